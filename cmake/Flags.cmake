@@ -1,0 +1,36 @@
+# Language, warnings, build types and sanitizers of everything built here; nothing of it reaches an embedder.
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug or Release" FORCE)
+endif()
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# NDEBUG silences the assert() of libraries only: ZET_ASSERT does not look at it.
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g")
+
+# Designated initializers name what differs from the default, so a member left out is no oversight.
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wno-missing-field-initializers)
+if(PIMBSR_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+set(sanitize_flags "")
+if(PIMBSR_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "PIMBSR_FUZZ needs clang: set CMAKE_CXX_COMPILER, for example to clang++-16")
+  endif()
+  set(sanitize_flags -fsanitize=fuzzer-no-link,address,undefined)
+elseif(PIMBSR_SANITIZE)
+  set(sanitize_flags -fsanitize=address,undefined)
+endif()
+if(sanitize_flags)
+  list(APPEND sanitize_flags -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_compile_options(${sanitize_flags})
+  add_link_options(${sanitize_flags})
+  add_compile_definitions(_GLIBCXX_ASSERTIONS)
+endif()

@@ -1,0 +1,30 @@
+# Each fuzz/<name>.cpp holds one LLVMFuzzerTestOneInput. With PIMBSR_FUZZ it is linked with libFuzzer, and
+# its test fuzzes for PIMBSR_FUZZ_SECONDS, starting from its corpus; else it is linked with a main() that
+# plays the corpus and fixed mutations of it.
+set(PIMBSR_FUZZ_SECONDS 20 CACHE STRING "Seconds for which the test of one fuzz target runs")
+
+file(GLOB fuzz_sources CONFIGURE_DEPENDS fuzz/*.cpp)
+list(FILTER fuzz_sources EXCLUDE REGEX "/ReplayMain\\.cpp$")
+foreach(source ${fuzz_sources})
+  get_filename_component(name ${source} NAME_WE)
+  set(corpus ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+  set(target fuzz-replay-${name})
+  set(command ${target} ${corpus})
+  if(PIMBSR_FUZZ)
+    set(target fuzz-${name})
+    set(work ${PROJECT_BINARY_DIR}/corpus/${name})
+    file(MAKE_DIRECTORY ${work})
+    set(command ${target} -max_total_time=${PIMBSR_FUZZ_SECONDS} -timeout=10 -rss_limit_mb=4096
+      -artifact_prefix=${PROJECT_BINARY_DIR}/${name}- ${work} ${corpus})
+  endif()
+  add_executable(${target} ${source})
+  target_link_libraries(${target} PRIVATE pimbsr-host)
+  if(PIMBSR_FUZZ)
+    target_link_options(${target} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(${target} PRIVATE fuzz/ReplayMain.cpp)
+  endif()
+  add_test(NAME ${target} COMMAND ${command})
+  math(EXPR timeout "${PIMBSR_FUZZ_SECONDS} + 300")
+  set_tests_properties(${target} PROPERTIES LABELS fuzz TIMEOUT ${timeout})
+endforeach()

@@ -1,0 +1,59 @@
+# One GoogleTest executable, run as one test, for each folder tests/<room>; each Python test is one test.
+find_package(GTest REQUIRED)
+
+set(test_definitions PIMBSR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+if(TARGET pimbsr-command)
+  list(APPEND test_definitions PIMBSR_COMMAND="$<TARGET_FILE:pimbsr-command>")
+endif()
+set(test_libraries
+  $<TARGET_NAME_IF_EXISTS:pimbsr-host> $<TARGET_NAME_IF_EXISTS:pimbsr> GTest::gmock GTest::gtest)
+
+# tests/support: what the tests of several rooms share.
+file(GLOB support CONFIGURE_DEPENDS tests/support/*.cpp)
+if(support)
+  add_library(test-support STATIC ${support})
+  target_link_libraries(test-support PUBLIC ${test_libraries})
+  target_compile_definitions(test-support PUBLIC ${test_definitions})
+endif()
+
+file(GLOB test_sources RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS tests/*/*.cpp)
+list(FILTER test_sources EXCLUDE REGEX "^support/")
+set(test_rooms ${test_sources})
+list(TRANSFORM test_rooms REPLACE "/.*" "")
+list(REMOVE_DUPLICATES test_rooms)
+foreach(room ${test_rooms})
+  set(sources ${test_sources})
+  list(FILTER sources INCLUDE REGEX "^${room}/")
+  list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/tests/)
+  add_executable(test-${room} ${sources})
+  target_include_directories(test-${room} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_compile_definitions(test-${room} PRIVATE ${test_definitions})
+  target_link_libraries(test-${room} PRIVATE
+    $<TARGET_NAME_IF_EXISTS:test-support> ${test_libraries} GTest::gmock_main)
+  if(room STREQUAL "cli" AND TARGET pimbsr-cli)
+    target_link_libraries(test-${room} PRIVATE pimbsr-cli)
+  endif()
+  if(TARGET pimbsr-command)
+    add_dependencies(test-${room} pimbsr-command)
+  endif()
+  add_test(NAME test-${room} COMMAND test-${room})
+  set_tests_properties(test-${room} PROPERTIES LABELS unit TIMEOUT 600)
+endforeach()
+
+file(GLOB python_tests RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS
+  tests/tidy/*.py tests/zetc/*_test.py)
+foreach(file ${python_tests})
+  string(REGEX REPLACE "^tidy/|\\.py$" "" name ${file})
+  string(REGEX REPLACE "[/_]" "-" name ${name})
+  add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/${file})
+  set_tests_properties(${name} PROPERTIES LABELS script TIMEOUT 300)
+endforeach()
+
+# An embedder's program, built and run against the installed tree.
+if(EXISTS ${PROJECT_SOURCE_DIR}/examples/embed AND TARGET pimbsr-host)
+  list(JOIN sanitize_flags " " embed_flags)
+  add_test(NAME install-embed
+    COMMAND ${PROJECT_SOURCE_DIR}/tests/install/embed.sh ${PROJECT_BINARY_DIR} ${CMAKE_CXX_COMPILER})
+  set_tests_properties(install-embed PROPERTIES LABELS install TIMEOUT 600
+    ENVIRONMENT "CXXFLAGS=${embed_flags};CMAKE=${CMAKE_COMMAND};CMAKE_GENERATOR=${CMAKE_GENERATOR}")
+endif()

@@ -1,0 +1,109 @@
+// Plays a corpus through a fuzz target where there is no libFuzzer: every file of the folders given as
+// arguments, and of each file a fixed number of mutations that are the same in every run.
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+constexpr size_t mutationsPerFile = 300;
+constexpr size_t maxSize = 65536;
+
+std::vector<std::filesystem::path> filesIn(std::filesystem::path const& folder) {
+  std::vector<std::filesystem::path> files;
+  for (auto const& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+Bytes read(std::filesystem::path const& file) {
+  std::ifstream in(file, std::ios::binary);
+  if (!in) throw std::runtime_error("cannot read " + file.string());
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// A copy of exactly the input's size, so that a read past its end is a read past an allocation.
+void run(Bytes const& input) {
+  Bytes const exact(input.begin(), input.end());
+  LLVMFuzzerTestOneInput(exact.data(), exact.size());
+}
+
+template <class B>
+auto position(B& bytes, size_t at) {
+  return bytes.begin() + static_cast<std::ptrdiff_t>(at);
+}
+
+// One to four small changes. Only the generator itself is used, since the library's distributions may differ.
+class Mutator {
+ public:
+  Bytes mutated(Bytes bytes, Bytes const& other) {
+    for (auto changes = 1 + below(4); changes > 0; --changes) change(bytes, other);
+    if (bytes.size() > maxSize) bytes.resize(maxSize);
+    return bytes;
+  }
+
+ private:
+  size_t below(size_t bound) { return bound == 0 ? 0 : random_() % bound; }
+
+  void change(Bytes& bytes, Bytes const& other) {
+    static constexpr uint8_t edges[] = {0x00, 0x01, 0x7f, 0x80, 0xfe, 0xff};
+    size_t const at = below(bytes.size());
+    switch (bytes.empty() ? 4 : below(6)) {
+      case 0:
+        bytes[at] = static_cast<uint8_t>(bytes[at] ^ (1u << below(8)));
+        break;
+      case 1:
+        bytes[at] = edges[below(std::size(edges))];
+        break;
+      case 2:
+        bytes.resize(at);
+        break;
+      case 3:
+        bytes.erase(position(bytes, at),
+                    position(bytes, at + below(std::min<size_t>(bytes.size() - at, 16))));
+        break;
+      case 4:
+        bytes.insert(position(bytes, at), static_cast<uint8_t>(random_()));
+        break;
+      default:
+        bytes.resize(at);
+        bytes.insert(bytes.end(), position(other, below(other.size())), other.end());
+    }
+  }
+
+  std::mt19937 random_{1};
+};
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  std::vector<Bytes> inputs;
+  for (int i = 1; i < argc; ++i) {
+    for (auto const& file : filesIn(argv[i])) inputs.push_back(read(file));
+  }
+  if (inputs.empty()) throw std::runtime_error("no input: give folders that hold files");
+  Mutator mutator;
+  for (size_t i = 0; i < inputs.size(); ++i) {
+    run(inputs[i]);
+    for (size_t n = 0; n < mutationsPerFile; ++n) {
+      run(mutator.mutated(inputs[i], inputs[(i + n) % inputs.size()]));
+    }
+  }
+  std::printf("%zu inputs and %zu mutations of each\n", inputs.size(), mutationsPerFile);
+  return 0;
+} catch (std::exception const& e) {
+  std::fprintf(stderr, "%s\n", e.what());
+  return 1;
+}

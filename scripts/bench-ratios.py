@@ -1,0 +1,69 @@
+#!/usr/bin/env python3
+"""Prints the tables of Google Benchmark's JSON files: for each "group/variant/size" the time per step and the
+ratio to the variant "pimbsr" of the same group and size (above 1: slower than ours)."""
+
+import json
+import sys
+
+OURS = "pimbsr"
+NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+MODIFIERS = ("real_time", "process_time", "manual_time")
+
+
+def split_name(name):
+    """(group, variant, size) of a benchmark's run name, without what Google Benchmark adds ("/repeats:3")."""
+    parts = [p for p in name.split("/") if ":" not in p and p not in MODIFIERS]
+    if len(parts) < 2:
+        return name, OURS, ""
+    return parts[0], parts[1], "/".join(parts[2:])
+
+
+def nanoseconds(run):
+    measured = "real_time" if "real_time" in run["name"] or "manual_time" in run["name"] else "cpu_time"
+    return run[measured] * NANOSECONDS[run.get("time_unit", "ns")]
+
+
+def read(report):
+    """{group: {size: {variant: ns}}}; of repeated runs the median, else the fastest."""
+    medians = {r["run_name"]: r for r in report["benchmarks"] if r.get("aggregate_name") == "median"}
+    groups = {}
+    for run in report["benchmarks"]:
+        if run.get("run_type") == "aggregate":
+            continue
+        name = run.get("run_name", run["name"])
+        group, variant, size = split_name(name)
+        if run.get("error_occurred"):
+            raise SystemExit(f"{name}: {run.get('error_message', 'failed')}")
+        times = groups.setdefault(group, {}).setdefault(size, {})
+        time = nanoseconds(medians.get(name, run))
+        times[variant] = min(time, times.get(variant, time))
+    return groups
+
+
+def table(group, sizes):
+    """The lines of one group: a row for each size, a column for each variant, ours first."""
+    variants = list(dict.fromkeys(v for times in sizes.values() for v in times))
+    variants.sort(key=lambda v: v != OURS)
+    rows = [[group] + variants]
+    for size, times in sizes.items():
+        row = [size or "-"]
+        for variant in variants:
+            text = f"{times[variant]:,.1f} ns" if variant in times else "-"
+            if variant != OURS and variant in times and times.get(OURS):
+                text += f" ({times[variant] / times[OURS]:.2f}x)"
+            row.append(text)
+        rows.append(row)
+    widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
+    return ["  ".join(cell.rjust(width) for cell, width in zip(row, widths)) for row in rows]
+
+
+def main(files):
+    for file in files:
+        with open(file, encoding="utf-8") as stream:
+            groups = read(json.load(stream))
+        for group, sizes in groups.items():
+            print("\n".join(table(group, sizes)), end="\n\n")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

@@ -1,0 +1,185 @@
+"""House rules that no compiler checks: who includes whom, how long things are, which words stay out.
+
+Usage: tidy.py [ROOT]. Prints "path:line: what is wrong" for each fault and fails if there is one."""
+
+import ast
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+MAX_LINE = 110
+MAX_FILE = 600
+MAX_FUNCTION = 70
+CPP = (".h", ".cpp")
+CODE = CPP + (".zet", ".py", ".cmake", ".sh")
+CODE_FOLDERS = ("scripts/", ".ci/")
+
+# The rooms, each with those it stands on; what these stand on is open to it too.
+ARROWS = {
+    "runtime": [],
+    "model": ["runtime"],
+    "protocol": ["model"],
+    "crp": ["model"],
+    "config": ["model"],
+    "wire": ["model"],
+    "pim": ["wire"],
+    "host": ["protocol", "crp", "config", "pim"],
+    "agent": ["host"],
+    "sim": ["host"],
+    "cli": ["agent", "sim"],
+}
+# Machines of these two rooms own each other: their sources may include across, their headers may not.
+KNOWN_PAIR = {"protocol", "crp"}
+# The rooms with an edge to the world; the others have neither these libraries nor files and sockets.
+OUTER_ROOMS = {"agent", "sim", "cli"}
+OUTER_HEADER = re.compile(
+    r"(fmt|CLI|nlohmann|pcap|sys|net)/|(pcap|unistd|fcntl)\.h$"
+    r"|(fstream|filesystem|thread|mutex)$")
+
+# The tree must explain itself to one who has it alone. Pieced together, so that this file does not hold them.
+FORBIDDEN = [
+    (r"\b(TO" r"DO|FIX" r"ME|XX" r"X)\b", 0, "unfinished work"),
+    (r"\bsp" r"ec(s|ifications?)?\b", re.I, "word for another document"),
+    (r"\bdesign" r"\.md\b", re.I, "names another document"),
+    (r"\bPar" r"ts?\s+\d+\.\d+", 0, "names a chapter of another document"),
+    (r"\.\./sha" r"red\b|\bwork/sha" r"red\b|\bsha" r"red/captures\b", 0, "names a folder outside the tree"),
+    (r"\biss" r"ues?\s+#?\d+", re.I, "names a ticket"),
+]
+FORBIDDEN = [(re.compile(pattern, flags), text) for pattern, flags, text in FORBIDDEN]
+
+
+def reachable(room):
+    rooms = {room}
+    for below in ARROWS[room]:
+        rooms |= reachable(below)
+    return rooms
+
+
+def tree_files(root):
+    """All files that are tracked or could be, as paths relative to root."""
+    git = ["git", "-c", "safe.directory=*", "-C", str(root), "ls-files", "-z", "-co", "--exclude-standard"]
+    if (root / ".git").exists():
+        names = subprocess.run(git, check=True, capture_output=True).stdout.decode().split("\0")
+        return sorted({n for n in names if n and (root / n).is_file()})
+    return sorted(str(p.relative_to(root)) for p in root.rglob("*")
+                  if p.is_file() and p.relative_to(root).parts[0] != "build")
+
+
+def line_of(text, offset):
+    return text.count("\n", 0, offset) + 1
+
+
+def check_includes(path, text):
+    room = path.split("/")[0]
+    if room not in ARROWS:
+        return
+    for match in re.finditer(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]*)"|<([^>]*)>)', text, re.M):
+        own, outer = match.groups()
+        line = line_of(text, match.start())
+        if outer is not None:
+            if room not in OUTER_ROOMS and OUTER_HEADER.match(outer):
+                yield line, f"{room}/ must not include <{outer}>"
+            continue
+        target = own.split("/")[0]
+        across = path.endswith(".cpp") and {room, target} == KNOWN_PAIR
+        if target not in ARROWS:
+            yield line, f'"{own}" does not start with a room'
+        elif target not in reachable(room) and not across:
+            yield line, f"{room}/ must not include {target}/"
+        elif own.endswith(".zet.h") and path != own.removesuffix(".zet.h") + ".h":
+            yield line, f'only {own.removesuffix(".zet.h")}.h includes "{own}"'
+
+
+NOISE = re.compile(
+    r'R"([^(\s]*)\(.*?\)\1"'  # raw string
+    r'|"(?:\\.|[^"\\\n])*"'
+    r"|(?<![0-9A-Za-z_])'(?:\\.|[^'\\\n])+'"  # a character, not a separator of digits
+    r"|//[^\n]*|/\*.*?\*/"
+    r"|^[ \t]*#(?:\\\n|[^\n])*",  # a directive
+    re.S | re.M)
+SCOPE = re.compile(r"\b(namespace|class|struct|union|enum)\b[^()]*$|\bextern\s*$")
+
+
+def brace_kind(head):
+    """What a brace opens outside of functions, judged by the code before it back to the last ; { or }."""
+    head = head.strip()
+    if SCOPE.search(head):
+        return "scope"
+    if head.endswith("=") or (head and ")" not in head and not head.endswith("]")):
+        return "value"
+    return "function"
+
+
+def cpp_functions(text):
+    """(first line, last line) of each function's body."""
+    text = NOISE.sub(lambda m: re.sub(r"[^\n]", " ", m.group()), text)
+    opened = []
+    function_depth = None
+    head_start = 0
+    for match in re.finditer(r"[;{}]", text):
+        if match.group() == "{":
+            kind = brace_kind(text[head_start:match.start()])
+            if function_depth is None and kind == "function":
+                function_depth = len(opened)
+            opened.append(line_of(text, match.start()))
+        elif match.group() == "}" and opened:
+            first = opened.pop()
+            if function_depth == len(opened):
+                function_depth = None
+                yield first, line_of(text, match.start())
+        head_start = match.end()
+
+
+def python_functions(text):
+    for node in ast.walk(ast.parse(text)):
+        if isinstance(node, (ast.FunctionDef, ast.AsyncFunctionDef)):
+            yield node.lineno, node.end_lineno
+
+
+def check_lengths(path, text):
+    is_code = path.endswith(CODE) or path.startswith(CODE_FOLDERS) or path.endswith("CMakeLists.txt")
+    if not is_code:
+        return
+    lines = text.split("\n")
+    for number, line in enumerate(lines, 1):
+        if len(line) > MAX_LINE:
+            yield number, f"line of {len(line)} characters, at most {MAX_LINE}"
+    count = len(text.splitlines())
+    if count > MAX_FILE and not path.endswith("Sm.cpp"):
+        yield count, f"file of {count} lines, at most {MAX_FILE}"
+    functions = cpp_functions if path.endswith(CPP) else python_functions if path.endswith(".py") else None
+    for first, last in functions(text) if functions else ():
+        if last - first + 1 > MAX_FUNCTION:
+            yield first, f"function of {last - first + 1} lines, at most {MAX_FUNCTION}"
+
+
+def check_words(path, text):
+    for pattern, meaning in FORBIDDEN:
+        if match := pattern.search(path):
+            yield 0, f'"{match.group()}" in the name: {meaning}'
+        for match in pattern.finditer(text):
+            yield line_of(text, match.start()), f'"{match.group()}": {meaning}'
+
+
+def faults(root):
+    """All faults of the tree, as lines of text."""
+    found = []
+    for path in tree_files(root):
+        data = (root / path).read_bytes()
+        if b"\0" in data:
+            continue
+        text = data.decode("utf-8", errors="replace")
+        if (text.startswith("#!") or path.startswith(CODE_FOLDERS)) and not os.access(root / path, os.X_OK):
+            found.append(f"{path}:1: script that is not executable")
+        for check in (check_includes, check_lengths, check_words):
+            found += [f"{path}:{line}: {fault}" for line, fault in check(path, text)]
+    return found
+
+
+if __name__ == "__main__":
+    start = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parents[2]
+    messages = faults(start)
+    print("\n".join(messages) if messages else "tidy")
+    sys.exit(1 if messages else 0)

@@ -1,0 +1,158 @@
+"""Each rule of tidy.py, tried on small trees that keep it or break it."""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import tidy
+
+
+def lines(count, line="x();\n"):
+    return line * count
+
+
+class TidyTest(unittest.TestCase):
+    def faults(self, files, executable=()):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            for name, content in files.items():
+                file = root / name
+                file.parent.mkdir(parents=True, exist_ok=True)
+                file.write_bytes(content if isinstance(content, bytes) else content.encode())
+                file.chmod(0o755 if name in executable else 0o644)
+            return tidy.faults(root)
+
+    def assert_fault(self, name, content, fault):
+        found = self.faults({name: content})
+        self.assertEqual([f"{name}:{fault}"], found)
+
+    def assert_tidy(self, name, content, **options):
+        self.assertEqual([], self.faults({name: content}, **options))
+
+    def test_an_include_points_downward(self):
+        for path, target in [("model/A.h", "runtime/Ptr.h"), ("host/A.cpp", "wire/Decode.h"),
+                             ("cli/A.cpp", "runtime/Ptr.h"), ("crp/A.h", "crp/B.h")]:
+            self.assert_tidy(path, f'#include "{target}"\n')
+
+    def test_an_include_that_points_upward_is_found(self):
+        for path, room in [("runtime/A.h", "model"), ("model/A.cpp", "wire"), ("wire/A.h", "crp"),
+                           ("protocol/A.cpp", "host"), ("pim/A.h", "protocol"), ("sim/A.h", "agent"),
+                           ("host/A.cpp", "cli")]:
+            self.assert_fault(path, f'\n#include "{room}/B.h"\n',
+                              f"2: {path.split('/')[0]}/ must not include {room}/")
+
+    def test_the_known_pair_meets_in_sources_only(self):
+        self.assert_tidy("protocol/A.cpp", '#include "crp/B.h"\n')
+        self.assert_tidy("crp/A.cpp", '#include "protocol/B.h"\n')
+        self.assert_fault("protocol/A.h", '#include "crp/B.h"\n', "1: protocol/ must not include crp/")
+        self.assert_fault("config/A.cpp", '#include "crp/B.h"\n', "1: config/ must not include crp/")
+
+    def test_an_include_without_room_is_found(self):
+        self.assert_fault("model/A.cpp", '# include "A.h"\n', '1: "A.h" does not start with a room')
+        self.assert_fault("model/A.cpp", '#include "tests/support/A.h"\n',
+                          '1: "tests/support/A.h" does not start with a room')
+        self.assert_tidy("tests/model/A.cpp", '#include "Fixture.h"\n')
+
+    def test_a_generated_header_is_included_by_its_own_header_only(self):
+        self.assert_tidy("model/Status.h", '#include "model/Status.zet.h"\n')
+        for path in ["model/Status.cpp", "model/Other.h", "protocol/Status.h"]:
+            self.assert_fault(path, '#include "model/Status.zet.h"\n',
+                              '1: only model/Status.h includes "model/Status.zet.h"')
+
+    def test_outer_libraries_and_the_system_stay_in_outer_rooms(self):
+        for header in ["fmt/core.h", "nlohmann/json.hpp", "CLI/CLI.hpp", "pcap/pcap.h", "pcap.h", "unistd.h",
+                       "sys/socket.h", "fstream", "thread"]:
+            self.assert_tidy("cli/A.cpp", f"#include <{header}>\n")
+            self.assert_fault("wire/A.cpp", f"#include <{header}>\n", f"1: wire/ must not include <{header}>")
+        self.assert_tidy("runtime/A.h", "#include <string>\n#include <system_error>\n"
+                                      "#include <arpa/inet.h>\n")
+
+    def test_a_long_function_is_found(self):
+        for opening, line in [("void f() {\n", 1), ("namespace a {\nvoid f() {\n", 2),
+                              ("template <class T>\nvoid f(T t) const noexcept {\n", 2),
+                              ("struct A {\n  A() : a_{1}, b_(2) {\n", 2), ("A::A() : a_{1} {\n", 1),
+                              ("auto f = [](int a) {\n", 1), ("auto f = [] {\n", 1),
+                              ("int main() try {\n", 1), ("TEST(A, b) {\n", 1),
+                              ("auto f() -> std::vector<int> {\n", 1)]:
+            closing = "}\n" * (2 if opening.startswith(("namespace", "struct")) else 1)
+            self.assert_tidy("model/A.cpp", opening + lines(68) + closing)
+            self.assert_fault("model/A.cpp", opening + lines(69) + closing,
+                              f"{line}: function of 71 lines, at most 70")
+
+    def test_braces_that_are_no_code_do_not_count(self):
+        for text in ["// {", "/* {\n{ */", 'auto a = "{";', "auto a = '{';", 'auto a = R"x(\n{)x";',
+                     "#define A {\\\n{", "auto a = 1'000; auto b = '{'; auto c = '\\'';"]:
+            self.assert_fault("model/A.cpp", "void f() {\n" + text + "\n" + lines(69) + "}\nvoid g() {}\n",
+                              f"1: function of {72 + text.count(chr(10))} lines, at most 70")
+
+    def test_only_functions_are_short(self):
+        for opening in ["namespace {\n", "class A : public B {\n", "enum class A {\n", "int const a[] = {\n",
+                        'extern "C" {\n', "template <class T>\nstruct PIMBSR_API A final : B<T> {\n"]:
+            self.assert_tidy("model/A.cpp", opening + lines(100, "a,\n") + "};\n")
+
+    def test_a_long_python_function_is_found(self):
+        self.assert_tidy("runtime/zetc/a.py", "def f():\n" + lines(69, "    x()\n"))
+        self.assert_fault("runtime/zetc/a.py", "\ndef f():\n" + lines(70, "    x()\n"),
+                          "2: function of 71 lines, at most 70")
+
+    def test_a_long_file_is_found(self):
+        for path in ["model/A.h", "model/A.zet", "tests/zetc/a.py", "cmake/A.cmake"]:
+            self.assert_tidy(path, lines(600, "x = 1\n"))
+            self.assert_fault(path, lines(601, "x = 1\n"), "601: file of 601 lines, at most 600")
+        self.assert_tidy("protocol/PimBsrSm.cpp", lines(900, "int x;\n"))
+        self.assert_tidy("docs/long.md", lines(900, "x\n"))
+
+    def test_a_long_line_is_found(self):
+        for path in ["model/A.h", "model/A.zet", "a.py", "cmake/A.cmake", "CMakeLists.txt"]:
+            self.assert_tidy(path, "#" + "ä" * 109 + "\n")
+            self.assert_fault(path, "\n#" + "ä" * 110 + "\n", "2: line of 111 characters, at most 110")
+        self.assert_tidy("docs/table.md", "|" * 200)
+
+    def test_a_forbidden_word_is_found(self):
+        # Pieced together for the same reason as the patterns.
+        for word, meaning in [("TO" "DO", "unfinished work"), ("XX" "X", "unfinished work"),
+                              ("sp" "ec", "word for another document"),
+                              ("Sp" "ecification", "word for another document"),
+                              ("design" ".md", "names another document"),
+                              ("Par" "t 3.2", "names a chapter of another document"),
+                              ("../sha" "red", "names a folder outside the tree"),
+                              ("iss" "ue #2", "names a ticket"), ("Iss" "ue 12", "names a ticket")]:
+            for path in ["model/A.h", "README.md", "tests/scenarios/a.txt"]:
+                self.assert_fault(path, f"\n// see {word}, a\n", f'2: "{word}": {meaning}')
+        self.assert_fault("docs/sp" "ec.md", "", '0: "sp' 'ec" in the name: word for another document')
+
+    def test_words_that_only_look_forbidden_pass(self):
+        self.assert_tidy("README.md", "specific, inspect, std::shared_ptr, a shared library, part 2,\n"
+                                      "an issue, mktemp XX" "XXXX, RFC 5059 section 3.1.2\n")
+
+    def test_binary_files_are_passed_over(self):
+        self.assert_tidy("examples/a.pcap", b"\0 TO" b"DO")
+
+    def test_a_script_is_executable(self):
+        for path in ["scripts/test", ".ci/run", "tests/install/a.sh"]:
+            content = "#!/bin/sh\ntrue\n"
+            self.assert_fault(path, content, "1: script that is not executable")
+            self.assert_tidy(path, content, executable=[path])
+
+    def test_the_command_fails_on_a_fault(self):
+        for content, code in [("int x;\n", 0), ("int x;  // TO" "DO\n", 1)]:
+            with tempfile.TemporaryDirectory() as folder:
+                (pathlib.Path(folder) / "a.h").write_text(content)
+                run = subprocess.run([sys.executable, "-B", tidy.__file__, folder], capture_output=True)
+                self.assertEqual(code, run.returncode, run.stdout)
+
+    def test_in_a_repository_ignored_files_are_passed_over_and_new_ones_are_not(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            subprocess.run(["git", "init", "-q", folder], check=True)
+            (root / ".gitignore").write_text("/out/\n")
+            (root / "out").mkdir()
+            (root / "out" / "a.h").write_text("// TO" "DO\n")
+            (root / "b.h").write_text("// TO" "DO\n")
+            self.assertEqual(["b.h:1: \"TO" "DO\": unfinished work"], tidy.faults(root))
+
+
+if __name__ == "__main__":
+    unittest.main()
