@@ -1,0 +1,30 @@
+#include "runtime/Activity.h"
+
+#include <map>
+#include <utility>
+
+#include "runtime/Notifiee.h"
+
+namespace Zet {
+
+Ptr<ActivityConfig> const& ActivityConfig::standard() {
+  static Ptr<ActivityConfig> config = make<ActivityConfig>();
+  return config;
+}
+
+U32 ActivitySm::serve(ActivityConfig* config) {
+  auto serving = std::exchange(waiting_, {});
+  for (Ptr<Reactor> const& reactor : serving) reactor->handleNotification(config);
+  return static_cast<U32>(serving.size());
+}
+
+Ptr<ActivitySm> zetActivitySmFor(Ptr<ActivityConfig> const& config) {
+  static std::map<Ptr<ActivityConfig>, Ptr<ActivitySm>,
+                  decltype([](auto const& a, auto const& b) { return a.ptr() < b.ptr(); })>
+      machines;
+  Ptr<ActivitySm>& machine = machines[config];
+  if (!machine) machine = make<ActivitySm>();
+  return machine;
+}
+
+}  // namespace Zet

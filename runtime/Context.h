@@ -1,0 +1,90 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "runtime/Export.h"
+#include "runtime/PtrInterface.h"
+#include "runtime/Types.h"
+
+namespace Zet {
+
+class LogHandle;
+
+/// One line of trace as it leaves the engine.
+struct TraceLine {
+  char const* handle;     ///< name of the TraceHandle
+  char const* traceName;  ///< kind of trace, "entry" or "trace"
+  int level;              ///< 0 to 9
+  bool coverage;          ///< built for coverageStream_ alone, the handle's level being off
+  char const* function;   ///< where it was written
+  int line;
+  char const* sourceBlock;  ///< the machine that wrote it
+  std::string text;
+};
+
+/// What surrounds one router: its clock, its chance, and where its trace and log lines go. A host derives
+/// from it and enters it around every call into the router's objects; a thread has one current context at a
+/// time.
+class PIMBSR_API Context {
+ public:
+  /// A clock starts far from 0, since 0 means "not set" to the machines.
+  static constexpr double firstTime = 1e9;
+
+  Context() = default;
+  virtual ~Context() = default;
+  Context(Context const&) = delete;
+  Context& operator=(Context const&) = delete;
+
+  /// The time of the event being served, in seconds. The host sets it once per event.
+  double now() const { return now_; }
+  /// Moves the clock. A time before the present one leaves it as it stands: the clock never runs backwards.
+  void nowIs(double seconds) {
+    if (seconds > now_) now_ = seconds;
+  }
+
+  /// Chance of the engine: a number from 0 to RAND_MAX. By default the C library's sequence.
+  virtual int rand();
+  virtual void srand(unsigned seed);
+
+  /// Takes a line of trace; by default it is written to the standard error stream.
+  virtual void trace(TraceLine const& line);
+  /// Takes a message of the system log, already rate-limited; by default as trace() does.
+  virtual void log(LogHandle const& handle, std::string const& text);
+
+  /// Number of exceptions that were caught from notifiees since the start. A host that sees it rise has found
+  /// a value that the engine refused half-way, or a bug.
+  U64 notificationExceptions() const { return notificationExceptions_; }
+  void notificationExceptionsInc() { ++notificationExceptions_; }
+
+  /// The context of this thread; a plain one of its own until a Scope enters another.
+  static Context& current();
+
+  /// Makes a context current for as long as the scope stands.
+  class PIMBSR_API Scope {
+   public:
+    explicit Scope(Context& context);
+    ~Scope();
+    Scope(Scope const&) = delete;
+    Scope& operator=(Scope const&) = delete;
+
+   private:
+    Context* former_;
+  };
+
+ private:
+  friend class LogHandle;
+  struct Bucket {
+    double tokens;
+    double filled;
+  };
+
+  double now_ = firstTime;
+  U64 notificationExceptions_ = 0;
+  std::map<LogHandle const*, Bucket> logBuckets_;
+};
+
+/// The time of the event being served, in seconds, on the clock of the current context.
+inline double now() { return Context::current().now(); }
+
+}  // namespace Zet

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "runtime/Notifiee.h"
+#include "runtime/String8.h"
+
+namespace Zet {
+
+/// Base of every entity of the model: an object that can be watched, named and reached by reflection.
+class PIMBSR_API Entity : public Notifier {
+ public:
+  /// The name given at construction; the text of its key for a keyed entity without one; else empty.
+  virtual Name name() const { return Name(); }
+
+  /// Carried for management; nothing here reads it.
+  bool isNondestructing() const { return isNondestructing_; }
+  void isNondestructingIs(bool on) { isNondestructing_ = on; }
+
+ protected:
+  Entity() = default;
+
+ private:
+  bool isNondestructing_ = false;
+};
+
+}  // namespace Zet

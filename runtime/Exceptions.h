@@ -1,0 +1,72 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "runtime/Export.h"
+
+namespace Zet {
+
+/// Base of everything that the model raises. what() is the literal text of the failure.
+class PIMBSR_API Exception : public std::exception {
+ public:
+  explicit Exception(std::string_view text) : text_(text) {}
+  char const* what() const noexcept override { return text_.c_str(); }
+
+ private:
+  std::string text_;
+};
+
+/// A value out of range, or a null where an object is required.
+class PIMBSR_API RangeException : public Exception {
+  using Exception::Exception;
+};
+
+/// A broken invariant of the model.
+class PIMBSR_API InternalException : public Exception {
+  using Exception::Exception;
+};
+
+/// A name or key that is taken by an object made with other arguments.
+class PIMBSR_API NameInUseException : public Exception {
+  using Exception::Exception;
+};
+
+/// Reflection: an object of another type than the descriptor's.
+class PIMBSR_API TypeException : public Exception {
+  using Exception::Exception;
+};
+
+/// Reflection: an argument that the operation doesn't know.
+class PIMBSR_API UnknownArgException : public Exception {
+  using Exception::Exception;
+};
+
+/// Reflection: an attribute that the type doesn't have.
+class PIMBSR_API UnknownAttrException : public Exception {
+  using Exception::Exception;
+};
+
+/// Reflection: an index given to an attribute that has none.
+class PIMBSR_API BadIndexAttrException : public Exception {
+  using Exception::Exception;
+};
+
+/// Reflection: an operation that the attribute's kind refuses.
+class PIMBSR_API OpNotSupportedException : public Exception {
+  using Exception::Exception;
+};
+
+[[noreturn]] PIMBSR_API void throwRangeException(std::string_view text);
+[[noreturn]] PIMBSR_API void throwInternalException(std::string_view text);
+[[noreturn]] PIMBSR_API void throwNameInUseException(std::string_view text);
+[[noreturn]] PIMBSR_API void throwTypeException(std::string_view expected);
+[[noreturn]] PIMBSR_API void throwUnknownArgException(std::string_view argument);
+[[noreturn]] PIMBSR_API void throwUnknownAttrException(std::string_view attribute);
+[[noreturn]] PIMBSR_API void throwBadIndexAttrException(std::string_view attribute);
+/// `isConst` says that the object, and not the attribute's kind, is what refuses.
+[[noreturn]] PIMBSR_API void throwOpNotSupportedException(std::string_view attribute, std::string_view op,
+                                                          bool isConst);
+
+}  // namespace Zet

@@ -1,0 +1,7 @@
+#pragma once
+
+/// Marks a class or function that users of a shared library may name; what is not marked is hidden. A marked
+/// class exports its members and its type information: mark each class that is thrown, caught, derived from
+/// or cast to outside its library, and each template whose static members must be the same ones in all
+/// libraries.
+#define PIMBSR_API __attribute__((visibility("default")))

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <vector>
+
+#include "runtime/Ptr.h"
+
+namespace Zet {
+
+/// Link of an object that stands in at most one ListRaw.
+template <class T>
+struct ListRawLink {
+  T* next = nullptr;
+  T* previous = nullptr;
+};
+
+/// Plain list of the notifiees of one notifier, in order of insertion. It holds no references, one pointer is
+/// all its size, and inserting and removing cost the same however long it is. T derives from ListRawLink<T>.
+template <class T>
+class ListRaw {
+ public:
+  ListRaw() = default;
+  ListRaw(ListRaw const&) = delete;
+  ListRaw& operator=(ListRaw const&) = delete;
+
+  bool empty() const { return head_ == nullptr; }
+  T* front() const { return head_; }
+  /// The entry behind `entry`, null behind the last.
+  T* after(T const* entry) const { return entry->ListRawLink<T>::next; }
+  /// Counts by a walk.
+  U32 size() const {
+    U32 n = 0;
+    for (T* at = head_; at != nullptr; at = after(at)) ++n;
+    return n;
+  }
+
+  void insert(T* entry) {
+    ListRawLink<T>& link = *entry;
+    link.next = nullptr;
+    if (head_ == nullptr) {
+      head_ = entry;
+      link.previous = entry;
+      return;
+    }
+    T* last = linkOf(head_).previous;
+    linkOf(last).next = entry;
+    link.previous = last;
+    linkOf(head_).previous = entry;
+  }
+
+  void remove(T* entry) {
+    ListRawLink<T>& link = *entry;
+    T* next = link.next;
+    if (next != nullptr) linkOf(next).previous = link.previous;
+    if (entry == head_) {
+      head_ = next;
+    } else {
+      linkOf(link.previous).next = next;
+      if (next == nullptr) linkOf(head_).previous = link.previous;
+    }
+    link = {};
+  }
+
+ private:
+  static ListRawLink<T>& linkOf(T* entry) { return *entry; }
+
+  T* head_ = nullptr;  ///< its `previous` is the last entry
+};
+
+/// A walk over a copy of a list. The copy counts its entries, so that none dies under the walk; an entry
+/// behind the first that only the copy still holds when the walk reaches it is passed over.
+template <class L>
+class SnapshotIterator;
+
+template <class T>
+class SnapshotIterator<ListRaw<T>> {
+ public:
+  explicit SnapshotIterator(ListRaw<T> const& list) {
+    for (T* at = list.front(); at != nullptr; at = list.after(at)) add(at);
+  }
+
+  explicit operator bool() const { return index_ < size_; }
+  T& operator*() const { return *entry(index_); }
+  T* operator->() const { return entry(index_).ptr(); }
+
+  SnapshotIterator& operator++() {
+    do {
+      entry(index_) = nullptr;
+      ++index_;
+    } while (index_ < size_ && entry(index_)->references() == 1);
+    return *this;
+  }
+
+ private:
+  static constexpr U32 inlineEntries = 4;
+
+  void add(T* at) {
+    if (size_ < inlineEntries) {
+      inline_[size_] = Ptr<T>(at);
+    } else {
+      more_.emplace_back(at);
+    }
+    ++size_;
+  }
+  Ptr<T>& entry(U32 i) { return i < inlineEntries ? inline_[i] : more_[i - inlineEntries]; }
+  Ptr<T> const& entry(U32 i) const { return i < inlineEntries ? inline_[i] : more_[i - inlineEntries]; }
+
+  Ptr<T> inline_[inlineEntries];
+  std::vector<Ptr<T>> more_;
+  U32 size_ = 0;
+  U32 index_ = 0;
+};
+
+}  // namespace Zet

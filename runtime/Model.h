@@ -1,0 +1,107 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "runtime/Collections.h"
+#include "runtime/Entity.h"
+#include "runtime/Reflection.h"
+
+/// The behaviour of attributes, written once: what each accessor that is made from a declaration calls.
+/// "change" is what follows a change that was stored: the class's own handler, then the notifiees.
+namespace Zet {
+
+/// The range of an attribute, and the text that a value outside it raises.
+template <class T>
+struct Range {
+  T least;
+  T most;
+  char const* text;
+  void check(T const& value) const {
+    if (value < least || most < value) throwRangeException(text);
+  }
+};
+
+/// A setter of a plain attribute: an equal value is no change; else store, then tell.
+template <class T, class Change>
+void setValue(T& stored, T const& value, Change const& change) {
+  if (stored == value) return;
+  stored = value;
+  change();
+}
+
+/// The same with a range. The store stands before the test, so a refused value stays stored and nobody hears.
+template <class T, class Change>
+void setValue(T& stored, T const& value, Range<T> const& range, Change const& change) {
+  if (stored == value) return;
+  stored = value;
+  range.check(value);
+  change();
+}
+
+/// A setter of one member of a value collection.
+template <class V, class K, class Change>
+void setMember(ValueMap<V, K>& map, K const& key, V const& value, Change const& change) {
+  ValueMember<V, K>* member = map.find(key);
+  if (member != nullptr && member->value == value) return;
+  if (member != nullptr) {
+    member->value = value;
+  } else {
+    map.insert(make<ValueMember<V, K>>(key, value));
+  }
+  change(key);
+}
+
+/// Removes a member and gives back its value; the default, and no change, for an absent key.
+template <class V, class K, class Change>
+V delMember(ValueMap<V, K>& map, K const& key, Change const& change) {
+  Ptr<ValueMember<V, K>> removed = map.remove(key);
+  if (!removed) return V();
+  change(removed->fwkKey());
+  return removed->value;
+}
+
+template <class V, class K>
+V memberValue(ValueMap<V, K> const& map, K const& key) {
+  ValueMember<V, K>* member = map.find(key);
+  return member == nullptr ? V() : member->value;
+}
+
+/// Removes an owned member; an absent key does nothing.
+template <class V, class K, class Change>
+void delObject(HashMap<V, K>& map, K const& key, Change const& change) {
+  Ptr<V> removed = map.remove(key);
+  if (removed) change(removed->fwkKey());
+}
+
+/// Removes all members one by one, each as by itself.
+template <class V, class K, class Del>
+void delAll(HashMap<V, K>& map, Del const& del) {
+  for (auto at = map.iterator(); at; ++at) del(K(at.key()));
+}
+
+/// The name of a member that is called after its key: the key's plain text.
+template <class K>
+Name nameOf(K const& key) {
+  if constexpr (requires { key.stringValue(); }) {
+    return Name(key.stringValue());
+  } else if constexpr (std::is_convertible_v<K, String8>) {
+    return Name(key);
+  } else {
+    return Name(valueToStrep(key));
+  }
+}
+
+/// Get-or-create found a member: it must have been made with the same argument.
+template <class T>
+void checkSameArgument(char const* attribute, T const& held, T const& given) {
+  if (held == given) return;
+  throwNameInUseException("Reinstantiating the pointer interface where constructor parameter attribute _" +
+                          std::string(attribute) + " has a different value of " +
+                          std::string(strep(given).view()));
+}
+
+/// The mutator of a collection of nested reactors refuses a null member.
+[[noreturn]] PIMBSR_API void throwNullReactor(char const* type, char const* attribute);
+
+}  // namespace Zet

@@ -1,0 +1,85 @@
+#include "runtime/Notifiee.h"
+
+#include <exception>
+#include <utility>
+
+#include "runtime/Trace.h"
+
+namespace Zet {
+
+static TraceSource const trace("Zet", "Notifiee");
+
+thread_local constinit Expect const* Expect::innermost_ = nullptr;
+
+void Reactor::handleNotification(ActivityConfig*) {
+  AttributeId attribute = std::exchange(pending_, noAttribute);
+  if (attribute != noAttribute) deliver(*this, attribute, [&] { zetDispatch(attribute); });
+}
+
+void Reactor::redispatch(ActivitySm* activity, AttributeId attribute) {
+  bool waits = pending_ != noAttribute;
+  pending_ = waits && pending_ != attribute ? allAttributes : attribute;
+  if (!waits) activity->enqueue(this);
+}
+
+static std::string textInFlight() {
+  try {
+    throw;
+  } catch (std::exception const& e) {
+    return e.what();
+  } catch (...) {
+    return "an exception of unknown type";
+  }
+}
+
+void reportNotificationException(Reactor& reactor, AttributeId attribute) {
+  Context::current().notificationExceptionsInc();
+  ZET_TRACE(trace, 1, "Exception from the handler of attribute " << attribute << ": " << textInFlight());
+  reactor.onNotificationException(attribute);
+}
+
+void NotifieeBase::attach(Notifier const* notifier) {
+  if (notifier == notifier_) return;
+  Notifier const* former = std::exchange(notifier_, notifier);
+  if (registered_) former->notifiees_.remove(this);
+  registered_ = notifier != nullptr;
+  if (registered_) notifier->notifiees_.insert(this);
+  if (weak_) return;
+  if (notifier != nullptr) notifier->newRef();
+  if (former != nullptr) former->deleteRef();
+}
+
+void NotifieeBase::isRegisteredNotifieeIs(bool on) {
+  if (notifier_ == nullptr || on == registered_) return;
+  registered_ = on;
+  if (on) {
+    notifier_->notifiees_.insert(this);
+  } else {
+    notifier_->notifiees_.remove(this);
+  }
+}
+
+void NotifieeBase::isWeakReferenceIs(bool weak) {
+  if (weak == weak_) return;
+  weak_ = weak;
+  if (notifier_ == nullptr) return;
+  if (weak) {
+    notifier_->deleteRef();
+  } else {
+    notifier_->newRef();
+  }
+}
+
+Notifier::~Notifier() {
+  while (NotifieeBase* at = notifiees_.front()) at->attach(nullptr);
+}
+
+void Notifier::handleZeroRef() {
+  mark(heldBit, true);
+  for (SnapshotIterator<Notifiees> at(notifiees_); at; ++at) {
+    deliver(*at, allAttributes, [&] { at->onZeroReferences(); });
+  }
+  delete this;
+}
+
+}  // namespace Zet

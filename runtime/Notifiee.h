@@ -1,0 +1,161 @@
+#pragma once
+
+#include "runtime/Activity.h"
+#include "runtime/Context.h"
+#include "runtime/ListRaw.h"
+
+namespace Zet {
+
+class Notifier;
+
+/// Base of everything that reacts: the notifiees of entities and of timers.
+class PIMBSR_API Reactor : public PtrInterface {
+ public:
+  /// Sets or clears the zombie mark of this reactor and of all reactors nested in it. A zombie's onFoo forms
+  /// do nothing, which keeps a machine in destruction from reacting to what its own destruction changes.
+  virtual void zetDoZombieReactors(bool on) {
+    if (on != zetMarkedForDeletion()) zetMarkedForDeletionIs(on);
+  }
+
+  /// Hears that the handler of an attribute raised; the runtime has traced and counted it already.
+  virtual void onNotificationException(AttributeId) {}
+
+  /// Serves the pending attribute, if there is one, by the same onFoo that a setter calls.
+  virtual void handleNotification(ActivityConfig* config);
+  /// Puts this reactor in line at an activity, to hear of `attribute` when that serves.
+  void redispatch(ActivitySm* activity, AttributeId attribute);
+  AttributeId pendingAttribute() const { return pending_; }
+
+ protected:
+  Reactor() = default;
+
+  /// Calls the onFoo of one attribute, or of all for -1; the keyless form for a collection.
+  virtual void zetDispatch(AttributeId) {}
+
+ private:
+  AttributeId pending_ = noAttribute;
+};
+
+/// Marks that a named failure is expected here: it wraps each call of a notifiee.
+class PIMBSR_API Expect {
+ public:
+  explicit Expect(AttributeId id) : id_(id), outer_(innermost_) { innermost_ = this; }
+  ~Expect() { innermost_ = outer_; }
+  Expect(Expect const&) = delete;
+  Expect& operator=(Expect const&) = delete;
+
+  AttributeId id() const { return id_; }
+  Expect const* outer() const { return outer_; }
+  /// The innermost scope that stands now, or null outside any notification.
+  static Expect const* innermost() { return innermost_; }
+
+ private:
+  AttributeId id_;
+  Expect const* outer_;
+  [[gnu::tls_model("initial-exec")]] static thread_local constinit Expect const* innermost_;
+};
+
+/// Reports an exception in flight that a reactor's handler let out: trace, count, onNotificationException.
+PIMBSR_API void reportNotificationException(Reactor& reactor, AttributeId attribute);
+
+/// Calls one reactor: no exception gets out.
+template <class Call>
+void deliver(Reactor& reactor, AttributeId attribute, Call const& call) {
+  Expect expect(attribute);
+  try {
+    call();
+  } catch (...) {
+    reportNotificationException(reactor, attribute);
+  }
+}
+
+/// Base of a watcher of one notifier. It stands in the notifier's list in order of attachment, and counts the
+/// notifier unless its reference is weak; the notifier doesn't count it.
+class PIMBSR_API NotifieeBase : public Reactor, public ListRawLink<NotifieeBase> {
+ public:
+  /// Whether it stands in its notifier's list, and so hears of changes.
+  bool isRegisteredNotifiee() const { return registered_; }
+  bool isRegisteredWith(Notifier const& notifier) const { return registered_ && notifier_ == &notifier; }
+  /// Takes the notifiee out of the notifier's list or puts it back at its end; it stays attached meanwhile.
+  /// One that is both weak and out of the list doesn't learn of its notifier's end, and must be detached by
+  /// its owner.
+  void isRegisteredNotifieeIs(bool on);
+  bool isWeakReference() const { return weak_; }
+  void isWeakReferenceIs(bool weak);
+
+  /// The notifier is at its end and goes on being readable for the length of this call. Only weak notifiees
+  /// live to hear it; they are detached afterwards.
+  virtual void onZeroReferences() {}
+
+ protected:
+  NotifieeBase() = default;
+  ~NotifieeBase() override { attach(nullptr); }
+
+  /// Detaches from the former notifier and attaches to `notifier`, which may be null.
+  void attach(Notifier const* notifier);
+  Notifier const* attached() const { return notifier_; }
+
+ private:
+  friend class Notifier;
+
+  Notifier const* notifier_ = nullptr;
+  bool registered_ = false;
+  bool weak_ = false;
+};
+
+/// Base of everything that can be watched.
+class PIMBSR_API Notifier : public PtrInterface {
+ public:
+  using Notifiees = ListRaw<NotifieeBase>;
+  Notifiees const& zetNotifiees() const { return notifiees_; }
+
+ protected:
+  Notifier() = default;
+  ~Notifier() override;
+  void handleZeroRef() override;
+
+ private:
+  friend class NotifieeBase;
+  mutable Notifiees notifiees_;
+};
+
+/// Calls `On`, a member of a notifiee class, on each notifiee of the list as it stands now. One that was
+/// detached by another earlier in the walk isn't called.
+template <auto On, class N, class... Args>
+void notifyAll(Notifier const& notifier, AttributeId attribute, Args const&... args) {
+  using Walk = SnapshotIterator<Notifier::Notifiees>;
+  for (Walk at(notifier.zetNotifiees()); at; ++at) {
+    if (!at->isRegisteredWith(notifier)) continue;
+    deliver(*at, attribute, [&] { (static_cast<N&>(*at).*On)(args...); });
+  }
+}
+
+template <class N>
+N zetNotifieeOf(void (N::*)());
+template <class N, class A>
+N zetNotifieeOf(void (N::*)(A));
+
+/// Tells the notifiees of a change, cheaply where there are none.
+template <auto On, class... Args>
+void notify(Notifier const& notifier, AttributeId attribute, Args const&... args) {
+  if (notifier.zetNotifiees().empty()) return;
+  notifyAll<On, decltype(zetNotifieeOf(On))>(notifier, attribute, args...);
+}
+
+/// The typed attachment of a watcher of a constant C.
+template <class C>
+class NotifieeConstOf : public NotifieeBase {
+ public:
+  Ptr<C const> notifier() const { return static_cast<C const*>(attached()); }
+  virtual void notifierIs(Ptr<C const> const& notifier) { attach(notifier.ptr()); }
+};
+
+/// The typed attachment of a watcher that may write what it watches.
+template <class C, class NotifieeConst>
+class NotifieeOf : public NotifieeConst {
+ public:
+  Ptr<C> notifier() const { return const_cast<C*>(NotifieeConst::notifier().ptr()); }
+  void notifierIs(Ptr<C> const& notifier) { NotifieeConst::notifierIs(notifier); }
+};
+
+}  // namespace Zet

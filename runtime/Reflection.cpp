@@ -1,0 +1,200 @@
+#include "runtime/Reflection.h"
+
+#include <map>
+#include <string>
+
+#include "runtime/Entity.h"
+
+namespace Zet {
+
+char const* kindName(AttributeKind kind) {
+  static constexpr char const* names[] = {"constructor", "value",    "counter", "constant", "pointer",
+                                          "single",      "members",  "values",  "pointers", "queue",
+                                          "array",       "reactors", "method"};
+  return names[static_cast<int>(kind)];
+}
+
+char const* opName(AttributeOp op) {
+  static constexpr char const* names[] = {"read", "write", "del", "walk", "call", "update"};
+  return names[static_cast<int>(op)];
+}
+
+AttributeRow const* ZetType::row(String8 const& attribute) const {
+  for (AttributeRow const& r : rows) {
+    if (attribute.view() == r.name) return &r;
+  }
+  return base != nullptr ? base->row(attribute) : nullptr;
+}
+
+AttributeRow const* ZetType::row(AttributeId id) const {
+  for (AttributeRow const& r : rows) {
+    if (r.id == id) return &r;
+  }
+  return base != nullptr ? base->row(id) : nullptr;
+}
+
+bool ZetType::isA(ZetType const& other) const {
+  return this == &other || (base != nullptr && base->isA(other));
+}
+
+static std::map<std::string, ZetType const*, std::less<>>& typesByName() {
+  static std::map<std::string, ZetType const*, std::less<>> types;
+  return types;
+}
+
+bool zetTypeIs(ZetType const& type) { return typesByName().emplace(type.name, &type).second; }
+
+std::vector<ZetType const*> zetTypes() {
+  std::vector<ZetType const*> all;
+  for (auto const& [name, type] : typesByName()) all.push_back(type);
+  return all;
+}
+
+ZetType const* zetType(String8 const& name) {
+  auto at = typesByName().find(name.view());
+  return at == typesByName().end() ? nullptr : at->second;
+}
+
+ZetType const& PtrInterface::fwkType() const {
+  static constexpr ZetType none{"Zet::PtrInterface", "", nullptr, {}};
+  return none;
+}
+
+String8 GenericIf::attributeString(AttributeId id) const {
+  AttributeRow const* row = type_.row(id);
+  return row != nullptr ? String8(row->name) : String8("unknown");
+}
+
+AttributeRow const& GenericIf::rowFor(PtrInterface const& object, AttributeId id) const {
+  if (!object.fwkType().isA(type_)) throwTypeException(type_.name);
+  AttributeRow const* row = type_.row(id);
+  if (row == nullptr) throwUnknownAttrException(std::to_string(id));
+  return *row;
+}
+
+AttributeRow const& GenericIf::named(String8 const& attribute) const {
+  AttributeRow const* row = type_.row(attribute);
+  if (row == nullptr) throwUnknownAttrException(attribute.view());
+  return *row;
+}
+
+static void checkIndex(AttributeRow const& row, AttributeOp op, AttributeOpArgs const& args) {
+  if (args.hasKey && !row.isIndexed()) throwBadIndexAttrException(row.name);
+  bool needsKey = op == AttributeOp::read || op == AttributeOp::write || op == AttributeOp::del;
+  if (needsKey && row.isIndexed() && !args.hasKey) throwUnknownArgException("no key given");
+}
+
+/// Reads and walks; false for an operation that changes the object.
+static bool lookOp(AttributeRow const& row, PtrInterface const& object, AttributeOp op,
+                   AttributeOpArgs& args) {
+  if (op == AttributeOp::read && row.read != nullptr) {
+    args.value = row.read(object, args.key);
+    return true;
+  }
+  if (op != AttributeOp::walk || row.walk == nullptr) return false;
+  if (args.visitor == nullptr) throwUnknownArgException("no visitor given");
+  row.walk(object, *args.visitor);
+  return true;
+}
+
+void GenericIf::attributeOp(PtrInterface& object, AttributeId id, AttributeOp op,
+                            AttributeOpArgs& args) const {
+  AttributeRow const& row = rowFor(object, id);
+  checkIndex(row, op, args);
+  if (lookOp(row, object, op, args)) return;
+  bool writes = op == AttributeOp::write || op == AttributeOp::update;
+  if (writes && row.write != nullptr) return row.write(object, args.key, args.value);
+  if (op == AttributeOp::del && row.del != nullptr) return row.del(object, args.key);
+  if (op != AttributeOp::call || row.call == nullptr)
+    throwOpNotSupportedException(row.name, opName(op), false);
+  args.value = row.call(object, args.arguments);
+}
+
+void GenericIf::attributeOp(PtrInterface const& object, AttributeId id, AttributeOp op,
+                            AttributeOpArgs& args) const {
+  AttributeRow const& row = rowFor(object, id);
+  checkIndex(row, op, args);
+  if (lookOp(row, object, op, args)) return;
+  bool looks = op == AttributeOp::read || op == AttributeOp::walk;
+  if (op == AttributeOp::update)
+    throwInternalException("write-update from readonly proxy: " + std::string(row.name));
+  throwOpNotSupportedException(row.name, opName(op), !looks);
+}
+
+String8 GenericIf::read(PtrInterface const& object, String8 const& attribute) const {
+  AttributeOpArgs args;
+  attributeOp(object, named(attribute).id, AttributeOp::read, args);
+  return args.value;
+}
+
+String8 GenericIf::read(PtrInterface const& object, String8 const& attribute, String8 const& key) const {
+  AttributeOpArgs args{.key = key, .hasKey = true};
+  attributeOp(object, named(attribute).id, AttributeOp::read, args);
+  return args.value;
+}
+
+void GenericIf::write(PtrInterface& object, String8 const& attribute, String8 const& value) const {
+  AttributeOpArgs args{.value = value};
+  attributeOp(object, named(attribute).id, AttributeOp::write, args);
+}
+
+void GenericIf::write(PtrInterface& object, String8 const& attribute, String8 const& key,
+                      String8 const& value) const {
+  AttributeOpArgs args{.key = key, .hasKey = true, .value = value};
+  attributeOp(object, named(attribute).id, AttributeOp::write, args);
+}
+
+ZetAttrIntrospectionFlags::ZetAttrIntrospectionFlags(U32 value) : value_(value) {
+  if (value > 0x3f) throwRangeException("ZetAttrIntrospectionFlags::value > 0x3f not allowed");
+}
+
+static ZetAttrIntrospectionFlags flagsOf(AttributeRow const& row) {
+  using Flags = ZetAttrIntrospectionFlags;
+  U32 value = row.write != nullptr ? Flags::writable : 0;
+  if (row.isIndexed()) value |= Flags::indexed;
+  if (row.kind == AttributeKind::single || row.kind == AttributeKind::members) value |= Flags::owned;
+  if (row.range[0] != '\0') value |= Flags::ranged;
+  if (row.walk != nullptr) value |= Flags::walkable;
+  if (row.call != nullptr) value |= Flags::callable;
+  return Flags(value);
+}
+
+static void introspectType(IntrospectionReactor& reactor, ZetType const& type) {
+  reactor.handleType(type);
+  for (AttributeRow const& row : type.rows) {
+    if (row.kind == AttributeKind::constant) reactor.defNoninstantiatingAttr(row);
+    reactor.handleAttr(row, flagsOf(row));
+    reactor.handleAttrContextExit(row);
+  }
+  reactor.handleScopeExit();
+}
+
+void introspect(IntrospectionReactor& reactor) {
+  std::string open;
+  for (ZetType const* type : zetTypes()) {
+    std::string name = type->name;
+    std::string space = name.substr(0, name.rfind("::"));
+    if (space != open) {
+      if (!open.empty()) reactor.handleScopeExit();
+      reactor.handleNameSpace(String8(space.c_str()));
+      open = space;
+    }
+    introspectType(reactor, *type);
+  }
+  if (!open.empty()) reactor.handleScopeExit();
+}
+
+void checkArguments(std::span<Argument const> arguments, std::size_t wanted) {
+  if (arguments.size() == wanted) return;
+  throwUnknownArgException(std::to_string(arguments.size()) + " given, " + std::to_string(wanted) +
+                           " wanted");
+}
+
+String8 strepOfObject(PtrInterface const* object) {
+  if (object == nullptr) return "None";
+  String8 name;
+  if (auto const* entity = dynamic_cast<Entity const*>(object)) name = entity->name();
+  return format("Entity('%s', %s)", object->fwkType().name, valueToStrep(name).charPtr());
+}
+
+}  // namespace Zet

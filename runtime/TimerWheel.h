@@ -1,0 +1,98 @@
+#pragma once
+
+#include <limits>
+#include <vector>
+
+#include "runtime/Notifiee.h"
+
+namespace Kiv {
+
+inline constexpr double never = std::numeric_limits<double>::infinity();
+
+/// Whether a timer's time stands for a timer that is set: neither 0 nor above the largest finite double.
+inline bool isTimeSet(double timeMin) {
+  return timeMin != 0.0 && timeMin <= std::numeric_limits<double>::max();
+}
+
+/// The timers of one router. The wheel is passive: it knows when the next one is due, and the host moves it
+/// on.
+///
+/// Inside is a heap whose entries may lag behind: arming a timer for a later time, which is what a refresh
+/// does, only notes the new time, and its entry is brought up to date when it reaches the top. So re-arming
+/// costs the same however many timers there are; firing and arming for an earlier time cost the depth of the
+/// heap at most.
+class PIMBSR_API TimerWheel : public Zet::PtrInterface {
+ public:
+  /// One timer: a reactor whose onTime() runs at its expiry.
+  class PIMBSR_API NotifieeConst : public Zet::Reactor {
+   public:
+    /// Attaches to a wheel, stopped; detaches from a former one. Null detaches.
+    void notifierIs(Zet::Ptr<TimerWheel const> const& wheel);
+    Zet::Ptr<TimerWheel const> const& notifier() const { return wheel_; }
+
+    /// Arms the timer for the absolute time `seconds` on the clock of Zet::now(), replacing what was set
+    /// before. It always arms, for a time past and for the time it has too, and never fires within the call.
+    /// Infinity, NaN and what is above the largest finite double stop it. On a detached timer it only stores.
+    void timeMinIs(double seconds);
+    /// The time last given, kept after firing; 0 at first, infinity for a stopped timer.
+    double timeMin() const { return timeMin_; }
+    /// Whether it will fire.
+    bool isArmed() const { return armed_; }
+
+    virtual void onTime() {}
+
+   protected:
+    NotifieeConst() = default;
+    ~NotifieeConst() override;
+
+   private:
+    friend class TimerWheel;
+    static constexpr U32 outside = ~U32{0};
+
+    Zet::Ptr<TimerWheel const> wheel_;
+    double timeMin_ = 0.0;
+    U64 order_ = 0;        ///< when it was armed, among all armings of the wheel
+    U32 place_ = outside;  ///< index in the heap
+    bool armed_ = false;
+  };
+
+  TimerWheel() = default;
+
+  /// When the next timer is due; `never` if none is armed.
+  double nextExpiry() const;
+  /// Calls the timers that are due at `now`, in order of time and then of arming. One that is armed meanwhile
+  /// for a time not after `now` waits for the next call. Returns how many were called. Not to be called from
+  /// onTime().
+  U32 advance(double now);
+  /// Number of armed timers.
+  U32 armed() const { return armed_; }
+
+ private:
+  /// An entry's time and order are never above its timer's; a lagging entry is one whose order differs.
+  struct Entry {
+    double time;
+    U64 order;
+    NotifieeConst* timer;
+    bool before(Entry const& other) const {
+      return time < other.time || (time == other.time && order < other.order);
+    }
+  };
+
+  void arm(NotifieeConst& timer, double seconds) const;
+  void stop(NotifieeConst& timer) const;
+  void drop(NotifieeConst& timer) const;
+  bool refreshTop() const;
+  void place(U32 index, Entry const& entry) const;
+  void siftUp(U32 index, Entry entry) const;
+  void siftDown(U32 index, Entry entry) const;
+  void removeAt(U32 index) const;
+  void fire(NotifieeConst& timer);
+  void putBack(NotifieeConst& timer);
+
+  mutable std::vector<Entry> heap_;
+  mutable U64 armings_ = 0;
+  mutable U32 armed_ = 0;
+  bool advancing_ = false;
+};
+
+}  // namespace Kiv

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <sstream>
+#include <string>
+
+#include "runtime/Exceptions.h"
+#include "runtime/Strep.h"
+
+namespace testing_support {
+
+/// The text of the RangeException that `action` raises.
+template <class Action>
+std::string refusal(Action action) {
+  try {
+    action();
+  } catch (Zet::RangeException const& e) {
+    return e.what();
+  }
+  return "no RangeException";
+}
+
+/// The text of the RangeException that reading a T from `text` raises.
+template <class T>
+std::string refusalOf(Zet::String8 const& text) {
+  return refusal([&] { Zet::strepToValue<T>(text); });
+}
+
+/// What streaming writes.
+template <class T>
+std::string streamed(T const& value) {
+  std::ostringstream out;
+  out << value;
+  return out.str();
+}
+
+}  // namespace testing_support

@@ -1,0 +1,37 @@
+#include "tests/support/TestContext.h"
+
+#include "runtime/Trace.h"
+
+namespace test {
+
+static void enableTraces(bool on) {
+  for (Zet::TraceHandle* handle : Zet::TraceHandle::handles()) {
+    handle->enabledIs(on);
+    handle->levelIs(9, !on);
+  }
+}
+
+TestContext::TestContext() { enableTraces(true); }
+
+TestContext::~TestContext() { enableTraces(false); }
+
+int TestContext::rand() {
+  if (chances.empty()) return ++next_;
+  int chance = chances.front();
+  chances.pop_front();
+  return chance;
+}
+
+int TestContext::traced(std::string const& text) const {
+  int n = 0;
+  for (Zet::TraceLine const& line : traces) n += line.text == text;
+  return n;
+}
+
+int TestContext::tracedPrefix(std::string const& text) const {
+  int n = 0;
+  for (Zet::TraceLine const& line : traces) n += line.text.starts_with(text);
+  return n;
+}
+
+}  // namespace test
