@@ -1,0 +1,3 @@
+#pragma once
+
+#include "model/Packet.zet.h"
