@@ -1,0 +1,38 @@
+#pragma once
+
+#include <utility>
+#include <variant>
+
+#include "runtime/Assert.h"
+#include "wire/DropReason.h"
+
+namespace pimbsr::wire {
+
+/// What reading a packet came to: the value read, or the reason for which the packet was refused.
+template <class T>
+class [[nodiscard]] Outcome {
+ public:
+  Outcome(T value) : either_(std::in_place_index<0>, std::move(value)) {}
+  Outcome(DropReason reason) : either_(std::in_place_index<1>, reason) {}
+
+  /// True if there is a value.
+  explicit operator bool() const { return either_.index() == 0; }
+
+  /// The value; only if there is one.
+  T const& operator*() const {
+    ZET_ASSERT(*this, "the packet was accepted");
+    return *std::get_if<0>(&either_);
+  }
+  T const* operator->() const { return &**this; }
+
+  /// The reason for the refusal; only if there is no value.
+  DropReason reason() const {
+    ZET_ASSERT(!*this, "the packet was refused");
+    return *std::get_if<1>(&either_);
+  }
+
+ private:
+  std::variant<T, DropReason> either_;
+};
+
+}  // namespace pimbsr::wire
