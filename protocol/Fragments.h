@@ -1,0 +1,3 @@
+#pragma once
+
+#include "protocol/Fragments.zet.h"
