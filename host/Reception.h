@@ -1,0 +1,38 @@
+#pragma once
+
+#include "model/Packet.h"
+#include "model/Values.h"
+#include "runtime/Ptr.h"
+#include "wire/DropReason.h"
+#include "wire/Wire.h"
+
+namespace pimbsr::host {
+
+/// What a received packet turned out to be.
+enum class MessageKind : U8 {
+  notPim,     ///< no PIM packet at all
+  bootstrap,  ///< Bootstrap Message
+  crpAdv,     ///< Candidate-RP-Advertisement
+  hello,      ///< Hello
+  other,      ///< PIM of another type, or over IPv6
+  malformed   ///< PIM that can't be decoded
+};
+
+/// What became of one received packet.
+struct Reception {
+  MessageKind kind = MessageKind::notPim;
+  /// Why it was refused, a stable name such as "checksum", "holdtime" or "rxNbrRpfCheck"; empty if it was
+  /// accepted.
+  std::string_view reason;
+  /// The reason in words for people; empty if it was accepted.
+  std::string_view sentence;
+  Lanet::IpGenAddr source;
+  Lanet::IpGenAddr destination;
+  /// The decoded message, also where it was refused after decoding; null for other kinds. A Bootstrap Message
+  /// that was forwarded has lost its source by now.
+  Zet::Ptr<Routing::Pim::Packet::Message> message;
+
+  bool accepted() const { return reason.empty(); }
+};
+
+}  // namespace pimbsr::host

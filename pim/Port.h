@@ -1,0 +1,24 @@
+#pragma once
+
+#include <span>
+
+#include "model/Lanet.h"
+
+namespace pimbsr::pim {
+
+/// The outside of one router: where its packets go and which addresses are its own. A host implements it over
+/// sockets, a simulated network or nothing at all, and outlives the router with it.
+class PIMBSR_API Port {
+ public:
+  virtual ~Port() = default;
+
+  /// Sends one IPv4 packet along an interface; the empty interface leaves the choice to the routes. Returns
+  /// whether it was sent. It never delivers a packet to a router within the call.
+  virtual bool send(Lanet::IntfId const& intfId, std::span<U8 const> packet) = 0;
+  /// Primary IPv4 address of an interface; the unset address if it has none.
+  virtual Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const = 0;
+  /// Whether an address belongs to this router.
+  virtual bool isOwnAddress(Lanet::IpGenAddr const& address) const = 0;
+};
+
+}  // namespace pimbsr::pim
