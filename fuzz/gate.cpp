@@ -1,0 +1,95 @@
+// Bytes -> wire -> admission -> gate -> machines: a sequence of packets, with time passing between them, must neither
+// end the process nor let an exception out of a handler, whatever the bytes are.
+//
+// The input is read as steps: one byte of control, then a packet. The control byte's low bits say how many seconds
+// pass first, its high bit that the step is a bare wait; a 16-bit length and the PIM message follow.
+
+#include <algorithm>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "host/Router.h"
+#include "runtime/Assert.h"
+#include "wire/Checksum.h"
+#include "wire/Wire.h"
+
+namespace {
+
+using Lanet::IpGenAddr;
+using Zet::U8;
+
+class Port : public pimbsr::pim::Port {
+ public:
+  bool send(Lanet::IntfId const&, std::span<U8 const> packet) override {
+    ZET_ASSERT(pimbsr::wire::parseIpv4(packet), "what is sent can be read");
+    return true;
+  }
+  IpGenAddr primaryAddress(Lanet::IntfId const&) const override { return own; }
+  bool isOwnAddress(IpGenAddr const& address) const override { return address == own; }
+
+ private:
+  IpGenAddr own = IpGenAddr::parse("192.0.2.9");
+};
+
+/// Any source is the RPF neighbour, so that the input reaches the machines.
+class Rpf : public Routing::Pim::PimRpfTable {
+ public:
+  Routing::Pim::RpfLookupResult doLookup(IpGenAddr const&, IpGenAddr const&) override { return {neighbor}; }
+  IpGenAddr neighbor = IpGenAddr::parse("192.0.2.1");
+};
+
+/// Quiet, and counts what a handler lets out.
+class Context : public Zet::Context {
+ public:
+  void trace(Zet::TraceLine const&) override {}
+};
+
+/// The message of one step with its checksum put right, in an IP packet.
+std::vector<U8> packetOf(std::span<U8 const> message) {
+  std::vector<U8> pim(message.begin(), message.end());
+  if (pim.size() >= 4) {
+    pim[2] = pim[3] = 0;
+    Zet::U16 sum = pimbsr::wire::checksum(pim);
+    pim[2] = static_cast<U8>(sum >> 8);
+    pim[3] = static_cast<U8>(sum);
+  }
+  std::vector<U8> packet;
+  pimbsr::wire::Ipv4Header header{.source = Lanet::IpAddr::parse("192.0.2.1"),
+                                  .destination = Lanet::IpAddr::parse("224.0.0.13")};
+  if (!pimbsr::wire::encodeIpv4(header, pim, packet)) packet.clear();
+  return packet;
+}
+
+void runTo(pimbsr::host::Router& router, double end) {
+  while (router.nextExpiry() <= end) {
+    router.context().nowIs(router.nextExpiry());
+    router.advance();
+  }
+  router.context().nowIs(end);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+  Context context;
+  Port port;
+  pimbsr::host::Router router(context, port, Zet::make<Rpf>());
+  Lanet::IntfId eth0("eth0");
+  router.interfaceIs(eth0, 576);
+  router.pimStatus()->pimIntf(eth0)->neighborIs(IpGenAddr::parse("192.0.2.1"));
+
+  std::span<U8 const> rest(data, size);
+  for (int steps = 0; steps < 64 && !rest.empty(); ++steps) {
+    U8 control = rest[0];
+    rest = rest.subspan(1);
+    runTo(router, context.now() + (control & 0x7f));
+    if ((control & 0x80) != 0 || rest.size() < 2) continue;
+    std::size_t length = std::min<std::size_t>(rest[0] << 8 | rest[1], rest.size() - 2);
+    router.receive(eth0, packetOf(rest.subspan(2, length)));
+    rest = rest.subspan(2 + length);
+  }
+  runTo(router, context.now() + 3000);
+  ZET_ASSERT(context.notificationExceptions() == 0, "no handler let an exception out");
+  return 0;
+}
