@@ -13,6 +13,10 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g")
 
+# Calls within a library bind to the library itself, so that they can be inlined and need no table.
+add_compile_options(-fno-semantic-interposition)
+string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-Bsymbolic-functions")
+
 # Designated initializers name what differs from the default, so a member left out is no oversight.
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wno-missing-field-initializers)
 if(PIMBSR_WERROR)

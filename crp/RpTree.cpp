@@ -19,7 +19,9 @@ static Zet::TraceSource const trace("Pim::Bsr::Sm", "PimBsrSm");
 IpGenPrefix ZetCrpSet::zone() const { return owner()->owner()->fwkKey(); }
 
 bool ZetCrpSet::isBestZone() const {
-  IpGenPrefix best = pimBsrSm()->bsrTrie()->longestMatch(fwkKey());
+  // A root that still waits for its address family has no trie, and mirrors nothing.
+  Ptr<TrieGen> trie = pimBsrSm()->bsrTrie();
+  IpGenPrefix best = trie ? trie->longestMatch(fwkKey()) : IpGenPrefix();
   if (best == zone()) return true;
   ZET_TRACE(trace, 8,
             "Not updating RpCandidateStatus since our zone "

@@ -1,8 +1,8 @@
-// Bytes -> wire -> admission -> gate -> machines: a sequence of packets, with time passing between them, must neither
-// end the process nor let an exception out of a handler, whatever the bytes are.
+// Bytes -> wire -> admission -> gate -> machines: a sequence of packets, with time passing between them, must
+// neither end the process nor let an exception out of a handler, whatever the bytes are.
 //
-// The input is read as steps: one byte of control, then a packet. The control byte's low bits say how many seconds
-// pass first, its high bit that the step is a bare wait; a 16-bit length and the PIM message follow.
+// The input is read as steps: one byte of control, then a packet. The control byte's low bits say how many
+// seconds pass first, its high bit that the step is a bare wait; a 16-bit length and the PIM message follow.
 
 #include <algorithm>
 #include <cstdint>

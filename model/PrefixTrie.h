@@ -29,6 +29,8 @@ class PIMBSR_API PrefixTrie {
   PrefixTrie() = default;
 
   U32 size() const { return size_; }
+  /// Nodes in use: the members and the branches between them, so fewer than twice size().
+  U32 nodes() const { return static_cast<U32>(nodes_.size() - free_.size()); }
   /// Adds a prefix; false if it was there.
   bool insert(Prefix prefix);
   /// Removes a prefix; false if it wasn't there.

@@ -75,7 +75,7 @@ bool BsrCandidateSm::isGlobalZone() const { return zone() == bsrSm()->globalOrNo
 // Messages --------------------------------------------------------------------------------------------
 
 void BsrCandidateSm::handleBsm() {
-  if (!initialized()) return;
+  if (!initialized() || !bsm()) return;
   PimBsrWeight told(bsm()->bsrPriority(), bsm()->bsrAddress());
   if (told < stored()) {
     handleNonPreferredBsm();

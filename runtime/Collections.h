@@ -21,18 +21,23 @@ using RbTreeMap = std::map<K, V>;
 /// appends: the key is one above the last.
 template <class T>
 class LinkQueue {
+  struct Member {
+    U32 key = 0;
+    Ptr<T> member;
+  };
+
  public:
   bool empty() const { return members_.empty(); }
   U32 size() const { return static_cast<U32>(members_.size()); }
 
   /// Appends and returns the key given.
-  U32 enq(Ptr<T> const& member) {
+  U32 enq(ValidPtr<T> const& member) {
     U32 key = members_.empty() ? 0 : members_.back().key + 1;
     members_.push_back({key, member});
     return key;
   }
   /// Puts a member at its key's place, replacing one that has the same key.
-  void memberIs(U32 key, Ptr<T> const& member) {
+  void memberIs(U32 key, ValidPtr<T> const& member) {
     auto at = place(key);
     if (at != members_.end() && at->key == key) {
       at->member = member;
@@ -55,31 +60,33 @@ class LinkQueue {
   }
   void clear() { members_.clear(); }
 
-  /// A walk in order of the keys. Members may be enqueued or removed meanwhile.
+  /// A walk in order of the keys that holds the member on which it stands as a bookmark: members may be
+  /// enqueued or removed meanwhile. The queue itself must outlive it.
   class Iterator {
    public:
-    explicit Iterator(LinkQueue const* queue) : queue_(queue) {}
-    explicit operator bool() const { return index_ < queue_->members_.size(); }
-    T* operator->() const { return queue_->members_[index_].member.ptr(); }
-    T& operator*() const { return *operator->(); }
-    Ptr<T> const& ptr() const { return queue_->members_[index_].member; }
-    U32 key() const { return queue_->members_[index_].key; }
+    explicit Iterator(LinkQueue const* queue) : queue_(queue) { standAt(queue->members_.begin()); }
+    explicit operator bool() const { return static_cast<bool>(at_.member); }
+    T* operator->() const { return at_.member.ptr(); }
+    T& operator*() const { return *at_.member; }
+    Ptr<T> const& ptr() const { return at_.member; }
+    U32 key() const { return at_.key; }
     Iterator& operator++() {
-      ++index_;
+      standAt(std::upper_bound(queue_->members_.begin(), queue_->members_.end(), at_.key,
+                               [](U32 k, Member const& m) { return k < m.key; }));
       return *this;
     }
 
    private:
+    void standAt(typename std::vector<Member>::const_iterator at) {
+      at_ = at != queue_->members_.end() ? *at : Member();
+    }
+
     LinkQueue const* queue_;
-    std::size_t index_ = 0;
+    Member at_;
   };
   Iterator iterator() const { return Iterator(this); }
 
  private:
-  struct Member {
-    U32 key;
-    Ptr<T> member;
-  };
   auto place(U32 key) {
     return std::lower_bound(members_.begin(), members_.end(), key,
                             [](Member const& m, U32 k) { return m.key < k; });

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "runtime/Assert.h"
 #include "runtime/Bits.h"
 #include "runtime/Ptr.h"
 
@@ -70,6 +71,8 @@ class HashMap {
     for (V* at = *slot; at != nullptr && precedes(at, link(m).zetHash_, m->fwkKey()); at = next(at))
       before = at;
     V* after = before == nullptr ? *slot : next(before);
+    ZET_ASSERT(!link(m).isLinked() && (after == nullptr || !hasKey(after, m)),
+               "a new key and an unlinked member");
     nextIs(m, after);
     if (before == nullptr) {
       *slot = m;
@@ -95,16 +98,16 @@ class HashMap {
     }
     Ptr<V> removed = release(m);
     --size_;
-    if (bits_ != 0 && size_ < buckets() / 4) shrink();
+    if (bits_ != 0 && size_ <= buckets() / 4) shrink();
     return removed;
   }
 
   /// Drops all members; for a map whose owner goes.
   void clear() {
-    while (V* m = first()) remove(m->fwkKey());
-    if (bits_ != 0) delete[] many_;
-    bits_ = 0;
-    one_ = nullptr;
+    while (!empty()) {
+      for (Iterator at = iterator(); at; ++at) remove(at.key());
+    }
+    while (bits_ != 0) shrink();
   }
 
   /// The first member of the walk, or null.
@@ -155,6 +158,10 @@ class HashMap {
   static void nextIs(V* v, V* n) { link(v).zetNext_ = n; }
   static bool precedes(V const* a, U32 hash, K const& key) {
     return link(a).zetHash_ < hash || (link(a).zetHash_ == hash && a->fwkKey() < key);
+  }
+
+  static bool hasKey(V const* a, V const* b) {
+    return link(a).zetHash_ == link(b).zetHash_ && a->fwkKey() == b->fwkKey();
   }
 
   U32 buckets() const { return 1u << bits_; }

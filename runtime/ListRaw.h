@@ -77,35 +77,40 @@ class SnapshotIterator<ListRaw<T>> {
   explicit SnapshotIterator(ListRaw<T> const& list) {
     for (T* at = list.front(); at != nullptr; at = list.after(at)) add(at);
   }
+  SnapshotIterator(SnapshotIterator const&) = delete;
+  SnapshotIterator& operator=(SnapshotIterator const&) = delete;
+  ~SnapshotIterator() {
+    for (; index_ < size_; ++index_) entry(index_)->deleteRef();
+  }
 
   explicit operator bool() const { return index_ < size_; }
   T& operator*() const { return *entry(index_); }
-  T* operator->() const { return entry(index_).ptr(); }
+  T* operator->() const { return entry(index_); }
 
   SnapshotIterator& operator++() {
     do {
-      entry(index_) = nullptr;
+      entry(index_)->deleteRef();
       ++index_;
     } while (index_ < size_ && entry(index_)->references() == 1);
     return *this;
   }
 
  private:
-  static constexpr U32 inlineEntries = 4;
+  static constexpr U32 inlineEntries = 8;
 
   void add(T* at) {
+    at->newRef();
     if (size_ < inlineEntries) {
-      inline_[size_] = Ptr<T>(at);
+      inline_[size_] = at;
     } else {
-      more_.emplace_back(at);
+      more_.push_back(at);
     }
     ++size_;
   }
-  Ptr<T>& entry(U32 i) { return i < inlineEntries ? inline_[i] : more_[i - inlineEntries]; }
-  Ptr<T> const& entry(U32 i) const { return i < inlineEntries ? inline_[i] : more_[i - inlineEntries]; }
+  T* entry(U32 i) const { return i < inlineEntries ? inline_[i] : more_[i - inlineEntries]; }
 
-  Ptr<T> inline_[inlineEntries];
-  std::vector<Ptr<T>> more_;
+  T* inline_[inlineEntries];  ///< each entry from index_ on is counted
+  std::vector<T*> more_;
   U32 size_ = 0;
   U32 index_ = 0;
 };

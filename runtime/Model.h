@@ -5,6 +5,7 @@
 
 #include "runtime/Collections.h"
 #include "runtime/Entity.h"
+#include "runtime/Machine.h"
 #include "runtime/Reflection.h"
 
 /// The behaviour of attributes, written once: what each accessor that is made from a declaration calls.
@@ -80,6 +81,37 @@ void delAll(HashMap<V, K>& map, Del const& del) {
   for (auto at = map.iterator(); at; ++at) del(K(at.key()));
 }
 
+/// Get-or-create of a single owned object: `test` may refuse the one held, `change` tells of a new one.
+template <class T, class Test, class Make, class Change>
+Ptr<T> getOrMake(Ptr<T> const& held, Test const& test, Make const& make, Change const& change) {
+  if (held) {
+    test(*held);
+    return held;
+  }
+  Ptr<T> made = make();
+  change();
+  return made;
+}
+
+/// The same of an owned member of a collection.
+template <class T, class K, class Test, class Make, class Change>
+Ptr<T> getOrMake(HashMap<T, K> const& map, K const& key, Test const& test, Make const& make,
+                 Change const& change) {
+  if (Ptr<T> found = map.find(key); found) {
+    test(*found);
+    return found;
+  }
+  Ptr<T> made = make();
+  change(key);
+  return made;
+}
+
+/// Removes a single owned object; null does nothing.
+template <class T, class Change>
+void delSingle(Ptr<T>& held, Change const& change) {
+  if (Ptr<T> gone = std::move(held); gone) change();
+}
+
 /// The name of a member that is called after its key: the key's plain text.
 template <class K>
 Name nameOf(K const& key) {
@@ -92,13 +124,14 @@ Name nameOf(K const& key) {
   }
 }
 
-/// Get-or-create found a member: it must have been made with the same argument.
+/// Get-or-create found a member: it must have been made with the same argument. The text ends with the held
+/// value.
 template <class T>
 void checkSameArgument(char const* attribute, T const& held, T const& given) {
   if (held == given) return;
   throwNameInUseException("Reinstantiating the pointer interface where constructor parameter attribute _" +
                           std::string(attribute) + " has a different value of " +
-                          std::string(strep(given).view()));
+                          std::string(strep(held).view()));
 }
 
 /// The mutator of a collection of nested reactors refuses a null member.

@@ -11,6 +11,17 @@ static TraceSource const trace("Zet", "Notifiee");
 
 thread_local constinit Expect const* Expect::innermost_ = nullptr;
 
+void Reactor::zetDoZombieReactors(bool on) {
+  if (on == zetMarkedForDeletion()) return;
+  zetMarkedForDeletionIs(on);
+  zetForNested([on](Reactor& nested) { nested.zetDoZombieReactors(on); });
+}
+
+void Reactor::hasNotificationActiveIs(bool on) {
+  PtrInterface::hasNotificationActiveIs(on);
+  zetForNested([on](Reactor& nested) { nested.hasNotificationActiveIs(on); });
+}
+
 void Reactor::handleNotification(ActivityConfig*) {
   AttributeId attribute = std::exchange(pending_, noAttribute);
   if (attribute != noAttribute) deliver(*this, attribute, [&] { zetDispatch(attribute); });
@@ -32,10 +43,19 @@ static std::string textInFlight() {
   }
 }
 
-void reportNotificationException(Reactor& reactor, AttributeId attribute) {
+static void countException(char const* place, AttributeId attribute) {
   Context::current().notificationExceptionsInc();
-  ZET_TRACE(trace, 1, "Exception from the handler of attribute " << attribute << ": " << textInFlight());
-  reactor.onNotificationException(attribute);
+  ZET_TRACE(trace, 1,
+            "Exception from the " << place << " of attribute " << attribute << ": " << textInFlight());
+}
+
+void reportNotificationException(Reactor& reactor, AttributeId attribute) {
+  countException("handler", attribute);
+  try {
+    reactor.onNotificationException(attribute);
+  } catch (...) {
+    countException("onNotificationException", attribute);
+  }
 }
 
 void NotifieeBase::attach(Notifier const* notifier) {
@@ -77,6 +97,7 @@ Notifier::~Notifier() {
 void Notifier::handleZeroRef() {
   mark(heldBit, true);
   for (SnapshotIterator<Notifiees> at(notifiees_); at; ++at) {
+    if (!at->isRegisteredWith(*this)) continue;
     deliver(*at, allAttributes, [&] { at->onZeroReferences(); });
   }
   delete this;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "runtime/Activity.h"
 #include "runtime/Context.h"
 #include "runtime/ListRaw.h"
@@ -8,14 +10,20 @@ namespace Zet {
 
 class Notifier;
 
+class Reactor;
+using NestedCall = std::function<void(Reactor&)>;
+
 /// Base of everything that reacts: the notifiees of entities and of timers.
 class PIMBSR_API Reactor : public PtrInterface {
  public:
-  /// Sets or clears the zombie mark of this reactor and of all reactors nested in it. A zombie's onFoo forms
-  /// do nothing, which keeps a machine in destruction from reacting to what its own destruction changes.
-  virtual void zetDoZombieReactors(bool on) {
-    if (on != zetMarkedForDeletion()) zetMarkedForDeletionIs(on);
-  }
+  /// Sets or clears the zombie mark of this reactor and of all reactors nested in it; nothing where it stands
+  /// so already. A zombie's onFoo forms do nothing, which keeps a machine in destruction from reacting to
+  /// what its own destruction changes.
+  void zetDoZombieReactors(bool on);
+  /// Passed on to all nested reactors.
+  void hasNotificationActiveIs(bool on) override;
+  /// Calls back for each reactor nested directly in this one, each collection walked in turn.
+  virtual void zetForNested(NestedCall const&) {}
 
   /// Hears that the handler of an attribute raised; the runtime has traced and counted it already.
   virtual void onNotificationException(AttributeId) {}
@@ -55,7 +63,8 @@ class PIMBSR_API Expect {
   [[gnu::tls_model("initial-exec")]] static thread_local constinit Expect const* innermost_;
 };
 
-/// Reports an exception in flight that a reactor's handler let out: trace, count, onNotificationException.
+/// Reports an exception in flight that a reactor's handler let out: trace, count, onNotificationException. No
+/// exception gets out, that of onNotificationException itself included.
 PIMBSR_API void reportNotificationException(Reactor& reactor, AttributeId attribute);
 
 /// Calls one reactor: no exception gets out.

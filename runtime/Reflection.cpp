@@ -97,16 +97,29 @@ static bool lookOp(AttributeRow const& row, PtrInterface const& object, Attribut
   return true;
 }
 
+/// Whether the operation changes an object and the attribute's kind knows it.
+static bool isKnownChange(AttributeRow const& row, AttributeOp op) {
+  switch (op) {
+    case AttributeOp::write:
+    case AttributeOp::update:
+      return row.write != nullptr;
+    case AttributeOp::del:
+      return row.del != nullptr;
+    case AttributeOp::call:
+      return row.call != nullptr;
+    default:
+      return false;
+  }
+}
+
 void GenericIf::attributeOp(PtrInterface& object, AttributeId id, AttributeOp op,
                             AttributeOpArgs& args) const {
   AttributeRow const& row = rowFor(object, id);
   checkIndex(row, op, args);
   if (lookOp(row, object, op, args)) return;
-  bool writes = op == AttributeOp::write || op == AttributeOp::update;
-  if (writes && row.write != nullptr) return row.write(object, args.key, args.value);
-  if (op == AttributeOp::del && row.del != nullptr) return row.del(object, args.key);
-  if (op != AttributeOp::call || row.call == nullptr)
-    throwOpNotSupportedException(row.name, opName(op), false);
+  if (!isKnownChange(row, op)) throwOpNotSupportedException(row.name, opName(op), false);
+  if (op == AttributeOp::del) return row.del(object, args.key);
+  if (op != AttributeOp::call) return row.write(object, args.key, args.value);
   args.value = row.call(object, args.arguments);
 }
 
@@ -115,10 +128,9 @@ void GenericIf::attributeOp(PtrInterface const& object, AttributeId id, Attribut
   AttributeRow const& row = rowFor(object, id);
   checkIndex(row, op, args);
   if (lookOp(row, object, op, args)) return;
-  bool looks = op == AttributeOp::read || op == AttributeOp::walk;
   if (op == AttributeOp::update)
     throwInternalException("write-update from readonly proxy: " + std::string(row.name));
-  throwOpNotSupportedException(row.name, opName(op), !looks);
+  throwOpNotSupportedException(row.name, opName(op), isKnownChange(row, op));
 }
 
 String8 GenericIf::read(PtrInterface const& object, String8 const& attribute) const {
@@ -170,18 +182,16 @@ static void introspectType(IntrospectionReactor& reactor, ZetType const& type) {
 }
 
 void introspect(IntrospectionReactor& reactor) {
-  std::string open;
+  std::map<std::string_view, std::vector<ZetType const*>> spaces;
   for (ZetType const* type : zetTypes()) {
-    std::string name = type->name;
-    std::string space = name.substr(0, name.rfind("::"));
-    if (space != open) {
-      if (!open.empty()) reactor.handleScopeExit();
-      reactor.handleNameSpace(String8(space.c_str()));
-      open = space;
-    }
-    introspectType(reactor, *type);
+    std::string_view name = type->name;
+    spaces[name.substr(0, name.rfind("::"))].push_back(type);
   }
-  if (!open.empty()) reactor.handleScopeExit();
+  for (auto const& [space, types] : spaces) {
+    reactor.handleNameSpace(String8(space));
+    for (ZetType const* type : types) introspectType(reactor, *type);
+    reactor.handleScopeExit();
+  }
 }
 
 void checkArguments(std::span<Argument const> arguments, std::size_t wanted) {

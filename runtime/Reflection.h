@@ -48,19 +48,19 @@ struct AttributeRow {
   AttributeId id;
   char const* name;
   AttributeKind kind;
-  char const* type;     ///< of the value or member
-  char const* keyType;  ///< empty if the attribute isn't indexed
-  char const* start;    ///< start value as declared; empty is the type's own
-  char const* unit;     ///< empty if it has none
-  char const* range;    ///< the text raised for a value out of range; empty if there is no range
-  char const* sentence;
+  char const* type = "";     ///< of the value or member
+  char const* keyType = "";  ///< empty if the attribute isn't indexed
+  char const* start = "";    ///< start value as declared; empty is the type's own
+  char const* unit = "";     ///< empty if it has none
+  char const* range = "";    ///< the text raised for a value out of range; empty if there is no range
+  char const* sentence = "";
 
-  String8 (*read)(PtrInterface const& object, String8 const& key);
-  void (*write)(PtrInterface& object, String8 const& key, String8 const& value);
-  void (*del)(PtrInterface& object, String8 const& key);
-  void (*walk)(PtrInterface const& object, MemberVisitor& visitor);
-  Ptr<PtrInterface> (*member)(PtrInterface const& object, String8 const& key);
-  String8 (*call)(PtrInterface& object, std::span<Argument const> arguments);
+  String8 (*read)(PtrInterface const& object, String8 const& key) = nullptr;
+  void (*write)(PtrInterface& object, String8 const& key, String8 const& value) = nullptr;
+  void (*del)(PtrInterface& object, String8 const& key) = nullptr;
+  void (*walk)(PtrInterface const& object, MemberVisitor& visitor) = nullptr;
+  Ptr<PtrInterface> (*member)(PtrInterface const& object, String8 const& key) = nullptr;
+  String8 (*call)(PtrInterface& object, std::span<Argument const> arguments) = nullptr;
 
   bool isIndexed() const { return keyType[0] != '\0'; }
 };
@@ -110,9 +110,9 @@ class PIMBSR_API GenericIf {
   /// for what the kind refuses; UnknownArgException for a missing index or wrong arguments; what the setter
   /// itself raises.
   void attributeOp(PtrInterface& object, AttributeId id, AttributeOp op, AttributeOpArgs& args) const;
-  /// The same on a constant object, of which nothing can be changed: a change raises "attempting to modify a
-  /// const instance", and an update of a mirrored object "write-update from readonly proxy: " with the
-  /// attribute's name.
+  /// The same on a constant object, of which nothing can be changed: a change that the attribute's kind knows
+  /// raises "attempting to modify a const instance", and an update of a mirrored object "write-update from
+  /// readonly proxy: " with the attribute's name.
   void attributeOp(PtrInterface const& object, AttributeId id, AttributeOp op, AttributeOpArgs& args) const;
 
   String8 read(PtrInterface const& object, String8 const& attribute) const;
@@ -146,7 +146,8 @@ class PIMBSR_API ZetAttrIntrospectionFlags {
   U32 value_;
 };
 
-/// Is filled with the declared model, unit by unit: a namespace, then its types, each with its attributes.
+/// Is filled with the declared model, unit by unit: each namespace once, in order of their names, with its
+/// types in that order, each with its attributes as declared.
 class PIMBSR_API IntrospectionReactor {
  public:
   virtual ~IntrospectionReactor() = default;

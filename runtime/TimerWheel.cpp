@@ -18,6 +18,10 @@ TimerWheel::NotifieeConst::~NotifieeConst() {
   if (wheel_) wheel_->drop(*this);
 }
 
+void TimerWheel::NotifieeConst::zetDispatch(Zet::AttributeId attribute) {
+  if (attribute == Zet::allAttributes || attribute == attrTime) onTime();
+}
+
 void TimerWheel::NotifieeConst::timeMinIs(double seconds) {
   bool finite = seconds <= std::numeric_limits<double>::max();
   timeMin_ = finite ? seconds : never;
@@ -33,26 +37,29 @@ void TimerWheel::arm(NotifieeConst& timer, double seconds) const {
   if (!timer.armed_) ++armed_;
   timer.armed_ = true;
   timer.order_ = ++armings_;
-  Entry entry{seconds, timer.order_, &timer};
   if (timer.place_ == NotifieeConst::outside) {
-    heap_.emplace_back();
-    siftUp(static_cast<U32>(heap_.size() - 1), entry);
+    unlink(timer);
+    insert(timer);
   } else if (seconds < heap_[timer.place_].time) {
-    siftUp(timer.place_, entry);
+    siftUp(timer.place_, {seconds, timer.order_, &timer});
   }
 }
 
 void TimerWheel::stop(NotifieeConst& timer) const {
   if (timer.armed_) --armed_;
   timer.armed_ = false;
+  unlink(timer);
 }
 
 void TimerWheel::drop(NotifieeConst& timer) const {
   stop(timer);
-  if (timer.place_ != NotifieeConst::outside) removeAt(timer.place_);
+  remove(timer);
 }
 
-double TimerWheel::nextExpiry() const { return refreshTop() ? heap_.front().time : never; }
+double TimerWheel::nextExpiry() const {
+  NotifieeConst* next = first();
+  return next != nullptr ? next->timeMin_ : never;
+}
 
 U32 TimerWheel::advance(double now) {
   ZET_ASSERT(!advancing_, "!advancing_");
@@ -60,9 +67,8 @@ U32 TimerWheel::advance(double now) {
   U64 const last = armings_;
   U32 fired = 0;
   std::vector<Zet::Ptr<NotifieeConst>> later;
-  while (refreshTop() && heap_.front().time <= now) {
-    Zet::Ptr<NotifieeConst> timer(heap_.front().timer);
-    removeAt(0);
+  for (Zet::Ptr<NotifieeConst> timer = first(); timer && timer->timeMin_ <= now; timer = first()) {
+    remove(*timer);
     if (timer->order_ > last) {
       later.push_back(timer);
       continue;
@@ -77,15 +83,68 @@ U32 TimerWheel::advance(double now) {
 
 void TimerWheel::fire(NotifieeConst& timer) {
   stop(timer);
-  Zet::deliver(timer, 0, [&] { timer.onTime(); });
+  Zet::deliver(timer, attrTime, [&] { timer.onTime(); });
 }
 
-/// Returns a timer that was armed during the walk to the heap, unless it was stopped or dropped since.
+/// Puts back a timer that was armed during the walk, unless it was stopped, dropped or armed again since.
 void TimerWheel::putBack(NotifieeConst& timer) {
-  if (!timer.armed_ || timer.wheel_ != this || timer.place_ != NotifieeConst::outside) return;
+  bool const isInside = timer.place_ != NotifieeConst::outside || timer.run_ != NotifieeConst::noRun;
+  if (timer.armed_ && timer.wheel_ == this && !isInside) insert(timer);
+}
+
+/// Puts an armed timer that is outside into a run or the heap.
+void TimerWheel::insert(NotifieeConst& timer) const {
+  if (append(timer)) return;
   heap_.emplace_back();
   siftUp(static_cast<U32>(heap_.size() - 1), {timer.timeMin_, timer.order_, &timer});
 }
+
+/// Takes a timer out of its run or the heap.
+void TimerWheel::remove(NotifieeConst& timer) const {
+  unlink(timer);
+  if (timer.place_ != NotifieeConst::outside) removeAt(timer.place_);
+}
+
+/// The timer that is due first; null if none is armed.
+TimerWheel::NotifieeConst* TimerWheel::first() const {
+  NotifieeConst* first = refreshTop() ? heap_.front().timer : nullptr;
+  for (Run const& run : runs_) {
+    if (run.first != nullptr && (first == nullptr || run.first->before(*first))) first = run.first;
+  }
+  return first;
+}
+
+// Runs ------------------------------------------------------------------------------------------------
+
+/// Puts a timer behind the run that ends closest before it, else into an empty run; false if all go on beyond
+/// it.
+bool TimerWheel::append(NotifieeConst& timer) const {
+  Run* best = nullptr;
+  for (Run& run : runs_) {
+    if (run.last == nullptr) {
+      if (best == nullptr) best = &run;
+    } else if (!timer.before(*run.last)) {
+      if (best == nullptr || best->last == nullptr || best->last->before(*run.last)) best = &run;
+    }
+  }
+  if (best == nullptr) return false;
+  timer.run_ = static_cast<U8>(best - runs_);
+  timer.previous_ = best->last;
+  (best->last != nullptr ? best->last->next_ : best->first) = &timer;
+  best->last = &timer;
+  return true;
+}
+
+void TimerWheel::unlink(NotifieeConst& timer) const {
+  if (timer.run_ == NotifieeConst::noRun) return;
+  Run& run = runs_[timer.run_];
+  (timer.previous_ != nullptr ? timer.previous_->next_ : run.first) = timer.next_;
+  (timer.next_ != nullptr ? timer.next_->previous_ : run.last) = timer.previous_;
+  timer.next_ = timer.previous_ = nullptr;
+  timer.run_ = NotifieeConst::noRun;
+}
+
+// Heap ------------------------------------------------------------------------------------------------
 
 /// Brings the top of the heap up to date; false if no timer is armed.
 bool TimerWheel::refreshTop() const {
@@ -94,7 +153,8 @@ bool TimerWheel::refreshTop() const {
     if (!timer.armed_) {
       removeAt(0);
     } else if (heap_.front().order != timer.order_) {
-      siftDown(0, {timer.timeMin_, timer.order_, &timer});
+      removeAt(0);
+      insert(timer);
     } else {
       return true;
     }

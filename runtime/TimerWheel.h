@@ -17,12 +17,15 @@ inline bool isTimeSet(double timeMin) {
 /// The timers of one router. The wheel is passive: it knows when the next one is due, and the host moves it
 /// on.
 ///
-/// Inside is a heap whose entries may lag behind: arming a timer for a later time, which is what a refresh
-/// does, only notes the new time, and its entry is brought up to date when it reaches the top. So re-arming
-/// costs the same however many timers there are; firing and arming for an earlier time cost the depth of the
-/// heap at most.
+/// Refreshes of one hold time arm timers in the order in which they will expire. So a timer that is not
+/// before the last of a run goes behind it, and re-arming costs the same however many timers there are. Runs
+/// are few, one for each usual hold time; what fits none goes into a heap, whose entries may lag behind:
+/// arming a timer in it for a later time only notes the new time, and the entry is looked at again when it
+/// reaches the top.
 class PIMBSR_API TimerWheel : public Zet::PtrInterface {
  public:
+  enum : Zet::AttributeId { attrTime = 0 };
+
   /// One timer: a reactor whose onTime() runs at its expiry.
   class PIMBSR_API NotifieeConst : public Zet::Reactor {
    public:
@@ -44,15 +47,25 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
    protected:
     NotifieeConst() = default;
     ~NotifieeConst() override;
+    void zetDispatch(Zet::AttributeId attribute) override;
 
    private:
     friend class TimerWheel;
     static constexpr U32 outside = ~U32{0};
+    static constexpr U8 noRun = 0xff;
+
+    /// Whether it is due before another.
+    bool before(NotifieeConst const& other) const {
+      return timeMin_ < other.timeMin_ || (timeMin_ == other.timeMin_ && order_ < other.order_);
+    }
 
     Zet::Ptr<TimerWheel const> wheel_;
     double timeMin_ = 0.0;
-    U64 order_ = 0;        ///< when it was armed, among all armings of the wheel
+    U64 order_ = 0;                  ///< when it was armed, among all armings of the wheel
+    NotifieeConst* next_ = nullptr;  ///< neighbours in its run
+    NotifieeConst* previous_ = nullptr;
     U32 place_ = outside;  ///< index in the heap
+    U8 run_ = noRun;       ///< index of its run
     bool armed_ = false;
   };
 
@@ -78,9 +91,21 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
     }
   };
 
+  /// Armed timers in order of their expiry; each is in one run, or in the heap.
+  struct Run {
+    NotifieeConst* first = nullptr;
+    NotifieeConst* last = nullptr;
+  };
+  static constexpr U8 runs = 8;
+
   void arm(NotifieeConst& timer, double seconds) const;
   void stop(NotifieeConst& timer) const;
   void drop(NotifieeConst& timer) const;
+  void insert(NotifieeConst& timer) const;
+  bool append(NotifieeConst& timer) const;
+  void unlink(NotifieeConst& timer) const;
+  void remove(NotifieeConst& timer) const;
+  NotifieeConst* first() const;
   bool refreshTop() const;
   void place(U32 index, Entry const& entry) const;
   void siftUp(U32 index, Entry entry) const;
@@ -89,6 +114,7 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
   void fire(NotifieeConst& timer);
   void putBack(NotifieeConst& timer);
 
+  mutable Run runs_[runs];
   mutable std::vector<Entry> heap_;
   mutable U64 armings_ = 0;
   mutable U32 armed_ = 0;

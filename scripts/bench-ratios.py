@@ -8,6 +8,10 @@ import sys
 OURS = "pimbsr"
 NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 MODIFIERS = ("real_time", "process_time", "manual_time")
+# What a run says of itself; all else is a counter of the benchmark's own.
+STANDARD = {"name", "family_index", "per_family_instance_index", "run_name", "run_type", "repetitions",
+            "repetition_index", "threads", "iterations", "real_time", "cpu_time", "time_unit", "label",
+            "aggregate_name", "aggregate_unit", "error_occurred", "error_message"}
 
 
 def split_name(name):
@@ -40,6 +44,17 @@ def read(report):
     return groups
 
 
+def counters(report):
+    """A line for each counter of each benchmark; of repeated runs the median, else the last."""
+    lines = {}
+    for run in report["benchmarks"]:
+        if run.get("aggregate_name", "median") != "median":
+            continue
+        for counter in sorted(run.keys() - STANDARD):
+            lines[run["run_name"], counter] = f"{run['run_name']}  {run[counter]:,.1f} {counter}"
+    return list(lines.values())
+
+
 def table(group, sizes):
     """The lines of one group: a row for each size, a column for each variant, ours first."""
     variants = list(dict.fromkeys(v for times in sizes.values() for v in times))
@@ -60,9 +75,11 @@ def table(group, sizes):
 def main(files):
     for file in files:
         with open(file, encoding="utf-8") as stream:
-            groups = read(json.load(stream))
-        for group, sizes in groups.items():
+            report = json.load(stream)
+        for group, sizes in read(report).items():
             print("\n".join(table(group, sizes)), end="\n\n")
+        for line in counters(report):
+            print(line)
 
 
 if __name__ == "__main__":

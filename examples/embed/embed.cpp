@@ -10,7 +10,9 @@ using Lanet::IntfId;
 using Lanet::IpGenAddr;
 
 struct Port : pimbsr::pim::Port {
-  bool send(IntfId const&, std::span<Zet::U8 const>) override { return true; }  // your raw socket of protocol 103
+  bool send(IntfId const&, std::span<Zet::U8 const>) override {
+    return true;
+  }  // your raw socket of protocol 103
   IpGenAddr primaryAddress(IntfId const&) const override { return IpGenAddr::parse("192.0.2.9"); }
   bool isOwnAddress(IpGenAddr const& address) const override { return address == primaryAddress(IntfId()); }
 };

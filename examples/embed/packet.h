@@ -19,6 +19,7 @@ inline std::vector<Zet::U8> bootstrapPacket() {
   std::vector<Zet::U8> packet;
   pimbsr::wire::Ipv4Header header{.source = Lanet::IpAddr::parse("192.0.2.1"),
                                   .destination = Lanet::IpAddr::parse("224.0.0.13")};
-  bool encoded = pimbsr::wire::encodeBootstrap(*message, pim) && pimbsr::wire::encodeIpv4(header, pim, packet);
+  bool encoded =
+      pimbsr::wire::encodeBootstrap(*message, pim) && pimbsr::wire::encodeIpv4(header, pim, packet);
   return encoded ? packet : std::vector<Zet::U8>();
 }

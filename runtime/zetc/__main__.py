@@ -3,6 +3,7 @@
 import argparse
 import os
 import sys
+from pathlib import Path
 
 from check import Model
 from emit import emit_file, emit_reference
@@ -11,32 +12,24 @@ from parse import ZetError, parse
 
 def write(path, text):
     """Writes only what changed, so that nothing is rebuilt in vain."""
-    if os.path.exists(path):
-        with open(path, encoding="utf-8") as f:
-            if f.read() == text:
-                return
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    with open(path, "w", encoding="utf-8") as f:
-        f.write(text)
+    if not path.exists() or path.read_text(encoding="utf-8") != text:
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding="utf-8")
 
 
 def main():
     arguments = argparse.ArgumentParser(prog="zetc", description=__doc__)
-    arguments.add_argument("--root", required=True)
-    arguments.add_argument("--out", required=True)
-    arguments.add_argument("files", nargs="+")
+    arguments.add_argument("--root", required=True, type=Path, help="where the paths of declarations begin")
+    arguments.add_argument("--out", required=True, type=Path)
+    arguments.add_argument("files", nargs="+", help="declaration files, under root unless absolute")
     given = arguments.parse_args()
-    files = []
-    for name in sorted(given.files):
-        path = os.path.relpath(name, given.root) if os.path.isabs(name) else name
-        with open(os.path.join(given.root, path), encoding="utf-8") as f:
-            files.append(parse(path.removesuffix(".zet"), f.read()))
+    paths = sorted(os.path.relpath(given.root / name, given.root) for name in given.files)
+    files = [parse(path.removesuffix(".zet"), (given.root / path).read_text("utf-8")) for path in paths]
     model = Model(files)
     for file in files:
-        header, source = emit_file(model, file, os.path.exists)
-        write(os.path.join(given.out, file.path + ".zet.h"), header)
-        write(os.path.join(given.out, file.path + ".zet.cpp"), source)
-    write(os.path.join(given.out, "reference.md"), emit_reference(model))
+        for kind, text in zip((".zet.h", ".zet.cpp"), emit_file(model, file)):
+            write(given.out / (file.path + kind), text)
+    write(given.out / "reference.md", emit_reference(model))
 
 
 if __name__ == "__main__":

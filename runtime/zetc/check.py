@@ -1,8 +1,10 @@
 """Finds what a declaration refers to, and refuses what does not fit together."""
 
-from parse import Attribute, Type, ZetError
+from parse import ZetError
 
 TIMER = "Kiv::TimerWheel"
+INDEXED = ("members", "values", "pointers")
+HEARD = ("value", "counter", "pointer", "single") + INDEXED
 
 
 class Model:
@@ -11,36 +13,26 @@ class Model:
     def __init__(self, files):
         self.files = files
         self.classes = {}
-        for file in files:
-            for made in file.classes:
-                self.add(made)
+        for made in (c for file in files for c in file.classes):
+            one = self.classes.setdefault(made.qualified, made)
+            if one is not made:
+                raise ZetError(made.place, f"{made.name} is declared already at {one.place}", "another name")
         for made in self.classes.values():
             self.check_class(made)
 
-    def add(self, made):
-        if made.qualified in self.classes:
-            other = self.classes[made.qualified]
-            raise ZetError(made.place, f"{made.name} is declared already at {other.place}; another name would be valid")
-        self.classes[made.qualified] = made
-
-    # Questions -----------------------------------------------------------------------------------------------
+    # Questions
 
     def find(self, name, namespace):
         """The class that a name means inside a namespace, or None."""
-        space = namespace
-        while True:
-            found = self.classes.get(f"{space}::{name}" if space else name)
-            if found or not space:
-                return found
-            space = space.rpartition("::")[0]
+        found = self.classes.get(f"{namespace}::{name}" if namespace else name)
+        return found if found or not namespace else self.find(name, namespace.rpartition("::")[0])
 
     def base(self, made):
         return self.find(made.base, made.namespace) if made.base else None
 
     def attributes(self, made):
         """Own attributes behind those of the base."""
-        base = self.base(made)
-        return (self.attributes(base) if base else []) + made.attributes
+        return (self.attributes(self.base(made)) if made.base else []) + made.attributes
 
     def attribute(self, made, name):
         return next((a for a in self.attributes(made) if a.name == name), None)
@@ -52,84 +44,100 @@ class Model:
     def key(self, made):
         return next((a for a in made.attributes if a.kind == "key"), None)
 
-    def target(self, attribute, made):
+    def target(self, a, made):
         """The class of the members of an attribute."""
-        return self.find(attribute.type.name, made.namespace)
+        return self.find(a.type.name, made.namespace)
+
+    def key_type(self, a, made):
+        """The type of the index into an attribute, or None."""
+        return self.key(self.target(a, made)).type if a.kind == "members" else a.key
+
+    def parameters(self, a, made):
+        """The constructor attributes that the maker of an owned object is given: not its key in a collection,
+        nor a name taken from that, nor a raw pointer back."""
+        return [c for c in self.constructor(self.target(a, made)) if not c.type.raw
+                and not (a.kind == "members" and c.kind == "key") and not (a.named and c.name == "name")]
 
     def watched(self, reactor, made):
         """The type that a nested reactor watches."""
-        if reactor.type:
-            return reactor.type
-        return self.attribute(made, reactor.name).type
+        return reactor.type or self.attribute(made, reactor.name).type
 
-    # Refusals ------------------------------------------------------------------------------------------------
+    # Refusals
 
     def check_class(self, made):
         if made.base and not self.base(made):
-            raise ZetError(made.place, f"base {made.base} is not declared; a declared {made.kind} would be valid")
+            raise ZetError(made.place, f"base {made.base} is not declared", f"a declared {made.kind}")
         seen = {}
         for a in self.attributes(made):
             if a.name in seen:
-                raise ZetError(a.place, f"{a.name} is declared already at {seen[a.name]}; another name would be valid")
+                raise ZetError(a.place, f"{a.name} is declared already at {seen[a.name]}", "another name")
             seen[a.name] = a.place
+        for a in made.attributes:
             self.check_attribute(a, made)
         if sum(a.kind == "key" for a in made.attributes) > 1:
-            raise ZetError(made.place, f"{made.name} has more than one key; one would be valid")
-        if made.reactors and made.kind != "machine":
-            raise ZetError(made.reactors[0].place, f"{made.kind} {made.name} can't react; a machine would be valid")
+            raise ZetError(made.place, f"{made.name} has more than one key", "one")
+        if made.kind != "machine" and (made.reactors or made.construct):
+            place = made.reactors[0].place if made.reactors else made.place
+            raise ZetError(place, f"{made.kind} {made.name} can't react", "a machine")
         for r in made.reactors:
-            self.check_reactor(r, made, None)
+            self.check_reactor(r, made, made.reactors)
 
     def check_attribute(self, a, made):
         if a.kind in ("single", "members"):
             target = self.target(a, made)
             if not target:
-                raise ZetError(a.type.place, f"{a.type.name} is not declared; a class of a used file would be valid")
+                raise ZetError(a.type.place, f"{a.type.name} is not declared", "a declared class")
             if a.kind == "members" and not self.key(target):
-                raise ZetError(a.type.place, f"{target.name} has no key; 'single', or a key there, would be valid")
+                raise ZetError(a.type.place, f"{target.name} has no key", "'single', or a key there,")
+        if a.type.pointer and a.kind in ("value", "counter", "const", "values"):
+            raise ZetError(a.place, f"{a.kind} {a.name} can't be a pointer", "'pointer' or 'pointers'")
         if a.kind == "const" and not a.start:
-            raise ZetError(a.place, f"constant {a.name} has no value; '= value' would be valid")
+            raise ZetError(a.place, f"constant {a.name} has no value", "'= value'")
         if a.range and a.kind not in ("value", "counter"):
-            raise ZetError(a.place, f"{a.kind} {a.name} can't have a range; a value would be valid")
+            raise ZetError(a.place, f"{a.kind} {a.name} can't have a range", "a value")
         if a.named and a.kind != "members":
-            raise ZetError(a.place, f"{a.kind} {a.name} can't be named by its key; 'members' would be valid")
+            raise ZetError(a.place, f"{a.kind} {a.name} can't be named by its key", "'members'")
         if (a.runs or a.reflected) and made.kind != "machine":
-            raise ZetError(a.place, f"{made.kind} {made.name} has no handlers; a machine would be valid")
+            raise ZetError(a.place, f"{made.kind} {made.name} has no handlers", "a machine")
 
     def check_reactor(self, r, made, around):
+        """`around` are the reactors of which a watch may sync one; another reactor syncs its own."""
         if r.kind == "watch" and not r.type and not self.attribute(made, r.name):
-            raise ZetError(r.place, f"{r.name} is no attribute of {made.name}; one, or ': Type', would be valid")
+            raise ZetError(r.place, f"{r.name} is no attribute of {made.name}", "one, or ': Type',")
         if r.kind != "watch" and not r.type:
-            raise ZetError(r.place, f"{r.name} watches no type; ': Type' would be valid")
+            raise ZetError(r.place, f"{r.name} watches no type", "': Type'")
         watched = self.watched(r, made)
-        if watched.name != TIMER and not self.find(watched.name, made.namespace):
-            raise ZetError(watched.place or r.place, f"{watched.name} is not declared; a declared class or {TIMER} would be valid")
-        for on in r.ons:
-            self.check_on(on, r, watched, made, around)
-        for name in r.replay:
-            if not any(on.attribute == name for on in r.ons):
-                raise ZetError(r.place, f"replay of {name}, which isn't heard; 'on {name}' would be valid")
-        for nested in r.reactors:
-            self.check_reactor(nested, made, r)
-
-    def check_on(self, on, r, watched, made, around):
-        if watched.name == TIMER:
-            if on.attribute != "time" or on.syncs:
-                raise ZetError(on.place, "a timer tells of nothing but 'time'; 'on time runs handler' would be valid")
-            return
         target = self.find(watched.name, made.namespace)
-        heard = self.attribute(target, on.attribute)
-        if not heard or heard.kind in ("ctor", "key", "const", "method"):
-            names = ", ".join(a.name for a in self.attributes(target) if a.kind not in ("ctor", "key", "const", "method"))
-            raise ZetError(on.place, f"{target.name} doesn't tell of {on.attribute}; {names} would be valid")
-        if on.syncs:
-            siblings = around.reactors if r.kind == "watch" and around else made.reactors if r.kind == "watch" else r.reactors
-            if not any(s.name == on.syncs for s in siblings):
-                names = ", ".join(s.name for s in siblings) or "none yet"
-                raise ZetError(on.place, f"{on.syncs} is no nested reactor here; {names} would be valid")
+        if watched.name != TIMER and (not target or target.kind == "record"):
+            valid = f"a declared entity or machine, or {TIMER},"
+            raise ZetError(watched.place, f"{watched.name} can't be watched", valid)
+        if r.kind == "reactors" and not (target and self.key(target)):
+            raise ZetError(watched.place, f"{watched.name} has no key", "'reactor', or a key there,")
+        for a in r.attributes:
+            self.check_attribute(a, made)
+        for on in r.ons:
+            self.check_on(on, target, around if r.kind == "watch" else r.reactors)
+        for name in r.replay:
+            self.check_replay(name, r, target)
+        for nested in r.reactors:
+            self.check_reactor(nested, made, [])
 
+    def check_on(self, on, target, synced):
+        if not target:
+            if on.attribute != "time" or on.syncs:
+                raise ZetError(on.place, "a timer tells of nothing but 'time'", "'on time runs handler'")
+            return
+        told = [a.name for a in self.attributes(target) if a.kind in HEARD]
+        if on.attribute not in told:
+            valid = ", ".join(told) or "nothing"
+            raise ZetError(on.place, f"{target.name} doesn't tell of {on.attribute}", valid)
+        names = [s.name for s in synced]
+        if on.syncs and on.syncs not in names:
+            valid = ", ".join(names) or "none yet"
+            raise ZetError(on.place, f"{on.syncs} is no nested reactor here", valid)
 
-INDEXED = ("members", "values", "pointers")
-HEARD = ("value", "counter", "pointer", "single", "members", "values", "pointers")
-
-__all__ = ["Attribute", "HEARD", "INDEXED", "Model", "TIMER", "Type"]
+    def check_replay(self, name, r, target):
+        if name not in [on.attribute for on in r.ons]:
+            raise ZetError(r.place, f"replay of {name}, which isn't heard", f"'on {name}'")
+        if target and self.attribute(target, name).kind in INDEXED:
+            raise ZetError(r.place, f"replay of {name}, which has keys", "'syncs'")

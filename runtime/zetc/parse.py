@@ -1,117 +1,60 @@
 """Reads declaration files: text to a tree of classes and attributes. Knows the grammar and nothing of C++."""
 
 import re
-from dataclasses import dataclass, field
+from collections import namedtuple
 
 
 class ZetError(Exception):
-    """A fault in a declaration file, with its place and what would be valid."""
+    """A fault in a declaration file, with its place (file:line:column) and what would be valid."""
 
-    def __init__(self, place, text):
-        super().__init__(f"{place}: {text}")
-
-
-@dataclass
-class Place:
-    file: str
-    line: int
-    column: int
-
-    def __str__(self):
-        return f"{self.file}:{self.line}:{self.column}"
+    def __init__(self, place, text, valid):
+        super().__init__(f"{place}: {text}; {valid} would be valid")
 
 
-@dataclass
-class Token:
-    kind: str  # name, number, string, symbol, end
-    text: str
-    place: Place
+# kind: name, number, string, symbol, end
+Token = namedtuple("Token", "kind text place")
+# A declared type: a qualified name, as a value or as a counted or raw pointer to an object.
+Type = namedtuple("Type", "name place const pointer raw", defaults=[False, False, False])
+# One notification of a watched object and what it does: a handler that runs, a nested reactor that is synced.
+On = namedtuple("On", "attribute place runs syncs")
 
 
-@dataclass
-class Type:
-    """A declared type: a qualified name, as a value or as a counted or raw pointer to an object."""
-
-    name: str
-    const: bool = False
-    pointer: bool = False
-    raw: bool = False
-    place: Place = None
-
-
-@dataclass
 class Attribute:
-    kind: str  # ctor key value counter const pointer single members values pointers queue array method
-    name: str
-    place: Place
-    type: Type = None
-    key: Type = None
-    start: str = ""
-    unit: str = ""
-    range: tuple = None
-    runs: str = ""
-    reflected: str = ""
-    named: bool = False
-    count: str = ""
-    parameters: list = field(default_factory=list)
-    const_method: bool = False
-    doc: str = ""
+    def __init__(self, kind, name, place):
+        self.kind = kind  # one of PLAIN, one of BY_KEY, or method
+        self.name, self.place, self.doc = name, place, ""
+        self.type = self.key = None
+        self.start = self.unit = self.runs = self.reflected = self.count = ""
+        self.range = ()  # least, most, text in quotes
+        self.named = self.const_method = False
+        self.parameters = []  # of a method: (name, Type)
 
 
-@dataclass
-class On:
-    """One notification of a watched object and what it does."""
-
-    attribute: str
-    place: Place
-    runs: str = ""
-    syncs: str = ""
-
-
-@dataclass
 class Reactor:
     """A nested reactor. A watch has its handlers in the class around it, any other has its own."""
 
-    kind: str  # watch, reactor, reactors
-    name: str
-    place: Place
-    type: Type = None
-    ons: list = field(default_factory=list)
-    replay: list = field(default_factory=list)
-    init: str = ""
-    end: str = ""
-    attributes: list = field(default_factory=list)
-    reactors: list = field(default_factory=list)
-    parent: object = None
-    doc: str = ""
+    def __init__(self, kind, name, place):
+        self.kind = kind  # watch, reactor, reactors
+        self.name, self.place, self.doc = name, place, ""
+        self.type = None
+        self.init = self.end = ""
+        self.ons, self.replay, self.attributes, self.reactors = [], [], [], []
 
 
-@dataclass
 class Class:
-    kind: str  # entity, machine, record
-    name: str
-    namespace: str
-    file: str
-    place: Place
-    base: str = ""
-    doc: str = ""
-    construct: str = ""
-    end: str = ""
-    holds: list = field(default_factory=list)
-    attributes: list = field(default_factory=list)
-    reactors: list = field(default_factory=list)
-
-    @property
-    def qualified(self):
-        return f"{self.namespace}::{self.name}"
+    def __init__(self, kind, name, namespace, place):
+        self.kind = kind  # entity, machine, record
+        self.name, self.namespace, self.place, self.doc = name, namespace, place, ""
+        self.qualified = f"{namespace}::{name}"
+        self.base = self.construct = self.end = ""
+        self.holds = []  # (name, Type)
+        self.attributes, self.reactors = [], []
 
 
-@dataclass
 class File:
-    path: str  # without .zet, from the root: model/Status
-    uses: list = field(default_factory=list)
-    later: list = field(default_factory=list)
-    classes: list = field(default_factory=list)
+    def __init__(self, path):
+        self.path = path  # without .zet, from the root: model/Status
+        self.uses, self.later, self.classes = [], [], []
 
 
 TOKEN = re.compile(
@@ -119,30 +62,30 @@ TOKEN = re.compile(
     r"|(?P<string>\"(?:[^\"\\\n]|\\.)*\")"
     r"|(?P<number>-?\d+(?:\.\d+)?)"
     r"|(?P<name>[A-Za-z_]\w*(?:::\w+)*)"
-    r"|(?P<symbol>[{}():=,*/.])")
+    r"|(?P<symbol>[{}():=,*/])")
 
-CLASS_KINDS = ("entity", "machine", "record")
-PLAIN_KINDS = ("ctor", "key", "value", "counter", "const", "pointer", "single", "members", "queue", "array")
-KEYED_KINDS = ("values", "pointers")
-REACTOR_KINDS = ("watch", "reactor", "reactors")
+CLASSES = ("entity", "machine", "record")
+PLAIN = ("ctor", "key", "value", "counter", "const", "pointer", "single", "members", "queue", "array")
+BY_KEY = ("values", "pointers")
+REACTORS = ("watch", "reactor", "reactors")
+OPTIONS = {"unit": "a unit", "runs": "the name of a handler", "reflected": "the name of a handler",
+           "count": "the name of the function that counts the members"}
 
 
 def tokens_of(path, text):
-    found, at, line, start = [], 0, 1, 0
+    def place(at):
+        return f"{path}:{text.count(chr(10), 0, at) + 1}:{at - text.rfind(chr(10), 0, at)}"
+
+    found, at = [], 0
     while at < len(text):
         match = TOKEN.match(text, at)
-        place = Place(path, line, at - start + 1)
         if not match:
-            raise ZetError(place, f"unexpected {text[at]!r}; a name, number, string or one of {{ }} ( ) : = , * would be valid")
+            valid = "a name, number, string or one of { } ( ) : = , * /"
+            raise ZetError(place(at), f"unexpected {text[at]!r}", valid)
         if match.lastgroup != "space":
-            found.append(Token(match.lastgroup, match.group(), place))
-        newlines = match.group().count("\n")
-        if newlines:
-            line += newlines
-            start = match.start() + match.group().rfind("\n") + 1
+            found.append(Token(match.lastgroup, match.group(), place(at)))
         at = match.end()
-    found.append(Token("end", "the end of the file", Place(path, line, at - start + 1)))
-    return found
+    return found + [Token("end", "the end of the file", place(at))]
 
 
 class Parser:
@@ -152,7 +95,7 @@ class Parser:
         self.file = File(path)
         self.namespace = ""
 
-    # Token by token ------------------------------------------------------------------------------------------
+    # Token by token
 
     def peek(self):
         return self.tokens[self.at]
@@ -162,161 +105,140 @@ class Parser:
         return self.tokens[self.at - 1]
 
     def fail(self, valid):
-        token = self.peek()
-        raise ZetError(token.place, f"unexpected {token.text}; {valid} would be valid")
+        raise ZetError(self.peek().place, f"unexpected {self.peek().text}", valid)
 
     def need(self, kind, valid):
-        if self.peek().kind != kind:
-            self.fail(valid)
-        return self.take()
-
-    def symbol(self, text):
-        if self.peek().text != text or self.peek().kind != "symbol":
-            self.fail(f"'{text}'")
-        return self.take()
+        return self.take() if self.peek().kind == kind else self.fail(valid)
 
     def accept(self, text):
-        if self.peek().text == text and self.peek().kind != "string":
-            self.at += 1
-            return True
-        return False
+        found = self.peek().text == text and self.peek().kind in ("name", "symbol")
+        self.at += found
+        return found
+
+    def symbol(self, text):
+        if not self.accept(text):
+            self.fail(f"'{text}'")
 
     def name(self, what):
-        return self.need("name", what)
+        return self.need("name", what).text
 
-    def string(self):
-        parts = [self.need("string", "a sentence in double quotes").text[1:-1]]
-        while self.peek().kind == "string":
-            parts.append(self.take().text[1:-1])
-        return "".join(parts)
+    def handler(self):
+        return self.name("the name of a handler")
 
-    # Grammar -------------------------------------------------------------------------------------------------
+    def strings(self):
+        """Neighbouring strings as one; empty if there is none."""
+        return self.take().text[1:-1] + self.strings() if self.peek().kind == "string" else ""
+
+    def sentence(self):
+        return self.strings() or self.fail("a sentence in double quotes")
+
+    # Grammar
 
     def parse(self):
         while self.peek().kind != "end":
-            word = self.peek().text
-            if word in ("use", "later"):
-                self.take()
-                (self.file.uses if word == "use" else self.file.later).append(self.path())
-            elif word == "namespace":
-                self.take()
-                self.namespace = self.name("a namespace").text
-            elif word in CLASS_KINDS:
+            if self.accept("use"):
+                self.file.uses.append(self.path())
+            elif self.accept("later"):
+                self.file.later.append(self.path())
+            elif self.accept("namespace"):
+                self.namespace = self.name("a namespace")
+            elif self.peek().text in CLASSES:
                 self.file.classes.append(self.class_())
             else:
-                self.fail("use, later, namespace, " + ", ".join(CLASS_KINDS))
+                self.fail("use, later, namespace, " + ", ".join(CLASSES))
         return self.file
 
     def path(self):
-        parts = [self.name("a path such as model/Status").text]
-        while self.accept("/"):
-            parts.append(self.name("a path such as model/Status").text)
-        return "/".join(parts)
+        path = self.name("a path such as model/Status")
+        return f"{path}/{self.path()}" if self.accept("/") else path
 
     def class_(self):
-        kind = self.take().text
+        kind, place = self.take().text, self.peek().place
         name = self.name("the name of the class")
         if not self.namespace:
-            raise ZetError(name.place, f"{name.text} has no namespace; a line 'namespace A::B' before it would be valid")
-        made = Class(kind, name.text, self.namespace, self.file.path, name.place)
+            raise ZetError(place, f"{name} has no namespace", "a line 'namespace A::B' before it")
+        made = Class(kind, name, self.namespace, place)
         if self.accept(":"):
-            made.base = self.name("the name of the base class").text
-        made.doc = self.string()
+            made.base = self.name("the name of the base class")
+        made.doc = self.sentence()
         self.symbol("{")
         while not self.accept("}"):
             self.class_part(made)
         return made
 
     def class_part(self, made):
-        word = self.peek().text
-        if word in REACTOR_KINDS:
-            made.reactors.append(self.reactor(None))
-        elif word in ("construct", "end"):
-            self.take()
-            setattr(made, word, self.name("the name of a handler").text)
-        elif word == "hold":
-            self.take()
-            name = self.name("the name of a member").text
+        if self.peek().text in REACTORS:
+            made.reactors.append(self.reactor())
+        elif self.peek().text in ("construct", "end"):
+            setattr(made, self.take().text, self.handler())
+        elif self.accept("hold"):
+            name = self.name("the name of a member")
             self.symbol(":")
             made.holds.append((name, self.type_()))
         else:
             made.attributes.append(self.attribute())
 
     def attribute(self):
-        word = self.peek().text
-        if word == "method":
+        if self.peek().text == "method":
             return self.method()
-        if word not in PLAIN_KINDS + KEYED_KINDS:
-            self.fail(", ".join(PLAIN_KINDS + KEYED_KINDS + REACTOR_KINDS) + ", method, construct, end, hold")
-        kind = self.take().text
-        name = self.name("the name of an attribute")
-        made = Attribute(kind, name.text, name.place)
+        if self.peek().text not in PLAIN + BY_KEY:
+            self.fail(", ".join(PLAIN + BY_KEY + REACTORS) + ", method, construct, end, hold")
+        kind, place = self.take().text, self.peek().place
+        made = Attribute(kind, self.name("the name of an attribute"), place)
         self.symbol(":")
         made.type = self.type_()
-        if kind in KEYED_KINDS:
-            if not self.accept("by"):
-                self.fail("'by' and the type of the key")
-            made.key = self.type_()
-        self.options(made)
-        made.doc = self.string()
+        if kind in BY_KEY:
+            made.type = made.type._replace(pointer=made.type.pointer or kind == "pointers")
+            made.key = self.type_() if self.accept("by") else self.fail("'by' and the type of the key")
+        while self.peek().kind != "string":
+            self.option(made)
+        made.doc = self.strings()
         return made
 
-    def options(self, made):
-        while self.peek().kind != "string":
-            if self.accept("="):
-                made.start = self.start()
-            elif self.accept("unit"):
-                made.unit = self.name("a unit").text
-            elif self.accept("range"):
-                made.range = (self.start(), self.start(), self.need("string", "the text of the range").text)
-            elif self.accept("runs"):
-                made.runs = self.name("the name of a handler").text
-            elif self.accept("reflected"):
-                made.reflected = self.name("the name of a handler").text
-            elif self.accept("named"):
-                made.named = True
-            elif self.accept("count"):
-                made.count = self.name("the name of the function that counts the members").text
-            else:
-                self.fail("=, unit, range, runs, reflected, named, count or a sentence in double quotes")
+    def option(self, made):
+        word = self.peek().text
+        if self.accept("="):
+            made.start = self.start()
+        elif self.accept("range"):
+            made.range = (self.start(), self.start(), self.need("string", "the text of the range").text)
+        elif self.accept("named"):
+            made.named = True
+        elif word in OPTIONS:
+            setattr(made, self.take().text, self.name(OPTIONS[word]))
+        else:
+            self.fail("=, range, named, " + ", ".join(OPTIONS) + " or a sentence in double quotes")
 
     def start(self):
-        if self.peek().kind not in ("number", "name", "string"):
-            self.fail("a number, a name or a string")
-        return self.take().text
+        return self.take().text if self.peek().kind in ("number", "name", "string") else self.fail(
+            "a number, a name or a string")
 
     def type_(self):
-        raw = self.accept("raw")
+        raw, place = self.accept("raw"), self.peek().place
         name = self.name("a type")
-        made = Type(name.text, raw=raw, place=name.place)
-        made.const = self.accept("const")
-        made.pointer = self.accept("*")
-        return made
+        return Type(name, place, self.accept("const"), self.accept("*"), raw)
 
     def method(self):
         self.take()
-        name = self.name("the name of a method")
-        made = Attribute("method", name.text, name.place)
+        place = self.peek().place
+        made = Attribute("method", self.name("the name of a method"), place)
         self.symbol("(")
         while not self.accept(")"):
-            parameter = self.name("the name of a parameter").text
+            name = self.name("the name of a parameter")
             self.symbol(":")
-            made.parameters.append((parameter, self.type_()))
+            made.parameters.append((name, self.type_()))
             if self.peek().text != ")":
                 self.symbol(",")
         made.const_method = self.accept("const")
-        made.type = self.type_() if self.accept(":") else Type("void", place=name.place)
-        made.doc = self.string()
+        made.type = self.type_() if self.accept(":") else Type("void", place)
+        made.doc = self.sentence()
         return made
 
-    def reactor(self, parent):
-        kind = self.take().text
-        name = self.name("the name of what is watched")
-        made = Reactor(kind, name.text, name.place, parent=parent)
+    def reactor(self):
+        kind, place = self.take().text, self.peek().place
+        made = Reactor(kind, self.name("the name of what is watched"), place)
         if self.accept(":"):
             made.type = self.type_()
-        if self.peek().kind == "string":
-            made.doc = self.string()
+        made.doc = self.strings()
         self.symbol("{")
         while not self.accept("}"):
             self.reactor_part(made)
@@ -324,37 +246,30 @@ class Parser:
 
     def reactor_part(self, made):
         word = self.peek().text
-        if word == "on":
-            self.take()
+        if self.accept("on"):
             made.ons.append(self.on())
-        elif word == "replay":
-            self.take()
-            made.replay.append(self.name("an attribute to replay").text)
+        elif self.accept("replay"):
+            made.replay.append(self.name("an attribute to replay"))
             while self.accept(","):
-                made.replay.append(self.name("an attribute to replay").text)
+                made.replay.append(self.name("an attribute to replay"))
         elif word in ("init", "end"):
-            self.take()
-            setattr(made, word, self.name("the name of a handler").text)
-        elif word in REACTOR_KINDS:
-            made.reactors.append(self.reactor(made))
+            setattr(made, self.take().text, self.handler())
+        elif word in REACTORS:
+            made.reactors.append(self.reactor())
         elif word in ("value", "method", "pointer"):
             made.attributes.append(self.attribute())
         else:
-            self.fail("on, replay, init, end, value, pointer, method, " + ", ".join(REACTOR_KINDS))
+            self.fail("on, replay, init, end, value, pointer, method, " + ", ".join(REACTORS))
 
     def on(self):
-        name = self.name("an attribute of the watched object")
-        made = On(name.text, name.place)
-        while True:
-            if self.accept("runs"):
-                made.runs = self.name("the name of a handler").text
-            elif self.accept("syncs"):
-                made.syncs = self.name("the name of a nested reactor").text
-            else:
-                break
-        if not made.runs and not made.syncs:
+        place = self.peek().place
+        attribute, does = self.name("an attribute of the watched object"), {"runs": "", "syncs": ""}
+        while (word := self.peek().text) in does:
+            self.take()
+            does[word] = self.name("the name of a " + ("handler" if word == "runs" else "nested reactor"))
+        if not any(does.values()):
             self.fail("'runs' and a handler, or 'syncs' and a nested reactor,")
-        return made
+        return On(attribute, place, **does)
 
 
 def parse(path, text):

@@ -35,7 +35,8 @@ class AdmissionTest : public EngineTest {
 };
 
 /// A record that names some of `announced` RPs of a range.
-Group fragment(std::vector<std::string> const& addresses, int announced, std::string const& range = "224.0.0.0/4") {
+Group fragment(std::vector<std::string> const& addresses, int announced,
+               std::string const& range = "224.0.0.0/4") {
   Group group{range, {}, 0, announced, static_cast<int>(addresses.size())};
   for (std::string const& address : addresses) group.rps.push_back({address});
   return group;
@@ -57,8 +58,9 @@ TEST_F(AdmissionTest, HashMaskLengthAbove32IsRefused) {
 
 TEST_F(AdmissionTest, HoldtimeAbove40958IsRefusedWhereverItStands) {
   EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.1", 40958}}}}}), Refusal::none);
-  EXPECT_EQ(judge({.groups = {{"239.0.0.0/8", {{"203.0.113.2"}}}, {"224.0.0.0/4", {{"203.0.113.1", 40959}}}}}),
-            Refusal::holdtime);
+  EXPECT_EQ(
+      judge({.groups = {{"239.0.0.0/8", {{"203.0.113.2"}}}, {"224.0.0.0/4", {{"203.0.113.1", 40959}}}}}),
+      Refusal::holdtime);
 }
 
 TEST_F(AdmissionTest, AdvertisementWithAHoldtimeAbove40958IsRefused) {
@@ -76,8 +78,10 @@ TEST_F(AdmissionTest, OneRangeTwiceInAMessageCountsTogether) {
 }
 
 TEST_F(AdmissionTest, MoreRpsThanTheStoreExpectsAreRefused) {
-  EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1", "203.0.113.2", "203.0.113.3"}, 4)}, .tag = 7}), Refusal::none);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 7}), Refusal::fragmentOverflow);
+  EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1", "203.0.113.2", "203.0.113.3"}, 4)}, .tag = 7}),
+            Refusal::none);
+  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 7}),
+            Refusal::fragmentOverflow);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 8}), Refusal::none);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4, "225.0.0.0/8")}, .tag = 7}),
             Refusal::none);
@@ -85,7 +89,8 @@ TEST_F(AdmissionTest, MoreRpsThanTheStoreExpectsAreRefused) {
 
 TEST_F(AdmissionTest, WhatTheStoreExpectsBoundsALargerAnnouncement) {
   EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), Refusal::none);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.2", "203.0.113.3"}, 9)}, .tag = 7}), Refusal::fragmentOverflow);
+  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.2", "203.0.113.3"}, 9)}, .tag = 7}),
+            Refusal::fragmentOverflow);
 }
 
 TEST_F(AdmissionTest, KeptMessageOfAnotherZoneCountsAfterItsFragmentsAgedOut) {
@@ -93,18 +98,21 @@ TEST_F(AdmissionTest, KeptMessageOfAnotherZoneCountsAfterItsFragmentsAgedOut) {
   EXPECT_EQ(offer({.groups = {scope, fragment({"203.0.113.1", "203.0.113.2"}, 3)}, .tag = 7}), Refusal::none);
   engine.runTo(40);
   ASSERT_EQ(engine.root->bsmRxFragmentsCount(), 0u);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3", "203.0.113.4"}, 5)}, .tag = 7}), Refusal::fragmentOverflow);
+  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3", "203.0.113.4"}, 5)}, .tag = 7}),
+            Refusal::fragmentOverflow);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3"}, 5)}, .tag = 7}), Refusal::none);
 }
 
 TEST_F(AdmissionTest, RecordThatIsWholeInItselfNeverOverflows) {
   EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), Refusal::none);
-  EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.2"}, {"203.0.113.3"}, {"203.0.113.4"}}}}, .tag = 7}),
-            Refusal::none);
+  EXPECT_EQ(
+      judge({.groups = {{"224.0.0.0/4", {{"203.0.113.2"}, {"203.0.113.3"}, {"203.0.113.4"}}}}, .tag = 7}),
+      Refusal::none);
 }
 
 TEST_F(AdmissionTest, EveryRefusalHasANameAndASentence) {
-  for (auto refusal : {Refusal::ownAddress, Refusal::hashMaskLength, Refusal::holdtime, Refusal::fragmentOverflow}) {
+  for (auto refusal :
+       {Refusal::ownAddress, Refusal::hashMaskLength, Refusal::holdtime, Refusal::fragmentOverflow}) {
     EXPECT_FALSE(refusalName(refusal).empty());
     EXPECT_TRUE(refusalSentence(refusal).ends_with('.'));
   }
@@ -113,7 +121,8 @@ TEST_F(AdmissionTest, EveryRefusalHasANameAndASentence) {
 
 // All small cases ---------------------------------------------------------------------------------------
 
-/// One event of a small world: a message with a fragment of one range under one tag in one of two zones, or time.
+/// One event of a small world: a message with a fragment of one range under one tag in one of two zones, or
+/// time.
 struct Event {
   bool scoped;
   std::vector<std::string> rps;
@@ -121,8 +130,8 @@ struct Event {
   double wait;
 };
 
-/// Every way to name one or two of three RPs out of two or three announced, in both zones; and the two waits in which
-/// fragments age out and in which the Bootstrap Timers read the kept messages again.
+/// Every way to name one or two of three RPs out of two or three announced, in both zones; and the two waits
+/// in which fragments age out and in which the Bootstrap Timers read the kept messages again.
 std::vector<Event> allEvents() {
   std::string const a = "203.0.113.1", b = "203.0.113.2", c = "203.0.113.3";
   std::vector<Event> events = {{false, {}, 0, 40}, {false, {}, 0, 131}};

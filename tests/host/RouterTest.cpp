@@ -5,6 +5,7 @@
 
 #include "tests/support/Engine.h"
 #include "tests/support/Messages.h"
+#include "tests/support/RecordingPort.h"
 #include "wire/Wire.h"
 
 namespace test {
@@ -14,27 +15,6 @@ using pimbsr::host::MessageKind;
 using pimbsr::host::Reception;
 using pimbsr::host::Router;
 using Zet::U8;
-
-/// Keeps what is sent.
-class RecordingPort : public pimbsr::pim::Port {
- public:
-  bool send(Lanet::IntfId const& intfId, std::span<U8 const> packet) override {
-    if (fails) return false;
-    sent.push_back({std::string(intfId.stringValue().view()), {packet.begin(), packet.end()}});
-    return true;
-  }
-  Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override {
-    return intfId == intf("unnumbered") ? Lanet::IpGenAddr() : addr("192.0.2.9");
-  }
-  bool isOwnAddress(Lanet::IpGenAddr const& address) const override { return address == addr("192.0.2.9"); }
-
-  struct Packet {
-    std::string intf;
-    std::vector<U8> bytes;
-  };
-  std::vector<Packet> sent;
-  bool fails = false;
-};
 
 class RouterTest : public testing::Test {
  protected:
@@ -62,7 +42,8 @@ std::vector<U8> packetOf(Bsm const& told) {
   std::vector<U8> pim;
   std::vector<U8> packet;
   EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*message, pim));
-  EXPECT_TRUE(pimbsr::wire::encodeIpv4({message->srcAddr().v4Addr(), message->dstAddr().v4Addr()}, pim, packet));
+  EXPECT_TRUE(
+      pimbsr::wire::encodeIpv4({message->srcAddr().v4Addr(), message->dstAddr().v4Addr()}, pim, packet));
   return packet;
 }
 
@@ -89,7 +70,9 @@ TEST_F(RouterTest, RefusalOfTheGateIsNamedByItsCounter) {
   strange.destination = "224.0.0.1";
   late.forward = false;
   context.nowIs(context.now() + 61);
-  for (Case const& c : {Case{wrongSource, "rxNbrRpfCheck"}, {unicast, "rxUnicastBsm"}, {strange, "rxInvalid"},
+  for (Case const& c : {Case{wrongSource, "rxNbrRpfCheck"},
+                        {unicast, "rxUnicastBsm"},
+                        {strange, "rxInvalid"},
                         {late, "rxNoForwardBsm"}}) {
     Reception reception = receive(packetOf(c.told));
     EXPECT_EQ(reception.reason, c.reason);
@@ -133,7 +116,8 @@ TEST_F(RouterTest, HelloAndJoinAreToldApart) {
   std::vector<U8> pim;
   std::vector<U8> packet;
   pimbsr::wire::encodeHello({}, pim);
-  ASSERT_TRUE(pimbsr::wire::encodeIpv4({addr("192.0.2.1").v4Addr(), addr("224.0.0.13").v4Addr()}, pim, packet));
+  ASSERT_TRUE(
+      pimbsr::wire::encodeIpv4({addr("192.0.2.1").v4Addr(), addr("224.0.0.13").v4Addr()}, pim, packet));
   EXPECT_EQ(receive(packet).kind, MessageKind::hello);
   packet[20] = 0x23;
   EXPECT_EQ(receive(packet).kind, MessageKind::other);

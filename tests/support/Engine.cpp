@@ -136,4 +136,8 @@ Ptr<Bsr::BsrNonCandidateSm> Engine::follower(std::string const& zone) const {
   return root->nonCandidateSm(prefix(zone));
 }
 
+Ptr<Bsr::BsrNonCandidateSm> Engine::makeFollower(std::string const& zone) {
+  return root->nonCandidateSmIs(prefix(zone), status, wheel, wheel);
+}
+
 }  // namespace test

@@ -94,6 +94,8 @@ class Engine {
                                          std::string const& address) const;
   Zet::Ptr<Bsr::ElectedBsrStatus> elected(std::string const& zone) const;
   Zet::Ptr<Bsr::BsrNonCandidateSm> follower(std::string const& zone) const;
+  /// Makes a zone's machine as its first message does, but hands it none.
+  Zet::Ptr<Bsr::BsrNonCandidateSm> makeFollower(std::string const& zone);
   Bsr::PimBsrErrorCounters errors() const { return status->counters()->errCounters(); }
 
   Zet::Ptr<Bsr::Status> status;

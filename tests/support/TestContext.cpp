@@ -34,4 +34,21 @@ int TestContext::tracedPrefix(std::string const& text) const {
   return n;
 }
 
+std::string TestContext::tracedAs(std::string const& text) const {
+  std::string as;
+  for (Zet::TraceLine const& line : traces) {
+    if (line.text != text) continue;
+    as = line.handle + (" " + std::to_string(line.level)) + " " + line.sourceBlock;
+  }
+  return as;
+}
+
+std::vector<std::string> TestContext::tracedBy(std::string const& sourceBlock) const {
+  std::vector<std::string> texts;
+  for (Zet::TraceLine const& line : traces) {
+    if (line.sourceBlock == sourceBlock) texts.push_back(line.text);
+  }
+  return texts;
+}
+
 }  // namespace test

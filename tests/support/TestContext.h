@@ -26,6 +26,10 @@ class TestContext : public Zet::Context {
   int traced(std::string const& text) const;
   /// How many traces begin with this text.
   int tracedPrefix(std::string const& text) const;
+  /// How the last trace with exactly this text was written: "handle level source-block"; empty if none was.
+  std::string tracedAs(std::string const& text) const;
+  /// The texts that a machine has traced, in order.
+  std::vector<std::string> tracedBy(std::string const& sourceBlock) const;
 
   std::vector<Zet::TraceLine> traces;
   std::vector<std::string> logs;

@@ -46,6 +46,13 @@ class BenchRatiosTest(unittest.TestCase):
                           "1  10.0 ns  30.0 ns (3.00x)                -",
                           "2  10.0 ns   5.0 ns (0.50x)  20.0 ns (2.00x)"], ratios.table("g", sizes))
 
+    def test_a_counter_is_shown_by_its_name(self):
+        report = {"benchmarks": [run("m/a/1", 1, bytes=550.44), run("m/a/1", 1, bytes=1560),
+                                 run("m/a/1", 1, bytes=1550, run_type="aggregate", aggregate_name="median"),
+                                 run("m/a/1", 0, bytes=9, run_type="aggregate", aggregate_name="stddev")]}
+        self.assertEqual(["m/a/1  1,550.0 bytes"], ratios.counters(report))
+        self.assertEqual(["m/a/1  550.4 bytes"], ratios.counters({"benchmarks": report["benchmarks"][:1]}))
+
     def test_a_benchmark_that_failed_is_named(self):
         with self.assertRaisesRegex(SystemExit, "g/a/1: no timer"):
             self.groups(run("g/a/1", 0, error_occurred=True, error_message="no timer"))

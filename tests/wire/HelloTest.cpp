@@ -95,6 +95,12 @@ TEST(Hello, SaysItsHoldtimeAlsoWhenItSaysNothingElse) {
   EXPECT_EQ(written(HelloMessage{}), message(head + "0001 0002 0069"));
 }
 
+TEST(Hello, TakesThePlaceOfWhatStoodInTheBuffer) {
+  Buffer out = hex("0102");
+  encodeHello({}, out);
+  EXPECT_EQ(out, written(HelloMessage{}));
+}
+
 TEST(Hello, LeavesOutAddressesThatNobodyWouldAccept) {
   HelloMessage hello;
   hello.addressList = {Lanet::IpGenAddr(), ip("224.0.0.1"), ip("10.0.0.1"),

@@ -40,6 +40,8 @@ TEST(Ipv4, TakesTheBoundsOfThePayloadFromTheHeader) {
        4},
       {"a packet that must not be fragmented is no fragment",
        "45c0 0018 0000 4000 0167 8ead 0a000005 e000000d deadbeef", 4},
+      {"nor is one with the flag that has no meaning",
+       "45c0 0018 0000 8000 0167 4ead 0a000005 e000000d deadbeef", 4},
   };
   for (Accepted const& c : cases) {
     Buffer const bytes = hex(c.digits);

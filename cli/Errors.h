@@ -1,0 +1,16 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace pimbsr::cli {
+
+/// What the program ends with.
+enum ExitCode : int { exitOk = 0, exitFailed = 1, exitUsage = 2 };
+
+/// An argument that can't be followed. The text names the option and says what would be valid.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace pimbsr::cli

@@ -1,0 +1,35 @@
+#include "cli/ReplayCommand.h"
+
+#include <filesystem>
+#include <memory>
+#include <ostream>
+
+#include "cli/Capture.h"
+#include "cli/Replay.h"
+#include "cli/ReplayJson.h"
+#include "cli/ReplayText.h"
+
+namespace pimbsr::cli {
+
+static std::unique_ptr<ReplayReport> makeReport(ReplayOptions const& options, std::ostream& out) {
+  if (options.json) return std::make_unique<ReplayJson>(out);
+  return std::make_unique<ReplayText>(out, std::filesystem::path(options.file).filename().string());
+}
+
+ExitCode replay(ReplayOptions const& options, std::ostream& out, std::ostream& err) {
+  try {
+    Capture capture(options.file);
+    std::unique_ptr<ReplayReport> report = makeReport(options, out);
+    Tracing tracing(options.traces);
+    Replay(options, *report, err).play(capture);
+  } catch (CaptureError const& fault) {
+    out.flush();
+    err << "pimbsr: " << fault.what() << '\n';
+    return exitFailed;
+  }
+  if (out.flush()) return exitOk;
+  err << "pimbsr: cannot write the output\n";
+  return exitFailed;
+}
+
+}  // namespace pimbsr::cli

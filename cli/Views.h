@@ -1,0 +1,40 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/Observer.h"
+#include "host/Router.h"
+#include "model/Counters.h"
+
+namespace pimbsr::cli {
+
+/// The RPs of one group range, by address.
+struct RangeView {
+  Lanet::IpGenPrefix range;
+  std::vector<host::RpView> rps;
+};
+
+/// What a router believes of one zone.
+struct ZoneView {
+  Lanet::IpGenPrefix zone;
+  std::optional<host::BsrView> bsr;
+  std::vector<RangeView> rpSet;  ///< by range
+};
+
+/// Every zone that has a BSR, an RP set or a machine, by prefix.
+std::vector<ZoneView> zonesOf(host::Router const& router);
+
+/// One counter, or a counter made of parts, each a counter of its own.
+struct CounterView {
+  std::string name;
+  std::string sentence;  ///< what it counts; empty for a part
+  Zet::U64 value = 0;    ///< the sum of the parts where there are any
+  std::vector<CounterView> parts;
+};
+
+/// Every counter in declared order, read by name from the declared attributes.
+std::vector<CounterView> countersOf(Routing::Pim::Bsr::PimBsrCounters const& counters);
+
+}  // namespace pimbsr::cli

@@ -1,0 +1,106 @@
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "cli/Errors.h"
+#include "cli/ReplayCommand.h"
+#include "cli/ReplayOptions.h"
+#include "cli/Version.h"
+
+namespace pimbsr::cli {
+
+static constexpr char const* about =
+    "pimbsr: a Bootstrap Router for PIM (RFC 5059, IPv4).\n"
+    "\n"
+    "Bootstrap Routers tell every PIM router of a domain which rendezvous points (RPs)\n"
+    "serve which multicast groups.";
+
+static constexpr char const* aboutReplay = "Play a capture and print what a router believed, and when";
+
+static constexpr char const* footReplay =
+    "The capture is played through a router that is no candidate anywhere. Printed are each\n"
+    "Bootstrap Message, accepted or refused, each change of a zone's BSR, each RP added,\n"
+    "updated, removed or expired, and at the end the BSR and the RP set of each zone and the\n"
+    "counters. Hellos and other PIM messages are counted and not listed.\n"
+    "\n"
+    "The file is pcap or pcapng, of Ethernet (also with VLAN tags), Linux cooked, raw IP or\n"
+    "BSD loopback. Time is virtual and follows the packets' stamps; a packet stamped before\n"
+    "the one ahead of it is played at that one's time. The router starts with the first\n"
+    "packet.\n"
+    "\n"
+    "Examples:\n"
+    "  pimbsr replay examples/two-scopes.pcap\n"
+    "  pimbsr replay --json --until 1500 examples/two-scopes.pcap\n"
+    "  pimbsr replay --rpf 198.51.100.1=192.0.2.1 examples/two-scopes.pcap\n"
+    "  pimbsr replay --trace Pim::Bsr::NonCandidateSm:8 examples/two-scopes.pcap\n"
+    "\n"
+    "Exit status: 0 if the capture was played to its end, also if there is no PIM in it;\n"
+    "1 if it can't be read, or is cut short: then what stands before the cut is printed,\n"
+    "but nothing with --json; 2 for a wrong argument.\n";
+
+/// A capture is one argument, so an option that may be given again takes one value at a time.
+static void addRepeatable(CLI::App& command, std::string const& name, std::string const& value,
+                          std::string const& help, std::function<void(std::string const&)> const& take) {
+  auto takeAll = [take](std::vector<std::string> const& all) {
+    for (std::string const& one : all) take(one);
+  };
+  command.add_option_function<std::vector<std::string>>(name, takeAll, help)
+      ->type_name(value)
+      ->allow_extra_args(false);
+}
+
+static void addReplay(CLI::App& app, ReplayOptions& options) {
+  CLI::App& command = *app.add_subcommand("replay", aboutReplay);
+  command.footer(footReplay);
+  command.add_option("FILE", options.file, "The capture")->type_name("")->required();
+  command.add_flag("--json", options.json,
+                   "Print one JSON document of what stands at the end, and nothing else");
+  auto addTime = [&](char const* name, char const* help,
+                     std::function<void(std::string const&)> const& take) {
+    command.add_option_function<std::string>(name, take, help)->type_name("SECONDS");
+  };
+  addTime("--until", "Run the clock on for so long after the last packet: 0 to 4294967295\n(default 0)",
+          [&](auto& text) { options.until = parseUntil(text); });
+  addTime("--hold-time", "Give up a BSR that has not been heard for so long: 12 to 1073741823\n(default 130)",
+          [&](auto& text) { options.router.holdTime = parseHoldTime(text); });
+  addTime("--zone-timeout",
+          "Forget a scoped zone that has had no BSR for so long: 120 to 4294967295\n(default 1300)",
+          [&](auto& text) { options.router.zoneTimeout = parseZoneTimeout(text); });
+  addRepeatable(command, "--rpf", "BSR=NEIGHBOUR",
+                "The RPF neighbour towards a BSR; may be given for several BSRs. For the others\n"
+                "it is the source of the first message with the No-Forward bit clear",
+                [&](auto& text) { parseRpf(text, options); });
+  addRepeatable(command, "--trace", "HANDLE:LEVEL",
+                "Print the engine's trace on stderr, of one handle and from level 0 up to LEVEL:\n"
+                "1 tells of drops, 4 of accepted messages, 8 of every change, 9 of every\n"
+                "function; may be given for several handles. A wrong handle lists all",
+                [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
+}
+
+static int run(int argc, char** argv) {
+  CLI::App app(about, "pimbsr");
+  app.set_version_flag("--version", std::string("pimbsr ") + version, "Print the version");
+  app.set_help_flag("-h,--help", "Print this help");
+  app.require_subcommand(0, 1);  // none is refused below, so that a wrong one is named
+  ReplayOptions options;
+  addReplay(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& end) {
+    return app.exit(end) == 0 ? exitOk : exitUsage;
+  } catch (UsageError const& fault) {
+    std::cerr << "pimbsr: " << fault.what() << '\n';
+    return exitUsage;
+  }
+  if (app.get_subcommands().empty()) {
+    std::cerr << "pimbsr: a subcommand is required\n" << app.help();
+    return exitUsage;
+  }
+  return replay(options, std::cout, std::cerr);
+}
+
+}  // namespace pimbsr::cli
+
+int main(int argc, char** argv) { return pimbsr::cli::run(argc, argv); }

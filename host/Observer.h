@@ -1,0 +1,103 @@
+#pragma once
+
+#include "model/Lanet.h"
+#include "model/Status.h"
+#include "model/Values.h"
+#include "protocol/PimBsrSm.h"
+#include "runtime/Export.h"
+#include "runtime/Ptr.h"
+
+namespace pimbsr::host {
+
+/// The BSR of a zone, as a value that outlives its entry.
+struct BsrView {
+  Lanet::IpGenAddr address;
+  U16 priority = 0;  ///< higher wins
+  U32 hashMaskLen = 0;
+  double expiryTime = 0;  ///< when it is given up unless it is heard again, on the clock of Zet::now()
+
+  /// Whether both say the same of the election; the expiry time is no part of that.
+  bool sameElection(BsrView const& other) const {
+    return address == other.address && priority == other.priority && hashMaskLen == other.hashMaskLen;
+  }
+};
+
+/// One RP of a zone, as a value that outlives its entry.
+struct RpView {
+  Lanet::IpGenPrefix range;
+  Lanet::IpGenAddr address;
+  U32 priority = 0;  ///< lower wins
+  U16 holdTime = 0;  ///< seconds
+  Routing::Pim::Mode mode = Routing::Pim::Mode::sparse;
+  double expires = 0;  ///< when it leaves the set unless it is named again, on the clock of Zet::now()
+
+  /// Whether both say the same; a renewal, which only moves the expiry, changes nothing.
+  bool sameRp(RpView const& other) const {
+    return priority == other.priority && holdTime == other.holdTime && mode == other.mode;
+  }
+};
+
+PIMBSR_API BsrView viewOf(Routing::Pim::Bsr::ElectedBsrStatus const& entry);
+PIMBSR_API RpView viewOf(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp);
+
+enum class ChangeKind : U8 {
+  bsrElected,  ///< a zone has a BSR and had none
+  bsrChanged,  ///< the BSR of a zone is another, or announces another priority or hash mask length
+  bsrLost,     ///< a zone has no BSR any more
+  rpAdded,
+  rpUpdated,     ///< an RP has another priority, holdtime or mode
+  rpRemoved,     ///< an RP was withdrawn, or its set was cleared
+  rpExpired,     ///< an RP was not named for its holdtime
+  zoneForgotten  ///< nothing follows the zone any more; RPs of it may remain until they expire
+};
+
+/// One change of what a router believes.
+struct Change {
+  ChangeKind kind = ChangeKind::zoneForgotten;
+  Lanet::IpGenPrefix zone;
+  BsrView bsr;        ///< with the kinds of the BSR; as it was last where it was lost
+  BsrView formerBsr;  ///< with bsrChanged
+  RpView rp;          ///< with the kinds of RPs; as it was last where it went
+  RpView formerRp;    ///< with rpUpdated
+};
+
+/// Hears of changes, inside the call into the router that made them. It must not call back into the router
+/// nor write to the status tree.
+class PIMBSR_API ChangeSink {
+ public:
+  virtual ~ChangeSink() = default;
+  virtual void onChange(Change const& change) = 0;
+};
+
+/// Watches a status tree and tells of each change once it is complete.
+///
+/// The machines write an entry attribute by attribute and its expiry last, so a change is told when the
+/// expiry is written, or at the latest by flush(). What stands when the observer is made is taken as known
+/// and not told. The observer writes nothing.
+///
+/// An RP that goes while a message is in hand, or before its time, was removed; one that goes otherwise has
+/// expired. Time alone can't tell: a host that serves its timers late may receive the withdrawal of an RP
+/// whose time is already over.
+class PIMBSR_API Observer {
+ public:
+  /// The sink outlives the observer. The status tree is held; the root machine is not, and may go first.
+  Observer(Zet::Ptr<Routing::Pim::Bsr::Status const> const& status,
+           Zet::Ptr<Routing::Pim::Bsr::PimBsrSm const> const& root, ChangeSink& sink);
+  ~Observer();
+  Observer(Observer const&) = delete;
+  Observer& operator=(Observer const&) = delete;
+
+  /// To be called before a message is handed to the router: it is in hand until flush().
+  void messageInHand();
+  /// To be called after each message and each advance of the timers: tells what is complete by now, since the
+  /// event is over.
+  void flush();
+
+ private:
+  class Tree;
+  class Machines;
+  Zet::Ptr<Tree> tree_;
+  Zet::Ptr<Machines> machines_;
+};
+
+}  // namespace pimbsr::host

@@ -1,0 +1,163 @@
+#include "pim/HelloSm.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "runtime/Context.h"
+
+namespace pimbsr::pim {
+
+using Lanet::IpGenAddr;
+using Routing::Pim::Neighbor;
+using Zet::Ptr;
+
+static constexpr U16 forEver = 0xffff;
+
+/// A time drawn evenly from 0 to `most` seconds.
+static double randomDelay(double most) { return most * Zet::Context::current().rand() / (RAND_MAX + 1.0); }
+
+/// A new Generation ID: anything but the one before will do.
+static U32 randomId() {
+  auto high = static_cast<U32>(Zet::Context::current().rand());
+  return high << 16 ^ static_cast<U32>(Zet::Context::current().rand());
+}
+
+// Birth and end ---------------------------------------------------------------------------------------
+
+HelloSm::HelloSm(Ptr<Routing::Pim::Intf> const& intf, Ptr<Kiv::TimerWheel> const& wheel, Port& port,
+                 HelloOptions const& options)
+    : intf_(intf),
+      wheel_(wheel),
+      port_(port),
+      options_(options),
+      generationId_(randomId()),
+      helloTimer_(Zet::make<Timer>(wheel, [this] { handleHelloTimer(); })) {
+  helloTimer_->timeMinIs(Zet::now() + randomDelay(options_.triggeredDelay));
+  electDr();
+}
+
+HelloSm::~HelloSm() {
+  helloTimer_->notifierIs(nullptr);
+  for (auto& [address, timer] : expiryTimers_) timer->notifierIs(nullptr);
+}
+
+void HelloSm::sayFarewell() {
+  helloTimer_->timeMinIs(Kiv::never);
+  send(0);
+}
+
+// Neighbours ------------------------------------------------------------------------------------------
+
+void HelloSm::receive(wire::HelloMessage const& hello) {
+  if (hello.srcAddr.isEmpty() || port_.isOwnAddress(hello.srcAddr)) return;
+  Ptr<Neighbor> neighbor = intf_->neighbor(hello.srcAddr);
+  if (hello.holdtime == 0) {
+    if (neighbor) drop(hello.srcAddr);
+    return;
+  }
+  U32 generation = hello.generationId.value_or(0);
+  bool isNew = !neighbor || neighbor->generationId() != generation;
+  if (!neighbor) neighbor = intf_->neighborIs(hello.srcAddr);
+  update(*neighbor, hello);
+  keepFor(*neighbor, hello.holdtime);
+  electDr();
+  if (isNew) triggerHello();
+}
+
+void HelloSm::update(Neighbor& neighbor, wire::HelloMessage const& hello) {
+  neighbor.hasDrPriorityIs(hello.drPriority.has_value());
+  neighbor.drPriorityIs(hello.drPriority.value_or(1));
+  neighbor.generationIdIs(hello.generationId.value_or(0));
+  for (auto at = neighbor.secondaryIterator(); at; ++at) {
+    IpGenAddr address = at.key();
+    auto const& told = hello.addressList;
+    if (std::find(told.begin(), told.end(), address) == told.end()) neighbor.secondaryDel(address);
+  }
+  for (IpGenAddr const& address : hello.addressList) neighbor.secondaryIs(address, true);
+}
+
+void HelloSm::keepFor(Neighbor& neighbor, U16 holdtime) {
+  IpGenAddr address = neighbor.address();
+  neighbor.expiryTimeIs(holdtime == forEver ? Kiv::never : Zet::now() + holdtime);
+  Ptr<Timer>& timer = expiryTimers_[address];
+  if (!timer) timer = Zet::make<Timer>(wheel_, [this, address] { handleNeighborExpiry(address); });
+  timer->timeMinIs(neighbor.expiryTime());
+}
+
+void HelloSm::handleNeighborExpiry(IpGenAddr const& address) { drop(IpGenAddr(address)); }
+
+void HelloSm::drop(IpGenAddr const& address) {
+  auto at = expiryTimers_.find(address);
+  Ptr<Timer> timer = at->second;
+  expiryTimers_.erase(at);
+  timer->notifierIs(nullptr);
+  intf_->neighborDel(address);
+  electDr();
+}
+
+// The Designated Router -------------------------------------------------------------------------------
+
+namespace {
+
+/// One router of the link as the election sees it.
+struct Standing {
+  bool hasPriority;
+  U32 priority;
+  IpGenAddr address;
+};
+
+/// The winner: by priority and then address, or by address alone where any router tells no priority.
+IpGenAddr winner(std::vector<Standing> const& routers) {
+  bool byPriority =
+      std::all_of(routers.begin(), routers.end(), [](Standing const& r) { return r.hasPriority; });
+  auto less = [byPriority](Standing const& a, Standing const& b) {
+    if (byPriority && a.priority != b.priority) return a.priority < b.priority;
+    return a.address < b.address;
+  };
+  return std::max_element(routers.begin(), routers.end(), less)->address;
+}
+
+}  // namespace
+
+void HelloSm::electDr() {
+  IpGenAddr own = port_.primaryAddress(intf_->intfId());
+  std::vector<Standing> routers = {{true, options_.drPriority, own}};
+  for (auto at = intf_->neighborIterator(); at; ++at) {
+    routers.push_back({at->hasDrPriority(), at->drPriority(), at->address()});
+  }
+  IpGenAddr dr = winner(routers);
+  intf_->drAddressIs(dr);
+  intf_->iAmDrIs(!own.isEmpty() && dr == own);
+}
+
+void HelloSm::handleAddressChange() {
+  generationId_ = randomId();
+  electDr();
+  triggerHello();
+}
+
+// Hellos ----------------------------------------------------------------------------------------------
+
+void HelloSm::triggerHello() {
+  triggered_ = true;
+  helloTimer_->timeMinIs(std::min(helloTimer_->timeMin(), Zet::now() + randomDelay(options_.triggeredDelay)));
+}
+
+void HelloSm::handleHelloTimer() {
+  helloTimer_->timeMinIs(Zet::now() + options_.period);
+  bool sent = send(options_.holdtime);
+  if (!triggered_ || !sent) return;
+  triggered_ = false;
+  intf_->triggeredHelloCountInc(1);
+}
+
+bool HelloSm::send(U16 holdtime) {
+  IpGenAddr source = port_.primaryAddress(intf_->intfId());
+  if (source.isEmpty()) return false;
+  wire::encodeHello({.holdtime = holdtime, .drPriority = options_.drPriority, .generationId = generationId_},
+                    payload_);
+  wire::Ipv4Header header{.source = source.v4Addr(), .destination = Lanet::IpAddr::fromHost(0xe000000d)};
+  return wire::encodeIpv4(header, payload_, packet_) && port_.send(intf_->intfId(), packet_);
+}
+
+}  // namespace pimbsr::pim

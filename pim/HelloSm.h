@@ -1,0 +1,73 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "model/Pim.h"
+#include "pim/Port.h"
+#include "pim/Timer.h"
+#include "wire/Wire.h"
+
+namespace pimbsr::pim {
+
+/// Timing and standing of an interface's Hellos (RFC 7761 section 4.11).
+struct HelloOptions {
+  double period = 30.0;         ///< seconds between two Hellos
+  double triggeredDelay = 5.0;  ///< seconds within which a new neighbour is greeted
+  U16 holdtime = 105;           ///< seconds for which neighbours are to keep this router; 0xffff for ever
+  U32 drPriority = 1;           ///< higher wins the election of the Designated Router
+};
+
+/// Speaks Hello on one interface (RFC 7761 sections 4.3.1 and 4.3.2), as far as a Bootstrap Router needs it.
+///
+/// It keeps the neighbours of an Intf, each until its holdtime runs out, and its flags of the Designated
+/// Router. Its Hello timer is drawn from the triggered delay at the start and is `period` from then on. A new
+/// neighbour, or one that started anew, as its Generation ID tells, draws the next Hello near; once that is
+/// sent, triggeredHelloCount rises, which greets the neighbour with the RP set.
+class PIMBSR_API HelloSm {
+ public:
+  /// The port outlives this object. The first Hello leaves within the triggered delay.
+  HelloSm(Zet::Ptr<Routing::Pim::Intf> const& intf, Zet::Ptr<Kiv::TimerWheel> const& wheel, Port& port,
+          HelloOptions const& options);
+  ~HelloSm();
+  HelloSm(HelloSm const&) = delete;
+  HelloSm& operator=(HelloSm const&) = delete;
+
+  /// Takes a Hello heard on this interface; one of this router's own is ignored.
+  void receive(wire::HelloMessage const& hello);
+  /// Says farewell: a Hello with holdtime 0. Nothing follows it.
+  void sayFarewell();
+  /// Tells that the interface's address changed: neighbours hear of it as of a new start, and the election is
+  /// held.
+  void handleAddressChange();
+
+  U32 generationId() const { return generationId_; }
+  HelloOptions const& options() const { return options_; }
+  Zet::Ptr<Routing::Pim::Intf> const& intf() const { return intf_; }
+  /// When the next Hello is due.
+  double nextHello() const { return helloTimer_->timeMin(); }
+
+ private:
+  void handleHelloTimer();
+  void handleNeighborExpiry(Lanet::IpGenAddr const& address);
+  void update(Routing::Pim::Neighbor& neighbor, wire::HelloMessage const& hello);
+  void keepFor(Routing::Pim::Neighbor& neighbor, U16 holdtime);
+  void drop(Lanet::IpGenAddr const& address);
+  void triggerHello();
+  void electDr();
+  bool send(U16 holdtime);
+
+  Zet::Ptr<Routing::Pim::Intf> intf_;
+  Zet::Ptr<Kiv::TimerWheel> wheel_;
+  Port& port_;
+  HelloOptions options_;
+  U32 generationId_;
+  bool triggered_ = false;
+  Zet::Ptr<Timer> helloTimer_;
+  std::map<Lanet::IpGenAddr, Zet::Ptr<Timer>> expiryTimers_;
+  std::vector<U8> payload_;
+  std::vector<U8> packet_;
+};
+
+}  // namespace pimbsr::pim

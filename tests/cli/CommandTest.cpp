@@ -1,0 +1,114 @@
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "cli/Version.h"
+#include "tests/cli/CliSupport.h"
+
+namespace pimbsr::cli {
+namespace {
+
+using test::RunResult;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::string const example = test::sourceFile("examples/two-scopes.pcap");
+
+TEST(CommandTest, VersionIsThatOfTheProject) {
+  std::string lists = test::fileText(test::sourceFile("CMakeLists.txt"));
+  EXPECT_THAT(lists, HasSubstr(std::string("project(pimbsr VERSION ") + version + " "));
+  RunResult run = test::command("--version");
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.out, std::string("pimbsr ") + version + "\n");
+}
+
+TEST(CommandTest, HelpNamesEveryOption) {
+  EXPECT_THAT(test::command("--help").out, AllOf(HasSubstr("Bootstrap Router"), HasSubstr("replay")));
+  RunResult run = test::command("replay --help");
+  EXPECT_EQ(run.code, 0);
+  for (char const* option :
+       {"FILE", "--json", "--until", "--hold-time", "--zone-timeout", "--rpf", "--trace", "Exit status"}) {
+    EXPECT_THAT(run.out, HasSubstr(option));
+  }
+}
+
+TEST(CommandTest, ReplayPrintsWhatItDoesInProcess) {
+  RunResult run = test::command("replay " + example);
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.out, test::replay(example).out);
+  EXPECT_EQ(run.err, "");
+}
+
+TEST(CommandTest, EveryOptionReachesTheReplay) {
+  ReplayOptions options;
+  options.file = example;
+  options.json = true;
+  options.until = 60.5;
+  options.router = {.holdTime = 40, .zoneTimeout = 120};
+  parseRpf("198.51.100.1=192.0.2.2", options);
+  parseRpf("198.51.100.3=192.0.2.2", options);
+  options.traces = {parseTraceWish("Pim::Bsr::IO:1"), parseTraceWish("Pim::Bsr::NonCandidateSm:8")};
+  RunResult here = test::replay(options);
+  RunResult there = test::command(
+      "replay --json --until 60.5 --hold-time 40 --zone-timeout 120 --rpf 198.51.100.1=192.0.2.2 "
+      "--rpf 198.51.100.3=192.0.2.2 --trace Pim::Bsr::IO:1 --trace Pim::Bsr::NonCandidateSm:8 " +
+      example);
+  EXPECT_EQ(there.code, 0);
+  EXPECT_EQ(there.out, here.out);
+  EXPECT_EQ(there.err, here.err);
+  EXPECT_NE(here.err, "");
+}
+
+TEST(CommandTest, RepeatableOptionTakesOneValueAtATime) {
+  RunResult run = test::command("replay --rpf 198.51.100.1=192.0.2.1 --trace Zet:1 " + example);
+  EXPECT_EQ(run.code, 0) << run.err;
+}
+
+TEST(CommandTest, WrongArgumentsEndWith2AndSayWhatIsValid) {
+  struct Case {
+    char const* arguments;
+    char const* text;
+  };
+  Case const cases[] = {
+      {"", "a subcommand is required"},
+      {"play", "play"},
+      {"replay", "FILE"},
+      {"replay --colour FILE", "--colour"},
+      {"replay one two", "two"},
+      {"replay --until", "--until"},
+      {"replay --until soon FILE", "--until: 'soon' is no number of seconds from 0 to 4294967295"},
+      {"replay --hold-time 11 FILE", "--hold-time: '11' is no whole number of seconds from 12 to 1073741823"},
+      {"replay --zone-timeout 119 FILE", "no whole number of seconds from 120 to 4294967295"},
+      {"replay --rpf 198.51.100.1 FILE", "no BSR=NEIGHBOUR"},
+      {"replay --trace Pim:3 FILE", "there is no handle 'Pim'; handles are "},
+      {"replay --trace Zet FILE", "no HANDLE:LEVEL with a level from 0 to 9"},
+  };
+  for (Case const& one : cases) {
+    RunResult run = test::command(one.arguments);
+    EXPECT_EQ(run.code, 2) << one.arguments;
+    EXPECT_EQ(run.out, "") << one.arguments;
+    EXPECT_THAT(run.err, HasSubstr(one.text)) << one.arguments;
+  }
+}
+
+TEST(CommandTest, FaultEndsWith1) {
+  RunResult run = test::command("replay " + test::capture("zero-bytes.pcap"));
+  EXPECT_EQ(run.code, 1);
+  EXPECT_THAT(run.err, StartsWith("pimbsr: "));
+}
+
+TEST(CommandTest, FullDeviceEndsWith1) {
+  std::string line = PIMBSR_COMMAND " replay " + example + " >/dev/full 2>/dev/null";
+  EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 1);
+}
+
+TEST(ExamplesTest, CapturesAreWhatTheirScriptWrites) {
+  std::string script = "python3 -B " + test::sourceFile("examples/make_capture.py") + " --check";
+  EXPECT_EQ(std::system(script.c_str()), 0);
+}
+
+}  // namespace
+}  // namespace pimbsr::cli

@@ -1,0 +1,218 @@
+#include "pim/HelloSm.h"
+
+#include "tests/support/RecordingPort.h"
+#include "tests/support/TestContext.h"
+
+namespace test {
+namespace {
+
+using pimbsr::pim::HelloSm;
+using pimbsr::wire::HelloMessage;
+
+class HelloTest : public ModelTest {
+ protected:
+  HelloTest() { context.chances = {7, 7, 0}; }  // the generation's halves, then no delay
+
+  HelloMessage from(std::string const& address, Zet::U32 generation = 1) {
+    return {.srcAddr = addr(address), .drPriority = 1, .generationId = generation};
+  }
+  void runTo(double seconds) {
+    double end = start + seconds;
+    for (double next = wheel->nextExpiry(); next <= end; next = wheel->nextExpiry()) {
+      context.nowIs(next);
+      wheel->advance(Zet::now());
+    }
+    context.nowIs(end);
+  }
+  /// The Hellos sent so far, decoded.
+  std::vector<HelloMessage> hellos() {
+    std::vector<HelloMessage> all;
+    for (auto const& packet : port.sent) {
+      auto ip = pimbsr::wire::parseIpv4(packet.bytes);
+      auto hello = pimbsr::wire::decodeHello(ip->payload, ip->source, ip->destination);
+      EXPECT_TRUE(hello);
+      if (hello) all.push_back(*hello);
+    }
+    return all;
+  }
+
+  double start = Zet::now();
+  RecordingPort port;
+  Zet::Ptr<Kiv::TimerWheel> wheel = Zet::make<Kiv::TimerWheel>();
+  Zet::Ptr<Routing::Pim::Status> pim = Routing::Pim::statusFactory("pim");
+  Zet::Ptr<Routing::Pim::Intf> eth0 = pim->pimIntfIs(intf("eth0"));
+  HelloSm hello{eth0, wheel, port, {}};
+};
+
+TEST_F(HelloTest, FirstHelloLeavesWithinTheTriggeredDelayAndThenEveryPeriod) {
+  context.chances = {0, 0, RAND_MAX};
+  HelloSm late(eth0, wheel, port, {});
+  EXPECT_GT(late.nextHello(), start + 4.9);
+  EXPECT_LT(late.nextHello(), start + 5.0);
+  EXPECT_EQ(hello.nextHello(), start);
+  runTo(0);
+  EXPECT_EQ(hello.nextHello(), start + 30);
+}
+
+TEST_F(HelloTest, HelloTellsHoldtimePriorityAndGenerationFromThePrimaryAddress) {
+  runTo(0);
+  ASSERT_EQ(hellos().size(), 1u);
+  EXPECT_EQ(hellos()[0].srcAddr, addr("192.0.2.9"));
+  EXPECT_EQ(hellos()[0].dstAddr, addr("224.0.0.13"));
+  EXPECT_EQ(hellos()[0].holdtime, 105);
+  EXPECT_EQ(hellos()[0].drPriority, 1u);
+  EXPECT_EQ(hellos()[0].generationId, hello.generationId());
+}
+
+TEST_F(HelloTest, NewNeighborIsGreetedByATriggeredHelloWhichRaisesTheCount) {
+  runTo(10);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 0u);
+  context.chances = {RAND_MAX / 5};
+  hello.receive(from("192.0.2.1"));
+  EXPECT_NEAR(hello.nextHello(), start + 11, 0.01);
+  runTo(12);
+  EXPECT_EQ(hellos().size(), 2u);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 1u);
+  runTo(120);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 1u);
+}
+
+TEST_F(HelloTest, KnownNeighborTriggersNothingButANewGenerationDoes) {
+  hello.receive(from("192.0.2.1", 1));
+  runTo(6);
+  hello.receive(from("192.0.2.1", 1));
+  runTo(12);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 1u);
+  hello.receive(from("192.0.2.1", 2));
+  runTo(18);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 2u);
+}
+
+TEST_F(HelloTest, HelloThatCannotBeSentRaisesNoCount) {
+  port.fails = true;
+  hello.receive(from("192.0.2.1"));
+  runTo(6);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 0u);
+  port.fails = false;
+  runTo(40);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 1u);
+}
+
+TEST_F(HelloTest, NeighborExpiresAfterItsHoldtimeUnlessRenewed) {
+  HelloMessage brief = from("192.0.2.1");
+  brief.holdtime = 20;
+  hello.receive(brief);
+  EXPECT_EQ(eth0->neighbor(addr("192.0.2.1"))->expiryTime(), start + 20);
+  runTo(19);
+  hello.receive(brief);
+  runTo(38.9);
+  EXPECT_TRUE(eth0->neighbor(addr("192.0.2.1")));
+  runTo(39);
+  EXPECT_FALSE(eth0->neighbor(addr("192.0.2.1")));
+}
+
+TEST_F(HelloTest, HoldtimeForEverNeverExpiresAndHoldtimeZeroIsAFarewell) {
+  HelloMessage lasting = from("192.0.2.1");
+  lasting.holdtime = 0xffff;
+  hello.receive(lasting);
+  runTo(100000);
+  EXPECT_TRUE(eth0->neighbor(addr("192.0.2.1")));
+  HelloMessage farewell = from("192.0.2.1");
+  farewell.holdtime = 0;
+  hello.receive(farewell);
+  EXPECT_FALSE(eth0->neighbor(addr("192.0.2.1")));
+  hello.receive(farewell);
+  EXPECT_EQ(eth0->neighborCount(), 0u);
+}
+
+TEST_F(HelloTest, OwnHelloIsIgnored) {
+  hello.receive(from("192.0.2.9"));
+  hello.receive(from("198.51.100.9"));
+  hello.receive({});
+  EXPECT_EQ(eth0->neighborCount(), 0u);
+}
+
+TEST_F(HelloTest, AddressListIsKeptAsItWasToldLast) {
+  HelloMessage told = from("192.0.2.1");
+  told.addressList = {addr("192.0.2.2"), addr("192.0.2.3")};
+  hello.receive(told);
+  told.addressList = {addr("192.0.2.3"), addr("192.0.2.4")};
+  hello.receive(told);
+  auto neighbor = eth0->neighbor(addr("192.0.2.1"));
+  EXPECT_FALSE(neighbor->secondary(addr("192.0.2.2")));
+  EXPECT_TRUE(neighbor->secondary(addr("192.0.2.3")));
+  EXPECT_TRUE(neighbor->secondary(addr("192.0.2.4")));
+}
+
+TEST_F(HelloTest, RouterAloneOnTheLinkIsDr) {
+  EXPECT_TRUE(eth0->iAmDr());
+  EXPECT_EQ(eth0->drAddress(), addr("192.0.2.9"));
+}
+
+/// Other routers of the link, and who of them or us (192.0.2.9, priority 1) is the DR.
+struct Election {
+  char const* rule;
+  std::vector<std::pair<char const*, int>> neighbors;  ///< address and priority, -1 for none
+  char const* dr;
+};
+
+TEST_F(HelloTest, DrIsElectedByPriorityThenAddressOrByAddressAloneWhereOneTellsNoPriority) {
+  Election const elections[] = {
+      {"lower address loses", {{"192.0.2.1", 1}}, "192.0.2.9"},
+      {"higher address wins", {{"192.0.2.10", 1}}, "192.0.2.10"},
+      {"higher priority wins", {{"192.0.2.1", 2}, {"192.0.2.10", 1}}, "192.0.2.1"},
+      {"priority 0 loses", {{"192.0.2.10", 0}}, "192.0.2.9"},
+      {"no priority told: address decides", {{"192.0.2.1", 200}, {"192.0.2.2", -1}}, "192.0.2.9"},
+  };
+  for (Election const& election : elections) {
+    SCOPED_TRACE(election.rule);
+    auto link = pim->pimIntfIs(intf("eth0"));
+    HelloSm one(link, wheel, port, {});
+    for (auto const& [address, priority] : election.neighbors) {
+      HelloMessage told{.srcAddr = addr(address), .generationId = 1};
+      if (priority >= 0) told.drPriority = static_cast<Zet::U32>(priority);
+      one.receive(told);
+    }
+    EXPECT_EQ(link->drAddress(), addr(election.dr));
+    EXPECT_EQ(link->iAmDr(), addr(election.dr) == addr("192.0.2.9"));
+    link->neighborDelAll();
+  }
+}
+
+TEST_F(HelloTest, DrIsElectedAnewWhenItExpires) {
+  hello.receive(from("192.0.2.10"));
+  EXPECT_FALSE(eth0->iAmDr());
+  runTo(105);
+  EXPECT_TRUE(eth0->iAmDr());
+}
+
+TEST_F(HelloTest, InterfaceWithoutAnAddressSendsNothingAndIsNoDr) {
+  port.addresses.clear();
+  hello.handleAddressChange();
+  EXPECT_FALSE(eth0->iAmDr());
+  runTo(100);
+  EXPECT_TRUE(port.sent.empty());
+}
+
+TEST_F(HelloTest, NewAddressIsANewGeneration) {
+  runTo(1);
+  Zet::U32 before = hello.generationId();
+  port.addresses["eth0"] = "192.0.2.8";
+  hello.handleAddressChange();
+  EXPECT_NE(hello.generationId(), before);
+  EXPECT_EQ(eth0->drAddress(), addr("192.0.2.8"));
+  runTo(7);
+  EXPECT_EQ(hellos().back().srcAddr, addr("192.0.2.8"));
+}
+
+TEST_F(HelloTest, FarewellIsTheLastHello) {
+  runTo(1);
+  hello.sayFarewell();
+  EXPECT_EQ(hellos().back().holdtime, 0);
+  size_t sent = port.sent.size();
+  runTo(1000);
+  EXPECT_EQ(port.sent.size(), sent);
+}
+
+}  // namespace
+}  // namespace test

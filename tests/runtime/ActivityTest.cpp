@@ -1,0 +1,159 @@
+#include "runtime/Activity.h"
+
+#include <functional>
+#include <string>
+
+#include "model/Status.h"
+#include "runtime/TimerWheel.h"
+#include "tests/support/TestContext.h"
+
+namespace test {
+namespace {
+
+using Routing::Pim::Bsr::Status;
+using Zet::Ptr;
+
+class Watch : public Status::NotifieeConst {
+ public:
+  void onAf() override {
+    heard += "af ";
+    if (action) action();
+  }
+  void onBsTimeout() override { heard += "bsTimeout "; }
+  void onSzTimeout() override { heard += "szTimeout "; }
+  void onCbsr(Lanet::IpGenPrefix const&) override { heard += "cbsr(key) "; }
+  void onCbsrZetImmediate() override { heard += "cbsr "; }
+  void onCounters() override { heard += "counters "; }
+  void onNotificationException(Zet::AttributeId id) override {
+    heard += "refused" + std::to_string(id) + " ";
+  }
+
+  std::string heard;
+  std::function<void()> action;
+};
+
+class Activity : public ModelTest {
+ protected:
+  Activity() : sm(Zet::zetActivitySmFor(config)) { watch->notifierIs(status); }
+  /// What one round of service calls.
+  std::string served() {
+    watch->heard.clear();
+    sm->serve(config.ptr());
+    return watch->heard;
+  }
+
+  Ptr<Zet::ActivityConfig> config = Zet::make<Zet::ActivityConfig>();
+  Ptr<Zet::ActivitySm> sm;
+  Ptr<Status> status = Routing::Pim::Bsr::statusFactory("bsr");
+  Ptr<Watch> watch = Zet::make<Watch>();
+};
+
+TEST_F(Activity, EachConfigurationHasOneMachine) {
+  EXPECT_EQ(Zet::zetActivitySmFor(config), sm);
+  EXPECT_NE(Zet::zetActivitySmFor(Zet::ActivityConfig::standard()), sm);
+  EXPECT_EQ(Zet::ActivityConfig::standard(), Zet::ActivityConfig::standard());
+}
+
+TEST_F(Activity, NothingIsPendingAtFirst) {
+  EXPECT_EQ(watch->pendingAttribute(), Zet::noAttribute);
+  watch->handleNotification(config.ptr());
+  EXPECT_EQ(watch->heard, "");
+}
+
+TEST_F(Activity, ARedispatchedAttributeWaitsUntilItIsServed) {
+  watch->redispatch(sm.ptr(), Status::attrSzTimeout);
+  EXPECT_EQ(watch->heard, "");
+  EXPECT_EQ(watch->pendingAttribute(), Status::attrSzTimeout);
+  EXPECT_EQ(served(), "szTimeout ");
+  EXPECT_EQ(watch->pendingAttribute(), Zet::noAttribute);
+  EXPECT_EQ(served(), "");
+}
+
+TEST_F(Activity, HandleNotificationTakesTheNumberAndClearsItBeforeItCalls) {
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  Zet::AttributeId during = Status::attrAf;
+  watch->action = [&] { during = watch->pendingAttribute(); };
+  watch->handleNotification(config.ptr());
+  EXPECT_EQ(watch->heard, "af ");
+  EXPECT_EQ(during, Zet::noAttribute);
+  watch->handleNotification(config.ptr());
+  EXPECT_EQ(watch->heard, "af ");
+}
+
+TEST_F(Activity, ACollectionIsServedByItsKeylessForm) {
+  watch->redispatch(sm.ptr(), Status::attrCbsr);
+  EXPECT_EQ(served(), "cbsr ");
+}
+
+TEST_F(Activity, MinusOneStandsForAllAttributes) {
+  EXPECT_EQ(Zet::allAttributes, -1);
+  watch->redispatch(sm.ptr(), Zet::allAttributes);
+  EXPECT_EQ(served(), "af bsTimeout szTimeout cbsr counters ");
+}
+
+TEST_F(Activity, TwoAttributesThatWaitBecomeAll) {
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  EXPECT_EQ(watch->pendingAttribute(), Status::attrAf);
+  watch->redispatch(sm.ptr(), Status::attrCbsr);
+  EXPECT_EQ(watch->pendingAttribute(), Zet::allAttributes);
+  watch->redispatch(sm.ptr(), Status::attrCbsr);
+  EXPECT_EQ(served(), "af bsTimeout szTimeout cbsr counters ");
+}
+
+TEST_F(Activity, AReactorIsServedOnceHoweverOftenItWasPutInLine) {
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  EXPECT_EQ(sm->serve(config.ptr()), 1u);
+  EXPECT_EQ(watch->heard, "af ");
+}
+
+TEST_F(Activity, ServesInOrderOfArrivalAndNotWhatComesMeanwhile) {
+  std::string order;
+  Ptr<Watch> other = Zet::make<Watch>();
+  other->action = [&] { order += "other "; };
+  watch->action = [&] {
+    order += "watch ";
+    if (order.size() < 20) watch->redispatch(sm.ptr(), Status::attrAf);
+  };
+  other->redispatch(sm.ptr(), Status::attrAf);
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  EXPECT_EQ(sm->serve(config.ptr()), 2u);
+  EXPECT_EQ(order, "other watch ");
+  EXPECT_EQ(sm->serve(config.ptr()), 1u);
+  EXPECT_EQ(order, "other watch watch ");
+}
+
+TEST_F(Activity, HoldsAReactorThatWaits) {
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  EXPECT_EQ(watch->references(), 2u);
+  sm->serve(config.ptr());
+  EXPECT_EQ(watch->references(), 1u);
+}
+
+TEST_F(Activity, AnExceptionIsReportedAsInASetterAndTheNextIsServed) {
+  expectedExceptions = 1;
+  Ptr<Watch> other = Zet::make<Watch>();
+  watch->action = [] { Zet::throwRangeException("late"); };
+  watch->redispatch(sm.ptr(), Status::attrAf);
+  other->redispatch(sm.ptr(), Status::attrAf);
+  EXPECT_EQ(served(), "af refused1 ");
+  EXPECT_EQ(other->heard, "af ");
+}
+
+TEST_F(Activity, ATimerIsServedByItsOnTime) {
+  class Timer : public Kiv::TimerWheel::NotifieeConst {
+   public:
+    void onTime() override { ++calls; }
+    int calls = 0;
+  };
+  Ptr<Timer> timer = Zet::make<Timer>();
+  timer->redispatch(sm.ptr(), Kiv::TimerWheel::attrTime);
+  sm->serve(config.ptr());
+  timer->redispatch(sm.ptr(), Zet::allAttributes);
+  sm->serve(config.ptr());
+  EXPECT_EQ(timer->calls, 2);
+}
+
+}  // namespace
+}  // namespace test
