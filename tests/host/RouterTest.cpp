@@ -130,7 +130,7 @@ TEST_F(RouterTest, MessageIsForwardedFromThePrimaryAddressToAllPimRouters) {
   EXPECT_EQ(port.sent[0].intf, "eth1");
   auto ip = pimbsr::wire::parseIpv4(port.sent[0].bytes);
   ASSERT_TRUE(ip);
-  EXPECT_EQ(ip->source, addr("192.0.2.9").v4Addr());
+  EXPECT_EQ(ip->source, addr("198.51.100.9").v4Addr());
   EXPECT_EQ(ip->destination, addr("224.0.0.13").v4Addr());
   EXPECT_EQ(ip->ttl, 1);
   EXPECT_EQ(ip->tos, 0xc0);

@@ -11,8 +11,6 @@ using pimbsr::wire::HelloMessage;
 
 class HelloTest : public ModelTest {
  protected:
-  HelloTest() { context.chances = {7, 7, 0}; }  // the generation's halves, then no delay
-
   HelloMessage from(std::string const& address, Zet::U32 generation = 1) {
     return {.srcAddr = addr(address), .drPriority = 1, .generationId = generation};
   }
@@ -29,9 +27,9 @@ class HelloTest : public ModelTest {
     std::vector<HelloMessage> all;
     for (auto const& packet : port.sent) {
       auto ip = pimbsr::wire::parseIpv4(packet.bytes);
-      auto hello = pimbsr::wire::decodeHello(ip->payload, ip->source, ip->destination);
-      EXPECT_TRUE(hello);
-      if (hello) all.push_back(*hello);
+      auto one = pimbsr::wire::decodeHello(ip->payload, ip->source, ip->destination);
+      EXPECT_TRUE(one);
+      if (one) all.push_back(*one);
     }
     return all;
   }
@@ -41,6 +39,8 @@ class HelloTest : public ModelTest {
   Zet::Ptr<Kiv::TimerWheel> wheel = Zet::make<Kiv::TimerWheel>();
   Zet::Ptr<Routing::Pim::Status> pim = Routing::Pim::statusFactory("pim");
   Zet::Ptr<Routing::Pim::Intf> eth0 = pim->pimIntfIs(intf("eth0"));
+  /// Chance for the machine below: the halves of its generation, then no delay.
+  bool prepared = (context.chances = {7, 7, 0}, true);
   HelloSm hello{eth0, wheel, port, {}};
 };
 
@@ -48,7 +48,7 @@ TEST_F(HelloTest, FirstHelloLeavesWithinTheTriggeredDelayAndThenEveryPeriod) {
   context.chances = {0, 0, RAND_MAX};
   HelloSm late(eth0, wheel, port, {});
   EXPECT_GT(late.nextHello(), start + 4.9);
-  EXPECT_LT(late.nextHello(), start + 5.0);
+  EXPECT_LE(late.nextHello(), start + 5.0);
   EXPECT_EQ(hello.nextHello(), start);
   runTo(0);
   EXPECT_EQ(hello.nextHello(), start + 30);
