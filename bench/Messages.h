@@ -1,0 +1,142 @@
+#pragma once
+
+#include <cstdlib>
+#include <iostream>
+#include <vector>
+
+#include "host/Router.h"
+#include "wire/Wire.h"
+
+/// Routers and Bootstrap Messages as the benchmarks need them.
+namespace bench {
+
+using Lanet::IpAddr;
+using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
+using Zet::Ptr;
+using Zet::U32;
+using Zet::U64;
+using Zet::U8;
+
+/// One range of a message, with the RPs from number `firstRp` on.
+struct Range {
+  IpGenPrefix prefix;
+  U32 firstRp = 0;
+  U8 rps = 0;
+};
+
+/// Range number `n` of length /24, outside 239.0.0.0/8 for n below 983040.
+inline IpGenPrefix rangeNumber(U32 n) { return Lanet::Prefix(IpAddr::fromHost(0xe0000000 + (n << 8)), 24); }
+
+inline constexpr U32 neighborAddress = 0xc0000201;  // 192.0.2.1
+inline constexpr U32 bsrAddress = 0xc6336401;       // 198.51.100.1
+inline constexpr U32 ownAddress = 0xc0000209;       // 192.0.2.9
+
+/// A message of the BSR with those ranges, as an IPv4 packet from the neighbour.
+inline std::vector<U8> packetOf(std::vector<Range> const& ranges) {
+  namespace Packet = Routing::Pim::Packet;
+  auto message = Zet::make<Packet::BootstrapMessage>();
+  message->forwardIs(true);
+  message->hashMaskLenIs(30);
+  message->bsrPriorityIs(10);
+  message->bsrAddressIs(IpAddr::fromHost(bsrAddress));
+  message->groupRpDataIs(Zet::make<Packet::BootstrapOptionalData>());
+  for (Range const& range : ranges) {
+    auto group = Zet::make<Packet::BootstrapGroupData>(range.prefix);
+    group->rpCountIs(range.rps);
+    group->fragRpCountIs(range.rps);
+    for (U32 i = 0; i < range.rps; ++i)
+      group->rpListIs(IpAddr::fromHost(0x0a000001 + range.firstRp + i))->rpHoldtimeIs(40000);
+    message->groupRpData()->groupDataEnq(group);
+  }
+  std::vector<U8> pim;
+  std::vector<U8> packet;
+  pimbsr::wire::Ipv4Header header{.source = IpAddr::fromHost(neighborAddress),
+                                  .destination = IpAddr::fromHost(0xe000000d)};
+  if (!pimbsr::wire::encodeBootstrap(*message, pim) || !pimbsr::wire::encodeIpv4(header, pim, packet))
+    std::abort();
+  return packet;
+}
+
+/// Packets of at most 100 RPs each that together name `count` RPs, so many to a range, from range and RP
+/// number 0 on.
+inline std::vector<std::vector<U8>> packetsOf(U32 count, U32 rpsPerRange) {
+  std::vector<std::vector<U8>> packets;
+  std::vector<Range> ranges;
+  U32 inPacket = 0;
+  for (U32 rp = 0; rp < count; rp += rpsPerRange) {
+    ranges.push_back({rangeNumber(rp / rpsPerRange), rp, static_cast<U8>(rpsPerRange)});
+    inPacket += rpsPerRange;
+    if (inPacket + rpsPerRange <= 100 && rp + rpsPerRange < count) continue;
+    packets.push_back(packetOf(ranges));
+    ranges.clear();
+    inPacket = 0;
+  }
+  return packets;
+}
+
+/// Takes what is sent and drops it.
+class Sink : public pimbsr::pim::Port {
+ public:
+  bool send(Lanet::IntfId const&, std::span<U8 const> packet) override {
+    bytes += packet.size();
+    ++packets;
+    return true;
+  }
+  IpGenAddr primaryAddress(Lanet::IntfId const&) const override { return IpAddr::fromHost(ownAddress); }
+  bool isOwnAddress(IpGenAddr const& address) const override {
+    return address == IpGenAddr(IpAddr::fromHost(ownAddress));
+  }
+
+  U64 bytes = 0;
+  U64 packets = 0;
+};
+
+/// The neighbour is the way to everything.
+class Rpf : public Routing::Pim::PimRpfTable {
+ public:
+  Routing::Pim::RpfLookupResult doLookup(IpGenAddr const&, IpGenAddr const&) override {
+    return {IpAddr::fromHost(neighborAddress)};
+  }
+};
+
+/// A router with so many interfaces, each with a neighbour, on which messages arrive one millisecond after
+/// the other.
+class Station {
+ public:
+  explicit Station(int interfaces) {
+    for (int i = 0; i < interfaces; ++i) {
+      Lanet::IntfId const intfId(("eth" + std::to_string(i)).c_str());
+      router.interfaceIs(intfId, 1500);
+      router.pimStatus()->pimIntf(intfId)->neighborIs(IpAddr::fromHost(neighborAddress));
+    }
+  }
+
+  /// Takes a packet and does what a host does then; false if it was refused.
+  bool receive(std::vector<U8> const& packet) {
+    context.nowIs(context.now() + 1e-3);
+    pimbsr::host::Reception const reception = router.receive(intfId_, packet);
+    if (router.nextExpiry() <= context.now()) router.advance();
+    return reception.kind == pimbsr::host::MessageKind::bootstrap && reception.accepted();
+  }
+  void receiveAll(std::vector<std::vector<U8>> const& packets) {
+    for (auto const& packet : packets) {
+      if (!receive(packet)) std::abort();
+    }
+  }
+  /// The RPs that PIM reads.
+  U32 rps() const {
+    U32 count = 0;
+    for (auto set = router.rpCandidateStatus()->crpSetIterator(); set; ++set) count += set->rpCount();
+    return count;
+  }
+
+  Zet::Context context;
+  Sink sink;
+  pimbsr::host::Router router{context, sink, Zet::make<Rpf>()};
+
+ private:
+  Lanet::IntfId const intfId_{"eth0"};
+};
+
+}  // namespace bench

@@ -1,0 +1,76 @@
+// The road of a Bootstrap Message through a router, from the bytes in to the bytes out on each interface:
+// read, admitted, judged by the gate, handled by its zone's machine, sent on, stored, mirrored for PIM.
+// Messages repeat what is known, as they do all day.
+
+#include <benchmark/benchmark.h>
+
+#include "bench/Messages.h"
+
+namespace {
+
+using namespace bench;
+
+constexpr U32 rpsPerMessage = 100;
+
+/// Per RP record.
+void road(benchmark::State& state) {
+  Station station(static_cast<int>(state.range(0)));
+  std::vector<U8> const packet = packetsOf(rpsPerMessage, 10).front();
+  for (auto _ : state) {
+    if (!station.receive(packet)) state.SkipWithError("refused");
+  }
+  if (station.sink.packets != static_cast<U64>(state.iterations() * state.range(0)))
+    state.SkipWithError("not sent on");
+}
+
+/// The same message read, and written for each interface.
+void codec(benchmark::State& state) {
+  namespace wire = pimbsr::wire;
+  std::vector<U8> const packet = packetsOf(rpsPerMessage, 10).front();
+  Sink sink;
+  std::vector<U8> pim;
+  std::vector<U8> out;
+  for (auto _ : state) {
+    auto ip = wire::parseIpv4(packet);
+    auto message = wire::decodeBootstrap(ip->payload, ip->source, ip->destination);
+    for (int64_t i = 0; i < state.range(0); ++i) {
+      bool const written = wire::encodeBootstrap(**message, pim) &&
+                           wire::encodeIpv4({.source = IpAddr::fromHost(ownAddress),
+                                             .destination = IpAddr::fromHost(0xe000000d)},
+                                            pim, out);
+      if (!written || !sink.send({}, out)) state.SkipWithError("not written");
+    }
+  }
+}
+
+BENCHMARK(road)->Name("road/pimbsr")->RangeMultiplier(2)->Range(1, 32);
+BENCHMARK(codec)->Name("road/codec")->RangeMultiplier(2)->Range(1, 32);
+
+// A message while others lie still --------------------------------------------------------------------
+
+/// The RPs of the message in a range of their own, or in one range with all that lie still.
+enum class Place { own, among };
+
+template <Place place>
+void still(benchmark::State& state) {
+  Station station(1);
+  auto const others = static_cast<U32>(state.range(0));
+  IpGenPrefix const ownRange = Lanet::Prefix(IpAddr::fromHost(0xef000000), 8);
+  if (place == Place::own) {
+    station.receiveAll(packetsOf(others, 10));
+  } else {
+    for (U32 rp = 0; rp < others; rp += 10) station.receiveAll({packetOf({{ownRange, rp, 10}})});
+  }
+  // In among the others by their hash, which no order of addresses shows in.
+  std::vector<U8> const packet = packetOf({{ownRange, 1'000'000, rpsPerMessage}});
+  station.receiveAll({packet});
+  if (station.rps() != others + rpsPerMessage) state.SkipWithError("not all stored");
+  for (auto _ : state) {
+    if (!station.receive(packet)) state.SkipWithError("refused");
+  }
+}
+
+BENCHMARK(still<Place::own>)->Name("still-own-range/pimbsr")->RangeMultiplier(10)->Range(10, 100'000);
+BENCHMARK(still<Place::among>)->Name("still-among/pimbsr")->RangeMultiplier(10)->Range(10, 100'000);
+
+}  // namespace
