@@ -49,6 +49,13 @@ foreach(file ${python_tests})
   set_tests_properties(${name} PROPERTIES LABELS script TIMEOUT 300)
 endforeach()
 
+# What the documents name is looked up, and what they show is run.
+if(TARGET pimbsr-command)
+  add_test(NAME docs COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/docs/docs_test.py
+    $<TARGET_FILE:pimbsr-command> ${PROJECT_SOURCE_DIR})
+  set_tests_properties(docs PROPERTIES LABELS script TIMEOUT 300)
+endif()
+
 # An embedder's program, built and run against the installed tree.
 if(EXISTS ${PROJECT_SOURCE_DIR}/examples/embed AND TARGET pimbsr-host)
   list(JOIN sanitize_flags " " embed_flags)

@@ -1,4 +1,4 @@
-// The C-RP database at the elected BSR (RFC 5059 section 3.2.2): what the root machine and the candidate
+// The C-RP database at the elected BSR (RFC 5059 section 3.3): what the root machine and the candidate
 // machine do with an advertisement. It fills the same tree per zone that Bootstrap Messages fill on other
 // routers.
 //

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Advertises one candidate RP at one priority to the elected BSRs (RFC 5059 section 3.2.1).
+/// Advertises one candidate RP at one priority to the elected BSRs (RFC 5059 section 3.2).
 ///
 /// It sorts those group ranges of its RpCandidate that carry its priority into one set per zone, by longest
 /// match in the trie of zones that have a BSR, and sends each zone's set to that zone's BSR.

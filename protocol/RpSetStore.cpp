@@ -1,4 +1,4 @@
-// The RP set of a zone, as it grows from Bootstrap Messages (RFC 5059 section 3.1.4).
+// The RP set of a zone, as it grows from Bootstrap Messages (RFC 5059 section 3.1.5).
 //
 // The store is incremental, unlike a reading of the RFC by which each message replaces the set: a message
 // adds and renews the RPs that it names and removes those that it names with holdtime 0; what it doesn't name

@@ -1,0 +1,199 @@
+"""What README.md and docs/*.md name is there, and what they show is what the command does.
+
+Usage: docs_test.py PIMBSR ROOT: the built command, with its build's CTestTestfile.cmake beside it, and the
+source tree. Prints "page:line: what is wrong" for each fault and fails if there is one."""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+
+# Commands that are not run here: each by its pattern, with the test that runs it or the reason.
+ELSEWHERE = [
+    (r"(sudo )?scripts/setup\b.*", "reason: installs packages of the system"),
+    (r"(FUZZ_SECONDS=\d+ )?scripts/test", "reason: runs this test"),
+    (r"scripts/demo", "reason: builds the release, and then runs what is run and compared here"),
+    (r"scripts/bench\b.*", "reason: measures for minutes; bench-ratios-test tries what it prints"),
+    (r"g\+\+ .*pkg-config --cflags --libs pimbsr-host.*", "test: install-embed"),
+    (r"pkg-config --cflags --libs pimbsr(-host)?", "test: install-embed"),
+]
+# Code that stands in a page and in a file, and is the same in both.
+COPIES = [("README.md", "cpp", "examples/embed/embed.cpp")]
+SOURCES = (".h", ".cpp", ".zet", ".py", ".cmake", ".txt", ".in", ".sh")
+LANGUAGES = {"sh", "console", "cpp", "cmake", "text"}
+
+
+class Page:
+    """A page: its fenced blocks as (line, language, text), and its prose with the blocks blanked out."""
+
+    def __init__(self, root, path):
+        self.root, self.path, self.name = root, path, str(path.relative_to(root))
+        self.blocks, prose, opened = [], [], None
+        for number, line in enumerate(path.read_text().split("\n"), 1):
+            if line.startswith("```"):
+                if opened:
+                    self.blocks.append((opened[0], opened[1], "".join(opened[2])))
+                opened = None if opened else (number, line[3:].strip(), [])
+                line = ""
+            elif opened is not None:
+                opened[2].append(line + "\n")
+                line = ""
+            prose.append(line)
+        self.prose = prose
+
+    def fault(self, line, text):
+        return f"{self.name}:{line}: {text}"
+
+
+class Tree:
+    """The source tree, as the pages may name it."""
+
+    def __init__(self, root, tests):
+        self.root, self.tests = root, tests
+        self.words = set()
+        for path in root.rglob("*"):
+            own = path.relative_to(root).parts
+            if own[0] in (".git", "build") or not path.is_file():
+                continue
+            if path.suffix in SOURCES or own[0] == "scripts":
+                self.words |= set(re.findall(r"\w+", path.read_text(errors="replace")))
+
+    def is_path(self, text):
+        return "/" in text and (self.root / text.split("/")[0]).exists()
+
+
+def has_name(path, name):
+    """Whether a file has a test Suite.Name, or a function, class or declared attribute of that name."""
+    word = re.escape(name.split("::")[-1])
+    if "." in name:
+        suite, test = (re.escape(part) for part in name.split("."))
+        pattern = rf"^TEST(_F|_P)?\({suite},\s*{test}\)"
+    elif path.suffix == ".zet":
+        pattern = rf"^ *(const|counter|members|method|pointer|value|values|watch) {word}\b"
+    else:
+        pattern = rf"\b{word}\(|\b(class|struct) (PIMBSR_API )?{word}\b"
+    return re.search(pattern, path.read_text(), re.M) is not None
+
+
+def headings(path):
+    """The anchors of a page's headings."""
+    titles = re.findall(r"^#+ (.*)$", path.read_text(), re.M)
+    return {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles}
+
+
+def link_fault(page, target):
+    file, _, anchor = target.partition("#")
+    path = page.path.parent / file if file else page.path
+    if not path.exists():
+        return f"link to {target}, which is not there"
+    if anchor and anchor not in headings(path):
+        return f"link to {target}, a heading that is not there"
+    return None
+
+
+def named_faults(tree, quoted):
+    """Faults of one text in backticks: `file: name, name`, a path, or names."""
+    if match := re.fullmatch(r"([\w./-]+\.\w+): (.+)", quoted):
+        path = tree.root / match[1]
+        if not path.is_file():
+            return [f"{match[1]} is not there"]
+        return [f"{match[1]} has no {name}" for name in match[2].split(", ") if not has_name(path, name)]
+    if tree.is_path(quoted):
+        inside = quoted.startswith("build/") or (tree.root / quoted).exists()
+        return [] if inside else [f"{quoted} is not there"]
+    names = re.fullmatch(r"[\w:.-]+(\(.*\))?", quoted)
+    missing = set(re.findall(r"[A-Za-z_]\w*", quoted if names else "")) - tree.words
+    return [f"{name} is not a name of this tree" for name in sorted(missing)]
+
+
+def check_names(page, tree):
+    for number, line in enumerate(page.prose, 1):
+        for target in re.findall(r"\]\(([^)\s]+)\)", line):
+            if "://" not in target and (fault := link_fault(page, target)):
+                yield page.fault(number, fault)
+        for quoted in re.findall(r"`([^`]+)`", line):
+            yield from (page.fault(number, fault) for fault in named_faults(tree, quoted))
+
+
+def check_map(page):
+    """Each row of the map of the RFC has its code, and a test or a departure."""
+    for number, line in enumerate(page.prose, 1):
+        cells = [cell.strip() for cell in line.strip("|").split("|")]
+        if not line.startswith("|") or cells[0] in ("asks", "---"):
+            continue
+        departs = re.search(r"\bdeparts: \w", cells[1]) if len(cells) == 3 else None
+        if len(cells) != 3 or not re.search(r"`\S+: \S", cells[1]):
+            yield page.fault(number, "a row is: what is asked, `file: function`, `file: Suite.Name`")
+        elif not departs and not re.search(r"`tests/\S+: \w+\.\w", cells[2]):
+            yield page.fault(number, "a row without test and without departure")
+
+
+def commands(language, text):
+    """The commands of a block, each with the output that is shown, or None where none is."""
+    if language == "sh":
+        for line in text.replace("\\\n", " ").split("\n"):
+            if command := re.sub(r"(^|\s+)#.*", "", line).strip():
+                yield command, None
+        return
+    for part in re.split(r"^\$ ", text, flags=re.M)[1:]:
+        command, _, output = part.partition("\n")
+        yield command.strip(), output
+
+
+def matches(shown, printed):
+    """Whether a command printed what is shown, in which a line "..." stands for any lines."""
+    lines = shown.rstrip("\n").split("\n")
+    pattern = "".join(r"(?:.*\n)*?" if line.strip() == "..." else re.escape(line.rstrip()) + r"[ ]*\n"
+                      for line in lines)
+    return re.fullmatch(pattern, printed.rstrip("\n") + "\n") is not None
+
+
+def command_fault(tree, pimbsr, command, shown):
+    for pattern, answer in ELSEWHERE:
+        if re.fullmatch(pattern, command):
+            kind, _, value = answer.partition(": ")
+            known = kind == "reason" or re.search(rf"^add_test\((\[=\[)?{value}\b", tree.tests, re.M)
+            return None if known else f"{command}: there is no test {value}"
+    if not re.match(r"pimbsr( |$)", command):
+        return f"{command}: neither run here nor said to be run elsewhere"
+    environment = dict(os.environ, PATH=f"{pimbsr.parent}:{os.environ['PATH']}")
+    run = subprocess.run(["bash", "-c", command], cwd=tree.root, env=environment, capture_output=True,
+                         text=True, timeout=120)
+    if run.returncode != 0:
+        return f"{command}: exit status {run.returncode}\n{run.stderr}"
+    if shown is not None and not matches(shown, run.stdout):
+        return f"{command}: prints something else than is shown:\n{run.stdout}"
+    return None
+
+
+def check_blocks(page, tree, pimbsr):
+    for number, (before, line) in enumerate(zip([""] + page.prose, page.prose), 1):
+        if re.match(r" {4}\S", line) and not before.strip():
+            yield page.fault(number, "a block that is indented and not fenced, so that nobody runs it")
+    for number, language, text in page.blocks:
+        if language not in LANGUAGES:
+            yield page.fault(number, f"a block of {language or 'no language'}")
+        if language in ("sh", "console"):
+            for command, shown in commands(language, text):
+                if fault := command_fault(tree, pimbsr, command, shown):
+                    yield page.fault(number, fault)
+        for name, copied, file in COPIES:
+            if (page.name, language) == (name, copied) and text != (tree.root / file).read_text():
+                yield page.fault(number, f"differs from {file}")
+
+
+def faults(pimbsr, root):
+    tree = Tree(root, (pimbsr.parent / "CTestTestfile.cmake").read_text())
+    for path in [root / "README.md", *sorted((root / "docs").glob("*.md"))]:
+        page = Page(root, path)
+        yield from check_names(page, tree)
+        yield from check_blocks(page, tree, pimbsr)
+        if page.name == "docs/rfc5059.md":
+            yield from check_map(page)
+
+
+if __name__ == "__main__":
+    found = list(faults(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve()))
+    print("\n".join(found) if found else "all as it is written")
+    sys.exit(1 if found else 0)
