@@ -61,7 +61,9 @@ void Replay::start(Frame const* first) {
   if (first != nullptr) first_ = first->time;
   startTime_ = first_.isReal() ? first_.value() : Zet::Context::firstTime;
   world_->context.startTimeIs(startTime_);
-  router_ = std::make_unique<host::Router>(world_->context, world_->port, world_->rpf, options_.router);
+  host::RouterOptions router = options_.router;
+  router.rpf = world_->rpf;
+  router_ = std::make_unique<host::Router>(world_->context, world_->port, router);
   router_->interfaceIs(world_->intfId, 1500);
   observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), *recorder_);
   if (first != nullptr) report_.onStart(first_);

@@ -74,7 +74,7 @@ void runTo(pimbsr::host::Router& router, double end) {
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   Context context;
   Port port;
-  pimbsr::host::Router router(context, port, Zet::make<Rpf>());
+  pimbsr::host::Router router(context, port, {.rpf = Zet::make<Rpf>()});
   Lanet::IntfId eth0("eth0");
   router.interfaceIs(eth0, 576);
   router.pimStatus()->pimIntf(eth0)->neighborIs(IpGenAddr::parse("192.0.2.1"));

@@ -1,7 +1,9 @@
 #include "host/Router.h"
 
 #include "host/Admission.h"
+#include "host/RpSweep.h"
 #include "pim/IoManager.h"
+#include "pim/RpfTable.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::host {
@@ -10,14 +12,17 @@ namespace Bsr = Routing::Pim::Bsr;
 namespace IO = Routing::Pim::IO;
 namespace Packet = Routing::Pim::Packet;
 using Lanet::IntfId;
+using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
 using Zet::Ptr;
 
 // Birth and end ---------------------------------------------------------------------------------------
 
-/// The order is that of the engine's contract: Status with family, counters and timeouts, then the gate, then
-/// the root machine, which reads all of it.
-Router::Router(Zet::Context& context, pim::Port& port, Ptr<Routing::Pim::PimRpfTable> const& rpf,
-               RouterOptions const& options)
+static IpGenPrefix everySender() { return IpGenPrefix(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0)), 0); }
+
+/// The order is that of the engine's contract: Status with family, counters and timeouts, then the gates,
+/// then the root machine, which reads all of it.
+Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& options)
     : context_(context),
       port_(port),
       status_(Bsr::statusFactory("bsr")),
@@ -25,29 +30,47 @@ Router::Router(Zet::Context& context, pim::Port& port, Ptr<Routing::Pim::PimRpfT
       bsmStatus_(Bsr::pimBsmStatusFactory()),
       crpMsgStatus_(Bsr::pimCrpMsgStatusFactory()),
       rpCandidateStatus_(Routing::Pim::rpCandidateStatusFactory("bsr")),
+      routes_(Zet::make<Routing::Pim::PimUcastRouteStatus>()),
+      rpf_(options.rpf),
       wheel_(Zet::make<Kiv::TimerWheel>()),
       interfaces_(Interface::allIntfStatusDirFactory("interfaces")),
       io_(Zet::make<pim::IoManager>(pim::makePamManager(), port)),
-      bsmInfo_(IO::messageInfoFactory()) {
+      bsmInfo_(IO::messageInfoFactory()),
+      crpMsgInfo_(IO::messageInfoFactory()) {
   Zet::Context::Scope scope(context_);
+  if (!rpf_) rpf_ = Zet::make<pim::RpfTable>(routes_, pimStatus_, port_);
   status_->afIs(Lanet::AddressFamily::ipv4);
   status_->countersIs("bsr");
   status_->bsTimeoutIs(options.holdTime);
   status_->szTimeoutIs(options.zoneTimeout);
-  gate_ = Bsr::bootstrapMessageSmFactory(io_->manager(), status_, bsmStatus_, bsmInfo_, rpf);
+  status_->crpPermitIs(everySender(), true);
+  gate_ = Bsr::bootstrapMessageSmFactory(io_->manager(), status_, bsmStatus_, bsmInfo_, rpf_);
+  crpGate_ = Bsr::crpMessageSmFactory(io_->manager(), status_, crpMsgStatus_, crpMsgInfo_, routes_);
   root_ = Bsr::pimBsrSmFactory(status_, pimStatus_, bsmStatus_, crpMsgStatus_, rpCandidateStatus_, wheel_,
                                interfaces_);
   admission_ = std::make_unique<Admission>(*root_, port_);
+  sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
 }
 
+/// The gates outlive the root machine, but have nowhere to send what it would say: its own end says nothing.
 Router::~Router() {
   Zet::Context::Scope scope(context_);
+  hellos_.clear();
+  sweep_->stop();
   admission_ = nullptr;
   root_ = nullptr;
+  crpGate_ = nullptr;
   gate_ = nullptr;
 }
 
-// Interfaces and time ---------------------------------------------------------------------------------
+void Router::sayFarewell() {
+  Zet::Context::Scope scope(context_);
+  for (auto at = status_->crpIterator(); at; ++at) status_->crpDel(IpGenAddr(at->address()));
+  for (auto at = status_->cbsrIterator(); at; ++at) status_->cbsrDel(IpGenPrefix(at->zone()));
+  for (auto& [intfId, hello] : hellos_) hello.sayFarewell();
+}
+
+// Interfaces, routes and time -------------------------------------------------------------------------
 
 void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
   Zet::Context::Scope scope(context_);
@@ -55,10 +78,37 @@ void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
   pimStatus_->pimIntfIs(intfId);
 }
 
+void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const& options) {
+  Zet::Context::Scope scope(context_);
+  interfaceIs(intfId, mtu);
+  hellos_.try_emplace(intfId, pimStatus_->pimIntf(intfId), wheel_, port_, options);
+}
+
 void Router::interfaceDel(IntfId const& intfId) {
   Zet::Context::Scope scope(context_);
+  hellos_.erase(intfId);
   pimStatus_->pimIntfDel(intfId);
   interfaces_->intfStatusDel(intfId);
+}
+
+void Router::handleAddressChange(IntfId const& intfId) {
+  Zet::Context::Scope scope(context_);
+  if (pim::HelloSm* machine = hello(intfId)) machine->handleAddressChange();
+}
+
+pim::HelloSm* Router::hello(IntfId const& intfId) {
+  auto at = hellos_.find(intfId);
+  return at == hellos_.end() ? nullptr : &at->second;
+}
+
+void Router::routeIs(Lanet::Prefix const& prefix, Slosh::Fib::Route const& route) {
+  Zet::Context::Scope scope(context_);
+  routes_->routeIs(prefix, route);
+}
+
+void Router::routeDel(Lanet::Prefix const& prefix) {
+  Zet::Context::Scope scope(context_);
+  routes_->routeDel(prefix);
 }
 
 void Router::advance() {
@@ -66,41 +116,105 @@ void Router::advance() {
   wheel_->advance(context_.now());
 }
 
-// A packet --------------------------------------------------------------------------------------------
+// Candidacies -----------------------------------------------------------------------------------------
 
-/// Sorts a decoded message, or its fault, into a reception.
-static void sortMessage(wire::Outcome<wire::DecodedMessage> const& decoded, Reception& reception) {
-  if (!decoded) {
-    reception.kind = MessageKind::malformed;
-    reception.reason = wire::name(decoded.reason());
-    reception.sentence = wire::sentence(decoded.reason());
-  } else if (auto const* bsm = std::get_if<Ptr<Packet::BootstrapMessage>>(&*decoded)) {
-    reception.kind = MessageKind::bootstrap;
-    reception.message = *bsm;
-  } else if (auto const* adv = std::get_if<Ptr<Packet::CrpAdvMessage>>(&*decoded)) {
-    reception.kind = MessageKind::crpAdv;
-    reception.message = *adv;
-  } else {
-    bool hello = std::holds_alternative<wire::HelloMessage>(*decoded);
-    reception.kind = hello ? MessageKind::hello : MessageKind::other;
+/// The address comes first: the machine that is made with the entry waits for it.
+void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candidacy) {
+  Zet::Context::Scope scope(context_);
+  Ptr<Bsr::BsrCandidate> entry = status_->cbsrIs(zone);
+  entry->addressIs(candidacy.address);
+  entry->intfIdIs(candidacy.intfId);
+  entry->priorityIs(candidacy.priority);
+  entry->hashMaskLenIs(candidacy.hashMaskLen);
+  entry->bsPeriodIs(candidacy.interval);
+}
+
+void Router::candidateBsrDel(IpGenPrefix const& zone) {
+  Zet::Context::Scope scope(context_);
+  status_->cbsrDel(zone);
+}
+
+void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidacy) {
+  Zet::Context::Scope scope(context_);
+  Ptr<Bsr::RpCandidate> entry = status_->crpIs(candidacy.address);
+  entry->intfIdIs(candidacy.intfId);
+  entry->intervalIs(candidacy.interval);
+  entry->prefixSetIs(range, true);
+  entry->prefixOptionsIs(range)->priorityIs(candidacy.priority);
+}
+
+void Router::candidateRpDel(IpGenPrefix const& range, IpGenAddr const& address) {
+  Zet::Context::Scope scope(context_);
+  Ptr<Bsr::RpCandidate> entry = status_->crp(address);
+  if (!entry) return;
+  entry->prefixSetDel(range);
+  entry->prefixOptionsDel(range);
+  if (entry->prefixSetCount() == 0) status_->crpDel(address);
+}
+
+void Router::borderIs(IpGenPrefix const& zone, IntfId const& intfId, bool border) {
+  Zet::Context::Scope scope(context_);
+  if (border) {
+    status_->bsBorderIs(zone)->intfIdIs(intfId, true);
+  } else if (Ptr<Bsr::PimBsrBorder> entry = status_->bsBorder(zone)) {
+    entry->intfIdDel(intfId);
+    if (entry->intfIdCount() == 0) status_->bsBorderDel(zone);
   }
 }
+
+void Router::permitIs(IpGenPrefix const& senders) {
+  Zet::Context::Scope scope(context_);
+  permitted_.insert(senders);
+  status_->crpPermitIs(senders, true);
+  if (!permitted_.contains(everySender())) status_->crpPermitDel(everySender());
+}
+
+void Router::permitDel(IpGenPrefix const& senders) {
+  Zet::Context::Scope scope(context_);
+  permitted_.erase(senders);
+  if (permitted_.empty()) status_->crpPermitIs(everySender(), true);
+  if (!permitted_.empty() || senders != everySender()) status_->crpPermitDel(senders);
+}
+
+// A packet --------------------------------------------------------------------------------------------
 
 Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
   Zet::Context::Scope scope(context_);
   Reception reception;
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
-  if (!ip) {
-    bool pim = ip.reason() != wire::DropReason::ipProtocol;
-    if (pim) sortMessage(ip.reason(), reception);
-    return reception;
+  if (ip) {
+    reception.source = ip->source;
+    reception.destination = ip->destination;
+    handle(intfId, wire::decodeMessage(ip->payload, ip->source, ip->destination), reception);
+  } else if (ip.reason() != wire::DropReason::ipProtocol) {
+    malformed(ip.reason(), reception);
   }
-  reception.source = ip->source;
-  reception.destination = ip->destination;
-  sortMessage(wire::decodeMessage(ip->payload, ip->source, ip->destination), reception);
-  if (reception.kind == MessageKind::bootstrap) bootstrap(intfId, reception);
-  if (reception.kind == MessageKind::crpAdv) crpAdv(reception);
   return reception;
+}
+
+void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
+                    Reception& reception) {
+  if (!decoded) return malformed(decoded.reason(), reception);
+  if (auto const* bsm = std::get_if<Ptr<Packet::BootstrapMessage>>(&*decoded)) {
+    reception.kind = MessageKind::bootstrap;
+    reception.message = *bsm;
+    bootstrap(intfId, **bsm, reception);
+  } else if (auto const* adv = std::get_if<Ptr<Packet::CrpAdvMessage>>(&*decoded)) {
+    reception.kind = MessageKind::crpAdv;
+    reception.message = *adv;
+    crpAdv(intfId, **adv, reception);
+  } else if (auto const* told = std::get_if<wire::HelloMessage>(&*decoded)) {
+    reception.kind = MessageKind::hello;
+    if (pim::HelloSm* machine = hello(intfId)) machine->receive(*told);
+  } else {
+    reception.kind = MessageKind::other;
+  }
+}
+
+void Router::malformed(wire::DropReason reason, Reception& reception) {
+  reception.kind = MessageKind::malformed;
+  reception.reason = wire::name(reason);
+  reception.sentence = wire::sentence(reason);
 }
 
 static void refuse(Reception& reception, Refusal refusal) {
@@ -117,7 +231,7 @@ struct GateCause {
   std::string_view sentence;
 };
 
-constexpr GateCause gateCauses[] = {
+constexpr GateCause bsmCauses[] = {
     {&Bsr::PimBsrErrorCounters::rxFilter, "rxFilter", "It arrived on a border of its zone."},
     {&Bsr::PimBsrErrorCounters::rxNbrRpfCheck, "rxNbrRpfCheck",
      "It is not from the RPF neighbour towards its BSR."},
@@ -129,27 +243,41 @@ constexpr GateCause gateCauses[] = {
      "It was sent to a multicast address other than 224.0.0.13."},
 };
 
+constexpr GateCause crpAdvCauses[] = {
+    {&Bsr::PimBsrErrorCounters::rxFilter, "rxFilter", "Its sender is not among the permitted ones."},
+};
+
 }  // namespace
 
-void Router::bootstrap(IntfId const& intfId, Reception& reception) {
-  Ptr<Packet::BootstrapMessage> message = static_cast<Packet::BootstrapMessage*>(reception.message.ptr());
-  if (Refusal refusal = admission_->judge(*message); refusal != Refusal::none)
-    return refuse(reception, refusal);
-  Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
-  bsmInfo_->intfIdIs(intfId);
-  bsmInfo_->messageIs(message);
-  bsmInfo_->countInc(1);
-  Bsr::PimBsrErrorCounters after = status_->counters()->errCounters();
-  for (GateCause const& cause : gateCauses) {
+/// Names what the gate counted against a message, if it did.
+static void tellCause(Bsr::PimBsrErrorCounters const& before, Bsr::PimBsrErrorCounters const& after,
+                      std::span<GateCause const> causes, Reception& reception) {
+  for (GateCause const& cause : causes) {
     if (after.*cause.counter == before.*cause.counter) continue;
     reception.reason = cause.name;
     reception.sentence = cause.sentence;
   }
 }
 
-void Router::crpAdv(Reception& reception) {
-  auto const& message = static_cast<Packet::CrpAdvMessage const&>(*reception.message);
-  if (Refusal refusal = admission_->judge(message); refusal != Refusal::none) refuse(reception, refusal);
+void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
+  if (Refusal refusal = admission_->judge(message); refusal != Refusal::none)
+    return refuse(reception, refusal);
+  Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
+  bsmInfo_->intfIdIs(intfId);
+  bsmInfo_->messageIs(&message);
+  bsmInfo_->countInc(1);
+  tellCause(before, status_->counters()->errCounters(), bsmCauses, reception);
+}
+
+void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
+  if (Refusal refusal = admission_->judge(message); refusal != Refusal::none)
+    return refuse(reception, refusal);
+  if (!port_.isOwnAddress(message.dstAddr())) return;
+  Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
+  crpMsgInfo_->intfIdIs(intfId);
+  crpMsgInfo_->messageIs(&message);
+  crpMsgInfo_->countInc(1);
+  tellCause(before, status_->counters()->errCounters(), crpAdvCauses, reception);
 }
 
 }  // namespace pimbsr::host

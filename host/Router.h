@@ -1,8 +1,13 @@
 #pragma once
 
+#include <map>
 #include <memory>
+#include <set>
 #include <span>
 
+#include "crp/CrpMessageSm.h"
+#include "crp/RpCandidateSm.h"
+#include "host/Candidacy.h"
 #include "host/Reception.h"
 #include "model/IO.h"
 #include "model/Interface.h"
@@ -10,6 +15,8 @@
 #include "model/Pim.h"
 #include "model/Rpf.h"
 #include "model/Status.h"
+#include "model/UcastRoute.h"
+#include "pim/HelloSm.h"
 #include "pim/Port.h"
 #include "protocol/BootstrapMessageSm.h"
 #include "protocol/BsrCandidateSm.h"
@@ -25,34 +32,68 @@ class IoManager;
 namespace pimbsr::host {
 
 class Admission;
+class RpSweep;
 
 /// What a router without configuration machines is given by its host.
 struct RouterOptions {
   U32 holdTime = 130;      ///< seconds without a message after which the BSR of a zone is given up
   U32 zoneTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
+  /// Answers for the neighbours towards BSRs; where it is null, the router's own routes and Hellos do.
+  Zet::Ptr<Routing::Pim::PimRpfTable> rpf;
 };
 
 /// One Bootstrap Router behind a port: the status tree, the machines in the order in which they must be made,
-/// and the road of a packet from its bytes to the gate.
+/// and the road of a packet from its bytes to the gates.
 ///
 /// The host sets the context's clock to the time of an event and then makes one call; each call enters the
 /// context by itself. Whoever watches the status tree hears of changes inside that call, and must not call
-/// back in.
+/// back in. Advertisements are taken from every sender as long as no sender has been permitted by name.
 class PIMBSR_API Router {
  public:
-  /// The context and the port outlive the router. `rpf` answers for the neighbours towards BSRs.
-  Router(Zet::Context& context, pim::Port& port, Zet::Ptr<Routing::Pim::PimRpfTable> const& rpf,
-         RouterOptions const& options = {});
-  /// Takes the machines down; nothing is sent.
+  /// The context and the port outlive the router.
+  Router(Zet::Context& context, pim::Port& port, RouterOptions const& options = {});
+  /// Takes the machines down; nothing is sent, as with a router that lost its power.
   ~Router();
   Router(Router const&) = delete;
   Router& operator=(Router const&) = delete;
 
-  /// Adds an interface that speaks PIM, or changes its MTU (bytes).
+  /// Adds an interface that takes PIM messages without a Hello of its own, or changes its MTU (bytes; 0
+  /// counts as 1500).
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu);
+  /// Adds an interface that speaks Hello too, or changes its MTU; the options count when it is added.
+  void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& hello);
+  /// Takes an interface away with its neighbours; no Hello is sent. An unknown one is left alone.
   void interfaceDel(Lanet::IntfId const& intfId);
+  /// Tells that the port answers with another primary address of an interface.
+  void handleAddressChange(Lanet::IntfId const& intfId);
 
-  /// Takes one IPv4 packet, from its IP header on, that arrived on an interface.
+  /// Adds or replaces a unicast route, or removes it. An address of this router needs a route of type local,
+  /// which is how an elected BSR finds that its own candidate RPs advertise to itself.
+  void routeIs(Lanet::Prefix const& prefix, Slosh::Fib::Route const& route);
+  void routeDel(Lanet::Prefix const& prefix);
+
+  /// Makes this router a candidate BSR of a zone, or changes the candidacy.
+  void candidateBsrIs(Lanet::IpGenPrefix const& zone, BsrCandidacy const& candidacy);
+  /// Ends a candidacy; an elected BSR says so to its neighbours (RFC 5059 section 3.3).
+  void candidateBsrDel(Lanet::IpGenPrefix const& zone);
+  /// Makes this router a candidate RP for a group range, or changes the range's priority.
+  void candidateRpIs(Lanet::IpGenPrefix const& range, RpCandidacy const& candidacy);
+  /// Withdraws a group range of a candidate RP. The last one of a priority is withdrawn with an advertisement
+  /// of holdtime 0.
+  void candidateRpDel(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& address);
+  /// Makes an interface a border of a scope zone, or makes it one no more (RFC 5059 section 3.1.3).
+  void borderIs(Lanet::IpGenPrefix const& zone, Lanet::IntfId const& intfId, bool border);
+  /// Permits advertisements of senders by their addresses, or withdraws that. Once a prefix is given, all
+  /// others are refused; without any all are taken.
+  void permitIs(Lanet::IpGenPrefix const& senders);
+  void permitDel(Lanet::IpGenPrefix const& senders);
+
+  /// Ends all candidacies with what they have to say, and tells the neighbours of every interface farewell
+  /// (Hello with holdtime 0). To be called before an orderly end.
+  void sayFarewell();
+
+  /// Takes one IPv4 packet, from its IP header on, that arrived on an interface. An advertisement for another
+  /// router is told of and goes nowhere.
   Reception receive(Lanet::IntfId const& intfId, std::span<U8 const> packet);
 
   /// When the next timer is due, on the context's clock; Kiv::never if none is.
@@ -63,15 +104,24 @@ class PIMBSR_API Router {
   Zet::Context& context() const { return context_; }
   Zet::Ptr<Routing::Pim::Bsr::Status> status() const { return status_; }
   Zet::Ptr<Routing::Pim::Status> pimStatus() const { return pimStatus_; }
-  /// The RP set that PIM reads.
+  /// The RP set that PIM reads. An RP whose time is over is out of use, and is swept from it within a minute
+  /// where no zone's set holds it any more.
   Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus() const { return rpCandidateStatus_; }
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root() const { return root_; }
   Zet::Ptr<Routing::Pim::Bsr::BootstrapMessageSm> gate() const { return gate_; }
+  Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate() const { return crpGate_; }
   Zet::Ptr<Kiv::TimerWheel> timerWheel() const { return wheel_; }
+  /// The Hello machine of an interface; null for one that speaks no Hello.
+  pim::HelloSm* hello(Lanet::IntfId const& intfId);
 
  private:
-  void bootstrap(Lanet::IntfId const& intfId, Reception& reception);
-  void crpAdv(Reception& reception);
+  void handle(Lanet::IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
+              Reception& reception);
+  static void malformed(wire::DropReason reason, Reception& reception);
+  void bootstrap(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage& message,
+                 Reception& reception);
+  void crpAdv(Lanet::IntfId const& intfId, Routing::Pim::Packet::CrpAdvMessage& message,
+              Reception& reception);
 
   Zet::Context& context_;
   pim::Port& port_;
@@ -80,13 +130,20 @@ class PIMBSR_API Router {
   Zet::Ptr<Routing::Pim::Bsr::PimBsmStatus> bsmStatus_;
   Zet::Ptr<Routing::Pim::Bsr::PimCrpMsgStatus> crpMsgStatus_;
   Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus_;
+  Zet::Ptr<Routing::Pim::PimUcastRouteStatus> routes_;
+  Zet::Ptr<Routing::Pim::PimRpfTable> rpf_;
   Zet::Ptr<Kiv::TimerWheel> wheel_;
   Zet::Ptr<Interface::AllIntfStatusDir> interfaces_;
   Zet::Ptr<pim::IoManager> io_;
   Zet::Ptr<Routing::Pim::IO::MessageInfo> bsmInfo_;
+  Zet::Ptr<Routing::Pim::IO::MessageInfo> crpMsgInfo_;
   Zet::Ptr<Routing::Pim::Bsr::BootstrapMessageSm> gate_;
+  Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate_;
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   std::unique_ptr<Admission> admission_;
+  std::map<Lanet::IntfId, pim::HelloSm> hellos_;
+  Zet::Ptr<RpSweep> sweep_;
+  std::set<Lanet::IpGenPrefix> permitted_;
 };
 
 }  // namespace pimbsr::host

@@ -27,7 +27,7 @@ int main() {
   Zet::Context context;  // your clock: seconds, never backwards
   context.nowIs(1.8e9);
   Port port;
-  pimbsr::host::Router router(context, port, Zet::make<Rpf>());
+  pimbsr::host::Router router(context, port, {.rpf = Zet::make<Rpf>()});
   router.interfaceIs(IntfId("eth0"), 1500);
 
   router.receive(IntfId("eth0"), bootstrapPacket());  // what your socket read, from the IP header on
