@@ -142,7 +142,7 @@ template <class Map>
 void add(std::string const& key, std::string const& variant) {
   auto withSizes = [&](char const* what, void (*run)(benchmark::State&)) {
     std::string const name = key + what + variant;
-    benchmark::RegisterBenchmark(name.c_str(), run)->RangeMultiplier(10)->Range(10, 100'000);
+    benchmark::RegisterBenchmark(name.c_str(), run)->Arg(10)->Arg(1000)->Arg(100'000);
   };
   withSizes("-find/", find<Map>);
   withSizes("-insert/", insert<Map>);

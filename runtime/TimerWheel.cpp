@@ -9,13 +9,13 @@ static constexpr U32 arity = 4;
 
 void TimerWheel::NotifieeConst::notifierIs(Zet::Ptr<TimerWheel const> const& wheel) {
   if (wheel == wheel_) return;
-  if (wheel_) wheel_->drop(*this);
+  if (wheel_) wheel_->stop(*this);
   wheel_ = wheel;
   timeMin_ = wheel_ ? never : timeMin_;
 }
 
 TimerWheel::NotifieeConst::~NotifieeConst() {
-  if (wheel_) wheel_->drop(*this);
+  if (wheel_) wheel_->stop(*this);
 }
 
 void TimerWheel::NotifieeConst::zetDispatch(Zet::AttributeId attribute) {
@@ -27,32 +27,23 @@ void TimerWheel::NotifieeConst::timeMinIs(double seconds) {
   timeMin_ = finite ? seconds : never;
   if (!wheel_) return;
   if (finite) {
-    wheel_->arm(*this, seconds);
+    wheel_->arm(*this);
   } else {
     wheel_->stop(*this);
   }
 }
 
-void TimerWheel::arm(NotifieeConst& timer, double seconds) const {
+void TimerWheel::arm(NotifieeConst& timer) const {
   if (!timer.armed_) ++armed_;
   timer.armed_ = true;
   timer.order_ = ++armings_;
-  if (timer.place_ == NotifieeConst::outside) {
-    unlink(timer);
-    insert(timer);
-  } else if (seconds < heap_[timer.place_].time) {
-    siftUp(timer.place_, {seconds, timer.order_, &timer});
-  }
+  remove(timer);
+  insert(timer);
 }
 
 void TimerWheel::stop(NotifieeConst& timer) const {
   if (timer.armed_) --armed_;
   timer.armed_ = false;
-  unlink(timer);
-}
-
-void TimerWheel::drop(NotifieeConst& timer) const {
-  stop(timer);
   remove(timer);
 }
 
@@ -67,14 +58,15 @@ U32 TimerWheel::advance(double now) {
   U64 const last = armings_;
   U32 fired = 0;
   std::vector<Zet::Ptr<NotifieeConst>> later;
-  for (Zet::Ptr<NotifieeConst> timer = first(); timer && timer->timeMin_ <= now; timer = first()) {
-    remove(*timer);
+  // Held over its call, and let go before the next is sought: its end may arm and stop others.
+  while (Zet::Ptr<NotifieeConst> timer = firstDue(now)) {
     if (timer->order_ > last) {
+      remove(*timer);
       later.push_back(timer);
-      continue;
+    } else {
+      fire(*timer);
+      ++fired;
     }
-    fire(*timer);
-    ++fired;
   }
   for (auto const& timer : later) putBack(*timer);
   advancing_ = false;
@@ -86,7 +78,7 @@ void TimerWheel::fire(NotifieeConst& timer) {
   Zet::deliver(timer, attrTime, [&] { timer.onTime(); });
 }
 
-/// Puts back a timer that was armed during the walk, unless it was stopped, dropped or armed again since.
+/// Puts back a timer that was armed during the walk, unless it was stopped, detached or armed again since.
 void TimerWheel::putBack(NotifieeConst& timer) {
   bool const isInside = timer.place_ != NotifieeConst::outside || timer.run_ != NotifieeConst::noRun;
   if (timer.armed_ && timer.wheel_ == this && !isInside) insert(timer);
@@ -99,7 +91,7 @@ void TimerWheel::insert(NotifieeConst& timer) const {
   siftUp(static_cast<U32>(heap_.size() - 1), {timer.timeMin_, timer.order_, &timer});
 }
 
-/// Takes a timer out of its run or the heap.
+/// Takes a timer out of its run or the heap, if it is in one.
 void TimerWheel::remove(NotifieeConst& timer) const {
   unlink(timer);
   if (timer.place_ != NotifieeConst::outside) removeAt(timer.place_);
@@ -107,11 +99,16 @@ void TimerWheel::remove(NotifieeConst& timer) const {
 
 /// The timer that is due first; null if none is armed.
 TimerWheel::NotifieeConst* TimerWheel::first() const {
-  NotifieeConst* first = refreshTop() ? heap_.front().timer : nullptr;
+  NotifieeConst* first = heap_.empty() ? nullptr : heap_.front().timer;
   for (Run const& run : runs_) {
     if (run.first != nullptr && (first == nullptr || run.first->before(*first))) first = run.first;
   }
   return first;
+}
+
+TimerWheel::NotifieeConst* TimerWheel::firstDue(double now) const {
+  NotifieeConst* due = first();
+  return due != nullptr && due->timeMin_ <= now ? due : nullptr;
 }
 
 // Runs ------------------------------------------------------------------------------------------------
@@ -145,22 +142,6 @@ void TimerWheel::unlink(NotifieeConst& timer) const {
 }
 
 // Heap ------------------------------------------------------------------------------------------------
-
-/// Brings the top of the heap up to date; false if no timer is armed.
-bool TimerWheel::refreshTop() const {
-  while (!heap_.empty()) {
-    NotifieeConst& timer = *heap_.front().timer;
-    if (!timer.armed_) {
-      removeAt(0);
-    } else if (heap_.front().order != timer.order_) {
-      removeAt(0);
-      insert(timer);
-    } else {
-      return true;
-    }
-  }
-  return false;
-}
 
 void TimerWheel::place(U32 index, Entry const& entry) const {
   heap_[index] = entry;

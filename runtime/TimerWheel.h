@@ -19,9 +19,7 @@ inline bool isTimeSet(double timeMin) {
 ///
 /// Refreshes of one hold time arm timers in the order in which they will expire. So a timer that is not
 /// before the last of a run goes behind it, and re-arming costs the same however many timers there are. Runs
-/// are few, one for each usual hold time; what fits none goes into a heap, whose entries may lag behind:
-/// arming a timer in it for a later time only notes the new time, and the entry is looked at again when it
-/// reaches the top.
+/// are few, one for each usual hold time; what fits none goes into a heap.
 class PIMBSR_API TimerWheel : public Zet::PtrInterface {
  public:
   enum : Zet::AttributeId { attrTime = 0 };
@@ -71,7 +69,8 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
 
   TimerWheel() = default;
 
-  /// When the next timer is due; `never` if none is armed.
+  /// When the next timer is due; `never` if none is armed. Not to be asked from onTime(), while timers wait
+  /// for the end of advance().
   double nextExpiry() const;
   /// Calls the timers that are due at `now`, in order of time and then of arming. One that is armed meanwhile
   /// for a time not after `now` waits for the next call. Returns how many were called. Not to be called from
@@ -81,7 +80,7 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
   U32 armed() const { return armed_; }
 
  private:
-  /// An entry's time and order are never above its timer's; a lagging entry is one whose order differs.
+  /// A timer in the heap, with what it is ordered by beside it.
   struct Entry {
     double time;
     U64 order;
@@ -98,15 +97,14 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
   };
   static constexpr U8 runs = 8;
 
-  void arm(NotifieeConst& timer, double seconds) const;
+  void arm(NotifieeConst& timer) const;
   void stop(NotifieeConst& timer) const;
-  void drop(NotifieeConst& timer) const;
   void insert(NotifieeConst& timer) const;
   bool append(NotifieeConst& timer) const;
   void unlink(NotifieeConst& timer) const;
   void remove(NotifieeConst& timer) const;
   NotifieeConst* first() const;
-  bool refreshTop() const;
+  NotifieeConst* firstDue(double now) const;
   void place(U32 index, Entry const& entry) const;
   void siftUp(U32 index, Entry entry) const;
   void siftDown(U32 index, Entry entry) const;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -318,6 +319,22 @@ TEST_F(Wheel, ATimerThatDestroysItselfFinishesItsCall) {
     heard += '.';
   };
   EXPECT_EQ(advance(10), "a.b");
+}
+
+TEST_F(Wheel, WhatATimerThatDestroysItselfStopsAtItsEndIsNotCalled) {
+  struct AtEnd {
+    explicit AtEnd(std::function<void()> end) : run(std::move(end)) {}
+    ~AtEnd() { run(); }
+    std::function<void()> run;
+  };
+  auto a = timer('a', 10), b = timer('b', 10), c = timer('c', 10), d = timer('d', 10);
+  auto end = std::make_shared<AtEnd>([&] {
+    b->timeMinIs(never);
+    c->timeMinIs(30);
+  });
+  a->action = [&a, end = std::move(end)] { a = nullptr; };
+  EXPECT_EQ(advance(10), "ad");
+  EXPECT_EQ(wheel->nextExpiry(), 30);
 }
 
 TEST_F(Wheel, AnExceptionIsReportedAndTheNextTimerIsCalled) {

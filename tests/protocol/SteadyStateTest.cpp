@@ -1,0 +1,188 @@
+// A router spends its days on messages that repeat what is known: they must allocate nothing.
+
+#include <cstdlib>
+#include <new>
+
+#include "tests/support/Engine.h"
+
+static int allocations = 0;
+
+#if defined(__SANITIZE_ADDRESS__)
+
+// The sanitizer keeps its own operators, which check that each delete meets its new. Of its library, not
+// every compiler installs the header that declares this.
+using OnAllocation = void (*)(void const volatile*, std::size_t);
+using OnFree = void (*)(void const volatile*);
+extern "C" int __sanitizer_install_malloc_and_free_hooks(OnAllocation, OnFree);
+
+[[maybe_unused]] static int const hooked = __sanitizer_install_malloc_and_free_hooks(
+    [](void const volatile*, std::size_t) { ++allocations; }, [](void const volatile*) {});
+
+#else
+
+// What is inlined would show the compiler a free() for a new; it takes that for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  ++allocations;
+  void* memory = std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+#endif
+
+namespace test {
+namespace {
+
+using Routing::Pim::Packet::BootstrapMessage;
+using Zet::Ptr;
+using Zet::U32;
+
+std::string const range = "239.1.0.0/16";
+std::string const one = "203.0.113.1";
+std::string const two = "203.0.113.2";
+
+template <class Action>
+int allocationsOf(Action const& action) {
+  int const before = allocations;
+  action();
+  return allocations - before;
+}
+
+/// Sends nothing, and says that it did.
+class Sink : public Routing::Pim::IO::MessageInfo::Notifiee {
+ public:
+  explicit Sink(Ptr<Routing::Pim::IO::PamCounter> sent) : sent_(std::move(sent)) {}
+  void onCount() override { sent_->txCountInc(1); }
+
+ private:
+  Ptr<Routing::Pim::IO::PamCounter> sent_;
+};
+
+/// Counts the changes of one RP.
+class RpListener : public Routing::Pim::RpCandidate::NotifieeConst {
+ public:
+  void onPriority() override { ++changes; }
+  int changes = 0;
+};
+
+class Timer : public Kiv::TimerWheel::NotifieeConst {};
+
+/// Runs with traces off, as a router does.
+class SteadyState : public testing::Test {
+ protected:
+  SteadyState() {
+    engine.outbox->notifierIs(nullptr);
+    sink->notifierIs(engine.manager->txMessageInfo());
+    engine.rpf->neighbors[addr(Bsm().bsr)] = addr(Bsm().source);
+    for (char const* name : {"eth0", "eth1", "eth2"}) engine.addIntf(name);
+  }
+  void TearDown() override { EXPECT_EQ(context.notificationExceptions(), 0u); }
+
+  void later() { context.nowIs(context.now() + 1); }
+
+  Zet::Context context;
+  Zet::Context::Scope scope{context};
+  Engine engine;
+  Ptr<Sink> sink = Zet::make<Sink>(engine.manager->txPamCounter());
+};
+
+TEST_F(SteadyState, TheCountSeesAnAllocation) {
+  EXPECT_EQ(allocationsOf([] { Zet::make<BootstrapMessage>(); }), 1);
+  EXPECT_EQ(allocationsOf([] {}), 0);
+}
+
+// A message -------------------------------------------------------------------------------------------
+
+/// A zone, and the message that is repeated in it.
+struct Story {
+  std::string name;
+  std::string zone;
+  Bsm told;
+};
+
+class RepeatedMessage : public SteadyState, public testing::WithParamInterface<Story> {
+ protected:
+  RepeatedMessage() {
+    for (int i = 0; i < 2; ++i) engine.receive(make(story.told));
+    expires = mirrored()->expires();
+    later();
+  }
+  Ptr<Routing::Pim::RpCandidate> mirrored() const {
+    return engine.rpCandidateStatus->crpSet(prefix(range))->rp(addr(one));
+  }
+
+  Story const& story = GetParam();
+  Ptr<BootstrapMessage> repeated = make(story.told);
+  double expires;
+};
+
+TEST_P(RepeatedMessage, RefreshesStoredAndMirroredRpsWithoutAnAllocation) {
+  Lanet::IpGenPrefix const zone = prefix(story.zone);
+  EXPECT_EQ(allocationsOf([&] { engine.root->storeRpSet(zone, repeated, false); }), 0);
+  EXPECT_EQ(engine.rp(story.zone, range, one)->expires(), expires + 1);
+  EXPECT_EQ(mirrored()->expires(), expires + 1);
+}
+
+TEST_P(RepeatedMessage, IsJudgedAndSentOnWithoutAnAllocation) {
+  Lanet::IntfId const eth0 = intf("eth0");
+  U32 const sent = engine.manager->txPamCounter()->txCount();
+  int const made = allocationsOf([&] {
+    engine.bsmInfo->intfIdIs(eth0);
+    engine.bsmInfo->messageIs(repeated);
+    engine.bsmInfo->countInc(1);
+  });
+  EXPECT_EQ(made, 0);
+  EXPECT_EQ(mirrored()->expires(), expires + 1);
+  EXPECT_EQ(engine.manager->txPamCounter()->txCount(), sent + 3);
+}
+
+Story const stories[] = {
+    {"ofTheGlobalZone",
+     "224.0.0.0/4",
+     {.groups = {{range, {{one}, {two}}}, {"232.0.0.0/8", {{one, 200, 7}}}}}},
+    {"ofAScopedZone",
+     "239.0.0.0/8",
+     {.groups = {{"239.0.0.0/8", {}, scopedFlag}, {range, {{one}, {two}}}, {"239.2.0.0/16", {{two}}}}}},
+    {"ofBidirectionalRanges", "224.0.0.0/4", {.groups = {{range, {{one}, {two}}, bidirFlag}}}},
+};
+INSTANTIATE_TEST_SUITE_P(Zones, RepeatedMessage, testing::ValuesIn(stories),
+                         [](auto const& story) { return story.param.name; });
+
+// A write and a timer ---------------------------------------------------------------------------------
+
+TEST_F(SteadyState, AWriteThatEightReactorsHearOfAllocatesNothing) {
+  engine.receive(make(stories[0].told));
+  auto rp = engine.rp(stories[0].zone, range, one);
+  std::vector<Ptr<RpListener>> listeners(7);  // beside the one that the zone's tree has
+  for (auto& listener : listeners) {
+    listener = Zet::make<RpListener>();
+    listener->notifierIs(rp);
+  }
+  U32 const priority = rp->priority().value();
+  EXPECT_EQ(allocationsOf([&] { rp->priorityIs(priority); }), 0);
+  EXPECT_EQ(listeners.back()->changes, 0);
+  EXPECT_EQ(allocationsOf([&] { rp->priorityIs(priority + 1); }), 0);
+  EXPECT_EQ(listeners.back()->changes, 1);
+}
+
+TEST_F(SteadyState, ArmingATimerAnewAllocatesNothing) {
+  std::vector<Ptr<Timer>> timers(1000);
+  // Each before the last, so that most find no run to stand behind.
+  double time = context.now() + 2000;
+  for (auto& timer : timers) {
+    timer = Zet::make<Timer>();
+    timer->notifierIs(engine.wheel);
+    timer->timeMinIs(time -= 1);
+  }
+  EXPECT_EQ(allocationsOf([&] {
+              for (auto& timer : timers) timer->timeMinIs(timer->timeMin() + 50);
+              for (auto& timer : timers) timer->timeMinIs(timer->timeMin() - 80);
+              for (auto& timer : timers) timer->timeMinIs(Kiv::never);
+            }),
+            0);
+}
+
+}  // namespace
+}  // namespace test
