@@ -124,6 +124,13 @@ class Station {
       if (!receive(packet)) std::abort();
     }
   }
+  /// Makes this router the elected BSR of all groups.
+  void becomeBsr() {
+    router.candidateBsrIs(Lanet::Prefix(IpAddr::fromHost(0xe0000000), 4),
+                          {.address = IpAddr::fromHost(ownAddress), .intfId = intfId_});
+    context.nowIs(router.nextExpiry());
+    router.advance();
+  }
   /// The RPs that PIM reads.
   U32 rps() const {
     U32 count = 0;
@@ -133,7 +140,7 @@ class Station {
 
   Zet::Context context;
   Sink sink;
-  pimbsr::host::Router router{context, sink, Zet::make<Rpf>()};
+  pimbsr::host::Router router{context, sink, {.rpf = Zet::make<Rpf>()}};
 
  private:
   Lanet::IntfId const intfId_{"eth0"};

@@ -46,6 +46,54 @@ void codec(benchmark::State& state) {
 BENCHMARK(road)->Name("road/pimbsr")->RangeMultiplier(2)->Range(1, 32);
 BENCHMARK(codec)->Name("road/codec")->RangeMultiplier(2)->Range(1, 32);
 
+// The road of an advertisement -------------------------------------------------------------------------
+
+/// A Candidate-RP-Advertisement with so many ranges, as an IPv4 packet for this router.
+std::vector<U8> advertisementOf(U32 ranges) {
+  namespace Packet = Routing::Pim::Packet;
+  auto message = Zet::make<Packet::CrpAdvMessage>();
+  message->rpAddressIs(IpAddr::fromHost(neighborAddress));
+  message->holdtimeIs(40000);
+  message->prefixCountIs(static_cast<U8>(ranges));
+  message->groupDataIs(Zet::make<Packet::CrpGroupData>());
+  for (U32 i = 0; i < ranges; ++i) message->groupData()->groupInfoIs(rangeNumber(i));
+  std::vector<U8> pim;
+  std::vector<U8> packet;
+  pimbsr::wire::Ipv4Header header{.source = IpAddr::fromHost(neighborAddress),
+                                  .destination = IpAddr::fromHost(ownAddress)};
+  if (!pimbsr::wire::encodeCrpAdv(*message, pim) || !pimbsr::wire::encodeIpv4(header, pim, packet))
+    std::abort();
+  return packet;
+}
+
+/// Per range, at the elected BSR: read, admitted, judged by the gate, matched to its zone, stored.
+void advertisementRoad(benchmark::State& state) {
+  auto const ranges = static_cast<U32>(state.range(0));
+  Station station(1);
+  station.becomeBsr();
+  std::vector<U8> const packet = advertisementOf(ranges);
+  station.router.receive(Lanet::IntfId("eth0"), packet);
+  if (station.rps() != ranges) state.SkipWithError("not stored");
+  for (auto _ : state) {
+    station.context.nowIs(station.context.now() + 1e-6);
+    station.router.receive(Lanet::IntfId("eth0"), packet);
+  }
+}
+
+/// The same advertisement read alone.
+void advertisementCodec(benchmark::State& state) {
+  namespace wire = pimbsr::wire;
+  std::vector<U8> const packet = advertisementOf(static_cast<U32>(state.range(0)));
+  for (auto _ : state) {
+    auto ip = wire::parseIpv4(packet);
+    auto message = wire::decodeCrpAdv(ip->payload, ip->source, ip->destination);
+    benchmark::DoNotOptimize(message);
+  }
+}
+
+BENCHMARK(advertisementRoad)->Name("crp-road/pimbsr")->Arg(1)->Arg(16)->Arg(255);
+BENCHMARK(advertisementCodec)->Name("crp-road/codec")->Arg(1)->Arg(16)->Arg(255);
+
 // A message while others lie still --------------------------------------------------------------------
 
 /// The RPs of the message in a range of their own, or in one range with all that lie still.

@@ -5,8 +5,10 @@
 #include <vector>
 
 #include "cli/Errors.h"
+#include "cli/RandomCommand.h"
 #include "cli/ReplayCommand.h"
 #include "cli/ReplayOptions.h"
+#include "cli/SimCommand.h"
 #include "cli/Version.h"
 
 namespace pimbsr::cli {
@@ -40,7 +42,12 @@ static constexpr char const* footReplay =
     "1 if it can't be read, or is cut short: then what stands before the cut is printed,\n"
     "but nothing with --json; 2 for a wrong argument.\n";
 
-/// A capture is one argument, so an option that may be given again takes one value at a time.
+static constexpr char const* helpTrace =
+    "Print the engine's trace on stderr, of one handle and from level 0 up to LEVEL:\n"
+    "1 tells of drops, 4 of accepted messages, 8 of every change, 9 of every\n"
+    "function; may be given for several handles. A wrong handle lists all";
+
+/// A capture or scenario is one argument, so an option that may be given again takes one value at a time.
 static void addRepeatable(CLI::App& command, std::string const& name, std::string const& value,
                           std::string const& help, std::function<void(std::string const&)> const& take) {
   auto takeAll = [take](std::vector<std::string> const& all) {
@@ -72,11 +79,62 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
                 "The RPF neighbour towards a BSR; may be given for several BSRs. For the others\n"
                 "it is the source of the first message with the No-Forward bit clear",
                 [&](auto& text) { parseRpf(text, options); });
-  addRepeatable(command, "--trace", "HANDLE:LEVEL",
-                "Print the engine's trace on stderr, of one handle and from level 0 up to LEVEL:\n"
-                "1 tells of drops, 4 of accepted messages, 8 of every change, 9 of every\n"
-                "function; may be given for several handles. A wrong handle lists all",
+  addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
                 [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
+}
+
+static constexpr char const* aboutSim = "Play a scenario of many routers in virtual time";
+
+static constexpr char const* footSim =
+    "Printed are a line for each event, tables where the scenario asks for them, and at the\n"
+    "end what each router believes. The statements of a scenario are in docs/scenarios.md.\n"
+    "The same scenario with the same seed prints the same, byte for byte.\n"
+    "\n"
+    "Examples:\n"
+    "  pimbsr sim examples/five-routers.sim\n"
+    "  pimbsr sim --seed 7 --json examples/five-routers.sim\n"
+    "  pimbsr sim --pcap /tmp/links examples/five-routers.sim\n"
+    "  pimbsr sim --random 1000 --routers 10-50\n"
+    "\n"
+    "Exit status: 0 if the scenario was played to its end, or all random networks agreed; 1 if\n"
+    "one did not, or the output or a capture can't be written; 2 for a wrong argument or a\n"
+    "scenario with a fault, which is named with its line.\n";
+
+/// Networks drawn from seeds, in place of a scenario.
+static void addRandom(CLI::App& command, CLI::Option& scenario, RandomOptions& options) {
+  CLI::Option* random =
+      command
+          .add_option_function<std::string>(
+              "--random", [&](auto& text) { options.trials = parseTrials(text); },
+              "Play N random networks with faults, one per seed from that of --seed on, and\n"
+              "check that all routers of each agree once it has healed")
+          ->type_name("N")
+          ->excludes(&scenario);
+  for (char const* other : {"--json", "--pcap", "--trace"}) random->excludes(command.get_option(other));
+  command
+      .add_option_function<std::string>(
+          "--routers", [&](auto& text) { parseRouters(text, options); },
+          "Routers of a random network: 2 to 200, or a span (default 10-50)")
+      ->type_name("R")
+      ->needs(random);
+}
+
+static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& random) {
+  CLI::App& command = *app.add_subcommand("sim", aboutSim);
+  command.footer(footSim);
+  CLI::Option* scenario = command.add_option("SCENARIO", options.file, "The scenario")->type_name("");
+  command.add_flag("--json", options.json, "Print one JSON document at the end, and nothing else");
+  command
+      .add_option_function<std::string>(
+          "--seed", [&](auto& text) { options.seed = random.firstSeed = parseSeed(text); },
+          "Seed of all chance: 0 to 18446744073709551615 (default 1)")
+      ->type_name("N");
+  command.add_option("--pcap", options.pcapFolder, "Write what each link carries to DIR/<link>.pcap")
+      ->type_name("DIR");
+  addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
+                [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
+  addRandom(command, *scenario, random);
+  return command;
 }
 
 static int run(int argc, char** argv) {
@@ -86,6 +144,9 @@ static int run(int argc, char** argv) {
   app.require_subcommand(0, 1);  // none is refused below, so that a wrong one is named
   ReplayOptions options;
   addReplay(app, options);
+  SimOptions simOptions;
+  RandomOptions randomOptions;
+  CLI::App& sim = addSim(app, simOptions, randomOptions);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& end) {
@@ -94,10 +155,16 @@ static int run(int argc, char** argv) {
     std::cerr << "pimbsr: " << fault.what() << '\n';
     return exitUsage;
   }
+  if (sim.parsed() && simOptions.file.empty() && randomOptions.trials == 0) {
+    std::cerr << "pimbsr: sim: SCENARIO or --random is required\n";
+    return exitUsage;
+  }
   if (app.get_subcommands().empty()) {
     std::cerr << "pimbsr: a subcommand is required\n" << app.help();
     return exitUsage;
   }
+  if (randomOptions.trials != 0) return simulateRandom(randomOptions, std::cout, std::cerr);
+  if (sim.parsed()) return simulate(simOptions, std::cout, std::cerr);
   return replay(options, std::cout, std::cerr);
 }
 

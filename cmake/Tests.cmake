@@ -30,8 +30,10 @@ foreach(room ${test_rooms})
   target_compile_definitions(test-${room} PRIVATE ${test_definitions})
   target_link_libraries(test-${room} PRIVATE
     $<TARGET_NAME_IF_EXISTS:test-support> ${test_libraries} GTest::gmock_main)
-  if(room STREQUAL "cli" AND TARGET pimbsr-cli)
+  if(room MATCHES "^(cli|scenarios)$" AND TARGET pimbsr-cli)
     target_link_libraries(test-${room} PRIVATE pimbsr-cli)
+  elseif(room STREQUAL "sim" AND TARGET pimbsr-sim)
+    target_link_libraries(test-${room} PRIVATE pimbsr-sim)
   endif()
   if(TARGET pimbsr-command)
     add_dependencies(test-${room} pimbsr-command)
@@ -54,6 +56,15 @@ if(TARGET pimbsr-command)
   add_test(NAME docs COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/docs/docs_test.py
     $<TARGET_FILE:pimbsr-command> ${PROJECT_SOURCE_DIR})
   set_tests_properties(docs PROPERTIES LABELS script TIMEOUT 300)
+endif()
+
+# What simulated routers send, read by an independent dissector; and random networks that must agree.
+if(TARGET pimbsr-command)
+  add_test(NAME sim-dissector COMMAND
+    ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/sim/dissector_test.py $<TARGET_FILE:pimbsr-command>
+    ${PROJECT_SOURCE_DIR}/examples/five-routers.sim)
+  add_test(NAME sim-random COMMAND pimbsr-command sim --random 100 --routers 10-50 --seed 1)
+  set_tests_properties(sim-dissector sim-random PROPERTIES LABELS sim TIMEOUT 600)
 endif()
 
 # An embedder's program, built and run against the installed tree.

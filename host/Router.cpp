@@ -245,6 +245,8 @@ constexpr GateCause bsmCauses[] = {
 
 constexpr GateCause crpAdvCauses[] = {
     {&Bsr::PimBsrErrorCounters::rxFilter, "rxFilter", "Its sender is not among the permitted ones."},
+    {&Bsr::PimBsrErrorCounters::rxInvalid, "rxInvalid",
+     "This router is not the elected BSR for one of its ranges."},
 };
 
 }  // namespace

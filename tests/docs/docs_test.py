@@ -14,6 +14,7 @@ ELSEWHERE = [
     (r"(sudo )?scripts/setup\b.*", "reason: installs packages of the system"),
     (r"(FUZZ_SECONDS=\d+ )?scripts/test", "reason: runs this test"),
     (r"scripts/demo", "reason: builds the release, and then runs what is run and compared here"),
+    (r"pimbsr sim --random 1000 .*", "test: sim-random"),
     (r"scripts/bench\b.*", "reason: measures for minutes; bench-ratios-test tries what it prints"),
     (r"g\+\+ .*pkg-config --cflags --libs pimbsr-host.*", "test: install-embed"),
     (r"pkg-config --cflags --libs pimbsr(-host)?", "test: install-embed"),

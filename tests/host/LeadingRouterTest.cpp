@@ -207,7 +207,18 @@ TEST_F(LeadingRouter, InadmissibleAdvertisementDoesNotReachTheGate) {
   EXPECT_EQ(router->status()->counters()->rxCrpAdv(), 0u);
 }
 
+TEST_F(LeadingRouter, AdvertisementToARouterThatIsNotElectedIsRefused) {
+  Reception reception = receive(packetOf(Adv{.bsr = "192.0.2.9"}));
+  EXPECT_EQ(reception.reason, "rxInvalid");
+  EXPECT_EQ(reception.sentence, "This router is not the elected BSR for one of its ranges.");
+  lead("239.1.0.0/16");
+  Adv halfOfIt{.groups = {{"239.1.2.0/24"}, {"239.2.0.0/16"}}, .bsr = "192.0.2.9"};
+  EXPECT_EQ(receive(packetOf(halfOfIt)).reason, "rxInvalid");
+  EXPECT_TRUE(rp("239.1.2.0/24", "203.0.113.1"));
+}
+
 TEST_F(LeadingRouter, EverySenderIsPermittedUntilOneIsNamed) {
+  lead();
   Adv adv{.bsr = "192.0.2.9"};
   EXPECT_TRUE(receive(packetOf(adv)).accepted());
   router->permitIs(prefix("10.0.0.0/8"));
@@ -223,6 +234,7 @@ TEST_F(LeadingRouter, EverySenderIsPermittedUntilOneIsNamed) {
 }
 
 TEST_F(LeadingRouter, EverySenderMayBeNamedToo) {
+  lead();
   for (char const* named : {"0.0.0.0/0", "10.0.0.0/8"}) router->permitIs(prefix(named));
   EXPECT_TRUE(receive(packetOf(Adv{.bsr = "192.0.2.9"})).accepted());
   router->permitDel(prefix("0.0.0.0/0"));

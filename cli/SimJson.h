@@ -1,0 +1,42 @@
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+
+#include "sim/Simulation.h"
+
+namespace pimbsr::cli {
+
+/// Writes a simulation as one JSON document at its end: the events, and what each router believes. What a
+/// scenario asks to be shown on the way is left out.
+class SimJson final : public sim::Report {
+ public:
+  /// Lines of trace and log go to `traceOut`.
+  SimJson(std::ostream& out, std::ostream& traceOut);
+  ~SimJson() override;
+
+  void onChanges(sim::Node const& node, std::span<host::Change const> changes) override;
+  void onReception(sim::Node const& node, sim::NodeInterface const& intf,
+                   host::Reception const& reception) override;
+  void onSent(sim::Node const& node, sim::NodeInterface const& intf, sim::Bytes packet) override;
+  void onNeighbor(sim::Node const& node, sim::NodeInterface const& intf, Lanet::IpGenAddr const& neighbor,
+                  bool up) override;
+  void onDr(sim::Node const& node, sim::NodeInterface const& intf, Lanet::IpGenAddr const& dr) override;
+  void onState(sim::Node const& node, Lanet::IpGenPrefix const& zone,
+               Routing::Pim::Bsr::BsrCandidateState state) override;
+  void onLoss(sim::Network const& network, sim::Link const* link, sim::Node const* node, sim::Loss loss,
+              sim::Bytes packet) override;
+  void onTrace(sim::Node const& node, Zet::TraceLine const& line) override;
+  void onLog(sim::Node const& node, Zet::LogHandle const& handle, std::string const& text) override;
+  void onCommand(sim::Network const& network, sim::Statement const& statement) override;
+  void onEnd(sim::Network const& network) override;
+
+ private:
+  struct Document;
+
+  std::ostream& out_;
+  std::ostream& traceOut_;
+  std::unique_ptr<Document> document_;
+};
+
+}  // namespace pimbsr::cli

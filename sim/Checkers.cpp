@@ -1,0 +1,262 @@
+#include "sim/Checkers.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "wire/Wire.h"
+
+template <>
+struct fmt::formatter<Lanet::IpGenAddr> : fmt::ostream_formatter {};
+template <>
+struct fmt::formatter<Lanet::IpGenPrefix> : fmt::ostream_formatter {};
+
+namespace pimbsr::sim {
+
+using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
+using Routing::Pim::Packet::BootstrapMessage;
+using Zet::Ptr;
+
+static bool isBorder(Node const& node, IpGenPrefix const& zone, U32 intf) {
+  return node.config().borders.contains({zone, intf});
+}
+
+// Parts of a zone -------------------------------------------------------------------------------------
+
+ZoneParts::ZoneParts(Network const& network, IpGenPrefix const& zone)
+    : zone_(zone), partOf_(network.nodeCount(), none) {
+  join(network);
+  elect(network);
+}
+
+/// Joins the routers of each link, by union and find over routers and then links.
+void ZoneParts::join(Network const& network) {
+  std::vector<U32> root(network.nodeCount() + network.linkCount());
+  std::iota(root.begin(), root.end(), 0);
+  auto find = [&root](U32 at) {
+    while (root[at] != at) at = root[at] = root[root[at]];
+    return at;
+  };
+  for (U32 link = 0; link < network.linkCount(); ++link) {
+    if (!network.link(link).up) continue;
+    for (Attachment const& at : network.link(link).attached) {
+      Node const& node = network.node(at.node);
+      if (node.isRunning() && !isBorder(node, zone_, at.intf))
+        root[find(at.node)] = find(network.nodeCount() + link);
+    }
+  }
+  std::map<U32, U32> parts;
+  for (U32 node = 0; node < network.nodeCount(); ++node) {
+    if (!network.node(node).isRunning()) continue;
+    partOf_[node] = parts.try_emplace(find(node), parts.size()).first->second;
+    if (partOf_[node] == parts_.size()) parts_.emplace_back();
+    parts_[partOf_[node]].push_back(node);
+  }
+}
+
+void ZoneParts::elect(Network const& network) {
+  auto rank = [](host::BsrCandidacy const& c) { return std::pair(c.priority, c.address); };
+  leaders_.resize(parts_.size());
+  for (U32 part = 0; part < parts_.size(); ++part) {
+    for (U32 node : parts_[part]) {
+      auto const& candidacies = network.node(node).config().candidateBsrs;
+      auto at = candidacies.find(zone_);
+      if (at == candidacies.end()) continue;
+      host::BsrCandidacy const*& best = leaders_[part].candidacy;
+      if (best == nullptr || rank(*best) < rank(at->second)) leaders_[part] = {node, &at->second};
+    }
+  }
+}
+
+host::BsrCandidacy const* ZoneParts::bsrOf(U32 node) const {
+  return partOf_[node] == none ? nullptr : leaders_[partOf_[node]].candidacy;
+}
+
+U32 ZoneParts::bsrNodeOf(U32 node) const { return leaders_[partOf_[node]].node; }
+
+// What all must believe -------------------------------------------------------------------------------
+
+Expectation::Expectation(Network const& network) : network_(network) {
+  findZones();
+  findRps();
+}
+
+void Expectation::findZones() {
+  std::set<IpGenPrefix> zones;
+  for (U32 number = 0; number < network_.nodeCount(); ++number) {
+    Node const& node = network_.node(number);
+    for (auto const& [zone, candidacy] : node.config().candidateBsrs) zones.insert(zone);
+    if (!node.isRunning()) continue;
+    for (auto at = node.router()->status()->bootstrapRouterIterator(); at; ++at) zones.insert(at->zone());
+  }
+  for (IpGenPrefix const& zone : zones) zones_.emplace_back(network_, zone);
+}
+
+/// The longest zone with a BSR in a router's part that covers a range; null if there is none.
+ZoneParts const* Expectation::zoneFor(U32 node, IpGenPrefix const& range) const {
+  ZoneParts const* best = nullptr;
+  for (ZoneParts const& zone : zones_) {
+    if (!zone.zone().contains(range) || zone.bsrOf(node) == nullptr) continue;
+    if (best == nullptr || best->zone().length() < zone.zone().length()) best = &zone;
+  }
+  return best;
+}
+
+bool Expectation::permits(U32 bsr, IpGenAddr const& sender) const {
+  auto const& permits = network_.node(bsr).config().permits;
+  auto covers = [&sender](IpGenPrefix const& senders) { return senders.contains(sender); };
+  return permits.empty() || std::any_of(permits.begin(), permits.end(), covers);
+}
+
+/// A candidate RP advertises a range to the BSR of the longest zone that it knows itself. The BSR takes it
+/// into the longest zone that it knows, if the address written to is its own in that zone too.
+void Expectation::findRps() {
+  for (U32 number = 0; number < network_.nodeCount(); ++number) {
+    Node const& node = network_.node(number);
+    if (!node.isRunning()) continue;
+    for (auto const& [key, candidacy] : node.config().candidateRps) {
+      auto const& [range, address] = key;
+      ZoneParts const* zone = zoneFor(number, range);
+      if (zone == nullptr) continue;
+      U32 bsr = zone->bsrNodeOf(number);
+      ZoneParts const* taken = zoneFor(bsr, range);
+      bool isForIt =
+          taken->bsrNodeOf(bsr) == bsr && taken->bsrOf(bsr)->address == zone->bsrOf(number)->address;
+      if (isForIt && permits(bsr, address))
+        rps_[{taken->zone(), bsr}].insert({range, address, candidacy.priority});
+    }
+  }
+}
+
+// What they believe -----------------------------------------------------------------------------------
+
+static std::set<KnownRp> rpsOf(Node const& node, IpGenPrefix const& zone) {
+  std::set<KnownRp> rps;
+  auto held = node.router()->status()->crpStatus(zone);
+  if (!held || !held->status()) return rps;
+  for (auto set = held->status()->crpSetIterator(); set; ++set) {
+    for (auto rp = set->rpIterator(); rp; ++rp) {
+      rps.insert({set->prefix(), rp->address(), rp->priority().value()});
+    }
+  }
+  return rps;
+}
+
+static std::string textOf(KnownRp const& rp) {
+  return fmt::format("RP {} for {} with priority {}", std::get<1>(rp), std::get<0>(rp), std::get<2>(rp));
+}
+
+void Expectation::checkRouter(ZoneParts const& zone, U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  auto entry = node.router()->status()->bootstrapRouter(zone.zone());
+  host::BsrCandidacy const* bsr = zone.bsrOf(number);
+  IpGenAddr believed = entry ? entry->ipAddr() : IpGenAddr();
+  IpGenAddr wanted = bsr != nullptr ? bsr->address : IpGenAddr();
+  if (believed != wanted) {
+    auto text = [](IpGenAddr const& a) { return a.isEmpty() ? "nobody" : fmt::format("{}", a); };
+    findings.push_back(fmt::format("{} takes {} for the BSR of zone {}, and must take {}", node.name(),
+                                   text(believed), zone.zone(), text(wanted)));
+    return;
+  }
+  std::set<KnownRp> none;
+  auto at = bsr == nullptr ? rps_.end() : rps_.find({zone.zone(), zone.bsrNodeOf(number)});
+  std::set<KnownRp> const& expected = at == rps_.end() ? none : at->second;
+  std::set<KnownRp> known = rpsOf(node, zone.zone());
+  for (KnownRp const& rp : expected) {
+    if (!known.contains(rp))
+      findings.push_back(fmt::format("{} misses {} in zone {}", node.name(), textOf(rp), zone.zone()));
+  }
+  for (KnownRp const& rp : known) {
+    if (!expected.contains(rp))
+      findings.push_back(fmt::format("{} still holds {} in zone {}", node.name(), textOf(rp), zone.zone()));
+  }
+}
+
+/// Counts those that hold themselves for the elected BSR, which is not the same as what others believe.
+void Expectation::checkElected(ZoneParts const& zone, Findings& findings) const {
+  for (std::vector<U32> const& part : zone.parts()) {
+    std::string elected;
+    U32 count = 0;
+    for (U32 number : part) {
+      Node const& node = network_.node(number);
+      auto candidate = node.router()->status()->cbsr(zone.zone());
+      if (!candidate || !candidate->elected()) continue;
+      elected += (count++ == 0 ? "" : ", ") + node.name();
+    }
+    if (count > 1) {
+      findings.push_back(
+          fmt::format("{} are all elected in one part of zone {}: {}", count, zone.zone(), elected));
+    }
+  }
+}
+
+Findings Expectation::check() const {
+  Findings findings;
+  for (ZoneParts const& zone : zones_) {
+    checkElected(zone, findings);
+    for (std::vector<U32> const& part : zone.parts()) {
+      for (U32 node : part) checkRouter(zone, node, findings);
+    }
+  }
+  return findings;
+}
+
+// Learning at a restart -------------------------------------------------------------------------------
+
+/// Whether a neighbour of the router on one of its links is DR there and can tell it of a zone.
+static bool canLearnFrom(Network const& network, Link const& link, IpGenPrefix const& zone, U32 node) {
+  auto isNode = [node](Attachment const& at) { return at.node == node; };
+  auto own = std::find_if(link.attached.begin(), link.attached.end(), isNode);
+  if (!link.up || own == link.attached.end() || isBorder(network.node(node), zone, own->intf)) return false;
+  for (Attachment const& at : link.attached) {
+    Node const& other = network.node(at.node);
+    if (at.node == node || !other.isRunning() || isBorder(other, zone, at.intf)) continue;
+    auto intf = other.router()->pimStatus()->pimIntf(other.interfaces()[at.intf].intfId);
+    if (intf && intf->iAmDr() && other.router()->status()->bootstrapRouter(zone)) return true;
+  }
+  return false;
+}
+
+std::vector<IpGenPrefix> zonesToLearn(Expectation const& expectation, Network const& network, U32 node) {
+  std::vector<IpGenPrefix> zones;
+  for (ZoneParts const& zone : expectation.zones()) {
+    if (network.node(node).config().candidateBsrs.contains(zone.zone())) continue;
+    for (U32 link = 0; link < network.linkCount(); ++link) {
+      if (!canLearnFrom(network, network.link(link), zone.zone(), node)) continue;
+      zones.push_back(zone.zone());
+      break;
+    }
+  }
+  return zones;
+}
+
+// Borders ---------------------------------------------------------------------------------------------
+
+void BorderWatch::judge(Network const& network, Node const& node, NodeInterface const& intf,
+                        BootstrapMessage const& message, char const* verb) {
+  if (!message.groupRpData() || message.groupRpData()->groupDataCount() == 0) return;
+  auto first = message.groupRpData()->groupDataFirst();
+  if (!first->groupFlags().scoped()) return;
+  auto number = static_cast<U32>(&intf - node.interfaces().data());
+  if (!isBorder(node, first->prefix(), number)) return;
+  findings_.push_back(fmt::format("{} {} a message of zone {} over its border {} at {:.3f} s", node.name(),
+                                  verb, first->prefix(), intf.intfId.stringValue().view(), network.now()));
+}
+
+void BorderWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf, Bytes packet) {
+  if (kindOf(packet) != PacketKind::bootstrap) return;
+  auto ip = wire::parseIpv4(packet);
+  auto message = wire::decodeBootstrap(ip->payload, ip->source, ip->destination);
+  if (message) judge(network, node, intf, **message, "sends");
+}
+
+void BorderWatch::onReception(Network const& network, Node const& node, NodeInterface const& intf,
+                              host::Reception const& reception) {
+  if (reception.kind != host::MessageKind::bootstrap || !reception.accepted()) return;
+  judge(network, node, intf, static_cast<BootstrapMessage const&>(*reception.message), "accepts");
+}
+
+}  // namespace pimbsr::sim

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "sim/Network.h"
+#include "sim/Simulation.h"
+
+/// What must hold in every network, judged by what is configured and what is up, and not by what the machines
+/// say of themselves.
+namespace pimbsr::sim {
+
+/// One thing that is not as it must be, in words.
+using Findings = std::vector<std::string>;
+
+/// An RP of a zone as all routers of a part must know it: range, address, priority.
+using KnownRp = std::tuple<Lanet::IpGenPrefix, Lanet::IpGenAddr, U32>;
+
+/// The running routers of a network that flood one zone's messages to each other, over links that are up and
+/// interfaces that are no border of exactly that zone (RFC 5059 section 1.3).
+class ZoneParts {
+ public:
+  ZoneParts(Network const& network, Lanet::IpGenPrefix const& zone);
+
+  Lanet::IpGenPrefix const& zone() const { return zone_; }
+  /// The parts, each as the ascending numbers of its routers.
+  std::vector<std::vector<U32>> const& parts() const { return parts_; }
+  /// The candidate that must be BSR of the part of a router, by priority and then address (RFC 5059 section
+  /// 3.1.2); null if the part has none, or the router doesn't run.
+  host::BsrCandidacy const* bsrOf(U32 node) const;
+  /// The number of the router whose candidacy bsrOf() is.
+  U32 bsrNodeOf(U32 node) const;
+  bool samePart(U32 a, U32 b) const { return partOf_[a] == partOf_[b] && partOf_[a] != none; }
+
+ private:
+  static constexpr U32 none = ~U32{0};
+  struct Leader {
+    U32 node = none;
+    host::BsrCandidacy const* candidacy = nullptr;
+  };
+
+  void join(Network const& network);
+  void elect(Network const& network);
+
+  Lanet::IpGenPrefix zone_;
+  std::vector<U32> partOf_;  ///< by router
+  std::vector<std::vector<U32>> parts_;
+  std::vector<Leader> leaders_;  ///< by part
+};
+
+/// What all routers must believe once nothing has changed for long enough: hold times of BSRs and three hold
+/// times of RPs.
+class Expectation {
+ public:
+  explicit Expectation(Network const& network);
+
+  /// Compares every running router with it: in each part one elected BSR, the best candidate, and the same RP
+  /// set everywhere, that of the candidate RPs that run.
+  Findings check() const;
+  std::vector<ZoneParts> const& zones() const { return zones_; }
+
+ private:
+  void findZones();
+  void findRps();
+  ZoneParts const* zoneFor(U32 node, Lanet::IpGenPrefix const& range) const;
+  bool permits(U32 bsr, Lanet::IpGenAddr const& sender) const;
+  void checkRouter(ZoneParts const& zone, U32 node, Findings& findings) const;
+  void checkElected(ZoneParts const& zone, Findings& findings) const;
+
+  Network const& network_;
+  std::vector<ZoneParts> zones_;
+  /// The RPs that a BSR must announce, by zone and the BSR's router.
+  std::map<std::pair<Lanet::IpGenPrefix, U32>, std::set<KnownRp>> rps_;
+};
+
+/// Zones of which a router must know the BSR right after its restart: those of which a neighbour that is DR
+/// of a shared link holds a message, where no border lies between them (RFC 5059 section 3.5). Zones for
+/// which it is a candidate itself are left out. To be asked before the restart.
+std::vector<Lanet::IpGenPrefix> zonesToLearn(Expectation const& expectation, Network const& network,
+                                             U32 node);
+
+/// Watches that no message is sent over a border of its exact zone, nor accepted there.
+class BorderWatch {
+ public:
+  void onSent(Network const& network, Node const& node, NodeInterface const& intf, Bytes packet);
+  void onReception(Network const& network, Node const& node, NodeInterface const& intf,
+                   host::Reception const& reception);
+  Findings const& findings() const { return findings_; }
+
+ private:
+  void judge(Network const& network, Node const& node, NodeInterface const& intf,
+             Routing::Pim::Packet::BootstrapMessage const& message, char const* verb);
+
+  Findings findings_;
+};
+
+}  // namespace pimbsr::sim

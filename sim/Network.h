@@ -1,0 +1,133 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "sim/EventQueue.h"
+#include "sim/Link.h"
+#include "sim/Listener.h"
+#include "sim/Node.h"
+#include "sim/PacketPool.h"
+#include "sim/Random.h"
+#include "sim/Routes.h"
+#include "sim/Wakeups.h"
+
+namespace pimbsr::sim {
+
+/// Many routers on links, in virtual time.
+///
+/// Routers exchange bytes and nothing else. A packet for a multicast group goes to all others on its link,
+/// and one for a single address is passed on hop by hop along the routes of each router, its time to live
+/// counted down. Time jumps from event to event: what is due at one time comes in the order packets, then
+/// timers, the timers in the order of the routers' numbers. All chance comes from the seed, so that the same
+/// seed and the same calls give the same course, byte for byte.
+///
+/// Routers and links are known by their numbers, which count from 0 in the order in which they were added.
+/// None is ever removed.
+class Network {
+ public:
+  explicit Network(U64 seed);
+  ~Network();
+  Network(Network const&) = delete;
+  Network& operator=(Network const&) = delete;
+
+  U32 addLink(LinkOptions const& options);
+  /// Adds a router, which starts at once unless told otherwise.
+  U32 addNode(NodeOptions const& options, bool started = true);
+  /// Attaches a router to a link; gives the number of the interface.
+  U32 attach(U32 node, U32 link, InterfaceOptions const& options);
+
+  U32 nodeCount() const { return static_cast<U32>(nodes_.size()); }
+  Node& node(U32 number) { return nodes_[number]; }
+  Node const& node(U32 number) const { return nodes_[number]; }
+  U32 linkCount() const { return static_cast<U32>(links_.size()); }
+  Link const& link(U32 number) const { return links_[number]; }
+  U64 seed() const { return seed_; }
+
+  /// Takes a link down for all that are attached, or up again: their interfaces come and go with it.
+  void linkUpIs(U32 link, bool up);
+  void faultsIs(U32 link, Faults const& faults) { links_[link].options.faults = faults; }
+  /// Takes down every link that joins a router of the set to one that is not in it.
+  void partition(std::set<U32> const& nodes);
+  /// Takes all links up.
+  void heal();
+
+  /// Puts a packet on a link as somebody would who is no router of this network. A packet for a single
+  /// address goes to its owner on the link, else to the first running router there.
+  void inject(U32 link, Bytes packet);
+
+  /// Seconds until unicast routing notices that a link or a router came or went; 1 at first. What is built
+  /// before the clock runs is noticed at once.
+  void convergenceIs(double seconds) { convergence_ = seconds; }
+
+  /// Seconds since the start.
+  double now() const { return now_; }
+  /// When the next event is due; Kiv::never if nothing will ever happen again.
+  double nextEvent() const;
+  /// Runs one event if one is due not after `time`; false if none is.
+  bool step(double time);
+  /// Runs what is due up to and including `time`, and moves the clock there.
+  void runTo(double time);
+  /// Number of events run so far.
+  U64 events() const { return events_; }
+
+  /// Who hears of the kinds given; null for nobody. It outlives the network or is taken away before.
+  void listenerIs(Listener* listener, Kinds kinds);
+  void tapIs(Tap* tap) { tap_ = tap; }
+  /// The listener if it hears of any of these kinds; else null.
+  Listener* hears(Kinds kinds) const { return (kinds_ & kinds) != 0 ? listener_ : nullptr; }
+  Listener* listener() const { return listener_; }
+
+  /// Forgets the packets that routers have counted; of all if none is named.
+  void packetCountsClear(std::span<U32 const> nodes);
+
+  /// Exceptions caught inside the engine, of all routers; 0 unless the engine has a fault.
+  U64 exceptions() const;
+
+ private:
+  friend class Node;
+  friend class Routes;
+
+  /// A packet that arrives at an interface.
+  struct Arrival {
+    PacketPool::Handle packet;
+    Attachment at;
+  };
+
+  // For the routers.
+  bool transmit(Node& node, Lanet::IntfId const& intfId, Bytes packet);
+  void wakeupIs(Node const& node, double time);
+  void topologyChanged();
+  void destinationIs(Lanet::IpGenAddr const& address, U32 owner);
+
+  bool route(Node& node, Bytes packet);
+  bool putOnLink(Node& node, U32 intf, Bytes packet, Lanet::IpAddr nextHop);
+  void deliver(U32 link, Bytes packet, Lanet::IpAddr nextHop, U32 sender);
+  void handOver(U32 link, U32 place, PacketPool::Handle packet);
+  void schedule(Link& link, U32 place, PacketPool::Handle packet);
+  void arrive(Arrival const& arrival);
+  void forward(Node& node, Bytes packet);
+  void lost(Link const* link, Node const* node, Loss loss, Bytes packet);
+
+  U64 seed_;
+  Dice dice_;
+  double now_ = 0;
+  U64 events_ = 0;
+  std::deque<Link> links_;
+  std::deque<Node> nodes_;
+  EventQueue<Arrival> arrivals_;
+  Wakeups wakeups_;
+  PacketPool packets_;
+  Routes routes_;
+  double convergence_ = 1;
+  double convergesAt_ = Kiv::never;
+  bool newDestinations_ = false;
+  std::vector<U8> forwarded_;
+  Listener* listener_ = nullptr;
+  Kinds kinds_ = 0;
+  Tap* tap_ = nullptr;
+};
+
+}  // namespace pimbsr::sim

@@ -1,0 +1,195 @@
+#pragma once
+
+#include <array>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/Candidacy.h"
+#include "host/Observer.h"
+#include "host/Router.h"
+#include "pim/Port.h"
+#include "runtime/Context.h"
+#include "sim/Link.h"
+#include "sim/Listener.h"
+#include "sim/Random.h"
+#include "sim/Routes.h"
+
+namespace pimbsr::sim {
+
+class Network;
+
+/// What a router of a network is given when it is made.
+struct NodeOptions {
+  std::string name;
+  U32 holdTime = 130;         ///< seconds without a message after which a BSR is given up
+  U32 zoneTimeout = 1300;     ///< seconds without a BSR after which a scope zone is forgotten
+  Lanet::IpGenAddr loopback;  ///< an address that lies on no link; unset for none
+  double skew = 0;            ///< seconds by which its clock is ahead
+  double drift = 0;           ///< seconds that its clock gains in each second
+};
+
+struct InterfaceOptions {
+  std::string name;
+  Lanet::IpAddr address;
+  U32 drPriority = 1;
+};
+
+/// What a packet is, as far as packets are counted.
+enum class PacketKind : U8 { hello, bootstrap, crpAdv, other };
+inline constexpr std::size_t packetKinds = 4;
+using PacketCounts = std::array<U64, packetKinds>;
+
+/// Kind of an IPv4 packet, by its header and the type of the PIM message.
+PacketKind kindOf(Bytes packet);
+
+/// One interface of a router.
+struct NodeInterface {
+  Lanet::IntfId intfId;
+  U32 link = 0;
+  Lanet::IpGenAddr address;
+  U32 drPriority = 1;
+  PacketCounts sent{};  ///< packets sent and passed on
+};
+
+/// How often messages were refused for one reason.
+struct RefusalCount {
+  U64 count = 0;
+  std::string_view sentence;  ///< the reason in words
+};
+
+/// A candidate RP's range and address.
+using RpKey = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;
+
+/// What a router is configured to do; it survives a stop and a crash.
+struct NodeConfig {
+  std::map<Lanet::IpGenPrefix, host::BsrCandidacy> candidateBsrs;  ///< by zone
+  std::map<RpKey, host::RpCandidacy> candidateRps;
+  std::set<std::pair<Lanet::IpGenPrefix, U32>> borders;  ///< zone and number of the interface
+  std::set<Lanet::IpGenPrefix> permits;
+  std::map<Lanet::Prefix, Lanet::IpAddr> routes;  ///< static routes: next hop by prefix
+};
+
+/// One router of a network: its configuration, its clock and chance, its addresses, and, while it runs, the
+/// router itself. It starts running; what is configured while it does not counts from its next start on.
+class Node final : public pim::Port {
+ public:
+  /// The network outlives it.
+  Node(Network& network, U32 id, NodeOptions const& options);
+  ~Node() override;
+
+  Network const& network() const { return network_; }
+  U32 id() const { return id_; }
+  std::string const& name() const { return options_.name; }
+  NodeOptions const& options() const { return options_; }
+  NodeConfig const& config() const { return config_; }
+  std::vector<NodeInterface> const& interfaces() const { return interfaces_; }
+  /// The number of an interface by its name; the number of interfaces if there is none.
+  U32 interfaceNumber(Lanet::IntfId const& intfId) const;
+  /// How often a message was refused, by the reason's name.
+  std::map<std::string_view, RefusalCount> const& refused() const { return refused_; }
+
+  /// The router; null while it doesn't run.
+  host::Router const* router() const { return router_.get(); }
+  bool isRunning() const { return router_ != nullptr; }
+  Zet::Context const& context() const { return context_; }
+  /// A time of the network on this router's clock, which is what expiry times are for, and back.
+  double localTime(double time) const {
+    return Zet::Context::firstTime + options_.skew + time * (1 + options_.drift);
+  }
+  double networkTime(double local) const {
+    return (local - Zet::Context::firstTime - options_.skew) / (1 + options_.drift);
+  }
+
+  /// Configuration, with the meaning that host::Router gives it.
+  void candidateBsrIs(Lanet::IpGenPrefix const& zone, host::BsrCandidacy const& candidacy);
+  void candidateBsrDel(Lanet::IpGenPrefix const& zone);
+  void candidateRpIs(Lanet::IpGenPrefix const& range, host::RpCandidacy const& candidacy);
+  void candidateRpDel(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& address);
+  void borderIs(Lanet::IpGenPrefix const& zone, U32 intf, bool border);
+  void permitIs(Lanet::IpGenPrefix const& senders);
+  void permitDel(Lanet::IpGenPrefix const& senders);
+  /// Adds or replaces a static route, or removes one. It wins over a found route to the same prefix.
+  void routeIs(Lanet::Prefix const& prefix, Lanet::IpAddr nextHop);
+  void routeDel(Lanet::Prefix const& prefix);
+
+  /// Starts afresh with what is configured; nothing if it runs already.
+  void start();
+  /// Ends in order: with a farewell, and without its candidacies.
+  void stop();
+  /// Ends at once, without a word.
+  void crash();
+
+  bool send(Lanet::IntfId const& intfId, Bytes packet) override;
+  Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override;
+  bool isOwnAddress(Lanet::IpGenAddr const& address) const override;
+
+  /// Forgets the packets counted so far.
+  void packetCountsClear();
+
+ private:
+  friend class Network;
+  friend class Routes;
+  class RouterContext final : public Zet::Context {
+   public:
+    RouterContext(Node& node, U64 seed) : node_(node), chance_(seed, node.id()) {}
+    int rand() override { return chance_.next(); }
+    void srand(unsigned seed) override { chance_.seed(seed); }
+    void trace(Zet::TraceLine const& line) override;
+    void log(Zet::LogHandle const& handle, std::string const& text) override;
+
+   private:
+    Node& node_;
+    RouterChance chance_;
+  };
+  /// Collects the changes of one event.
+  class Recorder final : public host::ChangeSink {
+   public:
+    void onChange(host::Change const& change) override { changes.push_back(change); }
+    std::vector<host::Change> changes;
+  };
+  class IntfWatcher;
+
+  // For the network.
+  U32 addInterface(U32 link, InterfaceOptions const& options);
+  void linkUpIs(U32 intf, bool up);
+  void receive(U32 intf, Bytes packet);
+  void advance();
+  void observe();
+  // For the routes.
+  void writeRoutes(std::span<FoundRoute const> changed);
+
+  template <class Act>
+  void call(Act const& act);
+  void tell();
+  void tellStates();
+  void tellSent(U32 intf, Bytes packet);
+  void tellReception(U32 intf, host::Reception const& reception);
+  void countRefusal(host::Reception const& reception);
+  void bringUp(U32 intf);
+  void takeDown(U32 intf);
+  void configure();
+  void end();
+  void writeLocalRoute(Lanet::IpGenAddr const& address);
+  void writeStaticRoutes();
+
+  Network& network_;
+  U32 id_;
+  NodeOptions options_;
+  NodeConfig config_;
+  std::vector<NodeInterface> interfaces_;
+  std::map<std::string_view, RefusalCount> refused_;
+  RouterContext context_;
+  Recorder recorder_;
+  std::unique_ptr<host::Router> router_;
+  std::unique_ptr<host::Observer> observer_;
+  std::vector<Zet::Ptr<IntfWatcher>> watchers_;  ///< by interface; null for one that is down
+  std::map<Lanet::IpGenPrefix, Routing::Pim::Bsr::BsrCandidateState> states_;
+  // What is sent while a message is handled is told behind the message.
+  bool receiving_ = false;
+  std::vector<std::pair<U32, std::vector<U8>>> sent_;
+};
+
+}  // namespace pimbsr::sim

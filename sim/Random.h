@@ -1,0 +1,52 @@
+#pragma once
+
+#include <random>
+
+#include "sim/EventQueue.h"
+
+namespace pimbsr::sim {
+
+/// Spreads a number over 64 bits, one to one: neighbouring seeds give unlike sequences.
+constexpr U64 spread(U64 number) {
+  number += 0x9e3779b97f4a7c15;
+  number = (number ^ (number >> 30)) * 0xbf58476d1ce4e5b9;
+  number = (number ^ (number >> 27)) * 0x94d049bb133111eb;
+  return number ^ (number >> 31);
+}
+
+/// The chance of a network. The numbers of a seed are the same on every platform, which the standard's
+/// distributions don't promise.
+class Dice {
+ public:
+  explicit Dice(U64 seed) : generator_(spread(seed)) {}
+
+  /// A number from 0 up to but not including 1.
+  double fraction() { return static_cast<double>(generator_() >> 11) * 0x1p-53; }
+  /// True with a probability from 0 to 1. Nothing is drawn for what is certain.
+  bool hits(double probability) { return probability >= 1 || (probability > 0 && fraction() < probability); }
+  /// A number from 0 up to but not including `count`, which is not 0.
+  U32 below(U32 count) { return static_cast<U32>(fraction() * count); }
+
+ private:
+  std::mt19937_64 generator_;
+};
+
+/// The chance of one router, which stands in for srand() and rand(). Routers that seed alike, because they
+/// start at the same second, draw unlike sequences.
+class RouterChance {
+ public:
+  RouterChance(U64 networkSeed, U32 node) : salt_(spread(networkSeed) + node) { seed(0); }
+
+  void seed(unsigned number) { state_ = spread(salt_ ^ spread(number)); }
+  /// A number from 0 to 2^31 - 1.
+  int next() {
+    state_ += 0x9e3779b97f4a7c15;
+    return static_cast<int>(spread(state_) >> 33);
+  }
+
+ private:
+  U64 salt_;
+  U64 state_ = 0;
+};
+
+}  // namespace pimbsr::sim

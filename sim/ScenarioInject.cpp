@@ -1,0 +1,168 @@
+#include "sim/ScenarioInject.h"
+
+#include <fmt/format.h>
+
+#include "wire/Wire.h"
+
+namespace pimbsr::sim {
+
+namespace Packet = Routing::Pim::Packet;
+using Lanet::IpAddr;
+using Lanet::IpGenAddr;
+using Zet::Ptr;
+
+static constexpr U8 scopedFlag = 0x01;
+static constexpr U8 bidirFlag = 0x80;
+static constexpr U8 unicastTtl = 64;
+
+static IpAddr allPimRouters() { return IpAddr::fromHost(0xe000000d); }
+
+/// Wraps a message into a packet; the destination is that of PIM routers unless another was given.
+static Inject injectOf(ScenarioLine& line, U32 link, IpAddr from, IpAddr to, std::vector<U8> const& pim) {
+  Inject inject{.link = link};
+  U8 ttl = to.isMulticast() ? 1 : unicastTtl;
+  if (!wire::encodeIpv4({.source = from, .destination = to, .ttl = ttl}, pim, inject.packet)) {
+    line.fail("the message is too long for a packet");
+  }
+  return inject;
+}
+
+// Bootstrap Messages ----------------------------------------------------------------------------------
+
+static void readRp(ScenarioLine& line, Packet::BootstrapGroupData& group) {
+  std::string_view text = line.peek();
+  IpGenAddr address(line.address("rp"));
+  if (group.rpList(address)) line.fail(fmt::format("RP {} is given twice in one range", text));
+  Ptr<Packet::BootstrapRpData> rp = group.rpListIs(address);
+  rp->rpHoldtimeIs(150);
+  rp->rpPriorityIs(192);
+  while (!line.atEnd()) {
+    if (line.take("priority")) {
+      rp->rpPriorityIs(static_cast<U8>(line.number("priority", 0, 255)));
+    } else if (line.take("holdtime")) {
+      rp->rpHoldtimeIs(static_cast<U16>(line.number("holdtime", 0, 65535)));
+    } else {
+      return;
+    }
+  }
+}
+
+static Ptr<Packet::BootstrapGroupData> readGroup(ScenarioLine& line) {
+  auto group = Zet::make<Packet::BootstrapGroupData>(line.range("group"));
+  U8 flags = 0;
+  std::optional<U64> rpCount;
+  while (!line.atEnd() && line.peek() != "group") {
+    if (line.take("scoped")) {
+      flags |= scopedFlag;
+    } else if (line.take("bidir")) {
+      flags |= bidirFlag;
+    } else if (line.take("rp-count")) {
+      rpCount = line.number("rp-count", 0, 255);
+    } else if (line.take("rp")) {
+      readRp(line, *group);
+    } else {
+      line.failUnknown(line.peek(), "option of a group",
+                       {"scoped", "bidir", "rp-count", "rp ADDRESS [priority N] [holdtime S]", "group"});
+    }
+  }
+  U64 listed = group->rpListCount();
+  if (listed > 255) line.fail("a range holds at most 255 RPs");
+  if (rpCount && *rpCount < listed) {
+    line.fail(fmt::format("rp-count {} is less than the {} RPs that follow", *rpCount, listed));
+  }
+  group->groupFlagsIs(flags);
+  group->rpCountIs(static_cast<U8>(rpCount.value_or(listed)));
+  group->fragRpCountIs(static_cast<U8>(listed));
+  return group;
+}
+
+static Action readBsm(ScenarioLine& line, U32 link, IpAddr from) {
+  auto bsm = Zet::make<Packet::BootstrapMessage>();
+  bsm->bsrAddressIs(from);
+  bsm->bsrPriorityIs(64);
+  bsm->hashMaskLenIs(30);
+  bsm->fragmentTagIs(1);
+  bsm->groupRpDataIs(Zet::make<Packet::BootstrapOptionalData>());
+  IpAddr to = allPimRouters();
+  while (!line.atEnd() && line.peek() != "group") {
+    std::string_view key =
+        line.option({"to", "bsr", "priority", "hash-mask-length", "tag", "no-forward", "group"});
+    if (key == "to") to = line.anyAddress(key);
+    if (key == "bsr") bsm->bsrAddressIs(line.address(key));
+    if (key == "priority") bsm->bsrPriorityIs(static_cast<U8>(line.number(key, 0, 255)));
+    if (key == "hash-mask-length") bsm->hashMaskLenIs(static_cast<U8>(line.number(key, 0, 255)));
+    if (key == "tag") bsm->fragmentTagIs(static_cast<U16>(line.number(key, 0, 65535)));
+    if (key == "no-forward") bsm->forwardIs(false);
+  }
+  while (line.take("group")) bsm->groupRpData()->groupDataEnq(readGroup(line));
+  std::vector<U8> pim;
+  if (!wire::encodeBootstrap(*bsm, pim)) line.fail("the message can't be sent");
+  return injectOf(line, link, from, to, pim);
+}
+
+// The others ------------------------------------------------------------------------------------------
+
+static void readAdvRange(ScenarioLine& line, Packet::CrpGroupData& data) {
+  Ptr<Packet::CrpGroupInfo> info = data.groupInfoIs(line.range("group"));
+  U8 flags = 0;
+  while (!line.atEnd() && line.peek() != "group") {
+    if (line.take("scoped")) {
+      flags |= scopedFlag;
+    } else if (line.take("bidir")) {
+      flags |= bidirFlag;
+    } else {
+      line.failUnknown(line.peek(), "option of a group", {"scoped", "bidir", "group"});
+    }
+  }
+  info->groupFlagsIs(flags);
+}
+
+static Action readCrpAdv(ScenarioLine& line, U32 link, IpAddr from) {
+  auto adv = Zet::make<Packet::CrpAdvMessage>();
+  adv->rpAddressIs(from);
+  adv->priorityIs(192);
+  adv->holdtimeIs(150);
+  adv->groupDataIs(Zet::make<Packet::CrpGroupData>());
+  if (!line.take("to")) line.fail("'to ADDRESS' must stand behind 'from ADDRESS'");
+  IpAddr to = line.anyAddress("to");
+  while (!line.atEnd() && line.peek() != "group") {
+    std::string_view key = line.option({"rp", "priority", "holdtime", "group"});
+    if (key == "rp") adv->rpAddressIs(line.address(key));
+    if (key == "priority") adv->priorityIs(static_cast<U8>(line.number(key, 0, 255)));
+    if (key == "holdtime") adv->holdtimeIs(static_cast<U16>(line.number(key, 0, 65535)));
+  }
+  while (line.take("group")) readAdvRange(line, *adv->groupData());
+  U32 prefixes = adv->groupData()->groupInfoCount();
+  if (prefixes > 255) line.fail("an advertisement holds at most 255 ranges");
+  adv->prefixCountIs(static_cast<U8>(prefixes));
+  std::vector<U8> pim;
+  if (!wire::encodeCrpAdv(*adv, pim)) line.fail("the message can't be sent");
+  return injectOf(line, link, from, to, pim);
+}
+
+static Action readHello(ScenarioLine& line, U32 link, IpAddr from) {
+  wire::HelloMessage hello{.drPriority = 1, .generationId = 1};
+  IpAddr to = allPimRouters();
+  while (!line.atEnd()) {
+    std::string_view key = line.option({"to", "holdtime", "dr-priority", "generation"});
+    if (key == "to") to = line.anyAddress(key);
+    if (key == "holdtime") hello.holdtime = static_cast<U16>(line.number(key, 0, 65535));
+    if (key == "dr-priority") hello.drPriority = static_cast<U32>(line.number(key, 0, 0xffffffff));
+    if (key == "generation") hello.generationId = static_cast<U32>(line.number(key, 0, 0xffffffff));
+  }
+  std::vector<U8> pim;
+  wire::encodeHello(hello, pim);
+  return injectOf(line, link, from, to, pim);
+}
+
+Action readInject(ScenarioLine& line) {
+  static constexpr std::string_view kinds[] = {"bsm", "crp-adv", "hello"};
+  U32 link = line.link();
+  U32 kind = line.oneOf("kind of message", kinds);
+  if (!line.take("from")) line.fail("'from ADDRESS' must stand behind the kind of message");
+  IpAddr from = line.address("from");
+  if (kind == 0) return readBsm(line, link, from);
+  return kind == 1 ? readCrpAdv(line, link, from) : readHello(line, link, from);
+}
+
+}  // namespace pimbsr::sim

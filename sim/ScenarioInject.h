@@ -1,0 +1,11 @@
+#pragma once
+
+#include "sim/Scenario.h"
+#include "sim/ScenarioLine.h"
+
+namespace pimbsr::sim {
+
+/// Reads what stands behind `inject`: a message made by hand.
+Action readInject(ScenarioLine& line);
+
+}  // namespace pimbsr::sim

@@ -1,0 +1,446 @@
+#include "sim/ScenarioParser.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "sim/ScenarioInject.h"
+#include "sim/ScenarioLine.h"
+
+namespace pimbsr::sim {
+
+using Lanet::IpAddr;
+using Lanet::IpGenAddr;
+
+static constexpr U64 mostSeconds = 536870906;
+
+static std::string textOf(IpGenAddr const& address) { return std::string(address.stringValue().view()); }
+
+// Links, routers and interfaces -----------------------------------------------------------------------
+
+template <class Named>
+static void checkIsNew(ScenarioLine const& line, std::vector<Named> const& all, std::string const& name) {
+  if (std::any_of(all.begin(), all.end(), [&](Named const& one) { return one.name == name; })) {
+    line.fail(fmt::format("'{}' has been made already", name));
+  }
+}
+
+/// Fails if a router of the scenario has the address.
+static void checkIsFree(ScenarioLine& line, IpGenAddr const& address) {
+  for (auto const& router : line.names().routers) {
+    bool taken =
+        router.loopback == address || std::any_of(router.interfaces.begin(), router.interfaces.end(),
+                                                  [&](auto const& intf) { return intf.address == address; });
+    if (taken) line.fail(fmt::format("{} is an address of {} already", textOf(address), router.name));
+  }
+}
+
+static Faults readFaults(ScenarioLine& line, std::string_view key, Faults faults) {
+  if (key == "loss") faults.loss = line.probability(key);
+  if (key == "duplicate") faults.duplicate = line.probability(key);
+  if (key == "reorder") faults.reorder = line.probability(key);
+  return faults;
+}
+
+static Action readLink(ScenarioLine& line) {
+  LinkOptions link{.name = line.newName("a link's name")};
+  checkIsNew(line, line.names().links, link.name);
+  if (!line.take("prefix")) line.fail("'prefix PREFIX' must stand behind the link's name");
+  link.prefix = line.prefix("prefix");
+  while (!line.atEnd()) {
+    std::string_view key = line.option({"mtu", "delay", "jitter", "loss", "duplicate", "reorder"});
+    if (key == "mtu") link.mtu = static_cast<U32>(line.number(key, 68, 65535));
+    if (key == "delay") link.delay = line.seconds(key);
+    if (key == "jitter") link.jitter = line.seconds(key);
+    link.faults = readFaults(line, key, link.faults);
+  }
+  line.names().links.push_back({link.name, link.prefix});
+  return AddLink{link};
+}
+
+static Action readRouter(ScenarioLine& line) {
+  AddRouter add{.options = {.name = line.newName("a router's name")}};
+  NodeOptions& router = add.options;
+  checkIsNew(line, line.names().routers, router.name);
+  while (!line.atEnd()) {
+    std::string_view key = line.option({"loopback", "hold-time", "zone-timeout", "skew", "drift", "stopped"});
+    if (key == "loopback") router.loopback = line.address(key);
+    if (key == "hold-time") router.holdTime = static_cast<U32>(line.number(key, 12, 1073741823));
+    if (key == "zone-timeout") router.zoneTimeout = static_cast<U32>(line.number(key, 120, 4294967295));
+    if (key == "skew") router.skew = line.signedSeconds(key);
+    if (key == "drift") router.drift = line.share(key);
+    if (key == "stopped") add.stopped = true;
+  }
+  if (router.drift <= -1 || router.drift > 1)
+    line.fail("drift: a clock gains more than -100% and at most 100%");
+  if (!router.loopback.isEmpty()) checkIsFree(line, router.loopback);
+  line.names().routers.push_back({router.name, router.loopback, {}});
+  return add;
+}
+
+static Action readInterface(ScenarioLine& line) {
+  AddInterface add{.router = line.router()};
+  add.link = line.link();
+  ScenarioNames::Router& router = line.names().routers[add.router];
+  ScenarioNames::Link const& link = line.names().links[add.link];
+  add.options.address = line.address("an address");
+  add.options.name = fmt::format("eth{}", router.interfaces.size());
+  while (!line.atEnd()) {
+    std::string_view key = line.option({"name", "dr-priority"});
+    if (key == "name") add.options.name = line.newName(key);
+    if (key == "dr-priority") add.options.drPriority = static_cast<U32>(line.number(key, 0, 0xffffffff));
+  }
+  IpGenAddr address(add.options.address);
+  if (!link.prefix.contains(add.options.address)) {
+    line.fail(fmt::format("{} is not on link {}, whose prefix is {}", textOf(address), link.name,
+                          link.prefix.stringValue().view()));
+  }
+  checkIsFree(line, address);
+  checkIsNew(line, router.interfaces, add.options.name);
+  for (auto const& intf : router.interfaces) {
+    if (intf.link == add.link) line.fail(fmt::format("{} is on link {} already", router.name, link.name));
+  }
+  router.interfaces.push_back({add.options.name, add.link, address});
+  return add;
+}
+
+// Candidacies -----------------------------------------------------------------------------------------
+
+/// The address of a candidacy and the interface that has it: the one given, else the loopback, else the first
+/// interface's.
+template <class Candidacy>
+static void settleAddress(ScenarioLine& line, U32 number, Candidacy& candidacy) {
+  ScenarioNames::Router const& router = line.names().routers[number];
+  std::vector<std::string> valid;
+  auto offer = [&](IpGenAddr const& address, std::string const& intf) {
+    if (candidacy.address.isEmpty()) candidacy.address = address;
+    if (candidacy.address == address) candidacy.intfId = Lanet::IntfId(intf.c_str());
+    valid.push_back(textOf(address));
+  };
+  if (!router.loopback.isEmpty()) offer(router.loopback, "loopback");
+  for (auto const& intf : router.interfaces) offer(intf.address, intf.name);
+  if (valid.empty()) line.fail(fmt::format("{} has no address yet; give it an interface first", router.name));
+  if (!candidacy.intfId.isEmpty()) return;
+  line.failUnknown(textOf(candidacy.address), fmt::format("address of {}", router.name), valid);
+}
+
+static Action readCandidateBsr(ScenarioLine& line) {
+  SetCandidateBsr set{.router = line.router()};
+  set.zone = line.range("a zone");
+  while (!line.atEnd()) {
+    std::string_view key = line.option({"address", "priority", "hash-mask-length", "interval"});
+    if (key == "address") set.candidacy.address = line.address(key);
+    if (key == "priority") set.candidacy.priority = static_cast<U16>(line.number(key, 0, 255));
+    if (key == "hash-mask-length") set.candidacy.hashMaskLen = static_cast<U32>(line.number(key, 0, 32));
+    if (key == "interval") set.candidacy.interval = static_cast<U32>(line.number(key, 10, mostSeconds));
+  }
+  settleAddress(line, set.router, set.candidacy);
+  return set;
+}
+
+static std::vector<Lanet::IpGenPrefix> readRanges(ScenarioLine& line) {
+  std::vector<Lanet::IpGenPrefix> ranges = {line.range("a range")};
+  while (line.isRangeNext()) ranges.push_back(line.range("a range"));
+  return ranges;
+}
+
+static Action readCandidateRp(ScenarioLine& line) {
+  SetCandidateRp set{.router = line.router()};
+  set.ranges = readRanges(line);
+  while (!line.atEnd()) {
+    std::string_view key = line.option({"address", "priority", "interval"});
+    if (key == "address") set.candidacy.address = line.address(key);
+    if (key == "priority") set.candidacy.priority = static_cast<U32>(line.number(key, 0, 255));
+    if (key == "interval") set.candidacy.interval = static_cast<U16>(line.number(key, 1, 16383));
+  }
+  settleAddress(line, set.router, set.candidacy);
+  return set;
+}
+
+static Action readNoCandidateBsr(ScenarioLine& line) {
+  EndCandidateBsr end{.router = line.router()};
+  end.zone = line.range("a zone");
+  return end;
+}
+
+static Action readNoCandidateRp(ScenarioLine& line) {
+  EndCandidateRp end{.router = line.router()};
+  end.ranges = readRanges(line);
+  host::RpCandidacy candidacy;
+  while (!line.atEnd()) candidacy.address = line.address(line.option({"address"}));
+  settleAddress(line, end.router, candidacy);
+  end.address = candidacy.address;
+  return end;
+}
+
+static Action borderOf(ScenarioLine& line, bool border) {
+  SetBorder set{.router = line.router(), .border = border};
+  set.intf = line.interface(set.router);
+  set.zone = line.range("a zone");
+  return set;
+}
+static Action readBorder(ScenarioLine& line) { return borderOf(line, true); }
+static Action readNoBorder(ScenarioLine& line) { return borderOf(line, false); }
+
+static Action permitOf(ScenarioLine& line, bool permit) {
+  U32 router = line.router();
+  return SetPermit{router, Lanet::IpGenPrefix(line.prefix("a prefix of senders")), permit};
+}
+static Action readPermit(ScenarioLine& line) { return permitOf(line, true); }
+static Action readNoPermit(ScenarioLine& line) { return permitOf(line, false); }
+
+static Action readRoute(ScenarioLine& line) {
+  SetRoute set{.router = line.router()};
+  set.prefix = line.prefix("a prefix");
+  if (!line.take("via")) line.fail("'via ADDRESS' must stand behind the prefix");
+  set.via = line.address("via");
+  auto const& names = line.names();
+  auto leadsThere = [&](auto const& intf) { return names.links[intf.link].prefix.contains(*set.via); };
+  auto const& interfaces = names.routers[set.router].interfaces;
+  if (std::any_of(interfaces.begin(), interfaces.end(), leadsThere)) return set;
+  line.fail(fmt::format("via: {} is on no link of {}", textOf(*set.via), names.routers[set.router].name));
+}
+
+static Action readNoRoute(ScenarioLine& line) {
+  SetRoute set{.router = line.router()};
+  set.prefix = line.prefix("a prefix");
+  return set;
+}
+
+// The course of things --------------------------------------------------------------------------------
+
+static Action readDown(ScenarioLine& line) { return SetLink{line.link(), false}; }
+static Action readUp(ScenarioLine& line) { return SetLink{line.link(), true}; }
+static Action readStop(ScenarioLine& line) { return SetLife{line.router(), Life::stop}; }
+static Action readCrash(ScenarioLine& line) { return SetLife{line.router(), Life::crash}; }
+static Action readStart(ScenarioLine& line) { return SetLife{line.router(), Life::start}; }
+
+static Action readPartition(ScenarioLine& line) {
+  Partition partition{{line.router()}};
+  while (!line.atEnd()) partition.routers.insert(line.router());
+  return partition;
+}
+
+static Action readHeal(ScenarioLine&) { return Heal{}; }
+
+static Action readSetFaults(ScenarioLine& line) {
+  SetFaults set;
+  bool none = line.take("none");
+  if (line.atEnd() && !none) line.word("'none', 'loss', 'duplicate' or 'reorder'");
+  while (!line.atEnd()) {
+    std::string_view key = none ? line.option({"on"}) : line.option({"loss", "duplicate", "reorder", "on"});
+    if (key == "on") set.link = line.link();
+    set.faults = readFaults(line, key, set.faults);
+  }
+  return set;
+}
+
+static Action readConverge(ScenarioLine& line) { return SetConvergence{line.seconds("a time")}; }
+
+static Action readRun(ScenarioLine& line) {
+  bool until = line.take("until");
+  double seconds = line.seconds("a time");
+  double& now = line.names().now;
+  if (until && seconds < now) line.fail(fmt::format("until: the scenario is at {} s already", now));
+  now = until ? seconds : now + seconds;
+  return LetRun{now};
+}
+
+// What is shown ---------------------------------------------------------------------------------------
+
+static Action readShow(ScenarioLine& line) {
+  static constexpr std::string_view views[] = {"bsr", "rp-set", "neighbors", "counters", "states", "packets"};
+  if (line.take("rp")) {
+    U32 router = line.router();
+    return ShowRp{router, line.group("a group")};
+  }
+  Show show;
+  while (!line.atEnd()) {
+    auto const& routers = line.names().routers;
+    bool isRouter = std::any_of(routers.begin(), routers.end(),
+                                [&](auto const& router) { return router.name == line.peek(); });
+    if (!isRouter) {
+      show.view = static_cast<View>(line.oneOf("router or view", views));
+      break;
+    }
+    show.routers.push_back(line.router());
+  }
+  return show;
+}
+
+std::span<KindName const> kindNames() {
+  static constexpr KindName names[] = {
+      {elections, "elections", "the BSR of a zone as each router has it"},
+      {rps, "rps", "RPs that come, change and go"},
+      {refusals, "refusals", "messages refused, each sort once"},
+      {repeats, "repeats", "refusals that were told before"},
+      {received, "received", "Bootstrap Messages and advertisements accepted"},
+      {sent, "sent", "packets sent and passed on"},
+      {neighbors, "neighbors", "neighbours, and who is the Designated Router"},
+      {states, "states", "states of the election at a candidate"},
+      {losses, "losses", "packets that did not arrive, and why"},
+      {commands, "commands", "statements that change the network once it runs"},
+  };
+  return names;
+}
+
+static Action reportOf(ScenarioLine& line, bool on) {
+  SetReport set{.on = on};
+  std::vector<std::string_view> valid = {"all"};
+  for (KindName const& kind : kindNames()) valid.push_back(kind.name);
+  do {
+    U32 number = line.oneOf("kind of event", valid);
+    set.kinds |= number == 0 ? ~Kinds{0} : kindNames()[number - 1].kind;
+  } while (!line.atEnd());
+  return set;
+}
+static Action readReport(ScenarioLine& line) { return reportOf(line, true); }
+static Action readQuiet(ScenarioLine& line) { return reportOf(line, false); }
+
+// The whole -------------------------------------------------------------------------------------------
+
+namespace {
+
+struct Reader {
+  StatementForm form;
+  Action (*read)(ScenarioLine&);  ///< null for `at`, which is read apart
+  bool canWait = true;            ///< may stand behind `at`
+};
+
+constexpr Reader readers[] = {
+    {{"link", "link NAME prefix PREFIX [mtu N] [delay T] [jitter T] [loss P] [duplicate P] [reorder P]",
+      "makes a link; delay 1ms and MTU 1500 unless given"},
+     readLink,
+     false},
+    {{"router", "router NAME [loopback A] [hold-time N] [zone-timeout N] [skew T] [drift P] [stopped]",
+      "makes a router, which starts at once unless stopped"},
+     readRouter,
+     false},
+    {{"interface", "interface ROUTER LINK A [name NAME] [dr-priority N]",
+      "attaches a router to a link; names are eth0, eth1 ... unless given"},
+     readInterface,
+     false},
+    {{"candidate-bsr", "candidate-bsr ROUTER ZONE [address A] [priority N] [hash-mask-length N] [interval N]",
+      "makes a router a candidate BSR, or changes that; priority 64 unless given, higher wins"},
+     readCandidateBsr},
+    {{"candidate-rp", "candidate-rp ROUTER RANGE... [address A] [priority N] [interval N]",
+      "makes a router a candidate RP for group ranges, or changes that; priority 192 unless given, lower "
+      "wins"},
+     readCandidateRp},
+    {{"border", "border ROUTER LINK ZONE", "makes a router's interface a border of a scope zone"},
+     readBorder},
+    {{"permit", "permit ROUTER PREFIX",
+      "takes advertisements of these senders, and of no others that are not permitted too"},
+     readPermit},
+    {{"route", "route ROUTER PREFIX via A", "adds a static unicast route"}, readRoute},
+    {{"no", "no candidate-bsr ROUTER ZONE", "ends a candidacy; an elected BSR says so"}, readNoCandidateBsr},
+    {{"no", "no candidate-rp ROUTER RANGE... [address A]", "withdraws group ranges of a candidate RP"},
+     readNoCandidateRp},
+    {{"no", "no border ROUTER LINK ZONE", "makes it a border no more"}, readNoBorder},
+    {{"no", "no permit ROUTER PREFIX", "permits these senders no more; without any, all are taken"},
+     readNoPermit},
+    {{"no", "no route ROUTER PREFIX", "removes a static route"}, readNoRoute},
+    {{"down", "down LINK", "takes a link down, and the interfaces to it"}, readDown},
+    {{"up", "up LINK", "takes a link up again"}, readUp},
+    {{"stop", "stop ROUTER", "ends a router in order: it says farewell"}, readStop},
+    {{"crash", "crash ROUTER", "takes a router's power away"}, readCrash},
+    {{"start", "start ROUTER", "starts a router afresh, with its configuration"}, readStart},
+    {{"partition", "partition ROUTER...", "takes down all links between these routers and the others"},
+     readPartition},
+    {{"heal", "heal", "takes all links up"}, readHeal},
+    {{"faults", "faults none|[loss P] [duplicate P] [reorder P] [on LINK]",
+      "sets the faults of one link, or of all; those not named are none"},
+     readSetFaults},
+    {{"converge", "converge T", "time after which unicast routing notices a change; 1s at first"},
+     readConverge},
+    {{"inject",
+      "inject LINK bsm from A [bsr A] [priority N] [hash-mask-length N] [tag N] [no-forward] [to A] "
+      "[group RANGE [scoped] [bidir] [rp-count N] [rp A [priority N] [holdtime N]]...]...",
+      "sends a Bootstrap Message by hand, as a made-up neighbour would"},
+     readInject},
+    {{"inject",
+      "inject LINK crp-adv from A to A [rp A] [priority N] [holdtime N] [group RANGE [scoped] [bidir]]...",
+      "sends an advertisement by hand; without a group it speaks for all groups"},
+     readInject},
+    {{"inject", "inject LINK hello from A [to A] [holdtime N] [dr-priority N] [generation N]",
+      "sends a Hello by hand; holdtime 65535 is for ever"},
+     readInject},
+    {{"at", "at T STATEMENT",
+      "carries out a statement at a time; any but link, router, interface, at and run"},
+     nullptr,
+     false},
+    {{"run", "run T", "lets time pass"}, readRun, false},
+    {{"run", "run until T", "lets time pass until so long after the start"}, readRun, false},
+    {{"show", "show [ROUTER...] [bsr|rp-set|neighbors|counters|states|packets]",
+      "shows what routers believe, or the packets sent since the last time"},
+     readShow},
+    {{"show", "show rp ROUTER GROUP", "tells which RP serves a group at a router, and why"}, readShow},
+    {{"report", "report KIND...", "reports such events from now on"}, readReport},
+    {{"quiet", "quiet KIND...", "reports such events no more"}, readQuiet},
+};
+
+}  // namespace
+
+std::vector<StatementForm> statementForms() {
+  std::vector<StatementForm> forms;
+  for (Reader const& reader : readers) forms.push_back(reader.form);
+  return forms;
+}
+
+/// What tells a reader's statement from others: its first word, and behind `no` the second.
+static std::string_view keyOf(Reader const& reader) {
+  std::string_view form = reader.form.form;
+  std::size_t from = reader.form.word == "no" ? 3 : 0;
+  return form.substr(0, form.find(' ', from));
+}
+
+static Reader const& readerOf(ScenarioLine& line) {
+  bool isNo = line.take("no");
+  std::string key = (isNo ? "no " : "") + std::string(line.word("a statement"));
+  std::vector<std::string> valid;
+  for (Reader const& reader : readers) {
+    if (keyOf(reader) == key) return reader;
+    bool isRepeated = !valid.empty() && valid.back() == keyOf(reader);
+    if (!isRepeated && key.starts_with("no ") == (reader.form.word == "no")) {
+      valid.emplace_back(keyOf(reader));
+    }
+  }
+  line.failUnknown(key, "statement", valid);
+}
+
+static Statement readStatement(ScenarioLine& line) {
+  Statement statement{.text = line.rest()};
+  Reader const* reader = &readerOf(line);
+  line.formIs(reader->form.form);
+  if (reader->read == nullptr) {
+    statement.at = line.seconds("a time");
+    double now = line.names().now;
+    if (*statement.at < now) line.fail(fmt::format("at: the scenario is at {} s already", now));
+    statement.text = line.rest();
+    reader = &readerOf(line);
+    line.formIs(reader->form.form);
+    if (!reader->canWait) line.fail(fmt::format("'{}' can't stand behind 'at'", keyOf(*reader)));
+  }
+  statement.action = reader->read(line);
+  line.end();
+  return statement;
+}
+
+ScenarioParser::ScenarioParser() : names_(std::make_unique<ScenarioNames>()) {}
+
+ScenarioParser::~ScenarioParser() = default;
+
+std::vector<Statement> ScenarioParser::parse(std::string_view text, std::string const& file) {
+  std::vector<Statement> statements;
+  for (U32 number = 1; !text.empty(); ++number) {
+    std::size_t end = std::min(text.find('\n'), text.size());
+    ScenarioLine line(text.substr(0, end), fmt::format("{}:{}", file, number), *names_);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    if (line.atEnd()) continue;
+    statements.push_back(readStatement(line));
+    statements.back().line = number;
+  }
+  return statements;
+}
+
+}  // namespace pimbsr::sim

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/Scenario.h"
+
+namespace pimbsr::sim {
+
+struct ScenarioNames;
+
+/// A scenario that can't be followed: "FILE:LINE: what was read, and what would be valid".
+class ScenarioError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A statement as the manual has it.
+struct StatementForm {
+  std::string_view word;  ///< its first word
+  std::string_view form;
+  std::string_view sentence;
+};
+
+/// All statements, in the manual's order.
+std::vector<StatementForm> statementForms();
+
+/// The kinds of events by name, in the order of their bits.
+struct KindName {
+  Kind kind;
+  std::string_view name;
+  std::string_view sentence;
+};
+std::span<KindName const> kindNames();
+
+/// Reads statements, one to a line, and checks them against those read before: a name must have been made,
+/// and what has a range must be in it. Text may come in pieces; the names and the time go on.
+class ScenarioParser {
+ public:
+  ScenarioParser();
+  ~ScenarioParser();
+  ScenarioParser(ScenarioParser const&) = delete;
+  ScenarioParser& operator=(ScenarioParser const&) = delete;
+
+  /// Reads text in which every line is empty, a comment that begins with '#', or a statement. `file` is named
+  /// in errors. Throws ScenarioError for the first fault; the parser is of no use after that.
+  std::vector<Statement> parse(std::string_view text, std::string const& file);
+
+ private:
+  std::unique_ptr<ScenarioNames> names_;
+};
+
+}  // namespace pimbsr::sim

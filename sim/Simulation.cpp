@@ -1,0 +1,164 @@
+#include "sim/Simulation.h"
+
+namespace pimbsr::sim {
+
+using host::Reception;
+using Lanet::IpGenAddr;
+
+Simulation::Simulation(U64 seed, Report& report, Kinds kinds) : report_(report), network_(seed) {
+  kindsIs(kinds);
+}
+
+Simulation::~Simulation() { network_.listenerIs(nullptr, 0); }
+
+void Simulation::kindsIs(Kinds kinds) {
+  kinds_ = kinds;
+  network_.listenerIs(this, kinds);
+}
+
+// Statements ------------------------------------------------------------------------------------------
+
+/// What each statement does.
+class Simulation::Doing {
+ public:
+  explicit Doing(Simulation& simulation) : simulation_(simulation), network_(simulation.network_) {}
+
+  void operator()(AddLink const& add) { network_.addLink(add.options); }
+  void operator()(AddRouter const& add) { network_.addNode(add.options, !add.stopped); }
+  void operator()(AddInterface const& add) { network_.attach(add.router, add.link, add.options); }
+  void operator()(SetCandidateBsr const& set) {
+    network_.node(set.router).candidateBsrIs(set.zone, set.candidacy);
+  }
+  void operator()(EndCandidateBsr const& end) { network_.node(end.router).candidateBsrDel(end.zone); }
+  void operator()(SetCandidateRp const& set) {
+    for (auto const& range : set.ranges) network_.node(set.router).candidateRpIs(range, set.candidacy);
+  }
+  void operator()(EndCandidateRp const& end) {
+    for (auto const& range : end.ranges) network_.node(end.router).candidateRpDel(range, end.address);
+  }
+  void operator()(SetBorder const& set) {
+    network_.node(set.router).borderIs(set.zone, set.intf, set.border);
+  }
+  void operator()(SetPermit const& set) {
+    Node& node = network_.node(set.router);
+    set.permit ? node.permitIs(set.senders) : node.permitDel(set.senders);
+  }
+  void operator()(SetRoute const& set) {
+    Node& node = network_.node(set.router);
+    set.via ? node.routeIs(set.prefix, *set.via) : node.routeDel(set.prefix);
+  }
+  void operator()(SetLink const& set) { network_.linkUpIs(set.link, set.up); }
+  void operator()(SetLife const& set) {
+    Node& node = network_.node(set.router);
+    if (set.life == Life::start) node.start();
+    if (set.life == Life::stop) node.stop();
+    if (set.life == Life::crash) node.crash();
+  }
+  void operator()(Partition const& partition) { network_.partition(partition.routers); }
+  void operator()(Heal const&) { network_.heal(); }
+  void operator()(SetFaults const& set) {
+    if (set.link) return network_.faultsIs(*set.link, set.faults);
+    for (U32 link = 0; link < network_.linkCount(); ++link) network_.faultsIs(link, set.faults);
+  }
+  void operator()(SetConvergence const& set) { network_.convergenceIs(set.seconds); }
+  void operator()(Inject const& inject) { network_.inject(inject.link, inject.packet); }
+  void operator()(LetRun const& run) { simulation_.runTo(run.until); }
+  void operator()(Show const& show) {
+    simulation_.report_.onShow(network_, show);
+    if (show.view == View::packets) network_.packetCountsClear(show.routers);
+  }
+  void operator()(ShowRp const& show) { simulation_.report_.onShowRp(network_, show); }
+  void operator()(SetReport const& set) {
+    simulation_.kindsIs(set.on ? simulation_.kinds_ | set.kinds : simulation_.kinds_ & ~set.kinds);
+  }
+
+ private:
+  Simulation& simulation_;
+  Network& network_;
+};
+
+void Simulation::execute(std::string_view text, std::string const& file) {
+  for (Statement const& statement : parser_.parse(text, file)) execute(statement);
+}
+
+void Simulation::execute(Statement const& statement) {
+  if (statement.at) {
+    scheduled_.push(*statement.at, statement);
+  } else {
+    carryOut(statement);
+  }
+}
+
+/// Whether a statement changes the network, rather than to show it or let it run.
+static bool isCommand(Action const& action) {
+  return !std::holds_alternative<LetRun>(action) && !std::holds_alternative<Show>(action) &&
+         !std::holds_alternative<ShowRp>(action) && !std::holds_alternative<SetReport>(action);
+}
+
+void Simulation::carryOut(Statement const& statement) {
+  bool told = (kinds_ & commands) != 0 && network_.now() > 0 && isCommand(statement.action);
+  if (told) report_.onCommand(network_, statement);
+  std::visit(Doing(*this), statement.action);
+}
+
+void Simulation::runTo(double time) {
+  while (scheduled_.nextTime() <= time) {
+    network_.runTo(scheduled_.nextTime());
+    carryOut(scheduled_.pop());
+  }
+  network_.runTo(time);
+}
+
+void Simulation::end() { report_.onEnd(network_); }
+
+// Events ----------------------------------------------------------------------------------------------
+
+void Simulation::onChanges(Node const& node, std::span<host::Change const> changes) {
+  auto isElection = [](host::Change const& change) { return change.rp.address.isEmpty(); };
+  bool all = (kinds_ & elections) != 0 && (kinds_ & rps) != 0;
+  if (all) return report_.onChanges(node, changes);
+  std::vector<host::Change> wanted;
+  for (host::Change const& change : changes) {
+    if ((kinds_ & (isElection(change) ? elections : rps)) != 0) wanted.push_back(change);
+  }
+  if (!wanted.empty()) report_.onChanges(node, wanted);
+}
+
+void Simulation::onReception(Node const& node, NodeInterface const& intf, Reception const& reception) {
+  if (!reception.accepted()) {
+    Refused refused(node.id(), reception.reason, reception.source);
+    bool isNew = !told_.contains(refused);
+    if ((kinds_ & (isNew ? refusals : repeats)) == 0) return;
+    if (isNew) told_.insert(refused);
+  }
+  report_.onReception(node, intf, reception);
+}
+
+void Simulation::onSent(Node const& node, NodeInterface const& intf, Bytes packet) {
+  report_.onSent(node, intf, packet);
+}
+
+void Simulation::onNeighbor(Node const& node, NodeInterface const& intf, IpGenAddr const& neighbor, bool up) {
+  report_.onNeighbor(node, intf, neighbor, up);
+}
+
+void Simulation::onDr(Node const& node, NodeInterface const& intf, IpGenAddr const& dr) {
+  report_.onDr(node, intf, dr);
+}
+
+void Simulation::onState(Node const& node, Lanet::IpGenPrefix const& zone,
+                         Routing::Pim::Bsr::BsrCandidateState state) {
+  report_.onState(node, zone, state);
+}
+
+void Simulation::onLoss(Network const& network, Link const* link, Node const* node, Loss loss, Bytes packet) {
+  report_.onLoss(network, link, node, loss, packet);
+}
+
+void Simulation::onTrace(Node const& node, Zet::TraceLine const& line) { report_.onTrace(node, line); }
+
+void Simulation::onLog(Node const& node, Zet::LogHandle const& handle, std::string const& text) {
+  report_.onLog(node, handle, text);
+}
+
+}  // namespace pimbsr::sim

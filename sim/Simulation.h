@@ -1,0 +1,75 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <string_view>
+#include <tuple>
+
+#include "sim/Network.h"
+#include "sim/Scenario.h"
+#include "sim/ScenarioParser.h"
+
+namespace pimbsr::sim {
+
+/// Hears of a simulation: of what happens, as far as the scenario lets it be reported, and of what it wants
+/// shown.
+class Report : public Listener {
+ public:
+  /// A statement that changes the network once it runs.
+  virtual void onCommand(Network const&, Statement const&) {}
+  virtual void onShow(Network const&, Show const&) {}
+  virtual void onShowRp(Network const&, ShowRp const&) {}
+  virtual void onEnd(Network const&) {}
+};
+
+/// Plays a scenario: carries out statements one after the other, and those for a later time when the clock
+/// gets there. Such a one acts behind everything else that is due at its time, as if the scenario had run
+/// until then and stated it.
+class Simulation final : private Listener {
+ public:
+  /// The report outlives the simulation. `kinds` is what is reported at first.
+  Simulation(U64 seed, Report& report, Kinds kinds = usualKinds);
+  ~Simulation() override;
+
+  /// Reads and carries out statements; may be called again and again. All are read before the first is
+  /// carried out. Throws ScenarioError, see there.
+  void execute(std::string_view text, std::string const& file = "scenario");
+  void execute(Statement const& statement);
+  /// Ends the scenario; to be called once. Statements for a time that was not reached are left.
+  void end();
+
+  Network& network() { return network_; }
+  Network const& network() const { return network_; }
+  /// Number of statements that wait for their time.
+  std::size_t pending() const { return scheduled_.size(); }
+
+ private:
+  class Doing;
+
+  void carryOut(Statement const& statement);
+  void runTo(double time);
+  void kindsIs(Kinds kinds);
+  void onChanges(Node const& node, std::span<host::Change const> changes) override;
+  void onReception(Node const& node, NodeInterface const& intf, host::Reception const& reception) override;
+  void onSent(Node const& node, NodeInterface const& intf, Bytes packet) override;
+  void onNeighbor(Node const& node, NodeInterface const& intf, Lanet::IpGenAddr const& neighbor,
+                  bool up) override;
+  void onDr(Node const& node, NodeInterface const& intf, Lanet::IpGenAddr const& dr) override;
+  void onState(Node const& node, Lanet::IpGenPrefix const& zone,
+               Routing::Pim::Bsr::BsrCandidateState state) override;
+  void onLoss(Network const& network, Link const* link, Node const* node, Loss loss, Bytes packet) override;
+  void onTrace(Node const& node, Zet::TraceLine const& line) override;
+  void onLog(Node const& node, Zet::LogHandle const& handle, std::string const& text) override;
+
+  /// A refusal that was told: router, reason, source.
+  using Refused = std::tuple<U32, std::string_view, Lanet::IpGenAddr>;
+
+  Report& report_;
+  Kinds kinds_;
+  std::set<Refused> told_;
+  ScenarioParser parser_;
+  Network network_;
+  EventQueue<Statement> scheduled_;
+};
+
+}  // namespace pimbsr::sim
