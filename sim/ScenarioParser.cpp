@@ -432,14 +432,16 @@ ScenarioParser::~ScenarioParser() = default;
 
 std::vector<Statement> ScenarioParser::parse(std::string_view text, std::string const& file) {
   std::vector<Statement> statements;
+  auto names = std::make_unique<ScenarioNames>(*names_);
   for (U32 number = 1; !text.empty(); ++number) {
     std::size_t end = std::min(text.find('\n'), text.size());
-    ScenarioLine line(text.substr(0, end), fmt::format("{}:{}", file, number), *names_);
+    ScenarioLine line(text.substr(0, end), fmt::format("{}:{}", file, number), *names);
     text.remove_prefix(std::min(end + 1, text.size()));
     if (line.atEnd()) continue;
     statements.push_back(readStatement(line));
     statements.back().line = number;
   }
+  names_ = std::move(names);
   return statements;
 }
 

@@ -47,7 +47,7 @@ class ScenarioParser {
   ScenarioParser& operator=(ScenarioParser const&) = delete;
 
   /// Reads text in which every line is empty, a comment that begins with '#', or a statement. `file` is named
-  /// in errors. Throws ScenarioError for the first fault; the parser is of no use after that.
+  /// in errors. Throws ScenarioError for the first fault; then nothing of the text counts.
   std::vector<Statement> parse(std::string_view text, std::string const& file);
 
  private:

@@ -289,6 +289,12 @@ TEST(ManualTest, StatementsAreThoseThatTheParserKnows) {
   EXPECT_EQ(rowsOf("| statement | what it does |"), expected);
 }
 
+TEST(ScenarioParserTest, NothingOfATextWithAFaultCounts) {
+  ScenarioParser parser;
+  EXPECT_THROW(parser.parse("router r1\nrun 10\nrun fast\n", "story"), ScenarioError);
+  EXPECT_EQ(parser.parse("router r1\nrun until 5\n", "story").size(), 2u);
+}
+
 TEST(ManualTest, KindsOfEventsAreThoseThatCanBeReported) {
   std::vector<std::string> expected;
   for (KindName const& kind : kindNames()) {
