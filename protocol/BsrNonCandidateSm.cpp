@@ -35,15 +35,15 @@ bool BsrNonCandidateSm::isGlobalZone() const { return zone() == bsrSm()->globalO
 
 // A message -------------------------------------------------------------------------------------------
 
-static void clearRpSet(Status const& status, IpGenPrefix const& zone, Lanet::IpGenAddr const& oldBsr) {
+static void clearRpSet(Status const& status, IpGenPrefix const& zone, Lanet::IpGenAddr const* oldBsr) {
   Ptr<PimBsrRpCandidateStatus> rpSet = status.crpStatus(zone);
   if (!rpSet) return;
-  if (oldBsr.isEmpty()) {
+  if (oldBsr == nullptr) {
     ZET_TRACE(trace, 8, "Clearing RP Set for zone " << zone << " since we have a new BSR");
   } else {
     ZET_TRACE(trace, 8,
               "Clearing RP Set for zone " << zone << " since we have a new BSR"
-                                          << ". Old BSR was " << oldBsr);
+                                          << ". Old BSR was " << *oldBsr);
   }
   if (Ptr<RpCandidateStatus> set = rpSet->status()) set->crpSetDelAll();
 }
@@ -86,7 +86,7 @@ void BsrNonCandidateSm::handleBsm() {
 }
 
 void BsrNonCandidateSm::handleNewBsr() {
-  clearRpSet(*bsrStatus(), zone(), Lanet::IpGenAddr());
+  clearRpSet(*bsrStatus(), zone(), nullptr);
   Ptr<ElectedBsrStatus> elected = bsrStatus()->bootstrapRouterIs(zone());
   elected->ipAddrIs(bsm()->bsrAddress());
   elected->priorityIs(bsm()->bsrPriority());
@@ -101,7 +101,8 @@ void BsrNonCandidateSm::handleNewBsr() {
 void BsrNonCandidateSm::handlePreferredBsm() {
   Ptr<ElectedBsrStatus> elected = bsrStatus()->bootstrapRouter(zone());
   if (elected->ipAddr() != bsm()->bsrAddress()) {
-    clearRpSet(*bsrStatus(), zone(), elected->ipAddr());
+    Lanet::IpGenAddr oldBsr = elected->ipAddr();
+    clearRpSet(*bsrStatus(), zone(), &oldBsr);
     elected->ipAddrIs(bsm()->bsrAddress());
     elected->setupTimeIs(Zet::now());
   }

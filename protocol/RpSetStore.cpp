@@ -35,7 +35,7 @@ class Store {
   Ptr<PimBsrRxFragment> fragmentFor(BootstrapGroupData const& record);
   void applyFragment(BootstrapGroupData const& record, PimBsrRxFragment const& fragment);
   template <class RpWalk>
-  void apply(BootstrapGroupData const& record, RpWalk rps);
+  bool apply(BootstrapGroupData const& record, RpWalk rps);
   Ptr<RpCandidateStatus> rpSet();
   Ptr<RpCandidateSet> rangeIn(RpCandidateStatus& rpSet, IpGenPrefix const& prefix);
   void rp(RpCandidateSet& set, BootstrapRpData const& told, bool bidir);
@@ -88,8 +88,9 @@ Ptr<PimBsrRxFragment> Store::fragmentFor(BootstrapGroupData const& record) {
   return fragment;
 }
 
+/// A range that finds no set in a refresh stays in the store, complete as it is.
 void Store::applyFragment(BootstrapGroupData const& record, PimBsrRxFragment const& fragment) {
-  apply(record, fragment.rpIterator());
+  if (!apply(record, fragment.rpIterator())) return;
   U16 tag = bsm_.fragmentTag();
   ZET_TRACE(trace, 8,
             "Fragments related to " << record.prefix() << " from fragment tag " << tag << " processed");
@@ -99,15 +100,17 @@ void Store::applyFragment(BootstrapGroupData const& record, PimBsrRxFragment con
   if (fragments->groupRpDataCount() == 0) machine_.bsmRxFragmentsDel(tag);
 }
 
+/// Writes the RPs; false if there is no set for them and none may be made.
 template <class RpWalk>
-void Store::apply(BootstrapGroupData const& record, RpWalk rps) {
+bool Store::apply(BootstrapGroupData const& record, RpWalk rps) {
   Ptr<RpCandidateStatus> all = rpSet();
-  if (!all) return;
+  if (!all) return false;
   Ptr<RpCandidateSet> set = rangeIn(*all, record.prefix());
-  if (!set) return;
+  if (!set) return false;
   // The set stays held here: removing its last RP takes it out of its tree, and further RPs still go where it
   // is.
   for (; rps; ++rps) rp(*set, *rps, record.groupFlags().bidir());
+  return true;
 }
 
 /// The zone's RP set; null if there is none and nothing may be made.

@@ -498,5 +498,25 @@ TEST_F(RpTree, ATreeThatStandsBeforeTheFamilyIsKnownIsNotMirroredAndStillAges) {
   EXPECT_FALSE(router.status->crpStatus(prefix(global)));
 }
 
+TEST_F(RpTree, AReactorThatIsNotInitializedNeitherAgesNorMirrorsNorTidies) {
+  elect(global);
+  auto rp = addUntil(100);
+  auto set = engine.root->crpZoneStatus(prefix(global))->zetCrpStatus()->crpSet(prefix(range));
+  auto reactor = set->rp(addr(one));
+  reactor->initializedIs(false);
+  rp->expiresIs(Zet::now() + 200);
+  rp->priorityIs(9);
+  EXPECT_EQ(engine.since(reactor->zetHoldtimeTimer()->timeMin()), 100);
+  EXPECT_EQ(engine.mirror(), "239.1.0.0/16: 203.0.113.1/100/256");
+  engine.runTo(100);
+  EXPECT_EQ(engine.rpSet(global), "239.1.0.0/16: 203.0.113.1/100/9");
+  tree()->crpSet(prefix(range))->rpDel(addr(one));
+  EXPECT_EQ(engine.rpSet(global), "239.1.0.0/16:");
+  set->initializedIs(false);
+  tree()->crpSetDel(prefix(range));
+  EXPECT_TRUE(engine.status->crpStatus(prefix(global)));
+  EXPECT_EQ(engine.mirror(), "239.1.0.0/16: 203.0.113.1/100/256");
+}
+
 }  // namespace
 }  // namespace test

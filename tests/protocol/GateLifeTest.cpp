@@ -234,6 +234,13 @@ TEST_F(Departure, AMessageWrittenWithoutARaiseIsNotSent) {
   EXPECT_EQ(counts(), "0 given, 0 sent, 0 failed");
 }
 
+TEST_F(Departure, AGateThatIsNotInitializedSendsNothing) {
+  engine.gate->initializedIs(false);
+  send(make(Bsm{}), "eth7");
+  EXPECT_TRUE(engine.outbox->sent.empty());
+  EXPECT_EQ(counts(), "0 given, 0 sent, 0 failed");
+}
+
 /// Notes the order in which the manager's exchange point and the counters are written.
 class TxInfoWatch : public Routing::Pim::IO::MessageInfo::NotifieeConst {
  public:

@@ -1,11 +1,13 @@
 // The life of the root machine, and which zone machine gets a message. What the machines themselves do with
 // it is told in their own tests.
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
 
 #include "crp/RpCandidateSm.h"
+#include "runtime/Trace.h"
 #include "tests/support/Engine.h"
 
 namespace test {
@@ -136,6 +138,18 @@ TEST_F(RootStart, WhatStandsInStatusIsTakenUp) {
   EXPECT_TRUE(root().crp(addr(rpAddress)));
   EXPECT_TRUE(root().crpZoneStatus(prefix(scoped)));
   EXPECT_TRUE(root().bsr(prefix(scoped)));
+}
+
+TEST_F(RootStart, ItsStepsTowardsTheCandidatesAreTracedAsEntries) {
+  Zet::TraceHandle::handle("Pim::Bsr::Sm").levelIs(9, true);
+  engine.start();
+  for (char const* step :
+       {"PimBsrSm::handleInitialized(", "PimBsrSm::handleBsrCandidate(", "PimBsrSm::handleRpCandidate("}) {
+    auto isStep = [step](auto const& line) {
+      return line.level == 9 && line.text.find(step) != std::string::npos;
+    };
+    EXPECT_TRUE(std::any_of(context.traces.begin(), context.traces.end(), isStep)) << step;
+  }
 }
 
 TEST_F(RootStart, AKeptElectedBsrIsFollowedWhereThisRouterIsNoCandidate) {
