@@ -42,14 +42,20 @@ HelloSm::~HelloSm() {
 }
 
 void HelloSm::sayFarewell() {
-  helloTimer_->timeMinIs(Kiv::never);
-  send(0);
+  helloTimer_->notifierIs(nullptr);
+  send(port_.primaryAddress(intf_->intfId()), 0);
 }
 
 // Neighbours ------------------------------------------------------------------------------------------
 
+/// Whether an address can be a neighbour's.
+static bool isNeighborAddress(IpGenAddr const& address) {
+  Lanet::IpAddr v4 = address.v4Addr();
+  return address.af() == Lanet::AddressFamily::ipv4 && v4.hostWord() != 0 && v4.hostWord() < 0xe0000000;
+}
+
 void HelloSm::receive(wire::HelloMessage const& hello) {
-  if (hello.srcAddr.isEmpty() || port_.isOwnAddress(hello.srcAddr)) return;
+  if (!isNeighborAddress(hello.srcAddr) || port_.isOwnAddress(hello.srcAddr)) return;
   Ptr<Neighbor> neighbor = intf_->neighbor(hello.srcAddr);
   if (hello.holdtime == 0) {
     if (neighbor) drop(hello.srcAddr);
@@ -73,7 +79,17 @@ void HelloSm::update(Neighbor& neighbor, wire::HelloMessage const& hello) {
     auto const& told = hello.addressList;
     if (std::find(told.begin(), told.end(), address) == told.end()) neighbor.secondaryDel(address);
   }
-  for (IpGenAddr const& address : hello.addressList) neighbor.secondaryIs(address, true);
+  for (IpGenAddr const& address : hello.addressList) takeSecondary(neighbor, address);
+}
+
+/// An address belongs to the neighbour that told it last, and none is the primary's own double (RFC 7761
+/// section 4.3.4).
+void HelloSm::takeSecondary(Neighbor& neighbor, IpGenAddr const& address) {
+  if (address == neighbor.address()) return;
+  for (auto at = intf_->neighborIterator(); at; ++at) {
+    if (at->address() != neighbor.address()) at->secondaryDel(address);
+  }
+  neighbor.secondaryIs(address, true);
 }
 
 void HelloSm::keepFor(Neighbor& neighbor, U16 holdtime) {
@@ -106,8 +122,10 @@ struct Standing {
   IpGenAddr address;
 };
 
-/// The winner: by priority and then address, or by address alone where any router tells no priority.
+/// The winner, unset among none: by priority and then address, or by address alone where any router tells no
+/// priority.
 IpGenAddr winner(std::vector<Standing> const& routers) {
+  if (routers.empty()) return {};
   bool byPriority =
       std::all_of(routers.begin(), routers.end(), [](Standing const& r) { return r.hasPriority; });
   auto less = [byPriority](Standing const& a, Standing const& b) {
@@ -121,7 +139,8 @@ IpGenAddr winner(std::vector<Standing> const& routers) {
 
 void HelloSm::electDr() {
   IpGenAddr own = port_.primaryAddress(intf_->intfId());
-  std::vector<Standing> routers = {{true, options_.drPriority, own}};
+  std::vector<Standing> routers;
+  if (!own.isEmpty()) routers.push_back({true, options_.drPriority, own});
   for (auto at = intf_->neighborIterator(); at; ++at) {
     routers.push_back({at->hasDrPriority(), at->drPriority(), at->address()});
   }
@@ -131,6 +150,9 @@ void HelloSm::electDr() {
 }
 
 void HelloSm::handleAddressChange() {
+  IpGenAddr former = announced_;
+  if (former == port_.primaryAddress(intf_->intfId())) former = {};
+  send(former, 0);
   generationId_ = randomId();
   electDr();
   triggerHello();
@@ -145,16 +167,19 @@ void HelloSm::triggerHello() {
 
 void HelloSm::handleHelloTimer() {
   helloTimer_->timeMinIs(Zet::now() + options_.period);
-  bool sent = send(options_.holdtime);
+  bool sent = send(port_.primaryAddress(intf_->intfId()), options_.holdtime);
   if (!triggered_ || !sent) return;
   triggered_ = false;
   intf_->triggeredHelloCountInc(1);
 }
 
-bool HelloSm::send(U16 holdtime) {
-  IpGenAddr source = port_.primaryAddress(intf_->intfId());
+bool HelloSm::send(IpGenAddr const& source, U16 holdtime) {
   if (source.isEmpty()) return false;
-  wire::encodeHello({.holdtime = holdtime, .drPriority = options_.drPriority, .generationId = generationId_},
+  announced_ = holdtime == 0 ? IpGenAddr() : source;
+  wire::encodeHello({.holdtime = holdtime,
+                     .drPriority = options_.drPriority,
+                     .generationId = generationId_,
+                     .addressList = port_.secondaryAddresses(intf_->intfId())},
                     payload_);
   wire::Ipv4Header header{.source = source.v4Addr(), .destination = Lanet::IpAddr::fromHost(0xe000000d)};
   return wire::encodeIpv4(header, payload_, packet_) && port_.send(intf_->intfId(), packet_);

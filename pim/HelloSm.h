@@ -38,8 +38,8 @@ class PIMBSR_API HelloSm {
   void receive(wire::HelloMessage const& hello);
   /// Says farewell: a Hello with holdtime 0. Nothing follows it.
   void sayFarewell();
-  /// Tells that the interface's address changed: neighbours hear of it as of a new start, and the election is
-  /// held.
+  /// Tells that the interface's address changed: the old one says farewell, neighbours hear of the new one as
+  /// of a new start, and the election is held.
   void handleAddressChange();
 
   U32 generationId() const { return generationId_; }
@@ -52,11 +52,12 @@ class PIMBSR_API HelloSm {
   void handleHelloTimer();
   void handleNeighborExpiry(Lanet::IpGenAddr const& address);
   void update(Routing::Pim::Neighbor& neighbor, wire::HelloMessage const& hello);
+  void takeSecondary(Routing::Pim::Neighbor& neighbor, Lanet::IpGenAddr const& address);
   void keepFor(Routing::Pim::Neighbor& neighbor, U16 holdtime);
   void drop(Lanet::IpGenAddr const& address);
   void triggerHello();
   void electDr();
-  bool send(U16 holdtime);
+  bool send(Lanet::IpGenAddr const& source, U16 holdtime);
 
   Zet::Ptr<Routing::Pim::Intf> intf_;
   Zet::Ptr<Kiv::TimerWheel> wheel_;
@@ -64,6 +65,7 @@ class PIMBSR_API HelloSm {
   HelloOptions options_;
   U32 generationId_;
   bool triggered_ = false;
+  Lanet::IpGenAddr announced_;  ///< source of the last Hello; unset before the first and after a farewell
   Zet::Ptr<Timer> helloTimer_;
   std::map<Lanet::IpGenAddr, Zet::Ptr<Timer>> expiryTimers_;
   std::vector<U8> payload_;

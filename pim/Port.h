@@ -1,6 +1,7 @@
 #pragma once
 
 #include <span>
+#include <vector>
 
 #include "model/Lanet.h"
 
@@ -17,6 +18,8 @@ class PIMBSR_API Port {
   virtual bool send(Lanet::IntfId const& intfId, std::span<U8 const> packet) = 0;
   /// Primary IPv4 address of an interface; the unset address if it has none.
   virtual Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const = 0;
+  /// The other IPv4 addresses of an interface, which its Hellos list; none by default.
+  virtual std::vector<Lanet::IpGenAddr> secondaryAddresses(Lanet::IntfId const&) const { return {}; }
   /// Whether an address belongs to this router.
   virtual bool isOwnAddress(Lanet::IpGenAddr const& address) const = 0;
 };

@@ -88,6 +88,31 @@ TEST_F(HelloTest, KnownNeighborTriggersNothingButANewGenerationDoes) {
   EXPECT_EQ(eth0->triggeredHelloCount(), 2u);
 }
 
+TEST_F(HelloTest, TriggeredHelloPostponesNoneThatIsDueBefore) {
+  runTo(29);
+  context.chances = {RAND_MAX};
+  hello.receive(from("192.0.2.1"));
+  EXPECT_EQ(hello.nextHello(), start + 30);
+  runTo(30);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 1u);
+  EXPECT_EQ(hello.nextHello(), start + 60);
+}
+
+TEST_F(HelloTest, NeighborWithoutAGenerationTriggersOnceAndAgainAfterItExpired) {
+  HelloMessage plain{.srcAddr = addr("192.0.2.1")};
+  hello.receive(plain);
+  hello.receive(plain);
+  runTo(10);
+  hello.receive(plain);
+  runTo(100);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 1u);
+  runTo(115);
+  EXPECT_FALSE(eth0->neighbor(addr("192.0.2.1")));
+  hello.receive(plain);
+  runTo(120);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 2u);
+}
+
 TEST_F(HelloTest, HelloThatCannotBeSentRaisesNoCount) {
   port.fails = true;
   hello.receive(from("192.0.2.1"));
@@ -142,6 +167,9 @@ TEST_F(HelloTest, AddressListIsKeptAsItWasToldLast) {
   EXPECT_FALSE(neighbor->secondary(addr("192.0.2.2")));
   EXPECT_TRUE(neighbor->secondary(addr("192.0.2.3")));
   EXPECT_TRUE(neighbor->secondary(addr("192.0.2.4")));
+  told.addressList.clear();
+  hello.receive(told);
+  EXPECT_EQ(neighbor->secondaryCount(), 0u);
 }
 
 TEST_F(HelloTest, RouterAloneOnTheLinkIsDr) {
@@ -186,6 +214,21 @@ TEST_F(HelloTest, DrIsElectedAnewWhenItExpires) {
   EXPECT_TRUE(eth0->iAmDr());
 }
 
+TEST_F(HelloTest, EachHelloMayTurnTheElection) {
+  HelloMessage told = from("192.0.2.10");
+  hello.receive(told);
+  EXPECT_FALSE(eth0->iAmDr());
+  told.drPriority = 0;
+  hello.receive(told);
+  EXPECT_TRUE(eth0->iAmDr());
+  told.drPriority.reset();
+  hello.receive(told);
+  EXPECT_FALSE(eth0->iAmDr());
+  told.holdtime = 0;
+  hello.receive(told);
+  EXPECT_TRUE(eth0->iAmDr());
+}
+
 TEST_F(HelloTest, InterfaceWithoutAnAddressSendsNothingAndIsNoDr) {
   port.addresses.clear();
   hello.handleAddressChange();
@@ -212,6 +255,78 @@ TEST_F(HelloTest, FarewellIsTheLastHello) {
   size_t sent = port.sent.size();
   runTo(1000);
   EXPECT_EQ(port.sent.size(), sent);
+}
+
+TEST_F(HelloTest, NothingFollowsAFarewell) {
+  runTo(0);
+  hello.sayFarewell();
+  hello.receive(from("192.0.2.1"));
+  port.addresses["eth0"] = "192.0.2.19";
+  runTo(100);
+  ASSERT_EQ(hellos().size(), 2u);
+  EXPECT_EQ(hellos().back().holdtime, 0);
+}
+
+TEST_F(HelloTest, FormerAddressSaysFarewellBeforeTheNewOneIsTold) {
+  runTo(0);
+  port.addresses["eth0"] = "192.0.2.19";
+  hello.handleAddressChange();
+  runTo(10);
+  ASSERT_EQ(hellos().size(), 3u);
+  EXPECT_EQ(hellos()[1].srcAddr, addr("192.0.2.9"));
+  EXPECT_EQ(hellos()[1].holdtime, 0);
+  EXPECT_EQ(hellos()[2].srcAddr, addr("192.0.2.19"));
+  EXPECT_EQ(hellos()[2].holdtime, 105);
+  port.addresses.erase("eth0");
+  hello.handleAddressChange();
+  ASSERT_EQ(hellos().size(), 4u);
+  EXPECT_EQ(hellos()[3].srcAddr, addr("192.0.2.19"));
+}
+
+TEST_F(HelloTest, AddressThatWasNeverToldSaysNoFarewell) {
+  port.addresses["eth0"] = "192.0.2.19";
+  hello.handleAddressChange();
+  EXPECT_TRUE(hellos().empty());
+}
+
+TEST_F(HelloTest, FurtherAddressesOfTheInterfaceAreListed) {
+  port.secondaries = {addr("198.51.100.9"), addr("198.51.100.10")};
+  runTo(0);
+  EXPECT_EQ(hellos()[0].addressList, port.secondaries);
+}
+
+TEST_F(HelloTest, AddressBelongsToTheNeighborThatToldItLast) {
+  HelloMessage first = from("192.0.2.1");
+  HelloMessage second = from("192.0.2.2");
+  first.addressList = second.addressList = {addr("198.51.100.1")};
+  hello.receive(first);
+  hello.receive(second);
+  EXPECT_FALSE(eth0->neighbor(addr("192.0.2.1"))->secondary(addr("198.51.100.1")));
+  EXPECT_TRUE(eth0->neighbor(addr("192.0.2.2"))->secondary(addr("198.51.100.1")));
+}
+
+TEST_F(HelloTest, PrimaryAddressIsNoSecondary) {
+  HelloMessage told = from("192.0.2.1");
+  told.addressList = {addr("192.0.2.1"), addr("198.51.100.1")};
+  hello.receive(told);
+  EXPECT_EQ(eth0->neighbor(addr("192.0.2.1"))->secondaryCount(), 1u);
+}
+
+TEST_F(HelloTest, RouterWithoutAnAddressDoesNotStandForDr) {
+  port.addresses.erase("eth0");
+  hello.handleAddressChange();
+  EXPECT_TRUE(eth0->drAddress().isEmpty());
+  HelloMessage weak = from("192.0.2.1");
+  weak.drPriority = 0;
+  hello.receive(weak);
+  EXPECT_EQ(eth0->drAddress(), addr("192.0.2.1"));
+  EXPECT_FALSE(eth0->iAmDr());
+}
+
+TEST_F(HelloTest, SourceThatCanBeNoRoutersIsIgnored) {
+  for (char const* source : {"0.0.0.0", "224.0.0.13", "255.255.255.255", "240.0.0.1"})
+    hello.receive(from(source));
+  EXPECT_EQ(eth0->neighborCount(), 0u);
 }
 
 }  // namespace

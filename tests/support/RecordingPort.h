@@ -27,6 +27,9 @@ class RecordingPort : public pimbsr::pim::Port {
     auto at = addresses.find(std::string(intfId.stringValue().view()));
     return at == addresses.end() ? Lanet::IpGenAddr() : addr(at->second);
   }
+  std::vector<Lanet::IpGenAddr> secondaryAddresses(Lanet::IntfId const&) const override {
+    return secondaries;
+  }
   bool isOwnAddress(Lanet::IpGenAddr const& address) const override {
     for (auto const& [name, own] : addresses) {
       if (addr(own) == address) return true;
@@ -35,6 +38,7 @@ class RecordingPort : public pimbsr::pim::Port {
   }
 
   std::map<std::string, std::string> addresses = {{"eth0", "192.0.2.9"}, {"eth1", "198.51.100.9"}};
+  std::vector<Lanet::IpGenAddr> secondaries;
   std::vector<Packet> sent;
   bool fails = false;
 };
