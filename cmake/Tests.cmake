@@ -1,5 +1,6 @@
 # One GoogleTest executable, run as one test, for each folder tests/<room>; each Python test is one test.
 find_package(GTest REQUIRED)
+find_package(rapidcheck REQUIRED)
 
 set(test_definitions PIMBSR_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 if(TARGET pimbsr-command)
@@ -34,6 +35,8 @@ foreach(room ${test_rooms})
     target_link_libraries(test-${room} PRIVATE pimbsr-cli)
   elseif(room STREQUAL "sim" AND TARGET pimbsr-sim)
     target_link_libraries(test-${room} PRIVATE pimbsr-sim)
+  elseif(room STREQUAL "config")
+    target_link_libraries(test-${room} PRIVATE rapidcheck)
   endif()
   if(TARGET pimbsr-command)
     add_dependencies(test-${room} pimbsr-command)

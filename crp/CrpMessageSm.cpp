@@ -124,9 +124,9 @@ bool CrpMessageSm::isLocalHost(IpGenAddr const& address) const {
   ZET_ASSERT(af != Lanet::AddressFamily::ipv6, "0 && \"IPV6 not supported\"");
   if (af != Lanet::AddressFamily::ipv4) return false;
   IpGenPrefix best = ucastRouteStatus()->routeTrie()->longestMatch(IpGenPrefix(address));
-  Slosh::Fib::Route route = ucastRouteStatus()->routeTable()->lookup(best.v4Prefix());
-  if (route == Slosh::Fib::Route()) return false;
-  return route.type == Slosh::Fib::RouteType::local;
+  ::Slosh::Fib::Route route = ucastRouteStatus()->routeTable()->lookup(best.v4Prefix());
+  if (route == ::Slosh::Fib::Route()) return false;
+  return route.type == ::Slosh::Fib::RouteType::local;
 }
 
 }  // namespace Routing::Pim::Bsr

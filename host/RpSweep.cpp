@@ -29,7 +29,7 @@ void RpSweep::sweep() {
   for (auto set = notifier()->crpSetIterator(); set; ++set) {
     IpGenPrefix range = set->prefix();
     sweepSet(*set);
-    if (set->rpCount() == 0) notifier()->crpSetDel(range);
+    if (set->rpCount() == 0 && !heldByZone(range)) notifier()->crpSetDel(range);
   }
   bool rests = notifier()->crpSetCount() == 0;
   timer_->timeMinIs(rests ? Kiv::never : Zet::now() + period);
@@ -40,6 +40,13 @@ void RpSweep::sweepSet(RpCandidateSet& set) {
     IpGenAddr address = rp->address();
     if (rp->expires() <= Zet::now() && !heldByZone(set.prefix(), address)) set.rpDel(address);
   }
+}
+
+bool RpSweep::heldByZone(IpGenPrefix const& range) const {
+  for (auto zone = status_->crpStatusIterator(); zone; ++zone) {
+    if (zone->status()->crpSet(range)) return true;
+  }
+  return false;
 }
 
 bool RpSweep::heldByZone(IpGenPrefix const& range, IpGenAddr const& rp) const {

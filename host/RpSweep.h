@@ -26,6 +26,7 @@ class PIMBSR_API RpSweep : public Routing::Pim::RpCandidateStatus::Notifiee {
  private:
   void sweep();
   void sweepSet(Routing::Pim::RpCandidateSet& set);
+  bool heldByZone(Lanet::IpGenPrefix const& range) const;
   bool heldByZone(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const;
 
   Zet::Ptr<Routing::Pim::Bsr::Status const> status_;

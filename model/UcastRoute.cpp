@@ -3,7 +3,7 @@
 namespace Routing::Pim {
 
 using Lanet::IpGenPrefix;
-using Slosh::Fib::Route;
+using ::Slosh::Fib::Route;
 
 PimUcastRouteStatus::PimUcastRouteStatus()
     : trie_(Routing::trieGenFactory("UcastRouteTrie", Lanet::AddressFamily::ipv4)),

@@ -9,22 +9,22 @@ namespace Routing::Pim {
 /// route. A host writes it; the machines only read.
 class PIMBSR_API PimUcastRouteStatus : public Zet::PtrInterface {
  public:
-  using RouteTable = Slosh::SloshMap<Slosh::Fib::Route, Lanet::Prefix>;
+  using RouteTable = ::Slosh::SloshMap<::Slosh::Fib::Route, Lanet::Prefix>;
 
   PimUcastRouteStatus();
 
   Zet::Ptr<Routing::TrieGen const> routeTrie() const { return trie_; }
   Zet::Ptr<RouteTable const> routeTable() const { return table_; }
   /// The best route towards an address; the default route value if there is none.
-  Slosh::Fib::Route bestRoute(Lanet::IpGenAddr const& address) const;
+  ::Slosh::Fib::Route bestRoute(Lanet::IpGenAddr const& address) const;
 
   /// The host's side: adds or replaces a route, removes one, removes all.
-  void routeIs(Lanet::Prefix const& prefix, Slosh::Fib::Route const& route);
+  void routeIs(Lanet::Prefix const& prefix, ::Slosh::Fib::Route const& route);
   void routeDel(Lanet::Prefix const& prefix);
   void routeDelAll();
 
  private:
-  using Written = Slosh::SloshTable<Slosh::Fib::Route, Lanet::Prefix>;
+  using Written = ::Slosh::SloshTable<::Slosh::Fib::Route, Lanet::Prefix>;
 
   Zet::Ptr<Routing::TrieGen> trie_;
   Zet::Ptr<Written> written_;

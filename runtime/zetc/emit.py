@@ -105,7 +105,7 @@ ACCESSORS = {
 $t $name() const $override{ return ${name}_; }
 - $t ${name}_;""",
     "key": """
-$ref $name() const { return fwkKey(); }""",
+$ref $name() const $override{ return fwkKey(); }""",
     "value": VALUE,
     "counter": VALUE + """
 void ${name}Inc($t n) { ${name}Is(${name}_ + n); }""",
@@ -152,7 +152,7 @@ void ${name}DelAll() => ${name}_.clear();
 Zet::U32 $count() const { return static_cast<Zet::U32>(${name}_.size()); }
 - Zet::DynArray<$ptr> ${name}_;""",
     "method": """
-$t $name($parameters)$const;""",
+$static$t $name($parameters)$const;""",
 }
 
 
@@ -171,7 +171,8 @@ class Attributes:
         if a.reflected:
             self.body.handler(a.reflected, None, f"when {a.name} is written by name")
         self.body.add(
-            ACCESSORS[a.kind], name=a.name, Name=name, t=cpp(a.type), ref=by_ref(a.type), type=a.type.name,
+            ACCESSORS[a.kind], name=a.name, Name=name, t=cpp(a.type), type=a.type.name,
+            ref=(cpp if a.name == "name" else by_ref)(a.type), static="static " * a.static_method,
             ptr=f"Zet::Ptr<{a.type.name}{' const' if a.type.const else ''}>", key=cpp(key) if key else "",
             start=a.start + "()" if a.start and self.model.attribute(self.made, a.start) else a.start,
             bounds=f"{range_of(a)}, " if a.range else "", count=a.count or a.name + "Count",
@@ -416,10 +417,9 @@ class ClassEmitter:
         return self.with_factory(body.block(f"{made.name} : public {base}", made.doc))
 
     def parameters(self, default=""):
-        given = []
-        for c in self.constructor:
-            valid = f"Zet::ValidPtr<{c.type.name}{' const' if c.type.const else ''}> const&"
-            given.append(f"{valid if c.type.pointer and not c.type.raw else by_ref(c.type)} {c.name}")
+        """Of the constructor; a pointer that starts as nullptr may be null, any other may not."""
+        given = [f"{by_ref(c.type).replace('Ptr<', 'Ptr<' if c.start else 'ValidPtr<')} {c.name}"
+                 for c in self.constructor]
         activity = f"Zet::Ptr<Zet::ActivityConfig> const& zetFwkActivity{default}"
         return commas(given + [activity] * self.is_machine)
 
@@ -456,17 +456,17 @@ class ClassEmitter:
     def bind(self):
         """Binds the watches of attributes, lets the machine begin, and then its reactors take up what stands.
         zetUnbind ends them all."""
-        reactors, start, ends = self.made.reactors, ["ConstructionGuard guard(*this);"], []
+        reactors, start, synced, ends = self.made.reactors, ["ConstructionGuard guard(*this);"], {}, []
         for r in reactors:
-            one, name = f"zet{upper(r.name)}_", f"Zet{upper(r.name)}"
+            one = f"zet{upper(r.name)}_"
             if r.kind == "watch" and not r.type:
-                start += [f"{one} = Zet::make<{name}>(this);", f"{one}->zetStart({r.name}_);"]
+                start.append(f"Zet::setReactor({one}, this, {r.name}_);")
+                synced |= {on.syncs: f"if ({one}) " for on in r.ons}
             ends.append(f"{r.name}DelAll();" if r.kind == "reactors" else f"if ({one}) {one}->zetEnd();")
         self.body.define("void zetUnbind()", *ends)
         self.body.private.append(self.body.public.pop())
         start += [f"{self.made.construct}();"] if self.made.construct else []
-        synced = [on.syncs for r in reactors if r.kind == "watch" for on in r.ons]
-        return start + [f"{r.name}SyncAll();" for r in reactors if r.name in synced]
+        return start + [f"{synced[r.name]}{r.name}SyncAll();" for r in reactors if r.name in synced]
 
     def emit_ids(self):
         base = self.model.base(self.made)

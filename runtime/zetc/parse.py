@@ -26,7 +26,7 @@ class Attribute:
         self.type = self.key = None
         self.start = self.unit = self.runs = self.reflected = self.count = ""
         self.range = ()  # least, most, text in quotes
-        self.named = self.const_method = False
+        self.named = self.const_method = self.static_method = False
         self.parameters = []  # of a method: (name, Type)
 
 
@@ -219,7 +219,7 @@ class Parser:
 
     def method(self):
         self.take()
-        place = self.peek().place
+        is_static, place = self.accept("static"), self.peek().place
         made = Attribute("method", self.name("the name of a method"), place)
         self.symbol("(")
         while not self.accept(")"):
@@ -228,7 +228,7 @@ class Parser:
             made.parameters.append((name, self.type_()))
             if self.peek().text != ")":
                 self.symbol(",")
-        made.const_method = self.accept("const")
+        made.const_method, made.static_method = self.accept("const"), is_static
         made.type = self.type_() if self.accept(":") else Type("void", place)
         made.doc = self.sentence()
         return made

@@ -140,7 +140,7 @@ TEST_F(LeadingRouter, ChangedAddressIsGreetedWithANewGeneration) {
   router->handleAddressChange(intf("eth9"));
   EXPECT_NE(router->hello(intf("eth0"))->generationId(), before);
   run(5);
-  EXPECT_EQ(takeSent<HelloMessage>().size(), 1u);
+  EXPECT_EQ(takeSent<HelloMessage>().size(), 2u);
 }
 
 TEST_F(LeadingRouter, RemovedInterfaceSpeaksNoMore) {
@@ -198,6 +198,12 @@ TEST_F(LeadingRouter, AdvertisementOfAnotherRouterIsTakenOnlyIfItIsForThisOne) {
   EXPECT_EQ(router->status()->counters()->rxCrpAdv(), 0u);
   EXPECT_TRUE(receive(packetOf(Adv{.bsr = "192.0.2.9"})).accepted());
   EXPECT_EQ(router->status()->counters()->rxCrpAdv(), 1u);
+  EXPECT_TRUE(rp("224.0.0.0/4", "203.0.113.1"));
+}
+
+TEST_F(LeadingRouter, AdvertisementWithoutRangesStandsForAllGroups) {
+  lead();
+  EXPECT_TRUE(receive(packetOf(Adv{.groups = {}, .bsr = "192.0.2.9"})).accepted());
   EXPECT_TRUE(rp("224.0.0.0/4", "203.0.113.1"));
 }
 
@@ -311,6 +317,18 @@ TEST_F(LeadingRouter, RpThatAZoneStillHoldsIsLeftAlone) {
   set->rpDel(addr("203.0.113.1"));
   run(61);
   EXPECT_FALSE(rp("239.1.0.0/16", "203.0.113.1"));
+}
+
+TEST_F(LeadingRouter, EmptyRangeStaysForAsLongAsAZoneHoldsIt) {
+  Lanet::IpGenPrefix range = prefix("239.1.0.0/16");
+  auto zone = router->status()->crpStatusIs(prefix("224.0.0.0/4"))->statusIs("");
+  zone->crpSetIs(range);
+  router->rpCandidateStatus()->crpSetIs(range);
+  run(61);
+  EXPECT_TRUE(router->rpCandidateStatus()->crpSet(range));
+  zone->crpSetDel(range);
+  run(61);
+  EXPECT_FALSE(router->rpCandidateStatus()->crpSet(range));
 }
 
 TEST(RpSweepTest, RestsWhileThereIsNothingToSweep) {

@@ -1,5 +1,7 @@
 #include "host/RpMap.h"
 
+#include <set>
+
 #include "tests/support/Messages.h"
 #include "tests/support/TestContext.h"
 
@@ -67,6 +69,27 @@ TEST_F(RpMapTest, GroupsThatShareTheMaskShareTheRp) {
   }
   EXPECT_EQ(rpHash(addr("225.0.0.1").v4Addr(), 0, addr("10.0.0.1").v4Addr()),
             rpHash(addr("239.9.9.9").v4Addr(), 0, addr("10.0.0.1").v4Addr()));
+}
+
+// The hash is of 31 bits, and so the same for addresses that differ in their first bit alone.
+TEST_F(RpMapTest, HighestAddressDecidesBetweenEqualHashes) {
+  rp("224.0.0.0/4", "10.0.0.1");
+  rp("224.0.0.0/4", "138.0.0.1");
+  RpAnswer answer = lookup("225.0.0.1");
+  EXPECT_EQ(answer.rp, addr("138.0.0.1"));
+  EXPECT_EQ(answer.tieBreak, RpTieBreak::address);
+}
+
+TEST_F(RpMapTest, MaskLengthThatTheSetToldDecidesWhichGroupsShareAnRp) {
+  auto rpsOf64Groups = [this](char const* range, Zet::U32 mask) {
+    std::set<Lanet::IpGenAddr> rps;
+    for (char const* address : {"10.0.0.1", "10.0.0.2"}) rp(range, address, 10, 100, mask);
+    std::string const base(range, 4);
+    for (int i = 0; i < 64; ++i) rps.insert(lookup((base + "0.0." + std::to_string(i)).c_str()).rp);
+    return rps.size();
+  };
+  EXPECT_EQ(rpsOf64Groups("225.0.0.0/8", 32), 2u);
+  EXPECT_EQ(rpsOf64Groups("226.0.0.0/8", 26), 1u);
 }
 
 // By hand: (1103515245 * ((1103515245 * (group & mask) + 12345) xor rp) + 12345) mod 2^31.

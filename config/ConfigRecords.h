@@ -1,0 +1,3 @@
+#pragma once
+
+#include "config/ConfigRecords.zet.h"
