@@ -4,6 +4,7 @@
 #include "host/RpSweep.h"
 #include "pim/IoManager.h"
 #include "pim/RpfTable.h"
+#include "runtime/Assert.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::host {
@@ -20,16 +21,19 @@ using Zet::Ptr;
 
 static IpGenPrefix everySender() { return IpGenPrefix(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0)), 0); }
 
-/// The order is that of the engine's contract: Status with family, counters and timeouts, then the gates,
-/// then the root machine, which reads all of it.
+/// The order is that of the engine's contract: Status with its family and counters, then the configuration,
+/// then the gates, then the root machine, which reads all of it.
 Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& options)
     : context_(context),
       port_(port),
-      status_(Bsr::statusFactory("bsr")),
+      status_(options.status ? options.status : Bsr::statusFactory("bsr")),
       pimStatus_(Routing::Pim::statusFactory("pim")),
       bsmStatus_(Bsr::pimBsmStatusFactory()),
       crpMsgStatus_(Bsr::pimCrpMsgStatusFactory()),
-      rpCandidateStatus_(Routing::Pim::rpCandidateStatusFactory("bsr")),
+      rpCandidateStatus_(options.rpCandidateStatus ? options.rpCandidateStatus
+                                                   : Routing::Pim::rpCandidateStatusFactory("bsr")),
+      messageCounters_(Routing::Pim::Slosh::messageCountersFactory("pim")),
+      sourceIntfSm_(Ip::SourceIntf::sourceIntfSmFactory()),
       routes_(Zet::make<Routing::Pim::PimUcastRouteStatus>()),
       rpf_(options.rpf),
       wheel_(Zet::make<Kiv::TimerWheel>()),
@@ -40,16 +44,28 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   Zet::Context::Scope scope(context_);
   if (!rpf_) rpf_ = Zet::make<pim::RpfTable>(routes_, pimStatus_, port_);
   status_->afIs(Lanet::AddressFamily::ipv4);
-  status_->countersIs("bsr");
-  status_->bsTimeoutIs(options.holdTime);
-  status_->szTimeoutIs(options.zoneTimeout);
-  status_->crpPermitIs(everySender(), true);
+  if (!status_->counters()) status_->countersIs("bsr");
+  configure(options);
   gate_ = Bsr::bootstrapMessageSmFactory(io_->manager(), status_, bsmStatus_, bsmInfo_, rpf_);
   crpGate_ = Bsr::crpMessageSmFactory(io_->manager(), status_, crpMsgStatus_, crpMsgInfo_, routes_);
   root_ = Bsr::pimBsrSmFactory(status_, pimStatus_, bsmStatus_, crpMsgStatus_, rpCandidateStatus_, wheel_,
                                interfaces_);
   admission_ = std::make_unique<Admission>(*root_, port_);
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
+}
+
+/// Claims of a former run are no part of what is kept: a range may have moved to another interface meanwhile.
+void Router::configure(RouterOptions const& options) {
+  if (options.config) {
+    status_->zoneGroupDelAll();
+    status_->zoneAclDelAll();
+    configSm_ = Bsr::configSmFactory(options.config, options.clearConfig, status_, messageCounters_,
+                                     sourceIntfSm_, options.accessLists);
+  } else {
+    status_->bsTimeoutIs(options.holdTime);
+    status_->szTimeoutIs(options.zoneTimeout);
+    status_->crpPermitIs(everySender(), true);
+  }
 }
 
 /// The gates outlive the root machine, but have nowhere to send what it would say: its own end says nothing.
@@ -61,6 +77,7 @@ Router::~Router() {
   root_ = nullptr;
   crpGate_ = nullptr;
   gate_ = nullptr;
+  configSm_ = nullptr;
 }
 
 void Router::sayFarewell() {
@@ -76,6 +93,7 @@ void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
   Zet::Context::Scope scope(context_);
   interfaces_->intfStatusIs(intfId)->mtuIs(mtu);
   pimStatus_->pimIntfIs(intfId);
+  writeSourceAddress(intfId, port_.primaryAddress(intfId));
 }
 
 void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const& options) {
@@ -89,11 +107,18 @@ void Router::interfaceDel(IntfId const& intfId) {
   hellos_.erase(intfId);
   pimStatus_->pimIntfDel(intfId);
   interfaces_->intfStatusDel(intfId);
+  writeSourceAddress(intfId, {});
 }
 
 void Router::handleAddressChange(IntfId const& intfId) {
   Zet::Context::Scope scope(context_);
   if (pim::HelloSm* machine = hello(intfId)) machine->handleAddressChange();
+  writeSourceAddress(intfId, port_.primaryAddress(intfId));
+}
+
+/// 0.0.0.0 for an interface without an address.
+void Router::writeSourceAddress(IntfId const& intfId, IpGenAddr const& address) {
+  sourceIntfSm_->sourceIntfIs(intfId)->ipAddrIs(address.isEmpty() ? Lanet::IpAddr() : address.v4Addr());
 }
 
 pim::HelloSm* Router::hello(IntfId const& intfId) {
@@ -120,6 +145,7 @@ void Router::advance() {
 
 /// The address comes first: the machine that is made with the entry waits for it.
 void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candidacy) {
+  ZET_ASSERT(!configSm_, "!configSm_");
   Zet::Context::Scope scope(context_);
   Ptr<Bsr::BsrCandidate> entry = status_->cbsrIs(zone);
   entry->addressIs(candidacy.address);
@@ -130,11 +156,13 @@ void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candida
 }
 
 void Router::candidateBsrDel(IpGenPrefix const& zone) {
+  ZET_ASSERT(!configSm_, "!configSm_");
   Zet::Context::Scope scope(context_);
   status_->cbsrDel(zone);
 }
 
 void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidacy) {
+  ZET_ASSERT(!configSm_, "!configSm_");
   Zet::Context::Scope scope(context_);
   Ptr<Bsr::RpCandidate> entry = status_->crpIs(candidacy.address);
   entry->intfIdIs(candidacy.intfId);
@@ -144,6 +172,7 @@ void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidac
 }
 
 void Router::candidateRpDel(IpGenPrefix const& range, IpGenAddr const& address) {
+  ZET_ASSERT(!configSm_, "!configSm_");
   Zet::Context::Scope scope(context_);
   Ptr<Bsr::RpCandidate> entry = status_->crp(address);
   if (!entry) return;
@@ -153,6 +182,7 @@ void Router::candidateRpDel(IpGenPrefix const& range, IpGenAddr const& address) 
 }
 
 void Router::borderIs(IpGenPrefix const& zone, IntfId const& intfId, bool border) {
+  ZET_ASSERT(!configSm_, "!configSm_");
   Zet::Context::Scope scope(context_);
   if (border) {
     status_->bsBorderIs(zone)->intfIdIs(intfId, true);
@@ -163,6 +193,7 @@ void Router::borderIs(IpGenPrefix const& zone, IntfId const& intfId, bool border
 }
 
 void Router::permitIs(IpGenPrefix const& senders) {
+  ZET_ASSERT(!configSm_, "!configSm_");
   Zet::Context::Scope scope(context_);
   permitted_.insert(senders);
   status_->crpPermitIs(senders, true);
@@ -170,6 +201,7 @@ void Router::permitIs(IpGenPrefix const& senders) {
 }
 
 void Router::permitDel(IpGenPrefix const& senders) {
+  ZET_ASSERT(!configSm_, "!configSm_");
   Zet::Context::Scope scope(context_);
   permitted_.erase(senders);
   if (permitted_.empty()) status_->crpPermitIs(everySender(), true);

@@ -5,15 +5,19 @@
 #include <set>
 #include <span>
 
+#include "config/ConfigSm.h"
 #include "crp/CrpMessageSm.h"
 #include "crp/RpCandidateSm.h"
 #include "host/Candidacy.h"
 #include "host/Reception.h"
+#include "model/Acl.h"
+#include "model/Config.h"
 #include "model/IO.h"
 #include "model/Interface.h"
 #include "model/MsgStatus.h"
 #include "model/Pim.h"
 #include "model/Rpf.h"
+#include "model/SourceIntf.h"
 #include "model/Status.h"
 #include "model/UcastRoute.h"
 #include "pim/HelloSm.h"
@@ -34,12 +38,20 @@ namespace pimbsr::host {
 class Admission;
 class RpSweep;
 
-/// What a router without configuration machines is given by its host.
+/// What a router is given by its host.
 struct RouterOptions {
   U32 holdTime = 130;      ///< seconds without a message after which the BSR of a zone is given up
   U32 zoneTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
+  /// The configuration to follow, all three or none. With it the two numbers above don't count, and the calls
+  /// for candidacies, borders and permits are not to be made. ConfigTree makes and writes these.
+  Zet::Ptr<Routing::Pim::Bsr::Config> config = nullptr;
+  Zet::Ptr<Routing::Pim::Bsr::ClearConfig> clearConfig = nullptr;
+  Zet::Ptr<Acl::AclTypeConfig> accessLists = nullptr;
+  /// What a former router knew, to start from; null to start with nothing. Both or none.
+  Zet::Ptr<Routing::Pim::Bsr::Status> status = nullptr;
+  Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus = nullptr;
   /// Answers for the neighbours towards BSRs; where it is null, the router's own routes and Hellos do.
-  Zet::Ptr<Routing::Pim::PimRpfTable> rpf;
+  Zet::Ptr<Routing::Pim::PimRpfTable> rpf = nullptr;
 };
 
 /// One Bootstrap Router behind a port: the status tree, the machines in the order in which they must be made,
@@ -64,7 +76,8 @@ class PIMBSR_API Router {
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& hello);
   /// Takes an interface away with its neighbours; no Hello is sent. An unknown one is left alone.
   void interfaceDel(Lanet::IntfId const& intfId);
-  /// Tells that the port answers with another primary address of an interface.
+  /// Tells that the port answers with another primary address of an interface. For an interface that speaks
+  /// no PIM but lends its address to a candidate, such as a loopback, this is all that a host says.
   void handleAddressChange(Lanet::IntfId const& intfId);
 
   /// Adds or replaces a unicast route, or removes it. An address of this router needs a route of type local,
@@ -78,8 +91,8 @@ class PIMBSR_API Router {
   void candidateBsrDel(Lanet::IpGenPrefix const& zone);
   /// Makes this router a candidate RP for a group range, or changes the range's priority.
   void candidateRpIs(Lanet::IpGenPrefix const& range, RpCandidacy const& candidacy);
-  /// Withdraws a group range of a candidate RP. The last one of a priority is withdrawn with an advertisement
-  /// of holdtime 0.
+  /// Takes a group range from a candidate RP. The last one of a priority is withdrawn with an advertisement
+  /// of holdtime 0; while others of its priority stay, it goes on being advertised until its zone changes.
   void candidateRpDel(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& address);
   /// Makes an interface a border of a scope zone, or makes it one no more (RFC 5059 section 3.1.3).
   void borderIs(Lanet::IpGenPrefix const& zone, Lanet::IntfId const& intfId, bool border);
@@ -110,11 +123,17 @@ class PIMBSR_API Router {
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root() const { return root_; }
   Zet::Ptr<Routing::Pim::Bsr::BootstrapMessageSm> gate() const { return gate_; }
   Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate() const { return crpGate_; }
+  /// The configuration machine; null for a router without configuration.
+  Zet::Ptr<Routing::Pim::Bsr::ConfigSm> configSm() const { return configSm_; }
+  /// PIM's counters by type of message, which ClearConfig clears.
+  Zet::Ptr<Routing::Pim::Slosh::MessageCounters> messageCounters() const { return messageCounters_; }
   Zet::Ptr<Kiv::TimerWheel> timerWheel() const { return wheel_; }
   /// The Hello machine of an interface; null for one that speaks no Hello.
   pim::HelloSm* hello(Lanet::IntfId const& intfId);
 
  private:
+  void configure(RouterOptions const& options);
+  void writeSourceAddress(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address);
   void handle(Lanet::IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
               Reception& reception);
   static void malformed(wire::DropReason reason, Reception& reception);
@@ -130,6 +149,8 @@ class PIMBSR_API Router {
   Zet::Ptr<Routing::Pim::Bsr::PimBsmStatus> bsmStatus_;
   Zet::Ptr<Routing::Pim::Bsr::PimCrpMsgStatus> crpMsgStatus_;
   Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus_;
+  Zet::Ptr<Routing::Pim::Slosh::MessageCounters> messageCounters_;
+  Zet::Ptr<Ip::SourceIntf::SourceIntfSm> sourceIntfSm_;
   Zet::Ptr<Routing::Pim::PimUcastRouteStatus> routes_;
   Zet::Ptr<Routing::Pim::PimRpfTable> rpf_;
   Zet::Ptr<Kiv::TimerWheel> wheel_;
@@ -137,6 +158,7 @@ class PIMBSR_API Router {
   Zet::Ptr<pim::IoManager> io_;
   Zet::Ptr<Routing::Pim::IO::MessageInfo> bsmInfo_;
   Zet::Ptr<Routing::Pim::IO::MessageInfo> crpMsgInfo_;
+  Zet::Ptr<Routing::Pim::Bsr::ConfigSm> configSm_;
   Zet::Ptr<Routing::Pim::Bsr::BootstrapMessageSm> gate_;
   Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate_;
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <vector>
+
+#include "host/Configuration.h"
+#include "model/Acl.h"
+#include "model/Config.h"
+#include "runtime/Context.h"
+
+namespace pimbsr::host {
+
+/// The configuration entities that a router's configuration machine reads, and what was last applied to them.
+class PIMBSR_API ConfigTree {
+ public:
+  ConfigTree();
+
+  Zet::Ptr<Routing::Pim::Bsr::Config> config() const { return config_; }
+  Zet::Ptr<Routing::Pim::Bsr::ClearConfig> clearConfig() const { return clearConfig_; }
+  Zet::Ptr<Acl::AclTypeConfig> accessLists() const { return accessLists_; }
+  /// What stands; at first all defaults.
+  Configuration const& applied() const { return applied_; }
+
+  /// Checks a configuration, and if it has no fault, writes what differs from what stands: what is gone
+  /// first, so that a range that moves to another interface is released before it is claimed, then what
+  /// changed, then what is new. With a fault nothing is written. Returns the faults. Machines that read these
+  /// entities run within the call, in the context given.
+  std::vector<ConfigFault> apply(Zet::Context& context, Configuration const& wanted);
+
+ private:
+  void release(Configuration const& wanted);
+  void writeTimers(Configuration const& wanted);
+  void writeLists(Configuration const& wanted);
+  void writeBsrs(Configuration const& wanted);
+  void writeRps(Configuration const& wanted);
+  void writeBorders(Configuration const& wanted);
+  void dropLists(Configuration const& wanted);
+  void writeList(std::string const& name, AccessList const& list);
+
+  Zet::Ptr<Routing::Pim::Bsr::Config> config_;
+  Zet::Ptr<Routing::Pim::Bsr::ClearConfig> clearConfig_;
+  Zet::Ptr<Acl::AclTypeConfig> accessLists_;
+  Configuration applied_;
+  Zet::U64 lastRuleId_ = 0;
+};
+
+}  // namespace pimbsr::host

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "model/AclValues.h"
+#include "model/Lanet.h"
+#include "runtime/Export.h"
+
+namespace pimbsr::host {
+
+/// An access list as an operator writes it: rules by sequence number, the lowest acts first.
+using AccessList = std::map<U32, Acl::IpRuleConfig>;
+
+/// What a candidate BSR announces in one zone. The numbers are as they were read, in range or not.
+struct BsrTerms {
+  Zet::U64 priority = 64;     ///< 0 to 255, higher wins
+  Zet::U64 hashMaskLen = 30;  ///< 0 to 32
+  Zet::U64 interval = 60;     ///< seconds between two messages of an elected BSR, 10 to 13652
+
+  bool operator==(BsrTerms const&) const = default;
+};
+
+/// What is configured for group ranges: by the range itself, or by an access list that permits ranges.
+template <class Terms>
+struct ByRange {
+  std::map<Lanet::IpGenPrefix, Terms> groups;
+  std::map<std::string, Terms> lists;  ///< by the list's name
+
+  bool operator==(ByRange const&) const = default;
+};
+
+/// The candidate RP with one interface's address.
+struct RpTerms {
+  /// Priority by range, 0 to 255, lower wins; a range without one is not advertised.
+  ByRange<std::optional<Zet::U64>> ranges;
+  Zet::U64 interval = 60;  ///< seconds between two advertisements, 1 to 13652
+
+  bool operator==(RpTerms const&) const = default;
+};
+
+/// Nothing is said of a range but that it is there.
+struct Present {
+  bool operator==(Present const&) const = default;
+};
+
+/// All that an operator configures of one router, as data. Interfaces are known by their names.
+struct Configuration {
+  Zet::U64 holdTime = 130;      ///< seconds after which a silent BSR is given up, 12 to 1073741823
+  Zet::U64 zoneTimeout = 1300;  ///< seconds after which a zone without BSR is forgotten, 120 to 4294967295
+  std::map<std::string, ByRange<BsrTerms>> candidateBsrs;  ///< by interface
+  std::map<std::string, RpTerms> candidateRps;             ///< by interface
+  std::map<std::string, ByRange<Present>> borders;         ///< by interface
+  /// Names of the lists that permit senders of advertisements; with none all are permitted.
+  std::set<std::string> senderLists;
+  std::map<std::string, AccessList> accessLists;  ///< by name
+
+  bool operator==(Configuration const&) const = default;
+};
+
+/// One thing in a configuration that can't stand.
+struct ConfigFault {
+  std::string place;  ///< such as "candidate-bsr eth0, group 239.1.0.0/16, priority"
+  std::string text;   ///< what was read, and what would be valid
+
+  bool operator==(ConfigFault const&) const = default;
+};
+
+/// Finds all that would be refused by a setter, end the process or be of no use: values out of their range,
+/// a range or list claimed by the candidate BSRs of two interfaces, lists that don't exist, ranges that are
+/// not of IPv4 multicast groups, and intervals above 13652, which make holdtimes that every receiver refuses.
+/// Empty if the configuration may be applied. In the order of the configuration.
+PIMBSR_API std::vector<ConfigFault> check(Configuration const& configuration);
+
+}  // namespace pimbsr::host

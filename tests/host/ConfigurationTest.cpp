@@ -1,0 +1,137 @@
+#include "host/Configuration.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/support/Messages.h"
+
+namespace test {
+namespace {
+
+using pimbsr::host::AccessList;
+using pimbsr::host::check;
+using pimbsr::host::ConfigFault;
+using pimbsr::host::Configuration;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A configuration that names one of everything, without a fault.
+Configuration sound() {
+  Configuration c;
+  c.accessLists["groups"] = AccessList();
+  c.accessLists["senders"] = AccessList();
+  c.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {};
+  c.candidateBsrs["eth0"].lists["groups"] = {};
+  c.candidateRps["eth1"].ranges.groups[prefix("239.1.0.0/16")] = 10;
+  c.candidateRps["eth1"].ranges.lists["groups"] = std::nullopt;
+  c.borders["eth2"].groups[prefix("239.1.0.0/16")] = {};
+  c.borders["eth2"].lists["groups"] = {};
+  c.senderLists.insert("senders");
+  return c;
+}
+
+struct Fault {
+  char const* name;
+  void (*change)(Configuration& c);
+  char const* place;
+  char const* text;
+};
+
+class ConfigurationFault : public testing::TestWithParam<Fault> {};
+
+TEST_P(ConfigurationFault, IsNamedWithItsPlace) {
+  Configuration c = sound();
+  GetParam().change(c);
+  EXPECT_THAT(check(c), ElementsAre(ConfigFault{GetParam().place, GetParam().text}));
+}
+
+pimbsr::host::BsrTerms& bsr(Configuration& c) {
+  return c.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")];
+}
+std::optional<Zet::U64>& rp(Configuration& c) {
+  return c.candidateRps["eth1"].ranges.groups[prefix("239.1.0.0/16")];
+}
+
+#define BSR_PLACE "candidate-bsr eth0, group 224.0.0.0/4"
+#define RP_PLACE "candidate-rp eth1, group 239.1.0.0/16"
+
+Fault const faults[] = {
+    {"HoldTimeTooShort", [](auto& c) { c.holdTime = 11; }, "hold-time",
+     "11: Config::holdTime < 12 or > 1073741823 not allowed"},
+    {"HoldTimeTooLong", [](auto& c) { c.holdTime = 1073741824; }, "hold-time",
+     "1073741824: Config::holdTime < 12 or > 1073741823 not allowed"},
+    {"ZoneTimeoutTooShort", [](auto& c) { c.zoneTimeout = 119; }, "zone-timeout",
+     "119: Config::szTimeout < 120 or > 0xFFFFFFFF not allowed"},
+    {"ZoneTimeoutOfMoreThan32Bits", [](auto& c) { c.zoneTimeout = 4294967296; }, "zone-timeout",
+     "4294967296: at most 4294967295 is valid"},
+    {"BsrPriorityUnknown", [](auto& c) { bsr(c).priority = 256; }, BSR_PLACE ", priority",
+     "256: that stands for no priority, and nothing is announced; at most 255 is valid"},
+    {"BsrPriorityTooHigh", [](auto& c) { bsr(c).priority = 257; }, BSR_PLACE ", priority",
+     "257: BsrCandidateGroup::priority < 0 or > 256 not allowed"},
+    {"HashMaskLongerThanAnAddress", [](auto& c) { bsr(c).hashMaskLen = 33; }, BSR_PLACE ", hash-mask-length",
+     "33: IPv4 has no more bits; at most 32 is valid"},
+    {"HashMaskTooLong", [](auto& c) { bsr(c).hashMaskLen = 129; }, BSR_PLACE ", hash-mask-length",
+     "129: BsrCandidateGroup::hashMaskLen < 0 or > 128 not allowed"},
+    {"BsmIntervalTooShort", [](auto& c) { bsr(c).interval = 9; }, BSR_PLACE ", interval",
+     "9: BsrCandidateGroup::interval < BsrCandidateGroup::minInterval or > 536870906 not allowed"},
+    {"BsmIntervalOfARefusedHoldtime", [](auto& c) { bsr(c).interval = 13653; }, BSR_PLACE ", interval",
+     "13653: three times that is a holdtime that receivers refuse; at most 13652 is valid"},
+    {"RpPriorityUnknown", [](auto& c) { rp(c) = 256; }, RP_PLACE ", priority",
+     "256: that stands for no priority, and nothing is announced; at most 255 is valid"},
+    {"RpPriorityTooHigh", [](auto& c) { rp(c) = 257; }, RP_PLACE ", priority",
+     "257: RpPriority::value < 0 or > 256 not allowed"},
+    {"AdvertisementIntervalZero", [](auto& c) { c.candidateRps["eth1"].interval = 0; },
+     "candidate-rp eth1, interval", "0: CrpAdvInterval::value < 1 or > 16383 not allowed"},
+    {"AdvertisementIntervalOfARefusedHoldtime", [](auto& c) { c.candidateRps["eth1"].interval = 13653; },
+     "candidate-rp eth1, interval",
+     "13653: three times that is a holdtime that receivers refuse; at most 13652 is valid"},
+    {"UnknownListOfABsr", [](auto& c) { c.candidateBsrs["eth0"].lists["none"] = {}; },
+     "candidate-bsr eth0, access list none", "there is no access list 'none'"},
+    {"UnknownListOfAnRp", [](auto& c) { c.candidateRps["eth1"].ranges.lists["none"] = 1; },
+     "candidate-rp eth1, access list none", "there is no access list 'none'"},
+    {"UnknownListOfABorder", [](auto& c) { c.borders["eth2"].lists["none"] = {}; },
+     "border eth2, access list none", "there is no access list 'none'"},
+    {"UnknownListOfSenders", [](auto& c) { c.senderLists.insert("none"); }, "senders",
+     "there is no access list 'none'"},
+    {"RangeOfIp6", [](auto& c) { c.borders["eth2"].groups[prefix("ff00::/8")] = {}; },
+     "border eth2, group ff00::/8", "not of IPv4, which alone is served"},
+    {"RangeOfUnicastAddresses", [](auto& c) { c.borders["eth2"].groups[prefix("10.0.0.0/8")] = {}; },
+     "border eth2, group 10.0.0.0/8", "no range of multicast groups; a part of 224.0.0.0/4 is valid"},
+    {"RangeOnTwoInterfaces", [](auto& c) { c.candidateBsrs["eth1"].groups[prefix("224.0.0.0/4")] = {}; },
+     "candidate-bsr eth1, group 224.0.0.0/4", "claimed by eth0 already; one interface may claim it"},
+    {"ListOnTwoInterfaces", [](auto& c) { c.candidateBsrs["eth1"].lists["groups"] = {}; },
+     "candidate-bsr eth1, access list groups", "claimed by eth0 already; one interface may claim it"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, ConfigurationFault, testing::ValuesIn(faults),
+                         [](auto const& one) { return std::string(one.param.name); });
+
+TEST(ConfigurationTest, OneOfEverythingHasNoFault) { EXPECT_THAT(check(sound()), IsEmpty()); }
+
+TEST(ConfigurationTest, EmptyOneHasNoFault) { EXPECT_THAT(check(Configuration()), IsEmpty()); }
+
+TEST(ConfigurationTest, EndsOfTheRangesAreValid) {
+  Configuration c = sound();
+  c.holdTime = 1073741823;
+  c.zoneTimeout = 4294967295;
+  bsr(c) = {.priority = 255, .hashMaskLen = 32, .interval = 13652};
+  rp(c) = 255;
+  c.candidateRps["eth1"].interval = 13652;
+  EXPECT_THAT(check(c), IsEmpty());
+  c.holdTime = 12;
+  c.zoneTimeout = 120;
+  bsr(c) = {.priority = 0, .hashMaskLen = 0, .interval = 10};
+  rp(c) = 0;
+  c.candidateRps["eth1"].interval = 1;
+  EXPECT_THAT(check(c), IsEmpty());
+}
+
+TEST(ConfigurationTest, AllFaultsAreTold) {
+  Configuration c = sound();
+  c.holdTime = 1;
+  bsr(c) = {.priority = 999, .hashMaskLen = 999, .interval = 1};
+  c.senderLists.insert("none");
+  EXPECT_EQ(check(c).size(), 5u);
+}
+
+}  // namespace
+}  // namespace test
