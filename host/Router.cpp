@@ -107,7 +107,7 @@ void Router::interfaceDel(IntfId const& intfId) {
   hellos_.erase(intfId);
   pimStatus_->pimIntfDel(intfId);
   interfaces_->intfStatusDel(intfId);
-  writeSourceAddress(intfId, {});
+  writeSourceAddress(intfId, port_.primaryAddress(intfId));
 }
 
 void Router::handleAddressChange(IntfId const& intfId) {

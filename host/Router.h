@@ -74,7 +74,8 @@ class PIMBSR_API Router {
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu);
   /// Adds an interface that speaks Hello too, or changes its MTU; the options count when it is added.
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& hello);
-  /// Takes an interface away with its neighbours; no Hello is sent. An unknown one is left alone.
+  /// Takes an interface away with its neighbours; no Hello is sent. What address it has still is the port's
+  /// to say. An unknown one is left alone.
   void interfaceDel(Lanet::IntfId const& intfId);
   /// Tells that the port answers with another primary address of an interface. For an interface that speaks
   /// no PIM but lends its address to a candidate, such as a loopback, this is all that a host says.

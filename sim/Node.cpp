@@ -15,6 +15,9 @@ using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Slosh::Fib::RouteType;
 
+/// The interface that a loopback address is on.
+static IntfId loopbackId() { return IntfId("loopback"); }
+
 PacketKind kindOf(Bytes packet) {
   std::size_t header = packet.empty() ? 0 : std::size_t{4} * (packet[0] & 0x0f);
   if (packet.size() <= header) return PacketKind::other;
@@ -60,7 +63,10 @@ class Node::IntfWatcher final : public Routing::Pim::Intf::NotifieeConst {
 };
 
 Node::Node(Network& network, U32 id, NodeOptions const& options)
-    : network_(network), id_(id), options_(options), context_(*this, network.seed()) {}
+    : network_(network), id_(id), options_(options), context_(*this, network.seed()) {
+  config_.holdTime = options.holdTime;
+  config_.zoneTimeout = options.zoneTimeout;
+}
 
 Node::~Node() { end(); }
 
@@ -153,25 +159,25 @@ void Node::advance() {
 
 void Node::start() {
   if (router_) return;
-  host::RouterOptions options{.holdTime = options_.holdTime, .zoneTimeout = options_.zoneTimeout};
+  tree_ = std::make_unique<host::ConfigTree>();
+  host::RouterOptions options{
+      .config = tree_->config(), .clearConfig = tree_->clearConfig(), .accessLists = tree_->accessLists()};
   context_.nowIs(localTime(network_.now()));
   router_ = std::make_unique<host::Router>(context_, *this, options);
   observe();
-  call([&] { configure(); });
+  call([&] { build(); });
   network_.topologyChanged();
 }
 
-void Node::configure() {
+void Node::build() {
   writeLocalRoute(options_.loopback);
+  router_->handleAddressChange(loopbackId());
   for (U32 intf = 0; intf < interfaces_.size(); ++intf) {
     writeLocalRoute(interfaces_[intf].address);
     if (network_.link(interfaces_[intf].link).up) bringUp(intf);
   }
   writeStaticRoutes();
-  for (IpGenPrefix const& senders : config_.permits) router_->permitIs(senders);
-  for (auto const& [zone, intf] : config_.borders) router_->borderIs(zone, interfaces_[intf].intfId, true);
-  for (auto const& [zone, candidacy] : config_.candidateBsrs) router_->candidateBsrIs(zone, candidacy);
-  for (auto const& [key, candidacy] : config_.candidateRps) router_->candidateRpIs(key.first, candidacy);
+  tree_->apply(context_, configurationOf(config_));
 }
 
 void Node::stop() {
@@ -196,6 +202,7 @@ void Node::end() {
   }
   observer_ = nullptr;
   router_ = nullptr;
+  tree_ = nullptr;
   states_.clear();
   network_.routes_.forget(id_);
   network_.wakeupIs(*this, Kiv::never);
@@ -301,45 +308,146 @@ void Node::routeDel(Lanet::Prefix const& prefix) {
 
 // Configuration ---------------------------------------------------------------------------------------
 
+static std::string textOf(std::vector<host::ConfigFault> const& faults) {
+  std::string text;
+  for (host::ConfigFault const& fault : faults) {
+    text += (text.empty() ? "" : "; ") + fault.place + ": " + fault.text;
+  }
+  return text;
+}
+
+ConfigRefused::ConfigRefused(std::vector<host::ConfigFault> const& faults)
+    : std::runtime_error(textOf(faults)) {}
+
+static std::string textOf(IntfId const& intfId) { return std::string(intfId.stringValue().view()); }
+
+/// The list that stands for the prefixes of permitted senders; no scenario can name one so.
+static constexpr char const* permitList = "permitted senders";
+
+static host::AccessList listOf(std::set<IpGenPrefix> const& permitted) {
+  host::AccessList list;
+  for (IpGenPrefix const& senders : permitted) {
+    list[static_cast<U32>(list.size())] = permitting(senders.v4Prefix());
+  }
+  return list;
+}
+
+Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix) {
+  Acl::IpFilter filter;
+  filter.source = prefix.address();
+  U32 ones = prefix.length() == 0 ? 0 : ~U32{0} << (32 - prefix.length());
+  filter.sourceMask = Lanet::IpAddr::fromHost(ones);
+  return {Acl::Action::permit, filter};
+}
+
+host::Configuration Node::configurationOf(NodeConfig const& config) const {
+  host::Configuration wanted{.holdTime = config.holdTime, .zoneTimeout = config.zoneTimeout};
+  wanted.accessLists = config.accessLists;
+  wanted.senderLists = config.senderLists;
+  for (auto const& [zone, c] : config.candidateBsrs)
+    wanted.candidateBsrs[textOf(c.intfId)].groups[zone] = {c.priority, c.hashMaskLen, c.interval};
+  for (auto const& [use, terms] : config.bsrLists) wanted.candidateBsrs[use.first].lists[use.second] = terms;
+  for (auto const& [key, c] : config.candidateRps) {
+    host::RpTerms& terms = wanted.candidateRps[textOf(c.intfId)];
+    terms.ranges.groups[key.first] = c.priority;
+    terms.interval = c.interval;
+  }
+  for (auto const& [use, c] : config.rpLists) {
+    host::RpTerms& terms = wanted.candidateRps[use.first];
+    terms.ranges.lists[use.second] = c.priority;
+    terms.interval = c.interval;
+  }
+  for (auto const& [zone, intf] : config.borders)
+    wanted.borders[textOf(interfaces_[intf].intfId)].groups[zone] = {};
+  for (auto const& [intf, list] : config.borderLists) wanted.borders[intf].lists[list] = {};
+  if (config.permits.empty()) return wanted;
+  wanted.accessLists[permitList] = listOf(config.permits);
+  wanted.senderLists.insert(permitList);
+  return wanted;
+}
+
+void Node::configIs(NodeConfig const& wanted) {
+  host::Configuration configuration = configurationOf(wanted);
+  if (auto faults = host::check(configuration); !faults.empty()) throw ConfigRefused(faults);
+  config_ = wanted;
+  auto reach = [this](IpGenAddr const& address) {
+    if (!address.isEmpty()) network_.destinationIs(address, id_);
+  };
+  for (auto const& [zone, candidacy] : config_.candidateBsrs) reach(candidacy.address);
+  for (auto const& [key, candidacy] : config_.candidateRps) reach(candidacy.address);
+  for (auto const& [use, candidacy] : config_.rpLists) reach(candidacy.address);
+  for (auto const& [use, terms] : config_.bsrLists) reach(primaryAddress(IntfId(use.first.c_str())));
+  if (router_) call([&] { tree_->apply(context_, configuration); });
+}
+
 void Node::candidateBsrIs(IpGenPrefix const& zone, host::BsrCandidacy const& candidacy) {
-  config_.candidateBsrs[zone] = candidacy;
-  network_.destinationIs(candidacy.address, id_);
-  if (router_) call([&] { router_->candidateBsrIs(zone, candidacy); });
+  NodeConfig wanted = config_;
+  wanted.candidateBsrs[zone] = candidacy;
+  configIs(wanted);
 }
 
 void Node::candidateBsrDel(IpGenPrefix const& zone) {
-  if (config_.candidateBsrs.erase(zone) == 0 || !router_) return;
-  call([&] { router_->candidateBsrDel(zone); });
+  NodeConfig wanted = config_;
+  wanted.candidateBsrs.erase(zone);
+  configIs(wanted);
 }
 
+/// The interval is that of the address.
 void Node::candidateRpIs(IpGenPrefix const& range, host::RpCandidacy const& candidacy) {
-  config_.candidateRps[{range, candidacy.address}] = candidacy;
-  network_.destinationIs(candidacy.address, id_);
-  if (router_) call([&] { router_->candidateRpIs(range, candidacy); });
+  NodeConfig wanted = config_;
+  wanted.candidateRps[{range, candidacy.address}] = candidacy;
+  for (auto& [key, other] : wanted.candidateRps) {
+    if (key.second == candidacy.address) other.interval = candidacy.interval;
+  }
+  configIs(wanted);
 }
 
 void Node::candidateRpDel(IpGenPrefix const& range, IpGenAddr const& address) {
-  if (config_.candidateRps.erase({range, address}) == 0 || !router_) return;
-  call([&] { router_->candidateRpDel(range, address); });
+  NodeConfig wanted = config_;
+  wanted.candidateRps.erase({range, address});
+  configIs(wanted);
 }
 
 void Node::borderIs(IpGenPrefix const& zone, U32 intf, bool border) {
+  NodeConfig wanted = config_;
   if (border) {
-    config_.borders.insert({zone, intf});
-  } else if (config_.borders.erase({zone, intf}) == 0) {
-    return;
+    wanted.borders.insert({zone, intf});
+  } else {
+    wanted.borders.erase({zone, intf});
   }
-  if (router_) call([&] { router_->borderIs(zone, interfaces_[intf].intfId, border); });
+  configIs(wanted);
 }
 
 void Node::permitIs(IpGenPrefix const& senders) {
-  config_.permits.insert(senders);
-  if (router_) call([&] { router_->permitIs(senders); });
+  NodeConfig wanted = config_;
+  wanted.permits.insert(senders);
+  configIs(wanted);
 }
 
 void Node::permitDel(IpGenPrefix const& senders) {
-  if (config_.permits.erase(senders) == 0 || !router_) return;
-  call([&] { router_->permitDel(senders); });
+  NodeConfig wanted = config_;
+  wanted.permits.erase(senders);
+  configIs(wanted);
+}
+
+void Node::addressIs(U32 intf, IpGenAddr const& address) {
+  NodeInterface& own = interfaces_[intf];
+  IpGenAddr former = std::exchange(own.address, address);
+  for (auto& [zone, candidacy] : config_.candidateBsrs) {
+    if (candidacy.intfId == own.intfId) candidacy.address = address;
+  }
+  auto rps = std::exchange(config_.candidateRps, {});
+  for (auto& [key, candidacy] : rps) {
+    if (candidacy.intfId == own.intfId) candidacy.address = address;
+    config_.candidateRps[{key.first, candidacy.address}] = candidacy;
+  }
+  if (!address.isEmpty()) network_.destinationIs(address, id_);
+  if (!router_) return;
+  call([&] {
+    if (!former.isEmpty()) router_->routeDel({former.v4Addr(), 32});
+    writeLocalRoute(address);
+    router_->handleAddressChange(own.intfId);
+  });
 }
 
 // The router's outside --------------------------------------------------------------------------------
@@ -353,6 +461,7 @@ U32 Node::interfaceNumber(IntfId const& intfId) const {
 bool Node::send(IntfId const& intfId, Bytes packet) { return network_.transmit(*this, intfId, packet); }
 
 IpGenAddr Node::primaryAddress(IntfId const& intfId) const {
+  if (intfId == loopbackId()) return options_.loopback;
   U32 number = interfaceNumber(intfId);
   return number < interfaces_.size() ? interfaces_[number].address : IpGenAddr();
 }

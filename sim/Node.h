@@ -4,10 +4,12 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "host/Candidacy.h"
+#include "host/ConfigTree.h"
 #include "host/Observer.h"
 #include "host/Router.h"
 #include "pim/Port.h"
@@ -63,13 +65,32 @@ struct RefusalCount {
 /// A candidate RP's range and address.
 using RpKey = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;
 
+/// An access list in use by an interface, by the names of both.
+using ListUse = std::pair<std::string, std::string>;
+
 /// What a router is configured to do; it survives a stop and a crash.
 struct NodeConfig {
+  U64 holdTime = 130;      ///< seconds without a message after which a BSR is given up
+  U64 zoneTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
   std::map<Lanet::IpGenPrefix, host::BsrCandidacy> candidateBsrs;  ///< by zone
   std::map<RpKey, host::RpCandidacy> candidateRps;
   std::set<std::pair<Lanet::IpGenPrefix, U32>> borders;  ///< zone and number of the interface
   std::set<Lanet::IpGenPrefix> permits;
+  std::map<std::string, host::AccessList> accessLists;
+  std::map<ListUse, host::BsrTerms> bsrLists;
+  std::map<ListUse, host::RpCandidacy> rpLists;
+  std::set<ListUse> borderLists;
+  std::set<std::string> senderLists;
   std::map<Lanet::Prefix, Lanet::IpAddr> routes;  ///< static routes: next hop by prefix
+};
+
+/// The rule of an access list that permits a prefix.
+Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix);
+
+/// A configuration that a router refuses, with all its faults.
+class ConfigRefused : public std::runtime_error {
+ public:
+  explicit ConfigRefused(std::vector<host::ConfigFault> const& faults);
 };
 
 /// One router of a network: its configuration, its clock and chance, its addresses, and, while it runs, the
@@ -103,7 +124,12 @@ class Node final : public pim::Port {
     return (local - Zet::Context::firstTime - options_.skew) / (1 + options_.drift);
   }
 
-  /// Configuration, with the meaning that host::Router gives it.
+  /// Replaces the configuration; the router follows what differs. Throws ConfigRefused, and then nothing is
+  /// changed.
+  void configIs(NodeConfig const& wanted);
+  /// Gives an interface another address, or none; its candidates take it over.
+  void addressIs(U32 intf, Lanet::IpGenAddr const& address);
+  /// One piece of the configuration; these throw too.
   void candidateBsrIs(Lanet::IpGenPrefix const& zone, host::BsrCandidacy const& candidacy);
   void candidateBsrDel(Lanet::IpGenPrefix const& zone);
   void candidateRpIs(Lanet::IpGenPrefix const& range, host::RpCandidacy const& candidacy);
@@ -170,7 +196,8 @@ class Node final : public pim::Port {
   void countRefusal(host::Reception const& reception);
   void bringUp(U32 intf);
   void takeDown(U32 intf);
-  void configure();
+  void build();
+  host::Configuration configurationOf(NodeConfig const& config) const;
   void end();
   void writeLocalRoute(Lanet::IpGenAddr const& address);
   void writeStaticRoutes();
@@ -183,6 +210,7 @@ class Node final : public pim::Port {
   std::map<std::string_view, RefusalCount> refused_;
   RouterContext context_;
   Recorder recorder_;
+  std::unique_ptr<host::ConfigTree> tree_;  ///< null while it doesn't run
   std::unique_ptr<host::Router> router_;
   std::unique_ptr<host::Observer> observer_;
   std::vector<Zet::Ptr<IntfWatcher>> watchers_;  ///< by interface; null for one that is down

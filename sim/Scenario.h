@@ -65,6 +65,38 @@ struct SetPermit {
   bool permit = true;
 };
 
+/// An access list of a router, whole.
+struct SetAccessList {
+  U32 router = 0;
+  std::string name;
+  std::optional<host::AccessList> list;  ///< nothing removes it
+};
+
+/// What an access list is used for.
+enum class ListRole : U8 { bsr, rp, border, senders };
+
+struct SetListUse {
+  U32 router = 0;
+  ListRole role = ListRole::bsr;
+  std::string list;
+  bool on = true;
+  std::string intf;        ///< the interface's name; nothing for senders
+  host::BsrCandidacy bsr;  ///< for a candidate BSR
+  host::RpCandidacy rp;    ///< for a candidate RP
+};
+
+struct SetAddress {
+  U32 router = 0;
+  U32 intf = 0;
+  std::optional<Lanet::IpAddr> address;  ///< nothing takes it away
+};
+
+struct SetTimers {
+  U32 router = 0;
+  std::optional<U64> holdTime;
+  std::optional<U64> zoneTimeout;
+};
+
 struct SetRoute {
   U32 router = 0;
   Lanet::Prefix prefix;
@@ -124,10 +156,10 @@ struct SetReport {
   bool on = true;
 };
 
-using Action =
-    std::variant<AddLink, AddRouter, AddInterface, SetCandidateBsr, EndCandidateBsr, SetCandidateRp,
-                 EndCandidateRp, SetBorder, SetPermit, SetRoute, SetLink, SetLife, Partition, Heal, SetFaults,
-                 SetConvergence, Inject, LetRun, Show, ShowRp, SetReport>;
+using Action = std::variant<AddLink, AddRouter, AddInterface, SetCandidateBsr, EndCandidateBsr,
+                            SetCandidateRp, EndCandidateRp, SetBorder, SetPermit, SetAccessList, SetListUse,
+                            SetAddress, SetTimers, SetRoute, SetLink, SetLife, Partition, Heal, SetFaults,
+                            SetConvergence, Inject, LetRun, Show, ShowRp, SetReport>;
 
 struct Statement {
   Action action;

@@ -16,6 +16,13 @@ static constexpr U64 mostSeconds = 536870906;
 
 static std::string textOf(IpGenAddr const& address) { return std::string(address.stringValue().view()); }
 
+static std::string textOf(Lanet::IntfId const& intfId) { return std::string(intfId.stringValue().view()); }
+
+/// The name of an access list where one stands in place of a range; else empty.
+static std::string takeList(ScenarioLine& line) {
+  return line.take("list") ? line.newName("a list's name") : std::string();
+}
+
 // Links, routers and interfaces -----------------------------------------------------------------------
 
 template <class Named>
@@ -126,7 +133,8 @@ static void settleAddress(ScenarioLine& line, U32 number, Candidacy& candidacy) 
 
 static Action readCandidateBsr(ScenarioLine& line) {
   SetCandidateBsr set{.router = line.router()};
-  set.zone = line.range("a zone");
+  std::string list = takeList(line);
+  if (list.empty()) set.zone = line.range("a zone");
   while (!line.atEnd()) {
     std::string_view key = line.option({"address", "priority", "hash-mask-length", "interval"});
     if (key == "address") set.candidacy.address = line.address(key);
@@ -135,7 +143,12 @@ static Action readCandidateBsr(ScenarioLine& line) {
     if (key == "interval") set.candidacy.interval = static_cast<U32>(line.number(key, 10, mostSeconds));
   }
   settleAddress(line, set.router, set.candidacy);
-  return set;
+  if (list.empty()) return set;
+  return SetListUse{.router = set.router,
+                    .role = ListRole::bsr,
+                    .list = list,
+                    .intf = textOf(set.candidacy.intfId),
+                    .bsr = set.candidacy};
 }
 
 static std::vector<Lanet::IpGenPrefix> readRanges(ScenarioLine& line) {
@@ -146,7 +159,8 @@ static std::vector<Lanet::IpGenPrefix> readRanges(ScenarioLine& line) {
 
 static Action readCandidateRp(ScenarioLine& line) {
   SetCandidateRp set{.router = line.router()};
-  set.ranges = readRanges(line);
+  std::string list = takeList(line);
+  if (list.empty()) set.ranges = readRanges(line);
   while (!line.atEnd()) {
     std::string_view key = line.option({"address", "priority", "interval"});
     if (key == "address") set.candidacy.address = line.address(key);
@@ -154,17 +168,37 @@ static Action readCandidateRp(ScenarioLine& line) {
     if (key == "interval") set.candidacy.interval = static_cast<U16>(line.number(key, 1, 16383));
   }
   settleAddress(line, set.router, set.candidacy);
-  return set;
+  if (list.empty()) return set;
+  return SetListUse{.router = set.router,
+                    .role = ListRole::rp,
+                    .list = list,
+                    .intf = textOf(set.candidacy.intfId),
+                    .rp = set.candidacy};
+}
+
+/// The interface whose address an option names, else the usual one.
+static std::string addressedInterface(ScenarioLine& line, U32 router) {
+  host::RpCandidacy candidacy;
+  while (!line.atEnd()) candidacy.address = line.address(line.option({"address"}));
+  settleAddress(line, router, candidacy);
+  return textOf(candidacy.intfId);
+}
+
+static Action noList(ScenarioLine& line, U32 router, ListRole role, std::string const& list) {
+  return SetListUse{
+      .router = router, .role = role, .list = list, .on = false, .intf = addressedInterface(line, router)};
 }
 
 static Action readNoCandidateBsr(ScenarioLine& line) {
   EndCandidateBsr end{.router = line.router()};
+  if (std::string list = takeList(line); !list.empty()) return noList(line, end.router, ListRole::bsr, list);
   end.zone = line.range("a zone");
   return end;
 }
 
 static Action readNoCandidateRp(ScenarioLine& line) {
   EndCandidateRp end{.router = line.router()};
+  if (std::string list = takeList(line); !list.empty()) return noList(line, end.router, ListRole::rp, list);
   end.ranges = readRanges(line);
   host::RpCandidacy candidacy;
   while (!line.atEnd()) candidacy.address = line.address(line.option({"address"}));
@@ -176,6 +210,14 @@ static Action readNoCandidateRp(ScenarioLine& line) {
 static Action borderOf(ScenarioLine& line, bool border) {
   SetBorder set{.router = line.router(), .border = border};
   set.intf = line.interface(set.router);
+  std::string list = takeList(line);
+  if (!list.empty()) {
+    return SetListUse{.router = set.router,
+                      .role = ListRole::border,
+                      .list = list,
+                      .on = border,
+                      .intf = line.names().routers[set.router].interfaces[set.intf].name};
+  }
   set.zone = line.range("a zone");
   return set;
 }
@@ -184,10 +226,54 @@ static Action readNoBorder(ScenarioLine& line) { return borderOf(line, false); }
 
 static Action permitOf(ScenarioLine& line, bool permit) {
   U32 router = line.router();
+  if (std::string list = takeList(line); !list.empty())
+    return SetListUse{.router = router, .role = ListRole::senders, .list = list, .on = permit};
   return SetPermit{router, Lanet::IpGenPrefix(line.prefix("a prefix of senders")), permit};
 }
 static Action readPermit(ScenarioLine& line) { return permitOf(line, true); }
 static Action readNoPermit(ScenarioLine& line) { return permitOf(line, false); }
+
+// Access lists, addresses and timers ------------------------------------------------------------------
+
+static Action readAccessList(ScenarioLine& line) {
+  static constexpr std::string_view actions[] = {"permit", "deny"};
+  U32 router = line.router();
+  SetAccessList set{.router = router, .name = line.newName("a list's name"), .list = host::AccessList()};
+  while (!line.atEnd()) {
+    bool denies = line.oneOf("action", actions) == 1;
+    Acl::IpRuleConfig rule = permitting(line.prefix("a prefix"));
+    if (denies) rule.action = Acl::Action::deny;
+    (*set.list)[10 * static_cast<U32>(set.list->size() + 1)] = rule;
+  }
+  return set;
+}
+
+static Action readNoAccessList(ScenarioLine& line) {
+  U32 router = line.router();
+  return SetAccessList{.router = router, .name = line.newName("a list's name"), .list = std::nullopt};
+}
+
+static Action readAddress(ScenarioLine& line) {
+  SetAddress set{.router = line.router()};
+  set.intf = line.interface(set.router);
+  auto& intf = line.names().routers[set.router].interfaces[set.intf];
+  intf.address = {};
+  if (line.take("none")) return set;
+  set.address = line.address("an address, or 'none'");
+  checkIsFree(line, IpGenAddr(*set.address));
+  intf.address = IpGenAddr(*set.address);
+  return set;
+}
+
+static Action readTimers(ScenarioLine& line) {
+  SetTimers set{.router = line.router()};
+  do {
+    std::string_view key = line.option({"hold-time", "zone-timeout"});
+    U64 value = line.number(key, 0, 4294967295);
+    (key == "hold-time" ? set.holdTime : set.zoneTimeout) = value;
+  } while (!line.atEnd());
+  return set;
+}
 
 static Action readRoute(ScenarioLine& line) {
   SetRoute set{.router = line.router()};
@@ -320,25 +406,34 @@ constexpr Reader readers[] = {
       "attaches a router to a link; names are eth0, eth1 ... unless given"},
      readInterface,
      false},
-    {{"candidate-bsr", "candidate-bsr ROUTER ZONE [address A] [priority N] [hash-mask-length N] [interval N]",
+    {{"candidate-bsr",
+      "candidate-bsr ROUTER ZONE|list NAME [address A] [priority N] [hash-mask-length N] [interval N]",
       "makes a router a candidate BSR, or changes that; priority 64 unless given, higher wins"},
      readCandidateBsr},
-    {{"candidate-rp", "candidate-rp ROUTER RANGE... [address A] [priority N] [interval N]",
+    {{"candidate-rp", "candidate-rp ROUTER RANGE...|list NAME [address A] [priority N] [interval N]",
       "makes a router a candidate RP for group ranges, or changes that; priority 192 unless given, lower "
       "wins"},
      readCandidateRp},
-    {{"border", "border ROUTER LINK ZONE", "makes a router's interface a border of a scope zone"},
+    {{"border", "border ROUTER LINK ZONE|list NAME", "makes a router's interface a border of a scope zone"},
      readBorder},
-    {{"permit", "permit ROUTER PREFIX",
+    {{"permit", "permit ROUTER PREFIX|list NAME",
       "takes advertisements of these senders, and of no others that are not permitted too"},
      readPermit},
+    {{"access-list", "access-list ROUTER NAME [permit|deny PREFIX]...",
+      "makes an access list, or replaces it; the first rule that matches an address decides on it"},
+     readAccessList},
+    {{"address", "address ROUTER LINK A|none", "gives an interface another address, or none"}, readAddress},
+    {{"timers", "timers ROUTER [hold-time N] [zone-timeout N]", "changes a router's timeouts"}, readTimers},
     {{"route", "route ROUTER PREFIX via A", "adds a static unicast route"}, readRoute},
-    {{"no", "no candidate-bsr ROUTER ZONE", "ends a candidacy; an elected BSR says so"}, readNoCandidateBsr},
-    {{"no", "no candidate-rp ROUTER RANGE... [address A]", "withdraws group ranges of a candidate RP"},
+    {{"no", "no candidate-bsr ROUTER ZONE|list NAME [address A]", "ends a candidacy; an elected BSR says so"},
+     readNoCandidateBsr},
+    {{"no", "no candidate-rp ROUTER RANGE...|list NAME [address A]",
+      "takes group ranges from a candidate RP; the last one of a priority is withdrawn at once"},
      readNoCandidateRp},
-    {{"no", "no border ROUTER LINK ZONE", "makes it a border no more"}, readNoBorder},
-    {{"no", "no permit ROUTER PREFIX", "permits these senders no more; without any, all are taken"},
+    {{"no", "no border ROUTER LINK ZONE|list NAME", "makes it a border no more"}, readNoBorder},
+    {{"no", "no permit ROUTER PREFIX|list NAME", "permits these senders no more; without any, all are taken"},
      readNoPermit},
+    {{"no", "no access-list ROUTER NAME", "removes an access list that nobody uses"}, readNoAccessList},
     {{"no", "no route ROUTER PREFIX", "removes a static route"}, readNoRoute},
     {{"down", "down LINK", "takes a link down, and the interfaces to it"}, readDown},
     {{"up", "up LINK", "takes a link up again"}, readUp},

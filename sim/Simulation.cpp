@@ -43,6 +43,28 @@ class Simulation::Doing {
     Node& node = network_.node(set.router);
     set.permit ? node.permitIs(set.senders) : node.permitDel(set.senders);
   }
+  void operator()(SetAccessList const& set) {
+    change(set.router, [&](NodeConfig& config) {
+      if (set.list) {
+        config.accessLists[set.name] = *set.list;
+      } else {
+        config.accessLists.erase(set.name);
+      }
+    });
+  }
+  void operator()(SetListUse const& set) {
+    change(set.router, [&](NodeConfig& config) { useList(config, set); });
+  }
+  void operator()(SetAddress const& set) {
+    IpGenAddr address = set.address ? IpGenAddr(*set.address) : IpGenAddr();
+    network_.node(set.router).addressIs(set.intf, address);
+  }
+  void operator()(SetTimers const& set) {
+    change(set.router, [&](NodeConfig& config) {
+      config.holdTime = set.holdTime.value_or(config.holdTime);
+      config.zoneTimeout = set.zoneTimeout.value_or(config.zoneTimeout);
+    });
+  }
   void operator()(SetRoute const& set) {
     Node& node = network_.node(set.router);
     set.via ? node.routeIs(set.prefix, *set.via) : node.routeDel(set.prefix);
@@ -73,11 +95,44 @@ class Simulation::Doing {
   }
 
  private:
+  template <class Change>
+  void change(U32 router, Change const& change) {
+    Node& node = network_.node(router);
+    NodeConfig wanted = node.config();
+    change(wanted);
+    node.configIs(wanted);
+  }
+  static void useList(NodeConfig& config, SetListUse const& set) {
+    ListUse use(set.intf, set.list);
+    host::BsrTerms terms{set.bsr.priority, set.bsr.hashMaskLen, set.bsr.interval};
+    if (set.role == ListRole::bsr) put(config.bsrLists, use, terms, set.on);
+    if (set.role == ListRole::rp) put(config.rpLists, use, set.rp, set.on);
+    if (set.role == ListRole::border) put(config.borderLists, use, set.on);
+    if (set.role == ListRole::senders) put(config.senderLists, set.list, set.on);
+  }
+  template <class Map, class Value>
+  static void put(Map& map, ListUse const& use, Value const& value, bool on) {
+    if (on) {
+      map[use] = value;
+    } else {
+      map.erase(use);
+    }
+  }
+  template <class Set, class Key>
+  static void put(Set& set, Key const& key, bool on) {
+    if (on) {
+      set.insert(key);
+    } else {
+      set.erase(key);
+    }
+  }
+
   Simulation& simulation_;
   Network& network_;
 };
 
 void Simulation::execute(std::string_view text, std::string const& file) {
+  file_ = file;
   for (Statement const& statement : parser_.parse(text, file)) execute(statement);
 }
 
@@ -98,7 +153,11 @@ static bool isCommand(Action const& action) {
 void Simulation::carryOut(Statement const& statement) {
   bool told = (kinds_ & commands) != 0 && network_.now() > 0 && isCommand(statement.action);
   if (told) report_.onCommand(network_, statement);
-  std::visit(Doing(*this), statement.action);
+  try {
+    std::visit(Doing(*this), statement.action);
+  } catch (ConfigRefused const& refusal) {
+    throw ScenarioError(file_ + ":" + std::to_string(statement.line) + ": " + refusal.what());
+  }
 }
 
 void Simulation::runTo(double time) {

@@ -68,6 +68,7 @@ class Simulation final : private Listener {
   Kinds kinds_;
   std::set<Refused> told_;
   ScenarioParser parser_;
+  std::string file_;  ///< of the text read last
   Network network_;
   EventQueue<Statement> scheduled_;
 };

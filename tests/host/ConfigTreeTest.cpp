@@ -89,6 +89,9 @@ TEST_F(ConfiguredRouter, CandidateBsrTakesTheAddressOfItsInterface) {
   router->handleAddressChange(intf("eth0"));
   EXPECT_EQ(candidate->address(), addr("192.0.2.19"));
   router->interfaceDel(intf("eth0"));
+  EXPECT_THAT(zones(), ElementsAre("224.0.0.0/4"));
+  port.addresses.erase("eth0");
+  router->handleAddressChange(intf("eth0"));
   EXPECT_THAT(zones(), IsEmpty());
 }
 
