@@ -43,6 +43,20 @@ TEST(ScenarioParserTest, EveryFormIsRead) {
                            "route r1 0.0.0.0/0 via 10.1.0.9",
                            "no candidate-bsr r1 global",
                            "no candidate-rp r1 global address 10.1.0.1",
+                           "access-list r1 scopes deny 239.1.0.0/16 permit 239.0.0.0/8",
+                           "access-list r1 empty",
+                           "candidate-bsr r1 list scopes address 10.1.0.1 priority 9",
+                           "candidate-rp r1 list scopes priority 9 interval 30",
+                           "border r1 l1 list scopes",
+                           "permit r1 list scopes",
+                           "no candidate-bsr r1 list scopes address 10.1.0.1",
+                           "no candidate-rp r1 list scopes",
+                           "no border r1 l1 list scopes",
+                           "no permit r1 list scopes",
+                           "no access-list r1 scopes",
+                           "address r1 l1 10.1.0.99",
+                           "address r1 l1 none",
+                           "timers r1 hold-time 60 zone-timeout 600",
                            "no border r1 l1 global",
                            "no permit r1 10.0.0.0/8",
                            "no route r1 0.0.0.0/0",
@@ -121,6 +135,33 @@ TEST(ScenarioParserTest, ACandidacyTakesTheLoopbackOrElseTheFirstInterface) {
   EXPECT_EQ(second.intfId, Lanet::IntfId("lan0"));
   auto given = parseAs<SetCandidateRp>("candidate-rp r1 global address 10.1.0.1").candidacy;
   EXPECT_EQ(given.intfId, Lanet::IntfId("eth0"));
+}
+
+TEST(ScenarioParserTest, AnAccessListHoldsItsRulesInOrder) {
+  auto list = *parseAs<SetAccessList>("access-list r1 scopes deny 239.1.0.0/16 permit 0.0.0.0/0").list;
+  ASSERT_EQ(list.size(), 2u);
+  EXPECT_EQ(list.at(10).action, Acl::Action::deny);
+  EXPECT_EQ(list.at(10).filter.source, Lanet::IpAddr::fromHost(0xef010000));
+  EXPECT_EQ(list.at(10).filter.sourceMask, Lanet::IpAddr::fromHost(0xffff0000));
+  EXPECT_EQ(list.at(20).action, Acl::Action::permit);
+  EXPECT_EQ(list.at(20).filter.sourceMask, Lanet::IpAddr());
+}
+
+TEST(ScenarioParserTest, AListStandsInPlaceOfARange) {
+  auto bsr = parseAs<SetListUse>("candidate-bsr r1 list scopes priority 9");
+  EXPECT_EQ(bsr.role, ListRole::bsr);
+  EXPECT_EQ(bsr.list, "scopes");
+  EXPECT_EQ(bsr.intf, "loopback");
+  EXPECT_EQ(bsr.bsr.priority, 9);
+  auto rp = parseAs<SetListUse>("candidate-rp r1 list scopes address 10.1.0.1 interval 30");
+  EXPECT_EQ(rp.role, ListRole::rp);
+  EXPECT_EQ(rp.intf, "eth0");
+  EXPECT_EQ(rp.rp.interval, 30);
+  auto border = parseAs<SetListUse>("no border r1 l1 list scopes");
+  EXPECT_EQ(border.role, ListRole::border);
+  EXPECT_EQ(border.intf, "eth0");
+  EXPECT_FALSE(border.on);
+  EXPECT_EQ(parseAs<SetListUse>("permit r1 list scopes").role, ListRole::senders);
 }
 
 TEST(ScenarioParserTest, TimesAreReadInSeveralUnits) {
@@ -219,6 +260,11 @@ Fault const faults[] = {
      "there is no address of r1 '10.1.0.2'; valid are 10.0.0.1, 10.1.0.1"},
     {"candidate-rp r3 global", "r3 has no address yet; give it an interface first"},
     {"candidate-rp r1", "a range is missing"},
+    {"candidate-rp r1 list", "a list's name is missing"},
+    {"access-list r1 scopes allow 239.0.0.0/8", "there is no action 'allow'; valid are permit, deny"},
+    {"access-list r1 scopes permit", "a prefix is missing"},
+    {"address r1 l1 10.1.0.2", "10.1.0.2 is an address of r2 already"},
+    {"timers r1", "an option is missing"},
     {"border r1 l2 global", "there is no interface of r1 to link 'l2'; valid are l1"},
     {"border r3 l2 global", "there is no interface of r3 to link 'l2'; none has been made yet"},
     {"route r1 0.0.0.0/0 10.1.0.2", "'via ADDRESS' must stand"},
