@@ -42,7 +42,7 @@ foreach(room ${test_rooms})
     add_dependencies(test-${room} pimbsr-command)
   endif()
   add_test(NAME test-${room} COMMAND test-${room})
-  set_tests_properties(test-${room} PROPERTIES LABELS unit TIMEOUT 600)
+  set_tests_properties(test-${room} PROPERTIES LABELS unit TIMEOUT 600 ENVIRONMENT RC_PARAMS=max_success=500)
 endforeach()
 
 file(GLOB python_tests RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS

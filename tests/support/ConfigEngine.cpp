@@ -109,6 +109,10 @@ static std::string trueKeys(Iterator at, char const* separator = " ") {
   return joined(keys, separator);
 }
 
+std::string ConfigEngine::timeouts() const {
+  return std::to_string(status->bsTimeout()) + " " + std::to_string(status->szTimeout());
+}
+
 std::string ConfigEngine::cbsr() const {
   Texts texts;
   for (auto at = status->cbsrIterator(); at; ++at) {
@@ -157,9 +161,8 @@ std::string ConfigEngine::claims() const {
 }
 
 std::string ConfigEngine::all() const {
-  return "timeouts " + std::to_string(status->bsTimeout()) + " " + std::to_string(status->szTimeout()) +
-         "\ncbsr " + cbsr() + "\ncrp " + crp() + "\nborders " + borders() + "\npermits " + permits() +
-         "\nclaims " + claims() + "\n";
+  return "timeouts " + timeouts() + "\ncbsr " + cbsr() + "\ncrp " + crp() + "\nborders " + borders() +
+         "\npermits " + permits() + "\nclaims " + claims() + "\n";
 }
 
 std::string ConfigEngine::groups(std::string const& list) const {

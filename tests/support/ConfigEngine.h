@@ -41,11 +41,12 @@ class ConfigEngine {
   Zet::Ptr<Bsr::IntfConfig> border(std::string const& intfName);
 
   /// What Status holds, sorted, joined by "; ".
-  std::string cbsr() const;     ///< "zone interface address priority/hashMaskLen/bsPeriod"
-  std::string crp() const;      ///< "address interface interval: prefix ... | prefix=priority ..."
-  std::string borders() const;  ///< "prefix: interface ..."
-  std::string permits() const;  ///< "prefix"
-  std::string claims() const;   ///< "prefix interface", and the same of access lists
+  std::string timeouts() const;  ///< "bsTimeout szTimeout"
+  std::string cbsr() const;      ///< "zone interface address priority/hashMaskLen/bsPeriod"
+  std::string crp() const;       ///< "address interface interval: prefix ... | prefix=priority ..."
+  std::string borders() const;   ///< "prefix: interface ..."
+  std::string permits() const;   ///< "prefix"
+  std::string claims() const;    ///< "prefix interface", and the same of access lists
   /// All of these.
   std::string all() const;
   /// A record's group ranges, or senders, joined by ' '; "none" without a record.
