@@ -102,11 +102,13 @@ void HelloSm::keepFor(Neighbor& neighbor, U16 holdtime) {
 
 void HelloSm::handleNeighborExpiry(IpGenAddr const& address) { drop(IpGenAddr(address)); }
 
+/// A neighbour that the host had put there before Hello was spoken has no timer.
 void HelloSm::drop(IpGenAddr const& address) {
-  auto at = expiryTimers_.find(address);
-  Ptr<Timer> timer = at->second;
-  expiryTimers_.erase(at);
-  timer->notifierIs(nullptr);
+  if (auto at = expiryTimers_.find(address); at != expiryTimers_.end()) {
+    Ptr<Timer> timer = at->second;
+    expiryTimers_.erase(at);
+    timer->notifierIs(nullptr);
+  }
   intf_->neighborDel(address);
   electDr();
 }

@@ -323,6 +323,14 @@ TEST_F(HelloTest, RouterWithoutAnAddressDoesNotStandForDr) {
   EXPECT_FALSE(eth0->iAmDr());
 }
 
+TEST_F(HelloTest, NeighborThatTheHostHadPutThereSaysFarewellLikeAny) {
+  eth0->neighborIs(addr("192.0.2.1"));
+  HelloMessage farewell = from("192.0.2.1");
+  farewell.holdtime = 0;
+  hello.receive(farewell);
+  EXPECT_EQ(eth0->neighborCount(), 0u);
+}
+
 TEST_F(HelloTest, SourceThatCanBeNoRoutersIsIgnored) {
   for (char const* source : {"0.0.0.0", "224.0.0.13", "255.255.255.255", "240.0.0.1"})
     hello.receive(from(source));
