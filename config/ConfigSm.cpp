@@ -104,7 +104,7 @@ void ConfigSm::handleAclConfig(Zet::Name const& aclName) {
   ZET_TRACE_ENTRY(trace);
   Ptr<BsrConfigAcl> record = bsrConfigAcl(aclName);
   if (!record) return;
-  if (ipAclConfig()->acl(aclName)) {
+  if (ipAclConfig() && ipAclConfig()->acl(aclName)) {
     bsrConfigAclSm(aclName)->initializeIs(true);
     return;
   }

@@ -250,11 +250,13 @@ static std::optional<RpPriority> listPriority(CandidateSm const& sm, String8 con
   return options ? std::optional(options->priority()) : std::nullopt;
 }
 
-/// The priority of the first list in use that permits a prefix, whoever uses it; `except` is passed over.
+/// The priority of the first list in use that permits a prefix, whoever uses it; `except` is passed over if
+/// one is given.
 static std::optional<RpPriority> firstListPriority(CandidateSm const& sm, IpGenPrefix const& prefix,
-                                                   String8 const& except = String8()) {
+                                                   String8 const* except = nullptr) {
   for (auto at = sm.configSm()->bsrConfigAclIterator(); at; ++at) {
-    if (at.key() == except || !at->grpPrefix(prefix)) continue;
+    bool isExcepted = except != nullptr && at.key() == *except;
+    if (isExcepted || !at->grpPrefix(prefix)) continue;
     return listPriority(sm, at.key());
   }
   return std::nullopt;
@@ -329,7 +331,7 @@ void CandidateSm::doGroupOptionsRemove(IpGenPrefix const& prefix) {
 /// The priority of another list that permits the prefix, or else that of the group range itself.
 static std::optional<RpPriority> otherPriority(CandidateSm const& sm, IpGenPrefix const& prefix,
                                                String8 const& aclName) {
-  if (auto priority = firstListPriority(sm, prefix, aclName)) return priority;
+  if (auto priority = firstListPriority(sm, prefix, &aclName)) return priority;
   Ptr<RpCandidateGroupEntryOptions const> options = sm.notifier()->groupRangeOptions(prefix);
   if (!options || !sm.notifier()->groupRange(prefix)) return std::nullopt;
   return options->priority();

@@ -15,7 +15,6 @@ using Zet::U64;
 /// The longest interval of which three times, the holdtime, still fits what receivers take.
 static constexpr U64 longestInterval = 13652;
 static constexpr char const* refusedHoldtime = "three times that is a holdtime that receivers refuse";
-static constexpr char const* unknown = "that stands for no priority, and nothing is announced";
 
 namespace {
 
@@ -37,6 +36,7 @@ class Checker {
 
  private:
   void checkTimers();
+  void checkLists();
   void checkBsr(std::string const& place, BsrTerms const& terms);
   void checkBsrs();
   void checkRps();
@@ -75,10 +75,12 @@ void Checker::tryValue(std::string const& place, U64 value, Set const& set) {
 
 std::vector<ConfigFault> Checker::run() {
   checkTimers();
+  checkLists();
   checkBsrs();
   checkRps();
   checkBorders();
-  for (std::string const& name : configuration_.senderLists) checkList("senders", name);
+  for (std::string const& name : configuration_.senderLists)
+    checkList(join("senders, access list ", name), name);
   return faults_;
 }
 
@@ -86,6 +88,18 @@ void Checker::checkTimers() {
   Ptr<Bsr::Config> config = Bsr::configFactory("check");
   tryValue<U32>("hold-time", configuration_.holdTime, [&](U32 value) { config->holdTimeIs(value); });
   tryValue<U32>("zone-timeout", configuration_.zoneTimeout, [&](U32 value) { config->szTimeoutIs(value); });
+}
+
+/// A filter keeps a number that it refused, and a copy of it is refused with the same text.
+void Checker::checkLists() {
+  for (auto const& [name, list] : configuration_.accessLists) {
+    for (auto const& [sequence, rule] : list) {
+      std::string place = join("access-list ", name, ", rule ", std::to_string(sequence));
+      Acl::IpFilterBase filter;
+      tryValue<U32>(join(place, ", tni"), rule.filter.tni(), [&](U32 value) { filter.tniIs(value); });
+      tryValue<U32>(join(place, ", vni"), rule.filter.vni(), [&](U32 value) { filter.vniIs(value); });
+    }
+  }
 }
 
 // Candidates and borders ------------------------------------------------------------------------------
@@ -127,10 +141,10 @@ void Checker::checkBsr(std::string const& place, BsrTerms const& terms) {
   Ptr<Bsr::BsrCandidateGroup> group = Bsr::bsrCandidateGroupFactory(IpGenPrefix());
   std::string where = join(place, ", priority");
   tryValue<U16>(where, terms.priority, [&](U16 value) { group->priorityIs(value); });
-  checkAtMost(where, terms.priority, 255, unknown);
   where = join(place, ", hash-mask-length");
   tryValue<U32>(where, terms.hashMaskLen, [&](U32 value) { group->hashMaskLenIs(value); });
-  checkAtMost(where, terms.hashMaskLen, 32, "IPv4 has no more bits");
+  bool isUnknown = terms.hashMaskLen == Bsr::BsrCandidateGroup::hashMaskLenUnknown();
+  if (!isUnknown) checkAtMost(where, terms.hashMaskLen, 32, "IPv4 has no more bits");
   where = join(place, ", interval");
   tryValue<U32>(where, terms.interval, [&](U32 value) { group->intervalIs(value); });
   checkAtMost(where, terms.interval, longestInterval, refusedHoldtime);
@@ -149,9 +163,8 @@ void Checker::checkRps() {
 
 void Checker::checkRp(std::string const& place, std::optional<U64> const& priority) {
   if (!priority) return;
-  std::string where = join(place, ", priority");
-  tryValue<U32>(where, *priority, [](U32 value) { Routing::Pim::RpPriority checked(value); });
-  checkAtMost(where, *priority, 255, unknown);
+  tryValue<U32>(join(place, ", priority"), *priority,
+                [](U32 value) { Routing::Pim::RpPriority checked(value); });
 }
 
 void Checker::checkBorders() {

@@ -60,9 +60,11 @@ Terms at(std::map<std::string, Terms> const& byInterface, std::string const& int
 
 }  // namespace
 
+/// An entry that somebody else has deleted needs no more of it.
 void ConfigTree::release(Configuration const& wanted) {
   for (auto const& [intf, former] : applied_.candidateBsrs) {
     Ptr<Bsr::BsrCandidateConfig> entry = config_->bsrCandidateConfig(intfOf(intf));
+    if (!entry) continue;
     releaseRanges(
         former, at(wanted.candidateBsrs, intf), [&](auto const& range) { entry->groupDel(range); },
         [&](auto const& name) { entry->aclDel(name); });
@@ -74,6 +76,7 @@ void ConfigTree::release(Configuration const& wanted) {
       continue;
     }
     Ptr<Bsr::RpCandidateConfig> entry = config_->rpCandidateConfig(intfOf(intf));
+    if (!entry) continue;
     releaseRanges(
         former.ranges, at(wanted.candidateRps, intf).ranges,
         [&](auto const& range) {
@@ -87,6 +90,7 @@ void ConfigTree::release(Configuration const& wanted) {
   }
   for (auto const& [intf, former] : applied_.borders) {
     Ptr<Bsr::IntfConfig> entry = config_->intfConfig(Name(intf.c_str()));
+    if (!entry) continue;
     releaseRanges(
         former, at(wanted.borders, intf), [&](auto const& range) { entry->bsrBorderGrpDel(range); },
         [&](auto const& name) { entry->bsrBorderAclDel(name); });

@@ -17,9 +17,11 @@ using AccessList = std::map<U32, Acl::IpRuleConfig>;
 
 /// What a candidate BSR announces in one zone. The numbers are as they were read, in range or not.
 struct BsrTerms {
-  Zet::U64 priority = 64;     ///< 0 to 255, higher wins
-  Zet::U64 hashMaskLen = 30;  ///< 0 to 32
-  Zet::U64 interval = 60;     ///< seconds between two messages of an elected BSR, 10 to 13652
+  /// 0 to 255, higher wins; or 256 for unknown, with which nothing comes of the candidacy.
+  Zet::U64 priority = 64;
+  /// 0 to 32; or 128 for unknown, with which nothing comes of the candidacy.
+  Zet::U64 hashMaskLen = 30;
+  Zet::U64 interval = 60;  ///< seconds between two messages of an elected BSR, 10 to 13652
 
   bool operator==(BsrTerms const&) const = default;
 };
@@ -35,7 +37,7 @@ struct ByRange {
 
 /// The candidate RP with one interface's address.
 struct RpTerms {
-  /// Priority by range, 0 to 255, lower wins; a range without one is not advertised.
+  /// Priority by range, 0 to 255, lower wins; a range without one, or with 256, is not advertised.
   ByRange<std::optional<Zet::U64>> ranges;
   Zet::U64 interval = 60;  ///< seconds between two advertisements, 1 to 13652
 

@@ -3,9 +3,12 @@
 #include <string>
 
 #include "tests/support/ConfigEngine.h"
+#include "tests/support/Refusal.h"
 
 namespace test {
 namespace {
+
+using testing_support::refusal;
 
 class Filter : public ConfigTest {
  protected:
@@ -181,6 +184,58 @@ TEST_F(Filter, RemovingAListWithoutARecordDoesNothing) {
   engine.start();
   engine.machine->doFilterAclRemove("never");
   EXPECT_EQ(engine.permits(), "0.0.0.0/0");
+}
+
+// Everybody as a range that counts. No rule yields it, since no list permits the last address.
+
+TEST_F(Filter, ActivatingEverybodyDeletesWhatItWroteSinceItClosesTheFilterBeforeItCounts) {
+  engine.start();
+  engine.machine->doFilterAclPrefixActivate(prefix("0.0.0.0/0"));
+  EXPECT_EQ(engine.status->crpPermitCount(), 0u);
+  EXPECT_EQ(engine.filterCount("0.0.0.0/0"), 1u);
+  engine.machine->doFilterAclPrefixDeactivate(prefix("0.0.0.0/0"));
+  EXPECT_EQ(engine.permits(), "0.0.0.0/0");
+  EXPECT_EQ(engine.filterCount("0.0.0.0/0"), 0u);
+}
+
+TEST_F(Filter, EverybodyFromARecordThatIsAddedStaysWhileItIsCounted) {
+  engine.rules("b", {"permit 10.0.0.0/8"});
+  engine.start();
+  engine.machine->bsrConfigAclIs("a")->prefixIs(prefix("0.0.0.0/0"), true);
+  EXPECT_EQ(engine.filterCount("0.0.0.0/0"), 0u);  // the list is no filter yet
+  filter("a");
+  EXPECT_EQ(engine.permits(), "0.0.0.0/0");
+  EXPECT_EQ(engine.filterCount("0.0.0.0/0"), 1u);
+  filter("b");
+  EXPECT_EQ(engine.permits(), "0.0.0.0/0; 10.0.0.0/8");
+  unfilter("a");
+  EXPECT_EQ(engine.permits(), "10.0.0.0/8");
+  EXPECT_EQ(engine.filterCount("0.0.0.0/0"), 0u);
+}
+
+// A rule that cannot be copied ------------------------------------------------------------------------
+
+/// Writes a number that is refused, and stays, into each rule of a list.
+void spoilRules(Acl::AclConfig const& list) {
+  for (auto at = list.ipRuleByIdIterator(); at; ++at) {
+    EXPECT_EQ(refusal([&] { at->value.filter.tniIs(16777216); }),
+              "IpFilterBase::tni < 0 or > 16777215 not allowed");
+  }
+}
+
+TEST_F(Filter, AListWithARuleOutOfRangeIsLeftByThatExceptionAndItsSendersStandStill) {
+  engine.rules("a", {"permit 10.0.0.0/8"});
+  engine.start();
+  filter("a");
+  spoilRules(*engine.lists->acl("a"));
+  EXPECT_EQ(context.notificationExceptions(), 0u);
+  engine.rule("a", 20, "permit 192.0.2.0/24");
+  expectedExceptions = 1;
+  EXPECT_EQ(context.notificationExceptions(), expectedExceptions);
+  EXPECT_EQ(engine.senders("a"), "10.0.0.0/8");
+  EXPECT_EQ(engine.permits(), "10.0.0.0/8");
+  engine.delRule("a", 10);  // the rule out of range is read no more
+  EXPECT_EQ(engine.permits(), "192.0.2.0/24");
 }
 
 }  // namespace

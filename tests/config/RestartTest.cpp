@@ -193,5 +193,84 @@ TEST_F(Restart, ClaimsAreNotScrubbed) {
   EXPECT_EQ(engine.claims(), "239.1.0.0/16 eth9");
 }
 
+// A scrub of a machine that runs ----------------------------------------------------------------------
+
+/// Here the users of lists are known, so that a list can explain an entry.
+class LateScrub : public Restart {
+ protected:
+  LateScrub() {
+    engine.rules("list", {"permit 239.1.0.0/16", "permit 239.3.0.0/16"});
+    engine.rules("empty", {});
+    engine.start();
+  }
+  void scrub() { engine.machine->doRemoveExtraStatusEntries(); }
+};
+
+TEST_F(LateScrub, KeepsTheBordersThatAListExplains) {
+  engine.border("eth0")->bsrBorderAclIs("list", true);
+  leaveBorder("239.1.0.0/16", "eth1");                   // has no entry
+  leaveBorder("239.2.0.0/16", "eth0");                   // is not permitted by the list
+  engine.border("eth2")->bsrBorderAclIs("later", true);  // has a list of its own
+  leaveBorder("239.3.0.0/16", "eth2");
+  scrub();
+  EXPECT_EQ(engine.borders(), "239.1.0.0/16: eth0; 239.3.0.0/16: eth0");
+}
+
+TEST_F(LateScrub, TakesABorderOfAListThatItsInterfaceDoesntUse) {
+  engine.border("eth0")->bsrBorderAclIs("list", true);
+  engine.machine->bsrConfigAcl("list")->borderIntfDel(intf("eth0"));
+  scrub();
+  EXPECT_EQ(engine.borders(), "");
+}
+
+TEST_F(LateScrub, KeepsTheCandidateBsrsThatAListExplains) {
+  engine.bsrList("eth0", "list");
+  std::string before = engine.cbsr();
+  leaveCandidate("239.2.0.0/16", "eth0");  // is not permitted by the list
+  scrub();
+  EXPECT_EQ(engine.cbsr(), before);
+  EXPECT_EQ(before, "239.1.0.0/16 eth0 10.0.0.1 64/30/60; 239.3.0.0/16 eth0 10.0.0.1 64/30/60");
+}
+
+TEST_F(LateScrub, TakesACandidateBsrOfAListThatItsInterfaceDoesntUse) {
+  engine.bsrList("eth0", "list");
+  engine.machine->bsrConfigAcl("list")->cbsrIntfDel(intf("eth0"));
+  scrub();
+  EXPECT_EQ(engine.cbsr(), "");
+}
+
+TEST_F(LateScrub, KeepsACandidateRpThatHasAllRangesOfOneOfItsListsStaleOnesIncluded) {
+  engine.rules("other", {"permit 239.7.0.0/16"});
+  engine.rp("eth0")->aclIs("list", true);
+  engine.rp("eth0")->aclIs("other", true);
+  engine.status->crp(addr("10.0.0.1"))->prefixSetDel(prefix("239.7.0.0/16"));
+  engine.status->crp(addr("10.0.0.1"))->prefixSetIs(prefix("239.2.0.0/16"), true);
+  scrub();
+  EXPECT_EQ(engine.crp(), "10.0.0.1 eth0 60: 239.1.0.0/16 239.2.0.0/16 239.3.0.0/16 | ");
+}
+
+TEST_F(LateScrub, TakesACandidateRpThatLacksOneRangeOfItsList) {
+  engine.rp("eth0")->aclIs("list", true);
+  engine.status->crp(addr("10.0.0.1"))->prefixSetDel(prefix("239.3.0.0/16"));
+  scrub();
+  EXPECT_EQ(engine.crp(), "");
+  EXPECT_TRUE(tracedOnce("Deleting CRP 10.0.0.1 from status"));
+}
+
+TEST_F(LateScrub, AListThatPermitsNothingExplainsAnyCandidateRpOfAnInterfaceThatUsesIt) {
+  engine.rp("eth0")->aclIs("empty", true);
+  leaveRp("10.0.0.9", "eth0", {"239.8.0.0/16"});
+  scrub();
+  EXPECT_EQ(engine.crp(), "10.0.0.9 eth0 60: 239.8.0.0/16 | ");
+}
+
+TEST_F(LateScrub, AListThatPermitsNothingExplainsNoCandidateRpOfAnInterfaceWithoutAddress) {
+  engine.rp("eth0")->aclIs("empty", true);
+  engine.rp("eth1")->aclIs("empty", true);
+  leaveRp("10.0.0.9", "eth1", {"239.8.0.0/16"});
+  scrub();
+  EXPECT_EQ(engine.crp(), "");
+}
+
 }  // namespace
 }  // namespace test

@@ -120,6 +120,25 @@ TEST_F(RpConfig, TwoInterfacesAreTwoCandidatesWithCountsOfTheirOwn) {
   EXPECT_EQ(engine.claims(), "");
 }
 
+TEST_F(RpConfig, TwoInterfacesWithoutTheirAddressesShareAnEntryThatTheFirstToRegainOneTakesFromTheOther) {
+  up();
+  engine.address("eth1", "10.0.1.1");
+  range("239.8.0.0/16");
+  engine.rp("eth1")->groupRangeIs(prefix("239.8.0.0/16"), true);
+  down();
+  engine.address("eth1", "0.0.0.0");
+  range("239.7.0.0/16");
+  engine.rp("eth1")->groupRangeIs(prefix("239.9.0.0/16"), true);
+  EXPECT_EQ(engine.crp(), "0.0.0.0 eth1 60: 239.7.0.0/16 239.9.0.0/16 | ");
+  up();
+  EXPECT_EQ(engine.crp(), "10.0.0.1 eth0 60: 239.7.0.0/16 239.8.0.0/16 | ");
+  EXPECT_EQ(engine.rpCount("eth1", "239.9.0.0/16"), 1u);
+  engine.address("eth1", "10.0.1.1");
+  EXPECT_EQ(engine.crp(),
+            "10.0.0.1 eth0 60: 239.7.0.0/16 239.8.0.0/16 | ; 10.0.1.1 eth1 60: 239.8.0.0/16 239.9.0.0/16 | ");
+  EXPECT_EQ(engine.rpCount("eth1", "239.9.0.0/16"), 1u);
+}
+
 // Ranges and lists ------------------------------------------------------------------------------------
 
 TEST_F(RpConfig, EachStepOfARangeIsTraced) {

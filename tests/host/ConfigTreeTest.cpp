@@ -205,6 +205,27 @@ TEST_F(ConfiguredRouter, FaultyConfigurationChangesNothing) {
   EXPECT_EQ(tree.applied(), before);
 }
 
+TEST_F(ConfiguredRouter, RuleThatCannotBeCopiedChangesNothing) {
+  wanted.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {};
+  apply();
+  wanted.candidateBsrs.clear();
+  EXPECT_THROW(wanted.accessLists["odd"][10].filter.tniIs(1 << 24), Zet::RangeException);
+  EXPECT_EQ(tree.apply(context, wanted).size(), 1u);
+  EXPECT_THAT(zones(), ElementsAre("224.0.0.0/4"));
+}
+
+TEST_F(ConfiguredRouter, EntryThatSomebodyElseDeletedIsNoFault) {
+  wanted.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {};
+  apply();
+  {
+    Zet::Context::Scope scope(context);
+    tree.config()->bsrCandidateConfigDel(intf("eth0"));
+  }
+  wanted.candidateBsrs.clear();
+  apply();
+  EXPECT_THAT(zones(), IsEmpty());
+}
+
 TEST_F(ConfiguredRouter, SameConfigurationAgainIsHeardByNobody) {
   wanted.accessLists["scopes"] = permitting({"239.1.0.0/16"});
   wanted.candidateBsrs["eth0"].lists["scopes"] = {};

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "runtime/Exceptions.h"
 #include "tests/support/Messages.h"
 
 namespace test {
@@ -51,6 +52,11 @@ std::optional<Zet::U64>& rp(Configuration& c) {
   return c.candidateRps["eth1"].ranges.groups[prefix("239.1.0.0/16")];
 }
 
+/// A rule whose number was refused, which keeps it all the same.
+void rule(Configuration& c, void (Acl::IpFilterBase::*set)(Zet::U32)) {
+  EXPECT_THROW((c.accessLists["groups"][10].filter.*set)(1 << 24), Zet::RangeException);
+}
+
 #define BSR_PLACE "candidate-bsr eth0, group 224.0.0.0/4"
 #define RP_PLACE "candidate-rp eth1, group 239.1.0.0/16"
 
@@ -63,8 +69,10 @@ Fault const faults[] = {
      "119: Config::szTimeout < 120 or > 0xFFFFFFFF not allowed"},
     {"ZoneTimeoutOfMoreThan32Bits", [](auto& c) { c.zoneTimeout = 4294967296; }, "zone-timeout",
      "4294967296: at most 4294967295 is valid"},
-    {"BsrPriorityUnknown", [](auto& c) { bsr(c).priority = 256; }, BSR_PLACE ", priority",
-     "256: that stands for no priority, and nothing is announced; at most 255 is valid"},
+    {"RuleOfAnImpossibleNetwork", [](auto& c) { rule(c, &Acl::IpFilterBase::tniIs); },
+     "access-list groups, rule 10, tni", "16777216: IpFilterBase::tni < 0 or > 16777215 not allowed"},
+    {"RuleOfAnotherImpossibleNetwork", [](auto& c) { rule(c, &Acl::IpFilterBase::vniIs); },
+     "access-list groups, rule 10, vni", "16777216: IpFilterBase::vni < 0 or > 16777215 not allowed"},
     {"BsrPriorityTooHigh", [](auto& c) { bsr(c).priority = 257; }, BSR_PLACE ", priority",
      "257: BsrCandidateGroup::priority < 0 or > 256 not allowed"},
     {"HashMaskLongerThanAnAddress", [](auto& c) { bsr(c).hashMaskLen = 33; }, BSR_PLACE ", hash-mask-length",
@@ -75,8 +83,6 @@ Fault const faults[] = {
      "9: BsrCandidateGroup::interval < BsrCandidateGroup::minInterval or > 536870906 not allowed"},
     {"BsmIntervalOfARefusedHoldtime", [](auto& c) { bsr(c).interval = 13653; }, BSR_PLACE ", interval",
      "13653: three times that is a holdtime that receivers refuse; at most 13652 is valid"},
-    {"RpPriorityUnknown", [](auto& c) { rp(c) = 256; }, RP_PLACE ", priority",
-     "256: that stands for no priority, and nothing is announced; at most 255 is valid"},
     {"RpPriorityTooHigh", [](auto& c) { rp(c) = 257; }, RP_PLACE ", priority",
      "257: RpPriority::value < 0 or > 256 not allowed"},
     {"AdvertisementIntervalZero", [](auto& c) { c.candidateRps["eth1"].interval = 0; },
@@ -90,7 +96,7 @@ Fault const faults[] = {
      "candidate-rp eth1, access list none", "there is no access list 'none'"},
     {"UnknownListOfABorder", [](auto& c) { c.borders["eth2"].lists["none"] = {}; },
      "border eth2, access list none", "there is no access list 'none'"},
-    {"UnknownListOfSenders", [](auto& c) { c.senderLists.insert("none"); }, "senders",
+    {"UnknownListOfSenders", [](auto& c) { c.senderLists.insert("none"); }, "senders, access list none",
      "there is no access list 'none'"},
     {"RangeOfIp6", [](auto& c) { c.borders["eth2"].groups[prefix("ff00::/8")] = {}; },
      "border eth2, group ff00::/8", "not of IPv4, which alone is served"},
@@ -117,6 +123,10 @@ TEST(ConfigurationTest, EndsOfTheRangesAreValid) {
   rp(c) = 255;
   c.candidateRps["eth1"].interval = 13652;
   EXPECT_THAT(check(c), IsEmpty());
+  bsr(c).priority = 256;
+  bsr(c).hashMaskLen = 128;
+  rp(c) = 256;
+  EXPECT_THAT(check(c), IsEmpty()) << "unknown values leave a candidate waiting";
   c.holdTime = 12;
   c.zoneTimeout = 120;
   bsr(c) = {.priority = 0, .hashMaskLen = 0, .interval = 10};
