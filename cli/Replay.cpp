@@ -1,8 +1,6 @@
 #include "cli/Replay.h"
 
-#include <algorithm>
 #include <optional>
-#include <tuple>
 #include <utility>
 
 #include "cli/PimFilter.h"
@@ -20,27 +18,17 @@ using Lanet::IpGenPrefix;
 
 // Changes ---------------------------------------------------------------------------------------------
 
-/// Collects the changes of one event. Equal changes in a row come in the order of the engine's collections,
-/// which says nothing to people, and are put in the order of their addresses.
+/// Collects the changes of one event.
 class Replay::Recorder final : public host::ChangeSink {
  public:
   void onChange(Change const& change) override { changes_.push_back(change); }
 
   std::vector<Change> take() {
-    auto first = changes_.begin();
-    while (first != changes_.end()) {
-      auto last = std::find_if(first, changes_.end(), [&](Change const& c) { return c.kind != first->kind; });
-      std::stable_sort(first, last, [](Change const& a, Change const& b) { return key(a) < key(b); });
-      first = last;
-    }
+    host::sortByAddress(changes_);
     return std::exchange(changes_, {});
   }
 
  private:
-  static std::tuple<IpGenPrefix, IpGenPrefix, Lanet::IpGenAddr> key(Change const& change) {
-    return {change.zone, change.rp.range, change.rp.address};
-  }
-
   std::vector<Change> changes_;
 };
 

@@ -1,7 +1,9 @@
 #include "host/Observer.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -317,6 +319,18 @@ void Observer::messageInHand() { tree_->hub.messageInHand = true; }
 void Observer::flush() {
   tree_->hub.flush();
   machines_->flush();
+}
+
+// The order of changes --------------------------------------------------------------------------------
+
+void sortByAddress(std::vector<Change>& changes) {
+  auto key = [](Change const& c) { return std::tie(c.zone, c.rp.range, c.rp.address); };
+  auto first = changes.begin();
+  while (first != changes.end()) {
+    auto last = std::find_if(first, changes.end(), [&](Change const& c) { return c.kind != first->kind; });
+    std::stable_sort(first, last, [&](Change const& a, Change const& b) { return key(a) < key(b); });
+    first = last;
+  }
 }
 
 }  // namespace pimbsr::host

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "model/Lanet.h"
 #include "model/Status.h"
 #include "model/Values.h"
@@ -60,6 +62,10 @@ struct Change {
   RpView rp;          ///< with the kinds of RPs; as it was last where it went
   RpView formerRp;    ///< with rpUpdated
 };
+
+/// Puts changes of one kind in a row into the order of zone, range and address: they come in that of the
+/// engine's collections, which says nothing to people.
+PIMBSR_API void sortByAddress(std::vector<Change>& changes);
 
 /// Hears of changes, inside the call into the router that made them. It must not call back into the router
 /// nor write to the status tree.

@@ -1,7 +1,6 @@
 #include "sim/Node.h"
 
 #include <algorithm>
-#include <tuple>
 
 #include "sim/Network.h"
 
@@ -82,22 +81,10 @@ void Node::call(Act const& act) {
   network_.wakeupIs(*this, networkTime(router_->nextExpiry()));
 }
 
-/// Equal changes in a row come in the order of the engine's collections, which says nothing to people, and
-/// are put in the order of their addresses.
-static void sortByAddress(std::vector<Change>& changes) {
-  auto key = [](Change const& c) { return std::tie(c.zone, c.rp.range, c.rp.address); };
-  auto first = changes.begin();
-  while (first != changes.end()) {
-    auto last = std::find_if(first, changes.end(), [&](Change const& c) { return c.kind != first->kind; });
-    std::stable_sort(first, last, [&](Change const& a, Change const& b) { return key(a) < key(b); });
-    first = last;
-  }
-}
-
 void Node::tell() {
   if (observer_) observer_->flush();
   if (!recorder_.changes.empty()) {
-    sortByAddress(recorder_.changes);
+    host::sortByAddress(recorder_.changes);
     if (Listener* listener = network_.hears(elections | rps)) listener->onChanges(*this, recorder_.changes);
     recorder_.changes.clear();
   }
