@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <stdexcept>
 
 namespace pimbsr::cli {
@@ -12,5 +13,8 @@ class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// Ends a command whose output is written: exitOk, or exitFailed with a line to `err` if it can't be written.
+ExitCode finish(std::ostream& out, std::ostream& err);
 
 }  // namespace pimbsr::cli

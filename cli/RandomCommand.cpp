@@ -76,11 +76,8 @@ ExitCode simulateRandom(RandomOptions const& options, std::ostream& out, std::os
                                        : fmt::format("{} failed, of seed {}", failed.size(), listOf(failed));
   out << fmt::format("{} random networks of {} to {} routers from seed {}, {} events: {}.\n", options.trials,
                      options.fewest, options.most, options.firstSeed, events, verdict);
-  if (!out.flush()) {
-    err << "pimbsr: cannot write the output\n";
-    return exitFailed;
-  }
-  return failed.empty() ? exitOk : exitFailed;
+  ExitCode written = finish(out, err);
+  return failed.empty() ? written : exitFailed;
 }
 
 }  // namespace pimbsr::cli

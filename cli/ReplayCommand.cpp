@@ -27,9 +27,7 @@ ExitCode replay(ReplayOptions const& options, std::ostream& out, std::ostream& e
     err << "pimbsr: " << fault.what() << '\n';
     return exitFailed;
   }
-  if (out.flush()) return exitOk;
-  err << "pimbsr: cannot write the output\n";
-  return exitFailed;
+  return finish(out, err);
 }
 
 }  // namespace pimbsr::cli

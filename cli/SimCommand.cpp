@@ -56,6 +56,7 @@ ExitCode simulate(SimOptions const& options, std::ostream& out, std::ostream& er
   try {
     play(options, out, err);
   } catch (sim::ScenarioError const& fault) {
+    out.flush();
     err << "pimbsr: " << fault.what() << '\n';
     return exitUsage;
   } catch (UsageError const& fault) {
@@ -66,9 +67,7 @@ ExitCode simulate(SimOptions const& options, std::ostream& out, std::ostream& er
     err << "pimbsr: " << fault.what() << '\n';
     return exitFailed;
   }
-  if (out.flush()) return exitOk;
-  err << "pimbsr: cannot write the output\n";
-  return exitFailed;
+  return finish(out, err);
 }
 
 }  // namespace pimbsr::cli

@@ -32,7 +32,8 @@ class Simulation final : private Listener {
   ~Simulation() override;
 
   /// Reads and carries out statements; may be called again and again. All are read before the first is
-  /// carried out. Throws ScenarioError, see there.
+  /// carried out. Throws ScenarioError for what can't be read, and then nothing is carried out; and for a
+  /// configuration that its router refuses, when it gets there.
   void execute(std::string_view text, std::string const& file = "scenario");
   void execute(Statement const& statement);
   /// Ends the scenario; to be called once. Statements for a time that was not reached are left.

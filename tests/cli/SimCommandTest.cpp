@@ -63,6 +63,15 @@ TEST(SimCommandTest, ExampleTellsItsStory) {
   for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 110u) << line;
 }
 
+TEST(SimCommandTest, RefusedConfigurationEndsTheRunWhereItStands) {
+  RunResult run = play(pair + "run 10\nat 20 candidate-rp r1 list nowhere\nrun 20\nshow\n");
+  EXPECT_EQ(run.code, 2);
+  EXPECT_THAT(run.out, HasSubstr("> candidate-rp r1 list nowhere"));
+  EXPECT_THAT(run.out, testing::Not(HasSubstr("What each router believes")));
+  EXPECT_THAT(run.err, EndsWith("story.sim:7: candidate-rp eth0, access list nowhere: "
+                                "there is no access list 'nowhere'\n"));
+}
+
 TEST(SimCommandTest, JsonHoldsTheSameStory) {
   RunResult run = sim({.file = example, .json = true});
   EXPECT_EQ(run.code, 0);
