@@ -162,8 +162,19 @@ void HelloSm::handleAddressChange() {
 
 // Hellos ----------------------------------------------------------------------------------------------
 
+void HelloSm::optionsIs(HelloOptions const& options) {
+  if (options == options_) return;
+  options_ = options;
+  electDr();
+  hastenHello();
+}
+
 void HelloSm::triggerHello() {
   triggered_ = true;
+  hastenHello();
+}
+
+void HelloSm::hastenHello() {
   helloTimer_->timeMinIs(std::min(helloTimer_->timeMin(), Zet::now() + randomDelay(options_.triggeredDelay)));
 }
 

@@ -17,6 +17,8 @@ struct HelloOptions {
   double triggeredDelay = 5.0;  ///< seconds within which a new neighbour is greeted
   U16 holdtime = 105;           ///< seconds for which neighbours are to keep this router; 0xffff for ever
   U32 drPriority = 1;           ///< higher wins the election of the Designated Router
+
+  bool operator==(HelloOptions const&) const = default;
 };
 
 /// Speaks Hello on one interface (RFC 7761 sections 4.3.1 and 4.3.2), as far as a Bootstrap Router needs it.
@@ -41,6 +43,9 @@ class PIMBSR_API HelloSm {
   /// Tells that the interface's address changed: the old one says farewell, neighbours hear of the new one as
   /// of a new start, and the election is held.
   void handleAddressChange();
+  /// Changes timing and standing; if they differ, neighbours hear of it within the triggered delay and the
+  /// election is held.
+  void optionsIs(HelloOptions const& options);
 
   U32 generationId() const { return generationId_; }
   HelloOptions const& options() const { return options_; }
@@ -56,6 +61,7 @@ class PIMBSR_API HelloSm {
   void keepFor(Routing::Pim::Neighbor& neighbor, U16 holdtime);
   void drop(Lanet::IpGenAddr const& address);
   void triggerHello();
+  void hastenHello();
   void electDr();
   bool send(Lanet::IpGenAddr const& source, U16 holdtime);
 

@@ -323,6 +323,25 @@ TEST_F(HelloTest, RouterWithoutAnAddressDoesNotStandForDr) {
   EXPECT_FALSE(eth0->iAmDr());
 }
 
+TEST_F(HelloTest, ChangedOptionsTurnTheElectionAndAreToldSoonWhileTheSameDoNothing) {
+  runTo(0);
+  hello.receive(from("192.0.2.200"));
+  runTo(10);
+  double next = hello.nextHello();
+  hello.optionsIs({});
+  EXPECT_EQ(hello.nextHello(), next);
+  EXPECT_FALSE(eth0->iAmDr());
+
+  hello.optionsIs({.drPriority = 7});
+  EXPECT_TRUE(eth0->iAmDr());
+  EXPECT_LE(hello.nextHello(), Zet::now() + 5);
+  auto greetings = eth0->triggeredHelloCount();
+  runTo(15);
+  EXPECT_EQ(hellos().back().drPriority, 7u);
+  EXPECT_EQ(eth0->neighborCount(), 1u);
+  EXPECT_EQ(eth0->triggeredHelloCount(), greetings) << "nobody new is greeted";
+}
+
 TEST_F(HelloTest, NeighborThatTheHostHadPutThereSaysFarewellLikeAny) {
   eth0->neighborIs(addr("192.0.2.1"));
   HelloMessage farewell = from("192.0.2.1");
