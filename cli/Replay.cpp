@@ -168,8 +168,8 @@ void Replay::end(bool complete, U64 frames, double runOn) {
   result.now = world_->context.now();
   result.exceptions = world_->context.notificationExceptions();
   result.messages = messages_;
-  result.zones = zonesOf(*router_);
-  result.counters = countersOf(*router_->status()->counters());
+  result.zones = host::zonesOf(*router_);
+  result.counters = host::countersOf(*router_->status()->counters());
   report_.onEnd(result);
 }
 

@@ -9,9 +9,9 @@
 
 #include "cli/Capture.h"
 #include "cli/ReplayOptions.h"
-#include "cli/Views.h"
 #include "host/Observer.h"
 #include "host/Reception.h"
+#include "host/Views.h"
 
 namespace pimbsr::cli {
 
@@ -51,8 +51,8 @@ struct ReplayResult {
   double now = 0;         ///< the end on the router's clock, for which expiry times are
   U64 exceptions = 0;     ///< caught inside the engine; 0 unless it has a fault
   MessageCounts messages;
-  std::vector<ZoneView> zones;
-  std::vector<CounterView> counters;
+  std::vector<host::ZoneView> zones;
+  std::vector<host::CounterView> counters;
 };
 
 /// Hears of a replay as it goes.

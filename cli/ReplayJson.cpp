@@ -5,6 +5,9 @@
 
 namespace pimbsr::cli {
 
+using host::CounterView;
+using host::RangeView;
+using host::ZoneView;
 /// An object keeps its members in the order in which they are added.
 using Json = nlohmann::ordered_json;
 

@@ -5,11 +5,16 @@
 
 #include "cli/SimRows.h"
 #include "cli/SimTables.h"
+#include "host/Machines.h"
+#include "host/Views.h"
 
 namespace pimbsr::cli {
 
 using host::Change;
 using host::ChangeKind;
+using host::MachineView;
+using host::RangeView;
+using host::ZoneView;
 
 /// An object keeps its members in the order in which they are added.
 using Json = nlohmann::ordered_json;
@@ -123,7 +128,7 @@ void SimJson::onState(sim::Node const& node, Lanet::IpGenPrefix const& zone,
                       Routing::Pim::Bsr::BsrCandidateState state) {
   Json event = eventOf(node, "state");
   event["zone"] = jsonOf(zone);
-  event["state"] = cli::nameOf(state);
+  event["state"] = host::nameOf(state);
   document_->timeline.push_back(std::move(event));
 }
 
@@ -159,7 +164,7 @@ static Json rangeJson(RangeView const& range) {
 }
 
 static Json zoneJson(sim::Node const& node, ZoneView const& zone) {
-  MachineView machine = machineOf(node, zone.zone);
+  MachineView machine = machineOf(*node.router(), zone.zone, node.localTime(node.network().now()));
   Json rpSet = Json::array();
   for (RangeView const& range : zone.rpSet) rpSet.push_back(rangeJson(range));
   return {{"zone", jsonOf(zone.zone)},

@@ -4,6 +4,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/Machines.h"
 #include "runtime/Log.h"
 #include "wire/Wire.h"
 
@@ -15,31 +16,6 @@ using host::ChangeKind;
 using host::MessageKind;
 using Lanet::IpGenAddr;
 using Routing::Pim::Bsr::BsrCandidateState;
-using Routing::Pim::Bsr::BsrNonCandidateState;
-
-std::string_view nameOf(BsrCandidateState state) {
-  switch (state) {
-    case BsrCandidateState::cBsr:
-      return "Candidate-BSR";
-    case BsrCandidateState::pBsr:
-      return "Pending-BSR";
-    case BsrCandidateState::eBsr:
-      return "Elected-BSR";
-    default:
-      return "No Info";
-  }
-}
-
-std::string_view nameOf(BsrNonCandidateState state) {
-  switch (state) {
-    case BsrNonCandidateState::acceptAny:
-      return "Accept Any";
-    case BsrNonCandidateState::acceptPreferred:
-      return "Accept Preferred";
-    default:
-      return "No Info";
-  }
-}
 
 std::string_view nameOf(sim::PacketKind kind) {
   constexpr std::string_view names[] = {"Hello", "BSM", "C-RP-Adv", "packet"};
@@ -180,7 +156,7 @@ TimelineRow rowOfDr(sim::Node const& node, sim::Link const& link, IpGenAddr cons
 }
 
 TimelineRow rowOfState(Lanet::IpGenPrefix const& zone, BsrCandidateState state) {
-  return {.event = "state", .where = textOf(zone), .details = std::string(nameOf(state))};
+  return {.event = "state", .where = textOf(zone), .details = std::string(host::nameOf(state))};
 }
 
 // Trace -----------------------------------------------------------------------------------------------

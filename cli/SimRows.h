@@ -21,10 +21,6 @@ TimelineRow rowOfDr(sim::Node const& node, sim::Link const& link, Lanet::IpGenAd
 TimelineRow rowOfState(Lanet::IpGenPrefix const& zone, Routing::Pim::Bsr::BsrCandidateState state);
 TimelineRow rowOfLoss(sim::Link const* link, sim::Loss loss, sim::Bytes packet);
 
-/// The names that RFC 5059 sections 3.1.1 and 3.1.2 give the states.
-std::string_view nameOf(Routing::Pim::Bsr::BsrCandidateState state);
-std::string_view nameOf(Routing::Pim::Bsr::BsrNonCandidateState state);
-
 /// "BSM", "C-RP-Adv", "Hello" or "packet".
 std::string_view nameOf(sim::PacketKind kind);
 

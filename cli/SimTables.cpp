@@ -1,71 +1,28 @@
 #include "cli/SimTables.h"
 
-#include <algorithm>
 #include <map>
 #include <ostream>
 
 #include "cli/Columns.h"
-#include "cli/SimRows.h"
+#include "cli/Table.h"
+#include "host/Machines.h"
 #include "host/RpMap.h"
+#include "host/Views.h"
 
 namespace pimbsr::cli {
 
+using host::CounterView;
+using host::MachineView;
+using host::RangeView;
+using host::ZoneView;
 using Lanet::IpGenAddr;
-using Lanet::IpGenPrefix;
 using sim::Network;
 using sim::Node;
 using sim::View;
 using Zet::U32;
 using Zet::U64;
 
-// Tables of text --------------------------------------------------------------------------------------
-
-namespace {
-
-/// Rows of cells, written in columns as wide as their widest cell. Numbers stand to the right.
-class Table {
- public:
-  explicit Table(std::vector<std::string> head) : numeric_(head.size(), true) {
-    rows_.push_back(std::move(head));
-  }
-
-  void add(std::vector<std::string> row) {
-    for (std::size_t i = 0; i < row.size(); ++i) numeric_[i] = numeric_[i] && isNumber(row[i]);
-    rows_.push_back(std::move(row));
-  }
-  bool empty() const { return rows_.size() == 1; }
-  void write(std::ostream& out) const;
-
- private:
-  static bool isNumber(std::string const& cell) {
-    bool isAddress = std::count(cell.begin(), cell.end(), '.') > 1;
-    return !isAddress && cell.find_first_not_of("0123456789.-") == cell.npos;
-  }
-
-  std::vector<std::vector<std::string>> rows_;
-  std::vector<bool> numeric_;
-};
-
-void Table::write(std::ostream& out) const {
-  std::vector<std::size_t> widths(numeric_.size());
-  for (auto const& row : rows_) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-  }
-  for (auto const& row : rows_) {
-    std::string line;
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      std::string_view gap = i == 0 ? "" : "  ";
-      line += numeric_[i] ? fmt::format("{}{:>{}}", gap, row[i], widths[i])
-                          : fmt::format("{}{:<{}}", gap, row[i], widths[i]);
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    out << line << '\n';
-  }
-}
-
-std::string textOfTimer(std::optional<double> const& left) { return left ? textOfTime(*left) : "-"; }
-
-}  // namespace
+static std::string textOfTimer(std::optional<double> const& left) { return left ? textOfTime(*left) : "-"; }
 
 std::vector<Node const*> nodesOf(Network const& network, std::span<U32 const> numbers) {
   std::vector<Node const*> nodes;
@@ -78,29 +35,10 @@ std::vector<Node const*> nodesOf(Network const& network, std::span<U32 const> nu
 
 static double nowAt(Node const& node) { return node.localTime(node.network().now()); }
 
-// Machines --------------------------------------------------------------------------------------------
-
-static std::optional<double> leftOf(Kiv::TimerWheel::NotifieeConst const* timer, double now) {
-  if (timer == nullptr || !timer->isArmed()) return std::nullopt;
-  return std::max(0.0, timer->timeMin() - now);
-}
-
-MachineView machineOf(Node const& node, IpGenPrefix const& zone) {
-  auto root = node.router()->root();
-  if (auto machine = root->candidateSm(zone)) {
-    return {nameOf(machine->state()), true, leftOf(machine->zetBsTimer(), nowAt(node)), std::nullopt};
-  }
-  if (auto machine = root->nonCandidateSm(zone)) {
-    return {nameOf(machine->state()), false, leftOf(machine->zetBsTimer(), nowAt(node)),
-            leftOf(machine->zetSzTimer(), nowAt(node))};
-  }
-  return {};
-}
-
 // Views -----------------------------------------------------------------------------------------------
 
 static void addBsrRow(Table& table, Node const& node, ZoneView const& zone, std::string const& name) {
-  MachineView machine = machineOf(node, zone.zone);
+  MachineView machine = machineOf(*node.router(), zone.zone, nowAt(node));
   std::size_t count = 0;
   for (RangeView const& range : zone.rpSet) count += range.rps.size();
   table.add({name, textOf(zone.zone), std::string(machine.state), zone.bsr ? textOf(zone.bsr->address) : "-",
@@ -170,7 +108,7 @@ static Table stateTable(std::vector<Node const*> const& nodes) {
   for (Node const* node : nodes) {
     if (!node->isRunning()) continue;
     for (ZoneView const& zone : zonesOf(*node->router())) {
-      MachineView machine = machineOf(*node, zone.zone);
+      MachineView machine = machineOf(*node->router(), zone.zone, nowAt(*node));
       bool none = machine.state == "-";
       table.add({node->name(), textOf(zone.zone),
                  none                ? "none"
@@ -191,7 +129,7 @@ static Table counterTable(std::vector<Node const*> const& nodes) {
     auto add = [&](std::string const& counter, U64 value, std::string const& sentence) {
       if (value != 0) table.add({std::exchange(name, ""), counter, fmt::to_string(value), sentence});
     };
-    for (CounterView const& counter : countersOf(*node->router()->status()->counters())) {
+    for (CounterView const& counter : host::countersOf(*node->router()->status()->counters())) {
       add(counter.name, counter.value, counter.sentence);
       for (CounterView const& part : counter.parts) add("  " + part.name, part.value, "");
     }
@@ -234,21 +172,6 @@ void writeView(std::ostream& out, Network const& network, sim::Show const& show)
 
 // Which RP serves a group -----------------------------------------------------------------------------
 
-static std::string reasonOf(host::RpAnswer const& answer) {
-  switch (answer.tieBreak) {
-    case host::RpTieBreak::onlyOne:
-      return "the only RP of its range";
-    case host::RpTieBreak::priority:
-      return "the lowest priority";
-    case host::RpTieBreak::hash:
-      return "the highest hash among the lowest priority";
-    case host::RpTieBreak::address:
-      return "the highest address among equals";
-    default:
-      return "";
-  }
-}
-
 void writeRpAnswer(std::ostream& out, Node const& node, Lanet::IpAddr group) {
   std::string name = fmt::format("{}: group {}", node.name(), textOf(group));
   if (!node.isRunning()) {
@@ -261,7 +184,7 @@ void writeRpAnswer(std::ostream& out, Node const& node, Lanet::IpAddr group) {
     return;
   }
   out << fmt::format("{} is served by {} of range {}: {}\n", name, textOf(answer.rp), textOf(answer.range),
-                     reasonOf(answer));
+                     host::sentenceOf(answer.tieBreak));
   Table table({"RP", "priority", "hash mask length", "hash"});
   for (host::RpChoice const& choice : answer.choices) {
     table.add({textOf(choice.address), fmt::to_string(choice.priority), fmt::to_string(choice.hashMaskLen),

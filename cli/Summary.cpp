@@ -6,7 +6,10 @@
 namespace pimbsr::cli {
 
 using host::BsrView;
+using host::CounterView;
+using host::RangeView;
 using host::RpView;
+using host::ZoneView;
 
 // Zones -----------------------------------------------------------------------------------------------
 

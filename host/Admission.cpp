@@ -1,6 +1,8 @@
 #include "host/Admission.h"
 
 #include <algorithm>
+#include <map>
+#include <optional>
 #include <vector>
 
 #include "protocol/BsrCandidateSm.h"
@@ -18,23 +20,6 @@ using Zet::Ptr;
 static constexpr U16 longestHoldtime = 40958;
 static constexpr U8 longestHashMask = 32;
 
-struct RefusalText {
-  std::string_view name;
-  std::string_view sentence;
-};
-
-static constexpr RefusalText refusalTexts[] = {
-    {"", ""},
-    {"own-address", "The message was sent from one of this router's own addresses."},
-    {"hash-mask-length", "The hash mask length is above 32."},
-    {"holdtime", "A holdtime is above 40958 seconds."},
-    {"fragment-overflow", "More RPs were named for one range under one fragment tag than were announced."},
-};
-
-std::string_view refusalName(Refusal refusal) { return refusalTexts[static_cast<int>(refusal)].name; }
-
-std::string_view refusalSentence(Refusal refusal) { return refusalTexts[static_cast<int>(refusal)].sentence; }
-
 /// Whether a record enters the fragment store: it names RPs, and not all of its range.
 static bool isFragment(BootstrapGroupData const& group) {
   return group.fragRpCount() != 0 && group.rpCount() != group.fragRpCount();
@@ -47,73 +32,91 @@ static bool hasLongHoldtime(BootstrapGroupData const& group) {
   return false;
 }
 
+namespace {
+
+/// The RPs named for the ranges that come in fragments in one message, there and wherever else its fragment
+/// tag is known; and the least number announced for each. It is made once for a message, with one walk of
+/// what is kept, however many ranges there are.
+class Named {
+ public:
+  Named(BootstrapMessage const& message, Routing::Pim::Bsr::PimBsrSm const& root) {
+    Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
+    for (auto group = groups->groupDataIterator(); group; ++group) {
+      if (isFragment(*group)) ranges_[group->prefix()].add(group->rpCount(), group->rpListIterator());
+    }
+    addStored(root.bsmRxFragments(message.fragmentTag()));
+    addKept(message.fragmentTag(), root.nonCandidateSmIterator());
+    addKept(message.fragmentTag(), root.candidateSmIterator());
+  }
+
+  bool overflows(IpGenPrefix const& prefix) { return ranges_.at(prefix).overflows(); }
+
+ private:
+  class Range {
+   public:
+    template <class RpWalk>
+    void add(U8 announced, RpWalk rps) {
+      announced_ = std::min(announced_, announced);
+      for (; rps; ++rps) addresses_.push_back(rps->rpAddress());
+    }
+
+    bool overflows() {
+      std::sort(addresses_.begin(), addresses_.end());
+      addresses_.erase(std::unique(addresses_.begin(), addresses_.end()), addresses_.end());
+      return addresses_.size() > announced_;
+    }
+
+   private:
+    std::vector<IpGenAddr> addresses_;
+    U8 announced_ = 255;
+  };
+
+  void addStored(Ptr<Routing::Pim::Bsr::PimBsrRxFragments> const& stored) {
+    if (!stored) return;
+    for (auto& [prefix, range] : ranges_) {
+      if (auto held = stored->groupRpData(prefix)) range.add(held->rpCount(), held->rpIterator());
+    }
+  }
+
+  template <class MachineWalk>
+  void addKept(U16 tag, MachineWalk machines) {
+    for (; machines; ++machines) {
+      Ptr<BootstrapMessage> kept = machines->lastBsm();
+      if (kept && kept->fragmentTag() == tag) addGroups(*kept);
+    }
+  }
+
+  void addGroups(BootstrapMessage const& kept) {
+    Ptr<Packet::BootstrapOptionalData> groups = kept.groupRpData();
+    for (auto group = groups->groupDataIterator(); group; ++group) {
+      if (!isFragment(*group)) continue;
+      auto range = ranges_.find(group->prefix());
+      if (range != ranges_.end()) range->second.add(group->rpCount(), group->rpListIterator());
+    }
+  }
+
+  std::map<IpGenPrefix, Range> ranges_;
+};
+
+}  // namespace
+
 Refusal Admission::judge(BootstrapMessage const& message) const {
   if (port_.isOwnAddress(message.srcAddr())) return Refusal::ownAddress;
   if (message.hashMaskLen() > longestHashMask) return Refusal::hashMaskLength;
+  std::optional<Named> named;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   for (auto group = groups->groupDataIterator(); group; ++group) {
     if (hasLongHoldtime(*group)) return Refusal::holdtime;
-    if (isFragment(*group) && overflows(message, group->prefix())) return Refusal::fragmentOverflow;
+    if (!isFragment(*group)) continue;
+    if (!named) named.emplace(message, root_);
+    if (named->overflows(group->prefix())) return Refusal::fragmentOverflow;
   }
   return Refusal::none;
 }
 
 Refusal Admission::judge(Packet::CrpAdvMessage const& message) const {
+  if (message.dstAddr().v4Addr().isMulticast()) return Refusal::multicastAdvertisement;
   return message.holdtime() > longestHoldtime ? Refusal::holdtime : Refusal::none;
-}
-
-namespace {
-
-/// The RPs named for one range under one fragment tag, and the least number announced.
-class Named {
- public:
-  Named(U16 tag, IpGenPrefix const& prefix) : tag_(tag), prefix_(prefix) {}
-
-  void add(BootstrapMessage const& message) {
-    if (message.fragmentTag() != tag_) return;
-    Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
-    for (auto group = groups->groupDataIterator(); group; ++group) {
-      if (group->prefix() == prefix_ && isFragment(*group)) add(group->rpCount(), group->rpListIterator());
-    }
-  }
-
-  template <class RpWalk>
-  void add(U8 announced, RpWalk rps) {
-    announced_ = std::min(announced_, announced);
-    for (; rps; ++rps) addresses_.push_back(rps->rpAddress());
-  }
-
-  template <class MachineWalk>
-  void addKept(MachineWalk machines) {
-    for (; machines; ++machines) {
-      if (Ptr<BootstrapMessage> kept = machines->lastBsm()) add(*kept);
-    }
-  }
-
-  bool overflows() {
-    std::sort(addresses_.begin(), addresses_.end());
-    auto end = std::unique(addresses_.begin(), addresses_.end());
-    return end - addresses_.begin() > announced_;
-  }
-
- private:
-  U16 tag_;
-  IpGenPrefix const& prefix_;
-  std::vector<IpGenAddr> addresses_;
-  U8 announced_ = 255;
-};
-
-}  // namespace
-
-bool Admission::overflows(BootstrapMessage const& message, IpGenPrefix const& prefix) const {
-  Named named(message.fragmentTag(), prefix);
-  named.add(message);
-  if (auto fragments = root_.bsmRxFragments(message.fragmentTag())) {
-    if (auto held = fragments->groupRpData(prefix)) named.add(held->rpCount(), held->rpIterator());
-  }
-  named.addKept(root_.nonCandidateSmIterator());
-  named.addKept(root_.candidateSmIterator());
-  return named.overflows();
 }
 
 }  // namespace pimbsr::host

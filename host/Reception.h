@@ -10,7 +10,7 @@ namespace pimbsr::host {
 
 /// What a received packet turned out to be.
 enum class MessageKind : U8 {
-  notPim,     ///< no PIM packet at all
+  notPim,     ///< no PIM packet at all, or not looked at since it came too fast
   bootstrap,  ///< Bootstrap Message
   crpAdv,     ///< Candidate-RP-Advertisement
   hello,      ///< Hello

@@ -2,9 +2,11 @@
 
 #include "host/Admission.h"
 #include "host/RpSweep.h"
+#include "host/Screen.h"
 #include "pim/IoManager.h"
 #include "pim/RpfTable.h"
 #include "runtime/Assert.h"
+#include "wire/Message.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::host {
@@ -51,6 +53,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   root_ = Bsr::pimBsrSmFactory(status_, pimStatus_, bsmStatus_, crpMsgStatus_, rpCandidateStatus_, wheel_,
                                interfaces_);
   admission_ = std::make_unique<Admission>(*root_, port_);
+  screen_ = std::make_unique<Screen>(*root_, *gate_, *pimStatus_, port_, options.screening);
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
 }
 
@@ -73,11 +76,19 @@ Router::~Router() {
   Zet::Context::Scope scope(context_);
   hellos_.clear();
   sweep_->stop();
+  screen_ = nullptr;
   admission_ = nullptr;
   root_ = nullptr;
   crpGate_ = nullptr;
   gate_ = nullptr;
   configSm_ = nullptr;
+}
+
+/// The gates take up whichever counters stand in the status tree.
+void Router::clearCounters() {
+  Zet::Context::Scope scope(context_);
+  status_->countersDel();
+  status_->countersIs("bsr");
 }
 
 void Router::sayFarewell() {
@@ -99,12 +110,14 @@ void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
 void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const& options) {
   Zet::Context::Scope scope(context_);
   interfaceIs(intfId, mtu);
-  hellos_.try_emplace(intfId, pimStatus_->pimIntf(intfId), wheel_, port_, options);
+  auto [at, isNew] = hellos_.try_emplace(intfId, pimStatus_->pimIntf(intfId), wheel_, port_, options);
+  if (!isNew) at->second.optionsIs(options);
 }
 
 void Router::interfaceDel(IntfId const& intfId) {
   Zet::Context::Scope scope(context_);
   hellos_.erase(intfId);
+  screen_->forget(intfId);
   pimStatus_->pimIntfDel(intfId);
   interfaces_->intfStatusDel(intfId);
   writeSourceAddress(intfId, port_.primaryAddress(intfId));
@@ -122,6 +135,11 @@ void Router::writeSourceAddress(IntfId const& intfId, IpGenAddr const& address) 
 }
 
 pim::HelloSm* Router::hello(IntfId const& intfId) {
+  auto at = hellos_.find(intfId);
+  return at == hellos_.end() ? nullptr : &at->second;
+}
+
+pim::HelloSm const* Router::hello(IntfId const& intfId) const {
   auto at = hellos_.find(intfId);
   return at == hellos_.end() ? nullptr : &at->second;
 }
@@ -210,18 +228,53 @@ void Router::permitDel(IpGenPrefix const& senders) {
 
 // A packet --------------------------------------------------------------------------------------------
 
+void Router::screeningIs(Screening const& screening) { screen_->settingsIs(screening); }
+
+/// Names the refusal, if it is one, and returns whether it is.
+static bool refused(Refusal refusal, Reception& reception) {
+  if (refusal == Refusal::none) return false;
+  reception.reason = refusalName(refusal);
+  reception.sentence = refusalSentence(refusal);
+  return true;
+}
+
 Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
   Zet::Context::Scope scope(context_);
   Reception reception;
+  if (refused(screen_->judgeArrival(intfId), reception)) return reception;
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
   if (ip) {
-    reception.source = ip->source;
-    reception.destination = ip->destination;
-    handle(intfId, wire::decodeMessage(ip->payload, ip->source, ip->destination), reception);
+    read(intfId, *ip, reception);
   } else if (ip.reason() != wire::DropReason::ipProtocol) {
     malformed(ip.reason(), reception);
   }
   return reception;
+}
+
+/// What a message says it is, before more of it is read.
+static MessageKind kindOf(wire::Bytes pim) {
+  wire::Reader in(pim);
+  wire::MessageHeader header;
+  if (wire::readHeader(in, header)) return MessageKind::malformed;
+  switch (static_cast<wire::MessageType>(header.type)) {
+    case wire::MessageType::hello:
+      return MessageKind::hello;
+    case wire::MessageType::bootstrap:
+      return MessageKind::bootstrap;
+    case wire::MessageType::crpAdv:
+      return MessageKind::crpAdv;
+  }
+  return MessageKind::other;
+}
+
+void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Reception& reception) {
+  reception.source = packet.source;
+  reception.destination = packet.destination;
+  if (refused(screen_->judgePacket(intfId, packet), reception)) {
+    reception.kind = kindOf(packet.payload);
+    return;
+  }
+  handle(intfId, wire::decodeMessage(packet.payload, packet.source, packet.destination), reception);
 }
 
 void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
@@ -237,21 +290,22 @@ void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> co
     crpAdv(intfId, **adv, reception);
   } else if (auto const* told = std::get_if<wire::HelloMessage>(&*decoded)) {
     reception.kind = MessageKind::hello;
-    if (pim::HelloSm* machine = hello(intfId)) machine->receive(*told);
+    hello(intfId, *told, reception);
   } else {
     reception.kind = MessageKind::other;
   }
+}
+
+void Router::hello(IntfId const& intfId, wire::HelloMessage const& told, Reception& reception) {
+  pim::HelloSm* machine = hello(intfId);
+  if (machine == nullptr || refused(screen_->judgeHello(intfId, told), reception)) return;
+  machine->receive(told);
 }
 
 void Router::malformed(wire::DropReason reason, Reception& reception) {
   reception.kind = MessageKind::malformed;
   reception.reason = wire::name(reason);
   reception.sentence = wire::sentence(reason);
-}
-
-static void refuse(Reception& reception, Refusal refusal) {
-  reception.reason = refusalName(refusal);
-  reception.sentence = refusalSentence(refusal);
 }
 
 namespace {
@@ -294,8 +348,9 @@ static void tellCause(Bsr::PimBsrErrorCounters const& before, Bsr::PimBsrErrorCo
 }
 
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
-  if (Refusal refusal = admission_->judge(message); refusal != Refusal::none)
-    return refuse(reception, refusal);
+  if (refused(screen_->judgeSender(intfId, message), reception)) return;
+  if (refused(admission_->judge(message), reception)) return;
+  if (refused(screen_->judgeCost(message), reception)) return;
   Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
   bsmInfo_->intfIdIs(intfId);
   bsmInfo_->messageIs(&message);
@@ -304,9 +359,9 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
-  if (Refusal refusal = admission_->judge(message); refusal != Refusal::none)
-    return refuse(reception, refusal);
+  if (refused(admission_->judge(message), reception)) return;
   if (!port_.isOwnAddress(message.dstAddr())) return;
+  if (refused(screen_->judgeCost(message), reception)) return;
   Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
   crpMsgInfo_->intfIdIs(intfId);
   crpMsgInfo_->messageIs(&message);

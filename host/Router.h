@@ -10,6 +10,7 @@
 #include "crp/RpCandidateSm.h"
 #include "host/Candidacy.h"
 #include "host/Reception.h"
+#include "host/Screening.h"
 #include "model/Acl.h"
 #include "model/Config.h"
 #include "model/IO.h"
@@ -37,6 +38,7 @@ namespace pimbsr::host {
 
 class Admission;
 class RpSweep;
+class Screen;
 
 /// What a router is given by its host.
 struct RouterOptions {
@@ -52,6 +54,8 @@ struct RouterOptions {
   Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus = nullptr;
   /// Answers for the neighbours towards BSRs; where it is null, the router's own routes and Hellos do.
   Zet::Ptr<Routing::Pim::PimRpfTable> rpf = nullptr;
+  /// What is checked in packets of a real network; nothing by default.
+  Screening screening;
 };
 
 /// One Bootstrap Router behind a port: the status tree, the machines in the order in which they must be made,
@@ -72,7 +76,7 @@ class PIMBSR_API Router {
   /// Adds an interface that takes PIM messages without a Hello of its own, or changes its MTU (bytes; 0
   /// counts as 1500).
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu);
-  /// Adds an interface that speaks Hello too, or changes its MTU; the options count when it is added.
+  /// Adds an interface that speaks Hello too, or changes its MTU and options.
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& hello);
   /// Takes an interface away with its neighbours; no Hello is sent. What address it has still is the port's
   /// to say. An unknown one is left alone.
@@ -101,6 +105,13 @@ class PIMBSR_API Router {
   /// others are refused; without any all are taken.
   void permitIs(Lanet::IpGenPrefix const& senders);
   void permitDel(Lanet::IpGenPrefix const& senders);
+
+  /// Checks packets by other settings from now on. What stands beyond a lowered bound stays until it ends by
+  /// itself.
+  void screeningIs(Screening const& screening);
+
+  /// Starts the engine's message counters from 0 again; not to be called while a message is handled.
+  void clearCounters();
 
   /// Ends all candidacies with what they have to say, and tells the neighbours of every interface farewell
   /// (Hello with holdtime 0). To be called before an orderly end.
@@ -131,12 +142,15 @@ class PIMBSR_API Router {
   Zet::Ptr<Kiv::TimerWheel> timerWheel() const { return wheel_; }
   /// The Hello machine of an interface; null for one that speaks no Hello.
   pim::HelloSm* hello(Lanet::IntfId const& intfId);
+  pim::HelloSm const* hello(Lanet::IntfId const& intfId) const;
 
  private:
   void configure(RouterOptions const& options);
   void writeSourceAddress(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address);
+  void read(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet, Reception& reception);
   void handle(Lanet::IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
               Reception& reception);
+  void hello(Lanet::IntfId const& intfId, wire::HelloMessage const& told, Reception& reception);
   static void malformed(wire::DropReason reason, Reception& reception);
   void bootstrap(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage& message,
                  Reception& reception);
@@ -164,6 +178,7 @@ class PIMBSR_API Router {
   Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate_;
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   std::unique_ptr<Admission> admission_;
+  std::unique_ptr<Screen> screen_;
   std::map<Lanet::IntfId, pim::HelloSm> hellos_;
   Zet::Ptr<RpSweep> sweep_;
   std::set<Lanet::IpGenPrefix> permitted_;

@@ -22,6 +22,9 @@ class PIMBSR_API Port {
   virtual std::vector<Lanet::IpGenAddr> secondaryAddresses(Lanet::IntfId const&) const { return {}; }
   /// Whether an address belongs to this router.
   virtual bool isOwnAddress(Lanet::IpGenAddr const& address) const = 0;
+  /// Whether an address lies in a subnet of an interface; by default all do. Asked only by a router that
+  /// screens its packets.
+  virtual bool isOnSubnet(Lanet::IntfId const&, Lanet::IpGenAddr const&) const { return true; }
 };
 
 }  // namespace pimbsr::pim

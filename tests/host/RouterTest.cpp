@@ -190,5 +190,15 @@ TEST_F(RouterTest, TakingDownSendsNothing) {
   EXPECT_EQ(port.sent.size(), 1u);
 }
 
+TEST_F(RouterTest, ClearedCountersCountFromZeroForBothGates) {
+  receive(packetOf(ordinary));
+  EXPECT_EQ(counters()->rxBsmSuccess(), 1u);
+  router.clearCounters();
+  EXPECT_EQ(counters()->rxBsmSuccess(), 0u);
+  receive(packetOf(ordinary));
+  EXPECT_EQ(counters()->rxBsmSuccess(), 1u);
+  EXPECT_EQ(counters()->rx(), 1u);
+}
+
 }  // namespace
 }  // namespace test

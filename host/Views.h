@@ -7,24 +7,25 @@
 #include "host/Observer.h"
 #include "host/Router.h"
 #include "model/Counters.h"
+#include "runtime/Export.h"
 
-namespace pimbsr::cli {
+namespace pimbsr::host {
 
 /// The RPs of one group range, by address.
 struct RangeView {
   Lanet::IpGenPrefix range;
-  std::vector<host::RpView> rps;
+  std::vector<RpView> rps;
 };
 
 /// What a router believes of one zone.
 struct ZoneView {
   Lanet::IpGenPrefix zone;
-  std::optional<host::BsrView> bsr;
+  std::optional<BsrView> bsr;
   std::vector<RangeView> rpSet;  ///< by range
 };
 
 /// Every zone that has a BSR, an RP set or a machine, by prefix.
-std::vector<ZoneView> zonesOf(host::Router const& router);
+PIMBSR_API std::vector<ZoneView> zonesOf(Router const& router);
 
 /// One counter, or a counter made of parts, each a counter of its own.
 struct CounterView {
@@ -35,6 +36,6 @@ struct CounterView {
 };
 
 /// Every counter in declared order, read by name from the declared attributes.
-std::vector<CounterView> countersOf(Routing::Pim::Bsr::PimBsrCounters const& counters);
+PIMBSR_API std::vector<CounterView> countersOf(Routing::Pim::Bsr::PimBsrCounters const& counters);
 
-}  // namespace pimbsr::cli
+}  // namespace pimbsr::host

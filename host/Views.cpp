@@ -1,4 +1,4 @@
-#include "cli/Views.h"
+#include "host/Views.h"
 
 #include <algorithm>
 #include <set>
@@ -8,7 +8,7 @@
 #include "runtime/Reflection.h"
 #include "runtime/Strep.h"
 
-namespace pimbsr::cli {
+namespace pimbsr::host {
 
 using Lanet::IpGenPrefix;
 using Routing::Pim::Bsr::PimBsrCounters;
@@ -17,7 +17,7 @@ using Zet::U64;
 
 // Zones -----------------------------------------------------------------------------------------------
 
-static std::set<IpGenPrefix> zoneNames(host::Router const& router) {
+static std::set<IpGenPrefix> zoneNames(Router const& router) {
   std::set<IpGenPrefix> zones;
   for (auto at = router.status()->bootstrapRouterIterator(); at; ++at) zones.insert(at.key());
   for (auto at = router.status()->crpStatusIterator(); at; ++at) zones.insert(at.key());
@@ -28,7 +28,7 @@ static std::set<IpGenPrefix> zoneNames(host::Router const& router) {
 
 static RangeView rangeView(Routing::Pim::RpCandidateSet const& set) {
   RangeView view{set.prefix(), {}};
-  for (auto rp = set.rpIterator(); rp; ++rp) view.rps.push_back(host::viewOf(view.range, *rp));
+  for (auto rp = set.rpIterator(); rp; ++rp) view.rps.push_back(viewOf(view.range, *rp));
   std::sort(view.rps.begin(), view.rps.end(), [](auto& a, auto& b) { return a.address < b.address; });
   return view;
 }
@@ -40,12 +40,12 @@ static std::vector<RangeView> rpSetView(Routing::Pim::RpCandidateStatus const& r
   return ranges;
 }
 
-std::vector<ZoneView> zonesOf(host::Router const& router) {
+std::vector<ZoneView> zonesOf(Router const& router) {
   std::vector<ZoneView> zones;
   for (IpGenPrefix const& zone : zoneNames(router)) {
     ZoneView& view = zones.emplace_back();
     view.zone = zone;
-    if (auto bsr = router.status()->bootstrapRouter(zone)) view.bsr = host::viewOf(*bsr);
+    if (auto bsr = router.status()->bootstrapRouter(zone)) view.bsr = viewOf(*bsr);
     auto rpSet = router.status()->crpStatus(zone);
     if (rpSet && rpSet->status()) view.rpSet = rpSetView(*rpSet->status());
   }
@@ -85,4 +85,4 @@ std::vector<CounterView> countersOf(PimBsrCounters const& counters) {
   return views;
 }
 
-}  // namespace pimbsr::cli
+}  // namespace pimbsr::host

@@ -1,0 +1,179 @@
+#include "host/Quotas.h"
+
+#include <algorithm>
+
+#include "protocol/BsrCandidateSm.h"
+#include "protocol/BsrNonCandidateSm.h"
+#include "runtime/Context.h"
+
+namespace pimbsr::host {
+
+namespace Bsr = Routing::Pim::Bsr;
+namespace Packet = Routing::Pim::Packet;
+using Lanet::IpGenPrefix;
+using Packet::BootstrapGroupData;
+using Packet::BootstrapMessage;
+using Routing::Pim::RpCandidateSet;
+using Zet::Ptr;
+
+/// The zone of a message: that of its first record, if it is scoped.
+static IpGenPrefix zoneOf(BootstrapMessage const& message, IpGenPrefix const& global) {
+  Ptr<BootstrapGroupData> first = message.groupRpData()->groupDataFirst();
+  return first && first->groupFlags().scoped() ? first->prefix() : global;
+}
+
+static bool isFragment(BootstrapGroupData const& group) {
+  return group.fragRpCount() != 0 && group.rpCount() != group.fragRpCount();
+}
+
+Refusal Quotas::judge(BootstrapMessage const& message) {
+  IpGenPrefix zone = zoneOf(message, root_.globalOrNonScopeZone());
+  if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return Refusal::zoneQuota;
+  if (settings_.fragmentRps != 0 && areFragmentsTooMany(message)) return Refusal::fragmentQuota;
+  if (settings_.rps == 0 || takes(namedRps(message))) return Refusal::none;
+  U64 fresh = newRps(zone, message);
+  return fresh == 0 || takes(fresh) ? Refusal::none : Refusal::rpQuota;
+}
+
+Refusal Quotas::judge(Packet::CrpAdvMessage const& message) {
+  if (settings_.rps == 0 || message.holdtime() == 0) return Refusal::none;
+  U64 fresh = newRps(message);
+  return fresh == 0 || takes(fresh) ? Refusal::none : Refusal::rpQuota;
+}
+
+// Zones -----------------------------------------------------------------------------------------------
+
+bool Quotas::isZoneTooMany(IpGenPrefix const& zone) {
+  IpGenPrefix global = root_.globalOrNonScopeZone();
+  if (zone == global || root_.candidateSm(zone) || root_.nonCandidateSm(zone)) return false;
+  forgetZones();
+  U32 learned = root_.nonCandidateSmCount() - (root_.nonCandidateSm(global) ? 1 : 0);
+  return learned >= settings_.learnedZones;
+}
+
+/// The gate keeps a message of every zone that it ever let in, to know whether another is its first soon
+/// after the start. After that a zone that nobody follows any more needs none.
+void Quotas::forgetZones() {
+  if (Zet::now() <= gate_.startupTime() + Bsr::BootstrapMessageSm::bsPeriodDefault()) return;
+  for (auto at = gate_.lastBsmIterator(); at; ++at) {
+    IpGenPrefix zone = at.key();
+    if (!root_.candidateSm(zone) && !root_.nonCandidateSm(zone)) gate_.lastBsmDel(zone);
+  }
+}
+
+// Fragments -------------------------------------------------------------------------------------------
+
+Ptr<Bsr::PimBsrRxFragment> Quotas::waiting(BootstrapMessage const& message,
+                                           BootstrapGroupData const& group) const {
+  if (!isFragment(group)) return nullptr;
+  Ptr<Bsr::PimBsrRxFragments> fragments = root_.bsmRxFragments(message.fragmentTag());
+  return fragments ? fragments->groupRpData(group.prefix()) : nullptr;
+}
+
+U64 Quotas::waitingRps() const {
+  U64 rps = 0;
+  for (auto tag = root_.bsmRxFragmentsIterator(); tag; ++tag) {
+    for (auto group = tag->groupRpDataIterator(); group; ++group) rps += group->rps();
+  }
+  return rps;
+}
+
+bool Quotas::areFragmentsTooMany(BootstrapMessage const& message) const {
+  U64 added = 0;
+  Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
+  for (auto group = groups->groupDataIterator(); group; ++group) {
+    if (!isFragment(*group)) continue;
+    Ptr<Bsr::PimBsrRxFragment> held = waiting(message, *group);
+    for (auto rp = group->rpListIterator(); rp; ++rp) {
+      if (!held || !held->rp(rp->rpAddress())) ++added;
+    }
+  }
+  return added != 0 && waitingRps() + added > settings_.fragmentRps;
+}
+
+// RPs -------------------------------------------------------------------------------------------------
+
+Ptr<RpCandidateSet> Quotas::known(IpGenPrefix const& zone, IpGenPrefix const& range) const {
+  Ptr<Bsr::PimBsrRpCandidateStatus> zoneStatus = root_.bsrStatus()->crpStatus(zone);
+  Ptr<Routing::Pim::RpCandidateStatus> sets = zoneStatus ? zoneStatus->status() : nullptr;
+  return sets ? sets->crpSet(range) : nullptr;
+}
+
+/// All RPs that a message could add, known or not; with those of its fragments that came before.
+U64 Quotas::namedRps(BootstrapMessage const& message) const {
+  U64 named = 0;
+  Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
+  for (auto group = groups->groupDataIterator(); group; ++group) {
+    named += group->fragRpCount();
+    if (Ptr<Bsr::PimBsrRxFragment> held = waiting(message, *group)) named += held->rps();
+  }
+  return named;
+}
+
+/// How many of some RPs a set doesn't hold and would have to; null stands for no set.
+template <class RpWalk, class Known>
+static U64 countNew(RpWalk rps, Ptr<RpCandidateSet> const& set, Known const& isKnown) {
+  U64 fresh = 0;
+  for (; rps; ++rps) {
+    bool isHeld = (set && set->rp(rps->rpAddress())) || isKnown(rps->rpAddress());
+    if (rps->rpHoldtime() != 0 && !isHeld) ++fresh;
+  }
+  return fresh;
+}
+
+/// A range without a set costs one at least: withdrawing RPs that never were makes an empty set of it.
+U64 Quotas::newRps(IpGenPrefix const& zone, BootstrapMessage const& message) const {
+  U64 all = 0;
+  Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
+  for (auto group = groups->groupDataIterator(); group; ++group) {
+    if (group->fragRpCount() == 0) continue;
+    Ptr<RpCandidateSet> set = known(zone, group->prefix());
+    Ptr<Bsr::PimBsrRxFragment> held = waiting(message, *group);
+    U64 fresh = countNew(group->rpListIterator(), set,
+                         [&](auto const& address) { return held && held->rp(address); });
+    if (held) fresh += countNew(held->rpIterator(), set, [](auto const&) { return false; });
+    all += set ? fresh : std::max<U64>(fresh, 1);
+  }
+  return all;
+}
+
+/// An advertisement without ranges speaks for the global zone's.
+U64 Quotas::newRps(Packet::CrpAdvMessage const& message) const {
+  U64 fresh = 0;
+  auto look = [&](IpGenPrefix const& range) {
+    Ptr<RpCandidateSet> set = known(root_.bsrTrie()->longestMatch(range), range);
+    if (!set || !set->rp(message.rpAddress())) ++fresh;
+  };
+  Ptr<Packet::CrpGroupData> groups = message.groupData();
+  if (!groups || groups->groupInfoCount() == 0) {
+    look(root_.globalOrNonScopeZone());
+  } else {
+    for (auto group = groups->groupInfoIterator(); group; ++group) look(group->prefix());
+  }
+  return fresh;
+}
+
+/// Whether so many RPs more are within the bound; then they count as taken. A count is due once the RPs
+/// that were taken since the last are as many as the sets it had to walk, or after a second: so messages
+/// cost what they name, and a set that has shrunk is noticed soon.
+bool Quotas::takes(U64 rps) {
+  sinceCount_ += rps;
+  bool isDue = estimate_ == unknown || sinceCount_ >= walked_ || Zet::now() >= countedAt_ + 1;
+  if (estimate_ + rps > settings_.rps && isDue) count();
+  if (estimate_ + rps > settings_.rps) return false;
+  estimate_ += rps;
+  return true;
+}
+
+void Quotas::count() {
+  estimate_ = sinceCount_ = walked_ = 0;
+  for (auto zone = root_.bsrStatus()->crpStatusIterator(); zone; ++zone) {
+    Ptr<Routing::Pim::RpCandidateStatus> sets = zone->status();
+    if (!sets) continue;
+    walked_ += sets->crpSetCount();
+    for (auto set = sets->crpSetIterator(); set; ++set) estimate_ += std::max<U64>(set->rpCount(), 1);
+  }
+  countedAt_ = Zet::now();
+}
+
+}  // namespace pimbsr::host

@@ -1,0 +1,75 @@
+#include "host/Refusal.h"
+
+#include <array>
+#include <cstddef>
+#include <iterator>
+
+#include "runtime/Assert.h"
+
+namespace pimbsr::host {
+
+namespace {
+
+struct Row {
+  Refusal refusal;
+  std::string_view name;
+  std::string_view sentence;
+};
+
+constexpr Row rows[] = {
+    {Refusal::none, "", ""},
+    {Refusal::ownAddress, "own-address", "The message was sent from one of this router's own addresses."},
+    {Refusal::hashMaskLength, "hash-mask-length", "The hash mask length is above 32."},
+    {Refusal::holdtime, "holdtime", "A holdtime is above 40958 seconds."},
+    {Refusal::fragmentOverflow, "fragment-overflow",
+     "More RPs were named for one range under one fragment tag than were announced."},
+    {Refusal::multicastAdvertisement, "multicast-advertisement",
+     "The advertisement was sent to a multicast address instead of to the BSR."},
+    {Refusal::ttl, "ttl", "The packet was sent to 224.0.0.13 with another TTL than 1."},
+    {Refusal::foreignSubnet, "foreign-subnet",
+     "The message must stay on its link, but its sender is in no subnet of the interface."},
+    {Refusal::notNeighbor, "not-neighbor",
+     "The Bootstrap Message comes from an address of which no Hello was heard on the interface."},
+    {Refusal::helloDestination, "hello-destination",
+     "The Hello was sent to another address than 224.0.0.13."},
+    {Refusal::rateLimit, "rate-limit",
+     "More packets came in on the interface than it is granted in a second."},
+    {Refusal::neighborQuota, "neighbor-quota",
+     "The Hello tells of more neighbour addresses than are kept of one interface."},
+    {Refusal::zoneQuota, "zone-quota",
+     "The message is of a scope zone not yet known, and no more zones are learned."},
+    {Refusal::fragmentQuota, "fragment-quota",
+     "Too many RPs wait already for the other fragments of their messages."},
+    {Refusal::rpQuota, "rp-quota", "The message names new RPs, and the RP sets hold as many as they may."},
+};
+
+constexpr auto all = [] {
+  std::array<Refusal, std::size(rows) - 1> found{};
+  for (std::size_t i = 0; i < found.size(); ++i) found[i] = rows[i + 1].refusal;
+  return found;
+}();
+
+static_assert(
+    [] {
+      for (std::size_t i = 0; i < std::size(rows); ++i) {
+        if (static_cast<std::size_t>(rows[i].refusal) != i) return false;
+      }
+      return true;
+    }(),
+    "a refusal's number is the index of its row");
+
+Row const& row(Refusal refusal) {
+  auto index = static_cast<std::size_t>(refusal);
+  ZET_ASSERT(index < std::size(rows), "refusal has a row");
+  return rows[index];
+}
+
+}  // namespace
+
+std::string_view refusalName(Refusal refusal) { return row(refusal).name; }
+
+std::string_view refusalSentence(Refusal refusal) { return row(refusal).sentence; }
+
+std::span<Refusal const> refusals() { return all; }
+
+}  // namespace pimbsr::host

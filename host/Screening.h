@@ -1,0 +1,31 @@
+#pragma once
+
+#include "runtime/Types.h"
+
+namespace pimbsr::host {
+
+using Zet::U32;
+
+/// What a router on a real network checks in a packet before the engine hears of it, and how much it lets
+/// peers make it keep. A bound of 0 is none, so that the default lets pass whatever the engine itself takes:
+/// a replay or a simulation sees the protocol and nothing else.
+struct Screening {
+  /// Packets to 224.0.0.13 must have a TTL of 1: with another they were routed here (RFC 7761 section 4.9).
+  /// And Hellos must have been sent there: to another address they could have been routed here.
+  bool linkLocalTtl = false;
+  /// Hellos, Bootstrap Messages and all that is sent to a multicast address must come from an address of the
+  /// interface's subnets.
+  bool onSubnet = false;
+  /// Bootstrap Messages must come from a neighbour whose Hello was heard (RFC 5059 section 3.1.3).
+  bool fromNeighbors = false;
+
+  U32 packetsPerSecond = 0;       ///< packets of one interface that are looked at in a second, in the mean
+  U32 neighborsPerInterface = 0;  ///< addresses of neighbours that are kept of one interface
+  U32 learnedZones = 0;           ///< scope zones that are followed and are no candidacy of this router
+  U32 fragmentRps = 0;            ///< RPs that wait in the fragment stores of all zones together
+  U32 rps = 0;                    ///< RPs in the RP sets of all zones together; an empty range counts as one
+
+  bool operator==(Screening const&) const = default;
+};
+
+}  // namespace pimbsr::host

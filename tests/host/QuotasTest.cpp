@@ -1,0 +1,236 @@
+#include "host/Quotas.h"
+
+#include <string>
+#include <vector>
+
+#include "tests/host/ScreenSupport.h"
+
+namespace test {
+namespace {
+
+class QuotasTest : public ScreenedRouterTest {};
+
+// Neighbours --------------------------------------------------------------------------------------------
+
+TEST_F(QuotasTest, NeighborBeyondTheQuotaIsRefusedAndKnownOnesStay) {
+  router.screeningIs({.neighborsPerInterface = 3});
+  for (int i = 1; i <= 3; ++i) greet(numbered("192.0.2.", i));
+  EXPECT_EQ(reasonFor(HelloMessage{}, {"192.0.2.4"}), "neighbor-quota");
+  EXPECT_EQ(neighbors(), 3u);
+  for (int i = 1; i <= 3; ++i) greet(numbered("192.0.2.", i));
+  EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}, {"192.0.2.4"}), "");
+  EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}, {"192.0.2.2"}), "");
+  greet("192.0.2.4");
+  EXPECT_EQ(neighbors(), 3u);
+}
+
+TEST_F(QuotasTest, FurtherAddressesCountAsNeighborsDo) {
+  router.screeningIs({.neighborsPerInterface = 4});
+  greet("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.52")});
+  greet("192.0.2.2");
+  HelloMessage more{.addressList = {addr("192.0.2.61")}};
+  EXPECT_EQ(reasonFor(more, {"192.0.2.2"}), "neighbor-quota");
+  EXPECT_EQ(reasonFor(more, {"192.0.2.3"}), "neighbor-quota");
+  greet("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.53")});
+  greet("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.53"), addr("192.0.2.1")});
+  greet("192.0.2.1", {addr("192.0.2.51")});
+  greet("192.0.2.2", {addr("192.0.2.61")});
+}
+
+TEST_F(QuotasTest, BoundOfNeighborsIsOfEachInterface) {
+  router.screeningIs({.neighborsPerInterface = 1});
+  greet("192.0.2.1");
+  EXPECT_EQ(router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {"198.51.100.1"})).reason, "");
+}
+
+// Zones -------------------------------------------------------------------------------------------------
+
+TEST_F(QuotasTest, ZoneBeyondTheQuotaIsRefusedAndKnownOnesStay) {
+  router.screeningIs({.learnedZones = 2});
+  EXPECT_EQ(reasonFor(scoped("239.1.0.0/16")), "");
+  EXPECT_EQ(reasonFor(scoped("239.2.0.0/16")), "");
+  EXPECT_EQ(reasonFor(scoped("239.3.0.0/16")), "zone-quota");
+  EXPECT_EQ(reasonFor(scoped("239.1.0.0/16")), "");
+  EXPECT_EQ(reasonFor(scoped("239.2.0.0/16")), "");
+  EXPECT_FALSE(router.status()->bootstrapRouter(prefix("239.3.0.0/16")));
+}
+
+TEST_F(QuotasTest, GlobalZoneAndOwnCandidaciesAreNoLearnedZones) {
+  router.screeningIs({.learnedZones = 1});
+  router.candidateBsrIs(prefix("239.9.0.0/16"), {.address = addr("192.0.2.9"), .intfId = intf("eth0")});
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(scoped("239.9.0.0/16")), "");
+  EXPECT_EQ(reasonFor(scoped("239.1.0.0/16")), "");
+  EXPECT_EQ(reasonFor(scoped("239.2.0.0/16")), "zone-quota");
+  EXPECT_EQ(reasonFor(ordinary), "");
+}
+
+TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNothingBehind) {
+  router.screeningIs({.learnedZones = 1});
+  for (int i = 1; i <= 5; ++i) {
+    EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16")), "");
+    EXPECT_EQ(reasonFor(scoped("239.77.0.0/16")), "zone-quota");
+    run(130 + 1299);
+    EXPECT_EQ(reasonFor(scoped("239.77.0.0/16")), "zone-quota");
+    run(2);
+  }
+  EXPECT_LE(router.gate()->lastBsmCount(), 1u);
+}
+
+TEST_F(QuotasTest, MessageThatTheGateRefusesLearnsNoZone) {
+  router.screeningIs({.learnedZones = 1});
+  for (int i = 1; i <= 9; ++i) {
+    EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16"), {"192.0.2.2"}), "rxNbrRpfCheck");
+  }
+  EXPECT_EQ(reasonFor(scoped("239.1.0.0/16")), "");
+}
+
+// Fragments ---------------------------------------------------------------------------------------------
+
+/// One fragment that names some RPs of `announced` of a range, under a tag.
+Bsm fragment(U16 tag, std::vector<Rp> const& rps, int announced, std::string const& range = "224.0.0.0/4") {
+  return {.groups = {{range, rps, 0, announced, static_cast<int>(rps.size())}}, .tag = tag};
+}
+
+TEST_F(QuotasTest, FragmentBeyondTheQuotaIsRefused) {
+  router.screeningIs({.fragmentRps = 6});
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
+  EXPECT_EQ(reasonFor(fragment(2, someRps(1, 3), 5)), "fragment-quota");
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 3), 5, "239.0.0.0/8")), "fragment-quota");
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 2), 5, "239.0.0.0/8")), "");
+  EXPECT_EQ(reasonFor(fragment(3, someRps(1, 1), 5)), "fragment-quota");
+}
+
+TEST_F(QuotasTest, KnownFragmentAndWholeMessagePassAtTheBound) {
+  router.screeningIs({.fragmentRps = 4});
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 2), 5)), "");
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 9)}}}), "");
+}
+
+TEST_F(QuotasTest, FragmentsThatAgedOutMakeRoom) {
+  router.screeningIs({.fragmentRps = 4});
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
+  EXPECT_EQ(reasonFor(fragment(2, someRps(1, 1), 5)), "fragment-quota");
+  run(40);
+  EXPECT_EQ(reasonFor(fragment(2, someRps(1, 4), 5)), "");
+}
+
+// RPs ---------------------------------------------------------------------------------------------------
+
+TEST_F(QuotasTest, RpBeyondTheQuotaIsRefusedAndKnownOnesAreRenewed) {
+  router.screeningIs({.rps = 5});
+  Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 3)}, {"239.0.0.0/8", someRps(1, 2)}}};
+  Bsm over = full;
+  over.groups[1].rps = someRps(1, 3);
+  EXPECT_EQ(reasonFor(over), "rp-quota");
+  EXPECT_EQ(reasonFor(full), "");
+  for (int second = 0; second < 200; second += 50) {
+    run(50);
+    EXPECT_EQ(reasonFor(over), "rp-quota");
+    EXPECT_EQ(reasonFor(full), "");
+  }
+  EXPECT_EQ(router.rpCandidateStatus()->crpSet(prefix("239.0.0.0/8"))->rpCount(), 2u);
+}
+
+TEST_F(QuotasTest, RepeatingWhatIsKnownNeverReachesTheQuota) {
+  router.screeningIs({.rps = 10});
+  Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 9)}}};
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(reasonFor(full), "") << i;
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(10, 1)}}}), "");
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(11, 1)}}}), "rp-quota");
+}
+
+TEST_F(QuotasTest, WithdrawnRpMakesRoomWithinASecond) {
+  router.screeningIs({.rps = 3});
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 3)}}}), "");
+  Bsm other{.groups = {{"224.0.0.0/4", someRps(4, 1)}}};
+  EXPECT_EQ(reasonFor(other), "rp-quota");
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", {{"203.0.113.1", 0}}}}}), "");
+  run(1);
+  EXPECT_EQ(reasonFor(other), "");
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(5, 1)}}}), "rp-quota");
+}
+
+TEST_F(QuotasTest, RangeWithoutRpsCostsAsMuchAsOneRp) {
+  router.screeningIs({.rps = 2});
+  auto withdrawal = [](int i) {
+    return Bsm{.groups = {{numbered("239.", i) + ".0.0/16", {{"203.0.113.1", 0}}}}};
+  };
+  EXPECT_EQ(reasonFor(withdrawal(1)), "");
+  EXPECT_EQ(reasonFor(withdrawal(2)), "");
+  EXPECT_EQ(reasonFor(withdrawal(3)), "rp-quota");
+  EXPECT_EQ(reasonFor(withdrawal(2)), "");
+  EXPECT_EQ(router.status()->crpStatus(prefix("224.0.0.0/4"))->status()->crpSetCount(), 2u);
+}
+
+TEST_F(QuotasTest, FragmentThatCompletesARangeBringsItsWholeRange) {
+  router.screeningIs({.rps = 5});
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 3), 6)), "");
+  EXPECT_EQ(reasonFor(fragment(1, someRps(4, 3), 6)), "rp-quota");
+  EXPECT_EQ(reasonFor(fragment(2, someRps(1, 3), 5)), "");
+  EXPECT_EQ(reasonFor(fragment(2, someRps(4, 2), 5)), "");
+  EXPECT_EQ(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rpCount(), 5u);
+  EXPECT_EQ(reasonFor(fragment(3, someRps(1, 3), 5)), "");
+  EXPECT_EQ(reasonFor(fragment(3, someRps(4, 2), 5)), "");
+}
+
+TEST_F(QuotasTest, AllZonesShareTheQuotaOfRps) {
+  router.screeningIs({.rps = 3});
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 2)}}}), "");
+  auto inZone = [](std::vector<Rp> const& rps) {
+    return Bsm{.groups = {{"239.0.0.0/8", {}, scopedFlag}, {"239.1.0.0/16", rps}}};
+  };
+  EXPECT_EQ(reasonFor(inZone(someRps(1, 2))), "rp-quota");
+  EXPECT_EQ(reasonFor(inZone(someRps(1, 1))), "");
+}
+
+TEST_F(QuotasTest, AdvertisementsToTheElectedBsrCountToo) {
+  router.screeningIs({.rps = 3});
+  lead();
+  auto advertise = [this](std::string const& rp, std::vector<Range> const& ranges, U16 holdtime = 150) {
+    return reasonFor(Adv{.groups = ranges, .rp = rp, .holdtime = holdtime},
+                     {.source = rp, .destination = "192.0.2.9", .ttl = 60});
+  };
+  std::vector<Range> const two = {{"224.0.0.0/4"}, {"239.0.0.0/8"}};
+  EXPECT_EQ(advertise("203.0.113.1", two), "");
+  EXPECT_EQ(advertise("203.0.113.2", two), "rp-quota");
+  EXPECT_EQ(advertise("203.0.113.2", {}), "");
+  EXPECT_EQ(advertise("203.0.113.3", {}), "rp-quota");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(advertise("203.0.113.1", two), "");
+  EXPECT_EQ(advertise("203.0.113.9", two, 0), "");
+  EXPECT_EQ(advertise("203.0.113.1", two, 0), "");
+}
+
+TEST_F(QuotasTest, LoweredBoundKeepsWhatStands) {
+  Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 9)}}};
+  EXPECT_EQ(reasonFor(full), "");
+  router.screeningIs({.rps = 4});
+  EXPECT_EQ(reasonFor(full), "");
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(20, 1)}}}), "rp-quota");
+  EXPECT_EQ(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rpCount(), 9u);
+}
+
+TEST(QuotasOfASecondRun, CountsWhatAFormerRunLeft) {
+  TestContext context;
+  SubnetPort port;
+  auto rpf = Zet::make<RpfTable>();
+  rpf->neighbors[addr("10.0.0.1")] = addr("192.0.2.1");
+  auto offer = [&](Router& router, std::vector<Rp> const& rps) {
+    return router.receive(intf("eth0"), packetOf(bytesOf(Bsm{.groups = {{"224.0.0.0/4", rps}}}), {})).reason;
+  };
+  pimbsr::host::RouterOptions options{.rpf = rpf, .screening = {.rps = 4}};
+  {
+    Router former(context, port, options);
+    EXPECT_EQ(offer(former, someRps(1, 3)), "");
+    options.status = former.status();
+    options.rpCandidateStatus = former.rpCandidateStatus();
+  }
+  Router router(context, port, options);
+  EXPECT_EQ(offer(router, someRps(4, 2)), "rp-quota");
+  EXPECT_EQ(offer(router, someRps(4, 1)), "");
+}
+
+}  // namespace
+}  // namespace test

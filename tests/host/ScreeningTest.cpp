@@ -1,0 +1,212 @@
+#include "host/Screen.h"
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/host/ScreenSupport.h"
+
+namespace test {
+namespace {
+
+using pimbsr::host::MessageKind;
+using pimbsr::host::Refusal;
+
+class ScreeningTest : public ScreenedRouterTest {};
+
+TEST(RefusalTest, EachHasANameAndASentenceOfItsOwn) {
+  std::set<std::string_view> names, sentences;
+  for (Refusal refusal : pimbsr::host::refusals()) {
+    EXPECT_TRUE(names.insert(refusalName(refusal)).second);
+    EXPECT_TRUE(sentences.insert(refusalSentence(refusal)).second);
+    EXPECT_TRUE(refusalSentence(refusal).ends_with('.'));
+    EXPECT_EQ(refusalName(refusal).find_first_not_of("abcdefghijklmnopqrstuvwxyz-"), std::string_view::npos);
+  }
+  EXPECT_EQ(names.size(), 14u);
+}
+
+// Where a packet comes from -----------------------------------------------------------------------------
+
+TEST_F(ScreeningTest, NothingIsCheckedUnlessAskedFor) {
+  Road far{.source = "172.16.0.1", .ttl = 64};
+  rpf->neighbors[addr("10.0.0.1")] = addr("172.16.0.1");
+  EXPECT_EQ(reasonFor(ordinary, far), "");
+  EXPECT_EQ(reasonFor(HelloMessage{}, far), "");
+  EXPECT_EQ(reasonFor(HelloMessage{}, {.destination = "192.0.2.9"}), "");
+  for (int i = 0; i < 5000; ++i) ASSERT_EQ(reasonFor(ordinary, far), "");
+}
+
+TEST_F(ScreeningTest, PacketForAllPimRoutersHasATtlOf1) {
+  router.screeningIs({.linkLocalTtl = true});
+  for (int ttl : {0, 2, 64, 255}) {
+    Reception reception = offer(ordinary, {.ttl = static_cast<U8>(ttl)});
+    EXPECT_EQ(reception.reason, "ttl") << ttl;
+    EXPECT_EQ(reception.kind, MessageKind::bootstrap);
+    EXPECT_EQ(reception.source, addr("192.0.2.1"));
+    EXPECT_FALSE(reception.message);
+  }
+  EXPECT_EQ(reasonFor(HelloMessage{}, {.ttl = 2}), "ttl");
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(Adv{}, {.source = "172.16.0.1", .destination = "192.0.2.9", .ttl = 60}), "rxInvalid");
+}
+
+TEST_F(ScreeningTest, RefusedBeforeDecodingAPacketIsOfTheKindThatItSays) {
+  router.screeningIs({.linkLocalTtl = true});
+  struct Case {
+    std::vector<U8> pim;
+    MessageKind kind;
+  };
+  for (Case const& c : {Case{bytesOf(HelloMessage{}), MessageKind::hello},
+                        {bytesOf(Adv{}), MessageKind::crpAdv},
+                        {{0x23, 0, 0, 0}, MessageKind::other},
+                        {{0x14, 0, 0, 0}, MessageKind::malformed},
+                        {{}, MessageKind::malformed}}) {
+    Reception reception = router.receive(intf("eth0"), packetOf(c.pim, {.ttl = 9}));
+    EXPECT_EQ(reception.reason, "ttl");
+    EXPECT_EQ(reception.kind, c.kind);
+  }
+}
+
+TEST_F(ScreeningTest, HelloIsSentToAllPimRouters) {
+  router.screeningIs({.linkLocalTtl = true});
+  EXPECT_EQ(reasonFor(HelloMessage{}, {.destination = "192.0.2.9"}), "hello-destination");
+  EXPECT_EQ(reasonFor(HelloMessage{}, {.destination = "224.0.0.1"}), "hello-destination");
+  EXPECT_EQ(neighbors(), 0u);
+  EXPECT_EQ(reasonFor(HelloMessage{}), "");
+  EXPECT_EQ(neighbors(), 1u);
+}
+
+TEST_F(ScreeningTest, WhatStaysOnTheLinkComesFromItsSubnet) {
+  router.screeningIs({.onSubnet = true});
+  Road foreign{.source = "198.51.100.1"};
+  EXPECT_EQ(reasonFor(ordinary, foreign), "foreign-subnet");
+  EXPECT_EQ(reasonFor(HelloMessage{}, foreign), "foreign-subnet");
+  EXPECT_EQ(reasonFor(Adv{}, foreign), "foreign-subnet");
+  for (char const* destination : {"192.0.2.9", "224.0.0.1"}) {
+    EXPECT_EQ(reasonFor(ordinary, {foreign.source, destination}), "foreign-subnet");
+    EXPECT_EQ(reasonFor(HelloMessage{}, {foreign.source, destination}), "foreign-subnet");
+  }
+  EXPECT_EQ(neighbors(), 0u);
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(HelloMessage{}), "");
+}
+
+TEST_F(ScreeningTest, AdvertisementForThisRouterMayComeFromAfar) {
+  router.screeningIs({.linkLocalTtl = true, .onSubnet = true, .fromNeighbors = true});
+  lead();
+  EXPECT_EQ(reasonFor(Adv{}, {.source = "203.0.113.1", .destination = "192.0.2.9", .ttl = 60}), "");
+  EXPECT_TRUE(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rp(addr("203.0.113.1")));
+}
+
+TEST_F(ScreeningTest, AdvertisementToAMulticastAddressIsRefusedWithoutBeingAsked) {
+  lead();
+  for (char const* destination : {"224.0.0.13", "239.1.2.3"}) {
+    Reception reception = offer(Adv{}, {.source = "203.0.113.1", .destination = destination});
+    EXPECT_EQ(reception.reason, "multicast-advertisement");
+    EXPECT_EQ(reception.kind, MessageKind::crpAdv);
+  }
+  EXPECT_EQ(reasonFor(Adv{}, {.source = "203.0.113.1", .destination = "192.0.2.77"}), "");
+}
+
+TEST_F(ScreeningTest, BootstrapMessageComesFromANeighbor) {
+  router.screeningIs({.fromNeighbors = true});
+  EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
+  EXPECT_EQ(router.status()->counters()->rx(), 0u);
+  greet("192.0.2.1");
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "not-neighbor");
+}
+
+TEST_F(ScreeningTest, NeighborOfAnotherInterfaceIsNoneHere) {
+  router.screeningIs({.fromNeighbors = true});
+  router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {}));
+  ASSERT_EQ(router.pimStatus()->pimIntf(intf("eth1"))->neighborCount(), 1u);
+  EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
+  EXPECT_EQ(router.receive(intf("unknown"), packetOf(bytesOf(ordinary), {})).reason, "not-neighbor");
+}
+
+TEST_F(ScreeningTest, FurtherAddressOfANeighborIsTheNeighbor) {
+  router.screeningIs({.fromNeighbors = true});
+  greet("192.0.2.1", {addr("192.0.2.50")});
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.50"}), "rxNbrRpfCheck");
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.51"}), "not-neighbor");
+}
+
+TEST_F(ScreeningTest, NeighborThatSaidFarewellIsNoneAnyMore) {
+  router.screeningIs({.fromNeighbors = true});
+  greet("192.0.2.1");
+  EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}), "");
+  EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
+}
+
+TEST_F(ScreeningTest, UnicastMessageOfANeighborIsTheGatesToCount) {
+  router.screeningIs({.fromNeighbors = true});
+  Road unicast{.destination = "192.0.2.9"};
+  EXPECT_EQ(reasonFor(ordinary, unicast), "not-neighbor");
+  greet("192.0.2.1");
+  EXPECT_EQ(reasonFor(ordinary, unicast), "rxUnicastBsm");
+}
+
+TEST_F(ScreeningTest, OwnMessageIsCalledOwnAndAnOwnHelloIsIgnored) {
+  router.screeningIs({.onSubnet = true, .fromNeighbors = true, .neighborsPerInterface = 1});
+  for (char const* own : {"192.0.2.9", "198.51.100.9"}) {
+    EXPECT_EQ(reasonFor(ordinary, {own}), "own-address");
+    EXPECT_EQ(reasonFor(HelloMessage{}, {own}), "");
+  }
+  EXPECT_EQ(neighbors(), 0u);
+}
+
+// How many packets --------------------------------------------------------------------------------------
+
+TEST_F(ScreeningTest, RateLimitGrantsASecondsWorthAtOnceAndThenTheRate) {
+  router.screeningIs({.packetsPerSecond = 10});
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(reasonFor(ordinary), "") << i;
+  Reception reception = offer(ordinary);
+  EXPECT_EQ(reception.reason, "rate-limit");
+  EXPECT_EQ(reception.kind, MessageKind::notPim);
+  context.nowIs(context.now() + 0.25);
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(ordinary), "rate-limit");
+  context.nowIs(context.now() + 1000);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(reasonFor(ordinary), "") << i;
+  EXPECT_EQ(reasonFor(ordinary), "rate-limit");
+}
+
+TEST_F(ScreeningTest, RateLimitIsCheckedFirstAndCountsWhateverComes) {
+  router.screeningIs({.linkLocalTtl = true, .packetsPerSecond = 2});
+  std::vector<U8> noise = {1, 2, 3};
+  EXPECT_EQ(router.receive(intf("eth0"), noise).reason, "truncated");
+  EXPECT_EQ(reasonFor(ordinary, {.ttl = 7}), "ttl");
+  EXPECT_EQ(reasonFor(ordinary, {.ttl = 7}), "rate-limit");
+  EXPECT_EQ(router.receive(intf("eth0"), noise).reason, "rate-limit");
+}
+
+TEST_F(ScreeningTest, RateLimitIsOfOneInterface) {
+  router.screeningIs({.packetsPerSecond = 1});
+  EXPECT_EQ(reasonFor(HelloMessage{}), "");
+  EXPECT_EQ(reasonFor(HelloMessage{}), "rate-limit");
+  EXPECT_EQ(router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {})).reason, "");
+}
+
+TEST_F(ScreeningTest, RateLimitCanBeChangedAndLifted) {
+  router.screeningIs({.packetsPerSecond = 100});
+  EXPECT_EQ(reasonFor(ordinary), "");
+  router.screeningIs({.packetsPerSecond = 1});
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(ordinary), "rate-limit");
+  router.screeningIs({});
+  EXPECT_EQ(reasonFor(ordinary), "");
+}
+
+TEST_F(ScreeningTest, InterfaceThatComesBackHasItsFullGrant) {
+  router.screeningIs({.packetsPerSecond = 1});
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(ordinary), "rate-limit");
+  router.interfaceDel(intf("eth0"));
+  router.interfaceIs(intf("eth0"), 1500, {});
+  EXPECT_EQ(reasonFor(ordinary), "");
+}
+
+}  // namespace
+}  // namespace test
