@@ -44,7 +44,6 @@ class Checker {
   void checkBorders();
   void checkAtMost(std::string const& place, U64 value, U64 most, char const* why);
   void checkRange(std::string const& place, IpGenPrefix const& range);
-  void checkList(std::string const& place, std::string const& name);
   template <class Key>
   void claim(std::map<Key, std::string>& claims, Key const& key, std::string const& intf,
              std::string const& place);
@@ -79,8 +78,6 @@ std::vector<ConfigFault> Checker::run() {
   checkBsrs();
   checkRps();
   checkBorders();
-  for (std::string const& name : configuration_.senderLists)
-    checkList(join("senders, access list ", name), name);
   return faults_;
 }
 
@@ -112,9 +109,7 @@ void Checker::checkRanges(std::string const& place, ByRange<Terms> const& ranges
     check(where, terms);
   }
   for (auto const& [name, terms] : ranges.lists) {
-    std::string where = join(place, ", access list ", name);
-    checkList(where, name);
-    check(where, terms);
+    check(join(place, ", access list ", name), terms);
   }
 }
 
@@ -188,11 +183,6 @@ void Checker::checkRange(std::string const& place, IpGenPrefix const& range) {
   } else if (!groups.contains(range)) {
     fault(place, "no range of multicast groups; a part of 224.0.0.0/4 is valid");
   }
-}
-
-void Checker::checkList(std::string const& place, std::string const& name) {
-  if (configuration_.accessLists.contains(name)) return;
-  fault(place, join("there is no access list '", name, "'"));
 }
 
 }  // namespace

@@ -72,9 +72,10 @@ struct ConfigFault {
 };
 
 /// Finds all that would be refused by a setter, end the process or be of no use: values out of their range,
-/// a range or list claimed by the candidate BSRs of two interfaces, lists that don't exist, ranges that are
-/// not of IPv4 multicast groups, and intervals above 13652, which make holdtimes that every receiver refuses.
-/// Empty if the configuration may be applied. In the order of the configuration.
+/// a range or list claimed by the candidate BSRs of two interfaces, ranges that are not of IPv4 multicast
+/// groups, and intervals above 13652, which make holdtimes that every receiver refuses. A list may be named
+/// before it exists: who names it waits for it. Empty if the configuration may be applied. In the order of
+/// the configuration.
 PIMBSR_API std::vector<ConfigFault> check(Configuration const& configuration);
 
 }  // namespace pimbsr::host

@@ -194,6 +194,101 @@ TEST_F(ConfiguredRouter, SendersArePermittedByLists) {
   EXPECT_THAT(permits(), ElementsAre("0.0.0.0/0"));
 }
 
+/// What the lists of a role permit, as the status tree has it.
+struct ListRole {
+  char const* name;
+  char const* permitted;
+  void (*use)(Configuration& wanted);
+  std::vector<std::string> (*held)(Bsr::Status& status);
+  std::vector<std::string> without;  ///< what is held while the list permits nothing
+};
+
+template <class Iterator>
+std::vector<std::string> keysOf(Iterator at) {
+  std::vector<std::string> found;
+  for (; at; ++at) found.emplace_back(at.key().stringValue().view());
+  return found;
+}
+
+std::vector<std::string> rangesOfCrps(Bsr::Status& status) {
+  std::vector<std::string> found;
+  for (auto at = status.crpIterator(); at; ++at) {
+    for (std::string const& range : keysOf(at->prefixSetIterator())) found.push_back(range);
+  }
+  return found;
+}
+
+ListRole const listRoles[] = {
+    {"CandidateBsr",
+     "239.1.0.0/16",
+     [](auto& wanted) { wanted.candidateBsrs["eth0"].lists["later"] = {}; },
+     [](auto& status) { return keysOf(status.cbsrIterator()); },
+     {}},
+    {"CandidateRp",
+     "239.1.0.0/16",
+     [](auto& wanted) { wanted.candidateRps["eth0"].ranges.lists["later"] = 10; },
+     rangesOfCrps,
+     {}},
+    {"Border",
+     "239.1.0.0/16",
+     [](auto& wanted) { wanted.borders["eth0"].lists["later"] = {}; },
+     [](auto& status) { return keysOf(status.bsBorderIterator()); },
+     {}},
+    {"Senders",
+     "10.0.0.0/8",
+     [](auto& wanted) { wanted.senderLists = {"later"}; },
+     [](auto& status) { return keysOf(status.crpPermitIterator()); },
+     {"0.0.0.0/0"}},
+};
+
+class NamedList : public ConfiguredRouter, public testing::WithParamInterface<ListRole> {
+ protected:
+  std::vector<std::string> held() const { return GetParam().held(*status()); }
+};
+
+TEST_P(NamedList, IsTakenUpWhenItIsMadeAndLetGoWhenItIsRemoved) {
+  GetParam().use(wanted);
+  apply();
+  EXPECT_EQ(held(), GetParam().without) << "named, and not there yet";
+  wanted.accessLists["later"] = permitting({GetParam().permitted});
+  apply();
+  EXPECT_THAT(held(), ElementsAre(GetParam().permitted));
+  wanted.accessLists.clear();
+  apply();
+  EXPECT_EQ(held(), GetParam().without) << "removed, and still named";
+  EXPECT_EQ(tree.accessLists()->aclCount(), 0u);
+  wanted.accessLists["later"] = permitting({GetParam().permitted});
+  apply();
+  EXPECT_THAT(held(), ElementsAre(GetParam().permitted)) << "made again";
+  wanted = {};
+  apply();
+  EXPECT_EQ(held(), GetParam().without) << "removed together with its use";
+}
+
+TEST_P(NamedList, MayBeRemovedBeforeItsUseIs) {
+  GetParam().use(wanted);
+  wanted.accessLists["later"] = permitting({GetParam().permitted});
+  apply();
+  wanted.accessLists.clear();
+  apply();
+  wanted = {};
+  apply();
+  EXPECT_EQ(held(), GetParam().without);
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEachRole, NamedList, testing::ValuesIn(listRoles),
+                         [](auto const& one) { return std::string(one.param.name); });
+
+TEST_F(ConfiguredRouter, ListThatIsNotThereYetMovesToAnotherInterface) {
+  wanted.candidateBsrs["eth0"].lists["later"] = {};
+  apply();
+  wanted.candidateBsrs["eth1"] = std::move(wanted.candidateBsrs["eth0"]);
+  wanted.candidateBsrs.erase("eth0");
+  wanted.accessLists["later"] = permitting({"239.1.0.0/16"});
+  apply();
+  EXPECT_EQ(status()->cbsr(prefix("239.1.0.0/16"))->intfId(), intf("eth1"));
+}
+
 TEST_F(ConfiguredRouter, FaultyConfigurationChangesNothing) {
   wanted.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {};
   apply();

@@ -90,14 +90,6 @@ Fault const faults[] = {
     {"AdvertisementIntervalOfARefusedHoldtime", [](auto& c) { c.candidateRps["eth1"].interval = 13653; },
      "candidate-rp eth1, interval",
      "13653: three times that is a holdtime that receivers refuse; at most 13652 is valid"},
-    {"UnknownListOfABsr", [](auto& c) { c.candidateBsrs["eth0"].lists["none"] = {}; },
-     "candidate-bsr eth0, access list none", "there is no access list 'none'"},
-    {"UnknownListOfAnRp", [](auto& c) { c.candidateRps["eth1"].ranges.lists["none"] = 1; },
-     "candidate-rp eth1, access list none", "there is no access list 'none'"},
-    {"UnknownListOfABorder", [](auto& c) { c.borders["eth2"].lists["none"] = {}; },
-     "border eth2, access list none", "there is no access list 'none'"},
-    {"UnknownListOfSenders", [](auto& c) { c.senderLists.insert("none"); }, "senders, access list none",
-     "there is no access list 'none'"},
     {"RangeOfIp6", [](auto& c) { c.borders["eth2"].groups[prefix("ff00::/8")] = {}; },
      "border eth2, group ff00::/8", "not of IPv4, which alone is served"},
     {"RangeOfUnicastAddresses", [](auto& c) { c.borders["eth2"].groups[prefix("10.0.0.0/8")] = {}; },
@@ -135,11 +127,28 @@ TEST(ConfigurationTest, EndsOfTheRangesAreValid) {
   EXPECT_THAT(check(c), IsEmpty());
 }
 
+TEST(ConfigurationTest, ListMayBeNamedBeforeItExists) {
+  Configuration c = sound();
+  c.candidateBsrs["eth0"].lists["later"] = {};
+  c.candidateRps["eth1"].ranges.lists["later"] = 1;
+  c.borders["eth2"].lists["later"] = {};
+  c.senderLists.insert("later");
+  EXPECT_THAT(check(c), IsEmpty());
+}
+
+TEST(ConfigurationTest, ListThatDoesNotExistIsClaimedAllTheSame) {
+  Configuration c = sound();
+  c.candidateBsrs["eth0"].lists["later"] = {};
+  c.candidateBsrs["eth1"].lists["later"] = {};
+  EXPECT_THAT(check(c), ElementsAre(ConfigFault{"candidate-bsr eth1, access list later",
+                                                "claimed by eth0 already; one interface may claim it"}));
+}
+
 TEST(ConfigurationTest, AllFaultsAreTold) {
   Configuration c = sound();
   c.holdTime = 1;
   bsr(c) = {.priority = 999, .hashMaskLen = 999, .interval = 1};
-  c.senderLists.insert("none");
+  rp(c) = 999;
   EXPECT_EQ(check(c).size(), 5u);
 }
 
