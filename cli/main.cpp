@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "agent/Version.h"
+#include "cli/ControlOptions.h"
 #include "cli/Errors.h"
 #include "cli/RandomCommand.h"
 #include "cli/ReplayCommand.h"
 #include "cli/ReplayOptions.h"
+#include "cli/RunOptions.h"
 #include "cli/SimCommand.h"
-#include "cli/Version.h"
 
 namespace pimbsr::cli {
 
@@ -139,9 +141,13 @@ static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& rando
 
 static int run(int argc, char** argv) {
   CLI::App app(about, "pimbsr");
-  app.set_version_flag("--version", std::string("pimbsr ") + version, "Print the version");
+  app.set_version_flag("--version", std::string("pimbsr ") + agent::version, "Print the version");
   app.set_help_flag("-h,--help", "Print this help");
   app.require_subcommand(0, 1);  // none is refused below, so that a wrong one is named
+  RunChoice runChoice;
+  addRunCommands(app, runChoice);
+  ControlOptions control;
+  addControlCommands(app, control);
   ReplayOptions options;
   addReplay(app, options);
   SimOptions simOptions;
@@ -163,6 +169,8 @@ static int run(int argc, char** argv) {
     std::cerr << "pimbsr: a subcommand is required\n" << app.help();
     return exitUsage;
   }
+  if (runChoice.chosen) return runChoice.chosen(std::cout, std::cerr);
+  if (control.run) return control.run(std::cout, std::cerr);
   if (randomOptions.trials != 0) return simulateRandom(randomOptions, std::cout, std::cerr);
   if (sim.parsed()) return simulate(simOptions, std::cout, std::cerr);
   return replay(options, std::cout, std::cerr);

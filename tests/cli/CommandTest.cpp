@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "cli/Version.h"
+#include "agent/Version.h"
 #include "tests/cli/CliSupport.h"
 
 namespace pimbsr::cli {
@@ -19,10 +19,10 @@ std::string const example = test::sourceFile("examples/two-scopes.pcap");
 
 TEST(CommandTest, VersionIsThatOfTheProject) {
   std::string lists = test::fileText(test::sourceFile("CMakeLists.txt"));
-  EXPECT_THAT(lists, HasSubstr(std::string("project(pimbsr VERSION ") + version + " "));
+  EXPECT_THAT(lists, HasSubstr(std::string("project(pimbsr VERSION ") + pimbsr::agent::version + " "));
   RunResult run = test::command("--version");
   EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.out, std::string("pimbsr ") + version + "\n");
+  EXPECT_EQ(run.out, std::string("pimbsr ") + pimbsr::agent::version + "\n");
 }
 
 TEST(CommandTest, HelpNamesEveryOption) {

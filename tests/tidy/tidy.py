@@ -35,7 +35,8 @@ KNOWN_PAIR = {"protocol", "crp"}
 # The rooms with an edge to the world; the others have neither these libraries nor files and sockets.
 OUTER_ROOMS = {"agent", "sim", "cli"}
 OUTER_HEADER = re.compile(
-    r"(fmt|CLI|nlohmann|pcap|sys|net)/|(pcap|unistd|fcntl)\.h$"
+    r"(fmt|CLI|nlohmann|pcap|sys|net|netinet|linux|libmnl|toml\+\+|prometheus)/"
+    r"|(pcap|unistd|fcntl|uv|cap-ng|seccomp)\.h$"
     r"|(fstream|filesystem|thread|mutex)$")
 
 # The tree must explain itself to one who has it alone. Pieced together, so that this file does not hold them.

@@ -1,8 +1,8 @@
 #pragma once
 
-namespace pimbsr::cli {
+namespace pimbsr::agent {
 
 /// The version of this program, that of the project.
 inline constexpr char const* version = "0.1.0";
 
-}  // namespace pimbsr::cli
+}  // namespace pimbsr::agent

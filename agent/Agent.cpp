@@ -1,0 +1,213 @@
+#include "agent/Agent.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <system_error>
+
+#include "agent/TraceLevel.h"
+#include "runtime/Log.h"
+
+namespace pimbsr::agent {
+
+using host::Reception;
+using Lanet::IntfId;
+using Lanet::IpGenAddr;
+using ::Slosh::Fib::Route;
+using ::Slosh::Fib::RouteType;
+
+// What the router says ----------------------------------------------------------------------------------
+
+void Agent::LoggingContext::trace(Zet::TraceLine const& line) {
+  fmt::print(stderr, "pimbsr: trace {} {} {}: {}\n", line.handle, line.level, line.function, line.text);
+}
+
+void Agent::LoggingContext::log(Zet::LogHandle const& handle, std::string const& text) {
+  fmt::print(stderr, "pimbsr: {}: {}\n", handle.name(), text);
+}
+
+// Birth and end -----------------------------------------------------------------------------------------
+
+Agent::Agent(Clock const& clock, Machine& machine, Traffic& traffic, AgentListener& listener)
+    : clock_(clock), machine_(machine), traffic_(traffic), listener_(listener), startTime_(clock.now()) {
+  context_.nowIs(startTime_);
+  host::RouterOptions options{
+      .config = tree_.config(), .clearConfig = tree_.clearConfig(), .accessLists = tree_.accessLists()};
+  router_ = std::make_unique<host::Router>(context_, machine_, options);
+  observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), history_);
+}
+
+Agent::~Agent() {
+  for (auto const& [handle, level] : settings_.traces) traceLevelIs(handle, traceOff);
+}
+
+/// Makes a call at the present time; then tells what it changed.
+template <class Act>
+void Agent::call(Cause const& cause, Act const& act) {
+  Zet::Context::Scope scope(context_);
+  context_.nowIs(clock_.now());
+  history_.causeIs(cause, context_.now());
+  act();
+  tell();
+}
+
+void Agent::tell() {
+  observer_->flush();
+  history_.noteStates(*router_);
+  std::vector<HistoryEntry> changes = history_.takeNew();
+  if (!changes.empty()) listener_.onChanges(changes);
+}
+
+// Events ------------------------------------------------------------------------------------------------
+
+void Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
+  call({.kind = CauseKind::message, .intf = intf}, [&] {
+    observer_->messageInHand();
+    Reception reception = router_->receive(IntfId(intf.c_str()), packet);
+    history_.senderIs(reception);
+    traffic_.noteReceived(intf, reception);
+    if (!reception.accepted()) drops_.note(intf, reception, context_.now());
+  });
+}
+
+void Agent::advance() {
+  double late = clock_.now() - router_->nextExpiry();
+  punctuality_.note(clock_.realSpan(late));
+  call({.kind = CauseKind::timer}, [&] { router_->advance(); });
+}
+
+void Agent::sayFarewell() {
+  call({.kind = CauseKind::stop}, [&] { router_->sayFarewell(); });
+}
+
+// Settings ----------------------------------------------------------------------------------------------
+
+std::vector<host::ConfigFault> Agent::settingsIs(Settings const& wanted) {
+  std::vector<host::ConfigFault> faults = host::check(wanted.router);
+  if (!faults.empty()) return faults;
+  applyTraces(wanted.traces);
+  settings_ = wanted;
+  call({.kind = CauseKind::configuration}, [&] {
+    router_->screeningIs(settings_.screening);
+    for (auto& [name, told] : told_) {
+      if (told.speaksPim && !speaksPim(name)) takeDown(name, told, true);
+    }
+    tree_.apply(context_, settings_.router);
+    followLinks();
+  });
+  return {};
+}
+
+void Agent::applyTraces(std::map<std::string, int> const& wanted) {
+  for (auto const& [handle, level] : settings_.traces) traceLevelIs(handle, traceOff);
+  for (auto const& [handle, level] : wanted) traceLevelIs(handle, level);
+}
+
+void Agent::clearCounters() {
+  call({.kind = CauseKind::configuration}, [&] {
+    tree_.clearConfig()->countersCountIs(tree_.clearConfig()->countersCount() + 1);
+    router_->clearCounters();
+  });
+  traffic_.clear();
+  punctuality_.clear();
+}
+
+// The kernel --------------------------------------------------------------------------------------------
+
+/// What is gone first: a neighbour must not be sought by a route over a link that is down.
+void Agent::kernelChanged(std::vector<Lanet::Prefix> const& routes) {
+  call({.kind = CauseKind::kernel}, [&] {
+    for (auto& [name, told] : told_) {
+      auto link = machine_.kernel().links.find(name);
+      bool stays =
+          link != machine_.kernel().links.end() && link->second.up && link->second.index == told.index;
+      if (told.speaksPim && !stays) takeDown(name, told, false);
+    }
+    followRoutes(routes);
+    followLinks();
+  });
+}
+
+void Agent::followRoutes(std::vector<Lanet::Prefix> const& routes) {
+  for (Lanet::Prefix const& prefix : routes) {
+    auto route = machine_.kernel().routes.find(prefix);
+    if (route == machine_.kernel().routes.end()) {
+      router_->routeDel(prefix);
+    } else {
+      router_->routeIs(prefix, route->second);
+    }
+  }
+}
+
+bool Agent::speaksPim(std::string const& name) const { return settings_.interfaces.contains(name); }
+
+/// Addresses of links that are gone go too; then those that stay are brought up to date.
+void Agent::followLinks() {
+  auto const& links = machine_.kernel().links;
+  for (auto at = told_.begin(); at != told_.end();) {
+    bool isGone = !links.contains(at->first);
+    if (isGone) router_->handleAddressChange(IntfId(at->first.c_str()));
+    at = isGone ? told_.erase(at) : std::next(at);
+  }
+  for (auto const& [name, link] : links) {
+    Told& told = told_[name];
+    told.index = link.index;
+    tellAddress(link, told);
+    if (link.up && speaksPim(name)) bringUp(link, told);
+  }
+}
+
+void Agent::tellAddress(KernelLink const& link, Told& told) {
+  IntfId intfId(link.name.c_str());
+  IpGenAddr primary = machine_.primaryAddress(intfId);
+  if (primary == told.primary) return;
+  told.primary = primary;
+  router_->handleAddressChange(intfId);
+}
+
+static pim::HelloOptions helloOptions(InterfaceSettings const& settings) {
+  double period = settings.helloInterval;
+  return {.period = period,
+          .triggeredDelay = std::min(5.0, period),
+          .holdtime = static_cast<U16>(settings.helloInterval * 7 / 2),
+          .drPriority = settings.drPriority};
+}
+
+/// Also for an interface that is up: its MTU or settings may be others now.
+void Agent::bringUp(KernelLink const& link, Told& told) {
+  pim::HelloOptions hello = helloOptions(settings_.interfaces.at(link.name));
+  try {
+    if (!told.speaksPim) machine_.open(link);
+  } catch (std::system_error const& fault) {
+    fmt::print(stderr, "pimbsr: {} speaks no PIM: {}\n", link.name, fault.what());
+    return;
+  }
+  told.speaksPim = true;
+  told.mtu = link.mtu;
+  router_->interfaceIs(IntfId(link.name.c_str()), link.mtu, hello);
+}
+
+void Agent::takeDown(std::string const& name, Told& told, bool farewell) {
+  IntfId intfId(name.c_str());
+  if (pim::HelloSm* hello = router_->hello(intfId); hello && farewell) hello->sayFarewell();
+  router_->interfaceDel(intfId);
+  machine_.close(name);
+  told.speaksPim = false;
+}
+
+// What may be seen --------------------------------------------------------------------------------------
+
+Observed Agent::observed() {
+  context_.nowIs(clock_.now());
+  return {.router = *router_,
+          .settings = settings_,
+          .kernel = machine_.kernel(),
+          .traffic = traffic_,
+          .drops = drops_,
+          .history = history_,
+          .punctuality = punctuality_,
+          .startTime = startTime_};
+}
+
+}  // namespace pimbsr::agent

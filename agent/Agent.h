@@ -1,0 +1,110 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "agent/Clock.h"
+#include "agent/Drops.h"
+#include "agent/History.h"
+#include "agent/Machine.h"
+#include "agent/Observed.h"
+#include "agent/Settings.h"
+#include "agent/Traffic.h"
+#include "host/ConfigTree.h"
+#include "host/Observer.h"
+#include "host/Router.h"
+
+namespace pimbsr::agent {
+
+/// What an agent tells the process around it, at the end of each event that changed something.
+class AgentListener {
+ public:
+  virtual ~AgentListener() = default;
+  /// Changes of what the router believes, and of its own candidacies.
+  virtual void onChanges(std::vector<HistoryEntry> const& changes) = 0;
+};
+
+/// One router on a machine: follows its settings and its kernel, takes its packets, and keeps account.
+///
+/// It is made without any interface or candidacy; settings bring them. Each call sets the router's clock,
+/// does its work, and tells what changed. Whoever drives it calls advance() when nextExpiry() has come.
+class Agent {
+ public:
+  /// All outlive the agent.
+  Agent(Clock const& clock, Machine& machine, Traffic& traffic, AgentListener& listener);
+  ~Agent();
+  Agent(Agent const&) = delete;
+  Agent& operator=(Agent const&) = delete;
+
+  /// Follows other settings: what is gone first, then what changed, then what is new. With faults nothing is
+  /// changed and they are returned.
+  std::vector<host::ConfigFault> settingsIs(Settings const& wanted);
+  Settings const& settings() const { return settings_; }
+
+  /// To be called when what the kernel says has changed: interfaces and addresses are compared with what was
+  /// told before, and the best routes of the prefixes given are read again.
+  void kernelChanged(std::vector<Lanet::Prefix> const& routes);
+  /// Takes one packet, from its IP header on.
+  void receive(std::string const& intf, std::span<U8 const> packet);
+  /// Ends all candidacies and tells the neighbours farewell; the agent is done then.
+  void sayFarewell();
+
+  /// When the next timer is due on the agent's clock; Kiv::never if none is.
+  double nextExpiry() const { return router_->nextExpiry(); }
+  /// Runs the timers that are due.
+  void advance();
+
+  /// All that may be shown, as of now.
+  Observed observed();
+  void clearCounters();
+  void clearDrops() { drops_.clear(); }
+  void clearHistory() { history_.clear(); }
+  History& history() { return history_; }
+  host::Router& router() { return *router_; }
+
+ private:
+  /// The router's context: its trace and log go to the standard error stream.
+  class LoggingContext final : public Zet::Context {
+   public:
+    void trace(Zet::TraceLine const& line) override;
+    void log(Zet::LogHandle const& handle, std::string const& text) override;
+  };
+  /// An interface as the router was told of it.
+  struct Told {
+    Lanet::IpGenAddr primary;
+    U32 mtu = 0;
+    bool speaksPim = false;
+    int index = 0;
+  };
+
+  template <class Act>
+  void call(Cause const& cause, Act const& act);
+  void tell();
+  void followLinks();
+  void takeDown(std::string const& name, Told& told, bool farewell);
+  void bringUp(KernelLink const& link, Told& told);
+  void tellAddress(KernelLink const& link, Told& told);
+  void followRoutes(std::vector<Lanet::Prefix> const& routes);
+  bool speaksPim(std::string const& name) const;
+  void applyTraces(std::map<std::string, int> const& wanted);
+
+  Clock const& clock_;
+  Machine& machine_;
+  Traffic& traffic_;
+  AgentListener& listener_;
+  LoggingContext context_;
+  Settings settings_;
+  double startTime_;
+  Drops drops_;
+  History history_;
+  Punctuality punctuality_;
+  host::ConfigTree tree_;
+  std::unique_ptr<host::Router> router_;
+  std::unique_ptr<host::Observer> observer_;
+  std::map<std::string, Told> told_;  ///< by name
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+
+namespace pimbsr::agent {
+
+/// The agent's clock: wall time at the start, and from then on the monotonic clock, so that it never runs
+/// backwards whatever is done to the wall clock.
+class Clock {
+ public:
+  using Monotonic = std::chrono::steady_clock;
+
+  /// `rate` is how many seconds pass here in one second; above 0, and 1 but for labs.
+  explicit Clock(double rate = 1)
+      : rate_(rate), startWall_(secondsOf(std::chrono::system_clock::now())), start_(Monotonic::now()) {}
+
+  /// Seconds; since 1970 at the start.
+  double now() const { return startWall_ + rate_ * secondsOf(Monotonic::now() - start_); }
+  double rate() const { return rate_; }
+  /// How long a span of this clock takes.
+  double realSpan(double seconds) const { return seconds / rate_; }
+
+ private:
+  template <class Rep, class Period>
+  static double secondsOf(std::chrono::duration<Rep, Period> span) {
+    return std::chrono::duration<double>(span).count();
+  }
+  template <class Kind, class Span>
+  static double secondsOf(std::chrono::time_point<Kind, Span> point) {
+    return secondsOf(point.time_since_epoch());
+  }
+
+  double rate_;
+  double startWall_;
+  Monotonic::time_point start_;
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runtime/Types.h"
+
+namespace pimbsr::agent {
+
+/// A place in a text: line and column from 1, the column in characters; 0 for the text as a whole.
+struct TextPlace {
+  Zet::U32 line = 0;
+  Zet::U32 column = 0;
+
+  auto operator<=>(TextPlace const&) const = default;
+};
+
+/// One thing to be told of a text.
+struct ConfigFinding {
+  TextPlace at;
+  std::string text;
+
+  bool operator==(ConfigFinding const&) const = default;
+};
+
+struct ConfigEntry;
+
+/// A value of a TOML text with its place.
+struct ConfigValue {
+  enum class Sort { boolean, integer, text, list, table, other };
+
+  Sort sort = Sort::table;
+  TextPlace at;
+  bool flag = false;                 ///< of a boolean
+  std::int64_t number = 0;           ///< of an integer
+  std::string text;                  ///< of a text, UTF-8; of another value what it is: "a decimal number"
+  std::vector<ConfigValue> items;    ///< of a list
+  std::vector<ConfigEntry> entries;  ///< of a table, in the order of the text
+};
+
+/// A key of a table with its place and value.
+struct ConfigEntry {
+  std::string key;
+  TextPlace at;
+  ConfigValue value;
+};
+
+/// A TOML text as values; what stands in one that has a fault is unset.
+struct ParsedText {
+  ConfigValue root;  ///< a table
+  std::vector<ConfigFinding> faults;
+};
+
+/// The longest text that is read, in bytes.
+inline constexpr std::size_t longestConfigText = std::size_t{1} << 20;
+/// How deep tables and lists may nest, and how many keys a dotted key may join: far more than any key needs.
+inline constexpr int deepestConfigText = 16;
+
+/// Reads a TOML text of any bytes. It has one fault at most: too long, too deep, or the first place where it
+/// is no TOML, which a key that stands twice is, and bytes that are no UTF-8.
+ParsedText parseConfigText(std::string_view text);
+
+/// A value in a few words for people: "5", "the text \"high\"", "a list".
+std::string describe(ConfigValue const& value);
+/// A text in double quotes, in which no control character stands as it is; cut off after 60 characters.
+std::string inQuotes(std::string_view text);
+
+/// A key and a text as TOML writes them. The key is in quotes only if it must be.
+std::string tomlKey(std::string_view key);
+std::string tomlText(std::string_view text);
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,142 @@
+#include "agent/ControlSocket.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+namespace pimbsr::agent {
+
+SocketFd::~SocketFd() {
+  if (fd_ >= 0) close(fd_);
+}
+
+static constexpr std::size_t longestPath = sizeof(sockaddr_un::sun_path) - 1;
+
+static sockaddr_un addressOf(std::string const& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, longestPath);
+  return address;
+}
+
+static sockaddr const* generic(sockaddr_un const& address) {
+  return reinterpret_cast<sockaddr const*>(&address);
+}
+
+static void boundWaits(int socket, double seconds) {
+  double whole = std::floor(seconds);
+  timeval bound{.tv_sec = static_cast<time_t>(whole),
+                .tv_usec = static_cast<suseconds_t>((seconds - whole) * 1e6)};
+  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof bound);
+  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &bound, sizeof bound);
+}
+
+SocketFd connectTo(std::string const& path, int flags, double seconds) {
+  if (path.size() > longestPath) {
+    errno = ENAMETOOLONG;
+    return {};
+  }
+  SocketFd result(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+  if (!result) return {};
+  if (seconds > 0) boundWaits(result.get(), seconds);
+  sockaddr_un address = addressOf(path);
+  if (connect(result.get(), generic(address), sizeof address) == 0) return result;
+  int reason = errno;
+  result = SocketFd();
+  errno = reason;
+  return {};
+}
+
+// Opening ---------------------------------------------------------------------------------------------------
+
+[[noreturn]] static void refuse(std::string const& path, std::string const& reason) {
+  throw ControlError(fmt::format("control socket {}: {}", path, reason));
+}
+
+[[noreturn]] static void refuse(std::string const& path, char const* what, int error) {
+  refuse(path, fmt::format("{}: {}", what, std::strerror(error)));
+}
+
+static void checkPath(std::string const& path) {
+  if (path.empty()) refuse("''", "the path is empty; valid is one such as /run/pimbsr/control.sock");
+  if (path.size() <= longestPath) return;
+  refuse(path, fmt::format("the path is {} bytes long; valid are at most {}", path.size(), longestPath));
+}
+
+static std::string folderOf(std::string const& path) {
+  std::size_t slash = path.rfind('/');
+  if (slash == path.npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+/// Holds the folder for itself among all agents, so that of two that start at once one finds the other.
+static SocketFd lockFolder(std::string const& path) {
+  std::string folder = folderOf(path);
+  if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) {
+    refuse(path, ("cannot make the folder " + folder).c_str(), errno);
+  }
+  SocketFd result(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!result) refuse(path, ("cannot open the folder " + folder).c_str(), errno);
+  if (flock(result.get(), LOCK_EX | LOCK_NB) != 0) {
+    refuse(path, "another program holds the folder; perhaps another pimbsr is just starting there");
+  }
+  return result;
+}
+
+/// A socket nobody listens at is what an agent that was killed left behind.
+static void removeStale(std::string const& path) {
+  struct stat found {};
+  if (lstat(path.c_str(), &found) != 0) {
+    if (errno == ENOENT) return;
+    refuse(path, "cannot look there", errno);
+  }
+  if (!S_ISSOCK(found.st_mode)) refuse(path, "a file that is no socket is there; valid is a path of its own");
+  SocketFd other = connectTo(path, SOCK_NONBLOCK);
+  if (other || errno == EAGAIN) {
+    refuse(path, "another pimbsr runs on it; stop that one, or give this one a socket of its own");
+  }
+  if (errno != ECONNREFUSED) refuse(path, "cannot tell whether another pimbsr runs on it", errno);
+  if (unlink(path.c_str()) != 0) refuse(path, "cannot remove what a former pimbsr left behind", errno);
+}
+
+/// The mode must be right from the first moment, so it is the mask that makes it.
+static int bindWithMode(int socket, sockaddr_un const& address) {
+  mode_t former = umask(0117);
+  int result = bind(socket, generic(address), sizeof address);
+  int reason = errno;
+  umask(former);
+  errno = reason;
+  return result;
+}
+
+ControlSocket::ControlSocket(std::string path) : path_(std::move(path)) {
+  checkPath(path_);
+  SocketFd lock = lockFolder(path_);
+  removeStale(path_);
+  SocketFd made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!made) refuse(path_, "cannot make a socket", errno);
+  if (bindWithMode(made.get(), addressOf(path_)) != 0) refuse(path_, "cannot make it", errno);
+  struct stat file {};
+  if (lstat(path_.c_str(), &file) != 0) refuse(path_, "it went as it was made", errno);
+  device_ = file.st_dev;
+  inode_ = file.st_ino;
+  if (listen(made.get(), SOMAXCONN) != 0) refuse(path_, "cannot listen", errno);
+  socket_ = std::move(made);
+}
+
+ControlSocket::~ControlSocket() {
+  struct stat file {};
+  if (lstat(path_.c_str(), &file) != 0) return;
+  if (file.st_dev == device_ && file.st_ino == inode_) unlink(path_.c_str());
+}
+
+}  // namespace pimbsr::agent

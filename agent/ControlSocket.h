@@ -1,0 +1,66 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace pimbsr::agent {
+
+/// A control socket that can't be opened. The text says why, and what would help.
+class ControlError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Owns a file descriptor.
+class SocketFd {
+ public:
+  SocketFd() = default;
+  explicit SocketFd(int fd) : fd_(fd) {}
+  SocketFd(SocketFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  SocketFd& operator=(SocketFd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  ~SocketFd();
+
+  /// Below 0 if there is none.
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+
+ private:
+  int fd_ = -1;
+};
+
+/// A stream socket of the Unix family that listens at a path for as long as this object lives.
+///
+/// Its file is readable and writable for its owner and group, and for nobody else at any moment. A socket
+/// that an agent left behind is replaced, one that an agent listens at is not; anything else at the path is
+/// left alone.
+class ControlSocket {
+ public:
+  /// Makes the last folder of the path, too, if it is missing. Throws ControlError.
+  explicit ControlSocket(std::string path);
+  /// Removes the file, unless another one stands in its place by now.
+  ~ControlSocket();
+  ControlSocket(ControlSocket const&) = delete;
+  ControlSocket& operator=(ControlSocket const&) = delete;
+
+  /// Listens and never blocks.
+  int fd() const { return socket_.get(); }
+  std::string const& path() const { return path_; }
+
+ private:
+  std::string path_;
+  SocketFd socket_;
+  dev_t device_ = 0;  ///< with inode_: of the file that was made
+  ino_t inode_ = 0;
+};
+
+/// A stream socket of the Unix family that is connected with the one at `path`, or with errno the reason why
+/// it isn't. `flags` are those of socket(2), and a `seconds` above 0 bounds each wait.
+SocketFd connectTo(std::string const& path, int flags, double seconds = 0);
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "agent/Agent.h"
+#include "agent/ChangeCommand.h"
+#include "agent/Clock.h"
+#include "agent/ControlServer.h"
+#include "agent/LinuxMachine.h"
+#include "agent/Loop.h"
+#include "agent/RunOptions.h"
+#include "agent/Traffic.h"
+
+namespace pimbsr::agent {
+
+/// The process of an agent: one event loop for packets, timers, the kernel's notices, signals and the control
+/// socket.
+///
+/// It opens its sockets, gives up all privileges but that to open raw sockets, and runs until SIGTERM or
+/// SIGINT. SIGHUP has the file read again.
+class Daemon final : private MachineListener, private AgentListener, private RequestHandler {
+ public:
+  /// Opens what it needs and takes up the settings. The change command may be null. Throws
+  /// ControlError, or std::system_error for what the system refuses.
+  Daemon(RunOptions const& options, Settings const& settings, ChangeCommand* changeCommand);
+  Daemon(Daemon const&) = delete;
+  Daemon& operator=(Daemon const&) = delete;
+
+  /// Serves until a signal ends it; then ends all candidacies, says farewell and keeps the history.
+  void run();
+
+ private:
+  void onPacket(std::string const& intf, std::span<U8 const> packet) override;
+  void onKernelChange(std::vector<Lanet::Prefix> const& routes) override;
+  void onChanges(std::vector<HistoryEntry> const& changes) override;
+  nlohmann::ordered_json answer(Request const& request) override;
+
+  void openControl();
+  void dropRights();
+  void armTimer();
+  void handleTimer();
+  void handleHangup();
+  nlohmann::ordered_json reload();
+  void changeTrace(Request const& request);
+  void clear(std::string const& what);
+  void loadHistory();
+  void saveHistory();
+  void tellChangeCommand();
+  void followChangeCommand();
+
+  RunOptions options_;
+  Clock clock_;
+  ChangeCommand* changeCommand_;
+  Loop loop_;
+  Traffic traffic_;
+  LinuxMachine machine_;
+  Agent agent_;
+  LoopTimer timer_;
+  LoopTimer historyTimer_;
+  LoopTimer changeTimer_;
+  std::unique_ptr<LoopReader> changeReader_;
+  double changeDeadline_ = 0;  ///< on the agent's clock; when the change command is told at the latest
+  double armedFor_ = 0;        ///< expiry that timer_ waits for
+  std::unique_ptr<ControlServer> control_;
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "model/Lanet.h"
+#include "model/Slosh.h"
+
+namespace pimbsr::agent {
+
+/// One IPv4 address of an interface with its subnet.
+struct KernelAddress {
+  Lanet::IpAddr address;
+  Zet::U32 prefixLength = 32;  ///< 0 to 32
+  bool secondary = false;
+  Lanet::IpAddr peer;  ///< the far end of a point-to-point link, whose subnet it is then; else 0.0.0.0
+
+  bool operator==(KernelAddress const&) const = default;
+};
+
+/// One network interface as the kernel tells of it.
+struct KernelLink {
+  int index = 0;
+  std::string name;
+  bool up = false;  ///< administratively up and with carrier
+  bool loopback = false;
+  Zet::U32 mtu = 1500;                   ///< bytes
+  std::vector<KernelAddress> addresses;  ///< in the kernel's order: primary ones first
+
+  bool operator==(KernelLink const&) const = default;
+};
+
+/// What the kernel says of interfaces, addresses and unicast routes, as one value.
+struct KernelView {
+  std::map<std::string, KernelLink> links;              ///< by name
+  std::map<Lanet::Prefix, ::Slosh::Fib::Route> routes;  ///< the best route of each prefix
+
+  bool operator==(KernelView const&) const = default;
+};
+
+}  // namespace pimbsr::agent

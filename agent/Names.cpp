@@ -1,0 +1,24 @@
+#include "agent/Names.h"
+
+namespace pimbsr::agent {
+
+using host::MessageKind;
+
+std::string_view keyOf(MessageKind kind) {
+  switch (kind) {
+    case MessageKind::bootstrap:
+      return "bsm";
+    case MessageKind::crpAdv:
+      return "crpAdv";
+    case MessageKind::hello:
+      return "hello";
+    case MessageKind::other:
+      return "other";
+    case MessageKind::malformed:
+      return "malformed";
+    default:
+      return "notPim";
+  }
+}
+
+}  // namespace pimbsr::agent

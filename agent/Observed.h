@@ -1,0 +1,28 @@
+#pragma once
+
+#include "agent/Drops.h"
+#include "agent/History.h"
+#include "agent/KernelView.h"
+#include "agent/Punctuality.h"
+#include "agent/Settings.h"
+#include "agent/Traffic.h"
+#include "host/Router.h"
+
+namespace pimbsr::agent {
+
+/// All that may be shown of a running agent. Nothing here is changed by showing it.
+struct Observed {
+  host::Router const& router;
+  Settings const& settings;
+  KernelView const& kernel;
+  Traffic const& traffic;
+  Drops const& drops;
+  History const& history;
+  Punctuality const& punctuality;
+  double startTime = 0;  ///< when the agent started, on its clock
+
+  /// The time for which times left are told; its owner sets the router's clock before it shows anything.
+  double now() const { return router.context().now(); }
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+namespace pimbsr::agent {
+
+/// How an agent is to run, besides what its configuration file says.
+struct RunOptions {
+  std::string file;             ///< the configuration file
+  std::string changeCommand;    ///< gets the RP set on its standard input after a change; empty for none
+  double clockRate = 1;         ///< seconds of the agent's clock in a second; 1 but in labs
+  bool sandbox = true;          ///< filter system calls; off for debuggers and sanitizers alone
+  bool privilegeCheck = false;  ///< tell what is held once all is open, and end
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "host/Configuration.h"
+#include "host/Screening.h"
+
+namespace pimbsr::agent {
+
+using Zet::U16;
+using Zet::U32;
+using Zet::U64;
+using Zet::U8;
+
+/// How PIM runs on one interface.
+struct InterfaceSettings {
+  U32 drPriority = 1;      ///< 0 to 4294967295, higher wins the election of the Designated Router
+  U32 helloInterval = 30;  ///< seconds between two Hellos, 1 to 18724; neighbours keep us for 3.5 times that
+
+  bool operator==(InterfaceSettings const&) const = default;
+};
+
+/// What an agent lets pass unless its file says otherwise: every check, and bounds far above honest use.
+inline constexpr host::Screening defaultScreening = {.linkLocalTtl = true,
+                                                     .onSubnet = true,
+                                                     .fromNeighbors = true,
+                                                     .packetsPerSecond = 1000,
+                                                     .neighborsPerInterface = 256,
+                                                     .learnedZones = 64,
+                                                     .fragmentRps = 4096,
+                                                     .rps = 20000};
+
+/// All that a configuration file says, with the defaults where it says nothing.
+struct Settings {
+  std::map<std::string, InterfaceSettings> interfaces;  ///< those that speak PIM, by name; none by default
+  host::Configuration router;
+  host::Screening screening = defaultScreening;
+  std::string controlSocket = "/run/pimbsr/control.sock";  ///< path; empty for none
+  /// Folder in which the history is kept over a restart; empty for none.
+  std::string stateDirectory = "/var/lib/pimbsr";
+  std::map<std::string, int> traces;  ///< level 0 to 9 by handle
+
+  bool operator==(Settings const&) const = default;
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <array>
+#include <map>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "host/Reception.h"
+
+namespace pimbsr::agent {
+
+using Zet::U64;
+using Zet::U8;
+
+/// Packets of one kind on one interface.
+struct PacketCounts {
+  U64 received = 0;  ///< all that arrived, refused ones too
+  U64 refused = 0;
+  U64 sent = 0;
+  U64 sendFailed = 0;  ///< those that the kernel did not take
+
+  bool operator==(PacketCounts const&) const = default;
+};
+
+/// Packets of one interface, by kind.
+using InterfaceCounts = std::map<host::MessageKind, PacketCounts>;
+
+/// Counts packets by interface and kind. Interfaces are those that speak PIM; an advertisement that leaves by
+/// whatever route leads to its BSR counts under the empty name.
+class Traffic {
+ public:
+  void noteReceived(std::string_view intf, host::Reception const& reception);
+  /// Notes one packet, from its IP header on, that was given to the kernel.
+  void noteSent(std::string_view intf, std::span<U8 const> packet, bool sent);
+  /// Sets all counts back to 0.
+  void clear() { byInterface_.clear(); }
+
+  /// Counts by interface; one without any packet since the start isn't there.
+  std::map<std::string, InterfaceCounts, std::less<>> const& byInterface() const { return byInterface_; }
+
+ private:
+  PacketCounts& counts(std::string_view intf, host::MessageKind kind);
+
+  std::map<std::string, InterfaceCounts, std::less<>> byInterface_;
+};
+
+/// What an IPv4 packet of this router's own making carries; notPim for what is none.
+host::MessageKind kindOfSent(std::span<U8 const> packet);
+
+}  // namespace pimbsr::agent

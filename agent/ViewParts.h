@@ -1,0 +1,31 @@
+#pragma once
+
+#include "agent/Json.h"
+#include "agent/Observed.h"
+
+/// The views by theme, each in a source of its own, for Views.cpp alone.
+namespace pimbsr::agent {
+
+// ZoneViews.cpp
+Json showBsr(Observed const& observed);
+Json showRpSet(Observed const& observed);
+Json showRp(Observed const& observed, Lanet::IpAddr group);
+
+// CandidateViews.cpp
+Json showCandidates(Observed const& observed);
+
+// InterfaceViews.cpp
+Json showNeighbors(Observed const& observed);
+Json showInterfaces(Observed const& observed);
+Json showBorders(Observed const& observed);
+
+// CountViews.cpp
+Json showFilter(Observed const& observed);
+Json showCounters(Observed const& observed);
+Json showDrops(Observed const& observed);
+Json showHistory(Observed const& observed);
+
+/// Counts of an interface by kind, as in show "counters".
+Json jsonOf(InterfaceCounts const& counts);
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,93 @@
+#include <map>
+#include <ostream>
+#include <utility>
+
+#include "cli/ShowParts.h"
+#include "cli/Table.h"
+
+namespace pimbsr::cli {
+
+// The filter ------------------------------------------------------------------------------------------
+
+void writeFilter(std::ostream& out, Json const& view) {
+  out << "Candidate-RP-Advertisements are taken from "
+      << (view.at("permitsAll") ? "every sender.\n" : "senders in\n");
+  if (!view.at("permitsAll")) {
+    for (Json const& prefix : view.at("permitted")) out << fmt::format("  {}\n", textOf(prefix));
+  }
+  out << fmt::format("Sender lists: {}. Refused since the last clear: {}.\n",
+                     listOf(view.at("lists"), "none"), countOf(view.at("refused"), "advertisement"));
+}
+
+// Counters --------------------------------------------------------------------------------------------
+
+static void writeTimers(std::ostream& out, Json const& view) {
+  Json const& timers = view.at("timers");
+  out << fmt::format(
+      "Up for {}. {} armed; timers were served {} times, {:.3f} s late in the mean and {:.3f} s at worst.\n",
+      textOfSpan(view.at("uptime")), countOf(timers.at("armed"), "timer"), textOf(timers.at("served")),
+      timers.at("meanLateness").get<double>(), timers.at("worstLateness").get<double>());
+  Json const& exceptions = view.at("notificationExceptions");
+  if (exceptions == 0) return;
+  out << fmt::format("The engine caught {} inside; that is a fault of this program.\n",
+                     countOf(exceptions, "exception"));
+}
+
+static void writeEngineCounters(std::ostream& out, Json const& counters) {
+  Table table({"counter", "count", "what it counts"});
+  for (Json const& counter : counters) {
+    if (counter.at("value") != 0)
+      table.add({textOf(counter.at("name")), textOf(counter.at("value")), textOf(counter.at("sentence"))});
+    if (!counter.contains("parts")) continue;
+    for (Json const& part : counter["parts"]) {
+      if (part.at("value") != 0) table.add({"  " + textOf(part.at("name")), textOf(part.at("value")), ""});
+    }
+  }
+  out << "\nMessages at the gates" << (table.empty() ? ": none yet\n" : ", without those that are 0\n");
+  if (!table.empty()) table.write(out, 2);
+}
+
+static void writeTraffic(std::ostream& out, Json const& traffic) {
+  Table table({"interface", "kind", "received", "refused", "sent", "not sent"});
+  for (Json const& intf : traffic) {
+    std::string name = intf.at("interface").is_null() ? "by route" : textOf(intf.at("interface"));
+    for (auto const& [kind, counts] : intf.at("packets").items()) {
+      table.add({std::exchange(name, ""), messageName(kind), textOf(counts.at("received")),
+                 textOf(counts.at("refused")), textOf(counts.at("sent")), textOf(counts.at("sendFailed"))});
+    }
+  }
+  out << "\nPackets" << (table.empty() ? ": none yet\n" : "\n");
+  if (!table.empty()) table.write(out, 2);
+}
+
+void writeCounters(std::ostream& out, Json const& view) {
+  writeTimers(out, view);
+  writeEngineCounters(out, view.at("counters"));
+  writeTraffic(out, view.at("traffic"));
+}
+
+// Refused messages ------------------------------------------------------------------------------------
+
+void writeDrops(std::ostream& out, Json const& view) {
+  std::map<std::string, std::string> sentences;
+  Table table({"reason", "interface", "zone", "count", "last", "from", "last message"});
+  for (Json const& drop : view.at("drops")) {
+    Json const& last = drop.at("last");
+    sentences[drop.at("reason")] = drop.at("sentence");
+    table.add({textOf(drop.at("reason")), textOf(drop.at("interface")), textOf(drop.at("zone")),
+               textOf(drop.at("count")), textOfSpan(last.at("ago")) + " ago", textOf(last.at("sender")),
+               textOf(last.at("message"))});
+  }
+  if (table.empty()) {
+    out << "No message was refused since the last clear.\n";
+    return;
+  }
+  out << "Refused messages\n";
+  table.write(out, 2);
+  out << "\nWhy\n";
+  Table why({"reason", "meaning"});
+  for (auto const& [reason, sentence] : sentences) why.add({reason, sentence});
+  why.write(out, 2);
+}
+
+}  // namespace pimbsr::cli

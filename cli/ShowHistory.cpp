@@ -1,0 +1,102 @@
+#include <fmt/chrono.h>
+
+#include <ctime>
+
+#include <map>
+#include <ostream>
+
+#include "cli/ShowParts.h"
+#include "cli/Table.h"
+
+namespace pimbsr::cli {
+
+static std::string eventOf(Json const& entry) {
+  static std::map<std::string, std::string> const names = {
+      {"bsrElected", "BSR elected"}, {"bsrChanged", "BSR changed"},       {"bsrLost", "BSR lost"},
+      {"rpAdded", "RP added"},       {"rpUpdated", "RP updated"},         {"rpRemoved", "RP removed"},
+      {"rpExpired", "RP expired"},   {"zoneForgotten", "zone forgotten"}, {"rpSetChanged", "RP set"},
+      {"candidateState", "state"}};
+  auto at = names.find(entry.at("event"));
+  return at == names.end() ? textOf(entry.at("event")) : at->second;
+}
+
+// Details ---------------------------------------------------------------------------------------------
+
+static std::string detailsOfBsr(Json const& entry) {
+  Json const& bsr = entry.at("bsr");
+  std::string text = textOf(bsr.at("address")) + (entry.at("own") ? " (this router)" : "");
+  if (entry.at("event") == "bsrLost") return text;
+  text += fmt::format(", priority {}, hash mask length {}", textOf(bsr.at("priority")),
+                      textOf(bsr.at("hashMaskLen")));
+  if (!entry.contains("formerBsr")) return text;
+  Json const& former = entry["formerBsr"];
+  bool same = former.at("address") == bsr.at("address");
+  return text + fmt::format("; was {}priority {}, hash mask length {}",
+                            same ? "" : textOf(former.at("address")) + ", ", textOf(former.at("priority")),
+                            textOf(former.at("hashMaskLen")));
+}
+
+static std::string termsOf(Json const& rp) {
+  return fmt::format("priority {}, holdtime {} s{}", textOf(rp.at("priority")), textOf(rp.at("holdTime")),
+                     rp.at("bidirectional") ? ", bidirectional" : "");
+}
+
+static std::string detailsOfRp(Json const& entry) {
+  Json const& rp = entry.at("rp");
+  std::string text = fmt::format("{} for {}", textOf(rp.at("address")), textOf(rp.at("range")));
+  bool isGone = entry.at("event") == "rpRemoved" || entry.at("event") == "rpExpired";
+  if (!isGone) text += ", " + termsOf(rp);
+  if (entry.contains("formerRp")) text += "; was " + termsOf(entry["formerRp"]);
+  return text;
+}
+
+static std::string detailsOfCounts(Json const& counts) {
+  std::string text;
+  for (auto const& [change, count] : counts.items()) {
+    if (count != 0) text += fmt::format("{}{} {}", text.empty() ? "" : ", ", textOf(count), change);
+  }
+  return text;
+}
+
+static std::string detailsOfState(Json const& entry) {
+  if (entry.at("state") == "-") return "candidacy ended; was " + textOf(entry.at("formerState"));
+  if (entry.at("formerState") == "-") return textOf(entry.at("state"));
+  return textOf(entry.at("state")) + "; was " + textOf(entry.at("formerState"));
+}
+
+static std::string detailsOf(Json const& entry) {
+  if (entry.contains("bsr")) return detailsOfBsr(entry);
+  if (entry.contains("rp")) return detailsOfRp(entry);
+  if (entry.contains("rps")) return detailsOfCounts(entry["rps"]);
+  return entry.contains("state") ? detailsOfState(entry) : "";
+}
+
+static std::string causeOf(Json const& cause) {
+  if (cause.at("kind") != "message") {
+    bool isKernel = cause.at("kind") == "kernel";
+    return isKernel ? "interfaces or routes" : textOf(cause.at("kind"));
+  }
+  return fmt::format("{} from {} on {}", messageName(cause.at("message")), textOf(cause.at("sender")),
+                     textOf(cause.at("interface")));
+}
+
+// All of it -------------------------------------------------------------------------------------------
+
+void writeHistory(std::ostream& out, Json const& view) {
+  Json const& entries = view.at("entries");
+  if (entries.empty()) {
+    out << "Nothing has happened yet.\n";
+    return;
+  }
+  out << fmt::format("The last {}, the newest at the end (at most {} are kept)\n",
+                     countOf(entries.size(), "change"), textOf(view.at("mostEntries")));
+  Table table({"time", "ago", "zone", "event", "details", "cause"});
+  for (Json const& entry : entries) {
+    auto time = static_cast<std::time_t>(entry.at("time").get<double>());
+    table.add({fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(time)), textOfSpan(entry.at("ago")),
+               textOf(entry.at("zone")), eventOf(entry), detailsOf(entry), causeOf(entry.at("cause"))});
+  }
+  table.write(out, 2);
+}
+
+}  // namespace pimbsr::cli

@@ -1,0 +1,92 @@
+#include <array>
+#include <ostream>
+#include <utility>
+
+#include "cli/ShowParts.h"
+#include "cli/Table.h"
+
+namespace pimbsr::cli {
+
+// Neighbors -------------------------------------------------------------------------------------------
+
+void writeNeighbors(std::ostream& out, Json const& view) {
+  Json const& neighbors = view.at("neighbors");
+  if (neighbors.empty()) {
+    out << "No PIM neighbor is known on any interface.\n";
+    return;
+  }
+  out << "PIM neighbors (the highest DR priority wins, then the highest address)\n";
+  Table table(
+      {"interface", "address", "DR priority", "DR", "generation ID", "expires in", "other addresses"});
+  for (Json const& n : neighbors) {
+    table.add({textOf(n.at("interface")), textOf(n.at("address")),
+               n.at("drPriority").is_null() ? "none told" : textOf(n.at("drPriority")), textOf(n.at("dr")),
+               fmt::format("{:#010x}", n.at("generationId").get<unsigned>()),
+               textOfSpanOrNever(n.at("expiresIn")), listOf(n.at("secondaryAddresses"), "none")});
+  }
+  table.write(out, 2);
+}
+
+// Interfaces ------------------------------------------------------------------------------------------
+
+static std::string drOf(Json const& intf) {
+  if (intf.at("dr").is_null()) return "-";
+  return textOf(intf.at("dr")) + (intf.at("ownDr") ? " (this router)" : "");
+}
+
+/// All kinds of packets together: received, refused, sent and not sent.
+static std::array<Zet::U64, 4> sumOf(Json const& kinds) {
+  std::array<Zet::U64, 4> sum{};
+  for (Json const& counts : kinds) {
+    sum[0] += counts.at("received").get<Zet::U64>();
+    sum[1] += counts.at("refused").get<Zet::U64>();
+    sum[2] += counts.at("sent").get<Zet::U64>();
+    sum[3] += counts.at("sendFailed").get<Zet::U64>();
+  }
+  return sum;
+}
+
+void writeInterfaces(std::ostream& out, Json const& view) {
+  Json const& interfaces = view.at("interfaces");
+  if (interfaces.empty()) {
+    out << "No interface is configured to speak PIM.\n";
+    return;
+  }
+  out << "Interfaces that speak PIM (the highest DR priority wins, then the highest address)\n";
+  Table table({"interface", "state", "address", "MTU", "DR", "DR priority", "neighbors", "next Hello"});
+  Table packets({"interface", "received", "refused", "sent", "not sent"});
+  for (Json const& i : interfaces) {
+    std::string name = textOf(i.at("interface"));
+    table.add({name, textOf(i.at("state")), textOf(i.at("address")), textOf(i.at("mtu")), drOf(i),
+               textOf(i.at("drPriority")), textOf(i.at("neighbors")), textOfSpan(i.at("nextHello"))});
+    auto sum = sumOf(i.at("traffic"));
+    packets.add({name, fmt::to_string(sum[0]), fmt::to_string(sum[1]), fmt::to_string(sum[2]),
+                 fmt::to_string(sum[3])});
+  }
+  table.write(out, 2);
+  out << "\nPackets\n";
+  packets.write(out, 2);
+}
+
+// Borders ---------------------------------------------------------------------------------------------
+
+void writeBorders(std::ostream& out, Json const& view) {
+  Json const& borders = view.at("borders");
+  if (borders.empty()) {
+    out << "No interface is a border.\n";
+    return;
+  }
+  out << "Group ranges whose Bootstrap Messages don't cross an interface\n";
+  Table table({"interface", "group range", "configured lists"});
+  for (Json const& border : borders) {
+    std::string name = textOf(border.at("interface"));
+    std::string lists = listOf(border.at("lists"), "none");
+    for (Json const& range : border.at("blocked")) {
+      table.add({std::exchange(name, ""), textOf(range), std::exchange(lists, "")});
+    }
+    if (border.at("blocked").empty()) table.add({name, "none: its lists permit none", lists});
+  }
+  table.write(out, 2);
+}
+
+}  // namespace pimbsr::cli

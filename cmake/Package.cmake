@@ -1,0 +1,40 @@
+# The Debian package: command, libraries and headers, service, manual page, configuration and documents.
+# Its files under /etc would be installed there by any installation, so that PIMBSR_PACKAGE must ask for them.
+find_program(GZIP gzip REQUIRED)
+set(manual ${PROJECT_BINARY_DIR}/pimbsr.8.gz)
+add_custom_command(OUTPUT ${manual}
+  COMMAND ${GZIP} -9nc ${PROJECT_SOURCE_DIR}/packaging/pimbsr.8 > ${manual}
+  DEPENDS ${PROJECT_SOURCE_DIR}/packaging/pimbsr.8 VERBATIM)
+add_custom_target(manual ALL DEPENDS ${manual})
+
+install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+install(FILES packaging/pimbsr.service DESTINATION lib/systemd/system)
+install(FILES examples/pimbsr.toml DESTINATION /etc/pimbsr)
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME pimbsr)
+set(CPACK_PACKAGE_VENDOR "pimbsr")
+set(CPACK_PACKAGE_CONTACT "pimbsr maintainers <root@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Bootstrap Router for PIM multicast domains")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"A Bootstrap Router (RFC 5059, IPv4) for PIM multicast domains: the agent that
+speaks it on this machine's interfaces, the commands that show and steer it,
+a simulator of many routers, the replay of captures, and the libraries to
+embed it in a routing agent.")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+foreach(script postinst prerm postrm conffiles triggers)
+  list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/${script})
+endforeach()
+set(CPACK_STRIP_FILES ON)
+set(CPACK_SET_DESTDIR ON)
+set(CPACK_INSTALL_PREFIX /usr)
+include(CPack)

@@ -1,0 +1,238 @@
+#include "agent/Agent.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
+#include <system_error>
+
+#include "tests/support/Messages.h"
+#include "tests/support/TestContext.h"
+#include "wire/Wire.h"
+
+namespace test {
+namespace {
+
+namespace agent = pimbsr::agent;
+using agent::HistoryEntry;
+using agent::HistoryKind;
+using agent::KernelLink;
+using ::Slosh::Fib::RouteType;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A computer whose kernel says what a test wants.
+class FakeMachine final : public agent::Machine {
+ public:
+  agent::KernelView const& kernel() const override { return view; }
+  void open(KernelLink const& link) override {
+    if (refuses) throw std::system_error(ENOBUFS, std::generic_category(), "joining");
+    opened.insert(link.name);
+    ++openings;
+  }
+  void close(std::string const& name) override { opened.erase(name); }
+  bool send(Lanet::IntfId const& intfId, std::span<Zet::U8 const> packet) override {
+    auto ip = pimbsr::wire::parseIpv4(packet);
+    auto hello = pimbsr::wire::decodeHello(ip->payload, ip->source, ip->destination);
+    if (hello && hello->holdtime == 0) farewells.emplace_back(intfId.stringValue().view());
+    return true;
+  }
+  Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override {
+    auto at = view.links.find(std::string(intfId.stringValue().view()));
+    if (at == view.links.end() || at->second.addresses.empty()) return {};
+    return Lanet::IpGenAddr(at->second.addresses.front().address);
+  }
+  bool isOwnAddress(Lanet::IpGenAddr const&) const override { return false; }
+
+  KernelLink& link(std::string const& name, std::string const& address = "") {
+    KernelLink& link = view.links[name];
+    if (link.name.empty()) link = {.index = ++lastIndex, .name = name, .up = true};
+    if (!address.empty()) link.addresses = {{addr(address).v4Addr(), 24}};
+    return link;
+  }
+
+  agent::KernelView view;
+  std::set<std::string> opened;
+  std::vector<std::string> farewells;
+  int openings = 0;
+  int lastIndex = 0;
+  bool refuses = false;
+};
+
+class AgentTest : public testing::Test, public agent::AgentListener {
+ protected:
+  AgentTest() {
+    machine.link("eth0", "192.0.2.9");
+    settings.interfaces["eth0"] = {};
+    agent.kernelChanged({});
+    follow();
+  }
+  void onChanges(std::vector<HistoryEntry> const& changes) override {
+    for (HistoryEntry const& change : changes) kinds.push_back(change.kind);
+  }
+  void follow() { EXPECT_THAT(agent.settingsIs(settings), IsEmpty()); }
+  Zet::Ptr<Routing::Pim::Intf> pimIntf(std::string const& name) {
+    return agent.router().pimStatus()->pimIntf(intf(name));
+  }
+  bool speaksPim(std::string const& name) { return pimIntf(name) && machine.opened.contains(name); }
+  /// Addresses of this router's candidacies as BSR.
+  std::vector<Lanet::IpGenAddr> candidacies() {
+    std::vector<Lanet::IpGenAddr> all;
+    for (auto at = agent.router().status()->cbsrIterator(); at; ++at) all.push_back(at->address());
+    return all;
+  }
+  void beCandidate(std::string const& name) {
+    settings.router.candidateBsrs[name].groups[prefix("224.0.0.0/4")] = {};
+    follow();
+  }
+
+  FakeMachine machine;
+  agent::Clock clock{1000};
+  agent::Traffic traffic;
+  agent::Settings settings;
+  std::vector<HistoryKind> kinds;
+  agent::Agent agent{clock, machine, traffic, *this};
+};
+
+TEST_F(AgentTest, InterfaceSpeaksPimWhileItIsConfiguredAndThereAndUp) {
+  EXPECT_TRUE(speaksPim("eth0"));
+  machine.link("eth1", "198.51.100.9");
+  agent.kernelChanged({});
+  EXPECT_FALSE(speaksPim("eth1")) << "nobody asked for it";
+  settings.interfaces["eth1"] = {};
+  follow();
+  EXPECT_TRUE(speaksPim("eth1"));
+  machine.link("eth1").up = false;
+  agent.kernelChanged({});
+  EXPECT_FALSE(speaksPim("eth1"));
+  machine.link("eth1").up = true;
+  agent.kernelChanged({});
+  EXPECT_TRUE(speaksPim("eth1"));
+  machine.view.links.erase("eth1");
+  agent.kernelChanged({});
+  EXPECT_FALSE(speaksPim("eth1"));
+  EXPECT_TRUE(speaksPim("eth0"));
+  EXPECT_THAT(machine.farewells, IsEmpty()) << "a link that is down carries none";
+}
+
+TEST_F(AgentTest, InterfaceThatIsConfiguredNoMoreSaysFarewell) {
+  settings.interfaces.clear();
+  follow();
+  EXPECT_FALSE(speaksPim("eth0"));
+  EXPECT_THAT(machine.farewells, ElementsAre("eth0"));
+}
+
+TEST_F(AgentTest, LinkThatWasMadeAnewUnderItsNameIsOpenedAnew) {
+  EXPECT_EQ(machine.openings, 1);
+  agent.kernelChanged({});
+  EXPECT_EQ(machine.openings, 1);
+  machine.link("eth0").index = 99;
+  agent.kernelChanged({});
+  EXPECT_EQ(machine.openings, 2);
+  EXPECT_TRUE(speaksPim("eth0"));
+}
+
+TEST_F(AgentTest, LinkThatCannotBeOpenedIsTriedAgainWhenTheKernelTellsOfAChange) {
+  machine.refuses = true;
+  machine.link("eth1", "198.51.100.9");
+  settings.interfaces["eth1"] = {};
+  follow();
+  EXPECT_FALSE(pimIntf("eth1"));
+  EXPECT_TRUE(speaksPim("eth0"));
+  machine.refuses = false;
+  agent.kernelChanged({});
+  EXPECT_TRUE(speaksPim("eth1"));
+}
+
+TEST_F(AgentTest, SettingsOfAnInterfaceAreFollowedWithoutLosingItsNeighbors) {
+  pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
+  settings.interfaces["eth0"] = {.drPriority = 7, .helloInterval = 10};
+  follow();
+  auto const& options = agent.router().hello(intf("eth0"))->options();
+  EXPECT_EQ(options.drPriority, 7u);
+  EXPECT_EQ(options.period, 10);
+  EXPECT_EQ(options.holdtime, 35);
+  EXPECT_EQ(pimIntf("eth0")->neighborCount(), 1u);
+}
+
+TEST_F(AgentTest, CandidateFollowsTheAddressOfItsInterfaceAlsoOfOneWithoutPim) {
+  machine.link("lo", "10.255.0.1");
+  agent.kernelChanged({});
+  beCandidate("lo");
+  EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.1")));
+  machine.link("lo", "10.255.0.2");
+  agent.kernelChanged({});
+  EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.2")));
+  machine.view.links.erase("lo");
+  agent.kernelChanged({});
+  EXPECT_THAT(candidacies(), IsEmpty());
+  machine.link("lo", "10.255.0.3");
+  agent.kernelChanged({});
+  EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.3")));
+}
+
+TEST_F(AgentTest, RoutesAreReadWhereTheyChanged) {
+  Lanet::Prefix changed = Lanet::Prefix::parse("10.1.0.0/16");
+  Lanet::Prefix other = Lanet::Prefix::parse("10.2.0.0/16");
+  ::Slosh::Fib::Route route{.type = RouteType::remote, .intfId = intf("eth0"), .nextHop = addr("192.0.2.1")};
+  machine.view.routes = {{changed, route}, {other, route}};
+  agent.kernelChanged({changed});
+  pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
+  auto rpf = [&](char const* address) {
+    return agent.router().gate()->rpfTable()->doLookup(addr(address), {}).rpfNeighbor;
+  };
+  EXPECT_EQ(rpf("10.1.0.1"), addr("192.0.2.1"));
+  EXPECT_TRUE(rpf("10.2.0.1").isEmpty());
+  machine.view.routes.erase(changed);
+  agent.kernelChanged({changed, other});
+  EXPECT_TRUE(rpf("10.1.0.1").isEmpty());
+  EXPECT_EQ(rpf("10.2.0.1"), addr("192.0.2.1"));
+}
+
+TEST_F(AgentTest, FaultySettingsChangeNothing) {
+  agent::Settings faulty = settings;
+  faulty.interfaces.clear();
+  faulty.router.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {.priority = 300};
+  EXPECT_EQ(agent.settingsIs(faulty).size(), 1u);
+  EXPECT_EQ(agent.settings(), settings);
+  EXPECT_TRUE(speaksPim("eth0"));
+}
+
+TEST_F(AgentTest, ChangesAreToldAtTheEndOfTheirEvent) {
+  beCandidate("eth0");
+  EXPECT_THAT(kinds, ElementsAre(HistoryKind::candidateState));
+  auto elected = [&] { return std::count(kinds.begin(), kinds.end(), HistoryKind::bsrElected); };
+  while (elected() == 0) {
+    if (agent.nextExpiry() <= clock.now()) agent.advance();
+  }
+  EXPECT_EQ(agent.observed().history.entries().back().cause.kind, agent::CauseKind::timer);
+  EXPECT_GT(agent.observed().punctuality.count(), 0u);
+}
+
+TEST_F(AgentTest, PacketIsCountedAndARefusedOneNoted) {
+  std::vector<Zet::U8> packet(40);
+  packet[0] = 0x45;
+  packet[9] = 103;
+  agent.receive("eth0", packet);
+  auto observed = agent.observed();
+  EXPECT_EQ(observed.traffic.byInterface().at("eth0").at(pimbsr::host::MessageKind::malformed).refused, 1u);
+  EXPECT_EQ(observed.drops.rows().size(), 1u);
+  agent.clearCounters();
+  EXPECT_TRUE(observed.traffic.byInterface().empty());
+  EXPECT_EQ(observed.punctuality.count(), 0u);
+  agent.clearDrops();
+  EXPECT_TRUE(observed.drops.rows().empty());
+}
+
+TEST_F(AgentTest, FarewellEndsCandidaciesAndIsToldOnEveryInterface) {
+  beCandidate("eth0");
+  while (agent.router().hello(intf("eth0"))->nextHello() <= clock.now() + 5) {
+    if (agent.nextExpiry() <= clock.now()) agent.advance();
+  }
+  agent.sayFarewell();
+  EXPECT_THAT(candidacies(), IsEmpty());
+  EXPECT_THAT(machine.farewells, ElementsAre("eth0"));
+}
+
+}  // namespace
+}  // namespace test

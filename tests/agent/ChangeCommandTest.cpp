@@ -1,0 +1,204 @@
+#include "agent/ChangeCommand.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "agent/Privileges.h"
+#include "agent/Sandbox.h"
+#include "tests/agent/InChild.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::ChangeCommand;
+using testing::HasSubstr;
+
+/// A folder in which commands leave what they got.
+class ChangeCommandTest : public testing::Test {
+ protected:
+  ChangeCommandTest() {
+    char name[] = "/tmp/pimbsr-change-XXXXXX";
+    folder = mkdtemp(name);
+  }
+  ~ChangeCommandTest() override { std::filesystem::remove_all(folder); }
+
+  void start(std::string const& script) {
+    command = std::make_unique<ChangeCommand>("cd " + folder + "; " + script);
+  }
+  std::string text(std::string const& name) const {
+    std::ifstream in(folder + "/" + name);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  /// Waits for the helper to say something, and gives what that means.
+  std::string report() {
+    pollfd waiting{command->fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&waiting, 1, 20000), 1) << "no report";
+    return command->handleReport();
+  }
+  /// How the helper ended, once its agent has let go of it.
+  int helperStatus() {
+    pid_t helper = command->helper();
+    command = nullptr;
+    int status = -1;
+    EXPECT_EQ(waitpid(helper, &status, 0), helper);
+    return status;
+  }
+
+  std::string folder;
+  std::unique_ptr<ChangeCommand> command;
+};
+
+TEST_F(ChangeCommandTest, CommandGetsTheTextOnItsStandardInput) {
+  start("cat > got");
+  EXPECT_EQ(command->tell("{\"zones\":[]}"), "");
+  EXPECT_TRUE(command->isBusy());
+  EXPECT_EQ(report(), "");
+  EXPECT_FALSE(command->isBusy());
+  EXPECT_EQ(text("got"), "{\"zones\":[]}");
+}
+
+TEST_F(ChangeCommandTest, LongTextArrivesWholeAndAnEmptyOneEmpty) {
+  start("cat > got");
+  std::string longText(std::size_t{8} << 20, 'x');
+  longText += "end";
+  for (std::string const& told : {longText, std::string(), std::string("short")}) {
+    command->tell(told);
+    EXPECT_EQ(report(), "");
+    EXPECT_EQ(text("got"), told);
+  }
+}
+
+TEST_F(ChangeCommandTest, CommandThatReadsNothingIsAsGoodAsAnother) {
+  start("true");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(command->tell(std::string(1 << 20, 'x')), "");
+    EXPECT_EQ(report(), "");
+  }
+}
+
+TEST_F(ChangeCommandTest, OnlyTheNewestWaitsWhileARunLasts) {
+  start("cat >> got; echo >> got; while [ ! -e go ]; do sleep 0.01; done");
+  for (char const* told : {"first", "second", "third", "fourth"}) command->tell(told);
+  EXPECT_TRUE(command->isBusy());
+  std::ofstream(folder + "/go");
+  EXPECT_EQ(report(), "");
+  EXPECT_TRUE(command->isBusy());
+  EXPECT_EQ(report(), "");
+  EXPECT_FALSE(command->isBusy());
+  EXPECT_EQ(text("got"), "first\nfourth\n");
+}
+
+TEST_F(ChangeCommandTest, RunsNeverOverlap) {
+  start("mkdir running || echo overlap >> faults; sleep 0.02; rmdir running; echo run >> runs");
+  int reports = 0;
+  for (int i = 0; i < 60 || command->isBusy(); ++i) {
+    if (i < 60) command->tell(std::to_string(i));
+    pollfd waiting{command->fd(), POLLIN, 0};
+    if (poll(&waiting, 1, 3) == 1 && command->handleReport().empty()) ++reports;
+  }
+  EXPECT_EQ(text("faults"), "");
+  std::string runs = text("runs");
+  EXPECT_EQ(std::count(runs.begin(), runs.end(), '\n'), reports);
+  EXPECT_GT(reports, 1);
+}
+
+TEST_F(ChangeCommandTest, FailureIsToldAndTheNextRunIsTried) {
+  start("read word; exit $word");
+  command->tell("3\n");
+  EXPECT_THAT(report(), HasSubstr("ended with status 3"));
+  command->tell("0\n");
+  EXPECT_EQ(report(), "");
+}
+
+TEST_F(ChangeCommandTest, DeathBySignalIsTold) {
+  start("kill -9 $$");
+  command->tell("");
+  EXPECT_THAT(report(), HasSubstr("was ended by signal 9 (Killed)"));
+}
+
+TEST_F(ChangeCommandTest, CommandThatIsNoneIsTold) {
+  start("/nonexistent/command 2> /dev/null");
+  command->tell("");
+  EXPECT_THAT(report(), HasSubstr("ended with status 127"));
+}
+
+TEST_F(ChangeCommandTest, HelperHoldsNoFileButItsOwn) {
+  int kept = open("/dev/null", O_RDONLY);
+  int high = fcntl(kept, F_DUPFD, 200);
+  start(
+      "echo $(ls /proc/$PPID/fd) > helper; echo $(ls /proc/$$/fd) > shell; "
+      "readlink /proc/$PPID/fd/0 > input");
+  command->tell("");
+  EXPECT_EQ(report(), "");
+  EXPECT_THAT(text("helper"), testing::StartsWith("0 1 2 3"));
+  EXPECT_THAT(text("helper"), testing::Not(HasSubstr("200")));
+  EXPECT_THAT(text("shell"), testing::Not(HasSubstr("200")));
+  EXPECT_EQ(text("input"), "/dev/null\n");
+  close(high);
+  close(kept);
+}
+
+TEST_F(ChangeCommandTest, SignalsForTheAgentLeaveTheHelperAndCommandsHaveTheirDefaults) {
+  std::signal(SIGPIPE, SIG_IGN);
+  start("grep SigIgn /proc/self/status > ignored; grep SigBlk /proc/self/status > blocked; cat > got");
+  for (int number : {SIGHUP, SIGINT, SIGTERM}) {
+    command->tell("warm-up");
+    EXPECT_EQ(report(), "");
+    kill(command->helper(), number);
+  }
+  command->tell("after");
+  EXPECT_EQ(report(), "");
+  EXPECT_EQ(text("got"), "after");
+  EXPECT_EQ(text("ignored"), "SigIgn:\t0000000000000000\n");
+  EXPECT_EQ(text("blocked"), "SigBlk:\t0000000000000000\n");
+  std::signal(SIGPIPE, SIG_DFL);
+}
+
+TEST_F(ChangeCommandTest, HelperEndsWithItsAgentAndLetsTheLastRunEnd) {
+  start("true");
+  EXPECT_EQ(helperStatus(), 0);
+  start("sleep 0.2; echo done > got");
+  command->tell("");
+  EXPECT_EQ(helperStatus(), 0);
+  EXPECT_EQ(text("got"), "done\n");
+}
+
+TEST_F(ChangeCommandTest, LostHelperIsToldOnceAndNothingHappensAfterwards) {
+  start("true");
+  kill(command->helper(), SIGKILL);
+  EXPECT_THAT(report(), HasSubstr("has gone"));
+  EXPECT_LT(command->fd(), 0);
+  EXPECT_EQ(command->tell("text"), "");
+  EXPECT_EQ(command->handleReport(), "");
+  EXPECT_FALSE(command->isBusy());
+}
+
+TEST_F(ChangeCommandTest, RightsOfTheHelperAreThoseFromBeforeTheDrop) {
+  NEEDS_ROOT();
+  std::string found = inChild([this] {
+    start("grep CapEff /proc/self/status | cut -f2 > got; grep NoNewPrivs /proc/self/status >> got");
+    pimbsr::agent::dropPrivileges();
+    pimbsr::agent::enterSandbox();
+    std::string fault = command->tell(std::string(1 << 20, 'x'));
+    pollfd waiting{command->fd(), POLLIN, 0};
+    poll(&waiting, 1, 20000);
+    return fault + command->handleReport();
+  });
+  EXPECT_EQ(found, "");
+  EXPECT_THAT(text("got"), HasSubstr("NoNewPrivs:\t0"));
+  EXPECT_THAT(text("got"), testing::Not(testing::StartsWith("0000000000002000")));
+}
+
+}  // namespace
+}  // namespace test

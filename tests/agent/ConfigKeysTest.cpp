@@ -1,0 +1,193 @@
+#include "agent/ConfigKeys.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "agent/ConfigFile.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::closest;
+using pimbsr::agent::ConfigKey;
+using pimbsr::agent::configKeys;
+using pimbsr::agent::configReference;
+using pimbsr::agent::configSections;
+using pimbsr::agent::KeyType;
+using pimbsr::agent::readConfig;
+using pimbsr::agent::unknownKeyText;
+using pimbsr::agent::validText;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/// A file in which a key has a value and all that is needed beside it stands.
+std::string fileWith(ConfigKey const& key, std::string const& value) {
+  std::string name(key.name == "HANDLE" ? "\"Pim::Bsr::Sm\"" : key.name);
+  std::string line = name + " = " + value + "\n";
+  std::string section(key.section);
+  if (section == "interface.NAME") return "[interface.eth0]\n" + line;
+  if (section == "access-list.NAME") return "[access-list.a]\n" + line;
+  if (section == "access-list.NAME.rules") {
+    return "[[access-list.a.rules]]\naction = \"permit\"\n" + line;
+  }
+  if (section.starts_with("candidate-")) return "[[" + section + "]]\ninterface = \"eth0\"\n" + line;
+  return "[" + section + "]\n" + line;
+}
+
+std::string nameOf(testing::TestParamInfo<ConfigKey> const& info) {
+  std::string name = std::string(info.param.section) + "_" + std::string(info.param.name);
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; }, '_');
+  return name;
+}
+
+class NumberKey : public testing::TestWithParam<ConfigKey> {
+ protected:
+  void expectRefused(std::string const& value) {
+    auto reading = readConfig(fileWith(GetParam(), value), "file");
+    ASSERT_THAT(reading.faults, SizeIs(1)) << value;
+    EXPECT_THAT(reading.faults[0].text, HasSubstr("read " + value + "; valid is " + validText(GetParam())));
+  }
+};
+
+std::vector<ConfigKey> numbers() {
+  std::vector<ConfigKey> found;
+  for (ConfigKey const& key : configKeys()) {
+    if (key.type == KeyType::integer) found.push_back(key);
+  }
+  return found;
+}
+
+TEST_P(NumberKey, TakesTheEndsOfItsRangeAndNothingBeyond) {
+  ConfigKey const& key = GetParam();
+  for (Zet::U64 value : {key.least, key.most}) {
+    EXPECT_THAT(readConfig(fileWith(key, std::to_string(value)), "file").faults, IsEmpty()) << value;
+  }
+  expectRefused(std::to_string(key.most + 1));
+  expectRefused(key.least == 0 ? "-1" : std::to_string(key.least - 1));
+  expectRefused("9223372036854775807");
+  expectRefused("-9223372036854775808");
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, NumberKey, testing::ValuesIn(numbers()), nameOf);
+
+class DefaultOfKey : public testing::TestWithParam<ConfigKey> {};
+
+/// The keys whose default stands in the table in words.
+bool isInWords(ConfigKey const& key) {
+  return key.name == "seq" || key.name == "address" || key.name == "mask" || key.name == "HANDLE";
+}
+
+std::vector<ConfigKey> withDefaults() {
+  std::vector<ConfigKey> found;
+  for (ConfigKey const& key : configKeys()) {
+    if (!key.fallback.empty() && !isInWords(key)) found.push_back(key);
+  }
+  return found;
+}
+
+TEST_P(DefaultOfKey, IsWhatCountsWithoutIt) {
+  ConfigKey const& key = GetParam();
+  std::string value(key.fallback.substr(0, key.fallback.find(", or ")));
+  std::string with = fileWith(key, value);
+  std::size_t at = with.find(std::string(key.name) + " = " + value);
+  std::string without = with.substr(0, at) + with.substr(at + key.name.size() + 3 + value.size());
+  auto said = readConfig(with, "with");
+  auto unsaid = readConfig(without, "without");
+  EXPECT_THAT(said.faults, IsEmpty());
+  EXPECT_THAT(unsaid.faults, IsEmpty()) << without;
+  bool isList = value == "[]";
+  if (isList && key.name != "rules") {
+    // An empty list is one that is there: it takes the place of all groups.
+    said.settings.router.borders.clear();
+    said.settings.router.candidateBsrs = unsaid.settings.router.candidateBsrs;
+    said.settings.router.candidateRps = unsaid.settings.router.candidateRps;
+  }
+  EXPECT_EQ(said.settings, unsaid.settings);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, DefaultOfKey, testing::ValuesIn(withDefaults()), nameOf);
+
+TEST(ConfigKeysTest, EveryKeyIsOfATableAndStandsThereOnce) {
+  std::set<std::pair<std::string_view, std::string_view>> seen;
+  for (ConfigKey const& key : configKeys()) {
+    EXPECT_TRUE(seen.insert({key.section, key.name}).second) << key.name;
+    auto sections = configSections();
+    EXPECT_TRUE(std::any_of(sections.begin(), sections.end(), [&](auto const& section) {
+      return section.name == key.section;
+    })) << key.section;
+    EXPECT_FALSE(key.sentence.empty()) << key.name;
+  }
+}
+
+TEST(ConfigKeysTest, AMistypedNameIsMended) {
+  std::string_view const names[] = {"priority", "interval", "interface"};
+  EXPECT_EQ(closest("prioritty", names), "priority");
+  EXPECT_EQ(closest("intervall", names), "interval");
+  EXPECT_EQ(closest("Interface", names), "interface");
+  EXPECT_EQ(closest("colour", names), "");
+  EXPECT_EQ(closest("", names), "");
+  EXPECT_EQ(closest(std::string(100000, 'p'), names), "");
+}
+
+TEST(ConfigKeysTest, AnUnknownNameIsAnsweredWithAllThatAreValid) {
+  EXPECT_EQ(unknownKeyText("timers", "holdtime"), "no such key; did you mean hold-time?");
+  EXPECT_EQ(unknownKeyText("timers", "colour"), "no such key; valid here are hold-time, zone-timeout");
+  EXPECT_EQ(unknownKeyText("state", "colour"), "no such key; valid here is directory");
+  EXPECT_EQ(
+      unknownKeyText("", "colour"),
+      "no such key; valid here are interface, candidate-bsr, candidate-rp, filter, access-list, timers, "
+      "checks, limits, control, state, trace");
+}
+
+TEST(ConfigKeysTest, ReferencePageIsThatOfTheTable) {
+  std::string path = PIMBSR_SOURCE_DIR "/docs/configuration.md";
+  if (std::getenv("PIMBSR_REWRITE") != nullptr) std::ofstream(path, std::ios::binary) << configReference();
+  std::ostringstream page;
+  page << std::ifstream(path, std::ios::binary).rdbuf();
+  EXPECT_EQ(page.str(), configReference())
+      << "read the difference; PIMBSR_REWRITE=1 in the environment takes it over";
+}
+
+// The table against what a setter takes ---------------------------------------------------------------
+
+TEST(ConfigKeysTest, RangesAreThoseOfTheConfiguration) {
+  using pimbsr::host::Configuration;
+  struct Row {
+    char const* section;
+    char const* name;
+    void (*set)(Configuration& configuration, Zet::U64 value);
+  };
+  static auto bsr = [](Configuration & c) -> auto& {
+    return c.candidateBsrs["eth0"].groups[Lanet::IpGenPrefix::parse("224.0.0.0/4")];
+  };
+  Row const rows[] = {
+      {"timers", "hold-time", [](auto& c, auto value) { c.holdTime = value; }},
+      {"timers", "zone-timeout", [](auto& c, auto value) { c.zoneTimeout = value; }},
+      {"candidate-bsr", "hash-mask-length", [](auto& c, auto value) { bsr(c).hashMaskLen = value; }},
+      {"candidate-bsr", "interval", [](auto& c, auto value) { bsr(c).interval = value; }},
+      {"candidate-rp", "interval", [](auto& c, auto value) { c.candidateRps["eth0"].interval = value; }}};
+  for (auto const& [section, name, set] : rows) {
+    ConfigKey const& key = pimbsr::agent::configKey(section, name);
+    auto faults = [&](Zet::U64 value) {
+      Configuration configuration;
+      set(configuration, value);
+      return check(configuration);
+    };
+    EXPECT_THAT(faults(key.least), IsEmpty()) << name;
+    EXPECT_THAT(faults(key.most), IsEmpty()) << name;
+    std::vector<Zet::U64> beyond = {key.most + 1};
+    if (key.least != 0) beyond.push_back(key.least - 1);
+    for (Zet::U64 value : beyond) EXPECT_THAT(faults(value), SizeIs(1)) << name;
+  }
+}
+
+}  // namespace
+}  // namespace test

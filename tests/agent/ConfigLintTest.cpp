@@ -1,0 +1,219 @@
+#include "agent/ConfigLint.h"
+
+#include <gmock/gmock.h>
+
+namespace test {
+namespace {
+
+using pimbsr::agent::ConfigFinding;
+using pimbsr::agent::ConfigReading;
+using pimbsr::agent::lint;
+using pimbsr::agent::readConfig;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+std::vector<std::string> lints(std::string const& text) {
+  ConfigReading reading = readConfig(text, "f");
+  std::vector<std::string> texts;
+  for (ConfigFinding const& fault : reading.faults)
+    ADD_FAILURE() << textOf("f", fault.at) << ": " << fault.text;
+  for (ConfigFinding const& finding : lint(reading))
+    texts.push_back(textOf("f", finding.at) + ": " + finding.text);
+  return texts;
+}
+
+#define PIM "[interface.eth0]\n"
+/// A candidate that nothing is to be said of; the next key is in line 5.
+#define BSR PIM "[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 100\n"
+#define RP PIM "[[candidate-rp]]\ninterface = \"eth0\"\n"
+#define LIST(name, rules) "[access-list." name "]\nrules = [" rules "]\n"
+#define PERMIT(prefix) "{action = \"permit\", prefix = \"" prefix "\"}"
+
+struct Unwise {
+  char const* name;
+  char const* text;
+  std::vector<char const*> told;
+};
+
+class ConfigLint : public testing::TestWithParam<Unwise> {};
+
+TEST_P(ConfigLint, IsToldWithItsPlaceAndReason) {
+  EXPECT_THAT(lints(GetParam().text), ElementsAreArray(GetParam().told));
+}
+
+Unwise const unwise[] = {
+    {"Nothing", PIM, {}},
+    {"Candidates", BSR "[[candidate-rp]]\ninterface = \"lo\"\n", {}},
+    {"NoInterface",
+     "",
+     {"f: no interface speaks PIM, so that nothing is heard and nothing sent; [interface.NAME] makes one"}},
+    {"BitsBehindALength",
+     BSR "groups = [\"239.1.2.0/16\"]\n",
+     {"f:5:11: candidate-bsr.groups: 239.1.2.0/16 has bits behind its length, and is read as 239.1.0.0/16"}},
+
+    {"PriorityOfEveryCandidate",
+     PIM
+     "[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 64\ngroups = [\"239.1.0.0/16\", \"239.2.0.0/16\"]",
+     {"f:4:12: candidate-bsr.priority: 64 is what every candidate has that isn't told otherwise, and between "
+      "equal priorities the higher address decides; give each candidate its own"}},
+    {"PriorityOfEveryCandidateUnsaid",
+     PIM "[[candidate-bsr]]\ninterface = \"eth0\"\nlists = [\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
+     {"f:2:1: candidate-bsr.priority: 64 is what every candidate has that isn't told otherwise, and between "
+      "equal priorities the higher address decides; give each candidate its own"}},
+    {"HashMaskLengthZero",
+     BSR "hash-mask-length = 0",
+     {"f:5:20: candidate-bsr.hash-mask-length: with 0 all groups have one hash, so that of several RPs of "
+      "equal "
+      "priority one serves them all"}},
+    {"HoldTimeOfAnInterval",
+     BSR "interval = 130",
+     {"f:5:12: candidate-bsr.interval: 130 is not below hold-time 130: the BSR would be given up between two "
+      "of "
+      "its messages"}},
+    {"HoldTimeThatNoLossMayMeet",
+     BSR "interval = 61",
+     {"f:5:12: candidate-bsr.interval: hold-time 130 is below two intervals of 61 s and 10 s (RFC 5059 "
+      "section "
+      "5): one lost message ends the BSR"}},
+    {"HoldTimeBelowTheUsualInterval",
+     PIM "[timers]\nhold-time = 60",
+     {"f:3:13: hold-time 60 is not above 60 s, the interval of a BSR unless it is told otherwise: it would "
+      "be "
+      "given up between two messages"}},
+    {"HoldTimeAboveTheUsualInterval", PIM "[timers]\nhold-time = 61", {}},
+    {"ZoneTimeoutBelowTenHoldTimes",
+     PIM "[timers]\nhold-time = 130\nzone-timeout = 1299",
+     {"f:4:16: zone-timeout 1299 is below ten times hold-time 130, which is used in its place"}},
+    {"HoldTimeAboveATenthOfTheZoneTimeout",
+     PIM "[timers]\nhold-time = 131",
+     {"f:3:13: zone-timeout 1300 is below ten times hold-time 131, which is used in its place"}},
+
+    {"ListThatIsNotThereYet",
+     "[interface.eth0]\nborder-lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\nlists "
+     "= "
+     "[\"b\"]\n[[candidate-rp]]\ninterface = \"eth0\"\nlists = [\"c\"]\n",
+     {"f:2:17: border eth0, access list a: there is no such list yet; until there is, it permits nothing",
+      "f:6:10: candidate-bsr eth0, access list b: there is no such list yet; until there is, it permits "
+      "nothing",
+      "f:9:10: candidate-rp eth0, access list c: there is no such list yet; until there is, it permits "
+      "nothing"}},
+    {"ListOfSendersThatIsNotThereYet",
+     PIM "[filter]\nsender-lists = [\"a\", \"b\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
+     {"f:3:22: senders, access list b: there is no such list yet; until there is, it permits nothing"}},
+    {"ListsThatPermitNoSender",
+     PIM "[filter]\nsender-lists = [\"a\"]\n" LIST("a", "{action = \"deny\"}"),
+     {"f:3:17: filter.sender-lists: these lists permit no sender; while that is so, all senders are "
+      "permitted"}},
+    {"ListThatPermitsNoGroups",
+     "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
+     {"f:2:17: border eth0, access list a: it permits no groups, so that nothing comes of it"}},
+    {"ListOfSendersForGroups",
+     RP "lists = [\"a\"]\n[filter]\nsender-lists = [\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
+     {"f:4:10: candidate-rp eth0, access list a: it is one of filter.sender-lists, and so read over senders; "
+      "it "
+      "gives no group ranges here"}},
+    {"ListThatNobodyNames", PIM LIST("a", PERMIT("239.1.0.0/16")), {"f:2:1: access-list a: nobody names it"}},
+    {"MaskWithTooManyHoles",
+     PIM "border-lists = [\"a\"]\n" LIST(
+         "a",
+         PERMIT("239.1.0.0/16") ",\n{action = \"permit\", address = \"239.0.0.0\", mask = \"255.0.0.1\"}"),
+     {"f:5:1: access-list a, rule 20: its mask has so many holes that it stands for 8388608 ranges; above "
+      "4096 it "
+      "is left out"}},
+
+    {"CandidateOfNothing",
+     BSR "groups = []\n[[candidate-rp]]\ninterface = \"eth0\"\nlists = []",
+     {"f:2:1: candidate-bsr eth0: it names neither groups nor lists, so that nothing comes of it",
+      "f:6:1: candidate-rp eth0: it names neither groups nor lists, so that nothing comes of it"}},
+    {"CandidateOfAnInterfaceWithoutPim",
+     PIM "[[candidate-bsr]]\ninterface = \"eth1\"\npriority = 1\n[[candidate-rp]]\ninterface = \"eth1.5\"",
+     {"f:2:1: candidate-bsr eth1: eth1 speaks no PIM and is no loopback; it lends its address, and speaks "
+      "PIM "
+      "with an [interface.eth1]",
+      "f:5:1: candidate-rp eth1.5: eth1.5 speaks no PIM and is no loopback; it lends its address, and speaks "
+      "PIM "
+      "with an [interface.\"eth1.5\"]"}},
+    {"CandidateOfALoopback",
+     PIM "[[candidate-bsr]]\ninterface = \"lo\"\npriority = 1\n[[candidate-rp]]\ninterface = \"dummy0\"",
+     {}},
+    {"BorderOfAnInterfaceWithoutPim",
+     PIM "[interface.lo]\npim = false\nborder = [\"239.1.0.0/16\"]",
+     {"f:2:1: interface.lo: nothing crosses an interface that speaks no PIM, so that its borders are of no "
+      "use"}},
+
+    {"ZoneOfAGroupAndOfAList",
+     BSR "groups = [\"239.1.0.0/16\"]\n[[candidate-bsr]]\ninterface = \"lo\"\npriority = 9\nlists = "
+         "[\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
+     {"f:9:10: candidate-bsr lo, access list a: it permits 239.1.0.0/16, for which eth0 is a candidate BSR "
+      "with "
+      "other terms; of both, those count that were applied last"}},
+    {"ZoneOfTwoLists",
+     BSR "lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\nlists = [\"b\"]\n" LIST(
+         "a", PERMIT("239.1.0.0/16")) LIST("b", PERMIT("239.1.0.0/16")),
+     {"f:9:10: candidate-bsr eth0, access list b: it permits 239.1.0.0/16, for which eth0 is a candidate BSR "
+      "with "
+      "other terms; of both, those count that were applied last"}},
+    {"ZoneTwiceWithTheSameTerms",
+     BSR "lists = [\"a\"]\ngroups = [\"239.1.0.0/16\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
+     {}},
+    {"RangeOfTwoRpsOfOnePriority",
+     RP "[[candidate-rp]]\ninterface = \"lo\"\ngroups = [\"224.0.0.0/4\"]",
+     {"f:6:11: candidate-rp lo, group 224.0.0.0/4: eth0 is a candidate RP of 224.0.0.0/4 with the same "
+      "priority "
+      "192, so that the hash splits the groups between two addresses of this router"}},
+    {"RangeOfTwoRpsByLists",
+     RP "lists = [\"a\"]\n[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"a\"]\n" LIST(
+         "a", PERMIT("239.1.0.0/16")),
+     {"f:7:10: candidate-rp lo, access list a: eth0 is a candidate RP of 239.1.0.0/16 with the same priority "
+      "192, "
+      "so that the hash splits the groups between two addresses of this router"}},
+    {"RangeOfTwoRpsOfTwoPriorities", RP "[[candidate-rp]]\ninterface = \"lo\"\npriority = 1", {}},
+    {"RangesOfTwoRps", RP "[[candidate-rp]]\ninterface = \"lo\"\ngroups = [\"239.1.0.0/16\"]", {}},
+    {"LinkLocalGroups",
+     BSR "groups = [\"224.0.0.13/32\"]\n",
+     {"f:5:11: candidate-bsr eth0, group 224.0.0.13/32: link-local groups, which are never routed, have no "
+      "RP"}},
+    {"GroupsOfOneSource",
+     RP "groups = [\"232.1.0.0/16\"]\n",
+     {"f:4:11: candidate-rp eth0, group 232.1.0.0/16: groups of source-specific multicast have no RP (RFC "
+      "4607)"}},
+
+    {"ChecksThatAreOff",
+     PIM "[checks]\nlink-local-ttl = false\non-subnet = false\nfrom-neighbors = false",
+     {"f:3:18: checks.link-local-ttl: off, messages can be forged from farther away",
+      "f:4:13: checks.on-subnet: off, messages can be forged from farther away",
+      "f:5:18: checks.from-neighbors: off, messages can be forged from farther away"}},
+    {"LimitsThatAreNone",
+     PIM "[limits]\npackets-per-second = 0\nneighbors-per-interface = 0\nlearned-zones = 0\nfragment-rps = "
+         "0\nrps = 0",
+     {"f:3:22: limits.packets-per-second: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:4:27: limits.neighbors-per-interface: 0 is no bound, so that a flood takes what time and memory "
+      "there is",
+      "f:5:17: limits.learned-zones: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:6:16: limits.fragment-rps: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:7:7: limits.rps: 0 is no bound, so that a flood takes what time and memory there is"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, ConfigLint, testing::ValuesIn(unwise),
+                         [](auto const& one) { return std::string(one.param.name); });
+
+TEST(ConfigLintTest, ExampleIsWise) {
+  EXPECT_THAT(lint(pimbsr::agent::readConfigFile(PIMBSR_SOURCE_DIR "/examples/pimbsr.toml")), IsEmpty());
+}
+
+TEST(ConfigLintTest, WhatIsFaultyIsNotCalledUnwiseToo) {
+  ConfigReading reading =
+      readConfig("[[candidate-bsr]]\ninterface = \"lo\"\npriority = \"high\"\nhash-mask-length = 0\n", "f");
+  EXPECT_EQ(reading.faults.size(), 1u);
+  std::vector<ConfigFinding> found = lint(reading);
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].at, (pimbsr::agent::TextPlace{4, 20}));
+}
+
+TEST(ConfigLintTest, OfATextThatIsNoTomlNothingIsSaid) {
+  EXPECT_THAT(lint(readConfig("[timers\n", "f")), IsEmpty());
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,155 @@
+#include "agent/ConfigText.h"
+
+#include <gmock/gmock.h>
+
+namespace test {
+namespace {
+
+using pimbsr::agent::ConfigValue;
+using pimbsr::agent::deepestConfigText;
+using pimbsr::agent::describe;
+using pimbsr::agent::inQuotes;
+using pimbsr::agent::longestConfigText;
+using pimbsr::agent::parseConfigText;
+using pimbsr::agent::ParsedText;
+using pimbsr::agent::TextPlace;
+using pimbsr::agent::tomlKey;
+using pimbsr::agent::tomlText;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Sort = ConfigValue::Sort;
+
+std::string repeated(std::string const& text, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out += text;
+  return out;
+}
+
+TEST(ConfigTextTest, ValuesComeInTheOrderOfTheTextWithPlacesThatCountCharactersFromOne) {
+  ParsedText parsed = parseConfigText("z = 5\n[b]\n  \"\xc3\xa4\xc3\xa4\" = true\na = [\"x\", 1.5]\n");
+  ASSERT_THAT(parsed.faults, IsEmpty());
+  auto const& entries = parsed.root.entries;
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0].key, "z");
+  EXPECT_EQ(entries[0].at, (TextPlace{1, 1}));
+  EXPECT_EQ(entries[0].value.sort, Sort::integer);
+  EXPECT_EQ(entries[0].value.number, 5);
+  EXPECT_EQ(entries[0].value.at, (TextPlace{1, 5}));
+  EXPECT_EQ(entries[1].value.at, (TextPlace{2, 1}));
+  auto const& table = entries[1].value.entries;
+  ASSERT_EQ(table.size(), 2u);
+  EXPECT_EQ(table[0].key, "\xc3\xa4\xc3\xa4");
+  EXPECT_EQ(table[0].value.at, (TextPlace{3, 10}));
+  EXPECT_TRUE(table[0].value.flag);
+  ASSERT_EQ(table[1].value.items.size(), 2u);
+  EXPECT_EQ(table[1].value.items[0].text, "x");
+  EXPECT_EQ(table[1].value.items[1].at, (TextPlace{4, 11}));
+  EXPECT_EQ(table[1].value.items[1].sort, Sort::other);
+}
+
+// What is no TOML -------------------------------------------------------------------------------------
+
+struct BadText {
+  char const* name;
+  std::string text;
+  TextPlace at;
+  char const* tells;
+};
+
+class ConfigTextRefusal : public testing::TestWithParam<BadText> {};
+
+TEST_P(ConfigTextRefusal, IsOneFaultWithItsPlace) {
+  ParsedText parsed = parseConfigText(GetParam().text);
+  ASSERT_EQ(parsed.faults.size(), 1u);
+  EXPECT_EQ(parsed.faults[0].at, GetParam().at);
+  EXPECT_THAT(parsed.faults[0].text, HasSubstr(GetParam().tells));
+  EXPECT_THAT(parsed.root.entries, IsEmpty());
+}
+
+char const* const tooDeep = "nested more than 16 deep";
+
+BadText const badTexts[] = {
+    {"NoValue", "a = 1\nb =\n", {2, 4}, "not TOML: "},
+    {"OpenBracket", "[a\n", {1, 3}, "not TOML: "},
+    {"SecondKey", "a = 1\nb = 2\na = 3\n", {3, 5}, "cannot redefine existing integer 'a'"},
+    {"SecondTable", "[a]\n[b]\n[a]\n", {3, 1}, "cannot redefine existing table 'a'"},
+    {"HugeNumber", "a = 99999999999999999999\n", {1, 25}, "not TOML: "},
+    {"BytesOfNoCharacter", "a = \"\xff\xfe\"\n", {1, 5}, "invalid utf-8"},
+    {"ControlCharacter", std::string("a = \"\0\"\n", 8), {1, 6}, "control characters"},
+    {"HeaderThatIsNoKey", "a = 1\n[=]\nb = 1\n", {2, 1}, "neither a table, nor a key"},
+    {"LetterBeyondAscii", "a = 1\n b\xc3\xa4 = 1\n", {2, 3}, "a character beyond ASCII"},
+    {"BlankBeyondAscii", "a =\xc2\xa0\n", {1, 4}, "a character beyond ASCII"},
+    {"LetterBehindABackslash", "a = \"\"\"\xc3\xa4\\\xce\x97\"\"\"\n", {1, 10}, "a character beyond ASCII"},
+    {"LetterBehindABrokenLine", "a = \"\"\"x\\ \n\n \xce\x97\"\"\"\n", {3, 2}, "a character beyond ASCII"},
+    {"TooLong", std::string(longestConfigText + 1, '\n'), {0, 0}, "longer than 1048576 bytes"},
+    {"DeepLists", "a = " + repeated("[", 100000), {1, 21}, tooDeep},
+    {"DeepTables", "a = " + repeated("{a = ", 100000), {1, 85}, tooDeep},
+    {"DeepKeys", repeated("a.", 100000) + "a = 1", {1, 34}, tooDeep},
+    {"DeepKeysInQuotes", repeated("\"\xc3\xa4\" . ", 17) + "a = 1", {1, 101}, tooDeep},
+    {"DeepBehindTexts",
+     "a = '#' # '\nb = \"\\\"\" # \"\nc = '''\n''''' # '\n" + repeated("d.", 17),
+     {5, 34},
+     tooDeep},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, ConfigTextRefusal, testing::ValuesIn(badTexts),
+                         [](auto const& one) { return std::string(one.param.name); });
+
+TEST(ConfigTextTest, WhatStandsInTextsAndCommentsNestsNothing) {
+  std::string deep = repeated("[{a.", 1000);
+  std::string text = "a = \"" + deep + "\" # " + deep + "\nb = '''\n" + deep + "'''\nc = \"\"\"\n" + deep +
+                     "\\\"\"\"\" # " + deep + "\n\"" + deep + "\" = 1\n";
+  EXPECT_THAT(parseConfigText(text).faults, IsEmpty());
+}
+
+TEST(ConfigTextTest, CharactersBeyondAsciiStandInTextsAndComments) {
+  std::string text =
+      "\xef\xbb\xbf# \xce\x97\n\"\xce\x97\" = '\xce\x97' # \xce\x97\n"
+      "b = \"\"\"\\\n  x\xce\x97 \\\" \xce\x97\n\xce\x97\"\"\"\n";
+  ParsedText parsed = parseConfigText(text);
+  ASSERT_THAT(parsed.faults, IsEmpty());
+  EXPECT_EQ(parsed.root.entries.at(1).value.text, "x\xce\x97 \" \xce\x97\n\xce\x97");
+}
+
+TEST(ConfigTextTest, ListsOfManyItemsAreNotDeep) {
+  std::string text = "a = [" + repeated("1.5, [{b.c = 1}], \n", 1000) + "]\n";
+  EXPECT_THAT(parseConfigText(text).faults, IsEmpty());
+}
+
+TEST(ConfigTextTest, LongestAndDeepestAreRead) {
+  std::string nested =
+      "a = " + std::string(deepestConfigText, '[') + std::string(deepestConfigText, ']') + "\n#";
+  nested.resize(longestConfigText, ' ');
+  EXPECT_THAT(parseConfigText(nested).faults, IsEmpty());
+}
+
+// Words -----------------------------------------------------------------------------------------------
+
+TEST(ConfigTextTest, ValuesAreDescribedInAFewWords) {
+  ParsedText parsed =
+      parseConfigText("a = [5, -1, false, \"x\\n\\\"\", [1], {b = 1}, 1.5, 2026-01-01, 07:00:00]");
+  std::vector<std::string> words;
+  for (ConfigValue const& item : parsed.root.entries.at(0).value.items) words.push_back(describe(item));
+  EXPECT_THAT(words, ElementsAre("5", "-1", "false", "the text \"x\\u000A\\\"\"", "a list", "a table",
+                                 "a decimal number", "a date or time", "a date or time"));
+}
+
+TEST(ConfigTextTest, LongTextsAreCutBetweenCharacters) {
+  EXPECT_EQ(inQuotes(repeated("\xc3\xa4", 60)), '"' + repeated("\xc3\xa4", 60) + '"');
+  EXPECT_EQ(inQuotes(repeated("\xc3\xa4", 61)), '"' + repeated("\xc3\xa4", 60) + "\"...");
+}
+
+TEST(ConfigTextTest, KeysAndTextsAreWrittenAsTheyAreRead) {
+  EXPECT_EQ(tomlKey("eth0-1_A"), "eth0-1_A");
+  for (std::string const& text : {std::string(), std::string("eth0.100"), std::string("a\"\\b\x7f\n\t\0c", 9),
+                                  std::string("\xc3\xa4")}) {
+    ParsedText parsed = parseConfigText(tomlKey(text) + " = " + tomlText(text));
+    ASSERT_THAT(parsed.faults, IsEmpty()) << tomlKey(text);
+    EXPECT_EQ(parsed.root.entries.at(0).key, text);
+    EXPECT_EQ(parsed.root.entries.at(0).value.text, text);
+  }
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,160 @@
+#include "agent/ControlClient.h"
+
+#include <gmock/gmock.h>
+#include <grp.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "agent/ControlProtocol.h"
+#include "agent/ControlSocket.h"
+#include "tests/agent/InChild.h"
+#include "tests/support/FakeAgent.h"
+
+namespace pimbsr::agent {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using test::FakeAgent;
+using test::ScratchFolder;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+Json const version{{"command", "version"}};
+
+/// Why an agent can't be asked.
+std::string faultOf(std::string const& path, double patience = clientPatience) {
+  try {
+    ask(path, version, patience);
+  } catch (ClientError const& fault) {
+    return fault.what();
+  }
+  return "no fault";
+}
+
+TEST(ControlClientTest, ARequestIsOneLineAndItsAnswerTheResult) {
+  FakeAgent agent(answerLine({{"version", "1.2"}}));
+  EXPECT_EQ(ask(agent.path(), version), Json({{"version", "1.2"}}));
+  EXPECT_THAT(agent.requests(), ElementsAre(R"({"command":"version"})"));
+}
+
+TEST(ControlClientTest, AnAnswerMayBeLarge) {
+  std::string text(5'000'000, 'x');
+  FakeAgent agent(answerLine({{"text", text}}));
+  EXPECT_EQ(ask(agent.path(), version)["text"], text);
+}
+
+TEST(ControlClientTest, TheAgentsRefusalIsToldInItsWords) {
+  FakeAgent agent(errorLine("there is no group for that"));
+  try {
+    ask(agent.path(), version);
+    FAIL() << "it was refused";
+  } catch (RequestError const& refusal) {
+    EXPECT_STREQ(refusal.what(), "there is no group for that");
+  }
+}
+
+TEST(ControlClientTest, WhatIsNoAnswerIsTold) {
+  for (char const* answer : {"SSH-2.0-server\r\n", "{}\n", "[]\n", "{\"ok\":true}\n", "{\"ok\":false}\n",
+                             "{\"ok\":false,\"error\":1}\n", "\xff\n"}) {
+    FakeAgent agent{std::string(answer)};
+    EXPECT_THAT(faultOf(agent.path()), HasSubstr("is no pimbsr")) << answer;
+  }
+}
+
+TEST(ControlClientTest, AConnectionThatEndsEarlyIsTold) {
+  for (char const* answer : {"", "{\"ok\":true,\"resu"}) {
+    FakeAgent agent{std::string(answer)};
+    EXPECT_THAT(faultOf(agent.path()), HasSubstr("without an answer"));
+  }
+}
+
+TEST(ControlClientTest, AnAgentThatIsSilentIsNotWaitedForLong) {
+  ScratchFolder folder;
+  ControlSocket nobodyServes(folder.file("control.sock"));
+  EXPECT_THAT(faultOf(nobodyServes.path(), 0.03), HasSubstr("has not answered for 0.03 seconds"));
+}
+
+TEST(ControlClientTest, AnAgentThatTakesNobodyInIsNotWaitedForLong) {
+  ScratchFolder folder;
+  ControlSocket nobodyServes(folder.file("control.sock"));
+  ASSERT_EQ(listen(nobodyServes.fd(), 0), 0);
+  SocketFd first = connectTo(nobodyServes.path(), 0);
+  EXPECT_THAT(faultOf(nobodyServes.path(), 0.03), HasSubstr("took no client for 0.03 seconds"));
+}
+
+TEST(ControlClientTest, AnAgentThatIsNotThereIsExplained) {
+  ScratchFolder folder;
+  std::string path = folder.file("control.sock");
+  EXPECT_THAT(faultOf(path), AllOf(HasSubstr("there is no " + path + ": is pimbsr running?"),
+                                   HasSubstr("--socket or PIMBSR_SOCKET")));
+  EXPECT_THAT(faultOf(path + "/below"), HasSubstr("there is no"));
+  std::ofstream(path) << "no socket";
+  EXPECT_THAT(faultOf(path), HasSubstr("nobody listens at"));
+  EXPECT_THAT(faultOf(std::string(200, 'x')), HasSubstr("name too long"));
+}
+
+/// What a user without any right is told.
+std::string faultOfNobody(std::string const& path) {
+  return test::inChild([&]() -> std::string {
+    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) return "cannot become nobody";
+    return faultOf(path);
+  });
+}
+
+TEST(ControlClientTest, WhoeverMayNotAskIsToldWhoMay) {
+  NEEDS_ROOT();
+  ScratchFolder folder;
+  ControlSocket socket(folder.file("control.sock"));
+  EXPECT_THAT(faultOfNobody(socket.path()), HasSubstr("nobody may not look for " + socket.path()));
+  ASSERT_EQ(chmod(folder.file(".").c_str(), 0755), 0);
+  EXPECT_THAT(faultOfNobody(socket.path()),
+              AllOf(HasSubstr("root and the members of group root may use " + socket.path()),
+                    HasSubstr("nobody is not among them")));
+}
+
+// Watching --------------------------------------------------------------------------------------------
+
+std::vector<std::string> watchAll(std::string const& path, std::size_t enough, std::string& end) {
+  std::vector<std::string> lines;
+  auto take = [&](std::string_view line) {
+    lines.emplace_back(line);
+    return lines.size() < enough;
+  };
+  try {
+    watch(path, take);
+    end = "enough";
+  } catch (ClientError const& fault) {
+    end = fault.what();
+  }
+  return lines;
+}
+
+TEST(ControlClientTest, AWatchHandsOnEachLineUntilItHasEnough) {
+  FakeAgent agent(answerLine(Json::object()) + "{\"a\":1}\n{\"b\":2}\n{\"c\":3}\n");
+  std::string end;
+  EXPECT_THAT(watchAll(agent.path(), 2, end), ElementsAre("{\"a\":1}", "{\"b\":2}"));
+  EXPECT_EQ(end, "enough");
+  EXPECT_THAT(agent.requests(), ElementsAre(R"({"command":"watch"})"));
+}
+
+TEST(ControlClientTest, TheEndOfAWatchIsToldAndHalfALineIsNot) {
+  FakeAgent agent(answerLine(Json::object()) + "{\"a\":1}\n{\"b\"");
+  std::string end;
+  EXPECT_THAT(watchAll(agent.path(), 9, end), ElementsAre("{\"a\":1}"));
+  EXPECT_THAT(end, AllOf(HasSubstr("has ended"), HasSubstr("not read fast enough")));
+}
+
+TEST(ControlClientTest, AWatchThatIsRefusedIsToldInTheAgentsWords) {
+  FakeAgent agent(errorLine("no watchers today"));
+  EXPECT_THROW(watch(agent.path(), [](std::string_view) { return true; }), RequestError);
+}
+
+}  // namespace
+}  // namespace pimbsr::agent

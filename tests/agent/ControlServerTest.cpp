@@ -1,0 +1,499 @@
+#include "agent/ControlServer.h"
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <filesystem>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <thread>
+
+#include "agent/ControlClient.h"
+#include "tests/agent/ControlPeer.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace pimbsr::agent {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using std::chrono::milliseconds;
+using test::ControlPeer;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::string const version = "{\"command\":\"version\"}\n";
+std::string const watching = "{\"command\":\"watch\"}\n";
+std::string const large = "{\"command\":\"metrics\"}\n";
+std::string const reloading = "{\"command\":\"reload\"}\n";
+std::string const granted = "{\"ok\":true,\"result\":{}}\n";
+
+constexpr std::size_t largeSize = 3'000'000;
+
+/// Counts what it is asked, and answers as each test needs it.
+class Handler : public RequestHandler {
+ public:
+  Json answer(Request const& request) override {
+    ++asked;
+    if (onAsked) onAsked(request);
+    if (request.command == Command::metrics) return {{"text", std::string(largeSize, 'x')}};
+    if (request.command == Command::version) return {{"asked", asked}};
+    return Json::object();
+  }
+
+  int asked = 0;
+  std::function<void(Request const&)> onAsked;
+};
+
+class ControlServerTest : public testing::Test {
+ protected:
+  ControlServerTest() { uv_loop_init(&loop_); }
+  ~ControlServerTest() override {
+    server_.reset();
+    uv_run(&loop_, UV_RUN_DEFAULT);
+    EXPECT_EQ(uv_loop_close(&loop_), 0) << "something is still hung into the loop";
+  }
+
+  void start(ControlLimits const& limits = {}) {
+    server_ = std::make_unique<ControlServer>(&loop_, path_, handler_, limits);
+  }
+  ControlPeer connected() {
+    ControlPeer peer(path_);
+    EXPECT_TRUE(peer.isConnected());
+    return peer;
+  }
+  void turn() { uv_run(&loop_, UV_RUN_NOWAIT); }
+  /// Runs the loop until something is true, for at most ten seconds.
+  void runUntil(std::function<bool()> const& isTrue) {
+    auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!isTrue()) {
+      ASSERT_LT(std::chrono::steady_clock::now(), latest) << "it never came to it";
+      turn();
+      std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+  }
+  void readUntilLines(ControlPeer& peer, std::size_t lines) {
+    runUntil([&] {
+      peer.read();
+      return peer.lines() >= lines || peer.isEnded();
+    });
+    EXPECT_EQ(peer.lines(), lines) << peer.text().substr(0, 300);
+  }
+  void readUntilEnd(ControlPeer& peer) {
+    runUntil([&] {
+      peer.read();
+      return peer.isEnded();
+    });
+  }
+  /// A client whose watch was granted.
+  ControlPeer watcher() {
+    ControlPeer peer = connected();
+    peer.send(watching);
+    readUntilLines(peer, 1);
+    EXPECT_EQ(peer.text(), granted);
+    return peer;
+  }
+
+  test::ScratchFolder folder_;
+  std::string path_ = folder_.file("control.sock");
+  uv_loop_t loop_;
+  Handler handler_;
+  std::unique_ptr<ControlServer> server_;
+};
+
+std::string asked(int number) {
+  return "{\"ok\":true,\"result\":{\"asked\":" + std::to_string(number) + "}}\n";
+}
+
+// Requests --------------------------------------------------------------------------------------------
+
+TEST_F(ControlServerTest, RequestsOfOneConnectionAreAnsweredInOrder) {
+  start();
+  ControlPeer peer = connected();
+  peer.send(version + version + "nonsense\n" + version);
+  readUntilLines(peer, 4);
+  EXPECT_THAT(peer.text(),
+              StartsWith(asked(1) + asked(2) + "{\"ok\":false,\"error\":\"the request is no JSON"));
+  EXPECT_THAT(peer.text(), testing::EndsWith(asked(3)));
+  EXPECT_EQ(server_->counts().requests, 4u);
+}
+
+TEST_F(ControlServerTest, ARequestMayComeByteByByte) {
+  start();
+  ControlPeer peer = connected();
+  for (char c : version) {
+    peer.read();
+    EXPECT_EQ(peer.text(), "");
+    peer.send(std::string(1, c));
+    turn();
+  }
+  readUntilLines(peer, 1);
+  EXPECT_EQ(peer.text(), asked(1));
+}
+
+TEST_F(ControlServerTest, FaultyRequestsAreAnsweredAndTheConnectionGoesOn) {
+  start();
+  ControlPeer peer = connected();
+  std::size_t lines = 0;
+  for (std::string const& fault :
+       {std::string("\n"), std::string("\xff\xfe\n"), std::string(4000, '[') + "\n",
+        std::string("{\"command\":\"sho\"}\n"), std::string(1, '\0') + "\n"}) {
+    peer.send(fault);
+    readUntilLines(peer, ++lines);
+  }
+  EXPECT_EQ(handler_.asked, 0);
+  peer.send(version);
+  readUntilLines(peer, ++lines);
+  EXPECT_THAT(peer.text(), testing::EndsWith(asked(1)));
+}
+
+TEST_F(ControlServerTest, ARequestThatIsTooLongIsAnsweredAndEndsTheConnection) {
+  start();
+  ControlPeer peer = connected();
+  std::string longest = "{\"command\":\"version\"" + std::string(maxRequest - 22, ' ') + "}\n";
+  ASSERT_EQ(longest.size(), maxRequest);
+  peer.send(longest);
+  readUntilLines(peer, 1);
+  EXPECT_EQ(peer.text(), asked(1));
+  peer.send(" " + longest + version);
+  readUntilEnd(peer);
+  EXPECT_EQ(peer.lines(), 2u);
+  EXPECT_THAT(peer.text(), HasSubstr("longer than 4096 bytes"));
+  EXPECT_EQ(server_->counts().clients, 0u);
+}
+
+TEST_F(ControlServerTest, WhoeverSendsWithoutEndIsHeardNoLonger) {
+  start();
+  ControlPeer peer = connected();
+  std::string const flood(1'000'000, 'x');
+  std::size_t sent = 0;
+  runUntil([&] {
+    sent += peer.send(flood);
+    peer.read();
+    return peer.isEnded();
+  });
+  EXPECT_EQ(peer.text(), errorLine("a request is longer than 4096 bytes, its newline included"));
+  EXPECT_LT(sent, flood.size()) << "it must fill what the kernel keeps, and no more";
+}
+
+TEST_F(ControlServerTest, AClientThatSaysNoMoreStillGetsItsAnswers) {
+  start();
+  ControlPeer peer = connected();
+  peer.send(large + version);
+  peer.finish();
+  readUntilEnd(peer);
+  EXPECT_EQ(peer.lines(), 2u);
+  EXPECT_GT(peer.text().size(), largeSize);
+  EXPECT_THAT(peer.text(), testing::EndsWith(asked(2)));
+  EXPECT_EQ(server_->counts().clients, 0u);
+}
+
+TEST_F(ControlServerTest, ALastRequestWithoutNewlineIsToldSo) {
+  start();
+  ControlPeer peer = connected();
+  peer.send(version + "{\"command\":\"version\"}");
+  peer.finish();
+  readUntilEnd(peer);
+  EXPECT_THAT(peer.text(), StartsWith(asked(1)));
+  EXPECT_THAT(peer.text(), HasSubstr("no newline"));
+  EXPECT_EQ(handler_.asked, 1);
+}
+
+TEST_F(ControlServerTest, WhoeverLeavesWithoutAnAnswerIsServedAllTheSame) {
+  start();
+  for (std::string const& request : {version, large}) {
+    ControlPeer peer = connected();
+    peer.send(request);
+    peer.leave();
+  }
+  runUntil([&] { return handler_.asked == 2 && server_->counts().clients == 0; });
+}
+
+TEST_F(ControlServerTest, WhoeverLeavesInTheMiddleOfAnAnswerIsForgotten) {
+  start();
+  ControlPeer peer = connected();
+  peer.send(large);
+  runUntil([&] { return handler_.asked == 1; });
+  peer.leave();
+  runUntil([&] { return server_->counts().clients == 0; });
+  EXPECT_EQ(server_->counts().slow, 0u);
+}
+
+TEST_F(ControlServerTest, WhatTheHandlerCannotDoIsAnswered) {
+  start();
+  ControlPeer peer = connected();
+  handler_.onAsked = [](Request const&) { throw RequestError("not today"); };
+  peer.send(version);
+  readUntilLines(peer, 1);
+  handler_.onAsked = [](Request const&) { throw std::runtime_error("broken \xff"); };
+  peer.send(version);
+  readUntilLines(peer, 2);
+  EXPECT_EQ(peer.text(),
+            errorLine("not today") +
+                "{\"ok\":false,\"error\":\"the agent failed to answer: broken \xef\xbf\xbd\"}\n");
+}
+
+// Limits ----------------------------------------------------------------------------------------------
+
+TEST_F(ControlServerTest, ALargeAnswerComesWholeAndOthersAreServedMeanwhile) {
+  start();
+  ControlPeer slow = connected();
+  slow.send(large);
+  runUntil([&] { return handler_.asked == 1; });
+  ControlPeer other = connected();
+  other.send(version);
+  readUntilLines(other, 1);
+  EXPECT_EQ(other.text(), asked(2));
+  readUntilLines(slow, 1);
+  EXPECT_EQ(slow.text(), answerLine({{"text", std::string(largeSize, 'x')}}));
+}
+
+TEST_F(ControlServerTest, NothingIsAskedForAClientThatHasNotReadItsAnswer) {
+  start();
+  ControlPeer peer = connected();
+  peer.send(large + large + large);
+  for (int n = 0; n < 50; ++n) turn();
+  EXPECT_EQ(handler_.asked, 1);
+  readUntilLines(peer, 3);
+  EXPECT_EQ(handler_.asked, 3);
+}
+
+TEST_F(ControlServerTest, AClientIsAnsweredOnceInATurnSoThatOthersGetTheirs) {
+  start();
+  ControlPeer peer = connected();
+  std::string many;
+  for (int n = 0; n < 100; ++n) many += version;
+  peer.send(many);
+  runUntil([&] {
+    int before = handler_.asked;
+    turn();
+    peer.read();
+    EXPECT_LE(handler_.asked, before + 1);
+    return handler_.asked == 100;
+  });
+  readUntilLines(peer, 100);
+}
+
+TEST_F(ControlServerTest, WhoeverDoesNotReadAnAnswerInTimeIsDropped) {
+  start({.answerTime = milliseconds(20)});
+  ControlPeer peer = connected();
+  peer.send(large);
+  runUntil([&] { return server_->counts().slow == 1; });
+  EXPECT_EQ(server_->counts().clients, 0u);
+  readUntilEnd(peer);
+  EXPECT_EQ(peer.lines(), 0u);
+}
+
+TEST_F(ControlServerTest, WhoeverSendsNoWholeRequestInTimeIsDropped) {
+  start({.silence = milliseconds(20)});
+  ControlPeer silent = connected();
+  ControlPeer beginner = connected();
+  beginner.send("{\"comm");
+  ControlPeer fallenSilent = connected();
+  fallenSilent.send(version);
+  runUntil([&] { return server_->counts().silent == 3; });
+  for (ControlPeer* peer : {&silent, &beginner, &fallenSilent}) readUntilEnd(*peer);
+  EXPECT_EQ(fallenSilent.text(), asked(1));
+}
+
+TEST_F(ControlServerTest, TricklingBytesBuyNoTime) {
+  start({.silence = milliseconds(20)});
+  ControlPeer peer = connected();
+  runUntil([&] {
+    peer.send("x");
+    return server_->counts().silent == 1;
+  });
+}
+
+TEST_F(ControlServerTest, MoreClientsThanAllowedAreToldSoUntilThereIsRoom) {
+  start({.clients = 2});
+  ControlPeer first = connected();
+  ControlPeer second = connected();
+  runUntil([&] { return server_->counts().clients == 2; });
+  ControlPeer third = connected();
+  third.send(version);
+  readUntilEnd(third);
+  EXPECT_EQ(third.text(), errorLine("2 clients are connected, and no more are served"));
+  EXPECT_EQ(server_->counts().refused, 1u);
+  first.leave();
+  runUntil([&] { return server_->counts().clients == 1; });
+  ControlPeer fourth = connected();
+  fourth.send(version);
+  readUntilLines(fourth, 1);
+  EXPECT_EQ(fourth.text(), asked(1));
+}
+
+/// Leaves this process no descriptor for as long as it lives.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &former_);
+    int next = dup(0);
+    close(next);
+    rlimit none = former_;
+    none.rlim_cur = static_cast<rlim_t>(next);
+    setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &former_); }
+
+ private:
+  rlimit former_{};
+};
+
+TEST_F(ControlServerTest, WithoutDescriptorsClientsWaitAndTheLoopSleeps) {
+  start({.acceptPause = milliseconds(20)});
+  ControlPeer peer = connected();
+  peer.send(version);
+  {
+    NoDescriptors none;
+    turn();
+    EXPECT_EQ(uv_backend_timeout(&loop_) > 0, true) << "the loop would not rest";
+    turn();
+    EXPECT_EQ(server_->counts().clients, 0u);
+  }
+  readUntilLines(peer, 1);
+  EXPECT_EQ(peer.text(), asked(1));
+}
+
+// Watching --------------------------------------------------------------------------------------------
+
+TEST_F(ControlServerTest, WatchersGetEachLineAndOthersNone) {
+  start();
+  EXPECT_FALSE(server_->hasWatchers());
+  server_->publish("{\"nobody\":1}");
+  ControlPeer asking = connected();
+  ControlPeer one = watcher();
+  ControlPeer two = watcher();
+  EXPECT_TRUE(server_->hasWatchers());
+  EXPECT_EQ(server_->counts().watchers, 2u);
+  server_->publish("{\"n\":1}");
+  server_->publish("{\"n\":2}");
+  for (ControlPeer* peer : {&one, &two}) {
+    readUntilLines(*peer, 3);
+    EXPECT_EQ(peer->text(), granted + "{\"n\":1}\n{\"n\":2}\n");
+  }
+  asking.read();
+  EXPECT_EQ(asking.text(), "");
+}
+
+TEST_F(ControlServerTest, AWatcherIsNotListenedToAndMayBeSilent) {
+  start({.silence = milliseconds(10), .answerTime = milliseconds(10)});
+  ControlPeer peer = connected();
+  peer.send(version + watching + version);
+  readUntilLines(peer, 2);
+  peer.send(version + std::string(10000, 'x'));
+  std::this_thread::sleep_for(milliseconds(15));
+  for (int n = 0; n < 20; ++n) turn();
+  server_->publish("{\"n\":1}");
+  readUntilLines(peer, 3);
+  EXPECT_EQ(peer.text(), asked(1) + granted + "{\"n\":1}\n");
+  EXPECT_EQ(handler_.asked, 2);
+}
+
+TEST_F(ControlServerTest, AWatchEndsWithItsClient) {
+  start();
+  ControlPeer leaving = watcher();
+  ControlPeer finishing = watcher();
+  leaving.leave();
+  finishing.finish();
+  runUntil([&] { return server_->counts().clients == 0; });
+  EXPECT_FALSE(server_->hasWatchers());
+  readUntilEnd(finishing);
+}
+
+TEST_F(ControlServerTest, AWatchThatIsNotGrantedIsNone) {
+  start();
+  handler_.onAsked = [](Request const&) { throw RequestError("no"); };
+  ControlPeer peer = connected();
+  peer.send(watching);
+  readUntilLines(peer, 1);
+  EXPECT_EQ(peer.text(), errorLine("no"));
+  EXPECT_FALSE(server_->hasWatchers());
+}
+
+TEST_F(ControlServerTest, AWatcherThatDoesNotReadIsDroppedAndTheOthersGoOn) {
+  start({.watchBacklog = 10'000});
+  ControlPeer slow = watcher();
+  ControlPeer quick = watcher();
+  std::string line = "\"" + std::string(5'000, 'x') + "\"";
+  std::size_t published = 0;
+  for (; server_->counts().slow == 0 && published < 1000; ++published) {
+    server_->publish(line);
+    quick.read();
+    turn();
+  }
+  EXPECT_EQ(server_->counts().slow, 1u);
+  EXPECT_EQ(server_->counts().watchers, 1u);
+  readUntilLines(quick, 1 + published);
+  readUntilEnd(slow);
+  EXPECT_LT(slow.lines(), quick.lines());
+}
+
+TEST_F(ControlServerTest, OneLineAboveTheBoundIsSentToWhoeverReads) {
+  start({.watchBacklog = 10});
+  ControlPeer peer = watcher();
+  std::string line = "\"" + std::string(largeSize, 'x') + "\"";
+  server_->publish(line);
+  readUntilLines(peer, 2);
+  EXPECT_EQ(peer.text(), granted + line + "\n");
+}
+
+TEST_F(ControlServerTest, AnAnswerMayPublish) {
+  start({.watchBacklog = 10});
+  ControlPeer slow = watcher();
+  ControlPeer quick = watcher();
+  handler_.onAsked = [&](Request const&) {
+    for (int n = 0; n < 200 && server_->counts().watchers == 2; ++n) {
+      server_->publish("\"" + std::string(5'000, 'x') + "\"");
+      quick.read();
+    }
+  };
+  ControlPeer peer = connected();
+  peer.send(reloading);
+  readUntilLines(peer, 1);
+  EXPECT_EQ(peer.text(), granted);
+  EXPECT_EQ(server_->counts().slow, 1u);
+}
+
+// The end ---------------------------------------------------------------------------------------------
+
+TEST_F(ControlServerTest, CloseEndsAllConnectionsAndRemovesTheSocket) {
+  start();
+  ControlPeer asking = connected();
+  asking.send(large);
+  ControlPeer watches = watcher();
+  server_->close();
+  EXPECT_FALSE(std::filesystem::exists(path_));
+  readUntilEnd(asking);
+  readUntilEnd(watches);
+  server_->publish("{}");
+  server_->close();
+  EXPECT_EQ(uv_run(&loop_, UV_RUN_DEFAULT), 0) << "nothing keeps the loop";
+}
+
+TEST_F(ControlServerTest, OneThatCannotListenLeavesTheLoopAsItWas) {
+  start();
+  EXPECT_THROW(ControlServer(&loop_, path_, handler_), ControlError);
+}
+
+TEST_F(ControlServerTest, TheClientOfThisRoomIsServed) {
+  start();
+  Json answer;
+  std::string change;
+  std::thread client([&] {
+    answer = ask(path_, {{"command", "metrics"}});
+    watch(path_, [&](std::string_view line) {
+      change = line;
+      return false;
+    });
+  });
+  runUntil([&] { return server_->hasWatchers(); });
+  server_->publish("{\"n\":1}");
+  runUntil([&] { return !server_->hasWatchers(); });
+  client.join();
+  EXPECT_EQ(answer.at("text").get_ref<std::string const&>().size(), largeSize);
+  EXPECT_EQ(change, "{\"n\":1}");
+}
+
+}  // namespace
+}  // namespace pimbsr::agent

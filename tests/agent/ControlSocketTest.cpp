@@ -1,0 +1,145 @@
+#include "agent/ControlSocket.h"
+
+#include <gmock/gmock.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "tests/agent/InChild.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace pimbsr::agent {
+namespace {
+
+using test::ScratchFolder;
+using testing::AllOf;
+using testing::HasSubstr;
+
+class ControlSocketTest : public testing::Test {
+ protected:
+  std::string refusal() const { return refusalOf(path_); }
+  static std::string refusalOf(std::string const& path) {
+    try {
+      ControlSocket socket(path);
+    } catch (ControlError const& fault) {
+      return fault.what();
+    }
+    return "no refusal";
+  }
+
+  ScratchFolder folder_;
+  std::string path_ = folder_.file("control.sock");
+};
+
+mode_t modeOf(std::string const& path) {
+  struct stat file {};
+  EXPECT_EQ(lstat(path.c_str(), &file), 0) << path;
+  return file.st_mode;
+}
+
+TEST_F(ControlSocketTest, OwnerAndGroupMayUseItWhateverTheMask) {
+  for (mode_t mask : {0, 022, 077, 0777}) {
+    mode_t former = umask(mask);
+    {
+      ControlSocket socket(path_);
+      EXPECT_EQ(modeOf(path_), S_IFSOCK | 0660u) << mask;
+    }
+    EXPECT_EQ(umask(former), mask) << "the mask is put back";
+  }
+}
+
+TEST_F(ControlSocketTest, ItsFileGoesWithIt) {
+  { ControlSocket socket(path_); }
+  EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+TEST_F(ControlSocketTest, AFileThatTookItsPlaceStays) {
+  {
+    ControlSocket socket(path_);
+    std::filesystem::rename(path_, path_ + ".old");
+    std::ofstream(path_) << "another's";
+  }
+  EXPECT_TRUE(std::filesystem::is_regular_file(path_));
+}
+
+TEST_F(ControlSocketTest, WhatAKilledAgentLeftIsReplaced) {
+  {  // as kill -9 would leave it
+    ControlSocket socket(path_);
+    std::filesystem::rename(path_, path_ + ".kept");
+  }
+  std::filesystem::rename(path_ + ".kept", path_);
+  ASSERT_TRUE(std::filesystem::is_socket(path_));
+  ControlSocket socket(path_);
+  EXPECT_TRUE(connectTo(path_, 0));
+}
+
+TEST_F(ControlSocketTest, AnAgentThatRunsKeepsIts) {
+  ControlSocket socket(path_);
+  EXPECT_THAT(refusal(), AllOf(HasSubstr("control socket " + path_), HasSubstr("another pimbsr runs on it")));
+  EXPECT_TRUE(connectTo(path_, 0)) << "nothing was taken from it";
+}
+
+TEST_F(ControlSocketTest, AnAgentTooBusyToTakeAnyoneInKeepsItsToo) {
+  ControlSocket socket(path_);
+  ASSERT_EQ(listen(socket.fd(), 0), 0);
+  SocketFd waiting = connectTo(path_, SOCK_NONBLOCK);
+  ASSERT_FALSE(connectTo(path_, SOCK_NONBLOCK));
+  ASSERT_EQ(errno, EAGAIN);
+  EXPECT_THAT(refusal(), HasSubstr("another pimbsr runs on it"));
+}
+
+TEST_F(ControlSocketTest, AFileThatIsNoSocketIsLeftAlone) {
+  std::ofstream(path_) << "precious";
+  EXPECT_THAT(refusal(), HasSubstr("a file that is no socket"));
+  EXPECT_EQ(std::filesystem::file_size(path_), 8u);
+}
+
+TEST_F(ControlSocketTest, ALinkIsNotFollowed) {
+  ControlSocket other(folder_.file("other.sock"));
+  std::filesystem::create_symlink(other.path(), path_);
+  EXPECT_THAT(refusal(), HasSubstr("a file that is no socket"));
+  EXPECT_TRUE(std::filesystem::exists(other.path()));
+}
+
+TEST_F(ControlSocketTest, ItsFolderIsMadeButNotATree) {
+  std::string path = folder_.file("run/control.sock");
+  ControlSocket socket(path);
+  EXPECT_EQ(modeOf(path), S_IFSOCK | 0660u);
+  EXPECT_THAT(refusalOf(folder_.file("no/such/control.sock")), HasSubstr("cannot make the folder"));
+}
+
+TEST_F(ControlSocketTest, OfTwoThatStartAtOnceOneWaitsForNobody) {
+  SocketFd other(open(folder_.file(".").c_str(), O_RDONLY | O_DIRECTORY));
+  ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+  EXPECT_THAT(refusal(), HasSubstr("another program holds the folder"));
+  other = SocketFd();
+  EXPECT_EQ(refusal(), "no refusal");
+}
+
+TEST_F(ControlSocketTest, APathThatNoSocketCanHaveIsRefused) {
+  EXPECT_THAT(refusalOf(""), HasSubstr("the path is empty"));
+  std::string longest = folder_.file("");
+  longest.resize(107, 'x');
+  EXPECT_EQ(refusalOf(longest), "no refusal");
+  EXPECT_THAT(refusalOf(longest + "x"), AllOf(HasSubstr("108 bytes long"), HasSubstr("at most 107")));
+}
+
+TEST_F(ControlSocketTest, AFolderThatMayNotBeWrittenIsTold) {
+  NEEDS_ROOT();
+  std::string path = path_;
+  ASSERT_EQ(chmod(folder_.file(".").c_str(), 0755), 0);
+  std::string text = test::inChild([&]() -> std::string {
+    if (setuid(65534) != 0) return "cannot become nobody";
+    return refusalOf(path);
+  });
+  EXPECT_THAT(text, HasSubstr("Permission denied"));
+}
+
+}  // namespace
+}  // namespace pimbsr::agent

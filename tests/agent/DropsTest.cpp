@@ -1,0 +1,125 @@
+#include "agent/Drops.h"
+#include "tests/agent/ObservedRouter.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::DropKey;
+using pimbsr::agent::DropRow;
+using pimbsr::agent::Drops;
+using pimbsr::agent::summaryOf;
+using pimbsr::host::MessageKind;
+using pimbsr::host::Reception;
+
+class DropsTest : public ObservedRouter {
+ protected:
+  DropRow const* row(std::string const& reason, std::string const& zone,
+                     std::string const& name = "eth0") const {
+    for (auto const& [key, counted] : drops.rows()) {
+      bool isIt = key.reason == reason && key.zone == prefix(zone) && key.intf == name && !key.others;
+      if (isIt) return &counted;
+    }
+    return nullptr;
+  }
+};
+
+/// A message from an own address, for a scoped zone.
+Bsm ownEcho(std::string const& zone) {
+  return {.groups = {{zone, {{"10.0.0.2"}}, scopedFlag}}, .source = "192.0.2.9"};
+}
+
+TEST_F(DropsTest, RefusedMessagesAreCountedByReasonZoneAndInterface) {
+  receive(packetOf(ownEcho("239.1.0.0/16")));
+  receive(packetOf(ownEcho("239.1.0.0/16")));
+  receive(packetOf(ownEcho("239.2.0.0/16")));
+  receive("eth1", packetOf(ownEcho("239.1.0.0/16")));
+  ASSERT_EQ(drops.rows().size(), 3u);
+  ASSERT_TRUE(row("own-address", "239.1.0.0/16"));
+  EXPECT_EQ(row("own-address", "239.1.0.0/16")->count, 2u);
+  EXPECT_EQ(row("own-address", "239.2.0.0/16")->count, 1u);
+  EXPECT_EQ(row("own-address", "239.1.0.0/16", "eth1")->count, 1u);
+}
+
+TEST_F(DropsTest, UnscopedMessageIsOfTheGlobalZone) {
+  receive(packetOf(Bsm{.groups = {{"239.1.0.0/16", {{"10.0.0.2"}}}}, .source = "192.0.2.9"}));
+  receive(packetOf(Bsm{.source = "192.0.2.9"}));
+  ASSERT_TRUE(row("own-address", "224.0.0.0/4"));
+  EXPECT_EQ(row("own-address", "224.0.0.0/4")->count, 2u);
+}
+
+TEST_F(DropsTest, MalformedMessageHasNoZone) {
+  receive(brokenPacket());
+  ASSERT_TRUE(row("checksum", ""));
+  EXPECT_EQ(row("checksum", "")->count, 1u);
+}
+
+TEST_F(DropsTest, TheLastMessageIsKept) {
+  receive(brokenPacket("192.0.2.1"));
+  run(10);
+  receive(brokenPacket("192.0.2.2"));
+  ASSERT_TRUE(row("checksum", ""));
+  EXPECT_EQ(row("checksum", "")->last.sender, addr("192.0.2.2"));
+  EXPECT_EQ(row("checksum", "")->last.destination, addr("224.0.0.13"));
+  EXPECT_EQ(row("checksum", "")->last.time, context.now());
+  EXPECT_FALSE(row("checksum", "")->sentence.empty());
+}
+
+TEST_F(DropsTest, AcceptedMessageIsNotNoted) {
+  greet();
+  EXPECT_TRUE(drops.rows().empty());
+}
+
+TEST_F(DropsTest, ZonesBeyondTheBoundShareARow) {
+  drops = Drops(2);
+  for (int i = 0; i < 9; ++i) receive(packetOf(ownEcho("239." + std::to_string(i) + ".0.0/16")));
+  receive("eth1", packetOf(ownEcho("239.9.0.0/16")));
+  receive(packetOf(ownEcho("239.1.0.0/16")));
+  ASSERT_EQ(drops.rows().size(), 4u);
+  EXPECT_EQ(row("own-address", "239.0.0.0/16")->count, 1u);
+  EXPECT_EQ(row("own-address", "239.1.0.0/16")->count, 2u);
+  std::map<std::string, Zet::U64> others;
+  for (auto const& [key, counted] : drops.rows()) {
+    if (key.others) others[key.intf] = counted.count;
+  }
+  EXPECT_EQ(others, (std::map<std::string, Zet::U64>{{"eth0", 7}, {"eth1", 1}}));
+}
+
+TEST_F(DropsTest, ClearForgetsAll) {
+  receive(brokenPacket());
+  drops.clear();
+  EXPECT_TRUE(drops.rows().empty());
+}
+
+TEST_F(DropsTest, SummaryNamesWhatTheMessageSaid) {
+  Bsm bsm{.priority = 64, .groups = {{"239.1.0.0/16", {{"10.0.0.2"}}}}, .tag = 0x12ab, .source = "192.0.2.9"};
+  receive(packetOf(bsm));
+  bsm.forward = false;
+  bsm.groups.push_back({"239.2.0.0/16", {{"10.0.0.2"}}});
+  receive("eth1", packetOf(bsm));
+  receive(packetOf(Adv{.holdtime = 40959, .bsr = "192.0.2.9"}));
+  receive(brokenPacket());
+  std::multiset<std::string> summaries;
+  for (auto const& [key, counted] : drops.rows()) summaries.insert(summaryOf(key.kind, counted.last));
+  EXPECT_EQ(summaries,
+            (std::multiset<std::string>{
+                "BSM of 10.0.0.1, priority 64, hash mask length 30, tag 0x12ab, 1 group range",
+                "BSM of 10.0.0.1, priority 64, hash mask length 30, tag 0x12ab, 2 group ranges, No-Forward",
+                "C-RP-Adv of 203.0.113.1, priority 0, holdtime 40959 s, 1 group range",
+                "PIM message that can't be read"}));
+}
+
+TEST_F(DropsTest, MessageRefusedBeforeItWasReadIsNamedByItsKind) {
+  for (auto [kind, text] : {std::pair{MessageKind::bootstrap, "BSM"},
+                            {MessageKind::crpAdv, "C-RP-Adv"},
+                            {MessageKind::hello, "Hello"},
+                            {MessageKind::other, "PIM message of another type"},
+                            {MessageKind::notPim, "packet"}}) {
+    Drops one;
+    one.note("eth0", Reception{.kind = kind, .reason = "rate"}, 1);
+    ASSERT_EQ(one.rows().size(), 1u);
+    EXPECT_EQ(summaryOf(kind, one.rows().begin()->second.last), text);
+  }
+}
+
+}  // namespace
+}  // namespace test

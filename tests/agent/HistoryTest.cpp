@@ -1,0 +1,308 @@
+#include "agent/History.h"
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/HistoryJson.h"
+#include "tests/agent/ObservedRouter.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::Cause;
+using pimbsr::agent::CauseKind;
+using pimbsr::agent::History;
+using pimbsr::agent::HistoryEntry;
+using pimbsr::agent::HistoryKind;
+using pimbsr::agent::RpCounts;
+using pimbsr::host::MessageKind;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Json = nlohmann::ordered_json;
+
+Bsm bsmWith(std::vector<std::string> const& rps, Zet::U8 priority = 10) {
+  Bsm bsm{.priority = priority, .groups = {{"239.1.0.0/16", {}}}};
+  for (std::string const& rp : rps) bsm.groups[0].rps.push_back({rp});
+  return bsm;
+}
+
+class HistoryTest : public ObservedRouter {
+ protected:
+  /// Kinds of the entries, in order, since the last call.
+  std::vector<HistoryKind> kinds() {
+    std::vector<HistoryKind> all;
+    for (HistoryEntry const& entry : history.entries()) all.push_back(entry.kind);
+    history.clear();
+    return all;
+  }
+  std::vector<HistoryKind> fresh() {
+    std::vector<HistoryKind> all;
+    for (HistoryEntry const& entry : history.takeNew()) all.push_back(entry.kind);
+    return all;
+  }
+};
+
+// Causes ----------------------------------------------------------------------------------------------
+
+TEST_F(HistoryTest, LearnedBsrNamesTheMessageThatBroughtIt) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  ASSERT_EQ(history.entries().size(), 2u);
+  HistoryEntry const& elected = history.entries()[0];
+  EXPECT_EQ(elected.kind, HistoryKind::bsrElected);
+  EXPECT_EQ(elected.time, context.now());
+  EXPECT_EQ(elected.zone, prefix("224.0.0.0/4"));
+  EXPECT_EQ(elected.bsr.address, addr("10.0.0.1"));
+  EXPECT_FALSE(elected.own);
+  EXPECT_EQ(elected.cause, (Cause{CauseKind::message, "eth0", MessageKind::bootstrap, addr("192.0.2.1")}));
+}
+
+TEST_F(HistoryTest, OwnElectionIsATimersDoing) {
+  lead();
+  auto elected = std::find_if(history.entries().begin(), history.entries().end(),
+                              [](auto& entry) { return entry.kind == HistoryKind::bsrElected; });
+  ASSERT_NE(elected, history.entries().end());
+  EXPECT_TRUE(elected->own);
+  EXPECT_EQ(elected->cause, Cause{.kind = CauseKind::timer});
+}
+
+TEST_F(HistoryTest, CauseOfOneEventIsNotThatOfTheNext) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  run(2000);
+  EXPECT_EQ(history.entries().back().cause, Cause{.kind = CauseKind::timer});
+}
+
+// Candidacies -----------------------------------------------------------------------------------------
+
+TEST_F(HistoryTest, StatesOfACandidacyAreTold) {
+  lead();
+  settings.router.candidateBsrs.clear();
+  configure();
+  std::vector<std::string> states;
+  for (HistoryEntry const& entry : history.entries()) {
+    if (entry.kind == HistoryKind::candidateState) states.push_back(entry.formerState + " > " + entry.state);
+  }
+  EXPECT_THAT(states, ElementsAre("- > Pending-BSR", "Pending-BSR > Elected-BSR", "Elected-BSR > -"));
+}
+
+TEST_F(HistoryTest, OwnLossIsTold) {
+  lead();
+  history.clear();
+  settings.router.candidateBsrs.clear();
+  configure();
+  ASSERT_FALSE(history.entries().empty());
+  ASSERT_EQ(history.entries()[0].kind, HistoryKind::bsrLost);
+  EXPECT_TRUE(history.entries()[0].own);
+}
+
+TEST_F(HistoryTest, BetterBsrTakesOver) {
+  lead();
+  greet();
+  history.clear();
+  ASSERT_TRUE(receive(packetOf(bsmWith({"10.0.0.2"}, 200))).accepted());
+  ASSERT_EQ(history.entries().size(), 4u);
+  EXPECT_TRUE(history.entries()[0].own);
+  EXPECT_FALSE(history.entries()[1].own);
+  EXPECT_EQ(history.entries()[1].bsr.address, addr("10.0.0.1"));
+  EXPECT_EQ(history.entries()[3].state, "Candidate-BSR");
+  EXPECT_THAT(kinds(), ElementsAre(HistoryKind::bsrLost, HistoryKind::bsrElected, HistoryKind::rpAdded,
+                                   HistoryKind::candidateState));
+}
+
+TEST_F(HistoryTest, OtherTermsOfTheSameBsrAreAChange) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  history.clear();
+  receive(packetOf(bsmWith({"10.0.0.2"}, 11)));
+  ASSERT_EQ(history.entries().size(), 1u);
+  EXPECT_EQ(history.entries()[0].kind, HistoryKind::bsrChanged);
+  EXPECT_EQ(history.entries()[0].bsr.priority, 11u);
+  EXPECT_EQ(history.entries()[0].formerBsr.priority, 10u);
+}
+
+// RPs -------------------------------------------------------------------------------------------------
+
+TEST_F(HistoryTest, RpsOfOneEventMakeOneEntryButEachIsTold) {
+  greet();
+  history.takeNew();
+  receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3", "10.0.0.4"})));
+  EXPECT_THAT(fresh(), ElementsAre(HistoryKind::bsrElected, HistoryKind::rpAdded, HistoryKind::rpAdded,
+                                   HistoryKind::rpAdded));
+  EXPECT_THAT(fresh(), IsEmpty());
+  EXPECT_EQ(history.entries().back().rps, (RpCounts{.added = 3}));
+  EXPECT_TRUE(history.entries().back().rp.address.isEmpty());
+  EXPECT_THAT(kinds(), ElementsAre(HistoryKind::bsrElected, HistoryKind::rpSetChanged));
+}
+
+TEST_F(HistoryTest, SingleRpIsKeptByName) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  EXPECT_EQ(history.entries().back().kind, HistoryKind::rpAdded);
+  EXPECT_EQ(history.entries().back().rp.address, addr("10.0.0.2"));
+  EXPECT_EQ(history.entries().back().rps, RpCounts());
+}
+
+TEST_F(HistoryTest, ChangesOfRpsAreCountedApart) {
+  greet();
+  Bsm bsm = bsmWith({"10.0.0.2", "10.0.0.3", "10.0.0.4"});
+  bsm.groups[0].rps[2].holdtime = 0;
+  receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.4"})));
+  history.clear();
+  bsm.groups[0].rps[0].priority = 9;
+  receive(packetOf(bsm));
+  ASSERT_EQ(history.entries().size(), 1u);
+  RpCounts const& counts = history.entries()[0].rps;
+  EXPECT_EQ(counts.added, 1u);
+  EXPECT_GE(counts.updated, 1u);
+  run(1000);
+  EXPECT_GE(history.totals().at(prefix("224.0.0.0/4")).rps.expired, 2u);
+}
+
+TEST_F(HistoryTest, RepeatedMessageChangesNothing) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  history.clear();
+  history.takeNew();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  EXPECT_THAT(kinds(), IsEmpty());
+  EXPECT_THAT(fresh(), IsEmpty());
+}
+
+TEST_F(HistoryTest, WhatDecidesWhichRpServesIsTold) {
+  auto touches = [](HistoryKind kind, Zet::U32 mask, Zet::U32 formerMask) {
+    return HistoryEntry{.kind = kind, .bsr = {.hashMaskLen = mask}, .formerBsr = {.hashMaskLen = formerMask}}
+        .isOfRpSet();
+  };
+  EXPECT_TRUE(touches(HistoryKind::rpAdded, 0, 0));
+  EXPECT_TRUE(touches(HistoryKind::rpExpired, 0, 0));
+  EXPECT_TRUE(touches(HistoryKind::rpSetChanged, 0, 0));
+  EXPECT_TRUE(touches(HistoryKind::bsrChanged, 30, 4));
+  EXPECT_FALSE(touches(HistoryKind::bsrChanged, 30, 30));
+  EXPECT_FALSE(touches(HistoryKind::bsrElected, 30, 0));
+  EXPECT_FALSE(touches(HistoryKind::candidateState, 0, 0));
+}
+
+// Bounds and totals -----------------------------------------------------------------------------------
+
+TEST_F(HistoryTest, OldEntriesAreForgotten) {
+  History few(3);
+  for (int i = 0; i < 5; ++i) {
+    few.causeIs({.kind = CauseKind::timer}, i + 1);
+    few.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten, .zone = prefix("239.1.0.0/16")});
+    few.noteStates(*router);
+  }
+  ASSERT_EQ(few.entries().size(), 3u);
+  EXPECT_EQ(few.entries().front().time, 3);
+  EXPECT_EQ(few.entries().back().time, 5);
+}
+
+TEST_F(HistoryTest, TotalsOutliveAClear) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
+  history.clear();
+  EXPECT_EQ(history.totals().at(prefix("224.0.0.0/4")).elections, 1u);
+  EXPECT_EQ(history.totals().at(prefix("224.0.0.0/4")).rps, (RpCounts{.added = 2}));
+}
+
+TEST_F(HistoryTest, ForgottenZonesAndThoseBeyondTheBoundCountAsOthers) {
+  history.causeIs({}, 1);
+  auto elect = [&](std::string const& zone) {
+    history.onChange({.kind = pimbsr::host::ChangeKind::bsrElected, .zone = prefix(zone)});
+    history.noteStates(*router);
+  };
+  elect("239.1.0.0/16");
+  history.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten, .zone = prefix("239.1.0.0/16")});
+  history.noteStates(*router);
+  EXPECT_FALSE(history.totals().contains(prefix("239.1.0.0/16")));
+  EXPECT_EQ(history.totals().at({}).elections, 1u);
+  for (int i = 0; i < 300; ++i)
+    elect("239." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24");
+  EXPECT_LE(history.totals().size(), History::mostZones + 1);
+  EXPECT_EQ(history.totals().at({}).elections, 1u + 300 - (History::mostZones - 1));
+}
+
+// Over a restart --------------------------------------------------------------------------------------
+
+std::vector<std::string> linesOf(History const& history) {
+  std::vector<std::string> lines;
+  for (HistoryEntry const& entry : history.entries()) lines.push_back(jsonOf(entry).dump());
+  return lines;
+}
+
+TEST_F(HistoryTest, EntriesComeBackAsTheyWere) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
+  receive(packetOf(bsmWith({"10.0.0.2"}, 12)));
+  Bsm bidir = bsmWith({"10.0.0.2"}, 12);
+  bidir.groups[0].flags = bidirFlag;
+  bidir.groups[0].rps[0].priority = 3;
+  receive(packetOf(bidir));
+  lead("239.255.0.0/16");
+  run(3000);
+  ASSERT_GE(history.entries().size(), 8u);
+  History again;
+  EXPECT_EQ(again.load(history.text()), 0u);
+  EXPECT_EQ(linesOf(again), linesOf(history));
+  EXPECT_EQ(again.text(), history.text());
+}
+
+TEST_F(HistoryTest, FormerEntriesStandBeforeNewOnes) {
+  History former;
+  former.causeIs({.kind = CauseKind::stop}, 5);
+  former.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten, .zone = prefix("239.1.0.0/16")});
+  former.noteStates(*router);
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  history.load(former.text());
+  EXPECT_THAT(kinds(),
+              ElementsAre(HistoryKind::zoneForgotten, HistoryKind::bsrElected, HistoryKind::rpAdded));
+}
+
+TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  std::string good = history.text().substr(0, history.text().find('\n'));
+  auto with = [&](std::string const& from, std::string const& to) {
+    std::string line = good;
+    std::size_t at = line.find(from);
+    EXPECT_NE(at, line.npos) << from;
+    return line.replace(at, from.size(), to);
+  };
+  std::vector<std::string> damaged = {"",
+                                      "{",
+                                      "null",
+                                      "[]",
+                                      "{}",
+                                      good.substr(0, good.size() / 2),
+                                      good + good,
+                                      with("bsrElected", "bsrEaten"),
+                                      with("224.0.0.0/4", "224.0.0.0/40"),
+                                      with("\"10.0.0.1\"", "\"10.0.0.256\""),
+                                      with("\"10.0.0.1\"", "7"),
+                                      with("\"priority\":10", "\"priority\":65536"),
+                                      with("\"priority\":10", "\"priority\":-1"),
+                                      with("\"priority\":10", "\"priority\":1.5"),
+                                      with("\"time\":", "\"time\":1e200,\"was\":"),
+                                      with("\"time\":", "\"time\":null,\"was\":"),
+                                      with("\"message\":\"bsm\"", "\"message\":\"bs\""),
+                                      with("\"kind\":\"message\"", "\"kind\":\"massage\"")};
+  for (std::string const& line : damaged) {
+    History again;
+    EXPECT_EQ(again.load(line + "\n" + good + "\n"), 1u) << line;
+    EXPECT_EQ(again.entries().size(), 1u) << line;
+  }
+}
+
+TEST_F(HistoryTest, FileLongerThanTheBoundKeepsItsEnd) {
+  greet();
+  for (int i = 0; i < 9; ++i) receive(packetOf(bsmWith({"10.0.0.2"}, static_cast<Zet::U8>(20 + i))));
+  History few(2);
+  few.load(history.text());
+  ASSERT_EQ(few.entries().size(), 2u);
+  EXPECT_EQ(few.entries().back().bsr.priority, 28u);
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,551 @@
+#include "agent/Netlink.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <memory>
+#include <random>
+#include <sstream>
+
+#include "agent/Loop.h"
+#include "tests/agent/NetworkLab.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::KernelLink;
+using pimbsr::agent::KernelView;
+using pimbsr::agent::Netlink;
+using Slosh::Fib::Route;
+using Slosh::Fib::RouteType;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::string text(Route const& route) {
+  static constexpr char const* types[] = {"nowhere", "local", "connected", "remote"};
+  std::ostringstream out;
+  out << types[static_cast<int>(route.type)];
+  if (!route.nextHop.isEmpty()) out << " via " << route.nextHop;
+  if (!route.intfId.isEmpty()) out << " dev " << route.intfId;
+  if (route.metric != 0) out << " metric " << route.metric;
+  return out.str();
+}
+
+std::string text(KernelView const& view) {
+  std::ostringstream out;
+  for (auto const& [name, link] : view.links) {
+    out << link.index << " " << name << (name == link.name ? "" : " misnamed") << (link.up ? " up" : " down")
+        << (link.loopback ? " loopback" : "") << " mtu " << link.mtu;
+    for (auto const& at : link.addresses) {
+      out << " " << at.address << "/" << at.prefixLength << (at.secondary ? " secondary" : "");
+    }
+    out << "\n";
+  }
+  for (auto const& [prefix, route] : view.routes) out << prefix << " " << text(route) << "\n";
+  return out.str();
+}
+
+/// The first lines that are in one text alone.
+std::string difference(KernelView const& followed, KernelView const& told) {
+  std::ostringstream out;
+  int left = 10;
+  auto compare = [&](std::string const& lines, std::string const& others, char const* mark) {
+    std::istringstream in(lines);
+    for (std::string line; left > 0 && std::getline(in, line);) {
+      if (others.find(line + "\n") == std::string::npos) out << mark << line << "\n", --left;
+    }
+  };
+  compare(text(followed), text(told), "followed: ");
+  compare(text(told), text(followed), "told: ");
+  return out.str();
+}
+
+/// Follows a namespace of its own. Link v5, of index 5, is up with 10.0.0.1/24; its other end is v6.
+class NetlinkTest : public NetworkTest {
+ protected:
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (HasFatalFailure() || IsSkipped()) return;
+    network = std::make_unique<NetworkNamespace>();
+    inside = std::make_unique<Inside>(*network);
+    ipAll({"link add name v5 index 5 type veth peer name v6 index 6", "link set v6 up", "link set v5 up",
+           "address add 10.0.0.1/24 dev v5"});
+    awaitRunning("v5");
+    awaitRunning("v6");
+    netlink = std::make_unique<Netlink>();
+    netlink->takeChangedRoutes();
+  }
+
+  /// Whatever was followed, the view must be what the kernel tells when it is asked for all there is. What
+  /// happens last is told a moment later by the kernel itself, so it is asked until both are at rest.
+  void TearDown() override {
+    if (!netlink) return;
+    EXPECT_TRUE(becomes([this] { return netlink->view() == Netlink().view(); }))
+        << difference(netlink->view(), Netlink().view());
+    EXPECT_FALSE(netlink->isStale());
+  }
+
+  /// Follows until something is so.
+  bool becomes(std::function<bool()> const& so) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (std::chrono::steady_clock::now() < until) {
+      netlink->read();
+      if (so()) return true;
+      becomesReadable(netlink->fd(), 0.01);
+    }
+    return false;
+  }
+
+  std::string route(std::string const& prefix) {
+    auto at = netlink->view().routes.find(Lanet::Prefix::parse(prefix.c_str()));
+    return at == netlink->view().routes.end() ? "none" : text(at->second);
+  }
+
+  /// The route to a prefix after a command.
+  std::string routeAfter(std::string const& command, std::string const& prefix) {
+    ip(command);
+    netlink->read();
+    return route(prefix);
+  }
+
+  std::vector<std::string> changedRoutes() {
+    std::vector<std::string> changed;
+    for (auto const& prefix : netlink->takeChangedRoutes()) changed.emplace_back(prefix.stringValue().view());
+    return changed;
+  }
+
+  std::vector<std::string> addresses(std::string const& name) {
+    std::vector<std::string> found;
+    auto at = netlink->view().links.find(name);
+    if (at == netlink->view().links.end()) return {"no link"};
+    for (auto const& one : at->second.addresses) {
+      found.push_back(std::string(one.address.stringValue().view()) + "/" + std::to_string(one.prefixLength) +
+                      (one.secondary ? " secondary" : ""));
+    }
+    return found;
+  }
+
+  bool isUp(std::string const& name) {
+    auto at = netlink->view().links.find(name);
+    return at != netlink->view().links.end() && at->second.up;
+  }
+
+  std::unique_ptr<NetworkNamespace> network;
+  std::unique_ptr<Inside> inside;
+  std::unique_ptr<Netlink> netlink;
+};
+
+// Links ---------------------------------------------------------------------------------------------------
+
+TEST_F(NetlinkTest, AllThatStandsIsKnownAtFirst) {
+  EXPECT_EQ(text(Netlink().view()),
+            "1 lo down loopback mtu 65536\n"
+            "5 v5 up mtu 1500 10.0.0.1/24\n"
+            "6 v6 up mtu 1500\n"
+            "10.0.0.0/24 connected dev v5\n"
+            "10.0.0.1/32 local dev v5\n"
+            "10.0.0.255/32 nowhere dev v5\n");
+  Netlink fresh;
+  EXPECT_EQ(fresh.takeChangedRoutes().size(), 3U);
+  EXPECT_THAT(fresh.takeChangedRoutes(), IsEmpty());
+  EXPECT_FALSE(fresh.read());
+}
+
+TEST_F(NetlinkTest, LinkThatGoesDownTakesItsRoutesAlong) {
+  ip("route add 10.7.0.0/16 via 10.0.0.9");
+  netlink->read();
+  changedRoutes();
+  ip("link set v5 down");
+  EXPECT_TRUE(netlink->read());
+  EXPECT_FALSE(isUp("v5"));
+  EXPECT_EQ(route("10.0.0.0/24"), "none");
+  EXPECT_EQ(route("10.7.0.0/16"), "none");
+  EXPECT_EQ(route("10.0.0.1/32"), "local dev v5") << "the address stands";
+  EXPECT_THAT(changedRoutes(), ElementsAre("10.0.0.0/24", "10.0.0.255/32", "10.7.0.0/16"));
+  ip("link set v5 up");
+  EXPECT_TRUE(becomes([this] { return isUp("v5"); }));
+  EXPECT_EQ(route("10.0.0.0/24"), "connected dev v5");
+  EXPECT_THAT(changedRoutes(), ElementsAre("10.0.0.0/24", "10.0.0.255/32"));
+}
+
+TEST_F(NetlinkTest, RoutesAreGoneWithTheLinkHoweverOftenAndFast) {
+  Meanwhile toggling([] {
+    std::vector<std::string> commands;
+    for (int i = 0; i < 200; ++i) {
+      commands.insert(commands.end(),
+                      {"link set v5 down", "link set v5 up", "route add 10.7.0.0/16 via 10.0.0.9"});
+    }
+    commands.push_back("link set v5 down");
+    ipAll(commands);
+  });
+  while (!toggling.isOver()) {
+    becomesReadable(netlink->fd(), 0.001);
+    netlink->read();
+  }
+  netlink->read();
+  EXPECT_EQ(route("10.7.0.0/16"), "none");
+}
+
+TEST_F(NetlinkTest, LinkWithoutCarrierIsNotUp) {
+  ip("link set v6 down");
+  EXPECT_TRUE(becomes([this] { return !isUp("v5"); }));
+  ip("link set v6 up");
+  EXPECT_TRUE(becomes([this] { return isUp("v5"); }));
+}
+
+TEST_F(NetlinkTest, RenamedLinkTakesItsAddressesAndRoutesToItsNewName) {
+  ipAll({"link set v5 down", "link set v5 name v7", "link set v7 up"});
+  EXPECT_TRUE(becomes([this] { return isUp("v7"); }));
+  EXPECT_FALSE(netlink->view().links.contains("v5"));
+  EXPECT_THAT(addresses("v7"), ElementsAre("10.0.0.1/24"));
+  EXPECT_EQ(netlink->view().links.at("v7").index, 5);
+  EXPECT_EQ(route("10.0.0.0/24"), "connected dev v7");
+  EXPECT_THAT(changedRoutes(), ElementsAre("10.0.0.0/24", "10.0.0.1/32", "10.0.0.255/32"));
+}
+
+TEST_F(NetlinkTest, LinksThatSwapTheirNamesKeepTheirIndexes) {
+  ipAll({"link set v5 down", "link set v6 down", "link set v5 name v9", "link set v6 name v5",
+         "link set v9 name v6"});
+  netlink->read();
+  EXPECT_EQ(netlink->view().links.at("v5").index, 6);
+  EXPECT_EQ(netlink->view().links.at("v6").index, 5);
+  EXPECT_THAT(addresses("v6"), ElementsAre("10.0.0.1/24"));
+}
+
+TEST_F(NetlinkTest, DeletedLinkIsGoneWithAllThatItHad) {
+  ip("link del v5");
+  EXPECT_TRUE(netlink->read());
+  EXPECT_EQ(text(netlink->view()), "1 lo down loopback mtu 65536\n");
+  EXPECT_THAT(changedRoutes(), ElementsAre("10.0.0.0/24", "10.0.0.1/32", "10.0.0.255/32"));
+}
+
+TEST_F(NetlinkTest, LinkThatComesAgainIsAnotherOne) {
+  ipAll({"link del v5", "link add name v5 index 9 mtu 1400 type veth peer name v6"});
+  netlink->read();
+  EXPECT_EQ(netlink->view().links.at("v5").index, 9);
+  EXPECT_THAT(addresses("v5"), IsEmpty());
+}
+
+TEST_F(NetlinkTest, MtuIsFollowed) {
+  ip("link set v5 mtu 576");
+  EXPECT_TRUE(netlink->read());
+  EXPECT_EQ(netlink->view().links.at("v5").mtu, 576U);
+  EXPECT_THAT(changedRoutes(), IsEmpty());
+}
+
+TEST_F(NetlinkTest, WhatDoesNotConcernRoutingChangesNothing) {
+  ipAll({"link set v5 promisc on", "link set v5 txqueuelen 77", "link set v5 promisc off"});
+  EXPECT_TRUE(becomesReadable(netlink->fd(), 0));
+  EXPECT_FALSE(netlink->read());
+}
+
+TEST_F(NetlinkTest, PortThatLeavesItsBridgeStays) {
+  ipAll({"link add name br0 type bridge", "link set v6 master br0"});
+  netlink->read();
+  ip("link set v6 nomaster");
+  netlink->read();
+  EXPECT_TRUE(netlink->view().links.contains("v6"));
+}
+
+// Addresses -----------------------------------------------------------------------------------------------
+
+TEST_F(NetlinkTest, AddressesStandInTheKernelsOrder) {
+  ipAll(
+      {"address add 10.0.0.2/24 dev v5", "address add 10.1.0.1/16 dev v5", "address add 10.0.0.3/24 dev v5"});
+  EXPECT_TRUE(netlink->read());
+  EXPECT_THAT(addresses("v5"),
+              ElementsAre("10.0.0.1/24", "10.1.0.1/16", "10.0.0.2/24 secondary", "10.0.0.3/24 secondary"));
+  EXPECT_EQ(route("10.0.0.2/32"), "local dev v5");
+  EXPECT_EQ(route("10.1.0.0/16"), "connected dev v5");
+}
+
+TEST_F(NetlinkTest, SecondaryAddressGoesWithItsPrimaryOneOrFollowsIt) {
+  setting("ipv4/conf/v5/promote_secondaries", "0");
+  ipAll({"address add 10.0.0.2/24 dev v5", "address del 10.0.0.1/24 dev v5"});
+  netlink->read();
+  EXPECT_THAT(addresses("v5"), IsEmpty());
+  EXPECT_EQ(route("10.0.0.0/24"), "none");
+  setting("ipv4/conf/v5/promote_secondaries", "1");
+  ipAll(
+      {"address add 10.0.0.1/24 dev v5", "address add 10.0.0.2/24 dev v5", "address del 10.0.0.1/24 dev v5"});
+  netlink->read();
+  EXPECT_THAT(addresses("v5"), ElementsAre("10.0.0.2/24"));
+  EXPECT_EQ(route("10.0.0.1/32"), "none");
+  EXPECT_EQ(route("10.0.0.2/32"), "local dev v5");
+}
+
+TEST_F(NetlinkTest, OwnAddressCountsWhereTheFarEndHasOneToo) {
+  ip("address add 10.3.0.1 peer 10.3.0.2/32 dev v5");
+  netlink->read();
+  EXPECT_THAT(addresses("v5"), ElementsAre("10.0.0.1/24", "10.3.0.1/32"));
+  auto const& all = netlink->view().links.at("v5").addresses;
+  EXPECT_EQ(all[0].peer, Lanet::IpAddr()) << "a subnet has no far end";
+  EXPECT_EQ(Lanet::IpGenAddr(all[1].peer), Lanet::IpGenAddr::parse("10.3.0.2"));
+  EXPECT_EQ(route("10.3.0.2/32"), "connected dev v5");
+}
+
+TEST_F(NetlinkTest, RoutesFromAnAddressGoWithIt) {
+  ipAll({"address add 10.3.0.1/32 dev v5", "route add 10.7.0.0/16 via 10.0.0.9 src 10.3.0.1"});
+  netlink->read();
+  EXPECT_EQ(routeAfter("address del 10.3.0.1/32 dev v5", "10.7.0.0/16"), "none");
+}
+
+TEST_F(NetlinkTest, LoopbackLendsItsAddresses) {
+  ipAll({"link set lo up", "address add 192.0.2.1/32 dev lo"});
+  netlink->read();
+  EXPECT_TRUE(netlink->view().links.at("lo").loopback);
+  EXPECT_TRUE(isUp("lo"));
+  EXPECT_THAT(addresses("lo"), ElementsAre("127.0.0.1/8", "192.0.2.1/32"));
+  EXPECT_EQ(route("192.0.2.1/32"), "local dev lo");
+}
+
+// Routes --------------------------------------------------------------------------------------------------
+
+TEST_F(NetlinkTest, LowestMetricWins) {
+  EXPECT_EQ(routeAfter("route add 10.7.0.0/16 via 10.0.0.9 metric 100", "10.7.0.0/16"),
+            "remote via 10.0.0.9 dev v5 metric 100");
+  EXPECT_EQ(routeAfter("route add 10.7.0.0/16 via 10.0.0.8 metric 50", "10.7.0.0/16"),
+            "remote via 10.0.0.8 dev v5 metric 50");
+  EXPECT_THAT(changedRoutes(), ElementsAre("10.7.0.0/16"));
+  ip("route add 10.7.0.0/16 via 10.0.0.7 metric 200");
+  EXPECT_FALSE(netlink->read());
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16 metric 50", "10.7.0.0/16"),
+            "remote via 10.0.0.9 dev v5 metric 100");
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16 metric 100", "10.7.0.0/16"),
+            "remote via 10.0.0.7 dev v5 metric 200");
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16", "10.7.0.0/16"), "none");
+  EXPECT_THAT(changedRoutes(), ElementsAre("10.7.0.0/16"));
+}
+
+TEST_F(NetlinkTest, RouteIsReplaced) {
+  ip("route add default via 10.0.0.9");
+  EXPECT_EQ(routeAfter("route replace default via 10.0.0.8", "0.0.0.0/0"), "remote via 10.0.0.8 dev v5");
+  EXPECT_EQ(routeAfter("route replace blackhole default", "0.0.0.0/0"), "nowhere");
+  EXPECT_EQ(routeAfter("route replace default dev v6", "0.0.0.0/0"), "connected dev v6");
+  EXPECT_EQ(routeAfter("route del default", "0.0.0.0/0"), "none");
+}
+
+TEST_F(NetlinkTest, AmongRoutesOfOneMetricTheKernelsOrderCounts) {
+  std::string prefix = "10.7.0.0/16";
+  EXPECT_EQ(routeAfter("route add 10.7.0.0/16 via 10.0.0.7", prefix), "remote via 10.0.0.7 dev v5");
+  EXPECT_EQ(routeAfter("route append 10.7.0.0/16 via 10.0.0.8", prefix), "remote via 10.0.0.7 dev v5");
+  EXPECT_EQ(routeAfter("route prepend 10.7.0.0/16 via 10.0.0.9", prefix), "remote via 10.0.0.9 dev v5");
+  EXPECT_EQ(routeAfter("route replace 10.7.0.0/16 via 10.0.0.6", prefix), "remote via 10.0.0.6 dev v5");
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16 via 10.0.0.6", prefix), "remote via 10.0.0.7 dev v5");
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16 via 10.0.0.7", prefix), "remote via 10.0.0.8 dev v5");
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16 via 10.0.0.8", prefix), "none");
+}
+
+TEST_F(NetlinkTest, RoutesThatDifferInOriginAloneAreTwo) {
+  ipAll({"route append 10.7.0.0/16 via 10.0.0.9 proto static",
+         "route append 10.7.0.0/16 via 10.0.0.9 proto boot"});
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16 proto static", "10.7.0.0/16"), "remote via 10.0.0.9 dev v5");
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16", "10.7.0.0/16"), "none");
+}
+
+TEST_F(NetlinkTest, OfSeveralNextHopsTheFirstThatLivesCounts) {
+  ipAll({"link add name v7 type veth peer name v8", "link set v7 up", "link set v8 up",
+         "address add 10.2.0.1/24 dev v7",
+         "route add 10.7.0.0/16 nexthop via 10.2.0.9 nexthop via 10.0.0.9"});
+  netlink->read();
+  EXPECT_EQ(route("10.7.0.0/16"), "remote via 10.2.0.9 dev v7");
+  EXPECT_EQ(routeAfter("link set v7 down", "10.7.0.0/16"), "remote via 10.0.0.9 dev v5");
+  EXPECT_EQ(routeAfter("link set v7 up", "10.7.0.0/16"), "remote via 10.2.0.9 dev v7");
+  EXPECT_EQ(routeAfter("route del 10.7.0.0/16", "10.7.0.0/16"), "none");
+}
+
+TEST_F(NetlinkTest, RouteOverALinkWithoutCarrierIsPassedOverWhereTheKernelDoesSo) {
+  setting("ipv4/conf/v5/ignore_routes_with_linkdown", "1");
+  ipAll(
+      {"link set lo up", "route add unreachable 10.7.0.0/16 metric 9", "route add 10.7.0.0/16 via 10.0.0.9"});
+  netlink->read();
+  EXPECT_EQ(route("10.7.0.0/16"), "remote via 10.0.0.9 dev v5");
+  ip("link set v6 down");
+  EXPECT_TRUE(becomes([this] { return route("10.7.0.0/16") == "nowhere metric 9"; }));
+}
+
+TEST_F(NetlinkTest, RouteThatLeadsNowhereHidesShorterOnes) {
+  ipAll({"route add default via 10.0.0.9", "route add blackhole 10.7.0.0/16",
+         "route add unreachable 10.8.0.0/16", "route add prohibit 10.9.0.0/16",
+         "route add throw 10.10.0.0/16"});
+  netlink->read();
+  for (char const* prefix : {"10.7.0.0/16", "10.8.0.0/16", "10.9.0.0/16", "10.10.0.0/16"}) {
+    EXPECT_THAT(route(prefix), testing::StartsWith("nowhere")) << prefix;
+  }
+}
+
+TEST_F(NetlinkTest, OwnAddressIsLocalWhateverElseLeadsThere) {
+  ip("route add 10.0.0.1/32 via 10.0.0.9");
+  EXPECT_FALSE(netlink->read());
+  EXPECT_EQ(route("10.0.0.1/32"), "local dev v5");
+}
+
+TEST_F(NetlinkTest, OtherTablesAndTypesOfServiceDoNotCount) {
+  ipAll({"route add 10.7.0.0/16 via 10.0.0.9 table 100", "route add 10.8.0.0/16 via 10.0.0.9 tos 0x10"});
+  ip("-6 route add 2001:db8::/32 dev v5");
+  EXPECT_FALSE(netlink->read());
+  EXPECT_THAT(Netlink().view().routes, testing::SizeIs(3));
+}
+
+TEST_F(NetlinkTest, NextHopOfAnotherFamilyHasNoAddress) {
+  EXPECT_EQ(routeAfter("route add 10.7.0.0/16 via inet6 fe80::9 dev v5", "10.7.0.0/16"), "remote dev v5");
+}
+
+TEST_F(NetlinkTest, NextHopsThatAreObjectsAreFollowed) {
+  ipAll({"nexthop add id 1 via 10.0.0.9 dev v5", "route add 10.7.0.0/16 nhid 1"});
+  netlink->read();
+  EXPECT_EQ(route("10.7.0.0/16"), "remote via 10.0.0.9 dev v5");
+  EXPECT_EQ(routeAfter("nexthop replace id 1 via 10.0.0.8 dev v5", "10.7.0.0/16"),
+            "remote via 10.0.0.8 dev v5");
+  EXPECT_EQ(routeAfter("nexthop del id 1", "10.7.0.0/16"), "none");
+}
+
+// Many of them ----------------------------------------------------------------------------------------------
+
+std::vector<std::string> manyRoutes(int count, std::string const& verb, std::string const& via) {
+  std::vector<std::string> commands;
+  for (int i = 0; i < count; ++i) {
+    commands.push_back("route " + verb + " 20." + std::to_string(i / 256) + "." + std::to_string(i % 256) +
+                       ".0/24 via " + via);
+  }
+  return commands;
+}
+
+TEST_F(NetlinkTest, LostNoticesAreMadeGoodFor) {
+  netlink = std::make_unique<Netlink>(1);
+  netlink->takeChangedRoutes();
+  ipAll(manyRoutes(500, "add", "10.0.0.9"));
+  EXPECT_TRUE(netlink->read());
+  EXPECT_EQ(netlink->takeChangedRoutes().size(), 500U);
+  EXPECT_EQ(route("20.1.243.0/24"), "remote via 10.0.0.9 dev v5");
+  ipAll(manyRoutes(500, "del", "10.0.0.9"));
+  EXPECT_TRUE(netlink->read());
+  EXPECT_EQ(netlink->takeChangedRoutes().size(), 500U);
+  EXPECT_EQ(route("20.1.243.0/24"), "none");
+  ip("route add 10.7.0.0/16 via 10.0.0.9");
+  EXPECT_TRUE(netlink->read()) << "one notice fits";
+}
+
+TEST_F(NetlinkTest, LostNoticesDoNotDeafenTheEventLoop) {
+  netlink = std::make_unique<Netlink>(1);
+  pimbsr::agent::Loop loop;
+  std::string wanted;
+  pimbsr::agent::LoopReader reader(loop, netlink->fd(), [&] {
+    netlink->read();
+    if (route(wanted) != "none") loop.stop();
+  });
+  pimbsr::agent::LoopTimer patience(loop, [&] {
+    ADD_FAILURE() << "not told of " << wanted;
+    loop.stop();
+  });
+  for (char const* next : {"20.1.243.0/24", "10.7.0.0/16"}) {
+    if (wanted.empty()) {
+      ipAll(manyRoutes(500, "add", "10.0.0.9"));
+    } else {
+      ip("route add 10.7.0.0/16 via 10.0.0.9");
+    }
+    wanted = next;
+    patience.startIn(5);
+    loop.run();
+  }
+}
+
+TEST_F(NetlinkTest, NoticeOfARouteCostsLittleHoweverManyThereAre) {
+  using Clock = std::chrono::steady_clock;
+  std::vector<std::string> commands = manyRoutes(20000, "add", "10.0.0.9");
+  ipAll(commands);
+  netlink->read();
+  EXPECT_EQ(netlink->takeChangedRoutes().size(), 20000U);
+  ipAll(manyRoutes(100, "replace", "10.0.0.8"));
+  auto start = Clock::now();
+  EXPECT_TRUE(netlink->read());
+  auto followed = Clock::now() - start;
+  EXPECT_EQ(netlink->takeChangedRoutes().size(), 100U);
+  start = Clock::now();
+  Netlink fresh;
+  auto asked = Clock::now() - start;
+  EXPECT_LT(followed * 5, asked) << "100 notices against an answer of 20000 routes";
+}
+
+TEST_F(NetlinkTest, WhateverHappensTheViewIsWhatTheKernelHas) {
+  std::mt19937 chance(20);
+  auto one = [&](std::vector<std::string> const& of) { return of[chance() % of.size()]; };
+  auto address = [&] {
+    return "10." + one({"0", "1"}) + ".0." + one({"1", "2", "3"}) + "/" + one({"24", "32"});
+  };
+  auto command = [&]() -> std::string {
+    std::string dev = one({"v5", "v6"});
+    std::string prefix = one({"10.7.0.0/16", "10.8.0.0/16", "default"});
+    std::string metric = one({"", " metric 1", " metric 2"});
+    switch (chance() % 8) {
+      case 0:
+        return "link set " + dev + one({" up", " down", " up", " mtu 1400", " mtu 1500"});
+      case 1:
+        return "address " + one({"add ", "del "}) + address() + " dev " + dev;
+      case 2:
+        return "route " + one({"add ", "replace ", "del "}) + one({"blackhole ", "unreachable "}) + prefix +
+               metric;
+      case 3:
+        return "route replace " + prefix + metric + " nexthop via 10.0.0.9 nexthop via 10.1.0.9";
+      case 4:
+        return "route del " + prefix + metric;
+      default:
+        return "route " + one({"add ", "append ", "prepend ", "replace ", "del "}) + prefix + " via 10." +
+               one({"0", "1"}) + ".0." + one({"8", "9"}) + metric;
+    }
+  };
+  for (int round = 0; round < 60 && !HasFailure(); ++round) {
+    std::vector<std::string> commands;
+    for (int i = 0; i < 8; ++i) commands.push_back(command());
+    ipAll(commands, true);
+    EXPECT_TRUE(becomes([this] { return netlink->view() == Netlink().view(); }))
+        << testing::PrintToString(commands) << difference(netlink->view(), Netlink().view());
+  }
+}
+
+TEST_F(NetlinkTest, ManyWhoChangeRoutesWhileTheyAreAskedForDoNoHarm) {
+  std::vector<std::string> commands = manyRoutes(3000, "replace", "10.0.0.9");
+  Meanwhile changing([] {
+    for (int i = 0; i < 3; ++i) {
+      ipAll(manyRoutes(3000, "replace", "10.0.0.8"));
+      ipAll(manyRoutes(3000, "del", "10.0.0.8"));
+      ipAll(manyRoutes(3000, "add", "10.0.0.9"));
+    }
+  });
+  Meanwhile toggling([] {
+    for (int i = 0; i < 100; ++i) ip("link set v6 mtu " + std::to_string(1000 + i));
+  });
+  while (!changing.isOver() || !toggling.isOver()) {
+    becomesReadable(netlink->fd(), 0.001);
+    netlink->read();
+  }
+  netlink->read();
+  EXPECT_EQ(netlink->view().routes.size(), 3003U);
+}
+
+TEST_F(NetlinkTest, ChangedRoutesTellEveryChangeOfTheView) {
+  std::map<Lanet::Prefix, Route> told;
+  auto follow = [&] {
+    netlink->read();
+    for (auto const& prefix : netlink->takeChangedRoutes()) {
+      auto at = netlink->view().routes.find(prefix);
+      if (at == netlink->view().routes.end()) {
+        told.erase(prefix);
+      } else {
+        told[prefix] = at->second;
+      }
+    }
+    EXPECT_EQ(told, netlink->view().routes);
+  };
+  netlink = std::make_unique<Netlink>();
+  follow();
+  for (char const* command : {"route add 10.7.0.0/16 via 10.0.0.9", "route replace 10.7.0.0/16 via 10.0.0.8",
+                              "link set v5 down", "link set v5 up", "route add 10.7.0.0/16 via 10.0.0.9",
+                              "address add 10.1.0.1/24 dev v6", "link del v5"}) {
+    ip(command);
+    follow();
+  }
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,331 @@
+#include "agent/PimSocket.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <vector>
+
+#include "model/Lanet.h"
+#include "tests/agent/InChild.h"
+#include "tests/agent/NetworkLab.h"
+#include "wire/Wire.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::PimSocket;
+using pimbsr::agent::PimSocketBase;
+using pimbsr::agent::Received;
+using pimbsr::agent::UnicastSocket;
+using Zet::U8;
+
+constexpr char const* allPimRouters = "224.0.0.13";
+
+struct Sent {
+  std::string source;
+  std::string destination = allPimRouters;
+  std::vector<U8> payload = {0x24, 0, 0, 0};
+  U8 ttl = 1;
+};
+
+std::vector<U8> packet(Sent const& sent) {
+  std::vector<U8> bytes;
+  EXPECT_TRUE(pimbsr::wire::encodeIpv4({.source = Lanet::IpAddr::parse(sent.source.c_str()),
+                                        .destination = Lanet::IpAddr::parse(sent.destination.c_str()),
+                                        .ttl = sent.ttl},
+                                       sent.payload, bytes));
+  return bytes;
+}
+
+bool send(PimSocketBase& socket, Sent const& sent) { return socket.send(packet(sent)); }
+
+/// A packet as it came in.
+struct Arrived {
+  int interfaceIndex = 0;
+  std::string source;
+  std::string destination;
+  int ttl = 0;
+  int tos = 0;
+  std::vector<U8> payload;
+};
+
+/// The next packet, for which it waits a while.
+std::optional<Arrived> arrival(PimSocketBase& socket) {
+  static Received received;
+  if (!becomesReadable(socket.fd(), 5) || !socket.receive(received)) return {};
+  auto parsed = pimbsr::wire::parseIpv4(received.packet);
+  if (!parsed) return {};
+  return Arrived{.interfaceIndex = received.interfaceIndex,
+                 .source = std::string(parsed->source.stringValue().view()),
+                 .destination = std::string(parsed->destination.stringValue().view()),
+                 .ttl = parsed->ttl,
+                 .tos = parsed->tos,
+                 .payload = {parsed->payload.begin(), parsed->payload.end()}};
+}
+
+/// The first byte of the payload of each packet until one with `last` came.
+std::vector<int> arrivalsUntil(PimSocketBase& socket, U8 last) {
+  std::vector<int> numbers;
+  while (numbers.empty() || numbers.back() != last) {
+    auto one = arrival(socket);
+    if (!one) break;
+    numbers.push_back(one->payload.at(0));
+  }
+  return numbers;
+}
+
+std::vector<U8> longPayload(std::size_t size) {
+  std::vector<U8> bytes(size);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<U8>(i * 7 + i / 256);
+  return bytes;
+}
+
+/// Three computers in a row: left is 10.0.1.1, middle 10.0.1.2 and 10.0.2.2 and forwards, right 10.0.2.3. The
+/// indexes are 8 for "left", 7 and 9 for "m1" and "m2" of the middle, and 10 for "right".
+class PimSocketTest : public NetworkTest {
+ protected:
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (HasFatalFailure() || IsSkipped()) return;
+    left = std::make_unique<NetworkNamespace>();
+    middle = std::make_unique<NetworkNamespace>();
+    right = std::make_unique<NetworkNamespace>();
+    Inside inside(*middle);
+    ipAll({"link add name m1 index 7 type veth peer name left index 8 netns " + left->path(),
+           "link add name m2 index 9 type veth peer name right index 10 netns " + right->path(),
+           "address add 10.0.1.2/24 dev m1", "address add 10.0.2.2/24 dev m2", "link set m1 up",
+           "link set m2 up"});
+    setting("ipv4/ip_forward", "1");
+    end(*left, "left", "10.0.1.1", "10.0.1.2");
+    end(*right, "right", "10.0.2.3", "10.0.2.2");
+    awaitRunning("m1");
+    awaitRunning("m2");
+  }
+
+  static void end(NetworkNamespace const& network, std::string const& link, std::string const& address,
+                  std::string const& gateway) {
+    Inside inside(network);
+    ipAll({"link set lo up", "address add " + address + "/24 dev " + link, "link set " + link + " up",
+           "route add default via " + gateway});
+    awaitRunning(link);
+  }
+
+  /// Makes a socket in a namespace.
+  template <class Socket, class... Args>
+  static std::unique_ptr<Socket> in(NetworkNamespace const& network, Args... args) {
+    Inside inside(network);
+    return std::make_unique<Socket>(args...);
+  }
+
+  static void mtu(NetworkNamespace const& network, std::string const& link, int bytes) {
+    Inside inside(network);
+    ip("link set " + link + " mtu " + std::to_string(bytes));
+  }
+
+  std::unique_ptr<NetworkNamespace> left;
+  std::unique_ptr<NetworkNamespace> middle;
+  std::unique_ptr<NetworkNamespace> right;
+};
+
+TEST_F(PimSocketTest, PacketsToAllPimRoutersGoAlongTheLinkAsRoutingTraffic) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto b = in<PimSocket>(*middle, "m1", 7);
+  ASSERT_TRUE(send(*a, {.source = "10.0.1.1"}));
+  auto got = arrival(*b);
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->source, "10.0.1.1");
+  EXPECT_EQ(got->destination, "224.0.0.13");
+  EXPECT_EQ(got->ttl, 1);
+  EXPECT_EQ(got->tos, 0xc0);
+  EXPECT_EQ(got->interfaceIndex, 7);
+  EXPECT_EQ(got->payload, (std::vector<U8>{0x24, 0, 0, 0}));
+  ASSERT_TRUE(send(*b, {.source = "10.0.1.2"}));
+  ASSERT_TRUE(got = arrival(*a));
+  EXPECT_EQ(got->source, "10.0.1.2");
+  EXPECT_EQ(got->interfaceIndex, 8);
+}
+
+TEST_F(PimSocketTest, EachKindOfSocketTakesItsOwnPacketsOnce) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto groups = in<PimSocket>(*middle, "m1", 7);
+  auto elsewhere = in<PimSocket>(*middle, "m2", 9);
+  auto addresses = in<UnicastSocket>(*middle);
+  for (U8 i = 0; i < 6; ++i) {
+    ASSERT_TRUE(send(*a, {"10.0.1.1", i % 2 == 0 ? allPimRouters : "10.0.1.2", {i}}));
+  }
+  EXPECT_EQ(arrivalsUntil(*groups, 4), (std::vector{0, 2, 4}));
+  EXPECT_EQ(arrivalsUntil(*addresses, 5), (std::vector{1, 3, 5}));
+  EXPECT_FALSE(becomesReadable(groups->fd(), 0));
+  EXPECT_FALSE(becomesReadable(addresses->fd(), 0));
+  EXPECT_FALSE(becomesReadable(elsewhere->fd(), 0));
+}
+
+TEST_F(PimSocketTest, OtherGroupsAreNotTaken) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto groups = in<PimSocket>(*middle, "m1", 7);
+  auto addresses = in<UnicastSocket>(*middle);
+  for (char const* group : {"224.0.0.1", "255.255.255.255"}) send(*a, {"10.0.1.1", group, {1}});
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {2}}));
+  ASSERT_TRUE(send(*a, {"10.0.1.1", "10.0.1.2", {3}}));
+  EXPECT_EQ(arrivalsUntil(*groups, 2), (std::vector{2}));
+  EXPECT_EQ(arrivalsUntil(*addresses, 3), (std::vector{3}));
+}
+
+TEST_F(PimSocketTest, WhatIsSentToAllPimRoutersIsNotHeardAtHome) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto sibling = in<PimSocket>(*left, "left", 8);
+  auto b = in<PimSocket>(*middle, "m1", 7);
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {1}}));
+  EXPECT_EQ(arrivalsUntil(*b, 1), (std::vector{1}));
+  ASSERT_TRUE(send(*b, {"10.0.1.2", allPimRouters, {2}}));
+  EXPECT_EQ(arrivalsUntil(*a, 2), (std::vector{2}));
+  EXPECT_EQ(arrivalsUntil(*sibling, 2), (std::vector{2}));
+}
+
+TEST_F(PimSocketTest, AdvertisementGoesByTheRoutesOverAHop) {
+  auto a = in<UnicastSocket>(*left);
+  auto b = in<UnicastSocket>(*right);
+  ASSERT_TRUE(send(*a, {.source = "10.0.1.1", .destination = "10.0.2.3", .ttl = 64}));
+  auto got = arrival(*b);
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->source, "10.0.1.1");
+  EXPECT_EQ(got->destination, "10.0.2.3");
+  EXPECT_EQ(got->ttl, 63);
+  EXPECT_EQ(got->tos, 0xc0);
+  EXPECT_EQ(got->interfaceIndex, 10);
+}
+
+TEST_F(PimSocketTest, MessageLongerThanTheMtuArrivesWhole) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto b = in<PimSocket>(*middle, "m1", 7);
+  auto near = in<UnicastSocket>(*left);
+  auto far = in<UnicastSocket>(*right);
+  for (int bytes : {1500, 576}) {
+    mtu(*left, "left", bytes);
+    mtu(*middle, "m1", bytes);
+    for (std::size_t size : {std::size_t{5038}, std::size_t{65515}}) {
+      std::vector<U8> payload = longPayload(size);
+      ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, payload}));
+      auto got = arrival(*b);
+      ASSERT_TRUE(got);
+      EXPECT_EQ(got->payload, payload);
+      ASSERT_TRUE(send(*near, {"10.0.1.1", "10.0.2.3", payload, 64}));
+      ASSERT_TRUE(got = arrival(*far));
+      EXPECT_EQ(got->payload, payload);
+    }
+  }
+}
+
+TEST_F(PimSocketTest, SourceIsWhatTheHeaderSays) {
+  {
+    Inside inside(*left);
+    ip("address add 10.9.9.9/32 dev lo");
+  }
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto b = in<PimSocket>(*middle, "m1", 7);
+  ASSERT_TRUE(send(*a, {.source = "10.9.9.9"}));
+  auto got = arrival(*b);
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->source, "10.9.9.9");
+}
+
+TEST_F(PimSocketTest, FarewellStillLeavesFromAnAddressThatIsGone) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto b = in<PimSocket>(*middle, "m1", 7);
+  {
+    Inside inside(*left);
+    ip("address change 10.0.1.77/24 dev left");
+    ip("address del 10.0.1.1/24 dev left");
+  }
+  ASSERT_TRUE(send(*a, {.source = "10.0.1.1"})) << a->lastError();
+  auto got = arrival(*b);
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->source, "10.0.1.1");
+}
+
+TEST_F(PimSocketTest, SocketStaysWithItsLinkWhenThatIsRenamedOrGoesDownAndUp) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto b = in<PimSocket>(*middle, "m1", 7);
+  {
+    Inside inside(*middle);
+    ipAll({"link set m1 down", "link set m1 name uplink", "link set uplink up"});
+    awaitRunning("uplink");
+  }
+  {
+    Inside inside(*left);
+    awaitRunning("left");
+  }
+  ASSERT_TRUE(send(*b, {"10.0.1.2", allPimRouters, {1}}));
+  EXPECT_EQ(arrivalsUntil(*a, 1), (std::vector{1}));
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {2}}));
+  EXPECT_EQ(arrivalsUntil(*b, 2), (std::vector{2}));
+}
+
+TEST_F(PimSocketTest, WhatCannotBeSentIsToldWithTheReason) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto routed = in<UnicastSocket>(*left);
+  EXPECT_EQ(a->lastError(), "");
+  {
+    Inside inside(*left);
+    ip("link set left down");
+  }
+  EXPECT_FALSE(send(*a, {.source = "10.0.1.1"}));
+  EXPECT_EQ(a->lastError(), "Network is unreachable");
+  EXPECT_FALSE(send(*routed, {.source = "10.0.1.1", .destination = "10.0.2.3", .ttl = 64}));
+  EXPECT_EQ(routed->lastError(), "Network is unreachable");
+  {
+    Inside inside(*left);
+    ip("link set left up");
+  }
+  EXPECT_TRUE(send(*a, {.source = "10.0.1.1"}));
+  EXPECT_EQ(a->lastError(), "");
+}
+
+TEST_F(PimSocketTest, NothingWaitsAtFirst) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  Received received;
+  EXPECT_FALSE(a->receive(received));
+}
+
+TEST_F(PimSocketTest, MoreLinksCanBeJoinedThanOneSocketCould) {
+  NetworkNamespace network;
+  Inside inside(network);
+  std::vector<std::string> commands;
+  for (int i = 0; i < 25; ++i) {
+    std::string n = std::to_string(i);
+    commands.push_back("link add name a" + n + " index " + std::to_string(100 + i) +
+                       " up type veth peer name b" + n);
+  }
+  ipAll(commands);
+  std::vector<std::unique_ptr<PimSocket>> sockets;
+  for (int i = 0; i < 25; ++i) {
+    sockets.push_back(std::make_unique<PimSocket>("a" + std::to_string(i), 100 + i));
+  }
+}
+
+TEST_F(PimSocketTest, LinkThatIsNotThereIsNamed) {
+  NetworkNamespace network;
+  Inside inside(network);
+  try {
+    PimSocket socket("eth7", 77);
+    FAIL() << "it opened";
+  } catch (std::system_error const& fault) {
+    EXPECT_THAT(fault.what(), testing::HasSubstr("eth7: No such device"));
+  }
+}
+
+TEST_F(PimSocketTest, WhoMayNotIsToldWhatIsNeeded) {
+  std::string text = inChild([] {
+    if (setuid(65534) != 0) return std::string("not another user");
+    UnicastSocket socket;
+    return std::string("opened");
+  });
+  EXPECT_EQ(text,
+            "threw opening a raw socket for PIM, which needs root or CAP_NET_RAW: Operation not permitted");
+}
+
+}  // namespace
+}  // namespace test

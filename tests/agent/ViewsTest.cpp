@@ -1,0 +1,323 @@
+#include "agent/Views.h"
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "agent/ControlProtocol.h"
+#include "agent/RequestError.h"
+#include "tests/agent/ObservedRouter.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::RequestError;
+using Json = nlohmann::ordered_json;
+
+class ViewsTest : public ObservedRouter {
+ protected:
+  Json view(std::string const& what) { return pimbsr::agent::show(observed(), what); }
+  Json viewOfGroup(std::string const& group) {
+    return pimbsr::agent::show(observed(), "rp", addr(group).v4Addr());
+  }
+  /// Expects a view as it is written here; the order of members counts.
+  void expect(Json const& shown, std::string const& written) {
+    EXPECT_EQ(shown.dump(1), Json::parse(written).dump(1));
+  }
+  /// The BSR 10.0.0.1 of the global zone with two RPs for a range, and 10.0.0.7 of a scoped zone.
+  void learn() {
+    greet();
+    Bsm global{.groups = {{"239.1.0.0/16", {{"10.0.0.2", 150, 5}, {"10.0.0.3", 150, 5}}},
+                          {"224.0.0.0/4", {{"10.0.0.4", 90, 1}}, bidirFlag}}};
+    ASSERT_TRUE(receive(packetOf(global)).accepted());
+    Bsm scoped{.bsr = "10.0.0.7", .groups = {{"239.255.0.0/16", {}, scopedFlag}}};
+    ASSERT_TRUE(receive(packetOf(scoped)).accepted());
+  }
+};
+
+TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreRefused) {
+  for (std::string_view what : pimbsr::agent::viewNames())
+    EXPECT_TRUE(view(std::string(what)).is_object()) << what;
+  try {
+    view("bsrs");
+    FAIL() << "\"bsrs\" was shown";
+  } catch (RequestError const& error) {
+    EXPECT_STREQ(
+        error.what(),
+        "there is no view \"bsrs\"; valid are bsr, rp-set, candidates, rp, neighbors, interfaces, borders, "
+        "filter, counters, drops, history, config");
+  }
+}
+
+// Zones -----------------------------------------------------------------------------------------------
+
+TEST_F(ViewsTest, RouterThatHasHeardNothingHasNoZone) { expect(view("bsr"), R"({"zones": []})"); }
+
+TEST_F(ViewsTest, GlobalZoneThatLostItsBsrAcceptsAny) {
+  learn();
+  run(2000);
+  expect(view("bsr"), R"({"zones": [{"zone": "224.0.0.0/4", "scoped": false, "candidate": false,
+    "state": "Accept Any", "bsr": null, "bootstrapTimer": null, "scopeZoneTimer": null, "nextMessage": null,
+    "ranges": 0, "rps": 0}]})");
+}
+
+TEST_F(ViewsTest, FollowedBsrIsToldWithItsTimers) {
+  learn();
+  run(12.3456);
+  expect(view("bsr"), R"({"zones": [
+    {"zone": "224.0.0.0/4", "scoped": false, "candidate": false, "state": "Accept Preferred",
+     "bsr": {"address": "10.0.0.1", "own": false, "priority": 10, "hashMaskLen": 30, "uptime": 12.346,
+             "expiresIn": 117.654},
+     "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 2, "rps": 3},
+    {"zone": "239.255.0.0/16", "scoped": true, "candidate": false, "state": "Accept Preferred",
+     "bsr": {"address": "10.0.0.7", "own": false, "priority": 10, "hashMaskLen": 30, "uptime": 12.346,
+             "expiresIn": 117.654},
+     "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 0, "rps": 0}]})");
+}
+
+TEST_F(ViewsTest, ScopedZoneWithoutBsrWaitsToBeForgotten) {
+  learn();
+  run(150);
+  Json zone = view("bsr")["zones"][1];
+  EXPECT_EQ(zone["state"], "Accept Any");
+  EXPECT_EQ(zone["bsr"], nullptr);
+  EXPECT_EQ(zone["scopeZoneTimer"], 1280.0);
+}
+
+TEST_F(ViewsTest, ElectedBsrTellsItsNextMessage) {
+  lead();
+  Json zone = view("bsr")["zones"][0];
+  EXPECT_EQ(zone["state"], "Elected-BSR");
+  EXPECT_EQ(zone["candidate"], true);
+  EXPECT_EQ(zone["bsr"]["own"], true);
+  EXPECT_EQ(zone["bsr"]["expiresIn"], nullptr);
+  EXPECT_EQ(zone["nextMessage"], zone["bootstrapTimer"]);
+  EXPECT_GT(zone["nextMessage"], 0.0);
+  EXPECT_LE(zone["nextMessage"], 60.0);
+}
+
+TEST_F(ViewsTest, RpSetIsToldByZoneAndRange) {
+  learn();
+  run(10);
+  expect(view("rp-set"), R"({"zones": [
+    {"zone": "224.0.0.0/4", "bsr": "10.0.0.1", "hashMaskLen": 30, "rps": 3, "ranges": [
+      {"range": "224.0.0.0/4", "rps": [
+        {"address": "10.0.0.4", "priority": 1, "holdTime": 90, "expiresIn": 80.0, "bidirectional": true}]},
+      {"range": "239.1.0.0/16", "rps": [
+        {"address": "10.0.0.2", "priority": 5, "holdTime": 150, "expiresIn": 140.0, "bidirectional": false},
+        {"address": "10.0.0.3", "priority": 5, "holdTime": 150, "expiresIn": 140.0,
+         "bidirectional": false}]}]},
+    {"zone": "239.255.0.0/16", "bsr": "10.0.0.7", "hashMaskLen": 30, "rps": 0, "ranges": []}]})");
+}
+
+// Which RP serves a group -----------------------------------------------------------------------------
+
+TEST_F(ViewsTest, ChoiceOfAnRpIsExplained) {
+  learn();
+  expect(viewOfGroup("239.1.2.3"), R"({"group": "239.1.2.3", "rp": "10.0.0.2", "range": "239.1.0.0/16",
+    "decidedBy": "hash", "because": "the highest hash among the lowest priority",
+    "ranges": [{"range": "239.1.0.0/16", "rps": 2, "live": 2, "chosen": true},
+               {"range": "224.0.0.0/4", "rps": 1, "live": 1, "chosen": false}],
+    "candidates": [{"address": "10.0.0.2", "priority": 5, "hashMaskLen": 30, "hash": 2080802136},
+                   {"address": "10.0.0.3", "priority": 5, "hashMaskLen": 30, "hash": 977286891}]})");
+}
+
+TEST_F(ViewsTest, RangeWithoutALiveRpIsPassedOver) {
+  learn();
+  router->rpCandidateStatus()
+      ->crpSetIs(prefix("239.1.2.0/24"))
+      ->rpIs(addr("10.0.0.9"))
+      ->expiresIs(context.now());
+  Json shown = viewOfGroup("239.1.2.3");
+  EXPECT_EQ(shown["ranges"][0],
+            Json::parse(R"({"range": "239.1.2.0/24", "rps": 1, "live": 0, "chosen": false})"));
+  EXPECT_EQ(shown["range"], "239.1.0.0/16");
+}
+
+TEST_F(ViewsTest, GroupWithoutRpIsSaidToHaveNone) {
+  expect(viewOfGroup("239.1.2.3"), R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp",
+    "because": "", "ranges": [], "candidates": []})");
+}
+
+// Candidacies -----------------------------------------------------------------------------------------
+
+TEST_F(ViewsTest, CandidaciesAreToldWithTheirBsr) {
+  settings.router.candidateRps["eth0"].ranges.groups = {{prefix("239.8.0.0/16"), 10},
+                                                        {prefix("239.9.0.0/16"), {}}};
+  lead();
+  Json shown = view("candidates");
+  Json bsr = shown["bsr"][0];
+  EXPECT_EQ(bsr["state"], "Elected-BSR");
+  EXPECT_GT(bsr["nextMessage"], 0.0);
+  EXPECT_EQ(bsr["priority"], 64);
+  EXPECT_EQ(bsr["interval"], 60);
+  Json rp = shown["rp"][0];
+  EXPECT_EQ(rp["address"], "192.0.2.9");
+  EXPECT_EQ(rp["ranges"][0]["bsr"], "192.0.2.9");
+  EXPECT_EQ(rp["ranges"][0]["zone"], "224.0.0.0/4");
+  EXPECT_GT(rp["ranges"][0]["nextAdvertisement"], 0.0);
+  EXPECT_EQ(rp["ranges"][1],
+            Json::parse(R"({"range": "239.9.0.0/16", "priority": null, "zone": null, "bsr": null,
+    "nextAdvertisement": null})"));
+  EXPECT_TRUE(shown["idleBsr"].empty());
+  EXPECT_TRUE(shown["idleRp"].empty());
+}
+
+TEST_F(ViewsTest, RangeThatNoZoneWithABsrCoversIsAdvertisedNowhere) {
+  settings.router.candidateRps["eth0"].ranges.groups = {{prefix("239.8.0.0/16"), 10}};
+  configure();
+  run(10);
+  expect(view("candidates")["rp"],
+         R"([{"interface": "eth0", "address": "192.0.2.9", "interval": 60, "ranges": [
+    {"range": "239.8.0.0/16", "priority": 10, "zone": null, "bsr": null, "nextAdvertisement": null}]}])");
+}
+
+TEST_F(ViewsTest, CandidacyThatCannotStandSaysWhy) {
+  kernel.links["eth3"] = {.name = "eth3", .up = false};
+  kernel.links["eth4"] = {.name = "eth4", .up = true};
+  for (char const* name : {"eth3", "eth4", "eth7"}) {
+    settings.router.candidateRps[name].ranges.groups[prefix("239.8.0.0/16")] = 10;
+  }
+  settings.router.accessLists["empty"] = {};
+  settings.router.candidateBsrs["eth0"].lists["empty"] = {};
+  configure();
+  Json shown = view("candidates");
+  expect(shown["idleBsr"], R"([{"interface": "eth0", "because": "its lists permit no group range"}])");
+  expect(shown["idleRp"], R"([{"interface": "eth3", "because": "the interface is down"},
+    {"interface": "eth4", "because": "the interface has no IPv4 address"},
+    {"interface": "eth7", "because": "there is no such interface"}])");
+}
+
+// Interfaces ------------------------------------------------------------------------------------------
+
+TEST_F(ViewsTest, NeighborsAreToldByInterfaceAndAddress) {
+  receive("eth1", helloFrom("198.51.100.200", 0xabcdef12, 0xffff));
+  receive(helloFrom("192.0.2.20", 8));
+  greet();
+  run(5);
+  expect(view("neighbors"), R"({"neighbors": [
+    {"interface": "eth0", "address": "192.0.2.1", "drPriority": 1, "dr": false, "generationId": 7,
+     "expiresIn": 100.0, "secondaryAddresses": []},
+    {"interface": "eth0", "address": "192.0.2.20", "drPriority": 1, "dr": true, "generationId": 8,
+     "expiresIn": 100.0, "secondaryAddresses": []},
+    {"interface": "eth1", "address": "198.51.100.200", "drPriority": 1, "dr": false,
+     "generationId": 2882400018, "expiresIn": null, "secondaryAddresses": []}]})");
+}
+
+TEST_F(ViewsTest, InterfaceIsToldWithItsLinkAndItsPackets) {
+  receive("eth1", helloFrom("198.51.100.200", 1));
+  run(6);
+  Json eth1 = view("interfaces")["interfaces"][1];
+  Zet::U32 generation = router->hello(intf("eth1"))->generationId();
+  eth1.erase("nextHello");
+  expect(eth1, R"({"interface": "eth1", "state": "up", "address": "198.51.100.9",
+    "addresses": ["198.51.100.9/24", "198.51.100.10/24"], "mtu": 9000, "drPriority": 7, "helloInterval": 30,
+    "dr": "198.51.100.9", "ownDr": true, "neighbors": 1, "generationId": )" +
+                   std::to_string(generation) +
+                   R"(, "traffic": {"hello": {"received": 1, "refused": 0, "sent": 0, "sendFailed": 0}}})");
+}
+
+TEST_F(ViewsTest, InterfaceThatIsNotThereIsMissingAndOneWithoutCarrierIsDown) {
+  settings.interfaces["eth7"];
+  kernel.links["eth1"].up = false;
+  kernel.links["eth0"].addresses.clear();
+  Json shown = view("interfaces")["interfaces"];
+  EXPECT_EQ(shown[0]["state"], "no address");
+  EXPECT_EQ(shown[1]["state"], "down");
+  EXPECT_EQ(shown[2]["state"], "missing");
+}
+
+TEST_F(ViewsTest, BordersOfRangesAndListsAreTold) {
+  settings.router.accessLists["sites"][10] = {Acl::Action::permit, {}};
+  settings.router.accessLists["sites"][10].filter.source = addr("239.5.0.0").v4Addr();
+  settings.router.accessLists["sites"][10].filter.sourceMask = addr("255.255.0.0").v4Addr();
+  settings.router.borders["eth1"].groups[prefix("239.255.0.0/16")] = {};
+  settings.router.borders["eth1"].lists["sites"] = {};
+  configure();
+  expect(view("borders"),
+         R"({"borders": [{"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["sites"],
+    "blocked": ["239.5.0.0/16", "239.255.0.0/16"]}]})");
+}
+
+TEST_F(ViewsTest, FilterTellsWhoIsPermittedAndHowManyWereNot) {
+  expect(view("filter"), R"({"lists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true, "refused": 0})");
+  settings.router.accessLists["senders"][10] = {Acl::Action::permit, {}};
+  settings.router.accessLists["senders"][10].filter.source = addr("10.0.0.0").v4Addr();
+  settings.router.accessLists["senders"][10].filter.sourceMask = addr("255.0.0.0").v4Addr();
+  settings.router.senderLists = {"senders"};
+  lead();
+  EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "rxFilter");
+  expect(view("filter"),
+         R"({"lists": ["senders"], "permitted": ["10.0.0.0/8"], "permitsAll": false, "refused": 1})");
+}
+
+// Counts ----------------------------------------------------------------------------------------------
+
+TEST_F(ViewsTest, CountersTellOfMessagesPacketsAndTimers) {
+  learn();
+  run(10);
+  traffic.noteSent("", packetOf(Adv{}), true);
+  punctuality.note(0.25);
+  punctuality.note(0.75);
+  Json shown = view("counters");
+  EXPECT_EQ(shown["uptime"], 10.0);
+  EXPECT_EQ(shown["counters"][0],
+            Json::parse(R"({"name": "rx", "value": 2, "sentence": "Messages that arrived"})"));
+  EXPECT_EQ(shown["counters"].back()["parts"].size(), 6u);
+  EXPECT_EQ(shown["traffic"][0]["interface"], nullptr);
+  EXPECT_EQ(shown["traffic"][1]["packets"]["bsm"]["received"], 2);
+  EXPECT_EQ(shown["timers"]["armed"], router->timerWheel()->armed());
+  EXPECT_EQ(shown["timers"]["served"], 2);
+  EXPECT_EQ(shown["timers"]["meanLateness"], 0.5);
+  EXPECT_EQ(shown["timers"]["worstLateness"], 0.75);
+  EXPECT_EQ(shown["notificationExceptions"], 0);
+}
+
+TEST_F(ViewsTest, DropsTellTheLastMessage) {
+  receive(packetOf(Bsm{.groups = {{"239.1.0.0/16", {{"10.0.0.2"}}, scopedFlag}}, .source = "192.0.2.9"}));
+  run(3.5);
+  expect(view("drops"), R"({"drops": [{"reason": "own-address",
+    "sentence": "The message was sent from one of this router's own addresses.", "kind": "bsm",
+    "interface": "eth0", "zone": "239.1.0.0/16", "count": 1, "last": {"ago": 3.5, "sender": "192.0.2.9",
+    "destination": "224.0.0.13",
+    "message": "BSM of 10.0.0.1, priority 10, hash mask length 30, tag 0x0001, 1 group range"}}]})");
+}
+
+TEST_F(ViewsTest, DropsBeyondTheBoundAreOfOtherZones) {
+  drops = pimbsr::agent::Drops(0);
+  receive(brokenPacket());
+  EXPECT_EQ(view("drops")["drops"][0]["zone"], "other");
+}
+
+TEST_F(ViewsTest, HistoryTellsTheOldestFirst) {
+  learn();
+  run(7);
+  Json shown = view("history");
+  ASSERT_EQ(shown["entries"].size(), 3u);
+  expect(shown["entries"][0], R"({"time": 1000000000.0, "event": "bsrElected", "zone": "224.0.0.0/4",
+    "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": false,
+    "cause": {"kind": "message", "message": "bsm", "sender": "192.0.2.1", "interface": "eth0"},
+    "ago": 7.0})");
+  EXPECT_EQ(shown["entries"][1]["rps"],
+            Json::parse(R"({"added": 3, "updated": 0, "removed": 0, "expired": 0})"));
+  EXPECT_EQ(shown["mostEntries"], 256);
+}
+
+TEST_F(ViewsTest, EntryOfAClockThatRanFasterIsOfNow) {
+  learn();
+  pimbsr::agent::History former = history;
+  history.clear();
+  std::string text = former.text();
+  text.replace(text.find("1000000000.0"), 12, "2000000000.0");
+  ASSERT_EQ(history.load(text), 0u);
+  EXPECT_EQ(view("history")["entries"][0]["ago"], 0.0);
+}
+
+TEST_F(ViewsTest, ConfigurationIsToldAsFileAndAsValues) {
+  Json shown = view("config");
+  EXPECT_THAT(shown["file"].get<std::string>(), testing::HasSubstr("[interface.eth1]\ndr-priority = 7\n"));
+  EXPECT_EQ(shown["settings"]["interfaces"]["eth1"]["drPriority"], 7);
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,116 @@
+#include "cli/CheckCommand.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/cli/CliSupport.h"
+
+namespace test {
+namespace {
+
+using testing::HasSubstr;
+
+/// A configuration file that is removed with this object.
+class ConfigurationFile {
+ public:
+  explicit ConfigurationFile(std::string const& text) {
+    char name[] = "/tmp/pimbsr-check-XXXXXX";
+    close(mkstemp(name));
+    path_ = name;
+    std::ofstream(path_, std::ios::binary) << text;
+  }
+  ~ConfigurationFile() { std::filesystem::remove(path_); }
+  ConfigurationFile(ConfigurationFile const&) = delete;
+  ConfigurationFile& operator=(ConfigurationFile const&) = delete;
+
+  std::string const& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+RunResult check(std::string const& file, bool json = false) {
+  std::ostringstream out;
+  std::ostringstream err;
+  int code = pimbsr::cli::checkConfig(file, json, out, err);
+  return {.code = code, .out = out.str(), .err = err.str()};
+}
+
+std::string const faulty = "[interface.eth0]\n[timers]\nzone-timeout = 700\nhold-time = 5\n[colour]\n";
+
+TEST(CheckCommandTest, ExampleHasNoFaults) {
+  std::string file = sourceFile("examples/pimbsr.toml");
+  RunResult run = check(file);
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.out, file + ": no faults\n");
+  EXPECT_EQ(run.err, "");
+}
+
+TEST(CheckCommandTest, UnwiseFileHasNoFaults) {
+  ConfigurationFile file("[interface.eth0]\n[timers]\nzone-timeout = 700\n");
+  RunResult run = check(file.path());
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.out, file.path() +
+                         ":3:16: warning: zone-timeout 700 is below ten times hold-time 130, which is " +
+                         "used in its place\n" + file.path() + ": no faults\n");
+}
+
+TEST(CheckCommandTest, FaultsAndWarningsComeInTheOrderOfTheFile) {
+  ConfigurationFile file(faulty);
+  RunResult run = check(file.path());
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(
+      run.out,
+      file.path() +
+          ":3:16: warning: zone-timeout 700 is below ten times hold-time 130, which is used in its " +
+          "place\n" + file.path() +
+          ":4:13: error: timers.hold-time: read 5; valid is a whole number of seconds from 12 to "
+          "1073741823\n" +
+          file.path() +
+          ":5:2: error: colour: no such key; valid here are interface, candidate-bsr, candidate-rp, filter, "
+          "access-list, timers, checks, limits, control, state, trace\n");
+}
+
+TEST(CheckCommandTest, FileThatCannotBeReadFails) {
+  RunResult run = check("/nowhere/pimbsr.toml");
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.out, "/nowhere/pimbsr.toml: error: cannot be read: No such file or directory\n");
+}
+
+TEST(CheckCommandTest, JsonHoldsTheSame) {
+  ConfigurationFile file(faulty);
+  RunResult run = check(file.path(), true);
+  EXPECT_EQ(run.code, 1);
+  auto document = nlohmann::json::parse(run.out);
+  EXPECT_EQ(document["file"], file.path());
+  EXPECT_EQ(document["sound"], false);
+  ASSERT_EQ(document["findings"].size(), 3u);
+  auto const& fault = document["findings"][1];
+  EXPECT_EQ(fault["severity"], "error");
+  EXPECT_EQ(fault["line"], 4);
+  EXPECT_EQ(fault["column"], 13);
+  EXPECT_THAT(std::string(fault["text"]), HasSubstr("hold-time: read 5;"));
+}
+
+TEST(CheckCommandTest, NameOfAnyBytesIsWrittenInJson) {
+  RunResult run = check("/nowhere/\xff", true);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(nlohmann::json::parse(run.out)["findings"].size(), 1u);
+}
+
+TEST(CheckCommandTest, OutputThatCannotBeWrittenFails) {
+  std::ostringstream err;
+  std::ostream out(nullptr);
+  EXPECT_EQ(pimbsr::cli::checkConfig(sourceFile("examples/pimbsr.toml"), false, out, err), 1);
+  EXPECT_EQ(err.str(), "pimbsr: cannot write the output\n");
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,271 @@
+#include "cli/ControlCommands.h"
+
+#include <gmock/gmock.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "agent/ControlProtocol.h"
+#include "agent/Settings.h"
+#include "cli/ControlOptions.h"
+#include "cli/ShowTables.h"
+#include "tests/cli/CliSupport.h"
+#include "tests/support/FakeAgent.h"
+
+namespace pimbsr::cli {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using agent::answerLine;
+using agent::errorLine;
+using test::FakeAgent;
+using test::RunResult;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+/// Runs the command that stands in a command line, as main() would.
+RunResult runLine(std::string const& line) {
+  CLI::App app("", "pimbsr");
+  ControlOptions options;
+  addControlCommands(app, options);
+  try {
+    app.parse(line);
+  } catch (CLI::ParseError const& fault) {
+    std::ostringstream out;
+    std::ostringstream err;
+    int code = app.exit(fault, out, err) == 0 ? exitOk : exitUsage;
+    return {code, out.str(), err.str()};
+  }
+  std::ostringstream out;
+  std::ostringstream err;
+  int code = options.run(out, err);
+  return {code, out.str(), err.str()};
+}
+
+RunResult runAt(FakeAgent const& agent, std::string const& line) {
+  return runLine(line + " --socket " + agent.path());
+}
+
+/// What the environment says while it lives.
+class SocketVariable {
+ public:
+  explicit SocketVariable(std::string const& path) { setenv("PIMBSR_SOCKET", path.c_str(), 1); }
+  ~SocketVariable() { unsetenv("PIMBSR_SOCKET"); }
+};
+
+// Requests --------------------------------------------------------------------------------------------
+
+TEST(ControlCommandsTest, EachCommandAsksForWhatItIsTold) {
+  struct Case {
+    char const* line;
+    char const* request;
+  };
+  Case const cases[] = {
+      {"show config --json", R"({"command":"show","what":"config"})"},
+      {"show --json rp 239.1.1.1", R"({"command":"show","what":"rp","group":"239.1.1.1"})"},
+      {"clear drops", R"({"command":"clear","what":"drops"})"},
+      {"reload", R"({"command":"reload"})"},
+      {"trace Pim::Bsr::IO 0", R"({"command":"trace","handle":"Pim::Bsr::IO","level":0})"},
+      {"trace Pim::Bsr::IO off", R"({"command":"trace","handle":"Pim::Bsr::IO","level":"off"})"},
+      {"metrics", R"({"command":"metrics"})"},
+  };
+  for (Case const& c : cases) {
+    FakeAgent agent(answerLine(
+        Json::parse(R"({"applied":true,"faults":[],"warnings":[],"needsRestart":[],"text":"t"})")));
+    RunResult run = runAt(agent, c.line);
+    EXPECT_EQ(run.code, 0) << c.line << run.err;
+    EXPECT_EQ(run.err, "") << c.line;
+    EXPECT_THAT(agent.requests(), ElementsAre(c.request));
+  }
+}
+
+TEST(ControlCommandsTest, AFaultyRequestIsExplainedAndNotSent) {
+  struct Case {
+    char const* line;
+    char const* text;
+  };
+  Case const cases[] = {
+      {"show", "WHAT is required"},
+      {"show rps", R"("what" is "rps"; valid is one of "bsr")"},
+      {"show rp", "\"group\" is missing"},
+      {"show rp 10.1.1.1", R"("group" is "10.1.1.1"; valid is a multicast group)"},
+      {"show bsr 239.1.1.1", "\"rp\" alone"},
+      {"show bsr 239.1.1.1 more", "more"},
+      {"clear", "WHAT is required"},
+      {"clear bsr", R"("counters", "drops", "history")"},
+      {"trace", "HANDLE is required"},
+      {"trace Zet", "LEVEL is required"},
+      {"trace Zet 10", R"("level" is "10"; valid is a whole number from 0 to 9, or "off")"},
+      {"trace Zet on", R"("level" is "on")"},
+      {"reload now", "now"},
+      {"metrics --json", "--json"},
+      {"watch --socket", "--socket"},
+  };
+  for (Case const& c : cases) {
+    FakeAgent agent(answerLine(Json::object()));
+    SocketVariable variable(agent.path());
+    RunResult run = runLine(c.line);
+    EXPECT_EQ(run.code, exitUsage) << c.line;
+    EXPECT_EQ(run.out, "") << c.line;
+    EXPECT_THAT(run.err, HasSubstr(c.text)) << c.line;
+    EXPECT_THAT(agent.requests(), IsEmpty());
+  }
+}
+
+TEST(ControlCommandsTest, AnAgentThatRefusesOrIsNotThereGives1) {
+  FakeAgent agent(errorLine("there is no trace handle 'Zot'"));
+  RunResult refused = runAt(agent, "trace Zot 8");
+  EXPECT_EQ(refused.code, exitFailed);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.err, "pimbsr: there is no trace handle 'Zot'\n");
+  RunResult lonely = runLine("show bsr --socket /tmp/no/such/socket");
+  EXPECT_EQ(lonely.code, exitFailed);
+  EXPECT_THAT(lonely.err, StartsWith("pimbsr: there is no /tmp/no/such/socket: is pimbsr running?"));
+}
+
+TEST(ControlCommandsTest, AnAnswerOfAnotherVersionIsToldAsSuch) {
+  for (char const* line : {"show neighbors", "reload", "metrics"}) {
+    FakeAgent agent(answerLine({{"text", 1}}));
+    RunResult run = runAt(agent, line);
+    EXPECT_EQ(run.code, exitFailed) << line;
+    EXPECT_THAT(run.err, HasSubstr("is it of this version?")) << line;
+  }
+}
+
+TEST(ControlCommandsTest, OutputThatCannotBeWrittenGives1) {
+  FakeAgent agent(answerLine({{"text", "metric 1\n"}}));
+  std::ostringstream out;
+  out.setstate(std::ios::badbit);
+  std::ostringstream err;
+  EXPECT_EQ(metrics(agent.path(), out, err), exitFailed);
+  EXPECT_EQ(err.str(), "pimbsr: cannot write the output\n");
+}
+
+// The socket ------------------------------------------------------------------------------------------
+
+TEST(ControlCommandsTest, TheSocketIsTheOneGivenElseThatOfTheEnvironmentElseTheDefault) {
+  EXPECT_EQ(controlSocket(""), agent::Settings{}.controlSocket);
+  EXPECT_EQ(controlSocket("/given"), "/given");
+  {
+    SocketVariable variable("/from/environment");
+    EXPECT_EQ(controlSocket(""), "/from/environment");
+    EXPECT_EQ(controlSocket("/given"), "/given");
+  }
+  SocketVariable empty("");
+  EXPECT_EQ(controlSocket(""), agent::Settings{}.controlSocket);
+}
+
+TEST(ControlCommandsTest, AnAgentIsFoundByTheEnvironment) {
+  FakeAgent agent(answerLine({{"text", "metric 1\n"}}));
+  SocketVariable variable(agent.path());
+  EXPECT_EQ(runLine("metrics").out, "metric 1\n");
+}
+
+// Output ----------------------------------------------------------------------------------------------
+
+TEST(ControlCommandsTest, ShowWritesTablesOrJson) {
+  Json view{{"neighbors", Json::array()}};
+  FakeAgent agent(answerLine(view));
+  std::ostringstream tables;
+  writeShow(tables, "neighbors", view);
+  EXPECT_EQ(runAt(agent, "show neighbors").out, tables.str());
+  EXPECT_EQ(runAt(agent, "show neighbors --json").out, view.dump(2) + "\n");
+}
+
+TEST(ControlCommandsTest, WatchWritesEachLineUntilTheAgentEnds) {
+  FakeAgent agent(answerLine(Json::object()) + "{\"n\":1}\n{\"n\":2}\n");
+  RunResult run = runAt(agent, "watch");
+  EXPECT_EQ(run.code, exitFailed);
+  EXPECT_EQ(run.out, "{\"n\":1}\n{\"n\":2}\n");
+  EXPECT_THAT(run.err, HasSubstr("has ended"));
+  EXPECT_THAT(agent.requests(), ElementsAre(R"({"command":"watch"})"));
+}
+
+/// Takes a number of bytes and then no more.
+class ShortBuffer : public std::streambuf {
+ public:
+  explicit ShortBuffer(std::streamsize room) : room_(room) {}
+
+ private:
+  std::streamsize xsputn(char const*, std::streamsize count) override {
+    std::streamsize taken = std::min(count, room_);
+    room_ -= taken;
+    return taken;
+  }
+  int overflow(int byte) override { return room_-- > 0 ? byte : traits_type::eof(); }
+
+  std::streamsize room_;
+};
+
+TEST(ControlCommandsTest, WatchEndsOnceItsLinesCannotBeWritten) {
+  std::string endless;
+  for (int n = 0; n < 1000; ++n) endless += "{\"n\":1}\n";
+  FakeAgent agent(answerLine(Json::object()) + endless);
+  ShortBuffer room(20);
+  std::ostream out(&room);
+  std::ostringstream err;
+  EXPECT_EQ(watch(agent.path(), out, err), exitFailed);
+  EXPECT_EQ(err.str(), "pimbsr: cannot write the output\n");
+}
+
+TEST(ControlCommandsTest, ClearAndTraceSayWhatWasDone) {
+  FakeAgent agent(answerLine(Json::object()));
+  EXPECT_EQ(runAt(agent, "clear history").out, "history cleared\n");
+  EXPECT_EQ(runAt(agent, "trace Zet 8").out, "Zet: on up to level 8, on the agent's standard error\n");
+  EXPECT_EQ(runAt(agent, "trace Zet off").out, "Zet: off\n");
+}
+
+TEST(ControlCommandsTest, ReloadWritesWarningsAndWhatNeedsARestart) {
+  FakeAgent agent(answerLine({{"applied", true},
+                              {"faults", Json::array()},
+                              {"warnings", {"pimbsr.toml:3:1: hash mask length 0"}},
+                              {"needsRestart", {"control.socket"}}}));
+  RunResult run = runAt(agent, "reload");
+  EXPECT_EQ(run.code, exitOk);
+  EXPECT_EQ(run.out,
+            "needs a restart: control.socket\n"
+            "the configuration file was read again and is followed\n");
+  EXPECT_EQ(run.err, "warning: pimbsr.toml:3:1: hash mask length 0\n");
+}
+
+TEST(ControlCommandsTest, ReloadOfAFaultyFileWritesEveryFault) {
+  FakeAgent agent(answerLine({{"applied", false},
+                              {"faults", {"pimbsr.toml:3:1: one", "pimbsr.toml:5:9: two"}},
+                              {"warnings", Json::array()},
+                              {"needsRestart", Json::array()}}));
+  RunResult run = runAt(agent, "reload");
+  EXPECT_EQ(run.code, exitFailed);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err,
+            "error: pimbsr.toml:3:1: one\nerror: pimbsr.toml:5:9: two\n"
+            "pimbsr: the configuration file is refused; what ran before runs on\n");
+}
+
+// Help ------------------------------------------------------------------------------------------------
+
+TEST(ControlCommandsTest, HelpNamesEveryViewAndWhatMayBeCleared) {
+  std::string show = runLine("show --help").out;
+  for (std::string_view what : agent::viewNames())
+    EXPECT_THAT(show, HasSubstr("\n  " + std::string(what) + " "));
+  std::string clear = runLine("clear --help").out;
+  for (std::string_view what : agent::clearNames())
+    EXPECT_THAT(clear, HasSubstr("\n  " + std::string(what) + " "));
+}
+
+TEST(ControlCommandsTest, HelpHasTheSocketAnExampleAndTheExitStatus) {
+  for (std::string const command : {"show", "watch", "clear", "reload", "trace", "metrics"}) {
+    RunResult run = runLine(command + " --help");
+    EXPECT_EQ(run.code, exitOk);
+    EXPECT_THAT(run.out, AllOf(HasSubstr("--socket PATH"), HasSubstr(agent::Settings{}.controlSocket),
+                               HasSubstr("\n  pimbsr " + command), HasSubstr("Exit status: ")))
+        << command;
+  }
+}
+
+}  // namespace
+}  // namespace pimbsr::cli

@@ -1,0 +1,426 @@
+#include "cli/ShowTables.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "cli/ShowParts.h"
+
+namespace pimbsr::cli {
+namespace {
+
+std::string shown(std::string const& what, std::string const& view) {
+  std::ostringstream out;
+  out << '\n';
+  writeShow(out, what, Json::parse(view));
+  return out.str();
+}
+
+// Values ----------------------------------------------------------------------------------------------
+
+TEST(ShowTablesTest, SpansAreToldByTheirSize) {
+  std::vector<std::pair<Json, std::string>> cases = {
+      {nullptr, "-"},       {0.0, "0.0 s"},      {95.44, "95.4 s"},      {999.94, "999.9 s"},
+      {999.96, "16m 40s"},  {1300.0, "21m 40s"}, {3599.4, "59m 59s"},    {3599.6, "1h 00m"},
+      {86399.0, "23h 59m"}, {86400, "1d 00h"},   {40 * 86400, "40d 00h"}};
+  for (auto const& [seconds, text] : cases) EXPECT_EQ(textOfSpan(seconds), text) << seconds;
+}
+
+TEST(ShowTablesTest, ViewOfAnotherVersionIsWrittenAsItCame) {
+  EXPECT_EQ(shown("moods", R"({"mood": "good"})"), "\n{\n  \"mood\": \"good\"\n}\n");
+}
+
+TEST(ShowTablesTest, ViewThatLacksWhatIsShownIsRefused) {
+  for (char const* what : {"bsr", "rp-set", "rp", "candidates", "neighbors", "interfaces", "borders",
+                           "filter", "counters", "drops", "history", "config"}) {
+    EXPECT_THROW(shown(what, "{}"), nlohmann::json::exception) << what;
+  }
+}
+
+// Zones -----------------------------------------------------------------------------------------------
+
+TEST(ShowTablesTest, EachZoneHasABlockOfItsBsr) {
+  EXPECT_EQ(shown("bsr", R"({"zones": [
+    {"zone": "224.0.0.0/4", "scoped": false, "candidate": true, "state": "Elected-BSR",
+     "bsr": {"address": "192.0.2.9", "own": true, "priority": 64, "hashMaskLen": 30, "uptime": 11045.0,
+             "expiresIn": null},
+     "bootstrapTimer": 12.345, "scopeZoneTimer": null, "nextMessage": 12.345, "ranges": 2, "rps": 3},
+    {"zone": "239.1.0.0/16", "scoped": true, "candidate": false, "state": "Accept Preferred",
+     "bsr": {"address": "10.0.0.7", "own": false, "priority": 200, "hashMaskLen": 4, "uptime": 12.0,
+             "expiresIn": 117.7},
+     "bootstrapTimer": 117.7, "scopeZoneTimer": null, "nextMessage": null, "ranges": 1, "rps": 1},
+    {"zone": "239.2.0.0/16", "scoped": true, "candidate": false, "state": "Accept Any", "bsr": null,
+     "bootstrapTimer": null, "scopeZoneTimer": 1280.0, "nextMessage": null, "ranges": 0, "rps": 0}]})"),
+            R"(
+Zone 224.0.0.0/4, global
+  BSR               192.0.2.9, this router
+  priority          64 (higher wins)
+  hash mask length  30
+  state             Elected-BSR
+  elected for       3h 04m
+  next message in   12.3 s
+  RP set            3 RPs in 2 group ranges
+
+Zone 239.1.0.0/16, scoped
+  BSR               10.0.0.7
+  priority          200 (higher wins)
+  hash mask length  4
+  state             Accept Preferred
+  known for         12.0 s
+  expires in        117.7 s
+  RP set            1 RP in 1 group range
+
+Zone 239.2.0.0/16, scoped
+  BSR               none
+  state             Accept Any
+  forgotten in      21m 20s
+  RP set            empty
+)");
+}
+
+TEST(ShowTablesTest, NoBsrIsSaidInWords) {
+  EXPECT_EQ(shown("bsr", R"({"zones": []})"), "\nNo BSR is known in any zone.\n");
+  EXPECT_EQ(shown("bsr", R"({"zones": [{"zone": "224.0.0.0/4", "scoped": false, "candidate": true,
+    "state": "Pending-BSR", "bsr": null, "bootstrapTimer": 5.0, "scopeZoneTimer": null, "nextMessage": null,
+    "ranges": 0, "rps": 0}]})"),
+            R"(
+No BSR is known in any zone.
+
+Zone 224.0.0.0/4, global
+  BSR               none
+  state             Pending-BSR
+  decides in        5.0 s
+  RP set            empty
+)");
+}
+
+TEST(ShowTablesTest, RpSetIsATablePerZone) {
+  EXPECT_EQ(shown("rp-set", R"({"zones": [
+    {"zone": "224.0.0.0/4", "bsr": "10.0.0.1", "hashMaskLen": 30, "rps": 3, "ranges": [
+      {"range": "224.0.0.0/4", "rps": [
+        {"address": "10.0.0.4", "priority": 1, "holdTime": 90, "expiresIn": 80.0, "bidirectional": true}]},
+      {"range": "239.1.0.0/16", "rps": [
+        {"address": "10.0.0.2", "priority": 5, "holdTime": 150, "expiresIn": 140.0, "bidirectional": false},
+        {"address": "10.0.0.30", "priority": 192, "holdTime": 0, "expiresIn": 0.0,
+         "bidirectional": false}]}]},
+    {"zone": "239.2.0.0/16", "bsr": "10.0.0.7", "hashMaskLen": 30, "rps": 0, "ranges": []},
+    {"zone": "239.255.0.0/16", "bsr": null, "hashMaskLen": null, "rps": 1, "ranges": [
+      {"range": "239.255.0.0/16", "rps": [
+        {"address": "10.0.0.2", "priority": 5, "holdTime": 150, "expiresIn": 40.0,
+         "bidirectional": false}]}]}]})"),
+            R"(
+Zone 224.0.0.0/4, BSR 10.0.0.1, 3 RPs (lower priority wins)
+  group range   RP         priority  holdtime  expires in  mode
+  224.0.0.0/4   10.0.0.4          1      90 s  80.0 s      bidirectional
+  239.1.0.0/16  10.0.0.2          5     150 s  140.0 s     sparse
+                10.0.0.30       192       0 s  withdrawn   sparse
+
+Zone 239.255.0.0/16, no BSR, 1 RP (lower priority wins)
+  group range     RP        priority  holdtime  expires in  mode
+  239.255.0.0/16  10.0.0.2         5     150 s      40.0 s  sparse
+)");
+  EXPECT_EQ(shown("rp-set", R"({"zones": []})"), "\nNo RP is known in any zone.\n");
+}
+
+TEST(ShowTablesTest, ChoiceOfAnRpIsExplained) {
+  EXPECT_EQ(
+      shown("rp", R"({"group": "239.1.2.3", "rp": "10.0.0.2", "range": "239.1.0.0/16", "decidedBy": "hash",
+    "because": "the highest hash among the lowest priority",
+    "ranges": [{"range": "239.1.2.0/24", "rps": 1, "live": 0, "chosen": false},
+               {"range": "239.1.0.0/16", "rps": 2, "live": 2, "chosen": true},
+               {"range": "224.0.0.0/4", "rps": 1, "live": 1, "chosen": false}],
+    "candidates": [{"address": "10.0.0.2", "priority": 5, "hashMaskLen": 30, "hash": 2080802136},
+                   {"address": "10.0.0.3", "priority": 5, "hashMaskLen": 30, "hash": 977286891}]})"),
+      R"(
+Group 239.1.2.3 is served by RP 10.0.0.2, the highest hash among the lowest priority.
+
+Group ranges that cover it, the longest first
+  group range   RPs  live
+  239.1.2.0/24    1     0  passed over: none is live
+  239.1.0.0/16    2     2  chosen
+  224.0.0.0/4     1     1  a longer one is chosen
+
+Live RPs of 239.1.0.0/16: the lowest priority wins, then the highest hash, then the highest address
+  RP        priority        hash  hash mask length
+  10.0.0.2         5  2080802136                30  chosen
+  10.0.0.3         5   977286891                30
+)");
+}
+
+TEST(ShowTablesTest, GroupWithoutRpIsSaidToHaveNone) {
+  EXPECT_EQ(
+      shown("rp", R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp", "because": "",
+    "ranges": [], "candidates": []})"),
+      "\nGroup 239.1.2.3 has no RP: no group range covers it.\n");
+  EXPECT_EQ(
+      shown("rp", R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp", "because": "",
+    "ranges": [{"range": "239.1.2.0/24", "rps": 1, "live": 0, "chosen": false}], "candidates": []})"),
+      R"(
+Group 239.1.2.3 has no RP: no range that covers it has a live RP.
+
+Group ranges that cover it, the longest first
+  group range   RPs  live
+  239.1.2.0/24    1     0  passed over: none is live
+)");
+}
+
+// Candidacies -----------------------------------------------------------------------------------------
+
+TEST(ShowTablesTest, CandidaciesAreTwoTables) {
+  EXPECT_EQ(shown("candidates", R"({"bsr": [
+    {"zone": "224.0.0.0/4", "interface": "eth0", "address": "192.0.2.9", "priority": 64, "hashMaskLen": 30,
+     "interval": 60, "state": "Elected-BSR", "elected": true, "nextMessage": 5.0},
+    {"zone": "239.4.0.0/16", "interface": "eth0", "address": "192.0.2.9", "priority": 9, "hashMaskLen": 4,
+     "interval": 100, "state": "Candidate-BSR", "elected": false, "nextMessage": null}],
+    "idleBsr": [{"interface": "eth7", "because": "there is no such interface"}],
+    "rp": [{"interface": "eth0", "address": "192.0.2.9", "interval": 60, "ranges": [
+      {"range": "239.8.0.0/16", "priority": 10, "zone": "224.0.0.0/4", "bsr": "10.0.0.1",
+       "nextAdvertisement": 48.0},
+      {"range": "239.9.0.0/16", "priority": null, "zone": null, "bsr": null, "nextAdvertisement": null},
+      {"range": "239.10.0.0/16", "priority": 10, "zone": null, "bsr": null, "nextAdvertisement": null}]}],
+    "idleRp": []})"),
+            R"(
+Candidate BSR (higher priority wins)
+  zone          interface  address    priority  hash mask length  interval  state          next message
+  224.0.0.0/4   eth0       192.0.2.9        64                30      60 s  Elected-BSR           5.0 s
+  239.4.0.0/16  eth0       192.0.2.9         9                 4     100 s  Candidate-BSR             -
+  eth7 waits: there is no such interface
+
+Candidate RP (lower priority wins)
+  interface  address    interval  group range    priority  next advertisement  to BSR
+  eth0       192.0.2.9      60 s  239.8.0.0/16         10              48.0 s  10.0.0.1
+                                  239.9.0.0/16          -                   -  none: it has no priority
+                                  239.10.0.0/16        10                   -  none known
+)");
+}
+
+TEST(ShowTablesTest, NoCandidacyIsSaidInWords) {
+  EXPECT_EQ(shown("candidates", R"({"bsr": [], "idleBsr": [], "rp": [], "idleRp": []})"),
+            "\nThis router is no candidate BSR.\n\nThis router is no candidate RP.\n");
+  EXPECT_EQ(shown("candidates", R"({"bsr": [], "idleBsr": [], "rp": [],
+    "idleRp": [{"interface": "eth7", "because": "the interface is down"}]})"),
+            "\nThis router is no candidate BSR.\n\nCandidate RP (lower priority wins)\n"
+            "  eth7 waits: the interface is down\n");
+}
+
+// Interfaces ------------------------------------------------------------------------------------------
+
+TEST(ShowTablesTest, NeighborsAreATable) {
+  EXPECT_EQ(shown("neighbors", R"({"neighbors": [
+    {"interface": "eth0", "address": "192.0.2.1", "drPriority": null, "dr": false, "generationId": 7,
+     "expiresIn": 100.0, "secondaryAddresses": ["192.0.2.2", "192.0.2.3"]},
+    {"interface": "eth1", "address": "198.51.100.200", "drPriority": 4294967295, "dr": true,
+     "generationId": 2882400018, "expiresIn": null, "secondaryAddresses": []}]})"),
+            R"(
+PIM neighbors (the highest DR priority wins, then the highest address)
+  interface  address         DR priority  DR   generation ID  expires in  other addresses
+  eth0       192.0.2.1       none told    no   0x00000007     100.0 s     192.0.2.2, 192.0.2.3
+  eth1       198.51.100.200  4294967295   yes  0xabcdef12     never       none
+)");
+  EXPECT_EQ(shown("neighbors", R"({"neighbors": []})"), "\nNo PIM neighbor is known on any interface.\n");
+}
+
+TEST(ShowTablesTest, InterfacesAreToldWithTheirPackets) {
+  EXPECT_EQ(shown("interfaces", R"({"interfaces": [
+    {"interface": "eth0", "state": "up", "address": "192.0.2.9", "addresses": ["192.0.2.9/24"], "mtu": 1500,
+     "drPriority": 1, "helloInterval": 30, "dr": "192.0.2.9", "ownDr": true, "neighbors": 1,
+     "nextHello": 18.0, "generationId": 65538, "traffic": {
+       "bsm": {"received": 3, "refused": 1, "sent": 7, "sendFailed": 2},
+       "hello": {"received": 10, "refused": 0, "sent": 5, "sendFailed": 0}}},
+    {"interface": "eth7", "state": "missing", "address": null, "addresses": [], "mtu": null, "drPriority": 1,
+     "helloInterval": 30, "dr": null, "ownDr": false, "neighbors": 0, "nextHello": null, "generationId": null,
+     "traffic": {}}]})"),
+            R"(
+Interfaces that speak PIM (the highest DR priority wins, then the highest address)
+  interface  state    address     MTU  DR                       DR priority  neighbors  next Hello
+  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)            1          1      18.0 s
+  eth7       missing  -             -  -                                  1          0           -
+
+Packets
+  interface  received  refused  sent  not sent
+  eth0             13        1    12         2
+  eth7              0        0     0         0
+)");
+  EXPECT_EQ(shown("interfaces", R"({"interfaces": []})"), "\nNo interface is configured to speak PIM.\n");
+}
+
+TEST(ShowTablesTest, BordersAreToldByInterface) {
+  EXPECT_EQ(shown("borders", R"({"borders": [
+    {"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["sites", "lab"],
+     "blocked": ["239.5.0.0/16", "239.255.0.0/16"]},
+    {"interface": "eth2", "ranges": [], "lists": ["none yet"], "blocked": []}]})"),
+            R"(
+Group ranges whose Bootstrap Messages don't cross an interface
+  interface  group range                  configured lists
+  eth1       239.5.0.0/16                 sites, lab
+             239.255.0.0/16
+  eth2       none: its lists permit none  none yet
+)");
+  EXPECT_EQ(shown("borders", R"({"borders": []})"), "\nNo interface is a border.\n");
+}
+
+// Counts ----------------------------------------------------------------------------------------------
+
+TEST(ShowTablesTest, FilterNamesWhoIsPermitted) {
+  EXPECT_EQ(shown("filter", R"({"lists": ["a", "b"], "permitted": ["10.0.0.0/8", "192.0.2.0/24"],
+    "permitsAll": false, "refused": 1})"),
+            R"(
+Candidate-RP-Advertisements are taken from senders in
+  10.0.0.0/8
+  192.0.2.0/24
+Sender lists: a, b. Refused since the last clear: 1 advertisement.
+)");
+  EXPECT_EQ(shown("filter", R"({"lists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true, "refused": 0})"),
+            "\nCandidate-RP-Advertisements are taken from every sender.\n"
+            "Sender lists: none. Refused since the last clear: 0 advertisements.\n");
+}
+
+TEST(ShowTablesTest, CountersAreToldWithoutThoseThatAre0) {
+  EXPECT_EQ(shown("counters", R"({"uptime": 93784.0, "counters": [
+    {"name": "rx", "value": 12, "sentence": "Messages that arrived"},
+    {"name": "tx", "value": 0, "sentence": "Messages sent"},
+    {"name": "errCounters", "value": 3, "sentence": "Refusals by cause", "parts": [
+      {"name": "rxFilter", "value": 0}, {"name": "rxInvalid", "value": 3}]}],
+    "traffic": [
+      {"interface": null, "packets": {"crpAdv": {"received": 0, "refused": 0, "sent": 4, "sendFailed": 1}}},
+      {"interface": "eth0", "packets": {
+        "bsm": {"received": 100, "refused": 1, "sent": 0, "sendFailed": 0},
+        "notPim": {"received": 2, "refused": 0, "sent": 0, "sendFailed": 0}}}],
+    "timers": {"armed": 1, "served": 77, "meanLateness": 0.0, "worstLateness": 0.25},
+    "notificationExceptions": 2})"),
+            R"(
+Up for 1d 02h. 1 timer armed; timers were served 77 times, 0.000 s late in the mean and 0.250 s at worst.
+The engine caught 2 exceptions inside; that is a fault of this program.
+
+Messages at the gates, without those that are 0
+  counter      count  what it counts
+  rx              12  Messages that arrived
+  errCounters      3  Refusals by cause
+    rxInvalid      3
+
+Packets
+  interface  kind      received  refused  sent  not sent
+  by route   C-RP-Adv         0        0     4         1
+  eth0       BSM            100        1     0         0
+             not PIM          2        0     0         0
+)");
+}
+
+TEST(ShowTablesTest, QuietAgentHasNoTables) {
+  EXPECT_EQ(shown("counters", R"({"uptime": 1.0, "counters": [], "traffic": [],
+    "timers": {"armed": 0, "served": 0, "meanLateness": 0.0, "worstLateness": 0.0},
+    "notificationExceptions": 0})"),
+            R"(
+Up for 1.0 s. 0 timers armed; timers were served 0 times, 0.000 s late in the mean and 0.000 s at worst.
+
+Messages at the gates: none yet
+
+Packets: none yet
+)");
+}
+
+TEST(ShowTablesTest, DropsAreToldWithTheirMeaning) {
+  EXPECT_EQ(shown("drops", R"({"drops": [
+    {"reason": "checksum", "sentence": "The PIM checksum is wrong.", "kind": "malformed", "interface": "eth0",
+     "zone": null, "count": 12, "last": {"ago": 12.0, "sender": "192.0.2.1", "destination": "224.0.0.13",
+     "message": "PIM message that can't be read"}},
+    {"reason": "own-address", "sentence": "It is our own.", "kind": "bsm", "interface": "eth0",
+     "zone": "239.255.0.0/16", "count": 1, "last": {"ago": 3600, "sender": "192.0.2.9",
+     "destination": "224.0.0.13", "message": "BSM of 10.0.0.1"}},
+    {"reason": "own-address", "sentence": "It is our own.", "kind": "bsm", "interface": "eth0",
+     "zone": "other", "count": 1, "last": {"ago": 1, "sender": "192.0.2.9",
+     "destination": "224.0.0.13", "message": "BSM of 10.0.0.2"}}]})"),
+            R"(
+Refused messages
+  reason       interface  zone            count  last        from       last message
+  checksum     eth0       -                  12  12.0 s ago  192.0.2.1  PIM message that can't be read
+  own-address  eth0       239.255.0.0/16      1  1h 00m ago  192.0.2.9  BSM of 10.0.0.1
+  own-address  eth0       other               1  1.0 s ago   192.0.2.9  BSM of 10.0.0.2
+
+Why
+  reason       meaning
+  checksum     The PIM checksum is wrong.
+  own-address  It is our own.
+)");
+  EXPECT_EQ(shown("drops", R"({"drops": []})"), "\nNo message was refused since the last clear.\n");
+}
+
+// History ---------------------------------------------------------------------------------------------
+
+/// The details and the cause of one entry, as the last two columns say them.
+std::string detailsOf(std::string const& members) {
+  std::string text = shown("history", R"({"mostEntries": 256, "entries": [{"time": 1000000000, "ago": 1,
+    "zone": "zone", )" + members + "}]}");
+  std::string line = text.substr(0, text.size() - 1);
+  line = line.substr(line.rfind('\n') + 1);
+  return line.substr(line.find("  zone  ") + 8);
+}
+
+TEST(ShowTablesTest, HistoryIsATable) {
+  setenv("TZ", "UTC", 1);
+  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "entries": [
+    {"time": 1000000000.25, "event": "bsrLost", "zone": "224.0.0.0/4",
+     "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": false,
+     "cause": {"kind": "message", "message": "bsm", "sender": "192.0.2.1", "interface": "eth0"},
+     "ago": 90061.0},
+    {"time": 1000090061.0, "event": "rpSetChanged", "zone": "239.255.0.0/16",
+     "rps": {"added": 12, "updated": 0, "removed": 3, "expired": 0}, "cause": {"kind": "timer"},
+     "ago": 0.5}]})"),
+            R"(
+The last 2 changes, the newest at the end (at most 256 are kept)
+  time                    ago  zone            event     details              cause
+  2001-09-09 01:46:40  1d 01h  224.0.0.0/4     BSR lost  10.0.0.1             BSM from 192.0.2.1 on eth0
+  2001-09-10 02:47:41   0.5 s  239.255.0.0/16  RP set    12 added, 3 removed  timer
+)");
+  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "entries": []})"), "\nNothing has happened yet.\n");
+}
+
+TEST(ShowTablesTest, EachKindOfChangeHasItsWords) {
+  std::string const bsr =
+      R"("bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": true, )";
+  std::string const former = R"("formerBsr": {"address": "10.0.0.9", "priority": 9, "hashMaskLen": 4}, )";
+  std::string const same = R"("formerBsr": {"address": "10.0.0.1", "priority": 9, "hashMaskLen": 4}, )";
+  std::string const rp = R"("rp": {"range": "239.1.0.0/16", "address": "10.0.0.2", "priority": 5,
+    "holdTime": 150, "bidirectional": true}, )";
+  std::string const formerRp = R"("formerRp": {"range": "239.1.0.0/16", "address": "10.0.0.2", "priority": 6,
+    "holdTime": 150, "bidirectional": false}, )";
+  std::string const timer = R"("cause": {"kind": "timer"})";
+  std::vector<std::pair<std::string, std::string>> cases = {
+      {R"("event": "bsrChanged", )" + bsr + former + timer,
+       "BSR changed  10.0.0.1 (this router), priority 10, hash mask length 30; was 10.0.0.9, priority 9, "
+       "hash "
+       "mask length 4  timer"},
+      {R"("event": "bsrChanged", )" + bsr + same + timer,
+       "BSR changed  10.0.0.1 (this router), priority 10, hash mask length 30; was priority 9, hash mask "
+       "length "
+       "4  timer"},
+      {R"("event": "bsrLost", )" + bsr + timer, "BSR lost  10.0.0.1 (this router)  timer"},
+      {R"("event": "rpAdded", )" + rp + timer,
+       "RP added  10.0.0.2 for 239.1.0.0/16, priority 5, holdtime 150 s, bidirectional  timer"},
+      {R"("event": "rpUpdated", )" + rp + formerRp + timer,
+       "RP updated  10.0.0.2 for 239.1.0.0/16, priority 5, holdtime 150 s, bidirectional; was priority 6, "
+       "holdtime 150 s  timer"},
+      {R"("event": "rpRemoved", )" + rp + timer, "RP removed  10.0.0.2 for 239.1.0.0/16  timer"},
+      {R"("event": "rpExpired", )" + rp + timer, "RP expired  10.0.0.2 for 239.1.0.0/16  timer"},
+      {R"("event": "candidateState", "state": "Pending-BSR", "formerState": "-",
+        "cause": {"kind": "configuration"})",
+       "state  Pending-BSR  configuration"},
+      {R"("event": "candidateState", "state": "Elected-BSR", "formerState": "Pending-BSR", )" + timer,
+       "state  Elected-BSR; was Pending-BSR  timer"},
+      {R"("event": "candidateState", "state": "-", "formerState": "Elected-BSR", "cause": {"kind": "stop"})",
+       "state  candidacy ended; was Elected-BSR  stop"},
+      {R"("event": "later", "cause": {"kind": "kernel"})", "later           interfaces or routes"}};
+  for (auto const& [members, text] : cases) EXPECT_EQ(detailsOf(members), text);
+}
+
+// The configuration -----------------------------------------------------------------------------------
+
+TEST(ShowTablesTest, ConfigurationIsTheFile) {
+  EXPECT_EQ(shown("config", R"({"file": "[timers]\nhold-time = 130\n", "settings": {}})"),
+            "\n[timers]\nhold-time = 130\n");
+}
+
+}  // namespace
+}  // namespace pimbsr::cli
