@@ -15,6 +15,16 @@ ELSEWHERE = [
     (r"(FUZZ_SECONDS=\d+ )?scripts/test", "reason: runs this test"),
     (r"scripts/demo", "reason: builds the release, and then runs what is run and compared here"),
     (r"pimbsr sim --random 1000 .*", "test: sim-random"),
+    (r"(sudo )?scripts/lab", "reason: builds the release, and then shows what lab-chain looks at"),
+    (r"scripts/package\b.*", "reason: builds the release; scripts/test does, and tries the package"),
+    (r"sudo (apt-get|systemctl) .*", "reason: changes the system; tests/install/package.sh does it"),
+    (r"(sudo )?pimbsr run --unprivileged-check\b.*", "test: lab-privileges"),
+    (r"(sudo )?pimbsr run --on-change\b.*", "test: lab-change_command"),
+    (r"(sudo )?pimbsr run\b.*", "test: lab-chain"),
+    (r"pimbsr (reload|clear)\b.*", "test: lab-reload"),
+    (r"pimbsr show\b.*", "test: lab-tables"),
+    (r"pimbsr (watch|trace|metrics)\b.*", "test: lab-watch"),
+    (r"mv /var/lib/prometheus/.*", "reason: a collector's folder"),
     (r"scripts/bench\b.*", "reason: measures for minutes; bench-ratios-test tries what it prints"),
     (r"g\+\+ .*pkg-config --cflags --libs pimbsr-host.*", "test: install-embed"),
     (r"pkg-config --cflags --libs pimbsr(-host)?", "test: install-embed"),
@@ -61,7 +71,7 @@ class Tree:
                 self.words |= set(re.findall(r"\w+", path.read_text(errors="replace")))
 
     def is_path(self, text):
-        return "/" in text and (self.root / text.split("/")[0]).exists()
+        return "/" in text[1:] and not text.startswith("/") and (self.root / text.split("/")[0]).exists()
 
 
 def has_name(path, name):

@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# package.sh PACKAGE: installs the Debian package in a clean namespace, an overlay of this system with nothing
+# but a loopback and one link, runs the agent there as the service runs it, asks it, stops it, and takes the
+# package away again. Nothing of it is seen outside. Ends with 77, for skipped, if it can't make a namespace,
+# unless PIMBSR_LAB_REQUIRED is 1.
+set -euo pipefail
+
+package=$(realpath "$1")
+if [[ ${2:-} != inside ]]; then
+  if ! unshare --mount --net --pid --fork true 2>/dev/null || ! grep -qw overlay /proc/filesystems; then
+    echo "no namespaces or no overlay here: not run" >&2
+    [[ ${PIMBSR_LAB_REQUIRED:-} == 1 ]] && exit 1
+    exit 77
+  fi
+  exec unshare --mount --net --pid --fork --kill-child --mount-proc "$0" "$package" inside
+fi
+
+fail() {
+  echo "package.sh: $*" >&2
+  [[ -s $log ]] && sed 's/^/agent: /' "$log" >&2
+  exit 1
+}
+
+# The overlay ----------------------------------------------------------------------------------------------
+mount -t tmpfs none /mnt
+mkdir /mnt/upper /mnt/work /mnt/root
+mount -t overlay overlay -o lowerdir=/,upperdir=/mnt/upper,workdir=/mnt/work /mnt/root
+root=/mnt/root
+mount -t proc proc $root/proc
+mount --rbind /dev $root/dev
+for folder in run tmp; do mount -t tmpfs none $root/$folder; done
+cp "$package" $root/tmp/pimbsr.deb
+log=$root/tmp/agent.log
+in_root() { chroot $root /usr/bin/env PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"; }
+# A former installation of this machine is not what is tested.
+in_root dpkg --purge pimbsr >/dev/null 2>&1 || true
+
+# Installing -----------------------------------------------------------------------------------------------
+in_root dpkg --install /tmp/pimbsr.deb >$root/tmp/dpkg.log || fail "dpkg: $(cat $root/tmp/dpkg.log)"
+for file in usr/bin/pimbsr etc/pimbsr/pimbsr.toml usr/lib/systemd/system/pimbsr.service \
+  usr/share/man/man8/pimbsr.8.gz usr/share/doc/pimbsr/README.md usr/include/pimbsr/host/Router.h; do
+  [[ -e $root/$file ]] || fail "/$file is not installed"
+done
+in_root getent passwd pimbsr >/dev/null || fail "no user pimbsr"
+in_root dpkg-query --show --showformat='${Conffiles}' pimbsr | grep /etc/pimbsr/pimbsr.toml >/dev/null ||
+  fail "the configuration is no conffile"
+if in_root ldd /usr/bin/pimbsr | grep "not found"; then fail "libraries are missing"; fi
+in_root /usr/bin/pimbsr --version
+if command -v systemd-analyze >/dev/null; then
+  in_root systemd-analyze verify --man=no pimbsr.service || fail "the service file has faults"
+fi
+
+# Running, as the service does -----------------------------------------------------------------------------
+ip link set lo up
+ip link add eth0 type veth peer name peer0
+ip address add 192.0.2.1/24 dev eth0
+ip link set eth0 up
+ip link set peer0 up
+
+in_root pimbsr check /etc/pimbsr/pimbsr.toml || fail "the example is faulty"
+in_root install -d -o pimbsr -g pimbsr -m 0750 /run/pimbsr /var/lib/pimbsr
+as_service() {
+  in_root setpriv --reuid pimbsr --regid pimbsr --clear-groups --no-new-privs \
+    --inh-caps=-all,+net_raw --ambient-caps=-all,+net_raw --bounding-set=-all,+net_raw "$@"
+}
+held=$(as_service pimbsr run --config /etc/pimbsr/pimbsr.toml --unprivileged-check)
+echo "$held"
+grep -q "Effective capabilities *net_raw$" <<<"$held" || fail "capabilities"
+grep -q "Reading /etc/shadow *refused" <<<"$held" || fail "/etc/shadow can be read"
+grep -q "Executing a program *refused" <<<"$held" || fail "programs can be executed"
+grep -q "Opening a raw PIM socket *allowed" <<<"$held" || fail "no raw socket"
+
+as_service pimbsr run --config /etc/pimbsr/pimbsr.toml >"$log" 2>&1 &
+for _ in {1..100}; do
+  in_root pimbsr show bsr >/dev/null 2>&1 && break
+  sleep 0.05
+done
+in_root pimbsr show bsr || fail "the agent does not answer"
+in_root pimbsr show interfaces | grep eth0 >/dev/null || fail "eth0 speaks no PIM"
+in_root pimbsr reload || fail "reload"
+in_root pimbsr metrics | grep "^# TYPE pimbsr_" >/dev/null || fail "no metrics"
+
+# Stopping -------------------------------------------------------------------------------------------------
+agent=$(pidof pimbsr) || fail "no agent runs"
+start=$(date +%s%N)
+kill -TERM "$agent"
+wait %1 || fail "the agent ended with status $?"
+took=$((($(date +%s%N) - start) / 1000000))
+((took < 1000)) || fail "the agent took $took ms to end"
+[[ ! -e $root/run/pimbsr/control.sock ]] || fail "the control socket stayed"
+
+# Removing -------------------------------------------------------------------------------------------------
+in_root dpkg --remove pimbsr >/dev/null
+[[ -e $root/etc/pimbsr/pimbsr.toml ]] || fail "removal took the configuration"
+[[ ! -e $root/usr/bin/pimbsr ]] || fail "removal left the command"
+in_root dpkg --purge pimbsr >/dev/null
+for left in etc/pimbsr var/lib/pimbsr usr/include/pimbsr; do
+  [[ ! -e $root/$left ]] || fail "/$left stayed"
+done
+echo "installed, run, stopped in $took ms and removed"

@@ -1,0 +1,42 @@
+"""Three routers in a chain: r1 and r2 are candidate BSRs, r2 and r3 candidate RPs.
+
+Usage: chain.py PIMBSR. Prints each router's `show bsr` and `show rp-set`."""
+
+import pathlib
+import sys
+
+from lab import Lab, LabFault, wait_until, why_not
+
+BSR = '[[candidate-bsr]]\ninterface = "lo"\npriority = {}\n'
+RP = '[[candidate-rp]]\ninterface = "lo"\npriority = {}\n'
+RPS = 2
+
+
+def knows_all(router):
+    zones = router.show("bsr")["zones"]
+    return zones and zones[0]["bsr"] and zones[0]["rps"] == RPS
+
+
+def main(command):
+    with Lab(pathlib.Path(command).absolute()) as lab:
+        (r1, r2, r3), _ = lab.chain("r1", "r2", "r3")
+        r1.config(BSR.format(100))
+        r2.config(BSR.format(50) + RP.format(10))
+        r3.config(RP.format(20))
+        print("r1 -- r2 -- r3, with the loopbacks 10.255.0.1 to 10.255.0.3; "
+              f"clocks run {lab.clock_rate} times as fast")
+        lab.start()
+        for router in (r1, r2, r3):
+            wait_until(lambda: knows_all(router), f"{router.name} knows the BSR and {RPS} RPs")
+        for router in (r1, r2, r3):
+            for what in ("bsr", "rp-set"):
+                print(f"\n{router.name}$ pimbsr show {what}\n{router.command('show', what)}", end="")
+
+
+if __name__ == "__main__":
+    if reason := why_not():
+        sys.exit(f"scripts/lab: {reason}; it needs root and network namespaces")
+    try:
+        main(sys.argv[1])
+    except LabFault as fault:
+        sys.exit(f"scripts/lab: {fault}")

@@ -1,0 +1,61 @@
+"""A lab under valgrind: routers that live through elections, a reload, requests and an orderly end.
+
+Usage: leaks.py PIMBSR, of a build without sanitizers. Exits with 77 where no lab can run, unless
+PIMBSR_LAB_REQUIRED is set."""
+
+import os
+import pathlib
+import sys
+
+from lab import SKIPPED, Lab, LabFault, wait_until, why_not
+
+VALGRIND = ["valgrind", "--quiet", "--leak-check=full", "--errors-for-leak-kinds=definite,indirect,possible",
+            "--show-leak-kinds=definite,indirect,possible", "--error-exitcode=9"]
+CANDIDATES = """[[candidate-bsr]]
+interface = "lo"
+groups = ["224.0.0.0/4", "239.1.0.0/16"]
+priority = {}
+[[candidate-rp]]
+interface = "lo"
+groups = ["224.0.0.0/4", "239.1.0.0/16"]
+"""
+VIEWS = ("bsr", "rp-set", "candidates", "neighbors", "interfaces", "borders", "filter", "counters", "drops",
+         "history", "config")
+
+
+def knows(router, address):
+    zones = router.show("bsr")["zones"]
+    return len(zones) == 2 and all(zone["bsr"] and zone["bsr"]["address"] == address and zone["rps"]
+                                   for zone in zones)
+
+
+def live(lab):
+    (r1, r2), _ = lab.chain("r1", "r2")
+    r1.config(CANDIDATES.format(100))
+    r2.config(CANDIDATES.format(50))
+    lab.start()
+    for router in (r1, r2):
+        wait_until(lambda: knows(router, "10.255.0.1"), f"{router.name} follows r1", 120)
+        for view in VIEWS:
+            router.command("show", view)
+        router.command("show", "rp", "239.1.1.1")
+        router.command("metrics")
+    r1.config()
+    r1.command("reload")
+    for router in (r1, r2):
+        wait_until(lambda: knows(router, "10.255.0.2"), f"{router.name} follows r2", 120)
+    for router in (r1, r2):
+        router.stop()
+        print(router.log.read_text(), end="")
+
+
+if __name__ == "__main__":
+    if reason := why_not():
+        print(f"skipped: {reason}")
+        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
+    try:
+        with Lab(pathlib.Path(sys.argv[1]).absolute(), VALGRIND, 10, ["--without-sandbox"]) as lab:
+            live(lab)
+    except LabFault as fault:
+        sys.exit(f"tests/lab/leaks.py: {fault}")
+    print("no leak")
