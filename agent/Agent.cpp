@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <system_error>
+#include <utility>
 
+#include "agent/Log.h"
 #include "agent/TraceLevel.h"
 #include "runtime/Log.h"
 
@@ -20,11 +21,11 @@ using ::Slosh::Fib::RouteType;
 // What the router says ----------------------------------------------------------------------------------
 
 void Agent::LoggingContext::trace(Zet::TraceLine const& line) {
-  fmt::print(stderr, "pimbsr: trace {} {} {}: {}\n", line.handle, line.level, line.function, line.text);
+  logLine(fmt::format("trace {} {} {}: {}", line.handle, line.level, line.function, line.text));
 }
 
 void Agent::LoggingContext::log(Zet::LogHandle const& handle, std::string const& text) {
-  fmt::print(stderr, "pimbsr: {}: {}\n", handle.name(), text);
+  logLine(fmt::format("{}: {}", handle.name(), text));
 }
 
 // Birth and end -----------------------------------------------------------------------------------------
@@ -83,17 +84,21 @@ void Agent::sayFarewell() {
 
 // Settings ----------------------------------------------------------------------------------------------
 
+/// Candidacies end before the interfaces go that tell of it.
 std::vector<host::ConfigFault> Agent::settingsIs(Settings const& wanted) {
   std::vector<host::ConfigFault> faults = host::check(wanted.router);
   if (!faults.empty()) return faults;
   applyTraces(wanted.traces);
   settings_ = wanted;
+  for (auto const& [name, settings] : settings_.interfaces) {
+    if (!machine_.kernel().links.contains(name)) logLine(fmt::format("{}: no such interface yet", name));
+  }
   call({.kind = CauseKind::configuration}, [&] {
     router_->screeningIs(settings_.screening);
+    tree_.apply(context_, settings_.router);
     for (auto& [name, told] : told_) {
       if (told.speaksPim && !speaksPim(name)) takeDown(name, told, true);
     }
-    tree_.apply(context_, settings_.router);
     followLinks();
   });
   return {};
@@ -146,9 +151,13 @@ bool Agent::speaksPim(std::string const& name) const { return settings_.interfac
 void Agent::followLinks() {
   auto const& links = machine_.kernel().links;
   for (auto at = told_.begin(); at != told_.end();) {
-    bool isGone = !links.contains(at->first);
-    if (isGone) router_->handleAddressChange(IntfId(at->first.c_str()));
-    at = isGone ? told_.erase(at) : std::next(at);
+    if (links.contains(at->first)) {
+      ++at;
+      continue;
+    }
+    if (!at->second.primary.isEmpty()) router_->handleAddressChange(IntfId(at->first.c_str()));
+    traffic_.forget(at->first);
+    at = told_.erase(at);
   }
   for (auto const& [name, link] : links) {
     Told& told = told_[name];
@@ -166,26 +175,40 @@ void Agent::tellAddress(KernelLink const& link, Told& told) {
   router_->handleAddressChange(intfId);
 }
 
+/// What every IPv4 link carries (RFC 791).
+static constexpr U32 leastMtu = 68;
+
 static pim::HelloOptions helloOptions(InterfaceSettings const& settings) {
   double period = settings.helloInterval;
   return {.period = period,
           .triggeredDelay = std::min(5.0, period),
           .holdtime = static_cast<U16>(settings.helloInterval * 7 / 2),
-          .drPriority = settings.drPriority};
+          .drPriority = settings.drPriority,
+          .silent = !settings.hello};
 }
 
 /// Also for an interface that is up: its MTU or settings may be others now.
 void Agent::bringUp(KernelLink const& link, Told& told) {
   pim::HelloOptions hello = helloOptions(settings_.interfaces.at(link.name));
-  try {
-    if (!told.speaksPim) machine_.open(link);
-  } catch (std::system_error const& fault) {
-    fmt::print(stderr, "pimbsr: {} speaks no PIM: {}\n", link.name, fault.what());
-    return;
-  }
+  if (!told.speaksPim && !open(link, told)) return;
   told.speaksPim = true;
-  told.mtu = link.mtu;
-  router_->interfaceIs(IntfId(link.name.c_str()), link.mtu, hello);
+  router_->interfaceIs(IntfId(link.name.c_str()), std::max(link.mtu, leastMtu), hello);
+}
+
+/// A reason is told once, however often it is tried.
+bool Agent::open(KernelLink const& link, Told& told) {
+  try {
+    machine_.open(link);
+    told.problem.clear();
+  } catch (std::system_error const& fault) {
+    if (std::exchange(told.problem, fault.what()) != fault.what())
+      logLine(fmt::format("{} speaks no PIM: {}", link.name, fault.what()));
+  }
+  return told.problem.empty();
+}
+
+bool Agent::hasProblem() const {
+  return std::any_of(told_.begin(), told_.end(), [](auto& entry) { return !entry.second.problem.empty(); });
 }
 
 void Agent::takeDown(std::string const& name, Told& told, bool farewell) {

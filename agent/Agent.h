@@ -47,6 +47,8 @@ class Agent {
   /// To be called when what the kernel says has changed: interfaces and addresses are compared with what was
   /// told before, and the best routes of the prefixes given are read again.
   void kernelChanged(std::vector<Lanet::Prefix> const& routes);
+  /// Whether an interface that is to speak PIM couldn't be opened; each kernelChanged() tries again.
+  bool hasProblem() const;
   /// Takes one packet, from its IP header on.
   void receive(std::string const& intf, std::span<U8 const> packet);
   /// Ends all candidacies and tells the neighbours farewell; the agent is done then.
@@ -75,9 +77,9 @@ class Agent {
   /// An interface as the router was told of it.
   struct Told {
     Lanet::IpGenAddr primary;
-    U32 mtu = 0;
     bool speaksPim = false;
     int index = 0;
+    std::string problem;  ///< why it can't be opened; empty if it could or needn't
   };
 
   template <class Act>
@@ -86,6 +88,7 @@ class Agent {
   void followLinks();
   void takeDown(std::string const& name, Told& told, bool farewell);
   void bringUp(KernelLink const& link, Told& told);
+  bool open(KernelLink const& link, Told& told);
   void tellAddress(KernelLink const& link, Told& told);
   void followRoutes(std::vector<Lanet::Prefix> const& routes);
   bool speaksPim(std::string const& name) const;

@@ -12,27 +12,46 @@ using Zet::Ptr;
 
 // What is configured and doesn't stand ------------------------------------------------------------------
 
+/// The lists by which the candidacies of an interface are configured.
+static std::set<std::string> listsOf(host::ByRange<host::BsrTerms> const& terms) {
+  return namesOf(terms.lists);
+}
+static std::set<std::string> listsOf(host::RpTerms const& terms) { return namesOf(terms.ranges.lists); }
+
+/// As in "sites, lab (not there)".
+static std::string told(std::set<std::string> const& lists, std::set<std::string> const& absent) {
+  std::string text;
+  for (std::string const& list : lists) {
+    text += (text.empty() ? "" : ", ") + list + (absent.contains(list) ? " (not there)" : "");
+  }
+  return text;
+}
+
 /// Why nothing comes of the candidacies of an interface.
-static std::string_view whyIdle(KernelView const& kernel, std::string const& intf) {
+static std::string whyIdle(KernelView const& kernel, std::string const& intf, std::string const& lists) {
   auto link = kernel.links.find(intf);
   if (link == kernel.links.end()) return "there is no such interface";
   if (!link->second.up) return "the interface is down";
   if (link->second.addresses.empty()) return "the interface has no IPv4 address";
-  return "its lists permit no group range";
+  return "its lists permit no group range: " + lists;
 }
 
-static Json idleJson(Observed const& observed, std::string const& intf) {
-  return {{"interface", intf}, {"because", whyIdle(observed.kernel, intf)}};
-}
-
-/// Interfaces of a configured map to which no entry of the status tree belongs.
+/// Interfaces of a configured map to which no entry of the status tree belongs, and those that wait for a
+/// list.
 template <class Configured, class Walk>
 static Json idleOf(Observed const& observed, Configured const& configured, Walk entries) {
   std::set<std::string> standing;
   for (; entries; ++entries) standing.insert(textOf(entries->intfId()));
   Json idle = Json::array();
   for (auto const& [intf, terms] : configured) {
-    if (!standing.contains(intf)) idle.push_back(idleJson(observed, intf));
+    std::set<std::string> lists = listsOf(terms);
+    std::set<std::string> absent = absentOf(observed, lists);
+    if (!standing.contains(intf)) {
+      std::string why = whyIdle(observed.kernel, intf, told(lists, absent));
+      idle.push_back({{"interface", intf}, {"because", why}});
+    } else if (!absent.empty()) {
+      idle.push_back({{"interface", intf}, {"because", "list " + told(absent, absent)}});
+    }
   }
   return idle;
 }
@@ -47,7 +66,7 @@ static Json bsrCandidateJson(Observed const& observed, Bsr::BsrCandidate const& 
           {"priority", candidate.priority()},
           {"hashMaskLen", candidate.hashMaskLen()},
           {"interval", candidate.bsPeriod()},
-          {"state", machine.state},
+          {"state", jsonOfState(machine.state)},
           {"elected", machine.elected},
           {"nextMessage", machine.elected ? jsonOfTime(machine.bootstrapTimer) : Json()}};
 }

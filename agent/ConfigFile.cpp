@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <optional>
 
 #include "agent/ConfigBlock.h"
@@ -19,15 +20,6 @@ using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Sort = ConfigValue::Sort;
-
-TextPlace ConfigPlaces::find(std::string_view place) const {
-  for (;;) {
-    if (auto found = places_.find(place); found != places_.end()) return found->second;
-    std::size_t comma = place.rfind(", ");
-    if (comma == place.npos) return {};
-    place = place.substr(0, comma);
-  }
-}
 
 // Values of texts -------------------------------------------------------------------------------------
 
@@ -231,11 +223,14 @@ void Reader::readInterface(std::string const& name, ConfigValue const& value) {
   InterfaceSettings speaks;
   bool pim = true;
   block.take("pim", pim);
+  block.take("hello", speaks.hello);
   block.take("dr-priority", speaks.drPriority);
   block.take("hello-interval", speaks.helloInterval);
   if (pim) settings().interfaces[name] = speaks;
   reading_.places.add("interface " + name, block.at());
   if (block.value("border") == nullptr && block.value("border-lists") == nullptr) return;
+  reading_.places.add("border " + name,
+                      block.placeOf(block.value("border") != nullptr ? "border" : "border-lists"));
   readRanges(block, "border " + name, router().borders[name], host::Present(), "border", "border-lists");
 }
 
@@ -250,6 +245,7 @@ void Reader::readCandidateBsr(ConfigValue const& value) {
   host::ByRange<host::BsrTerms> ofNobody;
   auto& ranges = intf ? router().candidateBsrs[intf->text] : ofNobody;
   reading_.places.add(place, block.at());
+  notePlaces(block, place, {"interface"});
   readRanges(block, place, ranges, terms);
   if (!namesNoRanges(block)) return;
   std::string where = fmt::format("{}, group {}", place, allGroups);
@@ -267,6 +263,7 @@ void Reader::readCandidateRp(ConfigValue const& value) {
   host::RpTerms ofNobody;
   host::RpTerms& terms = intf ? router().candidateRps[intf->text] : ofNobody;
   reading_.places.add(place, block.at());
+  notePlaces(block, place, {"interface"});
   readRanges(block, place, terms.ranges, std::optional<U64>(priority));
   std::string where = fmt::format("{}, group {}", place, allGroups);
   if (namesNoRanges(block) && isFirst(block, "groups", where, {block.at(), allGroups})) {
@@ -403,7 +400,8 @@ void Reader::readChecks(ConfigValue const& value) {
   block.take("link-local-ttl", settings().screening.linkLocalTtl);
   block.take("on-subnet", settings().screening.onSubnet);
   block.take("from-neighbors", settings().screening.fromNeighbors);
-  notePlaces(block, "checks", {"link-local-ttl", "on-subnet", "from-neighbors"});
+  block.take("not-own-bsr", settings().screening.notOwnBsr);
+  notePlaces(block, "checks", {"link-local-ttl", "on-subnet", "from-neighbors", "not-own-bsr"});
 }
 
 void Reader::readLimits(ConfigValue const& value) {
@@ -451,7 +449,7 @@ ConfigReading readConfig(std::string_view text, std::string const& file) {
   if (!reading.isSound()) return reading;
   Reader(reading).read(parsed.root);
   for (host::ConfigFault const& fault : host::check(reading.settings.router)) {
-    reading.faults.push_back({reading.places.find(fault.place), fault.place + ": " + fault.text});
+    reading.faults.push_back({reading.places.find(fault.place), keyOf(fault.place) + ": " + fault.text});
   }
   auto byPlace = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };
   std::stable_sort(reading.faults.begin(), reading.faults.end(), byPlace);

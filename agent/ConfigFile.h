@@ -1,28 +1,14 @@
 #pragma once
 
-#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "agent/ConfigPlaces.h"
 #include "agent/ConfigText.h"
 #include "agent/Settings.h"
 
 namespace pimbsr::agent {
-
-/// Where in a file stands what its settings speak of. The keys are places as in host::ConfigFault, and such
-/// as "interface eth0" and "limits, rps".
-class ConfigPlaces {
- public:
-  /// Of several calls for one place the first counts.
-  void add(std::string const& place, TextPlace at) { places_.try_emplace(place, at); }
-  /// Where it stands; where it isn't written, what it is a part of: the place up to the last comma, and so
-  /// on. The text as a whole if nothing of it is written.
-  TextPlace find(std::string_view place) const;
-
- private:
-  std::map<std::string, TextPlace, std::less<>> places_;
-};
 
 /// What was read of a configuration file.
 struct ConfigReading {

@@ -52,6 +52,8 @@ static constexpr char const* allGroups = "[\"224.0.0.0/4\"], or [] where there a
 static constexpr ConfigKey keys[] = {
     {"interface.NAME", "pim", KeyType::boolean, "", 0, 0, "true",
      "Whether PIM is spoken; false for an interface that is named here only for its borders."},
+    {"interface.NAME", "hello", KeyType::boolean, "", 0, 0, "true",
+     "Whether Hellos are sent; false where another program of this computer does. They are heard anyway."},
     {"interface.NAME", "dr-priority", KeyType::integer, "", 0, largest32, "1",
      "Higher wins the election of the Designated Router (RFC 7761 section 4.3.2)."},
     {"interface.NAME", "hello-interval", KeyType::integer, "s", 1, 18724, "30",
@@ -83,7 +85,8 @@ static constexpr ConfigKey keys[] = {
     {"candidate-rp", "priority", KeyType::integer, "", 0, 255, "192",
      "Lower wins among the RPs of a range; those equal share its groups by hash."},
     {"candidate-rp", "interval", KeyType::integer, "s", 1, 13652, "60",
-     "Time between two advertisements; the BSR keeps the RP for three times that."},
+     "Time between two advertisements; three times that is its holdtime, and a BSR raises one of at most 2.5 "
+     "of its own intervals to three of them."},
 
     {"filter", "sender-lists", KeyType::listNames, "", 0, 0, none,
      "Access lists of permitted senders; all are permitted while these lists permit none."},
@@ -114,6 +117,8 @@ static constexpr ConfigKey keys[] = {
      "Link-local messages must come from an address of the interface's subnets."},
     {"checks", "from-neighbors", KeyType::boolean, "", 0, 0, "true",
      "Bootstrap Messages must come from a neighbour whose Hello was heard (RFC 5059 section 3.1.3)."},
+    {"checks", "not-own-bsr", KeyType::boolean, "", 0, 0, "true",
+     "Bootstrap Messages must not name this router itself as their BSR: neighbours send them back."},
 
     {"limits", "packets-per-second", KeyType::integer, "1/s", 0, largest32, "1000",
      "PIM packets of one interface that are looked at in a second, in the mean."},

@@ -6,6 +6,7 @@
 #include <bit>
 #include <map>
 #include <set>
+#include <tuple>
 
 #include "config/AclToPrefix.h"
 
@@ -33,7 +34,9 @@ namespace {
 class Linter {
  public:
   explicit Linter(ConfigReading const& reading)
-      : reading_(reading), router_(reading.settings.router), findings_(reading.remarks) {}
+      : reading_(reading), router_(reading.settings.router), findings_(reading.remarks) {
+    for (ConfigFinding const& fault : reading.faults) faulty_.insert(fault.at);
+  }
 
   std::vector<ConfigFinding> run();
 
@@ -56,13 +59,25 @@ class Linter {
   void lintList(std::string const& place, std::string const& name);
   void lintCandidate(std::string const& role, std::string const& intf);
   template <class Terms>
-  void lintRanges(std::string const& place, host::ByRange<Terms> const& ranges);
+  void lintRanges(std::string const& place, host::ByRange<Terms> const& ranges, char const* groups = "groups",
+                  char const* lists = "lists");
 
   /// The ranges that a list permits to one that isn't a filter of senders, or the senders.
   IpGenPrefixSet permitted(std::string const& name, bool senders) const;
   bool isThere(std::string const& list) const { return router_.accessLists.contains(list); }
+  /// Whether something was written for a place and couldn't be read.
+  bool isFaulty(std::string const& place) const { return faulty_.contains(reading_.places.find(place)); }
+  bool hasFaultyTerms(std::string const& place) const {
+    return isFaulty(place + ", priority") || isFaulty(place + ", hash-mask-length") ||
+           isFaulty(place + ", interval");
+  }
   bool speaksPim(std::string const& intf) const { return reading_.settings.interfaces.contains(intf); }
   void tell(std::string const& place, std::string const& text) { tell(reading_.places.find(place), text); }
+  void tellOf(std::string const& place, std::string const& text) { tell(place, keyOf(place) + ": " + text); }
+  /// Tells of what isn't there, unless it may stand in a part of the file that couldn't be read.
+  void tellMissing(std::string const& place, std::string const& text) {
+    if (reading_.isSound()) tellOf(place, text);
+  }
   void tell(TextPlace at, std::string const& text) { findings_.push_back({at, text}); }
 
   /// Who has claimed a range so far.
@@ -75,6 +90,7 @@ class Linter {
   ConfigReading const& reading_;
   host::Configuration const& router_;
   std::vector<ConfigFinding> findings_;
+  std::set<TextPlace> faulty_;
   std::map<IpGenPrefix, Claim<BsrTerms>> zones_;
   std::map<IpGenPrefix, std::vector<Claim<U64>>> rpRanges_;
   std::set<std::string> named_;  ///< the lists that somebody names
@@ -93,9 +109,7 @@ std::vector<ConfigFinding> Linter::run() {
   auto before = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };
   std::stable_sort(findings_.begin(), findings_.end(), before);
   // What couldn't be read has its default here, which is not the operator's.
-  std::set<TextPlace> faulty;
-  for (ConfigFinding const& fault : reading_.faults) faulty.insert(fault.at);
-  std::erase_if(findings_, [&](ConfigFinding const& finding) { return faulty.contains(finding.at); });
+  std::erase_if(findings_, [&](ConfigFinding const& finding) { return faulty_.contains(finding.at); });
   // What holds for each range of a block is told of the block once.
   findings_.erase(std::unique(findings_.begin(), findings_.end()), findings_.end());
   return findings_;
@@ -106,43 +120,46 @@ std::vector<ConfigFinding> Linter::run() {
 void Linter::lintTimers() {
   static constexpr U64 usualInterval = 60;
   U64 holdTime = router_.holdTime;
+  if (isFaulty("hold-time")) return;
   if (router_.candidateBsrs.empty() && holdTime <= usualInterval) {
-    tell("hold-time", fmt::format("hold-time {} is not above {} s, the interval of a BSR unless it is told "
-                                  "otherwise: it would be given up between two messages",
-                                  holdTime, usualInterval));
+    tellOf("hold-time", fmt::format("{} is not above {} s, the interval of a BSR unless it is told "
+                                    "otherwise: it would be given up between two messages",
+                                    holdTime, usualInterval));
   }
   if (router_.zoneTimeout >= 10 * holdTime) return;
   TextPlace at = reading_.places.find("zone-timeout");
   tell(at == TextPlace() ? reading_.places.find("hold-time") : at,
-       fmt::format("zone-timeout {} is below ten times hold-time {}, which is used in its place",
-                   router_.zoneTimeout, holdTime));
+       fmt::format(
+           "timers.zone-timeout: {} is below {}, ten times timers.hold-time, which is used in its place",
+           router_.zoneTimeout, 10 * holdTime));
 }
 
 // Candidate BSRs --------------------------------------------------------------------------------------
 
 void Linter::lintBsr(std::string const& place, BsrTerms const& terms) {
   if (terms.priority == BsrTerms().priority) {
-    tell(place + ", priority",
-         fmt::format("candidate-bsr.priority: {} is what every candidate has that isn't told otherwise, and "
-                     "between equal priorities the higher address decides; give each candidate its own",
-                     terms.priority));
+    tellMissing(place + ", priority",
+                fmt::format("{} is what every candidate has that isn't told otherwise, and between equal "
+                            "priorities the higher address decides; give each candidate its own",
+                            terms.priority));
   }
   if (terms.hashMaskLen == 0) {
-    tell(place + ", hash-mask-length",
-         "candidate-bsr.hash-mask-length: with 0 all groups have one hash, so that of several RPs of equal "
-         "priority one serves them all");
+    tellOf(place + ", hash-mask-length",
+           "with 0 all groups have one hash, so that of several RPs of equal "
+           "priority one serves them all");
   }
+  if (isFaulty("hold-time")) return;
   if (router_.holdTime <= terms.interval) {
-    tell(
-        place + ", interval",
-        fmt::format("candidate-bsr.interval: {} is not below hold-time {}: the BSR would be given up between "
-                    "two of its messages",
-                    terms.interval, router_.holdTime));
+    tellOf(place + ", interval",
+           fmt::format("{} is not below timers.hold-time, {}: the BSR would be given up between "
+                       "two of its messages",
+                       terms.interval, router_.holdTime));
   } else if (router_.holdTime < 2 * terms.interval + 10) {
-    tell(place + ", interval",
-         fmt::format("candidate-bsr.interval: hold-time {} is below two intervals of {} s and 10 s (RFC 5059 "
-                     "section 5): one lost message ends the BSR",
-                     router_.holdTime, terms.interval));
+    tellOf(
+        place + ", interval",
+        fmt::format("timers.hold-time, {}, is below two intervals of {} s and 10 s (RFC 5059 section 5): one "
+                    "lost message ends the BSR",
+                    router_.holdTime, terms.interval));
   }
 }
 
@@ -164,7 +181,10 @@ void Linter::lintBsrs() {
 /// Groups first: the configuration lets no two interfaces claim one, so that each finding is of a list.
 void Linter::lintZones() {
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
-    for (auto const& [range, terms] : ranges.groups) zones_.try_emplace(range, intf, terms);
+    for (auto const& [range, terms] : ranges.groups) {
+      if (hasFaultyTerms(fmt::format("candidate-bsr {}, group {}", intf, textOf(range)))) continue;
+      zones_.try_emplace(range, intf, terms);
+    }
   }
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
     for (auto const& [name, terms] : ranges.lists) {
@@ -177,12 +197,14 @@ void Linter::lintZones() {
 
 void Linter::lintZone(IpGenPrefix const& zone, std::string const& intf, BsrTerms const& terms,
                       std::string const& place) {
+  if (hasFaultyTerms(place)) return;
   auto [claim, isFirst] = zones_.try_emplace(zone, intf, terms);
   if (isFirst || (claim->second.intf == intf && claim->second.terms == terms)) return;
-  tell(place,
-       fmt::format("{}: it permits {}, for which {} is a candidate BSR with other terms; of both, those "
-                   "count that were applied last",
-                   place, textOf(zone), claim->second.intf));
+  tellOf(place,
+         fmt::format(
+             "it permits {}, for which {} is a candidate BSR with other terms; of both, those count that "
+             "were applied last",
+             textOf(zone), claim->second.intf));
 }
 
 // Candidate RPs ---------------------------------------------------------------------------------------
@@ -208,13 +230,15 @@ void Linter::lintRps() {
 /// Between different ranges the longer decides, whatever the priorities are (RFC 7761 section 4.7.1).
 void Linter::lintRpRange(IpGenPrefix const& range, std::string const& intf,
                          std::optional<U64> const& priority, std::string const& place) {
+  if (hasFaultyTerms(place)) return;
   auto& claims = rpRanges_[range];
   for (auto const& claim : claims) {
     if (claim.intf == intf || claim.terms != priority) continue;
-    tell(place,
-         fmt::format("{}: {} is a candidate RP of {} with the same priority {}, so that the hash splits "
-                     "the groups between two addresses of this router",
-                     place, claim.intf, textOf(range), claim.terms));
+    tellOf(place,
+           fmt::format(
+               "{} is a candidate RP of {} with the same priority {}, so that the hash splits the groups "
+               "between two addresses of this router",
+               claim.intf, textOf(range), claim.terms));
     break;
   }
   if (priority) claims.push_back({intf, *priority});
@@ -223,9 +247,11 @@ void Linter::lintRpRange(IpGenPrefix const& range, std::string const& intf,
 // Ranges ----------------------------------------------------------------------------------------------
 
 template <class Terms>
-void Linter::lintRanges(std::string const& place, host::ByRange<Terms> const& ranges) {
+void Linter::lintRanges(std::string const& place, host::ByRange<Terms> const& ranges, char const* groups,
+                        char const* lists) {
   if (ranges.groups.empty() && ranges.lists.empty()) {
-    tell(place, place + ": it names neither groups nor lists, so that nothing comes of it");
+    tellMissing(place,
+                fmt::format("neither {} nor {} names any, so that nothing comes of it", groups, lists));
   }
   for (auto const& [name, terms] : ranges.lists) {
     std::string where = fmt::format("{}, access list {}", place, name);
@@ -233,18 +259,17 @@ void Linter::lintRanges(std::string const& place, host::ByRange<Terms> const& ra
     lintList(where, name);
     if (!isThere(name)) continue;
     if (router_.senderLists.contains(name)) {
-      tell(where, where +
-                      ": it is one of filter.sender-lists, and so read over senders; it gives no group "
-                      "ranges here");
+      tellOf(where,
+             "it is one of filter.sender-lists, and so read over senders; it gives no group ranges here");
     } else if (permitted(name, false).empty()) {
-      tell(where, where + ": it permits no groups, so that nothing comes of it");
+      tellMissing(where, "it permits no groups, so that nothing comes of it");
     }
   }
 }
 
 void Linter::lintList(std::string const& place, std::string const& name) {
   if (isThere(name)) return;
-  tell(place, place + ": there is no such list yet; until there is, it permits nothing");
+  tellMissing(place, "there is no such list yet; until there is, it permits nothing");
 }
 
 void Linter::lintGroups(std::string const& place, IpGenPrefix const& range) {
@@ -256,7 +281,7 @@ void Linter::lintGroups(std::string const& place, IpGenPrefix const& range) {
       {"224.0.0.0/24", "link-local groups, which are never routed, have no RP"},
       {"232.0.0.0/8", "groups of source-specific multicast have no RP (RFC 4607)"}};
   for (auto const& [special, why] : specials) {
-    if (IpGenPrefix::parse(special).contains(range)) tell(place, fmt::format("{}: {}", place, why));
+    if (IpGenPrefix::parse(special).contains(range)) tellOf(place, why);
   }
 }
 
@@ -282,22 +307,18 @@ static bool isLoopback(std::string const& intf) {
 
 void Linter::lintCandidate(std::string const& role, std::string const& intf) {
   if (speaksPim(intf) || isLoopback(intf)) return;
-  tell(fmt::format("{} {}", role, intf),
-       fmt::format(
-           "{0} {1}: {1} speaks no PIM and is no loopback; it lends its address, and speaks PIM with an "
-           "[interface.{2}]",
-           role, intf, tomlKey(intf)));
+  tellMissing(fmt::format("{} {}, interface", role, intf),
+              fmt::format("{} speaks no PIM and is no loopback; it lends its address, and speaks PIM with an "
+                          "[interface.{}]",
+                          intf, tomlKey(intf)));
 }
 
 void Linter::lintBorders() {
   for (auto const& [intf, ranges] : router_.borders) {
-    lintRanges("border " + intf, ranges);
+    lintRanges("border " + intf, ranges, "border", "border-lists");
     if (speaksPim(intf)) continue;
-    tell("interface " + intf,
-         fmt::format(
-             "interface.{}: nothing crosses an interface that speaks no PIM, so that its borders are of "
-             "no use",
-             tomlKey(intf)));
+    tellMissing("interface " + intf,
+                "nothing crosses an interface that speaks no PIM, so that its borders are of no use");
   }
 }
 
@@ -318,6 +339,7 @@ void Linter::lintSenders() {
     permitsAny = permitsAny || !permitted(name, true).empty();
   }
   if (permitsAny || router_.senderLists.empty()) return;
+  if (!reading_.isSound()) return;
   tell("senders, access list " + *router_.senderLists.begin(),
        "filter.sender-lists: these lists permit no sender; while that is so, all senders are permitted");
 }
@@ -325,14 +347,13 @@ void Linter::lintSenders() {
 void Linter::lintLists() {
   for (auto const& [name, list] : router_.accessLists) {
     std::string place = "access-list " + name;
-    if (!named_.contains(name)) tell(place, place + ": nobody names it");
+    if (!named_.contains(name)) tellMissing(place, "nobody names it");
     for (auto const& [sequence, rule] : list) {
       if (rangesOf(rule) <= AclToPrefix::mostRanges) continue;
       std::string where = fmt::format("{}, rule {}", place, sequence);
-      tell(where,
-           fmt::format("{}: its mask has so many holes that it stands for {} ranges; above {} it is left "
-                       "out",
-                       where, rangesOf(rule), AclToPrefix::mostRanges));
+      tellOf(where,
+             fmt::format("its mask has so many holes that it stands for {} ranges; above {} it is left out",
+                         rangesOf(rule), AclToPrefix::mostRanges));
     }
   }
 }
@@ -341,13 +362,16 @@ void Linter::lintLists() {
 
 void Linter::lintScreening() {
   host::Screening const& screening = reading_.settings.screening;
-  std::pair<char const*, bool> const checks[] = {{"link-local-ttl", screening.linkLocalTtl},
-                                                 {"on-subnet", screening.onSubnet},
-                                                 {"from-neighbors", screening.fromNeighbors}};
-  for (auto const& [name, on] : checks) {
-    if (on) continue;
-    tell(fmt::format("checks, {}", name),
-         fmt::format("checks.{}: off, messages can be forged from farther away", name));
+  static constexpr char const* fromFarther = "off, messages can be forged from farther away";
+  static constexpr char const* echo =
+      "off, a candidate that starts anew can be deposed by its own messages, which neighbours send back";
+  std::tuple<char const*, bool, char const*> const checks[] = {
+      {"link-local-ttl", screening.linkLocalTtl, fromFarther},
+      {"on-subnet", screening.onSubnet, fromFarther},
+      {"from-neighbors", screening.fromNeighbors, fromFarther},
+      {"not-own-bsr", screening.notOwnBsr, echo}};
+  for (auto const& [name, on, why] : checks) {
+    if (!on) tellOf(fmt::format("checks, {}", name), why);
   }
   std::pair<char const*, U32> const limits[] = {{"packets-per-second", screening.packetsPerSecond},
                                                 {"neighbors-per-interface", screening.neighborsPerInterface},
@@ -356,8 +380,8 @@ void Linter::lintScreening() {
                                                 {"rps", screening.rps}};
   for (auto const& [name, most] : limits) {
     if (most != 0) continue;
-    tell(fmt::format("limits, {}", name),
-         fmt::format("limits.{}: 0 is no bound, so that a flood takes what time and memory there is", name));
+    tellOf(fmt::format("limits, {}", name),
+           "0 is no bound, so that a flood takes what time and memory there is");
   }
 }
 

@@ -37,7 +37,7 @@ struct ConfigValue {
   TextPlace at;
   bool flag = false;                 ///< of a boolean
   std::int64_t number = 0;           ///< of an integer
-  std::string text;                  ///< of a text, UTF-8; of another value what it is: "a decimal number"
+  std::string text;                  ///< of a text, UTF-8; of another value what it is: "the date 2026-01-01"
   std::vector<ConfigValue> items;    ///< of a list
   std::vector<ConfigEntry> entries;  ///< of a table, in the order of the text
 };
@@ -60,8 +60,8 @@ inline constexpr std::size_t longestConfigText = std::size_t{1} << 20;
 /// How deep tables and lists may nest, and how many keys a dotted key may join: far more than any key needs.
 inline constexpr int deepestConfigText = 16;
 
-/// Reads a TOML text of any bytes. It has one fault at most: too long, too deep, or the first place where it
-/// is no TOML, which a key that stands twice is, and bytes that are no UTF-8.
+/// Reads a TOML text of any bytes. It has one fault at most: too long, no UTF-8, too deep, or the first place
+/// where it is no TOML, which a key that stands twice is.
 ParsedText parseConfigText(std::string_view text);
 
 /// A value in a few words for people: "5", "the text \"high\"", "a list".

@@ -108,8 +108,8 @@ std::string interfacesText(Settings const& settings) {
     if (speaks == settings.interfaces.end()) {
       out += "pim = false\n";
     } else {
-      out += fmt::format("dr-priority = {}\nhello-interval = {}\n", speaks->second.drPriority,
-                         speaks->second.helloInterval);
+      out += fmt::format("hello = {}\ndr-priority = {}\nhello-interval = {}\n", speaks->second.hello,
+                         speaks->second.drPriority, speaks->second.helloInterval);
     }
     auto ranges = settings.router.borders.find(name);
     if (ranges == settings.router.borders.end()) continue;
@@ -163,8 +163,8 @@ std::string restText(Settings const& settings) {
   std::string out =
       fmt::format("\n[timers]\nhold-time = {}\nzone-timeout = {}\n", settings.router.holdTime,
                   settings.router.zoneTimeout) +
-      fmt::format("\n[checks]\nlink-local-ttl = {}\non-subnet = {}\nfrom-neighbors = {}\n",
-                  screening.linkLocalTtl, screening.onSubnet, screening.fromNeighbors) +
+      fmt::format("\n[checks]\nlink-local-ttl = {}\non-subnet = {}\nfrom-neighbors = {}\nnot-own-bsr = {}\n",
+                  screening.linkLocalTtl, screening.onSubnet, screening.fromNeighbors, screening.notOwnBsr) +
       fmt::format("\n[limits]\npackets-per-second = {}\nneighbors-per-interface = {}\nlearned-zones = {}\n",
                   screening.packetsPerSecond, screening.neighborsPerInterface, screening.learnedZones) +
       fmt::format("fragment-rps = {}\nrps = {}\n", screening.fragmentRps, screening.rps) +
@@ -184,6 +184,7 @@ Json interfacesJson(Settings const& settings) {
     bool pim = speaks != settings.interfaces.end();
     Json entry = {{"pim", pim}};
     if (pim) {
+      entry["hello"] = speaks->second.hello;
       entry["drPriority"] = speaks->second.drPriority;
       entry["helloInterval"] = speaks->second.helloInterval;
     }
@@ -262,7 +263,8 @@ Json writeJson(Settings const& settings) {
           {"checks",
            {{"linkLocalTtl", screening.linkLocalTtl},
             {"onSubnet", screening.onSubnet},
-            {"fromNeighbors", screening.fromNeighbors}}},
+            {"fromNeighbors", screening.fromNeighbors},
+            {"notOwnBsr", screening.notOwnBsr}}},
           {"limits",
            {{"packetsPerSecond", screening.packetsPerSecond},
             {"neighborsPerInterface", screening.neighborsPerInterface},

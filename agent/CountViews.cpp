@@ -34,7 +34,9 @@ Json showFilter(Observed const& observed) {
   for (Lanet::IpGenPrefix const& senders : permitted) prefixes.push_back(jsonOf(senders));
   bool open =
       std::any_of(permitted.begin(), permitted.end(), [](auto& senders) { return senders.length() == 0; });
-  return {{"lists", observed.settings.router.senderLists},
+  std::set<std::string> const& lists = observed.settings.router.senderLists;
+  return {{"lists", lists},
+          {"absentLists", absentOf(observed, lists)},
           {"permitted", prefixes},
           {"permitsAll", open},
           {"refused", filteredAdvertisements(observed.drops)}};
@@ -126,7 +128,9 @@ Json showHistory(Observed const& observed) {
     json["ago"] = ago(observed, entry.time);
     entries.push_back(std::move(json));
   }
-  return {{"mostEntries", observed.history.mostEntries()}, {"entries", entries}};
+  return {{"mostEntries", observed.history.mostEntries()},
+          {"wasCleared", observed.history.wasCleared()},
+          {"entries", entries}};
 }
 
 }  // namespace pimbsr::agent

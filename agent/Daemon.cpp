@@ -1,17 +1,23 @@
 #include "agent/Daemon.h"
 
 #include <fmt/format.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <system_error>
+#include <utility>
 
 #include "agent/ConfigFile.h"
 #include "agent/ConfigLint.h"
 #include "agent/Files.h"
 #include "agent/HistoryJson.h"
+#include "agent/Json.h"
+#include "agent/Log.h"
 #include "agent/Metrics.h"
 #include "agent/Privileges.h"
 #include "agent/Sandbox.h"
@@ -19,23 +25,29 @@
 #include "agent/TraceLevel.h"
 #include "agent/Version.h"
 #include "agent/Views.h"
+#include "runtime/Assert.h"
 
 namespace pimbsr::agent {
-
-using Json = nlohmann::ordered_json;
 
 /// Seconds after a change within which the history is kept in its file.
 static constexpr double historyDelay = 5;
 /// Seconds without a change after which the change command is told, and the longest that it waits.
 static constexpr double changeQuiet = 1;
 static constexpr double changeLatest = 5;
+/// Seconds after which an interface that couldn't be opened is tried again.
+static constexpr double interfaceRetry = 10;
+static constexpr char const* historyFile = "history.jsonl";
 static constexpr std::size_t longestHistory = std::size_t{1} << 20;
 
-static void logLine(std::string const& text) {
-  if (!text.empty()) fmt::print(stderr, "pimbsr: {}\n", text);
-}
-
 // Start and end -----------------------------------------------------------------------------------------
+
+/// Each interface takes a socket of its own.
+static void raiseFileLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) < 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeCommand* changeCommand)
     : options_(options),
@@ -45,14 +57,21 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
       agent_(clock_, machine_, traffic_, *this),
       timer_(loop_, [this] { handleTimer(); }),
       historyTimer_(loop_, [this] { saveHistory(); }),
-      changeTimer_(loop_, [this] { tellChangeCommand(); }) {
+      changeTimer_(loop_, [this] { tellChangeCommand(); }),
+      interfaceTimer_(loop_, [this] { onKernelChange({}); }) {
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGHUP, SIG_IGN);  // until run() follows it
+  raiseFileLimit();
   options_.file = std::filesystem::absolute(options.file);
   agent_.kernelChanged(machine_.takeChangedRoutes());
-  agent_.settingsIs(settings);
-  loadHistory();
+  follow(settings);
   if (changeCommand_ != nullptr) followChangeCommand();
-  openControl();
+  if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
+    loadHistory();
+    openControl();
+  }
   dropRights();
+  checkFiles();
 }
 
 void Daemon::openControl() {
@@ -71,13 +90,21 @@ void Daemon::run() {
   LoopSignal terminate(loop_, SIGTERM, [this] { loop_.stop(); });
   LoopSignal interrupt(loop_, SIGINT, [this] { loop_.stop(); });
   LoopSignal hangup(loop_, SIGHUP, [this] { handleHangup(); });
-  std::signal(SIGPIPE, SIG_IGN);
   armTimer();
   notifyService("READY=1");
+  logLine(fmt::format("version {} runs with {}; {}", version, options_.file, interfacesText()));
   loop_.run();
   notifyService("STOPPING=1");
   agent_.sayFarewell();
   saveHistory();
+  logLine("has ended all candidacies and said farewell");
+}
+
+std::string Daemon::interfacesText() const {
+  std::vector<std::string> names;
+  for (auto const& [name, settings] : agent_.settings().interfaces) names.push_back(name);
+  if (names.empty()) return "no interface is to speak PIM";
+  return fmt::format("PIM on {}", fmt::join(names, ", "));
 }
 
 // Events ------------------------------------------------------------------------------------------------
@@ -89,6 +116,7 @@ void Daemon::onPacket(std::string const& intf, std::span<U8 const> packet) {
 
 void Daemon::onKernelChange(std::vector<Lanet::Prefix> const& routes) {
   agent_.kernelChanged(routes);
+  if (agent_.hasProblem() && !interfaceTimer_.isRunning()) interfaceTimer_.startIn(interfaceRetry);
   armTimer();
 }
 
@@ -105,10 +133,30 @@ void Daemon::armTimer() {
   timer_.startIn(clock_.realSpan(next - clock_.now()));
 }
 
+/// A line for the log of what an operator is woken up by; empty for what only fills an RP set.
+static std::string logText(HistoryEntry const& change) {
+  std::string zone = textOf(change.zone);
+  std::string bsr = textOf(change.bsr.address);
+  switch (change.kind) {
+    case HistoryKind::bsrElected:
+      return fmt::format("zone {}: BSR is {}, priority {}", zone, bsr, change.bsr.priority);
+    case HistoryKind::bsrChanged:
+      return fmt::format("zone {}: BSR is {}, priority {}, instead of {}", zone, bsr, change.bsr.priority,
+                         textOf(change.formerBsr.address));
+    case HistoryKind::bsrLost:
+      return fmt::format("zone {}: BSR {} is lost", zone, bsr);
+    case HistoryKind::candidateState:
+      return fmt::format("zone {}: this candidate is {}, was {}", zone, change.state, change.formerState);
+    default:
+      return {};
+  }
+}
+
 static bool changesRpSet(HistoryEntry const& change) { return change.isOfRpSet(); }
 
 /// What is published holds text of the kernel's, such as names of interfaces, which may be any bytes.
 void Daemon::onChanges(std::vector<HistoryEntry> const& changes) {
+  for (HistoryEntry const& change : changes) logLine(logText(change));
   if (!historyTimer_.isRunning()) historyTimer_.startIn(historyDelay);
   if (control_ && control_->hasWatchers()) {
     for (HistoryEntry const& change : changes)
@@ -160,10 +208,18 @@ Json Daemon::answer(Request const& request) {
   return Json::object();
 }
 
-static Json textsOf(std::string const& file, std::vector<ConfigFinding> const& findings) {
-  Json texts = Json::array();
+/// Settings that were read without a fault have none.
+void Daemon::follow(Settings const& settings) {
+  bool isFollowed = agent_.settingsIs(settings).empty();
+  ZET_ASSERT(isFollowed, "sound settings are followed");
+  onKernelChange({});
+}
+
+static std::vector<std::string> textsOf(std::string const& file, char const* kind,
+                                        std::vector<ConfigFinding> const& findings) {
+  std::vector<std::string> texts;
   for (ConfigFinding const& finding : findings)
-    texts.push_back(fmt::format("{}: {}", textOf(file, finding.at), finding.text));
+    texts.push_back(fmt::format("{}: {}: {}", textOf(file, finding.at), kind, finding.text));
   return texts;
 }
 
@@ -171,15 +227,15 @@ static Json textsOf(std::string const& file, std::vector<ConfigFinding> const& f
 Json Daemon::reload() {
   ConfigReading reading = readConfigFile(options_.file);
   Json result = {{"applied", reading.isSound()},
-                 {"faults", textsOf(reading.file, reading.faults)},
-                 {"warnings", textsOf(reading.file, lint(reading))},
-                 {"needsRestart", needRestart(agent_.settings(), reading.settings)}};
+                 {"faults", textsOf(reading.file, "error", reading.faults)},
+                 {"warnings", textsOf(reading.file, "warning", lint(reading))},
+                 {"needsRestart", Json::array()}};
   if (!reading.isSound()) return result;
+  result["needsRestart"] = needRestart(agent_.settings(), reading.settings);
   Settings wanted = reading.settings;
   wanted.controlSocket = agent_.settings().controlSocket;
   wanted.stateDirectory = agent_.settings().stateDirectory;
-  agent_.settingsIs(wanted);
-  armTimer();
+  follow(wanted);
   return result;
 }
 
@@ -198,13 +254,24 @@ void Daemon::changeTrace(Request const& request) {
   traceLevelIs(request.handle, request.level.value_or(traceOff));
 }
 
+/// What goes wrong in there is the file's affair, and no reason to end.
 void Daemon::handleHangup() {
   notifyService("RELOADING=1");
-  Json result = reload();
-  for (Json const& fault : result["faults"]) logLine(fault.get<std::string>());
+  try {
+    tellReload(reload());
+  } catch (std::exception const& fault) {
+    logLine(fmt::format("{}: {}", options_.file, fault.what()));
+  }
+  notifyService("READY=1");
+}
+
+void Daemon::tellReload(Json const& result) {
+  for (char const* kind : {"faults", "warnings"})
+    for (Json const& text : result[kind]) logLine(text.get<std::string>());
+  for (Json const& key : result["needsRestart"])
+    logLine(fmt::format("{} takes effect at the next start", key.get<std::string>()));
   logLine(fmt::format("{}: {}", options_.file,
                       result["applied"] ? "read again and followed" : "refused; what ran before runs on"));
-  notifyService("READY=1");
 }
 
 // Files -------------------------------------------------------------------------------------------------
@@ -214,21 +281,36 @@ void Daemon::loadHistory() {
   if (folder.empty()) return;
   try {
     std::filesystem::create_directories(folder);
-    if (std::filesystem::exists(folder / "history.jsonl"))
-      agent_.history().load(readFile(folder / "history.jsonl", longestHistory));
-  } catch (std::system_error const& fault) {
-    logLine(fmt::format("the history can't be kept: {}", fault.what()));
+    if (std::filesystem::exists(folder / historyFile))
+      agent_.history().load(readFile(folder / historyFile, longestHistory));
+  } catch (std::exception const& fault) {
+    tellHistoryFault(fault);
   }
 }
 
 void Daemon::saveHistory() {
   std::filesystem::path folder = agent_.settings().stateDirectory;
-  if (folder.empty()) return;
+  if (folder.empty() || options_.privilegeCheck) return;
   try {
-    replaceFile(folder / "history.jsonl", agent_.history().text());
-  } catch (std::system_error const& fault) {
-    logLine(fmt::format("the history can't be kept: {}", fault.what()));
+    replaceFile(folder / historyFile, agent_.history().text());
+    historyFault_.clear();
+  } catch (std::exception const& fault) {
+    tellHistoryFault(fault);
   }
+}
+
+/// Once, however often it is tried.
+void Daemon::tellHistoryFault(std::exception const& fault) {
+  if (std::exchange(historyFault_, fault.what()) != fault.what())
+    logLine(fmt::format("the history can't be kept: {}", fault.what()));
+}
+
+/// Without its privileges even root reads and writes but what is its own: better told now than at a reload.
+void Daemon::checkFiles() {
+  if (access(options_.file.c_str(), R_OK) < 0)
+    logLine(fmt::format("{} can't be read any more, so it can't be reloaded: {}", options_.file,
+                        std::generic_category().message(errno)));
+  saveHistory();
 }
 
 }  // namespace pimbsr::agent

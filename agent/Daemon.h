@@ -37,16 +37,21 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   void onChanges(std::vector<HistoryEntry> const& changes) override;
   nlohmann::ordered_json answer(Request const& request) override;
 
+  std::string interfacesText() const;
   void openControl();
   void dropRights();
   void armTimer();
   void handleTimer();
   void handleHangup();
   nlohmann::ordered_json reload();
+  void tellReload(nlohmann::ordered_json const& result);
+  void follow(Settings const& settings);
   void changeTrace(Request const& request);
   void clear(std::string const& what);
   void loadHistory();
   void saveHistory();
+  void tellHistoryFault(std::exception const& fault);
+  void checkFiles();
   void tellChangeCommand();
   void followChangeCommand();
 
@@ -60,7 +65,9 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   LoopTimer timer_;
   LoopTimer historyTimer_;
   LoopTimer changeTimer_;
+  LoopTimer interfaceTimer_;
   std::unique_ptr<LoopReader> changeReader_;
+  std::string historyFault_;   ///< what was told last of why the history can't be kept
   double changeDeadline_ = 0;  ///< on the agent's clock; when the change command is told at the latest
   double armedFor_ = 0;        ///< expiry that timer_ waits for
   std::unique_ptr<ControlServer> control_;

@@ -84,6 +84,8 @@ std::string summaryOf(MessageKind kind, DroppedMessage const& message) {
       return "PIM message of another type";
     case MessageKind::malformed:
       return "PIM message that can't be read";
+    case MessageKind::unread:
+      return "packet that was not looked at";
     default:
       return "packet";
   }

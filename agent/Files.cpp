@@ -1,9 +1,14 @@
 #include "agent/Files.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
-#include <fstream>
 #include <system_error>
+
+#include "agent/ControlSocket.h"
 
 namespace pimbsr::agent {
 
@@ -11,25 +16,42 @@ namespace pimbsr::agent {
   throw std::system_error(error, std::generic_category(), what);
 }
 
-std::string readFile(std::string const& path, std::size_t longest) {
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
+/// Nothing here waits for the other end of a pipe: what is no regular file is refused.
+static SocketFd openFile(std::string const& path, int flags) {
+  SocketFd file(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0640));
   if (!file) fail(errno, path);
+  struct stat status {};
+  if (fstat(file.get(), &status) < 0) fail(errno, path);
+  if (!S_ISREG(status.st_mode)) fail(EINVAL, path + " is no regular file");
+  return file;
+}
+
+std::string readFile(std::string const& path, std::size_t longest) {
+  SocketFd file = openFile(path, O_RDONLY);
   std::string text(longest + 1, '\0');
-  file.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (file.bad()) fail(errno != 0 ? errno : EIO, path);
-  text.resize(static_cast<std::size_t>(file.gcount()));
-  if (text.size() > longest) fail(EFBIG, path);
+  std::size_t size = 0;
+  while (size < text.size()) {
+    ssize_t count = read(file.get(), text.data() + size, text.size() - size);
+    if (count < 0) fail(errno, path);
+    if (count == 0) break;
+    size += static_cast<std::size_t>(count);
+  }
+  if (size > longest) fail(EFBIG, path);
+  text.resize(size);
   return text;
 }
 
 void replaceFile(std::string const& path, std::string const& text) {
   std::string fresh = path + ".new";
-  errno = 0;
-  std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
-  file << text;
-  file.close();
-  if (!file) fail(errno != 0 ? errno : EIO, fresh);
+  unlink(fresh.c_str());
+  SocketFd file = openFile(fresh, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+  std::size_t size = 0;
+  while (size < text.size()) {
+    ssize_t count = write(file.get(), text.data() + size, text.size() - size);
+    if (count < 0) fail(errno, fresh);
+    size += static_cast<std::size_t>(count);
+  }
+  if (fsync(file.get()) < 0) fail(errno, fresh);
   if (std::rename(fresh.c_str(), path.c_str()) != 0) fail(errno, path);
 }
 

@@ -49,11 +49,18 @@ static U64& countOf(RpCounts& counts, HistoryKind kind) {
   }
 }
 
+static void addName(HistoryEntry& set, Lanet::IpGenAddr const& rp) {
+  if (std::find(set.firstRps.begin(), set.firstRps.end(), rp) != set.firstRps.end()) return;
+  bool hasRoom = set.firstRps.size() < mostNamedRps;
+  hasRoom ? set.firstRps.push_back(rp) : void(set.moreRps = true);
+}
+
 /// Puts one RP's change into the entry of its zone: as it is where it is the only one, else as a number.
 static void gather(std::map<IpGenPrefix, HistoryEntry>& sets, HistoryEntry const& entry) {
   auto [at, isFirst] = sets.try_emplace(entry.zone, entry);
   HistoryEntry& set = at->second;
   ++countOf(set.rps, entry.kind);
+  addName(set, entry.rp.address);
   if (isFirst) return;
   set.kind = HistoryKind::rpSetChanged;
   set.rp = {};
@@ -62,10 +69,9 @@ static void gather(std::map<IpGenPrefix, HistoryEntry>& sets, HistoryEntry const
 
 void History::noteStates(host::Router const& router) {
   std::map<IpGenPrefix, HistoryEntry> sets;
-  host::sortByAddress(gathered_);
-  for (Change const& change : gathered_) {
-    HistoryEntry entry = entryOf(router, change);
+  for (HistoryEntry const& entry : entriesOf(router)) {
     count(entry);
+    follow(entry);
     fresh_.push_back(entry);
     if (isOfRp(entry.kind)) {
       gather(sets, entry);
@@ -73,33 +79,75 @@ void History::noteStates(host::Router const& router) {
       keep(entry);
     }
   }
-  gathered_.clear();
   for (auto& [zone, set] : sets) {
-    if (set.kind != HistoryKind::rpSetChanged) set.rps = {};
+    if (set.kind != HistoryKind::rpSetChanged) {
+      set.rps = {};
+      set.firstRps.clear();
+    }
     keep(set);
   }
   followStates(router);
+}
+
+/// Makes of a BSR that went and the one that came for it a change of the BSR.
+static HistoryEntry replaced(HistoryEntry const& lost, HistoryEntry entry) {
+  entry.kind = HistoryKind::bsrChanged;
+  entry.formerBsr = lost.bsr;
+  entry.formerOwn = lost.own;
+  return entry;
+}
+
+/// A BSR that went and came back unchanged.
+static bool saysNothing(HistoryEntry const& entry) {
+  return entry.kind == HistoryKind::bsrChanged && entry.bsr.sameElection(entry.formerBsr) &&
+         entry.own == entry.formerOwn;
+}
+
+/// Takes what was gathered. A machine may remove its BSR only to enter the next one.
+std::vector<HistoryEntry> History::entriesOf(host::Router const& router) {
+  std::vector<HistoryEntry> entries;
+  std::map<IpGenPrefix, std::size_t> lost;
+  host::sortByAddress(gathered_);
+  for (Change const& change : std::exchange(gathered_, {})) {
+    HistoryEntry entry = entryOf(router, change);
+    auto former = entry.kind == HistoryKind::bsrElected ? lost.find(entry.zone) : lost.end();
+    if (former != lost.end()) {
+      entries[former->second] = replaced(entries[former->second], entry);
+      lost.erase(former);
+      continue;
+    }
+    if (entry.kind == HistoryKind::bsrLost) lost[entry.zone] = entries.size();
+    entries.push_back(entry);
+  }
+  std::erase_if(entries, saysNothing);
+  return entries;
 }
 
 HistoryEntry History::blank(HistoryKind kind, IpGenPrefix const& zone) const {
   return {.time = now_, .kind = kind, .cause = cause_, .zone = zone};
 }
 
-/// A BSR that was lost was this router itself if its candidacy stood as elected before.
+static constexpr auto elected = Routing::Pim::Bsr::BsrCandidateState::eBsr;
+
+/// Whether this router's candidacy stood as elected before the event.
+bool History::wasOwn(IpGenPrefix const& zone) const {
+  auto former = states_.find(zone);
+  return former != states_.end() && former->second == host::nameOf(elected);
+}
+
 HistoryEntry History::entryOf(host::Router const& router, Change const& change) const {
   HistoryEntry entry = blank(static_cast<HistoryKind>(change.kind), change.zone);
   entry.bsr = change.bsr;
   entry.formerBsr = change.formerBsr;
   entry.rp = change.rp;
   entry.formerRp = change.formerRp;
+  entry.formerOwn = change.kind == ChangeKind::bsrChanged && wasOwn(change.zone);
   if (change.kind == ChangeKind::bsrLost) {
-    auto former = states_.find(change.zone);
-    entry.own =
-        former != states_.end() && former->second == host::nameOf(Routing::Pim::Bsr::BsrCandidateState::eBsr);
+    entry.own = wasOwn(change.zone);
   } else if (!change.bsr.address.isEmpty()) {
     auto candidate = router.status()->cbsr(change.zone);
-    bool elected = host::machineOf(router, change.zone, now_).elected;
-    entry.own = elected && candidate && candidate->address() == change.bsr.address;
+    bool isElected = host::machineOf(router, change.zone, now_).elected;
+    entry.own = isElected && candidate && candidate->address() == change.bsr.address;
   }
   return entry;
 }
@@ -119,10 +167,18 @@ void History::followStates(host::Router const& router) {
   }
 }
 
+/// This router's own election is one too where it takes the zone over, or where its entry stood all the time.
 void History::tellState(IpGenPrefix const& zone, std::string_view former, std::string_view state) {
   HistoryEntry entry = blank(HistoryKind::candidateState, zone);
   entry.formerState = former;
   entry.state = state;
+  if (state == host::nameOf(elected)) {
+    takeUp(zone);
+    bool isCounted = std::any_of(fresh_.begin(), fresh_.end(), [&](HistoryEntry const& told) {
+      return told.kind == HistoryKind::bsrElected && told.zone == zone;
+    });
+    if (!isCounted) ++totalsOf(zone).elections;
+  }
   fresh_.push_back(entry);
   keep(entry);
 }
@@ -130,6 +186,29 @@ void History::tellState(IpGenPrefix const& zone, std::string_view former, std::s
 void History::keep(HistoryEntry const& entry) {
   entries_.push_back(entry);
   if (entries_.size() > mostEntries_) entries_.pop_front();
+}
+
+void History::clear() {
+  entries_.clear();
+  wasCleared_ = true;
+}
+
+// The present BSRs --------------------------------------------------------------------------------------
+
+std::optional<double> History::bsrSince(IpGenPrefix const& zone) const {
+  auto at = bsrSince_.find(zone);
+  return at == bsrSince_.end() ? std::nullopt : std::optional(at->second);
+}
+
+void History::takeUp(IpGenPrefix const& zone) {
+  bool hasRoom = bsrSince_.size() < mostZones || bsrSince_.contains(zone);
+  if (hasRoom) bsrSince_[zone] = now_;
+}
+
+void History::follow(HistoryEntry const& entry) {
+  bool isOther = entry.kind == HistoryKind::bsrChanged && entry.bsr.address != entry.formerBsr.address;
+  if (isOther || entry.kind == HistoryKind::bsrElected) takeUp(entry.zone);
+  if (entry.kind == HistoryKind::bsrLost) bsrSince_.erase(entry.zone);
 }
 
 // Totals ------------------------------------------------------------------------------------------------

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -40,6 +41,9 @@ struct RpCounts {
   bool operator==(RpCounts const&) const = default;
 };
 
+/// How many RPs an entry for several names.
+inline constexpr std::size_t mostNamedRps = 4;
+
 /// What happened; all but the last two are those of host::ChangeKind.
 enum class HistoryKind : U8 {
   bsrElected,
@@ -64,9 +68,13 @@ struct HistoryEntry {
   host::BsrView bsr;        ///< with the kinds of the BSR; as it was last where it was lost
   host::BsrView formerBsr;  ///< with bsrChanged
   bool own = false;         ///< with the kinds of the BSR: it is, or was, this router
+  bool formerOwn = false;   ///< with bsrChanged: the former one was this router
   host::RpView rp;          ///< with the kinds of one RP; as it was last where it went
   host::RpView formerRp;    ///< with rpUpdated
   RpCounts rps;             ///< with rpSetChanged
+  /// With rpSetChanged: the first RPs that changed, each once; at most `mostNamedRps`.
+  std::vector<Lanet::IpGenAddr> firstRps;
+  bool moreRps = false;     ///< with rpSetChanged: others changed than `firstRps`
   std::string state;        ///< with candidateState, as RFC 5059 names it; "-" for the end of a candidacy
   std::string formerState;  ///< with candidateState; "-" for a new one
 
@@ -80,7 +88,7 @@ struct HistoryEntry {
 
 /// How often things happened in one zone since the start.
 struct ZoneTotals {
-  U64 elections = 0;   ///< the zone had no BSR and got one
+  U64 elections = 0;   ///< the zone had no BSR and got one, or this router became its BSR
   U64 bsrChanges = 0;  ///< another BSR, or other terms of the same
   U64 bsrLosses = 0;
   RpCounts rps;
@@ -89,7 +97,8 @@ struct ZoneTotals {
 /// Keeps the last changes of what a router believes, with what made them.
 ///
 /// Within an event changes are only gathered. At its end they are told one by one by takeNew(), while the
-/// history keeps one entry for all RPs of a zone that changed.
+/// history keeps one entry for all RPs of a zone that changed. A BSR that goes and one that comes in the same
+/// event are a change of the BSR.
 class History final : public host::ChangeSink {
  public:
   /// Keeps `mostEntries` entries; older ones are forgotten.
@@ -110,8 +119,14 @@ class History final : public host::ChangeSink {
   /// The oldest first.
   std::deque<HistoryEntry> const& entries() const { return entries_; }
   std::size_t mostEntries() const { return mostEntries_; }
-  /// Forgets all entries; totals stay.
-  void clear() { entries_.clear(); }
+  /// Forgets all entries; totals, and what is known of the present, stay.
+  void clear();
+  /// Whether entries were forgotten at an operator's wish since the start.
+  bool wasCleared() const { return wasCleared_; }
+
+  /// When the zone took up its present BSR, by address, on the agent's clock; of this router itself, when it
+  /// was elected. Nothing where there is no BSR, and in zones beyond `mostZones` of them.
+  std::optional<double> bsrSince(Lanet::IpGenPrefix const& zone) const;
 
   /// Totals by zone. Peers choose the zones: a zone that is forgotten, and whatever is beyond `mostZones` of
   /// them, counts under the unset prefix.
@@ -130,12 +145,18 @@ class History final : public host::ChangeSink {
   void followStates(host::Router const& router);
   void tellState(Lanet::IpGenPrefix const& zone, std::string_view former, std::string_view state);
   void keep(HistoryEntry const& entry);
+  bool wasOwn(Lanet::IpGenPrefix const& zone) const;
+  std::vector<HistoryEntry> entriesOf(host::Router const& router);
+  void follow(HistoryEntry const& entry);
+  void takeUp(Lanet::IpGenPrefix const& zone);
   void count(HistoryEntry const& entry);
   ZoneTotals& totalsOf(Lanet::IpGenPrefix const& zone);
 
   std::size_t mostEntries_;
   std::deque<HistoryEntry> entries_;
+  bool wasCleared_ = false;
   std::map<Lanet::IpGenPrefix, ZoneTotals> totals_;
+  std::map<Lanet::IpGenPrefix, double> bsrSince_;  ///< the zones that have a BSR
   // Of the event in hand.
   double now_ = 0;
   Cause cause_;

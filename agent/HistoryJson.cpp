@@ -44,6 +44,12 @@ static Json jsonOf(RpCounts const& counts) {
           {"expired", counts.expired}};
 }
 
+static Json jsonOf(std::vector<Lanet::IpGenAddr> const& addresses) {
+  Json json = Json::array();
+  for (Lanet::IpGenAddr const& address : addresses) json.push_back(jsonOf(address));
+  return json;
+}
+
 static Json jsonOf(Cause const& cause) {
   Json json = {{"kind", keyOf(cause.kind)}};
   if (cause.kind != CauseKind::message) return json;
@@ -59,13 +65,20 @@ Json jsonOf(HistoryEntry const& entry) {
     json["bsr"] = jsonOf(entry.bsr);
     json["own"] = entry.own;
   }
-  if (!entry.formerBsr.address.isEmpty()) json["formerBsr"] = jsonOf(entry.formerBsr);
+  if (!entry.formerBsr.address.isEmpty()) {
+    json["formerBsr"] = jsonOf(entry.formerBsr);
+    json["formerOwn"] = entry.formerOwn;
+  }
   if (!entry.rp.address.isEmpty()) json["rp"] = jsonOf(entry.rp);
   if (!entry.formerRp.address.isEmpty()) json["formerRp"] = jsonOf(entry.formerRp);
-  if (entry.kind == HistoryKind::rpSetChanged) json["rps"] = jsonOf(entry.rps);
+  if (entry.kind == HistoryKind::rpSetChanged) {
+    json["rps"] = jsonOf(entry.rps);
+    json["firstRps"] = jsonOf(entry.firstRps);
+    json["moreRps"] = entry.moreRps;
+  }
   if (entry.kind == HistoryKind::candidateState) {
-    json["state"] = entry.state;
-    json["formerState"] = entry.formerState;
+    json["state"] = jsonOfState(entry.state);
+    json["formerState"] = jsonOfState(entry.formerState);
   }
   json["cause"] = jsonOf(entry.cause);
   return json;
@@ -116,6 +129,17 @@ static RpCounts countsOf(Json const& json) {
           .expired = numberOf<U64>(json.at("expired"))};
 }
 
+/// Throws for more than an entry names.
+static std::vector<Lanet::IpGenAddr> addressesOf(Json const& json) {
+  bool isList = json.is_array() && json.size() <= mostNamedRps;
+  if (!isList) throw std::invalid_argument("no list of RPs");
+  std::vector<Lanet::IpGenAddr> addresses;
+  for (Json const& address : json) addresses.push_back(valueOf<Lanet::IpGenAddr>(address));
+  return addresses;
+}
+
+static std::string stateOf(Json const& json) { return json.is_null() ? "-" : json.get<std::string>(); }
+
 static MessageKind messageOf(std::string const& name) {
   auto at =
       std::find_if(messageKinds.begin(), messageKinds.end(), [&](auto kind) { return keyOf(kind) == name; });
@@ -148,13 +172,20 @@ static HistoryEntry entryOf(Json const& json) {
     entry.bsr = bsrOf(json["bsr"]);
     entry.own = json.at("own").get<bool>();
   }
-  if (json.contains("formerBsr")) entry.formerBsr = bsrOf(json["formerBsr"]);
+  if (json.contains("formerBsr")) {
+    entry.formerBsr = bsrOf(json["formerBsr"]);
+    entry.formerOwn = json.at("formerOwn").get<bool>();
+  }
   if (json.contains("rp")) entry.rp = rpOf(json["rp"]);
   if (json.contains("formerRp")) entry.formerRp = rpOf(json["formerRp"]);
-  if (entry.kind == HistoryKind::rpSetChanged) entry.rps = countsOf(json.at("rps"));
+  if (entry.kind == HistoryKind::rpSetChanged) {
+    entry.rps = countsOf(json.at("rps"));
+    entry.firstRps = addressesOf(json.at("firstRps"));
+    entry.moreRps = json.at("moreRps").get<bool>();
+  }
   if (entry.kind == HistoryKind::candidateState) {
-    entry.state = json.at("state");
-    entry.formerState = json.at("formerState");
+    entry.state = stateOf(json.at("state"));
+    entry.formerState = stateOf(json.at("formerState"));
   }
   return entry;
 }

@@ -68,18 +68,24 @@ static Json linkJson(KernelLink const* link) {
   return {{"address", address}, {"addresses", addressesOf(*link)}, {"mtu", link->mtu}};
 }
 
-static Json pimJson(Observed const& observed, Ptr<Intf const> const& intf) {
+static Json nextHello(Observed const& observed, pim::HelloSm const* hello) {
+  return hello ? jsonOfTime(std::max(0.0, hello->nextHello() - observed.now())) : Json();
+}
+
+/// Without an address nothing can be sent, whatever the timer says.
+static Json pimJson(Observed const& observed, KernelLink const* link, Ptr<Intf const> const& intf) {
   if (!intf)
     return {{"dr", nullptr},
             {"ownDr", false},
             {"neighbors", 0},
             {"nextHello", nullptr},
             {"generationId", nullptr}};
+  bool canSend = link != nullptr && !link->addresses.empty();
   pim::HelloSm const* hello = observed.router.hello(intf->intfId());
   return {{"dr", jsonOf(intf->drAddress())},
           {"ownDr", intf->iAmDr()},
           {"neighbors", intf->neighborCount()},
-          {"nextHello", hello ? jsonOfTime(std::max(0.0, hello->nextHello() - observed.now())) : Json()},
+          {"nextHello", canSend ? nextHello(observed, hello) : Json()},
           {"generationId", hello ? Json(hello->generationId()) : Json()}};
 }
 
@@ -91,7 +97,7 @@ static Json interfaceJson(Observed const& observed, std::string const& name,
   json.update(linkJson(link));
   json["drPriority"] = settings.drPriority;
   json["helloInterval"] = settings.helloInterval;
-  json.update(pimJson(observed, intf));
+  json.update(pimJson(observed, link, intf));
   auto traffic = observed.traffic.byInterface().find(name);
   bool isQuiet = traffic == observed.traffic.byInterface().end();
   json["traffic"] = jsonOf(isQuiet ? InterfaceCounts() : traffic->second);
@@ -120,16 +126,22 @@ static Json standingBorders(Observed const& observed, std::string const& name) {
   return json;
 }
 
+std::set<std::string> absentOf(Observed const& observed, std::set<std::string> const& lists) {
+  std::set<std::string> absent = lists;
+  for (auto const& [name, rules] : observed.settings.router.accessLists) absent.erase(name);
+  return absent;
+}
+
 Json showBorders(Observed const& observed) {
   Json borders = Json::array();
   for (auto const& [name, configured] : observed.settings.router.borders) {
     Json ranges = Json::array();
     for (auto const& [range, present] : configured.groups) ranges.push_back(jsonOf(range));
-    Json lists = Json::array();
-    for (auto const& [list, present] : configured.lists) lists.push_back(list);
+    std::set<std::string> lists = namesOf(configured.lists);
     borders.push_back({{"interface", name},
                        {"ranges", ranges},
                        {"lists", lists},
+                       {"absentLists", absentOf(observed, lists)},
                        {"blocked", standingBorders(observed, name)}});
   }
   return {{"borders", borders}};

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "model/Lanet.h"
 
@@ -27,6 +28,9 @@ inline Json jsonOfTime(double seconds) {
 inline Json jsonOfTime(std::optional<double> const& seconds) {
   return seconds ? jsonOfTime(*seconds) : Json();
 }
+
+/// The name of a machine's state; null for "-", which stands for none.
+inline Json jsonOfState(std::string_view state) { return state == "-" ? Json() : Json(state); }
 
 /// Text for a key of an object.
 template <Lanet::NetworkValue Value>

@@ -21,6 +21,7 @@ LinuxMachine::LinuxMachine(Loop& loop, Traffic& traffic, MachineListener& listen
       unicastReader_(loop, unicast_.fd(), [this] { readSocket(unicast_); }),
       retry_(loop, [this] { readKernel(); }) {
   indexKernel();
+  if (netlink_.isStale()) retry_.startIn(retryDelay);
 }
 
 void LinuxMachine::readKernel() {

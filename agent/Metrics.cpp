@@ -50,18 +50,27 @@ std::string textOf(Lanet::IpGenPrefix const& zone) {
 // Zones -------------------------------------------------------------------------------------------------
 
 void addTotals(Families& families, Observed const& observed) {
+  std::string const ofZones =
+      " When a zone is forgotten, its count moves into zone=\"other\": rate() of that jumps then, though "
+      "nothing happened.";
   auto each = [&](char const* name, char const* help, U64 ZoneTotals::*total) {
-    Family family(families, MetricType::Counter, name, help);
+    Family family(families, MetricType::Counter, name, help + ofZones);
     for (auto const& [zone, totals] : observed.history.totals()) {
       family.add(totals.*total, {{"zone", textOf(zone)}});
     }
   };
-  each("elections_total", "Times that a zone without a BSR got one.", &ZoneTotals::elections);
-  each("bsr_changes_total", "Times that the BSR of a zone was replaced or announced other terms.",
-       &ZoneTotals::bsrChanges);
-  each("bsr_losses_total", "Times that a zone lost its BSR.", &ZoneTotals::bsrLosses);
+  each("elections_total",
+       "Times that a zone without a BSR got one, or that this router became the BSR of a zone, also in place "
+       "of another.",
+       &ZoneTotals::elections);
+  each(
+      "bsr_changes_total",
+      "Times that the BSR of a zone was replaced by another, or that the same one announced another priority "
+      "or hash mask length, or became or ceased to be this router.",
+      &ZoneTotals::bsrChanges);
+  each("bsr_losses_total", "Times that a zone lost its BSR and had none then.", &ZoneTotals::bsrLosses);
   Family churn(families, MetricType::Counter, "rp_set_changes_total",
-               "RPs of a zone that changed, by change.");
+               "RPs of a zone that changed, by change." + ofZones);
   for (auto const& [zone, totals] : observed.history.totals()) {
     churn.add(totals.rps.added, {{"zone", textOf(zone)}, {"change", "added"}});
     churn.add(totals.rps.updated, {{"zone", textOf(zone)}, {"change", "updated"}});

@@ -16,6 +16,8 @@ std::string_view keyOf(MessageKind kind) {
       return "other";
     case MessageKind::malformed:
       return "malformed";
+    case MessageKind::unread:
+      return "unread";
     default:
       return "notPim";
   }

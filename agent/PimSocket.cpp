@@ -45,14 +45,29 @@ void PimSocketBase::option(int level, int name, int value, char const* what) {
 }
 
 /// Looks at the first byte of the destination, at 16 in the header: that of groups is 224 to 239. Broadcasts
-/// count as sent to an address; the router knows that they are none of its own.
+/// count as sent to an address; the router knows that they are none of its own. Then at the first byte behind
+/// the header, version and type: Hello, Bootstrap and Candidate-RP-Advertisement pass, and whatever is no PIM
+/// of version 2, which is to be counted. The Registers and Join/Prunes of a domain are left to others, and
+/// don't even wake this process.
 void PimSocketBase::filter(Destinations taken) {
   constexpr Zet::U32 all = 0xffffffff;
   bool groups = taken == Destinations::groups;
+  Zet::U8 passGroups = groups ? 1 : 0;
+  Zet::U8 passOthers = groups ? 0 : 1;
   sock_filter steps[] = {
-      BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 16),          BPF_STMT(BPF_ALU | BPF_AND | BPF_K, 0xf0),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0xe0, 0, 1), BPF_STMT(BPF_RET | BPF_K, groups ? all : 0),
-      BPF_STMT(BPF_RET | BPF_K, groups ? 0 : all),
+      BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 16),
+      BPF_STMT(BPF_ALU | BPF_AND | BPF_K, 0xf0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0xe0, passGroups, passOthers),
+      BPF_STMT(BPF_RET | BPF_K, 0),
+      BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, 0),
+      BPF_STMT(BPF_LD | BPF_B | BPF_IND, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x20, 4, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x24, 3, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x28, 2, 0),
+      BPF_STMT(BPF_ALU | BPF_AND | BPF_K, 0xf0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x20, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, all),
+      BPF_STMT(BPF_RET | BPF_K, 0),
   };
   sock_fprog program{.len = std::size(steps), .filter = steps};
   if (setsockopt(fd(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) < 0)

@@ -15,6 +15,7 @@ using Zet::U8;
 
 /// How PIM runs on one interface.
 struct InterfaceSettings {
+  bool hello = true;       ///< false where another program sends the Hellos of this computer
   U32 drPriority = 1;      ///< 0 to 4294967295, higher wins the election of the Designated Router
   U32 helloInterval = 30;  ///< seconds between two Hellos, 1 to 18724; neighbours keep us for 3.5 times that
 
@@ -25,6 +26,7 @@ struct InterfaceSettings {
 inline constexpr host::Screening defaultScreening = {.linkLocalTtl = true,
                                                      .onSubnet = true,
                                                      .fromNeighbors = true,
+                                                     .notOwnBsr = true,
                                                      .packetsPerSecond = 1000,
                                                      .neighborsPerInterface = 256,
                                                      .learnedZones = 64,

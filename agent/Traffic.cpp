@@ -24,6 +24,10 @@ MessageKind kindOfSent(std::span<U8 const> packet) {
   }
 }
 
+void Traffic::forget(std::string_view intf) {
+  if (auto at = byInterface_.find(intf); at != byInterface_.end()) byInterface_.erase(at);
+}
+
 PacketCounts& Traffic::counts(std::string_view intf, MessageKind kind) {
   auto at = byInterface_.find(intf);
   if (at == byInterface_.end()) at = byInterface_.emplace(intf, InterfaceCounts()).first;

@@ -33,6 +33,8 @@ class Traffic {
   void noteReceived(std::string_view intf, host::Reception const& reception);
   /// Notes one packet, from its IP header on, that was given to the kernel.
   void noteSent(std::string_view intf, std::span<U8 const> packet, bool sent);
+  /// Forgets the counts of an interface that is gone.
+  void forget(std::string_view intf);
   /// Sets all counts back to 0.
   void clear() { byInterface_.clear(); }
 

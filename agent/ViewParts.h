@@ -1,5 +1,9 @@
 #pragma once
 
+#include <map>
+#include <set>
+#include <string>
+
 #include "agent/Json.h"
 #include "agent/Observed.h"
 
@@ -24,6 +28,17 @@ Json showFilter(Observed const& observed);
 Json showCounters(Observed const& observed);
 Json showDrops(Observed const& observed);
 Json showHistory(Observed const& observed);
+
+/// The names of access lists by which something is configured.
+template <class Terms>
+std::set<std::string> namesOf(std::map<std::string, Terms> const& lists) {
+  std::set<std::string> names;
+  for (auto const& [name, terms] : lists) names.insert(name);
+  return names;
+}
+
+/// Those of the access lists that aren't there: who names them waits for them.
+std::set<std::string> absentOf(Observed const& observed, std::set<std::string> const& lists);
 
 /// Counts of an interface by kind, as in show "counters".
 Json jsonOf(InterfaceCounts const& counts);

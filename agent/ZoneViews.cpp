@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <set>
 
 #include "agent/ViewParts.h"
 #include "host/Machines.h"
@@ -25,15 +26,15 @@ static std::size_t rpCount(ZoneView const& zone) {
 
 static Json bsrJson(Observed const& observed, ZoneView const& zone, MachineView const& machine) {
   if (!zone.bsr) return nullptr;
-  auto entry = observed.router.status()->bootstrapRouter(zone.zone);
   double now = observed.now();
+  std::optional<double> since = observed.history.bsrSince(zone.zone);
   // An elected BSR's timer is for its next message; nothing expires.
   bool own = machine.elected;
   return {{"address", jsonOf(zone.bsr->address)},
           {"own", own},
           {"priority", zone.bsr->priority},
           {"hashMaskLen", zone.bsr->hashMaskLen},
-          {"uptime", jsonOfTime(std::max(0.0, now - entry->setupTime()))},
+          {"uptime", since ? jsonOfTime(std::max(0.0, now - *since)) : Json()},
           {"expiresIn", own ? Json() : leftUntil(zone.bsr->expiryTime, now)}};
 }
 
@@ -43,7 +44,7 @@ static Json bsrZoneJson(Observed const& observed, ZoneView const& zone) {
   return {{"zone", jsonOf(zone.zone)},
           {"scoped", !isGlobal},
           {"candidate", machine.candidate},
-          {"state", machine.state},
+          {"state", jsonOfState(machine.state)},
           {"bsr", bsrJson(observed, zone, machine)},
           {"bootstrapTimer", jsonOfTime(machine.bootstrapTimer)},
           {"scopeZoneTimer", jsonOfTime(machine.scopeZoneTimer)},
@@ -95,7 +96,18 @@ static std::string_view keyOf(host::RpTieBreak tieBreak) {
   return names[static_cast<std::size_t>(tieBreak)];
 }
 
-/// A range that covers the group: how many RPs it has, and how many whose time is not over.
+/// The zones whose RP sets hold a range.
+static Json zonesOf(Observed const& observed, Lanet::IpGenPrefix const& range) {
+  std::set<Lanet::IpGenPrefix> zones;
+  for (auto at = observed.router.status()->crpStatusIterator(); at; ++at) {
+    if (at->status() && at->status()->crpSet(range)) zones.insert(at->zone());
+  }
+  Json json = Json::array();
+  for (Lanet::IpGenPrefix const& zone : zones) json.push_back(jsonOf(zone));
+  return json;
+}
+
+/// A range that covers the group: where it is from, how many RPs it has, and how many whose time is not over.
 static Json coveringJson(Observed const& observed, Lanet::IpGenPrefix const& range, bool chosen) {
   auto set = observed.router.rpCandidateStatus()->crpSet(range);
   std::size_t all = 0;
@@ -104,7 +116,11 @@ static Json coveringJson(Observed const& observed, Lanet::IpGenPrefix const& ran
     ++all;
     live += rp->expires() > observed.now() ? 1 : 0;
   }
-  return {{"range", jsonOf(range)}, {"rps", all}, {"live", live}, {"chosen", chosen}};
+  return {{"range", jsonOf(range)},
+          {"zones", zonesOf(observed, range)},
+          {"rps", all},
+          {"live", live},
+          {"chosen", chosen}};
 }
 
 static Json choiceJson(host::RpChoice const& choice) {
@@ -114,7 +130,20 @@ static Json choiceJson(host::RpChoice const& choice) {
           {"hash", choice.hash}};
 }
 
+/// Link-local groups are no business of RPs, whatever ranges cover them (RFC 5771 section 4).
+static Json linkLocalJson(Lanet::IpAddr group) {
+  return {{"group", jsonOf(group)},
+          {"rp", nullptr},
+          {"range", nullptr},
+          {"decidedBy", keyOf(host::RpTieBreak::noRp)},
+          {"because", "groups of 224.0.0.0/24 stay on their link, and no RP serves them"},
+          {"ranges", Json::array()},
+          {"candidates", Json::array()}};
+}
+
 Json showRp(Observed const& observed, Lanet::IpAddr group) {
+  constexpr Zet::U32 linkLocal = 0xe0000000;
+  if ((group.hostWord() & 0xffffff00) == linkLocal) return linkLocalJson(group);
   host::RpAnswer answer = host::RpMap(observed.router.rpCandidateStatus()).lookup(group, observed.now());
   Json ranges = Json::array();
   for (Lanet::IpGenPrefix const& range : answer.ranges) {

@@ -82,7 +82,7 @@ def measure(command, rate, seconds):
         interface = "eth-router"
         inside(sender, "hello", interface)
         wait_until(lambda: router.show("neighbors")["neighbors"], "the sender is a neighbour")
-        inside(sender, "send", interface, 1, 1)
+        inside(sender, "send", interface, 1000, 1)
         router.command("clear", "counters")
         before = cpu_seconds(router.agent.process.pid)
         sent, took = inside(sender, "send", interface, rate, seconds).split()

@@ -41,8 +41,11 @@ void printText(ConfigReading const& reading, std::ostream& out) {
 void printJson(ConfigReading const& reading, std::ostream& out) {
   Json findings = Json::array();
   for (auto const& [severity, what] : findingsOf(reading)) {
-    findings.push_back(
-        {{"severity", severity}, {"line", what.at.line}, {"column", what.at.column}, {"text", what.text}});
+    bool isPlaced = what.at != agent::TextPlace();
+    findings.push_back({{"severity", severity},
+                        {"line", isPlaced ? Json(what.at.line) : Json()},
+                        {"column", isPlaced ? Json(what.at.column) : Json()},
+                        {"text", what.text}});
   }
   Json document = {{"file", reading.file}, {"sound", reading.isSound()}, {"findings", findings}};
   // The name of a file may be of any bytes.

@@ -90,17 +90,17 @@ ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err
   });
 }
 
-static void writeLines(std::ostream& out, char const* before, Json const& result, char const* member) {
-  for (Json const& text : result.at(member)) out << before << text.get<std::string>() << '\n';
+static void writeLines(std::ostream& out, Json const& result, char const* member, char const* behind = "") {
+  for (Json const& text : result.at(member)) out << text.get<std::string>() << behind << '\n';
 }
 
 ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
     Json result = ask(socket, {{"command", "reload"}});
     bool applied = result.at("applied").get<bool>();
-    writeLines(err, "error: ", result, "faults");
-    writeLines(err, "warning: ", result, "warnings");
-    writeLines(out, "needs a restart: ", result, "needsRestart");
+    writeLines(err, result, "faults");
+    writeLines(err, result, "warnings");
+    writeLines(out, result, "needsRestart", " takes effect at the next start");
     if (applied) {
       out << "the configuration file was read again and is followed\n";
     } else {

@@ -40,8 +40,10 @@ static constexpr char const* footShow =
 static constexpr char const* aboutWatch = "Print the changes of a running agent as they happen";
 
 static constexpr char const* footWatch =
-    "Each change is one line of JSON, as in 'pimbsr show history --json'. The stream lasts\n"
-    "until it is interrupted, or the agent ends, or lines are not taken fast enough.\n"
+    "Each change is one line of JSON, as in 'pimbsr show history --json', but without its age;\n"
+    "and each RP has a line of its own, where the history makes one entry of several RPs of a\n"
+    "zone that change at once. The stream lasts until it is interrupted, or the agent ends, or\n"
+    "lines are not taken fast enough.\n"
     "\n"
     "Example:\n"
     "  pimbsr watch\n"

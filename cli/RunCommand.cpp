@@ -6,8 +6,10 @@
 #include <memory>
 #include <ostream>
 #include <system_error>
+#include <vector>
 
 #include "agent/ConfigFile.h"
+#include "agent/ConfigLint.h"
 #include "agent/Daemon.h"
 #include "agent/Privileges.h"
 
@@ -21,10 +23,10 @@ double parseClockRate(std::string const& text) {
   throw UsageError(fmt::format("--clock-rate: '{}' is no number from 1 to 1000", text));
 }
 
-static bool tellFaults(agent::ConfigReading const& reading, std::ostream& err) {
-  for (agent::ConfigFinding const& fault : reading.faults)
-    err << fmt::format("{}: error: {}\n", agent::textOf(reading.file, fault.at), fault.text);
-  return !reading.isSound();
+static void tell(agent::ConfigReading const& reading, char const* kind,
+                 std::vector<agent::ConfigFinding> const& findings, std::ostream& err) {
+  for (agent::ConfigFinding const& finding : findings)
+    err << fmt::format("{}: {}: {}\n", agent::textOf(reading.file, finding.at), kind, finding.text);
 }
 
 /// The change command's helper comes first of all: it must not inherit a socket, nor be held by the filter.
@@ -42,7 +44,9 @@ static void serve(agent::RunOptions const& options, agent::Settings const& setti
 
 ExitCode runAgent(agent::RunOptions const& options, std::ostream& out, std::ostream& err) {
   agent::ConfigReading reading = agent::readConfigFile(options.file);
-  if (tellFaults(reading, err)) return exitFailed;
+  tell(reading, "error", reading.faults, err);
+  if (!reading.isSound()) return exitFailed;
+  tell(reading, "warning", agent::lint(reading), err);
   try {
     serve(options, reading.settings, out);
   } catch (std::runtime_error const& fault) {  // what the system refuses is one, too

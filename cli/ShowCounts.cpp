@@ -16,7 +16,8 @@ void writeFilter(std::ostream& out, Json const& view) {
     for (Json const& prefix : view.at("permitted")) out << fmt::format("  {}\n", textOf(prefix));
   }
   out << fmt::format("Sender lists: {}. Refused since the last clear: {}.\n",
-                     listOf(view.at("lists"), "none"), countOf(view.at("refused"), "advertisement"));
+                     listsOf(view.at("lists"), view.at("absentLists")),
+                     countOf(view.at("refused"), "advertisement"));
 }
 
 // Counters --------------------------------------------------------------------------------------------
@@ -33,17 +34,24 @@ static void writeTimers(std::ostream& out, Json const& view) {
                      countOf(exceptions, "exception"));
 }
 
+/// One has a name that only its parts explain.
+static std::string counterName(Json const& name) {
+  return name == "errCounters" ? "Refused, by cause" : textOf(name);
+}
+
 static void writeEngineCounters(std::ostream& out, Json const& counters) {
   Table table({"counter", "count", "what it counts"});
   for (Json const& counter : counters) {
     if (counter.at("value") != 0)
-      table.add({textOf(counter.at("name")), textOf(counter.at("value")), textOf(counter.at("sentence"))});
+      table.add(
+          {counterName(counter.at("name")), textOf(counter.at("value")), textOf(counter.at("sentence"))});
     if (!counter.contains("parts")) continue;
     for (Json const& part : counter["parts"]) {
       if (part.at("value") != 0) table.add({"  " + textOf(part.at("name")), textOf(part.at("value")), ""});
     }
   }
-  out << "\nMessages at the gates" << (table.empty() ? ": none yet\n" : ", without those that are 0\n");
+  out << "\nBootstrap messages and advertisements"
+      << (table.empty() ? ": none yet\n" : ", without those that are 0\n");
   if (!table.empty()) table.write(out, 2);
 }
 

@@ -22,18 +22,33 @@ static std::string eventOf(Json const& entry) {
 
 // Details ---------------------------------------------------------------------------------------------
 
+/// What was other of the BSR before.
+static std::string formerOf(Json const& entry) {
+  Json const& bsr = entry.at("bsr");
+  Json const& former = entry.at("formerBsr");
+  bool wasOwn = entry.at("formerOwn");
+  std::string text;
+  auto add = [&](std::string const& part) { text += (text.empty() ? "" : ", ") + part; };
+  if (former.at("address") != bsr.at("address")) {
+    add(textOf(former.at("address")) + (wasOwn ? " (this router)" : ""));
+  } else if (wasOwn != entry.at("own")) {
+    add(wasOwn ? "this router" : "another router");
+  }
+  if (former.at("priority") != bsr.at("priority")) add("priority " + textOf(former.at("priority")));
+  if (former.at("hashMaskLen") != bsr.at("hashMaskLen"))
+    add("hash mask length " + textOf(former.at("hashMaskLen")));
+  return text;
+}
+
 static std::string detailsOfBsr(Json const& entry) {
   Json const& bsr = entry.at("bsr");
   std::string text = textOf(bsr.at("address")) + (entry.at("own") ? " (this router)" : "");
   if (entry.at("event") == "bsrLost") return text;
-  text += fmt::format(", priority {}, hash mask length {}", textOf(bsr.at("priority")),
-                      textOf(bsr.at("hashMaskLen")));
+  text += ", priority " + textOf(bsr.at("priority"));
   if (!entry.contains("formerBsr")) return text;
-  Json const& former = entry["formerBsr"];
-  bool same = former.at("address") == bsr.at("address");
-  return text + fmt::format("; was {}priority {}, hash mask length {}",
-                            same ? "" : textOf(former.at("address")) + ", ", textOf(former.at("priority")),
-                            textOf(former.at("hashMaskLen")));
+  bool otherMask = entry["formerBsr"].at("hashMaskLen") != bsr.at("hashMaskLen");
+  if (otherMask) text += ", hash mask length " + textOf(bsr.at("hashMaskLen"));
+  return text + "; was " + formerOf(entry);
 }
 
 static std::string termsOf(Json const& rp) {
@@ -50,24 +65,25 @@ static std::string detailsOfRp(Json const& entry) {
   return text;
 }
 
-static std::string detailsOfCounts(Json const& counts) {
+/// As in "12 added, 3 removed: 10.0.0.1, 10.0.0.2, ...".
+static std::string detailsOfRps(Json const& entry) {
   std::string text;
-  for (auto const& [change, count] : counts.items()) {
+  for (auto const& [change, count] : entry.at("rps").items()) {
     if (count != 0) text += fmt::format("{}{} {}", text.empty() ? "" : ", ", textOf(count), change);
   }
-  return text;
+  return text + ": " + listOf(entry.at("firstRps")) + (entry.at("moreRps") ? ", ..." : "");
 }
 
 static std::string detailsOfState(Json const& entry) {
-  if (entry.at("state") == "-") return "candidacy ended; was " + textOf(entry.at("formerState"));
-  if (entry.at("formerState") == "-") return textOf(entry.at("state"));
+  if (entry.at("state").is_null()) return "candidacy ended; was " + textOf(entry.at("formerState"));
+  if (entry.at("formerState").is_null()) return textOf(entry.at("state"));
   return textOf(entry.at("state")) + "; was " + textOf(entry.at("formerState"));
 }
 
 static std::string detailsOf(Json const& entry) {
   if (entry.contains("bsr")) return detailsOfBsr(entry);
   if (entry.contains("rp")) return detailsOfRp(entry);
-  if (entry.contains("rps")) return detailsOfCounts(entry["rps"]);
+  if (entry.contains("rps")) return detailsOfRps(entry);
   return entry.contains("state") ? detailsOfState(entry) : "";
 }
 
@@ -85,12 +101,13 @@ static std::string causeOf(Json const& cause) {
 void writeHistory(std::ostream& out, Json const& view) {
   Json const& entries = view.at("entries");
   if (entries.empty()) {
-    out << "Nothing has happened yet.\n";
+    out << (view.at("wasCleared") ? "Nothing has happened since the last clear.\n"
+                                  : "Nothing has happened yet.\n");
     return;
   }
   out << fmt::format("The last {}, the newest at the end (at most {} are kept)\n",
                      countOf(entries.size(), "change"), textOf(view.at("mostEntries")));
-  Table table({"time", "ago", "zone", "event", "details", "cause"});
+  Table table({"local time", "ago", "zone", "event", "details", "cause"});
   for (Json const& entry : entries) {
     auto time = static_cast<std::time_t>(entry.at("time").get<double>());
     table.add({fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(time)), textOfSpan(entry.at("ago")),

@@ -7,15 +7,15 @@
 
 namespace pimbsr::cli {
 
-// Neighbors -------------------------------------------------------------------------------------------
+// Neighbours ------------------------------------------------------------------------------------------
 
 void writeNeighbors(std::ostream& out, Json const& view) {
   Json const& neighbors = view.at("neighbors");
   if (neighbors.empty()) {
-    out << "No PIM neighbor is known on any interface.\n";
+    out << "No PIM neighbour is known on any interface.\n";
     return;
   }
-  out << "PIM neighbors (the highest DR priority wins, then the highest address)\n";
+  out << "PIM neighbours (the highest DR priority wins, then the highest address)\n";
   Table table(
       {"interface", "address", "DR priority", "DR", "generation ID", "expires in", "other addresses"});
   for (Json const& n : neighbors) {
@@ -53,7 +53,7 @@ void writeInterfaces(std::ostream& out, Json const& view) {
     return;
   }
   out << "Interfaces that speak PIM (the highest DR priority wins, then the highest address)\n";
-  Table table({"interface", "state", "address", "MTU", "DR", "DR priority", "neighbors", "next Hello"});
+  Table table({"interface", "state", "address", "MTU", "DR", "own DR priority", "neighbours", "next Hello"});
   Table packets({"interface", "received", "refused", "sent", "not sent"});
   for (Json const& i : interfaces) {
     std::string name = textOf(i.at("interface"));
@@ -77,10 +77,10 @@ void writeBorders(std::ostream& out, Json const& view) {
     return;
   }
   out << "Group ranges whose Bootstrap Messages don't cross an interface\n";
-  Table table({"interface", "group range", "configured lists"});
+  Table table({"interface", "group range", "access lists"});
   for (Json const& border : borders) {
     std::string name = textOf(border.at("interface"));
-    std::string lists = listOf(border.at("lists"), "none");
+    std::string lists = listsOf(border.at("lists"), border.at("absentLists"));
     for (Json const& range : border.at("blocked")) {
       table.add({std::exchange(name, ""), textOf(range), std::exchange(lists, "")});
     }

@@ -39,7 +39,7 @@ void writeHistory(std::ostream& out, Json const& view);
 
 /// A value as people read it; "-" for null.
 std::string textOf(Json const& value);
-/// A span of time: tenths of a second up to 1000 seconds, then minutes, hours and days; "-" for null.
+/// A span of time: tenths of a second up to 100 seconds, then minutes, hours and days; "-" for null.
 std::string textOfSpan(Json const& seconds);
 /// The same, where null means that there is no end.
 std::string textOfSpanOrNever(Json const& seconds);
@@ -47,6 +47,10 @@ std::string textOfSpanOrNever(Json const& seconds);
 std::string countOf(Json const& number, std::string const& what);
 /// The items with commas between them; `none` if there are none.
 std::string listOf(Json const& items, std::string const& none = "-");
+/// Names of access lists with commas between them, with a mark at those that aren't there; "none" for none.
+std::string listsOf(Json const& lists, Json const& absent);
+/// A number of entries of RP sets, of which one RP has as many as it has group ranges.
+std::string entriesOf(Json const& number);
 /// The name that people use for a kind of message.
 std::string messageName(Json const& kind);
 

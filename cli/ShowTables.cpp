@@ -1,5 +1,6 @@
 #include "cli/ShowTables.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <ostream>
@@ -20,7 +21,7 @@ std::string textOf(Json const& value) {
 std::string textOfSpan(Json const& seconds) {
   if (seconds.is_null()) return "-";
   auto exact = seconds.get<double>();
-  if (exact < 999.95) return fmt::format("{:.1f} s", exact);
+  if (exact < 99.95) return fmt::format("{:.1f} s", exact);
   long whole = std::lround(exact);
   if (whole < 3600) return fmt::format("{}m {:02}s", whole / 60, whole % 60);
   if (whole < 86400) return fmt::format("{}h {:02}m", whole / 3600, whole / 60 % 60);
@@ -41,10 +42,27 @@ std::string listOf(Json const& items, std::string const& none) {
   return text.empty() ? none : text;
 }
 
+std::string listsOf(Json const& lists, Json const& absent) {
+  Json marked = Json::array();
+  for (Json const& list : lists) {
+    bool isAbsent = std::find(absent.begin(), absent.end(), list) != absent.end();
+    marked.push_back(textOf(list) + (isAbsent ? " (not there)" : ""));
+  }
+  return listOf(marked, "none");
+}
+
+std::string entriesOf(Json const& number) {
+  return fmt::format("{} {}", number.dump(), number == 1 ? "entry" : "entries");
+}
+
 std::string messageName(Json const& kind) {
-  static std::map<std::string, std::string> const names = {
-      {"bsm", "BSM"},         {"crpAdv", "C-RP-Adv"},     {"hello", "Hello"},
-      {"other", "other PIM"}, {"malformed", "malformed"}, {"notPim", "not PIM"}};
+  static std::map<std::string, std::string> const names = {{"bsm", "BSM"},
+                                                           {"crpAdv", "C-RP-Adv"},
+                                                           {"hello", "Hello"},
+                                                           {"other", "other PIM"},
+                                                           {"malformed", "malformed"},
+                                                           {"notPim", "not PIM"},
+                                                           {"unread", "not looked at"}};
   auto at = names.find(kind);
   return at == names.end() ? textOf(kind) : at->second;
 }

@@ -41,7 +41,7 @@ static void writeNoBsr(std::ostream& out, Json const& zone) {
 
 static std::string sizeOf(Json const& zone) {
   if (zone.at("rps") == 0) return "empty";
-  return countOf(zone.at("rps"), "RP") + " in " + countOf(zone.at("ranges"), "group range");
+  return entriesOf(zone.at("rps")) + " in " + countOf(zone.at("ranges"), "group range");
 }
 
 void writeBsr(std::ostream& out, Json const& view) {
@@ -85,7 +85,7 @@ void writeRpSet(std::ostream& out, Json const& view) {
     if (!std::exchange(isFirst, false)) out << '\n';
     std::string bsr = zone.at("bsr").is_null() ? "no BSR" : "BSR " + textOf(zone.at("bsr"));
     out << fmt::format("Zone {}, {}, {} (lower priority wins)\n", textOf(zone.at("zone")), bsr,
-                       countOf(zone.at("rps"), "RP"));
+                       entriesOf(zone.at("rps")));
     writeZoneRps(out, zone);
   }
   if (isFirst) out << "No RP is known in any zone.\n";
@@ -100,9 +100,10 @@ static std::string noteOf(Json const& range) {
 
 static void writeCovering(std::ostream& out, Json const& ranges) {
   out << "\nGroup ranges that cover it, the longest first\n";
-  Table table({"group range", "RPs", "live", ""});
+  Table table({"group range", "zone", "RPs", "live", ""});
   for (Json const& range : ranges) {
-    table.add({textOf(range.at("range")), textOf(range.at("rps")), textOf(range.at("live")), noteOf(range)});
+    table.add({textOf(range.at("range")), listOf(range.at("zones")), textOf(range.at("rps")),
+               textOf(range.at("live")), noteOf(range)});
   }
   table.write(out, 2);
 }
@@ -111,8 +112,7 @@ void writeRp(std::ostream& out, Json const& view) {
   Json const& ranges = view.at("ranges");
   std::string group = textOf(view.at("group"));
   if (view.at("rp").is_null()) {
-    out << fmt::format("Group {} has no RP: {}.\n", group,
-                       ranges.empty() ? "no group range covers it" : "no range that covers it has a live RP");
+    out << fmt::format("Group {} has no RP: {}.\n", group, textOf(view.at("because")));
     if (!ranges.empty()) writeCovering(out, ranges);
     return;
   }

@@ -3,6 +3,9 @@
 # plays the corpus and fixed mutations of it.
 set(PIMBSR_FUZZ_SECONDS 20 CACHE STRING "Seconds for which the test of one fuzz target runs")
 
+# All of them, and nothing that they don't need.
+add_custom_target(fuzzers)
+
 file(GLOB fuzz_sources CONFIGURE_DEPENDS fuzz/*.cpp)
 list(FILTER fuzz_sources EXCLUDE REGEX "/ReplayMain\\.cpp$")
 foreach(source ${fuzz_sources})
@@ -18,7 +21,8 @@ foreach(source ${fuzz_sources})
       -artifact_prefix=${PROJECT_BINARY_DIR}/${name}- ${work} ${corpus})
   endif()
   add_executable(${target} ${source})
-  target_link_libraries(${target} PRIVATE pimbsr-host $<TARGET_NAME_IF_EXISTS:pimbsr-agent>)
+  add_dependencies(fuzzers ${target})
+  target_link_libraries(${target} PRIVATE pimbsr-host $<TARGET_NAME_IF_EXISTS:pimbsr-readers>)
   if(PIMBSR_FUZZ)
     target_link_options(${target} PRIVATE -fsanitize=fuzzer)
   else()

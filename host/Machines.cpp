@@ -65,7 +65,7 @@ std::string_view sentenceOf(RpTieBreak tieBreak) {
     case RpTieBreak::address:
       return "the highest address among equals";
     default:
-      return "";
+      return "no group range with a live RP covers it";
   }
 }
 

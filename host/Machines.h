@@ -29,7 +29,7 @@ PIMBSR_API std::optional<double> leftOf(Kiv::TimerWheel::NotifieeConst const* ti
 PIMBSR_API std::string_view nameOf(Routing::Pim::Bsr::BsrCandidateState state);
 PIMBSR_API std::string_view nameOf(Routing::Pim::Bsr::BsrNonCandidateState state);
 
-/// What decided between the RPs of a range, as in "the lowest priority"; empty where no RP serves the group.
+/// What decided between the RPs of a range, as in "the lowest priority", or that nothing did.
 PIMBSR_API std::string_view sentenceOf(RpTieBreak tieBreak);
 
 }  // namespace pimbsr::host

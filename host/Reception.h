@@ -10,12 +10,13 @@ namespace pimbsr::host {
 
 /// What a received packet turned out to be.
 enum class MessageKind : U8 {
-  notPim,     ///< no PIM packet at all, or not looked at since it came too fast
+  notPim,     ///< no PIM packet at all
   bootstrap,  ///< Bootstrap Message
   crpAdv,     ///< Candidate-RP-Advertisement
   hello,      ///< Hello
   other,      ///< PIM of another type, or over IPv6
-  malformed   ///< PIM that can't be decoded
+  malformed,  ///< PIM that can't be decoded
+  unread      ///< not looked at, since packets came too fast
 };
 
 /// What became of one received packet.

@@ -30,6 +30,7 @@ constexpr Row rows[] = {
      "The message must stay on its link, but its sender is in no subnet of the interface."},
     {Refusal::notNeighbor, "not-neighbor",
      "The Bootstrap Message comes from an address of which no Hello was heard on the interface."},
+    {Refusal::ownBsr, "own-bsr", "The Bootstrap Message names this router itself as its BSR."},
     {Refusal::helloDestination, "hello-destination",
      "The Hello was sent to another address than 224.0.0.13."},
     {Refusal::rateLimit, "rate-limit",

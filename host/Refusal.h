@@ -23,6 +23,7 @@ enum class Refusal : U8 {
   ttl,               ///< sent to 224.0.0.13 with another TTL than 1
   foreignSubnet,     ///< of a kind that stays on its link, from an address that isn't on the link
   notNeighbor,       ///< a Bootstrap Message from an address that no Hello has told
+  ownBsr,            ///< a Bootstrap Message of this router itself, sent back
   helloDestination,  ///< a Hello sent to another address than 224.0.0.13
   // What would cost more than the Screening grants.
   rateLimit,      ///< more packets in a second than one interface is granted

@@ -241,7 +241,10 @@ static bool refused(Refusal refusal, Reception& reception) {
 Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
   Zet::Context::Scope scope(context_);
   Reception reception;
-  if (refused(screen_->judgeArrival(intfId), reception)) return reception;
+  if (refused(screen_->judgeArrival(intfId), reception)) {
+    reception.kind = MessageKind::unread;
+    return reception;
+  }
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
   if (ip) {
     read(intfId, *ip, reception);

@@ -79,9 +79,13 @@ static bool isNeighbor(Intf const& intf, IpGenAddr const& address) {
 
 Refusal Screen::judgeSender(IntfId const& intfId,
                             Routing::Pim::Packet::BootstrapMessage const& message) const {
-  if (!settings_.fromNeighbors || port_.isOwnAddress(message.srcAddr())) return Refusal::none;
-  Ptr<Intf> intf = pimStatus_.pimIntf(intfId);
-  return intf && isNeighbor(*intf, message.srcAddr()) ? Refusal::none : Refusal::notNeighbor;
+  if (port_.isOwnAddress(message.srcAddr())) return Refusal::none;
+  if (settings_.fromNeighbors) {
+    Ptr<Intf> intf = pimStatus_.pimIntf(intfId);
+    if (!intf || !isNeighbor(*intf, message.srcAddr())) return Refusal::notNeighbor;
+  }
+  bool isOwn = settings_.notOwnBsr && port_.isOwnAddress(message.bsrAddress());
+  return isOwn ? Refusal::ownBsr : Refusal::none;
 }
 
 }  // namespace pimbsr::host

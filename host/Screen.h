@@ -31,7 +31,7 @@ class PIMBSR_API Screen {
   Refusal judgePacket(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
   /// Judges a Hello that would reach the interface's Hello machine.
   Refusal judgeHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
-  /// Judges a Bootstrap Message by its sender (RFC 5059 section 3.1.3).
+  /// Judges a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.
   Refusal judgeSender(Lanet::IntfId const& intfId,
                       Routing::Pim::Packet::BootstrapMessage const& message) const;
   /// Judges a message by what it would make the router keep. An advertisement must be for this router.

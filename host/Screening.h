@@ -18,6 +18,10 @@ struct Screening {
   bool onSubnet = false;
   /// Bootstrap Messages must come from a neighbour whose Hello was heard (RFC 5059 section 3.1.3).
   bool fromNeighbors = false;
+  /// Bootstrap Messages must not name this router itself as their BSR. Each neighbour that forwards one sends
+  /// it back, and one that greets a router which has just started tells it what it said itself before: taken
+  /// as the word of another, that would depose it.
+  bool notOwnBsr = false;
 
   U32 packetsPerSecond = 0;       ///< packets of one interface that are looked at in a second, in the mean
   U32 neighborsPerInterface = 0;  ///< addresses of neighbours that are kept of one interface

@@ -180,14 +180,14 @@ void HelloSm::hastenHello() {
 
 void HelloSm::handleHelloTimer() {
   helloTimer_->timeMinIs(Zet::now() + options_.period);
-  bool sent = send(port_.primaryAddress(intf_->intfId()), options_.holdtime);
+  bool sent = options_.silent || send(port_.primaryAddress(intf_->intfId()), options_.holdtime);
   if (!triggered_ || !sent) return;
   triggered_ = false;
   intf_->triggeredHelloCountInc(1);
 }
 
 bool HelloSm::send(IpGenAddr const& source, U16 holdtime) {
-  if (source.isEmpty()) return false;
+  if (source.isEmpty() || options_.silent) return false;
   announced_ = holdtime == 0 ? IpGenAddr() : source;
   wire::encodeHello({.holdtime = holdtime,
                      .drPriority = options_.drPriority,

@@ -17,6 +17,9 @@ struct HelloOptions {
   double triggeredDelay = 5.0;  ///< seconds within which a new neighbour is greeted
   U16 holdtime = 105;           ///< seconds for which neighbours are to keep this router; 0xffff for ever
   U32 drPriority = 1;           ///< higher wins the election of the Designated Router
+  /// Hellos are left to another program, which sends them from the same address; neighbours are heard all the
+  /// same, and greeted as if a Hello had left.
+  bool silent = false;
 
   bool operator==(HelloOptions const&) const = default;
 };

@@ -81,6 +81,7 @@ Meaning const meanings[] = {
        s.interfaces["eth0"] = {};
        s.router.borders["eth1"].groups[prefix("239.1.0.0/16")] = {};
      }},
+    {"Hello", "[interface.eth0]\nhello = false", [](Settings& s) { s.interfaces["eth0"].hello = false; }},
     {"DrPriority", "[interface.eth0]\ndr-priority = 4294967295",
      [](Settings& s) { s.interfaces["eth0"].drPriority = 4294967295; }},
     {"HelloInterval", "[interface.eth0]\nhello-interval = 18724",
@@ -168,6 +169,7 @@ Meaning const meanings[] = {
     {"OnSubnet", "[checks]\non-subnet = false", [](Settings& s) { s.screening.onSubnet = false; }},
     {"FromNeighbors", "[checks]\nfrom-neighbors = false",
      [](Settings& s) { s.screening.fromNeighbors = false; }},
+    {"NotOwnBsr", "[checks]\nnot-own-bsr = false", [](Settings& s) { s.screening.notOwnBsr = false; }},
     {"PacketsPerSecond", "[limits]\npackets-per-second = 7",
      [](Settings& s) { s.screening.packetsPerSecond = 7; }},
     {"NeighborsPerInterface", "[limits]\nneighbors-per-interface = 7",
@@ -214,14 +216,14 @@ Wrong const wrongs[] = {
     {"UnknownKeyLikeNoOther", "[state]\n\"a b\" = 1",
      "f:2:1: state.\"a b\": no such key; valid here is directory"},
     {"NameWithADotWithoutQuotes", "[interface.eth0.100]",
-     "f:1:17: interface.eth0.100: no such key; valid here are pim, dr-priority, hello-interval, border, "
-     "border-lists; a name with a dot stands in quotes: [interface.\"eth0.100\"]"},
+     "f:1:17: interface.eth0.100: no such key; valid here are pim, hello, dr-priority, hello-interval, "
+     "border, border-lists; a name with a dot stands in quotes: [interface.\"eth0.100\"]"},
     {"NoTable", "timers = 5", "f:1:10: timers: read 5; valid is a table"},
     {"NoTableOfInterfaces", "interface = \"eth0\"",
      "f:1:13: interface: read the text \"eth0\"; valid is a table"},
     {"NoInterfaceTable", "[interface]\neth0 = true", "f:2:8: interface.eth0: read true; valid is a table"},
     {"NoTableOfLists", "access-list = []", "f:1:15: access-list: read a list; valid is a table"},
-    {"NoTableOfTraces", "trace = 1.5", "f:1:9: trace: read a decimal number; valid is a table"},
+    {"NoTableOfTraces", "trace = 1.5", "f:1:9: trace: read the decimal number 1.5; valid is a table"},
     {"OneBracket", "[candidate-bsr]\ninterface = \"lo\"",
      "f:1:1: candidate-bsr: read a table; valid are tables that begin with [[candidate-bsr]]"},
     {"ListOfNoTables", "candidate-rp = [7]", "f:1:17: candidate-rp: read 7; valid is a table"},
@@ -271,10 +273,10 @@ Wrong const wrongs[] = {
      "f:3:11: candidate-bsr.groups: read the text \"239.0.0.0/8\\u0000\"; valid is a group range such as "
      "\"239.1.0.0/16\""},
     {"RangeOfUnicastAddresses", BSR "groups = [\"239.0.0.0/8\", \"10.0.0.0/8\"]",
-     "f:3:26: candidate-bsr lo, group 10.0.0.0/8: no range of multicast groups; a part of 224.0.0.0/4 is "
+     "f:3:26: candidate-bsr.groups: 10.0.0.0/8: no range of multicast groups; a part of 224.0.0.0/4 is "
      "valid"},
     {"RangeOfIp6", "[interface.eth0]\nborder = [\"ff00::/8\"]",
-     "f:2:11: border eth0, group ff00::/8: not of IPv4, which alone is served"},
+     "f:2:11: interface.eth0.border: ff00::/8: not of IPv4, which alone is served"},
     {"RangeTwice", BSR "groups = [\"239.1.0.0/16\", \"239.1.0.0/16\"]",
      "f:3:27: candidate-bsr.groups: 239.1.0.0/16 stands in line 3, column 11 already"},
     {"RangeTwiceInTwoTables", RP RP "groups = [\"224.0.0.0/4\"]",
@@ -294,9 +296,9 @@ Wrong const wrongs[] = {
     {"BsrPriorityOfNone", BSR "priority = 256",
      "f:3:12: candidate-bsr.priority: read 256; valid is a whole number from 0 to 255"},
     {"RangeOnTwoInterfaces", BSR "[[candidate-bsr]]\ninterface = \"m\"",
-     "f:3:1: candidate-bsr m, group 224.0.0.0/4: claimed by lo already; one interface may claim it"},
+     "f:3:1: candidate-bsr.groups: 224.0.0.0/4: claimed by lo already; one interface may claim it"},
     {"ListOnTwoInterfaces", BSR "lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"m\"\nlists = [\"a\"]",
-     "f:6:10: candidate-bsr m, access list a: claimed by lo already; one interface may claim it"},
+     "f:6:10: candidate-bsr.lists: a: claimed by lo already; one interface may claim it"},
     {"TwoIntervalsOfOneRp", RP "interval = 60\n" RP "lists = [\"a\"]\ninterval = 90",
      "f:7:12: candidate-rp.interval: read 90; all that lo offers has one interval, and that is 60 in line 3"},
     {"ListWithABlank", "[access-list.\"a b\"]",

@@ -9,6 +9,7 @@ using pimbsr::agent::ConfigFinding;
 using pimbsr::agent::ConfigReading;
 using pimbsr::agent::lint;
 using pimbsr::agent::readConfig;
+using pimbsr::agent::TextPlace;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
@@ -68,70 +69,83 @@ Unwise const unwise[] = {
       "priority one serves them all"}},
     {"HoldTimeOfAnInterval",
      BSR "interval = 130",
-     {"f:5:12: candidate-bsr.interval: 130 is not below hold-time 130: the BSR would be given up between two "
+     {"f:5:12: candidate-bsr.interval: 130 is not below timers.hold-time, 130: the BSR would be given up "
+      "between two "
       "of "
       "its messages"}},
     {"HoldTimeThatNoLossMayMeet",
      BSR "interval = 61",
-     {"f:5:12: candidate-bsr.interval: hold-time 130 is below two intervals of 61 s and 10 s (RFC 5059 "
+     {"f:5:12: candidate-bsr.interval: timers.hold-time, 130, is below two intervals of 61 s and 10 s (RFC "
+      "5059 "
       "section "
       "5): one lost message ends the BSR"}},
     {"HoldTimeBelowTheUsualInterval",
      PIM "[timers]\nhold-time = 60",
-     {"f:3:13: hold-time 60 is not above 60 s, the interval of a BSR unless it is told otherwise: it would "
+     {"f:3:13: timers.hold-time: 60 is not above 60 s, the interval of a BSR unless it is told otherwise: it "
+      "would "
       "be "
       "given up between two messages"}},
     {"HoldTimeAboveTheUsualInterval", PIM "[timers]\nhold-time = 61", {}},
     {"ZoneTimeoutBelowTenHoldTimes",
      PIM "[timers]\nhold-time = 130\nzone-timeout = 1299",
-     {"f:4:16: zone-timeout 1299 is below ten times hold-time 130, which is used in its place"}},
+     {"f:4:16: timers.zone-timeout: 1299 is below 1300, ten times timers.hold-time, which is used in its "
+      "place"}},
     {"HoldTimeAboveATenthOfTheZoneTimeout",
      PIM "[timers]\nhold-time = 131",
-     {"f:3:13: zone-timeout 1300 is below ten times hold-time 131, which is used in its place"}},
+     {"f:3:13: timers.zone-timeout: 1300 is below 1310, ten times timers.hold-time, which is used in its "
+      "place"}},
 
     {"ListThatIsNotThereYet",
      "[interface.eth0]\nborder-lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\nlists "
      "= "
      "[\"b\"]\n[[candidate-rp]]\ninterface = \"eth0\"\nlists = [\"c\"]\n",
-     {"f:2:17: border eth0, access list a: there is no such list yet; until there is, it permits nothing",
-      "f:6:10: candidate-bsr eth0, access list b: there is no such list yet; until there is, it permits "
+     {"f:2:17: interface.eth0.border-lists: a: there is no such list yet; until there is, it permits nothing",
+      "f:6:10: candidate-bsr.lists: b: there is no such list yet; until there is, it permits "
       "nothing",
-      "f:9:10: candidate-rp eth0, access list c: there is no such list yet; until there is, it permits "
+      "f:9:10: candidate-rp.lists: c: there is no such list yet; until there is, it permits "
       "nothing"}},
     {"ListOfSendersThatIsNotThereYet",
      PIM "[filter]\nsender-lists = [\"a\", \"b\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
-     {"f:3:22: senders, access list b: there is no such list yet; until there is, it permits nothing"}},
+     {"f:3:22: filter.sender-lists: b: there is no such list yet; until there is, it permits nothing"}},
     {"ListsThatPermitNoSender",
      PIM "[filter]\nsender-lists = [\"a\"]\n" LIST("a", "{action = \"deny\"}"),
      {"f:3:17: filter.sender-lists: these lists permit no sender; while that is so, all senders are "
       "permitted"}},
     {"ListThatPermitsNoGroups",
      "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
-     {"f:2:17: border eth0, access list a: it permits no groups, so that nothing comes of it"}},
+     {"f:2:17: interface.eth0.border-lists: a: it permits no groups, so that nothing comes of it"}},
     {"ListOfSendersForGroups",
      RP "lists = [\"a\"]\n[filter]\nsender-lists = [\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
-     {"f:4:10: candidate-rp eth0, access list a: it is one of filter.sender-lists, and so read over senders; "
+     {"f:4:10: candidate-rp.lists: a: it is one of filter.sender-lists, and so read over senders; "
       "it "
       "gives no group ranges here"}},
-    {"ListThatNobodyNames", PIM LIST("a", PERMIT("239.1.0.0/16")), {"f:2:1: access-list a: nobody names it"}},
+    {"ListThatNobodyNames", PIM LIST("a", PERMIT("239.1.0.0/16")), {"f:2:1: access-list.a: nobody names it"}},
     {"MaskWithTooManyHoles",
      PIM "border-lists = [\"a\"]\n" LIST(
          "a",
          PERMIT("239.1.0.0/16") ",\n{action = \"permit\", address = \"239.0.0.0\", mask = \"255.0.0.1\"}"),
-     {"f:5:1: access-list a, rule 20: its mask has so many holes that it stands for 8388608 ranges; above "
+     {"f:5:1: access-list.a.rules: seq 20: its mask has so many holes that it stands for 8388608 ranges; "
+      "above "
       "4096 it "
       "is left out"}},
 
     {"CandidateOfNothing",
      BSR "groups = []\n[[candidate-rp]]\ninterface = \"eth0\"\nlists = []",
-     {"f:2:1: candidate-bsr eth0: it names neither groups nor lists, so that nothing comes of it",
-      "f:6:1: candidate-rp eth0: it names neither groups nor lists, so that nothing comes of it"}},
+     {"f:2:1: candidate-bsr: neither groups nor lists names any, so that nothing comes of it",
+      "f:6:1: candidate-rp: neither groups nor lists names any, so that nothing comes of it"}},
+    {"BorderOfNothing",
+     "[interface.eth0]\nborder-lists = []\n[interface.\"eth0.1\"]\nborder = []\nborder-lists = []\n",
+     {"f:2:16: interface.eth0: neither border nor border-lists names any, so that nothing comes of it",
+      "f:4:10: interface.\"eth0.1\": neither border nor border-lists names any, so that nothing comes of "
+      "it"}},
     {"CandidateOfAnInterfaceWithoutPim",
      PIM "[[candidate-bsr]]\ninterface = \"eth1\"\npriority = 1\n[[candidate-rp]]\ninterface = \"eth1.5\"",
-     {"f:2:1: candidate-bsr eth1: eth1 speaks no PIM and is no loopback; it lends its address, and speaks "
+     {"f:3:13: candidate-bsr.interface: eth1 speaks no PIM and is no loopback; it lends its address, and "
+      "speaks "
       "PIM "
       "with an [interface.eth1]",
-      "f:5:1: candidate-rp eth1.5: eth1.5 speaks no PIM and is no loopback; it lends its address, and speaks "
+      "f:6:13: candidate-rp.interface: eth1.5 speaks no PIM and is no loopback; it lends its address, and "
+      "speaks "
       "PIM "
       "with an [interface.\"eth1.5\"]"}},
     {"CandidateOfALoopback",
@@ -145,13 +159,13 @@ Unwise const unwise[] = {
     {"ZoneOfAGroupAndOfAList",
      BSR "groups = [\"239.1.0.0/16\"]\n[[candidate-bsr]]\ninterface = \"lo\"\npriority = 9\nlists = "
          "[\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
-     {"f:9:10: candidate-bsr lo, access list a: it permits 239.1.0.0/16, for which eth0 is a candidate BSR "
+     {"f:9:10: candidate-bsr.lists: a: it permits 239.1.0.0/16, for which eth0 is a candidate BSR "
       "with "
       "other terms; of both, those count that were applied last"}},
     {"ZoneOfTwoLists",
      BSR "lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\nlists = [\"b\"]\n" LIST(
          "a", PERMIT("239.1.0.0/16")) LIST("b", PERMIT("239.1.0.0/16")),
-     {"f:9:10: candidate-bsr eth0, access list b: it permits 239.1.0.0/16, for which eth0 is a candidate BSR "
+     {"f:9:10: candidate-bsr.lists: b: it permits 239.1.0.0/16, for which eth0 is a candidate BSR "
       "with "
       "other terms; of both, those count that were applied last"}},
     {"ZoneTwiceWithTheSameTerms",
@@ -159,24 +173,24 @@ Unwise const unwise[] = {
      {}},
     {"RangeOfTwoRpsOfOnePriority",
      RP "[[candidate-rp]]\ninterface = \"lo\"\ngroups = [\"224.0.0.0/4\"]",
-     {"f:6:11: candidate-rp lo, group 224.0.0.0/4: eth0 is a candidate RP of 224.0.0.0/4 with the same "
+     {"f:6:11: candidate-rp.groups: 224.0.0.0/4: eth0 is a candidate RP of 224.0.0.0/4 with the same "
       "priority "
       "192, so that the hash splits the groups between two addresses of this router"}},
     {"RangeOfTwoRpsByLists",
      RP "lists = [\"a\"]\n[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"a\"]\n" LIST(
          "a", PERMIT("239.1.0.0/16")),
-     {"f:7:10: candidate-rp lo, access list a: eth0 is a candidate RP of 239.1.0.0/16 with the same priority "
+     {"f:7:10: candidate-rp.lists: a: eth0 is a candidate RP of 239.1.0.0/16 with the same priority "
       "192, "
       "so that the hash splits the groups between two addresses of this router"}},
     {"RangeOfTwoRpsOfTwoPriorities", RP "[[candidate-rp]]\ninterface = \"lo\"\npriority = 1", {}},
     {"RangesOfTwoRps", RP "[[candidate-rp]]\ninterface = \"lo\"\ngroups = [\"239.1.0.0/16\"]", {}},
     {"LinkLocalGroups",
      BSR "groups = [\"224.0.0.13/32\"]\n",
-     {"f:5:11: candidate-bsr eth0, group 224.0.0.13/32: link-local groups, which are never routed, have no "
+     {"f:5:11: candidate-bsr.groups: 224.0.0.13/32: link-local groups, which are never routed, have no "
       "RP"}},
     {"GroupsOfOneSource",
      RP "groups = [\"232.1.0.0/16\"]\n",
-     {"f:4:11: candidate-rp eth0, group 232.1.0.0/16: groups of source-specific multicast have no RP (RFC "
+     {"f:4:11: candidate-rp.groups: 232.1.0.0/16: groups of source-specific multicast have no RP (RFC "
       "4607)"}},
 
     {"ChecksThatAreOff",
@@ -184,6 +198,11 @@ Unwise const unwise[] = {
      {"f:3:18: checks.link-local-ttl: off, messages can be forged from farther away",
       "f:4:13: checks.on-subnet: off, messages can be forged from farther away",
       "f:5:18: checks.from-neighbors: off, messages can be forged from farther away"}},
+    {"OwnBsrThatIsHeard",
+     PIM "[checks]\nnot-own-bsr = false",
+     {"f:3:15: checks.not-own-bsr: off, a candidate that starts anew can be deposed by its own messages, "
+      "which "
+      "neighbours send back"}},
     {"LimitsThatAreNone",
      PIM "[limits]\npackets-per-second = 0\nneighbors-per-interface = 0\nlearned-zones = 0\nfragment-rps = "
          "0\nrps = 0",
@@ -202,14 +221,58 @@ TEST(ConfigLintTest, ExampleIsWise) {
   EXPECT_THAT(lint(pimbsr::agent::readConfigFile(PIMBSR_SOURCE_DIR "/examples/pimbsr.toml")), IsEmpty());
 }
 
+// Beside faults ---------------------------------------------------------------------------------------
+
+std::vector<TextPlace> placesOf(std::vector<ConfigFinding> const& findings) {
+  std::vector<TextPlace> places;
+  for (ConfigFinding const& finding : findings) places.push_back(finding.at);
+  return places;
+}
+
 TEST(ConfigLintTest, WhatIsFaultyIsNotCalledUnwiseToo) {
   ConfigReading reading =
       readConfig("[[candidate-bsr]]\ninterface = \"lo\"\npriority = \"high\"\nhash-mask-length = 0\n", "f");
-  EXPECT_EQ(reading.faults.size(), 1u);
-  std::vector<ConfigFinding> found = lint(reading);
-  ASSERT_EQ(found.size(), 1u);
-  EXPECT_EQ(found[0].at, (pimbsr::agent::TextPlace{4, 20}));
+  EXPECT_THAT(placesOf(reading.faults), ElementsAre(TextPlace{3, 12}));
+  EXPECT_THAT(placesOf(lint(reading)), ElementsAre(TextPlace{4, 20}));
 }
+
+struct Faulty {
+  char const* name;
+  char const* text;
+};
+
+class FaultAlone : public testing::TestWithParam<Faulty> {};
+
+/// Each text is unwise, too, as soon as what is faulty in it is taken as not said.
+TEST_P(FaultAlone, IsToldWithoutALintThatComesOfIt) {
+  ConfigReading reading = readConfig(GetParam().text, "f");
+  EXPECT_EQ(reading.faults.size(), 1u);
+  std::vector<std::string> texts;
+  for (ConfigFinding const& finding : lint(reading)) texts.push_back(finding.text);
+  EXPECT_THAT(texts, IsEmpty());
+}
+
+Faulty const faulties[] = {
+    {"BorderLists", "[interface.eth0]\nborder-lists = 5.5"},
+    {"GroupsOfACandidate", BSR "groups = [7]"},
+    {"Lists", RP "groups = [\"239.1.0.0/16\"]\nlists = \"a\"\n" LIST("a", PERMIT("239.1.0.0/16"))},
+    {"PriorityOfABsr", PIM "[[candidate-bsr]]\ninterface = \"eth0\"\nprioritty = 5"},
+    {"PriorityOfAnRp", RP "[[candidate-rp]]\ninterface = \"lo\"\npriority = -1"},
+    {"TermsOfAZone", BSR "[[candidate-bsr]]\ninterface = \"lo\"\npriority = -1\nlists = [\"a\"]\n" LIST(
+                         "a", PERMIT("224.0.0.0/4"))},
+    {"TermsOfAZoneOfGroups",
+     PIM "[[candidate-bsr]]\ninterface = \"eth0\"\npriority = -1\n[[candidate-bsr]]\ninterface = \"lo\"\n"
+         "priority = 9\nlists = [\"a\"]\n" LIST("a", PERMIT("224.0.0.0/4"))},
+    {"HoldTime", BSR "interval = 70\n[timers]\nhold-time = -1\nzone-timeout = 700"},
+    {"RuleOfAList", "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
+    {"RuleOfAListOfSenders", PIM "[filter]\nsender-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
+    {"TableOfLists", "[interface.eth0]\nborder-lists = [\"a\"]\n[acces-list.a]\n"},
+    {"TableOfInterfaces", BSR "[[candidate-rp]]\ninterface = \"eth1\"\n[interfaces.eth1]\n"},
+    {"Pim", "[interface.eth1]\npim = false\nborder = [\"239.1.0.0/16\"]\n[interfaces.eth1]\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, FaultAlone, testing::ValuesIn(faulties),
+                         [](auto const& one) { return std::string(one.param.name); });
 
 TEST(ConfigLintTest, OfATextThatIsNoTomlNothingIsSaid) {
   EXPECT_THAT(lint(readConfig("[timers\n", "f")), IsEmpty());

@@ -75,7 +75,38 @@ BadText const badTexts[] = {
     {"SecondKey", "a = 1\nb = 2\na = 3\n", {3, 5}, "cannot redefine existing integer 'a'"},
     {"SecondTable", "[a]\n[b]\n[a]\n", {3, 1}, "cannot redefine existing table 'a'"},
     {"HugeNumber", "a = 99999999999999999999\n", {1, 25}, "not TOML: "},
-    {"BytesOfNoCharacter", "a = \"\xff\xfe\"\n", {1, 5}, "invalid utf-8"},
+    {"BytesOfNoCharacter", "a = \"\xff\xfe\"\n", {1, 6}, "byte 0xFF is not UTF-8"},
+    {"Utf16",
+     std::string("\xff\xfe"
+                 "a\0=\0",
+                 6),
+     {1, 1},
+     "byte 0xFF is not UTF-8"},
+    {"ByteOfLatin1", "a = 1\n# \xc3\xa4\xe4 x\n", {2, 4}, "byte 0xE4 is not UTF-8"},
+    {"CharacterThatIsCutOff", "# \xe2\x82", {1, 3}, "byte 0xE2 is not UTF-8"},
+    {"CharacterThatIsTooLong", "# \xc0\xaf", {1, 3}, "byte 0xC0 is not UTF-8"},
+    {"Surrogate", "# \xed\xa0\x80", {1, 3}, "byte 0xED is not UTF-8"},
+    {"BeyondUnicode", "# \xf4\x90\x80\x80", {1, 3}, "byte 0xF4 is not UTF-8"},
+    {"TextThatIsNotClosed", "b = 1\na = \"x\nb = \"\xce\x97\n", {2, 5}, "no closing quote on its line"},
+    {"TextThatIsNotClosedAtTheEnd", "a = 'x", {1, 5}, "no closing quote on its line"},
+    {"TextThatIsNotClosedBehindAByteOrderMark",
+     "\xef\xbb\xbf"
+     "a = 'x\n",
+     {1, 5},
+     "no closing quote on its line"},
+    {"TextWhoseQuoteIsEscaped", "a = \"c:\\\"\nb = 1\n", {1, 5}, "no closing quote on its line"},
+    {"TextThatEndsInABackslash", "a = \"c:\\\nb = \"\"\n", {1, 5}, "no closing quote on its line"},
+    {"TextThatEndsInABackslashAtTheEnd", "a = \"c:\\", {1, 5}, "no closing quote on its line"},
+    {"TextOfLinesThatIsNotClosed", "a = \"\"\"x\n\"\"\n", {1, 5}, "no three closing quotes"},
+    {"FaultBeforeATextThatIsNotClosed", "[a\nb = 'x\n", {1, 3}, "not TOML: Error while parsing table header"},
+    {"QuoteBehindANumber", "a = 1\"\xce\x97\"\n", {1, 7}, "a character beyond ASCII"},
+    {"QuoteBehindANumberAndABracket", "a = [ 1{\"\xce\x97\" = 2}]\n", {1, 10}, "a character beyond ASCII"},
+    {"QuoteBehindADot", "a.\"\xce\x97\" = [1.\"\xce\x97\"]\n", {1, 13}, "a character beyond ASCII"},
+    {"QuoteBehindADotInATable",
+     "a = {b.\"\xce\x97\" = 1, c.\"d\" = 1.\"\xce\x97\"}\n",
+     {1, 28},
+     "a character beyond ASCII"},
+    {"QuoteBehindABareKey", "[a.\"\xce\x97\"]\nb\"\xce\x97\" = 1\n", {2, 3}, "a character beyond ASCII"},
     {"ControlCharacter", std::string("a = \"\0\"\n", 8), {1, 6}, "control characters"},
     {"HeaderThatIsNoKey", "a = 1\n[=]\nb = 1\n", {2, 1}, "neither a table, nor a key"},
     {"LetterBeyondAscii", "a = 1\n b\xc3\xa4 = 1\n", {2, 3}, "a character beyond ASCII"},
@@ -105,7 +136,7 @@ TEST(ConfigTextTest, WhatStandsInTextsAndCommentsNestsNothing) {
 
 TEST(ConfigTextTest, CharactersBeyondAsciiStandInTextsAndComments) {
   std::string text =
-      "\xef\xbb\xbf# \xce\x97\n\"\xce\x97\" = '\xce\x97' # \xce\x97\n"
+      "\xef\xbb\xbf# \xce\x97\xe2\x82\xac\xf0\x9f\x98\x80\n\"\xce\x97\" = '\xce\x97' # \xce\x97\n"
       "b = \"\"\"\\\n  x\xce\x97 \\\" \xce\x97\n\xce\x97\"\"\"\n";
   ParsedText parsed = parseConfigText(text);
   ASSERT_THAT(parsed.faults, IsEmpty());
@@ -127,12 +158,24 @@ TEST(ConfigTextTest, LongestAndDeepestAreRead) {
 // Words -----------------------------------------------------------------------------------------------
 
 TEST(ConfigTextTest, ValuesAreDescribedInAFewWords) {
-  ParsedText parsed =
-      parseConfigText("a = [5, -1, false, \"x\\n\\\"\", [1], {b = 1}, 1.5, 2026-01-01, 07:00:00]");
+  ParsedText parsed = parseConfigText(
+      "\xef\xbb\xbf"
+      "a = [5, -1, false, \"x\\n\\\"\xc3\xa4\", [1], {b = 1}, 1_0.5 , -1e3# \xc3\xa4\n"
+      ", inf, 2026-01-01, 07:00:00,\r\n2026-01-01 07:00:00 , 2026-01-01T07:00:00Z,\n"
+      "1." +
+      repeated("0", 70) + "]");
   std::vector<std::string> words;
   for (ConfigValue const& item : parsed.root.entries.at(0).value.items) words.push_back(describe(item));
-  EXPECT_THAT(words, ElementsAre("5", "-1", "false", "the text \"x\\u000A\\\"\"", "a list", "a table",
-                                 "a decimal number", "a date or time", "a date or time"));
+  EXPECT_THAT(words,
+              ElementsAre("5", "-1", "false", "the text \"x\\u000A\\\"\xc3\xa4\"", "a list", "a table",
+                          "the decimal number 1_0.5", "the decimal number -1e3", "the decimal number inf",
+                          "the date 2026-01-01", "the time 07:00:00", "the date and time 2026-01-01 07:00:00",
+                          "the date and time 2026-01-01T07:00:00Z",
+                          "the decimal number 1." + repeated("0", 58) + "..."));
+}
+
+TEST(ConfigTextTest, ValueAtTheEndOfTheTextIsDescribedAsItIsWritten) {
+  EXPECT_EQ(describe(parseConfigText("a = 1\nb = 1.5").root.entries.at(1).value), "the decimal number 1.5");
 }
 
 TEST(ConfigTextTest, LongTextsAreCutBetweenCharacters) {

@@ -33,7 +33,7 @@ class AnySettings {
   Settings draw() {
     Settings s;
     for (U64 i = below(4); i > 0; --i)
-      s.interfaces[intf()] = {.drPriority = any(), .helloInterval = in(1, 18724)};
+      s.interfaces[intf()] = {.hello = below(2) == 0, .drPriority = any(), .helloInterval = in(1, 18724)};
     for (U64 i = below(3); i > 0; --i) fill(s.router.borders[intf()], pimbsr::host::Present());
     for (U64 i = below(3); i > 0; --i) drawBsr(s);
     for (U64 i = below(3); i > 0; --i) drawRp(s);
@@ -44,6 +44,7 @@ class AnySettings {
     s.screening = {.linkLocalTtl = flip(),
                    .onSubnet = flip(),
                    .fromNeighbors = flip(),
+                   .notOwnBsr = flip(),
                    .packetsPerSecond = any(),
                    .neighborsPerInterface = any(),
                    .learnedZones = any(),
@@ -164,10 +165,10 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
       "f");
   ASSERT_TRUE(reading.isSound());
   auto json = writeJson(reading.settings);
-  EXPECT_EQ(
-      json["interfaces"].dump(),
-      R"({"eth0":{"pim":true,"drPriority":7,"helloInterval":30,"border":["239.1.0.0/16"],"borderLists":[]},)"
-      R"("eth1":{"pim":false,"border":[],"borderLists":["a"]}})");
+  EXPECT_EQ(json["interfaces"].dump(),
+            R"({"eth0":{"pim":true,"hello":true,)"
+            R"("drPriority":7,"helloInterval":30,"border":["239.1.0.0/16"],"borderLists":[]},)"
+            R"("eth1":{"pim":false,"border":[],"borderLists":["a"]}})");
   EXPECT_EQ(json["candidateBsrs"].dump(),
             R"([{"interface":"eth0","groups":["224.0.0.0/4"],"lists":[],"priority":9,"hashMaskLen":30,)"
             R"("interval":60}])");
@@ -179,7 +180,8 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
             R"({"seq":20,"action":"permit","prefix":"0.0.0.0/0"}]})");
   EXPECT_EQ(json["holdTime"], 130);
   EXPECT_EQ(json["zoneTimeout"], 1300);
-  EXPECT_EQ(json["checks"].dump(), R"({"linkLocalTtl":true,"onSubnet":true,"fromNeighbors":true})");
+  EXPECT_EQ(json["checks"].dump(),
+            R"({"linkLocalTtl":true,"onSubnet":true,"fromNeighbors":true,"notOwnBsr":true})");
   EXPECT_EQ(json["limits"].dump(),
             R"({"packetsPerSecond":1000,"neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,)"
             R"("rps":20000})");

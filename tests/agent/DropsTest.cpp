@@ -113,6 +113,7 @@ TEST_F(DropsTest, MessageRefusedBeforeItWasReadIsNamedByItsKind) {
                             {MessageKind::crpAdv, "C-RP-Adv"},
                             {MessageKind::hello, "Hello"},
                             {MessageKind::other, "PIM message of another type"},
+                            {MessageKind::unread, "packet that was not looked at"},
                             {MessageKind::notPim, "packet"}}) {
     Drops one;
     one.note("eth0", Reception{.kind = kind, .reason = "rate"}, 1);

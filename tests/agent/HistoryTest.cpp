@@ -16,6 +16,7 @@ using pimbsr::agent::History;
 using pimbsr::agent::HistoryEntry;
 using pimbsr::agent::HistoryKind;
 using pimbsr::agent::RpCounts;
+using pimbsr::host::ChangeKind;
 using pimbsr::host::MessageKind;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -36,6 +37,19 @@ class HistoryTest : public ObservedRouter {
     history.clear();
     return all;
   }
+  /// Ends an event of such changes of the BSR 10.0.0.1 of the global zone.
+  void happen(std::vector<ChangeKind> const& changes) {
+    history.causeIs({.kind = CauseKind::timer}, context.now());
+    for (ChangeKind kind : changes) {
+      history.onChange({.kind = kind, .zone = globalZone, .bsr = {addr("10.0.0.1"), 10, 30}});
+    }
+    history.noteStates(*router);
+  }
+  pimbsr::agent::ZoneTotals totals() {
+    auto at = history.totals().find(globalZone);
+    return at == history.totals().end() ? pimbsr::agent::ZoneTotals() : at->second;
+  }
+  Lanet::IpGenPrefix const globalZone = prefix("224.0.0.0/4");
   std::vector<HistoryKind> fresh() {
     std::vector<HistoryKind> all;
     for (HistoryEntry const& entry : history.takeNew()) all.push_back(entry.kind);
@@ -102,13 +116,124 @@ TEST_F(HistoryTest, BetterBsrTakesOver) {
   greet();
   history.clear();
   ASSERT_TRUE(receive(packetOf(bsmWith({"10.0.0.2"}, 200))).accepted());
-  ASSERT_EQ(history.entries().size(), 4u);
-  EXPECT_TRUE(history.entries()[0].own);
-  EXPECT_FALSE(history.entries()[1].own);
-  EXPECT_EQ(history.entries()[1].bsr.address, addr("10.0.0.1"));
-  EXPECT_EQ(history.entries()[3].state, "Candidate-BSR");
-  EXPECT_THAT(kinds(), ElementsAre(HistoryKind::bsrLost, HistoryKind::bsrElected, HistoryKind::rpAdded,
-                                   HistoryKind::candidateState));
+  ASSERT_EQ(history.entries().size(), 3u);
+  HistoryEntry const& changed = history.entries()[0];
+  EXPECT_FALSE(changed.own);
+  EXPECT_TRUE(changed.formerOwn);
+  EXPECT_EQ(changed.bsr.address, addr("10.0.0.1"));
+  EXPECT_EQ(changed.formerBsr.address, addr("192.0.2.9"));
+  EXPECT_EQ(history.entries()[2].state, "Candidate-BSR");
+  EXPECT_THAT(fresh(),
+              ElementsAre(HistoryKind::bsrChanged, HistoryKind::rpAdded, HistoryKind::candidateState));
+  EXPECT_THAT(kinds(),
+              ElementsAre(HistoryKind::bsrChanged, HistoryKind::rpAdded, HistoryKind::candidateState));
+  EXPECT_EQ(totals().bsrLosses, 0u);
+  EXPECT_EQ(totals().bsrChanges, 1u);
+  EXPECT_EQ(totals().elections, 1u);
+}
+
+TEST_F(HistoryTest, OwnElectionInPlaceOfAnotherIsAnElectionAndAChange) {
+  lead();
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"}, 200)));
+  ASSERT_EQ(totals().bsrChanges, 1u);
+  history.clear();
+  run(200);
+  auto changed = std::find_if(history.entries().begin(), history.entries().end(),
+                              [](auto& entry) { return entry.kind == HistoryKind::bsrChanged; });
+  ASSERT_NE(changed, history.entries().end());
+  EXPECT_TRUE(changed->own);
+  EXPECT_FALSE(changed->formerOwn);
+  EXPECT_EQ(totals().elections, 2u);
+  EXPECT_EQ(totals().bsrChanges, 2u);
+  EXPECT_EQ(totals().bsrLosses, 0u);
+}
+
+TEST_F(HistoryTest, BsrThatComesBackUnchangedInTheSameEventSaysNothing) {
+  happen({ChangeKind::bsrLost, ChangeKind::bsrElected});
+  EXPECT_THAT(kinds(), IsEmpty());
+  EXPECT_EQ(totals().bsrChanges, 0u);
+  happen({ChangeKind::bsrElected, ChangeKind::bsrLost});
+  EXPECT_THAT(kinds(), ElementsAre(HistoryKind::bsrElected, HistoryKind::bsrLost));
+}
+
+TEST_F(HistoryTest, BsrsOfTwoZonesAreNotOneChange) {
+  history.causeIs({.kind = CauseKind::timer}, context.now());
+  history.onChange({.kind = ChangeKind::bsrLost, .zone = prefix("239.1.0.0/16"), .bsr = {addr("10.0.0.1")}});
+  history.onChange(
+      {.kind = ChangeKind::bsrElected, .zone = prefix("239.2.0.0/16"), .bsr = {addr("10.0.0.1")}});
+  history.noteStates(*router);
+  EXPECT_THAT(kinds(), ElementsAre(HistoryKind::bsrLost, HistoryKind::bsrElected));
+}
+
+TEST_F(HistoryTest, OwnElectionCountsAlsoWhereTheBsrWasNamedAllTheTime) {
+  lead();
+  History other;
+  other.causeIs({.kind = CauseKind::timer}, 77);
+  other.noteStates(*router);
+  EXPECT_EQ(other.totals().at(globalZone).elections, 1u);
+  EXPECT_EQ(other.bsrSince(globalZone), 77);
+}
+
+TEST_F(HistoryTest, BsrThatOnlyCeasesToBeThisRouterIsAChange) {
+  lead();
+  History other;
+  other.noteStates(*router);
+  greet();
+  ASSERT_TRUE(receive(packetOf(bsmWith({}, 200))).accepted());
+  pimbsr::host::BsrView ours{.address = addr("192.0.2.9"), .priority = 64, .hashMaskLen = 30};
+  other.causeIs({.kind = CauseKind::timer}, 77);
+  other.onChange({.kind = ChangeKind::bsrLost, .zone = globalZone, .bsr = ours});
+  other.onChange({.kind = ChangeKind::bsrElected, .zone = globalZone, .bsr = ours});
+  other.noteStates(*router);
+  std::vector<HistoryEntry> told = other.takeNew();
+  ASSERT_EQ(told.size(), 2u);
+  EXPECT_EQ(told[0].kind, HistoryKind::bsrChanged);
+  EXPECT_TRUE(told[0].formerOwn);
+  EXPECT_FALSE(told[0].own);
+  EXPECT_EQ(other.totals().at(globalZone).bsrChanges, 1u);
+  EXPECT_EQ(other.totals().at(globalZone).elections, 1u);
+}
+
+// The present BSR -------------------------------------------------------------------------------------
+
+TEST_F(HistoryTest, BsrIsKnownSinceItsAddressWasTakenUp) {
+  EXPECT_EQ(history.bsrSince(globalZone), std::nullopt);
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2"})));
+  double first = context.now();
+  EXPECT_EQ(history.bsrSince(globalZone), first);
+  run(20);
+  receive(packetOf(bsmWith({"10.0.0.2"}, 11)));
+  EXPECT_EQ(history.bsrSince(globalZone), first);
+  Bsm other = bsmWith({"10.0.0.2"}, 12);
+  other.bsr = "10.0.0.9";
+  receive(packetOf(other));
+  EXPECT_EQ(history.bsrSince(globalZone), first + 20);
+  run(2000);
+  EXPECT_EQ(history.bsrSince(globalZone), std::nullopt);
+}
+
+TEST_F(HistoryTest, OwnElectionBeginsANewTerm) {
+  lead();
+  double elected = *history.bsrSince(globalZone);
+  auto entry = std::find_if(history.entries().begin(), history.entries().end(),
+                            [](auto& one) { return one.state == "Elected-BSR"; });
+  ASSERT_NE(entry, history.entries().end());
+  EXPECT_EQ(elected, entry->time);
+  run(500);
+  EXPECT_EQ(*history.bsrSince(globalZone), elected);
+}
+
+TEST_F(HistoryTest, TakenUpIsKeptOfSoManyZones) {
+  history.causeIs({}, 1);
+  for (int i = 0; i < 300; ++i) {
+    std::string zone = "239." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24";
+    history.onChange({.kind = ChangeKind::bsrElected, .zone = prefix(zone), .bsr = {addr("10.0.0.1")}});
+  }
+  history.noteStates(*router);
+  EXPECT_EQ(history.bsrSince(prefix("239.0.255.0/24")), 1);
+  EXPECT_EQ(history.bsrSince(prefix("239.1.0.0/24")), std::nullopt);
 }
 
 TEST_F(HistoryTest, OtherTermsOfTheSameBsrAreAChange) {
@@ -133,7 +258,26 @@ TEST_F(HistoryTest, RpsOfOneEventMakeOneEntryButEachIsTold) {
   EXPECT_THAT(fresh(), IsEmpty());
   EXPECT_EQ(history.entries().back().rps, (RpCounts{.added = 3}));
   EXPECT_TRUE(history.entries().back().rp.address.isEmpty());
+  EXPECT_THAT(history.entries().back().firstRps,
+              ElementsAre(addr("10.0.0.2"), addr("10.0.0.3"), addr("10.0.0.4")));
+  EXPECT_FALSE(history.entries().back().moreRps);
   EXPECT_THAT(kinds(), ElementsAre(HistoryKind::bsrElected, HistoryKind::rpSetChanged));
+}
+
+TEST_F(HistoryTest, FirstOfManyRpsAreNamedOnce) {
+  greet();
+  Bsm bsm = bsmWith({"10.0.0.2", "10.0.0.3", "10.0.0.4", "10.0.0.5"});
+  bsm.groups.push_back(bsm.groups[0]);
+  bsm.groups[1].prefix = "239.2.0.0/16";
+  receive(packetOf(bsm));
+  HistoryEntry four = history.entries().back();
+  EXPECT_EQ(four.rps.added, 8u);
+  EXPECT_THAT(four.firstRps,
+              ElementsAre(addr("10.0.0.2"), addr("10.0.0.3"), addr("10.0.0.4"), addr("10.0.0.5")));
+  EXPECT_FALSE(four.moreRps);
+  receive(packetOf(bsmWith({"10.0.1.2", "10.0.1.3", "10.0.1.4", "10.0.1.5", "10.0.1.6"})));
+  EXPECT_EQ(history.entries().back().firstRps.size(), 4u);
+  EXPECT_TRUE(history.entries().back().moreRps);
 }
 
 TEST_F(HistoryTest, SingleRpIsKeptByName) {
@@ -142,6 +286,7 @@ TEST_F(HistoryTest, SingleRpIsKeptByName) {
   EXPECT_EQ(history.entries().back().kind, HistoryKind::rpAdded);
   EXPECT_EQ(history.entries().back().rp.address, addr("10.0.0.2"));
   EXPECT_EQ(history.entries().back().rps, RpCounts());
+  EXPECT_THAT(history.entries().back().firstRps, IsEmpty());
 }
 
 TEST_F(HistoryTest, ChangesOfRpsAreCountedApart) {
@@ -241,6 +386,8 @@ TEST_F(HistoryTest, EntriesComeBackAsTheyWere) {
   receive(packetOf(bidir));
   lead("239.255.0.0/16");
   run(3000);
+  settings.router.candidateBsrs.clear();
+  configure();
   ASSERT_GE(history.entries().size(), 8u);
   History again;
   EXPECT_EQ(again.load(history.text()), 0u);
@@ -293,6 +440,29 @@ TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
     EXPECT_EQ(again.load(line + "\n" + good + "\n"), 1u) << line;
     EXPECT_EQ(again.entries().size(), 1u) << line;
   }
+}
+
+TEST_F(HistoryTest, EntryThatNamesMoreRpsThanItMayIsDamaged) {
+  greet();
+  receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
+  Json entry = jsonOf(history.entries().back());
+  EXPECT_EQ(entry["firstRps"].dump(), R"(["10.0.0.2","10.0.0.3"])");
+  for (char const* rps :
+       {R"(["10.0.0.2","10.0.0.3","10.0.0.4","10.0.0.5","10.0.0.6"])", R"("10.0.0.2")", R"([7])", "null"}) {
+    entry["firstRps"] = Json::parse(rps);
+    EXPECT_EQ(History().load(entry.dump()), 1u) << rps;
+  }
+}
+
+TEST_F(HistoryTest, CandidacyThatBeginsOrEndsHasNoStateOnOneSide) {
+  lead();
+  settings.router.candidateBsrs.clear();
+  configure();
+  Json first = jsonOf(history.entries().front());
+  Json last = jsonOf(history.entries().back());
+  EXPECT_TRUE(first.at("formerState").is_null());
+  EXPECT_EQ(first.at("state"), "Pending-BSR");
+  EXPECT_TRUE(last.at("state").is_null());
 }
 
 TEST_F(HistoryTest, FileLongerThanTheBoundKeepsItsEnd) {

@@ -68,6 +68,32 @@ TEST_F(MetricsTest, OwnElectionIsSeen) {
   EXPECT_EQ(sample(R"(pimbsr_bsr_elected{zone="224.0.0.0/4"})"), "1");
 }
 
+TEST_F(MetricsTest, ReplacedBsrIsAChangeAndNoLoss) {
+  lead();
+  learn();
+  ASSERT_TRUE(receive(packetOf(Bsm{.priority = 200})).accepted());
+  EXPECT_EQ(sample(R"(pimbsr_elections_total{zone="224.0.0.0/4"})"), "1");
+  EXPECT_EQ(sample(R"(pimbsr_bsr_changes_total{zone="224.0.0.0/4"})"), "1");
+  EXPECT_EQ(sample(R"(pimbsr_bsr_losses_total{zone="224.0.0.0/4"})"), "0");
+}
+
+TEST_F(MetricsTest, HelpTellsWhereTheCountsOfForgottenZonesGo) {
+  std::istringstream text(pimbsr::agent::metricsText(observed()));
+  int told = 0;
+  for (std::string line; std::getline(text, line);)
+    told += line.ends_with("though nothing happened.") ? 1 : 0;
+  EXPECT_EQ(told, 4);
+}
+
+TEST_F(MetricsTest, PacketsThatCameTooFastAreOfAKindOfTheirOwn) {
+  router->screeningIs({.packetsPerSecond = 1});
+  receive(helloFrom("192.0.2.1", 7));
+  receive(helloFrom("192.0.2.1", 7));
+  EXPECT_EQ(sample(R"(pimbsr_messages_received_total{interface="eth0",kind="unread",outcome="refused"})"),
+            "1");
+  EXPECT_EQ(sample(R"(pimbsr_drops_total{reason="rate-limit",kind="unread"})"), "1");
+}
+
 TEST_F(MetricsTest, MessagesAreCountedByOutcome) {
   learn();
   receive(packetOf(Bsm{.source = "192.0.2.9"}));

@@ -174,6 +174,20 @@ TEST_F(PimSocketTest, OtherGroupsAreNotTaken) {
   EXPECT_EQ(arrivalsUntil(*addresses, 3), (std::vector{3}));
 }
 
+TEST_F(PimSocketTest, MessagesOfOtherTypesDoNotWakeTheReceiver) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto groups = in<PimSocket>(*middle, "m1", 7);
+  auto addresses = in<UnicastSocket>(*middle);
+  for (char const* to : {allPimRouters, "10.0.1.2"}) {
+    for (int type = 0; type < 16; ++type) {
+      ASSERT_TRUE(send(*a, {"10.0.1.1", to, {static_cast<U8>(0x20 | type), 0, 0, 0}}));
+    }
+    ASSERT_TRUE(send(*a, {"10.0.1.1", to, {0x13, 0, 0, 0}})) << "version 1 is to be counted";
+  }
+  EXPECT_EQ(arrivalsUntil(*groups, 0x13), (std::vector{0x20, 0x24, 0x28, 0x13}));
+  EXPECT_EQ(arrivalsUntil(*addresses, 0x13), (std::vector{0x20, 0x24, 0x28, 0x13}));
+}
+
 TEST_F(PimSocketTest, WhatIsSentToAllPimRoutersIsNotHeardAtHome) {
   auto a = in<PimSocket>(*left, "left", 8);
   auto sibling = in<PimSocket>(*left, "left", 8);

@@ -75,6 +75,34 @@ TEST_F(ViewsTest, FollowedBsrIsToldWithItsTimers) {
      "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 0, "rps": 0}]})");
 }
 
+TEST_F(ViewsTest, BsrIsTakenUpWhenItComesInPlaceOfAnother) {
+  lead();
+  learn();
+  run(40);
+  ASSERT_TRUE(receive(packetOf(Bsm{.bsr = "10.0.0.8", .priority = 200})).accepted());
+  run(7);
+  Json bsr = view("bsr")["zones"][0]["bsr"];
+  EXPECT_EQ(bsr["address"], "10.0.0.8");
+  EXPECT_EQ(bsr["uptime"], 7.0);
+  run(300);
+  Json own = view("bsr")["zones"][0]["bsr"];
+  EXPECT_EQ(own["own"], true);
+  EXPECT_GT(own["uptime"], 100.0);
+  EXPECT_LT(own["uptime"], 300.0 - 130.0);
+}
+
+TEST_F(ViewsTest, ZoneWithoutAMachineHasNoState) {
+  learn();
+  settings.router.candidateBsrs["eth0"].groups[prefix("239.255.0.0/16")] = {};
+  configure();
+  settings.router.candidateBsrs.clear();
+  configure();
+  Json zones = view("bsr")["zones"];
+  ASSERT_EQ(zones.size(), 2u);
+  EXPECT_EQ(zones[1]["state"], nullptr);
+  EXPECT_EQ(zones[1]["bsr"]["uptime"], 0.0);
+}
+
 TEST_F(ViewsTest, ScopedZoneWithoutBsrWaitsToBeForgotten) {
   learn();
   run(150);
@@ -116,8 +144,8 @@ TEST_F(ViewsTest, ChoiceOfAnRpIsExplained) {
   learn();
   expect(viewOfGroup("239.1.2.3"), R"({"group": "239.1.2.3", "rp": "10.0.0.2", "range": "239.1.0.0/16",
     "decidedBy": "hash", "because": "the highest hash among the lowest priority",
-    "ranges": [{"range": "239.1.0.0/16", "rps": 2, "live": 2, "chosen": true},
-               {"range": "224.0.0.0/4", "rps": 1, "live": 1, "chosen": false}],
+    "ranges": [{"range": "239.1.0.0/16", "zones": ["224.0.0.0/4"], "rps": 2, "live": 2, "chosen": true},
+               {"range": "224.0.0.0/4", "zones": ["224.0.0.0/4"], "rps": 1, "live": 1, "chosen": false}],
     "candidates": [{"address": "10.0.0.2", "priority": 5, "hashMaskLen": 30, "hash": 2080802136},
                    {"address": "10.0.0.3", "priority": 5, "hashMaskLen": 30, "hash": 977286891}]})");
 }
@@ -130,13 +158,34 @@ TEST_F(ViewsTest, RangeWithoutALiveRpIsPassedOver) {
       ->expiresIs(context.now());
   Json shown = viewOfGroup("239.1.2.3");
   EXPECT_EQ(shown["ranges"][0],
-            Json::parse(R"({"range": "239.1.2.0/24", "rps": 1, "live": 0, "chosen": false})"));
+            Json::parse(R"({"range": "239.1.2.0/24", "zones": [], "rps": 1, "live": 0, "chosen": false})"));
   EXPECT_EQ(shown["range"], "239.1.0.0/16");
 }
 
 TEST_F(ViewsTest, GroupWithoutRpIsSaidToHaveNone) {
   expect(viewOfGroup("239.1.2.3"), R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp",
-    "because": "", "ranges": [], "candidates": []})");
+    "because": "no group range with a live RP covers it", "ranges": [], "candidates": []})");
+}
+
+TEST_F(ViewsTest, RangeOfTwoZonesNamesBoth) {
+  learn();
+  Bsm scoped{.bsr = "10.0.0.7", .groups = {{"239.255.0.0/16", {{"10.0.0.5"}}, scopedFlag}}};
+  ASSERT_TRUE(receive(packetOf(scoped)).accepted());
+  Bsm global{.groups = {{"239.255.0.0/16", {{"10.0.0.2"}}}}, .tag = 2};
+  ASSERT_TRUE(receive(packetOf(global)).accepted());
+  EXPECT_EQ(viewOfGroup("239.255.1.1")["ranges"][0]["zones"],
+            Json::parse(R"(["224.0.0.0/4", "239.255.0.0/16"])"));
+}
+
+TEST_F(ViewsTest, LinkLocalGroupIsServedByNoRp) {
+  learn();
+  for (char const* group : {"224.0.0.0", "224.0.0.255"}) {
+    expect(viewOfGroup(group), R"({"group": ")" + std::string(group) +
+                                   R"(", "rp": null, "range": null, "decidedBy": "noRp",
+    "because": "groups of 224.0.0.0/24 stay on their link, and no RP serves them", "ranges": [],
+    "candidates": []})");
+  }
+  EXPECT_EQ(viewOfGroup("224.0.1.0")["rp"], "10.0.0.4");
 }
 
 // Candidacies -----------------------------------------------------------------------------------------
@@ -182,10 +231,24 @@ TEST_F(ViewsTest, CandidacyThatCannotStandSaysWhy) {
   settings.router.candidateBsrs["eth0"].lists["empty"] = {};
   configure();
   Json shown = view("candidates");
-  expect(shown["idleBsr"], R"([{"interface": "eth0", "because": "its lists permit no group range"}])");
+  expect(shown["idleBsr"], R"([{"interface": "eth0", "because": "its lists permit no group range: empty"}])");
   expect(shown["idleRp"], R"([{"interface": "eth3", "because": "the interface is down"},
     {"interface": "eth4", "because": "the interface has no IPv4 address"},
     {"interface": "eth7", "because": "there is no such interface"}])");
+}
+
+TEST_F(ViewsTest, CandidacyTellsOfListsThatAreNotThere) {
+  settings.router.accessLists["empty"] = {};
+  settings.router.candidateBsrs["eth0"].lists = {{"empty", {}}, {"nolist", {}}};
+  settings.router.candidateRps["eth0"].ranges.groups[prefix("239.8.0.0/16")] = 10;
+  settings.router.candidateRps["eth0"].ranges.lists = {{"empty", 10}, {"later", 10}};
+  configure();
+  Json shown = view("candidates");
+  expect(shown["idleBsr"],
+         R"x([{"interface": "eth0",
+    "because": "its lists permit no group range: empty, nolist (not there)"}])x");
+  EXPECT_EQ(shown["rp"][0]["ranges"].size(), 1u);
+  expect(shown["idleRp"], R"x([{"interface": "eth0", "because": "list later (not there)"}])x");
 }
 
 // Interfaces ------------------------------------------------------------------------------------------
@@ -209,6 +272,7 @@ TEST_F(ViewsTest, InterfaceIsToldWithItsLinkAndItsPackets) {
   run(6);
   Json eth1 = view("interfaces")["interfaces"][1];
   Zet::U32 generation = router->hello(intf("eth1"))->generationId();
+  EXPECT_GT(eth1["nextHello"], 0.0);
   eth1.erase("nextHello");
   expect(eth1, R"({"interface": "eth1", "state": "up", "address": "198.51.100.9",
     "addresses": ["198.51.100.9/24", "198.51.100.10/24"], "mtu": 9000, "drPriority": 7, "helloInterval": 30,
@@ -223,6 +287,7 @@ TEST_F(ViewsTest, InterfaceThatIsNotThereIsMissingAndOneWithoutCarrierIsDown) {
   kernel.links["eth0"].addresses.clear();
   Json shown = view("interfaces")["interfaces"];
   EXPECT_EQ(shown[0]["state"], "no address");
+  EXPECT_EQ(shown[0]["nextHello"], nullptr);
   EXPECT_EQ(shown[1]["state"], "down");
   EXPECT_EQ(shown[2]["state"], "missing");
 }
@@ -232,23 +297,25 @@ TEST_F(ViewsTest, BordersOfRangesAndListsAreTold) {
   settings.router.accessLists["sites"][10].filter.source = addr("239.5.0.0").v4Addr();
   settings.router.accessLists["sites"][10].filter.sourceMask = addr("255.255.0.0").v4Addr();
   settings.router.borders["eth1"].groups[prefix("239.255.0.0/16")] = {};
-  settings.router.borders["eth1"].lists["sites"] = {};
+  settings.router.borders["eth1"].lists = {{"sites", {}}, {"nolist", {}}};
   configure();
   expect(view("borders"),
-         R"({"borders": [{"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["sites"],
-    "blocked": ["239.5.0.0/16", "239.255.0.0/16"]}]})");
+         R"({"borders": [{"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["nolist", "sites"],
+    "absentLists": ["nolist"], "blocked": ["239.5.0.0/16", "239.255.0.0/16"]}]})");
 }
 
 TEST_F(ViewsTest, FilterTellsWhoIsPermittedAndHowManyWereNot) {
-  expect(view("filter"), R"({"lists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true, "refused": 0})");
+  expect(view("filter"), R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"],
+    "permitsAll": true, "refused": 0})");
   settings.router.accessLists["senders"][10] = {Acl::Action::permit, {}};
   settings.router.accessLists["senders"][10].filter.source = addr("10.0.0.0").v4Addr();
   settings.router.accessLists["senders"][10].filter.sourceMask = addr("255.0.0.0").v4Addr();
-  settings.router.senderLists = {"senders"};
+  settings.router.senderLists = {"nolist", "senders"};
   lead();
   EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "rxFilter");
   expect(view("filter"),
-         R"({"lists": ["senders"], "permitted": ["10.0.0.0/8"], "permitsAll": false, "refused": 1})");
+         R"({"lists": ["nolist", "senders"], "absentLists": ["nolist"], "permitted": ["10.0.0.0/8"],
+    "permitsAll": false, "refused": 1})");
 }
 
 // Counts ----------------------------------------------------------------------------------------------
@@ -301,6 +368,9 @@ TEST_F(ViewsTest, HistoryTellsTheOldestFirst) {
   EXPECT_EQ(shown["entries"][1]["rps"],
             Json::parse(R"({"added": 3, "updated": 0, "removed": 0, "expired": 0})"));
   EXPECT_EQ(shown["mostEntries"], 256);
+  EXPECT_EQ(shown["wasCleared"], false);
+  history.clear();
+  EXPECT_EQ(view("history")["wasCleared"], true);
 }
 
 TEST_F(ViewsTest, EntryOfAClockThatRanFasterIsOfNow) {
@@ -315,7 +385,7 @@ TEST_F(ViewsTest, EntryOfAClockThatRanFasterIsOfNow) {
 
 TEST_F(ViewsTest, ConfigurationIsToldAsFileAndAsValues) {
   Json shown = view("config");
-  EXPECT_THAT(shown["file"].get<std::string>(), testing::HasSubstr("[interface.eth1]\ndr-priority = 7\n"));
+  EXPECT_THAT(shown["file"].get<std::string>(), testing::HasSubstr("\ndr-priority = 7\n"));
   EXPECT_EQ(shown["settings"]["interfaces"]["eth1"]["drPriority"], 7);
 }
 

@@ -42,7 +42,7 @@ RunResult check(std::string const& file, bool json = false) {
   return {.code = code, .out = out.str(), .err = err.str()};
 }
 
-std::string const faulty = "[interface.eth0]\n[timers]\nzone-timeout = 700\nhold-time = 5\n[colour]\n";
+std::string const faulty = "[interface.eth0]\n[limits]\nrps = 0\nlearned-zones = -5\n[colour]\n";
 
 TEST(CheckCommandTest, ExampleHasNoFaults) {
   std::string file = sourceFile("examples/pimbsr.toml");
@@ -56,9 +56,8 @@ TEST(CheckCommandTest, UnwiseFileHasNoFaults) {
   ConfigurationFile file("[interface.eth0]\n[timers]\nzone-timeout = 700\n");
   RunResult run = check(file.path());
   EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.out, file.path() +
-                         ":3:16: warning: zone-timeout 700 is below ten times hold-time 130, which is " +
-                         "used in its place\n" + file.path() + ": no faults\n");
+  EXPECT_EQ(run.out, file.path() + ":3:16: warning: timers.zone-timeout: 700 is below 1300, ten times " +
+                         "timers.hold-time, which is used in its place\n" + file.path() + ": no faults\n");
 }
 
 TEST(CheckCommandTest, FaultsAndWarningsComeInTheOrderOfTheFile) {
@@ -69,10 +68,9 @@ TEST(CheckCommandTest, FaultsAndWarningsComeInTheOrderOfTheFile) {
   EXPECT_EQ(
       run.out,
       file.path() +
-          ":3:16: warning: zone-timeout 700 is below ten times hold-time 130, which is used in its " +
-          "place\n" + file.path() +
-          ":4:13: error: timers.hold-time: read 5; valid is a whole number of seconds from 12 to "
-          "1073741823\n" +
+          ":3:7: warning: limits.rps: 0 is no bound, so that a flood takes what time and memory there is\n" +
+          file.path() +
+          ":4:17: error: limits.learned-zones: read -5; valid is a whole number from 0 to 4294967295\n" +
           file.path() +
           ":5:2: error: colour: no such key; valid here are interface, candidate-bsr, candidate-rp, filter, "
           "access-list, timers, checks, limits, control, state, trace\n");
@@ -95,8 +93,17 @@ TEST(CheckCommandTest, JsonHoldsTheSame) {
   auto const& fault = document["findings"][1];
   EXPECT_EQ(fault["severity"], "error");
   EXPECT_EQ(fault["line"], 4);
-  EXPECT_EQ(fault["column"], 13);
-  EXPECT_THAT(std::string(fault["text"]), HasSubstr("hold-time: read 5;"));
+  EXPECT_EQ(fault["column"], 17);
+  EXPECT_THAT(std::string(fault["text"]), HasSubstr("learned-zones: read -5;"));
+}
+
+TEST(CheckCommandTest, JsonHasNullForThePlaceOfTheWholeFile) {
+  RunResult run = check("/nowhere/pimbsr.toml", true);
+  auto document = nlohmann::json::parse(run.out);
+  ASSERT_EQ(document["findings"].size(), 1u);
+  auto const& fault = document["findings"][0];
+  EXPECT_TRUE(fault.at("line").is_null()) << fault;
+  EXPECT_TRUE(fault.at("column").is_null()) << fault;
 }
 
 TEST(CheckCommandTest, NameOfAnyBytesIsWrittenInJson) {

@@ -220,29 +220,30 @@ TEST(ControlCommandsTest, ClearAndTraceSayWhatWasDone) {
   EXPECT_EQ(runAt(agent, "trace Zet off").out, "Zet: off\n");
 }
 
-TEST(ControlCommandsTest, ReloadWritesWarningsAndWhatNeedsARestart) {
+TEST(ControlCommandsTest, ReloadWritesWarningsAndWhatTakesEffectAtTheNextStart) {
   FakeAgent agent(answerLine({{"applied", true},
                               {"faults", Json::array()},
-                              {"warnings", {"pimbsr.toml:3:1: hash mask length 0"}},
-                              {"needsRestart", {"control.socket"}}}));
+                              {"warnings", {"pimbsr.toml:3:1: warning: hash mask length 0"}},
+                              {"needsRestart", {"control.socket", "state.directory"}}}));
   RunResult run = runAt(agent, "reload");
   EXPECT_EQ(run.code, exitOk);
   EXPECT_EQ(run.out,
-            "needs a restart: control.socket\n"
+            "control.socket takes effect at the next start\n"
+            "state.directory takes effect at the next start\n"
             "the configuration file was read again and is followed\n");
-  EXPECT_EQ(run.err, "warning: pimbsr.toml:3:1: hash mask length 0\n");
+  EXPECT_EQ(run.err, "pimbsr.toml:3:1: warning: hash mask length 0\n");
 }
 
 TEST(ControlCommandsTest, ReloadOfAFaultyFileWritesEveryFault) {
   FakeAgent agent(answerLine({{"applied", false},
-                              {"faults", {"pimbsr.toml:3:1: one", "pimbsr.toml:5:9: two"}},
+                              {"faults", {"pimbsr.toml:3:1: error: one", "pimbsr.toml: error: two"}},
                               {"warnings", Json::array()},
                               {"needsRestart", Json::array()}}));
   RunResult run = runAt(agent, "reload");
   EXPECT_EQ(run.code, exitFailed);
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.err,
-            "error: pimbsr.toml:3:1: one\nerror: pimbsr.toml:5:9: two\n"
+            "pimbsr.toml:3:1: error: one\npimbsr.toml: error: two\n"
             "pimbsr: the configuration file is refused; what ran before runs on\n");
 }
 

@@ -22,9 +22,9 @@ std::string shown(std::string const& what, std::string const& view) {
 
 TEST(ShowTablesTest, SpansAreToldByTheirSize) {
   std::vector<std::pair<Json, std::string>> cases = {
-      {nullptr, "-"},       {0.0, "0.0 s"},      {95.44, "95.4 s"},      {999.94, "999.9 s"},
-      {999.96, "16m 40s"},  {1300.0, "21m 40s"}, {3599.4, "59m 59s"},    {3599.6, "1h 00m"},
-      {86399.0, "23h 59m"}, {86400, "1d 00h"},   {40 * 86400, "40d 00h"}};
+      {nullptr, "-"},     {0.0, "0.0 s"},       {95.44, "95.4 s"},   {99.94, "99.9 s"},
+      {99.96, "1m 40s"},  {996.3, "16m 36s"},   {1300.0, "21m 40s"}, {3599.4, "59m 59s"},
+      {3599.6, "1h 00m"}, {86399.0, "23h 59m"}, {86400, "1d 00h"},   {40 * 86400, "40d 00h"}};
   for (auto const& [seconds, text] : cases) EXPECT_EQ(textOfSpan(seconds), text) << seconds;
 }
 
@@ -61,7 +61,7 @@ Zone 224.0.0.0/4, global
   state             Elected-BSR
   elected for       3h 04m
   next message in   12.3 s
-  RP set            3 RPs in 2 group ranges
+  RP set            3 entries in 2 group ranges
 
 Zone 239.1.0.0/16, scoped
   BSR               10.0.0.7
@@ -69,8 +69,8 @@ Zone 239.1.0.0/16, scoped
   hash mask length  4
   state             Accept Preferred
   known for         12.0 s
-  expires in        117.7 s
-  RP set            1 RP in 1 group range
+  expires in        1m 58s
+  RP set            1 entry in 1 group range
 
 Zone 239.2.0.0/16, scoped
   BSR               none
@@ -111,13 +111,13 @@ TEST(ShowTablesTest, RpSetIsATablePerZone) {
         {"address": "10.0.0.2", "priority": 5, "holdTime": 150, "expiresIn": 40.0,
          "bidirectional": false}]}]}]})"),
             R"(
-Zone 224.0.0.0/4, BSR 10.0.0.1, 3 RPs (lower priority wins)
+Zone 224.0.0.0/4, BSR 10.0.0.1, 3 entries (lower priority wins)
   group range   RP         priority  holdtime  expires in  mode
   224.0.0.0/4   10.0.0.4          1      90 s  80.0 s      bidirectional
-  239.1.0.0/16  10.0.0.2          5     150 s  140.0 s     sparse
+  239.1.0.0/16  10.0.0.2          5     150 s  2m 20s      sparse
                 10.0.0.30       192       0 s  withdrawn   sparse
 
-Zone 239.255.0.0/16, no BSR, 1 RP (lower priority wins)
+Zone 239.255.0.0/16, no BSR, 1 entry (lower priority wins)
   group range     RP        priority  holdtime  expires in  mode
   239.255.0.0/16  10.0.0.2         5     150 s      40.0 s  sparse
 )");
@@ -128,19 +128,20 @@ TEST(ShowTablesTest, ChoiceOfAnRpIsExplained) {
   EXPECT_EQ(
       shown("rp", R"({"group": "239.1.2.3", "rp": "10.0.0.2", "range": "239.1.0.0/16", "decidedBy": "hash",
     "because": "the highest hash among the lowest priority",
-    "ranges": [{"range": "239.1.2.0/24", "rps": 1, "live": 0, "chosen": false},
-               {"range": "239.1.0.0/16", "rps": 2, "live": 2, "chosen": true},
-               {"range": "224.0.0.0/4", "rps": 1, "live": 1, "chosen": false}],
+    "ranges": [{"range": "239.1.2.0/24", "zones": [], "rps": 1, "live": 0, "chosen": false},
+               {"range": "239.1.0.0/16", "zones": ["224.0.0.0/4", "239.1.0.0/16"], "rps": 2, "live": 2,
+                "chosen": true},
+               {"range": "224.0.0.0/4", "zones": ["224.0.0.0/4"], "rps": 1, "live": 1, "chosen": false}],
     "candidates": [{"address": "10.0.0.2", "priority": 5, "hashMaskLen": 30, "hash": 2080802136},
                    {"address": "10.0.0.3", "priority": 5, "hashMaskLen": 30, "hash": 977286891}]})"),
       R"(
 Group 239.1.2.3 is served by RP 10.0.0.2, the highest hash among the lowest priority.
 
 Group ranges that cover it, the longest first
-  group range   RPs  live
-  239.1.2.0/24    1     0  passed over: none is live
-  239.1.0.0/16    2     2  chosen
-  224.0.0.0/4     1     1  a longer one is chosen
+  group range   zone                       RPs  live
+  239.1.2.0/24  -                            1     0  passed over: none is live
+  239.1.0.0/16  224.0.0.0/4, 239.1.0.0/16    2     2  chosen
+  224.0.0.0/4   224.0.0.0/4                  1     1  a longer one is chosen
 
 Live RPs of 239.1.0.0/16: the lowest priority wins, then the highest hash, then the highest address
   RP        priority        hash  hash mask length
@@ -150,19 +151,19 @@ Live RPs of 239.1.0.0/16: the lowest priority wins, then the highest hash, then 
 }
 
 TEST(ShowTablesTest, GroupWithoutRpIsSaidToHaveNone) {
-  EXPECT_EQ(
-      shown("rp", R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp", "because": "",
-    "ranges": [], "candidates": []})"),
-      "\nGroup 239.1.2.3 has no RP: no group range covers it.\n");
-  EXPECT_EQ(
-      shown("rp", R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp", "because": "",
-    "ranges": [{"range": "239.1.2.0/24", "rps": 1, "live": 0, "chosen": false}], "candidates": []})"),
-      R"(
-Group 239.1.2.3 has no RP: no range that covers it has a live RP.
+  EXPECT_EQ(shown("rp", R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp",
+    "because": "the agent says so", "ranges": [], "candidates": []})"),
+            "\nGroup 239.1.2.3 has no RP: the agent says so.\n");
+  EXPECT_EQ(shown("rp", R"({"group": "239.1.2.3", "rp": null, "range": null, "decidedBy": "noRp",
+    "because": "no group range with a live RP covers it",
+    "ranges": [{"range": "239.1.2.0/24", "zones": ["224.0.0.0/4"], "rps": 1, "live": 0, "chosen": false}],
+    "candidates": []})"),
+            R"(
+Group 239.1.2.3 has no RP: no group range with a live RP covers it.
 
 Group ranges that cover it, the longest first
-  group range   RPs  live
-  239.1.2.0/24    1     0  passed over: none is live
+  group range   zone         RPs  live
+  239.1.2.0/24  224.0.0.0/4    1     0  passed over: none is live
 )");
 }
 
@@ -214,12 +215,12 @@ TEST(ShowTablesTest, NeighborsAreATable) {
     {"interface": "eth1", "address": "198.51.100.200", "drPriority": 4294967295, "dr": true,
      "generationId": 2882400018, "expiresIn": null, "secondaryAddresses": []}]})"),
             R"(
-PIM neighbors (the highest DR priority wins, then the highest address)
+PIM neighbours (the highest DR priority wins, then the highest address)
   interface  address         DR priority  DR   generation ID  expires in  other addresses
-  eth0       192.0.2.1       none told    no   0x00000007     100.0 s     192.0.2.2, 192.0.2.3
+  eth0       192.0.2.1       none told    no   0x00000007     1m 40s      192.0.2.2, 192.0.2.3
   eth1       198.51.100.200  4294967295   yes  0xabcdef12     never       none
 )");
-  EXPECT_EQ(shown("neighbors", R"({"neighbors": []})"), "\nNo PIM neighbor is known on any interface.\n");
+  EXPECT_EQ(shown("neighbors", R"({"neighbors": []})"), "\nNo PIM neighbour is known on any interface.\n");
 }
 
 TEST(ShowTablesTest, InterfacesAreToldWithTheirPackets) {
@@ -234,9 +235,9 @@ TEST(ShowTablesTest, InterfacesAreToldWithTheirPackets) {
      "traffic": {}}]})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
-  interface  state    address     MTU  DR                       DR priority  neighbors  next Hello
-  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)            1          1      18.0 s
-  eth7       missing  -             -  -                                  1          0           -
+  interface  state    address     MTU  DR                       own DR priority  neighbours  next Hello
+  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)                1           1      18.0 s
+  eth7       missing  -             -  -                                      1           0           -
 
 Packets
   interface  received  refused  sent  not sent
@@ -249,14 +250,14 @@ Packets
 TEST(ShowTablesTest, BordersAreToldByInterface) {
   EXPECT_EQ(shown("borders", R"({"borders": [
     {"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["sites", "lab"],
-     "blocked": ["239.5.0.0/16", "239.255.0.0/16"]},
-    {"interface": "eth2", "ranges": [], "lists": ["none yet"], "blocked": []}]})"),
+     "absentLists": ["lab"], "blocked": ["239.5.0.0/16", "239.255.0.0/16"]},
+    {"interface": "eth2", "ranges": [], "lists": [], "absentLists": [], "blocked": []}]})"),
             R"(
 Group ranges whose Bootstrap Messages don't cross an interface
-  interface  group range                  configured lists
-  eth1       239.5.0.0/16                 sites, lab
+  interface  group range                  access lists
+  eth1       239.5.0.0/16                 sites, lab (not there)
              239.255.0.0/16
-  eth2       none: its lists permit none  none yet
+  eth2       none: its lists permit none  none
 )");
   EXPECT_EQ(shown("borders", R"({"borders": []})"), "\nNo interface is a border.\n");
 }
@@ -264,17 +265,20 @@ Group ranges whose Bootstrap Messages don't cross an interface
 // Counts ----------------------------------------------------------------------------------------------
 
 TEST(ShowTablesTest, FilterNamesWhoIsPermitted) {
-  EXPECT_EQ(shown("filter", R"({"lists": ["a", "b"], "permitted": ["10.0.0.0/8", "192.0.2.0/24"],
+  EXPECT_EQ(shown("filter",
+                  R"({"lists": ["a", "b"], "absentLists": ["a"], "permitted": ["10.0.0.0/8", "192.0.2.0/24"],
     "permitsAll": false, "refused": 1})"),
             R"(
 Candidate-RP-Advertisements are taken from senders in
   10.0.0.0/8
   192.0.2.0/24
-Sender lists: a, b. Refused since the last clear: 1 advertisement.
+Sender lists: a (not there), b. Refused since the last clear: 1 advertisement.
 )");
-  EXPECT_EQ(shown("filter", R"({"lists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true, "refused": 0})"),
-            "\nCandidate-RP-Advertisements are taken from every sender.\n"
-            "Sender lists: none. Refused since the last clear: 0 advertisements.\n");
+  EXPECT_EQ(
+      shown("filter", R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true,
+    "refused": 0})"),
+      "\nCandidate-RP-Advertisements are taken from every sender.\n"
+      "Sender lists: none. Refused since the last clear: 0 advertisements.\n");
 }
 
 TEST(ShowTablesTest, CountersAreToldWithoutThoseThatAre0) {
@@ -287,24 +291,26 @@ TEST(ShowTablesTest, CountersAreToldWithoutThoseThatAre0) {
       {"interface": null, "packets": {"crpAdv": {"received": 0, "refused": 0, "sent": 4, "sendFailed": 1}}},
       {"interface": "eth0", "packets": {
         "bsm": {"received": 100, "refused": 1, "sent": 0, "sendFailed": 0},
-        "notPim": {"received": 2, "refused": 0, "sent": 0, "sendFailed": 0}}}],
+        "notPim": {"received": 2, "refused": 0, "sent": 0, "sendFailed": 0},
+        "unread": {"received": 9, "refused": 9, "sent": 0, "sendFailed": 0}}}],
     "timers": {"armed": 1, "served": 77, "meanLateness": 0.0, "worstLateness": 0.25},
     "notificationExceptions": 2})"),
             R"(
 Up for 1d 02h. 1 timer armed; timers were served 77 times, 0.000 s late in the mean and 0.250 s at worst.
 The engine caught 2 exceptions inside; that is a fault of this program.
 
-Messages at the gates, without those that are 0
-  counter      count  what it counts
-  rx              12  Messages that arrived
-  errCounters      3  Refusals by cause
-    rxInvalid      3
+Bootstrap messages and advertisements, without those that are 0
+  counter            count  what it counts
+  rx                    12  Messages that arrived
+  Refused, by cause      3  Refusals by cause
+    rxInvalid            3
 
 Packets
-  interface  kind      received  refused  sent  not sent
-  by route   C-RP-Adv         0        0     4         1
-  eth0       BSM            100        1     0         0
-             not PIM          2        0     0         0
+  interface  kind           received  refused  sent  not sent
+  by route   C-RP-Adv              0        0     4         1
+  eth0       BSM                 100        1     0         0
+             not PIM               2        0     0         0
+             not looked at         9        9     0         0
 )");
 }
 
@@ -315,7 +321,7 @@ TEST(ShowTablesTest, QuietAgentHasNoTables) {
             R"(
 Up for 1.0 s. 0 timers armed; timers were served 0 times, 0.000 s late in the mean and 0.000 s at worst.
 
-Messages at the gates: none yet
+Bootstrap messages and advertisements: none yet
 
 Packets: none yet
 )");
@@ -351,8 +357,10 @@ Why
 
 /// The details and the cause of one entry, as the last two columns say them.
 std::string detailsOf(std::string const& members) {
-  std::string text = shown("history", R"({"mostEntries": 256, "entries": [{"time": 1000000000, "ago": 1,
-    "zone": "zone", )" + members + "}]}");
+  std::string text =
+      shown("history", R"({"mostEntries": 256, "wasCleared": false, "entries": [{"time": 1000000000, "ago": 1,
+    "zone": "zone", )" + members +
+                           "}]}");
   std::string line = text.substr(0, text.size() - 1);
   line = line.substr(line.rfind('\n') + 1);
   return line.substr(line.find("  zone  ") + 8);
@@ -360,28 +368,39 @@ std::string detailsOf(std::string const& members) {
 
 TEST(ShowTablesTest, HistoryIsATable) {
   setenv("TZ", "UTC", 1);
-  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "entries": [
+  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "wasCleared": false, "entries": [
     {"time": 1000000000.25, "event": "bsrLost", "zone": "224.0.0.0/4",
      "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": false,
      "cause": {"kind": "message", "message": "bsm", "sender": "192.0.2.1", "interface": "eth0"},
      "ago": 90061.0},
     {"time": 1000090061.0, "event": "rpSetChanged", "zone": "239.255.0.0/16",
-     "rps": {"added": 12, "updated": 0, "removed": 3, "expired": 0}, "cause": {"kind": "timer"},
-     "ago": 0.5}]})"),
+     "rps": {"added": 7, "updated": 0, "removed": 0, "expired": 0}, "firstRps": ["10.0.0.2"],
+     "moreRps": true, "cause": {"kind": "timer"}, "ago": 0.5}]})"),
             R"(
 The last 2 changes, the newest at the end (at most 256 are kept)
-  time                    ago  zone            event     details              cause
-  2001-09-09 01:46:40  1d 01h  224.0.0.0/4     BSR lost  10.0.0.1             BSM from 192.0.2.1 on eth0
-  2001-09-10 02:47:41   0.5 s  239.255.0.0/16  RP set    12 added, 3 removed  timer
+  local time              ago  zone            event     details                 cause
+  2001-09-09 01:46:40  1d 01h  224.0.0.0/4     BSR lost  10.0.0.1                BSM from 192.0.2.1 on eth0
+  2001-09-10 02:47:41   0.5 s  239.255.0.0/16  RP set    7 added: 10.0.0.2, ...  timer
 )");
-  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "entries": []})"), "\nNothing has happened yet.\n");
+  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "wasCleared": false, "entries": []})"),
+            "\nNothing has happened yet.\n");
+  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "wasCleared": true, "entries": []})"),
+            "\nNothing has happened since the last clear.\n");
 }
 
 TEST(ShowTablesTest, EachKindOfChangeHasItsWords) {
   std::string const bsr =
       R"("bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": true, )";
-  std::string const former = R"("formerBsr": {"address": "10.0.0.9", "priority": 9, "hashMaskLen": 4}, )";
-  std::string const same = R"("formerBsr": {"address": "10.0.0.1", "priority": 9, "hashMaskLen": 4}, )";
+  std::string const former =
+      R"("formerBsr": {"address": "10.0.0.9", "priority": 9, "hashMaskLen": 4}, "formerOwn": false, )";
+  std::string const same =
+      R"("formerBsr": {"address": "10.0.0.1", "priority": 9, "hashMaskLen": 30}, "formerOwn": true, )";
+  std::string const other =
+      R"("formerBsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "formerOwn": false, )";
+  std::string const ours =
+      R"("formerBsr": {"address": "10.0.0.9", "priority": 10, "hashMaskLen": 30}, "formerOwn": true, )";
+  std::string const taken =
+      R"("bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": false, )";
   std::string const rp = R"("rp": {"range": "239.1.0.0/16", "address": "10.0.0.2", "priority": 5,
     "holdTime": 150, "bidirectional": true}, )";
   std::string const formerRp = R"("formerRp": {"range": "239.1.0.0/16", "address": "10.0.0.2", "priority": 6,
@@ -393,9 +412,14 @@ TEST(ShowTablesTest, EachKindOfChangeHasItsWords) {
        "hash "
        "mask length 4  timer"},
       {R"("event": "bsrChanged", )" + bsr + same + timer,
-       "BSR changed  10.0.0.1 (this router), priority 10, hash mask length 30; was priority 9, hash mask "
-       "length "
-       "4  timer"},
+       "BSR changed  10.0.0.1 (this router), priority 10; was priority 9  timer"},
+      {R"("event": "bsrChanged", )" + bsr + other + timer,
+       "BSR changed  10.0.0.1 (this router), priority 10; was another router  timer"},
+      {R"("event": "bsrChanged", )" + taken + ours + timer,
+       "BSR changed  10.0.0.1, priority 10; was 10.0.0.9 (this router)  timer"},
+      {R"("event": "bsrChanged", )" + taken + same + timer,
+       "BSR changed  10.0.0.1, priority 10; was this router, priority 9  timer"},
+      {R"("event": "bsrElected", )" + taken + timer, "BSR elected  10.0.0.1, priority 10  timer"},
       {R"("event": "bsrLost", )" + bsr + timer, "BSR lost  10.0.0.1 (this router)  timer"},
       {R"("event": "rpAdded", )" + rp + timer,
        "RP added  10.0.0.2 for 239.1.0.0/16, priority 5, holdtime 150 s, bidirectional  timer"},
@@ -404,12 +428,16 @@ TEST(ShowTablesTest, EachKindOfChangeHasItsWords) {
        "holdtime 150 s  timer"},
       {R"("event": "rpRemoved", )" + rp + timer, "RP removed  10.0.0.2 for 239.1.0.0/16  timer"},
       {R"("event": "rpExpired", )" + rp + timer, "RP expired  10.0.0.2 for 239.1.0.0/16  timer"},
-      {R"("event": "candidateState", "state": "Pending-BSR", "formerState": "-",
+      {R"("event": "rpSetChanged", "rps": {"added": 12, "updated": 0, "removed": 3, "expired": 0},
+        "firstRps": ["10.0.0.2", "10.0.0.3"], "moreRps": false, )" +
+           timer,
+       "RP set  12 added, 3 removed: 10.0.0.2, 10.0.0.3  timer"},
+      {R"("event": "candidateState", "state": "Pending-BSR", "formerState": null,
         "cause": {"kind": "configuration"})",
        "state  Pending-BSR  configuration"},
       {R"("event": "candidateState", "state": "Elected-BSR", "formerState": "Pending-BSR", )" + timer,
        "state  Elected-BSR; was Pending-BSR  timer"},
-      {R"("event": "candidateState", "state": "-", "formerState": "Elected-BSR", "cause": {"kind": "stop"})",
+      {R"("event": "candidateState", "state": null, "formerState": "Elected-BSR", "cause": {"kind": "stop"})",
        "state  candidacy ended; was Elected-BSR  stop"},
       {R"("event": "later", "cause": {"kind": "kernel"})", "later           interfaces or routes"}};
   for (auto const& [members, text] : cases) EXPECT_EQ(detailsOf(members), text);

@@ -22,7 +22,7 @@ TEST(RefusalTest, EachHasANameAndASentenceOfItsOwn) {
     EXPECT_TRUE(refusalSentence(refusal).ends_with('.'));
     EXPECT_EQ(refusalName(refusal).find_first_not_of("abcdefghijklmnopqrstuvwxyz-"), std::string_view::npos);
   }
-  EXPECT_EQ(names.size(), 14u);
+  EXPECT_EQ(names.size(), 15u);
 }
 
 // Where a packet comes from -----------------------------------------------------------------------------
@@ -156,6 +156,18 @@ TEST_F(ScreeningTest, OwnMessageIsCalledOwnAndAnOwnHelloIsIgnored) {
   EXPECT_EQ(neighbors(), 0u);
 }
 
+TEST_F(ScreeningTest, OwnMessageThatIsSentBackDeposesNobodyWhileItIsScreened) {
+  Bsm own = ordinary;
+  own.bsr = "192.0.2.9";
+  own.forward = false;
+  router.screeningIs({.notOwnBsr = true});
+  EXPECT_EQ(reasonFor(own), "own-bsr");
+  EXPECT_EQ(router.status()->counters()->rx(), 0u);
+  EXPECT_EQ(reasonFor(ordinary), "");
+  router.screeningIs({});
+  EXPECT_NE(reasonFor(own), "own-bsr");
+}
+
 // How many packets --------------------------------------------------------------------------------------
 
 TEST_F(ScreeningTest, RateLimitGrantsASecondsWorthAtOnceAndThenTheRate) {
@@ -163,7 +175,7 @@ TEST_F(ScreeningTest, RateLimitGrantsASecondsWorthAtOnceAndThenTheRate) {
   for (int i = 0; i < 10; ++i) EXPECT_EQ(reasonFor(ordinary), "") << i;
   Reception reception = offer(ordinary);
   EXPECT_EQ(reception.reason, "rate-limit");
-  EXPECT_EQ(reception.kind, MessageKind::notPim);
+  EXPECT_EQ(reception.kind, MessageKind::unread);
   context.nowIs(context.now() + 0.25);
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(ordinary), "");

@@ -54,13 +54,11 @@ def wait_until(holds, what, seconds=20):
 
 
 class Agent:
-    """A process in a namespace, with its standard error in a file."""
+    """A process in a namespace, which writes to a log."""
 
     def __init__(self, namespace, words, log):
-        self.log = log
-        with log.open("ab") as out:
-            self.process = subprocess.Popen(["ip", "netns", "exec", namespace, *map(str, words)],
-                                            stdin=subprocess.DEVNULL, stdout=out, stderr=out)
+        self.process = subprocess.Popen(["ip", "netns", "exec", namespace, *map(str, words)],
+                                        stdin=subprocess.DEVNULL, stdout=log, stderr=log)
 
     def is_running(self):
         return self.process.poll() is None
@@ -114,12 +112,15 @@ class Router:
         header = f"[interface.{interface}]\n"
         self.file.write_text(self.file.read_text().replace(header, header + line + "\n"))
 
-    def start(self, *options):
+    def start(self, *options, log=None):
+        """Starts the agent and waits until it answers. `log` is a descriptor in place of the file."""
         if not self.file.exists():
             self.config()
+        self.lab.record()
         words = [*self.lab.wrapper, self.lab.command, "run", "--config", self.file,
                  "--clock-rate", self.lab.clock_rate, *self.lab.run_options, *options]
-        self.agent = Agent(self.namespace, words, self.log)
+        with self.log.open("ab") as file:
+            self.agent = Agent(self.namespace, words, log or file)
         wait_until(lambda: self.is_answering() or not self.agent.is_running(), f"{self.name} answers", 60)
         if not self.agent.is_running():
             raise LabFault(f"{self.name} ended at once:\n{self.log.read_text()}")
@@ -170,14 +171,14 @@ class Link:
 
 
 class Lab:
-    def __init__(self, command, wrapper=(), clock_rate=CLOCK_RATE, run_options=()):
+    def __init__(self, command, wrapper=(), clock_rate=CLOCK_RATE, run_options=(), records=False):
         self.command, self.wrapper = command, list(wrapper)
         self.clock_rate, self.run_options = clock_rate, list(run_options)
         self.prefix = f"pb{os.getpid()}{random.randrange(1000)}"
         self.temporary = tempfile.TemporaryDirectory(prefix="pimbsr-lab-")
         self.folder = pathlib.Path(self.temporary.name)
         self.routers, self.links, self.subnets = {}, [], {}
-        self.bridges, self.captures = [], []
+        self.bridges, self.captures, self.records = [], [], records
 
     def __enter__(self):
         return self
@@ -285,9 +286,11 @@ class Lab:
 
     # Captures ----------------------------------------------------------------------------------------
 
-    def record(self, *links):
-        """Captures all PIM of the links from here on."""
-        for link in links or self.links:
+    def record(self):
+        """Captures all PIM of the links from here on, if this lab records and doesn't yet."""
+        for link in self.links if self.records else ():
+            if link.capture:
+                continue
             router, interface = link.ends[0]
             link.capture = self.folder / f"{link.name}.pcap"
             words = ["ip", "netns", "exec", router.namespace, "dumpcap", "-q", "-P", "-i", interface,

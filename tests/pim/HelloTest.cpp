@@ -342,6 +342,18 @@ TEST_F(HelloTest, ChangedOptionsTurnTheElectionAndAreToldSoonWhileTheSameDoNothi
   EXPECT_EQ(eth0->triggeredHelloCount(), greetings) << "nobody new is greeted";
 }
 
+TEST_F(HelloTest, SilentInterfaceHearsAndGreetsAndSaysNothing) {
+  hello.optionsIs({.silent = true});
+  auto greetings = eth0->triggeredHelloCount();
+  hello.receive(from("192.0.2.1"));
+  runTo(40);
+  hello.handleAddressChange();
+  hello.sayFarewell();
+  EXPECT_EQ(eth0->neighborCount(), 1u);
+  EXPECT_EQ(eth0->triggeredHelloCount(), greetings + 1);
+  EXPECT_TRUE(port.sent.empty());
+}
+
 TEST_F(HelloTest, NeighborThatTheHostHadPutThereSaysFarewellLikeAny) {
   eth0->neighborIs(addr("192.0.2.1"));
   HelloMessage farewell = from("192.0.2.1");

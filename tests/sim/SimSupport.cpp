@@ -27,7 +27,7 @@ void Diary::onChanges(sim::Node const& node, std::span<host::Change const> chang
 }
 
 void Diary::onReception(sim::Node const& node, sim::NodeInterface const&, host::Reception const& reception) {
-  constexpr char const* kinds[] = {"notPim", "bsm", "adv", "hello", "other", "malformed"};
+  constexpr char const* kinds[] = {"notPim", "bsm", "adv", "hello", "other", "malformed", "unread"};
   add(node.network(), node.name(),
       fmt::format("{} from {} {}", kinds[static_cast<int>(reception.kind)], textOf(reception.source),
                   reception.accepted() ? "accepted" : reception.reason));
