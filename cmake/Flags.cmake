@@ -11,7 +11,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # NDEBUG silences the assert() of libraries only: ZET_ASSERT does not look at it.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
-set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g")
+set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")  # lines for stack traces; variables would make builds far longer
 
 # Calls within a library bind to the library itself, so that they can be inlined and need no table.
 add_compile_options(-fno-semantic-interposition)
