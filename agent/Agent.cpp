@@ -163,7 +163,11 @@ void Agent::followLinks() {
     Told& told = told_[name];
     told.index = link.index;
     tellAddress(link, told);
-    if (link.up && speaksPim(name)) bringUp(link, told);
+    if (link.up && speaksPim(name)) {
+      bringUp(link, told);
+    } else {
+      told.problem.clear();
+    }
   }
 }
 
