@@ -192,7 +192,7 @@ class LabTest(unittest.TestCase):
         wait_all((r3,), rps_of, {GLOBAL: ["10.255.0.2"]}, "r3 knows the RP")
         r1.kill()
         wait_all((r2, r3), bsr_of, "10.255.0.2", "r2 has taken over")
-        self.assertEqual({GLOBAL: ["10.255.0.2"]}, rps_of(r3))
+        wait_all((r3,), rps_of, {GLOBAL: ["10.255.0.2"]}, "the new BSR tells of the RP as well")
         r1.start()
         wait_all((r1, r2, r3), bsr_of, "10.255.0.1", "r1 leads again")
         wait_until(lambda: zone(r1)["state"] == "Elected-BSR", "r1 is what the others believe")
