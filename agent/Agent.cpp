@@ -20,11 +20,11 @@ using ::Slosh::Fib::RouteType;
 
 // What the router says ----------------------------------------------------------------------------------
 
-void Agent::LoggingContext::trace(Zet::TraceLine const& line) {
+void Agent::AgentContext::trace(Zet::TraceLine const& line) {
   logLine(fmt::format("trace {} {} {}: {}", line.handle, line.level, line.function, line.text));
 }
 
-void Agent::LoggingContext::log(Zet::LogHandle const& handle, std::string const& text) {
+void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& text) {
   logLine(fmt::format("{}: {}", handle.name(), text));
 }
 

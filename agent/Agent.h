@@ -1,8 +1,9 @@
 #pragma once
 
+#include <cstdlib>
 #include <map>
 #include <memory>
-#include <set>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -68,11 +69,19 @@ class Agent {
   host::Router& router() { return *router_; }
 
  private:
-  /// The router's context: its trace and log go to the standard error stream.
-  class LoggingContext final : public Zet::Context {
+  /// The router's context: its trace and log go to the standard error stream, and its chance is its own. The
+  /// engine seeds chance with the second of its start, in which other routers, or this one before a crash,
+  /// may have started too: they would draw the same delays and Generation IDs.
+  class AgentContext final : public Zet::Context {
    public:
+    int rand() override { return draw_(chance_); }
+    void srand(unsigned) override {}
     void trace(Zet::TraceLine const& line) override;
     void log(Zet::LogHandle const& handle, std::string const& text) override;
+
+   private:
+    std::mt19937 chance_{std::random_device{}()};
+    std::uniform_int_distribution<int> draw_{0, RAND_MAX};
   };
   /// An interface as the router was told of it.
   struct Told {
@@ -98,7 +107,7 @@ class Agent {
   Machine& machine_;
   Traffic& traffic_;
   AgentListener& listener_;
-  LoggingContext context_;
+  AgentContext context_;
   Settings settings_;
   double startTime_;
   Drops drops_;

@@ -224,6 +224,17 @@ TEST_F(AgentTest, PacketIsCountedAndARefusedOneNoted) {
   EXPECT_TRUE(observed.drops.rows().empty());
 }
 
+TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnChance) {
+  std::set<Zet::U32> generations;
+  for (int i = 0; i < 3; ++i) {
+    agent::Agent other(clock, machine, traffic, *this);
+    other.kernelChanged({});
+    EXPECT_THAT(other.settingsIs(settings), IsEmpty());
+    generations.insert(other.router().hello(intf("eth0"))->generationId());
+  }
+  EXPECT_EQ(generations.size(), 3u);
+}
+
 TEST_F(AgentTest, FarewellEndsCandidaciesAndIsToldOnEveryInterface) {
   beCandidate("eth0");
   while (agent.router().hello(intf("eth0"))->nextHello() <= clock.now() + 5) {
