@@ -80,6 +80,19 @@ def wait_all(routers, reader, expected, what, seconds=20):
         raise LabFault(f"{fault}: expected {expected}, found {found}") from None
 
 
+def events_until(stream, wanted, seconds=20):
+    """Reads lines of JSON until one tells of an event; returns all events. What has come is looked at before
+    more is waited for: several lines may come at once."""
+    text = b""
+    while True:
+        events = [json.loads(line)["event"] for line in text.split(b"\n")[:-1]]
+        if wanted in events:
+            return events
+        if not select.select([stream], [], [], seconds)[0]:
+            raise LabFault(f"waited {seconds} s in vain for {wanted} after {events}")
+        text += os.read(stream.fileno(), 65536)
+
+
 class LabTest(unittest.TestCase):
     def lab(self, records=True, **options):
         """A lab that goes with its story. What its links carry is recorded from the first start of a router
@@ -391,17 +404,13 @@ class LabTest(unittest.TestCase):
         r1.config(candidate_bsr() + candidate_rp())
         r2.start()
         words = [COMMAND, "watch", "--socket", str(r2.socket)]
-        watch = subprocess.Popen(words, stdout=subprocess.PIPE, text=True)
+        watch = subprocess.Popen(words, stdout=subprocess.PIPE)
         self.addCleanup(watch.wait)
         self.addCleanup(watch.kill)
         self.addCleanup(watch.stdout.close)
         r2.command("trace", "Pim::Bsr::IO", "9")
         r1.start()
-        events = []
-        while "rpAdded" not in events:
-            self.assertTrue(select.select([watch.stdout], [], [], 20)[0], f"after {events}")
-            events.append(json.loads(watch.stdout.readline())["event"])
-        self.assertIn("bsrElected", events)
+        self.assertIn("bsrElected", events_until(watch.stdout, "rpAdded"))
         wait_until(lambda: "trace Pim::Bsr::IO" in r2.log.read_text(), "traces are written")
         r2.command("trace", "Pim::Bsr::IO", "off")
         self.assertIn('pimbsr_rp_set_rps{zone="224.0.0.0/4"} 1', r2.command("metrics"))
