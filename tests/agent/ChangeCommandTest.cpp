@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "agent/Privileges.h"
 #include "agent/Sandbox.h"
 #include "tests/agent/InChild.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace test {
 namespace {
@@ -27,17 +27,11 @@ using testing::HasSubstr;
 /// A folder in which commands leave what they got.
 class ChangeCommandTest : public testing::Test {
  protected:
-  ChangeCommandTest() {
-    char name[] = "/tmp/pimbsr-change-XXXXXX";
-    folder = mkdtemp(name);
-  }
-  ~ChangeCommandTest() override { std::filesystem::remove_all(folder); }
-
   void start(std::string const& script) {
-    command = std::make_unique<ChangeCommand>("cd " + folder + "; " + script);
+    command = std::make_unique<ChangeCommand>("cd " + folder.path() + "; " + script);
   }
   std::string text(std::string const& name) const {
-    std::ifstream in(folder + "/" + name);
+    std::ifstream in(folder.file(name));
     return {std::istreambuf_iterator<char>(in), {}};
   }
   /// Waits for the helper to say something, and gives what that means.
@@ -55,7 +49,7 @@ class ChangeCommandTest : public testing::Test {
     return status;
   }
 
-  std::string folder;
+  ScratchFolder folder;
   std::unique_ptr<ChangeCommand> command;
 };
 
@@ -91,7 +85,7 @@ TEST_F(ChangeCommandTest, OnlyTheNewestWaitsWhileARunLasts) {
   start("cat >> got; echo >> got; while [ ! -e go ]; do sleep 0.01; done");
   for (char const* told : {"first", "second", "third", "fourth"}) command->tell(told);
   EXPECT_TRUE(command->isBusy());
-  std::ofstream(folder + "/go");
+  folder.write("go", "");
   EXPECT_EQ(report(), "");
   EXPECT_TRUE(command->isBusy());
   EXPECT_EQ(report(), "");

@@ -1,13 +1,9 @@
 #include "agent/ConfigFile.h"
 
 #include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
 #include "tests/support/Messages.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace test {
 namespace {
@@ -387,30 +383,9 @@ TEST(ConfigFileTest, PlacesOfWhatIsNotWrittenAreThoseOfItsWhole) {
 
 // Files -----------------------------------------------------------------------------------------------
 
-/// A folder that is removed with this object.
-class Folder {
- public:
-  Folder() {
-    char name[] = "/tmp/pimbsr-config-XXXXXX";
-    path_ = mkdtemp(name);
-  }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  Folder(Folder const&) = delete;
-  Folder& operator=(Folder const&) = delete;
-
-  std::string const& path() const { return path_; }
-  std::string write(std::string const& text) const {
-    std::ofstream(path_ + "/file.toml", std::ios::binary) << text;
-    return path_ + "/file.toml";
-  }
-
- private:
-  std::string path_;
-};
-
 TEST(ConfigFileTest, FileIsReadByItsName) {
-  Folder folder;
-  std::string file = folder.write("[timers]\nhold-time = 60\nzone = 1\n");
+  ScratchFolder folder;
+  std::string file = folder.write("file.toml", "[timers]\nhold-time = 60\nzone = 1\n");
   ConfigReading reading = readConfigFile(file);
   EXPECT_EQ(reading.settings.router.holdTime, 60u);
   EXPECT_THAT(textsOf(reading),
@@ -418,24 +393,24 @@ TEST(ConfigFileTest, FileIsReadByItsName) {
 }
 
 TEST(ConfigFileTest, FileThatCannotBeReadIsAFaultOfTheWhole) {
-  Folder folder;
-  std::string missing = folder.path() + "/none.toml";
+  ScratchFolder folder;
+  std::string missing = folder.file("none.toml");
   EXPECT_THAT(textsOf(readConfigFile(missing)),
               ElementsAre(missing + ": cannot be read: No such file or directory"));
   EXPECT_THAT(textsOf(readConfigFile(folder.path())),
               ElementsAre(folder.path() + ": cannot be read: no regular file"));
   EXPECT_THAT(textsOf(readConfigFile("/dev/zero")),
               ElementsAre("/dev/zero: cannot be read: no regular file"));
-  std::string huge = folder.write(std::string(longestConfigText + 10, '\n'));
+  std::string huge = folder.write("file.toml", std::string(longestConfigText + 10, '\n'));
   EXPECT_THAT(textsOf(readConfigFile(huge)),
               ElementsAre(huge + ": longer than 1048576 bytes, which no configuration is"));
 }
 
 TEST(ConfigFileTest, LongestFileIsRead) {
-  Folder folder;
+  ScratchFolder folder;
   std::string text = "[timers]\nhold-time = 60\n";
   text.resize(longestConfigText, '\n');
-  EXPECT_TRUE(readConfigFile(folder.write(text)).isSound());
+  EXPECT_TRUE(readConfigFile(folder.write("file.toml", text)).isSound());
 }
 
 TEST(ConfigFileTest, ExampleHasNoFault) {

@@ -28,25 +28,12 @@
 #include "agent/Files.h"
 #include "agent/ServiceNotify.h"
 #include "tests/agent/InChild.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace test {
 namespace {
 
 using pimbsr::agent::enterSandbox;
-
-/// A folder of its own for a test, and gone after it.
-class Folder {
- public:
-  Folder() {
-    char name[] = "/tmp/pimbsr-sandbox-XXXXXX";
-    path_ = mkdtemp(name);
-  }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  std::string operator/(std::string const& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
 
 /// A call that must do something, or must be refused.
 struct Call {
@@ -162,22 +149,23 @@ TEST(SandboxTest, SocketsOfAnAgentOpen) {
 }
 
 TEST(SandboxTest, FilesAreReplacedAndRead) {
-  Folder folder;
-  EXPECT_EQ(wrongOnes({
-                {"replace",
-                 [&] {
-                   pimbsr::agent::replaceFile(folder / "history", "text");
-                   pimbsr::agent::replaceFile(folder / "history", "other text");
-                   return true;
-                 }},
-                {"read", [&] { return pimbsr::agent::readFile(folder / "history", 100) == "other text"; }},
-                {"folders", [&] { return std::filesystem::create_directories(folder / "a/b"); }},
-                {"walk", [&] { return std::filesystem::directory_iterator(folder / "a")->is_directory(); }},
-                {"remove", [&] { return unlink((folder / "history").c_str()) == 0; }},
-                {"chmod", [&] { return chmod((folder / "a").c_str(), 0700) == 0; }},
-                {"absolute", [&] { return std::filesystem::absolute("x").is_absolute(); }},
-            }),
-            "");
+  ScratchFolder folder;
+  EXPECT_EQ(
+      wrongOnes({
+          {"replace",
+           [&] {
+             pimbsr::agent::replaceFile(folder.file("history"), "text");
+             pimbsr::agent::replaceFile(folder.file("history"), "other text");
+             return true;
+           }},
+          {"read", [&] { return pimbsr::agent::readFile(folder.file("history"), 100) == "other text"; }},
+          {"folders", [&] { return std::filesystem::create_directories(folder.file("a/b")); }},
+          {"walk", [&] { return std::filesystem::directory_iterator(folder.file("a"))->is_directory(); }},
+          {"remove", [&] { return unlink(folder.file("history").c_str()) == 0; }},
+          {"chmod", [&] { return chmod(folder.file("a").c_str(), 0700) == 0; }},
+          {"absolute", [&] { return std::filesystem::absolute("x").is_absolute(); }},
+      }),
+      "");
 }
 
 sockaddr_un addressOf(std::string const& path) {
@@ -206,10 +194,10 @@ bool notifies(std::string const& path) {
 }
 
 TEST(SandboxTest, UnixSocketsServeAndNotify) {
-  Folder folder;
+  ScratchFolder folder;
   EXPECT_EQ(wrongOnes({
-                {"serve", [&] { return serves(folder / "control"); }},
-                {"notify", [&] { return notifies(folder / "notify"); }},
+                {"serve", [&] { return serves(folder.file("control")); }},
+                {"notify", [&] { return notifies(folder.file("notify")); }},
             }),
             "");
 }

@@ -1,15 +1,12 @@
 #include "cli/CheckCommand.h"
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "tests/cli/CliSupport.h"
+#include "tests/support/ScratchFolder.h"
 
 namespace test {
 namespace {
@@ -19,19 +16,12 @@ using testing::HasSubstr;
 /// A configuration file that is removed with this object.
 class ConfigurationFile {
  public:
-  explicit ConfigurationFile(std::string const& text) {
-    char name[] = "/tmp/pimbsr-check-XXXXXX";
-    close(mkstemp(name));
-    path_ = name;
-    std::ofstream(path_, std::ios::binary) << text;
-  }
-  ~ConfigurationFile() { std::filesystem::remove(path_); }
-  ConfigurationFile(ConfigurationFile const&) = delete;
-  ConfigurationFile& operator=(ConfigurationFile const&) = delete;
+  explicit ConfigurationFile(std::string const& text) : path_(folder_.write("pimbsr.toml", text)) {}
 
   std::string const& path() const { return path_; }
 
  private:
+  ScratchFolder folder_;
   std::string path_;
 };
 

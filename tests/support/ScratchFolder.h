@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace test {
@@ -18,7 +19,14 @@ class ScratchFolder {
   ScratchFolder(ScratchFolder const&) = delete;
   ScratchFolder& operator=(ScratchFolder const&) = delete;
 
+  std::string const& path() const { return path_; }
+  /// The path of a file in it, which need not be there.
   std::string file(std::string const& name) const { return path_ + "/" + name; }
+  /// Writes a file in it, any bytes; returns its path.
+  std::string write(std::string const& name, std::string const& text) const {
+    std::ofstream(file(name), std::ios::binary) << text;
+    return file(name);
+  }
 
  private:
   std::string path_;
