@@ -184,9 +184,11 @@ class Lab:
         return self
 
     def __exit__(self, kind, fault, trace):
-        if kind is not None:
-            self.tell()
-        self.close()
+        try:
+            if kind is not None:
+                self.tell()
+        finally:  # also where nobody reads what is told
+            self.close()
 
     def tell(self):
         """Prints what the routers had to say, for one who looks into a failure."""

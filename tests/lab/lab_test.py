@@ -103,10 +103,10 @@ class LabTest(unittest.TestCase):
 
     def end(self, lab):
         failed = any(fault for _, fault in self._outcome.result.failures + self._outcome.result.errors)
-        if failed:
-            lab.tell()
         try:
-            if lab.records and not failed:
+            if failed:
+                lab.tell()
+            elif lab.records:
                 self.check_packets(lab.packets())
         finally:
             lab.close()
