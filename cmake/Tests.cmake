@@ -48,9 +48,9 @@ foreach(room ${test_rooms})
 endforeach()
 
 file(GLOB python_tests RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS
-  tests/tidy/*.py tests/zetc/*_test.py)
+  tests/tidy/*.py tests/zetc/*_test.py tests/lab/*_unit_test.py)
 foreach(file ${python_tests})
-  string(REGEX REPLACE "^tidy/|\\.py$" "" name ${file})
+  string(REGEX REPLACE "^(tidy|lab)/|\\.py$" "" name ${file})
   string(REGEX REPLACE "[/_]" "-" name ${name})
   add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/${file})
   set_tests_properties(${name} PROPERTIES LABELS script TIMEOUT 300)

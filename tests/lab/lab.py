@@ -30,13 +30,17 @@ def run(*words, check=True):
 
 
 def why_not():
-    """Why no lab can run here; None if one can."""
+    """Why no lab can run here; None if one can. A namespace that can be made can't always be entered: in some
+    containers and chroots mounting /sys in it is refused."""
     if os.geteuid() != 0:
         return "not root"
     name = f"pimbsr-try-{os.getpid()}"
     try:
         run("ip", "netns", "add", name)
-        run("ip", "netns", "del", name)
+        try:
+            run("ip", "netns", "exec", name, "true")
+        finally:
+            run("ip", "netns", "del", name)
     except (OSError, LabFault) as fault:
         return f"no network namespaces: {fault}"
     return None
@@ -83,7 +87,7 @@ class Router:
         self.log = self.folder / "log"
         self.addresses = {}  # by interface, "10.0.0.1/24"
         self.agent = None
-        run("ip", "netns", "add", self.namespace)
+        lab.namespace(self.namespace)
         self.ip("link", "set", "lo", "up")
 
     def ip(self, *words):
@@ -178,7 +182,7 @@ class Lab:
         self.temporary = tempfile.TemporaryDirectory(prefix="pimbsr-lab-")
         self.folder = pathlib.Path(self.temporary.name)
         self.routers, self.links, self.subnets = {}, [], {}
-        self.bridges, self.captures, self.records = [], [], records
+        self.namespaces, self.captures, self.records = [], [], records
 
     def __enter__(self):
         return self
@@ -207,11 +211,16 @@ class Lab:
             if router.agent and router.agent.is_running():
                 router.agent.process.kill()
                 router.agent.process.wait()
-        for namespace in [r.namespace for r in self.routers.values()] + self.bridges:
+        for namespace in self.namespaces:
             run("ip", "netns", "del", namespace, check=False)
         self.temporary.cleanup()
 
     # Building ----------------------------------------------------------------------------------------
+
+    def namespace(self, name):
+        """Makes a network namespace that goes with the lab, also if the lab can't be completed."""
+        self.namespaces.append(name)
+        run("ip", "netns", "add", name)
 
     def router(self, name):
         self.routers[name] = Router(self, name)
@@ -241,8 +250,7 @@ class Lab:
         """A link of several routers over a bridge in a namespace: interface lan, 10.0.N.1 and on."""
         number = len(self.links) + 1
         bridge = f"{self.prefix}-lan{number}"
-        run("ip", "netns", "add", bridge)
-        self.bridges.append(bridge)
+        self.namespace(bridge)
         run("ip", "-n", bridge, "link", "add", "lan", "type", "bridge", "mcast_snooping", 0)
         run("ip", "-n", bridge, "link", "set", "lan", "up")
         for end, router in enumerate(routers, 1):

@@ -27,8 +27,7 @@ class Relay:
     def __init__(self, lab, one, other, seed):
         self.namespace = f"{lab.prefix}-relay"
         number = len(lab.links) + 1
-        run("ip", "netns", "add", self.namespace)
-        lab.bridges.append(self.namespace)
+        lab.namespace(self.namespace)
         for end, (router, peer) in enumerate(((one, other), (other, one)), 1):
             run("ip", "link", "add", f"eth-{peer.name}", "netns", router.namespace, "type", "veth",
                 "peer", "name", f"end{end}", "netns", self.namespace)
