@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <bit>
 
+#include "runtime/Meter.h"
+
 namespace Routing {
 
 /// Whether the first `length` bits of two words are the same.
@@ -18,6 +20,7 @@ bool PrefixTrie::insert(Prefix prefix) {
   if (nodes_.capacity() - nodes_.size() < 2) nodes_.reserve(2 * nodes_.size() + 2);
   Index* link = &root_;
   while (*link != none) {
+    Zet::Meter::visit();
     Node& node = nodes_[*link];
     bool covers = node.length <= prefix.length && agree(node.bits, prefix.bits, node.length);
     if (!covers) break;
@@ -56,6 +59,7 @@ bool PrefixTrie::erase(Prefix prefix) {
   Index* above = nullptr;
   Index* link = &root_;
   while (*link != none) {
+    Zet::Meter::visit();
     Node& node = nodes_[*link];
     if (node.length > prefix.length || !agree(node.bits, prefix.bits, node.length)) return false;
     if (node.length == prefix.length) break;
@@ -92,6 +96,7 @@ PrefixTrie::Match PrefixTrie::parent(Prefix prefix) const {
 PrefixTrie::Match PrefixTrie::cover(Prefix prefix, U8 longest) const {
   Index best = none;
   for (Index at = root_; at != none;) {
+    Zet::Meter::visit();
     Node const& node = nodes_[at];
     if (node.length > longest || !agree(node.bits, prefix.bits, node.length)) break;
     if (node.isMember) best = at;

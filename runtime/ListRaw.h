@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "runtime/Meter.h"
 #include "runtime/Ptr.h"
 
 namespace Zet {
@@ -25,7 +26,10 @@ class ListRaw {
   bool empty() const { return head_ == nullptr; }
   T* front() const { return head_; }
   /// The entry behind `entry`, null behind the last.
-  T* after(T const* entry) const { return entry->ListRawLink<T>::next; }
+  T* after(T const* entry) const {
+    Meter::visit();
+    return entry->ListRawLink<T>::next;
+  }
   /// Counts by a walk.
   U32 size() const {
     U32 n = 0;

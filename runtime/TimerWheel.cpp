@@ -1,6 +1,7 @@
 #include "runtime/TimerWheel.h"
 
 #include "runtime/Assert.h"
+#include "runtime/Meter.h"
 
 namespace Kiv {
 
@@ -99,6 +100,7 @@ void TimerWheel::remove(NotifieeConst& timer) const {
 
 /// The timer that is due first; null if none is armed.
 TimerWheel::NotifieeConst* TimerWheel::first() const {
+  Zet::Meter::visit(runs);
   NotifieeConst* first = heap_.empty() ? nullptr : heap_.front().timer;
   for (Run const& run : runs_) {
     if (run.first != nullptr && (first == nullptr || run.first->before(*first))) first = run.first;
@@ -116,6 +118,7 @@ TimerWheel::NotifieeConst* TimerWheel::firstDue(double now) const {
 /// Puts a timer behind the run that ends closest before it, else into an empty run; false if all go on beyond
 /// it.
 bool TimerWheel::append(NotifieeConst& timer) const {
+  Zet::Meter::visit(runs);
   Run* best = nullptr;
   for (Run& run : runs_) {
     if (run.last == nullptr) {
@@ -144,6 +147,7 @@ void TimerWheel::unlink(NotifieeConst& timer) const {
 // Heap ------------------------------------------------------------------------------------------------
 
 void TimerWheel::place(U32 index, Entry const& entry) const {
+  Zet::Meter::visit();
   heap_[index] = entry;
   entry.timer->place_ = index;
 }
