@@ -32,8 +32,14 @@ inline constexpr U32 neighborAddress = 0xc0000201;  // 192.0.2.1
 inline constexpr U32 bsrAddress = 0xc6336401;       // 198.51.100.1
 inline constexpr U32 ownAddress = 0xc0000209;       // 192.0.2.9
 
-/// A message of the BSR with those ranges, as an IPv4 packet from the neighbour.
-inline std::vector<U8> packetOf(std::vector<Range> const& ranges) {
+/// One range of a message with any RPs, by their addresses in host byte order, at most 255.
+struct NamedRange {
+  IpGenPrefix prefix;
+  std::vector<U32> rps;
+};
+
+/// A message of the BSR with those ranges, as an IPv4 packet from the neighbor.
+inline std::vector<U8> packetOf(std::vector<NamedRange> const& ranges) {
   namespace Packet = Routing::Pim::Packet;
   auto message = Zet::make<Packet::BootstrapMessage>();
   message->forwardIs(true);
@@ -41,12 +47,11 @@ inline std::vector<U8> packetOf(std::vector<Range> const& ranges) {
   message->bsrPriorityIs(10);
   message->bsrAddressIs(IpAddr::fromHost(bsrAddress));
   message->groupRpDataIs(Zet::make<Packet::BootstrapOptionalData>());
-  for (Range const& range : ranges) {
+  for (NamedRange const& range : ranges) {
     auto group = Zet::make<Packet::BootstrapGroupData>(range.prefix);
-    group->rpCountIs(range.rps);
-    group->fragRpCountIs(range.rps);
-    for (U32 i = 0; i < range.rps; ++i)
-      group->rpListIs(IpAddr::fromHost(0x0a000001 + range.firstRp + i))->rpHoldtimeIs(40000);
+    group->rpCountIs(static_cast<U8>(range.rps.size()));
+    group->fragRpCountIs(static_cast<U8>(range.rps.size()));
+    for (U32 rp : range.rps) group->rpListIs(IpAddr::fromHost(rp))->rpHoldtimeIs(40000);
     message->groupRpData()->groupDataEnq(group);
   }
   std::vector<U8> pim;
@@ -56,6 +61,16 @@ inline std::vector<U8> packetOf(std::vector<Range> const& ranges) {
   if (!pimbsr::wire::encodeBootstrap(*message, pim) || !pimbsr::wire::encodeIpv4(header, pim, packet))
     std::abort();
   return packet;
+}
+
+/// The same with the RPs of each range by number.
+inline std::vector<U8> packetOf(std::vector<Range> const& ranges) {
+  std::vector<NamedRange> named;
+  for (Range const& range : ranges) {
+    NamedRange& last = named.emplace_back(NamedRange{range.prefix, {}});
+    for (U32 i = 0; i < range.rps; ++i) last.rps.push_back(0x0a000001 + range.firstRp + i);
+  }
+  return packetOf(named);
 }
 
 /// Packets of at most 100 RPs each that together name `count` RPs, so many to a range, from range and RP
