@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <grp.h>
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -79,9 +80,10 @@ static std::string folderOf(std::string const& path) {
 }
 
 /// Holds the folder for itself among all agents, so that of two that start at once one finds the other.
+/// Others may pass through a folder that is made here, but not open it, and so not lock it.
 static SocketFd lockFolder(std::string const& path) {
   std::string folder = folderOf(path);
-  if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) {
+  if (mkdir(folder.c_str(), 0711) != 0 && errno != EEXIST) {
     refuse(path, ("cannot make the folder " + folder).c_str(), errno);
   }
   SocketFd result(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -118,8 +120,31 @@ static int bindWithMode(int socket, sockaddr_un const& address) {
   return result;
 }
 
-ControlSocket::ControlSocket(std::string path) : path_(std::move(path)) {
+static gid_t groupId(std::string const& path, std::string const& name) {
+  errno = 0;
+  ::group const* found = getgrnam(name.c_str());
+  if (found != nullptr) return found->gr_gid;
+  refuse(path,
+         fmt::format("there is no group '{0}'; valid is a group of this system, such as one that 'groupadd "
+                     "--system {0}' makes",
+                     name));
+}
+
+static void setGroup(std::string const& path, std::string const& name, gid_t id) {
+  if (lchown(path.c_str(), static_cast<uid_t>(-1), id) == 0) return;
+  int error = errno;
+  unlink(path.c_str());
+  refuse(path, fmt::format("cannot give it to the group '{}': {}; the agent must run as root or be a member",
+                           name, std::strerror(error)));
+}
+
+/// Connections that wait to be accepted. The kernel's queue is one for all users, so it is no longer than
+/// what a server takes in one turn: whoever connects without end delays others by that much.
+static constexpr int backlog = 64;
+
+ControlSocket::ControlSocket(std::string path, std::string const& group) : path_(std::move(path)) {
   checkPath(path_);
+  gid_t id = group.empty() ? getegid() : groupId(path_, group);
   SocketFd lock = lockFolder(path_);
   removeStale(path_);
   SocketFd made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -129,7 +154,8 @@ ControlSocket::ControlSocket(std::string path) : path_(std::move(path)) {
   if (lstat(path_.c_str(), &file) != 0) refuse(path_, "it went as it was made", errno);
   device_ = file.st_dev;
   inode_ = file.st_ino;
-  if (listen(made.get(), SOMAXCONN) != 0) refuse(path_, "cannot listen", errno);
+  if (!group.empty()) setGroup(path_, group, id);
+  if (listen(made.get(), backlog) != 0) refuse(path_, "cannot listen", errno);
   socket_ = std::move(made);
 }
 

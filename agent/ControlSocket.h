@@ -36,13 +36,16 @@ class SocketFd {
 
 /// A stream socket of the Unix family that listens at a path for as long as this object lives.
 ///
-/// Its file is readable and writable for its owner and group, and for nobody else at any moment. A socket
+/// Its file is readable and writable for its owner and group, and for no one else at any moment; the group
+/// is in place before anyone can connect. A socket
 /// that an agent left behind is replaced, one that an agent listens at is not; anything else at the path is
 /// left alone.
 class ControlSocket {
  public:
-  /// Makes the last folder of the path, too, if it is missing. Throws ControlError.
-  explicit ControlSocket(std::string path);
+  /// Makes the last folder of the path, too, if it is missing. `group` names the group of the file; empty for
+  /// that of the process. Throws ControlError, also for a group that is unknown or can't be set: only root
+  /// may set any, and others one that the process is in.
+  explicit ControlSocket(std::string path, std::string const& group = "");
   /// Removes the file, unless another one stands in its place by now.
   ~ControlSocket();
   ControlSocket(ControlSocket const&) = delete;

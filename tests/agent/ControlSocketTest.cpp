@@ -141,5 +141,37 @@ TEST_F(ControlSocketTest, AFolderThatMayNotBeWrittenIsTold) {
   EXPECT_THAT(text, HasSubstr("Permission denied"));
 }
 
+// Groups ----------------------------------------------------------------------------------------------
+
+TEST_F(ControlSocketTest, ItsGroupIsTheOneThatWasNamed) {
+  NEEDS_ROOT();
+  ControlSocket socket(path_, "nogroup");
+  struct stat file {};
+  ASSERT_EQ(lstat(path_.c_str(), &file), 0);
+  EXPECT_EQ(file.st_gid, 65534u);
+  EXPECT_EQ(file.st_mode, S_IFSOCK | 0660u);
+}
+
+TEST_F(ControlSocketTest, AGroupThatIsUnknownIsExplained) {
+  try {
+    ControlSocket socket(path_, "no-such-group");
+    FAIL() << "it was opened";
+  } catch (ControlError const& error) {
+    EXPECT_THAT(error.what(), AllOf(HasSubstr("there is no group 'no-such-group'"), HasSubstr("groupadd")));
+  }
+}
+
+TEST_F(ControlSocketTest, AGroupThatMayNotBeSetIsExplained) {
+  NEEDS_ROOT();
+  ASSERT_EQ(chmod(folder_.file(".").c_str(), 0777), 0);
+  std::string text = test::inChild([&]() -> std::string {
+    if (setgid(65534) != 0 || setuid(65534) != 0) return "cannot change user";
+    ControlSocket socket(path_, "root");
+    return "opened";
+  });
+  EXPECT_THAT(text, HasSubstr("cannot give it to the group 'root': Operation not permitted"));
+  EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
 }  // namespace
 }  // namespace pimbsr::agent
