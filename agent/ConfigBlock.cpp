@@ -27,6 +27,10 @@ bool isListName(std::string_view name) {
   return !name.empty() && name.size() <= 64 && std::all_of(name.begin(), name.end(), isGood);
 }
 
+static bool isGroupName(std::string_view name) {
+  return name.empty() || (isListName(name) && name.size() <= 32 && name.find(':') == name.npos);
+}
+
 static bool isPath(std::string_view path, std::size_t longest) {
   auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
   return path.empty() ||
@@ -45,6 +49,8 @@ static bool hasForm(KeyType type, std::string_view text) {
       return text == "permit" || text == "deny";
     case KeyType::path:
       return isPath(text, longestPath);
+    case KeyType::groupName:
+      return isGroupName(text);
     case KeyType::socketPath:
       return isPath(text, longestSocketPath);
     default:

@@ -70,9 +70,7 @@ class Reader {
   void readTimers(ConfigValue const& value);
   void readChecks(ConfigValue const& value);
   void readLimits(ConfigValue const& value);
-  void readControl(ConfigValue const& value) {
-    block(value, "control").take("socket", settings().controlSocket);
-  }
+  void readControl(ConfigValue const& value);
   void readState(ConfigValue const& value) {
     block(value, "state").take("directory", settings().stateDirectory);
   }
@@ -416,6 +414,31 @@ void Reader::readLimits(ConfigValue const& value) {
              {"packets-per-second", "neighbors-per-interface", "learned-zones", "fragment-rps", "rps"});
 }
 
+/// The path of the second control socket where the file has none: a name of its own for each first socket, so
+/// that agents whose sockets share a folder don't collide. Empty without a first one, and where it would be
+/// too long for a socket.
+static std::string readOnlySocketOf(std::string const& socket) {
+  static constexpr std::string_view ending = ".sock";
+  static constexpr std::size_t maxLength = 107;
+  std::string_view stem = socket;
+  if (stem.ends_with(ending)) stem.remove_suffix(ending.size());
+  std::string path = fmt::format("{}-read-only{}", stem, ending);
+  return socket.empty() || path.size() > maxLength ? "" : path;
+}
+
+void Reader::readControl(ConfigValue const& value) {
+  ConfigBlock block = this->block(value, "control");
+  Settings& wanted = settings();
+  block.take("socket", wanted.controlSocket);
+  wanted.readOnlySocket = readOnlySocketOf(wanted.controlSocket);
+  block.take("read-only-socket", wanted.readOnlySocket);
+  block.take("read-only-group", wanted.readOnlyGroup);
+  if (wanted.controlSocket.empty() || wanted.controlSocket != wanted.readOnlySocket) return;
+  block.fault(block.placeOf("read-only-socket"),
+              "control.read-only-socket: the path of control.socket; valid is a path of its own, or \"\" for "
+              "none");
+}
+
 /// Every handle is a key of its own, so that no row of the table has its name.
 void Reader::readTraces(ConfigValue const& value) {
   if (!isTable(value, "trace")) return;
@@ -485,6 +508,8 @@ std::string textOf(std::string const& file, TextPlace at) {
 std::vector<std::string> needRestart(Settings const& from, Settings const& to) {
   std::vector<std::string> keys;
   if (from.controlSocket != to.controlSocket) keys.emplace_back("control.socket");
+  if (from.readOnlySocket != to.readOnlySocket) keys.emplace_back("control.read-only-socket");
+  if (from.readOnlyGroup != to.readOnlyGroup) keys.emplace_back("control.read-only-group");
   if (from.stateDirectory != to.stateDirectory) keys.emplace_back("state.directory");
   return keys;
 }

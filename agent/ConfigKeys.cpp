@@ -133,6 +133,13 @@ static constexpr ConfigKey keys[] = {
 
     {"control", "socket", KeyType::socketPath, "", 0, 0, "\"/run/pimbsr/control.sock\"",
      "Path of the Unix socket that takes requests, or \"\" for none; a change needs a restart."},
+    {"control", "read-only-socket", KeyType::socketPath, "", 0, 0,
+     "\"/run/pimbsr/control-read-only.sock\", or NAME-read-only.sock beside a `socket` NAME.sock",
+     "Path of a second socket, which serves `show`, `watch`, `metrics` and `version` alone, or \"\" for "
+     "none; a change needs a restart."},
+    {"control", "read-only-group", KeyType::groupName, "", 0, 0, "\"\"",
+     "Group of users that may use the second socket, or \"\" for the group of the process; a change needs a "
+     "restart."},
     {"state", "directory", KeyType::path, "", 0, 0, "\"/var/lib/pimbsr\"",
      "Folder in which the history is kept, or \"\" for none; a change needs a restart."},
 
@@ -181,6 +188,8 @@ static constexpr TypeText typeTexts[] = {
     {KeyType::socketPath,
      "an absolute path of at most 107 bytes without control characters, or \"\" for none", "",
      "absolute path of at most 107 bytes"},
+    {KeyType::groupName, "a group's name of 1 to 32 letters, digits, '-', '_' and '.', or \"\" for none", "",
+     "name of a group of users"},
     {KeyType::rules, "a list of rules, [{action = \"permit\", prefix = \"239.1.0.0/16\"}]",
      "a rule such as {action = \"permit\", prefix = \"239.1.0.0/16\"}", "list of tables"},
 };

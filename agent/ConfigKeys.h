@@ -20,6 +20,7 @@ enum class KeyType {
   action,         ///< "permit" or "deny"
   path,           ///< an absolute path, or ""
   socketPath,     ///< an absolute path that a Unix socket can have, or ""
+  groupName,      ///< a name that a group of users may have, or ""
   rules,          ///< a list of tables
 };
 

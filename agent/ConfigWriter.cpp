@@ -169,6 +169,8 @@ std::string restText(Settings const& settings) {
                   screening.packetsPerSecond, screening.neighborsPerInterface, screening.learnedZones) +
       fmt::format("fragment-rps = {}\nrps = {}\n", screening.fragmentRps, screening.rps) +
       fmt::format("\n[control]\nsocket = {}\n", tomlText(settings.controlSocket)) +
+      fmt::format("read-only-socket = {}\nread-only-group = {}\n", tomlText(settings.readOnlySocket),
+                  tomlText(settings.readOnlyGroup)) +
       fmt::format("\n[state]\ndirectory = {}\n", tomlText(settings.stateDirectory));
   if (!settings.traces.empty()) out += "\n[trace]\n";
   for (auto const& [handle, level] : settings.traces) out += fmt::format("{} = {}\n", tomlKey(handle), level);
@@ -272,6 +274,8 @@ Json writeJson(Settings const& settings) {
             {"fragmentRps", screening.fragmentRps},
             {"rps", screening.rps}}},
           {"controlSocket", settings.controlSocket},
+          {"readOnlySocket", settings.readOnlySocket},
+          {"readOnlyGroup", settings.readOnlyGroup},
           {"stateDirectory", settings.stateDirectory},
           {"traces", settings.traces}};
 }

@@ -39,6 +39,9 @@ struct Settings {
   host::Configuration router;
   host::Screening screening = defaultScreening;
   std::string controlSocket = "/run/pimbsr/control.sock";  ///< path; empty for none
+  /// Path of the socket that serves no request that changes the agent; empty for none.
+  std::string readOnlySocket = "/run/pimbsr/control-read-only.sock";
+  std::string readOnlyGroup;  ///< name of the group that may use it; empty for that of the process
   /// Folder in which the history is kept over a restart; empty for none.
   std::string stateDirectory = "/var/lib/pimbsr";
   std::map<std::string, int> traces;  ///< level 0 to 9 by handle

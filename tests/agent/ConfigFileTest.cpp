@@ -35,6 +35,12 @@ Settings settingsOf(std::string const& text) {
   return reading.settings;
 }
 
+TEST(ConfigFileTest, NoReadOnlySocketIsMadeWhereItsPathWouldBeTooLong) {
+  std::string path = "/" + std::string(100, 'x');
+  EXPECT_EQ(settingsOf("[control]\nsocket = \"" + path + "\"").readOnlySocket, "");
+  EXPECT_EQ(settingsOf("[control]\nsocket = \"/x\"").readOnlySocket, "/x-read-only.sock");
+}
+
 // What each key means ---------------------------------------------------------------------------------
 
 struct Meaning {
@@ -173,8 +179,16 @@ Meaning const meanings[] = {
     {"LearnedZones", "[limits]\nlearned-zones = 7", [](Settings& s) { s.screening.learnedZones = 7; }},
     {"FragmentRps", "[limits]\nfragment-rps = 7", [](Settings& s) { s.screening.fragmentRps = 7; }},
     {"Rps", "[limits]\nrps = 0", [](Settings& s) { s.screening.rps = 0; }},
-    {"Socket", "[control]\nsocket = \"/tmp/x.sock\"", [](Settings& s) { s.controlSocket = "/tmp/x.sock"; }},
-    {"NoSocket", "[control]\nsocket = \"\"", [](Settings& s) { s.controlSocket = ""; }},
+    {"Socket", "[control]\nsocket = \"/tmp/x.sock\"",
+     [](Settings& s) {
+       s.controlSocket = "/tmp/x.sock";
+       s.readOnlySocket = "/tmp/x-read-only.sock";
+     }},
+    {"NoSocket", "[control]\nsocket = \"\"", [](Settings& s) { s.controlSocket = s.readOnlySocket = ""; }},
+    {"ReadOnlySocket", "[control]\nread-only-socket = \"/tmp/y\"",
+     [](Settings& s) { s.readOnlySocket = "/tmp/y"; }},
+    {"ReadOnlyGroup", "[control]\nread-only-group = \"pimbsr-read\"",
+     [](Settings& s) { s.readOnlyGroup = "pimbsr-read"; }},
     {"Directory", "[state]\ndirectory = \"/tmp/x y\"", [](Settings& s) { s.stateDirectory = "/tmp/x y"; }},
     {"Trace", "[trace]\n\"Pim::Bsr::Sm\" = 0\n\"Pim::Bsr::Config\" = 9",
      [](Settings& s) {
@@ -250,6 +264,12 @@ Wrong const wrongs[] = {
      "f:2:10: control.socket: read the text "
      "\"/xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx\"...; "
      "valid is an absolute path of at most 107 bytes without control characters, or \"\" for none"},
+    {"BothSocketsAtOnePath", "[control]\nsocket = \"/run/x\"\nread-only-socket = \"/run/x\"",
+     "f:3:20: control.read-only-socket: the path of control.socket; valid is a path of its own, or \"\" for "
+     "none"},
+    {"GroupNameThatNoneHas", "[control]\nread-only-group = \"a:b\"",
+     "f:2:19: control.read-only-group: read the text \"a:b\"; valid is a group's name of 1 to 32 letters, "
+     "digits, '-', '_' and '.', or \"\" for none"},
     {"ListOfAnotherType", BSR "groups = \"224.0.0.0/4\"",
      "f:3:10: candidate-bsr.groups: read the text \"224.0.0.0/4\"; valid is a list of group ranges, "
      "[\"239.1.0.0/16\"]"},
@@ -433,6 +453,10 @@ TEST(ConfigFileTest, SocketAndFolderNeedARestart) {
   EXPECT_THAT(needRestart(from, to), ElementsAre("control.socket"));
   to.stateDirectory = "/tmp";
   EXPECT_THAT(needRestart(from, to), ElementsAre("control.socket", "state.directory"));
+  to.readOnlySocket = "";
+  to.readOnlyGroup = "x";
+  EXPECT_THAT(needRestart(from, to), ElementsAre("control.socket", "control.read-only-socket",
+                                                 "control.read-only-group", "state.directory"));
 }
 
 }  // namespace

@@ -51,6 +51,8 @@ class AnySettings {
                    .fragmentRps = any(),
                    .rps = any()};
     if (flip()) s.controlSocket = flip() ? "" : "/run/a \"b\\c\" \xc3\xa4.sock";
+    if (flip()) s.readOnlySocket = flip() ? "" : "/run/b \"c\".sock";
+    if (flip()) s.readOnlyGroup = "pimbsr-read";
     if (flip()) s.stateDirectory = flip() ? "" : "/" + std::string(below(4000), 'x');
     for (std::string const& handle : pimbsr::agent::traceHandles()) {
       if (flip()) s.traces[handle] = static_cast<int>(below(10));
@@ -186,6 +188,8 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
             R"({"packetsPerSecond":1000,"neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,)"
             R"("rps":20000})");
   EXPECT_EQ(json["controlSocket"], "/run/pimbsr/control.sock");
+  EXPECT_EQ(json["readOnlySocket"], "/run/pimbsr/control-read-only.sock");
+  EXPECT_EQ(json["readOnlyGroup"], "");
   EXPECT_EQ(json["stateDirectory"], "/var/lib/pimbsr");
   EXPECT_EQ(json["traces"].dump(), R"({"Pim::Bsr::Sm":4})");
 }
