@@ -4,19 +4,41 @@
 
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <exception>
 
 namespace pimbsr::agent {
 
-ControlConnection::ControlConnection(uv_loop_t* loop, SocketFd socket, ControlLimits const& limits,
-                                     ConnectionOwner& owner)
+ControlConnection::ControlConnection(uv_loop_t* loop, SocketFd socket, uid_t user,
+                                     ControlLimits const& limits, ConnectionOwner& owner)
     : limits_(limits),
       owner_(owner),
+      user_(user),
       socket_(std::move(socket)),
       poll_(makePoll(loop, socket_.get(), this)),
       timer_(makeTimer(loop, this)) {
   waitFor(limits_.silence);
   attend();
+}
+
+// State -----------------------------------------------------------------------------------------------------
+
+ConnectionState ControlConnection::state() const {
+  if (watching_) return ConnectionState::watching;
+  if (!out_.empty()) return ConnectionState::unread;
+  return isReady() ? ConnectionState::asking : ConnectionState::idle;
+}
+
+bool ControlConnection::hasRequestInKernel() const {
+  std::array<char, maxRequest> bytes;
+  ssize_t count = recv(socket_.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_PEEK);
+  return count > 0 && std::memchr(bytes.data(), '\n', static_cast<std::size_t>(count)) != nullptr;
+}
+
+void ControlConnection::giveWay(std::string const& line) {
+  [[maybe_unused]] ssize_t sent = 0;
+  if (out_.empty()) sent = send(socket_.get(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  endIs(ConnectionEnd::gaveWay);
 }
 
 // Events ----------------------------------------------------------------------------------------------------
@@ -38,7 +60,7 @@ void ControlConnection::serve(int status, int events) {
   if (status < 0) return endIs(ConnectionEnd::closed);
   if ((events & UV_READABLE) != 0) read();
   if (!isOver() && !out_.empty()) flush();
-  if (!isOver() && out_.empty() && !watching_) answerNext();
+  if (!isOver() && out_.empty() && !watching_) ask();
 }
 
 void ControlConnection::read() {
@@ -57,7 +79,7 @@ void ControlConnection::read() {
 /// Whoever can't wait for the end of a request can't know where the next one begins, so that is the last one.
 Reply ControlConnection::nextReply() {
   try {
-    if (std::optional<std::string> line = lines_.next()) return owner_.reply(*line);
+    if (std::optional<std::string> line = lines_.next()) return owner_.reply(*this, *line);
     leaving_ = true;
     return {.line = errorLine("the request has no newline behind it")};
   } catch (RequestError const& tooLong) {
@@ -66,17 +88,28 @@ Reply ControlConnection::nextReply() {
   }
 }
 
-void ControlConnection::answerNext() {
-  bool cutOff = finished_ && !lines_.empty();
-  if (!lines_.isReady() && !cutOff) {
-    if (finished_) endIs(ConnectionEnd::closed);
-    return;
+/// A request that waits for its turn is not silent, however long others keep the server busy.
+void ControlConnection::ask() {
+  if (isReady()) {
+    if (ticket_ == 0) ticket_ = owner_.asks();
+    uv_timer_stop(timer_.get());
+  } else if (finished_) {
+    endIs(ConnectionEnd::closed);
   }
+}
+
+void ControlConnection::answer() {
+  guard([this] { answerNext(); });
+}
+
+void ControlConnection::answerNext() {
+  ticket_ = 0;
   Reply reply = nextReply();
   watching_ = reply.watch;
   if (watching_) lines_.clear();
   waitFor(limits_.answerTime);
   enqueue(std::make_shared<std::string const>(std::move(reply.line)));
+  if (reply.atOnce && !isOver() && !out_.empty()) endIs(ConnectionEnd::slow);
 }
 
 void ControlConnection::publish(std::shared_ptr<std::string const> const& line) {
@@ -123,23 +156,31 @@ void ControlConnection::waitFor(std::chrono::milliseconds time) {
     self->guard([self] { self->handleTimeout(); });
   };
   uv_update_time(timer_->loop);  // making an answer may have taken long
+  since_ = uv_now(timer_->loop);
   uv_timer_start(timer_.get(), call, static_cast<uint64_t>(time.count()), 0);
 }
 
 void ControlConnection::handleTimeout() { endIs(out_.empty() ? ConnectionEnd::silent : ConnectionEnd::slow); }
 
-/// To be able to write is also what a next request waits for that is here already: so others get their turn.
+/// Nothing is read while a request is here. One that was here already when an answer went out asks once the
+/// socket can be written, so that others get their turn before.
+int ControlConnection::wantedEvents() const {
+  if (watching_) return out_.empty() ? UV_READABLE : UV_READABLE | UV_WRITABLE;
+  if (!out_.empty()) return UV_WRITABLE;
+  if (ticket_ != 0) return 0;
+  return isReady() || finished_ ? UV_WRITABLE : UV_READABLE;
+}
+
 void ControlConnection::attend() {
   if (isOver()) return;
-  int events = 0;
-  if (!out_.empty() || (!watching_ && (lines_.isReady() || finished_))) events |= UV_WRITABLE;
-  if (watching_ || events == 0) events |= UV_READABLE;
+  int events = wantedEvents();
   if (events == attended_) return;
   auto call = [](uv_poll_t* poll, int status, int arrived) {
     auto* self = static_cast<ControlConnection*>(poll->data);
     self->guard([=] { self->serve(status, arrived); });
   };
-  if (uv_poll_start(poll_.get(), events, call) < 0) return endIs(ConnectionEnd::failed);
+  int result = events == 0 ? uv_poll_stop(poll_.get()) : uv_poll_start(poll_.get(), events, call);
+  if (result < 0) return endIs(ConnectionEnd::failed);
   attended_ = events;
 }
 

@@ -40,6 +40,16 @@ static constexpr Form forms[] = {{"show", Command::show, showMembers},    {"watc
                                  {"trace", Command::trace, traceMembers}, {"metrics", Command::metrics, {}},
                                  {"version", Command::version, {}}};
 
+std::string_view nameOf(Command command) {
+  auto matches = [&](Form const& form) { return form.command == command; };
+  return std::find_if(std::begin(forms), std::end(forms), matches)->name;
+}
+
+bool isReading(Command command) {
+  return command == Command::show || command == Command::watch || command == Command::metrics ||
+         command == Command::version;
+}
+
 // Words -----------------------------------------------------------------------------------------------------
 
 static constexpr char const* example = R"({"command":"version"})";

@@ -18,6 +18,10 @@ inline constexpr std::size_t maxRequest = 4096;
 /// What can be asked over the control socket.
 enum class Command { show, watch, clear, reload, trace, metrics, version };
 
+/// Its name on the wire, and whether it changes nothing of the agent.
+std::string_view nameOf(Command command);
+bool isReading(Command command);
+
 /// A request of which everything was checked but what only a running agent knows.
 struct Request {
   Command command = Command::version;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "agent/ControlConnection.h"
+#include "agent/ControlCounts.h"
 #include "agent/ControlProtocol.h"
 #include "agent/ControlSocket.h"
 #include "agent/UvHandle.h"
@@ -23,24 +25,22 @@ class RequestHandler {
   virtual nlohmann::ordered_json answer(Request const& request) = 0;
 };
 
-/// What a control socket has seen.
-struct ControlCounts {
-  std::size_t clients = 0;   ///< connected now, watchers among them
-  std::size_t watchers = 0;  ///< connected now
-  Zet::U64 requests = 0;     ///< lines that were answered, with a result or an error
-  Zet::U64 refused = 0;      ///< connections beyond the limit
-  Zet::U64 slow = 0;         ///< dropped since they did not read in time
-  Zet::U64 silent = 0;       ///< dropped since they sent no whole request in time
-  Zet::U64 failed = 0;       ///< dropped since the system refused something
+/// Where a control socket is, and what it serves.
+struct ControlEndpoint {
+  std::string path;
+  std::string group;      ///< name of the group that may use it; empty for that of the process
+  bool readOnly = false;  ///< it serves no request that changes the agent
+  std::string fullPath;   ///< of a read-only one: the socket that serves all requests; empty for none
 };
 
-/// Serves the control protocol on a Unix socket, from a libuv loop. Nobody is ever waited for, and nothing a
-/// client does ends the agent.
+/// Serves the control protocol on a Unix socket, from a libuv loop. It never waits for a client, nothing that
+/// a client does ends the agent, and the work of one turn of the loop is bounded: see ControlLimits.
 class ControlServer final : private ConnectionOwner {
  public:
   /// Listens at once, and serves once the loop runs. Throws ControlError, with what would help, if it can't
   /// listen. The loop and the handler outlive it.
-  ControlServer(uv_loop_t* loop, std::string path, RequestHandler& handler, ControlLimits const& limits = {});
+  ControlServer(uv_loop_t* loop, ControlEndpoint endpoint, RequestHandler& handler,
+                ControlLimits const& limits = {});
   /// Closes.
   ~ControlServer();
 
@@ -53,24 +53,60 @@ class ControlServer final : private ConnectionOwner {
   void publish(std::string_view jsonLine);
   bool hasWatchers() const;
   ControlCounts counts() const;
+  ControlStatus status() const;
 
  private:
-  Reply reply(std::string const& line) override;
+  /// What is kept of a user while it has a connection.
+  struct User {
+    std::size_t clients = 0;
+    Zet::U64 lastAnswer = 0;  ///< number of its last answer among all; 0 for none
+  };
+
+  /// Which connections give way first, next and last.
+  enum class GivingWay { idle, unread, asking };
+
+  Zet::U64 asks() override;
+  Reply reply(ControlConnection const& connection, std::string const& line) override;
   void served(ControlConnection& connection) override;
-  void sweep();
-  void acceptNext();
-  void take(SocketFd client);
+
+  bool isPrivileged(uid_t user) const { return user == 0 || user == agentUser_; }
+  std::size_t clientsOf(uid_t user) const;
+  std::size_t count(uid_t user, ConnectionState state) const;
+  bool isOrdinaryFull() const;
+
+  void acceptSome();
+  bool acceptNext();
+  void take(SocketFd client, uid_t user);
+  void refuse(SocketFd const& client);
+  bool hasPlaceFor(uid_t user) const;
+  bool makePlaceFor(uid_t user);
+  bool mayTakeFrom(uid_t other, uid_t user) const;
+  bool givesWay(ControlConnection const& connection, uid_t user, GivingWay step) const;
+  ControlConnection* nextToGiveWay(uid_t user, GivingWay step) const;
   void listen();
   void pause();
 
+  void answerSome();
+  ControlConnection* nextAsking(Zet::U64 lastTicket) const;
+  nlohmann::ordered_json resultOf(Request const& request);
+  std::string shareError(ControlConnection const& connection, Request const& request) const;
+  std::string watchError(uid_t user) const;
+  void sweep();
+
   uv_loop_t* loop_;
+  ControlEndpoint endpoint_;
   RequestHandler& handler_;
   ControlLimits limits_;
+  uid_t agentUser_;
   ControlCounts totals_;
   std::unique_ptr<ControlSocket> socket_;  ///< null once closed
   UvHandle<uv_poll_t> poll_;               ///< closed before the socket
   UvHandle<uv_timer_t> pause_;
+  UvHandle<uv_idle_t> answers_;  ///< runs while a connection asks
   std::vector<std::unique_ptr<ControlConnection>> connections_;
+  std::map<uid_t, User> users_;
+  Zet::U64 tickets_ = 0;
+  Zet::U64 answered_ = 0;
   bool answering_ = false;
 };
 

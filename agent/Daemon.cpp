@@ -68,17 +68,22 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
   if (changeCommand_ != nullptr) followChangeCommand();
   if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
     loadHistory();
-    openControl();
+    Settings const& opened = agent_.settings();
+    openControl({.path = opened.controlSocket});
+    openControl({.path = opened.readOnlySocket,
+                 .group = opened.readOnlyGroup,
+                 .readOnly = true,
+                 .fullPath = opened.controlSocket});
   }
   dropRights();
   checkFiles();
 }
 
-void Daemon::openControl() {
-  std::string path = agent_.settings().controlSocket;
-  if (path.empty()) return;
+/// Each socket has limits of its own, so that the clients of one can't lock out those of the other.
+void Daemon::openControl(ControlEndpoint const& endpoint) {
+  if (endpoint.path.empty()) return;
   RequestHandler& handler = *this;
-  control_ = std::make_unique<ControlServer>(loop_.handle(), path, handler);
+  controls_.push_back(std::make_unique<ControlServer>(loop_.handle(), endpoint, handler));
 }
 
 void Daemon::dropRights() {
@@ -154,17 +159,23 @@ static std::string logText(HistoryEntry const& change) {
 
 static bool changesRpSet(HistoryEntry const& change) { return change.isOfRpSet(); }
 
-/// What is published holds text of the kernel's, such as names of interfaces, which may be any bytes.
 void Daemon::onChanges(std::vector<HistoryEntry> const& changes) {
   for (HistoryEntry const& change : changes) logLine(logText(change));
   if (!historyTimer_.isRunning()) historyTimer_.startIn(historyDelay);
-  if (control_ && control_->hasWatchers()) {
-    for (HistoryEntry const& change : changes)
-      control_->publish(jsonOf(change).dump(-1, ' ', false, Json::error_handler_t::replace));
-  }
+  publish(changes);
   if (changeCommand_ == nullptr || std::none_of(changes.begin(), changes.end(), changesRpSet)) return;
   if (!changeTimer_.isRunning()) changeDeadline_ = clock_.now() + changeLatest * clock_.rate();
   changeTimer_.startIn(std::min(changeQuiet, clock_.realSpan(changeDeadline_ - clock_.now())));
+}
+
+/// A line holds text of the kernel's, such as names of interfaces, which may be any bytes.
+void Daemon::publish(std::vector<HistoryEntry> const& changes) {
+  auto hasWatchers = [](auto const& control) { return control->hasWatchers(); };
+  if (std::none_of(controls_.begin(), controls_.end(), hasWatchers)) return;
+  for (HistoryEntry const& change : changes) {
+    std::string line = jsonOf(change).dump(-1, ' ', false, Json::error_handler_t::replace);
+    for (auto const& control : controls_) control->publish(line);
+  }
 }
 
 void Daemon::tellChangeCommand() {
@@ -186,12 +197,18 @@ void Daemon::followChangeCommand() {
 
 // Requests ----------------------------------------------------------------------------------------------
 
+Observed Daemon::observed() {
+  Observed observed = agent_.observed();
+  for (auto const& control : controls_) observed.controls.push_back(control->status());
+  return observed;
+}
+
 Json Daemon::answer(Request const& request) {
   switch (request.command) {
     case Command::show:
-      return show(agent_.observed(), request.what, request.group);
+      return show(observed(), request.what, request.group);
     case Command::metrics:
-      return {{"text", metricsText(agent_.observed())}};
+      return {{"text", metricsText(observed())}};
     case Command::reload:
       return reload();
     case Command::trace:
@@ -234,6 +251,8 @@ Json Daemon::reload() {
   result["needsRestart"] = needRestart(agent_.settings(), reading.settings);
   Settings wanted = reading.settings;
   wanted.controlSocket = agent_.settings().controlSocket;
+  wanted.readOnlySocket = agent_.settings().readOnlySocket;
+  wanted.readOnlyGroup = agent_.settings().readOnlyGroup;
   wanted.stateDirectory = agent_.settings().stateDirectory;
   follow(wanted);
   return result;

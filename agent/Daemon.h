@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "agent/Agent.h"
 #include "agent/ChangeCommand.h"
@@ -38,7 +39,9 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   nlohmann::ordered_json answer(Request const& request) override;
 
   std::string interfacesText() const;
-  void openControl();
+  void openControl(ControlEndpoint const& endpoint);
+  Observed observed();
+  void publish(std::vector<HistoryEntry> const& changes);
   void dropRights();
   void armTimer();
   void handleTimer();
@@ -70,7 +73,7 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   std::string historyFault_;   ///< what was told last of why the history can't be kept
   double changeDeadline_ = 0;  ///< on the agent's clock; when the change command is told at the latest
   double armedFor_ = 0;        ///< expiry that timer_ waits for
-  std::unique_ptr<ControlServer> control_;
+  std::vector<std::unique_ptr<ControlServer>> controls_;  ///< one for each control socket
 };
 
 }  // namespace pimbsr::agent

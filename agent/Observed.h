@@ -1,5 +1,8 @@
 #pragma once
 
+#include <vector>
+
+#include "agent/ControlCounts.h"
 #include "agent/Drops.h"
 #include "agent/History.h"
 #include "agent/KernelView.h"
@@ -20,6 +23,8 @@ struct Observed {
   History const& history;
   Punctuality const& punctuality;
   double startTime = 0;  ///< when the agent started, on its clock
+
+  std::vector<ControlStatus> controls = {};  ///< of each control socket that is open
 
   /// The time for which times left are told; its owner sets the router's clock before it shows anything.
   double now() const { return router.context().now(); }

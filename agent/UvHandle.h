@@ -37,4 +37,11 @@ inline UvHandle<uv_timer_t> makeTimer(uv_loop_t* loop, void* data) {
   return UvHandle<uv_timer_t>(timer.release());
 }
 
+inline UvHandle<uv_idle_t> makeIdle(uv_loop_t* loop, void* data) {
+  auto idle = std::make_unique<uv_idle_t>();
+  uv_idle_init(loop, idle.get());  // always succeeds
+  idle->data = data;
+  return UvHandle<uv_idle_t>(idle.release());
+}
+
 }  // namespace pimbsr::agent

@@ -4,113 +4,27 @@
 #include <sys/resource.h>
 
 #include <filesystem>
-#include <functional>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
 
 #include "agent/ControlClient.h"
-#include "tests/agent/ControlPeer.h"
-#include "tests/support/ScratchFolder.h"
+#include "tests/agent/ControlServerFixture.h"
 
 namespace pimbsr::agent {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using std::chrono::milliseconds;
-using test::ControlPeer;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-std::string const version = "{\"command\":\"version\"}\n";
-std::string const watching = "{\"command\":\"watch\"}\n";
-std::string const large = "{\"command\":\"metrics\"}\n";
-std::string const reloading = "{\"command\":\"reload\"}\n";
-std::string const granted = "{\"ok\":true,\"result\":{}}\n";
-
-constexpr std::size_t largeSize = 3'000'000;
-
-/// Counts what it is asked, and answers as each test needs it.
-class Handler : public RequestHandler {
- public:
-  Json answer(Request const& request) override {
-    ++asked;
-    if (onAsked) onAsked(request);
-    if (request.command == Command::metrics) return {{"text", std::string(largeSize, 'x')}};
-    if (request.command == Command::version) return {{"asked", asked}};
-    return Json::object();
-  }
-
-  int asked = 0;
-  std::function<void(Request const&)> onAsked;
-};
-
-class ControlServerTest : public testing::Test {
- protected:
-  ControlServerTest() { uv_loop_init(&loop_); }
-  ~ControlServerTest() override {
-    server_.reset();
-    uv_run(&loop_, UV_RUN_DEFAULT);
-    EXPECT_EQ(uv_loop_close(&loop_), 0) << "something is still hung into the loop";
-  }
-
-  void start(ControlLimits const& limits = {}) {
-    server_ = std::make_unique<ControlServer>(&loop_, path_, handler_, limits);
-  }
-  ControlPeer connected() {
-    ControlPeer peer(path_);
-    EXPECT_TRUE(peer.isConnected());
-    return peer;
-  }
-  void turn() { uv_run(&loop_, UV_RUN_NOWAIT); }
-  /// Runs the loop until something is true, for at most ten seconds.
-  void runUntil(std::function<bool()> const& isTrue) {
-    auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!isTrue()) {
-      ASSERT_LT(std::chrono::steady_clock::now(), latest) << "it never came to it";
-      turn();
-      std::this_thread::sleep_for(std::chrono::microseconds(50));
-    }
-  }
-  void readUntilLines(ControlPeer& peer, std::size_t lines) {
-    runUntil([&] {
-      peer.read();
-      return peer.lines() >= lines || peer.isEnded();
-    });
-    EXPECT_EQ(peer.lines(), lines) << peer.text().substr(0, 300);
-  }
-  void readUntilEnd(ControlPeer& peer) {
-    runUntil([&] {
-      peer.read();
-      return peer.isEnded();
-    });
-  }
-  /// A client whose watch was granted.
-  ControlPeer watcher() {
-    ControlPeer peer = connected();
-    peer.send(watching);
-    readUntilLines(peer, 1);
-    EXPECT_EQ(peer.text(), granted);
-    return peer;
-  }
-
-  test::ScratchFolder folder_;
-  std::string path_ = folder_.file("control.sock");
-  uv_loop_t loop_;
-  Handler handler_;
-  std::unique_ptr<ControlServer> server_;
-};
-
-std::string asked(int number) {
-  return "{\"ok\":true,\"result\":{\"asked\":" + std::to_string(number) + "}}\n";
-}
+class ControlServerTest : public ControlServerFixture {};
 
 // Requests --------------------------------------------------------------------------------------------
 
 TEST_F(ControlServerTest, RequestsOfOneConnectionAreAnsweredInOrder) {
   start();
   ControlPeer peer = connected();
-  peer.send(version + version + "nonsense\n" + version);
+  peer.send(askVersion + askVersion + "nonsense\n" + askVersion);
   readUntilLines(peer, 4);
   EXPECT_THAT(peer.text(),
               StartsWith(asked(1) + asked(2) + "{\"ok\":false,\"error\":\"the request is no JSON"));
@@ -121,7 +35,7 @@ TEST_F(ControlServerTest, RequestsOfOneConnectionAreAnsweredInOrder) {
 TEST_F(ControlServerTest, ARequestMayComeByteByByte) {
   start();
   ControlPeer peer = connected();
-  for (char c : version) {
+  for (char c : askVersion) {
     peer.read();
     EXPECT_EQ(peer.text(), "");
     peer.send(std::string(1, c));
@@ -142,7 +56,7 @@ TEST_F(ControlServerTest, FaultyRequestsAreAnsweredAndTheConnectionGoesOn) {
     readUntilLines(peer, ++lines);
   }
   EXPECT_EQ(handler_.asked, 0);
-  peer.send(version);
+  peer.send(askVersion);
   readUntilLines(peer, ++lines);
   EXPECT_THAT(peer.text(), testing::EndsWith(asked(1)));
 }
@@ -155,7 +69,7 @@ TEST_F(ControlServerTest, ARequestThatIsTooLongIsAnsweredAndEndsTheConnection) {
   peer.send(longest);
   readUntilLines(peer, 1);
   EXPECT_EQ(peer.text(), asked(1));
-  peer.send(" " + longest + version);
+  peer.send(" " + longest + askVersion);
   readUntilEnd(peer);
   EXPECT_EQ(peer.lines(), 2u);
   EXPECT_THAT(peer.text(), HasSubstr("longer than 4096 bytes"));
@@ -179,7 +93,7 @@ TEST_F(ControlServerTest, WhoeverSendsWithoutEndIsHeardNoLonger) {
 TEST_F(ControlServerTest, AClientThatSaysNoMoreStillGetsItsAnswers) {
   start();
   ControlPeer peer = connected();
-  peer.send(large + version);
+  peer.send(large + askVersion);
   peer.finish();
   readUntilEnd(peer);
   EXPECT_EQ(peer.lines(), 2u);
@@ -191,7 +105,7 @@ TEST_F(ControlServerTest, AClientThatSaysNoMoreStillGetsItsAnswers) {
 TEST_F(ControlServerTest, ALastRequestWithoutNewlineIsToldSo) {
   start();
   ControlPeer peer = connected();
-  peer.send(version + "{\"command\":\"version\"}");
+  peer.send(askVersion + "{\"command\":\"version\"}");
   peer.finish();
   readUntilEnd(peer);
   EXPECT_THAT(peer.text(), StartsWith(asked(1)));
@@ -201,7 +115,7 @@ TEST_F(ControlServerTest, ALastRequestWithoutNewlineIsToldSo) {
 
 TEST_F(ControlServerTest, WhoeverLeavesWithoutAnAnswerIsServedAllTheSame) {
   start();
-  for (std::string const& request : {version, large}) {
+  for (std::string const& request : {askVersion, large}) {
     ControlPeer peer = connected();
     peer.send(request);
     peer.leave();
@@ -223,10 +137,10 @@ TEST_F(ControlServerTest, WhatTheHandlerCannotDoIsAnswered) {
   start();
   ControlPeer peer = connected();
   handler_.onAsked = [](Request const&) { throw RequestError("not today"); };
-  peer.send(version);
+  peer.send(askVersion);
   readUntilLines(peer, 1);
   handler_.onAsked = [](Request const&) { throw std::runtime_error("broken \xff"); };
-  peer.send(version);
+  peer.send(askVersion);
   readUntilLines(peer, 2);
   EXPECT_EQ(peer.text(),
             errorLine("not today") +
@@ -241,7 +155,7 @@ TEST_F(ControlServerTest, ALargeAnswerComesWholeAndOthersAreServedMeanwhile) {
   slow.send(large);
   runUntil([&] { return handler_.asked == 1; });
   ControlPeer other = connected();
-  other.send(version);
+  other.send(askVersion);
   readUntilLines(other, 1);
   EXPECT_EQ(other.text(), asked(2));
   readUntilLines(slow, 1);
@@ -262,7 +176,7 @@ TEST_F(ControlServerTest, AClientIsAnsweredOnceInATurnSoThatOthersGetTheirs) {
   start();
   ControlPeer peer = connected();
   std::string many;
-  for (int n = 0; n < 100; ++n) many += version;
+  for (int n = 0; n < 100; ++n) many += askVersion;
   peer.send(many);
   runUntil([&] {
     int before = handler_.asked;
@@ -290,7 +204,7 @@ TEST_F(ControlServerTest, WhoeverSendsNoWholeRequestInTimeIsDropped) {
   ControlPeer beginner = connected();
   beginner.send("{\"comm");
   ControlPeer fallenSilent = connected();
-  fallenSilent.send(version);
+  fallenSilent.send(askVersion);
   runUntil([&] { return server_->counts().silent == 3; });
   for (ControlPeer* peer : {&silent, &beginner, &fallenSilent}) readUntilEnd(*peer);
   EXPECT_EQ(fallenSilent.text(), asked(1));
@@ -303,24 +217,6 @@ TEST_F(ControlServerTest, TricklingBytesBuyNoTime) {
     peer.send("x");
     return server_->counts().silent == 1;
   });
-}
-
-TEST_F(ControlServerTest, MoreClientsThanAllowedAreToldSoUntilThereIsRoom) {
-  start({.clients = 2});
-  ControlPeer first = connected();
-  ControlPeer second = connected();
-  runUntil([&] { return server_->counts().clients == 2; });
-  ControlPeer third = connected();
-  third.send(version);
-  readUntilEnd(third);
-  EXPECT_EQ(third.text(), errorLine("2 clients are connected, and no more are served"));
-  EXPECT_EQ(server_->counts().refused, 1u);
-  first.leave();
-  runUntil([&] { return server_->counts().clients == 1; });
-  ControlPeer fourth = connected();
-  fourth.send(version);
-  readUntilLines(fourth, 1);
-  EXPECT_EQ(fourth.text(), asked(1));
 }
 
 /// Leaves this process no descriptor for as long as it lives.
@@ -343,7 +239,7 @@ class NoDescriptors {
 TEST_F(ControlServerTest, WithoutDescriptorsClientsWaitAndTheLoopSleeps) {
   start({.acceptPause = milliseconds(20)});
   ControlPeer peer = connected();
-  peer.send(version);
+  peer.send(askVersion);
   {
     NoDescriptors none;
     turn();
@@ -379,9 +275,9 @@ TEST_F(ControlServerTest, WatchersGetEachLineAndOthersNone) {
 TEST_F(ControlServerTest, AWatcherIsNotListenedToAndMayBeSilent) {
   start({.silence = milliseconds(10), .answerTime = milliseconds(10)});
   ControlPeer peer = connected();
-  peer.send(version + watching + version);
+  peer.send(askVersion + watching + askVersion);
   readUntilLines(peer, 2);
-  peer.send(version + std::string(10000, 'x'));
+  peer.send(askVersion + std::string(10000, 'x'));
   std::this_thread::sleep_for(milliseconds(15));
   for (int n = 0; n < 20; ++n) turn();
   server_->publish("{\"n\":1}");
@@ -473,7 +369,7 @@ TEST_F(ControlServerTest, CloseEndsAllConnectionsAndRemovesTheSocket) {
 
 TEST_F(ControlServerTest, OneThatCannotListenLeavesTheLoopAsItWas) {
   start();
-  EXPECT_THROW(ControlServer(&loop_, path_, handler_), ControlError);
+  EXPECT_THROW(ControlServer(&loop_, {.path = path_}, handler_), ControlError);
 }
 
 TEST_F(ControlServerTest, TheClientOfThisRoomIsServed) {
