@@ -53,9 +53,6 @@ static std::string unreachableText(std::string const& path, int error, double pa
     case ECONNREFUSED:
       return fmt::format("nobody listens at {}: the pimbsr that made it has ended; is another one running?",
                          path);
-    case EACCES:
-    case EPERM:
-      return deniedText(path);
     case EAGAIN:
       return fmt::format("pimbsr at {} took no client for {:g} seconds", path, patience);
     default:
@@ -71,7 +68,10 @@ class Conversation {
  public:
   Conversation(std::string const& path, double patience)
       : path_(path), patience_(patience), socket_(connectTo(path, 0, patience)) {
-    if (!socket_) throw ClientError(unreachableText(path, errno, patience));
+    if (socket_) return;
+    int error = errno;
+    if (error == EACCES || error == EPERM) throw DeniedError(deniedText(path));
+    throw ClientError(unreachableText(path, error, patience));
   }
 
   /// An agent that takes no more clients says so and is gone: what can't be told it is no fault of its own.
@@ -142,6 +142,18 @@ Json ask(std::string const& path, Json const& request, double patience) {
   Conversation agent(path, patience);
   agent.tell(request);
   return agent.result();
+}
+
+void tryInTurn(std::span<std::string const> paths, std::function<void(std::string const& path)> const& act) {
+  std::string reasons;
+  for (std::string const& path : paths) {
+    try {
+      return act(path);
+    } catch (DeniedError const& error) {
+      reasons += (reasons.empty() ? "" : "; ") + std::string(error.what());
+    }
+  }
+  throw DeniedError(reasons);
 }
 
 void watch(std::string const& path, TakeLine const& take, double patience) {

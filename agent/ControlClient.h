@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -16,6 +17,12 @@ class ClientError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// An agent whose socket this user may not open.
+class DeniedError : public ClientError {
+ public:
+  using ClientError::ClientError;
+};
+
 /// Seconds for which a client waits without hearing anything.
 inline constexpr double clientPatience = 5;
 
@@ -24,6 +31,10 @@ inline constexpr double clientPatience = 5;
 /// `patience` seconds.
 nlohmann::ordered_json ask(std::string const& path, nlohmann::ordered_json const& request,
                            double patience = clientPatience);
+
+/// Calls `act` with the path of each socket in turn until one may be opened: the next only if this user may
+/// not open the one before. Throws what `act` throws; if none may be opened, a DeniedError with all reasons.
+void tryInTurn(std::span<std::string const> paths, std::function<void(std::string const& path)> const& act);
 
 /// Takes one line, without its newline; false ends the watch.
 using TakeLine = std::function<bool(std::string_view line)>;

@@ -119,6 +119,36 @@ Json showDrops(Observed const& observed) {
   return {{"drops", drops}};
 }
 
+// Control sockets ---------------------------------------------------------------------------------------
+
+static Json jsonOf(ControlUser const& user) {
+  return {{"uid", user.uid}, {"clients", user.clients}, {"watchers", user.watchers}, {"unread", user.unread}};
+}
+
+static Json jsonOf(ControlStatus const& control) {
+  ControlCounts const& counts = control.counts;
+  Json users = Json::array();
+  for (ControlUser const& user : control.users) users.push_back(jsonOf(user));
+  return {{"socket", control.path},
+          {"readOnly", control.readOnly},
+          {"clients", counts.clients},
+          {"watchers", counts.watchers},
+          {"requests", counts.requests},
+          {"refused", counts.refused},
+          {"refusedRequests", counts.refusedRequests},
+          {"gaveWay", counts.gaveWay},
+          {"slow", counts.slow},
+          {"silent", counts.silent},
+          {"failed", counts.failed},
+          {"users", users}};
+}
+
+Json showControl(Observed const& observed) {
+  Json sockets = Json::array();
+  for (ControlStatus const& control : observed.controls) sockets.push_back(jsonOf(control));
+  return {{"sockets", sockets}};
+}
+
 // History -----------------------------------------------------------------------------------------------
 
 Json showHistory(Observed const& observed) {

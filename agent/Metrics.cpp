@@ -146,6 +146,34 @@ void addNeighbors(Families& families, Observed const& observed) {
   for (auto const& [intf, count] : counts) neighbors.add(count, {{"interface", intf}});
 }
 
+// Control sockets ---------------------------------------------------------------------------------------
+
+void addControls(Families& families, Observed const& observed) {
+  auto labels = [](ControlStatus const& control, Labels more = {}) {
+    more.insert(more.begin(), {"socket", control.readOnly ? "read-only" : "full"});
+    return more;
+  };
+  Family clients(families, MetricType::Gauge, "control_clients", "Connections to a control socket now.");
+  for (ControlStatus const& control : observed.controls)
+    clients.add(static_cast<double>(control.counts.clients), labels(control));
+  Family watchers(families, MetricType::Gauge, "control_watchers", "Watches of a control socket now.");
+  for (ControlStatus const& control : observed.controls)
+    watchers.add(static_cast<double>(control.counts.watchers), labels(control));
+  Family requests(families, MetricType::Counter, "control_requests_total",
+                  "Requests that were answered, with a result or an error.");
+  for (ControlStatus const& control : observed.controls)
+    requests.add(control.counts.requests, labels(control));
+  Family over(families, MetricType::Counter, "control_limited_total",
+              "Connections that were refused or ended and requests that were refused, by reason.");
+  static constexpr std::pair<char const*, U64 ControlCounts::*> reasons[] = {
+      {"refused", &ControlCounts::refused}, {"refusedRequests", &ControlCounts::refusedRequests},
+      {"gaveWay", &ControlCounts::gaveWay}, {"slow", &ControlCounts::slow},
+      {"silent", &ControlCounts::silent},   {"failed", &ControlCounts::failed}};
+  for (ControlStatus const& control : observed.controls)
+    for (auto const& [reason, count] : reasons)
+      over.add(control.counts.*count, labels(control, {{"reason", reason}}));
+}
+
 // Timers and the process --------------------------------------------------------------------------------
 
 void addLateness(Families& families, Punctuality const& punctuality) {
@@ -182,6 +210,7 @@ std::string metricsText(Observed const& observed) {
   addMessages(families, observed);
   addDrops(families, observed);
   addNeighbors(families, observed);
+  addControls(families, observed);
   addProcess(families, observed);
   return prometheus::TextSerializer().Serialize(families);
 }

@@ -28,6 +28,7 @@ Json showFilter(Observed const& observed);
 Json showCounters(Observed const& observed);
 Json showDrops(Observed const& observed);
 Json showHistory(Observed const& observed);
+Json showControl(Observed const& observed);
 
 /// The names of access lists by which something is configured.
 template <class Terms>

@@ -33,7 +33,8 @@ static constexpr NamedView views[] = {{"bsr", showBsr},
                                       {"counters", showCounters},
                                       {"drops", showDrops},
                                       {"history", showHistory},
-                                      {"config", showConfig}};
+                                      {"config", showConfig},
+                                      {"control", showControl}};
 
 static std::string validNames() {
   std::string names;

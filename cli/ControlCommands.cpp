@@ -15,12 +15,22 @@ namespace pimbsr::cli {
 
 using Json = nlohmann::ordered_json;
 
-std::string controlSocket(std::string const& given) {
+/// The socket given, else that of the environment, else empty.
+static std::string chosenSocket(std::string const& given) {
   if (!given.empty()) return given;
   char const* fromEnvironment = std::getenv("PIMBSR_SOCKET");
-  if (fromEnvironment != nullptr && *fromEnvironment != '\0') return fromEnvironment;
-  agent::Settings const defaults;
-  return defaults.controlSocket;
+  return fromEnvironment == nullptr ? "" : fromEnvironment;
+}
+
+std::string controlSocket(std::string const& given) {
+  std::string chosen = chosenSocket(given);
+  return chosen.empty() ? agent::Settings().controlSocket : chosen;
+}
+
+std::vector<std::string> readingSockets(std::string const& given) {
+  std::vector<std::string> sockets = {controlSocket(given)};
+  if (chosenSocket(given).empty()) sockets.push_back(agent::Settings().readOnlySocket);
+  return sockets;
 }
 
 /// Makes a request that the agent itself would take apart in the same way, so a faulty one need not be sent.
@@ -35,6 +45,14 @@ static void check(Json const& request) {
 static Json ask(std::string const& socket, Json const& request) {
   check(request);
   return agent::ask(controlSocket(socket), request);
+}
+
+static Json askReading(std::string const& socket, Json const& request) {
+  check(request);
+  Json result;
+  agent::tryInTurn(readingSockets(socket),
+                   [&](std::string const& path) { result = agent::ask(path, request); });
+  return result;
 }
 
 static ExitCode fail(std::ostream& out, std::ostream& err, char const* text, ExitCode code) {
@@ -64,7 +82,7 @@ ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) 
   return run(out, err, [&] {
     Json request{{"command", "show"}, {"what", options.what}};
     if (!options.group.empty()) request["group"] = options.group;
-    Json view = ask(options.socket, request);
+    Json view = askReading(options.socket, request);
     if (options.json) {
       out << view.dump(2) << '\n';
     } else {
@@ -76,8 +94,8 @@ ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) 
 
 ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
-    agent::watch(controlSocket(socket),
-                 [&](std::string_view line) { return (out << line << std::endl).good(); });
+    auto write = [&](std::string_view line) { return (out << line << std::endl).good(); };
+    agent::tryInTurn(readingSockets(socket), [&](std::string const& path) { agent::watch(path, write); });
     return true;
   });
 }
@@ -132,7 +150,7 @@ ExitCode trace(TraceOptions const& options, std::ostream& out, std::ostream& err
 
 ExitCode metrics(std::string const& socket, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
-    out << ask(socket, {{"command", "metrics"}}).at("text").get_ref<std::string const&>();
+    out << askReading(socket, {{"command", "metrics"}}).at("text").get_ref<std::string const&>();
     return true;
   });
 }

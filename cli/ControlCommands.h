@@ -2,6 +2,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 #include "cli/Errors.h"
 
@@ -30,6 +31,10 @@ struct TraceOptions {
 
 /// The socket to use: the one given, else that of PIMBSR_SOCKET in the environment, else the default.
 std::string controlSocket(std::string const& given);
+
+/// The sockets to try, in turn, for a request that only reads: the one of controlSocket(), and where that is
+/// the default, the default read-only one too.
+std::vector<std::string> readingSockets(std::string const& given);
 
 // Each asks the running agent and writes what it answers to `out`. A request with a fault gives exitUsage and
 // asks nobody; an agent that can't be asked, or refuses, gives exitFailed. Each fault is a line to `err`.

@@ -30,6 +30,7 @@ static constexpr char const* footShow =
     "  drops        messages refused, by reason, and the last of each\n"
     "  history      the last elections and changes of RP sets\n"
     "  config       the configuration that is followed\n"
+    "  control      the clients of the control sockets, and what their limits ended\n"
     "Times are the time left, unless said otherwise.\n"
     "\n"
     "Examples:\n"
@@ -95,17 +96,24 @@ static constexpr char const* footMetrics =
     "Example:\n"
     "  pimbsr metrics\n";
 
+enum class Access { full, reading };
+
+static std::string aboutSocket(Access access) {
+  agent::Settings const defaults;
+  std::string text =
+      fmt::format("The agent's control socket (default: PIMBSR_SOCKET of the environment,\nelse {}",
+                  defaults.controlSocket);
+  if (access == Access::reading)
+    text += fmt::format(";\nwithout permission to open that, {}", defaults.readOnlySocket);
+  return text + ")";
+}
+
 /// A command to a running agent: all of them take the socket.
 static CLI::App& add(CLI::App& app, std::string const& name, char const* about, std::string const& foot,
-                     std::string& socket, std::function<void()> const& choose) {
+                     Access access, std::string& socket, std::function<void()> const& choose) {
   CLI::App& command = *app.add_subcommand(name, about);
   command.footer(foot);
-  command
-      .add_option(
-          "--socket", socket,
-          fmt::format("The agent's control socket (default: PIMBSR_SOCKET of the environment,\nelse {})",
-                      agent::Settings{}.controlSocket))
-      ->type_name("PATH");
+  command.add_option("--socket", socket, aboutSocket(access))->type_name("PATH");
   command.callback(choose);
   return command;
 }
@@ -113,7 +121,7 @@ static CLI::App& add(CLI::App& app, std::string const& name, char const* about, 
 static void addShow(CLI::App& app, ControlOptions& options) {
   ShowOptions& show = options.show;
   CLI::App& command = add(
-      app, "show", aboutShow, std::string(footShow) + exitStatus, show.socket,
+      app, "show", aboutShow, std::string(footShow) + exitStatus, Access::reading, show.socket,
       [&options] { options.run = [&](auto& out, auto& err) { return cli::show(options.show, out, err); }; });
   command.add_option("WHAT", show.what, "What to show; see below")->type_name("")->required();
   command.add_option("GROUP", show.group, "With rp: a multicast group such as 239.1.1.1")->type_name("");
@@ -122,8 +130,8 @@ static void addShow(CLI::App& app, ControlOptions& options) {
 
 static void addClear(CLI::App& app, ControlOptions& options) {
   ClearOptions& clear = options.clear;
-  CLI::App& command =
-      add(app, "clear", aboutClear, std::string(footClear) + exitStatus, clear.socket, [&options] {
+  CLI::App& command = add(
+      app, "clear", aboutClear, std::string(footClear) + exitStatus, Access::full, clear.socket, [&options] {
         options.run = [&](auto& out, auto& err) { return cli::clear(options.clear, out, err); };
       });
   command.add_option("WHAT", clear.what, "What to clear; see below")->type_name("")->required();
@@ -131,8 +139,8 @@ static void addClear(CLI::App& app, ControlOptions& options) {
 
 static void addTrace(CLI::App& app, ControlOptions& options) {
   TraceOptions& trace = options.trace;
-  CLI::App& command =
-      add(app, "trace", aboutTrace, std::string(footTrace) + exitStatus, trace.socket, [&options] {
+  CLI::App& command = add(
+      app, "trace", aboutTrace, std::string(footTrace) + exitStatus, Access::full, trace.socket, [&options] {
         options.run = [&](auto& out, auto& err) { return cli::trace(options.trace, out, err); };
       });
   command.add_option("HANDLE", trace.handle, "A trace handle")->type_name("")->required();
@@ -141,17 +149,18 @@ static void addTrace(CLI::App& app, ControlOptions& options) {
 
 void addControlCommands(CLI::App& app, ControlOptions& options) {
   addShow(app, options);
-  add(app, "watch", aboutWatch, footWatch, options.watchSocket, [&options] {
+  add(app, "watch", aboutWatch, footWatch, Access::reading, options.watchSocket, [&options] {
     options.run = [&](auto& out, auto& err) { return watch(options.watchSocket, out, err); };
   });
   addClear(app, options);
-  add(app, "reload", aboutReload, footReload, options.reloadSocket, [&options] {
+  add(app, "reload", aboutReload, footReload, Access::full, options.reloadSocket, [&options] {
     options.run = [&](auto& out, auto& err) { return reload(options.reloadSocket, out, err); };
   });
   addTrace(app, options);
-  add(app, "metrics", aboutMetrics, std::string(footMetrics) + exitStatus, options.metricsSocket, [&options] {
-    options.run = [&](auto& out, auto& err) { return metrics(options.metricsSocket, out, err); };
-  });
+  add(app, "metrics", aboutMetrics, std::string(footMetrics) + exitStatus, Access::reading,
+      options.metricsSocket, [&options] {
+        options.run = [&](auto& out, auto& err) { return metrics(options.metricsSocket, out, err); };
+      });
 }
 
 }  // namespace pimbsr::cli

@@ -1,3 +1,5 @@
+#include <pwd.h>
+
 #include <map>
 #include <ostream>
 #include <utility>
@@ -96,6 +98,35 @@ void writeDrops(std::ostream& out, Json const& view) {
   Table why({"reason", "meaning"});
   for (auto const& [reason, sentence] : sentences) why.add({reason, sentence});
   why.write(out, 2);
+}
+
+// Control sockets -------------------------------------------------------------------------------------
+
+/// A user by name, if this system has one for the uid.
+static std::string userName(Json const& uid) {
+  passwd const* entry = getpwuid(uid.get<uid_t>());
+  return entry == nullptr ? fmt::format("uid {}", uid.dump()) : entry->pw_name;
+}
+
+void writeControl(std::ostream& out, Json const& view) {
+  Table sockets({"socket", "serves", "clients", "watchers", "requests", "refused requests", "refused clients",
+                 "gave way", "slow", "silent", "failed"});
+  Table users({"socket", "user", "clients", "watchers", "unread answers"});
+  for (Json const& socket : view.at("sockets")) {
+    std::string path = textOf(socket.at("socket"));
+    sockets.add({path, socket.at("readOnly") ? "reading" : "all", textOf(socket.at("clients")),
+                 textOf(socket.at("watchers")), textOf(socket.at("requests")),
+                 textOf(socket.at("refusedRequests")), textOf(socket.at("refused")),
+                 textOf(socket.at("gaveWay")), textOf(socket.at("slow")), textOf(socket.at("silent")),
+                 textOf(socket.at("failed"))});
+    for (Json const& user : socket.at("users"))
+      users.add({path, userName(user.at("uid")), textOf(user.at("clients")), textOf(user.at("watchers")),
+                 textOf(user.at("unread"))});
+  }
+  out << "Control sockets\n";
+  sockets.write(out, 2);
+  out << "\nUsers that are connected" << (users.empty() ? ": none\n" : "\n");
+  if (!users.empty()) users.write(out, 2);
 }
 
 }  // namespace pimbsr::cli

@@ -31,6 +31,7 @@ void writeBorders(std::ostream& out, Json const& view);
 void writeFilter(std::ostream& out, Json const& view);
 void writeCounters(std::ostream& out, Json const& view);
 void writeDrops(std::ostream& out, Json const& view);
+void writeControl(std::ostream& out, Json const& view);
 
 // ShowHistory.cpp
 void writeHistory(std::ostream& out, Json const& view);

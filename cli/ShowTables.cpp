@@ -85,6 +85,7 @@ void writeShow(std::ostream& out, std::string const& what, Json const& view) {
                                                        {"drops", writeDrops},
                                                        {"history", writeHistory},
                                                        {"config", writeConfig},
+                                                       {"control", writeControl},
                                                        {"candidates", writeCandidates}};
   auto writer = writers.find(what);
   if (writer != writers.end()) {

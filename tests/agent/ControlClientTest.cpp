@@ -119,6 +119,33 @@ TEST(ControlClientTest, WhoeverMayNotAskIsToldWhoMay) {
                     HasSubstr("nobody is not among them")));
 }
 
+TEST(ControlClientTest, TheNextSocketIsTriedOnlyWithoutPermissionForTheFirst) {
+  std::vector<std::string> tried;
+  std::vector<std::string> const paths = {"a", "b"};
+  tryInTurn(paths, [&](std::string const& path) {
+    tried.push_back(path);
+    if (path == "a") throw DeniedError("a is denied");
+  });
+  EXPECT_THAT(tried, ElementsAre("a", "b"));
+  tried.clear();
+  auto absent = [&](std::string const& path) {
+    tried.push_back(path);
+    throw ClientError("absent");
+  };
+  EXPECT_THROW(tryInTurn(paths, absent), ClientError);
+  EXPECT_THAT(tried, ElementsAre("a"));
+}
+
+TEST(ControlClientTest, WithoutPermissionForAnySocketAllReasonsAreGiven) {
+  std::vector<std::string> const paths = {"a", "b"};
+  try {
+    tryInTurn(paths, [](std::string const& path) { throw DeniedError(path + " is denied"); });
+    FAIL() << "one was opened";
+  } catch (DeniedError const& error) {
+    EXPECT_STREQ(error.what(), "a is denied; b is denied");
+  }
+}
+
 // Watching --------------------------------------------------------------------------------------------
 
 std::vector<std::string> watchAll(std::string const& path, std::size_t enough, std::string& end) {

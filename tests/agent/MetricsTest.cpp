@@ -43,7 +43,7 @@ TEST_F(MetricsTest, EveryMetricHasHelpTypeAndPrefix) {
       EXPECT_TRUE(line.starts_with(name)) << line;
     }
   }
-  EXPECT_EQ(metrics, 16);
+  EXPECT_EQ(metrics, 20);
 }
 
 TEST_F(MetricsTest, ElectionsAndChurnAreCountedByZone) {
@@ -136,6 +136,15 @@ TEST_F(MetricsTest, TimersAndTheProcessAreTold) {
   EXPECT_EQ(sample("pimbsr_notification_exceptions_total"), "0");
   EXPECT_EQ(sample("pimbsr_uptime_seconds"), "12");
   EXPECT_EQ(sample(R"(pimbsr_neighbors{interface="eth0"})"), "1");
+}
+
+TEST_F(MetricsTest, ControlSocketsAreCountedByWhatTheyServe) {
+  pimbsr::agent::Observed seen = observed();
+  seen.controls = {{.path = "/a", .counts = {.clients = 3, .gaveWay = 4}}, {.path = "/b", .readOnly = true}};
+  std::string text = pimbsr::agent::metricsText(seen);
+  EXPECT_NE(text.find("pimbsr_control_clients{socket=\"full\"} 3"), text.npos);
+  EXPECT_NE(text.find("pimbsr_control_clients{socket=\"read-only\"} 0"), text.npos);
+  EXPECT_NE(text.find("pimbsr_control_limited_total{socket=\"full\",reason=\"gaveWay\"} 4"), text.npos);
 }
 
 }  // namespace

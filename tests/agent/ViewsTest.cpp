@@ -45,7 +45,7 @@ TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreRefused) {
     EXPECT_STREQ(
         error.what(),
         "there is no view \"bsrs\"; valid are bsr, rp-set, candidates, rp, neighbors, interfaces, borders, "
-        "filter, counters, drops, history, config");
+        "filter, counters, drops, history, config, control");
   }
 }
 
@@ -387,6 +387,27 @@ TEST_F(ViewsTest, ConfigurationIsToldAsFileAndAsValues) {
   Json shown = view("config");
   EXPECT_THAT(shown["file"].get<std::string>(), testing::HasSubstr("\ndr-priority = 7\n"));
   EXPECT_EQ(shown["settings"]["interfaces"]["eth1"]["drPriority"], 7);
+}
+
+// Control sockets -------------------------------------------------------------------------------------
+
+TEST_F(ViewsTest, ControlShowsEachSocketWithItsCountsAndUsers) {
+  pimbsr::agent::Observed seen = observed();
+  seen.controls = {{.path = "/run/a.sock",
+                    .readOnly = true,
+                    .counts = {.clients = 3,
+                               .watchers = 1,
+                               .requests = 9,
+                               .refused = 2,
+                               .refusedRequests = 8,
+                               .gaveWay = 4,
+                               .slow = 5,
+                               .silent = 6,
+                               .failed = 7},
+                    .users = {{.uid = 1001, .clients = 3, .watchers = 1, .unread = 2}}}};
+  expect(pimbsr::agent::show(seen, "control"), R"({"sockets": [{"socket": "/run/a.sock", "readOnly": true,
+    "clients": 3, "watchers": 1, "requests": 9, "refused": 2, "refusedRequests": 8, "gaveWay": 4, "slow": 5,
+    "silent": 6, "failed": 7, "users": [{"uid": 1001, "clients": 3, "watchers": 1, "unread": 2}]}]})");
 }
 
 }  // namespace

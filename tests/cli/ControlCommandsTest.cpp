@@ -247,6 +247,14 @@ TEST(ControlCommandsTest, ReloadOfAFaultyFileWritesEveryFault) {
             "pimbsr: the configuration file is refused; what ran before runs on\n");
 }
 
+TEST(ControlCommandsTest, OnlyTheDefaultSocketHasAReadOnlyOneToFallBackTo) {
+  agent::Settings const defaults;
+  EXPECT_THAT(readingSockets(""), testing::ElementsAre(defaults.controlSocket, defaults.readOnlySocket));
+  EXPECT_THAT(readingSockets("/given"), testing::ElementsAre("/given"));
+  SocketVariable variable("/from/environment");
+  EXPECT_THAT(readingSockets(""), testing::ElementsAre("/from/environment"));
+}
+
 // Help ------------------------------------------------------------------------------------------------
 
 TEST(ControlCommandsTest, HelpNamesEveryViewAndWhatMayBeCleared) {
