@@ -9,7 +9,18 @@ add_custom_target(manual ALL DEPENDS ${manual})
 
 install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES packaging/pimbsr.service DESTINATION lib/systemd/system)
-install(FILES examples/pimbsr.toml DESTINATION /etc/pimbsr)
+
+# The service's configuration is the example, and the group that the package makes for its read-only socket.
+set(service_config ${PROJECT_BINARY_DIR}/package-config/pimbsr.toml)
+file(READ ${PROJECT_SOURCE_DIR}/examples/pimbsr.toml service_text)
+string(APPEND service_text "
+# Members of this group may use 'pimbsr show', 'watch' and 'metrics'; those of pimbsr may use all commands.
+[control]
+read-only-group = \"pimbsr-read\"
+")
+file(CONFIGURE OUTPUT ${service_config} CONTENT "${service_text}" @ONLY)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/pimbsr.toml)
+install(FILES ${service_config} DESTINATION /etc/pimbsr)
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -42,6 +42,7 @@ for file in usr/bin/pimbsr etc/pimbsr/pimbsr.toml usr/lib/systemd/system/pimbsr.
   [[ -e $root/$file ]] || fail "/$file is not installed"
 done
 in_root getent passwd pimbsr >/dev/null || fail "no user pimbsr"
+in_root getent group pimbsr-read >/dev/null || fail "no group pimbsr-read"
 in_root dpkg-query --show --showformat='${Conffiles}' pimbsr | grep /etc/pimbsr/pimbsr.toml >/dev/null ||
   fail "the configuration is no conffile"
 if in_root ldd /usr/bin/pimbsr | grep "not found"; then fail "libraries are missing"; fi
@@ -58,9 +59,11 @@ ip link set eth0 up
 ip link set peer0 up
 
 in_root pimbsr check /etc/pimbsr/pimbsr.toml || fail "the example is faulty"
-in_root install -d -o pimbsr -g pimbsr -m 0750 /run/pimbsr /var/lib/pimbsr
+in_root install -d -o pimbsr -g pimbsr -m 0711 /run/pimbsr
+in_root install -d -o pimbsr -g pimbsr -m 0750 /var/lib/pimbsr
+readers=$(in_root getent group pimbsr-read | cut -d: -f3)
 as_service() {
-  in_root setpriv --reuid pimbsr --regid pimbsr --clear-groups --no-new-privs \
+  in_root setpriv --reuid pimbsr --regid pimbsr --groups "$readers" --no-new-privs \
     --inh-caps=-all,+net_raw --ambient-caps=-all,+net_raw --bounding-set=-all,+net_raw "$@"
 }
 held=$(as_service pimbsr run --config /etc/pimbsr/pimbsr.toml --unprivileged-check)
@@ -80,6 +83,16 @@ in_root pimbsr show interfaces | grep eth0 >/dev/null || fail "eth0 speaks no PI
 in_root pimbsr reload || fail "reload"
 in_root pimbsr metrics | grep "^# TYPE pimbsr_" >/dev/null || fail "no metrics"
 
+# A member of the reading group sees everything and changes nothing; a stranger does neither.
+as_user() { in_root setpriv --reuid 61001 --regid 61001 "$@"; }
+as_user --groups "$readers" pimbsr show control >/dev/null || fail "a reader can't see the control sockets"
+as_user --groups "$readers" pimbsr metrics >/dev/null || fail "a reader can't see the metrics"
+if as_user --groups "$readers" pimbsr reload 2>/dev/null; then fail "a reader reloads"; fi
+if as_user --groups "$readers" pimbsr reload --socket /run/pimbsr/control-read-only.sock 2>/dev/null; then
+  fail "the read-only socket reloads"
+fi
+if as_user --clear-groups pimbsr show bsr 2>/dev/null; then fail "a stranger sees the BSR"; fi
+
 # Stopping -------------------------------------------------------------------------------------------------
 agent=$(pidof pimbsr) || fail "no agent runs"
 start=$(date +%s%N)
@@ -87,7 +100,9 @@ kill -TERM "$agent"
 wait %1 || fail "the agent ended with status $?"
 took=$((($(date +%s%N) - start) / 1000000))
 ((took < 1000)) || fail "the agent took $took ms to end"
-[[ ! -e $root/run/pimbsr/control.sock ]] || fail "the control socket stayed"
+for socket in control control-read-only; do
+  [[ ! -e $root/run/pimbsr/$socket.sock ]] || fail "the socket $socket stayed"
+done
 
 # Removing -------------------------------------------------------------------------------------------------
 in_root dpkg --remove pimbsr >/dev/null
