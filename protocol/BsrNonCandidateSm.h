@@ -2,11 +2,13 @@
 
 /// Follows the elected BSR of one zone on a router that is no candidate there (RFC 5059 section 3.1.2).
 ///
-///                message: clear the RP set, make the entry
-///   noInfo ----------------------------------------------> acceptPreferred <--+ message of equal or higher
-///   weight acceptAny -------------------------------------------> acceptPreferred ---+ (one of lower weight
-///   is ignored) acceptPreferred --Bootstrap Timer: drop the entry----> acceptAny acceptAny --------Scope
-///   Zone Timer-------------------> the machine is gone
+///   noInfo           --message: clear the RP set, make the entry-->      acceptPreferred
+///   acceptAny        --message: clear the RP set, make the entry-->      acceptPreferred
+///   acceptPreferred  --message of equal or higher weight-->              acceptPreferred
+///   acceptPreferred  --Bootstrap Timer: drop the entry-->                acceptAny
+///   acceptAny        --Scope Zone Timer-->                               the machine is gone
+///
+/// A message of lower weight is ignored in acceptPreferred.
 ///
 /// A scoped zone starts in noInfo, the global zone in acceptAny, and either in acceptPreferred where Status
 /// already names a BSR. The zone's BSR lives in Status.bootstrapRouter and not here: acceptPreferred holds

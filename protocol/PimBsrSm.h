@@ -7,8 +7,7 @@
 ///
 ///   candidateSm     one per zone of Status.cbsr          comes and goes with the entry
 ///   nonCandidateSm  one per zone learned from a message  comes with the first message, goes when the zone
-///   dies or
-///                                                        this router becomes a candidate there
+///                                                        dies or this router becomes a candidate there
 ///   rpCandidateSm   one per address and priority of Status.crp
 ///
 /// A zone has at most one zone machine. An accepted Bootstrap Message is handed to the machine of the zone

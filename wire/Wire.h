@@ -24,8 +24,7 @@
 /// accepted, decode(encode(decode(p))) equals decode(p).
 namespace pimbsr::wire {
 
-// IPv4
-// ----------------------------------------------------------------------------------------------------------
+// IPv4 ------------------------------------------------------------------------------------------------
 
 /// An IPv4 packet that carries PIM, its payload still a view of the bytes given.
 struct Ipv4Packet {
@@ -57,8 +56,7 @@ struct Ipv4Header {
 /// `out`. False, with `out` empty, if the packet would be longer than the 65535 bytes that IPv4 allows.
 [[nodiscard]] PIMBSR_API bool encodeIpv4(Ipv4Header const& header, Bytes payload, std::vector<U8>& out);
 
-// PIM messages
-// --------------------------------------------------------------------------------------------------
+// PIM messages ----------------------------------------------------------------------------------------
 
 /// What a Hello says (RFC 7761 section 4.9.2). Options that are not here are ignored when read. Where an
 /// option comes twice, the last one stands, and address lists add up.

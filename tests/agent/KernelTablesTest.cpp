@@ -280,8 +280,7 @@ TEST_F(KernelTablesTest, LinkThatIsNotKnownHasNoName) {
   EXPECT_TRUE(best().intfId.isEmpty());
 }
 
-// Following routes
-// --------------------------------------------------------------------------------------------
+// Following routes ------------------------------------------------------------------------------------
 
 TEST_F(KernelTablesTest, RoutesComeAndGoByTheirMetrics) {
   EXPECT_EQ(follow(route({.via = "10.0.0.9", .metric = 9})), Outcome::changed);

@@ -62,8 +62,7 @@ TEST_F(Accessor, AnEntityCarriesIsNondestructing) {
   EXPECT_TRUE(status->isNondestructing());
 }
 
-// Plain values, counters, pointers
-// ------------------------------------------------------------------------------------------------------
+// Plain values, counters, pointers --------------------------------------------------------------------
 
 TEST_F(Accessor, ACounterAddsAndTellsOfEachRise) {
   class Watch : public PimBsrCounters::NotifieeConst {
@@ -107,8 +106,7 @@ TEST_F(Accessor, APointerIsSetByValueAndTellsOfAnotherObjectOnly) {
   EXPECT_FALSE(info->message());
 }
 
-// Owned objects
-// ------------------------------------------------------------------------------------------------------
+// Owned objects ---------------------------------------------------------------------------------------
 
 TEST_F(Accessor, ASingleObjectIsMadeOnceOwnedAndTold) {
   class Watch : public Bsr::Status::NotifieeConst {
@@ -172,8 +170,7 @@ TEST_F(Accessor, TheEndOfAnEntityRemovesWhatItOwnsAndAWeakWatcherHearsOfEach) {
   EXPECT_FALSE(watch->notifier());
 }
 
-// Collections of values and pointers
-// ------------------------------------------------------------------------------------------------------
+// Collections of values and pointers ------------------------------------------------------------------
 
 TEST_F(Accessor, AValueCollectionIsWalkedInTheOrderOfItsKeysFromTheStartOrFromAKey) {
   std::vector<Lanet::IpGenPrefix> keys{prefix("10.0.0.0/8"), prefix("11.0.0.0/8"), prefix("12.0.0.0/8")};
@@ -243,8 +240,7 @@ TEST_F(Accessor, AnArrayIsIndexedFromZeroAndNullWhereNothingStands) {
   EXPECT_EQ(fragments->fragmentCount(), 0u);
 }
 
-// Constructor arguments
-// ------------------------------------------------------------------------------------------------------
+// Constructor arguments -------------------------------------------------------------------------------
 
 TEST_F(Accessor, ANullConstructorArgumentIsRefused) {
   auto wheel = Zet::make<Kiv::TimerWheel>();

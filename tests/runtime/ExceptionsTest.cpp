@@ -71,8 +71,7 @@ TEST(Exceptions, ReinstantiatingTellsTheAttributeAndTheValueThatTheMemberWasMade
   EXPECT_EQ(raised<Zet::NameInUseException>([] { Zet::checkSameArgument("bsTimer", 4, 4); }), "no exception");
 }
 
-// Assertions
-// ------------------------------------------------------------------------------------------------------
+// Assertions ------------------------------------------------------------------------------------------
 
 TEST(Assertion, EvaluatesItsConditionOnce) {
   int evaluated = 0;

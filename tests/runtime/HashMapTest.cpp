@@ -78,8 +78,7 @@ Numbers& filled(Numbers& map, std::vector<U32> const& keys) {
   return map;
 }
 
-// Members
-// ------------------------------------------------------------------------------------------------------
+// Members ---------------------------------------------------------------------------------------------
 
 TEST(HashMap, IsEmptyAtFirst) {
   Numbers map;
@@ -158,8 +157,7 @@ TEST(HashMapDeathTest, AMemberOfAMapCannotEnterAnother) {
   EXPECT_DEATH(other.insert(Ptr<Member<U32>>(map.find(7))), "a new key and an unlinked member");
 }
 
-// The order of a walk
-// ------------------------------------------------------------------------------------------------------
+// The order of a walk ---------------------------------------------------------------------------------
 
 TEST(HashMapOrder, IsAscendingByTheBitReversedHash) {
   Numbers map;
@@ -224,8 +222,7 @@ TEST(HashMapOrder, StandsWhereAllHashesAreEqualAsTheTableGrowsAndShrinks) {
   EXPECT_EQ(ids(map), wanted);
 }
 
-// Bookmarks
-// ------------------------------------------------------------------------------------------------------
+// Bookmarks -------------------------------------------------------------------------------------------
 
 /// Walks five members and does something to the map while it stands on the third.
 template <class Action>
@@ -345,8 +342,7 @@ TEST(HashMapWalk, CanStartAtAKeyOrBehindItsPlace) {
   EXPECT_FALSE(map.iteratorFrom(at(3)));
 }
 
-// Against the library's own map
-// ------------------------------------------------------------------------------------------------------
+// Against the library's own map -----------------------------------------------------------------------
 
 struct ReversedLess {
   bool operator()(U32 a, U32 b) const { return Zet::bitReverse(a) < Zet::bitReverse(b); }

@@ -58,8 +58,7 @@ std::string walk(
   return visited;
 }
 
-// ListRaw
-// ------------------------------------------------------------------------------------------------------
+// ListRaw ---------------------------------------------------------------------------------------------
 
 TEST(ListRaw, IsOnePointerAndEmptyAtFirst) {
   List list;
@@ -98,8 +97,7 @@ TEST(ListRaw, AnEntryThatComesBackStandsLast) {
   EXPECT_EQ(names(f.list), "bca");
 }
 
-// SnapshotIterator
-// ------------------------------------------------------------------------------------------------------
+// SnapshotIterator ------------------------------------------------------------------------------------
 
 TEST(SnapshotIterator, WalksNothingOfAnEmptyList) {
   List list;

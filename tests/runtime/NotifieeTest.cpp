@@ -62,8 +62,7 @@ class Notification : public ModelTest {
   Ptr<IntfStatus> intf = Interface::intfStatusFactory(test::intf("eth0"));
 };
 
-// Attachment
-// ------------------------------------------------------------------------------------------------------
+// Attachment ------------------------------------------------------------------------------------------
 
 TEST_F(Notification, HearsBeforeTheSetterReturnsInOrderOfAttachment) {
   auto a = watch('a'), b = watch('b'), c = watch('c');
@@ -126,8 +125,7 @@ TEST_F(Notification, AnUnregisteredNotifieeCanBeDetached) {
   EXPECT_EQ(intf->references(), 1u);
 }
 
-// References
-// ------------------------------------------------------------------------------------------------------
+// References ------------------------------------------------------------------------------------------
 
 TEST_F(Notification, ANotifieeCountsItsNotifierAndNotTheOtherWay) {
   auto a = watch('a');
@@ -207,8 +205,7 @@ TEST_F(Notification, AnExceptionDuringTheEndDoesNotKeepTheNextFromHearing) {
   EXPECT_EQ(a->refused, std::vector<Zet::AttributeId>{Zet::allAttributes});
 }
 
-// Changes during a walk
-// ------------------------------------------------------------------------------------------------------
+// Changes during a walk -------------------------------------------------------------------------------
 
 TEST_F(Notification, OneDroppedByAnEarlierOneIsNotCalled) {
   auto a = watch('a'), b = watch('b'), c = watch('c');
@@ -263,8 +260,7 @@ TEST_F(Notification, AChangeDuringTheWalkIsHeardByAllBeforeTheWalkGoesOn) {
   EXPECT_EQ(change(), "aabb");
 }
 
-// Exceptions
-// ------------------------------------------------------------------------------------------------------
+// Exceptions ------------------------------------------------------------------------------------------
 
 TEST_F(Notification, AnExceptionIsReportedToItsNotifieeAndTheNextOneIsCalled) {
   expectedExceptions = 1;
@@ -321,8 +317,7 @@ TEST_F(Notification, TheExpectScopeIsLeftByAnExceptionToo) {
   EXPECT_EQ(Zet::Expect::innermost(), nullptr);
 }
 
-// Kinds of notifiees
-// ------------------------------------------------------------------------------------------------------
+// Kinds of notifiees ----------------------------------------------------------------------------------
 
 TEST_F(Notification, AWatcherOfAWritableObjectMayWriteIt) {
   class Doubles : public IntfStatus::Notifiee {

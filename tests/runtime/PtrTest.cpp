@@ -46,8 +46,7 @@ class Recorder : public PtrInterface {
   void handleZeroRef() override { ++releases; }
 };
 
-// The count word
-// ------------------------------------------------------------------------------------------------------
+// The count word --------------------------------------------------------------------------------------
 
 TEST(CountWord, HasItsMarksAboveTheCount) {
   Recorder object;
@@ -126,8 +125,7 @@ TEST(CountWord, TheHeldBitIsNoReferenceOfTheCount) {
   EXPECT_EQ(object.references(), 1u);
 }
 
-// Immortality
-// ------------------------------------------------------------------------------------------------------
+// Immortality -----------------------------------------------------------------------------------------
 
 TEST(Immortality, NoCountingMovesTheWordAndNothingIsReleased) {
   Recorder object;
@@ -155,8 +153,7 @@ TEST(Immortality, IsTheTopByteAloneAndExactly) {
   }
 }
 
-// Ptr
-// ------------------------------------------------------------------------------------------------------
+// Ptr -------------------------------------------------------------------------------------------------
 
 TEST(Ptr, TheLastOneEndsTheObject) {
   int ended = 0;
@@ -260,8 +257,7 @@ TEST(Ptr, MadeAndDroppedInAConstructorOrDestructorDoesNoHarm) {
   EXPECT_EQ(ended, 1);
 }
 
-// ValidPtr
-// ------------------------------------------------------------------------------------------------------
+// ValidPtr --------------------------------------------------------------------------------------------
 
 TEST(ValidPtr, RefusesNullByItsText) {
   Counted* none = nullptr;

@@ -155,8 +155,7 @@ TEST_F(NestedReactors, TheMutatorOfACollectionRefusesNullByItsText) {
             "Routing::Pim::Bsr::PimBsrSm::ZetCrpZoneStatus::ZetCrpStatus::ZetCrpSet::rp not allowed\"");
 }
 
-// The activity of a machine
-// ------------------------------------------------------------------------------------------------------
+// The activity of a machine ---------------------------------------------------------------------------
 
 TEST_F(NestedReactors, AMachineStandsOnTheStandardActivityUnlessItIsGivenOne) {
   EXPECT_EQ(engine.root->zetFwkActivity(), Zet::ActivityConfig::standard());

@@ -65,8 +65,7 @@ class Reflection : public ModelTest {
   ElectedBsrStatus::GenericIf_ const electedIf;
 };
 
-// Types
-// ------------------------------------------------------------------------------------------------------
+// Types -----------------------------------------------------------------------------------------------
 
 TEST_F(Reflection, AnObjectTellsItsTypeFromItsBase) {
   Ptr<Zet::PtrInterface> object = status;
@@ -125,8 +124,7 @@ TEST_F(Reflection, AnAttributeIsNamedByItsNumberAndAnyOtherIsUnknown) {
   }
 }
 
-// Reading
-// ------------------------------------------------------------------------------------------------------
+// Reading ---------------------------------------------------------------------------------------------
 
 TEST_F(Reflection, ReadsEveryKindThatHasAText) {
   auto elected = status->bootstrapRouterIs(zone);
@@ -195,8 +193,7 @@ TEST_F(Reflection, WalksAQueueByItsNumbers) {
   EXPECT_EQ(members.objects[0], first.ptr());
 }
 
-// Writing
-// ------------------------------------------------------------------------------------------------------
+// Writing ---------------------------------------------------------------------------------------------
 
 TEST_F(Reflection, WritesThroughTheSetterWhichTells) {
   class Watch : public Status::NotifieeConst {
@@ -245,8 +242,7 @@ TEST_F(Reflection, RemovesMembersOfEachKind) {
   EXPECT_FALSE(status->counters());
 }
 
-// Calling
-// ------------------------------------------------------------------------------------------------------
+// Calling ---------------------------------------------------------------------------------------------
 
 class Calls : public Reflection {
  protected:
@@ -290,8 +286,7 @@ TEST_F(Calls, RefusesAnObjectOfAnotherType) {
             "not an object of type Routing::Pim::Packet::BootstrapMessage");
 }
 
-// Refusals
-// ------------------------------------------------------------------------------------------------------
+// Refusals --------------------------------------------------------------------------------------------
 
 TEST_F(Reflection, RefusesAnUnknownAttribute) {
   EXPECT_EQ(raised<Zet::UnknownAttrException>([&] { statusIf.read(*status, "colour"); }),
@@ -381,8 +376,7 @@ TEST_F(Reflection, AnUpdateOfAReadOnlyCopyIsRefusedByItsText) {
   EXPECT_EQ(status->szTimeout(), 0u);
 }
 
-// Introspection
-// ------------------------------------------------------------------------------------------------------
+// Introspection ---------------------------------------------------------------------------------------
 
 /// Writes each unit down: a namespace, its types, their attributes.
 class Outline : public Zet::IntrospectionReactor {

@@ -61,8 +61,7 @@ class Wheel : public ModelTest {
   Ptr<TimerWheel> wheel = Zet::make<TimerWheel>();
 };
 
-// Arming
-// ------------------------------------------------------------------------------------------------------
+// Arming ----------------------------------------------------------------------------------------------
 
 TEST_F(Wheel, HasNothingToDoAtFirst) {
   EXPECT_EQ(wheel->nextExpiry(), never);
@@ -180,8 +179,7 @@ TEST_F(Wheel, ZeroAndWhatIsAboveTheLargestStandForNotSet) {
   EXPECT_TRUE(Kiv::isTimeSet(0.001));
 }
 
-// Attachment
-// ------------------------------------------------------------------------------------------------------
+// Attachment ------------------------------------------------------------------------------------------
 
 TEST_F(Wheel, ADetachedTimerOnlyStoresItsTime) {
   Ptr<Timer> detached = Zet::make<Timer>('d', &heard);
@@ -227,8 +225,7 @@ TEST_F(Wheel, ATimerKeepsItsWheelAlive) {
   EXPECT_EQ(a->notifier()->nextExpiry(), 20);
 }
 
-// Changes during an advance
-// ------------------------------------------------------------------------------------------------------
+// Changes during an advance ---------------------------------------------------------------------------
 
 TEST_F(Wheel, WhatIsArmedMeanwhileForATimeReachedWaitsForTheNextAdvance) {
   auto a = timer('a', 10), b = timer('b', 20);
@@ -356,8 +353,7 @@ TEST_F(WheelDeathTest, AnAdvanceWithinAnAdvanceIsABrokenInvariant) {
   EXPECT_DEATH(wheel->advance(10), "!advancing_");
 }
 
-// Against a plain list
-// ------------------------------------------------------------------------------------------------------
+// Against a plain list --------------------------------------------------------------------------------
 
 /// The same timers kept in a list that is searched each time.
 class Naive {
