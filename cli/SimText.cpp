@@ -8,10 +8,12 @@
 
 namespace pimbsr::cli {
 
-static std::size_t nameWidth(sim::Network const& network) {
-  std::size_t width = 2;
-  for (Zet::U32 i = 0; i < network.nodeCount(); ++i) width = std::max(width, network.node(i).name().size());
-  return width;
+/// Routers are added and never removed, so each name is measured once.
+std::size_t SimText::nameWidth(sim::Network const& network) {
+  for (; measured_ < network.nodeCount(); ++measured_) {
+    nameWidth_ = std::max(nameWidth_, network.node(measured_).name().size());
+  }
+  return nameWidth_;
 }
 
 void SimText::write(sim::Network const& network, sim::Node const* node, TimelineRow const& row) {

@@ -36,11 +36,14 @@ class SimText final : public sim::Report {
  private:
   void write(sim::Network const& network, sim::Node const* node, TimelineRow const& row);
   void startTable();
+  std::size_t nameWidth(sim::Network const& network);
 
   std::ostream& out_;
   std::ostream& traceOut_;
   enum class Last { nothing, line, table };
   Last last_ = Last::nothing;  ///< what was written last
+  std::size_t nameWidth_ = 2;  ///< of the column of routers
+  Zet::U32 measured_ = 0;      ///< routers whose names nameWidth_ counts in
 };
 
 }  // namespace pimbsr::cli

@@ -204,31 +204,24 @@ bool ScenarioLine::isRangeNext() const {
 // Names -----------------------------------------------------------------------------------------------
 
 template <class Named>
-static std::vector<std::string> namesOf(std::vector<Named> const& all) {
+static std::vector<std::string> namesOf(NameTable<Named> const& all) {
   std::vector<std::string> names;
   for (Named const& one : all) names.push_back(one.name);
   return names;
 }
 
-/// The number of what has a name; the number of all if nothing has.
-template <class Named>
-static U32 findName(std::vector<Named> const& all, std::string_view name) {
-  auto at = std::find_if(all.begin(), all.end(), [&](Named const& one) { return one.name == name; });
-  return static_cast<U32>(at - all.begin());
-}
-
 U32 ScenarioLine::link() {
   std::string_view name = word("a link");
-  U32 number = findName(names_.links, name);
-  if (number == names_.links.size()) failUnknown(name, "link", namesOf(names_.links));
-  return number;
+  std::optional<U32> number = names_.links.find(name);
+  if (!number) failUnknown(name, "link", namesOf(names_.links));
+  return *number;
 }
 
 U32 ScenarioLine::router() {
   std::string_view name = word("a router");
-  U32 number = findName(names_.routers, name);
-  if (number == names_.routers.size()) failUnknown(name, "router", namesOf(names_.routers));
-  return number;
+  std::optional<U32> number = names_.routers.find(name);
+  if (!number) failUnknown(name, "router", namesOf(names_.routers));
+  return *number;
 }
 
 U32 ScenarioLine::interface(U32 router) {

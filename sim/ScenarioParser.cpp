@@ -25,21 +25,16 @@ static std::string takeList(ScenarioLine& line) {
 
 // Links, routers and interfaces -----------------------------------------------------------------------
 
-template <class Named>
-static void checkIsNew(ScenarioLine const& line, std::vector<Named> const& all, std::string const& name) {
-  if (std::any_of(all.begin(), all.end(), [&](Named const& one) { return one.name == name; })) {
-    line.fail(fmt::format("'{}' has been made already", name));
-  }
+static void checkIsNew(ScenarioLine const& line, bool isNew, std::string const& name) {
+  if (!isNew) line.fail(fmt::format("'{}' has been made already", name));
 }
 
-/// Fails if a router of the scenario has the address.
-static void checkIsFree(ScenarioLine& line, IpGenAddr const& address) {
-  for (auto const& router : line.names().routers) {
-    bool taken =
-        router.loopback == address || std::any_of(router.interfaces.begin(), router.interfaces.end(),
-                                                  [&](auto const& intf) { return intf.address == address; });
-    if (taken) line.fail(fmt::format("{} is an address of {} already", textOf(address), router.name));
-  }
+/// Gives an address to a router; fails if a router of the scenario has it.
+static void giveAddress(ScenarioLine& line, IpGenAddr const& address, U32 router) {
+  auto [owner, isFree] = line.names().owners.try_emplace(address, router);
+  if (isFree) return;
+  line.fail(fmt::format("{} is an address of {} already", textOf(address),
+                        line.names().routers[owner->second].name));
 }
 
 static Faults readFaults(ScenarioLine& line, std::string_view key, Faults faults) {
@@ -51,7 +46,7 @@ static Faults readFaults(ScenarioLine& line, std::string_view key, Faults faults
 
 static Action readLink(ScenarioLine& line) {
   LinkOptions link{.name = line.newName("a link's name")};
-  checkIsNew(line, line.names().links, link.name);
+  checkIsNew(line, !line.names().links.find(link.name), link.name);
   if (!line.take("prefix")) line.fail("'prefix PREFIX' must stand behind the link's name");
   link.prefix = line.prefix("prefix");
   while (!line.atEnd()) {
@@ -61,14 +56,14 @@ static Action readLink(ScenarioLine& line) {
     if (key == "jitter") link.jitter = line.seconds(key);
     link.faults = readFaults(line, key, link.faults);
   }
-  line.names().links.push_back({link.name, link.prefix});
+  line.names().links.add({link.name, link.prefix});
   return AddLink{link};
 }
 
 static Action readRouter(ScenarioLine& line) {
   AddRouter add{.options = {.name = line.newName("a router's name")}};
   NodeOptions& router = add.options;
-  checkIsNew(line, line.names().routers, router.name);
+  checkIsNew(line, !line.names().routers.find(router.name), router.name);
   while (!line.atEnd()) {
     std::string_view key = line.option({"loopback", "hold-time", "zone-timeout", "skew", "drift", "stopped"});
     if (key == "loopback") router.loopback = line.address(key);
@@ -80,8 +75,9 @@ static Action readRouter(ScenarioLine& line) {
   }
   if (router.drift <= -1 || router.drift > 1)
     line.fail("drift: a clock gains more than -100% and at most 100%");
-  if (!router.loopback.isEmpty()) checkIsFree(line, router.loopback);
-  line.names().routers.push_back({router.name, router.loopback, {}});
+  line.names().routers.add({router.name, router.loopback, {}});
+  auto number = static_cast<U32>(line.names().routers.size() - 1);
+  if (!router.loopback.isEmpty()) giveAddress(line, router.loopback, number);
   return add;
 }
 
@@ -102,9 +98,9 @@ static Action readInterface(ScenarioLine& line) {
     line.fail(fmt::format("{} is not on link {}, whose prefix is {}", textOf(address), link.name,
                           link.prefix.stringValue().view()));
   }
-  checkIsFree(line, address);
-  checkIsNew(line, router.interfaces, add.options.name);
+  giveAddress(line, address, add.router);
   for (auto const& intf : router.interfaces) {
+    checkIsNew(line, intf.name != add.options.name, intf.name);
     if (intf.link == add.link) line.fail(fmt::format("{} is on link {} already", router.name, link.name));
   }
   router.interfaces.push_back({add.options.name, add.link, address});
@@ -257,10 +253,11 @@ static Action readAddress(ScenarioLine& line) {
   SetAddress set{.router = line.router()};
   set.intf = line.interface(set.router);
   auto& intf = line.names().routers[set.router].interfaces[set.intf];
+  line.names().owners.erase(intf.address);
   intf.address = {};
   if (line.take("none")) return set;
   set.address = line.address("an address, or 'none'");
-  checkIsFree(line, IpGenAddr(*set.address));
+  giveAddress(line, IpGenAddr(*set.address), set.router);
   intf.address = IpGenAddr(*set.address);
   return set;
 }
@@ -342,10 +339,7 @@ static Action readShow(ScenarioLine& line) {
   }
   Show show;
   while (!line.atEnd()) {
-    auto const& routers = line.names().routers;
-    bool isRouter = std::any_of(routers.begin(), routers.end(),
-                                [&](auto const& router) { return router.name == line.peek(); });
-    if (!isRouter) {
+    if (!line.names().routers.find(line.peek())) {
       show.view = static_cast<View>(line.oneOf("router or view", views));
       break;
     }
