@@ -1,0 +1,40 @@
+#pragma once
+
+#include <linux/filter.h>
+
+#include <vector>
+
+#include "model/Lanet.h"
+
+namespace pimbsr::agent {
+
+/// A classic BPF program over an IPv4 packet from its header on. The kernel runs it before a packet takes
+/// room in a socket's receive buffer; a packet that passes is never cut.
+///
+/// All but passNothing() let Hello, Bootstrap and Candidate-RP-Advertisement pass, and whatever is no PIM of
+/// version 2, which is to be counted. The Registers and Join/Prunes of a domain don't even wake this process.
+using FilterProgram = std::vector<sock_filter>;
+
+/// Addresses that a program below can hold. A kernel keeps an old program beside the new one while they are
+/// exchanged, both within net.core.optmem_max (20,480 bytes up to Linux 6.6).
+inline constexpr std::size_t maxFilterAddresses = 256;
+/// Subnets that a program below looks at; it leaves out those after them.
+inline constexpr std::size_t maxFilterSubnets = 32;
+
+FilterProgram passNothing();
+/// Packets to whatever is no group: broadcasts too, which the router drops.
+FilterProgram passUnicast();
+/// Packets of every sender to every destination.
+FilterProgram passPim();
+/// Packets of these senders alone; sorted, at most maxFilterAddresses.
+FilterProgram passSenders(std::vector<Lanet::IpAddr> const& senders);
+/// Hellos alone, from these subnets and not from these senders; the latter sorted, at most
+/// maxFilterAddresses.
+FilterProgram passHellos(std::vector<Lanet::Prefix> const& subnets,
+                         std::vector<Lanet::IpAddr> const& exceptSenders);
+/// What passPim() lets pass without the Hellos from these subnets, and without all that is from these
+/// senders; the latter sorted, at most maxFilterAddresses.
+FilterProgram passOthers(std::vector<Lanet::Prefix> const& helloSubnets,
+                         std::vector<Lanet::IpAddr> const& exceptSenders);
+
+}  // namespace pimbsr::agent
