@@ -1,12 +1,13 @@
 #include "agent/PimSocket.h"
 
 #include <fmt/format.h>
-#include <linux/filter.h>
+#include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <system_error>
 
 #include "model/Lanet.h"
@@ -27,51 +28,43 @@ static constexpr int receiveBuffer = 1 << 20;
   throw std::system_error(errno, std::generic_category(), what);
 }
 
+static sockaddr_in socketAddress(Lanet::IpAddr address) {
+  sockaddr_in end{};
+  end.sin_family = AF_INET;
+  end.sin_addr.s_addr = address.netWord();
+  return end;
+}
+
 /// IP_TRANSPARENT lets a farewell leave from an address that the interface has just lost.
-PimSocketBase::PimSocketBase(Destinations taken)
-    : fd_(socket(AF_INET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, protocolPim)) {
+PimSocketBase::PimSocketBase() : fd_(socket(AF_INET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, protocolPim)) {
   if (!fd_) fail("opening a raw socket for PIM, which needs root or CAP_NET_RAW");
-  filter(taken);
+  filterIs(passNothing());
   option(IPPROTO_IP, IP_MULTICAST_ALL, 0, "leaving out the groups of other sockets");
   option(IPPROTO_IP, IP_PKTINFO, 1, "asking for the interface of packets");
   option(IPPROTO_IP, IP_TOS, routingTraffic, "setting the type of service");
   option(IPPROTO_IP, IP_MTU_DISCOVER, IP_PMTUDISC_DONT, "allowing fragments");
   option(IPPROTO_IP, IP_TRANSPARENT, 1, "allowing former addresses as source");
   option(SOL_SOCKET, SO_RCVBUF, receiveBuffer, "enlarging the receive buffer");
+  option(SOL_SOCKET, SO_TIMESTAMPNS, 1, "asking for the time of packets");
 }
 
 void PimSocketBase::option(int level, int name, int value, char const* what) {
   if (setsockopt(fd(), level, name, &value, sizeof value) < 0) fail(fmt::format("PIM socket: {}", what));
 }
 
-/// Looks at the first byte of the destination, at 16 in the header: that of groups is 224 to 239. Broadcasts
-/// count as sent to an address; the router knows that they are none of its own. Then at the first byte behind
-/// the header, version and type: Hello, Bootstrap and Candidate-RP-Advertisement pass, and whatever is no PIM
-/// of version 2, which is to be counted. The Registers and Join/Prunes of a domain are left to others, and
-/// don't even wake this process.
-void PimSocketBase::filter(Destinations taken) {
-  constexpr Zet::U32 all = 0xffffffff;
-  bool groups = taken == Destinations::groups;
-  Zet::U8 passGroups = groups ? 1 : 0;
-  Zet::U8 passOthers = groups ? 0 : 1;
-  sock_filter steps[] = {
-      BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 16),
-      BPF_STMT(BPF_ALU | BPF_AND | BPF_K, 0xf0),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0xe0, passGroups, passOthers),
-      BPF_STMT(BPF_RET | BPF_K, 0),
-      BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, 0),
-      BPF_STMT(BPF_LD | BPF_B | BPF_IND, 0),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x20, 4, 0),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x24, 3, 0),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x28, 2, 0),
-      BPF_STMT(BPF_ALU | BPF_AND | BPF_K, 0xf0),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0x20, 1, 0),
-      BPF_STMT(BPF_RET | BPF_K, all),
-      BPF_STMT(BPF_RET | BPF_K, 0),
-  };
-  sock_fprog program{.len = std::size(steps), .filter = steps};
-  if (setsockopt(fd(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) < 0)
+void PimSocketBase::filterIs(FilterProgram program) {
+  sock_fprog filter{.len = static_cast<unsigned short>(program.size()), .filter = program.data()};
+  if (setsockopt(fd(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter) < 0)
     fail("PIM socket: attaching a packet filter");
+}
+
+/// The kernel compares what a socket is bound and connected to before it copies a packet for it.
+void PimSocketBase::bindToGroup(std::string const& interface, int index) {
+  if (setsockopt(fd(), SOL_SOCKET, SO_BINDTOIFINDEX, &index, sizeof index) < 0)
+    fail(fmt::format("binding a PIM socket to {}", interface));
+  sockaddr_in group = socketAddress(allPimRouters);
+  if (bind(fd(), reinterpret_cast<sockaddr const*>(&group), sizeof group) < 0)
+    fail(fmt::format("binding a PIM socket to 224.0.0.13 on {}", interface));
 }
 
 void PimSocketBase::dropWaiting() {
@@ -80,14 +73,14 @@ void PimSocketBase::dropWaiting() {
   }
 }
 
-PimSocket::PimSocket(std::string const& interface, int index) : PimSocketBase(Destinations::groups) {
+PimSocket::PimSocket(std::string const& interface, int index, FilterProgram const& filter) {
   sendAlong(index);
+  bindToGroup(interface, index);
+  dropWaiting();
+  filterIs(filter);
   ip_mreqn group{};
   group.imr_multiaddr.s_addr = allPimRouters.netWord();
   group.imr_ifindex = index;
-  if (setsockopt(fd(), SOL_SOCKET, SO_BINDTOIFINDEX, &index, sizeof index) < 0)
-    fail(fmt::format("binding a PIM socket to {}", interface));
-  dropWaiting();
   if (setsockopt(fd(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group) < 0)
     fail(fmt::format("joining 224.0.0.13 on {}", interface));
   if (setsockopt(fd(), IPPROTO_IP, IP_MULTICAST_IF, &group, sizeof group) < 0)
@@ -96,32 +89,98 @@ PimSocket::PimSocket(std::string const& interface, int index) : PimSocketBase(De
   option(IPPROTO_IP, IP_MULTICAST_LOOP, 0, "keeping packets from coming back");
 }
 
-UnicastSocket::UnicastSocket() : PimSocketBase(Destinations::addresses) { dropWaiting(); }
+ListenSocket::ListenSocket(std::string const& interface, int index, FilterProgram const& filter) {
+  bindToGroup(interface, index);
+  option(IPPROTO_IP, IP_MULTICAST_ALL, 1, "asking for the groups of other sockets");
+  dropWaiting();
+  filterIs(filter);
+}
+
+ListenSocket::ListenSocket(std::string const& interface, int index, Lanet::IpAddr sender)
+    : ListenSocket(interface, index, passNothing()) {
+  sockaddr_in end = socketAddress(sender);
+  if (connect(fd(), reinterpret_cast<sockaddr const*>(&end), sizeof end) < 0)
+    fail(fmt::format("receiving from {} on {}", sender.stringValue().view(), interface));
+  filterIs(passPim());
+}
+
+UnicastSocket::UnicastSocket() {
+  dropWaiting();
+  filterIs(passUnicast());
+}
 
 // Receiving ---------------------------------------------------------------------------------------------
 
+namespace {
+
+/// Room for what the kernel adds to a packet.
+struct Details {
+  explicit Details(msghdr& message) {
+    message.msg_control = room.data();
+    message.msg_controllen = room.size();
+  }
+
+  /// The detail of a kind; its default if the kernel added none.
+  template <class Value>
+  static Value get(msghdr& message, int level, int type) {
+    Value value{};
+    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
+      if (part->cmsg_level == level && part->cmsg_type == type)
+        std::memcpy(&value, CMSG_DATA(part), sizeof value);
+    }
+    return value;
+  }
+  static U64 time(msghdr& message) {
+    auto time = get<timespec>(message, SOL_SOCKET, SCM_TIMESTAMPNS);
+    return static_cast<U64>(time.tv_sec) * 1'000'000'000 + static_cast<U64>(time.tv_nsec);
+  }
+
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(timespec))> room{};
+};
+
+/// Errors in a row that one call passes over.
+constexpr int maxErrors = 16;
+
+/// A socket that is connected also gets errors, each in place of a packet: ICMP messages that name it, which
+/// anyone can send. They say nothing of the packets that wait.
+ssize_t receiveOrSkipErrors(int fd, msghdr& message, int flags) {
+  msghdr const asked = message;
+  for (int errors = 0; errors < maxErrors; ++errors) {
+    message = asked;
+    ssize_t size = recvmsg(fd, &message, flags);
+    if (size >= 0 || errno == EAGAIN || errno == EWOULDBLOCK) return size;
+  }
+  return -1;
+}
+
+}  // namespace
+
 bool PimSocketBase::receive(Received& received) {
   iovec room{received.room->data(), received.room->size()};
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo))> control;
   msghdr message{};
   message.msg_iov = &room;
   message.msg_iovlen = 1;
-  message.msg_control = control.data();
-  message.msg_controllen = control.size();
-  ssize_t size = -1;
-  do {
-    size = recvmsg(fd(), &message, 0);
-  } while (size < 0 && errno == EINTR);
+  Details details(message);
+  ssize_t size = receiveOrSkipErrors(fd(), message, 0);
   if (size < 0) return false;
   received.packet = {received.room->data(), static_cast<std::size_t>(size)};
-  received.interfaceIndex = 0;
-  for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
-    if (part->cmsg_level != IPPROTO_IP || part->cmsg_type != IP_PKTINFO) continue;
-    in_pktinfo info{};
-    std::memcpy(&info, CMSG_DATA(part), sizeof info);
-    received.interfaceIndex = info.ipi_ifindex;
-  }
+  received.interfaceIndex = Details::get<in_pktinfo>(message, IPPROTO_IP, IP_PKTINFO).ipi_ifindex;
+  received.time = Details::time(message);
   return true;
+}
+
+std::optional<U64> PimSocketBase::nextTime() {
+  msghdr message{};
+  Details details(message);
+  if (receiveOrSkipErrors(fd(), message, MSG_PEEK) < 0) return {};
+  return Details::time(message);
+}
+
+U32 PimSocketBase::lost() const {
+  std::array<U32, SK_MEMINFO_VARS> counts{};
+  socklen_t size = sizeof counts;
+  if (getsockopt(fd(), SOL_SOCKET, SO_MEMINFO, counts.data(), &size) < 0) return 0;
+  return counts[SK_MEMINFO_DROPS];
 }
 
 // Sending -----------------------------------------------------------------------------------------------
@@ -160,9 +219,7 @@ class Control {
 bool PimSocketBase::send(std::span<U8 const> packet) {
   wire::Outcome<wire::Ipv4Packet> parsed = wire::parseIpv4(packet);
   ZET_ASSERT(parsed, "the router sends IPv4 packets of PIM");
-  sockaddr_in destination{};
-  destination.sin_family = AF_INET;
-  destination.sin_addr.s_addr = parsed->destination.netWord();
+  sockaddr_in destination = socketAddress(parsed->destination);
   iovec payload{const_cast<U8*>(parsed->payload.data()), parsed->payload.size()};  // which is only read
   msghdr message{};
   message.msg_name = &destination;
@@ -180,7 +237,7 @@ bool PimSocketBase::send(std::span<U8 const> packet) {
   do {
     sent = sendmsg(fd(), &message, 0);
   } while (sent < 0 && errno == EINTR);
-  error_ = sent < 0 ? errno : 0;
+  if (sent < 0) error_ = errno;
   return sent >= 0;
 }
 

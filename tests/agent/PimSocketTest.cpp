@@ -1,6 +1,8 @@
 #include "agent/PimSocket.h"
 
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <memory>
@@ -16,6 +18,7 @@
 namespace test {
 namespace {
 
+using pimbsr::agent::ListenSocket;
 using pimbsr::agent::PimSocket;
 using pimbsr::agent::PimSocketBase;
 using pimbsr::agent::Received;
@@ -295,7 +298,131 @@ TEST_F(PimSocketTest, WhatCannotBeSentIsToldWithTheReason) {
     ip("link set left up");
   }
   EXPECT_TRUE(send(*a, {.source = "10.0.1.1"}));
-  EXPECT_EQ(a->lastError(), "");
+  EXPECT_EQ(a->lastError(), "Network is unreachable") << "it explains the count of failed packets";
+}
+
+TEST_F(PimSocketTest, SocketOfASenderReceivesFromThatSenderAlone) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto all = in<PimSocket>(*middle, "m1", 7);
+  auto one = in<ListenSocket>(*middle, "m1", 7, Lanet::IpAddr::parse("10.0.1.1"));
+  auto other = in<ListenSocket>(*middle, "m1", 7, Lanet::IpAddr::parse("10.0.1.9"));
+  auto foreign = in<ListenSocket>(*middle, "m1", 7, Lanet::IpAddr::parse("192.0.2.1"));
+  ASSERT_TRUE(send(*a, {"10.0.1.9", allPimRouters, {1}}));
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {2}}));
+  ASSERT_TRUE(send(*a, {"192.0.2.1", allPimRouters, {3}}));
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {4}}));
+  EXPECT_EQ(arrivalsUntil(*all, 4), (std::vector{1, 2, 3, 4}));
+  EXPECT_EQ(arrivalsUntil(*one, 4), (std::vector{2, 4}));
+  EXPECT_EQ(arrivalsUntil(*other, 1), (std::vector{1}));
+  EXPECT_EQ(arrivalsUntil(*foreign, 3), (std::vector{3})) << "no route leads back there by this link";
+}
+
+TEST_F(PimSocketTest, CopiesOfAPacketHaveOneTime) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto all = in<PimSocket>(*middle, "m1", 7);
+  auto one = in<ListenSocket>(*middle, "m1", 7, Lanet::IpAddr::parse("10.0.1.1"));
+  Received first;
+  Received second;
+  Zet::U64 former = 0;
+  usleep(100'000);  // the kernel begins to note times a moment after it is first asked for them
+  for (U8 i = 0; i < 3; ++i) {
+    ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {i}}));
+    ASSERT_TRUE(becomesReadable(one->fd(), 5));
+    ASSERT_TRUE(becomesReadable(all->fd(), 5));
+    std::optional<Zet::U64> next = one->nextTime();
+    ASSERT_TRUE(one->receive(first));
+    ASSERT_TRUE(all->receive(second));
+    EXPECT_EQ(next, first.time);
+    EXPECT_EQ(first.time, second.time);
+    EXPECT_GT(first.time, former);
+    former = first.time;
+  }
+  EXPECT_FALSE(one->nextTime());
+}
+
+TEST_F(PimSocketTest, LostPacketsAreCountedAndThoseThatDoNotPassAreNot) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto all = in<PimSocket>(*middle, "m1", 7);
+  auto other = in<ListenSocket>(*middle, "m1", 7, Lanet::IpAddr::parse("10.0.1.9"));
+  auto hellos = in<ListenSocket>(*middle, "m1", 7,
+                                 pimbsr::agent::passHellos({Lanet::Prefix::parse("10.0.1.0/24")}, {}));
+  int small = 4096;
+  ASSERT_EQ(setsockopt(all->fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {0x23, 0, 0, 0}}));
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {0x24, 0, 0, 0}}));
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {0x20, 0, 0, 0}}));
+  ASSERT_TRUE(arrival(*hellos));
+  Zet::U32 received = 0;
+  Received room;
+  while (all->receive(room)) ++received;
+  EXPECT_GT(received, 0u);
+  EXPECT_EQ(all->lost(), 201 - received);
+  EXPECT_EQ(other->lost(), 0u);
+  EXPECT_EQ(hellos->lost(), 0u);
+}
+
+/// An ICMP message "port unreachable" about a PIM packet of 224.0.0.13 to 10.0.1.1, as a forger would send
+/// it.
+void forgeIcmpError() {
+  std::vector<U8> inner;
+  EXPECT_TRUE(pimbsr::wire::encodeIpv4({.source = Lanet::IpAddr::parse("224.0.0.13"),
+                                        .destination = Lanet::IpAddr::parse("10.0.1.1"),
+                                        .ttl = 1},
+                                       std::vector<U8>(8), inner));
+  std::vector<U8> icmp = {3, 2, 0, 0, 0, 0, 0, 0};
+  icmp.insert(icmp.end(), inner.begin(), inner.end());
+  unsigned sum = 0;
+  for (std::size_t i = 0; i + 1 < icmp.size(); i += 2) sum += icmp[i] << 8 | icmp[i + 1];
+  while (sum >> 16 != 0) sum = (sum & 0xffff) + (sum >> 16);
+  icmp[2] = static_cast<U8>(~sum >> 8);
+  icmp[3] = static_cast<U8>(~sum);
+  pimbsr::agent::SocketFd raw(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_addr.s_addr = Lanet::IpAddr::parse("10.0.1.2").netWord();
+  EXPECT_EQ(sendto(raw.get(), icmp.data(), icmp.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+            static_cast<ssize_t>(icmp.size()));
+}
+
+TEST_F(PimSocketTest, IcmpErrorsStopNoSocket) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto all = in<PimSocket>(*middle, "m1", 7);
+  auto one = in<ListenSocket>(*middle, "m1", 7, Lanet::IpAddr::parse("10.0.1.1"));
+  {
+    Inside inside(*left);
+    forgeIcmpError();
+  }
+  ASSERT_TRUE(becomesReadable(one->fd(), 5)) << "the error arrived";
+  EXPECT_FALSE(one->nextTime());
+  {
+    Inside inside(*left);
+    forgeIcmpError();
+  }
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {7}}));
+  ASSERT_TRUE(arrival(*all));
+  auto got = arrival(*one);
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->payload, std::vector<U8>{7});
+}
+
+TEST_F(PimSocketTest, FilterIsExchangedWhileASocketReceives) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto all = in<PimSocket>(*middle, "m1", 7);
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {1}}));
+  ASSERT_TRUE(becomesReadable(all->fd(), 5));
+  all->filterIs(pimbsr::agent::passOthers({}, {Lanet::IpAddr::parse("10.0.1.1")}));
+  ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {2}}));
+  ASSERT_TRUE(send(*a, {"10.0.1.9", allPimRouters, {3}}));
+  EXPECT_EQ(arrivalsUntil(*all, 3), (std::vector{1, 3}));
+}
+
+TEST_F(PimSocketTest, SenderThatCanBeNoneIsNamed) {
+  try {
+    in<ListenSocket>(*middle, "m1", 7, Lanet::IpAddr::parse("10.0.1.255"));
+    FAIL() << "it opened";
+  } catch (std::system_error const& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("receiving from 10.0.1.255 on m1"));
+  }
 }
 
 TEST_F(PimSocketTest, NothingWaitsAtFirst) {
