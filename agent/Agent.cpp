@@ -37,6 +37,7 @@ Agent::Agent(Clock const& clock, Machine& machine, Traffic& traffic, AgentListen
       .config = tree_.config(), .clearConfig = tree_.clearConfig(), .accessLists = tree_.accessLists()};
   router_ = std::make_unique<host::Router>(context_, machine_, options);
   observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), history_);
+  neighbors_ = std::make_unique<NeighborWatch>(router_->pimStatus());
 }
 
 Agent::~Agent() {
@@ -51,6 +52,12 @@ void Agent::call(Cause const& cause, Act const& act) {
   history_.causeIs(cause, context_.now());
   act();
   tell();
+  followNeighbors();
+}
+
+void Agent::followNeighbors() {
+  for (IntfId const& intfId : neighbors_->takeChanged())
+    machine_.neighborsAre(std::string(intfId.stringValue().view()), neighbors_->addressesOf(intfId));
 }
 
 void Agent::tell() {
@@ -62,14 +69,17 @@ void Agent::tell() {
 
 // Events ------------------------------------------------------------------------------------------------
 
-void Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
+bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
+  bool goesOn = true;
   call({.kind = CauseKind::message, .intf = intf}, [&] {
     observer_->messageInHand();
     Reception reception = router_->receive(IntfId(intf.c_str()), packet);
     history_.senderIs(reception);
     traffic_.noteReceived(intf, reception);
     if (!reception.accepted()) drops_.note(intf, reception, context_.now());
+    goesOn = reception.reason != "rate-limit";
   });
+  return goesOn;
 }
 
 void Agent::advance() {
@@ -115,6 +125,7 @@ void Agent::clearCounters() {
     router_->clearCounters();
   });
   traffic_.clear();
+  machine_.clearReports();
   punctuality_.clear();
 }
 
@@ -234,6 +245,7 @@ Observed Agent::observed() {
           .drops = drops_,
           .history = history_,
           .punctuality = punctuality_,
+          .links = machine_.linkReports(),
           .startTime = startTime_};
 }
 

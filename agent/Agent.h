@@ -11,6 +11,7 @@
 #include "agent/Drops.h"
 #include "agent/History.h"
 #include "agent/Machine.h"
+#include "agent/NeighborWatch.h"
 #include "agent/Observed.h"
 #include "agent/Settings.h"
 #include "agent/Traffic.h"
@@ -50,8 +51,9 @@ class Agent {
   void kernelChanged(std::vector<Lanet::Prefix> const& routes);
   /// Whether an interface that is to speak PIM couldn't be opened; each kernelChanged() tries again.
   bool hasProblem() const;
-  /// Takes one packet, from its IP header on.
-  void receive(std::string const& intf, std::span<U8 const> packet);
+  /// Takes one packet, from its IP header on. Returns whether its sender may go on at once; with false it has
+  /// used up what it is granted.
+  bool receive(std::string const& intf, std::span<U8 const> packet);
   /// Ends all candidacies and tells the neighbours farewell; the agent is done then.
   void sayFarewell();
 
@@ -99,6 +101,7 @@ class Agent {
   void bringUp(KernelLink const& link, Told& told);
   bool open(KernelLink const& link, Told& told);
   void tellAddress(KernelLink const& link, Told& told);
+  void followNeighbors();
   void followRoutes(std::vector<Lanet::Prefix> const& routes);
   bool speaksPim(std::string const& name) const;
   void applyTraces(std::map<std::string, int> const& wanted);
@@ -116,6 +119,7 @@ class Agent {
   host::ConfigTree tree_;
   std::unique_ptr<host::Router> router_;
   std::unique_ptr<host::Observer> observer_;
+  std::unique_ptr<NeighborWatch> neighbors_;
   std::map<std::string, Told> told_;  ///< by name
 };
 

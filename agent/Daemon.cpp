@@ -114,9 +114,10 @@ std::string Daemon::interfacesText() const {
 
 // Events ------------------------------------------------------------------------------------------------
 
-void Daemon::onPacket(std::string const& intf, std::span<U8 const> packet) {
-  agent_.receive(intf, packet);
+bool Daemon::onPacket(std::string const& intf, std::span<U8 const> packet) {
+  bool goesOn = agent_.receive(intf, packet);
   armTimer();
+  return goesOn;
 }
 
 void Daemon::onKernelChange(std::vector<Lanet::Prefix> const& routes) {

@@ -33,7 +33,7 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   void run();
 
  private:
-  void onPacket(std::string const& intf, std::span<U8 const> packet) override;
+  bool onPacket(std::string const& intf, std::span<U8 const> packet) override;
   void onKernelChange(std::vector<Lanet::Prefix> const& routes) override;
   void onChanges(std::vector<HistoryEntry> const& changes) override;
   nlohmann::ordered_json answer(Request const& request) override;

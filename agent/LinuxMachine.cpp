@@ -8,8 +8,6 @@ namespace pimbsr::agent {
 using Lanet::IntfId;
 using Lanet::IpGenAddr;
 
-/// Packets of one socket that are taken before the loop looks at its timers again.
-static constexpr int packetsAtOnce = 64;
 /// Seconds after which a kernel that didn't answer is asked again.
 static constexpr double retryDelay = 1;
 
@@ -18,7 +16,8 @@ LinuxMachine::LinuxMachine(Loop& loop, Traffic& traffic, MachineListener& listen
       traffic_(traffic),
       listener_(listener),
       netlinkReader_(loop, netlink_.fd(), [this] { readKernel(); }),
-      unicastReader_(loop, unicast_.fd(), [this] { readSocket(unicast_); }),
+      unicast_(loop, [this](Received const& received) { return takeUnicast(received); }),
+      unicastSocket_(*unicast_.add(QueueKind::unicast, std::make_unique<UnicastSocket>()).socket),
       retry_(loop, [this] { readKernel(); }) {
   indexKernel();
   if (netlink_.isStale()) retry_.startIn(retryDelay);
@@ -29,6 +28,7 @@ void LinuxMachine::readKernel() {
   if (netlink_.isStale()) retry_.startIn(retryDelay);
   if (!isChanged) return;
   indexKernel();
+  followSubnets();
   listener_.onKernelChange(netlink_.takeChangedRoutes());
 }
 
@@ -43,33 +43,95 @@ void LinuxMachine::indexKernel() {
 
 // Packets -----------------------------------------------------------------------------------------------
 
-void LinuxMachine::open(KernelLink const& link) {
-  close(link.name);
-  auto opened = std::make_unique<Opened>(loop_, link, [this, name = link.name] {
-    if (auto at = opened_.find(name); at != opened_.end()) readSocket(at->second->socket);
-  });
-  opened_[link.name] = std::move(opened);
+/// What packets of other senders must be from to be a new neighbor's. Of a point-to-point link the subnet is
+/// that of the far end.
+static Lanet::Prefix subnetOf(KernelAddress const& one) {
+  Lanet::IpAddr end = one.peer == Lanet::IpAddr() ? one.address : one.peer;
+  return {end, one.prefixLength};
 }
 
-void LinuxMachine::close(std::string const& name) { opened_.erase(name); }
+static std::vector<Lanet::Prefix> subnetsOf(KernelLink const& link) {
+  std::vector<Lanet::Prefix> subnets;
+  for (KernelAddress const& one : link.addresses) subnets.push_back(subnetOf(one));
+  std::sort(subnets.begin(), subnets.end());
+  subnets.erase(std::unique(subnets.begin(), subnets.end()), subnets.end());
+  return subnets;
+}
 
-/// A packet of an interface that is not known yet, or no more, is nobody's. What a packet does can't close
-/// its socket: settings and the kernel alone do, from handlers of their own.
-template <class Socket>
-void LinuxMachine::readSocket(Socket& socket) {
-  for (int i = 0; i < packetsAtOnce && socket.receive(received_); ++i) {
-    auto name = names_.find(received_.interfaceIndex);
-    if (name != names_.end()) listener_.onPacket(name->second, received_.packet);
+void LinuxMachine::open(KernelLink const& link) {
+  close(link.name);
+  auto deliver = [this, name = link.name](std::span<U8 const> packet) {
+    return listener_.onPacket(name, packet);
+  };
+  opened_[link.name] = std::make_unique<ReceiveQueues>(loop_, link.name, link.index, subnetsOf(link),
+                                                       neighborQueues_, deliver);
+}
+
+static void add(LinkReport& sum, LinkReport const& more) {
+  for (auto const& [kind, counts] : more.queues) {
+    QueueCounts& total = sum.queues[kind];
+    total.queues += counts.queues;
+    total.received += counts.received;
+    total.lost += counts.lost;
   }
+  if (!more.sendError.empty()) sum.sendError = more.sendError;
+}
+
+LinkReport LinuxMachine::reportOf(ReceiveQueues& queues) {
+  return {.queues = queues.counts(), .sendError = queues.sender().lastError()};
+}
+
+void LinuxMachine::close(std::string const& name) {
+  auto at = opened_.find(name);
+  if (at == opened_.end()) return;
+  LinkReport& closed = closed_[name];
+  add(closed, reportOf(*at->second));
+  for (auto& [kind, counts] : closed.queues) counts.queues = 0;
+  opened_.erase(at);
+}
+
+/// What a packet does can't end its queue: settings and the kernel alone do, from handlers of their own, and
+/// the steps of the queues.
+void LinuxMachine::neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) {
+  if (auto at = opened_.find(name); at != opened_.end()) at->second->neighborsAre(addresses);
+}
+
+void LinuxMachine::followSubnets() {
+  for (auto& [name, queues] : opened_) {
+    auto link = kernel().links.find(name);
+    if (link != kernel().links.end()) queues->subnetsAre(subnetsOf(link->second));
+  }
+  std::erase_if(closed_, [this](auto const& entry) { return !kernel().links.contains(entry.first); });
+}
+
+/// A packet of an interface that is not known yet, or no more, has no receiver. The queue is for all
+/// interfaces, so that it doesn't rest for the budget of one sender.
+QueueSet::Taken LinuxMachine::takeUnicast(Received const& received) {
+  auto name = names_.find(received.interfaceIndex);
+  if (name != names_.end()) listener_.onPacket(name->second, received.packet);
+  return QueueSet::Taken::delivered;
+}
+
+LinkReports LinuxMachine::linkReports() {
+  LinkReports reports = closed_;
+  for (auto& [name, queues] : opened_) add(reports[name], reportOf(*queues));
+  add(reports[""], {.queues = unicast_.counts(), .sendError = unicastSocket_.lastError()});
+  return reports;
+}
+
+void LinuxMachine::clearReports() {
+  closed_.clear();
+  for (auto& [name, queues] : opened_) queues->clearCounts();
+  unicast_.clearCounts();
 }
 
 bool LinuxMachine::send(IntfId const& intfId, std::span<U8 const> packet) {
   std::string name(intfId.stringValue().view());
   bool sent = false;
   if (auto at = opened_.find(name); at != opened_.end()) {
-    sent = at->second->socket.send(packet);
+    sent = at->second->sender().send(packet);
   } else if (intfId.isEmpty()) {
-    sent = unicast_.send(packet);
+    sent = unicastSocket_.send(packet);
   }
   traffic_.noteSent(name, packet, sent);
   return sent;
@@ -109,8 +171,7 @@ bool LinuxMachine::isOnSubnet(IntfId const& intfId, IpGenAddr const& address) co
   KernelLink const* found = link(intfId);
   if (found == nullptr) return false;
   return std::any_of(found->addresses.begin(), found->addresses.end(), [&](KernelAddress const& one) {
-    Lanet::IpAddr end = one.peer == Lanet::IpAddr() ? one.address : one.peer;
-    return Lanet::IpGenPrefix(IpGenAddr(end), one.prefixLength).contains(address);
+    return Lanet::IpGenPrefix(subnetOf(one)).contains(address);
   });
 }
 

@@ -9,6 +9,8 @@
 #include "agent/Machine.h"
 #include "agent/Netlink.h"
 #include "agent/PimSocket.h"
+#include "agent/QueueSet.h"
+#include "agent/ReceiveQueues.h"
 #include "agent/Traffic.h"
 
 namespace pimbsr::agent {
@@ -17,15 +19,17 @@ namespace pimbsr::agent {
 class MachineListener {
  public:
   virtual ~MachineListener() = default;
-  /// A packet from its IP header on, and the interface that it came in by.
-  virtual void onPacket(std::string const& intf, std::span<U8 const> packet) = 0;
+  /// A packet from its IP header on, and the interface that it came in by. Returns whether more of its sender
+  /// may follow at once: with false, packets from there wait a moment, and the kernel drops the excess.
+  virtual bool onPacket(std::string const& intf, std::span<U8 const> packet) = 0;
   /// Interfaces, addresses or the best routes of these prefixes have changed.
   virtual void onKernelChange(std::vector<Lanet::Prefix> const& routes) = 0;
 };
 
 /// This computer: raw sockets on its links, and netlink for what stands there.
 ///
-/// A packet to a group is taken by the socket of its link, one to a single address by a socket for all links.
+/// Packets to a group are taken from the receive queues of their link, those to a single address from a queue
+/// for all links.
 /// A down link lends no address: nobody could reach a candidate there.
 class LinuxMachine final : public Machine {
  public:
@@ -38,6 +42,9 @@ class LinuxMachine final : public Machine {
   std::vector<Lanet::Prefix> takeChangedRoutes() { return netlink_.takeChangedRoutes(); }
   void open(KernelLink const& link) override;
   void close(std::string const& name) override;
+  void neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) override;
+  LinkReports linkReports() override;
+  void clearReports() override;
 
   bool send(Lanet::IntfId const& intfId, std::span<U8 const> packet) override;
   Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override;
@@ -46,32 +53,27 @@ class LinuxMachine final : public Machine {
   bool isOnSubnet(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address) const override;
 
  private:
-  struct Opened {
-    Opened(Loop& loop, KernelLink const& link, Handler handler)
-        : socket(link.name, link.index), reader(loop, socket.fd(), std::move(handler)) {}
-    PimSocket socket;
-    LoopReader reader;
-  };
-
   KernelLink const* link(Lanet::IntfId const& intfId) const;
   void readKernel();
   void indexKernel();
-  template <class Socket>
-  void readSocket(Socket& socket);
+  void followSubnets();
+  QueueSet::Taken takeUnicast(Received const& received);
+  static LinkReport reportOf(ReceiveQueues& queues);
 
   Loop& loop_;
   Traffic& traffic_;
   MachineListener& listener_;
   Netlink netlink_;
   LoopReader netlinkReader_;
-  UnicastSocket unicast_;
-  LoopReader unicastReader_;
+  QueueSet unicast_;
+  PimSocketBase& unicastSocket_;
   LoopTimer retry_;
-  std::map<std::string, std::unique_ptr<Opened>> opened_;
+  NeighborQueueBudget neighborQueues_;
+  std::map<std::string, std::unique_ptr<ReceiveQueues>> opened_;
+  LinkReports closed_;  ///< of links that were open before, by name; those that are gone have none
   // What each packet asks for, made anew when the kernel's view changes.
   std::map<int, std::string> names_;
   std::set<Lanet::IpGenAddr> ownAddresses_;
-  Received received_;
 };
 
 }  // namespace pimbsr::agent

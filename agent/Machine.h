@@ -1,11 +1,24 @@
 #pragma once
 
+#include <map>
 #include <string>
+#include <vector>
 
 #include "agent/KernelView.h"
+#include "agent/QueueSet.h"
 #include "pim/Port.h"
 
 namespace pimbsr::agent {
+
+/// How packets come and go on one interface.
+struct LinkReport {
+  CountsByKind queues;  ///< receive queues that are or were open
+  std::string
+      sendError;  ///< why the last packet that couldn't be sent wasn't, in the system's words; or empty
+};
+
+/// By interface; that of packets to single addresses, and of those sent by the routes, has the empty name.
+using LinkReports = std::map<std::string, LinkReport>;
 
 /// The computer that an agent runs on: its interfaces and routes as they stand, and a way onto its links.
 class Machine : public pim::Port {
@@ -16,6 +29,12 @@ class Machine : public pim::Port {
   virtual void open(KernelLink const& link) = 0;
   /// Ends that; a link that isn't open is left alone.
   virtual void close(std::string const& name) = 0;
+  /// Keeps packets of these addresses of neighbors apart from what others send on an open link, as far as it
+  /// can: the most important ones first. A link that isn't open is left alone.
+  virtual void neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) = 0;
+  /// What became of packets since the start or the last clear.
+  virtual LinkReports linkReports() = 0;
+  virtual void clearReports() = 0;
 };
 
 }  // namespace pimbsr::agent

@@ -6,6 +6,7 @@
 #include "agent/Drops.h"
 #include "agent/History.h"
 #include "agent/KernelView.h"
+#include "agent/Machine.h"
 #include "agent/Punctuality.h"
 #include "agent/Settings.h"
 #include "agent/Traffic.h"
@@ -22,6 +23,7 @@ struct Observed {
   Drops const& drops;
   History const& history;
   Punctuality const& punctuality;
+  LinkReports links;
   double startTime = 0;  ///< when the agent started, on its clock
 
   std::vector<ControlStatus> controls = {};  ///< of each control socket that is open

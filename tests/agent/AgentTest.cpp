@@ -31,6 +31,12 @@ class FakeMachine final : public agent::Machine {
     ++openings;
   }
   void close(std::string const& name) override { opened.erase(name); }
+  void neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) override {
+    neighbors[name] = addresses;
+    ++neighborChanges;
+  }
+  agent::LinkReports linkReports() override { return reports; }
+  void clearReports() override { reports.clear(); }
   bool send(Lanet::IntfId const& intfId, std::span<Zet::U8 const> packet) override {
     auto ip = pimbsr::wire::parseIpv4(packet);
     auto hello = pimbsr::wire::decodeHello(ip->payload, ip->source, ip->destination);
@@ -54,6 +60,9 @@ class FakeMachine final : public agent::Machine {
   agent::KernelView view;
   std::set<std::string> opened;
   std::vector<std::string> farewells;
+  std::map<std::string, std::vector<Lanet::IpAddr>> neighbors;
+  agent::LinkReports reports;
+  int neighborChanges = 0;
   int openings = 0;
   int lastIndex = 0;
   bool refuses = false;
@@ -222,6 +231,45 @@ TEST_F(AgentTest, PacketIsCountedAndARefusedOneNoted) {
   EXPECT_EQ(observed.punctuality.count(), 0u);
   agent.clearDrops();
   EXPECT_TRUE(observed.drops.rows().empty());
+}
+
+TEST_F(AgentTest, AddressesOfNeighborsReachTheSystemOnceTheyChange) {
+  auto neighborsOf = [&](std::string const& name) {
+    std::vector<std::string> texts;
+    for (Lanet::IpAddr one : machine.neighbors[name]) texts.emplace_back(one.stringValue().view());
+    return texts;
+  };
+  auto hear = [&](char const* source, Zet::U16 holdtime, std::vector<Lanet::IpGenAddr> const& secondary) {
+    std::vector<Zet::U8> payload;
+    pimbsr::wire::encodeHello({.holdtime = holdtime, .generationId = 7, .addressList = secondary}, payload);
+    std::vector<Zet::U8> bytes;
+    ASSERT_TRUE(
+        pimbsr::wire::encodeIpv4({addr(source).v4Addr(), addr("224.0.0.13").v4Addr()}, payload, bytes));
+    agent.receive("eth0", bytes);
+  };
+  hear("192.0.2.7", 105, {addr("192.0.2.1")});
+  hear("192.0.2.5", 105, {});
+  EXPECT_THAT(neighborsOf("eth0"), ElementsAre("192.0.2.5", "192.0.2.7", "192.0.2.1"));
+  int changes = machine.neighborChanges;
+  hear("192.0.2.7", 105, {addr("192.0.2.1")});
+  hear("192.0.2.5", 50, {});
+  EXPECT_EQ(machine.neighborChanges, changes) << "a Hello that changes no address costs nothing";
+  hear("192.0.2.7", 105, {addr("192.0.2.2")});
+  EXPECT_THAT(neighborsOf("eth0"), ElementsAre("192.0.2.5", "192.0.2.7", "192.0.2.2"));
+  hear("192.0.2.7", 0, {});
+  EXPECT_THAT(neighborsOf("eth0"), ElementsAre("192.0.2.5"));
+  machine.link("eth0").index = 99;
+  agent.kernelChanged({});
+  EXPECT_THAT(neighborsOf("eth0"), IsEmpty()) << "an interface that is opened anew has no neighbors yet";
+}
+
+TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {
+  settings.screening.packetsPerSecond = 2;
+  follow();
+  std::vector<Zet::U8> const packet(20);
+  EXPECT_TRUE(agent.receive("eth0", packet));
+  EXPECT_TRUE(agent.receive("eth0", packet)) << "what is malformed is no reason to rest";
+  EXPECT_FALSE(agent.receive("eth0", packet));
 }
 
 TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnChance) {

@@ -42,6 +42,7 @@ class ObservedRouter : public testing::Test {
   pimbsr::agent::Drops drops;
   pimbsr::agent::History history;
   pimbsr::agent::Punctuality punctuality;
+  pimbsr::agent::LinkReports links;
   pimbsr::host::ConfigTree tree;
   std::unique_ptr<pimbsr::host::Router> router;
   std::unique_ptr<pimbsr::host::Observer> observer;

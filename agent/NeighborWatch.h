@@ -1,0 +1,34 @@
+#pragma once
+
+#include <set>
+#include <vector>
+
+#include "model/Lanet.h"
+#include "model/Pim.h"
+#include "runtime/Ptr.h"
+
+namespace pimbsr::agent {
+
+/// Follows which neighbors there are on the interfaces of PIM's status tree. A change costs as much as the
+/// number of addresses that it concerns; without one it costs nothing.
+class NeighborWatch {
+ public:
+  /// Holds the status tree. What is there already counts as changed.
+  explicit NeighborWatch(Zet::Ptr<Routing::Pim::Status const> const& status);
+  ~NeighborWatch();
+  NeighborWatch(NeighborWatch const&) = delete;
+  NeighborWatch& operator=(NeighborWatch const&) = delete;
+
+  /// The interfaces of which neighbors, or addresses of neighbors, came or went since the last call; also
+  /// those that came themselves.
+  std::set<Lanet::IntfId> takeChanged();
+  /// The IPv4 addresses of an interface's neighbors: first the primary ones, then the secondary ones, each
+  /// sorted; none for an interface that is unknown.
+  std::vector<Lanet::IpAddr> addressesOf(Lanet::IntfId const& intfId) const;
+
+ private:
+  class Tree;
+  Zet::Ptr<Tree> tree_;
+};
+
+}  // namespace pimbsr::agent
