@@ -113,10 +113,19 @@ static Json dropJson(Observed const& observed, DropKey const& key, DropRow const
             {"message", summaryOf(key.kind, row.last)}}}};
 }
 
+/// Packets of all interfaces that found a receive buffer full.
+static U64 lostInKernel(Observed const& observed) {
+  U64 lost = 0;
+  for (auto const& [intf, report] : observed.links) {
+    for (auto const& [kind, counts] : report.queues) lost += counts.lost;
+  }
+  return lost;
+}
+
 Json showDrops(Observed const& observed) {
   Json drops = Json::array();
   for (auto const& [key, row] : observed.drops.rows()) drops.push_back(dropJson(observed, key, row));
-  return {{"drops", drops}};
+  return {{"drops", drops}, {"kernelLost", lostInKernel(observed)}};
 }
 
 // Control sockets ---------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <set>
 
+#include "agent/Names.h"
 #include "agent/ViewParts.h"
 #include "host/Machines.h"
 
@@ -89,6 +90,21 @@ static Json pimJson(Observed const& observed, KernelLink const* link, Ptr<Intf c
           {"generationId", hello ? Json(hello->generationId()) : Json()}};
 }
 
+/// How packets of an interface, or of all by single addresses, came and went.
+static Json reportJson(Observed const& observed, std::string const& name) {
+  Json queues = Json::array();
+  auto found = observed.links.find(name);
+  if (found == observed.links.end()) return {{"queues", queues}, {"lastSendError", nullptr}};
+  LinkReport const& report = found->second;
+  for (auto const& [kind, counts] : report.queues) {
+    queues.push_back({{"kind", keyOf(kind)},
+                      {"queues", counts.queues},
+                      {"received", counts.received},
+                      {"lost", counts.lost}});
+  }
+  return {{"queues", queues}, {"lastSendError", report.sendError.empty() ? Json() : Json(report.sendError)}};
+}
+
 static Json interfaceJson(Observed const& observed, std::string const& name,
                           InterfaceSettings const& settings) {
   KernelLink const* link = linkOf(observed, name);
@@ -101,6 +117,7 @@ static Json interfaceJson(Observed const& observed, std::string const& name,
   auto traffic = observed.traffic.byInterface().find(name);
   bool isQuiet = traffic == observed.traffic.byInterface().end();
   json["traffic"] = jsonOf(isQuiet ? InterfaceCounts() : traffic->second);
+  json.update(reportJson(observed, name));
   return json;
 }
 
@@ -109,7 +126,7 @@ Json showInterfaces(Observed const& observed) {
   for (auto const& [name, settings] : observed.settings.interfaces) {
     interfaces.push_back(interfaceJson(observed, name, settings));
   }
-  return {{"interfaces", interfaces}};
+  return {{"interfaces", interfaces}, {"unicast", reportJson(observed, "")}};
 }
 
 // Borders -----------------------------------------------------------------------------------------------

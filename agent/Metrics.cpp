@@ -137,6 +137,17 @@ void addDrops(Families& families, Observed const& observed) {
   }
 }
 
+void addKernelLosses(Families& families, Observed const& observed) {
+  Family losses(
+      families, MetricType::Counter, "kernel_lost_packets_total",
+      "Packets that found the receive buffer of their queue full. Those to single addresses have an "
+      "empty interface.");
+  for (auto const& [intf, report] : observed.links) {
+    for (auto const& [kind, counts] : report.queues)
+      losses.add(counts.lost, {{"interface", intf}, {"queue", std::string(keyOf(kind))}});
+  }
+}
+
 void addNeighbors(Families& families, Observed const& observed) {
   std::map<std::string, U64> counts;
   for (auto intf = observed.router.pimStatus()->pimIntfIterator(); intf; ++intf) {
@@ -209,6 +220,7 @@ std::string metricsText(Observed const& observed) {
   addZones(families, observed);
   addMessages(families, observed);
   addDrops(families, observed);
+  addKernelLosses(families, observed);
   addNeighbors(families, observed);
   addControls(families, observed);
   addProcess(families, observed);

@@ -23,4 +23,19 @@ std::string_view keyOf(MessageKind kind) {
   }
 }
 
+std::string_view keyOf(QueueKind kind) {
+  switch (kind) {
+    case QueueKind::neighbor:
+      return "neighbor";
+    case QueueKind::shared:
+      return "shared";
+    case QueueKind::hello:
+      return "hello";
+    case QueueKind::unicast:
+      return "unicast";
+    default:
+      return "other";
+  }
+}
+
 }  // namespace pimbsr::agent

@@ -3,6 +3,7 @@
 #include <array>
 #include <string_view>
 
+#include "agent/QueueSet.h"
 #include "host/Reception.h"
 
 namespace pimbsr::agent {
@@ -15,5 +16,9 @@ inline constexpr std::array messageKinds = {host::MessageKind::bootstrap, host::
 /// The stable name of a kind of message in JSON and metrics: "bsm", "crpAdv", "hello", "other", "malformed",
 /// "notPim" or "unread".
 std::string_view keyOf(host::MessageKind kind);
+
+/// The stable name of a kind of receive queue in JSON and metrics: "neighbor", "shared", "hello", "other" or
+/// "unicast".
+std::string_view keyOf(QueueKind kind);
 
 }  // namespace pimbsr::agent

@@ -78,7 +78,15 @@ void writeCounters(std::ostream& out, Json const& view) {
 
 // Refused messages ------------------------------------------------------------------------------------
 
+static void writeKernelLosses(std::ostream& out, Json const& lost) {
+  if (lost == 0) return;
+  out << fmt::format(
+      "The kernel lost {} whose receive buffer was full; \"pimbsr show interfaces\" has the queues.\n",
+      countOf(lost, "packet"));
+}
+
 void writeDrops(std::ostream& out, Json const& view) {
+  writeKernelLosses(out, view.value("kernelLost", Json(0)));
   std::map<std::string, std::string> sentences;
   Table table({"reason", "interface", "zone", "count", "last", "from", "last message"});
   for (Json const& drop : view.at("drops")) {

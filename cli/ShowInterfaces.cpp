@@ -46,6 +46,29 @@ static std::array<Zet::U64, 4> sumOf(Json const& kinds) {
   return sum;
 }
 
+/// Receive queues, and why packets couldn't be sent, of one interface. An agent of an earlier version sends
+/// neither.
+static void addReport(Table& queues, Table& errors, std::string const& name, Json const& report) {
+  std::string first = name;
+  for (Json const& queue : report.value("queues", Json::array())) {
+    queues.add({std::exchange(first, ""), textOf(queue.at("kind")), textOf(queue.at("queues")),
+                textOf(queue.at("received")), textOf(queue.at("lost"))});
+  }
+  Json error = report.value("lastSendError", Json());
+  if (!error.is_null()) errors.add({name, textOf(error)});
+}
+
+static void writeReports(std::ostream& out, Json const& view) {
+  Table queues({"interface", "queue", "open", "received", "lost in the kernel"});
+  Table errors({"interface", "last error"});
+  for (Json const& i : view.at("interfaces")) addReport(queues, errors, textOf(i.at("interface")), i);
+  addReport(queues, errors, "any", view.value("unicast", Json::object()));
+  out << (queues.empty() ? "" : "\nReceive queues\n");
+  if (!queues.empty()) queues.write(out, 2);
+  out << (errors.empty() ? "" : "\nPackets not sent\n");
+  if (!errors.empty()) errors.write(out, 2);
+}
+
 void writeInterfaces(std::ostream& out, Json const& view) {
   Json const& interfaces = view.at("interfaces");
   if (interfaces.empty()) {
@@ -66,6 +89,7 @@ void writeInterfaces(std::ostream& out, Json const& view) {
   table.write(out, 2);
   out << "\nPackets\n";
   packets.write(out, 2);
+  writeReports(out, view);
 }
 
 // Borders ---------------------------------------------------------------------------------------------

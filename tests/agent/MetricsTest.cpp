@@ -43,7 +43,7 @@ TEST_F(MetricsTest, EveryMetricHasHelpTypeAndPrefix) {
       EXPECT_TRUE(line.starts_with(name)) << line;
     }
   }
-  EXPECT_EQ(metrics, 20);
+  EXPECT_EQ(metrics, 21);
 }
 
 TEST_F(MetricsTest, ElectionsAndChurnAreCountedByZone) {
@@ -112,6 +112,15 @@ TEST_F(MetricsTest, DropsOfAllZonesAndInterfacesAddUp) {
     receive("eth1", packetOf(bsm));
   }
   EXPECT_EQ(sample(R"(pimbsr_drops_total{reason="own-address",kind="bsm"})"), "4");
+}
+
+TEST_F(MetricsTest, KernelLossesAreCountedByQueue) {
+  using pimbsr::agent::QueueKind;
+  links["eth0"].queues = {{QueueKind::neighbor, {.lost = 3}}, {QueueKind::hello, {}}};
+  links[""].queues = {{QueueKind::unicast, {.lost = 7}}};
+  EXPECT_EQ(sample(R"(pimbsr_kernel_lost_packets_total{interface="eth0",queue="neighbor"})"), "3");
+  EXPECT_EQ(sample(R"(pimbsr_kernel_lost_packets_total{interface="eth0",queue="hello"})"), "0");
+  EXPECT_EQ(sample(R"(pimbsr_kernel_lost_packets_total{interface="",queue="unicast"})"), "7");
 }
 
 TEST_F(MetricsTest, ZonesWithoutARowOfTheirOwnAreOther) {

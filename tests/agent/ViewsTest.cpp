@@ -268,8 +268,12 @@ TEST_F(ViewsTest, NeighborsAreToldByInterfaceAndAddress) {
 }
 
 TEST_F(ViewsTest, InterfaceIsToldWithItsLinkAndItsPackets) {
+  using pimbsr::agent::QueueKind;
   receive("eth1", helloFrom("198.51.100.200", 1));
   run(6);
+  links["eth1"] = {
+      .queues = {{QueueKind::neighbor, {.queues = 1, .received = 1, .lost = 2}}, {QueueKind::shared, {}}},
+      .sendError = "Network is down"};
   Json eth1 = view("interfaces")["interfaces"][1];
   Zet::U32 generation = router->hello(intf("eth1"))->generationId();
   EXPECT_GT(eth1["nextHello"], 0.0);
@@ -278,7 +282,19 @@ TEST_F(ViewsTest, InterfaceIsToldWithItsLinkAndItsPackets) {
     "addresses": ["198.51.100.9/24", "198.51.100.10/24"], "mtu": 9000, "drPriority": 7, "helloInterval": 30,
     "dr": "198.51.100.9", "ownDr": true, "neighbors": 1, "generationId": )" +
                    std::to_string(generation) +
-                   R"(, "traffic": {"hello": {"received": 1, "refused": 0, "sent": 0, "sendFailed": 0}}})");
+                   R"(, "traffic": {"hello": {"received": 1, "refused": 0, "sent": 0, "sendFailed": 0}},
+    "queues": [{"kind": "neighbor", "queues": 1, "received": 1, "lost": 2},
+               {"kind": "shared", "queues": 0, "received": 0, "lost": 0}],
+    "lastSendError": "Network is down"})");
+}
+
+TEST_F(ViewsTest, QueueOfPacketsToSingleAddressesBelongsToNoInterface) {
+  using pimbsr::agent::QueueKind;
+  links[""].queues[QueueKind::unicast] = {.queues = 1, .received = 3, .lost = 4};
+  links["eth0"].queues[QueueKind::other] = {.queues = 1, .lost = 5};
+  expect(view("interfaces")["unicast"], R"({"queues": [{"kind": "unicast", "queues": 1, "received": 3,
+    "lost": 4}], "lastSendError": null})");
+  EXPECT_EQ(view("drops")["kernelLost"], 9);
 }
 
 TEST_F(ViewsTest, InterfaceThatIsNotThereIsMissingAndOneWithoutCarrierIsDown) {
@@ -347,7 +363,8 @@ TEST_F(ViewsTest, DropsTellTheLastMessage) {
     "sentence": "The message was sent from one of this router's own addresses.", "kind": "bsm",
     "interface": "eth0", "zone": "239.1.0.0/16", "count": 1, "last": {"ago": 3.5, "sender": "192.0.2.9",
     "destination": "224.0.0.13",
-    "message": "BSM of 10.0.0.1, priority 10, hash mask length 30, tag 0x0001, 1 group range"}}]})");
+    "message": "BSM of 10.0.0.1, priority 10, hash mask length 30, tag 0x0001, 1 group range"}}],
+    "kernelLost": 0})");
 }
 
 TEST_F(ViewsTest, DropsBeyondTheBoundAreOfOtherZones) {

@@ -247,6 +247,37 @@ Packets
   EXPECT_EQ(shown("interfaces", R"({"interfaces": []})"), "\nNo interface is configured to speak PIM.\n");
 }
 
+TEST(ShowTablesTest, InterfacesShowTheirReceiveQueuesAndWhatCouldNotBeSent) {
+  EXPECT_EQ(shown("interfaces", R"({"interfaces": [
+    {"interface": "eth0", "state": "up", "address": "192.0.2.9", "addresses": ["192.0.2.9/24"], "mtu": 1500,
+     "drPriority": 1, "helloInterval": 30, "dr": "192.0.2.9", "ownDr": true, "neighbors": 1,
+     "nextHello": 18.0, "generationId": 65538, "traffic": {},
+     "queues": [{"kind": "neighbor", "queues": 2, "received": 70, "lost": 0},
+                {"kind": "other", "queues": 1, "received": 9, "lost": 12345}],
+     "lastSendError": "Network is unreachable"}],
+    "unicast": {"queues": [{"kind": "unicast", "queues": 1, "received": 5, "lost": 0}],
+     "lastSendError": null}})"),
+            R"(
+Interfaces that speak PIM (the highest DR priority wins, then the highest address)
+  interface  state  address     MTU  DR                       own DR priority  neighbours  next Hello
+  eth0       up     192.0.2.9  1500  192.0.2.9 (this router)                1           1      18.0 s
+
+Packets
+  interface  received  refused  sent  not sent
+  eth0              0        0     0         0
+
+Receive queues
+  interface  queue     open  received  lost in the kernel
+  eth0       neighbor     2        70                   0
+             other        1         9               12345
+  any        unicast      1         5                   0
+
+Packets not sent
+  interface  last error
+  eth0       Network is unreachable
+)");
+}
+
 TEST(ShowTablesTest, BordersAreToldByInterface) {
   EXPECT_EQ(shown("borders", R"({"borders": [
     {"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["sites", "lab"],
@@ -350,6 +381,9 @@ Why
   checksum     The PIM checksum is wrong.
   own-address  It is our own.
 )");
+  EXPECT_EQ(shown("drops", R"({"drops": [], "kernelLost": 1})"),
+            "\nThe kernel lost 1 packet whose receive buffer was full; \"pimbsr show interfaces\" has the "
+            "queues.\nNo message was refused since the last clear.\n");
   EXPECT_EQ(shown("drops", R"({"drops": []})"), "\nNo message was refused since the last clear.\n");
 }
 
