@@ -18,7 +18,7 @@ if(support)
 endif()
 
 file(GLOB test_sources RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS tests/*/*.cpp)
-list(FILTER test_sources EXCLUDE REGEX "^support/")
+list(FILTER test_sources EXCLUDE REGEX "^support/|^attack/flood\\.cpp$")
 if(NOT PIMBSR_METER)
   list(FILTER test_sources EXCLUDE REGEX "CostTest\\.cpp$")
 endif()
@@ -87,6 +87,15 @@ if(TARGET pimbsr-command)
     set_tests_properties(lab-${story} PROPERTIES LABELS lab TIMEOUT 300 SKIP_RETURN_CODE 77
       ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
   endforeach()
+endif()
+
+# Sends the packets of attacks.
+if(TARGET pimbsr-command)
+  file(GLOB flood_sources CONFIGURE_DEPENDS tests/attack/*.cpp)
+  list(FILTER flood_sources EXCLUDE REGEX "Test\\.cpp$")
+  add_executable(attack-flood ${flood_sources})
+  target_include_directories(attack-flood PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(attack-flood PRIVATE pimbsr-host CLI11::CLI11)
 endif()
 
 # An embedder's program, built and run against the installed tree.
