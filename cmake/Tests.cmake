@@ -51,9 +51,9 @@ foreach(room ${test_rooms})
 endforeach()
 
 file(GLOB python_tests RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS
-  tests/tidy/*.py tests/zetc/*_test.py tests/lab/*_unit_test.py)
+  tests/tidy/*.py tests/zetc/*_test.py tests/lab/*_unit_test.py tests/attack/*_unit_test.py)
 foreach(file ${python_tests})
-  string(REGEX REPLACE "^(tidy|lab)/|\\.py$" "" name ${file})
+  string(REGEX REPLACE "^(tidy|lab|attack)/|\\.py$" "" name ${file})
   string(REGEX REPLACE "[/_]" "-" name ${name})
   add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/${file})
   set_tests_properties(${name} PROPERTIES LABELS script TIMEOUT 300)
@@ -89,13 +89,23 @@ if(TARGET pimbsr-command)
   endforeach()
 endif()
 
-# Sends the packets of attacks.
+# Attacks on a router on the real kernel, one after the other, since they measure. `attack-flood` sends.
 if(TARGET pimbsr-command)
   file(GLOB flood_sources CONFIGURE_DEPENDS tests/attack/*.cpp)
   list(FILTER flood_sources EXCLUDE REGEX "Test\\.cpp$")
   add_executable(attack-flood ${flood_sources})
   target_include_directories(attack-flood PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(attack-flood PRIVATE pimbsr-host CLI11::CLI11)
+  file(STRINGS tests/attack/attack_test.py attacks REGEX "^    def test_")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS tests/attack/attack_test.py)
+  foreach(attack ${attacks})
+    string(REGEX REPLACE "^    def test_([a-z_]+).*" "\\1" attack ${attack})
+    add_test(NAME attack-${attack}
+      COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/attack/attack_test.py
+      $<TARGET_FILE:pimbsr-command> $<TARGET_FILE:attack-flood> ${attack})
+    set_tests_properties(attack-${attack} PROPERTIES LABELS attack TIMEOUT 300 SKIP_RETURN_CODE 77
+      RUN_SERIAL ON ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+  endforeach()
 endif()
 
 # An embedder's program, built and run against the installed tree.

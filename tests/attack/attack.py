@@ -1,0 +1,125 @@
+"""What the attacks share: senders of packets, clients of the control socket, and the costs for a router."""
+
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import time
+
+LAB = pathlib.Path(__file__).resolve().parents[1] / "lab"
+sys.path.insert(0, str(LAB))
+
+from lab import LabFault  # noqa: E402
+
+CLIENTS = pathlib.Path(__file__).with_name("clients.py")
+COLUMNS = (("attack", "attack", "{}"), ("rate", "packets/s", "{:,.0f}"), ("megabytes", "MB", "{:,.1f}"),
+           ("cpu", "CPU %", "{:.0f}"), ("rss", "RSS +MiB", "{:.1f}"), ("late", "timers late ms", "{:.1f}"),
+           ("systemLate", "system late ms", "{:.1f}"), ("lost", "honest lost", "{}"), ("note", "note", "{}"))
+
+
+class Bounds:
+    """What an attack may cost at most. A sanitized build is several times slower and keeps freed memory."""
+
+    def __init__(self, command):
+        self.sanitized = b"__asan_init" in pathlib.Path(command).read_bytes()
+        self.lateness = 0.5 if self.sanitized else 0.02  # seconds, besides what the system itself delays
+        self.rss = 256 << 20 if self.sanitized else 32 << 20  # bytes, growth during one attack
+
+
+class Flood:
+    """A sender in the namespace of a router, which has prepared its packets when this returns."""
+
+    program = ""
+
+    def __init__(self, router, interface, kind, **options):
+        words = ["ip", "netns", "exec", router.namespace, self.program, interface, kind]
+        for name, value in options.items():
+            words += [f"--{name}", str(value)]
+        self.process = subprocess.Popen(words, stdout=subprocess.PIPE, text=True)
+        if not self.process.stdout.readline():
+            raise LabFault(f"{' '.join(words)} ended with {self.process.wait()}")
+
+    def result(self):
+        """Waits for the end; returns `packets`, `bytes`, `seconds` and `worstLateness`."""
+        output, _ = self.process.communicate()
+        if self.process.returncode != 0:
+            raise LabFault(f"a sender ended with {self.process.returncode}")
+        return json.loads(output)
+
+    def close(self):
+        end(self.process)
+
+
+class Clients:
+    """Clients of a control socket that belong to a user, 0 for root, for so many seconds."""
+
+    def __init__(self, path, kind, count, seconds, user=0):
+        words = [sys.executable, "-B", CLIENTS, path, kind, count, seconds, user]
+        self.process = subprocess.Popen(list(map(str, words)), stdout=subprocess.PIPE, text=True)
+        self.process.stdout.readline()
+
+    def result(self):
+        """Waits for the end; returns what clients of the kind `ask` have found."""
+        output, _ = self.process.communicate()
+        return json.loads(output)
+
+    def close(self):
+        end(self.process)
+
+
+def end(process):
+    """Ends a process that may have ended already."""
+    process.kill()
+    process.wait()
+    process.stdout.close()
+
+
+def cpu_seconds(pid):
+    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()
+    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+
+def rss_of(pid):
+    lines = pathlib.Path(f"/proc/{pid}/status").read_text().splitlines()
+    return next(int(line.split()[1]) << 10 for line in lines if line.startswith("VmRSS:"))
+
+
+class Meter:
+    """What an attack costs a router, from the construction to `row`. A sender that sends nothing measures how
+    late the system itself wakes a process meanwhile."""
+
+    def __init__(self, router, seconds):
+        self.router, self.pid = router, router.agent.process.pid
+        router.command("clear", "counters")
+        self.idle = Flood(router, "lo", "none", seconds=seconds)
+        self.start, self.cpu, self.rss = time.monotonic(), cpu_seconds(self.pid), rss_of(self.pid)
+
+    def row(self, name, sent=(), lost=None, note=""):
+        """The costs as a row of the table. `sent` holds results of senders."""
+        took = time.monotonic() - self.start
+        cpu, rss = cpu_seconds(self.pid) - self.cpu, rss_of(self.pid) - self.rss
+        late = self.router.show("counters")["timers"]["worstLateness"]
+        return {"attack": name, "rate": sum(one["packets"] / one["seconds"] for one in sent),
+                "megabytes": sum(one["bytes"] for one in sent) / 1e6, "cpu": 100 * cpu / took,
+                "rss": rss / (1 << 20), "late": 1e3 * late,
+                "systemLate": 1e3 * self.idle.result()["worstLateness"],
+                "lost": "" if lost is None else lost, "note": note}
+
+
+def table_of(rows):
+    """The rows as text, a line each below the titles."""
+    cells = [[title for _, title, _ in COLUMNS]]
+    for row in rows:
+        cells.append([pattern.format(row[key]) for key, _, pattern in COLUMNS])
+    widths = [max(map(len, column)) for column in zip(*cells)]
+    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip()
+                     for line in cells)
+
+
+def counter(router, name):
+    return next(one["value"] for one in router.show("counters")["counters"] if one["name"] == name)
+
+
+def mac_of(router, interface):
+    return json.loads(router.ip("-j", "link", "show", interface))[0]["address"]

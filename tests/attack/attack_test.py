@@ -1,0 +1,338 @@
+"""Attacks on routers on the real kernel: what a stranger on a link, a neighbor gone bad, a host that reaches
+the BSR and a member of the control group can send, and what must hold meanwhile.
+
+Usage: attack_test.py PIMBSR FLOOD [ATTACK...]. PIMBSR_ATTACK=full plays each at full length. Each prints a
+row of what it cost the router, and appends it as JSON to the file PIMBSR_ATTACK_ROWS. Where no lab can run it
+exits with 77, or, if PIMBSR_LAB_REQUIRED is set, with 1."""
+
+import json
+import os
+import signal
+import sys
+import time
+import unittest
+
+from attack import Bounds, Clients, Flood, Meter, counter, mac_of, rss_of, table_of
+
+from lab import SKIPPED, Lab, wait_until, why_not  # attack.py has set the path
+from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end_for, neighbors_of, rps_of,
+                      wait_all)
+
+# Seconds of attack: the short form, 60 in total, and the full one.
+LENGTHS = {"chosen_rps": (6, 120), "chosen_ranges": (6, 120), "advertisements_worst": (4, 120),
+           "advertisements_best": (4, 120), "advertisements_alternating": (4, 120), "slow_flood": (4, 60),
+           "fast_flood": (5, 60), "neighbor_flood": (4, 60), "control_idle": (2, 60), "control_half": (2, 60),
+           "control_unread": (2, 60), "control_watch": (2, 60), "control_connect": (1, 60), "zones": (1, 60),
+           "fragments": (1, 60), "rp_churn": (1, 60), "restarts": (1, 60), "goodbyes": (1, 60),
+           "mutations": (1, 60), "garbage": (1, 60), "mixed": (7, 1200)}
+RANGE = "239.1.0.0/16"
+HONEST = "10.0.1.50"  # a neighbor whose messages are counted
+BAD = "10.0.1.60"  # a neighbor gone bad
+STRANGER = "10.0.1.100"  # the first of a hundred addresses that are no neighbor's
+FAST = 400000
+# Attacks of a neighbor, each with its kind of packets: thousands of scope zones; first fragments whose rest
+# never comes; RPs that come and go with each round; a Generation ID that changes with each Hello; neighbors
+# of a hundred addresses that come and go; mutated messages; random bytes as fast as possible.
+OTHER_FLOODS = {"zones": ("zones", {"rate": 1000, "count": 4000}),
+                "fragments": ("fragments", {"rate": 1000, "count": 4000}),
+                "rp_churn": ("rp-churn", {"rate": 500, "count": 1000}),
+                "restarts": ("restarts", {"rate": 1000, "count": 4000, "holdtime": 105}),
+                "goodbyes": ("goodbyes", {"rate": 1000, "source": STRANGER, "sources": 100, "holdtime": 105}),
+                "mutations": ("mutations", {"rate": 8000, "count": 8000, "sources": 20}),
+                "garbage": ("garbage", {"rate": FAST, "count": 8000})}
+COMMAND = ""
+
+
+def seconds_of(attack):
+    return LENGTHS[attack][1 if os.environ.get("PIMBSR_ATTACK") == "full" else 0]
+
+
+class AttackTest(unittest.TestCase):
+    def setUp(self):
+        self.bounds = Bounds(COMMAND)
+        self.running = []
+
+    def lab(self, clock_rate=1):
+        lab = Lab(COMMAND, clock_rate=clock_rate)
+        self.addCleanup(self.end, lab)
+        return lab
+
+    def end(self, lab):
+        for one in self.running:
+            one.close()
+        failed = any(fault for _, fault in self._outcome.result.failures + self._outcome.result.errors)
+        try:
+            if failed:
+                lab.tell()
+        finally:
+            lab.close()
+
+    def meter(self, router, seconds):
+        meter = Meter(router, seconds)
+        self.running.append(meter.idle)
+        return meter
+
+    def flood(self, router, interface, kind, **options):
+        self.running.append(Flood(router, interface, kind, **options))
+        return self.running[-1]
+
+    def clients(self, *words, **options):
+        self.running.append(Clients(*words, **options))
+        return self.running[-1]
+
+    def report(self, row):
+        """Prints a row and checks what holds for every attack: timers are on time and memory is flat."""
+        print("\n" + table_of([row]))
+        if file := os.environ.get("PIMBSR_ATTACK_ROWS"):
+            with open(file, "a") as out:
+                out.write(json.dumps(row) + "\n")
+        self.assertLess(row["late"], 1e3 * self.bounds.lateness + row["systemLate"], "timers are on time")
+        self.assertLess(row["rss"], self.bounds.rss >> 20, "memory is flat")
+
+    def neighbor(self, router, interface, address, seconds, rate=1):
+        """Has a neighbor with that address send Hellos."""
+        return self.flood(router, interface, "hellos", source=address, holdtime=5, rate=rate, seconds=seconds)
+
+    # Chosen keys -------------------------------------------------------------------------------------
+
+    def play_chosen(self, attack, kind, count, bits):
+        """A BSR names so many keys that share a bucket; timers stay on time, and when it ends another router
+        is elected. The clock runs ten times as fast."""
+        lab, seconds = self.lab(clock_rate=10), seconds_of(attack)
+        (r1, r2), _ = lab.chain("r1", "r2")
+        r1.config("[interface.eth-r2]\nhello-interval = 1\n")
+        timers = "[timers]\nhold-time = 30\n"
+        r1.config(candidate_bsr(priority=50, interval=10) + timers)
+        r2.config(timers)
+        for router, interface in ((r1, "eth-r2"), (r2, "eth-r1")):
+            router.amend(interface, "hello-interval = 1")
+        lab.start()
+        wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1")
+        self.neighbor(r1, "eth-r2", BAD, seconds + 60, rate=10)
+        wait_until(lambda: BAD in neighbors_of(r2), "the attacker is a neighbor")
+        flood = self.flood(r1, "eth-r2", kind, source=BAD, bsr=BAD, priority=200, count=count, bits=bits,
+                           holdtime=40000, rate=100, seconds=seconds)
+        meter = self.meter(r2, seconds + 4)
+        wait_all((r2,), bsr_of, BAD, "r2 follows the attacker")
+        sent = flood.result()
+        wait_all((r2,), bsr_of, "10.255.0.1", "r1 is elected again", 15)
+        self.report(meter.row(attack, [sent], note=f"{sum(map(len, rps_of(r2).values()))} RPs kept"))
+
+    def test_chosen_rps(self):
+        """16,000 RPs of one range whose keys share a bucket."""
+        self.play_chosen("chosen_rps", "chosen-rps", 16000, 14)
+
+    def test_chosen_ranges(self):
+        """4,000 ranges whose keys share a bucket."""
+        self.play_chosen("chosen_ranges", "chosen-ranges", 4000, 12)
+
+    # Forged advertisements ---------------------------------------------------------------------------
+
+    def play_advertisements(self, attack, kind, priority, unlisted_stays):
+        """255 forged candidate RPs of one range. Followers keep the range with the listed RP, and with the
+        other honest one unless the forged ones are better; at most one RP changes in a BS_Period of one
+        second, as the clock runs ten times as fast."""
+        lab, seconds = self.lab(clock_rate=10), seconds_of(attack)
+        (r1, r2, r3), _ = lab.chain("r1", "r2", "r3")
+        listed = '[filter]\nrp-lists = ["listed"]\n[access-list.listed]\n' \
+                 'rules = [{action = "permit", prefix = "10.255.0.3/32"}]\n'
+        r1.config(candidate_bsr(interval=10) + listed)
+        r2.config(candidate_rp(groups=[RANGE], priority=10, interval=10))
+        r3.config(candidate_rp(groups=[RANGE], priority=20, interval=10))
+        lab.start()
+        honest = ["10.255.0.2", "10.255.0.3"]
+        wait_all((r2, r3), rps_of, {RANGE: honest}, "all know the honest RPs")
+        r1.route("10.9.0.0/16", "10.0.1.2")
+        meter = self.meter(r1, seconds)
+        flood = self.flood(r2, "eth-r1", kind, destination="10.255.0.1", mac=mac_of(r1, "eth-r2"),
+                           rp="10.9.0.1", range=RANGE, count=255, priority=priority, rate=500,
+                           seconds=seconds)
+        kept = honest if unlisted_stays else honest[1:]
+        gone, before, end = set(), set(), time.monotonic() + seconds
+        while time.monotonic() < end:
+            now = set(rps_of(r3).get(RANGE, ()))
+            self.assertLessEqual(set(kept), now, f"r3 keeps the honest RPs among {len(now)}")
+            gone |= before - now
+            before = now
+        self.report(meter.row(attack, [flood.result()], note=f"{len(before)} RPs, {len(gone)} changed"))
+        self.assertLessEqual(len(gone), seconds + 2, "at most one change in a BS_Period")
+
+    def test_advertisements_worst(self):
+        """Forged candidate RPs of the worst priority."""
+        self.play_advertisements("advertisements_worst", "advertisements", 255, True)
+
+    def test_advertisements_best(self):
+        """Forged candidate RPs of the best priority."""
+        self.play_advertisements("advertisements_best", "advertisements", 0, False)
+
+    def test_advertisements_alternating(self):
+        """Forged candidate RPs whose priority changes with each advertisement."""
+        self.play_advertisements("advertisements_alternating", "alternating-advertisements", 255, False)
+
+    # Floods of Bootstrap Messages --------------------------------------------------------------------
+
+    def play_flood(self, attack, rate, newcomer, **options):
+        """A flood of Bootstrap Messages: of those that a neighbor sends meanwhile none is lost, and a router
+        that starts meanwhile is known after two Hellos."""
+        lab, seconds = self.lab(), seconds_of(attack)
+        (r1, r2), _ = lab.chain("r1", "r2")
+        r2.config()
+        r2.amend("eth-r1", "hello-interval = 1")
+        lab.start()
+        self.neighbor(r1, "eth-r2", HONEST, seconds + 10)
+        self.neighbor(r1, "eth-r2", BAD, seconds + 10)
+        wait_until(lambda: {HONEST, BAD} <= set(neighbors_of(r2)), "the neighbors are known")
+        meter = self.meter(r2, seconds + 1)
+        flood = self.flood(r1, "eth-r2", "bootstraps", count=1000, priority=255, rate=rate,
+                           seconds=seconds, **options)
+        honest = self.flood(r1, "eth-r2", "bootstraps", source=HONEST, bsr=HONEST, count=1000,
+                            rate=50, seconds=seconds - 1)
+        if newcomer:
+            self.flood(r1, "eth-r2", "hellos", source="10.0.1.77", rate=1, seconds=2, most=2).result()
+            wait_until(lambda: "10.0.1.77" in neighbors_of(r2), "the newcomer is known after two Hellos", 2)
+        sent, count = flood.result(), honest.result()["packets"]
+        time.sleep(0.5)
+        lost = count - counter(r2, "rxBsmSuccess")
+        self.report(meter.row(attack, [sent], f"{lost} of {count}"))
+        self.assertEqual(0, lost, "honest messages that were lost")
+        self.assertEqual(HONEST, bsr_of(r2))
+
+    def test_slow_flood(self):
+        """2,000 forged messages a second from addresses that are no neighbor's."""
+        self.play_flood("slow_flood", 2000, True, source=STRANGER, sources=100, bsr=HONEST)
+
+    def test_fast_flood(self):
+        """400,000 forged messages a second from addresses that are no neighbor's."""
+        self.play_flood("fast_flood", FAST, True, source=STRANGER, sources=100, bsr=HONEST)
+
+    def test_neighbor_flood(self):
+        """400,000 messages a second forged from the address of a neighbor; the others lose none."""
+        self.play_flood("neighbor_flood", FAST, False, source=BAD, bsr="10.77.0.1")
+
+    # Other floods ------------------------------------------------------------------------------------
+
+    def test_other_floods(self):
+        """Each of OTHER_FLOODS from a neighbor gone bad: the honest BSR and its RP set stay."""
+        lab = self.lab()
+        (r1, r2), _ = lab.chain("r1", "r2")
+        r1.config(candidate_bsr(interval=10) + candidate_rp(interval=10))
+        r2.config()
+        r2.amend("eth-r1", "hello-interval = 1")
+        lab.start()
+        wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 knows the RP", 90)
+        self.neighbor(r1, "eth-r2", BAD, 120 + sum(map(seconds_of, OTHER_FLOODS)))
+        for attack, (kind, options) in OTHER_FLOODS.items():
+            with self.subTest(attack):
+                self.play_kind(attack, kind, r1, r2, options)
+
+    def play_kind(self, attack, kind, sender, router, options):
+        seconds = seconds_of(attack)
+        wait_until(lambda: BAD in neighbors_of(router), "the attacker is a neighbor")
+        router.command("clear", "drops")
+        meter = self.meter(router, seconds)
+        terms = {"source": BAD, "bsr": BAD, "range": "239.6.0.0/16", "seconds": seconds, **options}
+        sent = self.flood(sender, "eth-r2", kind, **terms).result()
+        drops = sorted(drops_of(router).items(), key=lambda row: -row[1])
+        note = ", ".join(f"{count} {reason}" for reason, count in drops[:2])
+        self.report(meter.row(attack, [sent], note=note))
+        self.assertEqual(("10.255.0.1", ["10.255.0.1"]), (bsr_of(router), rps_of(router)[GLOBAL]))
+
+    # Control socket ----------------------------------------------------------------------------------
+
+    def play_control(self, attack, kind, count):
+        """Clients of one user misbehave: another user and root get each answer within a second."""
+        lab, seconds = self.lab(), seconds_of(attack)
+        r1 = lab.router("r1")
+        r1.loopback("10.255.0.1")
+        r1.start()
+        for folder in (lab.folder, r1.folder):
+            folder.chmod(0o755)
+        meter = self.meter(r1, seconds)
+        self.clients(r1.socket, kind, count, seconds + 15, user=5001)
+        time.sleep(0.3)
+        others = [self.clients(r1.socket, "ask", 1, seconds, user=user) for user in (0, 5002)]
+        found = [other.result() for other in others]
+        self.running[1].close()
+        time.sleep(0.2)
+        worst, failed = max(one["worst"] for one in found), sum(one["failed"] for one in found)
+        asked = sum(one["asked"] for one in found)
+        self.report(meter.row(attack, note=f"{failed} of {asked} failed, the latest after {worst:.3f} s"))
+        self.assertEqual(0, failed, "requests of others that were not answered")
+        self.assertLess(worst, 1)
+
+    def test_control_idle(self):
+        """40 connections that send nothing."""
+        self.play_control("control_idle", "idle", 40)
+
+    def test_control_half(self):
+        """40 connections that send half a request."""
+        self.play_control("control_half", "half", 40)
+
+    def test_control_unread(self):
+        """40 connections that read no answer."""
+        self.play_control("control_unread", "unread", 40)
+
+    def test_control_watch(self):
+        """40 connections that watch and read nothing."""
+        self.play_control("control_watch", "watch", 40)
+
+    def test_control_connect(self):
+        """Connections that are closed at once, as fast as possible."""
+        self.play_control("control_connect", "connect", 40)
+
+    # All together ------------------------------------------------------------------------------------
+
+    def mixed_floods(self, r1, seconds):
+        """A flood of strangers, and what a neighbor gone bad can send besides."""
+        zone = {"source": BAD, "bsr": BAD, "seconds": seconds}
+        terms = [("bootstraps", {"source": STRANGER, "sources": 100, "rate": 50000, "bsr": "10.255.0.1",
+                                 "count": 1000, "priority": 255}),
+                 ("bootstraps", {"source": BAD, "rate": 2000, "bsr": "10.77.0.1", "count": 1000}),
+                 ("chosen-rps", {"range": "239.5.0.0/16", "count": 12000, "bits": 14, "rate": 50}),
+                 ("zones", {"rate": 50, "count": 4000}),
+                 ("fragments", {"range": "239.6.0.0/16", "rate": 50, "count": 4000}),
+                 ("rp-churn", {"range": "239.7.0.0/16", "rate": 50, "count": 1000}),
+                 ("restarts", {"rate": 50, "count": 4000, "holdtime": 105}),
+                 ("goodbyes", {"source": STRANGER, "sources": 100, "rate": 100}),
+                 ("mutations", {"rate": 400, "count": 8000}),
+                 ("garbage", {"rate": 2000, "count": 8000, "source": STRANGER})]
+        return [self.flood(r1, "eth-r2", kind, **{**zone, **each}) for kind, each in terms]
+
+    def test_mixed(self):
+        """All of it together: each router follows the honest BSR throughout, and its RPs stay."""
+        lab, seconds = self.lab(), seconds_of("mixed")
+        (r1, r2, r3), _ = lab.chain("r1", "r2", "r3")
+        r1.config(candidate_bsr(interval=10) + candidate_rp(groups=[RANGE], interval=10))
+        r2.config()
+        r3.config(candidate_rp(groups=[RANGE], interval=10))
+        for router, interface in ((r2, "eth-r1"), (r3, "eth-r2")):
+            router.amend(interface, "hello-interval = 1")
+        lab.start()
+        honest = ["10.255.0.1", "10.255.0.3"]
+        wait_all((r1, r2, r3), rps_of, {RANGE: honest}, "all know the RPs", 90)
+        for folder in (lab.folder, r2.folder):
+            folder.chmod(0o755)
+        self.neighbor(r1, "eth-r2", BAD, seconds + 5)
+        wait_until(lambda: BAD in neighbors_of(r2), "the attacker is a neighbor")
+        meter = self.meter(r2, seconds)
+        floods = self.mixed_floods(r1, seconds)
+        self.clients(r2.socket, "half", 40, seconds, user=5001)
+        highest, end = 0, time.monotonic() + seconds
+        while time.monotonic() < end:
+            for router in (r1, r2, r3):
+                self.assertEqual("10.255.0.1", bsr_of(router), f"{router.name} follows the honest BSR")
+                self.assertEqual(honest, rps_of(router).get(RANGE), f"{router.name} knows the honest RPs")
+            highest = max(highest, rss_of(r2.agent.process.pid))
+            time.sleep(0.2)
+        sent = [flood.result() for flood in floods]
+        self.report(meter.row("mixed", sent, note=f"RSS at most {highest >> 20} MiB"))
+
+
+if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, end_for)
+    COMMAND, Flood.program = sys.argv[1], sys.argv[2]
+    if reason := why_not():
+        print(f"skipped: {reason}")
+        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
+    attacks = [f"AttackTest.test_{attack}" for attack in sys.argv[3:]]
+    unittest.main(argv=[sys.argv[0], *attacks], verbosity=2)

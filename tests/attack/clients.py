@@ -1,0 +1,99 @@
+"""Clients of a control socket that misbehave, and one that doesn't.
+
+Usage: clients.py SOCKET KIND COUNT SECONDS [UID]. Keeps COUNT connections of that user and connects again
+where one was ended. KIND is idle (sends nothing), half (sends half a request), unread (asks and reads no
+answer), watch (watches and reads nothing), connect (connects and closes at once, as fast as it can) or ask:
+over one connection after the other it asks and reads the answer, and in the end prints as JSON how many were
+`asked` and `failed`, and the seconds of the `worst`."""
+
+import json
+import os
+import select
+import socket
+import sys
+import time
+
+SHOW = b'{"command":"show","what":"config"}\n'
+SENT = {"idle": b"", "half": b'{"command":"show"', "unread": SHOW * 50, "watch": b'{"command":"watch"}\n',
+        "connect": b""}
+TURN = 0.02  # seconds between two looks at the connections
+PATIENCE = 5  # seconds after which an answer counts as failed
+
+
+def connected(path, kind):
+    client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    client.settimeout(1)
+    try:
+        client.connect(path)
+        client.setblocking(False)
+        client.send(SENT[kind])
+        return client
+    except OSError:  # the agent is busy or has ended the connection
+        client.close()
+        return None
+
+
+def was_ended(client):
+    """Whether the agent has ended a connection. The end follows what was not read, which stays there."""
+    poll = select.poll()
+    poll.register(client, select.POLLRDHUP | select.POLLHUP | select.POLLERR)
+    return bool(poll.poll(0))
+
+
+def keep(path, kind, count, end):
+    clients = []
+    while time.monotonic() < end:
+        ended = [client for client in clients if kind == "connect" or was_ended(client)]
+        for client in ended:
+            clients.remove(client)
+            client.close()
+        clients += filter(None, (connected(path, kind) for _ in range(count - len(clients))))
+        if kind != "connect":
+            time.sleep(TURN)
+
+
+def answered(path):
+    """Whether a request gets its answer."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+        client.settimeout(PATIENCE)
+        try:
+            client.connect(path)
+            client.sendall(b'{"command":"show","what":"bsr"}\n')
+            text = b""
+            while not text.endswith(b"\n"):
+                part = client.recv(65536)
+                if not part:
+                    return False
+                text += part
+            return json.loads(text)["ok"]
+        except OSError:
+            return False
+
+
+def ask(path, end):
+    asked, failed, worst = 0, 0, 0
+    while time.monotonic() < end:
+        start = time.monotonic()
+        failed += not answered(path)
+        asked += 1
+        worst = max(worst, time.monotonic() - start)
+        time.sleep(TURN)
+    print(json.dumps({"asked": asked, "failed": failed, "worst": worst}))
+
+
+def become(user):
+    """Leaves this process to a user, in the group of root alone, to which a lab's sockets belong."""
+    os.setgroups([])
+    os.setgid(0)
+    os.setuid(user)
+
+
+if __name__ == "__main__":
+    PATH, KIND, COUNT, SECONDS = sys.argv[1], sys.argv[2], int(sys.argv[3]), float(sys.argv[4])
+    if len(sys.argv) > 5:
+        become(int(sys.argv[5]))
+    print("ready", flush=True)
+    if KIND == "ask":
+        ask(PATH, time.monotonic() + SECONDS)
+    else:
+        keep(PATH, KIND, COUNT, time.monotonic() + SECONDS)
