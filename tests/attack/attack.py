@@ -1,4 +1,6 @@
-"""What the attacks share: senders of packets, clients of the control socket, and the costs for a router."""
+"""What the attacks share: senders of packets, clients of the control socket, and the costs for a router.
+
+Run as a program, it prints the table of the rows in a file: attack.py ROWS."""
 
 import json
 import os
@@ -123,3 +125,8 @@ def counter(router, name):
 
 def mac_of(router, interface):
     return json.loads(router.ip("-j", "link", "show", interface))[0]["address"]
+
+
+if __name__ == "__main__":
+    LINES = pathlib.Path(sys.argv[1]).read_text().splitlines()
+    print(table_of([json.loads(line) for line in LINES]))
