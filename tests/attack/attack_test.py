@@ -29,16 +29,17 @@ RANGE = "239.1.0.0/16"
 HONEST = "10.0.1.50"  # a neighbor whose messages are counted
 BAD = "10.0.1.60"  # a neighbor gone bad
 STRANGER = "10.0.1.100"  # the first of a hundred addresses that are no neighbor's
+NOWHERE = "10.77.0.1"  # a BSR without a route: a mutation of the priority must not win an election
 FAST = 400000
-# Attacks of a neighbor, each with its kind of packets: thousands of scope zones; first fragments whose rest
-# never comes; RPs that come and go with each round; a Generation ID that changes with each Hello; neighbors
+# Attacks of a neighbor, each with its kind of packets: first fragments whose rest never comes; RPs that come
+# and go with each round; thousands of scope zones, which fill the table of zones; a Generation ID that changes with each Hello; neighbors
 # of a hundred addresses that come and go; mutated messages; random bytes as fast as possible.
-OTHER_FLOODS = {"zones": ("zones", {"rate": 1000, "count": 4000}),
-                "fragments": ("fragments", {"rate": 1000, "count": 4000}),
+OTHER_FLOODS = {"fragments": ("fragments", {"rate": 1000, "count": 4000}),
                 "rp_churn": ("rp-churn", {"rate": 500, "count": 1000}),
+                "zones": ("zones", {"rate": 1000, "count": 4000}),
                 "restarts": ("restarts", {"rate": 1000, "count": 4000, "holdtime": 105}),
                 "goodbyes": ("goodbyes", {"rate": 1000, "source": STRANGER, "sources": 100, "holdtime": 105}),
-                "mutations": ("mutations", {"rate": 8000, "count": 8000, "sources": 20}),
+                "mutations": ("mutations", {"rate": 8000, "count": 8000, "sources": 20, "bsr": NOWHERE}),
                 "garbage": ("garbage", {"rate": FAST, "count": 8000})}
 COMMAND = ""
 
@@ -207,7 +208,7 @@ class AttackTest(unittest.TestCase):
 
     def test_neighbor_flood(self):
         """400,000 messages a second forged from the address of a neighbor; the others lose none."""
-        self.play_flood("neighbor_flood", FAST, False, source=BAD, bsr="10.77.0.1")
+        self.play_flood("neighbor_flood", FAST, False, source=BAD, bsr=NOWHERE)
 
     # Other floods ------------------------------------------------------------------------------------
 
@@ -287,14 +288,14 @@ class AttackTest(unittest.TestCase):
         zone = {"source": BAD, "bsr": BAD, "seconds": seconds}
         terms = [("bootstraps", {"source": STRANGER, "sources": 100, "rate": 50000, "bsr": "10.255.0.1",
                                  "count": 1000, "priority": 255}),
-                 ("bootstraps", {"source": BAD, "rate": 2000, "bsr": "10.77.0.1", "count": 1000}),
+                 ("bootstraps", {"source": BAD, "rate": 2000, "bsr": NOWHERE, "count": 1000}),
                  ("chosen-rps", {"range": "239.5.0.0/16", "count": 12000, "bits": 14, "rate": 50}),
                  ("zones", {"rate": 50, "count": 4000}),
                  ("fragments", {"range": "239.6.0.0/16", "rate": 50, "count": 4000}),
                  ("rp-churn", {"range": "239.7.0.0/16", "rate": 50, "count": 1000}),
                  ("restarts", {"rate": 50, "count": 4000, "holdtime": 105}),
                  ("goodbyes", {"source": STRANGER, "sources": 100, "rate": 100}),
-                 ("mutations", {"rate": 400, "count": 8000}),
+                 ("mutations", {"rate": 400, "count": 8000, "bsr": NOWHERE}),
                  ("garbage", {"rate": 2000, "count": 8000, "source": STRANGER})]
         return [self.flood(r1, "eth-r2", kind, **{**zone, **each}) for kind, each in terms]
 
