@@ -17,7 +17,8 @@ from lab import LabFault  # noqa: E402
 CLIENTS = pathlib.Path(__file__).with_name("clients.py")
 COLUMNS = (("attack", "attack", "{}"), ("rate", "packets/s", "{:,.0f}"), ("megabytes", "MB", "{:,.1f}"),
            ("cpu", "CPU %", "{:.0f}"), ("rss", "RSS +MiB", "{:.1f}"), ("late", "timers late ms", "{:.1f}"),
-           ("systemLate", "system late ms", "{:.1f}"), ("lost", "honest lost", "{}"), ("note", "note", "{}"))
+           ("systemLate", "system late ms", "{:.1f}"), ("backlog", "backlog drops", "{:,}"),
+           ("lost", "honest lost", "{}"), ("note", "note", "{}"))
 
 
 class Bounds:
@@ -87,6 +88,11 @@ def rss_of(pid):
     return next(int(line.split()[1]) << 10 for line in lines if line.startswith("VmRSS:"))
 
 
+def backlog_drops():
+    """Packets that the kernel dropped before any socket, since a CPU's backlog was full."""
+    return sum(int(line.split()[1], 16) for line in pathlib.Path("/proc/net/softnet_stat").open())
+
+
 class Meter:
     """What an attack costs a router, from the construction to `row`. A sender that sends nothing measures how
     late the system itself wakes a process meanwhile."""
@@ -96,6 +102,7 @@ class Meter:
         router.command("clear", "counters")
         self.idle = Flood(router, "lo", "none", seconds=seconds)
         self.start, self.cpu, self.rss = time.monotonic(), cpu_seconds(self.pid), rss_of(self.pid)
+        self.backlog = backlog_drops()
 
     def row(self, name, sent=(), lost=None, note=""):
         """The costs as a row of the table. `sent` holds results of senders."""
@@ -106,7 +113,7 @@ class Meter:
                 "megabytes": sum(one["bytes"] for one in sent) / 1e6, "cpu": 100 * cpu / took,
                 "rss": rss / (1 << 20), "late": 1e3 * late,
                 "systemLate": 1e3 * self.idle.result()["worstLateness"],
-                "lost": "" if lost is None else lost, "note": note}
+                "backlog": backlog_drops() - self.backlog, "lost": "" if lost is None else lost, "note": note}
 
 
 def table_of(rows):

@@ -8,6 +8,7 @@ exits with 77, or, if PIMBSR_LAB_REQUIRED is set, with 1."""
 import json
 import os
 import signal
+import subprocess
 import sys
 import time
 import unittest
@@ -32,8 +33,8 @@ STRANGER = "10.0.1.100"  # the first of a hundred addresses that are no neighbor
 NOWHERE = "10.77.0.1"  # a BSR without a route: a mutation of the priority must not win an election
 FAST = 400000
 # Attacks of a neighbor, each with its kind of packets: first fragments whose rest never comes; RPs that come
-# and go with each round; thousands of scope zones, which fill the table of zones; a Generation ID that changes with each Hello; neighbors
-# of a hundred addresses that come and go; mutated messages; random bytes as fast as possible.
+# and go with each round; thousands of scope zones, which fill the table of zones; a Generation ID that
+# changes with each Hello; neighbors of a hundred addresses that come and go; mutated messages; random bytes.
 OTHER_FLOODS = {"fragments": ("fragments", {"rate": 1000, "count": 4000}),
                 "rp_churn": ("rp-churn", {"rate": 500, "count": 1000}),
                 "zones": ("zones", {"rate": 1000, "count": 4000}),
@@ -280,6 +281,21 @@ class AttackTest(unittest.TestCase):
     def test_control_connect(self):
         """Connections that are closed at once, as fast as possible."""
         self.play_control("control_connect", "connect", 40)
+
+    def test_read_only_socket(self):
+        """A client of the read-only socket reads, and can neither clear, reload nor trace."""
+        lab = self.lab()
+        r1 = lab.router("r1")
+        r1.loopback("10.255.0.1")
+        r1.start()
+        socket = r1.socket.with_name("control-read-only.sock")
+        cases = ((["show", "bsr"], 0), (["metrics"], 0), (["clear", "drops"], 1), (["reload"], 1),
+                 (["trace", "Zet", "9"], 1))
+        for words, status in cases:
+            done = subprocess.run([COMMAND, *words, "--socket", socket], capture_output=True, text=True)
+            self.assertEqual(status, done.returncode, (words, done.stderr))
+            if status != 0:
+                self.assertIn(str(r1.socket), done.stdout + done.stderr, "the error names the other socket")
 
     # All together ------------------------------------------------------------------------------------
 
