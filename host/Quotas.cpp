@@ -1,6 +1,7 @@
 #include "host/Quotas.h"
 
 #include <algorithm>
+#include <set>
 
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
@@ -30,6 +31,7 @@ Refusal Quotas::judge(BootstrapMessage const& message) {
   IpGenPrefix zone = zoneOf(message, root_.globalOrNonScopeZone());
   if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return Refusal::zoneQuota;
   if (settings_.fragmentRps != 0 && areFragmentsTooMany(message)) return Refusal::fragmentQuota;
+  if (settings_.rangesPerZone != 0 && areRangesTooMany(zone, message)) return Refusal::zoneRanges;
   if (settings_.rps == 0 || takes(namedRps(message))) return Refusal::none;
   U64 fresh = newRps(zone, message);
   return fresh == 0 || takes(fresh) ? Refusal::none : Refusal::rpQuota;
@@ -59,6 +61,20 @@ void Quotas::forgetZones() {
     IpGenPrefix zone = at.key();
     if (!root_.candidateSm(zone) && !root_.nonCandidateSm(zone)) gate_.lastBsmDel(zone);
   }
+}
+
+/// A range that is still in fragments counts too, since its set follows. Renewals alone add nothing.
+bool Quotas::areRangesTooMany(IpGenPrefix const& zone, BootstrapMessage const& message) const {
+  Ptr<Bsr::PimBsrRpCandidateStatus> zoneStatus = root_.bsrStatus()->crpStatus(zone);
+  Ptr<Routing::Pim::RpCandidateStatus> sets = zoneStatus ? zoneStatus->status() : nullptr;
+  U64 held = sets ? sets->crpSetCount() : 0;
+  Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
+  if (held + groups->groupDataCount() <= settings_.rangesPerZone) return false;
+  std::set<IpGenPrefix> added;
+  for (auto group = groups->groupDataIterator(); group; ++group) {
+    if (group->fragRpCount() != 0 && !(sets && sets->crpSet(group->prefix()))) added.insert(group->prefix());
+  }
+  return !added.empty() && held + added.size() > settings_.rangesPerZone;
 }
 
 // Fragments -------------------------------------------------------------------------------------------

@@ -34,6 +34,8 @@ class PIMBSR_API Quotas {
   static constexpr U64 unknown = ~U64{0} / 2;
 
   bool isZoneTooMany(Lanet::IpGenPrefix const& zone);
+  bool areRangesTooMany(Lanet::IpGenPrefix const& zone,
+                        Routing::Pim::Packet::BootstrapMessage const& message) const;
   void forgetZones();
   bool areFragmentsTooMany(Routing::Pim::Packet::BootstrapMessage const& message) const;
   U64 waitingRps() const;

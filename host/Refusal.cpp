@@ -42,6 +42,17 @@ constexpr Row rows[] = {
     {Refusal::fragmentQuota, "fragment-quota",
      "Too many RPs wait already for the other fragments of their messages."},
     {Refusal::rpQuota, "rp-quota", "The message names new RPs, and the RP sets hold as many as they may."},
+    {Refusal::zoneRanges, "zone-ranges",
+     "The message adds group ranges to a zone that has reached limits.ranges-per-zone."},
+    {Refusal::rangeFull, "range-full",
+     "The group range has reached limits.rps-per-range, and the RP is not better than the worst in it, or "
+     "has to wait until that has left."},
+    {Refusal::displacedRp, "displaced-rp",
+     "A better RP displaced this one from a full group range; it leaves with the next Bootstrap Message."},
+    {Refusal::senderRps, "sender-rps",
+     "The sender has added as many RP addresses as limits.rps-per-sender allows."},
+    {Refusal::senderRanges, "sender-ranges",
+     "The sender has added as many group ranges as limits.ranges-per-sender allows."},
 };
 
 constexpr auto all = [] {

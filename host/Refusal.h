@@ -31,6 +31,11 @@ enum class Refusal : U8 {
   zoneQuota,      ///< a Bootstrap Message of one zone too many
   fragmentQuota,  ///< RPs in fragments beyond those that may wait for their rest
   rpQuota,        ///< RPs beyond those that the RP sets may hold
+  zoneRanges,     ///< group ranges beyond those of one zone
+  rangeFull,      ///< an RP for a group range that has its full number of RPs
+  displacedRp,    ///< an RP that a better one displaced, before it has left the RP set
+  senderRps,      ///< an advertisement with more RP addresses than one sender may add
+  senderRanges,   ///< an advertisement with more group ranges than one sender may add
 };
 
 /// The stable name of a refusal: "own-address" and so on; empty for none.

@@ -28,8 +28,25 @@ struct Screening {
   U32 learnedZones = 0;           ///< scope zones that are followed and are no candidacy of this router
   U32 fragmentRps = 0;            ///< RPs that wait in the fragment stores of all zones together
   U32 rps = 0;                    ///< RPs in the RP sets of all zones together; an empty range counts as one
+  U32 rangesPerZone = 0;          ///< group ranges in the RP set of one zone
+  /// RPs of one group range at the elected BSR; at most 255, since RP Count has 8 bits (RFC 5059
+  /// section 4.1).
+  U32 rpsPerRange = 0;
+  U32 rpsPerSender = 0;     ///< RP addresses that one sender of advertisements adds to the RP sets
+  U32 rangesPerSender = 0;  ///< group ranges that one sender adds, counted for each of its RPs
 
   bool operator==(Screening const&) const = default;
 };
+
+/// The bounds that every program uses unless its operator sets others, far above honest use. No checks.
+inline constexpr Screening standardLimits = {.packetsPerSecond = 1000,
+                                             .neighborsPerInterface = 256,
+                                             .learnedZones = 64,
+                                             .fragmentRps = 4096,
+                                             .rps = 20000,
+                                             .rangesPerZone = 4096,
+                                             .rpsPerRange = 255,
+                                             .rpsPerSender = 64,
+                                             .rangesPerSender = 1024};
 
 }  // namespace pimbsr::host

@@ -203,6 +203,23 @@ TEST_F(QuotasTest, AdvertisementsToTheElectedBsrCountToo) {
   EXPECT_EQ(advertise("203.0.113.1", two, 0), "");
 }
 
+TEST_F(QuotasTest, BootstrapMessageThatAddsTooManyRangesIsRefusedWhole) {
+  router.screeningIs({.rangesPerZone = 2});
+  auto ofRanges = [](std::vector<int> const& numbers) {
+    Bsm message;
+    message.groups.clear();
+    for (int i : numbers) message.groups.push_back({numbered("239.", i) + ".0.0/16", someRps(1, 1)});
+    return message;
+  };
+  EXPECT_EQ(reasonFor(ofRanges({1, 2, 3})), "zone-ranges");
+  EXPECT_FALSE(router.rpCandidateStatus()->crpSet(prefix("239.1.0.0/16")));
+  EXPECT_EQ(reasonFor(ofRanges({1, 2})), "");
+  EXPECT_EQ(reasonFor(ofRanges({1, 2})), "");
+  EXPECT_EQ(reasonFor(ofRanges({2, 3})), "zone-ranges");
+  run(500);
+  EXPECT_EQ(reasonFor(ofRanges({2, 3})), "");
+}
+
 TEST_F(QuotasTest, LoweredBoundKeepsWhatStands) {
   Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 9)}}};
   EXPECT_EQ(reasonFor(full), "");

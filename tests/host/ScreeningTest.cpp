@@ -22,7 +22,7 @@ TEST(RefusalTest, EachHasANameAndASentenceOfItsOwn) {
     EXPECT_TRUE(refusalSentence(refusal).ends_with('.'));
     EXPECT_EQ(refusalName(refusal).find_first_not_of("abcdefghijklmnopqrstuvwxyz-"), std::string_view::npos);
   }
-  EXPECT_EQ(names.size(), 15u);
+  EXPECT_EQ(names.size(), 20u);
 }
 
 // Where a packet comes from -----------------------------------------------------------------------------

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "host/Screening.h"
+#include "runtime/Export.h"
+
+namespace pimbsr::host {
+
+/// One bound of a Screening under the name that operators use.
+struct Limit {
+  std::string_view name;  ///< such as "rps-per-range"
+  U32 Screening::*value;
+};
+
+/// All bounds, in the order in which they are documented.
+PIMBSR_API std::span<Limit const> limits();
+
+/// Copies the bounds of `from` and leaves the checks of `to` as they are.
+PIMBSR_API void copyLimits(Screening const& from, Screening& to);
+
+}  // namespace pimbsr::host
