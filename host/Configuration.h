@@ -58,6 +58,9 @@ struct Configuration {
   std::map<std::string, ByRange<Present>> borders;         ///< by interface
   /// Names of the lists that permit senders of advertisements; with none all are permitted.
   std::set<std::string> senderLists;
+  /// Names of the lists that permit preferred RPs. The engine knows nothing of them: who applies the
+  /// configuration hands PreferredRps of it to the router.
+  std::set<std::string> rpLists;
   std::map<std::string, AccessList> accessLists;  ///< by name
 
   bool operator==(Configuration const&) const = default;

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <set>
+#include <string>
+
+#include "host/Configuration.h"
+#include "model/PrefixTrie.h"
+
+namespace pimbsr::host {
+
+/// The addresses that some access lists permit, read as lists of senders are: over all IPv4 addresses, the
+/// first matching rule of a list decides, and one list that permits an address is enough.
+class PIMBSR_API PreferredRps {
+ public:
+  /// No address.
+  PreferredRps() = default;
+  /// Reads the lists of `configuration` with these names; one that doesn't exist permits nothing.
+  PreferredRps(Configuration const& configuration, std::set<std::string> const& lists);
+
+  bool contains(Lanet::IpGenAddr const& address) const;
+  bool isEmpty() const { return prefixes_.size() == 0; }
+
+ private:
+  Routing::PrefixTrie prefixes_;
+};
+
+}  // namespace pimbsr::host
