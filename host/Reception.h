@@ -23,7 +23,7 @@ enum class MessageKind : U8 {
 struct Reception {
   MessageKind kind = MessageKind::notPim;
   /// Why it was refused, a stable name such as "checksum", "holdtime" or "rxNbrRpfCheck"; empty if it was
-  /// accepted.
+  /// accepted. For an advertisement that lost some of its group ranges, why the first of them was dropped.
   std::string_view reason;
   /// The reason in words for people; empty if it was accepted.
   std::string_view sentence;
@@ -32,6 +32,7 @@ struct Reception {
   /// The decoded message, also where it was refused after decoding; null for other kinds. A Bootstrap Message
   /// that was forwarded has lost its source by now.
   Zet::Ptr<Routing::Pim::Packet::Message> message;
+  U32 droppedRanges = 0;  ///< group ranges of an advertisement that a bound dropped; the others passed
 
   bool accepted() const { return reason.empty(); }
 };

@@ -1,6 +1,7 @@
 #include "host/Router.h"
 
 #include "host/Admission.h"
+#include "host/RpBounds.h"
 #include "host/RpSweep.h"
 #include "host/Screen.h"
 #include "pim/IoManager.h"
@@ -54,6 +55,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
                                interfaces_);
   admission_ = std::make_unique<Admission>(*root_, port_);
   screen_ = std::make_unique<Screen>(*root_, *gate_, *pimStatus_, port_, options.screening);
+  bounds_ = Zet::make<RpBounds>(root_, crpGate_, screen_->settings());
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
 }
 
@@ -76,6 +78,8 @@ Router::~Router() {
   Zet::Context::Scope scope(context_);
   hellos_.clear();
   sweep_->stop();
+  bounds_->stop();
+  bounds_ = nullptr;
   screen_ = nullptr;
   admission_ = nullptr;
   root_ = nullptr;
@@ -230,6 +234,8 @@ void Router::permitDel(IpGenPrefix const& senders) {
 
 void Router::screeningIs(Screening const& screening) { screen_->settingsIs(screening); }
 
+void Router::preferredRpsIs(PreferredRps const& preferred) { bounds_->preferredIs(preferred); }
+
 /// Names the refusal, if it is one, and returns whether it is.
 static bool refused(Refusal refusal, Reception& reception) {
   if (refusal == Refusal::none) return false;
@@ -364,10 +370,13 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
   if (refused(admission_->judge(message), reception)) return;
   if (!port_.isOwnAddress(message.dstAddr())) return;
-  if (refused(screen_->judgeCost(message), reception)) return;
+  RpBounds::Verdict verdict = bounds_->check(message);
+  refused(verdict.refusal, reception);
+  reception.droppedRanges = verdict.dropped;
+  if (!verdict.passed || refused(screen_->judgeCost(*verdict.passed), reception)) return;
   Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
   crpMsgInfo_->intfIdIs(intfId);
-  crpMsgInfo_->messageIs(&message);
+  crpMsgInfo_->messageIs(verdict.passed);
   crpMsgInfo_->countInc(1);
   tellCause(before, status_->counters()->errCounters(), crpAdvCauses, reception);
 }

@@ -37,6 +37,8 @@ class IoManager;
 namespace pimbsr::host {
 
 class Admission;
+class PreferredRps;
+class RpBounds;
 class RpSweep;
 class Screen;
 
@@ -110,6 +112,9 @@ class PIMBSR_API Router {
   /// itself.
   void screeningIs(Screening const& screening);
 
+  /// Replaces the RPs that are never displaced from a full group range; none at first.
+  void preferredRpsIs(PreferredRps const& preferred);
+
   /// Starts the engine's message counters from 0 again; not to be called while a message is handled.
   void clearCounters();
 
@@ -179,6 +184,7 @@ class PIMBSR_API Router {
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   std::unique_ptr<Admission> admission_;
   std::unique_ptr<Screen> screen_;
+  Zet::Ptr<RpBounds> bounds_;
   std::map<Lanet::IntfId, pim::HelloSm> hellos_;
   Zet::Ptr<RpSweep> sweep_;
   std::set<Lanet::IpGenPrefix> permitted_;

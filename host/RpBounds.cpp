@@ -1,0 +1,168 @@
+#include "host/RpBounds.h"
+
+namespace pimbsr::host {
+
+namespace Bsr = Routing::Pim::Bsr;
+namespace Packet = Routing::Pim::Packet;
+using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
+using Packet::CrpAdvMessage;
+using Routing::Pim::RpCandidateSet;
+using Routing::Pim::RpCandidateStatus;
+using Zet::Ptr;
+
+RpBounds::RpBounds(Ptr<Bsr::PimBsrSm> const& root, Ptr<Bsr::CrpMessageSm> const& gate,
+                   Screening const& settings)
+    : root_(root), gate_(gate), settings_(settings), places_(*root, settings), ledger_(*root, settings) {
+  notifierIs(root->crpMsgStatus());
+}
+
+void RpBounds::stop() {
+  notifierIs(nullptr);
+  gate_ = nullptr;
+  root_ = nullptr;
+}
+
+// An advertisement ----------------------------------------------------------------------------------------
+
+static bool hasRanges(CrpAdvMessage const& message) {
+  return message.groupData() && message.groupData()->groupInfoCount() != 0;
+}
+
+namespace {
+
+/// A copy of an advertisement with some of its ranges. It is made at the first range that is dropped, since
+/// most messages lose none.
+class Reduced {
+ public:
+  explicit Reduced(CrpAdvMessage& message) : message_(message) {}
+
+  void pass(Packet::CrpGroupInfo const& group) {
+    if (copy_) add(group);
+  }
+
+  /// The ranges before the first one that is dropped have passed.
+  void drop(IpGenPrefix const& range) {
+    if (copy_) return;
+    make();
+    for (auto group = message_.groupData()->groupInfoIterator(); group; ++group) {
+      if (group->prefix() == range) return;
+      add(*group);
+    }
+  }
+
+  Ptr<CrpAdvMessage> result() {
+    if (!copy_) return Ptr<CrpAdvMessage>(&message_);
+    U32 count = copy_->groupData()->groupInfoCount();
+    copy_->prefixCountIs(static_cast<U8>(count));
+    return count == 0 ? nullptr : copy_;
+  }
+
+ private:
+  void make() {
+    copy_ = Zet::make<CrpAdvMessage>();
+    copy_->srcAddrIs(message_.srcAddr());
+    copy_->dstAddrIs(message_.dstAddr());
+    copy_->priorityIs(message_.priority());
+    copy_->holdtimeIs(message_.holdtime());
+    copy_->rpAddressIs(message_.rpAddress());
+    copy_->groupDataIs(Zet::make<Packet::CrpGroupData>());
+  }
+
+  void add(Packet::CrpGroupInfo const& group) {
+    copy_->groupData()->groupInfoIs(group.prefix())->groupFlagsIs(group.groupFlags());
+  }
+
+  CrpAdvMessage& message_;
+  Ptr<CrpAdvMessage> copy_;
+};
+
+}  // namespace
+
+/// A withdrawal adds nothing, and a message of a sender that isn't permitted is dropped by the gate.
+RpBounds::Verdict RpBounds::check(CrpAdvMessage& message) {
+  Verdict verdict{.passed = Ptr<CrpAdvMessage>(&message)};
+  if (message.holdtime() == 0 || !isPermitted(message.srcAddr())) return verdict;
+  isPrepared_ = false;
+  newRanges_ = 0;
+  auto note = [&](Refusal refusal) {
+    if (refusal == Refusal::none) return false;
+    if (verdict.dropped++ == 0) verdict.refusal = refusal;
+    return true;
+  };
+  if (!hasRanges(message)) {
+    if (note(checkRange(message, gate_->globalZone()))) verdict.passed = nullptr;
+    return verdict;
+  }
+  Reduced reduced(message);
+  for (auto group = message.groupData()->groupInfoIterator(); group; ++group) {
+    if (note(checkRange(message, group->prefix()))) {
+      reduced.drop(group->prefix());
+    } else {
+      reduced.pass(*group);
+    }
+  }
+  verdict.passed = reduced.result();
+  return verdict;
+}
+
+bool RpBounds::isPermitted(IpGenAddr const& sender) const {
+  return !gate_->crpPermitTrie()->longestMatch(IpGenPrefix(sender)).isEmpty();
+}
+
+/// Whether the engine takes advertisements of a zone that were sent to this address.
+bool RpBounds::isElected(IpGenPrefix const& zone, IpGenAddr const& bsr) const {
+  Ptr<Bsr::ElectedBsrStatus> elected = root_->bsrStatus()->bootstrapRouter(zone);
+  if (!elected || elected->ipAddr() != bsr) return false;
+  Ptr<Bsr::BsrCandidate> candidate = root_->bsrStatus()->cbsr(zone);
+  return candidate && candidate->address() == bsr;
+}
+
+Refusal RpBounds::checkRange(CrpAdvMessage const& message, IpGenPrefix const& range) {
+  IpGenPrefix zone = root_->bsrTrie()->longestMatch(range);
+  if (!isElected(zone, message.dstAddr())) return Refusal::none;
+  Ptr<Bsr::PimBsrRpCandidateStatus> zoneStatus = root_->bsrStatus()->crpStatus(zone);
+  Ptr<RpCandidateStatus> sets = zoneStatus ? zoneStatus->status() : nullptr;
+  Ptr<RpCandidateSet> set = sets ? sets->crpSet(range) : nullptr;
+  if (Ptr<Routing::Pim::RpCandidate> rp = set ? set->rp(message.rpAddress()) : nullptr)
+    return places_.checkRenewal(range, *rp);
+  if (!set && isZoneFull(sets ? sets->crpSetCount() : 0)) return Refusal::zoneRanges;
+  Refusal refusal = admit(message, {range, zone, message.rpAddress(), message.priority(), set});
+  if (!set && refusal == Refusal::none) ++newRanges_;
+  return refusal;
+}
+
+/// The new ranges of the message are counted with those that the zone holds, whichever zone they are of.
+bool RpBounds::isZoneFull(U32 held) const {
+  return settings_.rangesPerZone != 0 && U64{held} + newRanges_ >= settings_.rangesPerZone;
+}
+
+/// An RP that its range doesn't hold. The sender's bounds come first, so that a message beyond them displaces
+/// no RP.
+Refusal RpBounds::admit(CrpAdvMessage const& message, RangePlaces::Request const& request) {
+  IpGenAddr sender = message.srcAddr();
+  if (!isPrepared_) ledger_.prepare(sender, hasRanges(message) ? message.groupData()->groupInfoCount() : 1);
+  isPrepared_ = true;
+  Refusal refusal = ledger_.check(sender, request.rp, request.range);
+  if (refusal == Refusal::none) refusal = places_.request(request);
+  if (refusal == Refusal::none) ledger_.record(sender, request.rp, request.range);
+  return refusal;
+}
+
+// This router's own advertisements ------------------------------------------------------------------------
+
+/// They take the engine's own path, so that a full range must have a place before they are handled.
+void RpBounds::onTxCrpMsg() {
+  Ptr<CrpAdvMessage> message = notifier()->txCrpMsg();
+  if (!message || message->holdtime() == 0 || !hasRanges(*message)) return;
+  for (auto group = message->groupData()->groupInfoIterator(); group; ++group)
+    makeRoom(*message, group->prefix());
+}
+
+void RpBounds::makeRoom(CrpAdvMessage const& message, IpGenPrefix const& range) {
+  if (!isElected(root_->bsrTrie()->longestMatch(range), message.dstAddr())) return;
+  Ptr<RpCandidateSet> set = rpSetOf(*root_, range);
+  if (set && !set->rp(message.rpAddress())) places_.makeRoom(*set);
+}
+
+}  // namespace pimbsr::host

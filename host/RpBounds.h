@@ -1,0 +1,61 @@
+#pragma once
+
+#include "crp/CrpMessageSm.h"
+#include "host/RangePlaces.h"
+#include "host/SenderLedger.h"
+#include "model/MsgStatus.h"
+
+namespace pimbsr::host {
+
+/// Bounds what Candidate-RP-Advertisements add to the RP sets of the zones whose elected BSR this router is:
+/// group ranges of a zone, RPs of a group range, and both for each sender.
+///
+/// A renewal of an RP that its range holds always passes, except for an RP that was displaced. Of an
+/// advertisement the group ranges that fit pass. This router's own advertisements take no part in it, but
+/// find a place in a full range.
+class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeConst {
+ public:
+  /// What becomes of an advertisement.
+  struct Verdict {
+    /// The message to hand on: the one received, or a copy with the ranges that fit; null if none does.
+    Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage> passed;
+    Refusal refusal = Refusal::none;  ///< why the first of the dropped ranges was dropped
+    U32 dropped = 0;                  ///< number of ranges dropped
+  };
+
+  /// The machines and the settings are read for as long as this object is not stopped.
+  RpBounds(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root,
+           Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> const& gate, Screening const& settings);
+  /// Ends it. To be called before the machines end.
+  void stop();
+
+  /// Replaces the RPs that are never displaced.
+  void preferredIs(PreferredRps const& preferred) { places_.preferredIs(preferred); }
+
+  /// Checks an advertisement that was sent to this router. What the engine drops by itself passes.
+  Verdict check(Routing::Pim::Packet::CrpAdvMessage& message);
+
+  RangePlaces const& places() const { return places_; }
+  SenderLedger const& ledger() const { return ledger_; }
+
+  /// This router's own advertisement is about to be handled.
+  void onTxCrpMsg() override;
+
+ private:
+  bool isPermitted(Lanet::IpGenAddr const& sender) const;
+  bool isElected(Lanet::IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr) const;
+  Refusal checkRange(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
+  bool isZoneFull(U32 held) const;
+  Refusal admit(Routing::Pim::Packet::CrpAdvMessage const& message, RangePlaces::Request const& request);
+  void makeRoom(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
+
+  Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
+  Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> gate_;
+  Screening const& settings_;
+  RangePlaces places_;
+  SenderLedger ledger_;
+  U32 newRanges_ = 0;        ///< new ranges that passed, of the message being checked
+  bool isPrepared_ = false;  ///< the ledger is, for the message being checked
+};
+
+}  // namespace pimbsr::host

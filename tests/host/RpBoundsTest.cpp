@@ -1,0 +1,545 @@
+#include "host/RpBounds.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/PreferredRps.h"
+#include "tests/host/ScreenSupport.h"
+
+namespace test {
+namespace {
+
+using pimbsr::host::PreferredRps;
+using pimbsr::host::Screening;
+using pimbsr::host::standardLimits;
+using Zet::Ptr;
+using BsmPtr = Ptr<Routing::Pim::Packet::BootstrapMessage>;
+using GroupData = Routing::Pim::Packet::BootstrapGroupData;
+
+std::string const all = "224.0.0.0/4";
+std::string const range = "239.1.0.0/16";
+
+/// 203.0.`block`.`number`.
+std::string rpNamed(int block, int number) { return numbered(numbered("203.0.", block) + ".", number); }
+
+/// The RPs of 10.0.0.0/8.
+PreferredRps listed() {
+  pimbsr::host::Configuration configuration;
+  Acl::IpFilter filter;
+  filter.source = addr("10.0.0.0").v4Addr();
+  filter.sourceMask = addr("255.0.0.0").v4Addr();
+  configuration.accessLists["rps"][10] = {Acl::Action::permit, filter};
+  return {configuration, {"rps"}};
+}
+
+/// An advertisement for one range or several, from its RP unless a sender is named.
+struct Offer {
+  std::string rp;
+  U8 priority = 100;
+  std::vector<std::string> ranges = {range};
+  std::string sender = "";
+  U16 holdtime = 150;
+};
+
+/// One Bootstrap Message that the BSR sent, its fragments put together.
+struct SentMessage {
+  double time = 0;
+  std::map<std::string, std::map<std::string, int>> holdtimes;  ///< by range and RP
+  std::map<std::string, int> rpCounts;                          ///< RP Count by range
+};
+
+/// An elected BSR on eth0, 192.0.2.9, and a follower that hears what it sends there.
+class RpBoundsTest : public testing::Test {
+ protected:
+  explicit RpBoundsTest(U32 mtu = 9000) {
+    for (Router* router : {&bsr, &follower}) router->interfaceIs(intf("eth0"), mtu, {});
+    bsr.screeningIs(standardLimits);
+    bsr.routeIs(prefix("192.0.2.9/32").v4Prefix(), {.type = Slosh::Fib::RouteType::local});
+    followerRpf->neighbors[addr("192.0.2.9")] = addr("192.0.2.9");
+    followerPort.addresses = {{"eth0", "192.0.2.1"}};
+    HelloMessage hello{.holdtime = 65535, .generationId = 1};
+    bsr.receive(intf("eth0"), packetOf(bytesOf(hello), {.source = "192.0.2.1"}));
+    bsr.candidateBsrIs(prefix(all), {.address = addr("192.0.2.9"), .intfId = intf("eth0")});
+    run(200);
+  }
+  void SetUp() override { ASSERT_TRUE(bsr.status()->cbsr(prefix(all))->elected()); }
+  void TearDown() override { EXPECT_EQ(context.notificationExceptions(), 0u); }
+
+  /// Moves the clock, with all that is due on the way.
+  void run(double seconds) {
+    double end = context.now() + seconds;
+    for (;;) {
+      Router& first = bsr.nextExpiry() <= follower.nextExpiry() ? bsr : follower;
+      if (first.nextExpiry() > end) break;
+      context.nowIs(first.nextExpiry());
+      first.advance();
+      deliver();
+    }
+    context.nowIs(end);
+  }
+
+  /// Hands what the BSR sent to the follower.
+  void deliver() {
+    for (RecordingPort::Packet const& packet : std::exchange(port.sent, {})) {
+      auto ip = pimbsr::wire::parseIpv4(packet.bytes);
+      auto decoded = pimbsr::wire::decodeMessage(ip->payload, ip->source, ip->destination);
+      ASSERT_TRUE(decoded);
+      if (auto const* bsm = std::get_if<BsmPtr>(&*decoded)) note(**bsm);
+      follower.receive(intf("eth0"), packet.bytes);
+    }
+    followerPort.sent.clear();
+  }
+
+  void note(Routing::Pim::Packet::BootstrapMessage const& message) {
+    bool isNew = sent.empty() || sent.back().time != context.now() || lastTag != message.fragmentTag();
+    if (isNew) sent.push_back({.time = context.now()});
+    lastTag = message.fragmentTag();
+    for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
+      std::string name(group->prefix().stringValue().view());
+      sent.back().rpCounts[name] = group->rpCount();
+      for (auto rp = group->rpListIterator(); rp; ++rp)
+        sent.back().holdtimes[name][std::string(rp->rpAddress().stringValue().view())] = rp->rpHoldtime();
+    }
+  }
+
+  Reception receive(Offer const& offer) {
+    std::vector<Range> ranges;
+    for (std::string const& one : offer.ranges) ranges.push_back({one});
+    Adv adv{.groups = ranges, .rp = offer.rp, .holdtime = offer.holdtime, .priority = offer.priority};
+    std::string sender = offer.sender.empty() ? offer.rp : offer.sender;
+    return bsr.receive(intf("eth0"), packetOf(bytesOf(adv), {sender, "192.0.2.9", 60}));
+  }
+  std::string reasonFor(Offer const& offer) { return std::string(receive(offer).reason); }
+
+  /// Lets RPs 203.0.`block`.1 and on advertise.
+  void fill(int block, int count, U8 priority = 100) {
+    for (int i = 1; i <= count; ++i) EXPECT_EQ(reasonFor({rpNamed(block, i), priority}), "") << i;
+  }
+
+  static Ptr<Routing::Pim::RpCandidateSet> setOf(Router const& router, std::string const& name) {
+    auto zone = router.status()->crpStatus(prefix(all));
+    return zone ? zone->status()->crpSet(prefix(name)) : nullptr;
+  }
+  bool has(std::string const& rp, std::string const& name = range) const {
+    auto set = setOf(bsr, name);
+    return set && set->rp(addr(rp));
+  }
+  U32 count(std::string const& name = range) const {
+    auto set = setOf(bsr, name);
+    return set ? set->rpCount() : 0;
+  }
+  int holdtime(std::string const& rp) const { return setOf(bsr, range)->rp(addr(rp))->holdTime().value(); }
+  /// Runs until the BSR sends its next message.
+  void runToMessage() {
+    std::size_t before = sent.size();
+    for (int i = 0; i < 1000 && sent.size() == before; ++i) run(1);
+    ASSERT_GT(sent.size(), before);
+  }
+  void offerOwn(std::string const& name) {
+    bsr.candidateRpIs(prefix(name), {.address = addr("192.0.2.9"), .intfId = intf("eth0"), .priority = 200});
+  }
+
+  TestContext context;
+  RecordingPort port;
+  RecordingPort followerPort;
+  Ptr<RpfTable> followerRpf = Zet::make<RpfTable>();
+  Router bsr{context, port};
+  Router follower{context, followerPort, {.rpf = followerRpf}};
+  std::vector<SentMessage> sent;
+  int lastTag = -1;
+};
+
+// A full range --------------------------------------------------------------------------------------------
+
+TEST_F(RpBoundsTest, RangeHoldsAtMost255RpsAndItsRpCountIsSent) {
+  fill(1, 255);
+  EXPECT_EQ(reasonFor({"203.0.2.1"}), "range-full");
+  EXPECT_EQ(count(), 255u);
+  runToMessage();
+  EXPECT_EQ(sent.back().rpCounts.at(range), 255);
+  EXPECT_EQ(sent.back().holdtimes.at(range).size(), 255u);
+  EXPECT_EQ(setOf(follower, range)->rpCount(), 255u);
+}
+
+TEST_F(RpBoundsTest, ZeroIsNoBound) {
+  bsr.screeningIs({});
+  fill(1, 255);
+  EXPECT_EQ(reasonFor({"203.0.2.1"}), "");
+  EXPECT_EQ(count(), 256u);
+}
+
+TEST_F(RpBoundsTest, RenewalsAndWithdrawalsOfKnownRpsPassAtTheBound) {
+  bsr.screeningIs({.rpsPerRange = 3});
+  fill(1, 3);
+  EXPECT_EQ(reasonFor({"203.0.2.1"}), "range-full");
+  fill(1, 3, 120);
+  EXPECT_EQ(reasonFor({.rp = "203.0.1.2", .holdtime = 0}), "");
+  EXPECT_EQ(holdtime("203.0.1.2"), 0);
+  runToMessage();
+  run(1);
+  EXPECT_EQ(reasonFor({"203.0.2.1"}), "");
+}
+
+TEST_F(RpBoundsTest, FullRangeIsLoggedOnce) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  fill(1, 1);
+  for (int i = 1; i <= 5; ++i) EXPECT_EQ(reasonFor({rpNamed(2, i)}), "range-full");
+  auto isFull = [](std::string const& line) { return line.find("239.1.0.0/16 has reached") != line.npos; };
+  EXPECT_EQ(std::count_if(context.logs.begin(), context.logs.end(), isFull), 1);
+}
+
+TEST_F(RpBoundsTest, LoweredBoundKeepsTheRpsAndDisplacesNone) {
+  fill(1, 5);
+  bsr.screeningIs({.rpsPerRange = 3});
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
+  run(70);
+  fill(1, 5);
+  EXPECT_EQ(count(), 5u);
+}
+
+// Displacement --------------------------------------------------------------------------------------------
+
+TEST_F(RpBoundsTest, BetterRpDisplacesTheLastOfTheWorstAndEntersAfterIt) {
+  bsr.screeningIs({.rpsPerRange = 3});
+  EXPECT_EQ(reasonFor({"203.0.1.1", 100}), "");
+  run(1);
+  EXPECT_EQ(reasonFor({"203.0.1.2", 100}), "");
+  run(1);
+  EXPECT_EQ(reasonFor({"203.0.1.3", 50}), "");
+  runToMessage();
+  EXPECT_EQ(reasonFor({"203.0.2.1", 60}), "range-full");
+  EXPECT_EQ(holdtime("203.0.1.2"), 0);
+  EXPECT_EQ(reasonFor({"203.0.1.2", 0}), "displaced-rp");
+  EXPECT_EQ(reasonFor({"203.0.2.1", 60}), "range-full");
+  runToMessage();
+  EXPECT_EQ(sent.back().holdtimes.at(range).at("203.0.1.2"), 0);
+  run(1);
+  EXPECT_FALSE(has("203.0.1.2"));
+  EXPECT_FALSE(setOf(follower, range)->rp(addr("203.0.1.2")));
+  EXPECT_EQ(reasonFor({"203.0.2.2", 0}), "range-full") << "the place is reserved";
+  EXPECT_EQ(reasonFor({"203.0.1.2", 0}), "range-full") << "a displaced RP is a newcomer";
+  EXPECT_EQ(reasonFor({"203.0.2.1", 60}), "");
+  EXPECT_EQ(count(), 3u);
+}
+
+TEST_F(RpBoundsTest, DisplacementSendsNoMessageEarlier) {
+  fill(1, 255);
+  runToMessage();
+  runToMessage();
+  double last = sent.back().time;
+  run(5);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
+  runToMessage();
+  EXPECT_DOUBLE_EQ(sent.back().time, last + 60);
+  EXPECT_EQ(sent.back().rpCounts.at(range), 255);
+}
+
+TEST_F(RpBoundsTest, RpOfEqualPriorityDisplacesNone) {
+  bsr.screeningIs({.rpsPerRange = 3});
+  fill(1, 3);
+  for (int second = 0; second < 200; ++second) {
+    run(1);
+    if (second % 50 == 0) fill(1, 3);
+    ASSERT_EQ(reasonFor({"203.0.2.1", 100}), "range-full");
+  }
+  for (SentMessage const& message : sent) {
+    for (auto const& [name, rps] : message.holdtimes)
+      for (auto const& [rp, seconds] : rps) EXPECT_NE(seconds, 0) << rp;
+  }
+}
+
+TEST_F(RpBoundsTest, RefusedNewcomerDoesNotHideAWorseRpFromABetterOne) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  fill(1, 1, 100);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 100}), "range-full");
+  EXPECT_NE(holdtime("203.0.1.1"), 0);
+  EXPECT_EQ(reasonFor({"203.0.2.2", 99}), "range-full");
+  EXPECT_EQ(holdtime("203.0.1.1"), 0);
+}
+
+TEST_F(RpBoundsTest, ReservedPlaceIsFreeAgainAfterThreePeriods) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .priority = 100, .holdtime = 1000}), "");
+  EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "range-full");
+  run(179);
+  EXPECT_EQ(count(), 0u);
+  EXPECT_EQ(reasonFor({"203.0.3.1", 0}), "range-full");
+  run(1);
+  EXPECT_EQ(reasonFor({"203.0.3.1", 200}), "");
+}
+
+TEST_F(RpBoundsTest, PreferredRpsStayAndDisplaceOthersAtAnyPriority) {
+  bsr.preferredRpsIs(listed());
+  bsr.screeningIs({.rpsPerRange = 2});
+  EXPECT_EQ(reasonFor({"10.0.0.1", 255}), "");
+  EXPECT_EQ(reasonFor({"203.0.1.1", 0}), "");
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
+  EXPECT_NE(holdtime("203.0.1.1"), 0);
+  EXPECT_EQ(reasonFor({"10.0.0.2", 255}), "range-full");
+  EXPECT_EQ(holdtime("203.0.1.1"), 0);
+  run(70);
+  EXPECT_EQ(reasonFor({"10.0.0.1", 255}), "");
+  EXPECT_EQ(reasonFor({"10.0.0.2", 255}), "");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
+    EXPECT_EQ(reasonFor({"10.0.0.3", 0}), "range-full");
+    run(65);
+    EXPECT_EQ(reasonFor({"10.0.0.1", 255}), "");
+    EXPECT_EQ(reasonFor({"10.0.0.2", 255}), "");
+  }
+}
+
+TEST_F(RpBoundsTest, PreferredRpTakesOverAReservedPlace) {
+  bsr.preferredRpsIs(listed());
+  bsr.screeningIs({.rpsPerRange = 1});
+  fill(1, 1);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
+  EXPECT_EQ(reasonFor({"10.0.0.1", 255}), "range-full");
+  run(70);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
+  EXPECT_EQ(reasonFor({"10.0.0.1", 255}), "");
+}
+
+TEST_F(RpBoundsTest, SenderThatIsNotPermittedDisplacesNone) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  fill(1, 1);
+  bsr.permitIs(prefix("203.0.1.0/24"));
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "rxFilter");
+  EXPECT_NE(holdtime("203.0.1.1"), 0);
+}
+
+// This router's own candidate RPs -------------------------------------------------------------------------
+
+TEST_F(RpBoundsTest, PlaceIsKeptForAnOwnCandidateRpThatHasNotAdvertisedYet) {
+  bsr.screeningIs({.rpsPerRange = 2});
+  offerOwn(range);
+  fill(1, 1);
+  EXPECT_EQ(reasonFor({"203.0.1.2", 100}), "range-full");
+  run(5);
+  EXPECT_TRUE(has("192.0.2.9"));
+  EXPECT_EQ(count(), 2u);
+}
+
+TEST_F(RpBoundsTest, OwnCandidateRpIsNeverDisplaced) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  offerOwn(range);
+  run(5);
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(reasonFor({"203.0.1.1", 0}), "range-full");
+    run(61);
+  }
+  EXPECT_TRUE(has("192.0.2.9"));
+  EXPECT_NE(holdtime("192.0.2.9"), 0);
+}
+
+TEST_F(RpBoundsTest, OwnCandidateRpThatIsAddedToAFullRangeFindsAPlace) {
+  fill(1, 254, 10);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 11}), "");
+  offerOwn(range);
+  run(5);
+  EXPECT_TRUE(has("192.0.2.9"));
+  EXPECT_FALSE(has("203.0.2.1"));
+  EXPECT_EQ(count(), 255u);
+  runToMessage();
+  EXPECT_EQ(sent.back().rpCounts.at(range), 255);
+}
+
+// Several ranges in one advertisement ---------------------------------------------------------------------
+
+TEST_F(RpBoundsTest, RangesThatFitPassAndTheOthersAreReported) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  fill(1, 1);
+  Reception reception = receive({.rp = "203.0.2.1", .ranges = {"239.0.0.0/16", range, "239.2.0.0/16"}});
+  EXPECT_EQ(reception.reason, "range-full");
+  EXPECT_EQ(reception.droppedRanges, 1u);
+  EXPECT_TRUE(has("203.0.2.1", "239.0.0.0/16"));
+  EXPECT_TRUE(has("203.0.2.1", "239.2.0.0/16"));
+  EXPECT_FALSE(has("203.0.2.1"));
+  U32 before = bsr.status()->counters()->rxCrpAdv();
+  Reception none = receive({.rp = "203.0.3.1", .ranges = {"239.0.0.0/16", range}});
+  EXPECT_EQ(none.droppedRanges, 2u);
+  EXPECT_EQ(bsr.status()->counters()->rxCrpAdv(), before);
+}
+
+TEST_F(RpBoundsTest, AdvertisementWithoutRangesIsBoundedToo) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .ranges = {}}), "");
+  EXPECT_EQ(reasonFor({.rp = "203.0.1.2", .ranges = {}}), "range-full");
+  EXPECT_EQ(count(all), 1u);
+}
+
+// Senders -------------------------------------------------------------------------------------------------
+
+TEST_F(RpBoundsTest, SenderAddsSoManyRpsAndRenewsThemForGood) {
+  bsr.screeningIs({.rpsPerSender = 3});
+  auto reason = [this](int i) { return reasonFor({.rp = rpNamed(1, i), .sender = "203.0.113.7"}); };
+  for (int i = 1; i <= 3; ++i) EXPECT_EQ(reason(i), "");
+  EXPECT_EQ(reason(4), "sender-rps");
+  for (int i = 1; i <= 3; ++i) EXPECT_EQ(reason(i), "");
+  EXPECT_EQ(reasonFor({.rp = rpNamed(1, 1), .ranges = {"239.2.0.0/16"}, .sender = "203.0.113.7"}), "");
+  EXPECT_EQ(reasonFor({rpNamed(1, 4)}), "") << "another sender";
+  EXPECT_EQ(reason(4), "") << "known by now";
+}
+
+TEST_F(RpBoundsTest, SenderAddsSoManyRangesOfAllItsRps) {
+  bsr.screeningIs({.rangesPerSender = 4});
+  auto ask = [this](int rp, int first, int number) {
+    Offer offer{.rp = rpNamed(1, rp), .ranges = {}, .sender = "203.0.113.7"};
+    for (int i = 0; i < number; ++i) offer.ranges.push_back(numbered("239.", first + i) + ".0.0/16");
+    return receive(offer);
+  };
+  EXPECT_EQ(ask(1, 1, 3).reason, "");
+  Reception reception = ask(2, 1, 3);
+  EXPECT_EQ(reception.reason, "sender-ranges");
+  EXPECT_EQ(reception.droppedRanges, 2u);
+  EXPECT_EQ(ask(1, 1, 3).reason, "");
+  EXPECT_EQ(ask(1, 4, 1).reason, "sender-ranges");
+}
+
+TEST_F(RpBoundsTest, RpsThatHaveLeftMakeRoomForTheirSender) {
+  bsr.screeningIs({.rpsPerSender = 2, .rangesPerSender = 2});
+  auto reason = [this](int i) { return reasonFor({.rp = rpNamed(1, i), .sender = "203.0.113.7"}); };
+  for (int i = 1; i <= 2; ++i) EXPECT_EQ(reason(i), "");
+  EXPECT_EQ(reason(3), "sender-rps");
+  run(250);
+  EXPECT_EQ(count(), 0u);
+  EXPECT_EQ(reason(3), "");
+  EXPECT_EQ(reason(4), "");
+  EXPECT_EQ(reason(5), "sender-rps");
+}
+
+TEST_F(RpBoundsTest, SenderBeyondItsBoundsDisplacesNone) {
+  bsr.screeningIs({.rpsPerRange = 1, .rpsPerSender = 1});
+  fill(1, 1);
+  std::string const sender = "203.0.113.7";
+  EXPECT_EQ(reasonFor({.rp = "203.0.2.1", .ranges = {all}, .sender = sender}), "");
+  EXPECT_EQ(reasonFor({.rp = "203.0.2.2", .priority = 0, .sender = sender}), "sender-rps");
+  EXPECT_NE(holdtime("203.0.1.1"), 0);
+}
+
+TEST(SenderLedgerTest, ForgetsWhatNeverCameOrHasLeft) {
+  TestContext context;
+  Zet::Context::Scope scope(context);
+  RecordingPort port;
+  Router router(context, port);
+  Screening const settings{.rpsPerSender = 64};
+  pimbsr::host::SenderLedger ledger(*router.root(), settings);
+  for (int i = 0; i < 20000; ++i) {
+    Lanet::IpGenAddr sender(Lanet::IpAddr::fromHost(0x0a000000u + static_cast<U32>(i)));
+    ledger.prepare(sender, 1);
+    ASSERT_EQ(ledger.check(sender, sender, prefix(range)), pimbsr::host::Refusal::none);
+    ledger.record(sender, sender, prefix(range));
+    ASSERT_LE(ledger.size(), 1024u);
+  }
+}
+
+// Ranges of a zone ----------------------------------------------------------------------------------------
+
+TEST_F(RpBoundsTest, ZoneHoldsSoManyRangesAndKnownOnesTakeMoreRps) {
+  bsr.screeningIs({.rangesPerZone = 2});
+  Offer three{.rp = "203.0.1.1", .ranges = {"239.1.0.0/16", "239.2.0.0/16", "239.3.0.0/16"}};
+  Reception reception = receive(three);
+  EXPECT_EQ(reception.reason, "zone-ranges");
+  EXPECT_EQ(reception.droppedRanges, 1u);
+  EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .ranges = {"239.4.0.0/16"}}), "zone-ranges");
+  EXPECT_EQ(reasonFor({.rp = "203.0.1.2", .ranges = {"239.1.0.0/16", "239.2.0.0/16"}}), "");
+}
+
+// Floods --------------------------------------------------------------------------------------------------
+
+/// What an attacker with forged sources sends in each period of 60 seconds.
+struct Flood {
+  std::string name;
+  std::vector<U8> priorities;  ///< of its RPs, in turn
+  bool isFirst = false;        ///< whether it comes before the honest RPs
+  U32 mtu = 9000;
+};
+
+class RpFlood : public RpBoundsTest, public testing::WithParamInterface<Flood> {
+ protected:
+  RpFlood() : RpBoundsTest(GetParam().mtu) { bsr.preferredRpsIs(listed()); }
+
+  void attack(int period) {
+    std::vector<U8> const& priorities = GetParam().priorities;
+    for (int i = 0; i < 255; ++i) {
+      U8 priority = priorities[static_cast<std::size_t>(i + period) % priorities.size()];
+      receive({numbered(numbered("198.18.", i % 2 == 0 ? 0 : period % 256) + ".", i + 1), priority});
+    }
+  }
+  /// 20 honest RPs that no list names, and 10 that one does.
+  void honest() {
+    for (int i = 1; i <= 20; ++i) receive({rpNamed(1, i), 100});
+    for (int i = 1; i <= 10; ++i) {
+      Reception reception = receive({numbered("10.0.0.", i), 255});
+      EXPECT_TRUE(!isSettled || reception.reason.empty()) << i << ' ' << reception.reason;
+    }
+  }
+  void period(int number) {
+    if (GetParam().isFirst) attack(number);
+    honest();
+    attack(number);
+    for (int i = 0; i < 6; ++i) {
+      run(10);
+      ASSERT_LE(count(), 255u);
+    }
+    ASSERT_TRUE(setOf(follower, range));
+    EXPECT_GT(setOf(follower, range)->rpCount(), 0u);
+  }
+
+  bool isSettled = false;
+};
+
+TEST_P(RpFlood, TakesNoRangeAndNoListedRp) {
+  bool isFirst = GetParam().isFirst;
+  int const settling = isFirst ? 16 : 0;
+  for (int number = 0; number < settling; ++number) period(number);
+  isSettled = true;
+  std::size_t firstSettled = sent.size();
+  for (int number = settling; number < settling + 30; ++number) period(number);
+  for (std::size_t i = firstSettled + 2; i < sent.size(); ++i) {
+    auto const& rps = sent[i].holdtimes.at(range);
+    for (int rp = 1; rp <= 10; ++rp) {
+      auto at = rps.find(numbered("10.0.0.", rp));
+      ASSERT_TRUE(at != rps.end()) << i << ' ' << rp;
+      EXPECT_NE(at->second, 0);
+    }
+  }
+}
+
+TEST_P(RpFlood, ChangesOneRpInAPeriodAndSaysSoOnce) {
+  for (int number = 0; number < 30; ++number) period(number);
+  std::size_t withdrawals = 0;
+  std::set<std::string> lastGone;
+  for (SentMessage const& message : sent) {
+    auto found = message.rpCounts.find(range);
+    if (found == message.rpCounts.end()) continue;
+    EXPECT_EQ(found->second, static_cast<int>(message.holdtimes.at(range).size()));
+    EXPECT_GT(found->second, 0);
+    std::set<std::string> gone;
+    for (auto const& [rp, seconds] : message.holdtimes.at(range)) {
+      if (seconds == 0) gone.insert(rp);
+    }
+    for (std::string const& rp : gone) EXPECT_FALSE(lastGone.contains(rp)) << rp << " was withdrawn twice";
+    EXPECT_LE(gone.size(), 1u);
+    withdrawals += gone.size();
+    lastGone = gone;
+  }
+  EXPECT_LE(withdrawals, 31u);
+}
+
+Flood const floods[] = {
+    {"ofTheWorstPriority", {255}},
+    {"ofTheBestPriority", {0}},
+    {"ofAlternatingPriorities", {0, 255, 100}},
+    {"ofTheBestPriorityBeforeHonestRps", {0}, true},
+    {"ofTheBestPriorityInFragments", {0}, false, 1500},
+};
+INSTANTIATE_TEST_SUITE_P(Attacker, RpFlood, testing::ValuesIn(floods),
+                         [](auto const& flood) { return flood.param.name; });
+
+}  // namespace
+}  // namespace test
