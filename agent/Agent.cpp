@@ -8,6 +8,7 @@
 
 #include "agent/Log.h"
 #include "agent/TraceLevel.h"
+#include "host/PreferredRps.h"
 #include "runtime/Log.h"
 
 namespace pimbsr::agent {
@@ -105,6 +106,7 @@ std::vector<host::ConfigFault> Agent::settingsIs(Settings const& wanted) {
   }
   call({.kind = CauseKind::configuration}, [&] {
     router_->screeningIs(settings_.screening);
+    router_->preferredRpsIs(host::PreferredRps(settings_.router, settings_.router.rpLists));
     tree_.apply(context_, settings_.router);
     for (auto& [name, told] : told_) {
       if (told.speaksPim && !speaksPim(name)) takeDown(name, told, true);

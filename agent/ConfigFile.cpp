@@ -12,6 +12,7 @@
 
 #include "agent/ConfigBlock.h"
 #include "agent/TraceLevel.h"
+#include "host/Limits.h"
 #include "runtime/Exceptions.h"
 
 namespace pimbsr::agent {
@@ -89,7 +90,7 @@ class Reader {
   bool isFirst(ConfigBlock& block, std::string_view name, std::string const& place, PlacedText const& what);
   /// Notes where the keys of a block stand that describe a part of the settings; where they don't, the block.
   void notePlaces(ConfigBlock const& block, std::string const& place,
-                  std::initializer_list<char const*> names);
+                  std::initializer_list<std::string_view> names);
 
   ConfigBlock block(ConfigValue const& value, std::string_view section) {
     return {value, section, std::string(section), reading_.faults};
@@ -154,8 +155,9 @@ bool Reader::isFirst(ConfigBlock& block, std::string_view name, std::string cons
 }
 
 void Reader::notePlaces(ConfigBlock const& block, std::string const& place,
-                        std::initializer_list<char const*> names) {
-  for (char const* name : names) reading_.places.add(fmt::format("{}, {}", place, name), block.placeOf(name));
+                        std::initializer_list<std::string_view> names) {
+  for (std::string_view name : names)
+    reading_.places.add(fmt::format("{}, {}", place, name), block.placeOf(name));
 }
 
 // Ranges ----------------------------------------------------------------------------------------------
@@ -291,6 +293,10 @@ void Reader::readFilter(ConfigValue const& value) {
     isFirst(block, "sender-lists", "senders, access list " + read.text, read);
     router().senderLists.insert(read.text);
   }
+  for (PlacedText const& read : block.texts("rp-lists")) {
+    isFirst(block, "rp-lists", "preferred-rps, access list " + read.text, read);
+    router().rpLists.insert(read.text);
+  }
 }
 
 void Reader::readLists(ConfigValue const& value) {
@@ -404,14 +410,10 @@ void Reader::readChecks(ConfigValue const& value) {
 
 void Reader::readLimits(ConfigValue const& value) {
   ConfigBlock block = this->block(value, "limits");
-  host::Screening& screening = settings().screening;
-  block.take("packets-per-second", screening.packetsPerSecond);
-  block.take("neighbors-per-interface", screening.neighborsPerInterface);
-  block.take("learned-zones", screening.learnedZones);
-  block.take("fragment-rps", screening.fragmentRps);
-  block.take("rps", screening.rps);
-  notePlaces(block, "limits",
-             {"packets-per-second", "neighbors-per-interface", "learned-zones", "fragment-rps", "rps"});
+  for (host::Limit const& limit : host::limits()) {
+    block.take(limit.name, settings().screening.*limit.value);
+    notePlaces(block, "limits", {limit.name});
+  }
 }
 
 /// The path of the second control socket where the file has none: a name of its own for each first socket, so

@@ -28,8 +28,8 @@ static constexpr ConfigSection sections[] = {
      "several times, also for one interface, whose interval is then one and the same."},
     {"filter", "[filter]", "Whose Candidate-RP-Advertisements this router takes while it is BSR."},
     {"access-list.NAME", "[access-list.NAME]",
-     "A list of rules that permit group ranges, or senders if it is one of filter.sender-lists. It may be "
-     "named before it is there: who names it waits for it."},
+     "A list of rules that permit group ranges, or senders if it is one of filter.sender-lists, or RPs for "
+     "filter.rp-lists. It may be named before it is there: who names it waits for it."},
     {"access-list.NAME.rules", "rules = [{...}, ...]",
      "A rule. The lowest sequence number acts first, and the first rule that matches an address decides on "
      "it; what no rule matches is denied."},
@@ -90,6 +90,8 @@ static constexpr ConfigKey keys[] = {
 
     {"filter", "sender-lists", KeyType::listNames, "", 0, 0, none,
      "Access lists of permitted senders; all are permitted while these lists permit none."},
+    {"filter", "rp-lists", KeyType::listNames, "", 0, 0, none,
+     "Access lists of preferred RPs: in a full group range they displace others and are never displaced."},
 
     {"access-list.NAME", "rules", KeyType::rules, "", 0, 0, none,
      "The rules; their keys are below."},
@@ -130,6 +132,15 @@ static constexpr ConfigKey keys[] = {
      "RPs that wait for the rest of their fragmented message, in all zones together."},
     {"limits", "rps", KeyType::integer, "", 0, largest32, "20000",
      "RPs in the RP sets of all zones together."},
+    {"limits", "ranges-per-zone", KeyType::integer, "", 0, largest32, "4096",
+     "Group ranges in the RP set of one zone."},
+    {"limits", "rps-per-range", KeyType::integer, "", 0, 255, "255",
+     "RPs of one group range while this router is BSR: RP Count has 8 bits (RFC 5059 section 4.1). In a full "
+     "range an RP of lower priority value displaces the worst one, once in an interval of the BSR."},
+    {"limits", "rps-per-sender", KeyType::integer, "", 0, largest32, "64",
+     "RP addresses that one sender of advertisements adds while this router is BSR."},
+    {"limits", "ranges-per-sender", KeyType::integer, "", 0, largest32, "1024",
+     "Group ranges that one sender of advertisements adds while this router is BSR, counted for each RP."},
 
     {"control", "socket", KeyType::socketPath, "", 0, 0, "\"/run/pimbsr/control.sock\"",
      "Path of the Unix socket that takes requests, or \"\" for none; a change needs a restart."},

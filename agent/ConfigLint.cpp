@@ -9,6 +9,8 @@
 #include <tuple>
 
 #include "config/AclToPrefix.h"
+#include "host/Limits.h"
+#include "host/PreferredRps.h"
 
 namespace pimbsr::agent {
 
@@ -53,6 +55,7 @@ class Linter {
   void lintBorders();
   void lintInterfaces();
   void lintSenders();
+  void lintPreferredRps();
   void lintLists();
   void lintScreening();
   void lintGroups(std::string const& place, IpGenPrefix const& range);
@@ -104,6 +107,7 @@ std::vector<ConfigFinding> Linter::run() {
   lintBorders();
   lintInterfaces();
   lintSenders();
+  lintPreferredRps();
   lintLists();
   lintScreening();
   auto before = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };
@@ -344,6 +348,17 @@ void Linter::lintSenders() {
        "filter.sender-lists: these lists permit no sender; while that is so, all senders are permitted");
 }
 
+void Linter::lintPreferredRps() {
+  for (std::string const& name : router_.rpLists) {
+    named_.insert(name);
+    lintList("preferred-rps, access list " + name, name);
+  }
+  bool permitsAny = !host::PreferredRps(router_, router_.rpLists).isEmpty();
+  if (permitsAny || router_.rpLists.empty() || !reading_.isSound()) return;
+  tell("preferred-rps, access list " + *router_.rpLists.begin(),
+       "filter.rp-lists: these lists permit no RP, so that none is preferred");
+}
+
 void Linter::lintLists() {
   for (auto const& [name, list] : router_.accessLists) {
     std::string place = "access-list " + name;
@@ -373,15 +388,12 @@ void Linter::lintScreening() {
   for (auto const& [name, on, why] : checks) {
     if (!on) tellOf(fmt::format("checks, {}", name), why);
   }
-  std::pair<char const*, U32> const limits[] = {{"packets-per-second", screening.packetsPerSecond},
-                                                {"neighbors-per-interface", screening.neighborsPerInterface},
-                                                {"learned-zones", screening.learnedZones},
-                                                {"fragment-rps", screening.fragmentRps},
-                                                {"rps", screening.rps}};
-  for (auto const& [name, most] : limits) {
-    if (most != 0) continue;
-    tellOf(fmt::format("limits, {}", name),
-           "0 is no bound, so that a flood takes what time and memory there is");
+  for (host::Limit const& limit : host::limits()) {
+    if (screening.*limit.value != 0) continue;
+    bool isOfOneRange = limit.value == &host::Screening::rpsPerRange;
+    tellOf(fmt::format("limits, {}", limit.name),
+           isOfOneRange ? "0 is no bound, so that a range with 256 RPs is lost in the whole domain"
+                        : "0 is no bound, so that a flood takes what time and memory there is");
   }
 }
 

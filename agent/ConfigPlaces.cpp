@@ -41,6 +41,7 @@ constexpr Written writtens[] = {{"interface", "interface", true, "", ""},
                                 {"candidate-bsr", "candidate-bsr", false, "groups", "lists"},
                                 {"candidate-rp", "candidate-rp", false, "groups", "lists"},
                                 {"senders", "filter", false, "", "sender-lists"},
+                                {"preferred-rps", "filter", false, "", "rp-lists"},
                                 {"access-list", "access-list", true, "", ""},
                                 {"checks", "checks", false, "", ""},
                                 {"limits", "limits", false, "", ""}};

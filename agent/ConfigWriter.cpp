@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/ConfigText.h"
+#include "host/Limits.h"
 
 namespace pimbsr::agent {
 
@@ -143,7 +144,8 @@ std::string candidatesText(host::Configuration const& router) {
 }
 
 std::string listsText(host::Configuration const& router) {
-  std::string out = fmt::format("\n[filter]\nsender-lists = {}\n", listText(router.senderLists));
+  std::string out = fmt::format("\n[filter]\nsender-lists = {}\nrp-lists = {}\n",
+                                listText(router.senderLists), listText(router.rpLists));
   for (auto const& [name, list] : router.accessLists) {
     out += fmt::format("\n[access-list.{}]\nrules = [\n", tomlKey(name));
     for (auto const& [sequence, rule] : list) {
@@ -158,6 +160,13 @@ std::string listsText(host::Configuration const& router) {
   return out;
 }
 
+std::string limitsText(host::Screening const& screening) {
+  std::string out = "\n[limits]\n";
+  for (host::Limit const& limit : host::limits())
+    out += fmt::format("{} = {}\n", limit.name, screening.*limit.value);
+  return out;
+}
+
 std::string restText(Settings const& settings) {
   host::Screening const& screening = settings.screening;
   std::string out =
@@ -165,9 +174,7 @@ std::string restText(Settings const& settings) {
                   settings.router.zoneTimeout) +
       fmt::format("\n[checks]\nlink-local-ttl = {}\non-subnet = {}\nfrom-neighbors = {}\nnot-own-bsr = {}\n",
                   screening.linkLocalTtl, screening.onSubnet, screening.fromNeighbors, screening.notOwnBsr) +
-      fmt::format("\n[limits]\npackets-per-second = {}\nneighbors-per-interface = {}\nlearned-zones = {}\n",
-                  screening.packetsPerSecond, screening.neighborsPerInterface, screening.learnedZones) +
-      fmt::format("fragment-rps = {}\nrps = {}\n", screening.fragmentRps, screening.rps) +
+      limitsText(screening) +
       fmt::format("\n[control]\nsocket = {}\n", tomlText(settings.controlSocket)) +
       fmt::format("read-only-socket = {}\nread-only-group = {}\n", tomlText(settings.readOnlySocket),
                   tomlText(settings.readOnlyGroup)) +
@@ -259,6 +266,7 @@ Json writeJson(Settings const& settings) {
           {"candidateBsrs", candidateBsrsJson(settings.router)},
           {"candidateRps", candidateRpsJson(settings.router)},
           {"senderLists", settings.router.senderLists},
+          {"rpLists", settings.router.rpLists},
           {"accessLists", accessListsJson(settings.router)},
           {"holdTime", settings.router.holdTime},
           {"zoneTimeout", settings.router.zoneTimeout},
@@ -272,7 +280,11 @@ Json writeJson(Settings const& settings) {
             {"neighborsPerInterface", screening.neighborsPerInterface},
             {"learnedZones", screening.learnedZones},
             {"fragmentRps", screening.fragmentRps},
-            {"rps", screening.rps}}},
+            {"rps", screening.rps},
+            {"rangesPerZone", screening.rangesPerZone},
+            {"rpsPerRange", screening.rpsPerRange},
+            {"rpsPerSender", screening.rpsPerSender},
+            {"rangesPerSender", screening.rangesPerSender}}},
           {"controlSocket", settings.controlSocket},
           {"readOnlySocket", settings.readOnlySocket},
           {"readOnlyGroup", settings.readOnlyGroup},

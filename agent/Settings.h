@@ -22,16 +22,12 @@ struct InterfaceSettings {
   bool operator==(InterfaceSettings const&) const = default;
 };
 
-/// What an agent lets pass unless its file says otherwise: every check, and bounds far above honest use.
-inline constexpr host::Screening defaultScreening = {.linkLocalTtl = true,
-                                                     .onSubnet = true,
-                                                     .fromNeighbors = true,
-                                                     .notOwnBsr = true,
-                                                     .packetsPerSecond = 1000,
-                                                     .neighborsPerInterface = 256,
-                                                     .learnedZones = 64,
-                                                     .fragmentRps = 4096,
-                                                     .rps = 20000};
+/// What an agent accepts unless its file says otherwise: every check, and the standard limits.
+inline constexpr host::Screening defaultScreening = [] {
+  host::Screening screening = host::standardLimits;
+  screening.linkLocalTtl = screening.onSubnet = screening.fromNeighbors = screening.notOwnBsr = true;
+  return screening;
+}();
 
 /// All that a configuration file says, with the defaults where it says nothing.
 struct Settings {

@@ -140,6 +140,10 @@ Meaning const meanings[] = {
      [](Settings& s) {
        s.router.senderLists = {"a", "b"};
      }},
+    {"RpLists", "[filter]\nrp-lists = [\"a\", \"b\"]",
+     [](Settings& s) {
+       s.router.rpLists = {"a", "b"};
+     }},
     {"AccessList", "[access-list.a]", [](Settings& s) { s.router.accessLists["a"] = {}; }},
     {"AccessListByNumbers",
      "[access-list.a]\nrules = [{seq = 20, action = \"permit\", prefix = \"10.0.0.0/8\"},\n"
@@ -179,6 +183,11 @@ Meaning const meanings[] = {
     {"LearnedZones", "[limits]\nlearned-zones = 7", [](Settings& s) { s.screening.learnedZones = 7; }},
     {"FragmentRps", "[limits]\nfragment-rps = 7", [](Settings& s) { s.screening.fragmentRps = 7; }},
     {"Rps", "[limits]\nrps = 0", [](Settings& s) { s.screening.rps = 0; }},
+    {"RangesPerZone", "[limits]\nranges-per-zone = 7", [](Settings& s) { s.screening.rangesPerZone = 7; }},
+    {"RpsPerRange", "[limits]\nrps-per-range = 7", [](Settings& s) { s.screening.rpsPerRange = 7; }},
+    {"RpsPerSender", "[limits]\nrps-per-sender = 7", [](Settings& s) { s.screening.rpsPerSender = 7; }},
+    {"RangesPerSender", "[limits]\nranges-per-sender = 7",
+     [](Settings& s) { s.screening.rangesPerSender = 7; }},
     {"Socket", "[control]\nsocket = \"/tmp/x.sock\"",
      [](Settings& s) {
        s.controlSocket = "/tmp/x.sock";
@@ -299,6 +308,10 @@ Wrong const wrongs[] = {
      "f:5:11: candidate-rp.groups: 224.0.0.0/4 stands in line 1, column 1 already"},
     {"ListTwice", RP "lists = [\"a\", \"a\"]",
      "f:3:15: candidate-rp.lists: a stands in line 3, column 10 already"},
+    {"MoreRpsThanRpCountHolds", "[limits]\nrps-per-range = 256",
+     "f:2:17: limits.rps-per-range: read 256; valid is a whole number from 0 to 255"},
+    {"RpListTwice", "[filter]\nrp-lists = [\"a\",\n  \"a\"]",
+     "f:3:3: filter.rp-lists: a stands in line 2, column 13 already"},
     {"SenderListTwice", "[filter]\nsender-lists = [\"a\",\n  \"a\"]",
      "f:3:3: filter.sender-lists: a stands in line 2, column 17 already"},
     {"CandidateWithoutInterface", "[[candidate-bsr]]\npriority = 1",

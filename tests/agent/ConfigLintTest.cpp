@@ -111,6 +111,12 @@ Unwise const unwise[] = {
      PIM "[filter]\nsender-lists = [\"a\"]\n" LIST("a", "{action = \"deny\"}"),
      {"f:3:17: filter.sender-lists: these lists permit no sender; while that is so, all senders are "
       "permitted"}},
+    {"ListOfRpsThatIsNotThereYet",
+     PIM "[filter]\nrp-lists = [\"a\", \"b\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
+     {"f:3:18: filter.rp-lists: b: there is no such list yet; until there is, it permits nothing"}},
+    {"ListsThatPermitNoRp",
+     PIM "[filter]\nrp-lists = [\"a\"]\n" LIST("a", "{action = \"deny\"}"),
+     {"f:3:13: filter.rp-lists: these lists permit no RP, so that none is preferred"}},
     {"ListThatPermitsNoGroups",
      "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
      {"f:2:17: interface.eth0.border-lists: a: it permits no groups, so that nothing comes of it"}},
@@ -205,13 +211,18 @@ Unwise const unwise[] = {
       "neighbours send back"}},
     {"LimitsThatAreNone",
      PIM "[limits]\npackets-per-second = 0\nneighbors-per-interface = 0\nlearned-zones = 0\nfragment-rps = "
-         "0\nrps = 0",
+         "0\nrps = 0\nranges-per-zone = 0\nrps-per-range = 0\nrps-per-sender = 0\nranges-per-sender = 0",
      {"f:3:22: limits.packets-per-second: 0 is no bound, so that a flood takes what time and memory there is",
       "f:4:27: limits.neighbors-per-interface: 0 is no bound, so that a flood takes what time and memory "
       "there is",
       "f:5:17: limits.learned-zones: 0 is no bound, so that a flood takes what time and memory there is",
       "f:6:16: limits.fragment-rps: 0 is no bound, so that a flood takes what time and memory there is",
-      "f:7:7: limits.rps: 0 is no bound, so that a flood takes what time and memory there is"}},
+      "f:7:7: limits.rps: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:8:19: limits.ranges-per-zone: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:9:17: limits.rps-per-range: 0 is no bound, so that a range with 256 RPs is lost in the whole domain",
+      "f:10:18: limits.rps-per-sender: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:11:21: limits.ranges-per-sender: 0 is no bound, so that a flood takes what time and memory there "
+      "is"}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, ConfigLint, testing::ValuesIn(unwise),

@@ -38,6 +38,7 @@ class AnySettings {
     for (U64 i = below(3); i > 0; --i) drawBsr(s);
     for (U64 i = below(3); i > 0; --i) drawRp(s);
     for (U64 i = below(3); i > 0; --i) s.router.senderLists.insert(list());
+    for (U64 i = below(3); i > 0; --i) s.router.rpLists.insert(list());
     for (U64 i = below(4); i > 0; --i) drawList(s);
     s.router.holdTime = in(12, 1073741823);
     s.router.zoneTimeout = in(120, 4294967295);
@@ -49,7 +50,11 @@ class AnySettings {
                    .neighborsPerInterface = any(),
                    .learnedZones = any(),
                    .fragmentRps = any(),
-                   .rps = any()};
+                   .rps = any(),
+                   .rangesPerZone = any(),
+                   .rpsPerRange = static_cast<Zet::U32>(below(256)),
+                   .rpsPerSender = any(),
+                   .rangesPerSender = any()};
     if (flip()) s.controlSocket = flip() ? "" : "/run/a \"b\\c\" \xc3\xa4.sock";
     if (flip()) s.readOnlySocket = flip() ? "" : "/run/b \"c\".sock";
     if (flip()) s.readOnlyGroup = "pimbsr-read";
@@ -161,7 +166,7 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
       "[interface.eth0]\ndr-priority = 7\nborder = [\"239.1.0.0/16\"]\n[interface.eth1]\npim = false\n"
       "border-lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\n"
       "[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"a\"]\ninterval = 30\n[filter]\nsender-lists = "
-      "[\"b\"]\n"
+      "[\"b\"]\nrp-lists = [\"c\"]\n"
       "[access-list.a]\nrules = [{action = \"deny\", address = \"239.0.0.1\", mask = \"255.0.0.1\"},\n"
       "{action = \"permit\"}]\n[trace]\n\"Pim::Bsr::Sm\" = 4\n",
       "f");
@@ -177,6 +182,7 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
   EXPECT_EQ(json["candidateRps"].dump(),
             R"([{"interface":"lo","groups":[],"lists":["a"],"priority":192,"interval":30}])");
   EXPECT_EQ(json["senderLists"].dump(), R"(["b"])");
+  EXPECT_EQ(json["rpLists"].dump(), R"(["c"])");
   EXPECT_EQ(json["accessLists"].dump(),
             R"({"a":[{"seq":10,"action":"deny","address":"239.0.0.1","mask":"255.0.0.1"},)"
             R"({"seq":20,"action":"permit","prefix":"0.0.0.0/0"}]})");
@@ -184,9 +190,10 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
   EXPECT_EQ(json["zoneTimeout"], 1300);
   EXPECT_EQ(json["checks"].dump(),
             R"({"linkLocalTtl":true,"onSubnet":true,"fromNeighbors":true,"notOwnBsr":true})");
-  EXPECT_EQ(json["limits"].dump(),
-            R"({"packetsPerSecond":1000,"neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,)"
-            R"("rps":20000})");
+  EXPECT_EQ(
+      json["limits"].dump(),
+      R"({"packetsPerSecond":1000,"neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,)"
+      R"("rps":20000,"rangesPerZone":4096,"rpsPerRange":255,"rpsPerSender":64,"rangesPerSender":1024})");
   EXPECT_EQ(json["controlSocket"], "/run/pimbsr/control.sock");
   EXPECT_EQ(json["readOnlySocket"], "/run/pimbsr/control-read-only.sock");
   EXPECT_EQ(json["readOnlyGroup"], "");
