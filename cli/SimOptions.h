@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/Tracing.h"
+#include "host/Screening.h"
 #include "runtime/Types.h"
 
 namespace pimbsr::cli {
@@ -15,6 +16,7 @@ struct SimOptions {
   Zet::U64 seed = 1;
   std::string pcapFolder;  ///< empty for no captures
   std::vector<TraceWish> traces;
+  host::Screening limits = host::standardLimits;  ///< of every router; no checks
 };
 
 /// --seed: a whole number from 0 to 18446744073709551615. Throws UsageError for anything else.

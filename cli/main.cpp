@@ -7,6 +7,7 @@
 #include "agent/Version.h"
 #include "cli/ControlOptions.h"
 #include "cli/Errors.h"
+#include "cli/LimitOption.h"
 #include "cli/RandomCommand.h"
 #include "cli/ReplayCommand.h"
 #include "cli/ReplayOptions.h"
@@ -60,6 +61,15 @@ static void addRepeatable(CLI::App& command, std::string const& name, std::strin
       ->allow_extra_args(false);
 }
 
+static constexpr char const* helpLimit =
+    "Set a bound on what a router keeps and does, named as in the table limits of the\n"
+    "configuration file, 0 for no bound; or \"none\" for no bounds at all. May be repeated;\n"
+    "the bounds are at first those of \"pimbsr run\"";
+
+static void addLimit(CLI::App& command, host::Screening& limits) {
+  addRepeatable(command, "--limit", "KEY=N", helpLimit, [&](auto& text) { parseLimit(text, limits); });
+}
+
 static void addReplay(CLI::App& app, ReplayOptions& options) {
   CLI::App& command = *app.add_subcommand("replay", aboutReplay);
   command.footer(footReplay);
@@ -81,6 +91,7 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
                 "The RPF neighbour towards a BSR; may be given for several BSRs. For the others\n"
                 "it is the source of the first message with the No-Forward bit clear",
                 [&](auto& text) { parseRpf(text, options); });
+  addLimit(command, options.router.screening);
   addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
                 [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
 }
@@ -112,7 +123,8 @@ static void addRandom(CLI::App& command, CLI::Option& scenario, RandomOptions& o
               "check that all routers of each agree once it has healed")
           ->type_name("N")
           ->excludes(&scenario);
-  for (char const* other : {"--json", "--pcap", "--trace"}) random->excludes(command.get_option(other));
+  for (char const* other : {"--json", "--limit", "--pcap", "--trace"})
+    random->excludes(command.get_option(other));
   command
       .add_option_function<std::string>(
           "--routers", [&](auto& text) { parseRouters(text, options); },
@@ -133,6 +145,7 @@ static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& rando
       ->type_name("N");
   command.add_option("--pcap", options.pcapFolder, "Write what each link carries to DIR/<link>.pcap")
       ->type_name("DIR");
+  addLimit(command, options.limits);
   addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
                 [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
   addRandom(command, *scenario, random);

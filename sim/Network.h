@@ -45,6 +45,10 @@ class Network {
   U32 linkCount() const { return static_cast<U32>(links_.size()); }
   Link const& link(U32 number) const { return links_[number]; }
   U64 seed() const { return seed_; }
+  /// The bounds of every router that starts from now on; at first the standard ones. What a configuration
+  /// would check in packets is not checked.
+  host::Screening const& limits() const { return limits_; }
+  void limitsIs(host::Screening const& limits) { limits_ = limits; }
 
   /// Takes a link down for all that are attached, or up again: their interfaces come and go with it.
   void linkUpIs(U32 link, bool up);
@@ -112,6 +116,7 @@ class Network {
   void lost(Link const* link, Node const* node, Loss loss, Bytes packet);
 
   U64 seed_;
+  host::Screening limits_ = host::standardLimits;
   Dice dice_;
   double now_ = 0;
   U64 events_ = 0;

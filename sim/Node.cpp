@@ -147,8 +147,10 @@ void Node::advance() {
 void Node::start() {
   if (router_) return;
   tree_ = std::make_unique<host::ConfigTree>();
-  host::RouterOptions options{
-      .config = tree_->config(), .clearConfig = tree_->clearConfig(), .accessLists = tree_->accessLists()};
+  host::RouterOptions options{.config = tree_->config(),
+                              .clearConfig = tree_->clearConfig(),
+                              .accessLists = tree_->accessLists(),
+                              .screening = network_.limits()};
   context_.nowIs(localTime(network_.now()));
   router_ = std::make_unique<host::Router>(context_, *this, options);
   observe();
