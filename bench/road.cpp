@@ -49,10 +49,10 @@ BENCHMARK(codec)->Name("road/codec")->RangeMultiplier(2)->Range(1, 32);
 // The road of an advertisement -------------------------------------------------------------------------
 
 /// A Candidate-RP-Advertisement with so many ranges, as an IPv4 packet for this router.
-std::vector<U8> advertisementOf(U32 ranges) {
+std::vector<U8> advertisementOf(U32 ranges, U32 rp = neighborAddress) {
   namespace Packet = Routing::Pim::Packet;
   auto message = Zet::make<Packet::CrpAdvMessage>();
-  message->rpAddressIs(IpAddr::fromHost(neighborAddress));
+  message->rpAddressIs(IpAddr::fromHost(rp));
   message->holdtimeIs(40000);
   message->prefixCountIs(static_cast<U8>(ranges));
   message->groupDataIs(Zet::make<Packet::CrpGroupData>());
@@ -67,16 +67,32 @@ std::vector<U8> advertisementOf(U32 ranges) {
 }
 
 /// Per range, at the elected BSR: read, admitted, judged by the gate, matched to its zone, stored.
-void advertisementRoad(benchmark::State& state) {
+void advertisementRoad(benchmark::State& state, pimbsr::host::Screening const& limits) {
   auto const ranges = static_cast<U32>(state.range(0));
   Station station(1);
   station.becomeBsr();
+  station.router.screeningIs(limits);
   std::vector<U8> const packet = advertisementOf(ranges);
   station.router.receive(Lanet::IntfId("eth0"), packet);
   if (station.rps() != ranges) state.SkipWithError("not stored");
   for (auto _ : state) {
     station.context.nowIs(station.context.now() + 1e-6);
     station.router.receive(Lanet::IntfId("eth0"), packet);
+  }
+}
+
+/// A newcomer to a range that is full of RPs of its own priority.
+void refusedAdvertisement(benchmark::State& state) {
+  Station station(1);
+  station.becomeBsr();
+  station.router.screeningIs({.rpsPerRange = 255});
+  for (U32 rp = 0; rp < 255; ++rp) {
+    station.router.receive(Lanet::IntfId("eth0"), advertisementOf(1, 0x0a000000 + rp));
+  }
+  std::vector<U8> const packet = advertisementOf(1);
+  for (auto _ : state) {
+    station.context.nowIs(station.context.now() + 1e-6);
+    if (station.router.receive(Lanet::IntfId("eth0"), packet).accepted()) state.SkipWithError("accepted");
   }
 }
 
@@ -91,7 +107,20 @@ void advertisementCodec(benchmark::State& state) {
   }
 }
 
-BENCHMARK(advertisementRoad)->Name("crp-road/pimbsr")->Arg(1)->Arg(16)->Arg(255);
+constexpr pimbsr::host::Screening rpBounds = {
+    .rangesPerZone = 4096, .rpsPerRange = 255, .rpsPerSender = 64, .rangesPerSender = 1024};
+
+BENCHMARK_CAPTURE(advertisementRoad, unbounded, pimbsr::host::Screening())
+    ->Name("crp-road/pimbsr")
+    ->Arg(1)
+    ->Arg(16)
+    ->Arg(255);
+BENCHMARK_CAPTURE(advertisementRoad, bounded, rpBounds)
+    ->Name("crp-road/rp-bounds")
+    ->Arg(1)
+    ->Arg(16)
+    ->Arg(255);
+BENCHMARK(refusedAdvertisement)->Name("crp-road/refused");
 BENCHMARK(advertisementCodec)->Name("crp-road/codec")->Arg(1)->Arg(16)->Arg(255);
 
 // A message while others lie still --------------------------------------------------------------------
