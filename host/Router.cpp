@@ -31,6 +31,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
       port_(port),
       status_(options.status ? options.status : Bsr::statusFactory("bsr")),
       pimStatus_(Routing::Pim::statusFactory("pim")),
+      neighbors_(Zet::make<pim::NeighborTable>(pimStatus_)),
       bsmStatus_(Bsr::pimBsmStatusFactory()),
       crpMsgStatus_(Bsr::pimCrpMsgStatusFactory()),
       rpCandidateStatus_(options.rpCandidateStatus ? options.rpCandidateStatus
@@ -45,7 +46,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
       bsmInfo_(IO::messageInfoFactory()),
       crpMsgInfo_(IO::messageInfoFactory()) {
   Zet::Context::Scope scope(context_);
-  if (!rpf_) rpf_ = Zet::make<pim::RpfTable>(routes_, pimStatus_, port_);
+  if (!rpf_) rpf_ = Zet::make<pim::RpfTable>(routes_, neighbors_, port_);
   status_->afIs(Lanet::AddressFamily::ipv4);
   if (!status_->counters()) status_->countersIs("bsr");
   configure(options);
@@ -114,7 +115,7 @@ void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
 void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const& options) {
   Zet::Context::Scope scope(context_);
   interfaceIs(intfId, mtu);
-  auto [at, isNew] = hellos_.try_emplace(intfId, pimStatus_->pimIntf(intfId), wheel_, port_, options);
+  auto [at, isNew] = hellos_.try_emplace(intfId, neighbors_->link(intfId), wheel_, port_, options);
   if (!isNew) at->second.optionsIs(options);
 }
 

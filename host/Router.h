@@ -22,6 +22,7 @@
 #include "model/Status.h"
 #include "model/UcastRoute.h"
 #include "pim/HelloSm.h"
+#include "pim/NeighborTable.h"
 #include "pim/Port.h"
 #include "protocol/BootstrapMessageSm.h"
 #include "protocol/BsrCandidateSm.h"
@@ -166,6 +167,7 @@ class PIMBSR_API Router {
   pim::Port& port_;
   Zet::Ptr<Routing::Pim::Bsr::Status> status_;
   Zet::Ptr<Routing::Pim::Status> pimStatus_;
+  Zet::Ptr<pim::NeighborTable> neighbors_;
   Zet::Ptr<Routing::Pim::Bsr::PimBsmStatus> bsmStatus_;
   Zet::Ptr<Routing::Pim::Bsr::PimCrpMsgStatus> crpMsgStatus_;
   Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus_;

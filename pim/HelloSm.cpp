@@ -24,9 +24,10 @@ static U32 randomId() {
 
 // Birth and end ---------------------------------------------------------------------------------------
 
-HelloSm::HelloSm(Ptr<Routing::Pim::Intf> const& intf, Ptr<Kiv::TimerWheel> const& wheel, Port& port,
+HelloSm::HelloSm(Ptr<LinkNeighbors> const& neighbors, Ptr<Kiv::TimerWheel> const& wheel, Port& port,
                  HelloOptions const& options)
-    : intf_(intf),
+    : neighbors_(neighbors),
+      intf_(neighbors->notifier()),
       wheel_(wheel),
       port_(port),
       options_(options),
@@ -74,20 +75,22 @@ void HelloSm::update(Neighbor& neighbor, wire::HelloMessage const& hello) {
   neighbor.hasDrPriorityIs(hello.drPriority.has_value());
   neighbor.drPriorityIs(hello.drPriority.value_or(1));
   neighbor.generationIdIs(hello.generationId.value_or(0));
+  listed_.assign(hello.addressList.begin(), hello.addressList.end());
+  std::sort(listed_.begin(), listed_.end());
   for (auto at = neighbor.secondaryIterator(); at; ++at) {
     IpGenAddr address = at.key();
-    auto const& told = hello.addressList;
-    if (std::find(told.begin(), told.end(), address) == told.end()) neighbor.secondaryDel(address);
+    if (!std::binary_search(listed_.begin(), listed_.end(), address)) neighbor.secondaryDel(address);
   }
-  for (IpGenAddr const& address : hello.addressList) takeSecondary(neighbor, address);
+  for (IpGenAddr const& address : listed_) takeSecondary(neighbor, address);
 }
 
 /// An address belongs to the neighbour that told it last, and none is the primary's own double (RFC 7761
 /// section 4.3.4).
 void HelloSm::takeSecondary(Neighbor& neighbor, IpGenAddr const& address) {
   if (address == neighbor.address()) return;
-  for (auto at = intf_->neighborIterator(); at; ++at) {
-    if (at->address() != neighbor.address()) at->secondaryDel(address);
+  for (IpGenAddr other = neighbors_->otherOwner(address, neighbor.address()); !other.isEmpty();
+       other = neighbors_->otherOwner(address, neighbor.address())) {
+    intf_->neighbor(other)->secondaryDel(address);
   }
   neighbor.secondaryIs(address, true);
 }
@@ -115,38 +118,9 @@ void HelloSm::drop(IpGenAddr const& address) {
 
 // The Designated Router -------------------------------------------------------------------------------
 
-namespace {
-
-/// One router of the link as the election sees it.
-struct Standing {
-  bool hasPriority;
-  U32 priority;
-  IpGenAddr address;
-};
-
-/// The winner, unset among none: by priority and then address, or by address alone where any router tells no
-/// priority.
-IpGenAddr winner(std::vector<Standing> const& routers) {
-  if (routers.empty()) return {};
-  bool byPriority =
-      std::all_of(routers.begin(), routers.end(), [](Standing const& r) { return r.hasPriority; });
-  auto less = [byPriority](Standing const& a, Standing const& b) {
-    if (byPriority && a.priority != b.priority) return a.priority < b.priority;
-    return a.address < b.address;
-  };
-  return std::max_element(routers.begin(), routers.end(), less)->address;
-}
-
-}  // namespace
-
 void HelloSm::electDr() {
   IpGenAddr own = port_.primaryAddress(intf_->intfId());
-  std::vector<Standing> routers;
-  if (!own.isEmpty()) routers.push_back({true, options_.drPriority, own});
-  for (auto at = intf_->neighborIterator(); at; ++at) {
-    routers.push_back({at->hasDrPriority(), at->drPriority(), at->address()});
-  }
-  IpGenAddr dr = winner(routers);
+  IpGenAddr dr = neighbors_->electDr(own, options_.drPriority);
   intf_->drAddressIs(dr);
   intf_->iAmDrIs(!own.isEmpty() && dr == own);
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "model/Pim.h"
+#include "pim/NeighborTable.h"
 #include "pim/Port.h"
 #include "pim/Timer.h"
 #include "wire/Wire.h"
@@ -32,14 +33,16 @@ struct HelloOptions {
 /// sent, triggeredHelloCount rises, which greets the neighbour with the RP set.
 class PIMBSR_API HelloSm {
  public:
-  /// The port outlives this object. The first Hello leaves within the triggered delay.
-  HelloSm(Zet::Ptr<Routing::Pim::Intf> const& intf, Zet::Ptr<Kiv::TimerWheel> const& wheel, Port& port,
+  /// Speaks on the interface of `neighbors`. The port outlives this object. The first Hello leaves within the
+  /// triggered delay.
+  HelloSm(Zet::Ptr<LinkNeighbors> const& neighbors, Zet::Ptr<Kiv::TimerWheel> const& wheel, Port& port,
           HelloOptions const& options);
   ~HelloSm();
   HelloSm(HelloSm const&) = delete;
   HelloSm& operator=(HelloSm const&) = delete;
 
-  /// Takes a Hello heard on this interface; one of this router's own is ignored.
+  /// Takes a Hello heard on this interface; one of this router's own is ignored. It costs O(log n) of the
+  /// addresses kept for each address that it lists or that its sender listed before.
   void receive(wire::HelloMessage const& hello);
   /// Says farewell: a Hello with holdtime 0. Nothing follows it.
   void sayFarewell();
@@ -68,6 +71,7 @@ class PIMBSR_API HelloSm {
   void electDr();
   bool send(Lanet::IpGenAddr const& source, U16 holdtime);
 
+  Zet::Ptr<LinkNeighbors> neighbors_;
   Zet::Ptr<Routing::Pim::Intf> intf_;
   Zet::Ptr<Kiv::TimerWheel> wheel_;
   Port& port_;
@@ -77,6 +81,7 @@ class PIMBSR_API HelloSm {
   Lanet::IpGenAddr announced_;  ///< source of the last Hello; unset before the first and after a farewell
   Zet::Ptr<Timer> helloTimer_;
   std::map<Lanet::IpGenAddr, Zet::Ptr<Timer>> expiryTimers_;
+  std::vector<Lanet::IpGenAddr> listed_;  ///< addresses of the Hello at hand; kept for its room
   std::vector<U8> payload_;
   std::vector<U8> packet_;
 };

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "model/Pim.h"
 #include "model/Rpf.h"
 #include "model/UcastRoute.h"
+#include "pim/NeighborTable.h"
 #include "pim/Port.h"
 
 namespace pimbsr::pim {
@@ -17,17 +17,15 @@ class PIMBSR_API RpfTable : public Routing::Pim::PimRpfTable {
  public:
   /// The port outlives the table.
   RpfTable(Zet::Ptr<Routing::Pim::PimUcastRouteStatus const> const& routes,
-           Zet::Ptr<Routing::Pim::Status const> const& pimStatus, Port const& port)
-      : routes_(routes), pimStatus_(pimStatus), port_(port) {}
+           Zet::Ptr<NeighborTable const> const& neighbors, Port const& port)
+      : routes_(routes), neighbors_(neighbors), port_(port) {}
 
   Routing::Pim::RpfLookupResult doLookup(Lanet::IpGenAddr const& address,
                                          Lanet::IpGenAddr const& second) override;
 
  private:
-  Lanet::IpGenAddr ownerOn(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address) const;
-
   Zet::Ptr<Routing::Pim::PimUcastRouteStatus const> routes_;
-  Zet::Ptr<Routing::Pim::Status const> pimStatus_;
+  Zet::Ptr<NeighborTable const> neighbors_;
   Port const& port_;
 };
 

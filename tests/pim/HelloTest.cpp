@@ -7,6 +7,7 @@ namespace test {
 namespace {
 
 using pimbsr::pim::HelloSm;
+using pimbsr::pim::LinkNeighbors;
 using pimbsr::wire::HelloMessage;
 
 class HelloTest : public ModelTest {
@@ -39,14 +40,15 @@ class HelloTest : public ModelTest {
   Zet::Ptr<Kiv::TimerWheel> wheel = Zet::make<Kiv::TimerWheel>();
   Zet::Ptr<Routing::Pim::Status> pim = Routing::Pim::statusFactory("pim");
   Zet::Ptr<Routing::Pim::Intf> eth0 = pim->pimIntfIs(intf("eth0"));
+  Zet::Ptr<LinkNeighbors> neighbors = Zet::make<LinkNeighbors>(eth0);
   /// Chance for the machine below: the halves of its generation, then no delay.
   bool prepared = (context.chances = {7, 7, 0}, true);
-  HelloSm hello{eth0, wheel, port, {}};
+  HelloSm hello{neighbors, wheel, port, {}};
 };
 
 TEST_F(HelloTest, FirstHelloLeavesWithinTheTriggeredDelayAndThenEveryPeriod) {
   context.chances = {0, 0, RAND_MAX};
-  HelloSm late(eth0, wheel, port, {});
+  HelloSm late(neighbors, wheel, port, {});
   EXPECT_GT(late.nextHello(), start + 4.9);
   EXPECT_LE(late.nextHello(), start + 5.0);
   EXPECT_EQ(hello.nextHello(), start);
@@ -86,6 +88,18 @@ TEST_F(HelloTest, KnownNeighborTriggersNothingButANewGenerationDoes) {
   hello.receive(from("192.0.2.1", 2));
   runTo(18);
   EXPECT_EQ(eth0->triggeredHelloCount(), 2u);
+}
+
+TEST_F(HelloTest, OneTriggeredHelloAnswersAllNewGenerationsBeforeIt) {
+  runTo(10);
+  context.chances.assign(1000, RAND_MAX / 5);
+  for (Zet::U32 generation = 1; generation <= 1000; ++generation) {
+    hello.receive(from("192.0.2.1", generation));
+    context.nowIs(context.now() + 0.0001);
+  }
+  runTo(20);
+  EXPECT_EQ(hellos().size(), 2u);
+  EXPECT_EQ(eth0->triggeredHelloCount(), 1u);
 }
 
 TEST_F(HelloTest, TriggeredHelloPostponesNoneThatIsDueBefore) {
@@ -194,16 +208,15 @@ TEST_F(HelloTest, DrIsElectedByPriorityThenAddressOrByAddressAloneWhereOneTellsN
   };
   for (Election const& election : elections) {
     SCOPED_TRACE(election.rule);
-    auto link = pim->pimIntfIs(intf("eth0"));
-    HelloSm one(link, wheel, port, {});
+    HelloSm one(neighbors, wheel, port, {});
     for (auto const& [address, priority] : election.neighbors) {
       HelloMessage told{.srcAddr = addr(address), .generationId = 1};
       if (priority >= 0) told.drPriority = static_cast<Zet::U32>(priority);
       one.receive(told);
     }
-    EXPECT_EQ(link->drAddress(), addr(election.dr));
-    EXPECT_EQ(link->iAmDr(), addr(election.dr) == addr("192.0.2.9"));
-    link->neighborDelAll();
+    EXPECT_EQ(eth0->drAddress(), addr(election.dr));
+    EXPECT_EQ(eth0->iAmDr(), addr(election.dr) == addr("192.0.2.9"));
+    eth0->neighborDelAll();
   }
 }
 

@@ -27,7 +27,7 @@ class RpfTableTest : public ModelTest {
   RecordingPort port;
   Zet::Ptr<Routing::Pim::Status> pim = Routing::Pim::statusFactory("pim");
   Zet::Ptr<Routing::Pim::PimUcastRouteStatus> routes = Zet::make<Routing::Pim::PimUcastRouteStatus>();
-  pimbsr::pim::RpfTable table{routes, pim, port};
+  pimbsr::pim::RpfTable table{routes, Zet::make<pimbsr::pim::NeighborTable>(pim), port};
 };
 
 TEST_F(RpfTableTest, NeighborTowardsAnAddress) {
