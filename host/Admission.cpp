@@ -35,8 +35,9 @@ static bool hasLongHoldtime(BootstrapGroupData const& group) {
 namespace {
 
 /// The RPs named for the ranges that come in fragments in one message, there and wherever else its fragment
-/// tag is known; and the least number announced for each. It is made once for a message, with one walk of
-/// what is kept, however many ranges there are.
+/// tag is known; and the least number announced for each. It is made once for a message, however many ranges
+/// there are, with one walk of the zones: a comparison of tags for each. Peers can't make that long, since
+/// only as many zones are learned as the Screening grants, and only neighbors' messages come here.
 class Named {
  public:
   Named(BootstrapMessage const& message, Routing::Pim::Bsr::PimBsrSm const& root) {

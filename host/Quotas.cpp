@@ -32,6 +32,9 @@ Refusal Quotas::judge(BootstrapMessage const& message) {
   if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return Refusal::zoneQuota;
   if (settings_.fragmentRps != 0 && areFragmentsTooMany(message)) return Refusal::fragmentQuota;
   if (settings_.rangesPerZone != 0 && areRangesTooMany(zone, message)) return Refusal::zoneRanges;
+  auto takes = [this](U64 rps) {
+    return rps_.add(rps, settings_.rps, [this](Tally& tally) { countRps(tally); });
+  };
   if (settings_.rps == 0 || takes(namedRps(message))) return Refusal::none;
   U64 fresh = newRps(zone, message);
   return fresh == 0 || takes(fresh) ? Refusal::none : Refusal::rpQuota;
@@ -40,7 +43,20 @@ Refusal Quotas::judge(BootstrapMessage const& message) {
 Refusal Quotas::judge(Packet::CrpAdvMessage const& message) {
   if (settings_.rps == 0 || message.holdtime() == 0) return Refusal::none;
   U64 fresh = newRps(message);
-  return fresh == 0 || takes(fresh) ? Refusal::none : Refusal::rpQuota;
+  if (fresh == 0) return Refusal::none;
+  bool taken = rps_.add(fresh, settings_.rps, [this](Tally& tally) { countRps(tally); });
+  return taken ? Refusal::none : Refusal::rpQuota;
+}
+
+// Counts ----------------------------------------------------------------------------------------------
+
+bool Tally::isDue() const {
+  return estimate_ == unknown || sinceCount_ >= walked_ || Zet::now() >= countedAt_ + 1;
+}
+
+void Tally::restart() {
+  estimate_ = sinceCount_ = walked_ = 0;
+  countedAt_ = Zet::now();
 }
 
 // Zones -----------------------------------------------------------------------------------------------
@@ -54,8 +70,11 @@ bool Quotas::isZoneTooMany(IpGenPrefix const& zone) {
 }
 
 /// The gate keeps a message of every zone that it ever let in, to know whether another is its first soon
-/// after the start. After that a zone that nobody follows any more needs none.
+/// after the start. After that a zone that nobody follows any more needs none. More messages than machines
+/// show that a zone has ended, so that each walk is paid for by such an end and no packet of a stranger costs
+/// one.
 void Quotas::forgetZones() {
+  if (gate_.lastBsmCount() <= root_.candidateSmCount() + root_.nonCandidateSmCount()) return;
   if (Zet::now() <= gate_.startupTime() + Bsr::BootstrapMessageSm::bsPeriodDefault()) return;
   for (auto at = gate_.lastBsmIterator(); at; ++at) {
     IpGenPrefix zone = at.key();
@@ -86,15 +105,13 @@ Ptr<Bsr::PimBsrRxFragment> Quotas::waiting(BootstrapMessage const& message,
   return fragments ? fragments->groupRpData(group.prefix()) : nullptr;
 }
 
-U64 Quotas::waitingRps() const {
-  U64 rps = 0;
+void Quotas::countWaiting(Tally& tally) const {
   for (auto tag = root_.bsmRxFragmentsIterator(); tag; ++tag) {
-    for (auto group = tag->groupRpDataIterator(); group; ++group) rps += group->rps();
+    for (auto group = tag->groupRpDataIterator(); group; ++group) tally.counted(group->rps());
   }
-  return rps;
 }
 
-bool Quotas::areFragmentsTooMany(BootstrapMessage const& message) const {
+bool Quotas::areFragmentsTooMany(BootstrapMessage const& message) {
   U64 added = 0;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   for (auto group = groups->groupDataIterator(); group; ++group) {
@@ -104,7 +121,8 @@ bool Quotas::areFragmentsTooMany(BootstrapMessage const& message) const {
       if (!held || !held->rp(rp->rpAddress())) ++added;
     }
   }
-  return added != 0 && waitingRps() + added > settings_.fragmentRps;
+  if (added == 0) return false;
+  return !waiting_.add(added, settings_.fragmentRps, [this](Tally& tally) { countWaiting(tally); });
 }
 
 // RPs -------------------------------------------------------------------------------------------------
@@ -169,27 +187,12 @@ U64 Quotas::newRps(Packet::CrpAdvMessage const& message) const {
   return fresh;
 }
 
-/// Whether so many RPs more are within the bound; then they count as taken. A count is due once the RPs
-/// that were taken since the last are as many as the sets it had to walk, or after a second: so messages
-/// cost what they name, and a set that has shrunk is noticed soon.
-bool Quotas::takes(U64 rps) {
-  sinceCount_ += rps;
-  bool isDue = estimate_ == unknown || sinceCount_ >= walked_ || Zet::now() >= countedAt_ + 1;
-  if (estimate_ + rps > settings_.rps && isDue) count();
-  if (estimate_ + rps > settings_.rps) return false;
-  estimate_ += rps;
-  return true;
-}
-
-void Quotas::count() {
-  estimate_ = sinceCount_ = walked_ = 0;
+void Quotas::countRps(Tally& tally) const {
   for (auto zone = root_.bsrStatus()->crpStatusIterator(); zone; ++zone) {
     Ptr<Routing::Pim::RpCandidateStatus> sets = zone->status();
     if (!sets) continue;
-    walked_ += sets->crpSetCount();
-    for (auto set = sets->crpSetIterator(); set; ++set) estimate_ += std::max<U64>(set->rpCount(), 1);
+    for (auto set = sets->crpSetIterator(); set; ++set) tally.counted(std::max<U64>(set->rpCount(), 1));
   }
-  countedAt_ = Zet::now();
 }
 
 }  // namespace pimbsr::host
