@@ -1,31 +1,43 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
+#include <list>
 #include <map>
+#include <set>
+#include <utility>
 
 #include "model/Lanet.h"
+#include "runtime/Export.h"
 #include "runtime/Types.h"
 
 namespace pimbsr::host {
 
 using Zet::U32;
 
-/// Grants so many events a second in the mean, and at most one second's worth of them at once.
+/// Grants so many events a second in the mean, and at most a burst of them at once.
 class TokenBucket {
  public:
   explicit TokenBucket(double now) : filledAt_(now) {}
 
-  /// Takes one event at a time in seconds; false if there is no more to grant. The rate may change from call
-  /// to call.
-  bool take(U32 perSecond, double now) {
+  /// Takes one event at a time in seconds, from a burst of one second's worth; false if there is no more to
+  /// grant. The rate may change from call to call; at 0 all events are granted.
+  bool take(U32 perSecond, double now) { return take(perSecond, perSecond, now); }
+  bool take(U32 perSecond, U32 burst, double now) {
+    if (perSecond == 0) return true;
     double gained = std::max(0.0, now - filledAt_) * perSecond;
-    tokens_ = isNew_ ? perSecond : std::min<double>(perSecond, tokens_ + gained);
+    tokens_ = isNew_ ? burst : std::min<double>(burst, tokens_ + gained);
     isNew_ = false;
     filledAt_ = now;
     if (tokens_ < 1) return false;
     tokens_ -= 1;
     return true;
   }
+  /// Takes back the event that was granted last.
+  void giveBack() { tokens_ += 1; }
+  /// Whether it grants the same as a new one, for a burst of one second's worth: a second without an event
+  /// fills it.
+  bool isIdle(double now) const { return now >= filledAt_ + 1; }
 
  private:
   double filledAt_;
@@ -33,17 +45,53 @@ class TokenBucket {
   bool isNew_ = true;
 };
 
-/// A bucket for each interface, made with its first packet.
-class RateLimit {
+/// A bucket for each of some addresses. A bucket goes only once it is idle, so that an address gains nothing
+/// by being forgotten and known again: a neighbor can be made to go by a forged goodbye.
+class PIMBSR_API AddressBuckets {
  public:
-  /// Whether a packet of the interface may be looked at now, in seconds on the clock of Zet::now().
-  bool take(Lanet::IntfId const& intfId, U32 perSecond, double now) {
-    return buckets_.try_emplace(intfId, now).first->second.take(perSecond, now);
-  }
-  void forget(Lanet::IntfId const& intfId) { buckets_.erase(intfId); }
+  /// The bucket of an address; null if it has none, there are `max` and none of them is idle. O(log n), but
+  /// for idle buckets beyond the maximum, each of which is removed once.
+  TokenBucket* bucket(Lanet::IpGenAddr const& address, std::size_t max, double now);
+  std::size_t size() const { return byAddress_.size(); }
 
  private:
-  std::map<Lanet::IntfId, TokenBucket> buckets_;
+  struct Entry {
+    TokenBucket bucket;
+    std::list<Lanet::IpGenAddr>::iterator use;
+  };
+  void makeRoom(std::size_t max, double now);
+
+  std::map<Lanet::IpGenAddr, Entry> byAddress_;
+  std::list<Lanet::IpGenAddr> byUse_;  ///< the one used least recently first
+};
+
+/// The senders of Candidate-RP-Advertisements that were accepted, each until its holdtime is over, and what
+/// each is granted beside the budget that all senders have together (RFC 5059 section 3.3).
+class PIMBSR_API Advertisers {
+ public:
+  /// Senders that are kept at most. With as many, a new one waits until another expires.
+  static constexpr std::size_t max = 4096;
+  /// Packets a second that each is granted, and how many at once: a Candidate-RP sends a message or a few
+  /// each C_RP_Adv_Period, which is 60 seconds. So little that even a table full of forgers stays affordable.
+  static constexpr U32 perSecond = 1;
+  static constexpr U32 burst = 10;
+
+  /// Notes an accepted advertisement, times in seconds. A holdtime of 0 withdraws the RPs, and so the sender.
+  void note(Lanet::IpGenAddr const& sender, double holdtime, double now);
+  /// Takes one packet from what a sender is granted; false if that is used up, or if it isn't known.
+  bool take(Lanet::IpGenAddr const& sender, double now);
+  std::size_t size() const { return bySender_.size(); }
+
+ private:
+  struct Entry {
+    TokenBucket bucket;
+    double expiry;
+  };
+  void removeExpired(double now);
+  void expiryIs(Lanet::IpGenAddr const& sender, Entry& entry, double expiry);
+
+  std::map<Lanet::IpGenAddr, Entry> bySender_;
+  std::set<std::pair<double, Lanet::IpGenAddr>> byExpiry_;
 };
 
 }  // namespace pimbsr::host

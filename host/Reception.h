@@ -16,7 +16,7 @@ enum class MessageKind : U8 {
   hello,      ///< Hello
   other,      ///< PIM of another type, or over IPv6
   malformed,  ///< PIM that can't be decoded
-  unread      ///< not looked at, since packets came too fast
+  unread      ///< nothing read but the IP header, since packets came too fast
 };
 
 /// What became of one received packet.
@@ -27,7 +27,7 @@ struct Reception {
   std::string_view reason;
   /// The reason in words for people; empty if it was accepted.
   std::string_view sentence;
-  Lanet::IpGenAddr source;
+  Lanet::IpGenAddr source;  ///< unset where the IP header couldn't be read
   Lanet::IpGenAddr destination;
   /// The decoded message, also where it was refused after decoding; null for other kinds. A Bootstrap Message
   /// that was forwarded has lost its source by now.
@@ -35,6 +35,8 @@ struct Reception {
   U32 droppedRanges = 0;  ///< group ranges of an advertisement that a bound dropped; the others passed
 
   bool accepted() const { return reason.empty(); }
+  /// Whether it was dropped since its sender's budget is used up; the reason says whose that is.
+  bool overBudget() const { return kind == MessageKind::unread; }
 };
 
 }  // namespace pimbsr::host

@@ -26,16 +26,19 @@ enum class Refusal : U8 {
   ownBsr,            ///< a Bootstrap Message of this router itself, sent back
   helloDestination,  ///< a Hello sent to another address than 224.0.0.13
   // What would cost more than the Screening grants.
-  rateLimit,      ///< more packets in a second than one interface is granted
-  neighborQuota,  ///< a Hello with addresses beyond those kept of one interface
-  zoneQuota,      ///< a Bootstrap Message of one zone too many
-  fragmentQuota,  ///< RPs in fragments beyond those that may wait for their rest
-  rpQuota,        ///< RPs beyond those that the RP sets may hold
-  zoneRanges,     ///< group ranges beyond those of one zone
-  rangeFull,      ///< an RP for a group range that has its full number of RPs
-  displacedRp,    ///< an RP that a better one displaced, before it has left the RP set
-  senderRps,      ///< an advertisement with more RP addresses than one sender may add
-  senderRanges,   ///< an advertisement with more group ranges than one sender may add
+  rateLimit,               ///< more packets in a second than those who are no neighbors are granted
+  neighborRateLimit,       ///< more packets in a second than a neighbor is granted
+  helloRateLimit,          ///< more Hellos in a second than addresses without a neighbor are granted
+  advertisementRateLimit,  ///< more unicast packets in a second than unknown senders are granted
+  neighborQuota,           ///< a Hello with addresses beyond those kept of one interface
+  zoneQuota,               ///< a Bootstrap Message of one zone too many
+  fragmentQuota,           ///< RPs in fragments beyond those that may wait for their rest
+  rpQuota,                 ///< RPs beyond those that the RP sets may hold
+  zoneRanges,              ///< group ranges beyond those of one zone
+  rangeFull,               ///< an RP for a group range that has its full number of RPs
+  displacedRp,             ///< an RP that a better one displaced, before it has left the RP set
+  senderRps,               ///< an advertisement with more RP addresses than one sender may add
+  senderRanges,            ///< an advertisement with more group ranges than one sender may add
 };
 
 /// The stable name of a refusal: "own-address" and so on; empty for none.

@@ -55,7 +55,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   root_ = Bsr::pimBsrSmFactory(status_, pimStatus_, bsmStatus_, crpMsgStatus_, rpCandidateStatus_, wheel_,
                                interfaces_);
   admission_ = std::make_unique<Admission>(*root_, port_);
-  screen_ = std::make_unique<Screen>(*root_, *gate_, *pimStatus_, port_, options.screening);
+  screen_ = std::make_unique<Screen>(*root_, *gate_, *neighbors_, port_, options.screening);
   bounds_ = Zet::make<RpBounds>(root_, crpGate_, screen_->settings());
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
 }
@@ -248,13 +248,16 @@ static bool refused(Refusal refusal, Reception& reception) {
 Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
   Zet::Context::Scope scope(context_);
   Reception reception;
-  if (refused(screen_->judgeArrival(intfId), reception)) {
-    reception.kind = MessageKind::unread;
-    return reception;
-  }
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
+  Arrival arrival = ip ? screen_->arrival(intfId, *ip) : Arrival();
   if (ip) {
-    read(intfId, *ip, reception);
+    reception.source = ip->source;
+    reception.destination = ip->destination;
+  }
+  if (refused(screen_->charge(intfId, arrival), reception)) {
+    reception.kind = MessageKind::unread;
+  } else if (ip) {
+    read(intfId, *ip, arrival, reception);
   } else if (ip.reason() != wire::DropReason::ipProtocol) {
     malformed(ip.reason(), reception);
   }
@@ -277,14 +280,14 @@ static MessageKind kindOf(wire::Bytes pim) {
   return MessageKind::other;
 }
 
-void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Reception& reception) {
-  reception.source = packet.source;
-  reception.destination = packet.destination;
-  if (refused(screen_->judgePacket(intfId, packet), reception)) {
+void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival const& arrival,
+                  Reception& reception) {
+  if (refused(arrival.header, reception)) {
     reception.kind = kindOf(packet.payload);
     return;
   }
   handle(intfId, wire::decodeMessage(packet.payload, packet.source, packet.destination), reception);
+  if (reception.kind == MessageKind::malformed) screen_->handleMalformed(intfId, arrival);
 }
 
 void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
@@ -347,14 +350,17 @@ constexpr GateCause crpAdvCauses[] = {
 
 }  // namespace
 
-/// Names what the gate counted against a message, if it did.
-static void tellCause(Bsr::PimBsrErrorCounters const& before, Bsr::PimBsrErrorCounters const& after,
+/// Names what the gate counted against a message; returns whether it counted anything.
+static bool nameCause(Bsr::PimBsrErrorCounters const& before, Bsr::PimBsrErrorCounters const& after,
                       std::span<GateCause const> causes, Reception& reception) {
+  bool isCounted = false;
   for (GateCause const& cause : causes) {
     if (after.*cause.counter == before.*cause.counter) continue;
     reception.reason = cause.name;
     reception.sentence = cause.sentence;
+    isCounted = true;
   }
+  return isCounted;
 }
 
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
@@ -365,7 +371,7 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
   bsmInfo_->intfIdIs(intfId);
   bsmInfo_->messageIs(&message);
   bsmInfo_->countInc(1);
-  tellCause(before, status_->counters()->errCounters(), bsmCauses, reception);
+  nameCause(before, status_->counters()->errCounters(), bsmCauses, reception);
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
@@ -379,7 +385,8 @@ void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Recept
   crpMsgInfo_->intfIdIs(intfId);
   crpMsgInfo_->messageIs(verdict.passed);
   crpMsgInfo_->countInc(1);
-  tellCause(before, status_->counters()->errCounters(), crpAdvCauses, reception);
+  if (nameCause(before, status_->counters()->errCounters(), crpAdvCauses, reception)) return;
+  screen_->noteAdvertisement(message);
 }
 
 }  // namespace pimbsr::host

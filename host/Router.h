@@ -42,6 +42,7 @@ class PreferredRps;
 class RpBounds;
 class RpSweep;
 class Screen;
+struct Arrival;
 
 /// What a router is given by its host.
 struct RouterOptions {
@@ -123,8 +124,9 @@ class PIMBSR_API Router {
   /// (Hello with holdtime 0). To be called before an orderly end.
   void sayFarewell();
 
-  /// Takes one IPv4 packet, from its IP header on, that arrived on an interface. An advertisement for another
-  /// router is told of and goes nowhere.
+  /// Takes one IPv4 packet, from its IP header on, that arrived on an interface. Its sender's budget is
+  /// charged before more than the IP header is read. An advertisement for another router is reported and has
+  /// no effect.
   Reception receive(Lanet::IntfId const& intfId, std::span<U8 const> packet);
 
   /// When the next timer is due, on the context's clock; Kiv::never if none is.
@@ -153,7 +155,8 @@ class PIMBSR_API Router {
  private:
   void configure(RouterOptions const& options);
   void writeSourceAddress(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address);
-  void read(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet, Reception& reception);
+  void read(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival const& arrival,
+            Reception& reception);
   void handle(Lanet::IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
               Reception& reception);
   void hello(Lanet::IntfId const& intfId, wire::HelloMessage const& told, Reception& reception);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "runtime/Context.h"
 #include "wire/Message.h"
 
 namespace pimbsr::host {
@@ -10,7 +9,6 @@ namespace pimbsr::host {
 using Lanet::IntfId;
 using Lanet::IpAddr;
 using Lanet::IpGenAddr;
-using Routing::Pim::Intf;
 using Routing::Pim::Neighbor;
 using Zet::Ptr;
 
@@ -20,12 +18,6 @@ static IpAddr allPimRouters() { return IpAddr::fromHost(0xe000000d); }
 void Screen::settingsIs(Screening const& settings) {
   settings_ = settings;
   quotas_.handleSettings();
-}
-
-Refusal Screen::judgeArrival(IntfId const& intfId) {
-  if (settings_.packetsPerSecond == 0) return Refusal::none;
-  bool taken = rateLimit_.take(intfId, settings_.packetsPerSecond, Zet::now());
-  return taken ? Refusal::none : Refusal::rateLimit;
 }
 
 /// Whether a packet has no business beyond the link that it was sent on. A Hello or Bootstrap Message to a
@@ -38,7 +30,7 @@ static bool staysOnLink(wire::Ipv4Packet const& packet) {
 }
 
 /// A sender that is this router itself is left to those who know what that means for their message.
-Refusal Screen::judgePacket(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
+Refusal Screen::judgeHeader(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
   if (settings_.linkLocalTtl && packet.destination == allPimRouters() && packet.ttl != 1) return Refusal::ttl;
   if (!settings_.onSubnet || !staysOnLink(packet)) return Refusal::none;
   IpGenAddr source(packet.source);
@@ -46,44 +38,34 @@ Refusal Screen::judgePacket(IntfId const& intfId, wire::Ipv4Packet const& packet
   return isAtHome ? Refusal::none : Refusal::foreignSubnet;
 }
 
-/// All addresses that are kept of an interface's neighbours.
-static U64 addressesOf(Intf const& intf) {
-  U64 addresses = 0;
-  for (auto at = intf.neighborIterator(); at; ++at) addresses += 1 + at->secondaryCount();
-  return addresses;
+Arrival Screen::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
+  Arrival arrival{.source = packet.source, .header = judgeHeader(intfId, packet)};
+  bool isRest = arrival.header != Refusal::none && packet.destination.isMulticast();
+  if (!isRest) arrival.senderClass = budgets_.classOf(intfId, packet);
+  return arrival;
 }
 
 /// A neighbour's further addresses count as neighbours do, since each is kept and looked for. A Hello that
 /// tells no more than is known of its sender passes at any bound.
 Refusal Screen::judgeHello(IntfId const& intfId, wire::HelloMessage const& hello) const {
   if (settings_.linkLocalTtl && hello.dstAddr != IpGenAddr(allPimRouters())) return Refusal::helloDestination;
-  Ptr<Intf> intf = pimStatus_.pimIntf(intfId);
-  if (settings_.neighborsPerInterface == 0 || !intf || hello.holdtime == 0) return Refusal::none;
+  Ptr<pim::LinkNeighbors> link = neighbors_.link(intfId);
+  if (settings_.neighborsPerInterface == 0 || !link || hello.holdtime == 0) return Refusal::none;
   if (port_.isOwnAddress(hello.srcAddr)) return Refusal::none;
   auto const& list = hello.addressList;
   U64 told = 1 + list.size() - static_cast<U64>(std::count(list.begin(), list.end(), hello.srcAddr));
-  Ptr<Neighbor> neighbor = intf->neighbor(hello.srcAddr);
+  Ptr<Neighbor> neighbor = link->notifier()->neighbor(hello.srcAddr);
   U64 known = neighbor ? 1 + neighbor->secondaryCount() : 0;
   if (told <= known) return Refusal::none;
-  bool isBeyond = addressesOf(*intf) - known + told > settings_.neighborsPerInterface;
+  bool isBeyond = link->addressCount() - known + told > settings_.neighborsPerInterface;
   return isBeyond ? Refusal::neighborQuota : Refusal::none;
-}
-
-static bool isNeighbor(Intf const& intf, IpGenAddr const& address) {
-  if (intf.neighbor(address)) return true;
-  for (auto at = intf.neighborIterator(); at; ++at) {
-    if (at->secondary(address)) return true;
-  }
-  return false;
 }
 
 Refusal Screen::judgeSender(IntfId const& intfId,
                             Routing::Pim::Packet::BootstrapMessage const& message) const {
   if (port_.isOwnAddress(message.srcAddr())) return Refusal::none;
-  if (settings_.fromNeighbors) {
-    Ptr<Intf> intf = pimStatus_.pimIntf(intfId);
-    if (!intf || !isNeighbor(*intf, message.srcAddr())) return Refusal::notNeighbor;
-  }
+  bool isNeighbor = !settings_.fromNeighbors || !neighbors_.owner(intfId, message.srcAddr()).isEmpty();
+  if (!isNeighbor) return Refusal::notNeighbor;
   bool isOwn = settings_.notOwnBsr && port_.isOwnAddress(message.bsrAddress());
   return isOwn ? Refusal::ownBsr : Refusal::none;
 }

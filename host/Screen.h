@@ -1,23 +1,34 @@
 #pragma once
 
+#include "host/Budgets.h"
 #include "host/Quotas.h"
-#include "host/RateLimit.h"
 #include "host/Refusal.h"
 #include "host/Screening.h"
-#include "model/Pim.h"
+#include "pim/NeighborTable.h"
 #include "pim/Port.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::host {
 
+/// What the IP header of a packet says of it.
+struct Arrival {
+  SenderClass senderClass = SenderClass::rest;
+  Lanet::IpAddr source;            ///< unset if there was no header to read
+  Refusal header = Refusal::none;  ///< why the packet is dropped by its header
+};
+
 /// Refuses what a router on a real network must not believe or can't afford, as far as its settings say. The
 /// questions are asked in the order in which they stand here, as soon as a packet is read far enough.
 class PIMBSR_API Screen {
  public:
-  /// The machines, PIM's status and the port are used for as long as this object is.
+  /// The machines, the neighbors and the port are used for as long as this object is.
   Screen(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
-         Routing::Pim::Status const& pimStatus, pim::Port const& port, Screening const& settings)
-      : pimStatus_(pimStatus), port_(port), settings_(settings), quotas_(root, gate, settings_) {}
+         pim::NeighborTable const& neighbors, pim::Port const& port, Screening const& settings)
+      : neighbors_(neighbors),
+        port_(port),
+        settings_(settings),
+        budgets_(neighbors, settings_),
+        quotas_(root, gate, settings_) {}
   Screen(Screen const&) = delete;
   Screen& operator=(Screen const&) = delete;
 
@@ -25,10 +36,21 @@ class PIMBSR_API Screen {
   void settingsIs(Screening const& settings);
   Screening const& settings() const { return settings_; }
 
-  /// Judges that a packet arrived at all, before anything of it is read.
-  Refusal judgeArrival(Lanet::IntfId const& intfId);
-  /// Judges a packet by its IP header.
-  Refusal judgePacket(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
+  /// Validates a packet by its IP header. What fails is nobody's but the rest's to pay for: a packet that
+  /// only claims to be a neighbor's costs the neighbor nothing.
+  Arrival arrival(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
+  /// Charges a packet to the budget of its sender; a packet without a readable IP header is of the rest.
+  Refusal charge(Lanet::IntfId const& intfId, Arrival const& arrival) {
+    return budgets_.charge(intfId, arrival.senderClass, arrival.source);
+  }
+  /// To be called for a charged packet that turned out malformed.
+  void handleMalformed(Lanet::IntfId const& intfId, Arrival const& arrival) {
+    budgets_.handleMalformed(intfId, arrival.senderClass);
+  }
+  /// To be called for an advertisement that was accepted.
+  void noteAdvertisement(Routing::Pim::Packet::CrpAdvMessage const& message) {
+    budgets_.noteAdvertiser(message.srcAddr(), message.holdtime());
+  }
   /// Judges a Hello that would reach the interface's Hello machine.
   Refusal judgeHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
   /// Judges a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.
@@ -39,13 +61,15 @@ class PIMBSR_API Screen {
   Refusal judgeCost(Routing::Pim::Packet::CrpAdvMessage const& message) { return quotas_.judge(message); }
 
   /// To be called when an interface has gone.
-  void forget(Lanet::IntfId const& intfId) { rateLimit_.forget(intfId); }
+  void forget(Lanet::IntfId const& intfId) { budgets_.forget(intfId); }
 
  private:
-  Routing::Pim::Status const& pimStatus_;
+  Refusal judgeHeader(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
+
+  pim::NeighborTable const& neighbors_;
   pim::Port const& port_;
   Screening settings_;
-  RateLimit rateLimit_;
+  Budgets budgets_;
   Quotas quotas_;
 };
 

@@ -23,7 +23,14 @@ struct Screening {
   /// as the word of another, that would depose it.
   bool notOwnBsr = false;
 
-  U32 packetsPerSecond = 0;       ///< packets of one interface that are looked at in a second, in the mean
+  /// Packets that are read in a second, in the mean: of each neighbor, and of all other senders of one
+  /// interface together.
+  U32 packetsPerSecond = 0;
+  /// Hellos of one interface, from addresses that are no neighbor's, that are read in a second, in the mean.
+  U32 hellosPerSecond = 0;
+  /// Packets to unicast addresses, as advertisements are, that are read in a second, in the mean; what the
+  /// sender of an accepted one is granted comes on top.
+  U32 advertisementsPerSecond = 0;
   U32 neighborsPerInterface = 0;  ///< addresses of neighbours that are kept of one interface
   U32 learnedZones = 0;           ///< scope zones that are followed and are no candidacy of this router
   U32 fragmentRps = 0;            ///< RPs that wait in the fragment stores of all zones together

@@ -1,0 +1,86 @@
+#include "host/Budgets.h"
+
+#include "runtime/Context.h"
+#include "wire/Message.h"
+
+namespace pimbsr::host {
+
+using Lanet::IntfId;
+using Lanet::IpGenAddr;
+using Zet::Ptr;
+
+/// Version 2 in the upper half of the first byte, the type in the lower (RFC 7761 section 4.9).
+static bool isHello(wire::Bytes pim) {
+  return !pim.empty() && pim[0] == (0x20 | static_cast<U8>(wire::MessageType::hello));
+}
+
+static bool isBounded(Screening const& settings) {
+  return settings.packetsPerSecond != 0 || settings.hellosPerSecond != 0 ||
+         settings.advertisementsPerSecond != 0;
+}
+
+/// The class is not looked for where nothing is charged.
+SenderClass Budgets::classOf(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
+  if (!isBounded(settings_)) return SenderClass::rest;
+  if (!packet.destination.isMulticast()) return SenderClass::advertiser;
+  if (!neighbors_.owner(intfId, packet.source).isEmpty()) return SenderClass::neighbor;
+  return isHello(packet.payload) ? SenderClass::unknownHello : SenderClass::rest;
+}
+
+Budgets::Link& Budgets::link(IntfId const& intfId) {
+  return links_.try_emplace(intfId, Zet::now()).first->second;
+}
+
+Refusal Budgets::charge(IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source) {
+  if (!isBounded(settings_)) return Refusal::none;
+  switch (senderClass) {
+    case SenderClass::neighbor:
+      return chargeNeighbor(intfId, source);
+    case SenderClass::unknownHello: {
+      bool taken = link(intfId).unknownHello.take(settings_.hellosPerSecond, Zet::now());
+      return taken ? Refusal::none : Refusal::helloRateLimit;
+    }
+    case SenderClass::advertiser:
+      return chargeAdvertiser(source);
+    case SenderClass::rest:
+      break;
+  }
+  return chargeRest(link(intfId));
+}
+
+Refusal Budgets::chargeRest(Link& link) {
+  return link.rest.take(settings_.packetsPerSecond, Zet::now()) ? Refusal::none : Refusal::rateLimit;
+}
+
+/// All addresses of a neighbor share a bucket, and there are never more buckets than neighbors. A neighbor
+/// that finds none, for as long as others that have just gone keep theirs, is one of the rest.
+Refusal Budgets::chargeNeighbor(IntfId const& intfId, IpGenAddr const& source) {
+  if (settings_.packetsPerSecond == 0) return Refusal::none;
+  Ptr<pim::LinkNeighbors> neighbors = neighbors_.link(intfId);
+  Link& link = this->link(intfId);
+  TokenBucket* bucket =
+      link.neighbors.bucket(neighbors->owner(source), neighbors->notifier()->neighborCount(), Zet::now());
+  if (bucket == nullptr) return chargeRest(link);
+  bool taken = bucket->take(settings_.packetsPerSecond, Zet::now());
+  return taken ? Refusal::none : Refusal::neighborRateLimit;
+}
+
+/// A sender whose advertisement was accepted has a grant of its own, and what it sends beyond that competes
+/// with unknown senders: a flood from either displaces no renewal of another sender.
+Refusal Budgets::chargeAdvertiser(IpGenAddr const& source) {
+  if (settings_.advertisementsPerSecond == 0 || advertisers_.take(source, Zet::now())) return Refusal::none;
+  bool taken = advertisements_.take(settings_.advertisementsPerSecond, Zet::now());
+  return taken ? Refusal::none : Refusal::advertisementRateLimit;
+}
+
+void Budgets::handleMalformed(IntfId const& intfId, SenderClass senderClass) {
+  if (senderClass != SenderClass::unknownHello || settings_.hellosPerSecond == 0) return;
+  Link& link = this->link(intfId);
+  if (chargeRest(link) == Refusal::none) link.unknownHello.giveBack();
+}
+
+void Budgets::noteAdvertiser(IpGenAddr const& sender, U16 holdtime) {
+  if (settings_.advertisementsPerSecond != 0) advertisers_.note(sender, holdtime, Zet::now());
+}
+
+}  // namespace pimbsr::host

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <map>
+
+#include "host/RateLimit.h"
+#include "host/Refusal.h"
+#include "host/Screening.h"
+#include "pim/NeighborTable.h"
+#include "wire/Wire.h"
+
+namespace pimbsr::host {
+
+/// Whose budget a packet is charged to. The classes are kept apart so that forged packets of one don't
+/// displace honest ones of another.
+enum class SenderClass : U8 {
+  neighbor,      ///< link-local packets of one neighbor, by any of its addresses
+  unknownHello,  ///< Hellos of all other addresses of one interface
+  advertiser,    ///< packets to a unicast address, as advertisements are, of all interfaces
+  rest           ///< all other packets of one interface
+};
+
+/// The packets per second that are read of each class of senders, as far as a Screening bounds them.
+///
+/// A packet is charged once its IP header is read and before anything else of it is. Each charge costs
+/// O(log n) of the interfaces, neighbors and senders known.
+class PIMBSR_API Budgets {
+ public:
+  /// Both are used for as long as this object is.
+  Budgets(pim::NeighborTable const& neighbors, Screening const& settings)
+      : neighbors_(neighbors), settings_(settings) {}
+
+  /// The class of a packet that has passed the checks of its IP header. One to a unicast address could have
+  /// been routed here, so that its source proves no neighbor.
+  SenderClass classOf(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
+  /// Charges a packet to its class; none, or the drop reason that says which budget is used up. The source is
+  /// not looked at for the rest.
+  Refusal charge(Lanet::IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source);
+  /// To be called for a charged packet that turned out malformed: damaged Hellos leave the budget of Hellos
+  /// alone as long as the rest can pay for them.
+  void handleMalformed(Lanet::IntfId const& intfId, SenderClass senderClass);
+  /// To be called for each advertisement that was accepted; holdtime in seconds, 0 withdraws.
+  void noteAdvertiser(Lanet::IpGenAddr const& sender, U16 holdtime);
+  /// To be called when an interface has gone.
+  void forget(Lanet::IntfId const& intfId) { links_.erase(intfId); }
+
+ private:
+  struct Link {
+    explicit Link(double now) : rest(now), unknownHello(now) {}
+    TokenBucket rest;
+    TokenBucket unknownHello;
+    AddressBuckets neighbors;
+  };
+
+  Link& link(Lanet::IntfId const& intfId);
+  Refusal chargeRest(Link& link);
+  Refusal chargeNeighbor(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& source);
+  Refusal chargeAdvertiser(Lanet::IpGenAddr const& source);
+
+  pim::NeighborTable const& neighbors_;
+  Screening const& settings_;
+  std::map<Lanet::IntfId, Link> links_;  ///< made with an interface's first packet
+  TokenBucket advertisements_{0};
+  Advertisers advertisers_;
+};
+
+}  // namespace pimbsr::host

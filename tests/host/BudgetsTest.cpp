@@ -1,0 +1,305 @@
+#include "host/Budgets.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/host/ScreenSupport.h"
+
+namespace test {
+namespace {
+
+using pimbsr::host::AddressBuckets;
+using pimbsr::host::Advertisers;
+using pimbsr::host::MessageKind;
+using pimbsr::host::Screening;
+using pimbsr::host::TokenBucket;
+
+constexpr Screening rates = {
+    .packetsPerSecond = 1000, .hellosPerSecond = 200, .advertisementsPerSecond = 1000};
+constexpr Screening few = {.packetsPerSecond = 3, .hellosPerSecond = 2, .advertisementsPerSecond = 4};
+
+/// An advertisement of an RP, sent from its own address to the elected BSR 192.0.2.9.
+struct Renewal {
+  Adv message;
+  Road path;
+};
+
+Renewal renewalOf(std::string const& rp, U16 holdtime = 150) {
+  return {Adv{.groups = {{"239.0.0.0/8"}}, .rp = rp, .holdtime = holdtime},
+          {.source = rp, .destination = "192.0.2.9", .ttl = 60}};
+}
+
+class BudgetsTest : public ScreenedRouterTest {
+ protected:
+  /// Offers packets, so many a second for some seconds, beside one honest packet each 10 ms; each forged one
+  /// has the next source address. Returns the reasons of the forged ones, and expects the honest ones taken.
+  template <class Forged, class Honest>
+  std::map<std::string, int> flood(int perSecond, int seconds, Forged const& forged, Honest const& honest) {
+    std::map<std::string, int> reasons;
+    for (int i = 0; i < perSecond * seconds; ++i) {
+      context.nowIs(context.now() + 1.0 / perSecond);
+      ++reasons[forged(i)];
+      if (i % (perSecond / 100) != 0) continue;
+      EXPECT_EQ(honest(), "") << "after " << i << " forged packets";
+    }
+    return reasons;
+  }
+  std::string renew(std::string const& rp, U16 holdtime = 150) {
+    Renewal renewal = renewalOf(rp, holdtime);
+    return reasonFor(renewal.message, renewal.path);
+  }
+};
+
+// Whose budget ------------------------------------------------------------------------------------------
+
+TEST_F(BudgetsTest, EachClassOfSendersHasABudgetAndADropReasonOfItsOwn) {
+  struct Case {
+    char const* rule;
+    std::vector<U8> pim;
+    Road path;
+    int granted;
+    char const* reason;
+  };
+  router.screeningIs(few);
+  greet("192.0.2.1", {addr("192.0.2.50")});
+  context.nowIs(context.now() + 10);
+  std::vector<U8> const bsm = bytesOf(ordinary);
+  for (Case const& c :
+       {Case{"a neighbor", bsm, {}, 3, "neighbor-rate-limit"},
+        {"a Hello of an unknown address",
+         bytesOf(HelloMessage{.holdtime = 0}),
+         {"192.0.2.7"},
+         2,
+         "hello-rate-limit"},
+        {"any other packet of an unknown address", bsm, {"192.0.2.7"}, 3, "rate-limit"},
+        {"a unicast packet", bytesOf(Adv{}), {"203.0.113.1", "192.0.2.9"}, 4, "advertisement-rate-limit"}}) {
+    SCOPED_TRACE(c.rule);
+    for (int i = 0; i < c.granted; ++i) {
+      Reception taken = router.receive(intf("eth0"), packetOf(c.pim, c.path));
+      EXPECT_FALSE(taken.overBudget()) << i;
+    }
+    Reception dropped = router.receive(intf("eth0"), packetOf(c.pim, c.path));
+    EXPECT_TRUE(dropped.overBudget());
+    EXPECT_EQ(dropped.reason, c.reason);
+    EXPECT_EQ(dropped.kind, MessageKind::unread);
+    EXPECT_EQ(dropped.source, addr(c.path.source));
+    EXPECT_EQ(dropped.destination, addr(c.path.destination));
+  }
+}
+
+TEST_F(BudgetsTest, BudgetOf0IsNoBound) {
+  greet("192.0.2.1");
+  router.screeningIs({.hellosPerSecond = 1});
+  for (int i = 0; i < 5000; ++i) ASSERT_FALSE(offer(ordinary).overBudget());
+  router.screeningIs({.packetsPerSecond = 1});
+  for (int i = 0; i < 5000; ++i) {
+    ASSERT_FALSE(offer(HelloMessage{.holdtime = 0}, {"192.0.2.7"}).overBudget());
+    ASSERT_FALSE(offer(Adv{}, {"203.0.113.1", "192.0.2.9"}).overBudget());
+  }
+}
+
+TEST_F(BudgetsTest, AllAddressesOfANeighborShareItsBudget) {
+  router.screeningIs(few);
+  greet("192.0.2.1", {addr("192.0.2.50"), addr("192.0.2.51")});
+  EXPECT_FALSE(offer(ordinary).overBudget());
+  EXPECT_FALSE(offer(ordinary, {"192.0.2.50"}).overBudget());
+  EXPECT_FALSE(offer(ordinary, {"192.0.2.51"}).overBudget());
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.50"}), "neighbor-rate-limit");
+}
+
+TEST_F(BudgetsTest, NeighborOfAnotherInterfaceIsAnUnknownSenderHere) {
+  router.screeningIs(few);
+  router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {}));
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(ordinary), "rate-limit");
+}
+
+TEST_F(BudgetsTest, PacketThatFailsTheChecksOfItsHeaderCostsTheNeighborThatItNamesNothing) {
+  Screening settings = few;
+  settings.linkLocalTtl = true;
+  router.screeningIs(settings);
+  greet("192.0.2.1");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary, {.ttl = 64}), "ttl");
+  EXPECT_EQ(reasonFor(ordinary, {.ttl = 64}), "rate-limit");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "");
+}
+
+TEST_F(BudgetsTest, UnicastPacketFromTheAddressOfANeighborCostsTheNeighborNothing) {
+  router.screeningIs(few);
+  greet("192.0.2.1");
+  for (int i = 0; i < 100; ++i) offer(Adv{}, {.destination = "192.0.2.9", .ttl = 60});
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "");
+}
+
+TEST_F(BudgetsTest, NeighborThatGoesAndComesBackGainsNothing) {
+  Screening settings = few;
+  settings.hellosPerSecond = 1000;
+  router.screeningIs(settings);
+  greet("192.0.2.1");
+  int taken = 0;
+  for (int i = 0; i < 100; ++i) {
+    context.nowIs(context.now() + 0.001);
+    if (!offer(HelloMessage{.holdtime = 0}).overBudget()) ++taken;
+    offer(HelloMessage{});
+  }
+  EXPECT_EQ(taken, 3);
+}
+
+// Floods beside honest senders --------------------------------------------------------------------------
+
+TEST_F(BudgetsTest, NoneOfANeighborsMessagesIsLostToTwoThousandForgedOnesASecond) {
+  router.screeningIs(rates);
+  greet("192.0.2.1");
+  auto reasons = flood(
+      2000, 10, [&](int i) { return reasonFor(ordinary, {numbered("192.0.2.", 10 + i % 200)}); },
+      [&] { return reasonFor(ordinary); });
+  EXPECT_NEAR(reasons["rate-limit"], 9000, 5);
+  EXPECT_NEAR(reasons["rxNbrRpfCheck"], 11000, 5);
+}
+
+TEST_F(BudgetsTest, FloodForgedFromANeighborsAddressExhaustsThatNeighborsBudgetAlone) {
+  router.screeningIs(rates);
+  greet("192.0.2.1");
+  greet("192.0.2.2", {addr("192.0.2.60")});
+  auto reasons = flood(
+      4000, 10, [&](int i) { return reasonFor(ordinary, {i % 2 == 0 ? "192.0.2.2" : "192.0.2.60"}); },
+      [&] { return reasonFor(ordinary); });
+  EXPECT_NEAR(reasons["neighbor-rate-limit"], 29000, 5);
+  EXPECT_EQ(reasons.count("rate-limit"), 0u);
+}
+
+TEST_F(BudgetsTest, FloodOfHellosDisplacesNeitherHellosNorMessagesOfNeighbors) {
+  Screening settings = rates;
+  settings.neighborsPerInterface = 50;
+  router.screeningIs(settings);
+  greet("192.0.2.1");
+  bool isHello = false;
+  auto reasons = flood(
+      2000, 10, [&](int i) { return reasonFor(HelloMessage{}, {numbered("192.0.2.", 10 + i % 200)}); },
+      [&] { return (isHello = !isHello) ? reasonFor(HelloMessage{}) : reasonFor(ordinary); });
+  EXPECT_GT(reasons["hello-rate-limit"], 10000);
+  EXPECT_GT(reasons["neighbor-quota"], 1000);
+  EXPECT_EQ(neighbors(), 50u);
+}
+
+TEST_F(BudgetsTest, NewNeighborIsHeardDuringAFloodOfOtherPackets) {
+  router.screeningIs(rates);
+  int next = 10;
+  flood(
+      2000, 2, [&](int) { return reasonFor(ordinary, {"192.0.2.5"}); },
+      [&] { return reasonFor(HelloMessage{}, {numbered("192.0.2.", next++)}); });
+  EXPECT_EQ(neighbors(), 200u);
+}
+
+TEST_F(BudgetsTest, DamagedHellosLeaveTheBudgetOfHellosAloneAsLongAsTheRestPays) {
+  router.screeningIs(few);
+  std::vector<U8> damaged = packetOf(bytesOf(HelloMessage{}), {"192.0.2.7"});
+  damaged.back() ^= 1;
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(router.receive(intf("eth0"), damaged).reason, "checksum") << i;
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.7"}), "rate-limit");
+  EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}, {"192.0.2.7"}), "");
+  EXPECT_EQ(router.receive(intf("eth0"), damaged).reason, "checksum");
+  EXPECT_EQ(router.receive(intf("eth0"), damaged).reason, "hello-rate-limit");
+}
+
+// Advertisements ----------------------------------------------------------------------------------------
+
+TEST_F(BudgetsTest, NoRenewalIsLostToAFloodOfAdvertisementsOfUnknownSenders) {
+  router.screeningIs({.packetsPerSecond = 1000, .advertisementsPerSecond = 1000, .rps = 100});
+  lead();
+  std::vector<std::string> const senders = {"203.0.113.1", "203.0.113.2", "203.0.113.3"};
+  for (auto const& sender : senders) EXPECT_EQ(renew(sender), "");
+  std::size_t next = 0;
+  auto forged = [&](int i) {
+    std::string source = numbered("10.", i / 256) + numbered(".", i % 256) + ".1";
+    return reasonFor(Adv{.rp = "10.9.9.9"}, {source, "192.0.2.9"});
+  };
+  auto reasons =
+      flood(2000, 5, forged, [&] { return ++next % 50 == 0 ? renew(senders[next / 50 % 3]) : ""; });
+  EXPECT_NEAR(reasons["advertisement-rate-limit"], 4000, 50);
+}
+
+TEST_F(BudgetsTest, FloodForgedFromACandidateRpsAddressDisplacesNoOthersRenewals) {
+  router.screeningIs({.advertisementsPerSecond = 1000});
+  lead();
+  for (char const* sender : {"203.0.113.1", "203.0.113.2"}) EXPECT_EQ(renew(sender), "");
+  int next = 0;
+  auto reasons = flood(
+      2000, 5, [&](int) { return renew("203.0.113.2"); },
+      [&] { return ++next % 100 == 0 ? renew("203.0.113.1") : ""; });
+  EXPECT_NEAR(reasons["advertisement-rate-limit"], 4000, 50);
+}
+
+TEST_F(BudgetsTest, SenderIsKnownAsLongAsTheHoldtimeOfItsLastAcceptedAdvertisement) {
+  struct Case {
+    char const* rule;
+    double wait;
+    U16 last;  ///< holdtime of the second advertisement
+    bool known;
+  };
+  for (Case const& c : {Case{"within the holdtime", 100, 150, true},
+                        {"after it", 151, 150, false},
+                        {"after a withdrawal", 1, 0, false}}) {
+    SCOPED_TRACE(c.rule);
+    TestContext own;
+    Advertisers advertisers;
+    double now = 1000;
+    advertisers.note(addr("203.0.113.1"), 150, now);
+    advertisers.note(addr("203.0.113.1"), c.last, now);
+    EXPECT_EQ(advertisers.take(addr("203.0.113.1"), now + c.wait), c.known);
+    EXPECT_FALSE(advertisers.take(addr("203.0.113.2"), now));
+  }
+}
+
+TEST_F(BudgetsTest, AdvertisementThatIsRefusedMakesNoSenderKnown) {
+  router.screeningIs({.advertisementsPerSecond = 2});
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(renew("203.0.113.1"), "rxInvalid");
+  EXPECT_EQ(renew("203.0.113.1"), "advertisement-rate-limit");
+}
+
+// Bounds ------------------------------------------------------------------------------------------------
+
+TEST(AdvertisersTest, FloodOfSendersIsKeptUpToTheBoundUntilSomeExpire) {
+  Advertisers advertisers;
+  auto sender = [](U32 i) { return Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0x0a000000 + i)); };
+  for (U32 i = 0; i < 20000; ++i) advertisers.note(sender(i), 100 + i % 2, 0);
+  EXPECT_EQ(advertisers.size(), Advertisers::max);
+  EXPECT_TRUE(advertisers.take(sender(0), 50));
+  EXPECT_FALSE(advertisers.take(sender(Advertisers::max), 50));
+  advertisers.note(sender(Advertisers::max), 100, 100.5);
+  EXPECT_TRUE(advertisers.take(sender(Advertisers::max), 101));
+  EXPECT_EQ(advertisers.size(), Advertisers::max / 2 + 1);
+}
+
+TEST(AddressBucketsTest, ThereAreAsManyAsAllowedAndOnlyIdleOnesGiveWay) {
+  AddressBuckets buckets;
+  auto take = [&](char const* address, double now) {
+    TokenBucket* bucket = buckets.bucket(addr(address), 2, now);
+    return bucket == nullptr ? "none" : bucket->take(1, now) ? "taken" : "used up";
+  };
+  EXPECT_STREQ(take("192.0.2.1", 0), "taken");
+  EXPECT_STREQ(take("192.0.2.2", 0.5), "taken");
+  EXPECT_STREQ(take("192.0.2.3", 0.9), "none");
+  EXPECT_STREQ(take("192.0.2.3", 1), "taken");
+  EXPECT_STREQ(take("192.0.2.1", 1.2), "none");
+  EXPECT_STREQ(take("192.0.2.3", 1.3), "used up");
+  EXPECT_STREQ(take("192.0.2.1", 1.5), "taken");
+  EXPECT_EQ(buckets.size(), 2u);
+}
+
+TEST_F(BudgetsTest, NeighborWithoutABucketSharesTheRestUntilABucketIsIdle) {
+  router.screeningIs({.packetsPerSecond = 3});
+  greet("192.0.2.1");
+  EXPECT_EQ(reasonFor(ordinary), "");
+  EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}), "");
+  greet("192.0.2.2");
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(offer(ordinary, {"192.0.2.2"}).overBudget());
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "rate-limit");
+  context.nowIs(context.now() + 1);
+  for (int i = 0; i < 3; ++i) EXPECT_FALSE(offer(ordinary, {"192.0.2.2"}).overBudget());
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "neighbor-rate-limit");
+}
+
+}  // namespace
+}  // namespace test
