@@ -123,7 +123,13 @@ static constexpr ConfigKey keys[] = {
      "Bootstrap Messages must not name this router itself as their BSR: neighbours send them back."},
 
     {"limits", "packets-per-second", KeyType::integer, "1/s", 0, largest32, "1000",
-     "PIM packets of one interface that are looked at in a second, in the mean."},
+     "PIM packets that are read in a second, in the mean: of each neighbor, and of all other senders of an "
+     "interface together."},
+    {"limits", "hellos-per-second", KeyType::integer, "1/s", 0, largest32, "200",
+     "Hellos from addresses that are no neighbor's, read in a second on each interface, in the mean."},
+    {"limits", "advertisements-per-second", KeyType::integer, "1/s", 0, largest32, "1000",
+     "Packets to a unicast address, as advertisements are, that are read in a second, in the mean; each "
+     "sender of an accepted advertisement has one more of its own, and 10 at once."},
     {"limits", "neighbors-per-interface", KeyType::integer, "", 0, largest32, "256",
      "Neighbours that are kept of one interface."},
     {"limits", "learned-zones", KeyType::integer, "", 0, largest32, "64",

@@ -174,8 +174,7 @@ std::string restText(Settings const& settings) {
                   settings.router.zoneTimeout) +
       fmt::format("\n[checks]\nlink-local-ttl = {}\non-subnet = {}\nfrom-neighbors = {}\nnot-own-bsr = {}\n",
                   screening.linkLocalTtl, screening.onSubnet, screening.fromNeighbors, screening.notOwnBsr) +
-      limitsText(screening) +
-      fmt::format("\n[control]\nsocket = {}\n", tomlText(settings.controlSocket)) +
+      limitsText(screening) + fmt::format("\n[control]\nsocket = {}\n", tomlText(settings.controlSocket)) +
       fmt::format("read-only-socket = {}\nread-only-group = {}\n", tomlText(settings.readOnlySocket),
                   tomlText(settings.readOnlyGroup)) +
       fmt::format("\n[state]\ndirectory = {}\n", tomlText(settings.stateDirectory));
@@ -277,6 +276,8 @@ Json writeJson(Settings const& settings) {
             {"notOwnBsr", screening.notOwnBsr}}},
           {"limits",
            {{"packetsPerSecond", screening.packetsPerSecond},
+            {"hellosPerSecond", screening.hellosPerSecond},
+            {"advertisementsPerSecond", screening.advertisementsPerSecond},
             {"neighborsPerInterface", screening.neighborsPerInterface},
             {"learnedZones", screening.learnedZones},
             {"fragmentRps", screening.fragmentRps},

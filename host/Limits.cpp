@@ -4,6 +4,8 @@ namespace pimbsr::host {
 
 static constexpr Limit rows[] = {
     {"packets-per-second", &Screening::packetsPerSecond},
+    {"hellos-per-second", &Screening::hellosPerSecond},
+    {"advertisements-per-second", &Screening::advertisementsPerSecond},
     {"neighbors-per-interface", &Screening::neighborsPerInterface},
     {"learned-zones", &Screening::learnedZones},
     {"fragment-rps", &Screening::fragmentRps},

@@ -47,6 +47,8 @@ struct Screening {
 
 /// The bounds that every program uses unless its operator sets others, far above honest use. No checks.
 inline constexpr Screening standardLimits = {.packetsPerSecond = 1000,
+                                             .hellosPerSecond = 200,
+                                             .advertisementsPerSecond = 1000,
                                              .neighborsPerInterface = 256,
                                              .learnedZones = 64,
                                              .fragmentRps = 4096,

@@ -210,18 +210,23 @@ Unwise const unwise[] = {
       "which "
       "neighbours send back"}},
     {"LimitsThatAreNone",
-     PIM "[limits]\npackets-per-second = 0\nneighbors-per-interface = 0\nlearned-zones = 0\nfragment-rps = "
-         "0\nrps = 0\nranges-per-zone = 0\nrps-per-range = 0\nrps-per-sender = 0\nranges-per-sender = 0",
+     PIM "[limits]\npackets-per-second = 0\nhellos-per-second = 0\nadvertisements-per-second = 0\n"
+         "neighbors-per-interface = 0\nlearned-zones = 0\nfragment-rps = 0\nrps = 0\nranges-per-zone = 0\n"
+         "rps-per-range = 0\nrps-per-sender = 0\nranges-per-sender = 0",
      {"f:3:22: limits.packets-per-second: 0 is no bound, so that a flood takes what time and memory there is",
-      "f:4:27: limits.neighbors-per-interface: 0 is no bound, so that a flood takes what time and memory "
+      "f:4:21: limits.hellos-per-second: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:5:29: limits.advertisements-per-second: 0 is no bound, so that a flood takes what time and memory "
       "there is",
-      "f:5:17: limits.learned-zones: 0 is no bound, so that a flood takes what time and memory there is",
-      "f:6:16: limits.fragment-rps: 0 is no bound, so that a flood takes what time and memory there is",
-      "f:7:7: limits.rps: 0 is no bound, so that a flood takes what time and memory there is",
-      "f:8:19: limits.ranges-per-zone: 0 is no bound, so that a flood takes what time and memory there is",
-      "f:9:17: limits.rps-per-range: 0 is no bound, so that a range with 256 RPs is lost in the whole domain",
-      "f:10:18: limits.rps-per-sender: 0 is no bound, so that a flood takes what time and memory there is",
-      "f:11:21: limits.ranges-per-sender: 0 is no bound, so that a flood takes what time and memory there "
+      "f:6:27: limits.neighbors-per-interface: 0 is no bound, so that a flood takes what time and memory "
+      "there is",
+      "f:7:17: limits.learned-zones: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:8:16: limits.fragment-rps: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:9:7: limits.rps: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:10:19: limits.ranges-per-zone: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:11:17: limits.rps-per-range: 0 is no bound, so that a range with 256 RPs is lost in the whole "
+      "domain",
+      "f:12:18: limits.rps-per-sender: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:13:21: limits.ranges-per-sender: 0 is no bound, so that a flood takes what time and memory there "
       "is"}},
 };
 

@@ -47,6 +47,8 @@ class AnySettings {
                    .fromNeighbors = flip(),
                    .notOwnBsr = flip(),
                    .packetsPerSecond = any(),
+                   .hellosPerSecond = any(),
+                   .advertisementsPerSecond = any(),
                    .neighborsPerInterface = any(),
                    .learnedZones = any(),
                    .fragmentRps = any(),
@@ -192,8 +194,9 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
             R"({"linkLocalTtl":true,"onSubnet":true,"fromNeighbors":true,"notOwnBsr":true})");
   EXPECT_EQ(
       json["limits"].dump(),
-      R"({"packetsPerSecond":1000,"neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,)"
-      R"("rps":20000,"rangesPerZone":4096,"rpsPerRange":255,"rpsPerSender":64,"rangesPerSender":1024})");
+      R"({"packetsPerSecond":1000,"hellosPerSecond":200,"advertisementsPerSecond":1000,)"
+      R"("neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,"rps":20000,"rangesPerZone":4096,)"
+      R"("rpsPerRange":255,"rpsPerSender":64,"rangesPerSender":1024})");
   EXPECT_EQ(json["controlSocket"], "/run/pimbsr/control.sock");
   EXPECT_EQ(json["readOnlySocket"], "/run/pimbsr/control-read-only.sock");
   EXPECT_EQ(json["readOnlyGroup"], "");
