@@ -78,7 +78,7 @@ bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
     history_.senderIs(reception);
     traffic_.noteReceived(intf, reception);
     if (!reception.accepted()) drops_.note(intf, reception, context_.now());
-    goesOn = !reception.reason.starts_with("rate-limit");
+    goesOn = !reception.overBudget();
   });
   return goesOn;
 }
