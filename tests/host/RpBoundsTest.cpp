@@ -9,6 +9,7 @@
 
 #include "host/PreferredRps.h"
 #include "tests/host/ScreenSupport.h"
+#include "tests/support/Allocations.h"
 
 namespace test {
 namespace {
@@ -199,6 +200,22 @@ TEST_F(RpBoundsTest, LoweredBoundKeepsTheRpsAndDisplacesNone) {
   run(70);
   fill(1, 5);
   EXPECT_EQ(count(), 5u);
+}
+
+TEST_F(RpBoundsTest, RenewalAllocatesNoMoreThanWithoutBounds) {
+  Adv adv{.groups = {{"239.1.0.0/16"}, {"239.2.0.0/16"}, {"239.3.0.0/16"}}, .rp = "203.0.1.1"};
+  std::vector<U8> const packet = packetOf(bytesOf(adv), {"203.0.1.1", "192.0.2.9", 60});
+  Lanet::IntfId const eth0 = intf("eth0");
+  auto renewal = [&] {
+    context.nowIs(context.now() + 1);
+    context.traces.clear();
+    return allocationsOf([&] { EXPECT_TRUE(bsr.receive(eth0, packet).accepted()); });
+  };
+  for (int i = 0; i < 3; ++i) renewal();
+  int const bounded = renewal();
+  bsr.screeningIs({});
+  for (int i = 0; i < 3; ++i) renewal();
+  EXPECT_EQ(bounded, renewal());
 }
 
 // Displacement --------------------------------------------------------------------------------------------
