@@ -26,7 +26,8 @@ class Bounds:
 
     def __init__(self, command):
         self.sanitized = b"__asan_init" in pathlib.Path(command).read_bytes()
-        self.lateness = 0.5 if self.sanitized else 0.02  # seconds, besides what the system itself delays
+        self.lateness = 0.5 if self.sanitized else 0.02  # seconds, besides what the system delays
+        self.gone = 2.5 if self.sanitized else 0.25  # seconds, while thousands of RPs leave at once
         self.rss = 256 << 20 if self.sanitized else 32 << 20  # bytes, growth during one attack
 
 

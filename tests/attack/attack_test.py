@@ -7,9 +7,11 @@ exits with 77, or, if PIMBSR_LAB_REQUIRED is set, with 1."""
 
 import json
 import os
+import pathlib
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -17,7 +19,7 @@ from attack import Bounds, Clients, Flood, Meter, counter, mac_of, rss_of, table
 
 from lab import SKIPPED, Lab, wait_until, why_not  # attack.py has set the path
 from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end_for, neighbors_of, rps_of,
-                      wait_all)
+                      wait_all, zone)
 
 # Seconds of attack: the short form, 60 in total, and the full one.
 LENGTHS = {"chosen_rps": (6, 120), "chosen_ranges": (6, 120), "advertisements_worst": (4, 120),
@@ -47,6 +49,12 @@ COMMAND = ""
 
 def seconds_of(attack):
     return LENGTHS[attack][1 if os.environ.get("PIMBSR_ATTACK") == "full" else 0]
+
+
+def rps_for(router):
+    """The RPs that a router knows for a group of RANGE. A view of this group alone: one of thousands of RPs
+    would cost the router more than the attack."""
+    return sorted(one["address"] for one in router.show("rp", "239.1.1.1")["candidates"])
 
 
 class AttackTest(unittest.TestCase):
@@ -82,13 +90,15 @@ class AttackTest(unittest.TestCase):
         self.running.append(Clients(*words, **options))
         return self.running[-1]
 
-    def report(self, row):
-        """Prints a row and checks what holds for every attack: timers are on time and memory is flat."""
+    def report(self, row, lateness=None):
+        """Prints a row and checks what holds for every attack: timers are on time and memory is flat. Another
+        bound of lateness than usual is given in seconds."""
         print("\n" + table_of([row]))
         if file := os.environ.get("PIMBSR_ATTACK_ROWS"):
             with open(file, "a") as out:
                 out.write(json.dumps(row) + "\n")
-        self.assertLess(row["late"], 1e3 * self.bounds.lateness + row["systemLate"], "timers are on time")
+        late = 1e3 * (lateness or self.bounds.lateness) + row["systemLate"]
+        self.assertLess(row["late"], late, "timers are on time")
         self.assertLess(row["rss"], self.bounds.rss >> 20, "memory is flat")
 
     def neighbor(self, router, interface, address, seconds, rate=1):
@@ -99,7 +109,7 @@ class AttackTest(unittest.TestCase):
 
     def play_chosen(self, attack, kind, count, bits):
         """A BSR names so many keys that share a bucket; timers stay on time, and when it ends another router
-        is elected. The clock runs ten times as fast."""
+        is elected, while all those RPs leave at once. The clock runs ten times as fast."""
         lab, seconds = self.lab(clock_rate=10), seconds_of(attack)
         (r1, r2), _ = lab.chain("r1", "r2")
         r1.config("[interface.eth-r2]\nhello-interval = 1\n")
@@ -114,11 +124,16 @@ class AttackTest(unittest.TestCase):
         wait_until(lambda: BAD in neighbors_of(r2), "the attacker is a neighbor")
         flood = self.flood(r1, "eth-r2", kind, source=BAD, bsr=BAD, priority=200, count=count, bits=bits,
                            holdtime=40000, rate=100, seconds=seconds)
-        meter = self.meter(r2, seconds + 4)
+        meter = self.meter(r2, seconds)
         wait_all((r2,), bsr_of, BAD, "r2 follows the attacker")
         sent = flood.result()
+        rps = zone(r2)["rps"]
+        self.assertEqual(count, rps)
+        self.report(meter.row(attack, [sent], note=f"{rps} RPs kept"))
+        meter = self.meter(r2, 5)
         wait_all((r2,), bsr_of, "10.255.0.1", "r1 is elected again", 15)
-        self.report(meter.row(attack, [sent], note=f"{sum(map(len, rps_of(r2).values()))} RPs kept"))
+        wait_until(lambda: zone(r2)["rps"] == 0, "the RPs of the attacker have gone")
+        self.report(meter.row(attack, note="all RPs leave at once"), self.bounds.gone)
 
     def test_chosen_rps(self):
         """16,000 RPs of one range whose keys share a bucket."""
@@ -256,10 +271,11 @@ class AttackTest(unittest.TestCase):
         found = [other.result() for other in others]
         self.running[1].close()
         time.sleep(0.2)
-        worst, failed = max(one["worst"] for one in found), sum(one["failed"] for one in found)
-        asked = sum(one["asked"] for one in found)
-        self.report(meter.row(attack, note=f"{failed} of {asked} failed, the latest after {worst:.3f} s"))
-        self.assertEqual(0, failed, "requests of others that were not answered")
+        worst, asked = max(one["worst"] for one in found), sum(one["asked"] for one in found)
+        failures = [f"user {user}: {text}" for user, one in zip((0, 5002), found) for text in one["failures"]]
+        note = f"{len(failures)} of {asked} failed, the latest after {worst:.3f} s"
+        self.report(meter.row(attack, note=note))
+        self.assertEqual([], failures, "requests of others that were not answered")
         self.assertLess(worst, 1)
 
     def test_control_idle(self):
@@ -301,7 +317,7 @@ class AttackTest(unittest.TestCase):
 
     def mixed_floods(self, r1, seconds):
         """A flood of strangers, and what a neighbor gone bad can send besides."""
-        zone = {"source": BAD, "bsr": BAD, "seconds": seconds}
+        common = {"source": BAD, "bsr": BAD, "seconds": seconds}
         terms = [("bootstraps", {"source": STRANGER, "sources": 100, "rate": 50000, "bsr": "10.255.0.1",
                                  "count": 1000, "priority": 255}),
                  ("bootstraps", {"source": BAD, "rate": 2000, "bsr": NOWHERE, "count": 1000}),
@@ -313,7 +329,7 @@ class AttackTest(unittest.TestCase):
                  ("goodbyes", {"source": STRANGER, "sources": 100, "rate": 100}),
                  ("mutations", {"rate": 400, "count": 8000, "bsr": NOWHERE}),
                  ("garbage", {"rate": 2000, "count": 8000, "source": STRANGER})]
-        return [self.flood(r1, "eth-r2", kind, **{**zone, **each}) for kind, each in terms]
+        return [self.flood(r1, "eth-r2", kind, **{**common, **each}) for kind, each in terms]
 
     def test_mixed(self):
         """All of it together: each router follows the honest BSR throughout, and its RPs stay."""
@@ -338,14 +354,23 @@ class AttackTest(unittest.TestCase):
         while time.monotonic() < end:
             for router in (r1, r2, r3):
                 self.assertEqual("10.255.0.1", bsr_of(router), f"{router.name} follows the honest BSR")
-                self.assertEqual(honest, rps_of(router).get(RANGE), f"{router.name} knows the honest RPs")
+                self.assertEqual(honest, rps_for(router), f"{router.name} knows the honest RPs")
             highest = max(highest, rss_of(r2.agent.process.pid))
             time.sleep(0.2)
         sent = [flood.result() for flood in floods]
         self.report(meter.row("mixed", sent, note=f"RSS at most {highest >> 20} MiB"))
 
 
+def avoid_disks():
+    """Keeps the files of labs in memory. A router writes its history to disk in turn with its timers, and a
+    disk that others use is no cost of an attack."""
+    memory = pathlib.Path("/dev/shm")
+    if memory.is_dir():
+        tempfile.tempdir = str(memory)
+
+
 if __name__ == "__main__":
+    avoid_disks()
     signal.signal(signal.SIGTERM, end_for)
     COMMAND, Flood.program = sys.argv[1], sys.argv[2]
     if reason := why_not():
