@@ -89,7 +89,8 @@ if(TARGET pimbsr-command)
   endforeach()
 endif()
 
-# Attacks on a router on the real kernel, one after the other, since they measure. `attack-flood` sends.
+# Attacks on a router on the real kernel, one after the other, since they measure; so freed memory must not
+# wait long for the sanitizer. `attack-flood` sends.
 if(TARGET pimbsr-command)
   file(GLOB flood_sources CONFIGURE_DEPENDS tests/attack/*.cpp)
   list(FILTER flood_sources EXCLUDE REGEX "Test\\.cpp$")
@@ -104,7 +105,7 @@ if(TARGET pimbsr-command)
       COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/attack/attack_test.py
       $<TARGET_FILE:pimbsr-command> $<TARGET_FILE:attack-flood> ${attack})
     set_tests_properties(attack-${attack} PROPERTIES LABELS attack TIMEOUT 300 SKIP_RETURN_CODE 77
-      RUN_SERIAL ON ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+      RUN_SERIAL ON ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=32")
   endforeach()
 endif()
 
