@@ -91,7 +91,8 @@ def rss_of(pid):
 
 def backlog_drops():
     """Packets that the kernel dropped before any socket, since a CPU's backlog was full."""
-    return sum(int(line.split()[1], 16) for line in pathlib.Path("/proc/net/softnet_stat").open())
+    text = pathlib.Path("/proc/net/softnet_stat").read_text()
+    return sum(int(line.split()[1], 16) for line in text.splitlines())
 
 
 class Meter:
