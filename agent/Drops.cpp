@@ -26,6 +26,7 @@ static IpGenPrefix zoneOf(Reception const& reception) {
 
 static DroppedMessage noteOf(Reception const& reception, double now) {
   DroppedMessage note{.time = now, .sender = reception.source, .destination = reception.destination};
+  note.dropped = reception.droppedRanges;
   if (!reception.message) return note;
   if (reception.kind == MessageKind::bootstrap) {
     auto const& bsm = static_cast<Packet::BootstrapMessage const&>(*reception.message);
@@ -64,7 +65,8 @@ static std::string textOf(Lanet::IpGenAddr const& address) {
 }
 
 static std::string rangesOf(DroppedMessage const& message) {
-  return fmt::format("{} group range{}", message.groups, message.groups == 1 ? "" : "s");
+  std::string all = fmt::format("{} group range{}", message.groups, message.groups == 1 ? "" : "s");
+  return message.dropped == 0 ? all : fmt::format("{} of {} dropped", message.dropped, all);
 }
 
 std::string summaryOf(MessageKind kind, DroppedMessage const& message) {

@@ -36,6 +36,7 @@ struct DroppedMessage {
   U16 holdTime = 0;        ///< of an advertisement, seconds
   bool forward = true;     ///< a Bootstrap Message without the No-Forward bit
   Zet::U32 groups = 0;     ///< group ranges of either
+  Zet::U32 dropped = 0;    ///< those that were dropped or cut while the rest was accepted; 0 for all
 };
 
 /// Refused messages of one key.

@@ -27,25 +27,126 @@ static bool isFragment(BootstrapGroupData const& group) {
   return group.fragRpCount() != 0 && group.rpCount() != group.fragRpCount();
 }
 
-Refusal Quotas::judge(BootstrapMessage const& message) {
+// A Bootstrap Message that is cut ------------------------------------------------------------------------
+
+/// A copy of a message without what it adds beyond the bounds.
+class Quotas::Cut {
+ public:
+  Cut(Quotas& quotas, IpGenPrefix const& zone, BootstrapMessage& message, Fits const& fits)
+      : quotas_(quotas), zone_(zone), message_(message), fits_(fits) {
+    Ptr<Routing::Pim::RpCandidateStatus> sets = quotas.setsOf(zone);
+    ranges_ = sets ? sets->crpSetCount() : 0;
+  }
+
+  Verdict verdict() {
+    verdict_.passed = copyOfHeader();
+    Ptr<Packet::BootstrapOptionalData> groups = message_.groupRpData();
+    for (auto group = groups->groupDataIterator(); group; ++group) {
+      Refusal refusal = check(*group);
+      if (refusal == Refusal::none) {
+        add(group.ptr());
+      } else {
+        addRenewals(*group);
+        if (verdict_.dropped++ == 0) verdict_.refusal = refusal;
+      }
+    }
+    quotas_.waiting_.charge(waiting_);
+    quotas_.rps_.charge(rps_);
+    return verdict_;
+  }
+
+ private:
+  Ptr<BootstrapMessage> copyOfHeader() const {
+    auto copy = Zet::make<BootstrapMessage>();
+    copy->srcAddrIs(message_.srcAddr());
+    copy->dstAddrIs(message_.dstAddr());
+    copy->forwardIs(message_.forward());
+    copy->fragmentTagIs(message_.fragmentTag());
+    copy->hashMaskLenIs(message_.hashMaskLen());
+    copy->bsrPriorityIs(message_.bsrPriority());
+    copy->bsrAddressIs(message_.bsrAddress());
+    copy->groupRpDataIs(Zet::make<Packet::BootstrapOptionalData>());
+    return copy;
+  }
+
+  /// The engine hears of no record before all are checked, so that those that pass are added up here.
+  Refusal check(BootstrapGroupData const& group) {
+    if (group.fragRpCount() == 0) return Refusal::none;
+    U64 waiting = fits_.fragments ? 0 : quotas_.newWaiting(message_, group);
+    U64 fresh = fits_.rps ? 0 : quotas_.newRps(zone_, message_, group);
+    if (waiting != 0 && !quotas_.hasRoomToWait(waiting_ + waiting)) return Refusal::fragmentQuota;
+    if (!fits_.ranges && !hasRoom(group.prefix())) return Refusal::zoneRanges;
+    if (fresh != 0 && !quotas_.hasRoomForRps(rps_ + fresh)) return Refusal::rpQuota;
+    waiting_ += waiting;
+    rps_ += fresh;
+    return Refusal::none;
+  }
+
+  /// A range counts once, however many records name it.
+  bool hasRoom(IpGenPrefix const& range) {
+    if (quotas_.known(zone_, range) || added_.contains(range)) return true;
+    if (ranges_ + added_.size() >= quotas_.settings_.rangesPerZone) return false;
+    added_.insert(range);
+    return true;
+  }
+
+  void add(Ptr<BootstrapGroupData> const& group) { verdict_.passed->groupRpData()->groupDataEnq(group); }
+
+  /// The RPs of a record that their set holds, as a record that is complete: also of a fragment, since the
+  /// others of its range stay as they are. The record that names a scoped zone stays without any.
+  void addRenewals(BootstrapGroupData const& group) {
+    auto kept = Zet::make<BootstrapGroupData>(group.prefix());
+    kept->groupFlagsIs(group.groupFlags());
+    Ptr<RpCandidateSet> set = quotas_.known(zone_, group.prefix());
+    for (auto rp = group.rpListIterator(); set && rp; ++rp) {
+      if (!set->rp(rp->rpAddress())) continue;
+      Ptr<Packet::BootstrapRpData> copy = kept->rpListIs(rp->rpAddress());
+      copy->rpHoldtimeIs(rp->rpHoldtime());
+      copy->rpPriorityIs(rp->rpPriority());
+    }
+    auto count = static_cast<U8>(kept->rpListCount());
+    kept->rpCountIs(count);
+    kept->fragRpCountIs(count);
+    bool isOfZone = group.groupFlags().scoped() && group.prefix() == zone_;
+    if (count != 0 || isOfZone) add(kept);
+  }
+
+  Quotas& quotas_;
+  IpGenPrefix zone_;
+  BootstrapMessage& message_;
+  Fits fits_;
+  U64 ranges_;                   ///< in the zone's RP set
+  U64 waiting_ = 0;              ///< RPs that the message adds to the fragment stores
+  U64 rps_ = 0;                  ///< RPs that it adds to the sets
+  std::set<IpGenPrefix> added_;  ///< ranges that the message adds
+  Verdict verdict_;
+};
+
+Quotas::Verdict Quotas::judge(BootstrapMessage& message) {
   IpGenPrefix zone = zoneOf(message, root_.globalOrNonScopeZone());
-  if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return Refusal::zoneQuota;
-  if (settings_.fragmentRps != 0 && areFragmentsTooMany(message)) return Refusal::fragmentQuota;
-  if (settings_.rangesPerZone != 0 && areRangesTooMany(zone, message)) return Refusal::zoneRanges;
-  auto takes = [this](U64 rps) {
-    return rps_.add(rps, settings_.rps, [this](Tally& tally) { countRps(tally); });
-  };
-  if (settings_.rps == 0 || takes(namedRps(message))) return Refusal::none;
+  if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return {.refusal = Refusal::zoneQuota};
+  Fits fits = fit(zone, message);
+  if (fits.fragments && fits.ranges && fits.rps) return {.passed = Ptr<BootstrapMessage>(&message)};
+  return Cut(*this, zone, message, fits).verdict();
+}
+
+/// The RPs are compared with those known only where all that are named wouldn't fit.
+Quotas::Fits Quotas::fit(IpGenPrefix const& zone, BootstrapMessage const& message) {
+  U64 waiting = settings_.fragmentRps == 0 ? 0 : newWaiting(message);
+  Fits fits;
+  auto count = [this](Tally& tally) { countWaiting(tally); };
+  fits.fragments = waiting == 0 || waiting_.add(waiting, settings_.fragmentRps, count);
+  fits.ranges = settings_.rangesPerZone == 0 || !areRangesTooMany(zone, message);
+  if (settings_.rps == 0 || takesRps(namedRps(message))) return fits;
   U64 fresh = newRps(zone, message);
-  return fresh == 0 || takes(fresh) ? Refusal::none : Refusal::rpQuota;
+  fits.rps = fresh == 0 || takesRps(fresh);
+  return fits;
 }
 
 Refusal Quotas::judge(Packet::CrpAdvMessage const& message) {
   if (settings_.rps == 0 || message.holdtime() == 0) return Refusal::none;
   U64 fresh = newRps(message);
-  if (fresh == 0) return Refusal::none;
-  bool taken = rps_.add(fresh, settings_.rps, [this](Tally& tally) { countRps(tally); });
-  return taken ? Refusal::none : Refusal::rpQuota;
+  return fresh == 0 || takesRps(fresh) ? Refusal::none : Refusal::rpQuota;
 }
 
 // Counts ----------------------------------------------------------------------------------------------
@@ -84,8 +185,7 @@ void Quotas::forgetZones() {
 
 /// A range that is still in fragments counts too, since its set follows. Renewals alone add nothing.
 bool Quotas::areRangesTooMany(IpGenPrefix const& zone, BootstrapMessage const& message) const {
-  Ptr<Bsr::PimBsrRpCandidateStatus> zoneStatus = root_.bsrStatus()->crpStatus(zone);
-  Ptr<Routing::Pim::RpCandidateStatus> sets = zoneStatus ? zoneStatus->status() : nullptr;
+  Ptr<Routing::Pim::RpCandidateStatus> sets = setsOf(zone);
   U64 held = sets ? sets->crpSetCount() : 0;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   if (held + groups->groupDataCount() <= settings_.rangesPerZone) return false;
@@ -111,26 +211,46 @@ void Quotas::countWaiting(Tally& tally) const {
   }
 }
 
-bool Quotas::areFragmentsTooMany(BootstrapMessage const& message) {
+/// RPs of a fragment that the store doesn't hold.
+U64 Quotas::newWaiting(BootstrapMessage const& message, BootstrapGroupData const& group) const {
+  if (!isFragment(group)) return 0;
+  Ptr<Bsr::PimBsrRxFragment> held = waiting(message, group);
+  U64 added = 0;
+  for (auto rp = group.rpListIterator(); rp; ++rp) {
+    if (!held || !held->rp(rp->rpAddress())) ++added;
+  }
+  return added;
+}
+
+U64 Quotas::newWaiting(BootstrapMessage const& message) const {
   U64 added = 0;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
-  for (auto group = groups->groupDataIterator(); group; ++group) {
-    if (!isFragment(*group)) continue;
-    Ptr<Bsr::PimBsrRxFragment> held = waiting(message, *group);
-    for (auto rp = group->rpListIterator(); rp; ++rp) {
-      if (!held || !held->rp(rp->rpAddress())) ++added;
-    }
-  }
-  if (added == 0) return false;
-  return !waiting_.add(added, settings_.fragmentRps, [this](Tally& tally) { countWaiting(tally); });
+  for (auto group = groups->groupDataIterator(); group; ++group) added += newWaiting(message, *group);
+  return added;
+}
+
+bool Quotas::hasRoomToWait(U64 rps) {
+  return waiting_.hasRoom(rps, settings_.fragmentRps, [this](Tally& tally) { countWaiting(tally); });
 }
 
 // RPs -------------------------------------------------------------------------------------------------
 
-Ptr<RpCandidateSet> Quotas::known(IpGenPrefix const& zone, IpGenPrefix const& range) const {
+Ptr<Routing::Pim::RpCandidateStatus> Quotas::setsOf(IpGenPrefix const& zone) const {
   Ptr<Bsr::PimBsrRpCandidateStatus> zoneStatus = root_.bsrStatus()->crpStatus(zone);
-  Ptr<Routing::Pim::RpCandidateStatus> sets = zoneStatus ? zoneStatus->status() : nullptr;
+  return zoneStatus ? zoneStatus->status() : nullptr;
+}
+
+Ptr<RpCandidateSet> Quotas::known(IpGenPrefix const& zone, IpGenPrefix const& range) const {
+  Ptr<Routing::Pim::RpCandidateStatus> sets = setsOf(zone);
   return sets ? sets->crpSet(range) : nullptr;
+}
+
+bool Quotas::takesRps(U64 rps) {
+  return rps_.add(rps, settings_.rps, [this](Tally& tally) { countRps(tally); });
+}
+
+bool Quotas::hasRoomForRps(U64 rps) {
+  return rps_.hasRoom(rps, settings_.rps, [this](Tally& tally) { countRps(tally); });
 }
 
 /// All RPs that a message could add, known or not; with those of its fragments that came before.
@@ -156,18 +276,21 @@ static U64 countNew(RpWalk rps, Ptr<RpCandidateSet> const& set, Known const& isK
 }
 
 /// A range without a set costs one at least: withdrawing RPs that never were makes an empty set of it.
+U64 Quotas::newRps(IpGenPrefix const& zone, BootstrapMessage const& message,
+                   BootstrapGroupData const& group) const {
+  if (group.fragRpCount() == 0) return 0;
+  Ptr<RpCandidateSet> set = known(zone, group.prefix());
+  Ptr<Bsr::PimBsrRxFragment> held = waiting(message, group);
+  U64 fresh =
+      countNew(group.rpListIterator(), set, [&](auto const& address) { return held && held->rp(address); });
+  if (held) fresh += countNew(held->rpIterator(), set, [](auto const&) { return false; });
+  return set ? fresh : std::max<U64>(fresh, 1);
+}
+
 U64 Quotas::newRps(IpGenPrefix const& zone, BootstrapMessage const& message) const {
   U64 all = 0;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
-  for (auto group = groups->groupDataIterator(); group; ++group) {
-    if (group->fragRpCount() == 0) continue;
-    Ptr<RpCandidateSet> set = known(zone, group->prefix());
-    Ptr<Bsr::PimBsrRxFragment> held = waiting(message, *group);
-    U64 fresh = countNew(group->rpListIterator(), set,
-                         [&](auto const& address) { return held && held->rp(address); });
-    if (held) fresh += countNew(held->rpIterator(), set, [](auto const&) { return false; });
-    all += set ? fresh : std::max<U64>(fresh, 1);
-  }
+  for (auto group = groups->groupDataIterator(); group; ++group) all += newRps(zone, message, *group);
   return all;
 }
 

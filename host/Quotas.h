@@ -22,13 +22,23 @@ class PIMBSR_API Tally {
   template <class Count>
   bool add(U64 added, U64 bound, Count const& count) {
     sinceCount_ += added;
-    if (estimate_ + added > bound && isDue()) {
+    if (!hasRoom(added, bound, count)) return false;
+    estimate_ += added;
+    return true;
+  }
+  /// Whether so many more are within a bound; nothing is added.
+  template <class Count>
+  bool hasRoom(U64 more, U64 bound, Count const& count) {
+    if (estimate_ + more > bound && isDue()) {
       restart();
       count(*this);
     }
-    if (estimate_ + added > bound) return false;
+    return estimate_ + more <= bound;
+  }
+  /// Adds so many, whatever the bound.
+  void charge(U64 added) {
+    sinceCount_ += added;
     estimate_ += added;
-    return true;
   }
   void counted(U64 kept) {
     estimate_ += kept;
@@ -47,21 +57,31 @@ class PIMBSR_API Tally {
   double countedAt_ = 0;
 };
 
-/// Refuses messages that would make the router keep more than its Screening grants: scope zones, RPs in the
-/// fragment stores, RPs in the RP sets.
+/// Keeps messages from making the router keep more than its Screening grants: scope zones, group ranges of a
+/// zone, RPs in the fragment stores, RPs in the RP sets.
 ///
-/// What is known may always be told again, whatever the bounds. A message beyond a bound is refused whole,
-/// since the part that fits would look like a full set. This router's own candidate RPs are no peer's and may
-/// stand on top of the bound for RPs.
+/// What is known may always be renewed or withdrawn, whatever the bounds. A Bootstrap Message beyond a bound
+/// of RPs or ranges passes with its header, which renews the BSR, and with what it renews: a record that
+/// would add too much is cut to the RPs that its set holds. The store takes a message as a change and not as
+/// the whole set, so no range is emptied by it. This router's own candidate RPs are no peer's and come on top
+/// of the bound for RPs.
 class PIMBSR_API Quotas {
  public:
+  /// What becomes of a Bootstrap Message.
+  struct Verdict {
+    /// The message to hand on: the one received, or a copy with what fits; null if it is dropped whole.
+    Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> passed;
+    Refusal refusal = Refusal::none;  ///< why the first of the cut records was cut, or the message dropped
+    U32 dropped = 0;                  ///< number of records that were cut
+  };
+
   /// All are used for as long as this object is.
   Quotas(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
          Screening const& settings)
       : root_(root), gate_(gate), settings_(settings) {}
 
   /// Judges a Bootstrap Message that the gate is to see next.
-  Refusal judge(Routing::Pim::Packet::BootstrapMessage const& message);
+  Verdict judge(Routing::Pim::Packet::BootstrapMessage& message);
   /// Judges a Candidate-RP-Advertisement that was sent to this router.
   Refusal judge(Routing::Pim::Packet::CrpAdvMessage const& message);
   /// To be called after the settings have changed.
@@ -71,20 +91,37 @@ class PIMBSR_API Quotas {
   }
 
  private:
+  /// Which of the bounds a whole message keeps.
+  struct Fits {
+    bool fragments = true;
+    bool ranges = true;
+    bool rps = true;
+  };
+  class Cut;
+
   bool isZoneTooMany(Lanet::IpGenPrefix const& zone);
+  void forgetZones();
+  Fits fit(Lanet::IpGenPrefix const& zone, Routing::Pim::Packet::BootstrapMessage const& message);
   bool areRangesTooMany(Lanet::IpGenPrefix const& zone,
                         Routing::Pim::Packet::BootstrapMessage const& message) const;
-  void forgetZones();
-  bool areFragmentsTooMany(Routing::Pim::Packet::BootstrapMessage const& message);
+  U64 newWaiting(Routing::Pim::Packet::BootstrapMessage const& message,
+                 Routing::Pim::Packet::BootstrapGroupData const& group) const;
+  U64 newWaiting(Routing::Pim::Packet::BootstrapMessage const& message) const;
+  bool hasRoomToWait(U64 rps);
   void countWaiting(Tally& tally) const;
   Zet::Ptr<Routing::Pim::Bsr::PimBsrRxFragment> waiting(
       Routing::Pim::Packet::BootstrapMessage const& message,
       Routing::Pim::Packet::BootstrapGroupData const& group) const;
   U64 namedRps(Routing::Pim::Packet::BootstrapMessage const& message) const;
+  U64 newRps(Lanet::IpGenPrefix const& zone, Routing::Pim::Packet::BootstrapMessage const& message,
+             Routing::Pim::Packet::BootstrapGroupData const& group) const;
   U64 newRps(Lanet::IpGenPrefix const& zone, Routing::Pim::Packet::BootstrapMessage const& message) const;
   U64 newRps(Routing::Pim::Packet::CrpAdvMessage const& message) const;
+  Zet::Ptr<Routing::Pim::RpCandidateStatus> setsOf(Lanet::IpGenPrefix const& zone) const;
   Zet::Ptr<Routing::Pim::RpCandidateSet> known(Lanet::IpGenPrefix const& zone,
                                                Lanet::IpGenPrefix const& range) const;
+  bool takesRps(U64 rps);
+  bool hasRoomForRps(U64 rps);
   void countRps(Tally& tally) const;
 
   Routing::Pim::Bsr::PimBsrSm const& root_;

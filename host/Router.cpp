@@ -366,12 +366,15 @@ static bool nameCause(Bsr::PimBsrErrorCounters const& before, Bsr::PimBsrErrorCo
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
   if (refused(screen_->judgeSender(intfId, message), reception)) return;
   if (refused(admission_->judge(message), reception)) return;
-  if (refused(screen_->judgeCost(message), reception)) return;
+  Quotas::Verdict verdict = screen_->judgeCost(message);
+  refused(verdict.refusal, reception);
+  if (!verdict.passed) return;
   Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
   bsmInfo_->intfIdIs(intfId);
-  bsmInfo_->messageIs(&message);
+  bsmInfo_->messageIs(verdict.passed);
   bsmInfo_->countInc(1);
-  nameCause(before, status_->counters()->errCounters(), bsmCauses, reception);
+  bool isRefused = nameCause(before, status_->counters()->errCounters(), bsmCauses, reception);
+  reception.droppedRanges = isRefused ? 0 : verdict.dropped;
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {

@@ -57,7 +57,9 @@ class PIMBSR_API Screen {
   Refusal judgeSender(Lanet::IntfId const& intfId,
                       Routing::Pim::Packet::BootstrapMessage const& message) const;
   /// Judges a message by what it would make the router keep. An advertisement must be for this router.
-  Refusal judgeCost(Routing::Pim::Packet::BootstrapMessage const& message) { return quotas_.judge(message); }
+  Quotas::Verdict judgeCost(Routing::Pim::Packet::BootstrapMessage& message) {
+    return quotas_.judge(message);
+  }
   Refusal judgeCost(Routing::Pim::Packet::CrpAdvMessage const& message) { return quotas_.judge(message); }
 
   /// To be called when an interface has gone.

@@ -95,10 +95,16 @@ Bsm fragment(U16 tag, std::vector<Rp> const& rps, int announced, std::string con
 TEST_F(QuotasTest, FragmentBeyondTheQuotaIsRefused) {
   router.screeningIs({.fragmentRps = 6});
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
-  EXPECT_EQ(reasonFor(fragment(2, someRps(1, 3), 5)), "fragment-quota");
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 3), 5, "239.0.0.0/8")), "fragment-quota");
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 2), 5, "239.0.0.0/8")), "");
-  EXPECT_EQ(reasonFor(fragment(3, someRps(1, 1), 5)), "fragment-quota");
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 1), 5, "238.0.0.0/8")), "fragment-quota");
+}
+
+TEST_F(QuotasTest, NextMessageOfTheBsrFreesTheFragmentsOfTheOneBefore) {
+  router.screeningIs({.fragmentRps = 4});
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
+  EXPECT_EQ(reasonFor(fragment(2, someRps(1, 4), 5)), "fragment-quota");
+  EXPECT_EQ(reasonFor(fragment(2, someRps(1, 4), 5)), "");
 }
 
 TEST_F(QuotasTest, KnownFragmentAndWholeMessagePassAtTheBound) {
@@ -203,7 +209,7 @@ TEST_F(QuotasTest, AdvertisementsToTheElectedBsrCountToo) {
   EXPECT_EQ(advertise("203.0.113.1", two, 0), "");
 }
 
-TEST_F(QuotasTest, BootstrapMessageThatAddsTooManyRangesIsRefusedWhole) {
+TEST_F(QuotasTest, OfRangesBeyondTheBoundThoseThatFitAreTaken) {
   router.screeningIs({.rangesPerZone = 2});
   auto ofRanges = [](std::vector<int> const& numbers) {
     Bsm message;
@@ -212,12 +218,73 @@ TEST_F(QuotasTest, BootstrapMessageThatAddsTooManyRangesIsRefusedWhole) {
     return message;
   };
   EXPECT_EQ(reasonFor(ofRanges({1, 2, 3})), "zone-ranges");
-  EXPECT_FALSE(router.rpCandidateStatus()->crpSet(prefix("239.1.0.0/16")));
-  EXPECT_EQ(reasonFor(ofRanges({1, 2})), "");
+  EXPECT_TRUE(router.rpCandidateStatus()->crpSet(prefix("239.1.0.0/16")));
+  EXPECT_FALSE(router.rpCandidateStatus()->crpSet(prefix("239.3.0.0/16")));
   EXPECT_EQ(reasonFor(ofRanges({1, 2})), "");
   EXPECT_EQ(reasonFor(ofRanges({2, 3})), "zone-ranges");
   run(500);
   EXPECT_EQ(reasonFor(ofRanges({2, 3})), "");
+}
+
+/// A bound, and what is beyond it in each message of a BSR that names one RP of 224.0.0.0/4 besides.
+struct Beyond {
+  char const* name;
+  pimbsr::host::Screening bounds;
+  Group excess;
+};
+
+Beyond const beyond[] = {
+    {"Rps", {.rps = 1}, {"224.0.0.0/4", someRps(1, 2)}},
+    {"RpsOfAnotherRange", {.rps = 1}, {"239.0.0.0/8", someRps(1, 2)}},
+    {"Ranges", {.rangesPerZone = 1}, {"239.0.0.0/8", someRps(1, 2)}},
+    {"Fragments", {.fragmentRps = 1}, {"239.0.0.0/8", someRps(1, 2), 0, 5, 2}},
+    {"FragmentsOfTheKnownRange", {.fragmentRps = 1}, {"224.0.0.0/4", someRps(1, 2), 0, 5, 2}},
+};
+
+class QuotaBeyond : public QuotasTest, public testing::WithParamInterface<Beyond> {
+ protected:
+  Zet::Ptr<Routing::Pim::RpCandidateSet> set() const {
+    return router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"));
+  }
+};
+
+TEST_P(QuotaBeyond, MessagesRenewTheBsrAndTheRpsThatAreKnown) {
+  Bsm message{.groups = {{"224.0.0.0/4", someRps(1, 1)}}};
+  router.screeningIs(GetParam().bounds);
+  EXPECT_EQ(reasonFor(message), "");
+  bool isOfKnownRange = GetParam().excess.prefix == "224.0.0.0/4";
+  if (isOfKnownRange) message.groups.clear();
+  message.groups.push_back(GetParam().excess);
+  for (int second = 0; second < 500; second += 50) {
+    run(50);
+    EXPECT_NE(reasonFor(message), "") << second;
+    EXPECT_TRUE(router.status()->bootstrapRouter(prefix("224.0.0.0/4"))) << second;
+    ASSERT_TRUE(set()) << second;
+    EXPECT_EQ(set()->rpCount(), 1u) << second;
+  }
+}
+
+TEST_P(QuotaBeyond, WithdrawalsPass) {
+  router.screeningIs(GetParam().bounds);
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 1)}}}), "");
+  Bsm message{.groups = {{"224.0.0.0/4", {{"203.0.113.1", 0}}}, GetParam().excess}};
+  if (GetParam().excess.prefix == "224.0.0.0/4") {
+    message.groups.erase(message.groups.begin());
+    message.groups[0].rps[0].holdtime = 0;
+  }
+  reasonFor(message);
+  EXPECT_FALSE(set() && set()->rp(addr("203.0.113.1")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, QuotaBeyond, testing::ValuesIn(beyond),
+                         [](auto const& each) { return std::string(each.param.name); });
+
+TEST_F(QuotasTest, RecordOfAScopedZoneStaysWithoutItsRps) {
+  router.screeningIs({.rps = 1});
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 1)}}}), "");
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"239.0.0.0/8", someRps(1, 2), scopedFlag}}}), "rp-quota");
+  EXPECT_TRUE(router.status()->bootstrapRouter(prefix("239.0.0.0/8")));
+  EXPECT_FALSE(router.status()->crpStatus(prefix("239.0.0.0/8")));
 }
 
 TEST_F(QuotasTest, LoweredBoundKeepsWhatStands) {
