@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Prints the tables of Google Benchmark's JSON files: for each "group/variant/size" the time per step and the
-ratio to the variant "pimbsr" of the same group and size (above 1: slower than ours)."""
+ratio to the variant "pimbsr" of the same group and size (above 1: slower than ours), or, in a group without one, to
+the group's first variant."""
 
 import json
 import sys
@@ -56,16 +57,17 @@ def counters(report):
 
 
 def table(group, sizes):
-    """The lines of one group: a row for each size, a column for each variant, ours first."""
+    """The lines of one group: a row for each size, a column for each variant, the base of the ratios first."""
     variants = list(dict.fromkeys(v for times in sizes.values() for v in times))
-    variants.sort(key=lambda v: v != OURS)
+    base = OURS if OURS in variants else variants[0]
+    variants.sort(key=lambda v: v != base)
     rows = [[group] + variants]
     for size, times in sizes.items():
         row = [size or "-"]
         for variant in variants:
             text = f"{times[variant]:,.1f} ns" if variant in times else "-"
-            if variant != OURS and variant in times and times.get(OURS):
-                text += f" ({times[variant] / times[OURS]:.2f}x)"
+            if variant != base and variant in times and times.get(base):
+                text += f" ({times[variant] / times[base]:.2f}x)"
             row.append(text)
         rows.append(row)
     widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]

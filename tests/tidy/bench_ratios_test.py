@@ -46,6 +46,11 @@ class BenchRatiosTest(unittest.TestCase):
                           "1  10.0 ns  30.0 ns (3.00x)                -",
                           "2  10.0 ns   5.0 ns (0.50x)  20.0 ns (2.00x)"], ratios.table("g", sizes))
 
+    def test_a_group_without_ours_gives_ratios_to_its_first_variant(self):
+        sizes = self.groups(run("ranges/random/1", 10), run("ranges/alike/1", 25))["ranges"]
+        self.assertEqual(["ranges   random            alike", "     1  10.0 ns  25.0 ns (2.50x)"],
+                         ratios.table("ranges", sizes))
+
     def test_a_counter_is_shown_by_its_name(self):
         report = {"benchmarks": [run("m/a/1", 1, bytes=550.44), run("m/a/1", 1, bytes=1560),
                                  run("m/a/1", 1, bytes=1550, run_type="aggregate", aggregate_name="median"),
