@@ -7,6 +7,7 @@
 
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
+#include "runtime/Meter.h"
 
 namespace pimbsr::host {
 
@@ -62,6 +63,7 @@ class Named {
     }
 
     bool overflows() {
+      Zet::Meter::visit(addresses_.size());
       std::sort(addresses_.begin(), addresses_.end());
       addresses_.erase(std::unique(addresses_.begin(), addresses_.end()), addresses_.end());
       return addresses_.size() > announced_;
@@ -75,6 +77,7 @@ class Named {
   void addStored(Ptr<Routing::Pim::Bsr::PimBsrRxFragments> const& stored) {
     if (!stored) return;
     for (auto& [prefix, range] : ranges_) {
+      Zet::Meter::visit();
       if (auto held = stored->groupRpData(prefix)) range.add(held->rpCount(), held->rpIterator());
     }
   }
@@ -82,6 +85,7 @@ class Named {
   template <class MachineWalk>
   void addKept(U16 tag, MachineWalk machines) {
     for (; machines; ++machines) {
+      Zet::Meter::visit();
       Ptr<BootstrapMessage> kept = machines->lastBsm();
       if (kept && kept->fragmentTag() == tag) addGroups(*kept);
     }
@@ -90,6 +94,7 @@ class Named {
   void addGroups(BootstrapMessage const& kept) {
     Ptr<Packet::BootstrapOptionalData> groups = kept.groupRpData();
     for (auto group = groups->groupDataIterator(); group; ++group) {
+      Zet::Meter::visit();
       if (!isFragment(*group)) continue;
       auto range = ranges_.find(group->prefix());
       if (range != ranges_.end()) range->second.add(group->rpCount(), group->rpListIterator());
@@ -107,6 +112,7 @@ Refusal Admission::judge(BootstrapMessage const& message) const {
   std::optional<Named> named;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   for (auto group = groups->groupDataIterator(); group; ++group) {
+    Zet::Meter::visit();
     if (hasLongHoldtime(*group)) return Refusal::holdtime;
     if (!isFragment(*group)) continue;
     if (!named) named.emplace(message, root_);

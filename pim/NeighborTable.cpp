@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "runtime/Meter.h"
+
 namespace pimbsr::pim {
 
 using Lanet::IntfId;
@@ -24,6 +26,7 @@ class LinkNeighbors::Watch : public Neighbor::NotifieeConst {
   void end() {
     if (isRanked_) link_.ranks_.erase(rank_);
     for (auto at = notifier()->secondaryIterator(); at; ++at) {
+      Zet::Meter::visit();
       link_.secondaries_.erase({at.key(), notifier()->address()});
     }
     notifierIs(nullptr);
@@ -76,6 +79,7 @@ IpGenAddr LinkNeighbors::owner(IpGenAddr const& address) const {
 }
 
 IpGenAddr LinkNeighbors::otherOwner(IpGenAddr const& address, IpGenAddr const& primary) const {
+  Zet::Meter::visit();
   auto at = secondaries_.lower_bound({address, IpGenAddr()});
   if (at != secondaries_.end() && at->first == address && at->second == primary) ++at;
   bool isOwned = at != secondaries_.end() && at->first == address;
