@@ -1,5 +1,6 @@
 // Plays a corpus through a fuzz target where there is no libFuzzer: every file of the folders given as
-// arguments, and of each file a fixed number of mutations that are the same in every run.
+// arguments, and of each file a fixed number of mutations that are the same in every run. The files must reach
+// the goals of the target; mutations don't count.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -10,6 +11,8 @@
 #include <random>
 #include <stdexcept>
 #include <vector>
+
+#include "fuzz/Goal.h"
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
 
@@ -43,6 +46,18 @@ void run(Bytes const& input) {
 template <class B>
 auto position(B& bytes, size_t at) {
   return bytes.begin() + static_cast<std::ptrdiff_t>(at);
+}
+
+// Returns whether all were reached.
+bool checkGoals() {
+  bool areReached = true;
+  for (fuzz::Goal const* goal : fuzz::Goal::all()) {
+    if (goal->isReached()) continue;
+    std::fprintf(stderr, "no file reaches the goal: %.*s\n", static_cast<int>(goal->name().size()),
+                 goal->name().data());
+    areReached = false;
+  }
+  return areReached;
 }
 
 // One to four small changes. Only the generator itself is used, since the library's distributions may differ.
@@ -94,9 +109,10 @@ int main(int argc, char** argv) try {
     for (auto const& file : filesIn(argv[i])) inputs.push_back(read(file));
   }
   if (inputs.empty()) throw std::runtime_error("no input: give folders that hold files");
+  for (Bytes const& input : inputs) run(input);
+  if (!checkGoals()) return 1;
   Mutator mutator;
   for (size_t i = 0; i < inputs.size(); ++i) {
-    run(inputs[i]);
     for (size_t n = 0; n < mutationsPerFile; ++n) {
       run(mutator.mutated(inputs[i], inputs[(i + n) % inputs.size()]));
     }

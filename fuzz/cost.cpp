@@ -3,20 +3,29 @@
 // with what is kept, or with the square of what a packet names, fails here long before it can be felt as
 // time.
 //
-// Work that is due to many packets together, such as the resize of a table, may fall on one of them. So each
-// packet and each timer earns a credit, and it is the sum of the visits that stays within the sum of credits.
+// Work that is due to many packets together, such as the resize of a table, may fall on one of them. So what a
+// packet leaves of its credit is kept for later ones, but no more than a resize of all that is kept costs: a
+// packet that walks over all of it uses that up soon.
+//
+// Each input is played to two routers with the checks and limits of an agent: one that follows, and one that
+// leads a global and a scoped zone.
 //
 // The input is read as steps: one byte of control, then a packet. The control byte's low bits say how many
-// seconds pass first, its high bit that the packet is a short form, whose keys are searched for here: a
+// seconds pass first, its high bit that what follows is a short form, whose keys are searched for here: a
 // fuzzer finds no hash collisions by itself.
 
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
+#include <random>
 #include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/Settings.h"
+#include "fuzz/Goal.h"
 #include "host/Router.h"
 #include "runtime/Assert.h"
 #include "runtime/Meter.h"
@@ -28,6 +37,7 @@ namespace {
 namespace Packet = Routing::Pim::Packet;
 using Lanet::IpAddr;
 using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
 using Zet::U32;
 using Zet::U64;
 using Zet::U8;
@@ -37,13 +47,21 @@ static_assert(Zet::Meter::isOn, "this target is built with the meter");
 constexpr U32 neighbor = 0xc0000201;  // 192.0.2.1
 constexpr U32 own = 0xc0000209;       // 192.0.2.9
 
+/// Counts what is sent.
 class Port : public pimbsr::pim::Port {
  public:
-  bool send(Lanet::IntfId const&, std::span<U8 const>) override { return true; }
+  bool send(Lanet::IntfId const&, std::span<U8 const> packet) override {
+    sentBytes_ += packet.size();
+    return true;
+  }
   IpGenAddr primaryAddress(Lanet::IntfId const&) const override { return IpAddr::fromHost(own); }
   bool isOwnAddress(IpGenAddr const& address) const override {
     return address == IpGenAddr(IpAddr::fromHost(own));
   }
+  std::size_t takeSentBytes() { return std::exchange(sentBytes_, 0); }
+
+ private:
+  std::size_t sentBytes_ = 0;
 };
 
 class Rpf : public Routing::Pim::PimRpfTable {
@@ -53,98 +71,246 @@ class Rpf : public Routing::Pim::PimRpfTable {
   }
 };
 
+/// Quiet, with random numbers that are the same for each input.
 class Context : public Zet::Context {
  public:
+  int rand() override { return static_cast<int>(random_() & RAND_MAX); }
+  void srand(unsigned seed) override { random_.seed(seed); }
   void trace(Zet::TraceLine const&) override {}
+  void log(Zet::LogHandle const&, std::string const&) override {}
+
+ private:
+  std::mt19937 random_{1};
 };
 
 // Packets ---------------------------------------------------------------------------------------------
 
-std::vector<U8> packetOf(std::vector<U8> pim) {
+/// A PIM message with its checksum corrected, in an IP packet. An advertisement is for the router itself.
+std::vector<U8> packetOf(std::vector<U8> pim, U32 source = neighbor) {
+  constexpr U8 crpAdvType = 8;
   if (pim.size() >= 4) {
     pim[2] = pim[3] = 0;
     Zet::U16 const sum = pimbsr::wire::checksum(pim);
     pim[2] = static_cast<U8>(sum >> 8);
     pim[3] = static_cast<U8>(sum);
   }
+  bool const isAdv = !pim.empty() && (pim[0] & 0x0f) == crpAdvType;
   std::vector<U8> packet;
-  pimbsr::wire::Ipv4Header const header{.source = IpAddr::fromHost(neighbor),
-                                        .destination = IpAddr::fromHost(0xe000000d)};
+  pimbsr::wire::Ipv4Header const header{.source = IpAddr::fromHost(source),
+                                        .destination = IpAddr::fromHost(isAdv ? own : 0xe000000d)};
   if (!pimbsr::wire::encodeIpv4(header, pim, packet)) packet.clear();
   return packet;
 }
 
-/// Addresses whose hash begins with the same 12 bits, by number.
-std::vector<U32> const& chosenAddresses() {
-  static std::vector<U32> const found = [] {
-    std::vector<U32> words;
-    for (U32 word = 0x0a000000; words.size() < 2048; ++word) {
-      if (Lanet::rhash(IpGenAddr(IpAddr::fromHost(word))) >> 20 == 0xfff) words.push_back(word);
-    }
-    return words;
-  }();
+constexpr std::size_t chosenKeys = 2048;
+
+/// Keys whose hash begins with the same 12 bits.
+template <class Key, class Make>
+std::vector<Key> chosen(U32 firstWord, Make const& make) {
+  std::vector<Key> found;
+  for (U32 word = firstWord; found.size() < chosenKeys; ++word) {
+    Key const key = make(IpAddr::fromHost(word));
+    if (Lanet::rhash(key) >> 20 == 0xfff) found.push_back(key);
+  }
   return found;
 }
 
-/// A short form names up to 255 chosen RPs of one range: number of the first, count, range and holdtime.
-std::vector<U8> shortForm(std::span<U8 const, 5> form) {
+IpGenAddr chosenAddress(U32 number) {
+  static auto const found = chosen<IpGenAddr>(0x0a000000, [](IpAddr address) { return IpGenAddr(address); });
+  return found[number % chosenKeys];
+}
+
+IpGenPrefix chosenRange(U32 number) {
+  static auto const found =
+      chosen<IpGenPrefix>(0xe1000000, [](IpAddr address) { return IpGenPrefix(IpGenAddr(address), 32); });
+  return found[number % chosenKeys];
+}
+
+/// Five bytes that stand for messages with chosen keys: the upper three bits of the first name the kind, and
+/// the 11 bits that follow are the number of the first key.
+struct ShortForm {
+  enum Kind : U8 { rps, ranges, advertisements, hello };
+
+  explicit ShortForm(std::span<U8 const, 5> bytes)
+      : kind(static_cast<Kind>(bytes[0] >> 5 & 3)),
+        first(static_cast<U32>((bytes[0] & 0x07) << 8 | bytes[1])),
+        count(bytes[2]),
+        number(bytes[3]),
+        holdtime(bytes[4]) {}
+
+  Kind kind;
+  U32 first;
+  U8 count;   ///< of keys
+  U8 number;  ///< of the one range or RP that the keys share; of ranges in each advertisement; of a neighbor
+  U8 holdtime;  ///< seconds
+};
+
+void add(Packet::BootstrapMessage& message, IpGenPrefix const& range, U32 first, U8 count, U8 holdtime) {
+  auto group = Zet::make<Packet::BootstrapGroupData>(range);
+  for (U32 i = 0; i < count; ++i) group->rpListIs(chosenAddress(first + i))->rpHoldtimeIs(holdtime);
+  group->rpCountIs(count);
+  group->fragRpCountIs(count);
+  message.groupRpData()->groupDataEnq(group);
+}
+
+/// Chosen RPs of one range, or one RP of chosen ranges.
+std::vector<U8> bootstrapOf(ShortForm const& form) {
   auto message = Zet::make<Packet::BootstrapMessage>();
   message->bsrAddressIs(IpAddr::fromHost(0xc6336401));
   message->bsrPriorityIs(10);
   message->groupRpDataIs(Zet::make<Packet::BootstrapOptionalData>());
-  auto group =
-      Zet::make<Packet::BootstrapGroupData>(Lanet::Prefix(IpAddr::fromHost(0xe1000000 + (form[3] << 8)), 24));
-  U32 const first = static_cast<U32>(form[0] << 8 | form[1]);
-  for (U32 i = 0; i < form[2]; ++i) {
-    U32 const word = chosenAddresses()[(first + i) % chosenAddresses().size()];
-    group->rpListIs(IpAddr::fromHost(word))->rpHoldtimeIs(static_cast<Zet::U16>(form[4]));
+  if (form.kind == ShortForm::rps) {
+    Lanet::Prefix const range(IpAddr::fromHost(0xe1000000 + (U32{form.number} << 8)), 24);
+    add(*message, range, form.first, form.count, form.holdtime);
+  } else {
+    for (U32 i = 0; i < form.count; ++i)
+      add(*message, chosenRange(form.first + i), form.number, 1, form.holdtime);
   }
-  group->rpCountIs(form[2]);
-  group->fragRpCountIs(form[2]);
-  message->groupRpData()->groupDataEnq(group);
   std::vector<U8> pim;
   if (!pimbsr::wire::encodeBootstrap(*message, pim)) pim.clear();
   return packetOf(pim);
 }
 
+/// An advertisement of one chosen RP, from itself, for the first chosen ranges.
+std::vector<U8> advertisementOf(ShortForm const& form, U32 number) {
+  auto message = Zet::make<Packet::CrpAdvMessage>();
+  message->rpAddressIs(chosenAddress(form.first + number));
+  message->priorityIs(static_cast<U8>(number));
+  message->holdtimeIs(form.holdtime);
+  message->prefixCountIs(form.number);
+  message->groupDataIs(Zet::make<Packet::CrpGroupData>());
+  for (U32 i = 0; i < form.number; ++i) message->groupData()->groupInfoIs(chosenRange(i));
+  std::vector<U8> pim;
+  if (!pimbsr::wire::encodeCrpAdv(*message, pim)) pim.clear();
+  return packetOf(pim, message->rpAddress().v4Addr().hostWord());
+}
+
+/// A neighbor with chosen secondary addresses.
+std::vector<U8> helloOf(ShortForm const& form) {
+  pimbsr::wire::HelloMessage message{.holdtime = form.holdtime, .generationId = form.first};
+  for (U32 i = 0; i < form.count; ++i) message.addressList.push_back(chosenAddress(form.first + i));
+  std::vector<U8> pim;
+  pimbsr::wire::encodeHello(message, pim);
+  return packetOf(pim, 0xc0000210 + form.number);
+}
+
 // Credit ----------------------------------------------------------------------------------------------
 
-/// What a router has earned and spent.
+/// What a router has earned and not spent.
 class Account {
  public:
   /// Records of 8 bytes at least, each of which is looked for, stored, mirrored, timed and forwarded.
-  void earnPacket(std::size_t bytes, U64 kept) { earn(bytes / 8 + 1, kept); }
+  void earnBytes(std::size_t bytes, U64 kept) {
+    largest_ = std::max<U64>(largest_, bytes / 8 + 1);
+    earn(bytes / 8 + 1, kept);
+  }
   void earn(U64 operations, U64 kept) {
-    U64 const depth = static_cast<U64>(std::bit_width(kept));
+    U64 const depth = static_cast<U64>(std::bit_width(kept + operations));
     credit_ += fixed + operations * (perRecord + perRecordAndLevel * depth);
   }
-  void check() const {
-    U64 const spent = Zet::Meter::visited - start_;
+  /// Resizes of tables are paid by what is kept and never was before.
+  void earnGrowth(U64 kept) {
+    if (kept <= highest_) return;
+    credit_ += perGrown * (kept - highest_);
+    highest_ = kept;
+  }
+  /// Lets timers look at all that is kept once more.
+  void sweepIs(U64 kept) { sweep_ = perSwept * kept; }
+  /// What was spent since the last call is no router's: messages were made.
+  void skip() { settledAt_ = Zet::Meter::visited; }
+  /// Charges what a packet spent since the last call.
+  void settle(U64 kept) {
+    U64 const spent = Zet::Meter::visited - std::exchange(settledAt_, Zet::Meter::visited);
     ZET_ASSERT(spent <= credit_, "the work of packets is within their credit");
+    U64 const bank = bankedBase + bankedPerKept * kept + bankedPerRecord * largest_;
+    credit_ = std::min(credit_ - spent, bank);
+  }
+  /// Charges what a timer spent, beyond its credit to the sweep.
+  void settleTimer(U64 kept) {
+    U64 const spent = Zet::Meter::visited - settledAt_;
+    U64 const swept = std::min(sweep_, spent - std::min(spent, credit_));
+    sweep_ -= swept;
+    settledAt_ += swept;
+    settle(kept);
   }
 
  private:
-  static constexpr U64 fixed = 5000;  ///< of a packet without records, its zone and its forwarding
-  static constexpr U64 perRecord = 200;
-  static constexpr U64 perRecordAndLevel = 40;  ///< times the logarithm of what is kept
+  static constexpr U64 fixed = 500;  ///< of a packet without records, its zone and its forwarding
+  static constexpr U64 perRecord = 40;
+  static constexpr U64 perRecordAndLevel = 16;  ///< times the logarithm of what may be kept afterwards
+  static constexpr U64 perGrown = 40;           ///< in all tables that hold an RP, over all their sizes
+  static constexpr U64 perSwept = 100;          ///< of an RP that is looked at and removed
+  static constexpr U64 bankedBase = 2000;
+  static constexpr U64 bankedPerKept = 40;  ///< nodes and buckets of all tables that hold an RP
+  /// The last message of a zone is kept, and released with the next one.
+  static constexpr U64 bankedPerRecord = 50;
 
-  U64 const start_ = Zet::Meter::visited;
+  U64 settledAt_ = Zet::Meter::visited;
   U64 credit_ = 20'000;  ///< of making the router
+  U64 sweep_ = 0;
+  U64 highest_ = 0;  ///< number of what was kept
+  U64 largest_ = 0;  ///< records of the largest message
 };
+
+fuzz::Goal followed("a follower accepts a Bootstrap Message");
+fuzz::Goal withdrew("a follower loses RPs by a Bootstrap Message");
+fuzz::Goal led("a leader is the elected BSR of both zones");
+fuzz::Goal advertised("a leader accepts an advertisement");
+fuzz::Goal filled("a leader refuses an advertisement for a full range");
+fuzz::Goal knewNeighbor("a neighbor is known by its Hello");
+
+enum class Role { follower, leader };
 
 class Play {
  public:
-  Play() {
-    router_.screeningIs(pimbsr::agent::defaultScreening);
-    router_.interfaceIs(eth0_, 1500);
+  explicit Play(Role role) : role_(role) {
+    router_.interfaceIs(eth0_, 1500, {});
     router_.pimStatus()->pimIntf(eth0_)->neighborIs(IpAddr::fromHost(neighbor));
+    if (role_ == Role::leader) lead();
   }
 
   void step(double seconds, std::vector<U8> const& packet) {
     runTo(context_.now() + seconds);
-    account_.earnPacket(packet.size(), kept());
-    router_.receive(eth0_, packet);
-    account_.check();
+    U64 const before = kept();
+    account_.earnBytes(packet.size(), before);
+    account_.skip();
+    auto const reception = router_.receive(eth0_, packet);
+    account_.earnGrowth(kept());
+    settle(before);
+    note(reception, before);
+  }
+
+  /// Plays no more records than an input may have.
+  void step(double seconds, ShortForm const& form) {
+    if (form.kind != ShortForm::advertisements) {
+      bool const isHello = form.kind == ShortForm::hello;
+      return step(seconds, isHello ? helloOf(form) : bootstrapOf(form));
+    }
+    runTo(context_.now() + seconds);
+    for (U32 i = 0; i < form.count && advertisedRanges_ < maxAdvertisedRanges; ++i) {
+      advertisedRanges_ += 1U + form.number;
+      step(0, advertisementOf(form, i));
+    }
+  }
+
+  /// Long enough for all that a follower keeps to run out; a leader goes on for ever.
+  void finish() { runTo(context_.now() + (role_ == Role::leader ? 400 : 3000)); }
+
+ private:
+  static constexpr U32 maxAdvertisedRanges = 4000;  ///< of an input, so that it ends in time
+
+  void lead() {
+    IpGenAddr const address = IpAddr::fromHost(own);
+    router_.routeIs({address.v4Addr(), 32}, {.type = Slosh::Fib::RouteType::local});
+    for (char const* zone : {"224.0.0.0/4", "239.192.0.0/14"}) {
+      auto const range = IpGenPrefix::parse(zone);
+      router_.candidateBsrIs(range, {.address = address, .intfId = eth0_});
+      router_.candidateRpIs(range, {.address = address, .intfId = eth0_});
+    }
+    runTo(context_.now() + 200);  // both elections are over
+    bool const isElected = router_.status()->cbsr(IpGenPrefix::parse("224.0.0.0/4"))->elected() &&
+                           router_.status()->cbsr(IpGenPrefix::parse("239.192.0.0/14"))->elected();
+    led.reachedIf(isElected);
   }
 
   void runTo(double end) {
@@ -153,46 +319,68 @@ class Play {
       U64 const before = kept();
       router_.advance();
       account_.earn(before - std::min(before, kept()) + 1, before);
-      earnSweep(before);
-      account_.check();
+      allowSweep(before);
+      if (std::size_t const sent = port_.takeSentBytes()) account_.earnBytes(sent, before);
+      account_.settleTimer(before);
     }
     context_.nowIs(end);
   }
 
-  /// Long enough for all that is kept to run out.
-  void finish() { runTo(context_.now() + 3000); }
+  /// What a packet or a timer makes the router send is paid for too: a candidate BSR answers a message of
+  /// lower priority with its own (RFC 5059 section 3.1.1), and a new neighbor gets the RP set.
+  void settle(U64 kept) {
+    if (std::size_t const sent = port_.takeSentBytes()) account_.earnBytes(sent, kept);
+    account_.settle(kept);
+  }
 
- private:
-  /// Once in a minute all that is kept may be looked at.
-  void earnSweep(U64 kept) {
+  /// In each minute timers may look once at all that is kept, or was a minute before: what has expired is
+  /// swept from the RP set of PIM later than its timer.
+  void allowSweep(U64 kept) {
+    peak_ = std::max(peak_, kept);
     if (context_.now() < swept_ + 60) return;
     swept_ = context_.now();
-    account_.earn(kept, 1);
+    account_.sweepIs(std::max(peak_, std::exchange(formerPeak_, peak_)));
+    peak_ = kept;
+  }
+
+  void note(pimbsr::host::Reception const& reception, U64 before) {
+    using pimbsr::host::MessageKind;
+    bool const isFollower = role_ == Role::follower;
+    bool const isBsm = reception.kind == MessageKind::bootstrap && reception.accepted();
+    followed.reachedIf(isFollower && isBsm && kept() > before);
+    withdrew.reachedIf(isFollower && isBsm && kept() < before);
+    bool const isAdv = !isFollower && reception.kind == MessageKind::crpAdv;
+    advertised.reachedIf(isAdv && reception.accepted() && kept() > before);
+    filled.reachedIf(isAdv && reception.reason == "range-full");
+    bool const isHello = reception.kind == MessageKind::hello && reception.accepted();
+    auto const intf = router_.pimStatus()->pimIntf(eth0_);
+    knewNeighbor.reachedIf(isHello && intf->neighborCount() > 1);
   }
 
   /// Timers, of which each RP has one: so a measure of what is kept that costs no walk.
   U64 kept() const { return router_.timerWheel()->armed(); }
 
+  Role const role_;
   Context context_;
   Port port_;
-  pimbsr::host::Router router_{context_, port_, {.rpf = Zet::make<Rpf>()}};
+  pimbsr::host::Router router_{
+      context_, port_, {.rpf = Zet::make<Rpf>(), .screening = pimbsr::agent::defaultScreening}};
   Lanet::IntfId const eth0_{"eth0"};
   Account account_;
   double swept_ = 0;
+  U64 peak_ = 0;        ///< of what is kept, since the last sweep was allowed
+  U64 formerPeak_ = 0;  ///< in the minute before
+  U32 advertisedRanges_ = 0;
 };
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  std::span<U8 const> rest(data, size);
-  chosenAddresses();
-  Play play;
+void play(std::span<U8 const> rest, Role role) {
+  Play play(role);
   for (int steps = 0; steps < 64 && !rest.empty(); ++steps) {
     U8 const control = rest[0];
     rest = rest.subspan(1);
     if ((control & 0x80) != 0) {
       if (rest.size() < 5) break;
-      play.step(control & 0x7f, shortForm(rest.first<5>()));
+      play.step(control & 0x7f, ShortForm(rest.first<5>()));
       rest = rest.subspan(5);
       continue;
     }
@@ -203,5 +391,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     rest = rest.subspan(2 + length);
   }
   play.finish();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+  for (Role role : {Role::follower, Role::leader}) play({data, size}, role);
   return 0;
 }

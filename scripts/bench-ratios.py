@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints the tables of Google Benchmark's JSON files: for each "group/variant/size" the time per step and the
-ratio to the variant "pimbsr" of the same group and size (above 1: slower than ours), or, in a group without one, to
-the group's first variant."""
+ratio to the variant "pimbsr" of the same group and size (above 1: slower than ours), or, in a group
+without one, to the group's first variant."""
 
 import json
 import sys
@@ -57,7 +57,7 @@ def counters(report):
 
 
 def table(group, sizes):
-    """The lines of one group: a row for each size, a column for each variant, the base of the ratios first."""
+    """The lines of one group: a row for each size, a column for each variant, the base first."""
     variants = list(dict.fromkeys(v for times in sizes.values() for v in times))
     base = OURS if OURS in variants else variants[0]
     variants.sort(key=lambda v: v != base)
