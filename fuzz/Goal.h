@@ -5,8 +5,8 @@
 
 namespace fuzz {
 
-/// Something that the corpus of a fuzz target must reach. The replay build plays each file as it is, and fails
-/// if these have not reached every goal of the target: a corpus that reaches nothing finds nothing.
+/// Something that the corpus of a fuzz target must reach. The replay build plays each file as it is, and
+/// fails if these have not reached every goal of the target: a corpus that reaches nothing finds nothing.
 ///
 /// Goals are objects of static lifetime; the process has one list of them.
 class Goal {

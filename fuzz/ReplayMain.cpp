@@ -1,6 +1,6 @@
 // Plays a corpus through a fuzz target where there is no libFuzzer: every file of the folders given as
-// arguments, and of each file a fixed number of mutations that are the same in every run. The files must reach
-// the goals of the target; mutations don't count.
+// arguments, and of each file a fixed number of mutations that are the same in every run. The files must
+// reach the goals of the target; mutations don't count.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>

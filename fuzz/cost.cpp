@@ -3,9 +3,9 @@
 // with what is kept, or with the square of what a packet names, fails here long before it can be felt as
 // time.
 //
-// Work that is due to many packets together, such as the resize of a table, may fall on one of them. So what a
-// packet leaves of its credit is kept for later ones, but no more than a resize of all that is kept costs: a
-// packet that walks over all of it uses that up soon.
+// Work that is due to many packets together, such as the resize of a table, may fall on one of them. So what
+// a packet leaves of its credit is kept for later ones, but no more than a resize of all that is kept costs:
+// a packet that walks over all of it uses that up soon.
 //
 // Each input is played to two routers with the checks and limits of an agent: one that follows, and one that
 // leads a global and a scoped zone.
@@ -273,7 +273,6 @@ class Play {
     runTo(context_.now() + seconds);
     U64 const before = kept();
     account_.earnBytes(packet.size(), before);
-    account_.skip();
     auto const reception = router_.receive(eth0_, packet);
     account_.earnGrowth(kept());
     settle(before);
@@ -314,6 +313,7 @@ class Play {
   }
 
   void runTo(double end) {
+    account_.skip();
     while (router_.nextExpiry() <= end) {
       context_.nowIs(router_.nextExpiry());
       U64 const before = kept();
