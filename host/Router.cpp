@@ -380,10 +380,11 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
   if (refused(admission_->judge(message), reception)) return;
   if (!port_.isOwnAddress(message.dstAddr())) return;
+  if (refused(screen_->judgeCost(message), reception)) return;
   RpBounds::Verdict verdict = bounds_->check(message);
   refused(verdict.refusal, reception);
   reception.droppedRanges = verdict.dropped;
-  if (!verdict.passed || refused(screen_->judgeCost(*verdict.passed), reception)) return;
+  if (!verdict.passed) return;
   Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
   crpMsgInfo_->intfIdIs(intfId);
   crpMsgInfo_->messageIs(verdict.passed);

@@ -188,6 +188,23 @@ TEST_F(RpBoundsTest, SenderThatIsNotPermittedDisplacesNone) {
   EXPECT_NE(holdtime("203.0.1.1"), 0);
 }
 
+TEST_F(RpBoundsTest, NewcomerBeyondTheQuotaDisplacesNoneAndKeepsItsReservation) {
+  bsr.screeningIs({.rps = 2, .rpsPerRange = 2});
+  fill(1, 2);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "rp-quota");
+  EXPECT_NE(holdtime("203.0.1.2"), 0);
+  bsr.screeningIs({.rps = 3, .rpsPerRange = 2});
+  EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "range-full");
+  EXPECT_EQ(holdtime("203.0.1.2"), 0);
+  run(70);
+  fill(1, 1);
+  bsr.screeningIs({.rps = 1, .rpsPerRange = 2});
+  EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "rp-quota");
+  bsr.screeningIs({.rps = 3, .rpsPerRange = 2});
+  EXPECT_EQ(reasonFor({"203.0.3.1", 0}), "range-full");
+  EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "");
+}
+
 // This router's own candidate RPs -------------------------------------------------------------------------
 
 TEST_F(RpBoundsTest, PlaceIsKeptForAnOwnCandidateRpThatHasNotAdvertisedYet) {
