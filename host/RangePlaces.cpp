@@ -75,17 +75,26 @@ Refusal RangePlaces::request(Request const& request) {
   if (!full) full = &add(request.range);
   if (!isReserved) {
     if (mayDisplace(request, *full)) displaceFor(request, *full);
-  } else if (rankOf(request) == preferredRank && !preferred_.contains(full->newcomer)) {
-    full->newcomer = request.rp;
+  } else {
+    takeOver(request, *full);
   }
   return Refusal::rangeFull;
 }
 
+/// A preferred newcomer gets the place that is reserved for another that is neither preferred nor this
+/// router's own.
+void RangePlaces::takeOver(Request const& request, Full& full) const {
+  if (rankOf(request) != preferredRank || preferred_.contains(full.newcomer)) return;
+  if (!isOwnRp(request.range, full.newcomer)) full.newcomer = request.rp;
+}
+
 /// Whether no place is left for a newcomer. A reserved place counts from the time at which the displaced RP
-/// has left it; before, that RP counts. `reserved` is null while nothing is.
+/// has left it; before, that RP counts. One for this router's own RP counts as missing. `reserved` is null
+/// while nothing is.
 bool RangePlaces::isFull(Request const& request, Full const* reserved) const {
   U32 taken = request.set ? request.set->rpCount() : 0;
-  bool isForOther = reserved && reserved->newcomer != request.rp;
+  bool isForOther =
+      reserved && reserved->newcomer != request.rp && !isOwnRp(request.range, reserved->newcomer);
   if (isForOther && !(request.set && request.set->rp(reserved->displaced))) ++taken;
   if (taken + root_.bsrStatus()->crpCount() < settings_.rpsPerRange) return false;
   return taken + missingOwnRps(request) >= settings_.rpsPerRange;
@@ -116,11 +125,14 @@ void RangePlaces::displace(RpCandidate& rp, Request const& request, Full& full) 
     rp.expiresIs(Zet::now() + rp.holdTime().value());
     rp.holdTimeIs(0);
   }
-  double period = periodOf(request.zone);
   full.displaced = rp.address();
+  full.nextDisplacement = Zet::now() + periodOf(request.zone);
+  reserve(request, full);
+}
+
+void RangePlaces::reserve(Request const& request, Full& full) const {
   full.newcomer = request.rp;
-  full.reservedUntil = Zet::now() + 3 * period;
-  full.nextDisplacement = Zet::now() + period;
+  full.reservedUntil = Zet::now() + 3 * periodOf(request.zone);
 }
 
 double RangePlaces::periodOf(IpGenPrefix const& zone) const {
@@ -167,12 +179,28 @@ U32 RangePlaces::missingOwnRps(Request const& request) const {
   return missing;
 }
 
-/// Preferred RPs go last.
-void RangePlaces::makeRoom(RpCandidateSet& set) const {
-  if (settings_.rpsPerRange == 0 || set.rpCount() < settings_.rpsPerRange) return;
-  Worst worst = worstOf(set, preferredRank, false);
-  if (!worst.rp) worst = worstOf(set, preferredRank, true);
-  if (worst.rp) set.rpDel(worst.rp->address());
+/// The RP that leaves already, for whichever newcomer, leaves its place to this router's own.
+bool RangePlaces::requestOwn(Request const& request) {
+  if (settings_.rpsPerRange == 0) return true;
+  Full* full = find(request.range);
+  if (request.set->rpCount() < settings_.rpsPerRange) {
+    if (full && full->newcomer == request.rp) full->reservedUntil = never;
+    return true;
+  }
+  if (!full) full = &add(request.range);
+  Ptr<RpCandidate> displaced = request.set->rp(full->displaced);
+  if (!displaced || displaced->holdTime().value() != 0) return displaceForOwn(request, *full);
+  reserve(request, *full);
+  return false;
+}
+
+/// Preferred RPs go last. Returns whether the RP may enter at once, since none can be displaced.
+bool RangePlaces::displaceForOwn(Request const& request, Full& full) const {
+  Worst worst = worstOf(*request.set, preferredRank, false);
+  if (!worst.rp) worst = worstOf(*request.set, preferredRank, true);
+  if (!worst.rp) return request.set->rpCount() < maxRps;
+  displace(*worst.rp, request, full);
+  return false;
 }
 
 }  // namespace pimbsr::host

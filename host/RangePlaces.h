@@ -20,7 +20,8 @@ using Zet::U64;
 /// advertisement after the displaced RP has left, and its place is reserved for three BS_Periods, the least
 /// time for which an advertisement counts. Preferred RPs count as better than all others and are not
 /// displaced. This router's own candidate RPs are not displaced either, and places are kept for those that
-/// have not advertised themselves yet.
+/// have not advertised themselves yet; one that finds a full range displaces an RP in the same way, and
+/// enters with its next advertisement after that has left.
 ///
 /// What is kept of a range is dropped once it has no effect any more: there are never more than twice the
 /// ranges that were full in the last three BS_Periods, and a constant.
@@ -41,17 +42,21 @@ class PIMBSR_API RangePlaces {
 
   /// Replaces the preferred RPs.
   void preferredIs(PreferredRps const& preferred);
+  PreferredRps const& preferred() const { return preferred_; }
 
   /// Checks an RP that its range holds already: one that was displaced is refused until it has left.
   Refusal checkRenewal(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp) const;
   /// Asks for a place for an RP that its range doesn't hold. May displace another RP.
   Refusal request(Request const& request);
-  /// Removes the worst RP of a full range at once, so that this router's own candidate RP finds a place.
-  void makeRoom(Routing::Pim::RpCandidateSet& set) const;
+  /// Asks for a place for this router's own candidate RP in a range that has a set without it; false if it
+  /// has to wait. Displaces the worst RP of a full range, a preferred one only if all others are preferred;
+  /// a range with no RP but this router's own takes them up to `maxRps`.
+  bool requestOwn(Request const& request);
   /// Number of ranges of which something is kept.
   std::size_t size() const { return ranges_.size(); }
 
  private:
+  static constexpr U32 maxRps = 255;  ///< RP Count has 8 bits (RFC 5059 section 4.1)
   static constexpr double never = -std::numeric_limits<double>::infinity();
   static constexpr std::size_t minSize = 64;  ///< ranges below which those without effect are not dropped
   /// Priority that counts for a preferred newcomer; all others are worse.
@@ -76,12 +81,15 @@ class PIMBSR_API RangePlaces {
   Full& add(Lanet::IpGenPrefix const& range);
   void dropIdle();
   bool isFull(Request const& request, Full const* full) const;
+  void takeOver(Request const& request, Full& full) const;
   bool mayDisplace(Request const& request, Full const& full) const;
   void displaceFor(Request const& request, Full& full);
   void displace(Routing::Pim::RpCandidate& rp, Request const& request, Full& full) const;
+  void reserve(Request const& request, Full& full) const;
   double periodOf(Lanet::IpGenPrefix const& zone) const;
   U32 missingOwnRps(Request const& request) const;
   bool isOwnRp(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const;
+  bool displaceForOwn(Request const& request, Full& full) const;
   Worst worstOf(Routing::Pim::RpCandidateSet const& set, int rank, bool withPreferred) const;
   int rankOf(Request const& request) const;
 

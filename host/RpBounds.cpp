@@ -1,5 +1,8 @@
 #include "host/RpBounds.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace pimbsr::host {
 
 namespace Bsr = Routing::Pim::Bsr;
@@ -156,18 +159,29 @@ Refusal RpBounds::admit(CrpAdvMessage const& message, RangePlaces::Request const
 
 // This router's own advertisements ------------------------------------------------------------------------
 
-/// They take the engine's own path, so that a full range must have a place before they are handled.
+/// They take the engine's own path, which no check can refuse. The ranges in which the RP has to wait for a
+/// place are taken out of the message. One without ranges would be for all groups; with holdtime 0 it
+/// withdraws the RP from ranges that don't hold it, which has no effect.
 void RpBounds::onTxCrpMsg() {
   Ptr<CrpAdvMessage> message = notifier()->txCrpMsg();
   if (!message || message->holdtime() == 0 || !hasRanges(*message)) return;
-  for (auto group = message->groupData()->groupInfoIterator(); group; ++group)
-    makeRoom(*message, group->prefix());
+  std::vector<IpGenPrefix> waiting;
+  for (auto group = message->groupData()->groupInfoIterator(); group; ++group) {
+    if (!mayEnter(*message, group->prefix())) waiting.push_back(group->prefix());
+  }
+  if (waiting.empty()) return;
+  if (waiting.size() == message->groupData()->groupInfoCount()) return message->holdtimeIs(0);
+  for (IpGenPrefix const& range : waiting) message->groupData()->groupInfoDel(range);
+  U32 count = std::min<U32>(message->groupData()->groupInfoCount(), message->prefixCount());
+  message->prefixCountIs(static_cast<U8>(count));
 }
 
-void RpBounds::makeRoom(CrpAdvMessage const& message, IpGenPrefix const& range) {
-  if (!isElected(root_->bsrTrie()->longestMatch(range), message.dstAddr())) return;
+bool RpBounds::mayEnter(CrpAdvMessage const& message, IpGenPrefix const& range) {
+  IpGenPrefix zone = root_->bsrTrie()->longestMatch(range);
+  if (!isElected(zone, message.dstAddr())) return true;
   Ptr<RpCandidateSet> set = rpSetOf(*root_, range);
-  if (set && !set->rp(message.rpAddress())) places_.makeRoom(*set);
+  if (!set || set->rp(message.rpAddress())) return true;
+  return places_.requestOwn({range, zone, message.rpAddress(), message.priority(), set});
 }
 
 }  // namespace pimbsr::host

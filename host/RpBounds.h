@@ -11,8 +11,8 @@ namespace pimbsr::host {
 /// group ranges of a zone, RPs of a group range, and both for each sender.
 ///
 /// A renewal of an RP that its range holds always passes, except for an RP that was displaced. Of an
-/// advertisement the group ranges that fit pass. This router's own advertisements take no part in it, but
-/// find a place in a full range.
+/// advertisement the group ranges that fit pass. This router's own advertisements take no part in it,
+/// except that in a full range they wait for a place.
 class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeConst {
  public:
   /// What becomes of an advertisement.
@@ -47,7 +47,7 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
   Refusal checkRange(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
   bool isZoneFull(U32 held) const;
   Refusal admit(Routing::Pim::Packet::CrpAdvMessage const& message, RangePlaces::Request const& request);
-  void makeRoom(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
+  bool mayEnter(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
 
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> gate_;

@@ -229,16 +229,62 @@ TEST_F(RpBoundsTest, OwnCandidateRpIsNeverDisplaced) {
   EXPECT_NE(holdtime("192.0.2.9"), 0);
 }
 
-TEST_F(RpBoundsTest, OwnCandidateRpThatIsAddedToAFullRangeFindsAPlace) {
+TEST_F(RpBoundsTest, OwnCandidateRpThatIsAddedToAFullRangeEntersAfterAWithdrawal) {
   fill(1, 254, 10);
   EXPECT_EQ(reasonFor({"203.0.2.1", 11}), "");
+  runToMessage();
   offerOwn(range);
   run(5);
+  EXPECT_FALSE(has("192.0.2.9"));
+  EXPECT_EQ(holdtime("203.0.2.1"), 0);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 11}), "displaced-rp");
+  runToMessage();
+  EXPECT_EQ(sent.back().rpCounts.at(range), 255);
+  EXPECT_EQ(sent.back().holdtimes.at(range).at("203.0.2.1"), 0);
+  run(1);
+  EXPECT_FALSE(setOf(follower, range)->rp(addr("203.0.2.1")));
+  EXPECT_EQ(reasonFor({"203.0.3.1", 0}), "range-full") << "the place is this router's own";
+  fill(1, 254, 10);
+  run(65);
   EXPECT_TRUE(has("192.0.2.9"));
-  EXPECT_FALSE(has("203.0.2.1"));
   EXPECT_EQ(count(), 255u);
   runToMessage();
   EXPECT_EQ(sent.back().rpCounts.at(range), 255);
+  EXPECT_TRUE(setOf(follower, range)->rp(addr("192.0.2.9")));
+}
+
+TEST_F(RpBoundsTest, OwnCandidateRpTakesAPreferredPlaceOnlyIfAllArePreferred) {
+  bsr.preferredRpsIs(listed());
+  bsr.screeningIs({.rpsPerRange = 2});
+  EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .priority = 0, .holdtime = 1000}), "");
+  EXPECT_EQ(reasonFor({.rp = "10.0.0.1", .priority = 255, .holdtime = 1000}), "");
+  runToMessage();
+  offerOwn(range);
+  run(5);
+  EXPECT_NE(holdtime("10.0.0.1"), 0);
+  EXPECT_EQ(holdtime("203.0.1.1"), 0);
+  EXPECT_EQ(reasonFor({"10.0.0.2", 255}), "range-full");
+  run(130);
+  EXPECT_TRUE(has("192.0.2.9"));
+  runToMessage();
+  bsr.candidateRpIs(prefix(range), {.address = addr("192.0.2.10"), .intfId = intf("eth0")});
+  run(5);
+  EXPECT_EQ(holdtime("10.0.0.1"), 0);
+  run(130);
+  EXPECT_TRUE(has("192.0.2.9"));
+  EXPECT_TRUE(has("192.0.2.10"));
+  EXPECT_EQ(count(), 2u);
+}
+
+TEST_F(RpBoundsTest, OwnCandidateRpThatWaitsInOneRangeEntersTheOthers) {
+  bsr.screeningIs({.rpsPerRange = 1});
+  fill(1, 1);
+  offerOwn(range);
+  offerOwn("239.2.0.0/16");
+  run(5);
+  EXPECT_TRUE(has("192.0.2.9", "239.2.0.0/16"));
+  EXPECT_FALSE(has("192.0.2.9"));
+  EXPECT_EQ(count(all), 0u);
 }
 
 // Several ranges in one advertisement ---------------------------------------------------------------------
