@@ -139,14 +139,17 @@ static constexpr ConfigKey keys[] = {
     {"limits", "rps", KeyType::integer, "", 0, largest32, "20000",
      "RPs in the RP sets of all zones together."},
     {"limits", "ranges-per-zone", KeyType::integer, "", 0, largest32, "4096",
-     "Group ranges in the RP set of one zone."},
+     "Group ranges in the RP set of one zone. While this router is BSR, half of it is kept for the RPs of "
+     "filter.rp-lists, if any."},
     {"limits", "rps-per-range", KeyType::integer, "", 0, 255, "255",
      "RPs of one group range while this router is BSR: RP Count has 8 bits (RFC 5059 section 4.1). In a full "
      "range an RP of lower priority value displaces the worst one, once in an interval of the BSR."},
     {"limits", "rps-per-sender", KeyType::integer, "", 0, largest32, "64",
-     "RP addresses that one sender of advertisements adds while this router is BSR."},
+     "RP addresses other than its own that one sender of advertisements adds while this router is BSR, the RPs "
+     "of filter.rp-lists apart."},
     {"limits", "ranges-per-sender", KeyType::integer, "", 0, largest32, "1024",
-     "Group ranges that one sender of advertisements adds while this router is BSR, counted for each RP."},
+     "Group ranges that one sender of advertisements adds while this router is BSR, counted for each RP. The RP "
+     "that is the sender itself and each RP of filter.rp-lists have a bound of their own, of as many."},
 
     {"control", "socket", KeyType::socketPath, "", 0, 0, "\"/run/pimbsr/control.sock\"",
      "Path of the Unix socket that takes requests, or \"\" for none; a change needs a restart."},

@@ -134,26 +134,31 @@ Refusal RpBounds::checkRange(CrpAdvMessage const& message, IpGenPrefix const& ra
   Ptr<RpCandidateSet> set = sets ? sets->crpSet(range) : nullptr;
   if (Ptr<Routing::Pim::RpCandidate> rp = set ? set->rp(message.rpAddress()) : nullptr)
     return places_.checkRenewal(range, *rp);
-  if (!set && isZoneFull(sets ? sets->crpSetCount() : 0)) return Refusal::zoneRanges;
+  bool isPreferred = places_.preferred().contains(message.rpAddress());
+  if (!set && isZoneFull(sets ? sets->crpSetCount() : 0, isPreferred)) return Refusal::zoneRanges;
   Refusal refusal = admit(message, {range, zone, message.rpAddress(), message.priority(), set});
   if (!set && refusal == Refusal::none) ++newRanges_;
   return refusal;
 }
 
 /// The new ranges of the message are counted with those that the zone holds, whichever zone they are of.
-bool RpBounds::isZoneFull(U32 held) const {
-  return settings_.rangesPerZone != 0 && U64{held} + newRanges_ >= settings_.rangesPerZone;
+bool RpBounds::isZoneFull(U32 held, bool isPreferred) const {
+  if (settings_.rangesPerZone == 0) return false;
+  bool isWhole = isPreferred || places_.preferred().isEmpty();
+  U32 bound = isWhole ? settings_.rangesPerZone : (settings_.rangesPerZone + 1) / 2;
+  return U64{held} + newRanges_ >= bound;
 }
 
 /// An RP that its range doesn't hold. The sender's bounds come first, so that a message beyond them displaces
 /// no RP.
 Refusal RpBounds::admit(CrpAdvMessage const& message, RangePlaces::Request const& request) {
-  IpGenAddr sender = message.srcAddr();
-  if (!isPrepared_) ledger_.prepare(sender, hasRanges(message) ? message.groupData()->groupInfoCount() : 1);
+  bool isPreferred = places_.preferred().contains(request.rp);
+  SenderLedger::Addition addition{message.srcAddr(), request.rp, request.range, isPreferred};
+  if (!isPrepared_) ledger_.prepare(addition, hasRanges(message) ? message.groupData()->groupInfoCount() : 1);
   isPrepared_ = true;
-  Refusal refusal = ledger_.check(sender, request.rp, request.range);
+  Refusal refusal = ledger_.check(addition);
   if (refusal == Refusal::none) refusal = places_.request(request);
-  if (refusal == Refusal::none) ledger_.record(sender, request.rp, request.range);
+  if (refusal == Refusal::none) ledger_.record(addition);
   return refusal;
 }
 

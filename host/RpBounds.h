@@ -11,8 +11,11 @@ namespace pimbsr::host {
 /// group ranges of a zone, RPs of a group range, and both for each sender.
 ///
 /// A renewal of an RP that its range holds always passes, except for an RP that was displaced. Of an
-/// advertisement the group ranges that fit pass. This router's own advertisements take no part in it,
-/// except that in a full range they wait for a place.
+/// advertisement the group ranges that fit pass. While there are preferred RPs, the others add no more than
+/// half of Screening::rangesPerZone, so that forged ranges of others keep no preferred RP out; a preferred RP
+/// doesn't pass the whole bound either, since followers drop a Bootstrap Message beyond their own.
+///
+/// This router's own advertisements take no part in it, except that in a full range they wait for a place.
 class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeConst {
  public:
   /// What becomes of an advertisement.
@@ -32,7 +35,8 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
   /// Replaces the RPs that are never displaced.
   void preferredIs(PreferredRps const& preferred) { places_.preferredIs(preferred); }
 
-  /// Checks an advertisement that was sent to this router. What the engine drops by itself passes.
+  /// Checks an advertisement that was sent to this router. What the engine drops by itself passes. Displaces
+  /// RPs and records what passes, so that no later check may drop the message.
   Verdict check(Routing::Pim::Packet::CrpAdvMessage& message);
 
   RangePlaces const& places() const { return places_; }
@@ -45,7 +49,7 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
   bool isPermitted(Lanet::IpGenAddr const& sender) const;
   bool isElected(Lanet::IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr) const;
   Refusal checkRange(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
-  bool isZoneFull(U32 held) const;
+  bool isZoneFull(U32 held, bool isPreferred) const;
   Refusal admit(Routing::Pim::Packet::CrpAdvMessage const& message, RangePlaces::Request const& request);
   bool mayEnter(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
 

@@ -35,12 +35,18 @@ struct Screening {
   U32 learnedZones = 0;           ///< scope zones that are followed and are no candidacy of this router
   U32 fragmentRps = 0;            ///< RPs that wait in the fragment stores of all zones together
   U32 rps = 0;                    ///< RPs in the RP sets of all zones together; an empty range counts as one
-  U32 rangesPerZone = 0;          ///< group ranges in the RP set of one zone
+  /// Group ranges in the RP set of one zone. At the elected BSR half of it is kept for preferred RPs if there
+  /// are any.
+  U32 rangesPerZone = 0;
   /// RPs of one group range at the elected BSR; at most 255, since RP Count has 8 bits (RFC 5059
   /// section 4.1).
   U32 rpsPerRange = 0;
-  U32 rpsPerSender = 0;     ///< RP addresses that one sender of advertisements adds to the RP sets
-  U32 rangesPerSender = 0;  ///< group ranges that one sender adds, counted for each of its RPs
+  /// RP addresses other than its own that one sender of advertisements adds to the RP sets, preferred RPs
+  /// apart.
+  U32 rpsPerSender = 0;
+  /// Group ranges that one sender adds, counted for each of these RPs; and as many of each RP that is its own
+  /// sender or preferred.
+  U32 rangesPerSender = 0;
 
   bool operator==(Screening const&) const = default;
 };

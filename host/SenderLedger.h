@@ -1,8 +1,10 @@
 #pragma once
 
+#include <compare>
 #include <limits>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "host/Refusal.h"
 #include "host/Screening.h"
@@ -19,43 +21,79 @@ Zet::Ptr<Routing::Pim::RpCandidateSet> rpSetOf(Routing::Pim::Bsr::PimBsrSm const
 /// Records which sender added which RPs and group ranges to the RP sets at the elected BSR, and bounds them
 /// for each sender.
 ///
-/// An entry of an RP that has left the sets is dropped late: when its sender is at a bound, at most once a
-/// second, and when the entries of all senders have doubled since the last time. So there are never more
-/// than twice the RPs that the sets held then, and a constant.
+/// An RP that is its own sender has an account of its own, and so has each preferred RP, whoever sends for
+/// it: what a forger adds for other RPs from the same address doesn't use that up. Such an account holds one
+/// RP and Screening::rangesPerSender ranges; the sender's account of other RPs has both bounds.
+///
+/// An RP of a range is in one account, that of its last sender. An entry of an RP that has left the sets is
+/// dropped late: when its account is at a bound, at most once a second, and by a sweep over all entries that
+/// each new entry moves by a few. So there are never more than twice the RPs that the sets held during a
+/// sweep, and a constant, and no packet costs a walk over all of them.
 class PIMBSR_API SenderLedger {
  public:
+  /// One RP of one range, and who adds it.
+  struct Addition {
+    Lanet::IpGenAddr const& sender;
+    Lanet::IpGenAddr const& rp;
+    Lanet::IpGenPrefix const& range;
+    bool isPreferred = false;  ///< the RP is a preferred one
+  };
+
   /// Both are read for as long as this object is.
   SenderLedger(Routing::Pim::Bsr::PimBsrSm const& root, Screening const& settings)
       : root_(root), settings_(settings) {}
+  SenderLedger(SenderLedger const&) = delete;
+  SenderLedger& operator=(SenderLedger const&) = delete;
 
-  /// Makes room in a sender's account, where `ranges` more could be too many. To be called for a message
-  /// before the first check: its own entries are in no set yet.
-  void prepare(Lanet::IpGenAddr const& sender, U64 ranges);
+  /// Makes room in the account of an addition, where `ranges` more could be too many, and sweeps. To be
+  /// called for a message before its first check: its own entries are in no set yet.
+  void prepare(Addition const& addition, U64 ranges);
   /// Checks whether a sender may add an RP to a range that doesn't hold it.
-  Refusal check(Lanet::IpGenAddr const& sender, Lanet::IpGenAddr const& rp,
-                Lanet::IpGenPrefix const& range) const;
+  Refusal check(Addition const& addition) const;
   /// Records that it did. Has no effect while neither bound is set.
-  void record(Lanet::IpGenAddr const& sender, Lanet::IpGenAddr const& rp, Lanet::IpGenPrefix const& range);
-  /// Number of RPs by sender and range that are recorded, with those that have left the sets meanwhile.
-  U64 size() const { return size_; }
+  void record(Addition const& addition);
+  /// Number of RPs by range that are recorded, with those that have left the sets meanwhile.
+  U64 size() const { return owners_.size(); }
+  /// Number of accounts; none is empty.
+  U64 accountCount() const { return accounts_.size(); }
 
  private:
-  static constexpr U64 minSize = 1024;  ///< entries below which those of all senders are not gone through
+  static constexpr U64 minSize = 1024;  ///< entries below which there is no sweep
+  /// Entries that the sweep visits for each new one: with six, new ones come at a fifth of its pace at most.
+  static constexpr U64 stepsPerEntry = 6;
 
+  /// An RP, and whether the account is that RP's own; else a sender, whose account is of other RPs.
+  struct Key {
+    Lanet::IpGenAddr address;
+    bool isRp = false;
+    auto operator<=>(Key const&) const = default;
+  };
   struct Account {
     std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> rps;
     U64 ranges = 0;
     double prunedAt = -std::numeric_limits<double>::infinity();
   };
+  struct Entry {
+    Lanet::IpGenAddr rp;
+    Lanet::IpGenPrefix range;
+    auto operator<=>(Entry const&) const = default;
+  };
+  using Accounts = std::map<Key, Account>;
+  using Owners = std::map<Entry, Accounts::iterator>;
 
+  static Key keyOf(Addition const& addition);
+  bool isHeld(Entry const& entry) const;
+  bool isNearBound(Account const& account, U64 ranges) const;
   void prune(Account& account);
-  void pruneAll();
+  void sweep();
+  void remove(Owners::iterator entry);
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
   Screening const& settings_;
-  std::map<Lanet::IpGenAddr, Account> accounts_;  ///< by sender
-  U64 size_ = 0;
-  U64 pruneAt_ = minSize;
+  Accounts accounts_;
+  Owners owners_;                           ///< the account of each RP of each range
+  Owners::iterator swept_ = owners_.end();  ///< where the sweep goes on; its end means the start
+  U64 sweepSteps_ = 0;                      ///< due before the next message is recorded
 };
 
 }  // namespace pimbsr::host

@@ -11,8 +11,6 @@
 namespace test {
 namespace {
 
-using pimbsr::host::Screening;
-
 // A full range --------------------------------------------------------------------------------------------
 
 TEST_F(RpBoundsTest, RangeHoldsAtMost255RpsAndItsRpCountIsSent) {
@@ -311,71 +309,6 @@ TEST_F(RpBoundsTest, AdvertisementWithoutRangesIsBoundedToo) {
   EXPECT_EQ(count(all), 1u);
 }
 
-// Senders -------------------------------------------------------------------------------------------------
-
-TEST_F(RpBoundsTest, SenderAddsSoManyRpsAndRenewsThemForGood) {
-  bsr.screeningIs({.rpsPerSender = 3});
-  auto reason = [this](int i) { return reasonFor({.rp = rpNamed(1, i), .sender = "203.0.113.7"}); };
-  for (int i = 1; i <= 3; ++i) EXPECT_EQ(reason(i), "");
-  EXPECT_EQ(reason(4), "sender-rps");
-  for (int i = 1; i <= 3; ++i) EXPECT_EQ(reason(i), "");
-  EXPECT_EQ(reasonFor({.rp = rpNamed(1, 1), .ranges = {"239.2.0.0/16"}, .sender = "203.0.113.7"}), "");
-  EXPECT_EQ(reasonFor({rpNamed(1, 4)}), "") << "another sender";
-  EXPECT_EQ(reason(4), "") << "known by now";
-}
-
-TEST_F(RpBoundsTest, SenderAddsSoManyRangesOfAllItsRps) {
-  bsr.screeningIs({.rangesPerSender = 4});
-  auto ask = [this](int rp, int first, int number) {
-    Offer offer{.rp = rpNamed(1, rp), .ranges = {}, .sender = "203.0.113.7"};
-    for (int i = 0; i < number; ++i) offer.ranges.push_back(numbered("239.", first + i) + ".0.0/16");
-    return receive(offer);
-  };
-  EXPECT_EQ(ask(1, 1, 3).reason, "");
-  Reception reception = ask(2, 1, 3);
-  EXPECT_EQ(reception.reason, "sender-ranges");
-  EXPECT_EQ(reception.droppedRanges, 2u);
-  EXPECT_EQ(ask(1, 1, 3).reason, "");
-  EXPECT_EQ(ask(1, 4, 1).reason, "sender-ranges");
-}
-
-TEST_F(RpBoundsTest, RpsThatHaveLeftMakeRoomForTheirSender) {
-  bsr.screeningIs({.rpsPerSender = 2, .rangesPerSender = 2});
-  auto reason = [this](int i) { return reasonFor({.rp = rpNamed(1, i), .sender = "203.0.113.7"}); };
-  for (int i = 1; i <= 2; ++i) EXPECT_EQ(reason(i), "");
-  EXPECT_EQ(reason(3), "sender-rps");
-  run(250);
-  EXPECT_EQ(count(), 0u);
-  EXPECT_EQ(reason(3), "");
-  EXPECT_EQ(reason(4), "");
-  EXPECT_EQ(reason(5), "sender-rps");
-}
-
-TEST_F(RpBoundsTest, SenderBeyondItsBoundsDisplacesNone) {
-  bsr.screeningIs({.rpsPerRange = 1, .rpsPerSender = 1});
-  fill(1, 1);
-  std::string const sender = "203.0.113.7";
-  EXPECT_EQ(reasonFor({.rp = "203.0.2.1", .ranges = {all}, .sender = sender}), "");
-  EXPECT_EQ(reasonFor({.rp = "203.0.2.2", .priority = 0, .sender = sender}), "sender-rps");
-  EXPECT_NE(holdtime("203.0.1.1"), 0);
-}
-
-TEST(SenderLedgerTest, ForgetsWhatNeverCameOrHasLeft) {
-  TestContext context;
-  Zet::Context::Scope scope(context);
-  RecordingPort port;
-  Router router(context, port);
-  Screening const settings{.rpsPerSender = 64};
-  pimbsr::host::SenderLedger ledger(*router.root(), settings);
-  for (int i = 0; i < 20000; ++i) {
-    Lanet::IpGenAddr sender(Lanet::IpAddr::fromHost(0x0a000000u + static_cast<U32>(i)));
-    ledger.prepare(sender, 1);
-    ASSERT_EQ(ledger.check(sender, sender, prefix(range)), pimbsr::host::Refusal::none);
-    ledger.record(sender, sender, prefix(range));
-    ASSERT_LE(ledger.size(), 1024u);
-  }
-}
-
 // Ranges of a zone ----------------------------------------------------------------------------------------
 
 TEST_F(RpBoundsTest, ZoneHoldsSoManyRangesAndKnownOnesTakeMoreRps) {
@@ -386,6 +319,19 @@ TEST_F(RpBoundsTest, ZoneHoldsSoManyRangesAndKnownOnesTakeMoreRps) {
   EXPECT_EQ(reception.droppedRanges, 1u);
   EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .ranges = {"239.4.0.0/16"}}), "zone-ranges");
   EXPECT_EQ(reasonFor({.rp = "203.0.1.2", .ranges = {"239.1.0.0/16", "239.2.0.0/16"}}), "");
+}
+
+TEST_F(RpBoundsTest, HalfOfTheRangesOfAZoneIsKeptForPreferredRps) {
+  bsr.preferredRpsIs(listed());
+  bsr.screeningIs({.rangesPerZone = 4});
+  auto ask = [this](std::string const& rp, int number) {
+    return reasonFor({.rp = rp, .ranges = {numbered("239.", number) + ".0.0/16"}});
+  };
+  for (int i = 1; i <= 2; ++i) EXPECT_EQ(ask("203.0.1.1", i), "");
+  EXPECT_EQ(ask("203.0.1.1", 3), "zone-ranges");
+  for (int i = 3; i <= 4; ++i) EXPECT_EQ(ask("10.0.0.1", i), "");
+  EXPECT_EQ(ask("10.0.0.1", 5), "zone-ranges");
+  EXPECT_EQ(ask("203.0.1.1", 4), "") << "a known range";
 }
 
 // Floods --------------------------------------------------------------------------------------------------
