@@ -9,6 +9,10 @@ using Lanet::IntfId;
 using Lanet::IpGenAddr;
 using Zet::Ptr;
 
+void NeighborBuckets::onNeighbor(IpGenAddr const& address) {
+  buckets_.isPresentIs(address, notifier()->neighbor(address) != nullptr);
+}
+
 /// Version 2 in the upper half of the first byte, the type in the lower (RFC 7761 section 4.9).
 static bool isHello(wire::Bytes pim) {
   return !pim.empty() && pim[0] == (0x20 | static_cast<U8>(wire::MessageType::hello));
@@ -52,16 +56,20 @@ Refusal Budgets::chargeRest(Link& link) {
   return link.rest.take(settings_.packetsPerSecond, Zet::now()) ? Refusal::none : Refusal::rateLimit;
 }
 
-/// All addresses of a neighbor share a bucket, and there are never more buckets than neighbors. A neighbor
-/// that finds none, for as long as others that have just gone keep theirs, is one of the rest.
+/// An interface that was deleted and made again is another object, and its neighbors are others.
+NeighborBuckets& Budgets::neighborBuckets(Link& link, Ptr<Routing::Pim::Intf const> const& intf) {
+  bool isSame = link.neighbors && link.neighbors->notifier() == intf;
+  if (!isSame) link.neighbors = Zet::make<NeighborBuckets>(intf);
+  return *link.neighbors;
+}
+
+/// All addresses of a neighbor share a bucket.
 Refusal Budgets::chargeNeighbor(IntfId const& intfId, IpGenAddr const& source) {
   if (settings_.packetsPerSecond == 0) return Refusal::none;
   Ptr<pim::LinkNeighbors> neighbors = neighbors_.link(intfId);
-  Link& link = this->link(intfId);
-  TokenBucket* bucket =
-      link.neighbors.bucket(neighbors->owner(source), neighbors->notifier()->neighborCount(), Zet::now());
-  if (bucket == nullptr) return chargeRest(link);
-  bool taken = bucket->take(settings_.packetsPerSecond, Zet::now());
+  NeighborBuckets& buckets = neighborBuckets(link(intfId), neighbors->notifier());
+  TokenBucket& bucket = buckets.bucket(neighbors->owner(source), Zet::now());
+  bool taken = bucket.take(settings_.packetsPerSecond, Zet::now());
   return taken ? Refusal::none : Refusal::neighborRateLimit;
 }
 

@@ -19,6 +19,18 @@ enum class SenderClass : U8 {
   rest           ///< all other packets of one interface
 };
 
+/// The buckets of the neighbors of one interface, which follow its status, whoever writes that.
+class PIMBSR_API NeighborBuckets : public Routing::Pim::Intf::NotifieeConst {
+ public:
+  explicit NeighborBuckets(Zet::Ptr<Routing::Pim::Intf const> const& intf) { notifierIs(intf); }
+
+  TokenBucket& bucket(Lanet::IpGenAddr const& address, double now) { return buckets_.bucket(address, now); }
+  void onNeighbor(Lanet::IpGenAddr const& address) override;
+
+ private:
+  AddressBuckets buckets_;
+};
+
 /// The packets per second that are read of each class of senders, as far as a Screening bounds them.
 ///
 /// A packet is charged once its IP header is read and before anything else of it is. Each charge costs
@@ -32,8 +44,8 @@ class PIMBSR_API Budgets {
   /// The class of a packet that has passed the checks of its IP header. One to a unicast address could have
   /// been routed here, so that its source proves no neighbor.
   SenderClass classOf(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
-  /// Charges a packet to its class; none, or the drop reason that says which budget is used up. The source is
-  /// not looked at for the rest.
+  /// Charges a packet to its class. Returns Refusal::none, or the drop reason of the budget that is used up.
+  /// The source is used for neighbors and advertisers alone.
   Refusal charge(Lanet::IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source);
   /// To be called for a charged packet that turned out malformed: damaged Hellos leave the budget of Hellos
   /// alone as long as the rest can pay for them.
@@ -48,10 +60,11 @@ class PIMBSR_API Budgets {
     explicit Link(double now) : rest(now), unknownHello(now) {}
     TokenBucket rest;
     TokenBucket unknownHello;
-    AddressBuckets neighbors;
+    Zet::Ptr<NeighborBuckets> neighbors;  ///< null before the first packet of a neighbor
   };
 
   Link& link(Lanet::IntfId const& intfId);
+  static NeighborBuckets& neighborBuckets(Link& link, Zet::Ptr<Routing::Pim::Intf const> const& intf);
   Refusal chargeRest(Link& link);
   Refusal chargeNeighbor(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& source);
   Refusal chargeAdvertiser(Lanet::IpGenAddr const& source);

@@ -4,25 +4,20 @@ namespace pimbsr::host {
 
 using Lanet::IpGenAddr;
 
-TokenBucket* AddressBuckets::bucket(IpGenAddr const& address, std::size_t max, double now) {
+TokenBucket& AddressBuckets::bucket(IpGenAddr const& address, double now) {
   auto at = byAddress_.find(address);
-  if (at != byAddress_.end()) {
-    byUse_.splice(byUse_.end(), byUse_, at->second.use);
-    return &at->second.bucket;
-  }
-  makeRoom(max, now);
-  if (byAddress_.size() >= max) return nullptr;
-  auto use = byUse_.insert(byUse_.end(), address);
-  return &byAddress_.emplace(address, Entry{TokenBucket(now), use}).first->second.bucket;
+  if (at == byAddress_.end()) at = byAddress_.emplace(address, Entry{TokenBucket(now), former_.end()}).first;
+  return at->second.bucket;
 }
 
-void AddressBuckets::makeRoom(std::size_t max, double now) {
-  while (!byUse_.empty() && byAddress_.size() >= max) {
-    auto oldest = byAddress_.find(byUse_.front());
-    if (!oldest->second.bucket.isIdle(now)) return;
-    byAddress_.erase(oldest);
-    byUse_.pop_front();
-  }
+void AddressBuckets::isPresentIs(IpGenAddr const& address, bool isPresent) {
+  auto at = byAddress_.find(address);
+  if (at == byAddress_.end()) return;
+  if (at->second.former != former_.end()) former_.erase(at->second.former);
+  at->second.former = isPresent ? former_.end() : former_.insert(former_.end(), address);
+  if (former_.size() <= maxFormer) return;
+  byAddress_.erase(former_.front());
+  former_.pop_front();
 }
 
 /// The entries that have expired give way to a new one; until then they grant nothing.

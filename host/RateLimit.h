@@ -35,9 +35,6 @@ class TokenBucket {
   }
   /// Takes back the event that was granted last.
   void giveBack() { tokens_ += 1; }
-  /// Whether it grants the same as a new one, for a burst of one second's worth: a second without an event
-  /// fills it.
-  bool isIdle(double now) const { return now >= filledAt_ + 1; }
 
  private:
   double filledAt_;
@@ -45,24 +42,33 @@ class TokenBucket {
   bool isNew_ = true;
 };
 
-/// A bucket for each of some addresses. A bucket goes only once it is idle, so that an address gains nothing
-/// by being forgotten and known again: a neighbor can be made to go by a forged goodbye.
+/// A bucket for each neighbor of one interface, by its primary address.
+///
+/// A neighbor keeps its bucket however many others come and go. The bucket of a former neighbor stays until
+/// `maxFormer` others have left after it: a neighbor gains nothing by a goodbye Hello and another Hello.
 class PIMBSR_API AddressBuckets {
  public:
-  /// The bucket of an address; null if it has none, there are `max` and none of them is idle. O(log n), but
-  /// for idle buckets beyond the maximum, each of which is removed once.
-  TokenBucket* bucket(Lanet::IpGenAddr const& address, std::size_t max, double now);
+  /// Buckets of former neighbors that are kept. It is above the default limit of Hellos from unknown
+  /// addresses in a second: until so many neighbors have come and gone, a bucket is full again anyway.
+  static constexpr std::size_t maxFormer = 256;
+
+  /// The bucket of a present neighbor, made at `now` in seconds if it has none. O(log n).
+  TokenBucket& bucket(Lanet::IpGenAddr const& address, double now);
+  /// To be called when an address has become a neighbor, or is none any more. No effect for an address
+  /// without a bucket. O(log n).
+  void isPresentIs(Lanet::IpGenAddr const& address, bool isPresent);
+  /// Buckets of present and former neighbors.
   std::size_t size() const { return byAddress_.size(); }
 
  private:
+  using Former = std::list<Lanet::IpGenAddr>;
   struct Entry {
     TokenBucket bucket;
-    std::list<Lanet::IpGenAddr>::iterator use;
+    Former::iterator former;  ///< its place; the end for a present neighbor
   };
-  void makeRoom(std::size_t max, double now);
 
   std::map<Lanet::IpGenAddr, Entry> byAddress_;
-  std::list<Lanet::IpGenAddr> byUse_;  ///< the one used least recently first
+  Former former_;  ///< in the order in which they left
 };
 
 /// The senders of Candidate-RP-Advertisements that were accepted, each until its holdtime is over, and what

@@ -36,8 +36,8 @@ class PIMBSR_API Screen {
   void settingsIs(Screening const& settings);
   Screening const& settings() const { return settings_; }
 
-  /// Validates a packet by its IP header. What fails is nobody's but the rest's to pay for: a packet that
-  /// only claims to be a neighbor's costs the neighbor nothing.
+  /// Validates a packet by its IP header. A packet that fails is charged to the rest: one with a forged
+  /// address of a neighbor costs the neighbor nothing.
   Arrival arrival(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
   /// Charges a packet to the budget of its sender; a packet without a readable IP header is of the rest.
   Refusal charge(Lanet::IntfId const& intfId, Arrival const& arrival) {

@@ -272,33 +272,90 @@ TEST(AdvertisersTest, FloodOfSendersIsKeptUpToTheBoundUntilSomeExpire) {
   EXPECT_EQ(advertisers.size(), Advertisers::max / 2 + 1);
 }
 
-TEST(AddressBucketsTest, ThereAreAsManyAsAllowedAndOnlyIdleOnesGiveWay) {
-  AddressBuckets buckets;
-  auto take = [&](char const* address, double now) {
-    TokenBucket* bucket = buckets.bucket(addr(address), 2, now);
-    return bucket == nullptr ? "none" : bucket->take(1, now) ? "taken" : "used up";
-  };
-  EXPECT_STREQ(take("192.0.2.1", 0), "taken");
-  EXPECT_STREQ(take("192.0.2.2", 0.5), "taken");
-  EXPECT_STREQ(take("192.0.2.3", 0.9), "none");
-  EXPECT_STREQ(take("192.0.2.3", 1), "taken");
-  EXPECT_STREQ(take("192.0.2.1", 1.2), "none");
-  EXPECT_STREQ(take("192.0.2.3", 1.3), "used up");
-  EXPECT_STREQ(take("192.0.2.1", 1.5), "taken");
-  EXPECT_EQ(buckets.size(), 2u);
+/// Takes two packets a second of each address.
+std::string take(AddressBuckets& buckets, std::string const& address, double now) {
+  return buckets.bucket(addr(address), now).take(2, now) ? "taken" : "used up";
 }
 
-TEST_F(BudgetsTest, NeighborWithoutABucketSharesTheRestUntilABucketIsIdle) {
+TEST(AddressBucketsTest, BucketOfAFormerNeighborStaysUntilMaxFormerOthersHaveLeft) {
+  for (int others : {1, 255, 256}) {
+    AddressBuckets buckets;
+    for (char const* expected : {"taken", "taken", "used up"})
+      EXPECT_EQ(take(buckets, "10.0.0.1", 0), expected);
+    buckets.isPresentIs(addr("10.0.0.1"), false);
+    for (int i = 0; i < others; ++i) {
+      take(buckets, numbered("10.1.0.", i), 0);
+      buckets.isPresentIs(addr(numbered("10.1.0.", i)), false);
+    }
+    buckets.isPresentIs(addr("10.0.0.1"), true);
+    EXPECT_EQ(take(buckets, "10.0.0.1", 0), others < 256 ? "used up" : "taken") << others;
+  }
+}
+
+TEST(AddressBucketsTest, BucketOfAPresentNeighborStaysHoweverManyLeave) {
+  AddressBuckets buckets;
+  std::vector<std::string> const present = {"10.0.0.1", "10.0.0.2"};
+  for (auto const& address : present)
+    for (char const* expected : {"taken", "taken", "used up"}) EXPECT_EQ(take(buckets, address, 0), expected);
+  buckets.isPresentIs(addr("10.0.0.2"), false);
+  buckets.isPresentIs(addr("10.0.0.2"), true);
+  for (int i = 0; i < 2000; ++i) {
+    std::string other = numbered("10.1.", i / 200) + numbered(".", i % 200);
+    take(buckets, other, 0);
+    buckets.isPresentIs(addr(other), false);
+    ASSERT_LE(buckets.size(), present.size() + AddressBuckets::maxFormer);
+  }
+  for (auto const& address : present) EXPECT_EQ(take(buckets, address, 0), "used up");
+}
+
+TEST(AddressBucketsTest, AddressThatLeavesTwiceOrWasNeverSeenHasAtMostOneBucket) {
+  AddressBuckets buckets;
+  buckets.isPresentIs(addr("10.0.0.9"), false);
+  buckets.isPresentIs(addr("10.0.0.9"), true);
+  EXPECT_EQ(buckets.size(), 0u);
+  take(buckets, "10.0.0.1", 0);
+  for (std::size_t i = 0; i < 2 * AddressBuckets::maxFormer; ++i)
+    buckets.isPresentIs(addr("10.0.0.1"), false);
+  EXPECT_EQ(buckets.size(), 1u);
+}
+
+TEST_F(BudgetsTest, NewNeighborHasABudgetOfItsOwnThoughBucketsOfFormerOnesAreKept) {
   router.screeningIs({.packetsPerSecond = 3});
   greet("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}), "");
+  for (int i = 0; i < 4; ++i) offer(ordinary, {"192.0.2.99"});
+  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.99"}), "rate-limit");
   greet("192.0.2.2");
   for (int i = 0; i < 3; ++i) EXPECT_FALSE(offer(ordinary, {"192.0.2.2"}).overBudget());
-  EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "rate-limit");
-  context.nowIs(context.now() + 1);
-  for (int i = 0; i < 3; ++i) EXPECT_FALSE(offer(ordinary, {"192.0.2.2"}).overBudget());
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "neighbor-rate-limit");
+}
+
+TEST_F(BudgetsTest, QuietNeighborKeepsItsBudgetThroughTenThousandNeighborsThatComeAndGo) {
+  router.screeningIs({.packetsPerSecond = 3});
+  greet("192.0.2.1");
+  EXPECT_EQ(reasonFor(ordinary), "");
+  for (int i = 0; i < 10000; ++i) {
+    context.nowIs(context.now() + 0.001);
+    Road path{numbered("10.0.", i / 250) + numbered(".", 1 + i % 250)};
+    ASSERT_EQ(reasonFor(HelloMessage{.generationId = 1}, path), "");
+    ASSERT_EQ(reasonFor(HelloMessage{.holdtime = 0}, path), "");
+    offer(ordinary, path);
+  }
+  ASSERT_EQ(neighbors(), 1u);
+  EXPECT_EQ(reasonFor(ordinary, {"10.0.0.1"}), "rate-limit");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "") << i;
+  EXPECT_EQ(reasonFor(ordinary), "neighbor-rate-limit");
+}
+
+TEST_F(BudgetsTest, NeighborOfAnInterfaceThatWasMadeAgainHasANewBudget) {
+  router.screeningIs({.packetsPerSecond = 3});
+  for (int round = 0; round < 2; ++round) {
+    router.pimStatus()->pimIntfDel(intf("eth0"));
+    router.pimStatus()->pimIntfIs(intf("eth0"))->neighborIs(addr("192.0.2.1"));
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(offer(ordinary).overBudget());
+    EXPECT_EQ(reasonFor(ordinary), "neighbor-rate-limit");
+  }
 }
 
 }  // namespace
