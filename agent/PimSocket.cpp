@@ -176,11 +176,12 @@ std::optional<U64> PimSocketBase::nextTime() {
   return Details::time(message);
 }
 
-U32 PimSocketBase::lost() const {
+/// A number below the one before would count as almost 2^32 more losses.
+U32 PimSocketBase::lost() {
   std::array<U32, SK_MEMINFO_VARS> counts{};
   socklen_t size = sizeof counts;
-  if (getsockopt(fd(), SOL_SOCKET, SO_MEMINFO, counts.data(), &size) < 0) return 0;
-  return counts[SK_MEMINFO_DROPS];
+  if (getsockopt(fd(), SOL_SOCKET, SO_MEMINFO, counts.data(), &size) == 0) lost_ = counts[SK_MEMINFO_DROPS];
+  return lost_;
 }
 
 // Sending -----------------------------------------------------------------------------------------------

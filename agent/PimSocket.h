@@ -44,8 +44,9 @@ class PimSocketBase {
   /// still be measured by the former one. Throws std::system_error, and the former program stays.
   void filterIs(FilterProgram program);
   /// Packets that found the receive buffer full since the socket was opened, modulo 2^32. A kernel may count
-  /// those too that the program would drop, since a full socket is not asked (Linux 6.18 does).
-  U32 lost() const;
+  /// those too that the program would drop, since a full socket is not asked (Linux 6.18 does). If the kernel
+  /// doesn't answer, it is the number that it gave last; 0 before the first.
+  U32 lost();
   /// Sends what an IPv4 packet carries to where its header says, with the header's source, TTL and type of
   /// service; what is longer than the MTU goes in fragments. Returns whether the kernel took it.
   bool send(std::span<U8 const> packet);
@@ -69,6 +70,7 @@ class PimSocketBase {
   SocketFd fd_;
   int interfaceIndex_ = 0;  ///< of the interface to send along; 0 leaves that to the routes
   int error_ = 0;
+  U32 lost_ = 0;  ///< as the kernel counted last
 };
 
 /// The socket of one interface: takes what is sent there to 224.0.0.13, and sends along it what no socket of

@@ -1,5 +1,6 @@
 #include "agent/PimSocket.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -359,6 +360,20 @@ TEST_F(PimSocketTest, LostPacketsAreCountedAndThoseThatDoNotPassAreNot) {
   EXPECT_EQ(all->lost(), 201 - received);
   EXPECT_EQ(other->lost(), 0u);
   EXPECT_EQ(hellos->lost(), 0u);
+}
+
+TEST_F(PimSocketTest, CountOfLostPacketsStaysWhenTheKernelDoesNotAnswer) {
+  auto a = in<PimSocket>(*left, "left", 8);
+  auto all = in<PimSocket>(*middle, "m1", 7);
+  EXPECT_EQ(all->lost(), 0u);
+  int small = 4096;
+  ASSERT_EQ(setsockopt(all->fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {0x24, 0, 0, 0}}));
+  Zet::U32 before = all->lost();
+  EXPECT_GT(before, 0u);
+  pimbsr::agent::SocketFd noSocket(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(dup2(noSocket.get(), all->fd()), all->fd());
+  EXPECT_EQ(all->lost(), before);
 }
 
 /// An ICMP message "port unreachable" about a PIM packet of 224.0.0.13 to 10.0.1.1, as a forger would send
