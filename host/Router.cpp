@@ -383,13 +383,13 @@ void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Recept
   if (refused(screen_->judgeCost(message), reception)) return;
   RpBounds::Verdict verdict = bounds_->check(message);
   refused(verdict.refusal, reception);
-  reception.droppedRanges = verdict.dropped;
   if (!verdict.passed) return;
   Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
   crpMsgInfo_->intfIdIs(intfId);
   crpMsgInfo_->messageIs(verdict.passed);
   crpMsgInfo_->countInc(1);
   if (nameCause(before, status_->counters()->errCounters(), crpAdvCauses, reception)) return;
+  reception.droppedRanges = verdict.dropped;
   screen_->noteAdvertisement(message);
 }
 
