@@ -108,6 +108,12 @@ TEST_F(DropsTest, SummaryNamesWhatTheMessageSaid) {
                 "PIM message that can't be read"}));
 }
 
+TEST_F(DropsTest, SummaryOfAMessageAcceptedInPartCountsTheDroppedRanges) {
+  pimbsr::agent::DroppedMessage message{.about = addr("203.0.113.1"), .groups = 3, .dropped = 1};
+  EXPECT_EQ(summaryOf(MessageKind::crpAdv, message),
+            "C-RP-Adv of 203.0.113.1, priority 0, holdtime 0 s, 1 of 3 group ranges dropped");
+}
+
 TEST_F(DropsTest, MessageRefusedBeforeItWasReadIsNamedByItsKind) {
   for (auto [kind, text] : {std::pair{MessageKind::bootstrap, "BSM"},
                             {MessageKind::crpAdv, "C-RP-Adv"},

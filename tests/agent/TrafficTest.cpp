@@ -33,6 +33,11 @@ TEST_F(TrafficTest, RefusedMessageIsReceivedToo) {
   EXPECT_EQ(on("eth0", MessageKind::bootstrap), (PacketCounts{.received = 1, .refused = 1}));
 }
 
+TEST_F(TrafficTest, MessageAcceptedInPartIsNotRefused) {
+  traffic.noteReceived("eth0", {.kind = MessageKind::crpAdv, .reason = "range-full", .droppedRanges = 1});
+  EXPECT_EQ(on("eth0", MessageKind::crpAdv), (PacketCounts{.received = 1}));
+}
+
 TEST_F(TrafficTest, SentPacketsAreKnownByTheirBytes) {
   traffic.noteSent("eth0", helloFrom("192.0.2.9", 1), true);
   traffic.noteSent("eth0", packetOf(Bsm{}), true);
