@@ -121,8 +121,12 @@ LinkReports LinuxMachine::linkReports() {
 
 void LinuxMachine::clearReports() {
   closed_.clear();
-  for (auto& [name, queues] : opened_) queues->clearCounts();
+  for (auto& [name, queues] : opened_) {
+    queues->clearCounts();
+    queues->sender().clearLastError();
+  }
   unicast_.clearCounts();
+  unicastSocket_.clearLastError();
 }
 
 bool LinuxMachine::send(IntfId const& intfId, std::span<U8 const> packet) {

@@ -34,6 +34,7 @@ class Machine : public pim::Port {
   virtual void neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) = 0;
   /// What became of packets since the start or the last clear.
   virtual LinkReports linkReports() = 0;
+  /// Counts start at 0 again, and errors are forgotten.
   virtual void clearReports() = 0;
 };
 

@@ -53,6 +53,8 @@ class PimSocketBase {
   /// Why the kernel refused a packet to be sent, the last time that it did, in the system's words; empty if
   /// it never did.
   std::string lastError() const;
+  /// Forgets it.
+  void clearLastError() { error_ = 0; }
 
  protected:
   /// Receives nothing before it has a program. Throws std::system_error, with what is needed, if there can be

@@ -1,0 +1,70 @@
+#include "agent/LinuxMachine.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "agent/Loop.h"
+#include "tests/agent/NetworkLab.h"
+#include "wire/Wire.h"
+
+namespace test {
+namespace {
+
+namespace agent = pimbsr::agent;
+using agent::LinuxMachine;
+using Lanet::IntfId;
+using Lanet::IpAddr;
+using Zet::U8;
+
+class FakeListener final : public agent::MachineListener {
+ public:
+  bool onPacket(std::string const&, std::span<U8 const>) override { return true; }
+  void onKernelChange(std::vector<Lanet::Prefix> const&) override {}
+};
+
+std::vector<U8> packetTo(char const* destination) {
+  std::vector<U8> bytes;
+  EXPECT_TRUE(pimbsr::wire::encodeIpv4(
+      {.source = IpAddr::parse("10.0.1.1"), .destination = IpAddr::parse(destination), .ttl = 1},
+      std::vector<U8>{0x24, 0, 0, 0}, bytes));
+  return bytes;
+}
+
+/// A system with the interface "near", 10.0.1.1/24.
+class LinuxMachineTest : public NetworkTest {
+ protected:
+  void SetUp() override {
+    NetworkTest::SetUp();
+    if (HasFatalFailure() || IsSkipped()) return;
+    network = std::make_unique<NetworkNamespace>();
+    inside = std::make_unique<Inside>(*network);
+    ipAll({"link add name near type veth peer name far", "address add 10.0.1.1/24 dev near",
+           "link set near up", "link set far up"});
+    awaitRunning("near");
+    machine = std::make_unique<LinuxMachine>(loop, traffic, listener);
+    machine->open(machine->kernel().links.at("near"));
+  }
+
+  std::unique_ptr<NetworkNamespace> network;
+  std::unique_ptr<Inside> inside;
+  agent::Loop loop;
+  agent::Traffic traffic;
+  FakeListener listener;
+  std::unique_ptr<LinuxMachine> machine;
+};
+
+TEST_F(LinuxMachineTest, ClearedReportsHoldNoSendError) {
+  ip("link set near down");
+  EXPECT_FALSE(machine->send(IntfId("near"), packetTo("224.0.0.13")));
+  EXPECT_FALSE(machine->send(IntfId(), packetTo("192.0.2.1")));
+  EXPECT_EQ(machine->linkReports()["near"].sendError, "Network is unreachable");
+  EXPECT_EQ(machine->linkReports()[""].sendError, "Network is unreachable");
+  machine->clearReports();
+  EXPECT_EQ(machine->linkReports()["near"].sendError, "");
+  EXPECT_EQ(machine->linkReports()[""].sendError, "");
+}
+
+}  // namespace
+}  // namespace test
