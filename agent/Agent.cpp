@@ -58,7 +58,11 @@ void Agent::call(Cause const& cause, Act const& act) {
 
 void Agent::followNeighbors() {
   for (IntfId const& intfId : neighbors_->takeChanged())
-    machine_.neighborsAre(std::string(intfId.stringValue().view()), neighbors_->addressesOf(intfId));
+    machine_.neighborsChanged(std::string(intfId.stringValue().view()));
+}
+
+std::vector<Lanet::IpAddr> Agent::neighborsOf(std::string const& intf) const {
+  return neighbors_->addressesOf(IntfId(intf.c_str()));
 }
 
 void Agent::tell() {

@@ -54,6 +54,9 @@ class Agent {
   /// Takes one packet, from its IP header on. Returns whether its sender may go on at once; with false it has
   /// used up what it is granted.
   bool receive(std::string const& intf, std::span<U8 const> packet);
+  /// The IPv4 addresses of an interface's neighbors, the most important first (NeighborWatch::addressesOf()).
+  /// This walks all of them: Machine::neighborsChanged() reports when a new walk is needed.
+  std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const;
   /// Ends all candidacies and tells the neighbours farewell; the agent is done then.
   void sayFarewell();
 

@@ -126,6 +126,10 @@ void Daemon::onKernelChange(std::vector<Lanet::Prefix> const& routes) {
   armTimer();
 }
 
+std::vector<Lanet::IpAddr> Daemon::neighborsOf(std::string const& intf) const {
+  return agent_.neighborsOf(intf);
+}
+
 void Daemon::handleTimer() {
   armedFor_ = 0;
   if (agent_.nextExpiry() <= clock_.now()) agent_.advance();

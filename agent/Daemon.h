@@ -35,6 +35,7 @@ class Daemon final : private MachineListener, private AgentListener, private Req
  private:
   bool onPacket(std::string const& intf, std::span<U8 const> packet) override;
   void onKernelChange(std::vector<Lanet::Prefix> const& routes) override;
+  std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const override;
   void onChanges(std::vector<HistoryEntry> const& changes) override;
   nlohmann::ordered_json answer(Request const& request) override;
 

@@ -63,8 +63,9 @@ void LinuxMachine::open(KernelLink const& link) {
   auto deliver = [this, name = link.name](std::span<U8 const> packet) {
     return listener_.onPacket(name, packet);
   };
+  auto neighbors = [this, name = link.name] { return listener_.neighborsOf(name); };
   opened_[link.name] = std::make_unique<ReceiveQueues>(loop_, link.name, link.index, subnetsOf(link),
-                                                       neighborQueues_, deliver);
+                                                       neighborQueues_, deliver, neighbors);
 }
 
 static void add(LinkReport& sum, LinkReport const& more) {
@@ -92,8 +93,8 @@ void LinuxMachine::close(std::string const& name) {
 
 /// What a packet does can't end its queue: settings and the kernel alone do, from handlers of their own, and
 /// the steps of the queues.
-void LinuxMachine::neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) {
-  if (auto at = opened_.find(name); at != opened_.end()) at->second->neighborsAre(addresses);
+void LinuxMachine::neighborsChanged(std::string const& name) {
+  if (auto at = opened_.find(name); at != opened_.end()) at->second->neighborsChanged();
 }
 
 void LinuxMachine::followSubnets() {

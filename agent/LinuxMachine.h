@@ -24,6 +24,9 @@ class MachineListener {
   virtual bool onPacket(std::string const& intf, std::span<U8 const> packet) = 0;
   /// Interfaces, addresses or the best routes of these prefixes have changed.
   virtual void onKernelChange(std::vector<Lanet::Prefix> const& routes) = 0;
+  /// The addresses of an interface's neighbors, the most important first; asked for a moment after
+  /// Machine::neighborsChanged(), once for all changes until then.
+  virtual std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const = 0;
 };
 
 /// This computer: raw sockets on its links, and netlink for what stands there.
@@ -42,7 +45,7 @@ class LinuxMachine final : public Machine {
   std::vector<Lanet::Prefix> takeChangedRoutes() { return netlink_.takeChangedRoutes(); }
   void open(KernelLink const& link) override;
   void close(std::string const& name) override;
-  void neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) override;
+  void neighborsChanged(std::string const& name) override;
   LinkReports linkReports() override;
   void clearReports() override;
 

@@ -29,9 +29,10 @@ class Machine : public pim::Port {
   virtual void open(KernelLink const& link) = 0;
   /// Ends that; a link that isn't open is left alone.
   virtual void close(std::string const& name) = 0;
-  /// Keeps packets of these addresses of neighbors apart from what others send on an open link, as far as it
-  /// can: the most important ones first. A link that isn't open is left alone.
-  virtual void neighborsAre(std::string const& name, std::vector<Lanet::IpAddr> const& addresses) = 0;
+  /// Neighbors, or addresses of neighbors, of a link have changed. The machine keeps their packets apart from
+  /// what others send, as far as it can, and asks for the addresses (Agent::neighborsOf()) later, once for
+  /// all changes until then. A link that isn't open is left alone.
+  virtual void neighborsChanged(std::string const& name) = 0;
   /// What became of packets since the start or the last clear.
   virtual LinkReports linkReports() = 0;
   /// Counts start at 0 again, and errors are forgotten.

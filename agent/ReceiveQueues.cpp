@@ -24,11 +24,12 @@ static constexpr int admittedAtOnce = 16;
 
 /// The queue for Hellos opens first: the other one leaves them out from its first packet on.
 ReceiveQueues::ReceiveQueues(Loop& loop, std::string name, int index, std::vector<Prefix> const& subnets,
-                             NeighborQueueBudget& budget, Deliver deliver)
+                             NeighborQueueBudget& budget, Deliver deliver, KnownNeighbors knownNeighbors)
     : name_(std::move(name)),
       index_(index),
       budget_(budget),
       deliver_(std::move(deliver)),
+      knownNeighbors_(std::move(knownNeighbors)),
       set_(loop, [this](Received const& received) { return take(received); }),
       subnets_(subnets),
       helloSubnets_(subnets),
@@ -65,13 +66,8 @@ QueueSet::Taken ReceiveQueues::take(Received const& received) {
 
 // Wishes ------------------------------------------------------------------------------------------------
 
-void ReceiveQueues::neighborsAre(std::vector<IpAddr> const& addresses) {
-  wanted_ = addresses;
-  for (auto& [address, neighbor] : neighbors_) neighbor.isKnown = false;
-  for (IpAddr address : wanted_) {
-    if (auto at = neighbors_.find(address); at != neighbors_.end()) at->second.isKnown = true;
-  }
-  isAdmitting_ = true;
+void ReceiveQueues::neighborsChanged() {
+  isFollowing_ = true;
   startSteps();
 }
 
@@ -90,6 +86,7 @@ void ReceiveQueues::startSteps() {
 /// A step that the kernel refused is tried again before any other.
 void ReceiveQueues::step() {
   if (!filtersDiffer_) {
+    followNeighbors();
     settle();
     closeNeighbors();
     stepNeighbors();
@@ -98,6 +95,16 @@ void ReceiveQueues::step() {
   }
   if (filtersDiffer_) attachFilters();
   if (!isSettled()) startSteps();
+}
+
+void ReceiveQueues::followNeighbors() {
+  if (!std::exchange(isFollowing_, false)) return;
+  wanted_ = knownNeighbors_();
+  for (auto& [address, neighbor] : neighbors_) neighbor.isKnown = false;
+  for (IpAddr address : wanted_) {
+    if (auto at = neighbors_.find(address); at != neighbors_.end()) at->second.isKnown = true;
+  }
+  isAdmitting_ = true;
 }
 
 bool ReceiveQueues::isNeighborChanging() const {
@@ -109,7 +116,7 @@ bool ReceiveQueues::isNeighborChanging() const {
 
 bool ReceiveQueues::isSettled() const {
   bool bySubnet = helloSubnets_ == subnets_ && otherSubnets_ == subnets_ && subnetCopiesUntil_ == 0;
-  return bySubnet && !filtersDiffer_ && !isAdmitting_ && !isNeighborChanging();
+  return bySubnet && !filtersDiffer_ && !isFollowing_ && !isAdmitting_ && !isNeighborChanging();
 }
 
 /// A change is over once all packets are served that came before it.

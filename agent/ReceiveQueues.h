@@ -32,6 +32,8 @@ struct NeighborQueueBudget {
 /// the others leave its packets out, and they take them again before it closes. A packet that the kernel is
 /// just handing to its sockets has reached the last of them before the next step. What is copied meanwhile is
 /// taken once.
+///
+/// A change of neighbors costs O(1); the first step after it walks them once for all changes.
 class ReceiveQueues {
  public:
   /// Seconds from one step to the next. Changes that come faster are made together.
@@ -40,20 +42,23 @@ class ReceiveQueues {
   /// Takes one packet from its IP header on, valid until it returns; returns whether the budget of the sender
   /// goes on. It may not end the queues.
   using Deliver = std::function<bool(std::span<U8 const> packet)>;
+  /// The addresses of the known neighbors, the most important first. Those beyond
+  /// maxFilterAddresses are no known neighbors here. A step calls it.
+  using KnownNeighbors = std::function<std::vector<Lanet::IpAddr>()>;
 
   /// Opens the queues for Hellos and for all else. The loop and the budget outlive them. Throws
   /// std::system_error, which names the interface.
   ReceiveQueues(Loop& loop, std::string name, int index, std::vector<Lanet::Prefix> const& subnets,
-                NeighborQueueBudget& budget, Deliver deliver);
+                NeighborQueueBudget& budget, Deliver deliver, KnownNeighbors knownNeighbors);
   ~ReceiveQueues();
   ReceiveQueues(ReceiveQueues const&) = delete;
   ReceiveQueues& operator=(ReceiveQueues const&) = delete;
 
   /// The socket to send by.
   PimSocket& sender() { return *sender_; }
-  /// Makes queues for these addresses of neighbors, the most important first, and ends those of others, in
-  /// steps from the event loop. Addresses beyond maxFilterAddresses are no known neighbors here.
-  void neighborsAre(std::vector<Lanet::IpAddr> const& addresses);
+  /// The known neighbors have changed: opens queues for them and closes those of others, in steps from the
+  /// event loop.
+  void neighborsChanged();
   /// Takes Hellos from these subnets into their queue, in steps from the event loop.
   void subnetsAre(std::vector<Lanet::Prefix> const& subnets);
   /// Whether all steps are done.
@@ -80,6 +85,7 @@ class ReceiveQueues {
   bool mayBeCopy(std::span<U8 const> packet) const;
   void startSteps();
   void step();
+  void followNeighbors();
   void settle();
   void admitNeighbors();
   bool admit(Lanet::IpAddr address);
@@ -100,6 +106,7 @@ class ReceiveQueues {
   int index_;
   NeighborQueueBudget& budget_;
   Deliver deliver_;
+  KnownNeighbors knownNeighbors_;
   QueueSet set_;
   PimSocket* sender_ = nullptr;  ///< of the queue for all else, which lasts
   PimSocketBase* hello_ = nullptr;
@@ -107,6 +114,7 @@ class ReceiveQueues {
   std::vector<Lanet::IpAddr> wanted_;  ///< addresses of neighbors, the most important first
   std::map<Lanet::IpAddr, Neighbor> neighbors_;
   std::size_t ownQueues_ = 0;
+  bool isFollowing_ = false;                 ///< wanted_ is read again in the next step
   bool isAdmitting_ = false;                 ///< some of wanted_ wait for a later step
   std::vector<Lanet::Prefix> subnets_;       ///< wanted
   std::vector<Lanet::Prefix> helloSubnets_;  ///< whose Hellos the queue for Hellos takes

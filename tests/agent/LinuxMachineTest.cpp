@@ -1,6 +1,6 @@
 #include "agent/LinuxMachine.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <memory>
 #include <vector>
@@ -14,6 +14,8 @@ namespace {
 
 namespace agent = pimbsr::agent;
 using agent::LinuxMachine;
+using agent::LoopTimer;
+using agent::QueueKind;
 using Lanet::IntfId;
 using Lanet::IpAddr;
 using Zet::U8;
@@ -22,6 +24,13 @@ class FakeListener final : public agent::MachineListener {
  public:
   bool onPacket(std::string const&, std::span<U8 const>) override { return true; }
   void onKernelChange(std::vector<Lanet::Prefix> const&) override {}
+  std::vector<IpAddr> neighborsOf(std::string const& intf) const override {
+    asked.push_back(intf);
+    return neighbors;
+  }
+
+  std::vector<IpAddr> neighbors;
+  mutable std::vector<std::string> asked;  ///< interfaces, in the order of the calls
 };
 
 std::vector<U8> packetTo(char const* destination) {
@@ -47,6 +56,12 @@ class LinuxMachineTest : public NetworkTest {
     machine->open(machine->kernel().links.at("near"));
   }
 
+  void run(double seconds) {
+    LoopTimer end(loop, [this] { loop.stop(); });
+    end.startIn(seconds);
+    loop.run();
+  }
+
   std::unique_ptr<NetworkNamespace> network;
   std::unique_ptr<Inside> inside;
   agent::Loop loop;
@@ -54,6 +69,16 @@ class LinuxMachineTest : public NetworkTest {
   FakeListener listener;
   std::unique_ptr<LinuxMachine> machine;
 };
+
+TEST_F(LinuxMachineTest, ManyChangesOfNeighborsWithinOneStepAskForTheirAddressesOnce) {
+  listener.neighbors = {IpAddr::parse("10.0.1.2"), IpAddr::parse("10.0.1.3")};
+  for (int i = 0; i < 1000; ++i) machine->neighborsChanged("near");
+  machine->neighborsChanged("unknown");
+  EXPECT_THAT(listener.asked, testing::IsEmpty());
+  run(0.5);
+  EXPECT_THAT(listener.asked, testing::ElementsAre("near"));
+  EXPECT_EQ(machine->linkReports()["near"].queues[QueueKind::neighbor].queues, 2u);
+}
 
 TEST_F(LinuxMachineTest, ClearedReportsHoldNoSendError) {
   ip("link set near down");

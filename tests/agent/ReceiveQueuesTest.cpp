@@ -40,6 +40,12 @@ IpAddr address(U32 last) { return IpAddr::fromHost(0x0a000100 + last); }  // 10.
 IpAddr stranger(U32 number) { return IpAddr::fromHost(0x0a000200 + number); }
 IpAddr foreigner(U32 number) { return IpAddr::fromHost(0xc0000200 + number); }
 
+std::vector<IpAddr> addressesFrom(U32 first, U32 count) {
+  std::vector<IpAddr> addresses;
+  for (U32 i = 0; i < count; ++i) addresses.push_back(address(first + i));
+  return addresses;
+}
+
 /// A PIM packet with a number of four bytes after its header.
 std::vector<U8> packetOf(IpAddr source, U8 type, U32 number) {
   std::vector<U8> payload = {type, 0, 0, 0, 0, 0, 0, 0};
@@ -84,7 +90,11 @@ class ReceiveQueuesTest : public NetworkTest {
       taken.push_back(numberOf(packet));
       return !onPacket || onPacket(taken.back());
     };
-    return std::make_unique<ReceiveQueues>(loop, "near", 9, std::vector{subnet}, budget, deliver);
+    auto neighbors = [this] {
+      ++walks;
+      return known;
+    };
+    return std::make_unique<ReceiveQueues>(loop, "near", 9, std::vector{subnet}, budget, deliver, neighbors);
   }
 
   void send(IpAddr source, U8 type, U32 number) {
@@ -103,7 +113,8 @@ class ReceiveQueuesTest : public NetworkTest {
   }
   /// Makes these the known neighbors.
   void meet(std::vector<IpAddr> const& addresses) {
-    queues->neighborsAre(addresses);
+    known = addresses;
+    queues->neighborsChanged();
     settle();
   }
 
@@ -111,6 +122,8 @@ class ReceiveQueuesTest : public NetworkTest {
   Prefix const wideSubnet = Prefix::parse("10.0.0.0/16");
   Loop loop;
   agent::NeighborQueueBudget budget;
+  std::vector<IpAddr> known;  ///< addresses of neighbors
+  int walks = 0;              ///< of these addresses
   std::vector<U32> taken;
   std::function<bool(U32)> onPacket;
   std::unique_ptr<NetworkNamespace> near;
@@ -210,8 +223,7 @@ TEST_F(ReceiveQueuesTest, QueueBeyondItsBudgetRestsWhileOthersAreServed) {
 }
 
 TEST_F(ReceiveQueuesTest, NeighborsBeyondTheBoundShareAQueueAndStrangersHaveNoPartInIt) {
-  std::vector<IpAddr> neighbors;
-  for (U32 i = 0; i < 100; ++i) neighbors.push_back(address(i));
+  std::vector<IpAddr> neighbors = addressesFrom(0, 100);
   meet(neighbors);
   EXPECT_EQ(budget.left, 256u - 64u);
   for (U32 i = 0; i < floodSize; ++i) send(foreigner(i), bootstrap, 1000);
@@ -237,8 +249,22 @@ TEST_F(ReceiveQueuesTest, AddressThatCanHaveNoQueueOfItsOwnSharesOne) {
   EXPECT_EQ(counts[QueueKind::shared].queues, 1u);
 }
 
+TEST_F(ReceiveQueuesTest, ManyChangesWithinOneStepWalkTheNeighborsOnce) {
+  known = addressesFrom(1, 20);
+  for (int i = 0; i < 1000; ++i) queues->neighborsChanged();
+  EXPECT_EQ(walks, 0);
+  settle();
+  EXPECT_EQ(walks, 1);
+  EXPECT_EQ(queues->counts()[QueueKind::neighbor].queues, 20u);
+  run(0.3);
+  EXPECT_EQ(walks, 1) << "without a change there is no walk";
+}
+
 TEST_F(ReceiveQueuesTest, ChangesThatComeFastAreMadeTogether) {
-  for (U32 i = 0; i < 5000; ++i) queues->neighborsAre({address(i % 200)});
+  for (U32 i = 0; i < 5000; ++i) {
+    known = {address(i % 200)};
+    queues->neighborsChanged();
+  }
   EXPECT_EQ(queues->counts().count(QueueKind::neighbor), 0u) << "no socket for a change in itself";
   settle();
   send(address(4999 % 200), bootstrap, 1);
@@ -275,14 +301,15 @@ TEST_F(ReceiveQueuesTest, EachPacketIsTakenOnceWhileNeighborsAndSubnetsChange) {
     return true;
   };
   std::mt19937 random(7);
-  std::set<IpAddr> known;
+  std::set<IpAddr> present;
   int changes = 0;
   LoopTimer change(loop, [&] {
     for (int i = 0; i < 3; ++i, ++changes) {
       IpAddr one = address(static_cast<U32>(random() % 40));
-      if (!known.insert(one).second) known.erase(one);
+      if (!present.insert(one).second) present.erase(one);
     }
-    queues->neighborsAre({known.begin(), known.end()});
+    known.assign(present.begin(), present.end());
+    queues->neighborsChanged();
     if (random() % 10 == 0) queues->subnetsAre({random() % 2 == 0 ? subnet : wideSubnet});
     change.startIn(0.02);
   });
