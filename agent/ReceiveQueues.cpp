@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <system_error>
@@ -17,7 +19,8 @@ using Lanet::Prefix;
 
 /// As a time: of a change that hasn't reached the kernel yet.
 static constexpr U64 notYet = std::numeric_limits<U64>::max();
-/// Queues that one step opens at most, so that a flood of Hellos can't hold the loop up.
+/// Queues that one step opens for new neighbors, and for those that shared one, at most: a flood of Hellos
+/// must not hold the loop up.
 static constexpr int admittedAtOnce = 16;
 
 // Construction ------------------------------------------------------------------------------------------
@@ -34,7 +37,8 @@ ReceiveQueues::ReceiveQueues(Loop& loop, std::string name, int index, std::vecto
       subnets_(subnets),
       helloSubnets_(subnets),
       otherSubnets_(subnets),
-      stepTimer_(loop, [this] { step(); }) {
+      stepTimer_(loop, [this] { step(); }),
+      retryTimer_(loop, [this] { retry(); }) {
   auto hello = std::make_unique<ListenSocket>(name_, index_, passHellos(subnets, {}));
   auto other = std::make_unique<PimSocket>(name_, index_, passOthers(subnets, {}));
   hello_ = hello.get();
@@ -90,11 +94,22 @@ void ReceiveQueues::step() {
     settle();
     closeNeighbors();
     stepNeighbors();
+    moveNeighbors();
     admitNeighbors();
     stepSubnets();
   }
   if (filtersDiffer_) attachFilters();
-  if (!isSettled()) startSteps();
+  retryTimer_.stop();
+  if (!isSettled()) return startSteps();
+  bool isShort = ownQueues_ < NeighborQueueBudget::maxOnInterface && isNeighborWaiting();
+  if (isRefused_ || isShort) retryTimer_.startIn(retryTime);
+}
+
+/// No step follows while all places are in use.
+void ReceiveQueues::retry() {
+  if (!isRefused_ && !hasRoom()) return retryTimer_.startIn(retryTime);
+  isAdmitting_ = isAdmitting_ || isRefused_;
+  startSteps();
 }
 
 void ReceiveQueues::followNeighbors() {
@@ -112,6 +127,11 @@ bool ReceiveQueues::isNeighborChanging() const {
     Neighbor const& neighbor = entry.second;
     return !neighbor.isKnown || neighbor.phase != Phase::own || neighbor.copiesUntil != 0;
   });
+}
+
+bool ReceiveQueues::isNeighborWaiting() const {
+  return std::any_of(neighbors_.begin(), neighbors_.end(),
+                     [](auto const& entry) { return entry.second.isWaiting(); });
 }
 
 bool ReceiveQueues::isSettled() const {
@@ -148,6 +168,7 @@ void ReceiveQueues::stepNeighbors() {
 void ReceiveQueues::stepNeighbor(Neighbor& neighbor) {
   switch (neighbor.phase) {
     case Phase::joining:
+    case Phase::moving:
       neighbor.phase = neighbor.isKnown ? Phase::own : Phase::leaving;
       break;
     case Phase::own:
@@ -180,6 +201,7 @@ void ReceiveQueues::closeNeighbors() {
 void ReceiveQueues::admitNeighbors() {
   int admitted = 0;
   if (!std::exchange(isAdmitting_, false)) return;
+  isRefused_ = false;
   for (IpAddr address : wanted_) {
     if (neighbors_.contains(address)) continue;
     if (neighbors_.size() >= maxFilterAddresses) return;
@@ -187,31 +209,62 @@ void ReceiveQueues::admitNeighbors() {
       isAdmitting_ = true;
       return;
     }
-    if (!admit(address)) return;
+    isRefused_ = !admit(address);
+    if (isRefused_) return;
   }
 }
 
 bool ReceiveQueues::admit(IpAddr address) {
-  ReceiveQueue* queue = openQueue(address);
-  if (queue == nullptr && !openShared()) return false;
-  if (queue == nullptr) filtersDiffer_ = true;
+  Neighbor neighbor{.copiesUntil = notYet};
+  openQueue(address, neighbor);
+  if (neighbor.queue == nullptr && !openShared()) return false;
+  if (neighbor.queue == nullptr) filtersDiffer_ = true;
   isCopying_ = true;
-  neighbors_[address] = {.copiesUntil = notYet, .queue = queue};
+  neighbors_[address] = neighbor;
   return true;
 }
 
-/// Without one where the kernel refuses it, such as beyond the limit of open files.
-ReceiveQueue* ReceiveQueues::openQueue(IpAddr address) {
-  if (budget_.left == 0 || ownQueues_ >= NeighborQueueBudget::maxOnInterface) return nullptr;
+/// The shared queue takes the packets of such a neighbor until the next step, since a packet that the kernel
+/// is just handing to its sockets may miss the new one.
+void ReceiveQueues::moveNeighbors() {
+  if (!hasRoom() || !isNeighborWaiting()) return;
+  int tried = 0;
+  for (IpAddr address : wanted_) {
+    auto at = neighbors_.find(address);
+    if (at == neighbors_.end() || at->second.phase != Phase::own || !at->second.isWaiting()) continue;
+    if (!hasRoom() || ++tried > admittedAtOnce) return;
+    Neighbor& neighbor = at->second;
+    openQueue(address, neighbor);
+    if (neighbor.isWaiting()) return;
+    if (neighbor.mustShare) continue;
+    neighbor.phase = Phase::moving;
+    neighbor.copiesUntil = notYet;
+    isCopying_ = true;
+  }
+}
+
+bool ReceiveQueues::hasRoom() const {
+  return budget_.left > 0 && ownQueues_ < NeighborQueueBudget::maxOnInterface;
+}
+
+/// Whether the kernel refused what it will always refuse for this address, such as that of a broadcast.
+static bool isOfAddress(std::error_code const& code) {
+  constexpr std::array errors = {EACCES, EINVAL, EADDRNOTAVAIL, ENETUNREACH, EHOSTUNREACH};
+  return std::find(errors.begin(), errors.end(), code.value()) != errors.end();
+}
+
+/// Without effect where the kernel refuses it, such as beyond the limit of open files. A peer chooses the
+/// address, so that an address that can have no queue is not logged.
+void ReceiveQueues::openQueue(IpAddr address, Neighbor& neighbor) {
+  if (!hasRoom()) return;
   try {
     auto socket = std::make_unique<ListenSocket>(name_, index_, address);
-    ReceiveQueue* queue = &set_.add(QueueKind::neighbor, std::move(socket));
+    neighbor.queue = &set_.add(QueueKind::neighbor, std::move(socket));
     ++ownQueues_;
     --budget_.left;
-    return queue;
   } catch (std::system_error const& error) {
-    report(error.what());
-    return nullptr;
+    neighbor.mustShare = isOfAddress(error.code());
+    if (!neighbor.mustShare) report(error.what());
   }
 }
 
@@ -250,7 +303,8 @@ void ReceiveQueues::stepSubnets() {
 std::vector<IpAddr> ReceiveQueues::sharing() const {
   std::vector<IpAddr> addresses;
   for (auto const& [address, neighbor] : neighbors_) {
-    if (neighbor.queue == nullptr && neighbor.phase != Phase::closing) addresses.push_back(address);
+    bool shares = neighbor.queue == nullptr && neighbor.phase != Phase::closing;
+    if (shares || neighbor.phase == Phase::moving) addresses.push_back(address);
   }
   return addresses;
 }
@@ -258,7 +312,7 @@ std::vector<IpAddr> ReceiveQueues::sharing() const {
 std::vector<IpAddr> ReceiveQueues::excluded() const {
   std::vector<IpAddr> addresses;
   for (auto const& [address, neighbor] : neighbors_) {
-    if (neighbor.phase == Phase::own) addresses.push_back(address);
+    if (neighbor.phase == Phase::own || neighbor.phase == Phase::moving) addresses.push_back(address);
   }
   return addresses;
 }

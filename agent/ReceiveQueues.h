@@ -23,7 +23,8 @@ struct NeighborQueueBudget {
 
 /// The receive queues of one interface. A flood takes room from its own queue alone:
 ///
-/// - each known neighbor has a queue, as far as the budget allows; those beyond it share one;
+/// - each known neighbor has a queue, as far as the budget allows; those beyond it share one, until a place
+///   is free. A flood from one of those that share can displace packets of the others that share;
 /// - Hellos of other senders on the interface's subnets have one, so that a new neighbor is heard;
 /// - all else has one.
 ///
@@ -38,12 +39,14 @@ class ReceiveQueues {
  public:
   /// Seconds from one step to the next. Changes that come faster are made together.
   static constexpr double stepTime = 0.05;
+  /// Seconds after which a queue is tried again that the kernel or the budget of all interfaces refused.
+  static constexpr double retryTime = 1;
 
   /// Takes one packet from its IP header on, valid until it returns; returns whether the budget of the sender
   /// goes on. It may not end the queues.
   using Deliver = std::function<bool(std::span<U8 const> packet)>;
-  /// The addresses of the known neighbors, the most important first. Those beyond
-  /// maxFilterAddresses are no known neighbors here. A step calls it.
+  /// The addresses of the known neighbors, the most important first. Those beyond maxFilterAddresses are
+  /// no known neighbors here. A step calls it.
   using KnownNeighbors = std::function<std::vector<Lanet::IpAddr>()>;
 
   /// Opens the queues for Hellos and for all else. The loop and the budget outlive them. Throws
@@ -61,7 +64,7 @@ class ReceiveQueues {
   void neighborsChanged();
   /// Takes Hellos from these subnets into their queue, in steps from the event loop.
   void subnetsAre(std::vector<Lanet::Prefix> const& subnets);
-  /// Whether all steps are done.
+  /// Whether all steps are done, except for queues that are tried again after retryTime.
   bool isSettled() const;
 
   CountsByKind counts() { return set_.counts(); }
@@ -71,6 +74,7 @@ class ReceiveQueues {
   enum class Phase : U8 {
     joining,  ///< its queue is open, and the others take its packets too
     own,      ///< the others leave its packets out
+    moving,   ///< as own, but its queue is new, and the shared one takes its packets too
     leaving,  ///< the others take its packets again
     closing   ///< its queue takes no more, and what waits there is served
   };
@@ -79,17 +83,22 @@ class ReceiveQueues {
     bool isKnown = true;
     U64 copiesUntil = 0;            ///< when the last change was; 0 once no packet from before it waits
     ReceiveQueue* queue = nullptr;  ///< null for the shared one
+    bool mustShare = false;         ///< no socket can be connected to its address
+
+    bool isWaiting() const { return isKnown && queue == nullptr && !mustShare; }
   };
 
   QueueSet::Taken take(Received const& received);
   bool mayBeCopy(std::span<U8 const> packet) const;
   void startSteps();
   void step();
+  void retry();
   void followNeighbors();
   void settle();
   void admitNeighbors();
   bool admit(Lanet::IpAddr address);
-  ReceiveQueue* openQueue(Lanet::IpAddr address);
+  void moveNeighbors();
+  void openQueue(Lanet::IpAddr address, Neighbor& neighbor);
   bool openShared();
   void stepNeighbors();
   void stepNeighbor(Neighbor& neighbor);
@@ -97,7 +106,9 @@ class ReceiveQueues {
   void stepSubnets();
   void attachFilters();
   void setFilters();
+  bool hasRoom() const;
   bool isNeighborChanging() const;
+  bool isNeighborWaiting() const;
   std::vector<Lanet::IpAddr> sharing() const;
   std::vector<Lanet::IpAddr> excluded() const;
   void report(std::string const& problem);
@@ -116,6 +127,7 @@ class ReceiveQueues {
   std::size_t ownQueues_ = 0;
   bool isFollowing_ = false;                 ///< wanted_ is read again in the next step
   bool isAdmitting_ = false;                 ///< some of wanted_ wait for a later step
+  bool isRefused_ = false;                   ///< some of wanted_ wait for retryTime
   std::vector<Lanet::Prefix> subnets_;       ///< wanted
   std::vector<Lanet::Prefix> helloSubnets_;  ///< whose Hellos the queue for Hellos takes
   std::vector<Lanet::Prefix> otherSubnets_;  ///< whose Hellos the queue for all else leaves out
@@ -125,6 +137,7 @@ class ReceiveQueues {
   Duplicates duplicates_;
   std::string problem_;
   LoopTimer stepTimer_;
+  LoopTimer retryTimer_;
 };
 
 }  // namespace pimbsr::agent

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -249,6 +250,63 @@ TEST_F(ReceiveQueuesTest, AddressThatCanHaveNoQueueOfItsOwnSharesOne) {
   EXPECT_EQ(counts[QueueKind::shared].queues, 1u);
 }
 
+TEST_F(ReceiveQueuesTest, NeighborsThatShareMoveToQueuesThatNeighborsOfTheInterfaceLeave) {
+  meet(addressesFrom(1, 65));
+  EXPECT_EQ(budget.left, 256u - 64u);
+  meet(addressesFrom(31, 35));
+  EXPECT_EQ(budget.left, 256u - 35u);
+  for (U32 i = 31; i <= 65; ++i) send(address(i), bootstrap, i);
+  run(0.2);
+  EXPECT_EQ(taken.size(), 35u);
+  auto counts = queues->counts();
+  EXPECT_EQ(counts[QueueKind::neighbor], (agent::QueueCounts{.queues = 35, .received = 35}));
+  EXPECT_EQ(counts[QueueKind::shared].received, 0u);
+}
+
+TEST_F(ReceiveQueuesTest, NeighborsThatShareMoveToQueuesThatAnotherInterfaceLeaves) {
+  budget.left = 3;
+  Inside inside(*near);
+  auto others = openQueues();
+  known = addressesFrom(101, 2);
+  others->neighborsChanged();
+  run(0.3);
+  meet(addressesFrom(1, 3));
+  EXPECT_EQ(queues->counts()[QueueKind::neighbor].queues, 1u);
+  run(2 * ReceiveQueues::retryTime);
+  EXPECT_EQ(queues->counts()[QueueKind::neighbor].queues, 1u) << "all places are in use";
+  others = nullptr;
+  run(2 * ReceiveQueues::retryTime);
+  EXPECT_EQ(queues->counts()[QueueKind::neighbor].queues, 3u);
+  EXPECT_EQ(budget.left, 0u);
+}
+
+/// Lets this process open no file for a while; those that are open stay.
+void openNoFileFor(double seconds, Loop& loop, std::function<void()> const& act) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  rlimit none = {.rlim_cur = 3, .rlim_max = before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  LoopTimer end(loop, [&loop] { loop.stop(); });
+  end.startIn(seconds);
+  act();
+  loop.run();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+}
+
+TEST_F(ReceiveQueuesTest, QueueThatTheKernelRefusedIsTriedAgain) {
+  Inside inside(*near);
+  known = {address(1)};
+  openNoFileFor(0.3, loop, [this] { queues->neighborsChanged(); });
+  EXPECT_EQ(walks, 1);
+  EXPECT_EQ(queues->counts().count(QueueKind::neighbor), 0u);
+  EXPECT_EQ(queues->counts().count(QueueKind::shared), 0u);
+  run(2 * ReceiveQueues::retryTime);
+  send(address(1), bootstrap, 1);
+  run(0.1);
+  EXPECT_EQ(queues->counts()[QueueKind::neighbor], (agent::QueueCounts{.queues = 1, .received = 1}));
+  EXPECT_EQ(walks, 1);
+}
+
 TEST_F(ReceiveQueuesTest, ManyChangesWithinOneStepWalkTheNeighborsOnce) {
   known = addressesFrom(1, 20);
   for (int i = 0; i < 1000; ++i) queues->neighborsChanged();
@@ -295,7 +353,7 @@ TEST_F(ReceiveQueuesTest, EachPacketIsTakenOnceWhileNeighborsAndSubnetsChange) {
   void* room = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   ASSERT_NE(room, MAP_FAILED);
   auto* progress = new (room) Progress;
-  budget.left = 25;  // of forty; the others share a queue
+  budget.left = 15;  // of forty; the others share a queue, and move when a place is free
   onPacket = [progress](U32) {
     ++progress->taken;
     return true;
