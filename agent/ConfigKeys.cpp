@@ -145,11 +145,11 @@ static constexpr ConfigKey keys[] = {
      "RPs of one group range while this router is BSR: RP Count has 8 bits (RFC 5059 section 4.1). In a full "
      "range an RP of lower priority value displaces the worst one, once in an interval of the BSR."},
     {"limits", "rps-per-sender", KeyType::integer, "", 0, largest32, "64",
-     "RP addresses other than its own that one sender of advertisements adds while this router is BSR, the RPs "
-     "of filter.rp-lists apart."},
+     "RP addresses other than its own that one sender of advertisements adds while this router is BSR, the "
+     "RPs of filter.rp-lists apart."},
     {"limits", "ranges-per-sender", KeyType::integer, "", 0, largest32, "1024",
-     "Group ranges that one sender of advertisements adds while this router is BSR, counted for each RP. The RP "
-     "that is the sender itself and each RP of filter.rp-lists have a bound of their own, of as many."},
+     "Group ranges that one sender of advertisements adds while this router is BSR, counted for each RP. The "
+     "RP that is the sender itself and each RP of filter.rp-lists have a bound of their own, of as many."},
 
     {"control", "socket", KeyType::socketPath, "", 0, 0, "\"/run/pimbsr/control.sock\"",
      "Path of the Unix socket that takes requests, or \"\" for none; a change needs a restart."},
