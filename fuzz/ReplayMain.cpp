@@ -1,9 +1,10 @@
 // Plays a corpus through a fuzz target where there is no libFuzzer: every file of the folders given as
-// arguments, and of each file a fixed number of mutations that are the same in every run. The files must
-// reach the goals of the target; mutations don't count.
+// arguments, and of each file FUZZ_MUTATIONS mutations (300 unless set) that are the same in every run. The
+// files must reach the goals of the target; mutations don't count.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -19,8 +20,12 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-constexpr size_t mutationsPerFile = 300;
 constexpr size_t maxSize = 65536;
+
+size_t mutationsPerFile() {
+  char const* wanted = std::getenv("FUZZ_MUTATIONS");
+  return wanted == nullptr ? 300 : std::strtoul(wanted, nullptr, 10);
+}
 
 std::vector<std::filesystem::path> filesIn(std::filesystem::path const& folder) {
   std::vector<std::filesystem::path> files;
@@ -112,12 +117,13 @@ int main(int argc, char** argv) try {
   for (Bytes const& input : inputs) run(input);
   if (!checkGoals()) return 1;
   Mutator mutator;
+  size_t const mutations = mutationsPerFile();
   for (size_t i = 0; i < inputs.size(); ++i) {
-    for (size_t n = 0; n < mutationsPerFile; ++n) {
+    for (size_t n = 0; n < mutations; ++n) {
       run(mutator.mutated(inputs[i], inputs[(i + n) % inputs.size()]));
     }
   }
-  std::printf("%zu inputs and %zu mutations of each\n", inputs.size(), mutationsPerFile);
+  std::printf("%zu inputs and %zu mutations of each\n", inputs.size(), mutations);
   return 0;
 } catch (std::exception const& e) {
   std::fprintf(stderr, "%s\n", e.what());

@@ -239,7 +239,7 @@ class Account {
   static constexpr U64 perRecord = 40;
   static constexpr U64 perRecordAndLevel = 16;  ///< times the logarithm of what may be kept afterwards
   static constexpr U64 perGrown = 40;           ///< in all tables that hold an RP, over all their sizes
-  static constexpr U64 perSwept = 100;          ///< of an RP that is looked at and removed
+  static constexpr U64 perSwept = 200;          ///< of an RP or range that is looked at and removed
   static constexpr U64 bankedBase = 2000;
   static constexpr U64 bankedPerKept = 40;  ///< nodes and buckets of all tables that hold an RP
   /// The last message of a zone is kept, and released with the next one.
@@ -275,6 +275,7 @@ class Play {
     account_.earnBytes(packet.size(), before);
     auto const reception = router_.receive(eth0_, packet);
     account_.earnGrowth(kept());
+    if (kept() < before) account_.earn(before - kept(), before);  // a new BSR ends the RP set of the former
     settle(before);
     note(reception, before);
   }
@@ -357,8 +358,8 @@ class Play {
     knewNeighbor.reachedIf(isHello && intf->neighborCount() > 1);
   }
 
-  /// Timers, of which each RP has one: so a measure of what is kept that costs no walk.
-  U64 kept() const { return router_.timerWheel()->armed(); }
+  /// Timers, of which each RP has one, and ranges, which may hold no RP: a measure that costs no walk.
+  U64 kept() const { return router_.timerWheel()->armed() + router_.rpCandidateStatus()->crpSetCount(); }
 
   Role const role_;
   Context context_;
