@@ -64,11 +64,19 @@ void HelloSm::receive(wire::HelloMessage const& hello) {
   }
   U32 generation = hello.generationId.value_or(0);
   bool isNew = !neighbor || neighbor->generationId() != generation;
+  makeRoom(hello);
   if (!neighbor) neighbor = intf_->neighborIs(hello.srcAddr);
   update(*neighbor, hello);
   keepFor(*neighbor, hello.holdtime);
   electDr();
   if (isNew) triggerHello();
+}
+
+/// Forged Hellos with endless holdtimes would otherwise keep all other routers out of a full table for ever.
+void HelloSm::makeRoom(wire::HelloMessage const& hello) {
+  auto displaced = neighbors_->displacedBy(hello);
+  if (!displaced) return;
+  for (IpGenAddr const& address : *displaced) drop(address);
 }
 
 void HelloSm::update(Neighbor& neighbor, wire::HelloMessage const& hello) {
@@ -97,6 +105,7 @@ void HelloSm::takeSecondary(Neighbor& neighbor, IpGenAddr const& address) {
 
 void HelloSm::keepFor(Neighbor& neighbor, U16 holdtime) {
   IpGenAddr address = neighbor.address();
+  neighbors_->noteHello(address);
   neighbor.expiryTimeIs(holdtime == forEver ? Kiv::never : Zet::now() + holdtime);
   Ptr<Timer>& timer = expiryTimers_[address];
   if (!timer) timer = Zet::make<Timer>(wheel_, [this, address] { handleNeighborExpiry(address); });

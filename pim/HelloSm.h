@@ -41,8 +41,10 @@ class PIMBSR_API HelloSm {
   HelloSm(HelloSm const&) = delete;
   HelloSm& operator=(HelloSm const&) = delete;
 
-  /// Takes a Hello heard on this interface; one of this router's own is ignored. It costs O(log n) of the
-  /// addresses kept for each address that it lists or that its sender listed before.
+  /// Takes a Hello received on this interface; one of this router's own is ignored. Where the bound of
+  /// `neighbors` has no room for its addresses, the neighbors that are silent for longest are removed for it
+  /// (LinkNeighbors::displacedBy). It costs O(log n) of the addresses kept for each address that it lists or
+  /// that its sender listed before.
   void receive(wire::HelloMessage const& hello);
   /// Says farewell: a Hello with holdtime 0. Nothing follows it.
   void sayFarewell();
@@ -62,6 +64,7 @@ class PIMBSR_API HelloSm {
  private:
   void handleHelloTimer();
   void handleNeighborExpiry(Lanet::IpGenAddr const& address);
+  void makeRoom(wire::HelloMessage const& hello);
   void update(Routing::Pim::Neighbor& neighbor, wire::HelloMessage const& hello);
   void takeSecondary(Routing::Pim::Neighbor& neighbor, Lanet::IpGenAddr const& address);
   void keepFor(Routing::Pim::Neighbor& neighbor, U16 holdtime);

@@ -17,7 +17,7 @@ using Zet::Ptr;
 /// Keeps the entries of one neighbor equal to its status.
 class LinkNeighbors::Watch : public Neighbor::NotifieeConst {
  public:
-  Watch(LinkNeighbors& link, Ptr<Neighbor const> const& neighbor) : link_(link) {
+  Watch(LinkNeighbors& link, Ptr<Neighbor const> const& neighbor) : link_(link), place_(link.byHello_.end()) {
     notifierIs(neighbor);
     onHasDrPriority();
     for (auto at = neighbor->secondaryIterator(); at; ++at) onSecondary(at.key());
@@ -25,12 +25,22 @@ class LinkNeighbors::Watch : public Neighbor::NotifieeConst {
   /// Takes the neighbor's entries away; it is watched no longer.
   void end() {
     if (isRanked_) link_.ranks_.erase(rank_);
+    if (place_ != link_.byHello_.end()) link_.byHello_.erase(place_);
     for (auto at = notifier()->secondaryIterator(); at; ++at) {
       Zet::Meter::visit();
       link_.secondaries_.erase({at.key(), notifier()->address()});
     }
     notifierIs(nullptr);
   }
+
+  void noteHello() {
+    lastHello_ = Zet::now();
+    ByHello& order = link_.byHello_;
+    if (place_ == order.end()) place_ = order.insert(order.end(), this);
+    order.splice(order.end(), order, place_);
+  }
+  bool isSilent() const { return Zet::now() - lastHello_ > maxSilence; }
+  U64 addressCount() const { return 1 + notifier()->secondaryCount(); }
 
   void onHasDrPriority() override {
     if (isRanked_) link_.ranks_.erase(rank_);
@@ -51,6 +61,8 @@ class LinkNeighbors::Watch : public Neighbor::NotifieeConst {
   LinkNeighbors& link_;
   Rank rank_;
   bool isRanked_ = false;
+  ByHello::iterator place_;  ///< the end before the first Hello
+  double lastHello_ = 0;     ///< seconds on the clock of Zet::now()
 };
 
 // One interface ---------------------------------------------------------------------------------------
@@ -94,6 +106,40 @@ IpGenAddr LinkNeighbors::electDr(IpGenAddr const& own, U32 ownPriority) const {
   return std::max(Rank(ownPriority, own), *ranks_.rbegin()).second;
 }
 
+// Bound -----------------------------------------------------------------------------------------------
+
+void LinkNeighbors::noteHello(IpGenAddr const& neighbor) {
+  if (auto at = neighbors_.find(neighbor); at != neighbors_.end()) at->second->noteHello();
+}
+
+/// Addresses that must go before a Hello is taken, at most as many as it adds. A Hello that lists no more
+/// than is known of its sender adds none. Further addresses count as neighbors do: each is
+/// kept and looked up.
+U64 LinkNeighbors::excess(wire::HelloMessage const& hello) const {
+  if (maxAddresses_ == 0) return 0;
+  auto const& list = hello.addressList;
+  U64 listed = 1 + list.size() - static_cast<U64>(std::count(list.begin(), list.end(), hello.srcAddr));
+  auto sender = neighbors_.find(hello.srcAddr);
+  U64 known = sender == neighbors_.end() ? 0 : sender->second->addressCount();
+  U64 added = listed - std::min(listed, known);
+  U64 count = addressCount() + added;
+  return std::min(added, count - std::min(count, maxAddresses_));
+}
+
+/// Each neighbor on the way frees one address at least.
+std::optional<std::vector<IpGenAddr>> LinkNeighbors::displacedBy(wire::HelloMessage const& hello) const {
+  std::vector<IpGenAddr> displaced;
+  U64 excess = this->excess(hello);
+  for (auto at = byHello_.begin(); excess > 0; ++at) {
+    if (at == byHello_.end() || !(*at)->isSilent()) return std::nullopt;
+    IpGenAddr const& address = (*at)->notifier()->address();
+    if (address == hello.srcAddr) continue;
+    excess -= std::min(excess, (*at)->addressCount());
+    displaced.push_back(address);
+  }
+  return displaced;
+}
+
 // All interfaces --------------------------------------------------------------------------------------
 
 NeighborTable::NeighborTable(Ptr<Routing::Pim::Status> const& pimStatus) {
@@ -104,7 +150,14 @@ NeighborTable::NeighborTable(Ptr<Routing::Pim::Status> const& pimStatus) {
 void NeighborTable::onPimIntf(IntfId const& intfId) {
   links_.erase(intfId);
   Ptr<Intf> intf = notifier()->pimIntf(intfId);
-  if (intf) links_.emplace(intfId, Zet::make<LinkNeighbors>(intf));
+  if (!intf) return;
+  Ptr<LinkNeighbors> link = links_.emplace(intfId, Zet::make<LinkNeighbors>(intf)).first->second;
+  link->maxAddressesIs(maxAddresses_);
+}
+
+void NeighborTable::maxAddressesIs(U64 maxAddresses) {
+  maxAddresses_ = maxAddresses;
+  for (auto& [intfId, link] : links_) link->maxAddressesIs(maxAddresses);
 }
 
 Ptr<LinkNeighbors> NeighborTable::link(IntfId const& intfId) const {

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <list>
 #include <map>
+#include <optional>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "model/Pim.h"
+#include "wire/Wire.h"
 
 namespace pimbsr::pim {
 
@@ -31,16 +35,35 @@ class PIMBSR_API LinkNeighbors : public Routing::Pim::Intf::Notifiee {
   /// which doesn't take part with the unset address; unset among none.
   Lanet::IpGenAddr electDr(Lanet::IpGenAddr const& own, U32 ownPriority) const;
 
+  /// Seconds after which a neighbor that sends no Hello can be displaced from a full table, whatever its
+  /// holdtime: 3.5 times the default Hello_Period (RFC 7761 section 4.11).
+  static constexpr double maxSilence = 105;
+  /// Bounds the addresses of all neighbors; 0 is no bound. Addresses beyond a lowered bound stay.
+  void maxAddressesIs(U64 maxAddresses) { maxAddresses_ = maxAddresses; }
+  /// Notes that a Hello of a neighbor, named by its primary address, is received now. A neighbor of which no
+  /// Hello was noted is never displaced.
+  void noteHello(Lanet::IpGenAddr const& neighbor);
+  /// The neighbors to be removed before a Hello is taken, so that the bound has room for the addresses that
+  /// it adds: those silent for longest, each for more than `maxSilence`, without its sender. Empty if none
+  /// has to be; unset if they don't make room enough, so that the Hello must be dropped. O(log n), and one
+  /// step for each address in the Hello.
+  std::optional<std::vector<Lanet::IpGenAddr>> displacedBy(wire::HelloMessage const& hello) const;
+
   void onNeighbor(Lanet::IpGenAddr const& address) override;
 
  private:
   class Watch;
   using Rank = std::pair<U32, Lanet::IpGenAddr>;  ///< DR priority, then primary address
+  using ByHello = std::list<Watch*>;
+
+  U64 excess(wire::HelloMessage const& hello) const;
 
   std::map<Lanet::IpGenAddr, Zet::Ptr<Watch>> neighbors_;  ///< by primary address
   /// Each secondary address with its owner's primary address.
   std::set<std::pair<Lanet::IpGenAddr, Lanet::IpGenAddr>> secondaries_;
   std::set<Rank> ranks_;  ///< of the neighbors whose Hellos carry a DR priority
+  ByHello byHello_;       ///< the neighbors of which a Hello was noted, in the order of their last ones
+  U64 maxAddresses_ = 0;
 };
 
 /// The neighbors of all interfaces that speak PIM.
@@ -52,11 +75,15 @@ class PIMBSR_API NeighborTable : public Routing::Pim::Status::Notifiee {
   Zet::Ptr<LinkNeighbors> link(Lanet::IntfId const& intfId) const;
   /// Primary address of the neighbor of an interface that owns an address; unset if none does.
   Lanet::IpGenAddr owner(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address) const;
+  /// Bounds the addresses of all neighbors of each interface; 0 is no bound. Addresses beyond a lowered bound
+  /// stay.
+  void maxAddressesIs(U64 maxAddresses);
 
   void onPimIntf(Lanet::IntfId const& intfId) override;
 
  private:
   std::map<Lanet::IntfId, Zet::Ptr<LinkNeighbors>> links_;
+  U64 maxAddresses_ = 0;
 };
 
 }  // namespace pimbsr::pim

@@ -164,6 +164,34 @@ TEST_F(HelloTest, HoldtimeForEverNeverExpiresAndHoldtimeZeroIsAFarewell) {
   EXPECT_EQ(eth0->neighborCount(), 0u);
 }
 
+TEST_F(HelloTest, NeighborThatIsDisplacedFromAFullTableEndsLikeAnExpiredOne) {
+  neighbors->maxAddressesIs(1);
+  HelloMessage displaced = from("192.0.2.10");
+  displaced.holdtime = 300;
+  hello.receive(displaced);
+  EXPECT_EQ(eth0->drAddress(), addr("192.0.2.10"));
+  runTo(106);
+  hello.receive(from("192.0.2.1"));
+  EXPECT_FALSE(eth0->neighbor(addr("192.0.2.10")));
+  EXPECT_TRUE(eth0->iAmDr());
+
+  HelloMessage goodbye = from("192.0.2.1");
+  goodbye.holdtime = 0;
+  hello.receive(goodbye);
+  displaced.holdtime = 0xffff;
+  hello.receive(displaced);
+  runTo(1000);
+  EXPECT_TRUE(eth0->neighbor(addr("192.0.2.10"))) << "its first holdtime is over";
+}
+
+TEST_F(HelloTest, NeighborThatTheHostAddedIsNeverDisplaced) {
+  eth0->neighborIs(addr("192.0.2.10"));
+  neighbors->maxAddressesIs(1);
+  runTo(1000);
+  EXPECT_FALSE(neighbors->displacedBy(from("192.0.2.1")));
+  EXPECT_TRUE(neighbors->displacedBy(from("192.0.2.10")));
+}
+
 TEST_F(HelloTest, OwnHelloIsIgnored) {
   hello.receive(from("192.0.2.9"));
   hello.receive(from("198.51.100.9"));
