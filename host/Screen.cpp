@@ -1,7 +1,5 @@
 #include "host/Screen.h"
 
-#include <algorithm>
-
 #include "wire/Message.h"
 
 namespace pimbsr::host {
@@ -9,14 +7,24 @@ namespace pimbsr::host {
 using Lanet::IntfId;
 using Lanet::IpAddr;
 using Lanet::IpGenAddr;
-using Routing::Pim::Neighbor;
 using Zet::Ptr;
 
 /// 224.0.0.13, where PIM routers listen (RFC 7761 section 4.9).
 static IpAddr allPimRouters() { return IpAddr::fromHost(0xe000000d); }
 
+Screen::Screen(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
+               pim::NeighborTable& neighbors, pim::Port const& port, Screening const& settings)
+    : neighbors_(neighbors),
+      port_(port),
+      settings_(settings),
+      budgets_(neighbors, settings_),
+      quotas_(root, gate, settings_) {
+  neighbors_.maxAddressesIs(settings.neighborsPerInterface);
+}
+
 void Screen::settingsIs(Screening const& settings) {
   settings_ = settings;
+  neighbors_.maxAddressesIs(settings.neighborsPerInterface);
   quotas_.handleSettings();
 }
 
@@ -45,20 +53,12 @@ Arrival Screen::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) co
   return arrival;
 }
 
-/// A neighbour's further addresses count as neighbours do, since each is kept and looked for. A Hello that
-/// tells no more than is known of its sender passes at any bound.
+/// A goodbye Hello and one of this router itself add no neighbor.
 Refusal Screen::judgeHello(IntfId const& intfId, wire::HelloMessage const& hello) const {
   if (settings_.linkLocalTtl && hello.dstAddr != IpGenAddr(allPimRouters())) return Refusal::helloDestination;
   Ptr<pim::LinkNeighbors> link = neighbors_.link(intfId);
-  if (settings_.neighborsPerInterface == 0 || !link || hello.holdtime == 0) return Refusal::none;
-  if (port_.isOwnAddress(hello.srcAddr)) return Refusal::none;
-  auto const& list = hello.addressList;
-  U64 told = 1 + list.size() - static_cast<U64>(std::count(list.begin(), list.end(), hello.srcAddr));
-  Ptr<Neighbor> neighbor = link->notifier()->neighbor(hello.srcAddr);
-  U64 known = neighbor ? 1 + neighbor->secondaryCount() : 0;
-  if (told <= known) return Refusal::none;
-  bool isBeyond = link->addressCount() - known + told > settings_.neighborsPerInterface;
-  return isBeyond ? Refusal::neighborQuota : Refusal::none;
+  if (!link || hello.holdtime == 0 || port_.isOwnAddress(hello.srcAddr)) return Refusal::none;
+  return link->displacedBy(hello) ? Refusal::none : Refusal::neighborQuota;
 }
 
 Refusal Screen::judgeSender(IntfId const& intfId,

@@ -21,14 +21,10 @@ struct Arrival {
 /// questions are asked in the order in which they stand here, as soon as a packet is read far enough.
 class PIMBSR_API Screen {
  public:
-  /// The machines, the neighbors and the port are used for as long as this object is.
+  /// The machines, the neighbors and the port are used for as long as this object is. The settings bound the
+  /// neighbors.
   Screen(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
-         pim::NeighborTable const& neighbors, pim::Port const& port, Screening const& settings)
-      : neighbors_(neighbors),
-        port_(port),
-        settings_(settings),
-        budgets_(neighbors, settings_),
-        quotas_(root, gate, settings_) {}
+         pim::NeighborTable& neighbors, pim::Port const& port, Screening const& settings);
   Screen(Screen const&) = delete;
   Screen& operator=(Screen const&) = delete;
 
@@ -51,7 +47,7 @@ class PIMBSR_API Screen {
   void noteAdvertisement(Routing::Pim::Packet::CrpAdvMessage const& message) {
     budgets_.noteAdvertiser(message.srcAddr(), message.holdtime());
   }
-  /// Judges a Hello that would reach the interface's Hello machine.
+  /// Validates a Hello that would reach the interface's HelloSm, which makes room for it in a full table.
   Refusal judgeHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
   /// Judges a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.
   Refusal judgeSender(Lanet::IntfId const& intfId,
@@ -68,7 +64,7 @@ class PIMBSR_API Screen {
  private:
   Refusal judgeHeader(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
 
-  pim::NeighborTable const& neighbors_;
+  pim::NeighborTable& neighbors_;
   pim::Port const& port_;
   Screening settings_;
   Budgets budgets_;

@@ -31,10 +31,12 @@ struct Screening {
   /// Packets to unicast addresses, as advertisements are, that are read in a second, in the mean; what the
   /// sender of an accepted one is granted comes on top.
   U32 advertisementsPerSecond = 0;
-  U32 neighborsPerInterface = 0;  ///< addresses of neighbours that are kept of one interface
-  U32 learnedZones = 0;           ///< scope zones that are followed and are no candidacy of this router
-  U32 fragmentRps = 0;            ///< RPs that wait in the fragment stores of all zones together
-  U32 rps = 0;                    ///< RPs in the RP sets of all zones together; an empty range counts as one
+  /// Addresses of neighbors that are kept of one interface. In a full table the neighbor that is silent for
+  /// longest, and for more than 105 seconds, is displaced by a new one, whatever its holdtime.
+  U32 neighborsPerInterface = 0;
+  U32 learnedZones = 0;  ///< scope zones that are followed and are no candidacy of this router
+  U32 fragmentRps = 0;   ///< RPs that wait in the fragment stores of all zones together
+  U32 rps = 0;           ///< RPs in the RP sets of all zones together; an empty range counts as one
   /// Group ranges in the RP set of one zone. At the elected BSR half of it is kept for preferred RPs if there
   /// are any.
   U32 rangesPerZone = 0;

@@ -43,6 +43,107 @@ TEST_F(QuotasTest, BoundOfNeighborsIsOfEachInterface) {
   EXPECT_EQ(router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {"198.51.100.1"})).reason, "");
 }
 
+// A full table of neighbors -----------------------------------------------------------------------------
+
+/// A table that is full of neighbors which never expire, as forged Hellos can make it.
+class FullTableTest : public ScreenedRouterTest {
+ protected:
+  static constexpr int max = 256;
+
+  FullTableTest() {
+    router.screeningIs({.neighborsPerInterface = max});
+    for (int i = 0; i < max; ++i) EXPECT_EQ(hear(other(i)), "");
+    EXPECT_EQ(neighbors(), static_cast<U32>(max));
+  }
+  static std::string other(int i) { return numbered("10.0.", i / 128) + numbered(".", 1 + i % 128); }
+  std::string hear(std::string const& source, std::vector<Lanet::IpGenAddr> const& others = {}) {
+    return reasonFor(HelloMessage{.holdtime = 0xffff, .generationId = 1, .addressList = others}, {source});
+  }
+  bool isNeighbor(std::string const& address) const {
+    return router.pimStatus()->pimIntf(intf("eth0"))->neighbor(addr(address)) != nullptr;
+  }
+};
+
+TEST_F(FullTableTest, NewNeighborDisplacesOneThatIsSilentForMoreThan105SecondsWhateverItsHoldtime) {
+  struct Case {
+    double wait;  ///< seconds since the case before
+    char const* reason;
+  };
+  for (Case const& c : {Case{0, "neighbor-quota"}, {104, "neighbor-quota"}, {1, "neighbor-quota"}, {1, ""}}) {
+    run(c.wait);
+    EXPECT_EQ(hear("192.0.2.1"), c.reason) << c.wait;
+    EXPECT_EQ(isNeighbor("192.0.2.1"), *c.reason == '\0');
+  }
+  EXPECT_EQ(neighbors(), static_cast<U32>(max));
+}
+
+TEST_F(FullTableTest, NeighborsThatKeepSendingStayAndTheOneSilentForLongestIsDisplaced) {
+  for (int round = 0; round < 4; ++round) {
+    run(30);
+    for (int i = 0; i < max; ++i) {
+      bool isSilent = i == 17 || (i == 5 && round > 0);
+      EXPECT_EQ(isSilent ? "" : hear(other(i)), "");
+    }
+  }
+  EXPECT_EQ(hear("192.0.2.1"), "");
+  EXPECT_FALSE(isNeighbor(other(17)));
+  EXPECT_EQ(hear("192.0.2.2"), "neighbor-quota") << "the other is silent for 90 seconds";
+  run(16);
+  EXPECT_EQ(hear("192.0.2.2"), "");
+  EXPECT_FALSE(isNeighbor(other(5)));
+  EXPECT_EQ(hear("192.0.2.3"), "neighbor-quota");
+  EXPECT_EQ(neighbors(), static_cast<U32>(max));
+}
+
+TEST_F(FullTableTest, HelloWithSeveralAddressesDisplacesAsManyOrNone) {
+  run(100);
+  for (int i = 2; i < max; ++i) EXPECT_EQ(hear(other(i)), "");
+  run(6);
+  std::vector<Lanet::IpGenAddr> const more = {addr("192.0.2.51"), addr("192.0.2.52")};
+  EXPECT_EQ(hear("192.0.2.1", more), "neighbor-quota");
+  EXPECT_EQ(neighbors(), static_cast<U32>(max));
+  EXPECT_EQ(hear("192.0.2.1", {more[0]}), "");
+  EXPECT_EQ(neighbors(), static_cast<U32>(max - 1));
+  for (int i : {0, 1}) EXPECT_FALSE(isNeighbor(other(i)));
+}
+
+TEST_F(FullTableTest, KnownNeighborThatListsMoreAddressesDisplacesOthersAndNotItself) {
+  run(106);
+  EXPECT_EQ(hear(other(0), {addr("192.0.2.51")}), "");
+  EXPECT_TRUE(isNeighbor(other(0)));
+  EXPECT_FALSE(isNeighbor(other(1)));
+  EXPECT_EQ(neighbors(), static_cast<U32>(max - 1));
+}
+
+TEST_F(FullTableTest, HelloThatMakesNoNeighborDisplacesNone) {
+  run(106);
+  for (char const* source : {"0.0.0.0", "224.0.0.5", "192.0.2.9"}) hear(source);
+  EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}, {"192.0.2.1"}), "");
+  for (int i = 0; i < max; ++i) EXPECT_TRUE(isNeighbor(other(i)));
+}
+
+TEST_F(FullTableTest, TableBeyondALoweredBoundDoesNotGrow) {
+  router.screeningIs({.neighborsPerInterface = 3});
+  EXPECT_EQ(hear("192.0.2.1"), "neighbor-quota");
+  run(106);
+  EXPECT_EQ(hear("192.0.2.1"), "");
+  EXPECT_EQ(neighbors(), static_cast<U32>(max));
+}
+
+TEST_F(FullTableTest, TableWithoutABoundDisplacesNone) {
+  router.screeningIs({});
+  run(106);
+  EXPECT_EQ(hear("192.0.2.1"), "");
+  EXPECT_EQ(neighbors(), static_cast<U32>(max + 1));
+}
+
+TEST_F(FullTableTest, InterfaceThatIsMadeLaterHasTheSameBound) {
+  router.interfaceDel(intf("eth0"));
+  router.interfaceIs(intf("eth0"), 1500, {});
+  for (int i = 0; i < max; ++i) EXPECT_EQ(hear(other(i)), "");
+  EXPECT_EQ(hear("192.0.2.1"), "neighbor-quota");
+}
+
 // Zones -------------------------------------------------------------------------------------------------
 
 TEST_F(QuotasTest, ZoneBeyondTheQuotaIsRefusedAndKnownOnesStay) {
