@@ -131,7 +131,8 @@ static constexpr ConfigKey keys[] = {
      "Packets to a unicast address, as advertisements are, that are read in a second, in the mean; each "
      "sender of an accepted advertisement has one more of its own, and 10 at once."},
     {"limits", "neighbors-per-interface", KeyType::integer, "", 0, largest32, "256",
-     "Neighbours that are kept of one interface."},
+     "Addresses of neighbors that are kept of one interface; in a full table a new neighbor displaces those that "
+     "were silent for longest, and for more than 105 s."},
     {"limits", "learned-zones", KeyType::integer, "", 0, largest32, "64",
      "Scope zones that are followed and are no candidacy of this router."},
     {"limits", "fragment-rps", KeyType::integer, "", 0, largest32, "4096",
