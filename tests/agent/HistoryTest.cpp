@@ -370,12 +370,6 @@ TEST_F(HistoryTest, ForgottenZonesAndThoseBeyondTheBoundCountAsOthers) {
 
 // Over a restart --------------------------------------------------------------------------------------
 
-std::vector<std::string> linesOf(History const& history) {
-  std::vector<std::string> lines;
-  for (HistoryEntry const& entry : history.entries()) lines.push_back(jsonOf(entry).dump());
-  return lines;
-}
-
 TEST_F(HistoryTest, EntriesComeBackAsTheyWere) {
   greet();
   receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
@@ -390,9 +384,8 @@ TEST_F(HistoryTest, EntriesComeBackAsTheyWere) {
   configure();
   ASSERT_GE(history.entries().size(), 8u);
   History again;
-  EXPECT_EQ(again.load(history.text()), 0u);
+  EXPECT_EQ(prependLines(again, linesOf(history)), 0u);
   EXPECT_EQ(linesOf(again), linesOf(history));
-  EXPECT_EQ(again.text(), history.text());
 }
 
 TEST_F(HistoryTest, FormerEntriesStandBeforeNewOnes) {
@@ -402,7 +395,7 @@ TEST_F(HistoryTest, FormerEntriesStandBeforeNewOnes) {
   former.noteStates(*router);
   greet();
   receive(packetOf(bsmWith({"10.0.0.2"})));
-  history.load(former.text());
+  prependLines(history, linesOf(former));
   EXPECT_THAT(kinds(),
               ElementsAre(HistoryKind::zoneForgotten, HistoryKind::bsrElected, HistoryKind::rpAdded));
 }
@@ -410,7 +403,7 @@ TEST_F(HistoryTest, FormerEntriesStandBeforeNewOnes) {
 TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
   greet();
   receive(packetOf(bsmWith({"10.0.0.2"})));
-  std::string good = history.text().substr(0, history.text().find('\n'));
+  std::string good = linesOf(history).substr(0, linesOf(history).find('\n'));
   auto with = [&](std::string const& from, std::string const& to) {
     std::string line = good;
     std::size_t at = line.find(from);
@@ -437,7 +430,7 @@ TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
                                       with("\"kind\":\"message\"", "\"kind\":\"massage\"")};
   for (std::string const& line : damaged) {
     History again;
-    EXPECT_EQ(again.load(line + "\n" + good + "\n"), 1u) << line;
+    EXPECT_EQ(prependLines(again, line + "\n" + good + "\n"), 1u) << line;
     EXPECT_EQ(again.entries().size(), 1u) << line;
   }
 }
@@ -450,7 +443,8 @@ TEST_F(HistoryTest, EntryThatNamesMoreRpsThanItMayIsDamaged) {
   for (char const* rps :
        {R"(["10.0.0.2","10.0.0.3","10.0.0.4","10.0.0.5","10.0.0.6"])", R"("10.0.0.2")", R"([7])", "null"}) {
     entry["firstRps"] = Json::parse(rps);
-    EXPECT_EQ(History().load(entry.dump()), 1u) << rps;
+    History fresh;
+    EXPECT_EQ(prependLines(fresh, entry.dump()), 1u) << rps;
   }
 }
 
@@ -469,7 +463,7 @@ TEST_F(HistoryTest, FileLongerThanTheBoundKeepsItsEnd) {
   greet();
   for (int i = 0; i < 9; ++i) receive(packetOf(bsmWith({"10.0.0.2"}, static_cast<Zet::U8>(20 + i))));
   History few(2);
-  few.load(history.text());
+  prependLines(few, linesOf(history));
   ASSERT_EQ(few.entries().size(), 2u);
   EXPECT_EQ(few.entries().back().bsr.priority, 28u);
 }

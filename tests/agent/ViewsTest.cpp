@@ -4,8 +4,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "agent/ControlProtocol.h"
+#include "agent/HistoryJson.h"
 #include "agent/RequestError.h"
+#include "agent/ControlProtocol.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {
@@ -394,9 +395,9 @@ TEST_F(ViewsTest, EntryOfAClockThatRanFasterIsOfNow) {
   learn();
   pimbsr::agent::History former = history;
   history.clear();
-  std::string text = former.text();
+  std::string text = linesOf(former);
   text.replace(text.find("1000000000.0"), 12, "2000000000.0");
-  ASSERT_EQ(history.load(text), 0u);
+  ASSERT_EQ(prependLines(history, text), 0u);
   EXPECT_EQ(view("history")["entries"][0]["ago"], 0.0);
 }
 
