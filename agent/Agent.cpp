@@ -6,8 +6,8 @@
 #include <system_error>
 #include <utility>
 
-#include "agent/Log.h"
-#include "agent/TraceLevel.h"
+#include "agent/base/Log.h"
+#include "agent/base/TraceLevel.h"
 #include "host/PreferredRps.h"
 #include "runtime/Log.h"
 

@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "agent/Clock.h"
-#include "agent/Drops.h"
-#include "agent/History.h"
-#include "agent/Machine.h"
 #include "agent/NeighborWatch.h"
-#include "agent/Observed.h"
-#include "agent/Settings.h"
-#include "agent/Traffic.h"
+#include "agent/account/Drops.h"
+#include "agent/account/History.h"
+#include "agent/account/Traffic.h"
+#include "agent/base/Clock.h"
+#include "agent/config/Settings.h"
+#include "agent/kernel/Machine.h"
+#include "agent/views/Observed.h"
 #include "host/ConfigTree.h"
 #include "host/Observer.h"
 #include "host/Router.h"

@@ -12,19 +12,19 @@
 #include <system_error>
 #include <utility>
 
-#include "agent/ConfigFile.h"
-#include "agent/ConfigLint.h"
-#include "agent/Files.h"
-#include "agent/HistoryJson.h"
-#include "agent/Json.h"
-#include "agent/Log.h"
-#include "agent/Metrics.h"
-#include "agent/Privileges.h"
-#include "agent/Sandbox.h"
-#include "agent/ServiceNotify.h"
-#include "agent/TraceLevel.h"
-#include "agent/Version.h"
-#include "agent/Views.h"
+#include "agent/account/HistoryJson.h"
+#include "agent/base/Json.h"
+#include "agent/base/Log.h"
+#include "agent/base/TraceLevel.h"
+#include "agent/base/Version.h"
+#include "agent/config/ConfigFile.h"
+#include "agent/config/ConfigLint.h"
+#include "agent/process/Files.h"
+#include "agent/process/Privileges.h"
+#include "agent/process/Sandbox.h"
+#include "agent/process/ServiceNotify.h"
+#include "agent/views/Metrics.h"
+#include "agent/views/Views.h"
 #include "runtime/Assert.h"
 
 namespace pimbsr::agent {
@@ -306,7 +306,7 @@ void Daemon::loadHistory() {
   try {
     std::filesystem::create_directories(folder);
     if (std::filesystem::exists(folder / historyFile))
-      agent_.history().load(readFile(folder / historyFile, longestHistory));
+      prependLines(agent_.history(), readFile(folder / historyFile, longestHistory));
   } catch (std::exception const& fault) {
     tellHistoryFault(fault);
   }
@@ -316,7 +316,7 @@ void Daemon::saveHistory() {
   std::filesystem::path folder = agent_.settings().stateDirectory;
   if (folder.empty() || options_.privilegeCheck) return;
   try {
-    replaceFile(folder / historyFile, agent_.history().text());
+    replaceFile(folder / historyFile, linesOf(agent_.history()));
     historyFault_.clear();
   } catch (std::exception const& fault) {
     tellHistoryFault(fault);

@@ -6,13 +6,13 @@
 #include <vector>
 
 #include "agent/Agent.h"
-#include "agent/ChangeCommand.h"
-#include "agent/Clock.h"
-#include "agent/ControlServer.h"
-#include "agent/LinuxMachine.h"
-#include "agent/Loop.h"
 #include "agent/RunOptions.h"
-#include "agent/Traffic.h"
+#include "agent/account/Traffic.h"
+#include "agent/base/Clock.h"
+#include "agent/base/Loop.h"
+#include "agent/control/ControlServer.h"
+#include "agent/kernel/LinuxMachine.h"
+#include "agent/process/ChangeCommand.h"
 
 namespace pimbsr::agent {
 

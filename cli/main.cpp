@@ -4,15 +4,15 @@
 #include <string>
 #include <vector>
 
-#include "agent/Version.h"
-#include "cli/ControlOptions.h"
-#include "cli/Errors.h"
-#include "cli/LimitOption.h"
-#include "cli/RandomCommand.h"
-#include "cli/ReplayCommand.h"
-#include "cli/ReplayOptions.h"
-#include "cli/RunOptions.h"
-#include "cli/SimCommand.h"
+#include "agent/base/Version.h"
+#include "cli/base/Errors.h"
+#include "cli/base/LimitOption.h"
+#include "cli/replay/ReplayCommand.h"
+#include "cli/replay/ReplayOptions.h"
+#include "cli/run/RunOptions.h"
+#include "cli/show/ControlOptions.h"
+#include "cli/sim/RandomCommand.h"
+#include "cli/sim/SimCommand.h"
 
 namespace pimbsr::cli {
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <string_view>
 
-#include "agent/ConfigFile.h"
-#include "agent/ConfigLint.h"
-#include "agent/ConfigWriter.h"
+#include "agent/config/ConfigFile.h"
+#include "agent/config/ConfigLint.h"
+#include "agent/config/ConfigWriter.h"
 #include "runtime/Assert.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/ControlProtocol.h"
+#include "agent/control/ControlProtocol.h"
 #include "runtime/Assert.h"
 
 namespace {

@@ -24,7 +24,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/Settings.h"
+#include "agent/config/Settings.h"
 #include "fuzz/Goal.h"
 #include "host/Router.h"
 #include "runtime/Assert.h"

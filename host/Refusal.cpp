@@ -42,7 +42,7 @@ constexpr Row rows[] = {
     {Refusal::advertisementRateLimit, "advertisement-rate-limit",
      "More unicast packets of senders without an accepted advertisement came in a second than are granted."},
     {Refusal::neighborQuota, "neighbor-quota",
-     "The Hello adds neighbor addresses beyond limits.neighbors-per-interface, and too few neighbors are silent."},
+     "The Hello adds addresses beyond limits.neighbors-per-interface, and too few neighbors are silent."},
     {Refusal::zoneQuota, "zone-quota",
      "The message is of a scope zone not yet known, and no more zones are learned."},
     {Refusal::fragmentQuota, "fragment-quota",

@@ -1,4 +1,4 @@
-#include "agent/ChangeCommand.h"
+#include "agent/process/ChangeCommand.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,8 +13,8 @@
 #include <memory>
 #include <string>
 
-#include "agent/Privileges.h"
-#include "agent/Sandbox.h"
+#include "agent/process/Privileges.h"
+#include "agent/process/Sandbox.h"
 #include "tests/agent/InChild.h"
 #include "tests/support/ScratchFolder.h"
 

@@ -1,4 +1,4 @@
-#include "agent/ConfigFile.h"
+#include "agent/config/ConfigFile.h"
 
 #include <gmock/gmock.h>
 

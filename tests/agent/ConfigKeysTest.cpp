@@ -1,4 +1,4 @@
-#include "agent/ConfigKeys.h"
+#include "agent/config/ConfigKeys.h"
 
 #include <gmock/gmock.h>
 
@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "agent/ConfigFile.h"
+#include "agent/config/ConfigFile.h"
 
 namespace test {
 namespace {

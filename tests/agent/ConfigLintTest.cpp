@@ -1,4 +1,4 @@
-#include "agent/ConfigLint.h"
+#include "agent/config/ConfigLint.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "agent/ConfigPlaces.h"
+#include "agent/config/ConfigPlaces.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "agent/ConfigText.h"
+#include "agent/config/ConfigText.h"
 
 #include <gmock/gmock.h>
 

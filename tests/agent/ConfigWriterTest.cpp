@@ -1,13 +1,13 @@
-#include "agent/ConfigWriter.h"
+#include "agent/config/ConfigWriter.h"
 
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 #include <random>
 
-#include "agent/ConfigFile.h"
-#include "agent/ConfigKeys.h"
-#include "agent/TraceLevel.h"
+#include "agent/base/TraceLevel.h"
+#include "agent/config/ConfigFile.h"
+#include "agent/config/ConfigKeys.h"
 #include "tests/support/Messages.h"
 
 namespace test {

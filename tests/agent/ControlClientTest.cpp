@@ -1,4 +1,4 @@
-#include "agent/ControlClient.h"
+#include "agent/control/ControlClient.h"
 
 #include <gmock/gmock.h>
 #include <grp.h>
@@ -11,8 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "agent/ControlProtocol.h"
-#include "agent/ControlSocket.h"
+#include "agent/control/ControlProtocol.h"
+#include "agent/control/ControlSocket.h"
 #include "tests/agent/InChild.h"
 #include "tests/support/FakeAgent.h"
 
@@ -85,7 +85,7 @@ TEST(ControlClientTest, AnAgentThatTakesNobodyInIsNotWaitedForLong) {
   ScratchFolder folder;
   ControlSocket nobodyServes(folder.file("control.sock"));
   ASSERT_EQ(listen(nobodyServes.fd(), 0), 0);
-  SocketFd first = connectTo(nobodyServes.path(), 0);
+  FileDescriptor first = connectTo(nobodyServes.path(), 0);
   EXPECT_THAT(faultOf(nobodyServes.path(), 0.03), HasSubstr("took no client for 0.03 seconds"));
 }
 

@@ -9,7 +9,7 @@
 #include <list>
 #include <vector>
 
-#include "agent/ControlClient.h"
+#include "agent/control/ControlClient.h"
 #include "tests/agent/ControlServerFixture.h"
 #include "tests/agent/InChild.h"
 

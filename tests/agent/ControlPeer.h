@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "agent/ControlSocket.h"
+#include "agent/control/ControlSocket.h"
 
 namespace test {
 
@@ -24,7 +24,7 @@ class ControlPeer {
     return count < 0 ? 0 : static_cast<std::size_t>(count);
   }
   void finish() { shutdown(socket_.get(), SHUT_WR); }
-  void leave() { socket_ = pimbsr::agent::SocketFd(); }
+  void leave() { socket_ = pimbsr::agent::FileDescriptor(); }
 
   /// Reads what is there.
   void read() {
@@ -48,7 +48,7 @@ class ControlPeer {
     lines_ += static_cast<std::size_t>(std::count(bytes.begin(), bytes.end(), '\n'));
   }
 
-  pimbsr::agent::SocketFd socket_;
+  pimbsr::agent::FileDescriptor socket_;
   std::string text_;
   std::size_t lines_ = 0;
   bool ended_ = false;

@@ -1,4 +1,4 @@
-#include "agent/ControlProtocol.h"
+#include "agent/control/ControlProtocol.h"
 
 #include <gmock/gmock.h>
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "agent/ControlServer.h"
+#include "agent/control/ControlServer.h"
 #include "tests/agent/ControlPeer.h"
 #include "tests/support/ScratchFolder.h"
 

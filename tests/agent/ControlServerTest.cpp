@@ -1,4 +1,4 @@
-#include "agent/ControlServer.h"
+#include "agent/control/ControlServer.h"
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>
@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "agent/ControlClient.h"
+#include "agent/control/ControlClient.h"
 #include "tests/agent/ControlServerFixture.h"
 
 namespace pimbsr::agent {

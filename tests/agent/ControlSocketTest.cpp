@@ -1,4 +1,4 @@
-#include "agent/ControlSocket.h"
+#include "agent/control/ControlSocket.h"
 
 #include <gmock/gmock.h>
 #include <sys/file.h>
@@ -88,7 +88,7 @@ TEST_F(ControlSocketTest, AnAgentThatRunsKeepsIts) {
 TEST_F(ControlSocketTest, AnAgentTooBusyToTakeAnyoneInKeepsItsToo) {
   ControlSocket socket(path_);
   ASSERT_EQ(listen(socket.fd(), 0), 0);
-  SocketFd waiting = connectTo(path_, SOCK_NONBLOCK);
+  FileDescriptor waiting = connectTo(path_, SOCK_NONBLOCK);
   ASSERT_FALSE(connectTo(path_, SOCK_NONBLOCK));
   ASSERT_EQ(errno, EAGAIN);
   EXPECT_THAT(refusal(), HasSubstr("another pimbsr runs on it"));
@@ -115,10 +115,10 @@ TEST_F(ControlSocketTest, ItsFolderIsMadeButNotATree) {
 }
 
 TEST_F(ControlSocketTest, OfTwoThatStartAtOnceOneWaitsForNobody) {
-  SocketFd other(open(folder_.file(".").c_str(), O_RDONLY | O_DIRECTORY));
+  FileDescriptor other(open(folder_.file(".").c_str(), O_RDONLY | O_DIRECTORY));
   ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
   EXPECT_THAT(refusal(), HasSubstr("another program holds the folder"));
-  other = SocketFd();
+  other = FileDescriptor();
   EXPECT_EQ(refusal(), "no refusal");
 }
 

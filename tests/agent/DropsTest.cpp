@@ -1,4 +1,4 @@
-#include "agent/Drops.h"
+#include "agent/account/Drops.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {

@@ -1,10 +1,10 @@
-#include "agent/History.h"
+#include "agent/account/History.h"
 
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 
-#include "agent/HistoryJson.h"
+#include "agent/account/HistoryJson.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {

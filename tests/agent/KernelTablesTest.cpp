@@ -1,4 +1,4 @@
-#include "agent/KernelTables.h"
+#include "agent/kernel/KernelTables.h"
 
 #include <gmock/gmock.h>
 #include <libmnl/libmnl.h>

@@ -1,11 +1,11 @@
-#include "agent/LinuxMachine.h"
+#include "agent/kernel/LinuxMachine.h"
 
 #include <gmock/gmock.h>
 
 #include <memory>
 #include <vector>
 
-#include "agent/Loop.h"
+#include "agent/base/Loop.h"
 #include "tests/agent/NetworkLab.h"
 #include "wire/Wire.h"
 

@@ -1,4 +1,4 @@
-#include "agent/Loop.h"
+#include "agent/base/Loop.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "agent/Clock.h"
+#include "agent/base/Clock.h"
 
 namespace test {
 namespace {

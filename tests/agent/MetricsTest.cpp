@@ -1,4 +1,4 @@
-#include "agent/Metrics.h"
+#include "agent/views/Metrics.h"
 
 #include <sstream>
 

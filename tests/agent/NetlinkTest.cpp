@@ -1,4 +1,4 @@
-#include "agent/Netlink.h"
+#include "agent/kernel/Netlink.h"
 
 #include <gmock/gmock.h>
 
@@ -7,7 +7,7 @@
 #include <random>
 #include <sstream>
 
-#include "agent/Loop.h"
+#include "agent/base/Loop.h"
 #include "tests/agent/NetworkLab.h"
 
 namespace test {

@@ -19,14 +19,16 @@
 
 namespace test {
 
-using pimbsr::agent::SocketFd;
+using pimbsr::agent::FileDescriptor;
 
-static SocketFd currentNetwork() { return SocketFd(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)); }
+static FileDescriptor currentNetwork() {
+  return FileDescriptor(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC));
+}
 
 static void fail(char const* what) { throw std::system_error(errno, std::generic_category(), what); }
 
 NetworkNamespace::NetworkNamespace() {
-  SocketFd former = currentNetwork();
+  FileDescriptor former = currentNetwork();
   if (unshare(CLONE_NEWNET) != 0) fail("making a network namespace");
   fd_ = currentNetwork();
   if (setns(former.get(), CLONE_NEWNET) != 0) fail("returning from a network namespace");
@@ -82,7 +84,7 @@ void setting(std::string const& name, std::string_view value) {
 }
 
 void awaitRunning(std::string const& link) {
-  SocketFd any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  FileDescriptor any(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ifreq request{};
   link.copy(request.ifr_name, sizeof request.ifr_name - 1);
   for (int i = 0; i < 5000; ++i) {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/ControlSocket.h"
+#include "agent/control/ControlSocket.h"
 
 namespace test {
 
@@ -22,7 +22,7 @@ class NetworkNamespace {
   int fd() const { return fd_.get(); }
 
  private:
-  pimbsr::agent::SocketFd fd_;
+  pimbsr::agent::FileDescriptor fd_;
 };
 
 /// The process is in a namespace as long as this object lives, and then where it was. What is opened
@@ -35,7 +35,7 @@ class Inside {
   Inside& operator=(Inside const&) = delete;
 
  private:
-  pimbsr::agent::SocketFd former_;
+  pimbsr::agent::FileDescriptor former_;
 };
 
 /// Runs a command of iproute2, such as "link set a up", where the process is; a failure fails the test.

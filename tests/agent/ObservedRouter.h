@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/Observed.h"
+#include "agent/views/Observed.h"
 #include "host/ConfigTree.h"
 #include "tests/support/CrpEngine.h"
 #include "tests/support/RecordingPort.h"

@@ -1,4 +1,4 @@
-#include "agent/PacketFilter.h"
+#include "agent/queues/PacketFilter.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <array>
 
-#include "agent/ControlSocket.h"
+#include "agent/control/ControlSocket.h"
 #include "wire/Wire.h"
 
 namespace test {
@@ -26,8 +26,8 @@ class FilterRun {
   explicit FilterRun(FilterProgram program) {
     std::array<int, 2> ends{};
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0, ends.data()), 0);
-    in_ = agent::SocketFd(ends[0]);
-    out_ = agent::SocketFd(ends[1]);
+    in_ = agent::FileDescriptor(ends[0]);
+    out_ = agent::FileDescriptor(ends[1]);
     sock_fprog filter{.len = static_cast<unsigned short>(program.size()), .filter = program.data()};
     EXPECT_EQ(setsockopt(out_.get(), SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter), 0);
   }
@@ -42,8 +42,8 @@ class FilterRun {
   }
 
  private:
-  agent::SocketFd in_;
-  agent::SocketFd out_;
+  agent::FileDescriptor in_;
+  agent::FileDescriptor out_;
 };
 
 IpAddr address(std::string const& text) { return IpAddr::parse(text.c_str()); }

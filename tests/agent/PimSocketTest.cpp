@@ -1,4 +1,4 @@
-#include "agent/PimSocket.h"
+#include "agent/queues/PimSocket.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -371,7 +371,7 @@ TEST_F(PimSocketTest, CountOfLostPacketsStaysWhenTheKernelDoesNotAnswer) {
   for (int i = 0; i < 200; ++i) ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {0x24, 0, 0, 0}}));
   Zet::U32 before = all->lost();
   EXPECT_GT(before, 0u);
-  pimbsr::agent::SocketFd noSocket(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  pimbsr::agent::FileDescriptor noSocket(open("/dev/null", O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(dup2(noSocket.get(), all->fd()), all->fd());
   EXPECT_EQ(all->lost(), before);
 }
@@ -391,7 +391,7 @@ void forgeIcmpError() {
   while (sum >> 16 != 0) sum = (sum & 0xffff) + (sum >> 16);
   icmp[2] = static_cast<U8>(~sum >> 8);
   icmp[3] = static_cast<U8>(~sum);
-  pimbsr::agent::SocketFd raw(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+  pimbsr::agent::FileDescriptor raw(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
   sockaddr_in to{};
   to.sin_family = AF_INET;
   to.sin_addr.s_addr = Lanet::IpAddr::parse("10.0.1.2").netWord();

@@ -1,4 +1,4 @@
-#include "agent/Privileges.h"
+#include "agent/process/Privileges.h"
 
 #include <gmock/gmock.h>
 #include <grp.h>
@@ -12,7 +12,7 @@
 #include <fstream>
 #include <string>
 
-#include "agent/Sandbox.h"
+#include "agent/process/Sandbox.h"
 #include "tests/agent/InChild.h"
 
 namespace test {

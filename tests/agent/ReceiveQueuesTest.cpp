@@ -1,4 +1,4 @@
-#include "agent/ReceiveQueues.h"
+#include "agent/queues/ReceiveQueues.h"
 
 #include <gmock/gmock.h>
 #include <sys/mman.h>
@@ -13,7 +13,7 @@
 #include <set>
 #include <vector>
 
-#include "agent/Loop.h"
+#include "agent/base/Loop.h"
 #include "tests/agent/NetworkLab.h"
 #include "wire/Wire.h"
 

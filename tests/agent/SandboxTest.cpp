@@ -1,4 +1,4 @@
-#include "agent/Sandbox.h"
+#include "agent/process/Sandbox.h"
 
 #include <fcntl.h>
 #include <linux/bpf.h>
@@ -25,8 +25,8 @@
 #include <string>
 #include <vector>
 
-#include "agent/Files.h"
-#include "agent/ServiceNotify.h"
+#include "agent/process/Files.h"
+#include "agent/process/ServiceNotify.h"
 #include "tests/agent/InChild.h"
 #include "tests/support/ScratchFolder.h"
 

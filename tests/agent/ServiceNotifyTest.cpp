@@ -1,4 +1,4 @@
-#include "agent/ServiceNotify.h"
+#include "agent/process/ServiceNotify.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "agent/Traffic.h"
+#include "agent/account/Traffic.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {

@@ -1,12 +1,12 @@
-#include "agent/Views.h"
+#include "agent/views/Views.h"
 
 #include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 
-#include "agent/HistoryJson.h"
-#include "agent/RequestError.h"
-#include "agent/ControlProtocol.h"
+#include "agent/account/HistoryJson.h"
+#include "agent/base/RequestError.h"
+#include "agent/control/ControlProtocol.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {

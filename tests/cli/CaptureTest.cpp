@@ -1,4 +1,4 @@
-#include "cli/Capture.h"
+#include "cli/replay/Capture.h"
 
 #include <gmock/gmock.h>
 

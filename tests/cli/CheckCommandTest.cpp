@@ -1,4 +1,4 @@
-#include "cli/CheckCommand.h"
+#include "cli/run/CheckCommand.h"
 
 #include <gmock/gmock.h>
 

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "cli/ReplayCommand.h"
+#include "cli/replay/ReplayCommand.h"
 #include "wire/Wire.h"
 
 namespace test {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/ReplayOptions.h"
+#include "cli/replay/ReplayOptions.h"
 #include "runtime/Types.h"
 #include "tests/support/Messages.h"
 

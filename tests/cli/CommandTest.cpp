@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "agent/Version.h"
+#include "agent/base/Version.h"
 #include "tests/cli/CliSupport.h"
 
 namespace pimbsr::cli {

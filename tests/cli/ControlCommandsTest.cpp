@@ -1,4 +1,4 @@
-#include "cli/ControlCommands.h"
+#include "cli/show/ControlCommands.h"
 
 #include <gmock/gmock.h>
 
@@ -7,10 +7,10 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "agent/ControlProtocol.h"
-#include "agent/Settings.h"
-#include "cli/ControlOptions.h"
-#include "cli/ShowTables.h"
+#include "agent/config/Settings.h"
+#include "agent/control/ControlProtocol.h"
+#include "cli/show/ControlOptions.h"
+#include "cli/show/ShowTables.h"
 #include "tests/cli/CliSupport.h"
 #include "tests/support/FakeAgent.h"
 

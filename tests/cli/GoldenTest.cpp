@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "cli/ReplayText.h"
+#include "cli/replay/ReplayText.h"
 #include "tests/cli/CliSupport.h"
 
 namespace pimbsr::cli {

@@ -1,14 +1,14 @@
-#include "cli/LimitOption.h"
+#include "cli/base/LimitOption.h"
 
 #include <gmock/gmock.h>
 
 #include <fstream>
 #include <string>
 
-#include "agent/ConfigKeys.h"
-#include "cli/Errors.h"
-#include "cli/ReplayOptions.h"
-#include "cli/SimCommand.h"
+#include "agent/config/ConfigKeys.h"
+#include "cli/base/Errors.h"
+#include "cli/replay/ReplayOptions.h"
+#include "cli/sim/SimCommand.h"
 #include "host/Limits.h"
 #include "tests/cli/CliSupport.h"
 

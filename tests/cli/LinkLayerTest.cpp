@@ -1,4 +1,4 @@
-#include "cli/LinkLayer.h"
+#include "cli/replay/LinkLayer.h"
 
 #include <gmock/gmock.h>
 #include <pcap/pcap.h>

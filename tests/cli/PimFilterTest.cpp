@@ -1,4 +1,4 @@
-#include "cli/PimFilter.h"
+#include "cli/replay/PimFilter.h"
 
 #include <gtest/gtest.h>
 

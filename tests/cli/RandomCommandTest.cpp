@@ -1,4 +1,4 @@
-#include "cli/RandomCommand.h"
+#include "cli/sim/RandomCommand.h"
 
 #include <gmock/gmock.h>
 

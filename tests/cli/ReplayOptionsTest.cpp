@@ -1,4 +1,4 @@
-#include "cli/ReplayOptions.h"
+#include "cli/replay/ReplayOptions.h"
 
 #include <gmock/gmock.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/Errors.h"
+#include "cli/base/Errors.h"
 #include "tests/support/Messages.h"
 
 namespace pimbsr::cli {

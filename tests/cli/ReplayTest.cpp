@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/Capture.h"
-#include "cli/Replay.h"
-#include "cli/ReplayCommand.h"
+#include "cli/replay/Capture.h"
+#include "cli/replay/Replay.h"
+#include "cli/replay/ReplayCommand.h"
 #include "model/Counters.h"
 #include "tests/cli/CliSupport.h"
 

@@ -1,4 +1,4 @@
-#include "cli/ShowTables.h"
+#include "cli/show/ShowTables.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "cli/ShowParts.h"
+#include "cli/show/ShowParts.h"
 
 namespace pimbsr::cli {
 namespace {

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "cli/SimCommand.h"
+#include "cli/sim/SimCommand.h"
 #include "tests/cli/CliSupport.h"
 
 namespace pimbsr::cli {

@@ -1,10 +1,10 @@
-#include "cli/Tracing.h"
+#include "cli/base/Tracing.h"
 
 #include <gmock/gmock.h>
 
 #include <string>
 
-#include "cli/Errors.h"
+#include "cli/base/Errors.h"
 #include "runtime/Trace.h"
 
 namespace pimbsr::cli {

@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/SimText.h"
+#include "cli/sim/SimText.h"
 #include "sim/Simulation.h"
 
 namespace test {

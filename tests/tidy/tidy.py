@@ -16,7 +16,8 @@ CPP = (".h", ".cpp")
 CODE = CPP + (".zet", ".py", ".cmake", ".sh")
 CODE_FOLDERS = ("scripts/", ".ci/")
 
-# The rooms, each with those it stands on; what these stand on is open to it too.
+# The rooms, each with those it stands on; what these stand on is open to it too. A room in a room is named by
+# its path.
 ARROWS = {
     "runtime": [],
     "model": ["runtime"],
@@ -26,9 +27,22 @@ ARROWS = {
     "wire": ["model"],
     "pim": ["wire"],
     "host": ["protocol", "crp", "config", "pim"],
-    "agent": ["host"],
+    "agent/base": ["host"],
+    "agent/config": ["agent/base"],
+    "agent/account": ["agent/base"],
+    "agent/queues": ["agent/base"],
+    "agent/kernel": ["agent/account", "agent/queues"],
+    "agent/control": ["agent/base"],
+    "agent/process": ["agent/base"],
+    "agent/views": ["agent/account", "agent/config", "agent/control", "agent/kernel"],
+    "agent": ["agent/process", "agent/views"],
     "sim": ["host"],
-    "cli": ["agent", "sim"],
+    "cli/base": ["agent/config"],
+    "cli/replay": ["cli/base"],
+    "cli/run": ["cli/base", "agent"],
+    "cli/show": ["cli/base", "agent/config", "agent/control"],
+    "cli/sim": ["cli/base", "sim"],
+    "cli": ["cli/replay", "cli/run", "cli/show", "cli/sim"],
 }
 # Machines of these two rooms own each other: their sources may include across, their headers may not.
 KNOWN_PAIR = {"protocol", "crp"}
@@ -58,6 +72,13 @@ def reachable(room):
     return rooms
 
 
+def room_of(path):
+    """The innermost room of a file, "" outside of all."""
+    folders = path.split("/")[:-1]
+    rooms = ("/".join(folders[:depth]) for depth in range(len(folders), 0, -1))
+    return next((room for room in rooms if room in ARROWS), "")
+
+
 def tree_files(root):
     """All files that are tracked or could be, as paths relative to root."""
     git = ["git", "-c", "safe.directory=*", "-C", str(root), "ls-files", "-z", "-co", "--exclude-standard"]
@@ -73,19 +94,19 @@ def line_of(text, offset):
 
 
 def check_includes(path, text):
-    room = path.split("/")[0]
-    if room not in ARROWS:
+    room = room_of(path)
+    if not room:
         return
     for match in re.finditer(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"]*)"|<([^>]*)>)', text, re.M):
         own, outer = match.groups()
         line = line_of(text, match.start())
         if outer is not None:
-            if room not in OUTER_ROOMS and OUTER_HEADER.match(outer):
+            if room.split("/")[0] not in OUTER_ROOMS and OUTER_HEADER.match(outer):
                 yield line, f"{room}/ must not include <{outer}>"
             continue
-        target = own.split("/")[0]
+        target = room_of(own)
         across = path.endswith(".cpp") and {room, target} == KNOWN_PAIR
-        if target not in ARROWS:
+        if not target:
             yield line, f'"{own}" does not start with a room'
         elif target not in reachable(room) and not across:
             yield line, f"{room}/ must not include {target}/"

@@ -1,0 +1,255 @@
+#include "agent/account/History.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/Machines.h"
+#include "protocol/BsrCandidateSm.h"
+
+namespace pimbsr::agent {
+
+using host::Change;
+using host::ChangeKind;
+using Lanet::IpGenPrefix;
+
+/// The state of a zone in which this router is no candidate.
+static constexpr std::string_view noCandidacy = "-";
+
+void History::causeIs(Cause const& cause, double now) {
+  cause_ = cause;
+  now_ = now;
+  fresh_.clear();
+}
+
+void History::senderIs(host::Reception const& reception) {
+  cause_.message = reception.kind;
+  cause_.sender = reception.source;
+}
+
+// The end of an event -----------------------------------------------------------------------------------
+
+static_assert(static_cast<int>(HistoryKind::zoneForgotten) == static_cast<int>(ChangeKind::zoneForgotten));
+
+static bool isOfRp(HistoryKind kind) {
+  return kind >= HistoryKind::rpAdded && kind <= HistoryKind::rpExpired;
+}
+
+static U64& countOf(RpCounts& counts, HistoryKind kind) {
+  switch (kind) {
+    case HistoryKind::rpAdded:
+      return counts.added;
+    case HistoryKind::rpUpdated:
+      return counts.updated;
+    case HistoryKind::rpRemoved:
+      return counts.removed;
+    default:
+      return counts.expired;
+  }
+}
+
+static void addName(HistoryEntry& set, Lanet::IpGenAddr const& rp) {
+  if (std::find(set.firstRps.begin(), set.firstRps.end(), rp) != set.firstRps.end()) return;
+  bool hasRoom = set.firstRps.size() < mostNamedRps;
+  hasRoom ? set.firstRps.push_back(rp) : void(set.moreRps = true);
+}
+
+/// Puts one RP's change into the entry of its zone: as it is where it is the only one, else as a number.
+static void gather(std::map<IpGenPrefix, HistoryEntry>& sets, HistoryEntry const& entry) {
+  auto [at, isFirst] = sets.try_emplace(entry.zone, entry);
+  HistoryEntry& set = at->second;
+  ++countOf(set.rps, entry.kind);
+  addName(set, entry.rp.address);
+  if (isFirst) return;
+  set.kind = HistoryKind::rpSetChanged;
+  set.rp = {};
+  set.formerRp = {};
+}
+
+void History::noteStates(host::Router const& router) {
+  std::map<IpGenPrefix, HistoryEntry> sets;
+  for (HistoryEntry const& entry : entriesOf(router)) {
+    count(entry);
+    follow(entry);
+    fresh_.push_back(entry);
+    if (isOfRp(entry.kind)) {
+      gather(sets, entry);
+    } else {
+      keep(entry);
+    }
+  }
+  for (auto& [zone, set] : sets) {
+    if (set.kind != HistoryKind::rpSetChanged) {
+      set.rps = {};
+      set.firstRps.clear();
+    }
+    keep(set);
+  }
+  followStates(router);
+}
+
+/// Makes of a BSR that went and the one that came for it a change of the BSR.
+static HistoryEntry replaced(HistoryEntry const& lost, HistoryEntry entry) {
+  entry.kind = HistoryKind::bsrChanged;
+  entry.formerBsr = lost.bsr;
+  entry.formerOwn = lost.own;
+  return entry;
+}
+
+/// A BSR that went and came back unchanged.
+static bool saysNothing(HistoryEntry const& entry) {
+  return entry.kind == HistoryKind::bsrChanged && entry.bsr.sameElection(entry.formerBsr) &&
+         entry.own == entry.formerOwn;
+}
+
+/// Takes what was gathered. A machine may remove its BSR only to enter the next one.
+std::vector<HistoryEntry> History::entriesOf(host::Router const& router) {
+  std::vector<HistoryEntry> entries;
+  std::map<IpGenPrefix, std::size_t> lost;
+  host::sortByAddress(gathered_);
+  for (Change const& change : std::exchange(gathered_, {})) {
+    HistoryEntry entry = entryOf(router, change);
+    auto former = entry.kind == HistoryKind::bsrElected ? lost.find(entry.zone) : lost.end();
+    if (former != lost.end()) {
+      entries[former->second] = replaced(entries[former->second], entry);
+      lost.erase(former);
+      continue;
+    }
+    if (entry.kind == HistoryKind::bsrLost) lost[entry.zone] = entries.size();
+    entries.push_back(entry);
+  }
+  std::erase_if(entries, saysNothing);
+  return entries;
+}
+
+HistoryEntry History::blank(HistoryKind kind, IpGenPrefix const& zone) const {
+  return {.time = now_, .kind = kind, .cause = cause_, .zone = zone};
+}
+
+static constexpr auto elected = Routing::Pim::Bsr::BsrCandidateState::eBsr;
+
+/// Whether this router's candidacy stood as elected before the event.
+bool History::wasOwn(IpGenPrefix const& zone) const {
+  auto former = states_.find(zone);
+  return former != states_.end() && former->second == host::nameOf(elected);
+}
+
+HistoryEntry History::entryOf(host::Router const& router, Change const& change) const {
+  HistoryEntry entry = blank(static_cast<HistoryKind>(change.kind), change.zone);
+  entry.bsr = change.bsr;
+  entry.formerBsr = change.formerBsr;
+  entry.rp = change.rp;
+  entry.formerRp = change.formerRp;
+  entry.formerOwn = change.kind == ChangeKind::bsrChanged && wasOwn(change.zone);
+  if (change.kind == ChangeKind::bsrLost) {
+    entry.own = wasOwn(change.zone);
+  } else if (!change.bsr.address.isEmpty()) {
+    auto candidate = router.status()->cbsr(change.zone);
+    bool isElected = host::machineOf(router, change.zone, now_).elected;
+    entry.own = isElected && candidate && candidate->address() == change.bsr.address;
+  }
+  return entry;
+}
+
+/// States that come and go within one event are not seen.
+void History::followStates(host::Router const& router) {
+  for (auto at = states_.begin(); at != states_.end();) {
+    auto former = at++;
+    if (router.root()->candidateSm(former->first)) continue;
+    tellState(former->first, former->second, noCandidacy);
+    states_.erase(former);
+  }
+  for (auto at = router.root()->candidateSmIterator(); at; ++at) states_.try_emplace(at.key(), noCandidacy);
+  for (auto& [zone, known] : states_) {
+    std::string_view state = host::nameOf(router.root()->candidateSm(zone)->state());
+    if (known != state) tellState(zone, std::exchange(known, state), state);
+  }
+}
+
+/// This router's own election is one too where it takes the zone over, or where its entry stood all the time.
+void History::tellState(IpGenPrefix const& zone, std::string_view former, std::string_view state) {
+  HistoryEntry entry = blank(HistoryKind::candidateState, zone);
+  entry.formerState = former;
+  entry.state = state;
+  if (state == host::nameOf(elected)) {
+    takeUp(zone);
+    bool isCounted = std::any_of(fresh_.begin(), fresh_.end(), [&](HistoryEntry const& told) {
+      return told.kind == HistoryKind::bsrElected && told.zone == zone;
+    });
+    if (!isCounted) ++totalsOf(zone).elections;
+  }
+  fresh_.push_back(entry);
+  keep(entry);
+}
+
+void History::keep(HistoryEntry const& entry) {
+  entries_.push_back(entry);
+  if (entries_.size() > mostEntries_) entries_.pop_front();
+}
+
+void History::clear() {
+  entries_.clear();
+  wasCleared_ = true;
+}
+
+// The present BSRs --------------------------------------------------------------------------------------
+
+std::optional<double> History::bsrSince(IpGenPrefix const& zone) const {
+  auto at = bsrSince_.find(zone);
+  return at == bsrSince_.end() ? std::nullopt : std::optional(at->second);
+}
+
+void History::takeUp(IpGenPrefix const& zone) {
+  bool hasRoom = bsrSince_.size() < mostZones || bsrSince_.contains(zone);
+  if (hasRoom) bsrSince_[zone] = now_;
+}
+
+void History::follow(HistoryEntry const& entry) {
+  bool isOther = entry.kind == HistoryKind::bsrChanged && entry.bsr.address != entry.formerBsr.address;
+  if (isOther || entry.kind == HistoryKind::bsrElected) takeUp(entry.zone);
+  if (entry.kind == HistoryKind::bsrLost) bsrSince_.erase(entry.zone);
+}
+
+// Totals ------------------------------------------------------------------------------------------------
+
+ZoneTotals& History::totalsOf(IpGenPrefix const& zone) {
+  bool hasRoom = totals_.size() < mostZones || totals_.contains(zone);
+  return totals_[hasRoom ? zone : IpGenPrefix()];
+}
+
+static void add(ZoneTotals& to, ZoneTotals const& from) {
+  to.elections += from.elections;
+  to.bsrChanges += from.bsrChanges;
+  to.bsrLosses += from.bsrLosses;
+  to.rps.added += from.rps.added;
+  to.rps.updated += from.rps.updated;
+  to.rps.removed += from.rps.removed;
+  to.rps.expired += from.rps.expired;
+}
+
+void History::count(HistoryEntry const& entry) {
+  ZoneTotals& totals = totalsOf(entry.zone);
+  switch (entry.kind) {
+    case HistoryKind::bsrElected:
+      ++totals.elections;
+      break;
+    case HistoryKind::bsrChanged:
+      ++totals.bsrChanges;
+      break;
+    case HistoryKind::bsrLost:
+      ++totals.bsrLosses;
+      break;
+    case HistoryKind::zoneForgotten:
+      if (auto gone = totals_.extract(entry.zone)) add(totals_[IpGenPrefix()], gone.mapped());
+      break;
+    default:
+      ++countOf(totals.rps, entry.kind);
+  }
+}
+
+void History::prepend(std::deque<HistoryEntry> entries) {
+  entries.insert(entries.end(), entries_.begin(), entries_.end());
+  entries_ = std::move(entries);
+  while (entries_.size() > mostEntries_) entries_.pop_front();
+}
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,165 @@
+#pragma once
+
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "host/Observer.h"
+#include "host/Reception.h"
+#include "host/Router.h"
+
+namespace pimbsr::agent {
+
+using Zet::U64;
+using Zet::U8;
+
+/// What kind of event made a change.
+enum class CauseKind : U8 { start, message, timer, configuration, kernel, stop };
+
+/// What made a change.
+struct Cause {
+  CauseKind kind = CauseKind::start;
+  std::string intf;                                       ///< with message: where it came in
+  host::MessageKind message = host::MessageKind::notPim;  ///< with message: what it was
+  Lanet::IpGenAddr sender;                                ///< with message: who sent it
+
+  bool operator==(Cause const&) const = default;
+};
+
+/// How many RPs of a set an event touched.
+struct RpCounts {
+  U64 added = 0;
+  U64 updated = 0;
+  U64 removed = 0;
+  U64 expired = 0;
+
+  U64 sum() const { return added + updated + removed + expired; }
+  bool operator==(RpCounts const&) const = default;
+};
+
+/// How many RPs an entry for several names.
+inline constexpr std::size_t mostNamedRps = 4;
+
+/// What happened; all but the last two are those of host::ChangeKind.
+enum class HistoryKind : U8 {
+  bsrElected,
+  bsrChanged,
+  bsrLost,
+  rpAdded,
+  rpUpdated,
+  rpRemoved,
+  rpExpired,
+  zoneForgotten,
+  rpSetChanged,   ///< several RPs of a zone changed in one event
+  candidateState  ///< this router's candidacy as BSR has another state
+};
+
+/// One thing that happened to what a router believes. Members that its kind doesn't name are at their
+/// defaults; a view's expiry time says nothing.
+struct HistoryEntry {
+  double time = 0;  ///< on the agent's clock, which starts as the wall clock: seconds since 1970
+  HistoryKind kind = HistoryKind::zoneForgotten;
+  Cause cause;
+  Lanet::IpGenPrefix zone;
+  host::BsrView bsr;        ///< with the kinds of the BSR; as it was last where it was lost
+  host::BsrView formerBsr;  ///< with bsrChanged
+  bool own = false;         ///< with the kinds of the BSR: it is, or was, this router
+  bool formerOwn = false;   ///< with bsrChanged: the former one was this router
+  host::RpView rp;          ///< with the kinds of one RP; as it was last where it went
+  host::RpView formerRp;    ///< with rpUpdated
+  RpCounts rps;             ///< with rpSetChanged
+  /// With rpSetChanged: the first RPs that changed, each once; at most `mostNamedRps`.
+  std::vector<Lanet::IpGenAddr> firstRps;
+  bool moreRps = false;     ///< with rpSetChanged: others changed than `firstRps`
+  std::string state;        ///< with candidateState, as RFC 5059 names it; "-" for the end of a candidacy
+  std::string formerState;  ///< with candidateState; "-" for a new one
+
+  /// Whether it touches what decides which RP serves a group: RPs, or the hash mask length.
+  bool isOfRpSet() const {
+    bool isOfRp = kind >= HistoryKind::rpAdded && kind <= HistoryKind::rpExpired;
+    bool isOfHash = kind == HistoryKind::bsrChanged && bsr.hashMaskLen != formerBsr.hashMaskLen;
+    return isOfRp || isOfHash || kind == HistoryKind::rpSetChanged;
+  }
+};
+
+/// How often things happened in one zone since the start.
+struct ZoneTotals {
+  U64 elections = 0;   ///< the zone had no BSR and got one, or this router became its BSR
+  U64 bsrChanges = 0;  ///< another BSR, or other terms of the same
+  U64 bsrLosses = 0;
+  RpCounts rps;
+};
+
+/// Keeps the last changes of what a router believes, with what made them.
+///
+/// Within an event changes are only gathered. At its end they are told one by one by takeNew(), while the
+/// history keeps one entry for all RPs of a zone that changed. A BSR that goes and one that comes in the same
+/// event are a change of the BSR.
+class History final : public host::ChangeSink {
+ public:
+  /// Keeps `mostEntries` entries; older ones are forgotten.
+  explicit History(std::size_t mostEntries = 256) : mostEntries_(mostEntries) {}
+
+  /// Says what the event that begins now is, and when, on the agent's clock.
+  void causeIs(Cause const& cause, double now);
+  /// Says which message the event of kind CauseKind::message brought.
+  void senderIs(host::Reception const& reception);
+  void onChange(host::Change const& change) override { gathered_.push_back(change); }
+  /// Ends the event: to be called after the observer's flush(). It also notes what became of this router's
+  /// candidacies.
+  void noteStates(host::Router const& router);
+
+  /// What the last event changed, each change by itself; nothing the second time.
+  std::vector<HistoryEntry> takeNew() { return std::exchange(fresh_, {}); }
+
+  /// The oldest first.
+  std::deque<HistoryEntry> const& entries() const { return entries_; }
+  std::size_t mostEntries() const { return mostEntries_; }
+  /// Forgets all entries; totals, and what is known of the present, stay.
+  void clear();
+  /// Whether entries were forgotten at an operator's wish since the start.
+  bool wasCleared() const { return wasCleared_; }
+
+  /// When the zone took up its present BSR, by address, on the agent's clock; of this router itself, when it
+  /// was elected. Nothing where there is no BSR, and in zones beyond `mostZones` of them.
+  std::optional<double> bsrSince(Lanet::IpGenPrefix const& zone) const;
+
+  /// Totals by zone. Peers choose the zones: a zone that is forgotten, and whatever is beyond `mostZones` of
+  /// them, counts under the unset prefix.
+  std::map<Lanet::IpGenPrefix, ZoneTotals> const& totals() const { return totals_; }
+  static constexpr std::size_t mostZones = 256;
+
+  /// Puts older entries, the oldest first, before those that are there; the oldest beyond `mostEntries` go.
+  void prepend(std::deque<HistoryEntry> entries);
+
+ private:
+  HistoryEntry blank(HistoryKind kind, Lanet::IpGenPrefix const& zone) const;
+  HistoryEntry entryOf(host::Router const& router, host::Change const& change) const;
+  void followStates(host::Router const& router);
+  void tellState(Lanet::IpGenPrefix const& zone, std::string_view former, std::string_view state);
+  void keep(HistoryEntry const& entry);
+  bool wasOwn(Lanet::IpGenPrefix const& zone) const;
+  std::vector<HistoryEntry> entriesOf(host::Router const& router);
+  void follow(HistoryEntry const& entry);
+  void takeUp(Lanet::IpGenPrefix const& zone);
+  void count(HistoryEntry const& entry);
+  ZoneTotals& totalsOf(Lanet::IpGenPrefix const& zone);
+
+  std::size_t mostEntries_;
+  std::deque<HistoryEntry> entries_;
+  bool wasCleared_ = false;
+  std::map<Lanet::IpGenPrefix, ZoneTotals> totals_;
+  std::map<Lanet::IpGenPrefix, double> bsrSince_;  ///< the zones that have a BSR
+  // Of the event in hand.
+  double now_ = 0;
+  Cause cause_;
+  std::vector<host::Change> gathered_;
+  std::vector<HistoryEntry> fresh_;
+  std::map<Lanet::IpGenPrefix, std::string_view> states_;  ///< of this router's candidacies
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "agent/config/Settings.h"
+
+namespace pimbsr::agent {
+
+/// Settings as the text of a configuration file, every key written out. What was read from a file, it reads
+/// back equal; what no file says, such as a range without a priority, is left out.
+std::string writeToml(Settings const& settings);
+
+/// The same as JSON.
+nlohmann::ordered_json writeJson(Settings const& settings);
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,233 @@
+#include "agent/control/ControlProtocol.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "runtime/Exceptions.h"
+
+namespace pimbsr::agent {
+
+using Json = nlohmann::ordered_json;
+using Names = std::span<std::string_view const>;
+
+static constexpr std::string_view views[] = {"bsr",        "rp-set",  "candidates", "rp",       "neighbors",
+                                             "interfaces", "borders", "filter",     "counters", "drops",
+                                             "history",    "config",  "control"};
+static constexpr std::string_view clearable[] = {"counters", "drops", "history"};
+
+Names viewNames() { return views; }
+Names clearNames() { return clearable; }
+
+// What each command may be told -----------------------------------------------------------------------------
+
+struct Form {
+  std::string_view name;
+  Command command;
+  Names members;
+};
+
+static constexpr std::string_view showMembers[] = {"what", "group"};
+static constexpr std::string_view clearMembers[] = {"what"};
+static constexpr std::string_view traceMembers[] = {"handle", "level"};
+
+static constexpr Form forms[] = {{"show", Command::show, showMembers},    {"watch", Command::watch, {}},
+                                 {"clear", Command::clear, clearMembers}, {"reload", Command::reload, {}},
+                                 {"trace", Command::trace, traceMembers}, {"metrics", Command::metrics, {}},
+                                 {"version", Command::version, {}}};
+
+std::string_view nameOf(Command command) {
+  auto matches = [&](Form const& form) { return form.command == command; };
+  return std::find_if(std::begin(forms), std::end(forms), matches)->name;
+}
+
+bool isReading(Command command) {
+  return command == Command::show || command == Command::watch || command == Command::metrics ||
+         command == Command::version;
+}
+
+// Words -----------------------------------------------------------------------------------------------------
+
+static constexpr char const* example = R"({"command":"version"})";
+
+/// A value as it was read: in ASCII, since it may go to a terminal, and cut short.
+static std::string asRead(Json const& value) {
+  constexpr std::size_t longest = 60;
+  std::string text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
+  if (text.size() <= longest) return text;
+  return text.substr(0, longest) + "...";
+}
+
+static std::string listOf(Names names) {
+  std::string all;
+  for (std::string_view name : names) all += fmt::format("{}\"{}\"", all.empty() ? "" : ", ", name);
+  return all;
+}
+
+static std::string commandNames() {
+  std::array<std::string_view, std::size(forms)> names;
+  std::transform(std::begin(forms), std::end(forms), names.begin(),
+                 [](Form const& form) { return form.name; });
+  return listOf(names);
+}
+
+[[noreturn]] static void refuse(std::string_view member, std::string_view read, std::string_view valid) {
+  throw RequestError(fmt::format("\"{}\" {}; valid is {}", member, read, valid));
+}
+
+// Reading ---------------------------------------------------------------------------------------------------
+
+/// Refuses, while a request is read, what a flat object has no use for, and what would be silently lost.
+class FlatObject {
+ public:
+  bool operator()(int depth, Json::parse_event_t event, Json& parsed) {
+    using Event = Json::parse_event_t;
+    bool opens = event == Event::object_start || event == Event::array_start;
+    if (opens && depth > 0) {
+      throw RequestError(
+          fmt::format("the request holds something nested; valid is a flat object such as {}", example));
+    }
+    if (event == Event::key && !keys_.insert(parsed.get<std::string>()).second) {
+      throw RequestError(fmt::format("the member {} is given twice; valid is once", asRead(parsed)));
+    }
+    return true;
+  }
+
+ private:
+  std::set<std::string> keys_;
+};
+
+static Json objectOf(std::string_view line) {
+  Json request;
+  FlatObject check;
+  try {
+    request = Json::parse(line.begin(), line.end(), std::ref(check));
+  } catch (Json::parse_error const& fault) {
+    throw RequestError(
+        fmt::format("the request is no JSON from byte {} on; valid is one object on one line, such as {}",
+                    fault.byte, example));
+  } catch (Json::exception const&) {
+    throw RequestError("the request holds a number that is too large");
+  }
+  if (request.is_object()) return request;
+  throw RequestError(
+      fmt::format("the request is {}; valid is an object such as {}", asRead(request), example));
+}
+
+static Json const& member(Json const& request, std::string_view name, std::string_view valid) {
+  auto found = request.find(name);
+  if (found == request.end()) refuse(name, "is missing", valid);
+  return *found;
+}
+
+static std::string text(Json const& request, std::string_view name, std::string_view valid) {
+  Json const& value = member(request, name, valid);
+  if (!value.is_string()) refuse(name, "is " + asRead(value), valid);
+  return value.get<std::string>();
+}
+
+static std::string oneOf(Json const& request, std::string_view name, Names names) {
+  std::string valid = "one of " + listOf(names);
+  std::string value = text(request, name, valid);
+  if (std::find(names.begin(), names.end(), value) == names.end()) {
+    refuse(name, "is " + asRead(value), valid);
+  }
+  return value;
+}
+
+static Form const& formOf(Json const& request) {
+  std::string valid = "one of " + commandNames();
+  std::string name = text(request, "command", valid);
+  auto hasName = [&](Form const& form) { return form.name == name; };
+  auto const* form = std::find_if(std::begin(forms), std::end(forms), hasName);
+  if (form == std::end(forms)) refuse("command", "is " + asRead(name), valid);
+  return *form;
+}
+
+static void checkMembers(Json const& request, Form const& form) {
+  for (auto const& item : request.items()) {
+    bool known = std::find(form.members.begin(), form.members.end(), item.key()) != form.members.end();
+    if (known || item.key() == "command") continue;
+    throw RequestError(fmt::format("{} is no member of \"{}\"; valid is {}", asRead(item.key()), form.name,
+                                   form.members.empty() ? "none" : listOf(form.members)));
+  }
+}
+
+static Lanet::IpAddr groupOf(Json const& request) {
+  constexpr char const* valid = "a multicast group such as \"239.1.1.1\"";
+  std::string value = text(request, "group", valid);
+  try {
+    Lanet::IpAddr group = Lanet::IpAddr::parse(Zet::String8(value));
+    if (group.isMulticast()) return group;
+  } catch (Zet::Exception const&) {
+    // no address at all
+  }
+  refuse("group", "is " + asRead(value), valid);
+}
+
+static std::optional<int> levelOf(Json const& request) {
+  constexpr char const* valid = "a whole number from 0 to 9, or \"off\"";
+  Json const& value = member(request, "level", valid);
+  if (value == "off") return std::nullopt;
+  bool inRange = value.is_number_unsigned() && value.get<std::uint64_t>() <= 9;
+  if (!inRange) refuse("level", "is " + asRead(value), valid);
+  return value.get<int>();
+}
+
+static void readShow(Json const& json, Request& request) {
+  request.what = oneOf(json, "what", views);
+  if (request.what == "rp") {
+    request.group = groupOf(json);
+  } else if (json.contains("group")) {
+    refuse("group", fmt::format("is given for \"{}\"", request.what), "to give it for \"rp\" alone");
+  }
+}
+
+static void readTrace(Json const& json, Request& request) {
+  constexpr char const* valid = "the name of a trace handle such as \"Pim::Bsr::NonCandidateSm\"";
+  request.handle = text(json, "handle", valid);
+  if (request.handle.empty()) refuse("handle", "is empty", valid);
+  request.level = levelOf(json);
+}
+
+Request parseRequest(std::string_view line) {
+  Json json = objectOf(line);
+  Form const& form = formOf(json);
+  checkMembers(json, form);
+  Request request{.command = form.command};
+  if (form.command == Command::show) readShow(json, request);
+  if (form.command == Command::clear) request.what = oneOf(json, "what", clearable);
+  if (form.command == Command::trace) readTrace(json, request);
+  return request;
+}
+
+// Writing ---------------------------------------------------------------------------------------------------
+
+static std::string dumped(Json const& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string answerLine(Json const& result) { return R"({"ok":true,"result":)" + dumped(result) + "}\n"; }
+
+std::string errorLine(std::string_view error) { return R"({"ok":false,"error":)" + dumped(error) + "}\n"; }
+
+// Lines -----------------------------------------------------------------------------------------------------
+
+std::optional<std::string> LineBuffer::next() {
+  std::size_t end = bytes_.find('\n');
+  if (std::min(end, bytes_.size()) >= longest_) {
+    throw RequestError(fmt::format("a request is longer than {} bytes, its newline included", longest_));
+  }
+  if (end == bytes_.npos) return std::nullopt;
+  std::string line = bytes_.substr(0, end);
+  bytes_.erase(0, end + 1);
+  return line;
+}
+
+bool LineBuffer::isReady() const { return bytes_.size() >= longest_ || bytes_.find('\n') != bytes_.npos; }
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "agent/base/RequestError.h"
+#include "model/Lanet.h"
+
+namespace pimbsr::agent {
+
+/// Bytes of the longest request, its newline included.
+inline constexpr std::size_t maxRequest = 4096;
+
+/// What can be asked over the control socket.
+enum class Command { show, watch, clear, reload, trace, metrics, version };
+
+/// Its name on the wire, and whether it changes nothing of the agent.
+std::string_view nameOf(Command command);
+bool isReading(Command command);
+
+/// A request of which everything was checked but what only a running agent knows.
+struct Request {
+  Command command = Command::version;
+  std::string what;          ///< of show one of viewNames(), of clear one of clearNames(); else empty
+  Lanet::IpAddr group;       ///< of show "rp": the multicast group asked for; else 0.0.0.0
+  std::string handle;        ///< of trace: never empty, and perhaps no handle at all; else empty
+  std::optional<int> level;  ///< of trace: 0 to 9, up to which is traced; nothing is off
+};
+
+/// What `show` can be asked for, and what `clear` can be asked for.
+std::span<std::string_view const> viewNames();
+std::span<std::string_view const> clearNames();
+
+/// Reads one request: a flat JSON object, with or without the newline behind it. Throws RequestError, with
+/// what was read and what would be valid, for anything else: an unknown command or member, one that is
+/// missing, given twice, of another type or out of its range, and anything nested. The text is plain ASCII.
+Request parseRequest(std::string_view line);
+
+/// An answer as one line of JSON with its newline: {"ok":true,"result":...}, or {"ok":false,"error":"..."}.
+/// Bytes that are no UTF-8 are replaced.
+std::string answerLine(nlohmann::ordered_json const& result);
+std::string errorLine(std::string_view error);
+
+/// Collects the bytes of a connection into lines. It holds what was added and not taken yet, so that its
+/// owner bounds its memory by adding nothing while lines are left.
+class LineBuffer {
+ public:
+  /// `longest` counts the newline and is above 0.
+  explicit LineBuffer(std::size_t longest = maxRequest) : longest_(longest) {}
+
+  void add(std::string_view bytes) { bytes_ += bytes; }
+  /// Takes the first line, without its newline; nothing while it is not whole. Throws RequestError once it is
+  /// longer than allowed, and then at each call.
+  std::optional<std::string> next();
+  /// Whether next() would return a line or throw.
+  bool isReady() const;
+  /// Whether nothing is left, not even the beginning of a line.
+  bool empty() const { return bytes_.empty(); }
+  void clear() { bytes_.clear(); }
+
+ private:
+  std::size_t longest_;
+  std::string bytes_;
+};
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,327 @@
+#include "agent/control/ControlServer.h"
+
+#include <fmt/format.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <nlohmann/json.hpp>
+
+#include "runtime/Assert.h"
+
+namespace pimbsr::agent {
+
+using Zet::U64;
+
+ControlServer::ControlServer(uv_loop_t* loop, ControlEndpoint endpoint, RequestHandler& handler,
+                             ControlLimits const& limits)
+    : loop_(loop),
+      endpoint_(std::move(endpoint)),
+      handler_(handler),
+      limits_(limits),
+      agentUser_(geteuid()),
+      socket_(std::make_unique<ControlSocket>(endpoint_.path, endpoint_.group)),
+      poll_(makePoll(loop, socket_->fd(), this)),
+      pause_(makeTimer(loop, this)),
+      answers_(makeIdle(loop, this)) {
+  listen();
+}
+
+ControlServer::~ControlServer() { close(); }
+
+void ControlServer::close() {
+  ZET_ASSERT(!answering_, "a control server is not closed by an answer");
+  connections_.clear();
+  users_.clear();
+  poll_.reset();
+  pause_.reset();
+  answers_.reset();
+  socket_.reset();
+}
+
+// Counting --------------------------------------------------------------------------------------------------
+
+std::size_t ControlServer::clientsOf(uid_t user) const {
+  auto found = users_.find(user);
+  return found == users_.end() ? 0 : found->second.clients;
+}
+
+std::size_t ControlServer::count(uid_t user, ConnectionState state) const {
+  auto matches = [&](auto const& connection) {
+    return connection->user() == user && connection->state() == state;
+  };
+  return static_cast<std::size_t>(std::count_if(connections_.begin(), connections_.end(), matches));
+}
+
+/// Whether users that are not privileged have all places that may be theirs.
+bool ControlServer::isOrdinaryFull() const {
+  std::size_t privileged = clientsOf(0) + (agentUser_ == 0 ? 0 : clientsOf(agentUser_));
+  return connections_.size() - privileged + limits_.reserve >= limits_.clients;
+}
+
+static bool isWatcher(std::unique_ptr<ControlConnection> const& connection) {
+  return connection->isWatcher();
+}
+
+bool ControlServer::hasWatchers() const {
+  return std::any_of(connections_.begin(), connections_.end(), isWatcher);
+}
+
+ControlCounts ControlServer::counts() const {
+  ControlCounts counts = totals_;
+  counts.clients = connections_.size();
+  auto watchers = std::count_if(connections_.begin(), connections_.end(), isWatcher);
+  counts.watchers = static_cast<std::size_t>(watchers);
+  return counts;
+}
+
+ControlStatus ControlServer::status() const {
+  ControlStatus status{.path = endpoint_.path, .readOnly = endpoint_.readOnly, .counts = counts()};
+  for (auto const& [uid, user] : users_) {
+    status.users.push_back({.uid = uid,
+                            .clients = user.clients,
+                            .watchers = count(uid, ConnectionState::watching),
+                            .unread = count(uid, ConnectionState::unread)});
+  }
+  return status;
+}
+
+// Accepting -------------------------------------------------------------------------------------------------
+
+void ControlServer::listen() {
+  auto call = [](uv_poll_t* poll, int, int) { static_cast<ControlServer*>(poll->data)->acceptSome(); };
+  uv_poll_start(poll_.get(), UV_READABLE, call);
+}
+
+/// A client that waits for a descriptor would wake the loop again at once, in vain.
+void ControlServer::pause() {
+  uv_poll_stop(poll_.get());
+  auto call = [](uv_timer_t* timer) { static_cast<ControlServer*>(timer->data)->listen(); };
+  uv_timer_start(pause_.get(), call, static_cast<uint64_t>(limits_.acceptPause.count()), 0);
+}
+
+/// Several at once, so that a user who connects without end doesn't keep others waiting in the kernel's
+/// queue; and not all, so that the loop gets on.
+void ControlServer::acceptSome() {
+  for (std::size_t n = 0; n < limits_.acceptsPerTurn; ++n) {
+    if (!acceptNext()) break;
+  }
+}
+
+/// The uid of a client when it connected. Without that it is nobody's, who shares with all such.
+static uid_t userOf(FileDescriptor const& client) {
+  ucred credentials{};
+  socklen_t size = sizeof credentials;
+  bool known = getsockopt(client.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) == 0;
+  return known ? credentials.uid : static_cast<uid_t>(-1);
+}
+
+bool ControlServer::acceptNext() {
+  FileDescriptor client(accept4(socket_->fd(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  if (!client) {
+    if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) pause();
+    return false;
+  }
+  uid_t user = userOf(client);
+  try {
+    if (hasPlaceFor(user) || makePlaceFor(user)) {
+      take(std::move(client), user);
+    } else {
+      refuse(client);
+    }
+  } catch (std::exception const&) {
+    ++totals_.failed;
+  }
+  return true;
+}
+
+void ControlServer::take(FileDescriptor client, uid_t user) {
+  ConnectionOwner& self = *this;
+  auto connection = std::make_unique<ControlConnection>(loop_, std::move(client), user, limits_, self);
+  User& its = users_[user];
+  connections_.push_back(std::move(connection));
+  ++its.clients;
+}
+
+/// A new socket has room for the line; if not, its client learns by the end of the connection.
+void ControlServer::refuse(FileDescriptor const& client) {
+  ++totals_.refused;
+  std::string line =
+      errorLine(fmt::format("{} clients are connected, and no more are served; 'pimbsr show control' has "
+                            "their users",
+                            connections_.size()));
+  [[maybe_unused]] auto sent = send(client.get(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+// Giving way ------------------------------------------------------------------------------------------------
+
+bool ControlServer::hasPlaceFor(uid_t user) const {
+  if (connections_.size() >= limits_.clients) return false;
+  return isPrivileged(user) || !isOrdinaryFull();
+}
+
+/// Whether the end of a connection of `other` may make the place that a new one of `user` needs. That of a
+/// privileged user makes none while only the places of the others are taken.
+bool ControlServer::mayTakeFrom(uid_t other, uid_t user) const {
+  if (isPrivileged(user) && !isPrivileged(other)) return true;
+  if (!isPrivileged(user) && isPrivileged(other) && isOrdinaryFull()) return false;
+  return clientsOf(other) > clientsOf(user);
+}
+
+/// Whether a connection gives way to a new one of `user` at this step.
+bool ControlServer::givesWay(ControlConnection const& connection, uid_t user, GivingWay step) const {
+  bool mayTake = mayTakeFrom(connection.user(), user);
+  ConnectionState state = connection.state();
+  if (step == GivingWay::asking) {
+    return mayTake && (state == ConnectionState::asking || state == ConnectionState::idle);
+  }
+  if (step == GivingWay::idle) {
+    return (mayTake || connection.user() == user) && state == ConnectionState::idle &&
+           !connection.hasRequestInKernel();
+  }
+  if (!mayTake || state != ConnectionState::unread) return false;
+  bool isUrgent = isPrivileged(user) && !isPrivileged(connection.user());
+  auto grace = static_cast<U64>(limits_.unreadGrace.count());
+  return isUrgent || uv_now(loop_) >= connection.since() + grace;
+}
+
+/// The longest in its state, of the user with the most connections among those that give way.
+ControlConnection* ControlServer::nextToGiveWay(uid_t user, GivingWay step) const {
+  U64 now = uv_now(loop_);
+  auto rank = [&](ControlConnection const& each) {
+    return std::pair(clientsOf(each.user()), now - each.since());
+  };
+  ControlConnection* found = nullptr;
+  for (auto const& each : connections_) {
+    if (found != nullptr && rank(*each) <= rank(*found)) continue;
+    if (givesWay(*each, user, step)) found = each.get();
+  }
+  return found;
+}
+
+bool ControlServer::makePlaceFor(uid_t user) {
+  ControlConnection* connection = nullptr;
+  for (GivingWay step : {GivingWay::idle, GivingWay::unread, GivingWay::asking}) {
+    if (connection == nullptr) connection = nextToGiveWay(user, step);
+  }
+  if (connection == nullptr) return false;
+  connection->giveWay(errorLine(fmt::format(
+      "this connection gave way to a new one: {} clients are connected, {} of them of user {}, and idle ones "
+      "give way first",
+      connections_.size(), clientsOf(connection->user()), connection->user())));
+  sweep();
+  return true;
+}
+
+// Answering -------------------------------------------------------------------------------------------------
+
+U64 ControlServer::asks() {
+  auto call = [](uv_idle_t* idle) { static_cast<ControlServer*>(idle->data)->answerSome(); };
+  uv_idle_start(answers_.get(), call);
+  return ++tickets_;
+}
+
+/// Users take turns, so that one who asks much delays another by one answer at most; then who asked first.
+ControlConnection* ControlServer::nextAsking(U64 lastTicket) const {
+  ControlConnection* found = nullptr;
+  auto rank = [&](ControlConnection const& each) {
+    return std::pair(users_.at(each.user()).lastAnswer, each.ticket());
+  };
+  for (auto const& each : connections_) {
+    if (each->ticket() == 0 || each->ticket() > lastTicket) continue;
+    if (found == nullptr || rank(*each) < rank(*found)) found = each.get();
+  }
+  return found;
+}
+
+/// One answer at least, and each connection one at most.
+void ControlServer::answerSome() {
+  U64 const lastTicket = tickets_, start = uv_hrtime();
+  U64 const budget = static_cast<U64>(limits_.answersPerTurn.count()) * 1'000'000;
+  do {
+    ControlConnection* next = nextAsking(lastTicket);
+    if (next == nullptr) break;
+    users_.at(next->user()).lastAnswer = ++answered_;
+    next->answer();
+  } while (uv_hrtime() - start < budget);
+  if (nextAsking(tickets_) == nullptr) uv_idle_stop(answers_.get());
+}
+
+std::string ControlServer::watchError(uid_t user) const {
+  if (std::size_t own = count(user, ConnectionState::watching); own >= limits_.userWatches)
+    return fmt::format("user {} has {} watches, and no more are granted to one user", user, own);
+  std::size_t all = counts().watchers, open = limits_.watches;
+  if (!isPrivileged(user)) open -= std::min(open, limits_.reserve);
+  if (all < open) return {};
+  return fmt::format("there are {} watches, and no more are granted{}", all,
+                     isPrivileged(user) ? "" : " but to root and the agent's own user");
+}
+
+/// Why a request is beyond the share of its user; empty if it isn't.
+std::string ControlServer::shareError(ControlConnection const& connection, Request const& request) const {
+  uid_t user = connection.user();
+  if (std::size_t unread = count(user, ConnectionState::unread); unread >= limits_.userUnread)
+    return fmt::format("{} answers to user {} wait to be read, and no more are made until then", unread,
+                       user);
+  return request.command == Command::watch ? watchError(user) : "";
+}
+
+nlohmann::ordered_json ControlServer::resultOf(Request const& request) {
+  if (!endpoint_.readOnly || isReading(request.command)) return handler_.answer(request);
+  throw RequestError(fmt::format(
+      "\"{}\" is refused on the read-only socket {}; {}", nameOf(request.command), endpoint_.path,
+      endpoint_.fullPath.empty() ? "the configuration has no other" : "use " + endpoint_.fullPath));
+}
+
+Reply ControlServer::reply(ControlConnection const& connection, std::string const& line) {
+  ++totals_.requests;
+  answering_ = true;
+  Reply result;
+  try {
+    Request request = parseRequest(line);
+    if (std::string error = shareError(connection, request); !error.empty()) {
+      ++totals_.refusedRequests;
+      result = {.line = errorLine(error), .atOnce = true};
+    } else {
+      result = {.line = answerLine(resultOf(request)), .watch = request.command == Command::watch};
+    }
+  } catch (RequestError const& refusal) {
+    result = {.line = errorLine(refusal.what())};
+  } catch (std::exception const& fault) {
+    result = {.line = errorLine(fmt::format("the agent failed to answer: {}", fault.what()))};
+  }
+  answering_ = false;
+  return result;
+}
+
+void ControlServer::publish(std::string_view jsonLine) {
+  if (!hasWatchers()) return;
+  ZET_ASSERT(jsonLine.find('\n') == jsonLine.npos, "a published line is one line");
+  auto line = std::make_shared<std::string const>(std::string(jsonLine) + '\n');
+  for (auto const& connection : connections_) {
+    if (connection->isWatcher()) connection->publish(line);
+  }
+  sweep();
+}
+
+// Ends ------------------------------------------------------------------------------------------------------
+
+void ControlServer::served(ControlConnection& connection) {
+  if (connection.isOver()) sweep();
+}
+
+void ControlServer::sweep() {
+  for (auto const& connection : connections_) {
+    if (!connection->isOver()) continue;
+    totals_.slow += connection->end() == ConnectionEnd::slow;
+    totals_.silent += connection->end() == ConnectionEnd::silent;
+    totals_.gaveWay += connection->end() == ConnectionEnd::gaveWay;
+    totals_.failed += connection->end() == ConnectionEnd::failed;
+    auto user = users_.find(connection->user());
+    if (--user->second.clients == 0) users_.erase(user);
+  }
+  std::erase_if(connections_, [](auto const& connection) { return connection->isOver(); });
+}
+
+}  // namespace pimbsr::agent

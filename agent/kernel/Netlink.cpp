@@ -1,0 +1,207 @@
+#include "agent/kernel/Netlink.h"
+
+#include <libmnl/libmnl.h>
+#include <linux/rtnetlink.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+namespace pimbsr::agent {
+
+using Bytes = std::span<U8 const>;
+using Clock = std::chrono::steady_clock;
+
+/// The kernel makes none that is longer than half of this.
+static constexpr std::size_t longestDatagram = 65536;
+/// Notices that are taken before the view is brought up to date, so that a flood of them ends somewhere.
+static constexpr int noticesAtOnce = 10000;
+/// How often everything is asked for that goes on changing while it is told.
+static constexpr int attempts = 5;
+/// The kernel answers within the call that asks; what takes longer must not hold up the timers for long.
+static constexpr std::chrono::seconds patience{2};
+
+void CloseNetlink::operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
+
+[[noreturn]] static void fail(char const* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+static mnl_socket* openSocket() {
+  mnl_socket* socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (socket == nullptr) fail("opening netlink, by which the kernel tells of interfaces and routes");
+  return socket;
+}
+
+/// Listens before it asks, so that no change falls between.
+Netlink::Netlink(int receiveBuffer)
+    : notices_(openSocket()), answers_(openSocket()), buffer_(longestDatagram) {
+  setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);  // less will do
+  unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
+  if (mnl_socket_bind(notices_.get(), groups, MNL_SOCKET_AUTOPID) < 0 ||
+      mnl_socket_bind(answers_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
+    fail("binding netlink, by which the kernel tells of interfaces and routes");
+  }
+  int nextHops = RTNLGRP_NEXTHOP;  // a kernel before 5.3 has no next hops of their own, nor this group
+  mnl_socket_setsockopt(notices_.get(), NETLINK_ADD_MEMBERSHIP, &nextHops, sizeof nextHops);
+  if (!askAnew()) fail("asking the kernel for its interfaces, addresses and routes");
+}
+
+int Netlink::fd() const { return mnl_socket_get_fd(notices_.get()); }
+
+bool Netlink::read() {
+  bool changed = followNotices();
+  if (isStale_) changed = askAnew().value_or(false) || changed;
+  return changed;
+}
+
+// Datagrams ---------------------------------------------------------------------------------------------
+
+/// Takes a datagram that waits; empty, with errno, if there is none. Only the kernel is listened to.
+static std::optional<Bytes> receive(mnl_socket const* socket, std::vector<U8>& buffer) {
+  for (;;) {
+    sockaddr_nl sender{};
+    socklen_t senderSize = sizeof sender;
+    ssize_t length = recvfrom(mnl_socket_get_fd(socket), buffer.data(), buffer.size(), MSG_TRUNC,
+                              reinterpret_cast<sockaddr*>(&sender), &senderSize);
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0) return {};
+    if (sender.nl_pid != 0) continue;
+    if (static_cast<std::size_t>(length) <= buffer.size()) return Bytes(buffer.data(), length);
+    errno = ENOBUFS;  // as with any notice that was too much
+    return {};
+  }
+}
+
+/// Calls `handle` with each whole message of a datagram.
+template <class Handle>
+static void forEachMessage(Bytes datagram, Handle handle) {
+  int left = static_cast<int>(datagram.size());
+  auto const* message = reinterpret_cast<nlmsghdr const*>(datagram.data());
+  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) handle(*message);
+}
+
+/// Once notices were lost the kernel sends none, and doesn't say so, until those that wait are taken; they
+/// end therefore, and have to be taken to the last one before anything is asked. What they tell the answer
+/// will.
+bool Netlink::followNotices() {
+  bool changed = false;
+  bool isOverrun = false;
+  for (int i = 0; i < noticesAtOnce || isOverrun; ++i) {
+    std::optional<Bytes> datagram = receive(notices_.get(), buffer_);
+    if (datagram && !isStale_) changed = follow(*datagram) || changed;
+    if (datagram) continue;
+    if (errno != ENOBUFS) break;
+    isOverrun = isStale_ = true;
+  }
+  return changed;
+}
+
+bool Netlink::follow(Bytes datagram) {
+  bool changed = false;
+  forEachMessage(datagram, [&](nlmsghdr const& message) {
+    KernelTables::Outcome outcome = tables_.follow(message);
+    if (outcome == KernelTables::Outcome::changed) changed = true;
+    if (outcome == KernelTables::Outcome::unclear) isStale_ = true;
+  });
+  return changed;
+}
+
+// Questions and answers ---------------------------------------------------------------------------------
+
+/// Asks for links first. The kernel gives notice of a link's or an address's end before it takes the routes
+/// along, and newer kernels tell routes meanwhile; but links they tell only when such a change is complete.
+/// Returns whether the view is another one now, and nothing if the kernel failed to answer.
+std::optional<bool> Netlink::askAnew() {
+  Answer answer = Answer::interrupted;
+  KernelRecords records;
+  auto until = Clock::now() + patience;
+  for (int i = 0; i < attempts && answer == Answer::interrupted; ++i) {
+    records = {};
+    answer = Answer::complete;
+    for (U16 type : {RTM_GETLINK, RTM_GETADDR, RTM_GETROUTE}) {
+      Answer one = ask(type, records, until);
+      if (one == Answer::failed) return {};
+      if (one == Answer::interrupted) answer = one;
+    }
+  }
+  // What went on changing to the last is told nearly rightly, which is better than as it was.
+  isStale_ = answer != Answer::complete;
+  return tables_.replace(std::move(records));
+}
+
+Netlink::Answer Netlink::ask(U16 type, KernelRecords& records, Clock::time_point until) {
+  while (receive(answers_.get(), buffer_) && Clock::now() < until) {
+    // What is left of an answer that wasn't waited for would keep the kernel from giving another one.
+  }
+  if (!sendRequest(type)) return Answer::failed;
+  Answer answer = Answer::complete;
+  for (bool isDone = false; !isDone && answer != Answer::failed;) {
+    if (!waitForAnswer(until)) return Answer::failed;
+    if (auto datagram = receive(answers_.get(), buffer_)) {
+      isDone = takeAnswer(*datagram, records, answer);
+    } else if (errno != EAGAIN) {
+      return Answer::failed;
+    }
+  }
+  return answer;
+}
+
+bool Netlink::sendRequest(U16 type) {
+  alignas(nlmsghdr) std::array<char, 128> room{};
+  nlmsghdr* request = mnl_nlmsg_put_header(room.data());
+  request->nlmsg_type = type;
+  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request->nlmsg_seq = ++sequence_;
+  if (type == RTM_GETLINK) {
+    mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
+    mnl_attr_put_u32(request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+  } else if (type == RTM_GETADDR) {
+    auto* fixed = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));
+    fixed->ifa_family = AF_INET;
+  } else {
+    auto* fixed = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)));
+    fixed->rtm_family = AF_INET;
+  }
+  return mnl_socket_sendto(answers_.get(), request, request->nlmsg_len) >= 0;
+}
+
+/// False, with errno, if the time is over.
+bool Netlink::waitForAnswer(Clock::time_point until) const {
+  using Milliseconds = std::chrono::duration<int, std::milli>;
+  auto left = std::chrono::duration_cast<Milliseconds>(until - Clock::now());
+  pollfd waiting{.fd = mnl_socket_get_fd(answers_.get()), .events = POLLIN, .revents = 0};
+  int ready = poll(&waiting, 1, std::max(left.count(), 0));
+  if (ready == 0) errno = ETIMEDOUT;
+  return ready > 0 || (ready < 0 && errno == EINTR);
+}
+
+/// The kernel's word on how it went: 0, or the number of an error below 0.
+static int resultIn(nlmsghdr const& message) {
+  int result = 0;
+  if (mnl_nlmsg_get_payload_len(&message) < sizeof result) return 0;
+  std::memcpy(&result, mnl_nlmsg_get_payload(&message), sizeof result);
+  return result;
+}
+
+/// Returns whether the answer ends here.
+bool Netlink::takeAnswer(Bytes datagram, KernelRecords& records, Answer& answer) const {
+  bool isDone = false;
+  forEachMessage(datagram, [&](nlmsghdr const& message) {
+    if (message.nlmsg_seq != sequence_ || isDone) return;
+    if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) answer = Answer::interrupted;
+    isDone = message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR;
+    if (!isDone) return records.add(message);
+    if (int result = resultIn(message); result < 0) {
+      errno = -result;
+      answer = Answer::failed;
+    }
+  });
+  return isDone;
+}
+
+}  // namespace pimbsr::agent

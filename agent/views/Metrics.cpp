@@ -1,0 +1,230 @@
+#include "agent/views/Metrics.h"
+
+#include <prometheus/text_serializer.h>
+
+#include <algorithm>
+#include <limits>
+#include <map>
+
+#include "agent/base/Names.h"
+#include "host/Machines.h"
+#include "host/Views.h"
+
+namespace pimbsr::agent {
+
+using host::MessageKind;
+using prometheus::ClientMetric;
+using prometheus::MetricFamily;
+using prometheus::MetricType;
+
+namespace {
+
+using Families = std::vector<MetricFamily>;
+using Labels = std::vector<ClientMetric::Label>;
+
+/// One metric by its name, of which samples are added with their labels.
+class Family {
+ public:
+  Family(Families& families, MetricType type, std::string name, std::string help)
+      : families_(families), index_(families.size()) {
+    families.push_back({"pimbsr_" + std::move(name), std::move(help), type, {}});
+  }
+
+  void add(double value, Labels labels = {}) {
+    MetricFamily& family = families_[index_];
+    ClientMetric& metric = family.metric.emplace_back();
+    metric.label = std::move(labels);
+    (family.type == MetricType::Counter ? metric.counter.value : metric.gauge.value) = value;
+  }
+  void add(U64 value, Labels labels = {}) { add(static_cast<double>(value), std::move(labels)); }
+
+ private:
+  Families& families_;
+  std::size_t index_;
+};
+
+std::string textOf(Lanet::IpGenPrefix const& zone) {
+  return zone.isEmpty() ? "other" : std::string(zone.stringValue().view());
+}
+
+// Zones -------------------------------------------------------------------------------------------------
+
+void addTotals(Families& families, Observed const& observed) {
+  std::string const ofZones =
+      " When a zone is forgotten, its count moves into zone=\"other\": rate() of that jumps then, though "
+      "nothing happened.";
+  auto each = [&](char const* name, char const* help, U64 ZoneTotals::*total) {
+    Family family(families, MetricType::Counter, name, help + ofZones);
+    for (auto const& [zone, totals] : observed.history.totals()) {
+      family.add(totals.*total, {{"zone", textOf(zone)}});
+    }
+  };
+  each("elections_total",
+       "Times that a zone without a BSR got one, or that this router became the BSR of a zone, also in place "
+       "of another.",
+       &ZoneTotals::elections);
+  each(
+      "bsr_changes_total",
+      "Times that the BSR of a zone was replaced by another, or that the same one announced another priority "
+      "or hash mask length, or became or ceased to be this router.",
+      &ZoneTotals::bsrChanges);
+  each("bsr_losses_total", "Times that a zone lost its BSR and had none then.", &ZoneTotals::bsrLosses);
+  Family churn(families, MetricType::Counter, "rp_set_changes_total",
+               "RPs of a zone that changed, by change." + ofZones);
+  for (auto const& [zone, totals] : observed.history.totals()) {
+    churn.add(totals.rps.added, {{"zone", textOf(zone)}, {"change", "added"}});
+    churn.add(totals.rps.updated, {{"zone", textOf(zone)}, {"change", "updated"}});
+    churn.add(totals.rps.removed, {{"zone", textOf(zone)}, {"change", "removed"}});
+    churn.add(totals.rps.expired, {{"zone", textOf(zone)}, {"change", "expired"}});
+  }
+}
+
+void addZones(Families& families, Observed const& observed) {
+  std::vector<host::ZoneView> zones = host::zonesOf(observed.router);
+  auto each = [&](char const* name, char const* help, auto const& valueOf) {
+    Family family(families, MetricType::Gauge, name, help);
+    for (host::ZoneView const& zone : zones) family.add(valueOf(zone), {{"zone", textOf(zone.zone)}});
+  };
+  each("bsr_known", "1 if a zone has a BSR.", [](auto& zone) { return zone.bsr ? 1.0 : 0.0; });
+  each("bsr_elected", "1 if this router is the elected BSR of a zone.", [&](auto& zone) {
+    return host::machineOf(observed.router, zone.zone, observed.now()).elected ? 1.0 : 0.0;
+  });
+  each("rp_set_ranges", "Group ranges in the RP set of a zone.",
+       [](auto& zone) { return zone.rpSet.size(); });
+  each("rp_set_rps", "RPs in the RP set of a zone, counted once for each group range.", [](auto& zone) {
+    U64 count = 0;
+    for (host::RangeView const& range : zone.rpSet) count += range.rps.size();
+    return count;
+  });
+}
+
+// Messages ----------------------------------------------------------------------------------------------
+
+void addMessages(Families& families, Observed const& observed) {
+  auto each = [&](char const* name, char const* help, auto const& addTo) {
+    Family family(families, MetricType::Counter, name, help);
+    for (auto const& [intf, kinds] : observed.traffic.byInterface()) {
+      for (auto const& [kind, counts] : kinds) {
+        addTo(family, Labels{{"interface", intf}, {"kind", std::string(keyOf(kind))}}, counts);
+      }
+    }
+  };
+  auto with = [](Labels labels, char const* outcome) {
+    labels.push_back({"outcome", outcome});
+    return labels;
+  };
+  each("messages_received_total", "PIM messages that arrived, by outcome.",
+       [&](Family& family, Labels const& labels, PacketCounts const& counts) {
+         if (counts.received == 0) return;
+         family.add(counts.received - counts.refused, with(labels, "accepted"));
+         family.add(counts.refused, with(labels, "refused"));
+       });
+  each("messages_sent_total",
+       "PIM messages given to the kernel, by outcome. Those sent by unicast routes have an empty interface.",
+       [&](Family& family, Labels const& labels, PacketCounts const& counts) {
+         if (counts.sent + counts.sendFailed == 0) return;
+         family.add(counts.sent, with(labels, "sent"));
+         family.add(counts.sendFailed, with(labels, "failed"));
+       });
+}
+
+void addDrops(Families& families, Observed const& observed) {
+  std::map<std::pair<std::string_view, MessageKind>, U64> counts;
+  for (auto const& [key, row] : observed.drops.rows()) counts[{key.reason, key.kind}] += row.count;
+  Family drops(families, MetricType::Counter, "drops_total", "PIM messages that were refused, by reason.");
+  for (auto const& [key, count] : counts) {
+    drops.add(count, {{"reason", std::string(key.first)}, {"kind", std::string(keyOf(key.second))}});
+  }
+}
+
+void addKernelLosses(Families& families, Observed const& observed) {
+  Family losses(
+      families, MetricType::Counter, "kernel_lost_packets_total",
+      "Packets that found the receive buffer of their queue full. Those to single addresses have an "
+      "empty interface.");
+  for (auto const& [intf, report] : observed.links) {
+    for (auto const& [kind, counts] : report.queues)
+      losses.add(counts.lost, {{"interface", intf}, {"queue", std::string(keyOf(kind))}});
+  }
+}
+
+void addNeighbors(Families& families, Observed const& observed) {
+  std::map<std::string, U64> counts;
+  for (auto intf = observed.router.pimStatus()->pimIntfIterator(); intf; ++intf) {
+    counts[std::string(intf->intfId().stringValue().view())] = intf->neighborCount();
+  }
+  Family neighbors(families, MetricType::Gauge, "neighbors", "PIM neighbours of an interface.");
+  for (auto const& [intf, count] : counts) neighbors.add(count, {{"interface", intf}});
+}
+
+// Control sockets ---------------------------------------------------------------------------------------
+
+void addControls(Families& families, Observed const& observed) {
+  auto labels = [](ControlStatus const& control, Labels more = {}) {
+    more.insert(more.begin(), {"socket", control.readOnly ? "read-only" : "full"});
+    return more;
+  };
+  Family clients(families, MetricType::Gauge, "control_clients", "Connections to a control socket now.");
+  for (ControlStatus const& control : observed.controls)
+    clients.add(static_cast<double>(control.counts.clients), labels(control));
+  Family watchers(families, MetricType::Gauge, "control_watchers", "Watches of a control socket now.");
+  for (ControlStatus const& control : observed.controls)
+    watchers.add(static_cast<double>(control.counts.watchers), labels(control));
+  Family requests(families, MetricType::Counter, "control_requests_total",
+                  "Requests that were answered, with a result or an error.");
+  for (ControlStatus const& control : observed.controls)
+    requests.add(control.counts.requests, labels(control));
+  Family over(families, MetricType::Counter, "control_limited_total",
+              "Connections that were refused or ended and requests that were refused, by reason.");
+  static constexpr std::pair<char const*, U64 ControlCounts::*> reasons[] = {
+      {"refused", &ControlCounts::refused}, {"refusedRequests", &ControlCounts::refusedRequests},
+      {"gaveWay", &ControlCounts::gaveWay}, {"slow", &ControlCounts::slow},
+      {"silent", &ControlCounts::silent},   {"failed", &ControlCounts::failed}};
+  for (ControlStatus const& control : observed.controls)
+    for (auto const& [reason, count] : reasons)
+      over.add(control.counts.*count, labels(control, {{"reason", reason}}));
+}
+
+// Timers and the process --------------------------------------------------------------------------------
+
+void addLateness(Families& families, Punctuality const& punctuality) {
+  families.push_back({"pimbsr_timer_lateness_seconds",
+                      "How late due timers were served, in real time.",
+                      MetricType::Histogram,
+                      {}});
+  auto& histogram = families.back().metric.emplace_back().histogram;
+  histogram.sample_count = punctuality.count();
+  histogram.sample_sum = punctuality.sum();
+  for (std::size_t i = 0; i < Punctuality::bounds.size(); ++i) {
+    histogram.bucket.push_back({punctuality.atMost(i), Punctuality::bounds[i]});
+  }
+  histogram.bucket.push_back({punctuality.count(), std::numeric_limits<double>::infinity()});
+}
+
+void addProcess(Families& families, Observed const& observed) {
+  Family(families, MetricType::Gauge, "timers_armed", "Timers that are running.")
+      .add(static_cast<double>(observed.router.timerWheel()->armed()));
+  addLateness(families, observed.punctuality);
+  Family(families, MetricType::Counter, "notification_exceptions_total",
+         "Exceptions caught inside the engine; each is a fault of this program.")
+      .add(observed.router.context().notificationExceptions());
+  Family(families, MetricType::Gauge, "uptime_seconds", "Time since the agent started, on its own clock.")
+      .add(std::max(0.0, observed.now() - observed.startTime));
+}
+
+}  // namespace
+
+std::string metricsText(Observed const& observed) {
+  Families families;
+  addTotals(families, observed);
+  addZones(families, observed);
+  addMessages(families, observed);
+  addDrops(families, observed);
+  addKernelLosses(families, observed);
+  addNeighbors(families, observed);
+  addControls(families, observed);
+  addProcess(families, observed);
+  return prometheus::TextSerializer().Serialize(families);
+}
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,50 @@
+#include "cli/base/LimitOption.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+#include "agent/config/ConfigKeys.h"
+#include "cli/base/Errors.h"
+#include "host/Limits.h"
+
+namespace pimbsr::cli {
+
+using host::Limit;
+using Zet::U32;
+using Zet::U64;
+
+static std::optional<U64> numberOf(std::string_view text) {
+  U64 number = 0;
+  char const* end = text.data() + text.size();
+  auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+static Limit const& limitOf(std::string_view name) {
+  auto matches = [name](Limit const& limit) { return limit.name == name; };
+  auto limit = std::find_if(host::limits().begin(), host::limits().end(), matches);
+  if (limit != host::limits().end()) return *limit;
+  throw UsageError(fmt::format("--limit: {}: {}", name, agent::unknownKeyText("limits", name)));
+}
+
+void parseLimit(std::string const& text, host::Screening& limits) {
+  if (text == "none") return host::copyLimits({}, limits);
+  std::size_t equals = text.find('=');
+  if (equals == std::string::npos)
+    throw UsageError(fmt::format("--limit: '{}' is neither KEY=N nor none", text));
+  Limit const& limit = limitOf(std::string_view(text).substr(0, equals));
+  agent::ConfigKey const& key = agent::configKey("limits", limit.name);
+  std::optional<U64> number = numberOf(std::string_view(text).substr(equals + 1));
+  if (!number || *number < key.least || *number > key.most) {
+    throw UsageError(fmt::format("--limit: {}: '{}' is not valid; valid is {}", limit.name,
+                                 text.substr(equals + 1), agent::validText(key)));
+  }
+  limits.*limit.value = static_cast<U32>(*number);
+}
+
+}  // namespace pimbsr::cli

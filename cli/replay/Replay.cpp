@@ -1,0 +1,176 @@
+#include "cli/replay/Replay.h"
+
+#include <optional>
+#include <utility>
+
+#include "cli/replay/PimFilter.h"
+#include "cli/replay/ReplayWorld.h"
+#include "wire/Wire.h"
+
+namespace pimbsr::cli {
+
+namespace Packet = Routing::Pim::Packet;
+using host::Change;
+using host::ChangeKind;
+using host::MessageKind;
+using host::Reception;
+using Lanet::IpGenPrefix;
+
+// Changes ---------------------------------------------------------------------------------------------
+
+/// Collects the changes of one event.
+class Replay::Recorder final : public host::ChangeSink {
+ public:
+  void onChange(Change const& change) override { changes_.push_back(change); }
+
+  std::vector<Change> take() {
+    host::sortByAddress(changes_);
+    return std::exchange(changes_, {});
+  }
+
+ private:
+  std::vector<Change> changes_;
+};
+
+// The clock -------------------------------------------------------------------------------------------
+
+Replay::Replay(ReplayOptions const& options, ReplayReport& report, std::ostream& traceOut)
+    : options_(options),
+      report_(report),
+      world_(std::make_unique<World>(options, traceOut)),
+      recorder_(std::make_unique<Recorder>()) {}
+
+Replay::~Replay() = default;
+
+double Replay::elapsed() const { return world_->context.now() - startTime_; }
+
+/// The router starts at the time of the first packet: a gate takes No-Forward messages by its age.
+void Replay::start(Frame const* first) {
+  if (first != nullptr) first_ = first->time;
+  startTime_ = first_.isReal() ? first_.value() : Zet::Context::firstTime;
+  world_->context.startTimeIs(startTime_);
+  host::RouterOptions router = options_.router;
+  router.rpf = world_->rpf;
+  router_ = std::make_unique<host::Router>(world_->context, world_->port, router);
+  router_->interfaceIs(world_->intfId, 1500);
+  observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), *recorder_);
+  if (first != nullptr) report_.onStart(first_);
+}
+
+void Replay::runTo(double time) {
+  for (double next = router_->nextExpiry(); next <= time; next = router_->nextExpiry()) {
+    world_->context.nowIs(next);
+    router_->advance();
+    observer_->flush();
+    std::vector<Change> changes = recorder_->take();
+    if (!changes.empty()) report_.onTimers(elapsed(), changes);
+  }
+  world_->context.nowIs(time);
+}
+
+// Packets ---------------------------------------------------------------------------------------------
+
+void Replay::playFrame(Frame const& frame) {
+  if (!router_) start(&frame);
+  runTo(std::max(world_->context.now(), startTime_ + frame.time.since(first_)));
+  if (!isPim(frame.packet)) return;
+  ++messages_.pim;
+  if (frame.packet.version == 4) {
+    playIpv4(frame.packet);
+  } else {
+    ++messages_.other;
+  }
+}
+
+/// The Bootstrap Message of a reception; null if it is of another kind.
+static Packet::BootstrapMessage const* bsmOf(Reception const& reception) {
+  if (reception.kind != MessageKind::bootstrap) return nullptr;
+  return static_cast<Packet::BootstrapMessage const*>(reception.message.ptr());
+}
+
+void Replay::playIpv4(IpPacket const& packet) {
+  if (auto ip = wire::parseIpv4(packet.bytes)) world_->rpf->sourceIs(ip->source);
+  Zet::U32 before = router_->status()->counters()->rxBsm();
+  observer_->messageInHand();
+  Reception reception = router_->receive(world_->intfId, packet.bytes);
+  observer_->flush();
+  count(reception);
+  bool reachedGate = router_->status()->counters()->rxBsm() != before;
+  Packet::BootstrapMessage const* bsm = bsmOf(reception);
+  // The gate asks about most BSMs, but not about those that it refuses for their destination.
+  if (reachedGate && bsm->forward()) world_->rpf->heard(bsm->bsrAddress(), reception.source);
+  std::vector<Change> changes = recorder_->take();
+  bool silent = reception.kind == MessageKind::hello || reception.kind == MessageKind::other;
+  if (!silent) report_.onMessage(describe(reception), changes);
+}
+
+void Replay::count(Reception const& reception) {
+  switch (reception.kind) {
+    case MessageKind::bootstrap:
+      ++messages_.bsm;
+      break;
+    case MessageKind::crpAdv:
+      ++messages_.crpAdv;
+      break;
+    case MessageKind::hello:
+      ++messages_.hello;
+      break;
+    case MessageKind::malformed:
+      ++messages_.malformed;
+      break;
+    default:
+      ++messages_.other;
+  }
+  if (reception.accepted()) return;
+  DropCount& drop = messages_.dropped[std::string(reception.reason)];
+  ++drop.count;
+  drop.sentence = reception.sentence;
+}
+
+static IpGenPrefix zoneOf(Packet::BootstrapMessage const& bsm, IpGenPrefix const& globalZone) {
+  auto first = bsm.groupRpData()->groupDataFirst();
+  return first && first->groupFlags().scoped() ? first->prefix() : globalZone;
+}
+
+PlayedMessage Replay::describe(Reception const& reception) const {
+  PlayedMessage played{.time = elapsed(), .reception = reception};
+  Packet::BootstrapMessage const* bsm = bsmOf(reception);
+  if (bsm == nullptr) return played;
+  played.rpfNeighbor = world_->rpf->neighbor(bsm->bsrAddress());
+  played.zone = zoneOf(*bsm, router_->root()->globalOrNonScopeZone());
+  auto elected = router_->status()->bootstrapRouter(played.zone);
+  if (!elected || !reception.accepted()) return played;
+  using Routing::Pim::Bsr::PimBsrWeight;
+  PimBsrWeight told(bsm->bsrPriority(), bsm->bsrAddress());
+  PimBsrWeight stands(static_cast<Zet::U8>(elected->priority()), elected->ipAddr());
+  if (told < stands) played.betterBsr = host::viewOf(*elected);
+  return played;
+}
+
+// The whole -------------------------------------------------------------------------------------------
+
+void Replay::play(Capture& capture) {
+  Frame frame;
+  try {
+    while (capture.next(frame)) playFrame(frame);
+  } catch (CaptureError const&) {
+    end(false, frame.number, 0);
+    throw;
+  }
+  end(true, frame.number, options_.until);
+}
+
+void Replay::end(bool complete, U64 frames, double runOn) {
+  if (!router_) start(nullptr);
+  ReplayResult result{.complete = complete, .frames = frames, .lastPacket = elapsed()};
+  runTo(world_->context.now() + runOn);
+  result.end = elapsed();
+  result.now = world_->context.now();
+  result.exceptions = world_->context.notificationExceptions();
+  result.messages = messages_;
+  result.zones = host::zonesOf(*router_);
+  result.counters = host::countersOf(*router_->status()->counters());
+  report_.onEnd(result);
+}
+
+}  // namespace pimbsr::cli

@@ -1,0 +1,68 @@
+#include "cli/replay/ReplayOptions.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+#include "cli/base/Errors.h"
+
+namespace pimbsr::cli {
+
+using Lanet::IpGenAddr;
+using Zet::U32;
+using Zet::U64;
+
+/// The whole text as a number, or nothing.
+template <class Number>
+static std::optional<Number> numberOf(std::string const& text) {
+  Number number{};
+  char const* end = text.data() + text.size();
+  auto [stop, fault] = std::from_chars(text.data(), end, number);
+  if (fault != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+static U32 parseSeconds(std::string_view option, std::string const& text, U64 least, U64 most) {
+  std::optional<U64> seconds = numberOf<U64>(text);
+  if (seconds && *seconds >= least && *seconds <= most) return static_cast<U32>(*seconds);
+  throw UsageError(
+      fmt::format("{}: '{}' is no whole number of seconds from {} to {}", option, text, least, most));
+}
+
+U32 parseHoldTime(std::string const& text) { return parseSeconds("--hold-time", text, 12, 1073741823); }
+
+U32 parseZoneTimeout(std::string const& text) {
+  return parseSeconds("--zone-timeout", text, 120, 4294967295);
+}
+
+double parseUntil(std::string const& text) {
+  std::optional<double> seconds = numberOf<double>(text);
+  if (seconds && *seconds >= 0 && *seconds <= 4294967295.0) return *seconds;
+  throw UsageError(fmt::format("--until: '{}' is no number of seconds from 0 to 4294967295", text));
+}
+
+static std::optional<IpGenAddr> unicastOf(std::string const& text) {
+  try {
+    Lanet::IpAddr address = Lanet::IpAddr::parse(text.c_str());
+    if (!address.isMulticast() && address != Lanet::IpAddr()) return IpGenAddr(address);
+  } catch (Zet::RangeException const&) {
+  }
+  return std::nullopt;
+}
+
+void parseRpf(std::string const& text, ReplayOptions& options) {
+  std::size_t equals = text.find('=');
+  std::optional<IpGenAddr> bsr = unicastOf(text.substr(0, equals));
+  std::optional<IpGenAddr> neighbor;
+  if (equals != text.npos) neighbor = unicastOf(text.substr(equals + 1));
+  if (!bsr || !neighbor) {
+    throw UsageError(fmt::format("--rpf: '{}' is no BSR=NEIGHBOUR of two IPv4 unicast addresses", text));
+  }
+  if (!options.rpf.emplace(*bsr, *neighbor).second) {
+    throw UsageError(fmt::format("--rpf: BSR {} has a neighbour already", text.substr(0, equals)));
+  }
+}
+
+}  // namespace pimbsr::cli

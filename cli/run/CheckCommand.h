@@ -1,0 +1,16 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+#include "cli/base/Errors.h"
+
+namespace pimbsr::cli {
+
+/// Reads a configuration file and prints every fault as "FILE:LINE:COLUMN: error: TEXT" and what is legal and
+/// unwise as a warning, in the order of the file; or all of it as one JSON document, in which line and column
+/// of what concerns the whole file are null. exitOk if the file may
+/// be run, which "FILE: no faults" says, and exitFailed if it has a fault or can't be read.
+ExitCode checkConfig(std::string const& file, bool json, std::ostream& out, std::ostream& err);
+
+}  // namespace pimbsr::cli

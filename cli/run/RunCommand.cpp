@@ -1,0 +1,59 @@
+#include "cli/run/RunCommand.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <memory>
+#include <ostream>
+#include <system_error>
+#include <vector>
+
+#include "agent/Daemon.h"
+#include "agent/config/ConfigFile.h"
+#include "agent/config/ConfigLint.h"
+#include "agent/process/Privileges.h"
+
+namespace pimbsr::cli {
+
+double parseClockRate(std::string const& text) {
+  double rate = 0;
+  char const* end = text.data() + text.size();
+  auto [stop, fault] = std::from_chars(text.data(), end, rate);
+  if (fault == std::errc() && stop == end && rate >= 1 && rate <= 1000) return rate;
+  throw UsageError(fmt::format("--clock-rate: '{}' is no number from 1 to 1000", text));
+}
+
+static void tell(agent::ConfigReading const& reading, char const* kind,
+                 std::vector<agent::ConfigFinding> const& findings, std::ostream& err) {
+  for (agent::ConfigFinding const& finding : findings)
+    err << fmt::format("{}: {}: {}\n", agent::textOf(reading.file, finding.at), kind, finding.text);
+}
+
+/// The change command's helper comes first of all: it must not inherit a socket, nor be held by the filter.
+static void serve(agent::RunOptions const& options, agent::Settings const& settings, std::ostream& out) {
+  std::unique_ptr<agent::ChangeCommand> changeCommand;
+  if (!options.changeCommand.empty())
+    changeCommand = std::make_unique<agent::ChangeCommand>(options.changeCommand);
+  agent::Daemon daemon(options, settings, changeCommand.get());
+  if (options.privilegeCheck) {
+    out << agent::privilegesHeld();
+  } else {
+    daemon.run();
+  }
+}
+
+ExitCode runAgent(agent::RunOptions const& options, std::ostream& out, std::ostream& err) {
+  agent::ConfigReading reading = agent::readConfigFile(options.file);
+  tell(reading, "error", reading.faults, err);
+  if (!reading.isSound()) return exitFailed;
+  tell(reading, "warning", agent::lint(reading), err);
+  try {
+    serve(options, reading.settings, out);
+  } catch (std::runtime_error const& fault) {  // what the system refuses is one, too
+    err << "pimbsr: " << fault.what() << '\n';
+    return exitFailed;
+  }
+  return finish(out, err);
+}
+
+}  // namespace pimbsr::cli

@@ -1,0 +1,93 @@
+#include "cli/run/RunOptions.h"
+
+#include <CLI/CLI.hpp>
+
+#include "cli/run/CheckCommand.h"
+#include "cli/run/RunCommand.h"
+
+namespace pimbsr::cli {
+
+static constexpr char const* defaultFile = "/etc/pimbsr/pimbsr.toml";
+
+static constexpr char const* aboutRun = "Run a Bootstrap Router on this computer's interfaces";
+
+static constexpr char const* footRun =
+    "Speaks PIM Hello, Bootstrap and Candidate-RP-Advertisement messages on the interfaces that\n"
+    "the configuration file names. It is no candidate for anything that the file doesn't ask\n"
+    "for. It stays in the foreground and tells of itself on the standard error stream.\n"
+    "\n"
+    "It needs root, or CAP_NET_RAW. Once its sockets are open it gives up every other\n"
+    "capability, and filters its own system calls.\n"
+    "\n"
+    "SIGHUP, or 'pimbsr reload', has the file read again. SIGTERM or SIGINT ends it: it gives up\n"
+    "its candidacies and tells its neighbours farewell.\n"
+    "\n"
+    "Examples:\n"
+    "  sudo pimbsr run\n"
+    "  sudo pimbsr run --config pimbsr.toml\n"
+    "  sudo pimbsr run --on-change /usr/local/sbin/install-rp-set\n"
+    "\n"
+    "Exit status: 0 if a signal ended it; 1 if it can't start; 2 for a wrong argument.\n";
+
+static constexpr char const* aboutCheck = "Check a configuration file without running it";
+
+static constexpr char const* footCheck =
+    "Every fault is told with its line and column, what was read and what would be valid; and,\n"
+    "as warnings, what is legal but unwise.\n"
+    "\n"
+    "Examples:\n"
+    "  pimbsr check examples/pimbsr.toml\n"
+    "  pimbsr check --json examples/pimbsr.toml\n"
+    "\n"
+    "Exit status: 0 if it can be run, also with warnings; 1 if it has a fault or can't be read;\n"
+    "2 for a wrong argument.\n";
+
+static void addRun(CLI::App& app, RunChoice& choice) {
+  CLI::App& command = *app.add_subcommand("run", aboutRun);
+  command.footer(footRun);
+  choice.run.file = defaultFile;
+  command.add_option("--config", choice.run.file, "The configuration file")
+      ->type_name("FILE")
+      ->capture_default_str();
+  command
+      .add_option("--on-change", choice.run.changeCommand,
+                  "Run a shell command with the RP set as JSON on its standard input after each\n"
+                  "change of it: once for changes close together, and never two at a time. It runs\n"
+                  "with the rights that this command was started with")
+      ->type_name("COMMAND");
+  command.add_flag("--unprivileged-check", choice.run.privilegeCheck,
+                   "Start as usual, print which privileges are held then, and end");
+  command
+      .add_option_function<std::string>(
+          "--clock-rate", [&choice](auto& text) { choice.run.clockRate = parseClockRate(text); },
+          "For labs only: let the clock run N times as fast, 1 to 1000. Neighbours must do\n"
+          "the same")
+      ->type_name("N");
+  command.add_flag_callback(
+      "--without-sandbox", [&choice] { choice.run.sandbox = false; },
+      "For debuggers and leak checks only: don't filter system calls");
+  command.final_callback([&choice] {
+    choice.chosen = [&choice](std::ostream& out, std::ostream& err) {
+      return runAgent(choice.run, out, err);
+    };
+  });
+}
+
+static void addCheck(CLI::App& app, RunChoice& choice) {
+  CLI::App& command = *app.add_subcommand("check", aboutCheck);
+  command.footer(footCheck);
+  command.add_option("FILE", choice.checkFile, "The configuration file")->type_name("")->required();
+  command.add_flag("--json", choice.checkJson, "Print one JSON document, and nothing else");
+  command.final_callback([&choice] {
+    choice.chosen = [&choice](std::ostream& out, std::ostream& err) {
+      return checkConfig(choice.checkFile, choice.checkJson, out, err);
+    };
+  });
+}
+
+void addRunCommands(CLI::App& app, RunChoice& choice) {
+  addRun(app, choice);
+  addCheck(app, choice);
+}
+
+}  // namespace pimbsr::cli

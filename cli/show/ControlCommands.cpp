@@ -1,0 +1,158 @@
+#include "cli/show/ControlCommands.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+#include "agent/config/Settings.h"
+#include "agent/control/ControlClient.h"
+#include "agent/control/ControlProtocol.h"
+#include "cli/show/ShowTables.h"
+
+namespace pimbsr::cli {
+
+using Json = nlohmann::ordered_json;
+
+/// The socket given, else that of the environment, else empty.
+static std::string chosenSocket(std::string const& given) {
+  if (!given.empty()) return given;
+  char const* fromEnvironment = std::getenv("PIMBSR_SOCKET");
+  return fromEnvironment == nullptr ? "" : fromEnvironment;
+}
+
+std::string controlSocket(std::string const& given) {
+  std::string chosen = chosenSocket(given);
+  return chosen.empty() ? agent::Settings().controlSocket : chosen;
+}
+
+std::vector<std::string> readingSockets(std::string const& given) {
+  std::vector<std::string> sockets = {controlSocket(given)};
+  if (chosenSocket(given).empty()) sockets.push_back(agent::Settings().readOnlySocket);
+  return sockets;
+}
+
+/// Makes a request that the agent itself would take apart in the same way, so a faulty one need not be sent.
+static void check(Json const& request) {
+  try {
+    agent::parseRequest(request.dump(-1, ' ', false, Json::error_handler_t::replace));
+  } catch (agent::RequestError const& fault) {
+    throw UsageError(fault.what());
+  }
+}
+
+static Json ask(std::string const& socket, Json const& request) {
+  check(request);
+  return agent::ask(controlSocket(socket), request);
+}
+
+static Json askReading(std::string const& socket, Json const& request) {
+  check(request);
+  Json result;
+  agent::tryInTurn(readingSockets(socket),
+                   [&](std::string const& path) { result = agent::ask(path, request); });
+  return result;
+}
+
+static ExitCode fail(std::ostream& out, std::ostream& err, char const* text, ExitCode code) {
+  out.flush();
+  err << "pimbsr: " << text << '\n';
+  return code;
+}
+
+/// Runs a command to its end: `act` writes, and returns false where it has told of a failure.
+template <class Act>
+static ExitCode run(std::ostream& out, std::ostream& err, Act const& act) {
+  try {
+    if (!act()) return exitFailed;
+  } catch (UsageError const& fault) {
+    return fail(out, err, fault.what(), exitUsage);
+  } catch (agent::RequestError const& refusal) {
+    return fail(out, err, refusal.what(), exitFailed);
+  } catch (agent::ClientError const& fault) {
+    return fail(out, err, fault.what(), exitFailed);
+  } catch (Json::exception const&) {
+    return fail(out, err, "the agent's answer is not understood; is it of this version?", exitFailed);
+  }
+  return finish(out, err);
+}
+
+ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) {
+  return run(out, err, [&] {
+    Json request{{"command", "show"}, {"what", options.what}};
+    if (!options.group.empty()) request["group"] = options.group;
+    Json view = askReading(options.socket, request);
+    if (options.json) {
+      out << view.dump(2) << '\n';
+    } else {
+      writeShow(out, options.what, view);
+    }
+    return true;
+  });
+}
+
+ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err) {
+  return run(out, err, [&] {
+    auto write = [&](std::string_view line) { return (out << line << std::endl).good(); };
+    agent::tryInTurn(readingSockets(socket), [&](std::string const& path) { agent::watch(path, write); });
+    return true;
+  });
+}
+
+ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err) {
+  return run(out, err, [&] {
+    ask(options.socket, {{"command", "clear"}, {"what", options.what}});
+    out << options.what << " cleared\n";
+    return true;
+  });
+}
+
+static void writeLines(std::ostream& out, Json const& result, char const* member, char const* behind = "") {
+  for (Json const& text : result.at(member)) out << text.get<std::string>() << behind << '\n';
+}
+
+ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err) {
+  return run(out, err, [&] {
+    Json result = ask(socket, {{"command", "reload"}});
+    bool applied = result.at("applied").get<bool>();
+    writeLines(err, result, "faults");
+    writeLines(err, result, "warnings");
+    writeLines(out, result, "needsRestart", " takes effect at the next start");
+    if (applied) {
+      out << "the configuration file was read again and is followed\n";
+    } else {
+      err << "pimbsr: the configuration file is refused; what ran before runs on\n";
+    }
+    return applied;
+  });
+}
+
+/// As JSON the level is a number, but what is none is told of as it was written.
+static Json levelOf(std::string const& text) {
+  bool isDigit = text.size() == 1 && text[0] >= '0' && text[0] <= '9';
+  return isDigit ? Json(static_cast<unsigned>(text[0] - '0')) : Json(text);
+}
+
+ExitCode trace(TraceOptions const& options, std::ostream& out, std::ostream& err) {
+  return run(out, err, [&] {
+    Json level = levelOf(options.level);
+    ask(options.socket, {{"command", "trace"}, {"handle", options.handle}, {"level", level}});
+    if (level == "off") {
+      out << options.handle << ": off\n";
+    } else {
+      out << fmt::format("{}: on up to level {}, on the agent's standard error\n", options.handle,
+                         options.level);
+    }
+    return true;
+  });
+}
+
+ExitCode metrics(std::string const& socket, std::ostream& out, std::ostream& err) {
+  return run(out, err, [&] {
+    out << askReading(socket, {{"command", "metrics"}}).at("text").get_ref<std::string const&>();
+    return true;
+  });
+}
+
+}  // namespace pimbsr::cli

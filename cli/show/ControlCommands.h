@@ -1,0 +1,53 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "cli/base/Errors.h"
+
+namespace pimbsr::cli {
+
+/// What `pimbsr show` is asked to do.
+struct ShowOptions {
+  std::string socket;  ///< as in controlSocket()
+  std::string what;    ///< one of agent::viewNames()
+  std::string group;   ///< of "rp": a multicast group; else empty
+  bool json = false;
+};
+
+/// What `pimbsr clear` is asked to do.
+struct ClearOptions {
+  std::string socket;
+  std::string what;  ///< one of agent::clearNames()
+};
+
+/// What `pimbsr trace` is asked to do.
+struct TraceOptions {
+  std::string socket;
+  std::string handle;
+  std::string level;  ///< 0 to 9, or off
+};
+
+/// The socket to use: the one given, else that of PIMBSR_SOCKET in the environment, else the default.
+std::string controlSocket(std::string const& given);
+
+/// The sockets to try, in turn, for a request that only reads: the one of controlSocket(), and where that is
+/// the default, the default read-only one too.
+std::vector<std::string> readingSockets(std::string const& given);
+
+// Each asks the running agent and writes what it answers to `out`. A request with a fault gives exitUsage and
+// asks nobody; an agent that can't be asked, or refuses, gives exitFailed. Each fault is a line to `err`.
+
+/// Writes one view of the agent, as tables or as JSON.
+ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err);
+/// Writes a line of JSON for each change, until `out` takes no more or the agent ends: exitFailed.
+ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err);
+ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err);
+/// Has the configuration file read again. With a fault in it all faults go to `err`: exitFailed.
+ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err);
+ExitCode trace(TraceOptions const& options, std::ostream& out, std::ostream& err);
+/// Writes the metrics as the agent's text.
+ExitCode metrics(std::string const& socket, std::ostream& out, std::ostream& err);
+
+}  // namespace pimbsr::cli

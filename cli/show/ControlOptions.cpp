@@ -1,0 +1,166 @@
+#include "cli/show/ControlOptions.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+
+#include "agent/config/Settings.h"
+#include "agent/control/ControlProtocol.h"
+
+namespace pimbsr::cli {
+
+static constexpr char const* exitStatus =
+    "\n"
+    "Exit status: 0 if the agent did as asked; 1 if it refused, can't be reached, or the\n"
+    "output can't be written; 2 for a wrong argument.\n";
+
+static constexpr char const* aboutShow = "Show what a running agent believes, and why";
+
+static constexpr char const* footShow =
+    "WHAT is one of\n"
+    "  bsr          the Bootstrap Router of each zone, and the state of this router there\n"
+    "  rp-set       the rendezvous points (RPs) of each zone\n"
+    "  candidates   this router's own candidacies, as BSR and as RP\n"
+    "  rp GROUP     which RP serves a multicast group, and how it was chosen\n"
+    "  neighbors    PIM neighbours and Designated Routers\n"
+    "  interfaces   the interfaces that speak PIM\n"
+    "  borders      the scope zones that end at an interface\n"
+    "  filter       whose Candidate-RP Advertisements are taken\n"
+    "  counters     messages by kind and outcome\n"
+    "  drops        messages refused, by reason, and the last of each\n"
+    "  history      the last elections and changes of RP sets\n"
+    "  config       the configuration that is followed\n"
+    "  control      the clients of the control sockets, and what their limits ended\n"
+    "Times are the time left, unless said otherwise.\n"
+    "\n"
+    "Examples:\n"
+    "  pimbsr show bsr\n"
+    "  pimbsr show rp 239.1.1.1\n"
+    "  pimbsr show rp-set --json\n";
+
+static constexpr char const* aboutWatch = "Print the changes of a running agent as they happen";
+
+static constexpr char const* footWatch =
+    "Each change is one line of JSON, as in 'pimbsr show history --json', but without its age;\n"
+    "and each RP has a line of its own, where the history makes one entry of several RPs of a\n"
+    "zone that change at once. The stream lasts until it is interrupted, or the agent ends, or\n"
+    "lines are not taken fast enough.\n"
+    "\n"
+    "Example:\n"
+    "  pimbsr watch\n"
+    "\n"
+    "Exit status: 1 if the agent ended the stream or can't be reached, or the output can't be\n"
+    "written; 2 for a wrong argument.\n";
+
+static constexpr char const* aboutClear = "Have a running agent count, or remember, from zero on";
+
+static constexpr char const* footClear =
+    "WHAT is one of\n"
+    "  counters     messages by kind and outcome\n"
+    "  drops        messages refused, by reason\n"
+    "  history      elections and changes of RP sets\n"
+    "What the agent believes, and its timers, stay as they are.\n"
+    "\n"
+    "Example:\n"
+    "  pimbsr clear drops\n";
+
+static constexpr char const* aboutReload = "Have a running agent read its configuration file again";
+
+static constexpr char const* footReload =
+    "What is gone from the file ends first, then what changed is changed, then what is new\n"
+    "begins; what is the same is not touched. With a fault in the file nothing is changed, and\n"
+    "every fault is printed. SIGHUP does the same, and writes to the agent's standard error.\n"
+    "\n"
+    "Example:\n"
+    "  pimbsr reload\n"
+    "\n"
+    "Exit status: 0 if the file is followed now; 1 if it has a fault, or the agent can't be\n"
+    "reached; 2 for a wrong argument.\n";
+
+static constexpr char const* aboutTrace = "Have a running agent tell what its engine does";
+
+static constexpr char const* footTrace =
+    "The agent writes what HANDLE tells from level 0 up to LEVEL to its standard error (under\n"
+    "systemd the journal): 1 tells of drops, 4 of accepted messages, 8 of every change, 9 of\n"
+    "every function; off ends it. A wrong handle lists all.\n"
+    "\n"
+    "Examples:\n"
+    "  pimbsr trace Pim::Bsr::NonCandidateSm 8\n"
+    "  pimbsr trace Pim::Bsr::NonCandidateSm off\n";
+
+static constexpr char const* aboutMetrics = "Print the metrics of a running agent for Prometheus";
+
+static constexpr char const* footMetrics =
+    "The text is that of the exposition format, as a textfile collector takes it.\n"
+    "\n"
+    "Example:\n"
+    "  pimbsr metrics\n";
+
+enum class Access { full, reading };
+
+static std::string aboutSocket(Access access) {
+  agent::Settings const defaults;
+  std::string text =
+      fmt::format("The agent's control socket (default: PIMBSR_SOCKET of the environment,\nelse {}",
+                  defaults.controlSocket);
+  if (access == Access::reading)
+    text += fmt::format(";\nwithout permission to open that, {}", defaults.readOnlySocket);
+  return text + ")";
+}
+
+/// A command to a running agent: all of them take the socket.
+static CLI::App& add(CLI::App& app, std::string const& name, char const* about, std::string const& foot,
+                     Access access, std::string& socket, std::function<void()> const& choose) {
+  CLI::App& command = *app.add_subcommand(name, about);
+  command.footer(foot);
+  command.add_option("--socket", socket, aboutSocket(access))->type_name("PATH");
+  command.callback(choose);
+  return command;
+}
+
+static void addShow(CLI::App& app, ControlOptions& options) {
+  ShowOptions& show = options.show;
+  CLI::App& command = add(
+      app, "show", aboutShow, std::string(footShow) + exitStatus, Access::reading, show.socket,
+      [&options] { options.run = [&](auto& out, auto& err) { return cli::show(options.show, out, err); }; });
+  command.add_option("WHAT", show.what, "What to show; see below")->type_name("")->required();
+  command.add_option("GROUP", show.group, "With rp: a multicast group such as 239.1.1.1")->type_name("");
+  command.add_flag("--json", show.json, "Print JSON in place of tables");
+}
+
+static void addClear(CLI::App& app, ControlOptions& options) {
+  ClearOptions& clear = options.clear;
+  CLI::App& command = add(
+      app, "clear", aboutClear, std::string(footClear) + exitStatus, Access::full, clear.socket, [&options] {
+        options.run = [&](auto& out, auto& err) { return cli::clear(options.clear, out, err); };
+      });
+  command.add_option("WHAT", clear.what, "What to clear; see below")->type_name("")->required();
+}
+
+static void addTrace(CLI::App& app, ControlOptions& options) {
+  TraceOptions& trace = options.trace;
+  CLI::App& command = add(
+      app, "trace", aboutTrace, std::string(footTrace) + exitStatus, Access::full, trace.socket, [&options] {
+        options.run = [&](auto& out, auto& err) { return cli::trace(options.trace, out, err); };
+      });
+  command.add_option("HANDLE", trace.handle, "A trace handle")->type_name("")->required();
+  command.add_option("LEVEL", trace.level, "0 to 9, or off")->type_name("")->required();
+}
+
+void addControlCommands(CLI::App& app, ControlOptions& options) {
+  addShow(app, options);
+  add(app, "watch", aboutWatch, footWatch, Access::reading, options.watchSocket, [&options] {
+    options.run = [&](auto& out, auto& err) { return watch(options.watchSocket, out, err); };
+  });
+  addClear(app, options);
+  add(app, "reload", aboutReload, footReload, Access::full, options.reloadSocket, [&options] {
+    options.run = [&](auto& out, auto& err) { return reload(options.reloadSocket, out, err); };
+  });
+  addTrace(app, options);
+  add(app, "metrics", aboutMetrics, std::string(footMetrics) + exitStatus, Access::reading,
+      options.metricsSocket, [&options] {
+        options.run = [&](auto& out, auto& err) { return metrics(options.metricsSocket, out, err); };
+      });
+}
+
+}  // namespace pimbsr::cli

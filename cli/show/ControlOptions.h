@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+
+#include "cli/show/ControlCommands.h"
+
+namespace CLI {
+class App;
+}
+
+namespace pimbsr::cli {
+
+/// What the commands to a running agent were given, and the one that was chosen.
+struct ControlOptions {
+  ShowOptions show;
+  std::string watchSocket;
+  ClearOptions clear;
+  std::string reloadSocket;
+  TraceOptions trace;
+  std::string metricsSocket;
+  /// Runs the command that was chosen; empty if none was.
+  std::function<ExitCode(std::ostream& out, std::ostream& err)> run;
+};
+
+/// Adds show, watch, clear, reload, trace and metrics. `options` is filled when `app` parses, and outlives
+/// it.
+void addControlCommands(CLI::App& app, ControlOptions& options);
+
+}  // namespace pimbsr::cli

@@ -1,0 +1,74 @@
+#include "cli/sim/SimCommand.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <ostream>
+
+#include "cli/sim/SimJson.h"
+#include "cli/sim/SimText.h"
+#include "sim/PcapWriter.h"
+#include "sim/Simulation.h"
+
+namespace pimbsr::cli {
+
+Zet::U64 parseSeed(std::string const& text) {
+  Zet::U64 seed = 0;
+  char const* end = text.data() + text.size();
+  auto [stop, fault] = std::from_chars(text.data(), end, seed);
+  if (fault == std::errc() && stop == end) return seed;
+  throw UsageError(fmt::format("--seed: '{}' is no whole number from 0 to 18446744073709551615", text));
+}
+
+static std::string textOfFile(std::string const& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  if (!file.is_open() || file.bad()) throw UsageError(fmt::format("cannot read {}", path));
+  return text;
+}
+
+static std::unique_ptr<sim::Report> makeReport(SimOptions const& options, std::ostream& out,
+                                               std::ostream& err) {
+  if (options.json) return std::make_unique<SimJson>(out, err);
+  return std::make_unique<SimText>(out, err);
+}
+
+static void play(SimOptions const& options, std::ostream& out, std::ostream& err) {
+  std::string text = textOfFile(options.file);
+  std::unique_ptr<sim::Report> report = makeReport(options, out, err);
+  Tracing tracing(options.traces);
+  sim::Simulation simulation(options.seed, *report);
+  simulation.network().limitsIs(options.limits);
+  std::optional<sim::PcapWriter> captures;
+  if (!options.pcapFolder.empty()) {
+    captures.emplace(options.pcapFolder, simulation.network());
+    simulation.network().tapIs(&*captures);
+  }
+  simulation.execute(text, options.file);
+  simulation.end();
+  if (captures) captures->close();
+}
+
+ExitCode simulate(SimOptions const& options, std::ostream& out, std::ostream& err) {
+  try {
+    play(options, out, err);
+  } catch (sim::ScenarioError const& fault) {
+    out.flush();
+    err << "pimbsr: " << fault.what() << '\n';
+    return exitUsage;
+  } catch (UsageError const& fault) {
+    err << "pimbsr: " << fault.what() << '\n';
+    return exitUsage;
+  } catch (sim::PcapError const& fault) {
+    out.flush();
+    err << "pimbsr: " << fault.what() << '\n';
+    return exitFailed;
+  }
+  return finish(out, err);
+}
+
+}  // namespace pimbsr::cli

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/base/Tracing.h"
+#include "host/Screening.h"
+#include "runtime/Types.h"
+
+namespace pimbsr::cli {
+
+/// What `pimbsr sim` is asked to do.
+struct SimOptions {
+  std::string file;
+  bool json = false;
+  Zet::U64 seed = 1;
+  std::string pcapFolder;  ///< empty for no captures
+  std::vector<TraceWish> traces;
+  host::Screening limits = host::standardLimits;  ///< of every router; no checks
+};
+
+/// --seed: a whole number from 0 to 18446744073709551615. Throws UsageError for anything else.
+Zet::U64 parseSeed(std::string const& text);
+
+}  // namespace pimbsr::cli
