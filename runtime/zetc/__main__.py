@@ -5,8 +5,9 @@ import os
 import sys
 from pathlib import Path
 
+import config
 from check import Model
-from emit import emit_file, emit_reference
+from emit import emit_file, emit_reference, in_namespaces
 from parse import ZetError, parse
 
 
@@ -25,9 +26,11 @@ def main():
     given = arguments.parse_args()
     paths = sorted(os.path.relpath(given.root / name, given.root) for name in given.files)
     files = [parse(path.removesuffix(".zet"), (given.root / path).read_text("utf-8")) for path in paths]
-    model = Model(files)
+    model, tables = Model(files), config.Tables(files)
     for file in files:
-        for kind, text in zip((".zet.h", ".zet.cpp"), emit_file(model, file)):
+        made = (config.emit_file(tables, file, in_namespaces) if config.is_declared_in(file) else
+                dict(zip((".zet.h", ".zet.cpp"), emit_file(model, file))))
+        for kind, text in made.items():
             write(given.out / (file.path + kind), text)
     write(given.out / "reference.md", emit_reference(model))
 

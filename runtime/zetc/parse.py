@@ -55,6 +55,7 @@ class File:
     def __init__(self, path):
         self.path = path  # without .zet, from the root: model/Status
         self.uses, self.later, self.classes = [], [], []
+        self.others = []  # what STATEMENTS read
 
 
 TOKEN = re.compile(
@@ -68,6 +69,7 @@ CLASSES = ("entity", "machine", "record")
 PLAIN = ("ctor", "key", "value", "counter", "const", "pointer", "single", "members", "queue", "array")
 BY_KEY = ("values", "pointers")
 REACTORS = ("watch", "reactor", "reactors")
+STATEMENTS = {}  # by first word: functions of other modules that read a declaration from a parser
 OPTIONS = {"unit": "a unit", "runs": "the name of a handler", "reflected": "the name of a handler",
            "count": "the name of the function that counts the members"}
 
@@ -144,8 +146,10 @@ class Parser:
                 self.namespace = self.name("a namespace")
             elif self.peek().text in CLASSES:
                 self.file.classes.append(self.class_())
+            elif self.peek().text in STATEMENTS:
+                self.file.others.append(STATEMENTS[self.take().text](self))
             else:
-                self.fail("use, later, namespace, " + ", ".join(CLASSES))
+                self.fail(", ".join(("use", "later", "namespace", *CLASSES, *STATEMENTS)))
         return self.file
 
     def path(self):

@@ -13,6 +13,7 @@ import unittest
 import support
 
 import check  # noqa: E402  found by support
+import config
 import parse
 
 FIXTURES = support.HERE / "refusals.txt"
@@ -29,7 +30,9 @@ def fixtures():
 def refusal(text):
     """What is told of the declarations, and the lines of the generator through which it went."""
     try:
-        check.Model([parse.parse("fixture", text)])
+        files = [parse.parse("fixture", text)]
+        check.Model(files)
+        config.Tables(files)
     except parse.ZetError as error:
         frames = traceback.extract_tb(error.__traceback__)
         return str(error), {(pathlib.Path(f.filename).name, f.lineno) for f in frames}
@@ -38,7 +41,7 @@ def refusal(text):
 
 def places_of_refusal():
     """(file, first line, last line) of each call in the generator that can refuse."""
-    for module in (parse, check):
+    for module in (parse, check, config):
         for node in ast.walk(ast.parse(pathlib.Path(module.__file__).read_text(encoding="utf-8"))):
             if isinstance(node, ast.Call):
                 called = getattr(node.func, "attr", None) or getattr(node.func, "id", None)

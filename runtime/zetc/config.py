@@ -1,0 +1,307 @@
+"""Keys of the configuration file: reads and checks their declarations, and emits structs and rows of facts.
+
+A `config` is a table of the file, `keys` are a list that tables include, and a `text` is one that several keys
+share. The struct goes into FILE.zet.h, which needs nothing else; the rows, with all texts, into FILE.keys.h."""
+
+import re
+
+import parse
+from parse import ZetError
+
+commas = ", ".join
+# What a key takes: the enumerator of KeyType, and the C++ type of its member.
+NUMBERS = {"U32": ("integer", "Zet::U32"), "U64": ("integer", "Zet::U64")}
+TEXTS = ("InterfaceName", "GroupRanges", "ListNames", "Prefix", "Address", "Action", "Path", "SocketPath",
+         "GroupName", "Rules")
+TYPES = NUMBERS | {"Flag": ("boolean", "bool")} | {t: (t[0].lower() + t[1:], t) for t in TEXTS}
+LISTS = ("GroupRanges", "ListNames", "Rules")
+LARGEST = 2 ** 32 - 1
+
+
+class Key:
+    def __init__(self, name, place):
+        self.name, self.place, self.doc = name, place, ""
+        self.called = re.sub(r"(?=[A-Z])", "-", name).lower()  # in the file
+        self.type = self.start = self.library = self.otherwise = self.range = self.unwise = None
+        self.unit = self.former = ""
+        self.needed = self.restart = False
+
+
+class Include:
+    """The keys of another declaration, at this place."""
+
+    def __init__(self, name, place):
+        self.name, self.place = name, place
+
+
+class Table:
+    """A `config`, or the list of keys of a `keys`, which has no header."""
+
+    def __init__(self, name, namespace, place):
+        self.name, self.namespace, self.place, self.doc = name, namespace, place, ""
+        self.qualified = f"{namespace}::{name}"
+        self.header = self.owner = self.parent = ""
+        self.parts = []  # Key, Include
+
+    @property
+    def keys(self):
+        return [p for p in self.parts if isinstance(p, Key)]
+
+    @property
+    def includes(self):
+        return [p for p in self.parts if isinstance(p, Include)]
+
+
+class Text:
+    def __init__(self, name, place, text):
+        self.name, self.place, self.text = name, place, text
+
+
+# Grammar
+
+def read_text(p):
+    place = p.peek().place
+    return Text(p.name("the name of the text"), place, p.sentence())
+
+
+def read_keys(p):
+    table = begin(p)
+    table.doc = p.sentence()
+    return body(p, table)
+
+
+def read_config(p):
+    table = begin(p)
+    if p.accept("of"):
+        table.owner = p.name("the name of declared keys")
+    if p.accept("in"):
+        table.parent = p.name("the name of a config")
+    table.header = quoted(p, "the header of the table in double quotes")
+    table.doc = p.sentence()
+    return body(p, table)
+
+
+def begin(p):
+    place, name = p.peek().place, p.name("the name of the struct")
+    if not p.namespace:
+        raise ZetError(place, f"{name} has no namespace", "a line 'namespace A::B' before it")
+    return Table(name, p.namespace, place)
+
+
+def body(p, table):
+    p.symbol("{")
+    while not p.accept("}"):
+        place = p.peek().place
+        if p.accept("keys"):
+            table.parts.append(Include(p.name("the name of declared keys"), place))
+        elif p.accept("key"):
+            table.parts.append(key(p))
+        else:
+            p.fail("key, keys or '}'")
+    return table
+
+
+def quoted(p, what):
+    return p.need("string", what).text[1:-1]
+
+
+def key(p):
+    place = p.peek().place
+    made = Key(p.name("the name of the member"), place)
+    p.symbol(":")
+    made.type = p.peek()
+    p.name("a type")
+    while p.peek().kind != "string":
+        option(p, made)
+    made.doc = p.strings() + ("; a change needs a restart." if made.restart else "")
+    return made
+
+
+def option(p, made):
+    word = p.peek()
+    if p.accept("="):
+        made.start = p.start()
+    elif word.text in ("needed", "restart"):
+        setattr(made, p.take().text, True)
+    elif word.text in ("called", "former", "otherwise"):
+        p.take()
+        setattr(made, word.text, quoted(p, "a text in double quotes"))
+    elif p.accept("library"):
+        made.library = p.start()
+    elif p.accept("unit"):
+        made.unit = p.start().strip('"')
+    elif p.accept("range"):
+        made.range = (number(p), number(p))
+    elif p.accept("unwise"):
+        made.unwise = (p.start(), p.take() if p.peek().kind == "name" else quoted(p, "a reason or its name"))
+    else:
+        p.fail("=, library, unit, range, called, former, otherwise, needed, restart, unwise or a sentence in "
+               "double quotes")
+
+
+def number(p):
+    return int(p.need("number", "a number").text)
+
+
+parse.STATEMENTS |= {"config": read_config, "keys": read_keys, "text": read_text}
+
+
+# Checks
+
+class Tables:
+    """All declared tables of a run, and what they include."""
+
+    def __init__(self, files):
+        declared = [d for file in files for d in file.others]
+        self.texts = {t.name: t for t in declared if isinstance(t, Text)}
+        self.all = {}
+        for table in (d for d in declared if isinstance(d, Table)):
+            one = self.all.setdefault(table.qualified, table)
+            if one is not table:
+                raise ZetError(table.place, f"{table.name} is declared already at {one.place}", "another name")
+        for table in self.all.values():
+            self.check(table)
+
+    def find(self, name, place, namespace):
+        around = namespace
+        while around and f"{around}::{name}" not in self.all:
+            around = around.rpartition("::")[0]
+        if not around:
+            raise ZetError(place, f"{name} is not declared", "the name of a config or of keys")
+        return self.all[f"{around}::{name}"]
+
+    def owner(self, table):
+        """The table whose struct has the members."""
+        return self.find(table.owner, table.place, table.namespace) if table.owner else table
+
+    def section(self, table):
+        """What the file calls the table: "interface.NAME"."""
+        if not table.parent:
+            return table.header.strip("[]")
+        parent = self.find(table.parent, table.place, table.namespace)
+        return f"{self.section(parent)}.{table.header.split()[0]}"
+
+    def included(self, table):
+        return [self.find(i.name, i.place, table.namespace) for i in table.includes]
+
+    def members(self, table):
+        """(key, table whose struct has it) in the order of the reference page."""
+        for part in table.parts:
+            if isinstance(part, Key):
+                yield part, self.owner(table)
+            else:
+                yield from self.members(self.find(part.name, part.place, table.namespace))
+
+    def reason(self, made):
+        """Why the unwise value is; empty without one."""
+        text = made.unwise[1] if made.unwise else ""
+        return text if isinstance(text, str) else self.texts[text.text].text
+
+    def check(self, table):
+        seen = {}
+        if table.parent:
+            self.find(table.parent, table.place, table.namespace)
+        for made, _ in self.members(table):
+            first = seen.setdefault(made.called, made)
+            if first is not made:
+                raise ZetError(made.place, f"{made.called} is declared already at {first.place}", "another name")
+        for made in table.keys:
+            self.check_key(made)
+
+    def check_key(self, made):
+        kind = made.type.text
+        if kind not in TYPES:
+            raise ZetError(made.type.place, f"{kind} is no type of a key", commas(TYPES))
+        if made.range and kind not in NUMBERS:
+            raise ZetError(made.place, f"{made.name} of type {kind} can't have a range", "U32 or U64")
+        low, high = made.range or (0, LARGEST)
+        values = [v for v in (made.start, made.library, made.unwise and made.unwise[0]) if v is not None]
+        for value in values if kind in NUMBERS else []:
+            if not value.isdigit() or not low <= int(value) <= high:
+                raise ZetError(made.place, f"{made.name} can't be {value}", f"a number from {low} to {high}")
+        if kind == "Flag" and (made.start is None or set(values) - {"true", "false"}):
+            raise ZetError(made.place, f"{made.name} of type Flag has no default", "'= true' or '= false'")
+        if kind not in LISTS and not (made.start or made.otherwise or made.needed):
+            raise ZetError(made.place, f"{made.name} has no default", "'= value', otherwise or needed")
+        name = made.unwise and made.unwise[1]
+        if name and not isinstance(name, str) and name.text not in self.texts:
+            raise ZetError(name.place, f"{name.text} is no declared text", commas(self.texts) or "text NAME")
+
+
+# Emission
+
+def doc(text, indent=""):
+    return f"{indent}/// {text}".replace('\\"', '"')
+
+
+def member(made, value):
+    """The declaration of a member; a number without a default may be absent."""
+    kind, cpp = made.type.text, TYPES[made.type.text][1]
+    if kind in NUMBERS and value is None:
+        return f"std::optional<{cpp}> {made.name};"
+    plain = kind in NUMBERS or kind == "Flag" or (kind in TEXTS and cpp.endswith(("Path", "Name")))
+    return f"{cpp} {made.name}{f' = {value}' if value is not None and plain else ''};"
+
+
+def struct(tables, table):
+    """The lines of the struct of a table, with the members of the tables that are `of` it."""
+    owned = [t for t in tables.all.values() if t.owner and tables.owner(t) is table]
+    bases = commas(t.qualified for t in tables.included(table))
+    lines = [doc(table.doc), f"struct {table.name}{f' : {bases}' if bases else ''} {{"]
+    for made in table.keys + [k for t in owned for k in t.keys]:
+        lines += [doc(made.doc, "  "), "  " + member(made, made.library or made.start)]
+    gap = [""] if len(lines) > 2 else []
+    lines += [*gap, f"  bool operator==({table.name} const&) const = default;", "};", ""]
+    for one in owned:
+        lines += [doc(f"Sets what {one.header} is where the configuration file doesn't say it."),
+                  f"constexpr void default{one.name}Is({table.name}& to) {{",
+                  *(f"  to.{made.name} = {made.start};" for made in one.keys), "}", ""]
+    return lines
+
+
+def row(tables, table, made):
+    low, high = made.range or (0, LARGEST)
+    is_number, is_unwise = made.type.text in NUMBERS, made.unwise is not None
+    fallback = made.otherwise or made.start or ("[]" if made.type.text in LISTS and not made.needed else "")
+    if made.start and made.start.startswith('"') and not made.otherwise:
+        fallback = made.start.replace('"', '\\"')
+    fields = {"section": f'"{tables.section(table)}"' if table.header else "", "name": f'"{made.called}"',
+              "member": f'"{made.name}"', "type": f"host::KeyType::{TYPES[made.type.text][0]}",
+              "unit": f'"{made.unit}"' if made.unit else "", "least": str(low) if is_number else "",
+              "most": str(high) if is_number else "", "fallback": f'"{fallback}"', "sentence": f'"{made.doc}"',
+              "former": f'"{made.former}"' if made.former else "", "needsRestart": "true" * made.restart,
+              "unwise": f'{{{made.unwise[0]}, "{tables.reason(made)}"}}' if is_unwise else ""}
+    written = commas(f".{field} = {value}" for field, value in fields.items() if value)
+    return f"  static constexpr host::ConfigKey {made.name}{{{written}}};"
+
+
+def rows(tables, table):
+    """The lines of the rows of a table."""
+    lines = [doc(f"The keys of {table.header or table.name}."), f"struct {table.name}Keys {{"]
+    if table.header:
+        facts = commas(f'"{text}"' for text in (tables.section(table), table.header, table.doc))
+        lines.append(f"  static constexpr host::ConfigSection sectionRow{{{facts}}};")
+    members = list(tables.members(table))
+    lines += [row(tables, table, made) for made, _ in members]
+    lines += ["", doc("Calls each(row, pointer to member) for each key, in the order of the reference page.", "  "),
+              "  template <class Each>", "  static constexpr void forEach(Each const& each) {",
+              *(f"    each({made.name}, &{owner.qualified}::{made.name});" for made, owner in members),
+              "  }", "};", ""]
+    return lines
+
+
+def emit_file(tables, file, in_namespaces):
+    """The structs, the rows and a source that compiles both, by the ending of their files."""
+    made, declared = f"// Made from {file.path}.zet.", [d for d in file.others if isinstance(d, Table)]
+    uses = [f'#include "{path}.h"' for path in file.uses]
+    structs = [("", [made, "#pragma once", "", "#include <optional>", "#include <string>", "",
+                     '#include "runtime/Types.h"', *uses, ""])]
+    structs += [(t.namespace, struct(tables, t)) for t in declared if not t.owner]
+    facts = [("", [made, "#pragma once", "", '#include "host/ConfigKey.h"', f'#include "{file.path}.h"', ""])]
+    facts += [(t.namespace, rows(tables, t)) for t in declared if list(tables.members(t))]
+    source = [("", [made, f'#include "{file.path}.keys.h"'])]
+    return {".zet.h": in_namespaces(structs), ".keys.h": in_namespaces(facts), ".zet.cpp": in_namespaces(source)}
+
+
+def is_declared_in(file):
+    return any(isinstance(d, (Table, Text)) for d in file.others)
