@@ -6,6 +6,7 @@ import sys
 from pathlib import Path
 
 import config
+import reasons
 from check import Model
 from emit import emit_file, emit_reference, in_namespaces
 from parse import ZetError, parse
@@ -28,8 +29,12 @@ def main():
     files = [parse(path.removesuffix(".zet"), (given.root / path).read_text("utf-8")) for path in paths]
     model, tables = Model(files), config.Tables(files)
     for file in files:
-        made = (config.emit_file(tables, file, in_namespaces) if config.is_declared_in(file) else
-                dict(zip((".zet.h", ".zet.cpp"), emit_file(model, file))))
+        if config.is_declared_in(file):
+            made = config.emit_file(tables, file, in_namespaces)
+        elif reasons.is_declared_in(file):
+            made = reasons.emit_file(file, in_namespaces)
+        else:
+            made = dict(zip((".zet.h", ".zet.cpp"), emit_file(model, file)))
         for kind, text in made.items():
             write(given.out / (file.path + kind), text)
     write(given.out / "reference.md", emit_reference(model))

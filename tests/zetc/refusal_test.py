@@ -15,6 +15,7 @@ import support
 import check  # noqa: E402  found by support
 import config
 import parse
+import reasons
 
 FIXTURES = support.HERE / "refusals.txt"
 REFUSING = {"fail", "need", "name", "symbol", "sentence", "handler", "start", "ZetError"}
@@ -41,7 +42,7 @@ def refusal(text):
 
 def places_of_refusal():
     """(file, first line, last line) of each call in the generator that can refuse."""
-    for module in (parse, check, config):
+    for module in (parse, check, config, reasons):
         for node in ast.walk(ast.parse(pathlib.Path(module.__file__).read_text(encoding="utf-8"))):
             if isinstance(node, ast.Call):
                 called = getattr(node.func, "attr", None) or getattr(node.func, "id", None)
