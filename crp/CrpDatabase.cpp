@@ -5,6 +5,7 @@
 // A too short holdtime is raised and not refused. An RP has one mode in a range, and bidirectional wins over
 // sparse. A withdrawn RP stays, with holdtime 0, until the next message has told everybody.
 
+#include "model/DropReason.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/PimBsrSm.h"
 #include "runtime/Context.h"
@@ -55,6 +56,7 @@ void PimBsrSm::handleCrpMsg() {
   PimBsrErrorCounters errors = counters->errCounters();
   errors.rxInvalid += 1;
   counters->errCountersIs(errors);
+  pimbsr::reportDrop(pimbsr::DropReason::notElectedBsr);
 }
 
 // One RP of one range ---------------------------------------------------------------------------------

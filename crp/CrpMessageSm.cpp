@@ -1,5 +1,6 @@
 #include "crp/CrpMessageSm.h"
 
+#include "model/DropReason.h"
 #include "runtime/Assert.h"
 #include "runtime/Trace.h"
 
@@ -53,6 +54,7 @@ static void countFiltered(PimBsrCounters& counters) {
   PimBsrErrorCounters errors = counters.errCounters();
   errors.rxFilter += 1;
   counters.errCountersIs(errors);
+  pimbsr::reportDrop(pimbsr::DropReason::senderFilter);
 }
 
 /// Publishes one group of the advertisement whose fields stand already; the root machine handles it within

@@ -1,5 +1,6 @@
 #include "protocol/BootstrapMessageSm.h"
 
+#include "model/DropReason.h"
 #include "runtime/Assert.h"
 #include "runtime/Context.h"
 #include "runtime/Trace.h"
@@ -10,6 +11,7 @@ using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Packet::BootstrapGroupData;
 using Packet::BootstrapMessage;
+using pimbsr::DropReason;
 using Zet::Ptr;
 
 static Zet::TraceSource const trace("Pim::Bsr::IO", "BootstrapMessageSm");
@@ -73,7 +75,7 @@ class Check {
   bool border() const;
 
  private:
-  bool fail(U32 PimBsrErrorCounters::*member) const;
+  bool fail(U32 PimBsrErrorCounters::*member, DropReason reason) const;
   U32 period() const;
 
   BootstrapMessageSm& gate_;
@@ -81,13 +83,14 @@ class Check {
   IpGenPrefix const& zone_;
 };
 
-bool Check::fail(U32 PimBsrErrorCounters::*member) const {
+bool Check::fail(U32 PimBsrErrorCounters::*member, DropReason reason) const {
   Ptr<PimBsrCounters> counters = gate_.counters();
   counters->rxErrorInc(1);
   counters->rxBsmErrorInc(1);
   PimBsrErrorCounters errors = counters->errCounters();
   errors.*member += 1;
   counters->errCountersIs(errors);
+  pimbsr::reportDrop(reason);
   return false;
 }
 
@@ -96,10 +99,10 @@ bool Check::destination() const {
   if (destination == allPimRouters()) return true;
   if (destination.isMulticast()) {
     ZET_TRACE(trace, 1, "RX - Error - Do not know what we are dealing with here: " << message_.dstAddr());
-    return fail(&PimBsrErrorCounters::rxInvalid);
+    return fail(&PimBsrErrorCounters::rxInvalid, DropReason::bootstrapDestination);
   }
   ZET_TRACE(trace, 1, "RX - Error - Unicast BSM not supported.");
-  return fail(&PimBsrErrorCounters::rxUnicastBsm);
+  return fail(&PimBsrErrorCounters::rxUnicastBsm, DropReason::unicastBootstrap);
 }
 
 bool Check::rpf() const {
@@ -109,14 +112,14 @@ bool Check::rpf() const {
               "RX - Error - Dropping BSM since BSM src " << message_.srcAddr() << " for BSR address "
                                                          << message_.bsrAddress()
                                                          << " - RPF neighbor not available.");
-    return fail(&PimBsrErrorCounters::rxNbrRpfCheck);
+    return fail(&PimBsrErrorCounters::rxNbrRpfCheck, DropReason::noRpfNeighbor);
   }
   if (message_.srcAddr() != neighbor) {
     ZET_TRACE(trace, 1,
               "RX - Error - Dropping BSM since BSM src " << message_.srcAddr() << " is not from neighbor "
                                                          << neighbor << " for BSR address "
                                                          << message_.bsrAddress());
-    return fail(&PimBsrErrorCounters::rxNbrRpfCheck);
+    return fail(&PimBsrErrorCounters::rxNbrRpfCheck, DropReason::notRpfNeighbor);
   }
   return true;
 }
@@ -134,7 +137,7 @@ bool Check::quickRefresh() const {
             "RX - Error - Dropping BSM. We expect no-forward BSM only if quick refresh. "
                 << "lastBsm=" << (isFirst ? "NULL" : "Set") << ", TimeSince startup=" << sinceStartup
                 << ", bsPeriod=" << period());
-  return fail(&PimBsrErrorCounters::rxNoForwardBsm);
+  return fail(&PimBsrErrorCounters::rxNoForwardBsm, DropReason::noForward);
 }
 
 bool Check::border() const {
@@ -145,7 +148,7 @@ bool Check::border() const {
             "RX: Error - Dropping BSM since the interface " << intfId << " the message "
                                                             << "arrived on is a BSR border for group"
                                                             << zone_);
-  return fail(&PimBsrErrorCounters::rxFilter);
+  return fail(&PimBsrErrorCounters::rxFilter, DropReason::border);
 }
 
 }  // namespace

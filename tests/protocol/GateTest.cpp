@@ -1,8 +1,10 @@
+#include <functional>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "model/DropReason.h"
 #include "tests/support/Engine.h"
 
 namespace test {
@@ -446,6 +448,40 @@ TEST_F(Gate, WhatIsKeptForTheZoneIsWrittenBeforeTheMessageIsPublished) {
   EXPECT_FALSE(watch->kept);
   engine.receive(Bsm{}, "eth1");
   EXPECT_EQ(watch->kept, first);
+}
+
+// Reports of drops ------------------------------------------------------------------------------------
+
+/// Notes each reported drop, and what the gate has counted by then.
+struct Drops : pimbsr::DropListener {
+  explicit Drops(std::function<std::string()> count) : counted(std::move(count)) {}
+  void onDrop(pimbsr::DropReason reason) override {
+    all.push_back(std::string(name(reason)) + ", " + counted());
+  }
+  std::function<std::string()> counted;
+  Texts all;
+};
+
+TEST_F(Gate, ADropIsReportedOnceAndAfterItIsCounted) {
+  Drops drops([this] { return counts(); });
+  pimbsr::DropListener::Scope scope(drops);
+  engine.receive(Bsm{});
+  EXPECT_EQ(drops.all, Texts());
+  engine.receive(Bsm{.source = "192.0.2.2"});
+  EXPECT_EQ(drops.all, Texts({"not-rpf-neighbor, 2/1/1 bsm 2/1/1 rxNbrRpfCheck 1"}));
+}
+
+TEST_F(Gate, ADropIsReportedToTheInnermostListenerAlone) {
+  engine.receive(Bsm{});
+  Drops outer([] { return "outer"; }), inner([] { return "inner"; });
+  pimbsr::DropListener::Scope scope(outer);
+  {
+    pimbsr::DropListener::Scope innermost(inner);
+    engine.receive(Bsm{.source = "192.0.2.2"});
+  }
+  engine.receive(Bsm{.source = "192.0.2.2"});
+  EXPECT_EQ(inner.all, Texts({"not-rpf-neighbor, inner"}));
+  EXPECT_EQ(outer.all, Texts({"not-rpf-neighbor, outer"}));
 }
 
 }  // namespace

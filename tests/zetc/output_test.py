@@ -78,5 +78,15 @@ class Output(unittest.TestCase):
         self.assertLessEqual(max(lines.values()), 330)
 
 
+
+class ReasonsPage(unittest.TestCase):
+    def test_page_of_the_drop_reasons_is_that_of_the_catalogue(self):
+        root = support.HERE.parents[1]
+        with tempfile.TemporaryDirectory() as out:
+            done = support.run(root, out, "model/DropReason.zet")
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            made = (pathlib.Path(out) / "model/DropReason.md").read_text(encoding="utf-8")
+        self.assertEqual(made, (root / "docs/drop-reasons.md").read_text(encoding="utf-8"))
+
 if __name__ == "__main__":
     unittest.main()
