@@ -34,8 +34,10 @@ void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& t
 Agent::Agent(Clock const& clock, Machine& machine, Traffic& traffic, AgentListener& listener)
     : clock_(clock), machine_(machine), traffic_(traffic), listener_(listener), startTime_(clock.now()) {
   context_.nowIs(startTime_);
-  host::RouterOptions options{
-      .config = tree_.config(), .clearConfig = tree_.clearConfig(), .accessLists = tree_.accessLists()};
+  host::RouterOptions options{.config = tree_.config(),
+                              .clearConfig = tree_.clearConfig(),
+                              .accessLists = tree_.accessLists(),
+                              .ownDrops = this};
   router_ = std::make_unique<host::Router>(context_, machine_, options);
   observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), history_);
   neighbors_ = std::make_unique<NeighborWatch>(router_->pimStatus());
@@ -49,6 +51,7 @@ Agent::~Agent() {
 template <class Act>
 void Agent::call(Cause const& cause, Act const& act) {
   Zet::Context::Scope scope(context_);
+  DropListener::Scope drops(router_->dropListener());
   context_.nowIs(clock_.now());
   history_.causeIs(cause, context_.now());
   act();
@@ -86,6 +89,8 @@ bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
   });
   return goesOn;
 }
+
+void Agent::onOwnDrop(Reception const& reception) { drops_.note("", reception, context_.now()); }
 
 void Agent::advance() {
   double late = clock_.now() - router_->nextExpiry();

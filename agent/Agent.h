@@ -33,7 +33,7 @@ class AgentListener {
 ///
 /// It is made without any interface or candidacy; settings bring them. Each call sets the router's clock,
 /// does its work, and tells what changed. Whoever drives it calls advance() when nextExpiry() has come.
-class Agent {
+class Agent : private host::OwnDropSink {
  public:
   /// All outlive the agent.
   Agent(Clock const& clock, Machine& machine, Traffic& traffic, AgentListener& listener);
@@ -74,6 +74,7 @@ class Agent {
   host::Router& router() { return *router_; }
 
  private:
+  void onOwnDrop(host::Reception const& reception) override;
   /// The router's context: its trace and log go to the standard error stream, and its chance is its own. The
   /// engine seeds chance with the second of its start, in which other routers, or this one before a crash,
   /// may have started too: they would draw the same delays and Generation IDs.

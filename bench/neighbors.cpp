@@ -64,7 +64,7 @@ void bootstrap(benchmark::State& state) {
                           .destination = ip->destination};
   if (!wire::encodeIpv4(header, ip->payload, packet)) std::abort();
   for (auto _ : state) {
-    if (link.router.receive(eth0, packet).reason != "rxNbrRpfCheck") state.SkipWithError("not checked");
+    if (link.router.receive(eth0, packet).reason != "not-rpf-neighbor") state.SkipWithError("not checked");
   }
 }
 

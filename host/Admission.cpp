@@ -106,24 +106,24 @@ class Named {
 
 }  // namespace
 
-Refusal Admission::judge(BootstrapMessage const& message) const {
-  if (port_.isOwnAddress(message.srcAddr())) return Refusal::ownAddress;
-  if (message.hashMaskLen() > longestHashMask) return Refusal::hashMaskLength;
+DropReason Admission::judge(BootstrapMessage const& message) const {
+  if (port_.isOwnAddress(message.srcAddr())) return DropReason::ownAddress;
+  if (message.hashMaskLen() > longestHashMask) return DropReason::hashMaskLength;
   std::optional<Named> named;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   for (auto group = groups->groupDataIterator(); group; ++group) {
     Zet::Meter::visit();
-    if (hasLongHoldtime(*group)) return Refusal::holdtime;
+    if (hasLongHoldtime(*group)) return DropReason::holdtime;
     if (!isFragment(*group)) continue;
     if (!named) named.emplace(message, root_);
-    if (named->overflows(group->prefix())) return Refusal::fragmentOverflow;
+    if (named->overflows(group->prefix())) return DropReason::fragmentOverflow;
   }
-  return Refusal::none;
+  return DropReason::none;
 }
 
-Refusal Admission::judge(Packet::CrpAdvMessage const& message) const {
-  if (message.dstAddr().v4Addr().isMulticast()) return Refusal::multicastAdvertisement;
-  return message.holdtime() > longestHoldtime ? Refusal::holdtime : Refusal::none;
+DropReason Admission::judge(Packet::CrpAdvMessage const& message) const {
+  if (message.dstAddr().v4Addr().isMulticast()) return DropReason::multicastAdvertisement;
+  return message.holdtime() > longestHoldtime ? DropReason::holdtime : DropReason::none;
 }
 
 }  // namespace pimbsr::host

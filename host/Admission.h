@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/Refusal.h"
+#include "model/DropReason.h"
 #include "pim/Port.h"
 #include "protocol/PimBsrSm.h"
 
@@ -17,10 +17,10 @@ class PIMBSR_API Admission {
   /// its fragment tag, in this message, in the fragment store and in the kept message of any zone, are more
   /// than the least RP Count announced there: two routers may draw the same tag, and a timer may read a kept
   /// message again.
-  Refusal judge(Routing::Pim::Packet::BootstrapMessage const& message) const;
+  DropReason judge(Routing::Pim::Packet::BootstrapMessage const& message) const;
   /// Judges a Candidate-RP-Advertisement: it is for one BSR, and so for a unicast address (RFC 5059 section
   /// 3.2).
-  Refusal judge(Routing::Pim::Packet::CrpAdvMessage const& message) const;
+  DropReason judge(Routing::Pim::Packet::CrpAdvMessage const& message) const;
 
  private:
   Routing::Pim::Bsr::PimBsrSm const& root_;

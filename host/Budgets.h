@@ -3,8 +3,8 @@
 #include <map>
 
 #include "host/RateLimit.h"
-#include "host/Refusal.h"
 #include "host/Screening.h"
+#include "model/DropReason.h"
 #include "pim/NeighborTable.h"
 #include "wire/Wire.h"
 
@@ -44,9 +44,9 @@ class PIMBSR_API Budgets {
   /// The class of a packet that has passed the checks of its IP header. One to a unicast address could have
   /// been routed here, so that its source proves no neighbor.
   SenderClass classOf(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
-  /// Charges a packet to its class. Returns Refusal::none, or the drop reason of the budget that is used up.
+  /// Charges a packet to its class. Returns DropReason::none, or the drop reason of the budget that is used up.
   /// The source is used for neighbors and advertisers alone.
-  Refusal charge(Lanet::IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source);
+  DropReason charge(Lanet::IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source);
   /// To be called for a charged packet that turned out malformed: damaged Hellos leave the budget of Hellos
   /// alone as long as the rest can pay for them.
   void handleMalformed(Lanet::IntfId const& intfId, SenderClass senderClass);
@@ -65,9 +65,9 @@ class PIMBSR_API Budgets {
 
   Link& link(Lanet::IntfId const& intfId);
   static NeighborBuckets& neighborBuckets(Link& link, Zet::Ptr<Routing::Pim::Intf const> const& intf);
-  Refusal chargeRest(Link& link);
-  Refusal chargeNeighbor(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& source);
-  Refusal chargeAdvertiser(Lanet::IpGenAddr const& source);
+  DropReason chargeRest(Link& link);
+  DropReason chargeNeighbor(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& source);
+  DropReason chargeAdvertiser(Lanet::IpGenAddr const& source);
 
   pim::NeighborTable const& neighbors_;
   Screening const& settings_;

@@ -67,8 +67,8 @@ void Checker::tryValue(std::string const& place, U64 value, Set const& set) {
     set(static_cast<Number>(std::min(value, most)));
     if (value > most)
       fault(place, join(std::to_string(value), ": at most ", std::to_string(most), " is valid"));
-  } catch (Zet::RangeException const& refusal) {
-    fault(place, join(std::to_string(value), ": ", refusal.what()));
+  } catch (Zet::RangeException const& reason) {
+    fault(place, join(std::to_string(value), ": ", reason.what()));
   }
 }
 

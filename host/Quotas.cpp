@@ -42,12 +42,12 @@ class Quotas::Cut {
     verdict_.passed = copyOfHeader();
     Ptr<Packet::BootstrapOptionalData> groups = message_.groupRpData();
     for (auto group = groups->groupDataIterator(); group; ++group) {
-      Refusal refusal = check(*group);
-      if (refusal == Refusal::none) {
+      DropReason reason = check(*group);
+      if (reason == DropReason::none) {
         add(group.ptr());
       } else {
         addRenewals(*group);
-        if (verdict_.dropped++ == 0) verdict_.refusal = refusal;
+        if (verdict_.dropped++ == 0) verdict_.reason = reason;
       }
     }
     quotas_.waiting_.charge(waiting_);
@@ -70,16 +70,16 @@ class Quotas::Cut {
   }
 
   /// The engine hears of no record before all are checked, so that those that pass are added up here.
-  Refusal check(BootstrapGroupData const& group) {
-    if (group.fragRpCount() == 0) return Refusal::none;
+  DropReason check(BootstrapGroupData const& group) {
+    if (group.fragRpCount() == 0) return DropReason::none;
     U64 waiting = fits_.fragments ? 0 : quotas_.newWaiting(message_, group);
     U64 fresh = fits_.rps ? 0 : quotas_.newRps(zone_, message_, group);
-    if (waiting != 0 && !quotas_.hasRoomToWait(waiting_ + waiting)) return Refusal::fragmentQuota;
-    if (!fits_.ranges && !hasRoom(group.prefix())) return Refusal::zoneRanges;
-    if (fresh != 0 && !quotas_.hasRoomForRps(rps_ + fresh)) return Refusal::rpQuota;
+    if (waiting != 0 && !quotas_.hasRoomToWait(waiting_ + waiting)) return DropReason::fragmentQuota;
+    if (!fits_.ranges && !hasRoom(group.prefix())) return DropReason::zoneRanges;
+    if (fresh != 0 && !quotas_.hasRoomForRps(rps_ + fresh)) return DropReason::rpQuota;
     waiting_ += waiting;
     rps_ += fresh;
-    return Refusal::none;
+    return DropReason::none;
   }
 
   /// A range counts once, however many records name it.
@@ -124,7 +124,7 @@ class Quotas::Cut {
 
 Quotas::Verdict Quotas::judge(BootstrapMessage& message) {
   IpGenPrefix zone = zoneOf(message, root_.globalOrNonScopeZone());
-  if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return {.refusal = Refusal::zoneQuota};
+  if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return {.reason = DropReason::zoneQuota};
   Fits fits = fit(zone, message);
   if (fits.fragments && fits.ranges && fits.rps) return {.passed = Ptr<BootstrapMessage>(&message)};
   return Cut(*this, zone, message, fits).verdict();
@@ -143,10 +143,10 @@ Quotas::Fits Quotas::fit(IpGenPrefix const& zone, BootstrapMessage const& messag
   return fits;
 }
 
-Refusal Quotas::judge(Packet::CrpAdvMessage const& message) {
-  if (settings_.rps == 0 || message.holdtime() == 0) return Refusal::none;
+DropReason Quotas::judge(Packet::CrpAdvMessage const& message) {
+  if (settings_.rps == 0 || message.holdtime() == 0) return DropReason::none;
   U64 fresh = newRps(message);
-  return fresh == 0 || takesRps(fresh) ? Refusal::none : Refusal::rpQuota;
+  return fresh == 0 || takesRps(fresh) ? DropReason::none : DropReason::rpQuota;
 }
 
 // Counts ----------------------------------------------------------------------------------------------

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "host/Refusal.h"
 #include "host/Screening.h"
+#include "model/DropReason.h"
 #include "model/Status.h"
 #include "protocol/BootstrapMessageSm.h"
 #include "protocol/PimBsrSm.h"
@@ -71,8 +71,9 @@ class PIMBSR_API Quotas {
   struct Verdict {
     /// The message to hand on: the one received, or a copy with what fits; null if it is dropped whole.
     Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> passed;
-    Refusal refusal = Refusal::none;  ///< why the first of the cut records was cut, or the message dropped
-    U32 dropped = 0;                  ///< number of records that were cut
+    DropReason reason =
+        DropReason::none;  ///< why the first of the cut records was cut, or the message dropped
+    U32 dropped = 0;       ///< number of records that were cut
   };
 
   /// All are used for as long as this object is.
@@ -83,7 +84,7 @@ class PIMBSR_API Quotas {
   /// Judges a Bootstrap Message that the gate is to see next.
   Verdict judge(Routing::Pim::Packet::BootstrapMessage& message);
   /// Judges a Candidate-RP-Advertisement that was sent to this router.
-  Refusal judge(Routing::Pim::Packet::CrpAdvMessage const& message);
+  DropReason judge(Routing::Pim::Packet::CrpAdvMessage const& message);
   /// To be called after the settings have changed.
   void handleSettings() {
     rps_ = {};

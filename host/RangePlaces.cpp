@@ -56,21 +56,21 @@ void RangePlaces::dropIdle() {
 
 // Places ------------------------------------------------------------------------------------------------
 
-Refusal RangePlaces::checkRenewal(IpGenPrefix const& range, RpCandidate const& rp) const {
+DropReason RangePlaces::checkRenewal(IpGenPrefix const& range, RpCandidate const& rp) const {
   auto full = ranges_.find(range);
   bool isLeaving = full != ranges_.end() && full->second.displaced == rp.address();
-  return isLeaving && rp.holdTime().value() == 0 ? Refusal::displacedRp : Refusal::none;
+  return isLeaving && rp.holdTime().value() == 0 ? DropReason::displacedRp : DropReason::none;
 }
 
 /// An RP that was displaced and is a newcomer by now has left.
-Refusal RangePlaces::request(Request const& request) {
-  if (settings_.rpsPerRange == 0) return Refusal::none;
+DropReason RangePlaces::request(Request const& request) {
+  if (settings_.rpsPerRange == 0) return DropReason::none;
   Full* full = find(request.range);
   if (full && full->displaced == request.rp) full->displaced = {};
   bool isReserved = full && Zet::now() < full->reservedUntil;
   if (!isFull(request, isReserved ? full : nullptr)) {
     if (isReserved && full->newcomer == request.rp) full->reservedUntil = never;
-    return Refusal::none;
+    return DropReason::none;
   }
   if (!full) full = &add(request.range);
   if (!isReserved) {
@@ -78,7 +78,7 @@ Refusal RangePlaces::request(Request const& request) {
   } else {
     takeOver(request, *full);
   }
-  return Refusal::rangeFull;
+  return DropReason::rangeFull;
 }
 
 /// A preferred newcomer gets the place that is reserved for another that is neither preferred nor this

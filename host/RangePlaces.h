@@ -4,8 +4,8 @@
 #include <map>
 
 #include "host/PreferredRps.h"
-#include "host/Refusal.h"
 #include "host/Screening.h"
+#include "model/DropReason.h"
 #include "protocol/PimBsrSm.h"
 
 namespace pimbsr::host {
@@ -45,9 +45,9 @@ class PIMBSR_API RangePlaces {
   PreferredRps const& preferred() const { return preferred_; }
 
   /// Checks an RP that its range holds already: one that was displaced is refused until it has left.
-  Refusal checkRenewal(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp) const;
+  DropReason checkRenewal(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp) const;
   /// Asks for a place for an RP that its range doesn't hold. May displace another RP.
-  Refusal request(Request const& request);
+  DropReason request(Request const& request);
   /// Asks for a place for this router's own candidate RP in a range that has a set without it; false if it
   /// has to wait. Displaces the worst RP of a full range, a preferred one only if all others are preferred;
   /// a range with no RP but this router's own takes them up to `maxRps`.

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "model/DropReason.h"
 #include "model/Packet.h"
 #include "model/Values.h"
 #include "runtime/Ptr.h"
-#include "wire/DropReason.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::host {
@@ -42,6 +42,16 @@ struct Reception {
   bool refused() const { return !accepted() && droppedRanges == 0; }
   /// Whether it was dropped since its sender's budget is used up; the reason says whose that is.
   bool overBudget() const { return kind == MessageKind::unread; }
+};
+
+/// Receives drops of advertisements that a router, as BSR, sends to itself. They come in no packet, so that no
+/// other Reception reports them.
+class OwnDropSink {
+ public:
+  virtual void onOwnDrop(Reception const& reception) = 0;
+
+ protected:
+  ~OwnDropSink() = default;
 };
 
 }  // namespace pimbsr::host

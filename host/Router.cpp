@@ -44,8 +44,9 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
       interfaces_(Interface::allIntfStatusDirFactory("interfaces")),
       io_(Zet::make<pim::IoManager>(pim::makePamManager(), port)),
       bsmInfo_(IO::messageInfoFactory()),
-      crpMsgInfo_(IO::messageInfoFactory()) {
-  Zet::Context::Scope scope(context_);
+      crpMsgInfo_(IO::messageInfoFactory()),
+      ownDrops_(options.ownDrops) {
+  Call call(*this);
   if (!rpf_) rpf_ = Zet::make<pim::RpfTable>(routes_, neighbors_, port_);
   status_->afIs(Lanet::AddressFamily::ipv4);
   if (!status_->counters()) status_->countersIs("bsr");
@@ -76,7 +77,7 @@ void Router::configure(RouterOptions const& options) {
 
 /// The gates outlive the root machine, but have nowhere to send what it would say: its own end says nothing.
 Router::~Router() {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   hellos_.clear();
   sweep_->stop();
   bounds_->stop();
@@ -91,13 +92,13 @@ Router::~Router() {
 
 /// The gates take up whichever counters stand in the status tree.
 void Router::clearCounters() {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   status_->countersDel();
   status_->countersIs("bsr");
 }
 
 void Router::sayFarewell() {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   for (auto at = status_->crpIterator(); at; ++at) status_->crpDel(IpGenAddr(at->address()));
   for (auto at = status_->cbsrIterator(); at; ++at) status_->cbsrDel(IpGenPrefix(at->zone()));
   for (auto& [intfId, hello] : hellos_) hello.sayFarewell();
@@ -106,21 +107,21 @@ void Router::sayFarewell() {
 // Interfaces, routes and time -------------------------------------------------------------------------
 
 void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   interfaces_->intfStatusIs(intfId)->mtuIs(mtu);
   pimStatus_->pimIntfIs(intfId);
   writeSourceAddress(intfId, port_.primaryAddress(intfId));
 }
 
 void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const& options) {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   interfaceIs(intfId, mtu);
   auto [at, isNew] = hellos_.try_emplace(intfId, neighbors_->link(intfId), wheel_, port_, options);
   if (!isNew) at->second.optionsIs(options);
 }
 
 void Router::interfaceDel(IntfId const& intfId) {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   hellos_.erase(intfId);
   screen_->forget(intfId);
   pimStatus_->pimIntfDel(intfId);
@@ -129,7 +130,7 @@ void Router::interfaceDel(IntfId const& intfId) {
 }
 
 void Router::handleAddressChange(IntfId const& intfId) {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   if (pim::HelloSm* machine = hello(intfId)) machine->handleAddressChange();
   writeSourceAddress(intfId, port_.primaryAddress(intfId));
 }
@@ -150,17 +151,17 @@ pim::HelloSm const* Router::hello(IntfId const& intfId) const {
 }
 
 void Router::routeIs(Lanet::Prefix const& prefix, Slosh::Fib::Route const& route) {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   routes_->routeIs(prefix, route);
 }
 
 void Router::routeDel(Lanet::Prefix const& prefix) {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   routes_->routeDel(prefix);
 }
 
 void Router::advance() {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   wheel_->advance(context_.now());
 }
 
@@ -169,7 +170,7 @@ void Router::advance() {
 /// The address comes first: the machine that is made with the entry waits for it.
 void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candidacy) {
   ZET_ASSERT(!configSm_, "!configSm_");
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   Ptr<Bsr::BsrCandidate> entry = status_->cbsrIs(zone);
   entry->addressIs(candidacy.address);
   entry->intfIdIs(candidacy.intfId);
@@ -180,13 +181,13 @@ void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candida
 
 void Router::candidateBsrDel(IpGenPrefix const& zone) {
   ZET_ASSERT(!configSm_, "!configSm_");
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   status_->cbsrDel(zone);
 }
 
 void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidacy) {
   ZET_ASSERT(!configSm_, "!configSm_");
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   Ptr<Bsr::RpCandidate> entry = status_->crpIs(candidacy.address);
   entry->intfIdIs(candidacy.intfId);
   entry->intervalIs(candidacy.interval);
@@ -196,7 +197,7 @@ void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidac
 
 void Router::candidateRpDel(IpGenPrefix const& range, IpGenAddr const& address) {
   ZET_ASSERT(!configSm_, "!configSm_");
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   Ptr<Bsr::RpCandidate> entry = status_->crp(address);
   if (!entry) return;
   entry->prefixSetDel(range);
@@ -206,7 +207,7 @@ void Router::candidateRpDel(IpGenPrefix const& range, IpGenAddr const& address) 
 
 void Router::borderIs(IpGenPrefix const& zone, IntfId const& intfId, bool border) {
   ZET_ASSERT(!configSm_, "!configSm_");
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   if (border) {
     status_->bsBorderIs(zone)->intfIdIs(intfId, true);
   } else if (Ptr<Bsr::PimBsrBorder> entry = status_->bsBorder(zone)) {
@@ -217,7 +218,7 @@ void Router::borderIs(IpGenPrefix const& zone, IntfId const& intfId, bool border
 
 void Router::permitIs(IpGenPrefix const& senders) {
   ZET_ASSERT(!configSm_, "!configSm_");
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   permitted_.insert(senders);
   status_->crpPermitIs(senders, true);
   if (!permitted_.contains(everySender())) status_->crpPermitDel(everySender());
@@ -225,7 +226,7 @@ void Router::permitIs(IpGenPrefix const& senders) {
 
 void Router::permitDel(IpGenPrefix const& senders) {
   ZET_ASSERT(!configSm_, "!configSm_");
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   permitted_.erase(senders);
   if (permitted_.empty()) status_->crpPermitIs(everySender(), true);
   if (!permitted_.empty() || senders != everySender()) status_->crpPermitDel(senders);
@@ -237,16 +238,16 @@ void Router::screeningIs(Screening const& screening) { screen_->settingsIs(scree
 
 void Router::preferredRpsIs(PreferredRps const& preferred) { bounds_->preferredIs(preferred); }
 
-/// Names the refusal, if it is one, and returns whether it is.
-static bool refused(Refusal refusal, Reception& reception) {
-  if (refusal == Refusal::none) return false;
-  reception.reason = refusalName(refusal);
-  reception.sentence = refusalSentence(refusal);
+/// Names the reason, if it is one, and returns whether it is.
+static bool dropped(DropReason reason, Reception& reception) {
+  if (reason == DropReason::none) return false;
+  reception.reason = name(reason);
+  reception.sentence = sentence(reason);
   return true;
 }
 
 Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
-  Zet::Context::Scope scope(context_);
+  Call call(*this);
   Reception reception;
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
   Arrival arrival = ip ? screen_->arrival(intfId, *ip) : Arrival();
@@ -254,11 +255,11 @@ Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
     reception.source = ip->source;
     reception.destination = ip->destination;
   }
-  if (refused(screen_->charge(intfId, arrival), reception)) {
+  if (dropped(screen_->charge(intfId, arrival), reception)) {
     reception.kind = MessageKind::unread;
   } else if (ip) {
     read(intfId, *ip, arrival, reception);
-  } else if (ip.reason() != wire::DropReason::ipProtocol) {
+  } else if (ip.reason() != DropReason::ipProtocol) {
     malformed(ip.reason(), reception);
   }
   return reception;
@@ -282,7 +283,7 @@ static MessageKind kindOf(wire::Bytes pim) {
 
 void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival const& arrival,
                   Reception& reception) {
-  if (refused(arrival.header, reception)) {
+  if (dropped(arrival.header, reception)) {
     reception.kind = kindOf(packet.payload);
     return;
   }
@@ -311,84 +312,60 @@ void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> co
 
 void Router::hello(IntfId const& intfId, wire::HelloMessage const& told, Reception& reception) {
   pim::HelloSm* machine = hello(intfId);
-  if (machine == nullptr || refused(screen_->judgeHello(intfId, told), reception)) return;
+  if (machine == nullptr || dropped(screen_->judgeHello(intfId, told), reception)) return;
   machine->receive(told);
 }
 
-void Router::malformed(wire::DropReason reason, Reception& reception) {
+void Router::malformed(DropReason reason, Reception& reception) {
   reception.kind = MessageKind::malformed;
-  reception.reason = wire::name(reason);
-  reception.sentence = wire::sentence(reason);
+  reception.reason = name(reason);
+  reception.sentence = sentence(reason);
 }
 
-namespace {
+/// Hands a message to the gate that watches `info`; returns why the gate drops it or, of an advertisement, one
+/// of its group ranges.
+DropReason Router::throughGate(IO::MessageInfo& info, IntfId const& intfId,
+                               Ptr<Packet::Message> const& message) {
+  inHand_ = DropReason::none;
+  info.intfIdIs(intfId);
+  info.messageIs(message);
+  info.countInc(1);
+  return *std::exchange(inHand_, std::nullopt);
+}
 
-/// The gate's own causes, by the counter that each raises.
-struct GateCause {
-  U32 Bsr::PimBsrErrorCounters::*counter;
-  std::string_view name;
-  std::string_view sentence;
-};
-
-constexpr GateCause bsmCauses[] = {
-    {&Bsr::PimBsrErrorCounters::rxFilter, "rxFilter", "It arrived on a border of its zone."},
-    {&Bsr::PimBsrErrorCounters::rxNbrRpfCheck, "rxNbrRpfCheck",
-     "It is not from the RPF neighbour towards its BSR."},
-    {&Bsr::PimBsrErrorCounters::rxNoForwardBsm, "rxNoForwardBsm",
-     "A No-Forward message is taken only as the first of its zone, soon after the start."},
-    {&Bsr::PimBsrErrorCounters::rxUnicastBsm, "rxUnicastBsm", "It was sent to a unicast address."},
-    {&Bsr::PimBsrErrorCounters::rxScopeMismatch, "rxScopeMismatch", "Its scope doesn't match."},
-    {&Bsr::PimBsrErrorCounters::rxInvalid, "rxInvalid",
-     "It was sent to a multicast address other than 224.0.0.13."},
-};
-
-constexpr GateCause crpAdvCauses[] = {
-    {&Bsr::PimBsrErrorCounters::rxFilter, "rxFilter", "Its sender is not among the permitted ones."},
-    {&Bsr::PimBsrErrorCounters::rxInvalid, "rxInvalid",
-     "This router is not the elected BSR for one of its ranges."},
-};
-
-}  // namespace
-
-/// Names what the gate counted against a message; returns whether it counted anything.
-static bool nameCause(Bsr::PimBsrErrorCounters const& before, Bsr::PimBsrErrorCounters const& after,
-                      std::span<GateCause const> causes, Reception& reception) {
-  bool isCounted = false;
-  for (GateCause const& cause : causes) {
-    if (after.*cause.counter == before.*cause.counter) continue;
-    reception.reason = cause.name;
-    reception.sentence = cause.sentence;
-    isCounted = true;
+/// Outside of a packet the gates drop only what this router advertises to itself.
+void Router::onDrop(DropReason reason) {
+  if (inHand_) {
+    if (inHand_ == DropReason::none) inHand_ = reason;
+    return;
   }
-  return isCounted;
+  if (ownDrops_ == nullptr) return;
+  Ptr<Packet::CrpAdvMessage> message = crpMsgStatus_->txCrpMsg();
+  Reception reception{.kind = MessageKind::crpAdv, .message = message};
+  if (message) reception.source = message->srcAddr();
+  if (message) reception.destination = message->dstAddr();
+  dropped(reason, reception);
+  ownDrops_->onOwnDrop(reception);
 }
 
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
-  if (refused(screen_->judgeSender(intfId, message), reception)) return;
-  if (refused(admission_->judge(message), reception)) return;
+  if (dropped(screen_->judgeSender(intfId, message), reception)) return;
+  if (dropped(admission_->judge(message), reception)) return;
   Quotas::Verdict verdict = screen_->judgeCost(message);
-  refused(verdict.refusal, reception);
+  dropped(verdict.reason, reception);
   if (!verdict.passed) return;
-  Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
-  bsmInfo_->intfIdIs(intfId);
-  bsmInfo_->messageIs(verdict.passed);
-  bsmInfo_->countInc(1);
-  bool isRefused = nameCause(before, status_->counters()->errCounters(), bsmCauses, reception);
-  reception.droppedRanges = isRefused ? 0 : verdict.dropped;
+  bool isDropped = dropped(throughGate(*bsmInfo_, intfId, verdict.passed), reception);
+  reception.droppedRanges = isDropped ? 0 : verdict.dropped;
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
-  if (refused(admission_->judge(message), reception)) return;
+  if (dropped(admission_->judge(message), reception)) return;
   if (!port_.isOwnAddress(message.dstAddr())) return;
-  if (refused(screen_->judgeCost(message), reception)) return;
+  if (dropped(screen_->judgeCost(message), reception)) return;
   RpBounds::Verdict verdict = bounds_->check(message);
-  refused(verdict.refusal, reception);
+  dropped(verdict.reason, reception);
   if (!verdict.passed) return;
-  Bsr::PimBsrErrorCounters before = status_->counters()->errCounters();
-  crpMsgInfo_->intfIdIs(intfId);
-  crpMsgInfo_->messageIs(verdict.passed);
-  crpMsgInfo_->countInc(1);
-  if (nameCause(before, status_->counters()->errCounters(), crpAdvCauses, reception)) return;
+  if (dropped(throughGate(*crpMsgInfo_, intfId, verdict.passed), reception)) return;
   reception.droppedRanges = verdict.dropped;
   screen_->noteAdvertisement(message);
 }

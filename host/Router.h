@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <span>
 
@@ -60,6 +61,8 @@ struct RouterOptions {
   Zet::Ptr<Routing::Pim::PimRpfTable> rpf = nullptr;
   /// What is checked in packets of a real network; nothing by default.
   Screening screening;
+  /// Receives what the gate drops of this router's own advertisements; may be null. It outlives the router.
+  OwnDropSink* ownDrops = nullptr;
 };
 
 /// One Bootstrap Router behind a port: the status tree, the machines in the order in which they must be made,
@@ -68,7 +71,7 @@ struct RouterOptions {
 /// The host sets the context's clock to the time of an event and then makes one call; each call enters the
 /// context by itself. Whoever watches the status tree hears of changes inside that call, and must not call
 /// back in. Advertisements are taken from every sender as long as no sender has been permitted by name.
-class PIMBSR_API Router {
+class PIMBSR_API Router : private DropListener {
  public:
   /// The context and the port outlive the router.
   Router(Zet::Context& context, pim::Port& port, RouterOptions const& options = {});
@@ -135,6 +138,9 @@ class PIMBSR_API Router {
   void advance();
 
   Zet::Context& context() const { return context_; }
+  /// Receives what the gates drop. A host that changes the configuration makes it the current listener of the
+  /// thread, as it makes the context the current one; the calls above do both by themselves.
+  DropListener& dropListener() { return *this; }
   Zet::Ptr<Routing::Pim::Bsr::Status> status() const { return status_; }
   Zet::Ptr<Routing::Pim::Status> pimStatus() const { return pimStatus_; }
   /// The RP set that PIM reads. An RP whose time is over is out of use, and is swept from it within a minute
@@ -153,6 +159,16 @@ class PIMBSR_API Router {
   pim::HelloSm const* hello(Lanet::IntfId const& intfId) const;
 
  private:
+  /// Makes the router's context, and the router as the listener of its gates, the current ones of the thread.
+  struct Call {
+    explicit Call(Router& router) : context(router.context_), drops(router) {}
+    Zet::Context::Scope context;
+    DropListener::Scope drops;
+  };
+
+  void onDrop(DropReason reason) override;
+  DropReason throughGate(Routing::Pim::IO::MessageInfo& info, Lanet::IntfId const& intfId,
+                         Zet::Ptr<Routing::Pim::Packet::Message> const& message);
   void configure(RouterOptions const& options);
   void writeSourceAddress(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address);
   void read(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival const& arrival,
@@ -160,7 +176,7 @@ class PIMBSR_API Router {
   void handle(Lanet::IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
               Reception& reception);
   void hello(Lanet::IntfId const& intfId, wire::HelloMessage const& told, Reception& reception);
-  static void malformed(wire::DropReason reason, Reception& reception);
+  static void malformed(DropReason reason, Reception& reception);
   void bootstrap(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage& message,
                  Reception& reception);
   void crpAdv(Lanet::IntfId const& intfId, Routing::Pim::Packet::CrpAdvMessage& message,
@@ -193,6 +209,8 @@ class PIMBSR_API Router {
   std::map<Lanet::IntfId, pim::HelloSm> hellos_;
   Zet::Ptr<RpSweep> sweep_;
   std::set<Lanet::IpGenPrefix> permitted_;
+  OwnDropSink* ownDrops_;
+  std::optional<DropReason> inHand_;  ///< of the message that a gate handles now, if it came in a packet
 };
 
 }  // namespace pimbsr::host

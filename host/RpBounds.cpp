@@ -93,9 +93,9 @@ RpBounds::Verdict RpBounds::check(CrpAdvMessage& message) {
   if (!hasBound(settings_) || message.holdtime() == 0 || !isPermitted(message.srcAddr())) return verdict;
   isPrepared_ = false;
   newRanges_ = 0;
-  auto note = [&](Refusal refusal) {
-    if (refusal == Refusal::none) return false;
-    if (verdict.dropped++ == 0) verdict.refusal = refusal;
+  auto note = [&](DropReason reason) {
+    if (reason == DropReason::none) return false;
+    if (verdict.dropped++ == 0) verdict.reason = reason;
     return true;
   };
   if (!hasRanges(message)) {
@@ -126,19 +126,19 @@ bool RpBounds::isElected(IpGenPrefix const& zone, IpGenAddr const& bsr) const {
   return candidate && candidate->address() == bsr;
 }
 
-Refusal RpBounds::checkRange(CrpAdvMessage const& message, IpGenPrefix const& range) {
+DropReason RpBounds::checkRange(CrpAdvMessage const& message, IpGenPrefix const& range) {
   IpGenPrefix zone = root_->bsrTrie()->longestMatch(range);
-  if (!isElected(zone, message.dstAddr())) return Refusal::none;
+  if (!isElected(zone, message.dstAddr())) return DropReason::none;
   Ptr<Bsr::PimBsrRpCandidateStatus> zoneStatus = root_->bsrStatus()->crpStatus(zone);
   Ptr<RpCandidateStatus> sets = zoneStatus ? zoneStatus->status() : nullptr;
   Ptr<RpCandidateSet> set = sets ? sets->crpSet(range) : nullptr;
   if (Ptr<Routing::Pim::RpCandidate> rp = set ? set->rp(message.rpAddress()) : nullptr)
     return places_.checkRenewal(range, *rp);
   bool isPreferred = places_.preferred().contains(message.rpAddress());
-  if (!set && isZoneFull(sets ? sets->crpSetCount() : 0, isPreferred)) return Refusal::zoneRanges;
-  Refusal refusal = admit(message, {range, zone, message.rpAddress(), message.priority(), set});
-  if (!set && refusal == Refusal::none) ++newRanges_;
-  return refusal;
+  if (!set && isZoneFull(sets ? sets->crpSetCount() : 0, isPreferred)) return DropReason::zoneRanges;
+  DropReason reason = admit(message, {range, zone, message.rpAddress(), message.priority(), set});
+  if (!set && reason == DropReason::none) ++newRanges_;
+  return reason;
 }
 
 /// The new ranges of the message are counted with those that the zone holds, whichever zone they are of.
@@ -151,15 +151,15 @@ bool RpBounds::isZoneFull(U32 held, bool isPreferred) const {
 
 /// An RP that its range doesn't hold. The sender's bounds come first, so that a message beyond them displaces
 /// no RP.
-Refusal RpBounds::admit(CrpAdvMessage const& message, RangePlaces::Request const& request) {
+DropReason RpBounds::admit(CrpAdvMessage const& message, RangePlaces::Request const& request) {
   bool isPreferred = places_.preferred().contains(request.rp);
   SenderLedger::Addition addition{message.srcAddr(), request.rp, request.range, isPreferred};
   if (!isPrepared_) ledger_.prepare(addition, hasRanges(message) ? message.groupData()->groupInfoCount() : 1);
   isPrepared_ = true;
-  Refusal refusal = ledger_.check(addition);
-  if (refusal == Refusal::none) refusal = places_.request(request);
-  if (refusal == Refusal::none) ledger_.record(addition);
-  return refusal;
+  DropReason reason = ledger_.check(addition);
+  if (reason == DropReason::none) reason = places_.request(request);
+  if (reason == DropReason::none) ledger_.record(addition);
+  return reason;
 }
 
 // This router's own advertisements ------------------------------------------------------------------------

@@ -22,8 +22,8 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
   struct Verdict {
     /// The message to hand on: the one received, or a copy with the ranges that fit; null if none does.
     Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage> passed;
-    Refusal refusal = Refusal::none;  ///< why the first of the dropped ranges was dropped
-    U32 dropped = 0;                  ///< number of ranges dropped
+    DropReason reason = DropReason::none;  ///< why the first of the dropped ranges was dropped
+    U32 dropped = 0;                       ///< number of ranges dropped
   };
 
   /// The machines and the settings are read for as long as this object is not stopped.
@@ -48,9 +48,9 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
  private:
   bool isPermitted(Lanet::IpGenAddr const& sender) const;
   bool isElected(Lanet::IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr) const;
-  Refusal checkRange(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
+  DropReason checkRange(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
   bool isZoneFull(U32 held, bool isPreferred) const;
-  Refusal admit(Routing::Pim::Packet::CrpAdvMessage const& message, RangePlaces::Request const& request);
+  DropReason admit(Routing::Pim::Packet::CrpAdvMessage const& message, RangePlaces::Request const& request);
   bool mayEnter(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
 
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;

@@ -38,36 +38,38 @@ static bool staysOnLink(wire::Ipv4Packet const& packet) {
 }
 
 /// A sender that is this router itself is left to those who know what that means for their message.
-Refusal Screen::judgeHeader(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
-  if (settings_.linkLocalTtl && packet.destination == allPimRouters() && packet.ttl != 1) return Refusal::ttl;
-  if (!settings_.onSubnet || !staysOnLink(packet)) return Refusal::none;
+DropReason Screen::judgeHeader(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
+  if (settings_.linkLocalTtl && packet.destination == allPimRouters() && packet.ttl != 1)
+    return DropReason::ttl;
+  if (!settings_.onSubnet || !staysOnLink(packet)) return DropReason::none;
   IpGenAddr source(packet.source);
   bool isAtHome = port_.isOwnAddress(source) || port_.isOnSubnet(intfId, source);
-  return isAtHome ? Refusal::none : Refusal::foreignSubnet;
+  return isAtHome ? DropReason::none : DropReason::foreignSubnet;
 }
 
 Arrival Screen::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
   Arrival arrival{.source = packet.source, .header = judgeHeader(intfId, packet)};
-  bool isRest = arrival.header != Refusal::none && packet.destination.isMulticast();
+  bool isRest = arrival.header != DropReason::none && packet.destination.isMulticast();
   if (!isRest) arrival.senderClass = budgets_.classOf(intfId, packet);
   return arrival;
 }
 
 /// A goodbye Hello and one of this router itself add no neighbor.
-Refusal Screen::judgeHello(IntfId const& intfId, wire::HelloMessage const& hello) const {
-  if (settings_.linkLocalTtl && hello.dstAddr != IpGenAddr(allPimRouters())) return Refusal::helloDestination;
+DropReason Screen::judgeHello(IntfId const& intfId, wire::HelloMessage const& hello) const {
+  if (settings_.linkLocalTtl && hello.dstAddr != IpGenAddr(allPimRouters()))
+    return DropReason::helloDestination;
   Ptr<pim::LinkNeighbors> link = neighbors_.link(intfId);
-  if (!link || hello.holdtime == 0 || port_.isOwnAddress(hello.srcAddr)) return Refusal::none;
-  return link->displacedBy(hello) ? Refusal::none : Refusal::neighborQuota;
+  if (!link || hello.holdtime == 0 || port_.isOwnAddress(hello.srcAddr)) return DropReason::none;
+  return link->displacedBy(hello) ? DropReason::none : DropReason::neighborQuota;
 }
 
-Refusal Screen::judgeSender(IntfId const& intfId,
-                            Routing::Pim::Packet::BootstrapMessage const& message) const {
-  if (port_.isOwnAddress(message.srcAddr())) return Refusal::none;
+DropReason Screen::judgeSender(IntfId const& intfId,
+                               Routing::Pim::Packet::BootstrapMessage const& message) const {
+  if (port_.isOwnAddress(message.srcAddr())) return DropReason::none;
   bool isNeighbor = !settings_.fromNeighbors || !neighbors_.owner(intfId, message.srcAddr()).isEmpty();
-  if (!isNeighbor) return Refusal::notNeighbor;
+  if (!isNeighbor) return DropReason::notNeighbor;
   bool isOwn = settings_.notOwnBsr && port_.isOwnAddress(message.bsrAddress());
-  return isOwn ? Refusal::ownBsr : Refusal::none;
+  return isOwn ? DropReason::ownBsr : DropReason::none;
 }
 
 }  // namespace pimbsr::host

@@ -2,8 +2,8 @@
 
 #include "host/Budgets.h"
 #include "host/Quotas.h"
-#include "host/Refusal.h"
 #include "host/Screening.h"
+#include "model/DropReason.h"
 #include "pim/NeighborTable.h"
 #include "pim/Port.h"
 #include "wire/Wire.h"
@@ -13,8 +13,8 @@ namespace pimbsr::host {
 /// What the IP header of a packet says of it.
 struct Arrival {
   SenderClass senderClass = SenderClass::rest;
-  Lanet::IpAddr source;            ///< unset if there was no header to read
-  Refusal header = Refusal::none;  ///< why the packet is dropped by its header
+  Lanet::IpAddr source;                  ///< unset if there was no header to read
+  DropReason header = DropReason::none;  ///< why the packet is dropped by its header
 };
 
 /// Refuses what a router on a real network must not believe or can't afford, as far as its settings say. The
@@ -36,7 +36,7 @@ class PIMBSR_API Screen {
   /// address of a neighbor costs the neighbor nothing.
   Arrival arrival(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
   /// Charges a packet to the budget of its sender; a packet without a readable IP header is of the rest.
-  Refusal charge(Lanet::IntfId const& intfId, Arrival const& arrival) {
+  DropReason charge(Lanet::IntfId const& intfId, Arrival const& arrival) {
     return budgets_.charge(intfId, arrival.senderClass, arrival.source);
   }
   /// To be called for a charged packet that turned out malformed.
@@ -48,21 +48,21 @@ class PIMBSR_API Screen {
     budgets_.noteAdvertiser(message.srcAddr(), message.holdtime());
   }
   /// Validates a Hello that would reach the interface's HelloSm, which makes room for it in a full table.
-  Refusal judgeHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
+  DropReason judgeHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
   /// Judges a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.
-  Refusal judgeSender(Lanet::IntfId const& intfId,
-                      Routing::Pim::Packet::BootstrapMessage const& message) const;
+  DropReason judgeSender(Lanet::IntfId const& intfId,
+                         Routing::Pim::Packet::BootstrapMessage const& message) const;
   /// Judges a message by what it would make the router keep. An advertisement must be for this router.
   Quotas::Verdict judgeCost(Routing::Pim::Packet::BootstrapMessage& message) {
     return quotas_.judge(message);
   }
-  Refusal judgeCost(Routing::Pim::Packet::CrpAdvMessage const& message) { return quotas_.judge(message); }
+  DropReason judgeCost(Routing::Pim::Packet::CrpAdvMessage const& message) { return quotas_.judge(message); }
 
   /// To be called when an interface has gone.
   void forget(Lanet::IntfId const& intfId) { budgets_.forget(intfId); }
 
  private:
-  Refusal judgeHeader(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
+  DropReason judgeHeader(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
 
   pim::NeighborTable& neighbors_;
   pim::Port const& port_;

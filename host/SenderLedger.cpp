@@ -39,18 +39,18 @@ void SenderLedger::prepare(Addition const& addition, U64 ranges) {
   if (isNearBound(at->second, ranges)) prune(at->second);
 }
 
-Refusal SenderLedger::check(Addition const& addition) const {
+DropReason SenderLedger::check(Addition const& addition) const {
   Key key = keyOf(addition);
   auto at = accounts_.find(key);
-  if (at == accounts_.end()) return Refusal::none;
+  if (at == accounts_.end()) return DropReason::none;
   Account const& account = at->second;
   auto known = account.rps.find(addition.rp);
   bool isNewRp = known == account.rps.end();
-  if (!isNewRp && known->second.contains(addition.range)) return Refusal::none;
+  if (!isNewRp && known->second.contains(addition.range)) return DropReason::none;
   if (isNewRp && settings_.rpsPerSender != 0 && account.rps.size() >= settings_.rpsPerSender)
-    return Refusal::senderRps;
+    return DropReason::senderRps;
   bool isBeyond = settings_.rangesPerSender != 0 && account.ranges >= settings_.rangesPerSender;
-  return isBeyond ? Refusal::senderRanges : Refusal::none;
+  return isBeyond ? DropReason::senderRanges : DropReason::none;
 }
 
 void SenderLedger::record(Addition const& addition) {

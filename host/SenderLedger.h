@@ -6,8 +6,8 @@
 #include <set>
 #include <utility>
 
-#include "host/Refusal.h"
 #include "host/Screening.h"
+#include "model/DropReason.h"
 #include "protocol/PimBsrSm.h"
 
 namespace pimbsr::host {
@@ -49,7 +49,7 @@ class PIMBSR_API SenderLedger {
   /// called for a message before its first check: its own entries are in no set yet.
   void prepare(Addition const& addition, U64 ranges);
   /// Checks whether a sender may add an RP to a range that doesn't hold it.
-  Refusal check(Addition const& addition) const;
+  DropReason check(Addition const& addition) const;
   /// Records that it did. Has no effect while neither bound is set.
   void record(Addition const& addition);
   /// Number of RPs by range that are recorded, with those that have left the sets meanwhile.

@@ -95,7 +95,7 @@ class ConfigRefused : public std::runtime_error {
 
 /// One router of a network: its configuration, its clock and chance, its addresses, and, while it runs, the
 /// router itself. It starts running; what is configured while it does not counts from its next start on.
-class Node final : public pim::Port {
+class Node final : public pim::Port, private host::OwnDropSink {
  public:
   /// The network outlives it.
   Node(Network& network, U32 id, NodeOptions const& options);
@@ -193,6 +193,7 @@ class Node final : public pim::Port {
   void tellStates();
   void tellSent(U32 intf, Bytes packet);
   void tellReception(U32 intf, host::Reception const& reception);
+  void onOwnDrop(host::Reception const& reception) override { countRefusal(reception); }
   void countRefusal(host::Reception const& reception);
   void bringUp(U32 intf);
   void takeDown(U32 intf);

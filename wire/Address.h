@@ -2,10 +2,10 @@
 
 #include <optional>
 
+#include "model/DropReason.h"
 #include "model/Lanet.h"
 #include "model/Packet.h"
 #include "runtime/Types.h"
-#include "wire/DropReason.h"
 #include "wire/Reader.h"
 #include "wire/Writer.h"
 

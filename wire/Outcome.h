@@ -3,8 +3,8 @@
 #include <utility>
 #include <variant>
 
+#include "model/DropReason.h"
 #include "runtime/Assert.h"
-#include "wire/DropReason.h"
 
 namespace pimbsr::wire {
 

@@ -5,12 +5,12 @@
 #include <variant>
 #include <vector>
 
+#include "model/DropReason.h"
 #include "model/Lanet.h"
 #include "model/Packet.h"
 #include "runtime/Export.h"
 #include "runtime/Ptr.h"
 #include "runtime/Types.h"
-#include "wire/DropReason.h"
 #include "wire/Outcome.h"
 #include "wire/Reader.h"
 

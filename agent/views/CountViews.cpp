@@ -20,7 +20,7 @@ static Json ago(Observed const& observed, double time) {
 static U64 filteredAdvertisements(Drops const& drops) {
   U64 count = 0;
   for (auto const& [key, row] : drops.rows()) {
-    if (key.kind == MessageKind::crpAdv && key.reason == "rxFilter") count += row.count;
+    if (key.reason == name(DropReason::senderFilter)) count += row.count;
   }
   return count;
 }
@@ -103,7 +103,7 @@ static Json dropJson(Observed const& observed, DropKey const& key, DropRow const
   return {{"reason", key.reason},
           {"sentence", row.sentence},
           {"kind", keyOf(key.kind)},
-          {"interface", key.intf},
+          {"interface", key.intf.empty() ? Json() : Json(key.intf)},
           {"zone", key.others ? Json("other") : jsonOf(key.zone)},
           {"count", row.count},
           {"last",

@@ -60,7 +60,7 @@ static TimelineRow rowOf(PlayedMessage const& played) {
 /// Why a message was refused, with what a reader needs to see it.
 static std::string refusalOf(PlayedMessage const& played) {
   std::string refusal = fmt::format("{}: {}", played.reception.reason, played.reception.sentence);
-  if (played.reception.reason == "rxNbrRpfCheck") {
+  if (played.reception.reason == name(DropReason::notRpfNeighbor)) {
     refusal += fmt::format(" That is {}.", textOf(played.rpfNeighbor));
   }
   return refusal;

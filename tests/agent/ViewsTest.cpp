@@ -329,7 +329,7 @@ TEST_F(ViewsTest, FilterTellsWhoIsPermittedAndHowManyWereNot) {
   settings.router.accessLists["senders"][10].filter.sourceMask = addr("255.0.0.0").v4Addr();
   settings.router.senderLists = {"nolist", "senders"};
   lead();
-  EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "rxFilter");
+  EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "sender-filter");
   expect(view("filter"),
          R"({"lists": ["nolist", "senders"], "absentLists": ["nolist"], "permitted": ["10.0.0.0/8"],
     "permitsAll": false, "refused": 1})");

@@ -192,9 +192,9 @@ TEST(ReplayTest, FirstSourceOfABsrIsItsRpfNeighbor) {
               testing::IsSupersetOf({"0.000 BSM accepted 192.0.2.1 198.51.100.1",
                                      "1.000 BSM refused 192.0.2.2 198.51.100.1",
                                      "2.000 BSM accepted 192.0.2.2 198.51.100.2"}));
-  EXPECT_THAT(
-      test::replay(file.path()).out,
-      HasSubstr("rxNbrRpfCheck: It is not from the RPF neighbour towards its BSR. That is 192.0.2.1."));
+  EXPECT_THAT(test::replay(file.path()).out,
+              HasSubstr("not-rpf-neighbor: The Bootstrap Message is not from the RPF neighbor towards its "
+                        "BSR. That is 192.0.2.1."));
 }
 
 TEST(ReplayTest, NoForwardMessageSaysNothingOfTheRpfNeighbor) {
@@ -352,7 +352,7 @@ TEST(ReplayTest, EachRefusalIsCountedByItsReason) {
   EXPECT_EQ(messages["pim"], 4);
   EXPECT_EQ(messages["bsm"], 3);
   EXPECT_EQ(messages["malformed"], 1);
-  EXPECT_EQ(messages["dropped"], json({{"version", 1}, {"holdtime", 2}, {"rxInvalid", 1}}));
+  EXPECT_EQ(messages["dropped"], json({{"version", 1}, {"holdtime", 2}, {"bootstrap-destination", 1}}));
 }
 
 // Trace -----------------------------------------------------------------------------------------------

@@ -9,8 +9,8 @@
 namespace test {
 namespace {
 
+using pimbsr::DropReason;
 using pimbsr::host::Admission;
-using pimbsr::host::Refusal;
 
 /// A router with one address of its own, which sends nowhere.
 class OwnAddressPort : public pimbsr::pim::Port {
@@ -22,11 +22,11 @@ class OwnAddressPort : public pimbsr::pim::Port {
 
 class AdmissionTest : public EngineTest {
  protected:
-  Refusal judge(Bsm const& told) { return admission.judge(*make(told)); }
+  DropReason judge(Bsm const& told) { return admission.judge(*make(told)); }
   /// Hands a message to the gate if it is admitted, as a router does.
-  Refusal offer(Bsm const& told) {
-    Refusal refusal = judge(told);
-    if (refusal == Refusal::none) engine.receive(told);
+  DropReason offer(Bsm const& told) {
+    DropReason refusal = judge(told);
+    if (refusal == DropReason::none) engine.receive(told);
     return refusal;
   }
 
@@ -43,80 +43,82 @@ Group fragment(std::vector<std::string> const& addresses, int announced,
 }
 
 TEST_F(AdmissionTest, OrdinaryMessageIsAdmitted) {
-  EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.1"}}}}}), Refusal::none);
-  EXPECT_EQ(judge({}), Refusal::none);
+  EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.1"}}}}}), DropReason::none);
+  EXPECT_EQ(judge({}), DropReason::none);
 }
 
 TEST_F(AdmissionTest, MessageFromAnOwnAddressIsRefused) {
-  EXPECT_EQ(judge({.source = "192.0.2.9"}), Refusal::ownAddress);
+  EXPECT_EQ(judge({.source = "192.0.2.9"}), DropReason::ownAddress);
 }
 
 TEST_F(AdmissionTest, HashMaskLengthAbove32IsRefused) {
-  EXPECT_EQ(judge({.hashMaskLen = 32}), Refusal::none);
-  EXPECT_EQ(judge({.hashMaskLen = 33}), Refusal::hashMaskLength);
+  EXPECT_EQ(judge({.hashMaskLen = 32}), DropReason::none);
+  EXPECT_EQ(judge({.hashMaskLen = 33}), DropReason::hashMaskLength);
 }
 
 TEST_F(AdmissionTest, HoldtimeAbove40958IsRefusedWhereverItStands) {
-  EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.1", 40958}}}}}), Refusal::none);
+  EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.1", 40958}}}}}), DropReason::none);
   EXPECT_EQ(
       judge({.groups = {{"239.0.0.0/8", {{"203.0.113.2"}}}, {"224.0.0.0/4", {{"203.0.113.1", 40959}}}}}),
-      Refusal::holdtime);
+      DropReason::holdtime);
 }
 
 TEST_F(AdmissionTest, AdvertisementWithAHoldtimeAbove40958IsRefused) {
   auto advertisement = Zet::make<Routing::Pim::Packet::CrpAdvMessage>();
   advertisement->holdtimeIs(40958);
-  EXPECT_EQ(admission.judge(*advertisement), Refusal::none);
+  EXPECT_EQ(admission.judge(*advertisement), DropReason::none);
   advertisement->holdtimeIs(40959);
-  EXPECT_EQ(admission.judge(*advertisement), Refusal::holdtime);
+  EXPECT_EQ(admission.judge(*advertisement), DropReason::holdtime);
 }
 
 TEST_F(AdmissionTest, OneRangeTwiceInAMessageCountsTogether) {
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.1"}, 2), fragment({"203.0.113.2"}, 2)}}), Refusal::none);
+  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.1"}, 2), fragment({"203.0.113.2"}, 2)}}),
+            DropReason::none);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.1", "203.0.113.2"}, 3), fragment({"203.0.113.3"}, 2)}}),
-            Refusal::fragmentOverflow);
+            DropReason::fragmentOverflow);
 }
 
 TEST_F(AdmissionTest, MoreRpsThanTheStoreExpectsAreRefused) {
   EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1", "203.0.113.2", "203.0.113.3"}, 4)}, .tag = 7}),
-            Refusal::none);
+            DropReason::none);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 7}),
-            Refusal::fragmentOverflow);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 8}), Refusal::none);
+            DropReason::fragmentOverflow);
+  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 8}), DropReason::none);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4, "225.0.0.0/8")}, .tag = 7}),
-            Refusal::none);
+            DropReason::none);
 }
 
 TEST_F(AdmissionTest, WhatTheStoreExpectsBoundsALargerAnnouncement) {
-  EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), Refusal::none);
+  EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), DropReason::none);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.2", "203.0.113.3"}, 9)}, .tag = 7}),
-            Refusal::fragmentOverflow);
+            DropReason::fragmentOverflow);
 }
 
 TEST_F(AdmissionTest, KeptMessageOfAnotherZoneCountsAfterItsFragmentsAgedOut) {
   Group scope{"239.0.0.0/8", {}, scopedFlag};
-  EXPECT_EQ(offer({.groups = {scope, fragment({"203.0.113.1", "203.0.113.2"}, 3)}, .tag = 7}), Refusal::none);
+  EXPECT_EQ(offer({.groups = {scope, fragment({"203.0.113.1", "203.0.113.2"}, 3)}, .tag = 7}),
+            DropReason::none);
   engine.runTo(40);
   ASSERT_EQ(engine.root->bsmRxFragmentsCount(), 0u);
   EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3", "203.0.113.4"}, 5)}, .tag = 7}),
-            Refusal::fragmentOverflow);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3"}, 5)}, .tag = 7}), Refusal::none);
+            DropReason::fragmentOverflow);
+  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3"}, 5)}, .tag = 7}), DropReason::none);
 }
 
 TEST_F(AdmissionTest, RecordThatIsWholeInItselfNeverOverflows) {
-  EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), Refusal::none);
+  EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), DropReason::none);
   EXPECT_EQ(
       judge({.groups = {{"224.0.0.0/4", {{"203.0.113.2"}, {"203.0.113.3"}, {"203.0.113.4"}}}}, .tag = 7}),
-      Refusal::none);
+      DropReason::none);
 }
 
 TEST_F(AdmissionTest, EveryRefusalHasANameAndASentence) {
-  for (auto refusal :
-       {Refusal::ownAddress, Refusal::hashMaskLength, Refusal::holdtime, Refusal::fragmentOverflow}) {
-    EXPECT_FALSE(refusalName(refusal).empty());
-    EXPECT_TRUE(refusalSentence(refusal).ends_with('.'));
+  for (auto refusal : {DropReason::ownAddress, DropReason::hashMaskLength, DropReason::holdtime,
+                       DropReason::fragmentOverflow}) {
+    EXPECT_FALSE(name(refusal).empty());
+    EXPECT_TRUE(sentence(refusal).ends_with('.'));
   }
-  EXPECT_TRUE(refusalName(Refusal::none).empty());
+  EXPECT_TRUE(name(DropReason::none).empty());
 }
 
 // All small cases ---------------------------------------------------------------------------------------
@@ -157,7 +159,7 @@ void play(std::vector<Event const*> const& events) {
     Bsm told{.tag = 7};
     if (event->scoped) told.groups.push_back({"239.0.0.0/8", {}, scopedFlag});
     told.groups.push_back(fragment(event->rps, event->announced));
-    if (admission.judge(*make(told)) == Refusal::none) engine.receive(told);
+    if (admission.judge(*make(told)) == DropReason::none) engine.receive(told);
   }
   engine.runTo(engine.elapsed() + 300);
 }

@@ -155,7 +155,7 @@ TEST_F(BudgetsTest, NoneOfANeighborsMessagesIsLostToTwoThousandForgedOnesASecond
       2000, 10, [&](int i) { return reasonFor(ordinary, {numbered("192.0.2.", 10 + i % 200)}); },
       [&] { return reasonFor(ordinary); });
   EXPECT_NEAR(reasons["rate-limit"], 9000, 5);
-  EXPECT_NEAR(reasons["rxNbrRpfCheck"], 11000, 5);
+  EXPECT_NEAR(reasons["not-rpf-neighbor"], 11000, 5);
 }
 
 TEST_F(BudgetsTest, FloodForgedFromANeighborsAddressExhaustsThatNeighborsBudgetAlone) {
@@ -254,7 +254,7 @@ TEST_F(BudgetsTest, SenderIsKnownAsLongAsTheHoldtimeOfItsLastAcceptedAdvertiseme
 
 TEST_F(BudgetsTest, AdvertisementThatIsRefusedMakesNoSenderKnown) {
   router.screeningIs({.advertisementsPerSecond = 2});
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(renew("203.0.113.1"), "rxInvalid");
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(renew("203.0.113.1"), "not-elected-bsr");
   EXPECT_EQ(renew("203.0.113.1"), "advertisement-rate-limit");
 }
 

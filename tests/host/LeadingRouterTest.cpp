@@ -37,6 +37,12 @@ std::vector<U8> helloFrom(std::string const& source, Zet::U32 generation, Zet::U
   return ipPacket(source, "224.0.0.13", pim);
 }
 
+/// Keeps the drops of a router's own advertisements.
+struct OwnDrops : pimbsr::host::OwnDropSink {
+  void onOwnDrop(Reception const& reception) override { all.push_back(reception); }
+  std::vector<Reception> all;
+};
+
 /// A router with two interfaces that speak Hello, 192.0.2.9 on eth0 and 198.51.100.9 on eth1, driven by hand.
 class LeadingRouter : public testing::Test {
  protected:
@@ -90,7 +96,9 @@ class LeadingRouter : public testing::Test {
 
   TestContext context;
   RecordingPort port;
-  std::unique_ptr<Router> router = std::make_unique<Router>(context, port);
+  OwnDrops ownDrops;
+  std::unique_ptr<Router> router =
+      std::make_unique<Router>(context, port, pimbsr::host::RouterOptions{.ownDrops = &ownDrops});
 };
 
 using BsmPtr = Ptr<Routing::Pim::Packet::BootstrapMessage>;
@@ -124,11 +132,13 @@ TEST_F(LeadingRouter, NeighbourTowardsTheBsrComesFromRoutesAndHellos) {
   std::vector<U8> pim;
   ASSERT_TRUE(pimbsr::wire::encodeBootstrap(*make(told), pim));
   std::vector<U8> packet = ipPacket(told.source, "224.0.0.13", pim);
-  EXPECT_EQ(receive(packet).reason, "rxNbrRpfCheck");
+  EXPECT_EQ(receive(packet).reason, "no-rpf-neighbor");
   receive(helloFrom("192.0.2.1", 7));
   EXPECT_EQ(receive(packet).reason, "");
+  receive(helloFrom("192.0.2.2", 7));
+  EXPECT_EQ(receive(ipPacket("192.0.2.2", "224.0.0.13", pim)).reason, "not-rpf-neighbor");
   router->routeDel(prefix("192.0.2.0/24").v4Prefix());
-  EXPECT_EQ(receive(packet).reason, "rxNbrRpfCheck");
+  EXPECT_EQ(receive(packet).reason, "no-rpf-neighbor");
 }
 
 TEST_F(LeadingRouter, ChangedAddressIsGreetedWithANewGeneration) {
@@ -173,6 +183,25 @@ TEST_F(LeadingRouter, OwnCandidateRpReachesTheOwnRpSetWithoutAPacket) {
   EXPECT_TRUE(takeSent<AdvPtr>().empty());
 }
 
+TEST_F(LeadingRouter, OwnAdvertisementThatItsFilterDropsIsReported) {
+  lead();
+  router->permitIs(prefix("10.0.0.0/8"));
+  offerRp("239.1.0.0/16");
+  run(5);
+  EXPECT_FALSE(rp("239.1.0.0/16", "192.0.2.9"));
+  ASSERT_FALSE(ownDrops.all.empty());
+  Reception const& dropped = ownDrops.all.front();
+  EXPECT_EQ(dropped.kind, MessageKind::crpAdv);
+  EXPECT_EQ(dropped.reason, "sender-filter");
+  EXPECT_EQ(dropped.source, addr("192.0.2.9"));
+  ASSERT_TRUE(dropped.message);
+}
+
+TEST_F(LeadingRouter, DropOfAPacketIsNoOwnDrop) {
+  EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "not-elected-bsr");
+  EXPECT_TRUE(ownDrops.all.empty());
+}
+
 TEST_F(LeadingRouter, WithdrawnRangeLeavesTheRpSetWithTheNextMessage) {
   lead();
   offerRp("239.1.0.0/16", 10);
@@ -215,11 +244,11 @@ TEST_F(LeadingRouter, InadmissibleAdvertisementDoesNotReachTheGate) {
 
 TEST_F(LeadingRouter, AdvertisementToARouterThatIsNotElectedIsRefused) {
   Reception reception = receive(packetOf(Adv{.bsr = "192.0.2.9"}));
-  EXPECT_EQ(reception.reason, "rxInvalid");
-  EXPECT_EQ(reception.sentence, "This router is not the elected BSR for one of its ranges.");
+  EXPECT_EQ(reception.reason, "not-elected-bsr");
+  EXPECT_EQ(reception.sentence, "This router is not the elected BSR for a range of the advertisement.");
   lead("239.1.0.0/16");
   Adv halfOfIt{.groups = {{"239.1.2.0/24"}, {"239.2.0.0/16"}}, .bsr = "192.0.2.9"};
-  EXPECT_EQ(receive(packetOf(halfOfIt)).reason, "rxInvalid");
+  EXPECT_EQ(receive(packetOf(halfOfIt)).reason, "not-elected-bsr");
   EXPECT_TRUE(rp("239.1.2.0/24", "203.0.113.1"));
 }
 
@@ -229,12 +258,12 @@ TEST_F(LeadingRouter, EverySenderIsPermittedUntilOneIsNamed) {
   EXPECT_TRUE(receive(packetOf(adv)).accepted());
   router->permitIs(prefix("10.0.0.0/8"));
   Reception refused = receive(packetOf(adv));
-  EXPECT_EQ(refused.reason, "rxFilter");
-  EXPECT_EQ(refused.sentence, "Its sender is not among the permitted ones.");
+  EXPECT_EQ(refused.reason, "sender-filter");
+  EXPECT_EQ(refused.sentence, "The sender of the advertisement is not among the permitted ones.");
   router->permitIs(prefix("203.0.113.0/24"));
   EXPECT_TRUE(receive(packetOf(adv)).accepted());
   router->permitDel(prefix("203.0.113.0/24"));
-  EXPECT_EQ(receive(packetOf(adv)).reason, "rxFilter");
+  EXPECT_EQ(receive(packetOf(adv)).reason, "sender-filter");
   router->permitDel(prefix("10.0.0.0/8"));
   EXPECT_TRUE(receive(packetOf(adv)).accepted());
 }
@@ -244,7 +273,7 @@ TEST_F(LeadingRouter, EverySenderMayBeNamedToo) {
   for (char const* named : {"0.0.0.0/0", "10.0.0.0/8"}) router->permitIs(prefix(named));
   EXPECT_TRUE(receive(packetOf(Adv{.bsr = "192.0.2.9"})).accepted());
   router->permitDel(prefix("0.0.0.0/0"));
-  EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "rxFilter");
+  EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "sender-filter");
   router->permitDel(prefix("10.0.0.0/8"));
   router->permitIs(prefix("0.0.0.0/0"));
   router->permitDel(prefix("0.0.0.0/0"));

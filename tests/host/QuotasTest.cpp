@@ -181,7 +181,7 @@ TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNothingBehind) {
 TEST_F(QuotasTest, MessageThatTheGateRefusesLearnsNoZone) {
   router.screeningIs({.learnedZones = 1});
   for (int i = 1; i <= 9; ++i) {
-    EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16"), {"192.0.2.2"}), "rxNbrRpfCheck");
+    EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16"), {"192.0.2.2"}), "not-rpf-neighbor");
   }
   EXPECT_EQ(reasonFor(scoped("239.1.0.0/16")), "");
 }

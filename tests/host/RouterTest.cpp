@@ -77,10 +77,10 @@ TEST_F(RouterTest, RefusalOfTheGateIsNamedByItsCounter) {
   strange.destination = "224.0.0.1";
   late.forward = false;
   context.nowIs(context.now() + 61);
-  for (Case const& c : {Case{wrongSource, "rxNbrRpfCheck"},
-                        {unicast, "rxUnicastBsm"},
-                        {strange, "rxInvalid"},
-                        {late, "rxNoForwardBsm"}}) {
+  for (Case const& c : {Case{wrongSource, "not-rpf-neighbor"},
+                        {unicast, "unicast-bootstrap"},
+                        {strange, "bootstrap-destination"},
+                        {late, "no-forward"}}) {
     Reception reception = receive(packetOf(c.told));
     EXPECT_EQ(reception.reason, c.reason);
     EXPECT_TRUE(reception.sentence.ends_with('.'));
@@ -90,7 +90,7 @@ TEST_F(RouterTest, RefusalOfTheGateIsNamedByItsCounter) {
 
 TEST_F(RouterTest, BorderOfTheZoneIsNamedAsFilter) {
   router.status()->bsBorderIs(prefix("224.0.0.0/4"))->intfIdIs(intf("eth0"), true);
-  EXPECT_EQ(receive(packetOf(ordinary)).reason, "rxFilter");
+  EXPECT_EQ(receive(packetOf(ordinary)).reason, "border");
 }
 
 TEST_F(RouterTest, InadmissibleMessageDoesNotReachTheGate) {

@@ -182,7 +182,7 @@ TEST_F(RpBoundsTest, SenderThatIsNotPermittedDisplacesNone) {
   bsr.screeningIs({.rpsPerRange = 1});
   fill(1, 1);
   bsr.permitIs(prefix("203.0.1.0/24"));
-  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "rxFilter");
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "sender-filter");
   EXPECT_NE(holdtime("203.0.1.1"), 0);
 }
 

@@ -8,7 +8,7 @@
 namespace test {
 namespace {
 
-using pimbsr::host::Refusal;
+using pimbsr::DropReason;
 using pimbsr::host::Screening;
 using pimbsr::host::SenderLedger;
 
@@ -130,13 +130,13 @@ class SenderLedgerTest : public RpBoundsTest {
   static Lanet::IpGenAddr senderNamed(int number) {
     return Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0x0a000000u + static_cast<U32>(number)));
   }
-  Refusal add(Lanet::IpGenAddr const& sender, Lanet::IpGenAddr const& rp) {
+  DropReason add(Lanet::IpGenAddr const& sender, Lanet::IpGenAddr const& rp) {
     Zet::Context::Scope scope(context);
     Lanet::IpGenPrefix const added = prefix(range);
     SenderLedger::Addition addition{sender, rp, added};
     ledger.prepare(addition, 1);
-    Refusal refusal = ledger.check(addition);
-    if (refusal == Refusal::none) ledger.record(addition);
+    DropReason refusal = ledger.check(addition);
+    if (refusal == DropReason::none) ledger.record(addition);
     return refusal;
   }
 
@@ -146,7 +146,7 @@ class SenderLedgerTest : public RpBoundsTest {
 
 TEST_F(SenderLedgerTest, ForgetsWhatNeverCameOrHasLeft) {
   for (int i = 0; i < 20000; ++i) {
-    ASSERT_EQ(add(senderNamed(i), senderNamed(i)), Refusal::none);
+    ASSERT_EQ(add(senderNamed(i), senderNamed(i)), DropReason::none);
     ASSERT_LE(ledger.size(), 1024u);
     ASSERT_LE(ledger.accountCount(), 1024u);
   }
@@ -155,7 +155,7 @@ TEST_F(SenderLedgerTest, ForgetsWhatNeverCameOrHasLeft) {
 TEST_F(SenderLedgerTest, RpIsInTheAccountOfItsLastSenderAlone) {
   fill(1, 100);
   for (int i = 0; i < 1000; ++i) {
-    for (int rp = 1; rp <= 100; ++rp) ASSERT_EQ(add(senderNamed(i), addr(rpNamed(1, rp))), Refusal::none);
+    for (int rp = 1; rp <= 100; ++rp) ASSERT_EQ(add(senderNamed(i), addr(rpNamed(1, rp))), DropReason::none);
     ASSERT_EQ(ledger.size(), 100u);
     ASSERT_EQ(ledger.accountCount(), 1u);
   }
@@ -167,9 +167,9 @@ TEST_F(SenderLedgerTest, SweepKeepsItWithinTwiceTheRpsOfTheSets) {
   U32 const held = count();
   ASSERT_EQ(held, 2000u);
   for (int i = 0; i < 20000; ++i) {
-    ASSERT_EQ(add(senderNamed(i), senderNamed(i)), Refusal::none);
+    ASSERT_EQ(add(senderNamed(i), senderNamed(i)), DropReason::none);
     int rp = i % 2000;
-    ASSERT_EQ(add(senderNamed(i), addr(rpNamed(rp / 250, 1 + rp % 250))), Refusal::none);
+    ASSERT_EQ(add(senderNamed(i), addr(rpNamed(rp / 250, 1 + rp % 250))), DropReason::none);
     ASSERT_LE(ledger.size(), 2 * held + 1024);
   }
 }

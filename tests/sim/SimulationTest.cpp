@@ -55,12 +55,13 @@ TEST(SimulationTest, ListeningChangesNothing) {
 
 TEST(SimulationTest, StatementsForALaterTimeActBehindAllThatIsDueThen) {
   Script script(row(2) + "run 20", 1, refusals | commands);
-  EXPECT_THAT(script.play("at 21 down l1\n"
-                          "at 20.999 inject l1 bsm from 10.1.0.9 bsr 203.0.113.1\n"
-                          "at 21 up l1\nat 30 heal\nrun until 22"),
-              ElementsAre("20.999 - inject l1 bsm from 10.1.0.9 bsr 203.0.113.1",
-                          "21.000 r1 bsm from 10.1.0.9 rxNbrRpfCheck",
-                          "21.000 r2 bsm from 10.1.0.9 rxNbrRpfCheck", "21.000 - down l1", "21.000 - up l1"));
+  EXPECT_THAT(
+      script.play("at 21 down l1\n"
+                  "at 20.999 inject l1 bsm from 10.1.0.9 bsr 203.0.113.1\n"
+                  "at 21 up l1\nat 30 heal\nrun until 22"),
+      ElementsAre("20.999 - inject l1 bsm from 10.1.0.9 bsr 203.0.113.1",
+                  "21.000 r1 bsm from 10.1.0.9 no-rpf-neighbor",
+                  "21.000 r2 bsm from 10.1.0.9 no-rpf-neighbor", "21.000 - down l1", "21.000 - up l1"));
   EXPECT_EQ(script.simulation.pending(), 1u);
 }
 
@@ -79,7 +80,7 @@ TEST(SimulationTest, ARefusalIsToldOncePerRouterReasonAndSourceUnlessRepeatsAreW
   EXPECT_EQ(script.play("inject l1 bsm from 10.1.0.8 bsr 203.0.113.1\nrun 0.1").size(), 2u);
   EXPECT_EQ(script.play("report repeats\n" + strange).size(), 2u);
   EXPECT_EQ(script.play("quiet all\n" + strange).size(), 0u);
-  EXPECT_EQ(script.node(0).refused().at("rxNbrRpfCheck").count, 5u);
+  EXPECT_EQ(script.node(0).refused().at("no-rpf-neighbor").count, 5u);
 }
 
 TEST(SimulationTest, OnlyWhatIsWantedIsReported) {

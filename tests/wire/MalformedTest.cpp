@@ -192,7 +192,10 @@ TEST(Malformed, EveryReasonIsGivenByAPacket) {
   for (Malformed const& packet : allMalformed()) {
     if (auto reason = packet.read(packet.bytes)) given.insert(*reason);
   }
-  for (DropReason reason : dropReasons()) EXPECT_TRUE(given.contains(reason)) << name(reason);
+  // The reasons of this room are the first of the catalogue.
+  for (DropReason reason : allDropReasons()) {
+    EXPECT_TRUE(reason > DropReason::helloOption || given.contains(reason)) << name(reason);
+  }
 }
 
 TEST(Malformed, AMessageOfUnknownTypeIsRefusedAsItsOwnReaderRefusesIt) {
