@@ -44,8 +44,8 @@ struct Reception {
   bool overBudget() const { return kind == MessageKind::unread; }
 };
 
-/// Receives drops of advertisements that a router, as BSR, sends to itself. They come in no packet, so that no
-/// other Reception reports them.
+/// Receives drops of advertisements that a router, as BSR, sends to itself. They come in no packet, so
+/// that no other Reception reports them.
 class OwnDropSink {
  public:
   virtual void onOwnDrop(Reception const& reception) = 0;

@@ -322,8 +322,8 @@ void Router::malformed(DropReason reason, Reception& reception) {
   reception.sentence = sentence(reason);
 }
 
-/// Hands a message to the gate that watches `info`; returns why the gate drops it or, of an advertisement, one
-/// of its group ranges.
+/// Hands a message to the gate that watches `info`; returns why the gate drops it or, of an advertisement,
+/// one of its group ranges.
 DropReason Router::throughGate(IO::MessageInfo& info, IntfId const& intfId,
                                Ptr<Packet::Message> const& message) {
   inHand_ = DropReason::none;

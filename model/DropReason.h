@@ -6,9 +6,9 @@ namespace pimbsr {
 
 /// Receives the reasons for which the gates of the engine drop messages.
 ///
-/// A gate reports a drop right after it has counted it. The listener is no attribute of the gate: it is current
-/// for a thread, as a context is, so that counters, order of writes, traces and reflection are those of a gate
-/// to which nothing listens.
+/// A gate reports a drop right after it has counted it. The listener is no attribute of the gate: it is
+/// current for a thread, as a context is, so that counters, order of writes, traces and reflection are those
+/// of a gate to which nothing listens.
 class PIMBSR_API DropListener {
  public:
   /// Makes a listener the current one of the thread, and at the end the former one again.

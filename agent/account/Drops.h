@@ -54,7 +54,8 @@ class Drops {
   explicit Drops(std::size_t mostRows = 256) : mostRows_(mostRows) {}
 
   /// Notes a message that was refused on an interface at a time on the agent's clock; an accepted one is
-  /// ignored. An advertisement of this router to itself has no interface, "". Reason and sentence are taken to live for ever.
+  /// ignored. An advertisement of this router to itself has no interface, "". Reason and sentence must live
+  /// for ever.
   void note(std::string const& intf, host::Reception const& reception, double now);
   void clear() { rows_.clear(); }
 

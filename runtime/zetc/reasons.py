@@ -1,7 +1,7 @@
-"""Catalogue of drop reasons: reads and checks its declaration, and emits the enumeration, its names and its page.
+"""Catalogue of drop reasons: reads and checks its declaration; emits the enumeration, the names and the page.
 
-`reasons DropReason "..." { part "heading" "..." reason "sentence" ... }`: a reason is an enumerator, its stable
-name is the enumerator in kebab case, and its sentence says what was wrong with the packet."""
+`reasons DropReason "..." { part "heading" "..." reason "sentence" ... }`: a reason is an enumerator, its
+stable name is the enumerator in kebab case, and its sentence says what was wrong with the packet."""
 
 import re
 
@@ -45,7 +45,8 @@ def read_reasons(p):
             made.parts.append(Part(heading, p.sentence()))
         elif made.parts:
             place = p.peek().place
-            made.parts[-1].reasons.append(Reason(p.name("part, or the name of a reason"), place, p.sentence()))
+            name = p.name("part, or the name of a reason")
+            made.parts[-1].reasons.append(Reason(name, place, p.sentence()))
         else:
             p.fail("part")
     check(made)
@@ -57,7 +58,8 @@ def check(made):
     for reason in made.reasons:
         first = seen.setdefault(reason.name, reason)
         if first is not reason:
-            raise ZetError(reason.place, f"{reason.name} is declared already at {first.place}", "another name")
+            text = f"{reason.name} is declared already at {first.place}"
+            raise ZetError(reason.place, text, "another name")
         if not reason.sentence.endswith("."):
             raise ZetError(reason.place, f"the text of {reason.name} is no sentence", "a period at its end")
 
@@ -87,7 +89,8 @@ def source(made):
     count = len(made.reasons)
     rows = [f'    {{"{r.called}", "{r.sentence}"}},' for r in made.reasons]
     return [
-        "namespace {", "", "struct Row {", "  std::string_view name;", "  std::string_view sentence;", "};", "",
+        "namespace {", "", "struct Row {", "  std::string_view name;", "  std::string_view sentence;", "};",
+        "",
         f"constexpr Row rows[{count + 1}] = {{", '    {"", ""},', *rows, "};", "",
         f"constexpr auto all = [] {{", f"  std::array<{made.name}, {count}> found{{}};",
         f"  for (Zet::U8 i = 0; i < {count}; ++i) found[i] = static_cast<{made.name}>(i + 1);",
@@ -113,7 +116,8 @@ def page(made):
 
 def emit_file(file, in_namespaces):
     """Header, source and page, by the ending of their files."""
-    made, from_ = next(d for d in file.others if isinstance(d, Catalogue)), f"// Made from {file.path}.zet."
+    made = next(d for d in file.others if isinstance(d, Catalogue))
+    from_ = f"// Made from {file.path}.zet."
     head = [from_, "#pragma once", "", "#include <span>", "#include <string_view>", "",
             '#include "runtime/Export.h"', '#include "runtime/Types.h"', ""]
     code = [from_, f'#include "{file.path}.h"', "", "#include <array>", "#include <cstddef>",
