@@ -44,7 +44,7 @@ class PIMBSR_API Budgets {
   /// The class of a packet that has passed the checks of its IP header. One to a unicast address could have
   /// been routed here, so that its source proves no neighbor.
   SenderClass classOf(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
-  /// Charges a packet to its class. Returns DropReason::none, or the reason of the budget that is used up. The
+  /// Charges a packet to its class. Returns none, or the reason of the budget that is used up. The
   /// source is used for neighbors and advertisers alone.
   DropReason charge(Lanet::IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source);
   /// To be called for a charged packet that turned out malformed: damaged Hellos leave the budget of Hellos
