@@ -137,16 +137,17 @@ Quotas::Fits Quotas::fit(IpGenPrefix const& zone, BootstrapMessage const& messag
   auto count = [this](Tally& tally) { countWaiting(tally); };
   fits.fragments = waiting == 0 || waiting_.add(waiting, settings_.fragmentRps, count);
   fits.ranges = settings_.rangesPerZone == 0 || !areRangesTooMany(zone, message);
-  if (settings_.rps == 0 || takesRps(namedRps(message))) return fits;
+  if (settings_.rps == 0 || takesRps(namedRps(message), settings_.rps)) return fits;
   U64 fresh = newRps(zone, message);
-  fits.rps = fresh == 0 || takesRps(fresh);
+  fits.rps = fresh == 0 || takesRps(fresh, settings_.rps);
   return fits;
 }
 
-DropReason Quotas::judge(Packet::CrpAdvMessage const& message) {
+DropReason Quotas::judge(Packet::CrpAdvMessage const& message, PreferredRps const& preferred) {
   if (settings_.rps == 0 || message.holdtime() == 0) return DropReason::none;
   U64 fresh = newRps(message);
-  return fresh == 0 || takesRps(fresh) ? DropReason::none : DropReason::rpQuota;
+  bool fits = fresh == 0 || takesRps(fresh, rpBound(message.rpAddress(), preferred));
+  return fits ? DropReason::none : DropReason::rpQuota;
 }
 
 // Counts ----------------------------------------------------------------------------------------------
@@ -245,8 +246,14 @@ Ptr<RpCandidateSet> Quotas::known(IpGenPrefix const& zone, IpGenPrefix const& ra
   return sets ? sets->crpSet(range) : nullptr;
 }
 
-bool Quotas::takesRps(U64 rps) {
-  return rps_.add(rps, settings_.rps, [this](Tally& tally) { countRps(tally); });
+/// RPs that may be in the sets once an advertisement of `rp` has passed.
+U64 Quotas::rpBound(Lanet::IpGenAddr const& rp, PreferredRps const& preferred) const {
+  bool isWhole = preferred.isEmpty() || preferred.contains(rp);
+  return isWhole ? settings_.rps : (U64{settings_.rps} + 1) / 2;
+}
+
+bool Quotas::takesRps(U64 rps, U64 bound) {
+  return rps_.add(rps, bound, [this](Tally& tally) { countRps(tally); });
 }
 
 bool Quotas::hasRoomForRps(U64 rps) {

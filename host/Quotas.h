@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/PreferredRps.h"
 #include "host/Screening.h"
 #include "model/DropReason.h"
 #include "model/Status.h"
@@ -83,8 +84,9 @@ class PIMBSR_API Quotas {
 
   /// Judges a Bootstrap Message that the gate is to see next.
   Verdict judge(Routing::Pim::Packet::BootstrapMessage& message);
-  /// Judges a Candidate-RP-Advertisement that was sent to this router.
-  DropReason judge(Routing::Pim::Packet::CrpAdvMessage const& message);
+  /// Validates a Candidate-RP-Advertisement that was sent to this router. While there are preferred RPs, the
+  /// others add no more than half of Screening::rps, so that forged RPs keep no preferred one out.
+  DropReason judge(Routing::Pim::Packet::CrpAdvMessage const& message, PreferredRps const& preferred);
   /// To be called after the settings have changed.
   void handleSettings() {
     rps_ = {};
@@ -121,7 +123,8 @@ class PIMBSR_API Quotas {
   Zet::Ptr<Routing::Pim::RpCandidateStatus> setsOf(Lanet::IpGenPrefix const& zone) const;
   Zet::Ptr<Routing::Pim::RpCandidateSet> known(Lanet::IpGenPrefix const& zone,
                                                Lanet::IpGenPrefix const& range) const;
-  bool takesRps(U64 rps);
+  U64 rpBound(Lanet::IpGenAddr const& rp, PreferredRps const& preferred) const;
+  bool takesRps(U64 rps, U64 bound);
   bool hasRoomForRps(U64 rps);
   void countRps(Tally& tally) const;
 

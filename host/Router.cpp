@@ -361,7 +361,7 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
   if (dropped(admission_->judge(message), reception)) return;
   if (!port_.isOwnAddress(message.dstAddr())) return;
-  if (dropped(screen_->judgeCost(message), reception)) return;
+  if (dropped(screen_->judgeCost(message, bounds_->places().preferred()), reception)) return;
   RpBounds::Verdict verdict = bounds_->check(message);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;

@@ -56,7 +56,9 @@ class PIMBSR_API Screen {
   Quotas::Verdict judgeCost(Routing::Pim::Packet::BootstrapMessage& message) {
     return quotas_.judge(message);
   }
-  DropReason judgeCost(Routing::Pim::Packet::CrpAdvMessage const& message) { return quotas_.judge(message); }
+  DropReason judgeCost(Routing::Pim::Packet::CrpAdvMessage const& message, PreferredRps const& preferred) {
+    return quotas_.judge(message, preferred);
+  }
 
   /// To be called when an interface has gone.
   void forget(Lanet::IntfId const& intfId) { budgets_.forget(intfId); }

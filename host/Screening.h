@@ -36,7 +36,9 @@ struct Screening {
   U32 neighborsPerInterface = 0;
   U32 learnedZones = 0;  ///< scope zones that are followed and are no candidacy of this router
   U32 fragmentRps = 0;   ///< RPs that wait in the fragment stores of all zones together
-  U32 rps = 0;           ///< RPs in the RP sets of all zones together; an empty range counts as one
+  /// RPs in the RP sets of all zones together; an empty range counts as one. While there are preferred RPs,
+  /// advertisements of other RPs fill half of it at most.
+  U32 rps = 0;
   /// Group ranges in the RP set of one zone. At the elected BSR half of it is kept for preferred RPs if there
   /// are any.
   U32 rangesPerZone = 0;

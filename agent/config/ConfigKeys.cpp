@@ -138,7 +138,8 @@ static constexpr ConfigKey keys[] = {
     {"limits", "fragment-rps", KeyType::integer, "", 0, largest32, "4096",
      "RPs that wait for the rest of their fragmented message, in all zones together."},
     {"limits", "rps", KeyType::integer, "", 0, largest32, "20000",
-     "RPs in the RP sets of all zones together."},
+     "RPs in the RP sets of all zones together. While this router is BSR, advertisements of RPs that are not "
+     "in filter.rp-lists, if any, fill half of it at most."},
     {"limits", "ranges-per-zone", KeyType::integer, "", 0, largest32, "4096",
      "Group ranges in the RP set of one zone. While this router is BSR, half of it is kept for the RPs of "
      "filter.rp-lists, if any."},

@@ -336,6 +336,37 @@ TEST_F(RpBoundsTest, HalfOfTheRangesOfAZoneIsKeptForPreferredRps) {
   EXPECT_EQ(ask("203.0.1.1", 4), "") << "a known range";
 }
 
+// RPs of all zones ----------------------------------------------------------------------------------------
+
+TEST_F(RpBoundsTest, HalfOfAllRpsIsKeptForPreferredRps) {
+  bsr.preferredRpsIs(listed());
+  bsr.screeningIs({.rps = 5});
+  fill(1, 3);
+  EXPECT_EQ(reasonFor({"203.0.1.4"}), "rp-quota");
+  for (int i = 1; i <= 2; ++i) EXPECT_EQ(reasonFor({numbered("10.0.0.", i)}), "");
+  EXPECT_EQ(reasonFor({"10.0.0.3"}), "rp-quota") << "a preferred RP doesn't pass the whole bound";
+  fill(1, 3);
+  EXPECT_EQ(reasonFor({"203.0.1.1", 100, {"239.2.0.0/16"}}), "rp-quota") << "a known RP in another range";
+}
+
+TEST_F(RpBoundsTest, WithoutPreferredRpsAllShareTheBoundOfRps) {
+  bsr.screeningIs({.rps = 5});
+  fill(1, 5);
+  EXPECT_EQ(reasonFor({"10.0.0.1"}), "rp-quota");
+}
+
+TEST_F(RpBoundsTest, FloodOfRpsInManyRangesKeepsNoPreferredRpOut) {
+  bsr.preferredRpsIs(listed());
+  bsr.screeningIs({.rps = 100});
+  for (int i = 0; i < 1000; ++i) {
+    std::string const one = numbered("239.", i % 50) + ".0.0/16";
+    std::string const reason = reasonFor({rpNamed(1 + i / 250, 1 + i % 250), 0, {one}});
+    EXPECT_EQ(reason, i < 50 ? "" : "rp-quota") << i;
+  }
+  for (int i = 1; i <= 50; ++i) EXPECT_EQ(reasonFor({numbered("10.0.0.", i), 255}), "") << i;
+  EXPECT_EQ(count(), 51u) << "the preferred RPs, and one of the flood";
+}
+
 // Floods --------------------------------------------------------------------------------------------------
 
 /// What an attacker with forged sources sends in each period of 60 seconds.
