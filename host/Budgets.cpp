@@ -92,4 +92,6 @@ void Budgets::noteAdvertiser(IpGenAddr const& sender, U16 holdtime) {
   if (settings_.advertisementsPerSecond != 0) advertisers_.note(sender, holdtime, Zet::now());
 }
 
+bool Budgets::takeAdvertisersChanged() { return advertisers_.takeSteadyChanged(Zet::now()); }
+
 }  // namespace pimbsr::host

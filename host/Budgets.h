@@ -52,6 +52,9 @@ class PIMBSR_API Budgets {
   void handleMalformed(Lanet::IntfId const& intfId, SenderClass senderClass);
   /// To be called for each advertisement that was accepted; holdtime in seconds, 0 withdraws.
   void noteAdvertiser(Lanet::IpGenAddr const& sender, U16 holdtime);
+  /// The senders of advertisements, as of Advertisers.
+  std::vector<Lanet::IpGenAddr> steadyAdvertisers(std::size_t max) const { return advertisers_.steady(max); }
+  bool takeAdvertisersChanged();
   /// To be called when an interface has gone.
   void forget(Lanet::IntfId const& intfId) { links_.erase(intfId); }
 

@@ -1,5 +1,7 @@
 #include "host/RateLimit.h"
 
+#include <iterator>
+
 namespace pimbsr::host {
 
 using Lanet::IpGenAddr;
@@ -26,11 +28,12 @@ void Advertisers::note(IpGenAddr const& sender, double holdtime, double now) {
   if (at == bySender_.end()) {
     removeExpired(now);
     if (holdtime == 0 || bySender_.size() >= max) return;
-    at = bySender_.emplace(sender, Entry{TokenBucket(now), now + holdtime}).first;
+    at = bySender_.emplace(sender, Entry{TokenBucket(now), now + holdtime, now, steady_.end()}).first;
     byExpiry_.emplace(at->second.expiry, sender);
     return;
   }
   expiryIs(sender, at->second, now + holdtime);
+  if (now - at->second.withinGrantSince >= probation) isSteadyIs(sender, at->second, true);
 }
 
 /// A renewal keeps its node, so that it allocates nothing.
@@ -42,14 +45,42 @@ void Advertisers::expiryIs(IpGenAddr const& sender, Entry& entry, double expiry)
 
 void Advertisers::removeExpired(double now) {
   while (!byExpiry_.empty() && byExpiry_.begin()->first <= now) {
-    bySender_.erase(byExpiry_.begin()->second);
+    auto at = bySender_.find(byExpiry_.begin()->second);
+    isSteadyIs(at->first, at->second, false);
+    bySender_.erase(at);
     byExpiry_.erase(byExpiry_.begin());
   }
 }
 
 bool Advertisers::take(IpGenAddr const& sender, double now) {
   auto at = bySender_.find(sender);
-  return at != bySender_.end() && at->second.expiry > now && at->second.bucket.take(perSecond, burst, now);
+  if (at == bySender_.end() || at->second.expiry <= now) return false;
+  if (at->second.bucket.take(perSecond, burst, now)) return true;
+  at->second.withinGrantSince = now;
+  isSteadyIs(sender, at->second, false);
+  return false;
+}
+
+// Steady senders ----------------------------------------------------------------------------------------
+
+void Advertisers::isSteadyIs(IpGenAddr const& sender, Entry& entry, bool isSteady) {
+  if (isSteady == (entry.steady != steady_.end())) return;
+  if (isSteady) {
+    entry.steady = steady_.insert(steady_.end(), sender);
+  } else {
+    steady_.erase(std::exchange(entry.steady, steady_.end()));
+  }
+  isSteadyChanged_ = true;
+}
+
+std::vector<IpGenAddr> Advertisers::steady(std::size_t count) const {
+  auto end = std::next(steady_.begin(), static_cast<std::ptrdiff_t>(std::min(count, steady_.size())));
+  return {steady_.begin(), end};
+}
+
+bool Advertisers::takeSteadyChanged(double now) {
+  removeExpired(now);
+  return std::exchange(isSteadyChanged_, false);
 }
 
 }  // namespace pimbsr::host

@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "model/Lanet.h"
 #include "runtime/Export.h"
@@ -82,22 +83,41 @@ class PIMBSR_API Advertisers {
   static constexpr U32 perSecond = 1;
   static constexpr U32 burst = 10;
 
+  /// Seconds for which a sender must keep within its grant before it counts as steady: as long as its burst
+  /// takes to be granted again.
+  static constexpr double probation = double{burst} / perSecond;
+
   /// Notes an accepted advertisement, times in seconds. A holdtime of 0 withdraws the RPs, and so the sender.
+  /// O(log n).
   void note(Lanet::IpGenAddr const& sender, double holdtime, double now);
   /// Takes one packet from what a sender is granted; false if that is used up, or if it isn't known.
+  /// O(log n).
   bool take(Lanet::IpGenAddr const& sender, double now);
   std::size_t size() const { return bySender_.size(); }
 
+  /// Up to `count` senders that are steady: an advertisement was accepted after they had kept within their
+  /// grant for `probation`, and none was beyond it since. Those that are steady for longest come first, so
+  /// that forged senders displace none.
+  std::vector<Lanet::IpGenAddr> steady(std::size_t count) const;
+  /// Whether steady senders have come or gone since the last call. Removes those that have expired.
+  bool takeSteadyChanged(double now);
+
  private:
+  using Steady = std::list<Lanet::IpGenAddr>;
   struct Entry {
     TokenBucket bucket;
     double expiry;
+    double withinGrantSince;
+    Steady::iterator steady;  ///< its place; the end for a sender that isn't steady
   };
   void removeExpired(double now);
   void expiryIs(Lanet::IpGenAddr const& sender, Entry& entry, double expiry);
+  void isSteadyIs(Lanet::IpGenAddr const& sender, Entry& entry, bool isSteady);
 
   std::map<Lanet::IpGenAddr, Entry> bySender_;
   std::set<std::pair<double, Lanet::IpGenAddr>> byExpiry_;
+  Steady steady_;  ///< in the order in which they became steady
+  bool isSteadyChanged_ = false;
 };
 
 }  // namespace pimbsr::host

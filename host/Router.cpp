@@ -265,6 +265,18 @@ Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
   return reception;
 }
 
+std::vector<Lanet::IpAddr> Router::advertisers(std::size_t max) const {
+  std::vector<Lanet::IpAddr> addresses;
+  for (IpGenAddr const& sender : screen_->budgets().steadyAdvertisers(max))
+    addresses.push_back(sender.v4Addr());
+  return addresses;
+}
+
+bool Router::takeAdvertisersChanged() {
+  Zet::Context::Scope scope(context_);
+  return screen_->takeAdvertisersChanged();
+}
+
 /// What a message says it is, before more of it is read.
 static MessageKind kindOf(wire::Bytes pim) {
   wire::Reader in(pim);

@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <span>
+#include <vector>
 
 #include "config/ConfigSm.h"
 #include "crp/CrpMessageSm.h"
@@ -131,6 +132,13 @@ class PIMBSR_API Router : private DropListener {
   /// charged before more than the IP header is read. An advertisement for another router is reported and has
   /// no effect.
   Reception receive(Lanet::IntfId const& intfId, std::span<U8 const> packet);
+
+  /// Up to `max` senders of accepted advertisements that keep within what each is granted, those that do so
+  /// for longest first. A host receives their packets apart from those of others, so that a flood from others
+  /// displaces none. None while Screening::advertisementsPerSecond is 0.
+  std::vector<Lanet::IpAddr> advertisers(std::size_t max) const;
+  /// Whether they have changed since the last call. Costs O(1) while none has expired.
+  bool takeAdvertisersChanged();
 
   /// When the next timer is due, on the context's clock; Kiv::never if none is.
   double nextExpiry() const { return wheel_->nextExpiry(); }

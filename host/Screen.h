@@ -47,6 +47,9 @@ class PIMBSR_API Screen {
   void noteAdvertisement(Routing::Pim::Packet::CrpAdvMessage const& message) {
     budgets_.noteAdvertiser(message.srcAddr(), message.holdtime());
   }
+  Budgets const& budgets() const { return budgets_; }
+  /// Whether Budgets::steadyAdvertisers() has changed since the last call.
+  bool takeAdvertisersChanged() { return budgets_.takeAdvertisersChanged(); }
   /// Validates a Hello that would reach the interface's HelloSm, which makes room for it in a full table.
   DropReason judgeHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
   /// Judges a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.

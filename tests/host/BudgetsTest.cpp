@@ -1,5 +1,7 @@
 #include "host/Budgets.h"
 
+#include <gmock/gmock.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -14,6 +16,8 @@ using pimbsr::host::Advertisers;
 using pimbsr::host::MessageKind;
 using pimbsr::host::Screening;
 using pimbsr::host::TokenBucket;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr Screening rates = {
     .packetsPerSecond = 1000, .hellosPerSecond = 200, .advertisementsPerSecond = 1000};
@@ -270,6 +274,82 @@ TEST(AdvertisersTest, FloodOfSendersIsKeptUpToTheBoundUntilSomeExpire) {
   advertisers.note(sender(Advertisers::max), 100, 100.5);
   EXPECT_TRUE(advertisers.take(sender(Advertisers::max), 101));
   EXPECT_EQ(advertisers.size(), Advertisers::max / 2 + 1);
+}
+
+/// Advertises each second from `start` on, so many times at once.
+void advertise(Advertisers& advertisers, char const* sender, double start, int seconds, int atOnce = 1) {
+  for (int i = 0; i < seconds * atOnce; ++i) {
+    double const now = start + i / atOnce;
+    advertisers.take(addr(sender), now);
+    advertisers.note(addr(sender), 150, now);
+  }
+}
+
+TEST(AdvertisersTest, SenderIsSteadyOnceItKeptWithinItsGrantForTheProbation) {
+  Advertisers advertisers;
+  advertisers.note(addr("203.0.113.1"), 150, 0);
+  advertisers.note(addr("203.0.113.1"), 150, Advertisers::probation - 1);
+  EXPECT_THAT(advertisers.steady(10), IsEmpty());
+  EXPECT_FALSE(advertisers.takeSteadyChanged(Advertisers::probation));
+  advertisers.note(addr("203.0.113.1"), 150, Advertisers::probation);
+  EXPECT_THAT(advertisers.steady(10), ElementsAre(addr("203.0.113.1")));
+  EXPECT_TRUE(advertisers.takeSteadyChanged(Advertisers::probation));
+  EXPECT_FALSE(advertisers.takeSteadyChanged(Advertisers::probation));
+}
+
+TEST(AdvertisersTest, SenderBeyondItsGrantIsNotSteadyBeforeAnotherProbation) {
+  Advertisers advertisers;
+  advertise(advertisers, "203.0.113.1", 0, 12);
+  advertise(advertisers, "203.0.113.2", 0, 12);
+  EXPECT_TRUE(advertisers.takeSteadyChanged(20));
+  advertise(advertisers, "203.0.113.1", 20, 15, 5);
+  EXPECT_TRUE(advertisers.takeSteadyChanged(35));
+  EXPECT_THAT(advertisers.steady(10), ElementsAre(addr("203.0.113.2")));
+  advertise(advertisers, "203.0.113.1", 40, 1);
+  EXPECT_THAT(advertisers.steady(10), ElementsAre(addr("203.0.113.2")));
+  advertise(advertisers, "203.0.113.1", 46, 1);
+  EXPECT_THAT(advertisers.steady(10), ElementsAre(addr("203.0.113.2"), addr("203.0.113.1")));
+}
+
+TEST(AdvertisersTest, SteadySenderGoesWithItsHoldtimeOrItsWithdrawal) {
+  Advertisers advertisers;
+  advertise(advertisers, "203.0.113.1", 0, 12);
+  advertise(advertisers, "203.0.113.2", 0, 12);
+  advertise(advertisers, "203.0.113.3", 0, 13);
+  EXPECT_TRUE(advertisers.takeSteadyChanged(13));
+  advertisers.note(addr("203.0.113.2"), 0, 14);
+  EXPECT_TRUE(advertisers.takeSteadyChanged(14));
+  EXPECT_THAT(advertisers.steady(10), ElementsAre(addr("203.0.113.1"), addr("203.0.113.3")));
+  EXPECT_FALSE(advertisers.takeSteadyChanged(160.5));
+  EXPECT_TRUE(advertisers.takeSteadyChanged(161));
+  EXPECT_THAT(advertisers.steady(10), ElementsAre(addr("203.0.113.3")));
+}
+
+TEST(AdvertisersTest, ForgedSendersDisplaceNoSteadyOne) {
+  Advertisers advertisers;
+  advertise(advertisers, "203.0.113.1", 0, 12);
+  for (double now : {20, 40}) {
+    for (U32 i = 0; i < 1000; ++i)
+      advertisers.note(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0x0a000000 + i)), 150, now);
+  }
+  EXPECT_EQ(advertisers.steady(2000).size(), 1001u);
+  EXPECT_EQ(advertisers.steady(256).size(), 256u);
+  EXPECT_EQ(advertisers.steady(256).front(), addr("203.0.113.1"));
+}
+
+TEST_F(BudgetsTest, RouterNamesTheSendersThatAreSteady) {
+  router.screeningIs({.advertisementsPerSecond = 1000});
+  lead();
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(renew("203.0.113.1"), "");
+    run(60);
+  }
+  EXPECT_THAT(router.advertisers(256), ElementsAre(addr("203.0.113.1").v4Addr()));
+  EXPECT_TRUE(router.takeAdvertisersChanged());
+  EXPECT_FALSE(router.takeAdvertisersChanged());
+  run(150);
+  EXPECT_TRUE(router.takeAdvertisersChanged());
+  EXPECT_THAT(router.advertisers(256), IsEmpty());
 }
 
 /// Takes two packets a second of each address.
