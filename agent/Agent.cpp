@@ -56,12 +56,14 @@ void Agent::call(Cause const& cause, Act const& act) {
   history_.causeIs(cause, context_.now());
   act();
   tell();
-  followNeighbors();
+  followSenders();
 }
 
-void Agent::followNeighbors() {
+/// The machine receives packets of known senders apart from those of others.
+void Agent::followSenders() {
   for (IntfId const& intfId : neighbors_->takeChanged())
     machine_.neighborsChanged(std::string(intfId.stringValue().view()));
+  if (router_->takeAdvertisersChanged()) machine_.advertisersChanged();
 }
 
 std::vector<Lanet::IpAddr> Agent::neighborsOf(std::string const& intf) const {

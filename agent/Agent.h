@@ -57,6 +57,9 @@ class Agent : private host::OwnDropSink {
   /// The IPv4 addresses of an interface's neighbors, the most important first (NeighborWatch::addressesOf()).
   /// This walks all of them: Machine::neighborsChanged() reports when a new walk is needed.
   std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const;
+  /// Up to `max` senders of accepted advertisements, the most important first (host::Router::advertisers()):
+  /// Machine::advertisersChanged() reports when they are others.
+  std::vector<Lanet::IpAddr> advertisers(std::size_t max) const { return router_->advertisers(max); }
   /// Ends all candidacies and tells the neighbours farewell; the agent is done then.
   void sayFarewell();
 
@@ -105,7 +108,7 @@ class Agent : private host::OwnDropSink {
   void bringUp(KernelLink const& link, Told& told);
   bool open(KernelLink const& link, Told& told);
   void tellAddress(KernelLink const& link, Told& told);
-  void followNeighbors();
+  void followSenders();
   void followRoutes(std::vector<Lanet::Prefix> const& routes);
   bool speaksPim(std::string const& name) const;
   void applyTraces(std::map<std::string, int> const& wanted);

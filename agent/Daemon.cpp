@@ -130,6 +130,8 @@ std::vector<Lanet::IpAddr> Daemon::neighborsOf(std::string const& intf) const {
   return agent_.neighborsOf(intf);
 }
 
+std::vector<Lanet::IpAddr> Daemon::advertisers() const { return agent_.advertisers(maxFilterAddresses); }
+
 void Daemon::handleTimer() {
   armedFor_ = 0;
   if (agent_.nextExpiry() <= clock_.now()) agent_.advance();

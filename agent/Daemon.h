@@ -36,6 +36,7 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   bool onPacket(std::string const& intf, std::span<U8 const> packet) override;
   void onKernelChange(std::vector<Lanet::Prefix> const& routes) override;
   std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const override;
+  std::vector<Lanet::IpAddr> advertisers() const override;
   void onChanges(std::vector<HistoryEntry> const& changes) override;
   nlohmann::ordered_json answer(Request const& request) override;
 

@@ -16,8 +16,9 @@ LinuxMachine::LinuxMachine(Loop& loop, Traffic& traffic, MachineListener& listen
       traffic_(traffic),
       listener_(listener),
       netlinkReader_(loop, netlink_.fd(), [this] { readKernel(); }),
-      unicast_(loop, [this](Received const& received) { return takeUnicast(received); }),
-      unicastSocket_(*unicast_.add(QueueKind::unicast, std::make_unique<UnicastSocket>()).socket),
+      unicast_(
+          loop, [this](Received const& received) { takeUnicast(received); },
+          [this] { return listener_.advertisers(); }),
       retry_(loop, [this] { readKernel(); }) {
   indexKernel();
   if (netlink_.isStale()) retry_.startIn(retryDelay);
@@ -105,18 +106,16 @@ void LinuxMachine::followSubnets() {
   std::erase_if(closed_, [this](auto const& entry) { return !kernel().links.contains(entry.first); });
 }
 
-/// A packet of an interface that is not known yet, or no more, has no receiver. The queue is for all
-/// interfaces, so that it doesn't rest for the budget of one sender.
-QueueSet::Taken LinuxMachine::takeUnicast(Received const& received) {
+/// A packet of an interface that is not known yet, or no more, has no receiver.
+void LinuxMachine::takeUnicast(Received const& received) {
   auto name = names_.find(received.interfaceIndex);
   if (name != names_.end()) listener_.onPacket(name->second, received.packet);
-  return QueueSet::Taken::delivered;
 }
 
 LinkReports LinuxMachine::linkReports() {
   LinkReports reports = closed_;
   for (auto& [name, queues] : opened_) add(reports[name], reportOf(*queues));
-  add(reports[""], {.queues = unicast_.counts(), .sendError = unicastSocket_.lastError()});
+  add(reports[""], {.queues = unicast_.counts(), .sendError = unicast_.sender().lastError()});
   return reports;
 }
 
@@ -127,7 +126,7 @@ void LinuxMachine::clearReports() {
     queues->sender().clearLastError();
   }
   unicast_.clearCounts();
-  unicastSocket_.clearLastError();
+  unicast_.sender().clearLastError();
 }
 
 bool LinuxMachine::send(IntfId const& intfId, std::span<U8 const> packet) {
@@ -136,7 +135,7 @@ bool LinuxMachine::send(IntfId const& intfId, std::span<U8 const> packet) {
   if (auto at = opened_.find(name); at != opened_.end()) {
     sent = at->second->sender().send(packet);
   } else if (intfId.isEmpty()) {
-    sent = unicastSocket_.send(packet);
+    sent = unicast_.sender().send(packet);
   }
   traffic_.noteSent(name, packet, sent);
   return sent;

@@ -12,6 +12,7 @@
 #include "agent/queues/PimSocket.h"
 #include "agent/queues/QueueSet.h"
 #include "agent/queues/ReceiveQueues.h"
+#include "agent/queues/UnicastQueues.h"
 
 namespace pimbsr::agent {
 
@@ -27,11 +28,14 @@ class MachineListener {
   /// The addresses of an interface's neighbors, the most important first; asked for a moment after
   /// Machine::neighborsChanged(), once for all changes until then.
   virtual std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const = 0;
+  /// The senders of accepted advertisements, the most important first, at most maxFilterAddresses; asked for
+  /// a moment after Machine::advertisersChanged(), once for all changes until then.
+  virtual std::vector<Lanet::IpAddr> advertisers() const = 0;
 };
 
 /// This computer: raw sockets on its links, and netlink for what stands there.
 ///
-/// Packets to a group are taken from the receive queues of their link, those to a single address from a queue
+/// Packets to a group are taken from the receive queues of their link, those to a single address from queues
 /// for all links.
 /// A down link lends no address: nobody could reach a candidate there.
 class LinuxMachine final : public Machine {
@@ -46,6 +50,7 @@ class LinuxMachine final : public Machine {
   void open(KernelLink const& link) override;
   void close(std::string const& name) override;
   void neighborsChanged(std::string const& name) override;
+  void advertisersChanged() override { unicast_.sendersChanged(); }
   LinkReports linkReports() override;
   void clearReports() override;
 
@@ -60,7 +65,7 @@ class LinuxMachine final : public Machine {
   void readKernel();
   void indexKernel();
   void followSubnets();
-  QueueSet::Taken takeUnicast(Received const& received);
+  void takeUnicast(Received const& received);
   static LinkReport reportOf(ReceiveQueues& queues);
 
   Loop& loop_;
@@ -68,8 +73,7 @@ class LinuxMachine final : public Machine {
   MachineListener& listener_;
   Netlink netlink_;
   LoopReader netlinkReader_;
-  QueueSet unicast_;
-  PimSocketBase& unicastSocket_;
+  UnicastQueues unicast_;
   LoopTimer retry_;
   NeighborQueueBudget neighborQueues_;
   std::map<std::string, std::unique_ptr<ReceiveQueues>> opened_;

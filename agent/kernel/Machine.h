@@ -33,6 +33,9 @@ class Machine : public pim::Port {
   /// what others send, as far as it can, and asks for the addresses (Agent::neighborsOf()) later, once for
   /// all changes until then. A link that isn't open is left alone.
   virtual void neighborsChanged(std::string const& name) = 0;
+  /// The senders of accepted advertisements have changed. The machine keeps their packets apart from what
+  /// others send, and asks for them (Agent::advertisers()) later, once for all changes until then.
+  virtual void advertisersChanged() = 0;
   /// What became of packets since the start or the last clear.
   virtual LinkReports linkReports() = 0;
   /// Counts start at 0 again, and errors are forgotten.

@@ -115,11 +115,24 @@ static FilterProgram checkSubnets(std::span<Prefix const> subnets, bool within) 
 
 FilterProgram passNothing() { return {verdict(nothing)}; }
 
-FilterProgram passUnicast() {
+/// Ends with `nothing` for packets to groups and for PIM messages of other types, and else goes on.
+static FilterProgram checkUnicast() {
   FilterProgram program = {step(BPF_LD | BPF_B | BPF_ABS, destinationOffset),
                            step(BPF_ALU | BPF_AND | BPF_K, 0xf0), branch(BPF_JEQ, 0xe0, 0, 1),
                            verdict(nothing)};
-  append(program, passPim());
+  append(program, checkType());
+  return program;
+}
+
+FilterProgram passUnicast(std::vector<IpAddr> const& exceptSenders) {
+  FilterProgram program = checkUnicast();
+  append(program, bySender(exceptSenders, nothing, wholePacket));
+  return program;
+}
+
+FilterProgram passUnicastFrom(std::vector<IpAddr> const& senders) {
+  FilterProgram program = checkUnicast();
+  append(program, bySender(senders, wholePacket, nothing));
   return program;
 }
 

@@ -22,8 +22,11 @@ inline constexpr std::size_t maxFilterAddresses = 256;
 inline constexpr std::size_t maxFilterSubnets = 32;
 
 FilterProgram passNothing();
-/// Packets to whatever is no group: broadcasts too, which the router drops.
-FilterProgram passUnicast();
+/// Packets to whatever is no group, except from these senders; broadcasts too, which the router drops. The
+/// senders are sorted, at most maxFilterAddresses.
+FilterProgram passUnicast(std::vector<Lanet::IpAddr> const& exceptSenders = {});
+/// The same from these senders alone; sorted, at most maxFilterAddresses.
+FilterProgram passUnicastFrom(std::vector<Lanet::IpAddr> const& senders);
 /// Packets of every sender to every destination.
 FilterProgram passPim();
 /// Packets of these senders alone; sorted, at most maxFilterAddresses.

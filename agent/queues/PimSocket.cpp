@@ -104,9 +104,9 @@ ListenSocket::ListenSocket(std::string const& interface, int index, Lanet::IpAdd
   filterIs(passPim());
 }
 
-UnicastSocket::UnicastSocket() {
+UnicastSocket::UnicastSocket(FilterProgram const& filter) {
   dropWaiting();
-  filterIs(passUnicast());
+  filterIs(filter);
 }
 
 // Receiving ---------------------------------------------------------------------------------------------

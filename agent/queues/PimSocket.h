@@ -102,7 +102,7 @@ class ListenSocket : public PimSocketBase {
 class UnicastSocket : public PimSocketBase {
  public:
   /// Throws std::system_error.
-  UnicastSocket();
+  UnicastSocket(FilterProgram const& filter = passUnicast());
 };
 
 }  // namespace pimbsr::agent

@@ -21,6 +21,8 @@ std::string_view keyOf(QueueKind kind) {
       return "shared";
     case QueueKind::hello:
       return "hello";
+    case QueueKind::advertiser:
+      return "advertiser";
     case QueueKind::unicast:
       return "unicast";
     default:

@@ -6,6 +6,8 @@
 #include <set>
 #include <system_error>
 
+#include "host/RateLimit.h"
+#include "tests/support/CrpEngine.h"
 #include "tests/support/Messages.h"
 #include "tests/support/TestContext.h"
 #include "wire/Wire.h"
@@ -32,6 +34,7 @@ class FakeMachine final : public agent::Machine {
   }
   void close(std::string const& name) override { opened.erase(name); }
   void neighborsChanged(std::string const& name) override { ++neighborChanges[name]; }
+  void advertisersChanged() override { ++advertiserChanges; }
   agent::LinkReports linkReports() override { return reports; }
   void clearReports() override { reports.clear(); }
   bool send(Lanet::IntfId const& intfId, std::span<Zet::U8 const> packet) override {
@@ -45,7 +48,7 @@ class FakeMachine final : public agent::Machine {
     if (at == view.links.end() || at->second.addresses.empty()) return {};
     return Lanet::IpGenAddr(at->second.addresses.front().address);
   }
-  bool isOwnAddress(Lanet::IpGenAddr const&) const override { return false; }
+  bool isOwnAddress(Lanet::IpGenAddr const& address) const override { return own.contains(address); }
 
   KernelLink& link(std::string const& name, std::string const& address = "") {
     KernelLink& link = view.links[name];
@@ -58,7 +61,9 @@ class FakeMachine final : public agent::Machine {
   std::set<std::string> opened;
   std::vector<std::string> farewells;
   agent::LinkReports reports;
+  std::set<Lanet::IpGenAddr> own;  ///< addresses of this system
   std::map<std::string, int> neighborChanges;
+  int advertiserChanges = 0;
   int openings = 0;
   int lastIndex = 0;
   bool refuses = false;
@@ -259,6 +264,31 @@ TEST_F(AgentTest, AddressesOfNeighborsReachTheSystemOnceTheyChange) {
   machine.link("eth0").index = 99;
   agent.kernelChanged({});
   EXPECT_THAT(neighborsOf("eth0"), IsEmpty()) << "an interface that is opened anew has no neighbors yet";
+}
+
+TEST_F(AgentTest, SendersOfAcceptedAdvertisementsReachTheSystemOnceTheyChange) {
+  machine.own = {addr("192.0.2.9")};
+  beCandidate("eth0");
+  auto isElected = [&] { return agent.router().status()->cbsr(prefix("224.0.0.0/4"))->elected(); };
+  while (!isElected()) {
+    if (agent.nextExpiry() <= clock.now()) agent.advance();
+  }
+  std::vector<Zet::U8> payload;
+  std::vector<Zet::U8> packet;
+  ASSERT_TRUE(pimbsr::wire::encodeCrpAdv(*make(Adv{.rp = "203.0.113.1", .holdtime = 40000}), payload));
+  ASSERT_TRUE(pimbsr::wire::encodeIpv4(
+      {.source = addr("203.0.113.1").v4Addr(), .destination = addr("192.0.2.9").v4Addr(), .ttl = 60}, payload,
+      packet));
+  agent.receive("eth0", packet);
+  EXPECT_THAT(agent.advertisers(256), IsEmpty());
+  double const later = clock.now() + pimbsr::host::Advertisers::probation;
+  while (clock.now() < later) {
+  }
+  agent.receive("eth0", packet);
+  EXPECT_THAT(agent.advertisers(256), ElementsAre(addr("203.0.113.1").v4Addr()));
+  EXPECT_EQ(machine.advertiserChanges, 1);
+  agent.receive("eth0", packet);
+  EXPECT_EQ(machine.advertiserChanges, 1) << "a renewal changes nothing";
 }
 
 TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {

@@ -28,8 +28,14 @@ class FakeListener final : public agent::MachineListener {
     asked.push_back(intf);
     return neighbors;
   }
+  std::vector<IpAddr> advertisers() const override {
+    ++askedForAdvertisers;
+    return senders;
+  }
 
   std::vector<IpAddr> neighbors;
+  std::vector<IpAddr> senders;  ///< of accepted advertisements
+  mutable int askedForAdvertisers = 0;
   mutable std::vector<std::string> asked;  ///< interfaces, in the order of the calls
 };
 
@@ -78,6 +84,16 @@ TEST_F(LinuxMachineTest, ManyChangesOfNeighborsWithinOneStepAskForTheirAddresses
   run(0.5);
   EXPECT_THAT(listener.asked, testing::ElementsAre("near"));
   EXPECT_EQ(machine->linkReports()["near"].queues[QueueKind::neighbor].queues, 2u);
+}
+
+TEST_F(LinuxMachineTest, ManyChangesOfAdvertisersWithinOneStepAskForThemOnce) {
+  listener.senders = {IpAddr::parse("10.9.0.1"), IpAddr::parse("10.9.0.2")};
+  for (int i = 0; i < 1000; ++i) machine->advertisersChanged();
+  EXPECT_EQ(listener.askedForAdvertisers, 0);
+  run(0.5);
+  EXPECT_EQ(listener.askedForAdvertisers, 1);
+  EXPECT_EQ(machine->linkReports()[""].queues[QueueKind::advertiser].queues, 1u);
+  EXPECT_EQ(machine->linkReports()[""].queues[QueueKind::unicast].queues, 1u);
 }
 
 TEST_F(LinuxMachineTest, ClearedReportsHoldNoSendError) {

@@ -116,6 +116,21 @@ TEST(PacketFilterTest, UnicastProgramLeavesGroupsOut) {
   EXPECT_FALSE(unicast.passes(packet(sender, 0x23, "10.0.0.2")));
 }
 
+TEST(PacketFilterTest, EachUnicastPacketPassesEitherTheProgramOfSomeSendersOrThatOfAllOthers) {
+  std::vector<IpAddr> const known = addresses({"10.0.0.1", "10.0.0.3", "200.0.0.1"});
+  FilterRun senders(agent::passUnicastFrom(known));
+  FilterRun others(agent::passUnicast(known));
+  for (char const* from : {"10.0.0.0", "10.0.0.1", "10.0.0.2", "10.0.0.3", "200.0.0.1", "200.0.0.2"}) {
+    bool isKnown = std::binary_search(known.begin(), known.end(), address(from));
+    EXPECT_EQ(senders.passes(packet(address(from), crpAdv, "10.0.0.9")), isKnown) << from;
+    EXPECT_EQ(others.passes(packet(address(from), crpAdv, "10.0.0.9")), !isKnown) << from;
+    for (FilterRun* run : {&senders, &others}) {
+      EXPECT_FALSE(run->passes(packet(address(from), crpAdv))) << from;
+      EXPECT_FALSE(run->passes(packet(address(from), 0x23, "10.0.0.9"))) << from;
+    }
+  }
+}
+
 struct SubnetCase {
   char const* sender;
   U8 type;
