@@ -15,6 +15,7 @@ sys.path.insert(0, str(LAB))
 from lab import LabFault  # noqa: E402
 
 CLIENTS = pathlib.Path(__file__).with_name("clients.py")
+FORWARDED = pathlib.Path(__file__).with_name("forwarded.py")
 COLUMNS = (("attack", "attack", "{}"), ("rate", "packets/s", "{:,.0f}"), ("megabytes", "MB", "{:,.1f}"),
            ("cpu", "CPU %", "{:.0f}"), ("rss", "RSS +MiB", "{:.1f}"), ("late", "timers late ms", "{:.1f}"),
            ("systemLate", "system late ms", "{:.1f}"), ("backlog", "backlog drops", "{:,}"),
@@ -70,6 +71,27 @@ class Clients:
 
     def close(self):
         end(self.process)
+
+
+class Forwarded:
+    """Counts Bootstrap Messages of a BSR that a router forwards to a neighbor, from the construction on, for
+    so many seconds at most. `peer` is the neighbor; `address` that of the router on their link."""
+
+    def __init__(self, peer, interface, address, bsr, seconds):
+        words = ["ip", "netns", "exec", peer.namespace, sys.executable, "-B", str(FORWARDED), interface,
+                 address, bsr, str(seconds)]
+        self.process = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        if not self.process.stdout.readline():
+            raise LabFault(f"{' '.join(words)} ended with {self.process.wait()}")
+
+    def result(self):
+        """Ends it; returns how many were forwarded."""
+        output, _ = self.process.communicate("")
+        return json.loads(output)["forwarded"]
+
+    def close(self):
+        end(self.process)
+        self.process.stdin.close()
 
 
 def end(process):
@@ -130,6 +152,12 @@ def table_of(rows):
 
 def counter(router, name):
     return next(one["value"] for one in router.show("counters")["counters"] if one["name"] == name)
+
+
+def traffic_of(router, interface):
+    """Packets of an interface, by kind of message."""
+    found = next(one for one in router.show("interfaces")["interfaces"] if one["interface"] == interface)
+    return found["traffic"]
 
 
 def mac_of(router, interface):

@@ -15,7 +15,8 @@ import tempfile
 import time
 import unittest
 
-from attack import Bounds, Clients, Flood, Meter, counter, mac_of, rss_of, table_of
+from attack import (Bounds, Clients, Flood, Forwarded, Meter, counter, mac_of, rss_of, table_of,
+                    traffic_of)
 
 from lab import SKIPPED, Lab, wait_until, why_not  # attack.py has set the path
 from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end_for, neighbors_of, rps_of,
@@ -30,10 +31,13 @@ LENGTHS = {"chosen_rps": (6, 120), "chosen_ranges": (6, 120), "advertisements_wo
            "mutations": (1, 60), "garbage": (1, 60), "mixed": (7, 1200)}
 RANGE = "239.1.0.0/16"
 HONEST = "10.0.1.50"  # a neighbor whose messages are counted
+HONEST_ZONE = "239.200.0.0/16"  # of which it is the BSR
+NEWCOMER = "10.0.1.77"  # a router that starts during an attack
 BAD = "10.0.1.60"  # a hostile neighbor
 STRANGER = "10.0.1.100"  # the first of a hundred addresses that are no neighbor's
 NOWHERE = "10.77.0.1"  # a BSR without a route: a mutation of the priority must not win an election
 FAST = 400000
+MIN_FAST = 250000  # packets in a second that the fast flood must reach in the full form
 # Attacks of a neighbor, each with its kind of packets: first fragments whose rest never comes; RPs that come
 # and go with each round; thousands of scope zones, which fill the table of zones; a Generation ID that
 # changes with each Hello; neighbors of a hundred addresses that come and go; mutated messages; random bytes.
@@ -42,13 +46,17 @@ OTHER_FLOODS = {"fragments": ("fragments", {"rate": 1000, "count": 4000}),
                 "zones": ("zones", {"rate": 1000, "count": 4000}),
                 "restarts": ("restarts", {"rate": 1000, "count": 4000, "holdtime": 105}),
                 "goodbyes": ("goodbyes", {"rate": 1000, "source": STRANGER, "sources": 100, "holdtime": 105}),
-                "mutations": ("mutations", {"rate": 8000, "count": 8000, "sources": 20, "bsr": NOWHERE}),
+                "mutations": ("mutations", {"rate": 800, "count": 8000, "bsr": NOWHERE}),
                 "garbage": ("garbage", {"rate": FAST, "count": 8000})}
 COMMAND = ""
 
 
+def is_full():
+    return os.environ.get("PIMBSR_ATTACK") == "full"
+
+
 def seconds_of(attack):
-    return LENGTHS[attack][1 if os.environ.get("PIMBSR_ATTACK") == "full" else 0]
+    return LENGTHS[attack][1 if is_full() else 0]
 
 
 def rps_for(router):
@@ -101,9 +109,42 @@ class AttackTest(unittest.TestCase):
         self.assertLess(row["late"], late, "timers are on time")
         self.assertLess(row["rss"], self.bounds.rss >> 20, "memory is flat")
 
-    def neighbor(self, router, interface, address, seconds, rate=1):
+    def neighbor(self, router, interface, address, seconds, rate=1, holdtime=5):
         """Has a neighbor with that address send Hellos."""
-        return self.flood(router, interface, "hellos", source=address, holdtime=5, rate=rate, seconds=seconds)
+        return self.flood(router, interface, "hellos", source=address, holdtime=holdtime, rate=rate,
+                          seconds=seconds)
+
+    def honest_neighbor(self, sender, router, seconds, **options):
+        """Makes HONEST a neighbor of a router, and BSR of a zone that is known before the attack."""
+        self.neighbor(sender, "eth-r2", HONEST, seconds, **options)
+        wait_until(lambda: HONEST in neighbors_of(router), "the honest neighbor is known")
+        self.flood(sender, "eth-r2", "bootstraps", source=HONEST, bsr=HONEST, range=HONEST_ZONE,
+                   most=1).result()
+        wait_until(lambda: zone(router, HONEST_ZONE), "the zone of the honest neighbor is known")
+
+    def honest_messages(self, sender, seconds):
+        """Begins to send 50 messages a second of HONEST, and to count those that r2 forwards."""
+        forwarded = Forwarded(sender, "eth-r2", "10.0.1.2", HONEST, seconds + 60)
+        self.running.append(forwarded)
+        flood = self.flood(sender, "eth-r2", "bootstraps", source=HONEST, bsr=HONEST, range=HONEST_ZONE,
+                           count=1000, rate=50, seconds=seconds)
+        return flood, forwarded
+
+    def losses(self, honest):
+        """Of those, how many were lost, and how many were sent."""
+        flood, forwarded = honest
+        sent = flood.result()["packets"]
+        time.sleep(1)
+        return sent - forwarded.result(), sent
+
+    def report_losses(self, row, losses):
+        """Reports a row with the losses of honest messages. There are none, unless the kernel dropped
+        packets in front of all sockets, as it may where sender and router share a system: then 1 % at
+        most."""
+        lost, sent = losses
+        self.report({**row, "lost": f"{lost} of {sent}"})
+        self.assertGreater(sent, 0)
+        self.assertLessEqual(lost, sent // 100 if row["backlog"] else 0, "honest messages that were lost")
 
     # Chosen keys -------------------------------------------------------------------------------------
 
@@ -126,14 +167,24 @@ class AttackTest(unittest.TestCase):
                            holdtime=40000, rate=100, seconds=seconds)
         meter = self.meter(r2, seconds)
         wait_all((r2,), bsr_of, BAD, "r2 follows the attacker")
-        sent = flood.result()
-        rps = zone(r2)["rps"]
-        self.assertEqual(count, rps)
-        self.report(meter.row(attack, [sent], note=f"{rps} RPs kept"))
+        looks = self.looks_while(flood, r2, count)
+        self.report(meter.row(attack, [flood.result()], note=f"{count} RPs kept, {looks} looks"))
+        self.assertGreater(looks, 2, "looks at the RPs during the flood")
         meter = self.meter(r2, 5)
         wait_all((r2,), bsr_of, "10.255.0.1", "r1 is elected again", 15)
         wait_until(lambda: zone(r2)["rps"] == 0, "the RPs of the attacker have gone")
         self.report(meter.row(attack, note="all RPs leave at once"), self.bounds.gone)
+
+    def looks_while(self, flood, router, count):
+        """Waits until a router holds so many RPs, and looks at them again and again until the flood ends;
+        returns how often."""
+        looks = 0
+        wait_until(lambda: zone(router)["rps"] == count, "all RPs are held")
+        while flood.process.poll() is None:
+            self.assertEqual(count, zone(router)["rps"], "RPs held while the flood lasts")
+            looks += 1
+            time.sleep(0.2)
+        return looks
 
     def test_chosen_rps(self):
         """16,000 RPs of one range whose keys share a bucket."""
@@ -205,22 +256,27 @@ class AttackTest(unittest.TestCase):
         honest = self.flood(r1, "eth-r2", "bootstraps", source=HONEST, bsr=HONEST, count=1000,
                             rate=50, seconds=seconds - 1)
         if newcomer:
-            self.flood(r1, "eth-r2", "hellos", source="10.0.1.77", rate=1, seconds=2, most=2).result()
-            wait_until(lambda: "10.0.1.77" in neighbors_of(r2), "the newcomer is known after two Hellos", 2)
+            self.flood(r1, "eth-r2", "hellos", source=NEWCOMER, rate=1, seconds=2, most=2).result()
+            wait_until(lambda: NEWCOMER in neighbors_of(r2), "the newcomer is known after two Hellos", 2)
         sent, count = flood.result(), honest.result()["packets"]
         time.sleep(0.5)
         lost = count - counter(r2, "rxBsmSuccess")
         self.report(meter.row(attack, [sent], f"{lost} of {count}"))
         self.assertEqual(0, lost, "honest messages that were lost")
         self.assertEqual(HONEST, bsr_of(r2))
+        return sent["packets"] / sent["seconds"]
 
     def test_slow_flood(self):
         """2,000 forged messages a second from addresses that are no neighbor's."""
         self.play_flood("slow_flood", 2000, True, source=STRANGER, sources=100, bsr=HONEST)
 
     def test_fast_flood(self):
-        """400,000 forged messages a second from addresses that are no neighbor's."""
-        self.play_flood("fast_flood", FAST, True, source=STRANGER, sources=100, bsr=HONEST)
+        """400,000 forged messages a second from addresses that are no neighbor's; a full form that reaches
+        less than MIN_FAST shows nothing."""
+        rate = self.play_flood("fast_flood", FAST, True, source=STRANGER, sources=100, bsr=HONEST)
+        print(f"fast_flood: {rate:,.0f} packets/s")
+        if is_full():
+            self.assertGreaterEqual(rate, MIN_FAST, "packets in a second that were sent")
 
     def test_neighbor_flood(self):
         """400,000 messages a second forged from the address of a neighbor; the others lose none."""
@@ -229,7 +285,8 @@ class AttackTest(unittest.TestCase):
     # Other floods ------------------------------------------------------------------------------------
 
     def test_other_floods(self):
-        """Each of OTHER_FLOODS from a hostile neighbor: the honest BSR and its RP set stay."""
+        """Each of OTHER_FLOODS from a hostile neighbor: the honest BSR and its RP set stay, and no message of
+        an honest neighbor is lost."""
         lab = self.lab()
         (r1, r2), _ = lab.chain("r1", "r2")
         r1.config(candidate_bsr(interval=10) + candidate_rp(interval=10))
@@ -237,7 +294,9 @@ class AttackTest(unittest.TestCase):
         r2.amend("eth-r1", "hello-interval = 1")
         lab.start()
         wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 knows the RP", 90)
-        self.neighbor(r1, "eth-r2", BAD, 120 + sum(map(seconds_of, OTHER_FLOODS)))
+        total = 180 + sum(map(seconds_of, OTHER_FLOODS))
+        self.neighbor(r1, "eth-r2", BAD, total)
+        self.honest_neighbor(r1, r2, total)
         for attack, (kind, options) in OTHER_FLOODS.items():
             with self.subTest(attack):
                 self.play_kind(attack, kind, r1, r2, options)
@@ -247,12 +306,29 @@ class AttackTest(unittest.TestCase):
         wait_until(lambda: BAD in neighbors_of(router), "the attacker is a neighbor")
         router.command("clear", "drops")
         meter = self.meter(router, seconds)
+        honest = self.honest_messages(sender, seconds)
         terms = {"source": BAD, "bsr": BAD, "range": "239.6.0.0/16", "seconds": seconds, **options}
         sent = self.flood(sender, "eth-r2", kind, **terms).result()
+        losses = self.losses(honest)
         drops = sorted(drops_of(router).items(), key=lambda row: -row[1])
         note = ", ".join(f"{count} {reason}" for reason, count in drops[:2])
-        self.report(meter.row(attack, [sent], note=note))
+        if attack == "mutations":
+            note = self.check_mutations(router, sent["packets"])
+        self.report_losses(meter.row(attack, [sent], note=note), losses)
         self.assertEqual(("10.255.0.1", ["10.255.0.1"]), (bsr_of(router), rps_of(router)[GLOBAL]))
+
+    def check_mutations(self, router, sent):
+        """Mutated messages come within the budget of their sender, so that they are really read: at least 9
+        in 10, as the filter in the kernel drops those that became messages of other types. One in 20 and more
+        can't be decoded. Returns a note."""
+        def read():
+            return sum(counts["received"] for counts in traffic_of(router, "eth-r1").values())
+        wait_until(lambda: read() >= 0.9 * sent, "the mutated messages are read")
+        traffic = traffic_of(router, "eth-r1")
+        malformed = traffic["malformed"]["received"]
+        self.assertNotIn("unread", traffic, "packets beyond a budget")
+        self.assertGreater(malformed, sent / 20)
+        return f"{read()} read, {malformed} malformed"
 
     # Control socket ----------------------------------------------------------------------------------
 
@@ -345,9 +421,11 @@ class AttackTest(unittest.TestCase):
         wait_all((r1, r2, r3), rps_of, {RANGE: honest}, "all know the RPs", 90)
         for folder in (lab.folder, r2.folder):
             folder.chmod(0o755)
-        self.neighbor(r1, "eth-r2", BAD, seconds + 5)
+        self.neighbor(r1, "eth-r2", BAD, seconds + 15)
         wait_until(lambda: BAD in neighbors_of(r2), "the attacker is a neighbor")
+        self.honest_neighbor(r1, r2, seconds + 15)
         meter = self.meter(r2, seconds)
+        honest_messages = self.honest_messages(r1, seconds)
         floods = self.mixed_floods(r1, seconds)
         self.clients(r2.socket, "half", 40, seconds, user=5001)
         sizes, end = [], time.monotonic() + seconds
@@ -358,8 +436,9 @@ class AttackTest(unittest.TestCase):
             sizes.append(rss_of(r2.agent.process.pid))
             time.sleep(0.2)
         sent = [flood.result() for flood in floods]
+        losses = self.losses(honest_messages)
         late_growth = max(sizes) - max(sizes[:len(sizes) // 2])
-        self.report(meter.row("mixed", sent, note=f"RSS at most {max(sizes) >> 20} MiB"))
+        self.report_losses(meter.row("mixed", sent, note=f"RSS at most {max(sizes) >> 20} MiB"), losses)
         self.assertLess(late_growth, 1 << 20, "memory is flat in the second half")
         for router in (r1, r2, r3):
             uptime = zone(router)["bsr"]["uptime"]

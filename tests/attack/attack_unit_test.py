@@ -12,6 +12,7 @@ import unittest
 
 import attack
 import attack_test
+import forwarded
 
 SHORT_TOTAL = 60  # seconds of attack in one run of all tests
 
@@ -77,6 +78,20 @@ class AttackUnitTest(unittest.TestCase):
         self.assertEqual(3, len(lines))
         cells = ["slow_flood", "2,000", "1.2", "3", "0.0", "1.0", "0.5", "12", "0", "of", "50"]
         self.assertEqual(cells, lines[1].split())
+
+    def test_a_forwarded_message_is_one_of_the_bsr_from_the_router_without_the_no_forward_bit(self):
+        router, bsr = bytes([10, 0, 1, 2]), bytes([10, 0, 1, 50])
+        other = bytes([10, 0, 1, 3])
+        cases = (("forwarded", router, 103, 0x24, 0, bsr, True),
+                 ("No-Forward", router, 103, 0x24, 0x80, bsr, False),
+                 ("a Hello", router, 103, 0x20, 0, bsr, False), ("no PIM", router, 17, 0x24, 0, bsr, False),
+                 ("of another router", other, 103, 0x24, 0, bsr, False),
+                 ("of another BSR", router, 103, 0x24, 0, other, False))
+        for name, source, protocol, kind, flags, address, expected in cases:
+            with self.subTest(name):
+                header = bytes([0x45, 0, 0, 40, 0, 0, 0, 0, 1, protocol, 0, 0]) + source + bytes(4)
+                pim = bytes([kind, flags, 0, 0, 0, 1, 30, 64, 1, 0]) + address
+                self.assertEqual(expected, forwarded.is_forwarded(bytes(14) + header + pim, router, bsr))
 
     def test_clients_send_what_their_kind_says_over_as_many_connections(self):
         for kind, count, sent in (("idle", 5, b""), ("half", 4, b'{"command":"show"' * 4),
