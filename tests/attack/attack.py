@@ -160,6 +160,12 @@ def traffic_of(router, interface):
     return found["traffic"]
 
 
+def queue_of(router, kind):
+    """Counts of the receive queues of a kind for packets to addresses of a router; empty if it has none."""
+    queues = router.show("interfaces")["unicast"]["queues"]
+    return next((queue for queue in queues if queue["kind"] == kind), {})
+
+
 def mac_of(router, interface):
     return json.loads(router.ip("-j", "link", "show", interface))[0]["address"]
 

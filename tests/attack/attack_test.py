@@ -15,7 +15,7 @@ import tempfile
 import time
 import unittest
 
-from attack import (Bounds, Clients, Flood, Forwarded, Meter, counter, mac_of, rss_of, table_of,
+from attack import (Bounds, Clients, Flood, Forwarded, Meter, counter, mac_of, queue_of, rss_of, table_of,
                     traffic_of)
 
 from lab import SKIPPED, Lab, wait_until, why_not  # attack.py has set the path
@@ -23,12 +23,14 @@ from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end
                       wait_all, zone)
 
 # Seconds of attack: the short form, 60 in total, and the full one.
-LENGTHS = {"chosen_rps": (6, 120), "chosen_ranges": (6, 120), "advertisements_worst": (4, 120),
-           "advertisements_best": (4, 120), "advertisements_alternating": (4, 120), "slow_flood": (4, 60),
-           "fast_flood": (5, 60), "neighbor_flood": (4, 60), "control_idle": (2, 60), "control_half": (2, 60),
-           "control_unread": (2, 60), "control_watch": (2, 60), "control_connect": (1, 60), "zones": (1, 60),
+LENGTHS = {"chosen_rps": (5, 120), "chosen_ranges": (5, 120), "advertisements_worst": (2, 120),
+           "advertisements_best": (3, 120), "advertisements_alternating": (3, 120), "slow_flood": (3, 60),
+           "fast_flood": (4, 60), "neighbor_flood": (3, 60), "hello_flood": (2, 60),
+           "hello_newcomer": (3, 60), "full_table": (2, 60), "forged_goodbye": (3, 60),
+           "unicast_flood": (2, 60), "control_idle": (1, 60), "control_half": (1, 60),
+           "control_unread": (1, 60), "control_watch": (1, 60), "control_connect": (1, 60), "zones": (1, 60),
            "fragments": (1, 60), "rp_churn": (1, 60), "restarts": (1, 60), "goodbyes": (1, 60),
-           "mutations": (1, 60), "garbage": (1, 60), "mixed": (7, 1200)}
+           "mutations": (1, 60), "garbage": (1, 60), "mixed": (8, 1200)}
 RANGE = "239.1.0.0/16"
 HONEST = "10.0.1.50"  # a neighbor whose messages are counted
 HONEST_ZONE = "239.200.0.0/16"  # of which it is the BSR
@@ -38,6 +40,7 @@ STRANGER = "10.0.1.100"  # the first of a hundred addresses that are no neighbor
 NOWHERE = "10.77.0.1"  # a BSR without a route: a mutation of the priority must not win an election
 FAST = 400000
 MIN_FAST = 250000  # packets in a second that the fast flood must reach in the full form
+NEWCOMER_HELLOS = 20  # within which a newcomer is known at twice `hellos-per-second`
 # Attacks of a neighbor, each with its kind of packets: first fragments whose rest never comes; RPs that come
 # and go with each round; thousands of scope zones, which fill the table of zones; a Generation ID that
 # changes with each Hello; neighbors of a hundred addresses that come and go; mutated messages; random bytes.
@@ -237,6 +240,38 @@ class AttackTest(unittest.TestCase):
         """Forged candidate RPs whose priority changes with each advertisement."""
         self.play_advertisements("advertisements_alternating", "alternating-advertisements", 255, False)
 
+    def test_unicast_flood(self):
+        """200,000 forged advertisements a second to the BSR: of those from senders whose advertisements were
+        accepted before none is lost, and their RPs with a holdtime of three seconds stay. The clock runs ten
+        times as fast. The forged senders are accepted too, and so few that a sanitized router reads of each
+        more than its grant, which also is ten times as high."""
+        lab, seconds = self.lab(clock_rate=10), seconds_of("unicast_flood")
+        (r1, r2), _ = lab.chain("r1", "r2")
+        r1.config(candidate_bsr(interval=10))
+        r2.config()
+        lab.start()
+        wait_all((r1,), bsr_of, "10.255.0.1", "r1 is elected", 60)
+        r1.route("10.8.0.0/15", "10.0.1.2")
+        to_bsr = {"destination": "10.255.0.1", "mac": mac_of(r1, "eth-r2")}
+        candidates = {"rp": "10.8.0.1", "range": RANGE, "count": 5, "holdtime": 30, **to_bsr}
+        self.flood(r2, "eth-r1", "advertisements", rate=20, seconds=seconds + 60, **candidates)
+        rps = [f"10.8.0.{n}" for n in range(1, 6)]
+        wait_until(lambda: queue_of(r1, "advertiser").get("received", 0) > 20, "the senders have a queue")
+        meter = self.meter(r1, seconds)
+        flood = self.flood(r2, "eth-r1", "advertisements", rp="10.9.0.1", range="239.2.0.0/16", count=100,
+                           rate=200000, seconds=seconds, **to_bsr)
+        while flood.process.poll() is None:
+            self.assertEqual(rps, rps_of(r1).get(RANGE), "RPs during the flood")
+            time.sleep(0.1)
+        time.sleep(0.5)
+        known, others = queue_of(r1, "advertiser"), queue_of(r1, "unicast")
+        note = f"{others['received']} of others read, {others['lost']} lost"
+        losses = f"{known['lost']} of {known['received'] + known['lost']}"
+        self.report({**meter.row("unicast_flood", [flood.result()], note=note), "lost": losses})
+        self.assertEqual(0, known["lost"], "advertisements of known senders that were lost")
+        self.assertGreater(known["received"], 15 * seconds)
+        self.assertGreater(others["received"], known["received"], "the flood was read")
+
     # Floods of Bootstrap Messages --------------------------------------------------------------------
 
     def play_flood(self, attack, rate, newcomer, **options):
@@ -281,6 +316,98 @@ class AttackTest(unittest.TestCase):
     def test_neighbor_flood(self):
         """400,000 messages a second forged from the address of a neighbor; the others lose none."""
         self.play_flood("neighbor_flood", FAST, False, source=BAD, bsr=NOWHERE)
+
+    # Floods of Hellos --------------------------------------------------------------------------------
+
+    def link_of_neighbors(self, attack, limits="", clock_rate=1):
+        """A router r2 with the neighbors r1, HONEST and BAD on one link; returns both routers."""
+        lab, seconds = self.lab(clock_rate), seconds_of(attack)
+        (r1, r2), _ = lab.chain("r1", "r2")
+        r1.config()
+        r2.config(limits)
+        for router, interface in ((r1, "eth-r2"), (r2, "eth-r1")):
+            router.amend(interface, f"hello-interval = {clock_rate}")
+        lab.start()
+        self.neighbor(r1, "eth-r2", BAD, seconds + 40, holdtime=5 * clock_rate)
+        self.honest_neighbor(r1, r2, seconds + 40, holdtime=5 * clock_rate)
+        wait_until(lambda: {"10.0.1.1", BAD, HONEST} <= set(neighbors_of(r2)), "the neighbors are known")
+        return r1, r2
+
+    def test_hello_flood(self):
+        """400,000 Hellos a second from addresses of the link that are no neighbors': the neighbors stay, and
+        lose no message. With a holdtime of 0 no address becomes a neighbor."""
+        r1, r2 = self.link_of_neighbors("hello_flood")
+        seconds, neighbors = seconds_of("hello_flood"), neighbors_of(r2)
+        meter = self.meter(r2, seconds)
+        honest = self.honest_messages(r1, seconds)
+        flood = self.flood(r1, "eth-r2", "hellos", source=STRANGER, sources=100, holdtime=0, rate=FAST,
+                           seconds=seconds)
+        while flood.process.poll() is None:
+            self.assertEqual(neighbors, neighbors_of(r2), "neighbors during the flood")
+            time.sleep(0.1)
+        losses = self.losses(honest)
+        over = drops_of(r2).get("hello-rate-limit", 0)
+        self.report_losses(meter.row("hello_flood", [flood.result()], note=f"{over} over budget"), losses)
+        self.assertGreater(over, 0, "Hellos beyond the budget")
+
+    def test_hello_newcomer(self):
+        """Twice as many Hellos as `hellos-per-second` from addresses of the link that are no neighbors': a
+        newcomer is known within NEWCOMER_HELLOS Hellos, since each is read with a chance of one half."""
+        r1, r2 = self.link_of_neighbors("hello_newcomer")
+        seconds = seconds_of("hello_newcomer")
+        meter = self.meter(r2, seconds)
+        honest = self.honest_messages(r1, seconds)
+        flood = self.flood(r1, "eth-r2", "hellos", source=STRANGER, sources=100, holdtime=0, rate=400,
+                           seconds=seconds)
+        wait_until(lambda: drops_of(r2).get("hello-rate-limit"), "the budget of Hellos is used up", seconds)
+        self.flood(r1, "eth-r2", "hellos", source=NEWCOMER, rate=20, seconds=2,
+                   most=NEWCOMER_HELLOS).result()
+        wait_until(lambda: NEWCOMER in neighbors_of(r2), "the newcomer is known", 5)
+        losses = self.losses(honest)
+        self.report_losses(meter.row("hello_newcomer", [flood.result()]), losses)
+
+    def test_full_table(self):
+        """Forged neighbors with a holdtime of 65535 s fill the table: those that are known stay, and a
+        newcomer displaces a forged one that has been silent for 105 s. The clock runs ten times as fast."""
+        r1, r2 = self.link_of_neighbors("full_table", "[limits]\nneighbors-per-interface = 40\n", 10)
+        seconds = seconds_of("full_table")
+        meter = self.meter(r2, seconds)
+        honest = self.honest_messages(r1, seconds)
+        flood = self.flood(r1, "eth-r2", "hellos", source=STRANGER, sources=100, holdtime=65535, rate=1000,
+                           seconds=seconds)
+        sent, losses = flood.result(), self.losses(honest)
+        self.assertEqual(40, len(neighbors_of(r2)))
+        refused = drops_of(r2).get("neighbor-quota", 0)
+        self.report_losses(meter.row("full_table", [sent], note=f"{refused} neighbors refused"), losses)
+        self.assertGreater(refused, 0, "forged neighbors beyond the bound")
+        self.neighbor(r1, "eth-r2", NEWCOMER, 20, rate=10, holdtime=50)
+        wait_until(lambda: NEWCOMER in neighbors_of(r2), "the newcomer displaces a silent neighbor", 15)
+        self.assertLessEqual({"10.0.1.1", BAD, HONEST}, set(neighbors_of(r2)), "known neighbors stay")
+        self.assertEqual(40, len(neighbors_of(r2)))
+
+    def test_forged_goodbye(self):
+        """Goodbye Hellos in the name of a neighbor: it is back with its next Hello, one second later at most,
+        and no other neighbor goes or loses a message."""
+        r1, r2 = self.link_of_neighbors("forged_goodbye")
+        seconds = seconds_of("forged_goodbye")
+        meter = self.meter(r2, seconds)
+        honest = self.honest_messages(r1, seconds)
+        flood = self.flood(r1, "eth-r2", "hellos", source=BAD, holdtime=0, rate=1.3, seconds=seconds)
+        absences, longest, last = 0, 0, time.monotonic()
+        while flood.process.poll() is None:
+            neighbors = set(neighbors_of(r2))
+            self.assertLessEqual({"10.0.1.1", HONEST}, neighbors, "other neighbors stay")
+            if BAD in neighbors:
+                last = time.monotonic()
+            absences += BAD not in neighbors
+            longest = max(longest, time.monotonic() - last)
+            time.sleep(0.02)
+        wait_until(lambda: BAD in neighbors_of(r2), "the neighbor is back", 2)
+        losses = self.losses(honest)
+        note = f"gone for {longest:.1f} s at most"
+        self.report_losses(meter.row("forged_goodbye", [flood.result()], note=note), losses)
+        self.assertGreater(absences, 0, "the forged goodbye Hellos were read")
+        self.assertLess(longest, 2.5)
 
     # Other floods ------------------------------------------------------------------------------------
 
