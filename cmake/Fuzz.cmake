@@ -34,9 +34,4 @@ foreach(source ${fuzz_sources})
   add_test(NAME ${target} COMMAND ${command})
   math(EXPR timeout "${PIMBSR_FUZZ_SECONDS} + 300")
   set_tests_properties(${target} PROPERTIES LABELS fuzz TIMEOUT ${timeout})
-  # With the meter of work one input costs what hundreds of another target do, and its bound is tight: the
-  # corpus alone is played with the tests, and scripts/soak fuzzes it.
-  if(name STREQUAL "cost")
-    set_tests_properties(${target} PROPERTIES LABELS "fuzz;soak" ENVIRONMENT FUZZ_MUTATIONS=0)
-  endif()
 endforeach()
