@@ -79,18 +79,13 @@ class HashMap {
   /// Links a member whose key isn't in the map yet.
   void insert(Ptr<V> const& member) {
     V* m = member.ptr();
+    ZET_ASSERT(!link(m).isLinked(), "a new key and an unlinked member");
     Slot& slot = *bucket(link(m).zetHash_);
-    Gap gap = isIndexed(slot) ? insertIndexed(slot, m) : locate(slot, link(m).zetHash_, m->fwkKey());
-    ZET_ASSERT(!link(m).isLinked() && (gap.after == nullptr || !hasKey(gap.after, m)),
-               "a new key and an unlinked member");
-    nextIs(m, gap.after);
-    if (gap.before != nullptr) {
-      nextIs(gap.before, m);
-    } else if (!isIndexed(slot)) {
-      if (slot == none) occupy(link(m).zetHash_);
-      slot = slotOf(m);
+    if (isIndexed(slot)) {
+      insertIndexed(slot, m);
+    } else {
+      insertPlain(slot, m);
     }
-    if (!isIndexed(slot) && isLong(m, gap.passed)) slot = indexed(chain(slot));
     m->newRef();
     ++size_;
     if (size_ > buckets()) grow();
@@ -101,26 +96,21 @@ class HashMap {
     V* m = find(key);
     if (m == nullptr) return nullptr;
     Slot& slot = *bucket(link(m).zetHash_);
+    if (slot == slotOf(m)) return removeHead(slot, m);
     if (isIndexed(slot)) {
       eraseIndexed(slot, m);
-    } else if (chain(slot) == m) {
-      slot = slotOf(next(m));
-      if (slot == none) vacate(link(m).zetHash_);
     } else {
       V* before = chain(slot);
       while (next(before) != m) before = next(before);
       nextIs(before, next(m));
     }
-    Ptr<V> removed = release(m);
-    --size_;
-    if (bits_ != 0 && size_ <= buckets() / 4) shrink();
-    return removed;
+    return release(m);
   }
 
   /// Drops all members; for a map whose owner goes.
   void clear() {
     while (!empty()) {
-      for (Iterator at = iterator(); at; ++at) remove(at.key());
+      for (Iterator at = iterator(); at; ++at) drop(at.ptr().ptr());
     }
     while (bits_ != 0) shrink();
   }
@@ -191,7 +181,6 @@ class HashMap {
   struct Gap {
     V* before;
     V* after;
-    U32 passed = 0;  ///< members before the place, where a chain without an index was walked
   };
 
   static bool isIndexed(Slot slot) { return (slot & 1) != 0; }
@@ -230,11 +219,35 @@ class HashMap {
     return used == Occupancy::none ? nullptr : head(many_[used]);
   }
 
+  /// Puts a member into a chain without an index, which gets one if it is long then.
+  void insertPlain(Slot& slot, V* m) {
+    U32 passed = 0;
+    V* before = nullptr;
+    V* after = chain(slot);
+    for (; after != nullptr && precedes(after, link(m).zetHash_, m->fwkKey()); ++passed) {
+      before = after;
+      after = next(after);
+    }
+    requireNew(after, m);
+    nextIs(m, after);
+    if (before != nullptr) {
+      nextIs(before, m);
+    } else {
+      if (slot == none) occupy(link(m).zetHash_);
+      slot = slotOf(m);
+    }
+    if (isLong(m, passed)) slot = indexed(chain(slot));
+  }
+
+  static void requireNew(V* after, V* m) {
+    ZET_ASSERT(after == nullptr || !hasKey(after, m), "a new key and an unlinked member");
+  }
+
   /// The members on both sides of the place of a key.
   static Gap locate(Slot slot, U32 hash, K const& key) {
     if (isIndexed(slot)) return gapOf(slot, indexOf(slot)->find(placeOf(hash, key)));
     Gap gap{nullptr, chain(slot)};
-    for (; gap.after != nullptr && precedes(gap.after, hash, key); ++gap.passed) {
+    while (gap.after != nullptr && precedes(gap.after, hash, key)) {
       gap.before = gap.after;
       gap.after = next(gap.after);
     }
@@ -247,11 +260,32 @@ class HashMap {
     return at != nullptr ? at : firstFrom(bucketIndex(hash) + 1);
   }
 
+  /// Hands an unlinked member to the caller.
   Ptr<V> release(V* m) {
     link(m).zetNext_ = &link(m);
     Ptr<V> held(m);
     m->deleteRef();
+    --size_;
+    if (bits_ != 0 && size_ <= buckets() / 4) shrink();
     return held;
+  }
+
+  /// Removes the first member of a chain without an index.
+  Ptr<V> removeHead(Slot& slot, V* m) {
+    slot = slotOf(next(m));
+    if (slot == none) vacate(link(m).zetHash_);
+    return release(m);
+  }
+
+  /// Removes a member at which a walk is. Where the walk removes all, that is the first of its chain, and its
+  /// key need not be hashed again.
+  void drop(V* m) {
+    Slot& slot = *bucket(link(m).zetHash_);
+    if (slot == slotOf(m)) {
+      removeHead(slot, m);
+    } else {
+      remove(m->fwkKey());
+    }
   }
 
   // Indexes of long chains ------------------------------------------------------------------------------
@@ -275,8 +309,11 @@ class HashMap {
     return at != nullptr && link(at).zetHash_ == hash && at->fwkKey() == key ? at : nullptr;
   }
 
-  [[gnu::noinline]] static Gap insertIndexed(Slot slot, V* m) {
-    return gapOf(slot, indexOf(slot)->insert(placeOf(link(m).zetHash_, m->fwkKey()), m));
+  [[gnu::noinline]] static void insertIndexed(Slot slot, V* m) {
+    Gap gap = gapOf(slot, indexOf(slot)->insert(placeOf(link(m).zetHash_, m->fwkKey()), m));
+    requireNew(gap.after, m);
+    nextIs(m, gap.after);
+    if (gap.before != nullptr) nextIs(gap.before, m);
   }
 
   /// Unlinks a member of a chain with an index, and drops an index that has become short.
