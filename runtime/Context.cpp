@@ -1,9 +1,10 @@
 #include "runtime/Context.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
-#include "runtime/Log.h"
+#include "runtime/LogHandle.h"
 
 namespace Zet {
 
@@ -23,6 +24,18 @@ void Context::log(LogHandle const& handle, std::string const& text) {
                text.c_str());
 }
 
+bool Context::takeFromLogLimit(LogHandle const& handle) {
+  if (handle.interval() <= 0.0) return true;
+  Bucket& bucket = logBuckets_.try_emplace(&handle, Bucket{handle.burst(), now_}).first->second;
+  bucket.tokens = std::min(handle.burst(), bucket.tokens + (now_ - bucket.filled) / handle.interval());
+  bucket.filled = now_;
+  if (bucket.tokens < 1.0) return false;
+  bucket.tokens -= 1.0;
+  return true;
+}
+
+// A thread that entered no scope has a plain context, made at its first use: the pointer needs no constructor
+// and no guard, so that reading the current context is one load.
 Context& Context::current() {
   if (currentContext == nullptr) {
     static thread_local Context plain;

@@ -23,7 +23,7 @@ struct TraceLine {
   std::string text;
 };
 
-/// What surrounds one router: its clock, its chance, and where its trace and log lines go. A host derives
+/// What surrounds one router: its clock, its RNG, and where its trace and log lines go. A host derives
 /// from it and enters it around every call into the router's objects; a thread has one current context at a
 /// time.
 class PIMBSR_API Context {
@@ -38,12 +38,12 @@ class PIMBSR_API Context {
 
   /// The time of the event being served, in seconds. The host sets it once per event.
   double now() const { return now_; }
-  /// Moves the clock. A time before the present one leaves it as it stands: the clock never runs backwards.
+  /// Moves the clock. A time before the present one has no effect: the clock never runs backwards.
   void nowIs(double seconds) {
     if (seconds > now_) now_ = seconds;
   }
 
-  /// Chance of the engine: a number from 0 to RAND_MAX. By default the C library's sequence.
+  /// The engine's RNG: a number from 0 to RAND_MAX. By default the C library's sequence.
   virtual int rand();
   virtual void srand(unsigned seed);
 
@@ -51,16 +51,19 @@ class PIMBSR_API Context {
   virtual void trace(TraceLine const& line);
   /// Takes a message of the system log, already rate-limited; by default as trace() does.
   virtual void log(LogHandle const& handle, std::string const& text);
+  /// Takes one message from the rate limit of a handle; false if none is left at this time. Each context has
+  /// limits of its own.
+  bool takeFromLogLimit(LogHandle const& handle);
 
-  /// Number of exceptions that were caught from notifiees since the start. A host that sees it rise has found
-  /// a value that the engine refused half-way, or a bug.
+  /// Number of exceptions that were caught from notifiees since the start. A rise shows a value that a setter
+  /// rejected after it was stored, or a bug.
   U64 notificationExceptions() const { return notificationExceptions_; }
   void notificationExceptionsInc() { ++notificationExceptions_; }
 
   /// The context of this thread; a plain one of its own until a Scope enters another.
   static Context& current();
 
-  /// Makes a context current for as long as the scope stands.
+  /// Makes a context current for as long as the scope exists.
   class PIMBSR_API Scope {
    public:
     explicit Scope(Context& context);
@@ -73,7 +76,6 @@ class PIMBSR_API Context {
   };
 
  private:
-  friend class LogHandle;
   struct Bucket {
     double tokens;
     double filled;
