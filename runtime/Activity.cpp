@@ -12,7 +12,15 @@ Ptr<ActivityConfig> const& ActivityConfig::standard() {
   return config;
 }
 
+// The queue's members need the whole Reactor, which in turn uses this header.
+ActivitySm::ActivitySm() = default;
+ActivitySm::~ActivitySm() = default;
+
+void ActivitySm::enqueue(Ptr<Reactor> const& reactor) { waiting_.push_back(reactor); }
+
 U32 ActivitySm::serve(ActivityConfig* config) {
+  // The queue is taken over whole: a reactor that enqueues one during its turn waits for the next serve(), so
+  // that a cycle of reactors can't hold the event loop.
   auto serving = std::exchange(waiting_, {});
   for (Ptr<Reactor> const& reactor : serving) reactor->handleNotification(config);
   return static_cast<U32>(serving.size());

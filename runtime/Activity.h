@@ -11,7 +11,7 @@ namespace Zet {
 class Reactor;
 class ActivitySm;
 
-/// Stable number of an attribute within its class; -1 stands for all attributes.
+/// Stable number of an attribute within its class; -1 means all attributes.
 using AttributeId = S32;
 inline constexpr AttributeId allAttributes = -1;
 inline constexpr AttributeId noAttribute = std::numeric_limits<AttributeId>::min();
@@ -28,8 +28,10 @@ class PIMBSR_API ActivityConfig : public PtrInterface {
 /// Serves notifications that were handed on instead of being delivered in the setter.
 class PIMBSR_API ActivitySm : public PtrInterface {
  public:
-  /// Puts a reactor in line; it is served once by serve(), in order of arrival.
-  void enqueue(Ptr<Reactor> const& reactor) { waiting_.push_back(reactor); }
+  ActivitySm();
+  ~ActivitySm() override;
+  /// Appends a reactor to the queue; serve() serves it once, in order of the queue.
+  void enqueue(Ptr<Reactor> const& reactor);
   /// Serves what waits now, and not what is enqueued meanwhile. Returns how many were served.
   U32 serve(ActivityConfig* config);
 
