@@ -1,10 +1,10 @@
-"""Finds what a declaration refers to, and refuses what does not fit together."""
+"""Finds what a declaration refers to, and reports what does not fit together."""
 
 from parse import ZetError
 
 TIMER = "Kiv::TimerWheel"
 INDEXED = ("members", "values", "pointers")
-HEARD = ("value", "counter", "pointer", "single") + INDEXED
+NOTIFYING = ("value", "counter", "pointer", "single") + INDEXED
 
 
 class Model:
@@ -31,7 +31,7 @@ class Model:
         return self.find(made.base, made.namespace) if made.base else None
 
     def attributes(self, made):
-        """Own attributes behind those of the base."""
+        """Own attributes after those of the base."""
         return (self.attributes(self.base(made)) if made.base else []) + made.attributes
 
     def attribute(self, made, name):
@@ -62,7 +62,7 @@ class Model:
         """The type that a nested reactor watches."""
         return reactor.type or self.attribute(made, reactor.name).type
 
-    # Refusals
+    # Errors
 
     def check_class(self, made):
         if made.base and not self.base(made):
@@ -125,12 +125,12 @@ class Model:
     def check_on(self, on, target, synced):
         if not target:
             if on.attribute != "time" or on.syncs:
-                raise ZetError(on.place, "a timer tells of nothing but 'time'", "'on time runs handler'")
+                raise ZetError(on.place, "a timer notifies of nothing but 'time'", "'on time runs handler'")
             return
-        told = [a.name for a in self.attributes(target) if a.kind in HEARD]
-        if on.attribute not in told:
-            valid = ", ".join(told) or "nothing"
-            raise ZetError(on.place, f"{target.name} doesn't tell of {on.attribute}", valid)
+        notified = [a.name for a in self.attributes(target) if a.kind in NOTIFYING]
+        if on.attribute not in notified:
+            valid = ", ".join(notified) or "nothing"
+            raise ZetError(on.place, f"{target.name} doesn't notify of {on.attribute}", valid)
         names = [s.name for s in synced]
         if on.syncs and on.syncs not in names:
             valid = ", ".join(names) or "none yet"

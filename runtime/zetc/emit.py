@@ -3,7 +3,7 @@
 import re
 from string import Template
 
-from check import HEARD, INDEXED
+from check import NOTIFYING, INDEXED
 
 
 commas = ", ".join
@@ -188,7 +188,7 @@ class Attributes:
         notifiees."""
         changed = "changed" if key else ""
         calls = [f"{a.runs}({changed});"] if a.runs else []
-        if self.heard and a.kind in HEARD:
+        if self.heard and a.kind in NOTIFYING:
             on = f"&NotifieeConst::on{upper(a.name)}"
             calls.append(f"Zet::notify<{on}>(*this, attr{upper(a.name)}{', ' if key else ''}{changed});")
         parameter = f"{cpp(key)} const&{' changed' if calls else ''}" if key else ""
@@ -256,9 +256,9 @@ def row(model, made, a):
     indexed = cpp(key) if key else "Zet::U32" if a.kind in ("queue", "array") else ""
     fields = {"type": a.type.name, "keyType": indexed, "start": a.start.strip('"'), "unit": a.unit,
               "range": a.range[2].strip('"') if a.range else "", "sentence": a.doc}
-    told = "".join(f", .{field} = \"{text}\"" for field, text in fields.items() if text)
+    more = "".join(f", .{field} = \"{text}\"" for field, text in fields.items() if text)
     kind = f"Zet::AttributeKind::{KINDS.get(a.kind, a.kind)}"
-    lines = [f"{{.id = attr{upper(a.name)}, .name = \"{a.name}\", .kind = {kind}{told}"]
+    lines = [f"{{.id = attr{upper(a.name)}, .name = \"{a.name}\", .kind = {kind}{more}"]
     known = operations(model, made, a, key)
     for op, body in ((op, known[op]) for op in OPERATIONS if op in known):
         split = (p.rpartition(" ") for p in OPERATIONS[op])
@@ -454,8 +454,8 @@ class ClassEmitter:
         self.body.handler(made.end, None, "in destruction, once the reactors have gone")
 
     def bind(self):
-        """Binds the watches of attributes, lets the machine begin, and then its reactors take up what stands.
-        zetUnbind ends them all."""
+        """Binds the watches of attributes, starts the machine, then makes its reactors take over the present
+        state. zetUnbind ends them all."""
         reactors, start, synced, ends = self.made.reactors, ["ConstructionGuard guard(*this);"], {}, []
         for r in reactors:
             one = f"zet{upper(r.name)}_"
@@ -476,7 +476,7 @@ class ClassEmitter:
 
     def emit_notifiees(self):
         name, inner, cases = self.made.name, Body(f"{self.made.name}::NotifieeConst"), []
-        for a in (a for a in self.made.attributes if a.kind in HEARD):
+        for a in (a for a in self.made.attributes if a.kind in NOTIFYING):
             on, key = f"on{upper(a.name)}", self.model.key_type(a, self.made)
             inner.public.append(f"virtual void {on}({f'{cpp(key)} const&' if key else ''}) {{}}")
             inner.public += [f"virtual void {on}ZetImmediate() {{}}"] if key else []
@@ -496,10 +496,10 @@ class ClassEmitter:
             rows = (line for a in made.attributes for line in row(self.model, made, a))
             table = ["  static Zet::AttributeRow const rows[] = {", *indent(indent(rows)), "  };"]
         base = f"&{made.base}::_fwkType()" if made.base else "nullptr"
-        told = f"{{\"{made.qualified}\", \"{made.kind}\", {base}, {'rows' if table else '{}'}}}"
+        more = f"{{\"{made.qualified}\", \"{made.kind}\", {base}, {'rows' if table else '{}'}}}"
         known = f"[[maybe_unused]] static bool const is{made.name}Known"
         self.body.source += [f"Zet::ZetType const& {made.name}::_fwkType() {{", *table,
-                             f"  static Zet::ZetType const type{told};", "  return type;", "}", "",
+                             f"  static Zet::ZetType const type{more};", "  return type;", "}", "",
                              f"{known} = Zet::zetTypeIs({made.name}::_fwkType());", ""]
 
 

@@ -5,7 +5,7 @@ from collections import namedtuple
 
 
 class ZetError(Exception):
-    """A fault in a declaration file, with its place (file:line:column) and what would be valid."""
+    """An error in a declaration file, with its place (file:line:column) and what would be valid."""
 
     def __init__(self, place, text, valid):
         super().__init__(f"{place}: {text}; {valid} would be valid")
@@ -128,7 +128,7 @@ class Parser:
         return self.name("the name of a handler")
 
     def strings(self):
-        """Neighbouring strings as one; empty if there is none."""
+        """Neighboring strings as one; empty if there is none."""
         return self.take().text[1:-1] + self.strings() if self.peek().kind == "string" else ""
 
     def sentence(self):

@@ -28,7 +28,7 @@ class Output(unittest.TestCase):
                 for p in (out or self.out).rglob("*") if p.is_file()}
 
     def written(self):
-        """Runs again and tells which files were written."""
+        """Runs again and returns which files were written."""
         for path in (p for p in self.out.rglob("*") if p.is_file()):
             os.utime(path, (LONG_AGO, LONG_AGO))
         self.generate()
@@ -53,8 +53,8 @@ class Output(unittest.TestCase):
     def test_only_what_changed_is_written(self):
         self.generate()
         house = self.root / "golden/House.zet"
-        told = house.read_text(encoding="utf-8")
-        house.write_text(told.replace("Owns dimmers.", "Has dimmers."), encoding="utf-8")
+        text = house.read_text(encoding="utf-8")
+        house.write_text(text.replace("Owns dimmers.", "Has dimmers."), encoding="utf-8")
         self.assertEqual(self.written(), ["golden/House.zet.h", "reference.md"])
 
     def test_a_comment_changes_nothing(self):
@@ -63,7 +63,7 @@ class Output(unittest.TestCase):
         house.write_text("# A remark.\n" + house.read_text(encoding="utf-8"), encoding="utf-8")
         self.assertEqual(self.written(), [])
 
-    def test_a_fault_is_told_with_its_place_and_nothing_is_written(self):
+    def test_an_error_is_reported_with_its_place_and_nothing_is_written(self):
         (self.root / "golden/House.zet").write_text("namespace Sample\nmachine {", encoding="utf-8")
         done = support.run(self.root, self.out, *self.files)
         self.assertEqual(done.returncode, 1)

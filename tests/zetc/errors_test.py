@@ -1,6 +1,6 @@
-"""Each refusal of the generator has a fixture in refusals.txt: a title, declarations, what is told of them.
+"""Each error of the generator has a fixture in errors.txt: a title, declarations, the text of the error.
 
-Usage: refusal_test.py [--rewrite]. With --rewrite what is told is written anew; read the difference before it
+Usage: errors_test.py [--rewrite]. With --rewrite the texts are written anew; read the difference before it
 is committed."""
 
 import ast
@@ -17,8 +17,8 @@ import config
 import parse
 import reasons
 
-FIXTURES = support.HERE / "refusals.txt"
-REFUSING = {"fail", "need", "name", "symbol", "sentence", "handler", "start", "ZetError"}
+FIXTURES = support.HERE / "errors.txt"
+RAISING = {"fail", "need", "name", "symbol", "sentence", "handler", "start", "ZetError"}
 
 
 def fixtures():
@@ -28,8 +28,8 @@ def fixtures():
     return [(title, text, expected.strip()) for title, text, expected in found]
 
 
-def refusal(text):
-    """What is told of the declarations, and the lines of the generator through which it went."""
+def error_of(text):
+    """The text of the error in the declarations, and the lines of the generator through which it went."""
     try:
         files = [parse.parse("fixture", text)]
         check.Model(files)
@@ -37,33 +37,33 @@ def refusal(text):
     except parse.ZetError as error:
         frames = traceback.extract_tb(error.__traceback__)
         return str(error), {(pathlib.Path(f.filename).name, f.lineno) for f in frames}
-    return "no refusal", set()
+    return "no error", set()
 
 
-def places_of_refusal():
-    """(file, first line, last line) of each call in the generator that can refuse."""
+def places_of_errors():
+    """(file, first line, last line) of each call in the generator that can raise an error."""
     for module in (parse, check, config, reasons):
         for node in ast.walk(ast.parse(pathlib.Path(module.__file__).read_text(encoding="utf-8"))):
             if isinstance(node, ast.Call):
                 called = getattr(node.func, "attr", None) or getattr(node.func, "id", None)
-                if called in REFUSING:
+                if called in RAISING:
                     yield pathlib.Path(module.__file__).name, node.lineno, node.end_lineno
 
 
-class Refusal(unittest.TestCase):
-    def test_each_fixture_is_refused_by_its_text(self):
+class ErrorsTest(unittest.TestCase):
+    def test_each_fixture_raises_its_text(self):
         for title, text, expected in fixtures():
             with self.subTest(title):
-                self.assertEqual(refusal(text)[0], expected)
+                self.assertEqual(error_of(text)[0], expected)
 
-    def test_each_text_has_a_place_and_tells_what_would_be_valid(self):
+    def test_each_text_has_a_place_and_says_what_would_be_valid(self):
         for title, _, expected in fixtures():
             with self.subTest(title):
                 self.assertRegex(expected, r"^fixture\.zet:\d+:\d+: .+; .+ would be valid$")
 
-    def test_each_refusal_has_a_fixture(self):
-        passed = set().union(*(refusal(text)[1] for _, text, _ in fixtures()))
-        missing = {f"{file}:{first}" for file, first, last in places_of_refusal()
+    def test_each_error_has_a_fixture(self):
+        passed = set().union(*(error_of(text)[1] for _, text, _ in fixtures()))
+        missing = {f"{file}:{first}" for file, first, last in places_of_errors()
                    if not any((file, line) in passed for line in range(first, last + 1))}
         self.assertEqual(sorted(missing), [])
 
@@ -75,7 +75,7 @@ class Refusal(unittest.TestCase):
 
 if __name__ == "__main__":
     if "--rewrite" in sys.argv:
-        written = [f"== {title}\n{text}----\n{refusal(text)[0]}\n" for title, text, _ in fixtures()]
+        written = [f"== {title}\n{text}----\n{error_of(text)[0]}\n" for title, text, _ in fixtures()]
         FIXTURES.write_text("".join(written), encoding="utf-8")
     else:
         unittest.main()
