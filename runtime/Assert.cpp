@@ -13,6 +13,7 @@ AssertHook assertHookIs(AssertHook hook) {
   return former;
 }
 
+// The text is written before the hook runs, which may write the state that the assertion doubts.
 void assertionFailed(char const* text, char const* file, int line) {
   std::fprintf(stderr, "%s:%d: assertion failed: %s\n", file, line, text);
   if (assertHook != nullptr) assertHook(text, file, line);

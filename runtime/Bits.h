@@ -24,8 +24,8 @@ constexpr U32 mixHash(U32 x) {
   return x;
 }
 
-/// The bit-reversed hash by which a HashMap orders its members. Types of other rooms have theirs beside them,
-/// found by argument-dependent lookup.
+/// The bit-reversed hash by which a HashMap orders its members. Types of other modules have theirs beside
+/// them, found by argument-dependent lookup.
 constexpr U32 rhash(U32 key) { return bitReverse(key); }
 constexpr U32 rhash(U16 key) { return bitReverse(key); }
 constexpr U32 rhash(U8 key) { return bitReverse(key); }

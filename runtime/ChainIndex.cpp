@@ -53,7 +53,7 @@ static void shiftArray(T* array, U32 count, U32 from, U32 to) {
   }
 }
 
-/// Moves the entries at `from` and after it to `to`: makes room, or removes what is between.
+/// Moves the entries at `from` and after it to `to`: makes room, or removes the entries between.
 void ChainIndex::Node::shift(U32 from, U32 to) {
   shiftArray(hashes, count, from, to);
   shiftArray(members, count, from, to);
@@ -98,6 +98,7 @@ U32 ChainIndex::countBefore(Node const& node, Place const& place) {
     Meter::visit();
     bool const isBefore = node.hashes[middle] != place.hash ? node.hashes[middle] < place.hash
                                                             : place.isBefore(node.members[middle], place.key);
+    // Both are selections and not branches: the outcome of a comparison with a random key can't be predicted.
     at = isBefore ? middle + 1 : at;
     left = isBefore ? left - half - 1 : half;
   }
@@ -154,6 +155,7 @@ ChainIndex::Node* ChainIndex::insertIn(Node& node, Edit& edit) {
 
 ChainIndex::Node* ChainIndex::insertInLeaf(Node& leaf, U32 at, Edit& edit) {
   edit.neighbors = {at == 0 ? nullptr : leaf.members[at - 1], at == leaf.count ? nullptr : leaf.members[at]};
+  // The neighbors are read before the split, which moves them apart.
   Node* second = leaf.count == fanout ? split(leaf) : nullptr;
   bool const isInSecond = second != nullptr && at > leaf.count;
   if (isInSecond) at -= leaf.count;
@@ -165,6 +167,7 @@ ChainIndex::Node* ChainIndex::insertInLeaf(Node& leaf, U32 at, Edit& edit) {
 }
 
 ChainIndex::Node* ChainIndex::insertInBranch(Branch& branch, U32 at, Edit& edit) {
+  // A place before the first entry belongs to the first child, whose entry then changes; hence the refresh.
   U32 child = at == 0 ? 0 : at - 1;
   Node* made = insertIn(*branch.children[child], edit);
   branch.refresh(child);

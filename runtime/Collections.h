@@ -60,24 +60,24 @@ class LinkQueue {
   }
   void clear() { members_.clear(); }
 
-  /// A walk in order of the keys that holds the member on which it stands as a bookmark: members may be
-  /// enqueued or removed meanwhile. The queue itself must outlive it.
+  /// A walk in order of the keys that holds its present member as a bookmark: members may be enqueued or
+  /// removed meanwhile. The queue itself must outlive it.
   class Iterator {
    public:
-    explicit Iterator(LinkQueue const* queue) : queue_(queue) { standAt(queue->members_.begin()); }
+    explicit Iterator(LinkQueue const* queue) : queue_(queue) { moveTo(queue->members_.begin()); }
     explicit operator bool() const { return static_cast<bool>(at_.member); }
     T* operator->() const { return at_.member.ptr(); }
     T& operator*() const { return *at_.member; }
     Ptr<T> const& ptr() const { return at_.member; }
     U32 key() const { return at_.key; }
     Iterator& operator++() {
-      standAt(std::upper_bound(queue_->members_.begin(), queue_->members_.end(), at_.key,
-                               [](U32 k, Member const& m) { return k < m.key; }));
+      moveTo(std::upper_bound(queue_->members_.begin(), queue_->members_.end(), at_.key,
+                              [](U32 k, Member const& m) { return k < m.key; }));
       return *this;
     }
 
    private:
-    void standAt(typename std::vector<Member>::const_iterator at) {
+    void moveTo(typename std::vector<Member>::const_iterator at) {
       at_ = at != queue_->members_.end() ? *at : Member();
     }
 

@@ -4,6 +4,7 @@
 
 namespace Zet {
 
+// A number without a name has a text too, since a peer's message may carry it into a trace.
 String8 enumStringValue(EnumText const& text, U32 number) {
   if (number < text.names.size()) return text.names[number];
   return format("%s(%d)", text.typeName, static_cast<S32>(number));

@@ -2,6 +2,7 @@
 
 namespace Zet {
 
+// The throws are kept out of line, so that setters inlined into their callers stay small.
 void throwRangeException(std::string_view text) { throw RangeException(text); }
 
 void throwInternalException(std::string_view text) { throw InternalException(text); }

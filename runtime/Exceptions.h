@@ -53,7 +53,7 @@ class PIMBSR_API BadIndexAttrException : public Exception {
   using Exception::Exception;
 };
 
-/// Reflection: an operation that the attribute's kind refuses.
+/// Reflection: an operation that the attribute's kind doesn't support.
 class PIMBSR_API OpNotSupportedException : public Exception {
   using Exception::Exception;
 };
@@ -65,7 +65,7 @@ class PIMBSR_API OpNotSupportedException : public Exception {
 [[noreturn]] PIMBSR_API void throwUnknownArgException(std::string_view argument);
 [[noreturn]] PIMBSR_API void throwUnknownAttrException(std::string_view attribute);
 [[noreturn]] PIMBSR_API void throwBadIndexAttrException(std::string_view attribute);
-/// `isConst` says that the object, and not the attribute's kind, is what refuses.
+/// `isConst` says that the object is constant; else the attribute's kind doesn't support the operation.
 [[noreturn]] PIMBSR_API void throwOpNotSupportedException(std::string_view attribute, std::string_view op,
                                                           bool isConst);
 

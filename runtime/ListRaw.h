@@ -7,7 +7,7 @@
 
 namespace Zet {
 
-/// Link of an object that stands in at most one ListRaw.
+/// Link of an object that is in at most one ListRaw.
 template <class T>
 struct ListRawLink {
   T* next = nullptr;
@@ -25,7 +25,7 @@ class ListRaw {
 
   bool empty() const { return head_ == nullptr; }
   T* front() const { return head_; }
-  /// The entry behind `entry`, null behind the last.
+  /// The entry after `entry`, null after the last.
   T* after(T const* entry) const {
     Meter::visit();
     return entry->ListRawLink<T>::next;
@@ -70,8 +70,8 @@ class ListRaw {
   T* head_ = nullptr;  ///< its `previous` is the last entry
 };
 
-/// A walk over a copy of a list. The copy counts its entries, so that none dies under the walk; an entry
-/// behind the first that only the copy still holds when the walk reaches it is passed over.
+/// A walk over a copy of a list. The copy counts its entries, so that none is destroyed during the walk; an
+/// entry after the first that only the copy still holds when the walk reaches it is passed over.
 template <class L>
 class SnapshotIterator;
 

@@ -15,15 +15,15 @@ namespace Zet {
 /// The range of an attribute, and the text that a value outside it raises.
 template <class T>
 struct Range {
-  T least;
-  T most;
+  T min;
+  T max;
   char const* text;
   void check(T const& value) const {
-    if (value < least || most < value) throwRangeException(text);
+    if (value < min || max < value) throwRangeException(text);
   }
 };
 
-/// A setter of a plain attribute: an equal value is no change; else store, then tell.
+/// A setter of a plain attribute: an equal value is no change; else store, then notify.
 template <class T, class Change>
 void setValue(T& stored, T const& value, Change const& change) {
   if (stored == value) return;
@@ -31,7 +31,7 @@ void setValue(T& stored, T const& value, Change const& change) {
   change();
 }
 
-/// The same with a range. The store stands before the test, so a refused value stays stored and nobody hears.
+/// The same with a range. It stores before it tests, so a value out of range stays stored and isn't notified.
 template <class T, class Change>
 void setValue(T& stored, T const& value, Range<T> const& range, Change const& change) {
   if (stored == value) return;
@@ -81,7 +81,7 @@ void delAll(HashMap<V, K>& map, Del const& del) {
   for (auto at = map.iterator(); at; ++at) del(K(at.key()));
 }
 
-/// Get-or-create of a single owned object: `test` may refuse the one held, `change` tells of a new one.
+/// Get-or-create of a single owned object: `test` may reject the one held, `change` reports a new one.
 template <class T, class Test, class Make, class Change>
 Ptr<T> getOrMake(Ptr<T> const& held, Test const& test, Make const& make, Change const& change) {
   if (held) {
@@ -134,7 +134,7 @@ void checkSameArgument(char const* attribute, T const& held, T const& given) {
                           std::string(strep(held).view()));
 }
 
-/// The mutator of a collection of nested reactors refuses a null member.
+/// The mutator of a collection of nested reactors raises on a null member.
 [[noreturn]] PIMBSR_API void throwNullReactor(char const* type, char const* attribute);
 
 }  // namespace Zet

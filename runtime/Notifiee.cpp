@@ -33,6 +33,7 @@ void Reactor::redispatch(ActivitySm* activity, AttributeId attribute) {
   if (!waits) activity->enqueue(this);
 }
 
+// Rethrows to learn the type: a catch-all handler knows only that something was thrown.
 static std::string textInFlight() {
   try {
     throw;
@@ -61,6 +62,8 @@ void reportNotificationException(Reactor& reactor, AttributeId attribute) {
 void NotifieeBase::attach(Notifier const* notifier) {
   if (notifier == notifier_) return;
   Notifier const* former = std::exchange(notifier_, notifier);
+  // The lists change before the references do: the former notifier may be destroyed by the drop of its last
+  // one, and must not find this notifiee in its list any more.
   if (registered_) former->notifiees_.remove(this);
   registered_ = notifier != nullptr;
   if (registered_) notifier->notifiees_.insert(this);
@@ -90,11 +93,13 @@ void NotifieeBase::isWeakReferenceIs(bool weak) {
   }
 }
 
+// Only weak notifiees are left here; they don't count the notifier, so that they must be detached.
 Notifier::~Notifier() {
   while (NotifieeBase* at = notifiees_.front()) at->attach(nullptr);
 }
 
 void Notifier::handleZeroRef() {
+  // The held bit keeps references that notifiees take and drop meanwhile from releasing the object again.
   mark(heldBit, true);
   for (SnapshotIterator<Notifiees> at(notifiees_); at; ++at) {
     if (!at->isRegisteredWith(*this)) continue;

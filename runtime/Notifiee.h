@@ -16,7 +16,7 @@ using NestedCall = std::function<void(Reactor&)>;
 /// Base of everything that reacts: the notifiees of entities and of timers.
 class PIMBSR_API Reactor : public PtrInterface {
  public:
-  /// Sets or clears the zombie mark of this reactor and of all reactors nested in it; nothing where it stands
+  /// Sets or clears the zombie mark of this reactor and of all reactors nested in it; no effect where it is
   /// so already. A zombie's onFoo forms do nothing, which keeps a machine in destruction from reacting to
   /// what its own destruction changes.
   void zetDoZombieReactors(bool on);
@@ -54,7 +54,7 @@ class PIMBSR_API Expect {
 
   AttributeId id() const { return id_; }
   Expect const* outer() const { return outer_; }
-  /// The innermost scope that stands now, or null outside any notification.
+  /// The innermost scope that exists now, or null outside any notification.
   static Expect const* innermost() { return innermost_; }
 
  private:
@@ -78,11 +78,11 @@ void deliver(Reactor& reactor, AttributeId attribute, Call const& call) {
   }
 }
 
-/// Base of a watcher of one notifier. It stands in the notifier's list in order of attachment, and counts the
+/// Base of a watcher of one notifier. It is in the notifier's list in order of attachment, and counts the
 /// notifier unless its reference is weak; the notifier doesn't count it.
 class PIMBSR_API NotifieeBase : public Reactor, public ListRawLink<NotifieeBase> {
  public:
-  /// Whether it stands in its notifier's list, and so hears of changes.
+  /// Whether it is in its notifier's list, and so is notified of changes.
   bool isRegisteredNotifiee() const { return registered_; }
   bool isRegisteredWith(Notifier const& notifier) const { return registered_ && notifier_ == &notifier; }
   /// Takes the notifiee out of the notifier's list or puts it back at its end; it stays attached meanwhile.
@@ -128,7 +128,7 @@ class PIMBSR_API Notifier : public PtrInterface {
   mutable Notifiees notifiees_;
 };
 
-/// Calls `On`, a member of a notifiee class, on each notifiee of the list as it stands now. One that was
+/// Calls `On`, a member of a notifiee class, on each notifiee of the present list. One that was
 /// detached by another earlier in the walk isn't called.
 template <auto On, class N, class... Args>
 void notifyAll(Notifier const& notifier, AttributeId attribute, Args const&... args) {
@@ -144,7 +144,7 @@ N zetNotifieeOf(void (N::*)());
 template <class N, class A>
 N zetNotifieeOf(void (N::*)(A));
 
-/// Tells the notifiees of a change, cheaply where there are none.
+/// Notifies the notifiees of a change; one comparison where there are none.
 template <auto On, class... Args>
 void notify(Notifier const& notifier, AttributeId attribute, Args const&... args) {
   if (notifier.zetNotifiees().empty()) return;

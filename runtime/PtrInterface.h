@@ -63,7 +63,7 @@ class PIMBSR_API PtrInterface {
   virtual ~PtrInterface() = default;
 
   /// Runs when the last reference has gone; deletes the object. Pointers made and dropped meanwhile do no
-  /// harm, since the held bit stands.
+  /// harm, since the held bit is set.
   virtual void handleZeroRef();
 
   /// Keeps a half-made object alive while its constructor hands out references to it.

@@ -37,6 +37,8 @@ bool ZetType::isA(ZetType const& other) const {
   return this == &other || (base != nullptr && base->isA(other));
 }
 
+// A function's static, since types register from static initializers, whose order isn't defined. No mutex:
+// all of these run before main.
 static std::map<std::string, ZetType const*, std::less<>>& typesByName() {
   static std::map<std::string, ZetType const*, std::less<>> types;
   return types;

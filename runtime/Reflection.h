@@ -43,7 +43,7 @@ class PIMBSR_API MemberVisitor {
   virtual void onMember(String8 const& key, String8 const& value, PtrInterface const* object) = 0;
 };
 
-/// One attribute of a declared class. A null function is an operation that the attribute refuses.
+/// One attribute of a declared class. A null function is an operation that the attribute doesn't support.
 struct AttributeRow {
   AttributeId id;
   char const* name;
@@ -107,8 +107,8 @@ class PIMBSR_API GenericIf {
   String8 attributeString(AttributeId id) const;
   /// Carries out one operation. Raises: UnknownAttrException for an id that isn't one; TypeException for an
   /// object of another type; BadIndexAttrException for an index where there is none; OpNotSupportedException
-  /// for what the kind refuses; UnknownArgException for a missing index or wrong arguments; what the setter
-  /// itself raises.
+  /// for an operation that the kind doesn't support; UnknownArgException for a missing index or wrong
+  /// arguments; the exceptions of the setter itself.
   void attributeOp(PtrInterface& object, AttributeId id, AttributeOp op, AttributeOpArgs& args) const;
   /// The same on a constant object, of which nothing can be changed: a change that the attribute's kind knows
   /// raises "attempting to modify a const instance", and an update of a mirrored object "write-update from
@@ -153,7 +153,7 @@ class PIMBSR_API IntrospectionReactor {
   virtual ~IntrospectionReactor() = default;
   virtual void handleNameSpace(String8 const&) {}
   virtual void handleType(ZetType const&) {}
-  /// A constant attribute, which has no instance behind it.
+  /// A constant attribute, which belongs to no instance.
   virtual void defNoninstantiatingAttr(AttributeRow const&) {}
   virtual void handleAttr(AttributeRow const&, ZetAttrIntrospectionFlags) {}
   virtual void handleAttrContextExit(AttributeRow const&) {}

@@ -50,7 +50,7 @@ String8 readQuoted(StrepPos& cur, StrepPos end) {
     if (*cur == '\\') {
       ++cur;
       if (cur == end || (*cur != '\\' && *cur != '\''))
-        throwNeeded("a quote or backslash behind a backslash", cur);
+        throwNeeded("a quote or backslash after a backslash", cur);
     }
     bytes.push_back(static_cast<char>(*cur));
   }
@@ -59,6 +59,7 @@ String8 readQuoted(StrepPos& cur, StrepPos end) {
   return String8(bytes);
 }
 
+// The number is read by from_chars, which knows no locale; it takes no plus sign, so that is skipped first.
 template <class T>
 static T readDigits(StrepPos& cur, StrepPos end) {
   std::string_view text = rest(cur, end);
@@ -90,11 +91,12 @@ bool readBool(StrepPos& cur, StrepPos end) {
   throwNeeded("True or False", cur);
 }
 
+// 64 bytes hold every number: the longest is a double in its shortest form, with 24 characters.
 template <class T>
 static String8 digits(T value) {
-  char room[64];
-  auto [stop, error] = std::to_chars(room, room + sizeof room, value);
-  return String8(std::string_view(room, static_cast<std::size_t>(stop - room)));
+  char buffer[64];
+  auto [stop, error] = std::to_chars(buffer, buffer + sizeof buffer, value);
+  return String8(std::string_view(buffer, static_cast<std::size_t>(stop - buffer)));
 }
 
 String8 valueToStrep(U8 value) { return digits(value); }
@@ -149,6 +151,7 @@ static void needOpening(StrepPos& cur, StrepPos end, char const* typeName) {
 }
 
 static void readOneAttr(StrepPos& cur, StrepPos end, char const* typeName, AttrReader const& readAttr) {
+  // The name is copied first, since the error text names it after the cursor has moved on.
   String8 name = readQuoted(cur, end);
   needString(cur, end, " : ");
   bool isKnown = false;

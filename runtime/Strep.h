@@ -14,19 +14,19 @@
 namespace Zet {
 
 /// The text form of values: what valueToStrep writes, strepToValue and readStrep read back. A reader moves
-/// `cur` behind what it has read and raises RangeException, with the column in its text, if what it needs
-/// doesn't stand there.
+/// `cur` past what it has read and raises RangeException, with the column in its text, if the text isn't what
+/// it needs.
 using StrepPos = String8::IteratorConst;
 
 PIMBSR_API void skipWhiteSpace(StrepPos& cur, StrepPos end);
 
-/// Reads a token; a blank in `token` stands for optional white space.
+/// Reads a token; a blank in `token` means optional white space.
 PIMBSR_API void needString(StrepPos& cur, StrepPos end, char const* token);
 
-/// Reads a string in single quotes, in which a backslash stands before a quote or a backslash.
+/// Reads a string in single quotes, in which a backslash escapes a quote or a backslash.
 PIMBSR_API String8 readQuoted(StrepPos& cur, StrepPos end);
 
-/// Reads decimal digits, with a sign before them if any; refuses what 64 bits cannot hold.
+/// Reads decimal digits, with a sign before them if any; raises on what 64 bits cannot hold.
 PIMBSR_API S64 readInteger(StrepPos& cur, StrepPos end);
 PIMBSR_API U64 readUnsigned(StrepPos& cur, StrepPos end);
 
@@ -52,7 +52,7 @@ PIMBSR_API String8 valueToStrep(String8 const& value);
 /// Raises that `value` isn't one that a number of `bits` bits holds.
 [[noreturn]] PIMBSR_API void throwIntegerTooWide(String8 const& value, int bits, bool isSigned);
 
-/// Reads a whole number of type T and refuses one that T doesn't hold.
+/// Reads a whole number of type T; raises on one that T doesn't hold.
 template <std::integral T>
 T readNumber(StrepPos& cur, StrepPos end) {
   auto number = [&] {

@@ -19,6 +19,7 @@ StringN<C>::StringN(std::string_view text) {
   std::memcpy(bytes(data_), text.data(), text.size());
 }
 
+// One allocation for count, length and bytes. The zero at the end is for charPtr().
 template <class C>
 typename StringN<C>::Data* StringN<C>::newData(std::size_t length) {
   if (length > std::numeric_limits<U32>::max()) throwRangeException("string longer than 4294967295 bytes");
@@ -56,24 +57,25 @@ U32 StringN<C>::hash() const {
 
 template class StringN<unsigned char>;
 
+// The second try of format(), whose first has found the length.
 static String8 formatLong(char const* fmt, std::va_list arguments, std::size_t length) {
-  std::vector<char> room(length + 1);
-  std::vsnprintf(room.data(), room.size(), fmt, arguments);
-  return String8(std::string_view(room.data(), length));
+  std::vector<char> buffer(length + 1);
+  std::vsnprintf(buffer.data(), buffer.size(), fmt, arguments);
+  return String8(std::string_view(buffer.data(), length));
 }
 
 String8 format(char const* fmt, ...) {
-  char room[256];
+  char buffer[256];
   std::va_list arguments;
   std::va_list again;
   va_start(arguments, fmt);
   va_copy(again, arguments);
-  int length = std::vsnprintf(room, sizeof room, fmt, arguments);
+  int length = std::vsnprintf(buffer, sizeof buffer, fmt, arguments);
   va_end(arguments);
   String8 text;
   if (length >= 0) {
     auto size = static_cast<std::size_t>(length);
-    text = size < sizeof room ? String8(std::string_view(room, size)) : formatLong(fmt, again, size);
+    text = size < sizeof buffer ? String8(std::string_view(buffer, size)) : formatLong(fmt, again, size);
   }
   va_end(again);
   if (length < 0) throwRangeException("format that cannot be followed");

@@ -21,7 +21,7 @@ class PIMBSR_API StringN {
   static_assert(sizeof(C) == 1, "a string of bytes");
 
  public:
-  /// A position in a string, good while the string lives. It also knows how far from the start it stands.
+  /// A position in a string, good while the string lives. It also knows its distance from the start.
   class IteratorConst {
    public:
     using iterator_category = std::forward_iterator_tag;
@@ -42,7 +42,7 @@ class PIMBSR_API StringN {
       return before;
     }
     friend bool operator==(IteratorConst a, IteratorConst b) { return a.at_ == b.at_; }
-    /// Bytes from `b` to `a`, which stand in one string.
+    /// Bytes from `b` to `a`, which are positions in one string.
     friend std::ptrdiff_t operator-(IteratorConst a, IteratorConst b) { return a.at_ - b.at_; }
     /// Bytes before this position; 0 on the first.
     std::ptrdiff_t column() const { return at_ - start_; }
@@ -69,7 +69,7 @@ class PIMBSR_API StringN {
 
   U32 length() const { return data_ == nullptr ? 0 : data_->length; }
   bool empty() const { return data_ == nullptr; }
-  /// The bytes with a zero behind them; never null, good while this string or a copy lives.
+  /// The bytes, followed by a zero; never null, good while this string or a copy lives.
   char const* charPtr() const { return data_ == nullptr ? "" : bytes(data_); }
   std::string_view view() const { return {charPtr(), length()}; }
   IteratorConst begin() const { return {start(), start()}; }
@@ -84,7 +84,7 @@ class PIMBSR_API StringN {
     return a.data_ == b.data_ || a.view() == b.view();
   }
   friend bool operator==(StringN const& a, char const* b) { return a.view() == viewOf(b); }
-  /// Order of unsigned bytes; a prefix stands before what it begins.
+  /// Order of unsigned bytes; a prefix precedes the strings that it begins.
   friend bool operator<(StringN const& a, StringN const& b) { return a.view() < b.view(); }
 
  private:

@@ -37,6 +37,7 @@ void TimerWheel::NotifieeConst::timeMinIs(double seconds) {
 void TimerWheel::arm(NotifieeConst& timer) const {
   if (!timer.armed_) ++armed_;
   timer.armed_ = true;
+  // Timers of equal time fire in the order of their arming, and advance() knows by it which were armed since.
   timer.order_ = ++armings_;
   remove(timer);
   insert(timer);
@@ -61,6 +62,7 @@ U32 TimerWheel::advance(double now) {
   std::vector<Zet::Ptr<NotifieeConst>> later;
   // Held over its call, and let go before the next is sought: its end may arm and stop others.
   while (Zet::Ptr<NotifieeConst> timer = firstDue(now)) {
+    // A timer armed by a handler for a time that has passed would fire in this walk again and again.
     if (timer->order_ > last) {
       remove(*timer);
       later.push_back(timer);
@@ -74,6 +76,7 @@ U32 TimerWheel::advance(double now) {
   return fired;
 }
 
+// The timer is stopped first, so that its handler can arm it again.
 void TimerWheel::fire(NotifieeConst& timer) {
   stop(timer);
   Zet::deliver(timer, attrTime, [&] { timer.onTime(); });
@@ -115,7 +118,7 @@ TimerWheel::NotifieeConst* TimerWheel::firstDue(double now) const {
 
 // Runs ------------------------------------------------------------------------------------------------
 
-/// Puts a timer behind the run that ends closest before it, else into an empty run; false if all go on beyond
+/// Appends a timer to the run that ends closest before it, else into an empty run; false if all go on beyond
 /// it.
 bool TimerWheel::append(NotifieeConst& timer) const {
   Zet::Meter::visit(runs);
@@ -183,6 +186,7 @@ void TimerWheel::removeAt(U32 index) const {
   Entry last = heap_.back();
   heap_.pop_back();
   if (index == heap_.size()) return;
+  // The last entry may be earlier than the parent of the gap or later than its children, never both.
   siftUp(index, last);
   if (last.timer->place_ == index) siftDown(index, last);
 }

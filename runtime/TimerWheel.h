@@ -9,7 +9,7 @@ namespace Kiv {
 
 inline constexpr double never = std::numeric_limits<double>::infinity();
 
-/// Whether a timer's time stands for a timer that is set: neither 0 nor above the largest finite double.
+/// Whether a time is that of a timer that is set: neither 0 nor above the largest finite double.
 inline bool isTimeSet(double timeMin) {
   return timeMin != 0.0 && timeMin <= std::numeric_limits<double>::max();
 }
@@ -17,9 +17,9 @@ inline bool isTimeSet(double timeMin) {
 /// The timers of one router. The wheel is passive: it knows when the next one is due, and the host moves it
 /// on.
 ///
-/// Refreshes of one hold time arm timers in the order in which they will expire. So a timer that is not
-/// before the last of a run goes behind it, and re-arming costs the same however many timers there are. Runs
-/// are few, one for each usual hold time; what fits none goes into a heap.
+/// Refreshes with one holdtime arm timers in the order in which they will expire. So a timer that is not
+/// before the last of a run is appended to it, and re-arming costs the same however many timers there are.
+/// Runs are few, one for each usual holdtime; a timer that fits none goes into a heap.
 class PIMBSR_API TimerWheel : public Zet::PtrInterface {
  public:
   enum : Zet::AttributeId { attrTime = 0 };
@@ -60,7 +60,7 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
     Zet::Ptr<TimerWheel const> wheel_;
     double timeMin_ = 0.0;
     U64 order_ = 0;                  ///< when it was armed, among all armings of the wheel
-    NotifieeConst* next_ = nullptr;  ///< neighbours in its run
+    NotifieeConst* next_ = nullptr;  ///< neighbors in its run
     NotifieeConst* previous_ = nullptr;
     U32 place_ = outside;  ///< index in the heap
     U8 run_ = noRun;       ///< index of its run

@@ -14,6 +14,7 @@ std::ostream* coverageStream_ = nullptr;
 
 using Registry = std::map<std::string, std::unique_ptr<TraceHandle>, std::less<>>;
 
+// A function's static, since handles register from static initializers, whose order isn't defined.
 static Registry& registry() {
   static Registry handles;
   return handles;
@@ -22,6 +23,7 @@ static Registry& registry() {
 TraceHandle& TraceHandle::handle(std::string_view name) {
   auto at = registry().find(name);
   if (at == registry().end()) {
+    // The handle's name is the key's own bytes: a node of a map never moves.
     at = registry().emplace(std::string(name), nullptr).first;
     at->second.reset(new TraceHandle(at->first.c_str()));
   }

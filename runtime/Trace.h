@@ -55,7 +55,7 @@ struct TraceSource {
   char const* sourceBlock;
 };
 
-/// Emits a line whose text stands in `stream` to the current context, and to coverageStream_ if that is set.
+/// Emits a line whose text is in `stream` to the current context, and to coverageStream_ if that is set.
 PIMBSR_API void traceHelper(char const* handleName, char const* traceName, std::ostringstream const& stream,
                             int level, bool coverage, char const* function, int line,
                             char const* sourceBlock);

@@ -13,7 +13,7 @@ using S64 = std::int64_t;
 
 }  // namespace Zet
 
-/// The widths by their short names in each room's namespace.
+/// The widths by their short names in each module's namespace.
 #define ZET_IMPORT_WIDTHS \
   using Zet::S32;         \
   using Zet::S64;         \
