@@ -11,12 +11,12 @@
 #include "config/SourceAddress.h"
 #include "runtime/Trace.h"
 #include "tests/support/ConfigEngine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace test {
 namespace {
 
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 using Texts = std::vector<std::string>;
 
@@ -103,7 +103,7 @@ TEST_F(ConfigSmTest, WithoutAccessListsARoleMayNameOneAllTheSame) {
 
 TEST_F(ConfigSmTest, RefusesNullArgumentsButAnAbsentDirectoryOfLists) {
   auto make = [&](auto config, auto clear, auto status, auto counters, auto sources) {
-    return refusal([&] { Bsr::configSmFactory(config, clear, status, counters, sources, nullptr); });
+    return rangeError([&] { Bsr::configSmFactory(config, clear, status, counters, sources, nullptr); });
   };
   Ptr<Bsr::Config> noConfig;
   Ptr<Bsr::ClearConfig> noClear;
@@ -176,7 +176,7 @@ TEST_F(ConfigSmTest, TheFloorOfTheZoneTimeoutWrapsAt32Bits) {
 
 TEST_F(ConfigSmTest, ARefusedValueIsNotHeardAtOnceButReadWhenTheAttributeIsNext) {
   engine.start();
-  EXPECT_NE(refusal([&] { engine.config->holdTimeIs(5); }), "no RangeException");
+  EXPECT_NE(rangeError([&] { engine.config->holdTimeIs(5); }), "no RangeException");
   EXPECT_EQ(engine.status->bsTimeout(), 130u);
   engine.config->szTimeoutIs(120);
   EXPECT_EQ(engine.status->szTimeout(), 120u);  // the floor is ten times the refused hold time

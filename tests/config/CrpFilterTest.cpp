@@ -3,12 +3,12 @@
 #include <string>
 
 #include "tests/support/ConfigEngine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace test {
 namespace {
 
-using testing_support::refusal;
+using testing_support::rangeError;
 
 class Filter : public ConfigTest {
  protected:
@@ -218,7 +218,7 @@ TEST_F(Filter, EverybodyFromARecordThatIsAddedStaysWhileItIsCounted) {
 /// Writes a number that is refused, and stays, into each rule of a list.
 void spoilRules(Acl::AclConfig const& list) {
   for (auto at = list.ipRuleByIdIterator(); at; ++at) {
-    EXPECT_EQ(refusal([&] { at->value.filter.tniIs(16777216); }),
+    EXPECT_EQ(rangeError([&] { at->value.filter.tniIs(16777216); }),
               "IpFilterBase::tni < 0 or > 16777215 not allowed");
   }
 }

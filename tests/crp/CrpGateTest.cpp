@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "tests/support/CrpEngine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace test {
 namespace {
@@ -284,8 +284,9 @@ TEST_F(OpenCrpGate, AHoldtimeAbove40958RaisesOutOfTheHandlerAfterTheFirstCounter
   EXPECT_EQ(engine.crpMsgStatus->priority().value(), 3u);
   EXPECT_EQ(engine.crpMsgStatus->holdTime().value(), 40958u);
   EXPECT_EQ(engine.crpMsgStatus->rxCrpMsg(), accepted);
-  EXPECT_EQ(testing_support::refusal([&] { engine.crpGate->handleV4CRPAdv(make(Adv{.holdtime = 65535})); }),
-            "CrpHoldTime::value < 0 or > 40958 not allowed");
+  EXPECT_EQ(
+      testing_support::rangeError([&] { engine.crpGate->handleV4CRPAdv(make(Adv{.holdtime = 65535})); }),
+      "CrpHoldTime::value < 0 or > 40958 not allowed");
 }
 
 TEST_F(OpenCrpGate, CountsWhereStatusHoldsItsCountersNow) {

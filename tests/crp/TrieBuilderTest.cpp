@@ -5,7 +5,7 @@
 #include "crp/PimBsrTrieBuilder.h"
 #include "runtime/Trace.h"
 #include "tests/support/Messages.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 #include "tests/support/TestContext.h"
 
 namespace test {
@@ -15,7 +15,7 @@ using Lanet::AddressFamily;
 using Routing::TrieGen;
 using Routing::Pim::Bsr::PimBsrCrpPermitTrieBuilderSm;
 using Routing::Pim::Bsr::PimBsrTrieBuilderSm;
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 
 /// Notes each zone that the trie's signal named.
@@ -149,13 +149,14 @@ TEST_F(ZoneTrieBuilder, ItsEndLeavesTheRoutesAndHearsNothingMore) {
 }
 
 TEST_F(ZoneTrieBuilder, RefusesNullArguments) {
-  EXPECT_EQ(
-      refusal([&] { Routing::Pim::Bsr::pimBsrTrieBuilderSmFactory(Ptr<Routing::Pim::Bsr::Status>(), trie); }),
-      "null ValidPtr");
-  EXPECT_EQ(refusal([&] { Routing::Pim::Bsr::pimBsrTrieBuilderSmFactory(status, Ptr<TrieGen>()); }),
+  EXPECT_EQ(rangeError([&] {
+              Routing::Pim::Bsr::pimBsrTrieBuilderSmFactory(Ptr<Routing::Pim::Bsr::Status>(), trie);
+            }),
+            "null ValidPtr");
+  EXPECT_EQ(rangeError([&] { Routing::Pim::Bsr::pimBsrTrieBuilderSmFactory(status, Ptr<TrieGen>()); }),
             "null ValidPtr");
   start();
-  EXPECT_EQ(refusal([&] { builder->bsrIs(nullptr); }),
+  EXPECT_EQ(rangeError([&] { builder->bsrIs(nullptr); }),
             "null _bsr parameter to mutator for Routing::Pim::Bsr::PimBsrTrieBuilderSm::bsr not allowed\"");
 }
 
@@ -249,9 +250,10 @@ TEST_F(PermitTrieBuilder, ItsEndLeavesTheRoutesAndHearsNothingMore) {
 
 TEST_F(PermitTrieBuilder, RefusesNullArguments) {
   using Routing::Pim::Bsr::pimBsrCrpPermitTrieBuilderSmFactory;
-  EXPECT_EQ(refusal([&] { pimBsrCrpPermitTrieBuilderSmFactory(Ptr<Routing::Pim::Bsr::Status>(), trie); }),
+  EXPECT_EQ(rangeError([&] { pimBsrCrpPermitTrieBuilderSmFactory(Ptr<Routing::Pim::Bsr::Status>(), trie); }),
             "null ValidPtr");
-  EXPECT_EQ(refusal([&] { pimBsrCrpPermitTrieBuilderSmFactory(status, Ptr<TrieGen>()); }), "null ValidPtr");
+  EXPECT_EQ(rangeError([&] { pimBsrCrpPermitTrieBuilderSmFactory(status, Ptr<TrieGen>()); }),
+            "null ValidPtr");
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include "model/SourceIntf.h"
 #include "tests/support/Messages.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 #include "tests/support/TestContext.h"
 
 namespace test {
@@ -15,7 +15,7 @@ using Acl::IpFilter;
 using Acl::IpFilterBase;
 using Acl::IpRuleConfig;
 using Acl::UniqueId;
-using testing_support::refusal;
+using testing_support::rangeError;
 using testing_support::streamed;
 using Zet::Ptr;
 
@@ -41,25 +41,25 @@ TEST(AclValues, VirtualNetworksHave24Bits) {
   IpFilterBase filter;
   filter.tniIs(16777215);
   filter.vniIs(16777215);
-  EXPECT_EQ(refusal([&] { IpFilterBase().tniIs(16777216); }),
+  EXPECT_EQ(rangeError([&] { IpFilterBase().tniIs(16777216); }),
             "IpFilterBase::tni < 0 or > 16777215 not allowed");
-  EXPECT_EQ(refusal([&] { IpFilterBase().vniIs(16777216); }),
+  EXPECT_EQ(rangeError([&] { IpFilterBase().vniIs(16777216); }),
             "IpFilterBase::vni < 0 or > 16777215 not allowed");
 }
 
 TEST(AclValues, ARefusedNumberStaysAndACopyIsRefusedWithTheSameText) {
   char const* refused = "IpFilterBase::tni < 0 or > 16777215 not allowed";
   IpRuleConfig rule;
-  EXPECT_EQ(refusal([&] { rule.filter.tniIs(16777216); }), refused);
+  EXPECT_EQ(rangeError([&] { rule.filter.tniIs(16777216); }), refused);
   EXPECT_EQ(rule.filter.tni(), 16777216u);
-  EXPECT_EQ(refusal([&] { IpRuleConfig copy(rule); }), refused);
-  EXPECT_EQ(refusal([&] {
+  EXPECT_EQ(rangeError([&] { IpRuleConfig copy(rule); }), refused);
+  EXPECT_EQ(rangeError([&] {
               IpRuleConfig other;
               other = rule;
             }),
             refused);
   auto list = Acl::aclConfigFactory("list");
-  EXPECT_EQ(refusal([&] { list->ipRuleByIdIs(UniqueId(1), rule); }), refused);
+  EXPECT_EQ(rangeError([&] { list->ipRuleByIdIs(UniqueId(1), rule); }), refused);
   EXPECT_EQ(list->ipRuleByIdCount(), 0u);
 }
 

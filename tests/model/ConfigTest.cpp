@@ -6,7 +6,7 @@
 
 #include "model/MessageCounters.h"
 #include "tests/support/Messages.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 #include "tests/support/TestContext.h"
 
 namespace test {
@@ -15,7 +15,7 @@ namespace {
 namespace Bsr = Routing::Pim::Bsr;
 using Bsr::CrpAdvInterval;
 using Routing::Pim::RpPriority;
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 using Texts = std::vector<std::string>;
 
@@ -124,15 +124,15 @@ TEST_F(ConfigTree, HoldTimeIsFrom12To1073741823) {
   config->holdTimeIs(12);
   config->holdTimeIs(1073741823);
   char const* refused = "Config::holdTime < 12 or > 1073741823 not allowed";
-  EXPECT_EQ(refusal([&] { config->holdTimeIs(11); }), refused);
-  EXPECT_EQ(refusal([&] { config->holdTimeIs(1073741824); }), refused);
+  EXPECT_EQ(rangeError([&] { config->holdTimeIs(11); }), refused);
+  EXPECT_EQ(rangeError([&] { config->holdTimeIs(1073741824); }), refused);
   EXPECT_EQ(heard(), (Texts{"holdTime 12", "holdTime 1073741823"}));
 }
 
 TEST_F(ConfigTree, SzTimeoutIsFrom120To4294967295) {
   config->szTimeoutIs(120);
   config->szTimeoutIs(4294967295);
-  EXPECT_EQ(refusal([&] { config->szTimeoutIs(119); }),
+  EXPECT_EQ(rangeError([&] { config->szTimeoutIs(119); }),
             "Config::szTimeout < 120 or > 0xFFFFFFFF not allowed");
   EXPECT_EQ(heard(), (Texts{"szTimeout 120", "szTimeout 4294967295"}));
 }
@@ -141,15 +141,15 @@ template <class Entry>
 void expectRanges(Ptr<Entry> const& entry, std::string const& name) {
   entry->priorityIs(0);
   entry->priorityIs(256);
-  EXPECT_EQ(refusal([&] { entry->priorityIs(257); }), name + "::priority < 0 or > 256 not allowed");
+  EXPECT_EQ(rangeError([&] { entry->priorityIs(257); }), name + "::priority < 0 or > 256 not allowed");
   entry->hashMaskLenIs(0);
   entry->hashMaskLenIs(128);
-  EXPECT_EQ(refusal([&] { entry->hashMaskLenIs(129); }), name + "::hashMaskLen < 0 or > 128 not allowed");
+  EXPECT_EQ(rangeError([&] { entry->hashMaskLenIs(129); }), name + "::hashMaskLen < 0 or > 128 not allowed");
   entry->intervalIs(10);
   entry->intervalIs(536870906);
   std::string refused = name + "::interval < " + name + "::minInterval or > 536870906 not allowed";
-  EXPECT_EQ(refusal([&] { entry->intervalIs(9); }), refused);
-  EXPECT_EQ(refusal([&] { entry->intervalIs(536870907); }), refused);
+  EXPECT_EQ(rangeError([&] { entry->intervalIs(9); }), refused);
+  EXPECT_EQ(rangeError([&] { entry->intervalIs(536870907); }), refused);
 }
 
 TEST_F(ConfigTree, AGroupOfACandidateBsrRefusesByItsOwnName) {
@@ -164,13 +164,13 @@ TEST_F(ConfigTree, ThePriorityOfACandidateRpIsRefusedWhereTheValueIsMade) {
   auto options = Bsr::rpCandidateAclEntryOptionsFactory("list");
   options->priorityIs(0);
   options->priorityIs(256);
-  EXPECT_EQ(refusal([&] { options->priorityIs(257); }), "RpPriority::value < 0 or > 256 not allowed");
+  EXPECT_EQ(rangeError([&] { options->priorityIs(257); }), "RpPriority::value < 0 or > 256 not allowed");
   EXPECT_EQ(options->priority(), RpPriority(256));
 }
 
 TEST_F(ConfigTree, ARefusedValueStaysAndNobodyHearsOfItAndItsRepetitionIsNoChange) {
   char const* refused = "Config::holdTime < 12 or > 1073741823 not allowed";
-  EXPECT_EQ(refusal([&] { config->holdTimeIs(5); }), refused);
+  EXPECT_EQ(rangeError([&] { config->holdTimeIs(5); }), refused);
   EXPECT_EQ(config->holdTime(), 5u);
   config->holdTimeIs(5);
   EXPECT_EQ(heard(), Texts());
@@ -238,7 +238,7 @@ TEST(MessageCounters, ClearingSetsEachCountToZeroAndKeepsItsEntry) {
 
 TEST(MessageCounters, ANullTableIsRefused) {
   EXPECT_EQ(
-      refusal([] { Routing::Pim::IO::clearMessageCounters(Ptr<Routing::Pim::Slosh::MessageCounters>()); }),
+      rangeError([] { Routing::Pim::IO::clearMessageCounters(Ptr<Routing::Pim::Slosh::MessageCounters>()); }),
       "null ValidPtr");
 }
 

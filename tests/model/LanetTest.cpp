@@ -14,7 +14,7 @@
 #include "runtime/Bits.h"
 #include "runtime/Exceptions.h"
 #include "runtime/Strep.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Lanet::Prefix;
-using testing_support::refusal;
+using testing_support::rangeError;
 using testing_support::streamed;
 using Zet::bitReverse;
 using Zet::mixHash;
@@ -77,8 +77,8 @@ TEST(AddressFamily, HasItsNumbersNamesAndInstances) {
     EXPECT_EQ(Lanet::AddressFamilyInstance(String8(name)), af);
     EXPECT_EQ(strepToValue<AddressFamily>(valueToStrep(af)), af);
   }
-  EXPECT_EQ(refusal([] { Lanet::AddressFamilyInstance(3); }), "AddressFamily");
-  EXPECT_EQ(refusal([] { Lanet::AddressFamilyInstance("ipv5"); }), "AddressFamily");
+  EXPECT_EQ(rangeError([] { Lanet::AddressFamilyInstance(3); }), "AddressFamily");
+  EXPECT_EQ(rangeError([] { Lanet::AddressFamilyInstance("ipv5"); }), "AddressFamily");
   EXPECT_EQ(stringValue(static_cast<AddressFamily>(3)), "AddressFamily(3)");
 }
 
@@ -105,12 +105,12 @@ char const* const noIpv4[] = {
 
 TEST(IpAddr, BadTextIsRefusedAndNamed) {
   for (char const* text : noIpv4) {
-    EXPECT_EQ(refusal([&] { IpAddr::parse(text); }), std::string("'") + text + "' is no IPv4 address");
+    EXPECT_EQ(rangeError([&] { IpAddr::parse(text); }), std::string("'") + text + "' is no IPv4 address");
   }
-  EXPECT_EQ(refusal([] { IpAddr::parse(""); }), "'' is no IPv4 address");
-  EXPECT_EQ(refusal([] { IpAddr::parse("::1"); }), "'::1' is no IPv4 address");
+  EXPECT_EQ(rangeError([] { IpAddr::parse(""); }), "'' is no IPv4 address");
+  EXPECT_EQ(rangeError([] { IpAddr::parse("::1"); }), "'::1' is no IPv4 address");
   EXPECT_THROW(IpAddr::parse(String8(std::string_view("1.2.3.4\0", 8))), Zet::RangeException);
-  EXPECT_EQ(refusal([] { strepToValue<IpAddr>("10.0.0.1"); }),
+  EXPECT_EQ(rangeError([] { strepToValue<IpAddr>("10.0.0.1"); }),
             "needed a string in single quotes at column 0");
 }
 
@@ -191,7 +191,7 @@ TEST(Ip6Addr, BadTextIsRefusedAndNamed) {
   for (char const* text : noIpv6) {
     Ip6Addr::Bytes bytes{};
     EXPECT_NE(inet_pton(AF_INET6, text, bytes.data()), 1) << "a good text: " << text;
-    EXPECT_EQ(refusal([&] { Ip6Addr::parse(text); }), std::string("'") + text + "' is no IPv6 address");
+    EXPECT_EQ(rangeError([&] { Ip6Addr::parse(text); }), std::string("'") + text + "' is no IPv6 address");
   }
   EXPECT_THROW(Ip6Addr::parse(""), Zet::RangeException);
   EXPECT_THROW(Ip6Addr::parse("10.0.0.1"), Zet::RangeException);
@@ -234,7 +234,7 @@ TEST(IpGenAddr, TextTellsTheFamilyBothWays) {
 
 TEST(IpGenAddr, BadTextIsRefusedAndNamed) {
   for (char const* text : noIpv4) {
-    EXPECT_EQ(refusal([&] { IpGenAddr::parse(text); }), std::string("'") + text + "' is no IP address");
+    EXPECT_EQ(rangeError([&] { IpGenAddr::parse(text); }), std::string("'") + text + "' is no IP address");
   }
   for (char const* text : noIpv6) EXPECT_THROW(IpGenAddr::parse(text), Zet::RangeException) << text;
 }
@@ -309,16 +309,16 @@ TEST(IpGenPrefix, BadTextIsRefusedAndNamed) {
   for (char const* text :
        {"/", "/8", "10.0.0.0", "10.0.0.0/", "10.0.0.0/-1", "10.0.0.0/+8", "10.0.0.0/08", "10.0.0.0/8 ",
         "10.0.0.0/8/8", "10.0.0.0/x", "10.0.0.0/4294967296", "10.0.0.0/ 8", "224.0.0.0-4"}) {
-    EXPECT_EQ(refusal([&] { IpGenPrefix::parse(text); }), std::string("'") + text + "' is no IP prefix");
+    EXPECT_EQ(rangeError([&] { IpGenPrefix::parse(text); }), std::string("'") + text + "' is no IP prefix");
   }
-  EXPECT_EQ(refusal([] { IpGenPrefix::parse("10.0.0/8"); }), "'10.0.0' is no IP address");
+  EXPECT_EQ(rangeError([] { IpGenPrefix::parse("10.0.0/8"); }), "'10.0.0' is no IP address");
 }
 
 TEST(IpGenPrefix, ALengthBeyondTheFamilyIsRefused) {
-  EXPECT_EQ(refusal([] { prefix("10.0.0.0/33"); }), "prefix length 33 is above 32");
-  EXPECT_EQ(refusal([] { prefix("::/129"); }), "prefix length 129 is above 128");
-  EXPECT_EQ(refusal([] { IpGenPrefix(gen("10.0.0.0"), 33); }), "prefix length 33 is above 32");
-  EXPECT_EQ(refusal([] { IpGenPrefix(gen(""), 1); }), "prefix length 1 is above 0");
+  EXPECT_EQ(rangeError([] { prefix("10.0.0.0/33"); }), "prefix length 33 is above 32");
+  EXPECT_EQ(rangeError([] { prefix("::/129"); }), "prefix length 129 is above 128");
+  EXPECT_EQ(rangeError([] { IpGenPrefix(gen("10.0.0.0"), 33); }), "prefix length 33 is above 32");
+  EXPECT_EQ(rangeError([] { IpGenPrefix(gen(""), 1); }), "prefix length 1 is above 0");
 }
 
 TEST(IpGenPrefix, OrderIsFamilyThenAddressThenLength) {
@@ -391,10 +391,10 @@ TEST(Prefix, ContainsWhatLiesWithin) {
 }
 
 TEST(Prefix, BadTextIsRefusedAndNamed) {
-  EXPECT_EQ(refusal([] { Prefix::parse(""); }), "'' is no IPv4 prefix");
-  EXPECT_EQ(refusal([] { Prefix::parse("10.0.0.0"); }), "'10.0.0.0' is no IPv4 prefix");
-  EXPECT_EQ(refusal([] { Prefix::parse("::/0"); }), "'::' is no IPv4 address");
-  EXPECT_EQ(refusal([] { Prefix(v4("10.0.0.0"), 33); }), "prefix length 33 is above 32");
+  EXPECT_EQ(rangeError([] { Prefix::parse(""); }), "'' is no IPv4 prefix");
+  EXPECT_EQ(rangeError([] { Prefix::parse("10.0.0.0"); }), "'10.0.0.0' is no IPv4 prefix");
+  EXPECT_EQ(rangeError([] { Prefix::parse("::/0"); }), "'::' is no IPv4 address");
+  EXPECT_EQ(rangeError([] { Prefix(v4("10.0.0.0"), 33); }), "prefix length 33 is above 32");
 }
 
 TEST(IntfId, IsTheNameOfAnInterface) {

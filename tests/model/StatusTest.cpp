@@ -5,7 +5,7 @@
 
 #include "runtime/Exceptions.h"
 #include "tests/support/Messages.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 #include "tests/support/TestContext.h"
 
 namespace test {
@@ -14,7 +14,7 @@ namespace {
 namespace Bsr = Routing::Pim::Bsr;
 using Bsr::BsrCandidateState;
 using Lanet::AddressFamily;
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 using Texts = std::vector<std::string>;
 
@@ -385,7 +385,7 @@ TEST_F(StatusTree, ItsEndTellsAWeakWatcherOfEachMemberThatGoes) {
 }
 
 TEST_F(StatusTree, ANullReferenceIsRefused) {
-  EXPECT_EQ(refusal([] { Zet::ValidPtr<Bsr::Status> valid((Ptr<Bsr::Status>())); }), "null ValidPtr");
+  EXPECT_EQ(rangeError([] { Zet::ValidPtr<Bsr::Status> valid((Ptr<Bsr::Status>())); }), "null ValidPtr");
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include "runtime/Bits.h"
 #include "runtime/Exceptions.h"
 #include "runtime/Strep.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace {
 
@@ -29,8 +29,8 @@ using Routing::Pim::Bsr::PimBsrErrorCounters;
 using Routing::Pim::Bsr::PimBsrWeight;
 using Routing::Pim::Bsr::Scope;
 using Routing::Pim::Packet::GroupFlags;
-using testing_support::refusal;
-using testing_support::refusalOf;
+using testing_support::rangeError;
+using testing_support::rangeErrorOf;
 using testing_support::streamed;
 using Zet::strepToValue;
 using Zet::String8;
@@ -93,17 +93,17 @@ template <class E>
 void expectRefusals(Enumeration<E> const& e) {
   U32 beyond = static_cast<U32>(e.names.size());
   for (U32 number : {beyond, 7u, 0xffffffffu}) {
-    EXPECT_EQ(refusal([&] { e.ofNumber(number); }), e.typeName);
+    EXPECT_EQ(rangeError([&] { e.ofNumber(number); }), e.typeName);
     EXPECT_EQ(stringValue(static_cast<E>(number)),
               Zet::format("%s(%d)", e.typeName, static_cast<int>(number)));
   }
   String8 first = e.names[0];
   for (String8 const& name : {String8(), String8("none"), first + " ", Zet::format("%s(7)", e.typeName)}) {
-    EXPECT_EQ(refusal([&] { e.ofName(name); }), e.typeName);
-    EXPECT_EQ(refusalOf<E>("'" + name + "'"), e.typeName);
+    EXPECT_EQ(rangeError([&] { e.ofName(name); }), e.typeName);
+    EXPECT_EQ(rangeErrorOf<E>("'" + name + "'"), e.typeName);
   }
-  EXPECT_EQ(refusalOf<E>(first), "needed a string in single quotes at column 0");
-  EXPECT_EQ(refusalOf<E>("0"), "needed a string in single quotes at column 0");
+  EXPECT_EQ(rangeErrorOf<E>(first), "needed a string in single quotes at column 0");
+  EXPECT_EQ(rangeErrorOf<E>("0"), "needed a string in single quotes at column 0");
 }
 
 template <class E>
@@ -147,7 +147,7 @@ TEST(Enumerations, EnumeratorsStandForTheirNumbers) {
 TEST(BsrCandidateState, Number7HasATextButNoInstance) {
   EXPECT_EQ(stringValue(static_cast<BsrCandidateState>(7)), "BsrCandidateState(7)");
   EXPECT_EQ(valueToStrep(static_cast<BsrCandidateState>(7)), "'BsrCandidateState(7)'");
-  EXPECT_EQ(refusal([] { Routing::Pim::Bsr::BsrCandidateStateInstance(7); }), "BsrCandidateState");
+  EXPECT_EQ(rangeError([] { Routing::Pim::Bsr::BsrCandidateStateInstance(7); }), "BsrCandidateState");
 }
 
 /// A bounded value: both bounds are taken, and what lies beyond is refused by every road.
@@ -158,11 +158,11 @@ void expectBounds(U32 low, U32 high, std::vector<U32> const& beyond, char const*
     expectText(T(number), Zet::format("%u", number).charPtr());
   }
   for (U32 number : beyond) {
-    EXPECT_EQ(refusal([&] { T{number}; }), text) << number;
+    EXPECT_EQ(rangeError([&] { T{number}; }), text) << number;
     T kept = high;
-    EXPECT_EQ(refusal([&] { kept = number; }), text) << number;
+    EXPECT_EQ(rangeError([&] { kept = number; }), text) << number;
     EXPECT_EQ(kept.value(), high);
-    EXPECT_EQ(refusalOf<T>(Zet::format("%u", number)), text) << number;
+    EXPECT_EQ(rangeErrorOf<T>(Zet::format("%u", number)), text) << number;
   }
 }
 
@@ -187,11 +187,11 @@ TEST(CrpHoldTime, TakesUpTo40958AndIs16BitsWide) {
 
 TEST(BoundedValues, NumbersBeyond32BitsOrBelow0AreRefusedInText) {
   for (char const* text : {"-1", "4294967296", "4294967301", "-4294967295"}) {
-    EXPECT_EQ(refusalOf<RpPriority>(text), "RpPriority::value < 0 or > 256 not allowed") << text;
-    EXPECT_EQ(refusalOf<CrpHoldTime>(text), "CrpHoldTime::value < 0 or > 40958 not allowed") << text;
+    EXPECT_EQ(rangeErrorOf<RpPriority>(text), "RpPriority::value < 0 or > 256 not allowed") << text;
+    EXPECT_EQ(rangeErrorOf<CrpHoldTime>(text), "CrpHoldTime::value < 0 or > 40958 not allowed") << text;
   }
-  EXPECT_EQ(refusalOf<RpPriority>("x"), "needed a number at column 0");
-  EXPECT_EQ(refusalOf<RpPriority>("5x"), "junk at column 1 deserializing 5x");
+  EXPECT_EQ(rangeErrorOf<RpPriority>("x"), "needed a number at column 0");
+  EXPECT_EQ(rangeErrorOf<RpPriority>("5x"), "junk at column 1 deserializing 5x");
 }
 
 TEST(BoundedValues, CompareByNumber) {
@@ -214,9 +214,9 @@ TEST(CrpAdvInterval, TextIsCutToItsLow32BitsBeforeTheTest) {
   EXPECT_EQ(strepToValue<CrpAdvInterval>("4294967297").value(), 1u);
   EXPECT_EQ(strepToValue<CrpAdvInterval>("-4294967236").value(), 60u);
   for (char const* text : {"0", "-1", "16384", "4294967296", "4294983680"}) {
-    EXPECT_EQ(refusalOf<CrpAdvInterval>(text), "CrpAdvInterval::value < 1 or > 16383 not allowed") << text;
+    EXPECT_EQ(rangeErrorOf<CrpAdvInterval>(text), "CrpAdvInterval::value < 1 or > 16383 not allowed") << text;
   }
-  EXPECT_EQ(refusalOf<CrpAdvInterval>("60 s"), "junk at column 2 deserializing 60 s");
+  EXPECT_EQ(rangeErrorOf<CrpAdvInterval>("60 s"), "junk at column 2 deserializing 60 s");
 }
 
 TEST(GroupFlags, HoldTheScopeBitBelowAndTheBidirBitAbove) {
@@ -230,7 +230,7 @@ TEST(GroupFlags, HoldTheScopeBitBelowAndTheBidirBitAbove) {
   EXPECT_TRUE(GroupFlags(0x81) == GroupFlags(0x81));
   EXPECT_TRUE(GroupFlags(0x81) != GroupFlags(0x80));
   expectText(GroupFlags(0x81), "129");
-  EXPECT_EQ(refusalOf<GroupFlags>("256"), "256 is no unsigned number of 8 bits");
+  EXPECT_EQ(rangeErrorOf<GroupFlags>("256"), "256 is no unsigned number of 8 bits");
 }
 
 TEST(PimBsrWeight, StartsAtPriority0AndTheUnsetAddress) {
@@ -309,21 +309,22 @@ TEST(PimBsrWeight, APriorityIsNarrowedToAByteWithoutARangeCheck) {
 }
 
 TEST(PimBsrWeight, FaultsOfTheTextAreNamed) {
-  EXPECT_EQ(refusalOf<PimBsrWeight>(weightText("'weight': 5")), "PimBsrWeight has no such attribute: weight");
-  EXPECT_EQ(refusalOf<PimBsrWeight>("Value('Routing::Pim::Bsr::PimBsrWeight', ** {'priority': 5"),
+  EXPECT_EQ(rangeErrorOf<PimBsrWeight>(weightText("'weight': 5")),
+            "PimBsrWeight has no such attribute: weight");
+  EXPECT_EQ(rangeErrorOf<PimBsrWeight>("Value('Routing::Pim::Bsr::PimBsrWeight', ** {'priority': 5"),
             "premature end of value type PimBsrWeight");
-  EXPECT_EQ(refusalOf<PimBsrWeight>(weightText("'priority': 'x'")),
+  EXPECT_EQ(rangeErrorOf<PimBsrWeight>(weightText("'priority': 'x'")),
             "attribute 'priority': needed a number at column 57");
-  EXPECT_EQ(refusalOf<PimBsrWeight>(weightText("'priority': 9223372036854775808")),
+  EXPECT_EQ(rangeErrorOf<PimBsrWeight>(weightText("'priority': 9223372036854775808")),
             "attribute 'priority': number beyond 64 bits at column 57");
-  EXPECT_EQ(refusalOf<PimBsrWeight>(weightText("'ipAddr': '10.0.0'")),
+  EXPECT_EQ(rangeErrorOf<PimBsrWeight>(weightText("'ipAddr': '10.0.0'")),
             "attribute 'ipAddr': '10.0.0' is no IP address");
-  EXPECT_EQ(refusalOf<PimBsrWeight>(valueToStrep(CrpOptions())),
+  EXPECT_EQ(rangeErrorOf<PimBsrWeight>(valueToStrep(CrpOptions())),
             "needed \" 'Routing::Pim::Bsr::PimBsrWeight'\" at column 26");
 }
 
 TEST(PimBsrWeight, ACharacterBehindTheTextIsJunkAtItsColumn) {
-  EXPECT_EQ(refusalOf<PimBsrWeight>(weightText("") + "x"),
+  EXPECT_EQ(rangeErrorOf<PimBsrWeight>(weightText("") + "x"),
             "junk at column 47 deserializing Value('Routing::Pim::Bsr::PimBsrWeight', ** {})x");
 }
 
@@ -369,9 +370,10 @@ TEST(PimBsrErrorCounters, EachCounterIsNarrowedTo32BitsWithoutARangeCheck) {
 }
 
 TEST(PimBsrErrorCounters, FaultsOfTheTextAreNamed) {
-  EXPECT_EQ(refusalOf<PimBsrErrorCounters>("Value('Routing::Pim::Bsr::PimBsrErrorCounters', ** {'rx': 1})"),
-            "PimBsrErrorCounters has no such attribute: rx");
-  EXPECT_EQ(refusalOf<PimBsrErrorCounters>("Value('Routing::Pim::Bsr::PimBsrErrorCounters', ** {"),
+  EXPECT_EQ(
+      rangeErrorOf<PimBsrErrorCounters>("Value('Routing::Pim::Bsr::PimBsrErrorCounters', ** {'rx': 1})"),
+      "PimBsrErrorCounters has no such attribute: rx");
+  EXPECT_EQ(rangeErrorOf<PimBsrErrorCounters>("Value('Routing::Pim::Bsr::PimBsrErrorCounters', ** {"),
             "premature end of value type PimBsrErrorCounters");
 }
 
@@ -429,11 +431,11 @@ TEST(CrpOptions, TextGoesBothWays) {
 }
 
 TEST(CrpOptions, FaultsOfTheTextAreNamed) {
-  EXPECT_EQ(refusalOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'priority': 257})"),
+  EXPECT_EQ(rangeErrorOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'priority': 257})"),
             "attribute 'priority': RpPriority::value < 0 or > 256 not allowed");
-  EXPECT_EQ(refusalOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'ipAddr': ''})"),
+  EXPECT_EQ(rangeErrorOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'ipAddr': ''})"),
             "CrpOptions has no such attribute: ipAddr");
-  EXPECT_EQ(refusalOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'rpAddress': ''"),
+  EXPECT_EQ(rangeErrorOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'rpAddress': ''"),
             "premature end of value type CrpOptions");
 }
 

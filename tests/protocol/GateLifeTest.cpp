@@ -4,13 +4,13 @@
 #include <vector>
 
 #include "tests/support/Engine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace test {
 namespace {
 
 using Lanet::AddressFamily;
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 using Texts = std::vector<std::string>;
 
@@ -121,16 +121,20 @@ TEST_F(GateLife, RefusesNullArguments) {
   auto const& e = engine;
   using Bsr::bootstrapMessageSmFactory;
   std::string const null = "null ValidPtr";
-  EXPECT_EQ(refusal([&] { bootstrapMessageSmFactory(noManager, e.status, e.bsmStatus, e.bsmInfo, e.rpf); }),
+  EXPECT_EQ(
+      rangeError([&] { bootstrapMessageSmFactory(noManager, e.status, e.bsmStatus, e.bsmInfo, e.rpf); }),
+      null);
+  EXPECT_EQ(
+      rangeError([&] { bootstrapMessageSmFactory(e.manager, noStatus, e.bsmStatus, e.bsmInfo, e.rpf); }),
+      null);
+  EXPECT_EQ(
+      rangeError([&] { bootstrapMessageSmFactory(e.manager, e.status, noBsmStatus, e.bsmInfo, e.rpf); }),
+      null);
+  EXPECT_EQ(rangeError([&] { bootstrapMessageSmFactory(e.manager, e.status, e.bsmStatus, noInfo, e.rpf); }),
             null);
-  EXPECT_EQ(refusal([&] { bootstrapMessageSmFactory(e.manager, noStatus, e.bsmStatus, e.bsmInfo, e.rpf); }),
-            null);
-  EXPECT_EQ(refusal([&] { bootstrapMessageSmFactory(e.manager, e.status, noBsmStatus, e.bsmInfo, e.rpf); }),
-            null);
-  EXPECT_EQ(refusal([&] { bootstrapMessageSmFactory(e.manager, e.status, e.bsmStatus, noInfo, e.rpf); }),
-            null);
-  EXPECT_EQ(refusal([&] { bootstrapMessageSmFactory(e.manager, e.status, e.bsmStatus, e.bsmInfo, noTable); }),
-            null);
+  EXPECT_EQ(
+      rangeError([&] { bootstrapMessageSmFactory(e.manager, e.status, e.bsmStatus, e.bsmInfo, noTable); }),
+      null);
 }
 
 // End -------------------------------------------------------------------------------------------------

@@ -7,13 +7,13 @@
 #include "crp/RpCandidateSm.h"
 #include "runtime/Exceptions.h"
 #include "tests/support/Engine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace test {
 namespace {
 
 using Bsr::CrpOptions;
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 using Zet::U32;
 
@@ -290,12 +290,12 @@ TEST_F(RootReactors, TheirMutatorsRefuseNull) {
   auto& root = *engine.root;
   engine.status->crpIs(addr("10.0.0.1"));
   std::string const where = " parameter to mutator for Routing::Pim::Bsr::PimBsrSm::";
-  EXPECT_EQ(refusal([&] { root.pimIntfIs(nullptr); }), "null _pimIntf" + where + "pimIntf not allowed\"");
-  EXPECT_EQ(refusal([&] { root.crpIs(nullptr); }), "null _crp" + where + "crp not allowed\"");
-  EXPECT_EQ(refusal([&] { root.crpZoneStatusIs(nullptr); }),
+  EXPECT_EQ(rangeError([&] { root.pimIntfIs(nullptr); }), "null _pimIntf" + where + "pimIntf not allowed\"");
+  EXPECT_EQ(rangeError([&] { root.crpIs(nullptr); }), "null _crp" + where + "crp not allowed\"");
+  EXPECT_EQ(rangeError([&] { root.crpZoneStatusIs(nullptr); }),
             "null _crpZoneStatus" + where + "crpZoneStatus not allowed\"");
-  EXPECT_EQ(refusal([&] { root.bsrIs(nullptr); }), "null _bsr" + where + "bsr not allowed\"");
-  EXPECT_EQ(refusal([&] { root.crp(addr("10.0.0.1"))->optionsIs(nullptr); }),
+  EXPECT_EQ(rangeError([&] { root.bsrIs(nullptr); }), "null _bsr" + where + "bsr not allowed\"");
+  EXPECT_EQ(rangeError([&] { root.crp(addr("10.0.0.1"))->optionsIs(nullptr); }),
             "null _options" + where + "ZetCrp::options not allowed\"");
 }
 
@@ -365,17 +365,17 @@ TEST_F(RootReactors, TheRootRefusesNullArguments) {
                   Ptr<Bsr::PimBsmStatus> const& bsm, Ptr<Bsr::PimCrpMsgStatus> const& crp) {
     Bsr::pimBsrSmFactory(status, pim, bsm, crp, e.rpCandidateStatus, e.wheel, e.interfaces);
   };
-  EXPECT_EQ(refusal([&] { make(nullptr, e.pimStatus, e.bsmStatus, e.crpMsgStatus); }), null);
-  EXPECT_EQ(refusal([&] { make(e.status, nullptr, e.bsmStatus, e.crpMsgStatus); }), null);
-  EXPECT_EQ(refusal([&] { make(e.status, e.pimStatus, nullptr, e.crpMsgStatus); }), null);
-  EXPECT_EQ(refusal([&] { make(e.status, e.pimStatus, e.bsmStatus, nullptr); }), null);
+  EXPECT_EQ(rangeError([&] { make(nullptr, e.pimStatus, e.bsmStatus, e.crpMsgStatus); }), null);
+  EXPECT_EQ(rangeError([&] { make(e.status, nullptr, e.bsmStatus, e.crpMsgStatus); }), null);
+  EXPECT_EQ(rangeError([&] { make(e.status, e.pimStatus, nullptr, e.crpMsgStatus); }), null);
+  EXPECT_EQ(rangeError([&] { make(e.status, e.pimStatus, e.bsmStatus, nullptr); }), null);
   auto makeRest = [&](Ptr<Routing::Pim::RpCandidateStatus> const& rpSet, Ptr<Kiv::TimerWheel> const& wheel,
                       Ptr<Interface::AllIntfStatusDir> const& interfaces) {
     Bsr::pimBsrSmFactory(e.status, e.pimStatus, e.bsmStatus, e.crpMsgStatus, rpSet, wheel, interfaces);
   };
-  EXPECT_EQ(refusal([&] { makeRest(nullptr, e.wheel, e.interfaces); }), null);
-  EXPECT_EQ(refusal([&] { makeRest(e.rpCandidateStatus, nullptr, e.interfaces); }), null);
-  EXPECT_EQ(refusal([&] { makeRest(e.rpCandidateStatus, e.wheel, nullptr); }), null);
+  EXPECT_EQ(rangeError([&] { makeRest(nullptr, e.wheel, e.interfaces); }), null);
+  EXPECT_EQ(rangeError([&] { makeRest(e.rpCandidateStatus, nullptr, e.interfaces); }), null);
+  EXPECT_EQ(rangeError([&] { makeRest(e.rpCandidateStatus, e.wheel, nullptr); }), null);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include "model/Status.h"
 #include "protocol/Fragments.h"
 #include "tests/support/Engine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 /// Each kind of accessor that a declaration makes, on classes of the model. What Status alone tells is in its
 /// own test.
@@ -18,7 +18,7 @@ using Routing::Pim::IO::MessageInfo;
 using Routing::Pim::Packet::BootstrapGroupData;
 using Routing::Pim::Packet::BootstrapMessage;
 using Routing::Pim::Packet::BootstrapOptionalData;
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 using Zet::U32;
 
@@ -244,7 +244,7 @@ TEST_F(Accessor, AnArrayIsIndexedFromZeroAndNullWhereNothingStands) {
 
 TEST_F(Accessor, ANullConstructorArgumentIsRefused) {
   auto wheel = Zet::make<Kiv::TimerWheel>();
-  EXPECT_EQ(refusal([&] { Bsr::bsrNonCandidateSmFactory(zone, nullptr, wheel, wheel, nullptr); }),
+  EXPECT_EQ(rangeError([&] { Bsr::bsrNonCandidateSmFactory(zone, nullptr, wheel, wheel, nullptr); }),
             "null ValidPtr");
 }
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace {
 
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::make;
 using Zet::Ptr;
 using Zet::U32;
@@ -83,8 +83,8 @@ TEST(LinkQueue, AKeyHoldsOneMember) {
 
 TEST(LinkQueue, RefusesNull) {
   Queue queue;
-  EXPECT_EQ(refusal([&] { queue.enq(Ptr<Letter>()); }), "null ValidPtr");
-  EXPECT_EQ(refusal([&] { queue.memberIs(1, Ptr<Letter>()); }), "null ValidPtr");
+  EXPECT_EQ(rangeError([&] { queue.enq(Ptr<Letter>()); }), "null ValidPtr");
+  EXPECT_EQ(rangeError([&] { queue.memberIs(1, Ptr<Letter>()); }), "null ValidPtr");
   EXPECT_TRUE(queue.empty());
 }
 

@@ -7,11 +7,11 @@
 #include <unordered_set>
 #include <vector>
 
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace {
 
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::make;
 using Zet::Ptr;
 using Zet::PtrInterface;
@@ -262,8 +262,8 @@ TEST(Ptr, MadeAndDroppedInAConstructorOrDestructorDoesNoHarm) {
 TEST(ValidPtr, RefusesNullByItsText) {
   Counted* none = nullptr;
   Ptr<Derived> nonePtr;
-  EXPECT_EQ(refusal([&] { ValidPtr<Counted> p(none); }), "null ValidPtr");
-  EXPECT_EQ(refusal([&] { ValidPtr<Counted> p(nonePtr); }), "null ValidPtr");
+  EXPECT_EQ(rangeError([&] { ValidPtr<Counted> p(none); }), "null ValidPtr");
+  EXPECT_EQ(rangeError([&] { ValidPtr<Counted> p(nonePtr); }), "null ValidPtr");
 }
 
 TEST(ValidPtr, IsAPtrToWhatItWasGiven) {

@@ -2,13 +2,13 @@
 #include <vector>
 
 #include "tests/support/Engine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 /// The life of nested reactors, seen on the root machine, whose tree is the deepest there is.
 namespace test {
 namespace {
 
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 
 std::string const global = "224.0.0.0/4";
@@ -146,11 +146,11 @@ TEST_F(NestedReactors, TheEndOfAMachineDetachesThemAll) {
 }
 
 TEST_F(NestedReactors, TheMutatorOfACollectionRefusesNullByItsText) {
-  EXPECT_EQ(refusal([&] { engine.root->pimIntfIs(nullptr); }),
+  EXPECT_EQ(rangeError([&] { engine.root->pimIntfIs(nullptr); }),
             "null _pimIntf parameter to mutator for Routing::Pim::Bsr::PimBsrSm::pimIntf not allowed\"");
-  EXPECT_EQ(refusal([&] { engine.root->crpIs(nullptr); }),
+  EXPECT_EQ(rangeError([&] { engine.root->crpIs(nullptr); }),
             "null _crp parameter to mutator for Routing::Pim::Bsr::PimBsrSm::crp not allowed\"");
-  EXPECT_EQ(refusal([&] { set().rpIs(nullptr); }),
+  EXPECT_EQ(rangeError([&] { set().rpIs(nullptr); }),
             "null _rp parameter to mutator for "
             "Routing::Pim::Bsr::PimBsrSm::ZetCrpZoneStatus::ZetCrpStatus::ZetCrpSet::rp not allowed\"");
 }

@@ -8,7 +8,7 @@
 #include "model/Interface.h"
 #include "model/Status.h"
 #include "tests/support/Engine.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace test {
 namespace {
@@ -16,7 +16,7 @@ namespace {
 using Bsr::ElectedBsrStatus;
 using Bsr::PimBsrCounters;
 using Bsr::Status;
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::AttributeKind;
 using Zet::AttributeOp;
 using Zet::AttributeOpArgs;
@@ -225,7 +225,7 @@ TEST_F(Reflection, AnUpdateOfAWritableCopyIsAWrite) {
 
 TEST_F(Reflection, AValueThatDoesNotReadIsRefusedAndNothingIsStored) {
   for (char const* text : {"", "x", "-1", "4294967296", "12 "}) {
-    EXPECT_NE(refusal([&] { statusIf.write(*status, "bsTimeout", text); }), "no RangeException") << text;
+    EXPECT_NE(rangeError([&] { statusIf.write(*status, "bsTimeout", text); }), "no RangeException") << text;
   }
   EXPECT_EQ(status->bsTimeout(), 0u);
 }
@@ -456,7 +456,7 @@ TEST_F(Introspection, MachinesAreToldAsEntitiesAre) {
 
 TEST_F(Introspection, TheFlagsAreBounded) {
   EXPECT_EQ(Zet::ZetAttrIntrospectionFlags(0x3f).value(), 0x3fu);
-  EXPECT_EQ(refusal([] { Zet::ZetAttrIntrospectionFlags flags(0x40); }),
+  EXPECT_EQ(rangeError([] { Zet::ZetAttrIntrospectionFlags flags(0x40); }),
             "ZetAttrIntrospectionFlags::value > 0x3f not allowed");
 }
 

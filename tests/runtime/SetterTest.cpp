@@ -2,13 +2,13 @@
 #include <vector>
 
 #include "runtime/Model.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 #include "tests/support/TestContext.h"
 
 namespace test {
 namespace {
 
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::Ptr;
 using Zet::U32;
 
@@ -103,15 +103,15 @@ TEST_F(Setter, TakesBothEndsOfARange) {
 
 TEST_F(Setter, AValueOutOfRangeStaysStoredAndNobodyHears) {
   for (U32 value : {1u, 10u}) {
-    EXPECT_EQ(refusal([&] { gauge->limitIs(value); }), "Gauge::limit < 2 or > 9 not allowed");
+    EXPECT_EQ(rangeError([&] { gauge->limitIs(value); }), "Gauge::limit < 2 or > 9 not allowed");
     EXPECT_EQ(gauge->limit(), value);
   }
   EXPECT_EQ(watch->heard, Texts{});
 }
 
 TEST_F(Setter, ARefusedValueGivenAgainIsAnEqualValueAndNotTested) {
-  EXPECT_EQ(refusal([&] { gauge->limitIs(10); }), "Gauge::limit < 2 or > 9 not allowed");
-  EXPECT_EQ(refusal([&] { gauge->limitIs(10); }), "no RangeException");
+  EXPECT_EQ(rangeError([&] { gauge->limitIs(10); }), "Gauge::limit < 2 or > 9 not allowed");
+  EXPECT_EQ(rangeError([&] { gauge->limitIs(10); }), "no RangeException");
   EXPECT_EQ(watch->heard, Texts{});
   gauge->limitIs(5);
   EXPECT_EQ(watch->heard, (Texts{"limit 5"}));

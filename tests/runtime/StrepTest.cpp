@@ -7,12 +7,12 @@
 #include <string>
 
 #include "runtime/Exceptions.h"
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 
 namespace {
 
-using testing_support::refusal;
-using testing_support::refusalOf;
+using testing_support::rangeError;
+using testing_support::rangeErrorOf;
 using Zet::needString;
 using Zet::S32;
 using Zet::S64;
@@ -55,10 +55,10 @@ TEST(NeedString, ABlankInATokenStandsForOptionalWhiteSpace) {
 }
 
 TEST(NeedString, AMissingTokenIsNamedWithItsColumn) {
-  EXPECT_EQ(refusal([] { columnBehind("  Valve", " Value"); }), "needed \" Value\" at column 5");
-  EXPECT_EQ(refusal([] { columnBehind("Val", " Value"); }), "needed \" Value\" at column 3");
-  EXPECT_EQ(refusal([] { columnBehind("", "{"); }), "needed \"{\" at column 0");
-  EXPECT_EQ(refusal([] { columnBehind(" {", "{"); }), "needed \"{\" at column 0");
+  EXPECT_EQ(rangeError([] { columnBehind("  Valve", " Value"); }), "needed \" Value\" at column 5");
+  EXPECT_EQ(rangeError([] { columnBehind("Val", " Value"); }), "needed \" Value\" at column 3");
+  EXPECT_EQ(rangeError([] { columnBehind("", "{"); }), "needed \"{\" at column 0");
+  EXPECT_EQ(rangeError([] { columnBehind(" {", "{"); }), "needed \"{\" at column 0");
 }
 
 TEST(Strep, StringsAreQuotedWithEscapesAndReadBack) {
@@ -77,12 +77,12 @@ TEST(Strep, StringsAreQuotedWithEscapesAndReadBack) {
 }
 
 TEST(Strep, MalformedStringsAreRefused) {
-  EXPECT_EQ(refusalOf<String8>(""), "needed a string in single quotes at column 0");
-  EXPECT_EQ(refusalOf<String8>("abc"), "needed a string in single quotes at column 0");
-  EXPECT_EQ(refusalOf<String8>("'abc"), "needed a closing quote at column 4");
-  EXPECT_EQ(refusalOf<String8>("'a\\'"), "needed a closing quote at column 4");
-  EXPECT_EQ(refusalOf<String8>("'a\\n'"), "needed a quote or backslash behind a backslash at column 3");
-  EXPECT_EQ(refusalOf<String8>("'a\\"), "needed a quote or backslash behind a backslash at column 3");
+  EXPECT_EQ(rangeErrorOf<String8>(""), "needed a string in single quotes at column 0");
+  EXPECT_EQ(rangeErrorOf<String8>("abc"), "needed a string in single quotes at column 0");
+  EXPECT_EQ(rangeErrorOf<String8>("'abc"), "needed a closing quote at column 4");
+  EXPECT_EQ(rangeErrorOf<String8>("'a\\'"), "needed a closing quote at column 4");
+  EXPECT_EQ(rangeErrorOf<String8>("'a\\n'"), "needed a quote or backslash behind a backslash at column 3");
+  EXPECT_EQ(rangeErrorOf<String8>("'a\\"), "needed a quote or backslash behind a backslash at column 3");
 }
 
 template <class T>
@@ -111,27 +111,27 @@ TEST(Strep, ASignMayStandBeforeDigits) {
 
 TEST(Strep, WhatIsNoNumberIsRefused) {
   for (char const* text : {"", "-", "+", "+-5", "-+5", "x", " 5", "'5'"}) {
-    EXPECT_EQ(refusalOf<S64>(text), "needed a number at column 0") << text;
+    EXPECT_EQ(rangeErrorOf<S64>(text), "needed a number at column 0") << text;
   }
-  EXPECT_EQ(refusalOf<U64>("-5"), "needed a number at column 0");
+  EXPECT_EQ(rangeErrorOf<U64>("-5"), "needed a number at column 0");
 }
 
 TEST(Strep, NumbersBeyondTheirWidthAreRefused) {
-  EXPECT_EQ(refusalOf<S64>("9223372036854775808"), "number beyond 64 bits at column 0");
-  EXPECT_EQ(refusalOf<S64>("-9223372036854775809"), "number beyond 64 bits at column 0");
-  EXPECT_EQ(refusalOf<U64>("18446744073709551616"), "number beyond 64 bits at column 0");
-  EXPECT_EQ(refusalOf<U8>("256"), "256 is no unsigned number of 8 bits");
-  EXPECT_EQ(refusalOf<U16>("65536"), "65536 is no unsigned number of 16 bits");
-  EXPECT_EQ(refusalOf<U32>("4294967296"), "4294967296 is no unsigned number of 32 bits");
-  EXPECT_EQ(refusalOf<S32>("-2147483649"), "-2147483649 is no signed number of 32 bits");
-  EXPECT_EQ(refusalOf<S32>("2147483648"), "2147483648 is no signed number of 32 bits");
+  EXPECT_EQ(rangeErrorOf<S64>("9223372036854775808"), "number beyond 64 bits at column 0");
+  EXPECT_EQ(rangeErrorOf<S64>("-9223372036854775809"), "number beyond 64 bits at column 0");
+  EXPECT_EQ(rangeErrorOf<U64>("18446744073709551616"), "number beyond 64 bits at column 0");
+  EXPECT_EQ(rangeErrorOf<U8>("256"), "256 is no unsigned number of 8 bits");
+  EXPECT_EQ(rangeErrorOf<U16>("65536"), "65536 is no unsigned number of 16 bits");
+  EXPECT_EQ(rangeErrorOf<U32>("4294967296"), "4294967296 is no unsigned number of 32 bits");
+  EXPECT_EQ(rangeErrorOf<S32>("-2147483649"), "-2147483649 is no signed number of 32 bits");
+  EXPECT_EQ(rangeErrorOf<S32>("2147483648"), "2147483648 is no signed number of 32 bits");
 }
 
 TEST(Strep, BoolsAreTrueAndFalse) {
   expectRoundTrip(true, "True");
   expectRoundTrip(false, "False");
   for (char const* text : {"", "true", "1", "Tru", "'True'"}) {
-    EXPECT_EQ(refusalOf<bool>(text), "needed True or False at column 0") << text;
+    EXPECT_EQ(rangeErrorOf<bool>(text), "needed True or False at column 0") << text;
   }
 }
 
@@ -151,17 +151,17 @@ TEST(Strep, DoublesReadBackAsTheSameNumber) {
 }
 
 TEST(Strep, WhatIsNoDoubleIsRefused) {
-  EXPECT_EQ(refusalOf<double>(""), "needed a number at column 0");
-  EXPECT_EQ(refusalOf<double>("x"), "needed a number at column 0");
-  EXPECT_EQ(refusalOf<double>("1e999"), "number beyond 64 bits at column 0");
+  EXPECT_EQ(rangeErrorOf<double>(""), "needed a number at column 0");
+  EXPECT_EQ(rangeErrorOf<double>("x"), "needed a number at column 0");
+  EXPECT_EQ(rangeErrorOf<double>("1e999"), "number beyond 64 bits at column 0");
 }
 
 TEST(StrepToValue, WhatFollowsTheValueIsJunkAtItsColumn) {
-  EXPECT_EQ(refusalOf<U32>("12x"), "junk at column 2 deserializing 12x");
-  EXPECT_EQ(refusalOf<U32>("12 "), "junk at column 2 deserializing 12 ");
-  EXPECT_EQ(refusalOf<String8>("'a''b'"), "junk at column 3 deserializing 'a''b'");
-  EXPECT_EQ(refusalOf<bool>("True!"), "junk at column 4 deserializing True!");
-  EXPECT_EQ(refusalOf<double>("1.5e"), "junk at column 3 deserializing 1.5e");
+  EXPECT_EQ(rangeErrorOf<U32>("12x"), "junk at column 2 deserializing 12x");
+  EXPECT_EQ(rangeErrorOf<U32>("12 "), "junk at column 2 deserializing 12 ");
+  EXPECT_EQ(rangeErrorOf<String8>("'a''b'"), "junk at column 3 deserializing 'a''b'");
+  EXPECT_EQ(rangeErrorOf<bool>("True!"), "junk at column 4 deserializing True!");
+  EXPECT_EQ(rangeErrorOf<double>("1.5e"), "junk at column 3 deserializing 1.5e");
 }
 
 TEST(RethrowFromDeserializeAttr, NamesTheAttributeBeforeTheFormerText) {
@@ -172,7 +172,7 @@ TEST(RethrowFromDeserializeAttr, NamesTheAttributeBeforeTheFormerText) {
       Zet::rethrowFromDeserializeAttr("priority");
     }
   };
-  EXPECT_EQ(refusal(rethrow), "attribute 'priority': too much");
+  EXPECT_EQ(rangeError(rethrow), "attribute 'priority': too much");
 }
 
 TEST(RethrowFromDeserializeAttr, LetsOtherExceptionsPass) {
@@ -254,29 +254,29 @@ TEST(ReadStructured, EachMissingTokenIsNamed) {
       {"Value('Some::Room::Pair', ** {'a': 1,", "needed a string in single quotes at column 37"},
       {"Value('Some::Room::Pair', ** {}", "needed \") \" at column 31"},
   };
-  for (Case const& c : cases) EXPECT_EQ(refusalOf<Pair>(c.text), c.refusal) << c.text;
+  for (Case const& c : cases) EXPECT_EQ(rangeErrorOf<Pair>(c.text), c.refusal) << c.text;
 }
 
 TEST(ReadStructured, AnEndWithinTheAttributesIsPremature) {
   for (char const* text : {"Value('Some::Room::Pair', ** {", "Value('Some::Room::Pair', ** {  ",
                            "Value('Some::Room::Pair', ** {'a': 1", "Value('Some::Room::Pair', ** {'a': 1 "}) {
-    EXPECT_EQ(refusalOf<Pair>(text), "premature end of value type Pair") << text;
+    EXPECT_EQ(rangeErrorOf<Pair>(text), "premature end of value type Pair") << text;
   }
 }
 
 TEST(ReadStructured, AnUnknownAttributeIsNamed) {
-  EXPECT_EQ(refusalOf<Pair>("Value('Some::Room::Pair', ** {'a': 1, 'c': 2})"),
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {'a': 1, 'c': 2})"),
             "Pair has no such attribute: c");
-  EXPECT_EQ(refusalOf<Pair>("Value('Some::Room::Pair', ** {'c' 2})"), "needed \" : \" at column 34");
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {'c' 2})"), "needed \" : \" at column 34");
 }
 
 TEST(ReadStructured, AFaultInAValueNamesItsAttribute) {
-  EXPECT_EQ(refusalOf<Pair>("Value('Some::Room::Pair', ** {'b': 5})"),
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {'b': 5})"),
             "attribute 'b': needed a string in single quotes at column 35");
 }
 
 TEST(ReadStructured, WhatFollowsTheValueIsJunk) {
-  EXPECT_EQ(refusalOf<Pair>("Value('Some::Room::Pair', ** {}) x"),
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {}) x"),
             "junk at column 33 deserializing Value('Some::Room::Pair', ** {}) x");
 }
 
@@ -284,7 +284,7 @@ TEST(ReadStructured, ATypeNameWithoutNamespaceStandsForItself) {
   String8 text("Value('Pair', ** {");
   StrepPos cur = text.begin();
   auto none = [](String8 const&, StrepPos&, StrepPos) { return false; };
-  EXPECT_EQ(refusal([&] { Zet::readStructured(cur, text.end(), "Pair", none); }),
+  EXPECT_EQ(rangeError([&] { Zet::readStructured(cur, text.end(), "Pair", none); }),
             "premature end of value type Pair");
 }
 

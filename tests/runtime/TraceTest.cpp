@@ -3,13 +3,13 @@
 #include <sstream>
 #include <string>
 
-#include "tests/support/Refusal.h"
+#include "tests/support/RangeError.h"
 #include "tests/support/TestContext.h"
 
 namespace test {
 namespace {
 
-using testing_support::refusal;
+using testing_support::rangeError;
 using Zet::TraceHandle;
 
 /// A source whose handle is off, and operands that tell whether they were evaluated.
@@ -73,7 +73,8 @@ TEST_F(Trace, WantsALevelWhenBothTheMasterAndTheLevelAreOn) {
 
 TEST_F(Trace, HasTenLevels) {
   for (int n : {-1, 10, 32}) {
-    EXPECT_EQ(refusal([&] { handle().levelIs(n, true); }), "TraceHandle::level < 0 or > 9 not allowed") << n;
+    EXPECT_EQ(rangeError([&] { handle().levelIs(n, true); }), "TraceHandle::level < 0 or > 9 not allowed")
+        << n;
   }
   handle().enabledIs(true);
   for (int n : {0, 9}) {

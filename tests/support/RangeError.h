@@ -10,7 +10,7 @@ namespace testing_support {
 
 /// The text of the RangeException that `action` raises.
 template <class Action>
-std::string refusal(Action action) {
+std::string rangeError(Action action) {
   try {
     action();
   } catch (Zet::RangeException const& e) {
@@ -21,8 +21,8 @@ std::string refusal(Action action) {
 
 /// The text of the RangeException that reading a T from `text` raises.
 template <class T>
-std::string refusalOf(Zet::String8 const& text) {
-  return refusal([&] { Zet::strepToValue<T>(text); });
+std::string rangeErrorOf(Zet::String8 const& text) {
+  return rangeError([&] { Zet::strepToValue<T>(text); });
 }
 
 /// What streaming writes.
