@@ -81,7 +81,7 @@ TEST_F(RootRpCandidate, ARemovedCandidateWithoutABsrWithdrawsNowhere) {
 }
 
 TEST_F(RootRpCandidate, AChangedPriorityLeavesTheOldMachineStandingAndSilent) {
-  context.chances.assign(100, 0);
+  context.randoms.assign(100, 0);
   engine.addCrp(us);
   engine.addRange(us, "239.1.0.0/16", 10);
   engine.runTo(1);

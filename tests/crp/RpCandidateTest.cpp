@@ -17,9 +17,9 @@ std::string const skipping =
 class RpCandidate : public CrpTest {
  protected:
   /// Draws these delays next, then 0 for ever.
-  void delays(std::vector<int> const& chances) {
-    context.chances.assign(chances.begin(), chances.end());
-    context.chances.resize(1000);
+  void delays(std::vector<int> const& randoms) {
+    context.randoms.assign(randoms.begin(), randoms.end());
+    context.randoms.resize(1000);
   }
   /// Makes us a candidate RP for these ranges at priority 10; the first advertisement leaves at once.
   void addUs(std::vector<std::string> const& ranges, Zet::U32 interval = 60) {
@@ -36,15 +36,15 @@ class RpCandidate : public CrpTest {
 // Rhythm ----------------------------------------------------------------------------------------------
 
 TEST_F(RpCandidate, StartsWithinTwoSecondsByChanceModulo3) {
-  int const chances[] = {0, 1, 2, 3, 32767, 32768};
+  int const randoms[] = {0, 1, 2, 3, 32767, 32768};
   for (int i = 0; i < 6; ++i) {
-    context.chances = {chances[i]};
+    context.randoms = {randoms[i]};
     std::string address = "203.0.113." + std::to_string(10 + i);
     engine.addCrp(address);
     engine.addRange(address, globalZone, 7);
     auto machine = engine.advertiser(address, 7);
     ASSERT_TRUE(machine);
-    EXPECT_EQ(machine->remainingCrpAdvTime(), chances[i] % 3);
+    EXPECT_EQ(machine->remainingCrpAdvTime(), randoms[i] % 3);
     EXPECT_EQ(machine->crpAdvBackoffCount(), 0);
     EXPECT_TRUE(machine->initialized());
     EXPECT_EQ(context.tracedAs("Instantiated CRP SM " + address + " with priority 7"),

@@ -42,12 +42,12 @@ class HelloTest : public ModelTest {
   Zet::Ptr<Routing::Pim::Intf> eth0 = pim->pimIntfIs(intf("eth0"));
   Zet::Ptr<LinkNeighbors> neighbors = Zet::make<LinkNeighbors>(eth0);
   /// Chance for the machine below: the halves of its generation, then no delay.
-  bool prepared = (context.chances = {7, 7, 0}, true);
+  bool prepared = (context.randoms = {7, 7, 0}, true);
   HelloSm hello{neighbors, wheel, port, {}};
 };
 
 TEST_F(HelloTest, FirstHelloLeavesWithinTheTriggeredDelayAndThenEveryPeriod) {
-  context.chances = {0, 0, RAND_MAX};
+  context.randoms = {0, 0, RAND_MAX};
   HelloSm late(neighbors, wheel, port, {});
   EXPECT_GT(late.nextHello(), start + 4.9);
   EXPECT_LE(late.nextHello(), start + 5.0);
@@ -69,7 +69,7 @@ TEST_F(HelloTest, HelloTellsHoldtimePriorityAndGenerationFromThePrimaryAddress) 
 TEST_F(HelloTest, NewNeighborIsGreetedByATriggeredHelloWhichRaisesTheCount) {
   runTo(10);
   EXPECT_EQ(eth0->triggeredHelloCount(), 0u);
-  context.chances = {RAND_MAX / 5};
+  context.randoms = {RAND_MAX / 5};
   hello.receive(from("192.0.2.1"));
   EXPECT_NEAR(hello.nextHello(), start + 11, 0.01);
   runTo(12);
@@ -92,7 +92,7 @@ TEST_F(HelloTest, KnownNeighborTriggersNothingButANewGenerationDoes) {
 
 TEST_F(HelloTest, OneTriggeredHelloAnswersAllNewGenerationsBeforeIt) {
   runTo(10);
-  context.chances.assign(1000, RAND_MAX / 5);
+  context.randoms.assign(1000, RAND_MAX / 5);
   for (Zet::U32 generation = 1; generation <= 1000; ++generation) {
     hello.receive(from("192.0.2.1", generation));
     context.nowIs(context.now() + 0.0001);
@@ -104,7 +104,7 @@ TEST_F(HelloTest, OneTriggeredHelloAnswersAllNewGenerationsBeforeIt) {
 
 TEST_F(HelloTest, TriggeredHelloPostponesNoneThatIsDueBefore) {
   runTo(29);
-  context.chances = {RAND_MAX};
+  context.randoms = {RAND_MAX};
   hello.receive(from("192.0.2.1"));
   EXPECT_EQ(hello.nextHello(), start + 30);
   runTo(30);

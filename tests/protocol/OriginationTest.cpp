@@ -45,7 +45,7 @@ TEST_F(Origination, HeaderCarriesTheCandidacyCutToBytes) {
 
 TEST_F(Origination, TagIsTheLowerHalfOfEachDraw) {
   configure();
-  context.chances = {0x12345678, 0x10000, 0xffff};
+  context.randoms = {0x12345678, 0x10000, 0xffff};
   for (unsigned tag : {0x5678u, 0u, 0xffffu}) {
     originate();
     EXPECT_EQ(machine()->lastBsm()->fragmentTag(), tag);

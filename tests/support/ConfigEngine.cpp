@@ -83,7 +83,7 @@ Ptr<Bsr::IntfConfig> ConfigEngine::border(std::string const& intfName) {
   return config->intfConfigIs(intfName.c_str());
 }
 
-// What stands in Status -------------------------------------------------------------------------------
+// Content of Status -----------------------------------------------------------------------------------
 
 static std::string joined(Texts texts, char const* separator) {
   std::sort(texts.begin(), texts.end());

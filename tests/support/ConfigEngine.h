@@ -11,13 +11,13 @@ namespace test {
 
 namespace Bsr = Routing::Pim::Bsr;
 
-/// What an operator writes and what comes of it in Status: the entities that a host makes, and the machine
+/// What an operator writes and its effect in Status: the entities that a host makes, and the machine
 /// between them. It must live inside a context.
 class ConfigEngine {
  public:
   ConfigEngine();
 
-  /// Makes the machine over Status as it stands.
+  /// Makes the machine over Status as it is.
   void start();
   /// Releases it, as a host does before it makes it anew.
   void stop() { machine = nullptr; }

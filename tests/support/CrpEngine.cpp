@@ -12,16 +12,16 @@ using Routing::Pim::Packet::CrpGroupData;
 using Routing::Pim::Packet::GroupFlags;
 using Zet::Ptr;
 
-Ptr<CrpAdvMessage> make(Adv const& told) {
+Ptr<CrpAdvMessage> make(Adv const& given) {
   auto message = Zet::make<CrpAdvMessage>();
-  message->srcAddrIs(addr(told.source));
-  message->dstAddrIs(addr(told.bsr));
-  message->prefixCountIs(static_cast<Zet::U8>(told.groups.size()));
-  message->priorityIs(told.priority);
-  message->holdtimeIs(told.holdtime);
-  message->rpAddressIs(addr(told.rp));
+  message->srcAddrIs(addr(given.source));
+  message->dstAddrIs(addr(given.bsr));
+  message->prefixCountIs(static_cast<Zet::U8>(given.groups.size()));
+  message->priorityIs(given.priority);
+  message->holdtimeIs(given.holdtime);
+  message->rpAddressIs(addr(given.rp));
   auto groups = Zet::make<CrpGroupData>();
-  for (Range const& range : told.groups) {
+  for (Range const& range : given.groups) {
     groups->groupInfoIs(prefix(range.prefix))->groupFlagsIs(GroupFlags(range.flags));
   }
   message->groupDataIs(groups);
@@ -60,8 +60,8 @@ void CrpEngine::receive(Ptr<CrpAdvMessage> const& message) {
   crpMsgInfo->countInc(1);
 }
 
-Ptr<CrpAdvMessage> CrpEngine::receive(Adv const& told) {
-  Ptr<CrpAdvMessage> message = make(told);
+Ptr<CrpAdvMessage> CrpEngine::receive(Adv const& given) {
+  Ptr<CrpAdvMessage> message = make(given);
   receive(message);
   return message;
 }

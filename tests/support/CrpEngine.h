@@ -25,9 +25,9 @@ struct Adv {
   std::string source = "203.0.113.1";
 };
 
-Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage> make(Adv const& told);
+Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage> make(Adv const& given);
 
-/// One line that shows an advertisement whole, its ranges sorted; "+1" behind a range is its flags.
+/// One line that shows an advertisement whole, its ranges sorted; "+1" after a range is its flags.
 std::string show(Routing::Pim::Packet::CrpAdvMessage const& message);
 
 /// An engine with the gate of advertisements, which openGate() makes; start() is left to the test too.
@@ -40,7 +40,7 @@ class CrpEngine : public Engine {
   void addRoute(std::string const& range, Slosh::Fib::RouteType type);
   /// Hands an advertisement to the gate as the I/O manager does.
   void receive(Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage> const& message);
-  Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage> receive(Adv const& told);
+  Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage> receive(Adv const& given);
 
   /// Makes this router the elected BSR of a zone at once; its next message is due after `period`.
   Zet::Ptr<Bsr::BsrCandidateSm> electUs(std::string const& zone, std::string const& address = "10.0.0.1",

@@ -71,9 +71,9 @@ void Engine::addBorder(std::string const& zone, std::string const& intfName, boo
   status->bsBorderIs(prefix(zone))->intfIdIs(intf(intfName), value);
 }
 
-Ptr<BootstrapMessage> Engine::receive(Bsm const& told, std::string const& intfName) {
-  rpf->neighbors.try_emplace(addr(told.bsr), addr(told.source));
-  Ptr<BootstrapMessage> message = make(told);
+Ptr<BootstrapMessage> Engine::receive(Bsm const& given, std::string const& intfName) {
+  rpf->neighbors.try_emplace(addr(given.bsr), addr(given.source));
+  Ptr<BootstrapMessage> message = make(given);
   receive(message, intfName);
   return message;
 }

@@ -23,7 +23,7 @@ namespace test {
 
 namespace Bsr = Routing::Pim::Bsr;
 
-/// RPF neighbours from a table.
+/// RPF neighbors from a table.
 class RpfTable : public Routing::Pim::PimRpfTable {
  public:
   Routing::Pim::RpfLookupResult doLookup(Lanet::IpGenAddr const& address, Lanet::IpGenAddr const&) override;
@@ -39,7 +39,7 @@ struct Sent {
   std::string text;  ///< show() of a Bootstrap Message; empty for another kind
 };
 
-/// Takes what the machines send, and counts it as sent unless told to fail.
+/// Takes what the machines send, and counts it as sent unless it is set to fail.
 class Outbox : public Routing::Pim::IO::MessageInfo::Notifiee {
  public:
   explicit Outbox(Zet::Ptr<Routing::Pim::IO::PamCounter> counter) : counter_(std::move(counter)) {}
@@ -53,7 +53,7 @@ class Outbox : public Routing::Pim::IO::MessageInfo::Notifiee {
 };
 
 /// One router's engine in the hand of a test: the entities that a host makes, the gate of Bootstrap Messages
-/// and the root machine, with the clock, the network and the neighbours driven by hand. It must live inside a
+/// and the root machine, with the clock, the network and the neighbors driven by hand. It must live inside a
 /// context.
 class Engine {
  public:
@@ -68,13 +68,13 @@ class Engine {
   /// Releases the machines, as a host does before it makes them anew over the same Status.
   void stop();
 
-  /// An interface that speaks PIM, with so many neighbours.
+  /// An interface that speaks PIM, with so many neighbors.
   Zet::Ptr<Routing::Pim::Intf> addIntf(std::string const& name, int neighbors = 1, Zet::U32 mtu = 1500);
   void addBorder(std::string const& zone, std::string const& intfName, bool value = true);
 
-  /// Hands a message to the gate as the I/O manager does. The RPF neighbour towards its BSR becomes its
+  /// Hands a message to the gate as the I/O manager does. The RPF neighbor towards its BSR becomes its
   /// source unless the table knows one.
-  Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> receive(Bsm const& told,
+  Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> receive(Bsm const& given,
                                                            std::string const& intfName = "eth0");
   void receive(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message,
                std::string const& intfName = "eth0");

@@ -10,8 +10,8 @@
 
 namespace test {
 
-/// What listens where an agent would, in a thread of its own, and answers as it is told: one client after the
-/// other, each with one request.
+/// Listens where an agent would, in a thread of its own, and gives the answers that the test sets: one client
+/// after the other, each with one request.
 class FakeAgent {
  public:
   /// Gets the request without its newline; what it returns is sent as it is, and ends the connection.

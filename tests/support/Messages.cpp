@@ -16,13 +16,13 @@ Lanet::IpGenPrefix prefix(std::string const& text) { return Lanet::IpGenPrefix::
 
 Lanet::IntfId intf(std::string const& name) { return Lanet::IntfId(name.c_str()); }
 
-static Ptr<BootstrapGroupData> make(Group const& told) {
-  auto group = Zet::make<BootstrapGroupData>(prefix(told.prefix));
-  int held = static_cast<int>(told.rps.size());
-  group->groupFlagsIs(GroupFlags(told.flags));
-  group->rpCountIs(static_cast<Zet::U8>(told.rpCount < 0 ? held : told.rpCount));
-  group->fragRpCountIs(static_cast<Zet::U8>(told.fragRpCount < 0 ? held : told.fragRpCount));
-  for (Rp const& rp : told.rps) {
+static Ptr<BootstrapGroupData> make(Group const& given) {
+  auto group = Zet::make<BootstrapGroupData>(prefix(given.prefix));
+  int held = static_cast<int>(given.rps.size());
+  group->groupFlagsIs(GroupFlags(given.flags));
+  group->rpCountIs(static_cast<Zet::U8>(given.rpCount < 0 ? held : given.rpCount));
+  group->fragRpCountIs(static_cast<Zet::U8>(given.fragRpCount < 0 ? held : given.fragRpCount));
+  for (Rp const& rp : given.rps) {
     auto record = group->rpListIs(addr(rp.address));
     record->rpHoldtimeIs(rp.holdtime);
     record->rpPriorityIs(rp.priority);
@@ -30,17 +30,17 @@ static Ptr<BootstrapGroupData> make(Group const& told) {
   return group;
 }
 
-Ptr<BootstrapMessage> make(Bsm const& told) {
+Ptr<BootstrapMessage> make(Bsm const& given) {
   auto message = Zet::make<BootstrapMessage>();
-  message->srcAddrIs(addr(told.source));
-  message->dstAddrIs(addr(told.destination));
-  message->forwardIs(told.forward);
-  message->fragmentTagIs(told.tag);
-  message->hashMaskLenIs(told.hashMaskLen);
-  message->bsrPriorityIs(told.priority);
-  message->bsrAddressIs(addr(told.bsr));
+  message->srcAddrIs(addr(given.source));
+  message->dstAddrIs(addr(given.destination));
+  message->forwardIs(given.forward);
+  message->fragmentTagIs(given.tag);
+  message->hashMaskLenIs(given.hashMaskLen);
+  message->bsrPriorityIs(given.priority);
+  message->bsrAddressIs(addr(given.bsr));
   auto groups = Zet::make<BootstrapOptionalData>();
-  for (Group const& group : told.groups) groups->groupDataEnq(make(group));
+  for (Group const& group : given.groups) groups->groupDataEnq(make(group));
   message->groupRpDataIs(groups);
   return message;
 }

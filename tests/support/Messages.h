@@ -40,7 +40,7 @@ struct Bsm {
   std::string destination = "224.0.0.13";
 };
 
-Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> make(Bsm const& told);
+Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> make(Bsm const& given);
 
 /// One line that shows a message whole, with records in walk order: what a test of outgoing messages
 /// compares.

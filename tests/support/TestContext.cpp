@@ -16,10 +16,10 @@ TestContext::TestContext() { enableTraces(true); }
 TestContext::~TestContext() { enableTraces(false); }
 
 int TestContext::rand() {
-  if (chances.empty()) return ++next_;
-  int chance = chances.front();
-  chances.pop_front();
-  return chance;
+  if (randoms.empty()) return ++next_;
+  int random = randoms.front();
+  randoms.pop_front();
+  return random;
 }
 
 int TestContext::traced(std::string const& text) const {

@@ -10,7 +10,7 @@
 
 namespace test {
 
-/// A context driven by hand: it records what is traced and logged, and draws chance from a list.
+/// A context driven by hand: it records what is traced and logged, and draws random numbers from a list.
 class TestContext : public Zet::Context {
  public:
   /// Enables every trace handle made so far, at all levels but function entries.
@@ -35,7 +35,7 @@ class TestContext : public Zet::Context {
   std::vector<std::string> logs;
   std::vector<unsigned> seeds;
   /// What rand() gives next; 1, 2, 3 ... once the list is used up.
-  std::deque<int> chances;
+  std::deque<int> randoms;
 
  private:
   int next_ = 0;

@@ -11,8 +11,8 @@
 
 namespace test {
 
-/// Watchers that tell each change by the name of what changed, so that a test sees the order of the writes
-/// and what stood at each of them.
+/// Watchers that note each change by the name of what changed, so that a test sees the order of the writes
+/// and the state at each of them.
 using Note = std::function<void(std::string const&)>;
 
 class FollowerWatch : public Routing::Pim::Bsr::BsrNonCandidateSm::NotifieeConst {
