@@ -8,8 +8,8 @@
 #include "tests/support/Engine.h"
 #include "tests/support/RangeError.h"
 
-/// Each kind of accessor that a declaration makes, on classes of the model. What Status alone tells is in its
-/// own test.
+/// Each kind of accessor that a declaration makes, on classes of the model. What Status alone notifies has
+/// a test of its own.
 namespace test {
 namespace {
 
@@ -49,7 +49,7 @@ TEST_F(Accessor, AConstantIsReadWithoutAnObject) {
   static_assert(!UnknownPriorityIsWritten<Bsr::ElectedBsrStatus>);
 }
 
-TEST_F(Accessor, AKeyedEntityTellsItsKeyAndIsNamedByIt) {
+TEST_F(Accessor, AKeyedEntityReportsItsKeyAndIsNamedByIt) {
   auto candidate = status->cbsrIs(zone);
   EXPECT_EQ(candidate->fwkKey(), zone);
   EXPECT_EQ(candidate->zone(), zone);
@@ -64,7 +64,7 @@ TEST_F(Accessor, AnEntityCarriesIsNondestructing) {
 
 // Plain values, counters, pointers --------------------------------------------------------------------
 
-TEST_F(Accessor, ACounterAddsAndTellsOfEachRise) {
+TEST_F(Accessor, ACounterAddsAndNotifiesEachRise) {
   class Watch : public PimBsrCounters::NotifieeConst {
    public:
     void onRx() override { heard.push_back(notifier()->rx()); }
@@ -81,7 +81,7 @@ TEST_F(Accessor, ACounterAddsAndTellsOfEachRise) {
   EXPECT_EQ(watch->heard, (std::vector<U32>{1, 5, 2}));
 }
 
-TEST_F(Accessor, APointerIsSetByValueAndTellsOfAnotherObjectOnly) {
+TEST_F(Accessor, APointerIsSetByValueAndNotifiesAnotherObjectOnly) {
   class Watch : public MessageInfo::NotifieeConst {
    public:
     void onMessage() override { ++heard; }
@@ -108,7 +108,7 @@ TEST_F(Accessor, APointerIsSetByValueAndTellsOfAnotherObjectOnly) {
 
 // Owned objects ---------------------------------------------------------------------------------------
 
-TEST_F(Accessor, ASingleObjectIsMadeOnceOwnedAndTold) {
+TEST_F(Accessor, ASingleObjectIsMadeOnceOwnedAndNotified) {
   class Watch : public Bsr::Status::NotifieeConst {
    public:
     void onCounters() override { heard += notifier()->counters() ? "made " : "gone "; }
@@ -129,7 +129,7 @@ TEST_F(Accessor, ASingleObjectIsMadeOnceOwnedAndTold) {
   EXPECT_EQ(watch->heard, "made gone ");
 }
 
-TEST_F(Accessor, AMemberIsMadeByItsKeyOnceAndNewTellsNobody) {
+TEST_F(Accessor, AMemberIsMadeByItsKeyOnceAndNewNotifiesNone) {
   class Watch : public Bsr::Status::NotifieeConst {
    public:
     void onCbsr(Lanet::IpGenPrefix const& key) override { heard.push_back(key); }
@@ -182,7 +182,7 @@ TEST_F(Accessor, AValueCollectionIsWalkedInTheOrderOfItsKeysFromTheStartOrFromAK
   EXPECT_EQ(status->crpPermitIterator(walked[1]).key(), walked[1]);
 }
 
-TEST_F(Accessor, NewOfAValueLinksItAndTellsNobody) {
+TEST_F(Accessor, NewOfAValueLinksItAndNotifiesNone) {
   class Watch : public Bsr::Status::NotifieeConst {
    public:
     void onCrpPermit(Lanet::IpGenPrefix const&) override { ++heard; }
@@ -228,7 +228,7 @@ TEST_F(Accessor, AQueueKeepsTheOrderOfEnqueuing) {
   EXPECT_EQ(data->groupDataFirst()->prefix(), prefix("239.0.0.0/8"));
 }
 
-TEST_F(Accessor, AnArrayIsIndexedFromZeroAndNullWhereNothingStands) {
+TEST_F(Accessor, AnArrayIsIndexedFromZeroAndNullWhereItIsEmpty) {
   auto fragments = Zet::make<Bsr::PimBsrTxFragments>(1500u);
   auto third = Zet::make<Bsr::PimBsrTxFragment>();
   fragments->fragmentIs(2, third);
@@ -242,13 +242,13 @@ TEST_F(Accessor, AnArrayIsIndexedFromZeroAndNullWhereNothingStands) {
 
 // Constructor arguments -------------------------------------------------------------------------------
 
-TEST_F(Accessor, ANullConstructorArgumentIsRefused) {
+TEST_F(Accessor, ANullConstructorArgumentIsRejected) {
   auto wheel = Zet::make<Kiv::TimerWheel>();
   EXPECT_EQ(rangeError([&] { Bsr::bsrNonCandidateSmFactory(zone, nullptr, wheel, wheel, nullptr); }),
             "null ValidPtr");
 }
 
-TEST_F(Accessor, AMemberMadeWithAnotherArgumentIsRefused) {
+TEST_F(Accessor, AMemberMadeWithAnotherArgumentIsRejected) {
   Engine engine;
   auto other = Zet::make<Kiv::TimerWheel>();
   auto made = engine.root->nonCandidateSmIs(zone, engine.status, engine.wheel, engine.wheel);

@@ -25,7 +25,7 @@ class Watch : public Status::NotifieeConst {
   void onCbsrZetImmediate() override { heard += "cbsr "; }
   void onCounters() override { heard += "counters "; }
   void onNotificationException(Zet::AttributeId id) override {
-    heard += "refused" + std::to_string(id) + " ";
+    heard += "rejected" + std::to_string(id) + " ";
   }
 
   std::string heard;
@@ -85,7 +85,7 @@ TEST_F(Activity, ACollectionIsServedByItsKeylessForm) {
   EXPECT_EQ(served(), "cbsr ");
 }
 
-TEST_F(Activity, MinusOneStandsForAllAttributes) {
+TEST_F(Activity, MinusOneMeansAllAttributes) {
   EXPECT_EQ(Zet::allAttributes, -1);
   watch->redispatch(sm.ptr(), Zet::allAttributes);
   EXPECT_EQ(served(), "af bsTimeout szTimeout cbsr counters ");
@@ -108,7 +108,7 @@ TEST_F(Activity, AReactorIsServedOnceHoweverOftenItWasPutInLine) {
   EXPECT_EQ(watch->heard, "af ");
 }
 
-TEST_F(Activity, ServesInOrderOfArrivalAndNotWhatComesMeanwhile) {
+TEST_F(Activity, ServesInOrderOfTheQueueAndNotWhatIsEnqueuedMeanwhile) {
   std::string order;
   Ptr<Watch> other = Zet::make<Watch>();
   other->action = [&] { order += "other "; };

@@ -58,7 +58,7 @@ TEST(LinkQueue, AppendsUnderRisingKeysAndCountsItsMembers) {
   EXPECT_EQ(a->references(), 1u);
 }
 
-TEST(LinkQueue, StandsInTheOrderOfTheKeys) {
+TEST(LinkQueue, IsInTheOrderOfTheKeys) {
   Queue queue;
   queue.memberIs(30, letter('c'));
   queue.memberIs(10, letter('a'));
@@ -81,14 +81,14 @@ TEST(LinkQueue, AKeyHoldsOneMember) {
   EXPECT_TRUE(queue.empty());
 }
 
-TEST(LinkQueue, RefusesNull) {
+TEST(LinkQueue, RejectsNull) {
   Queue queue;
   EXPECT_EQ(rangeError([&] { queue.enq(Ptr<Letter>()); }), "null ValidPtr");
   EXPECT_EQ(rangeError([&] { queue.memberIs(1, Ptr<Letter>()); }), "null ValidPtr");
   EXPECT_TRUE(queue.empty());
 }
 
-TEST(LinkQueue, AWalkGoesOnBehindAMemberThatIsRemovedUnderIt) {
+TEST(LinkQueue, AWalkGoesOnAfterAMemberThatIsRemovedUnderIt) {
   Queue queue;
   for (char name : std::string("abcd")) queue.enq(letter(name));
   std::string seen;
@@ -106,7 +106,7 @@ TEST(LinkQueue, AWalkGoesOnBehindAMemberThatIsRemovedUnderIt) {
   EXPECT_EQ(names(queue), "cde");
 }
 
-TEST(LinkQueue, AWalkEndsBehindTheHighestKey) {
+TEST(LinkQueue, AWalkEndsAfterTheHighestKey) {
   Queue queue;
   queue.memberIs(~U32{0}, letter('z'));
   EXPECT_EQ(names(queue), "z");

@@ -54,7 +54,7 @@ TEST(Context, EachThreadHasAPlainOneOfItsOwn) {
   EXPECT_EQ(time, 1e9);
 }
 
-TEST(Context, ChanceIsTheSequenceOfTheLibraryBySeed) {
+TEST(Context, RandomNumbersAreTheSequenceOfTheLibraryBySeed) {
   Context context;
   context.srand(7);
   int first = context.rand();

@@ -32,7 +32,7 @@ TEST(Exceptions, OfTheModelCarryTheTextAsItIs) {
   EXPECT_EQ(raised<Zet::NameInUseException>([] { Zet::throwNameInUseException("taken"); }), "taken");
 }
 
-TEST(Exceptions, OfReflectionNameWhatWasRefused) {
+TEST(Exceptions, OfReflectionNameWhatWasRejected) {
   EXPECT_EQ(raised<Zet::TypeException>([] { Zet::throwTypeException("A::B"); }),
             "not an object of type A::B");
   EXPECT_EQ(raised<Zet::UnknownArgException>([] { Zet::throwUnknownArgException("x"); }),
@@ -64,7 +64,7 @@ TEST(Exceptions, TheMutatorOfNestedReactorsEndsItsTextWithAStrayQuote) {
             "null _pimIntf parameter to mutator for Routing::Pim::Bsr::PimBsrSm::pimIntf not allowed\"");
 }
 
-TEST(Exceptions, ReinstantiatingTellsTheAttributeAndTheValueThatTheMemberWasMadeWith) {
+TEST(Exceptions, ReinstantiatingReportsTheAttributeAndTheValueThatTheMemberWasMadeWith) {
   EXPECT_EQ(raised<Zet::NameInUseException>([] { Zet::checkSameArgument("bsTimer", 4, 5); }),
             "Reinstantiating the pointer interface where constructor parameter attribute _bsTimer has a "
             "different value of 4");

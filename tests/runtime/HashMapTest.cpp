@@ -17,7 +17,7 @@ using Zet::make;
 using Zet::Ptr;
 using Zet::U32;
 
-/// A key whose hash a test chooses, so that members can be put behind one another or into one another's way.
+/// A key whose hash a test chooses, so that members can be put after one another or into one another's way.
 struct Place {
   U32 hash;
   int id;
@@ -171,7 +171,7 @@ TEST(HashMapOrder, IsThatOfTheKeysAmongEqualHashes) {
   EXPECT_EQ(ids(map), (std::vector<int>{7, 1, 2, 3, 0}));
 }
 
-TEST(HashMapOrder, StringsStandByTheirReversedHash) {
+TEST(HashMapOrder, StringsAreOrderedByTheirReversedHash) {
   Map<Zet::String8> map;
   std::vector<Zet::String8> keys{"alpha", "beta", "gamma", "delta", ""};
   for (auto const& key : keys) add(map, key);
@@ -184,15 +184,15 @@ TEST(HashMapOrder, StringsStandByTheirReversedHash) {
 TEST(HashMapOrder, FollowsFromTheKeysAloneWhateverTheOrderOfInsertion) {
   std::vector<U32> keys = numbers(300);
   std::vector<U32> const wanted = inOrder(keys);
-  std::mt19937 chance(1);
+  std::mt19937 random(1);
   for (int round = 0; round < 20; ++round) {
-    std::shuffle(keys.begin(), keys.end(), chance);
+    std::shuffle(keys.begin(), keys.end(), random);
     Numbers map;
     ASSERT_EQ(walk(filled(map, keys)), wanted) << round;
   }
 }
 
-TEST(HashMapOrder, StandsAtEverySizeAsTheTableGrowsAndShrinks) {
+TEST(HashMapOrder, HoldsAtEverySizeAsTheTableGrowsAndShrinks) {
   std::vector<U32> const keys = numbers(600);
   std::vector<U32> held;
   Numbers map;
@@ -209,7 +209,7 @@ TEST(HashMapOrder, StandsAtEverySizeAsTheTableGrowsAndShrinks) {
   EXPECT_TRUE(map.empty());
 }
 
-TEST(HashMapOrder, StandsWhereAllHashesAreEqualAsTheTableGrowsAndShrinks) {
+TEST(HashMapOrder, HoldsWhereAllHashesAreEqualAsTheTableGrowsAndShrinks) {
   Map<Place> map;
   std::vector<int> wanted;
   for (int i = 0; i < 100; ++i) {
@@ -224,7 +224,7 @@ TEST(HashMapOrder, StandsWhereAllHashesAreEqualAsTheTableGrowsAndShrinks) {
 
 // Bookmarks -------------------------------------------------------------------------------------------
 
-/// Walks five members and does something to the map while it stands on the third.
+/// Walks five members and changes the map while it is at the third.
 template <class Action>
 std::vector<int> walkWith(Map<Place>& map, Action action) {
   for (int i = 0; i < 5; ++i) add(map, Place{static_cast<U32>(i) << 29, i});
@@ -238,7 +238,7 @@ std::vector<int> walkWith(Map<Place>& map, Action action) {
 
 Place at(int i) { return {static_cast<U32>(i) << 29, i}; }
 
-TEST(HashMapWalk, GoesOnFromTheNextWhenTheOneItStandsOnIsDeleted) {
+TEST(HashMapWalk, GoesOnFromTheNextWhenThePresentOneIsDeleted) {
   Map<Place> map;
   EXPECT_EQ(walkWith(map, [&] { map.remove(at(2)); }), (std::vector<int>{0, 1, 2, 3, 4}));
   EXPECT_EQ(ids(map), (std::vector<int>{0, 1, 3, 4}));
@@ -249,7 +249,7 @@ TEST(HashMapWalk, PassesOverTheNextWhenThatIsDeleted) {
   EXPECT_EQ(walkWith(map, [&] { map.remove(at(3)); }), (std::vector<int>{0, 1, 2, 4}));
 }
 
-TEST(HashMapWalk, GoesOnBehindBothWhenThisAndTheNextAreDeleted) {
+TEST(HashMapWalk, GoesOnAfterBothWhenThisAndTheNextAreDeleted) {
   Map<Place> map;
   auto both = [&] {
     map.remove(at(2));
@@ -272,7 +272,7 @@ TEST(HashMapWalk, DoesNotVisitAgainAKeyThatWasDeletedAndMadeAnew) {
   EXPECT_EQ(walkWith(map, replace), (std::vector<int>{0, 1, 2, 3, 4}));
 }
 
-TEST(HashMapWalk, MeetsWhatIsAddedAheadAndNotWhatIsAddedBehind) {
+TEST(HashMapWalk, VisitsMembersAddedAheadAndNotThoseAddedBefore) {
   Map<Place> map;
   auto insert = [&] {
     add(map, Place{(3u << 29) + 1, 30});
@@ -294,7 +294,7 @@ TEST(HashMapWalk, KeepsItsPlaceAmongEqualHashes) {
   EXPECT_EQ(seen, (std::vector<int>{0, 1, 4, 5}));
 }
 
-TEST(HashMapWalk, VisitsNobodyTwiceWhileTheTableGrowsAndShrinksUnderIt) {
+TEST(HashMapWalk, VisitsNoneTwiceWhileTheTableGrowsAndShrinksUnderIt) {
   Numbers map;
   std::vector<U32> const keys = numbers(64);
   filled(map, keys);
@@ -304,22 +304,22 @@ TEST(HashMapWalk, VisitsNobodyTwiceWhileTheTableGrowsAndShrinksUnderIt) {
   for (auto here = map.iterator(); here; ++here) {
     seen.push_back(here.key());
     U32 const reversed = Zet::bitReverse(here.key());
-    // Behind the walk: hundreds come, so that the table grows, and go again.
-    std::vector<U32> behind;
+    // After the walk: hundreds come, so that the table grows, and go again.
+    std::vector<U32> after;
     for (int i = 0; i < 300; ++i) {
       U32 key = Zet::bitReverse(static_cast<U32>((extra += 7919) % (std::uint64_t{reversed} + 1)));
       if (map.find(key) != nullptr) continue;
       add(map, key);
-      behind.push_back(key);
+      after.push_back(key);
     }
     map.remove(here.key());
-    for (U32 key : behind) map.remove(key);
+    for (U32 key : after) map.remove(key);
   }
   EXPECT_EQ(seen, wanted);
   EXPECT_TRUE(map.empty());
 }
 
-TEST(HashMapWalk, HoldsTheMemberOnWhichItStands) {
+TEST(HashMapWalk, HoldsItsPresentMember) {
   int ended = 0;
   Numbers map;
   map.insert(make<Member<U32>>(1u, &ended));
@@ -332,7 +332,7 @@ TEST(HashMapWalk, HoldsTheMemberOnWhichItStands) {
   EXPECT_FALSE(here);
 }
 
-TEST(HashMapWalk, CanStartAtAKeyOrBehindItsPlace) {
+TEST(HashMapWalk, CanStartAtAKeyOrAfterItsPlace) {
   Map<Place> map;
   for (int i = 0; i < 5; ++i) add(map, at(i));
   EXPECT_EQ(map.iteratorFrom(at(3)).key().id, 3);
@@ -370,14 +370,14 @@ void step(Numbers& map, Model& model, U32 key, bool grow) {
 }
 
 TEST(HashMapProperty, BehavesAsAMapOrderedByTheReversedHash) {
-  std::mt19937 chance(20241);
+  std::mt19937 random(20241);
   Numbers map;
   Model model;
   for (int phase = 0; phase < 12; ++phase) {
     // Phases that mostly insert and phases that mostly remove drive the table through all its sizes.
     std::bernoulli_distribution grow(phase % 2 == 0 ? 0.8 : 0.15);
     for (int i = 0; i < 500; ++i) {
-      step(map, model, chance() % 700, grow(chance));
+      step(map, model, random() % 700, grow(random));
       if (i % 50 == 0) expectSame(map, model);
       if (HasFatalFailure()) return;
     }
@@ -385,18 +385,18 @@ TEST(HashMapProperty, BehavesAsAMapOrderedByTheReversedHash) {
 }
 
 TEST(HashMapProperty, AWalkWithRandomChangesVisitsEachSurvivorOnceInOrder) {
-  std::mt19937 chance(77);
+  std::mt19937 random(77);
   for (int round = 0; round < 200; ++round) {
     Numbers map;
     std::set<U32> there, untouched;
-    for (int i = 0; i < 60; ++i) there.insert(chance() % 500);
+    for (int i = 0; i < 60; ++i) there.insert(random() % 500);
     for (U32 key : there) add(map, key);
     untouched = there;
     std::vector<U32> seen;
     for (auto here = map.iterator(); here; ++here) {
       seen.push_back(here.key());
       for (int i = 0; i < 3; ++i) {
-        U32 key = chance() % 500;
+        U32 key = random() % 500;
         untouched.erase(key);
         if (!map.remove(key)) add(map, key);
       }

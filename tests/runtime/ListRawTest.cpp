@@ -38,7 +38,7 @@ struct Filled {
       list.insert(owners.back().ptr());
     }
   }
-  /// What dropping the owner means to a list that counts nobody.
+  /// What dropping the owner means to a list that counts no entry.
   void drop(int i) {
     list.remove(owners[i].ptr());
     owners[i] = nullptr;
@@ -68,14 +68,14 @@ TEST(ListRaw, IsOnePointerAndEmptyAtFirst) {
   EXPECT_EQ(sizeof(List), sizeof(void*));
 }
 
-TEST(ListRaw, KeepsTheOrderOfInsertionAndCountsNobody) {
+TEST(ListRaw, KeepsTheOrderOfInsertionAndCountsNoReference) {
   Filled f(3);
   EXPECT_EQ(names(f.list), "abc");
   EXPECT_EQ(f.list.size(), 3u);
   for (auto const& owner : f.owners) EXPECT_EQ(owner->references(), 1u);
 }
 
-TEST(ListRaw, RemovesAnywhereAndAppendsBehindTheRest) {
+TEST(ListRaw, RemovesAnywhereAndAppendsAfterTheRest) {
   struct Case {
     std::vector<int> removed;
     char const* left;
@@ -90,7 +90,7 @@ TEST(ListRaw, RemovesAnywhereAndAppendsBehindTheRest) {
   }
 }
 
-TEST(ListRaw, AnEntryThatComesBackStandsLast) {
+TEST(ListRaw, AnEntryThatComesBackIsLast) {
   Filled f(3);
   f.list.remove(f.owners[0].ptr());
   f.list.insert(f.owners[0].ptr());
@@ -200,7 +200,7 @@ TEST(SnapshotIterator, DoesNotVisitWhatIsAddedDuringTheWalk) {
   EXPECT_EQ(walk(f.list), "abz");
 }
 
-TEST(SnapshotIterator, AWalkInsideAWalkSeesTheListAsItThenStands) {
+TEST(SnapshotIterator, AWalkInsideAWalkSeesTheListAsItThenIs) {
   Filled f(3);
   std::string inner;
   auto nest = [&](char name) {

@@ -26,8 +26,8 @@ class Watch : public IntfStatus::NotifieeConst {
     if (action) action();
   }
   void onNotificationException(Zet::AttributeId attribute) override {
-    refused.push_back(attribute);
-    if (onRefused) onRefused();
+    rejected.push_back(attribute);
+    if (onRejected) onRejected();
   }
   void onZeroReferences() override {
     *heard_ += name_;
@@ -36,8 +36,8 @@ class Watch : public IntfStatus::NotifieeConst {
   }
 
   std::function<void()> action;
-  std::function<void()> onRefused;
-  std::vector<Zet::AttributeId> refused;
+  std::function<void()> onRejected;
+  std::vector<Zet::AttributeId> rejected;
 
  private:
   char name_;
@@ -98,7 +98,7 @@ TEST_F(Notification, ANotifieeThatGoesLeavesTheList) {
   EXPECT_EQ(change(), "b");
 }
 
-TEST_F(Notification, StandsInTheListOnlyWhileItIsRegistered) {
+TEST_F(Notification, IsInTheListOnlyWhileItIsRegistered) {
   auto a = watch('a'), b = watch('b');
   EXPECT_TRUE(a->isRegisteredNotifiee());
   a->isRegisteredNotifieeIs(false);
@@ -202,7 +202,7 @@ TEST_F(Notification, AnExceptionDuringTheEndDoesNotKeepTheNextFromHearing) {
   a->action = [] { Zet::throwInternalException("at the end"); };
   intf = nullptr;
   EXPECT_EQ(heard, "a!b!");
-  EXPECT_EQ(a->refused, std::vector<Zet::AttributeId>{Zet::allAttributes});
+  EXPECT_EQ(a->rejected, std::vector<Zet::AttributeId>{Zet::allAttributes});
 }
 
 // Changes during a walk -------------------------------------------------------------------------------
@@ -267,9 +267,9 @@ TEST_F(Notification, AnExceptionIsReportedToItsNotifieeAndTheNextOneIsCalled) {
   auto a = watch('a'), b = watch('b'), c = watch('c');
   b->action = [] { Zet::throwRangeException("too wide"); };
   EXPECT_EQ(change(), "abc");
-  EXPECT_TRUE(a->refused.empty());
-  EXPECT_EQ(b->refused, std::vector<Zet::AttributeId>{IntfStatus::attrMtu});
-  EXPECT_TRUE(c->refused.empty());
+  EXPECT_TRUE(a->rejected.empty());
+  EXPECT_EQ(b->rejected, std::vector<Zet::AttributeId>{IntfStatus::attrMtu});
+  EXPECT_TRUE(c->rejected.empty());
   EXPECT_EQ(context.traced("Exception from the handler of attribute 1: too wide"), 1);
   EXPECT_EQ(context.tracedAs("Exception from the handler of attribute 1: too wide"), "Zet 1 Notifiee");
 }
@@ -288,12 +288,12 @@ TEST_F(Notification, AnExceptionFromItsReportIsCaughtAndCountedToo) {
   expectedExceptions = 2;
   auto a = watch('a'), b = watch('b');
   a->action = [] { Zet::throwRangeException("first"); };
-  a->onRefused = [] { Zet::throwRangeException("second"); };
+  a->onRejected = [] { Zet::throwRangeException("second"); };
   EXPECT_EQ(change(), "ab");
   EXPECT_EQ(context.traced("Exception from the onNotificationException of attribute 1: second"), 1);
 }
 
-TEST_F(Notification, EachCallStandsInAnExpectScopeOfItsAttribute) {
+TEST_F(Notification, EachCallIsInAnExpectScopeOfItsAttribute) {
   EXPECT_EQ(Zet::Expect::innermost(), nullptr);
   auto a = watch('a');
   Zet::AttributeId outer = Zet::noAttribute, inner = Zet::noAttribute;

@@ -18,7 +18,7 @@ using Zet::PtrInterface;
 using Zet::U32;
 using Zet::ValidPtr;
 
-/// Notes its end instead of leaving it to the reader to believe in it.
+/// Notes its end, so that a test can check it.
 class Counted : public PtrInterface {
  public:
   explicit Counted(int* ended = nullptr) : ended_(ended) {}
@@ -259,7 +259,7 @@ TEST(Ptr, MadeAndDroppedInAConstructorOrDestructorDoesNoHarm) {
 
 // ValidPtr --------------------------------------------------------------------------------------------
 
-TEST(ValidPtr, RefusesNullByItsText) {
+TEST(ValidPtr, RejectsNullByItsText) {
   Counted* none = nullptr;
   Ptr<Derived> nonePtr;
   EXPECT_EQ(rangeError([&] { ValidPtr<Counted> p(none); }), "null ValidPtr");

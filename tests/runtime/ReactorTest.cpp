@@ -62,7 +62,7 @@ TEST_F(NestedReactors, ZetDoZombieReactorsReachesEveryOneBothWays) {
   }
 }
 
-TEST_F(NestedReactors, ZetDoZombieReactorsDoesNothingWhereTheMarkStandsAlready) {
+TEST_F(NestedReactors, ZetDoZombieReactorsDoesNothingWhereTheMarkIsSetAlready) {
   set().zetMarkedForDeletionIs(true);
   engine.root->zetDoZombieReactors(true);
   EXPECT_FALSE(rp().zetMarkedForDeletion()) << "it went on below a reactor that was marked already";
@@ -123,7 +123,7 @@ TEST_F(NestedReactors, AnotherObjectUnderTheSameKeyGetsAReactorOfItsOwn) {
   EXPECT_TRUE(former->zetMarkedForDeletion());
 }
 
-TEST_F(NestedReactors, AMachineTakesUpWhatStandsAlready) {
+TEST_F(NestedReactors, AMachineTakesOverWhatExistsAlready) {
   engine.addIntf("eth1");
   engine.stop();
   engine.start();
@@ -145,7 +145,7 @@ TEST_F(NestedReactors, TheEndOfAMachineDetachesThemAll) {
   EXPECT_EQ(engine.wheel->armed(), 0u);
 }
 
-TEST_F(NestedReactors, TheMutatorOfACollectionRefusesNullByItsText) {
+TEST_F(NestedReactors, TheMutatorOfACollectionRejectsNullByItsText) {
   EXPECT_EQ(rangeError([&] { engine.root->pimIntfIs(nullptr); }),
             "null _pimIntf parameter to mutator for Routing::Pim::Bsr::PimBsrSm::pimIntf not allowed\"");
   EXPECT_EQ(rangeError([&] { engine.root->crpIs(nullptr); }),
@@ -157,7 +157,7 @@ TEST_F(NestedReactors, TheMutatorOfACollectionRefusesNullByItsText) {
 
 // The activity of a machine ---------------------------------------------------------------------------
 
-TEST_F(NestedReactors, AMachineStandsOnTheStandardActivityUnlessItIsGivenOne) {
+TEST_F(NestedReactors, AMachineUsesTheStandardActivityUnlessItIsGivenOne) {
   EXPECT_EQ(engine.root->zetFwkActivity(), Zet::ActivityConfig::standard());
   auto own = Zet::make<Zet::ActivityConfig>();
   auto machine = Bsr::bsrNonCandidateSmFactory(prefix(global), engine.status, engine.wheel, engine.wheel,

@@ -67,7 +67,7 @@ class Reflection : public ModelTest {
 
 // Types -----------------------------------------------------------------------------------------------
 
-TEST_F(Reflection, AnObjectTellsItsTypeFromItsBase) {
+TEST_F(Reflection, AnObjectReportsItsTypeFromItsBase) {
   Ptr<Zet::PtrInterface> object = status;
   EXPECT_EQ(&object->fwkType(), &Status::_fwkType());
   EXPECT_STREQ(object->fwkType().name, "Routing::Pim::Bsr::Status");
@@ -101,7 +101,7 @@ TEST_F(Reflection, TheNumbersOfATypeAreItsOwnInTheOrderOfDeclaration) {
   }
 }
 
-TEST_F(Reflection, ARowTellsWhatWasDeclared) {
+TEST_F(Reflection, ARowReportsWhatWasDeclared) {
   AttributeRow const& row = *ElectedBsrStatus::_fwkType().row("setupTime");
   EXPECT_EQ(row.id, ElectedBsrStatus::attrSetupTime);
   EXPECT_EQ(row.kind, AttributeKind::value);
@@ -195,7 +195,7 @@ TEST_F(Reflection, WalksAQueueByItsNumbers) {
 
 // Writing ---------------------------------------------------------------------------------------------
 
-TEST_F(Reflection, WritesThroughTheSetterWhichTells) {
+TEST_F(Reflection, WritesThroughTheSetterWhichNotifies) {
   class Watch : public Status::NotifieeConst {
    public:
     void onBsTimeout() override { ++heard; }
@@ -223,7 +223,7 @@ TEST_F(Reflection, AnUpdateOfAWritableCopyIsAWrite) {
   EXPECT_EQ(status->szTimeout(), 7u);
 }
 
-TEST_F(Reflection, AValueThatDoesNotReadIsRefusedAndNothingIsStored) {
+TEST_F(Reflection, AValueThatDoesNotReadIsRejectedAndNothingIsStored) {
   for (char const* text : {"", "x", "-1", "4294967296", "12 "}) {
     EXPECT_NE(rangeError([&] { statusIf.write(*status, "bsTimeout", text); }), "no RangeException") << text;
   }
@@ -272,23 +272,23 @@ TEST_F(Calls, ACallWithoutAResultGivesTheEmptyText) {
   EXPECT_EQ(call(*engine.root, Bsr::PimBsrSm::attrHandleRpCandidate, {}), "");
 }
 
-TEST_F(Calls, RefusesAnotherNumberOfArguments) {
+TEST_F(Calls, RejectsAnotherNumberOfArguments) {
   using Interface::AllIntfStatusDir;
   EXPECT_EQ(
       raised<Zet::UnknownArgException>([&] { call(*engine.interfaces, AllIntfStatusDir::attrMtu, {}); }),
       "unknown argument: 0 given, 1 wanted");
 }
 
-TEST_F(Calls, RefusesAnObjectOfAnotherType) {
+TEST_F(Calls, RejectsAnObjectOfAnotherType) {
   Zet::Argument argument{.object = engine.status};
   EXPECT_EQ(raised<Zet::TypeException>(
                 [&] { call(*engine.root, Bsr::PimBsrSm::attrDoComputeBsmLength, {argument}); }),
             "not an object of type Routing::Pim::Packet::BootstrapMessage");
 }
 
-// Refusals --------------------------------------------------------------------------------------------
+// Errors ----------------------------------------------------------------------------------------------
 
-TEST_F(Reflection, RefusesAnUnknownAttribute) {
+TEST_F(Reflection, RejectsAnUnknownAttribute) {
   EXPECT_EQ(raised<Zet::UnknownAttrException>([&] { statusIf.read(*status, "colour"); }),
             "unknown attribute: colour");
   AttributeOpArgs args;
@@ -297,12 +297,12 @@ TEST_F(Reflection, RefusesAnUnknownAttribute) {
             "unknown attribute: 1000");
 }
 
-TEST_F(Reflection, RefusesAnObjectOfAnotherType) {
+TEST_F(Reflection, RejectsAnObjectOfAnotherType) {
   EXPECT_EQ(raised<Zet::TypeException>([&] { electedIf.read(*status, "priority"); }),
             "not an object of type Routing::Pim::Bsr::ElectedBsrStatus");
 }
 
-TEST_F(Reflection, AConstantRefusesAnIndexAndAWrite) {
+TEST_F(Reflection, AConstantRejectsAnIndexAndAWrite) {
   auto elected = status->bootstrapRouterIs(zone);
   EXPECT_EQ(raised<Zet::BadIndexAttrException>([&] { electedIf.read(*elected, "priorityUnknown", "1"); }),
             "attribute priorityUnknown takes no index");
@@ -310,7 +310,7 @@ TEST_F(Reflection, AConstantRefusesAnIndexAndAWrite) {
             "attribute priorityUnknown does not support write");
 }
 
-TEST_F(Reflection, APlainValueRefusesAnIndexAndACollectionNeedsOne) {
+TEST_F(Reflection, APlainValueRejectsAnIndexAndACollectionNeedsOne) {
   EXPECT_EQ(raised<Zet::BadIndexAttrException>([&] { statusIf.read(*status, "af", "1"); }),
             "attribute af takes no index");
   for (AttributeOp op : {AttributeOp::read, AttributeOp::write, AttributeOp::del}) {
@@ -321,7 +321,7 @@ TEST_F(Reflection, APlainValueRefusesAnIndexAndACollectionNeedsOne) {
   }
 }
 
-TEST_F(Reflection, EachKindRefusesWhatItDoesNotKnow) {
+TEST_F(Reflection, EachKindRejectsWhatItDoesNotKnow) {
   struct Case {
     Zet::AttributeId id;
     AttributeOp op;
@@ -347,7 +347,7 @@ TEST_F(Reflection, AWalkNeedsAVisitor) {
             "unknown argument: no visitor given");
 }
 
-TEST_F(Reflection, AConstantObjectRefusesEveryChange) {
+TEST_F(Reflection, AConstantObjectRejectsEveryChange) {
   status->zoneAclIs("acl", test::intf("eth0"));
   Ptr<Status const> constant = status;
   for (AttributeOp op : {AttributeOp::write, AttributeOp::del}) {
@@ -359,7 +359,7 @@ TEST_F(Reflection, AConstantObjectRefusesEveryChange) {
   EXPECT_EQ(status->zoneAcl("acl"), test::intf("eth0"));
 }
 
-TEST_F(Reflection, OnAConstantObjectAKindRefusesWhatItDoesNotKnowByItsOwnText) {
+TEST_F(Reflection, OnAConstantObjectAKindRejectsWhatItDoesNotKnowByItsOwnText) {
   Ptr<Status const> constant = status;
   AttributeOpArgs args;
   EXPECT_EQ(raised<Zet::OpNotSupportedException>(
@@ -367,7 +367,7 @@ TEST_F(Reflection, OnAConstantObjectAKindRefusesWhatItDoesNotKnowByItsOwnText) {
             "attribute name does not support write");
 }
 
-TEST_F(Reflection, AnUpdateOfAReadOnlyCopyIsRefusedByItsText) {
+TEST_F(Reflection, AnUpdateOfAReadOnlyCopyIsRejectedByItsText) {
   Ptr<Status const> constant = status;
   AttributeOpArgs args{.value = "7"};
   EXPECT_EQ(raised<Zet::InternalException>(
@@ -416,23 +416,23 @@ class Introspection : public ModelTest {
   Outline outline;
 };
 
-TEST_F(Introspection, TellsEveryTypeOnceUnderItsNamespaceInOrder) {
+TEST_F(Introspection, ReportsEveryTypeOnceUnderItsNamespaceInOrder) {
   EXPECT_EQ(outline.depth, 0);
   EXPECT_TRUE(std::is_sorted(outline.spaces.begin(), outline.spaces.end()));
   EXPECT_EQ(std::adjacent_find(outline.spaces.begin(), outline.spaces.end()), outline.spaces.end());
-  std::vector<std::string> told = outline.types;
-  std::sort(told.begin(), told.end());
+  std::vector<std::string> reported = outline.types;
+  std::sort(reported.begin(), reported.end());
   std::vector<std::string> wanted;
   for (Zet::ZetType const* type : Zet::zetTypes()) wanted.emplace_back(type->name);
-  EXPECT_EQ(told, wanted);
+  EXPECT_EQ(reported, wanted);
 }
 
-TEST_F(Introspection, TellsTheAttributesInDeclaredOrderAndEndsEach) {
+TEST_F(Introspection, ReportsTheAttributesInDeclaredOrderAndEndsEach) {
   EXPECT_EQ(outline.attributes["Interface::AllIntfStatusDir"],
             "name /name intfStatus /intfStatus const mtuDefault mtuDefault /mtuDefault mtu /mtu ");
 }
 
-TEST_F(Introspection, TheFlagsTellWhatCanBeDone) {
+TEST_F(Introspection, TheFlagsReportWhatCanBeDone) {
   using Flags = Zet::ZetAttrIntrospectionFlags;
   struct Case {
     char const* attribute;
@@ -449,7 +449,7 @@ TEST_F(Introspection, TheFlagsTellWhatCanBeDone) {
   EXPECT_EQ(outline.flagsOf["Interface::AllIntfStatusDir::mtuDefault"], 0u);
 }
 
-TEST_F(Introspection, MachinesAreToldAsEntitiesAre) {
+TEST_F(Introspection, MachinesAreReportedAsEntitiesAre) {
   EXPECT_EQ(outline.attributes.count("Routing::Pim::Bsr::PimBsrSm"), 1u);
   EXPECT_STREQ(Bsr::PimBsrSm::_fwkType().kind, "machine");
 }

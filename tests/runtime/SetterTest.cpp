@@ -15,7 +15,7 @@ using Zet::U32;
 /// What a declaration would make: a value with a range, one without, and a collection of values.
 class Gauge : public Zet::Entity {
   template <auto On>
-  auto tell(Zet::AttributeId id) {
+  auto notifier(Zet::AttributeId id) {
     return [this, id] { Zet::notify<On>(*this, id); };
   }
 
@@ -29,18 +29,20 @@ class Gauge : public Zet::Entity {
   };
 
   U32 level() const { return level_; }
-  void levelIs(U32 const& value) { Zet::setValue(level_, value, tell<&NotifieeConst::onLevel>(attrLevel)); }
+  void levelIs(U32 const& value) {
+    Zet::setValue(level_, value, notifier<&NotifieeConst::onLevel>(attrLevel));
+  }
   U32 limit() const { return limit_; }
   void limitIs(U32 const& value) {
     Zet::setValue(limit_, value, Zet::Range<U32>{2, 9, "Gauge::limit < 2 or > 9 not allowed"},
-                  tell<&NotifieeConst::onLimit>(attrLimit));
+                  notifier<&NotifieeConst::onLimit>(attrLimit));
   }
   int mark(U32 const& key) const { return Zet::memberValue(mark_, key); }
   void markIs(U32 const& key, int value) {
-    Zet::setMember(mark_, key, value, [this](U32 const& changed) { tellMark(changed); });
+    Zet::setMember(mark_, key, value, [this](U32 const& changed) { notifyMark(changed); });
   }
   int markDel(U32 const& key) {
-    return Zet::delMember(mark_, key, [this](U32 const& changed) { tellMark(changed); });
+    return Zet::delMember(mark_, key, [this](U32 const& changed) { notifyMark(changed); });
   }
   void markDelAll() {
     Zet::delAll(mark_, [this](U32 const& key) { markDel(key); });
@@ -48,14 +50,14 @@ class Gauge : public Zet::Entity {
   U32 markCount() const { return mark_.size(); }
 
  private:
-  void tellMark(U32 const& key) { Zet::notify<&NotifieeConst::onMark>(*this, attrMark, key); }
+  void notifyMark(U32 const& key) { Zet::notify<&NotifieeConst::onMark>(*this, attrMark, key); }
 
   U32 level_ = 0;
   U32 limit_ = 5;
   Zet::ValueMap<int, U32> mark_;
 };
 
-/// Writes down what it hears with what then stands in the gauge.
+/// Writes down each notification with the gauge's value at that time.
 class GaugeWatch : public Gauge::NotifieeConst {
  public:
   void onLevel() override { note("level " + std::to_string(notifier()->level())); }
@@ -77,12 +79,12 @@ class Setter : public ModelTest {
   Ptr<GaugeWatch> watch = Zet::make<GaugeWatch>();
 };
 
-TEST_F(Setter, StoresBeforeItTells) {
+TEST_F(Setter, StoresBeforeItNotifies) {
   gauge->levelIs(3);
   EXPECT_EQ(watch->heard, (Texts{"level 3"}));
 }
 
-TEST_F(Setter, TellsNobodyOfAnEqualValue) {
+TEST_F(Setter, DoesNotNotifyAnEqualValue) {
   gauge->levelIs(0);
   gauge->levelIs(3);
   gauge->levelIs(3);
@@ -101,7 +103,7 @@ TEST_F(Setter, TakesBothEndsOfARange) {
   EXPECT_EQ(watch->heard, (Texts{"limit 2", "limit 9"}));
 }
 
-TEST_F(Setter, AValueOutOfRangeStaysStoredAndNobodyHears) {
+TEST_F(Setter, AValueOutOfRangeStaysStoredAndIsNotNotified) {
   for (U32 value : {1u, 10u}) {
     EXPECT_EQ(rangeError([&] { gauge->limitIs(value); }), "Gauge::limit < 2 or > 9 not allowed");
     EXPECT_EQ(gauge->limit(), value);
@@ -109,7 +111,7 @@ TEST_F(Setter, AValueOutOfRangeStaysStoredAndNobodyHears) {
   EXPECT_EQ(watch->heard, Texts{});
 }
 
-TEST_F(Setter, ARefusedValueGivenAgainIsAnEqualValueAndNotTested) {
+TEST_F(Setter, ARejectedValueGivenAgainIsAnEqualValueAndNotTested) {
   EXPECT_EQ(rangeError([&] { gauge->limitIs(10); }), "Gauge::limit < 2 or > 9 not allowed");
   EXPECT_EQ(rangeError([&] { gauge->limitIs(10); }), "no RangeException");
   EXPECT_EQ(watch->heard, Texts{});
@@ -117,14 +119,14 @@ TEST_F(Setter, ARefusedValueGivenAgainIsAnEqualValueAndNotTested) {
   EXPECT_EQ(watch->heard, (Texts{"limit 5"}));
 }
 
-TEST_F(Setter, OfACollectionTellsTheKeyOfANewAndOfAChangedMember) {
+TEST_F(Setter, OfACollectionNotifiesTheKeyOfANewAndOfAChangedMember) {
   gauge->markIs(7, 1);
   gauge->markIs(7, 2);
   gauge->markIs(8, 2);
   EXPECT_EQ(watch->heard, (Texts{"mark 7=1", "mark 7=2", "mark 8=2"}));
 }
 
-TEST_F(Setter, OfACollectionTellsNobodyOfAMemberWithAnEqualValue) {
+TEST_F(Setter, OfACollectionDoesNotNotifyAMemberWithAnEqualValue) {
   gauge->markIs(7, 1);
   gauge->markIs(7, 1);
   EXPECT_EQ(watch->heard, (Texts{"mark 7=1"}));
@@ -137,7 +139,7 @@ TEST_F(Setter, AnAbsentMemberIsNotOneWithTheDefault) {
   EXPECT_EQ(gauge->markCount(), 1u);
 }
 
-TEST_F(Setter, ADeleteTellsAfterTheMemberHasGone) {
+TEST_F(Setter, ADeleteNotifiesAfterTheMemberHasGone) {
   gauge->markIs(7, 1);
   watch->heard.clear();
   EXPECT_EQ(gauge->markDel(7), 1);
@@ -145,12 +147,12 @@ TEST_F(Setter, ADeleteTellsAfterTheMemberHasGone) {
   EXPECT_EQ(gauge->markCount(), 0u);
 }
 
-TEST_F(Setter, ADeleteOfNothingTellsNobody) {
+TEST_F(Setter, ADeleteOfNothingNotifiesNone) {
   EXPECT_EQ(gauge->markDel(7), 0);
   EXPECT_EQ(watch->heard, Texts{});
 }
 
-TEST_F(Setter, DelAllRemovesOneByOneEachTold) {
+TEST_F(Setter, DelAllRemovesOneByOneEachNotified) {
   for (U32 key : {1u, 2u, 3u}) gauge->markIs(key, 1);
   watch->heard.clear();
   gauge->markDelAll();

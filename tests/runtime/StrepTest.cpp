@@ -26,8 +26,8 @@ using Zet::U64;
 using Zet::U8;
 using Zet::valueToStrep;
 
-/// The column behind `token` read from `text`.
-long columnBehind(String8 const& text, char const* token) {
+/// The column after `token` read from `text`.
+long columnAfter(String8 const& text, char const* token) {
   StrepPos cur = text.begin();
   needString(cur, text.end(), token);
   return cur.column();
@@ -46,19 +46,19 @@ TEST(Strep, WhiteSpaceIsSkippedOfEveryKind) {
   EXPECT_TRUE(cur == blank.end());
 }
 
-TEST(NeedString, ABlankInATokenStandsForOptionalWhiteSpace) {
-  EXPECT_EQ(columnBehind("Value(", " Value"), 5);
-  EXPECT_EQ(columnBehind(" \n Value(", " Value"), 8);
-  EXPECT_EQ(columnBehind(":3", " : "), 1);
-  EXPECT_EQ(columnBehind("  :  3", " : "), 5);
-  EXPECT_EQ(columnBehind("}", "} "), 1);
+TEST(NeedString, ABlankInATokenMeansOptionalWhiteSpace) {
+  EXPECT_EQ(columnAfter("Value(", " Value"), 5);
+  EXPECT_EQ(columnAfter(" \n Value(", " Value"), 8);
+  EXPECT_EQ(columnAfter(":3", " : "), 1);
+  EXPECT_EQ(columnAfter("  :  3", " : "), 5);
+  EXPECT_EQ(columnAfter("}", "} "), 1);
 }
 
 TEST(NeedString, AMissingTokenIsNamedWithItsColumn) {
-  EXPECT_EQ(rangeError([] { columnBehind("  Valve", " Value"); }), "needed \" Value\" at column 5");
-  EXPECT_EQ(rangeError([] { columnBehind("Val", " Value"); }), "needed \" Value\" at column 3");
-  EXPECT_EQ(rangeError([] { columnBehind("", "{"); }), "needed \"{\" at column 0");
-  EXPECT_EQ(rangeError([] { columnBehind(" {", "{"); }), "needed \"{\" at column 0");
+  EXPECT_EQ(rangeError([] { columnAfter("  Valve", " Value"); }), "needed \" Value\" at column 5");
+  EXPECT_EQ(rangeError([] { columnAfter("Val", " Value"); }), "needed \" Value\" at column 3");
+  EXPECT_EQ(rangeError([] { columnAfter("", "{"); }), "needed \"{\" at column 0");
+  EXPECT_EQ(rangeError([] { columnAfter(" {", "{"); }), "needed \"{\" at column 0");
 }
 
 TEST(Strep, StringsAreQuotedWithEscapesAndReadBack) {
@@ -76,13 +76,13 @@ TEST(Strep, StringsAreQuotedWithEscapesAndReadBack) {
   }
 }
 
-TEST(Strep, MalformedStringsAreRefused) {
+TEST(Strep, MalformedStringsAreRejected) {
   EXPECT_EQ(rangeErrorOf<String8>(""), "needed a string in single quotes at column 0");
   EXPECT_EQ(rangeErrorOf<String8>("abc"), "needed a string in single quotes at column 0");
   EXPECT_EQ(rangeErrorOf<String8>("'abc"), "needed a closing quote at column 4");
   EXPECT_EQ(rangeErrorOf<String8>("'a\\'"), "needed a closing quote at column 4");
-  EXPECT_EQ(rangeErrorOf<String8>("'a\\n'"), "needed a quote or backslash behind a backslash at column 3");
-  EXPECT_EQ(rangeErrorOf<String8>("'a\\"), "needed a quote or backslash behind a backslash at column 3");
+  EXPECT_EQ(rangeErrorOf<String8>("'a\\n'"), "needed a quote or backslash after a backslash at column 3");
+  EXPECT_EQ(rangeErrorOf<String8>("'a\\"), "needed a quote or backslash after a backslash at column 3");
 }
 
 template <class T>
@@ -102,21 +102,21 @@ TEST(Strep, WholeNumbersOfEveryWidthGoBothWays) {
   expectRoundTrip<S64>(std::numeric_limits<S64>::max(), "9223372036854775807");
 }
 
-TEST(Strep, ASignMayStandBeforeDigits) {
+TEST(Strep, ASignMayPrecedeDigits) {
   EXPECT_EQ(strepToValue<S64>("+5"), 5);
   EXPECT_EQ(strepToValue<S64>("-5"), -5);
   EXPECT_EQ(strepToValue<U32>("+5"), 5u);
   EXPECT_EQ(strepToValue<U32>("007"), 7u);
 }
 
-TEST(Strep, WhatIsNoNumberIsRefused) {
+TEST(Strep, WhatIsNoNumberIsRejected) {
   for (char const* text : {"", "-", "+", "+-5", "-+5", "x", " 5", "'5'"}) {
     EXPECT_EQ(rangeErrorOf<S64>(text), "needed a number at column 0") << text;
   }
   EXPECT_EQ(rangeErrorOf<U64>("-5"), "needed a number at column 0");
 }
 
-TEST(Strep, NumbersBeyondTheirWidthAreRefused) {
+TEST(Strep, NumbersBeyondTheirWidthAreRejected) {
   EXPECT_EQ(rangeErrorOf<S64>("9223372036854775808"), "number beyond 64 bits at column 0");
   EXPECT_EQ(rangeErrorOf<S64>("-9223372036854775809"), "number beyond 64 bits at column 0");
   EXPECT_EQ(rangeErrorOf<U64>("18446744073709551616"), "number beyond 64 bits at column 0");
@@ -150,7 +150,7 @@ TEST(Strep, DoublesReadBackAsTheSameNumber) {
   EXPECT_TRUE(std::signbit(strepToValue<double>(valueToStrep(-0.0))));
 }
 
-TEST(Strep, WhatIsNoDoubleIsRefused) {
+TEST(Strep, WhatIsNoDoubleIsRejected) {
   EXPECT_EQ(rangeErrorOf<double>(""), "needed a number at column 0");
   EXPECT_EQ(rangeErrorOf<double>("x"), "needed a number at column 0");
   EXPECT_EQ(rangeErrorOf<double>("1e999"), "number beyond 64 bits at column 0");
@@ -193,7 +193,7 @@ struct Pair {
 
   Pair() = default;
   Pair(StrepPos& cur, StrepPos end) {
-    Zet::readStructured(cur, end, "Some::Room::Pair",
+    Zet::readStructured(cur, end, "Some::Module::Pair",
                         [this](String8 const& name, StrepPos& at, StrepPos stop) {
                           if (name == "a") a = Zet::readStrep<U32>(at, stop);
                           if (name == "b") b = Zet::readStrep<String8>(at, stop);
@@ -203,12 +203,12 @@ struct Pair {
 };
 
 TEST(StructuredText, IsWrittenInTheOrderOfTheCalls) {
-  EXPECT_EQ(Zet::StructuredText("Some::Room::Pair").text(), "Value('Some::Room::Pair', ** {})");
-  EXPECT_EQ(Zet::StructuredText("Some::Room::Pair").attr("a", "1").attr("b", "'x'").text(),
-            "Value('Some::Room::Pair', ** {'a': 1, 'b': 'x'})");
+  EXPECT_EQ(Zet::StructuredText("Some::Module::Pair").text(), "Value('Some::Module::Pair', ** {})");
+  EXPECT_EQ(Zet::StructuredText("Some::Module::Pair").attr("a", "1").attr("b", "'x'").text(),
+            "Value('Some::Module::Pair', ** {'a': 1, 'b': 'x'})");
 }
 
-TEST(ReadStructured, AttributesStandInAnyOrderMayBeMissingAndTheLastOfARepeatedOneCounts) {
+TEST(ReadStructured, AttributesAreInAnyOrderMayBeMissingAndTheLastOfARepeatedOneCounts) {
   struct Case {
     char const* attributes;
     U32 a;
@@ -217,16 +217,16 @@ TEST(ReadStructured, AttributesStandInAnyOrderMayBeMissingAndTheLastOfARepeatedO
   for (Case c : {Case{"", 7, "none"}, Case{"'a': 1", 1, "none"}, Case{"'b': 'x'", 7, "x"},
                  Case{"'a': 1, 'b': 'x'", 1, "x"}, Case{"'b': 'x', 'a': 1", 1, "x"},
                  Case{"'a': 1, 'a': 2", 2, "none"}}) {
-    Pair pair = strepToValue<Pair>(String8("Value('Some::Room::Pair', ** {") + c.attributes + "})");
+    Pair pair = strepToValue<Pair>(String8("Value('Some::Module::Pair', ** {") + c.attributes + "})");
     EXPECT_EQ(pair.a, c.a) << c.attributes;
     EXPECT_EQ(pair.b, c.b) << c.attributes;
   }
 }
 
 TEST(ReadStructured, WhiteSpaceIsOptionalWhereTheTokensHaveABlank) {
-  for (char const* text : {"Value('Some::Room::Pair',**{'a':1,'b':'x'})",
-                           " Value ( 'Some::Room::Pair' , ** { 'a' : 1 , 'b' : 'x' } ) ",
-                           "\nValue\t(\n'Some::Room::Pair'\n,\n**\n{\n'a'\n:\n1\n,\n'b'\n:\n'x'\n}\n)\n"}) {
+  for (char const* text : {"Value('Some::Module::Pair',**{'a':1,'b':'x'})",
+                           " Value ( 'Some::Module::Pair' , ** { 'a' : 1 , 'b' : 'x' } ) ",
+                           "\nValue\t(\n'Some::Module::Pair'\n,\n**\n{\n'a'\n:\n1\n,\n'b'\n:\n'x'\n}\n)\n"}) {
     Pair pair = strepToValue<Pair>(text);
     EXPECT_EQ(pair.a, 1u) << text;
     EXPECT_EQ(pair.b, "x") << text;
@@ -236,51 +236,52 @@ TEST(ReadStructured, WhiteSpaceIsOptionalWhereTheTokensHaveABlank) {
 TEST(ReadStructured, EachMissingTokenIsNamed) {
   struct Case {
     char const* text;
-    char const* refusal;
+    char const* rangeError;
   };
   Case cases[] = {
       {"", "needed \" Value\" at column 0"},
       {"Value", "needed \" (\" at column 5"},
-      {"Value('Some::Room::Pear'", "needed \" 'Some::Room::Pair'\" at column 20"},
-      {"Value('Pair', ** {})", "needed \" 'Some::Room::Pair'\" at column 7"},
-      {"Value('Some::Room::Pair' **", "needed \" ,\" at column 25"},
-      {"Value('Some::Room::Pair', *", "needed \" **\" at column 27"},
-      {"Value('Some::Room::Pair', ** 'a'", "needed \" {\" at column 29"},
-      {"Value('Some::Room::Pair', ** {'a' 1", "needed \" : \" at column 34"},
-      {"Value('Some::Room::Pair', ** {'a': 1 'b'", "needed \", \" at column 37"},
-      {"Value('Some::Room::Pair', ** {a", "needed a string in single quotes at column 30"},
-      {"Value('Some::Room::Pair', ** {, 'a': 1})", "needed a string in single quotes at column 30"},
-      {"Value('Some::Room::Pair', ** {'a': 1, })", "needed a string in single quotes at column 38"},
-      {"Value('Some::Room::Pair', ** {'a': 1,", "needed a string in single quotes at column 37"},
-      {"Value('Some::Room::Pair', ** {}", "needed \") \" at column 31"},
+      {"Value('Some::Module::Pear'", "needed \" 'Some::Module::Pair'\" at column 20"},
+      {"Value('Pair', ** {})", "needed \" 'Some::Module::Pair'\" at column 7"},
+      {"Value('Some::Module::Pair' **", "needed \" ,\" at column 25"},
+      {"Value('Some::Module::Pair', *", "needed \" **\" at column 27"},
+      {"Value('Some::Module::Pair', ** 'a'", "needed \" {\" at column 29"},
+      {"Value('Some::Module::Pair', ** {'a' 1", "needed \" : \" at column 34"},
+      {"Value('Some::Module::Pair', ** {'a': 1 'b'", "needed \", \" at column 37"},
+      {"Value('Some::Module::Pair', ** {a", "needed a string in single quotes at column 30"},
+      {"Value('Some::Module::Pair', ** {, 'a': 1})", "needed a string in single quotes at column 30"},
+      {"Value('Some::Module::Pair', ** {'a': 1, })", "needed a string in single quotes at column 38"},
+      {"Value('Some::Module::Pair', ** {'a': 1,", "needed a string in single quotes at column 37"},
+      {"Value('Some::Module::Pair', ** {}", "needed \") \" at column 31"},
   };
-  for (Case const& c : cases) EXPECT_EQ(rangeErrorOf<Pair>(c.text), c.refusal) << c.text;
+  for (Case const& c : cases) EXPECT_EQ(rangeErrorOf<Pair>(c.text), c.rangeError) << c.text;
 }
 
 TEST(ReadStructured, AnEndWithinTheAttributesIsPremature) {
-  for (char const* text : {"Value('Some::Room::Pair', ** {", "Value('Some::Room::Pair', ** {  ",
-                           "Value('Some::Room::Pair', ** {'a': 1", "Value('Some::Room::Pair', ** {'a': 1 "}) {
+  for (char const* text :
+       {"Value('Some::Module::Pair', ** {", "Value('Some::Module::Pair', ** {  ",
+        "Value('Some::Module::Pair', ** {'a': 1", "Value('Some::Module::Pair', ** {'a': 1 "}) {
     EXPECT_EQ(rangeErrorOf<Pair>(text), "premature end of value type Pair") << text;
   }
 }
 
 TEST(ReadStructured, AnUnknownAttributeIsNamed) {
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {'a': 1, 'c': 2})"),
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {'a': 1, 'c': 2})"),
             "Pair has no such attribute: c");
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {'c' 2})"), "needed \" : \" at column 34");
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {'c' 2})"), "needed \" : \" at column 34");
 }
 
-TEST(ReadStructured, AFaultInAValueNamesItsAttribute) {
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {'b': 5})"),
+TEST(ReadStructured, AnErrorInAValueNamesItsAttribute) {
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {'b': 5})"),
             "attribute 'b': needed a string in single quotes at column 35");
 }
 
 TEST(ReadStructured, WhatFollowsTheValueIsJunk) {
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Room::Pair', ** {}) x"),
-            "junk at column 33 deserializing Value('Some::Room::Pair', ** {}) x");
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {}) x"),
+            "junk at column 33 deserializing Value('Some::Module::Pair', ** {}) x");
 }
 
-TEST(ReadStructured, ATypeNameWithoutNamespaceStandsForItself) {
+TEST(ReadStructured, ATypeNameWithoutNamespaceMeansItself) {
   String8 text("Value('Pair', ** {");
   StrepPos cur = text.begin();
   auto none = [](String8 const&, StrepPos&, StrepPos) { return false; };

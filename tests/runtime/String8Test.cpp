@@ -22,7 +22,7 @@ static_assert(sizeof(Name) == 8);
 static_assert(std::is_same_v<String8, Zet::StringN<unsigned char>>);
 static_assert(std::is_base_of_v<String8, Name>);
 
-TEST(String8, EmptyByEveryRoadIsOneValue) {
+TEST(String8, EmptyInEveryWayIsOneValue) {
   for (String8 const& text : {String8(), String8(""), String8(std::string_view()),
                               String8(static_cast<char const*>(nullptr)), String8() + String8()}) {
     EXPECT_EQ(text.length(), 0u);
@@ -88,7 +88,7 @@ TEST(String8, JoiningWithTheEmptyStringSharesTheBytes) {
   EXPECT_EQ("x" + text + "y", "xaby");
 }
 
-TEST(String8, OrderIsOfUnsignedBytesAndAPrefixStandsFirst) {
+TEST(String8, OrderIsOfUnsignedBytesAndAPrefixIsFirst) {
   std::vector<String8> ordered = {"", "a", "a\x01", "ab", "b", "\x7f", "\x80", "\xff"};
   for (std::size_t i = 0; i < ordered.size(); ++i) {
     for (std::size_t k = 0; k < ordered.size(); ++k) {

@@ -29,9 +29,9 @@ class Timer : public TimerWheel::NotifieeConst {
     *heard_ += name_;
     if (action) action();
   }
-  void onNotificationException(Zet::AttributeId id) override { refused = id; }
+  void onNotificationException(Zet::AttributeId id) override { rejected = id; }
   std::function<void()> action;
-  Zet::AttributeId refused = Zet::noAttribute;
+  Zet::AttributeId rejected = Zet::noAttribute;
 
  private:
   char name_;
@@ -114,7 +114,7 @@ TEST_F(Wheel, ASecondTimeReplacesTheFirst) {
   EXPECT_EQ(advance(20), "");
 }
 
-TEST_F(Wheel, ArmingAnewForTheSameTimeGoesBehindTheOthersOfThatTime) {
+TEST_F(Wheel, ArmingAnewForTheSameTimeGoesAfterTheOthersOfThatTime) {
   auto a = timer('a', 10), b = timer('b', 10);
   a->timeMinIs(10);
   EXPECT_EQ(advance(10), "ba");
@@ -171,7 +171,7 @@ TEST_F(Wheel, AStoppedTimerCanBeArmedEarlierAndLater) {
   }
 }
 
-TEST_F(Wheel, ZeroAndWhatIsAboveTheLargestStandForNotSet) {
+TEST_F(Wheel, ZeroAndWhatIsAboveTheLargestMeanNotSet) {
   EXPECT_FALSE(Kiv::isTimeSet(0.0));
   EXPECT_FALSE(Kiv::isTimeSet(never));
   EXPECT_FALSE(Kiv::isTimeSet(nan));
@@ -339,8 +339,8 @@ TEST_F(Wheel, AnExceptionIsReportedAndTheNextTimerIsCalled) {
   auto a = timer('a', 10), b = timer('b', 10);
   a->action = [] { Zet::throwRangeException("too late"); };
   EXPECT_EQ(advance(10), "ab");
-  EXPECT_EQ(a->refused, TimerWheel::attrTime);
-  EXPECT_EQ(b->refused, Zet::noAttribute);
+  EXPECT_EQ(a->rejected, TimerWheel::attrTime);
+  EXPECT_EQ(b->rejected, Zet::noAttribute);
   EXPECT_EQ(context.tracedPrefix("Exception from the handler of attribute 0: too late"), 1);
   EXPECT_FALSE(a->isArmed());
 }
@@ -393,17 +393,18 @@ class Naive {
   std::uint64_t armings_ = 0;
 };
 
-/// Chance that both sides draw alike, whoever asks first: what timer i does when it fires for the nth time.
+/// Random numbers that both sides draw alike, whichever asks first: what timer i does when it fires
+/// for the nth time.
 struct Script {
   struct Step {
     std::size_t timer;
     double time;
   };
   static Step after(std::size_t timer, int round, std::size_t count, double now) {
-    std::mt19937 chance(static_cast<unsigned>(timer * 7919 + static_cast<std::size_t>(round)));
-    std::size_t other = chance() % count;
-    int kind = static_cast<int>(chance() % 4);
-    double delay = static_cast<double>(chance() % 20);
+    std::mt19937 random(static_cast<unsigned>(timer * 7919 + static_cast<std::size_t>(round)));
+    std::size_t other = random() % count;
+    int kind = static_cast<int>(random() % 4);
+    double delay = static_cast<double>(random() % 20);
     return {other, kind == 0 ? never : kind == 1 ? now - 5 : now + delay};
   }
 };
@@ -449,15 +450,15 @@ class WheelAgainstNaive : public Wheel, public testing::WithParamInterface<Load>
 };
 
 TEST_P(WheelAgainstNaive, RandomArmingsStopsAndAdvancesGiveTheSameCalls) {
-  std::mt19937 chance(4242);
+  std::mt19937 random(4242);
   int fired = 0;
   for (; round < 1000; ++round) {
-    for (U32 n = chance() % 20; n > 0; --n) {
-      double delay = static_cast<double>(chance() % GetParam().spread) - 3;
-      arm(chance() % count, chance() % 10 == 0 ? never : now + delay);
+    for (U32 n = random() % 20; n > 0; --n) {
+      double delay = static_cast<double>(random() % GetParam().spread) - 3;
+      arm(random() % count, random() % 10 == 0 ? never : now + delay);
       ASSERT_EQ(wheel->nextExpiry(), naive.next());
     }
-    now += static_cast<double>(chance() % (GetParam().spread / 10));
+    now += static_cast<double>(random() % (GetParam().spread / 10));
     advanceBoth();
     if (HasFatalFailure()) return;
     fired += static_cast<int>(heard.size());

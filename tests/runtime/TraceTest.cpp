@@ -12,7 +12,7 @@ namespace {
 using testing_support::rangeError;
 using Zet::TraceHandle;
 
-/// A source whose handle is off, and operands that tell whether they were evaluated.
+/// A source whose handle is off, and operands that record whether they were evaluated.
 class Trace : public ModelTest {
  protected:
   Trace() { handle().enabledIs(false); }
@@ -85,7 +85,7 @@ TEST_F(Trace, HasTenLevels) {
   }
 }
 
-TEST_F(Trace, BuildsNoTextThatNobodyWants) {
+TEST_F(Trace, BuildsNoTextThatIsNotRequested) {
   trace8();
   handle().enabledIs(true);
   handle().levelIs(8, false);
@@ -94,7 +94,7 @@ TEST_F(Trace, BuildsNoTextThatNobodyWants) {
   EXPECT_TRUE(context.traces.empty());
 }
 
-TEST_F(Trace, ALineTellsWhereItCameFrom) {
+TEST_F(Trace, ALineNamesItsSource) {
   handle().enabledIs(true);
   trace8();
   ASSERT_EQ(context.traces.size(), 1u);
@@ -135,7 +135,7 @@ TEST_F(Trace, TheCoverageStreamHasEveryTextBuiltAndTheContextOnlyWhatIsEnabled) 
   EXPECT_FALSE(context.traces[0].coverage);
 }
 
-TEST_F(Trace, TraceHelperTakesTheTextAsItStandsInTheStream) {
+TEST_F(Trace, TraceHelperTakesTheTextAsItIsInTheStream) {
   std::ostringstream text;
   text << "by hand " << 7;
   Zet::traceHelper("Test::Trace", "entry", text, 3, false, "f", 12, "Block");
