@@ -37,8 +37,8 @@ PIMBSR_API U32 rhash(UniqueId key);
 
 /// The virtual networks that a filter is limited to. Both numbers have 24 bits, and 0 is no limit.
 ///
-/// A setter stores before it tests, as all setters with a range do, so a number that it refused stays; a copy
-/// of such a filter is refused with the same text.
+/// A setter stores before it tests, as all setters with a range do, so a number out of range stays stored; a
+/// copy of such a filter raises the same text.
 class PIMBSR_API IpFilterBase {
  public:
   static constexpr U32 most = 16777215;

@@ -35,13 +35,13 @@ static bool readNumber(std::string_view digits, int base, U32 most, U32& out) {
   return error == std::errc() && stop == digits.data() + digits.size() && out <= most;
 }
 
-/// The same for a decimal number, whose leading zeros are refused: some read them as octal.
+/// The same for a decimal number. Leading zeros are an error, since some programs read them as octal.
 static bool readDecimal(std::string_view digits, U32 most, U32& out) {
   bool hasLeadingZero = digits.size() > 1 && digits.front() == '0';
   return !hasLeadingZero && readNumber(digits, 10, most, out);
 }
 
-/// Cuts off what stands before the first separator; all of it if there is none.
+/// Cuts off the text before the first separator; all of it if there is none.
 static std::string_view cutPart(std::string_view& rest, char separator) {
   std::size_t at = rest.find(separator);
   std::string_view part = rest.substr(0, at);
@@ -60,8 +60,8 @@ static std::optional<IpAddr> readIpv4(std::string_view text) {
   return IpAddr::fromHost(word);
 }
 
-/// Appends the 16-bit groups of a part without "::"; false if it is malformed. An IPv4 address may stand at
-/// the end.
+/// Appends the 16-bit groups of a part without "::"; false if it is malformed. The part may end in an IPv4
+/// address.
 static bool readGroups(std::string_view text, bool isLast, std::vector<U32>& groups) {
   if (text.empty()) return true;
   if (text.back() == ':') return false;
@@ -106,7 +106,7 @@ struct Run {
 };
 
 /// The longest run of zero groups, the first among equals.
-static Run longestZeroRun(std::array<U32, 8> const& groups) {
+static Run maxZeroRun(std::array<U32, 8> const& groups) {
   Run longest;
   Run run;
   for (std::size_t at = 0; at < groups.size(); ++at) {
@@ -154,7 +154,7 @@ U32 Ip6Addr::hash() const {
 String8 Ip6Addr::stringValue() const {
   std::array<U32, 8> groups{};
   for (std::size_t at = 0; at < 8; ++at) groups[at] = U32{bytes_[2 * at]} << 8 | bytes_[2 * at + 1];
-  Run gap = longestZeroRun(groups);
+  Run gap = maxZeroRun(groups);
   std::string text;
   for (std::size_t at = 0; at < 8; ++at) {
     if (gap.length > 1 && at == gap.start) {
@@ -291,6 +291,11 @@ String8 IpGenPrefix::stringValue() const {
 }
 
 IntfId::IntfId(Pos& cur, Pos end) : name_(Zet::readQuoted(cur, end)) {}
+
+IpGenPrefix const& allGroups() {
+  static IpGenPrefix const groups = Prefix(firstGroup, 4);
+  return groups;
+}
 
 U32 rhash(IpAddr key) { return Zet::bitReverse(key.hash()); }
 U32 rhash(Prefix const& key) { return Zet::bitReverse(key.hash()); }

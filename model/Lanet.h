@@ -44,9 +44,9 @@ class PIMBSR_API IpAddr {
 
   constexpr U32 hostWord() const { return networkOrder(net_); }
   constexpr U32 netWord() const { return net_; }
-  /// In 224.0.0.0/4.
+  /// Whether it is a multicast group.
   constexpr bool isMulticast() const { return hostWord() >> 28 == 0xe; }
-  /// Maps the addresses to the 32-bit numbers one to one, so nobody can pick addresses that collide.
+  /// Maps the addresses to the 32-bit numbers one to one, so that no two addresses collide.
   U32 hash() const;
   Zet::String8 stringValue() const;
   void handleInitialized(Zet::String8 const& text) { *this = parse(text); }
@@ -68,7 +68,7 @@ class PIMBSR_API Ip6Addr {
   constexpr Ip6Addr() = default;
   constexpr explicit Ip6Addr(Bytes const& bytes) : bytes_(bytes) {}
   Ip6Addr(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end);
-  /// Reads the forms of RFC 4291 section 2.2; a zone is refused.
+  /// Reads the forms of RFC 4291 section 2.2; a text with a zone is malformed.
   static Ip6Addr parse(Zet::String8 const& text);
 
   constexpr Bytes const& bytes() const { return bytes_; }
@@ -100,7 +100,7 @@ class PIMBSR_API IpGenAddr {
   constexpr bool isEmpty() const { return family_ == 0; }
   /// The first 4 bytes, whatever the family: the address itself if it is IPv4, 0.0.0.0 if it is unset.
   IpAddr v4Addr() const;
-  /// All 16 bytes; an IPv4 address stands in the first 4, zeros behind it.
+  /// All 16 bytes; an IPv4 address is in the first 4, zeros follow.
   constexpr Ip6Addr v6Addr() const { return Ip6Addr(bytes_); }
   bool isMulticast() const;
   /// Hash of the 16 bytes, without the family.
@@ -119,7 +119,7 @@ class PIMBSR_API IpGenAddr {
 class PIMBSR_API Prefix {
  public:
   constexpr Prefix() = default;
-  /// Clears the host bits; refuses a length above 32.
+  /// Clears the host bits; raises on a length above 32.
   Prefix(IpAddr addr, U32 length);
   Prefix(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end);
   /// Reads "address/length".
@@ -148,7 +148,7 @@ class PIMBSR_API IpGenPrefix {
   /// The prefix of one host; of the unset address, the empty prefix.
   explicit IpGenPrefix(IpGenAddr const& host);
   IpGenPrefix(Prefix const& prefix);
-  /// Clears the host bits; refuses a length above that of the family.
+  /// Clears the host bits; raises on a length above that of the family.
   IpGenPrefix(IpGenAddr const& addr, U32 length);
   IpGenPrefix(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end);
   /// Reads "address/length" of either family; the empty text is the empty prefix.
@@ -193,6 +193,14 @@ class PIMBSR_API IntfId {
  private:
   Zet::String8 name_;
 };
+
+/// ALL-PIM-ROUTERS, 224.0.0.13, where PIM routers listen (RFC 7761 section 4.9).
+inline constexpr IpAddr allPimRouters = IpAddr::fromHost(0xe000000d);
+/// The bounds of all IPv4 multicast groups.
+inline constexpr IpAddr firstGroup = IpAddr::fromHost(0xe0000000);
+inline constexpr IpAddr lastGroup = IpAddr::fromHost(0xefffffff);
+/// All IPv4 multicast groups, 224.0.0.0/4, which is the range of the global zone.
+PIMBSR_API IpGenPrefix const& allGroups();
 
 /// The network values that share one text form.
 template <class T>

@@ -8,7 +8,7 @@
 namespace Routing {
 
 /// A set of IPv4 prefixes that answers for the longest one covering another. Prefixes are address words in
-/// host byte order, zero behind the length, and lengths 0 to 32.
+/// host byte order, zero beyond the length, and lengths 0 to 32.
 ///
 /// It is a binary trie whose paths without branches are cut short, in one array: a lookup visits at most one
 /// node per branch on its way, insert and erase change at most two nodes, and memory is under 32 bytes per

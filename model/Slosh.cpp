@@ -30,7 +30,7 @@ void ReadOnlySloshTable::writerCounters() const {
 void ReadOnlySloshTable::readerCounters() const {
   throwInternalException("readerCounters() not implemented");
 }
-void ReadOnlySloshTable::refuseWrite() { throwInternalException("write to read-only Slosh table"); }
-void ReadOnlySloshTable::refuseRemove() { throwInternalException("remove to read-only Slosh table"); }
+void ReadOnlySloshTable::throwOnWrite() { throwInternalException("write to read-only Slosh table"); }
+void ReadOnlySloshTable::throwOnRemove() { throwInternalException("remove to read-only Slosh table"); }
 
 }  // namespace Slosh

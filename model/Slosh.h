@@ -38,8 +38,8 @@ class PIMBSR_API ReadOnlySloshTable : public SloshBaseDummy {
   void readerCounters() const override;
 
  protected:
-  [[noreturn]] static void refuseWrite();
-  [[noreturn]] static void refuseRemove();
+  [[noreturn]] static void throwOnWrite();
+  [[noreturn]] static void throwOnRemove();
 };
 
 /// A table as its writer keeps it; readers share it by reference.
@@ -60,9 +60,9 @@ class SloshMap : public ReadOnlySloshTable {
     auto at = table_->entries.find(key);
     return at == table_->entries.end() ? V() : at->second;
   }
-  /// Refused: the table is read-only.
-  [[noreturn]] void write(K const&, V const&) { refuseWrite(); }
-  [[noreturn]] void remove(K const&) { refuseRemove(); }
+  /// Raises InternalException: the table is read-only.
+  [[noreturn]] void write(K const&, V const&) { throwOnWrite(); }
+  [[noreturn]] void remove(K const&) { throwOnRemove(); }
 
  private:
   Zet::Ptr<SloshTable<V, K> const> table_;
@@ -78,7 +78,7 @@ enum class RouteType : U32 {
   remote = 3      ///< a next hop
 };
 
-/// One unicast route. The default value stands for no route.
+/// One unicast route. The default value means no route.
 struct Route {
   RouteType type = RouteType::unset;
   Lanet::IntfId intfId;      ///< interface that it leads out of

@@ -5,7 +5,7 @@
 
 namespace Routing::Pim {
 
-/// The unicast routes as PIM reads them: a trie that finds the best route's prefix and a table that tells the
+/// The unicast routes as PIM reads them: a trie that finds the best route's prefix and a table that holds the
 /// route. A host writes it; the machines only read.
 class PIMBSR_API PimUcastRouteStatus : public Zet::PtrInterface {
  public:

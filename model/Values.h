@@ -17,7 +17,7 @@
 namespace Routing::Pim {
 
 /// A whole number with a range, which raises when it is made from a number outside. `Range` gives its bounds,
-/// the number it starts with and the text of its refusal. The text form is the decimal number.
+/// the number it starts with and the text that it raises. The text form is the decimal number.
 template <class Range>
 class Bounded {
  public:
@@ -36,7 +36,7 @@ class Bounded {
 
  private:
   static constexpr Rep checked(S64 number) {
-    if (number < Range::low || number > Range::high) Zet::throwRangeException(Range::refusal);
+    if (number < Range::low || number > Range::high) Zet::throwRangeException(Range::rangeError);
     return static_cast<Rep>(number);
   }
 
@@ -47,7 +47,7 @@ struct RpPriorityRange {
   using Rep = U32;
   static constexpr S64 low = 0, high = 256;
   static constexpr Rep initial = 256;
-  static constexpr char const* refusal = "RpPriority::value < 0 or > 256 not allowed";
+  static constexpr char const* rangeError = "RpPriority::value < 0 or > 256 not allowed";
 };
 /// Priority of a candidate RP, lower is preferred. 256, above what a message can carry, means none was set.
 using RpPriority = Bounded<RpPriorityRange>;
@@ -56,7 +56,7 @@ struct RpHashMaskLenRange {
   using Rep = U32;
   static constexpr S64 low = 0, high = 128;
   static constexpr Rep initial = 0;
-  static constexpr char const* refusal = "RpHashMaskLen::value < 0 or > 128 not allowed";
+  static constexpr char const* rangeError = "RpHashMaskLen::value < 0 or > 128 not allowed";
 };
 /// Bits of a group address that go into the choice of an RP (RFC 5059 section 4.1). 128 means unknown.
 using RpHashMaskLen = Bounded<RpHashMaskLenRange>;
@@ -65,9 +65,9 @@ struct CrpHoldTimeRange {
   using Rep = U16;
   static constexpr S64 low = 0, high = 40958;
   static constexpr Rep initial = 0;
-  static constexpr char const* refusal = "CrpHoldTime::value < 0 or > 40958 not allowed";
+  static constexpr char const* rangeError = "CrpHoldTime::value < 0 or > 40958 not allowed";
 };
-/// Seconds for which a candidate RP stands without being heard again; 0 withdraws it.
+/// Seconds for which a candidate RP is kept without a new advertisement; 0 withdraws it.
 using CrpHoldTime = Bounded<CrpHoldTimeRange>;
 
 /// How a group range is served: by shared and source trees, or by bidirectional trees.
@@ -121,7 +121,7 @@ struct CrpAdvIntervalRange {
   using Rep = U32;
   static constexpr S64 low = 1, high = 16383;
   static constexpr Rep initial = 60;
-  static constexpr char const* refusal = "CrpAdvInterval::value < 1 or > 16383 not allowed";
+  static constexpr char const* rangeError = "CrpAdvInterval::value < 1 or > 16383 not allowed";
 };
 /// Seconds between two advertisements of a candidate RP.
 class PIMBSR_API CrpAdvInterval : public Bounded<CrpAdvIntervalRange> {
@@ -130,7 +130,7 @@ class PIMBSR_API CrpAdvInterval : public Bounded<CrpAdvIntervalRange> {
 
   using Bounded::Bounded;
   constexpr CrpAdvInterval() = default;
-  /// Only the low 32 bits of the number that stands there are looked at.
+  /// Only the low 32 bits of the number in the text are used.
   CrpAdvInterval(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end)
       : Bounded(static_cast<U32>(Zet::readInteger(cur, end))) {}
 };
@@ -177,7 +177,7 @@ PIMBSR_API std::ostream& operator<<(std::ostream& out, PimBsrWeight const& weigh
 /// How many received messages were dropped, by reason.
 struct PIMBSR_API PimBsrErrorCounters {
   U32 rxFilter = 0;         ///< advertisements of candidate RPs that the filter doesn't permit
-  U32 rxNbrRpfCheck = 0;    ///< not from the RPF neighbour towards the BSR
+  U32 rxNbrRpfCheck = 0;    ///< not from the RPF neighbor towards the BSR
   U32 rxNoForwardBsm = 0;   ///< No-Forward messages that were not to be accepted
   U32 rxUnicastBsm = 0;     ///< Bootstrap Messages sent to a unicast address
   U32 rxScopeMismatch = 0;  ///< over a border of the zone, or of another zone

@@ -47,19 +47,19 @@ TEST(AclValues, VirtualNetworksHave24Bits) {
             "IpFilterBase::vni < 0 or > 16777215 not allowed");
 }
 
-TEST(AclValues, ARefusedNumberStaysAndACopyIsRefusedWithTheSameText) {
-  char const* refused = "IpFilterBase::tni < 0 or > 16777215 not allowed";
+TEST(AclValues, ARejectedNumberStaysAndACopyIsRejectedWithTheSameText) {
+  char const* rejected = "IpFilterBase::tni < 0 or > 16777215 not allowed";
   IpRuleConfig rule;
-  EXPECT_EQ(rangeError([&] { rule.filter.tniIs(16777216); }), refused);
+  EXPECT_EQ(rangeError([&] { rule.filter.tniIs(16777216); }), rejected);
   EXPECT_EQ(rule.filter.tni(), 16777216u);
-  EXPECT_EQ(rangeError([&] { IpRuleConfig copy(rule); }), refused);
+  EXPECT_EQ(rangeError([&] { IpRuleConfig copy(rule); }), rejected);
   EXPECT_EQ(rangeError([&] {
               IpRuleConfig other;
               other = rule;
             }),
-            refused);
+            rejected);
   auto list = Acl::aclConfigFactory("list");
-  EXPECT_EQ(rangeError([&] { list->ipRuleByIdIs(UniqueId(1), rule); }), refused);
+  EXPECT_EQ(rangeError([&] { list->ipRuleByIdIs(UniqueId(1), rule); }), rejected);
   EXPECT_EQ(list->ipRuleByIdCount(), 0u);
 }
 
@@ -120,7 +120,7 @@ TEST(SourceIntf, AllWhoRegisterAnInterfaceShareIt) {
   EXPECT_NE(sources->registerSourceIntf(intf("eth1")), first);
 }
 
-TEST(SourceIntf, AnAddressIsToldToEachWatcherAndFoundByALaterOne) {
+TEST(SourceIntf, AnAddressIsReportedToEachWatcherAndFoundByALaterOne) {
   auto sources = Ip::SourceIntf::sourceIntfSmFactory();
   auto one = Zet::make<AddressWatch>();
   auto two = Zet::make<AddressWatch>();

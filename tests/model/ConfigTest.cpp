@@ -19,7 +19,7 @@ using testing_support::rangeError;
 using Zet::Ptr;
 using Texts = std::vector<std::string>;
 
-/// Notes what Config tells.
+/// Notes what Config notifies.
 class ConfigWatch : public Bsr::Config::NotifieeConst {
  public:
   void onHoldTime() override { heard.push_back("holdTime " + std::to_string(notifier()->holdTime())); }
@@ -43,7 +43,7 @@ class ConfigWatch : public Bsr::Config::NotifieeConst {
 class ConfigTree : public ModelTest {
  protected:
   ConfigTree() { watch->notifierIs(config); }
-  /// What was told since the last call.
+  /// What was notified since the last call.
   Texts heard() { return std::exchange(watch->heard, {}); }
 
   Ptr<Bsr::Config> config = Bsr::configFactory("bsr");
@@ -123,9 +123,9 @@ TEST_F(ConfigTree, FactoriesMakeEntitiesByTheirConstructorArguments) {
 TEST_F(ConfigTree, HoldTimeIsFrom12To1073741823) {
   config->holdTimeIs(12);
   config->holdTimeIs(1073741823);
-  char const* refused = "Config::holdTime < 12 or > 1073741823 not allowed";
-  EXPECT_EQ(rangeError([&] { config->holdTimeIs(11); }), refused);
-  EXPECT_EQ(rangeError([&] { config->holdTimeIs(1073741824); }), refused);
+  char const* rejected = "Config::holdTime < 12 or > 1073741823 not allowed";
+  EXPECT_EQ(rangeError([&] { config->holdTimeIs(11); }), rejected);
+  EXPECT_EQ(rangeError([&] { config->holdTimeIs(1073741824); }), rejected);
   EXPECT_EQ(heard(), (Texts{"holdTime 12", "holdTime 1073741823"}));
 }
 
@@ -147,20 +147,20 @@ void expectRanges(Ptr<Entry> const& entry, std::string const& name) {
   EXPECT_EQ(rangeError([&] { entry->hashMaskLenIs(129); }), name + "::hashMaskLen < 0 or > 128 not allowed");
   entry->intervalIs(10);
   entry->intervalIs(536870906);
-  std::string refused = name + "::interval < " + name + "::minInterval or > 536870906 not allowed";
-  EXPECT_EQ(rangeError([&] { entry->intervalIs(9); }), refused);
-  EXPECT_EQ(rangeError([&] { entry->intervalIs(536870907); }), refused);
+  std::string rejected = name + "::interval < " + name + "::minInterval or > 536870906 not allowed";
+  EXPECT_EQ(rangeError([&] { entry->intervalIs(9); }), rejected);
+  EXPECT_EQ(rangeError([&] { entry->intervalIs(536870907); }), rejected);
 }
 
-TEST_F(ConfigTree, AGroupOfACandidateBsrRefusesByItsOwnName) {
+TEST_F(ConfigTree, AGroupOfACandidateBsrRejectsByItsOwnName) {
   expectRanges(Bsr::bsrCandidateGroupFactory(range), "BsrCandidateGroup");
 }
 
-TEST_F(ConfigTree, AnAccessListOfACandidateBsrRefusesByItsOwnName) {
+TEST_F(ConfigTree, AnAccessListOfACandidateBsrRejectsByItsOwnName) {
   expectRanges(Bsr::bsrCandidateAclFactory("list"), "BsrCandidateAcl");
 }
 
-TEST_F(ConfigTree, ThePriorityOfACandidateRpIsRefusedWhereTheValueIsMade) {
+TEST_F(ConfigTree, ThePriorityOfACandidateRpIsRejectedWhereTheValueIsMade) {
   auto options = Bsr::rpCandidateAclEntryOptionsFactory("list");
   options->priorityIs(0);
   options->priorityIs(256);
@@ -168,9 +168,9 @@ TEST_F(ConfigTree, ThePriorityOfACandidateRpIsRefusedWhereTheValueIsMade) {
   EXPECT_EQ(options->priority(), RpPriority(256));
 }
 
-TEST_F(ConfigTree, ARefusedValueStaysAndNobodyHearsOfItAndItsRepetitionIsNoChange) {
-  char const* refused = "Config::holdTime < 12 or > 1073741823 not allowed";
-  EXPECT_EQ(rangeError([&] { config->holdTimeIs(5); }), refused);
+TEST_F(ConfigTree, ARejectedValueStaysAndIsNotNotifiedAndItsRepetitionIsNoChange) {
+  char const* rejected = "Config::holdTime < 12 or > 1073741823 not allowed";
+  EXPECT_EQ(rangeError([&] { config->holdTimeIs(5); }), rejected);
   EXPECT_EQ(config->holdTime(), 5u);
   config->holdTimeIs(5);
   EXPECT_EQ(heard(), Texts());
@@ -180,7 +180,7 @@ TEST_F(ConfigTree, ARefusedValueStaysAndNobodyHearsOfItAndItsRepetitionIsNoChang
 
 // Collections -----------------------------------------------------------------------------------------
 
-TEST_F(ConfigTree, EachCollectionTellsWhatCameAndWentByItsKey) {
+TEST_F(ConfigTree, EachCollectionReportsWhatCameAndWentByItsKey) {
   config->bsrCandidateConfigIs(intf("eth0"));
   config->rpCandidateConfigIs(intf("eth1"));
   config->intfConfigIs("eth2");
@@ -196,7 +196,7 @@ TEST_F(ConfigTree, EachCollectionTellsWhatCameAndWentByItsKey) {
   EXPECT_FALSE(config->crpFilterAcl("list"));
 }
 
-TEST_F(ConfigTree, AMemberThatStandsIsGivenBackUntouched) {
+TEST_F(ConfigTree, AnExistingMemberIsReturnedUntouched) {
   auto group = config->bsrCandidateConfigIs(intf("eth0"))->groupIs(range);
   group->priorityIs(7);
   heard();
@@ -216,7 +216,7 @@ TEST_F(ConfigTree, AbsentMembersReadAsNullOrFalse) {
   EXPECT_FALSE(border->bsrBorderAcl("list"));
 }
 
-TEST_F(ConfigTree, RangesAreToldByReflection) {
+TEST_F(ConfigTree, RangesAreReportedByReflection) {
   Zet::AttributeRow const* row = Bsr::BsrCandidateGroup::_fwkType().row("interval");
   ASSERT_TRUE(row);
   EXPECT_STREQ(row->range,
@@ -236,7 +236,7 @@ TEST(MessageCounters, ClearingSetsEachCountToZeroAndKeepsItsEntry) {
   EXPECT_EQ(counters->rxCount() + counters->rxErrorCount() + counters->txCount(), 3u);
 }
 
-TEST(MessageCounters, ANullTableIsRefused) {
+TEST(MessageCounters, ANullTableIsRejected) {
   EXPECT_EQ(
       rangeError([] { Routing::Pim::IO::clearMessageCounters(Ptr<Routing::Pim::Slosh::MessageCounters>()); }),
       "null ValidPtr");

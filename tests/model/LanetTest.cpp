@@ -55,7 +55,7 @@ void expectText(T const& value, std::string const& bare) {
   EXPECT_TRUE(read == value) << bare;
 }
 
-/// Every value is less than those behind it, and equal to itself alone.
+/// Every value is less than those after it, and equal to itself alone.
 template <class T>
 void expectAscending(std::vector<T> const& values) {
   for (std::size_t i = 0; i < values.size(); ++i) {
@@ -103,7 +103,7 @@ char const* const noIpv4[] = {
     "1.2..4",  ".1.2.3.4",  "1.2.3.",           "01.2.3.4",  "1.2.3.00", "1.2.3.4/8", "+1.2.3.4",
     "a.b.c.d", "0x1.2.3.4", "1.2.3.4294967297", "1,2,3,4",   "'1.2.3.4'"};
 
-TEST(IpAddr, BadTextIsRefusedAndNamed) {
+TEST(IpAddr, BadTextIsRejectedAndNamed) {
   for (char const* text : noIpv4) {
     EXPECT_EQ(rangeError([&] { IpAddr::parse(text); }), std::string("'") + text + "' is no IPv4 address");
   }
@@ -187,7 +187,7 @@ char const* const noIpv6[] = {":",
                               "1:2:3:4:5:6:7:8:",
                               "::1:"};
 
-TEST(Ip6Addr, BadTextIsRefusedAndNamed) {
+TEST(Ip6Addr, BadTextIsRejectedAndNamed) {
   for (char const* text : noIpv6) {
     Ip6Addr::Bytes bytes{};
     EXPECT_NE(inet_pton(AF_INET6, text, bytes.data()), 1) << "a good text: " << text;
@@ -197,7 +197,7 @@ TEST(Ip6Addr, BadTextIsRefusedAndNamed) {
   EXPECT_THROW(Ip6Addr::parse("10.0.0.1"), Zet::RangeException);
 }
 
-TEST(Ip6Addr, HashWithTwelveZeroBytesBehindIsThatOfTheIpv4Address) {
+TEST(Ip6Addr, HashWithTwelveZeroBytesAfterIsThatOfTheIpv4Address) {
   for (char const* text : {"0.0.0.0", "10.0.0.1", "224.0.0.13", "255.255.255.255"}) {
     EXPECT_EQ(IpGenAddr(v4(text)).v6Addr().hash(), v4(text).hash()) << text;
   }
@@ -226,13 +226,13 @@ TEST(IpGenAddr, TheUnsetAddressIsNotTheZeroAddress) {
   EXPECT_TRUE(unset < zero);
 }
 
-TEST(IpGenAddr, TextTellsTheFamilyBothWays) {
+TEST(IpGenAddr, TextShowsTheFamilyBothWays) {
   for (char const* text : {"0.0.0.0", "10.0.0.1", "255.255.255.255"}) expectText(IpGenAddr(v4(text)), text);
   for (char const* text : {"::", "::1", "2001:db8::1"}) expectText(IpGenAddr(Ip6Addr::parse(text)), text);
   expectText(IpGenAddr(), "");
 }
 
-TEST(IpGenAddr, BadTextIsRefusedAndNamed) {
+TEST(IpGenAddr, BadTextIsRejectedAndNamed) {
   for (char const* text : noIpv4) {
     EXPECT_EQ(rangeError([&] { IpGenAddr::parse(text); }), std::string("'") + text + "' is no IP address");
   }
@@ -305,7 +305,7 @@ TEST(IpGenPrefix, TextGoesBothWays) {
   }
 }
 
-TEST(IpGenPrefix, BadTextIsRefusedAndNamed) {
+TEST(IpGenPrefix, BadTextIsRejectedAndNamed) {
   for (char const* text :
        {"/", "/8", "10.0.0.0", "10.0.0.0/", "10.0.0.0/-1", "10.0.0.0/+8", "10.0.0.0/08", "10.0.0.0/8 ",
         "10.0.0.0/8/8", "10.0.0.0/x", "10.0.0.0/4294967296", "10.0.0.0/ 8", "224.0.0.0-4"}) {
@@ -314,7 +314,7 @@ TEST(IpGenPrefix, BadTextIsRefusedAndNamed) {
   EXPECT_EQ(rangeError([] { IpGenPrefix::parse("10.0.0/8"); }), "'10.0.0' is no IP address");
 }
 
-TEST(IpGenPrefix, ALengthBeyondTheFamilyIsRefused) {
+TEST(IpGenPrefix, ALengthBeyondTheFamilyIsRejected) {
   EXPECT_EQ(rangeError([] { prefix("10.0.0.0/33"); }), "prefix length 33 is above 32");
   EXPECT_EQ(rangeError([] { prefix("::/129"); }), "prefix length 129 is above 128");
   EXPECT_EQ(rangeError([] { IpGenPrefix(gen("10.0.0.0"), 33); }), "prefix length 33 is above 32");
@@ -390,7 +390,7 @@ TEST(Prefix, ContainsWhatLiesWithin) {
   EXPECT_TRUE(Prefix().contains(ten));
 }
 
-TEST(Prefix, BadTextIsRefusedAndNamed) {
+TEST(Prefix, BadTextIsRejectedAndNamed) {
   EXPECT_EQ(rangeError([] { Prefix::parse(""); }), "'' is no IPv4 prefix");
   EXPECT_EQ(rangeError([] { Prefix::parse("10.0.0.0"); }), "'10.0.0.0' is no IPv4 prefix");
   EXPECT_EQ(rangeError([] { Prefix::parse("::/0"); }), "'::' is no IPv4 address");

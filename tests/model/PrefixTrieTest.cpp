@@ -77,7 +77,7 @@ TEST(PrefixTrie, EmptyTrieFindsNothing) {
   EXPECT_FALSE(trie.erase(ten));
 }
 
-TEST(PrefixTrie, InsertAndEraseTellWhetherTheyChangedTheSet) {
+TEST(PrefixTrie, InsertAndEraseReportWhetherTheyChangedTheSet) {
   PrefixTrie trie;
   EXPECT_TRUE(trie.insert(ten));
   EXPECT_FALSE(trie.insert(ten));

@@ -169,7 +169,7 @@ class InfoWatch : public IO::MessageInfo::NotifieeConst {
   Texts heard;
 };
 
-TEST(MessageInfo, TellsOfEachRaiseAndOfAnotherMessageOnly) {
+TEST(MessageInfo, NotifiesEachRaiseAndAnotherMessageOnly) {
   auto info = IO::messageInfoFactory();
   auto watch = Zet::make<InfoWatch>();
   watch->notifierIs(info);
@@ -288,7 +288,7 @@ class CountersWatch : public Bsr::PimBsrCounters::NotifieeConst {
   int heard = 0;
 };
 
-TEST(Counters, RefusalsAreOneValueWhoseEqualWriteCallsNobody) {
+TEST(Counters, DropsByReasonAreOneValueWhoseEqualWriteNotifiesNone) {
   auto counters = Bsr::pimBsrCountersFactory("bsr");
   auto watch = Zet::make<CountersWatch>();
   watch->notifierIs(counters);
@@ -303,7 +303,7 @@ TEST(Counters, RefusalsAreOneValueWhoseEqualWriteCallsNobody) {
   EXPECT_EQ(watch->heard, 1);
 }
 
-TEST(Counters, RefusalsAreEqualOnlyIfAllSixAre) {
+TEST(Counters, DropsByReasonAreEqualOnlyIfAllSixAre) {
   Zet::U32 Bsr::PimBsrErrorCounters::*const members[] = {
       &Bsr::PimBsrErrorCounters::rxFilter,        &Bsr::PimBsrErrorCounters::rxNbrRpfCheck,
       &Bsr::PimBsrErrorCounters::rxNoForwardBsm,  &Bsr::PimBsrErrorCounters::rxUnicastBsm,
@@ -316,7 +316,7 @@ TEST(Counters, RefusalsAreEqualOnlyIfAllSixAre) {
   }
 }
 
-// What PIM reads and what it tells --------------------------------------------------------------------
+// Input and output of PIM -----------------------------------------------------------------------------
 
 TEST(RpSet, IsMadeByRangeAndAddress) {
   auto rpSet = Routing::Pim::rpCandidateStatusFactory("agent");
@@ -352,7 +352,7 @@ class PimWatch : public Routing::Pim::Status::NotifieeConst {
   Texts heard;
 };
 
-TEST(PimStatus, TellsOfInterfacesThatComeAndGo) {
+TEST(PimStatus, NotifiesInterfacesThatComeAndGo) {
   auto status = Routing::Pim::statusFactory("pim");
   auto watch = Zet::make<PimWatch>();
   watch->notifierIs(status);

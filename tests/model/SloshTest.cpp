@@ -62,7 +62,7 @@ TEST(Slosh, EveryOperationThatATableDoesNotProvideRaisesItsOwnName) {
   for (auto const& c : cases) EXPECT_EQ(raised([&] { c.call(*base); }), c.text);
 }
 
-TEST(Slosh, AReadOnlyTableRefusesChangesAndCounterQueriesAndKeepsItsEntries) {
+TEST(Slosh, AReadOnlyTableRejectsChangesAndCounterQueriesAndKeepsItsEntries) {
   struct {
     void (*call)(Map&);
     char const* text;

@@ -19,26 +19,26 @@ using Zet::Ptr;
 using Texts = std::vector<std::string>;
 
 template <class Key>
-std::string told(char const* attribute, Key const& key) {
+std::string keyed(char const* attribute, Key const& key) {
   return std::string(attribute) + " " + std::string(key.stringValue().view());
 }
 
-/// Notes everything that Status tells.
+/// Notes everything that Status notifies.
 class StatusWatch : public Bsr::Status::NotifieeConst {
  public:
   void onAf() override { heard.emplace_back("af"); }
   void onBsTimeout() override { heard.emplace_back("bsTimeout"); }
   void onSzTimeout() override { heard.emplace_back("szTimeout"); }
-  void onBsBorder(Lanet::IpGenPrefix const& key) override { heard.push_back(told("bsBorder", key)); }
-  void onZoneGroup(Lanet::IpGenPrefix const& key) override { heard.push_back(told("zoneGroup", key)); }
+  void onBsBorder(Lanet::IpGenPrefix const& key) override { heard.push_back(keyed("bsBorder", key)); }
+  void onZoneGroup(Lanet::IpGenPrefix const& key) override { heard.push_back(keyed("zoneGroup", key)); }
   void onZoneAcl(Zet::String8 const& key) override { heard.push_back("zoneAcl " + std::string(key.view())); }
   void onBootstrapRouter(Lanet::IpGenPrefix const& key) override {
-    heard.push_back(told("bootstrapRouter", key));
+    heard.push_back(keyed("bootstrapRouter", key));
   }
-  void onCbsr(Lanet::IpGenPrefix const& key) override { heard.push_back(told("cbsr", key)); }
-  void onCrp(Lanet::IpGenAddr const& key) override { heard.push_back(told("crp", key)); }
-  void onCrpPermit(Lanet::IpGenPrefix const& key) override { heard.push_back(told("crpPermit", key)); }
-  void onCrpStatus(Lanet::IpGenPrefix const& key) override { heard.push_back(told("crpStatus", key)); }
+  void onCbsr(Lanet::IpGenPrefix const& key) override { heard.push_back(keyed("cbsr", key)); }
+  void onCrp(Lanet::IpGenAddr const& key) override { heard.push_back(keyed("crp", key)); }
+  void onCrpPermit(Lanet::IpGenPrefix const& key) override { heard.push_back(keyed("crpPermit", key)); }
+  void onCrpStatus(Lanet::IpGenPrefix const& key) override { heard.push_back(keyed("crpStatus", key)); }
   void onCounters() override { heard.emplace_back("counters"); }
   Texts heard;
 };
@@ -46,7 +46,7 @@ class StatusWatch : public Bsr::Status::NotifieeConst {
 class StatusTree : public ModelTest {
  protected:
   StatusTree() { watch->notifierIs(status); }
-  /// What was told since the last call.
+  /// What was notified since the last call.
   Texts heard() { return std::exchange(watch->heard, {}); }
 
   Ptr<Bsr::Status> status = Bsr::statusFactory("bsr");
@@ -149,7 +149,7 @@ TEST_F(StatusTree, FactoriesMakeEntitiesByTheirConstructorArguments) {
 
 // Plain values ----------------------------------------------------------------------------------------
 
-TEST_F(StatusTree, APlainValueTellsOfAChangeOnceAndOfAnEqualValueNever) {
+TEST_F(StatusTree, APlainValueNotifiesAChangeOnceAndAnEqualValueNever) {
   status->bsTimeoutIs(130);
   status->szTimeoutIs(1300);
   status->afIs(AddressFamily::ipv4);
@@ -173,7 +173,7 @@ TEST_F(StatusTree, NothingIsRangeChecked) {
 
 // Collections of entities -----------------------------------------------------------------------------
 
-TEST_F(StatusTree, AnExistingCandidateIsReturnedUntouchedAndNobodyHears) {
+TEST_F(StatusTree, AnExistingCandidateIsReturnedUntouchedAndIsNotNotified) {
   auto made = status->cbsrIs(zone);
   EXPECT_EQ(heard(), Texts{"cbsr 239.0.0.0/8"});
   made->priorityIs(7);
@@ -183,7 +183,7 @@ TEST_F(StatusTree, AnExistingCandidateIsReturnedUntouchedAndNobodyHears) {
   EXPECT_EQ(heard(), Texts());
 }
 
-TEST_F(StatusTree, EveryEntityCollectionTellsOfMembersMadeAndRemovedAndOfNothingElse) {
+TEST_F(StatusTree, EveryEntityCollectionNotifiesMembersMadeAndRemovedAndNothingElse) {
   Lanet::IpGenAddr rp = addr("10.0.0.1");
   for (int i = 0; i < 2; ++i) {
     status->bsBorderIs(zone);
@@ -213,13 +213,13 @@ TEST_F(StatusTree, AnAbsentKeyReadsNull) {
   EXPECT_FALSE(status->crpStatus(zone));
 }
 
-TEST_F(StatusTree, AMemberMadeByNewIsLinkedAndNobodyHears) {
+TEST_F(StatusTree, AMemberMadeByNewIsLinkedAndIsNotNotified) {
   auto made = status->newCbsr(zone);
   EXPECT_EQ(status->cbsr(zone), made);
   EXPECT_EQ(heard(), Texts());
 }
 
-TEST_F(StatusTree, DelAllRemovesTheMembersOneByOneEachTold) {
+TEST_F(StatusTree, DelAllRemovesTheMembersOneByOneEachNotified) {
   status->cbsrIs(prefix("239.1.0.0/16"));
   status->cbsrIs(prefix("239.2.0.0/16"));
   status->cbsrIs(prefix("239.3.0.0/16"));
@@ -242,7 +242,7 @@ TEST_F(StatusTree, AHeldMemberOutlivesItsRemoval) {
 
 // Collections of values -------------------------------------------------------------------------------
 
-TEST_F(StatusTree, AnotherInterfaceForAGroupReplacesTheFirstAndIsToldOnce) {
+TEST_F(StatusTree, AnotherInterfaceForAGroupReplacesTheFirstAndIsReportedOnce) {
   status->zoneGroupIs(zone, intf("eth0"));
   EXPECT_EQ(heard(), Texts{"zoneGroup 239.0.0.0/8"});
   status->zoneGroupIs(zone, intf("eth1"));
@@ -329,7 +329,7 @@ TEST_F(StatusTree, CountersAreMadeOnceUnderTheirName) {
   EXPECT_EQ(heard(), Texts());
 }
 
-TEST_F(StatusTree, CountersOfAnotherNameAreRefusedWhileTheFirstStand) {
+TEST_F(StatusTree, CountersOfAnotherNameAreRejectedWhileTheFirstExist) {
   auto counters = status->countersIs("bsr");
   try {
     status->countersIs("other");
@@ -370,7 +370,7 @@ TEST_F(StatusTree, ItsEndEmptiesTheCollectionsAndLeavesWhatIsHeldElsewhere) {
   for (Zet::PtrInterface const* member : members) EXPECT_EQ(member->references(), 1u);
 }
 
-TEST_F(StatusTree, ItsEndTellsAWeakWatcherOfEachMemberThatGoes) {
+TEST_F(StatusTree, ItsEndNotifiesAWeakWatcherOfEachMemberThatGoes) {
   watch->isWeakReferenceIs(true);
   status->bsBorderIs(zone);
   status->bootstrapRouterIs(zone);
@@ -384,7 +384,7 @@ TEST_F(StatusTree, ItsEndTellsAWeakWatcherOfEachMemberThatGoes) {
   EXPECT_FALSE(watch->notifier());
 }
 
-TEST_F(StatusTree, ANullReferenceIsRefused) {
+TEST_F(StatusTree, ANullReferenceIsRejected) {
   EXPECT_EQ(rangeError([] { Zet::ValidPtr<Bsr::Status> valid((Ptr<Bsr::Status>())); }), "null ValidPtr");
 }
 

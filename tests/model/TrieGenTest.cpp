@@ -126,7 +126,7 @@ TEST_F(Trie, OneRouteThatComesAndGoesInTurnWakesTheWatchersEachTime) {
                                                     "239.0.0.0/8 there", "", "239.0.0.0/8 gone"}));
 }
 
-TEST_F(Trie, ARouteThatStandsAlreadyOrIsAbsentWakesNobody) {
+TEST_F(Trie, ARouteThatExistsAlreadyOrIsAbsentNotifiesNone) {
   trie->routeIs(prefix("239.0.0.0/8"), true);
   watch->heard.clear();
   trie->routeIs(prefix("239.0.0.0/8"), true);
@@ -135,7 +135,7 @@ TEST_F(Trie, ARouteThatStandsAlreadyOrIsAbsentWakesNobody) {
   EXPECT_TRUE(watch->heard.empty());
 }
 
-TEST_F(Trie, ChangedRouteItselfTellsOfAChangedValueOnly) {
+TEST_F(Trie, ChangedRouteItselfNotifiesAChangedValueOnly) {
   trie->changedRouteIs(prefix("239.0.0.0/8"));
   trie->changedRouteIs(prefix("239.0.0.0/8"));
   EXPECT_EQ(watch->heard, (std::vector<std::string>{"239.0.0.0/8 gone"}));

@@ -50,7 +50,7 @@ void expectText(T const& value, char const* text) {
   EXPECT_EQ(strepToValue<T>(text), value);
 }
 
-/// Every value is less than those behind it, in all the relations.
+/// Every value is less than those after it, in all the relations.
 template <class T>
 void expectAscending(std::vector<T> const& values) {
   for (std::size_t i = 0; i < values.size(); ++i) {
@@ -90,7 +90,7 @@ void expectEnumeration(Enumeration<E> const& e) {
 }
 
 template <class E>
-void expectRefusals(Enumeration<E> const& e) {
+void expectErrors(Enumeration<E> const& e) {
   U32 beyond = static_cast<U32>(e.names.size());
   for (U32 number : {beyond, 7u, 0xffffffffu}) {
     EXPECT_EQ(rangeError([&] { e.ofNumber(number); }), e.typeName);
@@ -107,29 +107,29 @@ void expectRefusals(Enumeration<E> const& e) {
 }
 
 template <class E>
-void expectEnumerationWithRefusals(Enumeration<E> const& e) {
+void expectEnumerationWithErrors(Enumeration<E> const& e) {
   expectEnumeration(e);
-  expectRefusals(e);
+  expectErrors(e);
 }
 
-TEST(Enumerations, EachHasItsNumbersNamesAndRefusals) {
+TEST(Enumerations, EachHasItsNumbersNamesAndErrors) {
   using namespace Routing::Pim;
   using namespace Routing::Pim::Bsr;
-  expectEnumerationWithRefusals<Scope>({"Scope", {"global", "admin"}, ScopeInstance, ScopeInstance});
-  expectEnumerationWithRefusals<BsrCandidateState>({"BsrCandidateState",
-                                                    {"noInfoBsr", "cBsr", "pBsr", "eBsr"},
-                                                    BsrCandidateStateInstance,
-                                                    BsrCandidateStateInstance});
-  expectEnumerationWithRefusals<BsrNonCandidateState>({"BsrNonCandidateState",
-                                                       {"noInfo", "acceptAny", "acceptPreferred"},
-                                                       BsrNonCandidateStateInstance,
-                                                       BsrNonCandidateStateInstance});
-  expectEnumerationWithRefusals<Mode>({"Mode", {"unset", "sparse", "bidir"}, ModeInstance, ModeInstance});
-  expectEnumerationWithRefusals<RpType>(
+  expectEnumerationWithErrors<Scope>({"Scope", {"global", "admin"}, ScopeInstance, ScopeInstance});
+  expectEnumerationWithErrors<BsrCandidateState>({"BsrCandidateState",
+                                                  {"noInfoBsr", "cBsr", "pBsr", "eBsr"},
+                                                  BsrCandidateStateInstance,
+                                                  BsrCandidateStateInstance});
+  expectEnumerationWithErrors<BsrNonCandidateState>({"BsrNonCandidateState",
+                                                     {"noInfo", "acceptAny", "acceptPreferred"},
+                                                     BsrNonCandidateStateInstance,
+                                                     BsrNonCandidateStateInstance});
+  expectEnumerationWithErrors<Mode>({"Mode", {"unset", "sparse", "bidir"}, ModeInstance, ModeInstance});
+  expectEnumerationWithErrors<RpType>(
       {"RpType", {"unset", "configured", "bsr"}, RpTypeInstance, RpTypeInstance});
 }
 
-TEST(Enumerations, EnumeratorsStandForTheirNumbers) {
+TEST(Enumerations, EnumeratorsHaveTheirNumbers) {
   EXPECT_EQ(static_cast<U32>(Scope::global), 0u);
   EXPECT_EQ(static_cast<U32>(Scope::admin), 1u);
   EXPECT_EQ(static_cast<U32>(BsrCandidateState::noInfoBsr), 0u);
@@ -150,7 +150,7 @@ TEST(BsrCandidateState, Number7HasATextButNoInstance) {
   EXPECT_EQ(rangeError([] { Routing::Pim::Bsr::BsrCandidateStateInstance(7); }), "BsrCandidateState");
 }
 
-/// A bounded value: both bounds are taken, and what lies beyond is refused by every road.
+/// A bounded value: both bounds are taken, and what lies beyond is rejected in every way of writing.
 template <class T>
 void expectBounds(U32 low, U32 high, std::vector<U32> const& beyond, char const* text) {
   for (U32 number : {low, high}) {
@@ -185,7 +185,7 @@ TEST(CrpHoldTime, TakesUpTo40958AndIs16BitsWide) {
   static_assert(sizeof(CrpHoldTime) == 2);
 }
 
-TEST(BoundedValues, NumbersBeyond32BitsOrBelow0AreRefusedInText) {
+TEST(BoundedValues, NumbersBeyond32BitsOrBelow0AreRejectedInText) {
   for (char const* text : {"-1", "4294967296", "4294967301", "-4294967295"}) {
     EXPECT_EQ(rangeErrorOf<RpPriority>(text), "RpPriority::value < 0 or > 256 not allowed") << text;
     EXPECT_EQ(rangeErrorOf<CrpHoldTime>(text), "CrpHoldTime::value < 0 or > 40958 not allowed") << text;
@@ -257,7 +257,7 @@ TEST(PimBsrWeight, AWeightIsNeitherLessNorGreaterThanItself) {
 }
 
 // The order and the hash look at the first four bytes alone, equality at the family and all sixteen.
-TEST(PimBsrWeight, AddressesThatTheIpv4ViewCannotTellApartAreUnequalButOfOneRank) {
+TEST(PimBsrWeight, AddressesThatTheIpv4ViewCannotDistinguishAreUnequalButOfOneRank) {
   std::pair<char const*, char const*> cases[] = {
       {"2001:db8::1", "2001:db8::2"}, {"10.0.0.1", "a00:1::"}, {"", "0.0.0.0"}};
   for (auto [one, other] : cases) {
@@ -294,7 +294,7 @@ String8 weightText(char const* attributes) {
   return String8("Value('Routing::Pim::Bsr::PimBsrWeight', ** {") + attributes + "})";
 }
 
-TEST(PimBsrWeight, AttributesMayStandInAnyOrderBeMissingOrRepeated) {
+TEST(PimBsrWeight, AttributesMayBeInAnyOrderMissingOrRepeated) {
   EXPECT_EQ(strepToValue<PimBsrWeight>(weightText("")), PimBsrWeight());
   EXPECT_EQ(strepToValue<PimBsrWeight>(weightText("'ipAddr': '10.0.0.1', 'priority': 5")),
             weight(5, "10.0.0.1"));
@@ -308,7 +308,7 @@ TEST(PimBsrWeight, APriorityIsNarrowedToAByteWithoutARangeCheck) {
   EXPECT_EQ(strepToValue<PimBsrWeight>(weightText("'priority': 9223372036854775807")).priority(), 255);
 }
 
-TEST(PimBsrWeight, FaultsOfTheTextAreNamed) {
+TEST(PimBsrWeight, ErrorsOfTheTextAreNamed) {
   EXPECT_EQ(rangeErrorOf<PimBsrWeight>(weightText("'weight': 5")),
             "PimBsrWeight has no such attribute: weight");
   EXPECT_EQ(rangeErrorOf<PimBsrWeight>("Value('Routing::Pim::Bsr::PimBsrWeight', ** {'priority': 5"),
@@ -323,7 +323,7 @@ TEST(PimBsrWeight, FaultsOfTheTextAreNamed) {
             "needed \" 'Routing::Pim::Bsr::PimBsrWeight'\" at column 26");
 }
 
-TEST(PimBsrWeight, ACharacterBehindTheTextIsJunkAtItsColumn) {
+TEST(PimBsrWeight, ACharacterAfterTheTextIsJunkAtItsColumn) {
   EXPECT_EQ(rangeErrorOf<PimBsrWeight>(weightText("") + "x"),
             "junk at column 47 deserializing Value('Routing::Pim::Bsr::PimBsrWeight', ** {})x");
 }
@@ -369,7 +369,7 @@ TEST(PimBsrErrorCounters, EachCounterIsNarrowedTo32BitsWithoutARangeCheck) {
   }
 }
 
-TEST(PimBsrErrorCounters, FaultsOfTheTextAreNamed) {
+TEST(PimBsrErrorCounters, ErrorsOfTheTextAreNamed) {
   EXPECT_EQ(
       rangeErrorOf<PimBsrErrorCounters>("Value('Routing::Pim::Bsr::PimBsrErrorCounters', ** {'rx': 1})"),
       "PimBsrErrorCounters has no such attribute: rx");
@@ -392,7 +392,7 @@ TEST(CrpOptions, AddressGoesBeforePriority) {
                                options("10.0.0.1", 10), options("200.0.0.1", 0)});
 }
 
-TEST(CrpOptions, AddressesThatTheIpv4ViewCannotTellApartAreUnequalButOfOneRank) {
+TEST(CrpOptions, AddressesThatTheIpv4ViewCannotDistinguishAreUnequalButOfOneRank) {
   CrpOptions a = options("2001:db8::1", 5);
   CrpOptions b = options("2001:db8::2", 5);
   EXPECT_FALSE(a < b || b < a || a > b || b > a);
@@ -430,7 +430,7 @@ TEST(CrpOptions, TextGoesBothWays) {
   EXPECT_EQ(strepToValue<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {})"), CrpOptions());
 }
 
-TEST(CrpOptions, FaultsOfTheTextAreNamed) {
+TEST(CrpOptions, ErrorsOfTheTextAreNamed) {
   EXPECT_EQ(rangeErrorOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'priority': 257})"),
             "attribute 'priority': RpPriority::value < 0 or > 256 not allowed");
   EXPECT_EQ(rangeErrorOf<CrpOptions>("Value('Routing::Pim::Bsr::CrpOptions', ** {'ipAddr': ''})"),
