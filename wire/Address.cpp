@@ -13,14 +13,11 @@ constexpr U8 nativeEncoding = 0;
 constexpr U8 bidirFlag = 0x80;
 constexpr U8 scopedFlag = 0x01;
 constexpr U8 maxLength = 32;
-constexpr U8 multicastLength = 4;
-
-bool isMulticast(U32 host) { return host >> 28 == 0xe; }
 
 bool isIpv4(Lanet::AddressFamily family) { return family == Lanet::AddressFamily::ipv4; }
 
 // Family and encoding type, which open every encoded address.
-Fault readKind(Reader& in) {
+ReadError readKind(Reader& in) {
   U8 family = in.u8();
   U8 encoding = in.u8();
   if (!in.ok()) return DropReason::truncated;
@@ -37,29 +34,27 @@ bool isRouterAddress(Lanet::IpGenAddr const& address) {
   return host != 0 && host >> 24 != 127 && host >> 28 < 0xe;
 }
 
-bool isGroupRange(Lanet::IpGenPrefix const& range) {
-  return isIpv4(range.af()) && range.length() >= multicastLength &&
-         isMulticast(range.address().v4Addr().hostWord());
-}
+bool isGroupRange(Lanet::IpGenPrefix const& range) { return Lanet::allGroups().contains(range); }
 
-Fault readUnicast(Reader& in, DropReason notUnicast, Lanet::IpGenAddr& address) {
-  if (Fault fault = readKind(in)) return fault;
+ReadError readUnicast(Reader& in, DropReason notUnicast, Lanet::IpGenAddr& address) {
+  if (ReadError error = readKind(in)) return error;
   address = Lanet::IpGenAddr(Lanet::IpAddr::fromHost(in.u32()));
   if (!in.ok()) return DropReason::truncated;
   if (!isRouterAddress(address)) return notUnicast;
   return {};
 }
 
-Fault readGroup(Reader& in, Lanet::IpGenPrefix& range, GroupFlags& flags) {
-  if (Fault fault = readKind(in)) return fault;
+ReadError readGroup(Reader& in, Lanet::IpGenPrefix& range, GroupFlags& flags) {
+  if (ReadError error = readKind(in)) return error;
   U8 flagByte = in.u8();
   U8 length = in.u8();
   U32 host = in.u32();
   if (!in.ok()) return DropReason::truncated;
   if (length > maxLength) return DropReason::prefixLength;
-  if (length < multicastLength || !isMulticast(host)) return DropReason::groupNotMulticast;
+  Lanet::IpGenPrefix read(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(host)), length);
+  if (!isGroupRange(read)) return DropReason::groupNotMulticast;
   flags = GroupFlags(flagByte & (bidirFlag | scopedFlag));
-  range = Lanet::IpGenPrefix(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(host)), length);
+  range = read;
   return {};
 }
 

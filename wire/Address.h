@@ -13,7 +13,7 @@
 namespace pimbsr::wire {
 
 /// What is wrong with what was read; nothing if all is well.
-using Fault = std::optional<DropReason>;
+using ReadError = std::optional<DropReason>;
 
 /// Bytes of an Encoded-Unicast address and of an Encoded-Group address.
 constexpr U16 unicastSize = 6;
@@ -26,13 +26,13 @@ bool isRouterAddress(Lanet::IpGenAddr const& address);
 /// True if the range is IPv4 and lies within 224.0.0.0/4.
 bool isGroupRange(Lanet::IpGenPrefix const& range);
 
-/// Reads an Encoded-Unicast address into `address`; one that no router can have is refused for the reason
-/// given.
-Fault readUnicast(Reader& in, DropReason notUnicast, Lanet::IpGenAddr& address);
+/// Reads an Encoded-Unicast address into `address`; for one that no router can have the reason
+/// given is the result.
+ReadError readUnicast(Reader& in, DropReason notUnicast, Lanet::IpGenAddr& address);
 
-/// Reads an Encoded-Group address. Bits behind the mask length are cleared, and of the flags B and Z are
+/// Reads an Encoded-Group address. Bits beyond the mask length are cleared, and of the flags B and Z are
 /// kept.
-Fault readGroup(Reader& in, Lanet::IpGenPrefix& range, Routing::Pim::Packet::GroupFlags& flags);
+ReadError readGroup(Reader& in, Lanet::IpGenPrefix& range, Routing::Pim::Packet::GroupFlags& flags);
 
 /// Writes an Encoded-Unicast address, which must be a router's.
 void writeUnicast(Writer& out, Lanet::IpGenAddr const& address);

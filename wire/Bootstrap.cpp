@@ -1,4 +1,4 @@
-// Bootstrap messages (RFC 5059 section 4.1). Behind the PIM header:
+// Bootstrap messages (RFC 5059 section 4.1). After the PIM header:
 //
 //     Fragment Tag (2)   Hash Mask Len (1)   BSR Priority (1)   BSR Address (6)
 //     for each group:    Group Address (8)   RP Count (1)   Frag RP Count (1)   Reserved (2)
@@ -28,9 +28,9 @@ bool isTrailer(Bytes rest) {
   return std::all_of(rest.begin(), rest.end(), [](U8 byte) { return byte == 0; });
 }
 
-Fault readRp(Reader& in, BootstrapGroupData& group) {
+ReadError readRp(Reader& in, BootstrapGroupData& group) {
   Lanet::IpGenAddr address;
-  if (Fault fault = readUnicast(in, DropReason::rpNotUnicast, address)) return fault;
+  if (ReadError error = readUnicast(in, DropReason::rpNotUnicast, address)) return error;
   U16 holdtime = in.u16();
   U8 priority = in.u8();
   in.u8();
@@ -42,10 +42,10 @@ Fault readRp(Reader& in, BootstrapGroupData& group) {
   return {};
 }
 
-Fault readGroupRecord(Reader& in, BootstrapOptionalData& data) {
+ReadError readGroupRecord(Reader& in, BootstrapOptionalData& data) {
   Lanet::IpGenPrefix range;
   GroupFlags flags;
-  if (Fault fault = readGroup(in, range, flags)) return fault;
+  if (ReadError error = readGroup(in, range, flags)) return error;
   U8 rpCount = in.u8();
   U8 fragRpCount = in.u8();
   in.u16();
@@ -56,7 +56,7 @@ Fault readGroupRecord(Reader& in, BootstrapOptionalData& data) {
   group->rpCountIs(rpCount);
   group->fragRpCountIs(fragRpCount);
   for (U8 i = 0; i < fragRpCount; ++i) {
-    if (Fault fault = readRp(in, *group)) return fault;
+    if (ReadError error = readRp(in, *group)) return error;
   }
   data.groupDataEnq(group);
   return {};
@@ -70,8 +70,8 @@ void writeRp(Writer& out, BootstrapRpData const& rp) {
 }
 
 // A record's RP Count is cut to 8 bits, so that it may lie below the RPs held (300 RPs count as 44), and a
-// record that was cut out of a partial one may announce more RPs than it was given. RP Count goes out as it
-// stands, since the receivers add fragments up to it and the sender has sized its packet by it; so no more
+// record that was cut out of a partial one may announce more RPs than it was given. RP Count is sent
+// unchanged, since the receivers add fragments up to it and the sender has sized its packet by it; so no more
 // RPs than that may follow.
 void writeGroupRecord(Writer& out, BootstrapGroupData const& group) {
   writeGroup(out, group.prefix(), group.groupFlags());
@@ -95,7 +95,7 @@ Outcome<Zet::Ptr<BootstrapMessage>> decodeBootstrap(Bytes pim, Lanet::IpAddr sou
                                                     Lanet::IpAddr destination) {
   Reader in(pim);
   U8 flags = 0;
-  if (Fault fault = readHeader(in, MessageType::bootstrap, flags)) return *fault;
+  if (ReadError error = readHeader(in, MessageType::bootstrap, flags)) return *error;
   auto message = Zet::make<BootstrapMessage>();
   message->srcAddrIs(Lanet::IpGenAddr(source));
   message->dstAddrIs(Lanet::IpGenAddr(destination));
@@ -104,11 +104,11 @@ Outcome<Zet::Ptr<BootstrapMessage>> decodeBootstrap(Bytes pim, Lanet::IpAddr sou
   message->hashMaskLenIs(in.u8());
   message->bsrPriorityIs(in.u8());
   Lanet::IpGenAddr bsr;
-  if (Fault fault = readUnicast(in, DropReason::bsrNotUnicast, bsr)) return *fault;
+  if (ReadError error = readUnicast(in, DropReason::bsrNotUnicast, bsr)) return *error;
   message->bsrAddressIs(bsr);
   auto data = Zet::make<BootstrapOptionalData>();
   while (!isTrailer(in.rest())) {
-    if (Fault fault = readGroupRecord(in, *data)) return *fault;
+    if (ReadError error = readGroupRecord(in, *data)) return *error;
   }
   message->groupRpDataIs(data);
   return message;

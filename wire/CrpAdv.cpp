@@ -1,4 +1,4 @@
-// Candidate-RP-Advertisements (RFC 5059 section 4.2). Behind the PIM header:
+// Candidate-RP-Advertisements (RFC 5059 section 4.2). After the PIM header:
 //
 //     Prefix Count (1)   Priority (1)   Holdtime (2)   RP Address (6)   then each Group Address (8)
 #include "wire/Address.h"
@@ -13,11 +13,11 @@ using Routing::Pim::Packet::GroupFlags;
 
 namespace {
 
-Fault readPrefix(Reader& in, CrpGroupData& data) {
+ReadError readPrefix(Reader& in, CrpGroupData& data) {
   if (in.left() < groupSize) return DropReason::prefixCount;
   Lanet::IpGenPrefix prefix;
   GroupFlags flags;
-  if (Fault fault = readGroup(in, prefix, flags)) return fault;
+  if (ReadError error = readGroup(in, prefix, flags)) return error;
   if (data.groupInfo(prefix)) return DropReason::prefixTwice;
   data.groupInfoIs(prefix)->groupFlagsIs(flags);
   return {};
@@ -39,7 +39,7 @@ U8 writePrefixes(Writer& out, CrpGroupData const& data, U8 limit) {
 Outcome<Zet::Ptr<CrpAdvMessage>> decodeCrpAdv(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination) {
   Reader in(pim);
   U8 flags = 0;
-  if (Fault fault = readHeader(in, MessageType::crpAdv, flags)) return *fault;
+  if (ReadError error = readHeader(in, MessageType::crpAdv, flags)) return *error;
   auto message = Zet::make<CrpAdvMessage>();
   message->srcAddrIs(Lanet::IpGenAddr(source));
   message->dstAddrIs(Lanet::IpGenAddr(destination));
@@ -47,11 +47,11 @@ Outcome<Zet::Ptr<CrpAdvMessage>> decodeCrpAdv(Bytes pim, Lanet::IpAddr source, L
   message->priorityIs(in.u8());
   message->holdtimeIs(in.u16());
   Lanet::IpGenAddr rp;
-  if (Fault fault = readUnicast(in, DropReason::rpNotUnicast, rp)) return *fault;
+  if (ReadError error = readUnicast(in, DropReason::rpNotUnicast, rp)) return *error;
   message->rpAddressIs(rp);
   auto data = Zet::make<CrpGroupData>();
   for (U8 i = 0; i < message->prefixCount(); ++i) {
-    if (Fault fault = readPrefix(in, *data)) return *fault;
+    if (ReadError error = readPrefix(in, *data)) return *error;
   }
   message->groupDataIs(data);
   return message;

@@ -1,4 +1,4 @@
-// Hello messages (RFC 7761 section 4.9.2). Behind the PIM header a list of options:
+// Hello messages (RFC 7761 section 4.9.2). After the PIM header a list of options:
 //
 //     Option Type (2)   Option Length (2)   Option Value (Option Length)
 #include <algorithm>
@@ -18,7 +18,7 @@ constexpr std::size_t maxAddresses = 65535 / unicastSize;
 
 bool isIpv4List(Bytes value) { return !value.empty() && value.front() == 1; }
 
-Fault readAddressList(Bytes value, std::vector<Lanet::IpGenAddr>& addresses) {
+ReadError readAddressList(Bytes value, std::vector<Lanet::IpGenAddr>& addresses) {
   if (!isIpv4List(value)) return {};
   Reader in(value);
   while (in.left() != 0) {
@@ -31,14 +31,14 @@ Fault readAddressList(Bytes value, std::vector<Lanet::IpGenAddr>& addresses) {
 
 // Takes a value that must be one number of exactly the given size.
 template <class T, class Target>
-Fault readNumber(Bytes value, T (Reader::*read)(), Target& target) {
+ReadError readNumber(Bytes value, T (Reader::*read)(), Target& target) {
   if (value.size() != sizeof(T)) return DropReason::helloOption;
   Reader in(value);
   target = (in.*read)();
   return {};
 }
 
-Fault readOption(Reader& in, HelloMessage& hello) {
+ReadError readOption(Reader& in, HelloMessage& hello) {
   auto option = static_cast<Option>(in.u16());
   U16 length = in.u16();
   Bytes value = in.bytes(length);
@@ -78,12 +78,12 @@ void writeAddressList(Writer& out, std::vector<Lanet::IpGenAddr> const& addresse
 Outcome<HelloMessage> decodeHello(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination) {
   Reader in(pim);
   U8 flags = 0;
-  if (Fault fault = readHeader(in, MessageType::hello, flags)) return *fault;
+  if (ReadError error = readHeader(in, MessageType::hello, flags)) return *error;
   HelloMessage hello;
   hello.srcAddr = Lanet::IpGenAddr(source);
   hello.dstAddr = Lanet::IpGenAddr(destination);
   while (in.left() >= optionHeaderSize) {
-    if (Fault fault = readOption(in, hello)) return *fault;
+    if (ReadError error = readOption(in, hello)) return *error;
   }
   return hello;
 }

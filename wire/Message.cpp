@@ -21,7 +21,7 @@ Outcome<DecodedMessage> widened(Outcome<T> outcome) {
 
 }  // namespace
 
-Fault readHeader(Reader& in, MessageHeader& header) {
+ReadError readHeader(Reader& in, MessageHeader& header) {
   U8 versionAndType = in.u8();
   header.type = versionAndType & 0x0f;
   header.flags = in.u8();
@@ -31,10 +31,10 @@ Fault readHeader(Reader& in, MessageHeader& header) {
   return {};
 }
 
-Fault readHeader(Reader& in, MessageType type, U8& flags) {
+ReadError readHeader(Reader& in, MessageType type, U8& flags) {
   Bytes whole = in.rest();
   MessageHeader header;
-  if (Fault fault = readHeader(in, header)) return fault;
+  if (ReadError error = readHeader(in, header)) return error;
   if (header.type != static_cast<U8>(type)) return DropReason::type;
   if (checksum(whole) != 0) return DropReason::checksum;
   flags = header.flags;
@@ -54,7 +54,7 @@ void writeChecksum(std::vector<U8>& out) { Writer(out).u16At(checksumAt, checksu
 Outcome<DecodedMessage> decodeMessage(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination) {
   Reader in(pim);
   MessageHeader header;
-  if (Fault fault = readHeader(in, header)) return *fault;
+  if (ReadError error = readHeader(in, header)) return *error;
   switch (static_cast<MessageType>(header.type)) {
     case MessageType::hello:
       return widened(decodeHello(pim, source, destination));

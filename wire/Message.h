@@ -22,12 +22,12 @@ struct MessageHeader {
   U8 flags = 0;
 };
 
-/// Reads the header, checking that it is there and the version is 2; leaves the cursor behind it.
-Fault readHeader(Reader& in, MessageHeader& header);
+/// Reads the header, checking that it is there and the version is 2; leaves the cursor after it.
+ReadError readHeader(Reader& in, MessageHeader& header);
 
 /// Reads the header of a message that is to be of this type, and verifies the checksum over all bytes left in
 /// the cursor. Gives the flags.
-Fault readHeader(Reader& in, MessageType type, U8& flags);
+ReadError readHeader(Reader& in, MessageType type, U8& flags);
 
 /// Clears the buffer and writes the header with a checksum still open.
 void writeHeader(std::vector<U8>& out, MessageType type, U8 flags = 0);

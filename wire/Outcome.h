@@ -8,7 +8,7 @@
 
 namespace pimbsr::wire {
 
-/// What reading a packet came to: the value read, or the reason for which the packet was refused.
+/// The result of reading a packet: the value read, or the reason for which the packet was dropped.
 template <class T>
 class [[nodiscard]] Outcome {
  public:
@@ -25,9 +25,9 @@ class [[nodiscard]] Outcome {
   }
   T const* operator->() const { return &**this; }
 
-  /// The reason for the refusal; only if there is no value.
+  /// The drop reason; only if there is no value.
   DropReason reason() const {
-    ZET_ASSERT(!*this, "the packet was refused");
+    ZET_ASSERT(!*this, "the packet was dropped");
     return *std::get_if<1>(&either_);
   }
 

@@ -17,8 +17,8 @@
 /// Bytes on the wire to records and back: PIM messages of version 2 over IPv4 (RFC 7761 section 4.9, RFC 5059
 /// section 4, flag bits as numbered by RFC 9436). Pure functions without state.
 ///
-/// Reading checks everything that a record cannot hold or a router must not believe, whatever the bytes are,
-/// and looks at nothing behind their end. Bits without a meaning are ignored, and so are bytes behind a
+/// Reading checks everything that a record cannot hold or a router must not accept, whatever the bytes are,
+/// and never reads past their end. Bits without a meaning are ignored, and so are trailing bytes after a
 /// complete message whose checksum, which covers them too, is right: equipment sends both. What writing
 /// produces is always accepted by reading, with bits without a meaning sent as 0; for every message p that is
 /// accepted, decode(encode(decode(p))) equals decode(p).
@@ -32,14 +32,14 @@ struct Ipv4Packet {
   Lanet::IpAddr destination;
   U8 ttl = 0;
   U8 tos = 0;
-  /// What the total length covers behind the header. Padding of the link behind it is left out.
+  /// What the total length covers after the header. The link's padding, which follows it, is left out.
   Bytes payload;
 };
 
-/// Reads an IPv4 packet. Packets of other protocols are refused as ipProtocol before anything else in them
-/// but version and header length is judged, so that a listener can tell what concerns PIM at all. A header
+/// Reads an IPv4 packet. Packets of other protocols are dropped as ipProtocol when only their version and
+/// header length have been checked, so that a listener can tell PIM's packets from all others. A header
 /// checksum of 0 counts as not computed, as in captures made where the hardware does it. Fragments are
-/// refused: PIM messages are made to fit, and nothing here puts packets together again.
+/// dropped: PIM messages are made to fit, and packets aren't reassembled here.
 PIMBSR_API Outcome<Ipv4Packet> parseIpv4(Bytes packet);
 
 /// What an outgoing packet's header says. The type of service starts as that of routing traffic (RFC 2474:
@@ -59,11 +59,11 @@ struct Ipv4Header {
 // PIM messages ----------------------------------------------------------------------------------------
 
 /// What a Hello says (RFC 7761 section 4.9.2). Options that are not here are ignored when read. Where an
-/// option comes twice, the last one stands, and address lists add up.
+/// option comes twice, the last one is used, and address lists add up.
 struct HelloMessage {
   Lanet::IpGenAddr srcAddr{};
   Lanet::IpGenAddr dstAddr{};
-  /// Seconds for which the sender is to be taken as a neighbour; 0 is a farewell, 0xffff is for ever.
+  /// Seconds for which the sender is to be kept as a neighbor; 0 is a goodbye, 0xffff is for ever.
   /// A Hello without the option means 3.5 times the usual period of 30 seconds.
   U16 holdtime = 105;
   std::optional<U32> drPriority{};
@@ -88,25 +88,25 @@ using DecodedMessage =
 /// checksum, which other types compute in other ways. Pointers in the result are never null.
 PIMBSR_API Outcome<DecodedMessage> decodeMessage(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination);
 
-/// Reads a Bootstrap message (RFC 5059 section 4.1); refuses other types as such. A message without groups is
+/// Reads a Bootstrap message (RFC 5059 section 4.1); drops other types as such. A message without groups is
 /// complete, and a group that comes twice makes two records. The groups run to the end of the bytes; a rest
 /// of fewer than 12 bytes can be no group record and is ignored, as is any rest of zeros alone, which is
 /// padding.
 PIMBSR_API Outcome<Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>> decodeBootstrap(
     Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination);
 
-/// Reads a Candidate-RP-Advertisement (RFC 5059 section 4.2); refuses other types as such. A Prefix Count of
+/// Reads a Candidate-RP-Advertisement (RFC 5059 section 4.2); drops other types as such. A Prefix Count of
 /// 0 is kept, with no group.
 PIMBSR_API Outcome<Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage>> decodeCrpAdv(Bytes pim,
                                                                                Lanet::IpAddr source,
                                                                                Lanet::IpAddr destination);
 
-/// Reads a Hello (RFC 7761 section 4.9.2); refuses other types as such.
+/// Reads a Hello (RFC 7761 section 4.9.2); drops other types as such.
 PIMBSR_API Outcome<HelloMessage> decodeHello(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination);
 
 /// Replaces `out` by the message, RPs in the order of the record's own walk. The record may be odd, the
 /// packet never is: of each group the least of RP Count, Frag RP Count and the number of RPs held is written,
-/// and that number as Frag RP Count; RPs and groups with addresses that reading would refuse are left out.
+/// and that number as Frag RP Count; RPs and groups with addresses that reading would drop are left out.
 /// Source and destination are the IP header's and not looked at. False, with `out` empty, if the BSR address
 /// is none that can be sent.
 [[nodiscard]] PIMBSR_API bool encodeBootstrap(Routing::Pim::Packet::BootstrapMessage const& message,
@@ -120,7 +120,7 @@ PIMBSR_API Outcome<HelloMessage> decodeHello(Bytes pim, Lanet::IpAddr source, La
                                            std::vector<U8>& out);
 
 /// Replaces `out` by the Hello, options in ascending order of their types. Addresses that reading would
-/// refuse are left out of the list, as is what goes beyond the longest option.
+/// drop are left out of the list, as is what goes beyond the longest option.
 PIMBSR_API void encodeHello(HelloMessage const& message, std::vector<U8>& out);
 
 /// True if both say the same, source, destination and all counts included. Group data that is not there

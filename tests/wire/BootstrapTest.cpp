@@ -16,7 +16,7 @@ std::string const head = "2400 0000 04b0 1e 40 0100 0a000001";
 
 Zet::Ptr<BootstrapMessage> accepted(Buffer const& bytes) {
   auto outcome = readBootstrap(cut(bytes, bytes.size()));
-  EXPECT_TRUE(outcome) << nameOf(refusal(outcome));
+  EXPECT_TRUE(outcome) << nameOf(dropReason(outcome));
   return outcome ? *outcome : nullptr;
 }
 
@@ -88,7 +88,7 @@ TEST(Bootstrap, FieldsHaveTheirWholeRange) {
       "2480 0000 ffff ff ff 0100 dfffffff 0100 81 20 efffffff ff 01 0000 0100 01000000 ffff ff 00"));
   EXPECT_FALSE(message->forward()) << "the No-Forward bit is set";
   EXPECT_EQ(message->fragmentTag(), 0xffff);
-  EXPECT_EQ(message->hashMaskLen(), 0xff) << "what a mask length means is for others to judge";
+  EXPECT_EQ(message->hashMaskLen(), 0xff) << "the mask length is checked by others";
   EXPECT_EQ(message->bsrPriority(), 0xff);
   EXPECT_EQ(message->bsrAddress(), ip("223.255.255.255"));
   auto group = groups(*message).front();
@@ -131,7 +131,7 @@ TEST(Bootstrap, IgnoresWhatHasNoMeaning) {
   std::string const group = "0100 00 08 ef000000 01 01 0000 0100 02020202 0096 07 00";
   auto plain = accepted(pimbsr::wire::test::message(head + group));
   struct Odd {
-    char const* story;
+    char const* label;
     std::string digits;
   };
   Odd const cases[] = {
@@ -145,9 +145,9 @@ TEST(Bootstrap, IgnoresWhatHasNoMeaning) {
   };
   for (Odd const& odd : cases) {
     auto message = accepted(pimbsr::wire::test::message(odd.digits));
-    ASSERT_TRUE(message) << odd.story;
-    EXPECT_TRUE(equal(*message, *plain)) << odd.story;
-    EXPECT_EQ(written(*message), pimbsr::wire::test::message(head + group)) << odd.story;
+    ASSERT_TRUE(message) << odd.label;
+    EXPECT_TRUE(equal(*message, *plain)) << odd.label;
+    EXPECT_EQ(written(*message), pimbsr::wire::test::message(head + group)) << odd.label;
   }
 }
 
@@ -174,25 +174,25 @@ TEST(Bootstrap, WritesRpsInTheOrderOfTheRecord) {
   EXPECT_EQ(at, bytes.size());
 }
 
-TEST(Bootstrap, EveryTruncationIsRefusedUnlessItEndsBetweenGroups) {
+TEST(Bootstrap, EveryTruncationIsDroppedUnlessItEndsBetweenGroups) {
   std::string const first =
       "0100 00 08 ef000000 02 02 0000 0100 02020202 0096 07 00 0100 03030303 0096 07 00";
   std::string const second = "0100 00 04 e0000000 01 01 0000 0100 02020202 0096 07 00";
   Buffer const whole = message(head + first + second);
   ASSERT_EQ(whole.size(), 14u + 32 + 22);
   for (std::size_t n = 0; n < whole.size(); ++n) {
-    // A rest of fewer than 12 bytes behind the head or behind the first record is no group record.
+    // A rest of fewer than 12 bytes after the head or after the first record is no group record.
     bool complete = (n >= 14 && n < 14 + 12) || (n >= 46 && n < 46 + 12);
     auto outcome = readBootstrap(checksummed(cut(whole, n)));
-    EXPECT_EQ(nameOf(refusal(outcome)), complete ? "accepted" : "truncated") << n << " bytes";
-    EXPECT_TRUE(refusal(readBootstrap(cut(whole, n))))
+    EXPECT_EQ(nameOf(dropReason(outcome)), complete ? "accepted" : "truncated") << n << " bytes";
+    EXPECT_TRUE(dropReason(readBootstrap(cut(whole, n))))
         << "the checksum gives it away, too: " << n << " bytes";
   }
 }
 
 // What a record announces and holds, and what may go out for it.
 struct Oddity {
-  char const* story;
+  char const* label;
   U8 rpCount;
   U8 fragRpCount;
   U32 held;
@@ -217,18 +217,18 @@ TEST(Bootstrap, IsWellFormedHoweverOddTheRecord) {
     made.announce(odd.rpCount, odd.fragRpCount);
     made.hold(odd.held);
     auto bytes = written(*made.message);
-    EXPECT_EQ(bytes.size(), 14u + 12 + 10u * odd.fragRpCountSent) << odd.story;
+    EXPECT_EQ(bytes.size(), 14u + 12 + 10u * odd.fragRpCountSent) << odd.label;
     auto message = accepted(bytes);
-    ASSERT_TRUE(message) << odd.story;
+    ASSERT_TRUE(message) << odd.label;
     auto sent = groups(*message).front();
-    EXPECT_EQ(sent->rpCount(), odd.rpCountSent) << odd.story;
-    EXPECT_EQ(sent->fragRpCount(), odd.fragRpCountSent) << odd.story;
-    EXPECT_EQ(sent->rpListCount(), odd.fragRpCountSent) << odd.story;
-    EXPECT_EQ(made.group->rpListCount(), odd.held) << "the record keeps its oddity: " << odd.story;
+    EXPECT_EQ(sent->rpCount(), odd.rpCountSent) << odd.label;
+    EXPECT_EQ(sent->fragRpCount(), odd.fragRpCountSent) << odd.label;
+    EXPECT_EQ(sent->rpListCount(), odd.fragRpCountSent) << odd.label;
+    EXPECT_EQ(made.group->rpListCount(), odd.held) << "the record keeps its oddity: " << odd.label;
   }
 }
 
-TEST(Bootstrap, LeavesOutAddressesThatNobodyWouldAccept) {
+TEST(Bootstrap, LeavesOutAddressesThatReadingWouldDrop) {
   Made made;
   made.announce(6, 6);
   made.hold(1);
@@ -279,7 +279,7 @@ TEST(Bootstrap, UsesTheBufferItIsGivenAgain) {
   EXPECT_EQ(out.data(), place);
 }
 
-// Every field in turn, so that none is forgotten by the comparison on which the other tests stand.
+// Every field in turn, so that none is forgotten by the comparison on which the other tests depend.
 TEST(Bootstrap, EqualLooksAtEveryField) {
   std::string const group = "0100 00 08 ef000000 02 01 0000 0100 02020202 0096 07 00";
   auto plain = accepted(message(head + group));

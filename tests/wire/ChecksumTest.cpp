@@ -8,7 +8,7 @@ namespace pimbsr::wire::test {
 namespace {
 
 struct Case {
-  char const* story;
+  char const* label;
   char const* digits;
   U16 sum;
 };
@@ -23,7 +23,7 @@ TEST(Checksum, IsTheComplementOfTheOnesComplementSum) {
       {"an odd last byte is the high one of its word", "0001 02", 0xfdfe},
       {"words of ones alone", "ffff ffff", 0x0000},
   };
-  for (Case const& c : cases) EXPECT_EQ(checksum(hex(c.digits)), c.sum) << c.story;
+  for (Case const& c : cases) EXPECT_EQ(checksum(hex(c.digits)), c.sum) << c.label;
 }
 
 TEST(Checksum, IsZeroOverBytesThatHoldIt) {

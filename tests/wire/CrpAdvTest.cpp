@@ -13,7 +13,7 @@ std::string const twoGroups = "0100 00 08 ef000000 0100 81 10 e8010000";
 
 Zet::Ptr<CrpAdvMessage> accepted(Buffer const& bytes) {
   auto outcome = readCrpAdv(cut(bytes, bytes.size()));
-  EXPECT_TRUE(outcome) << nameOf(refusal(outcome));
+  EXPECT_TRUE(outcome) << nameOf(dropReason(outcome));
   return outcome ? *outcome : nullptr;
 }
 
@@ -67,35 +67,35 @@ TEST(CrpAdv, WithoutPrefixesSpeaksForAllGroups) {
 TEST(CrpAdv, IgnoresWhatHasNoMeaning) {
   auto plain = accepted(message(head + twoGroups));
   struct Odd {
-    char const* story;
+    char const* label;
     std::string digits;
   };
   Odd const cases[] = {
       {"flags of the message", "28ff" + head.substr(4) + twoGroups},
       {"unassigned flags of a group, and its host bits", head + "0100 7e 08 ef010203 0100 ff 10 e801ffff"},
-      {"bytes behind the last prefix announced", head + twoGroups + "0100 00 08 ee000000 ffffff"},
+      {"bytes after the last prefix announced", head + twoGroups + "0100 00 08 ee000000 ffffff"},
       {"the other order", head + "0100 81 10 e8010000 0100 00 08 ef000000"},
   };
   for (Odd const& odd : cases) {
     auto advertisement = accepted(message(odd.digits));
-    ASSERT_TRUE(advertisement) << odd.story;
-    EXPECT_TRUE(equal(*advertisement, *plain)) << odd.story;
-    EXPECT_EQ(written(*advertisement), written(*plain)) << odd.story;
+    ASSERT_TRUE(advertisement) << odd.label;
+    EXPECT_TRUE(equal(*advertisement, *plain)) << odd.label;
+    EXPECT_EQ(written(*advertisement), written(*plain)) << odd.label;
   }
 }
 
-TEST(CrpAdv, EveryTruncationIsRefused) {
+TEST(CrpAdv, EveryTruncationIsDropped) {
   Buffer const whole = message(head + twoGroups);
   for (std::size_t n = 0; n < whole.size(); ++n) {
-    auto reason = refusal(readCrpAdv(checksummed(cut(whole, n))));
+    auto reason = dropReason(readCrpAdv(checksummed(cut(whole, n))));
     EXPECT_EQ(nameOf(reason), n < 14 ? "truncated" : "prefix-count") << n << " bytes";
-    EXPECT_TRUE(refusal(readCrpAdv(cut(whole, n)))) << n << " bytes";
+    EXPECT_TRUE(dropReason(readCrpAdv(cut(whole, n)))) << n << " bytes";
   }
 }
 
 TEST(CrpAdv, IsWellFormedHoweverOddTheRecord) {
   struct Oddity {
-    char const* story;
+    char const* label;
     U8 prefixCount;
     U32 held;
     U8 sent;
@@ -109,17 +109,17 @@ TEST(CrpAdv, IsWellFormedHoweverOddTheRecord) {
   for (Oddity const& odd : cases) {
     auto record = made(odd.prefixCount, odd.held);
     auto bytes = written(*record);
-    EXPECT_EQ(bytes.size(), 14u + 8u * odd.sent) << odd.story;
+    EXPECT_EQ(bytes.size(), 14u + 8u * odd.sent) << odd.label;
     auto advertisement = accepted(bytes);
-    ASSERT_TRUE(advertisement) << odd.story;
-    EXPECT_EQ(advertisement->prefixCount(), odd.sent) << odd.story;
-    EXPECT_EQ(advertisement->groupData()->groupInfoCount(), odd.sent) << odd.story;
+    ASSERT_TRUE(advertisement) << odd.label;
+    EXPECT_EQ(advertisement->prefixCount(), odd.sent) << odd.label;
+    EXPECT_EQ(advertisement->groupData()->groupInfoCount(), odd.sent) << odd.label;
     EXPECT_EQ(record->groupData()->groupInfoCount(), odd.held)
-        << "the record keeps its oddity: " << odd.story;
+        << "the record keeps its oddity: " << odd.label;
   }
 }
 
-TEST(CrpAdv, LeavesOutGroupsThatNobodyWouldAccept) {
+TEST(CrpAdv, LeavesOutGroupsThatReadingWouldDrop) {
   auto record = made(6, 1);
   for (char const* range : {"10.0.0.0/8", "224.0.0.0/3", "0.0.0.0/0", "ff00::/8", ""}) {
     record->groupData()->groupInfoIs(prefix(range));
@@ -159,7 +159,7 @@ TEST(CrpAdv, WithoutGroupDataIsWrittenAsOneWithoutGroups) {
   EXPECT_TRUE(equal(*accepted(written(*record)), *same));
 }
 
-// Every field in turn, so that none is forgotten by the comparison on which the other tests stand.
+// Every field in turn, so that none is forgotten by the comparison on which the other tests depend.
 TEST(CrpAdv, EqualLooksAtEveryField) {
   auto plain = accepted(message(head + twoGroups));
   EXPECT_TRUE(equal(*plain, *accepted(message(head + twoGroups))));

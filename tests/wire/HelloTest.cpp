@@ -13,7 +13,7 @@ std::string const head = "2000 0000";
 
 HelloMessage accepted(Buffer const& bytes) {
   auto outcome = readHello(cut(bytes, bytes.size()));
-  EXPECT_TRUE(outcome) << nameOf(refusal(outcome));
+  EXPECT_TRUE(outcome) << nameOf(dropReason(outcome));
   return outcome ? *outcome : HelloMessage{};
 }
 
@@ -53,7 +53,7 @@ TEST(Hello, TakesTheLastOfAnOptionThatComesTwiceAndAllAddresses) {
 TEST(Hello, IgnoresWhatHasNoMeaning) {
   auto const plain = accepted(message(head + "0001 0002 001e"));
   struct Odd {
-    char const* story;
+    char const* label;
     std::string digits;
   };
   Odd const cases[] = {
@@ -66,17 +66,17 @@ TEST(Hello, IgnoresWhatHasNoMeaning) {
       {"a rest too short for an option", head + "0001 0002 001e 000100"},
       {"padding", head + "0001 0002 001e 00000000000000000000"},
   };
-  for (Odd const& odd : cases) EXPECT_EQ(accepted(message(odd.digits)), plain) << odd.story;
+  for (Odd const& odd : cases) EXPECT_EQ(accepted(message(odd.digits)), plain) << odd.label;
 }
 
-TEST(Hello, EveryTruncationIsRefusedUnlessItEndsBetweenOptions) {
+TEST(Hello, EveryTruncationIsDroppedUnlessItEndsBetweenOptions) {
   Buffer const whole = message(head + "0001 0002 0069 0014 0004 01020304 0018 0006 0100 0a000001");
   ASSERT_EQ(whole.size(), 28u);
   for (std::size_t n = 0; n < whole.size(); ++n) {
-    // A rest of fewer than 4 bytes behind the header or behind an option is no option.
+    // A rest of fewer than 4 bytes after the header or after an option is no option.
     bool complete = (n >= 4 && n < 8) || (n >= 10 && n < 14) || (n >= 18 && n < 22);
     auto outcome = readHello(checksummed(cut(whole, n)));
-    EXPECT_EQ(nameOf(refusal(outcome)), complete ? "accepted" : "truncated") << n << " bytes";
+    EXPECT_EQ(nameOf(dropReason(outcome)), complete ? "accepted" : "truncated") << n << " bytes";
   }
 }
 
@@ -95,13 +95,13 @@ TEST(Hello, SaysItsHoldtimeAlsoWhenItSaysNothingElse) {
   EXPECT_EQ(written(HelloMessage{}), message(head + "0001 0002 0069"));
 }
 
-TEST(Hello, TakesThePlaceOfWhatStoodInTheBuffer) {
+TEST(Hello, ReplacesTheContentOfTheBuffer) {
   Buffer out = hex("0102");
   encodeHello({}, out);
   EXPECT_EQ(out, written(HelloMessage{}));
 }
 
-TEST(Hello, LeavesOutAddressesThatNobodyWouldAccept) {
+TEST(Hello, LeavesOutAddressesThatReadingWouldDrop) {
   HelloMessage hello;
   hello.addressList = {Lanet::IpGenAddr(), ip("224.0.0.1"), ip("10.0.0.1"),
                        Lanet::IpGenAddr::parse("2001:db8::1")};

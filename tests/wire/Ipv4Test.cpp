@@ -15,7 +15,7 @@ char const* const smallPacket = "45c0 0018 0000 0000 0167 cead 0a000005 e000000d
 TEST(Ipv4, GivesAddressesAndPayload) {
   Buffer const bytes = hex(smallPacket);
   auto packet = parseIpv4(bytes);
-  ASSERT_TRUE(packet) << nameOf(refusal(packet));
+  ASSERT_TRUE(packet) << nameOf(dropReason(packet));
   EXPECT_EQ(packet->source, ip("10.0.0.5"));
   EXPECT_EQ(packet->destination, ip("224.0.0.13"));
   EXPECT_EQ(packet->ttl, 1);
@@ -24,14 +24,14 @@ TEST(Ipv4, GivesAddressesAndPayload) {
 }
 
 struct Accepted {
-  char const* story;
+  char const* label;
   char const* digits;
   std::size_t payloadSize;
 };
 
 TEST(Ipv4, TakesTheBoundsOfThePayloadFromTheHeader) {
   Accepted const cases[] = {
-      {"padding of the link lies behind the total length",
+      {"padding of the link lies after the total length",
        "45c0 0018 0000 0000 0167 cead 0a000005 e000000d deadbeef 000000000000", 4},
       {"options lie before the payload",  // here the router alert
        "46c0 0019 0000 0000 0167 39a8 0a000005 e000000d 94040000 2a", 1},
@@ -46,15 +46,15 @@ TEST(Ipv4, TakesTheBoundsOfThePayloadFromTheHeader) {
   for (Accepted const& c : cases) {
     Buffer const bytes = hex(c.digits);
     auto packet = parseIpv4(bytes);
-    ASSERT_TRUE(packet) << c.story << ": " << nameOf(refusal(packet));
-    EXPECT_EQ(packet->payload.size(), c.payloadSize) << c.story;
+    ASSERT_TRUE(packet) << c.label << ": " << nameOf(dropReason(packet));
+    EXPECT_EQ(packet->payload.size(), c.payloadSize) << c.label;
   }
 }
 
-TEST(Ipv4, EveryTruncationIsRefused) {
+TEST(Ipv4, EveryTruncationIsDropped) {
   Buffer const whole = hex(smallPacket);
   for (std::size_t n = 0; n < whole.size(); ++n) {
-    EXPECT_EQ(refusal(parseIpv4(cut(whole, n))), DropReason::truncated) << n << " bytes";
+    EXPECT_EQ(dropReason(parseIpv4(cut(whole, n))), DropReason::truncated) << n << " bytes";
   }
 }
 
@@ -64,7 +64,7 @@ TEST(Ipv4, WritesAHeaderThatReadsBack) {
   Ipv4Header header{
       .source = ip("10.0.0.5"), .destination = ip("1.1.1.1"), .ttl = 64, .identification = 0x1234};
   ASSERT_TRUE(encodeIpv4(header, payload, out));
-  EXPECT_EQ(cut(out, 12), hex("45c0 0019 1234 0000 4067 5b84")) << "what stood in the buffer is gone";
+  EXPECT_EQ(cut(out, 12), hex("45c0 0019 1234 0000 4067 5b84")) << "the buffer's former content is gone";
   EXPECT_EQ(checksum(cut(out, 20)), 0);
 
   auto packet = parseIpv4(out);

@@ -9,20 +9,20 @@ namespace {
 
 using Read = std::optional<DropReason> (*)(Bytes);
 
-std::optional<DropReason> asIpv4(Bytes bytes) { return refusal(parseIpv4(bytes)); }
-std::optional<DropReason> asMessage(Bytes bytes) { return refusal(readMessage(bytes)); }
-std::optional<DropReason> asBootstrap(Bytes bytes) { return refusal(readBootstrap(bytes)); }
-std::optional<DropReason> asCrpAdv(Bytes bytes) { return refusal(readCrpAdv(bytes)); }
-std::optional<DropReason> asHello(Bytes bytes) { return refusal(readHello(bytes)); }
+std::optional<DropReason> asIpv4(Bytes bytes) { return dropReason(parseIpv4(bytes)); }
+std::optional<DropReason> asMessage(Bytes bytes) { return dropReason(readMessage(bytes)); }
+std::optional<DropReason> asBootstrap(Bytes bytes) { return dropReason(readBootstrap(bytes)); }
+std::optional<DropReason> asCrpAdv(Bytes bytes) { return dropReason(readCrpAdv(bytes)); }
+std::optional<DropReason> asHello(Bytes bytes) { return dropReason(readHello(bytes)); }
 
 struct Malformed {
-  char const* story;
+  char const* label;
   Read read;
   Buffer bytes;
   DropReason reason;
 };
 
-// Heads of good messages, and a good group record, behind which the cases go on.
+// Heads of good messages, and a good group record, after which the cases go on.
 std::string const bootstrapHead = "2400 0000 04b0 1e 40 0100 01010101";
 std::string const oneOfTwo = bootstrapHead + "0100 00 08 ef000000 02 01 0000";
 std::string const twoOfTwo = bootstrapHead + "0100 00 08 ef000000 02 02 0000";
@@ -71,7 +71,7 @@ std::vector<Malformed> malformedHeaders() {
       {"a wrong checksum in an advertisement", asMessage, hex("2800 ee5f 0000 0096 0100 03030303"), checksum},
       {"a wrong checksum in a Hello", asMessage, hex("2000 0000 0001 0002 0069"), checksum},
       {"a checksum of zero is no promise", asMessage, hex("2400 0000 04b0 0000 0100 01010101"), checksum},
-      {"bytes behind the message that its checksum does not cover", asMessage,
+      {"bytes after the message that its checksum does not cover", asMessage,
        hex("2400 e410 04b0 00 00 0100 01010101 0100 00 04 e0000000 02 02 0000 0100 02020202 0096 00 00"
            "0100 03030303 0096 00 00 01"),
        checksum},
@@ -121,7 +121,7 @@ std::vector<Malformed> malformedBootstraps() {
       {"a multicast RP", asBootstrap, message(oneOfTwo + "0100 e8000001 0096 c0 00"), rpNotUnicast},
       {"a loopback RP", asBootstrap, message(oneOfTwo + "0100 7fffffff 0096 c0 00"), rpNotUnicast},
       {"the same RP twice", asBootstrap, message(twoOfTwo + goodRp + "0100 02020202 0001 00 00"), rpTwice},
-      {"a bad record behind a good one", asBootstrap,
+      {"a bad record after a good one", asBootstrap,
        message(oneOfTwo + goodRp + "0100 00 21 ef000000 00 00 0000"), prefixLength},
       {"a long rest that is not padding", asBootstrap, group("000000000000 000000000001"), addressFamily},
   };
@@ -147,7 +147,7 @@ std::vector<Malformed> malformedAdvertisements() {
       {"a unicast group", asCrpAdv, groups("0100 00 08 df000000" + goodGroup), groupNotMulticast},
       {"all addresses as a group", asCrpAdv, groups(goodGroup + "0100 00 00 e0000000"), groupNotMulticast},
       {"the same group twice", asCrpAdv, groups(goodGroup + goodGroup), prefixTwice},
-      {"the same group behind other flags and host bits", asCrpAdv, groups(goodGroup + "0100 81 08 ef010203"),
+      {"the same group after other flags and host bits", asCrpAdv, groups(goodGroup + "0100 81 08 ef010203"),
        prefixTwice},
   };
 }
@@ -167,7 +167,7 @@ std::vector<Malformed> malformedHellos() {
       {"an address list in an unknown encoding", asHello, options("0018 0006 0101 0a000001"), helloOption},
       {"an address list of two families", asHello, options("0018 000c 0100 0a000001 0200 0a000002"),
        helloOption},
-      {"a bad option behind good ones", asHello, options("0001 0002 0069 0014 0003 010203"), helloOption},
+      {"a bad option after good ones", asHello, options("0001 0002 0069 0014 0003 010203"), helloOption},
   };
 }
 
@@ -180,10 +180,10 @@ std::vector<Malformed> allMalformed() {
   return all;
 }
 
-TEST(Malformed, EachPacketIsRefusedForItsOwnReason) {
+TEST(Malformed, EachPacketIsDroppedForItsOwnReason) {
   for (Malformed const& packet : allMalformed()) {
     auto reason = packet.read(cut(packet.bytes, packet.bytes.size()));
-    EXPECT_EQ(nameOf(reason), name(packet.reason)) << packet.story;
+    EXPECT_EQ(nameOf(reason), name(packet.reason)) << packet.label;
   }
 }
 
@@ -198,10 +198,10 @@ TEST(Malformed, EveryReasonIsGivenByAPacket) {
   }
 }
 
-TEST(Malformed, AMessageOfUnknownTypeIsRefusedAsItsOwnReaderRefusesIt) {
+TEST(Malformed, AMessageOfUnknownTypeIsDroppedAsItsOwnReaderDropsIt) {
   for (Malformed const& packet : allMalformed()) {
     if (packet.read == asIpv4 || packet.reason == DropReason::type) continue;
-    EXPECT_EQ(nameOf(asMessage(packet.bytes)), name(packet.reason)) << packet.story;
+    EXPECT_EQ(nameOf(asMessage(packet.bytes)), name(packet.reason)) << packet.label;
   }
 }
 

@@ -33,7 +33,7 @@ TEST(Message, OfAnyOtherTypeIsOtherWhateverFollowsItsHeader) {
         hex("2000 dead");  // a Register's checksum covers its first bytes only, so none is verified here
     bytes[0] = static_cast<U8>(0x20 | type);
     auto other = readMessage(bytes);
-    ASSERT_TRUE(other) << type << ": " << nameOf(refusal(other));
+    ASSERT_TRUE(other) << type << ": " << nameOf(dropReason(other));
     ASSERT_TRUE(std::holds_alternative<OtherMessage>(*other)) << type;
     EXPECT_EQ(std::get<OtherMessage>(*other).type, type);
   }

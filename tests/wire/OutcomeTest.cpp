@@ -5,13 +5,13 @@
 namespace pimbsr::wire {
 namespace {
 
-TEST(OutcomeDeath, AskingForWhatIsNotThereIsOurOwnFault) {
+TEST(OutcomeDeath, AskingForWhatIsNotThereIsOurOwnError) {
   Outcome<int> accepted(7);
-  Outcome<int> refused(DropReason::version);
+  Outcome<int> dropped(DropReason::version);
   EXPECT_EQ(*accepted, 7);
-  EXPECT_EQ(refused.reason(), DropReason::version);
-  EXPECT_DEATH(accepted.reason(), "the packet was refused");
-  EXPECT_DEATH(*refused, "the packet was accepted");
+  EXPECT_EQ(dropped.reason(), DropReason::version);
+  EXPECT_DEATH(accepted.reason(), "the packet was dropped");
+  EXPECT_DEATH(*dropped, "the packet was accepted");
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ TEST(Reader, ReadsNumbersInNetworkByteOrder) {
   EXPECT_EQ(in.u32(), 0x04050607u);
   EXPECT_EQ(in.u16(), 0xf809);
   EXPECT_EQ(in.left(), 0u);
-  EXPECT_TRUE(in.ok()) << "reading up to the end is no fault";
+  EXPECT_TRUE(in.ok()) << "reading up to the end is no error";
 }
 
 TEST(Reader, GivesZeroForWhatIsCutAndStaysBad) {
@@ -53,7 +53,7 @@ TEST(Writer, WritesWhatTheReaderReads) {
   writer.u8(0x01);
   writer.u16(0x0203);
   writer.u32(0x04050607);
-  EXPECT_EQ(out, hex("aa 01 0203 04050607")) << "what stood in the buffer stays";
+  EXPECT_EQ(out, hex("aa 01 0203 04050607")) << "the buffer's former content stays";
   EXPECT_EQ(writer.position(), 8u);
   writer.u16At(2, 0xf00d);
   EXPECT_EQ(out, hex("aa 01 f00d 04050607"));

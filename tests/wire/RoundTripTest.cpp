@@ -93,7 +93,7 @@ class Generator {
 };
 
 // The message as another router might send it: RPs in any order, noise in the bits without a meaning, bytes
-// behind.
+// after.
 Buffer noisy(BootstrapMessage const& message, Generator& random) {
   Buffer out;
   Writer writer(out);
@@ -138,7 +138,7 @@ TEST(RoundTrip, BootstrapMessagesComeBackAsTheyWere) {
     auto message = random.bootstrap();
     Buffer const bytes = written(*message);
     auto again = readBootstrap(bytes);
-    ASSERT_TRUE(again) << i << ": " << nameOf(refusal(again));
+    ASSERT_TRUE(again) << i << ": " << nameOf(dropReason(again));
     ASSERT_TRUE(equal(**again, *message)) << i;
     ASSERT_EQ(written(**again), bytes) << i;
   }
@@ -149,7 +149,7 @@ TEST(RoundTrip, ForeignBootstrapMessagesAreUnderstoodAndWrittenInOurWay) {
   for (int i = 0; i < rounds; ++i) {
     auto message = random.bootstrap();
     auto read = readBootstrap(noisy(*message, random));
-    ASSERT_TRUE(read) << i << ": " << nameOf(refusal(read));
+    ASSERT_TRUE(read) << i << ": " << nameOf(dropReason(read));
     ASSERT_TRUE(equal(**read, *message)) << i;
     ASSERT_EQ(written(**read), written(*message)) << i;
   }
@@ -161,7 +161,7 @@ TEST(RoundTrip, AdvertisementsComeBackAsTheyWere) {
     auto message = random.crpAdv();
     Buffer const bytes = written(*message);
     auto again = readCrpAdv(bytes);
-    ASSERT_TRUE(again) << i << ": " << nameOf(refusal(again));
+    ASSERT_TRUE(again) << i << ": " << nameOf(dropReason(again));
     ASSERT_TRUE(equal(**again, *message)) << i;
     ASSERT_EQ(written(**again), bytes) << i;
   }
@@ -173,13 +173,13 @@ TEST(RoundTrip, HellosComeBackAsTheyWere) {
     auto message = random.hello();
     Buffer const bytes = written(message);
     auto again = readHello(bytes);
-    ASSERT_TRUE(again) << i << ": " << nameOf(refusal(again));
+    ASSERT_TRUE(again) << i << ": " << nameOf(dropReason(again));
     ASSERT_EQ(*again, message) << i;
     ASSERT_EQ(written(*again), bytes) << i;
   }
 }
 
-// One to four bytes changed and the checksum mended: whatever is still accepted must come back as it was
+// One to four bytes changed and the checksum corrected: whatever is still accepted must come back as it was
 // read.
 template <class Read, class Record>
 int acceptedAfterDamage(Generator& random, Buffer bytes, Read read, Record record) {
@@ -188,7 +188,7 @@ int acceptedAfterDamage(Generator& random, Buffer bytes, Read read, Record recor
   auto first = read(checksummed(bytes));
   if (!first) return 0;
   auto second = read(written(record(first)));
-  EXPECT_TRUE(second && equal(record(first), record(second))) << nameOf(refusal(second));
+  EXPECT_TRUE(second && equal(record(first), record(second))) << nameOf(dropReason(second));
   return 1;
 }
 

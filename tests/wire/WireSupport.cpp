@@ -49,7 +49,7 @@ Lanet::IpGenPrefix prefix(char const* text) { return Lanet::IpGenPrefix::parse(t
 
 Lanet::IpAddr sender() { return Lanet::IpAddr::fromHost(0x0a000005); }
 
-Lanet::IpAddr receiver() { return Lanet::IpAddr::fromHost(0xe000000d); }
+Lanet::IpAddr receiver() { return Lanet::allPimRouters; }
 
 Buffer written(Routing::Pim::Packet::BootstrapMessage const& message) {
   Buffer out;

@@ -16,7 +16,7 @@ using Buffer = std::vector<U8>;
 /// The bytes that pairs of hex digits spell; spaces are for the eye.
 Buffer hex(std::string_view digits);
 
-/// A PIM message in hex with the right checksum put into its third and fourth byte, whatever stood there.
+/// A PIM message in hex with the right checksum written over its third and fourth byte.
 Buffer message(std::string_view digits);
 
 /// The same for bytes; what is too short to have a checksum stays as it is.
@@ -39,14 +39,14 @@ inline auto readCrpAdv(Bytes pim) { return decodeCrpAdv(pim, sender(), receiver(
 inline auto readHello(Bytes pim) { return decodeHello(pim, sender(), receiver()); }
 inline auto readMessage(Bytes pim) { return decodeMessage(pim, sender(), receiver()); }
 
-/// The reason for a refusal, nothing if the packet was accepted.
+/// The drop reason, nothing if the packet was accepted.
 template <class T>
-std::optional<DropReason> refusal(Outcome<T> const& outcome) {
+std::optional<DropReason> dropReason(Outcome<T> const& outcome) {
   if (outcome) return {};
   return outcome.reason();
 }
 
-/// A refusal in words, for messages of failed tests.
+/// A drop reason as text, for messages of failed tests.
 inline std::string_view nameOf(std::optional<DropReason> reason) {
   return reason ? name(*reason) : "accepted";
 }
