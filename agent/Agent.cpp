@@ -241,7 +241,7 @@ bool Agent::hasProblem() const {
 
 void Agent::takeDown(std::string const& name, Told& told, bool farewell) {
   IntfId intfId(name.c_str());
-  if (pim::HelloSm* hello = router_->hello(intfId); hello && farewell) hello->sayFarewell();
+  if (pim::HelloSm* hello = router_->hello(intfId); hello && farewell) hello->sendGoodbye();
   router_->interfaceDel(intfId);
   machine_.close(name);
   told.speaksPim = false;

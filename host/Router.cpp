@@ -101,7 +101,7 @@ void Router::sayFarewell() {
   Call call(*this);
   for (auto at = status_->crpIterator(); at; ++at) status_->crpDel(IpGenAddr(at->address()));
   for (auto at = status_->cbsrIterator(); at; ++at) status_->cbsrDel(IpGenPrefix(at->zone()));
-  for (auto& [intfId, hello] : hellos_) hello.sayFarewell();
+  for (auto& [intfId, hello] : hellos_) hello.sendGoodbye();
 }
 
 // Interfaces, routes and time -------------------------------------------------------------------------

@@ -22,7 +22,7 @@ static U32 randomId() {
   return high << 16 ^ static_cast<U32>(Zet::Context::current().rand());
 }
 
-// Birth and end ---------------------------------------------------------------------------------------
+// Construction and end --------------------------------------------------------------------------------
 
 HelloSm::HelloSm(Ptr<LinkNeighbors> const& neighbors, Ptr<Kiv::TimerWheel> const& wheel, Port& port,
                  HelloOptions const& options)
@@ -42,14 +42,14 @@ HelloSm::~HelloSm() {
   for (auto& [address, timer] : expiryTimers_) timer->notifierIs(nullptr);
 }
 
-void HelloSm::sayFarewell() {
+void HelloSm::sendGoodbye() {
   helloTimer_->notifierIs(nullptr);
   send(port_.primaryAddress(intf_->intfId()), 0);
 }
 
-// Neighbours ------------------------------------------------------------------------------------------
+// Neighbors -------------------------------------------------------------------------------------------
 
-/// Whether an address can be a neighbour's.
+/// Whether an address can be a neighbor's.
 static bool isNeighborAddress(IpGenAddr const& address) {
   Lanet::IpAddr v4 = address.v4Addr();
   return address.af() == Lanet::AddressFamily::ipv4 && v4.hostWord() != 0 && v4.hostWord() < 0xe0000000;
@@ -92,7 +92,7 @@ void HelloSm::update(Neighbor& neighbor, wire::HelloMessage const& hello) {
   for (IpGenAddr const& address : listed_) takeSecondary(neighbor, address);
 }
 
-/// An address belongs to the neighbour that told it last, and none is the primary's own double (RFC 7761
+/// An address belongs to the neighbor that listed it last, and none is the primary's own double (RFC 7761
 /// section 4.3.4).
 void HelloSm::takeSecondary(Neighbor& neighbor, IpGenAddr const& address) {
   if (address == neighbor.address()) return;
@@ -114,7 +114,7 @@ void HelloSm::keepFor(Neighbor& neighbor, U16 holdtime) {
 
 void HelloSm::handleNeighborExpiry(IpGenAddr const& address) { drop(IpGenAddr(address)); }
 
-/// A neighbour that the host had put there before Hello was spoken has no timer.
+/// A neighbor that the host had added before Hello was enabled has no timer.
 void HelloSm::drop(IpGenAddr const& address) {
   if (auto at = expiryTimers_.find(address); at != expiryTimers_.end()) {
     Ptr<Timer> timer = at->second;
@@ -177,7 +177,7 @@ bool HelloSm::send(IpGenAddr const& source, U16 holdtime) {
                      .generationId = generationId_,
                      .addressList = port_.secondaryAddresses(intf_->intfId())},
                     payload_);
-  wire::Ipv4Header header{.source = source.v4Addr(), .destination = Lanet::IpAddr::fromHost(0xe000000d)};
+  wire::Ipv4Header header{.source = source.v4Addr(), .destination = Lanet::allPimRouters};
   return wire::encodeIpv4(header, payload_, packet_) && port_.send(intf_->intfId(), packet_);
 }
 

@@ -12,25 +12,25 @@
 
 namespace pimbsr::pim {
 
-/// Timing and standing of an interface's Hellos (RFC 7761 section 4.11).
+/// Timers and DR priority of an interface's Hellos (RFC 7761 section 4.11).
 struct HelloOptions {
   double period = 30.0;         ///< seconds between two Hellos
-  double triggeredDelay = 5.0;  ///< seconds within which a new neighbour is greeted
-  U16 holdtime = 105;           ///< seconds for which neighbours are to keep this router; 0xffff for ever
+  double triggeredDelay = 5.0;  ///< seconds within which a new neighbor gets a triggered Hello
+  U16 holdtime = 105;           ///< seconds for which neighbors are to keep this router; 0xffff for ever
   U32 drPriority = 1;           ///< higher wins the election of the Designated Router
-  /// Hellos are left to another program, which sends them from the same address; neighbours are heard all the
-  /// same, and greeted as if a Hello had left.
+  /// Another program sends the Hellos, from the same address. Neighbors are learned all the same, and a new
+  /// one gets the RP set as if a Hello had been sent.
   bool silent = false;
 
   bool operator==(HelloOptions const&) const = default;
 };
 
-/// Speaks Hello on one interface (RFC 7761 sections 4.3.1 and 4.3.2), as far as a Bootstrap Router needs it.
+/// PIM Hello on one interface (RFC 7761 sections 4.3.1 and 4.3.2), as far as a Bootstrap Router needs it.
 ///
-/// It keeps the neighbours of an Intf, each until its holdtime runs out, and its flags of the Designated
+/// It keeps the neighbors of an Intf, each until its holdtime expires, and its flags of the Designated
 /// Router. Its Hello timer is drawn from the triggered delay at the start and is `period` from then on. A new
-/// neighbour, or one that started anew, as its Generation ID tells, draws the next Hello near; once that is
-/// sent, triggeredHelloCount rises, which greets the neighbour with the RP set.
+/// neighbor, or one with a new Generation ID, which has restarted, triggers a Hello; once that is sent,
+/// triggeredHelloCount rises, which sends the RP set to the neighbor.
 class PIMBSR_API HelloSm {
  public:
   /// Speaks on the interface of `neighbors`. The port outlives this object. The first Hello leaves within the
@@ -46,13 +46,13 @@ class PIMBSR_API HelloSm {
   /// (LinkNeighbors::displacedBy). It costs O(log n) of the addresses kept for each address that it lists or
   /// that its sender listed before.
   void receive(wire::HelloMessage const& hello);
-  /// Says farewell: a Hello with holdtime 0. Nothing follows it.
-  void sayFarewell();
-  /// Tells that the interface's address changed: the old one says farewell, neighbours hear of the new one as
-  /// of a new start, and the election is held.
+  /// Sends the goodbye Hello, with holdtime 0. No Hello follows it.
+  void sendGoodbye();
+  /// Handles a change of the interface's address: a goodbye Hello leaves from the old one, Hellos from the
+  /// new one begin as at a start, and the DR is elected.
   void handleAddressChange();
-  /// Changes timing and standing; if they differ, neighbours hear of it within the triggered delay and the
-  /// election is held.
+  /// Changes timers and DR priority; if they differ, a Hello follows within the triggered delay and the DR is
+  /// elected.
   void optionsIs(HelloOptions const& options);
 
   U32 generationId() const { return generationId_; }
@@ -81,10 +81,10 @@ class PIMBSR_API HelloSm {
   HelloOptions options_;
   U32 generationId_;
   bool triggered_ = false;
-  Lanet::IpGenAddr announced_;  ///< source of the last Hello; unset before the first and after a farewell
+  Lanet::IpGenAddr announced_;  ///< source of the last Hello; unset before the first and after a goodbye
   Zet::Ptr<Timer> helloTimer_;
   std::map<Lanet::IpGenAddr, Zet::Ptr<Timer>> expiryTimers_;
-  std::vector<Lanet::IpGenAddr> listed_;  ///< addresses of the Hello at hand; kept for its room
+  std::vector<Lanet::IpGenAddr> listed_;  ///< addresses of the Hello at hand; a member to keep its capacity
   std::vector<U8> payload_;
   std::vector<U8> packet_;
 };

@@ -36,7 +36,7 @@ bool IoManager::sendBootstrap(Packet::BootstrapMessage const& message) {
   Lanet::IntfId intfId = notifier()->intfId();
   Lanet::IpGenAddr source = port_.primaryAddress(intfId);
   if (source.isEmpty() || !wire::encodeBootstrap(message, payload_)) return false;
-  wire::Ipv4Header header{.source = source.v4Addr(), .destination = Lanet::IpAddr::fromHost(0xe000000d)};
+  wire::Ipv4Header header{.source = source.v4Addr(), .destination = Lanet::allPimRouters};
   return wire::encodeIpv4(header, payload_, packet_) && port_.send(intfId, packet_);
 }
 

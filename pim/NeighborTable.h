@@ -45,7 +45,7 @@ class PIMBSR_API LinkNeighbors : public Routing::Pim::Intf::Notifiee {
   void noteHello(Lanet::IpGenAddr const& neighbor);
   /// The neighbors to be removed before a Hello is taken, so that the bound has room for the addresses that
   /// it adds: those silent for longest, each for more than `maxSilence`, without its sender. Empty if none
-  /// has to be; unset if they don't make room enough, so that the Hello must be dropped. O(log n), and one
+  /// has to be; unset if that isn't enough, so that the Hello must be dropped. O(log n), and one
   /// step for each address in the Hello.
   std::optional<std::vector<Lanet::IpGenAddr>> displacedBy(wire::HelloMessage const& hello) const;
 

@@ -23,7 +23,7 @@ class PIMBSR_API Port {
   /// Whether an address belongs to this router.
   virtual bool isOwnAddress(Lanet::IpGenAddr const& address) const = 0;
   /// Whether an address lies in a subnet of an interface; by default all do. Asked only by a router that
-  /// screens its packets.
+  /// has an ingress filter.
   virtual bool isOnSubnet(Lanet::IntfId const&, Lanet::IpGenAddr const&) const { return true; }
 };
 

@@ -7,11 +7,11 @@
 
 namespace pimbsr::pim {
 
-/// RPF neighbours from unicast routes and Hello neighbours (RFC 5059 section 3.1.3, RFC 7761 section 4.1).
+/// RPF neighbors from unicast routes and Hello neighbors (RFC 5059 section 3.1.3, RFC 7761 section 4.1).
 ///
-/// An address of this router has no RPF neighbour, so that a BSR refuses its own flood. A connected address
-/// has the neighbour that owns it, and a remote one the neighbour that owns the next hop; without such a
-/// neighbour there is none. The answer is the neighbour's primary address, which is what its messages come
+/// An address of this router has no RPF neighbor, so that a BSR drops its own flood. A connected address
+/// has the neighbor that owns it, and a remote one the neighbor that owns the next hop; without such a
+/// neighbor there is none. The answer is the neighbor's primary address, which is what its messages come
 /// from.
 class PIMBSR_API RpfTable : public Routing::Pim::PimRpfTable {
  public:

@@ -41,7 +41,7 @@ class HelloTest : public ModelTest {
   Zet::Ptr<Routing::Pim::Status> pim = Routing::Pim::statusFactory("pim");
   Zet::Ptr<Routing::Pim::Intf> eth0 = pim->pimIntfIs(intf("eth0"));
   Zet::Ptr<LinkNeighbors> neighbors = Zet::make<LinkNeighbors>(eth0);
-  /// Chance for the machine below: the halves of its generation, then no delay.
+  /// Random numbers for the machine below: the halves of its generation, then no delay.
   bool prepared = (context.randoms = {7, 7, 0}, true);
   HelloSm hello{neighbors, wheel, port, {}};
 };
@@ -56,7 +56,7 @@ TEST_F(HelloTest, FirstHelloLeavesWithinTheTriggeredDelayAndThenEveryPeriod) {
   EXPECT_EQ(hello.nextHello(), start + 30);
 }
 
-TEST_F(HelloTest, HelloTellsHoldtimePriorityAndGenerationFromThePrimaryAddress) {
+TEST_F(HelloTest, HelloCarriesHoldtimePriorityAndGenerationFromThePrimaryAddress) {
   runTo(0);
   ASSERT_EQ(hellos().size(), 1u);
   EXPECT_EQ(hellos()[0].srcAddr, addr("192.0.2.9"));
@@ -66,7 +66,7 @@ TEST_F(HelloTest, HelloTellsHoldtimePriorityAndGenerationFromThePrimaryAddress) 
   EXPECT_EQ(hellos()[0].generationId, hello.generationId());
 }
 
-TEST_F(HelloTest, NewNeighborIsGreetedByATriggeredHelloWhichRaisesTheCount) {
+TEST_F(HelloTest, NewNeighborTriggersAHelloWhichRaisesTheCount) {
   runTo(10);
   EXPECT_EQ(eth0->triggeredHelloCount(), 0u);
   context.randoms = {RAND_MAX / 5};
@@ -150,17 +150,17 @@ TEST_F(HelloTest, NeighborExpiresAfterItsHoldtimeUnlessRenewed) {
   EXPECT_FALSE(eth0->neighbor(addr("192.0.2.1")));
 }
 
-TEST_F(HelloTest, HoldtimeForEverNeverExpiresAndHoldtimeZeroIsAFarewell) {
+TEST_F(HelloTest, HoldtimeForEverNeverExpiresAndHoldtimeZeroIsAGoodbye) {
   HelloMessage lasting = from("192.0.2.1");
   lasting.holdtime = 0xffff;
   hello.receive(lasting);
   runTo(100000);
   EXPECT_TRUE(eth0->neighbor(addr("192.0.2.1")));
-  HelloMessage farewell = from("192.0.2.1");
-  farewell.holdtime = 0;
-  hello.receive(farewell);
+  HelloMessage goodbye = from("192.0.2.1");
+  goodbye.holdtime = 0;
+  hello.receive(goodbye);
   EXPECT_FALSE(eth0->neighbor(addr("192.0.2.1")));
-  hello.receive(farewell);
+  hello.receive(goodbye);
   EXPECT_EQ(eth0->neighborCount(), 0u);
 }
 
@@ -199,18 +199,18 @@ TEST_F(HelloTest, OwnHelloIsIgnored) {
   EXPECT_EQ(eth0->neighborCount(), 0u);
 }
 
-TEST_F(HelloTest, AddressListIsKeptAsItWasToldLast) {
-  HelloMessage told = from("192.0.2.1");
-  told.addressList = {addr("192.0.2.2"), addr("192.0.2.3")};
-  hello.receive(told);
-  told.addressList = {addr("192.0.2.3"), addr("192.0.2.4")};
-  hello.receive(told);
+TEST_F(HelloTest, AddressListIsKeptAsItWasReceivedLast) {
+  HelloMessage given = from("192.0.2.1");
+  given.addressList = {addr("192.0.2.2"), addr("192.0.2.3")};
+  hello.receive(given);
+  given.addressList = {addr("192.0.2.3"), addr("192.0.2.4")};
+  hello.receive(given);
   auto neighbor = eth0->neighbor(addr("192.0.2.1"));
   EXPECT_FALSE(neighbor->secondary(addr("192.0.2.2")));
   EXPECT_TRUE(neighbor->secondary(addr("192.0.2.3")));
   EXPECT_TRUE(neighbor->secondary(addr("192.0.2.4")));
-  told.addressList.clear();
-  hello.receive(told);
+  given.addressList.clear();
+  hello.receive(given);
   EXPECT_EQ(neighbor->secondaryCount(), 0u);
 }
 
@@ -226,21 +226,21 @@ struct Election {
   char const* dr;
 };
 
-TEST_F(HelloTest, DrIsElectedByPriorityThenAddressOrByAddressAloneWhereOneTellsNoPriority) {
+TEST_F(HelloTest, DrIsElectedByPriorityThenAddressOrByAddressAloneWhereOneSendsNoPriority) {
   Election const elections[] = {
       {"lower address loses", {{"192.0.2.1", 1}}, "192.0.2.9"},
       {"higher address wins", {{"192.0.2.10", 1}}, "192.0.2.10"},
       {"higher priority wins", {{"192.0.2.1", 2}, {"192.0.2.10", 1}}, "192.0.2.1"},
       {"priority 0 loses", {{"192.0.2.10", 0}}, "192.0.2.9"},
-      {"no priority told: address decides", {{"192.0.2.1", 200}, {"192.0.2.2", -1}}, "192.0.2.9"},
+      {"no priority sent: address decides", {{"192.0.2.1", 200}, {"192.0.2.2", -1}}, "192.0.2.9"},
   };
   for (Election const& election : elections) {
     SCOPED_TRACE(election.rule);
     HelloSm one(neighbors, wheel, port, {});
     for (auto const& [address, priority] : election.neighbors) {
-      HelloMessage told{.srcAddr = addr(address), .generationId = 1};
-      if (priority >= 0) told.drPriority = static_cast<Zet::U32>(priority);
-      one.receive(told);
+      HelloMessage given{.srcAddr = addr(address), .generationId = 1};
+      if (priority >= 0) given.drPriority = static_cast<Zet::U32>(priority);
+      one.receive(given);
     }
     EXPECT_EQ(eth0->drAddress(), addr(election.dr));
     EXPECT_EQ(eth0->iAmDr(), addr(election.dr) == addr("192.0.2.9"));
@@ -256,17 +256,17 @@ TEST_F(HelloTest, DrIsElectedAnewWhenItExpires) {
 }
 
 TEST_F(HelloTest, EachHelloMayTurnTheElection) {
-  HelloMessage told = from("192.0.2.10");
-  hello.receive(told);
+  HelloMessage given = from("192.0.2.10");
+  hello.receive(given);
   EXPECT_FALSE(eth0->iAmDr());
-  told.drPriority = 0;
-  hello.receive(told);
+  given.drPriority = 0;
+  hello.receive(given);
   EXPECT_TRUE(eth0->iAmDr());
-  told.drPriority.reset();
-  hello.receive(told);
+  given.drPriority.reset();
+  hello.receive(given);
   EXPECT_FALSE(eth0->iAmDr());
-  told.holdtime = 0;
-  hello.receive(told);
+  given.holdtime = 0;
+  hello.receive(given);
   EXPECT_TRUE(eth0->iAmDr());
 }
 
@@ -289,18 +289,18 @@ TEST_F(HelloTest, NewAddressIsANewGeneration) {
   EXPECT_EQ(hellos().back().srcAddr, addr("192.0.2.8"));
 }
 
-TEST_F(HelloTest, FarewellIsTheLastHello) {
+TEST_F(HelloTest, GoodbyeIsTheLastHello) {
   runTo(1);
-  hello.sayFarewell();
+  hello.sendGoodbye();
   EXPECT_EQ(hellos().back().holdtime, 0);
   size_t sent = port.sent.size();
   runTo(1000);
   EXPECT_EQ(port.sent.size(), sent);
 }
 
-TEST_F(HelloTest, NothingFollowsAFarewell) {
+TEST_F(HelloTest, NothingFollowsAGoodbye) {
   runTo(0);
-  hello.sayFarewell();
+  hello.sendGoodbye();
   hello.receive(from("192.0.2.1"));
   port.addresses["eth0"] = "192.0.2.19";
   runTo(100);
@@ -308,7 +308,7 @@ TEST_F(HelloTest, NothingFollowsAFarewell) {
   EXPECT_EQ(hellos().back().holdtime, 0);
 }
 
-TEST_F(HelloTest, FormerAddressSaysFarewellBeforeTheNewOneIsTold) {
+TEST_F(HelloTest, FormerAddressSendsAGoodbyeBeforeTheNewOneSendsAHello) {
   runTo(0);
   port.addresses["eth0"] = "192.0.2.19";
   hello.handleAddressChange();
@@ -324,7 +324,7 @@ TEST_F(HelloTest, FormerAddressSaysFarewellBeforeTheNewOneIsTold) {
   EXPECT_EQ(hellos()[3].srcAddr, addr("192.0.2.19"));
 }
 
-TEST_F(HelloTest, AddressThatWasNeverToldSaysNoFarewell) {
+TEST_F(HelloTest, AddressThatSentNoHelloSendsNoGoodbye) {
   port.addresses["eth0"] = "192.0.2.19";
   hello.handleAddressChange();
   EXPECT_TRUE(hellos().empty());
@@ -336,7 +336,7 @@ TEST_F(HelloTest, FurtherAddressesOfTheInterfaceAreListed) {
   EXPECT_EQ(hellos()[0].addressList, port.secondaries);
 }
 
-TEST_F(HelloTest, AddressBelongsToTheNeighborThatToldItLast) {
+TEST_F(HelloTest, AddressBelongsToTheNeighborThatListedItLast) {
   HelloMessage first = from("192.0.2.1");
   HelloMessage second = from("192.0.2.2");
   first.addressList = second.addressList = {addr("198.51.100.1")};
@@ -347,13 +347,13 @@ TEST_F(HelloTest, AddressBelongsToTheNeighborThatToldItLast) {
 }
 
 TEST_F(HelloTest, PrimaryAddressIsNoSecondary) {
-  HelloMessage told = from("192.0.2.1");
-  told.addressList = {addr("192.0.2.1"), addr("198.51.100.1")};
-  hello.receive(told);
+  HelloMessage given = from("192.0.2.1");
+  given.addressList = {addr("192.0.2.1"), addr("198.51.100.1")};
+  hello.receive(given);
   EXPECT_EQ(eth0->neighbor(addr("192.0.2.1"))->secondaryCount(), 1u);
 }
 
-TEST_F(HelloTest, RouterWithoutAnAddressDoesNotStandForDr) {
+TEST_F(HelloTest, RouterWithoutAnAddressIsNotElectedDr) {
   port.addresses.erase("eth0");
   hello.handleAddressChange();
   EXPECT_TRUE(eth0->drAddress().isEmpty());
@@ -364,7 +364,7 @@ TEST_F(HelloTest, RouterWithoutAnAddressDoesNotStandForDr) {
   EXPECT_FALSE(eth0->iAmDr());
 }
 
-TEST_F(HelloTest, ChangedOptionsTurnTheElectionAndAreToldSoonWhileTheSameDoNothing) {
+TEST_F(HelloTest, ChangedOptionsChangeTheElectionAndTriggerAHelloWhileTheSameDoNothing) {
   runTo(0);
   hello.receive(from("192.0.2.200"));
   runTo(10);
@@ -376,30 +376,30 @@ TEST_F(HelloTest, ChangedOptionsTurnTheElectionAndAreToldSoonWhileTheSameDoNothi
   hello.optionsIs({.drPriority = 7});
   EXPECT_TRUE(eth0->iAmDr());
   EXPECT_LE(hello.nextHello(), Zet::now() + 5);
-  auto greetings = eth0->triggeredHelloCount();
+  auto triggered = eth0->triggeredHelloCount();
   runTo(15);
   EXPECT_EQ(hellos().back().drPriority, 7u);
   EXPECT_EQ(eth0->neighborCount(), 1u);
-  EXPECT_EQ(eth0->triggeredHelloCount(), greetings) << "nobody new is greeted";
+  EXPECT_EQ(eth0->triggeredHelloCount(), triggered) << "no neighbor is new";
 }
 
-TEST_F(HelloTest, SilentInterfaceHearsAndGreetsAndSaysNothing) {
+TEST_F(HelloTest, SilentInterfaceLearnsNeighborsAndSendsNothing) {
   hello.optionsIs({.silent = true});
-  auto greetings = eth0->triggeredHelloCount();
+  auto triggered = eth0->triggeredHelloCount();
   hello.receive(from("192.0.2.1"));
   runTo(40);
   hello.handleAddressChange();
-  hello.sayFarewell();
+  hello.sendGoodbye();
   EXPECT_EQ(eth0->neighborCount(), 1u);
-  EXPECT_EQ(eth0->triggeredHelloCount(), greetings + 1);
+  EXPECT_EQ(eth0->triggeredHelloCount(), triggered + 1);
   EXPECT_TRUE(port.sent.empty());
 }
 
-TEST_F(HelloTest, NeighborThatTheHostHadPutThereSaysFarewellLikeAny) {
+TEST_F(HelloTest, NeighborThatTheHostHadAddedIsRemovedByItsGoodbye) {
   eth0->neighborIs(addr("192.0.2.1"));
-  HelloMessage farewell = from("192.0.2.1");
-  farewell.holdtime = 0;
-  hello.receive(farewell);
+  HelloMessage goodbye = from("192.0.2.1");
+  goodbye.holdtime = 0;
+  hello.receive(goodbye);
   EXPECT_EQ(eth0->neighborCount(), 0u);
 }
 

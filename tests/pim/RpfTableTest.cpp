@@ -38,11 +38,11 @@ TEST_F(RpfTableTest, NeighborTowardsAnAddress) {
   };
   for (Case const& c : {Case{"an own address has none, though it is connected", "192.0.2.9", ""},
                         {"an own address without a route has none", "198.51.100.9", ""},
-                        {"a connected address is its own neighbour", "192.0.2.1", "192.0.2.1"},
-                        {"a secondary address is owned by its neighbour", "192.0.2.101", "192.0.2.1"},
-                        {"a connected address that no neighbour owns has none", "192.0.2.5", ""},
+                        {"a connected address is its own neighbor", "192.0.2.1", "192.0.2.1"},
+                        {"a secondary address is owned by its neighbor", "192.0.2.101", "192.0.2.1"},
+                        {"a connected address that no neighbor owns has none", "192.0.2.5", ""},
                         {"a remote address has the next hop", "10.9.9.9", "192.0.2.1"},
-                        {"a next hop by its secondary address is the neighbour", "10.1.0.1", "192.0.2.1"},
+                        {"a next hop by its secondary address is the neighbor", "10.1.0.1", "192.0.2.1"},
                         {"a next hop that speaks no PIM is none", "10.2.0.1", ""},
                         {"a next hop on an interface without PIM is none", "10.3.0.1", ""},
                         {"an address without a route has none", "172.16.0.1", ""}}) {
