@@ -16,10 +16,7 @@ using Zet::Ptr;
 
 static Zet::TraceSource const trace("Pim::Bsr::IO", "BootstrapMessageSm");
 
-/// 224.0.0.13, where PIM routers listen (RFC 7761 section 4.9).
-static Lanet::IpAddr allPimRouters() { return Lanet::IpAddr::fromHost(0xe000000d); }
-
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 void BootstrapMessageSm::handleConstruction() {
   handleCounters();
@@ -30,11 +27,7 @@ void BootstrapMessageSm::handleConstruction() {
 void BootstrapMessageSm::handleInitialize() {
   if (initialized()) return;
   startupTimeIs(Zet::now());
-  if (bsrStatus()->af() == Lanet::AddressFamily::ipv4) {
-    IpGenPrefix zone;
-    zone.handleInitialized(Lanet::IpAddr::fromHost(0xe0000000).stringValue() + "/4");
-    globalZoneIs(zone);
-  }
+  if (bsrStatus()->af() == Lanet::AddressFamily::ipv4) globalZoneIs(Lanet::allGroups());
   Ptr<PimBsrCounters> counts = counters();
   counts->rxIs(0);
   counts->rxErrorIs(0);
@@ -48,7 +41,7 @@ void BootstrapMessageSm::handleInitialize() {
 
 void BootstrapMessageSm::handleCounters() { countersIs(bsrStatus()->counters()); }
 
-// Arrival ---------------------------------------------------------------------------------------------
+// Receive ---------------------------------------------------------------------------------------------
 
 void BootstrapMessageSm::handleBootstrapMessage() {
   if (!initialized()) return;
@@ -96,7 +89,7 @@ bool Check::fail(U32 PimBsrErrorCounters::*member, DropReason reason) const {
 
 bool Check::destination() const {
   Lanet::IpAddr destination = message_.dstAddr().v4Addr();
-  if (destination == allPimRouters()) return true;
+  if (destination == Lanet::allPimRouters) return true;
   if (destination.isMulticast()) {
     ZET_TRACE(trace, 1, "RX - Error - Do not know what we are dealing with here: " << message_.dstAddr());
     return fail(&PimBsrErrorCounters::rxInvalid, DropReason::bootstrapDestination);
@@ -179,7 +172,7 @@ void BootstrapMessageSm::handleV4BSM() {
   counters()->rxSuccessInc(1);
 }
 
-// Departure -------------------------------------------------------------------------------------------
+// Transmit --------------------------------------------------------------------------------------------
 
 void BootstrapMessageSm::handleTransmission() {
   if (!initialized()) return;

@@ -1,6 +1,6 @@
 // Sending Bootstrap Messages along the interfaces, whole or in fragments (RFC 5059 section 3.4).
 //
-// A message goes out of every interface that has a neighbour and is no border of its zone, the one that it
+// A message goes out of every interface that has a neighbor and is no border of its zone, the one that it
 // came in on included; whether it may be forwarded at all is for the zone machines to say. One write of
 // bsmStatus.txBsm with a raise of writeCount is one transmission, finished when the raise returns.
 

@@ -38,9 +38,7 @@ class Placement {
  public:
   Placement(IpGenPrefix const& zone, U32 zoneRpCount, PimBsrTxFragments& fragments, U32 mtu,
             BootstrapGroupData const& group)
-      : zone_(zone), zoneRpCount_(zoneRpCount), fragments_(fragments), mtu_(mtu), group_(group) {
-    global_.handleInitialized("224.0.0.0/4");
-  }
+      : zone_(zone), zoneRpCount_(zoneRpCount), fragments_(fragments), mtu_(mtu), group_(group) {}
 
   bool placeWhole();
   void placeSplit();
@@ -51,7 +49,6 @@ class Placement {
   Ptr<BootstrapGroupData> addRecord(PimBsrTxFragment& fragment, U8 fragRpCount) const;
 
   IpGenPrefix const& zone_;
-  IpGenPrefix global_;
   U32 zoneRpCount_;
   PimBsrTxFragments& fragments_;
   U32 mtu_;
@@ -66,7 +63,7 @@ void copyRp(BootstrapGroupData& to, Packet::BootstrapRpData const& rp) {
 
 /// A fragment of a scoped zone that is still empty must begin with the zone's own record.
 bool Placement::needsZone(PimBsrTxFragment const& fragment) const {
-  return zone_ != global_ && fragment.length() == bsmHeaderLength && group_.prefix() != zone_;
+  return zone_ != Lanet::allGroups() && fragment.length() == bsmHeaderLength && group_.prefix() != zone_;
 }
 
 void Placement::addZone(PimBsrTxFragment& fragment) const {

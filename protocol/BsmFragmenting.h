@@ -4,8 +4,8 @@
 
 namespace Routing::Pim::Bsr {
 
-/// The sizing rule of fragments, in bytes. The numbers stand as they are for every address family and are no
-/// sizes of encoded fields, so all routers of this make cut a message alike.
+/// The sizing rule of fragments, in bytes. The numbers are the same for every address family and are no sizes
+/// of encoded fields, so that all routers with this rule cut a message alike.
 inline constexpr U32 bsmHeaderLength = 36;
 inline constexpr U32 bsmGroupLength = 12;
 inline constexpr U32 bsmRpLength = 12;

@@ -22,7 +22,7 @@ static Zet::TraceSource const trace("Pim::Bsr::CandidateSm", "BsrCandidateSm");
 /// up soon.
 static constexpr U32 emptySetInterval = 10;
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 void BsrCandidateSm::handleConstruction() { handleInitialized(); }
 
@@ -76,8 +76,8 @@ bool BsrCandidateSm::isGlobalZone() const { return zone() == bsrSm()->globalOrNo
 
 void BsrCandidateSm::handleBsm() {
   if (!initialized() || !bsm()) return;
-  PimBsrWeight told(bsm()->bsrPriority(), bsm()->bsrAddress());
-  if (told < stored()) {
+  PimBsrWeight received(bsm()->bsrPriority(), bsm()->bsrAddress());
+  if (received < stored()) {
     handleNonPreferredBsm();
   } else {
     handlePreferredBsm();
@@ -106,7 +106,7 @@ void BsrCandidateSm::handlePreferredBsm() {
   lastBsmFragmentsIs(bsrSm()->bsmRxFragments(message->fragmentTag()));
 }
 
-/// A message of lower weight never reaches the RP set, and what the machine believes stays.
+/// A message of lower weight never reaches the RP set, and the machine's elected BSR is kept.
 void BsrCandidateSm::handleNonPreferredBsm() {
   switch (state()) {
     case BsrCandidateState::cBsr:
@@ -116,7 +116,7 @@ void BsrCandidateSm::handleNonPreferredBsm() {
       lastBsmIs(bsm());
       return;
     case BsrCandidateState::pBsr:
-      // The timer stands, so that a flood of inferior messages can't hold off the takeover.
+      // The timer isn't re-armed, so that a flood of inferior messages can't delay the takeover.
       forwardIfAllowed();
       lastBsmIs(bsm());
       return;
@@ -216,13 +216,13 @@ void BsrCandidateSm::doUpdateElectedBsr() {
     elected = bsrStatus()->bootstrapRouterIs(zone());
     elected->setupTimeIs(Zet::now());
   }
-  Ptr<ElectedBsrStatus> believed = storedBsr();
-  elected->ipAddrIs(believed->ipAddr());
-  elected->priorityIs(believed->priority());
-  elected->hashMaskLenIs(believed->hashMaskLen());
+  Ptr<ElectedBsrStatus> known = storedBsr();
+  elected->ipAddrIs(known->ipAddr());
+  elected->priorityIs(known->priority());
+  elected->hashMaskLenIs(known->hashMaskLen());
   ZET_TRACE(trace, 8,
-            "Added Elected BSR " << believed->ipAddr() << " with priority " << believed->priority()
-                                 << ", hashMaskLen " << believed->hashMaskLen());
+            "Added Elected BSR " << known->ipAddr() << " with priority " << known->priority()
+                                 << ", hashMaskLen " << known->hashMaskLen());
 }
 
 void BsrCandidateSm::doDelElectedBsr() {
@@ -345,7 +345,7 @@ void BsrCandidateSm::ZetCandidate::handleBsPeriod() {
     if (!shortenToPeriod(machine, period)) return;
   }
   // Compares the machine's own timeout, and not that of Status as elsewhere: one that was overridden counts
-  // as long enough, and what stands in Status returns.
+  // as long enough, and the value of Status returns.
   if (machine.bsTimeout() > period) {
     machine.bsTimeoutIs(machine.bsrStatus()->bsTimeout());
     return;

@@ -12,7 +12,7 @@ using Zet::Ptr;
 
 static Zet::TraceSource const trace("Pim::Bsr::NonCandidateSm", "BsrNonCandidateSm");
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 void BsrNonCandidateSm::handleConstruction() {
   handleInitialized();
@@ -57,9 +57,9 @@ void BsrNonCandidateSm::handleBsm() {
   Ptr<BootstrapMessage> message = bsm();
   stateIs(BsrNonCandidateState::acceptPreferred);
   if (Ptr<ElectedBsrStatus> elected = bsrStatus()->bootstrapRouter(zone())) {
-    PimBsrWeight told(message->bsrPriority(), message->bsrAddress());
+    PimBsrWeight received(message->bsrPriority(), message->bsrAddress());
     PimBsrWeight known(static_cast<U8>(elected->priority()), elected->ipAddr());
-    if (told < known) {
+    if (received < known) {
       ZET_TRACE(trace, 8,
                 "Received Non Preferred BSM. "
                     << "Nothing to be done.");
@@ -70,7 +70,7 @@ void BsrNonCandidateSm::handleBsm() {
     handleNewBsr();
   }
   if (!isGlobalZone()) zetSzTimer()->timeMinIs(Kiv::never);
-  // Forward before store, so that the neighbours wait for nothing; store before keeping, since the store
+  // Forward before store, so that the neighbors wait for nothing; store before keeping, since the store
   // decides what is held of the message's fragments; the timer last, for the time that was written above.
   if (message->forward()) {
     bsrSm()->forwardBsm(zone(), message);
@@ -115,7 +115,7 @@ void BsrNonCandidateSm::handlePreferredBsm() {
   elected->expiryTimeIs(Zet::now() + bsrStatus()->bsTimeout());
 }
 
-/// A message that may be forwarded is kept for new neighbours, together with what is held of its fragments.
+/// A message that may be forwarded is kept for new neighbors, together with what is held of its fragments.
 /// What was held for another tag, or for a message that must not be kept, goes.
 void BsrNonCandidateSm::keepBsm() {
   bool forward = bsm()->forward();
@@ -157,7 +157,7 @@ void BsrNonCandidateSm::handleSzTimerExpiry() {
   }
   stateIs(BsrNonCandidateState::noInfo);
   ZET_TRACE(trace, 8, "Deleted Zone " << zone());
-  // The machine ends here: the zone is copied, and nothing of it is touched behind this call.
+  // The machine ends here: the zone is copied, and no member is used after this call.
   IpGenPrefix gone = zone();
   bsrSm()->nonCandidateSmDel(gone);
 }

@@ -14,7 +14,7 @@ using Zet::Ptr;
 
 static Zet::TraceSource const trace("Pim::Bsr::Sm", "PimBsrSm");
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 void PimBsrSm::handleConstruction() {
   handleBsrCandidate();
@@ -33,9 +33,7 @@ void PimBsrSm::handleInitialized() {
     ZET_TRACE(trace, 8, "Address Family not initialized in status");
     return;
   }
-  IpGenPrefix global;
-  global.handleInitialized("224.0.0.0/4");
-  globalOrNonScopeZoneIs(global);
+  globalOrNonScopeZoneIs(Lanet::allGroups());
   bsrTrieIs("PimBsrTrie", Lanet::AddressFamily::ipv4);
   rpCandidateStatus()->rpSetTypeIs(RpType::bsr);
   bsrTrieBuilderIs(bsrStatus(), bsrTrie());

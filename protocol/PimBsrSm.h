@@ -20,7 +20,7 @@
 /// Its one timer, the fragment timer, paces the scans for incomplete group ranges and runs only while there
 /// are any.
 ///
-/// Its members stand in several sources: PimBsrSm.cpp has life and dispatch, RpSetStore.cpp the RP set,
+/// Its members are in several sources: PimBsrSm.cpp has life and dispatch, RpSetStore.cpp the RP set,
 /// RxFragments.cpp incomplete ranges, BsmForwarding.cpp and TriggeredBsm.cpp the sending, and crp/ the
 /// reactors on candidate RPs (RpCandidates.cpp) and on the RP-set tree (RpTree.cpp).
 #include "protocol/PimBsrSm.zet.h"

@@ -38,7 +38,7 @@ class Store {
   bool apply(BootstrapGroupData const& record, RpWalk rps);
   Ptr<RpCandidateStatus> rpSet();
   Ptr<RpCandidateSet> rangeIn(RpCandidateStatus& rpSet, IpGenPrefix const& prefix);
-  void rp(RpCandidateSet& set, BootstrapRpData const& told, bool bidir);
+  void rp(RpCandidateSet& set, BootstrapRpData const& received, bool bidir);
   Ptr<Routing::Pim::RpCandidate> rpIn(RpCandidateSet& set, Lanet::IpGenAddr const& address);
 
   PimBsrSm& machine_;
@@ -131,21 +131,22 @@ Ptr<RpCandidateSet> Store::rangeIn(RpCandidateStatus& rpSet, IpGenPrefix const& 
   return rpSet.crpSetIs(prefix);
 }
 
-void Store::rp(RpCandidateSet& set, BootstrapRpData const& told, bool bidir) {
-  if (told.rpHoldtime() == 0) {
-    set.rpDel(told.rpAddress());
-    ZET_TRACE(trace, 8, "Deleted RP " << told.rpAddress() << " since holdtime is 0");
+void Store::rp(RpCandidateSet& set, BootstrapRpData const& received, bool bidir) {
+  if (received.rpHoldtime() == 0) {
+    set.rpDel(received.rpAddress());
+    ZET_TRACE(trace, 8, "Deleted RP " << received.rpAddress() << " since holdtime is 0");
     return;
   }
-  Ptr<Routing::Pim::RpCandidate> rp = rpIn(set, told.rpAddress());
+  Ptr<Routing::Pim::RpCandidate> rp = rpIn(set, received.rpAddress());
   if (!rp) return;
   if (bidir) rp->pimModeIs(Mode::bidir);
-  rp->priorityIs(U32{told.rpPriority()});
-  rp->holdTimeIs(told.rpHoldtime());
+  rp->priorityIs(U32{received.rpPriority()});
+  rp->holdTimeIs(received.rpHoldtime());
   rp->hashMaskLenIs(U32{bsm_.hashMaskLen()});
   // Last, since this is what re-arms the hold timer and mirrors all of the above.
-  rp->expiresIs(Zet::now() + told.rpHoldtime());
-  ZET_TRACE(trace, 8, "RP " << told.rpAddress() << " to expire in " << told.rpHoldtime() << " from now");
+  rp->expiresIs(Zet::now() + received.rpHoldtime());
+  ZET_TRACE(trace, 8,
+            "RP " << received.rpAddress() << " to expire in " << received.rpHoldtime() << " from now");
 }
 
 /// The RP of that address, made if it is new; null if it is new and nothing may be made.

@@ -1,4 +1,4 @@
-// What a new neighbour gets at once: the last message of every zone, from the router that is or was the DR of
+// What a new neighbor gets at once: the last message of every zone, from the router that is or was the DR of
 // the link, with the No-Forward bit set (RFC 5059 section 3.5).
 
 #include "protocol/BsrCandidateSm.h"
