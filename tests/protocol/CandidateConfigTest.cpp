@@ -23,7 +23,7 @@ TEST_F(CandidateConfig, StartWaitsForEachUnknownAttribute) {
   struct {
     char const* name;
     Omission forget;
-    Omission tell;
+    Omission omit;
   } const omissions[] = {
       {"priority", [](auto& entry) { entry.priorityIs(256); }, [](auto& entry) { entry.priorityIs(10); }},
       {"mask", [](auto& entry) { entry.hashMaskLenIs(128); }, [](auto& entry) { entry.hashMaskLenIs(30); }},
@@ -44,12 +44,12 @@ TEST_F(CandidateConfig, StartWaitsForEachUnknownAttribute) {
                        "Candidate Bsr is initialized."),
         4);
     EXPECT_FALSE(machine()->initialized());
-    EXPECT_EQ(show(), "noInfoBsr timer - expiry - believes - tells - keeps -");
+    EXPECT_EQ(show(), "noInfoBsr timer - expiry - stored - status - keeps -");
     hear(superior());
-    EXPECT_EQ(show(), "noInfoBsr timer - expiry - believes - tells - keeps -");
-    omission.tell(*candidate());
+    EXPECT_EQ(show(), "noInfoBsr timer - expiry - stored - status - keeps -");
+    omission.omit(*candidate());
     EXPECT_TRUE(machine()->initialized());
-    EXPECT_EQ(show(), "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps -");
+    EXPECT_EQ(show(), "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps -");
   }
   EXPECT_EQ(sent(), 0u);
 }
@@ -69,7 +69,7 @@ TEST_F(CandidateConfig, WhatComesBeforeTheStartChangesNothing) {
   machine()->handleBsrTimerExpiry();
   candidate()->electedIs(true);
   machine()->doSendBsm(false);
-  EXPECT_EQ(show(), "noInfoBsr timer - expiry - elected believes - tells - keeps -");
+  EXPECT_EQ(show(), "noInfoBsr timer - expiry - elected stored - status - keeps -");
   EXPECT_EQ(sent(), 0u);
   EXPECT_EQ(context.traced(" ( shutdown=False )"), 1);
 }
@@ -85,7 +85,7 @@ TEST_F(CandidateConfig, SecondStartDoesNothing) {
 struct Known {
   char const* address;
   U16 priority;
-  char const* believed;
+  char const* stored;
 };
 
 TEST_F(CandidateConfig, StartKeepsAHeavierBsrThatStatusNames) {
@@ -100,8 +100,7 @@ TEST_F(CandidateConfig, StartKeepsAHeavierBsrThatStatusNames) {
       entry->priorityIs(known.priority);
       entry->hashMaskLenIs(24);
     });
-    EXPECT_NE(show().find(std::string(" believes ") + known.believed + " tells"), std::string::npos)
-        << show();
+    EXPECT_NE(show().find(std::string(" stored ") + known.stored + " status"), std::string::npos) << show();
     EXPECT_EQ(machine()->state(), Bsr::BsrCandidateState::pBsr);
   }
 }
@@ -127,10 +126,10 @@ TEST_F(CandidateConfig, ElectedThatStartsByItsLastAttributeIsGuardedByItsPeriod)
   });
   engine.runTo(3);
   candidate()->addressIs(addr("10.0.0.5"));
-  EXPECT_EQ(show(), "eBsr timer 63 expiry 63 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps -");
+  EXPECT_EQ(show(), "eBsr timer 63 expiry 63 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps -");
 }
 
-TEST_F(CandidateConfig, ElectedThatRestartsTellsTheHeavierBsrUntilItsFirstExpiry) {
+TEST_F(CandidateConfig, ElectedThatRestartsPublishesTheHeavierBsrUntilItsFirstExpiry) {
   restart([this] {
     configure();
     candidate()->electedIs(true);
@@ -142,7 +141,7 @@ TEST_F(CandidateConfig, ElectedThatRestartsTellsTheHeavierBsrUntilItsFirstExpiry
   // The replay of the mask, the period and the address comes after the start, and they follow the candidate.
   EXPECT_EQ(context.traced("Added Elected BSR 10.0.0.9 with priority 20, hashMaskLen 24"), 1);
   EXPECT_EQ(context.traced("Added Elected BSR 10.0.0.9 with priority 20, hashMaskLen 30"), 1);
-  EXPECT_EQ(show(), "eBsr timer 60 expiry 60 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps -");
+  EXPECT_EQ(show(), "eBsr timer 60 expiry 60 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps -");
 }
 
 // Replay ----------------------------------------------------------------------------------------------
@@ -193,7 +192,7 @@ TEST_F(CandidateConfig, StartByThePeriodGivesBackTheTimeoutOfStatus) {
 
 TEST_F(CandidateConfig, ReplayOfAShortPeriodShortensTheFirstDelay) {
   restart([this] { configure({.priority = 10, .bsPeriod = 3}); });
-  EXPECT_EQ(show(), "pBsr timer 3 expiry - believes 10.0.0.5/10/30 tells - keeps -");
+  EXPECT_EQ(show(), "pBsr timer 3 expiry - stored 10.0.0.5/10/30 status - keeps -");
 }
 
 // Holdtime --------------------------------------------------------------------------------------------
@@ -211,7 +210,7 @@ TEST_F(CandidateConfig, TimeoutMustBeAboveThePeriod) {
   }
 }
 
-TEST_F(CandidateConfig, TimeoutOfStatusMovesTheTimerOnlyBehindAnotherBsr) {
+TEST_F(CandidateConfig, TimeoutOfStatusMovesTheTimerOnlyAfterAnotherBsr) {
   toCandidate();
   engine.runTo(30);
   engine.status->bsTimeoutIs(101);
@@ -224,7 +223,7 @@ TEST_F(CandidateConfig, TimeoutOfStatusMovesTheTimerOnlyBehindAnotherBsr) {
   EXPECT_EQ(context.traced("BS timer expiry was in 100 seconds from now. Resetting BS timer expiry to 61 "
                            "seconds from now."),
             1);
-  EXPECT_EQ(show(), "cBsr timer 91 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500");
+  EXPECT_EQ(show(), "cBsr timer 91 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500");
 }
 
 TEST_F(CandidateConfig, TimeoutOfStatusLeavesAStoppedTimer) {
@@ -303,7 +302,7 @@ TEST_F(CandidateConfig, DelayIsLessForABetterCandidateAndCutToSeconds) {
       {"10.0.0.1", 10, "10.0.0.2", 10, 5, "5 + 0.0625"},
       {"10.0.0.1", 10, "11.0.0.1", 10, 6, "5 + 24 * 0.0625"},
       {"10.0.0.1", 10, "255.255.255.255", 10, 6, "5 + 31.94 * 0.0625"},
-      {"10.0.0.1", 20, "255.255.255.255", 10, 6, "the best address stands whatever its priority"},
+      {"10.0.0.1", 20, "255.255.255.255", 10, 6, "the best address wins whatever its priority"},
       {"10.0.0.1", 0, "10.0.0.9", 255, 22, "5 + 16 + 1.921875"},
       {"10.0.0.1", 9, "10.0.0.9", 10, 8, "5 + 2 + 1.921875"},
       {"192.0.2.1", 9, "10.0.0.9", 10, 7, "5 + 2 + 0.5, less a trifle"},
@@ -339,46 +338,45 @@ TEST_F(CandidateConfig, WithoutABsrTheStoredValuesStayStale) {
   toPending();
   candidate()->priorityIs(99);
   candidate()->addressIs(addr("10.0.0.77"));
-  EXPECT_EQ(show(), "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps -");
+  EXPECT_EQ(show(), "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps -");
   EXPECT_EQ(context.traced("Changing priority to 99 for zone 224.0.0.0/4"), 1);
   EXPECT_EQ(context.traced("Changing IP address to 10.0.0.77 for zone 224.0.0.0/4"), 1);
   engine.runTo(5);
-  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected believes 10.0.0.77/99/30 tells 10.0.0.77/99/30 keeps 1");
+  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected stored 10.0.0.77/99/30 status 10.0.0.77/99/30 keeps 1");
 }
 
-TEST_F(CandidateConfig, BehindABsrTheStoredValuesFollowOnlyAHeavierCandidate) {
-  toCandidate();  // behind 10.0.0.9/20/24
+TEST_F(CandidateConfig, AfterABsrTheStoredValuesFollowOnlyAHeavierCandidate) {
+  toCandidate();  // after 10.0.0.9/20/24
   candidate()->hashMaskLenIs(28);
-  std::string const behind =
-      "cBsr timer 130 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500";
-  EXPECT_EQ(show(), behind);
+  std::string const after = "cBsr timer 130 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500";
+  EXPECT_EQ(show(), after);
   for (U16 priority : {19, 20, 275}) {
     candidate()->priorityIs(priority);
-    EXPECT_EQ(show(), behind) << priority;
+    EXPECT_EQ(show(), after) << priority;
   }
   candidate()->priorityIs(20);
   candidate()->addressIs(addr("10.0.0.9"));
-  EXPECT_EQ(show(), behind) << "equal weight";
+  EXPECT_EQ(show(), after) << "equal weight";
   candidate()->addressIs(addr("10.0.0.10"));
-  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 believes 10.0.0.10/20/28 tells 10.0.0.9/20/24 keeps 500");
+  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 stored 10.0.0.10/20/28 status 10.0.0.9/20/24 keeps 500");
   candidate()->priorityIs(21);
-  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 believes 10.0.0.10/21/28 tells 10.0.0.9/20/24 keeps 500");
+  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 stored 10.0.0.10/21/28 status 10.0.0.9/20/24 keeps 500");
   EXPECT_EQ(context.tracedPrefix("Changing priority of Elected BSR"), 0);
   EXPECT_EQ(sent(), 1u);
 }
 
-TEST_F(CandidateConfig, ElectedTellsEachChangeAtOnceAndSendsItWithItsNextMessage) {
+TEST_F(CandidateConfig, ElectedPublishesEachChangeAtOnceAndSendsItWithItsNextMessage) {
   toElected();
   engine.runTo(7);
   candidate()->priorityIs(3);
-  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected believes 10.0.0.5/3/30 tells 10.0.0.5/3/30 keeps 1");
+  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected stored 10.0.0.5/3/30 status 10.0.0.5/3/30 keeps 1");
   EXPECT_EQ(context.traced("Changing priority to 3 for zone 224.0.0.0/4"), 1);
   EXPECT_EQ(context.traced("Changing priority of Elected BSR to 3"), 1);
   candidate()->addressIs(addr("10.0.0.4"));
-  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected believes 10.0.0.4/3/30 tells 10.0.0.4/3/30 keeps 1");
+  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected stored 10.0.0.4/3/30 status 10.0.0.4/3/30 keeps 1");
   EXPECT_EQ(context.tracedPrefix("Changing priority of Elected BSR"), 1);
   candidate()->hashMaskLenIs(20);
-  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected believes 10.0.0.4/3/20 tells 10.0.0.4/3/20 keeps 1");
+  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected stored 10.0.0.4/3/20 status 10.0.0.4/3/20 keeps 1");
   EXPECT_EQ(context.traced("Changing hashmask lenth of Elected BSR to 20"), 1);
   EXPECT_EQ(engine.since(engine.elected(globalZone)->setupTime()), 5);
   EXPECT_EQ(sent(), 1u);
@@ -390,19 +388,19 @@ TEST_F(CandidateConfig, MaskOfTheElectedIsTheOnlyValueItsChangeCopies) {
   toElected();
   machine()->storedBsr()->priorityIs(77);
   candidate()->hashMaskLenIs(20);
-  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected believes 10.0.0.5/77/20 tells 10.0.0.5/77/20 keeps 1");
+  EXPECT_EQ(show(), "eBsr timer 15 expiry 15 elected stored 10.0.0.5/77/20 status 10.0.0.5/77/20 keeps 1");
 }
 
 TEST_F(CandidateConfig, MaskOfOneThatIsNotElectedHasNoEffect) {
   toPending();
   candidate()->hashMaskLenIs(20);
-  EXPECT_EQ(show(), "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps -");
+  EXPECT_EQ(show(), "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps -");
   EXPECT_EQ(context.tracedPrefix("Changing hashmask"), 0);
 }
 
 // The elected flag ------------------------------------------------------------------------------------
 
-TEST_F(CandidateConfig, ElectionIsTold) {
+TEST_F(CandidateConfig, ElectionIsPublished) {
   toElected();
   EXPECT_EQ(context.traced("We, 10.0.0.5 are elected as BSR for zone 224.0.0.0/4"), 1);
   EXPECT_EQ(context.traced("Added Elected BSR 10.0.0.5 with priority 10, hashMaskLen 30"), 1);

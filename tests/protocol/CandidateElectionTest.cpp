@@ -19,7 +19,7 @@ void pending(CandidateTest& test) { test.toPending(); }
 void elected(CandidateTest& test) { test.toElected(); }
 void following(CandidateTest& test) { test.toCandidate(); }
 
-/// pBsr since 130, for the second time: the BSR has fallen silent, and its entry still stands.
+/// pBsr since 130, for the second time: the BSR has fallen silent, and its entry still exists.
 void pendingAgain(CandidateTest& test) {
   test.toCandidate();
   test.engine.runTo(130);
@@ -76,70 +76,70 @@ TEST_P(CandidateTransition, LeadsThere) {
   EXPECT_EQ(static_cast<int>(sent() - before), GetParam().messages);
 }
 
-// The delay behind superior(): 5 + 2 * log2(1 + 20 - 10) + (2 - 10.0.0.5 / 2^31) = 13.8, cut to 13.
+// The delay after superior(): 5 + 2 * log2(1 + 20 - 10) + (2 - 10.0.0.5 / 2^31) = 13.8, cut to 13.
 Transition const byInitialization[] = {
     {"StartWaits", [](CandidateTest&) {}, pending, 0,
-     "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps -"},
+     "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps -"},
     {"StartWithElectedFlag", elected, restartElected, 0,
-     "eBsr timer 67 expiry 67 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps -"},
+     "eBsr timer 67 expiry 67 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps -"},
 };
 
 Transition const byMessage[] = {
     {"PendingSuperior", pending, hearSuperior<2>, 1,
-     "cBsr timer 132 expiry 132 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "cBsr timer 132 expiry 132 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
     {"ElectedSuperior", elected, hearSuperior<7>, 1,
-     "cBsr timer 137 expiry 137 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "cBsr timer 137 expiry 137 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
     {"FollowingSuperior", following, hearSuperior<7>, 1,
-     "cBsr timer 137 expiry 137 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "cBsr timer 137 expiry 137 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
     {"FollowingInferior", following, hearInferior<7>, 1,
-     "pBsr timer 20 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 600"},
+     "pBsr timer 20 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 600"},
     {"PendingInferior", pending, hearInferior<2>, 1,
-     "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps 600"},
+     "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps 600"},
     {"ElectedInferior", elected, hearInferior<7>, 1,
-     "eBsr timer 67 expiry 67 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 2"},
+     "eBsr timer 67 expiry 67 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 2"},
 };
 
 Transition const byExpiry[] = {
     {"FollowingExpires", following, wait<130>, 0,
-     "pBsr timer 143 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "pBsr timer 143 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
     {"PendingExpires", pending, wait<5>, 1,
-     "eBsr timer 15 expiry 15 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 1"},
+     "eBsr timer 15 expiry 15 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 1"},
     {"PendingAgainExpires", pendingAgain, wait<143>, 1,
-     "eBsr timer 153 expiry 153 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 1"},
+     "eBsr timer 153 expiry 153 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 1"},
     {"ElectedWithoutRpsExpires", elected, wait<15>, 1,
-     "eBsr timer 25 expiry 25 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 2"},
+     "eBsr timer 25 expiry 25 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 2"},
     {"ElectedWithRpsExpires", elected,
      [](CandidateTest& test) {
        test.putRp("203.0.113.1");
        test.engine.runTo(15);
      },
-     1, "eBsr timer 75 expiry 75 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 2"},
+     1, "eBsr timer 75 expiry 75 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 2"},
 };
 
 Transition const byPeriod[] = {
     {"PendingShortens", pending, changePeriod<2, 2>, 0,
-     "pBsr timer 4 expiry - believes 10.0.0.5/10/30 tells - keeps -"},
+     "pBsr timer 4 expiry - stored 10.0.0.5/10/30 status - keeps -"},
     {"PendingAgainShortens", pendingAgain, changePeriod<131, 4>, 0,
-     "pBsr timer 135 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "pBsr timer 135 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
     {"ElectedShortens", elected, changePeriod<7, 4>, 0,
-     "eBsr timer 11 expiry 11 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 1"},
+     "eBsr timer 11 expiry 11 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 1"},
     {"ElectedNeverLengthens", elected, changePeriod<7, 120>, 0,
-     "eBsr timer 15 expiry 15 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 1"},
-    {"FollowingStands", following, changePeriod<7, 20>, 0,
-     "cBsr timer 130 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "eBsr timer 15 expiry 15 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 1"},
+    {"FollowingIsUnchanged", following, changePeriod<7, 20>, 0,
+     "cBsr timer 130 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
 };
 
 Transition const byTimeout[] = {
     {"FollowingShortens", following, changeTimeout<7, 100>, 0,
-     "cBsr timer 107 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "cBsr timer 107 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
     {"FollowingNeverLengthens", following, changeTimeout<7, 200>, 0,
-     "cBsr timer 130 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
+     "cBsr timer 130 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
     {"FollowingMindsTheOverride", following, changeTimeout<7, 40>, 0,
-     "cBsr timer 130 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500"},
-    {"PendingStands", pendingBriefly, changeTimeout<2, 2>, 0,
-     "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps -"},
-    {"ElectedStands", electedBriefly, changeTimeout<7, 3>, 0,
-     "eBsr timer 15 expiry 15 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 1"},
+     "cBsr timer 130 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500"},
+    {"PendingIsUnchanged", pendingBriefly, changeTimeout<2, 2>, 0,
+     "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps -"},
+    {"ElectedIsUnchanged", electedBriefly, changeTimeout<7, 3>, 0,
+     "eBsr timer 15 expiry 15 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 1"},
 };
 
 std::string nameOf(testing::TestParamInfo<Transition> const& info) { return info.param.name; }
@@ -164,9 +164,9 @@ TEST_F(CandidateElection, PreferredMessageStepsDownBeforeItFollows) {
         .priority = 20,
         .groups = {{globalZone, {{"203.0.113.2"}}, 0, 2, 1}},
         .hashMaskLen = 24});
-  Lines expected{"state cBsr",    "entry gone", "RP set gone",  "believed address", "believed priority",
-                 "believed mask", "entry made", "entry set up", "entry address",    "entry priority",
-                 "entry mask",    "sent",       "entry expiry", "message kept",     "fragments kept"};
+  Lines expected{"state cBsr",  "entry gone", "RP set gone",  "stored address", "stored priority",
+                 "stored mask", "entry made", "entry set up", "entry address",  "entry priority",
+                 "entry mask",  "sent",       "entry expiry", "message kept",   "fragments kept"};
   EXPECT_EQ(diary.lines, expected);
 }
 
@@ -174,13 +174,13 @@ TEST_F(CandidateElection, PreferredMessageIsForwardedBeforeItIsStored) {
   toPending();
   Diary diary(*this);
   hear({.bsr = "10.0.0.9", .priority = 20, .groups = {{globalZone, {{"203.0.113.2"}}}}, .hashMaskLen = 24});
-  Lines expected{"state cBsr",   "believed address", "believed priority", "believed mask", "entry made",
-                 "entry set up", "entry address",    "entry priority",    "entry mask",    "sent",
-                 "RP set made",  "entry expiry",     "message kept"};
+  Lines expected{"state cBsr",   "stored address", "stored priority", "stored mask", "entry made",
+                 "entry set up", "entry address",  "entry priority",  "entry mask",  "sent",
+                 "RP set made",  "entry expiry",   "message kept"};
   EXPECT_EQ(diary.lines, expected);
 }
 
-TEST_F(CandidateElection, TakeoverClearsTheRpSetFirstAndTellsBeforeItSends) {
+TEST_F(CandidateElection, TakeoverClearsTheRpSetFirstAndPublishesBeforeItSends) {
   toPending();
   hear({.bsr = "10.0.0.9",
         .priority = 20,
@@ -189,9 +189,9 @@ TEST_F(CandidateElection, TakeoverClearsTheRpSetFirstAndTellsBeforeItSends) {
   engine.runTo(142);
   Diary diary(*this);
   engine.runTo(143);
-  Lines expected{"RP set gone",   "state eBsr",    "believed address", "believed priority",
-                 "believed mask", "entry address", "entry priority",   "entry mask",
-                 "sent",          "message kept",  "entry expiry"};
+  Lines expected{"RP set gone", "state eBsr",    "stored address", "stored priority",
+                 "stored mask", "entry address", "entry priority", "entry mask",
+                 "sent",        "message kept",  "entry expiry"};
   EXPECT_EQ(diary.lines, expected);
   EXPECT_EQ(context.traced("Clearing RP Set for zone 224.0.0.0/4 since we are now going to be the BSR"), 1);
   EXPECT_EQ(engine.rpSet(globalZone), "");
@@ -228,7 +228,7 @@ TEST_F(CandidateElection, EqualWeightUnseatsTheElectedAndRebuildsItsRpSet) {
   putRp("203.0.113.1");
   engine.runTo(7);
   hear({.bsr = "10.0.0.5", .priority = 10, .groups = {{globalZone, {{"203.0.113.2"}}}}, .tag = 9});
-  EXPECT_EQ(show(), "cBsr timer 137 expiry 137 believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps 9");
+  EXPECT_EQ(show(), "cBsr timer 137 expiry 137 stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps 9");
   EXPECT_EQ(engine.rpSet(globalZone), "224.0.0.0/4: 203.0.113.2/150/0");
   EXPECT_EQ(engine.since(engine.elected(globalZone)->setupTime()), 7);
   EXPECT_EQ(context.traced("We, 10.0.0.5 are no longer BSR for zone 224.0.0.0/4"), 1);
@@ -297,7 +297,7 @@ TEST_F(CandidateElection, NoForwardMessageIsFollowedButNeitherForwardedNorKept) 
   message.forward = false;
   message.groups = {{globalZone, {{"203.0.113.2"}}, 0, 2, 1}, {"225.0.0.0/8", {{"203.0.113.3"}}}};
   machine()->bsmIs(make(message));
-  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 believes 10.0.0.9/30/24 tells 10.0.0.9/30/24 keeps 500");
+  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 stored 10.0.0.9/30/24 status 10.0.0.9/30/24 keeps 500");
   EXPECT_EQ(engine.rpSet(globalZone), "225.0.0.0/8: 203.0.113.3/150/0");
   EXPECT_FALSE(machine()->lastBsmFragments());
   EXPECT_EQ(sent(), before);
@@ -324,7 +324,7 @@ TEST_F(CandidateElection, SameMessageTwiceIsHandledOnce) {
   machine()->bsmIs(message);
   engine.runTo(30);
   machine()->bsmIs(message);
-  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500");
+  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500");
   EXPECT_EQ(sent(), 1u);
   machine()->bsmIs(make(superior()));
   EXPECT_EQ(engine.since(machine()->zetBsTimer()->timeMin()), 160);

@@ -10,12 +10,12 @@ Bsm superior() { return {.bsr = "10.0.0.9", .priority = 20, .tag = 500, .hashMas
 
 Bsm inferior() { return {.bsr = "10.0.0.1", .priority = 1, .tag = 600, .hashMaskLen = 16}; }
 
-void CandidateTest::configure(Candidacy const& told, std::string const& zone) {
+void CandidateTest::configure(Candidacy const& given, std::string const& zone) {
   Ptr<Bsr::BsrCandidate> entry = engine.status->cbsrIs(prefix(zone));
-  entry->priorityIs(told.priority);
-  entry->hashMaskLenIs(told.hashMaskLen);
-  entry->bsPeriodIs(told.bsPeriod);
-  entry->addressIs(addr(told.address));
+  entry->priorityIs(given.priority);
+  entry->hashMaskLenIs(given.hashMaskLen);
+  entry->bsPeriodIs(given.bsPeriod);
+  entry->addressIs(addr(given.address));
 }
 
 void CandidateTest::restart(std::function<void()> const& change) {
@@ -52,7 +52,7 @@ static void showBsr(std::ostream& out, Ptr<Bsr::ElectedBsrStatus> const& bsr) {
 
 std::string CandidateTest::show(std::string const& zone) const {
   Ptr<Bsr::BsrCandidateSm> shown = machine(zone);
-  Ptr<Bsr::ElectedBsrStatus> told = engine.elected(zone);
+  Ptr<Bsr::ElectedBsrStatus> given = engine.elected(zone);
   double timer = shown->zetBsTimer()->timeMin();
   auto time = [this](double at) { return Kiv::isTimeSet(at) ? std::to_string(engine.since(at)) : "-"; };
   auto brief = [](std::string text) {
@@ -60,11 +60,11 @@ std::string CandidateTest::show(std::string const& zone) const {
   };
   std::ostringstream out;
   out << shown->state() << " timer " << brief(time(timer)) << " expiry "
-      << brief(time(told ? told->expiryTime() : 0.0)) << (shown->candidate()->elected() ? " elected" : "")
-      << " believes ";
+      << brief(time(given ? given->expiryTime() : 0.0)) << (shown->candidate()->elected() ? " elected" : "")
+      << " stored ";
   showBsr(out, shown->storedBsr());
-  out << " tells ";
-  showBsr(out, told);
+  out << " status ";
+  showBsr(out, given);
   out << " keeps ";
   if (auto kept = shown->lastBsm()) {
     out << kept->fragmentTag();
@@ -159,7 +159,7 @@ class WatchSending : public Bsr::PimBsmStatus::NotifieeConst {
 Diary::Diary(CandidateTest& test) {
   auto machine = Zet::make<WatchMachine>(lines);
   machine->notifierIs(test.machine());
-  auto stored = Zet::make<WatchBsr>(lines, "believed");
+  auto stored = Zet::make<WatchBsr>(lines, "stored");
   stored->notifierIs(test.machine()->storedBsr());
   auto status = Zet::make<WatchStatus>(lines);
   status->notifierIs(test.engine.status);

@@ -30,21 +30,21 @@ class CandidateTest : public EngineTest {
   CandidateTest() { engine.addIntf("eth0"); }
 
   /// Writes the entry's attributes, the address last; it is by that one that a running machine starts.
-  void configure(Candidacy const& told = {}, std::string const& zone = globalZone);
+  void configure(Candidacy const& given = {}, std::string const& zone = globalZone);
   /// Stops the machines, lets `change` work on Status, and makes them anew.
   void restart(std::function<void()> const& change);
   /// pBsr with the timer at 5.
   void toPending() { configure(); }
   /// eBsr since 5, with the timer at 15; one message has left.
   void toElected();
-  /// cBsr since 0 behind superior(), with the timer at 130; one message has left.
+  /// cBsr since 0 after superior(), with the timer at 130; one message has left.
   void toCandidate();
   void hear(Bsm const& message) { engine.receive(message); }
 
   Zet::Ptr<Bsr::BsrCandidate> candidate(std::string const& zone = globalZone) const;
   Zet::Ptr<Bsr::BsrCandidateSm> machine(std::string const& zone = globalZone) const;
   /// The zone's machine in a line: state, Bootstrap Timer, expiry of the entry, whether elected, the BSR it
-  /// believes in, the BSR it tells of, and the fragment tag of the kept message; "-" stands for none.
+  /// stores, the BSR in Status, and the fragment tag of the kept message; "-" means none.
   std::string show(std::string const& zone = globalZone) const;
   /// Puts an RP into a zone's set with a holdtime of 1000 seconds.
   Zet::Ptr<Routing::Pim::RpCandidate> putRp(std::string const& address, std::string const& range = globalZone,

@@ -15,8 +15,8 @@ using Zet::Ptr;
 
 class Forwarding : public EngineTest {
  protected:
-  Ptr<Routing::Pim::Packet::BootstrapMessage> forward(Bsm const& told, std::string const& zone = global) {
-    auto message = make(told);
+  Ptr<Routing::Pim::Packet::BootstrapMessage> forward(Bsm const& given, std::string const& zone = global) {
+    auto message = make(given);
     engine.root->forwardBsm(prefix(zone), message);
     return message;
   }
@@ -36,7 +36,7 @@ TEST_F(Forwarding, TheSizeCountsHeaderRecordsAndTheRpsThatTheRecordsAnnounce) {
     Zet::U32 size;
     std::string trace;
   };
-  for (Case const& told : {
+  for (Case const& given : {
            Case{{}, 36, "Number of Groups: 0, Total number of RPs: 0"},
            Case{{{"239.1.0.0/16"}}, 48, "Number of Groups: 1, Total number of RPs: 0"},
            Case{{someGroup(1, 3), someGroup(2, 4)}, 144, "Number of Groups: 2, Total number of RPs: 7"},
@@ -49,8 +49,8 @@ TEST_F(Forwarding, TheSizeCountsHeaderRecordsAndTheRpsThatTheRecordsAnnounce) {
                {someGroup(1, 255), someGroup(2, 255)}, 6180, "Number of Groups: 2, Total number of RPs: 510"},
        }) {
     texts();
-    EXPECT_EQ(engine.root->doComputeBsmLength(make({.groups = told.groups})), told.size);
-    EXPECT_THAT(texts(), ElementsAre(told.trace));
+    EXPECT_EQ(engine.root->doComputeBsmLength(make({.groups = given.groups})), given.size);
+    EXPECT_THAT(texts(), ElementsAre(given.trace));
   }
 }
 
@@ -94,7 +94,7 @@ TEST_F(Forwarding, AMessageGoesOutOfEveryInterfaceTheOneItCameInOnIncluded) {
   EXPECT_EQ(sentIntfs(engine), order);
 }
 
-TEST_F(Forwarding, AnInterfaceWithoutNeighboursGetsNothingAndKeepsItsPast) {
+TEST_F(Forwarding, AnInterfaceWithoutNeighborsGetsNothingAndKeepsItsPast) {
   engine.addIntf("eth0", 0);
   engine.addIntf("eth1", 2);
   for (char const* name : {"eth0", "eth1"}) engine.root->pimIntf(intf(name))->wasDrIs(true);
@@ -111,7 +111,7 @@ TEST_F(Forwarding, OnlyATrueBorderOfExactlyTheZoneExcludesAnInterface) {
     bool value;
     bool sent;
   };
-  for (Case const& told : {
+  for (Case const& given : {
            Case{scoped, "eth0", true, false},
            Case{scoped, "eth0", false, true},
            Case{scoped, "eth1", true, true},
@@ -119,14 +119,14 @@ TEST_F(Forwarding, OnlyATrueBorderOfExactlyTheZoneExcludesAnInterface) {
            Case{"239.0.0.0/7", "eth0", true, true},
            Case{"239.0.0.0/9", "eth0", true, true},
        }) {
-    SCOPED_TRACE(told.border);
+    SCOPED_TRACE(given.border);
     Engine router;
     router.addIntf("eth0");
     router.root->pimIntf(intf("eth0"))->wasDrIs(true);
-    router.addBorder(told.border, told.intfName, told.value);
+    router.addBorder(given.border, given.intfName, given.value);
     router.root->forwardBsm(prefix(scoped), make(scopedBsm()));
-    EXPECT_EQ(router.outbox->sent.size(), told.sent ? 1u : 0u);
-    EXPECT_EQ(router.root->pimIntf(intf("eth0"))->wasDr(), !told.sent);
+    EXPECT_EQ(router.outbox->sent.size(), given.sent ? 1u : 0u);
+    EXPECT_EQ(router.root->pimIntf(intf("eth0"))->wasDr(), !given.sent);
   }
 }
 
@@ -194,16 +194,16 @@ TEST_F(Forwarding, AMessageThatLeavesInFragmentsOnlyKeepsItsSourceAndTheFragment
 
 TEST_F(Forwarding, AFragmentCarriesTheHeaderOfItsMessage) {
   engine.addIntf("eth0", 1, 132);
-  Bsm told{.bsr = "10.0.0.7",
-           .priority = 77,
-           .groups = {someGroup(1, 4), someGroup(2, 5)},
-           .tag = 4711,
-           .hashMaskLen = 12};
-  forward(told);
+  Bsm given{.bsr = "10.0.0.7",
+            .priority = 77,
+            .groups = {someGroup(1, 4), someGroup(2, 5)},
+            .tag = 4711,
+            .hashMaskLen = 12};
+  forward(given);
   ASSERT_EQ(engine.outbox->sent.size(), 2u);
   for (int i : {0, 1}) {
-    Bsm part = told;
-    part.groups = {told.groups[static_cast<std::size_t>(i)]};
+    Bsm part = given;
+    part.groups = {given.groups[static_cast<std::size_t>(i)]};
     EXPECT_EQ(engine.outbox->sent[static_cast<std::size_t>(i)].text, show(*make(part)));
   }
 }

@@ -44,7 +44,7 @@ TEST_F(Fragmenting, TheNumberOfFragmentsIsEstimatedFromLengthAndMtu) {
     bool isScoped;
     U32 fragments;
   };
-  for (Case const& told : {
+  for (Case const& given : {
            Case{2000, 1500, false, 2}, Case{3100, 1500, true, 3}, Case{1501, 1500, false, 2},
            Case{1501, 1500, true, 2}, Case{3000, 1500, false, 3},  // q 2, total 3036
            Case{2999, 1500, false, 2},                             // q 1, total 2999
@@ -57,8 +57,8 @@ TEST_F(Fragmenting, TheNumberOfFragmentsIsEstimatedFromLengthAndMtu) {
            Case{456, 96, false, 6},                                // q 4, total 564
            Case{456, 96, true, 7},                                 // q 4, adjusted 492, total 600
        }) {
-    EXPECT_EQ(fragmentEstimate(told.length, told.mtu, told.isScoped), told.fragments)
-        << told.length << '/' << told.mtu << (told.isScoped ? " scoped" : "");
+    EXPECT_EQ(fragmentEstimate(given.length, given.mtu, given.isScoped), given.fragments)
+        << given.length << '/' << given.mtu << (given.isScoped ? " scoped" : "");
   }
 }
 
@@ -99,9 +99,9 @@ TEST_F(Fragmenting, AWholeRecordKeepsItsCountsFlagsAndRps) {
 }
 
 TEST_F(Fragmenting, ARecordCountsByTheRpsThatItAnnounces) {
-  // 3 RPs are announced where one is held: the next record of 5 finds no room beside them.
-  Group told{"239.1.0.0/16", someRps(1), 0, 3};
-  EXPECT_THAT(cut(132, {told, someGroup(2, 5)}), ElementsAre("239.1.0.0/16 3/1(1)", "239.2.0.0/16 5/5(5)"));
+  // 3 RPs are announced where one is held: the next record of 5 finds no space beside them.
+  Group given{"239.1.0.0/16", someRps(1), 0, 3};
+  EXPECT_THAT(cut(132, {given, someGroup(2, 5)}), ElementsAre("239.1.0.0/16 3/1(1)", "239.2.0.0/16 5/5(5)"));
 }
 
 // Records that must be split --------------------------------------------------------------------------
@@ -120,12 +120,12 @@ TEST_F(Fragmenting, ARecordThatFitsNowhereIsSplitOverTheFragments) {
 }
 
 TEST_F(Fragmenting, TheRpsOfASplitRecordKeepTheirOrderAndValues) {
-  Group told = someGroup(1, 12);
-  told.flags = bidirFlag;
-  for (std::size_t i = 0; i < told.rps.size(); ++i) told.rps[i].priority = static_cast<Zet::U8>(i);
-  cut(132, {told});
+  Group given = someGroup(1, 12);
+  given.flags = bidirFlag;
+  for (std::size_t i = 0; i < given.rps.size(); ++i) given.rps[i].priority = static_cast<Zet::U8>(i);
+  cut(132, {given});
   Texts whole;
-  auto message = make({.groups = {told}});
+  auto message = make({.groups = {given}});
   for (auto at = message->groupRpData()->groupDataFirst()->rpListIterator(); at; ++at) {
     whole.push_back(std::string(at->rpAddress().stringValue().view()) + "/" +
                     std::to_string(at->rpPriority()));
@@ -151,7 +151,7 @@ TEST_F(Fragmenting, RecordsThatFitWholeGoFirstAndThoseToSplitFillWhatIsLeft) {
 }
 
 TEST_F(Fragmenting, SeveralRecordsAreSplitInTheOrderOfTheMessage) {
-  // Two fragments are planned: the last 3 RPs have no room.
+  // Two fragments are planned: the last 3 RPs have no space.
   EXPECT_THAT(cut(132, {someGroup(1, 8), someGroup(2, 8)}),
               ElementsAre("239.1.0.0/16 8/7(7)", "239.1.0.0/16 8/1(1) | 239.2.0.0/16 8/5(5)"));
 }
@@ -183,7 +183,7 @@ Texts added(std::vector<U32> const& lengths, int rps, bool split, std::string co
   return all;
 }
 
-TEST_F(Fragmenting, WithoutSplittingARecordThatFitsNowhereIsRefused) {
+TEST_F(Fragmenting, WithoutSplittingARecordThatFitsNowhereIsDropped) {
   EXPECT_THAT(added({84, 90}, 3, false), ElementsAre("0", "239.1.0.0/16 3/3(3) 132", " 90"));
   EXPECT_THAT(added({85, 84}, 3, false), ElementsAre("0", " 85", "239.1.0.0/16 3/3(3) 132"));
   EXPECT_THAT(added({85, 90}, 3, false), ElementsAre("-1", " 85", " 90"));
@@ -200,11 +200,11 @@ TEST_F(Fragmenting, AFragmentNeedsTwentyFiveBytesToTakePartOfARecord) {
   EXPECT_EQ(context.traced("    into fragment 1 with 1 Rps ( max 1 RPs )"), 1);
 }
 
-TEST_F(Fragmenting, TheRoomOfAFragmentIsCutToWholeRps) {
-  for (auto const& [room, taken] : {std::pair{25u, 1u}, {35u, 1u}, {36u, 2u}, {47u, 2u}, {48u, 3u}}) {
-    EXPECT_EQ(added({132 - room}, 8, true)[1], "239.1.0.0/16 8/" + std::to_string(taken) + "(" +
-                                                   std::to_string(taken) + ") " +
-                                                   std::to_string(132 - room + 12 + 12 * taken));
+TEST_F(Fragmenting, TheSpaceOfAFragmentIsCutToWholeRps) {
+  for (auto const& [space, taken] : {std::pair{25u, 1u}, {35u, 1u}, {36u, 2u}, {47u, 2u}, {48u, 3u}}) {
+    EXPECT_EQ(added({132 - space}, 8, true)[1], "239.1.0.0/16 8/" + std::to_string(taken) + "(" +
+                                                    std::to_string(taken) + ") " +
+                                                    std::to_string(132 - space + 12 + 12 * taken));
   }
 }
 
@@ -217,7 +217,7 @@ TEST_F(Fragmenting, TheLastFragmentsStayUntouchedOnceAllRpsArePlaced) {
               ElementsAre("0", "239.1.0.0/16 8/7(7) 132", "239.1.0.0/16 8/1(1) 60", " 36"));
 }
 
-TEST_F(Fragmenting, RpsForWhichNoRoomIsLeftAreLostWithoutAWord) {
+TEST_F(Fragmenting, RpsForWhichNoSpaceIsLeftAreLostWithoutATrace) {
   EXPECT_THAT(added({36}, 10, true), ElementsAre("0", "239.1.0.0/16 10/7(7) 132"));
   EXPECT_THAT(added({120}, 10, true), ElementsAre("0", " 120"));
 }
@@ -237,15 +237,15 @@ TEST_F(Fragmenting, AFragmentThatReceivedNoRangeIsSentToo) {
 // Counts that wrapped around --------------------------------------------------------------------------
 
 TEST_F(Fragmenting, ThreeHundredRpsThatCountAsFortyFourGoWholeWhereFortyFourFit) {
-  Group told{"239.1.0.0/16", someRps(300), 0, 44, 44};
-  EXPECT_THAT(cut(576, {told}), ElementsAre("239.1.0.0/16 44/44(300)"));
-  EXPECT_THAT(cut(600, {told, someGroup(2, 44)}),
+  Group given{"239.1.0.0/16", someRps(300), 0, 44, 44};
+  EXPECT_THAT(cut(576, {given}), ElementsAre("239.1.0.0/16 44/44(300)"));
+  EXPECT_THAT(cut(600, {given, someGroup(2, 44)}),
               ElementsAre("239.1.0.0/16 44/44(300)", "239.2.0.0/16 44/44(44)"));
 }
 
 TEST_F(Fragmenting, OfThreeHundredRpsThatCountAsFortyFourASplitCarriesFortyFour) {
-  Group told{"239.1.0.0/16", someRps(300), 0, 44, 44};
-  EXPECT_THAT(cut(575, {told}), ElementsAre("239.1.0.0/16 44/43(43)", "239.1.0.0/16 44/1(1)"));
+  Group given{"239.1.0.0/16", someRps(300), 0, 44, 44};
+  EXPECT_THAT(cut(575, {given}), ElementsAre("239.1.0.0/16 44/43(43)", "239.1.0.0/16 44/1(1)"));
 }
 
 // Scoped zones ----------------------------------------------------------------------------------------
@@ -298,8 +298,8 @@ TEST_F(Fragmenting, ASplitRecordOpensEmptyFragmentsWithTheZonesRecord) {
       ElementsAre("239.0.0.0/8 1/1(1) | 239.1.0.0/16 10/5(5)", "239.0.0.0/8 1/0(0) | 239.1.0.0/16 10/5(5)"));
 }
 
-TEST_F(Fragmenting, TheZonesRecordCountsTowardsTheRoomOfAnEmptyFragment) {
-  // 36 + 12 + 12 + 12 * 6 is 132: a seventh RP has no room, though it has where the zone's own record opens
+TEST_F(Fragmenting, TheZonesRecordCountsTowardsTheSpaceOfAnEmptyFragment) {
+  // 36 + 12 + 12 + 12 * 6 is 132: a seventh RP has no space, though it has where the zone's own record opens
   // it.
   EXPECT_THAT(added({36}, 6, false, scoped),
               ElementsAre("0", "239.0.0.0/8 6/0(0) | 239.1.0.0/16 6/6(6) 132"));

@@ -1,4 +1,4 @@
-// The gate's birth and end, the families it refuses, and the messages that leave through it.
+// The gate's construction and end, the families it drops, and the messages that leave through it.
 
 #include <string>
 #include <vector>
@@ -14,9 +14,9 @@ using testing_support::rangeError;
 using Zet::Ptr;
 using Texts = std::vector<std::string>;
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
-/// The entities stand; the gate is the test's to make.
+/// The entities exist; the test makes the gate.
 class GateLife : public ModelTest {
  protected:
   void startGate() {
@@ -112,7 +112,7 @@ TEST_F(GateLife, FollowsTheCountersOfStatus) {
   EXPECT_EQ(successor->rxBsmSuccess(), 1u);
 }
 
-TEST_F(GateLife, RefusesNullArguments) {
+TEST_F(GateLife, RejectsNullArguments) {
   Ptr<Routing::Pim::IO::PamManager> noManager;
   Ptr<Bsr::Status> noStatus;
   Ptr<Bsr::PimBsmStatus> noBsmStatus;
@@ -189,11 +189,11 @@ TEST_F(GateDeath, OfNoFamilyAtAMessageOfAnyKind) {
   expectDeath(AddressFamily::unset, Zet::make<Routing::Pim::Packet::CrpAdvMessage>());
 }
 
-// Departure -------------------------------------------------------------------------------------------
+// Transmit --------------------------------------------------------------------------------------------
 
-class Departure : public GateLife {
+class Transmit : public GateLife {
  protected:
-  Departure() { startGate(); }
+  Transmit() { startGate(); }
   void send(Ptr<Routing::Pim::Packet::BootstrapMessage> const& message, std::string const& intfName) {
     engine.bsmStatus->oifIntfIdIs(intf(intfName));
     engine.bsmStatus->txBsmIs(message);
@@ -206,7 +206,7 @@ class Departure : public GateLife {
   }
 };
 
-TEST_F(Departure, AMessageGoesToTheManagerWithItsInterfaceAndIsCounted) {
+TEST_F(Transmit, AMessageGoesToTheManagerWithItsInterfaceAndIsCounted) {
   auto message = make(Bsm{});
   send(message, "eth7");
   ASSERT_EQ(engine.outbox->sent.size(), 1u);
@@ -216,7 +216,7 @@ TEST_F(Departure, AMessageGoesToTheManagerWithItsInterfaceAndIsCounted) {
   EXPECT_EQ(engine.status->counters()->rx(), 0u);
 }
 
-TEST_F(Departure, TheSameMessageMayLeaveAgain) {
+TEST_F(Transmit, TheSameMessageMayLeaveAgain) {
   auto message = make(Bsm{});
   send(message, "eth7");
   send(message, "eth7");
@@ -224,21 +224,21 @@ TEST_F(Departure, TheSameMessageMayLeaveAgain) {
   EXPECT_EQ(counts(), "2 given, 2 sent, 0 failed");
 }
 
-TEST_F(Departure, AMessageThatTheManagerDoesNotCountHasFailed) {
+TEST_F(Transmit, AMessageThatTheManagerDoesNotCountHasFailed) {
   engine.outbox->fails = true;
   send(make(Bsm{}), "eth7");
   EXPECT_EQ(counts(), "1 given, 0 sent, 1 failed");
   EXPECT_EQ(engine.outbox->sent.size(), 1u);
 }
 
-TEST_F(Departure, AMessageWrittenWithoutARaiseIsNotSent) {
+TEST_F(Transmit, AMessageWrittenWithoutARaiseIsNotSent) {
   engine.bsmStatus->oifIntfIdIs(intf("eth7"));
   engine.bsmStatus->txBsmIs(make(Bsm{}));
   EXPECT_TRUE(engine.outbox->sent.empty());
   EXPECT_EQ(counts(), "0 given, 0 sent, 0 failed");
 }
 
-TEST_F(Departure, AGateThatIsNotInitializedSendsNothing) {
+TEST_F(Transmit, AGateThatIsNotInitializedSendsNothing) {
   engine.gate->initializedIs(false);
   send(make(Bsm{}), "eth7");
   EXPECT_TRUE(engine.outbox->sent.empty());
@@ -259,7 +259,7 @@ class TxInfoWatch : public Routing::Pim::IO::MessageInfo::NotifieeConst {
   Ptr<Bsr::PimBsrCounters> counters_;
 };
 
-TEST_F(Departure, TheManagerIsGivenTheFieldsFirstAndTheRaiseLastAndCountedAfterIt) {
+TEST_F(Transmit, TheManagerIsGivenTheFieldsFirstAndTheRaiseLastAndCountedAfterIt) {
   Texts heard;
   auto watch = Zet::make<TxInfoWatch>(heard, engine.status->counters());
   watch->notifierIs(engine.manager->txMessageInfo());

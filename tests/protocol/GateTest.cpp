@@ -18,7 +18,7 @@ std::string const accepted = "RX - Accepted BSM from 192.0.2.1";
 
 class Gate : public EngineTest {
  protected:
-  /// "arrived/refused/accepted" of all messages and of Bootstrap Messages, then each cause of refusal that
+  /// "arrived/dropped/accepted" of all messages and of Bootstrap Messages, then each drop reason that
   /// isn't 0.
   std::string counts() const {
     auto const& c = *engine.status->counters();
@@ -38,9 +38,9 @@ class Gate : public EngineTest {
     return out.str();
   }
   /// Whether the gate takes such a message now.
-  bool takes(Bsm const& told, std::string const& intfName = "eth0") {
+  bool takes(Bsm const& given, std::string const& intfName = "eth0") {
     Zet::U32 before = engine.status->counters()->rxSuccess();
-    engine.receive(told, intfName);
+    engine.receive(given, intfName);
     return engine.status->counters()->rxSuccess() == before + 1;
   }
   static Bsm noForward(std::vector<Group> const& groups = {}) { return {.groups = groups, .forward = false}; }
@@ -50,7 +50,7 @@ std::vector<Group> const scopedZone{{"239.0.0.0/8", {}, scopedFlag}};
 
 // What is accepted ------------------------------------------------------------------------------------
 
-TEST_F(Gate, AMessageFromTheRpfNeighbourIsAcceptedAndCountedOnceEverywhere) {
+TEST_F(Gate, AMessageFromTheRpfNeighborIsAcceptedAndCountedOnceEverywhere) {
   auto message = engine.receive(Bsm{});
   EXPECT_EQ(counts(), "1/0/1 bsm 1/0/1");
   EXPECT_EQ(context.tracedAs(accepted), "Pim::Bsr::IO 4 BootstrapMessageSm");
@@ -86,20 +86,20 @@ TEST_F(Gate, AMessageCountsAsAcceptedWhateverTheZonesMachineDidWithIt) {
   expectedExceptions = 1;  // that holdtime is above what an RP can have
 }
 
-// What is refused -------------------------------------------------------------------------------------
+// Drops ----------------------------------------------------------------------------------------------
 
-struct Refusal {
+struct DropCase {
   char const* name;
   Bsm message;
   char const* cause;
   char const* trace;
 };
 
-void PrintTo(Refusal const& told, std::ostream* out) { *out << told.name; }
+void PrintTo(DropCase const& given, std::ostream* out) { *out << given.name; }
 
-/// Each refusal on an interface that is a border of 239.0.0.0/8, 45.5 seconds after the start. The
-/// BSR 10.0.0.66 has no RPF neighbour, and the one of 10.0.0.1 is 192.0.2.1.
-Refusal const refusals[] = {
+/// Each drop on an interface that is a border of 239.0.0.0/8, 45.5 seconds after the start. The
+/// BSR 10.0.0.66 has no RPF neighbor, and the one of 10.0.0.1 is 192.0.2.1.
+DropCase const drops[] = {
     {"AnotherMulticastDestination",
      {.destination = "224.0.0.1"},
      "rxInvalid 1",
@@ -112,12 +112,12 @@ Refusal const refusals[] = {
      {.forward = false, .destination = "192.0.2.7"},
      "rxUnicastBsm 1",
      "RX - Error - Unicast BSM not supported."},
-    {"NoRpfNeighbour",
+    {"NoRpfNeighbor",
      {.bsr = "10.0.0.66"},
      "rxNbrRpfCheck 1",
      "RX - Error - Dropping BSM since BSM src 192.0.2.1 for BSR address 10.0.0.66 - RPF neighbor not "
      "available."},
-    {"AnotherSourceThanTheRpfNeighbour",
+    {"AnotherSourceThanTheRpfNeighbor",
      {.source = "192.0.2.2"},
      "rxNbrRpfCheck 1",
      "RX - Error - Dropping BSM since BSM src 192.0.2.2 is not from neighbor 192.0.2.1 for BSR address "
@@ -141,24 +141,24 @@ Refusal const refusals[] = {
      {.bsr = "10.0.0.66", .groups = scopedZone, .destination = "239.255.255.255"},
      "rxInvalid 1",
      "RX - Error - Do not know what we are dealing with here: 239.255.255.255"},
-    {"NoRpfNeighbourBeforeTheBorder",
+    {"NoRpfNeighborBeforeTheBorder",
      {.bsr = "10.0.0.66", .groups = scopedZone},
      "rxNbrRpfCheck 1",
      "RX - Error - Dropping BSM since BSM src 192.0.2.1 for BSR address 10.0.0.66 - RPF neighbor not "
      "available."},
 };
 
-class GateRefusal : public Gate, public testing::WithParamInterface<Refusal> {};
+class GateDrop : public Gate, public testing::WithParamInterface<DropCase> {};
 
-TEST_P(GateRefusal, CountsAndTracesItsCauseAndLeavesTheRestAlone) {
-  Refusal const& told = GetParam();
+TEST_P(GateDrop, CountsAndTracesItsCauseAndLeavesTheRestAlone) {
+  DropCase const& given = GetParam();
   engine.rpf->neighbors[addr("10.0.0.1")] = addr("192.0.2.1");
   for (char const* zone : {"238.0.0.0/8", "239.0.0.0/8"}) engine.addBorder(zone, "eth0");
   engine.status->cbsrIs(prefix("238.0.0.0/8"))->bsPeriodIs(30);
   engine.runTo(45.5);
-  engine.receive(make(told.message));
-  EXPECT_EQ(counts(), std::string("1/1/0 bsm 1/1/0 ") + told.cause);
-  EXPECT_EQ(context.tracedAs(told.trace), "Pim::Bsr::IO 1 BootstrapMessageSm");
+  engine.receive(make(given.message));
+  EXPECT_EQ(counts(), std::string("1/1/0 bsm 1/1/0 ") + given.cause);
+  EXPECT_EQ(context.tracedAs(given.trace), "Pim::Bsr::IO 1 BootstrapMessageSm");
   EXPECT_EQ(context.tracedPrefix("RX"), 1);
   EXPECT_FALSE(engine.bsmStatus->rxBsm());
   EXPECT_FALSE(engine.bsmStatus->firstGroup());
@@ -167,10 +167,10 @@ TEST_P(GateRefusal, CountsAndTracesItsCauseAndLeavesTheRestAlone) {
   EXPECT_EQ(engine.root->nonCandidateSmCount(), 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, GateRefusal, testing::ValuesIn(refusals),
-                         [](auto const& told) { return told.param.name; });
+INSTANTIATE_TEST_SUITE_P(Table, GateDrop, testing::ValuesIn(drops),
+                         [](auto const& given) { return given.param.name; });
 
-TEST_F(Gate, ARefusalLeavesWhatWasPublishedBeforeAsItWas) {
+TEST_F(Gate, ADropLeavesWhatWasPublishedBeforeAsItWas) {
   auto first = engine.receive({.groups = {{"239.1.0.0/16"}}});
   auto second = engine.receive({.groups = {{"239.2.0.0/16"}}});
   engine.receive({.groups = scopedZone, .destination = "224.0.0.1"}, "eth1");
@@ -270,7 +270,7 @@ TEST_F(Gate, ACandidateWithoutAPeriodTakesNoForwardMessagesInTheFirstInstantOnly
             1);
 }
 
-TEST_F(Gate, TheThirdNoForwardMessageInARowIsTheFirstRefused) {
+TEST_F(Gate, TheThirdNoForwardMessageInARowIsTheFirstDropped) {
   Lanet::IpGenPrefix const global = prefix("224.0.0.0/4");
   auto first = engine.receive(noForward());
   EXPECT_FALSE(engine.gate->lastBsm(global));
@@ -424,7 +424,7 @@ TEST_F(GateOrder, AnAcceptedMessageIsCountedAsSuchOnlyWhenItHasDoneAllItDoes) {
                           "rxBsm", "counted rxBsmSuccess", "counted rxSuccess"}));
 }
 
-TEST_F(GateOrder, ARefusedMessageIsCountedByOutcomeAndThenByCauseInOneChange) {
+TEST_F(GateOrder, ADroppedMessageIsCountedByOutcomeAndThenByCauseInOneChange) {
   engine.receive({.destination = "224.0.0.1"});
   EXPECT_EQ(heard, (Texts{"counted rx", "counted rxBsm", "counted rxError", "counted rxBsmError",
                           "counted errCounters"}));

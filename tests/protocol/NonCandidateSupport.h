@@ -14,15 +14,15 @@ inline std::string const global = "224.0.0.0/4";
 inline std::string const scoped = "239.0.0.0/8";
 
 /// A message of the scoped zone with one RP.
-inline Bsm scopedBsm(Bsm told = {}) {
-  told.groups = {{scoped, {{"203.0.113.1"}}, scopedFlag}};
-  return told;
+inline Bsm scopedBsm(Bsm given = {}) {
+  given.groups = {{scoped, {{"203.0.113.1"}}, scopedFlag}};
+  return given;
 }
 
 /// A message of the global zone with one RP.
-inline Bsm globalBsm(Bsm told = {}) {
-  told.groups = {{global, {{"203.0.113.1"}}}};
-  return told;
+inline Bsm globalBsm(Bsm given = {}) {
+  given.groups = {{global, {{"203.0.113.1"}}}};
+  return given;
 }
 
 /// When a timer goes off, in seconds after the start; infinite if it doesn't.

@@ -20,7 +20,7 @@ std::string const renewed =
 std::string const armed = " Next BS timer expiry is in 130 seconds from now.";
 std::string const ignored = "Received Non Preferred BSM. Nothing to be done.";
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 TEST_F(NonCandidate, AGlobalZoneWithoutAnEntryAcceptsAny) {
   engine.makeFollower(global);
@@ -281,7 +281,7 @@ TEST_F(NonCandidate, AHigherWeightFromAnotherBsrClearsTheRpSetAndTakesTheZone) {
   }
 }
 
-TEST_F(NonCandidate, AHigherPriorityOfTheSameBsrChangesOnlyWhatTheMessageTells) {
+TEST_F(NonCandidate, AHigherPriorityOfTheSameBsrChangesOnlyWhatTheMessageAnnounces) {
   engine.receive(globalBsm());
   auto rp = engine.rp(global, global, "203.0.113.1");
   engine.runTo(60);
@@ -356,9 +356,9 @@ TEST_F(NonCandidate, ANoForwardMessageIsStoredAndTimedButNeitherForwardedNorKept
   engine.receive(scopedBsm());
   engine.runTo(50);
   texts();
-  Bsm told = scopedBsm({.forward = false});
-  told.groups.push_back({"239.1.0.0/16", {{"203.0.113.7"}}});
-  engine.follower(scoped)->bsmIs(make(told));
+  Bsm given = scopedBsm({.forward = false});
+  given.groups.push_back({"239.1.0.0/16", {{"203.0.113.7"}}});
+  engine.follower(scoped)->bsmIs(make(given));
   EXPECT_THAT(texts(),
               ElementsAre("Received preferred BSR state: IP=10.0.0.1, Priority=10, hashMaskLen=30 for Zone "
                           "239.0.0.0/8",

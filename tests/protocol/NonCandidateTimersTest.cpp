@@ -92,7 +92,7 @@ TEST_F(NonCandidate, ATimerInAStateThatDoesNotKnowItIsTracedAndIgnored) {
   };
   auto const bs = &Bsr::BsrNonCandidateSm::handleBsrTimerExpiry;
   auto const sz = &Bsr::BsrNonCandidateSm::handleSzTimerExpiry;
-  for (Case const& told : {
+  for (Case const& given : {
            Case{State::acceptAny, bs, "Invalid event Bootstrap Timer Expiry in state acceptAny"},
            Case{State::noInfo, bs, "Invalid event Bootstrap Timer Expiry in state noInfo"},
            Case{State::acceptPreferred, sz,
@@ -100,15 +100,15 @@ TEST_F(NonCandidate, ATimerInAStateThatDoesNotKnowItIsTracedAndIgnored) {
            Case{State::noInfo, sz,
                 "Invalid event Scope Zone Timer Expiry in state noInfo for zone 239.0.0.0/8"},
        }) {
-    SCOPED_TRACE(told.text);
+    SCOPED_TRACE(given.text);
     engine.receive(scopedBsm());
     auto follower = engine.follower(scoped);
-    follower->stateIs(told.state);
+    follower->stateIs(given.state);
     texts();
-    ((*follower).*told.expiry)();
-    EXPECT_EQ(context.tracedAs(told.text), "Pim::Bsr::NonCandidateSm 1 BsrNonCandidateSm");
-    EXPECT_THAT(texts(), ElementsAre(told.text));
-    EXPECT_EQ(follower->state(), told.state);
+    ((*follower).*given.expiry)();
+    EXPECT_EQ(context.tracedAs(given.text), "Pim::Bsr::NonCandidateSm 1 BsrNonCandidateSm");
+    EXPECT_THAT(texts(), ElementsAre(given.text));
+    EXPECT_EQ(follower->state(), given.state);
     EXPECT_TRUE(engine.elected(scoped));
     EXPECT_TRUE(engine.follower(scoped));
     EXPECT_EQ(szTimer(scoped), Kiv::never);
@@ -124,7 +124,7 @@ struct TimeoutChange {
 };
 
 TEST_F(NonCandidate, ALoweredBsTimeoutMovesTimerAndEntryAndARaisedOneNeither) {
-  for (TimeoutChange const& told : {
+  for (TimeoutChange const& given : {
            TimeoutChange{
                99,
                129,
@@ -143,16 +143,16 @@ TEST_F(NonCandidate, ALoweredBsTimeoutMovesTimerAndEntryAndARaisedOneNeither) {
                {"BS timer expiry was in 100 seconds from now. Resetting BS timer expiry to 0 seconds "
                 "from now."}},
        }) {
-    SCOPED_TRACE(told.timeout);
+    SCOPED_TRACE(given.timeout);
     Engine router;
     router.receive(globalBsm());
     router.runTo(30);
     texts();
-    router.status->bsTimeoutIs(told.timeout);
-    EXPECT_EQ(texts(), told.texts);
-    EXPECT_EQ(router.since(router.elected(global)->expiryTime()), told.due);
-    EXPECT_EQ(router.since(router.follower(global)->zetBsTimer()->timeMin()), told.due);
-    router.runTo(told.due);
+    router.status->bsTimeoutIs(given.timeout);
+    EXPECT_EQ(texts(), given.texts);
+    EXPECT_EQ(router.since(router.elected(global)->expiryTime()), given.due);
+    EXPECT_EQ(router.since(router.follower(global)->zetBsTimer()->timeMin()), given.due);
+    router.runTo(given.due);
     EXPECT_FALSE(router.elected(global));
   }
 }
@@ -174,7 +174,7 @@ TEST_F(NonCandidate, AChangedBsTimeoutDoesNothingWhereTheTimerWasNeverArmed) {
 }
 
 TEST_F(NonCandidate, ALoweredSzTimeoutMovesTheScopeZoneTimerAndARaisedOneDoesNot) {
-  for (TimeoutChange const& told : {
+  for (TimeoutChange const& given : {
            TimeoutChange{
                999,
                1429,
@@ -187,15 +187,15 @@ TEST_F(NonCandidate, ALoweredSzTimeoutMovesTheScopeZoneTimerAndARaisedOneDoesNot
            TimeoutChange{1001, 1430, {}},
            TimeoutChange{1301, 1430, {}},
        }) {
-    SCOPED_TRACE(told.timeout);
+    SCOPED_TRACE(given.timeout);
     Engine router;
     router.receive(scopedBsm());
     router.runTo(430);
     texts();
-    router.status->szTimeoutIs(told.timeout);
-    EXPECT_EQ(texts(), told.texts);
-    EXPECT_EQ(router.since(router.follower(scoped)->zetSzTimer()->timeMin()), told.due);
-    router.runTo(told.due);
+    router.status->szTimeoutIs(given.timeout);
+    EXPECT_EQ(texts(), given.texts);
+    EXPECT_EQ(router.since(router.follower(scoped)->zetSzTimer()->timeMin()), given.due);
+    router.runTo(given.due);
     EXPECT_FALSE(router.follower(scoped));
   }
 }

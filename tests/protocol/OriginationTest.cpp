@@ -25,7 +25,7 @@ std::string const header = "forward tag 1 bsr 10.0.0.5 priority 10 mask 30";
 
 TEST_F(Origination, HeaderCarriesTheCandidacyCutToBytes) {
   struct {
-    Candidacy told;
+    Candidacy given;
     bool shutDown;
     char const* message;
   } const table[] = {
@@ -36,7 +36,7 @@ TEST_F(Origination, HeaderCarriesTheCandidacyCutToBytes) {
       {{"10.0.0.7", 266, 286}, true, "forward tag 5 bsr 10.0.0.7 priority 0 mask 30"},
   };
   for (auto const& row : table) {
-    restart([&] { configure(row.told); });
+    restart([&] { configure(row.given); });
     EXPECT_EQ(originate(row.shutDown), row.message);
   }
   EXPECT_EQ(context.traced(" ( shutdown=True )"), 2);
@@ -68,7 +68,7 @@ TEST_F(Origination, MachineThatWaitsSendsNothingAndDrawsNoTag) {
   EXPECT_EQ(originate(), header);
 }
 
-TEST_F(Origination, RpRecordTellsTheHoldtimeAsAdvertised) {
+TEST_F(Origination, RpRecordAnnouncesTheHoldtimeAsAdvertised) {
   configure();
   Ptr<Routing::Pim::RpCandidate> rp = putRp("203.0.113.1");
   rp->holdTimeIs(180);
@@ -224,9 +224,9 @@ TEST_F(Origination, WithdrawnRpGoesOutOnceAndThenGoes) {
   engine.runTo(15);
   EXPECT_EQ(engine.since(withdrawn->expires()), 15);
   EXPECT_EQ(context.traced("RP 203.0.113.2 to expire now since holdtime is 0"), 1);
-  std::string told = lastSent();
-  EXPECT_NE(told.find("count 2 frag 2"), std::string::npos) << told;
-  EXPECT_NE(told.find(" 203.0.113.2/0/7"), std::string::npos) << told;
+  std::string sent = lastSent();
+  EXPECT_NE(sent.find("count 2 frag 2"), std::string::npos) << sent;
+  EXPECT_NE(sent.find(" 203.0.113.2/0/7"), std::string::npos) << sent;
   EXPECT_EQ(engine.rpSet(globalZone), "224.0.0.0/4: 203.0.113.1/1000/7");
   EXPECT_EQ(engine.mirror(), engine.rpSet(globalZone));
   engine.runTo(75);

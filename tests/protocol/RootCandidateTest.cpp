@@ -30,7 +30,7 @@ TEST_F(RootCandidate, EntryOverAFollowerTakesItsPlaceAndItsBsr) {
   EXPECT_LT(0, deleted);
   EXPECT_LT(deleted, traceAt("Instantiated Candidate SM for zone 224.0.0.0/4"));
   // The Bootstrap Timer of the follower is gone; the entry keeps the time that it wrote.
-  EXPECT_EQ(show(), "pBsr timer 23 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps -");
+  EXPECT_EQ(show(), "pBsr timer 23 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps -");
 }
 
 TEST_F(RootCandidate, MessagesOfACandidatesZoneMakeNoFollower) {
@@ -40,12 +40,11 @@ TEST_F(RootCandidate, MessagesOfACandidatesZoneMakeNoFollower) {
   scoped.groups = {{orgZone, {}, scopedFlag}};
   scoped.tag = 501;
   hear(scoped);
-  EXPECT_EQ(show(orgZone),
-            "cBsr timer 130 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 501");
-  EXPECT_EQ(show(), "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps -");
+  EXPECT_EQ(show(orgZone), "cBsr timer 130 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 501");
+  EXPECT_EQ(show(), "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps -");
   EXPECT_EQ(context.traced("Trigger Scoped Candidate SM Scope: 239.0.0.0/8"), 1);
   hear(superior());
-  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 believes 10.0.0.9/20/24 tells 10.0.0.9/20/24 keeps 500");
+  EXPECT_EQ(show(), "cBsr timer 130 expiry 130 stored 10.0.0.9/20/24 status 10.0.0.9/20/24 keeps 500");
   EXPECT_EQ(context.traced("Trigger Global/Non-Scoped Candidate SM"), 1);
   EXPECT_EQ(engine.root->nonCandidateSmCount(), 0u);
 }
@@ -173,8 +172,8 @@ TEST_F(RootCandidate, FamilyTakenAwayAndGivenBackSendsNothing) {
   EXPECT_EQ(engine.root->candidateSmCount(), 0u);
   engine.status->afIs(Lanet::AddressFamily::ipv4);
   EXPECT_EQ(sent(), before);
-  EXPECT_EQ(show(), "eBsr timer 110 expiry 110 elected believes 10.0.0.5/10/30 tells 10.0.0.5/10/30 keeps -");
-  EXPECT_EQ(show(orgZone), "pBsr timer 63 expiry 135 believes 10.0.0.9/20/30 tells 10.0.0.9/20/30 keeps -");
+  EXPECT_EQ(show(), "eBsr timer 110 expiry 110 elected stored 10.0.0.5/10/30 status 10.0.0.5/10/30 keeps -");
+  EXPECT_EQ(show(orgZone), "pBsr timer 63 expiry 135 stored 10.0.0.9/20/30 status 10.0.0.9/20/30 keeps -");
   engine.runTo(110);
   EXPECT_GT(sent(), before);
 }
@@ -187,7 +186,7 @@ TEST_F(RootCandidate, EntriesWaitForTheFamily) {
   configure({}, orgZone);
   engine.status->afIs(Lanet::AddressFamily::ipv4);
   EXPECT_FALSE(machine());
-  EXPECT_EQ(show(orgZone), "pBsr timer 5 expiry - believes 10.0.0.5/10/30 tells - keeps -");
+  EXPECT_EQ(show(orgZone), "pBsr timer 5 expiry - stored 10.0.0.5/10/30 status - keeps -");
 }
 
 // The end ---------------------------------------------------------------------------------------------
@@ -202,14 +201,14 @@ TEST_F(RootCandidate, EndOfTheMachinesSendsNothing) {
   EXPECT_EQ(engine.wheel->armed(), 0u);
 }
 
-// A new neighbour -------------------------------------------------------------------------------------
+// A new neighbor -------------------------------------------------------------------------------------
 
-TEST_F(RootCandidate, NewNeighbourHearsOfFollowedZonesFirst) {
+TEST_F(RootCandidate, NewNeighborHearsOfFollowedZonesFirst) {
   char const* const followed[] = {"239.1.0.0/16", "239.2.0.0/16", "239.3.0.0/16", "239.4.0.0/16"};
-  char const* const stood[] = {"239.5.0.0/16", "239.6.0.0/16", "239.7.0.0/16", "239.8.0.0/16"};
-  for (char const* zone : stood) configure({}, zone);
+  char const* const former[] = {"239.5.0.0/16", "239.6.0.0/16", "239.7.0.0/16", "239.8.0.0/16"};
+  for (char const* zone : former) configure({}, zone);
   configure({}, "239.9.0.0/16");  // has sent nothing yet, and is passed over
-  for (char const* zone : stood) machine(zone)->doSendBsm(false);
+  for (char const* zone : former) machine(zone)->doSendBsm(false);
   for (char const* zone : followed) hear({.groups = {{zone, {}, scopedFlag}}});
   std::size_t before = sent();
   Ptr<Routing::Pim::Intf> intf0 = engine.pimStatus->pimIntf(intf("eth0"));
@@ -241,7 +240,7 @@ TEST_F(RootCandidate, MaskOfTheElectedIsWrittenOntoItsRps) {
   for (auto const& rp : rps) EXPECT_EQ(rp->hashMaskLen().value(), 20u);
 }
 
-TEST_F(RootCandidate, MaskBeyondItsRangeIsRefusedAtTheFirstRp) {
+TEST_F(RootCandidate, MaskBeyondItsRangeIsRejectedAtTheFirstRp) {
   toElected();
   Ptr<Routing::Pim::RpCandidate> rp = putRp("203.0.113.1");
   candidate()->hashMaskLenIs(20);

@@ -1,5 +1,5 @@
 // The reactors of the root machine on this router's candidate RPs and on the elected BSRs, and what its
-// get-or-create functions and mutators refuse.
+// get-or-create functions and mutators drop.
 
 #include <string>
 #include <vector>
@@ -46,7 +46,7 @@ TEST_F(RootCrp, APriorityMakesAMachineOnTheTrieAndTheWheel) {
   EXPECT_EQ(context.tracedAs("Created RpcandidateSm with options 10.0.0.1,5"), "Pim::Bsr::Sm 8 PimBsrSm");
 }
 
-TEST_F(RootCrp, OneMachineStandsForOneAddressAndPriority) {
+TEST_F(RootCrp, OneMachineServesOneAddressAndPriority) {
   setPriority("239.1.0.0/16", 5);
   auto shared = machine(5);
   setPriority("239.2.0.0/16", 5);
@@ -87,7 +87,7 @@ TEST_F(RootCrp, TheLastRangeOfAPriorityTakesTheMachineWithIt) {
   EXPECT_TRUE(engine.root->crp(addr("10.0.0.1"))) << "the candidate itself is still there";
 }
 
-TEST_F(RootCrp, AChangedPriorityMakesAnotherMachineAndLeavesTheFormerStanding) {
+TEST_F(RootCrp, AChangedPriorityMakesAnotherMachineAndLeavesTheFormerAlive) {
   setPriority("239.1.0.0/16", 5);
   auto former = machine(5);
   setPriority("239.1.0.0/16", 6);
@@ -240,7 +240,7 @@ TEST_F(RootHashMask, AnElectedRouterWritesItOntoEveryRpOfTheZoneAlone) {
   EXPECT_EQ(other->hashMaskLen(), 128u);
 }
 
-TEST_F(RootHashMask, ALengthThatNoRpCanHaveIsRefusedAndNothingWritten) {
+TEST_F(RootHashMask, ALengthThatNoRpCanHaveIsRejectedAndNothingWritten) {
   addCandidate(true);
   auto rp = addRp("239.1.0.0/16", "203.0.113.1");
   EXPECT_EQ(change(129), Texts());
@@ -263,7 +263,7 @@ TEST_F(RootHashMask, AnEntryThatComesWithItsLengthIsNoChange) {
 
 using RootReactors = EngineTest;
 
-TEST_F(RootReactors, OneStandsForEachMemberOfTheCollectionsThatAreWatched) {
+TEST_F(RootReactors, OneExistsForEachMemberOfTheCollectionsThatAreWatched) {
   Lanet::IpGenPrefix const zone = prefix("239.0.0.0/8");
   for (int i = 0; i < 2; ++i) {
     auto pimIntf = engine.addIntf("eth0");
@@ -284,9 +284,9 @@ TEST_F(RootReactors, OneStandsForEachMemberOfTheCollectionsThatAreWatched) {
   }
 }
 
-// What is refused -------------------------------------------------------------------------------------
+// Drops ----------------------------------------------------------------------------------------------
 
-TEST_F(RootReactors, TheirMutatorsRefuseNull) {
+TEST_F(RootReactors, TheirMutatorsRejectNull) {
   auto& root = *engine.root;
   engine.status->crpIs(addr("10.0.0.1"));
   std::string const where = " parameter to mutator for Routing::Pim::Bsr::PimBsrSm::";
@@ -299,7 +299,7 @@ TEST_F(RootReactors, TheirMutatorsRefuseNull) {
             "null _options" + where + "ZetCrp::options not allowed\"");
 }
 
-/// The text of the NameInUseException that `action` raises, up to the value behind it.
+/// The text of the NameInUseException that `action` raises, up to the value after it.
 template <class Action>
 std::string nameInUse(Action action) {
   try {
@@ -358,7 +358,7 @@ TEST_F(RootReactors, AMachineIsNotFoundWithArgumentsOtherThanItWasMadeWith) {
             anotherValueOf("crpAdvTimer"));
 }
 
-TEST_F(RootReactors, TheRootRefusesNullArguments) {
+TEST_F(RootReactors, TheRootRejectsNullArguments) {
   auto const& e = engine;
   std::string const null = "null ValidPtr";
   auto make = [&](Ptr<Bsr::Status> const& status, Ptr<Routing::Pim::Status> const& pim,

@@ -1,5 +1,5 @@
 // The life of the root machine, and which zone machine gets a message. What the machines themselves do with
-// it is told in their own tests.
+// it is in their own tests.
 
 #include <algorithm>
 #include <cmath>
@@ -21,14 +21,14 @@ std::string const global = "224.0.0.0/4";
 std::string const scoped = "239.0.0.0/8";
 std::string const rpAddress = "10.0.0.1";
 
-/// The traces of the root machine that tell of a machine made or deleted, in their order.
+/// The traces of the root machine about a machine made or deleted, in their order.
 Texts lifeTraces(TestContext const& context) {
   Texts texts;
   for (Zet::TraceLine const& line : context.traces) {
     bool isRoot = std::string(line.sourceBlock) == "PimBsrSm";
-    bool tellsOfLife = line.text.find(" SM") != std::string::npos || line.text.starts_with("Deleted") ||
+    bool isAboutLife = line.text.find(" SM") != std::string::npos || line.text.starts_with("Deleted") ||
                        line.text.starts_with("Created") || line.text.starts_with("Address");
-    if (isRoot && tellsOfLife) texts.push_back(line.text);
+    if (isRoot && isAboutLife) texts.push_back(line.text);
   }
   return texts;
 }
@@ -99,7 +99,7 @@ class RootWaiting : public RootBase {
 Texts const none{"0 candidates", "0 followers", "0 RPs"};
 Texts const oneOfEach{"1 candidates", "1 followers", "1 RPs"};
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 TEST_F(Root, InitializedItHasTheGlobalZoneAnEmptyTrieAndAStoppedFragmentTimer) {
   EXPECT_TRUE(root().initialized());
@@ -117,13 +117,13 @@ TEST_F(Root, InitializedItHasTheGlobalZoneAnEmptyTrieAndAStoppedFragmentTimer) {
   EXPECT_EQ(machines(), none);
 }
 
-TEST_F(RootStart, ChanceIsSeededWithTheTimeInWholeSeconds) {
+TEST_F(RootStart, TheRngIsSeededWithTheTimeInWholeSeconds) {
   context.nowIs(1234567890.75);
   engine.start();
   EXPECT_EQ(context.seeds, std::vector<unsigned>{1234567890});
 }
 
-TEST_F(RootStart, WhatStandsInStatusIsTakenUp) {
+TEST_F(RootStart, WhatIsInStatusIsTakenOver) {
   engine.addIntf("eth0");
   addCandidate(global);
   engine.status->bootstrapRouterIs(prefix(scoped));
@@ -215,7 +215,7 @@ TEST_F(RootWaiting, NothingThatHappensWhileItWaitsMakesAMachine) {
   EXPECT_EQ(lifeTraces(context).size(), 1u);
 }
 
-TEST_F(RootWaiting, TheFamilysComingMakesTheMachinesOfWhatStandsByThen) {
+TEST_F(RootWaiting, TheFamilyMakesTheMachinesOfWhatExistsByThen) {
   addCandidate(global);
   engine.status->bootstrapRouterIs(prefix(scoped));
   familyComes();
@@ -326,7 +326,7 @@ struct Dispatch {
   std::string zone;
 };
 
-void PrintTo(Dispatch const& told, std::ostream* out) { *out << told.name; }
+void PrintTo(Dispatch const& given, std::ostream* out) { *out << given.name; }
 
 Dispatch const dispatches[] = {
     {"NoGroup", {}, global},
@@ -369,7 +369,7 @@ TEST_P(RootDispatch, GivesTheMessageToTheZonesCandidateAndMakesNoFollower) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, RootDispatch, testing::ValuesIn(dispatches),
-                         [](auto const& told) { return told.param.name; });
+                         [](auto const& given) { return given.param.name; });
 
 TEST_F(Root, EachZoneHasAFollowerOfItsOwn) {
   auto unscoped = engine.receive(Bsm{});
@@ -379,7 +379,7 @@ TEST_F(Root, EachZoneHasAFollowerOfItsOwn) {
   EXPECT_EQ(engine.follower(scoped)->bsm(), ofZone);
 }
 
-TEST_F(Root, ZoneMachinesStandOnStatusTheWheelAndThisRoot) {
+TEST_F(Root, ZoneMachinesUseStatusTheWheelAndThisRoot) {
   makeOneOfEach();
   auto follower = engine.follower(global);
   auto candidate = root().candidateSm(prefix(scoped));
@@ -494,7 +494,7 @@ TEST_F(Root, ItsEndTakesTheTrieItsBuilderAndThenTheMachinesInOrder) {
                                  "rpCandidateSm", "bsmFragments", "bsmRxFragments"}));
 }
 
-TEST_F(Root, ItsEndSendsNothingAndLeavesWhatStandsInStatus) {
+TEST_F(Root, ItsEndSendsNothingAndLeavesStatusUnchanged) {
   engine.addIntf("eth0");
   auto candidate = addCandidate(scoped);
   candidate->electedIs(true);

@@ -18,11 +18,11 @@ std::string const three = "203.0.113.3";
 
 class RpSetStore : public EngineTest {
  protected:
-  void store(Bsm const& told, std::string const& zone = global) {
-    engine.root->storeRpSet(prefix(zone), make(told), false);
+  void store(Bsm const& given, std::string const& zone = global) {
+    engine.root->storeRpSet(prefix(zone), make(given), false);
   }
-  void refresh(Bsm const& told, std::string const& zone = global) {
-    engine.root->storeRpSet(prefix(zone), make(told), true);
+  void refresh(Bsm const& given, std::string const& zone = global) {
+    engine.root->storeRpSet(prefix(zone), make(given), true);
   }
   Ptr<Routing::Pim::RpCandidate> rp(std::string const& address) const {
     return engine.rp(global, range, address);
@@ -177,7 +177,7 @@ TEST_F(RpSetStore, HoldtimeZeroOfAnUnknownRpIsTracedAllTheSame) {
   EXPECT_EQ(engine.rpSet(global), "239.1.0.0/16: 203.0.113.1/150/0");
 }
 
-TEST_F(RpSetStore, HoldtimeZeroForAnUnknownRangeLeavesAnEmptySetBehind) {
+TEST_F(RpSetStore, HoldtimeZeroForAnUnknownRangeLeavesAnEmptySet) {
   elect();
   store({.groups = {{range, {{one, 0}, {two, 0}}}}});
   EXPECT_EQ(engine.rpSet(global), "239.1.0.0/16:");
@@ -213,7 +213,7 @@ TEST_F(RpSetStore, WhatFollowsTheLastRpOfASetGoesIntoTheSetThatLeftTheTree) {
   EXPECT_EQ(set->rpCount(), 1u);
 }
 
-TEST_F(RpSetStore, ASetThatNobodyHoldsOutlivesItsLastRpForTheRestOfItsRecord) {
+TEST_F(RpSetStore, ASetThatIsNotReferencedOutlivesItsLastRpForTheRestOfItsRecord) {
   elect();
   auto const [last, further] = walkOrder();
   store({.groups = {{range, {{last}}}, {"239.2.0.0/16", {{three}}}}});
@@ -226,7 +226,7 @@ TEST_F(RpSetStore, ASetThatNobodyHoldsOutlivesItsLastRpForTheRestOfItsRecord) {
                 "/150/0; 239.2.0.0/16: 203.0.113.3/150/0; 239.3.0.0/16: 203.0.113.3/150/0");
 }
 
-TEST_F(RpSetStore, ARecordBehindTheOneThatEmptiedTheZoneMakesItAnew) {
+TEST_F(RpSetStore, ARecordAfterTheOneThatEmptiedTheZoneMakesItAnew) {
   elect();
   store({.groups = {{range, {{one}}}}});
   store({.groups = {{range, {{one, 0}}}, {"239.2.0.0/16", {{two}}}}});
@@ -324,7 +324,7 @@ TEST_F(RpSetStore, TheHighestValuesThatAnRpCanHaveAreStored) {
 struct Broken {
   Zet::U16 holdtime;
   Zet::U8 hashMaskLen;
-  std::string refusal;
+  std::string error;
   Zet::U32 holdTimeWritten;
 };
 
@@ -344,12 +344,12 @@ TEST_F(RpSetStore, AHoldtimeAboveTheRangeLeavesWhatWasWrittenBeforeIt) {
   engine.receive(brokenBsm(brokenHoldtime));
   expectedExceptions = 1;
   EXPECT_EQ(context.tracedPrefix("Exception from the handler of attribute"), 1);
-  EXPECT_NE(context.traces.back().text.find(brokenHoldtime.refusal), std::string::npos);
+  EXPECT_NE(context.traces.back().text.find(brokenHoldtime.error), std::string::npos);
   // Before: entered, forwarded, and the first record stored whole.
   EXPECT_EQ(engine.elected(global)->ipAddr(), addr("10.0.0.1"));
   EXPECT_EQ(engine.outbox->sent.size(), 1u);
   EXPECT_EQ(expires(one), 100);
-  // The RP itself: made, with the priority and nothing behind it.
+  // The RP itself: made, with the priority and nothing after it.
   auto broken = engine.rp(global, "239.2.0.0/16", two);
   ASSERT_TRUE(broken);
   EXPECT_EQ(engine.since(broken->setupTime()), 0);
@@ -357,7 +357,7 @@ TEST_F(RpSetStore, AHoldtimeAboveTheRangeLeavesWhatWasWrittenBeforeIt) {
   EXPECT_EQ(broken->holdTime().value(), 0);
   EXPECT_EQ(broken->hashMaskLen().value(), 128u);
   EXPECT_EQ(broken->expires(), 0.0);
-  // Behind it: nothing stored, kept or armed; the gate has accepted the message.
+  // After it: nothing stored, kept or armed; the gate has accepted the message.
   EXPECT_FALSE(engine.status->crpStatus(prefix(global))->status()->crpSet(prefix("239.3.0.0/16")));
   EXPECT_FALSE(engine.follower(global)->lastBsm());
   EXPECT_FALSE(engine.follower(global)->zetBsTimer()->isArmed());
@@ -371,7 +371,7 @@ TEST_F(RpSetStore, AHashMaskLengthAboveTheRangeStopsAtTheFirstRpOfTheMessage) {
   engine.addIntf("eth0");
   engine.receive(brokenBsm(brokenMask));
   expectedExceptions = 1;
-  EXPECT_NE(context.traces.back().text.find(brokenMask.refusal), std::string::npos);
+  EXPECT_NE(context.traces.back().text.find(brokenMask.error), std::string::npos);
   EXPECT_EQ(engine.elected(global)->hashMaskLen(), 129u);
   EXPECT_EQ(engine.outbox->sent.size(), 1u);
   EXPECT_EQ(engine.rpSet(global), "239.1.0.0/16: 203.0.113.1/100/6");

@@ -38,7 +38,7 @@ class RxFragments : public EngineTest {
     return all;
   }
   /// Stores a message without a zone machine.
-  void store(Bsm const& told) { engine.root->storeRpSet(prefix(global), make(told), false); }
+  void store(Bsm const& given) { engine.root->storeRpSet(prefix(global), make(given), false); }
 };
 
 std::string const started = "Started fragment timer to expire in 10 seconds from now";
@@ -222,7 +222,7 @@ TEST_F(RxFragments, WhileTagsRemainEachScanArmsTheNext) {
                                    "Next fragmentTimerTimeout in 10 seconds from now"));
 }
 
-TEST_F(RxFragments, TheTimerStopsWhenTheLastTagGoesByAnyRoad) {
+TEST_F(RxFragments, TheTimerStopsWhenTheLastTagGoesForAnyReason) {
   store(fragment(7, rps(1, 1), 2));
   store(fragment(8, rps(1, 1), 2));
   texts();
@@ -275,15 +275,15 @@ TEST_F(RxFragments, TheAgeIsRoundedToWholeSeconds) {
     double created;
     double discarded;
   };
-  for (Case const& told : {Case{5.4, 30}, Case{5.6, 40}, Case{5.0, 30}, Case{9.9, 40}, Case{0.1, 30}}) {
-    SCOPED_TRACE(told.created);
+  for (Case const& given : {Case{5.4, 30}, Case{5.6, 40}, Case{5.0, 30}, Case{9.9, 40}, Case{0.1, 30}}) {
+    SCOPED_TRACE(given.created);
     Engine router;
     router.root->storeRpSet(prefix(global), make(fragment(6, rps(1, 1), 2)), false);
-    router.runTo(told.created);
+    router.runTo(given.created);
     router.root->storeRpSet(prefix(global), make(fragment(7, rps(1, 1), 2)), false);
-    router.runTo(told.discarded - 0.1);
+    router.runTo(given.discarded - 0.1);
     EXPECT_TRUE(router.root->bsmRxFragments(7));
-    router.runTo(told.discarded);
+    router.runTo(given.discarded);
     EXPECT_FALSE(router.root->bsmRxFragments(7));
   }
 }
@@ -386,9 +386,9 @@ TEST_F(RxFragments, ANoForwardMessageDropsWhatIsHeldEvenUnderItsOwnTag) {
   for (Zet::U16 number : {Zet::U16{7}, Zet::U16{8}}) {
     engine.receive(fragment(7, rps(1, 1), 2));
     texts();
-    Bsm told = fragment(number, rps(1, 1), 2, otherRange);
-    told.forward = false;
-    engine.follower(global)->bsmIs(make(told));
+    Bsm given = fragment(number, rps(1, 1), 2, otherRange);
+    given.forward = false;
+    engine.follower(global)->bsmIs(make(given));
     EXPECT_EQ(context.traced("Removing saved fragments related to tag 7"), 1);
     EXPECT_FALSE(tag(7));
     EXPECT_FALSE(engine.follower(global)->lastBsmFragments());

@@ -60,16 +60,16 @@ TEST_F(SteadyState, TheCountSeesAnAllocation) {
 // A message -------------------------------------------------------------------------------------------
 
 /// A zone, and the message that is repeated in it.
-struct Story {
+struct Scenario {
   std::string name;
   std::string zone;
-  Bsm told;
+  Bsm given;
 };
 
-class RepeatedMessage : public SteadyState, public testing::WithParamInterface<Story> {
+class RepeatedMessage : public SteadyState, public testing::WithParamInterface<Scenario> {
  protected:
   RepeatedMessage() {
-    for (int i = 0; i < 2; ++i) engine.receive(make(story.told));
+    for (int i = 0; i < 2; ++i) engine.receive(make(scenario.given));
     expires = mirrored()->expires();
     later();
   }
@@ -77,19 +77,19 @@ class RepeatedMessage : public SteadyState, public testing::WithParamInterface<S
     return engine.rpCandidateStatus->crpSet(prefix(range))->rp(addr(one));
   }
 
-  Story const& story = GetParam();
-  Ptr<BootstrapMessage> repeated = make(story.told);
+  Scenario const& scenario = GetParam();
+  Ptr<BootstrapMessage> repeated = make(scenario.given);
   double expires;
 };
 
 TEST_P(RepeatedMessage, RefreshesStoredAndMirroredRpsWithoutAnAllocation) {
-  Lanet::IpGenPrefix const zone = prefix(story.zone);
+  Lanet::IpGenPrefix const zone = prefix(scenario.zone);
   EXPECT_EQ(allocationsOf([&] { engine.root->storeRpSet(zone, repeated, false); }), 0);
-  EXPECT_EQ(engine.rp(story.zone, range, one)->expires(), expires + 1);
+  EXPECT_EQ(engine.rp(scenario.zone, range, one)->expires(), expires + 1);
   EXPECT_EQ(mirrored()->expires(), expires + 1);
 }
 
-TEST_P(RepeatedMessage, IsJudgedAndSentOnWithoutAnAllocation) {
+TEST_P(RepeatedMessage, IsCheckedAndForwardedWithoutAnAllocation) {
   Lanet::IntfId const eth0 = intf("eth0");
   U32 const sent = engine.manager->txPamCounter()->txCount();
   int const made = allocationsOf([&] {
@@ -102,7 +102,7 @@ TEST_P(RepeatedMessage, IsJudgedAndSentOnWithoutAnAllocation) {
   EXPECT_EQ(engine.manager->txPamCounter()->txCount(), sent + 3);
 }
 
-Story const stories[] = {
+Scenario const scenarios[] = {
     {"ofTheGlobalZone",
      "224.0.0.0/4",
      {.groups = {{range, {{one}, {two}}}, {"232.0.0.0/8", {{one, 200, 7}}}}}},
@@ -111,14 +111,14 @@ Story const stories[] = {
      {.groups = {{"239.0.0.0/8", {}, scopedFlag}, {range, {{one}, {two}}}, {"239.2.0.0/16", {{two}}}}}},
     {"ofBidirectionalRanges", "224.0.0.0/4", {.groups = {{range, {{one}, {two}}, bidirFlag}}}},
 };
-INSTANTIATE_TEST_SUITE_P(Zones, RepeatedMessage, testing::ValuesIn(stories),
-                         [](auto const& story) { return story.param.name; });
+INSTANTIATE_TEST_SUITE_P(Zones, RepeatedMessage, testing::ValuesIn(scenarios),
+                         [](auto const& scenario) { return scenario.param.name; });
 
 // A write and a timer ---------------------------------------------------------------------------------
 
 TEST_F(SteadyState, AWriteThatEightReactorsHearOfAllocatesNothing) {
-  engine.receive(make(stories[0].told));
-  auto rp = engine.rp(stories[0].zone, range, one);
+  engine.receive(make(scenarios[0].given));
+  auto rp = engine.rp(scenarios[0].zone, range, one);
   std::vector<Ptr<RpListener>> listeners(7);  // beside the one that the zone's tree has
   for (auto& listener : listeners) {
     listener = Zet::make<RpListener>();
@@ -133,7 +133,7 @@ TEST_F(SteadyState, AWriteThatEightReactorsHearOfAllocatesNothing) {
 
 TEST_F(SteadyState, ArmingATimerAnewAllocatesNothing) {
   std::vector<Ptr<Timer>> timers(1000);
-  // Each before the last, so that most find no run to stand behind.
+  // Each before the last, so that most find no run to be appended to.
   double time = context.now() + 2000;
   for (auto& timer : timers) {
     timer = Zet::make<Timer>();

@@ -16,7 +16,7 @@ using Zet::Ptr;
 std::string const asDr = "Send No Forward BSM since we are DR  on interface eth0";
 std::string const asFormerDr = "Send No Forward BSM since we were DR  on interface eth0";
 
-/// A router whose interface eth0 gets a neighbour only when a test has received what is to be kept.
+/// A router whose interface eth0 gets a neighbor only when a test has received what is to be kept.
 class Triggered : public EngineTest {
  protected:
   Triggered() : eth0(engine.addIntf("eth0", 0)) {}
@@ -45,7 +45,7 @@ class Triggered : public EngineTest {
 
 // When ------------------------------------------------------------------------------------------------
 
-TEST_F(Triggered, ANewNeighbourOfTheDrGetsTheKeptMessageWithTheNoForwardBit) {
+TEST_F(Triggered, ANewNeighborOfTheDrGetsTheKeptMessageWithTheNoForwardBit) {
   auto kept = engine.receive(globalBsm());
   eth0->iAmDrIs(true);
   addNeighbor();
@@ -68,7 +68,7 @@ TEST_F(Triggered, EachTriggeredHelloOfTheDrSendsAgain) {
   EXPECT_EQ(hello(), 1u);
 }
 
-TEST_F(Triggered, TheDrOfALinkWithoutNeighboursSendsNothingAndForgetsItsPast) {
+TEST_F(Triggered, TheDrOfALinkWithoutNeighborsSendsNothingAndForgetsItsPast) {
   engine.receive(globalBsm());
   loseDr();
   eth0->iAmDrIs(true);
@@ -77,7 +77,7 @@ TEST_F(Triggered, TheDrOfALinkWithoutNeighboursSendsNothingAndForgetsItsPast) {
   EXPECT_FALSE(reactor()->wasDr());
 }
 
-TEST_F(Triggered, AFormerDrWithoutNeighboursForgetsItsPastToo) {
+TEST_F(Triggered, AFormerDrWithoutNeighborsForgetsItsPastToo) {
   engine.receive(globalBsm());
   loseDr();
   EXPECT_EQ(hello(), 0u);
@@ -127,7 +127,7 @@ TEST_F(Triggered, AForwardBetweenTheLossAndTheHelloTakesItsPlace) {
 TEST_F(Triggered, AForwardThatPassesTheInterfaceByDoesNotTakeItsPlace) {
   engine.receive(globalBsm());
   loseDr();
-  engine.receive(globalBsm());  // no neighbour yet
+  engine.receive(globalBsm());  // no neighbor yet
   engine.addBorder(scoped, "eth0");
   addNeighbor();
   engine.receive(scopedBsm());  // a border of this zone
@@ -253,7 +253,7 @@ TEST_F(Triggered, TheForwardFlagOfOneSendIsForTheCallerToSay) {
   texts();
   engine.root->doSendTriggeredBsm(prefix(global), true, intf("eth0"), message);
   EXPECT_TRUE(message->forward());
-  EXPECT_EQ(engine.outbox->sent.size(), 1u);  // neighbours are for the caller to look at too
+  EXPECT_EQ(engine.outbox->sent.size(), 1u);  // neighbors are for the caller to look at too
   EXPECT_EQ(texts().back(), "Sending BSM along oif=eth0 for zone 224.0.0.0/4 with forward bit set to True");
   EXPECT_TRUE(reactor()->wasDr());
 }
