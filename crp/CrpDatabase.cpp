@@ -2,8 +2,8 @@
 // machine do with an advertisement. It fills the same tree per zone that Bootstrap Messages fill on other
 // routers.
 //
-// A too short holdtime is raised and not refused. An RP has one mode in a range, and bidirectional wins over
-// sparse. A withdrawn RP stays, with holdtime 0, until the next message has told everybody.
+// A too short holdtime is raised and not rejected. An RP has one mode in a range, and bidirectional wins over
+// sparse. A withdrawn RP is kept, with holdtime 0, until the next message has announced the withdrawal.
 
 #include "model/DropReason.h"
 #include "protocol/BsrCandidateSm.h"

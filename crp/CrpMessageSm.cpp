@@ -14,7 +14,7 @@ using Zet::Ptr;
 
 static Zet::TraceSource const trace("Pim::Bsr::IO", "CrpMessageSm");
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 /// A message that waits already is deliberately not read: the gate isn't open yet.
 void CrpMessageSm::handleConstruction() {
@@ -26,11 +26,7 @@ void CrpMessageSm::handleConstruction() {
 
 void CrpMessageSm::handleInitialize() {
   Lanet::AddressFamily af = bsrStatus()->af();
-  if (af == Lanet::AddressFamily::ipv4) {
-    IpGenPrefix zone;
-    zone.handleInitialized(Lanet::IpAddr::fromHost(0xe0000000).stringValue() + "/4");
-    globalZoneIs(zone);
-  }
+  if (af == Lanet::AddressFamily::ipv4) globalZoneIs(Lanet::allGroups());
   crpPermitTrieIs("CrpPermitTrie", af);
   crpPermitTrieBuilderIs(bsrStatus(), crpPermitTrie());
   initializedIs(true);
@@ -38,7 +34,7 @@ void CrpMessageSm::handleInitialize() {
 
 void CrpMessageSm::handleCounters() { countersIs(bsrStatus()->counters()); }
 
-// Arrival ---------------------------------------------------------------------------------------------
+// Receive ---------------------------------------------------------------------------------------------
 
 void CrpMessageSm::handleCrpAdvMessage() {
   if (!initialized()) return;
@@ -57,8 +53,8 @@ static void countFiltered(PimBsrCounters& counters) {
   pimbsr::reportDrop(pimbsr::DropReason::senderFilter);
 }
 
-/// Publishes one group of the advertisement whose fields stand already; the root machine handles it within
-/// the raise.
+/// Publishes one group of the advertisement whose fields are already written; the root machine handles it
+/// within the raise.
 static void publish(PimCrpMsgStatus& status, Ptr<CrpGroupInfo> const& group) {
   status.groupInfoIs(group);
   status.readCountInc(1);
@@ -91,7 +87,7 @@ void CrpMessageSm::handleV4CRPAdv(Ptr<CrpAdvMessage> const& msg) {
   counters()->rxSuccessInc(1);
 }
 
-// Departure -------------------------------------------------------------------------------------------
+// Transmit --------------------------------------------------------------------------------------------
 
 void CrpMessageSm::handleTransmission() {
   if (!initialized()) {

@@ -21,7 +21,7 @@ static constexpr U8 quickRepetitions = 2;
 /// 0, 1 or 2 whole seconds.
 static U32 randomDelay() { return static_cast<U32>(Zet::Context::current().rand() % 3); }
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 void RpCandidateSm::handleConstruction() { handleInitialized(); }
 
@@ -143,7 +143,7 @@ void RpCandidateSm::handleCrpAdvTimerExpiry() {
   armTimer(delay);
 }
 
-/// The admin scope bit of a zone's ranges: set where this router stands on a border of the zone.
+/// The admin scope bit of a zone's ranges: set where this router is on a border of the zone.
 static Packet::GroupFlags flagsFor(PimBsrSm const& root, IpGenPrefix const& zone) {
   if (zone == root.globalOrNonScopeZone() || !root.bsrStatus()->bsBorder(zone)) return {};
   ZET_TRACE(trace, 8, "C-RP is a ZBR");

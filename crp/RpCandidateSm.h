@@ -11,5 +11,5 @@
 /// zone, and is `interval` from then on. A range that no zone with a BSR covers is advertised nowhere. A set
 /// that has become empty stays, and nothing is sent for it.
 ///
-/// Departure from RFC 5059: the holdtime is 3 times the interval and not 2.5 times.
+/// Deviation from RFC 5059: the holdtime is 3 times the interval and not 2.5 times.
 #include "crp/RpCandidateSm.zet.h"

@@ -42,7 +42,7 @@ TEST_F(ElectedCrpDatabase, TheElectedBsrTakesWhatWasSentToIt) {
   EXPECT_EQ(context.traced("Passing Crp Adv Message to Candidate BSR 10.0.0.1 for zone 224.0.0.0/4"), 1);
 }
 
-struct Refusal {
+struct DropCase {
   char const* name;
   char const* ours;     ///< our address as candidate; empty if we are none
   char const* elected;  ///< the elected BSR; empty if there is none
@@ -50,10 +50,10 @@ struct Refusal {
   char const* trace;
 };
 
-class CrpRefusal : public CrpDatabase, public testing::WithParamInterface<Refusal> {};
+class CrpDrop : public CrpDatabase, public testing::WithParamInterface<DropCase> {};
 
-TEST_P(CrpRefusal, IsDroppedByTheMachinesAndCounted) {
-  Refusal const& c = GetParam();
+TEST_P(CrpDrop, IsDroppedByTheMachinesAndCounted) {
+  DropCase const& c = GetParam();
   if (*c.ours != 0) engine.electUs(globalZone, c.ours);
   if (*c.elected != 0) {
     engine.electOther(globalZone, c.elected);
@@ -71,18 +71,18 @@ TEST_P(CrpRefusal, IsDroppedByTheMachinesAndCounted) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Cases, CrpRefusal,
-    testing::Values(Refusal{"NoBsrIsKnown", "10.0.0.1", "", "10.0.0.1", "10.0.0.1 for zone "},
-                    Refusal{"WeAreNoCandidate", "", "10.0.0.9", "10.0.0.9", "10.0.0.9 for zone 224.0.0.0/4"},
-                    Refusal{"AnotherIsElectedAndItCameToUs", "10.0.0.1", "10.0.0.9", "10.0.0.1",
-                            "10.0.0.1 for zone 224.0.0.0/4"},
-                    Refusal{"AnotherIsElectedAndItWasSentToThat", "10.0.0.1", "10.0.0.9", "10.0.0.9",
-                            "10.0.0.9 for zone 224.0.0.0/4"},
-                    Refusal{"WeAreElectedAndItWasSentElsewhere", "10.0.0.1", "10.0.0.1", "10.0.0.2",
-                            "10.0.0.2 for zone 224.0.0.0/4"}),
+    Cases, CrpDrop,
+    testing::Values(DropCase{"NoBsrIsKnown", "10.0.0.1", "", "10.0.0.1", "10.0.0.1 for zone "},
+                    DropCase{"WeAreNoCandidate", "", "10.0.0.9", "10.0.0.9", "10.0.0.9 for zone 224.0.0.0/4"},
+                    DropCase{"AnotherIsElectedAndItCameToUs", "10.0.0.1", "10.0.0.9", "10.0.0.1",
+                             "10.0.0.1 for zone 224.0.0.0/4"},
+                    DropCase{"AnotherIsElectedAndItWasSentToThat", "10.0.0.1", "10.0.0.9", "10.0.0.9",
+                             "10.0.0.9 for zone 224.0.0.0/4"},
+                    DropCase{"WeAreElectedAndItWasSentElsewhere", "10.0.0.1", "10.0.0.1", "10.0.0.2",
+                             "10.0.0.2 for zone 224.0.0.0/4"}),
     [](auto const& param) { return param.param.name; });
 
-TEST_F(ElectedCrpDatabase, EachRangeGoesToItsBestZoneAndIsJudgedThere) {
+TEST_F(ElectedCrpDatabase, EachRangeGoesToItsBestZoneAndIsCheckedThere) {
   engine.electUs("239.1.0.0/16", "10.0.0.2");
   engine.electOther("239.2.0.0/16", "10.0.0.9");
   engine.receive({.groups = {{"239.0.0.0/8"}, {"239.1.7.0/24"}, {"239.2.7.0/24"}}, .bsr = "10.0.0.1"});
@@ -129,7 +129,7 @@ TEST_F(ElectedCrpDatabase, TheFirstAdvertisementMakesStatusSetAndRp) {
   }
 }
 
-TEST_F(ElectedCrpDatabase, ASecondRpUsesTheSetThatStands) {
+TEST_F(ElectedCrpDatabase, ASecondRpUsesTheExistingSet) {
   engine.receive({.rp = "203.0.113.1"});
   engine.receive({.rp = "203.0.113.2", .holdtime = 300, .priority = 9});
   EXPECT_EQ(engine.rpSet(globalZone), "224.0.0.0/4: 203.0.113.1/180/0 203.0.113.2/300/9");
@@ -149,7 +149,7 @@ TEST_F(ElectedCrpDatabase, AFirstAdvertisementWithHoldtime0CreatesNothing) {
   EXPECT_EQ(context.traced("Holdtime value of C-RP Advertisement is 0. Ignoring message"), 1);
 }
 
-TEST_F(ElectedCrpDatabase, AnEmptySetThatStoodStaysAfterAWithdrawal) {
+TEST_F(ElectedCrpDatabase, AnEmptySetThatExistedStaysAfterAWithdrawal) {
   auto status = engine.status->crpStatusIs(prefix(globalZone))->statusIs("");
   status->crpSetIs(prefix(globalZone));
   engine.receive({.holdtime = 0});
@@ -162,25 +162,25 @@ TEST_F(ElectedCrpDatabase, AnEmptySetThatStoodStaysAfterAWithdrawal) {
 
 struct Holdtime {
   Zet::U32 period;
-  Zet::U16 told;
+  Zet::U16 given;
   Zet::U32 stored;
 };
 
 class CrpHoldtimes : public CrpDatabase, public testing::WithParamInterface<Holdtime> {};
 
 TEST_P(CrpHoldtimes, UpToTwoAndAHalfPeriodsAreRaisedToThree) {
-  auto [period, told, stored] = GetParam();
+  auto [period, given, stored] = GetParam();
   engine.electUs(globalZone, "10.0.0.1", period);
   engine.runTo(period < 5 ? 0 : 5);
   double now = engine.elapsed();
-  engine.receive({.holdtime = told});
+  engine.receive({.holdtime = given});
   ASSERT_TRUE(rp());
   EXPECT_EQ(rp()->holdTime().value(), stored);
   EXPECT_EQ(engine.since(rp()->expires()), now + stored);
-  std::string trace = "C-RP Adv message contains holdtime " + std::to_string(told) +
+  std::string trace = "C-RP Adv message contains holdtime " + std::to_string(given) +
                       " seconds which is less than 2.5 times bsPeriod of " + std::to_string(period) +
                       " seconds.";
-  EXPECT_EQ(context.traced(trace), told == stored ? 0 : 1);
+  EXPECT_EQ(context.traced(trace), given == stored ? 0 : 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, CrpHoldtimes,
@@ -318,7 +318,7 @@ TEST_F(ElectedCrpDatabase, AWithdrawnRpThatIsAdvertisedAgainStays) {
   EXPECT_EQ(engine.since(rp()->setupTime()), 0);
 }
 
-TEST_F(ElectedCrpDatabase, AWithdrawnRpStandsInExactlyOneMessageAndThenLeavesBothTrees) {
+TEST_F(ElectedCrpDatabase, AWithdrawnRpIsInExactlyOneMessageAndThenLeavesBothTrees) {
   engine.receive({.rp = "203.0.113.1", .holdtime = 300});
   engine.receive({.rp = "203.0.113.2", .holdtime = 300});
   engine.runTo(20);

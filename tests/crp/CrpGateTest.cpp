@@ -64,8 +64,8 @@ class CrpGate : public ModelTest {
   CrpGate() { reader->notifierIs(engine.crpMsgStatus); }
   std::string counters() const { return counted(*engine.status->counters()); }
   /// Writes an advertisement as a candidate-RP machine does.
-  Ptr<CrpAdvMessage> send(Adv const& told) {
-    Ptr<CrpAdvMessage> message = make(told);
+  Ptr<CrpAdvMessage> send(Adv const& given) {
+    Ptr<CrpAdvMessage> message = make(given);
     engine.crpMsgStatus->txCrpMsgIs(message);
     engine.crpMsgStatus->writeCountInc(1);
     return message;
@@ -116,7 +116,7 @@ TEST_F(CrpGate, DoesNotReadAMessageThatWaitsWhenItIsMade) {
   EXPECT_TRUE(reader->changes.empty());
 }
 
-TEST_F(CrpGate, LeavesTheCountersAsTheyStandWhenItOpens) {
+TEST_F(CrpGate, LeavesTheCountersUnchangedWhenItOpens) {
   engine.status->counters()->rxIs(7);
   engine.openGate();
   EXPECT_EQ(engine.status->counters()->rx(), 7u);
@@ -141,7 +141,7 @@ TEST_F(CrpGate, AnEmptyPermitTrieDropsEveryAdvertisement) {
   EXPECT_TRUE(reader->changes.empty());
 }
 
-// Arrival ---------------------------------------------------------------------------------------------
+// Receive ---------------------------------------------------------------------------------------------
 
 TEST_F(OpenCrpGate, PublishesTheFieldsInOrderThenTheGroupAndTheRaise) {
   auto message = engine.receive({.groups = {{"239.1.0.0/16", bidirFlag}},
@@ -172,7 +172,7 @@ TEST_F(OpenCrpGate, ThreeGroupsAreReadOneByOneInTheirOrderAndSucceedOnce) {
   EXPECT_EQ(counters(), acceptedOnce);
 }
 
-TEST_F(OpenCrpGate, NoGroupsStandForTheGlobalZone) {
+TEST_F(OpenCrpGate, NoGroupsMeanTheGlobalZone) {
   Ptr<CrpAdvMessage> without = make(Adv{.groups = {}});
   Ptr<CrpAdvMessage> withNull = make(Adv{.groups = {}});
   withNull->groupDataIs(nullptr);
@@ -306,7 +306,7 @@ TEST_F(OpenCrpGate, AfterItsEndNothingIsReadOrSent) {
   EXPECT_TRUE(engine.outbox->sent.empty());
 }
 
-// Departure -------------------------------------------------------------------------------------------
+// Transmit --------------------------------------------------------------------------------------------
 
 TEST_F(OpenCrpGate, GivesARemoteAdvertisementToTheManagerAndLetsItChooseTheInterface) {
   engine.manager->txMessageInfo()->intfIdIs(intf("eth7"));

@@ -80,7 +80,7 @@ TEST_F(RootRpCandidate, ARemovedCandidateWithoutABsrWithdrawsNowhere) {
   EXPECT_TRUE(engine.takeAdvs().empty());
 }
 
-TEST_F(RootRpCandidate, AChangedPriorityLeavesTheOldMachineStandingAndSilent) {
+TEST_F(RootRpCandidate, AChangedPriorityLeavesTheOldMachineAliveAndSilent) {
   context.randoms.assign(100, 0);
   engine.addCrp(us);
   engine.addRange(us, "239.1.0.0/16", 10);
@@ -150,7 +150,7 @@ TEST_F(RootRpCandidate, ItsEndSendsNothing) {
   EXPECT_EQ(engine.wheel->armed(), 0u);
 }
 
-TEST_F(RootRpCandidate, ARestartTakesUpTheCandidatesThatStand) {
+TEST_F(RootRpCandidate, ARestartTakesOverTheExistingCandidates) {
   engine.addCrp(us);
   engine.addRange(us, "239.1.0.0/16", 10);
   engine.addRange(us, "239.2.0.0/16", 20);

@@ -35,7 +35,7 @@ class RpCandidate : public CrpTest {
 
 // Rhythm ----------------------------------------------------------------------------------------------
 
-TEST_F(RpCandidate, StartsWithinTwoSecondsByChanceModulo3) {
+TEST_F(RpCandidate, StartsWithinTwoSecondsByARandomNumberModulo3) {
   int const randoms[] = {0, 1, 2, 3, 32767, 32768};
   for (int i = 0; i < 6; ++i) {
     context.randoms = {randoms[i]};
@@ -53,7 +53,7 @@ TEST_F(RpCandidate, StartsWithinTwoSecondsByChanceModulo3) {
   EXPECT_EQ(context.traced("Setting up CRP Adv timer to fire in 2 seconds from now"), 2);
 }
 
-TEST_F(RpCandidate, ACandidateBesideAnElectedBsrAdvertisesOnceAtItsStartAndThenEachInterval) {
+TEST_F(RpCandidate, ACandidateBesideAnElectedBsrAdvertisesOnceAtItsStartAndThenOneEachInterval) {
   engine.electOther(globalZone, "10.0.0.9");
   delays({2});
   addUs({globalZone});
@@ -69,7 +69,7 @@ TEST_F(RpCandidate, WithoutAnElectedBsrItSendsNothingAndItsTimerRunsOn) {
   EXPECT_EQ(nextAdv(), 121);
 }
 
-TEST_F(RpCandidate, AFirstElectedBsrIsToldThreeTimesAndThenEachInterval) {
+TEST_F(RpCandidate, AFirstElectedBsrIsSentThreeAdvertisementsAndThenOneEachInterval) {
   delays({0});
   addUs({globalZone});
   engine.runTo(10);
@@ -94,7 +94,7 @@ TEST_F(RpCandidate, ADelayOf0SendsTwiceAtTheSameTime) {
   EXPECT_EQ(engine.advTimes(100), (std::vector<int>{10, 10, 10, 70}));
 }
 
-TEST_F(RpCandidate, AnotherBsrOfTheZoneIsToldThreeTimesOverridingAPendingTime) {
+TEST_F(RpCandidate, AnotherBsrOfTheZoneIsSentThreeAdvertisementsOverridingAPendingTime) {
   engine.electOther(globalZone, "10.0.0.9");
   delays({0});
   addUs({globalZone});
@@ -123,7 +123,7 @@ TEST_F(RpCandidate, AChangeDuringTheQuickRepetitionsStartsThemAnew) {
   EXPECT_EQ(backoff(), 2);
 }
 
-TEST_F(RpCandidate, ALostZoneLeavesTimerAndCountAsTheyStand) {
+TEST_F(RpCandidate, ALostZoneLeavesTimerAndCountUnchanged) {
   delays({0});
   addUs({globalZone});
   engine.runTo(10);
@@ -141,7 +141,7 @@ TEST_F(RpCandidate, ALostZoneLeavesTimerAndCountAsTheyStand) {
 // The interval ----------------------------------------------------------------------------------------
 
 struct IntervalChange {
-  double at;  ///< the timer stands at 60 seconds
+  double at;  ///< the timer is at 60 seconds
   Zet::U32 interval;
   double next;
 };
@@ -425,7 +425,7 @@ TEST_F(RpCandidate, ALostAdvertisementIsRepeatedAtTheNextExpiryOnly) {
   EXPECT_EQ(engine.status->counters()->txError(), 2u);
 }
 
-TEST_F(RpCandidate, ItsOwnRouterAsBsrIsToldThroughTheReceivePath) {
+TEST_F(RpCandidate, ItsOwnRouterAsBsrGetsAdvertisementsThroughTheReceivePath) {
   delays({});
   engine.addRoute("10.0.0.1/32", Slosh::Fib::RouteType::local);
   engine.electUs(globalZone);
@@ -438,8 +438,8 @@ TEST_F(RpCandidate, ItsOwnRouterAsBsrIsToldThroughTheReceivePath) {
   EXPECT_EQ(engine.rpSet(globalZone), "");
 }
 
-// Intervals above 13652 seconds give holdtimes that the receive path refuses.
-TEST_F(RpCandidate, ALongIntervalIsRefusedByItsOwnRouterAsBsr) {
+// Intervals above 13652 seconds give holdtimes that the receive path drops.
+TEST_F(RpCandidate, ALongIntervalIsDroppedByItsOwnRouterAsBsr) {
   engine.addRoute("10.0.0.1/32", Slosh::Fib::RouteType::local);
   engine.electUs(globalZone);
   addUs({globalZone}, 13652);

@@ -31,7 +31,7 @@ std::string const notBest =
     "239.0.0.0/8 for "
     "prefix 239.1.0.0/16";
 
-/// Tells each write to a whole set: "set" for a range that comes or goes, "rp" for an RP, else the attribute.
+/// Notes each write to a whole set: "set" for a range that comes or goes, "rp" for an RP, else the attribute.
 class SetWatch : public RpCandidateStatus::NotifieeConst {
  public:
   explicit SetWatch(Note note) : note_(std::move(note)) {}
@@ -97,7 +97,7 @@ class RpTree : public EngineTest {
   }
 };
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 TEST_F(RpTree, ARangeAndItsRpsAreMirroredAsTheyCome) {
   elect(global);
@@ -277,7 +277,7 @@ TEST_F(RpTree, AZoneThatBecomesTheBestIsMirroredFromItsNextMessageOn) {
   EXPECT_EQ(context.traced("Forced creation of crpSet with prefix 239.1.0.0/16 in rpCandidateStatus"), 1);
 }
 
-TEST_F(RpTree, AZoneThatIsNoLongerTheBestLeavesItsMirrorAsItStands) {
+TEST_F(RpTree, AZoneThatIsNoLongerTheBestLeavesItsMirrorAsItIs) {
   engine.receive({.groups = {{range, {{one}}}}});
   engine.receive({.groups = {{scoped, {}, scopedFlag}}});
   engine.receive({.groups = {{range, {{one, 90, 4}}}}});
@@ -288,7 +288,7 @@ TEST_F(RpTree, AZoneThatIsNoLongerTheBestLeavesItsMirrorAsItStands) {
   EXPECT_EQ(engine.mirror(), "239.1.0.0/16: 203.0.113.1/150/0");
 }
 
-TEST_F(RpTree, RpsThatExpireBehindTheirBsrStayInTheMirror) {
+TEST_F(RpTree, RpsThatExpireAfterTheirBsrStayInTheMirror) {
   engine.receive({.groups = {{global, {{one}}}}});
   engine.runTo(280);
   EXPECT_EQ(engine.rpSet(global), "");
@@ -445,7 +445,7 @@ TEST_F(RpTree, ASetRemovedFromItsZoneLeavesNothingToDoEither) {
 
 // A restart of the machines ---------------------------------------------------------------------------
 
-TEST_F(RpTree, TheEndOfTheMachinesLeavesStatusAndMirrorAsTheyStand) {
+TEST_F(RpTree, TheEndOfTheMachinesLeavesStatusAndMirrorUnchanged) {
   engine.receive({.groups = {{range, {{one}}}}});
   std::string const kept = engine.rpSet(global);
   texts();
@@ -456,7 +456,7 @@ TEST_F(RpTree, TheEndOfTheMachinesLeavesStatusAndMirrorAsTheyStand) {
   EXPECT_THAT(texts(), IsEmpty());
 }
 
-TEST_F(RpTree, RpsKeptOverARestartStandUntilTheirExpiryIsWrittenAgain) {
+TEST_F(RpTree, RpsKeptOverARestartStayUntilTheirExpiryIsWrittenAgain) {
   engine.receive({.groups = {{range, {{one}, {two}}}}});
   engine.runTo(100);
   engine.stop();
@@ -485,7 +485,7 @@ TEST_F(RpTree, AMirrorMadeAnewIsFilledFromTheKeptTreeWithoutItsAttributes) {
   EXPECT_EQ(engine.mirror(), "239.1.0.0/16: 203.0.113.1/150/0");
 }
 
-TEST_F(RpTree, ATreeThatStandsBeforeTheFamilyIsKnownIsNotMirroredAndStillAges) {
+TEST_F(RpTree, ATreeThatExistsBeforeTheFamilyIsKnownIsNotMirroredAndStillAges) {
   Engine router(Engine::Family::unset, false);
   auto rp =
       router.status->crpStatusIs(prefix(global))->statusIs("")->crpSetIs(prefix(range))->rpIs(addr(one));

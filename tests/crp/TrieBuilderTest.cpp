@@ -45,7 +45,7 @@ class ZoneTrieBuilder : public Builder {
   Ptr<PimBsrTrieBuilderSm> builder;
 };
 
-TEST_F(ZoneTrieBuilder, TakesUpTheZonesThatStandWhenItIsMadeCountingEachOnce) {
+TEST_F(ZoneTrieBuilder, TakesOverTheZonesThatExistWhenItIsMadeCountingEachOnce) {
   status->bootstrapRouterIs(prefix("224.0.0.0/4"))->ipAddrIs(addr("10.0.0.1"));
   status->bootstrapRouterIs(prefix("239.0.0.0/8"));
   start();
@@ -115,7 +115,7 @@ TEST_F(ZoneTrieBuilder, OneBsrThatReplacesAnotherLeavesTheRoutesAndIsSignalledEa
   EXPECT_EQ(builder->trieUpdates(), 2u);
 }
 
-TEST_F(ZoneTrieBuilder, SignalsABsrChangeOfAZoneThatStoodWhenItWasMade) {
+TEST_F(ZoneTrieBuilder, SignalsABsrChangeOfAZoneThatExistedWhenItWasMade) {
   auto elected = status->bootstrapRouterIs(prefix("239.0.0.0/8"));
   elected->ipAddrIs(addr("10.0.0.1"));
   start();
@@ -148,7 +148,7 @@ TEST_F(ZoneTrieBuilder, ItsEndLeavesTheRoutesAndHearsNothingMore) {
   EXPECT_EQ(trie->routes(), 1u);
 }
 
-TEST_F(ZoneTrieBuilder, RefusesNullArguments) {
+TEST_F(ZoneTrieBuilder, RejectsNullArguments) {
   EXPECT_EQ(rangeError([&] {
               Routing::Pim::Bsr::pimBsrTrieBuilderSmFactory(Ptr<Routing::Pim::Bsr::Status>(), trie);
             }),
@@ -167,7 +167,7 @@ class PermitTrieBuilder : public Builder {
   Ptr<PimBsrCrpPermitTrieBuilderSm> builder;
 };
 
-TEST_F(PermitTrieBuilder, CountsEachRangeThatStandsWhenItIsMadeTwice) {
+TEST_F(PermitTrieBuilder, CountsEachRangeThatExistsWhenItIsMadeTwice) {
   permit("10.0.0.0/8", true);
   permit("192.0.2.0/24", true);
   start();
@@ -201,7 +201,7 @@ TEST_F(PermitTrieBuilder, APermittedRangeGivesARouteAndItsEndTakesItEachOneUpdat
             "Pim::Bsr::CrpPermitTrieBuilderSm 8 PimBsrCrpPermitTrieBuilderSm");
 }
 
-TEST_F(PermitTrieBuilder, TheValueFalseRemovesTheRouteAlthoughTheKeyStands) {
+TEST_F(PermitTrieBuilder, TheValueFalseRemovesTheRouteAlthoughTheKeyExists) {
   start();
   permit("10.0.0.0/8", true);
   permit("10.0.0.0/8", false);
@@ -248,7 +248,7 @@ TEST_F(PermitTrieBuilder, ItsEndLeavesTheRoutesAndHearsNothingMore) {
   EXPECT_EQ(trie->routes(), 1u);
 }
 
-TEST_F(PermitTrieBuilder, RefusesNullArguments) {
+TEST_F(PermitTrieBuilder, RejectsNullArguments) {
   using Routing::Pim::Bsr::pimBsrCrpPermitTrieBuilderSmFactory;
   EXPECT_EQ(rangeError([&] { pimBsrCrpPermitTrieBuilderSmFactory(Ptr<Routing::Pim::Bsr::Status>(), trie); }),
             "null ValidPtr");
