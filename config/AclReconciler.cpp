@@ -1,9 +1,9 @@
 // The reactors of ConfigSm on access lists: they keep the record of each list in use equal to what its rules
-// permit, and tell every user of the list of each prefix that comes or goes.
+// permit, and report each prefix that is added or removed to every user of the list.
 //
 // A list is read anew as a whole whenever a rule of it changes. It is read over all addresses while it
 // filters advertisements, which fills the record's senders, and else over the group addresses, which fills
-// its group ranges; the set of the other reading stands still meanwhile.
+// its group ranges; the set of the other reading doesn't change meanwhile.
 
 #include <algorithm>
 #include <vector>

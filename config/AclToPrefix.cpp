@@ -20,8 +20,8 @@ using Interval = boost::icl::discrete_interval<U32>;
 using IntervalSet = boost::icl::interval_set<U32>;
 
 static constexpr U32 lastAddress = std::numeric_limits<U32>::max();
-static constexpr U32 firstGroup = 0xe0000000;
-static constexpr U32 endOfGroups = 0xf0000000;
+static constexpr U32 firstGroup = Lanet::firstGroup.hostWord();
+static constexpr U32 endOfGroups = Lanet::lastGroup.hostWord() + 1;
 
 struct AclToPrefix::Sets {
   IntervalSet working{Interval::right_open(firstGroup, endOfGroups)};
@@ -42,7 +42,7 @@ void AclToPrefix::unicastModeIs() {
   mode_ = unicastMode;
 }
 
-/// Only the range that ends in the last address is closed, since the number behind that doesn't exist.
+/// Only the range that ends in the last address is closed, since the number after that doesn't exist.
 static Interval intervalOf(U32 first, U32 last) {
   return last == lastAddress ? Interval::closed(first, last) : Interval::right_open(first, last + 1);
 }
@@ -74,7 +74,7 @@ void AclToPrefix::handleRule(Acl::IpRuleConfig const& rule) {
   if (rule.action == Acl::Action::unset || isLimited(rule.filter)) return;
   U32 mask = rule.filter.sourceMask.hostWord();
   Ranges ranges(mask);
-  if (ranges.count() > mostRanges) {
+  if (ranges.count() > maxRanges) {
     ZET_TRACE(trace, 1,
               "Skipping rule with mask " << rule.filter.sourceMask << " of " << ranges.count() << " ranges");
     return;

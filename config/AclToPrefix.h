@@ -23,8 +23,8 @@ class PIMBSR_API AclToPrefix {
  public:
   static constexpr Zet::S32 groupMode = 0;
   static constexpr Zet::S32 unicastMode = 1;
-  /// A mask with holes stands for several ranges; a rule that stands for more than this is left out.
-  static constexpr Zet::U32 mostRanges = 4096;
+  /// A mask with holes matches several ranges; a rule that matches more than this is left out.
+  static constexpr Zet::U32 maxRanges = 4096;
 
   AclToPrefix();
   ~AclToPrefix();
@@ -37,10 +37,10 @@ class PIMBSR_API AclToPrefix {
   /// source and sourceMask, as a standard list does: permit moves the addresses that it covers to those
   /// permitted, deny drops them, and a rule without an action does nothing. A rule that is limited to a
   /// protocol or a port says nothing of an address and is skipped, and so, with a trace, is one whose mask
-  /// has so many holes that it stands for more than mostRanges ranges.
+  /// has so many holes that it matches more than maxRanges ranges.
   void handleRule(Acl::IpRuleConfig const& rule);
 
-  /// Adds the prefixes of the permitted addresses to `set`. Neighbouring ranges of several rules come out as
+  /// Adds the prefixes of the permitted addresses to `set`. Neighboring ranges of several rules come out as
   /// one. Each range ends one before its upper bound, that of the last address included: a list of unicast
   /// addresses that permits 255.255.255.255 loses that address.
   void PermittedPrefixes(Lanet::IpGenPrefixSet& set) const;

@@ -7,8 +7,8 @@
 // the next address writes the entries back.
 //
 // A zone with several sources has the values of the one that wrote last, and keeps them when that one goes.
-// If the sources stand on two interfaces, each has its own count, and the first that counts down to 0 removes
-// the entry.
+// If two interfaces have sources, each has its own count, and the first that counts down to 0 removes the
+// entry.
 
 #include "config/ConfigSm.h"
 #include "config/SourceAddress.h"
@@ -355,7 +355,7 @@ void CandidateSm::ZetAcl::handleInterval() { changeAcl(*this, writeInterval, not
 
 // End -------------------------------------------------------------------------------------------------
 
-/// The claims go first; the reactors on ranges and lists undo their entries behind this.
+/// The claims are released first; the reactors on ranges and lists undo their entries after this.
 void CandidateSm::handleDel() {
   ZET_TRACE_ENTRY(trace);
   if (!initialized()) return;

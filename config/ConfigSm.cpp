@@ -11,7 +11,7 @@ using Zet::String8;
 
 static Zet::TraceSource const trace("Pim::Bsr::Config", "ConfigSm");
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 /// The reactors on access lists and on the configuration are bound after this, so that a former run's entries
 /// are gone before any of them adds one.
@@ -26,7 +26,7 @@ void ConfigSm::handleInitialized() {
   ZET_TRACE_ENTRY(trace);
   if (initialized()) return;
   ZET_ASSERT(status()->af() == Lanet::AddressFamily::ipv4, "IPV6 or Unknown Address Family not supported");
-  globalOrNonScopedZoneIs(IpGenPrefix::parse("224.0.0.0/4"));
+  globalOrNonScopedZoneIs(Lanet::allGroups());
   bool isRestart = status()->bsBorderCount() != 0 || status()->cbsrCount() != 0 ||
                    status()->crpCount() != 0 || status()->crpPermitCount() != 0;
   if (isRestart) {
@@ -40,13 +40,13 @@ void ConfigSm::handleInitialized() {
 
 // Timeouts and counters -------------------------------------------------------------------------------
 
-/// A hold time that has overtaken the scope zone's timeout leaves that alone until it is written itself.
+/// A BS_Timeout that exceeds SZ_Timeout changes SZ_Timeout in Status only once SZ_Timeout itself is written.
 void ConfigSm::handleBsrHoldTime() {
   status()->bsTimeoutIs(config()->holdTime());
   ZET_TRACE(trace, 8, "BSR Hold Time is " << config()->holdTime());
 }
 
-/// The floor wraps at 32 bits, for hold times from 429496730 on.
+/// The floor wraps at 32 bits, for a BS_Timeout from 429496730 on.
 void ConfigSm::handleSzTimeout() {
   U32 floor = config()->holdTime() * 10;
   U32 szTimeout = config()->szTimeout();

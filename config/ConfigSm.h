@@ -16,7 +16,7 @@
 ///
 ///   not initialized --construction--> initialized, for good
 ///
-/// A prefix may have several reasons to stand in Status: its own entry in the configuration and any number of
+/// A prefix may have several reasons to be in Status: its own entry in the configuration and any number of
 /// access lists. They are counted per interface, and the entry goes with the last of them. Two interfaces
 /// must not claim one group range or one access list for a candidate BSR: the second claim ends the process.
 /// A range that moves is therefore taken away from one interface before it is given to the other.

@@ -1,7 +1,7 @@
 // What ConfigSm does first where Status has outlived a former run: it removes the entries that the
-// configuration doesn't explain. The interfaces that use an access list are not known yet, since no reactor
-// on the configuration stands, so that an entry which only a list explains goes here and is built anew; one
-// that a group range explains stays untouched.
+// configuration doesn't explain. The interfaces that use an access list are not known yet, since there is no
+// reactor on the configuration. So an entry that only a list explains is removed here and built anew; an
+// entry that a group range explains is not touched.
 
 #include "config/ConfigSm.h"
 #include "runtime/Trace.h"

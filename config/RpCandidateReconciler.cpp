@@ -2,7 +2,7 @@
 // interface's address, with the group ranges that it serves, and count per interface why each range is there.
 //
 // The entry comes with its first group range and goes with its last. A new address is a new key, so the entry
-// is undone whole and built anew. Priorities run on a track of their own: what was written last stands, and
+// is undone whole and built anew. Priorities are handled apart: the value that was written last is used, and
 // an option alone neither makes an entry nor keeps it.
 
 #include <optional>

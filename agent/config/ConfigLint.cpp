@@ -296,7 +296,7 @@ IpGenPrefixSet Linter::permitted(std::string const& name, bool senders) const {
   AclToPrefix reader;
   if (senders) reader.unicastModeIs();
   for (auto const& [sequence, rule] : list->second) {
-    if (rangesOf(rule) <= AclToPrefix::mostRanges) reader.handleRule(rule);
+    if (rangesOf(rule) <= AclToPrefix::maxRanges) reader.handleRule(rule);
   }
   reader.PermittedPrefixes(prefixes);
   return prefixes;
@@ -364,11 +364,11 @@ void Linter::lintLists() {
     std::string place = "access-list " + name;
     if (!named_.contains(name)) tellMissing(place, "nobody names it");
     for (auto const& [sequence, rule] : list) {
-      if (rangesOf(rule) <= AclToPrefix::mostRanges) continue;
+      if (rangesOf(rule) <= AclToPrefix::maxRanges) continue;
       std::string where = fmt::format("{}, rule {}", place, sequence);
       tellOf(where,
              fmt::format("its mask has so many holes that it stands for {} ranges; above {} it is left out",
-                         rangesOf(rule), AclToPrefix::mostRanges));
+                         rangesOf(rule), AclToPrefix::maxRanges));
     }
   }
 }

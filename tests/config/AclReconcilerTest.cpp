@@ -37,7 +37,7 @@ class Lists : public ConfigTest {
   Zet::Ptr<RecordWatch> watch = Zet::make<RecordWatch>();
 };
 
-TEST_F(Lists, AListThatNobodyNamesHasNoRecord) {
+TEST_F(Lists, AListThatIsNotReferencedHasNoRecord) {
   engine.rules("list", {"permit 239.1.0.0/16"});
   engine.start();
   engine.rule("list", 20, "permit 239.2.0.0/16");
@@ -90,7 +90,7 @@ TEST_F(Lists, ARemovedListTakesItsPrefixesFromItsUsersAndItsReturnBringsThemBack
   EXPECT_EQ(engine.borders(), "239.2.0.0/16: eth0");
 }
 
-TEST_F(Lists, ARuleThatChangesTellsOfWhatChangedAlone) {
+TEST_F(Lists, AChangedRuleReportsOnlyTheChange) {
   engine.rules("list", {"permit 239.1.0.0/16", "permit 239.3.0.0/16"});
   use("list");
   engine.rule("list", 30, "permit 239.5.0.0/16");

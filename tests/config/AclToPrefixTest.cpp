@@ -118,7 +118,7 @@ TEST(GroupList, OverlappingPermitsGiveOneRange) {
             Texts{"239.0.0.0/8"});
 }
 
-TEST(GroupList, NeighbouringPermitsGiveOneRange) {
+TEST(GroupList, NeighboringPermitsGiveOneRange) {
   EXPECT_EQ(groups({rule(permit, "238.0.0.0", "255.0.0.0"), rule(permit, "239.0.0.0", "255.0.0.0")}),
             Texts{"238.0.0.0/7"});
 }
@@ -174,7 +174,7 @@ TEST_F(MaskWithHoles, CoversExactlyTheAddressesThatAgreeUnderIt) {
   EXPECT_EQ(groups({rule(permit, "239.0.0.1", "255.255.255.1")}).size(), 128u);
 }
 
-TEST_F(MaskWithHoles, StandsFor4096RangesAtMostAndIsElseSkippedWithATrace) {
+TEST_F(MaskWithHoles, Matches4096RangesAtMostAndIsElseSkippedWithATrace) {
   EXPECT_EQ(groups({rule(permit, "239.0.0.1", "255.255.224.1")}).size(), 4096u);
   EXPECT_EQ(context.tracedPrefix("Skipping rule"), 0);
   EXPECT_EQ(groups({rule(permit, "239.0.0.1", "255.255.192.1")}), Texts());

@@ -131,7 +131,7 @@ TEST_F(BsrConfig, AGroupWithoutHashMaskLengthWaitsWithoutClaimAndComesToLifeWith
   EXPECT_EQ(engine.claims(), "239.9.0.0/16 eth0");
 }
 
-TEST_F(BsrConfig, AnIntervalAloneWakesNobodyAndAWaitingListHasNoRecord) {
+TEST_F(BsrConfig, AnIntervalAloneNotifiesNoneAndAWaitingListHasNoRecord) {
   up();
   auto acl = engine.bsrList("eth0", "list", 256, 128);
   acl->intervalIs(30);

@@ -17,7 +17,7 @@ ConfigModel::ConfigModel(std::vector<Name> interfaces, std::vector<Name> lists)
   permits_ = {everybody};
 }
 
-/// Looked at when it is written itself, and not when the hold time is.
+/// Looked at when it is written itself, and not when BS_Timeout is.
 void ConfigModel::szTimeout(unsigned seconds) {
   if (std::exchange(szTimeout_, seconds) == seconds) return;
   szTimeoutInStatus_ = std::max(szTimeout_, 10 * holdTime_);

@@ -8,10 +8,10 @@
 
 namespace test {
 
-/// What Status must hold, told a second time and without the machine: plain maps, and each rule of the
+/// What Status must hold, computed a second time and without the machine: plain maps, and each rule of the
 /// reconciliation in a few lines. The random test drives both and compares them after each step.
 ///
-/// Names stand for interfaces, lists and prefixes; an empty address is none. All access lists of an interface
+/// Names are interfaces, lists and prefixes; an empty address is none. All access lists of an interface
 /// give one priority to its candidate BSRs, so that their order among each other doesn't show.
 class ConfigModel {
  public:
@@ -45,7 +45,7 @@ class ConfigModel {
   void dropRp(Name const& intf);
   void restart();
 
-  /// Whether a candidate BSR for a range or list stands under another interface already.
+  /// Whether a candidate BSR for a range or list is under another interface already.
   bool isRangeTaken(Name const& intf, Name const& range) const;
   bool isListTaken(Name const& intf, Name const& list) const;
 

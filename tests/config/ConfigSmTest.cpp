@@ -22,7 +22,7 @@ using Texts = std::vector<std::string>;
 
 class ConfigSmTest : public ConfigTest {};
 
-// Birth -----------------------------------------------------------------------------------------------
+// Construction ----------------------------------------------------------------------------------------
 
 TEST_F(ConfigSmTest, OnceMadeItIsInitializedAndKnowsItsTwoPrefixes) {
   engine.start();
@@ -38,7 +38,7 @@ TEST_F(ConfigSmTest, ASecondInitializationDoesNothing) {
   EXPECT_EQ(engine.permits(), "");
 }
 
-TEST_F(ConfigSmTest, WhatStandsAtTheStartIsTakenUp) {
+TEST_F(ConfigSmTest, WhatExistsAtTheStartIsTakenOver) {
   engine.address("eth0", "10.0.0.1");
   engine.rules("list", {"permit 239.1.0.0/16"});
   engine.bsrList("eth0", "list");
@@ -101,7 +101,7 @@ TEST_F(ConfigSmTest, WithoutAccessListsARoleMayNameOneAllTheSame) {
   EXPECT_FALSE(engine.machine->zetIpAclConfig());
 }
 
-TEST_F(ConfigSmTest, RefusesNullArgumentsButAnAbsentDirectoryOfLists) {
+TEST_F(ConfigSmTest, RejectsNullArgumentsButAnAbsentDirectoryOfLists) {
   auto make = [&](auto config, auto clear, auto status, auto counters, auto sources) {
     return rangeError([&] { Bsr::configSmFactory(config, clear, status, counters, sources, nullptr); });
   };
@@ -146,7 +146,7 @@ TEST_F(ConfigSmTest, TheHoldTimeIsCopied) {
   EXPECT_TRUE(tracedOnce("BSR Hold Time is 200"));
 }
 
-TEST_F(ConfigSmTest, AZoneTimeoutOfTenHoldTimesIsStoredAndOneLessIsRaisedToThat) {
+TEST_F(ConfigSmTest, ASzTimeoutOfTenBsTimeoutsIsStoredAndOneLessIsRaisedToThat) {
   engine.start();
   engine.config->szTimeoutIs(1301);
   EXPECT_EQ(engine.status->szTimeout(), 1301u);
@@ -158,7 +158,7 @@ TEST_F(ConfigSmTest, AZoneTimeoutOfTenHoldTimesIsStoredAndOneLessIsRaisedToThat)
   EXPECT_TRUE(tracedOnce("Scoped Zone timeout 1299 secs too low. Setting it to 1300 secs in status"));
 }
 
-TEST_F(ConfigSmTest, AHoldTimeThatOvertakesTheZoneTimeoutLeavesThatAlone) {
+TEST_F(ConfigSmTest, ABsTimeoutThatExceedsTheSzTimeoutDoesNotChangeIt) {
   engine.start();
   engine.config->holdTimeIs(500);
   EXPECT_EQ(engine.status->bsTimeout(), 500u);
@@ -167,19 +167,19 @@ TEST_F(ConfigSmTest, AHoldTimeThatOvertakesTheZoneTimeoutLeavesThatAlone) {
   EXPECT_EQ(engine.status->szTimeout(), 5000u);
 }
 
-TEST_F(ConfigSmTest, TheFloorOfTheZoneTimeoutWrapsAt32Bits) {
+TEST_F(ConfigSmTest, TheFloorOfTheSzTimeoutWrapsAt32Bits) {
   engine.config->holdTimeIs(429496730);
   engine.start();
   EXPECT_EQ(engine.status->szTimeout(), 1300u);  // the floor wrapped to 4
   EXPECT_TRUE(tracedOnce("Scoped Zone timeout is 1300 secs"));
 }
 
-TEST_F(ConfigSmTest, ARefusedValueIsNotHeardAtOnceButReadWhenTheAttributeIsNext) {
+TEST_F(ConfigSmTest, ARejectedValueIsNotNotifiedAtOnceButReadWhenTheAttributeIsNext) {
   engine.start();
   EXPECT_NE(rangeError([&] { engine.config->holdTimeIs(5); }), "no RangeException");
   EXPECT_EQ(engine.status->bsTimeout(), 130u);
   engine.config->szTimeoutIs(120);
-  EXPECT_EQ(engine.status->szTimeout(), 120u);  // the floor is ten times the refused hold time
+  EXPECT_EQ(engine.status->szTimeout(), 120u);  // the floor is ten times the rejected BS_Timeout
 }
 
 // Counters --------------------------------------------------------------------------------------------
@@ -237,7 +237,7 @@ TEST_F(DownTest, OnceGoneItHearsOfNothingMore) {
   EXPECT_EQ(engine.all(), before);
 }
 
-/// Notes what the machine's own collections tell.
+/// Notes what the machine's own collections notify.
 class MachineWatch : public Bsr::ConfigSm::NotifieeConst {
  public:
   explicit MachineWatch(Ptr<Bsr::BsrConfigAcl> const& record) : record_(record) {}
@@ -248,7 +248,7 @@ class MachineWatch : public Bsr::ConfigSm::NotifieeConst {
   Texts heard;
 
  private:
-  /// Each change is told with the number of reactors that still watch a record.
+  /// Each change is noted with the number of reactors that still watch a record.
   void note(std::string const& what) {
     heard.push_back(what + ", watchers " + std::to_string(record_->zetNotifiees().size()));
   }

@@ -145,7 +145,7 @@ TEST_F(SharedFilter, AddsNothingUntilOneOfItsRulesChanges) {
   EXPECT_EQ(engine.permits(), "10.0.0.0/8; 192.0.2.0/24; 239.1.0.0/16");
 }
 
-TEST_F(SharedFilter, ItsGroupRangesStandStillWhileItFilters) {
+TEST_F(SharedFilter, ItsGroupRangesDoNotChangeWhileItFilters) {
   filter("a");
   engine.rules("a", {"permit 239.2.0.0/16"});
   EXPECT_EQ(engine.groups("a"), "239.1.0.0/16");
@@ -153,7 +153,7 @@ TEST_F(SharedFilter, ItsGroupRangesStandStillWhileItFilters) {
   EXPECT_EQ(engine.permits(), "239.2.0.0/16");
 }
 
-TEST_F(SharedFilter, ItsSendersStandStillOnceItFiltersNoMoreAndCountAgainWhenItDoes) {
+TEST_F(SharedFilter, ItsSendersDoNotChangeOnceItFiltersNoMoreAndCountAgainWhenItDoes) {
   filter("a");
   engine.rules("a", {"permit 10.0.0.0/8"});
   unfilter("a");
@@ -215,7 +215,7 @@ TEST_F(Filter, EverybodyFromARecordThatIsAddedStaysWhileItIsCounted) {
 
 // A rule that cannot be copied ------------------------------------------------------------------------
 
-/// Writes a number that is refused, and stays, into each rule of a list.
+/// Writes a number that is rejected, and stays, into each rule of a list.
 void spoilRules(Acl::AclConfig const& list) {
   for (auto at = list.ipRuleByIdIterator(); at; ++at) {
     EXPECT_EQ(rangeError([&] { at->value.filter.tniIs(16777216); }),
@@ -223,7 +223,7 @@ void spoilRules(Acl::AclConfig const& list) {
   }
 }
 
-TEST_F(Filter, AListWithARuleOutOfRangeIsLeftByThatExceptionAndItsSendersStandStill) {
+TEST_F(Filter, AListWithARuleOutOfRangeIsLeftByThatExceptionAndItsSendersDoNotChange) {
   engine.rules("a", {"permit 10.0.0.0/8"});
   engine.start();
   filter("a");

@@ -68,13 +68,13 @@ class Pair {
   void restart();
 
   std::string intf_ = any(interfaces), list_ = any(lists), range_ = any(ranges);
-  std::string told_;
+  std::string step_;
 };
 
 void Pair::timeouts() {
   Zet::U32 holdTime = *rc::gen::element(12u, 130u, 500u);
   Zet::U32 szTimeout = *rc::gen::element(120u, 1300u, 4000u);
-  told_ = "hold time " + std::to_string(holdTime) + " then zone timeout " + std::to_string(szTimeout);
+  step_ = "bs-timeout " + std::to_string(holdTime) + " then sz-timeout " + std::to_string(szTimeout);
   engine.config->holdTimeIs(holdTime);
   model.holdTime(holdTime);
   engine.config->szTimeoutIs(szTimeout);
@@ -84,7 +84,7 @@ void Pair::timeouts() {
 void Pair::address() {
   std::string address = *rc::gen::elementOf(Names{"0.0.0.0", "10.0.0.", "10.0.1."});
   if (address.back() == '.') address += intf_.back();
-  told_ = "address " + intf_ + " " + address;
+  step_ = "address " + intf_ + " " + address;
   engine.address(intf_, address);
   model.address(intf_, address);
 }
@@ -97,20 +97,20 @@ void Pair::rules() {
     texts.push_back("permit " + range);
     permitted.insert(range);
   }
-  told_ = "rules " + list_ + " " + std::to_string(texts.size());
+  step_ = "rules " + list_ + " " + std::to_string(texts.size());
   engine.rules(list_, texts);
   model.rules(list_, permitted);
 }
 
 void Pair::dropList() {
-  told_ = "drop list " + list_;
+  step_ = "drop list " + list_;
   engine.lists->aclDel(list_.c_str());
   model.dropList(list_);
 }
 
 void Pair::filter() {
   bool on = flip();
-  told_ = "filter " + list_ + (on ? " on" : " off");
+  step_ = "filter " + list_ + (on ? " on" : " off");
   if (on) {
     engine.config->crpFilterAclIs(list_.c_str(), true);
   } else {
@@ -123,11 +123,11 @@ void Pair::border() {
   bool on = flip();
   auto entry = engine.border(intf_);
   if (flip()) {
-    told_ = "border " + intf_ + " " + range_ + (on ? " on" : " off");
+    step_ = "border " + intf_ + " " + range_ + (on ? " on" : " off");
     on ? entry->bsrBorderGrpIs(prefix(range_), true) : void(entry->bsrBorderGrpDel(prefix(range_)));
     model.borderGroup(intf_, range_, on);
   } else {
-    told_ = "border " + intf_ + " " + list_ + (on ? " on" : " off");
+    step_ = "border " + intf_ + " " + list_ + (on ? " on" : " off");
     on ? entry->bsrBorderAclIs(list_.c_str(), true) : void(entry->bsrBorderAclDel(list_.c_str()));
     model.borderList(intf_, list_, on);
   }
@@ -138,13 +138,13 @@ void Pair::bsrGroup() {
   model.bsr(intf_);
   if (model.isRangeTaken(intf_, range_)) return;
   if (flip()) {
-    told_ = "bsr " + intf_ + " " + range_ + " off";
+    step_ = "bsr " + intf_ + " " + range_ + " off";
     entry->groupDel(prefix(range_));
     model.dropBsrGroup(intf_, range_);
     return;
   }
   int priority = *rc::gen::element(1, 2, 3, ConfigModel::unknown);
-  told_ = "bsr " + intf_ + " " + range_ + " " + std::to_string(priority);
+  step_ = "bsr " + intf_ + " " + range_ + " " + std::to_string(priority);
   auto group = entry->groupIs(prefix(range_));
   group->hashMaskLenIs(30);
   group->priorityIs(static_cast<Zet::U16>(priority));
@@ -154,7 +154,7 @@ void Pair::bsrGroup() {
 void Pair::bsrList() {
   if (model.isListTaken(intf_, list_)) return;
   bool on = flip();
-  told_ = "bsr " + intf_ + " " + list_ + (on ? " on" : " off");
+  step_ = "bsr " + intf_ + " " + list_ + (on ? " on" : " off");
   auto entry = engine.config->bsrCandidateConfigIs(intf(intf_));
   if (on) {
     engine.bsrList(intf_, list_, static_cast<Zet::U16>(ConfigModel::listPriority(intf_)));
@@ -168,11 +168,11 @@ void Pair::rpSource() {
   bool on = flip();
   auto entry = engine.rp(intf_);
   if (flip()) {
-    told_ = "rp " + intf_ + " " + range_ + (on ? " on" : " off");
+    step_ = "rp " + intf_ + " " + range_ + (on ? " on" : " off");
     on ? entry->groupRangeIs(prefix(range_), true) : void(entry->groupRangeDel(prefix(range_)));
     model.rpGroup(intf_, range_, on);
   } else {
-    told_ = "rp " + intf_ + " " + list_ + (on ? " on" : " off");
+    step_ = "rp " + intf_ + " " + list_ + (on ? " on" : " off");
     on ? entry->aclIs(list_.c_str(), true) : void(entry->aclDel(list_.c_str()));
     model.rpList(intf_, list_, on);
   }
@@ -182,7 +182,7 @@ void Pair::rpOption() {
   int priority = *rc::gen::element(-1, 1, 2, ConfigModel::unknown);
   auto entry = engine.rp(intf_);
   bool ofRange = flip();
-  told_ = "rp option " + intf_ + " " + (ofRange ? range_ : list_) + " " + std::to_string(priority);
+  step_ = "rp option " + intf_ + " " + (ofRange ? range_ : list_) + " " + std::to_string(priority);
   if (ofRange) {
     if (priority < 0) {
       entry->groupRangeOptionsDel(prefix(range_));
@@ -202,7 +202,7 @@ void Pair::rpOption() {
 
 void Pair::dropInterface() {
   int role = *rc::gen::inRange(0, 3);
-  told_ = "drop " + intf_ + " in role " + std::to_string(role);
+  step_ = "drop " + intf_ + " in role " + std::to_string(role);
   if (role == 0) {
     engine.config->intfConfigDel(intf_.c_str());
     model.dropBorder(intf_);
@@ -216,7 +216,7 @@ void Pair::dropInterface() {
 }
 
 void Pair::restart() {
-  told_ = "restart";
+  step_ = "restart";
   engine.stop();
   engine.status->zoneGroupDelAll();
   engine.status->zoneAclDelAll();
@@ -234,9 +234,9 @@ std::string Pair::step() {
   intf_ = any(interfaces);
   list_ = any(lists);
   range_ = any(ranges);
-  told_ = "nothing";
+  step_ = "nothing";
   (this->**rc::gen::elementOf(steps))();
-  return told_;
+  return step_;
 }
 
 class RandomConfig : public ModelTest {};

@@ -27,8 +27,8 @@ class ScrubWatch : public Bsr::Status::NotifieeConst {
 
  private:
   template <class Key>
-  void note(std::string const& what, Key const& key, bool stands) {
-    heard.push_back((stands ? "+" : "-") + what + " " + std::string(key.stringValue().view()));
+  void note(std::string const& what, Key const& key, bool exists) {
+    heard.push_back((exists ? "+" : "-") + what + " " + std::string(key.stringValue().view()));
   }
 };
 
@@ -38,7 +38,7 @@ class Restart : public ConfigTest {
     engine.address("eth0", "10.0.0.1");
     watch->notifierIs(engine.status);
   }
-  /// What a new start tells.
+  /// What a new start notifies.
   Texts restart() {
     engine.stop();
     engine.status->zoneGroupDelAll();

@@ -82,7 +82,7 @@ TEST_F(RpConfig, AnotherAddressGivesTheSameRangesAndPrioritiesUnderANewKey) {
   EXPECT_EQ(count("239.9.0.0/16"), 1u);
 }
 
-TEST_F(RpConfig, ARangeThatComesWhileTheAddressIsLostStandsUnderNoAddressUntilTheNextOne) {
+TEST_F(RpConfig, ARangeThatIsAddedWhileTheAddressIsLostHasNoAddressUntilTheNextOne) {
   up();
   range("239.8.0.0/16");
   down();
@@ -191,7 +191,7 @@ TEST_F(RpConfig, AListOfACandidateIsTraced) {
   EXPECT_TRUE(tracedOnce("Address prefix 239.1.0.0/16 as part of Acllist to C-RP 10.0.0.1"));
 }
 
-TEST_F(RpConfig, WithoutItsRangesACandidateStandsOnTheRangesOfItsList) {
+TEST_F(RpConfig, WithoutItsRangesACandidateUsesTheRangesOfItsList) {
   up();
   range("239.9.0.0/16");
   list("list");
@@ -247,7 +247,7 @@ TEST_F(RpConfig, AnUnsetOptionWritesNothingAndASetOneFollows) {
   EXPECT_EQ(engine.crp(), "10.0.0.1 eth0 60: 239.9.0.0/16 | 239.9.0.0/16=256");
 }
 
-TEST_F(RpConfig, OptionsThatStandAtTheStartOfAnInterfaceAreWrittenTheListsLast) {
+TEST_F(RpConfig, OptionsPresentAtTheStartOfAnInterfaceAreWrittenTheListsLast) {
   range("239.1.0.0/16");
   option("239.1.0.0/16", 7);
   list("list");
@@ -258,7 +258,7 @@ TEST_F(RpConfig, OptionsThatStandAtTheStartOfAnInterfaceAreWrittenTheListsLast) 
   EXPECT_TRUE(tracedOnce("Created priority 7 to prefix 239.1.0.0/16 to C-RP 10.0.0.1"));
 }
 
-TEST_F(RpConfig, OfAGroupsOptionAndAListsOptionTheLastWriterStands) {
+TEST_F(RpConfig, OfAGroupsOptionAndAListsOptionTheLastWriterWins) {
   up();
   range("239.1.0.0/16");
   list("list");
@@ -316,7 +316,7 @@ TEST_F(RpConfig, WithoutTheListsOptionItsRangesTakeThatOfAnotherListOrOfTheirGro
   EXPECT_TRUE(tracedOnce("Created prefix 239.3.0.0/16 with priority 5" + why));
 }
 
-TEST_F(RpConfig, AListsOptionWithoutASubstituteLeavesThePriorityThatStands) {
+TEST_F(RpConfig, AListsOptionWithoutASubstituteLeavesThePresentPriority) {
   up();
   list("list");
   listOption("list", 8);
@@ -345,7 +345,7 @@ TEST_F(RpConfig, ANewRuleTakesTheOptionsOfItsList) {
   EXPECT_TRUE(tracedOnce("Writing to Status for C-RP with key  239.5.0.0/16"));
 }
 
-/// Names of lists, the first of which stands before the second in the walk over the records.
+/// Names of lists, the first of which is before the second in the walk over the records.
 std::pair<std::string, std::string> namesInWalkOrder() {
   Zet::ValueMap<bool, Zet::String8> names;
   for (char const* name : {"x", "y"}) {
@@ -366,7 +366,7 @@ TEST_F(RpConfig, ANewRuleTakesTheOptionsOfTheFirstRecordThatPermitsItWhoeverUses
   list(second.c_str());
   listOption(second.c_str(), 8);
   engine.rule(second, 10, "permit 239.5.0.0/16");
-  // The border's list stands first, and this candidate has no options under its name.
+  // The border's list is first, and this candidate has no options under its name.
   EXPECT_EQ(engine.crp(), "10.0.0.1 eth0 60: 239.5.0.0/16 | 239.5.0.0/16=256");
   listOption(first.c_str(), 4);
   engine.rules(second, {});

@@ -10,9 +10,9 @@
 namespace test {
 namespace {
 
-class Story : public ModelTest {
+class Scenario : public ModelTest {
  protected:
-  Story() : machines(Engine::Family::ipv4, false) {
+  Scenario() : machines(Engine::Family::ipv4, false) {
     config.status = machines.status;
     config.address("eth0", "10.0.0.1");
     machines.addIntf("eth0");
@@ -29,7 +29,7 @@ class Story : public ModelTest {
   Engine machines;
 };
 
-TEST_F(Story, AConfiguredCandidateIsElectedAndOriginatesAndItsRemovalIsAnnounced) {
+TEST_F(Scenario, AConfiguredCandidateIsElectedAndOriginatesAndItsRemovalIsAnnounced) {
   config.bsrGroup("eth0", "239.0.0.0/8");
   EXPECT_EQ(state("239.0.0.0/8"), "pBsr");
   machines.runTo(200);
@@ -42,7 +42,7 @@ TEST_F(Story, AConfiguredCandidateIsElectedAndOriginatesAndItsRemovalIsAnnounced
   EXPECT_FALSE(machines.root->candidateSm(prefix("239.0.0.0/8")));
 }
 
-TEST_F(Story, EachRangeThatAListPermitsHasAMachineAsLongAsItsRuleStands) {
+TEST_F(Scenario, EachRangeThatAListPermitsHasAMachineAsLongAsItsRuleExists) {
   config.rules("scopes", {"permit 239.1.0.0/16", "permit 239.3.0.0/16"});
   config.bsrList("eth0", "scopes");
   EXPECT_TRUE(machines.root->candidateSm(prefix("239.1.0.0/16")));
@@ -52,7 +52,7 @@ TEST_F(Story, EachRangeThatAListPermitsHasAMachineAsLongAsItsRuleStands) {
   EXPECT_TRUE(machines.root->candidateSm(prefix("239.3.0.0/16")));
 }
 
-TEST_F(Story, ACandidateRpWithPriorityHasAMachineUnderItsAddressAndMovesWithIt) {
+TEST_F(Scenario, ACandidateRpWithPriorityHasAMachineUnderItsAddressAndMovesWithIt) {
   auto entry = config.rp("eth0");
   entry->groupRangeIs(prefix("239.0.0.0/8"), true);
   entry->groupRangeOptionsIs(prefix("239.0.0.0/8"))->priorityIs(7);
@@ -62,17 +62,17 @@ TEST_F(Story, ACandidateRpWithPriorityHasAMachineUnderItsAddressAndMovesWithIt) 
   EXPECT_TRUE(machines.root->rpCandidateSm(Bsr::CrpOptions(addr("10.0.0.2"), 7)));
 }
 
-TEST_F(Story, AMessageTurnsBackAtAConfiguredBorder) {
+TEST_F(Scenario, AMessageTurnsBackAtAConfiguredBorder) {
   machines.addIntf("eth1");
-  Bsm told{.groups = {{.prefix = "239.0.0.0/8", .rps = {{"10.1.1.1"}}, .flags = scopedFlag}}};
-  machines.receive(told);
+  Bsm given{.groups = {{.prefix = "239.0.0.0/8", .rps = {{"10.1.1.1"}}, .flags = scopedFlag}}};
+  machines.receive(given);
   EXPECT_EQ(sent(), 2);
   config.border("eth1")->bsrBorderGrpIs(prefix("239.0.0.0/8"), true);
-  machines.receive(told);
+  machines.receive(given);
   EXPECT_EQ(sent(), 3);
 }
 
-TEST_F(Story, ALostAddressEndsTheCandidateAndTheNextOneElectsItAnew) {
+TEST_F(Scenario, ALostAddressEndsTheCandidateAndTheNextOneElectsItAnew) {
   config.bsrGroup("eth0", "239.0.0.0/8");
   machines.runTo(200);
   config.address("eth0", "0.0.0.0");
@@ -82,7 +82,7 @@ TEST_F(Story, ALostAddressEndsTheCandidateAndTheNextOneElectsItAnew) {
   EXPECT_EQ(state("239.0.0.0/8"), "eBsr");
 }
 
-TEST_F(Story, ANewConfigSmOverTheSameStatusKeepsWhatARangeExplainsElected) {
+TEST_F(Scenario, ANewConfigSmOverTheSameStatusKeepsWhatARangeExplainsElected) {
   config.bsrGroup("eth0", "239.0.0.0/8");
   machines.runTo(200);
   int before = sent();
