@@ -177,10 +177,9 @@ void Checker::checkAtMost(std::string const& place, U64 value, U64 most, char co
 }
 
 void Checker::checkRange(std::string const& place, IpGenPrefix const& range) {
-  static IpGenPrefix const groups(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0xe0000000)), 4);
   if (range.af() != Lanet::AddressFamily::ipv4) {
     fault(place, "not of IPv4, which alone is served");
-  } else if (!groups.contains(range)) {
+  } else if (!Lanet::allGroups().contains(range)) {
     fault(place, "no range of multicast groups; a part of 224.0.0.0/4 is valid");
   }
 }

@@ -9,14 +9,10 @@ using host::MessageKind;
 using host::Reception;
 using Lanet::IpGenPrefix;
 
-static IpGenPrefix globalZone() {
-  return IpGenPrefix(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0xe0000000)), 4);
-}
-
 /// The zone of a message is that of its first range if that is scoped (RFC 5059 section 3.1.1).
 static IpGenPrefix zoneOf(Packet::BootstrapMessage const& message) {
   auto first = message.groupRpData() ? message.groupRpData()->groupDataFirst() : nullptr;
-  return first && first->groupFlags().scoped() ? first->prefix() : globalZone();
+  return first && first->groupFlags().scoped() ? first->prefix() : Lanet::allGroups();
 }
 
 static IpGenPrefix zoneOf(Reception const& reception) {

@@ -18,7 +18,6 @@ namespace pimbsr::agent {
 
 static constexpr int protocolPim = 103;
 static constexpr int routingTraffic = 0xc0;  // CS6
-static constexpr Lanet::IpAddr allPimRouters = Lanet::IpAddr::fromHost(0xe000000d);
 /// Room for a burst of a thousand messages or so, if the kernel allows it (net.core.rmem_max).
 static constexpr int receiveBuffer = 1 << 20;
 
@@ -62,7 +61,7 @@ void PimSocketBase::filterIs(FilterProgram program) {
 void PimSocketBase::bindToGroup(std::string const& interface, int index) {
   if (setsockopt(fd(), SOL_SOCKET, SO_BINDTOIFINDEX, &index, sizeof index) < 0)
     fail(fmt::format("binding a PIM socket to {}", interface));
-  sockaddr_in group = socketAddress(allPimRouters);
+  sockaddr_in group = socketAddress(Lanet::allPimRouters);
   if (bind(fd(), reinterpret_cast<sockaddr const*>(&group), sizeof group) < 0)
     fail(fmt::format("binding a PIM socket to 224.0.0.13 on {}", interface));
 }
@@ -79,7 +78,7 @@ PimSocket::PimSocket(std::string const& interface, int index, FilterProgram cons
   dropWaiting();
   filterIs(filter);
   ip_mreqn group{};
-  group.imr_multiaddr.s_addr = allPimRouters.netWord();
+  group.imr_multiaddr.s_addr = Lanet::allPimRouters.netWord();
   group.imr_ifindex = index;
   if (setsockopt(fd(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group) < 0)
     fail(fmt::format("joining 224.0.0.13 on {}", interface));

@@ -25,10 +25,10 @@ void ReplayText::writeRow(TimelineRow const& row) {
 // Messages --------------------------------------------------------------------------------------------
 
 static std::string detailsOf(Packet::BootstrapMessage const& bsm, Reception const& reception) {
-  static Lanet::IpGenAddr const allPimRouters(Lanet::IpAddr::fromHost(0xe000000d));
   std::string details = fmt::format("priority {}, tag {:#06x}", bsm.bsrPriority(), bsm.fragmentTag());
   if (!bsm.forward()) details += ", No-Forward";
-  if (reception.destination != allPimRouters) details += ", to " + textOf(reception.destination);
+  bool isToAllRouters = reception.destination == Lanet::IpGenAddr(Lanet::allPimRouters);
+  if (!isToAllRouters) details += ", to " + textOf(reception.destination);
   return details;
 }
 
