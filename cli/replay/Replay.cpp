@@ -37,7 +37,7 @@ class Replay::Recorder final : public host::ChangeSink {
 Replay::Replay(ReplayOptions const& options, ReplayReport& report, std::ostream& traceOut)
     : options_(options),
       report_(report),
-      world_(std::make_unique<World>(options, traceOut)),
+      world_(std::make_unique<ReplayWorld>(options, traceOut)),
       recorder_(std::make_unique<Recorder>()) {}
 
 Replay::~Replay() = default;

@@ -68,6 +68,8 @@ class ReplayReport {
   virtual void onEnd(ReplayResult const& result) = 0;
 };
 
+class ReplayWorld;
+
 /// Plays a capture through a router that is no candidate anywhere, in virtual time.
 ///
 /// The clock follows the packets' stamps: it stands at the first packet's time if that is a real date, else
@@ -87,13 +89,11 @@ class Replay {
   void play(Capture& capture);
 
  private:
-  class World;
   class Recorder;
 
   void start(Frame const* first);
   void playFrame(Frame const& frame);
   void playIpv4(IpPacket const& packet);
-  void playIpv6(IpPacket const& packet);
   void count(host::Reception const& reception);
   PlayedMessage describe(host::Reception const& reception) const;
   void runTo(double time);
@@ -102,7 +102,7 @@ class Replay {
 
   ReplayOptions const& options_;
   ReplayReport& report_;
-  std::unique_ptr<World> world_;
+  std::unique_ptr<ReplayWorld> world_;
   std::unique_ptr<Recorder> recorder_;
   std::unique_ptr<host::Router> router_;
   std::unique_ptr<host::Observer> observer_;

@@ -3,7 +3,7 @@
 #include <iosfwd>
 #include <map>
 
-#include "cli/replay/Replay.h"
+#include "cli/replay/ReplayOptions.h"
 #include "model/Rpf.h"
 #include "pim/Port.h"
 #include "runtime/Context.h"
@@ -53,9 +53,10 @@ class ReplayContext final : public Zet::Context {
   double startTime_ = firstTime;
 };
 
-class Replay::World {
+/// What surrounds the router of a replay.
+class ReplayWorld {
  public:
-  World(ReplayOptions const& options, std::ostream& traceOut)
+  ReplayWorld(ReplayOptions const& options, std::ostream& traceOut)
       : context(traceOut), rpf(Zet::make<HeardRpfTable>(options.rpf)), intfId("capture") {}
 
   ReplayContext context;
