@@ -15,8 +15,6 @@ static constexpr U8 scopedFlag = 0x01;
 static constexpr U8 bidirFlag = 0x80;
 static constexpr U8 unicastTtl = 64;
 
-static IpAddr allPimRouters() { return IpAddr::fromHost(0xe000000d); }
-
 /// Wraps a message into a packet; the destination is that of PIM routers unless another was given.
 static Inject injectOf(ScenarioLine& line, U32 link, IpAddr from, IpAddr to, std::vector<U8> const& pim) {
   Inject inject{.link = link};
@@ -83,7 +81,7 @@ static Action readBsm(ScenarioLine& line, U32 link, IpAddr from) {
   bsm->hashMaskLenIs(30);
   bsm->fragmentTagIs(1);
   bsm->groupRpDataIs(Zet::make<Packet::BootstrapOptionalData>());
-  IpAddr to = allPimRouters();
+  IpAddr to = Lanet::allPimRouters;
   while (!line.atEnd() && line.peek() != "group") {
     std::string_view key =
         line.option({"to", "bsr", "priority", "hash-mask-length", "tag", "no-forward", "group"});
@@ -142,7 +140,7 @@ static Action readCrpAdv(ScenarioLine& line, U32 link, IpAddr from) {
 
 static Action readHello(ScenarioLine& line, U32 link, IpAddr from) {
   wire::HelloMessage hello{.drPriority = 1, .generationId = 1};
-  IpAddr to = allPimRouters();
+  IpAddr to = Lanet::allPimRouters;
   while (!line.atEnd()) {
     std::string_view key = line.option({"to", "holdtime", "dr-priority", "generation"});
     if (key == "to") to = line.anyAddress(key);

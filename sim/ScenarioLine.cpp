@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "runtime/Exceptions.h"
-#include "sim/ScenarioParser.h"
+#include "sim/ScenarioError.h"
 
 namespace pimbsr::sim {
 
@@ -188,11 +188,10 @@ Lanet::Prefix ScenarioLine::prefix(std::string_view what) {
 }
 
 IpGenPrefix ScenarioLine::range(std::string_view what) {
-  static Lanet::Prefix const allGroups(IpAddr::fromHost(0xe0000000), 4);
   std::string_view text = word(what);
-  if (text == "global") return allGroups;
+  if (text == "global") return Lanet::allGroups();
   std::optional<Lanet::Prefix> prefix = prefixOf(text);
-  if (prefix && allGroups.contains(*prefix)) return *prefix;
+  if (prefix && Lanet::allGroups().contains(*prefix)) return *prefix;
   fail(fmt::format("{}: '{}' is no range of multicast groups such as 239.1.0.0/16, and not 'global'", what,
                    text));
 }

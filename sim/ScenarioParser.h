@@ -2,22 +2,16 @@
 
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "sim/Scenario.h"
+#include "sim/ScenarioError.h"
 
 namespace pimbsr::sim {
 
 struct ScenarioNames;
-
-/// A scenario that can't be followed: "FILE:LINE: what was read, and what would be valid".
-class ScenarioError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// A statement as the manual has it.
 struct StatementForm {
