@@ -32,7 +32,6 @@ class ZoneParts {
   host::BsrCandidacy const* bsrOf(U32 node) const;
   /// The number of the router whose candidacy bsrOf() is.
   U32 bsrNodeOf(U32 node) const;
-  bool samePart(U32 a, U32 b) const { return partOf_[a] == partOf_[b] && partOf_[a] != none; }
 
  private:
   static constexpr U32 none = ~U32{0};

@@ -26,7 +26,7 @@ std::string_view textOf(Loss loss) {
   }
 }
 
-Network::Network(U64 seed) : seed_(seed), dice_(seed), routes_(*this) {}
+Network::Network(U64 seed) : Medium(seed), dice_(seed), routes_(nodes_, links_) {}
 
 Network::~Network() {
   listener_ = nullptr;
@@ -43,7 +43,7 @@ U32 Network::addLink(LinkOptions const& options) {
 
 U32 Network::addNode(NodeOptions const& options, bool started) {
   U32 number = nodeCount();
-  nodes_.emplace_back(*this, number, options);
+  nodes_.emplace_back(*this, *this, number, options);
   if (started) nodes_.back().start();
   return number;
 }

@@ -8,6 +8,7 @@
 #include "sim/EventQueue.h"
 #include "sim/Link.h"
 #include "sim/Listener.h"
+#include "sim/Medium.h"
 #include "sim/Node.h"
 #include "sim/PacketPool.h"
 #include "sim/Random.h"
@@ -26,12 +27,10 @@ namespace pimbsr::sim {
 ///
 /// Routers and links are known by their numbers, which count from 0 in the order in which they were added.
 /// None is ever removed.
-class Network {
+class Network final : public Medium {
  public:
   explicit Network(U64 seed);
   ~Network();
-  Network(Network const&) = delete;
-  Network& operator=(Network const&) = delete;
 
   U32 addLink(LinkOptions const& options);
   /// Adds a router, which starts at once unless told otherwise.
@@ -43,11 +42,7 @@ class Network {
   Node& node(U32 number) { return nodes_[number]; }
   Node const& node(U32 number) const { return nodes_[number]; }
   U32 linkCount() const { return static_cast<U32>(links_.size()); }
-  Link const& link(U32 number) const { return links_[number]; }
-  U64 seed() const { return seed_; }
-  /// The bounds of every router that starts from now on; at first the standard ones. What a configuration
-  /// would check in packets is not checked.
-  host::Screening const& limits() const { return limits_; }
+  /// Sets limits().
   void limitsIs(host::Screening const& limits) { limits_ = limits; }
 
   /// Takes a link down for all that are attached, or up again: their interfaces come and go with it.
@@ -66,8 +61,6 @@ class Network {
   /// before the clock runs is noticed at once.
   void convergenceIs(double seconds) { convergence_ = seconds; }
 
-  /// Seconds since the start.
-  double now() const { return now_; }
   /// When the next event is due; Kiv::never if nothing will ever happen again.
   double nextEvent() const;
   /// Runs one event if one is due not after `time`; false if none is.
@@ -80,9 +73,6 @@ class Network {
   /// Who hears of the kinds given; null for nobody. It outlives the network or is taken away before.
   void listenerIs(Listener* listener, Kinds kinds);
   void tapIs(Tap* tap) { tap_ = tap; }
-  /// The listener if it hears of any of these kinds; else null.
-  Listener* hears(Kinds kinds) const { return (kinds_ & kinds) != 0 ? listener_ : nullptr; }
-  Listener* listener() const { return listener_; }
 
   /// Forgets the packets that routers have counted; of all if none is named.
   void packetCountsClear(std::span<U32 const> nodes);
@@ -91,9 +81,6 @@ class Network {
   U64 exceptions() const;
 
  private:
-  friend class Node;
-  friend class Routes;
-
   /// A packet that arrives at an interface.
   struct Arrival {
     PacketPool::Handle packet;
@@ -101,10 +88,12 @@ class Network {
   };
 
   // For the routers.
-  bool transmit(Node& node, Lanet::IntfId const& intfId, Bytes packet);
-  void wakeupIs(Node const& node, double time);
-  void topologyChanged();
-  void destinationIs(Lanet::IpGenAddr const& address, U32 owner);
+  bool transmit(Node& node, Lanet::IntfId const& intfId, Bytes packet) override;
+  void wakeupIs(Node const& node, double time) override;
+  void topologyChanged() override;
+  void destinationIs(Lanet::IpGenAddr const& address, U32 owner) override;
+  void staticRoutesChanged() override { newDestinations_ = true; }
+  void routesForget(U32 node) override { routes_.forget(node); }
 
   bool route(Node& node, Bytes packet);
   bool putOnLink(Node& node, U32 intf, Bytes packet, Lanet::IpAddr nextHop);
@@ -115,12 +104,8 @@ class Network {
   void forward(Node& node, Bytes packet);
   void lost(Link const* link, Node const* node, Loss loss, Bytes packet);
 
-  U64 seed_;
-  host::Screening limits_ = host::standardLimits;
   Dice dice_;
-  double now_ = 0;
   U64 events_ = 0;
-  std::deque<Link> links_;
   std::deque<Node> nodes_;
   EventQueue<Arrival> arrivals_;
   Wakeups wakeups_;
@@ -130,8 +115,6 @@ class Network {
   double convergesAt_ = Kiv::never;
   bool newDestinations_ = false;
   std::vector<U8> forwarded_;
-  Listener* listener_ = nullptr;
-  Kinds kinds_ = 0;
   Tap* tap_ = nullptr;
 };
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "sim/Network.h"
+#include "sim/Medium.h"
 
 namespace pimbsr::sim {
 
@@ -33,11 +33,11 @@ PacketKind kindOf(Bytes packet) {
 }
 
 void Node::RouterContext::trace(Zet::TraceLine const& line) {
-  if (Listener* listener = node_.network_.listener()) listener->onTrace(node_, line);
+  if (Listener* listener = node_.medium_.listener()) listener->onTrace(node_, line);
 }
 
 void Node::RouterContext::log(Zet::LogHandle const& handle, std::string const& text) {
-  if (Listener* listener = node_.network_.listener()) listener->onLog(node_, handle, text);
+  if (Listener* listener = node_.medium_.listener()) listener->onLog(node_, handle, text);
 }
 
 /// Tells of the neighbours of one interface.
@@ -46,13 +46,13 @@ class Node::IntfWatcher final : public Routing::Pim::Intf::NotifieeConst {
   IntfWatcher(Node& node, U32 intf) : node_(node), intf_(intf) {}
 
   void onNeighbor(IpGenAddr const& address) override {
-    Listener* listener = node_.network_.hears(neighbors);
+    Listener* listener = node_.medium_.hears(neighbors);
     if (listener == nullptr) return;
     bool up = notifier()->neighbor(address) != nullptr;
     listener->onNeighbor(node_, node_.interfaces_[intf_], address, up);
   }
   void onDrAddress() override {
-    Listener* listener = node_.network_.hears(neighbors);
+    Listener* listener = node_.medium_.hears(neighbors);
     if (listener != nullptr) listener->onDr(node_, node_.interfaces_[intf_], notifier()->drAddress());
   }
 
@@ -61,8 +61,8 @@ class Node::IntfWatcher final : public Routing::Pim::Intf::NotifieeConst {
   U32 intf_;
 };
 
-Node::Node(Network& network, U32 id, NodeOptions const& options)
-    : network_(network), id_(id), options_(options), context_(*this, network.seed()) {
+Node::Node(Medium& medium, Network const& network, U32 id, NodeOptions const& options)
+    : medium_(medium), network_(network), id_(id), options_(options), context_(*this, medium.seed()) {
   config_.holdTime = options.holdTime;
   config_.zoneTimeout = options.zoneTimeout;
 }
@@ -75,25 +75,24 @@ Node::~Node() { end(); }
 template <class Act>
 void Node::call(Act const& act) {
   Zet::Context::Scope scope(context_);
-  DropListener::Scope drops(router_->dropListener());
-  context_.nowIs(localTime(network_.now()));
+  context_.nowIs(localTime(medium_.now()));
   act();
   tell();
-  network_.wakeupIs(*this, networkTime(router_->nextExpiry()));
+  medium_.wakeupIs(*this, networkTime(router_->nextExpiry()));
 }
 
 void Node::tell() {
   if (observer_) observer_->flush();
   if (!recorder_.changes.empty()) {
     host::sortByAddress(recorder_.changes);
-    if (Listener* listener = network_.hears(elections | rps)) listener->onChanges(*this, recorder_.changes);
+    if (Listener* listener = medium_.hears(elections | rps)) listener->onChanges(*this, recorder_.changes);
     recorder_.changes.clear();
   }
   if (!config_.candidateBsrs.empty() || !states_.empty()) tellStates();
 }
 
 void Node::tellStates() {
-  Listener* listener = network_.hears(states);
+  Listener* listener = medium_.hears(states);
   std::erase_if(states_, [&](auto const& entry) { return !router_->root()->candidateSm(entry.first); });
   for (auto at = router_->root()->candidateSmIterator(); at; ++at) {
     auto [entry, isNew] = states_.try_emplace(at.key(), at->state());
@@ -122,13 +121,13 @@ void Node::receive(U32 intf, Bytes packet) {
 }
 
 void Node::tellReception(U32 intf, Reception const& reception) {
-  Listener* listener = network_.hears(reception.accepted() ? received : refusals | repeats);
+  Listener* listener = medium_.hears(reception.accepted() ? received : refusals | repeats);
   if (listener != nullptr) listener->onReception(*this, interfaces_[intf], reception);
   for (auto const& [number, packet] : std::exchange(sent_, {})) tellSent(number, packet);
 }
 
 void Node::tellSent(U32 intf, Bytes packet) {
-  Listener* listener = network_.hears(sent);
+  Listener* listener = medium_.hears(sent);
   if (listener == nullptr) return;
   if (receiving_) {
     sent_.emplace_back(intf, std::vector<U8>(packet.begin(), packet.end()));
@@ -151,13 +150,12 @@ void Node::start() {
   host::RouterOptions options{.config = tree_->config(),
                               .clearConfig = tree_->clearConfig(),
                               .accessLists = tree_->accessLists(),
-                              .screening = network_.limits(),
-                              .ownDrops = this};
-  context_.nowIs(localTime(network_.now()));
+                              .screening = medium_.limits()};
+  context_.nowIs(localTime(medium_.now()));
   router_ = std::make_unique<host::Router>(context_, *this, options);
   observe();
   call([&] { build(); });
-  network_.topologyChanged();
+  medium_.topologyChanged();
 }
 
 void Node::build() {
@@ -165,7 +163,7 @@ void Node::build() {
   router_->handleAddressChange(loopbackId());
   for (U32 intf = 0; intf < interfaces_.size(); ++intf) {
     writeLocalRoute(interfaces_[intf].address);
-    if (network_.link(interfaces_[intf].link).up) bringUp(intf);
+    if (medium_.link(interfaces_[intf].link).up) bringUp(intf);
   }
   writeStaticRoutes();
   tree_->apply(context_, configurationOf(config_));
@@ -176,13 +174,13 @@ void Node::stop() {
   observer_ = nullptr;
   call([&] { router_->sayFarewell(); });
   end();
-  network_.topologyChanged();
+  medium_.topologyChanged();
 }
 
 void Node::crash() {
   if (!router_) return;
   end();
-  network_.topologyChanged();
+  medium_.topologyChanged();
 }
 
 void Node::end() {
@@ -195,12 +193,12 @@ void Node::end() {
   router_ = nullptr;
   tree_ = nullptr;
   states_.clear();
-  network_.routes_.forget(id_);
-  network_.wakeupIs(*this, Kiv::never);
+  medium_.routesForget(id_);
+  medium_.wakeupIs(*this, Kiv::never);
 }
 
 void Node::observe() {
-  bool wanted = network_.hears(elections | rps) != nullptr;
+  bool wanted = medium_.hears(elections | rps) != nullptr;
   if (!wanted) {
     observer_ = nullptr;
   } else if (router_ && !observer_) {
@@ -220,7 +218,7 @@ U32 Node::addInterface(U32 link, InterfaceOptions const& options) {
   if (!router_) return number;
   call([&] {
     writeLocalRoute(interfaces_[number].address);
-    if (network_.link(link).up) bringUp(number);
+    if (medium_.link(link).up) bringUp(number);
   });
   return number;
 }
@@ -232,7 +230,7 @@ void Node::linkUpIs(U32 intf, bool up) {
 
 void Node::bringUp(U32 intf) {
   NodeInterface const& own = interfaces_[intf];
-  LinkOptions const& link = network_.link(own.link).options;
+  LinkOptions const& link = medium_.link(own.link).options;
   router_->routeIs(link.prefix, {.type = RouteType::connected, .intfId = own.intfId});
   router_->interfaceIs(own.intfId, link.mtu, {.drPriority = own.drPriority});
   watchers_[intf] = Zet::make<IntfWatcher>(*this, intf);
@@ -243,7 +241,7 @@ void Node::takeDown(U32 intf) {
   if (watchers_[intf]) watchers_[intf]->notifierIs(nullptr);
   watchers_[intf] = nullptr;
   router_->interfaceDel(interfaces_[intf].intfId);
-  router_->routeDel(network_.link(interfaces_[intf].link).options.prefix);
+  router_->routeDel(medium_.link(interfaces_[intf].link).options.prefix);
 }
 
 void Node::writeLocalRoute(IpGenAddr const& address) {
@@ -254,7 +252,7 @@ void Node::writeLocalRoute(IpGenAddr const& address) {
 void Node::writeStaticRoutes() {
   for (auto const& [prefix, via] : config_.routes) {
     auto leadsThere = [&, nextHop = via](NodeInterface const& intf) {
-      Link const& link = network_.link(intf.link);
+      Link const& link = medium_.link(intf.link);
       return link.up && link.options.prefix.contains(nextHop);
     };
     auto intf = std::find_if(interfaces_.begin(), interfaces_.end(), leadsThere);
@@ -288,13 +286,13 @@ void Node::writeRoutes(std::span<FoundRoute const> changed) {
 
 void Node::routeIs(Lanet::Prefix const& prefix, Lanet::IpAddr nextHop) {
   config_.routes[prefix] = nextHop;
-  network_.newDestinations_ = true;  // a found route to the same prefix gives way
+  medium_.staticRoutesChanged();  // a found route to the same prefix gives way
 }
 
 void Node::routeDel(Lanet::Prefix const& prefix) {
   if (config_.routes.erase(prefix) == 0) return;
   if (router_) call([&] { router_->routeDel(prefix); });
-  network_.newDestinations_ = true;
+  medium_.staticRoutesChanged();
 }
 
 // Configuration ---------------------------------------------------------------------------------------
@@ -362,7 +360,7 @@ void Node::configIs(NodeConfig const& wanted) {
   if (auto faults = host::check(configuration); !faults.empty()) throw ConfigRefused(faults);
   config_ = wanted;
   auto reach = [this](IpGenAddr const& address) {
-    if (!address.isEmpty()) network_.destinationIs(address, id_);
+    if (!address.isEmpty()) medium_.destinationIs(address, id_);
   };
   for (auto const& [zone, candidacy] : config_.candidateBsrs) reach(candidacy.address);
   for (auto const& [key, candidacy] : config_.candidateRps) reach(candidacy.address);
@@ -432,7 +430,7 @@ void Node::addressIs(U32 intf, IpGenAddr const& address) {
     if (candidacy.intfId == own.intfId) candidacy.address = address;
     config_.candidateRps[{key.first, candidacy.address}] = candidacy;
   }
-  if (!address.isEmpty()) network_.destinationIs(address, id_);
+  if (!address.isEmpty()) medium_.destinationIs(address, id_);
   if (!router_) return;
   call([&] {
     if (!former.isEmpty()) router_->routeDel({former.v4Addr(), 32});
@@ -449,7 +447,7 @@ U32 Node::interfaceNumber(IntfId const& intfId) const {
   return static_cast<U32>(at - interfaces_.begin());
 }
 
-bool Node::send(IntfId const& intfId, Bytes packet) { return network_.transmit(*this, intfId, packet); }
+bool Node::send(IntfId const& intfId, Bytes packet) { return medium_.transmit(*this, intfId, packet); }
 
 IpGenAddr Node::primaryAddress(IntfId const& intfId) const {
   if (intfId == loopbackId()) return options_.loopback;

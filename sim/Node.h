@@ -17,10 +17,11 @@
 #include "sim/Link.h"
 #include "sim/Listener.h"
 #include "sim/Random.h"
-#include "sim/Routes.h"
+#include "sim/Route.h"
 
 namespace pimbsr::sim {
 
+class Medium;
 class Network;
 
 /// What a router of a network is given when it is made.
@@ -97,8 +98,8 @@ class ConfigRefused : public std::runtime_error {
 /// router itself. It starts running; what is configured while it does not counts from its next start on.
 class Node final : public pim::Port, private host::OwnDropSink {
  public:
-  /// The network outlives it.
-  Node(Network& network, U32 id, NodeOptions const& options);
+  /// `medium` is the network as its routers use it. Both outlive the router.
+  Node(Medium& medium, Network const& network, U32 id, NodeOptions const& options);
   ~Node() override;
 
   Network const& network() const { return network_; }
@@ -203,7 +204,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   void writeLocalRoute(Lanet::IpGenAddr const& address);
   void writeStaticRoutes();
 
-  Network& network_;
+  Medium& medium_;
+  Network const& network_;
   U32 id_;
   NodeOptions options_;
   NodeConfig config_;

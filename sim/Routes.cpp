@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "sim/Network.h"
+#include "sim/Node.h"
 
 namespace pimbsr::sim {
 
@@ -14,10 +14,10 @@ static constexpr U32 unreached = ~U32{0};
 void Routes::destinationIs(IpAddr address, U32 owner) { destinations_[address].owner = owner; }
 
 void Routes::notice() {
-  runs_.resize(network_.nodeCount());
-  for (U32 node = 0; node < runs_.size(); ++node) runs_[node] = network_.node(node).isRunning();
-  up_.resize(network_.linkCount());
-  for (U32 link = 0; link < up_.size(); ++link) up_[link] = network_.link(link).up;
+  runs_.resize(nodes_.size());
+  for (U32 node = 0; node < runs_.size(); ++node) runs_[node] = nodes_[node].isRunning();
+  up_.resize(links_.size());
+  for (U32 link = 0; link < up_.size(); ++link) up_[link] = links_[link].up;
 }
 
 void Routes::forget(U32 node) {
@@ -28,31 +28,31 @@ void Routes::forget(U32 node) {
 
 void Routes::update() {
   for (auto& [address, destination] : destinations_) find(address, destination);
-  for (U32 number = 0; number < network_.nodeCount(); ++number) write(network_.node(number));
+  for (U32 number = 0; number < nodes_.size(); ++number) write(nodes_[number]);
 }
 
 // Shortest paths --------------------------------------------------------------------------------------
 
 void Routes::find(IpAddr address, Destination& destination) {
-  destination.found.assign(network_.nodeCount(), {});
-  destination.written.resize(network_.nodeCount());
+  destination.found.assign(nodes_.size(), {});
+  destination.written.resize(nodes_.size());
   if (!runs(destination.owner)) return;
   measure(destination.owner);
   for (U32 node = 0; node < destination.found.size(); ++node) {
-    if (node != destination.owner) destination.found[node] = wayFrom(network_.node(node), address);
+    if (node != destination.owner) destination.found[node] = wayFrom(nodes_[node], address);
   }
 }
 
 /// Counts the hops of every router and link, in a search that spreads out from one router.
 void Routes::measure(U32 owner) {
-  nodeHops_.assign(network_.nodeCount(), unreached);
-  linkHops_.assign(network_.linkCount(), unreached);
-  nearest_.assign(network_.linkCount(), {});
+  nodeHops_.assign(nodes_.size(), unreached);
+  linkHops_.assign(links_.size(), unreached);
+  nearest_.assign(links_.size(), {});
   frontier_.assign(1, owner);
   nodeHops_[owner] = 0;
   for (std::size_t i = 0; i < frontier_.size(); ++i) {
     U32 node = frontier_[i];
-    for (NodeInterface const& intf : network_.node(node).interfaces()) {
+    for (NodeInterface const& intf : nodes_[node].interfaces()) {
       if (!isUp(intf.link)) continue;
       if (linkHops_[intf.link] == unreached) {
         nearest_[intf.link] = intf.address.v4Addr();
@@ -67,7 +67,7 @@ void Routes::measure(U32 owner) {
 /// Goes on from a link to all routers on it that have not been reached.
 void Routes::reach(U32 link, U32 hops) {
   linkHops_[link] = hops;
-  for (Attachment const& at : network_.link(link).attached) {
+  for (Attachment const& at : links_[link].attached) {
     if (nodeHops_[at.node] != unreached || !runs(at.node)) continue;
     nodeHops_[at.node] = hops + 1;
     frontier_.push_back(at.node);
@@ -81,7 +81,7 @@ Way Routes::wayFrom(Node const& node, IpAddr destination) const {
   for (U32 intf = 0; intf < node.interfaces().size(); ++intf) {
     U32 link = node.interfaces()[intf].link;
     if (!isUp(link)) continue;
-    if (network_.link(link).options.prefix.contains(destination)) return {};
+    if (links_[link].options.prefix.contains(destination)) return {};
     if (linkHops_[link] + 1 != hops || (best.hops != 0 && best.nextHop < nearest_[link])) continue;
     best = {hops, intf, nearest_[link]};
   }
@@ -116,7 +116,7 @@ std::optional<NextHop> Routes::nextHop(Node const& node, IpAddr destination) con
     if (way.hops != 0) take({destination, 32}, way.intf, way.nextHop);
   }
   for (U32 intf = 0; intf < node.interfaces().size(); ++intf) {
-    Link const& link = network_.link(node.interfaces()[intf].link);
+    Link const& link = links_[node.interfaces()[intf].link];
     if (!link.up) continue;
     take(link.options.prefix, intf, destination);
     for (auto const& [prefix, via] : node.config().routes) {

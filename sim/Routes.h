@@ -1,36 +1,17 @@
 #pragma once
 
+#include <deque>
 #include <map>
 #include <optional>
 #include <vector>
 
 #include "model/Lanet.h"
-#include "model/Slosh.h"
-#include "sim/EventQueue.h"
+#include "sim/Link.h"
+#include "sim/Route.h"
 
 namespace pimbsr::sim {
 
-class Network;
 class Node;
-
-/// Where a router sends a packet next.
-struct NextHop {
-  U32 intf = 0;
-  Lanet::IpAddr address;
-};
-
-/// A router's way to one address; no hops for none.
-struct Way {
-  U32 hops = 0;
-  U32 intf = 0;
-  Lanet::IpAddr nextHop;
-  bool operator==(Way const&) const = default;
-};
-
-struct FoundRoute {
-  Lanet::IpAddr destination;
-  Way way;
-};
 
 /// The unicast routes of a network, as a routing protocol finds them: shortest paths by hops over links that
 /// are up and routers that run, and among equal ones the neighbour with the lowest address.
@@ -41,7 +22,8 @@ struct FoundRoute {
 /// change of its links and routers is noticed; until then routes lead where they led.
 class Routes {
  public:
-  explicit Routes(Network& network) : network_(network) {}
+  /// Both outlive it; they grow, and what is in them keeps its number.
+  Routes(std::deque<Node>& nodes, std::deque<Link> const& links) : nodes_(nodes), links_(links) {}
 
   /// Adds an address that routes are to lead to, before the next update().
   void destinationIs(Lanet::IpAddr address, U32 owner);
@@ -69,7 +51,8 @@ class Routes {
   bool runs(U32 node) const { return node < runs_.size() && runs_[node]; }
   bool isUp(U32 link) const { return link < up_.size() && up_[link]; }
 
-  Network& network_;
+  std::deque<Node>& nodes_;
+  std::deque<Link> const& links_;
   std::map<Lanet::IpAddr, Destination> destinations_;
   // What has been noticed.
   std::vector<bool> runs_;
