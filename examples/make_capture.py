@@ -4,7 +4,7 @@
     make_capture.py            write every file into the tree
     make_capture.py --check    say which files differ from what would be written; exit 1 if any does
 
-The example tells a quarter of an hour on a LAN where a router listens that is no candidate anywhere. Nothing
+The example shows a quarter of an hour on a LAN where a router listens that is no candidate anywhere. Nothing
 was recorded: every byte is built here, from RFC 5059 section 4 and RFC 7761 section 4.9, and two runs write
 the same bytes.
 """
@@ -46,15 +46,15 @@ class Host(NamedTuple):
 
 
 class Rp(NamedTuple):
-    """One RP record. A hold time of 0 withdraws the RP."""
+    """One RP record. A holdtime of 0 withdraws the RP."""
 
     address: str
-    hold_time: int = 150
+    holdtime: int = 150
     priority: int = 10
 
 
 class Range(NamedTuple):
-    """One group record with the RPs of this fragment; rp_count is told where other fragments carry more."""
+    """One group record with the RPs of this fragment; rp_count is given where other fragments carry more."""
 
     prefix: str
     rps: tuple = ()
@@ -128,17 +128,17 @@ def bootstrap(bsm):
         total = held if group.rp_count is None else group.rp_count
         body += encoded_group(group.prefix, group.flags) + struct.pack("!BBH", total, held, 0)
         for rp in group.rps:
-            body += encoded_unicast(rp.address) + struct.pack("!HBB", rp.hold_time, rp.priority, 0)
+            body += encoded_unicast(rp.address) + struct.pack("!HBB", rp.holdtime, rp.priority, 0)
     return pim(BOOTSTRAP, body, NO_FORWARD if bsm.no_forward else 0)
 
 
 def candidate_rp_advertisement(rp, prefixes):
-    body = struct.pack("!BBH", len(prefixes), rp.priority, rp.hold_time) + encoded_unicast(rp.address)
+    body = struct.pack("!BBH", len(prefixes), rp.priority, rp.holdtime) + encoded_unicast(rp.address)
     return pim(CRP_ADV, body + b"".join(encoded_group(prefix) for prefix in prefixes))
 
 
 def hello_body(generation_id):
-    """The options that every router sends: hold time, DR priority, generation ID."""
+    """The options that every router sends: holdtime, DR priority, generation ID."""
     return struct.pack("!HHH HHI HHI", 1, 2, 105, 19, 4, 1, 20, 4, generation_id)
 
 
@@ -167,13 +167,13 @@ def mac_of_multicast(address):
 
 
 def to_group(time, sender, message, group=ALL_PIM_ROUTERS):
-    """What a neighbour sends to a multicast group of the link."""
+    """What a neighbor sends to a multicast group of the link."""
     packet = ipv4(sender.ip, group, PROTOCOL_PIM, message, ttl=1)
     return Packet(time, sender.mac, mac_of_multicast(group), IPV4, packet)
 
 
 def to_host(time, sender, receiver, message):
-    """What a neighbour sends to one station of the link."""
+    """What a neighbor sends to one station of the link."""
     packet = ipv4(sender.ip, receiver.ip, PROTOCOL_PIM, message, ttl=1)
     return Packet(time, sender.mac, receiver.mac, IPV4, packet)
 
@@ -190,10 +190,10 @@ def hello(time, sender, generation_id):
 
 
 # --------------------------------------------------------------------------------------------------
-# The story. Times are in seconds after the first packet.
+# The course of events. Times are in seconds after the first packet.
 # --------------------------------------------------------------------------------------------------
 
-# The link: two neighbours, and the router that listens.
+# The link: two neighbors, and the router that listens.
 EAST = Host("192.0.2.1", "00:00:5e:00:53:01")
 WEST = Host("192.0.2.2", "00:00:5e:00:53:02")
 LISTENER = Host("192.0.2.9", "00:00:5e:00:53:09")
@@ -224,7 +224,7 @@ def every_minute(first, last):
 
 
 def hellos():
-    """Each neighbour greets every 30 seconds; the western one restarts once, with a new generation ID."""
+    """Each neighbor sends a Hello every 30 seconds; the western one restarts once, with a new ID."""
     packets = [hello(30.0 * n, EAST, EAST_GENERATION) for n in range(31)]
     packets += [hello(0.7 + 30 * n, WEST, WEST_GENERATION) for n in range(6)]
     packets += [hello(RESTART + 30 * n, WEST, WEST_RESTARTED) for n in range(25)]
@@ -235,8 +235,8 @@ def hellos():
 SMALL_RANGE = Range("233.252.0.0/24", (rp(3, priority=5),))
 ALL_THREE = (Range(GLOBAL, (rp(1), rp(2, priority=20))), SMALL_RANGE)
 # Then the second RP withdraws itself.
-ONE_WITHDRAWN = (Range(GLOBAL, (rp(1), rp(2, hold_time=0, priority=20))), SMALL_RANGE)
-# From then on the second RP isn't named, nor is the third one, which nobody withdrew: it has to age out.
+ONE_WITHDRAWN = (Range(GLOBAL, (rp(1), rp(2, holdtime=0, priority=20))), SMALL_RANGE)
+# From then on the second RP isn't named, nor is the third one, which was not withdrawn: it has to expire.
 ONE_LEFT = (Range(GLOBAL, (rp(1),)),)
 
 
@@ -245,9 +245,9 @@ def old_bsm(number, ranges=ALL_THREE, **values):
 
 
 def first_global_bsr():
-    """The BSR that the listener finds when it comes up. Its messages come by way of the eastern neighbour."""
+    """The BSR that the listener finds when it comes up. Its messages come by way of the eastern neighbor."""
     return [
-        # The neighbour has heard the listener's first Hello and hands it what is known.
+        # The neighbor has heard the listener's first Hello and hands it what is known.
         to_group(1.500, EAST, bootstrap(old_bsm(0, no_forward=True))),
         to_group(10.110, EAST, bootstrap(old_bsm(1))),
         to_group(70.110, EAST, bootstrap(old_bsm(2))),
@@ -261,7 +261,7 @@ def first_global_bsr():
 
 
 def second_global_bsr():
-    """A BSR of higher priority appears behind the western neighbour, with one old RP and one of its own."""
+    """A BSR of higher priority appears beyond the western neighbor, with one old RP and one of its own."""
     packets = []
     for number, time in enumerate(every_minute(369.630, 849.630), start=1):
         kept = rp(1) if time < 600 else rp(1, priority=1)
@@ -296,7 +296,7 @@ def region_zone():
 
 def site_zone():
     """A scoped zone whose BSR is heard four times and then never again."""
-    ranges = (Range(SITE, (rp(21), rp(22, hold_time=100)), ADMIN_SCOPE),)
+    ranges = (Range(SITE, (rp(21), rp(22, holdtime=100)), ADMIN_SCOPE),)
     return [
         to_group(time, WEST, bootstrap(Bsm(BSR_SITE, 0, 0x0400 + number, ranges)))
         for number, time in enumerate(every_minute(30.350, 210.350), start=1)
@@ -305,7 +305,7 @@ def site_zone():
 
 def candidate_rps():
     """Candidate RPs advertise themselves to the BSR, across the link. The listener has no use for that."""
-    leaving = rp(2, hold_time=0, priority=20)
+    leaving = rp(2, holdtime=0, priority=20)
     return [
         advertisement(40.500, WEST, EAST, BSR_OLD, rp(1)),
         advertisement(125.500, WEST, EAST, BSR_OLD, leaving),
@@ -319,15 +319,15 @@ def damaged(message):
 
 
 def strays():
-    """What a follower has to refuse, and what is no business of its own."""
+    """Messages that a follower has to drop, and messages that don't concern it."""
     return [
         to_group(45.000, WEST, shared_tree_join(EAST.ip, "233.252.0.7", rp(3).address)),
         Packet(50.000, EAST.mac, "33:33:00:00:00:0d", IPV6, ipv6_hello("fe80::1", EAST_GENERATION)),
-        # The same message as 20 ms before, forwarded by the neighbour that isn't the way to the BSR.
+        # The same message as 20 ms before, forwarded by the neighbor that isn't the way to the BSR.
         to_group(70.130, WEST, bootstrap(old_bsm(2))),
         to_group(95.000, EAST, bootstrap(old_bsm(2)), group=ALL_SYSTEMS),
         to_host(100.000, EAST, LISTENER, bootstrap(old_bsm(2, no_forward=True))),
-        # The western neighbour has restarted, so the eastern one hands it, not the listener, what is known.
+        # The western neighbor has restarted, so the eastern one hands it, not the listener, what is known.
         to_group(RESTART + 0.7, EAST, bootstrap(old_bsm(3, ONE_WITHDRAWN, no_forward=True))),
         to_group(215.000, EAST, bootstrap(old_bsm(4, ONE_LEFT, hash_mask_len=33))),
         to_group(255.000, EAST, damaged(bootstrap(old_bsm(5, ONE_LEFT)))),

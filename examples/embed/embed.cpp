@@ -1,4 +1,4 @@
-// A routing agent that follows the elected BSR, in as few lines as it takes: a port, RPF neighbours, a clock.
+// A routing agent that follows the elected BSR, in as few lines as it takes: a port, RPF neighbors, a clock.
 
 #include <host/Router.h>
 
@@ -19,7 +19,7 @@ struct Port : pimbsr::pim::Port {
 
 struct Rpf : Routing::Pim::PimRpfTable {
   Routing::Pim::RpfLookupResult doLookup(IpGenAddr const&, IpGenAddr const&) override {
-    return {IpGenAddr::parse("192.0.2.1")};  // the neighbour on your unicast route towards that address
+    return {IpGenAddr::parse("192.0.2.1")};  // the neighbor on your unicast route towards that address
   }
 };
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-/// A Bootstrap Message as a neighbour would send it: BSR 198.51.100.1 with one RP for all groups.
+/// A Bootstrap Message as a neighbor would send it: BSR 198.51.100.1 with one RP for all groups.
 inline std::vector<Zet::U8> bootstrapPacket() {
   namespace Packet = Routing::Pim::Packet;
   auto group = Zet::make<Packet::BootstrapGroupData>(Lanet::IpGenPrefix::parse("224.0.0.0/4"));
