@@ -12,7 +12,7 @@ import time
 LAB = pathlib.Path(__file__).resolve().parents[1] / "lab"
 sys.path.insert(0, str(LAB))
 
-from lab import LabFault  # noqa: E402
+from lab import LabError  # noqa: E402
 
 CLIENTS = pathlib.Path(__file__).with_name("clients.py")
 FORWARDED = pathlib.Path(__file__).with_name("forwarded.py")
@@ -43,13 +43,13 @@ class Flood:
             words += [f"--{name}", str(value)]
         self.process = subprocess.Popen(words, stdout=subprocess.PIPE, text=True)
         if not self.process.stdout.readline():
-            raise LabFault(f"{' '.join(words)} ended with {self.process.wait()}")
+            raise LabError(f"{' '.join(words)} ended with {self.process.wait()}")
 
     def result(self):
         """Waits for the end; returns `packets`, `bytes`, `seconds` and `worstLateness`."""
         output, _ = self.process.communicate()
         if self.process.returncode != 0:
-            raise LabFault(f"a sender ended with {self.process.returncode}")
+            raise LabError(f"a sender ended with {self.process.returncode}")
         return json.loads(output)
 
     def close(self):

@@ -84,7 +84,7 @@ class AttackTest(unittest.TestCase):
         failed = any(fault for _, fault in self._outcome.result.failures + self._outcome.result.errors)
         try:
             if failed:
-                lab.tell()
+                lab.report()
         finally:
             lab.close()
 

@@ -1,7 +1,7 @@
 """What README.md and docs/*.md name is there, and what they show is what the command does.
 
 Usage: docs_test.py PIMBSR ROOT: the built command, with its build's CTestTestfile.cmake beside it, and the
-source tree. Prints "page:line: what is wrong" for each fault and fails if there is one."""
+source tree. Prints "page:line: what is wrong" for each error and fails if there is one."""
 
 import os
 import pathlib
@@ -30,7 +30,7 @@ ELSEWHERE = [
     (r"g\+\+ .*pkg-config --cflags --libs pimbsr-host.*", "test: install-embed"),
     (r"pkg-config --cflags --libs pimbsr(-host)?", "test: install-embed"),
 ]
-# Code that stands in a page and in a file, and is the same in both.
+# Code that is in a page and in a file, the same in both.
 COPIES = [("README.md", "cpp", "examples/embed/embed.cpp")]
 SOURCES = (".h", ".cpp", ".zet", ".py", ".cmake", ".txt", ".in", ".sh")
 LANGUAGES = {"sh", "console", "cpp", "cmake", "text"}
@@ -54,7 +54,7 @@ class Page:
             prose.append(line)
         self.prose = prose
 
-    def fault(self, line, text):
+    def error(self, line, text):
         return f"{self.name}:{line}: {text}"
 
 
@@ -94,7 +94,7 @@ def headings(path):
     return {re.sub(r"[^\w\- ]", "", title.lower()).replace(" ", "-") for title in titles}
 
 
-def link_fault(page, target):
+def link_error(page, target):
     file, _, anchor = target.partition("#")
     path = page.path.parent / file if file else page.path
     if not path.exists():
@@ -104,8 +104,8 @@ def link_fault(page, target):
     return None
 
 
-def named_faults(tree, quoted):
-    """Faults of one text in backticks: `file: name, name`, a path, or names."""
+def named_errors(tree, quoted):
+    """Errors of one text in backticks: `file: name, name`, a path, or names."""
     if match := re.fullmatch(r"([\w./-]+\.\w+): (.+)", quoted):
         path = tree.root / match[1]
         if not path.is_file():
@@ -122,10 +122,10 @@ def named_faults(tree, quoted):
 def check_names(page, tree):
     for number, line in enumerate(page.prose, 1):
         for target in re.findall(r"\]\(([^)\s]+)\)", line):
-            if "://" not in target and (fault := link_fault(page, target)):
-                yield page.fault(number, fault)
+            if "://" not in target and (error := link_error(page, target)):
+                yield page.error(number, error)
         for quoted in re.findall(r"`([^`]+)`", line):
-            yield from (page.fault(number, fault) for fault in named_faults(tree, quoted))
+            yield from (page.error(number, error) for error in named_errors(tree, quoted))
 
 
 def check_map(page):
@@ -136,9 +136,9 @@ def check_map(page):
             continue
         departs = re.search(r"\bdeparts: \w", cells[1]) if len(cells) == 3 else None
         if len(cells) != 3 or not re.search(r"`\S+: \S", cells[1]):
-            yield page.fault(number, "a row is: what is asked, `file: function`, `file: Suite.Name`")
+            yield page.error(number, "a row is: what is asked, `file: function`, `file: Suite.Name`")
         elif not departs and not re.search(r"`tests/\S+: \w+\.\w", cells[2]):
-            yield page.fault(number, "a row without test and without departure")
+            yield page.error(number, "a row without test and without deviation")
 
 
 def commands(language, text):
@@ -161,7 +161,7 @@ def matches(shown, printed):
     return re.fullmatch(pattern, printed.rstrip("\n") + "\n") is not None
 
 
-def command_fault(tree, pimbsr, command, shown):
+def command_error(tree, pimbsr, command, shown):
     for pattern, answer in ELSEWHERE:
         if re.fullmatch(pattern, command):
             kind, _, value = answer.partition(": ")
@@ -182,20 +182,20 @@ def command_fault(tree, pimbsr, command, shown):
 def check_blocks(page, tree, pimbsr):
     for number, (before, line) in enumerate(zip([""] + page.prose, page.prose), 1):
         if re.match(r" {4}\S", line) and not before.strip():
-            yield page.fault(number, "a block that is indented and not fenced, so that nobody runs it")
+            yield page.error(number, "a block that is indented and not fenced, so that it is never run")
     for number, language, text in page.blocks:
         if language not in LANGUAGES:
-            yield page.fault(number, f"a block of {language or 'no language'}")
+            yield page.error(number, f"a block of {language or 'no language'}")
         if language in ("sh", "console"):
             for command, shown in commands(language, text):
-                if fault := command_fault(tree, pimbsr, command, shown):
-                    yield page.fault(number, fault)
+                if error := command_error(tree, pimbsr, command, shown):
+                    yield page.error(number, error)
         for name, copied, file in COPIES:
             if (page.name, language) == (name, copied) and text != (tree.root / file).read_text():
-                yield page.fault(number, f"differs from {file}")
+                yield page.error(number, f"differs from {file}")
 
 
-def faults(pimbsr, root):
+def errors(pimbsr, root):
     tree = Tree(root, (pimbsr.parent / "CTestTestfile.cmake").read_text())
     for path in [root / "README.md", *sorted((root / "docs").glob("*.md"))]:
         page = Page(root, path)
@@ -206,6 +206,6 @@ def faults(pimbsr, root):
 
 
 if __name__ == "__main__":
-    found = list(faults(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve()))
+    found = list(errors(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve()))
     print("\n".join(found) if found else "all as it is written")
     sys.exit(1 if found else 0)

@@ -48,7 +48,7 @@ in_root dpkg-query --show --showformat='${Conffiles}' pimbsr | grep /etc/pimbsr/
 if in_root ldd /usr/bin/pimbsr | grep "not found"; then fail "libraries are missing"; fi
 in_root /usr/bin/pimbsr --version
 if command -v systemd-analyze >/dev/null; then
-  in_root systemd-analyze verify --man=no pimbsr.service || fail "the service file has faults"
+  in_root systemd-analyze verify --man=no pimbsr.service || fail "the service file has errors"
 fi
 
 # Running, as the service does -----------------------------------------------------------------------------
@@ -58,7 +58,7 @@ ip address add 192.0.2.1/24 dev eth0
 ip link set eth0 up
 ip link set peer0 up
 
-in_root pimbsr check /etc/pimbsr/pimbsr.toml || fail "the example is faulty"
+in_root pimbsr check /etc/pimbsr/pimbsr.toml || fail "the example has errors"
 in_root install -d -o pimbsr -g pimbsr -m 0711 /run/pimbsr
 in_root install -d -o pimbsr -g pimbsr -m 0750 /var/lib/pimbsr
 readers=$(in_root getent group pimbsr-read | cut -d: -f3)

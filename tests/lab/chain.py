@@ -5,7 +5,7 @@ Usage: chain.py PIMBSR. Prints each router's `show bsr` and `show rp-set`."""
 import pathlib
 import sys
 
-from lab import Lab, LabFault, wait_until, why_not
+from lab import Lab, LabError, wait_until, why_not
 
 BSR = '[[candidate-bsr]]\ninterface = "lo"\npriority = {}\n'
 RP = '[[candidate-rp]]\ninterface = "lo"\npriority = {}\n'
@@ -38,5 +38,5 @@ if __name__ == "__main__":
         sys.exit(f"scripts/lab: {reason}; it needs root and network namespaces")
     try:
         main(sys.argv[1])
-    except LabFault as fault:
-        sys.exit(f"scripts/lab: {fault}")
+    except LabError as error:
+        sys.exit(f"scripts/lab: {error}")

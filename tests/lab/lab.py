@@ -18,20 +18,20 @@ CLOCK_RATE = 50
 TYPES = {"0": "Hello", "4": "Bootstrap", "8": "Candidate-RP-Advertisement"}
 
 
-class LabFault(Exception):
+class LabError(Exception):
     """Something of the lab itself went wrong, or what was waited for did not come."""
 
 
 def run(*words, check=True):
-    done = subprocess.run([str(word) for word in words], capture_output=True, text=True)
+    done = subprocess.run([str(part) for part in words], capture_output=True, text=True)
     if check and done.returncode != 0:
-        raise LabFault(f"{' '.join(map(str, words))}: {done.stderr.strip()}")
+        raise LabError(f"{' '.join(map(str, words))}: {done.stderr.strip()}")
     return done.stdout
 
 
 def why_not():
     """Why no lab can run here; None if one can. A namespace that can be made can't always be entered: in some
-    containers and chroots mounting /sys in it is refused."""
+    containers and chroots mounting /sys in it fails."""
     if os.geteuid() != 0:
         return "not root"
     name = f"pimbsr-try-{os.getpid()}"
@@ -41,8 +41,8 @@ def why_not():
             run("ip", "netns", "exec", name, "true")
         finally:
             run("ip", "netns", "del", name)
-    except (OSError, LabFault) as fault:
-        return f"no network namespaces: {fault}"
+    except (OSError, LabError) as error:
+        return f"no network namespaces: {error}"
     return None
 
 
@@ -53,7 +53,7 @@ def wait_until(holds, what, seconds=20):
         if result := holds():
             return result
         if time.monotonic() > end:
-            raise LabFault(f"waited {seconds} s in vain until {what}")
+            raise LabError(f"waited {seconds} s in vain until {what}")
         time.sleep(0.02)
 
 
@@ -127,7 +127,7 @@ class Router:
             self.agent = Agent(self.namespace, words, log or file)
         wait_until(lambda: self.is_answering() or not self.agent.is_running(), f"{self.name} answers", 60)
         if not self.agent.is_running():
-            raise LabFault(f"{self.name} ended at once:\n{self.log.read_text()}")
+            raise LabError(f"{self.name} ended at once:\n{self.log.read_text()}")
 
     def is_answering(self):
         if not self.socket.exists():
@@ -138,7 +138,7 @@ class Router:
         """Ends the agent in order; returns how long that took."""
         status, seconds = self.agent.end(seconds=60 if self.lab.wrapper else 10)
         if status != 0:
-            raise LabFault(f"{self.name} ended with {status}:\n{self.log.read_text()}")
+            raise LabError(f"{self.name} ended with {status}:\n{self.log.read_text()}")
         self.agent = None
         return seconds
 
@@ -153,7 +153,7 @@ class Router:
         if done.returncode == 0:
             return done.stdout
         if check:
-            raise LabFault(f"{self.name}: {' '.join(map(str, words))}: {done.stdout}{done.stderr}")
+            raise LabError(f"{self.name}: {' '.join(map(str, words))}: {done.stdout}{done.stderr}")
         return None
 
     def show(self, *what):
@@ -187,14 +187,14 @@ class Lab:
     def __enter__(self):
         return self
 
-    def __exit__(self, kind, fault, trace):
+    def __exit__(self, kind, error, trace):
         try:
             if kind is not None:
-                self.tell()
-        finally:  # also where nobody reads what is told
+                self.report()
+        finally:  # also where the report is not read
             self.close()
 
-    def tell(self):
+    def report(self):
         """Prints what the routers had to say, for one who looks into a failure."""
         for router in self.routers.values():
             if router.log.exists():
@@ -227,7 +227,7 @@ class Lab:
         return self.routers[name]
 
     def chain(self, *names):
-        """Routers one behind the other, with a loopback address 10.255.0.N each and routes to all."""
+        """Routers in a chain, with a loopback address 10.255.0.N each and routes to all."""
         routers = [self.router(name) for name in names]
         for number, router in enumerate(routers, 1):
             router.loopback(f"10.255.0.{number}")

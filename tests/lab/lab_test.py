@@ -1,6 +1,6 @@
-"""Stories of routers on the real kernel, each in namespaces of its own.
+"""Scenario tests of routers on the real kernel, each in namespaces of its own.
 
-Usage: lab_test.py PIMBSR [STORY...]. Where no lab can run it exits with 77, or, if PIMBSR_LAB_REQUIRED is
+Usage: lab_test.py PIMBSR [SCENARIO...]. Where no lab can run it exits with 77, or, if PIMBSR_LAB_REQUIRED is
 set, with 1."""
 
 import json
@@ -12,7 +12,7 @@ import subprocess
 import sys
 import unittest
 
-from lab import SKIPPED, TYPES, Lab, LabFault, run, wait_until, why_not
+from lab import SKIPPED, TYPES, Lab, LabError, run, wait_until, why_not
 from relay import Relay, flood
 
 GLOBAL = "224.0.0.0/4"
@@ -38,7 +38,7 @@ def zone(router, name=GLOBAL):
 
 
 def bsr_of(router, name=GLOBAL):
-    """Address of the BSR that a router believes in; None without one."""
+    """Address of the BSR that a router has elected; None without one."""
     found = zone(router, name)
     return found["bsr"]["address"] if found and found["bsr"] else None
 
@@ -62,7 +62,7 @@ def received_by(router, interface, kind):
 
 
 def drops_of(router):
-    """Refused messages by reason."""
+    """Dropped messages by reason."""
     counts = {}
     for row in router.show("drops")["drops"]:
         counts[row["reason"]] = counts.get(row["reason"], 0) + row["count"]
@@ -75,13 +75,13 @@ def wait_all(routers, reader, expected, what, seconds=20):
         return all(reader(router) == expected for router in routers)
     try:
         wait_until(holds, what, seconds)
-    except LabFault as fault:
+    except LabError as error:
         found = {router.name: reader(router) for router in routers}
-        raise LabFault(f"{fault}: expected {expected}, found {found}") from None
+        raise LabError(f"{error}: expected {expected}, found {found}") from None
 
 
 def events_until(stream, wanted, seconds=20):
-    """Reads lines of JSON until one tells of an event; returns all events. What has come is looked at before
+    """Reads lines of JSON until one reports an event; returns all events. What has come is looked at before
     more is waited for: several lines may come at once."""
     text = b""
     while True:
@@ -89,23 +89,23 @@ def events_until(stream, wanted, seconds=20):
         if wanted in events:
             return events
         if not select.select([stream], [], [], seconds)[0]:
-            raise LabFault(f"waited {seconds} s in vain for {wanted} after {events}")
+            raise LabError(f"waited {seconds} s in vain for {wanted} after {events}")
         text += os.read(stream.fileno(), 65536)
 
 
 class LabTest(unittest.TestCase):
     def lab(self, records=True, **options):
-        """A lab that goes with its story. What its links carry is recorded from the first start of a router
-        on and checked in the end, unless a story sends nonsense itself."""
+        """A lab that ends with its scenario. What its links carry is recorded from the first start of a
+        router on and checked in the end, unless a scenario sends malformed packets itself."""
         lab = Lab(COMMAND, records=records, **options)
         self.addCleanup(self.end, lab)
         return lab
 
     def end(self, lab):
-        failed = any(fault for _, fault in self._outcome.result.failures + self._outcome.result.errors)
+        failed = any(error for _, error in self._outcome.result.failures + self._outcome.result.errors)
         try:
             if failed:
-                lab.tell()
+                lab.report()
             elif lab.records:
                 self.check_packets(lab.packets())
         finally:
@@ -124,7 +124,7 @@ class LabTest(unittest.TestCase):
     # Elections and RP sets ---------------------------------------------------------------------------
 
     def test_chain(self):
-        """Along a chain all believe the same; every packet is read without a complaint."""
+        """Along a chain all learn the same RP set; every packet is read without a complaint."""
         lab = self.lab()
         (r1, r2, r3), links = lab.chain("r1", "r2", "r3")
         r1.config(candidate_bsr(priority=100))
@@ -154,7 +154,7 @@ class LabTest(unittest.TestCase):
         wait_all((r1, r2), rps_of, {}, "the RP that stopped has gone")
 
     def test_lan(self):
-        """On a LAN the DR greets newcomers, and another one does so when it has gone."""
+        """On a LAN the DR sends newcomers the RP set, and another one does so when it has gone."""
         lab = self.lab()
         a, b, c, d = (lab.router(name) for name in "abcd")
         lab.lan(a, b, c, d)
@@ -170,8 +170,8 @@ class LabTest(unittest.TestCase):
         b.kill()
         wait_all((a, c), dr, "10.0.1.3", "c is DR, since b was silent")
         d.start()
-        wait_all((d,), bsr_of, "10.0.1.1", "d was greeted with the BSR, long before its next message")
-        wait_all((d,), rps_of, {GLOBAL: ["10.0.1.1"]}, "d was greeted with the RP set")
+        wait_all((d,), bsr_of, "10.0.1.1", "d learned the BSR, long before its next message")
+        wait_all((d,), rps_of, {GLOBAL: ["10.0.1.1"]}, "d learned the RP set at once")
         b.start()
         wait_all((a, b, c, d), dr, "10.0.1.2", "b is DR again")
 
@@ -186,10 +186,10 @@ class LabTest(unittest.TestCase):
         lab.start()
         wait_all((r1, r2, r3), bsr_of, "10.255.0.1", "all follow r1 in the global zone")
         wait_all((r1, r2), lambda router: bsr_of(router, SCOPED), "10.255.0.1", "r1 leads before the border")
-        wait_all((r3,), lambda router: bsr_of(router, SCOPED), "10.255.0.3", "r3 leads behind the border")
+        wait_all((r3,), lambda router: bsr_of(router, SCOPED), "10.255.0.3", "r3 leads beyond the border")
         wait_all((r1, r2), lambda router: rps_of(router, SCOPED), {SCOPED: ["10.255.0.1"]}, "r1's zone")
         wait_all((r3,), lambda router: rps_of(router, SCOPED), {SCOPED: ["10.255.0.3"]}, "r3's zone")
-        wait_until(lambda: "border" in drops_of(r2), "r2 has refused what came over the border")
+        wait_until(lambda: "rxFilter" in drops_of(r2), "r2 has dropped what came over the border")
 
     # Failures ----------------------------------------------------------------------------------------
 
@@ -205,15 +205,15 @@ class LabTest(unittest.TestCase):
         wait_all((r3,), rps_of, {GLOBAL: ["10.255.0.2"]}, "r3 knows the RP")
         r1.kill()
         wait_all((r2, r3), bsr_of, "10.255.0.2", "r2 has taken over")
-        wait_all((r3,), rps_of, {GLOBAL: ["10.255.0.2"]}, "the new BSR tells of the RP as well")
+        wait_all((r3,), rps_of, {GLOBAL: ["10.255.0.2"]}, "the new BSR announces the RP as well")
         r1.start()
         wait_all((r1, r2, r3), bsr_of, "10.255.0.1", "r1 leads again")
-        wait_until(lambda: zone(r1)["state"] == "Elected-BSR", "r1 is what the others believe")
+        wait_until(lambda: zone(r1)["state"] == "Elected-BSR", "r1 is the BSR of the others")
         causes = [entry["event"] for entry in r3.show("history")["entries"]]
         self.assertGreaterEqual(causes.count("bsrChanged") + causes.count("bsrElected"), 3)
 
     def test_stop_and_restart(self):
-        """A router ends within a second and says so; one that was killed learns anew from its neighbours."""
+        """A router ends within a second and says so; one that was killed learns anew from its neighbors."""
         lab = self.lab()
         (r1, r2), links = lab.chain("r1", "r2")
         r1.config(candidate_bsr() + candidate_rp())
@@ -227,11 +227,11 @@ class LabTest(unittest.TestCase):
         events = [entry["event"] for entry in r2.show("history")["entries"]]
         self.assertGreaterEqual(events.count("bsrElected"), 2, "the kept one and the new one")
         self.assertLess(r2.stop(), 1 if not lab.wrapper else 10)
-        wait_all((r1,), neighbors_of, [], "r2 has said farewell")
+        wait_all((r1,), neighbors_of, [], "r2 has sent its goodbye")
         self.assertFalse(r2.socket.exists())
 
     def test_link_down_and_up(self):
-        """What lies behind a link that is down expires, and comes back with the link."""
+        """Routers beyond a link that is down expire, and come back with the link."""
         lab = self.lab()
         (r1, r2, r3), (near, far) = lab.chain("r1", "r2", "r3")
         r1.config(candidate_bsr() + candidate_rp())
@@ -259,7 +259,7 @@ class LabTest(unittest.TestCase):
         lab.write_routes()
         wait_all((r1, r2, r3), bsr_of, "10.0.1.77", "all follow the new address")
         wait_all((r1, r2, r3), rps_of, {GLOBAL: ["10.0.1.77"]}, "the RP has its new address alone")
-        wait_all((r2,), neighbors_of, ["10.0.1.77", "10.0.2.2"], "the former address has said farewell")
+        wait_all((r2,), neighbors_of, ["10.0.1.77", "10.0.2.2"], "the former address has sent its goodbye")
 
     def test_small_mtu(self):
         """An RP set that no packet holds crosses links of 576 bytes in fragments that all fit."""
@@ -321,7 +321,7 @@ class LabTest(unittest.TestCase):
     # Operation ---------------------------------------------------------------------------------------
 
     def test_reload(self):
-        """Another configuration takes effect while messages flow; a faulty one changes nothing."""
+        """Another configuration takes effect while messages flow; one with an error changes nothing."""
         lab = self.lab()
         (r1, r2, r3), links = lab.chain("r1", "r2", "r3")
         r1.config(candidate_bsr(groups=[SCOPED]) + candidate_bsr("eth-r2", priority=10) + candidate_rp())
@@ -339,10 +339,10 @@ class LabTest(unittest.TestCase):
         before = r1.command("show", "config")
         r1.file.write_text(r1.file.read_text() + '[[candidate-rp]]\ninterface = "lo"\npriority = 300\n')
         words = [COMMAND, "reload", "--socket", str(r1.socket)]
-        refused = subprocess.run(words, capture_output=True, text=True)
-        self.assertEqual(1, refused.returncode)
-        self.assertIn("pimbsr.toml:", refused.stdout + refused.stderr)
-        self.assertIn("300", refused.stdout + refused.stderr)
+        failed = subprocess.run(words, capture_output=True, text=True)
+        self.assertEqual(1, failed.returncode)
+        self.assertIn("pimbsr.toml:", failed.stdout + failed.stderr)
+        self.assertIn("300", failed.stdout + failed.stderr)
         self.assertEqual(before, r1.command("show", "config"))
 
         r1.config(candidate_bsr(priority=20))
@@ -351,17 +351,17 @@ class LabTest(unittest.TestCase):
         wait_all((r2, r3), lambda router: bsr_of(router, SCOPED), None, "the zone has no BSR any more")
 
     def test_tables(self):
-        """Every view is printed for people and for programs, and tells what stands."""
+        """Every view is printed as a table and as JSON, and shows the present state."""
         lab = self.lab()
         (r1, r2), links = lab.chain("r1", "r2")
         r1.config(candidate_bsr() + candidate_rp())
         lab.start()
         wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 knows the RP")
-        tells = {"bsr": "Accept Preferred", "rp-set": "10.255.0.1", "candidates": "no",
+        shown = {"bsr": "Accept Preferred", "rp-set": "10.255.0.1", "candidates": "no",
                  "neighbors": "10.0.1.1", "interfaces": "eth-r1", "borders": "no", "filter": "every sender",
                  "counters": "bsm", "drops": "", "history": "10.255.0.1", "config": "[interface.eth-r1]"}
-        for what, told in tells.items():
-            self.assertIn(told.lower(), r2.command("show", what).lower(), what)
+        for what, text in shown.items():
+            self.assertIn(text.lower(), r2.command("show", what).lower(), what)
             self.assertTrue(r2.show(what), what)
         self.assertIn("10.255.0.1", r2.command("show", "rp", "239.1.1.1"))
         self.assertIn("lower priority wins", r2.command("show", "rp-set"))
@@ -377,11 +377,11 @@ class LabTest(unittest.TestCase):
         wait_all((r1, r2), bsr_of, "10.255.0.1", "all follow r1")
         r1.file.write_text(r1.file.read_text().replace("[interface.eth-r2]", "").split("[[")[0])
         r1.command("reload")
-        wait_until(lambda: r2.show("interfaces")["interfaces"][0]["neighbors"] == 0, "r1 has said farewell")
-        wait_until(lambda: (zone(r2)["bsr"] or {}).get("own"), "r2 leads before the hold time is over", 4)
+        wait_until(lambda: r2.show("interfaces")["interfaces"][0]["neighbors"] == 0, "r1 has gone")
+        wait_until(lambda: (zone(r2)["bsr"] or {}).get("own"), "r2 leads before BS_Timeout is over", 4)
 
     def test_lost_log(self):
-        """A standard error stream that nobody reads, or that takes nothing, holds up nothing."""
+        """A standard error stream that is not read, or that takes nothing, blocks nothing."""
         lab = self.lab()
         (r1, r2), links = lab.chain("r1", "r2")
         reading, writing = os.pipe()
@@ -426,11 +426,11 @@ class LabTest(unittest.TestCase):
         r1.start()
         result = r2.folder / "rp-set"
         r2.start("--on-change", f"cat > {result}.new && mv {result}.new {result}")
-        told = wait_until(lambda: result.exists() and json.loads(result.read_text()), "the command has run")
+        seen = wait_until(lambda: result.exists() and json.loads(result.read_text()), "the command has run")
         def ranges():
             return len(json.loads(result.read_text())["zones"][0]["ranges"])
-        wait_until(lambda: ranges() == 2, "both ranges were told")
-        self.assertEqual(GLOBAL, told["zones"][0]["zone"])
+        wait_until(lambda: ranges() == 2, "both ranges were reported")
+        self.assertEqual(GLOBAL, seen["zones"][0]["zone"])
 
     def test_privileges(self):
         """A running router holds CAP_NET_RAW and nothing else, and can't get more."""
@@ -472,5 +472,5 @@ if __name__ == "__main__":
     if reason := why_not():
         print(f"skipped: {reason}")
         sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
-    stories = [f"LabTest.test_{story}" for story in sys.argv[2:]]
-    unittest.main(argv=[sys.argv[0], *stories], verbosity=2)
+    scenarios = [f"LabTest.test_{scenario}" for scenario in sys.argv[2:]]
+    unittest.main(argv=[sys.argv[0], *scenarios], verbosity=2)

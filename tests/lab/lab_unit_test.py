@@ -7,7 +7,7 @@ import tempfile
 import unittest
 from unittest import mock
 
-from lab import Lab, LabFault, why_not
+from lab import Lab, LabError, why_not
 
 FAKE_IP = """#!/bin/sh
 # Keeps the namespaces as files, and fails at what FAIL names.
@@ -52,7 +52,7 @@ class LabUnitTest(unittest.TestCase):
     def test_a_lab_that_fails_while_it_is_made_leaves_no_namespace(self):
         for failing in ("link set lo up", "link add"):
             os.environ["FAIL"] = failing
-            with self.assertRaises(LabFault), Lab("pimbsr") as lab:
+            with self.assertRaises(LabError), Lab("pimbsr") as lab:
                 lab.link(lab.router("r1"), lab.router("r2"))
             self.assertEqual([], self.namespaces())
 

@@ -7,7 +7,7 @@ import os
 import pathlib
 import sys
 
-from lab import SKIPPED, Lab, LabFault, wait_until, why_not
+from lab import SKIPPED, Lab, LabError, wait_until, why_not
 
 VALGRIND = ["valgrind", "--quiet", "--leak-check=full", "--errors-for-leak-kinds=definite,indirect,possible",
             "--show-leak-kinds=definite,indirect,possible", "--error-exitcode=9"]
@@ -56,6 +56,6 @@ if __name__ == "__main__":
     try:
         with Lab(pathlib.Path(sys.argv[1]).absolute(), VALGRIND, 10, ["--without-sandbox"]) as lab:
             live(lab)
-    except LabFault as fault:
-        sys.exit(f"tests/lab/leaks.py: {fault}")
+    except LabError as error:
+        sys.exit(f"tests/lab/leaks.py: {error}")
     print("no leak")

@@ -60,7 +60,7 @@ def is_pim(frame):
 
 def pass_badly(seed, file):
     """Passes frames between end1 and end2 until it is killed. Frames of other protocols pass unharmed."""
-    chance = random.Random(seed)
+    rng = random.Random(seed)
     links = [open_link("end1"), open_link("end2")]
     counts, held = dict.fromkeys(FAULTS, 0), None
     while True:
@@ -69,7 +69,7 @@ def pass_badly(seed, file):
             if kind == socket.PACKET_OUTGOING:
                 continue
             other = links[1 - links.index(link)]
-            fault = chance.choice(FAULTS + ("passed",) * 3) if is_pim(frame) else "passed"
+            fault = rng.choice(FAULTS + ("passed",) * 3) if is_pim(frame) else "passed"
             counts[fault] += 1
             if fault == "reordered" and held is None:
                 held = (other, frame)
@@ -77,8 +77,8 @@ def pass_badly(seed, file):
             if fault == "repeated":
                 other.send(frame)
             if fault == "corrupted":
-                at = chance.randrange(34, len(frame))
-                frame = frame[:at] + bytes([frame[at] ^ 1 << chance.randrange(8)]) + frame[at + 1:]
+                at = rng.randrange(34, len(frame))
+                frame = frame[:at] + bytes([frame[at] ^ 1 << rng.randrange(8)]) + frame[at + 1:]
             if fault != "dropped":
                 other.send(frame)
             if held is not None:
@@ -98,34 +98,34 @@ def checksum(data):
     return ~total & 0xffff
 
 
-def random_packet(chance):
-    """An IPv4 packet of PIM: noise, or a head that is right and noise behind it."""
-    kind = chance.choice((0, 4, 4, 4, 8, chance.randrange(16)))
-    body = chance.randbytes(chance.randrange(120))
-    if kind == 4 and chance.random() < 0.7:  # a Bootstrap Message of some BSR, for some zone
-        bsr = bytes([1, 0, 10, 99, chance.randrange(256), chance.randrange(256)])
-        group = bytes([1, 0, chance.randrange(2), chance.randrange(4, 33), 239, *chance.randbytes(3)])
-        rp = bytes([1, 0, 10, 99, *chance.randbytes(2)]) + struct.pack("!HBB", 150, chance.randrange(256), 0)
-        head = chance.randbytes(2) + bytes([30, chance.randrange(256)])
+def random_packet(rng):
+    """An IPv4 packet of PIM: noise, or a head that is right and trailing noise."""
+    kind = rng.choice((0, 4, 4, 4, 8, rng.randrange(16)))
+    body = rng.randbytes(rng.randrange(120))
+    if kind == 4 and rng.random() < 0.7:  # a Bootstrap Message of some BSR, for some zone
+        bsr = bytes([1, 0, 10, 99, rng.randrange(256), rng.randrange(256)])
+        group = bytes([1, 0, rng.randrange(2), rng.randrange(4, 33), 239, *rng.randbytes(3)])
+        rp = bytes([1, 0, 10, 99, *rng.randbytes(2)]) + struct.pack("!HBB", 150, rng.randrange(256), 0)
+        head = rng.randbytes(2) + bytes([30, rng.randrange(256)])
         body = head + bsr + group + bytes([1, 1, 0, 0]) + rp
-    pim = bytes([0x20 | kind, chance.choice((0, 0x80)), 0, 0]) + body
-    if chance.random() < 0.9:
+    pim = bytes([0x20 | kind, rng.choice((0, 0x80)), 0, 0]) + body
+    if rng.random() < 0.9:
         pim = pim[:2] + struct.pack("!H", checksum(pim)) + pim[4:]
-    source = bytes([10, 0, 1, chance.choice((1, chance.randrange(256)))])
-    head = struct.pack("!BBHHHBBH", 0x45, 0xc0, 20 + len(pim), 0, 0, chance.choice((1, 1, 1, 64)), PIM, 0)
+    source = bytes([10, 0, 1, rng.choice((1, rng.randrange(256)))])
+    head = struct.pack("!BBHHHBBH", 0x45, 0xc0, 20 + len(pim), 0, 0, rng.choice((1, 1, 1, 64)), PIM, 0)
     head += source + bytes([224, 0, 0, 13])
     return head[:10] + struct.pack("!H", checksum(head)) + head[12:] + pim
 
 
 def send_flood(interface, seconds, seed):
-    chance = random.Random(seed)
+    rng = random.Random(seed)
     link = open_link(interface)
     frame_head = bytes([1, 0, 0x5e, 0, 0, 13]) + bytes([2, 0, 0, 0, 0, 1]) + b"\x08\x00"
-    packets = [frame_head + random_packet(chance) for _ in range(5000)]
+    packets = [frame_head + random_packet(rng) for _ in range(5000)]
     end, sent = time.monotonic() + seconds, 0
     while time.monotonic() < end:
         try:
-            link.send(chance.choice(packets))
+            link.send(rng.choice(packets))
             sent += 1
         except OSError:
             time.sleep(0.001)
