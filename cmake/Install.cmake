@@ -6,12 +6,12 @@ if(TARGET pimbsr-command)
   install(TARGETS pimbsr-command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
-# Headers keep their rooms, so that "model/Status.h" means the same here and in the installed tree.
-foreach(room ${engine_rooms} ${host_rooms})
-  file(GLOB headers CONFIGURE_DEPENDS ${room}/*.h)
-  file(GLOB declared RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${room}/*.zet)
+# Headers keep their modules, so that "model/Status.h" means the same here and in the installed tree.
+foreach(module ${engine_modules} ${host_modules})
+  file(GLOB headers CONFIGURE_DEPENDS ${module}/*.h)
+  file(GLOB declared RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${module}/*.zet)
   list(TRANSFORM declared REPLACE "(.+)" "${zet_dir}/\\1.h")
-  install(FILES ${headers} ${declared} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pimbsr/${room})
+  install(FILES ${headers} ${declared} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pimbsr/${module})
 endforeach()
 if(TARGET pimbsr-zet)
   install(FILES ${zet_dir}/reference.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

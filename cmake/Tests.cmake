@@ -1,4 +1,4 @@
-# One GoogleTest executable, run as one test, for each folder tests/<room>; each Python test is one test.
+# One GoogleTest executable, run as one test, for each folder tests/<module>; each Python test is one test.
 find_package(GTest REQUIRED)
 find_package(rapidcheck REQUIRED)
 
@@ -9,7 +9,7 @@ endif()
 set(test_libraries
   $<TARGET_NAME_IF_EXISTS:pimbsr-host> $<TARGET_NAME_IF_EXISTS:pimbsr> GTest::gmock GTest::gtest)
 
-# tests/support: what the tests of several rooms share.
+# tests/support: what the tests of several modules share.
 file(GLOB support CONFIGURE_DEPENDS tests/support/*.cpp)
 if(support)
   add_library(test-support STATIC ${support})
@@ -22,32 +22,33 @@ list(FILTER test_sources EXCLUDE REGEX "^support/|^attack/flood\\.cpp$")
 if(NOT PIMBSR_METER)
   list(FILTER test_sources EXCLUDE REGEX "CostTest\\.cpp$")
 endif()
-set(test_rooms ${test_sources})
-list(TRANSFORM test_rooms REPLACE "/.*" "")
-list(REMOVE_DUPLICATES test_rooms)
-foreach(room ${test_rooms})
+set(test_modules ${test_sources})
+list(TRANSFORM test_modules REPLACE "/.*" "")
+list(REMOVE_DUPLICATES test_modules)
+foreach(module ${test_modules})
   set(sources ${test_sources})
-  list(FILTER sources INCLUDE REGEX "^${room}/")
+  list(FILTER sources INCLUDE REGEX "^${module}/")
   list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/tests/)
-  add_executable(test-${room} ${sources})
-  target_include_directories(test-${room} PRIVATE ${PROJECT_SOURCE_DIR})
-  target_compile_definitions(test-${room} PRIVATE ${test_definitions})
-  target_link_libraries(test-${room} PRIVATE
+  add_executable(test-${module} ${sources})
+  target_include_directories(test-${module} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_compile_definitions(test-${module} PRIVATE ${test_definitions})
+  target_link_libraries(test-${module} PRIVATE
     $<TARGET_NAME_IF_EXISTS:test-support> ${test_libraries} GTest::gmock_main)
-  if(room MATCHES "^(cli|scenarios)$" AND TARGET pimbsr-cli)
-    target_link_libraries(test-${room} PRIVATE pimbsr-cli)
-  elseif(room STREQUAL "agent" AND TARGET pimbsr-agent)
-    target_link_libraries(test-${room} PRIVATE pimbsr-agent)
-  elseif(room STREQUAL "sim" AND TARGET pimbsr-sim)
-    target_link_libraries(test-${room} PRIVATE pimbsr-sim)
-  elseif(room STREQUAL "config")
-    target_link_libraries(test-${room} PRIVATE rapidcheck)
+  if(module MATCHES "^(cli|scenarios)$" AND TARGET pimbsr-cli)
+    target_link_libraries(test-${module} PRIVATE pimbsr-cli)
+  elseif(module STREQUAL "agent" AND TARGET pimbsr-agent)
+    target_link_libraries(test-${module} PRIVATE pimbsr-agent)
+  elseif(module STREQUAL "sim" AND TARGET pimbsr-sim)
+    target_link_libraries(test-${module} PRIVATE pimbsr-sim)
+  elseif(module STREQUAL "config")
+    target_link_libraries(test-${module} PRIVATE rapidcheck)
   endif()
   if(TARGET pimbsr-command)
-    add_dependencies(test-${room} pimbsr-command)
+    add_dependencies(test-${module} pimbsr-command)
   endif()
-  add_test(NAME test-${room} COMMAND test-${room})
-  set_tests_properties(test-${room} PROPERTIES LABELS unit TIMEOUT 600 ENVIRONMENT RC_PARAMS=max_success=500)
+  add_test(NAME test-${module} COMMAND test-${module})
+  set_tests_properties(test-${module} PROPERTIES
+    LABELS unit TIMEOUT 600 ENVIRONMENT RC_PARAMS=max_success=500)
 endforeach()
 
 file(GLOB python_tests RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS
@@ -75,16 +76,16 @@ if(TARGET pimbsr-command)
   set_tests_properties(sim-dissector sim-random PROPERTIES LABELS sim TIMEOUT 600)
 endif()
 
-# Routers on the real kernel, a story each, side by side in namespaces of their own. A filter of system calls
-# stops the leak check at the end of a process, so that is valgrind's task (scripts/test).
+# Routers on the real kernel, one scenario each, side by side in namespaces of their own. A filter of system
+# calls stops the leak check at the end of a process, so that is valgrind's task (scripts/test).
 if(TARGET pimbsr-command)
-  file(STRINGS tests/lab/lab_test.py stories REGEX "^    def test_")
+  file(STRINGS tests/lab/lab_test.py scenarios REGEX "^    def test_")
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS tests/lab/lab_test.py)
-  foreach(story ${stories})
-    string(REGEX REPLACE "^    def test_([a-z_]+).*" "\\1" story ${story})
-    add_test(NAME lab-${story} COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/lab/lab_test.py
-      $<TARGET_FILE:pimbsr-command> ${story})
-    set_tests_properties(lab-${story} PROPERTIES LABELS lab TIMEOUT 300 SKIP_RETURN_CODE 77
+  foreach(scenario ${scenarios})
+    string(REGEX REPLACE "^    def test_([a-z_]+).*" "\\1" scenario ${scenario})
+    add_test(NAME lab-${scenario} COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/lab/lab_test.py
+      $<TARGET_FILE:pimbsr-command> ${scenario})
+    set_tests_properties(lab-${scenario} PROPERTIES LABELS lab TIMEOUT 300 SKIP_RETURN_CODE 77
       ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
   endforeach()
 endif()

@@ -1,16 +1,16 @@
-# The declaration files (*.zet) of the rooms and what the generator makes of them.
+# The declaration files (*.zet) of the modules and what the generator makes of them.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(zet_dir ${PROJECT_BINARY_DIR}/zet)
 
-# For each <room>/<Name>.zet: <zet_dir>/<room>/<Name>.zet.h and .zet.cpp, and one reference.md over all of
+# For each <module>/<Name>.zet: <zet_dir>/<module>/<Name>.zet.h and .zet.cpp, and one reference.md over all of
 # them. One command makes all, since a declaration may name the classes of another; it writes only what
 # changed, so a stamp carries the time of the run and the generated files are its by-products.
 function(pimbsr_generate)
   set(declarations "")
   set(generated "")
-  foreach(room ${ARGN})
-    file(GLOB room_declarations RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${room}/*.zet)
-    foreach(declaration ${room_declarations})
+  foreach(module ${ARGN})
+    file(GLOB module_declarations RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${module}/*.zet)
+    foreach(declaration ${module_declarations})
       list(APPEND declarations ${PROJECT_SOURCE_DIR}/${declaration})
       list(APPEND generated ${zet_dir}/${declaration}.h ${zet_dir}/${declaration}.cpp)
     endforeach()
@@ -31,12 +31,12 @@ function(pimbsr_generate)
   add_custom_target(pimbsr-zet DEPENDS ${zet_dir}/stamp)
 endfunction()
 
-# Sets RESULT to all sources of the rooms, hand-written and generated.
+# Sets RESULT to all sources of the modules, hand-written and generated.
 function(pimbsr_sources result)
   set(sources "")
-  foreach(room ${ARGN})
-    file(GLOB written CONFIGURE_DEPENDS ${room}/*.cpp)
-    file(GLOB declared RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${room}/*.zet)
+  foreach(module ${ARGN})
+    file(GLOB written CONFIGURE_DEPENDS ${module}/*.cpp)
+    file(GLOB declared RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${module}/*.zet)
     list(TRANSFORM declared REPLACE "(.+)" "${zet_dir}/\\1.cpp")
     list(APPEND sources ${written} ${declared})
   endforeach()
