@@ -57,7 +57,7 @@ inline std::vector<U8> packetOf(std::vector<NamedRange> const& ranges) {
   std::vector<U8> pim;
   std::vector<U8> packet;
   pimbsr::wire::Ipv4Header header{.source = IpAddr::fromHost(neighborAddress),
-                                  .destination = IpAddr::fromHost(0xe000000d)};
+                                  .destination = Lanet::allPimRouters};
   if (!pimbsr::wire::encodeBootstrap(*message, pim) || !pimbsr::wire::encodeIpv4(header, pim, packet))
     std::abort();
   return packet;
@@ -107,7 +107,7 @@ class Sink : public pimbsr::pim::Port {
   U64 packets = 0;
 };
 
-/// The neighbour is the way to everything.
+/// The neighbor is the way to everything.
 class Rpf : public Routing::Pim::PimRpfTable {
  public:
   Routing::Pim::RpfLookupResult doLookup(IpGenAddr const&, IpGenAddr const&) override {
@@ -115,7 +115,7 @@ class Rpf : public Routing::Pim::PimRpfTable {
   }
 };
 
-/// A router with so many interfaces, each with a neighbour, on which messages arrive one millisecond after
+/// A router with so many interfaces, each with a neighbor, on which messages arrive one millisecond after
 /// the other.
 class Station {
  public:
@@ -127,7 +127,7 @@ class Station {
     }
   }
 
-  /// Takes a packet and does what a host does then; false if it was refused.
+  /// Takes a packet and does what a host does then; false if it was dropped.
   bool receive(std::vector<U8> const& packet) {
     context.nowIs(context.now() + 1e-3);
     pimbsr::host::Reception const reception = router.receive(intfId_, packet);
@@ -141,8 +141,7 @@ class Station {
   }
   /// Makes this router the elected BSR of all groups.
   void becomeBsr() {
-    router.candidateBsrIs(Lanet::Prefix(IpAddr::fromHost(0xe0000000), 4),
-                          {.address = IpAddr::fromHost(ownAddress), .intfId = intfId_});
+    router.candidateBsrIs(Lanet::allGroups(), {.address = IpAddr::fromHost(ownAddress), .intfId = intfId_});
     context.nowIs(router.nextExpiry());
     router.advance();
   }

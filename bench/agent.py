@@ -81,7 +81,7 @@ def measure(command, rate, seconds):
         router.start()
         interface = "eth-router"
         inside(sender, "hello", interface)
-        wait_until(lambda: router.show("neighbors")["neighbors"], "the sender is a neighbour")
+        wait_until(lambda: router.show("neighbors")["neighbors"], "the sender is a neighbor")
         inside(sender, "send", interface, 1000, 1)
         router.command("clear", "counters")
         before = cpu_seconds(router.agent.process.pid)

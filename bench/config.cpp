@@ -60,7 +60,7 @@ void oneRule(benchmark::State& state) {
   Configuration wanted;
   wanted.accessLists["scopes"] = listOf(rules);
   wanted.candidateBsrs["eth0"].lists["scopes"] = {};
-  if (!tree.apply(configured.context, wanted).empty()) return state.SkipWithError("refused");
+  if (!tree.apply(configured.context, wanted).empty()) return state.SkipWithError("rejected");
   Zet::Context::Scope scope(configured.context);
   auto heard = Zet::make<Heard>();
   heard->notifierIs(configured.router.status());
@@ -87,7 +87,7 @@ void restart(benchmark::State& state) {
     std::string const name = "eth" + std::to_string(i);
     for (U32 j = 0; j < 10; ++j) wanted.borders[name].groups[rangeNumber(10 * i + j)] = {};
   }
-  if (!tree.apply(configured->context, wanted).empty()) return state.SkipWithError("refused");
+  if (!tree.apply(configured->context, wanted).empty()) return state.SkipWithError("rejected");
   Ptr<Bsr::Status> status = configured->router.status();
   for (auto _ : state) {
     state.PauseTiming();

@@ -41,7 +41,7 @@ class Ours {
   using Key = K;
   void insert(Ptr<Member<K>> const& member) { map_.insert(member); }
   U64 find(K const& key) const { return map_.find(key)->value; }
-  /// Holds the member on which it stands, so that any member may go meanwhile.
+  /// Holds its present member, so that any member may be removed meanwhile.
   U64 walk() const {
     U64 sum = 0;
     for (auto at = map_.iterator(); at; ++at) sum += at->value;

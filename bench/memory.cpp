@@ -22,7 +22,7 @@ void storedRp(benchmark::State& state) {
   double bytes = 0;
   for (auto _ : state) {
     Station station(1);
-    // The zone and its machine, and the message that is kept of it, stand on both sides.
+    // The zone and its machine, and the message that is kept of it, are on both sides.
     station.receiveAll({packets.front()});
     U32 const before = station.rps();
     std::size_t const inUse = bytesInUse();

@@ -22,7 +22,7 @@ std::vector<U8> helloOf(U32 number) {
   std::vector<U8> pim;
   std::vector<U8> packet;
   wire::encodeHello(hello, pim);
-  wire::Ipv4Header header{.source = neighborNumber(number), .destination = IpAddr::fromHost(0xe000000d)};
+  wire::Ipv4Header header{.source = neighborNumber(number), .destination = Lanet::allPimRouters};
   if (!wire::encodeIpv4(header, pim, packet)) std::abort();
   return packet;
 }

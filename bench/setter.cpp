@@ -1,5 +1,5 @@
 // What a changed value costs with 0, 1 and 8 reactors to it. Each variant keeps the value, passes over an
-// equal one, and tells its reactors, each of which adds the new value to a sum.
+// equal one, and notifies its reactors, each of which adds the new value to a sum.
 
 #include <benchmark/benchmark.h>
 
@@ -56,7 +56,7 @@ void Adder::onValue(U32 value) { sum += value; }
 
 namespace {
 
-/// The least that can be done: nobody may come, go or throw while it calls.
+/// The least that can be done: no reactor may be added, removed or throw during the calls.
 class VirtualCalls {
  public:
   void add() { listeners_.push_back(std::make_unique<Adder>()); }

@@ -50,8 +50,8 @@ class Domain {
   void drawChords() {
     std::vector<U32> order(routers_);
     std::iota(order.begin(), order.end(), 0);
-    Dice dice(1);
-    for (U32 i = routers_; i > 1; --i) std::swap(order[i - 1], order[dice.below(i)]);
+    Dice random(1);
+    for (U32 i = routers_; i > 1; --i) std::swap(order[i - 1], order[random.below(i)]);
     for (U32 i = 0; i + 1 < routers_; i += 2) join(order[i], order[i + 1]);
   }
 
@@ -62,9 +62,9 @@ class Domain {
 
 void hour(benchmark::State& state) {
   Domain const domain(static_cast<U32>(state.range(0)));
-  pimbsr::sim::Report nobody;
+  pimbsr::sim::Report silent;
   for (auto _ : state) {
-    pimbsr::sim::Simulation simulation(1, nobody, 0);
+    pimbsr::sim::Simulation simulation(1, silent, 0);
     simulation.execute(domain.text());
     simulation.execute("run 3600");
     state.counters["events"] = static_cast<double>(simulation.network().events());

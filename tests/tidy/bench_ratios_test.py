@@ -23,7 +23,7 @@ class BenchRatiosTest(unittest.TestCase):
         for name, parts in [("setter/pimbsr/8", ("setter", "pimbsr", "8")),
                             ("find/std/a/8", ("find", "std", "a/8")),
                             ("timer/libuv", ("timer", "libuv", "")), ("alone", ("alone", "pimbsr", "")),
-                            ("road/pimbsr/32/iterations:5/real_time", ("road", "pimbsr", "32"))]:
+                            ("path/pimbsr/32/iterations:5/real_time", ("path", "pimbsr", "32"))]:
             self.assertEqual(parts, ratios.split_name(name))
 
     def test_units_become_nanoseconds(self):
