@@ -1,5 +1,5 @@
 // Reads any bytes as a configuration file. Whatever they are, the reading and the lints end; what has no
-// fault must be written, read again and equal, and then be written alike.
+// error must be written, read again and equal, and then be written alike.
 #include <cstdint>
 #include <string>
 #include <string_view>

@@ -1,5 +1,5 @@
 // Reads any bytes as the stream of a client of the control socket. In whichever pieces they come, the lines
-// are the same; a line is refused in plain ASCII, or is a request that is read alike when it is written anew.
+// are the same; a line is rejected in plain ASCII, or is a request that is read alike when it is written.
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -42,9 +42,9 @@ void check(std::string const& line) {
   std::optional<Request> request;
   try {
     request = parseRequest(line);
-  } catch (RequestError const& fault) {
-    ZET_ASSERT(isPlain(fault.what()), "a refusal may go to a terminal");
-    ZET_ASSERT(Json::accept(errorLine(fault.what())), "a refusal is told in JSON");
+  } catch (RequestError const& error) {
+    ZET_ASSERT(isPlain(error.what()), "an error may go to a terminal");
+    ZET_ASSERT(Json::accept(errorLine(error.what())), "an error is sent as JSON");
     return;
   }
   ZET_ASSERT(equal(*request, parseRequest(jsonOf(*request).dump())), "a request means what it says");
@@ -52,21 +52,21 @@ void check(std::string const& line) {
 
 struct Lines {
   std::vector<std::string> whole;
-  bool refused = false;
+  bool rejected = false;
 };
 
 // As a connection does: nothing is added while a line is left.
 Lines linesOf(std::string_view bytes, std::size_t piece) {
   LineBuffer buffer(64);
   Lines lines;
-  for (std::size_t at = 0; at < bytes.size() && !lines.refused; at += piece) {
+  for (std::size_t at = 0; at < bytes.size() && !lines.rejected; at += piece) {
     buffer.add(bytes.substr(at, piece));
-    while (buffer.isReady() && !lines.refused) {
+    while (buffer.isReady() && !lines.rejected) {
       try {
         lines.whole.push_back(buffer.next().value());
         ZET_ASSERT(lines.whole.back().size() < 64, "a line is within its bound");
       } catch (RequestError const&) {
-        lines.refused = true;
+        lines.rejected = true;
       }
     }
   }
@@ -77,7 +77,7 @@ void checkPieces(std::string_view bytes) {
   Lines const whole = linesOf(bytes, bytes.size() + 1);
   for (std::size_t piece : {1, 7, 64}) {
     Lines const pieces = linesOf(bytes, piece);
-    ZET_ASSERT(pieces.whole == whole.whole && pieces.refused == whole.refused, "pieces make no difference");
+    ZET_ASSERT(pieces.whole == whole.whole && pieces.rejected == whole.rejected, "pieces make no difference");
   }
 }
 

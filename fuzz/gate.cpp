@@ -33,7 +33,7 @@ class Port : public pimbsr::pim::Port {
   IpGenAddr own = IpGenAddr::parse("192.0.2.9");
 };
 
-/// Any source is the RPF neighbour, so that the input reaches the machines.
+/// Any source is the RPF neighbor, so that the input reaches the machines.
 class Rpf : public Routing::Pim::PimRpfTable {
  public:
   Routing::Pim::RpfLookupResult doLookup(IpGenAddr const&, IpGenAddr const&) override { return {neighbor}; }

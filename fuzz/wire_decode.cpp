@@ -17,7 +17,7 @@ using namespace pimbsr::wire;
 using Buffer = std::vector<Zet::U8>;
 
 Lanet::IpAddr const source = Lanet::IpAddr::fromHost(0x0a000005);
-Lanet::IpAddr const destination = Lanet::IpAddr::fromHost(0xe000000d);
+Lanet::IpAddr const destination = Lanet::allPimRouters;
 
 template <class T>
 auto const& get(DecodedMessage const& message) {
@@ -55,7 +55,7 @@ void roundTrip(HelloMessage const& hello) {
 void check(Bytes bytes) {
   auto outcome = read(bytes);
   if (!outcome) {
-    ZET_ASSERT(!name(outcome.reason()).empty(), "a refusal has a name");
+    ZET_ASSERT(!name(outcome.reason()).empty(), "a drop reason has a name");
     return;
   }
   if (auto const* bootstrap = std::get_if<Zet::Ptr<BootstrapMessage>>(&*outcome)) {
@@ -68,13 +68,13 @@ void check(Bytes bytes) {
 }
 
 Buffer checksummed(Bytes bytes) {
-  Buffer mended(bytes.begin(), bytes.end());
-  if (mended.size() < 4) return mended;
-  mended[2] = mended[3] = 0;
-  Zet::U16 sum = checksum(mended);
-  mended[2] = static_cast<Zet::U8>(sum >> 8);
-  mended[3] = static_cast<Zet::U8>(sum);
-  return mended;
+  Buffer corrected(bytes.begin(), bytes.end());
+  if (corrected.size() < 4) return corrected;
+  corrected[2] = corrected[3] = 0;
+  Zet::U16 sum = checksum(corrected);
+  corrected[2] = static_cast<Zet::U8>(sum >> 8);
+  corrected[3] = static_cast<Zet::U8>(sum);
+  return corrected;
 }
 
 }  // namespace
