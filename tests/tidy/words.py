@@ -1,0 +1,148 @@
+"""The word list: words that this project doesn't use, each with the term of the field that takes its place.
+
+A rule finds whole words in comments, messages, documents and names; names are split at capitals, hyphens and
+underscores first. Fenced blocks of a document are left out: they quote what the program reads and prints."""
+
+import fnmatch
+import re
+from collections import namedtuple
+
+# What a rule looks at: the words of a line; a name that begins with the word, as in mostX; a line that has
+# nothing but the word, such as the heading of a section; a name as it is written.
+WORDS, FIRST_OF_NAME, HEADING, NAME = "words", "first of a name", "heading", "name"
+
+# words: a pattern, of words in lower case with one blank between them except for NAME. use: what to write.
+# senses: patterns of the same words in a sense that stays. paths: where the rule applies.
+Rule = namedtuple("Rule", "words use kind senses paths", defaults=(WORDS, (), "*"))
+
+RULES = [
+    Rule("tell|tells|telling|told|untold", "report, log, notify, publish; of a message: received"),
+    Rule("fault|faults|faulty", "error", WORDS, ("page faults?",)),
+    Rule("believe|believes|believed|belief|beliefs", "learned state, current RP set, elected BSR"),
+    Rule("stand|stands|stood|standing", "is, appears, may be repeated", WORDS, ("(stands?|standing) for",)),
+    Rule("behind", "after, following; trailing bytes", WORDS, ("behind an? (nat|firewall)",)),
+    Rule("(come|comes|came) of it", "has no effect"),
+    Rule("nobody", "is not referenced; no router"),
+    Rule("farewells?", "goodbye Hello, Hello with zero holdtime"),
+    Rule("greet|greets|greeted|greetings?", "triggered Hello, No-Forward BSM, new neighbor"),
+    Rule("chances?|dice", "random, RNG"),
+    Rule("most|least|longest", "max, min", FIRST_OF_NAME, ("longest match",)),
+    Rule("roads?", "packet path, receive path"),
+    Rule("births?|departures?|arrivals?", "Construction, Transmit, Receive", HEADING),
+    Rule("judges?|judged|judging|judge?ments?", "validate, check"),
+    Rule("screens?|screened|screening", "ingress filter", WORDS, ("(clears?|on|of) (the|a) screen",)),
+    Rule("refuse|refuses|refused|refusing|refusals?", "packets: drop, drop reason; values: reject", WORDS,
+         (r"refus(e|es|ed|ing) (an? |the )?(new )?(connections?|configurations?)",
+          r"(connections?|configurations?)( (is|are|was|were|that is))? refused")),
+    Rule("punctuality", "timer latency"),
+    Rule("computers?", "host, system"),
+    Rule(r"(Linux|Fake|Test)?Machine", "Platform", NAME, (), "agent/*"),
+    Rule(r"Doing|writtens|isIt|ofNobody|isAtHome|theOnly|TraceWish",
+         "Executor, keyMappings, matches, discarded, isOnLink, onlyKey, TraceRequest", NAME),
+    Rule("people|in words", "human-readable, description", WORDS, (r"for \w+ in words",)),
+    Rule("story|stories", "scenario test"),
+    Rule("rooms?", "module", WORDS, ("(make|makes|made|making|no|more|enough) room", "room (for|is)")),
+    Rule("houses?", "project"),
+    Rule("mend|mends|mended|mending|truly", "fix, correct"),
+    Rule("neighbours?|neighbouring", "neighbor"),
+    Rule("hold times?", "BS_Timeout (bs-timeout) of a BSR; holdtime of an RP and a neighbor"),
+    Rule("zone timeouts?", "SZ_Timeout (sz-timeout)"),
+]
+
+# Names and texts that are fixed, as patterns: (pattern, paths, reason).
+ALLOWED = [
+    (r"\w*[hH]oldTime\w*", "*", "Config.holdTime and CrpHoldTime are declared names of the model"),
+    (r"BSR Hold Time is", "*", "text of a trace"),
+    (r"Scoped Zone timeout", "*", "text of a trace"),
+    (r"to house prefix", "*", "text of a trace"),
+    (r"(?i)\w*(house|room)\w*", "tests/zetc/*", "the sample declarations describe a building"),
+    (r"fragments that have room", "protocol/BsmFragmenting.h", "space"),
+    (r"(?i)\bfaults?\b", "docs/scenarios.md", "faults that the simulator injects"),
+    (r"(?i)\bfaults?\b", "tests/lab/relay.py", "faults that the relay injects"),
+    (r"with its faults", "packaging/pimbsr.8", "faults that the simulator injects"),
+    (r"`[^`]*`", "docs/rfc5059.md", "names of functions and tests, checked where they are declared"),
+]
+
+# Names and texts of pending modules that others use; they go when those modules are held to the list.
+PENDING_TEXTS = [
+    (r"\b(Screening|screeningIs|Dice|faults|refuses?)\b", "bench/*", "names of host/ and sim/"),
+    (r"reading\.faults", "fuzz/config.cpp", "a name of agent/"),
+    (r"hold-time|zone-timeout|`refusals`|refusals that were told before", "docs/scenarios.md", "of sim/"),
+    (r"hold-time|zone-timeout", "examples/pimbsr.toml", "keys of agent/"),
+    (r"(Reading /etc/shadow|Executing a program) \*refused", "tests/install/package.sh", "texts of agent/"),
+]
+
+# The words themselves are in these files.
+OWN_FILES = ("tests/tidy/words.py", "tests/tidy/words_test.py", "tests/tidy/tidy_test.py")
+# Bytes that a fuzz target reads.
+INPUTS = ("fuzz/corpus/*", )
+# Modules whose words are not replaced yet; all others are held to the list.
+PENDING = (
+    "agent/*", "cli/*", "host/*", "sim/*",
+    "tests/agent/*", "tests/attack/*", "tests/cli/*", "tests/golden/*", "tests/host/*", "tests/scenarios/*",
+    "tests/sim/*", "docs/configuration.md", "docs/control.md", "docs/security.md", "fuzz/cost.cpp",
+    "runtime/HashMap.h",
+)
+
+
+def matches_any(path, patterns):
+    return any(fnmatch.fnmatch(path, pattern) for pattern in patterns)
+
+
+def split_names(text):
+    """The text in lower case, names split at capitals, hyphens and underscores."""
+    text = re.sub(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])", " ", text)
+    return re.sub(r"[ _-]+", " ", text).lower()
+
+
+def blanked(text, patterns):
+    for pattern in patterns:
+        text = re.sub(pattern, lambda match: " " * len(match[0]), text)
+    return text
+
+
+def find(rule, line):
+    """The words of a line that the rule finds, "" for none."""
+    if rule.kind == NAME:
+        match = re.search(rf"\b({rule.words})\b", line)
+    elif rule.kind == FIRST_OF_NAME:
+        names = (n for n in re.findall(r"[a-z]+(?:[A-Z_-]\w+)+", line) if split_names(n) not in rule.senses)
+        match = next(filter(None, (re.match(rf"({rule.words})\b", split_names(n)) for n in names)), None)
+    elif rule.kind == HEADING:
+        match = re.fullmatch(rf"[/#*\s-]*({rule.words})[-*\s]*", line.lower())
+    else:
+        senses = (rf"\b({sense})\b" for sense in rule.senses)
+        match = re.search(rf"\b({rule.words})\b", blanked(split_names(line), senses))
+    return match[1] if match else ""
+
+
+# Any word of any rule, to pass over most lines at once.
+ANY = re.compile(rf"(?i)(?<![a-z])({'|'.join(rule.words.replace(' ', '[ _-]*') for rule in RULES)})(?![a-z])")
+
+
+def quoted_lines(path, lines):
+    """The numbers of the lines in fenced blocks of a document."""
+    inside, found = False, set()
+    for number, line in enumerate(lines if path.endswith(".md") else (), 1):
+        if line.lstrip().startswith("```"):
+            inside = not inside
+        elif inside:
+            found.add(number)
+    return found
+
+
+def check(path, text):
+    """Each word of the list in a file that is held to it: (line, what is wrong); line 0 is the path."""
+    if path in OWN_FILES or matches_any(path, INPUTS + PENDING):
+        return
+    allowed = [pattern for pattern, paths, _ in ALLOWED + PENDING_TEXTS if fnmatch.fnmatch(path, paths)]
+    rules = [rule for rule in RULES if fnmatch.fnmatch(path, rule.paths)]
+    lines = text.split("\n")
+    quoted = quoted_lines(path, lines)
+    for number, line in enumerate([path, *lines]):
+        if number in quoted or not ANY.search(line) and not ANY.search(split_names(line)):
+            continue
+        line = blanked(line, allowed)
+        for rule in rules:
+            if word := find(rule, line):
+                yield number, f'"{word}": use {rule.use}'

@@ -1,0 +1,82 @@
+"""The word list finds what it names, and nothing else."""
+
+import re
+import unittest
+
+import words
+
+
+class WordsTest(unittest.TestCase):
+    def found(self, line, path="docs/a.md"):
+        return [text.split('"')[1] for _, text in words.check(path, line)]
+
+    def test_a_planted_word_is_found_in_comments_messages_documents_and_names(self):
+        for line, path, word in [("// A signal tells of it.", "model/A.h", "tells"),
+                                 ('throwNeeded("bytes behind it");', "wire/A.cpp", "behind"),
+                                 ("It says farewell.", "docs/a.md", "farewell"),
+                                 ("void sayFarewell();", "pim/A.h", "farewell"),
+                                 ("reply-road = 1", "examples/a.toml", "road"),
+                                 ("def test_a_fault_is_shown(self):", "tests/lab/a.py", "fault"),
+                                 ("TEST(A, ARefusedValueStays) {", "tests/model/A.cpp", "refused"),
+                                 ("PIM neighbours", "README.md", "neighbours"),
+                                 ("the hold time", "model/A.zet", "hold time"),
+                                 ("zone-timeout = 1", "docs/a.md", "zone timeout"),
+                                 ("// Birth -------", "crp/A.cpp", "birth"),
+                                 ("## Arrival", "docs/a.md", "arrival"),
+                                 ("for people", "docs/a.md", "people")]:
+            with self.subTest(line):
+                self.assertEqual([word], self.found(line, path))
+
+    def test_every_rule_fires_on_one_of_its_words(self):
+        plants = {words.WORDS: "a {} b", words.FIRST_OF_NAME: "{}Value", words.HEADING: "// {} ---",
+                  words.NAME: "a {} b"}
+        for rule in words.RULES:
+            first = re.sub(r"\(([^|)]*)[^)]*\)\??", r"\1", rule.words).split("|")[0].replace("?", "")
+            path = rule.paths.replace("*", "A.h")
+            plant = plants[rule.kind].format(first)
+            with self.subTest(plant):
+                self.assertTrue(words.find(rule, plant), path)
+
+    def test_a_bound_is_a_name_of_its_own(self):
+        for line, word in [("U32 mostRanges = 4096;", "most"), ("leastValue", "least"),
+                           ("longest_run", "longest")]:
+            self.assertEqual([word], self.found(line, "model/A.h"))
+        for line in ["trie.longestMatch(prefix)", "a longest-match trie", "at most one", "the least of them",
+                     "almostAll", "T most;"]:
+            self.assertEqual([], self.found(line, "model/A.h"))
+
+    def test_words_are_found_whole_only(self):
+        for line in ["default", "standard", "understand", "standalone", "broad", "household", "mushroom",
+                     "history", "recommend", "screenplay", "agreeting", "dicey", "adjudge", "refuser"]:
+            self.assertEqual([], self.found(line), line)
+
+    def test_senses_outside_the_rule_stay(self):
+        for line in ["a page fault", "BSR stands for Bootstrap Router", "the kernel refused the connection",
+                     "connection refused", "a refused configuration", "make room for it", "there is no room"]:
+            self.assertEqual([], self.found(line), line)
+
+    def test_fixed_names_and_texts_stay(self):
+        for line in ["config->holdTimeIs(5);", "CrpHoldTime", '"BSR Hold Time is 130"',
+                     '"Scoped Zone timeout is "', '"Fragment 0 to house prefix 239.0.0.0/8"']:
+            self.assertEqual([], self.found(line, "config/A.cpp"), line)
+
+    def test_each_allowance_has_a_reason(self):
+        for pattern, paths, reason in words.ALLOWED + words.PENDING_TEXTS:
+            self.assertTrue(re.compile(pattern) and paths and reason)
+
+    def test_quoted_blocks_of_a_document_are_left_out(self):
+        text = "told\n```text\nwhat is told\n```\ntold"
+        self.assertEqual([1, 5], [line for line, _ in words.check("docs/a.md", text)])
+        self.assertEqual([1, 3, 5], [line for line, _ in words.check("docs/a.txt", text)])
+
+    def test_the_name_of_a_file_counts(self):
+        self.assertEqual([(0, '"refusal": use packets: drop, drop reason; values: reject')],
+                         list(words.check("tests/support/Refusal.h", "")))
+
+    def test_a_pending_module_is_left_out(self):
+        self.assertEqual([], self.found("told", words.PENDING[0].replace("*", "A.h")))
+        self.assertEqual(["told"], self.found("told", "runtime/A.h"))
+
+
+if __name__ == "__main__":
+    unittest.main()
