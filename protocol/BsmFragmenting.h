@@ -18,7 +18,7 @@ PIMBSR_API U32 bsmLength(Packet::BootstrapMessage const& bsm);
 PIMBSR_API U32 fragmentEstimate(U32 length, U32 mtu, bool scoped);
 
 /// Puts one group record into the first fragment that takes it whole. With `split` it is spread, where none
-/// does, over the fragments that have room; RPs for which no room is left are lost. Returns 0, or -1 if it
+/// does, over the fragments that have room; RPs that fit nowhere are lost. Returns 0, or -1 if it
 /// fits nowhere whole and may not be split. `zoneRpCount` is announced by the record of the zone that opens a
 /// fragment of a scoped zone.
 PIMBSR_API Zet::S32 doAddGroupData(Lanet::IpGenPrefix const& zone, U32 zoneRpCount,

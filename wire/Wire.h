@@ -37,7 +37,7 @@ struct Ipv4Packet {
 };
 
 /// Reads an IPv4 packet. Packets of other protocols are dropped as ipProtocol when only their version and
-/// header length have been checked, so that a listener can tell PIM's packets from all others. A header
+/// header length have been checked, so that a listener can distinguish PIM's packets. A header
 /// checksum of 0 counts as not computed, as in captures made where the hardware does it. Fragments are
 /// dropped: PIM messages are made to fit, and packets aren't reassembled here.
 PIMBSR_API Outcome<Ipv4Packet> parseIpv4(Bytes packet);
