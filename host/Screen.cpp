@@ -37,7 +37,8 @@ static bool staysOnLink(wire::Ipv4Packet const& packet) {
 
 /// A sender that is this router itself is left to those who know what that means for their message.
 DropReason Screen::judgeHeader(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
-  if (settings_.linkLocalTtl && packet.destination == allPimRouters && packet.ttl != 1) return DropReason::ttl;
+  if (settings_.linkLocalTtl && packet.destination == allPimRouters && packet.ttl != 1)
+    return DropReason::ttl;
   if (!settings_.onSubnet || !staysOnLink(packet)) return DropReason::none;
   IpGenAddr source(packet.source);
   bool isAtHome = port_.isOwnAddress(source) || port_.isOnSubnet(intfId, source);
@@ -53,7 +54,8 @@ Arrival Screen::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) co
 
 /// A goodbye Hello and one of this router itself add no neighbor.
 DropReason Screen::judgeHello(IntfId const& intfId, wire::HelloMessage const& hello) const {
-  if (settings_.linkLocalTtl && hello.dstAddr != IpGenAddr(allPimRouters)) return DropReason::helloDestination;
+  if (settings_.linkLocalTtl && hello.dstAddr != IpGenAddr(allPimRouters))
+    return DropReason::helloDestination;
   Ptr<pim::LinkNeighbors> link = neighbors_.link(intfId);
   if (!link || hello.holdtime == 0 || port_.isOwnAddress(hello.srcAddr)) return DropReason::none;
   return link->displacedBy(hello) ? DropReason::none : DropReason::neighborQuota;

@@ -75,6 +75,7 @@ Node::~Node() { end(); }
 template <class Act>
 void Node::call(Act const& act) {
   Zet::Context::Scope scope(context_);
+  DropListener::Scope drops(router_->dropListener());
   context_.nowIs(localTime(medium_.now()));
   act();
   tell();
@@ -150,7 +151,8 @@ void Node::start() {
   host::RouterOptions options{.config = tree_->config(),
                               .clearConfig = tree_->clearConfig(),
                               .accessLists = tree_->accessLists(),
-                              .screening = medium_.limits()};
+                              .screening = medium_.limits(),
+                              .ownDrops = this};
   context_.nowIs(localTime(medium_.now()));
   router_ = std::make_unique<host::Router>(context_, *this, options);
   observe();

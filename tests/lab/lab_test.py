@@ -189,7 +189,7 @@ class LabTest(unittest.TestCase):
         wait_all((r3,), lambda router: bsr_of(router, SCOPED), "10.255.0.3", "r3 leads beyond the border")
         wait_all((r1, r2), lambda router: rps_of(router, SCOPED), {SCOPED: ["10.255.0.1"]}, "r1's zone")
         wait_all((r3,), lambda router: rps_of(router, SCOPED), {SCOPED: ["10.255.0.3"]}, "r3's zone")
-        wait_until(lambda: "rxFilter" in drops_of(r2), "r2 has dropped what came over the border")
+        wait_until(lambda: "border" in drops_of(r2), "r2 has dropped what came over the border")
 
     # Failures ----------------------------------------------------------------------------------------
 
