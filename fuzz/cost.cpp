@@ -304,7 +304,7 @@ class Play {
   void finish() { runTo(context_.now() + (role_ == Role::leader ? 400 : 3000)); }
 
  private:
-  static constexpr U32 maxAdvertisedRanges = 4000;  ///< of an input, so that it ends in time
+  static constexpr U32 maxAdvertisedRanges = 1500;  ///< of an input, so that it ends in time
 
   void lead() {
     IpGenAddr const address = IpAddr::fromHost(own);
