@@ -85,7 +85,7 @@ class Forwarded:
             raise LabFault(f"{' '.join(words)} ended with {self.process.wait()}")
 
     def result(self):
-        """Ends it; returns how many were forwarded."""
+        """Ends it once the router forwards no more; returns how many were forwarded."""
         output, _ = self.process.communicate("")
         return json.loads(output)["forwarded"]
 

@@ -2,8 +2,9 @@
 it once more (RFC 5059 section 3.4).
 
 Usage: forwarded.py INTERFACE ROUTER BSR SECONDS, in the namespace of a neighbor. ROUTER is the address of
-the router on the link of INTERFACE. Counts until its standard input ends, SECONDS at most, and then prints as
-JSON how many were `forwarded`. No-Forward messages are left out: these repeat what the router holds."""
+the router on the link of INTERFACE. Counts until its standard input has ended and no message came for QUIET
+seconds, for SECONDS at most, and then prints as JSON how many were `forwarded`. No-Forward messages are left
+out: these repeat what the router holds."""
 
 import json
 import select
@@ -17,6 +18,7 @@ PIM = 103
 BOOTSTRAP = 0x24  # version 2, type 4
 NO_FORWARD = 0x80
 BSR_OFFSET = 10  # of the BSR address in a Bootstrap Message (RFC 5059 section 4.1)
+QUIET = 2  # seconds in which a slow router forwards what it has still to read
 ROOM = 16 << 20  # bytes of the receive buffer
 SO_RCVBUFFORCE = 33
 
@@ -34,11 +36,15 @@ def count(interface, router, bsr, end):
         link.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, ROOM)
         link.bind((interface, ETHERNET_IPV4))
         print("ready", flush=True)
-        found, ready = 0, []
-        while sys.stdin not in ready and time.monotonic() < end:
-            ready, _, _ = select.select([link, sys.stdin], [], [], 0.2)
-            if link in ready:
-                found += is_forwarded(link.recv(2048), router, bsr)
+        found, readers = 0, [link, sys.stdin]
+        while time.monotonic() < end:
+            ready, _, _ = select.select(readers, [], [], 0.2)
+            forwarded = link in ready and is_forwarded(link.recv(2048), router, bsr)
+            found += forwarded
+            if sys.stdin in ready:
+                readers.remove(sys.stdin)
+            if sys.stdin in ready or (forwarded and sys.stdin not in readers):
+                end = min(end, time.monotonic()) + QUIET
         return found
 
 
