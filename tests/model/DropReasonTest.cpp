@@ -50,7 +50,7 @@ TEST(DropReason, EachIsExplainedInOneSentenceOfItsOwn) {
   }
 }
 
-TEST(DropReasonDeath, NumbersBeyondTheLastAreOurOwnFault) {
+TEST(DropReasonDeath, NumberBeyondTheLastIsOurOwnError) {
   EXPECT_DEATH(name(static_cast<DropReason>(allDropReasons().size() + 1)), "drop reason has a row");
 }
 

@@ -192,7 +192,7 @@ TEST(Malformed, EveryReasonIsGivenByAPacket) {
   for (Malformed const& packet : allMalformed()) {
     if (auto reason = packet.read(packet.bytes)) given.insert(*reason);
   }
-  // The reasons of this room are the first of the catalogue.
+  // The reasons of this module are the first of the catalogue.
   for (DropReason reason : allDropReasons()) {
     EXPECT_TRUE(reason > DropReason::helloOption || given.contains(reason)) << name(reason);
   }
