@@ -156,6 +156,12 @@ static bool isKnown(U16 priority, U32 hashMaskLen) {
   return known;
 }
 
+/// Whether a range or list of an initialized candidate can be claimed.
+template <class Entry>
+static bool isReady(CandidateSm const& sm, Entry const& entry) {
+  return sm.initialized() && isKnown(entry.priority(), entry.hashMaskLen());
+}
+
 /// Whether a range or list is still free for the interface; one that another interface holds ends the
 /// process.
 static bool isFree(IntfId const& holder, IntfId const& intfId) {
@@ -166,8 +172,7 @@ static bool isFree(IntfId const& holder, IntfId const& intfId) {
 }
 
 void CandidateSm::ZetGroup::handleInitialize() {
-  if (!owner()->initialized()) return;
-  if (!isKnown(notifier()->priority(), notifier()->hashMaskLen())) return;
+  if (!isReady(*owner(), *notifier())) return;
   Ptr<Status> status = configSm()->status();
   IntfId intfId = owner()->fwkKey();
   if (isFree(status->zoneGroup(fwkKey()), intfId)) status->zoneGroupIs(fwkKey(), intfId);
@@ -177,8 +182,7 @@ void CandidateSm::ZetGroup::handleInitialize() {
 }
 
 void CandidateSm::ZetAcl::handleInitialize() {
-  if (!owner()->initialized()) return;
-  if (!isKnown(notifier()->priority(), notifier()->hashMaskLen())) return;
+  if (!isReady(*owner(), *notifier())) return;
   Ptr<Status> status = configSm()->status();
   IntfId intfId = owner()->fwkKey();
   if (isFree(status->zoneAcl(fwkKey()), intfId)) status->zoneAclIs(fwkKey(), intfId);
