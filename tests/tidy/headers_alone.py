@@ -1,0 +1,125 @@
+"""Every header compiles alone: it includes what it uses.
+
+Usage: headers_alone.py COMPILE_COMMANDS. Takes the compiler, include paths and definitions from the database
+of the build and checks the syntax of each header of the tree with these, as many at a time as there are
+processors. To be quick it parses the usual headers of the standard library once, ahead of all; so a second
+check compares each header with the library headers that it reaches: one that names std::string must reach
+<string>."""
+
+import concurrent.futures
+import json
+import os
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+
+import graph
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+OUTER = re.compile(r"^[ \t]*#[ \t]*include[ \t]*<([^>]*)>", re.M)
+# Parsed once: most headers reach these.
+AHEAD = ("algorithm", "array", "deque", "functional", "iosfwd", "limits", "map", "memory", "optional",
+         "ostream", "set", "span", "string", "string_view", "utility", "vector")
+
+# Where what a header names is declared, besides std::X in <X>; any of these headers will do.
+DECLARED_IN = {
+    "std::function": ("functional",), "std::unique_ptr": ("memory",), "std::shared_ptr": ("memory",),
+    "std::multimap": ("map",), "std::multiset": ("set",), "std::pair": ("utility", "map"),
+    "std::ostream": ("ostream", "iosfwd", "sstream", "iostream"), "std::runtime_error": ("stdexcept",),
+    "std::ostringstream": ("sstream",), "nlohmann::": ("nlohmann/json.hpp", "nlohmann/json_fwd.hpp"),
+    "fmt::": ("fmt/format.h", "fmt/core.h", "fmt/ranges.h"),
+} | {f"std::{name}": (name,) for name in (
+    "array", "atomic", "deque", "map", "optional", "set", "span", "string", "string_view", "tuple",
+    "unordered_map", "variant", "vector")}
+
+
+def options(database):
+    """The compiler of a database, and the include paths and definitions of all its commands."""
+    found = {}
+    for entry in database:
+        words = iter(shlex.split(entry["command"]))
+        for word in words:
+            if word in ("-I", "-isystem", "-D"):
+                word += next(words)
+            if re.match(r"-(I|isystem|D)", word) and not word.endswith("_EXPORTS"):
+                found[re.sub(r"^-isystem ?", "-I", word)] = None
+    compilers = {shlex.split(entry["command"])[0] for entry in database}
+    return sorted(compilers)[0], list(found)
+
+
+def reached(header, texts):
+    """The library headers that a header includes, itself or over others of the tree."""
+    seen, outer, waiting = {header}, set(), [header]
+    while waiting:
+        text = texts.get(waiting.pop(), "")
+        outer |= set(OUTER.findall(text))
+        for target in re.findall(r'^[ \t]*#[ \t]*include[ \t]*"([^"]*)"', text, re.M):
+            beside = str(pathlib.PurePath(header).parent / target)
+            target = target if target in texts else beside
+            if target not in seen:
+                seen.add(target)
+                waiting.append(target)
+    return outer
+
+
+def missing(header, texts):
+    """The first library header that a header names something of and doesn't reach; "" if it reaches all."""
+    code = re.sub(r"//[^\n]*|/\*.*?\*/", "", texts[header], flags=re.S)
+    outer = reached(header, texts)
+    for name, places in DECLARED_IN.items():
+        named = re.search(rf"\b{name}" + ("" if name.endswith(":") else r"\b(?!::)"), code)
+        if named and not outer & set(places):
+            return places[0]
+    return ""
+
+
+def headers_of(folder):
+    """The headers of a folder, by their paths: the tracked ones, and those that a build has made."""
+    if (folder / ".git").exists():
+        git = ["git", "-c", "safe.directory=*", "-C", str(folder), "ls-files", "-z", "-co"]
+        names = subprocess.run([*git, "--exclude-standard", "*.h"], check=True, capture_output=True).stdout.decode().split("\0")
+    else:
+        names = (str(p.relative_to(folder)) for p in folder.rglob("*.h"))
+    return {name: (folder / name).read_text() for name in sorted(names)
+            if (folder / name).is_file() and not name.startswith("build/")}
+
+
+def compile_ahead(command, folder):
+    """A compiled header of the library headers that are parsed once; its path."""
+    ahead = folder / "ahead.h"
+    ahead.write_text("".join(f"#include <{name}>\n" for name in AHEAD))
+    subprocess.run([*command, "-x", "c++-header", ahead, "-o", folder / "ahead.h.gch"], check=True)
+    return ahead
+
+
+def check(command, ahead, header):
+    """What the compiler says of a header; "" if it compiles."""
+    words = [*command, "-fsyntax-only", "-x", "c++", "-include", ahead, "-include", header, os.devnull]
+    done = subprocess.run(words, capture_output=True, text=True)
+    return done.stderr if done.returncode else ""
+
+
+def errors(root, made, command):
+    """A text for each header that doesn't compile alone. The folders `made` have those that a build makes."""
+    own = headers_of(root)
+    texts = own | {name: text for folder in made for name, text in headers_of(folder).items()}
+    for header in own:
+        if place := missing(header, texts):
+            yield f"{header}:1: reaches no <{place}>"
+    with tempfile.TemporaryDirectory() as folder:
+        ahead = compile_ahead(command, pathlib.Path(folder))
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            checks = pool.map(lambda header: check(command, ahead, root / header), own)
+            found = ((header, text) for header, text in zip(own, checks) if text)
+            yield from (f"{header}:1: doesn't compile alone\n{text}" for header, text in found)
+
+
+if __name__ == "__main__":
+    compiler, flags = options(json.loads(pathlib.Path(sys.argv[1]).read_text()))
+    folders = [pathlib.Path(flag[2:]) for flag in flags if flag.startswith("-I") and flag.endswith("/zet")]
+    found = list(errors(ROOT, folders, [compiler, "-std=c++20", "-O0", *flags]))
+    print("\n".join(found) or "every header compiles alone")
+    sys.exit(bool(found))

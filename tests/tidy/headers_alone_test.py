@@ -1,0 +1,44 @@
+"""A header that needs another one before it is found."""
+
+import pathlib
+import tempfile
+import unittest
+
+import headers_alone
+
+COMMAND = ["g++", "-std=c++20", "-O0"]
+
+
+class HeadersAloneTest(unittest.TestCase):
+    def errors(self, files):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            for name, text in files.items():
+                (root / name).parent.mkdir(parents=True, exist_ok=True)
+                (root / name).write_text("#pragma once\n" + text)
+            found = headers_alone.errors(root, [], [*COMMAND, f"-I{folder}"])
+            return [error.split("\n")[0] for error in found]
+
+    def test_a_header_without_what_it_needs_is_found(self):
+        pointer = "#include <memory>\nstruct B;\ninline B make(std::unique_ptr<B> b) { return *b; }\n"
+        self.assertEqual(["a/Needs.h:1: doesn't compile alone", "a/Use.h:1: doesn't compile alone"],
+                         self.errors({"a/Needs.h": "inline int twice(Number n) { return 2 * n; }\n",
+                                      "a/Number.h": "using Number = int;\n",
+                                      "a/Right.h": '#include "a/Number.h"\ninline Number n = 1;\n',
+                                      "a/Use.h": pointer}))
+
+    def test_a_library_header_must_be_reached(self):
+        self.assertEqual(["a/A.h:1: reaches no <string>", "a/D.h:1: reaches no <map>"],
+                         self.errors({"a/A.h": "inline std::string a;\n",
+                                      "a/B.h": "#include <string>\ninline std::string b;\n",
+                                      "a/C.h": '#include "a/B.h"\ninline std::string c;  // a std::map\n',
+                                      "a/D.h": "inline std::map<int, int> d;\n"}))
+
+    def test_the_options_of_a_database_are_paths_and_definitions(self):
+        self.assertEqual(("g++", ["-DA=1", "-I/x", "-I/y"]), headers_alone.options([
+            {"command": "g++ -DA=1 -Dlib_EXPORTS -I/x -isystem /y -O1 -o a.o -c a.cpp"},
+            {"command": "g++ -DA=1 -I /x -c b.cpp"}]))
+
+
+if __name__ == "__main__":
+    unittest.main()
