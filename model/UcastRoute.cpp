@@ -24,8 +24,4 @@ void PimUcastRouteStatus::routeDel(Lanet::Prefix const& prefix) {
   if (written_->entries.erase(prefix) != 0) trie_->routeDel(IpGenPrefix(prefix));
 }
 
-void PimUcastRouteStatus::routeDelAll() {
-  while (!written_->entries.empty()) routeDel(Lanet::Prefix(written_->entries.begin()->first));
-}
-
 }  // namespace Routing::Pim

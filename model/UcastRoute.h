@@ -18,10 +18,9 @@ class PIMBSR_API PimUcastRouteStatus : public Zet::PtrInterface {
   /// The best route towards an address; the default route value if there is none.
   ::Slosh::Fib::Route bestRoute(Lanet::IpGenAddr const& address) const;
 
-  /// The host's side: adds or replaces a route, removes one, removes all.
+  /// The host's side: adds or replaces a route, removes one.
   void routeIs(Lanet::Prefix const& prefix, ::Slosh::Fib::Route const& route);
   void routeDel(Lanet::Prefix const& prefix);
-  void routeDelAll();
 
  private:
   using Written = ::Slosh::SloshTable<::Slosh::Fib::Route, Lanet::Prefix>;

@@ -145,13 +145,5 @@ TEST_F(UcastRoutes, AWrittenRouteIsReplacedAndRemovedInTrieAndTable) {
   EXPECT_EQ(routes->routeTable()->lookup(range("10.0.0.0/8")), Route());
 }
 
-TEST_F(UcastRoutes, RemovingAllLeavesNone) {
-  routes->routeIs(range("0.0.0.0/0"), routeOf(RouteType::remote));
-  routes->routeIs(range("10.0.0.0/8"), routeOf(RouteType::connected));
-  routes->routeDelAll();
-  EXPECT_EQ(routes->routeTrie()->routes(), 0u);
-  EXPECT_EQ(best("10.0.0.1"), Route());
-}
-
 }  // namespace
 }  // namespace test

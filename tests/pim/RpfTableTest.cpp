@@ -52,7 +52,7 @@ TEST_F(RpfTableTest, NeighborTowardsAnAddress) {
 }
 
 TEST_F(RpfTableTest, RouteThatGoesIsNoLongerFollowed) {
-  routes->routeDelAll();
+  routes->routeDel(Lanet::Prefix::parse("10.0.0.0/8"));
   EXPECT_TRUE(table.doLookup(addr("10.9.9.9"), Lanet::IpGenAddr()).rpfNeighbor.isEmpty());
 }
 
