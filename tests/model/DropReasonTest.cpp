@@ -50,7 +50,7 @@ TEST(DropReason, EachIsExplainedInOneSentenceOfItsOwn) {
   }
 }
 
-TEST(DropReasonDeath, NumberBeyondTheLastIsOurOwnError) {
+TEST(DropReasonDeath, NumbersBeyondTheLastAreOurOwnError) {
   EXPECT_DEATH(name(static_cast<DropReason>(allDropReasons().size() + 1)), "drop reason has a row");
 }
 

@@ -80,7 +80,8 @@ def headers_of(folder):
     """The headers of a folder, by their paths: the tracked ones, and those that a build has made."""
     if (folder / ".git").exists():
         git = ["git", "-c", "safe.directory=*", "-C", str(folder), "ls-files", "-z", "-co"]
-        names = subprocess.run([*git, "--exclude-standard", "*.h"], check=True, capture_output=True).stdout.decode().split("\0")
+        done = subprocess.run([*git, "--exclude-standard", "*.h"], check=True, capture_output=True)
+        names = done.stdout.decode().split("\0")
     else:
         names = (str(p.relative_to(folder)) for p in folder.rglob("*.h"))
     return {name: (folder / name).read_text() for name in sorted(names)
