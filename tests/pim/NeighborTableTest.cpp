@@ -74,7 +74,7 @@ TEST_F(NeighborTableTest, AddressThatTwoNeighborsListHasAnotherOwnerForEach) {
   EXPECT_TRUE(link->otherOwner(addr("192.0.2.50"), addr("192.0.2.2")).isEmpty());
 }
 
-// Against a walk of the status --------------------------------------------------------------------------
+// Against a walk of the status ------------------------------------------------------------------------
 
 /// The answers of a walk over all neighbors, as plainly as can be.
 class Walk {

@@ -86,7 +86,7 @@ TEST_F(Gate, AMessageCountsAsAcceptedWhateverTheZonesMachineDidWithIt) {
   expectedExceptions = 1;  // that holdtime is above what an RP can have
 }
 
-// Drops ----------------------------------------------------------------------------------------------
+// Drops -----------------------------------------------------------------------------------------------
 
 struct DropCase {
   char const* name;

@@ -201,7 +201,7 @@ TEST_F(RootCandidate, EndOfTheMachinesSendsNothing) {
   EXPECT_EQ(engine.wheel->armed(), 0u);
 }
 
-// A new neighbor -------------------------------------------------------------------------------------
+// A new neighbor --------------------------------------------------------------------------------------
 
 TEST_F(RootCandidate, NewNeighborHearsOfFollowedZonesFirst) {
   char const* const followed[] = {"239.1.0.0/16", "239.2.0.0/16", "239.3.0.0/16", "239.4.0.0/16"};

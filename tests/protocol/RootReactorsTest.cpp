@@ -284,7 +284,7 @@ TEST_F(RootReactors, OneExistsForEachMemberOfTheCollectionsThatAreWatched) {
   }
 }
 
-// Drops ----------------------------------------------------------------------------------------------
+// Drops -----------------------------------------------------------------------------------------------
 
 TEST_F(RootReactors, TheirMutatorsRejectNull) {
   auto& root = *engine.root;

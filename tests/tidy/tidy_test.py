@@ -119,15 +119,15 @@ class TidyTest(unittest.TestCase):
                               ("int main() try {\n", 1), ("TEST(A, b) {\n", 1),
                               ("auto f() -> std::vector<int> {\n", 1)]:
             closing = "}\n" * (2 if opening.startswith(("namespace", "struct")) else 1)
-            self.assert_tidy("model/A.cpp", opening + lines(68) + closing)
-            self.assert_error("model/A.cpp", opening + lines(69) + closing,
-                              f"{line}: function of 71 lines, at most 70")
+            self.assert_tidy("model/A.cpp", opening + lines(38) + closing)
+            self.assert_error("model/A.cpp", opening + lines(39) + closing,
+                              f"{line}: function of 41 lines, at most 40")
 
     def test_braces_that_are_no_code_do_not_count(self):
         for text in ["// {", "/* {\n{ */", 'auto a = "{";', "auto a = '{';", 'auto a = R"x(\n{)x";',
                      "#define A {\\\n{", "auto a = 1'000; auto b = '{'; auto c = '\\'';"]:
-            self.assert_error("model/A.cpp", "void f() {\n" + text + "\n" + lines(69) + "}\nvoid g() {}\n",
-                              f"1: function of {72 + text.count(chr(10))} lines, at most 70")
+            self.assert_error("model/A.cpp", "void f() {\n" + text + "\n" + lines(39) + "}\nvoid g() {}\n",
+                              f"1: function of {42 + text.count(chr(10))} lines, at most 40")
 
     def test_only_functions_are_short(self):
         for opening in ["namespace {\n", "class A : public B {\n", "enum class A {\n", "int const a[] = {\n",
@@ -135,9 +135,12 @@ class TidyTest(unittest.TestCase):
             self.assert_tidy("model/A.cpp", opening + lines(100, "a,\n") + "};\n")
 
     def test_a_long_python_function_is_found(self):
-        self.assert_tidy("runtime/zetc/a.py", "def f():\n" + lines(69, "    x()\n"))
-        self.assert_error("runtime/zetc/a.py", "\ndef f():\n" + lines(70, "    x()\n"),
-                          "2: function of 71 lines, at most 70")
+        self.assert_tidy("runtime/zetc/a.py", "def f():\n" + lines(39, "    x()\n"))
+        self.assert_error("runtime/zetc/a.py", "\ndef f():\n" + lines(40, "    x()\n"),
+                          "2: function of 41 lines, at most 40")
+        self.assert_tidy("tests/model/a.py", "def f():\n" + lines(69, "    x()\n"))
+        self.assert_error("tests/model/a.py", "def f():\n" + lines(70, "    x()\n"),
+                          "1: function of 71 lines, at most 70")
 
     def test_a_long_file_is_found(self):
         for path in ["model/A.h", "model/A.zet", "tests/zetc/a.py", "cmake/A.cmake"]:
