@@ -34,7 +34,10 @@ bool isRouterAddress(Lanet::IpGenAddr const& address) {
   return host != 0 && host >> 24 != 127 && host >> 28 < 0xe;
 }
 
-bool isGroupRange(Lanet::IpGenPrefix const& range) { return Lanet::allGroups().contains(range); }
+bool isGroupRange(Lanet::IpGenPrefix const& range) {
+  return isIpv4(range.af()) && range.length() >= Lanet::allGroups().length() &&
+         range.address().v4Addr().isMulticast();
+}
 
 ReadError readUnicast(Reader& in, DropReason notUnicast, Lanet::IpGenAddr& address) {
   if (ReadError error = readKind(in)) return error;
@@ -51,10 +54,10 @@ ReadError readGroup(Reader& in, Lanet::IpGenPrefix& range, GroupFlags& flags) {
   U32 host = in.u32();
   if (!in.ok()) return DropReason::truncated;
   if (length > maxLength) return DropReason::prefixLength;
-  Lanet::IpGenPrefix read(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(host)), length);
-  if (!isGroupRange(read)) return DropReason::groupNotMulticast;
+  Lanet::IpAddr address = Lanet::IpAddr::fromHost(host);
+  if (length < Lanet::allGroups().length() || !address.isMulticast()) return DropReason::groupNotMulticast;
   flags = GroupFlags(flagByte & (bidirFlag | scopedFlag));
-  range = read;
+  range = Lanet::IpGenPrefix(Lanet::IpGenAddr(address), length);
   return {};
 }
 
