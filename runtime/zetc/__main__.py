@@ -10,6 +10,8 @@ import reasons
 from check import Model
 from emit import emit_file, emit_reference, in_namespaces
 from parse import ZetError, parse
+from view import Views
+from view_emit import ViewEmitter
 
 
 def write(path, text):
@@ -27,17 +29,21 @@ def main():
     given = arguments.parse_args()
     paths = sorted(os.path.relpath(given.root / name, given.root) for name in given.files)
     files = [parse(path.removesuffix(".zet"), (given.root / path).read_text("utf-8")) for path in paths]
-    model, tables = Model(files), config.Tables(files)
+    model, tables, views = Model(files), config.Tables(files), ViewEmitter(Views(files))
     for file in files:
         if config.is_declared_in(file):
             made = config.emit_file(tables, file, in_namespaces)
         elif reasons.is_declared_in(file):
             made = reasons.emit_file(file, in_namespaces)
+        elif views.is_declared_in(file):
+            made = views.emit_file(file)
         else:
             made = dict(zip((".zet.h", ".zet.cpp"), emit_file(model, file)))
         for kind, text in made.items():
             write(given.out / (file.path + kind), text)
     write(given.out / "reference.md", emit_reference(model))
+    for name, text in views.documents().items():
+        write(given.out / name, text)
 
 
 if __name__ == "__main__":

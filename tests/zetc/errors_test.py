@@ -16,9 +16,10 @@ import check  # noqa: E402  found by support
 import config
 import parse
 import reasons
+import view
 
 FIXTURES = support.HERE / "errors.txt"
-RAISING = {"fail", "need", "name", "symbol", "sentence", "handler", "start", "ZetError"}
+RAISING = {"fail", "need", "name", "symbol", "sentence", "handler", "start", "quoted", "ZetError"}
 
 
 def fixtures():
@@ -34,6 +35,7 @@ def error_of(text):
         files = [parse.parse("fixture", text)]
         check.Model(files)
         config.Tables(files)
+        view.Views(files)
     except parse.ZetError as error:
         frames = traceback.extract_tb(error.__traceback__)
         return str(error), {(pathlib.Path(f.filename).name, f.lineno) for f in frames}
@@ -42,7 +44,7 @@ def error_of(text):
 
 def places_of_errors():
     """(file, first line, last line) of each call in the generator that can raise an error."""
-    for module in (parse, check, config, reasons):
+    for module in (parse, check, config, reasons, view):
         for node in ast.walk(ast.parse(pathlib.Path(module.__file__).read_text(encoding="utf-8"))):
             if isinstance(node, ast.Call):
                 called = getattr(node.func, "attr", None) or getattr(node.func, "id", None)
