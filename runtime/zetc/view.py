@@ -7,6 +7,8 @@ from parse import ZetError
 
 # An item of a choice: its enumerator, its name in JSON, and how tables show it.
 Item = namedtuple("Item", "name called shown doc place")
+# Where the fields of another view belong to a view too.
+Include = namedtuple("Include", "name place")
 NUMBERS = {"U8": 255, "U16": 65535, "U32": 4294967295, "U64": 18446744073709551615}
 VALUES = ("Text", "Bool", *NUMBERS, "Seconds", "Address", "Prefix", "Json")
 UNITS = {"s": "seconds", "bits": "bits"}
@@ -25,6 +27,7 @@ class Field:
     def __init__(self, name, place):
         self.name, self.place, self.doc = name, place, ""
         self.type = self.collection = ""  # collection: list or map
+        self.others = []  # further choices whose names it may have: (name, place)
         self.null = self.optional = self.defaulted = self.alone = False
         self.unit = self.column = self.otherwise = self.shown = ""
 
@@ -79,8 +82,11 @@ def view(parser):
             made.fields.append(lone_column(parser))
         elif parser.accept("columns"):
             made.columns = columns(parser)
+        elif parser.accept("include"):
+            place = parser.peek().place
+            made.fields.append(Include(parser.name("the name of a view"), place))
         else:
-            parser.fail("field, column, columns or }")
+            parser.fail("field, column, columns, include or }")
     return made
 
 
@@ -122,7 +128,7 @@ def option(parser, made):
     if word in ("optional", "defaulted"):
         setattr(made, parser.take().text, True)
     elif parser.accept("or"):
-        made.null = parser.accept("null") or parser.fail("'null'")
+        alternative(parser, made)
     elif parser.accept("unit"):
         made.unit = parser.name("a unit")
     elif parser.accept("column"):
@@ -134,6 +140,15 @@ def option(parser, made):
     else:
         valid = "or null, optional, defaulted, unit, column, else, shown or a sentence in double quotes"
         parser.fail(valid)
+
+
+def alternative(parser, made):
+    place = parser.peek().place
+    name = parser.name("null or the name of a choice")
+    if name == "null":
+        made.null = True
+    else:
+        made.others.append((name, place))
 
 
 # What does not fit together
@@ -149,13 +164,24 @@ class Views:
         for _, made in everything:
             (self.choices if isinstance(made, Choice) else self.views)[made.name] = made
         for file, made in everything:
+            if isinstance(made, View):
+                later = [one.name for one in file.others[file.others.index(made):]]
+                made.fields = [one for part in made.fields for one in self.included(part, later)]
             unique(made.items if isinstance(made, Choice) else made.fields)
             if isinstance(made, View):
-                self.check(made, file)
+                self.check(made, later)
 
-    def check(self, made, file):
+    def included(self, part, later):
+        """The fields of a part of a view."""
+        if isinstance(part, Field):
+            return [part]
+        if part.name not in self.views or part.name in later:
+            raise ZetError(part.place, f"{part.name} is no view that is declared before", "such a view")
+        return self.views[part.name].fields
+
+    def check(self, made, later):
         for one in made.members():
-            self.check_type(one, file.others[file.others.index(made):])
+            self.check_type(one, later)
             self.check_field(one)
         heads = {f.name for f in made.fields if f.column}
         for name, place in made.columns:
@@ -171,8 +197,11 @@ class Views:
         if one.type not in (*VALUES, *self.choices, *self.views):
             valid = ", ".join(VALUES) + " or a declared view or choice"
             raise ZetError(one.type_place, f"{one.type} is no type of a field", valid)
-        if one.type in [made.name for made in later]:
+        if one.type in later:
             raise ZetError(one.type_place, f"{one.type} is declared later", "a view declared before")
+        for name, place in one.others:
+            if name not in self.choices or one.type not in self.choices:
+                raise ZetError(place, f"{one.name} can't be {name} too", "null, or a choice after a choice,")
 
     def check_field(self, one):
         if one.collection and one.null:

@@ -100,6 +100,11 @@ class ViewEmitter:
             return ""
         return " = false" if one.type == "Bool" else " = 0" if one.type in (*NUMBERS, "Seconds") else ""
 
+    def keys(self, one):
+        """The names in JSON that a field of choices may have."""
+        choices = [self.views.choices[name] for name in (one.type, *(name for name, _ in one.others))]
+        return [item.called for made in choices for item in made.items]
+
     def presence(self, one):
         return "Presence::" + ("ifAny" if one.optional else "defaulted" if one.defaulted else "always")
 
@@ -162,7 +167,7 @@ class ViewEmitter:
         if one.type in self.views.views:
             value = {"$ref": f"#/$defs/{one.type}"}
         elif one.type in self.views.choices:
-            value = {"enum": [item.called for item in self.views.choices[one.type].items]}
+            value = {"enum": self.keys(one)}
         else:
             value = SCHEMAS[one.type]
         if one.collection == "list":
@@ -189,7 +194,7 @@ class ViewEmitter:
         if one.type in self.views.views:
             name = f"[{one.type}](#{one.type.lower()})"
         elif one.type in self.views.choices:
-            name = "one of " + commas(f"`{item.called}`" for item in self.views.choices[one.type].items)
+            name = "one of " + commas(f"`{key}`" for key in self.keys(one))
         else:
             name = WORDS[one.type]
         if one.unit:
