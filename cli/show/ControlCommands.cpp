@@ -10,6 +10,7 @@
 #include "agent/control/ControlClient.h"
 #include "agent/control/ControlProtocol.h"
 #include "cli/show/ShowTables.h"
+#include "view/Answers.h"
 
 namespace pimbsr::cli {
 
@@ -61,6 +62,8 @@ static ExitCode fail(std::ostream& out, std::ostream& err, char const* text, Exi
   return code;
 }
 
+static constexpr char const* notUnderstood = "the agent's answer is not understood; is it of this version?";
+
 /// Runs a command to its end: `act` writes, and returns false where it has told of a failure.
 template <class Act>
 static ExitCode run(std::ostream& out, std::ostream& err, Act const& act) {
@@ -73,7 +76,9 @@ static ExitCode run(std::ostream& out, std::ostream& err, Act const& act) {
   } catch (agent::ClientError const& fault) {
     return fail(out, err, fault.what(), exitFailed);
   } catch (Json::exception const&) {
-    return fail(out, err, "the agent's answer is not understood; is it of this version?", exitFailed);
+    return fail(out, err, notUnderstood, exitFailed);
+  } catch (view::ReadError const&) {
+    return fail(out, err, notUnderstood, exitFailed);
   }
   return finish(out, err);
 }
@@ -108,23 +113,22 @@ ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err
   });
 }
 
-static void writeLines(std::ostream& out, Json const& result, char const* member, char const* behind = "") {
-  for (Json const& text : result.at(member)) out << text.get<std::string>() << behind << '\n';
+static void writeLines(std::ostream& out, std::vector<std::string> const& lines, char const* after = "") {
+  for (std::string const& line : lines) out << line << after << '\n';
 }
 
 ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
-    Json result = ask(socket, {{"command", "reload"}});
-    bool applied = result.at("applied").get<bool>();
-    writeLines(err, result, "faults");
-    writeLines(err, result, "warnings");
-    writeLines(out, result, "needsRestart", " takes effect at the next start");
-    if (applied) {
+    auto result = view::readView<view::Reload>(ask(socket, {{"command", "reload"}}));
+    writeLines(err, result.faults);
+    writeLines(err, result.warnings);
+    writeLines(out, result.needsRestart, " takes effect at the next start");
+    if (result.applied) {
       out << "the configuration file was read again and is followed\n";
     } else {
       err << "pimbsr: the configuration file is refused; what ran before runs on\n";
     }
-    return applied;
+    return result.applied;
   });
 }
 
@@ -150,7 +154,7 @@ ExitCode trace(TraceOptions const& options, std::ostream& out, std::ostream& err
 
 ExitCode metrics(std::string const& socket, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
-    out << askReading(socket, {{"command", "metrics"}}).at("text").get_ref<std::string const&>();
+    out << view::readView<view::Metrics>(askReading(socket, {{"command", "metrics"}})).text;
     return true;
   });
 }

@@ -1,55 +1,42 @@
-#include <pwd.h>
-
 #include <map>
 #include <ostream>
 #include <utility>
 
-#include "cli/base/Table.h"
 #include "cli/show/ShowParts.h"
 
 namespace pimbsr::cli {
 
 // The filter ------------------------------------------------------------------------------------------
 
-void writeFilter(std::ostream& out, Json const& view) {
+void writeShown(std::ostream& out, view::Filter const& view) {
   out << "Candidate-RP-Advertisements are taken from "
-      << (view.at("permitsAll") ? "every sender.\n" : "senders in\n");
-  if (!view.at("permitsAll")) {
-    for (Json const& prefix : view.at("permitted")) out << fmt::format("  {}\n", textOf(prefix));
+      << (view.permitsAll ? "every sender.\n" : "senders in\n");
+  if (!view.permitsAll) {
+    for (auto const& prefix : view.permitted) out << fmt::format("  {}\n", view::cellOf(prefix, "-"));
   }
   out << fmt::format("Sender lists: {}. Refused since the last clear: {}.\n",
-                     listsOf(view.at("lists"), view.at("absentLists")),
-                     countOf(view.at("refused"), "advertisement"));
+                     view::listsOf(view.lists, view.absentLists), countOf(view.refused, "advertisement"));
 }
 
 // Counters --------------------------------------------------------------------------------------------
 
-static void writeTimers(std::ostream& out, Json const& view) {
-  Json const& timers = view.at("timers");
+static void writeTimers(std::ostream& out, view::Counters const& view) {
+  view::Timers const& timers = view.timers;
   out << fmt::format(
       "Up for {}. {} armed; timers were served {} times, {:.3f} s late in the mean and {:.3f} s at worst.\n",
-      textOfSpan(view.at("uptime")), countOf(timers.at("armed"), "timer"), textOf(timers.at("served")),
-      timers.at("meanLateness").get<double>(), timers.at("worstLateness").get<double>());
-  Json const& exceptions = view.at("notificationExceptions");
-  if (exceptions == 0) return;
+      view::spanOf(view.uptime), countOf(timers.armed, "timer"), timers.served, timers.meanLateness,
+      timers.worstLateness);
+  if (view.notificationExceptions == 0) return;
   out << fmt::format("The engine caught {} inside; that is a fault of this program.\n",
-                     countOf(exceptions, "exception"));
+                     countOf(view.notificationExceptions, "exception"));
 }
 
-/// One has a name that only its parts explain.
-static std::string counterName(Json const& name) {
-  return name == "errCounters" ? "Refused, by cause" : textOf(name);
-}
-
-static void writeEngineCounters(std::ostream& out, Json const& counters) {
-  Table table({"counter", "count", "what it counts"});
-  for (Json const& counter : counters) {
-    if (counter.at("value") != 0)
-      table.add(
-          {counterName(counter.at("name")), textOf(counter.at("value")), textOf(counter.at("sentence"))});
-    if (!counter.contains("parts")) continue;
-    for (Json const& part : counter["parts"]) {
-      if (part.at("value") != 0) table.add({"  " + textOf(part.at("name")), textOf(part.at("value")), ""});
+static void writeEngineCounters(std::ostream& out, std::vector<view::Counter> const& counters) {
+  Table table(view::headOf<view::Counter>());
+  for (view::Counter const& counter : counters) {
+    if (counter.value != 0) table.add(cellsOf(counter));
+    for (view::CounterPart const& part : counter.parts) {
+      if (part.value != 0) table.add({"  " + part.name, fmt::to_string(part.value), ""});
     }
   }
   out << "\nBootstrap messages and advertisements"
@@ -57,48 +44,45 @@ static void writeEngineCounters(std::ostream& out, Json const& counters) {
   if (!table.empty()) table.write(out, 2);
 }
 
-static void writeTraffic(std::ostream& out, Json const& traffic) {
-  Table table({"interface", "kind", "received", "refused", "sent", "not sent"});
-  for (Json const& intf : traffic) {
-    std::string name = intf.at("interface").is_null() ? "by route" : textOf(intf.at("interface"));
-    for (auto const& [kind, counts] : intf.at("packets").items()) {
-      table.add({std::exchange(name, ""), messageName(kind), textOf(counts.at("received")),
-                 textOf(counts.at("refused")), textOf(counts.at("sent")), textOf(counts.at("sendFailed"))});
+static void writeTraffic(std::ostream& out, std::vector<view::InterfaceTraffic> const& traffic) {
+  view::Cells head = joined(view::headOf<view::InterfaceTraffic>(), {"kind"});
+  Table table(joined(head, view::headOf<view::PacketCounts>()));
+  for (view::InterfaceTraffic const& intf : traffic) {
+    view::Cells name = cellsOf(intf);
+    for (auto const& [kind, counts] : intf.packets) {
+      table.add(joined(joined(std::exchange(name, {""}), {view::shownMessageKind(kind)}), cellsOf(counts)));
     }
   }
   out << "\nPackets" << (table.empty() ? ": none yet\n" : "\n");
   if (!table.empty()) table.write(out, 2);
 }
 
-void writeCounters(std::ostream& out, Json const& view) {
+void writeShown(std::ostream& out, view::Counters const& view) {
   writeTimers(out, view);
-  writeEngineCounters(out, view.at("counters"));
-  writeTraffic(out, view.at("traffic"));
+  writeEngineCounters(out, view.counters);
+  writeTraffic(out, view.traffic);
 }
 
-// Refused messages ------------------------------------------------------------------------------------
+// Dropped messages ------------------------------------------------------------------------------------
 
-static void writeKernelLosses(std::ostream& out, Json const& lost) {
+static void writeKernelLosses(std::ostream& out, Zet::U64 lost) {
   if (lost == 0) return;
   out << fmt::format(
       "The kernel lost {} whose receive buffer was full; \"pimbsr show interfaces\" has the queues.\n",
       countOf(lost, "packet"));
 }
 
-void writeDrops(std::ostream& out, Json const& view) {
-  writeKernelLosses(out, view.value("kernelLost", Json(0)));
-  std::map<std::string, std::string> sentences;
-  Table table({"reason", "interface", "zone", "count", "last", "from", "last message"});
-  for (Json const& drop : view.at("drops")) {
-    Json const& last = drop.at("last");
-    sentences[drop.at("reason")] = drop.at("sentence");
-    table.add({textOf(drop.at("reason")), textOf(drop.at("interface")), textOf(drop.at("zone")),
-               textOf(drop.at("count")), textOfSpan(last.at("ago")) + " ago", textOf(last.at("sender")),
-               textOf(last.at("message"))});
-  }
-  if (table.empty()) {
+void writeShown(std::ostream& out, view::Drops const& view) {
+  writeKernelLosses(out, view.kernelLost);
+  if (view.drops.empty()) {
     out << "No message was refused since the last clear.\n";
     return;
+  }
+  std::map<std::string, std::string> sentences;
+  Table table(joined(view::headOf<view::Drop>(), view::headOf<view::LastDrop>()));
+  for (view::Drop const& drop : view.drops) {
+    sentences[drop.reason] = drop.sentence;
+    table.add(joined(cellsOf(drop), cellsOf(drop.last)));
   }
   out << "Refused messages\n";
   table.write(out, 2);
@@ -110,29 +94,13 @@ void writeDrops(std::ostream& out, Json const& view) {
 
 // Control sockets -------------------------------------------------------------------------------------
 
-/// A user by name, if this system has one for the uid.
-static std::string userName(Json const& uid) {
-  passwd const* entry = getpwuid(uid.get<uid_t>());
-  return entry == nullptr ? fmt::format("uid {}", uid.dump()) : entry->pw_name;
-}
-
-void writeControl(std::ostream& out, Json const& view) {
-  Table sockets({"socket", "serves", "clients", "watchers", "requests", "refused requests", "refused clients",
-                 "gave way", "slow", "silent", "failed"});
-  Table users({"socket", "user", "clients", "watchers", "unread answers"});
-  for (Json const& socket : view.at("sockets")) {
-    std::string path = textOf(socket.at("socket"));
-    sockets.add({path, socket.at("readOnly") ? "reading" : "all", textOf(socket.at("clients")),
-                 textOf(socket.at("watchers")), textOf(socket.at("requests")),
-                 textOf(socket.at("refusedRequests")), textOf(socket.at("refused")),
-                 textOf(socket.at("gaveWay")), textOf(socket.at("slow")), textOf(socket.at("silent")),
-                 textOf(socket.at("failed"))});
-    for (Json const& user : socket.at("users"))
-      users.add({path, userName(user.at("uid")), textOf(user.at("clients")), textOf(user.at("watchers")),
-                 textOf(user.at("unread"))});
+void writeShown(std::ostream& out, view::Control const& view) {
+  Table users(joined({"socket"}, view::headOf<view::User>()));
+  for (view::Socket const& socket : view.sockets) {
+    for (view::User const& user : socket.users) users.add(joined({socket.socket}, cellsOf(user)));
   }
   out << "Control sockets\n";
-  sockets.write(out, 2);
+  tableOf(view.sockets).write(out, 2);
   out << "\nUsers that are connected" << (users.empty() ? ": none\n" : "\n");
   if (!users.empty()) users.write(out, 2);
 }

@@ -6,7 +6,14 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "cli/base/Table.h"
 #include "runtime/Types.h"
+#include "view/Candidates.h"
+#include "view/Counts.h"
+#include "view/History.h"
+#include "view/Interfaces.h"
+#include "view/Lists.h"
+#include "view/Zones.h"
 
 /// The tables of `show` by theme, each in a source of its own, for ShowTables.cpp alone.
 namespace pimbsr::cli {
@@ -15,44 +22,54 @@ namespace pimbsr::cli {
 using Json = nlohmann::ordered_json;
 
 // ShowZones.cpp
-void writeBsr(std::ostream& out, Json const& view);
-void writeRpSet(std::ostream& out, Json const& view);
-void writeRp(std::ostream& out, Json const& view);
+void writeShown(std::ostream& out, view::Bsr const& view);
+void writeShown(std::ostream& out, view::RpSet const& view);
+void writeShown(std::ostream& out, view::Rp const& view);
 
 // ShowCandidates.cpp
-void writeCandidates(std::ostream& out, Json const& view);
+void writeShown(std::ostream& out, view::Candidates const& view);
 
 // ShowInterfaces.cpp
-void writeNeighbors(std::ostream& out, Json const& view);
-void writeInterfaces(std::ostream& out, Json const& view);
-void writeBorders(std::ostream& out, Json const& view);
+void writeShown(std::ostream& out, view::Neighbors const& view);
+void writeShown(std::ostream& out, view::Interfaces const& view);
+void writeShown(std::ostream& out, view::Borders const& view);
 
 // ShowCounts.cpp
-void writeFilter(std::ostream& out, Json const& view);
-void writeCounters(std::ostream& out, Json const& view);
-void writeDrops(std::ostream& out, Json const& view);
-void writeControl(std::ostream& out, Json const& view);
+void writeShown(std::ostream& out, view::Filter const& view);
+void writeShown(std::ostream& out, view::Counters const& view);
+void writeShown(std::ostream& out, view::Drops const& view);
+void writeShown(std::ostream& out, view::Control const& view);
 
 // ShowHistory.cpp
-void writeHistory(std::ostream& out, Json const& view);
+void writeShown(std::ostream& out, view::History const& view);
 
-// ShowTables.cpp: values
+// Tables
 
-/// A value as people read it; "-" for null.
-std::string textOf(Json const& value);
-/// A span of time: tenths of a second up to 100 seconds, then minutes, hours and days; "-" for null.
-std::string textOfSpan(Json const& seconds);
-/// The same, where null means that there is no end.
-std::string textOfSpanOrNever(Json const& seconds);
+/// The cells of two views in one line.
+view::Cells joined(view::Cells first, view::Cells const& second);
+
+/// The views as a table of their columns.
+template <class View>
+Table tableOf(std::vector<View> const& views) {
+  Table table(view::headOf<View>());
+  for (View const& view : views) table.add(cellsOf(view));
+  return table;
+}
+
+/// Adds a line for each view, with the same cells before all of them, which only the first line shows.
+template <class View>
+void addGroup(Table& table, view::Cells before, std::vector<View> const& views) {
+  for (View const& view : views) {
+    table.add(joined(before, cellsOf(view)));
+    for (std::string& cell : before) cell.clear();
+  }
+}
+
+// Values
+
 /// A number with what it counts, as in "1 RP" and "2 RPs".
-std::string countOf(Json const& number, std::string const& what);
-/// The items with commas between them; `none` if there are none.
-std::string listOf(Json const& items, std::string const& none = "-");
-/// Names of access lists with commas between them, with a mark at those that aren't there; "none" for none.
-std::string listsOf(Json const& lists, Json const& absent);
+std::string countOf(Zet::U64 number, std::string const& what);
 /// A number of entries of RP sets, of which one RP has as many as it has group ranges.
-std::string entriesOf(Json const& number);
-/// The name that people use for a kind of message.
-std::string messageName(Json const& kind);
+std::string entriesOf(Zet::U64 number);
 
 }  // namespace pimbsr::cli

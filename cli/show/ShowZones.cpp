@@ -2,10 +2,11 @@
 #include <ostream>
 #include <utility>
 
-#include "cli/base/Table.h"
 #include "cli/show/ShowParts.h"
 
 namespace pimbsr::cli {
+
+using view::cellOf;
 
 // The BSR of each zone --------------------------------------------------------------------------------
 
@@ -14,78 +15,63 @@ static void writeFact(std::ostream& out, std::string_view name, std::string cons
   out << fmt::format("  {:<16}  {}\n", name, fact);
 }
 
-static void writeKnownBsr(std::ostream& out, Json const& zone) {
-  Json const& bsr = zone.at("bsr");
-  bool own = bsr.at("own");
-  writeFact(out, "BSR", textOf(bsr.at("address")) + (own ? ", this router" : ""));
-  writeFact(out, "priority", textOf(bsr.at("priority")) + " (higher wins)");
-  writeFact(out, "hash mask length", textOf(bsr.at("hashMaskLen")));
-  writeFact(out, "state", textOf(zone.at("state")));
-  writeFact(out, own ? "elected for" : "known for", textOfSpan(bsr.at("uptime")));
-  if (own) {
-    writeFact(out, "next message in", textOfSpan(zone.at("nextMessage")));
+static void writeKnownBsr(std::ostream& out, view::BsrZone const& zone) {
+  view::KnownBsr const& bsr = *zone.bsr;
+  writeFact(out, "BSR", cellOf(bsr.address, "-") + (bsr.own ? ", this router" : ""));
+  writeFact(out, "priority", fmt::format("{} (higher wins)", bsr.priority));
+  writeFact(out, "hash mask length", fmt::to_string(bsr.hashMaskLen));
+  writeFact(out, "state", cellOf(zone.state, "-"));
+  writeFact(out, bsr.own ? "elected for" : "known for", cellOf(bsr.uptime, "-"));
+  if (bsr.own) {
+    writeFact(out, "next message in", cellOf(zone.nextMessage, "-"));
   } else {
-    writeFact(out, "expires in", textOfSpan(bsr.at("expiresIn")));
+    writeFact(out, "expires in", cellOf(bsr.expiresIn, "-"));
   }
 }
 
 /// What the timers of a zone without a BSR lead to.
-static void writeNoBsr(std::ostream& out, Json const& zone) {
+static void writeNoBsr(std::ostream& out, view::BsrZone const& zone) {
   writeFact(out, "BSR", "none");
-  writeFact(out, "state", textOf(zone.at("state")));
-  if (!zone.at("scopeZoneTimer").is_null())
-    writeFact(out, "forgotten in", textOfSpan(zone.at("scopeZoneTimer")));
-  if (zone.at("bootstrapTimer").is_null()) return;
-  writeFact(out, zone.at("candidate") ? "decides in" : "expires in", textOfSpan(zone.at("bootstrapTimer")));
+  writeFact(out, "state", cellOf(zone.state, "-"));
+  if (zone.scopeZoneTimer) writeFact(out, "forgotten in", cellOf(zone.scopeZoneTimer, "-"));
+  if (!zone.bootstrapTimer) return;
+  writeFact(out, zone.candidate ? "decides in" : "expires in", cellOf(zone.bootstrapTimer, "-"));
 }
 
-static std::string sizeOf(Json const& zone) {
-  if (zone.at("rps") == 0) return "empty";
-  return entriesOf(zone.at("rps")) + " in " + countOf(zone.at("ranges"), "group range");
+static std::string sizeOf(view::BsrZone const& zone) {
+  if (zone.rps == 0) return "empty";
+  return entriesOf(zone.rps) + " in " + countOf(zone.ranges, "group range");
 }
 
-void writeBsr(std::ostream& out, Json const& view) {
-  Json const& zones = view.at("zones");
-  bool isKnown =
-      std::any_of(zones.begin(), zones.end(), [](Json const& zone) { return !zone.at("bsr").is_null(); });
+void writeShown(std::ostream& out, view::Bsr const& view) {
+  bool isKnown = std::any_of(view.zones.begin(), view.zones.end(),
+                             [](auto const& zone) { return zone.bsr.has_value(); });
   if (!isKnown) out << "No BSR is known in any zone.\n";
   bool isFirst = isKnown;
-  for (Json const& zone : zones) {
+  for (view::BsrZone const& zone : view.zones) {
     if (!std::exchange(isFirst, false)) out << '\n';
-    out << fmt::format("Zone {}, {}\n", textOf(zone.at("zone")), zone.at("scoped") ? "scoped" : "global");
-    zone.at("bsr").is_null() ? writeNoBsr(out, zone) : writeKnownBsr(out, zone);
+    out << fmt::format("Zone {}, {}\n", cellOf(zone.zone, "-"), zone.scoped ? "scoped" : "global");
+    zone.bsr ? writeKnownBsr(out, zone) : writeNoBsr(out, zone);
     writeFact(out, "RP set", sizeOf(zone));
   }
 }
 
 // The RP set of each zone -----------------------------------------------------------------------------
 
-static std::string expiryOf(Json const& rp) {
-  bool withdrawn = rp.at("holdTime") == 0;
-  return withdrawn ? "withdrawn" : textOfSpanOrNever(rp.at("expiresIn"));
-}
-
-static void writeZoneRps(std::ostream& out, Json const& zone) {
-  Table table({"group range", "RP", "priority", "holdtime", "expires in", "mode"});
-  for (Json const& range : zone.at("ranges")) {
-    std::string name = textOf(range.at("range"));
-    for (Json const& rp : range.at("rps")) {
-      table.add({std::exchange(name, ""), textOf(rp.at("address")), textOf(rp.at("priority")),
-                 rp.at("holdTime").dump() + " s", expiryOf(rp),
-                 rp.at("bidirectional") ? "bidirectional" : "sparse"});
-    }
-  }
+static void writeZoneRps(std::ostream& out, view::SetZone const& zone) {
+  Table table(joined(view::headOf<view::SetRange>(), view::headOf<view::SetRp>()));
+  for (view::SetRange const& range : zone.ranges) addGroup(table, cellsOf(range), range.rps);
   table.write(out, 2);
 }
 
-void writeRpSet(std::ostream& out, Json const& view) {
+void writeShown(std::ostream& out, view::RpSet const& view) {
   bool isFirst = true;
-  for (Json const& zone : view.at("zones")) {
-    if (zone.at("rps") == 0) continue;
+  for (view::SetZone const& zone : view.zones) {
+    if (zone.rps == 0) continue;
     if (!std::exchange(isFirst, false)) out << '\n';
-    std::string bsr = zone.at("bsr").is_null() ? "no BSR" : "BSR " + textOf(zone.at("bsr"));
-    out << fmt::format("Zone {}, {}, {} (lower priority wins)\n", textOf(zone.at("zone")), bsr,
-                       entriesOf(zone.at("rps")));
+    std::string bsr = zone.bsr.isEmpty() ? "no BSR" : "BSR " + cellOf(zone.bsr, "-");
+    out << fmt::format("Zone {}, {}, {} (lower priority wins)\n", cellOf(zone.zone, "-"), bsr,
+                       entriesOf(zone.rps));
     writeZoneRps(out, zone);
   }
   if (isFirst) out << "No RP is known in any zone.\n";
@@ -93,40 +79,27 @@ void writeRpSet(std::ostream& out, Json const& view) {
 
 // Which RP serves a group -----------------------------------------------------------------------------
 
-static std::string noteOf(Json const& range) {
-  if (range.at("chosen")) return "chosen";
-  return range.at("live") == 0 ? "passed over: none is live" : "a longer one is chosen";
-}
-
-static void writeCovering(std::ostream& out, Json const& ranges) {
+static void writeCovering(std::ostream& out, std::vector<view::CoveringRange> const& ranges) {
   out << "\nGroup ranges that cover it, the longest first\n";
-  Table table({"group range", "zone", "RPs", "live", ""});
-  for (Json const& range : ranges) {
-    table.add({textOf(range.at("range")), listOf(range.at("zones")), textOf(range.at("rps")),
-               textOf(range.at("live")), noteOf(range)});
-  }
-  table.write(out, 2);
+  tableOf(ranges).write(out, 2);
 }
 
-void writeRp(std::ostream& out, Json const& view) {
-  Json const& ranges = view.at("ranges");
-  std::string group = textOf(view.at("group"));
-  if (view.at("rp").is_null()) {
-    out << fmt::format("Group {} has no RP: {}.\n", group, textOf(view.at("because")));
-    if (!ranges.empty()) writeCovering(out, ranges);
+void writeShown(std::ostream& out, view::Rp const& view) {
+  std::string group = cellOf(view.group, "-");
+  if (view.rp.isEmpty()) {
+    out << fmt::format("Group {} has no RP: {}.\n", group, view.because);
+    if (!view.ranges.empty()) writeCovering(out, view.ranges);
     return;
   }
-  out << fmt::format("Group {} is served by RP {}, {}.\n", group, textOf(view.at("rp")),
-                     textOf(view.at("because")));
-  writeCovering(out, ranges);
+  out << fmt::format("Group {} is served by RP {}, {}.\n", group, cellOf(view.rp, "-"), view.because);
+  writeCovering(out, view.ranges);
   out << fmt::format(
       "\nLive RPs of {}: the lowest priority wins, then the highest hash, then the highest address\n",
-      textOf(view.at("range")));
-  Table table({"RP", "priority", "hash", "hash mask length", ""});
+      cellOf(view.range, "-"));
+  Table table(joined(view::headOf<view::RpChoice>(), {""}));
   std::string note = "chosen";
-  for (Json const& rp : view.at("candidates")) {
-    table.add({textOf(rp.at("address")), textOf(rp.at("priority")), textOf(rp.at("hash")),
-               textOf(rp.at("hashMaskLen")), std::exchange(note, "")});
+  for (view::RpChoice const& rp : view.candidates) {
+    table.add(joined(cellsOf(rp), {std::exchange(note, "")}));
   }
   table.write(out, 2);
 }
