@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "agent/account/HistoryJson.h"
-#include "agent/base/Json.h"
 #include "agent/base/Log.h"
 #include "agent/base/TraceLevel.h"
 #include "agent/base/Version.h"
@@ -26,8 +25,11 @@
 #include "agent/views/Metrics.h"
 #include "agent/views/Views.h"
 #include "runtime/Assert.h"
+#include "view/Json.h"
 
 namespace pimbsr::agent {
+
+using view::Json;
 
 /// Seconds after a change within which the history is kept in its file.
 static constexpr double historyDelay = 5;
@@ -147,14 +149,14 @@ void Daemon::armTimer() {
 
 /// A line for the log of what an operator is woken up by; empty for what only fills an RP set.
 static std::string logText(HistoryEntry const& change) {
-  std::string zone = textOf(change.zone);
-  std::string bsr = textOf(change.bsr.address);
+  std::string zone = view::cellOf(change.zone, "");
+  std::string bsr = view::cellOf(change.bsr.address, "");
   switch (change.kind) {
     case HistoryKind::bsrElected:
       return fmt::format("zone {}: BSR is {}, priority {}", zone, bsr, change.bsr.priority);
     case HistoryKind::bsrChanged:
       return fmt::format("zone {}: BSR is {}, priority {}, instead of {}", zone, bsr, change.bsr.priority,
-                         textOf(change.formerBsr.address));
+                         view::cellOf(change.formerBsr.address, ""));
     case HistoryKind::bsrLost:
       return fmt::format("zone {}: BSR {} is lost", zone, bsr);
     case HistoryKind::candidateState:
@@ -215,9 +217,9 @@ Json Daemon::answer(Request const& request) {
     case Command::show:
       return show(observed(), request.what, request.group);
     case Command::metrics:
-      return {{"text", metricsText(observed())}};
+      return jsonOf(view::Metrics{.text = metricsText(observed())});
     case Command::reload:
-      return reload();
+      return jsonOf(reload());
     case Command::trace:
       changeTrace(request);
       return Json::object();
@@ -225,7 +227,7 @@ Json Daemon::answer(Request const& request) {
       clear(request.what);
       return Json::object();
     case Command::version:
-      return {{"version", version}};
+      return jsonOf(view::Version{.version = version});
     case Command::watch:
       break;
   }
@@ -248,14 +250,13 @@ static std::vector<std::string> textsOf(std::string const& file, char const* kin
 }
 
 /// What only a restart applies stays as it is.
-Json Daemon::reload() {
+view::Reload Daemon::reload() {
   ConfigReading reading = readConfigFile(options_.file);
-  Json result = {{"applied", reading.isSound()},
-                 {"faults", textsOf(reading.file, "error", reading.faults)},
-                 {"warnings", textsOf(reading.file, "warning", lint(reading))},
-                 {"needsRestart", Json::array()}};
-  if (!reading.isSound()) return result;
-  result["needsRestart"] = needRestart(agent_.settings(), reading.settings);
+  view::Reload result{.applied = reading.isSound(),
+                      .faults = textsOf(reading.file, "error", reading.faults),
+                      .warnings = textsOf(reading.file, "warning", lint(reading))};
+  if (!result.applied) return result;
+  result.needsRestart = needRestart(agent_.settings(), reading.settings);
   Settings wanted = reading.settings;
   wanted.controlSocket = agent_.settings().controlSocket;
   wanted.readOnlySocket = agent_.settings().readOnlySocket;
@@ -284,20 +285,20 @@ void Daemon::changeTrace(Request const& request) {
 void Daemon::handleHangup() {
   notifyService("RELOADING=1");
   try {
-    tellReload(reload());
+    logReload(reload());
   } catch (std::exception const& fault) {
     logLine(fmt::format("{}: {}", options_.file, fault.what()));
   }
   notifyService("READY=1");
 }
 
-void Daemon::tellReload(Json const& result) {
-  for (char const* kind : {"faults", "warnings"})
-    for (Json const& text : result[kind]) logLine(text.get<std::string>());
-  for (Json const& key : result["needsRestart"])
-    logLine(fmt::format("{} takes effect at the next start", key.get<std::string>()));
+void Daemon::logReload(view::Reload const& result) {
+  for (std::string const& text : result.faults) logLine(text);
+  for (std::string const& text : result.warnings) logLine(text);
+  for (std::string const& key : result.needsRestart)
+    logLine(fmt::format("{} takes effect at the next start", key));
   logLine(fmt::format("{}: {}", options_.file,
-                      result["applied"] ? "read again and followed" : "refused; what ran before runs on"));
+                      result.applied ? "read again and followed" : "refused; what ran before runs on"));
 }
 
 // Files -------------------------------------------------------------------------------------------------

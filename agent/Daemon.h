@@ -13,6 +13,7 @@
 #include "agent/control/ControlServer.h"
 #include "agent/kernel/LinuxMachine.h"
 #include "agent/process/ChangeCommand.h"
+#include "view/Answers.h"
 
 namespace pimbsr::agent {
 
@@ -48,8 +49,8 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   void armTimer();
   void handleTimer();
   void handleHangup();
-  nlohmann::ordered_json reload();
-  void tellReload(nlohmann::ordered_json const& result);
+  view::Reload reload();
+  void logReload(view::Reload const& result);
   void follow(Settings const& settings);
   void changeTrace(Request const& request);
   void clear(std::string const& what);

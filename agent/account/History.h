@@ -11,14 +11,15 @@
 #include "host/Observer.h"
 #include "host/Reception.h"
 #include "host/Router.h"
+#include "view/Kinds.h"
 
 namespace pimbsr::agent {
 
 using Zet::U64;
 using Zet::U8;
 
-/// What kind of event made a change.
-enum class CauseKind : U8 { start, message, timer, configuration, kernel, stop };
+using view::CauseKind;
+using HistoryKind = view::EventKind;
 
 /// What made a change.
 struct Cause {
@@ -43,20 +44,6 @@ struct RpCounts {
 
 /// How many RPs an entry for several names.
 inline constexpr std::size_t mostNamedRps = 4;
-
-/// What happened; all but the last two are those of host::ChangeKind.
-enum class HistoryKind : U8 {
-  bsrElected,
-  bsrChanged,
-  bsrLost,
-  rpAdded,
-  rpUpdated,
-  rpRemoved,
-  rpExpired,
-  zoneForgotten,
-  rpSetChanged,   ///< several RPs of a zone changed in one event
-  candidateState  ///< this router's candidacy as BSR has another state
-};
 
 /// One thing that happened to what a router believes. Members that its kind doesn't name are at their
 /// defaults; a view's expiry time says nothing.

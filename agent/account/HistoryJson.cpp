@@ -1,199 +1,128 @@
 #include "agent/account/HistoryJson.h"
 
 #include <algorithm>
-#include <array>
-#include <limits>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "agent/base/Json.h"
-#include "agent/base/Names.h"
+#include "view/Json.h"
+#include "view/Learned.h"
 
 namespace pimbsr::agent {
 
-using host::BsrView;
-using host::MessageKind;
-using host::RpView;
-
-static constexpr std::array<std::string_view, 10> kindNames = {
-    "bsrElected", "bsrChanged", "bsrLost",       "rpAdded",      "rpUpdated",
-    "rpRemoved",  "rpExpired",  "zoneForgotten", "rpSetChanged", "candidateState"};
-static constexpr std::array<std::string_view, 6> causeNames = {"start",         "message", "timer",
-                                                               "configuration", "kernel",  "stop"};
-
-std::string_view keyOf(HistoryKind kind) { return kindNames[static_cast<std::size_t>(kind)]; }
-std::string_view keyOf(CauseKind kind) { return causeNames[static_cast<std::size_t>(kind)]; }
+using view::Json;
+using view::keyOf;
 
 // Writing -----------------------------------------------------------------------------------------------
 
-static Json jsonOf(BsrView const& bsr) {
-  return {{"address", jsonOf(bsr.address)}, {"priority", bsr.priority}, {"hashMaskLen", bsr.hashMaskLen}};
+/// A state by its name; nothing for "-", which is none.
+static std::optional<std::string> nameOf(std::string const& state) {
+  return state == "-" ? std::nullopt : std::optional(state);
 }
 
-static Json jsonOf(RpView const& rp) {
-  return {{"range", jsonOf(rp.range)},
-          {"address", jsonOf(rp.address)},
-          {"priority", rp.priority},
-          {"holdTime", rp.holdTime},
-          {"bidirectional", rp.mode == Routing::Pim::Mode::bidir}};
+static view::RpCounts viewOf(RpCounts const& counts) {
+  return {
+      .added = counts.added, .updated = counts.updated, .removed = counts.removed, .expired = counts.expired};
 }
 
-static Json jsonOf(RpCounts const& counts) {
-  return {{"added", counts.added},
-          {"updated", counts.updated},
-          {"removed", counts.removed},
-          {"expired", counts.expired}};
+static view::Cause viewOf(Cause const& cause) {
+  view::Cause shown{.kind = std::string(keyOf(cause.kind))};
+  if (cause.kind != CauseKind::message) return shown;
+  shown.message = keyOf(cause.message);
+  shown.sender = cause.sender;
+  shown.interface = cause.intf;
+  return shown;
 }
 
-static Json jsonOf(std::vector<Lanet::IpGenAddr> const& addresses) {
-  Json json = Json::array();
-  for (Lanet::IpGenAddr const& address : addresses) json.push_back(jsonOf(address));
-  return json;
-}
-
-static Json jsonOf(Cause const& cause) {
-  Json json = {{"kind", keyOf(cause.kind)}};
-  if (cause.kind != CauseKind::message) return json;
-  json["message"] = keyOf(cause.message);
-  json["sender"] = jsonOf(cause.sender);
-  json["interface"] = cause.intf;
-  return json;
-}
-
-Json jsonOf(HistoryEntry const& entry) {
-  Json json = {{"time", jsonOfTime(entry.time)}, {"event", keyOf(entry.kind)}, {"zone", jsonOf(entry.zone)}};
-  if (!entry.bsr.address.isEmpty()) {
-    json["bsr"] = jsonOf(entry.bsr);
-    json["own"] = entry.own;
-  }
-  if (!entry.formerBsr.address.isEmpty()) {
-    json["formerBsr"] = jsonOf(entry.formerBsr);
-    json["formerOwn"] = entry.formerOwn;
-  }
-  if (!entry.rp.address.isEmpty()) json["rp"] = jsonOf(entry.rp);
-  if (!entry.formerRp.address.isEmpty()) json["formerRp"] = jsonOf(entry.formerRp);
+/// What only entries of some kinds have, beside BSR and RP.
+static void fillByKind(view::Event& shown, HistoryEntry const& entry) {
   if (entry.kind == HistoryKind::rpSetChanged) {
-    json["rps"] = jsonOf(entry.rps);
-    json["firstRps"] = jsonOf(entry.firstRps);
-    json["moreRps"] = entry.moreRps;
+    shown.rps = viewOf(entry.rps);
+    shown.firstRps = entry.firstRps;
+    shown.moreRps = entry.moreRps;
   }
   if (entry.kind == HistoryKind::candidateState) {
-    json["state"] = jsonOfState(entry.state);
-    json["formerState"] = jsonOfState(entry.formerState);
+    shown.state = nameOf(entry.state);
+    shown.formerState = nameOf(entry.formerState);
   }
-  json["cause"] = jsonOf(entry.cause);
-  return json;
 }
+
+view::Event viewOf(HistoryEntry const& entry) {
+  view::Event shown;
+  shown.time = entry.time;
+  shown.event = keyOf(entry.kind);
+  shown.zone = entry.zone;
+  shown.bsr = view::termsOf(entry.bsr);
+  if (shown.bsr) shown.own = entry.own;
+  shown.formerBsr = view::termsOf(entry.formerBsr);
+  if (shown.formerBsr) shown.formerOwn = entry.formerOwn;
+  shown.rp = view::termsOf(entry.rp);
+  shown.formerRp = view::termsOf(entry.formerRp);
+  fillByKind(shown, entry);
+  shown.cause = viewOf(entry.cause);
+  return shown;
+}
+
+Json jsonOf(HistoryEntry const& entry) { return jsonOf(viewOf(entry)); }
 
 // Reading -----------------------------------------------------------------------------------------------
 
-/// The kind that a name stands for; throws if it is none.
-template <class Kind, std::size_t n>
-static Kind kindOf(std::array<std::string_view, n> const& names, std::string const& name) {
-  auto at = std::find(names.begin(), names.end(), name);
-  if (at == names.end()) throw std::invalid_argument("no such kind");
-  return static_cast<Kind>(at - names.begin());
-}
-
-/// Throws if the text is none of the type.
-template <class Value>
-static Value valueOf(Json const& json) {
-  return Value::parse(Zet::String8(json.get<std::string>().c_str()));
-}
-
-template <class Number>
-static Number numberOf(Json const& json) {
-  U64 number = json.is_number_unsigned() ? json.get<U64>() : throw std::invalid_argument("no number");
-  if (number > std::numeric_limits<Number>::max()) throw std::out_of_range("too large a number");
-  return static_cast<Number>(number);
-}
-
-static BsrView bsrOf(Json const& json) {
-  return {.address = valueOf<Lanet::IpGenAddr>(json.at("address")),
-          .priority = numberOf<Zet::U16>(json.at("priority")),
-          .hashMaskLen = numberOf<Zet::U32>(json.at("hashMaskLen"))};
-}
-
-static RpView rpOf(Json const& json) {
-  bool bidir = json.at("bidirectional").get<bool>();
-  return {.range = valueOf<Lanet::IpGenPrefix>(json.at("range")),
-          .address = valueOf<Lanet::IpGenAddr>(json.at("address")),
-          .priority = numberOf<Zet::U32>(json.at("priority")),
-          .holdTime = numberOf<Zet::U16>(json.at("holdTime")),
-          .mode = bidir ? Routing::Pim::Mode::bidir : Routing::Pim::Mode::sparse};
-}
-
-static RpCounts countsOf(Json const& json) {
-  return {.added = numberOf<U64>(json.at("added")),
-          .updated = numberOf<U64>(json.at("updated")),
-          .removed = numberOf<U64>(json.at("removed")),
-          .expired = numberOf<U64>(json.at("expired"))};
-}
-
-/// Throws for more than an entry names.
-static std::vector<Lanet::IpGenAddr> addressesOf(Json const& json) {
-  bool isList = json.is_array() && json.size() <= mostNamedRps;
-  if (!isList) throw std::invalid_argument("no list of RPs");
-  std::vector<Lanet::IpGenAddr> addresses;
-  for (Json const& address : json) addresses.push_back(valueOf<Lanet::IpGenAddr>(address));
-  return addresses;
-}
-
-static std::string stateOf(Json const& json) { return json.is_null() ? "-" : json.get<std::string>(); }
-
-static MessageKind messageOf(std::string const& name) {
-  auto at =
-      std::find_if(messageKinds.begin(), messageKinds.end(), [&](auto kind) { return keyOf(kind) == name; });
-  return at == messageKinds.end() ? throw std::invalid_argument("no such message") : *at;
-}
-
-static Cause causeOf(Json const& json) {
-  Cause cause{.kind = kindOf<CauseKind>(causeNames, json.at("kind"))};
+static Cause causeOf(view::Cause const& read) {
+  Cause cause{.kind = view::causeKindOf(read.kind)};
   if (cause.kind != CauseKind::message) return cause;
-  cause.message = messageOf(json.at("message"));
-  if (!json.at("sender").is_null()) cause.sender = valueOf<Lanet::IpGenAddr>(json.at("sender"));
-  cause.intf = json.at("interface");
+  cause.message = view::messageKindOf(read.message.value());
+  cause.sender = read.sender.value();
+  cause.intf = read.interface.value();
   return cause;
 }
 
+static RpCounts countsOf(view::RpCounts const& read) {
+  return {.added = read.added, .updated = read.updated, .removed = read.removed, .expired = read.expired};
+}
+
 /// Throws for what is no time of this or the next thousand years.
-static double timeOf(Json const& json) {
+static double timeOf(double seconds) {
   constexpr double latest = 1e11;
-  auto seconds = json.get<double>();
   bool isTime = seconds >= 0 && seconds <= latest;
   return isTime ? seconds : throw std::out_of_range("no time");
 }
 
-static HistoryEntry entryOf(Json const& json) {
-  HistoryEntry entry{.time = timeOf(json.at("time")),
-                     .kind = kindOf<HistoryKind>(kindNames, json.at("event")),
-                     .cause = causeOf(json.at("cause")),
-                     .zone = valueOf<Lanet::IpGenPrefix>(json.at("zone"))};
-  if (json.contains("bsr")) {
-    entry.bsr = bsrOf(json["bsr"]);
-    entry.own = json.at("own").get<bool>();
-  }
-  if (json.contains("formerBsr")) {
-    entry.formerBsr = bsrOf(json["formerBsr"]);
-    entry.formerOwn = json.at("formerOwn").get<bool>();
-  }
-  if (json.contains("rp")) entry.rp = rpOf(json["rp"]);
-  if (json.contains("formerRp")) entry.formerRp = rpOf(json["formerRp"]);
+/// Throws for an entry without the members of its kind, or with more RPs than an entry names.
+static void readByKind(HistoryEntry& entry, view::Event const& read) {
   if (entry.kind == HistoryKind::rpSetChanged) {
-    entry.rps = countsOf(json.at("rps"));
-    entry.firstRps = addressesOf(json.at("firstRps"));
-    entry.moreRps = json.at("moreRps").get<bool>();
+    if (read.firstRps.size() > mostNamedRps) throw std::out_of_range("too many RPs");
+    entry.rps = countsOf(read.rps.value());
+    entry.firstRps = read.firstRps;
+    entry.moreRps = read.moreRps.value();
   }
   if (entry.kind == HistoryKind::candidateState) {
-    entry.state = stateOf(json.at("state"));
-    entry.formerState = stateOf(json.at("formerState"));
+    entry.state = read.state.value().value_or("-");
+    entry.formerState = read.formerState.value().value_or("-");
   }
+}
+
+static HistoryEntry entryOf(view::Event const& read) {
+  HistoryEntry entry{.time = timeOf(read.time),
+                     .kind = view::eventKindOf(read.event),
+                     .cause = causeOf(read.cause),
+                     .zone = read.zone};
+  if (read.bsr) {
+    entry.bsr = view::bsrOf(*read.bsr);
+    entry.own = read.own.value();
+  }
+  if (read.formerBsr) {
+    entry.formerBsr = view::bsrOf(*read.formerBsr);
+    entry.formerOwn = read.formerOwn.value();
+  }
+  if (read.rp) entry.rp = view::rpOf(*read.rp);
+  if (read.formerRp) entry.formerRp = view::rpOf(*read.formerRp);
+  readByKind(entry, read);
   return entry;
 }
 
 /// Whatever is wrong with a line, only its entry is lost by it.
 std::optional<HistoryEntry> readHistoryEntry(std::string_view line) {
   try {
-    return entryOf(Json::parse(line));
+    return entryOf(view::readView<view::Event>(Json::parse(line)));
   } catch (std::exception const&) {
     return std::nullopt;
   }

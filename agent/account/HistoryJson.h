@@ -6,16 +6,13 @@
 #include <string_view>
 
 #include "agent/account/History.h"
+#include "view/History.h"
 
 namespace pimbsr::agent {
 
-/// The stable name of a kind in JSON: "bsrElected" and so on.
-std::string_view keyOf(HistoryKind kind);
-/// The stable name of a cause in JSON: "message", "timer" and so on.
-std::string_view keyOf(CauseKind kind);
-
-/// An entry as a flat object of what its kind names: `time` in seconds since 1970, `event`, `zone`, and the
-/// cause.
+/// An entry as it is shown, with the members that its kind names.
+view::Event viewOf(HistoryEntry const& entry);
+/// The same as a flat JSON object.
 nlohmann::ordered_json jsonOf(HistoryEntry const& entry);
 /// The entry of a line that holds such an object; nothing if it is damaged.
 std::optional<HistoryEntry> readHistoryEntry(std::string_view line);

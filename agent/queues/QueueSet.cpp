@@ -13,23 +13,6 @@
 
 namespace pimbsr::agent {
 
-std::string_view keyOf(QueueKind kind) {
-  switch (kind) {
-    case QueueKind::neighbor:
-      return "neighbor";
-    case QueueKind::shared:
-      return "shared";
-    case QueueKind::hello:
-      return "hello";
-    case QueueKind::advertiser:
-      return "advertiser";
-    case QueueKind::unicast:
-      return "unicast";
-    default:
-      return "other";
-  }
-}
-
 /// Packets that are taken before the loop looks at its timers and its other readers again.
 static constexpr int packetsAtOnce = 64;
 /// Queues that one turn looks at; epoll begins with others the next time.

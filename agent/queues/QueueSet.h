@@ -10,22 +10,11 @@
 #include "agent/base/FileDescriptor.h"
 #include "agent/base/Loop.h"
 #include "agent/queues/PimSocket.h"
+#include "view/Kinds.h"
 
 namespace pimbsr::agent {
 
-/// Whose packets a receive queue holds. Of packets with the same time that of the first kind is served first.
-enum class QueueKind : U8 {
-  neighbor,    ///< of one known neighbor, by one of its addresses
-  shared,      ///< of the known neighbors that have no queue of their own
-  hello,       ///< Hellos of other senders on the subnets of the interface
-  other,       ///< whatever else is sent to 224.0.0.13 on the interface
-  advertiser,  ///< what senders of accepted advertisements send to an address of this system
-  unicast      ///< whatever else is sent to an address of this system, on whichever interface
-};
-
-/// The stable name of a kind of receive queue in JSON and metrics: "neighbor", "shared", "hello", "other",
-/// "advertiser" or "unicast".
-std::string_view keyOf(QueueKind kind);
+using view::QueueKind;
 
 /// Counts of the queues of one kind.
 struct QueueCounts {

@@ -2,7 +2,6 @@
 #include <set>
 
 #include "agent/views/ViewParts.h"
-#include "host/Machines.h"
 
 namespace pimbsr::agent {
 
@@ -39,18 +38,19 @@ static std::string whyIdle(KernelView const& kernel, std::string const& intf, st
 /// Interfaces of a configured map to which no entry of the status tree belongs, and those that wait for a
 /// list.
 template <class Configured, class Walk>
-static Json idleOf(Observed const& observed, Configured const& configured, Walk entries) {
+static std::vector<view::IdleCandidate> idleOf(Observed const& observed, Configured const& configured,
+                                               Walk entries) {
   std::set<std::string> standing;
   for (; entries; ++entries) standing.insert(textOf(entries->intfId()));
-  Json idle = Json::array();
+  std::vector<view::IdleCandidate> idle;
   for (auto const& [intf, terms] : configured) {
     std::set<std::string> lists = listsOf(terms);
     std::set<std::string> absent = absentOf(observed, lists);
     if (!standing.contains(intf)) {
       std::string why = whyIdle(observed.kernel, intf, told(lists, absent));
-      idle.push_back({{"interface", intf}, {"because", why}});
+      idle.push_back({.interface = intf, .because = why});
     } else if (!absent.empty()) {
-      idle.push_back({{"interface", intf}, {"because", "list " + told(absent, absent)}});
+      idle.push_back({.interface = intf, .because = "list " + told(absent, absent)});
     }
   }
   return idle;
@@ -58,26 +58,28 @@ static Json idleOf(Observed const& observed, Configured const& configured, Walk 
 
 // As BSR ------------------------------------------------------------------------------------------------
 
-static Json bsrCandidateJson(Observed const& observed, Bsr::BsrCandidate const& candidate) {
+static view::CandidateBsr viewOf(Observed const& observed, Bsr::BsrCandidate const& candidate) {
   host::MachineView machine = host::machineOf(observed.router, candidate.zone(), observed.now());
-  return {{"zone", jsonOf(candidate.zone())},
-          {"interface", jsonOf(candidate.intfId())},
-          {"address", jsonOf(candidate.address())},
-          {"priority", candidate.priority()},
-          {"hashMaskLen", candidate.hashMaskLen()},
-          {"interval", candidate.bsPeriod()},
-          {"state", jsonOfState(machine.state)},
-          {"elected", machine.elected},
-          {"nextMessage", machine.elected ? jsonOfTime(machine.bootstrapTimer) : Json()}};
+  view::CandidateBsr shown;
+  shown.zone = candidate.zone();
+  shown.interface = textOf(candidate.intfId());
+  shown.address = candidate.address();
+  shown.priority = candidate.priority();
+  shown.hashMaskLen = candidate.hashMaskLen();
+  shown.interval = candidate.bsPeriod();
+  shown.state = stateOf(machine);
+  shown.elected = machine.elected;
+  if (machine.elected) shown.nextMessage = machine.bootstrapTimer;
+  return shown;
 }
 
-static Json bsrCandidates(Observed const& observed) {
-  std::map<IpGenPrefix, Json> byZone;
+static std::vector<view::CandidateBsr> bsrCandidates(Observed const& observed) {
+  std::map<IpGenPrefix, view::CandidateBsr> byZone;
   for (auto at = observed.router.status()->cbsrIterator(); at; ++at) {
-    byZone[at->zone()] = bsrCandidateJson(observed, *at);
+    byZone[at->zone()] = viewOf(observed, *at);
   }
-  Json candidates = Json::array();
-  for (auto& [zone, json] : byZone) candidates.push_back(std::move(json));
+  std::vector<view::CandidateBsr> candidates;
+  for (auto& [zone, candidate] : byZone) candidates.push_back(std::move(candidate));
   return candidates;
 }
 
@@ -91,56 +93,53 @@ static IpGenPrefix zoneOf(Bsr::RpCandidateSm const& machine, IpGenPrefix const& 
   return {};
 }
 
-static Json rangeJson(Observed const& observed, Bsr::RpCandidate const& candidate, IpGenPrefix const& range) {
+static view::CandidateRange viewOf(Observed const& observed, Bsr::RpCandidate const& candidate,
+                                   IpGenPrefix const& range) {
   auto options = candidate.prefixOptions(range);
-  Json json = {{"range", jsonOf(range)},
-               {"priority", nullptr},
-               {"zone", nullptr},
-               {"bsr", nullptr},
-               {"nextAdvertisement", nullptr}};
+  view::CandidateRange shown{.range = range};
   bool hasPriority = options && options->priority() != Routing::Pim::RpPriority();
-  if (!hasPriority) return json;
-  json["priority"] = options->priority().value();
+  if (!hasPriority) return shown;
+  shown.priority = options->priority().value();
   auto machine = observed.router.root()->rpCandidateSm({candidate.address(), options->priority()});
   IpGenPrefix zone = machine ? zoneOf(*machine, range) : IpGenPrefix();
   auto bsr = observed.router.status()->bootstrapRouter(zone);
-  if (!bsr) return json;
-  json["zone"] = jsonOf(zone);
-  json["bsr"] = jsonOf(bsr->ipAddr());
-  json["nextAdvertisement"] = jsonOfTime(host::leftOf(machine->zetCrpAdvTimer(), observed.now()));
-  return json;
+  if (!bsr) return shown;
+  shown.zone = zone;
+  shown.bsr = bsr->ipAddr();
+  shown.nextAdvertisement = host::leftOf(machine->zetCrpAdvTimer(), observed.now());
+  return shown;
 }
 
-static Json rpCandidateJson(Observed const& observed, Bsr::RpCandidate const& candidate) {
+static view::CandidateRp viewOf(Observed const& observed, Bsr::RpCandidate const& candidate) {
   std::set<IpGenPrefix> ranges;
   for (auto at = candidate.prefixSetIterator(); at; ++at) {
     if (candidate.prefixSet(at.key())) ranges.insert(at.key());
   }
-  Json json = Json::array();
-  for (IpGenPrefix const& range : ranges) json.push_back(rangeJson(observed, candidate, range));
-  return {{"interface", jsonOf(candidate.intfId())},
-          {"address", jsonOf(candidate.address())},
-          {"interval", candidate.interval().value()},
-          {"ranges", json}};
+  view::CandidateRp shown;
+  shown.interface = textOf(candidate.intfId());
+  shown.address = candidate.address();
+  shown.interval = candidate.interval().value();
+  for (IpGenPrefix const& range : ranges) shown.ranges.push_back(viewOf(observed, candidate, range));
+  return shown;
 }
 
-static Json rpCandidates(Observed const& observed) {
-  std::map<Lanet::IpGenAddr, Json> byAddress;
+static std::vector<view::CandidateRp> rpCandidates(Observed const& observed) {
+  std::map<Lanet::IpGenAddr, view::CandidateRp> byAddress;
   for (auto at = observed.router.status()->crpIterator(); at; ++at) {
-    byAddress[at->address()] = rpCandidateJson(observed, *at);
+    byAddress[at->address()] = viewOf(observed, *at);
   }
-  Json candidates = Json::array();
-  for (auto& [address, json] : byAddress) candidates.push_back(std::move(json));
+  std::vector<view::CandidateRp> candidates;
+  for (auto& [address, candidate] : byAddress) candidates.push_back(std::move(candidate));
   return candidates;
 }
 
-Json showCandidates(Observed const& observed) {
+view::Candidates showCandidates(Observed const& observed) {
   host::Configuration const& configured = observed.settings.router;
   auto status = observed.router.status();
-  return {{"bsr", bsrCandidates(observed)},
-          {"idleBsr", idleOf(observed, configured.candidateBsrs, status->cbsrIterator())},
-          {"rp", rpCandidates(observed)},
-          {"idleRp", idleOf(observed, configured.candidateRps, status->crpIterator())}};
+  return {.bsr = bsrCandidates(observed),
+          .idleBsr = idleOf(observed, configured.candidateBsrs, status->cbsrIterator()),
+          .rp = rpCandidates(observed),
+          .idleRp = idleOf(observed, configured.candidateRps, status->crpIterator())};
 }
 
 }  // namespace pimbsr::agent

@@ -2,18 +2,17 @@
 #include <set>
 
 #include "agent/account/HistoryJson.h"
-#include "agent/base/Names.h"
 #include "agent/views/ViewParts.h"
 #include "host/Views.h"
 
 namespace pimbsr::agent {
 
 using host::MessageKind;
+using view::keyOf;
+using view::messageKinds;
 
 /// Seconds since a time on the agent's clock; 0 for one that a former run's clock took for later than now.
-static Json ago(Observed const& observed, double time) {
-  return jsonOfTime(std::max(0.0, observed.now() - time));
-}
+static double ago(Observed const& observed, double time) { return std::max(0.0, observed.now() - time); }
 
 // The filter of advertisements --------------------------------------------------------------------------
 
@@ -25,92 +24,98 @@ static U64 filteredAdvertisements(Drops const& drops) {
   return count;
 }
 
-Json showFilter(Observed const& observed) {
+view::Filter showFilter(Observed const& observed) {
   std::set<Lanet::IpGenPrefix> permitted;
   for (auto at = observed.router.status()->crpPermitIterator(); at; ++at) {
     if (observed.router.status()->crpPermit(at.key())) permitted.insert(at.key());
   }
-  Json prefixes = Json::array();
-  for (Lanet::IpGenPrefix const& senders : permitted) prefixes.push_back(jsonOf(senders));
-  bool open =
-      std::any_of(permitted.begin(), permitted.end(), [](auto& senders) { return senders.length() == 0; });
   std::set<std::string> const& lists = observed.settings.router.senderLists;
-  return {{"lists", lists},
-          {"absentLists", absentOf(observed, lists)},
-          {"permitted", prefixes},
-          {"permitsAll", open},
-          {"refused", filteredAdvertisements(observed.drops)}};
+  std::set<std::string> absent = absentOf(observed, lists);
+  view::Filter shown;
+  shown.lists.assign(lists.begin(), lists.end());
+  shown.absentLists.assign(absent.begin(), absent.end());
+  shown.permitted.assign(permitted.begin(), permitted.end());
+  shown.permitsAll =
+      std::any_of(permitted.begin(), permitted.end(), [](auto& senders) { return senders.length() == 0; });
+  shown.refused = filteredAdvertisements(observed.drops);
+  return shown;
 }
 
 // Counters ----------------------------------------------------------------------------------------------
 
-static Json jsonOf(host::CounterView const& counter) {
-  Json json = {{"name", counter.name}, {"value", counter.value}, {"sentence", counter.sentence}};
-  if (counter.parts.empty()) return json;
-  json["parts"] = Json::array();
+static view::Counter viewOf(host::CounterView const& counter) {
+  view::Counter shown{.name = counter.name, .value = counter.value, .sentence = counter.sentence};
   for (host::CounterView const& part : counter.parts) {
-    json["parts"].push_back({{"name", part.name}, {"value", part.value}});
+    shown.parts.push_back({.name = part.name, .value = part.value});
   }
-  return json;
+  return shown;
 }
 
-Json jsonOf(InterfaceCounts const& counts) {
-  Json json = Json::object();
+view::Map<view::PacketCounts> viewOf(InterfaceCounts const& counts) {
+  view::Map<view::PacketCounts> shown;
   for (MessageKind kind : messageKinds) {
     auto at = counts.find(kind);
     if (at == counts.end()) continue;
     PacketCounts const& packets = at->second;
-    json[std::string(keyOf(kind))] = {{"received", packets.received},
-                                      {"refused", packets.refused},
-                                      {"sent", packets.sent},
-                                      {"sendFailed", packets.sendFailed}};
+    shown.emplace_back(keyOf(kind), view::PacketCounts{.received = packets.received,
+                                                       .refused = packets.refused,
+                                                       .sent = packets.sent,
+                                                       .sendFailed = packets.sendFailed});
   }
-  return json;
+  return shown;
 }
 
-static Json trafficJson(Traffic const& traffic) {
-  Json json = Json::array();
+static std::vector<view::InterfaceTraffic> viewOf(Traffic const& traffic) {
+  std::vector<view::InterfaceTraffic> shown;
   for (auto const& [intf, counts] : traffic.byInterface()) {
-    json.push_back({{"interface", intf.empty() ? Json() : Json(intf)}, {"packets", jsonOf(counts)}});
+    view::InterfaceTraffic& one = shown.emplace_back();
+    if (!intf.empty()) one.interface = intf;
+    one.packets = viewOf(counts);
   }
-  return json;
+  return shown;
 }
 
-static Json timersJson(Observed const& observed) {
+static view::Timers timersOf(Observed const& observed) {
   Punctuality const& punctuality = observed.punctuality;
   double mean = punctuality.count() == 0 ? 0 : punctuality.sum() / static_cast<double>(punctuality.count());
-  return {{"armed", observed.router.timerWheel()->armed()},
-          {"served", punctuality.count()},
-          {"meanLateness", jsonOfTime(mean)},
-          {"worstLateness", jsonOfTime(punctuality.worst())}};
+  return {.armed = observed.router.timerWheel()->armed(),
+          .served = punctuality.count(),
+          .meanLateness = mean,
+          .worstLateness = punctuality.worst()};
 }
 
-Json showCounters(Observed const& observed) {
-  Json counters = Json::array();
+view::Counters showCounters(Observed const& observed) {
+  view::Counters shown;
+  shown.uptime = ago(observed, observed.startTime);
   for (auto const& counter : host::countersOf(*observed.router.status()->counters())) {
-    counters.push_back(jsonOf(counter));
+    shown.counters.push_back(viewOf(counter));
   }
-  return {{"uptime", ago(observed, observed.startTime)},
-          {"counters", counters},
-          {"traffic", trafficJson(observed.traffic)},
-          {"timers", timersJson(observed)},
-          {"notificationExceptions", observed.router.context().notificationExceptions()}};
+  shown.traffic = viewOf(observed.traffic);
+  shown.timers = timersOf(observed);
+  shown.notificationExceptions = observed.router.context().notificationExceptions();
+  return shown;
 }
 
-// Refused messages --------------------------------------------------------------------------------------
+// Dropped messages --------------------------------------------------------------------------------------
 
-static Json dropJson(Observed const& observed, DropKey const& key, DropRow const& row) {
-  return {{"reason", key.reason},
-          {"sentence", row.sentence},
-          {"kind", keyOf(key.kind)},
-          {"interface", key.intf.empty() ? Json() : Json(key.intf)},
-          {"zone", key.others ? Json("other") : jsonOf(key.zone)},
-          {"count", row.count},
-          {"last",
-           {{"ago", ago(observed, row.last.time)},
-            {"sender", jsonOf(row.last.sender)},
-            {"destination", jsonOf(row.last.destination)},
-            {"message", summaryOf(key.kind, row.last)}}}};
+static std::optional<std::string> zoneOf(DropKey const& key) {
+  if (key.others) return "other";
+  return key.zone.isEmpty() ? std::nullopt : std::optional(textOf(key.zone));
+}
+
+static view::Drop viewOf(Observed const& observed, DropKey const& key, DropRow const& row) {
+  view::Drop shown;
+  shown.reason = key.reason;
+  shown.sentence = row.sentence;
+  shown.kind = keyOf(key.kind);
+  if (!key.intf.empty()) shown.interface = key.intf;
+  shown.zone = zoneOf(key);
+  shown.count = row.count;
+  shown.last = {.ago = ago(observed, row.last.time),
+                .sender = row.last.sender,
+                .destination = row.last.destination,
+                .message = summaryOf(key.kind, row.last)};
+  return shown;
 }
 
 /// Packets of all interfaces that found a receive buffer full.
@@ -122,54 +127,53 @@ static U64 lostInKernel(Observed const& observed) {
   return lost;
 }
 
-Json showDrops(Observed const& observed) {
-  Json drops = Json::array();
-  for (auto const& [key, row] : observed.drops.rows()) drops.push_back(dropJson(observed, key, row));
-  return {{"drops", drops}, {"kernelLost", lostInKernel(observed)}};
+view::Drops showDrops(Observed const& observed) {
+  view::Drops shown;
+  for (auto const& [key, row] : observed.drops.rows()) shown.drops.push_back(viewOf(observed, key, row));
+  shown.kernelLost = lostInKernel(observed);
+  return shown;
 }
 
 // Control sockets ---------------------------------------------------------------------------------------
 
-static Json jsonOf(ControlUser const& user) {
-  return {{"uid", user.uid}, {"clients", user.clients}, {"watchers", user.watchers}, {"unread", user.unread}};
+static view::User viewOf(ControlUser const& user) {
+  return {.uid = user.uid, .clients = user.clients, .watchers = user.watchers, .unread = user.unread};
 }
 
-static Json jsonOf(ControlStatus const& control) {
+static view::Socket viewOf(ControlStatus const& control) {
   ControlCounts const& counts = control.counts;
-  Json users = Json::array();
-  for (ControlUser const& user : control.users) users.push_back(jsonOf(user));
-  return {{"socket", control.path},
-          {"readOnly", control.readOnly},
-          {"clients", counts.clients},
-          {"watchers", counts.watchers},
-          {"requests", counts.requests},
-          {"refused", counts.refused},
-          {"refusedRequests", counts.refusedRequests},
-          {"gaveWay", counts.gaveWay},
-          {"slow", counts.slow},
-          {"silent", counts.silent},
-          {"failed", counts.failed},
-          {"users", users}};
+  view::Socket shown{.socket = control.path,
+                     .readOnly = control.readOnly,
+                     .clients = counts.clients,
+                     .watchers = counts.watchers,
+                     .requests = counts.requests,
+                     .refused = counts.refused,
+                     .refusedRequests = counts.refusedRequests,
+                     .gaveWay = counts.gaveWay,
+                     .slow = counts.slow,
+                     .silent = counts.silent,
+                     .failed = counts.failed};
+  for (ControlUser const& user : control.users) shown.users.push_back(viewOf(user));
+  return shown;
 }
 
-Json showControl(Observed const& observed) {
-  Json sockets = Json::array();
-  for (ControlStatus const& control : observed.controls) sockets.push_back(jsonOf(control));
-  return {{"sockets", sockets}};
+view::Control showControl(Observed const& observed) {
+  view::Control shown;
+  for (ControlStatus const& control : observed.controls) shown.sockets.push_back(viewOf(control));
+  return shown;
 }
 
 // History -----------------------------------------------------------------------------------------------
 
-Json showHistory(Observed const& observed) {
-  Json entries = Json::array();
+view::History showHistory(Observed const& observed) {
+  view::History shown;
+  shown.mostEntries = observed.history.mostEntries();
+  shown.wasCleared = observed.history.wasCleared();
   for (HistoryEntry const& entry : observed.history.entries()) {
-    Json json = jsonOf(entry);
-    json["ago"] = ago(observed, entry.time);
-    entries.push_back(std::move(json));
+    shown.entries.push_back(viewOf(entry));
+    shown.entries.back().ago = ago(observed, entry.time);
   }
-  return {{"mostEntries", observed.history.mostEntries()},
-          {"wasCleared", observed.history.wasCleared()},
-          {"entries", entries}};
+  return shown;
 }
 
 }  // namespace pimbsr::agent

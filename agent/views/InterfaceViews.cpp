@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <set>
 
-#include "agent/base/Names.h"
 #include "agent/views/ViewParts.h"
 #include "host/Machines.h"
 
@@ -14,32 +13,32 @@ using Routing::Pim::Intf;
 using Routing::Pim::Neighbor;
 using Zet::Ptr;
 
-// Neighbours --------------------------------------------------------------------------------------------
+// Neighbors ---------------------------------------------------------------------------------------------
 
-static Json neighborJson(Observed const& observed, Intf const& intf, Neighbor const& neighbor) {
+static view::Neighbor viewOf(Observed const& observed, Intf const& intf, Neighbor const& neighbor) {
   std::set<IpGenAddr> secondary;
   for (auto at = neighbor.secondaryIterator(); at; ++at) secondary.insert(at.key());
-  Json addresses = Json::array();
-  for (IpGenAddr const& address : secondary) addresses.push_back(jsonOf(address));
-  return {{"interface", jsonOf(intf.intfId())},
-          {"address", jsonOf(neighbor.address())},
-          {"drPriority", neighbor.hasDrPriority() ? Json(neighbor.drPriority()) : Json()},
-          {"dr", intf.drAddress() == neighbor.address()},
-          {"generationId", neighbor.generationId()},
-          {"expiresIn", jsonOfTime(std::max(0.0, neighbor.expiryTime() - observed.now()))},
-          {"secondaryAddresses", addresses}};
+  view::Neighbor shown;
+  shown.interface = textOf(intf.intfId());
+  shown.address = neighbor.address();
+  if (neighbor.hasDrPriority()) shown.drPriority = neighbor.drPriority();
+  shown.dr = intf.drAddress() == neighbor.address();
+  shown.generationId = neighbor.generationId();
+  shown.expiresIn = leftUntil(neighbor.expiryTime(), observed.now());
+  shown.secondaryAddresses.assign(secondary.begin(), secondary.end());
+  return shown;
 }
 
-Json showNeighbors(Observed const& observed) {
-  std::map<std::pair<IntfId, IpGenAddr>, Json> sorted;
+view::Neighbors showNeighbors(Observed const& observed) {
+  std::map<std::pair<IntfId, IpGenAddr>, view::Neighbor> sorted;
   for (auto intf = observed.router.pimStatus()->pimIntfIterator(); intf; ++intf) {
     for (auto at = intf->neighborIterator(); at; ++at) {
-      sorted[{intf->intfId(), at->address()}] = neighborJson(observed, *intf, *at);
+      sorted[{intf->intfId(), at->address()}] = viewOf(observed, *intf, *at);
     }
   }
-  Json neighbors = Json::array();
-  for (auto& [key, json] : sorted) neighbors.push_back(std::move(json));
-  return {{"neighbors", neighbors}};
+  view::Neighbors shown;
+  for (auto& [key, neighbor] : sorted) shown.neighbors.push_back(std::move(neighbor));
+  return shown;
 }
 
 // Interfaces --------------------------------------------------------------------------------------------
@@ -49,98 +48,82 @@ static KernelLink const* linkOf(Observed const& observed, std::string const& nam
   return link == observed.kernel.links.end() ? nullptr : &link->second;
 }
 
-static std::string_view stateOf(KernelLink const* link, Ptr<Intf const> const& intf) {
-  if (link == nullptr) return "missing";
-  if (!link->up || !intf) return "down";
-  return link->addresses.empty() ? "no address" : "up";
+static view::InterfaceState stateOf(KernelLink const* link, Ptr<Intf const> const& intf) {
+  if (link == nullptr) return view::InterfaceState::missing;
+  if (!link->up || !intf) return view::InterfaceState::down;
+  return link->addresses.empty() ? view::InterfaceState::noAddress : view::InterfaceState::up;
 }
 
-static Json addressesOf(KernelLink const& link) {
-  Json addresses = Json::array();
+static void fill(view::Interface& shown, KernelLink const& link) {
+  shown.mtu = link.mtu;
+  if (!link.addresses.empty()) shown.address = link.addresses.front().address;
   for (KernelAddress const& own : link.addresses) {
-    addresses.push_back(textOf(own.address) + "/" + std::to_string(own.prefixLength));
+    shown.addresses.push_back(textOf(own.address) + "/" + std::to_string(own.prefixLength));
   }
-  return addresses;
 }
 
-static Json linkJson(KernelLink const* link) {
-  if (link == nullptr) return {{"address", nullptr}, {"addresses", Json::array()}, {"mtu", nullptr}};
-  Json address = link->addresses.empty() ? Json() : jsonOf(link->addresses.front().address);
-  return {{"address", address}, {"addresses", addressesOf(*link)}, {"mtu", link->mtu}};
-}
-
-static Json nextHello(Observed const& observed, pim::HelloSm const* hello) {
-  return hello ? jsonOfTime(std::max(0.0, hello->nextHello() - observed.now())) : Json();
-}
-
-/// Without an address nothing can be sent, whatever the timer says.
-static Json pimJson(Observed const& observed, KernelLink const* link, Ptr<Intf const> const& intf) {
-  if (!intf)
-    return {{"dr", nullptr},
-            {"ownDr", false},
-            {"neighbors", 0},
-            {"nextHello", nullptr},
-            {"generationId", nullptr}};
-  bool canSend = link != nullptr && !link->addresses.empty();
-  pim::HelloSm const* hello = observed.router.hello(intf->intfId());
-  return {{"dr", jsonOf(intf->drAddress())},
-          {"ownDr", intf->iAmDr()},
-          {"neighbors", intf->neighborCount()},
-          {"nextHello", canSend ? nextHello(observed, hello) : Json()},
-          {"generationId", hello ? Json(hello->generationId()) : Json()}};
+/// What the router knows of an interface. Without an address nothing can be sent, whatever the timer says.
+static void fill(view::Interface& shown, Observed const& observed, Intf const& intf) {
+  shown.dr = intf.drAddress();
+  shown.ownDr = intf.iAmDr();
+  shown.neighbors = intf.neighborCount();
+  pim::HelloSm const* hello = observed.router.hello(intf.intfId());
+  if (hello == nullptr) return;
+  shown.generationId = hello->generationId();
+  if (!shown.addresses.empty()) shown.nextHello = leftUntil(hello->nextHello(), observed.now());
 }
 
 /// How packets of an interface, or of all by single addresses, came and went.
-static Json reportJson(Observed const& observed, std::string const& name) {
-  Json queues = Json::array();
+template <class View>
+static void fillReport(View& shown, Observed const& observed, std::string const& name) {
   auto found = observed.links.find(name);
-  if (found == observed.links.end()) return {{"queues", queues}, {"lastSendError", nullptr}};
+  if (found == observed.links.end()) return;
   LinkReport const& report = found->second;
   for (auto const& [kind, counts] : report.queues) {
-    queues.push_back({{"kind", keyOf(kind)},
-                      {"queues", counts.queues},
-                      {"received", counts.received},
-                      {"lost", counts.lost}});
+    shown.queues.push_back({.kind = std::string(keyOf(kind)),
+                            .queues = counts.queues,
+                            .received = counts.received,
+                            .lost = counts.lost});
   }
-  return {{"queues", queues}, {"lastSendError", report.sendError.empty() ? Json() : Json(report.sendError)}};
+  if (!report.sendError.empty()) shown.lastSendError = report.sendError;
 }
 
-static Json interfaceJson(Observed const& observed, std::string const& name,
-                          InterfaceSettings const& settings) {
+static view::Interface viewOf(Observed const& observed, std::string const& name,
+                              InterfaceSettings const& settings) {
   KernelLink const* link = linkOf(observed, name);
   Ptr<Intf const> intf = observed.router.pimStatus()->pimIntf(IntfId(name.c_str()));
-  Json json = {{"interface", name}, {"state", stateOf(link, intf)}};
-  json.update(linkJson(link));
-  json["drPriority"] = settings.drPriority;
-  json["helloInterval"] = settings.helloInterval;
-  json.update(pimJson(observed, link, intf));
+  view::Interface shown;
+  shown.interface = name;
+  shown.state = keyOf(stateOf(link, intf));
+  shown.drPriority = settings.drPriority;
+  shown.helloInterval = settings.helloInterval;
+  if (link != nullptr) fill(shown, *link);
+  if (intf) fill(shown, observed, *intf);
   auto traffic = observed.traffic.byInterface().find(name);
-  bool isQuiet = traffic == observed.traffic.byInterface().end();
-  json["traffic"] = jsonOf(isQuiet ? InterfaceCounts() : traffic->second);
-  json.update(reportJson(observed, name));
-  return json;
+  if (traffic != observed.traffic.byInterface().end()) shown.traffic = viewOf(traffic->second);
+  fillReport(shown, observed, name);
+  return shown;
 }
 
-Json showInterfaces(Observed const& observed) {
-  Json interfaces = Json::array();
+view::Interfaces showInterfaces(Observed const& observed) {
+  view::Interfaces shown;
   for (auto const& [name, settings] : observed.settings.interfaces) {
-    interfaces.push_back(interfaceJson(observed, name, settings));
+    shown.interfaces.push_back(viewOf(observed, name, settings));
   }
-  return {{"interfaces", interfaces}, {"unicast", reportJson(observed, "")}};
+  fillReport(shown.unicast, observed, "");
+  return shown;
 }
 
 // Borders -----------------------------------------------------------------------------------------------
 
 /// The ranges that don't cross an interface, those of its lists too.
-static Json standingBorders(Observed const& observed, std::string const& name) {
+static std::vector<IpGenPrefix> blockedRanges(Observed const& observed, std::string const& name) {
   std::set<IpGenPrefix> ranges;
   IntfId intfId(name.c_str());
   for (auto border = observed.router.status()->bsBorderIterator(); border; ++border) {
     if (border->intfId(intfId)) ranges.insert(border->prefix());
   }
-  Json json = Json::array();
-  for (IpGenPrefix const& range : ranges) json.push_back(jsonOf(range));
-  return json;
+  return {ranges.begin(), ranges.end()};
 }
 
 std::set<std::string> absentOf(Observed const& observed, std::set<std::string> const& lists) {
@@ -149,19 +132,19 @@ std::set<std::string> absentOf(Observed const& observed, std::set<std::string> c
   return absent;
 }
 
-Json showBorders(Observed const& observed) {
-  Json borders = Json::array();
+view::Borders showBorders(Observed const& observed) {
+  view::Borders shown;
   for (auto const& [name, configured] : observed.settings.router.borders) {
-    Json ranges = Json::array();
-    for (auto const& [range, present] : configured.groups) ranges.push_back(jsonOf(range));
+    view::Border& border = shown.borders.emplace_back();
+    border.interface = name;
+    for (auto const& [range, present] : configured.groups) border.ranges.push_back(range);
     std::set<std::string> lists = namesOf(configured.lists);
-    borders.push_back({{"interface", name},
-                       {"ranges", ranges},
-                       {"lists", lists},
-                       {"absentLists", absentOf(observed, lists)},
-                       {"blocked", standingBorders(observed, name)}});
+    std::set<std::string> absent = absentOf(observed, lists);
+    border.lists.assign(lists.begin(), lists.end());
+    border.absentLists.assign(absent.begin(), absent.end());
+    border.blocked = blockedRanges(observed, name);
   }
-  return {{"borders", borders}};
+  return shown;
 }
 
 }  // namespace pimbsr::agent

@@ -6,9 +6,9 @@
 #include <limits>
 #include <map>
 
-#include "agent/base/Names.h"
 #include "host/Machines.h"
 #include "host/Views.h"
+#include "view/Kinds.h"
 
 namespace pimbsr::agent {
 
@@ -16,6 +16,8 @@ using host::MessageKind;
 using prometheus::ClientMetric;
 using prometheus::MetricFamily;
 using prometheus::MetricType;
+using view::keyOf;
+using view::messageKinds;
 
 namespace {
 

@@ -1,34 +1,41 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 
-#include "agent/base/Json.h"
 #include "agent/views/Observed.h"
+#include "host/Machines.h"
+#include "view/Candidates.h"
+#include "view/Counts.h"
+#include "view/History.h"
+#include "view/Interfaces.h"
+#include "view/Zones.h"
 
 /// The views by theme, each in a source of its own, for Views.cpp alone.
 namespace pimbsr::agent {
 
 // ZoneViews.cpp
-Json showBsr(Observed const& observed);
-Json showRpSet(Observed const& observed);
-Json showRp(Observed const& observed, Lanet::IpAddr group);
+view::Bsr showBsr(Observed const& observed);
+view::RpSet showRpSet(Observed const& observed);
+view::Rp showRp(Observed const& observed, Lanet::IpAddr group);
 
 // CandidateViews.cpp
-Json showCandidates(Observed const& observed);
+view::Candidates showCandidates(Observed const& observed);
 
 // InterfaceViews.cpp
-Json showNeighbors(Observed const& observed);
-Json showInterfaces(Observed const& observed);
-Json showBorders(Observed const& observed);
+view::Neighbors showNeighbors(Observed const& observed);
+view::Interfaces showInterfaces(Observed const& observed);
+view::Borders showBorders(Observed const& observed);
 
 // CountViews.cpp
-Json showFilter(Observed const& observed);
-Json showCounters(Observed const& observed);
-Json showDrops(Observed const& observed);
-Json showHistory(Observed const& observed);
-Json showControl(Observed const& observed);
+view::Filter showFilter(Observed const& observed);
+view::Counters showCounters(Observed const& observed);
+view::Drops showDrops(Observed const& observed);
+view::History showHistory(Observed const& observed);
+view::Control showControl(Observed const& observed);
 
 /// The names of access lists by which something is configured.
 template <class Terms>
@@ -41,7 +48,21 @@ std::set<std::string> namesOf(std::map<std::string, Terms> const& lists) {
 /// Those of the access lists that aren't there: who names them waits for them.
 std::set<std::string> absentOf(Observed const& observed, std::set<std::string> const& lists);
 
-/// Counts of an interface by kind, as in show "counters".
-Json jsonOf(InterfaceCounts const& counts);
+/// Counts of an interface by kind of message.
+view::Map<view::PacketCounts> viewOf(InterfaceCounts const& counts);
+
+/// The name of a machine's state; nothing where there is no machine.
+inline std::optional<std::string> stateOf(host::MachineView const& machine) {
+  return machine.state == "-" ? std::nullopt : std::optional(std::string(machine.state));
+}
+
+/// A network value as text; empty for the unset one.
+template <Lanet::NetworkValue Value>
+std::string textOf(Value const& value) {
+  return view::cellOf(value, "");
+}
+
+/// Seconds until a time on the agent's clock, at least 0; infinity stays.
+inline double leftUntil(double time, double now) { return std::max(0.0, time - now); }
 
 }  // namespace pimbsr::agent

@@ -7,9 +7,12 @@
 #include "agent/config/ConfigWriter.h"
 #include "agent/control/ControlProtocol.h"
 #include "agent/views/ViewParts.h"
+#include "view/Answers.h"
+#include "view/Json.h"
 
 namespace pimbsr::agent {
 
+using view::Json;
 using View = Json (*)(Observed const&);
 
 struct NamedView {
@@ -18,23 +21,29 @@ struct NamedView {
 };
 
 /// As a file with every key, which people read, and as values.
-static Json showConfig(Observed const& observed) {
-  return {{"file", writeToml(observed.settings)}, {"settings", writeJson(observed.settings)}};
+static view::Config showConfig(Observed const& observed) {
+  return {.file = writeToml(observed.settings), .settings = writeJson(observed.settings)};
+}
+
+/// The JSON of a view that a function fills.
+template <auto fill>
+static Json shown(Observed const& observed) {
+  return jsonOf(fill(observed));
 }
 
 /// All but "rp", which needs a group.
-static constexpr NamedView views[] = {{"bsr", showBsr},
-                                      {"rp-set", showRpSet},
-                                      {"candidates", showCandidates},
-                                      {"neighbors", showNeighbors},
-                                      {"interfaces", showInterfaces},
-                                      {"borders", showBorders},
-                                      {"filter", showFilter},
-                                      {"counters", showCounters},
-                                      {"drops", showDrops},
-                                      {"history", showHistory},
-                                      {"config", showConfig},
-                                      {"control", showControl}};
+static constexpr NamedView views[] = {{"bsr", shown<showBsr>},
+                                      {"rp-set", shown<showRpSet>},
+                                      {"candidates", shown<showCandidates>},
+                                      {"neighbors", shown<showNeighbors>},
+                                      {"interfaces", shown<showInterfaces>},
+                                      {"borders", shown<showBorders>},
+                                      {"filter", shown<showFilter>},
+                                      {"counters", shown<showCounters>},
+                                      {"drops", shown<showDrops>},
+                                      {"history", shown<showHistory>},
+                                      {"config", shown<showConfig>},
+                                      {"control", shown<showControl>}};
 
 static std::string validNames() {
   std::string names;
@@ -43,7 +52,7 @@ static std::string validNames() {
 }
 
 Json show(Observed const& observed, std::string_view what, Lanet::IpAddr group) {
-  if (what == "rp") return showRp(observed, group);
+  if (what == "rp") return jsonOf(showRp(observed, group));
   for (NamedView const& named : views) {
     if (named.name == what) return named.view(observed);
   }

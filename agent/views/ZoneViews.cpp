@@ -2,7 +2,6 @@
 #include <set>
 
 #include "agent/views/ViewParts.h"
-#include "host/Machines.h"
 #include "host/RpMap.h"
 #include "host/Views.h"
 
@@ -13,9 +12,6 @@ using host::RangeView;
 using host::RpView;
 using host::ZoneView;
 
-/// Seconds until a time on the agent's clock, at least 0; null for never.
-static Json leftUntil(double time, double now) { return jsonOfTime(std::max(0.0, time - now)); }
-
 static std::size_t rpCount(ZoneView const& zone) {
   std::size_t count = 0;
   for (RangeView const& range : zone.rpSet) count += range.rps.size();
@@ -24,140 +20,123 @@ static std::size_t rpCount(ZoneView const& zone) {
 
 // The BSR of each zone ----------------------------------------------------------------------------------
 
-static Json bsrJson(Observed const& observed, ZoneView const& zone, MachineView const& machine) {
-  if (!zone.bsr) return nullptr;
-  double now = observed.now();
+static view::KnownBsr viewOf(Observed const& observed, ZoneView const& zone, MachineView const& machine) {
   std::optional<double> since = observed.history.bsrSince(zone.zone);
+  view::KnownBsr shown;
+  shown.address = zone.bsr->address;
+  shown.own = machine.elected;
+  shown.priority = zone.bsr->priority;
+  shown.hashMaskLen = zone.bsr->hashMaskLen;
+  if (since) shown.uptime = std::max(0.0, observed.now() - *since);
   // An elected BSR's timer is for its next message; nothing expires.
-  bool own = machine.elected;
-  return {{"address", jsonOf(zone.bsr->address)},
-          {"own", own},
-          {"priority", zone.bsr->priority},
-          {"hashMaskLen", zone.bsr->hashMaskLen},
-          {"uptime", since ? jsonOfTime(std::max(0.0, now - *since)) : Json()},
-          {"expiresIn", own ? Json() : leftUntil(zone.bsr->expiryTime, now)}};
+  if (!shown.own) shown.expiresIn = leftUntil(zone.bsr->expiryTime, observed.now());
+  return shown;
 }
 
-static Json bsrZoneJson(Observed const& observed, ZoneView const& zone) {
+static view::BsrZone bsrOf(Observed const& observed, ZoneView const& zone) {
   MachineView machine = host::machineOf(observed.router, zone.zone, observed.now());
-  bool isGlobal = zone.zone == observed.router.root()->globalOrNonScopeZone();
-  return {{"zone", jsonOf(zone.zone)},
-          {"scoped", !isGlobal},
-          {"candidate", machine.candidate},
-          {"state", jsonOfState(machine.state)},
-          {"bsr", bsrJson(observed, zone, machine)},
-          {"bootstrapTimer", jsonOfTime(machine.bootstrapTimer)},
-          {"scopeZoneTimer", jsonOfTime(machine.scopeZoneTimer)},
-          {"nextMessage", machine.elected ? jsonOfTime(machine.bootstrapTimer) : Json()},
-          {"ranges", zone.rpSet.size()},
-          {"rps", rpCount(zone)}};
+  view::BsrZone shown;
+  shown.zone = zone.zone;
+  shown.scoped = zone.zone != observed.router.root()->globalOrNonScopeZone();
+  shown.candidate = machine.candidate;
+  shown.state = stateOf(machine);
+  if (zone.bsr) shown.bsr = viewOf(observed, zone, machine);
+  shown.bootstrapTimer = machine.bootstrapTimer;
+  shown.scopeZoneTimer = machine.scopeZoneTimer;
+  if (machine.elected) shown.nextMessage = machine.bootstrapTimer;
+  shown.ranges = zone.rpSet.size();
+  shown.rps = rpCount(zone);
+  return shown;
 }
 
-Json showBsr(Observed const& observed) {
-  Json zones = Json::array();
-  for (ZoneView const& zone : host::zonesOf(observed.router)) zones.push_back(bsrZoneJson(observed, zone));
-  return {{"zones", zones}};
+view::Bsr showBsr(Observed const& observed) {
+  view::Bsr shown;
+  for (ZoneView const& zone : host::zonesOf(observed.router)) shown.zones.push_back(bsrOf(observed, zone));
+  return shown;
 }
 
 // The RP set of each zone -------------------------------------------------------------------------------
 
-static Json rpJson(RpView const& rp, double now) {
-  return {{"address", jsonOf(rp.address)},
-          {"priority", rp.priority},
-          {"holdTime", rp.holdTime},
-          {"expiresIn", leftUntil(rp.expires, now)},
-          {"bidirectional", rp.mode == Routing::Pim::Mode::bidir}};
+static view::SetRp viewOf(RpView const& rp, double now) {
+  return {.address = rp.address,
+          .priority = rp.priority,
+          .holdTime = rp.holdTime,
+          .expiresIn = leftUntil(rp.expires, now),
+          .bidirectional = rp.mode == Routing::Pim::Mode::bidir};
 }
 
-static Json rangeJson(RangeView const& range, double now) {
-  Json rps = Json::array();
-  for (RpView const& rp : range.rps) rps.push_back(rpJson(rp, now));
-  return {{"range", jsonOf(range.range)}, {"rps", rps}};
+static view::SetRange viewOf(RangeView const& range, double now) {
+  view::SetRange shown{.range = range.range};
+  for (RpView const& rp : range.rps) shown.rps.push_back(viewOf(rp, now));
+  return shown;
 }
 
-Json showRpSet(Observed const& observed) {
-  Json zones = Json::array();
+view::RpSet showRpSet(Observed const& observed) {
+  view::RpSet shown;
   for (ZoneView const& zone : host::zonesOf(observed.router)) {
-    Json ranges = Json::array();
-    for (RangeView const& range : zone.rpSet) ranges.push_back(rangeJson(range, observed.now()));
-    zones.push_back({{"zone", jsonOf(zone.zone)},
-                     {"bsr", zone.bsr ? jsonOf(zone.bsr->address) : Json()},
-                     {"hashMaskLen", zone.bsr ? Json(zone.bsr->hashMaskLen) : Json()},
-                     {"rps", rpCount(zone)},
-                     {"ranges", ranges}});
+    view::SetZone& set = shown.zones.emplace_back();
+    set.zone = zone.zone;
+    if (zone.bsr) set.bsr = zone.bsr->address;
+    if (zone.bsr) set.hashMaskLen = zone.bsr->hashMaskLen;
+    set.rps = rpCount(zone);
+    for (RangeView const& range : zone.rpSet) set.ranges.push_back(viewOf(range, observed.now()));
   }
-  return {{"zones", zones}};
+  return shown;
 }
 
 // Which RP serves a group -------------------------------------------------------------------------------
 
-static std::string_view keyOf(host::RpTieBreak tieBreak) {
-  constexpr std::string_view names[] = {"noRp", "onlyOne", "priority", "hash", "address"};
-  return names[static_cast<std::size_t>(tieBreak)];
-}
-
 /// The zones whose RP sets hold a range.
-static Json zonesOf(Observed const& observed, Lanet::IpGenPrefix const& range) {
+static std::vector<Lanet::IpGenPrefix> zonesOf(Observed const& observed, Lanet::IpGenPrefix const& range) {
   std::set<Lanet::IpGenPrefix> zones;
   for (auto at = observed.router.status()->crpStatusIterator(); at; ++at) {
     if (at->status() && at->status()->crpSet(range)) zones.insert(at->zone());
   }
-  Json json = Json::array();
-  for (Lanet::IpGenPrefix const& zone : zones) json.push_back(jsonOf(zone));
-  return json;
+  return {zones.begin(), zones.end()};
 }
 
 /// A range that covers the group: where it is from, how many RPs it has, and how many whose time is not over.
-static Json coveringJson(Observed const& observed, Lanet::IpGenPrefix const& range, bool chosen) {
-  auto set = observed.router.rpCandidateStatus()->crpSet(range);
-  std::size_t all = 0;
-  std::size_t live = 0;
-  for (auto rp = set->rpIterator(); rp; ++rp) {
-    ++all;
-    live += rp->expires() > observed.now() ? 1 : 0;
+static view::CoveringRange coveringOf(Observed const& observed, Lanet::IpGenPrefix const& range,
+                                      bool chosen) {
+  view::CoveringRange shown{.range = range, .zones = zonesOf(observed, range), .chosen = chosen};
+  for (auto rp = observed.router.rpCandidateStatus()->crpSet(range)->rpIterator(); rp; ++rp) {
+    ++shown.rps;
+    shown.live += rp->expires() > observed.now() ? 1 : 0;
   }
-  return {{"range", jsonOf(range)},
-          {"zones", zonesOf(observed, range)},
-          {"rps", all},
-          {"live", live},
-          {"chosen", chosen}};
+  return shown;
 }
 
-static Json choiceJson(host::RpChoice const& choice) {
-  return {{"address", jsonOf(choice.address)},
-          {"priority", choice.priority},
-          {"hashMaskLen", choice.hashMaskLen},
-          {"hash", choice.hash}};
+static view::RpChoice viewOf(host::RpChoice const& choice) {
+  return {.address = choice.address,
+          .priority = choice.priority,
+          .hashMaskLen = choice.hashMaskLen,
+          .hash = choice.hash};
 }
 
 /// Link-local groups are no business of RPs, whatever ranges cover them (RFC 5771 section 4).
-static Json linkLocalJson(Lanet::IpAddr group) {
-  return {{"group", jsonOf(group)},
-          {"rp", nullptr},
-          {"range", nullptr},
-          {"decidedBy", keyOf(host::RpTieBreak::noRp)},
-          {"because", "groups of 224.0.0.0/24 stay on their link, and no RP serves them"},
-          {"ranges", Json::array()},
-          {"candidates", Json::array()}};
+static view::Rp linkLocal(Lanet::IpAddr group) {
+  view::Rp shown;
+  shown.group = group;
+  shown.decidedBy = view::keyOf(host::RpTieBreak::noRp);
+  shown.because = "groups of 224.0.0.0/24 stay on their link, and no RP serves them";
+  return shown;
 }
 
-Json showRp(Observed const& observed, Lanet::IpAddr group) {
-  constexpr Zet::U32 linkLocal = 0xe0000000;
-  if ((group.hostWord() & 0xffffff00) == linkLocal) return linkLocalJson(group);
+view::Rp showRp(Observed const& observed, Lanet::IpAddr group) {
+  constexpr Zet::U32 linkLocalGroups = 0xe0000000;
+  if ((group.hostWord() & 0xffffff00) == linkLocalGroups) return linkLocal(group);
   host::RpAnswer answer = host::RpMap(observed.router.rpCandidateStatus()).lookup(group, observed.now());
-  Json ranges = Json::array();
+  view::Rp shown;
+  shown.group = group;
+  shown.rp = answer.rp;
+  shown.range = answer.range;
+  shown.decidedBy = view::keyOf(answer.tieBreak);
+  shown.because = host::sentenceOf(answer.tieBreak);
   for (Lanet::IpGenPrefix const& range : answer.ranges) {
-    ranges.push_back(coveringJson(observed, range, range == answer.range));
+    shown.ranges.push_back(coveringOf(observed, range, range == answer.range));
   }
-  Json candidates = Json::array();
-  for (host::RpChoice const& choice : answer.choices) candidates.push_back(choiceJson(choice));
-  return {{"group", jsonOf(group)},
-          {"rp", jsonOf(answer.rp)},
-          {"range", jsonOf(answer.range)},
-          {"decidedBy", keyOf(answer.tieBreak)},
-          {"because", host::sentenceOf(answer.tieBreak)},
-          {"ranges", ranges},
-          {"candidates", candidates}};
+  for (host::RpChoice const& choice : answer.choices) shown.candidates.push_back(viewOf(choice));
+  return shown;
 }
 
 }  // namespace pimbsr::agent
