@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/Configuration.zet.h"
 #include "model/AclValues.h"
 #include "model/Lanet.h"
 #include "runtime/Export.h"
@@ -14,17 +15,6 @@ namespace pimbsr::host {
 
 /// An access list as an operator writes it: rules by sequence number, the lowest acts first.
 using AccessList = std::map<U32, Acl::IpRuleConfig>;
-
-/// What a candidate BSR announces in one zone. The numbers are as they were read, in range or not.
-struct BsrTerms {
-  /// 0 to 255, higher wins; or 256 for unknown, with which nothing comes of the candidacy.
-  Zet::U64 priority = 64;
-  /// 0 to 32; or 128 for unknown, with which nothing comes of the candidacy.
-  Zet::U64 hashMaskLen = 30;
-  Zet::U64 interval = 60;  ///< seconds between two messages of an elected BSR, 10 to 13652
-
-  bool operator==(BsrTerms const&) const = default;
-};
 
 /// What is configured for group ranges: by the range itself, or by an access list that permits ranges.
 template <class Terms>
@@ -36,10 +26,9 @@ struct ByRange {
 };
 
 /// The candidate RP with one interface's address.
-struct RpTerms {
+struct RpTerms : RpAdvertising {
   /// Priority by range, 0 to 255, lower wins; a range without one, or with 256, is not advertised.
   ByRange<std::optional<Zet::U64>> ranges;
-  Zet::U64 interval = 60;  ///< seconds between two advertisements, 1 to 13652
 
   bool operator==(RpTerms const&) const = default;
 };
@@ -49,10 +38,9 @@ struct Present {
   bool operator==(Present const&) const = default;
 };
 
-/// All that an operator configures of one router, as data. Interfaces are known by their names.
-struct Configuration {
-  Zet::U64 holdTime = 130;      ///< seconds after which a silent BSR is given up, 12 to 1073741823
-  Zet::U64 zoneTimeout = 1300;  ///< seconds after which a zone without BSR is forgotten, 120 to 4294967295
+/// All that an operator configures of one router, as data. Interfaces are known by their names. Numbers are as
+/// they were read, in range or not.
+struct Configuration : Timeouts {
   std::map<std::string, ByRange<BsrTerms>> candidateBsrs;  ///< by interface
   std::map<std::string, RpTerms> candidateRps;             ///< by interface
   std::map<std::string, ByRange<Present>> borders;         ///< by interface

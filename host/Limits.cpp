@@ -1,25 +1,24 @@
 #include "host/Limits.h"
 
+#include <vector>
+
+#include "host/Screening.keys.h"
+
 namespace pimbsr::host {
 
-static constexpr Limit rows[] = {
-    {"packets-per-second", &Screening::packetsPerSecond},
-    {"hellos-per-second", &Screening::hellosPerSecond},
-    {"advertisements-per-second", &Screening::advertisementsPerSecond},
-    {"neighbors-per-interface", &Screening::neighborsPerInterface},
-    {"learned-zones", &Screening::learnedZones},
-    {"fragment-rps", &Screening::fragmentRps},
-    {"rps", &Screening::rps},
-    {"ranges-per-zone", &Screening::rangesPerZone},
-    {"rps-per-range", &Screening::rpsPerRange},
-    {"rps-per-sender", &Screening::rpsPerSender},
-    {"ranges-per-sender", &Screening::rangesPerSender},
-};
+static std::vector<Limit> rowsOfLimits() {
+  std::vector<Limit> rows;
+  LimitsKeys::forEach([&](ConfigKey const& key, auto member) { rows.push_back({key.name, member, &key}); });
+  return rows;
+}
 
-std::span<Limit const> limits() { return rows; }
+std::span<Limit const> limits() {
+  static std::vector<Limit> const rows = rowsOfLimits();
+  return rows;
+}
 
 void copyLimits(Screening const& from, Screening& to) {
-  for (Limit const& limit : rows) to.*limit.value = from.*limit.value;
+  LimitsKeys::forEach([&](ConfigKey const&, auto member) { to.*member = from.*member; });
 }
 
 }  // namespace pimbsr::host

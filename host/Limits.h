@@ -3,6 +3,7 @@
 #include <span>
 #include <string_view>
 
+#include "host/ConfigKey.h"
 #include "host/Screening.h"
 #include "runtime/Export.h"
 
@@ -12,6 +13,7 @@ namespace pimbsr::host {
 struct Limit {
   std::string_view name;  ///< such as "rps-per-range"
   U32 Screening::*value;
+  ConfigKey const* key;  ///< its facts; never null
 };
 
 /// All bounds, in the order in which they are documented.

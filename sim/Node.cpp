@@ -332,7 +332,9 @@ Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix) {
 }
 
 host::Configuration Node::configurationOf(NodeConfig const& config) const {
-  host::Configuration wanted{.holdTime = config.holdTime, .zoneTimeout = config.zoneTimeout};
+  host::Configuration wanted;
+  wanted.holdTime = config.holdTime;
+  wanted.zoneTimeout = config.zoneTimeout;
   wanted.accessLists = config.accessLists;
   wanted.senderLists = config.senderLists;
   for (auto const& [zone, c] : config.candidateBsrs)
