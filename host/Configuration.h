@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/ConfigPlace.h"
 #include "host/Configuration.zet.h"
 #include "model/AclValues.h"
 #include "model/Lanet.h"
@@ -56,8 +57,8 @@ struct Configuration : Timeouts {
 
 /// One thing in a configuration that can't stand.
 struct ConfigFault {
-  std::string place;  ///< such as "candidate-bsr eth0, group 239.1.0.0/16, priority"
-  std::string text;   ///< what was read, and what would be valid
+  ConfigPlace place;
+  std::string text;  ///< what was read, and what would be valid
 
   bool operator==(ConfigFault const&) const = default;
 };

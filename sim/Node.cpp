@@ -302,7 +302,7 @@ void Node::routeDel(Lanet::Prefix const& prefix) {
 static std::string textOf(std::vector<host::ConfigFault> const& faults) {
   std::string text;
   for (host::ConfigFault const& fault : faults) {
-    text += (text.empty() ? "" : "; ") + fault.place + ": " + fault.text;
+    text += (text.empty() ? "" : "; ") + textOf(fault.place) + ": " + fault.text;
   }
   return text;
 }

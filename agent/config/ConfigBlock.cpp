@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "runtime/Exceptions.h"
+
 namespace pimbsr::agent {
 
 using Sort = ConfigValue::Sort;
@@ -64,21 +66,17 @@ static std::string refusal(std::string const& path, ConfigValue const& read, std
   return fmt::format("{}: read {}; valid is {}", path, describe(read), valid);
 }
 
-ConfigBlock::ConfigBlock(ConfigValue const& value, std::string_view section, std::string const& path,
-                         std::vector<ConfigFinding>& faults)
-    : table_(value.sort == Sort::table ? &value : nullptr),
-      section_(section),
-      path_(path),
-      at_(value.at),
-      faults_(faults) {
+ConfigBlock::ConfigBlock(ConfigValue const& value, ConfigSection const& section, std::string const& path,
+                         ConfigNotes notes)
+    : table_(value.sort == Sort::table ? &value : nullptr), path_(path), at_(value.at), notes_(notes) {
   if (table_ != nullptr) {
-    checkKeys(section);
+    checkKeys(section.name);
   } else {
-    fault(at_, refusal(path, value, "a table"));
+    notes_.faults.push_back({at_, refusal(path, value, "a table")});
   }
 }
 
-/// A table where no key stands is probably of a name with a dot, written without quotes.
+/// A table where no key is expected is probably of a name with a dot, written without quotes.
 void ConfigBlock::checkKeys(std::string_view section) {
   for (ConfigEntry const& entry : table_->entries) {
     auto isKey = [&](ConfigKey const& key) { return key.section == section && key.name == entry.key; };
@@ -90,104 +88,170 @@ void ConfigBlock::checkKeys(std::string_view section) {
       text += fmt::format("; a name with a dot stands in quotes: [{}.\"{}.{}\"]", path_.substr(0, dot),
                           path_.substr(dot + 1), entry.key);
     }
-    fault(entry.at, fmt::format("{}: {}", pathOf(entry.key), text));
+    notes_.faults.push_back({entry.at, fmt::format("{}.{}: {}", path_, tomlKey(entry.key), text)});
   }
 }
 
-ConfigValue const* ConfigBlock::value(std::string_view name) const {
+ConfigValue const* ConfigBlock::find(ConfigKey const& key) const {
   if (table_ == nullptr) return nullptr;
-  for (ConfigEntry const& entry : table_->entries) {
-    if (entry.key == name) return &entry.value;
-  }
-  return nullptr;
+  auto isIt = [&](ConfigEntry const& entry) { return entry.key == key.name; };
+  auto found = std::find_if(table_->entries.begin(), table_->entries.end(), isIt);
+  return found == table_->entries.end() ? nullptr : &found->value;
 }
 
-TextPlace ConfigBlock::placeOf(std::string_view name) const {
-  ConfigValue const* found = value(name);
+TextPlace ConfigBlock::placeOf(ConfigKey const& key) const {
+  ConfigValue const* found = find(key);
   return found == nullptr ? at_ : found->at;
 }
 
-void ConfigBlock::refuse(std::string_view name, ConfigValue const& read) {
-  fault(read.at, refusal(pathOf(name), read, validText(key(name))));
+void ConfigBlock::fault(TextPlace at, ConfigKey const& key, std::string const& text) {
+  notes_.faults.push_back({at, fmt::format("{}: {}", pathOf(key), text)});
 }
 
-void ConfigBlock::refuseItem(std::string_view name, ConfigValue const& read) {
-  fault(read.at, refusal(pathOf(name), read, validItemText(key(name))));
+void ConfigBlock::refuse(ConfigKey const& key, ConfigValue const& read) {
+  notes_.faults.push_back({read.at, refusal(pathOf(key), read, validText(key))});
 }
 
-// Values ----------------------------------------------------------------------------------------------
+void ConfigBlock::refuseItem(ConfigKey const& key, ConfigValue const& read) {
+  notes_.faults.push_back({read.at, refusal(pathOf(key), read, validItemText(key))});
+}
 
-std::optional<U64> ConfigBlock::number(std::string_view name) {
-  ConfigValue const* read = value(name);
+// Numbers and flags -----------------------------------------------------------------------------------
+
+static bool isNumberOf(ConfigKey const& key, ConfigValue const& read) {
+  auto number = static_cast<U64>(read.number);
+  return read.sort == Sort::integer && read.number >= 0 && number >= key.least && number <= key.most;
+}
+
+bool ConfigBlock::hasNumber(ConfigKey const& key) const {
+  ConfigValue const* read = find(key);
+  return read != nullptr && isNumberOf(key, *read);
+}
+
+std::optional<U64> ConfigBlock::number(ConfigKey const& key) {
+  ConfigValue const* read = find(key);
   if (read == nullptr) return std::nullopt;
-  ConfigKey const& row = key(name);
-  auto number = static_cast<U64>(read->number);
-  if (read->sort == Sort::integer && read->number >= 0 && number >= row.least && number <= row.most) {
-    return number;
-  }
-  refuse(name, *read);
+  if (isNumberOf(key, *read)) return static_cast<U64>(read->number);
+  refuse(key, *read);
   return std::nullopt;
 }
 
-void ConfigBlock::take(std::string_view name, U64& number) { number = this->number(name).value_or(number); }
+void ConfigBlock::take(ConfigKey const& key, U64& number) { number = this->number(key).value_or(number); }
 
-void ConfigBlock::take(std::string_view name, U32& number) {
-  number = static_cast<U32>(this->number(name).value_or(number));
+void ConfigBlock::take(ConfigKey const& key, U32& number) {
+  number = static_cast<U32>(this->number(key).value_or(number));
 }
 
-void ConfigBlock::take(std::string_view name, bool& flag) {
-  ConfigValue const* read = value(name);
+void ConfigBlock::take(ConfigKey const& key, std::optional<U32>& number) {
+  if (std::optional<U64> read = this->number(key)) number = static_cast<U32>(*read);
+}
+
+void ConfigBlock::take(ConfigKey const& key, bool& flag) {
+  ConfigValue const* read = find(key);
   if (read == nullptr) return;
-  if (read->sort != Sort::boolean) return refuse(name, *read);
+  if (read->sort != Sort::boolean) return refuse(key, *read);
   flag = read->flag;
 }
 
-void ConfigBlock::take(std::string_view name, std::string& text) {
-  if (std::optional<PlacedText> read = this->text(name)) text = read->text;
-}
+// Texts -----------------------------------------------------------------------------------------------
 
-std::optional<PlacedText> ConfigBlock::text(std::string_view name) {
-  ConfigValue const* read = value(name);
-  ConfigKey const& row = key(name);
-  if (read == nullptr) {
-    if (row.fallback.empty() && table_ != nullptr) {
-      fault(at_, fmt::format("{}: not there, and needed; valid is {}", pathOf(name), validText(row)));
-    }
+/// Reads a value that the model reads; none if the model refuses it.
+template <class Value>
+static std::optional<Value> parsed(std::string_view text) {
+  // The unset value has an empty text, and would be read.
+  if (text.empty()) return std::nullopt;
+  try {
+    return Value::parse(Zet::String8(text));
+  } catch (Zet::RangeException const&) {
     return std::nullopt;
   }
-  if (read->sort == Sort::text && hasForm(row.type, read->text)) return PlacedText{read->at, read->text};
-  refuse(name, *read);
+}
+
+std::optional<std::string> ConfigBlock::text(ConfigKey const& key) {
+  ConfigValue const* read = find(key);
+  if (read == nullptr) {
+    if (key.fallback.empty() && table_ != nullptr)
+      fault(at_, key, fmt::format("not there, and needed; valid is {}", validText(key)));
+    return std::nullopt;
+  }
+  if (read->sort == Sort::text && hasForm(key.type, read->text)) return read->text;
+  refuse(key, *read);
   return std::nullopt;
 }
 
-std::vector<PlacedText> ConfigBlock::texts(std::string_view name) {
-  std::vector<PlacedText> found;
-  ConfigValue const* read = value(name);
-  if (read == nullptr) return found;
-  if (read->sort != Sort::list) {
-    refuse(name, *read);
-    return found;
+void ConfigBlock::take(ConfigKey const& key, std::string& text) {
+  if (std::optional<std::string> read = this->text(key)) text = *read;
+}
+
+void ConfigBlock::take(ConfigKey const& key, file::Action& action) {
+  std::optional<std::string> read = text(key);
+  if (read) action = *read == "permit" ? Acl::Action::permit : Acl::Action::deny;
+}
+
+void ConfigBlock::take(ConfigKey const& key, file::Address& address) {
+  std::optional<std::string> read = text(key);
+  if (read && !(address = parsed<Lanet::IpAddr>(*read))) refuse(key, *find(key));
+}
+
+void ConfigBlock::take(ConfigKey const& key, file::Prefix& prefix) {
+  if (!text(key)) return;
+  prefix = prefixOf(key, *find(key));
+  if (!prefix || prefix->af() == Lanet::AddressFamily::ipv4) return;
+  refuse(key, *find(key));
+  prefix.reset();
+}
+
+std::optional<Lanet::IpGenPrefix> ConfigBlock::prefixOf(ConfigKey const& key, ConfigValue const& read) {
+  auto prefix = parsed<Lanet::IpGenPrefix>(read.text);
+  if (!prefix) {
+    refuseItem(key, read);
+    return std::nullopt;
   }
-  for (ConfigValue const& item : read->items) {
-    if (item.sort == Sort::text && hasForm(key(name).type, item.text)) {
-      found.push_back({item.at, item.text});
+  auto address = parsed<Lanet::IpGenAddr>(std::string_view(read.text).substr(0, read.text.find('/')));
+  if (address && *address != prefix->address()) {
+    notes_.remarks.push_back({read.at, fmt::format("{}: {} has bits behind its length, and is read as {}",
+                                                   pathOf(key), read.text, prefix->stringValue().view())});
+  }
+  return prefix;
+}
+
+// Lists -----------------------------------------------------------------------------------------------
+
+std::vector<ConfigValue> const* ConfigBlock::itemsOf(ConfigKey const& key) {
+  ConfigValue const* read = find(key);
+  if (read == nullptr || read->sort == Sort::list) return read == nullptr ? nullptr : &read->items;
+  refuse(key, *read);
+  return nullptr;
+}
+
+std::vector<ConfigValue const*> ConfigBlock::textsOf(ConfigKey const& key) {
+  std::vector<ConfigValue const*> found;
+  std::vector<ConfigValue> const* items = itemsOf(key);
+  if (items == nullptr) return found;
+  for (ConfigValue const& item : *items) {
+    if (item.sort == Sort::text && hasForm(key.type, item.text)) {
+      found.push_back(&item);
     } else {
-      refuseItem(name, item);
+      refuseItem(key, item);
     }
   }
   return found;
 }
 
-std::vector<ConfigValue const*> ConfigBlock::tables(std::string_view name) {
-  std::vector<ConfigValue const*> found;
-  ConfigValue const* read = value(name);
-  if (read == nullptr) return found;
-  if (read->sort != Sort::list) {
-    refuse(name, *read);
-    return found;
+void ConfigBlock::take(ConfigKey const& key, file::GroupRanges& ranges) {
+  for (ConfigValue const* item : textsOf(key)) {
+    if (auto range = prefixOf(key, *item)) ranges.push_back({item->at, *range});
   }
-  for (ConfigValue const& item : read->items) found.push_back(&item);
-  return found;
+}
+
+void ConfigBlock::take(ConfigKey const& key, file::ListNames& names) {
+  for (ConfigValue const* item : textsOf(key)) names.push_back({item->at, item->text});
+}
+
+void ConfigBlock::take(ConfigKey const& key, file::Rules& rules) {
+  std::vector<ConfigValue> const* items = itemsOf(key);
+  if (items == nullptr) return;
+  for (ConfigValue const& item : *items) rules.push_back(&item);
 }
 
 }  // namespace pimbsr::agent

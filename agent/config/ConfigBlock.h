@@ -7,6 +7,7 @@
 
 #include "agent/config/ConfigKeys.h"
 #include "agent/config/ConfigText.h"
+#include "agent/config/KeyTypes.h"
 #include "runtime/Types.h"
 
 namespace pimbsr::agent {
@@ -14,61 +15,71 @@ namespace pimbsr::agent {
 using Zet::U32;
 using Zet::U64;
 
-/// A text of a list, with its place.
-struct PlacedText {
-  TextPlace at;
-  std::string text;
-};
-
 /// Whether an interface, or an access list, may have this name.
 bool isInterfaceName(std::string_view name);
 bool isListName(std::string_view name);
 
-/// One table of the file and the keys that it may have: each is checked against its row in the table of keys
-/// when it is asked for. What is wrong goes to `faults`, with the path of the key, and isn't given out.
+/// Where the reader of a file notes what it finds. The lists outlive it.
+struct ConfigNotes {
+  std::vector<ConfigFinding>& faults;
+  std::vector<ConfigFinding>& remarks;  ///< what was read otherwise than it looks, and is no fault
+};
+
+/// One table of the file and the keys that it may have: each is checked against its row when it is read. What
+/// is wrong goes to the faults, with the path of the key, and isn't given out.
 class ConfigBlock {
  public:
-  /// Tells of each key that the table doesn't know. A value that is no table is told, and has no keys. `path`
-  /// is what to call it in faults. The value and the faults outlive the block.
-  ConfigBlock(ConfigValue const& value, std::string_view section, std::string const& path,
-              std::vector<ConfigFinding>& faults);
+  /// Reports each key that the section doesn't have. A value that is no table is reported, and has no keys.
+  /// `path` is what to call it in faults. The value outlives the block.
+  ConfigBlock(ConfigValue const& value, ConfigSection const& section, std::string const& path,
+              ConfigNotes notes);
 
   TextPlace at() const { return at_; }
   std::string const& path() const { return path_; }
-  /// The value of a key, or null; it counts for the caller to check.
-  ConfigValue const* value(std::string_view name) const;
-  /// Where the value of a key stands, or this block if the key isn't there.
-  TextPlace placeOf(std::string_view name) const;
+  /// Whether a key is there, valid or not.
+  bool has(ConfigKey const& key) const { return find(key) != nullptr; }
+  /// Whether a key is there with a number that is valid.
+  bool hasNumber(ConfigKey const& key) const;
+  /// Where the value of a key is, or this block if the key isn't there.
+  TextPlace placeOf(ConfigKey const& key) const;
 
-  /// The number of a key, if it is there and valid.
-  std::optional<U64> number(std::string_view name);
   /// Writes a value only if its key is there and valid.
-  void take(std::string_view name, U64& number);
-  void take(std::string_view name, U32& number);
-  void take(std::string_view name, bool& flag);
-  void take(std::string_view name, std::string& text);
-  /// The text of a key, if it is there and valid. A key that must be there and isn't is told.
-  std::optional<PlacedText> text(std::string_view name);
-  /// The texts of a list, less those that aren't valid; none if the key isn't there.
-  std::vector<PlacedText> texts(std::string_view name);
-  /// The tables of a list; those that are none are told by the blocks made of them.
-  std::vector<ConfigValue const*> tables(std::string_view name);
+  void take(ConfigKey const& key, U64& number);
+  void take(ConfigKey const& key, U32& number);
+  void take(ConfigKey const& key, std::optional<U32>& number);
+  void take(ConfigKey const& key, bool& flag);
+  /// A key that is needed and isn't there is reported.
+  void take(ConfigKey const& key, std::string& text);
+  void take(ConfigKey const& key, file::Action& action);
+  void take(ConfigKey const& key, file::Prefix& prefix);
+  void take(ConfigKey const& key, file::Address& address);
+  /// Items that aren't valid are left out.
+  void take(ConfigKey const& key, file::GroupRanges& ranges);
+  void take(ConfigKey const& key, file::ListNames& names);
+  /// The values of a list; those that are no tables are reported by the blocks made of them.
+  void take(ConfigKey const& key, file::Rules& rules);
 
-  /// Tells that the value of a key, or one in its list, isn't valid.
-  void refuse(std::string_view name, ConfigValue const& read);
-  void refuseItem(std::string_view name, ConfigValue const& read);
-  void fault(TextPlace at, std::string const& text) { faults_.push_back({at, text}); }
+  /// Reports something of a key.
+  void fault(TextPlace at, ConfigKey const& key, std::string const& text);
 
  private:
   void checkKeys(std::string_view section);
-  std::string pathOf(std::string_view name) const { return path_ + "." + tomlKey(name); }
-  ConfigKey const& key(std::string_view name) const { return configKey(section_, name); }
+  ConfigValue const* find(ConfigKey const& key) const;
+  std::string pathOf(ConfigKey const& key) const { return path_ + "." + std::string(key.name); }
+  std::optional<U64> number(ConfigKey const& key);
+  /// The text of a key if it is there and has the form of the key.
+  std::optional<std::string> text(ConfigKey const& key);
+  std::optional<Lanet::IpGenPrefix> prefixOf(ConfigKey const& key, ConfigValue const& read);
+  /// The items of a list that are texts with the form of the key.
+  std::vector<ConfigValue const*> textsOf(ConfigKey const& key);
+  std::vector<ConfigValue> const* itemsOf(ConfigKey const& key);
+  void refuse(ConfigKey const& key, ConfigValue const& read);
+  void refuseItem(ConfigKey const& key, ConfigValue const& read);
 
   ConfigValue const* table_;  ///< null if the value is none
-  std::string_view section_;
   std::string path_;
   TextPlace at_;
-  std::vector<ConfigFinding>& faults_;
+  ConfigNotes notes_;
 };
 
 }  // namespace pimbsr::agent

@@ -12,37 +12,32 @@
 
 #include "agent/base/TraceLevel.h"
 #include "agent/config/ConfigBlock.h"
-#include "host/Limits.h"
-#include "runtime/Exceptions.h"
+#include "agent/config/ConfigTable.h"
+#include "agent/config/Settings.keys.h"
+#include "host/Screening.keys.h"
 
 namespace pimbsr::agent {
 
+using host::ConfigPart;
+using host::ConfigPlace;
 using Lanet::IpAddr;
-using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Sort = ConfigValue::Sort;
-
-// Values of texts -------------------------------------------------------------------------------------
-
-/// Reads a value that the model reads; none if the model refuses it.
-template <class Value>
-static std::optional<Value> parsed(std::string_view text) {
-  // The unset value has an empty text, and would be read.
-  if (text.empty()) return std::nullopt;
-  try {
-    return Value::parse(Zet::String8(text));
-  } catch (Zet::RangeException const&) {
-    return std::nullopt;
-  }
-}
-
-static std::string textOf(IpGenPrefix const& prefix) { return std::string(prefix.stringValue().view()); }
 
 // The reader ------------------------------------------------------------------------------------------
 
 namespace {
 
-/// Reads the values of one file into settings, table by table.
+/// The ranges that a table names, and the keys that name them.
+struct RangesRead {
+  file::GroupRanges groups;
+  file::ListNames lists;
+  ConfigKey const& groupsKey;
+  ConfigKey const& listsKey;
+};
+
+/// Reads the values of one file into settings, table by table: what each key is and takes is declared, here is
+/// what it means.
 class Reader {
  public:
   explicit Reader(ConfigReading& reading) : reading_(reading) {}
@@ -51,78 +46,97 @@ class Reader {
 
  private:
   using Read = void (Reader::*)(ConfigValue const& value);
+  /// A table of the top of the file and what reads it.
+  struct Table {
+    ConfigSection const& section;
+    Read read;
+  };
 
   void readInterfaces(ConfigValue const& value);
   void readInterface(std::string const& name, ConfigValue const& value);
   void readCandidateBsrs(ConfigValue const& value) {
-    forEachTable("candidate-bsr", value, &Reader::readCandidateBsr);
+    forEachTable(file::CandidateBsrKeys::sectionRow, value, &Reader::readCandidateBsr);
   }
   void readCandidateBsr(ConfigValue const& value);
   void readCandidateRps(ConfigValue const& value) {
-    forEachTable("candidate-rp", value, &Reader::readCandidateRp);
+    forEachTable(file::CandidateRpKeys::sectionRow, value, &Reader::readCandidateRp);
   }
   void readCandidateRp(ConfigValue const& value);
+  void readInterval(ConfigBlock& block, ConfigPlace const& place, file::CandidateRp const& table,
+                    host::RpTerms& terms);
   void readFilter(ConfigValue const& value);
   void readLists(ConfigValue const& value);
   void readList(std::string const& name, ConfigValue const& value);
-  std::optional<U64> sequenceOf(ConfigBlock& block, std::optional<U64> const& last);
-  std::optional<Acl::IpFilter> filterOf(ConfigBlock& block);
-  std::optional<Acl::IpFilter> maskedFilterOf(ConfigBlock& block);
-  void readTimers(ConfigValue const& value);
-  void readChecks(ConfigValue const& value);
-  void readLimits(ConfigValue const& value);
+  std::optional<U32> sequenceOf(ConfigBlock& block, file::AccessRule const& rule,
+                                std::optional<U32> const& last);
+  std::optional<Acl::IpFilter> filterOf(ConfigBlock& block, file::AccessRule const& rule);
+  std::optional<Acl::IpFilter> maskedFilterOf(ConfigBlock& block, file::AccessRule const& rule);
+  void readTimers(ConfigValue const& value) {
+    readPart<file::TimersKeys>(value, router(), {.part = ConfigPart::timers});
+  }
+  void readChecks(ConfigValue const& value) {
+    readPart<host::ChecksKeys>(value, settings().screening, {.part = ConfigPart::checks});
+  }
+  void readLimits(ConfigValue const& value) {
+    readPart<host::LimitsKeys>(value, settings().screening, {.part = ConfigPart::limits});
+  }
   void readControl(ConfigValue const& value);
   void readState(ConfigValue const& value) {
-    block(value, "state").take("directory", settings().stateDirectory);
+    ConfigBlock state = block(value, file::StateKeys::sectionRow);
+    readKeys<file::StateKeys>(state, settings());
   }
   void readTraces(ConfigValue const& value);
 
-  void forEachTable(char const* name, ConfigValue const& list, Read readOne);
+  void forEachTable(ConfigSection const& section, ConfigValue const& list, Read readOne);
   bool isTable(ConfigValue const& value, std::string_view path);
-  template <class Terms>
-  void readRanges(ConfigBlock& block, std::string const& place, host::ByRange<Terms>& ranges,
-                  Terms const& terms, char const* groups = "groups", char const* lists = "lists");
-  std::optional<IpGenPrefix> prefixOf(ConfigBlock& block, std::string_view name, PlacedText const& read);
-  void refuse(ConfigBlock& block, std::string_view name, PlacedText const& read) {
-    block.refuseItem(name, {.sort = Sort::text, .at = read.at, .text = read.text});
-  }
-  /// Notes where a part of the settings stands; false, with a fault, if that was written before.
-  bool isFirst(ConfigBlock& block, std::string_view name, std::string const& place, PlacedText const& what);
-  /// Notes where the keys of a block stand that describe a part of the settings; where they don't, the block.
-  void notePlaces(ConfigBlock const& block, std::string const& place,
-                  std::initializer_list<std::string_view> names);
+  template <class Keys, class Struct>
+  void readPart(ConfigValue const& value, Struct& into, ConfigPlace const& place);
+  template <class Keys, class Terms>
+  void addRanges(ConfigBlock& block, ConfigPlace const& place, RangesRead const& read,
+                 host::ByRange<Terms>& ranges, Terms const& terms);
+  /// Notes where a part of the settings is; false, with a fault, if that was written before.
+  bool isFirst(ConfigBlock& block, ConfigKey const& key, ConfigPlace const& place,
+               Placed<std::string> const& what);
+  /// Notes where the numbers of a block are that describe a part of the settings; where they aren't, the block.
+  template <class Keys>
+  void notePlaces(ConfigBlock const& block, ConfigPlace const& place);
 
-  ConfigBlock block(ConfigValue const& value, std::string_view section) {
-    return {value, section, std::string(section), reading_.faults};
+  ConfigBlock block(ConfigValue const& value, ConfigSection const& section) {
+    return {value, section, std::string(section.name), notes()};
   }
   void fault(TextPlace at, std::string const& text) { reading_.faults.push_back({at, text}); }
+  ConfigNotes notes() { return {reading_.faults, reading_.remarks}; }
   Settings& settings() { return reading_.settings; }
   host::Configuration& router() { return reading_.settings.router; }
 
   ConfigReading& reading_;
-  std::map<std::string, TextPlace> written_;
+  std::map<ConfigPlace, TextPlace> written_;
 };
 
+/// The first word of the name of a table.
+std::string_view wordOf(ConfigSection const& section) {
+  return section.name.substr(0, section.name.find('.'));
+}
+
 void Reader::read(ConfigValue const& root) {
-  static constexpr std::pair<std::string_view, Read> tables[] = {
-      {"interface", &Reader::readInterfaces},
-      {"candidate-bsr", &Reader::readCandidateBsrs},
-      {"candidate-rp", &Reader::readCandidateRps},
-      {"filter", &Reader::readFilter},
-      {"access-list", &Reader::readLists},
-      {"timers", &Reader::readTimers},
-      {"checks", &Reader::readChecks},
-      {"limits", &Reader::readLimits},
-      {"control", &Reader::readControl},
-      {"state", &Reader::readState},
-      {"trace", &Reader::readTraces}};
+  static constexpr Table tables[] = {{file::InterfaceKeys::sectionRow, &Reader::readInterfaces},
+                                     {file::CandidateBsrKeys::sectionRow, &Reader::readCandidateBsrs},
+                                     {file::CandidateRpKeys::sectionRow, &Reader::readCandidateRps},
+                                     {file::FilterKeys::sectionRow, &Reader::readFilter},
+                                     {file::AccessListKeys::sectionRow, &Reader::readLists},
+                                     {file::TimersKeys::sectionRow, &Reader::readTimers},
+                                     {host::ChecksKeys::sectionRow, &Reader::readChecks},
+                                     {host::LimitsKeys::sectionRow, &Reader::readLimits},
+                                     {file::ControlKeys::sectionRow, &Reader::readControl},
+                                     {file::StateKeys::sectionRow, &Reader::readState},
+                                     {file::TraceKeys::sectionRow, &Reader::readTraces}};
   for (ConfigEntry const& entry : root.entries) {
-    auto isIt = [&](auto const& table) { return table.first == entry.key; };
-    auto found = std::find_if(std::begin(tables), std::end(tables), isIt);
+    auto matches = [&](Table const& table) { return wordOf(table.section) == entry.key; };
+    auto found = std::find_if(std::begin(tables), std::end(tables), matches);
     if (found == std::end(tables)) {
       fault(entry.at, fmt::format("{}: {}", tomlKey(entry.key), unknownKeyText("", entry.key)));
     } else {
-      (this->*found->second)(entry.value);
+      (this->*found->read)(entry.value);
     }
   }
 }
@@ -135,174 +149,164 @@ bool Reader::isTable(ConfigValue const& value, std::string_view path) {
   return false;
 }
 
-void Reader::forEachTable(char const* name, ConfigValue const& list, Read readOne) {
+void Reader::forEachTable(ConfigSection const& section, ConfigValue const& list, Read readOne) {
   if (list.sort != Sort::list) {
-    return fault(list.at, fmt::format("{0}: read {1}; valid are tables that begin with [[{0}]]", name,
-                                      describe(list)));
+    return fault(list.at, fmt::format("{}: read {}; valid are tables that begin with {}", section.name,
+                                      describe(list), section.header));
   }
   for (ConfigValue const& table : list.items) (this->*readOne)(table);
 }
 
-bool Reader::isFirst(ConfigBlock& block, std::string_view name, std::string const& place,
-                     PlacedText const& what) {
+/// Reads a table whose keys are members of the settings.
+template <class Keys, class Struct>
+void Reader::readPart(ConfigValue const& value, Struct& into, ConfigPlace const& place) {
+  ConfigBlock block = this->block(value, Keys::sectionRow);
+  readKeys<Keys>(block, into);
+  Keys::forEach([&](ConfigKey const& key, auto) {
+    if (block.has(key)) reading_.places.add(place.at(key.name), block.placeOf(key));
+  });
+  if (place.part != ConfigPart::timers) reading_.places.add(place, block.at());
+}
+
+bool Reader::isFirst(ConfigBlock& block, ConfigKey const& key, ConfigPlace const& place,
+                     Placed<std::string> const& what) {
   reading_.places.add(place, what.at);
   auto [at, first] = written_.try_emplace(place, what.at);
   if (!first) {
-    block.fault(what.at, fmt::format("{}.{}: {} stands in line {}, column {} already", block.path(), name,
-                                     what.text, at->second.line, at->second.column));
+    block.fault(what.at, key,
+                fmt::format("{} stands in line {}, column {} already", what.value, at->second.line,
+                            at->second.column));
   }
   return first;
 }
 
-void Reader::notePlaces(ConfigBlock const& block, std::string const& place,
-                        std::initializer_list<std::string_view> names) {
-  for (std::string_view name : names)
-    reading_.places.add(fmt::format("{}, {}", place, name), block.placeOf(name));
+template <class Keys>
+void Reader::notePlaces(ConfigBlock const& block, ConfigPlace const& place) {
+  Keys::forEach([&](ConfigKey const& key, auto) {
+    if (key.type == KeyType::integer) reading_.places.add(place.at(key.name), block.placeOf(key));
+  });
 }
 
 // Ranges ----------------------------------------------------------------------------------------------
 
-std::optional<IpGenPrefix> Reader::prefixOf(ConfigBlock& block, std::string_view name,
-                                            PlacedText const& read) {
-  std::optional<IpGenPrefix> prefix = parsed<IpGenPrefix>(read.text);
-  if (!prefix) {
-    refuse(block, name, read);
-    return std::nullopt;
+template <class Keys, class Terms>
+void Reader::addRanges(ConfigBlock& block, ConfigPlace const& place, RangesRead const& read,
+                       host::ByRange<Terms>& ranges, Terms const& terms) {
+  for (auto const& [at, range] : read.groups) {
+    ConfigPlace where = place.group(range);
+    if (!isFirst(block, read.groupsKey, where, {at, where.entry.name})) continue;
+    ranges.groups[range] = terms;
+    notePlaces<Keys>(block, where);
   }
-  auto address = parsed<IpGenAddr>(std::string_view(read.text).substr(0, read.text.find('/')));
-  if (address && *address != prefix->address()) {
-    reading_.remarks.push_back(
-        {read.at, fmt::format("{}.{}: {} has bits behind its length, and is read as {}", block.path(), name,
-                              read.text, textOf(*prefix))});
-  }
-  return prefix;
-}
-
-template <class Terms>
-void Reader::readRanges(ConfigBlock& block, std::string const& place, host::ByRange<Terms>& ranges,
-                        Terms const& terms, char const* groups, char const* lists) {
-  for (PlacedText const& read : block.texts(groups)) {
-    std::optional<IpGenPrefix> range = prefixOf(block, groups, read);
-    if (!range) continue;
-    std::string where = fmt::format("{}, group {}", place, textOf(*range));
-    if (!isFirst(block, groups, where, {read.at, textOf(*range)})) continue;
-    ranges.groups[*range] = terms;
-    notePlaces(block, where, {"priority", "hash-mask-length", "interval"});
-  }
-  for (PlacedText const& read : block.texts(lists)) {
-    std::string where = fmt::format("{}, access list {}", place, read.text);
-    if (!isFirst(block, lists, where, read)) continue;
-    ranges.lists[read.text] = terms;
-    notePlaces(block, where, {"priority", "hash-mask-length", "interval"});
+  for (auto const& [at, name] : read.lists) {
+    ConfigPlace where = place.list(name);
+    if (!isFirst(block, read.listsKey, where, {at, name})) continue;
+    ranges.lists[name] = terms;
+    notePlaces<Keys>(block, where);
   }
 }
 
-/// The list of groups of a candidate that names neither groups nor lists.
-static constexpr char const* allGroups = "224.0.0.0/4";
-
-static bool namesNoRanges(ConfigBlock const& block) {
-  return block.value("groups") == nullptr && block.value("lists") == nullptr;
+/// What a candidate that names neither groups nor lists has: all groups.
+template <class Keys, class Table>
+static RangesRead rangesOf(ConfigBlock const& block, Table const& table) {
+  RangesRead read{table.groups, table.lists, Keys::groups, Keys::lists};
+  if (!block.has(Keys::groups) && !block.has(Keys::lists))
+    read.groups.push_back({block.at(), IpGenPrefix::parse("224.0.0.0/4")});
+  return read;
 }
 
 // Interfaces and candidates ---------------------------------------------------------------------------
 
 void Reader::readInterfaces(ConfigValue const& value) {
-  if (!isTable(value, "interface")) return;
+  if (!isTable(value, wordOf(file::InterfaceKeys::sectionRow))) return;
   for (ConfigEntry const& entry : value.entries) {
     if (isInterfaceName(entry.key)) {
       readInterface(entry.key, entry.value);
     } else {
       fault(entry.at, fmt::format("interface.{}: no interface can have this name; valid is {}",
-                                  inQuotes(entry.key), validText(configKey("candidate-bsr", "interface"))));
+                                  inQuotes(entry.key), validText(file::CandidateBsrKeys::interface)));
     }
   }
 }
 
 void Reader::readInterface(std::string const& name, ConfigValue const& value) {
-  ConfigBlock block(value, "interface.NAME", "interface." + tomlKey(name), reading_.faults);
-  InterfaceSettings speaks;
-  bool pim = true;
-  block.take("pim", pim);
-  block.take("hello", speaks.hello);
-  block.take("dr-priority", speaks.drPriority);
-  block.take("hello-interval", speaks.helloInterval);
-  if (pim) settings().interfaces[name] = speaks;
-  reading_.places.add("interface " + name, block.at());
-  if (block.value("border") == nullptr && block.value("border-lists") == nullptr) return;
-  reading_.places.add("border " + name,
-                      block.placeOf(block.value("border") != nullptr ? "border" : "border-lists"));
-  readRanges(block, "border " + name, router().borders[name], host::Present(), "border", "border-lists");
+  using Keys = file::InterfaceKeys;
+  ConfigBlock block(value, Keys::sectionRow, "interface." + tomlKey(name), notes());
+  file::Interface table;
+  readKeys<Keys>(block, table);
+  if (table.pim) settings().interfaces[name] = table;
+  reading_.places.add({.part = ConfigPart::interface, .name = name}, block.at());
+  if (!block.has(Keys::border) && !block.has(Keys::borderLists)) return;
+  ConfigPlace place{.part = ConfigPart::border, .name = name};
+  reading_.places.add(place, block.placeOf(block.has(Keys::border) ? Keys::border : Keys::borderLists));
+  addRanges<Keys>(block, place, {table.border, table.borderLists, Keys::border, Keys::borderLists},
+                  router().borders[name], host::Present());
 }
 
 void Reader::readCandidateBsr(ConfigValue const& value) {
-  ConfigBlock block = this->block(value, "candidate-bsr");
-  std::optional<PlacedText> intf = block.text("interface");
-  host::BsrTerms terms;
-  block.take("priority", terms.priority);
-  block.take("hash-mask-length", terms.hashMaskLen);
-  block.take("interval", terms.interval);
-  std::string place = "candidate-bsr " + (intf ? intf->text : "");
-  host::ByRange<host::BsrTerms> ofNobody;
-  auto& ranges = intf ? router().candidateBsrs[intf->text] : ofNobody;
+  using Keys = file::CandidateBsrKeys;
+  ConfigBlock block = this->block(value, Keys::sectionRow);
+  file::CandidateBsr table;
+  readKeys<Keys>(block, table);
+  ConfigPlace place{.part = ConfigPart::candidateBsr, .name = table.interface};
+  host::ByRange<host::BsrTerms> discarded;
+  auto& ranges = table.interface.empty() ? discarded : router().candidateBsrs[table.interface];
   reading_.places.add(place, block.at());
-  notePlaces(block, place, {"interface"});
-  readRanges(block, place, ranges, terms);
-  if (!namesNoRanges(block)) return;
-  std::string where = fmt::format("{}, group {}", place, allGroups);
-  if (!isFirst(block, "groups", where, {block.at(), allGroups})) return;
-  ranges.groups[IpGenPrefix::parse(allGroups)] = terms;
-  notePlaces(block, where, {"priority", "hash-mask-length", "interval"});
+  reading_.places.add(place.at(Keys::interface.name), block.placeOf(Keys::interface));
+  addRanges<Keys>(block, place, rangesOf<Keys>(block, table), ranges, host::BsrTerms(table));
 }
 
 void Reader::readCandidateRp(ConfigValue const& value) {
-  ConfigBlock block = this->block(value, "candidate-rp");
-  std::optional<PlacedText> intf = block.text("interface");
-  U64 priority = 192;
-  block.take("priority", priority);
-  std::string place = "candidate-rp " + (intf ? intf->text : "");
-  host::RpTerms ofNobody;
-  host::RpTerms& terms = intf ? router().candidateRps[intf->text] : ofNobody;
+  using Keys = file::CandidateRpKeys;
+  ConfigBlock block = this->block(value, Keys::sectionRow);
+  file::CandidateRp table;
+  readKeys<Keys>(block, table);
+  ConfigPlace place{.part = ConfigPart::candidateRp, .name = table.interface};
+  host::RpTerms discarded;
+  host::RpTerms& terms = table.interface.empty() ? discarded : router().candidateRps[table.interface];
   reading_.places.add(place, block.at());
-  notePlaces(block, place, {"interface"});
-  readRanges(block, place, terms.ranges, std::optional<U64>(priority));
-  std::string where = fmt::format("{}, group {}", place, allGroups);
-  if (namesNoRanges(block) && isFirst(block, "groups", where, {block.at(), allGroups})) {
-    terms.ranges.groups[IpGenPrefix::parse(allGroups)] = priority;
-    notePlaces(block, where, {"priority"});
-  }
-  std::optional<U64> interval = block.number("interval");
-  if (!interval) return;
-  auto [first, isNew] = written_.try_emplace(place + ", interval", block.placeOf("interval"));
+  reading_.places.add(place.at(Keys::interface.name), block.placeOf(Keys::interface));
+  addRanges<Keys>(block, place, rangesOf<Keys>(block, table), terms.ranges,
+                  std::optional<U64>(table.priority));
+  if (block.hasNumber(Keys::interval)) readInterval(block, place.at(Keys::interval.name), table, terms);
+}
+
+/// The interval is that of the interface, whichever of its tables says it.
+void Reader::readInterval(ConfigBlock& block, ConfigPlace const& place, file::CandidateRp const& table,
+                          host::RpTerms& terms) {
+  ConfigKey const& key = file::CandidateRpKeys::interval;
+  auto [first, isNew] = written_.try_emplace(place, block.placeOf(key));
   if (isNew) {
-    terms.interval = *interval;
-    reading_.places.add(place + ", interval", first->second);
-  } else if (*interval != terms.interval && intf) {
-    block.fault(
-        block.placeOf("interval"),
-        fmt::format("candidate-rp.interval: read {}; all that {} offers has one interval, and that is {} "
-                    "in line {}",
-                    *interval, intf->text, terms.interval, first->second.line));
+    terms.interval = table.interval;
+    reading_.places.add(place, first->second);
+  } else if (table.interval != terms.interval && !table.interface.empty()) {
+    block.fault(block.placeOf(key), key,
+                fmt::format("read {}; all that {} offers has one interval, and that is {} in line {}",
+                            table.interval, table.interface, terms.interval, first->second.line));
   }
 }
 
 // Lists -----------------------------------------------------------------------------------------------
 
 void Reader::readFilter(ConfigValue const& value) {
-  ConfigBlock block = this->block(value, "filter");
-  for (PlacedText const& read : block.texts("sender-lists")) {
-    isFirst(block, "sender-lists", "senders, access list " + read.text, read);
-    router().senderLists.insert(read.text);
+  using Keys = file::FilterKeys;
+  ConfigBlock block = this->block(value, Keys::sectionRow);
+  file::Filter table;
+  readKeys<Keys>(block, table);
+  for (auto const& name : table.senderLists) {
+    isFirst(block, Keys::senderLists, ConfigPlace{.part = ConfigPart::senders}.list(name.value), name);
+    router().senderLists.insert(name.value);
   }
-  for (PlacedText const& read : block.texts("rp-lists")) {
-    isFirst(block, "rp-lists", "preferred-rps, access list " + read.text, read);
-    router().rpLists.insert(read.text);
+  for (auto const& name : table.rpLists) {
+    isFirst(block, Keys::rpLists, ConfigPlace{.part = ConfigPart::preferredRps}.list(name.value), name);
+    router().rpLists.insert(name.value);
   }
 }
 
 void Reader::readLists(ConfigValue const& value) {
-  if (!isTable(value, "access-list")) return;
+  if (!isTable(value, wordOf(file::AccessListKeys::sectionRow))) return;
   for (ConfigEntry const& entry : value.entries) {
-    reading_.places.add("access-list " + entry.key, entry.value.at);
+    reading_.places.add({.part = ConfigPart::accessList, .name = entry.key}, entry.value.at);
     if (isListName(entry.key)) {
       readList(entry.key, entry.value);
     } else {
@@ -315,106 +319,72 @@ void Reader::readLists(ConfigValue const& value) {
 
 void Reader::readList(std::string const& name, ConfigValue const& value) {
   std::string path = "access-list." + tomlKey(name);
-  ConfigBlock block(value, "access-list.NAME", path, reading_.faults);
+  ConfigBlock block(value, file::AccessListKeys::sectionRow, path, notes());
+  file::AccessList table;
+  readKeys<file::AccessListKeys>(block, table);
   host::AccessList& list = router().accessLists[name];
-  std::optional<U64> last;
-  for (ConfigValue const* table : block.tables("rules")) {
-    ConfigBlock rule(*table, "access-list.NAME.rules", path + ".rules", reading_.faults);
-    std::optional<PlacedText> action = rule.text("action");
-    std::optional<Acl::IpFilter> filter = filterOf(rule);
-    std::optional<U64> sequence = sequenceOf(rule, last);
+  std::optional<U32> last;
+  for (ConfigValue const* item : table.rules) {
+    ConfigBlock of(*item, file::AccessRuleKeys::sectionRow, path + ".rules", notes());
+    file::AccessRule rule;
+    readKeys<file::AccessRuleKeys>(of, rule);
+    std::optional<Acl::IpFilter> filter = filterOf(of, rule);
+    std::optional<U32> sequence = sequenceOf(of, rule, last);
     if (!sequence) continue;
     last = sequence;
-    std::string place = fmt::format("access-list {}, rule {}", name, *sequence);
-    bool first = isFirst(rule, "seq", place, {rule.placeOf("seq"), std::to_string(*sequence)});
-    if (!first || !action || !filter) continue;
-    auto does = action->text == "permit" ? Acl::Action::permit : Acl::Action::deny;
-    list[static_cast<U32>(*sequence)] = {does, *filter};
+    ConfigPlace place = ConfigPlace{.part = ConfigPart::accessList, .name = name}.rule(*sequence);
+    ConfigKey const& key = file::AccessRuleKeys::seq;
+    bool first = isFirst(of, key, place, {of.placeOf(key), place.entry.name});
+    if (first && rule.action && filter) list[*sequence] = {*rule.action, *filter};
   }
 }
 
-/// A rule without a number stands behind the one written before it.
-std::optional<U64> Reader::sequenceOf(ConfigBlock& block, std::optional<U64> const& last) {
-  if (block.value("seq") != nullptr) return block.number("seq");
-  U64 next = last.value_or(0) + 10;
-  ConfigKey const& key = configKey("access-list.NAME.rules", "seq");
-  if (next <= key.most) return next;
-  block.fault(block.at(), fmt::format("{}.seq: not there, and {} would be too much; valid is {}",
-                                      block.path(), next, validText(key)));
+/// A rule without a number is after the one written before it.
+std::optional<U32> Reader::sequenceOf(ConfigBlock& block, file::AccessRule const& rule,
+                                      std::optional<U32> const& last) {
+  ConfigKey const& key = file::AccessRuleKeys::seq;
+  if (block.has(key)) return rule.seq;
+  U64 next = U64{last.value_or(0)} + 10;
+  if (next <= key.most) return static_cast<U32>(next);
+  block.fault(block.at(), key,
+              fmt::format("not there, and {} would be too much; valid is {}", next, validText(key)));
   return std::nullopt;
 }
 
-static Acl::IpFilter filterOf(IpAddr address, IpAddr mask) {
+static Acl::IpFilter matching(IpAddr address, IpAddr mask) {
   Acl::IpFilter filter;
   filter.source = IpAddr::fromNet(address.netWord() & mask.netWord());
   filter.sourceMask = mask;
   return filter;
 }
 
-std::optional<Acl::IpFilter> Reader::filterOf(ConfigBlock& block) {
-  if (block.value("address") != nullptr || block.value("mask") != nullptr) return maskedFilterOf(block);
-  std::optional<PlacedText> read = block.text("prefix");
-  if (!read) return block.value("prefix") == nullptr ? std::optional(Acl::IpFilter()) : std::nullopt;
-  std::optional<IpGenPrefix> prefix = prefixOf(block, "prefix", *read);
-  if (!prefix) return std::nullopt;
-  if (prefix->af() != Lanet::AddressFamily::ipv4) {
-    refuse(block, "prefix", *read);
-    return std::nullopt;
-  }
-  U32 length = prefix->length();
-  return agent::filterOf(prefix->address().v4Addr(),
-                         IpAddr::fromHost(length == 0 ? 0 : ~0u << (32 - length)));
+/// None if what the rule matches isn't valid.
+std::optional<Acl::IpFilter> Reader::filterOf(ConfigBlock& block, file::AccessRule const& rule) {
+  using Keys = file::AccessRuleKeys;
+  if (block.has(Keys::address) || block.has(Keys::mask)) return maskedFilterOf(block, rule);
+  if (!rule.prefix) return block.has(Keys::prefix) ? std::nullopt : std::optional(Acl::IpFilter());
+  U32 length = rule.prefix->length();
+  return matching(rule.prefix->address().v4Addr(), IpAddr::fromHost(length == 0 ? 0 : ~0u << (32 - length)));
 }
 
-std::optional<Acl::IpFilter> Reader::maskedFilterOf(ConfigBlock& block) {
-  std::optional<IpAddr> parts[2];
-  char const* names[] = {"address", "mask"};
-  for (int i : {0, 1}) {
-    std::optional<PlacedText> read = block.text(names[i]);
-    if (read && !(parts[i] = parsed<IpAddr>(read->text))) refuse(block, names[i], *read);
-    if (block.value(names[i]) == nullptr) {
-      block.fault(block.placeOf(names[1 - i]), fmt::format("{}.{}: stands without {}; both are needed",
-                                                           block.path(), names[1 - i], names[i]));
-    }
-  }
-  if (block.value("prefix") != nullptr) {
-    block.fault(
-        block.placeOf("prefix"),
-        fmt::format("{}.prefix: stands beside an address with its mask; one of both is valid", block.path()));
+std::optional<Acl::IpFilter> Reader::maskedFilterOf(ConfigBlock& block, file::AccessRule const& rule) {
+  using Keys = file::AccessRuleKeys;
+  auto needBoth = [&](ConfigKey const& key, ConfigKey const& other) {
+    if (block.has(key)) return;
+    block.fault(block.placeOf(other), other, fmt::format("stands without {}; both are needed", key.name));
+  };
+  needBoth(Keys::address, Keys::mask);
+  needBoth(Keys::mask, Keys::address);
+  if (block.has(Keys::prefix)) {
+    block.fault(block.placeOf(Keys::prefix), Keys::prefix,
+                "stands beside an address with its mask; one of both is valid");
     return std::nullopt;
   }
-  if (!parts[0] || !parts[1]) return std::nullopt;
-  return agent::filterOf(*parts[0], *parts[1]);
+  if (!rule.address || !rule.mask) return std::nullopt;
+  return matching(*rule.address, *rule.mask);
 }
 
 // The rest --------------------------------------------------------------------------------------------
-
-void Reader::readTimers(ConfigValue const& value) {
-  ConfigBlock block = this->block(value, "timers");
-  block.take("hold-time", router().holdTime);
-  block.take("zone-timeout", router().zoneTimeout);
-  if (block.value("hold-time") != nullptr) reading_.places.add("hold-time", block.placeOf("hold-time"));
-  if (block.value("zone-timeout") != nullptr) {
-    reading_.places.add("zone-timeout", block.placeOf("zone-timeout"));
-  }
-}
-
-void Reader::readChecks(ConfigValue const& value) {
-  ConfigBlock block = this->block(value, "checks");
-  block.take("link-local-ttl", settings().screening.linkLocalTtl);
-  block.take("on-subnet", settings().screening.onSubnet);
-  block.take("from-neighbors", settings().screening.fromNeighbors);
-  block.take("not-own-bsr", settings().screening.notOwnBsr);
-  notePlaces(block, "checks", {"link-local-ttl", "on-subnet", "from-neighbors", "not-own-bsr"});
-}
-
-void Reader::readLimits(ConfigValue const& value) {
-  ConfigBlock block = this->block(value, "limits");
-  for (host::Limit const& limit : host::limits()) {
-    block.take(limit.name, settings().screening.*limit.value);
-    notePlaces(block, "limits", {limit.name});
-  }
-}
 
 /// The path of the second control socket where the file has none: a name of its own for each first socket, so
 /// that agents whose sockets share a folder don't collide. Empty without a first one, and where it would be
@@ -429,22 +399,20 @@ static std::string readOnlySocketOf(std::string const& socket) {
 }
 
 void Reader::readControl(ConfigValue const& value) {
-  ConfigBlock block = this->block(value, "control");
-  Settings& wanted = settings();
-  block.take("socket", wanted.controlSocket);
-  wanted.readOnlySocket = readOnlySocketOf(wanted.controlSocket);
-  block.take("read-only-socket", wanted.readOnlySocket);
-  block.take("read-only-group", wanted.readOnlyGroup);
-  if (wanted.controlSocket.empty() || wanted.controlSocket != wanted.readOnlySocket) return;
-  block.fault(block.placeOf("read-only-socket"),
-              "control.read-only-socket: the path of control.socket; valid is a path of its own, or \"\" for "
-              "none");
+  using Keys = file::ControlKeys;
+  ConfigBlock block = this->block(value, Keys::sectionRow);
+  file::Control& control = settings();
+  readKeys<Keys>(block, control);
+  if (!block.has(Keys::readOnlySocket)) control.readOnlySocket = readOnlySocketOf(control.controlSocket);
+  if (control.controlSocket.empty() || control.controlSocket != control.readOnlySocket) return;
+  block.fault(block.placeOf(Keys::readOnlySocket), Keys::readOnlySocket,
+              "the path of control.socket; valid is a path of its own, or \"\" for none");
 }
 
-/// Every handle is a key of its own, so that no row of the table has its name.
+/// Every handle is a key of its own, so that no row has its name.
 void Reader::readTraces(ConfigValue const& value) {
-  if (!isTable(value, "trace")) return;
-  ConfigKey const& key = configKey("trace", "HANDLE");
+  if (!isTable(value, file::TraceKeys::sectionRow.name)) return;
+  ConfigKey const& key = file::TraceKeys::level;
   std::vector<std::string> handles = traceHandles();
   std::vector<std::string_view> names(handles.begin(), handles.end());
   for (auto const& [handle, at, level] : value.entries) {
@@ -509,10 +477,8 @@ std::string textOf(std::string const& file, TextPlace at) {
 
 std::vector<std::string> needRestart(Settings const& from, Settings const& to) {
   std::vector<std::string> keys;
-  if (from.controlSocket != to.controlSocket) keys.emplace_back("control.socket");
-  if (from.readOnlySocket != to.readOnlySocket) keys.emplace_back("control.read-only-socket");
-  if (from.readOnlyGroup != to.readOnlyGroup) keys.emplace_back("control.read-only-group");
-  if (from.stateDirectory != to.stateDirectory) keys.emplace_back("state.directory");
+  addChangedAtRestart<file::ControlKeys>(from, to, keys);
+  addChangedAtRestart<file::StateKeys>(from, to, keys);
   return keys;
 }
 

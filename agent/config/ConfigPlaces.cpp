@@ -3,75 +3,84 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <iterator>
-#include <utility>
+
+#include "agent/config/Settings.keys.h"
+#include "host/ConfigKey.h"
+#include "host/Screening.keys.h"
 
 namespace pimbsr::agent {
 
-TextPlace ConfigPlaces::find(std::string_view place) const {
-  for (;;) {
-    if (auto found = places_.find(place); found != places_.end()) return found->second;
-    std::size_t comma = place.rfind(", ");
-    if (comma == place.npos) return {};
-    place = place.substr(0, comma);
+using host::ConfigItem;
+using host::ConfigPart;
+using host::ConfigPlace;
+
+TextPlace ConfigPlaces::find(ConfigPlace place) const {
+  auto found = places_.find(place);
+  if (found == places_.end()) {
+    place.key.clear();
+    found = places_.find(place);
   }
+  if (found == places_.end()) {
+    place.entry = {};
+    found = places_.find(place);
+  }
+  return found == places_.end() ? TextPlace() : found->second;
 }
 
 namespace {
 
-/// What stands before a separator, which is taken off with it; all, and nothing is left, where there is none.
-std::string_view takeUpTo(std::string_view separator, std::string_view& text) {
-  std::size_t at = text.find(separator);
-  std::string_view taken = text.substr(0, at);
-  text = at == text.npos ? std::string_view() : text.substr(at + separator.size());
-  return taken;
-}
-
 /// How a part of the settings is written.
-struct Written {
-  std::string_view kind;    ///< the first word of its place
-  std::string_view table;   ///< of the file
-  bool isNamed;             ///< whether each has a table of its own, of its name
-  std::string_view groups;  ///< the keys of its ranges
-  std::string_view lists;
+struct PartForm {
+  ConfigPart part;
+  std::string_view section;
+  std::string_view groups = {};  ///< the keys of its ranges
+  std::string_view lists = {};
 };
 
-constexpr Written writtens[] = {{"interface", "interface", true, "", ""},
-                                {"border", "interface", true, "border", "border-lists"},
-                                {"candidate-bsr", "candidate-bsr", false, "groups", "lists"},
-                                {"candidate-rp", "candidate-rp", false, "groups", "lists"},
-                                {"senders", "filter", false, "", "sender-lists"},
-                                {"preferred-rps", "filter", false, "", "rp-lists"},
-                                {"access-list", "access-list", true, "", ""},
-                                {"checks", "checks", false, "", ""},
-                                {"limits", "limits", false, "", ""}};
+using namespace file;  // the declared tables
+constexpr PartForm partForms[] = {
+    {ConfigPart::timers, TimersKeys::sectionRow.name},
+    {ConfigPart::interface, InterfaceKeys::sectionRow.name},
+    {ConfigPart::border, InterfaceKeys::sectionRow.name, InterfaceKeys::border.name,
+     InterfaceKeys::borderLists.name},
+    {ConfigPart::candidateBsr, CandidateBsrKeys::sectionRow.name, CandidateBsrKeys::groups.name,
+     CandidateBsrKeys::lists.name},
+    {ConfigPart::candidateRp, CandidateRpKeys::sectionRow.name, CandidateRpKeys::groups.name,
+     CandidateRpKeys::lists.name},
+    {ConfigPart::senders, FilterKeys::sectionRow.name, "", FilterKeys::senderLists.name},
+    {ConfigPart::preferredRps, FilterKeys::sectionRow.name, "", FilterKeys::rpLists.name},
+    {ConfigPart::accessList, AccessListKeys::sectionRow.name},
+    {ConfigPart::checks, host::ChecksKeys::sectionRow.name},
+    {ConfigPart::limits, host::LimitsKeys::sectionRow.name},
+};
+
+PartForm const& formOf(ConfigPart part) {
+  auto matches = [&](PartForm const& form) { return form.part == part; };
+  return *std::find_if(std::begin(partForms), std::end(partForms), matches);
+}
+
+/// The key that has an item, and what it names there.
+std::pair<std::string_view, std::string> keyOfItem(PartForm const& form, ConfigItem const& item) {
+  if (item.kind == ConfigItem::Kind::rule) return {AccessListKeys::rules.name, ": seq " + item.name};
+  return {item.kind == ConfigItem::Kind::group ? form.groups : form.lists, ": " + item.name};
+}
 
 }  // namespace
 
-std::string keyOf(std::string_view place) {
-  std::string_view name = takeUpTo(", ", place);
-  std::string_view kind = takeUpTo(" ", name);
-  auto isIt = [&](Written const& one) { return one.kind == kind; };
-  auto written = std::find_if(std::begin(writtens), std::end(writtens), isIt);
-  if (written == std::end(writtens)) return fmt::format("timers.{}", kind);
-  std::string key(written->table);
-  if (written->isNamed) key += '.' + tomlKey(name);
-  std::string what;
-  std::pair<std::string_view, std::string_view> const parts[] = {
-      {"group ", written->groups}, {"access list ", written->lists}, {"rule ", "rules"}};
-  while (!place.empty()) {
-    std::string_view part = takeUpTo(", ", place);
-    auto begins = [&](auto const& one) { return part.starts_with(one.first); };
-    auto named = std::find_if(std::begin(parts), std::end(parts), begins);
-    if (named == std::end(parts)) {
-      what.clear();  // a key beside the ranges holds for all of them
-    } else {
-      what = fmt::format(": {}{}", named->second == "rules" ? "seq " : "", part.substr(named->first.size()));
-      part = named->second;
-    }
-    if (place.empty() || kind == "access-list") key += fmt::format(".{}", part);
-  }
-  return key + what;
+/// A key beside ranges is of all of them; a key of a rule is within the rule.
+std::string keyOf(ConfigPlace const& place) {
+  PartForm const& form = formOf(place.part);
+  bool isRule = place.entry.kind == ConfigItem::Kind::rule;
+  std::size_t dot = form.section.find('.');
+  std::string text(form.section.substr(0, dot));
+  if (dot != form.section.npos) text += '.' + tomlKey(place.name);
+  auto [itemKey, name] = keyOfItem(form, place.entry);
+  bool namesItem = place.entry.kind != ConfigItem::Kind::none && place.key.empty();
+  if (namesItem || isRule) text += fmt::format(".{}", itemKey);
+  if (namesItem) return text + name;
+  return place.key.empty() ? text : fmt::format("{}.{}", text, place.key);
 }
 
 }  // namespace pimbsr::agent

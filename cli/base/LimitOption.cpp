@@ -38,7 +38,7 @@ void parseLimit(std::string const& text, host::Screening& limits) {
   if (equals == std::string::npos)
     throw UsageError(fmt::format("--limit: '{}' is neither KEY=N nor none", text));
   Limit const& limit = limitOf(std::string_view(text).substr(0, equals));
-  agent::ConfigKey const& key = agent::configKey("limits", limit.name);
+  host::ConfigKey const& key = *limit.key;
   std::optional<U64> number = numberOf(std::string_view(text).substr(equals + 1));
   if (!number || *number < key.least || *number > key.most) {
     throw UsageError(fmt::format("--limit: {}: '{}' is not valid; valid is {}", limit.name,

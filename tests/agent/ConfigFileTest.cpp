@@ -17,6 +17,8 @@ using pimbsr::agent::readConfigFile;
 using pimbsr::agent::Settings;
 using pimbsr::agent::textOf;
 using pimbsr::agent::TextPlace;
+using pimbsr::host::ConfigPart;
+using pimbsr::host::ConfigPlace;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -410,12 +412,15 @@ TEST(ConfigFileTest, BitsBehindALengthAreRemarkedUpon) {
 TEST(ConfigFileTest, PlacesOfWhatIsNotWrittenAreThoseOfItsWhole) {
   ConfigReading reading =
       readConfig("[[candidate-bsr]]\ninterface = \"lo\"\npriority = 5\n[limits]\nrps = 1\n", "f");
-  EXPECT_EQ(reading.places.find("candidate-bsr lo, group 224.0.0.0/4, priority"), (TextPlace{3, 12}));
-  EXPECT_EQ(reading.places.find("candidate-bsr lo, group 224.0.0.0/4, interval"), (TextPlace{1, 1}));
-  EXPECT_EQ(reading.places.find("candidate-bsr lo, group 239.0.0.0/8, interval"), (TextPlace{1, 1}));
-  EXPECT_EQ(reading.places.find("limits, rps"), (TextPlace{5, 7}));
-  EXPECT_EQ(reading.places.find("limits, learned-zones"), (TextPlace{4, 1}));
-  EXPECT_EQ(reading.places.find("hold-time"), TextPlace());
+  ConfigPlace const bsr{.part = ConfigPart::candidateBsr, .name = "lo"};
+  ConfigPlace const limits{.part = ConfigPart::limits};
+  ConfigPlace const timers{.part = ConfigPart::timers};
+  EXPECT_EQ(reading.places.find(bsr.group(prefix("224.0.0.0/4")).at("priority")), (TextPlace{3, 12}));
+  EXPECT_EQ(reading.places.find(bsr.group(prefix("224.0.0.0/4")).at("interval")), (TextPlace{1, 1}));
+  EXPECT_EQ(reading.places.find(bsr.group(prefix("239.0.0.0/8")).at("interval")), (TextPlace{1, 1}));
+  EXPECT_EQ(reading.places.find(limits.at("rps")), (TextPlace{5, 7}));
+  EXPECT_EQ(reading.places.find(limits.at("learned-zones")), (TextPlace{4, 1}));
+  EXPECT_EQ(reading.places.find(timers.at("hold-time")), TextPlace());
 }
 
 // Files -----------------------------------------------------------------------------------------------
