@@ -70,6 +70,12 @@ static void addLimit(CLI::App& command, host::Screening& limits) {
   addRepeatable(command, "--limit", "KEY=N", helpLimit, [&](auto& text) { parseLimit(text, limits); });
 }
 
+/// Refuses an option that has another name now, and says which.
+static void addFormer(CLI::App& command, std::string const& former, std::string const& now) {
+  auto refuse = [=](std::string const&) { throw UsageError(former + " is now called " + now); };
+  command.add_option_function<std::string>(former, refuse)->group("");
+}
+
 static void addReplay(CLI::App& app, ReplayOptions& options) {
   CLI::App& command = *app.add_subcommand("replay", aboutReplay);
   command.footer(footReplay);
@@ -82,11 +88,14 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
   };
   addTime("--until", "Run the clock on for so long after the last packet: 0 to 4294967295\n(default 0)",
           [&](auto& text) { options.until = parseUntil(text); });
-  addTime("--hold-time", "Give up a BSR that has not been heard for so long: 12 to 1073741823\n(default 130)",
-          [&](auto& text) { options.router.holdTime = parseHoldTime(text); });
-  addTime("--zone-timeout",
+  addTime("--bs-timeout",
+          "Give up a BSR that has not been heard for so long: 12 to 1073741823\n(default 130)",
+          [&](auto& text) { options.router.holdTime = parseBsTimeout(text); });
+  addTime("--sz-timeout",
           "Forget a scoped zone that has had no BSR for so long: 120 to 4294967295\n(default 1300)",
-          [&](auto& text) { options.router.zoneTimeout = parseZoneTimeout(text); });
+          [&](auto& text) { options.router.zoneTimeout = parseSzTimeout(text); });
+  addFormer(command, "--hold-time", "--bs-timeout");
+  addFormer(command, "--zone-timeout", "--sz-timeout");
   addRepeatable(command, "--rpf", "BSR=NEIGHBOUR",
                 "The RPF neighbour towards a BSR; may be given for several BSRs. For the others\n"
                 "it is the source of the first message with the No-Forward bit clear",

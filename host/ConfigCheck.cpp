@@ -83,9 +83,9 @@ std::vector<ConfigFault> Checker::run() {
 void Checker::checkTimers() {
   Ptr<Bsr::Config> config = Bsr::configFactory("check");
   ConfigPlace timers{.part = ConfigPart::timers};
-  tryValue<U32>(timers.at(TimeoutsKeys::holdTime.name), configuration_.holdTime,
+  tryValue<U32>(timers.at(TimeoutsKeys::bsTimeout.name), configuration_.bsTimeout,
                 [&](U32 value) { config->holdTimeIs(value); });
-  tryValue<U32>(timers.at(TimeoutsKeys::zoneTimeout.name), configuration_.zoneTimeout,
+  tryValue<U32>(timers.at(TimeoutsKeys::szTimeout.name), configuration_.szTimeout,
                 [&](U32 value) { config->szTimeoutIs(value); });
 }
 
@@ -137,9 +137,9 @@ void Checker::checkBsr(ConfigPlace const& place, BsrTerms const& terms) {
   tryValue<U32>(where, terms.hashMaskLen, [&](U32 value) { group->hashMaskLenIs(value); });
   bool isUnknown = terms.hashMaskLen == Bsr::BsrCandidateGroup::hashMaskLenUnknown();
   if (!isUnknown) checkAtMost(where, terms.hashMaskLen, 32, "IPv4 has no more bits");
-  where = place.at(BsrTermsKeys::interval.name);
-  tryValue<U32>(where, terms.interval, [&](U32 value) { group->intervalIs(value); });
-  checkAtMost(where, terms.interval, longestInterval, refusedHoldtime);
+  where = place.at(BsrTermsKeys::bsPeriod.name);
+  tryValue<U32>(where, terms.bsPeriod, [&](U32 value) { group->intervalIs(value); });
+  checkAtMost(where, terms.bsPeriod, longestInterval, refusedHoldtime);
 }
 
 void Checker::checkRps() {
@@ -147,9 +147,9 @@ void Checker::checkRps() {
     ConfigPlace place{.part = ConfigPart::candidateRp, .name = intf};
     checkRanges(place, terms.ranges,
                 [&](auto const& where, std::optional<U64> const& priority) { checkRp(where, priority); });
-    ConfigPlace where = place.at(RpAdvertisingKeys::interval.name);
-    tryValue<U32>(where, terms.interval, [](U32 value) { Bsr::CrpAdvInterval interval(value); });
-    checkAtMost(where, terms.interval, longestInterval, refusedHoldtime);
+    ConfigPlace where = place.at(RpAdvertisingKeys::cRpAdvPeriod.name);
+    tryValue<U32>(where, terms.cRpAdvPeriod, [](U32 value) { Bsr::CrpAdvInterval interval(value); });
+    checkAtMost(where, terms.cRpAdvPeriod, longestInterval, refusedHoldtime);
   }
 }
 

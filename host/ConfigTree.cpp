@@ -109,8 +109,8 @@ void ConfigTree::dropLists(Configuration const& wanted) {
 // What changed and what is new ------------------------------------------------------------------------
 
 void ConfigTree::writeTimers(Configuration const& wanted) {
-  config_->holdTimeIs(static_cast<U32>(wanted.holdTime));
-  config_->szTimeoutIs(static_cast<U32>(wanted.zoneTimeout));
+  config_->holdTimeIs(static_cast<U32>(wanted.bsTimeout));
+  config_->szTimeoutIs(static_cast<U32>(wanted.szTimeout));
 }
 
 /// A list is there before anybody names it. The senders' lists are named first of all, since a list is read
@@ -144,7 +144,7 @@ void ConfigTree::writeList(std::string const& name, AccessList const& list) {
 /// The interval comes before what brings the candidate to life, and the priority last.
 template <class Entry>
 static void writeTerms(Entry& entry, BsrTerms const& terms) {
-  entry.intervalIs(static_cast<U32>(terms.interval));
+  entry.intervalIs(static_cast<U32>(terms.bsPeriod));
   entry.hashMaskLenIs(static_cast<U32>(terms.hashMaskLen));
   entry.priorityIs(static_cast<U16>(terms.priority));
 }
@@ -161,7 +161,7 @@ void ConfigTree::writeBsrs(Configuration const& wanted) {
 void ConfigTree::writeRps(Configuration const& wanted) {
   for (auto const& [intf, terms] : wanted.candidateRps) {
     Ptr<Bsr::RpCandidateConfig> entry = config_->rpCandidateConfigIs(intfOf(intf));
-    entry->advIntervalIs(Bsr::CrpAdvInterval(static_cast<U32>(terms.interval)));
+    entry->advIntervalIs(Bsr::CrpAdvInterval(static_cast<U32>(terms.cRpAdvPeriod)));
     auto priorityOf = [](Zet::U64 number) { return Routing::Pim::RpPriority(static_cast<U32>(number)); };
     for (auto const& [range, priority] : terms.ranges.groups) {
       entry->groupRangeIs(range, true);

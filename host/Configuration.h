@@ -39,8 +39,8 @@ struct Present {
   bool operator==(Present const&) const = default;
 };
 
-/// All that an operator configures of one router, as data. Interfaces are known by their names. Numbers are as
-/// they were read, in range or not.
+/// All that an operator configures of one router, as data. Interfaces are known by their names. Numbers are
+/// as they were read, in range or not.
 struct Configuration : Timeouts {
   std::map<std::string, ByRange<BsrTerms>> candidateBsrs;  ///< by interface
   std::map<std::string, RpTerms> candidateRps;             ///< by interface

@@ -333,8 +333,8 @@ Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix) {
 
 host::Configuration Node::configurationOf(NodeConfig const& config) const {
   host::Configuration wanted;
-  wanted.holdTime = config.holdTime;
-  wanted.zoneTimeout = config.zoneTimeout;
+  wanted.bsTimeout = config.holdTime;
+  wanted.szTimeout = config.zoneTimeout;
   wanted.accessLists = config.accessLists;
   wanted.senderLists = config.senderLists;
   for (auto const& [zone, c] : config.candidateBsrs)
@@ -343,12 +343,12 @@ host::Configuration Node::configurationOf(NodeConfig const& config) const {
   for (auto const& [key, c] : config.candidateRps) {
     host::RpTerms& terms = wanted.candidateRps[textOf(c.intfId)];
     terms.ranges.groups[key.first] = c.priority;
-    terms.interval = c.interval;
+    terms.cRpAdvPeriod = c.interval;
   }
   for (auto const& [use, c] : config.rpLists) {
     host::RpTerms& terms = wanted.candidateRps[use.first];
     terms.ranges.lists[use.second] = c.priority;
-    terms.interval = c.interval;
+    terms.cRpAdvPeriod = c.interval;
   }
   for (auto const& [zone, intf] : config.borders)
     wanted.borders[textOf(interfaces_[intf].intfId)].groups[zone] = {};

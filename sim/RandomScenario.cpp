@@ -108,7 +108,7 @@ void RandomScenario::drawCandidates() {
                                            "239.255.0.0/17"};
   for (U32 count = dice_.below(8); count > 0; --count) {
     U32 router = anyRouter();
-    line(network_, "candidate-rp r{} {} address {} priority {} interval {}", router,
+    line(network_, "candidate-rp r{} {} address {} priority {} c-rp-adv-period {}", router,
          ranges[dice_.below(std::size(ranges))], loopback(router), dice_.below(3), 20 + 20 * dice_.below(3));
   }
 }
@@ -147,7 +147,7 @@ void RandomScenario::drawFault(U32 time) {
       return line(faults_, "at {} candidate-bsr r{} 224.0.0.0/4 address {} priority {}", time, bsr_,
                   loopback(bsr_), 10 * dice_.below(6));
     default:
-      return line(faults_, "at {} candidate-rp r{} 225.1.0.0/16 address {} interval 20", time, router,
+      return line(faults_, "at {} candidate-rp r{} 225.1.0.0/16 address {} c-rp-adv-period 20", time, router,
                   loopback(router));
   }
 }

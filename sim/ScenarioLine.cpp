@@ -7,6 +7,7 @@
 #include <charconv>
 #include <optional>
 
+#include "host/Configuration.keys.h"
 #include "runtime/Exceptions.h"
 #include "sim/ScenarioError.h"
 
@@ -57,8 +58,22 @@ std::string ScenarioLine::rest() const {
   return fmt::format("{}", fmt::join(words_.begin() + static_cast<std::ptrdiff_t>(next_), words_.end(), " "));
 }
 
+/// The name that an option has now where one of its former names is given; else empty.
+static std::string_view renamed(std::string_view former, std::initializer_list<std::string_view> valid) {
+  using host::ConfigKey;
+  ConfigKey const* const keys[] = {&host::TimeoutsKeys::bsTimeout, &host::TimeoutsKeys::szTimeout,
+                                   &host::BsrTermsKeys::bsPeriod, &host::RpAdvertisingKeys::cRpAdvPeriod};
+  for (ConfigKey const* key : keys) {
+    bool isValid = std::find(valid.begin(), valid.end(), key->name) != valid.end();
+    if (isValid && key->former == former) return key->name;
+  }
+  return {};
+}
+
 std::string_view ScenarioLine::option(std::initializer_list<std::string_view> valid) {
   std::string_view key = word("an option");
+  if (std::string_view now = renamed(key, valid); !now.empty())
+    fail(fmt::format("'{}' is now called '{}'", key, now));
   if (std::find(valid.begin(), valid.end(), key) == valid.end()) {
     failUnknown(key, "option", {valid.begin(), valid.end()});
   }

@@ -4,11 +4,15 @@
 
 #include <algorithm>
 
+#include "host/Configuration.keys.h"
 #include "sim/ScenarioInject.h"
 #include "sim/ScenarioLine.h"
 
 namespace pimbsr::sim {
 
+using host::BsrTermsKeys;
+using host::RpAdvertisingKeys;
+using host::TimeoutsKeys;
 using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 
@@ -60,15 +64,21 @@ static Action readLink(ScenarioLine& line) {
   return AddLink{link};
 }
 
+/// A number with the range that it has in a configuration file.
+static U32 numberOf(ScenarioLine& line, host::ConfigKey const& key) {
+  return static_cast<U32>(line.number(key.name, key.least, key.most));
+}
+
 static Action readRouter(ScenarioLine& line) {
   AddRouter add{.options = {.name = line.newName("a router's name")}};
   NodeOptions& router = add.options;
   checkIsNew(line, !line.names().routers.find(router.name), router.name);
   while (!line.atEnd()) {
-    std::string_view key = line.option({"loopback", "hold-time", "zone-timeout", "skew", "drift", "stopped"});
+    std::string_view key = line.option(
+        {"loopback", TimeoutsKeys::bsTimeout.name, TimeoutsKeys::szTimeout.name, "skew", "drift", "stopped"});
     if (key == "loopback") router.loopback = line.address(key);
-    if (key == "hold-time") router.holdTime = static_cast<U32>(line.number(key, 12, 1073741823));
-    if (key == "zone-timeout") router.zoneTimeout = static_cast<U32>(line.number(key, 120, 4294967295));
+    if (key == TimeoutsKeys::bsTimeout.name) router.holdTime = numberOf(line, TimeoutsKeys::bsTimeout);
+    if (key == TimeoutsKeys::szTimeout.name) router.zoneTimeout = numberOf(line, TimeoutsKeys::szTimeout);
     if (key == "skew") router.skew = line.signedSeconds(key);
     if (key == "drift") router.drift = line.share(key);
     if (key == "stopped") add.stopped = true;
@@ -132,11 +142,15 @@ static Action readCandidateBsr(ScenarioLine& line) {
   std::string list = takeList(line);
   if (list.empty()) set.zone = line.range("a zone");
   while (!line.atEnd()) {
-    std::string_view key = line.option({"address", "priority", "hash-mask-length", "interval"});
+    std::string_view key = line.option({"address", BsrTermsKeys::priority.name,
+                                        BsrTermsKeys::hashMaskLen.name, BsrTermsKeys::bsPeriod.name});
     if (key == "address") set.candidacy.address = line.address(key);
-    if (key == "priority") set.candidacy.priority = static_cast<U16>(line.number(key, 0, 255));
-    if (key == "hash-mask-length") set.candidacy.hashMaskLen = static_cast<U32>(line.number(key, 0, 32));
-    if (key == "interval") set.candidacy.interval = static_cast<U32>(line.number(key, 10, mostSeconds));
+    if (key == BsrTermsKeys::priority.name)
+      set.candidacy.priority = static_cast<U16>(numberOf(line, BsrTermsKeys::priority));
+    if (key == BsrTermsKeys::hashMaskLen.name)
+      set.candidacy.hashMaskLen = numberOf(line, BsrTermsKeys::hashMaskLen);
+    if (key == BsrTermsKeys::bsPeriod.name)
+      set.candidacy.interval = static_cast<U32>(line.number(key, 10, mostSeconds));
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;
@@ -158,10 +172,11 @@ static Action readCandidateRp(ScenarioLine& line) {
   std::string list = takeList(line);
   if (list.empty()) set.ranges = readRanges(line);
   while (!line.atEnd()) {
-    std::string_view key = line.option({"address", "priority", "interval"});
+    std::string_view key = line.option({"address", "priority", RpAdvertisingKeys::cRpAdvPeriod.name});
     if (key == "address") set.candidacy.address = line.address(key);
     if (key == "priority") set.candidacy.priority = static_cast<U32>(line.number(key, 0, 255));
-    if (key == "interval") set.candidacy.interval = static_cast<U16>(line.number(key, 1, 16383));
+    if (key == RpAdvertisingKeys::cRpAdvPeriod.name)
+      set.candidacy.interval = static_cast<U16>(line.number(key, 1, 16383));
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;
@@ -265,9 +280,9 @@ static Action readAddress(ScenarioLine& line) {
 static Action readTimers(ScenarioLine& line) {
   SetTimers set{.router = line.router()};
   do {
-    std::string_view key = line.option({"hold-time", "zone-timeout"});
+    std::string_view key = line.option({TimeoutsKeys::bsTimeout.name, TimeoutsKeys::szTimeout.name});
     U64 value = line.number(key, 0, 4294967295);
-    (key == "hold-time" ? set.holdTime : set.zoneTimeout) = value;
+    (key == TimeoutsKeys::bsTimeout.name ? set.holdTime : set.zoneTimeout) = value;
   } while (!line.atEnd());
   return set;
 }
@@ -392,7 +407,7 @@ constexpr Reader readers[] = {
       "makes a link; delay 1ms and MTU 1500 unless given"},
      readLink,
      false},
-    {{"router", "router NAME [loopback A] [hold-time N] [zone-timeout N] [skew T] [drift P] [stopped]",
+    {{"router", "router NAME [loopback A] [bs-timeout N] [sz-timeout N] [skew T] [drift P] [stopped]",
       "makes a router, which starts at once unless stopped"},
      readRouter,
      false},
@@ -401,10 +416,10 @@ constexpr Reader readers[] = {
      readInterface,
      false},
     {{"candidate-bsr",
-      "candidate-bsr ROUTER ZONE|list NAME [address A] [priority N] [hash-mask-length N] [interval N]",
+      "candidate-bsr ROUTER ZONE|list NAME [address A] [priority N] [hash-mask-length N] [bs-period N]",
       "makes a router a candidate BSR, or changes that; priority 64 unless given, higher wins"},
      readCandidateBsr},
-    {{"candidate-rp", "candidate-rp ROUTER RANGE...|list NAME [address A] [priority N] [interval N]",
+    {{"candidate-rp", "candidate-rp ROUTER RANGE...|list NAME [address A] [priority N] [c-rp-adv-period N]",
       "makes a router a candidate RP for group ranges, or changes that; priority 192 unless given, lower "
       "wins"},
      readCandidateRp},
@@ -417,7 +432,7 @@ constexpr Reader readers[] = {
       "makes an access list, or replaces it; the first rule that matches an address decides on it"},
      readAccessList},
     {{"address", "address ROUTER LINK A|none", "gives an interface another address, or none"}, readAddress},
-    {{"timers", "timers ROUTER [hold-time N] [zone-timeout N]", "changes a router's timeouts"}, readTimers},
+    {{"timers", "timers ROUTER [bs-timeout N] [sz-timeout N]", "changes a router's timeouts"}, readTimers},
     {{"route", "route ROUTER PREFIX via A", "adds a static unicast route"}, readRoute},
     {{"no", "no candidate-bsr ROUTER ZONE|list NAME [address A]", "ends a candidacy; an elected BSR says so"},
      readNoCandidateBsr},

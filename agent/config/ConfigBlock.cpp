@@ -76,20 +76,42 @@ ConfigBlock::ConfigBlock(ConfigValue const& value, ConfigSection const& section,
   }
 }
 
-/// A table where no key is expected is probably of a name with a dot, written without quotes.
 void ConfigBlock::checkKeys(std::string_view section) {
   for (ConfigEntry const& entry : table_->entries) {
     auto isKey = [&](ConfigKey const& key) { return key.section == section && key.name == entry.key; };
+    auto isFormer = [&](ConfigKey const& key) { return key.section == section && key.former == entry.key; };
     std::span<ConfigKey const> all = configKeys();
     if (std::any_of(all.begin(), all.end(), isKey)) continue;
-    std::string text = unknownKeyText(section, entry.key);
-    std::size_t dot = path_.find('.');
-    if (entry.value.sort == Sort::table && dot != path_.npos) {
-      text += fmt::format("; a name with a dot stands in quotes: [{}.\"{}.{}\"]", path_.substr(0, dot),
-                          path_.substr(dot + 1), entry.key);
+    auto former = entry.key.empty() ? all.end() : std::find_if(all.begin(), all.end(), isFormer);
+    if (former == all.end()) {
+      refuseUnknown(section, entry);
+    } else {
+      refuseFormer(*former, entry);
     }
-    notes_.faults.push_back({entry.at, fmt::format("{}.{}: {}", path_, tomlKey(entry.key), text)});
   }
+}
+
+/// A table where no key is expected is probably of a name with a dot, written without quotes.
+void ConfigBlock::refuseUnknown(std::string_view section, ConfigEntry const& entry) {
+  std::string text = unknownKeyText(section, entry.key);
+  std::size_t dot = path_.find('.');
+  if (entry.value.sort == Sort::table && dot != path_.npos) {
+    text += fmt::format("; a name with a dot stands in quotes: [{}.\"{}.{}\"]", path_.substr(0, dot),
+                        path_.substr(dot + 1), entry.key);
+  }
+  notes_.faults.push_back({entry.at, fmt::format("{}.{}: {}", path_, tomlKey(entry.key), text)});
+}
+
+/// Beside a key by its name of now, a former one can't be renamed.
+void ConfigBlock::refuseFormer(ConfigKey const& key, ConfigEntry const& entry) {
+  std::string text = fmt::format("{}.{}: is now called {}", path_, entry.key, key.name);
+  if (has(key)) {
+    text += ", which is there too";
+  } else {
+    text += "; 'pimbsr check --rewrite' renames it in the file";
+    notes_.renames.push_back({entry.at, entry.key, key.name});
+  }
+  notes_.faults.push_back({entry.at, text});
 }
 
 ConfigValue const* ConfigBlock::find(ConfigKey const& key) const {

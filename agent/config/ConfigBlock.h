@@ -23,6 +23,7 @@ bool isListName(std::string_view name);
 struct ConfigNotes {
   std::vector<ConfigFinding>& faults;
   std::vector<ConfigFinding>& remarks;  ///< what was read otherwise than it looks, and is no fault
+  std::vector<ConfigRename>& renames;   ///< keys by a former name, each a fault too
 };
 
 /// One table of the file and the keys that it may have: each is checked against its row when it is read. What
@@ -64,6 +65,8 @@ class ConfigBlock {
 
  private:
   void checkKeys(std::string_view section);
+  void refuseUnknown(std::string_view section, ConfigEntry const& entry);
+  void refuseFormer(ConfigKey const& key, ConfigEntry const& entry);
   ConfigValue const* find(ConfigKey const& key) const;
   std::string pathOf(ConfigKey const& key) const { return path_ + "." + std::string(key.name); }
   std::optional<U64> number(ConfigKey const& key);

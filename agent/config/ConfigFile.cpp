@@ -36,8 +36,8 @@ struct RangesRead {
   ConfigKey const& listsKey;
 };
 
-/// Reads the values of one file into settings, table by table: what each key is and takes is declared, here is
-/// what it means.
+/// Reads the values of one file into settings, table by table: what each key is and takes is declared, here
+/// is what it means.
 class Reader {
  public:
   explicit Reader(ConfigReading& reading) : reading_(reading) {}
@@ -62,8 +62,8 @@ class Reader {
     forEachTable(file::CandidateRpKeys::sectionRow, value, &Reader::readCandidateRp);
   }
   void readCandidateRp(ConfigValue const& value);
-  void readInterval(ConfigBlock& block, ConfigPlace const& place, file::CandidateRp const& table,
-                    host::RpTerms& terms);
+  void readAdvPeriod(ConfigBlock& block, ConfigPlace const& place, file::CandidateRp const& table,
+                     host::RpTerms& terms);
   void readFilter(ConfigValue const& value);
   void readLists(ConfigValue const& value);
   void readList(std::string const& name, ConfigValue const& value);
@@ -97,7 +97,8 @@ class Reader {
   /// Notes where a part of the settings is; false, with a fault, if that was written before.
   bool isFirst(ConfigBlock& block, ConfigKey const& key, ConfigPlace const& place,
                Placed<std::string> const& what);
-  /// Notes where the numbers of a block are that describe a part of the settings; where they aren't, the block.
+  /// Notes where the numbers of a block are that describe a part of the settings; where they aren't, the
+  /// block.
   template <class Keys>
   void notePlaces(ConfigBlock const& block, ConfigPlace const& place);
 
@@ -105,7 +106,7 @@ class Reader {
     return {value, section, std::string(section.name), notes()};
   }
   void fault(TextPlace at, std::string const& text) { reading_.faults.push_back({at, text}); }
-  ConfigNotes notes() { return {reading_.faults, reading_.remarks}; }
+  ConfigNotes notes() { return {reading_.faults, reading_.remarks, reading_.renames}; }
   Settings& settings() { return reading_.settings; }
   host::Configuration& router() { return reading_.settings.router; }
 
@@ -268,21 +269,22 @@ void Reader::readCandidateRp(ConfigValue const& value) {
   reading_.places.add(place.at(Keys::interface.name), block.placeOf(Keys::interface));
   addRanges<Keys>(block, place, rangesOf<Keys>(block, table), terms.ranges,
                   std::optional<U64>(table.priority));
-  if (block.hasNumber(Keys::interval)) readInterval(block, place.at(Keys::interval.name), table, terms);
+  if (block.hasNumber(Keys::cRpAdvPeriod))
+    readAdvPeriod(block, place.at(Keys::cRpAdvPeriod.name), table, terms);
 }
 
-/// The interval is that of the interface, whichever of its tables says it.
-void Reader::readInterval(ConfigBlock& block, ConfigPlace const& place, file::CandidateRp const& table,
-                          host::RpTerms& terms) {
-  ConfigKey const& key = file::CandidateRpKeys::interval;
+/// The period is that of the interface, whichever of its tables says it.
+void Reader::readAdvPeriod(ConfigBlock& block, ConfigPlace const& place, file::CandidateRp const& table,
+                           host::RpTerms& terms) {
+  ConfigKey const& key = file::CandidateRpKeys::cRpAdvPeriod;
   auto [first, isNew] = written_.try_emplace(place, block.placeOf(key));
   if (isNew) {
-    terms.interval = table.interval;
+    terms.cRpAdvPeriod = table.cRpAdvPeriod;
     reading_.places.add(place, first->second);
-  } else if (table.interval != terms.interval && !table.interface.empty()) {
+  } else if (table.cRpAdvPeriod != terms.cRpAdvPeriod && !table.interface.empty()) {
     block.fault(block.placeOf(key), key,
-                fmt::format("read {}; all that {} offers has one interval, and that is {} in line {}",
-                            table.interval, table.interface, terms.interval, first->second.line));
+                fmt::format("read {}; all that {} offers has one period, and that is {} in line {}",
+                            table.cRpAdvPeriod, table.interface, terms.cRpAdvPeriod, first->second.line));
   }
 }
 

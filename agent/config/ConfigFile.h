@@ -16,6 +16,7 @@ struct ConfigReading {
   Settings settings;                   ///< what could be read; to be applied only if there is no fault
   std::vector<ConfigFinding> faults;   ///< all of them, in the order of the file
   std::vector<ConfigFinding> remarks;  ///< what was read otherwise than it looks, and is no fault
+  std::vector<ConfigRename> renames;   ///< keys by a former name, each a fault too
   ConfigPlaces places;
 
   bool isSound() const { return faults.empty(); }

@@ -177,7 +177,8 @@ router is no candidate for anything. Times are whole seconds. [An example](../ex
 to begin.
 
 A file with a fault changes nothing. Every fault is told with its line and column, what was read, and what
-would be valid.
+would be valid. A key by a name that it had in a former version is a fault that names the new one;
+`pimbsr check --rewrite FILE` renames such keys in the file and leaves all else as it is.
 )";
 
 std::string configReference() {

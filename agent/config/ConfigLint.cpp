@@ -52,7 +52,7 @@ class Linter {
   void lintTimers();
   void lintBsrs();
   void lintBsr(ConfigPlace const& place, BsrTerms const& terms);
-  void lintInterval(ConfigPlace const& place, U64 interval);
+  void lintPeriod(ConfigPlace const& place, U64 period);
   void lintZones();
   void lintZone(IpGenPrefix const& zone, std::string const& intf, BsrTerms const& terms,
                 ConfigPlace const& place);
@@ -134,22 +134,22 @@ std::vector<ConfigFinding> Linter::run() {
 // Timers ----------------------------------------------------------------------------------------------
 
 void Linter::lintTimers() {
-  static constexpr U64 usualInterval = 60;
+  static constexpr U64 defaultPeriod = 60;
   ConfigPlace const timers{.part = ConfigPart::timers};
-  ConfigPlace const holdTimeAt = timers.at(TimeoutsKeys::holdTime.name);
-  ConfigPlace const zoneTimeoutAt = timers.at(TimeoutsKeys::zoneTimeout.name);
-  U64 holdTime = router_.holdTime;
-  if (isFaulty(holdTimeAt)) return;
-  if (router_.candidateBsrs.empty() && holdTime <= usualInterval) {
-    report(holdTimeAt, fmt::format("{} is not above {} s, the interval of a BSR unless it is told "
-                                   "otherwise: it would be given up between two messages",
-                                   holdTime, usualInterval));
+  ConfigPlace const bsTimeoutAt = timers.at(TimeoutsKeys::bsTimeout.name);
+  ConfigPlace const szTimeoutAt = timers.at(TimeoutsKeys::szTimeout.name);
+  U64 bsTimeout = router_.bsTimeout;
+  if (isFaulty(bsTimeoutAt)) return;
+  if (router_.candidateBsrs.empty() && bsTimeout <= defaultPeriod) {
+    report(bsTimeoutAt, fmt::format("{} is not above {} s, the interval of a BSR unless it is told "
+                                    "otherwise: it would be given up between two messages",
+                                    bsTimeout, defaultPeriod));
   }
-  if (router_.zoneTimeout >= 10 * holdTime) return;
-  TextPlace at = reading_.places.find(zoneTimeoutAt);
-  reportAt(at == TextPlace() ? reading_.places.find(holdTimeAt) : at,
-           fmt::format("{}: {} is below {}, ten times {}, which is used in its place", keyOf(zoneTimeoutAt),
-                       router_.zoneTimeout, 10 * holdTime, keyOf(holdTimeAt)));
+  if (router_.szTimeout >= 10 * bsTimeout) return;
+  TextPlace at = reading_.places.find(szTimeoutAt);
+  reportAt(at == TextPlace() ? reading_.places.find(bsTimeoutAt) : at,
+           fmt::format("{}: {} is below {}, ten times {}, which is used in its place", keyOf(szTimeoutAt),
+                       router_.szTimeout, 10 * bsTimeout, keyOf(bsTimeoutAt)));
 }
 
 // Candidate BSRs --------------------------------------------------------------------------------------
@@ -170,19 +170,19 @@ void Linter::lintBsr(ConfigPlace const& place, BsrTerms const& terms) {
                               terms.priority));
   }
   lintKeys<BsrTermsKeys>(terms, place);
-  lintInterval(place.at(BsrTermsKeys::interval.name), terms.interval);
+  lintPeriod(place.at(BsrTermsKeys::bsPeriod.name), terms.bsPeriod);
 }
 
-void Linter::lintInterval(ConfigPlace const& place, U64 interval) {
-  ConfigPlace const holdTime = ConfigPlace{.part = ConfigPart::timers}.at(TimeoutsKeys::holdTime.name);
-  if (isFaulty(holdTime)) return;
-  if (router_.holdTime <= interval) {
+void Linter::lintPeriod(ConfigPlace const& place, U64 period) {
+  ConfigPlace const bsTimeout = ConfigPlace{.part = ConfigPart::timers}.at(TimeoutsKeys::bsTimeout.name);
+  if (isFaulty(bsTimeout)) return;
+  if (router_.bsTimeout <= period) {
     report(place, fmt::format("{} is not below {}, {}: the BSR would be given up between two of its messages",
-                              interval, keyOf(holdTime), router_.holdTime));
-  } else if (router_.holdTime < 2 * interval + 10) {
+                              period, keyOf(bsTimeout), router_.bsTimeout));
+  } else if (router_.bsTimeout < 2 * period + 10) {
     report(place, fmt::format("{}, {}, is below two intervals of {} s and 10 s (RFC 5059 section 5): one "
                               "lost message ends the BSR",
-                              keyOf(holdTime), router_.holdTime, interval));
+                              keyOf(bsTimeout), router_.bsTimeout, period));
   }
 }
 

@@ -15,8 +15,8 @@
 #include "agent/config/KeyTypes.h"
 #include "host/ConfigKey.h"
 
-/// What can be done with any table of the configuration file. `Keys` is the struct of rows that is made of its
-/// declaration, `Struct` has its members.
+/// What can be done with any table of the configuration file. `Keys` is the struct of rows that is made of
+/// its declaration, `Struct` has its members.
 namespace pimbsr::agent {
 
 // Reading ---------------------------------------------------------------------------------------------

@@ -338,6 +338,40 @@ ParsedText parseConfigText(std::string_view text) {
   }
 }
 
+// Keys that have another name -------------------------------------------------------------------------
+
+/// How many bytes of a text are a key's former name, with the quote before it; 0 if it is written otherwise.
+static std::size_t lengthOfFormer(std::string_view text, ConfigRename const& rename) {
+  std::size_t quote = text.starts_with('"') || text.starts_with('\'') ? 1 : 0;
+  return text.substr(quote).starts_with(rename.former) ? quote + rename.former.size() : 0;
+}
+
+std::string renamedKeys(std::string_view text, std::vector<ConfigRename> renames) {
+  std::sort(renames.begin(), renames.end(), [](auto const& a, auto const& b) { return a.at < b.at; });
+  auto next = renames.begin();
+  std::string out(text.substr(0, text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0));
+  TextPlace place{1, 1};
+  for (std::size_t at = out.size(); at < text.size();) {
+    std::size_t length = 0;
+    if (next != renames.end() && next->at == place) {
+      length = lengthOfFormer(text.substr(at), *next);
+      if (length != 0) out.append(text.substr(at, length - next->former.size())).append(next->name);
+      ++next;
+    }
+    place.column += static_cast<Zet::U32>(length);
+    at += length;
+    if (length != 0) continue;
+    out += text[at];
+    if (text[at] == '\n') {
+      place = {place.line + 1, 1};
+    } else if (isStart(text[at])) {
+      ++place.column;
+    }
+    ++at;
+  }
+  return out;
+}
+
 // Words -----------------------------------------------------------------------------------------------
 
 /// A text in quotes with the escapes that both TOML and people read.

@@ -27,6 +27,15 @@ struct ConfigFinding {
   bool operator==(ConfigFinding const&) const = default;
 };
 
+/// A key that is written with a name that it had before.
+struct ConfigRename {
+  TextPlace at;           ///< of the name
+  std::string former;     ///< as it is written
+  std::string_view name;  ///< what it is called now, a literal
+
+  bool operator==(ConfigRename const&) const = default;
+};
+
 struct ConfigEntry;
 
 /// A value of a TOML text with its place.
@@ -63,6 +72,10 @@ inline constexpr int deepestConfigText = 16;
 /// Reads a TOML text of any bytes. It has one fault at most: too long, no UTF-8, too deep, or the first place
 /// where it is no TOML, which a key that stands twice is.
 ParsedText parseConfigText(std::string_view text);
+
+/// A TOML text with the keys called by their names of now. All else stays: comments, order, white space. The
+/// text is the one whose places the renames have, in any order; a name that is written with escapes stays.
+std::string renamedKeys(std::string_view text, std::vector<ConfigRename> renames);
 
 /// A value in a few words for people: "5", "the text \"high\"", "a list".
 std::string describe(ConfigValue const& value);

@@ -92,7 +92,7 @@ std::vector<file::CandidateRp> candidateRpsOf(host::Configuration const& router)
   std::vector<file::CandidateRp> tables;
   for (auto const& [intf, terms] : router.candidateRps) {
     for (auto const& [priority, groups, lists] : blocksOf(terms))
-      tables.push_back({{terms.interval}, intf, groups, lists, *priority});
+      tables.push_back({{terms.cRpAdvPeriod}, intf, groups, lists, *priority});
   }
   return tables;
 }

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "cli/base/Errors.h"
+#include "host/Configuration.keys.h"
 
 namespace pimbsr::cli {
 
@@ -31,11 +32,13 @@ static U32 parseSeconds(std::string_view option, std::string const& text, U64 le
       fmt::format("{}: '{}' is no whole number of seconds from {} to {}", option, text, least, most));
 }
 
-U32 parseHoldTime(std::string const& text) { return parseSeconds("--hold-time", text, 12, 1073741823); }
-
-U32 parseZoneTimeout(std::string const& text) {
-  return parseSeconds("--zone-timeout", text, 120, 4294967295);
+static U32 parseSeconds(host::ConfigKey const& key, std::string const& text) {
+  return parseSeconds(fmt::format("--{}", key.name), text, key.least, key.most);
 }
+
+U32 parseBsTimeout(std::string const& text) { return parseSeconds(host::TimeoutsKeys::bsTimeout, text); }
+
+U32 parseSzTimeout(std::string const& text) { return parseSeconds(host::TimeoutsKeys::szTimeout, text); }
 
 double parseUntil(std::string const& text) {
   std::optional<double> seconds = numberOf<double>(text);

@@ -25,10 +25,10 @@ struct ReplayOptions {
 
 /// --until: a number of seconds, with a fraction if need be, from 0 to 4294967295.
 double parseUntil(std::string const& text);
-/// --hold-time: whole seconds from 12 to 1073741823.
-Zet::U32 parseHoldTime(std::string const& text);
-/// --zone-timeout: whole seconds from 120 to 4294967295.
-Zet::U32 parseZoneTimeout(std::string const& text);
+/// --bs-timeout: whole seconds from 12 to 1073741823.
+Zet::U32 parseBsTimeout(std::string const& text);
+/// --sz-timeout: whole seconds from 120 to 4294967295.
+Zet::U32 parseSzTimeout(std::string const& text);
 /// --rpf: "BSR=NEIGHBOUR", two IPv4 unicast addresses. A second one for the same BSR is refused.
 void parseRpf(std::string const& text, ReplayOptions& options);
 

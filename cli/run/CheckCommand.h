@@ -13,4 +13,9 @@ namespace pimbsr::cli {
 /// be run, which "FILE: no faults" says, and exitFailed if it has a fault or can't be read.
 ExitCode checkConfig(std::string const& file, bool json, std::ostream& out, std::ostream& err);
 
+/// Writes a configuration file anew, with the keys that it calls by former names called by their names of
+/// now; comments and layout stay, as do owner and mode of the file. Then checks it. exitFailed, with a line
+/// to `err`, if it can't be written.
+ExitCode rewriteConfig(std::string const& file, bool json, std::ostream& out, std::ostream& err);
+
 }  // namespace pimbsr::cli

@@ -38,6 +38,7 @@ static constexpr char const* footCheck =
     "Examples:\n"
     "  pimbsr check examples/pimbsr.toml\n"
     "  pimbsr check --json examples/pimbsr.toml\n"
+    "  pimbsr check --rewrite pimbsr.toml\n"
     "\n"
     "Exit status: 0 if it can be run, also with warnings; 1 if it has a fault or can't be read;\n"
     "2 for a wrong argument.\n";
@@ -78,8 +79,12 @@ static void addCheck(CLI::App& app, RunChoice& choice) {
   command.footer(footCheck);
   command.add_option("FILE", choice.checkFile, "The configuration file")->type_name("")->required();
   command.add_flag("--json", choice.checkJson, "Print one JSON document, and nothing else");
+  command.add_flag("--rewrite", choice.checkRewrite,
+                   "First write the file anew with the names that keys have now; comments and layout\n"
+                   "stay");
   command.final_callback([&choice] {
     choice.chosen = [&choice](std::ostream& out, std::ostream& err) {
+      if (choice.checkRewrite) return rewriteConfig(choice.checkFile, choice.checkJson, out, err);
       return checkConfig(choice.checkFile, choice.checkJson, out, err);
     };
   });

@@ -18,6 +18,7 @@ struct RunChoice {
   agent::RunOptions run;
   std::string checkFile;
   bool checkJson = false;
+  bool checkRewrite = false;
   /// Runs the command that was chosen; empty if none was.
   std::function<ExitCode(std::ostream& out, std::ostream& err)> chosen;
 };

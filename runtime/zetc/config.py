@@ -1,7 +1,8 @@
 """Keys of the configuration file: reads and checks their declarations, and emits structs and rows of facts.
 
-A `config` is a table of the file, `keys` are a list that tables include, and a `text` is one that several keys
-share. The struct goes into FILE.zet.h, which needs nothing else; the rows, with all texts, into FILE.keys.h."""
+A `config` is a table of the file, `keys` are a list that tables include, and a `text` is one that several
+keys share. The struct goes into FILE.zet.h, which needs nothing else; the rows, with all texts, into
+FILE.keys.h."""
 
 import re
 
@@ -101,6 +102,12 @@ def body(p, table):
     return table
 
 
+def reason(p):
+    """A text in quotes on as many lines as end in a blank, so that the sentence after it is not a part."""
+    text = quoted(p, "a reason or its name")
+    return text + reason(p) if text.endswith(" ") else text
+
+
 def quoted(p, what):
     return p.need("string", what).text[1:-1]
 
@@ -133,7 +140,7 @@ def option(p, made):
     elif p.accept("range"):
         made.range = (number(p), number(p))
     elif p.accept("unwise"):
-        made.unwise = (p.start(), p.take() if p.peek().kind == "name" else quoted(p, "a reason or its name"))
+        made.unwise = (p.start(), p.take() if p.peek().kind == "name" else reason(p))
     else:
         p.fail("=, library, unit, range, called, former, otherwise, needed, restart, unwise or a sentence in "
                "double quotes")
@@ -158,7 +165,8 @@ class Tables:
         for table in (d for d in declared if isinstance(d, Table)):
             one = self.all.setdefault(table.qualified, table)
             if one is not table:
-                raise ZetError(table.place, f"{table.name} is declared already at {one.place}", "another name")
+                text = f"{table.name} is declared already at {one.place}"
+                raise ZetError(table.place, text, "another name")
         for table in self.all.values():
             self.check(table)
 
@@ -204,7 +212,8 @@ class Tables:
         for made, _ in self.members(table):
             first = seen.setdefault(made.called, made)
             if first is not made:
-                raise ZetError(made.place, f"{made.called} is declared already at {first.place}", "another name")
+                text = f"{made.called} is declared already at {first.place}"
+                raise ZetError(made.place, text, "another name")
         for made in table.keys:
             self.check_key(made)
 
@@ -268,7 +277,8 @@ def row(tables, table, made):
     fields = {"section": f'"{tables.section(table)}"' if table.header else "", "name": f'"{made.called}"',
               "member": f'"{made.name}"', "type": f"host::KeyType::{TYPES[made.type.text][0]}",
               "unit": f'"{made.unit}"' if made.unit else "", "least": str(low) if is_number else "",
-              "most": str(high) if is_number else "", "fallback": f'"{fallback}"', "sentence": f'"{made.doc}"',
+              "most": str(high) if is_number else "", "fallback": f'"{fallback}"',
+              "sentence": f'"{made.doc}"',
               "former": f'"{made.former}"' if made.former else "", "needsRestart": "true" * made.restart,
               "unwise": f'{{{made.unwise[0]}, "{tables.reason(made)}"}}' if is_unwise else ""}
     written = commas(f".{field} = {value}" for field, value in fields.items() if value)
@@ -283,8 +293,9 @@ def rows(tables, table):
         lines.append(f"  static constexpr host::ConfigSection sectionRow{{{facts}}};")
     members = list(tables.members(table))
     lines += [row(tables, table, made) for made, _ in members]
-    lines += ["", doc("Calls each(row, pointer to member) for each key, in the order of the reference page.", "  "),
-              "  template <class Each>", "  static constexpr void forEach(Each const& each) {",
+    each = "Calls each(row, pointer to member) for each key, in the order of the reference page."
+    lines += ["", doc(each, "  "), "  template <class Each>",
+              "  static constexpr void forEach(Each const& each) {",
               *(f"    each({made.name}, &{owner.qualified}::{made.name});" for made, owner in members),
               "  }", "};", ""]
     return lines
@@ -300,7 +311,8 @@ def emit_file(tables, file, in_namespaces):
     facts = [("", [made, "#pragma once", "", '#include "host/ConfigKey.h"', f'#include "{file.path}.h"', ""])]
     facts += [(t.namespace, rows(tables, t)) for t in declared if list(tables.members(t))]
     source = [("", [made, f'#include "{file.path}.keys.h"'])]
-    return {".zet.h": in_namespaces(structs), ".keys.h": in_namespaces(facts), ".zet.cpp": in_namespaces(source)}
+    return {ending: in_namespaces(lots)
+            for ending, lots in ((".zet.h", structs), (".keys.h", facts), (".zet.cpp", source))}
 
 
 def is_declared_in(file):

@@ -14,6 +14,7 @@ using pimbsr::agent::longestConfigText;
 using pimbsr::agent::needRestart;
 using pimbsr::agent::readConfig;
 using pimbsr::agent::readConfigFile;
+using pimbsr::agent::renamedKeys;
 using pimbsr::agent::Settings;
 using pimbsr::agent::textOf;
 using pimbsr::agent::TextPlace;
@@ -105,9 +106,9 @@ Meaning const meanings[] = {
     {"CandidateBsrOfGroups",
      "[[candidate-bsr]]\ninterface = \"lo\"\ngroups = [\"239.1.0.0/16\"]\npriority = 0\nhash-mask-length = "
      "32\n"
-     "interval = 10",
+     "bs-period = 10",
      [](Settings& s) {
-       bsr(s, "lo").groups[prefix("239.1.0.0/16")] = {.priority = 0, .hashMaskLen = 32, .interval = 10};
+       bsr(s, "lo").groups[prefix("239.1.0.0/16")] = {.priority = 0, .hashMaskLen = 32, .bsPeriod = 10};
      }},
     {"CandidateBsrOfLists", "[[candidate-bsr]]\ninterface = \"lo\"\nlists = [\"scopes\"]\npriority = 255",
      [](Settings& s) { bsr(s, "lo").lists["scopes"].priority = 255; }},
@@ -123,20 +124,20 @@ Meaning const meanings[] = {
     {"CandidateRp", "[[candidate-rp]]\ninterface = \"lo\"",
      [](Settings& s) { rp(s, "lo").ranges.groups[prefix("224.0.0.0/4")] = 192; }},
     {"CandidateRpInTwoTables",
-     "[[candidate-rp]]\ninterface = \"lo\"\ngroups = [\"239.1.0.0/16\"]\npriority = 0\ninterval = 90\n"
+     "[[candidate-rp]]\ninterface = \"lo\"\ngroups = [\"239.1.0.0/16\"]\npriority = 0\nc-rp-adv-period = 90\n"
      "[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"ranges\"]\npriority = 255",
      [](Settings& s) {
        rp(s, "lo").ranges.groups[prefix("239.1.0.0/16")] = 0;
        rp(s, "lo").ranges.lists["ranges"] = 255;
-       rp(s, "lo").interval = 90;
+       rp(s, "lo").cRpAdvPeriod = 90;
      }},
     {"CandidateRpIntervalSaidTwice",
-     "[[candidate-rp]]\ninterface = \"lo\"\ninterval = 90\n"
-     "[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"ranges\"]\ninterval = 90",
+     "[[candidate-rp]]\ninterface = \"lo\"\nc-rp-adv-period = 90\n"
+     "[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"ranges\"]\nc-rp-adv-period = 90",
      [](Settings& s) {
        rp(s, "lo").ranges.groups[prefix("224.0.0.0/4")] = 192;
        rp(s, "lo").ranges.lists["ranges"] = 192;
-       rp(s, "lo").interval = 90;
+       rp(s, "lo").cRpAdvPeriod = 90;
      }},
     {"SenderLists", "[filter]\nsender-lists = [\"a\", \"b\"]",
      [](Settings& s) {
@@ -167,10 +168,10 @@ Meaning const meanings[] = {
      [](Settings& s) {
        s.router.accessLists["a"] = {{10, rule(permit, "10.0.2.0", "255.0.255.0")}};
      }},
-    {"Timers", "[timers]\nhold-time = 12\nzone-timeout = 120",
+    {"Timers", "[timers]\nbs-timeout = 12\nsz-timeout = 120",
      [](Settings& s) {
-       s.router.holdTime = 12;
-       s.router.zoneTimeout = 120;
+       s.router.bsTimeout = 12;
+       s.router.szTimeout = 120;
      }},
     {"LinkLocalTtl", "[checks]\nlink-local-ttl = false",
      [](Settings& s) { s.screening.linkLocalTtl = false; }},
@@ -238,6 +239,13 @@ Wrong const wrongs[] = {
     {"UnknownTable", "[timer]\nx = 1", "f:1:2: timer: no such key; did you mean timers?"},
     {"UnknownKey", "[[candidate-bsr]]\ninterface = \"lo\"\nprioritty = 1",
      "f:3:1: candidate-bsr.prioritty: no such key; did you mean priority?"},
+    {"FormerKey", BSR "interval = 60",
+     "f:3:1: candidate-bsr.interval: is now called bs-period; 'pimbsr check --rewrite' renames it in the "
+     "file"},
+    {"FormerKeyBesideItsNameOfNow", "[timers]\nbs-timeout = 60\nhold-time = 60",
+     "f:3:1: timers.hold-time: is now called bs-timeout, which is there too"},
+    {"FormerKeyOfAnotherTable", "[state]\ninterval = 60",
+     "f:2:1: state.interval: no such key; valid here is directory"},
     {"UnknownKeyLikeNoOther", "[state]\n\"a b\" = 1",
      "f:2:1: state.\"a b\": no such key; valid here is directory"},
     {"NameWithADotWithoutQuotes", "[interface.eth0.100]",
@@ -260,8 +268,8 @@ Wrong const wrongs[] = {
      "f:1:12: interface.\"a\\u0000\": no interface can have this name; valid is an interface's name of 1 to "
      "15 "
      "bytes, such as \"eth0\""},
-    {"NumberOutOfRange", "[timers]\nhold-time = 11",
-     "f:2:13: timers.hold-time: read 11; valid is a whole number of seconds from 12 to 1073741823"},
+    {"NumberOutOfRange", "[timers]\nbs-timeout = 11",
+     "f:2:14: timers.bs-timeout: read 11; valid is a whole number of seconds from 12 to 1073741823"},
     {"NumberOfAnotherType", "[interface.eth0]\ndr-priority = \"high\"",
      "f:2:15: interface.eth0.dr-priority: read the text \"high\"; valid is a whole number from 0 to "
      "4294967295"},
@@ -334,8 +342,9 @@ Wrong const wrongs[] = {
      "f:3:1: candidate-bsr.groups: 224.0.0.0/4: claimed by lo already; one interface may claim it"},
     {"ListOnTwoInterfaces", BSR "lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"m\"\nlists = [\"a\"]",
      "f:6:10: candidate-bsr.lists: a: claimed by lo already; one interface may claim it"},
-    {"TwoIntervalsOfOneRp", RP "interval = 60\n" RP "lists = [\"a\"]\ninterval = 90",
-     "f:7:12: candidate-rp.interval: read 90; all that lo offers has one interval, and that is 60 in line 3"},
+    {"TwoIntervalsOfOneRp", RP "c-rp-adv-period = 60\n" RP "lists = [\"a\"]\nc-rp-adv-period = 90",
+     "f:7:19: candidate-rp.c-rp-adv-period: read 90; all that lo offers has one period, and that is 60 in "
+     "line 3"},
     {"ListWithABlank", "[access-list.\"a b\"]",
      "f:1:14: access-list.\"a b\": no list can have this name; valid are 1 to 64 letters, digits, '-', '_', "
      "'.' "
@@ -389,7 +398,7 @@ TEST(ConfigFileTest, UnknownHandleLikeNoOtherIsAnsweredWithAll) {
 
 TEST(ConfigFileTest, EveryFaultIsToldInTheOrderOfTheFile) {
   ConfigReading reading = readConfig(
-      "[timers]\nhold-time = 1\n[[candidate-bsr]]\ninterface = \"lo\"\ngroups = [\"10.0.0.0/8\", 7]\n"
+      "[timers]\nbs-timeout = 1\n[[candidate-bsr]]\ninterface = \"lo\"\ngroups = [\"10.0.0.0/8\", 7]\n"
       "priority = 1000\ninterval = false\n[[candidate-bsr]]\n[colour]\n[interface.eth0]\npim = 1\n",
       "f");
   std::vector<Zet::U32> lines;
@@ -416,22 +425,56 @@ TEST(ConfigFileTest, PlacesOfWhatIsNotWrittenAreThoseOfItsWhole) {
   ConfigPlace const limits{.part = ConfigPart::limits};
   ConfigPlace const timers{.part = ConfigPart::timers};
   EXPECT_EQ(reading.places.find(bsr.group(prefix("224.0.0.0/4")).at("priority")), (TextPlace{3, 12}));
-  EXPECT_EQ(reading.places.find(bsr.group(prefix("224.0.0.0/4")).at("interval")), (TextPlace{1, 1}));
-  EXPECT_EQ(reading.places.find(bsr.group(prefix("239.0.0.0/8")).at("interval")), (TextPlace{1, 1}));
+  EXPECT_EQ(reading.places.find(bsr.group(prefix("224.0.0.0/4")).at("bs-period")), (TextPlace{1, 1}));
+  EXPECT_EQ(reading.places.find(bsr.group(prefix("239.0.0.0/8")).at("bs-period")), (TextPlace{1, 1}));
   EXPECT_EQ(reading.places.find(limits.at("rps")), (TextPlace{5, 7}));
   EXPECT_EQ(reading.places.find(limits.at("learned-zones")), (TextPlace{4, 1}));
-  EXPECT_EQ(reading.places.find(timers.at("hold-time")), TextPlace());
+  EXPECT_EQ(reading.places.find(timers.at("bs-timeout")), TextPlace());
+}
+
+// Former names ----------------------------------------------------------------------------------------
+
+TEST(ConfigFileTest, FormerKeysAreRenamedAtTheirPlacesAndAllElseStays) {
+  std::string const former =
+      "\xef\xbb\xbf# interval = 1 \xc3\xa4\n[[candidate-bsr]] # hold-time\ninterface = \"lo\"\n"
+      "  interval=60# hold-time\r\npriority = 5\n[[candidate-rp]]\n\"interval\" = 90\ninterface = "
+      "'interval'\n"
+      "[timers]\n'hold-time' = 200\n\"\\u007aone-timeout\" = 2000\n";
+  ConfigReading reading = readConfig(former, "f");
+  EXPECT_THAT(reading.faults, SizeIs(4));
+  std::string const renamed = renamedKeys(former, reading.renames);
+  EXPECT_EQ(renamed,
+            "\xef\xbb\xbf# interval = 1 \xc3\xa4\n[[candidate-bsr]] # hold-time\ninterface = \"lo\"\n"
+            "  bs-period=60# hold-time\r\npriority = 5\n[[candidate-rp]]\n\"c-rp-adv-period\" = 90\n"
+            "interface = 'interval'\n[timers]\n'bs-timeout' = 200\n\"\\u007aone-timeout\" = 2000\n");
+  EXPECT_THAT(textsOf(readConfig(renamed, "f")),
+              ElementsAre("f:11:1: timers.zone-timeout: is now called sz-timeout; 'pimbsr check --rewrite' "
+                          "renames it in the file"));
+}
+
+TEST(ConfigFileTest, FormerKeysOfEveryFormAreRenamed) {
+  std::pair<char const*, char const*> const texts[] = {
+      {"timers.hold-time = 60", "timers.bs-timeout = 60"},
+      {"timers . \"hold-time\" = 60", "timers . \"bs-timeout\" = 60"},
+      {"timers = {hold-time = 60, zone-timeout = 600}", "timers = {bs-timeout = 60, sz-timeout = 600}"},
+      {"candidate-rp = [{interface = \"lo\", interval = 5}]",
+       "candidate-rp = [{interface = \"lo\", c-rp-adv-period = 5}]"},
+  };
+  for (auto const& [former, renamed] : texts) {
+    EXPECT_EQ(renamedKeys(former, readConfig(former, "f").renames), renamed);
+    EXPECT_TRUE(readConfig(renamed, "f").isSound()) << renamed;
+  }
 }
 
 // Files -----------------------------------------------------------------------------------------------
 
 TEST(ConfigFileTest, FileIsReadByItsName) {
   ScratchFolder folder;
-  std::string file = folder.write("file.toml", "[timers]\nhold-time = 60\nzone = 1\n");
+  std::string file = folder.write("file.toml", "[timers]\nbs-timeout = 60\nzone = 1\n");
   ConfigReading reading = readConfigFile(file);
-  EXPECT_EQ(reading.settings.router.holdTime, 60u);
+  EXPECT_EQ(reading.settings.router.bsTimeout, 60u);
   EXPECT_THAT(textsOf(reading),
-              ElementsAre(file + ":3:1: timers.zone: no such key; valid here are hold-time, zone-timeout"));
+              ElementsAre(file + ":3:1: timers.zone: no such key; valid here are bs-timeout, sz-timeout"));
 }
 
 TEST(ConfigFileTest, FileThatCannotBeReadIsAFaultOfTheWhole) {
@@ -450,7 +493,7 @@ TEST(ConfigFileTest, FileThatCannotBeReadIsAFaultOfTheWhole) {
 
 TEST(ConfigFileTest, LongestFileIsRead) {
   ScratchFolder folder;
-  std::string text = "[timers]\nhold-time = 60\n";
+  std::string text = "[timers]\nbs-timeout = 60\n";
   text.resize(longestConfigText, '\n');
   EXPECT_TRUE(readConfigFile(folder.write("file.toml", text)).isSound());
 }
@@ -468,7 +511,7 @@ TEST(ConfigFileTest, ExampleHasNoFault) {
 TEST(ConfigFileTest, SocketAndFolderNeedARestart) {
   Settings from;
   Settings to;
-  to.router.holdTime = 60;
+  to.router.bsTimeout = 60;
   to.interfaces["eth0"] = {};
   EXPECT_THAT(needRestart(from, to), IsEmpty());
   to.controlSocket = "";

@@ -138,8 +138,8 @@ TEST(ConfigKeysTest, AMistypedNameIsMended) {
 }
 
 TEST(ConfigKeysTest, AnUnknownNameIsAnsweredWithAllThatAreValid) {
-  EXPECT_EQ(unknownKeyText("timers", "holdtime"), "no such key; did you mean hold-time?");
-  EXPECT_EQ(unknownKeyText("timers", "colour"), "no such key; valid here are hold-time, zone-timeout");
+  EXPECT_EQ(unknownKeyText("timers", "bstimeout"), "no such key; did you mean bs-timeout?");
+  EXPECT_EQ(unknownKeyText("timers", "colour"), "no such key; valid here are bs-timeout, sz-timeout");
   EXPECT_EQ(unknownKeyText("state", "colour"), "no such key; valid here is directory");
   EXPECT_EQ(
       unknownKeyText("", "colour"),
@@ -169,11 +169,12 @@ TEST(ConfigKeysTest, RangesAreThoseOfTheConfiguration) {
     return c.candidateBsrs["eth0"].groups[Lanet::IpGenPrefix::parse("224.0.0.0/4")];
   };
   Row const rows[] = {
-      {"timers", "hold-time", [](auto& c, auto value) { c.holdTime = value; }},
-      {"timers", "zone-timeout", [](auto& c, auto value) { c.zoneTimeout = value; }},
+      {"timers", "bs-timeout", [](auto& c, auto value) { c.bsTimeout = value; }},
+      {"timers", "sz-timeout", [](auto& c, auto value) { c.szTimeout = value; }},
       {"candidate-bsr", "hash-mask-length", [](auto& c, auto value) { bsr(c).hashMaskLen = value; }},
-      {"candidate-bsr", "interval", [](auto& c, auto value) { bsr(c).interval = value; }},
-      {"candidate-rp", "interval", [](auto& c, auto value) { c.candidateRps["eth0"].interval = value; }}};
+      {"candidate-bsr", "bs-period", [](auto& c, auto value) { bsr(c).bsPeriod = value; }},
+      {"candidate-rp", "c-rp-adv-period",
+       [](auto& c, auto value) { c.candidateRps["eth0"].cRpAdvPeriod = value; }}};
   for (auto const& [section, name, set] : rows) {
     ConfigKey const& key = pimbsr::agent::configKey(section, name);
     auto faults = [&](Zet::U64 value) {

@@ -68,31 +68,32 @@ Unwise const unwise[] = {
       "equal "
       "priority one serves them all"}},
     {"HoldTimeOfAnInterval",
-     BSR "interval = 130",
-     {"f:5:12: candidate-bsr.interval: 130 is not below timers.hold-time, 130: the BSR would be given up "
+     BSR "bs-period = 130",
+     {"f:5:13: candidate-bsr.bs-period: 130 is not below timers.bs-timeout, 130: the BSR would be given up "
       "between two "
       "of "
       "its messages"}},
     {"HoldTimeThatNoLossMayMeet",
-     BSR "interval = 61",
-     {"f:5:12: candidate-bsr.interval: timers.hold-time, 130, is below two intervals of 61 s and 10 s (RFC "
+     BSR "bs-period = 61",
+     {"f:5:13: candidate-bsr.bs-period: timers.bs-timeout, 130, is below two intervals of 61 s and 10 s (RFC "
       "5059 "
       "section "
       "5): one lost message ends the BSR"}},
     {"HoldTimeBelowTheUsualInterval",
-     PIM "[timers]\nhold-time = 60",
-     {"f:3:13: timers.hold-time: 60 is not above 60 s, the interval of a BSR unless it is told otherwise: it "
+     PIM "[timers]\nbs-timeout = 60",
+     {"f:3:14: timers.bs-timeout: 60 is not above 60 s, the interval of a BSR unless it is told otherwise: "
+      "it "
       "would "
       "be "
       "given up between two messages"}},
-    {"HoldTimeAboveTheUsualInterval", PIM "[timers]\nhold-time = 61", {}},
+    {"HoldTimeAboveTheUsualInterval", PIM "[timers]\nbs-timeout = 61", {}},
     {"ZoneTimeoutBelowTenHoldTimes",
-     PIM "[timers]\nhold-time = 130\nzone-timeout = 1299",
-     {"f:4:16: timers.zone-timeout: 1299 is below 1300, ten times timers.hold-time, which is used in its "
+     PIM "[timers]\nbs-timeout = 130\nsz-timeout = 1299",
+     {"f:4:14: timers.sz-timeout: 1299 is below 1300, ten times timers.bs-timeout, which is used in its "
       "place"}},
     {"HoldTimeAboveATenthOfTheZoneTimeout",
-     PIM "[timers]\nhold-time = 131",
-     {"f:3:13: timers.zone-timeout: 1300 is below 1310, ten times timers.hold-time, which is used in its "
+     PIM "[timers]\nbs-timeout = 131",
+     {"f:3:14: timers.sz-timeout: 1300 is below 1310, ten times timers.bs-timeout, which is used in its "
       "place"}},
 
     {"ListThatIsNotThereYet",
@@ -279,7 +280,7 @@ Faulty const faulties[] = {
     {"TermsOfAZoneOfGroups",
      PIM "[[candidate-bsr]]\ninterface = \"eth0\"\npriority = -1\n[[candidate-bsr]]\ninterface = \"lo\"\n"
          "priority = 9\nlists = [\"a\"]\n" LIST("a", PERMIT("224.0.0.0/4"))},
-    {"HoldTime", BSR "interval = 70\n[timers]\nhold-time = -1\nzone-timeout = 700"},
+    {"HoldTime", BSR "bs-period = 70\n[timers]\nbs-timeout = -1\nsz-timeout = 700"},
     {"RuleOfAList", "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
     {"RuleOfAListOfSenders", PIM "[filter]\nsender-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
     {"TableOfLists", "[interface.eth0]\nborder-lists = [\"a\"]\n[acces-list.a]\n"},

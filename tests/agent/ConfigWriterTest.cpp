@@ -40,8 +40,8 @@ class AnySettings {
     for (U64 i = below(3); i > 0; --i) s.router.senderLists.insert(list());
     for (U64 i = below(3); i > 0; --i) s.router.rpLists.insert(list());
     for (U64 i = below(4); i > 0; --i) drawList(s);
-    s.router.holdTime = in(12, 1073741823);
-    s.router.zoneTimeout = in(120, 4294967295);
+    s.router.bsTimeout = in(12, 1073741823);
+    s.router.szTimeout = in(120, 4294967295);
     s.screening = {.linkLocalTtl = flip(),
                    .onSubnet = flip(),
                    .fromNeighbors = flip(),
@@ -88,14 +88,14 @@ class AnySettings {
   /// One interface, since no other may have the same list.
   void drawBsr(Settings& s) {
     fill(s.router.candidateBsrs["eth0"],
-         {.priority = below(256), .hashMaskLen = below(33), .interval = in(10, 13652)});
+         {.priority = below(256), .hashMaskLen = below(33), .bsPeriod = in(10, 13652)});
   }
 
   void drawRp(Settings& s) {
     auto& terms = s.router.candidateRps[intf()];
     fill(terms.ranges, std::optional<U64>(below(256)));
     fill(terms.ranges, std::optional<U64>(below(256)));
-    terms.interval = in(1, 13652);
+    terms.cRpAdvPeriod = in(1, 13652);
   }
 
   void drawList(Settings& s) {
@@ -145,7 +145,7 @@ TEST(ConfigWriterTest, RangesOfTheSameTermsStandInOneTable) {
   EXPECT_THAT(
       writeToml(settings),
       HasSubstr("[[candidate-bsr]]\ninterface = \"eth0\"\ngroups = [\"239.1.0.0/16\", \"239.3.0.0/16\"]\n"
-                "lists = []\npriority = 1\nhash-mask-length = 30\ninterval = 60\n\n"
+                "lists = []\npriority = 1\nhash-mask-length = 30\nbs-period = 60\n\n"
                 "[[candidate-bsr]]\ninterface = \"eth0\"\ngroups = [\"239.2.0.0/16\"]\n"
                 "lists = [\"inner\"]\npriority = 2\n"));
 }
@@ -167,7 +167,7 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
   ConfigReading reading = readConfig(
       "[interface.eth0]\ndr-priority = 7\nborder = [\"239.1.0.0/16\"]\n[interface.eth1]\npim = false\n"
       "border-lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\n"
-      "[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"a\"]\ninterval = 30\n[filter]\nsender-lists = "
+      "[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"a\"]\nc-rp-adv-period = 30\n[filter]\nsender-lists = "
       "[\"b\"]\nrp-lists = [\"c\"]\n"
       "[access-list.a]\nrules = [{action = \"deny\", address = \"239.0.0.1\", mask = \"255.0.0.1\"},\n"
       "{action = \"permit\"}]\n[trace]\n\"Pim::Bsr::Sm\" = 4\n",
@@ -180,16 +180,16 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
             R"("eth1":{"pim":false,"border":[],"borderLists":["a"]}})");
   EXPECT_EQ(json["candidateBsrs"].dump(),
             R"([{"interface":"eth0","groups":["224.0.0.0/4"],"lists":[],"priority":9,"hashMaskLen":30,)"
-            R"("interval":60}])");
+            R"("bsPeriod":60}])");
   EXPECT_EQ(json["candidateRps"].dump(),
-            R"([{"interface":"lo","groups":[],"lists":["a"],"priority":192,"interval":30}])");
+            R"([{"interface":"lo","groups":[],"lists":["a"],"priority":192,"cRpAdvPeriod":30}])");
   EXPECT_EQ(json["senderLists"].dump(), R"(["b"])");
   EXPECT_EQ(json["rpLists"].dump(), R"(["c"])");
   EXPECT_EQ(json["accessLists"].dump(),
             R"({"a":[{"seq":10,"action":"deny","address":"239.0.0.1","mask":"255.0.0.1"},)"
             R"({"seq":20,"action":"permit","prefix":"0.0.0.0/0"}]})");
-  EXPECT_EQ(json["holdTime"], 130);
-  EXPECT_EQ(json["zoneTimeout"], 1300);
+  EXPECT_EQ(json["bsTimeout"], 130);
+  EXPECT_EQ(json["szTimeout"], 1300);
   EXPECT_EQ(json["checks"].dump(),
             R"({"linkLocalTtl":true,"onSubnet":true,"fromNeighbors":true,"notOwnBsr":true})");
   EXPECT_EQ(

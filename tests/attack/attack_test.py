@@ -156,8 +156,8 @@ class AttackTest(unittest.TestCase):
         lab, seconds = self.lab(clock_rate=10), seconds_of(attack)
         (r1, r2), _ = lab.chain("r1", "r2")
         r1.config("[interface.eth-r2]\nhello-interval = 1\n")
-        timers = "[timers]\nhold-time = 30\n"
-        r1.config(candidate_bsr(priority=50, interval=10) + timers)
+        timers = "[timers]\nbs-timeout = 30\n"
+        r1.config(candidate_bsr(priority=50, bs_period=10) + timers)
         r2.config(timers)
         for router, interface in ((r1, "eth-r2"), (r2, "eth-r1")):
             router.amend(interface, "hello-interval = 1")
@@ -206,9 +206,9 @@ class AttackTest(unittest.TestCase):
         (r1, r2, r3), _ = lab.chain("r1", "r2", "r3")
         listed = '[filter]\nrp-lists = ["listed"]\n[access-list.listed]\n' \
                  'rules = [{action = "permit", prefix = "10.255.0.3/32"}]\n'
-        r1.config(candidate_bsr(interval=10) + listed)
-        r2.config(candidate_rp(groups=[RANGE], priority=10, interval=10))
-        r3.config(candidate_rp(groups=[RANGE], priority=20, interval=10))
+        r1.config(candidate_bsr(bs_period=10) + listed)
+        r2.config(candidate_rp(groups=[RANGE], priority=10, c_rp_adv_period=10))
+        r3.config(candidate_rp(groups=[RANGE], priority=20, c_rp_adv_period=10))
         lab.start()
         honest = ["10.255.0.2", "10.255.0.3"]
         wait_all((r2, r3), rps_of, {RANGE: honest}, "all know the honest RPs")
@@ -415,7 +415,7 @@ class AttackTest(unittest.TestCase):
         an honest neighbor is lost."""
         lab = self.lab()
         (r1, r2), _ = lab.chain("r1", "r2")
-        r1.config(candidate_bsr(interval=10) + candidate_rp(interval=10))
+        r1.config(candidate_bsr(bs_period=10) + candidate_rp(c_rp_adv_period=10))
         r2.config()
         r2.amend("eth-r1", "hello-interval = 1")
         lab.start()
@@ -537,9 +537,9 @@ class AttackTest(unittest.TestCase):
         """All of it together: each router follows the honest BSR throughout, and its RPs stay."""
         lab, seconds = self.lab(), seconds_of("mixed")
         (r1, r2, r3), _ = lab.chain("r1", "r2", "r3")
-        r1.config(candidate_bsr(interval=10) + candidate_rp(groups=[RANGE], interval=10))
+        r1.config(candidate_bsr(bs_period=10) + candidate_rp(groups=[RANGE], c_rp_adv_period=10))
         r2.config()
-        r3.config(candidate_rp(groups=[RANGE], interval=10))
+        r3.config(candidate_rp(groups=[RANGE], c_rp_adv_period=10))
         for router, interface in ((r2, "eth-r1"), (r3, "eth-r2")):
             router.amend(interface, "hello-interval = 1")
         lab.start()

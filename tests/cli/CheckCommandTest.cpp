@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -43,11 +45,11 @@ TEST(CheckCommandTest, ExampleHasNoFaults) {
 }
 
 TEST(CheckCommandTest, UnwiseFileHasNoFaults) {
-  ConfigurationFile file("[interface.eth0]\n[timers]\nzone-timeout = 700\n");
+  ConfigurationFile file("[interface.eth0]\n[timers]\nsz-timeout = 700\n");
   RunResult run = check(file.path());
   EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.out, file.path() + ":3:16: warning: timers.zone-timeout: 700 is below 1300, ten times " +
-                         "timers.hold-time, which is used in its place\n" + file.path() + ": no faults\n");
+  EXPECT_EQ(run.out, file.path() + ":3:14: warning: timers.sz-timeout: 700 is below 1300, ten times " +
+                         "timers.bs-timeout, which is used in its place\n" + file.path() + ": no faults\n");
 }
 
 TEST(CheckCommandTest, FaultsAndWarningsComeInTheOrderOfTheFile) {
@@ -70,6 +72,58 @@ TEST(CheckCommandTest, FileThatCannotBeReadFails) {
   RunResult run = check("/nowhere/pimbsr.toml");
   EXPECT_EQ(run.code, 1);
   EXPECT_EQ(run.out, "/nowhere/pimbsr.toml: error: cannot be read: No such file or directory\n");
+}
+
+RunResult rewrite(std::string const& file) {
+  std::ostringstream out;
+  std::ostringstream err;
+  int code = pimbsr::cli::rewriteConfig(file, false, out, err);
+  return {.code = code, .out = out.str(), .err = err.str()};
+}
+
+std::string textOf(std::string const& file) {
+  std::ostringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+TEST(CheckCommandTest, FileIsWrittenAnewWithTheNamesOfNowAndKeepsItsMode) {
+  ConfigurationFile file("[interface.eth0]\n[timers] # short\nhold-time = 100\n  zone-timeout = 1000\n");
+  std::filesystem::permissions(file.path(), std::filesystem::perms(0640));
+  EXPECT_EQ(check(file.path()).code, 1);
+  RunResult run = rewrite(file.path());
+  EXPECT_EQ(run.code, 0) << run.err;
+  EXPECT_EQ(run.out, file.path() + ": keys renamed: 2\n" + file.path() + ": no faults\n");
+  EXPECT_EQ(textOf(file.path()),
+            "[interface.eth0]\n[timers] # short\nbs-timeout = 100\n  sz-timeout = 1000\n");
+  EXPECT_EQ(std::filesystem::status(file.path()).permissions(), std::filesystem::perms(0640));
+}
+
+TEST(CheckCommandTest, LinkStaysALinkToTheFileThatIsWrittenAnew) {
+  ConfigurationFile file("[interface.eth0]\n[timers]\nhold-time = 100\nzone-timeout = 1000\n");
+  std::string const link = file.path() + ".link";
+  std::filesystem::create_symlink(file.path(), link);
+  EXPECT_EQ(rewrite(link).code, 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_THAT(textOf(file.path()), HasSubstr("bs-timeout = 100\nsz-timeout = 1000\n"));
+  std::filesystem::remove(link);
+}
+
+TEST(CheckCommandTest, FileWithoutFormerNamesIsNotWritten) {
+  ConfigurationFile file(faulty);
+  auto const before = std::filesystem::last_write_time(file.path());
+  RunResult run = rewrite(file.path());
+  EXPECT_EQ(run.out, check(file.path()).out);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(std::filesystem::last_write_time(file.path()), before);
+  EXPECT_EQ(rewrite("/nowhere/pimbsr.toml").code, 1);
+}
+
+TEST(CheckCommandTest, CommandRewritesWhereItIsAsked) {
+  ConfigurationFile file("[interface.eth0]\n[timers]\nhold-time = 130\n");
+  EXPECT_EQ(command("check " + file.path()).code, 1);
+  EXPECT_EQ(command("check --rewrite " + file.path()).code, 0);
+  EXPECT_THAT(textOf(file.path()), HasSubstr("\nbs-timeout = 130\n"));
 }
 
 TEST(CheckCommandTest, JsonHoldsTheSame) {

@@ -30,7 +30,7 @@ TEST(CommandTest, HelpNamesEveryOption) {
   RunResult run = test::command("replay --help");
   EXPECT_EQ(run.code, 0);
   for (char const* option :
-       {"FILE", "--json", "--until", "--hold-time", "--zone-timeout", "--rpf", "--trace", "Exit status"}) {
+       {"FILE", "--json", "--until", "--bs-timeout", "--sz-timeout", "--rpf", "--trace", "Exit status"}) {
     EXPECT_THAT(run.out, HasSubstr(option));
   }
 }
@@ -53,7 +53,7 @@ TEST(CommandTest, EveryOptionReachesTheReplay) {
   options.traces = {parseTraceWish("Pim::Bsr::IO:1"), parseTraceWish("Pim::Bsr::NonCandidateSm:8")};
   RunResult here = test::replay(options);
   RunResult there = test::command(
-      "replay --json --until 60.5 --hold-time 40 --zone-timeout 120 --rpf 198.51.100.1=192.0.2.2 "
+      "replay --json --until 60.5 --bs-timeout 40 --sz-timeout 120 --rpf 198.51.100.1=192.0.2.2 "
       "--rpf 198.51.100.3=192.0.2.2 --trace Pim::Bsr::IO:1 --trace Pim::Bsr::NonCandidateSm:8 " +
       example);
   EXPECT_EQ(there.code, 0);
@@ -80,8 +80,11 @@ TEST(CommandTest, WrongArgumentsEndWith2AndSayWhatIsValid) {
       {"replay one two", "two"},
       {"replay --until", "--until"},
       {"replay --until soon FILE", "--until: 'soon' is no number of seconds from 0 to 4294967295"},
-      {"replay --hold-time 11 FILE", "--hold-time: '11' is no whole number of seconds from 12 to 1073741823"},
-      {"replay --zone-timeout 119 FILE", "no whole number of seconds from 120 to 4294967295"},
+      {"replay --bs-timeout 11 FILE",
+       "--bs-timeout: '11' is no whole number of seconds from 12 to 1073741823"},
+      {"replay --sz-timeout 119 FILE", "no whole number of seconds from 120 to 4294967295"},
+      {"replay --hold-time 60 FILE", "--hold-time is now called --bs-timeout"},
+      {"replay --zone-timeout 600 FILE", "--zone-timeout is now called --sz-timeout"},
       {"replay --rpf 198.51.100.1 FILE", "no BSR=NEIGHBOUR"},
       {"replay --trace Pim:3 FILE", "there is no handle 'Pim'; handles are "},
       {"replay --trace Zet FILE", "no HANDLE:LEVEL with a level from 0 to 9"},

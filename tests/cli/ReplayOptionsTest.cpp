@@ -17,10 +17,10 @@ using testing::HasSubstr;
 using testing::ThrowsMessage;
 
 TEST(ReplayOptionsTest, TimesAreTakenWithinTheirRanges) {
-  EXPECT_EQ(parseHoldTime("12"), 12u);
-  EXPECT_EQ(parseHoldTime("1073741823"), 1073741823u);
-  EXPECT_EQ(parseZoneTimeout("120"), 120u);
-  EXPECT_EQ(parseZoneTimeout("4294967295"), 4294967295u);
+  EXPECT_EQ(parseBsTimeout("12"), 12u);
+  EXPECT_EQ(parseBsTimeout("1073741823"), 1073741823u);
+  EXPECT_EQ(parseSzTimeout("120"), 120u);
+  EXPECT_EQ(parseSzTimeout("4294967295"), 4294967295u);
   EXPECT_EQ(parseUntil("0"), 0);
   EXPECT_EQ(parseUntil("1.5"), 1.5);
   EXPECT_EQ(parseUntil("4294967295"), 4294967295.0);
@@ -33,10 +33,10 @@ TEST(ReplayOptionsTest, TimeOutsideItsRangeIsRefusedWithTheRange) {
     std::string range;
   };
   Case const cases[] = {
-      {parseHoldTime,
+      {parseBsTimeout,
        {"11", "1073741824", "18446744073709551616", "-12", "+12", "12.5", "12s", " 12", "", "0x20"},
        "no whole number of seconds from 12 to 1073741823"},
-      {parseZoneTimeout, {"119", "4294967296", "1e3", ""}, "from 120 to 4294967295"},
+      {parseSzTimeout, {"119", "4294967296", "1e3", ""}, "from 120 to 4294967295"},
       {parseUntil, {"-1", "4294967295.5", "inf", "nan", "1,5", "soon", ""}, "from 0 to 4294967295"},
   };
   for (Case const& one : cases) {

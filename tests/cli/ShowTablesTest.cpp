@@ -480,8 +480,8 @@ TEST(ShowTablesTest, EachKindOfChangeHasItsWords) {
 // The configuration -----------------------------------------------------------------------------------
 
 TEST(ShowTablesTest, ConfigurationIsTheFile) {
-  EXPECT_EQ(shown("config", R"({"file": "[timers]\nhold-time = 130\n", "settings": {}})"),
-            "\n[timers]\nhold-time = 130\n");
+  EXPECT_EQ(shown("config", R"({"file": "[timers]\nbs-timeout = 130\n", "settings": {}})"),
+            "\n[timers]\nbs-timeout = 130\n");
 }
 
 }  // namespace

@@ -64,11 +64,11 @@ TEST(SimCommandTest, ExampleTellsItsStory) {
 }
 
 TEST(SimCommandTest, RefusedConfigurationEndsTheRunWhereItStands) {
-  RunResult run = play(pair + "run 10\nat 20 timers r1 hold-time 5\nrun 20\nshow\n");
+  RunResult run = play(pair + "run 10\nat 20 timers r1 bs-timeout 5\nrun 20\nshow\n");
   EXPECT_EQ(run.code, 2);
-  EXPECT_THAT(run.out, HasSubstr("> timers r1 hold-time 5"));
+  EXPECT_THAT(run.out, HasSubstr("> timers r1 bs-timeout 5"));
   EXPECT_THAT(run.out, testing::Not(HasSubstr("What each router believes")));
-  EXPECT_THAT(run.err, EndsWith("story.sim:7: hold-time: 5: "
+  EXPECT_THAT(run.err, EndsWith("story.sim:7: bs-timeout: 5: "
                                 "Config::holdTime < 12 or > 1073741823 not allowed\n"));
 }
 

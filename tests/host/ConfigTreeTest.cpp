@@ -68,8 +68,8 @@ class ConfiguredRouter : public testing::Test {
 
 TEST_F(ConfiguredRouter, TimersComeFromTheConfiguration) {
   EXPECT_EQ(status()->bsTimeout(), 130u);
-  wanted.holdTime = 60;
-  wanted.zoneTimeout = 700;
+  wanted.bsTimeout = 60;
+  wanted.szTimeout = 700;
   apply();
   EXPECT_EQ(status()->bsTimeout(), 60u);
   EXPECT_EQ(status()->szTimeout(), 700u);
@@ -77,7 +77,7 @@ TEST_F(ConfiguredRouter, TimersComeFromTheConfiguration) {
 
 TEST_F(ConfiguredRouter, CandidateBsrTakesTheAddressOfItsInterface) {
   wanted.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {
-      .priority = 7, .hashMaskLen = 8, .interval = 90};
+      .priority = 7, .hashMaskLen = 8, .bsPeriod = 90};
   apply();
   Ptr<Bsr::BsrCandidate> candidate = status()->cbsr(prefix("224.0.0.0/4"));
   ASSERT_TRUE(candidate);
@@ -139,7 +139,7 @@ TEST_F(ConfiguredRouter, RangeThatMovesIsReleasedBeforeItIsClaimed) {
 TEST_F(ConfiguredRouter, CandidateRpFollowsItsRangesAndPriorities) {
   auto& eth0 = wanted.candidateRps["eth0"];
   eth0.ranges.groups = {{prefix("239.1.0.0/16"), 10}, {prefix("239.2.0.0/16"), std::nullopt}};
-  eth0.interval = 90;
+  eth0.cRpAdvPeriod = 90;
   apply();
   Ptr<Bsr::RpCandidate> crp = status()->crp(addr("192.0.2.9"));
   ASSERT_TRUE(crp);
@@ -293,7 +293,7 @@ TEST_F(ConfiguredRouter, FaultyConfigurationChangesNothing) {
   wanted.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {};
   apply();
   Configuration before = wanted;
-  wanted.holdTime = 1;
+  wanted.bsTimeout = 1;
   wanted.candidateBsrs.clear();
   EXPECT_EQ(tree.apply(context, wanted).size(), 1u);
   EXPECT_THAT(zones(), ElementsAre("224.0.0.0/4"));

@@ -69,13 +69,13 @@ void rule(Configuration& c, void (Acl::IpFilterBase::*set)(Zet::U32)) {
 #define RP_PLACE "candidate-rp eth1, group 239.1.0.0/16"
 
 Fault const faults[] = {
-    {"HoldTimeTooShort", [](auto& c) { c.holdTime = 11; }, "hold-time",
+    {"HoldTimeTooShort", [](auto& c) { c.bsTimeout = 11; }, "bs-timeout",
      "11: Config::holdTime < 12 or > 1073741823 not allowed"},
-    {"HoldTimeTooLong", [](auto& c) { c.holdTime = 1073741824; }, "hold-time",
+    {"HoldTimeTooLong", [](auto& c) { c.bsTimeout = 1073741824; }, "bs-timeout",
      "1073741824: Config::holdTime < 12 or > 1073741823 not allowed"},
-    {"ZoneTimeoutTooShort", [](auto& c) { c.zoneTimeout = 119; }, "zone-timeout",
+    {"ZoneTimeoutTooShort", [](auto& c) { c.szTimeout = 119; }, "sz-timeout",
      "119: Config::szTimeout < 120 or > 0xFFFFFFFF not allowed"},
-    {"ZoneTimeoutOfMoreThan32Bits", [](auto& c) { c.zoneTimeout = 4294967296; }, "zone-timeout",
+    {"ZoneTimeoutOfMoreThan32Bits", [](auto& c) { c.szTimeout = 4294967296; }, "sz-timeout",
      "4294967296: at most 4294967295 is valid"},
     {"RuleOfAnImpossibleNetwork", [](auto& c) { rule(c, &Acl::IpFilterBase::tniIs); },
      "access-list groups, rule 10, tni", "16777216: IpFilterBase::tni < 0 or > 16777215 not allowed"},
@@ -87,16 +87,16 @@ Fault const faults[] = {
      "33: IPv4 has no more bits; at most 32 is valid"},
     {"HashMaskTooLong", [](auto& c) { bsr(c).hashMaskLen = 129; }, BSR_PLACE ", hash-mask-length",
      "129: BsrCandidateGroup::hashMaskLen < 0 or > 128 not allowed"},
-    {"BsmIntervalTooShort", [](auto& c) { bsr(c).interval = 9; }, BSR_PLACE ", interval",
+    {"BsmIntervalTooShort", [](auto& c) { bsr(c).bsPeriod = 9; }, BSR_PLACE ", bs-period",
      "9: BsrCandidateGroup::interval < BsrCandidateGroup::minInterval or > 536870906 not allowed"},
-    {"BsmIntervalOfARefusedHoldtime", [](auto& c) { bsr(c).interval = 13653; }, BSR_PLACE ", interval",
+    {"BsmIntervalOfARefusedHoldtime", [](auto& c) { bsr(c).bsPeriod = 13653; }, BSR_PLACE ", bs-period",
      "13653: three times that is a holdtime that receivers refuse; at most 13652 is valid"},
     {"RpPriorityTooHigh", [](auto& c) { rp(c) = 257; }, RP_PLACE ", priority",
      "257: RpPriority::value < 0 or > 256 not allowed"},
-    {"AdvertisementIntervalZero", [](auto& c) { c.candidateRps["eth1"].interval = 0; },
-     "candidate-rp eth1, interval", "0: CrpAdvInterval::value < 1 or > 16383 not allowed"},
-    {"AdvertisementIntervalOfARefusedHoldtime", [](auto& c) { c.candidateRps["eth1"].interval = 13653; },
-     "candidate-rp eth1, interval",
+    {"AdvertisementIntervalZero", [](auto& c) { c.candidateRps["eth1"].cRpAdvPeriod = 0; },
+     "candidate-rp eth1, c-rp-adv-period", "0: CrpAdvInterval::value < 1 or > 16383 not allowed"},
+    {"AdvertisementIntervalOfARefusedHoldtime", [](auto& c) { c.candidateRps["eth1"].cRpAdvPeriod = 13653; },
+     "candidate-rp eth1, c-rp-adv-period",
      "13653: three times that is a holdtime that receivers refuse; at most 13652 is valid"},
     {"RangeOfIp6", [](auto& c) { c.borders["eth2"].groups[prefix("ff00::/8")] = {}; },
      "border eth2, group ff00::/8", "not of IPv4, which alone is served"},
@@ -117,21 +117,21 @@ TEST(ConfigurationTest, EmptyOneHasNoFault) { EXPECT_THAT(check(Configuration())
 
 TEST(ConfigurationTest, EndsOfTheRangesAreValid) {
   Configuration c = sound();
-  c.holdTime = 1073741823;
-  c.zoneTimeout = 4294967295;
-  bsr(c) = {.priority = 255, .hashMaskLen = 32, .interval = 13652};
+  c.bsTimeout = 1073741823;
+  c.szTimeout = 4294967295;
+  bsr(c) = {.priority = 255, .hashMaskLen = 32, .bsPeriod = 13652};
   rp(c) = 255;
-  c.candidateRps["eth1"].interval = 13652;
+  c.candidateRps["eth1"].cRpAdvPeriod = 13652;
   EXPECT_THAT(check(c), IsEmpty());
   bsr(c).priority = 256;
   bsr(c).hashMaskLen = 128;
   rp(c) = 256;
   EXPECT_THAT(check(c), IsEmpty()) << "unknown values leave a candidate waiting";
-  c.holdTime = 12;
-  c.zoneTimeout = 120;
-  bsr(c) = {.priority = 0, .hashMaskLen = 0, .interval = 10};
+  c.bsTimeout = 12;
+  c.szTimeout = 120;
+  bsr(c) = {.priority = 0, .hashMaskLen = 0, .bsPeriod = 10};
   rp(c) = 0;
-  c.candidateRps["eth1"].interval = 1;
+  c.candidateRps["eth1"].cRpAdvPeriod = 1;
   EXPECT_THAT(check(c), IsEmpty());
 }
 
@@ -154,8 +154,8 @@ TEST(ConfigurationTest, ListThatDoesNotExistIsClaimedAllTheSame) {
 
 TEST(ConfigurationTest, AllFaultsAreTold) {
   Configuration c = sound();
-  c.holdTime = 1;
-  bsr(c) = {.priority = 999, .hashMaskLen = 999, .interval = 1};
+  c.bsTimeout = 1;
+  bsr(c) = {.priority = 999, .hashMaskLen = 999, .bsPeriod = 1};
   rp(c) = 999;
   EXPECT_EQ(check(c).size(), 5u);
 }

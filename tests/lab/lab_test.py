@@ -145,7 +145,7 @@ class LabTest(unittest.TestCase):
         lab = self.lab()
         (r1, r2, r3), links = lab.chain("r1", "r2", "r3")
         r1.config(candidate_bsr())
-        r3.config(candidate_rp(groups=[SCOPED, "239.2.0.0/16"], interval=10))
+        r3.config(candidate_rp(groups=[SCOPED, "239.2.0.0/16"], c_rp_adv_period=10))
         lab.start()
         ranges = {SCOPED: ["10.255.0.3"], "239.2.0.0/16": ["10.255.0.3"]}
         wait_all((r1, r2), rps_of, ranges, "r3's offer has come back")
@@ -158,7 +158,7 @@ class LabTest(unittest.TestCase):
         lab = self.lab()
         a, b, c, d = (lab.router(name) for name in "abcd")
         lab.lan(a, b, c, d)
-        a.config(candidate_bsr("lan", priority=9, interval=600) + candidate_rp("lan"))
+        a.config(candidate_bsr("lan", priority=9, bs_period=600) + candidate_rp("lan"))
         for router, priority in ((b, 5), (c, 4), (d, 3)):
             router.config()
             router.amend("lan", f"dr-priority = {priority}")
@@ -292,7 +292,7 @@ class LabTest(unittest.TestCase):
         relay = Relay(lab, r2, r3, seed=7)
         self.addCleanup(relay.close)
         lab.write_routes()
-        r1.config(candidate_bsr(interval=10) + candidate_rp(interval=10))
+        r1.config(candidate_bsr(bs_period=10) + candidate_rp(c_rp_adv_period=10))
         lab.start()
         wait_all((r2, r3), bsr_of, "10.255.0.1", "r3 follows r1", 60)
         wait_all((r2, r3), rps_of, {GLOBAL: ["10.255.0.1"]}, "r3 knows the RP", 60)
@@ -303,7 +303,7 @@ class LabTest(unittest.TestCase):
         """A flood of random PIM packets costs bounded memory, and no timer waits for it."""
         lab = self.lab(records=False, clock_rate=10)
         (r1, r2), links = lab.chain("r1", "r2")
-        r1.config(candidate_bsr(interval=10) + candidate_rp(interval=10))
+        r1.config(candidate_bsr(bs_period=10) + candidate_rp(c_rp_adv_period=10))
         r2.config()
         lab.start()
         wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 knows the RP")

@@ -18,7 +18,7 @@ constexpr char const* before =
     "link l1 prefix 10.1.0.0/24\n"
     "link l2 prefix 10.2.0.0/24 mtu 576 delay 5ms jitter 1ms loss 5% duplicate 0.01 reorder 1%\n"
     "router r1 loopback 10.0.0.1\n"
-    "router r2 hold-time 60 zone-timeout 200 skew -2s drift 0.1% stopped\n"
+    "router r2 bs-timeout 60 sz-timeout 200 skew -2s drift 0.1% stopped\n"
     "router r3\n"
     "interface r1 l1 10.1.0.1\n"
     "interface r2 l1 10.1.0.2 name lan0 dr-priority 7\n"
@@ -35,9 +35,9 @@ Kind parseAs(std::string const& line) {
 
 TEST(ScenarioParserTest, EveryFormIsRead) {
   for (char const* line : {"candidate-bsr r1 global",
-                           "candidate-bsr r2 239.1.0.0/16 address 10.1.0.2 priority 0 interval 10",
+                           "candidate-bsr r2 239.1.0.0/16 address 10.1.0.2 priority 0 bs-period 10",
                            "candidate-rp r1 global",
-                           "candidate-rp r1 239.1.0.0/16 239.2.0.0/16 priority 5 interval 30",
+                           "candidate-rp r1 239.1.0.0/16 239.2.0.0/16 priority 5 c-rp-adv-period 30",
                            "border r1 l1 239.1.0.0/16",
                            "permit r1 10.0.0.0/8",
                            "route r1 0.0.0.0/0 via 10.1.0.9",
@@ -46,7 +46,7 @@ TEST(ScenarioParserTest, EveryFormIsRead) {
                            "access-list r1 scopes deny 239.1.0.0/16 permit 239.0.0.0/8",
                            "access-list r1 empty",
                            "candidate-bsr r1 list scopes address 10.1.0.1 priority 9",
-                           "candidate-rp r1 list scopes priority 9 interval 30",
+                           "candidate-rp r1 list scopes priority 9 c-rp-adv-period 30",
                            "border r1 l1 list scopes",
                            "permit r1 list scopes",
                            "no candidate-bsr r1 list scopes address 10.1.0.1",
@@ -56,7 +56,7 @@ TEST(ScenarioParserTest, EveryFormIsRead) {
                            "no access-list r1 scopes",
                            "address r1 l1 10.1.0.99",
                            "address r1 l1 none",
-                           "timers r1 hold-time 60 zone-timeout 600",
+                           "timers r1 bs-timeout 60 sz-timeout 600",
                            "no border r1 l1 global",
                            "no permit r1 10.0.0.0/8",
                            "no route r1 0.0.0.0/0",
@@ -153,7 +153,7 @@ TEST(ScenarioParserTest, AListStandsInPlaceOfARange) {
   EXPECT_EQ(bsr.list, "scopes");
   EXPECT_EQ(bsr.intf, "loopback");
   EXPECT_EQ(bsr.bsr.priority, 9);
-  auto rp = parseAs<SetListUse>("candidate-rp r1 list scopes address 10.1.0.1 interval 30");
+  auto rp = parseAs<SetListUse>("candidate-rp r1 list scopes address 10.1.0.1 c-rp-adv-period 30");
   EXPECT_EQ(rp.role, ListRole::rp);
   EXPECT_EQ(rp.intf, "eth0");
   EXPECT_EQ(rp.rp.interval, 30);
@@ -244,7 +244,7 @@ Fault const faults[] = {
     {"link ../x prefix 10.9.0.0/24", "is no name of at most 15 letters"},
     {"router r1", "'r1' has been made already"},
     {"router r9 loopback 10.1.0.1", "10.1.0.1 is an address of r1 already"},
-    {"router r9 hold-time 11", "hold-time: '11' is no whole number from 12 to 1073741823"},
+    {"router r9 bs-timeout 11", "bs-timeout: '11' is no whole number from 12 to 1073741823"},
     {"router r9 drift 200%", "drift: a clock gains"},
     {"interface r3 l1 10.2.0.1", "10.2.0.1 is not on link l1, whose prefix is 10.1.0.0/24"},
     {"interface r3 l1 10.1.0.1", "10.1.0.1 is an address of r1 already"},
@@ -255,7 +255,7 @@ Fault const faults[] = {
     {"candidate-bsr r1 10.0.0.0/8", "is no range of multicast groups such as 239.1.0.0/16"},
     {"candidate-bsr r1 global priority 256", "priority: '256' is no whole number from 0 to 255"},
     {"candidate-bsr r1 global hash-mask-length 33", "no whole number from 0 to 32"},
-    {"candidate-bsr r1 global interval 9", "no whole number from 10 to 536870906"},
+    {"candidate-bsr r1 global bs-period 9", "no whole number from 10 to 536870906"},
     {"candidate-bsr r1 global address 10.1.0.2",
      "there is no address of r1 '10.1.0.2'; valid are 10.0.0.1, 10.1.0.1"},
     {"candidate-rp r3 global", "r3 has no address yet; give it an interface first"},
