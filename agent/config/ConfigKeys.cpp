@@ -172,9 +172,9 @@ static constexpr char const* referenceHead = R"(# The configuration file
 
 `pimbsr run --config FILE` reads it, `pimbsr check FILE` says what is wrong or unwise in it, and
 `pimbsr reload` applies what has changed. It is written in TOML (version 1.0), in UTF-8, and has at most
-1 MiB. Every key may be left out unless it is said to be needed; without any, no interface speaks PIM and this
-router is no candidate for anything. Times are whole seconds. [An example](../examples/pimbsr.toml) is a place
-to begin.
+1 MiB, with at most 4096 dots in a line. Every key may be left out unless it is said to be needed; without
+any, no interface speaks PIM and this router is no candidate for anything. Times are whole seconds.
+[An example](../examples/pimbsr.toml) is a place to begin.
 
 A file with a fault changes nothing. Every fault is told with its line and column, what was read, and what
 would be valid. A key by a name that it had in a former version is a fault that names the new one;

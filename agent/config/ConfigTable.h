@@ -56,13 +56,17 @@ OrderedJson jsonOfValue(std::optional<Value> const& value) {
   return value ? jsonOfValue(*value) : OrderedJson();
 }
 
-/// A value of a key as TOML writes it.
+/// A value of a key as TOML writes it. A long list is broken into lines, which may have mostDotsOfALine each.
 inline std::string tomlOfValue(OrderedJson const& json) {
+  static constexpr std::size_t itemsOfALine = 32;
   if (json.is_string()) return tomlText(json.get_ref<std::string const&>());
   if (!json.is_array()) return json.dump();
-  std::vector<std::string> items;
-  for (OrderedJson const& item : json) items.push_back(tomlOfValue(item));
-  return fmt::format("[{}]", fmt::join(items, ", "));
+  std::string list = "[";
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    if (i != 0) list += i % itemsOfALine == 0 ? ",\n  " : ", ";
+    list += tomlOfValue(json[i]);
+  }
+  return list + "]";
 }
 
 // Writing ---------------------------------------------------------------------------------------------

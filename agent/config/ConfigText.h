@@ -69,6 +69,9 @@ inline constexpr std::size_t longestConfigText = std::size_t{1} << 20;
 /// How deep tables and lists may nest, and how many keys a dotted key may join: far more than any key needs.
 inline constexpr int deepestConfigText = 16;
 
+/// How many dots one line may have, in keys, texts and comments: enough for a list of a thousand prefixes.
+inline constexpr std::size_t mostDotsOfALine = 4096;
+
 /// Reads a TOML text of any bytes. It has one fault at most: too long, no UTF-8, too deep, or the first place
 /// where it is no TOML, which a key that stands twice is.
 ParsedText parseConfigText(std::string_view text);

@@ -69,6 +69,14 @@ TEST_P(ConfigTextRefusal, IsOneFaultWithItsPlace) {
 
 char const* const tooDeep = "nested more than 16 deep";
 
+/// As deep as the parser takes it: as many dots in each line as may be, and tables in lists.
+std::string deepest() {
+  std::string const keys = repeated("a.", 4096) + "a";
+  std::string text = "[" + keys + "]\n" + keys + " = ";
+  for (int i = 0; i < 7; ++i) text += "[\n{" + keys + " = ";
+  return text + "1";
+}
+
 BadText const badTexts[] = {
     {"NoValue", "a = 1\nb =\n", {2, 4}, "not TOML: "},
     {"OpenBracket", "[a\n", {1, 3}, "not TOML: "},
@@ -87,39 +95,42 @@ BadText const badTexts[] = {
     {"CharacterThatIsTooLong", "# \xc0\xaf", {1, 3}, "byte 0xC0 is not UTF-8"},
     {"Surrogate", "# \xed\xa0\x80", {1, 3}, "byte 0xED is not UTF-8"},
     {"BeyondUnicode", "# \xf4\x90\x80\x80", {1, 3}, "byte 0xF4 is not UTF-8"},
-    {"TextThatIsNotClosed", "b = 1\na = \"x\nb = \"\xce\x97\n", {2, 5}, "no closing quote on its line"},
-    {"TextThatIsNotClosedAtTheEnd", "a = 'x", {1, 5}, "no closing quote on its line"},
+    {"TextThatIsNotClosed", "b = 1\na = \"x\nb = \"\xce\x97\n", {2, 7}, "no closing quotes"},
+    {"TextThatIsNotClosedAtTheEnd", "a = 'x", {1, 7}, "no closing quotes"},
     {"TextThatIsNotClosedBehindAByteOrderMark",
      "\xef\xbb\xbf"
      "a = 'x\n",
-     {1, 5},
-     "no closing quote on its line"},
-    {"TextWhoseQuoteIsEscaped", "a = \"c:\\\"\nb = 1\n", {1, 5}, "no closing quote on its line"},
-    {"TextThatEndsInABackslash", "a = \"c:\\\nb = \"\"\n", {1, 5}, "no closing quote on its line"},
-    {"TextThatEndsInABackslashAtTheEnd", "a = \"c:\\", {1, 5}, "no closing quote on its line"},
-    {"TextOfLinesThatIsNotClosed", "a = \"\"\"x\n\"\"\n", {1, 5}, "no three closing quotes"},
+     {1, 7},
+     "no closing quotes"},
+    {"TextWhoseQuoteIsEscaped", "a = \"c:\\\"\nb = 1\n", {1, 10}, "no closing quotes"},
+    {"TextThatEndsInABackslash", "a = \"c:\\\nb = \"\"\n", {1, 9}, "no closing quotes"},
+    {"TextThatEndsInABackslashAtTheEnd", "a = \"c:\\", {1, 9}, "no closing quotes"},
+    {"TextOfLinesThatIsNotClosed", "a = \"\"\"x\n\"\"\n", {2, 4}, "no closing quotes"},
     {"FaultBeforeATextThatIsNotClosed", "[a\nb = 'x\n", {1, 3}, "not TOML: Error while parsing table header"},
-    {"QuoteBehindANumber", "a = 1\"\xce\x97\"\n", {1, 7}, "a character beyond ASCII"},
-    {"QuoteBehindANumberAndABracket", "a = [ 1{\"\xce\x97\" = 2}]\n", {1, 10}, "a character beyond ASCII"},
-    {"QuoteBehindADot", "a.\"\xce\x97\" = [1.\"\xce\x97\"]\n", {1, 13}, "a character beyond ASCII"},
+    {"QuoteBehindANumber", "a = 1\"\xce\x97\"\n", {1, 6}, "expected digit"},
+    {"QuoteBehindANumberAndABracket", "a = [ 1{\"\xce\x97\" = 2}]\n", {1, 8}, "expected digit"},
+    {"QuoteBehindADot", "a.\"\xce\x97\" = [1.\"\xce\x97\"]\n", {1, 12}, "expected decimal digit"},
     {"QuoteBehindADotInATable",
      "a = {b.\"\xce\x97\" = 1, c.\"d\" = 1.\"\xce\x97\"}\n",
-     {1, 28},
-     "a character beyond ASCII"},
-    {"QuoteBehindABareKey", "[a.\"\xce\x97\"]\nb\"\xce\x97\" = 1\n", {2, 3}, "a character beyond ASCII"},
+     {1, 27},
+     "expected decimal digit"},
+    {"QuoteBehindABareKey", "[a.\"\xce\x97\"]\nb\"\xce\x97\" = 1\n", {2, 2}, "expected '='"},
     {"ControlCharacter", std::string("a = \"\0\"\n", 8), {1, 6}, "control characters"},
-    {"HeaderThatIsNoKey", "a = 1\n[=]\nb = 1\n", {2, 1}, "neither a table, nor a key"},
-    {"LetterBeyondAscii", "a = 1\n b\xc3\xa4 = 1\n", {2, 3}, "a character beyond ASCII"},
-    {"BlankBeyondAscii", "a =\xc2\xa0\n", {1, 4}, "a character beyond ASCII"},
-    {"LetterBehindABackslash", "a = \"\"\"\xc3\xa4\\\xce\x97\"\"\"\n", {1, 10}, "a character beyond ASCII"},
-    {"LetterBehindABrokenLine", "a = \"\"\"x\\ \n\n \xce\x97\"\"\"\n", {3, 2}, "a character beyond ASCII"},
+    {"HeaderThatIsNoKey", "a = 1\n[=]\nb = 1\n", {2, 2}, "expected bare key starting character"},
+    {"LetterBeyondAscii", "a = 1\n b\xc3\xa4 = 1\n", {2, 3}, "expected '='"},
+    {"BlankBeyondAscii", "a =\xc2\xa0\n", {1, 4}, "expected space or tab"},
+    {"LetterBehindABackslash", "a = \"\"\"\xc3\xa4\\\xce\x97\"\"\"\n", {1, 10}, "unknown escape sequence"},
     {"TooLong", std::string(longestConfigText + 1, '\n'), {0, 0}, "longer than 1048576 bytes"},
     {"DeepLists", "a = " + repeated("[", 100000), {1, 21}, tooDeep},
     {"DeepTables", "a = " + repeated("{a = ", 100000), {1, 85}, tooDeep},
-    {"DeepKeys", repeated("a.", 100000) + "a = 1", {1, 34}, tooDeep},
+    {"DeepKeys", repeated("a.", 100000) + "a = 1", {1, 8194}, "more than 4096 dots in a line"},
+    {"DeepKeysOfALineThatMayBe", repeated("a.", 4096) + "a = 1", {1, 33}, tooDeep},
+    {"DeepHeader", "[" + repeated("a.", 17) + "a]", {1, 34}, tooDeep},
+    {"DeepKeysInListsInListsInDeepKeys", deepest() + repeated("}]\n", 7), {1, 33}, tooDeep},
+    {"DeepKeysInListsThatAreCutOff", deepest(), {16, 1}, "not TOML: "},
     {"DeepKeysInQuotes", repeated("\"\xc3\xa4\" . ", 17) + "a = 1", {1, 101}, tooDeep},
     {"DeepBehindTexts",
-     "a = '#' # '\nb = \"\\\"\" # \"\nc = '''\n''''' # '\n" + repeated("d.", 17),
+     "a = '#' # '\nb = \"\\\"\" # \"\nc = '''\n''''' # '\n" + repeated("d.", 17) + "d = 1",
      {5, 34},
      tooDeep},
 };
@@ -141,6 +152,12 @@ TEST(ConfigTextTest, CharactersBeyondAsciiStandInTextsAndComments) {
   ParsedText parsed = parseConfigText(text);
   ASSERT_THAT(parsed.faults, IsEmpty());
   EXPECT_EQ(parsed.root.entries.at(1).value.text, "x\xce\x97 \" \xce\x97\n\xce\x97");
+}
+
+TEST(ConfigTextTest, LettersBeyondAsciiAfterABrokenLineAreRead) {
+  ParsedText parsed = parseConfigText("a = \"\"\"x\\ \n\n \xce\x97\"\"\"\n");
+  ASSERT_THAT(parsed.faults, IsEmpty());
+  EXPECT_EQ(parsed.root.entries.at(0).value.text, "x\xce\x97");
 }
 
 TEST(ConfigTextTest, ListsOfManyItemsAreNotDeep) {

@@ -150,6 +150,19 @@ TEST(ConfigWriterTest, RangesOfTheSameTermsStandInOneTable) {
                 "lists = [\"inner\"]\npriority = 2\n"));
 }
 
+TEST(ConfigWriterTest, LongListsAreBrokenIntoLinesThatAreRead) {
+  Settings settings;
+  for (U32 i = 0; i < 5000; ++i)
+    settings.router.borders["eth0"]
+        .groups[Lanet::IpGenPrefix(Lanet::IpAddr::fromHost(0xe1000000 + i), 32)] = {};
+  for (U32 i = 0; i < 100; ++i)
+    settings.router.senderLists.insert(std::string(60, '.') + std::to_string(1000 + i));
+  std::string text = writeToml(settings);
+  ConfigReading reading = readConfig(text, "written");
+  ASSERT_THAT(reading.faults, IsEmpty()) << reading.faults[0].text;
+  EXPECT_EQ(reading.settings.router, settings.router);
+}
+
 TEST(ConfigWriterTest, WhatNoFileSaysIsLeftOut) {
   Settings settings;
   settings.router.candidateRps["eth0"].ranges.groups = {
