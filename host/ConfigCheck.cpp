@@ -166,7 +166,7 @@ void Checker::checkBorders() {
 
 // Values ----------------------------------------------------------------------------------------------
 
-/// For what the attribute takes and nothing good comes of; what it refuses has been told already.
+/// For values that the attribute takes and that have no use; those that it refuses have been reported.
 void Checker::checkAtMost(ConfigPlace const& place, U64 value, U64 most, char const* why) {
   bool isTold = !faults_.empty() && faults_.back().place == place;
   if (value <= most || isTold) return;

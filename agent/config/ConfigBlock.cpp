@@ -96,7 +96,7 @@ void ConfigBlock::refuseUnknown(std::string_view section, ConfigEntry const& ent
   std::string text = unknownKeyText(section, entry.key);
   std::size_t dot = path_.find('.');
   if (entry.value.sort == Sort::table && dot != path_.npos) {
-    text += fmt::format("; a name with a dot stands in quotes: [{}.\"{}.{}\"]", path_.substr(0, dot),
+    text += fmt::format("; a name with a dot must be in quotes: [{}.\"{}.{}\"]", path_.substr(0, dot),
                         path_.substr(dot + 1), entry.key);
   }
   notes_.faults.push_back({entry.at, fmt::format("{}.{}: {}", path_, tomlKey(entry.key), text)});

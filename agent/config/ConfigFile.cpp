@@ -174,9 +174,9 @@ bool Reader::isFirst(ConfigBlock& block, ConfigKey const& key, ConfigPlace const
   reading_.places.add(place, what.at);
   auto [at, first] = written_.try_emplace(place, what.at);
   if (!first) {
-    block.fault(what.at, key,
-                fmt::format("{} stands in line {}, column {} already", what.value, at->second.line,
-                            at->second.column));
+    block.fault(
+        what.at, key,
+        fmt::format("{} is in line {}, column {} already", what.value, at->second.line, at->second.column));
   }
   return first;
 }
@@ -373,13 +373,13 @@ std::optional<Acl::IpFilter> Reader::maskedFilterOf(ConfigBlock& block, file::Ac
   using Keys = file::AccessRuleKeys;
   auto needBoth = [&](ConfigKey const& key, ConfigKey const& other) {
     if (block.has(key)) return;
-    block.fault(block.placeOf(other), other, fmt::format("stands without {}; both are needed", key.name));
+    block.fault(block.placeOf(other), other, fmt::format("is there without {}; both are needed", key.name));
   };
   needBoth(Keys::address, Keys::mask);
   needBoth(Keys::mask, Keys::address);
   if (block.has(Keys::prefix)) {
     block.fault(block.placeOf(Keys::prefix), Keys::prefix,
-                "stands beside an address with its mask; one of both is valid");
+                "is there beside an address with its mask; one of both is valid");
     return std::nullopt;
   }
   if (!rule.address || !rule.mask) return std::nullopt;

@@ -12,7 +12,7 @@ namespace pimbsr::agent {
 
 /// What was read of a configuration file.
 struct ConfigReading {
-  std::string file;                    ///< its name, as it is to be told
+  std::string file;                    ///< its name, as it is reported
   Settings settings;                   ///< what could be read; to be applied only if there is no fault
   std::vector<ConfigFinding> faults;   ///< all of them, in the order of the file
   std::vector<ConfigFinding> remarks;  ///< what was read otherwise than it looks, and is no fault
@@ -22,8 +22,8 @@ struct ConfigReading {
   bool isSound() const { return faults.empty(); }
 };
 
-/// Reads the text of a configuration file, any bytes. All faults are told, those of host::check too; where
-/// the text is no TOML, that alone.
+/// Reads the text of a configuration file, any bytes. All faults are reported, those of host::check too;
+/// where the text is no TOML, that alone.
 ConfigReading readConfig(std::string_view text, std::string const& file);
 
 /// Reads a configuration file. One that can't be read is a fault of the file as a whole.

@@ -176,8 +176,8 @@ static constexpr char const* referenceHead = R"(# The configuration file
 any, no interface speaks PIM and this router is no candidate for anything. Times are whole seconds.
 [An example](../examples/pimbsr.toml) is a place to begin.
 
-A file with a fault changes nothing. Every fault is told with its line and column, what was read, and what
-would be valid. A key by a name that it had in a former version is a fault that names the new one;
+A file with an error changes nothing. Every error is reported with its line and column, what was read, and
+what would be valid. A key by a name that it had in a former version is an error that names the new one;
 `pimbsr check --rewrite FILE` renames such keys in the file and leaves all else as it is.
 )";
 

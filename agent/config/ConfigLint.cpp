@@ -141,8 +141,8 @@ void Linter::lintTimers() {
   U64 bsTimeout = router_.bsTimeout;
   if (isFaulty(bsTimeoutAt)) return;
   if (router_.candidateBsrs.empty() && bsTimeout <= defaultPeriod) {
-    report(bsTimeoutAt, fmt::format("{} is not above {} s, the interval of a BSR unless it is told "
-                                    "otherwise: it would be given up between two messages",
+    report(bsTimeoutAt, fmt::format("{} is not above {} s, the default BS_Period: the BSR "
+                                    "would be given up between two messages",
                                     bsTimeout, defaultPeriod));
   }
   if (router_.szTimeout >= 10 * bsTimeout) return;
@@ -165,7 +165,7 @@ void Linter::lintKeys(Struct const& values, ConfigPlace const& place) {
 void Linter::lintBsr(ConfigPlace const& place, BsrTerms const& terms) {
   if (terms.priority == BsrTerms().priority) {
     reportMissing(place.at(BsrTermsKeys::priority.name),
-                  fmt::format("{} is what every candidate has that isn't told otherwise, and between equal "
+                  fmt::format("{} is the default of every candidate, and between equal "
                               "priorities the higher address decides; give each candidate its own",
                               terms.priority));
   }
@@ -269,8 +269,8 @@ template <class Terms>
 void Linter::lintRanges(ConfigPlace const& place, host::ByRange<Terms> const& ranges, ConfigKey const& groups,
                         ConfigKey const& lists) {
   if (ranges.groups.empty() && ranges.lists.empty()) {
-    reportMissing(place, fmt::format("neither {} nor {} names any, so that nothing comes of it", groups.name,
-                                     lists.name));
+    reportMissing(
+        place, fmt::format("neither {} nor {} names any, so that it has no effect", groups.name, lists.name));
   }
   for (auto const& [name, terms] : ranges.lists) {
     ConfigPlace where = place.list(name);
@@ -281,7 +281,7 @@ void Linter::lintRanges(ConfigPlace const& place, host::ByRange<Terms> const& ra
       report(where,
              "it is one of filter.sender-lists, and so read over senders; it gives no group ranges here");
     } else if (permitted(name, false).empty()) {
-      reportMissing(where, "it permits no groups, so that nothing comes of it");
+      reportMissing(where, "it permits no groups, so that it has no effect");
     }
   }
 }
@@ -381,7 +381,7 @@ void Linter::lintPreferredRps() {
 void Linter::lintLists() {
   for (auto const& [name, list] : router_.accessLists) {
     ConfigPlace place{.part = ConfigPart::accessList, .name = name};
-    if (!named_.contains(name)) reportMissing(place, "nobody names it");
+    if (!named_.contains(name)) reportMissing(place, "it is not referenced");
     for (auto const& [sequence, rule] : list) {
       if (rangesOf(rule) <= AclToPrefix::maxRanges) continue;
       report(place.rule(sequence),

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-// The parser is compiled here, behind a fence around two flaws of its version: what it takes as unreachable is
-// reached by letters beyond ASCII where white space may be, and what it asserts and assumes doesn't hold for
-// every text. Without assertions each such text is refused as one that is no TOML.
+// The parser is compiled here, behind a fence around two flaws of its version: what it takes as unreachable
+// is reached by letters beyond ASCII where white space may be, and what it asserts and assumes doesn't hold
+// for every text. Without assertions each such text is refused as one that is no TOML.
 #undef TOML_SHARED_LIB
 #undef TOML_HEADER_ONLY
 #define TOML_HEADER_ONLY 1
@@ -107,7 +107,7 @@ std::optional<ConfigFinding> tooManyDots(std::string_view text) {
 
 // Values ----------------------------------------------------------------------------------------------
 
-/// As many characters of a text as are told of it.
+/// As many characters of a text as are reported.
 std::string_view beginningOf(std::string_view text) {
   static constexpr int most = 60;
   int characters = 0;

@@ -19,7 +19,7 @@ struct TextPlace {
   auto operator<=>(TextPlace const&) const = default;
 };
 
-/// One thing to be told of a text.
+/// One thing to be reported of a text.
 struct ConfigFinding {
   TextPlace at;
   std::string text;

@@ -42,7 +42,7 @@ void printText(ConfigReading const& reading, std::ostream& out) {
   for (auto const& [severity, what] : findingsOf(reading)) {
     out << agent::textOf(reading.file, what.at) << ": " << severity << ": " << what.text << '\n';
   }
-  if (reading.isSound()) out << reading.file << ": no faults\n";
+  if (reading.isSound()) out << reading.file << ": configuration OK\n";
 }
 
 void printJson(ConfigReading const& reading, std::ostream& out) {

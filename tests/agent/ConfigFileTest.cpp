@@ -250,7 +250,7 @@ Wrong const wrongs[] = {
      "f:2:1: state.\"a b\": no such key; valid here is directory"},
     {"NameWithADotWithoutQuotes", "[interface.eth0.100]",
      "f:1:17: interface.eth0.100: no such key; valid here are pim, hello, dr-priority, hello-interval, "
-     "border, border-lists; a name with a dot stands in quotes: [interface.\"eth0.100\"]"},
+     "border, border-lists; a name with a dot must be in quotes: [interface.\"eth0.100\"]"},
     {"NoTable", "timers = 5", "f:1:10: timers: read 5; valid is a table"},
     {"NoTableOfInterfaces", "interface = \"eth0\"",
      "f:1:13: interface: read the text \"eth0\"; valid is a table"},
@@ -317,17 +317,17 @@ Wrong const wrongs[] = {
     {"RangeOfIp6", "[interface.eth0]\nborder = [\"ff00::/8\"]",
      "f:2:11: interface.eth0.border: ff00::/8: not of IPv4, which alone is served"},
     {"RangeTwice", BSR "groups = [\"239.1.0.0/16\", \"239.1.0.0/16\"]",
-     "f:3:27: candidate-bsr.groups: 239.1.0.0/16 stands in line 3, column 11 already"},
+     "f:3:27: candidate-bsr.groups: 239.1.0.0/16 is in line 3, column 11 already"},
     {"RangeTwiceInTwoTables", RP RP "groups = [\"224.0.0.0/4\"]",
-     "f:5:11: candidate-rp.groups: 224.0.0.0/4 stands in line 1, column 1 already"},
+     "f:5:11: candidate-rp.groups: 224.0.0.0/4 is in line 1, column 1 already"},
     {"ListTwice", RP "lists = [\"a\", \"a\"]",
-     "f:3:15: candidate-rp.lists: a stands in line 3, column 10 already"},
+     "f:3:15: candidate-rp.lists: a is in line 3, column 10 already"},
     {"MoreRpsThanRpCountHolds", "[limits]\nrps-per-range = 256",
      "f:2:17: limits.rps-per-range: read 256; valid is a whole number from 0 to 255"},
     {"RpListTwice", "[filter]\nrp-lists = [\"a\",\n  \"a\"]",
-     "f:3:3: filter.rp-lists: a stands in line 2, column 13 already"},
+     "f:3:3: filter.rp-lists: a is in line 2, column 13 already"},
     {"SenderListTwice", "[filter]\nsender-lists = [\"a\",\n  \"a\"]",
-     "f:3:3: filter.sender-lists: a stands in line 2, column 17 already"},
+     "f:3:3: filter.sender-lists: a is in line 2, column 17 already"},
     {"CandidateWithoutInterface", "[[candidate-bsr]]\npriority = 1",
      "f:1:1: candidate-bsr.interface: not there, and needed; valid is an interface's name of 1 to 15 bytes, "
      "such "
@@ -366,16 +366,16 @@ Wrong const wrongs[] = {
      "f:2:39: access-list.a.rules.prefix: read the text \"2001:db8::/32\"; valid is an IPv4 prefix such as "
      "\"10.1.0.0/16\""},
     {"AddressWithoutMask", RULE "address = \"10.0.0.0\"}]",
-     "f:2:40: access-list.a.rules.address: stands without mask; both are needed"},
+     "f:2:40: access-list.a.rules.address: is there without mask; both are needed"},
     {"MaskWithoutAddress", RULE "mask = \"255.0.0.0\"}]",
-     "f:2:37: access-list.a.rules.mask: stands without address; both are needed"},
+     "f:2:37: access-list.a.rules.mask: is there without address; both are needed"},
     {"AddressOfIp6", RULE "mask = \"255.0.0.0\", address = \"::\"}]",
      "f:2:60: access-list.a.rules.address: read the text \"::\"; valid is an IPv4 address such as "
      "\"10.1.2.3\""},
     {"PrefixBesideAddress", RULE "mask = \"255.0.0.0\", address = \"10.0.0.0\", prefix = \"10.0.0.0/8\"}]",
-     "f:2:81: access-list.a.rules.prefix: stands beside an address with its mask; one of both is valid"},
+     "f:2:81: access-list.a.rules.prefix: is there beside an address with its mask; one of both is valid"},
     {"SequenceTwice", RULE "prefix = \"10.0.0.0/8\"},\n  {seq = 10, action = \"deny\"}]",
-     "f:3:10: access-list.a.rules.seq: 10 stands in line 2, column 10 already"},
+     "f:3:10: access-list.a.rules.seq: 10 is in line 2, column 10 already"},
     {"SequenceTooHigh", RULE "seq = 4294967290},\n  {action = \"deny\"}]",
      "f:3:3: access-list.a.rules.seq: not there, and 4294967300 would be too much; valid is a whole number "
      "from "

@@ -56,11 +56,11 @@ Unwise const unwise[] = {
     {"PriorityOfEveryCandidate",
      PIM
      "[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 64\ngroups = [\"239.1.0.0/16\", \"239.2.0.0/16\"]",
-     {"f:4:12: candidate-bsr.priority: 64 is what every candidate has that isn't told otherwise, and between "
+     {"f:4:12: candidate-bsr.priority: 64 is the default of every candidate, and between "
       "equal priorities the higher address decides; give each candidate its own"}},
     {"PriorityOfEveryCandidateUnsaid",
      PIM "[[candidate-bsr]]\ninterface = \"eth0\"\nlists = [\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
-     {"f:2:1: candidate-bsr.priority: 64 is what every candidate has that isn't told otherwise, and between "
+     {"f:2:1: candidate-bsr.priority: 64 is the default of every candidate, and between "
       "equal priorities the higher address decides; give each candidate its own"}},
     {"HashMaskLengthZero",
      BSR "hash-mask-length = 0",
@@ -81,11 +81,8 @@ Unwise const unwise[] = {
       "5): one lost message ends the BSR"}},
     {"HoldTimeBelowTheUsualInterval",
      PIM "[timers]\nbs-timeout = 60",
-     {"f:3:14: timers.bs-timeout: 60 is not above 60 s, the interval of a BSR unless it is told otherwise: "
-      "it "
-      "would "
-      "be "
-      "given up between two messages"}},
+     {"f:3:14: timers.bs-timeout: 60 is not above 60 s, the default BS_Period: the BSR "
+      "would be given up between two messages"}},
     {"HoldTimeAboveTheUsualInterval", PIM "[timers]\nbs-timeout = 61", {}},
     {"ZoneTimeoutBelowTenHoldTimes",
      PIM "[timers]\nbs-timeout = 130\nsz-timeout = 1299",
@@ -120,13 +117,15 @@ Unwise const unwise[] = {
      {"f:3:13: filter.rp-lists: these lists permit no RP, so that none is preferred"}},
     {"ListThatPermitsNoGroups",
      "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
-     {"f:2:17: interface.eth0.border-lists: a: it permits no groups, so that nothing comes of it"}},
+     {"f:2:17: interface.eth0.border-lists: a: it permits no groups, so that it has no effect"}},
     {"ListOfSendersForGroups",
      RP "lists = [\"a\"]\n[filter]\nsender-lists = [\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
      {"f:4:10: candidate-rp.lists: a: it is one of filter.sender-lists, and so read over senders; "
       "it "
       "gives no group ranges here"}},
-    {"ListThatNobodyNames", PIM LIST("a", PERMIT("239.1.0.0/16")), {"f:2:1: access-list.a: nobody names it"}},
+    {"ListThatNobodyNames",
+     PIM LIST("a", PERMIT("239.1.0.0/16")),
+     {"f:2:1: access-list.a: it is not referenced"}},
     {"MaskWithTooManyHoles",
      PIM "border-lists = [\"a\"]\n" LIST(
          "a",
@@ -138,13 +137,13 @@ Unwise const unwise[] = {
 
     {"CandidateOfNothing",
      BSR "groups = []\n[[candidate-rp]]\ninterface = \"eth0\"\nlists = []",
-     {"f:2:1: candidate-bsr: neither groups nor lists names any, so that nothing comes of it",
-      "f:6:1: candidate-rp: neither groups nor lists names any, so that nothing comes of it"}},
+     {"f:2:1: candidate-bsr: neither groups nor lists names any, so that it has no effect",
+      "f:6:1: candidate-rp: neither groups nor lists names any, so that it has no effect"}},
     {"BorderOfNothing",
      "[interface.eth0]\nborder-lists = []\n[interface.\"eth0.1\"]\nborder = []\nborder-lists = []\n",
-     {"f:2:16: interface.eth0: neither border nor border-lists names any, so that nothing comes of it",
-      "f:4:10: interface.\"eth0.1\": neither border nor border-lists names any, so that nothing comes of "
-      "it"}},
+     {"f:2:16: interface.eth0: neither border nor border-lists names any, so that it has no effect",
+      "f:4:10: interface.\"eth0.1\": neither border nor border-lists names any, so that it has no "
+      "effect"}},
     {"CandidateOfAnInterfaceWithoutPim",
      PIM "[[candidate-bsr]]\ninterface = \"eth1\"\npriority = 1\n[[candidate-rp]]\ninterface = \"eth1.5\"",
      {"f:3:13: candidate-bsr.interface: eth1 speaks no PIM and is no loopback; it lends its address, and "
@@ -209,7 +208,7 @@ Unwise const unwise[] = {
      PIM "[checks]\nnot-own-bsr = false",
      {"f:3:15: checks.not-own-bsr: off, a candidate that starts anew can be deposed by its own messages, "
       "which "
-      "neighbours send back"}},
+      "neighbors send back"}},
     {"LimitsThatAreNone",
      PIM "[limits]\npackets-per-second = 0\nhellos-per-second = 0\nadvertisements-per-second = 0\n"
          "neighbors-per-interface = 0\nlearned-zones = 0\nfragment-rps = 0\nrps = 0\nranges-per-zone = 0\n"

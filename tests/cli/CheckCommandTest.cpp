@@ -40,7 +40,7 @@ TEST(CheckCommandTest, ExampleHasNoFaults) {
   std::string file = sourceFile("examples/pimbsr.toml");
   RunResult run = check(file);
   EXPECT_EQ(run.code, 0);
-  EXPECT_EQ(run.out, file + ": no faults\n");
+  EXPECT_EQ(run.out, file + ": configuration OK\n");
   EXPECT_EQ(run.err, "");
 }
 
@@ -49,7 +49,8 @@ TEST(CheckCommandTest, UnwiseFileHasNoFaults) {
   RunResult run = check(file.path());
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.out, file.path() + ":3:14: warning: timers.sz-timeout: 700 is below 1300, ten times " +
-                         "timers.bs-timeout, which is used in its place\n" + file.path() + ": no faults\n");
+                         "timers.bs-timeout, which is used in its place\n" + file.path() +
+                         ": configuration OK\n");
 }
 
 TEST(CheckCommandTest, FaultsAndWarningsComeInTheOrderOfTheFile) {
@@ -93,7 +94,7 @@ TEST(CheckCommandTest, FileIsWrittenAnewWithTheNamesOfNowAndKeepsItsMode) {
   EXPECT_EQ(check(file.path()).code, 1);
   RunResult run = rewrite(file.path());
   EXPECT_EQ(run.code, 0) << run.err;
-  EXPECT_EQ(run.out, file.path() + ": keys renamed: 2\n" + file.path() + ": no faults\n");
+  EXPECT_EQ(run.out, file.path() + ": keys renamed: 2\n" + file.path() + ": configuration OK\n");
   EXPECT_EQ(textOf(file.path()),
             "[interface.eth0]\n[timers] # short\nbs-timeout = 100\n  sz-timeout = 1000\n");
   EXPECT_EQ(std::filesystem::status(file.path()).permissions(), std::filesystem::perms(0640));
