@@ -60,6 +60,7 @@ ALLOWED = [
     (r"(?i)\bfaults?\b", "docs/scenarios.md", "faults that the simulator injects"),
     (r"(?i)\bfaults?\b", "tests/lab/relay.py", "faults that the relay injects"),
     (r"with its faults", "packaging/pimbsr.8", "faults that the simulator injects"),
+    (r"`[^`]*`", "CHANGELOG.md", "former names"),
     (r"`[^`]*`", "docs/rfc5059.md", "names of functions and tests, checked where they are declared"),
 ]
 
@@ -67,6 +68,7 @@ ALLOWED = [
 PENDING_TEXTS = [
     (r"\b(Screening|screeningIs|Dice|faults|refuses?)\b", "bench/*", "names of host/ and sim/"),
     (r"reading\.faults", "fuzz/config.cpp", "a name of agent/"),
+    (r"host/Screening\.(h|zet)", "docs/architecture.md", "a file of host/"),
     (r"hold-time|zone-timeout|`refusals`|refusals that were told before", "docs/scenarios.md", "of sim/"),
     (r"hold-time|zone-timeout", "examples/pimbsr.toml", "keys of agent/"),
     (r"(Reading /etc/shadow|Executing a program) \*refused", "tests/install/package.sh", "texts of agent/"),
