@@ -125,13 +125,13 @@ BadText const badTexts[] = {
     {"DeepTables", "a = " + repeated("{a = ", 100000), {1, 85}, tooDeep},
     {"DeepKeys", repeated("a.", 100000) + "a = 1", {1, 8194}, "more than 4096 dots in a line"},
     {"DeepKeysOfALineThatMayBe", repeated("a.", 4096) + "a = 1", {1, 33}, tooDeep},
-    {"DeepHeader", "[" + repeated("a.", 17) + "a]", {1, 34}, tooDeep},
-    {"DeepKeysInListsInListsInDeepKeys", deepest() + repeated("}]\n", 7), {1, 33}, tooDeep},
-    {"DeepKeysInListsThatAreCutOff", deepest(), {16, 1}, "not TOML: "},
-    {"DeepKeysInQuotes", repeated("\"\xc3\xa4\" . ", 17) + "a = 1", {1, 101}, tooDeep},
+    {"DeepHeader", "[" + repeated("a.", 17) + "a]", {1, 1}, tooDeep},
+    {"DeepKeysInListsInListsInDeepKeys", deepest() + repeated("}]", 7), {1, 1}, tooDeep},
+    {"DeepKeysInListsThatAreCutOff", deepest(), {9, 8199}, "not TOML: "},
+    {"DeepKeysInQuotes", repeated("\"\xc3\xa4\" . ", 17) + "a = 1", {1, 97}, tooDeep},
     {"DeepBehindTexts",
      "a = '#' # '\nb = \"\\\"\" # \"\nc = '''\n''''' # '\n" + repeated("d.", 17) + "d = 1",
-     {5, 34},
+     {5, 33},
      tooDeep},
 };
 
