@@ -53,7 +53,7 @@ TEST_F(RpCandidate, StartsWithinTwoSecondsByARandomNumberModulo3) {
   EXPECT_EQ(context.traced("Setting up CRP Adv timer to fire in 2 seconds from now"), 2);
 }
 
-TEST_F(RpCandidate, ACandidateBesideAnElectedBsrAdvertisesOnceAtItsStartAndThenOneEachInterval) {
+TEST_F(RpCandidate, ACandidateBesideAnElectedBsrAdvertisesOnceAtItsStartAndThenEachInterval) {
   engine.electOther(globalZone, "10.0.0.9");
   delays({2});
   addUs({globalZone});
