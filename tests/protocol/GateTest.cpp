@@ -463,12 +463,12 @@ struct Drops : pimbsr::DropListener {
 };
 
 TEST_F(Gate, ADropIsReportedOnceAndAfterItIsCounted) {
-  Drops drops([this] { return counts(); });
-  pimbsr::DropListener::Scope scope(drops);
+  Drops reported([this] { return counts(); });
+  pimbsr::DropListener::Scope scope(reported);
   engine.receive(Bsm{});
-  EXPECT_EQ(drops.all, Texts());
+  EXPECT_EQ(reported.all, Texts());
   engine.receive(Bsm{.source = "192.0.2.2"});
-  EXPECT_EQ(drops.all, Texts({"not-rpf-neighbor, 2/1/1 bsm 2/1/1 rxNbrRpfCheck 1"}));
+  EXPECT_EQ(reported.all, Texts({"not-rpf-neighbor, 2/1/1 bsm 2/1/1 rxNbrRpfCheck 1"}));
 }
 
 TEST_F(Gate, ADropIsReportedToTheInnermostListenerAlone) {
