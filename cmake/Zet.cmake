@@ -3,9 +3,9 @@ find_package(Python3 REQUIRED COMPONENTS Interpreter)
 set(zet_dir ${PROJECT_BINARY_DIR}/zet)
 
 # For each <module>/<Name>.zet: <zet_dir>/<module>/<Name>.zet.h and .zet.cpp, of keys of the configuration
-# file <Name>.keys.h too, and one reference.md over all of them. One command makes all, since a declaration may
-# name the classes of another; it writes only what changed, so a stamp carries the time of the run and the
-# generated files are its by-products.
+# file <Name>.keys.h too, and one reference.md over all of them. One command makes all, since a declaration
+# may name the classes of another; it writes only what changed, so a stamp carries the time of the run and
+# the generated files are its by-products.
 function(pimbsr_generate)
   set(declarations "")
   set(generated "")

@@ -91,6 +91,12 @@ class Reader {
   bool isTable(ConfigValue const& value, std::string_view path);
   template <class Keys, class Struct>
   void readPart(ConfigValue const& value, Struct& into, ConfigPlace const& place);
+  /// Notes where a candidate's table and its interface are.
+  template <class Keys>
+  void noteCandidate(ConfigBlock const& block, ConfigPlace const& place) {
+    reading_.places.add(place, block.at());
+    reading_.places.add(place.at(Keys::interface.name), block.placeOf(Keys::interface));
+  }
   template <class Keys, class Terms>
   void addRanges(ConfigBlock& block, ConfigPlace const& place, RangesRead const& read,
                  host::ByRange<Terms>& ranges, Terms const& terms);
@@ -252,8 +258,7 @@ void Reader::readCandidateBsr(ConfigValue const& value) {
   ConfigPlace place{.part = ConfigPart::candidateBsr, .name = table.interface};
   host::ByRange<host::BsrTerms> discarded;
   auto& ranges = table.interface.empty() ? discarded : router().candidateBsrs[table.interface];
-  reading_.places.add(place, block.at());
-  reading_.places.add(place.at(Keys::interface.name), block.placeOf(Keys::interface));
+  noteCandidate<Keys>(block, place);
   addRanges<Keys>(block, place, rangesOf<Keys>(block, table), ranges, host::BsrTerms(table));
 }
 
@@ -265,8 +270,7 @@ void Reader::readCandidateRp(ConfigValue const& value) {
   ConfigPlace place{.part = ConfigPart::candidateRp, .name = table.interface};
   host::RpTerms discarded;
   host::RpTerms& terms = table.interface.empty() ? discarded : router().candidateRps[table.interface];
-  reading_.places.add(place, block.at());
-  reading_.places.add(place.at(Keys::interface.name), block.placeOf(Keys::interface));
+  noteCandidate<Keys>(block, place);
   addRanges<Keys>(block, place, rangesOf<Keys>(block, table), terms.ranges,
                   std::optional<U64>(table.priority));
   if (block.hasNumber(Keys::cRpAdvPeriod))
