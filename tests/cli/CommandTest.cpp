@@ -17,9 +17,7 @@ using testing::StartsWith;
 
 std::string const example = test::sourceFile("examples/two-scopes.pcap");
 
-TEST(CommandTest, VersionIsThatOfTheProject) {
-  std::string lists = test::fileText(test::sourceFile("CMakeLists.txt"));
-  EXPECT_THAT(lists, HasSubstr(std::string("project(pimbsr VERSION ") + pimbsr::agent::version + " "));
+TEST(CommandTest, VersionIsPrinted) {
   RunResult run = test::command("--version");
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.out, std::string("pimbsr ") + pimbsr::agent::version + "\n");

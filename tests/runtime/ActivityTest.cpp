@@ -137,7 +137,7 @@ TEST_F(Activity, AnExceptionIsReportedAsInASetterAndTheNextIsServed) {
   watch->action = [] { Zet::throwRangeException("late"); };
   watch->redispatch(sm.ptr(), Status::attrAf);
   other->redispatch(sm.ptr(), Status::attrAf);
-  EXPECT_EQ(served(), "af refused1 ");
+  EXPECT_EQ(served(), "af rejected1 ");
   EXPECT_EQ(other->heard, "af ");
 }
 

@@ -193,7 +193,7 @@ struct Pair {
 
   Pair() = default;
   Pair(StrepPos& cur, StrepPos end) {
-    Zet::readStructured(cur, end, "Some::Module::Pair",
+    Zet::readStructured(cur, end, "Some::Unit::Pair",
                         [this](String8 const& name, StrepPos& at, StrepPos stop) {
                           if (name == "a") a = Zet::readStrep<U32>(at, stop);
                           if (name == "b") b = Zet::readStrep<String8>(at, stop);
@@ -203,9 +203,9 @@ struct Pair {
 };
 
 TEST(StructuredText, IsWrittenInTheOrderOfTheCalls) {
-  EXPECT_EQ(Zet::StructuredText("Some::Module::Pair").text(), "Value('Some::Module::Pair', ** {})");
-  EXPECT_EQ(Zet::StructuredText("Some::Module::Pair").attr("a", "1").attr("b", "'x'").text(),
-            "Value('Some::Module::Pair', ** {'a': 1, 'b': 'x'})");
+  EXPECT_EQ(Zet::StructuredText("Some::Unit::Pair").text(), "Value('Some::Unit::Pair', ** {})");
+  EXPECT_EQ(Zet::StructuredText("Some::Unit::Pair").attr("a", "1").attr("b", "'x'").text(),
+            "Value('Some::Unit::Pair', ** {'a': 1, 'b': 'x'})");
 }
 
 TEST(ReadStructured, AttributesAreInAnyOrderMayBeMissingAndTheLastOfARepeatedOneCounts) {
@@ -217,16 +217,16 @@ TEST(ReadStructured, AttributesAreInAnyOrderMayBeMissingAndTheLastOfARepeatedOne
   for (Case c : {Case{"", 7, "none"}, Case{"'a': 1", 1, "none"}, Case{"'b': 'x'", 7, "x"},
                  Case{"'a': 1, 'b': 'x'", 1, "x"}, Case{"'b': 'x', 'a': 1", 1, "x"},
                  Case{"'a': 1, 'a': 2", 2, "none"}}) {
-    Pair pair = strepToValue<Pair>(String8("Value('Some::Module::Pair', ** {") + c.attributes + "})");
+    Pair pair = strepToValue<Pair>(String8("Value('Some::Unit::Pair', ** {") + c.attributes + "})");
     EXPECT_EQ(pair.a, c.a) << c.attributes;
     EXPECT_EQ(pair.b, c.b) << c.attributes;
   }
 }
 
 TEST(ReadStructured, WhiteSpaceIsOptionalWhereTheTokensHaveABlank) {
-  for (char const* text : {"Value('Some::Module::Pair',**{'a':1,'b':'x'})",
-                           " Value ( 'Some::Module::Pair' , ** { 'a' : 1 , 'b' : 'x' } ) ",
-                           "\nValue\t(\n'Some::Module::Pair'\n,\n**\n{\n'a'\n:\n1\n,\n'b'\n:\n'x'\n}\n)\n"}) {
+  for (char const* text : {"Value('Some::Unit::Pair',**{'a':1,'b':'x'})",
+                           " Value ( 'Some::Unit::Pair' , ** { 'a' : 1 , 'b' : 'x' } ) ",
+                           "\nValue\t(\n'Some::Unit::Pair'\n,\n**\n{\n'a'\n:\n1\n,\n'b'\n:\n'x'\n}\n)\n"}) {
     Pair pair = strepToValue<Pair>(text);
     EXPECT_EQ(pair.a, 1u) << text;
     EXPECT_EQ(pair.b, "x") << text;
@@ -241,44 +241,44 @@ TEST(ReadStructured, EachMissingTokenIsNamed) {
   Case cases[] = {
       {"", "needed \" Value\" at column 0"},
       {"Value", "needed \" (\" at column 5"},
-      {"Value('Some::Module::Pear'", "needed \" 'Some::Module::Pair'\" at column 20"},
-      {"Value('Pair', ** {})", "needed \" 'Some::Module::Pair'\" at column 7"},
-      {"Value('Some::Module::Pair' **", "needed \" ,\" at column 25"},
-      {"Value('Some::Module::Pair', *", "needed \" **\" at column 27"},
-      {"Value('Some::Module::Pair', ** 'a'", "needed \" {\" at column 29"},
-      {"Value('Some::Module::Pair', ** {'a' 1", "needed \" : \" at column 34"},
-      {"Value('Some::Module::Pair', ** {'a': 1 'b'", "needed \", \" at column 37"},
-      {"Value('Some::Module::Pair', ** {a", "needed a string in single quotes at column 30"},
-      {"Value('Some::Module::Pair', ** {, 'a': 1})", "needed a string in single quotes at column 30"},
-      {"Value('Some::Module::Pair', ** {'a': 1, })", "needed a string in single quotes at column 38"},
-      {"Value('Some::Module::Pair', ** {'a': 1,", "needed a string in single quotes at column 37"},
-      {"Value('Some::Module::Pair', ** {}", "needed \") \" at column 31"},
+      {"Value('Some::Unit::Pear'", "needed \" 'Some::Unit::Pair'\" at column 20"},
+      {"Value('Pair', ** {})", "needed \" 'Some::Unit::Pair'\" at column 7"},
+      {"Value('Some::Unit::Pair' **", "needed \" ,\" at column 25"},
+      {"Value('Some::Unit::Pair', *", "needed \" **\" at column 27"},
+      {"Value('Some::Unit::Pair', ** 'a'", "needed \" {\" at column 29"},
+      {"Value('Some::Unit::Pair', ** {'a' 1", "needed \" : \" at column 34"},
+      {"Value('Some::Unit::Pair', ** {'a': 1 'b'", "needed \", \" at column 37"},
+      {"Value('Some::Unit::Pair', ** {a", "needed a string in single quotes at column 30"},
+      {"Value('Some::Unit::Pair', ** {, 'a': 1})", "needed a string in single quotes at column 30"},
+      {"Value('Some::Unit::Pair', ** {'a': 1, })", "needed a string in single quotes at column 38"},
+      {"Value('Some::Unit::Pair', ** {'a': 1,", "needed a string in single quotes at column 37"},
+      {"Value('Some::Unit::Pair', ** {}", "needed \") \" at column 31"},
   };
   for (Case const& c : cases) EXPECT_EQ(rangeErrorOf<Pair>(c.text), c.rangeError) << c.text;
 }
 
 TEST(ReadStructured, AnEndWithinTheAttributesIsPremature) {
   for (char const* text :
-       {"Value('Some::Module::Pair', ** {", "Value('Some::Module::Pair', ** {  ",
-        "Value('Some::Module::Pair', ** {'a': 1", "Value('Some::Module::Pair', ** {'a': 1 "}) {
+       {"Value('Some::Unit::Pair', ** {", "Value('Some::Unit::Pair', ** {  ",
+        "Value('Some::Unit::Pair', ** {'a': 1", "Value('Some::Unit::Pair', ** {'a': 1 "}) {
     EXPECT_EQ(rangeErrorOf<Pair>(text), "premature end of value type Pair") << text;
   }
 }
 
 TEST(ReadStructured, AnUnknownAttributeIsNamed) {
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {'a': 1, 'c': 2})"),
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Unit::Pair', ** {'a': 1, 'c': 2})"),
             "Pair has no such attribute: c");
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {'c' 2})"), "needed \" : \" at column 34");
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Unit::Pair', ** {'c' 2})"), "needed \" : \" at column 34");
 }
 
 TEST(ReadStructured, AnErrorInAValueNamesItsAttribute) {
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {'b': 5})"),
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Unit::Pair', ** {'b': 5})"),
             "attribute 'b': needed a string in single quotes at column 35");
 }
 
 TEST(ReadStructured, WhatFollowsTheValueIsJunk) {
-  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Module::Pair', ** {}) x"),
-            "junk at column 33 deserializing Value('Some::Module::Pair', ** {}) x");
+  EXPECT_EQ(rangeErrorOf<Pair>("Value('Some::Unit::Pair', ** {}) x"),
+            "junk at column 33 deserializing Value('Some::Unit::Pair', ** {}) x");
 }
 
 TEST(ReadStructured, ATypeNameWithoutNamespaceMeansItself) {
