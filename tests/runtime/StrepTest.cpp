@@ -258,9 +258,8 @@ TEST(ReadStructured, EachMissingTokenIsNamed) {
 }
 
 TEST(ReadStructured, AnEndWithinTheAttributesIsPremature) {
-  for (char const* text :
-       {"Value('Some::Unit::Pair', ** {", "Value('Some::Unit::Pair', ** {  ",
-        "Value('Some::Unit::Pair', ** {'a': 1", "Value('Some::Unit::Pair', ** {'a': 1 "}) {
+  for (char const* text : {"Value('Some::Unit::Pair', ** {", "Value('Some::Unit::Pair', ** {  ",
+                           "Value('Some::Unit::Pair', ** {'a': 1", "Value('Some::Unit::Pair', ** {'a': 1 "}) {
     EXPECT_EQ(rangeErrorOf<Pair>(text), "premature end of value type Pair") << text;
   }
 }
