@@ -12,6 +12,8 @@ Include = namedtuple("Include", "name place")
 NUMBERS = {"U8": 255, "U16": 65535, "U32": 4294967295, "U64": 18446744073709551615}
 VALUES = ("Text", "Bool", *NUMBERS, "Seconds", "Address", "Prefix", "Json")
 UNITS = {"s": "seconds", "bits": "bits"}
+# What a table shows: for null, for true and for false.
+TEXTS = {"else": "otherwise", "yes": "yes", "no": "no"}
 
 
 class Choice:
@@ -29,7 +31,7 @@ class Field:
         self.type = self.collection = ""  # collection: list or map
         self.others = []  # further choices whose names it may have: (name, place)
         self.null = self.optional = self.defaulted = self.alone = False
-        self.unit = self.column = self.otherwise = self.shown = ""
+        self.unit = self.column = self.otherwise = self.shown = self.yes = self.no = ""
 
 
 class View:
@@ -133,12 +135,12 @@ def option(parser, made):
         made.unit = parser.name("a unit")
     elif parser.accept("column"):
         made.column = parser.need("string", "the head of the column in double quotes").text
-    elif parser.accept("else"):
-        made.otherwise = parser.need("string", "a text in double quotes").text[1:-1]
+    elif word in TEXTS:
+        setattr(made, TEXTS[word], quoted(parser, word))
     elif parser.accept("shown"):
         made.shown = parser.name("a function")
     else:
-        valid = "or null, optional, defaulted, unit, column, else, shown or a sentence in double quotes"
+        valid = "or null, optional, defaulted, unit, column, shown, else, yes, no or a sentence"
         parser.fail(valid)
 
 
@@ -209,7 +211,9 @@ class Views:
         if one.unit and (one.unit not in UNITS or one.type not in NUMBERS):
             raise ZetError(one.place, f"{one.name} can't have the unit {one.unit}",
                            f"a number with one of {', '.join(UNITS)}")
-        if (one.otherwise or one.shown) and not one.column:
+        if (one.yes or one.no) and one.type != "Bool":
+            raise ZetError(one.place, f"{one.name} is neither true nor false", "Bool")
+        if (one.otherwise or one.shown or one.yes or one.no) and not one.column:
             raise ZetError(one.place, f"{one.name} is in no table", "'column' and its head")
         is_deep = one.type in self.views or one.type == "Json" or one.collection == "map"
         if one.column and is_deep and not one.shown:

@@ -18,6 +18,11 @@ SCHEMAS = {"Text": {"type": "string"}, "Bool": {"type": "boolean"}, "Seconds": {
 WORDS = {"Text": "text", "Bool": "true or false", "Seconds": "seconds", "Address": "address",
          "Prefix": "prefix", "Json": "object", **{n: "number" for n in NUMBERS}}
 
+INTRODUCTION = [
+    "The members of each JSON answer, made from the declarations in view/. The JSON Schema of an answer is",
+    "installed in share/pimbsr/schema. An optional member is left out where there is nothing. Later versions",
+    "may add members."]
+
 
 def lower(name):
     return name[0].lower() + name[1:]
@@ -130,6 +135,8 @@ class ViewEmitter:
     def cell(self, one):
         if one.shown:
             return f"{one.shown}(view)"
+        if one.yes or one.no:
+            return f"view.{one.name} ? \"{one.yes or 'yes'}\" : \"{one.no or 'no'}\""
         otherwise = one.otherwise or "-"
         if one.type in self.views.choices:
             return f"shown{one.type}(view.{one.name})"
@@ -142,7 +149,7 @@ class ViewEmitter:
         """Name and text of what is made of all views together; nothing where there is none."""
         views = self.views.views.values()
         found = {f"schema/{made.schema}.json": self.schema(made) for made in views if made.schema}
-        return {**found, "views.md": "\n".join(self.page(views))} if views else {}
+        return {**found, "views.md": "\n".join(self.page(views)).rstrip() + "\n"} if views else {}
 
     def schema(self, made):
         needed = {}
@@ -181,12 +188,13 @@ class ViewEmitter:
     # Pages
 
     def page(self, views):
-        """A table of members for each view, as in docs/control.md."""
-        lines = []
+        """An index of the whole answers, and a table of members for each view."""
+        lines = ["# What is shown", "", *INTRODUCTION, "", "| schema | answer |", "|---|---|"]
+        lines += [f"| `{one.schema}` | [{one.name}](#{one.name.lower()}): {one.doc} |"
+                  for one in views if one.schema] + [""]
         for made in views:
-            answer = f" (`{made.schema}`)" if made.schema else ""
-            lines += [f"#### {made.name}", "", f"{made.doc}{answer}.", "",
-                      "| member | type | meaning |", "|---|---|---|"]
+            lines += [f"## {made.name}", "", f"{made.doc}.", ""]
+            lines += ["| member | type | meaning |", "|---|---|---|"]
             lines += [f"| `{one.name}` | {self.words(one)} | {one.doc} |" for one in made.members()] + [""]
         return lines
 
