@@ -253,7 +253,7 @@ static std::vector<std::string> textsOf(std::string const& file, char const* kin
 view::Reload Daemon::reload() {
   ConfigReading reading = readConfigFile(options_.file);
   view::Reload result{.applied = reading.isSound(),
-                      .faults = textsOf(reading.file, "error", reading.faults),
+                      .errors = textsOf(reading.file, "error", reading.faults),
                       .warnings = textsOf(reading.file, "warning", lint(reading))};
   if (!result.applied) return result;
   result.needsRestart = needRestart(agent_.settings(), reading.settings);
@@ -293,7 +293,7 @@ void Daemon::handleHangup() {
 }
 
 void Daemon::logReload(view::Reload const& result) {
-  for (std::string const& text : result.faults) logLine(text);
+  for (std::string const& text : result.errors) logLine(text);
   for (std::string const& text : result.warnings) logLine(text);
   for (std::string const& key : result.needsRestart)
     logLine(fmt::format("{} takes effect at the next start", key));

@@ -35,13 +35,13 @@ static std::string detailsOfBsr(Event const& event) {
   return text + "; was " + formerOf(event);
 }
 
-static std::string termsOf(RpTerms const& rp) {
-  return fmt::format("priority {}, holdtime {} s{}", rp.priority, rp.holdTime,
+static std::string termsOf(RangeRp const& rp) {
+  return fmt::format("priority {}, holdtime {} s{}", rp.priority, rp.holdtime,
                      rp.bidirectional ? ", bidirectional" : "");
 }
 
 static std::string detailsOfRp(Event const& event) {
-  RpTerms const& rp = *event.rp;
+  RangeRp const& rp = *event.rp;
   std::string text = fmt::format("{} for {}", cellOf(rp.address, "-"), cellOf(rp.range, "-"));
   bool isGone = event.event == keyOf(EventKind::rpRemoved) || event.event == keyOf(EventKind::rpExpired);
   if (!isGone) text += ", " + termsOf(rp);

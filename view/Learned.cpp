@@ -2,32 +2,13 @@
 
 namespace pimbsr::view {
 
-using Routing::Pim::Mode;
-
-std::optional<BsrTerms> termsOf(host::BsrView const& bsr) {
-  if (bsr.address.isEmpty()) return std::nullopt;
-  return BsrTerms{.address = bsr.address, .priority = bsr.priority, .hashMaskLen = bsr.hashMaskLen};
+std::string expiryOf(SetRp const& view) {
+  return view.holdtime == 0 ? "withdrawn" : cellOf(view.expiresIn, "never");
 }
 
-std::optional<RpTerms> termsOf(host::RpView const& rp) {
-  if (rp.address.isEmpty()) return std::nullopt;
-  return RpTerms{.range = rp.range,
-                 .address = rp.address,
-                 .priority = rp.priority,
-                 .holdTime = rp.holdTime,
-                 .bidirectional = rp.mode == Mode::bidir};
-}
-
-host::BsrView bsrOf(BsrTerms const& terms) {
-  return {.address = terms.address, .priority = terms.priority, .hashMaskLen = terms.hashMaskLen};
-}
-
-host::RpView rpOf(RpTerms const& terms) {
-  return {.range = terms.range,
-          .address = terms.address,
-          .priority = terms.priority,
-          .holdTime = terms.holdTime,
-          .mode = terms.bidirectional ? Mode::bidir : Mode::sparse};
+/// One has a name that only its parts explain.
+std::string counterNameOf(Counter const& view) {
+  return view.name == "errCounters" ? "Dropped, by cause" : view.name;
 }
 
 }  // namespace pimbsr::view

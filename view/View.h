@@ -13,8 +13,8 @@
 #include "model/Lanet.h"
 #include "runtime/Types.h"
 
-/// What can be shown, as plain structs. Each is declared once, in a .zet file of this room; from that follow
-/// its JSON, both ways, and its table.
+/// What can be shown, as plain structs. Each is declared once, in a .zet file of this module; its JSON, both
+/// ways, and its table follow from that.
 namespace pimbsr::view {
 
 /// An object keeps its members in the order in which they are added.

@@ -5,6 +5,7 @@
 
 #include "host/Machines.h"
 #include "protocol/BsrCandidateSm.h"
+#include "view/Fill.h"
 
 namespace pimbsr::agent {
 
@@ -134,7 +135,7 @@ bool History::wasOwn(IpGenPrefix const& zone) const {
 }
 
 HistoryEntry History::entryOf(host::Router const& router, Change const& change) const {
-  HistoryEntry entry = blank(static_cast<HistoryKind>(change.kind), change.zone);
+  HistoryEntry entry = blank(view::kindOf(change.kind), change.zone);
   entry.bsr = change.bsr;
   entry.formerBsr = change.formerBsr;
   entry.rp = change.rp;

@@ -4,8 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "view/Fill.h"
 #include "view/Json.h"
-#include "view/Learned.h"
 
 namespace pimbsr::agent {
 
@@ -50,13 +50,9 @@ view::Event viewOf(HistoryEntry const& entry) {
   view::Event shown;
   shown.time = entry.time;
   shown.event = keyOf(entry.kind);
-  shown.zone = entry.zone;
-  shown.bsr = view::termsOf(entry.bsr);
+  view::fillChange(shown, entry);
   if (shown.bsr) shown.own = entry.own;
-  shown.formerBsr = view::termsOf(entry.formerBsr);
   if (shown.formerBsr) shown.formerOwn = entry.formerOwn;
-  shown.rp = view::termsOf(entry.rp);
-  shown.formerRp = view::termsOf(entry.formerRp);
   fillByKind(shown, entry);
   shown.cause = viewOf(entry.cause);
   return shown;

@@ -66,8 +66,8 @@ static view::CandidateBsr viewOf(Observed const& observed, Bsr::BsrCandidate con
   shown.address = candidate.address();
   shown.priority = candidate.priority();
   shown.hashMaskLen = candidate.hashMaskLen();
-  shown.interval = candidate.bsPeriod();
-  shown.state = stateOf(machine);
+  shown.bsPeriod = candidate.bsPeriod();
+  shown.state = view::stateOf(machine);
   shown.elected = machine.elected;
   if (machine.elected) shown.nextMessage = machine.bootstrapTimer;
   return shown;
@@ -118,7 +118,7 @@ static view::CandidateRp viewOf(Observed const& observed, Bsr::RpCandidate const
   view::CandidateRp shown;
   shown.interface = textOf(candidate.intfId());
   shown.address = candidate.address();
-  shown.interval = candidate.interval().value();
+  shown.cRpAdvPeriod = candidate.interval().value();
   for (IpGenPrefix const& range : ranges) shown.ranges.push_back(viewOf(observed, candidate, range));
   return shown;
 }

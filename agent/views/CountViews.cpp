@@ -37,19 +37,11 @@ view::Filter showFilter(Observed const& observed) {
   shown.permitted.assign(permitted.begin(), permitted.end());
   shown.permitsAll =
       std::any_of(permitted.begin(), permitted.end(), [](auto& senders) { return senders.length() == 0; });
-  shown.refused = filteredAdvertisements(observed.drops);
+  shown.dropped = filteredAdvertisements(observed.drops);
   return shown;
 }
 
 // Counters ----------------------------------------------------------------------------------------------
-
-static view::Counter viewOf(host::CounterView const& counter) {
-  view::Counter shown{.name = counter.name, .value = counter.value, .sentence = counter.sentence};
-  for (host::CounterView const& part : counter.parts) {
-    shown.parts.push_back({.name = part.name, .value = part.value});
-  }
-  return shown;
-}
 
 view::Map<view::PacketCounts> viewOf(InterfaceCounts const& counts) {
   view::Map<view::PacketCounts> shown;
@@ -58,7 +50,7 @@ view::Map<view::PacketCounts> viewOf(InterfaceCounts const& counts) {
     if (at == counts.end()) continue;
     PacketCounts const& packets = at->second;
     shown.emplace_back(keyOf(kind), view::PacketCounts{.received = packets.received,
-                                                       .refused = packets.refused,
+                                                       .dropped = packets.refused,
                                                        .sent = packets.sent,
                                                        .sendFailed = packets.sendFailed});
   }
@@ -87,9 +79,7 @@ static view::Timers timersOf(Observed const& observed) {
 view::Counters showCounters(Observed const& observed) {
   view::Counters shown;
   shown.uptime = ago(observed, observed.startTime);
-  for (auto const& counter : host::countersOf(*observed.router.status()->counters())) {
-    shown.counters.push_back(viewOf(counter));
-  }
+  shown.counters = view::viewOf(host::countersOf(*observed.router.status()->counters()));
   shown.traffic = viewOf(observed.traffic);
   shown.timers = timersOf(observed);
   shown.notificationExceptions = observed.router.context().notificationExceptions();
@@ -107,14 +97,14 @@ static view::Drop viewOf(Observed const& observed, DropKey const& key, DropRow c
   view::Drop shown;
   shown.reason = key.reason;
   shown.sentence = row.sentence;
-  shown.kind = keyOf(key.kind);
+  shown.message = keyOf(key.kind);
   if (!key.intf.empty()) shown.interface = key.intf;
   shown.zone = zoneOf(key);
   shown.count = row.count;
   shown.last = {.ago = ago(observed, row.last.time),
                 .sender = row.last.sender,
                 .destination = row.last.destination,
-                .message = summaryOf(key.kind, row.last)};
+                .summary = summaryOf(key.kind, row.last)};
   return shown;
 }
 
@@ -147,8 +137,8 @@ static view::Socket viewOf(ControlStatus const& control) {
                      .clients = counts.clients,
                      .watchers = counts.watchers,
                      .requests = counts.requests,
-                     .refused = counts.refused,
-                     .refusedRequests = counts.refusedRequests,
+                     .rejected = counts.refused,
+                     .rejectedRequests = counts.refusedRequests,
                      .gaveWay = counts.gaveWay,
                      .slow = counts.slow,
                      .silent = counts.silent,
@@ -167,7 +157,7 @@ view::Control showControl(Observed const& observed) {
 
 view::History showHistory(Observed const& observed) {
   view::History shown;
-  shown.mostEntries = observed.history.mostEntries();
+  shown.maxEntries = observed.history.mostEntries();
   shown.wasCleared = observed.history.wasCleared();
   for (HistoryEntry const& entry : observed.history.entries()) {
     shown.entries.push_back(viewOf(entry));

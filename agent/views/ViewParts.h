@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <optional>
 #include <set>
 #include <string>
 
@@ -10,6 +9,7 @@
 #include "host/Machines.h"
 #include "view/Candidates.h"
 #include "view/Counts.h"
+#include "view/Fill.h"
 #include "view/History.h"
 #include "view/Interfaces.h"
 #include "view/Zones.h"
@@ -50,11 +50,6 @@ std::set<std::string> absentOf(Observed const& observed, std::set<std::string> c
 
 /// Counts of an interface by kind of message.
 view::Map<view::PacketCounts> viewOf(InterfaceCounts const& counts);
-
-/// The name of a machine's state; nothing where there is no machine.
-inline std::optional<std::string> stateOf(host::MachineView const& machine) {
-  return machine.state == "-" ? std::nullopt : std::optional(std::string(machine.state));
-}
 
 /// A network value as text; empty for the unset one.
 template <Lanet::NetworkValue Value>

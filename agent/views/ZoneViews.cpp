@@ -9,7 +9,6 @@ namespace pimbsr::agent {
 
 using host::MachineView;
 using host::RangeView;
-using host::RpView;
 using host::ZoneView;
 
 static std::size_t rpCount(ZoneView const& zone) {
@@ -23,10 +22,8 @@ static std::size_t rpCount(ZoneView const& zone) {
 static view::KnownBsr viewOf(Observed const& observed, ZoneView const& zone, MachineView const& machine) {
   std::optional<double> since = observed.history.bsrSince(zone.zone);
   view::KnownBsr shown;
-  shown.address = zone.bsr->address;
+  view::fillTerms(shown, *zone.bsr);
   shown.own = machine.elected;
-  shown.priority = zone.bsr->priority;
-  shown.hashMaskLen = zone.bsr->hashMaskLen;
   if (since) shown.uptime = std::max(0.0, observed.now() - *since);
   // An elected BSR's timer is for its next message; nothing expires.
   if (!shown.own) shown.expiresIn = leftUntil(zone.bsr->expiryTime, observed.now());
@@ -39,7 +36,7 @@ static view::BsrZone bsrOf(Observed const& observed, ZoneView const& zone) {
   shown.zone = zone.zone;
   shown.scoped = zone.zone != observed.router.root()->globalOrNonScopeZone();
   shown.candidate = machine.candidate;
-  shown.state = stateOf(machine);
+  shown.state = view::stateOf(machine);
   if (zone.bsr) shown.bsr = viewOf(observed, zone, machine);
   shown.bootstrapTimer = machine.bootstrapTimer;
   shown.scopeZoneTimer = machine.scopeZoneTimer;
@@ -57,29 +54,12 @@ view::Bsr showBsr(Observed const& observed) {
 
 // The RP set of each zone -------------------------------------------------------------------------------
 
-static view::SetRp viewOf(RpView const& rp, double now) {
-  return {.address = rp.address,
-          .priority = rp.priority,
-          .holdTime = rp.holdTime,
-          .expiresIn = leftUntil(rp.expires, now),
-          .bidirectional = rp.mode == Routing::Pim::Mode::bidir};
-}
-
-static view::SetRange viewOf(RangeView const& range, double now) {
-  view::SetRange shown{.range = range.range};
-  for (RpView const& rp : range.rps) shown.rps.push_back(viewOf(rp, now));
-  return shown;
-}
-
 view::RpSet showRpSet(Observed const& observed) {
   view::RpSet shown;
   for (ZoneView const& zone : host::zonesOf(observed.router)) {
     view::SetZone& set = shown.zones.emplace_back();
-    set.zone = zone.zone;
-    if (zone.bsr) set.bsr = zone.bsr->address;
-    if (zone.bsr) set.hashMaskLen = zone.bsr->hashMaskLen;
+    view::fillZone(set, zone, observed.now());
     set.rps = rpCount(zone);
-    for (RangeView const& range : zone.rpSet) set.ranges.push_back(viewOf(range, observed.now()));
   }
   return shown;
 }

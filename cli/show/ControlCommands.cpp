@@ -120,7 +120,7 @@ static void writeLines(std::ostream& out, std::vector<std::string> const& lines,
 ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
     auto result = view::readView<view::Reload>(ask(socket, {{"command", "reload"}}));
-    writeLines(err, result.faults);
+    writeLines(err, result.errors);
     writeLines(err, result.warnings);
     writeLines(out, result.needsRestart, " takes effect at the next start");
     if (result.applied) {

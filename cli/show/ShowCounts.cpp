@@ -14,8 +14,8 @@ void writeShown(std::ostream& out, view::Filter const& view) {
   if (!view.permitsAll) {
     for (auto const& prefix : view.permitted) out << fmt::format("  {}\n", view::cellOf(prefix, "-"));
   }
-  out << fmt::format("Sender lists: {}. Refused since the last clear: {}.\n",
-                     view::listsOf(view.lists, view.absentLists), countOf(view.refused, "advertisement"));
+  out << fmt::format("Sender lists: {}. Dropped since the last clear: {}.\n",
+                     view::listsOf(view.lists, view.absentLists), countOf(view.dropped, "advertisement"));
 }
 
 // Counters --------------------------------------------------------------------------------------------
@@ -75,7 +75,7 @@ static void writeKernelLosses(std::ostream& out, Zet::U64 lost) {
 void writeShown(std::ostream& out, view::Drops const& view) {
   writeKernelLosses(out, view.kernelLost);
   if (view.drops.empty()) {
-    out << "No message was refused since the last clear.\n";
+    out << "No message was dropped since the last clear.\n";
     return;
   }
   std::map<std::string, std::string> sentences;
@@ -84,7 +84,7 @@ void writeShown(std::ostream& out, view::Drops const& view) {
     sentences[drop.reason] = drop.sentence;
     table.add(joined(cellsOf(drop), cellsOf(drop.last)));
   }
-  out << "Refused messages\n";
+  out << "Dropped messages\n";
   table.write(out, 2);
   out << "\nWhy\n";
   Table why({"reason", "meaning"});

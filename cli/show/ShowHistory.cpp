@@ -10,7 +10,7 @@ void writeShown(std::ostream& out, view::History const& view) {
     return;
   }
   out << fmt::format("The last {}, the newest at the end (at most {} are kept)\n",
-                     countOf(view.entries.size(), "change"), view.mostEntries);
+                     countOf(view.entries.size(), "change"), view.maxEntries);
   tableOf(view.entries).write(out, 2);
 }
 

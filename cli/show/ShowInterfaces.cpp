@@ -9,10 +9,10 @@ namespace pimbsr::cli {
 
 void writeShown(std::ostream& out, view::Neighbors const& view) {
   if (view.neighbors.empty()) {
-    out << "No PIM neighbour is known on any interface.\n";
+    out << "No PIM neighbor is known on any interface.\n";
     return;
   }
-  out << "PIM neighbours (the highest DR priority wins, then the highest address)\n";
+  out << "PIM neighbors (the highest DR priority wins, then the highest address)\n";
   tableOf(view.neighbors).write(out, 2);
 }
 
@@ -23,7 +23,7 @@ static view::PacketCounts sumOf(view::Map<view::PacketCounts> const& kinds) {
   view::PacketCounts sum;
   for (auto const& [kind, counts] : kinds) {
     sum.received += counts.received;
-    sum.refused += counts.refused;
+    sum.dropped += counts.dropped;
     sum.sent += counts.sent;
     sum.sendFailed += counts.sendFailed;
   }

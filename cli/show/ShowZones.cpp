@@ -60,7 +60,7 @@ void writeShown(std::ostream& out, view::Bsr const& view) {
 
 static void writeZoneRps(std::ostream& out, view::SetZone const& zone) {
   Table table(joined(view::headOf<view::SetRange>(), view::headOf<view::SetRp>()));
-  for (view::SetRange const& range : zone.ranges) addGroup(table, cellsOf(range), range.rps);
+  for (view::SetRange const& range : zone.rpSet) addGroup(table, cellsOf(range), range.rps);
   table.write(out, 2);
 }
 
@@ -69,7 +69,7 @@ void writeShown(std::ostream& out, view::RpSet const& view) {
   for (view::SetZone const& zone : view.zones) {
     if (zone.rps == 0) continue;
     if (!std::exchange(isFirst, false)) out << '\n';
-    std::string bsr = zone.bsr.isEmpty() ? "no BSR" : "BSR " + cellOf(zone.bsr, "-");
+    std::string bsr = zone.bsr ? "BSR " + cellOf(zone.bsr->address, "-") : "no BSR";
     out << fmt::format("Zone {}, {}, {} (lower priority wins)\n", cellOf(zone.zone, "-"), bsr,
                        entriesOf(zone.rps));
     writeZoneRps(out, zone);

@@ -7,6 +7,7 @@
 #include "agent/account/HistoryJson.h"
 #include "agent/base/RequestError.h"
 #include "agent/control/ControlProtocol.h"
+#include "tests/agent/Answers.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {
@@ -17,9 +18,13 @@ using Json = nlohmann::ordered_json;
 
 class ViewsTest : public ObservedRouter {
  protected:
-  Json view(std::string const& what) { return pimbsr::agent::show(observed(), what); }
+  Json view(std::string const& what) { return kept(what, pimbsr::agent::show(observed(), what)); }
   Json viewOfGroup(std::string const& group) {
-    return pimbsr::agent::show(observed(), "rp", addr(group).v4Addr());
+    return kept("rp", pimbsr::agent::show(observed(), "rp", addr(group).v4Addr()));
+  }
+  static Json kept(std::string const& what, Json answer) {
+    keepAnswer("show-" + what, answer);
+    return answer;
   }
   /// Expects a view as it is written here; the order of members counts.
   void expect(Json const& shown, std::string const& written) {
@@ -67,11 +72,11 @@ TEST_F(ViewsTest, FollowedBsrIsToldWithItsTimers) {
   run(12.3456);
   expect(view("bsr"), R"({"zones": [
     {"zone": "224.0.0.0/4", "scoped": false, "candidate": false, "state": "Accept Preferred",
-     "bsr": {"address": "10.0.0.1", "own": false, "priority": 10, "hashMaskLen": 30, "uptime": 12.346,
+     "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30, "own": false, "uptime": 12.346,
              "expiresIn": 117.654},
      "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 2, "rps": 3},
     {"zone": "239.255.0.0/16", "scoped": true, "candidate": false, "state": "Accept Preferred",
-     "bsr": {"address": "10.0.0.7", "own": false, "priority": 10, "hashMaskLen": 30, "uptime": 12.346,
+     "bsr": {"address": "10.0.0.7", "priority": 10, "hashMaskLen": 30, "own": false, "uptime": 12.346,
              "expiresIn": 117.654},
      "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 0, "rps": 0}]})");
 }
@@ -129,14 +134,15 @@ TEST_F(ViewsTest, RpSetIsToldByZoneAndRange) {
   learn();
   run(10);
   expect(view("rp-set"), R"({"zones": [
-    {"zone": "224.0.0.0/4", "bsr": "10.0.0.1", "hashMaskLen": 30, "rps": 3, "ranges": [
+    {"zone": "224.0.0.0/4", "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "rpSet": [
       {"range": "224.0.0.0/4", "rps": [
-        {"address": "10.0.0.4", "priority": 1, "holdTime": 90, "expiresIn": 80.0, "bidirectional": true}]},
+        {"address": "10.0.0.4", "priority": 1, "holdtime": 90, "bidirectional": true, "expiresIn": 80.0}]},
       {"range": "239.1.0.0/16", "rps": [
-        {"address": "10.0.0.2", "priority": 5, "holdTime": 150, "expiresIn": 140.0, "bidirectional": false},
-        {"address": "10.0.0.3", "priority": 5, "holdTime": 150, "expiresIn": 140.0,
-         "bidirectional": false}]}]},
-    {"zone": "239.255.0.0/16", "bsr": "10.0.0.7", "hashMaskLen": 30, "rps": 0, "ranges": []}]})");
+        {"address": "10.0.0.2", "priority": 5, "holdtime": 150, "bidirectional": false, "expiresIn": 140.0},
+        {"address": "10.0.0.3", "priority": 5, "holdtime": 150, "bidirectional": false,
+         "expiresIn": 140.0}]}], "rps": 3},
+    {"zone": "239.255.0.0/16", "bsr": {"address": "10.0.0.7", "priority": 10, "hashMaskLen": 30}, "rpSet": [],
+     "rps": 0}]})");
 }
 
 // Which RP serves a group -----------------------------------------------------------------------------
@@ -200,7 +206,7 @@ TEST_F(ViewsTest, CandidaciesAreToldWithTheirBsr) {
   EXPECT_EQ(bsr["state"], "Elected-BSR");
   EXPECT_GT(bsr["nextMessage"], 0.0);
   EXPECT_EQ(bsr["priority"], 64);
-  EXPECT_EQ(bsr["interval"], 60);
+  EXPECT_EQ(bsr["bsPeriod"], 60);
   Json rp = shown["rp"][0];
   EXPECT_EQ(rp["address"], "192.0.2.9");
   EXPECT_EQ(rp["ranges"][0]["bsr"], "192.0.2.9");
@@ -218,7 +224,7 @@ TEST_F(ViewsTest, RangeThatNoZoneWithABsrCoversIsAdvertisedNowhere) {
   configure();
   run(10);
   expect(view("candidates")["rp"],
-         R"([{"interface": "eth0", "address": "192.0.2.9", "interval": 60, "ranges": [
+         R"([{"interface": "eth0", "address": "192.0.2.9", "cRpAdvPeriod": 60, "ranges": [
     {"range": "239.8.0.0/16", "priority": 10, "zone": null, "bsr": null, "nextAdvertisement": null}]}])");
 }
 
@@ -283,7 +289,7 @@ TEST_F(ViewsTest, InterfaceIsToldWithItsLinkAndItsPackets) {
     "addresses": ["198.51.100.9/24", "198.51.100.10/24"], "mtu": 9000, "drPriority": 7, "helloInterval": 30,
     "dr": "198.51.100.9", "ownDr": true, "neighbors": 1, "generationId": )" +
                    std::to_string(generation) +
-                   R"(, "traffic": {"hello": {"received": 1, "refused": 0, "sent": 0, "sendFailed": 0}},
+                   R"(, "traffic": {"hello": {"received": 1, "dropped": 0, "sent": 0, "sendFailed": 0}},
     "queues": [{"kind": "neighbor", "queues": 1, "received": 1, "lost": 2},
                {"kind": "shared", "queues": 0, "received": 0, "lost": 0}],
     "lastSendError": "Network is down"})");
@@ -323,7 +329,7 @@ TEST_F(ViewsTest, BordersOfRangesAndListsAreTold) {
 
 TEST_F(ViewsTest, FilterTellsWhoIsPermittedAndHowManyWereNot) {
   expect(view("filter"), R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"],
-    "permitsAll": true, "refused": 0})");
+    "permitsAll": true, "dropped": 0})");
   settings.router.accessLists["senders"][10] = {Acl::Action::permit, {}};
   settings.router.accessLists["senders"][10].filter.source = addr("10.0.0.0").v4Addr();
   settings.router.accessLists["senders"][10].filter.sourceMask = addr("255.0.0.0").v4Addr();
@@ -332,7 +338,7 @@ TEST_F(ViewsTest, FilterTellsWhoIsPermittedAndHowManyWereNot) {
   EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "sender-filter");
   expect(view("filter"),
          R"({"lists": ["nolist", "senders"], "absentLists": ["nolist"], "permitted": ["10.0.0.0/8"],
-    "permitsAll": false, "refused": 1})");
+    "permitsAll": false, "dropped": 1})");
 }
 
 // Counts ----------------------------------------------------------------------------------------------
@@ -361,10 +367,10 @@ TEST_F(ViewsTest, DropsTellTheLastMessage) {
   receive(packetOf(Bsm{.groups = {{"239.1.0.0/16", {{"10.0.0.2"}}, scopedFlag}}, .source = "192.0.2.9"}));
   run(3.5);
   expect(view("drops"), R"({"drops": [{"reason": "own-address",
-    "sentence": "The message was sent from one of this router's own addresses.", "kind": "bsm",
-    "interface": "eth0", "zone": "239.1.0.0/16", "count": 1, "last": {"ago": 3.5, "sender": "192.0.2.9",
+    "sentence": "The message was sent from one of this router's own addresses.", "count": 1,
+    "message": "bsm", "interface": "eth0", "zone": "239.1.0.0/16", "last": {"ago": 3.5, "sender": "192.0.2.9",
     "destination": "224.0.0.13",
-    "message": "BSM of 10.0.0.1, priority 10, hash mask length 30, tag 0x0001, 1 group range"}}],
+    "summary": "BSM of 10.0.0.1, priority 10, hash mask length 30, tag 0x0001, 1 group range"}}],
     "kernelLost": 0})");
 }
 
@@ -385,7 +391,7 @@ TEST_F(ViewsTest, HistoryTellsTheOldestFirst) {
     "ago": 7.0})");
   EXPECT_EQ(shown["entries"][1]["rps"],
             Json::parse(R"({"added": 3, "updated": 0, "removed": 0, "expired": 0})"));
-  EXPECT_EQ(shown["mostEntries"], 256);
+  EXPECT_EQ(shown["maxEntries"], 256);
   EXPECT_EQ(shown["wasCleared"], false);
   history.clear();
   EXPECT_EQ(view("history")["wasCleared"], true);
@@ -423,8 +429,9 @@ TEST_F(ViewsTest, ControlShowsEachSocketWithItsCountsAndUsers) {
                                .silent = 6,
                                .failed = 7},
                     .users = {{.uid = 1001, .clients = 3, .watchers = 1, .unread = 2}}}};
-  expect(pimbsr::agent::show(seen, "control"), R"({"sockets": [{"socket": "/run/a.sock", "readOnly": true,
-    "clients": 3, "watchers": 1, "requests": 9, "refused": 2, "refusedRequests": 8, "gaveWay": 4, "slow": 5,
+  expect(kept("control", pimbsr::agent::show(seen, "control")),
+         R"({"sockets": [{"socket": "/run/a.sock", "readOnly": true,
+    "clients": 3, "watchers": 1, "requests": 9, "rejected": 2, "rejectedRequests": 8, "gaveWay": 4, "slow": 5,
     "silent": 6, "failed": 7, "users": [{"uid": 1001, "clients": 3, "watchers": 1, "unread": 2}]}]})");
 }
 

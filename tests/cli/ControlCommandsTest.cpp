@@ -76,7 +76,7 @@ TEST(ControlCommandsTest, EachCommandAsksForWhatItIsTold) {
   };
   for (Case const& c : cases) {
     FakeAgent agent(answerLine(
-        Json::parse(R"({"applied":true,"faults":[],"warnings":[],"needsRestart":[],"text":"t"})")));
+        Json::parse(R"({"applied":true,"errors":[],"warnings":[],"needsRestart":[],"text":"t"})")));
     RunResult run = runAt(agent, c.line);
     EXPECT_EQ(run.code, 0) << c.line << run.err;
     EXPECT_EQ(run.err, "") << c.line;
@@ -222,7 +222,7 @@ TEST(ControlCommandsTest, ClearAndTraceSayWhatWasDone) {
 
 TEST(ControlCommandsTest, ReloadWritesWarningsAndWhatTakesEffectAtTheNextStart) {
   FakeAgent agent(answerLine({{"applied", true},
-                              {"faults", Json::array()},
+                              {"errors", Json::array()},
                               {"warnings", {"pimbsr.toml:3:1: warning: hash mask length 0"}},
                               {"needsRestart", {"control.socket", "state.directory"}}}));
   RunResult run = runAt(agent, "reload");
@@ -236,7 +236,7 @@ TEST(ControlCommandsTest, ReloadWritesWarningsAndWhatTakesEffectAtTheNextStart) 
 
 TEST(ControlCommandsTest, ReloadOfAFaultyFileWritesEveryFault) {
   FakeAgent agent(answerLine({{"applied", false},
-                              {"faults", {"pimbsr.toml:3:1: error: one", "pimbsr.toml: error: two"}},
+                              {"errors", {"pimbsr.toml:3:1: error: one", "pimbsr.toml: error: two"}},
                               {"warnings", Json::array()},
                               {"needsRestart", Json::array()}}));
   RunResult run = runAt(agent, "reload");

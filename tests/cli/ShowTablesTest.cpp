@@ -98,17 +98,19 @@ Zone 224.0.0.0/4, global
 
 TEST(ShowTablesTest, RpSetIsATablePerZone) {
   EXPECT_EQ(shown("rp-set", R"({"zones": [
-    {"zone": "224.0.0.0/4", "bsr": "10.0.0.1", "hashMaskLen": 30, "rps": 3, "ranges": [
+    {"zone": "224.0.0.0/4", "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "rps": 3,
+     "rpSet": [
       {"range": "224.0.0.0/4", "rps": [
-        {"address": "10.0.0.4", "priority": 1, "holdTime": 90, "expiresIn": 80.0, "bidirectional": true}]},
+        {"address": "10.0.0.4", "priority": 1, "holdtime": 90, "expiresIn": 80.0, "bidirectional": true}]},
       {"range": "239.1.0.0/16", "rps": [
-        {"address": "10.0.0.2", "priority": 5, "holdTime": 150, "expiresIn": 140.0, "bidirectional": false},
-        {"address": "10.0.0.30", "priority": 192, "holdTime": 0, "expiresIn": 0.0,
+        {"address": "10.0.0.2", "priority": 5, "holdtime": 150, "expiresIn": 140.0, "bidirectional": false},
+        {"address": "10.0.0.30", "priority": 192, "holdtime": 0, "expiresIn": 0.0,
          "bidirectional": false}]}]},
-    {"zone": "239.2.0.0/16", "bsr": "10.0.0.7", "hashMaskLen": 30, "rps": 0, "ranges": []},
-    {"zone": "239.255.0.0/16", "bsr": null, "hashMaskLen": null, "rps": 1, "ranges": [
+    {"zone": "239.2.0.0/16", "bsr": {"address": "10.0.0.7", "priority": 10, "hashMaskLen": 30}, "rps": 0,
+     "rpSet": []},
+    {"zone": "239.255.0.0/16", "bsr": null, "rps": 1, "rpSet": [
       {"range": "239.255.0.0/16", "rps": [
-        {"address": "10.0.0.2", "priority": 5, "holdTime": 150, "expiresIn": 40.0,
+        {"address": "10.0.0.2", "priority": 5, "holdtime": 150, "expiresIn": 40.0,
          "bidirectional": false}]}]}]})"),
             R"(
 Zone 224.0.0.0/4, BSR 10.0.0.1, 3 entries (lower priority wins)
@@ -172,11 +174,11 @@ Group ranges that cover it, the longest first
 TEST(ShowTablesTest, CandidaciesAreTwoTables) {
   EXPECT_EQ(shown("candidates", R"({"bsr": [
     {"zone": "224.0.0.0/4", "interface": "eth0", "address": "192.0.2.9", "priority": 64, "hashMaskLen": 30,
-     "interval": 60, "state": "Elected-BSR", "elected": true, "nextMessage": 5.0},
+     "bsPeriod": 60, "state": "Elected-BSR", "elected": true, "nextMessage": 5.0},
     {"zone": "239.4.0.0/16", "interface": "eth0", "address": "192.0.2.9", "priority": 9, "hashMaskLen": 4,
-     "interval": 100, "state": "Candidate-BSR", "elected": false, "nextMessage": null}],
+     "bsPeriod": 100, "state": "Candidate-BSR", "elected": false, "nextMessage": null}],
     "idleBsr": [{"interface": "eth7", "because": "there is no such interface"}],
-    "rp": [{"interface": "eth0", "address": "192.0.2.9", "interval": 60, "ranges": [
+    "rp": [{"interface": "eth0", "address": "192.0.2.9", "cRpAdvPeriod": 60, "ranges": [
       {"range": "239.8.0.0/16", "priority": 10, "zone": "224.0.0.0/4", "bsr": "10.0.0.1",
        "nextAdvertisement": 48.0},
       {"range": "239.9.0.0/16", "priority": null, "zone": null, "bsr": null, "nextAdvertisement": null},
@@ -184,16 +186,16 @@ TEST(ShowTablesTest, CandidaciesAreTwoTables) {
     "idleRp": []})"),
             R"(
 Candidate BSR (higher priority wins)
-  zone          interface  address    priority  hash mask length  interval  state          next message
-  224.0.0.0/4   eth0       192.0.2.9        64                30      60 s  Elected-BSR           5.0 s
-  239.4.0.0/16  eth0       192.0.2.9         9                 4     100 s  Candidate-BSR             -
+  zone          interface  address    priority  hash mask length  BS_Period  state          next message
+  224.0.0.0/4   eth0       192.0.2.9        64                30       60 s  Elected-BSR           5.0 s
+  239.4.0.0/16  eth0       192.0.2.9         9                 4      100 s  Candidate-BSR             -
   eth7 waits: there is no such interface
 
 Candidate RP (lower priority wins)
-  interface  address    interval  group range    priority  next advertisement  to BSR
-  eth0       192.0.2.9      60 s  239.8.0.0/16         10              48.0 s  10.0.0.1
-                                  239.9.0.0/16          -                   -  none: it has no priority
-                                  239.10.0.0/16        10                   -  none known
+  interface  address    C_RP_Adv_Period  group range    priority  next advertisement  to BSR
+  eth0       192.0.2.9             60 s  239.8.0.0/16         10              48.0 s  10.0.0.1
+                                         239.9.0.0/16          -                   -  none: it has no priority
+                                         239.10.0.0/16        10                   -  none known
 )");
 }
 
@@ -215,12 +217,12 @@ TEST(ShowTablesTest, NeighborsAreATable) {
     {"interface": "eth1", "address": "198.51.100.200", "drPriority": 4294967295, "dr": true,
      "generationId": 2882400018, "expiresIn": null, "secondaryAddresses": []}]})"),
             R"(
-PIM neighbours (the highest DR priority wins, then the highest address)
+PIM neighbors (the highest DR priority wins, then the highest address)
   interface  address         DR priority  DR   generation ID  expires in  other addresses
-  eth0       192.0.2.1       none told    no   0x00000007     1m 40s      192.0.2.2, 192.0.2.3
+  eth0       192.0.2.1       not sent     no   0x00000007     1m 40s      192.0.2.2, 192.0.2.3
   eth1       198.51.100.200  4294967295   yes  0xabcdef12     never       none
 )");
-  EXPECT_EQ(shown("neighbors", R"({"neighbors": []})"), "\nNo PIM neighbour is known on any interface.\n");
+  EXPECT_EQ(shown("neighbors", R"({"neighbors": []})"), "\nNo PIM neighbor is known on any interface.\n");
 }
 
 TEST(ShowTablesTest, InterfacesAreToldWithTheirPackets) {
@@ -228,19 +230,19 @@ TEST(ShowTablesTest, InterfacesAreToldWithTheirPackets) {
     {"interface": "eth0", "state": "up", "address": "192.0.2.9", "addresses": ["192.0.2.9/24"], "mtu": 1500,
      "drPriority": 1, "helloInterval": 30, "dr": "192.0.2.9", "ownDr": true, "neighbors": 1,
      "nextHello": 18.0, "generationId": 65538, "traffic": {
-       "bsm": {"received": 3, "refused": 1, "sent": 7, "sendFailed": 2},
-       "hello": {"received": 10, "refused": 0, "sent": 5, "sendFailed": 0}}},
+       "bsm": {"received": 3, "dropped": 1, "sent": 7, "sendFailed": 2},
+       "hello": {"received": 10, "dropped": 0, "sent": 5, "sendFailed": 0}}},
     {"interface": "eth7", "state": "missing", "address": null, "addresses": [], "mtu": null, "drPriority": 1,
      "helloInterval": 30, "dr": null, "ownDr": false, "neighbors": 0, "nextHello": null, "generationId": null,
      "traffic": {}}]})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
-  interface  state    address     MTU  DR                       own DR priority  neighbours  next Hello
-  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)                1           1      18.0 s
-  eth7       missing  -             -  -                                      1           0           -
+  interface  state    address     MTU  DR                       own DR priority  neighbors  next Hello
+  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s
+  eth7       missing  -             -  -                                      1          0           -
 
 Packets
-  interface  received  refused  sent  not sent
+  interface  received  dropped  sent  not sent
   eth0             13        1    12         2
   eth7              0        0     0         0
 )");
@@ -259,11 +261,11 @@ TEST(ShowTablesTest, InterfacesShowTheirReceiveQueuesAndWhatCouldNotBeSent) {
      "lastSendError": null}})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
-  interface  state  address     MTU  DR                       own DR priority  neighbours  next Hello
-  eth0       up     192.0.2.9  1500  192.0.2.9 (this router)                1           1      18.0 s
+  interface  state  address     MTU  DR                       own DR priority  neighbors  next Hello
+  eth0       up     192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s
 
 Packets
-  interface  received  refused  sent  not sent
+  interface  received  dropped  sent  not sent
   eth0              0        0     0         0
 
 Receive queues
@@ -298,18 +300,18 @@ Group ranges whose Bootstrap Messages don't cross an interface
 TEST(ShowTablesTest, FilterNamesWhoIsPermitted) {
   EXPECT_EQ(shown("filter",
                   R"({"lists": ["a", "b"], "absentLists": ["a"], "permitted": ["10.0.0.0/8", "192.0.2.0/24"],
-    "permitsAll": false, "refused": 1})"),
+    "permitsAll": false, "dropped": 1})"),
             R"(
 Candidate-RP-Advertisements are taken from senders in
   10.0.0.0/8
   192.0.2.0/24
-Sender lists: a (not there), b. Refused since the last clear: 1 advertisement.
+Sender lists: a (not there), b. Dropped since the last clear: 1 advertisement.
 )");
   EXPECT_EQ(
       shown("filter", R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true,
-    "refused": 0})"),
+    "dropped": 0})"),
       "\nCandidate-RP-Advertisements are taken from every sender.\n"
-      "Sender lists: none. Refused since the last clear: 0 advertisements.\n");
+      "Sender lists: none. Dropped since the last clear: 0 advertisements.\n");
 }
 
 TEST(ShowTablesTest, CountersAreToldWithoutThoseThatAre0) {
@@ -319,11 +321,11 @@ TEST(ShowTablesTest, CountersAreToldWithoutThoseThatAre0) {
     {"name": "errCounters", "value": 3, "sentence": "Refusals by cause", "parts": [
       {"name": "rxFilter", "value": 0}, {"name": "rxInvalid", "value": 3}]}],
     "traffic": [
-      {"interface": null, "packets": {"crpAdv": {"received": 0, "refused": 0, "sent": 4, "sendFailed": 1}}},
+      {"interface": null, "packets": {"crpAdv": {"received": 0, "dropped": 0, "sent": 4, "sendFailed": 1}}},
       {"interface": "eth0", "packets": {
-        "bsm": {"received": 100, "refused": 1, "sent": 0, "sendFailed": 0},
-        "notPim": {"received": 2, "refused": 0, "sent": 0, "sendFailed": 0},
-        "unread": {"received": 9, "refused": 9, "sent": 0, "sendFailed": 0}}}],
+        "bsm": {"received": 100, "dropped": 1, "sent": 0, "sendFailed": 0},
+        "notPim": {"received": 2, "dropped": 0, "sent": 0, "sendFailed": 0},
+        "unread": {"received": 9, "dropped": 9, "sent": 0, "sendFailed": 0}}}],
     "timers": {"armed": 1, "served": 77, "meanLateness": 0.0, "worstLateness": 0.25},
     "notificationExceptions": 2})"),
             R"(
@@ -333,11 +335,11 @@ The engine caught 2 exceptions inside; that is a fault of this program.
 Bootstrap messages and advertisements, without those that are 0
   counter            count  what it counts
   rx                    12  Messages that arrived
-  Refused, by cause      3  Refusals by cause
+  Dropped, by cause      3  Refusals by cause
     rxInvalid            3
 
 Packets
-  interface  kind           received  refused  sent  not sent
+  interface  kind           received  dropped  sent  not sent
   by route   C-RP-Adv              0        0     4         1
   eth0       BSM                 100        1     0         0
              not PIM               2        0     0         0
@@ -360,17 +362,17 @@ Packets: none yet
 
 TEST(ShowTablesTest, DropsAreToldWithTheirMeaning) {
   EXPECT_EQ(shown("drops", R"({"drops": [
-    {"reason": "checksum", "sentence": "The PIM checksum is wrong.", "kind": "malformed", "interface": "eth0",
-     "zone": null, "count": 12, "last": {"ago": 12.0, "sender": "192.0.2.1", "destination": "224.0.0.13",
-     "message": "PIM message that can't be read"}},
-    {"reason": "own-address", "sentence": "It is our own.", "kind": "bsm", "interface": "eth0",
+    {"reason": "checksum", "sentence": "The PIM checksum is wrong.", "message": "malformed",
+     "interface": "eth0", "zone": null, "count": 12, "last": {"ago": 12.0, "sender": "192.0.2.1",
+     "destination": "224.0.0.13", "summary": "PIM message that can't be read"}},
+    {"reason": "own-address", "sentence": "It is our own.", "message": "bsm", "interface": "eth0",
      "zone": "239.255.0.0/16", "count": 1, "last": {"ago": 3600, "sender": "192.0.2.9",
-     "destination": "224.0.0.13", "message": "BSM of 10.0.0.1"}},
-    {"reason": "own-address", "sentence": "It is our own.", "kind": "bsm", "interface": "eth0",
+     "destination": "224.0.0.13", "summary": "BSM of 10.0.0.1"}},
+    {"reason": "own-address", "sentence": "It is our own.", "message": "bsm", "interface": "eth0",
      "zone": "other", "count": 1, "last": {"ago": 1, "sender": "192.0.2.9",
-     "destination": "224.0.0.13", "message": "BSM of 10.0.0.2"}}]})"),
+     "destination": "224.0.0.13", "summary": "BSM of 10.0.0.2"}}]})"),
             R"(
-Refused messages
+Dropped messages
   reason       interface  zone            count  last        from       last message
   checksum     eth0       -                  12  12.0 s ago  192.0.2.1  PIM message that can't be read
   own-address  eth0       239.255.0.0/16      1  1h 00m ago  192.0.2.9  BSM of 10.0.0.1
@@ -383,8 +385,8 @@ Why
 )");
   EXPECT_EQ(shown("drops", R"({"drops": [], "kernelLost": 1})"),
             "\nThe kernel lost 1 packet whose receive buffer was full; \"pimbsr show interfaces\" has the "
-            "queues.\nNo message was refused since the last clear.\n");
-  EXPECT_EQ(shown("drops", R"({"drops": []})"), "\nNo message was refused since the last clear.\n");
+            "queues.\nNo message was dropped since the last clear.\n");
+  EXPECT_EQ(shown("drops", R"({"drops": []})"), "\nNo message was dropped since the last clear.\n");
 }
 
 // History ---------------------------------------------------------------------------------------------
@@ -392,7 +394,7 @@ Why
 /// The details and the cause of one entry, as the last two columns say them.
 std::string detailsOf(std::string const& members) {
   std::string text =
-      shown("history", R"({"mostEntries": 256, "wasCleared": false, "entries": [{"time": 1000000000, "ago": 1,
+      shown("history", R"({"maxEntries": 256, "wasCleared": false, "entries": [{"time": 1000000000, "ago": 1,
     "zone": "239.0.0.0/8", )" +
                            members + "}]}");
   std::string line = text.substr(0, text.size() - 1);
@@ -402,7 +404,7 @@ std::string detailsOf(std::string const& members) {
 
 TEST(ShowTablesTest, HistoryIsATable) {
   setenv("TZ", "UTC", 1);
-  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "wasCleared": false, "entries": [
+  EXPECT_EQ(shown("history", R"({"maxEntries": 256, "wasCleared": false, "entries": [
     {"time": 1000000000.25, "event": "bsrLost", "zone": "224.0.0.0/4",
      "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": false,
      "cause": {"kind": "message", "message": "bsm", "sender": "192.0.2.1", "interface": "eth0"},
@@ -416,9 +418,9 @@ The last 2 changes, the newest at the end (at most 256 are kept)
   2001-09-09 01:46:40  1d 01h  224.0.0.0/4     BSR lost  10.0.0.1                BSM from 192.0.2.1 on eth0
   2001-09-10 02:47:41   0.5 s  239.255.0.0/16  RP set    7 added: 10.0.0.2, ...  timer
 )");
-  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "wasCleared": false, "entries": []})"),
+  EXPECT_EQ(shown("history", R"({"maxEntries": 256, "wasCleared": false, "entries": []})"),
             "\nNothing has happened yet.\n");
-  EXPECT_EQ(shown("history", R"({"mostEntries": 256, "wasCleared": true, "entries": []})"),
+  EXPECT_EQ(shown("history", R"({"maxEntries": 256, "wasCleared": true, "entries": []})"),
             "\nNothing has happened since the last clear.\n");
 }
 
@@ -436,9 +438,9 @@ TEST(ShowTablesTest, EachKindOfChangeHasItsWords) {
   std::string const taken =
       R"("bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": false, )";
   std::string const rp = R"("rp": {"range": "239.1.0.0/16", "address": "10.0.0.2", "priority": 5,
-    "holdTime": 150, "bidirectional": true}, )";
+    "holdtime": 150, "bidirectional": true}, )";
   std::string const formerRp = R"("formerRp": {"range": "239.1.0.0/16", "address": "10.0.0.2", "priority": 6,
-    "holdTime": 150, "bidirectional": false}, )";
+    "holdtime": 150, "bidirectional": false}, )";
   std::string const timer = R"("cause": {"kind": "timer"})";
   std::vector<std::pair<std::string, std::string>> cases = {
       {R"("event": "bsrChanged", )" + bsr + former + timer,

@@ -47,7 +47,7 @@ def rps_of(router, name=GLOBAL):
     """The RP set of a zone as {range: [addresses]}."""
     for one in router.show("rp-set")["zones"]:
         if one["zone"] == name:
-            return {each["range"]: sorted(rp["address"] for rp in each["rps"]) for each in one["ranges"]}
+            return {each["range"]: sorted(rp["address"] for rp in each["rps"]) for each in one["rpSet"]}
     return {}
 
 
@@ -428,7 +428,7 @@ class LabTest(unittest.TestCase):
         r2.start("--on-change", f"cat > {result}.new && mv {result}.new {result}")
         seen = wait_until(lambda: result.exists() and json.loads(result.read_text()), "the command has run")
         def ranges():
-            return len(json.loads(result.read_text())["zones"][0]["ranges"])
+            return len(json.loads(result.read_text())["zones"][0]["rpSet"])
         wait_until(lambda: ranges() == 2, "both ranges were reported")
         self.assertEqual(GLOBAL, seen["zones"][0]["zone"])
 

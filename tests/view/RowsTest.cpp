@@ -30,7 +30,7 @@ TEST(RowsTest, ViewIsReadBackAsItWasWritten) {
   std::string traffic =
       R"({"interface":"eth0","state":"no address","address":null,"addresses":[],"mtu":null,"drPriority":1,)"
       R"("helloInterval":30,"dr":null,"ownDr":false,"neighbors":0,"nextHello":null,"generationId":null,)"
-      R"("traffic":{"hello":{"received":18446744073709551615,"refused":0,"sent":0,"sendFailed":0}},)"
+      R"("traffic":{"hello":{"received":18446744073709551615,"dropped":0,"sent":0,"sendFailed":0}},)"
       R"("queues":[{"kind":"hello","queues":1,"received":2,"lost":3}],"lastSendError":"down"})";
   EXPECT_EQ(again<Interface>(traffic), traffic);
 }
@@ -54,7 +54,7 @@ TEST(RowsTest, MemberThatAnEarlierVersionLacksIsReadAsEmpty) {
   EXPECT_EQ(unicast.lastSendError, std::nullopt);
 }
 
-TEST(RowsTest, WhatHasNoValueOfItsFieldIsRefused) {
+TEST(RowsTest, WhatHasNoValueOfItsFieldIsAnError) {
   std::vector<std::pair<std::string, std::string>> cases = {{R"("192.0.2.1")", R"("192.0.2.256")"},
                                                             {R"("192.0.2.1")", "null"},
                                                             {R"("192.0.2.1")", "7"},
@@ -102,14 +102,14 @@ TEST(RowsTest, UnsetAddressIsNull) { EXPECT_TRUE(jsonOf(Neighbor{})["address"].i
 
 TEST(RowsTest, ColumnsAreInTheirDeclaredOrder) {
   EXPECT_EQ(headOf<Interface>(), (Cells{"interface", "state", "address", "MTU", "DR", "own DR priority",
-                                        "neighbours", "next Hello"}));
+                                        "neighbors", "next Hello"}));
   Interface view{.interface = "eth0", .state = "no address", .mtu = 1500, .drPriority = 7};
   EXPECT_EQ(cellsOf(view), (Cells{"eth0", "no address", "-", "1500", "-", "7", "0", "-"}));
 }
 
 TEST(RowsTest, CellOfNothingHasItsOwnText) {
   EXPECT_EQ(cellsOf(Neighbor{.interface = "eth0", .generationId = 7}),
-            (Cells{"eth0", "-", "none told", "no", "0x00000007", "never", "none"}));
+            (Cells{"eth0", "-", "not sent", "no", "0x00000007", "never", "none"}));
 }
 
 // Choices ---------------------------------------------------------------------------------------------
