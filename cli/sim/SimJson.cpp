@@ -7,20 +7,19 @@
 #include "cli/sim/SimTables.h"
 #include "host/Machines.h"
 #include "host/Views.h"
+#include "view/Fill.h"
+#include "view/Json.h"
+#include "view/Simulation.h"
 
 namespace pimbsr::cli {
 
-using host::Change;
-using host::ChangeKind;
-using host::MachineView;
-using host::RangeView;
-using host::ZoneView;
-
-/// An object keeps its members in the order in which they are added.
-using Json = nlohmann::ordered_json;
+using host::MessageKind;
+using view::EventKind;
+using view::SimulationEvent;
+using view::SimulationEventKind;
 
 struct SimJson::Document {
-  Json timeline = Json::array();
+  view::Simulation simulation;
 };
 
 SimJson::SimJson(std::ostream& out, std::ostream& traceOut)
@@ -28,123 +27,91 @@ SimJson::SimJson(std::ostream& out, std::ostream& traceOut)
 
 SimJson::~SimJson() = default;
 
-// Values ----------------------------------------------------------------------------------------------
-
-template <class Value>
-static Json jsonOf(Value const& value) {
-  return std::string(value.stringValue().view());
-}
-
-/// Times are told to the millisecond, as in text.
-static Json jsonOfTime(double seconds) { return std::stod(textOfTime(seconds)); }
-
-static Json bsrJson(host::BsrView const& bsr) {
-  return {{"address", jsonOf(bsr.address)}, {"priority", bsr.priority}, {"hashMaskLen", bsr.hashMaskLen}};
-}
-
-static Json rpJson(host::RpView const& rp) {
-  return {{"address", jsonOf(rp.address)}, {"priority", rp.priority}, {"holdTime", rp.holdTime}};
-}
+// Events ----------------------------------------------------------------------------------------------
 
 static std::string linkName(sim::Node const& node, sim::NodeInterface const& intf) {
   return node.network().link(intf.link).options.name;
 }
 
-static Json eventOf(sim::Network const& network, sim::Node const* node, std::string_view name) {
-  Json event = {{"time", jsonOfTime(network.now())}};
-  if (node != nullptr) event["router"] = node->name();
-  event["event"] = name;
+static std::string messageOf(sim::Bytes packet) {
+  constexpr MessageKind kinds[] = {MessageKind::hello, MessageKind::bootstrap, MessageKind::crpAdv,
+                                   MessageKind::other};
+  return std::string(view::keyOf(kinds[static_cast<std::size_t>(sim::kindOf(packet))]));
+}
+
+/// A new event of the timeline; of the network, where there is no router.
+template <class Kind>
+SimulationEvent& SimJson::add(sim::Network const& network, sim::Node const* node, Kind kind) {
+  SimulationEvent& event = document_->simulation.timeline.emplace_back();
+  event.time = network.now();
+  if (node != nullptr) event.router = node->name();
+  event.event = keyOf(kind);
   return event;
 }
 
-static Json eventOf(sim::Node const& node, std::string_view name) {
-  return eventOf(node.network(), &node, name);
+template <class Kind>
+SimulationEvent& SimJson::add(sim::Node const& node, Kind kind) {
+  return add(node.network(), &node, kind);
 }
 
-// Events ----------------------------------------------------------------------------------------------
-
-static std::string_view nameOf(ChangeKind kind) {
-  constexpr std::string_view names[] = {"bsrElected", "bsrChanged", "bsrLost",   "rpAdded",
-                                        "rpUpdated",  "rpRemoved",  "rpExpired", "zoneForgotten"};
-  return names[static_cast<std::size_t>(kind)];
-}
-
-static Json eventOf(sim::Node const& node, Change const& change) {
-  Json event = eventOf(node, nameOf(change.kind));
-  event["zone"] = jsonOf(change.zone);
-  if (!change.bsr.address.isEmpty()) {
-    event["bsr"] = bsrJson(change.bsr);
-    event["own"] = node.isOwnAddress(change.bsr.address);
+void SimJson::onChanges(sim::Node const& node, std::span<host::Change const> changes) {
+  for (host::Change const& change : changes) {
+    SimulationEvent& event = add(node, view::kindOf(change.kind));
+    view::fillChange(event, change);
+    if (event.bsr) event.own = node.isOwnAddress(change.bsr.address);
   }
-  if (!change.formerBsr.address.isEmpty()) event["former"] = bsrJson(change.formerBsr);
-  if (!change.rp.address.isEmpty()) {
-    event["group"] = jsonOf(change.rp.range);
-    event["rp"] = rpJson(change.rp);
-  }
-  if (!change.formerRp.address.isEmpty()) event["former"] = rpJson(change.formerRp);
-  return event;
-}
-
-void SimJson::onChanges(sim::Node const& node, std::span<Change const> changes) {
-  for (Change const& change : changes) document_->timeline.push_back(eventOf(node, change));
 }
 
 void SimJson::onReception(sim::Node const& node, sim::NodeInterface const& intf,
                           host::Reception const& reception) {
-  bool silent = reception.accepted() && reception.kind == host::MessageKind::hello;
+  bool silent = reception.accepted() && reception.kind == MessageKind::hello;
   if (silent) return;
-  Json event = eventOf(node, reception.accepted() ? "accepted" : "refused");
-  event["link"] = linkName(node, intf);
-  event["source"] = jsonOf(reception.source);
-  event["told"] = cli::rowOf(intf, reception).event;
-  if (!reception.accepted()) event["reason"] = reception.reason;
-  document_->timeline.push_back(std::move(event));
+  bool accepted = reception.accepted();
+  SimulationEvent& event = add(node, accepted ? SimulationEventKind::accepted : SimulationEventKind::dropped);
+  event.link = linkName(node, intf);
+  event.sender = reception.source;
+  event.message = view::keyOf(reception.kind);
+  if (!accepted) event.reason = reception.reason;
 }
 
 void SimJson::onSent(sim::Node const& node, sim::NodeInterface const& intf, sim::Bytes packet) {
-  Json event = eventOf(node, "sent");
-  event["link"] = linkName(node, intf);
-  event["kind"] = cli::nameOf(sim::kindOf(packet));
-  event["bytes"] = packet.size();
-  document_->timeline.push_back(std::move(event));
+  SimulationEvent& event = add(node, SimulationEventKind::sent);
+  event.link = linkName(node, intf);
+  event.message = messageOf(packet);
+  event.bytes = packet.size();
 }
 
 void SimJson::onNeighbor(sim::Node const& node, sim::NodeInterface const& intf,
                          Lanet::IpGenAddr const& neighbor, bool up) {
-  Json event = eventOf(node, up ? "neighborUp" : "neighborDown");
-  event["link"] = linkName(node, intf);
-  event["neighbor"] = jsonOf(neighbor);
-  document_->timeline.push_back(std::move(event));
+  SimulationEvent& event =
+      add(node, up ? SimulationEventKind::neighborUp : SimulationEventKind::neighborDown);
+  event.link = linkName(node, intf);
+  event.neighbor = neighbor;
 }
 
 void SimJson::onDr(sim::Node const& node, sim::NodeInterface const& intf, Lanet::IpGenAddr const& dr) {
-  Json event = eventOf(node, "designatedRouter");
-  event["link"] = linkName(node, intf);
-  event["address"] = jsonOf(dr);
-  document_->timeline.push_back(std::move(event));
+  SimulationEvent& event = add(node, SimulationEventKind::designatedRouter);
+  event.link = linkName(node, intf);
+  event.dr = dr;
 }
 
 void SimJson::onState(sim::Node const& node, Lanet::IpGenPrefix const& zone,
                       Routing::Pim::Bsr::BsrCandidateState state) {
-  Json event = eventOf(node, "state");
-  event["zone"] = jsonOf(zone);
-  event["state"] = host::nameOf(state);
-  document_->timeline.push_back(std::move(event));
+  SimulationEvent& event = add(node, EventKind::candidateState);
+  event.zone = zone;
+  event.state = host::nameOf(state);
 }
 
 void SimJson::onLoss(sim::Network const& network, sim::Link const* link, sim::Node const* node,
                      sim::Loss loss, sim::Bytes packet) {
-  Json event = eventOf(network, node, "lost");
-  if (link != nullptr) event["link"] = link->options.name;
-  event["kind"] = cli::nameOf(sim::kindOf(packet));
-  event["reason"] = sim::textOf(loss);
-  document_->timeline.push_back(std::move(event));
+  SimulationEvent& event = add(network, node, SimulationEventKind::lost);
+  if (link != nullptr) event.link = link->options.name;
+  event.message = messageOf(packet);
+  event.reason = sim::textOf(loss);
 }
 
 void SimJson::onCommand(sim::Network const& network, sim::Statement const& statement) {
-  Json event = eventOf(network, nullptr, "command");
-  event["statement"] = statement.text;
-  document_->timeline.push_back(std::move(event));
+  add(network, nullptr, SimulationEventKind::command).statement = statement.text;
 }
 
 void SimJson::onTrace(sim::Node const& node, Zet::TraceLine const& line) {
@@ -157,42 +124,35 @@ void SimJson::onLog(sim::Node const& node, Zet::LogHandle const& handle, std::st
 
 // The end ---------------------------------------------------------------------------------------------
 
-static Json rangeJson(RangeView const& range) {
-  Json rps = Json::array();
-  for (host::RpView const& rp : range.rps) rps.push_back(rpJson(rp));
-  return {{"group", jsonOf(range.range)}, {"rps", rps}};
+static view::SimulatedZone viewOf(sim::Node const& node, host::ZoneView const& zone) {
+  double now = node.localTime(node.network().now());
+  host::MachineView machine = machineOf(*node.router(), zone.zone, now);
+  view::SimulatedZone shown;
+  view::fillZone(shown, zone, now);
+  shown.candidate = machine.candidate;
+  shown.state = view::stateOf(machine);
+  shown.bootstrapTimer = machine.bootstrapTimer;
+  return shown;
 }
 
-static Json zoneJson(sim::Node const& node, ZoneView const& zone) {
-  MachineView machine = machineOf(*node.router(), zone.zone, node.localTime(node.network().now()));
-  Json rpSet = Json::array();
-  for (RangeView const& range : zone.rpSet) rpSet.push_back(rangeJson(range));
-  return {{"zone", jsonOf(zone.zone)},
-          {"candidate", machine.candidate},
-          {"state", machine.state},
-          {"bsr", zone.bsr ? bsrJson(*zone.bsr) : Json()},
-          {"timer", machine.bootstrapTimer ? jsonOfTime(*machine.bootstrapTimer) : Json()},
-          {"rpSet", rpSet}};
-}
-
-static Json routerJson(sim::Node const& node) {
-  Json zones = Json::array();
-  if (node.isRunning()) {
-    for (ZoneView const& zone : zonesOf(*node.router())) zones.push_back(zoneJson(node, zone));
+static view::SimulatedRouter viewOf(sim::Node const& node) {
+  view::SimulatedRouter shown{.name = node.name(), .running = node.isRunning()};
+  if (shown.running) {
+    for (host::ZoneView const& zone : zonesOf(*node.router())) shown.zones.push_back(viewOf(node, zone));
   }
-  Json refused = Json::object();
-  for (auto const& [reason, refusal] : node.refused()) refused[std::string(reason)] = refusal.count;
-  return {{"name", node.name()}, {"running", node.isRunning()}, {"zones", zones}, {"refused", refused}};
+  for (auto const& [reason, refusal] : node.refused()) {
+    shown.drops.push_back(
+        {.reason = std::string(reason), .sentence = std::string(refusal.sentence), .count = refusal.count});
+  }
+  return shown;
 }
 
 void SimJson::onEnd(sim::Network const& network) {
-  Json routers = Json::array();
-  for (sim::Node const* node : nodesOf(network, {})) routers.push_back(routerJson(*node));
-  Json document = {{"seed", network.seed()},
-                   {"end", jsonOfTime(network.now())},
-                   {"timeline", std::move(document_->timeline)},
-                   {"routers", routers}};
-  out_ << document.dump(2) << '\n';
+  view::Simulation& simulation = document_->simulation;
+  simulation.seed = network.seed();
+  simulation.end = network.now();
+  for (sim::Node const* node : nodesOf(network, {})) simulation.routers.push_back(viewOf(*node));
+  out_ << jsonOf(simulation).dump(2) << '\n';
 }
 
 }  // namespace pimbsr::cli

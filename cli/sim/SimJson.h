@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "sim/Simulation.h"
+#include "view/Simulation.h"
 
 namespace pimbsr::cli {
 
@@ -33,6 +34,11 @@ class SimJson final : public sim::Report {
 
  private:
   struct Document;
+
+  template <class Kind>
+  view::SimulationEvent& add(sim::Network const& network, sim::Node const* node, Kind kind);
+  template <class Kind>
+  view::SimulationEvent& add(sim::Node const& node, Kind kind);
 
   std::ostream& out_;
   std::ostream& traceOut_;
