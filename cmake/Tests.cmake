@@ -77,6 +77,13 @@ if(TARGET pimbsr-command)
   set_tests_properties(docs PROPERTIES LABELS script TIMEOUT 300)
 endif()
 
+# JSON answers, held against the schemas that are installed.
+if(TARGET pimbsr-command)
+  add_test(NAME schema COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/view/schema_test.py
+    ${zet_dir}/schema $<TARGET_FILE:pimbsr-command> $<TARGET_FILE:test-agent> ${PROJECT_SOURCE_DIR})
+  set_tests_properties(schema PROPERTIES LABELS script TIMEOUT 300)
+endif()
+
 # What simulated routers send, read by an independent dissector; and random networks that must agree.
 if(TARGET pimbsr-command)
   add_test(NAME sim-dissector COMMAND

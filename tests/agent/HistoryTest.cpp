@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/account/HistoryJson.h"
+#include "tests/agent/Answers.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {
@@ -30,6 +31,10 @@ Bsm bsmWith(std::vector<std::string> const& rps, Zet::U8 priority = 10) {
 
 class HistoryTest : public ObservedRouter {
  protected:
+  void TearDown() override {
+    for (HistoryEntry const& entry : history.entries()) keepAnswer("watch", jsonOf(entry));
+    ObservedRouter::TearDown();
+  }
   /// Kinds of the entries, in order, since the last call.
   std::vector<HistoryKind> kinds() {
     std::vector<HistoryKind> all;

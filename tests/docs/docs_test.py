@@ -203,6 +203,9 @@ def errors(pimbsr, root):
         yield from check_blocks(page, tree, pimbsr)
         if page.name == "docs/rfc5059.md":
             yield from check_map(page)
+    made = pimbsr.parent / "zet" / "views.md"
+    if made.read_text() != (root / "docs" / "views.md").read_text():
+        yield f"docs/views.md:1: differs from the declarations; {made} is the page"
 
 
 if __name__ == "__main__":

@@ -9,6 +9,7 @@ import os
 import pathlib
 import random
 import signal
+import socket
 import subprocess
 import tempfile
 import time
@@ -158,6 +159,15 @@ class Router:
 
     def show(self, *what):
         return json.loads(self.command("show", *what, "--json"))
+
+    def ask(self, command):
+        """The result of a request of one word over the control socket."""
+        with socket.socket(socket.AF_UNIX) as client:
+            client.settimeout(20)
+            client.connect(str(self.socket))
+            client.sendall(json.dumps({"command": command}).encode() + b"\n")
+            with client.makefile() as lines:
+                return json.loads(lines.readline())["result"]
 
 
 class Link:

@@ -15,6 +15,9 @@ import unittest
 from lab import SKIPPED, TYPES, Lab, LabError, run, wait_until, why_not
 from relay import Relay, flood
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "view"))
+from schema_test import validators  # noqa: E402  found by the line before
+
 GLOBAL = "224.0.0.0/4"
 SCOPED = "239.1.0.0/16"
 COMMAND = ""
@@ -417,6 +420,9 @@ class LabTest(unittest.TestCase):
         self.assertIn('pimbsr_rp_set_rps{zone="224.0.0.0/4"} 1', r2.command("metrics"))
         r2.command("clear", "history")
         self.assertEqual([], r2.show("history")["entries"])
+        known = validators(pathlib.Path(COMMAND).resolve().parent / "zet" / "schema")
+        for name in ("version", "metrics", "reload"):
+            self.assertEqual([], [error.message for error in known[name].iter_errors(r2.ask(name))])
 
     def test_change_command(self):
         """The change command gets the RP set on its standard input, once for changes close together."""
