@@ -172,7 +172,7 @@ static constexpr char const* referenceHead = R"(# The configuration file
 
 `pimbsr run --config FILE` reads it, `pimbsr check FILE` says what is wrong or unwise in it, and
 `pimbsr reload` applies what has changed. It is written in TOML (version 1.0), in UTF-8, and has at most
-1 MiB, with at most 4096 dots in a line. Every key may be left out unless it is said to be needed; without
+1 MiB, with at most 512 dots in a line. Every key may be left out unless it is said to be needed; without
 any, no interface speaks PIM and this router is no candidate for anything. Times are whole seconds.
 [An example](../examples/pimbsr.toml) is a place to begin.
 

@@ -56,9 +56,9 @@ OrderedJson jsonOfValue(std::optional<Value> const& value) {
   return value ? jsonOfValue(*value) : OrderedJson();
 }
 
-/// A value of a key as TOML writes it. A long list is broken into lines, which may have mostDotsOfALine each.
+/// A value of a key as TOML writes it. A long list is broken into lines of at most maxDotsOfLine dots.
 inline std::string tomlOfValue(OrderedJson const& json) {
-  static constexpr std::size_t itemsOfALine = 32;
+  static constexpr std::size_t itemsOfALine = 8;
   if (json.is_string()) return tomlText(json.get_ref<std::string const&>());
   if (!json.is_array()) return json.dump();
   std::string list = "[";

@@ -99,8 +99,8 @@ std::optional<ConfigFinding> tooManyDots(std::string_view text) {
   std::size_t dots = 0;
   for (std::size_t at = 0; at < text.size(); ++at) {
     if (text[at] == '\n') dots = 0;
-    if (text[at] == '.' && ++dots > mostDotsOfALine)
-      return ConfigFinding{placeIn(text, at), fmt::format("more than {} dots in a line", mostDotsOfALine)};
+    if (text[at] == '.' && ++dots > maxDotsOfLine)
+      return ConfigFinding{placeIn(text, at), fmt::format("more than {} dots in a line", maxDotsOfLine)};
   }
   return std::nullopt;
 }
@@ -301,11 +301,12 @@ std::string renamedKeys(std::string_view text, std::vector<ConfigRename> renames
 /// A text in quotes with the escapes that both TOML and people read.
 static std::string escaped(std::string_view text) {
   std::string out;
+  std::size_t dots = 0;
   for (char c : text) {
     auto byte = static_cast<unsigned char>(c);
     if (c == '"' || c == '\\') {
       out += {'\\', c};
-    } else if (byte < 0x20 || byte == 0x7f) {
+    } else if (byte < 0x20 || byte == 0x7f || (c == '.' && ++dots > maxDotsOfLine / 2)) {
       out += fmt::format("\\u{:04X}", byte);
     } else {
       out += c;

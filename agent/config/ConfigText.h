@@ -69,8 +69,10 @@ inline constexpr std::size_t longestConfigText = std::size_t{1} << 20;
 /// How deep tables and lists may nest, and how many keys a dotted key may join: far more than any key needs.
 inline constexpr int deepestConfigText = 16;
 
-/// How many dots one line may have, in keys, texts and comments: enough for a list of a thousand prefixes.
-inline constexpr std::size_t mostDotsOfALine = 4096;
+/// How many dots one line may have, in keys, texts and comments. A list of more than 170 prefixes takes
+/// several lines; more dots would let keys nest deeper than the stack of a build without optimization has
+/// room for.
+inline constexpr std::size_t maxDotsOfLine = 512;
 
 /// Reads a TOML text of any bytes. It has one fault at most: too long, no UTF-8, too deep, or the first place
 /// where it is no TOML, which a key that stands twice is.

@@ -157,9 +157,11 @@ TEST(ConfigWriterTest, LongListsAreBrokenIntoLinesThatAreRead) {
         .groups[Lanet::IpGenPrefix(Lanet::IpAddr::fromHost(0xe1000000 + i), 32)] = {};
   for (U32 i = 0; i < 100; ++i)
     settings.router.senderLists.insert(std::string(60, '.') + std::to_string(1000 + i));
+  settings.stateDirectory = "/" + std::string(4000, '.');
   std::string text = writeToml(settings);
   ConfigReading reading = readConfig(text, "written");
   ASSERT_THAT(reading.faults, IsEmpty()) << reading.faults[0].text;
+  EXPECT_EQ(reading.settings.stateDirectory, settings.stateDirectory);
   EXPECT_EQ(reading.settings.router, settings.router);
 }
 
