@@ -82,7 +82,7 @@ class Forwarded:
                  address, bsr, str(seconds)]
         self.process = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         if not self.process.stdout.readline():
-            raise LabFault(f"{' '.join(words)} ended with {self.process.wait()}")
+            raise LabError(f"{' '.join(words)} ended with {self.process.wait()}")
 
     def result(self):
         """Ends it once the router forwards no more; returns how many were forwarded."""

@@ -246,7 +246,7 @@ class AttackTest(unittest.TestCase):
         more than its grant, which also is ten times as high."""
         lab, seconds = self.lab(clock_rate=10), seconds_of("unicast_flood")
         (r1, r2), _ = lab.chain("r1", "r2")
-        r1.config(candidate_bsr(interval=10))
+        r1.config(candidate_bsr(bs_period=10))
         r2.config()
         lab.start()
         wait_all((r1,), bsr_of, "10.255.0.1", "r1 is elected", 60)
