@@ -35,25 +35,26 @@ Budgets::Link& Budgets::link(IntfId const& intfId) {
   return links_.try_emplace(intfId, Zet::now()).first->second;
 }
 
-DropReason Budgets::charge(IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source) {
+DropReason Budgets::charge(IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source, U32 cost) {
   if (!isBounded(settings_)) return DropReason::none;
   switch (senderClass) {
     case SenderClass::neighbor:
-      return chargeNeighbor(intfId, source);
+      return chargeNeighbor(intfId, source, cost);
     case SenderClass::unknownHello: {
-      bool taken = link(intfId).unknownHello.take(settings_.hellosPerSecond, Zet::now());
+      bool taken = link(intfId).unknownHello.take(settings_.hellosPerSecond, Zet::now(), cost);
       return taken ? DropReason::none : DropReason::helloRateLimit;
     }
     case SenderClass::advertiser:
-      return chargeAdvertiser(source);
+      return chargeAdvertiser(source, cost);
     case SenderClass::rest:
       break;
   }
-  return chargeRest(link(intfId));
+  return chargeRest(link(intfId), cost);
 }
 
-DropReason Budgets::chargeRest(Link& link) {
-  return link.rest.take(settings_.packetsPerSecond, Zet::now()) ? DropReason::none : DropReason::rateLimit;
+DropReason Budgets::chargeRest(Link& link, U32 cost) {
+  bool taken = link.rest.take(settings_.packetsPerSecond, Zet::now(), cost);
+  return taken ? DropReason::none : DropReason::rateLimit;
 }
 
 /// An interface that was deleted and made again is another object, and its neighbors are others.
@@ -64,28 +65,28 @@ NeighborBuckets& Budgets::neighborBuckets(Link& link, Ptr<Routing::Pim::Intf con
 }
 
 /// All addresses of a neighbor share a bucket.
-DropReason Budgets::chargeNeighbor(IntfId const& intfId, IpGenAddr const& source) {
+DropReason Budgets::chargeNeighbor(IntfId const& intfId, IpGenAddr const& source, U32 cost) {
   if (settings_.packetsPerSecond == 0) return DropReason::none;
   Ptr<pim::LinkNeighbors> neighbors = neighbors_.link(intfId);
   NeighborBuckets& buckets = neighborBuckets(link(intfId), neighbors->notifier());
   TokenBucket& bucket = buckets.bucket(neighbors->owner(source), Zet::now());
-  bool taken = bucket.take(settings_.packetsPerSecond, Zet::now());
+  bool taken = bucket.take(settings_.packetsPerSecond, Zet::now(), cost);
   return taken ? DropReason::none : DropReason::neighborRateLimit;
 }
 
 /// A sender whose advertisement was accepted has a grant of its own, and what it sends beyond that competes
 /// with unknown senders: a flood from either displaces no renewal of another sender.
-DropReason Budgets::chargeAdvertiser(IpGenAddr const& source) {
-  if (settings_.advertisementsPerSecond == 0 || advertisers_.take(source, Zet::now()))
+DropReason Budgets::chargeAdvertiser(IpGenAddr const& source, U32 cost) {
+  if (settings_.advertisementsPerSecond == 0 || advertisers_.take(source, Zet::now(), cost))
     return DropReason::none;
-  bool taken = advertisements_.take(settings_.advertisementsPerSecond, Zet::now());
+  bool taken = advertisements_.take(settings_.advertisementsPerSecond, Zet::now(), cost);
   return taken ? DropReason::none : DropReason::advertisementRateLimit;
 }
 
 void Budgets::handleMalformed(IntfId const& intfId, SenderClass senderClass) {
   if (senderClass != SenderClass::unknownHello || settings_.hellosPerSecond == 0) return;
   Link& link = this->link(intfId);
-  if (chargeRest(link) == DropReason::none) link.unknownHello.giveBack();
+  if (chargeRest(link, 1) == DropReason::none) link.unknownHello.giveBack();
 }
 
 void Budgets::noteAdvertiser(IpGenAddr const& sender, U16 holdtime) {

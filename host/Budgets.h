@@ -44,9 +44,12 @@ class PIMBSR_API Budgets {
   /// The class of a packet that has passed the checks of its IP header. One to a unicast address could have
   /// been routed here, so that its source proves no neighbor.
   SenderClass classOf(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
-  /// Charges a packet to its class. Returns none, or the reason of the budget that is used up. The
-  /// source is used for neighbors and advertisers alone.
-  DropReason charge(Lanet::IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source);
+  /// What a packet of so many bytes after its IP header costs: as many packets as it needs on Ethernet, so
+  /// that one put together from IP fragments gains nothing.
+  static U32 costOf(std::size_t bytes) { return static_cast<U32>(1 + bytes / 1500); }
+  /// Charges a packet to its class. Returns none, or the reason of the budget that is used up. The source is
+  /// used for neighbors and advertisers alone.
+  DropReason charge(Lanet::IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source, U32 cost = 1);
   /// To be called for a charged packet that turned out malformed: damaged Hellos leave the budget of Hellos
   /// alone as long as the rest can pay for them.
   void handleMalformed(Lanet::IntfId const& intfId, SenderClass senderClass);
@@ -68,9 +71,9 @@ class PIMBSR_API Budgets {
 
   Link& link(Lanet::IntfId const& intfId);
   static NeighborBuckets& neighborBuckets(Link& link, Zet::Ptr<Routing::Pim::Intf const> const& intf);
-  DropReason chargeRest(Link& link);
-  DropReason chargeNeighbor(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& source);
-  DropReason chargeAdvertiser(Lanet::IpGenAddr const& source);
+  DropReason chargeRest(Link& link, U32 cost);
+  DropReason chargeNeighbor(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& source, U32 cost);
+  DropReason chargeAdvertiser(Lanet::IpGenAddr const& source, U32 cost);
 
   pim::NeighborTable const& neighbors_;
   Screening const& settings_;

@@ -52,10 +52,10 @@ void Advertisers::removeExpired(double now) {
   }
 }
 
-bool Advertisers::take(IpGenAddr const& sender, double now) {
+bool Advertisers::take(IpGenAddr const& sender, double now, U32 cost) {
   auto at = bySender_.find(sender);
   if (at == bySender_.end() || at->second.expiry <= now) return false;
-  if (at->second.bucket.take(perSecond, burst, now)) return true;
+  if (at->second.bucket.take(perSecond, burst, now, cost)) return true;
   at->second.withinGrantSince = now;
   isSteadyIs(sender, at->second, false);
   return false;

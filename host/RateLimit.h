@@ -22,16 +22,17 @@ class TokenBucket {
   explicit TokenBucket(double now) : filledAt_(now) {}
 
   /// Takes one event at a time in seconds, from a burst of one second's worth; false if there is no more to
-  /// grant. The rate may change from call to call; at 0 all events are granted.
-  bool take(U32 perSecond, double now) { return take(perSecond, perSecond, now); }
-  bool take(U32 perSecond, U32 burst, double now) {
+  /// grant. The rate may change from call to call; at 0 all events are granted. An event that costs as much
+  /// as several is granted as one is, and the next only once all of them have been paid for.
+  bool take(U32 perSecond, double now, U32 cost = 1) { return take(perSecond, perSecond, now, cost); }
+  bool take(U32 perSecond, U32 burst, double now, U32 cost) {
     if (perSecond == 0) return true;
     double gained = std::max(0.0, now - filledAt_) * perSecond;
     tokens_ = isNew_ ? burst : std::min<double>(burst, tokens_ + gained);
     isNew_ = false;
     filledAt_ = now;
     if (tokens_ < 1) return false;
-    tokens_ -= 1;
+    tokens_ -= cost;
     return true;
   }
   /// Takes back the event that was granted last.
@@ -90,9 +91,10 @@ class PIMBSR_API Advertisers {
   /// Notes an accepted advertisement, times in seconds. A holdtime of 0 withdraws the RPs, and so the sender.
   /// O(log n).
   void note(Lanet::IpGenAddr const& sender, double holdtime, double now);
-  /// Takes one packet from what a sender is granted; false if that is used up, or if it isn't known.
+  /// Takes one packet from what a sender is granted, at a cost as of TokenBucket; false if that is used up,
+  /// or if the sender isn't known.
   /// O(log n).
-  bool take(Lanet::IpGenAddr const& sender, double now);
+  bool take(Lanet::IpGenAddr const& sender, double now, U32 cost = 1);
   std::size_t size() const { return bySender_.size(); }
 
   /// Up to `count` senders that are steady: an advertisement was accepted after they had kept within their

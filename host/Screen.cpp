@@ -46,7 +46,9 @@ DropReason Screen::judgeHeader(IntfId const& intfId, wire::Ipv4Packet const& pac
 }
 
 Arrival Screen::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
-  Arrival arrival{.source = packet.source, .header = judgeHeader(intfId, packet)};
+  Arrival arrival{.source = packet.source,
+                  .header = judgeHeader(intfId, packet),
+                  .cost = Budgets::costOf(packet.payload.size())};
   bool isRest = arrival.header != DropReason::none && packet.destination.isMulticast();
   if (!isRest) arrival.senderClass = budgets_.classOf(intfId, packet);
   return arrival;

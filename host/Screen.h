@@ -15,6 +15,7 @@ struct Arrival {
   SenderClass senderClass = SenderClass::rest;
   Lanet::IpAddr source;                  ///< unset if there was no header to read
   DropReason header = DropReason::none;  ///< why the packet is dropped by its header
+  U32 cost = 1;                          ///< as of Budgets::costOf()
 };
 
 /// Refuses what a router on a real network must not believe or can't afford, as far as its settings say. The
@@ -37,7 +38,7 @@ class PIMBSR_API Screen {
   Arrival arrival(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
   /// Charges a packet to the budget of its sender; a packet without a readable IP header is of the rest.
   DropReason charge(Lanet::IntfId const& intfId, Arrival const& arrival) {
-    return budgets_.charge(intfId, arrival.senderClass, arrival.source);
+    return budgets_.charge(intfId, arrival.senderClass, arrival.source, arrival.cost);
   }
   /// To be called for a charged packet that turned out malformed.
   void handleMalformed(Lanet::IntfId const& intfId, Arrival const& arrival) {

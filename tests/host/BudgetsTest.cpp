@@ -103,6 +103,20 @@ TEST_F(BudgetsTest, BudgetOf0IsNoBound) {
   }
 }
 
+TEST_F(BudgetsTest, LargePacketCostsAsManyAsItNeedsOnEthernet) {
+  router.screeningIs({.packetsPerSecond = 10});
+  greet("192.0.2.1");
+  context.nowIs(context.now() + 10);
+  std::vector<U8> large = bytesOf(ordinary);
+  large.resize(60000);
+  EXPECT_NE(router.receive(intf("eth0"), packetOf(large, {})).reason, "neighbor-rate-limit");
+  context.nowIs(context.now() + 3);
+  EXPECT_EQ(router.receive(intf("eth0"), packetOf(large, {})).reason, "neighbor-rate-limit")
+      << "41 packets are paid for after 3.2 s";
+  context.nowIs(context.now() + 0.3);
+  EXPECT_NE(router.receive(intf("eth0"), packetOf(large, {})).reason, "neighbor-rate-limit");
+}
+
 TEST_F(BudgetsTest, AllAddressesOfANeighborShareItsBudget) {
   router.screeningIs(few);
   greet("192.0.2.1", {addr("192.0.2.50"), addr("192.0.2.51")});
