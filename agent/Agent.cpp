@@ -55,7 +55,7 @@ void Agent::call(Cause const& cause, Act const& act) {
   context_.nowIs(clock_.now());
   history_.causeIs(cause, context_.now());
   act();
-  tell();
+  publishChanges();
   followSenders();
 }
 
@@ -70,7 +70,7 @@ std::vector<Lanet::IpAddr> Agent::neighborsOf(std::string const& intf) const {
   return neighbors_->addressesOf(IntfId(intf.c_str()));
 }
 
-void Agent::tell() {
+void Agent::publishChanges() {
   observer_->flush();
   history_.noteStates(*router_);
   std::vector<HistoryEntry> changes = history_.takeNew();
@@ -100,15 +100,15 @@ void Agent::advance() {
   call({.kind = CauseKind::timer}, [&] { router_->advance(); });
 }
 
-void Agent::sayFarewell() {
-  call({.kind = CauseKind::stop}, [&] { router_->sayFarewell(); });
+void Agent::sendGoodbyes() {
+  call({.kind = CauseKind::stop}, [&] { router_->sendGoodbyes(); });
 }
 
 // Settings ----------------------------------------------------------------------------------------------
 
 /// Candidacies end before the interfaces go that tell of it.
-std::vector<host::ConfigFault> Agent::settingsIs(Settings const& wanted) {
-  std::vector<host::ConfigFault> faults = host::check(wanted.router);
+std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
+  std::vector<host::ConfigError> faults = host::check(wanted.router);
   if (!faults.empty()) return faults;
   applyTraces(wanted.traces);
   settings_ = wanted;
@@ -116,11 +116,11 @@ std::vector<host::ConfigFault> Agent::settingsIs(Settings const& wanted) {
     if (!machine_.kernel().links.contains(name)) logLine(fmt::format("{}: no such interface yet", name));
   }
   call({.kind = CauseKind::configuration}, [&] {
-    router_->screeningIs(settings_.screening);
+    router_->ingressSettingsIs(settings_.ingress);
     router_->preferredRpsIs(host::PreferredRps(settings_.router, settings_.router.rpLists));
     tree_.apply(context_, settings_.router);
-    for (auto& [name, told] : told_) {
-      if (told.speaksPim && !speaksPim(name)) takeDown(name, told, true);
+    for (auto& [name, applied] : applied_) {
+      if (applied.speaksPim && !speaksPim(name)) takeDown(name, applied, true);
     }
     followLinks();
   });
@@ -147,11 +147,11 @@ void Agent::clearCounters() {
 /// What is gone first: a neighbour must not be sought by a route over a link that is down.
 void Agent::kernelChanged(std::vector<Lanet::Prefix> const& routes) {
   call({.kind = CauseKind::kernel}, [&] {
-    for (auto& [name, told] : told_) {
+    for (auto& [name, applied] : applied_) {
       auto link = machine_.kernel().links.find(name);
       bool stays =
-          link != machine_.kernel().links.end() && link->second.up && link->second.index == told.index;
-      if (told.speaksPim && !stays) takeDown(name, told, false);
+          link != machine_.kernel().links.end() && link->second.up && link->second.index == applied.index;
+      if (applied.speaksPim && !stays) takeDown(name, applied, false);
     }
     followRoutes(routes);
     followLinks();
@@ -174,32 +174,32 @@ bool Agent::speaksPim(std::string const& name) const { return settings_.interfac
 /// Addresses of links that are gone go too; then those that stay are brought up to date.
 void Agent::followLinks() {
   auto const& links = machine_.kernel().links;
-  for (auto at = told_.begin(); at != told_.end();) {
+  for (auto at = applied_.begin(); at != applied_.end();) {
     if (links.contains(at->first)) {
       ++at;
       continue;
     }
     if (!at->second.primary.isEmpty()) router_->handleAddressChange(IntfId(at->first.c_str()));
     traffic_.forget(at->first);
-    at = told_.erase(at);
+    at = applied_.erase(at);
   }
   for (auto const& [name, link] : links) {
-    Told& told = told_[name];
-    told.index = link.index;
-    tellAddress(link, told);
+    Applied& applied = applied_[name];
+    applied.index = link.index;
+    applyAddress(link, applied);
     if (link.up && speaksPim(name)) {
-      bringUp(link, told);
+      bringUp(link, applied);
     } else {
-      told.problem.clear();
+      applied.problem.clear();
     }
   }
 }
 
-void Agent::tellAddress(KernelLink const& link, Told& told) {
+void Agent::applyAddress(KernelLink const& link, Applied& applied) {
   IntfId intfId(link.name.c_str());
   IpGenAddr primary = machine_.primaryAddress(intfId);
-  if (primary == told.primary) return;
-  told.primary = primary;
+  if (primary == applied.primary) return;
+  applied.primary = primary;
   router_->handleAddressChange(intfId);
 }
 
@@ -216,35 +216,36 @@ static pim::HelloOptions helloOptions(InterfaceSettings const& settings) {
 }
 
 /// Also for an interface that is up: its MTU or settings may be others now.
-void Agent::bringUp(KernelLink const& link, Told& told) {
+void Agent::bringUp(KernelLink const& link, Applied& applied) {
   pim::HelloOptions hello = helloOptions(settings_.interfaces.at(link.name));
-  if (!told.speaksPim && !open(link, told)) return;
-  told.speaksPim = true;
+  if (!applied.speaksPim && !open(link, applied)) return;
+  applied.speaksPim = true;
   router_->interfaceIs(IntfId(link.name.c_str()), std::max(link.mtu, leastMtu), hello);
 }
 
-/// A reason is told once, however often it is tried.
-bool Agent::open(KernelLink const& link, Told& told) {
+/// A reason is logged once, however often it is tried.
+bool Agent::open(KernelLink const& link, Applied& applied) {
   try {
     machine_.open(link);
-    told.problem.clear();
+    applied.problem.clear();
   } catch (std::system_error const& fault) {
-    if (std::exchange(told.problem, fault.what()) != fault.what())
+    if (std::exchange(applied.problem, fault.what()) != fault.what())
       logLine(fmt::format("{} speaks no PIM: {}", link.name, fault.what()));
   }
-  return told.problem.empty();
+  return applied.problem.empty();
 }
 
 bool Agent::hasProblem() const {
-  return std::any_of(told_.begin(), told_.end(), [](auto& entry) { return !entry.second.problem.empty(); });
+  return std::any_of(applied_.begin(), applied_.end(),
+                     [](auto& entry) { return !entry.second.problem.empty(); });
 }
 
-void Agent::takeDown(std::string const& name, Told& told, bool farewell) {
+void Agent::takeDown(std::string const& name, Applied& applied, bool sendsGoodbye) {
   IntfId intfId(name.c_str());
-  if (pim::HelloSm* hello = router_->hello(intfId); hello && farewell) hello->sendGoodbye();
+  if (pim::HelloSm* hello = router_->hello(intfId); hello && sendsGoodbye) hello->sendGoodbye();
   router_->interfaceDel(intfId);
   machine_.close(name);
-  told.speaksPim = false;
+  applied.speaksPim = false;
 }
 
 // What may be seen --------------------------------------------------------------------------------------

@@ -43,7 +43,7 @@ class Agent : private host::OwnDropSink {
 
   /// Follows other settings: what is gone first, then what changed, then what is new. With faults nothing is
   /// changed and they are returned.
-  std::vector<host::ConfigFault> settingsIs(Settings const& wanted);
+  std::vector<host::ConfigError> settingsIs(Settings const& wanted);
   Settings const& settings() const { return settings_; }
 
   /// To be called when what the kernel says has changed: interfaces and addresses are compared with what was
@@ -60,8 +60,8 @@ class Agent : private host::OwnDropSink {
   /// Up to `max` senders of accepted advertisements, the most important first (host::Router::advertisers()):
   /// Machine::advertisersChanged() reports when they are others.
   std::vector<Lanet::IpAddr> advertisers(std::size_t max) const { return router_->advertisers(max); }
-  /// Ends all candidacies and tells the neighbours farewell; the agent is done then.
-  void sayFarewell();
+  /// Ends all candidacies and sends goodbye Hellos; the agent is done then.
+  void sendGoodbyes();
 
   /// When the next timer is due on the agent's clock; Kiv::never if none is.
   double nextExpiry() const { return router_->nextExpiry(); }
@@ -92,8 +92,8 @@ class Agent : private host::OwnDropSink {
     std::mt19937 chance_{std::random_device{}()};
     std::uniform_int_distribution<int> draw_{0, RAND_MAX};
   };
-  /// An interface as the router was told of it.
-  struct Told {
+  /// An interface as the router has it.
+  struct Applied {
     Lanet::IpGenAddr primary;
     bool speaksPim = false;
     int index = 0;
@@ -102,12 +102,12 @@ class Agent : private host::OwnDropSink {
 
   template <class Act>
   void call(Cause const& cause, Act const& act);
-  void tell();
+  void publishChanges();
   void followLinks();
-  void takeDown(std::string const& name, Told& told, bool farewell);
-  void bringUp(KernelLink const& link, Told& told);
-  bool open(KernelLink const& link, Told& told);
-  void tellAddress(KernelLink const& link, Told& told);
+  void takeDown(std::string const& name, Applied& applied, bool sendsGoodbye);
+  void bringUp(KernelLink const& link, Applied& applied);
+  bool open(KernelLink const& link, Applied& applied);
+  void applyAddress(KernelLink const& link, Applied& applied);
   void followSenders();
   void followRoutes(std::vector<Lanet::Prefix> const& routes);
   bool speaksPim(std::string const& name) const;
@@ -127,7 +127,7 @@ class Agent : private host::OwnDropSink {
   std::unique_ptr<host::Router> router_;
   std::unique_ptr<host::Observer> observer_;
   std::unique_ptr<NeighborWatch> neighbors_;
-  std::map<std::string, Told> told_;  ///< by name
+  std::map<std::string, Applied> applied_;  ///< by name
 };
 
 }  // namespace pimbsr::agent

@@ -102,7 +102,7 @@ void Daemon::run() {
   logLine(fmt::format("version {} runs with {}; {}", version, options_.file, interfacesText()));
   loop_.run();
   notifyService("STOPPING=1");
-  agent_.sayFarewell();
+  agent_.sendGoodbyes();
   saveHistory();
   logLine("has ended all candidacies and said farewell");
 }

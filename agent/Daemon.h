@@ -30,7 +30,7 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   Daemon(Daemon const&) = delete;
   Daemon& operator=(Daemon const&) = delete;
 
-  /// Serves until a signal ends it; then ends all candidacies, says farewell and keeps the history.
+  /// Serves until a signal ends it; then ends all candidacies, sends goodbye Hellos and keeps the history.
   void run();
 
  private:

@@ -33,7 +33,7 @@ class Link {
   explicit Link(U32 neighbors) {
     router.interfaceIs(eth0, 1500, {});
     for (U32 i = 0; i < neighbors; ++i) receive(helloOf(i));
-    router.screeningIs(
+    router.ingressSettingsIs(
         {.fromNeighbors = true, .packetsPerSecond = 4'000'000'000, .neighborsPerInterface = 1'000'000});
   }
   bool receive(std::vector<U8> const& packet) { return router.receive(eth0, packet).accepted(); }

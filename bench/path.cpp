@@ -67,11 +67,11 @@ std::vector<U8> advertisementOf(U32 ranges, U32 rp = neighborAddress) {
 }
 
 /// Per range, at the elected BSR: read, admitted, checked by the gate, matched to its zone, stored.
-void advertisementPath(benchmark::State& state, pimbsr::host::Screening const& limits) {
+void advertisementPath(benchmark::State& state, pimbsr::host::IngressSettings const& limits) {
   auto const ranges = static_cast<U32>(state.range(0));
   Station station(1);
   station.becomeBsr();
-  station.router.screeningIs(limits);
+  station.router.ingressSettingsIs(limits);
   std::vector<U8> const packet = advertisementOf(ranges);
   station.router.receive(Lanet::IntfId("eth0"), packet);
   if (station.rps() != ranges) state.SkipWithError("not stored");
@@ -85,7 +85,7 @@ void advertisementPath(benchmark::State& state, pimbsr::host::Screening const& l
 void droppedAdvertisement(benchmark::State& state) {
   Station station(1);
   station.becomeBsr();
-  station.router.screeningIs({.rpsPerRange = 255});
+  station.router.ingressSettingsIs({.rpsPerRange = 255});
   for (U32 rp = 0; rp < 255; ++rp) {
     station.router.receive(Lanet::IntfId("eth0"), advertisementOf(1, 0x0a000000 + rp));
   }
@@ -107,10 +107,10 @@ void advertisementCodec(benchmark::State& state) {
   }
 }
 
-constexpr pimbsr::host::Screening rpBounds = {
+constexpr pimbsr::host::IngressSettings rpBounds = {
     .rangesPerZone = 4096, .rpsPerRange = 255, .rpsPerSender = 64, .rangesPerSender = 1024};
 
-BENCHMARK_CAPTURE(advertisementPath, unbounded, pimbsr::host::Screening())
+BENCHMARK_CAPTURE(advertisementPath, unbounded, pimbsr::host::IngressSettings())
     ->Name("crp-path/pimbsr")
     ->Arg(1)
     ->Arg(16)

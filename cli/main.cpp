@@ -66,7 +66,7 @@ static constexpr char const* helpLimit =
     "configuration file, 0 for no bound; or \"none\" for no bounds at all. May be repeated;\n"
     "the bounds are at first those of \"pimbsr run\"";
 
-static void addLimit(CLI::App& command, host::Screening& limits) {
+static void addLimit(CLI::App& command, host::IngressSettings& limits) {
   addRepeatable(command, "--limit", "KEY=N", helpLimit, [&](auto& text) { parseLimit(text, limits); });
 }
 
@@ -100,7 +100,7 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
                 "The RPF neighbour towards a BSR; may be given for several BSRs. For the others\n"
                 "it is the source of the first message with the No-Forward bit clear",
                 [&](auto& text) { parseRpf(text, options); });
-  addLimit(command, options.router.screening);
+  addLimit(command, options.router.ingress);
   addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
                 [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
 }

@@ -18,8 +18,8 @@ using Packet::BootstrapGroupData;
 using Packet::BootstrapMessage;
 using Zet::Ptr;
 
-static constexpr U16 longestHoldtime = 40958;
-static constexpr U8 longestHashMask = 32;
+static constexpr U16 maxHoldtime = 40958;
+static constexpr U8 maxHashMaskLen = 32;
 
 /// Whether a record enters the fragment store: it names RPs, and not all of its range.
 static bool isFragment(BootstrapGroupData const& group) {
@@ -28,7 +28,7 @@ static bool isFragment(BootstrapGroupData const& group) {
 
 static bool hasLongHoldtime(BootstrapGroupData const& group) {
   for (auto rp = group.rpListIterator(); rp; ++rp) {
-    if (rp->rpHoldtime() > longestHoldtime) return true;
+    if (rp->rpHoldtime() > maxHoldtime) return true;
   }
   return false;
 }
@@ -38,7 +38,7 @@ namespace {
 /// The RPs named for the ranges that come in fragments in one message, there and wherever else its fragment
 /// tag is known; and the least number announced for each. It is made once for a message, however many ranges
 /// there are, with one walk of the zones: a comparison of tags for each. Peers can't make that long, since
-/// only as many zones are learned as the Screening grants, and only neighbors' messages come here.
+/// only as many zones are learned as the settings grant, and only neighbors' messages come here.
 class Named {
  public:
   Named(BootstrapMessage const& message, Routing::Pim::Bsr::PimBsrSm const& root) {
@@ -106,9 +106,9 @@ class Named {
 
 }  // namespace
 
-DropReason Admission::judge(BootstrapMessage const& message) const {
+DropReason Admission::validate(BootstrapMessage const& message) const {
   if (port_.isOwnAddress(message.srcAddr())) return DropReason::ownAddress;
-  if (message.hashMaskLen() > longestHashMask) return DropReason::hashMaskLength;
+  if (message.hashMaskLen() > maxHashMaskLen) return DropReason::hashMaskLength;
   std::optional<Named> named;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   for (auto group = groups->groupDataIterator(); group; ++group) {
@@ -121,9 +121,9 @@ DropReason Admission::judge(BootstrapMessage const& message) const {
   return DropReason::none;
 }
 
-DropReason Admission::judge(Packet::CrpAdvMessage const& message) const {
+DropReason Admission::validate(Packet::CrpAdvMessage const& message) const {
   if (message.dstAddr().v4Addr().isMulticast()) return DropReason::multicastAdvertisement;
-  return message.holdtime() > longestHoldtime ? DropReason::holdtime : DropReason::none;
+  return message.holdtime() > maxHoldtime ? DropReason::holdtime : DropReason::none;
 }
 
 }  // namespace pimbsr::host

@@ -18,7 +18,7 @@ static bool isHello(wire::Bytes pim) {
   return !pim.empty() && pim[0] == (0x20 | static_cast<U8>(wire::MessageType::hello));
 }
 
-static bool isBounded(Screening const& settings) {
+static bool isBounded(IngressSettings const& settings) {
   return settings.packetsPerSecond != 0 || settings.hellosPerSecond != 0 ||
          settings.advertisementsPerSecond != 0;
 }

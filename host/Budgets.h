@@ -2,8 +2,8 @@
 
 #include <map>
 
+#include "host/IngressSettings.h"
 #include "host/RateLimit.h"
-#include "host/Screening.h"
 #include "model/DropReason.h"
 #include "pim/NeighborTable.h"
 #include "wire/Wire.h"
@@ -31,14 +31,14 @@ class PIMBSR_API NeighborBuckets : public Routing::Pim::Intf::NotifieeConst {
   AddressBuckets buckets_;
 };
 
-/// The packets per second that are read of each class of senders, as far as a Screening bounds them.
+/// The packets per second that are read of each class of senders, as far as a IngressSettings bounds them.
 ///
 /// A packet is charged once its IP header is read and before anything else of it is. Each charge costs
 /// O(log n) of the interfaces, neighbors and senders known.
 class PIMBSR_API Budgets {
  public:
   /// Both are used for as long as this object is.
-  Budgets(pim::NeighborTable const& neighbors, Screening const& settings)
+  Budgets(pim::NeighborTable const& neighbors, IngressSettings const& settings)
       : neighbors_(neighbors), settings_(settings) {}
 
   /// The class of a packet that has passed the checks of its IP header. One to a unicast address could have
@@ -76,7 +76,7 @@ class PIMBSR_API Budgets {
   DropReason chargeAdvertiser(Lanet::IpGenAddr const& source, U32 cost);
 
   pim::NeighborTable const& neighbors_;
-  Screening const& settings_;
+  IngressSettings const& settings_;
   std::map<Lanet::IntfId, Link> links_;  ///< made with an interface's first packet
   TokenBucket advertisements_{0};
   Advertisers advertisers_;

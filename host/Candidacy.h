@@ -14,7 +14,7 @@ struct BsrCandidacy {
 };
 
 /// A candidacy as RP with one address and priority (RFC 5059 section 3.2). The interval is that of the
-/// address: the one given last stands.
+/// address: the one given last counts.
 struct RpCandidacy {
   Lanet::IpGenAddr address;  ///< address of the candidate RP
   Lanet::IntfId intfId;      ///< interface whose address that is

@@ -14,8 +14,8 @@ using Zet::Ptr;
 using Zet::U64;
 
 /// The longest interval of which three times, the holdtime, still fits what receivers take.
-static constexpr U64 longestInterval = 13652;
-static constexpr char const* refusedHoldtime = "three times that is a holdtime that receivers refuse";
+static constexpr U64 maxInterval = 13652;
+static constexpr char const* excessiveHoldtime = "three times that is a holdtime that receivers reject";
 
 namespace {
 
@@ -26,12 +26,12 @@ std::string join(Parts const&... parts) {
   return text;
 }
 
-/// Walks one configuration and notes its faults.
+/// Walks one configuration and notes its errors.
 class Checker {
  public:
   explicit Checker(Configuration const& configuration) : configuration_(configuration) {}
 
-  std::vector<ConfigFault> run();
+  std::vector<ConfigError> run();
 
  private:
   void checkTimers();
@@ -50,34 +50,34 @@ class Checker {
   void checkRanges(ConfigPlace const& place, ByRange<Terms> const& ranges, Check const& check);
   template <class Number, class Set>
   void tryValue(ConfigPlace const& place, U64 value, Set const& set);
-  void fault(ConfigPlace const& place, std::string const& text) { faults_.push_back({place, text}); }
+  void error(ConfigPlace const& place, std::string const& text) { errors_.push_back({place, text}); }
 
   Configuration const& configuration_;
-  std::vector<ConfigFault> faults_;
+  std::vector<ConfigError> errors_;
   std::map<IpGenPrefix, std::string> groupClaims_;
   std::map<std::string, std::string> listClaims_;
 };
 
-/// Asks the attribute itself: the range and its text stand in the declaration alone.
+/// Asks the attribute itself: the range and its text are in the declaration alone.
 template <class Number, class Set>
 void Checker::tryValue(ConfigPlace const& place, U64 value, Set const& set) {
   constexpr U64 most = std::numeric_limits<Number>::max();
   try {
     set(static_cast<Number>(std::min(value, most)));
     if (value > most)
-      fault(place, join(std::to_string(value), ": at most ", std::to_string(most), " is valid"));
+      error(place, join(std::to_string(value), ": at most ", std::to_string(most), " is valid"));
   } catch (Zet::RangeException const& reason) {
-    fault(place, join(std::to_string(value), ": ", reason.what()));
+    error(place, join(std::to_string(value), ": ", reason.what()));
   }
 }
 
-std::vector<ConfigFault> Checker::run() {
+std::vector<ConfigError> Checker::run() {
   checkTimers();
   checkLists();
   checkBsrs();
   checkRps();
   checkBorders();
-  return faults_;
+  return errors_;
 }
 
 void Checker::checkTimers() {
@@ -89,7 +89,7 @@ void Checker::checkTimers() {
                 [&](U32 value) { config->szTimeoutIs(value); });
 }
 
-/// A filter keeps a number that it refused, and a copy of it is refused with the same text.
+/// A filter keeps a number that it rejected, and a copy of it is rejected with the same text.
 void Checker::checkLists() {
   for (auto const& [name, list] : configuration_.accessLists) {
     for (auto const& [sequence, rule] : list) {
@@ -126,7 +126,7 @@ template <class Key>
 void Checker::claim(std::map<Key, std::string>& claims, Key const& key, std::string const& intf,
                     ConfigPlace const& place) {
   auto [at, isFirst] = claims.try_emplace(key, intf);
-  if (!isFirst) fault(place, join("claimed by ", at->second, " already; one interface may claim it"));
+  if (!isFirst) error(place, join("claimed by ", at->second, " already; one interface may claim it"));
 }
 
 void Checker::checkBsr(ConfigPlace const& place, BsrTerms const& terms) {
@@ -139,7 +139,7 @@ void Checker::checkBsr(ConfigPlace const& place, BsrTerms const& terms) {
   if (!isUnknown) checkAtMost(where, terms.hashMaskLen, 32, "IPv4 has no more bits");
   where = place.at(BsrTermsKeys::bsPeriod.name);
   tryValue<U32>(where, terms.bsPeriod, [&](U32 value) { group->intervalIs(value); });
-  checkAtMost(where, terms.bsPeriod, longestInterval, refusedHoldtime);
+  checkAtMost(where, terms.bsPeriod, maxInterval, excessiveHoldtime);
 }
 
 void Checker::checkRps() {
@@ -149,7 +149,7 @@ void Checker::checkRps() {
                 [&](auto const& where, std::optional<U64> const& priority) { checkRp(where, priority); });
     ConfigPlace where = place.at(RpAdvertisingKeys::cRpAdvPeriod.name);
     tryValue<U32>(where, terms.cRpAdvPeriod, [](U32 value) { Bsr::CrpAdvInterval interval(value); });
-    checkAtMost(where, terms.cRpAdvPeriod, longestInterval, refusedHoldtime);
+    checkAtMost(where, terms.cRpAdvPeriod, maxInterval, excessiveHoldtime);
   }
 }
 
@@ -166,23 +166,23 @@ void Checker::checkBorders() {
 
 // Values ----------------------------------------------------------------------------------------------
 
-/// For values that the attribute takes and that have no use; those that it refuses have been reported.
+/// For values that the attribute takes and that have no use; those that it rejects have been reported.
 void Checker::checkAtMost(ConfigPlace const& place, U64 value, U64 most, char const* why) {
-  bool isTold = !faults_.empty() && faults_.back().place == place;
-  if (value <= most || isTold) return;
-  fault(place, join(std::to_string(value), ": ", why, "; at most ", std::to_string(most), " is valid"));
+  bool isReported = !errors_.empty() && errors_.back().place == place;
+  if (value <= most || isReported) return;
+  error(place, join(std::to_string(value), ": ", why, "; at most ", std::to_string(most), " is valid"));
 }
 
 void Checker::checkRange(ConfigPlace const& place, IpGenPrefix const& range) {
   if (range.af() != Lanet::AddressFamily::ipv4) {
-    fault(place, "not of IPv4, which alone is served");
+    error(place, "not of IPv4, which alone is served");
   } else if (!Lanet::allGroups().contains(range)) {
-    fault(place, "no range of multicast groups; a part of 224.0.0.0/4 is valid");
+    error(place, "no range of multicast groups; a part of 224.0.0.0/4 is valid");
   }
 }
 
 }  // namespace
 
-std::vector<ConfigFault> check(Configuration const& configuration) { return Checker(configuration).run(); }
+std::vector<ConfigError> check(Configuration const& configuration) { return Checker(configuration).run(); }
 
 }  // namespace pimbsr::host

@@ -45,7 +45,7 @@ struct ConfigKey {
   Zet::U64 least = 0, most = 0;  ///< of an integer
   std::string_view fallback;     ///< its default as TOML, or a description; empty if the key is needed
   std::string_view sentence;     ///< what it does
-  std::string_view former;       ///< name that it had before, which is refused; may be empty
+  std::string_view former;       ///< name that it had before, which is rejected; may be empty
   bool needsRestart = false;     ///< whether a change is applied at the next start only
   UnwiseValue unwise = {};
 };

@@ -13,9 +13,9 @@ ConfigTree::ConfigTree()
       clearConfig_(Bsr::clearConfigFactory("bsr")),
       accessLists_(Acl::aclTypeConfigFactory("ip")) {}
 
-std::vector<ConfigFault> ConfigTree::apply(Zet::Context& context, Configuration const& wanted) {
-  std::vector<ConfigFault> faults = check(wanted);
-  if (!faults.empty()) return faults;
+std::vector<ConfigError> ConfigTree::apply(Zet::Context& context, Configuration const& wanted) {
+  std::vector<ConfigError> errors = check(wanted);
+  if (!errors.empty()) return errors;
   Zet::Context::Scope scope(context);
   release(wanted);
   writeTimers(wanted);

@@ -17,14 +17,14 @@ class PIMBSR_API ConfigTree {
   Zet::Ptr<Routing::Pim::Bsr::Config> config() const { return config_; }
   Zet::Ptr<Routing::Pim::Bsr::ClearConfig> clearConfig() const { return clearConfig_; }
   Zet::Ptr<Acl::AclTypeConfig> accessLists() const { return accessLists_; }
-  /// What stands; at first all defaults.
+  /// What is applied; at first all defaults.
   Configuration const& applied() const { return applied_; }
 
-  /// Checks a configuration, and if it has no fault, writes what differs from what stands: what is gone
+  /// Checks a configuration, and if it has no error, writes what differs from what is applied: what is gone
   /// first, so that a range that moves to another interface is released before it is claimed, then what
-  /// changed, then what is new. With a fault nothing is written. Returns the faults. Machines that read these
+  /// changed, then what is new. With a error nothing is written. Returns the errors. Machines that read these
   /// entities run within the call, in the context given.
-  std::vector<ConfigFault> apply(Zet::Context& context, Configuration const& wanted);
+  std::vector<ConfigError> apply(Zet::Context& context, Configuration const& wanted);
 
  private:
   void release(Configuration const& wanted);

@@ -55,19 +55,19 @@ struct Configuration : Timeouts {
   bool operator==(Configuration const&) const = default;
 };
 
-/// One thing in a configuration that can't stand.
-struct ConfigFault {
+/// One thing in a configuration that can't be applied.
+struct ConfigError {
   ConfigPlace place;
   std::string text;  ///< what was read, and what would be valid
 
-  bool operator==(ConfigFault const&) const = default;
+  bool operator==(ConfigError const&) const = default;
 };
 
-/// Finds all that would be refused by a setter, end the process or be of no use: values out of their range,
+/// Finds all that would be rejected by a setter, end the process or be of no use: values out of their range,
 /// a range or list claimed by the candidate BSRs of two interfaces, ranges that are not of IPv4 multicast
-/// groups, and intervals above 13652, which make holdtimes that every receiver refuses. A list may be named
+/// groups, and intervals above 13652, which make holdtimes that every receiver rejects. A list may be named
 /// before it exists: who names it waits for it. Empty if the configuration may be applied. In the order of
 /// the configuration.
-PIMBSR_API std::vector<ConfigFault> check(Configuration const& configuration);
+PIMBSR_API std::vector<ConfigError> check(Configuration const& configuration);
 
 }  // namespace pimbsr::host

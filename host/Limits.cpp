@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "host/Screening.keys.h"
+#include "host/IngressSettings.keys.h"
 
 namespace pimbsr::host {
 
@@ -17,7 +17,7 @@ std::span<Limit const> limits() {
   return rows;
 }
 
-void copyLimits(Screening const& from, Screening& to) {
+void copyLimits(IngressSettings const& from, IngressSettings& to) {
   LimitsKeys::forEach([&](ConfigKey const&, auto member) { to.*member = from.*member; });
 }
 

@@ -4,15 +4,15 @@
 #include <string_view>
 
 #include "host/ConfigKey.h"
-#include "host/Screening.h"
+#include "host/IngressSettings.h"
 #include "runtime/Export.h"
 
 namespace pimbsr::host {
 
-/// One bound of a Screening under the name that operators use.
+/// One bound of a IngressSettings under the name that operators use.
 struct Limit {
   std::string_view name;  ///< such as "rps-per-range"
-  U32 Screening::*value;
+  U32 IngressSettings::*value;
   ConfigKey const* key;  ///< its facts; never null
 };
 
@@ -20,6 +20,6 @@ struct Limit {
 PIMBSR_API std::span<Limit const> limits();
 
 /// Copies the bounds of `from` and leaves the checks of `to` as they are.
-PIMBSR_API void copyLimits(Screening const& from, Screening& to);
+PIMBSR_API void copyLimits(IngressSettings const& from, IngressSettings& to);
 
 }  // namespace pimbsr::host

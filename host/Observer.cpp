@@ -37,30 +37,30 @@ class RpWatcher;
 struct Hub {
   explicit Hub(ChangeSink& out) : sink(out) {}
 
-  void tellBsr(ChangeKind kind, IpGenPrefix const& zone, BsrView const& bsr, BsrView const& former = {});
-  void tellRp(ChangeKind kind, IpGenPrefix const& zone, RpView const& rp, RpView const& former = {});
+  void reportBsr(ChangeKind kind, IpGenPrefix const& zone, BsrView const& bsr, BsrView const& former = {});
+  void reportRp(ChangeKind kind, IpGenPrefix const& zone, RpView const& rp, RpView const& former = {});
   void settleBsrs();
   void flush();
 
   ChangeSink& sink;
   bool messageInHand = false;
-  /// False only while what stands already is taken up.
-  bool tells = false;
-  // Those with a change that isn't told yet. A watcher may leave its tree meanwhile.
+  /// False only while what is there already is taken up.
+  bool isReporting = false;
+  // Those with a change that isn't reported yet. A watcher may leave its tree meanwhile.
   std::vector<Ptr<BsrWatcher>> bsrs;
   std::vector<Ptr<RpWatcher>> rps;
 };
 
-void Hub::tellBsr(ChangeKind kind, IpGenPrefix const& zone, BsrView const& bsr, BsrView const& former) {
-  if (tells) sink.onChange({.kind = kind, .zone = zone, .bsr = bsr, .formerBsr = former});
+void Hub::reportBsr(ChangeKind kind, IpGenPrefix const& zone, BsrView const& bsr, BsrView const& former) {
+  if (isReporting) sink.onChange({.kind = kind, .zone = zone, .bsr = bsr, .formerBsr = former});
 }
 
-void Hub::tellRp(ChangeKind kind, IpGenPrefix const& zone, RpView const& rp, RpView const& former) {
-  if (tells) sink.onChange({.kind = kind, .zone = zone, .rp = rp, .formerRp = former});
+void Hub::reportRp(ChangeKind kind, IpGenPrefix const& zone, RpView const& rp, RpView const& former) {
+  if (isReporting) sink.onChange({.kind = kind, .zone = zone, .rp = rp, .formerRp = former});
 }
 
 /// Keeps a map of watchers equal to a collection, of which the member `entry` of `key` may have come or gone;
-/// null is gone. A watcher that goes is told by gone().
+/// null is gone. A watcher that goes is reported by gone().
 template <class Watcher, class Key, class Entry, class... Args>
 void follow(std::map<Key, Ptr<Watcher>>& watchers, Key const& key, Ptr<Entry> const& entry, Args&... args) {
   auto at = watchers.find(key);
@@ -110,14 +110,14 @@ void BsrWatcher::settle() {
   if (!pending || !notifier() || notifier()->ipAddr().isEmpty()) return;
   BsrView former = std::exchange(last_, viewOf(*notifier()));
   if (!std::exchange(known_, true)) {
-    hub_.tellBsr(ChangeKind::bsrElected, notifier()->zone(), last_);
+    hub_.reportBsr(ChangeKind::bsrElected, notifier()->zone(), last_);
   } else if (!last_.sameElection(former)) {
-    hub_.tellBsr(ChangeKind::bsrChanged, notifier()->zone(), last_, former);
+    hub_.reportBsr(ChangeKind::bsrChanged, notifier()->zone(), last_, former);
   }
 }
 
 void BsrWatcher::gone() {
-  if (known_) hub_.tellBsr(ChangeKind::bsrLost, notifier()->zone(), viewOf(*notifier()));
+  if (known_) hub_.reportBsr(ChangeKind::bsrLost, notifier()->zone(), viewOf(*notifier()));
   notifierIs(nullptr);
 }
 
@@ -156,13 +156,13 @@ void RpWatcher::mark() {
 void RpWatcher::settle() {
   bool pending = std::exchange(pending_, false);
   if (!pending || !notifier()) return;
-  // A BSR is written before its RPs, but if its expiry stays the same, that isn't told yet.
+  // A BSR is written before its RPs, but if its expiry stays the same, that isn't reported yet.
   hub_.settleBsrs();
   RpView former = std::exchange(last_, viewOf(range_, *notifier()));
   if (!std::exchange(known_, true)) {
-    hub_.tellRp(ChangeKind::rpAdded, zone_, last_);
+    hub_.reportRp(ChangeKind::rpAdded, zone_, last_);
   } else if (!last_.sameRp(former)) {
-    hub_.tellRp(ChangeKind::rpUpdated, zone_, last_, former);
+    hub_.reportRp(ChangeKind::rpUpdated, zone_, last_, former);
   }
 }
 
@@ -172,7 +172,7 @@ void RpWatcher::gone() {
   if (!known_) return;
   bool isDue = Kiv::isTimeSet(rp.expires) && rp.expires <= Zet::now();
   bool expired = isDue && !hub_.messageInHand;
-  hub_.tellRp(expired ? ChangeKind::rpExpired : ChangeKind::rpRemoved, zone_, rp);
+  hub_.reportRp(expired ? ChangeKind::rpExpired : ChangeKind::rpRemoved, zone_, rp);
 }
 
 // The RP set of one zone: its entry, its ranges, and the RPs of a range ---------------------------------
@@ -231,11 +231,11 @@ class ZoneWatcher final : public Bsr::PimBsrRpCandidateStatus::NotifieeConst {
   }
   void onStatus() override {
     IpGenPrefix zone = notifier()->zone();
-    follow(sets_, theOnly, notifier()->status(), hub_, zone);
+    follow(sets_, onlyKey, notifier()->status(), hub_, zone);
   }
 
  private:
-  static constexpr int theOnly = 0;
+  static constexpr int onlyKey = 0;
 
   Hub& hub_;
   std::map<int, Ptr<RpSetWatcher>> sets_;
@@ -263,7 +263,7 @@ class Observer::Tree final : public Bsr::Status::NotifieeConst {
     for (auto at = notifier()->bootstrapRouterIterator(); at; ++at) onBootstrapRouter(at->zone());
     for (auto at = notifier()->crpStatusIterator(); at; ++at) onCrpStatus(at->zone());
     hub.flush();
-    hub.tells = true;
+    hub.isReporting = true;
   }
   void onBootstrapRouter(IpGenPrefix const& zone) override {
     follow(bsrs_, zone, notifier()->bootstrapRouter(zone), hub);

@@ -53,7 +53,7 @@ enum class ChangeKind : U8 {
   zoneForgotten  ///< nothing follows the zone any more; RPs of it may remain until they expire
 };
 
-/// One change of what a router believes.
+/// One change of what a router has learned.
 struct Change {
   ChangeKind kind = ChangeKind::zoneForgotten;
   Lanet::IpGenPrefix zone;
@@ -64,7 +64,7 @@ struct Change {
 };
 
 /// Puts changes of one kind in a row into the order of zone, range and address: they come in that of the
-/// engine's collections, which says nothing to people.
+/// engine's collections, which means nothing to an operator.
 PIMBSR_API void sortByAddress(std::vector<Change>& changes);
 
 /// Hears of changes, inside the call into the router that made them. It must not call back into the router
@@ -75,14 +75,14 @@ class PIMBSR_API ChangeSink {
   virtual void onChange(Change const& change) = 0;
 };
 
-/// Watches a status tree and tells of each change once it is complete.
+/// Watches a status tree and reports each change once it is complete.
 ///
-/// The machines write an entry attribute by attribute and its expiry last, so a change is told when the
-/// expiry is written, or at the latest by flush(). What stands when the observer is made is taken as known
-/// and not told. The observer writes nothing.
+/// The machines write an entry attribute by attribute and its expiry last, so a change is reported when the
+/// expiry is written, or at the latest by flush(). What is there when the observer is made is taken as known
+/// and not reported. The observer writes nothing.
 ///
 /// An RP that goes while a message is in hand, or before its time, was removed; one that goes otherwise has
-/// expired. Time alone can't tell: a host that serves its timers late may receive the withdrawal of an RP
+/// expired. Time alone doesn't show it: a host that serves its timers late may receive the withdrawal of an RP
 /// whose time is already over.
 class PIMBSR_API Observer {
  public:
@@ -95,7 +95,7 @@ class PIMBSR_API Observer {
 
   /// To be called before a message is handed to the router: it is in hand until flush().
   void messageInHand();
-  /// To be called after each message and each advance of the timers: tells what is complete by now, since the
+  /// To be called after each message and each advance of the timers: reports what is complete by now, since the
   /// event is over.
   void flush();
 

@@ -122,7 +122,7 @@ class Quotas::Cut {
   Verdict verdict_;
 };
 
-Quotas::Verdict Quotas::judge(BootstrapMessage& message) {
+Quotas::Verdict Quotas::validate(BootstrapMessage& message) {
   IpGenPrefix zone = zoneOf(message, root_.globalOrNonScopeZone());
   if (settings_.learnedZones != 0 && isZoneTooMany(zone)) return {.reason = DropReason::zoneQuota};
   Fits fits = fit(zone, message);
@@ -143,7 +143,7 @@ Quotas::Fits Quotas::fit(IpGenPrefix const& zone, BootstrapMessage const& messag
   return fits;
 }
 
-DropReason Quotas::judge(Packet::CrpAdvMessage const& message, PreferredRps const& preferred) {
+DropReason Quotas::validate(Packet::CrpAdvMessage const& message, PreferredRps const& preferred) {
   if (settings_.rps == 0 || message.holdtime() == 0) return DropReason::none;
   U64 fresh = newRps(message);
   bool fits = fresh == 0 || takesRps(fresh, rpBound(message.rpAddress(), preferred));
@@ -172,7 +172,7 @@ bool Quotas::isZoneTooMany(IpGenPrefix const& zone) {
 }
 
 /// The gate keeps a message of every zone that it ever let in, to know whether another is its first soon
-/// after the start. After that a zone that nobody follows any more needs none. More messages than machines
+/// after the start. After that a zone without a follower needs none. More messages than machines
 /// show that a zone has ended, so that each walk is paid for by such an end and no packet of a stranger costs
 /// one.
 void Quotas::forgetZones() {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "host/IngressSettings.h"
 #include "host/PreferredRps.h"
-#include "host/Screening.h"
 #include "model/DropReason.h"
 #include "model/Status.h"
 #include "protocol/BootstrapMessageSm.h"
@@ -58,7 +58,7 @@ class PIMBSR_API Tally {
   double countedAt_ = 0;
 };
 
-/// Keeps messages from making the router keep more than its Screening grants: scope zones, group ranges of a
+/// Keeps messages from making the router keep more than its IngressSettings grants: scope zones, group ranges of a
 /// zone, RPs in the fragment stores, RPs in the RP sets.
 ///
 /// What is known may always be renewed or withdrawn, whatever the bounds. A Bootstrap Message beyond a bound
@@ -79,14 +79,14 @@ class PIMBSR_API Quotas {
 
   /// All are used for as long as this object is.
   Quotas(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
-         Screening const& settings)
+         IngressSettings const& settings)
       : root_(root), gate_(gate), settings_(settings) {}
 
-  /// Judges a Bootstrap Message that the gate is to see next.
-  Verdict judge(Routing::Pim::Packet::BootstrapMessage& message);
+  /// Validates a Bootstrap Message that the gate is to see next.
+  Verdict validate(Routing::Pim::Packet::BootstrapMessage& message);
   /// Validates a Candidate-RP-Advertisement that was sent to this router. While there are preferred RPs, the
-  /// others add no more than half of Screening::rps, so that forged RPs keep no preferred one out.
-  DropReason judge(Routing::Pim::Packet::CrpAdvMessage const& message, PreferredRps const& preferred);
+  /// others add no more than half of IngressSettings::rps, so that forged RPs keep no preferred one out.
+  DropReason validate(Routing::Pim::Packet::CrpAdvMessage const& message, PreferredRps const& preferred);
   /// To be called after the settings have changed.
   void handleSettings() {
     rps_ = {};
@@ -130,7 +130,7 @@ class PIMBSR_API Quotas {
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
   Routing::Pim::Bsr::BootstrapMessageSm& gate_;
-  Screening const& settings_;
+  IngressSettings const& settings_;
   Tally rps_;      ///< RPs in the sets of all zones
   Tally waiting_;  ///< RPs in the fragment stores of all tags
 };

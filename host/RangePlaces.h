@@ -3,8 +3,8 @@
 #include <limits>
 #include <map>
 
+#include "host/IngressSettings.h"
 #include "host/PreferredRps.h"
-#include "host/Screening.h"
 #include "model/DropReason.h"
 #include "protocol/PimBsrSm.h"
 
@@ -12,7 +12,7 @@ namespace pimbsr::host {
 
 using Zet::U64;
 
-/// Gives out the places of group ranges at the elected BSR: a range holds at most Screening::rpsPerRange RPs,
+/// Gives out the places of group ranges at the elected BSR: a range holds at most IngressSettings::rpsPerRange RPs,
 /// since RP Count has 8 bits (RFC 5059 section 4.1) and a range announced with too many RPs would lose all.
 ///
 /// A newcomer to a full range displaces a worse RP, one in a BS_Period. The displaced RP is withdrawn as if
@@ -37,7 +37,7 @@ class PIMBSR_API RangePlaces {
   };
 
   /// Both are read for as long as this object is.
-  RangePlaces(Routing::Pim::Bsr::PimBsrSm const& root, Screening const& settings)
+  RangePlaces(Routing::Pim::Bsr::PimBsrSm const& root, IngressSettings const& settings)
       : root_(root), settings_(settings) {}
 
   /// Replaces the preferred RPs.
@@ -94,7 +94,7 @@ class PIMBSR_API RangePlaces {
   int rankOf(Request const& request) const;
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
-  Screening const& settings_;
+  IngressSettings const& settings_;
   PreferredRps preferred_;
   std::map<Lanet::IpGenPrefix, Full> ranges_;
   std::size_t dropAt_ = minSize;

@@ -22,24 +22,24 @@ enum class MessageKind : U8 {
 /// What became of one received packet.
 struct Reception {
   MessageKind kind = MessageKind::notPim;
-  /// Why it was refused, a stable name such as "checksum", "holdtime" or "rxNbrRpfCheck"; empty if it was
+  /// Why it was dropped, a stable name such as "checksum", "holdtime" or "border"; empty if it was
   /// accepted. For a message that lost some of its group ranges, why the first of them was dropped.
   std::string_view reason;
-  /// The reason in words for people; empty if it was accepted.
+  /// The description of the reason; empty if it was accepted.
   std::string_view sentence;
   Lanet::IpGenAddr source;  ///< unset where the IP header couldn't be read
   Lanet::IpGenAddr destination;
-  /// The decoded message, also where it was refused after decoding; null for other kinds. A Bootstrap Message
+  /// The decoded message, also where it was dropped after decoding; null for other kinds. A Bootstrap Message
   /// that was forwarded has lost its source by now.
   Zet::Ptr<Routing::Pim::Packet::Message> message;
   /// Group ranges that a bound dropped, or cut to the RPs that are known, while the rest of the message was
   /// accepted; 0 where all was or nothing was.
   U32 droppedRanges = 0;
 
-  /// Whether nothing of it was refused.
+  /// Whether nothing of it was dropped.
   bool accepted() const { return reason.empty(); }
   /// Whether nothing of it was accepted.
-  bool refused() const { return !accepted() && droppedRanges == 0; }
+  bool dropped() const { return !accepted() && droppedRanges == 0; }
   /// Whether it was dropped since its sender's budget is used up; the reason says whose that is.
   bool overBudget() const { return kind == MessageKind::unread; }
 };

@@ -1,9 +1,9 @@
 #include "host/Router.h"
 
 #include "host/Admission.h"
+#include "host/IngressFilter.h"
 #include "host/RpBounds.h"
 #include "host/RpSweep.h"
-#include "host/Screen.h"
 #include "pim/IoManager.h"
 #include "pim/RpfTable.h"
 #include "runtime/Assert.h"
@@ -56,8 +56,8 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   root_ = Bsr::pimBsrSmFactory(status_, pimStatus_, bsmStatus_, crpMsgStatus_, rpCandidateStatus_, wheel_,
                                interfaces_);
   admission_ = std::make_unique<Admission>(*root_, port_);
-  screen_ = std::make_unique<Screen>(*root_, *gate_, *neighbors_, port_, options.screening);
-  bounds_ = Zet::make<RpBounds>(root_, crpGate_, screen_->settings());
+  ingressFilter_ = std::make_unique<IngressFilter>(*root_, *gate_, *neighbors_, port_, options.ingress);
+  bounds_ = Zet::make<RpBounds>(root_, crpGate_, ingressFilter_->settings());
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
 }
 
@@ -82,7 +82,7 @@ Router::~Router() {
   sweep_->stop();
   bounds_->stop();
   bounds_ = nullptr;
-  screen_ = nullptr;
+  ingressFilter_ = nullptr;
   admission_ = nullptr;
   root_ = nullptr;
   crpGate_ = nullptr;
@@ -90,14 +90,14 @@ Router::~Router() {
   configSm_ = nullptr;
 }
 
-/// The gates take up whichever counters stand in the status tree.
+/// The gates take up the present counters of the status tree.
 void Router::clearCounters() {
   Call call(*this);
   status_->countersDel();
   status_->countersIs("bsr");
 }
 
-void Router::sayFarewell() {
+void Router::sendGoodbyes() {
   Call call(*this);
   for (auto at = status_->crpIterator(); at; ++at) status_->crpDel(IpGenAddr(at->address()));
   for (auto at = status_->cbsrIterator(); at; ++at) status_->cbsrDel(IpGenPrefix(at->zone()));
@@ -123,7 +123,7 @@ void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const&
 void Router::interfaceDel(IntfId const& intfId) {
   Call call(*this);
   hellos_.erase(intfId);
-  screen_->forget(intfId);
+  ingressFilter_->forget(intfId);
   pimStatus_->pimIntfDel(intfId);
   interfaces_->intfStatusDel(intfId);
   writeSourceAddress(intfId, port_.primaryAddress(intfId));
@@ -234,7 +234,7 @@ void Router::permitDel(IpGenPrefix const& senders) {
 
 // A packet --------------------------------------------------------------------------------------------
 
-void Router::screeningIs(Screening const& screening) { screen_->settingsIs(screening); }
+void Router::ingressSettingsIs(IngressSettings const& ingress) { ingressFilter_->settingsIs(ingress); }
 
 void Router::preferredRpsIs(PreferredRps const& preferred) { bounds_->preferredIs(preferred); }
 
@@ -250,12 +250,12 @@ Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
   Call call(*this);
   Reception reception;
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
-  Arrival arrival = ip ? screen_->arrival(intfId, *ip) : Arrival();
+  Arrival arrival = ip ? ingressFilter_->arrival(intfId, *ip) : Arrival();
   if (ip) {
     reception.source = ip->source;
     reception.destination = ip->destination;
   }
-  if (dropped(screen_->charge(intfId, arrival), reception)) {
+  if (dropped(ingressFilter_->charge(intfId, arrival), reception)) {
     reception.kind = MessageKind::unread;
   } else if (ip) {
     read(intfId, *ip, arrival, reception);
@@ -267,14 +267,14 @@ Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
 
 std::vector<Lanet::IpAddr> Router::advertisers(std::size_t max) const {
   std::vector<Lanet::IpAddr> addresses;
-  for (IpGenAddr const& sender : screen_->budgets().steadyAdvertisers(max))
+  for (IpGenAddr const& sender : ingressFilter_->budgets().steadyAdvertisers(max))
     addresses.push_back(sender.v4Addr());
   return addresses;
 }
 
 bool Router::takeAdvertisersChanged() {
   Zet::Context::Scope scope(context_);
-  return screen_->takeAdvertisersChanged();
+  return ingressFilter_->takeAdvertisersChanged();
 }
 
 /// What a message says it is, before more of it is read.
@@ -300,7 +300,7 @@ void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival 
     return;
   }
   handle(intfId, wire::decodeMessage(packet.payload, packet.source, packet.destination), reception);
-  if (reception.kind == MessageKind::malformed) screen_->handleMalformed(intfId, arrival);
+  if (reception.kind == MessageKind::malformed) ingressFilter_->handleMalformed(intfId, arrival);
 }
 
 void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
@@ -314,18 +314,18 @@ void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> co
     reception.kind = MessageKind::crpAdv;
     reception.message = *adv;
     crpAdv(intfId, **adv, reception);
-  } else if (auto const* told = std::get_if<wire::HelloMessage>(&*decoded)) {
+  } else if (auto const* hello = std::get_if<wire::HelloMessage>(&*decoded)) {
     reception.kind = MessageKind::hello;
-    hello(intfId, *told, reception);
+    this->hello(intfId, *hello, reception);
   } else {
     reception.kind = MessageKind::other;
   }
 }
 
-void Router::hello(IntfId const& intfId, wire::HelloMessage const& told, Reception& reception) {
+void Router::hello(IntfId const& intfId, wire::HelloMessage const& message, Reception& reception) {
   pim::HelloSm* machine = hello(intfId);
-  if (machine == nullptr || dropped(screen_->judgeHello(intfId, told), reception)) return;
-  machine->receive(told);
+  if (machine == nullptr || dropped(ingressFilter_->validateHello(intfId, message), reception)) return;
+  machine->receive(message);
 }
 
 void Router::malformed(DropReason reason, Reception& reception) {
@@ -361,9 +361,9 @@ void Router::onDrop(DropReason reason) {
 }
 
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
-  if (dropped(screen_->judgeSender(intfId, message), reception)) return;
-  if (dropped(admission_->judge(message), reception)) return;
-  Quotas::Verdict verdict = screen_->judgeCost(message);
+  if (dropped(ingressFilter_->validateSender(intfId, message), reception)) return;
+  if (dropped(admission_->validate(message), reception)) return;
+  Quotas::Verdict verdict = ingressFilter_->validateCost(message);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
   bool isDropped = dropped(throughGate(*bsmInfo_, intfId, verdict.passed), reception);
@@ -371,15 +371,15 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
-  if (dropped(admission_->judge(message), reception)) return;
+  if (dropped(admission_->validate(message), reception)) return;
   if (!port_.isOwnAddress(message.dstAddr())) return;
-  if (dropped(screen_->judgeCost(message, bounds_->places().preferred()), reception)) return;
+  if (dropped(ingressFilter_->validateCost(message, bounds_->places().preferred()), reception)) return;
   RpBounds::Verdict verdict = bounds_->check(message);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
   if (dropped(throughGate(*crpMsgInfo_, intfId, verdict.passed), reception)) return;
   reception.droppedRanges = verdict.dropped;
-  screen_->noteAdvertisement(message);
+  ingressFilter_->noteAdvertisement(message);
 }
 
 }  // namespace pimbsr::host

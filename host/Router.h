@@ -11,8 +11,8 @@
 #include "crp/CrpMessageSm.h"
 #include "crp/RpCandidateSm.h"
 #include "host/Candidacy.h"
+#include "host/IngressSettings.h"
 #include "host/Reception.h"
-#include "host/Screening.h"
 #include "model/Acl.h"
 #include "model/Config.h"
 #include "model/IO.h"
@@ -43,7 +43,7 @@ class Admission;
 class PreferredRps;
 class RpBounds;
 class RpSweep;
-class Screen;
+class IngressFilter;
 struct Arrival;
 
 /// What a router is given by its host.
@@ -58,16 +58,16 @@ struct RouterOptions {
   /// What a former router knew, to start from; null to start with nothing. Both or none.
   Zet::Ptr<Routing::Pim::Bsr::Status> status = nullptr;
   Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus = nullptr;
-  /// Answers for the neighbours towards BSRs; where it is null, the router's own routes and Hellos do.
+  /// Answers for the neighbors towards BSRs; where it is null, the router's own routes and Hellos do.
   Zet::Ptr<Routing::Pim::PimRpfTable> rpf = nullptr;
   /// What is checked in packets of a real network; nothing by default.
-  Screening screening;
+  IngressSettings ingress;
   /// Receives what the gate drops of this router's own advertisements; may be null. It outlives the router.
   OwnDropSink* ownDrops = nullptr;
 };
 
-/// One Bootstrap Router behind a port: the status tree, the machines in the order in which they must be made,
-/// and the road of a packet from its bytes to the gates.
+/// One Bootstrap Router over a port: the status tree, the machines in the order in which they must be made,
+/// and the path of a packet from its bytes to the gates.
 ///
 /// The host sets the context's clock to the time of an event and then makes one call; each call enters the
 /// context by itself. Whoever watches the status tree hears of changes inside that call, and must not call
@@ -86,10 +86,10 @@ class PIMBSR_API Router : private DropListener {
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu);
   /// Adds an interface that speaks Hello too, or changes its MTU and options.
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& hello);
-  /// Takes an interface away with its neighbours; no Hello is sent. What address it has still is the port's
+  /// Takes an interface away with its neighbors; no Hello is sent. What address it has still is the port's
   /// to say. An unknown one is left alone.
   void interfaceDel(Lanet::IntfId const& intfId);
-  /// Tells that the port answers with another primary address of an interface. For an interface that speaks
+  /// To be called when the port answers with another primary address of an interface. For an interface that speaks
   /// no PIM but lends its address to a candidate, such as a loopback, this is all that a host says.
   void handleAddressChange(Lanet::IntfId const& intfId);
 
@@ -100,7 +100,7 @@ class PIMBSR_API Router : private DropListener {
 
   /// Makes this router a candidate BSR of a zone, or changes the candidacy.
   void candidateBsrIs(Lanet::IpGenPrefix const& zone, BsrCandidacy const& candidacy);
-  /// Ends a candidacy; an elected BSR says so to its neighbours (RFC 5059 section 3.3).
+  /// Ends a candidacy; an elected BSR says so to its neighbors (RFC 5059 section 3.3).
   void candidateBsrDel(Lanet::IpGenPrefix const& zone);
   /// Makes this router a candidate RP for a group range, or changes the range's priority.
   void candidateRpIs(Lanet::IpGenPrefix const& range, RpCandidacy const& candidacy);
@@ -110,13 +110,13 @@ class PIMBSR_API Router : private DropListener {
   /// Makes an interface a border of a scope zone, or makes it one no more (RFC 5059 section 3.1.3).
   void borderIs(Lanet::IpGenPrefix const& zone, Lanet::IntfId const& intfId, bool border);
   /// Permits advertisements of senders by their addresses, or withdraws that. Once a prefix is given, all
-  /// others are refused; without any all are taken.
+  /// others are dropped; without any all are taken.
   void permitIs(Lanet::IpGenPrefix const& senders);
   void permitDel(Lanet::IpGenPrefix const& senders);
 
-  /// Checks packets by other settings from now on. What stands beyond a lowered bound stays until it ends by
+  /// Checks packets by other settings from now on. What is beyond a lowered bound stays until it ends by
   /// itself.
-  void screeningIs(Screening const& screening);
+  void ingressSettingsIs(IngressSettings const& ingress);
 
   /// Replaces the RPs that are never displaced from a full group range; none at first.
   void preferredRpsIs(PreferredRps const& preferred);
@@ -124,9 +124,8 @@ class PIMBSR_API Router : private DropListener {
   /// Starts the engine's message counters from 0 again; not to be called while a message is handled.
   void clearCounters();
 
-  /// Ends all candidacies with what they have to say, and tells the neighbours of every interface farewell
-  /// (Hello with holdtime 0). To be called before an orderly end.
-  void sayFarewell();
+  /// Ends all candidacies with their last messages, and sends a goodbye Hello on every interface. To be called before an orderly end.
+  void sendGoodbyes();
 
   /// Takes one IPv4 packet, from its IP header on, that arrived on an interface. Its sender's budget is
   /// charged before more than the IP header is read. An advertisement for another router is reported and has
@@ -135,7 +134,7 @@ class PIMBSR_API Router : private DropListener {
 
   /// Up to `max` senders of accepted advertisements that keep within what each is granted, those that do so
   /// for longest first. A host receives their packets apart from those of others, so that a flood from others
-  /// displaces none. None while Screening::advertisementsPerSecond is 0.
+  /// displaces none. None while IngressSettings::advertisementsPerSecond is 0.
   std::vector<Lanet::IpAddr> advertisers(std::size_t max) const;
   /// Whether they have changed since the last call. Costs O(1) while none has expired.
   bool takeAdvertisersChanged();
@@ -183,7 +182,7 @@ class PIMBSR_API Router : private DropListener {
             Reception& reception);
   void handle(Lanet::IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
               Reception& reception);
-  void hello(Lanet::IntfId const& intfId, wire::HelloMessage const& told, Reception& reception);
+  void hello(Lanet::IntfId const& intfId, wire::HelloMessage const& message, Reception& reception);
   static void malformed(DropReason reason, Reception& reception);
   void bootstrap(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage& message,
                  Reception& reception);
@@ -212,7 +211,7 @@ class PIMBSR_API Router : private DropListener {
   Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate_;
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   std::unique_ptr<Admission> admission_;
-  std::unique_ptr<Screen> screen_;
+  std::unique_ptr<IngressFilter> ingressFilter_;
   Zet::Ptr<RpBounds> bounds_;
   std::map<Lanet::IntfId, pim::HelloSm> hellos_;
   Zet::Ptr<RpSweep> sweep_;

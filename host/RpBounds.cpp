@@ -15,7 +15,7 @@ using Routing::Pim::RpCandidateStatus;
 using Zet::Ptr;
 
 RpBounds::RpBounds(Ptr<Bsr::PimBsrSm> const& root, Ptr<Bsr::CrpMessageSm> const& gate,
-                   Screening const& settings)
+                   IngressSettings const& settings)
     : root_(root), gate_(gate), settings_(settings), places_(*root, settings), ledger_(*root, settings) {
   notifierIs(root->crpMsgStatus());
 }
@@ -28,7 +28,7 @@ void RpBounds::stop() {
 
 // An advertisement ----------------------------------------------------------------------------------------
 
-static bool hasBound(Screening const& settings) {
+static bool hasBound(IngressSettings const& settings) {
   return settings.rangesPerZone != 0 || settings.rpsPerRange != 0 || settings.rpsPerSender != 0 ||
          settings.rangesPerSender != 0;
 }
@@ -164,7 +164,7 @@ DropReason RpBounds::admit(CrpAdvMessage const& message, RangePlaces::Request co
 
 // This router's own advertisements ------------------------------------------------------------------------
 
-/// They take the engine's own path, which no check can refuse. The ranges in which the RP has to wait for a
+/// They take the engine's own path, which no check can stop. The ranges in which the RP has to wait for a
 /// place are taken out of the message. One without ranges would be for all groups; with holdtime 0 it
 /// withdraws the RP from ranges that don't hold it, which has no effect.
 void RpBounds::onTxCrpMsg() {

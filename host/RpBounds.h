@@ -12,7 +12,7 @@ namespace pimbsr::host {
 ///
 /// A renewal of an RP that its range holds always passes, except for an RP that was displaced. Of an
 /// advertisement the group ranges that fit pass. While there are preferred RPs, the others add no more than
-/// half of Screening::rangesPerZone, so that forged ranges of others keep no preferred RP out; a preferred RP
+/// half of IngressSettings::rangesPerZone, so that forged ranges of others keep no preferred RP out; a preferred RP
 /// doesn't pass the whole bound either, since followers drop a Bootstrap Message beyond their own.
 ///
 /// This router's own advertisements take no part in it, except that in a full range they wait for a place.
@@ -28,7 +28,7 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
 
   /// The machines and the settings are read for as long as this object is not stopped.
   RpBounds(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root,
-           Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> const& gate, Screening const& settings);
+           Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> const& gate, IngressSettings const& settings);
   /// Ends it. To be called before the machines end.
   void stop();
 
@@ -55,7 +55,7 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
 
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> gate_;
-  Screening const& settings_;
+  IngressSettings const& settings_;
   RangePlaces places_;
   SenderLedger ledger_;
   U32 newRanges_ = 0;        ///< new ranges that passed, of the message being checked

@@ -24,7 +24,7 @@ void RpSweep::onCrpSet(IpGenPrefix const&) {
   if (timer_->timeMin() == Kiv::never) timer_->timeMinIs(Zet::now() + period);
 }
 
-/// The walks stand on their keys, so that what they pass may go.
+/// The walks keep their keys, so that what they pass may go.
 void RpSweep::sweep() {
   for (auto set = notifier()->crpSetIterator(); set; ++set) {
     IpGenPrefix range = set->prefix();

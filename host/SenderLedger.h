@@ -6,7 +6,7 @@
 #include <set>
 #include <utility>
 
-#include "host/Screening.h"
+#include "host/IngressSettings.h"
 #include "model/DropReason.h"
 #include "protocol/PimBsrSm.h"
 
@@ -23,7 +23,7 @@ Zet::Ptr<Routing::Pim::RpCandidateSet> rpSetOf(Routing::Pim::Bsr::PimBsrSm const
 ///
 /// An RP that is its own sender has an account of its own, and so has each preferred RP, whoever sends for
 /// it: what a forger adds for other RPs from the same address doesn't use that up. Such an account holds one
-/// RP and Screening::rangesPerSender ranges; the sender's account of other RPs has both bounds.
+/// RP and IngressSettings::rangesPerSender ranges; the sender's account of other RPs has both bounds.
 ///
 /// An RP of a range is in one account, that of its last sender. An entry of an RP that has left the sets is
 /// dropped late: when its account is at a bound, at most once a second, and by a sweep over all entries that
@@ -40,7 +40,7 @@ class PIMBSR_API SenderLedger {
   };
 
   /// Both are read for as long as this object is.
-  SenderLedger(Routing::Pim::Bsr::PimBsrSm const& root, Screening const& settings)
+  SenderLedger(Routing::Pim::Bsr::PimBsrSm const& root, IngressSettings const& settings)
       : root_(root), settings_(settings) {}
   SenderLedger(SenderLedger const&) = delete;
   SenderLedger& operator=(SenderLedger const&) = delete;
@@ -89,7 +89,7 @@ class PIMBSR_API SenderLedger {
   void remove(Owners::iterator entry);
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
-  Screening const& settings_;
+  IngressSettings const& settings_;
   Accounts accounts_;
   Owners owners_;                           ///< the account of each RP of each range
   Owners::iterator swept_ = owners_.end();  ///< where the sweep goes on; its end means the start

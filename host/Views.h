@@ -17,7 +17,7 @@ struct RangeView {
   std::vector<RpView> rps;
 };
 
-/// What a router believes of one zone.
+/// What a router has learned of one zone.
 struct ZoneView {
   Lanet::IpGenPrefix zone;
   std::optional<BsrView> bsr;

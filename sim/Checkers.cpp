@@ -235,8 +235,8 @@ std::vector<IpGenPrefix> zonesToLearn(Expectation const& expectation, Network co
 
 // Borders ---------------------------------------------------------------------------------------------
 
-void BorderWatch::judge(Network const& network, Node const& node, NodeInterface const& intf,
-                        BootstrapMessage const& message, char const* verb) {
+void BorderWatch::validate(Network const& network, Node const& node, NodeInterface const& intf,
+                           BootstrapMessage const& message, char const* verb) {
   if (!message.groupRpData() || message.groupRpData()->groupDataCount() == 0) return;
   auto first = message.groupRpData()->groupDataFirst();
   if (!first->groupFlags().scoped()) return;
@@ -250,13 +250,13 @@ void BorderWatch::onSent(Network const& network, Node const& node, NodeInterface
   if (kindOf(packet) != PacketKind::bootstrap) return;
   auto ip = wire::parseIpv4(packet);
   auto message = wire::decodeBootstrap(ip->payload, ip->source, ip->destination);
-  if (message) judge(network, node, intf, **message, "sends");
+  if (message) validate(network, node, intf, **message, "sends");
 }
 
 void BorderWatch::onReception(Network const& network, Node const& node, NodeInterface const& intf,
                               host::Reception const& reception) {
   if (reception.kind != host::MessageKind::bootstrap || !reception.accepted()) return;
-  judge(network, node, intf, static_cast<BootstrapMessage const&>(*reception.message), "accepts");
+  validate(network, node, intf, static_cast<BootstrapMessage const&>(*reception.message), "accepts");
 }
 
 }  // namespace pimbsr::sim

@@ -89,8 +89,8 @@ class BorderWatch {
   Findings const& findings() const { return findings_; }
 
  private:
-  void judge(Network const& network, Node const& node, NodeInterface const& intf,
-             Routing::Pim::Packet::BootstrapMessage const& message, char const* verb);
+  void validate(Network const& network, Node const& node, NodeInterface const& intf,
+                Routing::Pim::Packet::BootstrapMessage const& message, char const* verb);
 
   Findings findings_;
 };

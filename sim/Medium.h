@@ -2,7 +2,7 @@
 
 #include <deque>
 
-#include "host/Screening.h"
+#include "host/IngressSettings.h"
 #include "model/Lanet.h"
 #include "sim/Link.h"
 #include "sim/Listener.h"
@@ -22,7 +22,7 @@ class Medium {
   Link const& link(U32 number) const { return links_[number]; }
   /// The bounds of every router that starts from now on; at first the standard ones. What a configuration
   /// would check in packets is not checked.
-  host::Screening const& limits() const { return limits_; }
+  host::IngressSettings const& limits() const { return limits_; }
   Listener* listener() const { return listener_; }
   /// The listener if it is registered for any of these kinds; else null.
   Listener* hears(Kinds kinds) const { return (kinds_ & kinds) != 0 ? listener_ : nullptr; }
@@ -34,7 +34,7 @@ class Medium {
   U64 seed_;
   double now_ = 0;
   std::deque<Link> links_;
-  host::Screening limits_ = host::standardLimits;
+  host::IngressSettings limits_ = host::standardLimits;
   Listener* listener_ = nullptr;
   Kinds kinds_ = 0;
 

@@ -43,7 +43,7 @@ class Network final : public Medium {
   Node const& node(U32 number) const { return nodes_[number]; }
   U32 linkCount() const { return static_cast<U32>(links_.size()); }
   /// Sets limits().
-  void limitsIs(host::Screening const& limits) { limits_ = limits; }
+  void limitsIs(host::IngressSettings const& limits) { limits_ = limits; }
 
   /// Takes a link down for all that are attached, or up again: their interfaces come and go with it.
   void linkUpIs(U32 link, bool up);

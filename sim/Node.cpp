@@ -103,10 +103,10 @@ void Node::tellStates() {
   }
 }
 
-void Node::countRefusal(Reception const& reception) {
-  RefusalCount& refusal = refused_[reception.reason];
-  ++refusal.count;
-  refusal.sentence = reception.sentence;
+void Node::countDrop(Reception const& reception) {
+  DropCount& drop = drops_[reception.reason];
+  ++drop.count;
+  drop.sentence = reception.sentence;
 }
 
 void Node::receive(U32 intf, Bytes packet) {
@@ -116,7 +116,7 @@ void Node::receive(U32 intf, Bytes packet) {
     if (observer_) observer_->messageInHand();
     reception = router_->receive(interfaces_[intf].intfId, packet);
     receiving_ = false;
-    if (!reception.accepted()) countRefusal(reception);
+    if (!reception.accepted()) countDrop(reception);
     tellReception(intf, reception);
   });
 }
@@ -151,7 +151,7 @@ void Node::start() {
   host::RouterOptions options{.config = tree_->config(),
                               .clearConfig = tree_->clearConfig(),
                               .accessLists = tree_->accessLists(),
-                              .screening = medium_.limits(),
+                              .ingress = medium_.limits(),
                               .ownDrops = this};
   context_.nowIs(localTime(medium_.now()));
   router_ = std::make_unique<host::Router>(context_, *this, options);
@@ -174,7 +174,7 @@ void Node::build() {
 void Node::stop() {
   if (!router_) return;
   observer_ = nullptr;
-  call([&] { router_->sayFarewell(); });
+  call([&] { router_->sendGoodbyes(); });
   end();
   medium_.topologyChanged();
 }
@@ -299,15 +299,15 @@ void Node::routeDel(Lanet::Prefix const& prefix) {
 
 // Configuration ---------------------------------------------------------------------------------------
 
-static std::string textOf(std::vector<host::ConfigFault> const& faults) {
+static std::string textOf(std::vector<host::ConfigError> const& faults) {
   std::string text;
-  for (host::ConfigFault const& fault : faults) {
+  for (host::ConfigError const& fault : faults) {
     text += (text.empty() ? "" : "; ") + textOf(fault.place) + ": " + fault.text;
   }
   return text;
 }
 
-ConfigRefused::ConfigRefused(std::vector<host::ConfigFault> const& faults)
+ConfigRefused::ConfigRefused(std::vector<host::ConfigError> const& faults)
     : std::runtime_error(textOf(faults)) {}
 
 static std::string textOf(IntfId const& intfId) { return std::string(intfId.stringValue().view()); }

@@ -58,7 +58,7 @@ struct NodeInterface {
 };
 
 /// How often messages were refused for one reason.
-struct RefusalCount {
+struct DropCount {
   U64 count = 0;
   std::string_view sentence;  ///< the reason in words
 };
@@ -91,7 +91,7 @@ Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix);
 /// A configuration that a router refuses, with all its faults.
 class ConfigRefused : public std::runtime_error {
  public:
-  explicit ConfigRefused(std::vector<host::ConfigFault> const& faults);
+  explicit ConfigRefused(std::vector<host::ConfigError> const& faults);
 };
 
 /// One router of a network: its configuration, its clock and chance, its addresses, and, while it runs, the
@@ -111,7 +111,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   /// The number of an interface by its name; the number of interfaces if there is none.
   U32 interfaceNumber(Lanet::IntfId const& intfId) const;
   /// How often a message was refused, by the reason's name.
-  std::map<std::string_view, RefusalCount> const& refused() const { return refused_; }
+  std::map<std::string_view, DropCount> const& drops() const { return drops_; }
 
   /// The router; null while it doesn't run.
   host::Router const* router() const { return router_.get(); }
@@ -144,7 +144,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
 
   /// Starts afresh with what is configured; nothing if it runs already.
   void start();
-  /// Ends in order: with a farewell, and without its candidacies.
+  /// Ends in order: with goodbye Hellos, and without its candidacies.
   void stop();
   /// Ends at once, without a word.
   void crash();
@@ -194,8 +194,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   void tellStates();
   void tellSent(U32 intf, Bytes packet);
   void tellReception(U32 intf, host::Reception const& reception);
-  void onOwnDrop(host::Reception const& reception) override { countRefusal(reception); }
-  void countRefusal(host::Reception const& reception);
+  void onOwnDrop(host::Reception const& reception) override { countDrop(reception); }
+  void countDrop(host::Reception const& reception);
   void bringUp(U32 intf);
   void takeDown(U32 intf);
   void build();
@@ -210,7 +210,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   NodeOptions options_;
   NodeConfig config_;
   std::vector<NodeInterface> interfaces_;
-  std::map<std::string_view, RefusalCount> refused_;
+  std::map<std::string_view, DropCount> drops_;
   RouterContext context_;
   Recorder recorder_;
   std::unique_ptr<host::ConfigTree> tree_;  ///< null while it doesn't run

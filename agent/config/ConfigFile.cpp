@@ -14,7 +14,7 @@
 #include "agent/config/ConfigBlock.h"
 #include "agent/config/ConfigTable.h"
 #include "agent/config/Settings.keys.h"
-#include "host/Screening.keys.h"
+#include "host/IngressSettings.keys.h"
 
 namespace pimbsr::agent {
 
@@ -75,10 +75,10 @@ class Reader {
     readPart<file::TimersKeys>(value, router(), {.part = ConfigPart::timers});
   }
   void readChecks(ConfigValue const& value) {
-    readPart<host::ChecksKeys>(value, settings().screening, {.part = ConfigPart::checks});
+    readPart<host::ChecksKeys>(value, settings().ingress, {.part = ConfigPart::checks});
   }
   void readLimits(ConfigValue const& value) {
-    readPart<host::LimitsKeys>(value, settings().screening, {.part = ConfigPart::limits});
+    readPart<host::LimitsKeys>(value, settings().ingress, {.part = ConfigPart::limits});
   }
   void readControl(ConfigValue const& value);
   void readState(ConfigValue const& value) {
@@ -447,7 +447,7 @@ ConfigReading readConfig(std::string_view text, std::string const& file) {
   reading.faults = parsed.faults;
   if (!reading.isSound()) return reading;
   Reader(reading).read(parsed.root);
-  for (host::ConfigFault const& fault : host::check(reading.settings.router)) {
+  for (host::ConfigError const& fault : host::check(reading.settings.router)) {
     reading.faults.push_back({reading.places.find(fault.place), keyOf(fault.place) + ": " + fault.text});
   }
   auto byPlace = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };

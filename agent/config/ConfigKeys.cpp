@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "agent/config/Settings.keys.h"
-#include "host/Screening.keys.h"
+#include "host/IngressSettings.keys.h"
 #include "runtime/Assert.h"
 
 namespace pimbsr::agent {

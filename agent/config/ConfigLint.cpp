@@ -11,8 +11,8 @@
 #include "agent/config/Settings.keys.h"
 #include "config/AclToPrefix.h"
 #include "host/Configuration.keys.h"
+#include "host/IngressSettings.keys.h"
 #include "host/PreferredRps.h"
-#include "host/Screening.keys.h"
 
 namespace pimbsr::agent {
 
@@ -120,8 +120,8 @@ std::vector<ConfigFinding> Linter::run() {
   lintSenders();
   lintPreferredRps();
   lintLists();
-  lintKeys<host::ChecksKeys>(reading_.settings.screening, {.part = ConfigPart::checks});
-  lintKeys<host::LimitsKeys>(reading_.settings.screening, {.part = ConfigPart::limits});
+  lintKeys<host::ChecksKeys>(reading_.settings.ingress, {.part = ConfigPart::checks});
+  lintKeys<host::LimitsKeys>(reading_.settings.ingress, {.part = ConfigPart::limits});
   auto before = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };
   std::stable_sort(findings_.begin(), findings_.end(), before);
   // What couldn't be read has its default here, which is not the operator's.

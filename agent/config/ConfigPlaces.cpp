@@ -8,7 +8,7 @@
 
 #include "agent/config/Settings.keys.h"
 #include "host/ConfigKey.h"
-#include "host/Screening.keys.h"
+#include "host/IngressSettings.keys.h"
 
 namespace pimbsr::agent {
 

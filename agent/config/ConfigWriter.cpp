@@ -10,7 +10,7 @@
 #include "agent/config/ConfigTable.h"
 #include "agent/config/ConfigText.h"
 #include "agent/config/Settings.keys.h"
-#include "host/Screening.keys.h"
+#include "host/IngressSettings.keys.h"
 
 namespace pimbsr::agent {
 
@@ -176,8 +176,8 @@ std::string listsText(host::Configuration const& router) {
 
 std::string restText(Settings const& settings) {
   std::string out = tableText<file::TimersKeys>(settings.router) +
-                    tableText<host::ChecksKeys>(settings.screening) +
-                    tableText<host::LimitsKeys>(settings.screening) + tableText<file::ControlKeys>(settings) +
+                    tableText<host::ChecksKeys>(settings.ingress) +
+                    tableText<host::LimitsKeys>(settings.ingress) + tableText<file::ControlKeys>(settings) +
                     tableText<file::StateKeys>(settings);
   if (settings.traces.empty()) return out;
   std::vector<std::string> lines;
@@ -227,8 +227,8 @@ Json writeJson(Settings const& settings) {
   out.update(jsonOf<file::FilterKeys>(filterOf(router)));
   out["accessLists"] = accessListsJson(router);
   out.update(jsonOf<file::TimersKeys>(router));
-  out["checks"] = jsonOf<host::ChecksKeys>(settings.screening);
-  out["limits"] = jsonOf<host::LimitsKeys>(settings.screening);
+  out["checks"] = jsonOf<host::ChecksKeys>(settings.ingress);
+  out["limits"] = jsonOf<host::LimitsKeys>(settings.ingress);
   out.update(jsonOf<file::ControlKeys>(settings));
   out.update(jsonOf<file::StateKeys>(settings));
   out["traces"] = settings.traces;

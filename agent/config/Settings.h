@@ -5,7 +5,7 @@
 
 #include "agent/config/Settings.zet.h"
 #include "host/Configuration.h"
-#include "host/Screening.h"
+#include "host/IngressSettings.h"
 
 namespace pimbsr::agent {
 
@@ -15,17 +15,17 @@ using Zet::U64;
 using Zet::U8;
 
 /// What an agent accepts unless its file says otherwise: every check, and the standard limits.
-inline constexpr host::Screening defaultScreening = [] {
-  host::Screening screening = host::standardLimits;
-  host::defaultChecksIs(screening);
-  return screening;
+inline constexpr host::IngressSettings defaultIngress = [] {
+  host::IngressSettings ingress = host::standardLimits;
+  host::defaultChecksIs(ingress);
+  return ingress;
 }();
 
 /// All that a configuration file says, with the defaults where it says nothing.
 struct Settings : file::Control, file::State {
   std::map<std::string, InterfaceSettings> interfaces;  ///< those that speak PIM, by name; none by default
   host::Configuration router;
-  host::Screening screening = defaultScreening;
+  host::IngressSettings ingress = defaultIngress;
   std::map<std::string, int> traces;  ///< level 0 to 9 by handle
 
   bool operator==(Settings const&) const = default;

@@ -34,7 +34,7 @@ static sockaddr_in socketAddress(Lanet::IpAddr address) {
   return end;
 }
 
-/// IP_TRANSPARENT lets a farewell leave from an address that the interface has just lost.
+/// IP_TRANSPARENT lets a goodbye Hello leave from an address that the interface has just lost.
 PimSocketBase::PimSocketBase() : fd_(socket(AF_INET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, protocolPim)) {
   if (!fd_) fail("opening a raw socket for PIM, which needs root or CAP_NET_RAW");
   filterIs(passNothing());

@@ -18,7 +18,7 @@ static std::set<std::string> listsOf(host::ByRange<host::BsrTerms> const& terms)
 static std::set<std::string> listsOf(host::RpTerms const& terms) { return namesOf(terms.ranges.lists); }
 
 /// As in "sites, lab (not there)".
-static std::string told(std::set<std::string> const& lists, std::set<std::string> const& absent) {
+static std::string describe(std::set<std::string> const& lists, std::set<std::string> const& absent) {
   std::string text;
   for (std::string const& list : lists) {
     text += (text.empty() ? "" : ", ") + list + (absent.contains(list) ? " (not there)" : "");
@@ -26,7 +26,7 @@ static std::string told(std::set<std::string> const& lists, std::set<std::string
   return text;
 }
 
-/// Why nothing comes of the candidacies of an interface.
+/// Why the candidacies of an interface have no effect.
 static std::string whyIdle(KernelView const& kernel, std::string const& intf, std::string const& lists) {
   auto link = kernel.links.find(intf);
   if (link == kernel.links.end()) return "there is no such interface";
@@ -47,10 +47,10 @@ static std::vector<view::IdleCandidate> idleOf(Observed const& observed, Configu
     std::set<std::string> lists = listsOf(terms);
     std::set<std::string> absent = absentOf(observed, lists);
     if (!standing.contains(intf)) {
-      std::string why = whyIdle(observed.kernel, intf, told(lists, absent));
+      std::string why = whyIdle(observed.kernel, intf, describe(lists, absent));
       idle.push_back({.interface = intf, .because = why});
     } else if (!absent.empty()) {
-      idle.push_back({.interface = intf, .because = "list " + told(absent, absent)});
+      idle.push_back({.interface = intf, .because = "list " + describe(absent, absent)});
     }
   }
   return idle;

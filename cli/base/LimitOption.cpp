@@ -32,7 +32,7 @@ static Limit const& limitOf(std::string_view name) {
   throw UsageError(fmt::format("--limit: {}: {}", name, agent::unknownKeyText("limits", name)));
 }
 
-void parseLimit(std::string const& text, host::Screening& limits) {
+void parseLimit(std::string const& text, host::IngressSettings& limits) {
   if (text == "none") return host::copyLimits({}, limits);
   std::size_t equals = text.find('=');
   if (equals == std::string::npos)

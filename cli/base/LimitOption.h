@@ -2,13 +2,13 @@
 
 #include <string>
 
-#include "host/Screening.h"
+#include "host/IngressSettings.h"
 
 namespace pimbsr::cli {
 
 /// --limit: "KEY=N" sets the bound that the configuration file calls limits.KEY, within the range of that key
 /// and 0 for no bound; "none" takes all bounds away. Throws UsageError, with what would be valid, for another
 /// text.
-void parseLimit(std::string const& text, host::Screening& limits);
+void parseLimit(std::string const& text, host::IngressSettings& limits);
 
 }  // namespace pimbsr::cli

@@ -15,7 +15,7 @@ struct ReplayOptions {
   std::string file;
   bool json = false;
   double until = 0;  ///< seconds for which the clock runs on behind the last packet
-  host::RouterOptions router = {.screening = host::standardLimits};  ///< the standard limits, and no checks
+  host::RouterOptions router = {.ingress = host::standardLimits};  ///< the standard limits, and no checks
   std::vector<TraceWish> traces;
   /// RPF neighbours by address of the BSR, for those that are not to be found out.
   std::map<Lanet::IpGenAddr, Lanet::IpGenAddr> rpf;

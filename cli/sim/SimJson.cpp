@@ -140,9 +140,9 @@ static view::SimulatedRouter viewOf(sim::Node const& node) {
   if (shown.running) {
     for (host::ZoneView const& zone : zonesOf(*node.router())) shown.zones.push_back(viewOf(node, zone));
   }
-  for (auto const& [reason, refusal] : node.refused()) {
+  for (auto const& [reason, drop] : node.drops()) {
     shown.drops.push_back(
-        {.reason = std::string(reason), .sentence = std::string(refusal.sentence), .count = refusal.count});
+        {.reason = std::string(reason), .sentence = std::string(drop.sentence), .count = drop.count});
   }
   return shown;
 }

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "cli/base/Tracing.h"
-#include "host/Screening.h"
+#include "host/IngressSettings.h"
 #include "runtime/Types.h"
 
 namespace pimbsr::cli {
@@ -16,7 +16,7 @@ struct SimOptions {
   Zet::U64 seed = 1;
   std::string pcapFolder;  ///< empty for no captures
   std::vector<TraceWish> traces;
-  host::Screening limits = host::standardLimits;  ///< of every router; no checks
+  host::IngressSettings limits = host::standardLimits;  ///< of every router; no checks
 };
 
 /// --seed: a whole number from 0 to 18446744073709551615. Throws UsageError for anything else.

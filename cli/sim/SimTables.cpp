@@ -193,21 +193,21 @@ void writeRpAnswer(std::ostream& out, Node const& node, Lanet::IpAddr group) {
   table.write(out);
 }
 
-// Refusals --------------------------------------------------------------------------------------------
+// Drops -----------------------------------------------------------------------------------------------
 
-void writeRefusals(std::ostream& out, Network const& network) {
-  std::map<std::string_view, sim::RefusalCount> all;
+void writeDrops(std::ostream& out, Network const& network) {
+  std::map<std::string_view, sim::DropCount> all;
   for (Node const* node : nodesOf(network, {})) {
-    for (auto const& [reason, refusal] : node->refused()) {
-      all[reason].count += refusal.count;
-      all[reason].sentence = refusal.sentence;
+    for (auto const& [reason, drop] : node->drops()) {
+      all[reason].count += drop.count;
+      all[reason].sentence = drop.sentence;
     }
   }
   if (all.empty()) return;
   out << "\nRefused messages\n";
   Table table({"reason", "count", "why"});
-  for (auto const& [reason, refusal] : all) {
-    table.add({std::string(reason), fmt::to_string(refusal.count), std::string(refusal.sentence)});
+  for (auto const& [reason, drop] : all) {
+    table.add({std::string(reason), fmt::to_string(drop.count), std::string(drop.sentence)});
   }
   table.write(out);
 }

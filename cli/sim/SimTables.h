@@ -17,6 +17,6 @@ void writeView(std::ostream& out, sim::Network const& network, sim::Show const& 
 /// Tells which RP serves a group at a router, and why.
 void writeRpAnswer(std::ostream& out, sim::Node const& node, Lanet::IpAddr group);
 /// Writes how often messages were refused in the whole network, and why.
-void writeRefusals(std::ostream& out, sim::Network const& network);
+void writeDrops(std::ostream& out, sim::Network const& network);
 
 }  // namespace pimbsr::cli

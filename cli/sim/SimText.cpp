@@ -96,7 +96,7 @@ void SimText::onEnd(sim::Network const& network) {
   startTable();
   out_ << fmt::format("What each router believes after {} s\n", textOfTime(network.now()));
   writeView(out_, network, {});
-  writeRefusals(out_, network);
+  writeDrops(out_, network);
   Zet::U64 exceptions = network.exceptions();
   if (exceptions == 0) return;
   out_ << fmt::format("\nThe engine caught {} exceptions inside; that is a fault of this program.\n",

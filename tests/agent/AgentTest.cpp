@@ -40,7 +40,7 @@ class FakeMachine final : public agent::Machine {
   bool send(Lanet::IntfId const& intfId, std::span<Zet::U8 const> packet) override {
     auto ip = pimbsr::wire::parseIpv4(packet);
     auto hello = pimbsr::wire::decodeHello(ip->payload, ip->source, ip->destination);
-    if (hello && hello->holdtime == 0) farewells.emplace_back(intfId.stringValue().view());
+    if (hello && hello->holdtime == 0) goodbyes.emplace_back(intfId.stringValue().view());
     return true;
   }
   Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override {
@@ -59,7 +59,7 @@ class FakeMachine final : public agent::Machine {
 
   agent::KernelView view;
   std::set<std::string> opened;
-  std::vector<std::string> farewells;
+  std::vector<std::string> goodbyes;
   agent::LinkReports reports;
   std::set<Lanet::IpGenAddr> own;  ///< addresses of this system
   std::map<std::string, int> neighborChanges;
@@ -122,14 +122,14 @@ TEST_F(AgentTest, InterfaceSpeaksPimWhileItIsConfiguredAndThereAndUp) {
   agent.kernelChanged({});
   EXPECT_FALSE(speaksPim("eth1"));
   EXPECT_TRUE(speaksPim("eth0"));
-  EXPECT_THAT(machine.farewells, IsEmpty()) << "a link that is down carries none";
+  EXPECT_THAT(machine.goodbyes, IsEmpty()) << "a link that is down carries none";
 }
 
-TEST_F(AgentTest, InterfaceThatIsConfiguredNoMoreSaysFarewell) {
+TEST_F(AgentTest, InterfaceThatIsConfiguredNoMoreSendsAGoodbye) {
   settings.interfaces.clear();
   follow();
   EXPECT_FALSE(speaksPim("eth0"));
-  EXPECT_THAT(machine.farewells, ElementsAre("eth0"));
+  EXPECT_THAT(machine.goodbyes, ElementsAre("eth0"));
 }
 
 TEST_F(AgentTest, LinkThatWasMadeAnewUnderItsNameIsOpenedAnew) {
@@ -292,7 +292,7 @@ TEST_F(AgentTest, SendersOfAcceptedAdvertisementsReachTheSystemOnceTheyChange) {
 }
 
 TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {
-  settings.screening.packetsPerSecond = 2;
+  settings.ingress.packetsPerSecond = 2;
   follow();
   std::vector<Zet::U8> const packet(20);
   EXPECT_TRUE(agent.receive("eth0", packet));
@@ -311,14 +311,14 @@ TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnChance) {
   EXPECT_EQ(generations.size(), 3u);
 }
 
-TEST_F(AgentTest, FarewellEndsCandidaciesAndIsToldOnEveryInterface) {
+TEST_F(AgentTest, GoodbyeEndsCandidaciesAndIsSentOnEveryInterface) {
   beCandidate("eth0");
   while (agent.router().hello(intf("eth0"))->nextHello() <= clock.now() + 5) {
     if (agent.nextExpiry() <= clock.now()) agent.advance();
   }
-  agent.sayFarewell();
+  agent.sendGoodbyes();
   EXPECT_THAT(candidacies(), IsEmpty());
-  EXPECT_THAT(machine.farewells, ElementsAre("eth0"));
+  EXPECT_THAT(machine.goodbyes, ElementsAre("eth0"));
 }
 
 }  // namespace

@@ -42,21 +42,21 @@ class AnySettings {
     for (U64 i = below(4); i > 0; --i) drawList(s);
     s.router.bsTimeout = in(12, 1073741823);
     s.router.szTimeout = in(120, 4294967295);
-    s.screening = {.linkLocalTtl = flip(),
-                   .onSubnet = flip(),
-                   .fromNeighbors = flip(),
-                   .notOwnBsr = flip(),
-                   .packetsPerSecond = any(),
-                   .hellosPerSecond = any(),
-                   .advertisementsPerSecond = any(),
-                   .neighborsPerInterface = any(),
-                   .learnedZones = any(),
-                   .fragmentRps = any(),
-                   .rps = any(),
-                   .rangesPerZone = any(),
-                   .rpsPerRange = static_cast<Zet::U32>(below(256)),
-                   .rpsPerSender = any(),
-                   .rangesPerSender = any()};
+    s.ingress = {.linkLocalTtl = flip(),
+                 .onSubnet = flip(),
+                 .fromNeighbors = flip(),
+                 .notOwnBsr = flip(),
+                 .packetsPerSecond = any(),
+                 .hellosPerSecond = any(),
+                 .advertisementsPerSecond = any(),
+                 .neighborsPerInterface = any(),
+                 .learnedZones = any(),
+                 .fragmentRps = any(),
+                 .rps = any(),
+                 .rangesPerZone = any(),
+                 .rpsPerRange = static_cast<Zet::U32>(below(256)),
+                 .rpsPerSender = any(),
+                 .rangesPerSender = any()};
     if (flip()) s.controlSocket = flip() ? "" : "/run/a \"b\\c\" \xc3\xa4.sock";
     if (flip()) s.readOnlySocket = flip() ? "" : "/run/b \"c\".sock";
     if (flip()) s.readOnlyGroup = "pimbsr-read";

@@ -86,7 +86,7 @@ TEST_F(MetricsTest, HelpTellsWhereTheCountsOfForgottenZonesGo) {
 }
 
 TEST_F(MetricsTest, PacketsThatCameTooFastAreOfAKindOfTheirOwn) {
-  router->screeningIs({.packetsPerSecond = 1});
+  router->ingressSettingsIs({.packetsPerSecond = 1});
   for (int i = 0; i < 3; ++i) receive(helloFrom("192.0.2.1", 7));
   EXPECT_EQ(sample(R"(pimbsr_messages_received_total{interface="eth0",kind="unread",outcome="refused"})"),
             "1");

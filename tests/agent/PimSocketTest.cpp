@@ -250,7 +250,7 @@ TEST_F(PimSocketTest, SourceIsWhatTheHeaderSays) {
   EXPECT_EQ(got->source, "10.9.9.9");
 }
 
-TEST_F(PimSocketTest, FarewellStillLeavesFromAnAddressThatIsGone) {
+TEST_F(PimSocketTest, GoodbyeStillLeavesFromAnAddressThatIsGone) {
   auto a = in<PimSocket>(*left, "left", 8);
   auto b = in<PimSocket>(*middle, "m1", 7);
   {

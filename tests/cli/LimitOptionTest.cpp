@@ -15,7 +15,7 @@
 namespace pimbsr::cli {
 namespace {
 
-using host::Screening;
+using host::IngressSettings;
 using host::standardLimits;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
@@ -25,7 +25,7 @@ TEST(LimitOptionTest, EveryLimitOfTheFileCanBeSet) {
   for (agent::ConfigKey const& key : agent::configKeys()) keys += key.section == "limits";
   EXPECT_EQ(keys, host::limits().size());
   for (host::Limit const& limit : host::limits()) {
-    Screening limits = standardLimits;
+    IngressSettings limits = standardLimits;
     parseLimit(std::string(limit.name) + "=0", limits);
     EXPECT_EQ(limits.*limit.value, 0u);
     parseLimit(std::string(limit.name) + "=7", limits);
@@ -39,15 +39,15 @@ TEST(LimitOptionTest, StandardLimitsAreTheDefaultsOfTheFileAndOfEveryProgram) {
   for (host::Limit const& limit : host::limits())
     EXPECT_EQ(std::to_string(standardLimits.*limit.value), agent::configKey("limits", limit.name).fallback);
   EXPECT_EQ(SimOptions().limits, standardLimits);
-  EXPECT_EQ(ReplayOptions().router.screening, standardLimits);
-  EXPECT_EQ(host::RouterOptions().screening, Screening());
+  EXPECT_EQ(ReplayOptions().router.ingress, standardLimits);
+  EXPECT_EQ(host::RouterOptions().ingress, IngressSettings());
 }
 
 TEST(LimitOptionTest, NoneTakesAllBoundsAwayAndLeavesTheChecks) {
-  Screening limits = standardLimits;
+  IngressSettings limits = standardLimits;
   limits.onSubnet = true;
   parseLimit("none", limits);
-  EXPECT_EQ(limits, (Screening{.onSubnet = true}));
+  EXPECT_EQ(limits, (IngressSettings{.onSubnet = true}));
   parseLimit("rps=5", limits);
   EXPECT_EQ(limits.rps, 5u);
 }
@@ -69,7 +69,7 @@ TEST(LimitOptionTest, WrongTextIsExplained) {
       {"rps-per-range=256", "rps-per-range: '256' is not valid; valid is a whole number from 0 to 255"},
   };
   for (Case const& one : cases) {
-    Screening limits = standardLimits;
+    IngressSettings limits = standardLimits;
     EXPECT_THAT([&] { parseLimit(one.text, limits); }, ThrowsMessage<UsageError>(HasSubstr(one.error)));
     EXPECT_EQ(limits, standardLimits) << one.text;
   }

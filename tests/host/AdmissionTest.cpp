@@ -22,12 +22,12 @@ class OwnAddressPort : public pimbsr::pim::Port {
 
 class AdmissionTest : public EngineTest {
  protected:
-  DropReason judge(Bsm const& told) { return admission.judge(*make(told)); }
+  DropReason validate(Bsm const& message) { return admission.validate(*make(message)); }
   /// Hands a message to the gate if it is admitted, as a router does.
-  DropReason offer(Bsm const& told) {
-    DropReason refusal = judge(told);
-    if (refusal == DropReason::none) engine.receive(told);
-    return refusal;
+  DropReason offer(Bsm const& message) {
+    DropReason reason = validate(message);
+    if (reason == DropReason::none) engine.receive(message);
+    return reason;
   }
 
   OwnAddressPort port;
@@ -43,54 +43,54 @@ Group fragment(std::vector<std::string> const& addresses, int announced,
 }
 
 TEST_F(AdmissionTest, OrdinaryMessageIsAdmitted) {
-  EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.1"}}}}}), DropReason::none);
-  EXPECT_EQ(judge({}), DropReason::none);
+  EXPECT_EQ(validate({.groups = {{"224.0.0.0/4", {{"203.0.113.1"}}}}}), DropReason::none);
+  EXPECT_EQ(validate({}), DropReason::none);
 }
 
 TEST_F(AdmissionTest, MessageFromAnOwnAddressIsRefused) {
-  EXPECT_EQ(judge({.source = "192.0.2.9"}), DropReason::ownAddress);
+  EXPECT_EQ(validate({.source = "192.0.2.9"}), DropReason::ownAddress);
 }
 
 TEST_F(AdmissionTest, HashMaskLengthAbove32IsRefused) {
-  EXPECT_EQ(judge({.hashMaskLen = 32}), DropReason::none);
-  EXPECT_EQ(judge({.hashMaskLen = 33}), DropReason::hashMaskLength);
+  EXPECT_EQ(validate({.hashMaskLen = 32}), DropReason::none);
+  EXPECT_EQ(validate({.hashMaskLen = 33}), DropReason::hashMaskLength);
 }
 
 TEST_F(AdmissionTest, HoldtimeAbove40958IsRefusedWhereverItStands) {
-  EXPECT_EQ(judge({.groups = {{"224.0.0.0/4", {{"203.0.113.1", 40958}}}}}), DropReason::none);
+  EXPECT_EQ(validate({.groups = {{"224.0.0.0/4", {{"203.0.113.1", 40958}}}}}), DropReason::none);
   EXPECT_EQ(
-      judge({.groups = {{"239.0.0.0/8", {{"203.0.113.2"}}}, {"224.0.0.0/4", {{"203.0.113.1", 40959}}}}}),
+      validate({.groups = {{"239.0.0.0/8", {{"203.0.113.2"}}}, {"224.0.0.0/4", {{"203.0.113.1", 40959}}}}}),
       DropReason::holdtime);
 }
 
 TEST_F(AdmissionTest, AdvertisementWithAHoldtimeAbove40958IsRefused) {
   auto advertisement = Zet::make<Routing::Pim::Packet::CrpAdvMessage>();
   advertisement->holdtimeIs(40958);
-  EXPECT_EQ(admission.judge(*advertisement), DropReason::none);
+  EXPECT_EQ(admission.validate(*advertisement), DropReason::none);
   advertisement->holdtimeIs(40959);
-  EXPECT_EQ(admission.judge(*advertisement), DropReason::holdtime);
+  EXPECT_EQ(admission.validate(*advertisement), DropReason::holdtime);
 }
 
 TEST_F(AdmissionTest, OneRangeTwiceInAMessageCountsTogether) {
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.1"}, 2), fragment({"203.0.113.2"}, 2)}}),
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.1"}, 2), fragment({"203.0.113.2"}, 2)}}),
             DropReason::none);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.1", "203.0.113.2"}, 3), fragment({"203.0.113.3"}, 2)}}),
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.1", "203.0.113.2"}, 3), fragment({"203.0.113.3"}, 2)}}),
             DropReason::fragmentOverflow);
 }
 
 TEST_F(AdmissionTest, MoreRpsThanTheStoreExpectsAreRefused) {
   EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1", "203.0.113.2", "203.0.113.3"}, 4)}, .tag = 7}),
             DropReason::none);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 7}),
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 7}),
             DropReason::fragmentOverflow);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 8}), DropReason::none);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4, "225.0.0.0/8")}, .tag = 7}),
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 8}), DropReason::none);
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4, "225.0.0.0/8")}, .tag = 7}),
             DropReason::none);
 }
 
 TEST_F(AdmissionTest, WhatTheStoreExpectsBoundsALargerAnnouncement) {
   EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), DropReason::none);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.2", "203.0.113.3"}, 9)}, .tag = 7}),
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.2", "203.0.113.3"}, 9)}, .tag = 7}),
             DropReason::fragmentOverflow);
 }
 
@@ -100,23 +100,23 @@ TEST_F(AdmissionTest, KeptMessageOfAnotherZoneCountsAfterItsFragmentsAgedOut) {
             DropReason::none);
   engine.runTo(40);
   ASSERT_EQ(engine.root->bsmRxFragmentsCount(), 0u);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3", "203.0.113.4"}, 5)}, .tag = 7}),
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.3", "203.0.113.4"}, 5)}, .tag = 7}),
             DropReason::fragmentOverflow);
-  EXPECT_EQ(judge({.groups = {fragment({"203.0.113.3"}, 5)}, .tag = 7}), DropReason::none);
+  EXPECT_EQ(validate({.groups = {fragment({"203.0.113.3"}, 5)}, .tag = 7}), DropReason::none);
 }
 
 TEST_F(AdmissionTest, RecordThatIsWholeInItselfNeverOverflows) {
   EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1"}, 2)}, .tag = 7}), DropReason::none);
   EXPECT_EQ(
-      judge({.groups = {{"224.0.0.0/4", {{"203.0.113.2"}, {"203.0.113.3"}, {"203.0.113.4"}}}}, .tag = 7}),
+      validate({.groups = {{"224.0.0.0/4", {{"203.0.113.2"}, {"203.0.113.3"}, {"203.0.113.4"}}}}, .tag = 7}),
       DropReason::none);
 }
 
 TEST_F(AdmissionTest, EveryRefusalHasANameAndASentence) {
-  for (auto refusal : {DropReason::ownAddress, DropReason::hashMaskLength, DropReason::holdtime,
-                       DropReason::fragmentOverflow}) {
-    EXPECT_FALSE(name(refusal).empty());
-    EXPECT_TRUE(sentence(refusal).ends_with('.'));
+  for (auto reason : {DropReason::ownAddress, DropReason::hashMaskLength, DropReason::holdtime,
+                      DropReason::fragmentOverflow}) {
+    EXPECT_FALSE(name(reason).empty());
+    EXPECT_TRUE(sentence(reason).ends_with('.'));
   }
   EXPECT_TRUE(name(DropReason::none).empty());
 }
@@ -156,10 +156,10 @@ void play(std::vector<Event const*> const& events) {
       engine.runTo(engine.elapsed() + event->wait);
       continue;
     }
-    Bsm told{.tag = 7};
-    if (event->scoped) told.groups.push_back({"239.0.0.0/8", {}, scopedFlag});
-    told.groups.push_back(fragment(event->rps, event->announced));
-    if (admission.judge(*make(told)) == DropReason::none) engine.receive(told);
+    Bsm message{.tag = 7};
+    if (event->scoped) message.groups.push_back({"239.0.0.0/8", {}, scopedFlag});
+    message.groups.push_back(fragment(event->rps, event->announced));
+    if (admission.validate(*make(message)) == DropReason::none) engine.receive(message);
   }
   engine.runTo(engine.elapsed() + 300);
 }

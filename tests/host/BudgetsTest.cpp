@@ -6,22 +6,22 @@
 #include <string>
 #include <vector>
 
-#include "tests/host/ScreenSupport.h"
+#include "tests/host/IngressSupport.h"
 
 namespace test {
 namespace {
 
 using pimbsr::host::AddressBuckets;
 using pimbsr::host::Advertisers;
+using pimbsr::host::IngressSettings;
 using pimbsr::host::MessageKind;
-using pimbsr::host::Screening;
 using pimbsr::host::TokenBucket;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr Screening rates = {
+constexpr IngressSettings rates = {
     .packetsPerSecond = 1000, .hellosPerSecond = 200, .advertisementsPerSecond = 1000};
-constexpr Screening few = {.packetsPerSecond = 3, .hellosPerSecond = 2, .advertisementsPerSecond = 4};
+constexpr IngressSettings few = {.packetsPerSecond = 3, .hellosPerSecond = 2, .advertisementsPerSecond = 4};
 
 /// An advertisement of an RP, sent from its own address to the elected BSR 192.0.2.9.
 struct Renewal {
@@ -34,7 +34,7 @@ Renewal renewalOf(std::string const& rp, U16 holdtime = 150) {
           {.source = rp, .destination = "192.0.2.9", .ttl = 60}};
 }
 
-class BudgetsTest : public ScreenedRouterTest {
+class BudgetsTest : public FilteredRouterTest {
  protected:
   /// Offers packets, so many a second for some seconds, beside one honest packet each 10 ms; each forged one
   /// has the next source address. Returns the reasons of the forged ones, and expects the honest ones taken.
@@ -65,7 +65,7 @@ TEST_F(BudgetsTest, EachClassOfSendersHasABudgetAndADropReasonOfItsOwn) {
     int granted;
     char const* reason;
   };
-  router.screeningIs(few);
+  router.ingressSettingsIs(few);
   greet("192.0.2.1", {addr("192.0.2.50")});
   context.nowIs(context.now() + 10);
   std::vector<U8> const bsm = bytesOf(ordinary);
@@ -94,9 +94,9 @@ TEST_F(BudgetsTest, EachClassOfSendersHasABudgetAndADropReasonOfItsOwn) {
 
 TEST_F(BudgetsTest, BudgetOf0IsNoBound) {
   greet("192.0.2.1");
-  router.screeningIs({.hellosPerSecond = 1});
+  router.ingressSettingsIs({.hellosPerSecond = 1});
   for (int i = 0; i < 5000; ++i) ASSERT_FALSE(offer(ordinary).overBudget());
-  router.screeningIs({.packetsPerSecond = 1});
+  router.ingressSettingsIs({.packetsPerSecond = 1});
   for (int i = 0; i < 5000; ++i) {
     ASSERT_FALSE(offer(HelloMessage{.holdtime = 0}, {"192.0.2.7"}).overBudget());
     ASSERT_FALSE(offer(Adv{}, {"203.0.113.1", "192.0.2.9"}).overBudget());
@@ -104,7 +104,7 @@ TEST_F(BudgetsTest, BudgetOf0IsNoBound) {
 }
 
 TEST_F(BudgetsTest, LargePacketCostsAsManyAsItNeedsOnEthernet) {
-  router.screeningIs({.packetsPerSecond = 10});
+  router.ingressSettingsIs({.packetsPerSecond = 10});
   greet("192.0.2.1");
   context.nowIs(context.now() + 10);
   std::vector<U8> large = bytesOf(ordinary);
@@ -118,7 +118,7 @@ TEST_F(BudgetsTest, LargePacketCostsAsManyAsItNeedsOnEthernet) {
 }
 
 TEST_F(BudgetsTest, AllAddressesOfANeighborShareItsBudget) {
-  router.screeningIs(few);
+  router.ingressSettingsIs(few);
   greet("192.0.2.1", {addr("192.0.2.50"), addr("192.0.2.51")});
   EXPECT_FALSE(offer(ordinary).overBudget());
   EXPECT_FALSE(offer(ordinary, {"192.0.2.50"}).overBudget());
@@ -127,16 +127,16 @@ TEST_F(BudgetsTest, AllAddressesOfANeighborShareItsBudget) {
 }
 
 TEST_F(BudgetsTest, NeighborOfAnotherInterfaceIsAnUnknownSenderHere) {
-  router.screeningIs(few);
+  router.ingressSettingsIs(few);
   router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {}));
   for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(ordinary), "rate-limit");
 }
 
 TEST_F(BudgetsTest, PacketThatFailsTheChecksOfItsHeaderCostsTheNeighborThatItNamesNothing) {
-  Screening settings = few;
+  IngressSettings settings = few;
   settings.linkLocalTtl = true;
-  router.screeningIs(settings);
+  router.ingressSettingsIs(settings);
   greet("192.0.2.1");
   for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary, {.ttl = 64}), "ttl");
   EXPECT_EQ(reasonFor(ordinary, {.ttl = 64}), "rate-limit");
@@ -144,16 +144,16 @@ TEST_F(BudgetsTest, PacketThatFailsTheChecksOfItsHeaderCostsTheNeighborThatItNam
 }
 
 TEST_F(BudgetsTest, UnicastPacketFromTheAddressOfANeighborCostsTheNeighborNothing) {
-  router.screeningIs(few);
+  router.ingressSettingsIs(few);
   greet("192.0.2.1");
   for (int i = 0; i < 100; ++i) offer(Adv{}, {.destination = "192.0.2.9", .ttl = 60});
   for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "");
 }
 
 TEST_F(BudgetsTest, NeighborThatGoesAndComesBackGainsNothing) {
-  Screening settings = few;
+  IngressSettings settings = few;
   settings.hellosPerSecond = 1000;
-  router.screeningIs(settings);
+  router.ingressSettingsIs(settings);
   greet("192.0.2.1");
   int taken = 0;
   for (int i = 0; i < 100; ++i) {
@@ -167,7 +167,7 @@ TEST_F(BudgetsTest, NeighborThatGoesAndComesBackGainsNothing) {
 // Floods beside honest senders --------------------------------------------------------------------------
 
 TEST_F(BudgetsTest, NoneOfANeighborsMessagesIsLostToTwoThousandForgedOnesASecond) {
-  router.screeningIs(rates);
+  router.ingressSettingsIs(rates);
   greet("192.0.2.1");
   auto reasons = flood(
       2000, 10, [&](int i) { return reasonFor(ordinary, {numbered("192.0.2.", 10 + i % 200)}); },
@@ -177,7 +177,7 @@ TEST_F(BudgetsTest, NoneOfANeighborsMessagesIsLostToTwoThousandForgedOnesASecond
 }
 
 TEST_F(BudgetsTest, FloodForgedFromANeighborsAddressExhaustsThatNeighborsBudgetAlone) {
-  router.screeningIs(rates);
+  router.ingressSettingsIs(rates);
   greet("192.0.2.1");
   greet("192.0.2.2", {addr("192.0.2.60")});
   auto reasons = flood(
@@ -188,9 +188,9 @@ TEST_F(BudgetsTest, FloodForgedFromANeighborsAddressExhaustsThatNeighborsBudgetA
 }
 
 TEST_F(BudgetsTest, FloodOfHellosDisplacesNeitherHellosNorMessagesOfNeighbors) {
-  Screening settings = rates;
+  IngressSettings settings = rates;
   settings.neighborsPerInterface = 50;
-  router.screeningIs(settings);
+  router.ingressSettingsIs(settings);
   greet("192.0.2.1");
   bool isHello = false;
   auto reasons = flood(
@@ -202,7 +202,7 @@ TEST_F(BudgetsTest, FloodOfHellosDisplacesNeitherHellosNorMessagesOfNeighbors) {
 }
 
 TEST_F(BudgetsTest, NewNeighborIsHeardDuringAFloodOfOtherPackets) {
-  router.screeningIs(rates);
+  router.ingressSettingsIs(rates);
   int next = 10;
   flood(
       2000, 2, [&](int) { return reasonFor(ordinary, {"192.0.2.5"}); },
@@ -211,7 +211,7 @@ TEST_F(BudgetsTest, NewNeighborIsHeardDuringAFloodOfOtherPackets) {
 }
 
 TEST_F(BudgetsTest, DamagedHellosLeaveTheBudgetOfHellosAloneAsLongAsTheRestPays) {
-  router.screeningIs(few);
+  router.ingressSettingsIs(few);
   std::vector<U8> damaged = packetOf(bytesOf(HelloMessage{}), {"192.0.2.7"});
   damaged.back() ^= 1;
   for (int i = 0; i < 3; ++i) EXPECT_EQ(router.receive(intf("eth0"), damaged).reason, "checksum") << i;
@@ -224,7 +224,7 @@ TEST_F(BudgetsTest, DamagedHellosLeaveTheBudgetOfHellosAloneAsLongAsTheRestPays)
 // Advertisements ----------------------------------------------------------------------------------------
 
 TEST_F(BudgetsTest, NoRenewalIsLostToAFloodOfAdvertisementsOfUnknownSenders) {
-  router.screeningIs({.packetsPerSecond = 1000, .advertisementsPerSecond = 1000, .rps = 100});
+  router.ingressSettingsIs({.packetsPerSecond = 1000, .advertisementsPerSecond = 1000, .rps = 100});
   lead();
   std::vector<std::string> const senders = {"203.0.113.1", "203.0.113.2", "203.0.113.3"};
   for (auto const& sender : senders) EXPECT_EQ(renew(sender), "");
@@ -239,7 +239,7 @@ TEST_F(BudgetsTest, NoRenewalIsLostToAFloodOfAdvertisementsOfUnknownSenders) {
 }
 
 TEST_F(BudgetsTest, FloodForgedFromACandidateRpsAddressDisplacesNoOthersRenewals) {
-  router.screeningIs({.advertisementsPerSecond = 1000});
+  router.ingressSettingsIs({.advertisementsPerSecond = 1000});
   lead();
   for (char const* sender : {"203.0.113.1", "203.0.113.2"}) EXPECT_EQ(renew(sender), "");
   int next = 0;
@@ -271,7 +271,7 @@ TEST_F(BudgetsTest, SenderIsKnownAsLongAsTheHoldtimeOfItsLastAcceptedAdvertiseme
 }
 
 TEST_F(BudgetsTest, AdvertisementThatIsRefusedMakesNoSenderKnown) {
-  router.screeningIs({.advertisementsPerSecond = 2});
+  router.ingressSettingsIs({.advertisementsPerSecond = 2});
   for (int i = 0; i < 2; ++i) EXPECT_EQ(renew("203.0.113.1"), "not-elected-bsr");
   EXPECT_EQ(renew("203.0.113.1"), "advertisement-rate-limit");
 }
@@ -352,7 +352,7 @@ TEST(AdvertisersTest, ForgedSendersDisplaceNoSteadyOne) {
 }
 
 TEST_F(BudgetsTest, RouterNamesTheSendersThatAreSteady) {
-  router.screeningIs({.advertisementsPerSecond = 1000});
+  router.ingressSettingsIs({.advertisementsPerSecond = 1000});
   lead();
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(renew("203.0.113.1"), "");
@@ -414,7 +414,7 @@ TEST(AddressBucketsTest, AddressThatLeavesTwiceOrWasNeverSeenHasAtMostOneBucket)
 }
 
 TEST_F(BudgetsTest, NewNeighborHasABudgetOfItsOwnThoughBucketsOfFormerOnesAreKept) {
-  router.screeningIs({.packetsPerSecond = 3});
+  router.ingressSettingsIs({.packetsPerSecond = 3});
   greet("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}), "");
@@ -426,7 +426,7 @@ TEST_F(BudgetsTest, NewNeighborHasABudgetOfItsOwnThoughBucketsOfFormerOnesAreKep
 }
 
 TEST_F(BudgetsTest, QuietNeighborKeepsItsBudgetThroughTenThousandNeighborsThatComeAndGo) {
-  router.screeningIs({.packetsPerSecond = 3});
+  router.ingressSettingsIs({.packetsPerSecond = 3});
   greet("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary), "");
   for (int i = 0; i < 10000; ++i) {
@@ -443,7 +443,7 @@ TEST_F(BudgetsTest, QuietNeighborKeepsItsBudgetThroughTenThousandNeighborsThatCo
 }
 
 TEST_F(BudgetsTest, NeighborOfAnInterfaceThatWasMadeAgainHasANewBudget) {
-  router.screeningIs({.packetsPerSecond = 3});
+  router.ingressSettingsIs({.packetsPerSecond = 3});
   for (int round = 0; round < 2; ++round) {
     router.pimStatus()->pimIntfDel(intf("eth0"));
     router.pimStatus()->pimIntfIs(intf("eth0"))->neighborIs(addr("192.0.2.1"));

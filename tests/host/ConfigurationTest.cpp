@@ -10,7 +10,7 @@ namespace {
 
 using pimbsr::host::AccessList;
 using pimbsr::host::check;
-using pimbsr::host::ConfigFault;
+using pimbsr::host::ConfigError;
 using pimbsr::host::Configuration;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -39,9 +39,9 @@ struct Fault {
 };
 
 /// Each fault as its place and its text.
-std::vector<std::pair<std::string, std::string>> textsOf(std::vector<ConfigFault> const& faults) {
+std::vector<std::pair<std::string, std::string>> textsOf(std::vector<ConfigError> const& faults) {
   std::vector<std::pair<std::string, std::string>> texts;
-  for (ConfigFault const& fault : faults) texts.emplace_back(textOf(fault.place), fault.text);
+  for (ConfigError const& fault : faults) texts.emplace_back(textOf(fault.place), fault.text);
   return texts;
 }
 

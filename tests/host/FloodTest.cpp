@@ -6,12 +6,12 @@
 
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Trace.h"
-#include "tests/host/ScreenSupport.h"
+#include "tests/host/IngressSupport.h"
 
 namespace test {
 namespace {
 
-using pimbsr::host::Screening;
+using pimbsr::host::IngressSettings;
 
 /// Random packets: from no message at all to ones that every check lets pass.
 class Flood {
@@ -80,15 +80,15 @@ class Flood {
 };
 
 /// A router of which five senders are the RPF neighbours towards five BSRs.
-class FloodedRouter : public ScreenedRouterTest {
+class FloodedRouter : public FilteredRouterTest {
  protected:
-  static constexpr Screening bounds = {.linkLocalTtl = true,
-                                       .onSubnet = true,
-                                       .fromNeighbors = true,
-                                       .neighborsPerInterface = 30,
-                                       .learnedZones = 7,
-                                       .fragmentRps = 8,
-                                       .rps = 300};
+  static constexpr IngressSettings bounds = {.linkLocalTtl = true,
+                                             .onSubnet = true,
+                                             .fromNeighbors = true,
+                                             .neighborsPerInterface = 30,
+                                             .learnedZones = 7,
+                                             .fragmentRps = 8,
+                                             .rps = 300};
 
   FloodedRouter() {
     for (Zet::TraceHandle* handle : Zet::TraceHandle::handles()) handle->enabledIs(false);
@@ -134,7 +134,7 @@ class FloodedRouter : public ScreenedRouterTest {
 };
 
 TEST_F(FloodedRouter, KeepsItsBoundsThroughAHundredThousandRandomPackets) {
-  router.screeningIs(bounds);
+  router.ingressSettingsIs(bounds);
   lead();
   Flood flood;
   for (int i = 0; i < 100000; ++i) {
@@ -152,7 +152,7 @@ TEST_F(FloodedRouter, KeepsItsBoundsThroughAHundredThousandRandomPackets) {
 }
 
 TEST_F(FloodedRouter, WithoutBoundsTheSameFloodGoesFarBeyondThem) {
-  router.screeningIs({.linkLocalTtl = true, .onSubnet = true, .fromNeighbors = true});
+  router.ingressSettingsIs({.linkLocalTtl = true, .onSubnet = true, .fromNeighbors = true});
   lead();
   Flood flood;
   for (int i = 0; i < 20000; ++i) router.receive(intf("eth0"), flood.next());

@@ -112,7 +112,7 @@ TEST_F(LeadingRouter, EveryInterfaceSpeaksHelloSoonAfterTheStart) {
   EXPECT_EQ(takeSent<HelloMessage>().size(), 2u);
 }
 
-TEST_F(LeadingRouter, HelloMakesANeighbourAndFarewellEndsIt) {
+TEST_F(LeadingRouter, HelloMakesANeighborAndGoodbyeEndsIt) {
   EXPECT_EQ(receive(helloFrom("192.0.2.1", 7)).kind, MessageKind::hello);
   auto eth0 = router->pimStatus()->pimIntf(intf("eth0"));
   EXPECT_TRUE(eth0->neighbor(addr("192.0.2.1")));
@@ -127,7 +127,7 @@ TEST_F(LeadingRouter, InterfaceWithoutHelloTakesNone) {
   EXPECT_EQ(router->pimStatus()->pimIntf(intf("eth2"))->neighborCount(), 0u);
 }
 
-TEST_F(LeadingRouter, NeighbourTowardsTheBsrComesFromRoutesAndHellos) {
+TEST_F(LeadingRouter, NeighborTowardsTheBsrComesFromRoutesAndHellos) {
   Bsm told{.bsr = "192.0.2.1", .groups = {{"224.0.0.0/4", {{"203.0.113.1"}}}}};
   std::vector<U8> pim;
   ASSERT_TRUE(pimbsr::wire::encodeBootstrap(*make(told), pim));
@@ -293,14 +293,14 @@ TEST_F(LeadingRouter, BorderComesAndGoes) {
 
 // The end ---------------------------------------------------------------------------------------------
 
-TEST_F(LeadingRouter, FarewellEndsCandidaciesBeforeTheHellos) {
+TEST_F(LeadingRouter, GoodbyeEndsCandidaciesBeforeTheHellos) {
   receive(helloFrom("192.0.2.1", 7));
   lead();
   offerRp("239.1.0.0/16");
   run(10);
   receive(helloFrom("192.0.2.1", 7));
   takeSent();
-  router->sayFarewell();
+  router->sendGoodbyes();
   std::vector<DecodedMessage> messages = takeSent();
   ASSERT_GE(messages.size(), 3u);
   auto isHello = [](DecodedMessage const& m) { return std::holds_alternative<HelloMessage>(m); };

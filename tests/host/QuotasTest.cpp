@@ -3,17 +3,17 @@
 #include <string>
 #include <vector>
 
-#include "tests/host/ScreenSupport.h"
+#include "tests/host/IngressSupport.h"
 
 namespace test {
 namespace {
 
-class QuotasTest : public ScreenedRouterTest {};
+class QuotasTest : public FilteredRouterTest {};
 
 // Neighbours --------------------------------------------------------------------------------------------
 
 TEST_F(QuotasTest, NeighborBeyondTheQuotaIsRefusedAndKnownOnesStay) {
-  router.screeningIs({.neighborsPerInterface = 3});
+  router.ingressSettingsIs({.neighborsPerInterface = 3});
   for (int i = 1; i <= 3; ++i) greet(numbered("192.0.2.", i));
   EXPECT_EQ(reasonFor(HelloMessage{}, {"192.0.2.4"}), "neighbor-quota");
   EXPECT_EQ(neighbors(), 3u);
@@ -25,7 +25,7 @@ TEST_F(QuotasTest, NeighborBeyondTheQuotaIsRefusedAndKnownOnesStay) {
 }
 
 TEST_F(QuotasTest, FurtherAddressesCountAsNeighborsDo) {
-  router.screeningIs({.neighborsPerInterface = 4});
+  router.ingressSettingsIs({.neighborsPerInterface = 4});
   greet("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.52")});
   greet("192.0.2.2");
   HelloMessage more{.addressList = {addr("192.0.2.61")}};
@@ -38,7 +38,7 @@ TEST_F(QuotasTest, FurtherAddressesCountAsNeighborsDo) {
 }
 
 TEST_F(QuotasTest, BoundOfNeighborsIsOfEachInterface) {
-  router.screeningIs({.neighborsPerInterface = 1});
+  router.ingressSettingsIs({.neighborsPerInterface = 1});
   greet("192.0.2.1");
   EXPECT_EQ(router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {"198.51.100.1"})).reason, "");
 }
@@ -46,12 +46,12 @@ TEST_F(QuotasTest, BoundOfNeighborsIsOfEachInterface) {
 // A full table of neighbors -----------------------------------------------------------------------------
 
 /// A table that is full of neighbors which never expire, as forged Hellos can make it.
-class FullTableTest : public ScreenedRouterTest {
+class FullTableTest : public FilteredRouterTest {
  protected:
   static constexpr int max = 256;
 
   FullTableTest() {
-    router.screeningIs({.neighborsPerInterface = max});
+    router.ingressSettingsIs({.neighborsPerInterface = max});
     for (int i = 0; i < max; ++i) EXPECT_EQ(hear(other(i)), "");
     EXPECT_EQ(neighbors(), static_cast<U32>(max));
   }
@@ -123,7 +123,7 @@ TEST_F(FullTableTest, HelloThatMakesNoNeighborDisplacesNone) {
 }
 
 TEST_F(FullTableTest, TableBeyondALoweredBoundDoesNotGrow) {
-  router.screeningIs({.neighborsPerInterface = 3});
+  router.ingressSettingsIs({.neighborsPerInterface = 3});
   EXPECT_EQ(hear("192.0.2.1"), "neighbor-quota");
   run(106);
   EXPECT_EQ(hear("192.0.2.1"), "");
@@ -131,7 +131,7 @@ TEST_F(FullTableTest, TableBeyondALoweredBoundDoesNotGrow) {
 }
 
 TEST_F(FullTableTest, TableWithoutABoundDisplacesNone) {
-  router.screeningIs({});
+  router.ingressSettingsIs({});
   run(106);
   EXPECT_EQ(hear("192.0.2.1"), "");
   EXPECT_EQ(neighbors(), static_cast<U32>(max + 1));
@@ -147,7 +147,7 @@ TEST_F(FullTableTest, InterfaceThatIsMadeLaterHasTheSameBound) {
 // Zones -------------------------------------------------------------------------------------------------
 
 TEST_F(QuotasTest, ZoneBeyondTheQuotaIsRefusedAndKnownOnesStay) {
-  router.screeningIs({.learnedZones = 2});
+  router.ingressSettingsIs({.learnedZones = 2});
   EXPECT_EQ(reasonFor(scoped("239.1.0.0/16")), "");
   EXPECT_EQ(reasonFor(scoped("239.2.0.0/16")), "");
   EXPECT_EQ(reasonFor(scoped("239.3.0.0/16")), "zone-quota");
@@ -157,7 +157,7 @@ TEST_F(QuotasTest, ZoneBeyondTheQuotaIsRefusedAndKnownOnesStay) {
 }
 
 TEST_F(QuotasTest, GlobalZoneAndOwnCandidaciesAreNoLearnedZones) {
-  router.screeningIs({.learnedZones = 1});
+  router.ingressSettingsIs({.learnedZones = 1});
   router.candidateBsrIs(prefix("239.9.0.0/16"), {.address = addr("192.0.2.9"), .intfId = intf("eth0")});
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(scoped("239.9.0.0/16")), "");
@@ -167,7 +167,7 @@ TEST_F(QuotasTest, GlobalZoneAndOwnCandidaciesAreNoLearnedZones) {
 }
 
 TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNothingBehind) {
-  router.screeningIs({.learnedZones = 1});
+  router.ingressSettingsIs({.learnedZones = 1});
   for (int i = 1; i <= 5; ++i) {
     EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16")), "");
     EXPECT_EQ(reasonFor(scoped("239.77.0.0/16")), "zone-quota");
@@ -179,7 +179,7 @@ TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNothingBehind) {
 }
 
 TEST_F(QuotasTest, MessageThatTheGateRefusesLearnsNoZone) {
-  router.screeningIs({.learnedZones = 1});
+  router.ingressSettingsIs({.learnedZones = 1});
   for (int i = 1; i <= 9; ++i) {
     EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16"), {"192.0.2.2"}), "not-rpf-neighbor");
   }
@@ -194,7 +194,7 @@ Bsm fragment(U16 tag, std::vector<Rp> const& rps, int announced, std::string con
 }
 
 TEST_F(QuotasTest, FragmentBeyondTheQuotaIsRefused) {
-  router.screeningIs({.fragmentRps = 6});
+  router.ingressSettingsIs({.fragmentRps = 6});
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 3), 5, "239.0.0.0/8")), "fragment-quota");
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 2), 5, "239.0.0.0/8")), "");
@@ -202,14 +202,14 @@ TEST_F(QuotasTest, FragmentBeyondTheQuotaIsRefused) {
 }
 
 TEST_F(QuotasTest, NextMessageOfTheBsrFreesTheFragmentsOfTheOneBefore) {
-  router.screeningIs({.fragmentRps = 4});
+  router.ingressSettingsIs({.fragmentRps = 4});
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
   EXPECT_EQ(reasonFor(fragment(2, someRps(1, 4), 5)), "fragment-quota");
   EXPECT_EQ(reasonFor(fragment(2, someRps(1, 4), 5)), "");
 }
 
 TEST_F(QuotasTest, KnownFragmentAndWholeMessagePassAtTheBound) {
-  router.screeningIs({.fragmentRps = 4});
+  router.ingressSettingsIs({.fragmentRps = 4});
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 2), 5)), "");
@@ -217,7 +217,7 @@ TEST_F(QuotasTest, KnownFragmentAndWholeMessagePassAtTheBound) {
 }
 
 TEST_F(QuotasTest, FragmentsThatAgedOutMakeRoom) {
-  router.screeningIs({.fragmentRps = 4});
+  router.ingressSettingsIs({.fragmentRps = 4});
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
   EXPECT_EQ(reasonFor(fragment(2, someRps(1, 1), 5)), "fragment-quota");
   run(40);
@@ -227,7 +227,7 @@ TEST_F(QuotasTest, FragmentsThatAgedOutMakeRoom) {
 // RPs ---------------------------------------------------------------------------------------------------
 
 TEST_F(QuotasTest, RpBeyondTheQuotaIsRefusedAndKnownOnesAreRenewed) {
-  router.screeningIs({.rps = 5});
+  router.ingressSettingsIs({.rps = 5});
   Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 3)}, {"239.0.0.0/8", someRps(1, 2)}}};
   Bsm over = full;
   over.groups[1].rps = someRps(1, 3);
@@ -242,7 +242,7 @@ TEST_F(QuotasTest, RpBeyondTheQuotaIsRefusedAndKnownOnesAreRenewed) {
 }
 
 TEST_F(QuotasTest, RepeatingWhatIsKnownNeverReachesTheQuota) {
-  router.screeningIs({.rps = 10});
+  router.ingressSettingsIs({.rps = 10});
   Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 9)}}};
   for (int i = 0; i < 100; ++i) ASSERT_EQ(reasonFor(full), "") << i;
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(10, 1)}}}), "");
@@ -250,7 +250,7 @@ TEST_F(QuotasTest, RepeatingWhatIsKnownNeverReachesTheQuota) {
 }
 
 TEST_F(QuotasTest, WithdrawnRpMakesRoomWithinASecond) {
-  router.screeningIs({.rps = 3});
+  router.ingressSettingsIs({.rps = 3});
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 3)}}}), "");
   Bsm other{.groups = {{"224.0.0.0/4", someRps(4, 1)}}};
   EXPECT_EQ(reasonFor(other), "rp-quota");
@@ -261,7 +261,7 @@ TEST_F(QuotasTest, WithdrawnRpMakesRoomWithinASecond) {
 }
 
 TEST_F(QuotasTest, RangeWithoutRpsCostsAsMuchAsOneRp) {
-  router.screeningIs({.rps = 2});
+  router.ingressSettingsIs({.rps = 2});
   auto withdrawal = [](int i) {
     return Bsm{.groups = {{numbered("239.", i) + ".0.0/16", {{"203.0.113.1", 0}}}}};
   };
@@ -273,7 +273,7 @@ TEST_F(QuotasTest, RangeWithoutRpsCostsAsMuchAsOneRp) {
 }
 
 TEST_F(QuotasTest, FragmentThatCompletesARangeBringsItsWholeRange) {
-  router.screeningIs({.rps = 5});
+  router.ingressSettingsIs({.rps = 5});
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 3), 6)), "");
   EXPECT_EQ(reasonFor(fragment(1, someRps(4, 3), 6)), "rp-quota");
   EXPECT_EQ(reasonFor(fragment(2, someRps(1, 3), 5)), "");
@@ -284,7 +284,7 @@ TEST_F(QuotasTest, FragmentThatCompletesARangeBringsItsWholeRange) {
 }
 
 TEST_F(QuotasTest, AllZonesShareTheQuotaOfRps) {
-  router.screeningIs({.rps = 3});
+  router.ingressSettingsIs({.rps = 3});
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 2)}}}), "");
   auto inZone = [](std::vector<Rp> const& rps) {
     return Bsm{.groups = {{"239.0.0.0/8", {}, scopedFlag}, {"239.1.0.0/16", rps}}};
@@ -294,7 +294,7 @@ TEST_F(QuotasTest, AllZonesShareTheQuotaOfRps) {
 }
 
 TEST_F(QuotasTest, AdvertisementsToTheElectedBsrCountToo) {
-  router.screeningIs({.rps = 3});
+  router.ingressSettingsIs({.rps = 3});
   lead();
   auto advertise = [this](std::string const& rp, std::vector<Range> const& ranges, U16 holdtime = 150) {
     return reasonFor(Adv{.groups = ranges, .rp = rp, .holdtime = holdtime},
@@ -311,7 +311,7 @@ TEST_F(QuotasTest, AdvertisementsToTheElectedBsrCountToo) {
 }
 
 TEST_F(QuotasTest, OfRangesBeyondTheBoundThoseThatFitAreTaken) {
-  router.screeningIs({.rangesPerZone = 2});
+  router.ingressSettingsIs({.rangesPerZone = 2});
   auto ofRanges = [](std::vector<int> const& numbers) {
     Bsm message;
     message.groups.clear();
@@ -330,7 +330,7 @@ TEST_F(QuotasTest, OfRangesBeyondTheBoundThoseThatFitAreTaken) {
 /// A bound, and what is beyond it in each message of a BSR that names one RP of 224.0.0.0/4 besides.
 struct Beyond {
   char const* name;
-  pimbsr::host::Screening bounds;
+  pimbsr::host::IngressSettings bounds;
   Group excess;
 };
 
@@ -351,7 +351,7 @@ class QuotaBeyond : public QuotasTest, public testing::WithParamInterface<Beyond
 
 TEST_P(QuotaBeyond, MessagesRenewTheBsrAndTheRpsThatAreKnown) {
   Bsm message{.groups = {{"224.0.0.0/4", someRps(1, 1)}}};
-  router.screeningIs(GetParam().bounds);
+  router.ingressSettingsIs(GetParam().bounds);
   EXPECT_EQ(reasonFor(message), "");
   bool isOfKnownRange = GetParam().excess.prefix == "224.0.0.0/4";
   if (isOfKnownRange) message.groups.clear();
@@ -366,7 +366,7 @@ TEST_P(QuotaBeyond, MessagesRenewTheBsrAndTheRpsThatAreKnown) {
 }
 
 TEST_P(QuotaBeyond, WithdrawalsPass) {
-  router.screeningIs(GetParam().bounds);
+  router.ingressSettingsIs(GetParam().bounds);
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 1)}}}), "");
   Bsm message{.groups = {{"224.0.0.0/4", {{"203.0.113.1", 0}}}, GetParam().excess}};
   if (GetParam().excess.prefix == "224.0.0.0/4") {
@@ -381,7 +381,7 @@ INSTANTIATE_TEST_SUITE_P(Each, QuotaBeyond, testing::ValuesIn(beyond),
                          [](auto const& each) { return std::string(each.param.name); });
 
 TEST_F(QuotasTest, RecordOfAScopedZoneStaysWithoutItsRps) {
-  router.screeningIs({.rps = 1});
+  router.ingressSettingsIs({.rps = 1});
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 1)}}}), "");
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"239.0.0.0/8", someRps(1, 2), scopedFlag}}}), "rp-quota");
   EXPECT_TRUE(router.status()->bootstrapRouter(prefix("239.0.0.0/8")));
@@ -391,7 +391,7 @@ TEST_F(QuotasTest, RecordOfAScopedZoneStaysWithoutItsRps) {
 TEST_F(QuotasTest, LoweredBoundKeepsWhatStands) {
   Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 9)}}};
   EXPECT_EQ(reasonFor(full), "");
-  router.screeningIs({.rps = 4});
+  router.ingressSettingsIs({.rps = 4});
   EXPECT_EQ(reasonFor(full), "");
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(20, 1)}}}), "rp-quota");
   EXPECT_EQ(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rpCount(), 9u);
@@ -405,7 +405,7 @@ TEST(QuotasOfASecondRun, CountsWhatAFormerRunLeft) {
   auto offer = [&](Router& router, std::vector<Rp> const& rps) {
     return router.receive(intf("eth0"), packetOf(bytesOf(Bsm{.groups = {{"224.0.0.0/4", rps}}}), {})).reason;
   };
-  pimbsr::host::RouterOptions options{.rpf = rpf, .screening = {.rps = 4}};
+  pimbsr::host::RouterOptions options{.rpf = rpf, .ingress = {.rps = 4}};
   {
     Router former(context, port, options);
     EXPECT_EQ(offer(former, someRps(1, 3)), "");

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/PreferredRps.h"
-#include "tests/host/ScreenSupport.h"
+#include "tests/host/IngressSupport.h"
 
 namespace test {
 
@@ -54,7 +54,7 @@ class RpBoundsTest : public testing::Test {
  protected:
   explicit RpBoundsTest(U32 mtu = 9000) {
     for (Router* router : {&bsr, &follower}) router->interfaceIs(intf("eth0"), mtu, {});
-    bsr.screeningIs(standardLimits);
+    bsr.ingressSettingsIs(standardLimits);
     bsr.routeIs(prefix("192.0.2.9/32").v4Prefix(), {.type = Slosh::Fib::RouteType::local});
     followerRpf->neighbors[addr("192.0.2.9")] = addr("192.0.2.9");
     followerPort.addresses = {{"eth0", "192.0.2.1"}};

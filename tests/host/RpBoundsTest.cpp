@@ -24,14 +24,14 @@ TEST_F(RpBoundsTest, RangeHoldsAtMost255RpsAndItsRpCountIsSent) {
 }
 
 TEST_F(RpBoundsTest, ZeroIsNoBound) {
-  bsr.screeningIs({});
+  bsr.ingressSettingsIs({});
   fill(1, 255);
   EXPECT_EQ(reasonFor({"203.0.2.1"}), "");
   EXPECT_EQ(count(), 256u);
 }
 
 TEST_F(RpBoundsTest, RenewalsAndWithdrawalsOfKnownRpsPassAtTheBound) {
-  bsr.screeningIs({.rpsPerRange = 3});
+  bsr.ingressSettingsIs({.rpsPerRange = 3});
   fill(1, 3);
   EXPECT_EQ(reasonFor({"203.0.2.1"}), "range-full");
   fill(1, 3, 120);
@@ -43,7 +43,7 @@ TEST_F(RpBoundsTest, RenewalsAndWithdrawalsOfKnownRpsPassAtTheBound) {
 }
 
 TEST_F(RpBoundsTest, FullRangeIsLoggedOnce) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   fill(1, 1);
   for (int i = 1; i <= 5; ++i) EXPECT_EQ(reasonFor({rpNamed(2, i)}), "range-full");
   auto isFull = [](std::string const& line) { return line.find("239.1.0.0/16 has reached") != line.npos; };
@@ -52,7 +52,7 @@ TEST_F(RpBoundsTest, FullRangeIsLoggedOnce) {
 
 TEST_F(RpBoundsTest, LoweredBoundKeepsTheRpsAndDisplacesNone) {
   fill(1, 5);
-  bsr.screeningIs({.rpsPerRange = 3});
+  bsr.ingressSettingsIs({.rpsPerRange = 3});
   EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
   run(70);
   fill(1, 5);
@@ -70,7 +70,7 @@ TEST_F(RpBoundsTest, RenewalAllocatesNoMoreThanWithoutBounds) {
   };
   for (int i = 0; i < 3; ++i) renewal();
   int const bounded = renewal();
-  bsr.screeningIs({});
+  bsr.ingressSettingsIs({});
   for (int i = 0; i < 3; ++i) renewal();
   EXPECT_EQ(bounded, renewal());
 }
@@ -78,7 +78,7 @@ TEST_F(RpBoundsTest, RenewalAllocatesNoMoreThanWithoutBounds) {
 // Displacement --------------------------------------------------------------------------------------------
 
 TEST_F(RpBoundsTest, BetterRpDisplacesTheLastOfTheWorstAndEntersAfterIt) {
-  bsr.screeningIs({.rpsPerRange = 3});
+  bsr.ingressSettingsIs({.rpsPerRange = 3});
   EXPECT_EQ(reasonFor({"203.0.1.1", 100}), "");
   run(1);
   EXPECT_EQ(reasonFor({"203.0.1.2", 100}), "");
@@ -113,7 +113,7 @@ TEST_F(RpBoundsTest, DisplacementSendsNoMessageEarlier) {
 }
 
 TEST_F(RpBoundsTest, RpOfEqualPriorityDisplacesNone) {
-  bsr.screeningIs({.rpsPerRange = 3});
+  bsr.ingressSettingsIs({.rpsPerRange = 3});
   fill(1, 3);
   for (int second = 0; second < 200; ++second) {
     run(1);
@@ -127,7 +127,7 @@ TEST_F(RpBoundsTest, RpOfEqualPriorityDisplacesNone) {
 }
 
 TEST_F(RpBoundsTest, RefusedNewcomerDoesNotHideAWorseRpFromABetterOne) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   fill(1, 1, 100);
   EXPECT_EQ(reasonFor({"203.0.2.1", 100}), "range-full");
   EXPECT_NE(holdtime("203.0.1.1"), 0);
@@ -136,7 +136,7 @@ TEST_F(RpBoundsTest, RefusedNewcomerDoesNotHideAWorseRpFromABetterOne) {
 }
 
 TEST_F(RpBoundsTest, ReservedPlaceIsFreeAgainAfterThreePeriods) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .priority = 100, .holdtime = 1000}), "");
   EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "range-full");
   run(179);
@@ -148,7 +148,7 @@ TEST_F(RpBoundsTest, ReservedPlaceIsFreeAgainAfterThreePeriods) {
 
 TEST_F(RpBoundsTest, PreferredRpsStayAndDisplaceOthersAtAnyPriority) {
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rpsPerRange = 2});
+  bsr.ingressSettingsIs({.rpsPerRange = 2});
   EXPECT_EQ(reasonFor({"10.0.0.1", 255}), "");
   EXPECT_EQ(reasonFor({"203.0.1.1", 0}), "");
   EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
@@ -169,7 +169,7 @@ TEST_F(RpBoundsTest, PreferredRpsStayAndDisplaceOthersAtAnyPriority) {
 
 TEST_F(RpBoundsTest, PreferredRpTakesOverAReservedPlace) {
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   fill(1, 1);
   EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
   EXPECT_EQ(reasonFor({"10.0.0.1", 255}), "range-full");
@@ -179,7 +179,7 @@ TEST_F(RpBoundsTest, PreferredRpTakesOverAReservedPlace) {
 }
 
 TEST_F(RpBoundsTest, SenderThatIsNotPermittedDisplacesNone) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   fill(1, 1);
   bsr.permitIs(prefix("203.0.1.0/24"));
   EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "sender-filter");
@@ -187,18 +187,18 @@ TEST_F(RpBoundsTest, SenderThatIsNotPermittedDisplacesNone) {
 }
 
 TEST_F(RpBoundsTest, NewcomerBeyondTheQuotaDisplacesNoneAndKeepsItsReservation) {
-  bsr.screeningIs({.rps = 2, .rpsPerRange = 2});
+  bsr.ingressSettingsIs({.rps = 2, .rpsPerRange = 2});
   fill(1, 2);
   EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "rp-quota");
   EXPECT_NE(holdtime("203.0.1.2"), 0);
-  bsr.screeningIs({.rps = 3, .rpsPerRange = 2});
+  bsr.ingressSettingsIs({.rps = 3, .rpsPerRange = 2});
   EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "range-full");
   EXPECT_EQ(holdtime("203.0.1.2"), 0);
   run(70);
   fill(1, 1);
-  bsr.screeningIs({.rps = 1, .rpsPerRange = 2});
+  bsr.ingressSettingsIs({.rps = 1, .rpsPerRange = 2});
   EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "rp-quota");
-  bsr.screeningIs({.rps = 3, .rpsPerRange = 2});
+  bsr.ingressSettingsIs({.rps = 3, .rpsPerRange = 2});
   EXPECT_EQ(reasonFor({"203.0.3.1", 0}), "range-full");
   EXPECT_EQ(reasonFor({"203.0.2.1", 50}), "");
 }
@@ -206,7 +206,7 @@ TEST_F(RpBoundsTest, NewcomerBeyondTheQuotaDisplacesNoneAndKeepsItsReservation) 
 // This router's own candidate RPs -------------------------------------------------------------------------
 
 TEST_F(RpBoundsTest, PlaceIsKeptForAnOwnCandidateRpThatHasNotAdvertisedYet) {
-  bsr.screeningIs({.rpsPerRange = 2});
+  bsr.ingressSettingsIs({.rpsPerRange = 2});
   offerOwn(range);
   fill(1, 1);
   EXPECT_EQ(reasonFor({"203.0.1.2", 100}), "range-full");
@@ -216,7 +216,7 @@ TEST_F(RpBoundsTest, PlaceIsKeptForAnOwnCandidateRpThatHasNotAdvertisedYet) {
 }
 
 TEST_F(RpBoundsTest, OwnCandidateRpIsNeverDisplaced) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   offerOwn(range);
   run(5);
   for (int i = 0; i < 5; ++i) {
@@ -253,7 +253,7 @@ TEST_F(RpBoundsTest, OwnCandidateRpThatIsAddedToAFullRangeEntersAfterAWithdrawal
 
 TEST_F(RpBoundsTest, OwnCandidateRpTakesAPreferredPlaceOnlyIfAllArePreferred) {
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rpsPerRange = 2});
+  bsr.ingressSettingsIs({.rpsPerRange = 2});
   EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .priority = 0, .holdtime = 1000}), "");
   EXPECT_EQ(reasonFor({.rp = "10.0.0.1", .priority = 255, .holdtime = 1000}), "");
   runToMessage();
@@ -275,7 +275,7 @@ TEST_F(RpBoundsTest, OwnCandidateRpTakesAPreferredPlaceOnlyIfAllArePreferred) {
 }
 
 TEST_F(RpBoundsTest, OwnCandidateRpThatWaitsInOneRangeEntersTheOthers) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   fill(1, 1);
   offerOwn(range);
   offerOwn("239.2.0.0/16");
@@ -288,24 +288,24 @@ TEST_F(RpBoundsTest, OwnCandidateRpThatWaitsInOneRangeEntersTheOthers) {
 // Several ranges in one advertisement ---------------------------------------------------------------------
 
 TEST_F(RpBoundsTest, RangesThatFitPassAndTheOthersAreReported) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   fill(1, 1);
   Reception reception = receive({.rp = "203.0.2.1", .ranges = {"239.0.0.0/16", range, "239.2.0.0/16"}});
   EXPECT_EQ(reception.reason, "range-full");
   EXPECT_EQ(reception.droppedRanges, 1u);
-  EXPECT_FALSE(reception.refused());
+  EXPECT_FALSE(reception.dropped());
   EXPECT_TRUE(has("203.0.2.1", "239.0.0.0/16"));
   EXPECT_TRUE(has("203.0.2.1", "239.2.0.0/16"));
   EXPECT_FALSE(has("203.0.2.1"));
   U32 before = bsr.status()->counters()->rxCrpAdv();
   Reception none = receive({.rp = "203.0.3.1", .ranges = {"239.0.0.0/16", range}});
-  EXPECT_TRUE(none.refused());
+  EXPECT_TRUE(none.dropped());
   EXPECT_EQ(none.droppedRanges, 0u);
   EXPECT_EQ(bsr.status()->counters()->rxCrpAdv(), before);
 }
 
 TEST_F(RpBoundsTest, AdvertisementWithoutRangesIsBoundedToo) {
-  bsr.screeningIs({.rpsPerRange = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1});
   EXPECT_EQ(reasonFor({.rp = "203.0.1.1", .ranges = {}}), "");
   EXPECT_EQ(reasonFor({.rp = "203.0.1.2", .ranges = {}}), "range-full");
   EXPECT_EQ(count(all), 1u);
@@ -314,7 +314,7 @@ TEST_F(RpBoundsTest, AdvertisementWithoutRangesIsBoundedToo) {
 // Ranges of a zone ----------------------------------------------------------------------------------------
 
 TEST_F(RpBoundsTest, ZoneHoldsSoManyRangesAndKnownOnesTakeMoreRps) {
-  bsr.screeningIs({.rangesPerZone = 2});
+  bsr.ingressSettingsIs({.rangesPerZone = 2});
   Offer three{.rp = "203.0.1.1", .ranges = {"239.1.0.0/16", "239.2.0.0/16", "239.3.0.0/16"}};
   Reception reception = receive(three);
   EXPECT_EQ(reception.reason, "zone-ranges");
@@ -325,7 +325,7 @@ TEST_F(RpBoundsTest, ZoneHoldsSoManyRangesAndKnownOnesTakeMoreRps) {
 
 TEST_F(RpBoundsTest, HalfOfTheRangesOfAZoneIsKeptForPreferredRps) {
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rangesPerZone = 4});
+  bsr.ingressSettingsIs({.rangesPerZone = 4});
   auto ask = [this](std::string const& rp, int number) {
     return reasonFor({.rp = rp, .ranges = {numbered("239.", number) + ".0.0/16"}});
   };
@@ -340,7 +340,7 @@ TEST_F(RpBoundsTest, HalfOfTheRangesOfAZoneIsKeptForPreferredRps) {
 
 TEST_F(RpBoundsTest, HalfOfAllRpsIsKeptForPreferredRps) {
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rps = 5});
+  bsr.ingressSettingsIs({.rps = 5});
   fill(1, 3);
   EXPECT_EQ(reasonFor({"203.0.1.4"}), "rp-quota");
   for (int i = 1; i <= 2; ++i) EXPECT_EQ(reasonFor({numbered("10.0.0.", i)}), "");
@@ -350,14 +350,14 @@ TEST_F(RpBoundsTest, HalfOfAllRpsIsKeptForPreferredRps) {
 }
 
 TEST_F(RpBoundsTest, WithoutPreferredRpsAllShareTheBoundOfRps) {
-  bsr.screeningIs({.rps = 5});
+  bsr.ingressSettingsIs({.rps = 5});
   fill(1, 5);
   EXPECT_EQ(reasonFor({"10.0.0.1"}), "rp-quota");
 }
 
 TEST_F(RpBoundsTest, FloodOfRpsInManyRangesKeepsNoPreferredRpOut) {
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rps = 100});
+  bsr.ingressSettingsIs({.rps = 100});
   for (int i = 0; i < 1000; ++i) {
     std::string const one = numbered("239.", i % 50) + ".0.0/16";
     std::string const reason = reasonFor({rpNamed(1 + i / 250, 1 + i % 250), 0, {one}});

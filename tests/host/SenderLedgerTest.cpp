@@ -9,7 +9,7 @@ namespace test {
 namespace {
 
 using pimbsr::DropReason;
-using pimbsr::host::Screening;
+using pimbsr::host::IngressSettings;
 using pimbsr::host::SenderLedger;
 
 class SenderBounds : public RpBoundsTest {};
@@ -17,7 +17,7 @@ class SenderBounds : public RpBoundsTest {};
 // What senders may add ------------------------------------------------------------------------------------
 
 TEST_F(SenderBounds, SenderAddsSoManyRpsAndRenewsThemForGood) {
-  bsr.screeningIs({.rpsPerSender = 3});
+  bsr.ingressSettingsIs({.rpsPerSender = 3});
   auto reason = [this](int i) { return reasonFor({.rp = rpNamed(1, i), .sender = "203.0.113.7"}); };
   for (int i = 1; i <= 3; ++i) EXPECT_EQ(reason(i), "");
   EXPECT_EQ(reason(4), "sender-rps");
@@ -28,7 +28,7 @@ TEST_F(SenderBounds, SenderAddsSoManyRpsAndRenewsThemForGood) {
 }
 
 TEST_F(SenderBounds, SenderAddsSoManyRangesOfAllItsRps) {
-  bsr.screeningIs({.rangesPerSender = 4});
+  bsr.ingressSettingsIs({.rangesPerSender = 4});
   auto ask = [this](int rp, int first, int number) {
     Offer offer{.rp = rpNamed(1, rp), .ranges = {}, .sender = "203.0.113.7"};
     for (int i = 0; i < number; ++i) offer.ranges.push_back(numbered("239.", first + i) + ".0.0/16");
@@ -43,7 +43,7 @@ TEST_F(SenderBounds, SenderAddsSoManyRangesOfAllItsRps) {
 }
 
 TEST_F(SenderBounds, RpsThatHaveLeftMakeRoomForTheirSender) {
-  bsr.screeningIs({.rpsPerSender = 2, .rangesPerSender = 2});
+  bsr.ingressSettingsIs({.rpsPerSender = 2, .rangesPerSender = 2});
   auto reason = [this](int i) { return reasonFor({.rp = rpNamed(1, i), .sender = "203.0.113.7"}); };
   for (int i = 1; i <= 2; ++i) EXPECT_EQ(reason(i), "");
   EXPECT_EQ(reason(3), "sender-rps");
@@ -55,7 +55,7 @@ TEST_F(SenderBounds, RpsThatHaveLeftMakeRoomForTheirSender) {
 }
 
 TEST_F(SenderBounds, SenderBeyondItsBoundsDisplacesNone) {
-  bsr.screeningIs({.rpsPerRange = 1, .rpsPerSender = 1});
+  bsr.ingressSettingsIs({.rpsPerRange = 1, .rpsPerSender = 1});
   fill(1, 1);
   std::string const sender = "203.0.113.7";
   EXPECT_EQ(reasonFor({.rp = "203.0.2.1", .ranges = {all}, .sender = sender}), "");
@@ -79,7 +79,7 @@ class ForgedSender : public RpBoundsTest, public testing::WithParamInterface<For
 TEST_P(ForgedSender, KeepsNoRpWithItsOwnAccountOut) {
   Forgery const& forgery = GetParam();
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rpsPerSender = 3, .rangesPerSender = 4});
+  bsr.ingressSettingsIs({.rpsPerSender = 3, .rangesPerSender = 4});
   for (int rp = 1; rp <= forgery.rps; ++rp) {
     Offer offer{.rp = rpNamed(1, rp), .ranges = {}, .sender = forgery.sender, .holdtime = 40000};
     for (int i = 1; i <= forgery.ranges; ++i) offer.ranges.push_back(numbered("239.", i) + ".0.0/16");
@@ -111,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(Attacker, ForgedSender, testing::ValuesIn(forgeries),
 
 TEST_F(SenderBounds, RpWithItsOwnAccountHasABoundOfRangesForAllSenders) {
   bsr.preferredRpsIs(listed());
-  bsr.screeningIs({.rpsPerSender = 1, .rangesPerSender = 2});
+  bsr.ingressSettingsIs({.rpsPerSender = 1, .rangesPerSender = 2});
   auto ask = [this](std::string const& rp, int number, std::string const& sender) {
     return reasonFor({.rp = rp, .ranges = {numbered("239.", number) + ".0.0/16"}, .sender = sender});
   };
@@ -140,7 +140,7 @@ class SenderLedgerTest : public RpBoundsTest {
     return refusal;
   }
 
-  Screening const settings{.rpsPerSender = 128, .rangesPerSender = 128};
+  IngressSettings const settings{.rpsPerSender = 128, .rangesPerSender = 128};
   SenderLedger ledger{*bsr.root(), settings};
 };
 
@@ -162,7 +162,7 @@ TEST_F(SenderLedgerTest, RpIsInTheAccountOfItsLastSenderAlone) {
 }
 
 TEST_F(SenderLedgerTest, SweepKeepsItWithinTwiceTheRpsOfTheSets) {
-  bsr.screeningIs({});
+  bsr.ingressSettingsIs({});
   for (int block = 0; block < 8; ++block) fill(block, 250);
   U32 const held = count();
   ASSERT_EQ(held, 2000u);

@@ -221,7 +221,7 @@ TEST(UnicastTest, RoutingNoticesAChangeAfterTheConvergenceTime) {
 
 // Life ------------------------------------------------------------------------------------------------
 
-TEST(LifeTest, AStoppedRouterSaysFarewellAndACrashedOneIsMissedLater) {
+TEST(LifeTest, AStoppedRouterSendsAGoodbyeAndACrashedOneIsMissedLater) {
   Script script(row(3) + "run 20", 1, neighbors);
   EXPECT_THAT(script.play("stop r3\nrun 1"), Contains("20.001 r2 neighbor 10.2.0.3 down"));
   EXPECT_THAT(script.play("crash r1\nrun 60"), Not(Contains(HasSubstr("10.1.0.1 down"))));

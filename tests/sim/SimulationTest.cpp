@@ -80,7 +80,7 @@ TEST(SimulationTest, ARefusalIsToldOncePerRouterReasonAndSourceUnlessRepeatsAreW
   EXPECT_EQ(script.play("inject l1 bsm from 10.1.0.8 bsr 203.0.113.1\nrun 0.1").size(), 2u);
   EXPECT_EQ(script.play("report repeats\n" + strange).size(), 2u);
   EXPECT_EQ(script.play("quiet all\n" + strange).size(), 0u);
-  EXPECT_EQ(script.node(0).refused().at("no-rpf-neighbor").count, 5u);
+  EXPECT_EQ(script.node(0).drops().at("no-rpf-neighbor").count, 5u);
 }
 
 TEST(SimulationTest, OnlyWhatIsWantedIsReported) {

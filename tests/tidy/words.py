@@ -67,9 +67,8 @@ ALLOWED = [
 
 # Names and texts of pending modules that others use; they go when those modules are held to the list.
 PENDING_TEXTS = [
-    (r"\b(Screening|screeningIs|Dice|faults|refuses?)\b", "bench/*", "names of host/ and sim/"),
+    (r"\b(Dice|faults|refuses?)\b", "bench/*", "names of host/ and sim/"),
     (r"reading\.faults", "fuzz/config.cpp", "a name of agent/"),
-    (r"host/Screening\.(h|zet)", "docs/architecture.md", "a file of host/"),
     (r"hold-time|zone-timeout|`refusals`|refusals that were told before", "docs/scenarios.md", "of sim/"),
     (r"hold-time|zone-timeout", "examples/pimbsr.toml", "keys of agent/"),
     (r"(Reading /etc/shadow|Executing a program) \*refused", "tests/install/package.sh", "texts of agent/"),

@@ -1,21 +1,21 @@
-#include "host/Screen.h"
+#include "host/IngressFilter.h"
 
 #include <set>
 #include <string>
 #include <vector>
 
-#include "tests/host/ScreenSupport.h"
+#include "tests/host/IngressSupport.h"
 
 namespace test {
 namespace {
 
 using pimbsr::host::MessageKind;
 
-class ScreeningTest : public ScreenedRouterTest {};
+class IngressFilterTest : public FilteredRouterTest {};
 
 // Where a packet comes from -----------------------------------------------------------------------------
 
-TEST_F(ScreeningTest, NothingIsCheckedUnlessAskedFor) {
+TEST_F(IngressFilterTest, NothingIsCheckedUnlessAskedFor) {
   Road far{.source = "172.16.0.1", .ttl = 64};
   rpf->neighbors[addr("10.0.0.1")] = addr("172.16.0.1");
   EXPECT_EQ(reasonFor(ordinary, far), "");
@@ -24,8 +24,8 @@ TEST_F(ScreeningTest, NothingIsCheckedUnlessAskedFor) {
   for (int i = 0; i < 5000; ++i) ASSERT_EQ(reasonFor(ordinary, far), "");
 }
 
-TEST_F(ScreeningTest, PacketForAllPimRoutersHasATtlOf1) {
-  router.screeningIs({.linkLocalTtl = true});
+TEST_F(IngressFilterTest, PacketForAllPimRoutersHasATtlOf1) {
+  router.ingressSettingsIs({.linkLocalTtl = true});
   for (int ttl : {0, 2, 64, 255}) {
     Reception reception = offer(ordinary, {.ttl = static_cast<U8>(ttl)});
     EXPECT_EQ(reception.reason, "ttl") << ttl;
@@ -39,8 +39,8 @@ TEST_F(ScreeningTest, PacketForAllPimRoutersHasATtlOf1) {
             "not-elected-bsr");
 }
 
-TEST_F(ScreeningTest, RefusedBeforeDecodingAPacketIsOfTheKindThatItSays) {
-  router.screeningIs({.linkLocalTtl = true});
+TEST_F(IngressFilterTest, RefusedBeforeDecodingAPacketIsOfTheKindThatItSays) {
+  router.ingressSettingsIs({.linkLocalTtl = true});
   struct Case {
     std::vector<U8> pim;
     MessageKind kind;
@@ -56,8 +56,8 @@ TEST_F(ScreeningTest, RefusedBeforeDecodingAPacketIsOfTheKindThatItSays) {
   }
 }
 
-TEST_F(ScreeningTest, HelloIsSentToAllPimRouters) {
-  router.screeningIs({.linkLocalTtl = true});
+TEST_F(IngressFilterTest, HelloIsSentToAllPimRouters) {
+  router.ingressSettingsIs({.linkLocalTtl = true});
   EXPECT_EQ(reasonFor(HelloMessage{}, {.destination = "192.0.2.9"}), "hello-destination");
   EXPECT_EQ(reasonFor(HelloMessage{}, {.destination = "224.0.0.1"}), "hello-destination");
   EXPECT_EQ(neighbors(), 0u);
@@ -65,8 +65,8 @@ TEST_F(ScreeningTest, HelloIsSentToAllPimRouters) {
   EXPECT_EQ(neighbors(), 1u);
 }
 
-TEST_F(ScreeningTest, WhatStaysOnTheLinkComesFromItsSubnet) {
-  router.screeningIs({.onSubnet = true});
+TEST_F(IngressFilterTest, WhatStaysOnTheLinkComesFromItsSubnet) {
+  router.ingressSettingsIs({.onSubnet = true});
   Road foreign{.source = "198.51.100.1"};
   EXPECT_EQ(reasonFor(ordinary, foreign), "foreign-subnet");
   EXPECT_EQ(reasonFor(HelloMessage{}, foreign), "foreign-subnet");
@@ -80,14 +80,14 @@ TEST_F(ScreeningTest, WhatStaysOnTheLinkComesFromItsSubnet) {
   EXPECT_EQ(reasonFor(HelloMessage{}), "");
 }
 
-TEST_F(ScreeningTest, AdvertisementForThisRouterMayComeFromAfar) {
-  router.screeningIs({.linkLocalTtl = true, .onSubnet = true, .fromNeighbors = true});
+TEST_F(IngressFilterTest, AdvertisementForThisRouterMayComeFromAfar) {
+  router.ingressSettingsIs({.linkLocalTtl = true, .onSubnet = true, .fromNeighbors = true});
   lead();
   EXPECT_EQ(reasonFor(Adv{}, {.source = "203.0.113.1", .destination = "192.0.2.9", .ttl = 60}), "");
   EXPECT_TRUE(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rp(addr("203.0.113.1")));
 }
 
-TEST_F(ScreeningTest, AdvertisementToAMulticastAddressIsRefusedWithoutBeingAsked) {
+TEST_F(IngressFilterTest, AdvertisementToAMulticastAddressIsRefusedWithoutBeingAsked) {
   lead();
   for (char const* destination : {"224.0.0.13", "239.1.2.3"}) {
     Reception reception = offer(Adv{}, {.source = "203.0.113.1", .destination = destination});
@@ -97,8 +97,8 @@ TEST_F(ScreeningTest, AdvertisementToAMulticastAddressIsRefusedWithoutBeingAsked
   EXPECT_EQ(reasonFor(Adv{}, {.source = "203.0.113.1", .destination = "192.0.2.77"}), "");
 }
 
-TEST_F(ScreeningTest, BootstrapMessageComesFromANeighbor) {
-  router.screeningIs({.fromNeighbors = true});
+TEST_F(IngressFilterTest, BootstrapMessageComesFromANeighbor) {
+  router.ingressSettingsIs({.fromNeighbors = true});
   EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
   EXPECT_EQ(router.status()->counters()->rx(), 0u);
   greet("192.0.2.1");
@@ -106,38 +106,38 @@ TEST_F(ScreeningTest, BootstrapMessageComesFromANeighbor) {
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "not-neighbor");
 }
 
-TEST_F(ScreeningTest, NeighborOfAnotherInterfaceIsNoneHere) {
-  router.screeningIs({.fromNeighbors = true});
+TEST_F(IngressFilterTest, NeighborOfAnotherInterfaceIsNoneHere) {
+  router.ingressSettingsIs({.fromNeighbors = true});
   router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {}));
   ASSERT_EQ(router.pimStatus()->pimIntf(intf("eth1"))->neighborCount(), 1u);
   EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
   EXPECT_EQ(router.receive(intf("unknown"), packetOf(bytesOf(ordinary), {})).reason, "not-neighbor");
 }
 
-TEST_F(ScreeningTest, FurtherAddressOfANeighborIsTheNeighbor) {
-  router.screeningIs({.fromNeighbors = true});
+TEST_F(IngressFilterTest, FurtherAddressOfANeighborIsTheNeighbor) {
+  router.ingressSettingsIs({.fromNeighbors = true});
   greet("192.0.2.1", {addr("192.0.2.50")});
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.50"}), "not-rpf-neighbor");
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.51"}), "not-neighbor");
 }
 
-TEST_F(ScreeningTest, NeighborThatSaidFarewellIsNoneAnyMore) {
-  router.screeningIs({.fromNeighbors = true});
+TEST_F(IngressFilterTest, NeighborThatSentAGoodbyeIsNoneAnyMore) {
+  router.ingressSettingsIs({.fromNeighbors = true});
   greet("192.0.2.1");
   EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}), "");
   EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
 }
 
-TEST_F(ScreeningTest, UnicastMessageOfANeighborIsTheGatesToCount) {
-  router.screeningIs({.fromNeighbors = true});
+TEST_F(IngressFilterTest, UnicastMessageOfANeighborIsTheGatesToCount) {
+  router.ingressSettingsIs({.fromNeighbors = true});
   Road unicast{.destination = "192.0.2.9"};
   EXPECT_EQ(reasonFor(ordinary, unicast), "not-neighbor");
   greet("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary, unicast), "unicast-bootstrap");
 }
 
-TEST_F(ScreeningTest, OwnMessageIsCalledOwnAndAnOwnHelloIsIgnored) {
-  router.screeningIs({.onSubnet = true, .fromNeighbors = true, .neighborsPerInterface = 1});
+TEST_F(IngressFilterTest, OwnMessageIsCalledOwnAndAnOwnHelloIsIgnored) {
+  router.ingressSettingsIs({.onSubnet = true, .fromNeighbors = true, .neighborsPerInterface = 1});
   for (char const* own : {"192.0.2.9", "198.51.100.9"}) {
     EXPECT_EQ(reasonFor(ordinary, {own}), "own-address");
     EXPECT_EQ(reasonFor(HelloMessage{}, {own}), "");
@@ -145,22 +145,22 @@ TEST_F(ScreeningTest, OwnMessageIsCalledOwnAndAnOwnHelloIsIgnored) {
   EXPECT_EQ(neighbors(), 0u);
 }
 
-TEST_F(ScreeningTest, OwnMessageThatIsSentBackDeposesNobodyWhileItIsScreened) {
+TEST_F(IngressFilterTest, OwnMessageThatIsSentBackDeposesNobodyWhileItIsScreened) {
   Bsm own = ordinary;
   own.bsr = "192.0.2.9";
   own.forward = false;
-  router.screeningIs({.notOwnBsr = true});
+  router.ingressSettingsIs({.notOwnBsr = true});
   EXPECT_EQ(reasonFor(own), "own-bsr");
   EXPECT_EQ(router.status()->counters()->rx(), 0u);
   EXPECT_EQ(reasonFor(ordinary), "");
-  router.screeningIs({});
+  router.ingressSettingsIs({});
   EXPECT_NE(reasonFor(own), "own-bsr");
 }
 
 // How many packets --------------------------------------------------------------------------------------
 
-TEST_F(ScreeningTest, RateLimitGrantsASecondsWorthAtOnceAndThenTheRate) {
-  router.screeningIs({.packetsPerSecond = 10});
+TEST_F(IngressFilterTest, RateLimitGrantsASecondsWorthAtOnceAndThenTheRate) {
+  router.ingressSettingsIs({.packetsPerSecond = 10});
   for (int i = 0; i < 10; ++i) EXPECT_EQ(reasonFor(ordinary), "") << i;
   Reception reception = offer(ordinary);
   EXPECT_EQ(reception.reason, "rate-limit");
@@ -174,8 +174,8 @@ TEST_F(ScreeningTest, RateLimitGrantsASecondsWorthAtOnceAndThenTheRate) {
   EXPECT_EQ(reasonFor(ordinary), "rate-limit");
 }
 
-TEST_F(ScreeningTest, RateLimitIsCheckedFirstAndCountsWhateverComes) {
-  router.screeningIs({.linkLocalTtl = true, .packetsPerSecond = 2});
+TEST_F(IngressFilterTest, RateLimitIsCheckedFirstAndCountsWhateverComes) {
+  router.ingressSettingsIs({.linkLocalTtl = true, .packetsPerSecond = 2});
   std::vector<U8> noise = {1, 2, 3};
   EXPECT_EQ(router.receive(intf("eth0"), noise).reason, "truncated");
   EXPECT_EQ(reasonFor(ordinary, {.ttl = 7}), "ttl");
@@ -183,25 +183,25 @@ TEST_F(ScreeningTest, RateLimitIsCheckedFirstAndCountsWhateverComes) {
   EXPECT_EQ(router.receive(intf("eth0"), noise).reason, "rate-limit");
 }
 
-TEST_F(ScreeningTest, RateLimitIsOfOneInterface) {
-  router.screeningIs({.packetsPerSecond = 1});
+TEST_F(IngressFilterTest, RateLimitIsOfOneInterface) {
+  router.ingressSettingsIs({.packetsPerSecond = 1});
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(ordinary), "rate-limit");
   EXPECT_EQ(router.receive(intf("eth1"), packetOf(bytesOf(ordinary), {})).reason, "");
 }
 
-TEST_F(ScreeningTest, RateLimitCanBeChangedAndLifted) {
-  router.screeningIs({.packetsPerSecond = 100});
+TEST_F(IngressFilterTest, RateLimitCanBeChangedAndLifted) {
+  router.ingressSettingsIs({.packetsPerSecond = 100});
   EXPECT_EQ(reasonFor(ordinary), "");
-  router.screeningIs({.packetsPerSecond = 1});
+  router.ingressSettingsIs({.packetsPerSecond = 1});
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(ordinary), "rate-limit");
-  router.screeningIs({});
+  router.ingressSettingsIs({});
   EXPECT_EQ(reasonFor(ordinary), "");
 }
 
-TEST_F(ScreeningTest, InterfaceThatComesBackHasItsFullGrant) {
-  router.screeningIs({.packetsPerSecond = 1});
+TEST_F(IngressFilterTest, InterfaceThatComesBackHasItsFullGrant) {
+  router.ingressSettingsIs({.packetsPerSecond = 1});
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(ordinary), "rate-limit");
   router.interfaceDel(intf("eth0"));

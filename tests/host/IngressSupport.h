@@ -73,9 +73,9 @@ inline std::vector<Rp> someRps(int first, int count) {
 }
 
 /// A router with Hello on eth0 and eth1, where 192.0.2.1 is the neighbour towards the BSR 10.0.0.1.
-class ScreenedRouterTest : public testing::Test {
+class FilteredRouterTest : public testing::Test {
  protected:
-  ScreenedRouterTest() {
+  FilteredRouterTest() {
     rpf->neighbors[addr("10.0.0.1")] = addr("192.0.2.1");
     for (char const* name : {"eth0", "eth1"}) router.interfaceIs(intf(name), 1500, {});
   }

@@ -1,4 +1,4 @@
-#include "host/Screen.h"
+#include "host/IngressFilter.h"
 
 #include "wire/Message.h"
 
@@ -10,8 +10,9 @@ using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 using Zet::Ptr;
 
-Screen::Screen(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
-               pim::NeighborTable& neighbors, pim::Port const& port, Screening const& settings)
+IngressFilter::IngressFilter(Routing::Pim::Bsr::PimBsrSm const& root,
+                             Routing::Pim::Bsr::BootstrapMessageSm& gate, pim::NeighborTable& neighbors,
+                             pim::Port const& port, IngressSettings const& settings)
     : neighbors_(neighbors),
       port_(port),
       settings_(settings),
@@ -20,7 +21,7 @@ Screen::Screen(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::Boots
   neighbors_.maxAddressesIs(settings.neighborsPerInterface);
 }
 
-void Screen::settingsIs(Screening const& settings) {
+void IngressFilter::settingsIs(IngressSettings const& settings) {
   settings_ = settings;
   neighbors_.maxAddressesIs(settings.neighborsPerInterface);
   quotas_.handleSettings();
@@ -36,18 +37,18 @@ static bool staysOnLink(wire::Ipv4Packet const& packet) {
 }
 
 /// A sender that is this router itself is left to those who know what that means for their message.
-DropReason Screen::judgeHeader(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
+DropReason IngressFilter::validateHeader(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
   if (settings_.linkLocalTtl && packet.destination == allPimRouters && packet.ttl != 1)
     return DropReason::ttl;
   if (!settings_.onSubnet || !staysOnLink(packet)) return DropReason::none;
   IpGenAddr source(packet.source);
-  bool isAtHome = port_.isOwnAddress(source) || port_.isOnSubnet(intfId, source);
-  return isAtHome ? DropReason::none : DropReason::foreignSubnet;
+  bool isOnLink = port_.isOwnAddress(source) || port_.isOnSubnet(intfId, source);
+  return isOnLink ? DropReason::none : DropReason::foreignSubnet;
 }
 
-Arrival Screen::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
+Arrival IngressFilter::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
   Arrival arrival{.source = packet.source,
-                  .header = judgeHeader(intfId, packet),
+                  .header = validateHeader(intfId, packet),
                   .cost = Budgets::costOf(packet.payload.size())};
   bool isRest = arrival.header != DropReason::none && packet.destination.isMulticast();
   if (!isRest) arrival.senderClass = budgets_.classOf(intfId, packet);
@@ -55,7 +56,7 @@ Arrival Screen::arrival(IntfId const& intfId, wire::Ipv4Packet const& packet) co
 }
 
 /// A goodbye Hello and one of this router itself add no neighbor.
-DropReason Screen::judgeHello(IntfId const& intfId, wire::HelloMessage const& hello) const {
+DropReason IngressFilter::validateHello(IntfId const& intfId, wire::HelloMessage const& hello) const {
   if (settings_.linkLocalTtl && hello.dstAddr != IpGenAddr(allPimRouters))
     return DropReason::helloDestination;
   Ptr<pim::LinkNeighbors> link = neighbors_.link(intfId);
@@ -63,8 +64,8 @@ DropReason Screen::judgeHello(IntfId const& intfId, wire::HelloMessage const& he
   return link->displacedBy(hello) ? DropReason::none : DropReason::neighborQuota;
 }
 
-DropReason Screen::judgeSender(IntfId const& intfId,
-                               Routing::Pim::Packet::BootstrapMessage const& message) const {
+DropReason IngressFilter::validateSender(IntfId const& intfId,
+                                         Routing::Pim::Packet::BootstrapMessage const& message) const {
   if (port_.isOwnAddress(message.srcAddr())) return DropReason::none;
   bool isNeighbor = !settings_.fromNeighbors || !neighbors_.owner(intfId, message.srcAddr()).isEmpty();
   if (!isNeighbor) return DropReason::notNeighbor;

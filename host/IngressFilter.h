@@ -1,8 +1,8 @@
 #pragma once
 
 #include "host/Budgets.h"
+#include "host/IngressSettings.h"
 #include "host/Quotas.h"
-#include "host/Screening.h"
 #include "model/DropReason.h"
 #include "pim/NeighborTable.h"
 #include "pim/Port.h"
@@ -18,20 +18,20 @@ struct Arrival {
   U32 cost = 1;                          ///< as of Budgets::costOf()
 };
 
-/// Refuses what a router on a real network must not believe or can't afford, as far as its settings say. The
-/// questions are asked in the order in which they stand here, as soon as a packet is read far enough.
-class PIMBSR_API Screen {
+/// Drops what a router on a real network must not accept or can't afford, as far as its settings say. The checks
+/// are made in the order in which they are declared here, as soon as a packet is read far enough.
+class PIMBSR_API IngressFilter {
  public:
   /// The machines, the neighbors and the port are used for as long as this object is. The settings bound the
   /// neighbors.
-  Screen(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
-         pim::NeighborTable& neighbors, pim::Port const& port, Screening const& settings);
-  Screen(Screen const&) = delete;
-  Screen& operator=(Screen const&) = delete;
+  IngressFilter(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,
+                pim::NeighborTable& neighbors, pim::Port const& port, IngressSettings const& settings);
+  IngressFilter(IngressFilter const&) = delete;
+  IngressFilter& operator=(IngressFilter const&) = delete;
 
-  /// Replaces the settings. What stands beyond a lowered bound stays until it ends by itself.
-  void settingsIs(Screening const& settings);
-  Screening const& settings() const { return settings_; }
+  /// Replaces the settings. What is beyond a lowered bound stays until it ends by itself.
+  void settingsIs(IngressSettings const& settings);
+  IngressSettings const& settings() const { return settings_; }
 
   /// Validates a packet by its IP header. A packet that fails is charged to the rest: one with a forged
   /// address of a neighbor costs the neighbor nothing.
@@ -52,27 +52,27 @@ class PIMBSR_API Screen {
   /// Whether Budgets::steadyAdvertisers() has changed since the last call.
   bool takeAdvertisersChanged() { return budgets_.takeAdvertisersChanged(); }
   /// Validates a Hello that would reach the interface's HelloSm, which makes room for it in a full table.
-  DropReason judgeHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
-  /// Judges a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.
-  DropReason judgeSender(Lanet::IntfId const& intfId,
-                         Routing::Pim::Packet::BootstrapMessage const& message) const;
-  /// Judges a message by what it would make the router keep. An advertisement must be for this router.
-  Quotas::Verdict judgeCost(Routing::Pim::Packet::BootstrapMessage& message) {
-    return quotas_.judge(message);
+  DropReason validateHello(Lanet::IntfId const& intfId, wire::HelloMessage const& hello) const;
+  /// Validates a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.
+  DropReason validateSender(Lanet::IntfId const& intfId,
+                            Routing::Pim::Packet::BootstrapMessage const& message) const;
+  /// Validates a message by what it would make the router keep. An advertisement must be for this router.
+  Quotas::Verdict validateCost(Routing::Pim::Packet::BootstrapMessage& message) {
+    return quotas_.validate(message);
   }
-  DropReason judgeCost(Routing::Pim::Packet::CrpAdvMessage const& message, PreferredRps const& preferred) {
-    return quotas_.judge(message, preferred);
+  DropReason validateCost(Routing::Pim::Packet::CrpAdvMessage const& message, PreferredRps const& preferred) {
+    return quotas_.validate(message, preferred);
   }
 
   /// To be called when an interface has gone.
   void forget(Lanet::IntfId const& intfId) { budgets_.forget(intfId); }
 
  private:
-  DropReason judgeHeader(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
+  DropReason validateHeader(Lanet::IntfId const& intfId, wire::Ipv4Packet const& packet) const;
 
   pim::NeighborTable& neighbors_;
   pim::Port const& port_;
-  Screening settings_;
+  IngressSettings settings_;
   Budgets budgets_;
   Quotas quotas_;
 };
