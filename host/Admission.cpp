@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "protocol/BsrCandidateSm.h"
-#include "protocol/BsrNonCandidateSm.h"
+#include "host/Fragment.h"
+#include "host/KeptFragments.h"
 #include "runtime/Meter.h"
 
 namespace pimbsr::host {
@@ -21,11 +21,6 @@ using Zet::Ptr;
 static constexpr U16 maxHoldtime = 40958;
 static constexpr U8 maxHashMaskLen = 32;
 
-/// Whether a record enters the fragment store: it names RPs, and not all of its range.
-static bool isFragment(BootstrapGroupData const& group) {
-  return group.fragRpCount() != 0 && group.rpCount() != group.fragRpCount();
-}
-
 static bool hasLongHoldtime(BootstrapGroupData const& group) {
   for (auto rp = group.rpListIterator(); rp; ++rp) {
     if (rp->rpHoldtime() > maxHoldtime) return true;
@@ -36,19 +31,17 @@ static bool hasLongHoldtime(BootstrapGroupData const& group) {
 namespace {
 
 /// The RPs named for the ranges that come in fragments in one message, there and wherever else its fragment
-/// tag is known; and the least number announced for each. It is made once for a message, however many ranges
-/// there are, with one walk of the zones: a comparison of tags for each. Peers can't make that long, since
-/// only as many zones are learned as the settings grant, and only neighbors' messages come here.
+/// tag is known; and the least number announced for each. It is made once for a message: what it costs grows
+/// with the ranges of the message, times the zones.
 class Named {
  public:
-  Named(BootstrapMessage const& message, Routing::Pim::Bsr::PimBsrSm const& root) {
+  Named(BootstrapMessage const& message, Routing::Pim::Bsr::PimBsrSm const& root, KeptFragments& kept) {
     Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
     for (auto group = groups->groupDataIterator(); group; ++group) {
-      if (isFragment(*group)) ranges_[group->prefix()].add(group->rpCount(), group->rpListIterator());
+      if (isFragment(*group)) ranges_[group->prefix()].add(*group);
     }
     addStored(root.bsmRxFragments(message.fragmentTag()));
-    addKept(message.fragmentTag(), root.nonCandidateSmIterator());
-    addKept(message.fragmentTag(), root.candidateSmIterator());
+    for (KeptRecords const* records : kept.tagged(message.fragmentTag())) addKept(*records);
   }
 
   bool overflows(IpGenPrefix const& prefix) { return ranges_.at(prefix).overflows(); }
@@ -61,6 +54,8 @@ class Named {
       announced_ = std::min(announced_, announced);
       for (; rps; ++rps) addresses_.push_back(rps->rpAddress());
     }
+
+    void add(BootstrapGroupData const& record) { add(record.rpCount(), record.rpListIterator()); }
 
     bool overflows() {
       Zet::Meter::visit(addresses_.size());
@@ -82,22 +77,10 @@ class Named {
     }
   }
 
-  template <class MachineWalk>
-  void addKept(U16 tag, MachineWalk machines) {
-    for (; machines; ++machines) {
+  void addKept(KeptRecords const& records) {
+    for (auto& [prefix, range] : ranges_) {
       Zet::Meter::visit();
-      Ptr<BootstrapMessage> kept = machines->lastBsm();
-      if (kept && kept->fragmentTag() == tag) addGroups(*kept);
-    }
-  }
-
-  void addGroups(BootstrapMessage const& kept) {
-    Ptr<Packet::BootstrapOptionalData> groups = kept.groupRpData();
-    for (auto group = groups->groupDataIterator(); group; ++group) {
-      Zet::Meter::visit();
-      if (!isFragment(*group)) continue;
-      auto range = ranges_.find(group->prefix());
-      if (range != ranges_.end()) range->second.add(group->rpCount(), group->rpListIterator());
+      records.find(prefix, [&](BootstrapGroupData const& record) { range.add(record); });
     }
   }
 
@@ -106,7 +89,12 @@ class Named {
 
 }  // namespace
 
-DropReason Admission::validate(BootstrapMessage const& message) const {
+Admission::Admission(Routing::Pim::Bsr::PimBsrSm const& root, pim::Port const& port)
+    : root_(root), port_(port), kept_(std::make_unique<KeptFragments>(root)) {}
+
+Admission::~Admission() = default;
+
+DropReason Admission::validate(BootstrapMessage const& message) {
   if (port_.isOwnAddress(message.srcAddr())) return DropReason::ownAddress;
   if (message.hashMaskLen() > maxHashMaskLen) return DropReason::hashMaskLength;
   std::optional<Named> named;
@@ -115,7 +103,7 @@ DropReason Admission::validate(BootstrapMessage const& message) const {
     Zet::Meter::visit();
     if (hasLongHoldtime(*group)) return DropReason::holdtime;
     if (!isFragment(*group)) continue;
-    if (!named) named.emplace(message, root_);
+    if (!named) named.emplace(message, root_, *kept_);
     if (named->overflows(group->prefix())) return DropReason::fragmentOverflow;
   }
   return DropReason::none;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "host/Fragment.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Context.h"
@@ -21,10 +22,6 @@ using Zet::Ptr;
 static IpGenPrefix zoneOf(BootstrapMessage const& message, IpGenPrefix const& global) {
   Ptr<BootstrapGroupData> first = message.groupRpData()->groupDataFirst();
   return first && first->groupFlags().scoped() ? first->prefix() : global;
-}
-
-static bool isFragment(BootstrapGroupData const& group) {
-  return group.fragRpCount() != 0 && group.rpCount() != group.fragRpCount();
 }
 
 // A Bootstrap Message that is cut ------------------------------------------------------------------------

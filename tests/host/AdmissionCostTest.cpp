@@ -1,0 +1,53 @@
+#include <string>
+
+#include "host/Admission.h"
+#include "runtime/Meter.h"
+#include "tests/support/Engine.h"
+#include "tests/support/RecordingPort.h"
+
+namespace test {
+namespace {
+
+using pimbsr::DropReason;
+using Zet::U64;
+
+static_assert(Zet::Meter::isOn, "this test is built with the meter");
+
+class AdmissionCostTest : public EngineTest {
+ protected:
+  /// One of two RPs of each of `ranges` ranges, all under one fragment tag.
+  static Bsm fragments(std::string const& zone, int ranges, std::string const& rp) {
+    Bsm message{.groups = {{zone, {}, scopedFlag}}, .tag = 7};
+    for (int i = 0; i < ranges; ++i)
+      message.groups.push_back({"225.0." + std::to_string(i) + ".0/24", {{rp}}, 0, 2, 1});
+    return message;
+  }
+
+  U64 visitsOf(Bsm const& message) {
+    auto made = make(message);
+    U64 before = Zet::Meter::visited;
+    EXPECT_EQ(admission.validate(*made), DropReason::none);
+    return Zet::Meter::visited - before;
+  }
+
+  RecordingPort port;
+  pimbsr::host::Admission admission{*engine.root, port};
+};
+
+TEST_F(AdmissionCostTest, FragmentCostsWhatItNamesHoweverManyRecordsAreKeptUnderItsTag) {
+  constexpr int zones = 20, ranges = 100;
+  for (int i = 0; i < zones; ++i)
+    engine.receive(fragments("239." + std::to_string(i) + ".0.0/16", ranges, "203.0.113.1"));
+  Bsm const one = fragments("239.0.0.0/16", 1, "203.0.113.2");
+  U64 const indexed = visitsOf(one);
+  EXPECT_GT(indexed, U64{zones} * ranges) << "each kept message is indexed when it is asked for first";
+  EXPECT_LT(visitsOf(one), U64{zones} * 8);
+
+  engine.receive(fragments("239.3.0.0/16", ranges, "203.0.113.1"));
+  U64 const renewed = visitsOf(one);
+  EXPECT_GT(renewed, U64{ranges}) << "a message that is kept newly is indexed once";
+  EXPECT_LT(renewed, U64{ranges} * 2 + zones * 8);
+}
+
+}  // namespace
+}  // namespace test
