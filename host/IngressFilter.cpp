@@ -27,12 +27,15 @@ void IngressFilter::settingsIs(IngressSettings const& settings) {
   quotas_.handleSettings();
 }
 
+/// Of a PIM message of one byte at least.
+static wire::MessageType typeOf(wire::Bytes pim) { return static_cast<wire::MessageType>(pim[0] & 0x0f); }
+
 /// Whether a packet has no business beyond the link that it was sent on. A Hello or Bootstrap Message to a
 /// unicast address has none either, but could be routed here.
 static bool staysOnLink(wire::Ipv4Packet const& packet) {
   if (packet.destination.isMulticast()) return true;
   if (packet.payload.empty()) return false;
-  auto type = static_cast<wire::MessageType>(packet.payload[0] & 0x0f);
+  wire::MessageType type = typeOf(packet.payload);
   return type == wire::MessageType::hello || type == wire::MessageType::bootstrap;
 }
 
@@ -53,6 +56,12 @@ Arrival IngressFilter::arrival(IntfId const& intfId, wire::Ipv4Packet const& pac
   bool isRest = arrival.header != DropReason::none && packet.destination.isMulticast();
   if (!isRest) arrival.senderClass = budgets_.classOf(intfId, packet);
   return arrival;
+}
+
+DropReason IngressFilter::validateLength(wire::Bytes pim) const {
+  if (settings_.bsmBytes == 0 || pim.size() <= settings_.bsmBytes) return DropReason::none;
+  bool isBootstrap = typeOf(pim) == wire::MessageType::bootstrap;
+  return isBootstrap ? DropReason::bsmTooLong : DropReason::none;
 }
 
 /// A goodbye Hello and one of this router itself add no neighbor.

@@ -40,6 +40,8 @@ class PIMBSR_API IngressFilter {
   DropReason charge(Lanet::IntfId const& intfId, Arrival const& arrival) {
     return budgets_.charge(intfId, arrival.senderClass, arrival.source, arrival.cost);
   }
+  /// Validates the length of a Bootstrap Message before it is decoded; other messages have none.
+  DropReason validateLength(wire::Bytes pim) const;
   /// To be called for a charged packet that turned out malformed.
   void handleMalformed(Lanet::IntfId const& intfId, Arrival const& arrival) {
     budgets_.handleMalformed(intfId, arrival.senderClass);

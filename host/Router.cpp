@@ -295,7 +295,8 @@ static MessageKind kindOf(wire::Bytes pim) {
 
 void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival const& arrival,
                   Reception& reception) {
-  if (dropped(arrival.header, reception)) {
+  if (dropped(arrival.header, reception) ||
+      dropped(ingressFilter_->validateLength(packet.payload), reception)) {
     reception.kind = kindOf(packet.payload);
     return;
   }

@@ -187,6 +187,7 @@ Meaning const meanings[] = {
     {"NeighborsPerInterface", "[limits]\nneighbors-per-interface = 7",
      [](Settings& s) { s.ingress.neighborsPerInterface = 7; }},
     {"LearnedZones", "[limits]\nlearned-zones = 7", [](Settings& s) { s.ingress.learnedZones = 7; }},
+    {"BsmBytes", "[limits]\nbsm-bytes = 7", [](Settings& s) { s.ingress.bsmBytes = 7; }},
     {"FragmentRps", "[limits]\nfragment-rps = 7", [](Settings& s) { s.ingress.fragmentRps = 7; }},
     {"Rps", "[limits]\nrps = 0", [](Settings& s) { s.ingress.rps = 0; }},
     {"RangesPerZone", "[limits]\nranges-per-zone = 7", [](Settings& s) { s.ingress.rangesPerZone = 7; }},

@@ -56,6 +56,21 @@ TEST_F(IngressFilterTest, RefusedBeforeDecodingAPacketIsOfTheKindThatItSays) {
   }
 }
 
+TEST_F(IngressFilterTest, BootstrapMessageIsNoLongerThanTheBound) {
+  Bsm const message{.groups = {{"225.0.0.0/8", someRps(1, 20)}}};
+  U32 const length = static_cast<U32>(bytesOf(message).size());
+  router.ingressSettingsIs({.bsmBytes = length});
+  EXPECT_EQ(reasonFor(message), "");
+  router.ingressSettingsIs({.bsmBytes = length - 1});
+  Reception reception = offer(message);
+  EXPECT_EQ(reception.reason, "bsm-too-long");
+  EXPECT_EQ(reception.kind, MessageKind::bootstrap);
+  EXPECT_FALSE(reception.message) << "it was not decoded";
+  router.ingressSettingsIs({.bsmBytes = 4});
+  EXPECT_EQ(reasonFor(HelloMessage{}), "");
+  EXPECT_EQ(reasonFor(Adv{}, {.destination = "192.0.2.9"}), "not-elected-bsr");
+}
+
 TEST_F(IngressFilterTest, HelloIsSentToAllPimRouters) {
   router.ingressSettingsIs({.linkLocalTtl = true});
   EXPECT_EQ(reasonFor(HelloMessage{}, {.destination = "192.0.2.9"}), "hello-destination");

@@ -37,8 +37,8 @@ TEST(DropReason, NamesStayAsReportsKnowThem) {
           "own-address", "hash-mask-length", "holdtime", "fragment-overflow", "multicast-advertisement",
           "ttl", "foreign-subnet", "not-neighbor", "own-bsr", "hello-destination", "rate-limit",
           "neighbor-rate-limit", "hello-rate-limit", "advertisement-rate-limit", "neighbor-quota",
-          "zone-quota", "fragment-quota", "rp-quota", "zone-ranges", "range-full", "displaced-rp",
-          "sender-rps", "sender-ranges", "no-rpf-neighbor", "not-rpf-neighbor", "no-forward",
+          "bsm-too-long", "zone-quota", "fragment-quota", "rp-quota", "zone-ranges", "range-full",
+          "displaced-rp", "sender-rps", "sender-ranges", "no-rpf-neighbor", "not-rpf-neighbor", "no-forward",
           "unicast-bootstrap", "bootstrap-destination", "border", "sender-filter", "not-elected-bsr"));
 }
 
