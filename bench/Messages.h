@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <span>
 #include <vector>
 
 #include "host/Router.h"
@@ -107,6 +108,24 @@ class Sink : public pimbsr::pim::Port {
   U64 packets = 0;
 };
 
+/// A Candidate-RP-Advertisement of at most 255 ranges, as an IPv4 packet for this router.
+inline std::vector<U8> advertisementOf(std::span<IpGenPrefix const> ranges, U32 rp) {
+  namespace Packet = Routing::Pim::Packet;
+  auto message = Zet::make<Packet::CrpAdvMessage>();
+  message->rpAddressIs(IpAddr::fromHost(rp));
+  message->holdtimeIs(40000);
+  message->prefixCountIs(static_cast<U8>(ranges.size()));
+  message->groupDataIs(Zet::make<Packet::CrpGroupData>());
+  for (IpGenPrefix const& range : ranges) message->groupData()->groupInfoIs(range);
+  std::vector<U8> pim;
+  std::vector<U8> packet;
+  pimbsr::wire::Ipv4Header header{.source = IpAddr::fromHost(neighborAddress),
+                                  .destination = IpAddr::fromHost(ownAddress)};
+  if (!pimbsr::wire::encodeCrpAdv(*message, pim) || !pimbsr::wire::encodeIpv4(header, pim, packet))
+    std::abort();
+  return packet;
+}
+
 /// The neighbor is the way to everything.
 class Rpf : public Routing::Pim::PimRpfTable {
  public:
@@ -138,6 +157,11 @@ class Station {
     for (auto const& packet : packets) {
       if (!receive(packet)) std::abort();
     }
+  }
+  /// Takes an advertisement, which must be accepted, right after the message before.
+  void hear(std::vector<U8> const& packet) {
+    context.nowIs(context.now() + 1e-6);
+    if (!router.receive(intfId_, packet).accepted()) std::abort();
   }
   /// Makes this router the elected BSR of all groups.
   void becomeBsr() {

@@ -131,6 +131,42 @@ void rangesOfOneRp(benchmark::State& state, Choice choice) {
   learn(state, packets, static_cast<U32>(state.range(0)));
 }
 
+/// Hears, as the elected BSR, what the packets advertise, and hears it once more. Per RP.
+void hear(benchmark::State& state, std::vector<std::vector<U8>> const& packets, U32 rps) {
+  while (state.KeepRunningBatch(2 * rps)) {
+    Station station(1);
+    station.becomeBsr();
+    for (int round = 0; round < 2; ++round) {
+      for (auto const& packet : packets) station.hear(packet);
+    }
+    state.PauseTiming();
+    if (station.rps() != rps) state.SkipWithError("not all stored");
+    state.ResumeTiming();
+  }
+}
+
+/// Each address advertises itself, 250 for each range.
+void advertisedRps(benchmark::State& state, Choice choice) {
+  constexpr U32 rpsPerRange = 250;
+  std::vector<std::vector<U8>> packets;
+  for (U32 word : addresses(static_cast<U32>(state.range(0)), choice)) {
+    IpGenPrefix const range = rangeNumber(static_cast<U32>(packets.size()) / rpsPerRange);
+    packets.push_back(advertisementOf(std::span(&range, 1), word));
+  }
+  hear(state, packets, static_cast<U32>(packets.size()));
+}
+
+/// One address advertises all ranges.
+void advertisedRanges(benchmark::State& state, Choice choice) {
+  auto const all = ranges(static_cast<U32>(state.range(0)), choice);
+  std::vector<std::vector<U8>> packets;
+  for (std::size_t at = 0; at < all.size(); at += rpsPerPacket) {
+    std::size_t const count = std::min<std::size_t>(rpsPerPacket, all.size() - at);
+    packets.push_back(advertisementOf(std::span(all).subspan(at, count), 0x0a000001));
+  }
+  hear(state, packets, static_cast<U32>(all.size()));
+}
+
 [[maybe_unused]] bool const added = [] {
   auto add = [](char const* name, void (*run)(benchmark::State&, Choice), Choice choice) {
     benchmark::RegisterBenchmark(name, run, choice)->Arg(1000)->Arg(16'000)->Unit(benchmark::kMicrosecond);
@@ -145,6 +181,13 @@ void rangesOfOneRp(benchmark::State& state, Choice choice) {
   add("ranges/one-bucket", rangesOfOneRp, Choice::oneBucket);
   add("ranges/last-bucket", rangesOfOneRp, Choice::lastBucket);
   add("ranges/alike", rangesOfOneRp, Choice::alike);
+  add("advertised-rps/random", advertisedRps, Choice::random);
+  add("advertised-rps/one-bucket", advertisedRps, Choice::oneBucket);
+  add("advertised-rps/last-bucket", advertisedRps, Choice::lastBucket);
+  add("advertised-ranges/random", advertisedRanges, Choice::random);
+  add("advertised-ranges/one-bucket", advertisedRanges, Choice::oneBucket);
+  add("advertised-ranges/last-bucket", advertisedRanges, Choice::lastBucket);
+  add("advertised-ranges/alike", advertisedRanges, Choice::alike);
   return true;
 }();
 

@@ -48,22 +48,11 @@ BENCHMARK(codec)->Name("path/codec")->RangeMultiplier(2)->Range(1, 32);
 
 // The receive path of an advertisement ----------------------------------------------------------------
 
-/// A Candidate-RP-Advertisement with so many ranges, as an IPv4 packet for this router.
+/// An advertisement of the first so many ranges.
 std::vector<U8> advertisementOf(U32 ranges, U32 rp = neighborAddress) {
-  namespace Packet = Routing::Pim::Packet;
-  auto message = Zet::make<Packet::CrpAdvMessage>();
-  message->rpAddressIs(IpAddr::fromHost(rp));
-  message->holdtimeIs(40000);
-  message->prefixCountIs(static_cast<U8>(ranges));
-  message->groupDataIs(Zet::make<Packet::CrpGroupData>());
-  for (U32 i = 0; i < ranges; ++i) message->groupData()->groupInfoIs(rangeNumber(i));
-  std::vector<U8> pim;
-  std::vector<U8> packet;
-  pimbsr::wire::Ipv4Header header{.source = IpAddr::fromHost(neighborAddress),
-                                  .destination = IpAddr::fromHost(ownAddress)};
-  if (!pimbsr::wire::encodeCrpAdv(*message, pim) || !pimbsr::wire::encodeIpv4(header, pim, packet))
-    std::abort();
-  return packet;
+  std::vector<IpGenPrefix> all;
+  for (U32 i = 0; i < ranges; ++i) all.push_back(rangeNumber(i));
+  return advertisementOf(all, rp);
 }
 
 /// Per range, at the elected BSR: read, admitted, checked by the gate, matched to its zone, stored.

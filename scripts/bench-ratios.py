@@ -74,14 +74,34 @@ def table(group, sizes):
     return ["  ".join(cell.rjust(width) for cell, width in zip(row, widths)) for row in rows]
 
 
+def excess(groups, most):
+    """A line for each variant that takes more than `most` times as long as the base of its group."""
+    lines = []
+    for group, sizes in groups.items():
+        for size, times in sizes.items():
+            base = times.get(OURS, next(iter(times.values())))
+            lines += [f"{group}/{variant}/{size}: {time / base:.2f} times its base, at most {most} is the aim"
+                      for variant, time in times.items() if time > most * base]
+    return lines
+
+
 def main(files):
+    """Words: JSON files; `--at-most N` before them makes a greater ratio than N a failure."""
+    most = None
+    if files[:1] == ["--at-most"]:
+        most, files = float(files[1]), files[2:]
+    failed = []
     for file in files:
         with open(file, encoding="utf-8") as stream:
             report = json.load(stream)
-        for group, sizes in read(report).items():
+        groups = read(report)
+        failed += excess(groups, most) if most else []
+        for group, sizes in groups.items():
             print("\n".join(table(group, sizes)), end="\n\n")
         for line in counters(report):
             print(line)
+    if failed:
+        sys.exit("\n".join(failed))
 
 
 if __name__ == "__main__":

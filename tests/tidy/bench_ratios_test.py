@@ -51,6 +51,12 @@ class BenchRatiosTest(unittest.TestCase):
         self.assertEqual(["ranges   random            alike", "     1  10.0 ns  25.0 ns (2.50x)"],
                          ratios.table("ranges", sizes))
 
+    def test_a_ratio_above_the_bound_is_named(self):
+        groups = self.groups(run("ranges/random/9", 10), run("ranges/alike/9", 31), run("rps/random/9", 10),
+                             run("rps/alike/9", 29))
+        self.assertEqual(["ranges/alike/9: 3.10 times its base, at most 3 is the aim"],
+                         ratios.excess(groups, 3))
+
     def test_a_counter_is_shown_by_its_name(self):
         report = {"benchmarks": [run("m/a/1", 1, bytes=550.44), run("m/a/1", 1, bytes=1560),
                                  run("m/a/1", 1, bytes=1550, run_type="aggregate", aggregate_name="median"),
