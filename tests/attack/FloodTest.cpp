@@ -75,7 +75,7 @@ std::pair<U32, U32> namedBy(std::vector<Frame> const& frames) {
     auto const* bsm = message ? std::get_if<Ptr<Packet::BootstrapMessage>>(&*message) : nullptr;
     if (bsm == nullptr) continue;
     for (auto group = (*bsm)->groupRpData()->groupDataIterator(); group; ++group) {
-      ++ranges;
+      ranges += group->rpListCount() != 0 ? 1 : 0;
       rps += group->rpListCount();
     }
   }

@@ -204,13 +204,16 @@ std::vector<Frame> zones(Plan const& plan) {
   return frames;
 }
 
-/// First fragments of messages whose rest never comes: each announces 255 RPs and names 100 of them.
+/// First fragments of messages whose rest never comes: each announces 255 RPs of a range and names 100 of
+/// them. A router holds the fragments of one tag for each zone, so many ranges share a tag.
 std::vector<Frame> fragments(Plan const& plan) {
-  constexpr U32 named = 100;
+  constexpr U32 named = 100, rangesOfTag = 64;
   std::vector<Frame> frames;
   for (U32 n = 0; n < plan.count; ++n) {
-    Message message = bootstrapOf(plan, n);
-    message.group(plan.range, scopeOf(plan.range)).u8(255).u8(named).u16(0);
+    Message message = bootstrapOf(plan, n / rangesOfTag);
+    message.group(plan.range, scopeOf(plan.range)).u8(0).u8(0).u16(0);
+    Prefix const range(after(plan.range.address(), n % rangesOfTag), 32);
+    message.group(range, 0).u8(255).u8(named).u16(0);
     for (U32 rp = 0; rp < named; ++rp) message.rp(after(plan.rp, n * named + rp), plan.holdtime, 192);
     frames.push_back(frameOf(plan, n, message));
   }

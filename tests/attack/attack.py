@@ -29,7 +29,15 @@ class Bounds:
         self.sanitized = b"__asan_init" in pathlib.Path(command).read_bytes()
         self.lateness = 0.5 if self.sanitized else 0.02  # seconds, besides what the system delays
         self.gone = 2.5 if self.sanitized else 0.25  # seconds, while thousands of RPs leave at once
-        self.rss = 256 << 20 if self.sanitized else 32 << 20  # bytes, growth during one attack
+        is_full = os.environ.get("PIMBSR_ATTACK") == "full"
+        self.system = 0.1 if is_full else 1  # seconds that the system may be late; beyond, nothing is shown
+
+    def growth(self, attack):
+        """Bytes by which memory may grow during one attack: those that fill the RP sets need more."""
+        if self.sanitized:
+            return 256 << 20
+        fills = attack.startswith("chosen") or attack == "mixed"
+        return 32 << 20 if fills else 8 << 20
 
 
 class Flood:

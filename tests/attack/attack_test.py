@@ -18,39 +18,13 @@ import unittest
 from attack import (Bounds, Clients, Flood, Forwarded, Meter, counter, mac_of, queue_of, rss_of, table_of,
                     traffic_of)
 
+from plans import (BAD, EFFECTS, FAST, HONEST, HONEST_ZONE, LENGTHS, MIN_RATES, NEWCOMER, NEWCOMER_HELLOS,
+                   NOWHERE, OTHER_FLOODS, RANGE, STRANGER)
+
 from lab import SKIPPED, Lab, wait_until, why_not  # attack.py has set the path
 from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end_for, neighbors_of, rps_of,
                       wait_all, zone)
 
-# Seconds of attack: the short form, 60 in total, and the full one.
-LENGTHS = {"chosen_rps": (5, 120), "chosen_ranges": (5, 120), "advertisements_worst": (2, 120),
-           "advertisements_best": (3, 120), "advertisements_alternating": (3, 120), "slow_flood": (3, 60),
-           "fast_flood": (4, 60), "neighbor_flood": (3, 60), "hello_flood": (2, 60),
-           "hello_newcomer": (3, 60), "full_table": (2, 60), "forged_goodbye": (3, 60),
-           "unicast_flood": (2, 60), "control_idle": (1, 60), "control_half": (1, 60),
-           "control_unread": (1, 60), "control_watch": (1, 60), "control_connect": (1, 60), "zones": (1, 60),
-           "fragments": (1, 60), "rp_churn": (1, 60), "restarts": (1, 60), "goodbyes": (1, 60),
-           "mutations": (1, 60), "garbage": (1, 60), "mixed": (8, 1200)}
-RANGE = "239.1.0.0/16"
-HONEST = "10.0.1.50"  # a neighbor whose messages are counted
-HONEST_ZONE = "239.200.0.0/16"  # of which it is the BSR
-NEWCOMER = "10.0.1.77"  # a router that starts during an attack
-BAD = "10.0.1.60"  # a hostile neighbor
-STRANGER = "10.0.1.100"  # the first of a hundred addresses that are no neighbor's
-NOWHERE = "10.77.0.1"  # a BSR without a route: a mutation of the priority must not win an election
-FAST = 400000
-MIN_FAST = 250000  # packets in a second that the fast flood must reach in the full form
-NEWCOMER_HELLOS = 20  # within which a newcomer is known at twice `hellos-per-second`
-# Attacks of a neighbor, each with its kind of packets: first fragments whose rest never comes; RPs that come
-# and go with each round; thousands of scope zones, which fill the table of zones; a Generation ID that
-# changes with each Hello; neighbors of a hundred addresses that come and go; mutated messages; random bytes.
-OTHER_FLOODS = {"fragments": ("fragments", {"rate": 1000, "count": 4000}),
-                "rp_churn": ("rp-churn", {"rate": 500, "count": 1000}),
-                "zones": ("zones", {"rate": 1000, "count": 4000}),
-                "restarts": ("restarts", {"rate": 1000, "count": 4000, "holdtime": 105}),
-                "goodbyes": ("goodbyes", {"rate": 1000, "source": STRANGER, "sources": 100, "holdtime": 105}),
-                "mutations": ("mutations", {"rate": 800, "count": 8000, "bsr": NOWHERE}),
-                "garbage": ("garbage", {"rate": FAST, "count": 8000})}
 COMMAND = ""
 
 
@@ -108,9 +82,13 @@ class AttackTest(unittest.TestCase):
         if file := os.environ.get("PIMBSR_ATTACK_ROWS"):
             with open(file, "a") as out:
                 out.write(json.dumps(row) + "\n")
+        attack = row["attack"]
+        self.assertLess(row["systemLate"], 1e3 * self.bounds.system, "the system was late: play it again")
         late = 1e3 * (lateness or self.bounds.lateness) + row["systemLate"]
         self.assertLess(row["late"], late, "timers are on time")
-        self.assertLess(row["rss"], self.bounds.rss >> 20, "memory is flat")
+        self.assertLess(row["rss"], self.bounds.growth(attack) >> 20, "memory is flat")
+        if is_full() and attack in MIN_RATES:
+            self.assertGreaterEqual(row["rate"], MIN_RATES[attack], "packets in a second that were sent")
 
     def neighbor(self, router, interface, address, seconds, rate=1, holdtime=5):
         """Has a neighbor with that address send Hellos."""
@@ -224,7 +202,11 @@ class AttackTest(unittest.TestCase):
             self.assertLessEqual(set(kept), now, f"r3 keeps the honest RPs among {len(now)}")
             gone |= before - now
             before = now
-        self.report(meter.row(attack, [flood.result()], note=f"{len(before)} RPs, {len(gone)} changed"))
+        full = drops_of(r1).get("range-full", 0)
+        note = f"{len(before)} RPs, {len(gone)} changed, {full} dropped"
+        self.report(meter.row(attack, [flood.result()], note=note))
+        self.assertGreaterEqual(len(before), 254, "the range was filled, but for an RP that is displaced")
+        self.assertGreater(full, 0, "advertisements beyond the full range")
         self.assertLessEqual(len(gone), seconds + 2, "at most one change in a BS_Period")
 
     def test_advertisements_worst(self):
@@ -298,19 +280,14 @@ class AttackTest(unittest.TestCase):
         self.report(meter.row(attack, [sent], f"{lost} of {count}"))
         self.assertEqual(0, lost, "honest messages that were lost")
         self.assertEqual(HONEST, bsr_of(r2))
-        return sent["packets"] / sent["seconds"]
 
     def test_slow_flood(self):
         """2,000 forged messages a second from addresses that are no neighbor's."""
         self.play_flood("slow_flood", 2000, True, source=STRANGER, sources=100, bsr=HONEST)
 
     def test_fast_flood(self):
-        """400,000 forged messages a second from addresses that are no neighbor's; a full form that reaches
-        less than MIN_FAST shows nothing."""
-        rate = self.play_flood("fast_flood", FAST, True, source=STRANGER, sources=100, bsr=HONEST)
-        print(f"fast_flood: {rate:,.0f} packets/s")
-        if is_full():
-            self.assertGreaterEqual(rate, MIN_FAST, "packets in a second that were sent")
+        """400,000 forged messages a second from addresses that are no neighbor's."""
+        self.play_flood("fast_flood", FAST, True, source=STRANGER, sources=100, bsr=HONEST)
 
     def test_neighbor_flood(self):
         """400,000 messages a second forged from the address of a neighbor; the others lose none."""
@@ -436,12 +413,27 @@ class AttackTest(unittest.TestCase):
         terms = {"source": BAD, "bsr": BAD, "range": "239.6.0.0/16", "seconds": seconds, **options}
         sent = self.flood(sender, "eth-r2", kind, **terms).result()
         losses = self.losses(honest)
-        drops = sorted(drops_of(router).items(), key=lambda row: -row[1])
-        note = ", ".join(f"{count} {reason}" for reason, count in drops[:2])
-        if attack == "mutations":
-            note = self.check_mutations(router, sent["packets"])
+        note = self.effect_of(attack, router, sent["packets"], seconds)
         self.report_losses(meter.row(attack, [sent], note=note), losses)
         self.assertEqual(("10.255.0.1", ["10.255.0.1"]), (bsr_of(router), rps_of(router)[GLOBAL]))
+
+    def effect_of(self, attack, router, sent, seconds):
+        """Checks that an attack had its effect on a router; returns a note."""
+        if attack == "mutations":
+            return self.check_mutations(router, sent)
+        if attack == "rp_churn":
+            entries = router.show("history")["entries"]
+            changes = [entry for entry in entries if entry.get("zone") == "239.6.0.0/16"]
+            self.assertGreater(len(changes), 0, "RPs that came and went")
+            return f"{len(changes)} changes in the history"
+        if attack == "restarts":
+            hellos = traffic_of(router, "eth-r1")["hello"]["sent"]
+            self.assertGreater(hellos, 3 * seconds, "triggered Hellos")
+            return f"{hellos} Hellos sent"
+        reason = EFFECTS[attack]
+        count = drops_of(router).get(reason, 0)
+        self.assertGreater(count, 0, f"drops with the reason {reason}")
+        return f"{count} {reason}"
 
     def check_mutations(self, router, sent):
         """Mutated messages come within the budget of their sender, so that they are really read: at least 9
@@ -475,10 +467,19 @@ class AttackTest(unittest.TestCase):
         time.sleep(0.2)
         worst, asked = max(one["worst"] for one in found), sum(one["asked"] for one in found)
         failures = [f"user {user}: {text}" for user, one in zip((0, 5002), found) for text in one["failures"]]
-        note = f"{len(failures)} of {asked} failed, the latest after {worst:.3f} s"
+        ended = self.ended_clients(r1)
+        note = f"{len(failures)} of {asked} failed, the latest after {worst:.3f} s, {ended} ended"
         self.report(meter.row(attack, note=note))
+        if kind != "connect":
+            self.assertGreater(ended, 0, "connections that were ended or rejected at a limit")
         self.assertEqual([], failures, "requests of others that were not answered")
         self.assertLess(worst, 1)
+
+    @staticmethod
+    def ended_clients(router):
+        """Connections that the agent has ended, or not accepted, since they were too many, slow or silent."""
+        sockets = router.show("control")["sockets"]
+        return sum(one[reason] for one in sockets for reason in ("gaveWay", "rejected", "slow", "silent"))
 
     def test_control_idle(self):
         """40 connections that send nothing."""
