@@ -44,6 +44,18 @@ struct Reception {
   bool overBudget() const { return kind == MessageKind::unread; }
 };
 
+/// How often messages were dropped for one reason.
+struct DropCount {
+  U64 count = 0;
+  std::string_view sentence;  ///< the description of the reason; empty while the count is 0
+
+  /// Counts a message that was dropped for that reason.
+  void add(Reception const& reception) {
+    ++count;
+    sentence = reception.sentence;
+  }
+};
+
 /// Receives drops of advertisements that a router, as BSR, sends to itself. They come in no packet, so
 /// that no other Reception reports them.
 class OwnDropSink {

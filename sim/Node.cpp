@@ -103,11 +103,7 @@ void Node::tellStates() {
   }
 }
 
-void Node::countDrop(Reception const& reception) {
-  DropCount& drop = drops_[reception.reason];
-  ++drop.count;
-  drop.sentence = reception.sentence;
-}
+void Node::countDrop(Reception const& reception) { drops_[reception.reason].add(reception); }
 
 void Node::receive(U32 intf, Bytes packet) {
   Reception reception;

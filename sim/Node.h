@@ -57,12 +57,6 @@ struct NodeInterface {
   PacketCounts sent{};  ///< packets sent and passed on
 };
 
-/// How often messages were refused for one reason.
-struct DropCount {
-  U64 count = 0;
-  std::string_view sentence;  ///< the reason in words
-};
-
 /// A candidate RP's range and address.
 using RpKey = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;
 
@@ -111,7 +105,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   /// The number of an interface by its name; the number of interfaces if there is none.
   U32 interfaceNumber(Lanet::IntfId const& intfId) const;
   /// How often a message was refused, by the reason's name.
-  std::map<std::string_view, DropCount> const& drops() const { return drops_; }
+  std::map<std::string_view, host::DropCount> const& drops() const { return drops_; }
 
   /// The router; null while it doesn't run.
   host::Router const* router() const { return router_.get(); }
@@ -210,7 +204,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   NodeOptions options_;
   NodeConfig config_;
   std::vector<NodeInterface> interfaces_;
-  std::map<std::string_view, DropCount> drops_;
+  std::map<std::string_view, host::DropCount> drops_;
   RouterContext context_;
   Recorder recorder_;
   std::unique_ptr<host::ConfigTree> tree_;  ///< null while it doesn't run

@@ -122,9 +122,7 @@ void Replay::count(Reception const& reception) {
       ++messages_.other;
   }
   if (reception.accepted()) return;
-  DropCount& drop = messages_.dropped[std::string(reception.reason)];
-  ++drop.count;
-  drop.sentence = reception.sentence;
+  messages_.dropped[reception.reason].add(reception);
 }
 
 static IpGenPrefix zoneOf(Packet::BootstrapMessage const& bsm, IpGenPrefix const& globalZone) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/replay/Capture.h"
@@ -15,12 +16,6 @@
 
 namespace pimbsr::cli {
 
-/// How often something was refused for one reason.
-struct DropCount {
-  U64 count = 0;
-  std::string sentence;
-};
-
 /// The PIM messages of a capture: `pim` is the sum of the others. A malformed message counts as that alone.
 struct MessageCounts {
   U64 pim = 0;
@@ -29,7 +24,7 @@ struct MessageCounts {
   U64 hello = 0;
   U64 other = 0;  ///< of other types, and all over IPv6
   U64 malformed = 0;
-  std::map<std::string, DropCount> dropped;  ///< by the reason's name
+  std::map<std::string_view, host::DropCount> dropped;  ///< by the reason's name
 };
 
 /// A BSM, an advertisement or a malformed message as it was played. Times are seconds after the first packet.

@@ -22,7 +22,8 @@ void ReplayJson::onEnd(ReplayResult const& result) {
   if (!result.complete) return;
   view::Replay shown{.messages = viewOf(result.messages)};
   for (auto const& [reason, drop] : result.messages.dropped) {
-    shown.drops.push_back({.reason = reason, .sentence = drop.sentence, .count = drop.count});
+    shown.drops.push_back(
+        {.reason = std::string(reason), .sentence = std::string(drop.sentence), .count = drop.count});
   }
   for (host::ZoneView const& zone : result.zones) {
     view::fillZone(shown.zones.emplace_back(), zone, result.now);

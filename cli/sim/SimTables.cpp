@@ -196,7 +196,7 @@ void writeRpAnswer(std::ostream& out, Node const& node, Lanet::IpAddr group) {
 // Drops -----------------------------------------------------------------------------------------------
 
 void writeDrops(std::ostream& out, Network const& network) {
-  std::map<std::string_view, sim::DropCount> all;
+  std::map<std::string_view, host::DropCount> all;
   for (Node const* node : nodesOf(network, {})) {
     for (auto const& [reason, drop] : node->drops()) {
       all[reason].count += drop.count;
