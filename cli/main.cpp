@@ -90,10 +90,10 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
           [&](auto& text) { options.until = parseUntil(text); });
   addTime("--bs-timeout",
           "Give up a BSR that has not been heard for so long: 12 to 1073741823\n(default 130)",
-          [&](auto& text) { options.router.holdTime = parseBsTimeout(text); });
+          [&](auto& text) { options.router.bsTimeout = parseBsTimeout(text); });
   addTime("--sz-timeout",
           "Forget a scoped zone that has had no BSR for so long: 120 to 4294967295\n(default 1300)",
-          [&](auto& text) { options.router.zoneTimeout = parseSzTimeout(text); });
+          [&](auto& text) { options.router.szTimeout = parseSzTimeout(text); });
   addFormer(command, "--hold-time", "--bs-timeout");
   addFormer(command, "--zone-timeout", "--sz-timeout");
   addRepeatable(command, "--rpf", "BSR=NEIGHBOUR",

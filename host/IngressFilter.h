@@ -18,8 +18,8 @@ struct Arrival {
   U32 cost = 1;                          ///< as of Budgets::costOf()
 };
 
-/// Drops what a router on a real network must not accept or can't afford, as far as its settings say. The checks
-/// are made in the order in which they are declared here, as soon as a packet is read far enough.
+/// Drops what a router on a real network must not accept or can't afford, as far as its settings say. The
+/// checks are made in the order in which they are declared here, as soon as a packet is read far enough.
 class PIMBSR_API IngressFilter {
  public:
   /// The machines, the neighbors and the port are used for as long as this object is. The settings bound the

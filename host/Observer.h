@@ -82,8 +82,8 @@ class PIMBSR_API ChangeSink {
 /// and not reported. The observer writes nothing.
 ///
 /// An RP that goes while a message is in hand, or before its time, was removed; one that goes otherwise has
-/// expired. Time alone doesn't show it: a host that serves its timers late may receive the withdrawal of an RP
-/// whose time is already over.
+/// expired. Time alone doesn't show it: a host that serves its timers late may receive the withdrawal of an
+/// RP whose time is already over.
 class PIMBSR_API Observer {
  public:
   /// The sink outlives the observer. The status tree is held; the root machine is not, and may go first.
@@ -95,8 +95,8 @@ class PIMBSR_API Observer {
 
   /// To be called before a message is handed to the router: it is in hand until flush().
   void messageInHand();
-  /// To be called after each message and each advance of the timers: reports what is complete by now, since the
-  /// event is over.
+  /// To be called after each message and each advance of the timers: reports what is complete by now, since
+  /// the event is over.
   void flush();
 
  private:

@@ -58,8 +58,8 @@ class PIMBSR_API Tally {
   double countedAt_ = 0;
 };
 
-/// Keeps messages from making the router keep more than its IngressSettings grants: scope zones, group ranges of a
-/// zone, RPs in the fragment stores, RPs in the RP sets.
+/// Keeps messages from making the router keep more than its IngressSettings grants: scope zones, group ranges
+/// of a zone, RPs in the fragment stores, RPs in the RP sets.
 ///
 /// What is known may always be renewed or withdrawn, whatever the bounds. A Bootstrap Message beyond a bound
 /// of RPs or ranges passes with its header, which renews the BSR, and with what it renews: a record that

@@ -12,8 +12,9 @@ namespace pimbsr::host {
 
 using Zet::U64;
 
-/// Gives out the places of group ranges at the elected BSR: a range holds at most IngressSettings::rpsPerRange RPs,
-/// since RP Count has 8 bits (RFC 5059 section 4.1) and a range announced with too many RPs would lose all.
+/// Gives out the places of group ranges at the elected BSR: a range holds at most
+/// IngressSettings::rpsPerRange RPs, since RP Count has 8 bits (RFC 5059 section 4.1) and a range announced
+/// with too many RPs would lose all.
 ///
 /// A newcomer to a full range displaces a worse RP, one in a BS_Period. The displaced RP is withdrawn as if
 /// it had withdrawn itself, except that no message is sent earlier for it; the newcomer enters with its next
@@ -44,7 +45,7 @@ class PIMBSR_API RangePlaces {
   void preferredIs(PreferredRps const& preferred);
   PreferredRps const& preferred() const { return preferred_; }
 
-  /// Checks an RP that its range holds already: one that was displaced is refused until it has left.
+  /// Checks an RP that its range holds already: a displaced one is dropped until it has left.
   DropReason checkRenewal(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp) const;
   /// Asks for a place for an RP that its range doesn't hold. May displace another RP.
   DropReason request(Request const& request);

@@ -69,8 +69,8 @@ void Router::configure(RouterOptions const& options) {
     configSm_ = Bsr::configSmFactory(options.config, options.clearConfig, status_, messageCounters_,
                                      sourceIntfSm_, options.accessLists);
   } else {
-    status_->bsTimeoutIs(options.holdTime);
-    status_->szTimeoutIs(options.zoneTimeout);
+    status_->bsTimeoutIs(options.bsTimeout);
+    status_->szTimeoutIs(options.szTimeout);
     status_->crpPermitIs(everySender(), true);
   }
 }

@@ -48,8 +48,8 @@ struct Arrival;
 
 /// What a router is given by its host.
 struct RouterOptions {
-  U32 holdTime = 130;      ///< seconds without a message after which the BSR of a zone is given up
-  U32 zoneTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
+  U32 bsTimeout = 130;   ///< seconds without a message after which the BSR of a zone is given up
+  U32 szTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
   /// The configuration to follow, all three or none. With it the two numbers above don't count, and the calls
   /// for candidacies, borders and permits are not to be made. ConfigTree makes and writes these.
   Zet::Ptr<Routing::Pim::Bsr::Config> config = nullptr;
@@ -89,8 +89,8 @@ class PIMBSR_API Router : private DropListener {
   /// Takes an interface away with its neighbors; no Hello is sent. What address it has still is the port's
   /// to say. An unknown one is left alone.
   void interfaceDel(Lanet::IntfId const& intfId);
-  /// To be called when the port answers with another primary address of an interface. For an interface that speaks
-  /// no PIM but lends its address to a candidate, such as a loopback, this is all that a host says.
+  /// To be called when the port answers with another primary address of an interface. For an interface that
+  /// speaks no PIM but lends its address to a candidate, such as a loopback, this is all that a host says.
   void handleAddressChange(Lanet::IntfId const& intfId);
 
   /// Adds or replaces a unicast route, or removes it. An address of this router needs a route of type local,
@@ -124,7 +124,8 @@ class PIMBSR_API Router : private DropListener {
   /// Starts the engine's message counters from 0 again; not to be called while a message is handled.
   void clearCounters();
 
-  /// Ends all candidacies with their last messages, and sends a goodbye Hello on every interface. To be called before an orderly end.
+  /// Ends all candidacies with their last messages, and sends a goodbye Hello on every interface. To be
+  /// called before an orderly end.
   void sendGoodbyes();
 
   /// Takes one IPv4 packet, from its IP header on, that arrived on an interface. Its sender's budget is

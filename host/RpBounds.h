@@ -12,8 +12,9 @@ namespace pimbsr::host {
 ///
 /// A renewal of an RP that its range holds always passes, except for an RP that was displaced. Of an
 /// advertisement the group ranges that fit pass. While there are preferred RPs, the others add no more than
-/// half of IngressSettings::rangesPerZone, so that forged ranges of others keep no preferred RP out; a preferred RP
-/// doesn't pass the whole bound either, since followers drop a Bootstrap Message beyond their own.
+/// half of IngressSettings::rangesPerZone, so that forged ranges of others keep no preferred RP out; a
+/// preferred RP doesn't pass the whole bound either, since followers drop a Bootstrap Message beyond their
+/// own.
 ///
 /// This router's own advertisements take no part in it, except that in a full range they wait for a place.
 class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeConst {

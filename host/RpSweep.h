@@ -6,8 +6,8 @@
 
 namespace pimbsr::host {
 
-/// Takes out of the RP set that PIM reads what nothing else removes: an RP whose time is over and that no zone's
-/// set holds any more. Such an RP is left where the zone was given up together with its own set.
+/// Takes out of the RP set that PIM reads what nothing else removes: an RP whose time is over and that no
+/// zone's set holds any more. Such an RP is left where the zone was given up together with its own set.
 ///
 /// It looks once a minute while the set holds anything, at a cost linear in the set, and rests otherwise.
 class PIMBSR_API RpSweep : public Routing::Pim::RpCandidateStatus::Notifiee {

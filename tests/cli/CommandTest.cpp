@@ -45,7 +45,7 @@ TEST(CommandTest, EveryOptionReachesTheReplay) {
   options.file = example;
   options.json = true;
   options.until = 60.5;
-  options.router = {.holdTime = 40, .zoneTimeout = 120};
+  options.router = {.bsTimeout = 40, .szTimeout = 120};
   parseRpf("198.51.100.1=192.0.2.2", options);
   parseRpf("198.51.100.3=192.0.2.2", options);
   options.traces = {parseTraceWish("Pim::Bsr::IO:1"), parseTraceWish("Pim::Bsr::NonCandidateSm:8")};

@@ -181,7 +181,7 @@ TEST(ReplayTest, HoldTimeAndZoneTimeoutAreThoseAsked) {
   file.add(0, scoped());
   ReplayOptions options = optionsFor(file);
   options.until = 1000;
-  options.router = {.holdTime = 12, .zoneTimeout = 120};
+  options.router = {.bsTimeout = 12, .szTimeout = 120};
   EXPECT_THAT(timelineOf(options), testing::IsSupersetOf({"12.000 BSR expired 239.255.0.0/16 198.51.100.1",
                                                           "132.000 zone forgotten 239.255.0.0/16",
                                                           "162.000 RP expired 239.255.0.0/16 203.0.113.1"}));

@@ -47,23 +47,23 @@ TEST_F(AdmissionTest, OrdinaryMessageIsAdmitted) {
   EXPECT_EQ(validate({}), DropReason::none);
 }
 
-TEST_F(AdmissionTest, MessageFromAnOwnAddressIsRefused) {
+TEST_F(AdmissionTest, MessageFromAnOwnAddressIsDropped) {
   EXPECT_EQ(validate({.source = "192.0.2.9"}), DropReason::ownAddress);
 }
 
-TEST_F(AdmissionTest, HashMaskLengthAbove32IsRefused) {
+TEST_F(AdmissionTest, HashMaskLengthAbove32IsDropped) {
   EXPECT_EQ(validate({.hashMaskLen = 32}), DropReason::none);
   EXPECT_EQ(validate({.hashMaskLen = 33}), DropReason::hashMaskLength);
 }
 
-TEST_F(AdmissionTest, HoldtimeAbove40958IsRefusedWhereverItStands) {
+TEST_F(AdmissionTest, HoldtimeAbove40958IsDroppedInAnyRecord) {
   EXPECT_EQ(validate({.groups = {{"224.0.0.0/4", {{"203.0.113.1", 40958}}}}}), DropReason::none);
   EXPECT_EQ(
       validate({.groups = {{"239.0.0.0/8", {{"203.0.113.2"}}}, {"224.0.0.0/4", {{"203.0.113.1", 40959}}}}}),
       DropReason::holdtime);
 }
 
-TEST_F(AdmissionTest, AdvertisementWithAHoldtimeAbove40958IsRefused) {
+TEST_F(AdmissionTest, AdvertisementWithAHoldtimeAbove40958IsDropped) {
   auto advertisement = Zet::make<Routing::Pim::Packet::CrpAdvMessage>();
   advertisement->holdtimeIs(40958);
   EXPECT_EQ(admission.validate(*advertisement), DropReason::none);
@@ -78,7 +78,7 @@ TEST_F(AdmissionTest, OneRangeTwiceInAMessageCountsTogether) {
             DropReason::fragmentOverflow);
 }
 
-TEST_F(AdmissionTest, MoreRpsThanTheStoreExpectsAreRefused) {
+TEST_F(AdmissionTest, MoreRpsThanTheStoreExpectsAreDropped) {
   EXPECT_EQ(offer({.groups = {fragment({"203.0.113.1", "203.0.113.2", "203.0.113.3"}, 4)}, .tag = 7}),
             DropReason::none);
   EXPECT_EQ(validate({.groups = {fragment({"203.0.113.4", "203.0.113.5"}, 4)}, .tag = 7}),
@@ -112,7 +112,7 @@ TEST_F(AdmissionTest, RecordThatIsWholeInItselfNeverOverflows) {
       DropReason::none);
 }
 
-TEST_F(AdmissionTest, EveryRefusalHasANameAndASentence) {
+TEST_F(AdmissionTest, EveryDropReasonHasANameAndASentence) {
   for (auto reason : {DropReason::ownAddress, DropReason::hashMaskLength, DropReason::holdtime,
                       DropReason::fragmentOverflow}) {
     EXPECT_FALSE(name(reason).empty());

@@ -26,7 +26,7 @@ constexpr IngressSettings few = {.packetsPerSecond = 3, .hellosPerSecond = 2, .a
 /// An advertisement of an RP, sent from its own address to the elected BSR 192.0.2.9.
 struct Renewal {
   Adv message;
-  Road path;
+  PacketPath path;
 };
 
 Renewal renewalOf(std::string const& rp, U16 holdtime = 150) {
@@ -61,12 +61,12 @@ TEST_F(BudgetsTest, EachClassOfSendersHasABudgetAndADropReasonOfItsOwn) {
   struct Case {
     char const* rule;
     std::vector<U8> pim;
-    Road path;
+    PacketPath path;
     int granted;
     char const* reason;
   };
   router.ingressSettingsIs(few);
-  greet("192.0.2.1", {addr("192.0.2.50")});
+  receiveHello("192.0.2.1", {addr("192.0.2.50")});
   context.nowIs(context.now() + 10);
   std::vector<U8> const bsm = bytesOf(ordinary);
   for (Case const& c :
@@ -93,7 +93,7 @@ TEST_F(BudgetsTest, EachClassOfSendersHasABudgetAndADropReasonOfItsOwn) {
 }
 
 TEST_F(BudgetsTest, BudgetOf0IsNoBound) {
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   router.ingressSettingsIs({.hellosPerSecond = 1});
   for (int i = 0; i < 5000; ++i) ASSERT_FALSE(offer(ordinary).overBudget());
   router.ingressSettingsIs({.packetsPerSecond = 1});
@@ -105,7 +105,7 @@ TEST_F(BudgetsTest, BudgetOf0IsNoBound) {
 
 TEST_F(BudgetsTest, LargePacketCostsAsManyAsItNeedsOnEthernet) {
   router.ingressSettingsIs({.packetsPerSecond = 10});
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   context.nowIs(context.now() + 10);
   std::vector<U8> large = bytesOf(ordinary);
   large.resize(60000);
@@ -119,7 +119,7 @@ TEST_F(BudgetsTest, LargePacketCostsAsManyAsItNeedsOnEthernet) {
 
 TEST_F(BudgetsTest, AllAddressesOfANeighborShareItsBudget) {
   router.ingressSettingsIs(few);
-  greet("192.0.2.1", {addr("192.0.2.50"), addr("192.0.2.51")});
+  receiveHello("192.0.2.1", {addr("192.0.2.50"), addr("192.0.2.51")});
   EXPECT_FALSE(offer(ordinary).overBudget());
   EXPECT_FALSE(offer(ordinary, {"192.0.2.50"}).overBudget());
   EXPECT_FALSE(offer(ordinary, {"192.0.2.51"}).overBudget());
@@ -137,7 +137,7 @@ TEST_F(BudgetsTest, PacketThatFailsTheChecksOfItsHeaderCostsTheNeighborThatItNam
   IngressSettings settings = few;
   settings.linkLocalTtl = true;
   router.ingressSettingsIs(settings);
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary, {.ttl = 64}), "ttl");
   EXPECT_EQ(reasonFor(ordinary, {.ttl = 64}), "rate-limit");
   for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "");
@@ -145,7 +145,7 @@ TEST_F(BudgetsTest, PacketThatFailsTheChecksOfItsHeaderCostsTheNeighborThatItNam
 
 TEST_F(BudgetsTest, UnicastPacketFromTheAddressOfANeighborCostsTheNeighborNothing) {
   router.ingressSettingsIs(few);
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   for (int i = 0; i < 100; ++i) offer(Adv{}, {.destination = "192.0.2.9", .ttl = 60});
   for (int i = 0; i < 3; ++i) EXPECT_EQ(reasonFor(ordinary), "");
 }
@@ -154,7 +154,7 @@ TEST_F(BudgetsTest, NeighborThatGoesAndComesBackGainsNothing) {
   IngressSettings settings = few;
   settings.hellosPerSecond = 1000;
   router.ingressSettingsIs(settings);
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   int taken = 0;
   for (int i = 0; i < 100; ++i) {
     context.nowIs(context.now() + 0.001);
@@ -168,7 +168,7 @@ TEST_F(BudgetsTest, NeighborThatGoesAndComesBackGainsNothing) {
 
 TEST_F(BudgetsTest, NoneOfANeighborsMessagesIsLostToTwoThousandForgedOnesASecond) {
   router.ingressSettingsIs(rates);
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   auto reasons = flood(
       2000, 10, [&](int i) { return reasonFor(ordinary, {numbered("192.0.2.", 10 + i % 200)}); },
       [&] { return reasonFor(ordinary); });
@@ -178,8 +178,8 @@ TEST_F(BudgetsTest, NoneOfANeighborsMessagesIsLostToTwoThousandForgedOnesASecond
 
 TEST_F(BudgetsTest, FloodForgedFromANeighborsAddressExhaustsThatNeighborsBudgetAlone) {
   router.ingressSettingsIs(rates);
-  greet("192.0.2.1");
-  greet("192.0.2.2", {addr("192.0.2.60")});
+  receiveHello("192.0.2.1");
+  receiveHello("192.0.2.2", {addr("192.0.2.60")});
   auto reasons = flood(
       4000, 10, [&](int i) { return reasonFor(ordinary, {i % 2 == 0 ? "192.0.2.2" : "192.0.2.60"}); },
       [&] { return reasonFor(ordinary); });
@@ -191,7 +191,7 @@ TEST_F(BudgetsTest, FloodOfHellosDisplacesNeitherHellosNorMessagesOfNeighbors) {
   IngressSettings settings = rates;
   settings.neighborsPerInterface = 50;
   router.ingressSettingsIs(settings);
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   bool isHello = false;
   auto reasons = flood(
       2000, 10, [&](int i) { return reasonFor(HelloMessage{}, {numbered("192.0.2.", 10 + i % 200)}); },
@@ -270,7 +270,7 @@ TEST_F(BudgetsTest, SenderIsKnownAsLongAsTheHoldtimeOfItsLastAcceptedAdvertiseme
   }
 }
 
-TEST_F(BudgetsTest, AdvertisementThatIsRefusedMakesNoSenderKnown) {
+TEST_F(BudgetsTest, DroppedAdvertisementMakesNoSenderKnown) {
   router.ingressSettingsIs({.advertisementsPerSecond = 2});
   for (int i = 0; i < 2; ++i) EXPECT_EQ(renew("203.0.113.1"), "not-elected-bsr");
   EXPECT_EQ(renew("203.0.113.1"), "advertisement-rate-limit");
@@ -415,23 +415,23 @@ TEST(AddressBucketsTest, AddressThatLeavesTwiceOrWasNeverSeenHasAtMostOneBucket)
 
 TEST_F(BudgetsTest, NewNeighborHasABudgetOfItsOwnThoughBucketsOfFormerOnesAreKept) {
   router.ingressSettingsIs({.packetsPerSecond = 3});
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}), "");
   for (int i = 0; i < 4; ++i) offer(ordinary, {"192.0.2.99"});
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.99"}), "rate-limit");
-  greet("192.0.2.2");
+  receiveHello("192.0.2.2");
   for (int i = 0; i < 3; ++i) EXPECT_FALSE(offer(ordinary, {"192.0.2.2"}).overBudget());
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "neighbor-rate-limit");
 }
 
 TEST_F(BudgetsTest, QuietNeighborKeepsItsBudgetThroughTenThousandNeighborsThatComeAndGo) {
   router.ingressSettingsIs({.packetsPerSecond = 3});
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary), "");
   for (int i = 0; i < 10000; ++i) {
     context.nowIs(context.now() + 0.001);
-    Road path{numbered("10.0.", i / 250) + numbered(".", 1 + i % 250)};
+    PacketPath path{numbered("10.0.", i / 250) + numbered(".", 1 + i % 250)};
     ASSERT_EQ(reasonFor(HelloMessage{.generationId = 1}, path), "");
     ASSERT_EQ(reasonFor(HelloMessage{.holdtime = 0}, path), "");
     offer(ordinary, path);

@@ -119,7 +119,7 @@ TEST_F(ConfiguredRouter, ListStandsForTheRangesThatItPermits) {
   EXPECT_EQ(tree.accessLists()->aclCount(), 0u);
 }
 
-TEST_F(ConfiguredRouter, RulesThatNobodyNamesAnyMoreAreDropped) {
+TEST_F(ConfiguredRouter, RulesThatAreNoLongerReferencedAreDropped) {
   wanted.accessLists["scopes"] = permitting({"239.1.0.0/16", "239.2.0.0/16"});
   apply();
   wanted.accessLists["scopes"] = permitting({"239.2.0.0/16"});
@@ -289,7 +289,7 @@ TEST_F(ConfiguredRouter, ListThatIsNotThereYetMovesToAnotherInterface) {
   EXPECT_EQ(status()->cbsr(prefix("239.1.0.0/16"))->intfId(), intf("eth1"));
 }
 
-TEST_F(ConfiguredRouter, FaultyConfigurationChangesNothing) {
+TEST_F(ConfiguredRouter, InvalidConfigurationChangesNothing) {
   wanted.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {};
   apply();
   Configuration before = wanted;
@@ -309,7 +309,7 @@ TEST_F(ConfiguredRouter, RuleThatCannotBeCopiedChangesNothing) {
   EXPECT_THAT(zones(), ElementsAre("224.0.0.0/4"));
 }
 
-TEST_F(ConfiguredRouter, EntryThatSomebodyElseDeletedIsNoFault) {
+TEST_F(ConfiguredRouter, EntryThatAnotherWriterDeletedIsNoError) {
   wanted.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {};
   apply();
   {
@@ -321,7 +321,7 @@ TEST_F(ConfiguredRouter, EntryThatSomebodyElseDeletedIsNoFault) {
   EXPECT_THAT(zones(), IsEmpty());
 }
 
-TEST_F(ConfiguredRouter, SameConfigurationAgainIsHeardByNobody) {
+TEST_F(ConfiguredRouter, SameConfigurationAgainChangesNothing) {
   wanted.accessLists["scopes"] = permitting({"239.1.0.0/16"});
   wanted.candidateBsrs["eth0"].lists["scopes"] = {};
   wanted.candidateRps["eth0"].ranges.groups[prefix("239.2.0.0/16")] = 10;

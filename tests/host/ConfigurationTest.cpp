@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-/// A configuration that names one of everything, without a fault.
+/// A configuration that names one of everything, without an error.
 Configuration sound() {
   Configuration c;
   c.accessLists["groups"] = AccessList();
@@ -31,23 +31,23 @@ Configuration sound() {
   return c;
 }
 
-struct Fault {
+struct InvalidCase {
   char const* name;
   void (*change)(Configuration& c);
   char const* place;
   char const* text;
 };
 
-/// Each fault as its place and its text.
-std::vector<std::pair<std::string, std::string>> textsOf(std::vector<ConfigError> const& faults) {
+/// Each error as its place and its text.
+std::vector<std::pair<std::string, std::string>> textsOf(std::vector<ConfigError> const& errors) {
   std::vector<std::pair<std::string, std::string>> texts;
-  for (ConfigError const& fault : faults) texts.emplace_back(textOf(fault.place), fault.text);
+  for (ConfigError const& error : errors) texts.emplace_back(textOf(error.place), error.text);
   return texts;
 }
 
-class ConfigurationFault : public testing::TestWithParam<Fault> {};
+class InvalidConfiguration : public testing::TestWithParam<InvalidCase> {};
 
-TEST_P(ConfigurationFault, IsNamedWithItsPlace) {
+TEST_P(InvalidConfiguration, IsNamedWithItsPlace) {
   Configuration c = sound();
   GetParam().change(c);
   EXPECT_THAT(textsOf(check(c)), ElementsAre(Pair(GetParam().place, GetParam().text)));
@@ -60,7 +60,7 @@ std::optional<Zet::U64>& rp(Configuration& c) {
   return c.candidateRps["eth1"].ranges.groups[prefix("239.1.0.0/16")];
 }
 
-/// A rule whose number was refused, which keeps it all the same.
+/// A rule whose number is invalid, and which keeps it.
 void rule(Configuration& c, void (Acl::IpFilterBase::*set)(Zet::U32)) {
   EXPECT_THROW((c.accessLists["groups"][10].filter.*set)(1 << 24), Zet::RangeException);
 }
@@ -68,14 +68,14 @@ void rule(Configuration& c, void (Acl::IpFilterBase::*set)(Zet::U32)) {
 #define BSR_PLACE "candidate-bsr eth0, group 224.0.0.0/4"
 #define RP_PLACE "candidate-rp eth1, group 239.1.0.0/16"
 
-Fault const faults[] = {
+InvalidCase const invalidCases[] = {
     {"HoldTimeTooShort", [](auto& c) { c.bsTimeout = 11; }, "bs-timeout",
      "11: Config::holdTime < 12 or > 1073741823 not allowed"},
     {"HoldTimeTooLong", [](auto& c) { c.bsTimeout = 1073741824; }, "bs-timeout",
      "1073741824: Config::holdTime < 12 or > 1073741823 not allowed"},
-    {"ZoneTimeoutTooShort", [](auto& c) { c.szTimeout = 119; }, "sz-timeout",
+    {"SzTimeoutTooShort", [](auto& c) { c.szTimeout = 119; }, "sz-timeout",
      "119: Config::szTimeout < 120 or > 0xFFFFFFFF not allowed"},
-    {"ZoneTimeoutOfMoreThan32Bits", [](auto& c) { c.szTimeout = 4294967296; }, "sz-timeout",
+    {"SzTimeoutOfMoreThan32Bits", [](auto& c) { c.szTimeout = 4294967296; }, "sz-timeout",
      "4294967296: at most 4294967295 is valid"},
     {"RuleOfAnImpossibleNetwork", [](auto& c) { rule(c, &Acl::IpFilterBase::tniIs); },
      "access-list groups, rule 10, tni", "16777216: IpFilterBase::tni < 0 or > 16777215 not allowed"},
@@ -89,13 +89,13 @@ Fault const faults[] = {
      "129: BsrCandidateGroup::hashMaskLen < 0 or > 128 not allowed"},
     {"BsmIntervalTooShort", [](auto& c) { bsr(c).bsPeriod = 9; }, BSR_PLACE ", bs-period",
      "9: BsrCandidateGroup::interval < BsrCandidateGroup::minInterval or > 536870906 not allowed"},
-    {"BsmIntervalOfARefusedHoldtime", [](auto& c) { bsr(c).bsPeriod = 13653; }, BSR_PLACE ", bs-period",
+    {"BsmIntervalOfAnInvalidHoldtime", [](auto& c) { bsr(c).bsPeriod = 13653; }, BSR_PLACE ", bs-period",
      "13653: three times that is a holdtime that receivers reject; at most 13652 is valid"},
     {"RpPriorityTooHigh", [](auto& c) { rp(c) = 257; }, RP_PLACE ", priority",
      "257: RpPriority::value < 0 or > 256 not allowed"},
     {"AdvertisementIntervalZero", [](auto& c) { c.candidateRps["eth1"].cRpAdvPeriod = 0; },
      "candidate-rp eth1, c-rp-adv-period", "0: CrpAdvInterval::value < 1 or > 16383 not allowed"},
-    {"AdvertisementIntervalOfARefusedHoldtime", [](auto& c) { c.candidateRps["eth1"].cRpAdvPeriod = 13653; },
+    {"AdvertisementIntervalOfAnInvalidHoldtime", [](auto& c) { c.candidateRps["eth1"].cRpAdvPeriod = 13653; },
      "candidate-rp eth1, c-rp-adv-period",
      "13653: three times that is a holdtime that receivers reject; at most 13652 is valid"},
     {"RangeOfIp6", [](auto& c) { c.borders["eth2"].groups[prefix("ff00::/8")] = {}; },
@@ -108,12 +108,12 @@ Fault const faults[] = {
      "candidate-bsr eth1, access list groups", "claimed by eth0 already; one interface may claim it"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Each, ConfigurationFault, testing::ValuesIn(faults),
+INSTANTIATE_TEST_SUITE_P(Each, InvalidConfiguration, testing::ValuesIn(invalidCases),
                          [](auto const& one) { return std::string(one.param.name); });
 
-TEST(ConfigurationTest, OneOfEverythingHasNoFault) { EXPECT_THAT(check(sound()), IsEmpty()); }
+TEST(ConfigurationTest, OneOfEverythingHasNoError) { EXPECT_THAT(check(sound()), IsEmpty()); }
 
-TEST(ConfigurationTest, EmptyOneHasNoFault) { EXPECT_THAT(check(Configuration()), IsEmpty()); }
+TEST(ConfigurationTest, EmptyOneHasNoError) { EXPECT_THAT(check(Configuration()), IsEmpty()); }
 
 TEST(ConfigurationTest, EndsOfTheRangesAreValid) {
   Configuration c = sound();
@@ -152,7 +152,7 @@ TEST(ConfigurationTest, ListThatDoesNotExistIsClaimedAllTheSame) {
                                                   "claimed by eth0 already; one interface may claim it")));
 }
 
-TEST(ConfigurationTest, AllFaultsAreTold) {
+TEST(ConfigurationTest, AllErrorsAreReported) {
   Configuration c = sound();
   c.bsTimeout = 1;
   bsr(c) = {.priority = 999, .hashMaskLen = 999, .bsPeriod = 1};

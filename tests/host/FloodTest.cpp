@@ -17,18 +17,19 @@ using pimbsr::host::IngressSettings;
 class Flood {
  public:
   std::vector<U8> next() {
-    Road road{.source = numbered("192.0.2.", below(40)), .ttl = static_cast<U8>(below(8) == 0 ? 64 : 1)};
+    PacketPath path{.source = numbered("192.0.2.", below(40)),
+                    .ttl = static_cast<U8>(below(8) == 0 ? 64 : 1)};
     switch (below(8)) {
       case 0:
         return noise();
       case 1:
       case 2:
-        return packetOf(hello(), road);
+        return packetOf(hello(), path);
       case 3:
-        road.destination = below(6) == 0 ? "224.0.0.13" : "192.0.2.9";
-        return packetOf(advertisement(), road);
+        path.destination = below(6) == 0 ? "224.0.0.13" : "192.0.2.9";
+        return packetOf(advertisement(), path);
       default:
-        return spoilt(packetOf(bootstrap(), road));
+        return spoilt(packetOf(bootstrap(), path));
     }
   }
 
@@ -47,39 +48,39 @@ class Flood {
     return packet;
   }
   std::vector<U8> hello() {
-    HelloMessage told{.holdtime = static_cast<U16>(below(4) == 0 ? 0 : 105),
-                      .generationId = static_cast<U32>(below(3))};
+    HelloMessage message{.holdtime = static_cast<U16>(below(4) == 0 ? 0 : 105),
+                         .generationId = static_cast<U32>(below(3))};
     for (int i = below(6); i > 0; --i)
-      told.addressList.push_back(addr(numbered("192.0.2.", 50 + below(200))));
-    return bytesOf(told);
+      message.addressList.push_back(addr(numbered("192.0.2.", 50 + below(200))));
+    return bytesOf(message);
   }
   std::vector<U8> advertisement() {
-    Adv told{.groups = {}, .rp = address(200), .holdtime = static_cast<U16>(below(3) * 60)};
-    for (int i = below(4); i > 0; --i) told.groups.push_back({range()});
-    return bytesOf(told);
+    Adv message{.groups = {}, .rp = address(200), .holdtime = static_cast<U16>(below(3) * 60)};
+    for (int i = below(4); i > 0; --i) message.groups.push_back({range()});
+    return bytesOf(message);
   }
   std::vector<U8> bootstrap() {
-    Bsm told{.bsr = numbered("192.0.2.", below(5)),
-             .priority = static_cast<U8>(below(3)),
-             .tag = static_cast<U16>(below(30)),
-             .forward = below(9) != 0,
-             .hashMaskLen = static_cast<U8>(below(35))};
-    if (below(3) != 0) told.groups.push_back({numbered("239.", below(20)) + ".0.0/16", {}, scopedFlag});
+    Bsm message{.bsr = numbered("192.0.2.", below(5)),
+                .priority = static_cast<U8>(below(3)),
+                .tag = static_cast<U16>(below(30)),
+                .forward = below(9) != 0,
+                .hashMaskLen = static_cast<U8>(below(35))};
+    if (below(3) != 0) message.groups.push_back({numbered("239.", below(20)) + ".0.0/16", {}, scopedFlag});
     for (int i = below(4); i > 0; --i) {
       std::vector<Rp> rps;
       for (int first = 1 + below(200), rp = below(5); rp > 0; --rp) {
         rps.push_back({numbered("203.0.113.", first + rp), static_cast<U16>(below(3) * 100)});
       }
       int named = static_cast<int>(rps.size());
-      told.groups.push_back({range(), rps, 0, named + (below(2) == 0 ? below(5) : 0), named});
+      message.groups.push_back({range(), rps, 0, named + (below(2) == 0 ? below(5) : 0), named});
     }
-    return bytesOf(told);
+    return bytesOf(message);
   }
 
   std::minstd_rand random_{1};
 };
 
-/// A router of which five senders are the RPF neighbours towards five BSRs.
+/// A router of which five senders are the RPF neighbors towards five BSRs.
 class FloodedRouter : public FilteredRouterTest {
  protected:
   static constexpr IngressSettings bounds = {.linkLocalTtl = true,

@@ -16,7 +16,7 @@ class IngressFilterTest : public FilteredRouterTest {};
 // Where a packet comes from -----------------------------------------------------------------------------
 
 TEST_F(IngressFilterTest, NothingIsCheckedUnlessAskedFor) {
-  Road far{.source = "172.16.0.1", .ttl = 64};
+  PacketPath far{.source = "172.16.0.1", .ttl = 64};
   rpf->neighbors[addr("10.0.0.1")] = addr("172.16.0.1");
   EXPECT_EQ(reasonFor(ordinary, far), "");
   EXPECT_EQ(reasonFor(HelloMessage{}, far), "");
@@ -39,7 +39,7 @@ TEST_F(IngressFilterTest, PacketForAllPimRoutersHasATtlOf1) {
             "not-elected-bsr");
 }
 
-TEST_F(IngressFilterTest, RefusedBeforeDecodingAPacketIsOfTheKindThatItSays) {
+TEST_F(IngressFilterTest, PacketDroppedBeforeDecodingIsOfTheKindOfItsHeader) {
   router.ingressSettingsIs({.linkLocalTtl = true});
   struct Case {
     std::vector<U8> pim;
@@ -82,7 +82,7 @@ TEST_F(IngressFilterTest, HelloIsSentToAllPimRouters) {
 
 TEST_F(IngressFilterTest, WhatStaysOnTheLinkComesFromItsSubnet) {
   router.ingressSettingsIs({.onSubnet = true});
-  Road foreign{.source = "198.51.100.1"};
+  PacketPath foreign{.source = "198.51.100.1"};
   EXPECT_EQ(reasonFor(ordinary, foreign), "foreign-subnet");
   EXPECT_EQ(reasonFor(HelloMessage{}, foreign), "foreign-subnet");
   EXPECT_EQ(reasonFor(Adv{}, foreign), "foreign-subnet");
@@ -102,7 +102,7 @@ TEST_F(IngressFilterTest, AdvertisementForThisRouterMayComeFromAfar) {
   EXPECT_TRUE(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rp(addr("203.0.113.1")));
 }
 
-TEST_F(IngressFilterTest, AdvertisementToAMulticastAddressIsRefusedWithoutBeingAsked) {
+TEST_F(IngressFilterTest, AdvertisementToAMulticastAddressIsDroppedWithoutBeingAsked) {
   lead();
   for (char const* destination : {"224.0.0.13", "239.1.2.3"}) {
     Reception reception = offer(Adv{}, {.source = "203.0.113.1", .destination = destination});
@@ -116,7 +116,7 @@ TEST_F(IngressFilterTest, BootstrapMessageComesFromANeighbor) {
   router.ingressSettingsIs({.fromNeighbors = true});
   EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
   EXPECT_EQ(router.status()->counters()->rx(), 0u);
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary), "");
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.2"}), "not-neighbor");
 }
@@ -131,23 +131,23 @@ TEST_F(IngressFilterTest, NeighborOfAnotherInterfaceIsNoneHere) {
 
 TEST_F(IngressFilterTest, FurtherAddressOfANeighborIsTheNeighbor) {
   router.ingressSettingsIs({.fromNeighbors = true});
-  greet("192.0.2.1", {addr("192.0.2.50")});
+  receiveHello("192.0.2.1", {addr("192.0.2.50")});
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.50"}), "not-rpf-neighbor");
   EXPECT_EQ(reasonFor(ordinary, {"192.0.2.51"}), "not-neighbor");
 }
 
 TEST_F(IngressFilterTest, NeighborThatSentAGoodbyeIsNoneAnyMore) {
   router.ingressSettingsIs({.fromNeighbors = true});
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}), "");
   EXPECT_EQ(reasonFor(ordinary), "not-neighbor");
 }
 
 TEST_F(IngressFilterTest, UnicastMessageOfANeighborIsTheGatesToCount) {
   router.ingressSettingsIs({.fromNeighbors = true});
-  Road unicast{.destination = "192.0.2.9"};
+  PacketPath unicast{.destination = "192.0.2.9"};
   EXPECT_EQ(reasonFor(ordinary, unicast), "not-neighbor");
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   EXPECT_EQ(reasonFor(ordinary, unicast), "unicast-bootstrap");
 }
 
@@ -160,7 +160,7 @@ TEST_F(IngressFilterTest, OwnMessageIsCalledOwnAndAnOwnHelloIsIgnored) {
   EXPECT_EQ(neighbors(), 0u);
 }
 
-TEST_F(IngressFilterTest, OwnMessageThatIsSentBackDeposesNobodyWhileItIsScreened) {
+TEST_F(IngressFilterTest, OwnMessageThatIsSentBackDeposesNoBsrInTheFilter) {
   Bsm own = ordinary;
   own.bsr = "192.0.2.9";
   own.forward = false;

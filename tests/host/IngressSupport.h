@@ -31,35 +31,35 @@ class SubnetPort : public RecordingPort {
 };
 
 /// How a packet is addressed, and with which TTL.
-struct Road {
+struct PacketPath {
   std::string source = "192.0.2.1";
   std::string destination = "224.0.0.13";
   U8 ttl = 1;
 };
 
-inline std::vector<U8> packetOf(std::vector<U8> const& pim, Road const& road) {
+inline std::vector<U8> packetOf(std::vector<U8> const& pim, PacketPath const& path) {
   std::vector<U8> packet;
   EXPECT_TRUE(pimbsr::wire::encodeIpv4(
-      {.source = addr(road.source).v4Addr(), .destination = addr(road.destination).v4Addr(), .ttl = road.ttl},
+      {.source = addr(path.source).v4Addr(), .destination = addr(path.destination).v4Addr(), .ttl = path.ttl},
       pim, packet));
   return packet;
 }
 
-inline std::vector<U8> bytesOf(Bsm const& told) {
+inline std::vector<U8> bytesOf(Bsm const& message) {
   std::vector<U8> pim;
-  EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*make(told), pim));
+  EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*make(message), pim));
   return pim;
 }
 
-inline std::vector<U8> bytesOf(Adv const& told) {
+inline std::vector<U8> bytesOf(Adv const& message) {
   std::vector<U8> pim;
-  EXPECT_TRUE(pimbsr::wire::encodeCrpAdv(*make(told), pim));
+  EXPECT_TRUE(pimbsr::wire::encodeCrpAdv(*make(message), pim));
   return pim;
 }
 
-inline std::vector<U8> bytesOf(HelloMessage const& told) {
+inline std::vector<U8> bytesOf(HelloMessage const& message) {
   std::vector<U8> pim;
-  pimbsr::wire::encodeHello(told, pim);
+  pimbsr::wire::encodeHello(message, pim);
   return pim;
 }
 
@@ -72,7 +72,7 @@ inline std::vector<Rp> someRps(int first, int count) {
   return rps;
 }
 
-/// A router with Hello on eth0 and eth1, where 192.0.2.1 is the neighbour towards the BSR 10.0.0.1.
+/// A router with Hello on eth0 and eth1, where 192.0.2.1 is the RPF neighbor towards the BSR 10.0.0.1.
 class FilteredRouterTest : public testing::Test {
  protected:
   FilteredRouterTest() {
@@ -81,15 +81,15 @@ class FilteredRouterTest : public testing::Test {
   }
   void TearDown() override { EXPECT_EQ(context.notificationExceptions(), 0u); }
 
-  template <class Told>
-  Reception offer(Told const& told, Road const& road = {}) {
-    return router.receive(intf("eth0"), packetOf(bytesOf(told), road));
+  template <class Message>
+  Reception offer(Message const& message, PacketPath const& path = {}) {
+    return router.receive(intf("eth0"), packetOf(bytesOf(message), path));
   }
-  template <class Told>
-  std::string reasonFor(Told const& told, Road const& road = {}) {
-    return std::string(offer(told, road).reason);
+  template <class Message>
+  std::string reasonFor(Message const& message, PacketPath const& path = {}) {
+    return std::string(offer(message, path).reason);
   }
-  void greet(std::string const& source, std::vector<Lanet::IpGenAddr> const& others = {}) {
+  void receiveHello(std::string const& source, std::vector<Lanet::IpGenAddr> const& others = {}) {
     EXPECT_EQ(reasonFor(HelloMessage{.generationId = 1, .addressList = others}, {source}), "");
   }
   void run(double seconds) {

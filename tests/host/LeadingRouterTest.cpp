@@ -25,10 +25,10 @@ std::vector<U8> ipPacket(std::string const& source, std::string const& destinati
   return packet;
 }
 
-std::vector<U8> packetOf(Adv const& told) {
+std::vector<U8> packetOf(Adv const& message) {
   std::vector<U8> pim;
-  EXPECT_TRUE(pimbsr::wire::encodeCrpAdv(*make(told), pim));
-  return ipPacket(told.source, told.bsr, pim);
+  EXPECT_TRUE(pimbsr::wire::encodeCrpAdv(*make(message), pim));
+  return ipPacket(message.source, message.bsr, pim);
 }
 
 std::vector<U8> helloFrom(std::string const& source, Zet::U32 generation, Zet::U16 holdtime = 105) {
@@ -89,7 +89,7 @@ class LeadingRouter : public testing::Test {
   std::vector<T> takeSent() {
     std::vector<T> found;
     for (DecodedMessage const& message : takeSent()) {
-      if (auto const* told = std::get_if<T>(&message)) found.push_back(*told);
+      if (auto const* wanted = std::get_if<T>(&message)) found.push_back(*wanted);
     }
     return found;
   }
@@ -128,10 +128,10 @@ TEST_F(LeadingRouter, InterfaceWithoutHelloTakesNone) {
 }
 
 TEST_F(LeadingRouter, NeighborTowardsTheBsrComesFromRoutesAndHellos) {
-  Bsm told{.bsr = "192.0.2.1", .groups = {{"224.0.0.0/4", {{"203.0.113.1"}}}}};
+  Bsm message{.bsr = "192.0.2.1", .groups = {{"224.0.0.0/4", {{"203.0.113.1"}}}}};
   std::vector<U8> pim;
-  ASSERT_TRUE(pimbsr::wire::encodeBootstrap(*make(told), pim));
-  std::vector<U8> packet = ipPacket(told.source, "224.0.0.13", pim);
+  ASSERT_TRUE(pimbsr::wire::encodeBootstrap(*make(message), pim));
+  std::vector<U8> packet = ipPacket(message.source, "224.0.0.13", pim);
   EXPECT_EQ(receive(packet).reason, "no-rpf-neighbor");
   receive(helloFrom("192.0.2.1", 7));
   EXPECT_EQ(receive(packet).reason, "");
@@ -141,7 +141,7 @@ TEST_F(LeadingRouter, NeighborTowardsTheBsrComesFromRoutesAndHellos) {
   EXPECT_EQ(receive(packet).reason, "no-rpf-neighbor");
 }
 
-TEST_F(LeadingRouter, ChangedAddressIsGreetedWithANewGeneration) {
+TEST_F(LeadingRouter, ChangedAddressTriggersAHelloWithANewGeneration) {
   run(10);
   Zet::U32 before = router->hello(intf("eth0"))->generationId();
   takeSent();
@@ -242,7 +242,7 @@ TEST_F(LeadingRouter, InadmissibleAdvertisementDoesNotReachTheGate) {
   EXPECT_EQ(router->status()->counters()->rxCrpAdv(), 0u);
 }
 
-TEST_F(LeadingRouter, AdvertisementToARouterThatIsNotElectedIsRefused) {
+TEST_F(LeadingRouter, AdvertisementToARouterThatIsNotElectedIsDropped) {
   Reception reception = receive(packetOf(Adv{.bsr = "192.0.2.9"}));
   EXPECT_EQ(reception.reason, "not-elected-bsr");
   EXPECT_EQ(reception.sentence, "This router is not the elected BSR for a range of the advertisement.");
@@ -257,9 +257,9 @@ TEST_F(LeadingRouter, EverySenderIsPermittedUntilOneIsNamed) {
   Adv adv{.bsr = "192.0.2.9"};
   EXPECT_TRUE(receive(packetOf(adv)).accepted());
   router->permitIs(prefix("10.0.0.0/8"));
-  Reception refused = receive(packetOf(adv));
-  EXPECT_EQ(refused.reason, "sender-filter");
-  EXPECT_EQ(refused.sentence, "The sender of the advertisement is not among the permitted ones.");
+  Reception dropped = receive(packetOf(adv));
+  EXPECT_EQ(dropped.reason, "sender-filter");
+  EXPECT_EQ(dropped.sentence, "The sender of the advertisement is not among the permitted ones.");
   router->permitIs(prefix("203.0.113.0/24"));
   EXPECT_TRUE(receive(packetOf(adv)).accepted());
   router->permitDel(prefix("203.0.113.0/24"));

@@ -34,7 +34,7 @@ std::string show(RpView const& rp) {
   return out.str();
 }
 
-/// Writes each change down as one line: what, the zone, what is, and behind "was" what was.
+/// Writes each change down as one line: kind, zone, new value, and after "was" the old one.
 class Listener final : public ChangeSink {
  public:
   void onChange(Change const& change) override {
@@ -69,10 +69,10 @@ class ObserverTest : public test::EngineTest {
 
   void observe() { observer = std::make_unique<Observer>(engine.status, engine.root, listener); }
 
-  /// Hands in a message as a host does, and gives what was told of it.
-  std::vector<std::string> receive(Bsm const& told) {
+  /// Hands in a message as a host does, and gives the changes that were reported.
+  std::vector<std::string> receive(Bsm const& message) {
     observer->messageInHand();
-    engine.receive(told);
+    engine.receive(message);
     observer->flush();
     return listener.take();
   }
@@ -87,14 +87,14 @@ class ObserverTest : public test::EngineTest {
 };
 
 TEST_F(ObserverTest, FirstMessageOfAZoneElectsItsBsrAndAddsItsRps) {
-  Bsm told = oneRp({"203.0.113.1", 150, 10});
-  told.groups[0].rps.push_back({"203.0.113.2", 90, 20});
-  EXPECT_THAT(receive(told), UnorderedElementsAre("elected 224.0.0.0/4: 10.0.0.1/10/30",
-                                                  "added 224.0.0.0/4: 224.0.0.0/4 203.0.113.1/10/150",
-                                                  "added 224.0.0.0/4: 224.0.0.0/4 203.0.113.2/20/90"));
+  Bsm message = oneRp({"203.0.113.1", 150, 10});
+  message.groups[0].rps.push_back({"203.0.113.2", 90, 20});
+  EXPECT_THAT(receive(message), UnorderedElementsAre("elected 224.0.0.0/4: 10.0.0.1/10/30",
+                                                     "added 224.0.0.0/4: 224.0.0.0/4 203.0.113.1/10/150",
+                                                     "added 224.0.0.0/4: 224.0.0.0/4 203.0.113.2/20/90"));
 }
 
-TEST_F(ObserverTest, ChangesAreToldWithinTheMessageInTheOrderInWhichTheyHappen) {
+TEST_F(ObserverTest, ChangesAreReportedWithinTheMessageInTheirOrder) {
   observer->messageInHand();
   engine.receive(oneRp());
   EXPECT_THAT(listener.heard, ElementsAre("elected 224.0.0.0/4: 10.0.0.1/10/30",
@@ -119,11 +119,11 @@ TEST_F(ObserverTest, NewBsrClearsTheSetAndBuildsItAnew) {
 
 TEST_F(ObserverTest, SameBsrWithAnotherPriorityOrMaskLengthHasChanged) {
   receive(oneRp());
-  Bsm told = oneRp();
-  told.priority = 11;
-  EXPECT_THAT(receive(told), ElementsAre("changed 224.0.0.0/4: 10.0.0.1/11/30 was 10.0.0.1/10/30"));
-  told.hashMaskLen = 24;
-  EXPECT_THAT(receive(told), ElementsAre("changed 224.0.0.0/4: 10.0.0.1/11/24 was 10.0.0.1/11/30"));
+  Bsm message = oneRp();
+  message.priority = 11;
+  EXPECT_THAT(receive(message), ElementsAre("changed 224.0.0.0/4: 10.0.0.1/11/30 was 10.0.0.1/10/30"));
+  message.hashMaskLen = 24;
+  EXPECT_THAT(receive(message), ElementsAre("changed 224.0.0.0/4: 10.0.0.1/11/24 was 10.0.0.1/11/30"));
 }
 
 TEST_F(ObserverTest, RpWithAnotherPriorityHoldtimeOrModeIsUpdated) {
@@ -141,7 +141,7 @@ TEST_F(ObserverTest, RpWithAnotherPriorityHoldtimeOrModeIsUpdated) {
                                           "224.0.0.0/4 203.0.113.1/5/90"));
 }
 
-TEST_F(ObserverTest, UpdateThatDoesNotMoveTheExpiryIsToldByTheFlush) {
+TEST_F(ObserverTest, UpdateThatDoesNotMoveTheExpiryIsReportedByTheFlush) {
   receive(oneRp());
   observer->messageInHand();
   engine.receive(oneRp({"203.0.113.1", 150, 5}));
@@ -151,11 +151,11 @@ TEST_F(ObserverTest, UpdateThatDoesNotMoveTheExpiryIsToldByTheFlush) {
 }
 
 TEST_F(ObserverTest, RpNamedWithHoldtimeZeroIsRemoved) {
-  Bsm told = oneRp();
-  told.groups[0].rps.push_back({"203.0.113.2"});
-  receive(told);
-  told.groups[0].rps[1].holdtime = 0;
-  EXPECT_THAT(receive(told), ElementsAre("removed 224.0.0.0/4: 224.0.0.0/4 203.0.113.2/0/150"));
+  Bsm message = oneRp();
+  message.groups[0].rps.push_back({"203.0.113.2"});
+  receive(message);
+  message.groups[0].rps[1].holdtime = 0;
+  EXPECT_THAT(receive(message), ElementsAre("removed 224.0.0.0/4: 224.0.0.0/4 203.0.113.2/0/150"));
 }
 
 TEST_F(ObserverTest, LastRpOfARangeIsRemovedOnce) {
@@ -230,7 +230,7 @@ TEST_F(ObserverTest, ZoneThatGainsACandidateIsNotForgotten) {
   EXPECT_THAT(listener.take(), testing::Not(testing::Contains("forgotten 239.255.0.0/16")));
 }
 
-TEST_F(ObserverTest, WhatStandsAlreadyIsKnownAndItsChangesAreTold) {
+TEST_F(ObserverTest, EarlierStateIsKnownAndItsChangesAreReported) {
   observer = nullptr;
   engine.receive(oneRp());
   observe();
@@ -240,7 +240,7 @@ TEST_F(ObserverTest, WhatStandsAlreadyIsKnownAndItsChangesAreTold) {
   EXPECT_THAT(runTo(130), ElementsAre("lost 224.0.0.0/4: 10.0.0.1/10/30"));
 }
 
-TEST_F(ObserverTest, EntryWithoutItsExpiryIsToldByTheFlush) {
+TEST_F(ObserverTest, EntryWithoutItsExpiryIsReportedByTheFlush) {
   auto zone = prefix("239.255.0.0/16");
   auto rp = engine.status->crpStatusIs(zone)->statusIs("")->crpSetIs(zone)->rpIs(addr("203.0.113.1"));
   rp->priorityIs(7);
@@ -249,7 +249,7 @@ TEST_F(ObserverTest, EntryWithoutItsExpiryIsToldByTheFlush) {
   EXPECT_THAT(listener.take(), ElementsAre("added 239.255.0.0/16: 239.255.0.0/16 203.0.113.1/7/0"));
 }
 
-TEST_F(ObserverTest, BsrEntryIsToldOnceItHasAnAddress) {
+TEST_F(ObserverTest, BsrEntryIsReportedOnceItHasAnAddress) {
   auto entry = engine.status->bootstrapRouterIs(prefix("239.255.0.0/16"));
   entry->priorityIs(3);
   observer->flush();
@@ -259,7 +259,7 @@ TEST_F(ObserverTest, BsrEntryIsToldOnceItHasAnAddress) {
   EXPECT_THAT(listener.take(), ElementsAre("elected 239.255.0.0/16: 10.0.0.9/3/128"));
 }
 
-TEST_F(ObserverTest, EntryThatGoesBeforeItWasToldLeavesNoTrace) {
+TEST_F(ObserverTest, EntryRemovedBeforeItsReportIsNotReported) {
   auto zone = prefix("239.255.0.0/16");
   engine.status->bootstrapRouterIs(zone);
   engine.status->crpStatusIs(zone)->statusIs("")->crpSetIs(zone)->rpIs(addr("203.0.113.1"));

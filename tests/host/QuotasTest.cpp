@@ -10,36 +10,36 @@ namespace {
 
 class QuotasTest : public FilteredRouterTest {};
 
-// Neighbours --------------------------------------------------------------------------------------------
+// Neighbors ---------------------------------------------------------------------------------------------
 
-TEST_F(QuotasTest, NeighborBeyondTheQuotaIsRefusedAndKnownOnesStay) {
+TEST_F(QuotasTest, NeighborBeyondTheQuotaIsDroppedAndKnownOnesStay) {
   router.ingressSettingsIs({.neighborsPerInterface = 3});
-  for (int i = 1; i <= 3; ++i) greet(numbered("192.0.2.", i));
+  for (int i = 1; i <= 3; ++i) receiveHello(numbered("192.0.2.", i));
   EXPECT_EQ(reasonFor(HelloMessage{}, {"192.0.2.4"}), "neighbor-quota");
   EXPECT_EQ(neighbors(), 3u);
-  for (int i = 1; i <= 3; ++i) greet(numbered("192.0.2.", i));
+  for (int i = 1; i <= 3; ++i) receiveHello(numbered("192.0.2.", i));
   EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}, {"192.0.2.4"}), "");
   EXPECT_EQ(reasonFor(HelloMessage{.holdtime = 0}, {"192.0.2.2"}), "");
-  greet("192.0.2.4");
+  receiveHello("192.0.2.4");
   EXPECT_EQ(neighbors(), 3u);
 }
 
 TEST_F(QuotasTest, FurtherAddressesCountAsNeighborsDo) {
   router.ingressSettingsIs({.neighborsPerInterface = 4});
-  greet("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.52")});
-  greet("192.0.2.2");
+  receiveHello("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.52")});
+  receiveHello("192.0.2.2");
   HelloMessage more{.addressList = {addr("192.0.2.61")}};
   EXPECT_EQ(reasonFor(more, {"192.0.2.2"}), "neighbor-quota");
   EXPECT_EQ(reasonFor(more, {"192.0.2.3"}), "neighbor-quota");
-  greet("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.53")});
-  greet("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.53"), addr("192.0.2.1")});
-  greet("192.0.2.1", {addr("192.0.2.51")});
-  greet("192.0.2.2", {addr("192.0.2.61")});
+  receiveHello("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.53")});
+  receiveHello("192.0.2.1", {addr("192.0.2.51"), addr("192.0.2.53"), addr("192.0.2.1")});
+  receiveHello("192.0.2.1", {addr("192.0.2.51")});
+  receiveHello("192.0.2.2", {addr("192.0.2.61")});
 }
 
 TEST_F(QuotasTest, BoundOfNeighborsIsOfEachInterface) {
   router.ingressSettingsIs({.neighborsPerInterface = 1});
-  greet("192.0.2.1");
+  receiveHello("192.0.2.1");
   EXPECT_EQ(router.receive(intf("eth1"), packetOf(bytesOf(HelloMessage{}), {"198.51.100.1"})).reason, "");
 }
 
@@ -146,7 +146,7 @@ TEST_F(FullTableTest, InterfaceThatIsMadeLaterHasTheSameBound) {
 
 // Zones -------------------------------------------------------------------------------------------------
 
-TEST_F(QuotasTest, ZoneBeyondTheQuotaIsRefusedAndKnownOnesStay) {
+TEST_F(QuotasTest, ZoneBeyondTheQuotaIsDroppedAndKnownOnesStay) {
   router.ingressSettingsIs({.learnedZones = 2});
   EXPECT_EQ(reasonFor(scoped("239.1.0.0/16")), "");
   EXPECT_EQ(reasonFor(scoped("239.2.0.0/16")), "");
@@ -166,7 +166,7 @@ TEST_F(QuotasTest, GlobalZoneAndOwnCandidaciesAreNoLearnedZones) {
   EXPECT_EQ(reasonFor(ordinary), "");
 }
 
-TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNothingBehind) {
+TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNoState) {
   router.ingressSettingsIs({.learnedZones = 1});
   for (int i = 1; i <= 5; ++i) {
     EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16")), "");
@@ -178,7 +178,7 @@ TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNothingBehind) {
   EXPECT_LE(router.gate()->lastBsmCount(), 1u);
 }
 
-TEST_F(QuotasTest, MessageThatTheGateRefusesLearnsNoZone) {
+TEST_F(QuotasTest, MessageThatTheEngineDropsLearnsNoZone) {
   router.ingressSettingsIs({.learnedZones = 1});
   for (int i = 1; i <= 9; ++i) {
     EXPECT_EQ(reasonFor(scoped(numbered("239.", i) + ".0.0/16"), {"192.0.2.2"}), "not-rpf-neighbor");
@@ -193,7 +193,7 @@ Bsm fragment(U16 tag, std::vector<Rp> const& rps, int announced, std::string con
   return {.groups = {{range, rps, 0, announced, static_cast<int>(rps.size())}}, .tag = tag};
 }
 
-TEST_F(QuotasTest, FragmentBeyondTheQuotaIsRefused) {
+TEST_F(QuotasTest, FragmentBeyondTheQuotaIsDropped) {
   router.ingressSettingsIs({.fragmentRps = 6});
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 5)), "");
   EXPECT_EQ(reasonFor(fragment(1, someRps(1, 3), 5, "239.0.0.0/8")), "fragment-quota");
@@ -226,7 +226,7 @@ TEST_F(QuotasTest, FragmentsThatAgedOutMakeRoom) {
 
 // RPs ---------------------------------------------------------------------------------------------------
 
-TEST_F(QuotasTest, RpBeyondTheQuotaIsRefusedAndKnownOnesAreRenewed) {
+TEST_F(QuotasTest, RpBeyondTheQuotaIsDroppedAndKnownOnesAreRenewed) {
   router.ingressSettingsIs({.rps = 5});
   Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 3)}, {"239.0.0.0/8", someRps(1, 2)}}};
   Bsm over = full;
@@ -388,7 +388,7 @@ TEST_F(QuotasTest, RecordOfAScopedZoneStaysWithoutItsRps) {
   EXPECT_FALSE(router.status()->crpStatus(prefix("239.0.0.0/8")));
 }
 
-TEST_F(QuotasTest, LoweredBoundKeepsWhatStands) {
+TEST_F(QuotasTest, LoweredBoundKeepsKnownRps) {
   Bsm full{.groups = {{"224.0.0.0/4", someRps(1, 9)}}};
   EXPECT_EQ(reasonFor(full), "");
   router.ingressSettingsIs({.rps = 4});

@@ -44,8 +44,8 @@ class RouterTest : public testing::Test {
   Router router{context, port, {.rpf = rpf}};
 };
 
-std::vector<U8> packetOf(Bsm const& told) {
-  auto message = make(told);
+std::vector<U8> packetOf(Bsm const& bsm) {
+  auto message = make(bsm);
   std::vector<U8> pim;
   std::vector<U8> packet;
   EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*message, pim));
@@ -66,9 +66,9 @@ TEST_F(RouterTest, AcceptedMessageReachesTheRpSetThatPimReads) {
   EXPECT_EQ(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rpCount(), 1u);
 }
 
-TEST_F(RouterTest, RefusalOfTheGateIsNamedByItsCounter) {
+TEST_F(RouterTest, DropReasonOfTheEngineIsNamedByItsCounter) {
   struct Case {
-    Bsm told;
+    Bsm message;
     char const* reason;
   };
   Bsm wrongSource = ordinary, unicast = ordinary, strange = ordinary, late = ordinary;
@@ -81,7 +81,7 @@ TEST_F(RouterTest, RefusalOfTheGateIsNamedByItsCounter) {
                         {unicast, "unicast-bootstrap"},
                         {strange, "bootstrap-destination"},
                         {late, "no-forward"}}) {
-    Reception reception = receive(packetOf(c.told));
+    Reception reception = receive(packetOf(c.message));
     EXPECT_EQ(reception.reason, c.reason);
     EXPECT_TRUE(reception.sentence.ends_with('.'));
   }
@@ -94,9 +94,9 @@ TEST_F(RouterTest, BorderOfTheZoneIsNamedAsFilter) {
 }
 
 TEST_F(RouterTest, InadmissibleMessageDoesNotReachTheGate) {
-  Bsm told = ordinary;
-  told.hashMaskLen = 33;
-  Reception reception = receive(packetOf(told));
+  Bsm message = ordinary;
+  message.hashMaskLen = 33;
+  Reception reception = receive(packetOf(message));
   EXPECT_EQ(reception.reason, "hash-mask-length");
   EXPECT_EQ(reception.kind, MessageKind::bootstrap);
   EXPECT_EQ(counters()->rx(), 0u);
@@ -119,7 +119,7 @@ TEST_F(RouterTest, PacketThatIsNotPimIsLeftAlone) {
   EXPECT_TRUE(reception.accepted());
 }
 
-TEST_F(RouterTest, HelloAndJoinAreToldApart) {
+TEST_F(RouterTest, HelloAndJoinAreDistinguished) {
   std::vector<U8> pim;
   std::vector<U8> packet;
   pimbsr::wire::encodeHello({}, pim);
@@ -165,7 +165,7 @@ TEST_F(RouterTest, TimersRunAtTheContextsTime) {
 }
 
 TEST_F(RouterTest, TimeoutsWithoutConfigurationComeFromTheOptions) {
-  Router slow(context, port, {.holdTime = 500, .zoneTimeout = 5000, .rpf = rpf});
+  Router slow(context, port, {.bsTimeout = 500, .szTimeout = 5000, .rpf = rpf});
   EXPECT_EQ(slow.status()->bsTimeout(), 500u);
   EXPECT_EQ(slow.status()->szTimeout(), 5000u);
   EXPECT_EQ(router.status()->bsTimeout(), 130u);

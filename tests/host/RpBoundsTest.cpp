@@ -126,7 +126,7 @@ TEST_F(RpBoundsTest, RpOfEqualPriorityDisplacesNone) {
   }
 }
 
-TEST_F(RpBoundsTest, RefusedNewcomerDoesNotHideAWorseRpFromABetterOne) {
+TEST_F(RpBoundsTest, DroppedNewRpDoesNotHideAWorseRpFromABetterOne) {
   bsr.ingressSettingsIs({.rpsPerRange = 1});
   fill(1, 1, 100);
   EXPECT_EQ(reasonFor({"203.0.2.1", 100}), "range-full");

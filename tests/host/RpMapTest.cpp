@@ -80,7 +80,7 @@ TEST_F(RpMapTest, HighestAddressDecidesBetweenEqualHashes) {
   EXPECT_EQ(answer.tieBreak, RpTieBreak::address);
 }
 
-TEST_F(RpMapTest, MaskLengthThatTheSetToldDecidesWhichGroupsShareAnRp) {
+TEST_F(RpMapTest, MaskLengthOfTheBsrDecidesWhichGroupsShareAnRp) {
   auto rpsOf64Groups = [this](char const* range, Zet::U32 mask) {
     std::set<Lanet::IpGenAddr> rps;
     for (char const* address : {"10.0.0.1", "10.0.0.2"}) rp(range, address, 10, 100, mask);
@@ -115,7 +115,7 @@ TEST_F(RpMapTest, GroupWithoutARangeHasNoRp) {
   EXPECT_EQ(answer.tieBreak, RpTieBreak::noRp);
 }
 
-TEST_F(RpMapTest, ChoicesStandInOrderOfPreference) {
+TEST_F(RpMapTest, ChoicesAreInOrderOfPreference) {
   rp("224.0.0.0/4", "10.0.0.1", 7);
   rp("224.0.0.0/4", "10.0.0.2", 3);
   rp("224.0.0.0/4", "10.0.0.3", 5);

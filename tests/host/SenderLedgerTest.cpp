@@ -135,9 +135,9 @@ class SenderLedgerTest : public RpBoundsTest {
     Lanet::IpGenPrefix const added = prefix(range);
     SenderLedger::Addition addition{sender, rp, added};
     ledger.prepare(addition, 1);
-    DropReason refusal = ledger.check(addition);
-    if (refusal == DropReason::none) ledger.record(addition);
-    return refusal;
+    DropReason reason = ledger.check(addition);
+    if (reason == DropReason::none) ledger.record(addition);
+    return reason;
   }
 
   IngressSettings const settings{.rpsPerSender = 128, .rangesPerSender = 128};
