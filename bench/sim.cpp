@@ -16,7 +16,7 @@
 
 namespace {
 
-using pimbsr::sim::Dice;
+using pimbsr::sim::Rng;
 using Zet::U32;
 
 class Domain {
@@ -50,7 +50,7 @@ class Domain {
   void drawChords() {
     std::vector<U32> order(routers_);
     std::iota(order.begin(), order.end(), 0);
-    Dice random(1);
+    Rng random(1);
     for (U32 i = routers_; i > 1; --i) std::swap(order[i - 1], order[random.below(i)]);
     for (U32 i = 0; i + 1 < routers_; i += 2) join(order[i], order[i + 1]);
   }

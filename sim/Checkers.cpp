@@ -77,7 +77,7 @@ host::BsrCandidacy const* ZoneParts::bsrOf(U32 node) const {
 
 U32 ZoneParts::bsrNodeOf(U32 node) const { return leaders_[partOf_[node]].node; }
 
-// What all must believe -------------------------------------------------------------------------------
+// Expected state --------------------------------------------------------------------------------------
 
 Expectation::Expectation(Network const& network) : network_(network) {
   findZones();
@@ -131,7 +131,7 @@ void Expectation::findRps() {
   }
 }
 
-// What they believe -----------------------------------------------------------------------------------
+// Learned state ---------------------------------------------------------------------------------------
 
 static std::set<KnownRp> rpsOf(Node const& node, IpGenPrefix const& zone) {
   std::set<KnownRp> rps;
@@ -153,12 +153,12 @@ void Expectation::checkRouter(ZoneParts const& zone, U32 number, Findings& findi
   Node const& node = network_.node(number);
   auto entry = node.router()->status()->bootstrapRouter(zone.zone());
   host::BsrCandidacy const* bsr = zone.bsrOf(number);
-  IpGenAddr believed = entry ? entry->ipAddr() : IpGenAddr();
+  IpGenAddr learned = entry ? entry->ipAddr() : IpGenAddr();
   IpGenAddr wanted = bsr != nullptr ? bsr->address : IpGenAddr();
-  if (believed != wanted) {
-    auto text = [](IpGenAddr const& a) { return a.isEmpty() ? "nobody" : fmt::format("{}", a); };
+  if (learned != wanted) {
+    auto text = [](IpGenAddr const& a) { return a.isEmpty() ? "no router" : fmt::format("{}", a); };
     findings.push_back(fmt::format("{} takes {} for the BSR of zone {}, and must take {}", node.name(),
-                                   text(believed), zone.zone(), text(wanted)));
+                                   text(learned), zone.zone(), text(wanted)));
     return;
   }
   std::set<KnownRp> none;
@@ -175,7 +175,7 @@ void Expectation::checkRouter(ZoneParts const& zone, U32 number, Findings& findi
   }
 }
 
-/// Counts those that hold themselves for the elected BSR, which is not the same as what others believe.
+/// Counts the routers that are the elected BSR in their own state; the others may have learned another one.
 void Expectation::checkElected(ZoneParts const& zone, Findings& findings) const {
   for (std::vector<U32> const& part : zone.parts()) {
     std::string elected;
@@ -206,7 +206,7 @@ Findings Expectation::check() const {
 
 // Learning at a restart -------------------------------------------------------------------------------
 
-/// Whether a neighbour of the router on one of its links is DR there and can tell it of a zone.
+/// Whether a neighbor of the router on one of its links is DR there and can send it a message of a zone.
 static bool canLearnFrom(Network const& network, Link const& link, IpGenPrefix const& zone, U32 node) {
   auto isNode = [node](Attachment const& at) { return at.node == node; };
   auto own = std::find_if(link.attached.begin(), link.attached.end(), isNode);

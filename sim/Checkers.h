@@ -8,11 +8,11 @@
 #include "sim/Network.h"
 #include "sim/Simulation.h"
 
-/// What must hold in every network, judged by what is configured and what is up, and not by what the machines
-/// say of themselves.
+/// Checks of the state of a network. The expected state follows from the configuration and from what is up,
+/// not from the state machines.
 namespace pimbsr::sim {
 
-/// One thing that is not as it must be, in words.
+/// Deviations from the expected state, each as one human-readable sentence.
 using Findings = std::vector<std::string>;
 
 /// An RP of a zone as all routers of a part must know it: range, address, priority.
@@ -49,8 +49,8 @@ class ZoneParts {
   std::vector<Leader> leaders_;  ///< by part
 };
 
-/// What all routers must believe once nothing has changed for long enough: hold times of BSRs and three hold
-/// times of RPs.
+/// The BSR and the RP set that every router must have learned once nothing has changed for BS_Timeout and
+/// three holdtimes of RPs.
 class Expectation {
  public:
   explicit Expectation(Network const& network);
@@ -74,7 +74,7 @@ class Expectation {
   std::map<std::pair<Lanet::IpGenPrefix, U32>, std::set<KnownRp>> rps_;
 };
 
-/// Zones of which a router must know the BSR right after its restart: those of which a neighbour that is DR
+/// Zones of which a router must know the BSR right after its restart: those of which a neighbor that is DR
 /// of a shared link holds a message, where no border lies between them (RFC 5059 section 3.5). Zones for
 /// which it is a candidate itself are left out. To be asked before the restart.
 std::vector<Lanet::IpGenPrefix> zonesToLearn(Expectation const& expectation, Network const& network,

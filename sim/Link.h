@@ -44,15 +44,15 @@ struct Link {
 
 /// Why a packet did not arrive.
 enum class Loss : U8 {
-  fault,    ///< the link's loss
-  tooBig,   ///< longer than the link's MTU
-  down,     ///< the link was down
-  nobody,   ///< no running router has the address on that link
-  noRoute,  ///< a router had no route
-  ttl       ///< its time to live was over
+  fault,       ///< the link's loss
+  tooBig,      ///< longer than the link's MTU
+  down,        ///< the link was down
+  noReceiver,  ///< no running router has the address on that link
+  noRoute,     ///< a router had no route
+  ttl          ///< its time to live was over
 };
 
-/// The reason in words, such as "too big".
+/// A short description of the reason, such as "too big".
 std::string_view textOf(Loss loss);
 
 }  // namespace pimbsr::sim

@@ -19,28 +19,28 @@ struct NodeInterface;
 enum Kind : U32 {
   elections = 1,   ///< who is the BSR of a zone
   rps = 2,         ///< RPs that come, change and go
-  refusals = 4,    ///< messages refused
-  repeats = 8,     ///< refusals like one that was told before
+  drops = 4,       ///< messages dropped
+  repeats = 8,     ///< drops of which the same router, reason and source were reported before
   received = 16,   ///< messages accepted
   sent = 32,       ///< packets sent
-  neighbors = 64,  ///< neighbours, and who is the Designated Router
+  neighbors = 64,  ///< neighbors, and who is the Designated Router
   states = 128,    ///< states of the election at a candidate
   losses = 256,    ///< packets that did not arrive
   commands = 512   ///< statements that change the network once it runs
 };
 using Kinds = U32;
 
-/// Hears of what happens in a network, at the time that Network::now() gives. It must not change the network.
+/// Receives the events of a network, at the time that Network::now() gives. It must not change the network.
 class Listener {
  public:
   virtual ~Listener() = default;
-  /// What one event changed in what a router believes.
+  /// The changes of a router's learned state by one event.
   virtual void onChanges(Node const&, std::span<host::Change const>) {}
   /// A message that a router received, before the changes that it caused.
   virtual void onReception(Node const&, NodeInterface const&, host::Reception const&) {}
   /// A packet that a router sends or passes on along a link.
   virtual void onSent(Node const&, NodeInterface const&, Bytes) {}
-  /// A neighbour that came, or went.
+  /// A neighbor that came, or went.
   virtual void onNeighbor(Node const&, NodeInterface const&, Lanet::IpGenAddr const&, bool /*up*/) {}
   /// Another Designated Router of an interface.
   virtual void onDr(Node const&, NodeInterface const&, Lanet::IpGenAddr const& /*dr*/) {}
@@ -55,7 +55,7 @@ class Listener {
   virtual void onLog(Node const&, Zet::LogHandle const&, std::string const&) {}
 };
 
-/// Hears of every packet that is put on a link, once, whether or not anybody gets it.
+/// Receives every packet that is put on a link, once, whether or not it is delivered.
 class Tap {
  public:
   virtual ~Tap() = default;

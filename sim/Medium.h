@@ -25,7 +25,7 @@ class Medium {
   host::IngressSettings const& limits() const { return limits_; }
   Listener* listener() const { return listener_; }
   /// The listener if it is registered for any of these kinds; else null.
-  Listener* hears(Kinds kinds) const { return (kinds_ & kinds) != 0 ? listener_ : nullptr; }
+  Listener* listenerFor(Kinds kinds) const { return (kinds_ & kinds) != 0 ? listener_ : nullptr; }
 
  protected:
   explicit Medium(U64 seed) : seed_(seed) {}

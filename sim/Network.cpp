@@ -17,8 +17,8 @@ std::string_view textOf(Loss loss) {
       return "too big";
     case Loss::down:
       return "link down";
-    case Loss::nobody:
-      return "nobody there";
+    case Loss::noReceiver:
+      return "no receiver";
     case Loss::noRoute:
       return "no route";
     default:
@@ -26,7 +26,7 @@ std::string_view textOf(Loss loss) {
   }
 }
 
-Network::Network(U64 seed) : Medium(seed), dice_(seed), routes_(nodes_, links_) {}
+Network::Network(U64 seed) : Medium(seed), rng_(seed), routes_(nodes_, links_) {}
 
 Network::~Network() {
   listener_ = nullptr;
@@ -151,7 +151,7 @@ static constexpr std::size_t minHeader = 20;
 static constexpr std::size_t ttlAt = 8;
 static constexpr std::size_t checksumAt = 10;
 static constexpr std::size_t destinationAt = 16;
-static constexpr U32 nobody = ~U32{0};
+static constexpr U32 noSender = ~U32{0};
 
 static IpAddr destinationOf(Bytes packet) {
   if (packet.size() < minHeader) return {};
@@ -160,7 +160,7 @@ static IpAddr destinationOf(Bytes packet) {
 }
 
 void Network::lost(Link const* link, Node const* node, Loss loss, Bytes packet) {
-  if (Listener* listener = hears(losses)) listener->onLoss(*this, link, node, loss, packet);
+  if (Listener* listener = listenerFor(losses)) listener->onLoss(*this, link, node, loss, packet);
 }
 
 bool Network::transmit(Node& node, Lanet::IntfId const& intfId, Bytes packet) {
@@ -186,7 +186,7 @@ bool Network::putOnLink(Node& node, U32 intf, Bytes packet, IpAddr nextHop) {
     return false;
   }
   ++own.sent[static_cast<std::size_t>(kindOf(packet))];
-  node.tellSent(intf, packet);
+  node.reportSent(intf, packet);
   deliver(own.link, packet, nextHop, node.id());
   return true;
 }
@@ -206,23 +206,23 @@ void Network::deliver(U32 number, Bytes packet, IpAddr nextHop, U32 sender) {
     reached = true;
     handOver(number, place, handle);
   }
-  if (!reached) lost(&link, nullptr, Loss::nobody, packet);
+  if (!reached) lost(&link, nullptr, Loss::noReceiver, packet);
   packets_.release(handle);
 }
 
 void Network::handOver(U32 number, U32 place, PacketPool::Handle packet) {
   Link& link = links_[number];
-  if (dice_.hits(link.options.faults.loss)) return lost(&link, nullptr, Loss::fault, packets_.bytes(packet));
+  if (rng_.hits(link.options.faults.loss)) return lost(&link, nullptr, Loss::fault, packets_.bytes(packet));
   schedule(link, place, packet);
-  if (dice_.hits(link.options.faults.duplicate)) schedule(link, place, packet);
+  if (rng_.hits(link.options.faults.duplicate)) schedule(link, place, packet);
 }
 
 void Network::schedule(Link& link, U32 place, PacketPool::Handle packet) {
   LinkOptions const& options = link.options;
   double time = now_ + options.delay;
-  if (options.jitter > 0) time += options.jitter * dice_.fraction();
-  if (dice_.hits(options.faults.reorder)) {
-    time += Faults::heldBack * dice_.fraction();
+  if (options.jitter > 0) time += options.jitter * rng_.fraction();
+  if (rng_.hits(options.faults.reorder)) {
+    time += Faults::heldBack * rng_.fraction();
   } else {
     time = link.lastArrival[place] = std::max(time, link.lastArrival[place]);
   }
@@ -239,7 +239,7 @@ void Network::arrive(Arrival const& arrival) {
   if (!link.up) {
     lost(&link, nullptr, Loss::down, packet);
   } else if (!node.isRunning()) {
-    if (!isForMany) lost(&link, nullptr, Loss::nobody, packet);
+    if (!isForMany) lost(&link, nullptr, Loss::noReceiver, packet);
   } else if (isForMany || node.isOwnAddress(IpGenAddr(destination))) {
     node.receive(arrival.at.intf, packet);
   } else {
@@ -275,7 +275,7 @@ void Network::inject(U32 number, Bytes packet) {
   if (receiver == attached.end()) receiver = std::find_if(attached.begin(), attached.end(), runs);
   bool toOne = !destination.isMulticast() && receiver != attached.end();
   IpAddr nextHop = toOne ? nodes_[receiver->node].interfaces_[receiver->intf].address.v4Addr() : destination;
-  deliver(number, packet, nextHop, nobody);
+  deliver(number, packet, nextHop, noSender);
 }
 
 }  // namespace pimbsr::sim

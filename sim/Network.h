@@ -22,8 +22,8 @@ namespace pimbsr::sim {
 /// Routers exchange bytes and nothing else. A packet for a multicast group goes to all others on its link,
 /// and one for a single address is passed on hop by hop along the routes of each router, its time to live
 /// counted down. Time jumps from event to event: what is due at one time comes in the order packets, then
-/// timers, the timers in the order of the routers' numbers. All chance comes from the seed, so that the same
-/// seed and the same calls give the same course, byte for byte.
+/// timers, the timers in the order of the routers' numbers. All random numbers come from the seed, so that
+/// the same seed and the same calls give the same course, byte for byte.
 ///
 /// Routers and links are known by their numbers, which count from 0 in the order in which they were added.
 /// None is ever removed.
@@ -33,7 +33,7 @@ class Network final : public Medium {
   ~Network();
 
   U32 addLink(LinkOptions const& options);
-  /// Adds a router, which starts at once unless told otherwise.
+  /// Adds a router, which starts at once unless `started` is false.
   U32 addNode(NodeOptions const& options, bool started = true);
   /// Attaches a router to a link; gives the number of the interface.
   U32 attach(U32 node, U32 link, InterfaceOptions const& options);
@@ -53,7 +53,7 @@ class Network final : public Medium {
   /// Takes all links up.
   void heal();
 
-  /// Puts a packet on a link as somebody would who is no router of this network. A packet for a single
+  /// Puts a packet on a link, as a host does that is no router of this network. A packet for a single
   /// address goes to its owner on the link, else to the first running router there.
   void inject(U32 link, Bytes packet);
 
@@ -70,14 +70,15 @@ class Network final : public Medium {
   /// Number of events run so far.
   U64 events() const { return events_; }
 
-  /// Who hears of the kinds given; null for nobody. It outlives the network or is taken away before.
+  /// Sets the listener and the kinds of events that it receives; null for none. The listener outlives the
+  /// network or is removed before.
   void listenerIs(Listener* listener, Kinds kinds);
   void tapIs(Tap* tap) { tap_ = tap; }
 
-  /// Forgets the packets that routers have counted; of all if none is named.
+  /// Resets the packet counts of routers; of all if none is given.
   void packetCountsClear(std::span<U32 const> nodes);
 
-  /// Exceptions caught inside the engine, of all routers; 0 unless the engine has a fault.
+  /// Exceptions caught inside the engine, of all routers; 0 unless the engine has an error.
   U64 exceptions() const;
 
  private:
@@ -104,7 +105,7 @@ class Network final : public Medium {
   void forward(Node& node, Bytes packet);
   void lost(Link const* link, Node const* node, Loss loss, Bytes packet);
 
-  Dice dice_;
+  Rng rng_;
   U64 events_ = 0;
   std::deque<Node> nodes_;
   EventQueue<Arrival> arrivals_;

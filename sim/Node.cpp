@@ -40,19 +40,19 @@ void Node::RouterContext::log(Zet::LogHandle const& handle, std::string const& t
   if (Listener* listener = node_.medium_.listener()) listener->onLog(node_, handle, text);
 }
 
-/// Tells of the neighbours of one interface.
+/// Reports the neighbors of one interface.
 class Node::IntfWatcher final : public Routing::Pim::Intf::NotifieeConst {
  public:
   IntfWatcher(Node& node, U32 intf) : node_(node), intf_(intf) {}
 
   void onNeighbor(IpGenAddr const& address) override {
-    Listener* listener = node_.medium_.hears(neighbors);
+    Listener* listener = node_.medium_.listenerFor(neighbors);
     if (listener == nullptr) return;
     bool up = notifier()->neighbor(address) != nullptr;
     listener->onNeighbor(node_, node_.interfaces_[intf_], address, up);
   }
   void onDrAddress() override {
-    Listener* listener = node_.medium_.hears(neighbors);
+    Listener* listener = node_.medium_.listenerFor(neighbors);
     if (listener != nullptr) listener->onDr(node_, node_.interfaces_[intf_], notifier()->drAddress());
   }
 
@@ -63,37 +63,38 @@ class Node::IntfWatcher final : public Routing::Pim::Intf::NotifieeConst {
 
 Node::Node(Medium& medium, Network const& network, U32 id, NodeOptions const& options)
     : medium_(medium), network_(network), id_(id), options_(options), context_(*this, medium.seed()) {
-  config_.holdTime = options.holdTime;
-  config_.zoneTimeout = options.zoneTimeout;
+  config_.bsTimeout = options.bsTimeout;
+  config_.szTimeout = options.szTimeout;
 }
 
 Node::~Node() { end(); }
 
 // A call into the router ------------------------------------------------------------------------------
 
-/// Makes a call at the network's time; then tells what it changed, and when the router is to wake up.
+/// Makes a call at the network's time; then reports what it changed, and sets the next wakeup.
 template <class Act>
 void Node::call(Act const& act) {
   Zet::Context::Scope scope(context_);
   DropListener::Scope drops(router_->dropListener());
   context_.nowIs(localTime(medium_.now()));
   act();
-  tell();
+  report();
   medium_.wakeupIs(*this, networkTime(router_->nextExpiry()));
 }
 
-void Node::tell() {
+void Node::report() {
   if (observer_) observer_->flush();
   if (!recorder_.changes.empty()) {
     host::sortByAddress(recorder_.changes);
-    if (Listener* listener = medium_.hears(elections | rps)) listener->onChanges(*this, recorder_.changes);
+    if (Listener* listener = medium_.listenerFor(elections | rps))
+      listener->onChanges(*this, recorder_.changes);
     recorder_.changes.clear();
   }
-  if (!config_.candidateBsrs.empty() || !states_.empty()) tellStates();
+  if (!config_.candidateBsrs.empty() || !states_.empty()) reportStates();
 }
 
-void Node::tellStates() {
-  Listener* listener = medium_.hears(states);
+void Node::reportStates() {
+  Listener* listener = medium_.listenerFor(states);
   std::erase_if(states_, [&](auto const& entry) { return !router_->root()->candidateSm(entry.first); });
   for (auto at = router_->root()->candidateSmIterator(); at; ++at) {
     auto [entry, isNew] = states_.try_emplace(at.key(), at->state());
@@ -113,18 +114,18 @@ void Node::receive(U32 intf, Bytes packet) {
     reception = router_->receive(interfaces_[intf].intfId, packet);
     receiving_ = false;
     if (!reception.accepted()) countDrop(reception);
-    tellReception(intf, reception);
+    reportReception(intf, reception);
   });
 }
 
-void Node::tellReception(U32 intf, Reception const& reception) {
-  Listener* listener = medium_.hears(reception.accepted() ? received : refusals | repeats);
+void Node::reportReception(U32 intf, Reception const& reception) {
+  Listener* listener = medium_.listenerFor(reception.accepted() ? received : Kind::drops | repeats);
   if (listener != nullptr) listener->onReception(*this, interfaces_[intf], reception);
-  for (auto const& [number, packet] : std::exchange(sent_, {})) tellSent(number, packet);
+  for (auto const& [number, packet] : std::exchange(sent_, {})) reportSent(number, packet);
 }
 
-void Node::tellSent(U32 intf, Bytes packet) {
-  Listener* listener = medium_.hears(sent);
+void Node::reportSent(U32 intf, Bytes packet) {
+  Listener* listener = medium_.listenerFor(sent);
   if (listener == nullptr) return;
   if (receiving_) {
     sent_.emplace_back(intf, std::vector<U8>(packet.begin(), packet.end()));
@@ -133,7 +134,7 @@ void Node::tellSent(U32 intf, Bytes packet) {
   }
 }
 
-/// The clock is set to the very time of the timer: drawn from the network's, it could stand a hair before it.
+/// The clock is set to the exact time of the timer: computed from the network's, it could be slightly less.
 void Node::advance() {
   context_.nowIs(router_->nextExpiry());
   call([&] { router_->advance(); });
@@ -196,7 +197,7 @@ void Node::end() {
 }
 
 void Node::observe() {
-  bool wanted = medium_.hears(elections | rps) != nullptr;
+  bool wanted = medium_.listenerFor(elections | rps) != nullptr;
   if (!wanted) {
     observer_ = nullptr;
   } else if (router_ && !observer_) {
@@ -246,7 +247,7 @@ void Node::writeLocalRoute(IpGenAddr const& address) {
   if (!address.isEmpty()) router_->routeIs({address.v4Addr(), 32}, {.type = RouteType::local});
 }
 
-/// A static route stands while its next hop lies on a link that is up.
+/// A static route is up while its next hop lies on a link that is up.
 void Node::writeStaticRoutes() {
   for (auto const& [prefix, via] : config_.routes) {
     auto leadsThere = [&, nextHop = via](NodeInterface const& intf) {
@@ -295,16 +296,16 @@ void Node::routeDel(Lanet::Prefix const& prefix) {
 
 // Configuration ---------------------------------------------------------------------------------------
 
-static std::string textOf(std::vector<host::ConfigError> const& faults) {
+static std::string textOf(std::vector<host::ConfigError> const& errors) {
   std::string text;
-  for (host::ConfigError const& fault : faults) {
-    text += (text.empty() ? "" : "; ") + textOf(fault.place) + ": " + fault.text;
+  for (host::ConfigError const& error : errors) {
+    text += (text.empty() ? "" : "; ") + textOf(error.place) + ": " + error.text;
   }
   return text;
 }
 
-ConfigRefused::ConfigRefused(std::vector<host::ConfigError> const& faults)
-    : std::runtime_error(textOf(faults)) {}
+InvalidConfig::InvalidConfig(std::vector<host::ConfigError> const& errors)
+    : std::runtime_error(textOf(errors)) {}
 
 static std::string textOf(IntfId const& intfId) { return std::string(intfId.stringValue().view()); }
 
@@ -329,8 +330,8 @@ Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix) {
 
 host::Configuration Node::configurationOf(NodeConfig const& config) const {
   host::Configuration wanted;
-  wanted.bsTimeout = config.holdTime;
-  wanted.szTimeout = config.zoneTimeout;
+  wanted.bsTimeout = config.bsTimeout;
+  wanted.szTimeout = config.szTimeout;
   wanted.accessLists = config.accessLists;
   wanted.senderLists = config.senderLists;
   for (auto const& [zone, c] : config.candidateBsrs)
@@ -357,7 +358,7 @@ host::Configuration Node::configurationOf(NodeConfig const& config) const {
 
 void Node::configIs(NodeConfig const& wanted) {
   host::Configuration configuration = configurationOf(wanted);
-  if (auto faults = host::check(configuration); !faults.empty()) throw ConfigRefused(faults);
+  if (auto errors = host::check(configuration); !errors.empty()) throw InvalidConfig(errors);
   config_ = wanted;
   auto reach = [this](IpGenAddr const& address) {
     if (!address.isEmpty()) medium_.destinationIs(address, id_);

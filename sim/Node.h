@@ -27,8 +27,8 @@ class Network;
 /// What a router of a network is given when it is made.
 struct NodeOptions {
   std::string name;
-  U32 holdTime = 130;         ///< seconds without a message after which a BSR is given up
-  U32 zoneTimeout = 1300;     ///< seconds without a BSR after which a scope zone is forgotten
+  U32 bsTimeout = 130;        ///< seconds without a message after which a BSR is given up
+  U32 szTimeout = 1300;       ///< seconds without a BSR after which a scope zone is forgotten
   Lanet::IpGenAddr loopback;  ///< an address that lies on no link; unset for none
   double skew = 0;            ///< seconds by which its clock is ahead
   double drift = 0;           ///< seconds that its clock gains in each second
@@ -65,8 +65,8 @@ using ListUse = std::pair<std::string, std::string>;
 
 /// What a router is configured to do; it survives a stop and a crash.
 struct NodeConfig {
-  U64 holdTime = 130;      ///< seconds without a message after which a BSR is given up
-  U64 zoneTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
+  U64 bsTimeout = 130;   ///< seconds without a message after which a BSR is given up
+  U64 szTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
   std::map<Lanet::IpGenPrefix, host::BsrCandidacy> candidateBsrs;  ///< by zone
   std::map<RpKey, host::RpCandidacy> candidateRps;
   std::set<std::pair<Lanet::IpGenPrefix, U32>> borders;  ///< zone and number of the interface
@@ -82,13 +82,13 @@ struct NodeConfig {
 /// The rule of an access list that permits a prefix.
 Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix);
 
-/// A configuration that a router refuses, with all its faults.
-class ConfigRefused : public std::runtime_error {
+/// Thrown for a configuration that host::check() rejects, with all errors.
+class InvalidConfig : public std::runtime_error {
  public:
-  explicit ConfigRefused(std::vector<host::ConfigError> const& faults);
+  explicit InvalidConfig(std::vector<host::ConfigError> const& errors);
 };
 
-/// One router of a network: its configuration, its clock and chance, its addresses, and, while it runs, the
+/// One router of a network: its configuration, its clock and RNG, its addresses, and, while it runs, the
 /// router itself. It starts running; what is configured while it does not counts from its next start on.
 class Node final : public pim::Port, private host::OwnDropSink {
  public:
@@ -104,7 +104,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   std::vector<NodeInterface> const& interfaces() const { return interfaces_; }
   /// The number of an interface by its name; the number of interfaces if there is none.
   U32 interfaceNumber(Lanet::IntfId const& intfId) const;
-  /// How often a message was refused, by the reason's name.
+  /// How often messages were dropped, by the reason's name.
   std::map<std::string_view, host::DropCount> const& drops() const { return drops_; }
 
   /// The router; null while it doesn't run.
@@ -119,7 +119,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
     return (local - Zet::Context::firstTime - options_.skew) / (1 + options_.drift);
   }
 
-  /// Replaces the configuration; the router follows what differs. Throws ConfigRefused, and then nothing is
+  /// Replaces the configuration; the router follows what differs. Throws InvalidConfig, and then nothing is
   /// changed.
   void configIs(NodeConfig const& wanted);
   /// Gives an interface another address, or none; its candidates take it over.
@@ -147,7 +147,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override;
   bool isOwnAddress(Lanet::IpGenAddr const& address) const override;
 
-  /// Forgets the packets counted so far.
+  /// Resets the packet counts.
   void packetCountsClear();
 
  private:
@@ -155,15 +155,15 @@ class Node final : public pim::Port, private host::OwnDropSink {
   friend class Routes;
   class RouterContext final : public Zet::Context {
    public:
-    RouterContext(Node& node, U64 seed) : node_(node), chance_(seed, node.id()) {}
-    int rand() override { return chance_.next(); }
-    void srand(unsigned seed) override { chance_.seed(seed); }
+    RouterContext(Node& node, U64 seed) : node_(node), rng_(seed, node.id()) {}
+    int rand() override { return rng_.next(); }
+    void srand(unsigned seed) override { rng_.seed(seed); }
     void trace(Zet::TraceLine const& line) override;
     void log(Zet::LogHandle const& handle, std::string const& text) override;
 
    private:
     Node& node_;
-    RouterChance chance_;
+    RouterRng rng_;
   };
   /// Collects the changes of one event.
   class Recorder final : public host::ChangeSink {
@@ -184,10 +184,10 @@ class Node final : public pim::Port, private host::OwnDropSink {
 
   template <class Act>
   void call(Act const& act);
-  void tell();
-  void tellStates();
-  void tellSent(U32 intf, Bytes packet);
-  void tellReception(U32 intf, host::Reception const& reception);
+  void report();
+  void reportStates();
+  void reportSent(U32 intf, Bytes packet);
+  void reportReception(U32 intf, host::Reception const& reception);
   void onOwnDrop(host::Reception const& reception) override { countDrop(reception); }
   void countDrop(host::Reception const& reception);
   void bringUp(U32 intf);
@@ -212,7 +212,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   std::unique_ptr<host::Observer> observer_;
   std::vector<Zet::Ptr<IntfWatcher>> watchers_;  ///< by interface; null for one that is down
   std::map<Lanet::IpGenPrefix, Routing::Pim::Bsr::BsrCandidateState> states_;
-  // What is sent while a message is handled is told behind the message.
+  // Packets sent while a message is handled are reported after the message.
   bool receiving_ = false;
   std::vector<std::pair<U32, std::vector<U8>>> sent_;
 };

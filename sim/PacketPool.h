@@ -33,9 +33,9 @@ class PacketPool {
     if (--slots_[handle].holders == 0) free_.push_back(handle);
   }
 
-  /// The bytes, which stay where they are while somebody holds the packet.
+  /// The bytes, which stay where they are while the packet is held.
   Bytes bytes(Handle handle) const { return slots_[handle].bytes; }
-  /// Number of packets held by anybody.
+  /// Number of packets that are held.
   std::size_t held() const { return slots_.size() - free_.size(); }
 
  private:

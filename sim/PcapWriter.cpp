@@ -9,17 +9,17 @@
 
 namespace pimbsr::sim {
 
-static constexpr int longestPacket = 65535;
+static constexpr int maxPacketLength = 65535;
 
 void PcapWriter::Close::operator()(pcap* handle) const { pcap_close(handle); }
 
 void PcapWriter::Close::operator()(pcap_dumper* file) const { pcap_dump_close(file); }
 
 PcapWriter::PcapWriter(std::string const& folder, Network const& network)
-    : folder_(folder), network_(network), handle_(pcap_open_dead(DLT_RAW, longestPacket)) {
-  std::error_code fault;
-  std::filesystem::create_directories(folder_, fault);
-  if (fault) throw PcapError(fmt::format("cannot make the folder {}: {}", folder_, fault.message()));
+    : folder_(folder), network_(network), handle_(pcap_open_dead(DLT_RAW, maxPacketLength)) {
+  std::error_code error;
+  std::filesystem::create_directories(folder_, error);
+  if (error) throw PcapError(fmt::format("cannot make the folder {}: {}", folder_, error.message()));
 }
 
 PcapWriter::~PcapWriter() = default;

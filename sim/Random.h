@@ -6,7 +6,7 @@
 
 namespace pimbsr::sim {
 
-/// Spreads a number over 64 bits, one to one: neighbouring seeds give unlike sequences.
+/// Spreads a number over 64 bits, one to one: neighboring seeds give different sequences.
 constexpr U64 spread(U64 number) {
   number += 0x9e3779b97f4a7c15;
   number = (number ^ (number >> 30)) * 0xbf58476d1ce4e5b9;
@@ -14,11 +14,11 @@ constexpr U64 spread(U64 number) {
   return number ^ (number >> 31);
 }
 
-/// The chance of a network. The numbers of a seed are the same on every platform, which the standard's
-/// distributions don't promise.
-class Dice {
+/// The RNG of a network. A seed gives the same numbers on every platform, which the standard's distributions
+/// don't guarantee.
+class Rng {
  public:
-  explicit Dice(U64 seed) : generator_(spread(seed)) {}
+  explicit Rng(U64 seed) : generator_(spread(seed)) {}
 
   /// A number from 0 up to but not including 1.
   double fraction() { return static_cast<double>(generator_() >> 11) * 0x1p-53; }
@@ -31,11 +31,11 @@ class Dice {
   std::mt19937_64 generator_;
 };
 
-/// The chance of one router, which stands in for srand() and rand(). Routers that seed alike, because they
-/// start at the same second, draw unlike sequences.
-class RouterChance {
+/// The RNG of one router, in place of srand() and rand(). Routers with equal seeds, because they start at the
+/// same second, draw different sequences.
+class RouterRng {
  public:
-  RouterChance(U64 networkSeed, U32 node) : salt_(spread(networkSeed) + node) { seed(0); }
+  RouterRng(U64 networkSeed, U32 node) : salt_(spread(networkSeed) + node) { seed(0); }
 
   void seed(unsigned number) { state_ = spread(salt_ ^ spread(number)); }
   /// A number from 0 to 2^31 - 1.

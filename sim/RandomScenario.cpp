@@ -18,7 +18,7 @@ static void line(std::string& text, fmt::format_string<Args...> form, Args&&... 
 
 static std::string loopback(U32 router) { return fmt::format("172.16.0.{}", router + 1); }
 
-RandomScenario::RandomScenario(U64 seed, U32 routers) : dice_(seed), routers_(routers), inZone_(routers) {
+RandomScenario::RandomScenario(U64 seed, U32 routers) : rng_(seed), routers_(routers), inZone_(routers) {
   for (U32 router = 0; router < routers_; ++router)
     line(network_, "router r{} loopback {}", router, loopback(router));
   drawTree();
@@ -31,13 +31,13 @@ RandomScenario::RandomScenario(U64 seed, U32 routers) : dice_(seed), routers_(ro
 // The network -----------------------------------------------------------------------------------------
 
 /// A tree that joins all. In half of the cases what hangs below one router is a scoped zone, and no further
-/// link leads out of it: a zone must hold the shortest ways between its routers, or they would refuse what
+/// link leads out of it: a zone must hold the shortest ways between its routers, or they would drop what
 /// comes along another (RFC 5059 section 1.3).
 void RandomScenario::drawTree() {
   parents_.push_back(0);
-  for (U32 router = 1; router < routers_; ++router) parents_.push_back(dice_.below(router));
-  if (dice_.hits(0.5)) return;
-  zoneTop_ = 1 + dice_.below(routers_ - 1);
+  for (U32 router = 1; router < routers_; ++router) parents_.push_back(rng_.below(router));
+  if (rng_.hits(0.5)) return;
+  zoneTop_ = 1 + rng_.below(routers_ - 1);
   for (U32 router = zoneTop_; router < routers_; ++router)
     inZone_[router] = router == zoneTop_ || inZone_[parents_[router]];
 }
@@ -47,7 +47,7 @@ void RandomScenario::drawLinks() {
     addLink();
     attach(router);
     attach(parents_[router]);
-    if (dice_.hits(0.2)) attachMore();
+    if (rng_.hits(0.2)) attachMore();
   }
   for (U32 more = routers_ / 2; more > 0; --more) {
     addLink();
@@ -60,7 +60,7 @@ void RandomScenario::drawLinks() {
 void RandomScenario::addLink() {
   U32 link = static_cast<U32>(links_.size());
   line(network_, "link l{} prefix 10.{}.{}.0/24 delay {}ms jitter {}ms", link, link / 250, link % 250,
-       1 + dice_.below(20), dice_.below(5));
+       1 + rng_.below(20), rng_.below(5));
   links_.emplace_back();
 }
 
@@ -71,13 +71,13 @@ void RandomScenario::attach(U32 router) {
   attached.push_back(router);
   U32 link = static_cast<U32>(links_.size() - 1);
   line(network_, "interface r{} l{} 10.{}.{}.{} dr-priority {}", router, link, link / 250, link % 250,
-       router + 1, dice_.below(3));
+       router + 1, rng_.below(3));
 }
 
 /// Attaches one to three routers from the same side of the zone's border as the one attached last.
 void RandomScenario::attachMore() {
   bool inside = inZone_[links_.back().back()];
-  for (U32 more = 1 + dice_.below(3); more > 0; --more) {
+  for (U32 more = 1 + rng_.below(3); more > 0; --more) {
     U32 router = anyRouter();
     if (inZone_[router] == inside) attach(router);
   }
@@ -87,10 +87,10 @@ void RandomScenario::attachMore() {
 /// the answer of the BSR sends a third to claim in its turn, and that can go round for as long as the BSR's
 /// period lasts and longer: a candidate looks at any weaker message, not only at one of the elected BSR.
 void RandomScenario::drawBsrs(char const* zone, std::vector<U32> const& among) {
-  for (U32 count = 1 + dice_.below(2); count > 0; --count) {
-    U32 router = among[dice_.below(static_cast<U32>(among.size()))];
+  for (U32 count = 1 + rng_.below(2); count > 0; --count) {
+    U32 router = among[rng_.below(static_cast<U32>(among.size()))];
     line(network_, "candidate-bsr r{} {} address {} priority {}", router, zone, loopback(router),
-         dice_.below(4) * 10);
+         rng_.below(4) * 10);
     bsr_ = router;
   }
 }
@@ -102,14 +102,14 @@ void RandomScenario::drawCandidates() {
     all.push_back(router);
   }
   if (zoneTop_ != 0) drawBsrs(scopedZone, inside);
-  if (zoneTop_ != 0 && dice_.hits(0.3)) drawBsrs(scopedZone, outside);
+  if (zoneTop_ != 0 && rng_.hits(0.3)) drawBsrs(scopedZone, outside);
   drawBsrs("224.0.0.0/4", all);
   static constexpr char const* ranges[] = {"224.0.0.0/4", "232.1.0.0/16", "239.0.0.0/9", "239.255.1.0/24",
                                            "239.255.0.0/17"};
-  for (U32 count = dice_.below(8); count > 0; --count) {
+  for (U32 count = rng_.below(8); count > 0; --count) {
     U32 router = anyRouter();
     line(network_, "candidate-rp r{} {} address {} priority {} c-rp-adv-period {}", router,
-         ranges[dice_.below(std::size(ranges))], loopback(router), dice_.below(3), 20 + 20 * dice_.below(3));
+         ranges[rng_.below(std::size(ranges))], loopback(router), rng_.below(3), 20 + 20 * rng_.below(3));
   }
 }
 
@@ -117,10 +117,9 @@ void RandomScenario::drawCandidates() {
 
 void RandomScenario::drawFaults() {
   line(faults_, "run until {}", faultsFrom);
-  line(faults_, "faults loss {}% duplicate {}% reorder {}%", dice_.below(20), dice_.below(10),
-       dice_.below(20));
-  for (U32 count = 2 + dice_.below(8); count > 0; --count)
-    drawFault(faultsFrom + dice_.below(faultsUntil - faultsFrom));
+  line(faults_, "faults loss {}% duplicate {}% reorder {}%", rng_.below(20), rng_.below(10), rng_.below(20));
+  for (U32 count = 2 + rng_.below(8); count > 0; --count)
+    drawFault(faultsFrom + rng_.below(faultsUntil - faultsFrom));
   line(faults_, "run until {}", faultsUntil);
 
   line(healing_, "faults none");
@@ -130,8 +129,8 @@ void RandomScenario::drawFaults() {
 
 void RandomScenario::drawFault(U32 time) {
   U32 router = anyRouter();
-  U32 later = time + 1 + dice_.below(healedAt - faultsUntil);
-  switch (dice_.below(6)) {
+  U32 later = time + 1 + rng_.below(healedAt - faultsUntil);
+  switch (rng_.below(6)) {
     case 0:
       return line(faults_, "at {} down l{}", time, anyLink());
     case 1:
@@ -145,7 +144,7 @@ void RandomScenario::drawFault(U32 time) {
       return line(faults_, "at {} heal", later);
     case 4:
       return line(faults_, "at {} candidate-bsr r{} 224.0.0.0/4 address {} priority {}", time, bsr_,
-                  loopback(bsr_), 10 * dice_.below(6));
+                  loopback(bsr_), 10 * rng_.below(6));
     default:
       return line(faults_, "at {} candidate-rp r{} 225.1.0.0/16 address {} c-rp-adv-period 20", time, router,
                   loopback(router));

@@ -9,7 +9,7 @@ namespace pimbsr::sim {
 
 /// A scenario drawn from a seed: a connected network with candidates and, in half of the cases, a scoped zone
 /// within borders; a phase of faults; and the healing. It is text in the scenario language, so that a seed
-/// that fails can be kept, cut down and told as a story.
+/// that fails can be kept, reduced and added as a scenario test.
 class RandomScenario {
  public:
   static constexpr U32 minRouters = 2;
@@ -42,10 +42,10 @@ class RandomScenario {
   void drawFault(U32 time);
   void attach(U32 router);
   void attachMore();
-  U32 anyRouter() { return dice_.below(routers_); }
-  U32 anyLink() { return dice_.below(static_cast<U32>(links_.size())); }
+  U32 anyRouter() { return rng_.below(routers_); }
+  U32 anyLink() { return rng_.below(static_cast<U32>(links_.size())); }
 
-  Dice dice_;
+  Rng rng_;
   U32 routers_;
   std::vector<U32> parents_;             ///< in the tree, by router
   std::vector<std::vector<U32>> links_;  ///< routers by link

@@ -14,7 +14,7 @@ namespace pimbsr::sim {
 class Node;
 
 /// The unicast routes of a network, as a routing protocol finds them: shortest paths by hops over links that
-/// are up and routers that run, and among equal ones the neighbour with the lowest address.
+/// are up and routers that run, and among equal ones the neighbor with the lowest address.
 ///
 /// Routes lead to addresses that are or were those of candidates, so that a thousand routers stay cheap. An
 /// address is reached at its router as long as that runs, also while the address' own link is down. A router
@@ -31,7 +31,7 @@ class Routes {
   void notice();
   /// Finds all routes anew over what has been noticed, and writes those that changed to the routers.
   void update();
-  /// Forgets what has been written to a router, which has stopped.
+  /// Forgets the routes written to a router, which has stopped.
   void forget(U32 node);
   /// Where a router sends what is for an address that is not its own; nothing if it has no route.
   std::optional<NextHop> nextHop(Node const& node, Lanet::IpAddr destination) const;

@@ -93,8 +93,8 @@ struct SetAddress {
 
 struct SetTimers {
   U32 router = 0;
-  std::optional<U64> holdTime;
-  std::optional<U64> zoneTimeout;
+  std::optional<U64> bsTimeout;
+  std::optional<U64> szTimeout;
 };
 
 struct SetRoute {
@@ -169,6 +169,6 @@ struct Statement {
 };
 
 /// What is reported unless a scenario says otherwise.
-inline constexpr Kinds usualKinds = elections | rps | refusals | commands;
+inline constexpr Kinds usualKinds = elections | rps | drops | commands;
 
 }  // namespace pimbsr::sim

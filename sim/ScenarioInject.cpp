@@ -121,7 +121,7 @@ static Action readCrpAdv(ScenarioLine& line, U32 link, IpAddr from) {
   adv->priorityIs(192);
   adv->holdtimeIs(150);
   adv->groupDataIs(Zet::make<Packet::CrpGroupData>());
-  if (!line.take("to")) line.fail("'to ADDRESS' must stand behind 'from ADDRESS'");
+  if (!line.take("to")) line.fail("'to ADDRESS' must follow 'from ADDRESS'");
   IpAddr to = line.anyAddress("to");
   while (!line.atEnd() && line.peek() != "group") {
     std::string_view key = line.option({"rp", "priority", "holdtime", "group"});
@@ -157,7 +157,7 @@ Action readInject(ScenarioLine& line) {
   static constexpr std::string_view kinds[] = {"bsm", "crp-adv", "hello"};
   U32 link = line.link();
   U32 kind = line.oneOf("kind of message", kinds);
-  if (!line.take("from")) line.fail("'from ADDRESS' must stand behind the kind of message");
+  if (!line.take("from")) line.fail("'from ADDRESS' must follow the kind of message");
   IpAddr from = line.address("from");
   if (kind == 0) return readBsm(line, link, from);
   return kind == 1 ? readCrpAdv(line, link, from) : readHello(line, link, from);

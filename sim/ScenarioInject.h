@@ -5,7 +5,7 @@
 
 namespace pimbsr::sim {
 
-/// Reads what stands behind `inject`: a message made by hand.
+/// Reads what follows `inject`: a message made by hand.
 Action readInject(ScenarioLine& line);
 
 }  // namespace pimbsr::sim

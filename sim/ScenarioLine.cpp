@@ -94,8 +94,8 @@ U32 ScenarioLine::oneOf(std::string_view kind, std::span<std::string_view const>
 template <class Number>
 static std::optional<Number> takeNumber(std::string_view& text) {
   Number number{};
-  auto [stop, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (fault != std::errc()) return std::nullopt;
+  auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc()) return std::nullopt;
   text.remove_prefix(static_cast<std::size_t>(stop - text.data()));
   return number;
 }

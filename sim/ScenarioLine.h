@@ -11,9 +11,8 @@
 
 namespace pimbsr::sim {
 
-/// One line of a scenario while it is read, word by word. Every reader takes the next word and throws
-/// ScenarioError, with what would be valid, where that is none of what it reads; `what` names in the error
-/// what was to stand there.
+/// One line of a scenario while it is read, word by word. Every reader takes the next word. Where that is
+/// invalid, it throws ScenarioError, which names what is valid; `what` names the expected word in the error.
 class ScenarioLine {
  public:
   /// The names outlive the line.
@@ -26,11 +25,11 @@ class ScenarioLine {
   std::string_view word(std::string_view what);
   /// Takes the next word if it is this one.
   bool take(std::string_view word);
-  /// Refuses whatever is left.
+  /// Throws ScenarioError unless all words are taken.
   void end();
   /// What the line says from the next word on, with one space between words.
   std::string rest() const;
-  /// The form of the statement that is read, told where something is missing.
+  /// Sets the form of the statement that is read; an error for a missing word shows it.
   void formIs(std::string_view form) { form_ = form; }
 
   [[noreturn]] void fail(std::string const& text) const;

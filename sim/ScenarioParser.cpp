@@ -16,13 +16,13 @@ using host::TimeoutsKeys;
 using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 
-static constexpr U64 mostSeconds = 536870906;
+static constexpr U64 maxSeconds = 536870906;
 
 static std::string textOf(IpGenAddr const& address) { return std::string(address.stringValue().view()); }
 
 static std::string textOf(Lanet::IntfId const& intfId) { return std::string(intfId.stringValue().view()); }
 
-/// The name of an access list where one stands in place of a range; else empty.
+/// The name of an access list where the line has one in place of a range; else empty.
 static std::string takeList(ScenarioLine& line) {
   return line.take("list") ? line.newName("a list's name") : std::string();
 }
@@ -51,7 +51,7 @@ static Faults readFaults(ScenarioLine& line, std::string_view key, Faults faults
 static Action readLink(ScenarioLine& line) {
   LinkOptions link{.name = line.newName("a link's name")};
   checkIsNew(line, !line.names().links.find(link.name), link.name);
-  if (!line.take("prefix")) line.fail("'prefix PREFIX' must stand behind the link's name");
+  if (!line.take("prefix")) line.fail("'prefix PREFIX' must follow the link's name");
   link.prefix = line.prefix("prefix");
   while (!line.atEnd()) {
     std::string_view key = line.option({"mtu", "delay", "jitter", "loss", "duplicate", "reorder"});
@@ -77,8 +77,8 @@ static Action readRouter(ScenarioLine& line) {
     std::string_view key = line.option(
         {"loopback", TimeoutsKeys::bsTimeout.name, TimeoutsKeys::szTimeout.name, "skew", "drift", "stopped"});
     if (key == "loopback") router.loopback = line.address(key);
-    if (key == TimeoutsKeys::bsTimeout.name) router.holdTime = numberOf(line, TimeoutsKeys::bsTimeout);
-    if (key == TimeoutsKeys::szTimeout.name) router.zoneTimeout = numberOf(line, TimeoutsKeys::szTimeout);
+    if (key == TimeoutsKeys::bsTimeout.name) router.bsTimeout = numberOf(line, TimeoutsKeys::bsTimeout);
+    if (key == TimeoutsKeys::szTimeout.name) router.szTimeout = numberOf(line, TimeoutsKeys::szTimeout);
     if (key == "skew") router.skew = line.signedSeconds(key);
     if (key == "drift") router.drift = line.share(key);
     if (key == "stopped") add.stopped = true;
@@ -150,7 +150,7 @@ static Action readCandidateBsr(ScenarioLine& line) {
     if (key == BsrTermsKeys::hashMaskLen.name)
       set.candidacy.hashMaskLen = numberOf(line, BsrTermsKeys::hashMaskLen);
     if (key == BsrTermsKeys::bsPeriod.name)
-      set.candidacy.interval = static_cast<U32>(line.number(key, 10, mostSeconds));
+      set.candidacy.interval = static_cast<U32>(line.number(key, 10, maxSeconds));
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;
@@ -282,7 +282,7 @@ static Action readTimers(ScenarioLine& line) {
   do {
     std::string_view key = line.option({TimeoutsKeys::bsTimeout.name, TimeoutsKeys::szTimeout.name});
     U64 value = line.number(key, 0, 4294967295);
-    (key == TimeoutsKeys::bsTimeout.name ? set.holdTime : set.zoneTimeout) = value;
+    (key == TimeoutsKeys::bsTimeout.name ? set.bsTimeout : set.szTimeout) = value;
   } while (!line.atEnd());
   return set;
 }
@@ -290,7 +290,7 @@ static Action readTimers(ScenarioLine& line) {
 static Action readRoute(ScenarioLine& line) {
   SetRoute set{.router = line.router()};
   set.prefix = line.prefix("a prefix");
-  if (!line.take("via")) line.fail("'via ADDRESS' must stand behind the prefix");
+  if (!line.take("via")) line.fail("'via ADDRESS' must follow the prefix");
   set.via = line.address("via");
   auto const& names = line.names();
   auto leadsThere = [&](auto const& intf) { return names.links[intf.link].prefix.contains(*set.via); };
@@ -367,8 +367,8 @@ std::span<KindName const> kindNames() {
   static constexpr KindName names[] = {
       {elections, "elections", "the BSR of a zone as each router has it"},
       {rps, "rps", "RPs that come, change and go"},
-      {refusals, "refusals", "messages dropped, each kind once"},
-      {repeats, "repeats", "refusals that were told before"},
+      {drops, "drops", "messages dropped, each kind once", "refusals"},
+      {repeats, "repeats", "further drops of a kind"},
       {received, "received", "Bootstrap Messages and advertisements accepted"},
       {sent, "sent", "packets sent and passed on"},
       {neighbors, "neighbors", "neighbors, and who is the Designated Router"},
@@ -379,13 +379,20 @@ std::span<KindName const> kindNames() {
   return names;
 }
 
+static Kinds readKind(ScenarioLine& line) {
+  std::vector<std::string_view> valid = {"all"};
+  for (KindName const& kind : kindNames()) {
+    if (!kind.former.empty() && line.take(kind.former)) return kind.kind;
+    valid.push_back(kind.name);
+  }
+  U32 number = line.oneOf("kind of event", valid);
+  return number == 0 ? ~Kinds{0} : kindNames()[number - 1].kind;
+}
+
 static Action reportOf(ScenarioLine& line, bool on) {
   SetReport set{.on = on};
-  std::vector<std::string_view> valid = {"all"};
-  for (KindName const& kind : kindNames()) valid.push_back(kind.name);
   do {
-    U32 number = line.oneOf("kind of event", valid);
-    set.kinds |= number == 0 ? ~Kinds{0} : kindNames()[number - 1].kind;
+    set.kinds |= readKind(line);
   } while (!line.atEnd());
   return set;
 }
@@ -399,7 +406,7 @@ namespace {
 struct Reader {
   StatementForm form;
   Action (*read)(ScenarioLine&);  ///< null for `at`, which is read apart
-  bool canWait = true;            ///< may stand behind `at`
+  bool canWait = true;            ///< may follow `at`
 };
 
 constexpr Reader readers[] = {
@@ -493,7 +500,7 @@ std::vector<StatementForm> statementForms() {
   return forms;
 }
 
-/// What tells a reader's statement from others: its first word, and behind `no` the second.
+/// The key of a reader's statement: its first word, and after `no` the second too.
 static std::string_view keyOf(Reader const& reader) {
   std::string_view form = reader.form.form;
   std::size_t from = reader.form.word == "no" ? 3 : 0;
@@ -525,7 +532,7 @@ static Statement readStatement(ScenarioLine& line) {
     statement.text = line.rest();
     reader = &readerOf(line);
     line.formIs(reader->form.form);
-    if (!reader->canWait) line.fail(fmt::format("'{}' can't stand behind 'at'", keyOf(*reader)));
+    if (!reader->canWait) line.fail(fmt::format("'{}' can't follow 'at'", keyOf(*reader)));
   }
   statement.action = reader->read(line);
   line.end();

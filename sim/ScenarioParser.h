@@ -28,6 +28,7 @@ struct KindName {
   Kind kind;
   std::string_view name;
   std::string_view sentence;
+  std::string_view former = {};  ///< a former name, which is still read; may be empty
 };
 std::span<KindName const> kindNames();
 
@@ -41,7 +42,7 @@ class ScenarioParser {
   ScenarioParser& operator=(ScenarioParser const&) = delete;
 
   /// Reads text in which every line is empty, a comment that begins with '#', or a statement. `file` is named
-  /// in errors. Throws ScenarioError for the first fault; then nothing of the text counts.
+  /// in errors. Throws ScenarioError for the first error; then no statement of the text has an effect.
   std::vector<Statement> parse(std::string_view text, std::string const& file);
 
  private:

@@ -18,10 +18,10 @@ void Simulation::kindsIs(Kinds kinds) {
 
 // Statements ------------------------------------------------------------------------------------------
 
-/// What each statement does.
-class Simulation::Doing {
+/// Executes one statement of each kind.
+class Simulation::Executor {
  public:
-  explicit Doing(Simulation& simulation) : simulation_(simulation), network_(simulation.network_) {}
+  explicit Executor(Simulation& simulation) : simulation_(simulation), network_(simulation.network_) {}
 
   void operator()(AddLink const& add) { network_.addLink(add.options); }
   void operator()(AddRouter const& add) { network_.addNode(add.options, !add.stopped); }
@@ -61,8 +61,8 @@ class Simulation::Doing {
   }
   void operator()(SetTimers const& set) {
     change(set.router, [&](NodeConfig& config) {
-      config.holdTime = set.holdTime.value_or(config.holdTime);
-      config.zoneTimeout = set.zoneTimeout.value_or(config.zoneTimeout);
+      config.bsTimeout = set.bsTimeout.value_or(config.bsTimeout);
+      config.szTimeout = set.szTimeout.value_or(config.szTimeout);
     });
   }
   void operator()(SetRoute const& set) {
@@ -151,12 +151,12 @@ static bool isCommand(Action const& action) {
 }
 
 void Simulation::carryOut(Statement const& statement) {
-  bool told = (kinds_ & commands) != 0 && network_.now() > 0 && isCommand(statement.action);
-  if (told) report_.onCommand(network_, statement);
+  bool isReported = (kinds_ & commands) != 0 && network_.now() > 0 && isCommand(statement.action);
+  if (isReported) report_.onCommand(network_, statement);
   try {
-    std::visit(Doing(*this), statement.action);
-  } catch (ConfigRefused const& refusal) {
-    throw ScenarioError(file_ + ":" + std::to_string(statement.line) + ": " + refusal.what());
+    std::visit(Executor(*this), statement.action);
+  } catch (InvalidConfig const& invalid) {
+    throw ScenarioError(file_ + ":" + std::to_string(statement.line) + ": " + invalid.what());
   }
 }
 
@@ -185,10 +185,10 @@ void Simulation::onChanges(Node const& node, std::span<host::Change const> chang
 
 void Simulation::onReception(Node const& node, NodeInterface const& intf, Reception const& reception) {
   if (!reception.accepted()) {
-    Refused refused(node.id(), reception.reason, reception.source);
-    bool isNew = !told_.contains(refused);
-    if ((kinds_ & (isNew ? refusals : repeats)) == 0) return;
-    if (isNew) told_.insert(refused);
+    Drop drop(node.id(), reception.reason, reception.source);
+    bool isNew = !reported_.contains(drop);
+    if ((kinds_ & (isNew ? drops : repeats)) == 0) return;
+    if (isNew) reported_.insert(drop);
   }
   report_.onReception(node, intf, reception);
 }

@@ -11,8 +11,8 @@
 
 namespace pimbsr::sim {
 
-/// Hears of a simulation: of what happens, as far as the scenario lets it be reported, and of what it wants
-/// shown.
+/// Receives the events of a simulation, as far as the scenario lets them be reported, and what it is to
+/// show.
 class Report : public Listener {
  public:
   /// A statement that changes the network once it runs.
@@ -23,8 +23,8 @@ class Report : public Listener {
 };
 
 /// Plays a scenario: carries out statements one after the other, and those for a later time when the clock
-/// gets there. Such a one acts behind everything else that is due at its time, as if the scenario had run
-/// until then and stated it.
+/// gets there. Such a statement is executed after everything else that is due at its time, as if it
+/// followed a `run until` of that time.
 class Simulation final : private Listener {
  public:
   /// The report outlives the simulation. `kinds` is what is reported at first.
@@ -32,8 +32,8 @@ class Simulation final : private Listener {
   ~Simulation() override;
 
   /// Reads and carries out statements; may be called again and again. All are read before the first is
-  /// carried out. Throws ScenarioError for what can't be read, and then nothing is carried out; and for a
-  /// configuration that its router refuses, when it gets there.
+  /// carried out. Throws ScenarioError for what can't be read, and then nothing is carried out; and for an
+  /// invalid configuration, when its statement is carried out.
   void execute(std::string_view text, std::string const& file = "scenario");
   void execute(Statement const& statement);
   /// Ends the scenario; to be called once. Statements for a time that was not reached are left.
@@ -45,7 +45,7 @@ class Simulation final : private Listener {
   std::size_t pending() const { return scheduled_.size(); }
 
  private:
-  class Doing;
+  class Executor;
 
   void carryOut(Statement const& statement);
   void runTo(double time);
@@ -62,12 +62,12 @@ class Simulation final : private Listener {
   void onTrace(Node const& node, Zet::TraceLine const& line) override;
   void onLog(Node const& node, Zet::LogHandle const& handle, std::string const& text) override;
 
-  /// A refusal that was told: router, reason, source.
-  using Refused = std::tuple<U32, std::string_view, Lanet::IpGenAddr>;
+  /// A drop that was reported: router, reason, source.
+  using Drop = std::tuple<U32, std::string_view, Lanet::IpGenAddr>;
 
   Report& report_;
   Kinds kinds_;
-  std::set<Refused> told_;
+  std::set<Drop> reported_;
   ScenarioParser parser_;
   std::string file_;  ///< of the text read last
   Network network_;

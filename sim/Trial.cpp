@@ -8,12 +8,13 @@ namespace pimbsr::sim {
 
 using Lanet::IpGenPrefix;
 
-/// Seconds within which a restarted router has greeted its neighbours, and they have told it what they know.
-static constexpr U32 greeting = 12;
+/// Seconds within which a restarted router has sent its Hellos, and has got the No-Forward BSM of the DR (RFC
+/// 5059 section 3.5).
+static constexpr U32 learningTime = 12;
 
 namespace {
 
-/// Watches the borders and passes on what another wants to hear.
+/// Watches the borders and passes events on to another report, if there is one.
 class TrialReport final : public Report {
  public:
   explicit TrialReport(Report* other) : other_(other) {}
@@ -49,14 +50,14 @@ static void append(Findings& findings, Findings const& more) {
   findings.insert(findings.end(), more.begin(), more.end());
 }
 
-/// What a restarted router does not know that its neighbours do.
+/// What a restarted router does not know that its neighbors do.
 static Findings missed(Network const& network, U32 router, std::vector<IpGenPrefix> const& zones) {
   Findings findings;
   Node const& node = network.node(router);
   for (IpGenPrefix const& zone : zones) {
     if (node.router()->status()->bootstrapRouter(zone)) continue;
     findings.push_back(fmt::format("{} knows no BSR of zone {} {} s after its restart", node.name(),
-                                   std::string(zone.stringValue().view()), greeting));
+                                   std::string(zone.stringValue().view()), learningTime));
   }
   return findings;
 }
@@ -78,7 +79,7 @@ TrialResult runTrial(U64 seed, U32 routers, Report* report) {
   append(result.findings, settled.check());
 
   std::vector<IpGenPrefix> zones = zonesToLearn(settled, network, random.restarted());
-  play(fmt::format("crash r{0}\nstart r{0}\nrun {1}\n", random.restarted(), greeting));
+  play(fmt::format("crash r{0}\nstart r{0}\nrun {1}\n", random.restarted(), learningTime));
   append(result.findings, missed(network, random.restarted(), zones));
   append(result.findings, watch.findings());
   if (network.exceptions() != 0) {

@@ -6,7 +6,7 @@
 
 namespace pimbsr::sim {
 
-/// When the timers of each router are due next: one entry per router, in a heap that knows where each stands,
+/// When the timers of each router are due next: one entry per router, in a heap that knows the place of each,
 /// so that moving one costs little however many routers there are.
 class Wakeups {
  public:

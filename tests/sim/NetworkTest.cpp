@@ -15,17 +15,17 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-/// A link on which nobody speaks by himself for the first seconds, with three listeners.
+/// A link with three routers, which send nothing in the first seconds.
 constexpr char const* lan =
     "link lan prefix 192.0.2.0/24\n"
     "router r1\ninterface r1 lan 192.0.2.1\n"
     "router r2\ninterface r2 lan 192.0.2.2\n"
     "router r3\ninterface r3 lan 192.0.2.3\n";
 
-/// A message that all of them hear, and refuse: nobody knows the way to its BSR.
+/// A message that all of them receive and drop: none has a route to its BSR.
 constexpr char const* strange = "inject lan bsm from 192.0.2.9 bsr 203.0.113.1\n";
 
-Kinds const heard = refusals | repeats | received | losses;
+Kinds const heard = drops | repeats | received | losses;
 
 TEST(LinkTest, AMulticastPacketReachesAllOthersAfterTheDelay) {
   Script script(lan, 1, heard);
@@ -172,7 +172,7 @@ TEST(UnicastTest, AStaticRouteLeadsToWhoeverHasTheAddress) {
   Script script(row(3) + "route r1 203.0.113.0/24 via 10.1.0.2\nroute r2 203.0.113.0/24 via 10.2.0.99\nrun 1",
                 1, losses);
   EXPECT_THAT(script.play("inject l1 crp-adv from 10.1.0.99 to 203.0.113.1\nrun 0.5"),
-              ElementsAre("1.002 l2 loss: nobody there"));
+              ElementsAre("1.002 l2 loss: no receiver"));
   script.simulation.execute("no route r2 203.0.113.0/24");
   EXPECT_THAT(script.play("inject l1 crp-adv from 10.1.0.99 to 203.0.113.1\nrun 0.5"),
               ElementsAre("1.502 r2 loss: no route"));
@@ -191,7 +191,7 @@ std::string diamond() {
 }
 
 TEST(UnicastTest, RoutesTakeTheLowestOfEqualNeighborsAndGoRoundABrokenLink) {
-  Script script(diamond() + "run 10\n", 1, refusals | repeats);
+  Script script(diamond() + "run 10\n", 1, drops | repeats);
   auto advTravels = [&] {
     TapRecorder tap;
     script.simulation.network().tapIs(&tap);
@@ -231,7 +231,7 @@ TEST(LifeTest, AStoppedRouterSendsAGoodbyeAndACrashedOneIsMissedLater) {
 
 TEST(LifeTest, AStoppedBsrIsHeardBeforeRoutingForgetsIt) {
   Script script(row(2) + "candidate-bsr r1 global\ncandidate-bsr r2 global priority 20\nrun 20", 1, states);
-  // A candidate that hears the end of the elected one stands up at once.
+  // A candidate that receives the priority 0 of the elected BSR becomes Pending at once.
   EXPECT_THAT(script.play("stop r1\nrun 0.5"), ElementsAre("20.001 r2 state 2"));
 }
 

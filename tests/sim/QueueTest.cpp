@@ -42,10 +42,10 @@ TEST(WakeupsTest, TheFirstOfManyIsAlwaysTheFirstOfASortedSet) {
   constexpr U32 nodes = 50;
   Wakeups wakeups;
   std::vector<double> times(nodes, Kiv::never);
-  Dice dice(3);
+  Rng rng(3);
   for (int i = 0; i < 5000; ++i) {
-    U32 node = dice.below(nodes);
-    double time = dice.hits(0.2) ? Kiv::never : dice.below(20);
+    U32 node = rng.below(nodes);
+    double time = rng.hits(0.2) ? Kiv::never : rng.below(20);
     wakeups.wakeupIs(node, time);
     times[node] = time;
     auto first = std::min_element(times.begin(), times.end());
@@ -55,7 +55,7 @@ TEST(WakeupsTest, TheFirstOfManyIsAlwaysTheFirstOfASortedSet) {
   }
 }
 
-TEST(PacketPoolTest, ABufferIsUsedAgainOnceNobodyHoldsIt) {
+TEST(PacketPoolTest, ABufferIsUsedAgainOnceItIsReleased) {
   PacketPool pool;
   std::vector<U8> const one = {1, 2, 3};
   std::vector<U8> const two = {4};
@@ -71,35 +71,35 @@ TEST(PacketPoolTest, ABufferIsUsedAgainOnceNobodyHoldsIt) {
   EXPECT_TRUE(std::ranges::equal(pool.bytes(first), two));
 }
 
-TEST(DiceTest, SeedsGiveTheSameNumbersEverywhere) {
-  Dice dice(1);
+TEST(RngTest, SeedsGiveTheSameNumbersEverywhere) {
+  Rng rng(1);
   // The generator is the standard's, whose 10000th number is fixed; what is made of it is our own.
   std::mt19937_64 reference(spread(1));
   for (int i = 0; i < 100; ++i) {
-    ASSERT_EQ(dice.fraction(), static_cast<double>(reference() >> 11) / 9007199254740992.0);
+    ASSERT_EQ(rng.fraction(), static_cast<double>(reference() >> 11) / 9007199254740992.0);
   }
 }
 
-TEST(DiceTest, CertaintyDrawsNothing) {
-  Dice a(7);
-  Dice b(7);
+TEST(RngTest, CertaintyDrawsNothing) {
+  Rng a(7);
+  Rng b(7);
   EXPECT_FALSE(a.hits(0));
   EXPECT_TRUE(a.hits(1));
   EXPECT_EQ(a.fraction(), b.fraction());
 }
 
-TEST(RouterChanceTest, NumbersDependOnSeedRouterAndNetwork) {
+TEST(RouterRngTest, NumbersDependOnSeedRouterAndNetwork) {
   std::set<int> firsts;
   for (U64 network : {1, 2}) {
     for (U32 node : {0, 1}) {
       for (unsigned seed : {5, 6}) {
-        RouterChance chance(network, node);
-        chance.seed(seed);
-        int number = chance.next();
+        RouterRng rng(network, node);
+        rng.seed(seed);
+        int number = rng.next();
         EXPECT_GE(number, 0);
         firsts.insert(number);
-        chance.seed(seed);
-        EXPECT_EQ(chance.next(), number);
+        rng.seed(seed);
+        EXPECT_EQ(rng.next(), number);
       }
     }
   }

@@ -13,7 +13,7 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-/// What stands before each line of the tables below.
+/// The statements before each line of the tables below.
 constexpr char const* before =
     "link l1 prefix 10.1.0.0/24\n"
     "link l2 prefix 10.2.0.0/24 mtu 576 delay 5ms jitter 1ms loss 5% duplicate 0.01 reorder 1%\n"
@@ -24,7 +24,7 @@ constexpr char const* before =
     "interface r2 l1 10.1.0.2 name lan0 dr-priority 7\n"
     "run 100\n";
 
-std::vector<Statement> parse(std::string const& text) { return ScenarioParser().parse(text, "story"); }
+std::vector<Statement> parse(std::string const& text) { return ScenarioParser().parse(text, "file"); }
 
 Statement parseAfter(std::string const& line) { return parse(before + line).back(); }
 
@@ -105,8 +105,8 @@ TEST(ScenarioParserTest, LinksAndRoutersHaveWhatWasGiven) {
   EXPECT_EQ(link.faults, (Faults{.loss = 0.05, .duplicate = 0.01, .reorder = 0.01}));
   auto const& router = std::get<AddRouter>(all[3].action);
   EXPECT_TRUE(router.stopped);
-  EXPECT_EQ(router.options.holdTime, 60u);
-  EXPECT_EQ(router.options.zoneTimeout, 200u);
+  EXPECT_EQ(router.options.bsTimeout, 60u);
+  EXPECT_EQ(router.options.szTimeout, 200u);
   EXPECT_EQ(router.options.skew, -2);
   EXPECT_DOUBLE_EQ(router.options.drift, 0.001);
   auto const& intf = std::get<AddInterface>(all[6].action);
@@ -147,7 +147,7 @@ TEST(ScenarioParserTest, AnAccessListHoldsItsRulesInOrder) {
   EXPECT_EQ(list.at(20).filter.sourceMask, Lanet::IpAddr());
 }
 
-TEST(ScenarioParserTest, AListStandsInPlaceOfARange) {
+TEST(ScenarioParserTest, AListIsReadInPlaceOfARange) {
   auto bsr = parseAs<SetListUse>("candidate-bsr r1 list scopes priority 9");
   EXPECT_EQ(bsr.role, ListRole::bsr);
   EXPECT_EQ(bsr.list, "scopes");
@@ -218,12 +218,12 @@ TEST(ScenarioParserTest, InjectedMessagesAreWhatTheySay) {
   EXPECT_EQ(rp->rpHoldtime(), 99);
 }
 
-struct Fault {
+struct InvalidLine {
   char const* line;
   char const* text;
 };
 
-Fault const faults[] = {
+InvalidLine const invalidLines[] = {
     {"interfce r1 l1 10.1.0.3", "there is no statement 'interfce'; valid are link, router, interface,"},
     {"no heal", "there is no statement 'no heal'; valid are no candidate-bsr, no candidate-rp,"},
     {"no", "a statement is missing"},
@@ -232,7 +232,7 @@ Fault const faults[] = {
     {"down", "a link is missing; the statement is 'down LINK'"},
     {"down l1 l2", "'l2' is too much; the statement is 'down LINK'"},
     {"link l1 prefix 10.9.0.0/24", "'l1' has been made already"},
-    {"link l9", "'prefix PREFIX' must stand"},
+    {"link l9", "'prefix PREFIX' must follow"},
     {"link l9 prefix 10.9.0.0", "'10.9.0.0' is no IPv4 prefix such as 10.1.2.0/24"},
     {"link l9 prefix 10.9.0.0/24 mtu 67", "mtu: '67' is no whole number from 68 to 65535"},
     {"link l9 prefix 10.9.0.0/24 color red", "there is no option 'color'; valid are mtu, delay,"},
@@ -267,21 +267,21 @@ Fault const faults[] = {
     {"timers r1", "an option is missing"},
     {"border r1 l2 global", "there is no interface of r1 to link 'l2'; valid are l1"},
     {"border r3 l2 global", "there is no interface of r3 to link 'l2'; none has been made yet"},
-    {"route r1 0.0.0.0/0 10.1.0.2", "'via ADDRESS' must stand"},
+    {"route r1 0.0.0.0/0 10.1.0.2", "'via ADDRESS' must follow"},
     {"route r1 0.0.0.0/0 via 10.2.0.2", "10.2.0.2 is on no link of r1"},
     {"faults", "'none', 'loss', 'duplicate' or 'reorder' is missing"},
     {"faults none loss 1", "there is no option 'loss'; valid are on"},
     {"inject l1 join from 10.1.0.9", "there is no kind of message 'join'; valid are bsm, crp-adv, hello"},
-    {"inject l1 bsm", "'from ADDRESS' must stand"},
-    {"inject l1 crp-adv from 10.1.0.9", "'to ADDRESS' must stand"},
+    {"inject l1 bsm", "'from ADDRESS' must follow"},
+    {"inject l1 crp-adv from 10.1.0.9", "'to ADDRESS' must follow"},
     {"inject l1 bsm from 10.1.0.9 group global rp-count 1 rp 10.1.1.1 rp 10.1.1.2",
      "rp-count 1 is less than the 2 RPs that follow"},
     {"inject l1 bsm from 10.1.0.9 group global rp 10.1.1.1 rp 10.1.1.1", "RP 10.1.1.1 is given twice"},
     {"inject l1 bsm from 10.1.0.9 group global holdtime 3", "there is no option of a group 'holdtime'"},
     {"at 99 heal", "at: the scenario is at 100 s already"},
-    {"at 200 run 5", "'run' can't stand behind 'at'"},
-    {"at 200 at 300 heal", "'at' can't stand behind 'at'"},
-    {"at 200 router r9", "'router' can't stand behind 'at'"},
+    {"at 200 run 5", "'run' can't follow 'at'"},
+    {"at 200 at 300 heal", "'at' can't follow 'at'"},
+    {"at 200 router r9", "'router' can't follow 'at'"},
     {"run until 99", "until: the scenario is at 100 s already"},
     {"show r9", "there is no router or view 'r9'; valid are bsr, rp-set,"},
     {"show bsr r1", "'r1' is too much"},
@@ -290,14 +290,14 @@ Fault const faults[] = {
     {"report everything", "there is no kind of event 'everything'; valid are all, elections,"},
 };
 
-TEST(ScenarioParserTest, WhatCantBeFollowedIsToldWithFileLineAndWhatIsValid) {
-  for (Fault const& one : faults) {
+TEST(ScenarioParserTest, AnErrorNamesFileLineAndWhatIsValid) {
+  for (InvalidLine const& one : invalidLines) {
     try {
       parseAfter(one.line);
       ADD_FAILURE() << one.line << " was read";
-    } catch (ScenarioError const& fault) {
-      EXPECT_THAT(fault.what(), StartsWith("story:9: ")) << one.line;
-      EXPECT_THAT(fault.what(), HasSubstr(one.text)) << one.line;
+    } catch (ScenarioError const& error) {
+      EXPECT_THAT(error.what(), StartsWith("file:9: ")) << one.line;
+      EXPECT_THAT(error.what(), HasSubstr(one.text)) << one.line;
     }
   }
 }
@@ -335,10 +335,16 @@ TEST(ManualTest, StatementsAreThoseThatTheParserKnows) {
   EXPECT_EQ(rowsOf("| statement | what it does |"), expected);
 }
 
-TEST(ScenarioParserTest, NothingOfATextWithAFaultCounts) {
+TEST(ScenarioParserTest, NoStatementOfATextWithAnErrorHasAnEffect) {
   ScenarioParser parser;
-  EXPECT_THROW(parser.parse("router r1\nrun 10\nrun fast\n", "story"), ScenarioError);
-  EXPECT_EQ(parser.parse("router r1\nrun until 5\n", "story").size(), 2u);
+  EXPECT_THROW(parser.parse("router r1\nrun 10\nrun fast\n", "file"), ScenarioError);
+  EXPECT_EQ(parser.parse("router r1\nrun until 5\n", "file").size(), 2u);
+}
+
+TEST(ScenarioParserTest, AFormerNameOfAKindIsRead) {
+  auto set = parseAs<SetReport>("quiet losses refusals");
+  EXPECT_EQ(set.kinds, Kinds{losses} | drops);
+  EXPECT_FALSE(set.on);
 }
 
 TEST(ManualTest, KindsOfEventsAreThoseThatCanBeReported) {

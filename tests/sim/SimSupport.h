@@ -81,8 +81,8 @@ class Script {
 };
 
 /// Routers r1 to r`count` in a row, with loopbacks 10.0.0.1 and so on; r1 and r2 share link l1 of prefix
-/// 10.1.0.0/24 and have the addresses 10.1.0.1 and 10.1.0.2 there, and so on. `linkOptions` stands behind
-/// each link.
+/// 10.1.0.0/24 and have the addresses 10.1.0.1 and 10.1.0.2 there, and so on. `linkOptions` follows the
+/// prefix of each link.
 std::string row(int count, std::string const& linkOptions = "");
 
 }  // namespace test

@@ -53,8 +53,8 @@ TEST(SimulationTest, ListeningChangesNothing) {
   EXPECT_EQ(heard.rpSet(0), unheard.rpSet(0));
 }
 
-TEST(SimulationTest, StatementsForALaterTimeActBehindAllThatIsDueThen) {
-  Script script(row(2) + "run 20", 1, refusals | commands);
+TEST(SimulationTest, StatementsForALaterTimeFollowAllEventsOfThatTime) {
+  Script script(row(2) + "run 20", 1, drops | commands);
   EXPECT_THAT(
       script.play("at 21 down l1\n"
                   "at 20.999 inject l1 bsm from 10.1.0.9 bsr 203.0.113.1\n"
@@ -72,9 +72,9 @@ TEST(SimulationTest, WhatBuildsTheNetworkIsNoEvent) {
               ElementsAre("1.000 - candidate-bsr r2 global", "1.000 - show 0 of 0 routers"));
 }
 
-TEST(SimulationTest, ARefusalIsToldOncePerRouterReasonAndSourceUnlessRepeatsAreWanted) {
+TEST(SimulationTest, ADropIsReportedOncePerRouterReasonAndSourceUnlessRepeatsAreWanted) {
   std::string const strange = "inject l1 bsm from 10.1.0.9 bsr 203.0.113.1\nrun 0.1\n";
-  Script script(row(2), 1, refusals);
+  Script script(row(2), 1, drops);
   EXPECT_EQ(script.play(strange).size(), 2u);
   EXPECT_EQ(script.play(strange).size(), 0u);
   EXPECT_EQ(script.play("inject l1 bsm from 10.1.0.8 bsr 203.0.113.1\nrun 0.1").size(), 2u);
@@ -93,13 +93,13 @@ TEST(SimulationTest, OnlyWhatIsWantedIsReported) {
   EXPECT_THAT(lines, Not(Contains(HasSubstr("added"))));
 }
 
-TEST(SimulationTest, AFaultInAScenarioLeavesTheNetworkAsItWas) {
+TEST(SimulationTest, AnErrorInAScenarioLeavesTheNetworkAsItWas) {
   Script script(row(2));
   EXPECT_THROW(script.simulation.execute("router r3\nrouter r3\n"), ScenarioError);
   EXPECT_EQ(script.simulation.network().nodeCount(), 2u);
 }
 
-TEST(SimulationTest, ARouterAddedWhileTheNetworkRunsIsGreeted) {
+TEST(SimulationTest, ARouterAddedWhileTheNetworkRunsLearnsFromTheDr) {
   Script script(row(2) + "candidate-bsr r1 global\ncandidate-rp r1 global\nrun 100");
   script.simulation.execute("router r3\ninterface r3 l1 10.1.0.3\nrun 15");
   EXPECT_EQ(script.bsr(2), "10.0.0.1");
@@ -127,9 +127,9 @@ TEST_F(PcapWriterTest, EachLinkHasAFileOfRawIpPackets) {
   script.simulation.execute("run 10\ninject l1 hello from 10.1.0.9\nrun 1");
   writer.close();
   script.simulation.network().tapIs(nullptr);
-  char fault[PCAP_ERRBUF_SIZE];
-  pcap_t* file = pcap_open_offline((folder_ + "/links/l1.pcap").c_str(), fault);
-  ASSERT_NE(file, nullptr) << fault;
+  char error[PCAP_ERRBUF_SIZE];
+  pcap_t* file = pcap_open_offline((folder_ + "/links/l1.pcap").c_str(), error);
+  ASSERT_NE(file, nullptr) << error;
   EXPECT_EQ(pcap_datalink(file), DLT_RAW);
   pcap_pkthdr* header = nullptr;
   u_char const* bytes = nullptr;
@@ -151,8 +151,8 @@ TEST_F(PcapWriterTest, AFolderThatCantBeMadeIsNamed) {
   try {
     PcapWriter writer("/dev/null/x", script.simulation.network());
     FAIL() << "made";
-  } catch (PcapError const& fault) {
-    EXPECT_THAT(fault.what(), HasSubstr("/dev/null/x"));
+  } catch (PcapError const& error) {
+    EXPECT_THAT(error.what(), HasSubstr("/dev/null/x"));
   }
 }
 
