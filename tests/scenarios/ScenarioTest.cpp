@@ -1,4 +1,4 @@
-// Plays the stories beside this file. A story is a scenario with what must be printed:
+// Plays the scenario files beside this file. Each has statements and what they must print:
 //
 //   statements
 //   ----
@@ -8,8 +8,7 @@
 //   ----
 //   output
 //
-// With --rewrite the stories are written anew with what is printed now; read the difference before you keep
-// it.
+// With --rewrite the files are written anew with what is printed now; read the difference before you keep it.
 
 #include <gtest/gtest.h>
 
@@ -41,7 +40,7 @@ struct Block {
   int line = 0;  ///< of the first statement, from 1
 };
 
-std::vector<Block> readStory(fs::path const& path) {
+std::vector<Block> readFile(fs::path const& path) {
   std::ifstream file(path);
   std::vector<Block> blocks(1, Block{.line = 1});
   bool inOutput = false;
@@ -60,7 +59,7 @@ std::vector<Block> readStory(fs::path const& path) {
   return blocks;
 }
 
-void writeStory(fs::path const& path, std::vector<Block> const& blocks) {
+void writeFile(fs::path const& path, std::vector<Block> const& blocks) {
   std::ofstream file(path);
   for (std::size_t i = 0; i < blocks.size(); ++i) {
     file << (i == 0 ? "" : "====\n") << blocks[i].statements << "----\n" << blocks[i].output;
@@ -75,29 +74,29 @@ void play(std::vector<Block>& blocks) {
   for (Block& block : blocks) {
     out.str("");
     try {
-      simulation.execute(block.statements, "story");
-    } catch (ScenarioError const& fault) {
-      out << fault.what() << '\n';
+      simulation.execute(block.statements, "scenario");
+    } catch (ScenarioError const& error) {
+      out << error.what() << '\n';
     }
     block.output = out.str();
   }
   EXPECT_EQ(simulation.network().exceptions(), 0u);
 }
 
-class Story : public testing::TestWithParam<fs::path> {};
+class ScenarioFile : public testing::TestWithParam<fs::path> {};
 
-TEST_P(Story, PrintsWhatIsWritten) {
-  std::vector<Block> written = readStory(GetParam());
+TEST_P(ScenarioFile, PrintsTheExpectedLines) {
+  std::vector<Block> written = readFile(GetParam());
   std::vector<Block> played = written;
   play(played);
-  if (rewrite) return writeStory(GetParam(), played);
+  if (rewrite) return writeFile(GetParam(), played);
   for (std::size_t i = 0; i < written.size(); ++i) {
     SCOPED_TRACE("statements from line " + std::to_string(written[i].line));
     EXPECT_EQ(written[i].output, played[i].output);
   }
 }
 
-std::vector<fs::path> stories() {
+std::vector<fs::path> scenarioFiles() {
   std::vector<fs::path> found;
   for (auto const& entry : fs::directory_iterator(PIMBSR_SOURCE_DIR "/tests/scenarios")) {
     if (entry.path().extension() == ".txt") found.push_back(entry.path());
@@ -114,7 +113,7 @@ std::string nameOf(testing::TestParamInfo<fs::path> const& info) {
   return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Stories, Story, testing::ValuesIn(stories()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Each, ScenarioFile, testing::ValuesIn(scenarioFiles()), nameOf);
 
 }  // namespace
 }  // namespace test
