@@ -262,7 +262,7 @@ fuzz::Goal followed("a follower accepts a Bootstrap Message");
 fuzz::Goal withdrew("a follower loses RPs by a Bootstrap Message");
 fuzz::Goal led("a leader is the elected BSR of both zones");
 fuzz::Goal advertised("a leader accepts an advertisement");
-fuzz::Goal filled("a leader refuses an advertisement for a full range");
+fuzz::Goal filled("a leader drops an advertisement for a full range");
 fuzz::Goal knewNeighbor("a neighbor is known by its Hello");
 
 enum class Role { follower, leader };

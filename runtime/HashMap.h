@@ -118,22 +118,22 @@ class HashMap {
   /// The first member of the walk, or null.
   V* first() const { return size_ == 0 ? nullptr : firstFrom(0); }
 
-  /// The member behind `member` in the walk, or null. `member` may have left the map meanwhile: the walk then
-  /// goes on behind the place where it stood.
+  /// The member after `member` in the walk, or null. `member` may have left the map meanwhile: the walk then
+  /// goes on after the place that it had.
   V* after(V const* member) const {
     if (!link(member).isLinked()) return firstAbove(link(member).zetHash_, member->fwkKey());
     V* n = next(member);
     return n != nullptr ? n : firstFrom(bucketIndex(link(member).zetHash_) + 1);
   }
 
-  /// The first member at or behind the place of `key`, or null.
+  /// The first member at or after the place of `key`, or null.
   V* firstNotBefore(K const& key) const {
     V* found = find(key);
     return found != nullptr ? found : firstAbove(rhash(key), key);
   }
 
-  /// A walk that holds the member on which it stands as a bookmark: members may come and go meanwhile, the
-  /// one that it stands on included, and none is visited twice. The map itself must outlive it.
+  /// A walk that holds its current member as a bookmark: members may come and go meanwhile, the current one
+  /// included, and none is visited twice. The map itself must outlive it.
   class Iterator {
    public:
     Iterator() = default;
