@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "runtime/Meter.h"
 #include "runtime/Trace.h"
 
 namespace Routing::Pim::Bsr {
@@ -86,6 +87,7 @@ Ptr<BootstrapGroupData> Placement::addRecord(PimBsrTxFragment& fragment, U8 frag
 
 bool Placement::placeWhole() {
   for (U32 i = 0; i < fragments_.fragmentCount(); ++i) {
+    Zet::Meter::visit();
     Ptr<PimBsrTxFragment> fragment = fragments_.fragment(i);
     ZET_TRACE(trace, 8, "Length of fragment " << i << " is " << fragment->length());
     U32 needed = fragment->length() + bsmRpLength * group_.rpCount() + bsmGroupLength;

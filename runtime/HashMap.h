@@ -201,7 +201,10 @@ class HashMap {
 
   U32 buckets() const { return 1u << bits_; }
   U32 bucketIndex(U32 hash) const { return bits_ == 0 ? 0 : hash >> (32 - bits_); }
-  Slot* bucket(U32 hash) const { return bits_ == 0 ? &one_ : &many_[hash >> (32 - bits_)]; }
+  Slot* bucket(U32 hash) const {
+    Meter::visit();
+    return bits_ == 0 ? &one_ : &many_[hash >> (32 - bits_)];
+  }
 
   /// The first member from a bucket on, or null. In an ordinary table it is a few buckets away at most.
   V* firstFrom(U32 index) const {
