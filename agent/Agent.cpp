@@ -31,14 +31,14 @@ void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& t
 
 // Birth and end -----------------------------------------------------------------------------------------
 
-Agent::Agent(Clock const& clock, Machine& machine, Traffic& traffic, AgentListener& listener)
-    : clock_(clock), machine_(machine), traffic_(traffic), listener_(listener), startTime_(clock.now()) {
+Agent::Agent(Clock const& clock, Platform& platform, Traffic& traffic, AgentListener& listener)
+    : clock_(clock), platform_(platform), traffic_(traffic), listener_(listener), startTime_(clock.now()) {
   context_.nowIs(startTime_);
   host::RouterOptions options{.config = tree_.config(),
                               .clearConfig = tree_.clearConfig(),
                               .accessLists = tree_.accessLists(),
                               .ownDrops = this};
-  router_ = std::make_unique<host::Router>(context_, machine_, options);
+  router_ = std::make_unique<host::Router>(context_, platform_, options);
   observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), history_);
   neighbors_ = std::make_unique<NeighborWatch>(router_->pimStatus());
 }
@@ -59,11 +59,11 @@ void Agent::call(Cause const& cause, Act const& act) {
   followSenders();
 }
 
-/// The machine receives packets of known senders apart from those of others.
+/// The platform receives packets of known senders in queues of their own.
 void Agent::followSenders() {
   for (IntfId const& intfId : neighbors_->takeChanged())
-    machine_.neighborsChanged(std::string(intfId.stringValue().view()));
-  if (router_->takeAdvertisersChanged()) machine_.advertisersChanged();
+    platform_.neighborsChanged(std::string(intfId.stringValue().view()));
+  if (router_->takeAdvertisersChanged()) platform_.advertisersChanged();
 }
 
 std::vector<Lanet::IpAddr> Agent::neighborsOf(std::string const& intf) const {
@@ -113,7 +113,7 @@ std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
   applyTraces(wanted.traces);
   settings_ = wanted;
   for (auto const& [name, settings] : settings_.interfaces) {
-    if (!machine_.kernel().links.contains(name)) logLine(fmt::format("{}: no such interface yet", name));
+    if (!platform_.kernel().links.contains(name)) logLine(fmt::format("{}: no such interface yet", name));
   }
   call({.kind = CauseKind::configuration}, [&] {
     router_->ingressSettingsIs(settings_.ingress);
@@ -138,7 +138,7 @@ void Agent::clearCounters() {
     router_->clearCounters();
   });
   traffic_.clear();
-  machine_.clearReports();
+  platform_.clearReports();
   punctuality_.clear();
 }
 
@@ -148,9 +148,9 @@ void Agent::clearCounters() {
 void Agent::kernelChanged(std::vector<Lanet::Prefix> const& routes) {
   call({.kind = CauseKind::kernel}, [&] {
     for (auto& [name, applied] : applied_) {
-      auto link = machine_.kernel().links.find(name);
+      auto link = platform_.kernel().links.find(name);
       bool stays =
-          link != machine_.kernel().links.end() && link->second.up && link->second.index == applied.index;
+          link != platform_.kernel().links.end() && link->second.up && link->second.index == applied.index;
       if (applied.speaksPim && !stays) takeDown(name, applied, false);
     }
     followRoutes(routes);
@@ -160,8 +160,8 @@ void Agent::kernelChanged(std::vector<Lanet::Prefix> const& routes) {
 
 void Agent::followRoutes(std::vector<Lanet::Prefix> const& routes) {
   for (Lanet::Prefix const& prefix : routes) {
-    auto route = machine_.kernel().routes.find(prefix);
-    if (route == machine_.kernel().routes.end()) {
+    auto route = platform_.kernel().routes.find(prefix);
+    if (route == platform_.kernel().routes.end()) {
       router_->routeDel(prefix);
     } else {
       router_->routeIs(prefix, route->second);
@@ -173,7 +173,7 @@ bool Agent::speaksPim(std::string const& name) const { return settings_.interfac
 
 /// Addresses of links that are gone go too; then those that stay are brought up to date.
 void Agent::followLinks() {
-  auto const& links = machine_.kernel().links;
+  auto const& links = platform_.kernel().links;
   for (auto at = applied_.begin(); at != applied_.end();) {
     if (links.contains(at->first)) {
       ++at;
@@ -197,7 +197,7 @@ void Agent::followLinks() {
 
 void Agent::applyAddress(KernelLink const& link, Applied& applied) {
   IntfId intfId(link.name.c_str());
-  IpGenAddr primary = machine_.primaryAddress(intfId);
+  IpGenAddr primary = platform_.primaryAddress(intfId);
   if (primary == applied.primary) return;
   applied.primary = primary;
   router_->handleAddressChange(intfId);
@@ -226,7 +226,7 @@ void Agent::bringUp(KernelLink const& link, Applied& applied) {
 /// A reason is logged once, however often it is tried.
 bool Agent::open(KernelLink const& link, Applied& applied) {
   try {
-    machine_.open(link);
+    platform_.open(link);
     applied.problem.clear();
   } catch (std::system_error const& fault) {
     if (std::exchange(applied.problem, fault.what()) != fault.what())
@@ -244,7 +244,7 @@ void Agent::takeDown(std::string const& name, Applied& applied, bool sendsGoodby
   IntfId intfId(name.c_str());
   if (pim::HelloSm* hello = router_->hello(intfId); hello && sendsGoodbye) hello->sendGoodbye();
   router_->interfaceDel(intfId);
-  machine_.close(name);
+  platform_.close(name);
   applied.speaksPim = false;
 }
 
@@ -254,12 +254,12 @@ Observed Agent::observed() {
   context_.nowIs(clock_.now());
   return {.router = *router_,
           .settings = settings_,
-          .kernel = machine_.kernel(),
+          .kernel = platform_.kernel(),
           .traffic = traffic_,
           .drops = drops_,
           .history = history_,
           .punctuality = punctuality_,
-          .links = machine_.linkReports(),
+          .links = platform_.linkReports(),
           .startTime = startTime_};
 }
 

@@ -13,7 +13,7 @@
 #include "agent/account/Traffic.h"
 #include "agent/base/Clock.h"
 #include "agent/config/Settings.h"
-#include "agent/kernel/Machine.h"
+#include "agent/kernel/Platform.h"
 #include "agent/views/Observed.h"
 #include "host/ConfigTree.h"
 #include "host/Observer.h"
@@ -29,14 +29,14 @@ class AgentListener {
   virtual void onChanges(std::vector<HistoryEntry> const& changes) = 0;
 };
 
-/// One router on a machine: follows its settings and its kernel, takes its packets, and keeps account.
+/// One router on a platform: applies its settings, follows its kernel, receives its packets, and counts.
 ///
 /// It is made without any interface or candidacy; settings bring them. Each call sets the router's clock,
 /// does its work, and tells what changed. Whoever drives it calls advance() when nextExpiry() has come.
 class Agent : private host::OwnDropSink {
  public:
   /// All outlive the agent.
-  Agent(Clock const& clock, Machine& machine, Traffic& traffic, AgentListener& listener);
+  Agent(Clock const& clock, Platform& platform, Traffic& traffic, AgentListener& listener);
   ~Agent();
   Agent(Agent const&) = delete;
   Agent& operator=(Agent const&) = delete;
@@ -55,10 +55,10 @@ class Agent : private host::OwnDropSink {
   /// used up what it is granted.
   bool receive(std::string const& intf, std::span<U8 const> packet);
   /// The IPv4 addresses of an interface's neighbors, the most important first (NeighborWatch::addressesOf()).
-  /// This walks all of them: Machine::neighborsChanged() reports when a new walk is needed.
+  /// This walks all of them: Platform::neighborsChanged() reports when a new walk is needed.
   std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const;
   /// Up to `max` senders of accepted advertisements, the most important first (host::Router::advertisers()):
-  /// Machine::advertisersChanged() reports when they are others.
+  /// Platform::advertisersChanged() reports when they are others.
   std::vector<Lanet::IpAddr> advertisers(std::size_t max) const { return router_->advertisers(max); }
   /// Ends all candidacies and sends goodbye Hellos; the agent is done then.
   void sendGoodbyes();
@@ -114,7 +114,7 @@ class Agent : private host::OwnDropSink {
   void applyTraces(std::map<std::string, int> const& wanted);
 
   Clock const& clock_;
-  Machine& machine_;
+  Platform& platform_;
   Traffic& traffic_;
   AgentListener& listener_;
   AgentContext context_;

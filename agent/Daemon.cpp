@@ -55,8 +55,8 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
     : options_(options),
       clock_(options.clockRate),
       changeCommand_(changeCommand),
-      machine_(loop_, traffic_, *this),
-      agent_(clock_, machine_, traffic_, *this),
+      platform_(loop_, traffic_, *this),
+      agent_(clock_, platform_, traffic_, *this),
       timer_(loop_, [this] { handleTimer(); }),
       historyTimer_(loop_, [this] { saveHistory(); }),
       changeTimer_(loop_, [this] { tellChangeCommand(); }),
@@ -65,7 +65,7 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
   raiseFileLimit();
   options_.file = std::filesystem::absolute(options.file);
-  agent_.kernelChanged(machine_.takeChangedRoutes());
+  agent_.kernelChanged(platform_.takeChangedRoutes());
   follow(settings);
   if (changeCommand_ != nullptr) followChangeCommand();
   if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs

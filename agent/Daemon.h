@@ -11,7 +11,7 @@
 #include "agent/base/Clock.h"
 #include "agent/base/Loop.h"
 #include "agent/control/ControlServer.h"
-#include "agent/kernel/LinuxMachine.h"
+#include "agent/kernel/LinuxPlatform.h"
 #include "agent/process/ChangeCommand.h"
 #include "view/Answers.h"
 
@@ -22,7 +22,7 @@ namespace pimbsr::agent {
 ///
 /// It opens its sockets, gives up all privileges but that to open raw sockets, and runs until SIGTERM or
 /// SIGINT. SIGHUP has the file read again.
-class Daemon final : private MachineListener, private AgentListener, private RequestHandler {
+class Daemon final : private PlatformListener, private AgentListener, private RequestHandler {
  public:
   /// Opens what it needs and takes up the settings. The change command may be null. Throws
   /// ControlError, or std::system_error for what the system refuses.
@@ -66,7 +66,7 @@ class Daemon final : private MachineListener, private AgentListener, private Req
   ChangeCommand* changeCommand_;
   Loop loop_;
   Traffic traffic_;
-  LinuxMachine machine_;
+  LinuxPlatform platform_;
   Agent agent_;
   LoopTimer timer_;
   LoopTimer historyTimer_;

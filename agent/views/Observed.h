@@ -9,7 +9,7 @@
 #include "agent/config/Settings.h"
 #include "agent/control/ControlCounts.h"
 #include "agent/kernel/KernelView.h"
-#include "agent/kernel/Machine.h"
+#include "agent/kernel/Platform.h"
 #include "host/Router.h"
 
 namespace pimbsr::agent {

@@ -23,8 +23,8 @@ using ::Slosh::Fib::RouteType;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// A computer whose kernel says what a test wants.
-class FakeMachine final : public agent::Machine {
+/// A platform whose kernel tables a test sets.
+class FakePlatform final : public agent::Platform {
  public:
   agent::KernelView const& kernel() const override { return view; }
   void open(KernelLink const& link) override {
@@ -72,7 +72,7 @@ class FakeMachine final : public agent::Machine {
 class AgentTest : public testing::Test, public agent::AgentListener {
  protected:
   AgentTest() {
-    machine.link("eth0", "192.0.2.9");
+    platform.link("eth0", "192.0.2.9");
     settings.interfaces["eth0"] = {};
     agent.kernelChanged({});
     follow();
@@ -84,7 +84,7 @@ class AgentTest : public testing::Test, public agent::AgentListener {
   Zet::Ptr<Routing::Pim::Intf> pimIntf(std::string const& name) {
     return agent.router().pimStatus()->pimIntf(intf(name));
   }
-  bool speaksPim(std::string const& name) { return pimIntf(name) && machine.opened.contains(name); }
+  bool speaksPim(std::string const& name) { return pimIntf(name) && platform.opened.contains(name); }
   /// Addresses of this router's candidacies as BSR.
   std::vector<Lanet::IpGenAddr> candidacies() {
     std::vector<Lanet::IpGenAddr> all;
@@ -96,60 +96,60 @@ class AgentTest : public testing::Test, public agent::AgentListener {
     follow();
   }
 
-  FakeMachine machine;
+  FakePlatform platform;
   agent::Clock clock{1000};
   agent::Traffic traffic;
   agent::Settings settings;
   std::vector<HistoryKind> kinds;
-  agent::Agent agent{clock, machine, traffic, *this};
+  agent::Agent agent{clock, platform, traffic, *this};
 };
 
 TEST_F(AgentTest, InterfaceSpeaksPimWhileItIsConfiguredAndThereAndUp) {
   EXPECT_TRUE(speaksPim("eth0"));
-  machine.link("eth1", "198.51.100.9");
+  platform.link("eth1", "198.51.100.9");
   agent.kernelChanged({});
   EXPECT_FALSE(speaksPim("eth1")) << "nobody asked for it";
   settings.interfaces["eth1"] = {};
   follow();
   EXPECT_TRUE(speaksPim("eth1"));
-  machine.link("eth1").up = false;
+  platform.link("eth1").up = false;
   agent.kernelChanged({});
   EXPECT_FALSE(speaksPim("eth1"));
-  machine.link("eth1").up = true;
+  platform.link("eth1").up = true;
   agent.kernelChanged({});
   EXPECT_TRUE(speaksPim("eth1"));
-  machine.view.links.erase("eth1");
+  platform.view.links.erase("eth1");
   agent.kernelChanged({});
   EXPECT_FALSE(speaksPim("eth1"));
   EXPECT_TRUE(speaksPim("eth0"));
-  EXPECT_THAT(machine.goodbyes, IsEmpty()) << "a link that is down carries none";
+  EXPECT_THAT(platform.goodbyes, IsEmpty()) << "a link that is down carries none";
 }
 
 TEST_F(AgentTest, InterfaceThatIsConfiguredNoMoreSendsAGoodbye) {
   settings.interfaces.clear();
   follow();
   EXPECT_FALSE(speaksPim("eth0"));
-  EXPECT_THAT(machine.goodbyes, ElementsAre("eth0"));
+  EXPECT_THAT(platform.goodbyes, ElementsAre("eth0"));
 }
 
 TEST_F(AgentTest, LinkThatWasMadeAnewUnderItsNameIsOpenedAnew) {
-  EXPECT_EQ(machine.openings, 1);
+  EXPECT_EQ(platform.openings, 1);
   agent.kernelChanged({});
-  EXPECT_EQ(machine.openings, 1);
-  machine.link("eth0").index = 99;
+  EXPECT_EQ(platform.openings, 1);
+  platform.link("eth0").index = 99;
   agent.kernelChanged({});
-  EXPECT_EQ(machine.openings, 2);
+  EXPECT_EQ(platform.openings, 2);
   EXPECT_TRUE(speaksPim("eth0"));
 }
 
 TEST_F(AgentTest, LinkThatCannotBeOpenedIsTriedAgainWhenTheKernelTellsOfAChange) {
-  machine.refuses = true;
-  machine.link("eth1", "198.51.100.9");
+  platform.refuses = true;
+  platform.link("eth1", "198.51.100.9");
   settings.interfaces["eth1"] = {};
   follow();
   EXPECT_FALSE(pimIntf("eth1"));
   EXPECT_TRUE(speaksPim("eth0"));
-  machine.refuses = false;
+  platform.refuses = false;
   agent.kernelChanged({});
   EXPECT_TRUE(speaksPim("eth1"));
 }
@@ -166,17 +166,17 @@ TEST_F(AgentTest, SettingsOfAnInterfaceAreFollowedWithoutLosingItsNeighbors) {
 }
 
 TEST_F(AgentTest, CandidateFollowsTheAddressOfItsInterfaceAlsoOfOneWithoutPim) {
-  machine.link("lo", "10.255.0.1");
+  platform.link("lo", "10.255.0.1");
   agent.kernelChanged({});
   beCandidate("lo");
   EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.1")));
-  machine.link("lo", "10.255.0.2");
+  platform.link("lo", "10.255.0.2");
   agent.kernelChanged({});
   EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.2")));
-  machine.view.links.erase("lo");
+  platform.view.links.erase("lo");
   agent.kernelChanged({});
   EXPECT_THAT(candidacies(), IsEmpty());
-  machine.link("lo", "10.255.0.3");
+  platform.link("lo", "10.255.0.3");
   agent.kernelChanged({});
   EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.3")));
 }
@@ -185,7 +185,7 @@ TEST_F(AgentTest, RoutesAreReadWhereTheyChanged) {
   Lanet::Prefix changed = Lanet::Prefix::parse("10.1.0.0/16");
   Lanet::Prefix other = Lanet::Prefix::parse("10.2.0.0/16");
   ::Slosh::Fib::Route route{.type = RouteType::remote, .intfId = intf("eth0"), .nextHop = addr("192.0.2.1")};
-  machine.view.routes = {{changed, route}, {other, route}};
+  platform.view.routes = {{changed, route}, {other, route}};
   agent.kernelChanged({changed});
   pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
   auto rpf = [&](char const* address) {
@@ -193,7 +193,7 @@ TEST_F(AgentTest, RoutesAreReadWhereTheyChanged) {
   };
   EXPECT_EQ(rpf("10.1.0.1"), addr("192.0.2.1"));
   EXPECT_TRUE(rpf("10.2.0.1").isEmpty());
-  machine.view.routes.erase(changed);
+  platform.view.routes.erase(changed);
   agent.kernelChanged({changed, other});
   EXPECT_TRUE(rpf("10.1.0.1").isEmpty());
   EXPECT_EQ(rpf("10.2.0.1"), addr("192.0.2.1"));
@@ -251,23 +251,23 @@ TEST_F(AgentTest, AddressesOfNeighborsReachTheSystemOnceTheyChange) {
   hear("192.0.2.7", 105, {addr("192.0.2.1")});
   hear("192.0.2.5", 105, {});
   EXPECT_THAT(neighborsOf("eth0"), ElementsAre("192.0.2.5", "192.0.2.7", "192.0.2.1"));
-  int changes = machine.neighborChanges["eth0"];
+  int changes = platform.neighborChanges["eth0"];
   EXPECT_GT(changes, 0);
   hear("192.0.2.7", 105, {addr("192.0.2.1")});
   hear("192.0.2.5", 50, {});
-  EXPECT_EQ(machine.neighborChanges["eth0"], changes) << "a Hello that changes no address costs nothing";
+  EXPECT_EQ(platform.neighborChanges["eth0"], changes) << "a Hello that changes no address costs nothing";
   hear("192.0.2.7", 105, {addr("192.0.2.2")});
-  EXPECT_EQ(machine.neighborChanges["eth0"], changes + 1);
+  EXPECT_EQ(platform.neighborChanges["eth0"], changes + 1);
   EXPECT_THAT(neighborsOf("eth0"), ElementsAre("192.0.2.5", "192.0.2.7", "192.0.2.2"));
   hear("192.0.2.7", 0, {});
   EXPECT_THAT(neighborsOf("eth0"), ElementsAre("192.0.2.5"));
-  machine.link("eth0").index = 99;
+  platform.link("eth0").index = 99;
   agent.kernelChanged({});
   EXPECT_THAT(neighborsOf("eth0"), IsEmpty()) << "an interface that is opened anew has no neighbors yet";
 }
 
 TEST_F(AgentTest, SendersOfAcceptedAdvertisementsReachTheSystemOnceTheyChange) {
-  machine.own = {addr("192.0.2.9")};
+  platform.own = {addr("192.0.2.9")};
   beCandidate("eth0");
   auto isElected = [&] { return agent.router().status()->cbsr(prefix("224.0.0.0/4"))->elected(); };
   while (!isElected()) {
@@ -286,9 +286,9 @@ TEST_F(AgentTest, SendersOfAcceptedAdvertisementsReachTheSystemOnceTheyChange) {
   }
   agent.receive("eth0", packet);
   EXPECT_THAT(agent.advertisers(256), ElementsAre(addr("203.0.113.1").v4Addr()));
-  EXPECT_EQ(machine.advertiserChanges, 1);
+  EXPECT_EQ(platform.advertiserChanges, 1);
   agent.receive("eth0", packet);
-  EXPECT_EQ(machine.advertiserChanges, 1) << "a renewal changes nothing";
+  EXPECT_EQ(platform.advertiserChanges, 1) << "a renewal changes nothing";
 }
 
 TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {
@@ -303,7 +303,7 @@ TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {
 TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnChance) {
   std::set<Zet::U32> generations;
   for (int i = 0; i < 3; ++i) {
-    agent::Agent other(clock, machine, traffic, *this);
+    agent::Agent other(clock, platform, traffic, *this);
     other.kernelChanged({});
     EXPECT_THAT(other.settingsIs(settings), IsEmpty());
     generations.insert(other.router().hello(intf("eth0"))->generationId());
@@ -318,7 +318,7 @@ TEST_F(AgentTest, GoodbyeEndsCandidaciesAndIsSentOnEveryInterface) {
   }
   agent.sendGoodbyes();
   EXPECT_THAT(candidacies(), IsEmpty());
-  EXPECT_THAT(machine.goodbyes, ElementsAre("eth0"));
+  EXPECT_THAT(platform.goodbyes, ElementsAre("eth0"));
 }
 
 }  // namespace

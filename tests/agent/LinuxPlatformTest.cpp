@@ -1,4 +1,4 @@
-#include "agent/kernel/LinuxMachine.h"
+#include "agent/kernel/LinuxPlatform.h"
 
 #include <gmock/gmock.h>
 
@@ -13,14 +13,14 @@ namespace test {
 namespace {
 
 namespace agent = pimbsr::agent;
-using agent::LinuxMachine;
+using agent::LinuxPlatform;
 using agent::LoopTimer;
 using agent::QueueKind;
 using Lanet::IntfId;
 using Lanet::IpAddr;
 using Zet::U8;
 
-class FakeListener final : public agent::MachineListener {
+class FakeListener final : public agent::PlatformListener {
  public:
   bool onPacket(std::string const&, std::span<U8 const>) override { return true; }
   void onKernelChange(std::vector<Lanet::Prefix> const&) override {}
@@ -48,7 +48,7 @@ std::vector<U8> packetTo(char const* destination) {
 }
 
 /// A system with the interface "near", 10.0.1.1/24.
-class LinuxMachineTest : public NetworkTest {
+class LinuxPlatformTest : public NetworkTest {
  protected:
   void SetUp() override {
     NetworkTest::SetUp();
@@ -58,8 +58,8 @@ class LinuxMachineTest : public NetworkTest {
     ipAll({"link add name near type veth peer name far", "address add 10.0.1.1/24 dev near",
            "link set near up", "link set far up"});
     awaitRunning("near");
-    machine = std::make_unique<LinuxMachine>(loop, traffic, listener);
-    machine->open(machine->kernel().links.at("near"));
+    platform = std::make_unique<LinuxPlatform>(loop, traffic, listener);
+    platform->open(platform->kernel().links.at("near"));
   }
 
   void run(double seconds) {
@@ -73,38 +73,38 @@ class LinuxMachineTest : public NetworkTest {
   agent::Loop loop;
   agent::Traffic traffic;
   FakeListener listener;
-  std::unique_ptr<LinuxMachine> machine;
+  std::unique_ptr<LinuxPlatform> platform;
 };
 
-TEST_F(LinuxMachineTest, ManyChangesOfNeighborsWithinOneStepAskForTheirAddressesOnce) {
+TEST_F(LinuxPlatformTest, ManyChangesOfNeighborsWithinOneStepAskForTheirAddressesOnce) {
   listener.neighbors = {IpAddr::parse("10.0.1.2"), IpAddr::parse("10.0.1.3")};
-  for (int i = 0; i < 1000; ++i) machine->neighborsChanged("near");
-  machine->neighborsChanged("unknown");
+  for (int i = 0; i < 1000; ++i) platform->neighborsChanged("near");
+  platform->neighborsChanged("unknown");
   EXPECT_THAT(listener.asked, testing::IsEmpty());
   run(0.5);
   EXPECT_THAT(listener.asked, testing::ElementsAre("near"));
-  EXPECT_EQ(machine->linkReports()["near"].queues[QueueKind::neighbor].queues, 2u);
+  EXPECT_EQ(platform->linkReports()["near"].queues[QueueKind::neighbor].queues, 2u);
 }
 
-TEST_F(LinuxMachineTest, ManyChangesOfAdvertisersWithinOneStepAskForThemOnce) {
+TEST_F(LinuxPlatformTest, ManyChangesOfAdvertisersWithinOneStepAskForThemOnce) {
   listener.senders = {IpAddr::parse("10.9.0.1"), IpAddr::parse("10.9.0.2")};
-  for (int i = 0; i < 1000; ++i) machine->advertisersChanged();
+  for (int i = 0; i < 1000; ++i) platform->advertisersChanged();
   EXPECT_EQ(listener.askedForAdvertisers, 0);
   run(0.5);
   EXPECT_EQ(listener.askedForAdvertisers, 1);
-  EXPECT_EQ(machine->linkReports()[""].queues[QueueKind::advertiser].queues, 1u);
-  EXPECT_EQ(machine->linkReports()[""].queues[QueueKind::unicast].queues, 1u);
+  EXPECT_EQ(platform->linkReports()[""].queues[QueueKind::advertiser].queues, 1u);
+  EXPECT_EQ(platform->linkReports()[""].queues[QueueKind::unicast].queues, 1u);
 }
 
-TEST_F(LinuxMachineTest, ClearedReportsHoldNoSendError) {
+TEST_F(LinuxPlatformTest, ClearedReportsHoldNoSendError) {
   ip("link set near down");
-  EXPECT_FALSE(machine->send(IntfId("near"), packetTo("224.0.0.13")));
-  EXPECT_FALSE(machine->send(IntfId(), packetTo("192.0.2.1")));
-  EXPECT_EQ(machine->linkReports()["near"].sendError, "Network is unreachable");
-  EXPECT_EQ(machine->linkReports()[""].sendError, "Network is unreachable");
-  machine->clearReports();
-  EXPECT_EQ(machine->linkReports()["near"].sendError, "");
-  EXPECT_EQ(machine->linkReports()[""].sendError, "");
+  EXPECT_FALSE(platform->send(IntfId("near"), packetTo("224.0.0.13")));
+  EXPECT_FALSE(platform->send(IntfId(), packetTo("192.0.2.1")));
+  EXPECT_EQ(platform->linkReports()["near"].sendError, "Network is unreachable");
+  EXPECT_EQ(platform->linkReports()[""].sendError, "Network is unreachable");
+  platform->clearReports();
+  EXPECT_EQ(platform->linkReports()["near"].sendError, "");
+  EXPECT_EQ(platform->linkReports()[""].sendError, "");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "agent/kernel/LinuxMachine.h"
+#include "agent/kernel/LinuxPlatform.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,10 +8,10 @@ namespace pimbsr::agent {
 using Lanet::IntfId;
 using Lanet::IpGenAddr;
 
-/// Seconds after which a kernel that didn't answer is asked again.
+/// Seconds until the next request after a kernel didn't answer completely.
 static constexpr double retryDelay = 1;
 
-LinuxMachine::LinuxMachine(Loop& loop, Traffic& traffic, MachineListener& listener)
+LinuxPlatform::LinuxPlatform(Loop& loop, Traffic& traffic, PlatformListener& listener)
     : loop_(loop),
       traffic_(traffic),
       listener_(listener),
@@ -24,7 +24,7 @@ LinuxMachine::LinuxMachine(Loop& loop, Traffic& traffic, MachineListener& listen
   if (netlink_.isStale()) retry_.startIn(retryDelay);
 }
 
-void LinuxMachine::readKernel() {
+void LinuxPlatform::readKernel() {
   bool isChanged = netlink_.read();
   if (netlink_.isStale()) retry_.startIn(retryDelay);
   if (!isChanged) return;
@@ -33,7 +33,7 @@ void LinuxMachine::readKernel() {
   listener_.onKernelChange(netlink_.takeChangedRoutes());
 }
 
-void LinuxMachine::indexKernel() {
+void LinuxPlatform::indexKernel() {
   names_.clear();
   ownAddresses_.clear();
   for (auto const& [name, link] : kernel().links) {
@@ -44,8 +44,8 @@ void LinuxMachine::indexKernel() {
 
 // Packets -----------------------------------------------------------------------------------------------
 
-/// What packets of other senders must be from to be a new neighbor's. Of a point-to-point link the subnet is
-/// that of the far end.
+/// The subnet of an address, of which Hellos of new neighbors are received. For a point-to-point link it is
+/// the subnet of the far end.
 static Lanet::Prefix subnetOf(KernelAddress const& one) {
   Lanet::IpAddr end = one.peer == Lanet::IpAddr() ? one.address : one.peer;
   return {end, one.prefixLength};
@@ -59,7 +59,7 @@ static std::vector<Lanet::Prefix> subnetsOf(KernelLink const& link) {
   return subnets;
 }
 
-void LinuxMachine::open(KernelLink const& link) {
+void LinuxPlatform::open(KernelLink const& link) {
   close(link.name);
   auto deliver = [this, name = link.name](std::span<U8 const> packet) {
     return listener_.onPacket(name, packet);
@@ -79,11 +79,11 @@ static void add(LinkReport& sum, LinkReport const& more) {
   if (!more.sendError.empty()) sum.sendError = more.sendError;
 }
 
-LinkReport LinuxMachine::reportOf(ReceiveQueues& queues) {
+LinkReport LinuxPlatform::reportOf(ReceiveQueues& queues) {
   return {.queues = queues.counts(), .sendError = queues.sender().lastError()};
 }
 
-void LinuxMachine::close(std::string const& name) {
+void LinuxPlatform::close(std::string const& name) {
   auto at = opened_.find(name);
   if (at == opened_.end()) return;
   LinkReport& closed = closed_[name];
@@ -92,13 +92,13 @@ void LinuxMachine::close(std::string const& name) {
   opened_.erase(at);
 }
 
-/// What a packet does can't end its queue: settings and the kernel alone do, from handlers of their own, and
-/// the steps of the queues.
-void LinuxMachine::neighborsChanged(std::string const& name) {
+/// Handling a packet never closes its queue: changes of settings and of the kernel's tables do, and the steps
+/// of the queues, each in a handler of its own.
+void LinuxPlatform::neighborsChanged(std::string const& name) {
   if (auto at = opened_.find(name); at != opened_.end()) at->second->neighborsChanged();
 }
 
-void LinuxMachine::followSubnets() {
+void LinuxPlatform::followSubnets() {
   for (auto& [name, queues] : opened_) {
     auto link = kernel().links.find(name);
     if (link != kernel().links.end()) queues->subnetsAre(subnetsOf(link->second));
@@ -106,20 +106,20 @@ void LinuxMachine::followSubnets() {
   std::erase_if(closed_, [this](auto const& entry) { return !kernel().links.contains(entry.first); });
 }
 
-/// A packet of an interface that is not known yet, or no more, has no receiver.
-void LinuxMachine::takeUnicast(Received const& received) {
+/// A packet of an interface that is unknown yet, or was deleted, is discarded.
+void LinuxPlatform::takeUnicast(Received const& received) {
   auto name = names_.find(received.interfaceIndex);
   if (name != names_.end()) listener_.onPacket(name->second, received.packet);
 }
 
-LinkReports LinuxMachine::linkReports() {
+LinkReports LinuxPlatform::linkReports() {
   LinkReports reports = closed_;
   for (auto& [name, queues] : opened_) add(reports[name], reportOf(*queues));
   add(reports[""], {.queues = unicast_.counts(), .sendError = unicast_.sender().lastError()});
   return reports;
 }
 
-void LinuxMachine::clearReports() {
+void LinuxPlatform::clearReports() {
   closed_.clear();
   for (auto& [name, queues] : opened_) {
     queues->clearCounts();
@@ -129,7 +129,7 @@ void LinuxMachine::clearReports() {
   unicast_.sender().clearLastError();
 }
 
-bool LinuxMachine::send(IntfId const& intfId, std::span<U8 const> packet) {
+bool LinuxPlatform::send(IntfId const& intfId, std::span<U8 const> packet) {
   std::string name(intfId.stringValue().view());
   bool sent = false;
   if (auto at = opened_.find(name); at != opened_.end()) {
@@ -143,22 +143,22 @@ bool LinuxMachine::send(IntfId const& intfId, std::span<U8 const> packet) {
 
 // Addresses ---------------------------------------------------------------------------------------------
 
-KernelLink const* LinuxMachine::link(IntfId const& intfId) const {
+KernelLink const* LinuxPlatform::link(IntfId const& intfId) const {
   auto at = kernel().links.find(std::string(intfId.stringValue().view()));
   return at == kernel().links.end() ? nullptr : &at->second;
 }
 
-/// Whether others could send to it: the addresses that every computer has on its loopback are its own affair.
+/// Whether other systems could send to it: 127.0.0.0/8 is reachable on the system itself alone.
 static bool isUsable(KernelAddress const& address) { return address.address.hostWord() >> 24 != 127; }
 
-IpGenAddr LinuxMachine::primaryAddress(IntfId const& intfId) const {
+IpGenAddr LinuxPlatform::primaryAddress(IntfId const& intfId) const {
   KernelLink const* found = link(intfId);
   if (found == nullptr || !found->up) return {};
   auto at = std::find_if(found->addresses.begin(), found->addresses.end(), isUsable);
   return at == found->addresses.end() ? IpGenAddr() : IpGenAddr(at->address);
 }
 
-std::vector<IpGenAddr> LinuxMachine::secondaryAddresses(IntfId const& intfId) const {
+std::vector<IpGenAddr> LinuxPlatform::secondaryAddresses(IntfId const& intfId) const {
   std::vector<IpGenAddr> others;
   KernelLink const* found = link(intfId);
   IpGenAddr primary = primaryAddress(intfId);
@@ -169,9 +169,9 @@ std::vector<IpGenAddr> LinuxMachine::secondaryAddresses(IntfId const& intfId) co
   return others;
 }
 
-bool LinuxMachine::isOwnAddress(IpGenAddr const& address) const { return ownAddresses_.contains(address); }
+bool LinuxPlatform::isOwnAddress(IpGenAddr const& address) const { return ownAddresses_.contains(address); }
 
-bool LinuxMachine::isOnSubnet(IntfId const& intfId, IpGenAddr const& address) const {
+bool LinuxPlatform::isOnSubnet(IntfId const& intfId, IpGenAddr const& address) const {
   KernelLink const* found = link(intfId);
   if (found == nullptr) return false;
   return std::any_of(found->addresses.begin(), found->addresses.end(), [&](KernelAddress const& one) {

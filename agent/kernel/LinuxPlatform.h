@@ -7,8 +7,8 @@
 
 #include "agent/account/Traffic.h"
 #include "agent/base/Loop.h"
-#include "agent/kernel/Machine.h"
 #include "agent/kernel/Netlink.h"
+#include "agent/kernel/Platform.h"
 #include "agent/queues/PimSocket.h"
 #include "agent/queues/QueueSet.h"
 #include "agent/queues/ReceiveQueues.h"
@@ -16,36 +16,35 @@
 
 namespace pimbsr::agent {
 
-/// Hears of packets and of the kernel's changes, from the event loop.
-class MachineListener {
+/// Receives packets and changes of the kernel's tables, from the event loop.
+class PlatformListener {
  public:
-  virtual ~MachineListener() = default;
-  /// A packet from its IP header on, and the interface that it came in by. Returns whether more of its sender
-  /// may follow at once: with false, packets from there wait a moment, and the kernel drops the excess.
+  virtual ~PlatformListener() = default;
+  /// A packet from its IP header on, and its incoming interface. Returns whether more of its sender may
+  /// follow at once: with false, its queue rests for a moment, and the kernel drops the excess.
   virtual bool onPacket(std::string const& intf, std::span<U8 const> packet) = 0;
   /// Interfaces, addresses or the best routes of these prefixes have changed.
   virtual void onKernelChange(std::vector<Lanet::Prefix> const& routes) = 0;
-  /// The addresses of an interface's neighbors, the most important first; asked for a moment after
-  /// Machine::neighborsChanged(), once for all changes until then.
+  /// The addresses of an interface's neighbors, the most important first; called a moment after
+  /// Platform::neighborsChanged(), once for all changes until then.
   virtual std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const = 0;
-  /// The senders of accepted advertisements, the most important first, at most maxFilterAddresses; asked for
-  /// a moment after Machine::advertisersChanged(), once for all changes until then.
+  /// The senders of accepted advertisements, the most important first, at most maxFilterAddresses; called
+  /// a moment after Platform::advertisersChanged(), once for all changes until then.
   virtual std::vector<Lanet::IpAddr> advertisers() const = 0;
 };
 
-/// This computer: raw sockets on its links, and netlink for what stands there.
+/// This system: raw sockets on its links, and netlink for its interfaces and routes.
 ///
-/// Packets to a group are taken from the receive queues of their link, those to a single address from queues
-/// for all links.
-/// A down link lends no address: nobody could reach a candidate there.
-class LinuxMachine final : public Machine {
+/// Multicast packets are received by the queues of their link, unicast packets by queues for all links. A
+/// link that is down has no primary address: a candidate with it would be unreachable.
+class LinuxPlatform final : public Platform {
  public:
-  /// Opens the kernel's tables and the socket for all links; throws std::system_error if that can't be. The
-  /// listener hears nothing before the loop runs. All outlive the machine.
-  LinuxMachine(Loop& loop, Traffic& traffic, MachineListener& listener);
+  /// Opens netlink and the socket for all links. Throws std::system_error. The listener isn't called before
+  /// the loop runs. All outlive the platform.
+  LinuxPlatform(Loop& loop, Traffic& traffic, PlatformListener& listener);
 
   KernelView const& kernel() const override { return netlink_.view(); }
-  /// Prefixes of all routes that stood when it was made.
+  /// Prefixes whose best route has changed since the last call; at first, those of all routes.
   std::vector<Lanet::Prefix> takeChangedRoutes() { return netlink_.takeChangedRoutes(); }
   void open(KernelLink const& link) override;
   void close(std::string const& name) override;
@@ -70,7 +69,7 @@ class LinuxMachine final : public Machine {
 
   Loop& loop_;
   Traffic& traffic_;
-  MachineListener& listener_;
+  PlatformListener& listener_;
   Netlink netlink_;
   LoopReader netlinkReader_;
   UnicastQueues unicast_;
