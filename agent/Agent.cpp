@@ -96,7 +96,7 @@ void Agent::onOwnDrop(Reception const& reception) { drops_.note("", reception, c
 
 void Agent::advance() {
   double late = clock_.now() - router_->nextExpiry();
-  punctuality_.note(clock_.realSpan(late));
+  timerLatency_.note(clock_.realSpan(late));
   call({.kind = CauseKind::timer}, [&] { router_->advance(); });
 }
 
@@ -139,7 +139,7 @@ void Agent::clearCounters() {
   });
   traffic_.clear();
   platform_.clearReports();
-  punctuality_.clear();
+  timerLatency_.clear();
 }
 
 // The kernel --------------------------------------------------------------------------------------------
@@ -258,7 +258,7 @@ Observed Agent::observed() {
           .traffic = traffic_,
           .drops = drops_,
           .history = history_,
-          .punctuality = punctuality_,
+          .timerLatency = timerLatency_,
           .links = platform_.linkReports(),
           .startTime = startTime_};
 }

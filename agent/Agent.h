@@ -122,7 +122,7 @@ class Agent : private host::OwnDropSink {
   double startTime_;
   Drops drops_;
   History history_;
-  Punctuality punctuality_;
+  TimerLatency timerLatency_;
   host::ConfigTree tree_;
   std::unique_ptr<host::Router> router_;
   std::unique_ptr<host::Observer> observer_;

@@ -68,12 +68,13 @@ static std::vector<view::InterfaceTraffic> viewOf(Traffic const& traffic) {
 }
 
 static view::Timers timersOf(Observed const& observed) {
-  Punctuality const& punctuality = observed.punctuality;
-  double mean = punctuality.count() == 0 ? 0 : punctuality.sum() / static_cast<double>(punctuality.count());
+  TimerLatency const& timerLatency = observed.timerLatency;
+  double mean =
+      timerLatency.count() == 0 ? 0 : timerLatency.sum() / static_cast<double>(timerLatency.count());
   return {.armed = observed.router.timerWheel()->armed(),
-          .served = punctuality.count(),
+          .served = timerLatency.count(),
           .meanLateness = mean,
-          .worstLateness = punctuality.worst()};
+          .worstLateness = timerLatency.worst()};
 }
 
 view::Counters showCounters(Observed const& observed) {

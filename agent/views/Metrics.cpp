@@ -189,24 +189,24 @@ void addControls(Families& families, Observed const& observed) {
 
 // Timers and the process --------------------------------------------------------------------------------
 
-void addLateness(Families& families, Punctuality const& punctuality) {
+void addLateness(Families& families, TimerLatency const& timerLatency) {
   families.push_back({"pimbsr_timer_lateness_seconds",
                       "How late due timers were served, in real time.",
                       MetricType::Histogram,
                       {}});
   auto& histogram = families.back().metric.emplace_back().histogram;
-  histogram.sample_count = punctuality.count();
-  histogram.sample_sum = punctuality.sum();
-  for (std::size_t i = 0; i < Punctuality::bounds.size(); ++i) {
-    histogram.bucket.push_back({punctuality.atMost(i), Punctuality::bounds[i]});
+  histogram.sample_count = timerLatency.count();
+  histogram.sample_sum = timerLatency.sum();
+  for (std::size_t i = 0; i < TimerLatency::bounds.size(); ++i) {
+    histogram.bucket.push_back({timerLatency.atMost(i), TimerLatency::bounds[i]});
   }
-  histogram.bucket.push_back({punctuality.count(), std::numeric_limits<double>::infinity()});
+  histogram.bucket.push_back({timerLatency.count(), std::numeric_limits<double>::infinity()});
 }
 
 void addProcess(Families& families, Observed const& observed) {
   Family(families, MetricType::Gauge, "timers_armed", "Timers that are running.")
       .add(static_cast<double>(observed.router.timerWheel()->armed()));
-  addLateness(families, observed.punctuality);
+  addLateness(families, observed.timerLatency);
   Family(families, MetricType::Counter, "notification_exceptions_total",
          "Exceptions caught inside the engine; each is a fault of this program.")
       .add(observed.router.context().notificationExceptions());

@@ -4,7 +4,7 @@
 
 #include "agent/account/Drops.h"
 #include "agent/account/History.h"
-#include "agent/account/Punctuality.h"
+#include "agent/account/TimerLatency.h"
 #include "agent/account/Traffic.h"
 #include "agent/config/Settings.h"
 #include "agent/control/ControlCounts.h"
@@ -22,7 +22,7 @@ struct Observed {
   Traffic const& traffic;
   Drops const& drops;
   History const& history;
-  Punctuality const& punctuality;
+  TimerLatency const& timerLatency;
   LinkReports links;
   double startTime = 0;  ///< when the agent started, on its clock
 

@@ -216,7 +216,7 @@ TEST_F(AgentTest, ChangesAreToldAtTheEndOfTheirEvent) {
     if (agent.nextExpiry() <= clock.now()) agent.advance();
   }
   EXPECT_EQ(agent.observed().history.entries().back().cause.kind, agent::CauseKind::timer);
-  EXPECT_GT(agent.observed().punctuality.count(), 0u);
+  EXPECT_GT(agent.observed().timerLatency.count(), 0u);
 }
 
 TEST_F(AgentTest, PacketIsCountedAndARefusedOneNoted) {
@@ -229,7 +229,7 @@ TEST_F(AgentTest, PacketIsCountedAndARefusedOneNoted) {
   EXPECT_EQ(observed.drops.rows().size(), 1u);
   agent.clearCounters();
   EXPECT_TRUE(observed.traffic.byInterface().empty());
-  EXPECT_EQ(observed.punctuality.count(), 0u);
+  EXPECT_EQ(observed.timerLatency.count(), 0u);
   agent.clearDrops();
   EXPECT_TRUE(observed.drops.rows().empty());
 }

@@ -133,8 +133,8 @@ TEST_F(MetricsTest, ZonesWithoutARowOfTheirOwnAreOther) {
 TEST_F(MetricsTest, TimersAndTheProcessAreTold) {
   greet();
   run(12);
-  punctuality.note(0.002);
-  punctuality.note(20);
+  timerLatency.note(0.002);
+  timerLatency.note(20);
   EXPECT_EQ(sample("pimbsr_timers_armed"), std::to_string(router->timerWheel()->armed()));
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="0.001"})"), "0");
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="0.01"})"), "1");

@@ -77,7 +77,7 @@ void ObservedRouter::lead(std::string const& zone) {
 void ObservedRouter::greet() { EXPECT_TRUE(receive(helloFrom("192.0.2.1", 7)).accepted()); }
 
 pimbsr::agent::Observed ObservedRouter::observed() {
-  return {*router, settings, kernel, traffic, drops, history, punctuality, links, startTime};
+  return {*router, settings, kernel, traffic, drops, history, timerLatency, links, startTime};
 }
 
 // Packets ---------------------------------------------------------------------------------------------

@@ -41,7 +41,7 @@ class ObservedRouter : public testing::Test {
   pimbsr::agent::Traffic traffic;
   pimbsr::agent::Drops drops;
   pimbsr::agent::History history;
-  pimbsr::agent::Punctuality punctuality;
+  pimbsr::agent::TimerLatency timerLatency;
   pimbsr::agent::LinkReports links;
   pimbsr::host::ConfigTree tree;
   std::unique_ptr<pimbsr::host::Router> router;

@@ -347,8 +347,8 @@ TEST_F(ViewsTest, CountersTellOfMessagesPacketsAndTimers) {
   learn();
   run(10);
   traffic.noteSent("", packetOf(Adv{}), true);
-  punctuality.note(0.25);
-  punctuality.note(0.75);
+  timerLatency.note(0.25);
+  timerLatency.note(0.75);
   Json shown = view("counters");
   EXPECT_EQ(shown["uptime"], 10.0);
   EXPECT_EQ(shown["counters"][0],

@@ -7,13 +7,13 @@
 
 namespace pimbsr::agent {
 
-/// How late timers were served. Lateness is in real seconds, whatever the rate of the agent's clock.
-class Punctuality {
+/// How late timers are served, in real seconds whatever the rate of the agent's clock.
+class TimerLatency {
  public:
-  /// Upper bounds of the classes in which lateness is counted; what is above the last falls in none.
+  /// Upper bounds of the histogram's buckets, seconds; a greater latency is in none.
   static constexpr std::array<double, 5> bounds = {0.001, 0.01, 0.1, 1, 10};
 
-  /// Notes that due timers were served so many seconds late; less than 0 counts as 0.
+  /// Counts timers served `late` seconds after they were due; less than 0 counts as 0.
   void note(double late) {
     late = std::max(late, 0.0);
     ++count_;
@@ -27,7 +27,7 @@ class Punctuality {
   Zet::U64 count() const { return count_; }
   double sum() const { return sum_; }
   double worst() const { return worst_; }
-  /// How often they were at most bounds[i] late.
+  /// How often the latency was at most bounds[i].
   Zet::U64 atMost(std::size_t i) const { return atMost_[i]; }
 
  private:
