@@ -46,7 +46,7 @@ void Drops::note(std::string const& intf, Reception const& reception, double now
   if (reception.accepted()) return;
   DropKey key{reception.reason, reception.kind, intf, zoneOf(reception)};
   auto at = rows_.find(key);
-  if (at == rows_.end() && rows_.size() >= mostRows_) {
+  if (at == rows_.end() && rows_.size() >= maxRows_) {
     key.zone = {};
     key.others = true;
   }

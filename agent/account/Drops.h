@@ -13,18 +13,18 @@ using Zet::U16;
 using Zet::U64;
 using Zet::U8;
 
-/// What is counted together.
+/// Drops are counted by this.
 struct DropKey {
   std::string_view reason;  ///< the stable name of host::Reception
   host::MessageKind kind = host::MessageKind::notPim;
   std::string intf;
-  Lanet::IpGenPrefix zone;  ///< zone of a Bootstrap Message; unset for what is none
-  bool others = false;      ///< stands for all zones that have no row of their own
+  Lanet::IpGenPrefix zone;  ///< zone of a Bootstrap message; unset for other messages
+  bool others = false;      ///< all zones without a row of their own
 
   friend auto operator<=>(DropKey const&, DropKey const&) = default;
 };
 
-/// What is kept of a refused message. It is put into words when it is shown: a flood must cost little.
+/// What is kept of a dropped message. Its text is made when it is shown, since a flood must cost little.
 struct DroppedMessage {
   double time = 0;  ///< on the agent's clock
   Lanet::IpGenAddr sender;
@@ -39,35 +39,34 @@ struct DroppedMessage {
   Zet::U32 dropped = 0;    ///< those that were dropped or cut while the rest was accepted; 0 for all
 };
 
-/// Refused messages of one key.
+/// Dropped messages of one key.
 struct DropRow {
   U64 count = 0;
-  std::string_view sentence;  ///< the reason in words
+  std::string_view sentence;  ///< the reason, human-readable
   DroppedMessage last;
 };
 
-/// Counts refused messages by reason, kind, interface and zone, and keeps the last of each.
+/// Counts dropped messages by reason, kind, interface and zone, and keeps the last of each.
 class Drops {
  public:
-  /// Peers choose the zones, so from `mostRows` rows on a new zone counts in a row for others, of which there
-  /// is one for each reason, kind and interface.
-  explicit Drops(std::size_t mostRows = 256) : mostRows_(mostRows) {}
+  /// Peers choose the zones, so from `maxRows` rows on all new zones are counted in one row for each reason,
+  /// kind and interface (DropKey::others).
+  explicit Drops(std::size_t maxRows = 256) : maxRows_(maxRows) {}
 
-  /// Notes a message that was refused on an interface at a time on the agent's clock; an accepted one is
-  /// ignored. An advertisement of this router to itself has no interface, "". Reason and sentence must live
-  /// for ever.
+  /// Counts a message dropped on an interface at a time on the agent's clock; an accepted one is ignored. An
+  /// advertisement of this router to itself has no interface, "". Reason and sentence are literals.
   void note(std::string const& intf, host::Reception const& reception, double now);
   void clear() { rows_.clear(); }
 
   std::map<DropKey, DropRow> const& rows() const { return rows_; }
 
  private:
-  std::size_t mostRows_;
+  std::size_t maxRows_;
   std::map<DropKey, DropRow> rows_;
 };
 
-/// A refused message in one line for people, such as "BSM of 10.0.0.1, priority 64, hash mask length 30, tag
-/// 0x12ab, 3 group ranges".
+/// A dropped message in one human-readable line, such as "BSM of 10.0.0.1, priority 64, hash mask length 30,
+/// tag 0x12ab, 3 group ranges".
 std::string summaryOf(host::MessageKind kind, DroppedMessage const& message);
 
 }  // namespace pimbsr::agent

@@ -50,11 +50,11 @@ static U64& countOf(RpCounts& counts, HistoryKind kind) {
 
 static void addName(HistoryEntry& set, Lanet::IpGenAddr const& rp) {
   if (std::find(set.firstRps.begin(), set.firstRps.end(), rp) != set.firstRps.end()) return;
-  bool hasRoom = set.firstRps.size() < mostNamedRps;
-  hasRoom ? set.firstRps.push_back(rp) : void(set.moreRps = true);
+  bool hasSpace = set.firstRps.size() < maxNamedRps;
+  hasSpace ? set.firstRps.push_back(rp) : void(set.moreRps = true);
 }
 
-/// Puts one RP's change into the entry of its zone: as it is where it is the only one, else as a number.
+/// Adds one RP's change to the entry of its zone: the change itself if it is the only one, else a count.
 static void gather(std::map<IpGenPrefix, HistoryEntry>& sets, HistoryEntry const& entry) {
   auto [at, isFirst] = sets.try_emplace(entry.zone, entry);
   HistoryEntry& set = at->second;
@@ -88,7 +88,7 @@ void History::noteStates(host::Router const& router) {
   followStates(router);
 }
 
-/// Makes of a BSR that went and the one that came for it a change of the BSR.
+/// Joins the loss of a BSR and the election of the next one to a change of the BSR.
 static HistoryEntry replaced(HistoryEntry const& lost, HistoryEntry entry) {
   entry.kind = HistoryKind::bsrChanged;
   entry.formerBsr = lost.bsr;
@@ -96,13 +96,13 @@ static HistoryEntry replaced(HistoryEntry const& lost, HistoryEntry entry) {
   return entry;
 }
 
-/// A BSR that went and came back unchanged.
-static bool saysNothing(HistoryEntry const& entry) {
+/// A BSR that was lost and elected again, unchanged.
+static bool isUnchanged(HistoryEntry const& entry) {
   return entry.kind == HistoryKind::bsrChanged && entry.bsr.sameElection(entry.formerBsr) &&
          entry.own == entry.formerOwn;
 }
 
-/// Takes what was gathered. A machine may remove its BSR only to enter the next one.
+/// Takes the gathered changes. A state machine removes its BSR before it enters the next one.
 std::vector<HistoryEntry> History::entriesOf(host::Router const& router) {
   std::vector<HistoryEntry> entries;
   std::map<IpGenPrefix, std::size_t> lost;
@@ -118,7 +118,7 @@ std::vector<HistoryEntry> History::entriesOf(host::Router const& router) {
     if (entry.kind == HistoryKind::bsrLost) lost[entry.zone] = entries.size();
     entries.push_back(entry);
   }
-  std::erase_if(entries, saysNothing);
+  std::erase_if(entries, isUnchanged);
   return entries;
 }
 
@@ -128,7 +128,7 @@ HistoryEntry History::blank(HistoryKind kind, IpGenPrefix const& zone) const {
 
 static constexpr auto elected = Routing::Pim::Bsr::BsrCandidateState::eBsr;
 
-/// Whether this router's candidacy stood as elected before the event.
+/// Whether this router was the elected BSR before the event.
 bool History::wasOwn(IpGenPrefix const& zone) const {
   auto former = states_.find(zone);
   return former != states_.end() && former->second == host::nameOf(elected);
@@ -151,30 +151,30 @@ HistoryEntry History::entryOf(host::Router const& router, Change const& change) 
   return entry;
 }
 
-/// States that come and go within one event are not seen.
+/// A state entered and left within one event is not noted.
 void History::followStates(host::Router const& router) {
   for (auto at = states_.begin(); at != states_.end();) {
     auto former = at++;
     if (router.root()->candidateSm(former->first)) continue;
-    tellState(former->first, former->second, noCandidacy);
+    noteState(former->first, former->second, noCandidacy);
     states_.erase(former);
   }
   for (auto at = router.root()->candidateSmIterator(); at; ++at) states_.try_emplace(at.key(), noCandidacy);
   for (auto& [zone, known] : states_) {
     std::string_view state = host::nameOf(router.root()->candidateSm(zone)->state());
-    if (known != state) tellState(zone, std::exchange(known, state), state);
+    if (known != state) noteState(zone, std::exchange(known, state), state);
   }
 }
 
-/// This router's own election is one too where it takes the zone over, or where its entry stood all the time.
-void History::tellState(IpGenPrefix const& zone, std::string_view former, std::string_view state) {
+/// This router's own election is counted also if it replaces a BSR, or if its entry was never removed.
+void History::noteState(IpGenPrefix const& zone, std::string_view former, std::string_view state) {
   HistoryEntry entry = blank(HistoryKind::candidateState, zone);
   entry.formerState = former;
   entry.state = state;
   if (state == host::nameOf(elected)) {
     takeUp(zone);
-    bool isCounted = std::any_of(fresh_.begin(), fresh_.end(), [&](HistoryEntry const& told) {
-      return told.kind == HistoryKind::bsrElected && told.zone == zone;
+    bool isCounted = std::any_of(fresh_.begin(), fresh_.end(), [&](HistoryEntry const& change) {
+      return change.kind == HistoryKind::bsrElected && change.zone == zone;
     });
     if (!isCounted) ++totalsOf(zone).elections;
   }
@@ -184,7 +184,7 @@ void History::tellState(IpGenPrefix const& zone, std::string_view former, std::s
 
 void History::keep(HistoryEntry const& entry) {
   entries_.push_back(entry);
-  if (entries_.size() > mostEntries_) entries_.pop_front();
+  if (entries_.size() > maxEntries_) entries_.pop_front();
 }
 
 void History::clear() {
@@ -200,8 +200,8 @@ std::optional<double> History::bsrSince(IpGenPrefix const& zone) const {
 }
 
 void History::takeUp(IpGenPrefix const& zone) {
-  bool hasRoom = bsrSince_.size() < mostZones || bsrSince_.contains(zone);
-  if (hasRoom) bsrSince_[zone] = now_;
+  bool hasSpace = bsrSince_.size() < maxZones || bsrSince_.contains(zone);
+  if (hasSpace) bsrSince_[zone] = now_;
 }
 
 void History::follow(HistoryEntry const& entry) {
@@ -213,8 +213,8 @@ void History::follow(HistoryEntry const& entry) {
 // Totals ------------------------------------------------------------------------------------------------
 
 ZoneTotals& History::totalsOf(IpGenPrefix const& zone) {
-  bool hasRoom = totals_.size() < mostZones || totals_.contains(zone);
-  return totals_[hasRoom ? zone : IpGenPrefix()];
+  bool hasSpace = totals_.size() < maxZones || totals_.contains(zone);
+  return totals_[hasSpace ? zone : IpGenPrefix()];
 }
 
 static void add(ZoneTotals& to, ZoneTotals const& from) {
@@ -250,7 +250,7 @@ void History::count(HistoryEntry const& entry) {
 void History::prepend(std::deque<HistoryEntry> entries) {
   entries.insert(entries.end(), entries_.begin(), entries_.end());
   entries_ = std::move(entries);
-  while (entries_.size() > mostEntries_) entries_.pop_front();
+  while (entries_.size() > maxEntries_) entries_.pop_front();
 }
 
 }  // namespace pimbsr::agent

@@ -21,12 +21,12 @@ using Zet::U8;
 using view::CauseKind;
 using HistoryKind = view::EventKind;
 
-/// What made a change.
+/// The cause of a change.
 struct Cause {
   CauseKind kind = CauseKind::start;
-  std::string intf;                                       ///< with message: where it came in
-  host::MessageKind message = host::MessageKind::notPim;  ///< with message: what it was
-  Lanet::IpGenAddr sender;                                ///< with message: who sent it
+  std::string intf;                                       ///< with message: incoming interface
+  host::MessageKind message = host::MessageKind::notPim;  ///< with message: its kind
+  Lanet::IpGenAddr sender;                                ///< with message: its source
 
   bool operator==(Cause const&) const = default;
 };
@@ -43,10 +43,10 @@ struct RpCounts {
 };
 
 /// How many RPs an entry for several names.
-inline constexpr std::size_t mostNamedRps = 4;
+inline constexpr std::size_t maxNamedRps = 4;
 
-/// One thing that happened to what a router believes. Members that its kind doesn't name are at their
-/// defaults; a view's expiry time says nothing.
+/// One change of a router's learned state. Members that its kind doesn't name have their defaults; the expiry
+/// time of a view is not used.
 struct HistoryEntry {
   double time = 0;  ///< on the agent's clock, which starts as the wall clock: seconds since 1970
   HistoryKind kind = HistoryKind::zoneForgotten;
@@ -59,7 +59,7 @@ struct HistoryEntry {
   host::RpView rp;          ///< with the kinds of one RP; as it was last where it went
   host::RpView formerRp;    ///< with rpUpdated
   RpCounts rps;             ///< with rpSetChanged
-  /// With rpSetChanged: the first RPs that changed, each once; at most `mostNamedRps`.
+  /// With rpSetChanged: the first RPs that changed, each once; at most `maxNamedRps`.
   std::vector<Lanet::IpGenAddr> firstRps;
   bool moreRps = false;     ///< with rpSetChanged: others changed than `firstRps`
   std::string state;        ///< with candidateState, as RFC 5059 names it; "-" for the end of a candidacy
@@ -73,7 +73,7 @@ struct HistoryEntry {
   }
 };
 
-/// How often things happened in one zone since the start.
+/// Counts of events in one zone since the start.
 struct ZoneTotals {
   U64 elections = 0;   ///< the zone had no BSR and got one, or this router became its BSR
   U64 bsrChanges = 0;  ///< another BSR, or other terms of the same
@@ -81,53 +81,53 @@ struct ZoneTotals {
   RpCounts rps;
 };
 
-/// Keeps the last changes of what a router believes, with what made them.
+/// Keeps the last changes of a router's learned state, with their causes.
 ///
-/// Within an event changes are only gathered. At its end they are told one by one by takeNew(), while the
-/// history keeps one entry for all RPs of a zone that changed. A BSR that goes and one that comes in the same
-/// event are a change of the BSR.
+/// Changes are gathered during an event. At its end takeNew() returns each of them, while the history keeps
+/// one entry for all RPs of a zone that changed. A BSR that is lost and one that is elected in the same event
+/// are a change of the BSR.
 class History final : public host::ChangeSink {
  public:
-  /// Keeps `mostEntries` entries; older ones are forgotten.
-  explicit History(std::size_t mostEntries = 256) : mostEntries_(mostEntries) {}
+  /// Keeps `maxEntries` entries; older ones are forgotten.
+  explicit History(std::size_t maxEntries = 256) : maxEntries_(maxEntries) {}
 
-  /// Says what the event that begins now is, and when, on the agent's clock.
+  /// Begins an event with its cause, at a time on the agent's clock.
   void causeIs(Cause const& cause, double now);
-  /// Says which message the event of kind CauseKind::message brought.
+  /// Sets the message of an event of kind CauseKind::message.
   void senderIs(host::Reception const& reception);
   void onChange(host::Change const& change) override { gathered_.push_back(change); }
-  /// Ends the event: to be called after the observer's flush(). It also notes what became of this router's
+  /// Ends the event: to be called after the observer's flush(). Also notes the new states of this router's
   /// candidacies.
   void noteStates(host::Router const& router);
 
-  /// What the last event changed, each change by itself; nothing the second time.
+  /// The changes of the last event, one entry for each; empty when called again.
   std::vector<HistoryEntry> takeNew() { return std::exchange(fresh_, {}); }
 
   /// The oldest first.
   std::deque<HistoryEntry> const& entries() const { return entries_; }
-  std::size_t mostEntries() const { return mostEntries_; }
-  /// Forgets all entries; totals, and what is known of the present, stay.
+  std::size_t maxEntries() const { return maxEntries_; }
+  /// Removes all entries; totals and the present BSRs stay.
   void clear();
-  /// Whether entries were forgotten at an operator's wish since the start.
+  /// Whether an operator has cleared the entries since the start.
   bool wasCleared() const { return wasCleared_; }
 
-  /// When the zone took up its present BSR, by address, on the agent's clock; of this router itself, when it
-  /// was elected. Nothing where there is no BSR, and in zones beyond `mostZones` of them.
+  /// When the zone's present BSR, by address, was learned, on the agent's clock; for this router itself, when
+  /// it was elected. Nothing without a BSR, and in zones beyond the first `maxZones`.
   std::optional<double> bsrSince(Lanet::IpGenPrefix const& zone) const;
 
-  /// Totals by zone. Peers choose the zones: a zone that is forgotten, and whatever is beyond `mostZones` of
-  /// them, counts under the unset prefix.
+  /// Totals by zone. Peers choose the zones: a zone that is forgotten, and those beyond `maxZones`, are
+  /// counted under the unset prefix.
   std::map<Lanet::IpGenPrefix, ZoneTotals> const& totals() const { return totals_; }
-  static constexpr std::size_t mostZones = 256;
+  static constexpr std::size_t maxZones = 256;
 
-  /// Puts older entries, the oldest first, before those that are there; the oldest beyond `mostEntries` go.
+  /// Inserts older entries, the oldest first, before the present ones; drops the oldest beyond `maxEntries`.
   void prepend(std::deque<HistoryEntry> entries);
 
  private:
   HistoryEntry blank(HistoryKind kind, Lanet::IpGenPrefix const& zone) const;
   HistoryEntry entryOf(host::Router const& router, host::Change const& change) const;
   void followStates(host::Router const& router);
-  void tellState(Lanet::IpGenPrefix const& zone, std::string_view former, std::string_view state);
+  void noteState(Lanet::IpGenPrefix const& zone, std::string_view former, std::string_view state);
   void keep(HistoryEntry const& entry);
   bool wasOwn(Lanet::IpGenPrefix const& zone) const;
   std::vector<HistoryEntry> entriesOf(host::Router const& router);
@@ -136,7 +136,7 @@ class History final : public host::ChangeSink {
   void count(HistoryEntry const& entry);
   ZoneTotals& totalsOf(Lanet::IpGenPrefix const& zone);
 
-  std::size_t mostEntries_;
+  std::size_t maxEntries_;
   std::deque<HistoryEntry> entries_;
   bool wasCleared_ = false;
   std::map<Lanet::IpGenPrefix, ZoneTotals> totals_;

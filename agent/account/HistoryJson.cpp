@@ -75,7 +75,7 @@ static RpCounts countsOf(view::RpCounts const& read) {
   return {.added = read.added, .updated = read.updated, .removed = read.removed, .expired = read.expired};
 }
 
-/// Throws for what is no time of this or the next thousand years.
+/// Throws for a time before 1970 or thousands of years ahead.
 static double timeOf(double seconds) {
   constexpr double latest = 1e11;
   bool isTime = seconds >= 0 && seconds <= latest;
@@ -85,7 +85,7 @@ static double timeOf(double seconds) {
 /// Throws for an entry without the members of its kind, or with more RPs than an entry names.
 static void readByKind(HistoryEntry& entry, view::Event const& read) {
   if (entry.kind == HistoryKind::rpSetChanged) {
-    if (read.firstRps.size() > mostNamedRps) throw std::out_of_range("too many RPs");
+    if (read.firstRps.size() > maxNamedRps) throw std::out_of_range("too many RPs");
     entry.rps = countsOf(read.rps.value());
     entry.firstRps = read.firstRps;
     entry.moreRps = read.moreRps.value();
@@ -115,7 +115,7 @@ static HistoryEntry entryOf(view::Event const& read) {
   return entry;
 }
 
-/// Whatever is wrong with a line, only its entry is lost by it.
+/// An invalid line loses its own entry alone.
 std::optional<HistoryEntry> readHistoryEntry(std::string_view line) {
   try {
     return entryOf(view::readView<view::Event>(Json::parse(line)));

@@ -37,7 +37,7 @@ PacketCounts& Traffic::counts(std::string_view intf, MessageKind kind) {
 void Traffic::noteReceived(std::string_view intf, host::Reception const& reception) {
   PacketCounts& kind = counts(intf, reception.kind);
   ++kind.received;
-  if (reception.dropped()) ++kind.refused;
+  if (reception.dropped()) ++kind.dropped;
 }
 
 void Traffic::noteSent(std::string_view intf, std::span<U8 const> packet, bool sent) {

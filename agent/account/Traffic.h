@@ -15,10 +15,10 @@ using Zet::U8;
 
 /// Packets of one kind on one interface.
 struct PacketCounts {
-  U64 received = 0;  ///< all that arrived, refused ones too
-  U64 refused = 0;
+  U64 received = 0;  ///< with those dropped
+  U64 dropped = 0;
   U64 sent = 0;
-  U64 sendFailed = 0;  ///< those that the kernel did not take
+  U64 sendFailed = 0;  ///< not accepted by the kernel
 
   bool operator==(PacketCounts const&) const = default;
 };
@@ -26,8 +26,8 @@ struct PacketCounts {
 /// Packets of one interface, by kind.
 using InterfaceCounts = std::map<host::MessageKind, PacketCounts>;
 
-/// Counts packets by interface and kind. Interfaces are those that speak PIM; an advertisement that leaves by
-/// whatever route leads to its BSR counts under the empty name.
+/// Counts packets by interface and kind. Interfaces are those that speak PIM; an advertisement sent by the
+/// unicast route to its BSR is counted under the empty name.
 class Traffic {
  public:
   void noteReceived(std::string_view intf, host::Reception const& reception);
@@ -47,7 +47,7 @@ class Traffic {
   std::map<std::string, InterfaceCounts, std::less<>> byInterface_;
 };
 
-/// What an IPv4 packet of this router's own making carries; notPim for what is none.
+/// The kind of an IPv4 packet that this router made; notPim for one without PIM.
 host::MessageKind kindOfSent(std::span<U8 const> packet);
 
 }  // namespace pimbsr::agent

@@ -50,7 +50,7 @@ view::Map<view::PacketCounts> viewOf(InterfaceCounts const& counts) {
     if (at == counts.end()) continue;
     PacketCounts const& packets = at->second;
     shown.emplace_back(keyOf(kind), view::PacketCounts{.received = packets.received,
-                                                       .dropped = packets.refused,
+                                                       .dropped = packets.dropped,
                                                        .sent = packets.sent,
                                                        .sendFailed = packets.sendFailed});
   }
@@ -158,7 +158,7 @@ view::Control showControl(Observed const& observed) {
 
 view::History showHistory(Observed const& observed) {
   view::History shown;
-  shown.maxEntries = observed.history.mostEntries();
+  shown.maxEntries = observed.history.maxEntries();
   shown.wasCleared = observed.history.wasCleared();
   for (HistoryEntry const& entry : observed.history.entries()) {
     shown.entries.push_back(viewOf(entry));

@@ -118,8 +118,8 @@ void addMessages(Families& families, Observed const& observed) {
   each("messages_received_total", "PIM messages that arrived, by outcome.",
        [&](Family& family, Labels const& labels, PacketCounts const& counts) {
          if (counts.received == 0) return;
-         family.add(counts.received - counts.refused, with(labels, "accepted"));
-         family.add(counts.refused, with(labels, "refused"));
+         family.add(counts.received - counts.dropped, with(labels, "accepted"));
+         family.add(counts.dropped, with(labels, "dropped"));
        });
   each("messages_sent_total",
        "PIM messages given to the kernel, by outcome. Those sent by unicast routes have an empty interface.",
@@ -133,7 +133,7 @@ void addMessages(Families& families, Observed const& observed) {
 void addDrops(Families& families, Observed const& observed) {
   std::map<std::pair<std::string_view, MessageKind>, U64> counts;
   for (auto const& [key, row] : observed.drops.rows()) counts[{key.reason, key.kind}] += row.count;
-  Family drops(families, MetricType::Counter, "drops_total", "PIM messages that were refused, by reason.");
+  Family drops(families, MetricType::Counter, "drops_total", "PIM messages that were dropped, by reason.");
   for (auto const& [key, count] : counts) {
     drops.add(count, {{"reason", std::string(key.first)}, {"kind", std::string(keyOf(key.second))}});
   }
@@ -155,7 +155,7 @@ void addNeighbors(Families& families, Observed const& observed) {
   for (auto intf = observed.router.pimStatus()->pimIntfIterator(); intf; ++intf) {
     counts[std::string(intf->intfId().stringValue().view())] = intf->neighborCount();
   }
-  Family neighbors(families, MetricType::Gauge, "neighbors", "PIM neighbours of an interface.");
+  Family neighbors(families, MetricType::Gauge, "neighbors", "PIM neighbors of an interface.");
   for (auto const& [intf, count] : counts) neighbors.add(count, {{"interface", intf}});
 }
 

@@ -225,7 +225,7 @@ TEST_F(AgentTest, PacketIsCountedAndARefusedOneNoted) {
   packet[9] = 103;
   agent.receive("eth0", packet);
   auto observed = agent.observed();
-  EXPECT_EQ(observed.traffic.byInterface().at("eth0").at(pimbsr::host::MessageKind::malformed).refused, 1u);
+  EXPECT_EQ(observed.traffic.byInterface().at("eth0").at(pimbsr::host::MessageKind::malformed).dropped, 1u);
   EXPECT_EQ(observed.drops.rows().size(), 1u);
   agent.clearCounters();
   EXPECT_TRUE(observed.traffic.byInterface().empty());

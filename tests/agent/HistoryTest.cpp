@@ -369,8 +369,8 @@ TEST_F(HistoryTest, ForgottenZonesAndThoseBeyondTheBoundCountAsOthers) {
   EXPECT_EQ(history.totals().at({}).elections, 1u);
   for (int i = 0; i < 300; ++i)
     elect("239." + std::to_string(i / 256) + "." + std::to_string(i % 256) + ".0/24");
-  EXPECT_LE(history.totals().size(), History::mostZones + 1);
-  EXPECT_EQ(history.totals().at({}).elections, 1u + 300 - (History::mostZones - 1));
+  EXPECT_LE(history.totals().size(), History::maxZones + 1);
+  EXPECT_EQ(history.totals().at({}).elections, 1u + 300 - (History::maxZones - 1));
 }
 
 // Over a restart --------------------------------------------------------------------------------------

@@ -88,7 +88,7 @@ TEST_F(MetricsTest, HelpTellsWhereTheCountsOfForgottenZonesGo) {
 TEST_F(MetricsTest, PacketsThatCameTooFastAreOfAKindOfTheirOwn) {
   router->ingressSettingsIs({.packetsPerSecond = 1});
   for (int i = 0; i < 3; ++i) receive(helloFrom("192.0.2.1", 7));
-  EXPECT_EQ(sample(R"(pimbsr_messages_received_total{interface="eth0",kind="unread",outcome="refused"})"),
+  EXPECT_EQ(sample(R"(pimbsr_messages_received_total{interface="eth0",kind="unread",outcome="dropped"})"),
             "1");
   EXPECT_EQ(sample(R"(pimbsr_drops_total{reason="neighbor-rate-limit",kind="unread"})"), "1");
 }
@@ -99,7 +99,7 @@ TEST_F(MetricsTest, MessagesAreCountedByOutcome) {
   traffic.noteSent("eth0", packetOf(Bsm{}), true);
   traffic.noteSent("", packetOf(Adv{}), false);
   EXPECT_EQ(sample(R"(pimbsr_messages_received_total{interface="eth0",kind="bsm",outcome="accepted"})"), "1");
-  EXPECT_EQ(sample(R"(pimbsr_messages_received_total{interface="eth0",kind="bsm",outcome="refused"})"), "1");
+  EXPECT_EQ(sample(R"(pimbsr_messages_received_total{interface="eth0",kind="bsm",outcome="dropped"})"), "1");
   EXPECT_EQ(sample(R"(pimbsr_messages_sent_total{interface="eth0",kind="bsm",outcome="sent"})"), "1");
   EXPECT_EQ(sample(R"(pimbsr_messages_sent_total{interface="",kind="crpAdv",outcome="failed"})"), "1");
 }

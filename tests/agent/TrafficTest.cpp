@@ -25,12 +25,12 @@ TEST_F(TrafficTest, PacketsAreCountedByInterfaceAndKind) {
   EXPECT_EQ(on("eth0", MessageKind::hello), (PacketCounts{.received = 1}));
   EXPECT_EQ(on("eth1", MessageKind::hello), (PacketCounts{.received = 1}));
   EXPECT_EQ(on("eth0", MessageKind::bootstrap), (PacketCounts{.received = 1}));
-  EXPECT_EQ(on("eth0", MessageKind::malformed), (PacketCounts{.received = 1, .refused = 1}));
+  EXPECT_EQ(on("eth0", MessageKind::malformed), (PacketCounts{.received = 1, .dropped = 1}));
 }
 
 TEST_F(TrafficTest, RefusedMessageIsReceivedToo) {
   receive(packetOf(Bsm{.source = "192.0.2.9"}));
-  EXPECT_EQ(on("eth0", MessageKind::bootstrap), (PacketCounts{.received = 1, .refused = 1}));
+  EXPECT_EQ(on("eth0", MessageKind::bootstrap), (PacketCounts{.received = 1, .dropped = 1}));
 }
 
 TEST_F(TrafficTest, MessageAcceptedInPartIsNotRefused) {
