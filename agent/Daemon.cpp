@@ -59,7 +59,7 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
       agent_(clock_, platform_, traffic_, *this),
       timer_(loop_, [this] { handleTimer(); }),
       historyTimer_(loop_, [this] { saveHistory(); }),
-      changeTimer_(loop_, [this] { tellChangeCommand(); }),
+      changeTimer_(loop_, [this] { runChangeCommand(); }),
       interfaceTimer_(loop_, [this] { onKernelChange({}); }) {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
@@ -187,8 +187,8 @@ void Daemon::publish(std::vector<HistoryEntry> const& changes) {
   }
 }
 
-void Daemon::tellChangeCommand() {
-  logLine(changeCommand_->tell(show(agent_.observed(), "rp-set").dump()));
+void Daemon::runChangeCommand() {
+  logLine(changeCommand_->notify(show(agent_.observed(), "rp-set").dump()));
   followChangeCommand();
 }
 

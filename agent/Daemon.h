@@ -58,7 +58,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   void saveHistory();
   void tellHistoryFault(std::exception const& fault);
   void checkFiles();
-  void tellChangeCommand();
+  void runChangeCommand();
   void followChangeCommand();
 
   RunOptions options_;

@@ -4,20 +4,20 @@
 
 namespace pimbsr::agent {
 
-/// The agent's clock: wall time at the start, and from then on the monotonic clock, so that it never runs
-/// backwards whatever is done to the wall clock.
+/// The agent's clock: wall time at the start, then the monotonic clock, so that it never runs backwards when
+/// the wall clock is set.
 class Clock {
  public:
   using Monotonic = std::chrono::steady_clock;
 
-  /// `rate` is how many seconds pass here in one second; above 0, and 1 but for labs.
+  /// `rate` is the seconds of this clock in one real second; above 0, and 1 except in labs.
   explicit Clock(double rate = 1)
       : rate_(rate), startWall_(secondsOf(std::chrono::system_clock::now())), start_(Monotonic::now()) {}
 
   /// Seconds; since 1970 at the start.
   double now() const { return startWall_ + rate_ * secondsOf(Monotonic::now() - start_); }
   double rate() const { return rate_; }
-  /// How long a span of this clock takes.
+  /// The real time of a span of this clock, seconds.
   double realSpan(double seconds) const { return seconds / rate_; }
 
  private:

@@ -8,11 +8,11 @@
 
 namespace pimbsr::agent {
 
-/// Lines that were lost since one got through.
+/// Lines lost since the last one that was written.
 static unsigned long lost = 0;
 
-/// Only what fits into a pipe at once is sure not to wait; longer lines are cut.
-static constexpr std::size_t longestLine = 4000;
+/// A line of at most PIPE_BUF bytes is written to a pipe at once; longer lines are cut.
+static constexpr std::size_t maxLineLength = 4000;
 
 static bool canWrite() {
   pollfd stream{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
@@ -23,7 +23,7 @@ void logLine(std::string_view text) noexcept {
   if (text.empty()) return;
   fmt::memory_buffer line;
   if (lost != 0) fmt::format_to(std::back_inserter(line), "pimbsr: {} lines were lost here\n", lost);
-  fmt::format_to(std::back_inserter(line), "pimbsr: {}\n", text.substr(0, longestLine));
+  fmt::format_to(std::back_inserter(line), "pimbsr: {}\n", text.substr(0, maxLineLength));
   bool written = canWrite() && write(STDERR_FILENO, line.data(), line.size()) >= 0;
   lost = written ? 0 : lost + 1;
 }

@@ -25,7 +25,7 @@ Loop::~Loop() {
 
 void Loop::run() { uv_run(&loop_, UV_RUN_DEFAULT); }
 
-// What is hung into it: libuv keeps a handle until its close was served -----------------------------------
+// Handles: libuv keeps each until its close callback -----------------------------------------------------
 
 struct LoopTimer::State {
   uv_timer_t handle;
@@ -44,7 +44,7 @@ struct LoopSignal::State {
   Handler handler;
 };
 
-/// The handler may be running, so it goes with the rest.
+/// The handler may be running, so it is deleted with the handle.
 template <class State>
 static void letGo(State* state) {
   auto free = [](uv_handle_t* handle) { delete static_cast<State*>(handle->data); };
@@ -59,8 +59,8 @@ LoopTimer::LoopTimer(Loop& loop, Handler handler) : state_(new State{{}, std::mo
 LoopTimer::~LoopTimer() { letGo(state_); }
 
 void LoopTimer::startIn(double seconds) {
-  constexpr double longest = 100.0 * 86400;
-  if (!(seconds <= longest)) return stop();
+  constexpr double maxDelay = 100.0 * 86400;
+  if (!(seconds <= maxDelay)) return stop();
   auto milliseconds = static_cast<uint64_t>(std::ceil(std::max(seconds, 0.0) * 1000));
   auto call = [](uv_timer_t* timer) noexcept { static_cast<State*>(timer->data)->handler(); };
   uv_update_time(state_->handle.loop);
@@ -73,8 +73,8 @@ bool LoopTimer::isRunning() const {
   return uv_is_active(reinterpret_cast<uv_handle_t const*>(&state_->handle)) != 0;
 }
 
-/// libuv stops polling a descriptor at which an error waits, such as that notices of the kernel were lost.
-/// The handler takes the error away by reading.
+/// libuv stops polling a descriptor with a pending error, such as lost notices of the kernel. The handler
+/// clears the error by reading.
 void LoopReader::State::onReadable(uv_poll_t* poll, int status, int) noexcept {
   if (status < 0) uv_poll_start(poll, UV_READABLE, onReadable);
   static_cast<State*>(poll->data)->handler();

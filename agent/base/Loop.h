@@ -7,12 +7,12 @@
 
 namespace pimbsr::agent {
 
-/// The event loop of a process, and what is hung into it. A handler runs to its end before the next one; an
-/// exception that leaves one ends the process, since nobody could answer for what stands then.
+/// The event loop of a process with its timers, readers and signals. A handler runs to its end before the
+/// next one; an exception that leaves one ends the process, since the state would be inconsistent.
 class Loop {
  public:
   Loop();
-  /// Closes what is still hung into it.
+  /// Closes all remaining handles.
   ~Loop();
   Loop(Loop const&) = delete;
   Loop& operator=(Loop const&) = delete;
@@ -28,7 +28,7 @@ class Loop {
 
 using Handler = std::function<void()>;
 
-/// Calls a handler once, when its time is over.
+/// Calls a handler once, when it expires.
 class LoopTimer {
  public:
   LoopTimer(Loop& loop, Handler handler);
@@ -36,15 +36,15 @@ class LoopTimer {
   LoopTimer(LoopTimer const&) = delete;
   LoopTimer& operator=(LoopTimer const&) = delete;
 
-  /// Arms or re-arms it: it goes off no sooner than in so many seconds, and at most a millisecond later than
-  /// the machine can; at once for what is past, and never for more than 100 days.
+  /// Starts or restarts the timer: it expires in `seconds`, rounded up to a millisecond; at once for 0 or
+  /// less, and never for more than 100 days.
   void startIn(double seconds);
   void stop();
   bool isRunning() const;
 
  private:
   struct State;
-  State* state_;  ///< goes once the loop has let go of it
+  State* state_;  ///< deleted once the loop has closed the handle
 };
 
 /// Calls a handler whenever a file descriptor can be read. The descriptor is not owned and outlives it.
@@ -60,7 +60,7 @@ class LoopReader {
   State* state_;
 };
 
-/// Calls a handler at each arrival of a signal.
+/// Calls a handler for each signal received.
 class LoopSignal {
  public:
   LoopSignal(Loop& loop, int signal, Handler handler);

@@ -15,13 +15,13 @@ struct CloseUvHandle {
   }
 };
 
-/// Owns a handle of libuv. It is closed with this object, and may be so in its own callback; its memory goes
-/// once the loop has let go of it, so the loop must be run until idle before it is closed itself.
+/// Owns a handle of libuv. It is closed with this object, which its own callback may destroy; its memory is
+/// freed in a later turn of the loop, so the loop must be run until idle before it is closed itself.
 template <class Handle>
 using UvHandle = std::unique_ptr<Handle, CloseUvHandle>;
 
-/// Each throws std::system_error if the loop refuses it. `data` is the handle's; the descriptor isn't owned,
-/// and may be closed once its handle is.
+/// Each throws std::system_error if the loop doesn't accept it. `data` is that of the handle; the descriptor
+/// isn't owned, and may be closed once its handle is.
 inline UvHandle<uv_poll_t> makePoll(uv_loop_t* loop, int fd, void* data) {
   auto poll = std::make_unique<uv_poll_t>();
   int result = uv_poll_init(loop, poll.get(), fd);

@@ -18,26 +18,26 @@ namespace pimbsr::agent {
 
 static std::string errorText() { return std::generic_category().message(errno); }
 
-/// The ends of the pair keep the bounds of messages and tell when the other end has gone.
+/// SOCK_SEQPACKET keeps message boundaries and reports when the other end has closed.
 ChangeCommand::ChangeCommand(std::string const& command) : command_(command) {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
     throw std::system_error(errno, std::generic_category(), "helper of the change command");
   helper_ = fork();
   if (helper_ == 0) serveChanges(ends[1], command);
-  int fault = errno;
+  int error = errno;
   close(ends[1]);
   fd_ = ends[0];
   if (helper_ > 0) return;
   close(fd_);
-  throw std::system_error(fault, std::generic_category(), "helper of the change command");
+  throw std::system_error(error, std::generic_category(), "helper of the change command");
 }
 
 ChangeCommand::~ChangeCommand() {
   if (fd_ >= 0) close(fd_);
 }
 
-std::string ChangeCommand::tell(std::string text) {
+std::string ChangeCommand::notify(std::string text) {
   if (fd_ < 0) return {};
   next_ = std::move(text);
   return busy_ ? std::string() : start();
@@ -53,15 +53,15 @@ static bool writeAll(int file, std::string_view text) {
   return lseek(file, 0, SEEK_SET) == 0;
 }
 
-/// The text travels as a file in memory, handed over as a whole, so that nobody waits for its reader.
+/// The text is passed as a file in memory, so that neither process waits for the command to read it.
 std::string ChangeCommand::start() {
   int file = memfd_create("rp-set", MFD_CLOEXEC);
   busy_ = file >= 0 && writeAll(file, *next_) && sendFile(fd_, file);
-  std::string fault;
-  if (!busy_) fault = fmt::format("the change command could not be told: {}", errorText());
+  std::string error;
+  if (!busy_) error = fmt::format("the change command could not be started: {}", errorText());
   if (file >= 0) close(file);
   next_.reset();
-  return fault;
+  return error;
 }
 
 std::string ChangeCommand::handleReport() {
@@ -78,11 +78,11 @@ std::string ChangeCommand::handleReport() {
 
 std::string ChangeCommand::handleEnd(int status) {
   busy_ = false;
-  std::string fault = next_ ? start() : std::string();
+  std::string error = next_ ? start() : std::string();
   if (WIFSIGNALED(status))
-    return fmt::format("the change command '{}' was ended by signal {} ({})", command_, WTERMSIG(status),
+    return fmt::format("the change command '{}' was terminated by signal {} ({})", command_, WTERMSIG(status),
                        strsignal(WTERMSIG(status)));
-  if (WEXITSTATUS(status) == 0) return fault;
+  if (WEXITSTATUS(status) == 0) return error;
   return fmt::format("the change command '{}' ended with status {}", command_, WEXITSTATUS(status));
 }
 
@@ -92,7 +92,7 @@ std::string ChangeCommand::handleLoss() {
   busy_ = false;
   next_.reset();
   waitpid(helper_, nullptr, WNOHANG);
-  return "the helper that runs the change command has gone; it runs no more";
+  return "the helper of the change command has ended; the command doesn't run any more";
 }
 
 }  // namespace pimbsr::agent

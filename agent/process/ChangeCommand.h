@@ -7,34 +7,33 @@
 
 namespace pimbsr::agent {
 
-/// Has a shell command run with a text on its standard input, one run at a time, in a helper process that is
-/// made before this one gives up its rights.
+/// Runs a shell command with a text on its standard input, one run at a time, in a helper process that is
+/// forked before this one drops its privileges.
 ///
-/// What is told while a run lasts waits for its end, and only the newest waits. No run is ever killed. The
-/// helper holds no file of this process but its end of a socket pair and the standard streams, of which the
-/// input is empty and the others are the command's as well. It ends with this object or process, as soon as
-/// its last run has ended.
+/// A text given during a run waits for its end; only the newest waits. No run is ever killed. The helper
+/// inherits its end of a socket pair and the standard streams alone; its input is empty, and the command
+/// inherits its output and error streams. It ends with this object or process, once its last run has ended.
 class ChangeCommand {
  public:
-  /// Makes the helper. To be called before there are threads and before privileges go. Throws
-  /// std::system_error if it can't be made.
+  /// Forks the helper. To be called before threads start and privileges are dropped. Throws
+  /// std::system_error.
   explicit ChangeCommand(std::string const& command);
   ~ChangeCommand();
   ChangeCommand(ChangeCommand const&) = delete;
   ChangeCommand& operator=(ChangeCommand const&) = delete;
 
-  /// Has the command run with a text, at once or after the run that lasts; once the helper has gone, nothing
-  /// happens. Never blocks. Returns what to tell the operator, as handleReport() does.
-  std::string tell(std::string text);
+  /// Runs the command with a text, at once or after the present run. Without effect once the helper has
+  /// ended. Never blocks. Returns a line to log, as handleReport() does.
+  std::string notify(std::string text);
 
-  /// Can be read when handleReport() has something to do; below 0 once the helper has gone.
+  /// Readable when handleReport() is to be called; below 0 once the helper has ended.
   int fd() const { return fd_; }
-  /// Takes the reports of ended runs, and starts the next run if a text waits. Returns what to tell the
-  /// operator, a line without its end; empty if all went well. If the helper has gone, says so and closes
-  /// fd(), which must be polled no more.
+  /// Takes the reports of ended runs, and starts the next run if a text waits. Returns a line to log, without
+  /// its newline; empty without an error. If the helper has ended, closes fd(), which must not be polled any
+  /// more.
   std::string handleReport();
 
-  /// Whether a run lasts.
+  /// Whether the command is running.
   bool isBusy() const { return busy_; }
   pid_t helper() const { return helper_; }
 

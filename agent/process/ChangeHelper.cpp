@@ -17,7 +17,7 @@ namespace pimbsr::agent {
 
 namespace {
 
-/// A message of one byte with room for a file descriptor beside it.
+/// A message of one byte with a file descriptor as ancillary data.
 class FileMessage {
  public:
   FileMessage() {
@@ -36,7 +36,7 @@ class FileMessage {
     rights->cmsg_len = CMSG_LEN(sizeof file);
     std::memcpy(CMSG_DATA(rights), &file, sizeof file);
   }
-  /// Below 0 if none came.
+  /// Below 0 without one.
   int file() {
     int file = -1;
     cmsghdr* rights = CMSG_FIRSTHDR(&header_);
@@ -53,7 +53,7 @@ class FileMessage {
   msghdr header_{};
 };
 
-/// The place of the socket in the helper: next to the standard streams.
+/// The descriptor of the socket in the helper: next to the standard streams.
 constexpr int socketPlace = 3;
 
 constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGTERM, SIGPIPE};
@@ -77,7 +77,7 @@ void closeAllBut(int socket) {
   _exit(127);
 }
 
-/// The wait status; that of a shell which can't start its command if there is no process to be had.
+/// The wait status; that of a shell which can't start its command if fork() fails.
 int run(int file, std::string const& command) {
   int status = 126 << 8;
   pid_t child = fork();
@@ -95,8 +95,8 @@ bool sendFile(int socket, int file) {
   return sendmsg(socket, message.header(), MSG_NOSIGNAL | MSG_DONTWAIT) == 1;
 }
 
-/// The signals that end an agent are not the helper's: it ends with its agent, and whoever signals both by
-/// their common name wants the agent to have its say.
+/// The helper ignores the signals that end an agent: it ends when its agent does, and must still run the
+/// command if both are signaled by their common name.
 void serveChanges(int socket, std::string const& command) {
   for (int number : endingSignals) std::signal(number, SIG_IGN);
   std::signal(SIGCHLD, SIG_DFL);

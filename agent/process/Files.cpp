@@ -16,7 +16,7 @@ namespace pimbsr::agent {
   throw std::system_error(error, std::generic_category(), what);
 }
 
-/// Nothing here waits for the other end of a pipe: what is no regular file is refused.
+/// Only regular files are opened, since a pipe could block.
 static FileDescriptor openFile(std::string const& path, int flags) {
   FileDescriptor file(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, 0640));
   if (!file) fail(errno, path);
@@ -26,9 +26,9 @@ static FileDescriptor openFile(std::string const& path, int flags) {
   return file;
 }
 
-std::string readFile(std::string const& path, std::size_t longest) {
+std::string readFile(std::string const& path, std::size_t maxLength) {
   FileDescriptor file = openFile(path, O_RDONLY);
-  std::string text(longest + 1, '\0');
+  std::string text(maxLength + 1, '\0');
   std::size_t size = 0;
   while (size < text.size()) {
     ssize_t count = read(file.get(), text.data() + size, text.size() - size);
@@ -36,7 +36,7 @@ std::string readFile(std::string const& path, std::size_t longest) {
     if (count == 0) break;
     size += static_cast<std::size_t>(count);
   }
-  if (size > longest) fail(EFBIG, path);
+  if (size > maxLength) fail(EFBIG, path);
   text.resize(size);
   return text;
 }

@@ -20,7 +20,7 @@ namespace pimbsr::agent {
 
 static constexpr int protocolPim = 103;
 
-// Giving up ---------------------------------------------------------------------------------------------
+// Dropping ----------------------------------------------------------------------------------------------
 
 [[noreturn]] static void fail(char const* what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -48,7 +48,7 @@ void dropPrivileges() {
   if (capng_apply(CAPNG_SELECT_CAPS) != 0) fail("giving up capabilities");
 }
 
-// Telling what is held ------------------------------------------------------------------------------------
+// Report --------------------------------------------------------------------------------------------------
 
 /// The fields of /proc/self/status that end a line, without the blanks around them.
 static std::map<std::string, std::string> statusOfProcess() {
@@ -63,13 +63,13 @@ static std::map<std::string, std::string> statusOfProcess() {
   return fields;
 }
 
-/// How many capabilities are named; above them a set may have bits of a newer kernel.
-static constexpr int mostCapabilities = 64;
+/// Capabilities that are named; a set may have further bits of a newer kernel.
+static constexpr int maxCapabilities = 64;
 
 static std::string namesOf(capng_type_t set) {
   std::vector<std::string> names;
   int held = 0, known = 0;
-  for (unsigned i = 0; i < mostCapabilities; ++i) {
+  for (unsigned i = 0; i < maxCapabilities; ++i) {
     char const* name = capng_capability_to_name(i);
     if (name == nullptr) break;
     ++known;
@@ -82,7 +82,7 @@ static std::string namesOf(capng_type_t set) {
 }
 
 static std::string outcome(bool succeeded) {
-  return succeeded ? "allowed" : fmt::format("refused: {}", std::generic_category().message(errno));
+  return succeeded ? "allowed" : fmt::format("denied: {}", std::generic_category().message(errno));
 }
 
 static std::string tryRawSocket() {
@@ -107,7 +107,7 @@ static std::string tryFork() {
   return outcome(true);
 }
 
-/// A program that isn't there ends in another error where programs may be executed at all.
+/// The error for a program that doesn't exist differs if the process may execute programs.
 static std::string tryExecute() {
   std::array<char*, 1> none = {nullptr};
   execve("/nonexistent", none.data(), none.data());

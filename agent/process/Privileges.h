@@ -4,15 +4,15 @@
 
 namespace pimbsr::agent {
 
-/// Gives up all capabilities but CAP_NET_RAW, by which interfaces that come later get their raw sockets, and
-/// with them the way to new ones: nothing this process could execute would gain any. The user stays who it
-/// is. The inheritable and ambient sets are emptied, and the bounding set is cut where the process may do so.
+/// Drops all capabilities but CAP_NET_RAW, which opens the raw sockets of interfaces that are added later,
+/// and sets no_new_privs, so that no program executed could gain any. The user ID stays. The inheritable and
+/// ambient sets are emptied, and the bounding set is reduced if the process may do so.
 ///
-/// To be called by the process's only thread. Throws std::system_error if privileges remain that should not.
+/// To be called by the process's only thread. Throws std::system_error if other privileges remain.
 void dropPrivileges();
 
-/// What this process holds, in lines for people: user, capabilities by set, whether it can gain more, its
-/// system-call filter, and what comes of trying things that a router does or never does.
+/// The privileges of this process as human-readable lines: user, capabilities by set, no_new_privs, the
+/// system-call filter, and the results of calls that a router makes or never makes.
 std::string privilegesHeld();
 
 }  // namespace pimbsr::agent

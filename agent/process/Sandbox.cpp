@@ -21,7 +21,7 @@ constexpr int protocolPim = 103;
 /// The kind of a socket without its flags.
 constexpr scmp_datum_t socketKind = 0xf;
 
-/// Calls that are allowed whatever their arguments. Names that a machine doesn't have are passed over.
+/// Calls that are allowed whatever their arguments. Calls that the architecture doesn't have are skipped.
 constexpr char const* plainCalls[] = {
     // Files: configuration, history, control socket.
     "access", "chmod", "close", "close_range", "dup", "dup3", "faccessat", "faccessat2", "fchmod", "fchmodat",
@@ -35,21 +35,21 @@ constexpr char const* plainCalls[] = {
     // The event loop.
     "epoll_create1", "epoll_ctl", "epoll_pwait", "epoll_pwait2", "epoll_wait", "eventfd2", "pipe2", "poll",
     "ppoll", "pselect6", "select", "signalfd4", "timerfd_create", "timerfd_gettime", "timerfd_settime",
-    // Memory, time, chance, signals.
+    // Memory, time, random numbers, signals.
     "brk", "clock_getres", "clock_gettime", "clock_nanosleep", "exit", "exit_group", "futex", "getrandom",
     "gettimeofday", "madvise", "mremap", "munmap", "nanosleep", "restart_syscall", "rseq", "rt_sigaction",
     "rt_sigpending", "rt_sigprocmask", "rt_sigreturn", "rt_sigtimedwait", "sched_getaffinity", "sched_yield",
     "set_robust_list", "sigaltstack", "time",
-    // Who and where am I; whether the helper has ended.
+    // Identity of the process and the system; whether the helper has ended.
     "capget", "getegid", "geteuid", "getgid", "getgroups", "getpgrp", "getpid", "getppid", "getresgid",
     "getresuid", "getrlimit", "getrusage", "gettid", "getuid", "sysinfo", "times", "uname", "wait4",
     "waitid"};
 
-/// Requests to devices: of terminals, whether it is one and how wide; of sockets, what reads.
+/// Requests of ioctl(2): kind and width of terminals, and reading ones of sockets.
 constexpr unsigned long deviceRequests[] = {TCGETS,      TIOCGWINSZ,   FIONBIO,      FIONREAD,    FIOCLEX,
                                             SIOCGIFNAME, SIOCGIFINDEX, SIOCGIFFLAGS, SIOCGIFADDR, SIOCGIFMTU};
 
-/// What the process may ask of itself; all of it reads.
+/// Operations of prctl(2), which read alone.
 constexpr int processQuestions[] = {PR_GET_DUMPABLE,     PR_GET_NAME,       PR_GET_SECCOMP,
                                     PR_GET_NO_NEW_PRIVS, PR_GET_SECUREBITS, PR_CAPBSET_READ};
 
@@ -89,13 +89,13 @@ void allowSockets(Filter& filter) {
   filter.allow("socket", {is(0, AF_UNIX)});
 }
 
-/// No memory that can be executed is made any more: whoever gets to write into this process gets no further.
+/// No new executable memory, so that injected code can't run.
 void allowMemory(Filter& filter) {
   filter.allow("mmap", {masked(2, PROT_EXEC, 0)});
   filter.allow("mprotect", {masked(2, PROT_EXEC, 0)});
 }
 
-/// Signals to the process itself alone, for abort().
+/// Signals only to the process itself, for abort().
 void allowAbort(Filter& filter) {
   auto self = static_cast<scmp_datum_t>(getpid());
   filter.allow("tgkill", {is(0, self)});

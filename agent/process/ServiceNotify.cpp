@@ -19,7 +19,8 @@ struct Target {
   socklen_t length = 0;
 };
 
-/// An abstract name starts with a zero byte in the place of its '@'. Other kinds of address are not spoken.
+/// An abstract name starts with a zero byte in the place of its '@'. Other kinds of address are not
+/// supported.
 std::optional<Target> targetOf(std::string_view name) {
   Target target;
   bool isNamed = name.size() > 1 && (name[0] == '/' || name[0] == '@');

@@ -4,12 +4,11 @@
 
 namespace pimbsr::agent {
 
-/// Tells the service manager that started this process a state, such as "READY=1", "RELOADING=1",
-/// "STOPPING=1" or "STATUS=..."; several are parted by newlines. It goes as one datagram to the Unix socket
-/// that the environment's NOTIFY_SOCKET names, a path or, after '@', an abstract name.
+/// Notifies the service manager that started this process of a state, such as "READY=1", "RELOADING=1",
+/// "STOPPING=1" or "STATUS=..."; several are separated by newlines. It is sent as one datagram to the Unix
+/// socket in the environment variable NOTIFY_SOCKET, a path or, after '@', an abstract name.
 ///
-/// Returns whether it was sent: never without NOTIFY_SOCKET, and not where the manager doesn't take it at
-/// once.
+/// Returns whether it was sent: false without NOTIFY_SOCKET, and if it would block.
 bool notifyService(std::string_view state);
 
 }  // namespace pimbsr::agent

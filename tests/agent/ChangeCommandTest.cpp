@@ -55,35 +55,35 @@ class ChangeCommandTest : public testing::Test {
 
 TEST_F(ChangeCommandTest, CommandGetsTheTextOnItsStandardInput) {
   start("cat > got");
-  EXPECT_EQ(command->tell("{\"zones\":[]}"), "");
+  EXPECT_EQ(command->notify("{\"zones\":[]}"), "");
   EXPECT_TRUE(command->isBusy());
   EXPECT_EQ(report(), "");
   EXPECT_FALSE(command->isBusy());
   EXPECT_EQ(text("got"), "{\"zones\":[]}");
 }
 
-TEST_F(ChangeCommandTest, LongTextArrivesWholeAndAnEmptyOneEmpty) {
+TEST_F(ChangeCommandTest, CommandReadsLongAndEmptyTextsWhole) {
   start("cat > got");
   std::string longText(std::size_t{8} << 20, 'x');
   longText += "end";
-  for (std::string const& told : {longText, std::string(), std::string("short")}) {
-    command->tell(told);
+  for (std::string const& next : {longText, std::string(), std::string("short")}) {
+    command->notify(next);
     EXPECT_EQ(report(), "");
-    EXPECT_EQ(text("got"), told);
+    EXPECT_EQ(text("got"), next);
   }
 }
 
-TEST_F(ChangeCommandTest, CommandThatReadsNothingIsAsGoodAsAnother) {
+TEST_F(ChangeCommandTest, CommandThatReadsNoInputSucceeds) {
   start("true");
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(command->tell(std::string(1 << 20, 'x')), "");
+    EXPECT_EQ(command->notify(std::string(1 << 20, 'x')), "");
     EXPECT_EQ(report(), "");
   }
 }
 
-TEST_F(ChangeCommandTest, OnlyTheNewestWaitsWhileARunLasts) {
+TEST_F(ChangeCommandTest, OnlyTheNewestTextWaitsDuringARun) {
   start("cat >> got; echo >> got; while [ ! -e go ]; do sleep 0.01; done");
-  for (char const* told : {"first", "second", "third", "fourth"}) command->tell(told);
+  for (char const* next : {"first", "second", "third", "fourth"}) command->notify(next);
   EXPECT_TRUE(command->isBusy());
   folder.write("go", "");
   EXPECT_EQ(report(), "");
@@ -94,46 +94,46 @@ TEST_F(ChangeCommandTest, OnlyTheNewestWaitsWhileARunLasts) {
 }
 
 TEST_F(ChangeCommandTest, RunsNeverOverlap) {
-  start("mkdir running || echo overlap >> faults; sleep 0.02; rmdir running; echo run >> runs");
+  start("mkdir running || echo overlap >> overlaps; sleep 0.02; rmdir running; echo run >> runs");
   int reports = 0;
   for (int i = 0; i < 60 || command->isBusy(); ++i) {
-    if (i < 60) command->tell(std::to_string(i));
+    if (i < 60) command->notify(std::to_string(i));
     pollfd waiting{command->fd(), POLLIN, 0};
     if (poll(&waiting, 1, 3) == 1 && command->handleReport().empty()) ++reports;
   }
-  EXPECT_EQ(text("faults"), "");
+  EXPECT_EQ(text("overlaps"), "");
   std::string runs = text("runs");
   EXPECT_EQ(std::count(runs.begin(), runs.end(), '\n'), reports);
   EXPECT_GT(reports, 1);
 }
 
-TEST_F(ChangeCommandTest, FailureIsToldAndTheNextRunIsTried) {
+TEST_F(ChangeCommandTest, FailureIsReportedAndTheNextRunIsStarted) {
   start("read word; exit $word");
-  command->tell("3\n");
+  command->notify("3\n");
   EXPECT_THAT(report(), HasSubstr("ended with status 3"));
-  command->tell("0\n");
+  command->notify("0\n");
   EXPECT_EQ(report(), "");
 }
 
-TEST_F(ChangeCommandTest, DeathBySignalIsTold) {
+TEST_F(ChangeCommandTest, TerminationBySignalIsReported) {
   start("kill -9 $$");
-  command->tell("");
-  EXPECT_THAT(report(), HasSubstr("was ended by signal 9 (Killed)"));
+  command->notify("");
+  EXPECT_THAT(report(), HasSubstr("was terminated by signal 9 (Killed)"));
 }
 
-TEST_F(ChangeCommandTest, CommandThatIsNoneIsTold) {
+TEST_F(ChangeCommandTest, UnknownCommandIsReported) {
   start("/nonexistent/command 2> /dev/null");
-  command->tell("");
+  command->notify("");
   EXPECT_THAT(report(), HasSubstr("ended with status 127"));
 }
 
-TEST_F(ChangeCommandTest, HelperHoldsNoFileButItsOwn) {
+TEST_F(ChangeCommandTest, HelperInheritsNoOtherFile) {
   int kept = open("/dev/null", O_RDONLY);
   int high = fcntl(kept, F_DUPFD, 200);
   start(
       "echo $(ls /proc/$PPID/fd) > helper; echo $(ls /proc/$$/fd) > shell; "
       "readlink /proc/$PPID/fd/0 > input");
-  command->tell("");
+  command->notify("");
   EXPECT_EQ(report(), "");
   EXPECT_THAT(text("helper"), testing::StartsWith("0 1 2 3"));
   EXPECT_THAT(text("helper"), testing::Not(HasSubstr("200")));
@@ -147,11 +147,11 @@ TEST_F(ChangeCommandTest, SignalsForTheAgentLeaveTheHelperAndCommandsHaveTheirDe
   std::signal(SIGPIPE, SIG_IGN);
   start("grep SigIgn /proc/self/status > ignored; grep SigBlk /proc/self/status > blocked; cat > got");
   for (int number : {SIGHUP, SIGINT, SIGTERM}) {
-    command->tell("warm-up");
+    command->notify("warm-up");
     EXPECT_EQ(report(), "");
     kill(command->helper(), number);
   }
-  command->tell("after");
+  command->notify("after");
   EXPECT_EQ(report(), "");
   EXPECT_EQ(text("got"), "after");
   EXPECT_EQ(text("ignored"), "SigIgn:\t0000000000000000\n");
@@ -159,35 +159,35 @@ TEST_F(ChangeCommandTest, SignalsForTheAgentLeaveTheHelperAndCommandsHaveTheirDe
   std::signal(SIGPIPE, SIG_DFL);
 }
 
-TEST_F(ChangeCommandTest, HelperEndsWithItsAgentAndLetsTheLastRunEnd) {
+TEST_F(ChangeCommandTest, HelperEndsWithItsAgentAfterTheLastRun) {
   start("true");
   EXPECT_EQ(helperStatus(), 0);
   start("sleep 0.2; echo done > got");
-  command->tell("");
+  command->notify("");
   EXPECT_EQ(helperStatus(), 0);
   EXPECT_EQ(text("got"), "done\n");
 }
 
-TEST_F(ChangeCommandTest, LostHelperIsToldOnceAndNothingHappensAfterwards) {
+TEST_F(ChangeCommandTest, EndOfTheHelperIsReportedOnceAndLaterTextsHaveNoEffect) {
   start("true");
   kill(command->helper(), SIGKILL);
-  EXPECT_THAT(report(), HasSubstr("has gone"));
+  EXPECT_THAT(report(), HasSubstr("has ended"));
   EXPECT_LT(command->fd(), 0);
-  EXPECT_EQ(command->tell("text"), "");
+  EXPECT_EQ(command->notify("text"), "");
   EXPECT_EQ(command->handleReport(), "");
   EXPECT_FALSE(command->isBusy());
 }
 
-TEST_F(ChangeCommandTest, RightsOfTheHelperAreThoseFromBeforeTheDrop) {
+TEST_F(ChangeCommandTest, HelperKeepsThePrivilegesFromBeforeTheDrop) {
   NEEDS_ROOT();
   std::string found = inChild([this] {
     start("grep CapEff /proc/self/status | cut -f2 > got; grep NoNewPrivs /proc/self/status >> got");
     pimbsr::agent::dropPrivileges();
     pimbsr::agent::enterSandbox();
-    std::string fault = command->tell(std::string(1 << 20, 'x'));
+    std::string error = command->notify(std::string(1 << 20, 'x'));
     pollfd waiting{command->fd(), POLLIN, 0};
     poll(&waiting, 1, 20000);
-    return fault + command->handleReport();
+    return error + command->handleReport();
   });
   EXPECT_EQ(found, "");
   EXPECT_THAT(text("got"), HasSubstr("NoNewPrivs:\t0"));

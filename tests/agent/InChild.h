@@ -21,8 +21,8 @@ inline std::string inChild(std::function<std::string()> const& act) {
     std::string text;
     try {
       text = act();
-    } catch (std::exception const& fault) {
-      text = std::string("threw ") + fault.what();
+    } catch (std::exception const& error) {
+      text = std::string("threw ") + error.what();
     }
     bool written = write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
     _exit(written ? 0 : 1);

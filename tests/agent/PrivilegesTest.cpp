@@ -95,7 +95,7 @@ TEST(PrivilegesTest, DroppingTwiceIsDroppingOnce) {
   EXPECT_EQ(sets, "0 " + netRaw + " " + netRaw + " " + netRaw + " 0 1");
 }
 
-TEST(PrivilegesTest, WhatWasDroppedIsRefusedAndRawSocketsOpen) {
+TEST(PrivilegesTest, DroppedPrivilegesAreDeniedAndRawSocketsOpen) {
   NEEDS_ROOT();
   std::string found = inChild([] {
     dropPrivileges();
@@ -108,7 +108,7 @@ TEST(PrivilegesTest, WhatWasDroppedIsRefusedAndRawSocketsOpen) {
   EXPECT_EQ(found, "raw no-admin no-setuid");
 }
 
-TEST(PrivilegesTest, RootIsToldAllItHolds) {
+TEST(PrivilegesTest, ReportOfRootHasAllPrivileges) {
   NEEDS_ROOT();
   std::string text = inChild(privilegesHeld);
   EXPECT_THAT(text, HasSubstr("User ID                   0 (effective 0)\n"));
@@ -120,7 +120,7 @@ TEST(PrivilegesTest, RootIsToldAllItHolds) {
   EXPECT_THAT(text, HasSubstr("Executing a program       allowed\n"));
 }
 
-TEST(PrivilegesTest, ServiceUserInTheSandboxIsToldHowLittleItHolds) {
+TEST(PrivilegesTest, ReportOfTheServiceUserInTheSandboxHasRawSocketsAlone) {
   NEEDS_ROOT();
   std::string text = inChild([] {
     becomeServiceUser();
@@ -136,9 +136,9 @@ TEST(PrivilegesTest, ServiceUserInTheSandboxIsToldHowLittleItHolds) {
   EXPECT_THAT(text, HasSubstr("New privileges            impossible\n"));
   EXPECT_THAT(text, HasSubstr("System-call filter        on\n"));
   EXPECT_THAT(text, HasSubstr("Opening a raw PIM socket  allowed\n"));
-  EXPECT_THAT(text, HasSubstr("Reading /etc/shadow       refused: Permission denied\n"));
-  EXPECT_THAT(text, HasSubstr("Starting a process        refused: Operation not permitted\n"));
-  EXPECT_THAT(text, HasSubstr("Executing a program       refused: Operation not permitted\n"));
+  EXPECT_THAT(text, HasSubstr("Reading /etc/shadow       denied: Permission denied\n"));
+  EXPECT_THAT(text, HasSubstr("Starting a process        denied: Operation not permitted\n"));
+  EXPECT_THAT(text, HasSubstr("Executing a program       denied: Operation not permitted\n"));
 }
 
 }  // namespace

@@ -35,14 +35,14 @@ namespace {
 
 using pimbsr::agent::enterSandbox;
 
-/// A call that must do something, or must be refused.
+/// A call that must do something, or must be denied.
 struct Call {
   char const* name;
   std::function<bool()> act;
 };
 
 /// The names of the calls that don't come to what they must. They are made in the sandbox, in one process, by
-/// a user who keeps all other privileges, so that it is the filter that refuses.
+/// a user who keeps all other privileges, so that the filter alone denies calls.
 std::string wrongOnes(std::vector<Call> const& calls) {
   return inChild([&] {
     enterSandbox();
@@ -55,7 +55,7 @@ std::string wrongOnes(std::vector<Call> const& calls) {
   });
 }
 
-bool isRefused(long result) { return result < 0 && errno == EPERM; }
+bool isDenied(long result) { return result < 0 && errno == EPERM; }
 
 /// Opens a socket and says whether that was allowed.
 bool opens(int family, int type, int protocol) {
@@ -64,43 +64,43 @@ bool opens(int family, int type, int protocol) {
   return fd >= 0;
 }
 
-bool refusesSocket(int family, int type, int protocol) { return isRefused(socket(family, type, protocol)); }
+bool deniesSocket(int family, int type, int protocol) { return isDenied(socket(family, type, protocol)); }
 
-TEST(SandboxTest, OtherProcessesAndProgramsAreRefused) {
+TEST(SandboxTest, OtherProcessesAndProgramsAreDenied) {
   char* none[] = {nullptr};
-  EXPECT_EQ(wrongOnes({
-                {"fork", [] { return isRefused(fork()); }},
-                {"vfork", [] { return isRefused(syscall(SYS_vfork)); }},
-                {"clone3", [] { return isRefused(syscall(SYS_clone3, nullptr, 0)); }},
-                {"execve", [&] { return isRefused(execve("/bin/true", none, none)); }},
-                {"execveat",
-                 [&] { return isRefused(syscall(SYS_execveat, AT_FDCWD, "/bin/true", none, none, 0)); }},
-                {"ptrace", [] { return isRefused(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr)); }},
-                {"kill of others", [] { return isRefused(kill(getppid(), 0)); }},
-                {"process_vm_readv",
-                 [] { return isRefused(syscall(SYS_process_vm_readv, getppid(), 0, 0, 0, 0, 0)); }},
-            }),
-            "");
+  EXPECT_EQ(
+      wrongOnes({
+          {"fork", [] { return isDenied(fork()); }},
+          {"vfork", [] { return isDenied(syscall(SYS_vfork)); }},
+          {"clone3", [] { return isDenied(syscall(SYS_clone3, nullptr, 0)); }},
+          {"execve", [&] { return isDenied(execve("/bin/true", none, none)); }},
+          {"execveat", [&] { return isDenied(syscall(SYS_execveat, AT_FDCWD, "/bin/true", none, none, 0)); }},
+          {"ptrace", [] { return isDenied(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr)); }},
+          {"kill of others", [] { return isDenied(kill(getppid(), 0)); }},
+          {"process_vm_readv",
+           [] { return isDenied(syscall(SYS_process_vm_readv, getppid(), 0, 0, 0, 0, 0)); }},
+      }),
+      "");
 }
 
-TEST(SandboxTest, WhatChangesTheSystemOrTheProcessIsRefused) {
+TEST(SandboxTest, CallsThatChangeTheSystemOrTheProcessAreDenied) {
   rlimit limit{1, 1};
   EXPECT_EQ(wrongOnes({
-                {"mount", [] { return isRefused(mount("none", "/nonexistent", "tmpfs", 0, nullptr)); }},
-                {"chroot", [] { return isRefused(chroot("/nonexistent")); }},
-                {"unshare", [] { return isRefused(unshare(CLONE_NEWNET)); }},
-                {"setns", [] { return isRefused(setns(0, 0)); }},
-                {"bpf", [] { return isRefused(syscall(SYS_bpf, BPF_MAP_CREATE, nullptr, 0)); }},
-                {"keyctl", [] { return isRefused(syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, 0, 0)); }},
-                {"io_uring", [] { return isRefused(syscall(SYS_io_uring_setup, 1, nullptr)); }},
-                {"setuid", [] { return isRefused(syscall(SYS_setuid, 0)); }},
-                {"capset", [] { return isRefused(syscall(SYS_capset, nullptr, nullptr)); }},
-                {"seccomp", [] { return isRefused(syscall(SYS_seccomp, 0, 0, nullptr)); }},
-                {"personality", [] { return isRefused(personality(0xffffffff)); }},
-                {"chown", [] { return isRefused(chown("/nonexistent", 0, 0)); }},
-                {"link", [] { return isRefused(link("/nonexistent", "/nonexistent2")); }},
-                {"setting a limit", [&] { return isRefused(setrlimit(RLIMIT_NOFILE, &limit)); }},
-                {"prctl that writes", [] { return isRefused(prctl(PR_SET_DUMPABLE, 0, 0, 0, 0)); }},
+                {"mount", [] { return isDenied(mount("none", "/nonexistent", "tmpfs", 0, nullptr)); }},
+                {"chroot", [] { return isDenied(chroot("/nonexistent")); }},
+                {"unshare", [] { return isDenied(unshare(CLONE_NEWNET)); }},
+                {"setns", [] { return isDenied(setns(0, 0)); }},
+                {"bpf", [] { return isDenied(syscall(SYS_bpf, BPF_MAP_CREATE, nullptr, 0)); }},
+                {"keyctl", [] { return isDenied(syscall(SYS_keyctl, KEYCTL_GET_KEYRING_ID, 0, 0)); }},
+                {"io_uring", [] { return isDenied(syscall(SYS_io_uring_setup, 1, nullptr)); }},
+                {"setuid", [] { return isDenied(syscall(SYS_setuid, 0)); }},
+                {"capset", [] { return isDenied(syscall(SYS_capset, nullptr, nullptr)); }},
+                {"seccomp", [] { return isDenied(syscall(SYS_seccomp, 0, 0, nullptr)); }},
+                {"personality", [] { return isDenied(personality(0xffffffff)); }},
+                {"chown", [] { return isDenied(chown("/nonexistent", 0, 0)); }},
+                {"link", [] { return isDenied(link("/nonexistent", "/nonexistent2")); }},
+                {"setting a limit", [&] { return isDenied(setrlimit(RLIMIT_NOFILE, &limit)); }},
+                {"prctl that writes", [] { return isDenied(prctl(PR_SET_DUMPABLE, 0, 0, 0, 0)); }},
             }),
             "");
 }
@@ -114,23 +114,23 @@ TEST(SandboxTest, MemoryIsNeverMadeExecutable) {
           {"map", [&] { return map(PROT_READ | PROT_WRITE) != MAP_FAILED; }},
           {"map executable", [&] { return map(PROT_READ | PROT_EXEC) == MAP_FAILED && errno == EPERM; }},
           {"make executable",
-           [&] { return isRefused(mprotect(map(PROT_READ | PROT_WRITE), 4096, PROT_READ | PROT_EXEC)); }},
+           [&] { return isDenied(mprotect(map(PROT_READ | PROT_WRITE), 4096, PROT_READ | PROT_EXEC)); }},
           {"make read-only", [&] { return mprotect(map(PROT_READ | PROT_WRITE), 4096, PROT_READ) == 0; }},
       }),
       "");
 }
 
-TEST(SandboxTest, SocketsOfOtherKindsAreRefused) {
+TEST(SandboxTest, SocketsOfOtherKindsAreDenied) {
   EXPECT_EQ(wrongOnes({
-                {"tcp", [] { return refusesSocket(AF_INET, SOCK_STREAM, 0); }},
-                {"udp", [] { return refusesSocket(AF_INET, SOCK_DGRAM, 0); }},
-                {"udp numbered as pim", [] { return refusesSocket(AF_INET, SOCK_DGRAM, 103); }},
-                {"raw icmp", [] { return refusesSocket(AF_INET, SOCK_RAW, 1); }},
-                {"raw of all", [] { return refusesSocket(AF_INET, SOCK_RAW, 255); }},
-                {"ipv6", [] { return refusesSocket(AF_INET6, SOCK_RAW, 103); }},
-                {"packet", [] { return refusesSocket(AF_PACKET, SOCK_RAW, 0); }},
-                {"other netlink", [] { return refusesSocket(AF_NETLINK, SOCK_RAW, 16); }},
-                {"vsock", [] { return refusesSocket(AF_VSOCK, SOCK_STREAM, 0); }},
+                {"tcp", [] { return deniesSocket(AF_INET, SOCK_STREAM, 0); }},
+                {"udp", [] { return deniesSocket(AF_INET, SOCK_DGRAM, 0); }},
+                {"udp numbered as pim", [] { return deniesSocket(AF_INET, SOCK_DGRAM, 103); }},
+                {"raw icmp", [] { return deniesSocket(AF_INET, SOCK_RAW, 1); }},
+                {"raw of all", [] { return deniesSocket(AF_INET, SOCK_RAW, 255); }},
+                {"ipv6", [] { return deniesSocket(AF_INET6, SOCK_RAW, 103); }},
+                {"packet", [] { return deniesSocket(AF_PACKET, SOCK_RAW, 0); }},
+                {"other netlink", [] { return deniesSocket(AF_NETLINK, SOCK_RAW, 16); }},
+                {"vsock", [] { return deniesSocket(AF_VSOCK, SOCK_STREAM, 0); }},
             }),
             "");
 }

@@ -69,7 +69,7 @@ TEST(ServiceNotifyTest, WithoutAManagerNothingIsSent) {
 
 TEST(ServiceNotifyTest, NameThatIsNoSocketIsLeftAlone) {
   for (std::string const& name : {std::string(), std::string("/"), std::string("vsock:2:1234"),
-                                  std::string("/tmp/pimbsr-nobody-listens"), "/" + std::string(200, 'x')}) {
+                                  std::string("/tmp/pimbsr-no-listener"), "/" + std::string(200, 'x')}) {
     setenv("NOTIFY_SOCKET", name.c_str(), 1);
     EXPECT_FALSE(notifyService("READY=1")) << name;
   }

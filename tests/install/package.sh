@@ -69,8 +69,8 @@ as_service() {
 held=$(as_service pimbsr run --config /etc/pimbsr/pimbsr.toml --unprivileged-check)
 echo "$held"
 grep -q "Effective capabilities *net_raw$" <<<"$held" || fail "capabilities"
-grep -q "Reading /etc/shadow *refused" <<<"$held" || fail "/etc/shadow can be read"
-grep -q "Executing a program *refused" <<<"$held" || fail "programs can be executed"
+grep -q "Reading /etc/shadow *denied" <<<"$held" || fail "/etc/shadow can be read"
+grep -q "Executing a program *denied" <<<"$held" || fail "programs can be executed"
 grep -q "Opening a raw PIM socket *allowed" <<<"$held" || fail "no raw socket"
 
 as_service pimbsr run --config /etc/pimbsr/pimbsr.toml >"$log" 2>&1 &
