@@ -253,7 +253,7 @@ static std::vector<std::string> textsOf(std::string const& file, char const* kin
 view::Reload Daemon::reload() {
   ConfigReading reading = readConfigFile(options_.file);
   view::Reload result{.applied = reading.isSound(),
-                      .errors = textsOf(reading.file, "error", reading.faults),
+                      .errors = textsOf(reading.file, "error", reading.errors),
                       .warnings = textsOf(reading.file, "warning", lint(reading))};
   if (!result.applied) return result;
   result.needsRestart = needRestart(agent_.settings(), reading.settings);

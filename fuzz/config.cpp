@@ -28,7 +28,7 @@ void checkFindings(std::vector<ConfigFinding> const& findings) {
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   ConfigReading const reading =
       readConfig(std::string_view(reinterpret_cast<char const*>(data), size), "fuzz");
-  checkFindings(reading.faults);
+  checkFindings(reading.errors);
   checkFindings(lint(reading));
   if (!reading.isSound()) return 0;
   std::string const written = writeToml(reading.settings);

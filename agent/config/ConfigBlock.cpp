@@ -13,12 +13,12 @@ using Sort = ConfigValue::Sort;
 // Texts that have a form ------------------------------------------------------------------------------
 
 bool isInterfaceName(std::string_view name) {
-  auto isRefused = [](char c) {
+  auto isInvalid = [](char c) {
     auto byte = static_cast<unsigned char>(c);
     return byte <= 0x20 || byte == 0x7f || c == '/' || c == ':';
   };
   return !name.empty() && name.size() <= 15 && name != "." && name != ".." &&
-         std::none_of(name.begin(), name.end(), isRefused);
+         std::none_of(name.begin(), name.end(), isInvalid);
 }
 
 bool isListName(std::string_view name) {
@@ -33,15 +33,15 @@ static bool isGroupName(std::string_view name) {
   return name.empty() || (isListName(name) && name.size() <= 32 && name.find(':') == name.npos);
 }
 
-static bool isPath(std::string_view path, std::size_t longest) {
+static bool isPath(std::string_view path, std::size_t maxLength) {
   auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
-  return path.empty() ||
-         (path.front() == '/' && path.size() <= longest && std::none_of(path.begin(), path.end(), isControl));
+  return path.empty() || (path.front() == '/' && path.size() <= maxLength &&
+                          std::none_of(path.begin(), path.end(), isControl));
 }
 
-/// Whether a text has the form of its key. Prefixes and addresses are for the reader to judge.
+/// Whether a text has the form of its key. Prefixes and addresses are validated when they are parsed.
 static bool hasForm(KeyType type, std::string_view text) {
-  static constexpr std::size_t longestSocketPath = 107, longestPath = 4095;
+  static constexpr std::size_t maxSocketPathLength = 107, maxPathLength = 4095;
   switch (type) {
     case KeyType::interfaceName:
       return isInterfaceName(text);
@@ -50,11 +50,11 @@ static bool hasForm(KeyType type, std::string_view text) {
     case KeyType::action:
       return text == "permit" || text == "deny";
     case KeyType::path:
-      return isPath(text, longestPath);
+      return isPath(text, maxPathLength);
     case KeyType::groupName:
       return isGroupName(text);
     case KeyType::socketPath:
-      return isPath(text, longestSocketPath);
+      return isPath(text, maxSocketPathLength);
     default:
       return true;
   }
@@ -62,7 +62,7 @@ static bool hasForm(KeyType type, std::string_view text) {
 
 // The table and its keys ------------------------------------------------------------------------------
 
-static std::string refusal(std::string const& path, ConfigValue const& read, std::string const& valid) {
+static std::string invalidText(std::string const& path, ConfigValue const& read, std::string const& valid) {
   return fmt::format("{}: read {}; valid is {}", path, describe(read), valid);
 }
 
@@ -72,7 +72,7 @@ ConfigBlock::ConfigBlock(ConfigValue const& value, ConfigSection const& section,
   if (table_ != nullptr) {
     checkKeys(section.name);
   } else {
-    notes_.faults.push_back({at_, refusal(path, value, "a table")});
+    notes_.errors.push_back({at_, invalidText(path, value, "a table")});
   }
 }
 
@@ -84,26 +84,26 @@ void ConfigBlock::checkKeys(std::string_view section) {
     if (std::any_of(all.begin(), all.end(), isKey)) continue;
     auto former = entry.key.empty() ? all.end() : std::find_if(all.begin(), all.end(), isFormer);
     if (former == all.end()) {
-      refuseUnknown(section, entry);
+      rejectUnknown(section, entry);
     } else {
-      refuseFormer(*former, entry);
+      rejectFormer(*former, entry);
     }
   }
 }
 
-/// A table where no key is expected is probably of a name with a dot, written without quotes.
-void ConfigBlock::refuseUnknown(std::string_view section, ConfigEntry const& entry) {
+/// A table in place of a key is probably a name with a dot that lacks quotes.
+void ConfigBlock::rejectUnknown(std::string_view section, ConfigEntry const& entry) {
   std::string text = unknownKeyText(section, entry.key);
   std::size_t dot = path_.find('.');
   if (entry.value.sort == Sort::table && dot != path_.npos) {
     text += fmt::format("; a name with a dot must be in quotes: [{}.\"{}.{}\"]", path_.substr(0, dot),
                         path_.substr(dot + 1), entry.key);
   }
-  notes_.faults.push_back({entry.at, fmt::format("{}.{}: {}", path_, tomlKey(entry.key), text)});
+  notes_.errors.push_back({entry.at, fmt::format("{}.{}: {}", path_, tomlKey(entry.key), text)});
 }
 
-/// Beside a key by its name of now, a former one can't be renamed.
-void ConfigBlock::refuseFormer(ConfigKey const& key, ConfigEntry const& entry) {
+/// A former name can't be renamed if the table has the present name too.
+void ConfigBlock::rejectFormer(ConfigKey const& key, ConfigEntry const& entry) {
   std::string text = fmt::format("{}.{}: is now called {}", path_, entry.key, key.name);
   if (has(key)) {
     text += ", which is there too";
@@ -111,13 +111,13 @@ void ConfigBlock::refuseFormer(ConfigKey const& key, ConfigEntry const& entry) {
     text += "; 'pimbsr check --rewrite' renames it in the file";
     notes_.renames.push_back({entry.at, entry.key, key.name});
   }
-  notes_.faults.push_back({entry.at, text});
+  notes_.errors.push_back({entry.at, text});
 }
 
 ConfigValue const* ConfigBlock::find(ConfigKey const& key) const {
   if (table_ == nullptr) return nullptr;
-  auto isIt = [&](ConfigEntry const& entry) { return entry.key == key.name; };
-  auto found = std::find_if(table_->entries.begin(), table_->entries.end(), isIt);
+  auto matches = [&](ConfigEntry const& entry) { return entry.key == key.name; };
+  auto found = std::find_if(table_->entries.begin(), table_->entries.end(), matches);
   return found == table_->entries.end() ? nullptr : &found->value;
 }
 
@@ -126,16 +126,16 @@ TextPlace ConfigBlock::placeOf(ConfigKey const& key) const {
   return found == nullptr ? at_ : found->at;
 }
 
-void ConfigBlock::fault(TextPlace at, ConfigKey const& key, std::string const& text) {
-  notes_.faults.push_back({at, fmt::format("{}: {}", pathOf(key), text)});
+void ConfigBlock::addError(TextPlace at, ConfigKey const& key, std::string const& text) {
+  notes_.errors.push_back({at, fmt::format("{}: {}", pathOf(key), text)});
 }
 
-void ConfigBlock::refuse(ConfigKey const& key, ConfigValue const& read) {
-  notes_.faults.push_back({read.at, refusal(pathOf(key), read, validText(key))});
+void ConfigBlock::reject(ConfigKey const& key, ConfigValue const& read) {
+  notes_.errors.push_back({read.at, invalidText(pathOf(key), read, validText(key))});
 }
 
-void ConfigBlock::refuseItem(ConfigKey const& key, ConfigValue const& read) {
-  notes_.faults.push_back({read.at, refusal(pathOf(key), read, validItemText(key))});
+void ConfigBlock::rejectItem(ConfigKey const& key, ConfigValue const& read) {
+  notes_.errors.push_back({read.at, invalidText(pathOf(key), read, validItemText(key))});
 }
 
 // Numbers and flags -----------------------------------------------------------------------------------
@@ -154,7 +154,7 @@ std::optional<U64> ConfigBlock::number(ConfigKey const& key) {
   ConfigValue const* read = find(key);
   if (read == nullptr) return std::nullopt;
   if (isNumberOf(key, *read)) return static_cast<U64>(read->number);
-  refuse(key, *read);
+  reject(key, *read);
   return std::nullopt;
 }
 
@@ -171,16 +171,16 @@ void ConfigBlock::take(ConfigKey const& key, std::optional<U32>& number) {
 void ConfigBlock::take(ConfigKey const& key, bool& flag) {
   ConfigValue const* read = find(key);
   if (read == nullptr) return;
-  if (read->sort != Sort::boolean) return refuse(key, *read);
+  if (read->sort != Sort::boolean) return reject(key, *read);
   flag = read->flag;
 }
 
 // Texts -----------------------------------------------------------------------------------------------
 
-/// Reads a value that the model reads; none if the model refuses it.
+/// The value of a text that the model parses; none if the text isn't valid.
 template <class Value>
 static std::optional<Value> parsed(std::string_view text) {
-  // The unset value has an empty text, and would be read.
+  // An empty text would be parsed as the unset value.
   if (text.empty()) return std::nullopt;
   try {
     return Value::parse(Zet::String8(text));
@@ -193,11 +193,11 @@ std::optional<std::string> ConfigBlock::text(ConfigKey const& key) {
   ConfigValue const* read = find(key);
   if (read == nullptr) {
     if (key.fallback.empty() && table_ != nullptr)
-      fault(at_, key, fmt::format("not there, and needed; valid is {}", validText(key)));
+      addError(at_, key, fmt::format("not there, and needed; valid is {}", validText(key)));
     return std::nullopt;
   }
   if (read->sort == Sort::text && hasForm(key.type, read->text)) return read->text;
-  refuse(key, *read);
+  reject(key, *read);
   return std::nullopt;
 }
 
@@ -212,27 +212,28 @@ void ConfigBlock::take(ConfigKey const& key, file::Action& action) {
 
 void ConfigBlock::take(ConfigKey const& key, file::Address& address) {
   std::optional<std::string> read = text(key);
-  if (read && !(address = parsed<Lanet::IpAddr>(*read))) refuse(key, *find(key));
+  if (read && !(address = parsed<Lanet::IpAddr>(*read))) reject(key, *find(key));
 }
 
 void ConfigBlock::take(ConfigKey const& key, file::Prefix& prefix) {
   if (!text(key)) return;
   prefix = prefixOf(key, *find(key));
   if (!prefix || prefix->af() == Lanet::AddressFamily::ipv4) return;
-  refuse(key, *find(key));
+  reject(key, *find(key));
   prefix.reset();
 }
 
 std::optional<Lanet::IpGenPrefix> ConfigBlock::prefixOf(ConfigKey const& key, ConfigValue const& read) {
   auto prefix = parsed<Lanet::IpGenPrefix>(read.text);
   if (!prefix) {
-    refuseItem(key, read);
+    rejectItem(key, read);
     return std::nullopt;
   }
   auto address = parsed<Lanet::IpGenAddr>(std::string_view(read.text).substr(0, read.text.find('/')));
   if (address && *address != prefix->address()) {
-    notes_.remarks.push_back({read.at, fmt::format("{}: {} has bits behind its length, and is read as {}",
-                                                   pathOf(key), read.text, prefix->stringValue().view())});
+    notes_.remarks.push_back(
+        {read.at, fmt::format("{}: {} has bits beyond its prefix length, and is read as {}", pathOf(key),
+                              read.text, prefix->stringValue().view())});
   }
   return prefix;
 }
@@ -242,7 +243,7 @@ std::optional<Lanet::IpGenPrefix> ConfigBlock::prefixOf(ConfigKey const& key, Co
 std::vector<ConfigValue> const* ConfigBlock::itemsOf(ConfigKey const& key) {
   ConfigValue const* read = find(key);
   if (read == nullptr || read->sort == Sort::list) return read == nullptr ? nullptr : &read->items;
-  refuse(key, *read);
+  reject(key, *read);
   return nullptr;
 }
 
@@ -254,7 +255,7 @@ std::vector<ConfigValue const*> ConfigBlock::textsOf(ConfigKey const& key) {
     if (item.sort == Sort::text && hasForm(key.type, item.text)) {
       found.push_back(&item);
     } else {
-      refuseItem(key, item);
+      rejectItem(key, item);
     }
   }
   return found;

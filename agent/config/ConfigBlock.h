@@ -19,19 +19,19 @@ using Zet::U64;
 bool isInterfaceName(std::string_view name);
 bool isListName(std::string_view name);
 
-/// Where the reader of a file notes what it finds. The lists outlive it.
+/// The findings of the reader of a file. The lists outlive it.
 struct ConfigNotes {
-  std::vector<ConfigFinding>& faults;
-  std::vector<ConfigFinding>& remarks;  ///< what was read otherwise than it looks, and is no fault
-  std::vector<ConfigRename>& renames;   ///< keys by a former name, each a fault too
+  std::vector<ConfigFinding>& errors;
+  std::vector<ConfigFinding>& remarks;  ///< valid values that are read other than written
+  std::vector<ConfigRename>& renames;   ///< keys by a former name, each an error too
 };
 
-/// One table of the file and the keys that it may have: each is checked against its row when it is read. What
-/// is wrong goes to the faults, with the path of the key, and isn't given out.
+/// One table of the file and its keys. Each key is validated against its row when it is read; an invalid one
+/// is reported as an error with its path, and its value is not used.
 class ConfigBlock {
  public:
   /// Reports each key that the section doesn't have. A value that is no table is reported, and has no keys.
-  /// `path` is what to call it in faults. The value outlives the block.
+  /// `path` is its name in errors. The value outlives the block.
   ConfigBlock(ConfigValue const& value, ConfigSection const& section, std::string const& path,
               ConfigNotes notes);
 
@@ -60,13 +60,13 @@ class ConfigBlock {
   /// The values of a list; those that are no tables are reported by the blocks made of them.
   void take(ConfigKey const& key, file::Rules& rules);
 
-  /// Reports something of a key.
-  void fault(TextPlace at, ConfigKey const& key, std::string const& text);
+  /// Reports an error of a key.
+  void addError(TextPlace at, ConfigKey const& key, std::string const& text);
 
  private:
   void checkKeys(std::string_view section);
-  void refuseUnknown(std::string_view section, ConfigEntry const& entry);
-  void refuseFormer(ConfigKey const& key, ConfigEntry const& entry);
+  void rejectUnknown(std::string_view section, ConfigEntry const& entry);
+  void rejectFormer(ConfigKey const& key, ConfigEntry const& entry);
   ConfigValue const* find(ConfigKey const& key) const;
   std::string pathOf(ConfigKey const& key) const { return path_ + "." + std::string(key.name); }
   std::optional<U64> number(ConfigKey const& key);
@@ -76,8 +76,8 @@ class ConfigBlock {
   /// The items of a list that are texts with the form of the key.
   std::vector<ConfigValue const*> textsOf(ConfigKey const& key);
   std::vector<ConfigValue> const* itemsOf(ConfigKey const& key);
-  void refuse(ConfigKey const& key, ConfigValue const& read);
-  void refuseItem(ConfigKey const& key, ConfigValue const& read);
+  void reject(ConfigKey const& key, ConfigValue const& read);
+  void rejectItem(ConfigKey const& key, ConfigValue const& read);
 
   ConfigValue const* table_;  ///< null if the value is none
   std::string path_;

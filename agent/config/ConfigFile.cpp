@@ -36,8 +36,8 @@ struct RangesRead {
   ConfigKey const& listsKey;
 };
 
-/// Reads the values of one file into settings, table by table: what each key is and takes is declared, here
-/// is what it means.
+/// Reads the values of one file into settings, table by table. The keys and their types are declared; their
+/// meaning is here.
 class Reader {
  public:
   explicit Reader(ConfigReading& reading) : reading_(reading) {}
@@ -100,7 +100,7 @@ class Reader {
   template <class Keys, class Terms>
   void addRanges(ConfigBlock& block, ConfigPlace const& place, RangesRead const& read,
                  host::ByRange<Terms>& ranges, Terms const& terms);
-  /// Notes where a part of the settings is; false, with a fault, if that was written before.
+  /// Notes the place of a part of the settings; false, with an error, if it was given before.
   bool isFirst(ConfigBlock& block, ConfigKey const& key, ConfigPlace const& place,
                Placed<std::string> const& what);
   /// Notes where the numbers of a block are that describe a part of the settings; where they aren't, the
@@ -111,8 +111,8 @@ class Reader {
   ConfigBlock block(ConfigValue const& value, ConfigSection const& section) {
     return {value, section, std::string(section.name), notes()};
   }
-  void fault(TextPlace at, std::string const& text) { reading_.faults.push_back({at, text}); }
-  ConfigNotes notes() { return {reading_.faults, reading_.remarks, reading_.renames}; }
+  void addError(TextPlace at, std::string const& text) { reading_.errors.push_back({at, text}); }
+  ConfigNotes notes() { return {reading_.errors, reading_.remarks, reading_.renames}; }
   Settings& settings() { return reading_.settings; }
   host::Configuration& router() { return reading_.settings.router; }
 
@@ -141,7 +141,7 @@ void Reader::read(ConfigValue const& root) {
     auto matches = [&](Table const& table) { return wordOf(table.section) == entry.key; };
     auto found = std::find_if(std::begin(tables), std::end(tables), matches);
     if (found == std::end(tables)) {
-      fault(entry.at, fmt::format("{}: {}", tomlKey(entry.key), unknownKeyText("", entry.key)));
+      addError(entry.at, fmt::format("{}: {}", tomlKey(entry.key), unknownKeyText("", entry.key)));
     } else {
       (this->*found->read)(entry.value);
     }
@@ -152,14 +152,14 @@ void Reader::read(ConfigValue const& root) {
 
 bool Reader::isTable(ConfigValue const& value, std::string_view path) {
   if (value.sort == Sort::table) return true;
-  fault(value.at, fmt::format("{}: read {}; valid is a table", path, describe(value)));
+  addError(value.at, fmt::format("{}: read {}; valid is a table", path, describe(value)));
   return false;
 }
 
 void Reader::forEachTable(ConfigSection const& section, ConfigValue const& list, Read readOne) {
   if (list.sort != Sort::list) {
-    return fault(list.at, fmt::format("{}: read {}; valid are tables that begin with {}", section.name,
-                                      describe(list), section.header));
+    return addError(list.at, fmt::format("{}: read {}; valid are tables that begin with {}", section.name,
+                                         describe(list), section.header));
   }
   for (ConfigValue const& table : list.items) (this->*readOne)(table);
 }
@@ -180,7 +180,7 @@ bool Reader::isFirst(ConfigBlock& block, ConfigKey const& key, ConfigPlace const
   reading_.places.add(place, what.at);
   auto [at, first] = written_.try_emplace(place, what.at);
   if (!first) {
-    block.fault(
+    block.addError(
         what.at, key,
         fmt::format("{} is in line {}, column {} already", what.value, at->second.line, at->second.column));
   }
@@ -213,7 +213,7 @@ void Reader::addRanges(ConfigBlock& block, ConfigPlace const& place, RangesRead 
   }
 }
 
-/// What a candidate that names neither groups nor lists has: all groups.
+/// The ranges of a candidate; all groups if it names neither groups nor lists.
 template <class Keys, class Table>
 static RangesRead rangesOf(ConfigBlock const& block, Table const& table) {
   RangesRead read{table.groups, table.lists, Keys::groups, Keys::lists};
@@ -230,8 +230,8 @@ void Reader::readInterfaces(ConfigValue const& value) {
     if (isInterfaceName(entry.key)) {
       readInterface(entry.key, entry.value);
     } else {
-      fault(entry.at, fmt::format("interface.{}: no interface can have this name; valid is {}",
-                                  inQuotes(entry.key), validText(file::CandidateBsrKeys::interface)));
+      addError(entry.at, fmt::format("interface.{}: no interface can have this name; valid is {}",
+                                     inQuotes(entry.key), validText(file::CandidateBsrKeys::interface)));
     }
   }
 }
@@ -277,7 +277,7 @@ void Reader::readCandidateRp(ConfigValue const& value) {
     readAdvPeriod(block, place.at(Keys::cRpAdvPeriod.name), table, terms);
 }
 
-/// The period is that of the interface, whichever of its tables says it.
+/// All tables of an interface have one period.
 void Reader::readAdvPeriod(ConfigBlock& block, ConfigPlace const& place, file::CandidateRp const& table,
                            host::RpTerms& terms) {
   ConfigKey const& key = file::CandidateRpKeys::cRpAdvPeriod;
@@ -286,9 +286,9 @@ void Reader::readAdvPeriod(ConfigBlock& block, ConfigPlace const& place, file::C
     terms.cRpAdvPeriod = table.cRpAdvPeriod;
     reading_.places.add(place, first->second);
   } else if (table.cRpAdvPeriod != terms.cRpAdvPeriod && !table.interface.empty()) {
-    block.fault(block.placeOf(key), key,
-                fmt::format("read {}; all that {} offers has one period, and that is {} in line {}",
-                            table.cRpAdvPeriod, table.interface, terms.cRpAdvPeriod, first->second.line));
+    block.addError(block.placeOf(key), key,
+                   fmt::format("read {}; all that {} offers has one period, and that is {} in line {}",
+                               table.cRpAdvPeriod, table.interface, terms.cRpAdvPeriod, first->second.line));
   }
 }
 
@@ -316,9 +316,9 @@ void Reader::readLists(ConfigValue const& value) {
     if (isListName(entry.key)) {
       readList(entry.key, entry.value);
     } else {
-      fault(entry.at, fmt::format("access-list.{}: no list can have this name; valid are 1 to 64 letters, "
-                                  "digits, '-', '_', '.' and ':'",
-                                  inQuotes(entry.key)));
+      addError(entry.at, fmt::format("access-list.{}: no list can have this name; valid are 1 to 64 letters, "
+                                     "digits, '-', '_', '.' and ':'",
+                                     inQuotes(entry.key)));
     }
   }
 }
@@ -352,8 +352,8 @@ std::optional<U32> Reader::sequenceOf(ConfigBlock& block, file::AccessRule const
   if (block.has(key)) return rule.seq;
   U64 next = U64{last.value_or(0)} + 10;
   if (next <= key.most) return static_cast<U32>(next);
-  block.fault(block.at(), key,
-              fmt::format("not there, and {} would be too much; valid is {}", next, validText(key)));
+  block.addError(block.at(), key,
+                 fmt::format("not there, and {} would be too much; valid is {}", next, validText(key)));
   return std::nullopt;
 }
 
@@ -377,13 +377,14 @@ std::optional<Acl::IpFilter> Reader::maskedFilterOf(ConfigBlock& block, file::Ac
   using Keys = file::AccessRuleKeys;
   auto needBoth = [&](ConfigKey const& key, ConfigKey const& other) {
     if (block.has(key)) return;
-    block.fault(block.placeOf(other), other, fmt::format("is there without {}; both are needed", key.name));
+    block.addError(block.placeOf(other), other,
+                   fmt::format("is there without {}; both are needed", key.name));
   };
   needBoth(Keys::address, Keys::mask);
   needBoth(Keys::mask, Keys::address);
   if (block.has(Keys::prefix)) {
-    block.fault(block.placeOf(Keys::prefix), Keys::prefix,
-                "is there beside an address with its mask; one of both is valid");
+    block.addError(block.placeOf(Keys::prefix), Keys::prefix,
+                   "is there beside an address with its mask; one of both is valid");
     return std::nullopt;
   }
   if (!rule.address || !rule.mask) return std::nullopt;
@@ -411,8 +412,8 @@ void Reader::readControl(ConfigValue const& value) {
   readKeys<Keys>(block, control);
   if (!block.has(Keys::readOnlySocket)) control.readOnlySocket = readOnlySocketOf(control.controlSocket);
   if (control.controlSocket.empty() || control.controlSocket != control.readOnlySocket) return;
-  block.fault(block.placeOf(Keys::readOnlySocket), Keys::readOnlySocket,
-              "the path of control.socket; valid is a path of its own, or \"\" for none");
+  block.addError(block.placeOf(Keys::readOnlySocket), Keys::readOnlySocket,
+                 "the path of control.socket; valid is a path of its own, or \"\" for none");
 }
 
 /// Every handle is a key of its own, so that no row has its name.
@@ -425,13 +426,14 @@ void Reader::readTraces(ConfigValue const& value) {
     std::string path = "trace." + tomlKey(handle);
     if (std::find(names.begin(), names.end(), handle) == names.end()) {
       std::string_view meant = closest(handle, names);
-      fault(at, meant.empty() ? fmt::format("{}: no such handle; valid are {}", path, fmt::join(names, ", "))
-                              : fmt::format("{}: no such handle; did you mean {}?", path, meant));
+      addError(at, meant.empty()
+                       ? fmt::format("{}: no such handle; valid are {}", path, fmt::join(names, ", "))
+                       : fmt::format("{}: no such handle; did you mean {}?", path, meant));
     } else if (level.sort == Sort::integer && level.number >= 0 &&
                static_cast<U64>(level.number) <= key.most) {
       settings().traces[handle] = static_cast<int>(level.number);
     } else {
-      fault(level.at, fmt::format("{}: read {}; valid is {}", path, describe(level), validText(key)));
+      addError(level.at, fmt::format("{}: read {}; valid is {}", path, describe(level), validText(key)));
     }
   }
 }
@@ -444,25 +446,25 @@ ConfigReading readConfig(std::string_view text, std::string const& file) {
   ConfigReading reading;
   reading.file = file;
   ParsedText parsed = parseConfigText(text);
-  reading.faults = parsed.faults;
+  reading.errors = parsed.errors;
   if (!reading.isSound()) return reading;
   Reader(reading).read(parsed.root);
-  for (host::ConfigError const& fault : host::check(reading.settings.router)) {
-    reading.faults.push_back({reading.places.find(fault.place), keyOf(fault.place) + ": " + fault.text});
+  for (host::ConfigError const& error : host::check(reading.settings.router)) {
+    reading.errors.push_back({reading.places.find(error.place), keyOf(error.place) + ": " + error.text});
   }
   auto byPlace = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };
-  std::stable_sort(reading.faults.begin(), reading.faults.end(), byPlace);
+  std::stable_sort(reading.errors.begin(), reading.errors.end(), byPlace);
   return reading;
 }
 
 static ConfigReading unreadable(std::string const& path, std::string const& why) {
   ConfigReading reading;
   reading.file = path;
-  reading.faults.push_back({{}, "cannot be read: " + why});
+  reading.errors.push_back({{}, "cannot be read: " + why});
   return reading;
 }
 
-/// What is no regular file may give its bytes late or never, which a router can't wait for.
+/// Only regular files are read, since reading a pipe or a device could block.
 ConfigReading readConfigFile(std::string const& path) {
   std::error_code error;
   std::filesystem::file_status status = std::filesystem::status(path, error);
@@ -470,7 +472,7 @@ ConfigReading readConfigFile(std::string const& path) {
   if (!std::filesystem::is_regular_file(status)) return unreadable(path, "no regular file");
   std::ifstream in(path, std::ios::binary);
   if (!in) return unreadable(path, std::strerror(errno));
-  std::string text(longestConfigText + 1, '\0');
+  std::string text(maxConfigTextLength + 1, '\0');
   in.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (in.bad()) return unreadable(path, std::strerror(errno));
   text.resize(static_cast<std::size_t>(in.gcount()));

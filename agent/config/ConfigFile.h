@@ -10,23 +10,23 @@
 
 namespace pimbsr::agent {
 
-/// What was read of a configuration file.
+/// The result of reading a configuration file.
 struct ConfigReading {
-  std::string file;                    ///< its name, as it is reported
-  Settings settings;                   ///< what could be read; to be applied only if there is no fault
-  std::vector<ConfigFinding> faults;   ///< all of them, in the order of the file
-  std::vector<ConfigFinding> remarks;  ///< what was read otherwise than it looks, and is no fault
-  std::vector<ConfigRename> renames;   ///< keys by a former name, each a fault too
+  std::string file;                    ///< its name in reports
+  Settings settings;                   ///< to be applied only without errors
+  std::vector<ConfigFinding> errors;   ///< all of them, in the order of the file
+  std::vector<ConfigFinding> remarks;  ///< valid values that are read other than written
+  std::vector<ConfigRename> renames;   ///< keys by a former name, each an error too
   ConfigPlaces places;
 
-  bool isSound() const { return faults.empty(); }
+  bool isSound() const { return errors.empty(); }
 };
 
-/// Reads the text of a configuration file, any bytes. All faults are reported, those of host::check too;
-/// where the text is no TOML, that alone.
+/// Reads the text of a configuration file, any bytes. Reports all errors, with those of host::check; of a
+/// text that is no TOML, the syntax error alone.
 ConfigReading readConfig(std::string_view text, std::string const& file);
 
-/// Reads a configuration file. One that can't be read is a fault of the file as a whole.
+/// Reads a configuration file. One that can't be read has an error without a place.
 ConfigReading readConfigFile(std::string const& path);
 
 /// "FILE:LINE:COLUMN", or "FILE" for the text as a whole.

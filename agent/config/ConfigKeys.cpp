@@ -55,15 +55,15 @@ ConfigKey const& configKey(std::string_view section, std::string_view name) {
   return *found;
 }
 
-// Words -----------------------------------------------------------------------------------------------
+// Descriptions ----------------------------------------------------------------------------------------
 
 namespace {
 
-/// A type of keys, other than whole numbers, in words.
+/// The descriptions of a type of keys other than whole numbers.
 struct TypeText {
   KeyType type;
-  std::string_view valid;  ///< what a key takes
-  std::string_view item;   ///< what its list may hold; empty if it is no list
+  std::string_view valid;  ///< of a key's value
+  std::string_view item;   ///< of an item of its list; empty if it is no list
   std::string_view page;   ///< on the reference page
 };
 
@@ -91,9 +91,9 @@ static constexpr TypeText typeTexts[] = {
 };
 
 static TypeText const& textOf(KeyType type) {
-  auto isIt = [&](TypeText const& text) { return text.type == type; };
-  auto found = std::find_if(std::begin(typeTexts), std::end(typeTexts), isIt);
-  ZET_ASSERT(found != std::end(typeTexts), "every type but whole numbers has its words");
+  auto matches = [&](TypeText const& text) { return text.type == type; };
+  auto found = std::find_if(std::begin(typeTexts), std::end(typeTexts), matches);
+  ZET_ASSERT(found != std::end(typeTexts), "every type but whole numbers has a description");
   return *found;
 }
 
@@ -108,7 +108,7 @@ std::string validItemText(ConfigKey const& key) {
   return isList ? std::string(textOf(key.type).item) : validText(key);
 }
 
-/// How many letters must be put in, taken out or changed to make one text of the other.
+/// The edit distance: how many letters to insert, delete or replace to change one text into the other.
 static std::size_t distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), 0);
@@ -123,21 +123,22 @@ static std::size_t distance(std::string_view a, std::string_view b) {
 }
 
 std::string_view closest(std::string_view name, std::span<std::string_view const> names) {
-  static constexpr std::size_t longest = 64;
-  if (name.size() > longest) return {};
+  static constexpr std::size_t maxLength = 64;
+  if (name.size() > maxLength) return {};
   std::string_view best;
-  std::size_t least = std::max<std::size_t>(1, name.size() / 3) + 1;
+  std::size_t smallest = std::max<std::size_t>(1, name.size() / 3) + 1;
   for (std::string_view other : names) {
     std::size_t far = distance(name, other);
-    if (far < least) {
-      least = far;
+    if (far < smallest) {
+      smallest = far;
       best = other;
     }
   }
   return best;
 }
 
-/// What may stand in a table, once each: keys, or at the top of the file the first words of the tables.
+/// The valid names in a table, without repetition: its keys, or for the file itself the first words of
+/// tables.
 static std::vector<std::string_view> namesIn(std::string_view section) {
   std::vector<std::string_view> names;
   auto add = [&](std::string_view name) {

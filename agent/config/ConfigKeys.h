@@ -16,16 +16,16 @@ using host::KeyType;
 std::span<ConfigSection const> configSections();
 /// All keys, by table in that order.
 std::span<ConfigKey const> configKeys();
-/// A key that must be there.
+/// A declared key; asserts that there is one.
 ConfigKey const& configKey(std::string_view section, std::string_view name);
 
-/// What a key takes, in words: "a whole number from 0 to 255".
+/// Description of the valid values of a key: "a whole number from 0 to 255".
 std::string validText(ConfigKey const& key);
-/// What the list of a key may hold, in words; what the key takes if that is no list.
+/// Description of the valid items of a key's list; of the key's values if it takes no list.
 std::string validItemText(ConfigKey const& key);
-/// What to say of a key that a table doesn't have: the key that was meant, if one is close, or all it has.
+/// The error for a key that a table doesn't have: it suggests the closest key, or lists all.
 std::string unknownKeyText(std::string_view section, std::string_view name);
-/// The one of `names` that was probably meant, or empty.
+/// The one of `names` with the smallest edit distance, or empty if none is close.
 std::string_view closest(std::string_view name, std::span<std::string_view const> names);
 
 /// The reference page of the file in Markdown.

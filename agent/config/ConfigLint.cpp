@@ -28,8 +28,7 @@ using Zet::U64;
 
 static std::string textOf(IpGenPrefix const& prefix) { return std::string(prefix.stringValue().view()); }
 
-/// Ranges that a rule stands for: one for each setting of the bits that its mask leaves open above its
-/// lowest.
+/// Ranges that a rule matches: one for each value of the zero bits of its mask above the lowest one bit.
 static U64 rangesOf(Acl::IpRuleConfig const& rule) {
   U32 mask = rule.filter.sourceMask.hostWord();
   U32 below = mask == 0 ? ~U32{0} : (mask & -mask) - 1;
@@ -38,12 +37,12 @@ static U64 rangesOf(Acl::IpRuleConfig const& rule) {
 
 namespace {
 
-/// Walks one configuration and notes what is unwise in it.
+/// Walks one configuration and reports its warnings.
 class Linter {
  public:
   explicit Linter(ConfigReading const& reading)
       : reading_(reading), router_(reading.settings.router), findings_(reading.remarks) {
-    for (ConfigFinding const& fault : reading.faults) faulty_.insert(fault.at);
+    for (ConfigFinding const& error : reading.errors) invalid_.insert(error.at);
   }
 
   std::vector<ConfigFinding> run();
@@ -74,27 +73,27 @@ class Linter {
                   ConfigKey const& groups = file::CandidateBsrKeys::groups,
                   ConfigKey const& lists = file::CandidateBsrKeys::lists);
 
-  /// The ranges that a list permits to one that isn't a filter of senders, or the senders.
+  /// The group ranges that a list permits; with `senders`, the senders.
   IpGenPrefixSet permitted(std::string const& name, bool senders) const;
   bool isThere(std::string const& list) const { return router_.accessLists.contains(list); }
-  /// Whether something was written for a place and couldn't be read.
-  bool isFaulty(ConfigPlace const& place) const { return faulty_.contains(reading_.places.find(place)); }
-  bool hasFaultyTerms(ConfigPlace const& place) const {
+  /// Whether the value at a place is invalid.
+  bool isInvalid(ConfigPlace const& place) const { return invalid_.contains(reading_.places.find(place)); }
+  bool hasInvalidTerms(ConfigPlace const& place) const {
     bool any = false;
-    BsrTermsKeys::forEach([&](ConfigKey const& key, auto) { any = any || isFaulty(place.at(key.name)); });
+    BsrTermsKeys::forEach([&](ConfigKey const& key, auto) { any = any || isInvalid(place.at(key.name)); });
     return any;
   }
   bool speaksPim(std::string const& intf) const { return reading_.settings.interfaces.contains(intf); }
   void report(ConfigPlace const& place, std::string const& text) {
     reportAt(reading_.places.find(place), keyOf(place) + ": " + text);
   }
-  /// Reports what isn't there, unless it may be in a part of the file that couldn't be read.
+  /// Reports what is missing, unless an error may hide it.
   void reportMissing(ConfigPlace const& place, std::string const& text) {
     if (reading_.isSound()) report(place, text);
   }
   void reportAt(TextPlace at, std::string const& text) { findings_.push_back({at, text}); }
 
-  /// Who has claimed a range so far.
+  /// The interface that has a range, with its terms.
   template <class Terms>
   struct Claim {
     std::string intf;
@@ -104,7 +103,7 @@ class Linter {
   ConfigReading const& reading_;
   host::Configuration const& router_;
   std::vector<ConfigFinding> findings_;
-  std::set<TextPlace> faulty_;
+  std::set<TextPlace> invalid_;
   std::map<IpGenPrefix, Claim<BsrTerms>> zones_;
   std::map<IpGenPrefix, std::vector<Claim<U64>>> rpRanges_;
   std::set<std::string> named_;  ///< the lists that are referenced
@@ -124,9 +123,9 @@ std::vector<ConfigFinding> Linter::run() {
   lintKeys<host::LimitsKeys>(reading_.settings.ingress, {.part = ConfigPart::limits});
   auto before = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };
   std::stable_sort(findings_.begin(), findings_.end(), before);
-  // What couldn't be read has its default here, which is not the operator's.
-  std::erase_if(findings_, [&](ConfigFinding const& finding) { return faulty_.contains(finding.at); });
-  // What holds for each range of a block is reported once.
+  // An invalid value was replaced by its default, which is not the operator's choice.
+  std::erase_if(findings_, [&](ConfigFinding const& finding) { return invalid_.contains(finding.at); });
+  // A warning for each range of a block is reported once.
   findings_.erase(std::unique(findings_.begin(), findings_.end()), findings_.end());
   return findings_;
 }
@@ -139,7 +138,7 @@ void Linter::lintTimers() {
   ConfigPlace const bsTimeoutAt = timers.at(TimeoutsKeys::bsTimeout.name);
   ConfigPlace const szTimeoutAt = timers.at(TimeoutsKeys::szTimeout.name);
   U64 bsTimeout = router_.bsTimeout;
-  if (isFaulty(bsTimeoutAt)) return;
+  if (isInvalid(bsTimeoutAt)) return;
   if (router_.candidateBsrs.empty() && bsTimeout <= defaultPeriod) {
     report(bsTimeoutAt, fmt::format("{} is not above {} s, the default BS_Period: the BSR "
                                     "would be given up between two messages",
@@ -175,7 +174,7 @@ void Linter::lintBsr(ConfigPlace const& place, BsrTerms const& terms) {
 
 void Linter::lintPeriod(ConfigPlace const& place, U64 period) {
   ConfigPlace const bsTimeout = ConfigPlace{.part = ConfigPart::timers}.at(TimeoutsKeys::bsTimeout.name);
-  if (isFaulty(bsTimeout)) return;
+  if (isInvalid(bsTimeout)) return;
   if (router_.bsTimeout <= period) {
     report(place, fmt::format("{} is not below {}, {}: the BSR would be given up between two of its messages",
                               period, keyOf(bsTimeout), router_.bsTimeout));
@@ -199,12 +198,13 @@ void Linter::lintBsrs() {
   }
 }
 
-/// Groups first: the configuration lets no two interfaces claim one, so that each finding is of a list.
+/// Groups first: a configuration without errors has each on one interface, so that every finding is of a
+/// list.
 void Linter::lintZones() {
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
     ConfigPlace place{.part = ConfigPart::candidateBsr, .name = intf};
     for (auto const& [range, terms] : ranges.groups) {
-      if (!hasFaultyTerms(place.group(range))) zones_.try_emplace(range, intf, terms);
+      if (!hasInvalidTerms(place.group(range))) zones_.try_emplace(range, intf, terms);
     }
   }
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
@@ -217,7 +217,7 @@ void Linter::lintZones() {
 
 void Linter::lintZone(IpGenPrefix const& zone, std::string const& intf, BsrTerms const& terms,
                       ConfigPlace const& place) {
-  if (hasFaultyTerms(place)) return;
+  if (hasInvalidTerms(place)) return;
   auto [claim, isFirst] = zones_.try_emplace(zone, intf, terms);
   if (isFirst || (claim->second.intf == intf && claim->second.terms == terms)) return;
   report(place,
@@ -249,7 +249,7 @@ void Linter::lintRps() {
 /// Between different ranges the longer decides, whatever the priorities are (RFC 7761 section 4.7.1).
 void Linter::lintRpRange(IpGenPrefix const& range, std::string const& intf,
                          std::optional<U64> const& priority, ConfigPlace const& place) {
-  if (hasFaultyTerms(place)) return;
+  if (hasInvalidTerms(place)) return;
   auto& claims = rpRanges_[range];
   for (auto const& claim : claims) {
     if (claim.intf == intf || claim.terms != priority) continue;

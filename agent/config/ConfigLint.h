@@ -6,8 +6,9 @@
 
 namespace pimbsr::agent {
 
-/// What is legal in a configuration and unwise, or not yet of any use, with the reason; and the remarks of
-/// the reading. In the order of the file. Of a file with faults, what can be said of the rest.
+/// The warnings for a configuration, in the order of the file: values that are valid and unwise, or have no
+/// effect yet, with the reason, and the remarks of the reading. Of a file with errors, those of its valid
+/// parts.
 std::vector<ConfigFinding> lint(ConfigReading const& reading);
 
 }  // namespace pimbsr::agent

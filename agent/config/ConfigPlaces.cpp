@@ -31,7 +31,7 @@ TextPlace ConfigPlaces::find(ConfigPlace place) const {
 
 namespace {
 
-/// How a part of the settings is written.
+/// The keys of a part of the settings.
 struct PartForm {
   ConfigPart part;
   std::string_view section;
@@ -61,7 +61,7 @@ PartForm const& formOf(ConfigPart part) {
   return *std::find_if(std::begin(partForms), std::end(partForms), matches);
 }
 
-/// The key that has an item, and what it names there.
+/// The key of an item, and the text of the item.
 std::pair<std::string_view, std::string> keyOfItem(PartForm const& form, ConfigItem const& item) {
   if (item.kind == ConfigItem::Kind::rule) return {AccessListKeys::rules.name, ": seq " + item.name};
   return {item.kind == ConfigItem::Kind::group ? form.groups : form.lists, ": " + item.name};
@@ -69,7 +69,7 @@ std::pair<std::string_view, std::string> keyOfItem(PartForm const& form, ConfigI
 
 }  // namespace
 
-/// A key beside ranges is of all of them; a key of a rule is within the rule.
+/// A key that isn't of a rule applies to all ranges of its table.
 std::string keyOf(ConfigPlace const& place) {
   PartForm const& form = formOf(place.part);
   bool isRule = place.entry.kind == ConfigItem::Kind::rule;

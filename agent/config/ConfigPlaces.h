@@ -8,20 +8,20 @@
 
 namespace pimbsr::agent {
 
-/// Where in a file its settings are.
+/// The places of settings in a file.
 class ConfigPlaces {
  public:
-  /// Of several calls for one place the first counts.
+  /// The first call for a place counts.
   void add(host::ConfigPlace const& place, TextPlace at) { places_.try_emplace(place, at); }
-  /// Where a place is; where it isn't written, the item or else the part that it belongs to. The text as a
-  /// whole if nothing of it is written.
+  /// Where a setting is; if it isn't in the file, its item or else its part; the text as a whole without
+  /// these.
   TextPlace find(host::ConfigPlace place) const;
 
  private:
   std::map<host::ConfigPlace, TextPlace> places_;
 };
 
-/// What a place is called in the file itself, its key with what it names there: "candidate-bsr.priority",
+/// The name of a setting in the file, its key with the item: "candidate-bsr.priority",
 /// "interface.eth0.border: 239.1.0.0/16".
 std::string keyOf(host::ConfigPlace const& place);
 

@@ -15,8 +15,8 @@
 #include "agent/config/KeyTypes.h"
 #include "host/ConfigKey.h"
 
-/// What can be done with any table of the configuration file. `Keys` is the struct of rows that is made of
-/// its declaration, `Struct` has its members.
+/// Operations on any table of the configuration file. `Keys` is the struct of rows generated from its
+/// declaration, `Struct` has its members.
 namespace pimbsr::agent {
 
 // Reading ---------------------------------------------------------------------------------------------
@@ -111,7 +111,7 @@ OrderedJson jsonOf(Struct const& from, Wanted const& isWanted = isAnyKey) {
   return object;
 }
 
-// What the declarations say of values -----------------------------------------------------------------
+// Declared properties of values -----------------------------------------------------------------------
 
 /// Calls report(row, reason) for each key whose value is declared unwise.
 template <class Keys, class Struct, class Report>

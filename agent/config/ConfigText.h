@@ -19,7 +19,7 @@ struct TextPlace {
   auto operator<=>(TextPlace const&) const = default;
 };
 
-/// One thing to be reported of a text.
+/// One error, warning or remark on a text.
 struct ConfigFinding {
   TextPlace at;
   std::string text;
@@ -27,7 +27,7 @@ struct ConfigFinding {
   bool operator==(ConfigFinding const&) const = default;
 };
 
-/// A key that is written with a name that it had before.
+/// A key that is written with its former name.
 struct ConfigRename {
   TextPlace at;           ///< of the name
   std::string former;     ///< as it is written
@@ -46,7 +46,7 @@ struct ConfigValue {
   TextPlace at;
   bool flag = false;                 ///< of a boolean
   std::int64_t number = 0;           ///< of an integer
-  std::string text;                  ///< of a text, UTF-8; of another value what it is: "the date 2026-01-01"
+  std::string text;                  ///< of a text, UTF-8; of `other` a description: "the date 2026-01-01"
   std::vector<ConfigValue> items;    ///< of a list
   std::vector<ConfigEntry> entries;  ///< of a table, in the order of the text
 };
@@ -58,33 +58,32 @@ struct ConfigEntry {
   ConfigValue value;
 };
 
-/// A TOML text as values; what stands in one that has a fault is unset.
+/// A TOML text as values; without values if it has an error.
 struct ParsedText {
   ConfigValue root;  ///< a table
-  std::vector<ConfigFinding> faults;
+  std::vector<ConfigFinding> errors;
 };
 
-/// The longest text that is read, in bytes.
-inline constexpr std::size_t longestConfigText = std::size_t{1} << 20;
-/// How deep tables and lists may nest, and how many keys a dotted key may join: far more than any key needs.
-inline constexpr int deepestConfigText = 16;
+/// Maximum length of a text, bytes.
+inline constexpr std::size_t maxConfigTextLength = std::size_t{1} << 20;
+/// Maximum depth of nested tables and lists, and of a dotted key: far more than any key needs.
+inline constexpr int maxConfigTextDepth = 16;
 
-/// How many dots one line may have, in keys, texts and comments. A list of more than 170 prefixes takes
-/// several lines; more dots would let keys nest deeper than the stack of a build without optimization has
-/// room for.
+/// Maximum number of dots in a line, in keys, texts and comments. A list of more than 170 prefixes takes
+/// several lines; with more dots, nested keys could exhaust the stack of a build without optimization.
 inline constexpr std::size_t maxDotsOfLine = 512;
 
-/// Reads a TOML text of any bytes. It has one fault at most: too long, no UTF-8, too deep, or the first place
-/// where it is no TOML, which a key that stands twice is.
+/// Parses a TOML text of any bytes. Reports at most one error: too long, no UTF-8, too deep, or the first
+/// syntax error; a repeated key is one.
 ParsedText parseConfigText(std::string_view text);
 
-/// A TOML text with the keys called by their names of now. All else stays: comments, order, white space. The
-/// text is the one whose places the renames have, in any order; a name that is written with escapes stays.
+/// A TOML text with its former keys renamed. All else stays: comments, order, white space. The renames, in
+/// any order, have places of this text; a name that is written with escapes stays.
 std::string renamedKeys(std::string_view text, std::vector<ConfigRename> renames);
 
-/// A value in a few words for people: "5", "the text \"high\"", "a list".
+/// A short description of a value: "5", "the text \"high\"", "a list".
 std::string describe(ConfigValue const& value);
-/// A text in double quotes, in which no control character stands as it is; cut off after 60 characters.
+/// A text in double quotes with its control characters escaped; cut off after 60 characters.
 std::string inQuotes(std::string_view text);
 
 /// A key and a text as TOML writes them. The key is in quotes only if it must be.

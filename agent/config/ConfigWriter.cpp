@@ -52,7 +52,7 @@ std::vector<NamedBlock<Terms>> blocksOf(ByRange<Terms> const& ranges, Terms cons
 
 using RpPriorities = ByRange<std::optional<U64>>;
 
-/// A range without a priority, or with the one that stands for none, is not advertised.
+/// A range without a priority, or with the unset one, is not advertised.
 std::vector<NamedBlock<std::optional<U64>>> blocksOf(host::RpTerms const& terms) {
   RpPriorities said;
   auto isSaid = [](auto const& entry) { return entry.second && *entry.second <= 255; };
@@ -111,7 +111,7 @@ file::AccessRule ruleOf(U32 sequence, Acl::IpRuleConfig const& rule) {
   return table;
 }
 
-/// A rule without an action is none that a file can say.
+/// A rule without an action has no form in a file.
 std::vector<file::AccessRule> rulesOf(host::AccessList const& list) {
   std::vector<file::AccessRule> tables;
   for (auto const& [sequence, rule] : list) {
@@ -140,7 +140,7 @@ std::string tableText(Struct const& table) {
   return tableText(std::string(Keys::sectionRow.header), tomlOf<Keys>(table));
 }
 
-/// How Hellos are sent counts only where PIM is spoken, and a border is one that is written, if empty.
+/// The keys of Hellos are written for interfaces that speak PIM, the border for those that have one.
 std::string interfacesText(Settings const& settings) {
   std::string out;
   for (auto const& [name, table] : interfacesOf(settings)) {

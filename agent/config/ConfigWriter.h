@@ -7,8 +7,8 @@
 
 namespace pimbsr::agent {
 
-/// Settings as the text of a configuration file, every key written out. What was read from a file, it reads
-/// back equal; what no file says, such as a range without a priority, is left out.
+/// Settings as the text of a configuration file with every key. Settings read from a file are read back
+/// equal; what a file can't express, such as a range without a priority, is left out.
 std::string writeToml(Settings const& settings);
 
 /// The same as JSON.

@@ -10,7 +10,7 @@
 
 namespace pimbsr::agent {
 
-/// One of a list of the file, with its place.
+/// An item of a list of the file, with its place.
 template <class Value>
 struct Placed {
   TextPlace at;
@@ -21,16 +21,16 @@ struct Placed {
 
 }  // namespace pimbsr::agent
 
-/// What the keys of the file take, as their declarations call it (host/ConfigKey.h).
+/// The types of the file's keys, by their names in declarations (host/ConfigKey.h).
 namespace pimbsr::agent::file {
 
-using InterfaceName = std::string;  ///< empty if the file has none that is valid
+using InterfaceName = std::string;  ///< empty without a valid one
 using SocketPath = std::string;
 using Path = std::string;
 using GroupName = std::string;
 using GroupRanges = std::vector<Placed<Lanet::IpGenPrefix>>;
 using ListNames = std::vector<Placed<std::string>>;
-using Rules = std::vector<ConfigValue const*>;  ///< those of the text, which outlives the table
+using Rules = std::vector<ConfigValue const*>;  ///< pointers into the parsed text, which outlives the table
 using Prefix = std::optional<Lanet::IpGenPrefix>;
 using Address = std::optional<Lanet::IpAddr>;
 using Action = std::optional<Acl::Action>;

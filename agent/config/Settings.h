@@ -14,14 +14,14 @@ using Zet::U32;
 using Zet::U64;
 using Zet::U8;
 
-/// What an agent accepts unless its file says otherwise: every check, and the standard limits.
+/// The default of an agent: every check, and the standard limits.
 inline constexpr host::IngressSettings defaultIngress = [] {
   host::IngressSettings ingress = host::standardLimits;
   host::defaultChecksIs(ingress);
   return ingress;
 }();
 
-/// All that a configuration file says, with the defaults where it says nothing.
+/// All settings of a configuration file, with the defaults of absent keys.
 struct Settings : file::Control, file::State {
   std::map<std::string, InterfaceSettings> interfaces;  ///< those that speak PIM, by name; none by default
   host::Configuration router;

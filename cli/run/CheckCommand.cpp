@@ -31,7 +31,7 @@ struct Finding {
 
 std::vector<Finding> findingsOf(ConfigReading const& reading) {
   std::vector<Finding> findings;
-  for (ConfigFinding const& fault : reading.faults) findings.push_back({"error", fault});
+  for (ConfigFinding const& fault : reading.errors) findings.push_back({"error", fault});
   for (ConfigFinding const& lint : agent::lint(reading)) findings.push_back({"warning", lint});
   auto before = [](Finding const& a, Finding const& b) { return a.what.at < b.what.at; };
   std::stable_sort(findings.begin(), findings.end(), before);
@@ -76,7 +76,7 @@ void replaceText(std::string const& path, std::string const& text) {
 /// Gives the keys of a file their names of now; writes nothing if they have them.
 void renameKeys(ConfigReading const& reading) {
   if (reading.renames.empty()) return;
-  std::string const text = agent::readFile(reading.file, agent::longestConfigText);
+  std::string const text = agent::readFile(reading.file, agent::maxConfigTextLength);
   replaceText(reading.file, agent::renamedKeys(text, reading.renames));
 }
 

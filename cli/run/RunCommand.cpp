@@ -44,7 +44,7 @@ static void serve(agent::RunOptions const& options, agent::Settings const& setti
 
 ExitCode runAgent(agent::RunOptions const& options, std::ostream& out, std::ostream& err) {
   agent::ConfigReading reading = agent::readConfigFile(options.file);
-  tell(reading, "error", reading.faults, err);
+  tell(reading, "error", reading.errors, err);
   if (!reading.isSound()) return exitFailed;
   tell(reading, "warning", agent::lint(reading), err);
   try {

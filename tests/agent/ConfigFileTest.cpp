@@ -10,7 +10,7 @@ namespace {
 
 using pimbsr::agent::ConfigFinding;
 using pimbsr::agent::ConfigReading;
-using pimbsr::agent::longestConfigText;
+using pimbsr::agent::maxConfigTextLength;
 using pimbsr::agent::needRestart;
 using pimbsr::agent::readConfig;
 using pimbsr::agent::readConfigFile;
@@ -26,8 +26,8 @@ using testing::SizeIs;
 
 std::vector<std::string> textsOf(ConfigReading const& reading) {
   std::vector<std::string> texts;
-  for (ConfigFinding const& fault : reading.faults) {
-    texts.push_back(textOf(reading.file, fault.at) + ": " + fault.text);
+  for (ConfigFinding const& error : reading.errors) {
+    texts.push_back(textOf(reading.file, error.at) + ": " + error.text);
   }
   return texts;
 }
@@ -215,18 +215,18 @@ Meaning const meanings[] = {
 INSTANTIATE_TEST_SUITE_P(Each, ConfigMeaning, testing::ValuesIn(meanings),
                          [](auto const& one) { return std::string(one.param.name); });
 
-// Faults ----------------------------------------------------------------------------------------------
+// Errors ----------------------------------------------------------------------------------------------
 
 struct Wrong {
   char const* name;
   std::string text;
-  char const* told;
+  char const* expected;
 };
 
 class ConfigWrong : public testing::TestWithParam<Wrong> {};
 
-TEST_P(ConfigWrong, IsToldWithItsPlaceAndWhatWouldBeValid) {
-  EXPECT_THAT(textsOf(readConfig(GetParam().text, "f")), ElementsAre(GetParam().told));
+TEST_P(ConfigWrong, IsReportedWithItsPlaceAndWhatWouldBeValid) {
+  EXPECT_THAT(textsOf(readConfig(GetParam().text, "f")), ElementsAre(GetParam().expected));
 }
 
 #define BSR "[[candidate-bsr]]\ninterface = \"lo\"\n"
@@ -308,7 +308,7 @@ Wrong const wrongs[] = {
      "\"239.1.0.0/16\""},
     {"EmptyRange", BSR "groups = [\"\"]",
      "f:3:11: candidate-bsr.groups: read the text \"\"; valid is a group range such as \"239.1.0.0/16\""},
-    {"RangeBehindAZero", BSR "groups = [\"239.0.0.0/8\\u0000\"]",
+    {"RangeWithAZeroByte", BSR "groups = [\"239.0.0.0/8\\u0000\"]",
      "f:3:11: candidate-bsr.groups: read the text \"239.0.0.0/8\\u0000\"; valid is a group range such as "
      "\"239.1.0.0/16\""},
     {"RangeOfUnicastAddresses", BSR "groups = [\"239.0.0.0/8\", \"10.0.0.0/8\"]",
@@ -391,30 +391,31 @@ INSTANTIATE_TEST_SUITE_P(Each, ConfigWrong, testing::ValuesIn(wrongs),
 
 TEST(ConfigFileTest, UnknownHandleLikeNoOtherIsAnsweredWithAll) {
   ConfigReading reading = readConfig("[trace]\nx = 1", "f");
-  ASSERT_THAT(reading.faults, SizeIs(1));
-  EXPECT_THAT(reading.faults[0].text, testing::StartsWith("trace.x: no such handle; valid are "));
-  EXPECT_THAT(reading.faults[0].text, testing::HasSubstr("Pim::Bsr::CandidateSm"));
+  ASSERT_THAT(reading.errors, SizeIs(1));
+  EXPECT_THAT(reading.errors[0].text, testing::StartsWith("trace.x: no such handle; valid are "));
+  EXPECT_THAT(reading.errors[0].text, testing::HasSubstr("Pim::Bsr::CandidateSm"));
 }
 
-TEST(ConfigFileTest, EveryFaultIsToldInTheOrderOfTheFile) {
+TEST(ConfigFileTest, ErrorsAreReportedInTheOrderOfTheFile) {
   ConfigReading reading = readConfig(
       "[timers]\nbs-timeout = 1\n[[candidate-bsr]]\ninterface = \"lo\"\ngroups = [\"10.0.0.0/8\", 7]\n"
       "priority = 1000\ninterval = false\n[[candidate-bsr]]\n[colour]\n[interface.eth0]\npim = 1\n",
       "f");
   std::vector<Zet::U32> lines;
-  for (ConfigFinding const& fault : reading.faults) lines.push_back(fault.at.line);
+  for (ConfigFinding const& error : reading.errors) lines.push_back(error.at.line);
   EXPECT_THAT(lines, ElementsAre(2, 5, 5, 6, 7, 8, 9, 11));
   EXPECT_FALSE(reading.isSound());
 }
 
-TEST(ConfigFileTest, BitsBehindALengthAreRemarkedUpon) {
+TEST(ConfigFileTest, BitsBeyondAPrefixLengthAreARemark) {
   ConfigReading reading =
       readConfig("[interface.eth0]\nborder = [\"239.1.2.3/16\", \"239.2.0.0/16\"]\n", "f");
-  EXPECT_THAT(reading.faults, IsEmpty());
-  EXPECT_THAT(reading.remarks, ElementsAre(ConfigFinding{
-                                   {2, 11},
-                                   "interface.eth0.border: 239.1.2.3/16 has bits behind its length, and is "
-                                   "read as 239.1.0.0/16"}));
+  EXPECT_THAT(reading.errors, IsEmpty());
+  EXPECT_THAT(reading.remarks,
+              ElementsAre(ConfigFinding{
+                  {2, 11},
+                  "interface.eth0.border: 239.1.2.3/16 has bits beyond its prefix length, and is "
+                  "read as 239.1.0.0/16"}));
   EXPECT_TRUE(reading.settings.router.borders["eth0"].groups.contains(prefix("239.1.0.0/16")));
 }
 
@@ -441,7 +442,7 @@ TEST(ConfigFileTest, FormerKeysAreRenamedAtTheirPlacesAndAllElseStays) {
       "'interval'\n"
       "[timers]\n'hold-time' = 200\n\"\\u007aone-timeout\" = 2000\n";
   ConfigReading reading = readConfig(former, "f");
-  EXPECT_THAT(reading.faults, SizeIs(4));
+  EXPECT_THAT(reading.errors, SizeIs(4));
   std::string const renamed = renamedKeys(former, reading.renames);
   EXPECT_EQ(renamed,
             "\xef\xbb\xbf# interval = 1 \xc3\xa4\n[[candidate-bsr]] # hold-time\ninterface = \"lo\"\n"
@@ -477,7 +478,7 @@ TEST(ConfigFileTest, FileIsReadByItsName) {
               ElementsAre(file + ":3:1: timers.zone: no such key; valid here are bs-timeout, sz-timeout"));
 }
 
-TEST(ConfigFileTest, FileThatCannotBeReadIsAFaultOfTheWhole) {
+TEST(ConfigFileTest, FileThatCannotBeReadIsAnErrorWithoutAPlace) {
   ScratchFolder folder;
   std::string missing = folder.file("none.toml");
   EXPECT_THAT(textsOf(readConfigFile(missing)),
@@ -486,7 +487,7 @@ TEST(ConfigFileTest, FileThatCannotBeReadIsAFaultOfTheWhole) {
               ElementsAre(folder.path() + ": cannot be read: no regular file"));
   EXPECT_THAT(textsOf(readConfigFile("/dev/zero")),
               ElementsAre("/dev/zero: cannot be read: no regular file"));
-  std::string huge = folder.write("file.toml", std::string(longestConfigText + 10, '\n'));
+  std::string huge = folder.write("file.toml", std::string(maxConfigTextLength + 10, '\n'));
   EXPECT_THAT(textsOf(readConfigFile(huge)),
               ElementsAre(huge + ": longer than 1048576 bytes, which no configuration is"));
 }
@@ -494,11 +495,11 @@ TEST(ConfigFileTest, FileThatCannotBeReadIsAFaultOfTheWhole) {
 TEST(ConfigFileTest, LongestFileIsRead) {
   ScratchFolder folder;
   std::string text = "[timers]\nbs-timeout = 60\n";
-  text.resize(longestConfigText, '\n');
+  text.resize(maxConfigTextLength, '\n');
   EXPECT_TRUE(readConfigFile(folder.write("file.toml", text)).isSound());
 }
 
-TEST(ConfigFileTest, ExampleHasNoFault) {
+TEST(ConfigFileTest, ExampleHasNoError) {
   ConfigReading reading = readConfigFile(PIMBSR_SOURCE_DIR "/examples/pimbsr.toml");
   EXPECT_THAT(textsOf(reading), IsEmpty());
   EXPECT_EQ(reading.settings.interfaces.size(), 1u);

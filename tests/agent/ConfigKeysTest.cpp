@@ -27,7 +27,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/// A file in which a key has a value and all that is needed beside it stands.
+/// A file in which a key has a value, with all other needed keys.
 std::string fileWith(ConfigKey const& key, std::string const& value) {
   std::string name(key.name == "HANDLE" ? "\"Pim::Bsr::Sm\"" : key.name);
   std::string line = name + " = " + value + "\n";
@@ -50,10 +50,10 @@ std::string nameOf(testing::TestParamInfo<ConfigKey> const& info) {
 
 class NumberKey : public testing::TestWithParam<ConfigKey> {
  protected:
-  void expectRefused(std::string const& value) {
+  void expectRejected(std::string const& value) {
     auto reading = readConfig(fileWith(GetParam(), value), "file");
-    ASSERT_THAT(reading.faults, SizeIs(1)) << value;
-    EXPECT_THAT(reading.faults[0].text, HasSubstr("read " + value + "; valid is " + validText(GetParam())));
+    ASSERT_THAT(reading.errors, SizeIs(1)) << value;
+    EXPECT_THAT(reading.errors[0].text, HasSubstr("read " + value + "; valid is " + validText(GetParam())));
   }
 };
 
@@ -68,27 +68,27 @@ std::vector<ConfigKey> numbers() {
 TEST_P(NumberKey, TakesTheEndsOfItsRangeAndNothingBeyond) {
   ConfigKey const& key = GetParam();
   for (Zet::U64 value : {key.least, key.most}) {
-    EXPECT_THAT(readConfig(fileWith(key, std::to_string(value)), "file").faults, IsEmpty()) << value;
+    EXPECT_THAT(readConfig(fileWith(key, std::to_string(value)), "file").errors, IsEmpty()) << value;
   }
-  expectRefused(std::to_string(key.most + 1));
-  expectRefused(key.least == 0 ? "-1" : std::to_string(key.least - 1));
-  expectRefused("9223372036854775807");
-  expectRefused("-9223372036854775808");
+  expectRejected(std::to_string(key.most + 1));
+  expectRejected(key.least == 0 ? "-1" : std::to_string(key.least - 1));
+  expectRejected("9223372036854775807");
+  expectRejected("-9223372036854775808");
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, NumberKey, testing::ValuesIn(numbers()), nameOf);
 
 class DefaultOfKey : public testing::TestWithParam<ConfigKey> {};
 
-/// The keys whose default stands in the table in words.
-bool isInWords(ConfigKey const& key) {
+/// Whether the table describes the default of a key.
+bool isDescribed(ConfigKey const& key) {
   return key.name == "seq" || key.name == "address" || key.name == "mask" || key.name == "HANDLE";
 }
 
 std::vector<ConfigKey> withDefaults() {
   std::vector<ConfigKey> found;
   for (ConfigKey const& key : configKeys()) {
-    if (!key.fallback.empty() && !isInWords(key)) found.push_back(key);
+    if (!key.fallback.empty() && !isDescribed(key)) found.push_back(key);
   }
   return found;
 }
@@ -101,8 +101,8 @@ TEST_P(DefaultOfKey, IsWhatCountsWithoutIt) {
   std::string without = with.substr(0, at) + with.substr(at + key.name.size() + 3 + value.size());
   auto said = readConfig(with, "with");
   auto unsaid = readConfig(without, "without");
-  EXPECT_THAT(said.faults, IsEmpty());
-  EXPECT_THAT(unsaid.faults, IsEmpty()) << without;
+  EXPECT_THAT(said.errors, IsEmpty());
+  EXPECT_THAT(unsaid.errors, IsEmpty()) << without;
   bool isList = value == "[]";
   if (isList && key.name != "rules") {
     // An empty list is one that is there: it takes the place of all groups.
@@ -115,7 +115,7 @@ TEST_P(DefaultOfKey, IsWhatCountsWithoutIt) {
 
 INSTANTIATE_TEST_SUITE_P(Each, DefaultOfKey, testing::ValuesIn(withDefaults()), nameOf);
 
-TEST(ConfigKeysTest, EveryKeyIsOfATableAndStandsThereOnce) {
+TEST(ConfigKeysTest, EveryKeyIsInOneTableOnce) {
   std::set<std::pair<std::string_view, std::string_view>> seen;
   for (ConfigKey const& key : configKeys()) {
     EXPECT_TRUE(seen.insert({key.section, key.name}).second) << key.name;
@@ -127,7 +127,7 @@ TEST(ConfigKeysTest, EveryKeyIsOfATableAndStandsThereOnce) {
   }
 }
 
-TEST(ConfigKeysTest, AMistypedNameIsMended) {
+TEST(ConfigKeysTest, AMistypedNameIsSuggested) {
   std::string_view const names[] = {"priority", "interval", "interface"};
   EXPECT_EQ(closest("prioritty", names), "priority");
   EXPECT_EQ(closest("intervall", names), "interval");
@@ -177,16 +177,16 @@ TEST(ConfigKeysTest, RangesAreThoseOfTheConfiguration) {
        [](auto& c, auto value) { c.candidateRps["eth0"].cRpAdvPeriod = value; }}};
   for (auto const& [section, name, set] : rows) {
     ConfigKey const& key = pimbsr::agent::configKey(section, name);
-    auto faults = [&](Zet::U64 value) {
+    auto errors = [&](Zet::U64 value) {
       Configuration configuration;
       set(configuration, value);
       return check(configuration);
     };
-    EXPECT_THAT(faults(key.least), IsEmpty()) << name;
-    EXPECT_THAT(faults(key.most), IsEmpty()) << name;
+    EXPECT_THAT(errors(key.least), IsEmpty()) << name;
+    EXPECT_THAT(errors(key.most), IsEmpty()) << name;
     std::vector<Zet::U64> beyond = {key.most + 1};
     if (key.least != 0) beyond.push_back(key.least - 1);
-    for (Zet::U64 value : beyond) EXPECT_THAT(faults(value), SizeIs(1)) << name;
+    for (Zet::U64 value : beyond) EXPECT_THAT(errors(value), SizeIs(1)) << name;
   }
 }
 

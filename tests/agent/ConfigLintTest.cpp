@@ -17,8 +17,8 @@ using testing::IsEmpty;
 std::vector<std::string> lints(std::string const& text) {
   ConfigReading reading = readConfig(text, "f");
   std::vector<std::string> texts;
-  for (ConfigFinding const& fault : reading.faults)
-    ADD_FAILURE() << textOf("f", fault.at) << ": " << fault.text;
+  for (ConfigFinding const& error : reading.errors)
+    ADD_FAILURE() << textOf("f", error.at) << ": " << error.text;
   for (ConfigFinding const& finding : lint(reading))
     texts.push_back(textOf("f", finding.at) + ": " + finding.text);
   return texts;
@@ -34,13 +34,13 @@ std::vector<std::string> lints(std::string const& text) {
 struct Unwise {
   char const* name;
   char const* text;
-  std::vector<char const*> told;
+  std::vector<char const*> expected;
 };
 
 class ConfigLint : public testing::TestWithParam<Unwise> {};
 
-TEST_P(ConfigLint, IsToldWithItsPlaceAndReason) {
-  EXPECT_THAT(lints(GetParam().text), ElementsAreArray(GetParam().told));
+TEST_P(ConfigLint, IsReportedWithItsPlaceAndReason) {
+  EXPECT_THAT(lints(GetParam().text), ElementsAreArray(GetParam().expected));
 }
 
 Unwise const unwise[] = {
@@ -49,9 +49,10 @@ Unwise const unwise[] = {
     {"NoInterface",
      "",
      {"f: no interface speaks PIM, so that nothing is heard and nothing sent; [interface.NAME] makes one"}},
-    {"BitsBehindALength",
+    {"BitsBeyondAPrefixLength",
      BSR "groups = [\"239.1.2.0/16\"]\n",
-     {"f:5:11: candidate-bsr.groups: 239.1.2.0/16 has bits behind its length, and is read as 239.1.0.0/16"}},
+     {"f:5:11: candidate-bsr.groups: 239.1.2.0/16 has bits beyond its prefix length, and is read as "
+      "239.1.0.0/16"}},
 
     {"PriorityOfEveryCandidate",
      PIM
@@ -123,7 +124,7 @@ Unwise const unwise[] = {
      {"f:4:10: candidate-rp.lists: a: it is one of filter.sender-lists, and so read over senders; "
       "it "
       "gives no group ranges here"}},
-    {"ListThatNobodyNames",
+    {"ListThatIsNotReferenced",
      PIM LIST("a", PERMIT("239.1.0.0/16")),
      {"f:2:1: access-list.a: it is not referenced"}},
     {"MaskWithTooManyHoles",
@@ -238,7 +239,7 @@ TEST(ConfigLintTest, ExampleIsWise) {
   EXPECT_THAT(lint(pimbsr::agent::readConfigFile(PIMBSR_SOURCE_DIR "/examples/pimbsr.toml")), IsEmpty());
 }
 
-// Beside faults ---------------------------------------------------------------------------------------
+// With errors -----------------------------------------------------------------------------------------
 
 std::vector<TextPlace> placesOf(std::vector<ConfigFinding> const& findings) {
   std::vector<TextPlace> places;
@@ -246,30 +247,30 @@ std::vector<TextPlace> placesOf(std::vector<ConfigFinding> const& findings) {
   return places;
 }
 
-TEST(ConfigLintTest, WhatIsFaultyIsNotCalledUnwiseToo) {
+TEST(ConfigLintTest, InvalidValueHasNoLint) {
   ConfigReading reading =
       readConfig("[[candidate-bsr]]\ninterface = \"lo\"\npriority = \"high\"\nhash-mask-length = 0\n", "f");
-  EXPECT_THAT(placesOf(reading.faults), ElementsAre(TextPlace{3, 12}));
+  EXPECT_THAT(placesOf(reading.errors), ElementsAre(TextPlace{3, 12}));
   EXPECT_THAT(placesOf(lint(reading)), ElementsAre(TextPlace{4, 20}));
 }
 
-struct Faulty {
+struct Invalid {
   char const* name;
   char const* text;
 };
 
-class FaultAlone : public testing::TestWithParam<Faulty> {};
+class ErrorAlone : public testing::TestWithParam<Invalid> {};
 
-/// Each text is unwise, too, as soon as what is faulty in it is taken as not said.
-TEST_P(FaultAlone, IsToldWithoutALintThatComesOfIt) {
+/// Each text would have a lint, too, if its invalid value were absent.
+TEST_P(ErrorAlone, IsReportedWithoutALintThatItCauses) {
   ConfigReading reading = readConfig(GetParam().text, "f");
-  EXPECT_EQ(reading.faults.size(), 1u);
+  EXPECT_EQ(reading.errors.size(), 1u);
   std::vector<std::string> texts;
   for (ConfigFinding const& finding : lint(reading)) texts.push_back(finding.text);
   EXPECT_THAT(texts, IsEmpty());
 }
 
-Faulty const faulties[] = {
+Invalid const invalidTexts[] = {
     {"BorderLists", "[interface.eth0]\nborder-lists = 5.5"},
     {"GroupsOfACandidate", BSR "groups = [7]"},
     {"Lists", RP "groups = [\"239.1.0.0/16\"]\nlists = \"a\"\n" LIST("a", PERMIT("239.1.0.0/16"))},
@@ -288,7 +289,7 @@ Faulty const faulties[] = {
     {"Pim", "[interface.eth1]\npim = false\nborder = [\"239.1.0.0/16\"]\n[interfaces.eth1]\n"},
 };
 
-INSTANTIATE_TEST_SUITE_P(Each, FaultAlone, testing::ValuesIn(faulties),
+INSTANTIATE_TEST_SUITE_P(Each, ErrorAlone, testing::ValuesIn(invalidTexts),
                          [](auto const& one) { return std::string(one.param.name); });
 
 TEST(ConfigLintTest, OfATextThatIsNoTomlNothingIsSaid) {

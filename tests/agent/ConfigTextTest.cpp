@@ -6,10 +6,10 @@ namespace test {
 namespace {
 
 using pimbsr::agent::ConfigValue;
-using pimbsr::agent::deepestConfigText;
 using pimbsr::agent::describe;
 using pimbsr::agent::inQuotes;
-using pimbsr::agent::longestConfigText;
+using pimbsr::agent::maxConfigTextDepth;
+using pimbsr::agent::maxConfigTextLength;
 using pimbsr::agent::parseConfigText;
 using pimbsr::agent::ParsedText;
 using pimbsr::agent::TextPlace;
@@ -28,7 +28,7 @@ std::string repeated(std::string const& text, int times) {
 
 TEST(ConfigTextTest, ValuesComeInTheOrderOfTheTextWithPlacesThatCountCharactersFromOne) {
   ParsedText parsed = parseConfigText("z = 5\n[b]\n  \"\xc3\xa4\xc3\xa4\" = true\na = [\"x\", 1.5]\n");
-  ASSERT_THAT(parsed.faults, IsEmpty());
+  ASSERT_THAT(parsed.errors, IsEmpty());
   auto const& entries = parsed.root.entries;
   ASSERT_EQ(entries.size(), 2u);
   EXPECT_EQ(entries[0].key, "z");
@@ -54,16 +54,16 @@ struct BadText {
   char const* name;
   std::string text;
   TextPlace at;
-  char const* tells;
+  char const* expected;
 };
 
-class ConfigTextRefusal : public testing::TestWithParam<BadText> {};
+class ConfigTextError : public testing::TestWithParam<BadText> {};
 
-TEST_P(ConfigTextRefusal, IsOneFaultWithItsPlace) {
+TEST_P(ConfigTextError, IsReportedOnceWithItsPlace) {
   ParsedText parsed = parseConfigText(GetParam().text);
-  ASSERT_EQ(parsed.faults.size(), 1u);
-  EXPECT_EQ(parsed.faults[0].at, GetParam().at);
-  EXPECT_THAT(parsed.faults[0].text, HasSubstr(GetParam().tells));
+  ASSERT_EQ(parsed.errors.size(), 1u);
+  EXPECT_EQ(parsed.errors[0].at, GetParam().at);
+  EXPECT_THAT(parsed.errors[0].text, HasSubstr(GetParam().expected));
   EXPECT_THAT(parsed.root.entries, IsEmpty());
 }
 
@@ -97,7 +97,7 @@ BadText const badTexts[] = {
     {"BeyondUnicode", "# \xf4\x90\x80\x80", {1, 3}, "byte 0xF4 is not UTF-8"},
     {"TextThatIsNotClosed", "b = 1\na = \"x\nb = \"\xce\x97\n", {2, 7}, "no closing quotes"},
     {"TextThatIsNotClosedAtTheEnd", "a = 'x", {1, 7}, "no closing quotes"},
-    {"TextThatIsNotClosedBehindAByteOrderMark",
+    {"TextThatIsNotClosedAfterAByteOrderMark",
      "\xef\xbb\xbf"
      "a = 'x\n",
      {1, 7},
@@ -106,21 +106,21 @@ BadText const badTexts[] = {
     {"TextThatEndsInABackslash", "a = \"c:\\\nb = \"\"\n", {1, 9}, "no closing quotes"},
     {"TextThatEndsInABackslashAtTheEnd", "a = \"c:\\", {1, 9}, "no closing quotes"},
     {"TextOfLinesThatIsNotClosed", "a = \"\"\"x\n\"\"\n", {2, 4}, "no closing quotes"},
-    {"FaultBeforeATextThatIsNotClosed", "[a\nb = 'x\n", {1, 3}, "not TOML: Error while parsing table header"},
-    {"QuoteBehindANumber", "a = 1\"\xce\x97\"\n", {1, 6}, "expected digit"},
-    {"QuoteBehindANumberAndABracket", "a = [ 1{\"\xce\x97\" = 2}]\n", {1, 8}, "expected digit"},
-    {"QuoteBehindADot", "a.\"\xce\x97\" = [1.\"\xce\x97\"]\n", {1, 12}, "expected decimal digit"},
-    {"QuoteBehindADotInATable",
+    {"ErrorBeforeATextThatIsNotClosed", "[a\nb = 'x\n", {1, 3}, "not TOML: Error while parsing table header"},
+    {"QuoteAfterANumber", "a = 1\"\xce\x97\"\n", {1, 6}, "expected digit"},
+    {"QuoteAfterANumberAndABracket", "a = [ 1{\"\xce\x97\" = 2}]\n", {1, 8}, "expected digit"},
+    {"QuoteAfterADot", "a.\"\xce\x97\" = [1.\"\xce\x97\"]\n", {1, 12}, "expected decimal digit"},
+    {"QuoteAfterADotInATable",
      "a = {b.\"\xce\x97\" = 1, c.\"d\" = 1.\"\xce\x97\"}\n",
      {1, 27},
      "expected decimal digit"},
-    {"QuoteBehindABareKey", "[a.\"\xce\x97\"]\nb\"\xce\x97\" = 1\n", {2, 2}, "expected '='"},
+    {"QuoteAfterABareKey", "[a.\"\xce\x97\"]\nb\"\xce\x97\" = 1\n", {2, 2}, "expected '='"},
     {"ControlCharacter", std::string("a = \"\0\"\n", 8), {1, 6}, "control characters"},
     {"HeaderThatIsNoKey", "a = 1\n[=]\nb = 1\n", {2, 2}, "expected bare key starting character"},
     {"LetterBeyondAscii", "a = 1\n b\xc3\xa4 = 1\n", {2, 3}, "expected '='"},
     {"BlankBeyondAscii", "a =\xc2\xa0\n", {1, 4}, "expected space or tab"},
-    {"LetterBehindABackslash", "a = \"\"\"\xc3\xa4\\\xce\x97\"\"\"\n", {1, 10}, "unknown escape sequence"},
-    {"TooLong", std::string(longestConfigText + 1, '\n'), {0, 0}, "longer than 1048576 bytes"},
+    {"LetterAfterABackslash", "a = \"\"\"\xc3\xa4\\\xce\x97\"\"\"\n", {1, 10}, "unknown escape sequence"},
+    {"TooLong", std::string(maxConfigTextLength + 1, '\n'), {0, 0}, "longer than 1048576 bytes"},
     {"DeepLists", "a = " + repeated("[", 100000), {1, 21}, tooDeep},
     {"DeepTables", "a = " + repeated("{a = ", 100000), {1, 85}, tooDeep},
     {"DeepKeys", repeated("a.", 100000) + "a = 1", {1, 1026}, "more than 512 dots in a line"},
@@ -129,47 +129,47 @@ BadText const badTexts[] = {
     {"DeepKeysInListsInListsInDeepKeys", deepest() + repeated("}]", 7), {1, 1}, tooDeep},
     {"DeepKeysInListsThatAreCutOff", deepest(), {9, 1031}, "not TOML: "},
     {"DeepKeysInQuotes", repeated("\"\xc3\xa4\" . ", 17) + "a = 1", {1, 97}, tooDeep},
-    {"DeepBehindTexts",
+    {"DeepAfterTexts",
      "a = '#' # '\nb = \"\\\"\" # \"\nc = '''\n''''' # '\n" + repeated("d.", 17) + "d = 1",
      {5, 33},
      tooDeep},
 };
 
-INSTANTIATE_TEST_SUITE_P(Each, ConfigTextRefusal, testing::ValuesIn(badTexts),
+INSTANTIATE_TEST_SUITE_P(Each, ConfigTextError, testing::ValuesIn(badTexts),
                          [](auto const& one) { return std::string(one.param.name); });
 
-TEST(ConfigTextTest, WhatStandsInTextsAndCommentsNestsNothing) {
+TEST(ConfigTextTest, BracketsInTextsAndCommentsNestNothing) {
   std::string deep = repeated("[{a.", 200);
   std::string text = "a = \"" + deep + "\" # " + deep + "\nb = '''\n" + deep + "'''\nc = \"\"\"\n" + deep +
                      "\\\"\"\"\" # " + deep + "\n\"" + deep + "\" = 1\n";
-  EXPECT_THAT(parseConfigText(text).faults, IsEmpty());
+  EXPECT_THAT(parseConfigText(text).errors, IsEmpty());
 }
 
-TEST(ConfigTextTest, CharactersBeyondAsciiStandInTextsAndComments) {
+TEST(ConfigTextTest, CharactersBeyondAsciiAreValidInTextsAndComments) {
   std::string text =
       "\xef\xbb\xbf# \xce\x97\xe2\x82\xac\xf0\x9f\x98\x80\n\"\xce\x97\" = '\xce\x97' # \xce\x97\n"
       "b = \"\"\"\\\n  x\xce\x97 \\\" \xce\x97\n\xce\x97\"\"\"\n";
   ParsedText parsed = parseConfigText(text);
-  ASSERT_THAT(parsed.faults, IsEmpty());
+  ASSERT_THAT(parsed.errors, IsEmpty());
   EXPECT_EQ(parsed.root.entries.at(1).value.text, "x\xce\x97 \" \xce\x97\n\xce\x97");
 }
 
 TEST(ConfigTextTest, LettersBeyondAsciiAfterABrokenLineAreRead) {
   ParsedText parsed = parseConfigText("a = \"\"\"x\\ \n\n \xce\x97\"\"\"\n");
-  ASSERT_THAT(parsed.faults, IsEmpty());
+  ASSERT_THAT(parsed.errors, IsEmpty());
   EXPECT_EQ(parsed.root.entries.at(0).value.text, "x\xce\x97");
 }
 
 TEST(ConfigTextTest, ListsOfManyItemsAreNotDeep) {
   std::string text = "a = [" + repeated("1.5, [{b.c = 1}], \n", 1000) + "]\n";
-  EXPECT_THAT(parseConfigText(text).faults, IsEmpty());
+  EXPECT_THAT(parseConfigText(text).errors, IsEmpty());
 }
 
 TEST(ConfigTextTest, LongestAndDeepestAreRead) {
   std::string nested =
-      "a = " + std::string(deepestConfigText, '[') + std::string(deepestConfigText, ']') + "\n#";
-  nested.resize(longestConfigText, ' ');
-  EXPECT_THAT(parseConfigText(nested).faults, IsEmpty());
+      "a = " + std::string(maxConfigTextDepth, '[') + std::string(maxConfigTextDepth, ']') + "\n#";
+  nested.resize(maxConfigTextLength, ' ');
+  EXPECT_THAT(parseConfigText(nested).errors, IsEmpty());
 }
 
 // Words -----------------------------------------------------------------------------------------------
@@ -205,7 +205,7 @@ TEST(ConfigTextTest, KeysAndTextsAreWrittenAsTheyAreRead) {
   for (std::string const& text : {std::string(), std::string("eth0.100"), std::string("a\"\\b\x7f\n\t\0c", 9),
                                   std::string("\xc3\xa4")}) {
     ParsedText parsed = parseConfigText(tomlKey(text) + " = " + tomlText(text));
-    ASSERT_THAT(parsed.faults, IsEmpty()) << tomlKey(text);
+    ASSERT_THAT(parsed.errors, IsEmpty()) << tomlKey(text);
     EXPECT_EQ(parsed.root.entries.at(0).key, text);
     EXPECT_EQ(parsed.root.entries.at(0).value.text, text);
   }

@@ -118,8 +118,8 @@ TEST(ConfigWriterTest, WhatIsWrittenReadsBackEqual) {
     Settings settings = AnySettings(seed).draw();
     std::string text = writeToml(settings);
     ConfigReading reading = readConfig(text, "written");
-    ASSERT_THAT(reading.faults, IsEmpty()) << "seed " << seed << "\n"
-                                           << reading.faults[0].text << "\n"
+    ASSERT_THAT(reading.errors, IsEmpty()) << "seed " << seed << "\n"
+                                           << reading.errors[0].text << "\n"
                                            << text;
     ASSERT_THAT(reading.remarks, IsEmpty()) << "seed " << seed;
     ASSERT_EQ(reading.settings, settings) << "seed " << seed << "\n" << text;
@@ -136,7 +136,7 @@ TEST(ConfigWriterTest, EveryKeyOfTheTableIsWritten) {
   }
 }
 
-TEST(ConfigWriterTest, RangesOfTheSameTermsStandInOneTable) {
+TEST(ConfigWriterTest, RangesOfTheSameTermsAreInOneTable) {
   Settings settings;
   auto& ranges = settings.router.candidateBsrs["eth0"];
   ranges.groups = {{prefix("239.1.0.0/16"), {.priority = 1}},
@@ -161,7 +161,7 @@ TEST(ConfigWriterTest, LongListsAreBrokenIntoLinesThatAreRead) {
   settings.stateDirectory = "/" + std::string(4000, '.');
   std::string text = writeToml(settings);
   ConfigReading reading = readConfig(text, "written");
-  ASSERT_THAT(reading.faults, IsEmpty()) << reading.faults[0].text;
+  ASSERT_THAT(reading.errors, IsEmpty()) << reading.errors[0].text;
   EXPECT_EQ(reading.settings.stateDirectory, settings.stateDirectory);
   EXPECT_EQ(reading.settings.router, settings.router);
 }
