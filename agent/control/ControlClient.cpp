@@ -48,10 +48,10 @@ static std::string unreachableText(std::string const& path, int error, double pa
     case ENOTDIR:
       return fmt::format(
           "there is no {}: is pimbsr running? 'pimbsr run' makes the socket that its configuration names; "
-          "--socket or PIMBSR_SOCKET tells of another one",
+          "--socket or PIMBSR_SOCKET names another one",
           path);
     case ECONNREFUSED:
-      return fmt::format("nobody listens at {}: the pimbsr that made it has ended; is another one running?",
+      return fmt::format("no pimbsr listens at {}: the one that made it has ended; is another one running?",
                          path);
     case EAGAIN:
       return fmt::format("pimbsr at {} took no client for {:g} seconds", path, patience);
@@ -74,11 +74,11 @@ class Conversation {
     throw ClientError(unreachableText(path, error, patience));
   }
 
-  /// An agent that takes no more clients says so and is gone: what can't be told it is no fault of its own.
-  void tell(Json const& request) {
+  /// An agent without a place for the client sends an error and closes; so a failure to send is no error.
+  void send(Json const& request) {
     std::string line = request.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
     for (std::size_t sent = 0; sent < line.size();) {
-      ssize_t count = send(socket_.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+      ssize_t count = ::send(socket_.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) return;
       sent += static_cast<std::size_t>(count);
@@ -140,7 +140,7 @@ class Conversation {
 
 Json ask(std::string const& path, Json const& request, double patience) {
   Conversation agent(path, patience);
-  agent.tell(request);
+  agent.send(request);
   return agent.result();
 }
 
@@ -158,7 +158,7 @@ void tryInTurn(std::span<std::string const> paths, std::function<void(std::strin
 
 void watch(std::string const& path, TakeLine const& take, double patience) {
   Conversation agent(path, patience);
-  agent.tell({{"command", "watch"}});
+  agent.send({{"command", "watch"}});
   agent.result();
   agent.waitForever();
   while (std::optional<std::string> line = agent.next()) {

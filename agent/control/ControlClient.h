@@ -11,7 +11,7 @@
 
 namespace pimbsr::agent {
 
-/// An agent that can't be asked. The text says why, and what would help.
+/// An agent that can't be reached. The text has the reason and a remedy.
 class ClientError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -23,12 +23,12 @@ class DeniedError : public ClientError {
   using ClientError::ClientError;
 };
 
-/// Seconds for which a client waits without hearing anything.
+/// Seconds for which a client waits for the next bytes.
 inline constexpr double clientPatience = 5;
 
-/// Asks the agent whose control socket is at `path`, and waits for its answer: the result. Throws
-/// RequestError with the agent's words if it refuses, and ClientError if it can't be asked or is silent for
-/// `patience` seconds.
+/// Sends a request to the agent whose control socket is at `path`, and returns the result in its answer.
+/// Throws RequestError with the agent's error text, and ClientError if the agent can't be reached or doesn't
+/// answer within `patience` seconds.
 nlohmann::ordered_json ask(std::string const& path, nlohmann::ordered_json const& request,
                            double patience = clientPatience);
 
@@ -39,8 +39,8 @@ void tryInTurn(std::span<std::string const> paths, std::function<void(std::strin
 /// Takes one line, without its newline; false ends the watch.
 using TakeLine = std::function<bool(std::string_view line)>;
 
-/// Hands on each line of the agent's stream of changes, for as long as it lasts. Returns once `take` had
-/// enough. Throws as ask() does until the watch is granted, and then ClientError when the stream ends.
+/// Passes each line of the agent's stream of changes to `take`, and returns once that returns false. Throws
+/// as ask() does until the watch is granted, and then ClientError when the stream ends.
 void watch(std::string const& path, TakeLine const& take, double patience = clientPatience);
 
 }  // namespace pimbsr::agent

@@ -43,8 +43,7 @@ void ControlConnection::giveWay(std::string const& line) {
 
 // Events ----------------------------------------------------------------------------------------------------
 
-/// A client must not end the agent, not even by what it makes it run short of. This object may be gone behind
-/// it.
+/// A client must not end the agent, not even by exhausting memory. This object may be destroyed on return.
 template <class Step>
 void ControlConnection::guard(Step const& step) noexcept {
   try {
@@ -76,12 +75,12 @@ void ControlConnection::read() {
   }
 }
 
-/// Whoever can't wait for the end of a request can't know where the next one begins, so that is the last one.
+/// A request that is too long or not complete is the last one: the start of the next one is unknown.
 Reply ControlConnection::nextReply() {
   try {
     if (std::optional<std::string> line = lines_.next()) return owner_.reply(*this, *line);
     leaving_ = true;
-    return {.line = errorLine("the request has no newline behind it")};
+    return {.line = errorLine("the request has no newline at its end")};
   } catch (RequestError const& tooLong) {
     leaving_ = true;
     return {.line = errorLine(tooLong.what())};

@@ -22,7 +22,7 @@ namespace pimbsr::agent {
 /// the longest idle one of the user with the most connections; else the longest unread one, once that has
 /// waited for `unreadGrace`; else an asking one. Only users with more connections than the new one's have to
 /// give way, and that user itself with idle ones. Watchers never give way, so `watches` and `userWatches`
-/// bound them. Users are told apart by their uid. Root and the agent's own user are privileged: `reserve`
+/// bound them. Users are distinguished by uid. Root and the agent's own user are privileged: `reserve`
 /// connections and watches are for them alone, and all but the watchers of other users give way to them at
 /// once.
 struct ControlLimits {
@@ -40,14 +40,14 @@ struct ControlLimits {
   std::chrono::milliseconds acceptPause{1000};  ///< until the next accept, once descriptors ran out
 };
 
-/// Why a connection is over.
+/// Why a connection has ended.
 enum class ConnectionEnd {
-  open,     ///< it isn't
+  open,     ///< it hasn't
   closed,   ///< by the client, or after an answer that was the last one
   silent,   ///< no whole request came in time
   slow,     ///< the client did not read in time
   gaveWay,  ///< a new connection took its place
-  failed    ///< the system refused something
+  failed    ///< a system error
 };
 
 /// What a connection does, which decides whether it may give way.
@@ -84,12 +84,11 @@ class ConnectionOwner {
 ///
 /// Requests are answered one by one, at most one in a turn of the loop, and none before the answer ahead of
 /// it was handed to the kernel; until then nothing is read. So a client costs one answer and two requests of
-/// memory, however much it asks. A watcher's lines wait for it up to a bound; what it says is not listened
-/// to, but its end is.
+/// memory, however much it asks. Lines for a watcher wait up to a bound; what it sends is discarded.
 class ControlConnection {
  public:
   /// Takes the socket of a client that `user` runs; it must not block. Throws std::system_error if the loop
-  /// refuses it.
+  /// doesn't accept it.
   ControlConnection(uv_loop_t* loop, FileDescriptor socket, uid_t user, ControlLimits const& limits,
                     ConnectionOwner& owner);
   ControlConnection(ControlConnection const&) = delete;

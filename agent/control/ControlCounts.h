@@ -10,17 +10,17 @@
 
 namespace pimbsr::agent {
 
-/// What a control socket has counted since it was opened.
+/// Counts of a control socket since it was opened.
 struct ControlCounts {
-  std::size_t clients = 0;       ///< connected now, watchers among them
-  std::size_t watchers = 0;      ///< connected now
-  Zet::U64 requests = 0;         ///< lines that were answered, with a result or an error
-  Zet::U64 refused = 0;          ///< connections beyond the limit, with none that could give way
-  Zet::U64 refusedRequests = 0;  ///< requests beyond the share of their user
-  Zet::U64 gaveWay = 0;          ///< ended at the limit, in favor of a new connection
-  Zet::U64 slow = 0;             ///< dropped since they did not read in time
-  Zet::U64 silent = 0;           ///< dropped since they sent no whole request in time
-  Zet::U64 failed = 0;           ///< dropped since the system refused something
+  std::size_t clients = 0;        ///< connected now, watchers among them
+  std::size_t watchers = 0;       ///< connected now
+  Zet::U64 requests = 0;          ///< lines that were answered, with a result or an error
+  Zet::U64 rejected = 0;          ///< connections beyond the limit, when none could give way
+  Zet::U64 rejectedRequests = 0;  ///< requests beyond the share of their user
+  Zet::U64 gaveWay = 0;           ///< ended at the limit, in favor of a new connection
+  Zet::U64 slow = 0;              ///< closed, since they did not read in time
+  Zet::U64 silent = 0;            ///< closed, since they sent no complete request in time
+  Zet::U64 failed = 0;            ///< closed after a system error
 };
 
 /// The connections that a user has now.

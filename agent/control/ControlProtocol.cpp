@@ -23,7 +23,7 @@ static constexpr std::string_view clearable[] = {"counters", "drops", "history"}
 Names viewNames() { return views; }
 Names clearNames() { return clearable; }
 
-// What each command may be told -----------------------------------------------------------------------------
+// Members of each command ----------------------------------------------------------------------------------
 
 struct Form {
   std::string_view name;
@@ -50,16 +50,16 @@ bool isReading(Command command) {
          command == Command::version;
 }
 
-// Words -----------------------------------------------------------------------------------------------------
+// Texts -----------------------------------------------------------------------------------------------------
 
 static constexpr char const* example = R"({"command":"version"})";
 
 /// A value as it was read: in ASCII, since it may go to a terminal, and cut short.
 static std::string asRead(Json const& value) {
-  constexpr std::size_t longest = 60;
+  constexpr std::size_t maxLength = 60;
   std::string text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
-  if (text.size() <= longest) return text;
-  return text.substr(0, longest) + "...";
+  if (text.size() <= maxLength) return text;
+  return text.substr(0, maxLength) + "...";
 }
 
 static std::string listOf(Names names) {
@@ -75,13 +75,13 @@ static std::string commandNames() {
   return listOf(names);
 }
 
-[[noreturn]] static void refuse(std::string_view member, std::string_view read, std::string_view valid) {
+[[noreturn]] static void reject(std::string_view member, std::string_view read, std::string_view valid) {
   throw RequestError(fmt::format("\"{}\" {}; valid is {}", member, read, valid));
 }
 
 // Reading ---------------------------------------------------------------------------------------------------
 
-/// Refuses, while a request is read, what a flat object has no use for, and what would be silently lost.
+/// Rejects nested values, and repeated members, of which the parser would keep the last alone.
 class FlatObject {
  public:
   bool operator()(int depth, Json::parse_event_t event, Json& parsed) {
@@ -106,10 +106,10 @@ static Json objectOf(std::string_view line) {
   FlatObject check;
   try {
     request = Json::parse(line.begin(), line.end(), std::ref(check));
-  } catch (Json::parse_error const& fault) {
+  } catch (Json::parse_error const& error) {
     throw RequestError(
         fmt::format("the request is no JSON from byte {} on; valid is one object on one line, such as {}",
-                    fault.byte, example));
+                    error.byte, example));
   } catch (Json::exception const&) {
     throw RequestError("the request holds a number that is too large");
   }
@@ -120,13 +120,13 @@ static Json objectOf(std::string_view line) {
 
 static Json const& member(Json const& request, std::string_view name, std::string_view valid) {
   auto found = request.find(name);
-  if (found == request.end()) refuse(name, "is missing", valid);
+  if (found == request.end()) reject(name, "is missing", valid);
   return *found;
 }
 
 static std::string text(Json const& request, std::string_view name, std::string_view valid) {
   Json const& value = member(request, name, valid);
-  if (!value.is_string()) refuse(name, "is " + asRead(value), valid);
+  if (!value.is_string()) reject(name, "is " + asRead(value), valid);
   return value.get<std::string>();
 }
 
@@ -134,7 +134,7 @@ static std::string oneOf(Json const& request, std::string_view name, Names names
   std::string valid = "one of " + listOf(names);
   std::string value = text(request, name, valid);
   if (std::find(names.begin(), names.end(), value) == names.end()) {
-    refuse(name, "is " + asRead(value), valid);
+    reject(name, "is " + asRead(value), valid);
   }
   return value;
 }
@@ -144,7 +144,7 @@ static Form const& formOf(Json const& request) {
   std::string name = text(request, "command", valid);
   auto hasName = [&](Form const& form) { return form.name == name; };
   auto const* form = std::find_if(std::begin(forms), std::end(forms), hasName);
-  if (form == std::end(forms)) refuse("command", "is " + asRead(name), valid);
+  if (form == std::end(forms)) reject("command", "is " + asRead(name), valid);
   return *form;
 }
 
@@ -166,7 +166,7 @@ static Lanet::IpAddr groupOf(Json const& request) {
   } catch (Zet::Exception const&) {
     // no address at all
   }
-  refuse("group", "is " + asRead(value), valid);
+  reject("group", "is " + asRead(value), valid);
 }
 
 static std::optional<int> levelOf(Json const& request) {
@@ -174,7 +174,7 @@ static std::optional<int> levelOf(Json const& request) {
   Json const& value = member(request, "level", valid);
   if (value == "off") return std::nullopt;
   bool inRange = value.is_number_unsigned() && value.get<std::uint64_t>() <= 9;
-  if (!inRange) refuse("level", "is " + asRead(value), valid);
+  if (!inRange) reject("level", "is " + asRead(value), valid);
   return value.get<int>();
 }
 
@@ -183,14 +183,14 @@ static void readShow(Json const& json, Request& request) {
   if (request.what == "rp") {
     request.group = groupOf(json);
   } else if (json.contains("group")) {
-    refuse("group", fmt::format("is given for \"{}\"", request.what), "to give it for \"rp\" alone");
+    reject("group", fmt::format("is given for \"{}\"", request.what), "to give it for \"rp\" alone");
   }
 }
 
 static void readTrace(Json const& json, Request& request) {
   constexpr char const* valid = "the name of a trace handle such as \"Pim::Bsr::NonCandidateSm\"";
   request.handle = text(json, "handle", valid);
-  if (request.handle.empty()) refuse("handle", "is empty", valid);
+  if (request.handle.empty()) reject("handle", "is empty", valid);
   request.level = levelOf(json);
 }
 
@@ -219,8 +219,8 @@ std::string errorLine(std::string_view error) { return R"({"ok":false,"error":)"
 
 std::optional<std::string> LineBuffer::next() {
   std::size_t end = bytes_.find('\n');
-  if (std::min(end, bytes_.size()) >= longest_) {
-    throw RequestError(fmt::format("a request is longer than {} bytes, its newline included", longest_));
+  if (std::min(end, bytes_.size()) >= maxLength_) {
+    throw RequestError(fmt::format("a request is longer than {} bytes, its newline included", maxLength_));
   }
   if (end == bytes_.npos) return std::nullopt;
   std::string line = bytes_.substr(0, end);
@@ -228,6 +228,6 @@ std::optional<std::string> LineBuffer::next() {
   return line;
 }
 
-bool LineBuffer::isReady() const { return bytes_.size() >= longest_ || bytes_.find('\n') != bytes_.npos; }
+bool LineBuffer::isReady() const { return bytes_.size() >= maxLength_ || bytes_.find('\n') != bytes_.npos; }
 
 }  // namespace pimbsr::agent

@@ -22,7 +22,7 @@ enum class Command { show, watch, clear, reload, trace, metrics, version };
 std::string_view nameOf(Command command);
 bool isReading(Command command);
 
-/// A request of which everything was checked but what only a running agent knows.
+/// A request, validated except for what only a running agent knows.
 struct Request {
   Command command = Command::version;
   std::string what;          ///< of show one of viewNames(), of clear one of clearNames(); else empty
@@ -35,7 +35,7 @@ struct Request {
 std::span<std::string_view const> viewNames();
 std::span<std::string_view const> clearNames();
 
-/// Reads one request: a flat JSON object, with or without the newline behind it. Throws RequestError, with
+/// Reads one request: a flat JSON object, with or without the newline after it. Throws RequestError, with
 /// what was read and what would be valid, for anything else: an unknown command or member, one that is
 /// missing, given twice, of another type or out of its range, and anything nested. The text is plain ASCII.
 Request parseRequest(std::string_view line);
@@ -49,8 +49,8 @@ std::string errorLine(std::string_view error);
 /// owner bounds its memory by adding nothing while lines are left.
 class LineBuffer {
  public:
-  /// `longest` counts the newline and is above 0.
-  explicit LineBuffer(std::size_t longest = maxRequest) : longest_(longest) {}
+  /// `maxLength` counts the newline and is above 0.
+  explicit LineBuffer(std::size_t maxLength = maxRequest) : maxLength_(maxLength) {}
 
   void add(std::string_view bytes) { bytes_ += bytes; }
   /// Takes the first line, without its newline; nothing while it is not whole. Throws RequestError once it is
@@ -63,7 +63,7 @@ class LineBuffer {
   void clear() { bytes_.clear(); }
 
  private:
-  std::size_t longest_;
+  std::size_t maxLength_;
   std::string bytes_;
 };
 

@@ -109,7 +109,7 @@ void ControlServer::acceptSome() {
   }
 }
 
-/// The uid of a client when it connected. Without that it is nobody's, who shares with all such.
+/// The uid of a client when it connected; one uid, -1, for all clients without.
 static uid_t userOf(FileDescriptor const& client) {
   ucred credentials{};
   socklen_t size = sizeof credentials;
@@ -128,7 +128,7 @@ bool ControlServer::acceptNext() {
     if (hasPlaceFor(user) || makePlaceFor(user)) {
       take(std::move(client), user);
     } else {
-      refuse(client);
+      reject(client);
     }
   } catch (std::exception const&) {
     ++totals_.failed;
@@ -144,9 +144,9 @@ void ControlServer::take(FileDescriptor client, uid_t user) {
   ++its.clients;
 }
 
-/// A new socket has room for the line; if not, its client learns by the end of the connection.
-void ControlServer::refuse(FileDescriptor const& client) {
-  ++totals_.refused;
+/// The send buffer of a new socket holds the line; otherwise its client sees the end of the connection alone.
+void ControlServer::reject(FileDescriptor const& client) {
+  ++totals_.rejected;
   std::string line =
       errorLine(fmt::format("{} clients are connected, and no more are served; 'pimbsr show control' has "
                             "their users",
@@ -270,7 +270,7 @@ std::string ControlServer::shareError(ControlConnection const& connection, Reque
 nlohmann::ordered_json ControlServer::resultOf(Request const& request) {
   if (!endpoint_.readOnly || isReading(request.command)) return handler_.answer(request);
   throw RequestError(fmt::format(
-      "\"{}\" is refused on the read-only socket {}; {}", nameOf(request.command), endpoint_.path,
+      "\"{}\" is not available on the read-only socket {}; {}", nameOf(request.command), endpoint_.path,
       endpoint_.fullPath.empty() ? "the configuration has no other" : "use " + endpoint_.fullPath));
 }
 
@@ -281,15 +281,15 @@ Reply ControlServer::reply(ControlConnection const& connection, std::string cons
   try {
     Request request = parseRequest(line);
     if (std::string error = shareError(connection, request); !error.empty()) {
-      ++totals_.refusedRequests;
+      ++totals_.rejectedRequests;
       result = {.line = errorLine(error), .atOnce = true};
     } else {
       result = {.line = answerLine(resultOf(request)), .watch = request.command == Command::watch};
     }
-  } catch (RequestError const& refusal) {
-    result = {.line = errorLine(refusal.what())};
-  } catch (std::exception const& fault) {
-    result = {.line = errorLine(fmt::format("the agent failed to answer: {}", fault.what()))};
+  } catch (RequestError const& invalid) {
+    result = {.line = errorLine(invalid.what())};
+  } catch (std::exception const& error) {
+    result = {.line = errorLine(fmt::format("the agent failed to answer: {}", error.what()))};
   }
   answering_ = false;
   return result;

@@ -16,7 +16,7 @@
 
 namespace pimbsr::agent {
 
-/// Who answers what is asked over a control socket.
+/// Answers the requests of a control socket.
 class RequestHandler {
  public:
   virtual ~RequestHandler() = default;
@@ -77,7 +77,7 @@ class ControlServer final : private ConnectionOwner {
   void acceptSome();
   bool acceptNext();
   void take(FileDescriptor client, uid_t user);
-  void refuse(FileDescriptor const& client);
+  void reject(FileDescriptor const& client);
   bool hasPlaceFor(uid_t user) const;
   bool makePlaceFor(uid_t user);
   bool mayTakeFrom(uid_t other, uid_t user) const;

@@ -16,12 +16,12 @@
 
 namespace pimbsr::agent {
 
-static constexpr std::size_t longestPath = sizeof(sockaddr_un::sun_path) - 1;
+static constexpr std::size_t maxPathLength = sizeof(sockaddr_un::sun_path) - 1;
 
 static sockaddr_un addressOf(std::string const& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, longestPath);
+  path.copy(address.sun_path, maxPathLength);
   return address;
 }
 
@@ -38,7 +38,7 @@ static void boundWaits(int socket, double seconds) {
 }
 
 FileDescriptor connectTo(std::string const& path, int flags, double seconds) {
-  if (path.size() > longestPath) {
+  if (path.size() > maxPathLength) {
     errno = ENAMETOOLONG;
     return {};
   }
@@ -55,18 +55,18 @@ FileDescriptor connectTo(std::string const& path, int flags, double seconds) {
 
 // Opening ---------------------------------------------------------------------------------------------------
 
-[[noreturn]] static void refuse(std::string const& path, std::string const& reason) {
+[[noreturn]] static void fail(std::string const& path, std::string const& reason) {
   throw ControlError(fmt::format("control socket {}: {}", path, reason));
 }
 
-[[noreturn]] static void refuse(std::string const& path, char const* what, int error) {
-  refuse(path, fmt::format("{}: {}", what, std::strerror(error)));
+[[noreturn]] static void fail(std::string const& path, char const* what, int error) {
+  fail(path, fmt::format("{}: {}", what, std::strerror(error)));
 }
 
 static void checkPath(std::string const& path) {
-  if (path.empty()) refuse("''", "the path is empty; valid is one such as /run/pimbsr/control.sock");
-  if (path.size() <= longestPath) return;
-  refuse(path, fmt::format("the path is {} bytes long; valid are at most {}", path.size(), longestPath));
+  if (path.empty()) fail("''", "the path is empty; valid is one such as /run/pimbsr/control.sock");
+  if (path.size() <= maxPathLength) return;
+  fail(path, fmt::format("the path is {} bytes long; valid are at most {}", path.size(), maxPathLength));
 }
 
 static std::string folderOf(std::string const& path) {
@@ -80,30 +80,30 @@ static std::string folderOf(std::string const& path) {
 static FileDescriptor lockFolder(std::string const& path) {
   std::string folder = folderOf(path);
   if (mkdir(folder.c_str(), 0711) != 0 && errno != EEXIST) {
-    refuse(path, ("cannot make the folder " + folder).c_str(), errno);
+    fail(path, ("cannot make the folder " + folder).c_str(), errno);
   }
   FileDescriptor result(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!result) refuse(path, ("cannot open the folder " + folder).c_str(), errno);
+  if (!result) fail(path, ("cannot open the folder " + folder).c_str(), errno);
   if (flock(result.get(), LOCK_EX | LOCK_NB) != 0) {
-    refuse(path, "another program holds the folder; perhaps another pimbsr is just starting there");
+    fail(path, "another program holds the folder; perhaps another pimbsr is just starting there");
   }
   return result;
 }
 
-/// A socket nobody listens at is what an agent that was killed left behind.
+/// A socket without a listener is that of an agent that was killed.
 static void removeStale(std::string const& path) {
   struct stat found {};
   if (lstat(path.c_str(), &found) != 0) {
     if (errno == ENOENT) return;
-    refuse(path, "cannot look there", errno);
+    fail(path, "cannot look there", errno);
   }
-  if (!S_ISSOCK(found.st_mode)) refuse(path, "a file that is no socket is there; valid is a path of its own");
+  if (!S_ISSOCK(found.st_mode)) fail(path, "a file that is no socket is there; valid is a path of its own");
   FileDescriptor other = connectTo(path, SOCK_NONBLOCK);
   if (other || errno == EAGAIN) {
-    refuse(path, "another pimbsr runs on it; stop that one, or give this one a socket of its own");
+    fail(path, "another pimbsr runs on it; stop that one, or give this one a socket of its own");
   }
-  if (errno != ECONNREFUSED) refuse(path, "cannot tell whether another pimbsr runs on it", errno);
-  if (unlink(path.c_str()) != 0) refuse(path, "cannot remove what a former pimbsr left behind", errno);
+  if (errno != ECONNREFUSED) fail(path, "cannot find out whether another pimbsr runs on it", errno);
+  if (unlink(path.c_str()) != 0) fail(path, "cannot remove the socket of a former pimbsr", errno);
 }
 
 /// The mode must be right from the first moment, so it is the mask that makes it.
@@ -120,18 +120,18 @@ static gid_t groupId(std::string const& path, std::string const& name) {
   errno = 0;
   ::group const* found = getgrnam(name.c_str());
   if (found != nullptr) return found->gr_gid;
-  refuse(path,
-         fmt::format("there is no group '{0}'; valid is a group of this system, such as one that 'groupadd "
-                     "--system {0}' makes",
-                     name));
+  fail(path,
+       fmt::format("there is no group '{0}'; valid is a group of this system, such as one that 'groupadd "
+                   "--system {0}' makes",
+                   name));
 }
 
 static void setGroup(std::string const& path, std::string const& name, gid_t id) {
   if (lchown(path.c_str(), static_cast<uid_t>(-1), id) == 0) return;
   int error = errno;
   unlink(path.c_str());
-  refuse(path, fmt::format("cannot give it to the group '{}': {}; the agent must run as root or be a member",
-                           name, std::strerror(error)));
+  fail(path, fmt::format("cannot give it to the group '{}': {}; the agent must run as root or be a member",
+                         name, std::strerror(error)));
 }
 
 /// Connections that wait to be accepted. The kernel's queue is one for all users, so it is no longer than
@@ -144,14 +144,14 @@ ControlSocket::ControlSocket(std::string path, std::string const& group) : path_
   FileDescriptor lock = lockFolder(path_);
   removeStale(path_);
   FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!made) refuse(path_, "cannot make a socket", errno);
-  if (bindWithMode(made.get(), addressOf(path_)) != 0) refuse(path_, "cannot make it", errno);
+  if (!made) fail(path_, "cannot make a socket", errno);
+  if (bindWithMode(made.get(), addressOf(path_)) != 0) fail(path_, "cannot make it", errno);
   struct stat file {};
-  if (lstat(path_.c_str(), &file) != 0) refuse(path_, "it went as it was made", errno);
+  if (lstat(path_.c_str(), &file) != 0) fail(path_, "it went as it was made", errno);
   device_ = file.st_dev;
   inode_ = file.st_ino;
   if (!group.empty()) setGroup(path_, group, id);
-  if (listen(made.get(), backlog) != 0) refuse(path_, "cannot listen", errno);
+  if (listen(made.get(), backlog) != 0) fail(path_, "cannot listen", errno);
   socket_ = std::move(made);
 }
 

@@ -9,7 +9,7 @@
 
 namespace pimbsr::agent {
 
-/// A control socket that can't be opened. The text says why, and what would help.
+/// A control socket that can't be opened. The text has the reason and a remedy.
 class ControlError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -17,17 +17,16 @@ class ControlError : public std::runtime_error {
 
 /// A stream socket of the Unix family that listens at a path for as long as this object lives.
 ///
-/// Its file is readable and writable for its owner and group, and for no one else at any moment; the group
-/// is in place before anyone can connect. A socket
-/// that an agent left behind is replaced, one that an agent listens at is not; anything else at the path is
-/// left alone.
+/// Its file is readable and writable for its owner and group alone at any moment; the group is set before a
+/// client can connect. A socket without a listener is replaced; a socket with one, and any other file at the
+/// path, is an error.
 class ControlSocket {
  public:
   /// Makes the last folder of the path, too, if it is missing. `group` names the group of the file; empty for
   /// that of the process. Throws ControlError, also for a group that is unknown or can't be set: only root
   /// may set any, and others one that the process is in.
   explicit ControlSocket(std::string path, std::string const& group = "");
-  /// Removes the file, unless another one stands in its place by now.
+  /// Removes the file, unless another one has replaced it.
   ~ControlSocket();
   ControlSocket(ControlSocket const&) = delete;
   ControlSocket& operator=(ControlSocket const&) = delete;

@@ -9,7 +9,7 @@ namespace Bsr = Routing::Pim::Bsr;
 using Lanet::IpGenPrefix;
 using Zet::Ptr;
 
-// What is configured and doesn't stand ------------------------------------------------------------------
+// Configured candidacies without effect -----------------------------------------------------------------
 
 /// The lists by which the candidacies of an interface are configured.
 static std::set<std::string> listsOf(host::ByRange<host::BsrTerms> const& terms) {
@@ -40,13 +40,13 @@ static std::string whyIdle(KernelView const& kernel, std::string const& intf, st
 template <class Configured, class Walk>
 static std::vector<view::IdleCandidate> idleOf(Observed const& observed, Configured const& configured,
                                                Walk entries) {
-  std::set<std::string> standing;
-  for (; entries; ++entries) standing.insert(textOf(entries->intfId()));
+  std::set<std::string> active;
+  for (; entries; ++entries) active.insert(textOf(entries->intfId()));
   std::vector<view::IdleCandidate> idle;
   for (auto const& [intf, terms] : configured) {
     std::set<std::string> lists = listsOf(terms);
     std::set<std::string> absent = absentOf(observed, lists);
-    if (!standing.contains(intf)) {
+    if (!active.contains(intf)) {
       std::string why = whyIdle(observed.kernel, intf, describe(lists, absent));
       idle.push_back({.interface = intf, .because = why});
     } else if (!absent.empty()) {
@@ -85,7 +85,7 @@ static std::vector<view::CandidateBsr> bsrCandidates(Observed const& observed) {
 
 // As RP -------------------------------------------------------------------------------------------------
 
-/// The zone in whose advertisement a range stands; the unset prefix if no zone with a BSR covers it.
+/// The zone in whose advertisement a range is; the unset prefix if no zone with a BSR covers it.
 static IpGenPrefix zoneOf(Bsr::RpCandidateSm const& machine, IpGenPrefix const& range) {
   for (auto set = machine.crpAdvSetIterator(); set; ++set) {
     if (set->prefixSet(range)) return set->zone();

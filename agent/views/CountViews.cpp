@@ -11,7 +11,7 @@ using host::MessageKind;
 using view::keyOf;
 using view::messageKinds;
 
-/// Seconds since a time on the agent's clock; 0 for one that a former run's clock took for later than now.
+/// Seconds since a time on the agent's clock; 0 for a time of a former run that is later than now.
 static double ago(Observed const& observed, double time) { return std::max(0.0, observed.now() - time); }
 
 // The filter of advertisements --------------------------------------------------------------------------
@@ -138,8 +138,8 @@ static view::Socket viewOf(ControlStatus const& control) {
                      .clients = counts.clients,
                      .watchers = counts.watchers,
                      .requests = counts.requests,
-                     .rejected = counts.refused,
-                     .rejectedRequests = counts.refusedRequests,
+                     .rejected = counts.rejected,
+                     .rejectedRequests = counts.rejectedRequests,
                      .gaveWay = counts.gaveWay,
                      .slow = counts.slow,
                      .silent = counts.silent,

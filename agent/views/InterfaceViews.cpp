@@ -62,7 +62,7 @@ static void fill(view::Interface& shown, KernelLink const& link) {
   }
 }
 
-/// What the router knows of an interface. Without an address nothing can be sent, whatever the timer says.
+/// The router's state of an interface. Without an address nothing is sent, even if the timer runs.
 static void fill(view::Interface& shown, Observed const& observed, Intf const& intf) {
   shown.dr = intf.drAddress();
   shown.ownDr = intf.iAmDr();
@@ -73,7 +73,7 @@ static void fill(view::Interface& shown, Observed const& observed, Intf const& i
   if (!shown.addresses.empty()) shown.nextHello = leftUntil(hello->nextHello(), observed.now());
 }
 
-/// How packets of an interface, or of all by single addresses, came and went.
+/// Receive queues and errors of an interface, or of unicast packets on all interfaces.
 template <class View>
 static void fillReport(View& shown, Observed const& observed, std::string const& name) {
   auto found = observed.links.find(name);

@@ -177,11 +177,11 @@ void addControls(Families& families, Observed const& observed) {
   for (ControlStatus const& control : observed.controls)
     requests.add(control.counts.requests, labels(control));
   Family over(families, MetricType::Counter, "control_limited_total",
-              "Connections that were refused or ended and requests that were refused, by reason.");
+              "Connections that were rejected or ended and requests that were rejected, by reason.");
   static constexpr std::pair<char const*, U64 ControlCounts::*> reasons[] = {
-      {"refused", &ControlCounts::refused}, {"refusedRequests", &ControlCounts::refusedRequests},
-      {"gaveWay", &ControlCounts::gaveWay}, {"slow", &ControlCounts::slow},
-      {"silent", &ControlCounts::silent},   {"failed", &ControlCounts::failed}};
+      {"rejected", &ControlCounts::rejected}, {"rejectedRequests", &ControlCounts::rejectedRequests},
+      {"gaveWay", &ControlCounts::gaveWay},   {"slow", &ControlCounts::slow},
+      {"silent", &ControlCounts::silent},     {"failed", &ControlCounts::failed}};
   for (ControlStatus const& control : observed.controls)
     for (auto const& [reason, count] : reasons)
       over.add(control.counts.*count, labels(control, {{"reason", reason}}));
@@ -208,7 +208,7 @@ void addProcess(Families& families, Observed const& observed) {
       .add(static_cast<double>(observed.router.timerWheel()->armed()));
   addLateness(families, observed.timerLatency);
   Family(families, MetricType::Counter, "notification_exceptions_total",
-         "Exceptions caught inside the engine; each is a fault of this program.")
+         "Exceptions caught inside the engine; each is a bug of this program.")
       .add(observed.router.context().notificationExceptions());
   Family(families, MetricType::Gauge, "uptime_seconds", "Time since the agent started, on its own clock.")
       .add(std::max(0.0, observed.now() - observed.startTime));

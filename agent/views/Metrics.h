@@ -6,7 +6,7 @@
 
 namespace pimbsr::agent {
 
-/// What an agent has counted, in the text format of Prometheus, for a textfile collector. Counters start at 0
+/// The counters of an agent in the text format of Prometheus, for a textfile collector. Counters start at 0
 /// with the agent; those of messages and drops also where an operator clears them.
 std::string metricsText(Observed const& observed);
 

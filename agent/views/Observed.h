@@ -14,7 +14,7 @@
 
 namespace pimbsr::agent {
 
-/// All that may be shown of a running agent. Nothing here is changed by showing it.
+/// The state of a running agent that its views show, without changing it.
 struct Observed {
   host::Router const& router;
   Settings const& settings;
@@ -28,7 +28,7 @@ struct Observed {
 
   std::vector<ControlStatus> controls = {};  ///< of each control socket that is open
 
-  /// The time for which times left are told; its owner sets the router's clock before it shows anything.
+  /// The time from which remaining times are computed; the owner sets the router's clock before each view.
   double now() const { return router.context().now(); }
 };
 

@@ -45,7 +45,7 @@ std::set<std::string> namesOf(std::map<std::string, Terms> const& lists) {
   return names;
 }
 
-/// Those of the access lists that aren't there: who names them waits for them.
+/// The referenced access lists that don't exist.
 std::set<std::string> absentOf(Observed const& observed, std::set<std::string> const& lists);
 
 /// Counts of an interface by kind of message.

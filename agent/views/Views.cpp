@@ -20,7 +20,7 @@ struct NamedView {
   View view;
 };
 
-/// As a file with every key, which people read, and as values.
+/// As a human-readable file with every key, and as values.
 static view::Config showConfig(Observed const& observed) {
   return {.file = writeToml(observed.settings), .settings = writeJson(observed.settings)};
 }

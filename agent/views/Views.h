@@ -8,9 +8,9 @@
 
 namespace pimbsr::agent {
 
-/// What an agent shows of itself under one name, as an object: "bsr", "rp-set", "candidates", "rp" (of a
+/// The view of an agent with a name, as an object: "bsr", "rp-set", "candidates", "rp" (of a
 /// multicast group), "neighbors", "interfaces", "borders", "filter", "counters", "drops", "history" or
-/// "config". Times are seconds, left or ago; null stands for what there is none of. Throws RequestError for
+/// "config". Times are seconds, left or ago; an absent value is null. Throws RequestError for
 /// another name, with those that are valid.
 nlohmann::ordered_json show(Observed const& observed, std::string_view what, Lanet::IpAddr group = {});
 

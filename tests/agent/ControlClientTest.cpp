@@ -29,13 +29,13 @@ using testing::HasSubstr;
 Json const version{{"command", "version"}};
 
 /// Why an agent can't be asked.
-std::string faultOf(std::string const& path, double patience = clientPatience) {
+std::string errorOf(std::string const& path, double patience = clientPatience) {
   try {
     ask(path, version, patience);
-  } catch (ClientError const& fault) {
-    return fault.what();
+  } catch (ClientError const& error) {
+    return error.what();
   }
-  return "no fault";
+  return "no error";
 }
 
 TEST(ControlClientTest, ARequestIsOneLineAndItsAnswerTheResult) {
@@ -50,71 +50,71 @@ TEST(ControlClientTest, AnAnswerMayBeLarge) {
   EXPECT_EQ(ask(agent.path(), version)["text"], text);
 }
 
-TEST(ControlClientTest, TheAgentsRefusalIsToldInItsWords) {
+TEST(ControlClientTest, TheErrorOfTheAgentIsThrown) {
   FakeAgent agent(errorLine("there is no group for that"));
   try {
     ask(agent.path(), version);
-    FAIL() << "it was refused";
-  } catch (RequestError const& refusal) {
-    EXPECT_STREQ(refusal.what(), "there is no group for that");
+    FAIL() << "it has an error";
+  } catch (RequestError const& error) {
+    EXPECT_STREQ(error.what(), "there is no group for that");
   }
 }
 
-TEST(ControlClientTest, WhatIsNoAnswerIsTold) {
+TEST(ControlClientTest, InvalidAnswerIsAnError) {
   for (char const* answer : {"SSH-2.0-server\r\n", "{}\n", "[]\n", "{\"ok\":true}\n", "{\"ok\":false}\n",
                              "{\"ok\":false,\"error\":1}\n", "\xff\n"}) {
     FakeAgent agent{std::string(answer)};
-    EXPECT_THAT(faultOf(agent.path()), HasSubstr("is no pimbsr")) << answer;
+    EXPECT_THAT(errorOf(agent.path()), HasSubstr("is no pimbsr")) << answer;
   }
 }
 
-TEST(ControlClientTest, AConnectionThatEndsEarlyIsTold) {
+TEST(ControlClientTest, ConnectionWithoutAnAnswerIsAnError) {
   for (char const* answer : {"", "{\"ok\":true,\"resu"}) {
     FakeAgent agent{std::string(answer)};
-    EXPECT_THAT(faultOf(agent.path()), HasSubstr("without an answer"));
+    EXPECT_THAT(errorOf(agent.path()), HasSubstr("without an answer"));
   }
 }
 
 TEST(ControlClientTest, AnAgentThatIsSilentIsNotWaitedForLong) {
   ScratchFolder folder;
-  ControlSocket nobodyServes(folder.file("control.sock"));
-  EXPECT_THAT(faultOf(nobodyServes.path(), 0.03), HasSubstr("has not answered for 0.03 seconds"));
+  ControlSocket unserved(folder.file("control.sock"));
+  EXPECT_THAT(errorOf(unserved.path(), 0.03), HasSubstr("has not answered for 0.03 seconds"));
 }
 
-TEST(ControlClientTest, AnAgentThatTakesNobodyInIsNotWaitedForLong) {
+TEST(ControlClientTest, WaitForAFullBacklogIsBounded) {
   ScratchFolder folder;
-  ControlSocket nobodyServes(folder.file("control.sock"));
-  ASSERT_EQ(listen(nobodyServes.fd(), 0), 0);
-  FileDescriptor first = connectTo(nobodyServes.path(), 0);
-  EXPECT_THAT(faultOf(nobodyServes.path(), 0.03), HasSubstr("took no client for 0.03 seconds"));
+  ControlSocket unserved(folder.file("control.sock"));
+  ASSERT_EQ(listen(unserved.fd(), 0), 0);
+  FileDescriptor first = connectTo(unserved.path(), 0);
+  EXPECT_THAT(errorOf(unserved.path(), 0.03), HasSubstr("took no client for 0.03 seconds"));
 }
 
 TEST(ControlClientTest, AnAgentThatIsNotThereIsExplained) {
   ScratchFolder folder;
   std::string path = folder.file("control.sock");
-  EXPECT_THAT(faultOf(path), AllOf(HasSubstr("there is no " + path + ": is pimbsr running?"),
+  EXPECT_THAT(errorOf(path), AllOf(HasSubstr("there is no " + path + ": is pimbsr running?"),
                                    HasSubstr("--socket or PIMBSR_SOCKET")));
-  EXPECT_THAT(faultOf(path + "/below"), HasSubstr("there is no"));
+  EXPECT_THAT(errorOf(path + "/below"), HasSubstr("there is no"));
   std::ofstream(path) << "no socket";
-  EXPECT_THAT(faultOf(path), HasSubstr("nobody listens at"));
-  EXPECT_THAT(faultOf(std::string(200, 'x')), HasSubstr("name too long"));
+  EXPECT_THAT(errorOf(path), HasSubstr("no pimbsr listens at"));
+  EXPECT_THAT(errorOf(std::string(200, 'x')), HasSubstr("name too long"));
 }
 
-/// What a user without any right is told.
-std::string faultOfNobody(std::string const& path) {
+/// The error of the user "nobody", who has no rights.
+std::string errorAsNobody(std::string const& path) {
   return test::inChild([&]() -> std::string {
     if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) return "cannot become nobody";
-    return faultOf(path);
+    return errorOf(path);
   });
 }
 
-TEST(ControlClientTest, WhoeverMayNotAskIsToldWhoMay) {
+TEST(ControlClientTest, ErrorOfADeniedUserNamesThePermittedOnes) {
   NEEDS_ROOT();
   ScratchFolder folder;
   ControlSocket socket(folder.file("control.sock"));
-  EXPECT_THAT(faultOfNobody(socket.path()), HasSubstr("nobody may not look for " + socket.path()));
+  EXPECT_THAT(errorAsNobody(socket.path()), HasSubstr("nobody may not look for " + socket.path()));
   ASSERT_EQ(chmod(folder.file(".").c_str(), 0755), 0);
-  EXPECT_THAT(faultOfNobody(socket.path()),
+  EXPECT_THAT(errorAsNobody(socket.path()),
               AllOf(HasSubstr("root and the members of group root may use " + socket.path()),
                     HasSubstr("nobody is not among them")));
 }
@@ -157,8 +157,8 @@ std::vector<std::string> watchAll(std::string const& path, std::size_t enough, s
   try {
     watch(path, take);
     end = "enough";
-  } catch (ClientError const& fault) {
-    end = fault.what();
+  } catch (ClientError const& error) {
+    end = error.what();
   }
   return lines;
 }
@@ -171,14 +171,14 @@ TEST(ControlClientTest, AWatchHandsOnEachLineUntilItHasEnough) {
   EXPECT_THAT(agent.requests(), ElementsAre(R"({"command":"watch"})"));
 }
 
-TEST(ControlClientTest, TheEndOfAWatchIsToldAndHalfALineIsNot) {
+TEST(ControlClientTest, EndOfAWatchIsAnErrorAndDropsAnIncompleteLine) {
   FakeAgent agent(answerLine(Json::object()) + "{\"a\":1}\n{\"b\"");
   std::string end;
   EXPECT_THAT(watchAll(agent.path(), 9, end), ElementsAre("{\"a\":1}"));
   EXPECT_THAT(end, AllOf(HasSubstr("has ended"), HasSubstr("not read fast enough")));
 }
 
-TEST(ControlClientTest, AWatchThatIsRefusedIsToldInTheAgentsWords) {
+TEST(ControlClientTest, RejectedWatchThrowsTheErrorOfTheAgent) {
   FakeAgent agent(errorLine("no watchers today"));
   EXPECT_THROW(watch(agent.path(), [](std::string_view) { return true; }), RequestError);
 }

@@ -83,7 +83,7 @@ TEST_F(ControlLimitsTest, IdleConnectionsOfOneUserLockOutNoOther) {
   EXPECT_EQ(clientsOf(hog), 28u) << "the reserve is not for this user";
   EXPECT_TRUE(isServed(other));
   EXPECT_TRUE(isServed(0));
-  EXPECT_EQ(server_->counts().refused, 0u);
+  EXPECT_EQ(server_->counts().rejected, 0u);
 }
 
 TEST_F(ControlLimitsTest, TheLongestIdleConnectionOfTheLargestUserGivesWayWithTheReason) {
@@ -132,7 +132,7 @@ TEST_F(ControlLimitsTest, AnUnreadAnswerKeepsItsConnectionDuringItsGrace) {
   std::vector<ControlPeer> unread = connectedAs(hog, 4, large);
   ASSERT_EQ(server_->status().users[0].unread, 4u);
   EXPECT_FALSE(isServed(other));
-  EXPECT_EQ(server_->counts().refused, 1u);
+  EXPECT_EQ(server_->counts().rejected, 1u);
 }
 
 TEST_F(ControlLimitsTest, AnUnreadAnswerGivesWayToAnotherUserAfterItsGrace) {
@@ -155,7 +155,7 @@ TEST_F(ControlLimitsTest, RootFindsAPlaceAtOnceHoweverManyUsersHoldThem) {
 
 // Shares --------------------------------------------------------------------------------------------------
 
-TEST_F(ControlLimitsTest, WatchesBeyondTheShareOfAUserAreRefusedAndTheConnectionGoesOn) {
+TEST_F(ControlLimitsTest, WatchesBeyondTheShareOfAUserAreRejectedAndTheConnectionStays) {
   serve({.userWatches = 2});
   std::vector<ControlPeer> watches = connectedAs(hog, 3, watching);
   for (ControlPeer& peer : watches) readUntilLines(peer, 1);
@@ -166,7 +166,7 @@ TEST_F(ControlLimitsTest, WatchesBeyondTheShareOfAUserAreRefusedAndTheConnection
   std::vector<ControlPeer> own = connectedAs(other, 1, watching);
   readUntilLines(own[0], 1);
   EXPECT_EQ(own[0].text(), granted);
-  EXPECT_EQ(server_->counts().refusedRequests, 1u);
+  EXPECT_EQ(server_->counts().rejectedRequests, 1u);
 }
 
 TEST_F(ControlLimitsTest, WatchesOfAllUsersLeaveTheReserveToRoot) {
@@ -254,8 +254,8 @@ std::string askOften(std::string const& path, int requests) {
     try {
       ask(path, {{"command", "version"}});
       ++answered;
-    } catch (std::exception const& fault) {
-      error = fault.what();
+    } catch (std::exception const& failed) {
+      error = failed.what();
     }
   }
   return std::to_string(answered) + error;
@@ -298,15 +298,15 @@ TEST_F(ControlLimitsTest, AnAttackerNeitherLocksOutOthersNorHoldsTheLoop) {
 
 // The read-only socket ------------------------------------------------------------------------------------
 
-TEST_F(ControlLimitsTest, AReadOnlySocketRefusesWhatChangesTheAgentAndNamesTheOther) {
+TEST_F(ControlLimitsTest, ReadOnlySocketRejectsRequestsThatChangeTheAgentAndNamesTheOther) {
   start({.path = path_, .readOnly = true, .fullPath = "/run/full.sock"});
   ControlPeer peer = connected();
   std::size_t lines = 0;
-  for (char const* refused : {R"({"command":"clear","what":"drops"})", R"({"command":"reload"})",
-                              R"({"command":"trace","handle":"x","level":1})"}) {
-    peer.send(std::string(refused) + "\n");
+  for (char const* rejected : {R"({"command":"clear","what":"drops"})", R"({"command":"reload"})",
+                               R"({"command":"trace","handle":"x","level":1})"}) {
+    peer.send(std::string(rejected) + "\n");
     readUntilLines(peer, ++lines);
-    EXPECT_THAT(peer.text(), HasSubstr("is refused on the read-only socket " + path_));
+    EXPECT_THAT(peer.text(), HasSubstr("is not available on the read-only socket " + path_));
     EXPECT_THAT(peer.text(), testing::EndsWith("use /run/full.sock\"}\n"));
   }
   EXPECT_EQ(handler_.asked, 0);

@@ -12,7 +12,7 @@
 
 namespace test {
 
-/// A client of a control socket that does no more than it is told to, and never waits.
+/// A client of a control socket whose steps a test makes; it never blocks.
 class ControlPeer {
  public:
   explicit ControlPeer(std::string const& path) : socket_(pimbsr::agent::connectTo(path, SOCK_NONBLOCK)) {}

@@ -12,13 +12,13 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-std::string refusalOf(std::string const& line) {
+std::string errorOf(std::string const& line) {
   try {
     parseRequest(line);
-  } catch (RequestError const& fault) {
-    return fault.what();
+  } catch (RequestError const& error) {
+    return error.what();
   }
-  return "no refusal";
+  return "no error";
 }
 
 TEST(ControlProtocolTest, EveryCommandIsRead) {
@@ -55,7 +55,7 @@ TEST(ControlProtocolTest, SpacesOrderAndLineEndsDoNotMatter) {
   EXPECT_EQ(parseRequest("  { \"what\" : \"bsr\" ,\t\"command\" : \"show\" }\r\n").what, "bsr");
 }
 
-TEST(ControlProtocolTest, FaultsTellWhatWasReadAndWhatIsValid) {
+TEST(ControlProtocolTest, ErrorsNameTheReadAndTheValidValues) {
   struct Case {
     char const* line;
     char const* read;
@@ -105,12 +105,12 @@ TEST(ControlProtocolTest, FaultsTellWhatWasReadAndWhatIsValid) {
       {R"({"command":"trace","handle":"a","level":true})", "\"level\" is true", "0 to 9"},
   };
   for (Case const& c : cases) {
-    EXPECT_THAT(refusalOf(c.line), AllOf(HasSubstr(c.read), HasSubstr(c.valid))) << c.line;
+    EXPECT_THAT(errorOf(c.line), AllOf(HasSubstr(c.read), HasSubstr(c.valid))) << c.line;
   }
 }
 
-TEST(ControlProtocolTest, WhatWouldSilentlyBeLostIsRefused) {
-  EXPECT_THAT(refusalOf(R"({"command":"clear","what":"drops","what":"history"})"),
+TEST(ControlProtocolTest, RepeatedAndNestedMembersAreRejected) {
+  EXPECT_THAT(errorOf(R"({"command":"clear","what":"drops","what":"history"})"),
               HasSubstr("\"what\" is given twice"));
 }
 
@@ -119,12 +119,12 @@ TEST(ControlProtocolTest, NothingNestedIsRead) {
   for (std::string const& line :
        {std::string(R"({"command":{"command":"version"}})"), std::string(R"({"command":["version"]})"),
         std::string("[[]]"), R"({"command":)" + deep, deep + std::string(2000, ']')}) {
-    EXPECT_THAT(refusalOf(line), HasSubstr("nested")) << line;
+    EXPECT_THAT(errorOf(line), HasSubstr("nested")) << line;
   }
 }
 
-TEST(ControlProtocolTest, WhatIsToldOfARequestIsShortAndPlain) {
-  std::string text = refusalOf(R"({"command":"\u001b[2J)" + std::string(3000, 'x') + "\xc3\xa4\"}");
+TEST(ControlProtocolTest, ErrorQuotesARequestShortAndInAscii) {
+  std::string text = errorOf(R"({"command":"\u001b[2J)" + std::string(3000, 'x') + "\xc3\xa4\"}");
   EXPECT_LT(text.size(), 300u);
   EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; })) << text;
 }
@@ -171,7 +171,7 @@ TEST(LineBufferTest, TheNewlineCountsForTheLongestLine) {
   EXPECT_TRUE(buffer.empty());
 }
 
-TEST(LineBufferTest, ATooLongLineBehindAGoodOneIsRefusedInItsTurn) {
+TEST(LineBufferTest, TooLongLineAfterAValidOneIsRejectedInItsTurn) {
   LineBuffer buffer(4);
   buffer.add("abc\nabcd\n");
   EXPECT_EQ(buffer.next(), "abc");

@@ -45,14 +45,14 @@ TEST_F(ControlServerTest, ARequestMayComeByteByByte) {
   EXPECT_EQ(peer.text(), asked(1));
 }
 
-TEST_F(ControlServerTest, FaultyRequestsAreAnsweredAndTheConnectionGoesOn) {
+TEST_F(ControlServerTest, InvalidRequestsAreAnsweredAndTheConnectionStays) {
   start();
   ControlPeer peer = connected();
   std::size_t lines = 0;
-  for (std::string const& fault :
+  for (std::string const& error :
        {std::string("\n"), std::string("\xff\xfe\n"), std::string(4000, '[') + "\n",
         std::string("{\"command\":\"sho\"}\n"), std::string(1, '\0') + "\n"}) {
-    peer.send(fault);
+    peer.send(error);
     readUntilLines(peer, ++lines);
   }
   EXPECT_EQ(handler_.asked, 0);
@@ -102,7 +102,7 @@ TEST_F(ControlServerTest, AClientThatSaysNoMoreStillGetsItsAnswers) {
   EXPECT_EQ(server_->counts().clients, 0u);
 }
 
-TEST_F(ControlServerTest, ALastRequestWithoutNewlineIsToldSo) {
+TEST_F(ControlServerTest, LastRequestWithoutNewlineIsAnError) {
   start();
   ControlPeer peer = connected();
   peer.send(askVersion + "{\"command\":\"version\"}");
@@ -256,7 +256,7 @@ TEST_F(ControlServerTest, WithoutDescriptorsClientsWaitAndTheLoopSleeps) {
 TEST_F(ControlServerTest, WatchersGetEachLineAndOthersNone) {
   start();
   EXPECT_FALSE(server_->hasWatchers());
-  server_->publish("{\"nobody\":1}");
+  server_->publish("{\"unread\":1}");
   ControlPeer asking = connected();
   ControlPeer one = watcher();
   ControlPeer two = watcher();

@@ -23,14 +23,14 @@ using testing::HasSubstr;
 
 class ControlSocketTest : public testing::Test {
  protected:
-  std::string refusal() const { return refusalOf(path_); }
-  static std::string refusalOf(std::string const& path) {
+  std::string error() const { return errorOf(path_); }
+  static std::string errorOf(std::string const& path) {
     try {
       ControlSocket socket(path);
-    } catch (ControlError const& fault) {
-      return fault.what();
+    } catch (ControlError const& error) {
+      return error.what();
     }
-    return "no refusal";
+    return "no error";
   }
 
   ScratchFolder folder_;
@@ -81,7 +81,7 @@ TEST_F(ControlSocketTest, WhatAKilledAgentLeftIsReplaced) {
 
 TEST_F(ControlSocketTest, AnAgentThatRunsKeepsIts) {
   ControlSocket socket(path_);
-  EXPECT_THAT(refusal(), AllOf(HasSubstr("control socket " + path_), HasSubstr("another pimbsr runs on it")));
+  EXPECT_THAT(error(), AllOf(HasSubstr("control socket " + path_), HasSubstr("another pimbsr runs on it")));
   EXPECT_TRUE(connectTo(path_, 0)) << "nothing was taken from it";
 }
 
@@ -91,19 +91,19 @@ TEST_F(ControlSocketTest, AnAgentTooBusyToTakeAnyoneInKeepsItsToo) {
   FileDescriptor waiting = connectTo(path_, SOCK_NONBLOCK);
   ASSERT_FALSE(connectTo(path_, SOCK_NONBLOCK));
   ASSERT_EQ(errno, EAGAIN);
-  EXPECT_THAT(refusal(), HasSubstr("another pimbsr runs on it"));
+  EXPECT_THAT(error(), HasSubstr("another pimbsr runs on it"));
 }
 
 TEST_F(ControlSocketTest, AFileThatIsNoSocketIsLeftAlone) {
   std::ofstream(path_) << "precious";
-  EXPECT_THAT(refusal(), HasSubstr("a file that is no socket"));
+  EXPECT_THAT(error(), HasSubstr("a file that is no socket"));
   EXPECT_EQ(std::filesystem::file_size(path_), 8u);
 }
 
 TEST_F(ControlSocketTest, ALinkIsNotFollowed) {
   ControlSocket other(folder_.file("other.sock"));
   std::filesystem::create_symlink(other.path(), path_);
-  EXPECT_THAT(refusal(), HasSubstr("a file that is no socket"));
+  EXPECT_THAT(error(), HasSubstr("a file that is no socket"));
   EXPECT_TRUE(std::filesystem::exists(other.path()));
 }
 
@@ -111,32 +111,32 @@ TEST_F(ControlSocketTest, ItsFolderIsMadeButNotATree) {
   std::string path = folder_.file("run/control.sock");
   ControlSocket socket(path);
   EXPECT_EQ(modeOf(path), S_IFSOCK | 0660u);
-  EXPECT_THAT(refusalOf(folder_.file("no/such/control.sock")), HasSubstr("cannot make the folder"));
+  EXPECT_THAT(errorOf(folder_.file("no/such/control.sock")), HasSubstr("cannot make the folder"));
 }
 
-TEST_F(ControlSocketTest, OfTwoThatStartAtOnceOneWaitsForNobody) {
+TEST_F(ControlSocketTest, OneOfTwoThatStartAtOnceFailsWithoutWaiting) {
   FileDescriptor other(open(folder_.file(".").c_str(), O_RDONLY | O_DIRECTORY));
   ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
-  EXPECT_THAT(refusal(), HasSubstr("another program holds the folder"));
+  EXPECT_THAT(error(), HasSubstr("another program holds the folder"));
   other = FileDescriptor();
-  EXPECT_EQ(refusal(), "no refusal");
+  EXPECT_EQ(error(), "no error");
 }
 
-TEST_F(ControlSocketTest, APathThatNoSocketCanHaveIsRefused) {
-  EXPECT_THAT(refusalOf(""), HasSubstr("the path is empty"));
+TEST_F(ControlSocketTest, InvalidPathIsAnError) {
+  EXPECT_THAT(errorOf(""), HasSubstr("the path is empty"));
   std::string longest = folder_.file("");
   longest.resize(107, 'x');
-  EXPECT_EQ(refusalOf(longest), "no refusal");
-  EXPECT_THAT(refusalOf(longest + "x"), AllOf(HasSubstr("108 bytes long"), HasSubstr("at most 107")));
+  EXPECT_EQ(errorOf(longest), "no error");
+  EXPECT_THAT(errorOf(longest + "x"), AllOf(HasSubstr("108 bytes long"), HasSubstr("at most 107")));
 }
 
-TEST_F(ControlSocketTest, AFolderThatMayNotBeWrittenIsTold) {
+TEST_F(ControlSocketTest, FolderWithoutWritePermissionIsAnError) {
   NEEDS_ROOT();
   std::string path = path_;
   ASSERT_EQ(chmod(folder_.file(".").c_str(), 0755), 0);
   std::string text = test::inChild([&]() -> std::string {
     if (setuid(65534) != 0) return "cannot become nobody";
-    return refusalOf(path);
+    return errorOf(path);
   });
   EXPECT_THAT(text, HasSubstr("Permission denied"));
 }

@@ -16,8 +16,8 @@ class DropsTest : public ObservedRouter {
   DropRow const* row(std::string const& reason, std::string const& zone,
                      std::string const& name = "eth0") const {
     for (auto const& [key, counted] : drops.rows()) {
-      bool isIt = key.reason == reason && key.zone == prefix(zone) && key.intf == name && !key.others;
-      if (isIt) return &counted;
+      bool matches = key.reason == reason && key.zone == prefix(zone) && key.intf == name && !key.others;
+      if (matches) return &counted;
     }
     return nullptr;
   }
@@ -28,7 +28,7 @@ Bsm ownEcho(std::string const& zone) {
   return {.groups = {{zone, {{"10.0.0.2"}}, scopedFlag}}, .source = "192.0.2.9"};
 }
 
-TEST_F(DropsTest, RefusedMessagesAreCountedByReasonZoneAndInterface) {
+TEST_F(DropsTest, DroppedMessagesAreCountedByReasonZoneAndInterface) {
   receive(packetOf(ownEcho("239.1.0.0/16")));
   receive(packetOf(ownEcho("239.1.0.0/16")));
   receive(packetOf(ownEcho("239.2.0.0/16")));
@@ -65,7 +65,7 @@ TEST_F(DropsTest, TheLastMessageIsKept) {
 }
 
 TEST_F(DropsTest, AcceptedMessageIsNotNoted) {
-  greet();
+  helloFromNeighbor();
   EXPECT_TRUE(drops.rows().empty());
 }
 
@@ -114,7 +114,7 @@ TEST_F(DropsTest, SummaryOfAMessageAcceptedInPartCountsTheDroppedRanges) {
             "C-RP-Adv of 203.0.113.1, priority 0, holdtime 0 s, 1 of 3 group ranges dropped");
 }
 
-TEST_F(DropsTest, MessageRefusedBeforeItWasReadIsNamedByItsKind) {
+TEST_F(DropsTest, MessageDroppedBeforeDecodingIsNamedByItsKind) {
   for (auto [kind, text] : {std::pair{MessageKind::bootstrap, "BSM"},
                             {MessageKind::crpAdv, "C-RP-Adv"},
                             {MessageKind::hello, "Hello"},

@@ -65,7 +65,7 @@ class HistoryTest : public ObservedRouter {
 // Causes ----------------------------------------------------------------------------------------------
 
 TEST_F(HistoryTest, LearnedBsrNamesTheMessageThatBroughtIt) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   ASSERT_EQ(history.entries().size(), 2u);
   HistoryEntry const& elected = history.entries()[0];
@@ -87,7 +87,7 @@ TEST_F(HistoryTest, OwnElectionIsATimersDoing) {
 }
 
 TEST_F(HistoryTest, CauseOfOneEventIsNotThatOfTheNext) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   run(2000);
   EXPECT_EQ(history.entries().back().cause, Cause{.kind = CauseKind::timer});
@@ -95,7 +95,7 @@ TEST_F(HistoryTest, CauseOfOneEventIsNotThatOfTheNext) {
 
 // Candidacies -----------------------------------------------------------------------------------------
 
-TEST_F(HistoryTest, StatesOfACandidacyAreTold) {
+TEST_F(HistoryTest, StatesOfACandidacyAreNoted) {
   lead();
   settings.router.candidateBsrs.clear();
   configure();
@@ -106,7 +106,7 @@ TEST_F(HistoryTest, StatesOfACandidacyAreTold) {
   EXPECT_THAT(states, ElementsAre("- > Pending-BSR", "Pending-BSR > Elected-BSR", "Elected-BSR > -"));
 }
 
-TEST_F(HistoryTest, OwnLossIsTold) {
+TEST_F(HistoryTest, OwnLossIsNoted) {
   lead();
   history.clear();
   settings.router.candidateBsrs.clear();
@@ -118,7 +118,7 @@ TEST_F(HistoryTest, OwnLossIsTold) {
 
 TEST_F(HistoryTest, BetterBsrTakesOver) {
   lead();
-  greet();
+  helloFromNeighbor();
   history.clear();
   ASSERT_TRUE(receive(packetOf(bsmWith({"10.0.0.2"}, 200))).accepted());
   ASSERT_EQ(history.entries().size(), 3u);
@@ -139,7 +139,7 @@ TEST_F(HistoryTest, BetterBsrTakesOver) {
 
 TEST_F(HistoryTest, OwnElectionInPlaceOfAnotherIsAnElectionAndAChange) {
   lead();
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"}, 200)));
   ASSERT_EQ(totals().bsrChanges, 1u);
   history.clear();
@@ -184,18 +184,18 @@ TEST_F(HistoryTest, BsrThatOnlyCeasesToBeThisRouterIsAChange) {
   lead();
   History other;
   other.noteStates(*router);
-  greet();
+  helloFromNeighbor();
   ASSERT_TRUE(receive(packetOf(bsmWith({}, 200))).accepted());
   pimbsr::host::BsrView ours{.address = addr("192.0.2.9"), .priority = 64, .hashMaskLen = 30};
   other.causeIs({.kind = CauseKind::timer}, 77);
   other.onChange({.kind = ChangeKind::bsrLost, .zone = globalZone, .bsr = ours});
   other.onChange({.kind = ChangeKind::bsrElected, .zone = globalZone, .bsr = ours});
   other.noteStates(*router);
-  std::vector<HistoryEntry> told = other.takeNew();
-  ASSERT_EQ(told.size(), 2u);
-  EXPECT_EQ(told[0].kind, HistoryKind::bsrChanged);
-  EXPECT_TRUE(told[0].formerOwn);
-  EXPECT_FALSE(told[0].own);
+  std::vector<HistoryEntry> taken = other.takeNew();
+  ASSERT_EQ(taken.size(), 2u);
+  EXPECT_EQ(taken[0].kind, HistoryKind::bsrChanged);
+  EXPECT_TRUE(taken[0].formerOwn);
+  EXPECT_FALSE(taken[0].own);
   EXPECT_EQ(other.totals().at(globalZone).bsrChanges, 1u);
   EXPECT_EQ(other.totals().at(globalZone).elections, 1u);
 }
@@ -204,7 +204,7 @@ TEST_F(HistoryTest, BsrThatOnlyCeasesToBeThisRouterIsAChange) {
 
 TEST_F(HistoryTest, BsrIsKnownSinceItsAddressWasTakenUp) {
   EXPECT_EQ(history.bsrSince(globalZone), std::nullopt);
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   double first = context.now();
   EXPECT_EQ(history.bsrSince(globalZone), first);
@@ -242,7 +242,7 @@ TEST_F(HistoryTest, TakenUpIsKeptOfSoManyZones) {
 }
 
 TEST_F(HistoryTest, OtherTermsOfTheSameBsrAreAChange) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   history.clear();
   receive(packetOf(bsmWith({"10.0.0.2"}, 11)));
@@ -254,8 +254,8 @@ TEST_F(HistoryTest, OtherTermsOfTheSameBsrAreAChange) {
 
 // RPs -------------------------------------------------------------------------------------------------
 
-TEST_F(HistoryTest, RpsOfOneEventMakeOneEntryButEachIsTold) {
-  greet();
+TEST_F(HistoryTest, RpsOfOneEventMakeOneEntryAndAreTakenOneByOne) {
+  helloFromNeighbor();
   history.takeNew();
   receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3", "10.0.0.4"})));
   EXPECT_THAT(fresh(), ElementsAre(HistoryKind::bsrElected, HistoryKind::rpAdded, HistoryKind::rpAdded,
@@ -270,7 +270,7 @@ TEST_F(HistoryTest, RpsOfOneEventMakeOneEntryButEachIsTold) {
 }
 
 TEST_F(HistoryTest, FirstOfManyRpsAreNamedOnce) {
-  greet();
+  helloFromNeighbor();
   Bsm bsm = bsmWith({"10.0.0.2", "10.0.0.3", "10.0.0.4", "10.0.0.5"});
   bsm.groups.push_back(bsm.groups[0]);
   bsm.groups[1].prefix = "239.2.0.0/16";
@@ -286,7 +286,7 @@ TEST_F(HistoryTest, FirstOfManyRpsAreNamedOnce) {
 }
 
 TEST_F(HistoryTest, SingleRpIsKeptByName) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   EXPECT_EQ(history.entries().back().kind, HistoryKind::rpAdded);
   EXPECT_EQ(history.entries().back().rp.address, addr("10.0.0.2"));
@@ -295,7 +295,7 @@ TEST_F(HistoryTest, SingleRpIsKeptByName) {
 }
 
 TEST_F(HistoryTest, ChangesOfRpsAreCountedApart) {
-  greet();
+  helloFromNeighbor();
   Bsm bsm = bsmWith({"10.0.0.2", "10.0.0.3", "10.0.0.4"});
   bsm.groups[0].rps[2].holdtime = 0;
   receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.4"})));
@@ -311,7 +311,7 @@ TEST_F(HistoryTest, ChangesOfRpsAreCountedApart) {
 }
 
 TEST_F(HistoryTest, RepeatedMessageChangesNothing) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   history.clear();
   history.takeNew();
@@ -320,7 +320,7 @@ TEST_F(HistoryTest, RepeatedMessageChangesNothing) {
   EXPECT_THAT(fresh(), IsEmpty());
 }
 
-TEST_F(HistoryTest, WhatDecidesWhichRpServesIsTold) {
+TEST_F(HistoryTest, ChangesOfTheRpChoiceAreMarked) {
   auto touches = [](HistoryKind kind, Zet::U32 mask, Zet::U32 formerMask) {
     return HistoryEntry{.kind = kind, .bsr = {.hashMaskLen = mask}, .formerBsr = {.hashMaskLen = formerMask}}
         .isOfRpSet();
@@ -349,7 +349,7 @@ TEST_F(HistoryTest, OldEntriesAreForgotten) {
 }
 
 TEST_F(HistoryTest, TotalsOutliveAClear) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
   history.clear();
   EXPECT_EQ(history.totals().at(prefix("224.0.0.0/4")).elections, 1u);
@@ -376,7 +376,7 @@ TEST_F(HistoryTest, ForgottenZonesAndThoseBeyondTheBoundCountAsOthers) {
 // Over a restart --------------------------------------------------------------------------------------
 
 TEST_F(HistoryTest, EntriesComeBackAsTheyWere) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
   receive(packetOf(bsmWith({"10.0.0.2"}, 12)));
   Bsm bidir = bsmWith({"10.0.0.2"}, 12);
@@ -393,12 +393,12 @@ TEST_F(HistoryTest, EntriesComeBackAsTheyWere) {
   EXPECT_EQ(linesOf(again), linesOf(history));
 }
 
-TEST_F(HistoryTest, FormerEntriesStandBeforeNewOnes) {
+TEST_F(HistoryTest, FormerEntriesAreBeforeNewOnes) {
   History former;
   former.causeIs({.kind = CauseKind::stop}, 5);
   former.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten, .zone = prefix("239.1.0.0/16")});
   former.noteStates(*router);
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   prependLines(history, linesOf(former));
   EXPECT_THAT(kinds(),
@@ -406,7 +406,7 @@ TEST_F(HistoryTest, FormerEntriesStandBeforeNewOnes) {
 }
 
 TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   std::string good = linesOf(history).substr(0, linesOf(history).find('\n'));
   auto with = [&](std::string const& from, std::string const& to) {
@@ -441,7 +441,7 @@ TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
 }
 
 TEST_F(HistoryTest, EntryThatNamesMoreRpsThanItMayIsDamaged) {
-  greet();
+  helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
   Json entry = jsonOf(history.entries().back());
   EXPECT_EQ(entry["firstRps"].dump(), R"(["10.0.0.2","10.0.0.3"])");
@@ -465,7 +465,7 @@ TEST_F(HistoryTest, CandidacyThatBeginsOrEndsHasNoStateOnOneSide) {
 }
 
 TEST_F(HistoryTest, FileLongerThanTheBoundKeepsItsEnd) {
-  greet();
+  helloFromNeighbor();
   for (int i = 0; i < 9; ++i) receive(packetOf(bsmWith({"10.0.0.2"}, static_cast<Zet::U8>(20 + i))));
   History few(2);
   prependLines(few, linesOf(history));

@@ -18,7 +18,7 @@ class MetricsTest : public ObservedRouter {
     return "absent";
   }
   void learn() {
-    greet();
+    helloFromNeighbor();
     Bsm bsm{.groups = {{"239.1.0.0/16", {{"10.0.0.2"}, {"10.0.0.3"}}}, {"239.2.0.0/16", {{"10.0.0.2"}}}}};
     ASSERT_TRUE(receive(packetOf(bsm)).accepted());
   }
@@ -77,12 +77,12 @@ TEST_F(MetricsTest, ReplacedBsrIsAChangeAndNoLoss) {
   EXPECT_EQ(sample(R"(pimbsr_bsr_losses_total{zone="224.0.0.0/4"})"), "0");
 }
 
-TEST_F(MetricsTest, HelpTellsWhereTheCountsOfForgottenZonesGo) {
+TEST_F(MetricsTest, HelpNamesTheZoneOfForgottenCounts) {
   std::istringstream text(pimbsr::agent::metricsText(observed()));
-  int told = 0;
+  int noted = 0;
   for (std::string line; std::getline(text, line);)
-    told += line.ends_with("though nothing happened.") ? 1 : 0;
-  EXPECT_EQ(told, 4);
+    noted += line.ends_with("though nothing happened.") ? 1 : 0;
+  EXPECT_EQ(noted, 4);
 }
 
 TEST_F(MetricsTest, PacketsThatCameTooFastAreOfAKindOfTheirOwn) {
@@ -130,8 +130,8 @@ TEST_F(MetricsTest, ZonesWithoutARowOfTheirOwnAreOther) {
   EXPECT_EQ(sample(R"(pimbsr_elections_total{zone="other"})"), "1");
 }
 
-TEST_F(MetricsTest, TimersAndTheProcessAreTold) {
-  greet();
+TEST_F(MetricsTest, TimersAndTheProcessAreReported) {
+  helloFromNeighbor();
   run(12);
   timerLatency.note(0.002);
   timerLatency.note(20);

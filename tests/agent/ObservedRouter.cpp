@@ -74,7 +74,7 @@ void ObservedRouter::lead(std::string const& zone) {
   ASSERT_TRUE(router->status()->cbsr(prefix(zone))->elected());
 }
 
-void ObservedRouter::greet() { EXPECT_TRUE(receive(helloFrom("192.0.2.1", 7)).accepted()); }
+void ObservedRouter::helloFromNeighbor() { EXPECT_TRUE(receive(helloFrom("192.0.2.1", 7)).accepted()); }
 
 pimbsr::agent::Observed ObservedRouter::observed() {
   return {*router, settings, kernel, traffic, drops, history, timerLatency, links, startTime};
@@ -89,16 +89,16 @@ static std::vector<U8> ipPacket(std::string const& source, std::string const& de
   return packet;
 }
 
-std::vector<U8> packetOf(Bsm const& told) {
+std::vector<U8> packetOf(Bsm const& wanted) {
   std::vector<U8> pim;
-  EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*make(told), pim));
-  return ipPacket(told.source, told.destination, pim);
+  EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*make(wanted), pim));
+  return ipPacket(wanted.source, wanted.destination, pim);
 }
 
-std::vector<U8> packetOf(Adv const& told) {
+std::vector<U8> packetOf(Adv const& wanted) {
   std::vector<U8> pim;
-  EXPECT_TRUE(pimbsr::wire::encodeCrpAdv(*make(told), pim));
-  return ipPacket(told.source, told.bsr, pim);
+  EXPECT_TRUE(pimbsr::wire::encodeCrpAdv(*make(wanted), pim));
+  return ipPacket(wanted.source, wanted.bsr, pim);
 }
 
 std::vector<U8> helloFrom(std::string const& source, Zet::U32 generation, Zet::U16 holdtime) {

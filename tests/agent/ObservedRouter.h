@@ -15,7 +15,7 @@
 namespace test {
 
 /// A configured router as an agent drives it, with all that an agent keeps account of: 192.0.2.9 on eth0 and
-/// 198.51.100.9 on eth1 speak Hello, and the neighbour 192.0.2.1 on eth0 leads to 10.0.0.0/8.
+/// 198.51.100.9 on eth1 speak Hello, and the neighbor 192.0.2.1 on eth0 leads to 10.0.0.0/8.
 class ObservedRouter : public testing::Test {
  protected:
   ObservedRouter();
@@ -23,14 +23,14 @@ class ObservedRouter : public testing::Test {
 
   /// Runs the timers that are due within so many seconds.
   void run(double seconds);
-  /// Follows `settings`.
+  /// Applies `settings`.
   void configure();
   pimbsr::host::Reception receive(std::string const& intf, std::vector<Zet::U8> const& packet);
   pimbsr::host::Reception receive(std::vector<Zet::U8> const& packet) { return receive("eth0", packet); }
   /// Makes this router a candidate BSR of a zone on eth0, and waits until it is elected.
   void lead(std::string const& zone = "224.0.0.0/4");
-  /// Makes 192.0.2.1 a neighbour on eth0.
-  void greet();
+  /// Makes 192.0.2.1 a neighbor on eth0.
+  void helloFromNeighbor();
 
   pimbsr::agent::Observed observed();
 
@@ -54,8 +54,8 @@ class ObservedRouter : public testing::Test {
 };
 
 /// Packets from their IP header on.
-std::vector<Zet::U8> packetOf(Bsm const& told);
-std::vector<Zet::U8> packetOf(Adv const& told);
+std::vector<Zet::U8> packetOf(Bsm const& wanted);
+std::vector<Zet::U8> packetOf(Adv const& wanted);
 std::vector<Zet::U8> helloFrom(std::string const& source, Zet::U32 generation, Zet::U16 holdtime = 105);
 /// A PIM packet with a wrong checksum.
 std::vector<Zet::U8> brokenPacket(std::string const& source = "192.0.2.1");

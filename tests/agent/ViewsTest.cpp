@@ -32,7 +32,7 @@ class ViewsTest : public ObservedRouter {
   }
   /// The BSR 10.0.0.1 of the global zone with two RPs for a range, and 10.0.0.7 of a scoped zone.
   void learn() {
-    greet();
+    helloFromNeighbor();
     Bsm global{.groups = {{"239.1.0.0/16", {{"10.0.0.2", 150, 5}, {"10.0.0.3", 150, 5}}},
                           {"224.0.0.0/4", {{"10.0.0.4", 90, 1}}, bidirFlag}}};
     ASSERT_TRUE(receive(packetOf(global)).accepted());
@@ -41,7 +41,7 @@ class ViewsTest : public ObservedRouter {
   }
 };
 
-TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreRefused) {
+TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreErrors) {
   for (std::string_view what : pimbsr::agent::viewNames())
     EXPECT_TRUE(view(std::string(what)).is_object()) << what;
   try {
@@ -67,7 +67,7 @@ TEST_F(ViewsTest, GlobalZoneThatLostItsBsrAcceptsAny) {
     "ranges": 0, "rps": 0}]})");
 }
 
-TEST_F(ViewsTest, FollowedBsrIsToldWithItsTimers) {
+TEST_F(ViewsTest, LearnedBsrIsShownWithItsTimers) {
   learn();
   run(12.3456);
   expect(view("bsr"), R"({"zones": [
@@ -118,7 +118,7 @@ TEST_F(ViewsTest, ScopedZoneWithoutBsrWaitsToBeForgotten) {
   EXPECT_EQ(zone["scopeZoneTimer"], 1280.0);
 }
 
-TEST_F(ViewsTest, ElectedBsrTellsItsNextMessage) {
+TEST_F(ViewsTest, ElectedBsrShowsItsNextMessage) {
   lead();
   Json zone = view("bsr")["zones"][0];
   EXPECT_EQ(zone["state"], "Elected-BSR");
@@ -130,7 +130,7 @@ TEST_F(ViewsTest, ElectedBsrTellsItsNextMessage) {
   EXPECT_LE(zone["nextMessage"], 60.0);
 }
 
-TEST_F(ViewsTest, RpSetIsToldByZoneAndRange) {
+TEST_F(ViewsTest, RpSetIsShownByZoneAndRange) {
   learn();
   run(10);
   expect(view("rp-set"), R"({"zones": [
@@ -197,7 +197,7 @@ TEST_F(ViewsTest, LinkLocalGroupIsServedByNoRp) {
 
 // Candidacies -----------------------------------------------------------------------------------------
 
-TEST_F(ViewsTest, CandidaciesAreToldWithTheirBsr) {
+TEST_F(ViewsTest, CandidaciesAreShownWithTheirBsr) {
   settings.router.candidateRps["eth0"].ranges.groups = {{prefix("239.8.0.0/16"), 10},
                                                         {prefix("239.9.0.0/16"), {}}};
   lead();
@@ -228,7 +228,7 @@ TEST_F(ViewsTest, RangeThatNoZoneWithABsrCoversIsAdvertisedNowhere) {
     {"range": "239.8.0.0/16", "priority": 10, "zone": null, "bsr": null, "nextAdvertisement": null}]}])");
 }
 
-TEST_F(ViewsTest, CandidacyThatCannotStandSaysWhy) {
+TEST_F(ViewsTest, CandidacyWithoutEffectHasItsReason) {
   kernel.links["eth3"] = {.name = "eth3", .up = false};
   kernel.links["eth4"] = {.name = "eth4", .up = true};
   for (char const* name : {"eth3", "eth4", "eth7"}) {
@@ -244,7 +244,7 @@ TEST_F(ViewsTest, CandidacyThatCannotStandSaysWhy) {
     {"interface": "eth7", "because": "there is no such interface"}])");
 }
 
-TEST_F(ViewsTest, CandidacyTellsOfListsThatAreNotThere) {
+TEST_F(ViewsTest, CandidacyNamesListsThatDoNotExist) {
   settings.router.accessLists["empty"] = {};
   settings.router.candidateBsrs["eth0"].lists = {{"empty", {}}, {"nolist", {}}};
   settings.router.candidateRps["eth0"].ranges.groups[prefix("239.8.0.0/16")] = 10;
@@ -260,10 +260,10 @@ TEST_F(ViewsTest, CandidacyTellsOfListsThatAreNotThere) {
 
 // Interfaces ------------------------------------------------------------------------------------------
 
-TEST_F(ViewsTest, NeighborsAreToldByInterfaceAndAddress) {
+TEST_F(ViewsTest, NeighborsAreShownByInterfaceAndAddress) {
   receive("eth1", helloFrom("198.51.100.200", 0xabcdef12, 0xffff));
   receive(helloFrom("192.0.2.20", 8));
-  greet();
+  helloFromNeighbor();
   run(5);
   expect(view("neighbors"), R"({"neighbors": [
     {"interface": "eth0", "address": "192.0.2.1", "drPriority": 1, "dr": false, "generationId": 7,
@@ -274,7 +274,7 @@ TEST_F(ViewsTest, NeighborsAreToldByInterfaceAndAddress) {
      "generationId": 2882400018, "expiresIn": null, "secondaryAddresses": []}]})");
 }
 
-TEST_F(ViewsTest, InterfaceIsToldWithItsLinkAndItsPackets) {
+TEST_F(ViewsTest, InterfaceIsShownWithItsLinkAndItsPackets) {
   using pimbsr::agent::QueueKind;
   receive("eth1", helloFrom("198.51.100.200", 1));
   run(6);
@@ -315,7 +315,7 @@ TEST_F(ViewsTest, InterfaceThatIsNotThereIsMissingAndOneWithoutCarrierIsDown) {
   EXPECT_EQ(shown[2]["state"], "missing");
 }
 
-TEST_F(ViewsTest, BordersOfRangesAndListsAreTold) {
+TEST_F(ViewsTest, BordersOfRangesAndListsAreShown) {
   settings.router.accessLists["sites"][10] = {Acl::Action::permit, {}};
   settings.router.accessLists["sites"][10].filter.source = addr("239.5.0.0").v4Addr();
   settings.router.accessLists["sites"][10].filter.sourceMask = addr("255.255.0.0").v4Addr();
@@ -327,7 +327,7 @@ TEST_F(ViewsTest, BordersOfRangesAndListsAreTold) {
     "absentLists": ["nolist"], "blocked": ["239.5.0.0/16", "239.255.0.0/16"]}]})");
 }
 
-TEST_F(ViewsTest, FilterTellsWhoIsPermittedAndHowManyWereNot) {
+TEST_F(ViewsTest, FilterShowsPermittedSendersAndCountsDrops) {
   expect(view("filter"), R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"],
     "permitsAll": true, "dropped": 0})");
   settings.router.accessLists["senders"][10] = {Acl::Action::permit, {}};
@@ -343,7 +343,7 @@ TEST_F(ViewsTest, FilterTellsWhoIsPermittedAndHowManyWereNot) {
 
 // Counts ----------------------------------------------------------------------------------------------
 
-TEST_F(ViewsTest, CountersTellOfMessagesPacketsAndTimers) {
+TEST_F(ViewsTest, CountersShowMessagesPacketsAndTimers) {
   learn();
   run(10);
   traffic.noteSent("", packetOf(Adv{}), true);
@@ -363,7 +363,7 @@ TEST_F(ViewsTest, CountersTellOfMessagesPacketsAndTimers) {
   EXPECT_EQ(shown["notificationExceptions"], 0);
 }
 
-TEST_F(ViewsTest, DropsTellTheLastMessage) {
+TEST_F(ViewsTest, DropsShowTheLastMessage) {
   receive(packetOf(Bsm{.groups = {{"239.1.0.0/16", {{"10.0.0.2"}}, scopedFlag}}, .source = "192.0.2.9"}));
   run(3.5);
   expect(view("drops"), R"({"drops": [{"reason": "own-address",
@@ -380,7 +380,7 @@ TEST_F(ViewsTest, DropsBeyondTheBoundAreOfOtherZones) {
   EXPECT_EQ(view("drops")["drops"][0]["zone"], "other");
 }
 
-TEST_F(ViewsTest, HistoryTellsTheOldestFirst) {
+TEST_F(ViewsTest, HistoryShowsTheOldestFirst) {
   learn();
   run(7);
   Json shown = view("history");
@@ -407,7 +407,7 @@ TEST_F(ViewsTest, EntryOfAClockThatRanFasterIsOfNow) {
   EXPECT_EQ(view("history")["entries"][0]["ago"], 0.0);
 }
 
-TEST_F(ViewsTest, ConfigurationIsToldAsFileAndAsValues) {
+TEST_F(ViewsTest, ConfigurationIsShownAsFileAndAsValues) {
   Json shown = view("config");
   EXPECT_THAT(shown["file"].get<std::string>(), testing::HasSubstr("\ndr-priority = 7\n"));
   EXPECT_EQ(shown["settings"]["interfaces"]["eth1"]["drPriority"], 7);
@@ -422,8 +422,8 @@ TEST_F(ViewsTest, ControlShowsEachSocketWithItsCountsAndUsers) {
                     .counts = {.clients = 3,
                                .watchers = 1,
                                .requests = 9,
-                               .refused = 2,
-                               .refusedRequests = 8,
+                               .rejected = 2,
+                               .rejectedRequests = 8,
                                .gaveWay = 4,
                                .slow = 5,
                                .silent = 6,
