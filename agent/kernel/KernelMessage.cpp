@@ -19,8 +19,7 @@ using Slosh::Fib::RouteType;
 
 using Bytes = std::span<U8 const>;
 
-/// The attributes of a message by their type. One that is cut short, or of a type unknown here, is as if it
-/// were not there.
+/// The attributes of a message by type. Truncated attributes, and those of unknown types, are ignored.
 class Attributes {
  public:
   explicit Attributes(Bytes bytes) { mnl_attr_parse_payload(bytes.data(), bytes.size(), note, this); }
@@ -64,15 +63,15 @@ static_assert(std::max<int>({IFA_LOCAL, IFA_ADDRESS, IFA_FLAGS}) < 32);
 static_assert(std::max<int>({RTA_DST, RTA_OIF, RTA_GATEWAY, RTA_PRIORITY, RTA_PREFSRC, RTA_MULTIPATH,
                              RTA_TABLE, RTA_VIA}) < 32);
 
-/// What stands before a message's attributes; null if the message is too short for that.
+/// The fixed part before a message's attributes; null if the message is too short.
 template <class Fixed>
 static Fixed const* fixedPart(nlmsghdr const& message) {
   if (mnl_nlmsg_get_payload_len(&message) < sizeof(Fixed)) return nullptr;
   return static_cast<Fixed const*>(mnl_nlmsg_get_payload(&message));
 }
 
-/// The attributes behind the fixed part, which is there. mnl_attr_parse() would look at the padding behind
-/// the message too, which may not be there.
+/// The attributes after the fixed part of a message that has one. mnl_attr_parse() would also read the
+/// padding after the message, which may be missing.
 template <class Fixed>
 static Attributes attributesOf(nlmsghdr const& message) {
   Bytes payload(static_cast<U8 const*>(mnl_nlmsg_get_payload(&message)), mnl_nlmsg_get_payload_len(&message));
@@ -116,7 +115,7 @@ std::optional<AddressRecord> readAddress(nlmsghdr const& message) {
 
 namespace {
 
-/// One way along which a route leads.
+/// One next hop of a route.
 struct Hop {
   int interfaceIndex = 0;
   IpAddr nextHop;
@@ -126,7 +125,7 @@ struct Hop {
 
 }  // namespace
 
-/// A next hop of another family (RTA_VIA) is one, but has no IPv4 address by which to find a neighbour.
+/// A next hop of another family (RTA_VIA) is a next hop, but has no IPv4 address of a neighbor.
 static Hop readHop(Attributes const& attributes, int interfaceIndex, unsigned flags) {
   IpAddr gateway = attributes.address(RTA_GATEWAY);
   return {.interfaceIndex = interfaceIndex,
@@ -135,7 +134,7 @@ static Hop readHop(Attributes const& attributes, int interfaceIndex, unsigned fl
           .isDead = (flags & RTNH_F_DEAD) != 0};
 }
 
-/// The first hop that lives, or else the first one.
+/// The first hop that isn't dead, or else the first one.
 static std::optional<Hop> chooseHop(Bytes hops) {
   std::optional<Hop> first;
   while (hops.size() >= sizeof(rtnexthop)) {

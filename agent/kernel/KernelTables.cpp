@@ -21,7 +21,7 @@ static bool comesFirst(RouteRecord const& a, RouteRecord const& b) {
   return a.inLocalTable != b.inLocalTable ? a.inLocalTable : a.metric < b.metric;
 }
 
-/// Whether both tell of one route. Its next hops may have died since.
+/// Whether both are the same route. Its next hops may have become dead.
 static bool isSame(RouteRecord const& a, RouteRecord b) {
   b.isDead = a.isDead;
   return a == b;
@@ -57,8 +57,7 @@ static std::vector<Prefix> differences(std::map<Prefix, Route> const& before,
   return found;
 }
 
-/// An address or a route of a link that isn't known is of one that has just come or gone, of which a notice
-/// waits.
+/// An address or a route of an unknown link is of one just added or deleted, whose notice follows.
 bool KernelTables::replace(KernelRecords records) {
   records_ = std::move(records);
   names_.clear();
@@ -78,7 +77,7 @@ bool KernelTables::replace(KernelRecords records) {
   return isOther;
 }
 
-/// A dead route is passed over, so that one to the same prefix or to a shorter one is found.
+/// A dead route is skipped, so that another one of this prefix or of a shorter one is found.
 std::optional<Route> KernelTables::bestOf(Routes const& routes) const {
   auto best = std::find_if(routes.begin(), routes.end(), [](RouteRecord const& at) { return !at.isDead; });
   if (best == routes.end()) return {};
@@ -95,7 +94,7 @@ std::vector<Prefix> KernelTables::takeChangedRoutes() {
 
 // Notices -----------------------------------------------------------------------------------------------
 
-/// Next hops that are objects of their own go without a notice of the routes that they take along.
+/// The deletion of a next-hop object deletes its routes without a notice of them.
 KernelTables::Outcome KernelTables::follow(nlmsghdr const& message) {
   switch (message.nlmsg_type) {
     case RTM_NEWLINK:
@@ -118,7 +117,7 @@ KernelTables::Outcome KernelTables::follow(nlmsghdr const& message) {
   }
 }
 
-/// Much is told of links that concerns nobody here, such as that somebody listens to all packets.
+/// Many notices of links change nothing relevant, such as promiscuous mode.
 KernelTables::Outcome KernelTables::followLink(nlmsghdr const& message) const {
   auto link = readLink(message);
   if (!link) return Outcome::nothing;
@@ -128,8 +127,8 @@ KernelTables::Outcome KernelTables::followLink(nlmsghdr const& message) const {
   return isKnown && known->second == *link ? Outcome::nothing : Outcome::unclear;
 }
 
-/// Among routes of one metric the order counts, which an old notice may tell wrongly; so where one of several
-/// comes or changes, the outcome is unclear.
+/// Among routes of one metric the first is used, and an old notice may have another order; so the outcome is
+/// unclear where one of several is added or changed.
 KernelTables::Outcome KernelTables::addRoute(RouteRecord const& route, nlmsghdr const& message) {
   Routes& routes = records_.routes[route.prefix];
   auto [first, last] = std::equal_range(routes.begin(), routes.end(), route, comesFirst);
@@ -148,7 +147,7 @@ KernelTables::Outcome KernelTables::addRoute(RouteRecord const& route, nlmsghdr 
   return isFirst ? settle(route.prefix) : Outcome::unclear;
 }
 
-/// What is gone may be told in other words than it was when it came, as with next hops that have died.
+/// The notice of a deleted route may differ from that of its addition, as with dead next hops.
 KernelTables::Outcome KernelTables::removeRoute(RouteRecord const& route) {
   auto at = records_.routes.find(route.prefix);
   if (at == records_.routes.end()) return Outcome::nothing;

@@ -9,37 +9,37 @@
 
 namespace pimbsr::agent {
 
-/// What a complete answer of the kernel says of its links, addresses and routes.
+/// The links, addresses and routes of a complete answer of the kernel.
 struct KernelRecords {
   std::map<int, LinkRecord> links;                           ///< by index
   std::map<int, std::vector<KernelAddress>> addresses;       ///< by the link's index, in the kernel's order
   std::map<Lanet::Prefix, std::vector<RouteRecord>> routes;  ///< of each prefix, as a lookup tries them
 
-  /// Adds what one message of an answer tells; one of another kind, or of no concern, adds nothing.
+  /// Adds the record of one message of an answer; a message of another type adds nothing.
   void add(nlmsghdr const& message);
 };
 
-/// The kernel's links, addresses and routes, kept from answers and notices of rtnetlink. Nothing here talks
-/// to a kernel.
+/// The kernel's links, addresses and routes, kept from answers and notices of rtnetlink. This
+/// class doesn't communicate with the kernel itself.
 ///
-/// When a link or an address changes, everything has to be asked for anew: a link that goes down takes its
-/// routes along without a notice of each, and the order of addresses is in no notice. Notices of routes are
-/// followed one by one, at a cost that depends little on how many routes there are. Notices may be older than
-/// the last answer, and do no harm then: they are followed by those that led to it.
+/// When a link or an address changes, all tables must be requested again: a link that goes down loses its
+/// routes without a notice of each, and no notice has the order of addresses. Notices of routes are applied
+/// one by one, at a cost that hardly depends on the number of routes. Notices older than the last answer do
+/// no harm: those that led to it follow.
 ///
 /// The routes are those that a packet without marks finds in the tables local and main; rules and other
 /// tables are left out. A route of the main table counts even if it lies within a shorter one of the local
 /// table.
 class KernelTables {
  public:
-  /// What following a notice came to.
+  /// The result of applying a notice.
   enum class Outcome {
     nothing,
-    changed,  ///< the view is another one now
-    unclear   ///< the tables have to be asked for anew
+    changed,  ///< the view has changed
+    unclear   ///< the tables must be requested again
   };
 
-  /// Takes a complete answer; returns whether the view is another one now.
+  /// Applies a complete answer; returns whether the view has changed.
   bool replace(KernelRecords records);
   Outcome follow(nlmsghdr const& message);
 

@@ -19,7 +19,7 @@ struct KernelAddress {
   bool operator==(KernelAddress const&) const = default;
 };
 
-/// One network interface as the kernel tells of it.
+/// One network interface of the kernel.
 struct KernelLink {
   int index = 0;
   std::string name;
@@ -31,7 +31,7 @@ struct KernelLink {
   bool operator==(KernelLink const&) const = default;
 };
 
-/// What the kernel says of interfaces, addresses and unicast routes, as one value.
+/// The kernel's interfaces, addresses and unicast routes as one value.
 struct KernelView {
   std::map<std::string, KernelLink> links;              ///< by name
   std::map<Lanet::Prefix, ::Slosh::Fib::Route> routes;  ///< the best route of each prefix

@@ -16,13 +16,13 @@ namespace pimbsr::agent {
 using Bytes = std::span<U8 const>;
 using Clock = std::chrono::steady_clock;
 
-/// The kernel makes none that is longer than half of this.
-static constexpr std::size_t longestDatagram = 65536;
-/// Notices that are taken before the view is brought up to date, so that a flood of them ends somewhere.
+/// Twice the length of the kernel's longest datagram.
+static constexpr std::size_t maxDatagramLength = 65536;
+/// Maximum number of notices applied in one read(), so that a flood of them doesn't block the loop.
 static constexpr int noticesAtOnce = 10000;
-/// How often everything is asked for that goes on changing while it is told.
+/// Maximum number of requests while the tables keep changing during the answers.
 static constexpr int attempts = 5;
-/// The kernel answers within the call that asks; what takes longer must not hold up the timers for long.
+/// The kernel answers within the request's call; a longer delay must not block the timers.
 static constexpr std::chrono::seconds patience{2};
 
 void CloseNetlink::operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
@@ -33,18 +33,18 @@ void CloseNetlink::operator()(mnl_socket* socket) const { mnl_socket_close(socke
 
 static mnl_socket* openSocket() {
   mnl_socket* socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (socket == nullptr) fail("opening netlink, by which the kernel tells of interfaces and routes");
+  if (socket == nullptr) fail("opening netlink, for the kernel's interfaces and routes");
   return socket;
 }
 
-/// Listens before it asks, so that no change falls between.
+/// Joins the groups of notices before the first request, so that no change is missed.
 Netlink::Netlink(int receiveBuffer)
-    : notices_(openSocket()), answers_(openSocket()), buffer_(longestDatagram) {
+    : notices_(openSocket()), answers_(openSocket()), buffer_(maxDatagramLength) {
   setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);  // less will do
   unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
   if (mnl_socket_bind(notices_.get(), groups, MNL_SOCKET_AUTOPID) < 0 ||
       mnl_socket_bind(answers_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
-    fail("binding netlink, by which the kernel tells of interfaces and routes");
+    fail("binding netlink, for the kernel's interfaces and routes");
   }
   int nextHops = RTNLGRP_NEXTHOP;  // a kernel before 5.3 has no next hops of their own, nor this group
   mnl_socket_setsockopt(notices_.get(), NETLINK_ADD_MEMBERSHIP, &nextHops, sizeof nextHops);
@@ -85,9 +85,8 @@ static void forEachMessage(Bytes datagram, Handle handle) {
   for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) handle(*message);
 }
 
-/// Once notices were lost the kernel sends none, and doesn't say so, until those that wait are taken; they
-/// end therefore, and have to be taken to the last one before anything is asked. What they tell the answer
-/// will.
+/// After an overrun the kernel sends no notices until all waiting ones are read; so these are finite, and are
+/// read to the last one before the next request. Their contents are in its answer.
 bool Netlink::followNotices() {
   bool changed = false;
   bool isOverrun = false;
@@ -113,9 +112,10 @@ bool Netlink::follow(Bytes datagram) {
 
 // Questions and answers ---------------------------------------------------------------------------------
 
-/// Asks for links first. The kernel gives notice of a link's or an address's end before it takes the routes
-/// along, and newer kernels tell routes meanwhile; but links they tell only when such a change is complete.
-/// Returns whether the view is another one now, and nothing if the kernel failed to answer.
+/// Requests links first. The kernel sends the notice of a deleted link or address before it deletes the
+/// routes, and newer kernels answer requests for routes meanwhile; those for links they answer only after
+/// such a change is complete. Returns whether the view has changed, and nothing if the kernel failed to
+/// answer.
 std::optional<bool> Netlink::askAnew() {
   Answer answer = Answer::interrupted;
   KernelRecords records;
@@ -129,14 +129,14 @@ std::optional<bool> Netlink::askAnew() {
       if (one == Answer::interrupted) answer = one;
     }
   }
-  // What went on changing to the last is told nearly rightly, which is better than as it was.
+  // Tables that kept changing are nearly up to date, which is better than the former view.
   isStale_ = answer != Answer::complete;
   return tables_.replace(std::move(records));
 }
 
 Netlink::Answer Netlink::ask(U16 type, KernelRecords& records, Clock::time_point until) {
   while (receive(answers_.get(), buffer_) && Clock::now() < until) {
-    // What is left of an answer that wasn't waited for would keep the kernel from giving another one.
+    // The rest of an answer that timed out would keep the kernel from sending another one.
   }
   if (!sendRequest(type)) return Answer::failed;
   Answer answer = Answer::complete;
@@ -152,8 +152,8 @@ Netlink::Answer Netlink::ask(U16 type, KernelRecords& records, Clock::time_point
 }
 
 bool Netlink::sendRequest(U16 type) {
-  alignas(nlmsghdr) std::array<char, 128> room{};
-  nlmsghdr* request = mnl_nlmsg_put_header(room.data());
+  alignas(nlmsghdr) std::array<char, 128> buffer{};
+  nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
   request->nlmsg_type = type;
   request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
   request->nlmsg_seq = ++sequence_;
@@ -180,7 +180,7 @@ bool Netlink::waitForAnswer(Clock::time_point until) const {
   return ready > 0 || (ready < 0 && errno == EINTR);
 }
 
-/// The kernel's word on how it went: 0, or the number of an error below 0.
+/// The result that the kernel reports: 0, or a negated errno.
 static int resultIn(nlmsghdr const& message) {
   int result = 0;
   if (mnl_nlmsg_get_payload_len(&message) < sizeof result) return 0;

@@ -23,7 +23,7 @@ class Netlink {
   /// Bytes of notices that may wait; each of a route takes some 800 of them in the kernel. It may allow less.
   static constexpr int usualBuffer = 4 << 20;
 
-  /// Asks for all there is. Throws std::system_error if the kernel doesn't tell.
+  /// Requests all tables. Throws std::system_error if the kernel doesn't answer.
   explicit Netlink(int receiveBuffer = usualBuffer);
 
   /// Readable when notices wait. An overrun shows as an error condition of it and is cured by read() as well.

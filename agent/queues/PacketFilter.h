@@ -8,8 +8,8 @@
 
 namespace pimbsr::agent {
 
-/// A classic BPF program over an IPv4 packet from its header on. The kernel runs it before a packet takes
-/// room in a socket's receive buffer; a packet that passes is never cut.
+/// A classic BPF program over an IPv4 packet from its header on. The kernel runs it before a packet is
+/// stored in a socket's receive buffer; a packet that passes is never truncated.
 ///
 /// All but passNothing() let Hello, Bootstrap and Candidate-RP-Advertisement pass, and whatever is no PIM of
 /// version 2, which is to be counted. The Registers and Join/Prunes of a domain don't even wake this process.

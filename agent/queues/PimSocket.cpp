@@ -18,7 +18,7 @@ namespace pimbsr::agent {
 
 static constexpr int protocolPim = 103;
 static constexpr int routingTraffic = 0xc0;  // CS6
-/// Room for a burst of a thousand messages or so, if the kernel allows it (net.core.rmem_max).
+/// Bytes; for a burst of about a thousand messages, if the kernel allows it (net.core.rmem_max).
 static constexpr int receiveBuffer = 1 << 20;
 
 // Opening -----------------------------------------------------------------------------------------------
@@ -112,11 +112,11 @@ UnicastSocket::UnicastSocket(FilterProgram const& filter) {
 
 namespace {
 
-/// Room for what the kernel adds to a packet.
+/// The ancillary data of a received packet.
 struct Details {
   explicit Details(msghdr& message) {
-    message.msg_control = room.data();
-    message.msg_controllen = room.size();
+    message.msg_control = buffer.data();
+    message.msg_controllen = buffer.size();
   }
 
   /// The detail of a kind; its default if the kernel added none.
@@ -134,14 +134,14 @@ struct Details {
     return static_cast<U64>(time.tv_sec) * 1'000'000'000 + static_cast<U64>(time.tv_nsec);
   }
 
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(timespec))> room{};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(timespec))> buffer{};
 };
 
 /// Errors in a row that one call passes over.
 constexpr int maxErrors = 16;
 
-/// A socket that is connected also gets errors, each in place of a packet: ICMP messages that name it, which
-/// anyone can send. They say nothing of the packets that wait.
+/// A connected socket also returns errors, each in place of a packet, for ICMP messages on it, which anyone
+/// can send. They don't concern the waiting packets.
 ssize_t receiveOrSkipErrors(int fd, msghdr& message, int flags) {
   msghdr const asked = message;
   for (int errors = 0; errors < maxErrors; ++errors) {
@@ -155,14 +155,14 @@ ssize_t receiveOrSkipErrors(int fd, msghdr& message, int flags) {
 }  // namespace
 
 bool PimSocketBase::receive(Received& received) {
-  iovec room{received.room->data(), received.room->size()};
+  iovec buffer{received.buffer->data(), received.buffer->size()};
   msghdr message{};
-  message.msg_iov = &room;
+  message.msg_iov = &buffer;
   message.msg_iovlen = 1;
   Details details(message);
   ssize_t size = receiveOrSkipErrors(fd(), message, 0);
   if (size < 0) return false;
-  received.packet = {received.room->data(), static_cast<std::size_t>(size)};
+  received.packet = {received.buffer->data(), static_cast<std::size_t>(size)};
   received.interfaceIndex = Details::get<in_pktinfo>(message, IPPROTO_IP, IP_PKTINFO).ipi_ifindex;
   received.time = Details::time(message);
   return true;
@@ -175,7 +175,7 @@ std::optional<U64> PimSocketBase::nextTime() {
   return Details::time(message);
 }
 
-/// A number below the one before would count as almost 2^32 more losses.
+/// Without an answer the last count stays: a lower one would count as almost 2^32 further losses.
 U32 PimSocketBase::lost() {
   std::array<U32, SK_MEMINFO_VARS> counts{};
   socklen_t size = sizeof counts;
@@ -187,12 +187,12 @@ U32 PimSocketBase::lost() {
 
 namespace {
 
-/// What is told along with one packet that is sent.
+/// The ancillary data of a sent packet.
 class Control {
  public:
   explicit Control(msghdr& message) : message_(message) {
-    message.msg_control = room_.data();
-    message.msg_controllen = room_.size();
+    message.msg_control = buffer_.data();
+    message.msg_controllen = buffer_.size();
     next_ = CMSG_FIRSTHDR(&message);
   }
   Control(Control const&) = delete;
@@ -208,14 +208,14 @@ class Control {
   }
 
  private:
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo)) + 2 * CMSG_SPACE(sizeof(int))> room_{};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo)) + 2 * CMSG_SPACE(sizeof(int))> buffer_{};
   msghdr& message_;
   cmsghdr* next_ = nullptr;
 };
 
 }  // namespace
 
-/// The kernel makes a header of its own, since only so it cuts what is too long into fragments.
+/// The kernel makes the header itself, since it fragments only packets whose header it made.
 bool PimSocketBase::send(std::span<U8 const> packet) {
   wire::Outcome<wire::Ipv4Packet> parsed = wire::parseIpv4(packet);
   ZET_ASSERT(parsed, "the router sends IPv4 packets of PIM");

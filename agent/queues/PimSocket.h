@@ -16,15 +16,14 @@ using Zet::U32;
 using Zet::U64;
 using Zet::U8;
 
-/// One packet as a socket gave it, and room for the longest that IPv4 has: the kernel puts fragments
-/// together.
+/// One received packet, with a buffer for the maximum length of IPv4: the kernel reassembles fragments.
 struct Received {
-  static constexpr std::size_t longest = 65536;
+  static constexpr std::size_t maxLength = 65536;
 
-  int interfaceIndex = 0;        ///< of the interface that it came in by
+  int interfaceIndex = 0;        ///< of the incoming interface
   U64 time = 0;                  ///< when the kernel received it: nanoseconds since 1970
-  std::span<U8 const> packet{};  ///< from the IP header on, within `room`; stands until the next one
-  std::unique_ptr<std::array<U8, longest>> room = std::make_unique<std::array<U8, longest>>();
+  std::span<U8 const> packet{};  ///< from the IP header on, within `buffer`; valid until the next one
+  std::unique_ptr<std::array<U8, maxLength>> buffer = std::make_unique<std::array<U8, maxLength>>();
 };
 
 /// A raw IPv4 socket of protocol 103 (PIM) that never blocks. What the kinds of it below share.
@@ -40,8 +39,8 @@ class PimSocketBase {
   bool receive(Received& received);
   /// When the kernel received the next packet that waits, as Received::time; nothing if there is none.
   std::optional<U64> nextTime();
-  /// Receives by another program from now on. A packet that the kernel is just handing to its sockets may
-  /// still be measured by the former one. Throws std::system_error, and the former program stays.
+  /// Replaces the filter program. A packet that the kernel is just delivering to its sockets may still pass
+  /// by the former one. Throws std::system_error, and the former program stays.
   void filterIs(FilterProgram program);
   /// Packets that found the receive buffer full since the socket was opened, modulo 2^32. A kernel may count
   /// those too that the program would drop, since a full socket is not asked (Linux 6.18 does). If the kernel
@@ -50,8 +49,7 @@ class PimSocketBase {
   /// Sends what an IPv4 packet carries to where its header says, with the header's source, TTL and type of
   /// service; what is longer than the MTU goes in fragments. Returns whether the kernel took it.
   bool send(std::span<U8 const> packet);
-  /// Why the kernel refused a packet to be sent, the last time that it did, in the system's words; empty if
-  /// it never did.
+  /// The system's message for the last packet that the kernel didn't send; empty without one.
   std::string lastError() const;
   /// Forgets it.
   void clearLastError() { error_ = 0; }
@@ -75,10 +73,10 @@ class PimSocketBase {
   U32 lost_ = 0;  ///< as the kernel counted last
 };
 
-/// The socket of one interface: takes what is sent there to 224.0.0.13, and sends along it what no socket of
-/// this computer hears. Each interface has one of its own, since a socket can join but a few links
-/// (net.ipv4.igmp_max_memberships). It follows its interface when that is renamed; when the interface is
-/// gone, nothing comes or goes any more, also with another interface of the same name.
+/// The socket of one interface: takes what is sent there to 224.0.0.13, and sends along it packets
+/// that no socket of this system receives. Each interface has one of its own, since a socket can join but a
+/// few links (net.ipv4.igmp_max_memberships). It follows its interface when that is renamed; when the
+/// interface is gone, nothing comes or goes any more, also with another interface of the same name.
 class PimSocket : public PimSocketBase {
  public:
   /// Throws std::system_error, which names the interface.
@@ -97,8 +95,7 @@ class ListenSocket : public PimSocketBase {
   ListenSocket(std::string const& interface, int index, Lanet::IpAddr sender);
 };
 
-/// The socket for packets to addresses of this computer, whichever interface they come in by, and for what is
-/// sent by the routes.
+/// The socket for packets to addresses of this system on any interface, and for packets sent by the routes.
 class UnicastSocket : public PimSocketBase {
  public:
   /// Throws std::system_error.

@@ -86,7 +86,7 @@ class QueueSet {
   std::map<ReceiveQueue*, std::unique_ptr<ReceiveQueue>> queues_;
   CountsByKind closed_;  ///< of queues that were removed
   std::vector<ReceiveQueue*> resting_;
-  std::vector<Head> heads_;  ///< a heap, the oldest first; kept between turns for its room alone
+  std::vector<Head> heads_;  ///< a heap, the oldest first; kept between turns for its capacity alone
   Received received_;
   U64 lossesNotedAt_ = 0;
   FileDescriptor epoll_;

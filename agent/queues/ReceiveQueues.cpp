@@ -68,7 +68,7 @@ QueueSet::Taken ReceiveQueues::take(Received const& received) {
   return deliver_(received.packet) ? QueueSet::Taken::delivered : QueueSet::Taken::overBudget;
 }
 
-// Wishes ------------------------------------------------------------------------------------------------
+// Changes -----------------------------------------------------------------------------------------------
 
 void ReceiveQueues::neighborsChanged() {
   isFollowing_ = true;
@@ -87,7 +87,7 @@ void ReceiveQueues::startSteps() {
 
 // Steps -------------------------------------------------------------------------------------------------
 
-/// A step that the kernel refused is tried again before any other.
+/// A step that failed in the kernel is repeated before any other.
 void ReceiveQueues::step() {
   if (!filtersDiffer_) {
     followNeighbors();
@@ -102,13 +102,13 @@ void ReceiveQueues::step() {
   retryTimer_.stop();
   if (!isSettled()) return startSteps();
   bool isShort = ownQueues_ < NeighborQueueBudget::maxOnInterface && isNeighborWaiting();
-  if (isRefused_ || isShort) retryTimer_.startIn(retryTime);
+  if (hasFailed_ || isShort) retryTimer_.startIn(retryTime);
 }
 
-/// No step follows while all places are in use.
+/// There is no step while all places are in use.
 void ReceiveQueues::retry() {
-  if (!isRefused_ && !hasRoom()) return retryTimer_.startIn(retryTime);
-  isAdmitting_ = isAdmitting_ || isRefused_;
+  if (!hasFailed_ && !hasPlace()) return retryTimer_.startIn(retryTime);
+  isAdmitting_ = isAdmitting_ || hasFailed_;
   startSteps();
 }
 
@@ -182,7 +182,7 @@ void ReceiveQueues::stepNeighbor(Neighbor& neighbor) {
   }
 }
 
-/// Of a neighbor that is back while its queue closes, another one is opened.
+/// A neighbor that is known again while its queue closes gets a new one.
 void ReceiveQueues::closeNeighbors() {
   std::erase_if(neighbors_, [this](auto const& entry) {
     Neighbor const& neighbor = entry.second;
@@ -201,7 +201,7 @@ void ReceiveQueues::closeNeighbors() {
 void ReceiveQueues::admitNeighbors() {
   int admitted = 0;
   if (!std::exchange(isAdmitting_, false)) return;
-  isRefused_ = false;
+  hasFailed_ = false;
   for (IpAddr address : wanted_) {
     if (neighbors_.contains(address)) continue;
     if (neighbors_.size() >= maxFilterAddresses) return;
@@ -209,8 +209,8 @@ void ReceiveQueues::admitNeighbors() {
       isAdmitting_ = true;
       return;
     }
-    isRefused_ = !admit(address);
-    if (isRefused_) return;
+    hasFailed_ = !admit(address);
+    if (hasFailed_) return;
   }
 }
 
@@ -227,12 +227,12 @@ bool ReceiveQueues::admit(IpAddr address) {
 /// The shared queue takes the packets of such a neighbor until the next step, since a packet that the kernel
 /// is just handing to its sockets may miss the new one.
 void ReceiveQueues::moveNeighbors() {
-  if (!hasRoom() || !isNeighborWaiting()) return;
+  if (!hasPlace() || !isNeighborWaiting()) return;
   int tried = 0;
   for (IpAddr address : wanted_) {
     auto at = neighbors_.find(address);
     if (at == neighbors_.end() || at->second.phase != Phase::own || !at->second.isWaiting()) continue;
-    if (!hasRoom() || ++tried > admittedAtOnce) return;
+    if (!hasPlace() || ++tried > admittedAtOnce) return;
     Neighbor& neighbor = at->second;
     openQueue(address, neighbor);
     if (neighbor.isWaiting()) return;
@@ -243,20 +243,20 @@ void ReceiveQueues::moveNeighbors() {
   }
 }
 
-bool ReceiveQueues::hasRoom() const {
+bool ReceiveQueues::hasPlace() const {
   return budget_.left > 0 && ownQueues_ < NeighborQueueBudget::maxOnInterface;
 }
 
-/// Whether the kernel refused what it will always refuse for this address, such as that of a broadcast.
+/// Whether the error is permanent for the address, such as that of a broadcast.
 static bool isOfAddress(std::error_code const& code) {
   constexpr std::array errors = {EACCES, EINVAL, EADDRNOTAVAIL, ENETUNREACH, EHOSTUNREACH};
   return std::find(errors.begin(), errors.end(), code.value()) != errors.end();
 }
 
-/// Without effect where the kernel refuses it, such as beyond the limit of open files. A peer chooses the
-/// address, so that an address that can have no queue is not logged.
+/// Without effect on an error, such as at the limit of open files. A peer chooses the address, so that an
+/// address for which there can be no queue is not logged.
 void ReceiveQueues::openQueue(IpAddr address, Neighbor& neighbor) {
-  if (!hasRoom()) return;
+  if (!hasPlace()) return;
   try {
     auto socket = std::make_unique<ListenSocket>(name_, index_, address);
     neighbor.queue = &set_.add(QueueKind::neighbor, std::move(socket));

@@ -21,7 +21,7 @@ struct NeighborQueueBudget {
   std::size_t left = 256;  ///< on all interfaces together
 };
 
-/// The receive queues of one interface. A flood takes room from its own queue alone:
+/// The receive queues of one interface. A flood fills its own queue alone:
 ///
 /// - each known neighbor has a queue, as far as the budget allows; those beyond it share one, until a place
 ///   is free. A flood from one of those that share can displace packets of the others that share;
@@ -39,7 +39,7 @@ class ReceiveQueues {
  public:
   /// Seconds from one step to the next. Changes that come faster are made together.
   static constexpr double stepTime = 0.05;
-  /// Seconds after which a queue is tried again that the kernel or the budget of all interfaces refused.
+  /// Seconds until the next attempt after the kernel or the budget of all interfaces allowed no queue.
   static constexpr double retryTime = 1;
 
   /// Takes one packet from its IP header on, valid until it returns; returns whether the budget of the sender
@@ -106,7 +106,7 @@ class ReceiveQueues {
   void stepSubnets();
   void attachFilters();
   void setFilters();
-  bool hasRoom() const;
+  bool hasPlace() const;
   bool isNeighborChanging() const;
   bool isNeighborWaiting() const;
   std::vector<Lanet::IpAddr> sharing() const;
@@ -127,7 +127,7 @@ class ReceiveQueues {
   std::size_t ownQueues_ = 0;
   bool isFollowing_ = false;                 ///< wanted_ is read again in the next step
   bool isAdmitting_ = false;                 ///< some of wanted_ wait for a later step
-  bool isRefused_ = false;                   ///< some of wanted_ wait for retryTime
+  bool hasFailed_ = false;                   ///< some of wanted_ wait for retryTime
   std::vector<Lanet::Prefix> subnets_;       ///< wanted
   std::vector<Lanet::Prefix> helloSubnets_;  ///< whose Hellos the queue for Hellos takes
   std::vector<Lanet::Prefix> otherSubnets_;  ///< whose Hellos the queue for all else leaves out

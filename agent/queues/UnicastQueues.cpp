@@ -76,7 +76,7 @@ void UnicastQueues::sendersChanged() {
   if (!stepTimer_.isRunning()) stepTimer_.startIn(stepTime);
 }
 
-/// A step that the kernel refused leaves the phase as it is, and is tried again.
+/// A step that fails in the kernel leaves the phase as it is, and is repeated.
 void UnicastQueues::step() {
   double next = stepTime;
   try {
@@ -90,7 +90,7 @@ void UnicastQueues::step() {
   if (!isSettled()) stepTimer_.startIn(next);
 }
 
-/// Senders of a change that the kernel refused still count as changing. Where a filter can't hold the former
+/// Senders of a failed change are still changing. Where a filter can't hold the former
 /// and the next senders together, those that go leave first, and another change follows for those that come.
 void UnicastQueues::begin() {
   Senders wanted = sorted(knownSenders_());

@@ -27,7 +27,7 @@ class UnicastQueues {
  public:
   /// Seconds from one step to the next. Changes that come faster are made together.
   static constexpr double stepTime = 0.05;
-  /// Seconds after which a step is tried again that the kernel refused.
+  /// Seconds until a failed step is repeated.
   static constexpr double retryTime = 1;
 
   /// Takes one packet, which is valid until it returns. It may not end the queues.

@@ -79,7 +79,7 @@ Message addressOf(int index, char const* local, int length, int flags = 0) {
 }
 
 /// What is said of a route; what is empty or 0 isn't.
-struct Told {
+struct RouteFields {
   char const* to = "10.7.0.0/16";
   char const* via = "";
   int link = 5;
@@ -90,22 +90,22 @@ struct Told {
   int protocol = RTPROT_STATIC;
 };
 
-Message route(Told const& told, int type = RTM_NEWROUTE, int flags = NLM_F_CREATE) {
+Message route(RouteFields const& fields, int type = RTM_NEWROUTE, int flags = NLM_F_CREATE) {
   rtmsg fixed{.rtm_family = AF_INET,
-              .rtm_dst_len = static_cast<Zet::U8>(prefix(told.to).length()),
-              .rtm_table = static_cast<Zet::U8>(told.table),
-              .rtm_protocol = static_cast<Zet::U8>(told.protocol),
-              .rtm_type = static_cast<Zet::U8>(told.kind),
-              .rtm_flags = told.flags};
+              .rtm_dst_len = static_cast<Zet::U8>(prefix(fields.to).length()),
+              .rtm_table = static_cast<Zet::U8>(fields.table),
+              .rtm_protocol = static_cast<Zet::U8>(fields.protocol),
+              .rtm_type = static_cast<Zet::U8>(fields.kind),
+              .rtm_flags = fields.flags};
   Message message(type, fixed, flags);
-  if (fixed.rtm_dst_len != 0) message = std::move(message).with(RTA_DST, prefix(told.to).address());
-  if (*told.via != '\0') message = std::move(message).with(RTA_GATEWAY, address(told.via));
-  if (told.link != 0) message = std::move(message).with(RTA_OIF, static_cast<Zet::U32>(told.link));
-  if (told.metric != 0) message = std::move(message).with(RTA_PRIORITY, told.metric);
+  if (fixed.rtm_dst_len != 0) message = std::move(message).with(RTA_DST, prefix(fields.to).address());
+  if (*fields.via != '\0') message = std::move(message).with(RTA_GATEWAY, address(fields.via));
+  if (fields.link != 0) message = std::move(message).with(RTA_OIF, static_cast<Zet::U32>(fields.link));
+  if (fields.metric != 0) message = std::move(message).with(RTA_PRIORITY, fields.metric);
   return message;
 }
 
-Message gone(Told const& told) { return route(told, RTM_DELROUTE, 0); }
+Message gone(RouteFields const& fields) { return route(fields, RTM_DELROUTE, 0); }
 
 struct Hop {
   int link = 0;
@@ -191,7 +191,7 @@ TEST_F(KernelTablesTest, EachStepOfALinkThatLosesItsCarrierIsUnclear) {
   EXPECT_EQ(follow(link(7, "c", 0)), Outcome::unclear);
 }
 
-TEST_F(KernelTablesTest, WhatABridgeTellsOfItsPortsIsNoLinkOfItsOwn) {
+TEST_F(KernelTablesTest, MessageOfABridgeOnAPortIsNoLink) {
   ifinfomsg port{.ifi_family = AF_BRIDGE, .ifi_index = 5};
   EXPECT_EQ(follow(Message(RTM_DELLINK, port).with(IFLA_IFNAME, "a")), Outcome::nothing);
 }
@@ -214,10 +214,10 @@ TEST_F(KernelTablesTest, AddressesAreTheLinksOwnInTheKernelsOrder) {
 
 TEST_F(KernelTablesTest, KindOfARouteIsWhereItLeads) {
   struct Case {
-    Told told;
+    RouteFields fields;
     RouteType type;
   };
-  for (auto const& [told, type] : std::vector<Case>{
+  for (auto const& [fields, type] : std::vector<Case>{
            {{.via = "10.0.0.9"}, RouteType::remote},
            {{}, RouteType::connected},
            {{.kind = RTN_LOCAL, .table = RT_TABLE_LOCAL}, RouteType::local},
@@ -229,13 +229,13 @@ TEST_F(KernelTablesTest, KindOfARouteIsWhereItLeads) {
            {{.kind = RTN_BROADCAST, .table = RT_TABLE_LOCAL}, RouteType::unset},
            {{.kind = RTN_MULTICAST}, RouteType::unset},
        }) {
-    replace({route(told)});
-    EXPECT_EQ(best().type, type) << told.kind;
-    EXPECT_TRUE(tables.view().routes.contains(prefix("10.7.0.0/16"))) << told.kind;
+    replace({route(fields)});
+    EXPECT_EQ(best().type, type) << fields.kind;
+    EXPECT_TRUE(tables.view().routes.contains(prefix("10.7.0.0/16"))) << fields.kind;
   }
 }
 
-TEST_F(KernelTablesTest, RouteTellsItsLinkItsNextHopAndItsMetric) {
+TEST_F(KernelTablesTest, RouteHasItsLinkItsNextHopAndItsMetric) {
   replace({route({.to = "0.0.0.0/0", .via = "10.0.0.9", .link = 6, .metric = 100})});
   Route wanted{
       .type = RouteType::remote, .intfId = Lanet::IntfId("b"), .nextHop = address("10.0.0.9"), .metric = 100};
@@ -310,7 +310,7 @@ TEST_F(KernelTablesTest, OrderAmongOneMetricIsUnclear) {
   follow(route({.via = "10.0.0.9"}));
   EXPECT_EQ(follow(route({.via = "10.0.0.8"})), Outcome::unclear);
   replace({route({.via = "10.0.0.8"}), route({.via = "10.0.0.9"})});
-  EXPECT_EQ(nextHop(), "10.0.0.8") << "in the order told";
+  EXPECT_EQ(nextHop(), "10.0.0.8") << "in the order of the answer";
   EXPECT_EQ(follow(route({.via = "10.0.0.7"}, RTM_NEWROUTE, NLM_F_REPLACE)), Outcome::unclear);
 }
 
@@ -341,7 +341,7 @@ TEST_F(KernelTablesTest, NextHopObjectsMakeRoutesUnclear) {
   EXPECT_EQ(follow(Message(RTM_DELNEXTHOP, nhmsg{})), Outcome::unclear);
 }
 
-TEST_F(KernelTablesTest, AnswerTellsWhichRoutesDiffer) {
+TEST_F(KernelTablesTest, AnswerMarksTheRoutesThatDiffer) {
   replace({route({.to = "10.1.0.0/16"}), route({.to = "10.2.0.0/16"}), route({.to = "10.4.0.0/16"}),
            route({.to = "10.6.0.0/16"})});
   changed();
@@ -354,7 +354,7 @@ TEST_F(KernelTablesTest, AnswerTellsWhichRoutesDiffer) {
   EXPECT_THAT(changed(), IsEmpty());
 }
 
-// Faulty messages -------------------------------------------------------------------------------------------
+// Invalid messages ------------------------------------------------------------------------------------------
 
 std::vector<Message> samples() {
   std::vector<Message> all;
@@ -389,13 +389,13 @@ TEST_F(KernelTablesTest, MessagesThatAreCutShortAreRead) {
 }
 
 TEST_F(KernelTablesTest, MessagesOfRandomBytesAreRead) {
-  std::mt19937 chance(5);
+  std::mt19937 random(5);
   for (int i = 0; i < 20000; ++i) {
     for (Message const& sample : samples()) {
-      if (chance() % 4 != 0) continue;
+      if (random() % 4 != 0) continue;
       std::vector<Zet::U8> bytes = sample.bytes();
-      for (unsigned flips = 1 + chance() % 6; flips > 0; --flips) {
-        bytes[chance() % bytes.size()] = static_cast<Zet::U8>(chance() % 3 == 0 ? chance() : chance() % 40);
+      for (unsigned flips = 1 + random() % 6; flips > 0; --flips) {
+        bytes[random() % bytes.size()] = static_cast<Zet::U8>(random() % 3 == 0 ? random() : random() % 40);
       }
       readAnything(tables, bytes);
     }
@@ -407,7 +407,7 @@ TEST_F(KernelTablesTest, MessagesOfRandomBytesAreRead) {
   }
 }
 
-TEST_F(KernelTablesTest, WhatLacksWhatItMustTellIsPassedOver) {
+TEST_F(KernelTablesTest, MessageWithoutARequiredAttributeIsIgnored) {
   rtmsg tooLong{
       .rtm_family = AF_INET, .rtm_dst_len = 33, .rtm_table = RT_TABLE_MAIN, .rtm_type = RTN_UNICAST};
   rtmsg nowhere{.rtm_family = AF_INET, .rtm_dst_len = 8, .rtm_table = RT_TABLE_MAIN, .rtm_type = RTN_UNICAST};

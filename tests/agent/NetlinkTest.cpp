@@ -46,7 +46,7 @@ std::string text(KernelView const& view) {
 }
 
 /// The first lines that are in one text alone.
-std::string difference(KernelView const& followed, KernelView const& told) {
+std::string difference(KernelView const& followed, KernelView const& answered) {
   std::ostringstream out;
   int left = 10;
   auto compare = [&](std::string const& lines, std::string const& others, char const* mark) {
@@ -55,8 +55,8 @@ std::string difference(KernelView const& followed, KernelView const& told) {
       if (others.find(line + "\n") == std::string::npos) out << mark << line << "\n", --left;
     }
   };
-  compare(text(followed), text(told), "followed: ");
-  compare(text(told), text(followed), "told: ");
+  compare(text(followed), text(answered), "followed: ");
+  compare(text(answered), text(followed), "answered: ");
   return out.str();
 }
 
@@ -76,8 +76,8 @@ class NetlinkTest : public NetworkTest {
     netlink->takeChangedRoutes();
   }
 
-  /// Whatever was followed, the view must be what the kernel tells when it is asked for all there is. What
-  /// happens last is told a moment later by the kernel itself, so it is asked until both are at rest.
+  /// The followed view must equal a complete answer of the kernel. The kernel sends the last notices a moment
+  /// later, so it is asked until both are equal.
   void TearDown() override {
     if (!netlink) return;
     EXPECT_TRUE(becomes([this] { return netlink->view() == Netlink().view(); }))
@@ -137,7 +137,7 @@ class NetlinkTest : public NetworkTest {
 
 // Links ---------------------------------------------------------------------------------------------------
 
-TEST_F(NetlinkTest, AllThatStandsIsKnownAtFirst) {
+TEST_F(NetlinkTest, AllTablesAreKnownAtFirst) {
   EXPECT_EQ(text(Netlink().view()),
             "1 lo down loopback mtu 65536\n"
             "5 v5 up mtu 1500 10.0.0.1/24\n"
@@ -160,7 +160,7 @@ TEST_F(NetlinkTest, LinkThatGoesDownTakesItsRoutesAlong) {
   EXPECT_FALSE(isUp("v5"));
   EXPECT_EQ(route("10.0.0.0/24"), "none");
   EXPECT_EQ(route("10.7.0.0/16"), "none");
-  EXPECT_EQ(route("10.0.0.1/32"), "local dev v5") << "the address stands";
+  EXPECT_EQ(route("10.0.0.1/32"), "local dev v5") << "the address stays";
   EXPECT_THAT(changedRoutes(), ElementsAre("10.0.0.0/24", "10.0.0.255/32", "10.7.0.0/16"));
   ip("link set v5 up");
   EXPECT_TRUE(becomes([this] { return isUp("v5"); }));
@@ -249,7 +249,7 @@ TEST_F(NetlinkTest, PortThatLeavesItsBridgeStays) {
 
 // Addresses -----------------------------------------------------------------------------------------------
 
-TEST_F(NetlinkTest, AddressesStandInTheKernelsOrder) {
+TEST_F(NetlinkTest, AddressesAreInTheKernelsOrder) {
   ipAll(
       {"address add 10.0.0.2/24 dev v5", "address add 10.1.0.1/16 dev v5", "address add 10.0.0.3/24 dev v5"});
   EXPECT_TRUE(netlink->read());
@@ -435,7 +435,7 @@ TEST_F(NetlinkTest, LostNoticesDoNotDeafenTheEventLoop) {
     if (route(wanted) != "none") loop.stop();
   });
   pimbsr::agent::LoopTimer patience(loop, [&] {
-    ADD_FAILURE() << "not told of " << wanted;
+    ADD_FAILURE() << "no notice of " << wanted;
     loop.stop();
   });
   for (char const* next : {"20.1.243.0/24", "10.7.0.0/16"}) {
@@ -468,8 +468,8 @@ TEST_F(NetlinkTest, NoticeOfARouteCostsLittleHoweverManyThereAre) {
 }
 
 TEST_F(NetlinkTest, WhateverHappensTheViewIsWhatTheKernelHas) {
-  std::mt19937 chance(20);
-  auto one = [&](std::vector<std::string> const& of) { return of[chance() % of.size()]; };
+  std::mt19937 random(20);
+  auto one = [&](std::vector<std::string> const& of) { return of[random() % of.size()]; };
   auto address = [&] {
     return "10." + one({"0", "1"}) + ".0." + one({"1", "2", "3"}) + "/" + one({"24", "32"});
   };
@@ -477,7 +477,7 @@ TEST_F(NetlinkTest, WhateverHappensTheViewIsWhatTheKernelHas) {
     std::string dev = one({"v5", "v6"});
     std::string prefix = one({"10.7.0.0/16", "10.8.0.0/16", "default"});
     std::string metric = one({"", " metric 1", " metric 2"});
-    switch (chance() % 8) {
+    switch (random() % 8) {
       case 0:
         return "link set " + dev + one({" up", " down", " up", " mtu 1400", " mtu 1500"});
       case 1:
@@ -523,19 +523,19 @@ TEST_F(NetlinkTest, ManyWhoChangeRoutesWhileTheyAreAskedForDoNoHarm) {
   EXPECT_EQ(netlink->view().routes.size(), 3003U);
 }
 
-TEST_F(NetlinkTest, ChangedRoutesTellEveryChangeOfTheView) {
-  std::map<Lanet::Prefix, Route> told;
+TEST_F(NetlinkTest, ChangedRoutesHaveEveryChangeOfTheView) {
+  std::map<Lanet::Prefix, Route> reported;
   auto follow = [&] {
     netlink->read();
     for (auto const& prefix : netlink->takeChangedRoutes()) {
       auto at = netlink->view().routes.find(prefix);
       if (at == netlink->view().routes.end()) {
-        told.erase(prefix);
+        reported.erase(prefix);
       } else {
-        told[prefix] = at->second;
+        reported[prefix] = at->second;
       }
     }
-    EXPECT_EQ(told, netlink->view().routes);
+    EXPECT_EQ(reported, netlink->view().routes);
   };
   netlink = std::make_unique<Netlink>();
   follow();

@@ -106,8 +106,8 @@ static std::optional<std::string> obstacle() {
   try {
     NetworkNamespace network;
     return {};
-  } catch (std::system_error const& fault) {
-    return fault.what();
+  } catch (std::system_error const& error) {
+    return error.what();
   }
 }
 

@@ -17,7 +17,7 @@ class NetworkNamespace {
   /// Throws std::system_error if there can be none.
   NetworkNamespace();
 
-  /// For `ip link ... netns PATH`; stands while this object does.
+  /// For `ip link ... netns PATH`; valid while this object lives.
   std::string path() const;
   int fd() const { return fd_.get(); }
 

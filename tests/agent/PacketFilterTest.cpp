@@ -203,7 +203,7 @@ TEST(PacketFilterTest, SendersAreFoundAtAnyNumberOfThem) {
   }
 }
 
-/// Two programs of the greatest size must find room in 20,480 bytes, at two eBPF instructions of 8 bytes for
+/// Two programs of the greatest size must fit in 20,480 bytes, at two eBPF instructions of 8 bytes for
 /// each step that compares with an address from 128.0.0.0 on.
 TEST(PacketFilterTest, GreatestProgramFitsTwiceIntoTheSmallestDefaultOfTheKernel) {
   std::vector<Prefix> links(agent::maxFilterSubnets, Prefix::parse("200.0.0.0/8"));

@@ -87,7 +87,7 @@ std::vector<U8> longPayload(std::size_t size) {
   return bytes;
 }
 
-/// Three computers in a row: left is 10.0.1.1, middle 10.0.1.2 and 10.0.2.2 and forwards, right 10.0.2.3. The
+/// Three systems in a row: left is 10.0.1.1, middle 10.0.1.2 and 10.0.2.2 and forwards, right 10.0.2.3. The
 /// indexes are 8 for "left", 7 and 9 for "m1" and "m2" of the middle, and 10 for "right".
 class PimSocketTest : public NetworkTest {
  protected:
@@ -282,7 +282,7 @@ TEST_F(PimSocketTest, SocketStaysWithItsLinkWhenThatIsRenamedOrGoesDownAndUp) {
   EXPECT_EQ(arrivalsUntil(*b, 2), (std::vector{2}));
 }
 
-TEST_F(PimSocketTest, WhatCannotBeSentIsToldWithTheReason) {
+TEST_F(PimSocketTest, FailedSendIsReportedWithTheReason) {
   auto a = in<PimSocket>(*left, "left", 8);
   auto routed = in<UnicastSocket>(*left);
   EXPECT_EQ(a->lastError(), "");
@@ -354,8 +354,8 @@ TEST_F(PimSocketTest, LostPacketsAreCountedAndThoseThatDoNotPassAreNot) {
   ASSERT_TRUE(send(*a, {"10.0.1.1", allPimRouters, {0x20, 0, 0, 0}}));
   ASSERT_TRUE(arrival(*hellos));
   Zet::U32 received = 0;
-  Received room;
-  while (all->receive(room)) ++received;
+  Received buffer;
+  while (all->receive(buffer)) ++received;
   EXPECT_GT(received, 0u);
   EXPECT_EQ(all->lost(), 201 - received);
   EXPECT_EQ(other->lost(), 0u);
@@ -468,12 +468,12 @@ TEST_F(PimSocketTest, LinkThatIsNotThereIsNamed) {
   try {
     PimSocket socket("eth7", 77);
     FAIL() << "it opened";
-  } catch (std::system_error const& fault) {
-    EXPECT_THAT(fault.what(), testing::HasSubstr("eth7: No such device"));
+  } catch (std::system_error const& error) {
+    EXPECT_THAT(error.what(), testing::HasSubstr("eth7: No such device"));
   }
 }
 
-TEST_F(PimSocketTest, WhoMayNotIsToldWhatIsNeeded) {
+TEST_F(PimSocketTest, ErrorWithoutPrivilegesNamesTheNeededOnes) {
   std::string text = inChild([] {
     if (setuid(65534) != 0) return std::string("not another user");
     UnicastSocket socket;

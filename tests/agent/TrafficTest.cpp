@@ -18,7 +18,7 @@ class TrafficTest : public ObservedRouter {
 };
 
 TEST_F(TrafficTest, PacketsAreCountedByInterfaceAndKind) {
-  greet();
+  helloFromNeighbor();
   receive("eth1", helloFrom("198.51.100.1", 8));
   receive(packetOf(Bsm{.groups = {{"239.1.0.0/16", {{"10.0.0.2"}}}}}));
   receive(brokenPacket());
@@ -28,12 +28,12 @@ TEST_F(TrafficTest, PacketsAreCountedByInterfaceAndKind) {
   EXPECT_EQ(on("eth0", MessageKind::malformed), (PacketCounts{.received = 1, .dropped = 1}));
 }
 
-TEST_F(TrafficTest, RefusedMessageIsReceivedToo) {
+TEST_F(TrafficTest, DroppedMessageIsReceivedToo) {
   receive(packetOf(Bsm{.source = "192.0.2.9"}));
   EXPECT_EQ(on("eth0", MessageKind::bootstrap), (PacketCounts{.received = 1, .dropped = 1}));
 }
 
-TEST_F(TrafficTest, MessageAcceptedInPartIsNotRefused) {
+TEST_F(TrafficTest, MessageAcceptedInPartIsNotDropped) {
   traffic.noteReceived("eth0", {.kind = MessageKind::crpAdv, .reason = "range-full", .droppedRanges = 1});
   EXPECT_EQ(on("eth0", MessageKind::crpAdv), (PacketCounts{.received = 1}));
 }
@@ -58,10 +58,10 @@ TEST_F(TrafficTest, WhatIsNoPimPacketIsNotReadBeyondItsEnd) {
 }
 
 TEST_F(TrafficTest, ClearSetsAllBack) {
-  greet();
+  helloFromNeighbor();
   traffic.clear();
   EXPECT_TRUE(traffic.byInterface().empty());
-  greet();
+  helloFromNeighbor();
   EXPECT_EQ(on("eth0", MessageKind::hello), (PacketCounts{.received = 1}));
 }
 
