@@ -19,7 +19,7 @@ using Lanet::IpGenAddr;
 using ::Slosh::Fib::Route;
 using ::Slosh::Fib::RouteType;
 
-// What the router says ----------------------------------------------------------------------------------
+// Trace and log -----------------------------------------------------------------------------------------
 
 void Agent::AgentContext::trace(Zet::TraceLine const& line) {
   logLine(fmt::format("trace {} {} {}: {}", line.handle, line.level, line.function, line.text));
@@ -29,7 +29,7 @@ void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& t
   logLine(fmt::format("{}: {}", handle.name(), text));
 }
 
-// Birth and end -----------------------------------------------------------------------------------------
+// Construction ------------------------------------------------------------------------------------------
 
 Agent::Agent(Clock const& clock, Platform& platform, Traffic& traffic, AgentListener& listener)
     : clock_(clock), platform_(platform), traffic_(traffic), listener_(listener), startTime_(clock.now()) {
@@ -47,7 +47,7 @@ Agent::~Agent() {
   for (auto const& [handle, level] : settings_.traces) traceLevelIs(handle, traceOff);
 }
 
-/// Makes a call at the present time; then tells what it changed.
+/// Makes a call at the present time; then publishes its changes.
 template <class Act>
 void Agent::call(Cause const& cause, Act const& act) {
   Zet::Context::Scope scope(context_);
@@ -106,10 +106,10 @@ void Agent::sendGoodbyes() {
 
 // Settings ----------------------------------------------------------------------------------------------
 
-/// Candidacies end before the interfaces go that tell of it.
+/// Candidacies end before the interfaces that announce their end are closed.
 std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
-  std::vector<host::ConfigError> faults = host::check(wanted.router);
-  if (!faults.empty()) return faults;
+  std::vector<host::ConfigError> errors = host::check(wanted.router);
+  if (!errors.empty()) return errors;
   applyTraces(wanted.traces);
   settings_ = wanted;
   for (auto const& [name, settings] : settings_.interfaces) {
@@ -144,7 +144,7 @@ void Agent::clearCounters() {
 
 // The kernel --------------------------------------------------------------------------------------------
 
-/// What is gone first: a neighbour must not be sought by a route over a link that is down.
+/// Removed links first: no RPF lookup may use a route over a link that is down.
 void Agent::kernelChanged(std::vector<Lanet::Prefix> const& routes) {
   call({.kind = CauseKind::kernel}, [&] {
     for (auto& [name, applied] : applied_) {
@@ -171,7 +171,7 @@ void Agent::followRoutes(std::vector<Lanet::Prefix> const& routes) {
 
 bool Agent::speaksPim(std::string const& name) const { return settings_.interfaces.contains(name); }
 
-/// Addresses of links that are gone go too; then those that stay are brought up to date.
+/// Removes the addresses of deleted links; then updates the others.
 void Agent::followLinks() {
   auto const& links = platform_.kernel().links;
   for (auto at = applied_.begin(); at != applied_.end();) {
@@ -203,8 +203,8 @@ void Agent::applyAddress(KernelLink const& link, Applied& applied) {
   router_->handleAddressChange(intfId);
 }
 
-/// What every IPv4 link carries (RFC 791).
-static constexpr U32 leastMtu = 68;
+/// Every IPv4 link carries packets of this length, bytes (RFC 791).
+static constexpr U32 minMtu = 68;
 
 static pim::HelloOptions helloOptions(InterfaceSettings const& settings) {
   double period = settings.helloInterval;
@@ -215,12 +215,12 @@ static pim::HelloOptions helloOptions(InterfaceSettings const& settings) {
           .silent = !settings.hello};
 }
 
-/// Also for an interface that is up: its MTU or settings may be others now.
+/// Also for an interface that is up: its MTU or settings may have changed.
 void Agent::bringUp(KernelLink const& link, Applied& applied) {
   pim::HelloOptions hello = helloOptions(settings_.interfaces.at(link.name));
   if (!applied.speaksPim && !open(link, applied)) return;
   applied.speaksPim = true;
-  router_->interfaceIs(IntfId(link.name.c_str()), std::max(link.mtu, leastMtu), hello);
+  router_->interfaceIs(IntfId(link.name.c_str()), std::max(link.mtu, minMtu), hello);
 }
 
 /// A reason is logged once, however often it is tried.
@@ -228,9 +228,9 @@ bool Agent::open(KernelLink const& link, Applied& applied) {
   try {
     platform_.open(link);
     applied.problem.clear();
-  } catch (std::system_error const& fault) {
-    if (std::exchange(applied.problem, fault.what()) != fault.what())
-      logLine(fmt::format("{} speaks no PIM: {}", link.name, fault.what()));
+  } catch (std::system_error const& error) {
+    if (std::exchange(applied.problem, error.what()) != error.what())
+      logLine(fmt::format("{} speaks no PIM: {}", link.name, error.what()));
   }
   return applied.problem.empty();
 }
@@ -248,7 +248,7 @@ void Agent::takeDown(std::string const& name, Applied& applied, bool sendsGoodby
   applied.speaksPim = false;
 }
 
-// What may be seen --------------------------------------------------------------------------------------
+// Views -------------------------------------------------------------------------------------------------
 
 Observed Agent::observed() {
   context_.nowIs(clock_.now());

@@ -21,18 +21,18 @@
 
 namespace pimbsr::agent {
 
-/// What an agent tells the process around it, at the end of each event that changed something.
+/// Receives the changes of an agent, at the end of each event that made any.
 class AgentListener {
  public:
   virtual ~AgentListener() = default;
-  /// Changes of what the router believes, and of its own candidacies.
+  /// Changes of the router's learned state and of its own candidacies.
   virtual void onChanges(std::vector<HistoryEntry> const& changes) = 0;
 };
 
 /// One router on a platform: applies its settings, follows its kernel, receives its packets, and counts.
 ///
-/// It is made without any interface or candidacy; settings bring them. Each call sets the router's clock,
-/// does its work, and tells what changed. Whoever drives it calls advance() when nextExpiry() has come.
+/// It starts without interfaces and candidacies; settings add them. Each call sets the router's clock, does
+/// its work, and publishes the changes. The owner calls advance() at nextExpiry().
 class Agent : private host::OwnDropSink {
  public:
   /// All outlive the agent.
@@ -41,18 +41,17 @@ class Agent : private host::OwnDropSink {
   Agent(Agent const&) = delete;
   Agent& operator=(Agent const&) = delete;
 
-  /// Follows other settings: what is gone first, then what changed, then what is new. With faults nothing is
-  /// changed and they are returned.
+  /// Applies new settings: removes, then changes, then adds. With errors, returns them and changes nothing.
   std::vector<host::ConfigError> settingsIs(Settings const& wanted);
   Settings const& settings() const { return settings_; }
 
-  /// To be called when what the kernel says has changed: interfaces and addresses are compared with what was
-  /// told before, and the best routes of the prefixes given are read again.
+  /// To be called after a change of the kernel's tables: compares interfaces and addresses with the applied
+  /// ones, and reads the best routes of the given prefixes again.
   void kernelChanged(std::vector<Lanet::Prefix> const& routes);
   /// Whether an interface that is to speak PIM couldn't be opened; each kernelChanged() tries again.
   bool hasProblem() const;
-  /// Takes one packet, from its IP header on. Returns whether its sender may go on at once; with false it has
-  /// used up what it is granted.
+  /// Receives one packet, from its IP header on. Returns whether the budget of its sender allows more at
+  /// once.
   bool receive(std::string const& intf, std::span<U8 const> packet);
   /// The IPv4 addresses of an interface's neighbors, the most important first (NeighborWatch::addressesOf()).
   /// This walks all of them: Platform::neighborsChanged() reports when a new walk is needed.
@@ -60,7 +59,7 @@ class Agent : private host::OwnDropSink {
   /// Up to `max` senders of accepted advertisements, the most important first (host::Router::advertisers()):
   /// Platform::advertisersChanged() reports when they are others.
   std::vector<Lanet::IpAddr> advertisers(std::size_t max) const { return router_->advertisers(max); }
-  /// Ends all candidacies and sends goodbye Hellos; the agent is done then.
+  /// Ends all candidacies and sends goodbye Hellos; the last call before destruction.
   void sendGoodbyes();
 
   /// When the next timer is due on the agent's clock; Kiv::never if none is.
@@ -68,7 +67,7 @@ class Agent : private host::OwnDropSink {
   /// Runs the timers that are due.
   void advance();
 
-  /// All that may be shown, as of now.
+  /// The state for views, at the present time.
   Observed observed();
   void clearCounters();
   void clearDrops() { drops_.clear(); }
@@ -78,18 +77,18 @@ class Agent : private host::OwnDropSink {
 
  private:
   void onOwnDrop(host::Reception const& reception) override;
-  /// The router's context: its trace and log go to the standard error stream, and its chance is its own. The
-  /// engine seeds chance with the second of its start, in which other routers, or this one before a crash,
-  /// may have started too: they would draw the same delays and Generation IDs.
+  /// The router's context: it writes trace and log to the standard error stream, and has its own RNG. The
+  /// engine seeds an RNG with the second of its start; another router, or this one before a crash, may have
+  /// started in the same second, and would draw the same delays and Generation IDs.
   class AgentContext final : public Zet::Context {
    public:
-    int rand() override { return draw_(chance_); }
+    int rand() override { return draw_(rng_); }
     void srand(unsigned) override {}
     void trace(Zet::TraceLine const& line) override;
     void log(Zet::LogHandle const& handle, std::string const& text) override;
 
    private:
-    std::mt19937 chance_{std::random_device{}()};
+    std::mt19937 rng_{std::random_device{}()};
     std::uniform_int_distribution<int> draw_{0, RAND_MAX};
   };
   /// An interface as the router has it.
@@ -97,7 +96,7 @@ class Agent : private host::OwnDropSink {
     Lanet::IpGenAddr primary;
     bool speaksPim = false;
     int index = 0;
-    std::string problem;  ///< why it can't be opened; empty if it could or needn't
+    std::string problem;  ///< why it couldn't be opened; empty without an error
   };
 
   template <class Act>

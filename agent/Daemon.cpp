@@ -31,15 +31,15 @@ namespace pimbsr::agent {
 
 using view::Json;
 
-/// Seconds after a change within which the history is kept in its file.
+/// Seconds from a change until the history is written to its file.
 static constexpr double historyDelay = 5;
-/// Seconds without a change after which the change command is told, and the longest that it waits.
+/// Seconds without a change until the change command runs, and the maximum delay.
 static constexpr double changeQuiet = 1;
 static constexpr double changeLatest = 5;
 /// Seconds after which an interface that couldn't be opened is tried again.
 static constexpr double interfaceRetry = 10;
 static constexpr char const* historyFile = "history.jsonl";
-static constexpr std::size_t longestHistory = std::size_t{1} << 20;
+static constexpr std::size_t maxHistoryLength = std::size_t{1} << 20;
 
 // Start and end -----------------------------------------------------------------------------------------
 
@@ -104,7 +104,7 @@ void Daemon::run() {
   notifyService("STOPPING=1");
   agent_.sendGoodbyes();
   saveHistory();
-  logLine("has ended all candidacies and said farewell");
+  logLine("has ended all candidacies and sent goodbye Hellos");
 }
 
 std::string Daemon::interfacesText() const {
@@ -147,7 +147,7 @@ void Daemon::armTimer() {
   timer_.startIn(clock_.realSpan(next - clock_.now()));
 }
 
-/// A line for the log of what an operator is woken up by; empty for what only fills an RP set.
+/// The log line of a change; empty for changes of RPs.
 static std::string logText(HistoryEntry const& change) {
   std::string zone = view::cellOf(change.zone, "");
   std::string bsr = view::cellOf(change.bsr.address, "");
@@ -192,7 +192,7 @@ void Daemon::runChangeCommand() {
   followChangeCommand();
 }
 
-/// The helper's descriptor goes when the helper does.
+/// The reader is removed once the helper has ended.
 void Daemon::followChangeCommand() {
   if (changeCommand_->fd() < 0) {
     changeReader_ = nullptr;
@@ -234,7 +234,7 @@ Json Daemon::answer(Request const& request) {
   return Json::object();
 }
 
-/// Settings that were read without a fault have none.
+/// Settings that were read without errors have none.
 void Daemon::follow(Settings const& settings) {
   bool isFollowed = agent_.settingsIs(settings).empty();
   ZET_ASSERT(isFollowed, "sound settings are followed");
@@ -249,7 +249,7 @@ static std::vector<std::string> textsOf(std::string const& file, char const* kin
   return texts;
 }
 
-/// What only a restart applies stays as it is.
+/// Keeps the settings that only a restart applies.
 view::Reload Daemon::reload() {
   ConfigReading reading = readConfigFile(options_.file);
   view::Reload result{.applied = reading.isSound(),
@@ -281,13 +281,13 @@ void Daemon::changeTrace(Request const& request) {
   traceLevelIs(request.handle, request.level.value_or(traceOff));
 }
 
-/// What goes wrong in there is the file's affair, and no reason to end.
+/// An error of the reload is logged and doesn't end the process.
 void Daemon::handleHangup() {
   notifyService("RELOADING=1");
   try {
     logReload(reload());
-  } catch (std::exception const& fault) {
-    logLine(fmt::format("{}: {}", options_.file, fault.what()));
+  } catch (std::exception const& error) {
+    logLine(fmt::format("{}: {}", options_.file, error.what()));
   }
   notifyService("READY=1");
 }
@@ -298,7 +298,7 @@ void Daemon::logReload(view::Reload const& result) {
   for (std::string const& key : result.needsRestart)
     logLine(fmt::format("{} takes effect at the next start", key));
   logLine(fmt::format("{}: {}", options_.file,
-                      result.applied ? "read again and followed" : "refused; what ran before runs on"));
+                      result.applied ? "reloaded and applied" : "rejected; the running configuration stays"));
 }
 
 // Files -------------------------------------------------------------------------------------------------
@@ -309,9 +309,9 @@ void Daemon::loadHistory() {
   try {
     std::filesystem::create_directories(folder);
     if (std::filesystem::exists(folder / historyFile))
-      prependLines(agent_.history(), readFile(folder / historyFile, longestHistory));
-  } catch (std::exception const& fault) {
-    tellHistoryFault(fault);
+      prependLines(agent_.history(), readFile(folder / historyFile, maxHistoryLength));
+  } catch (std::exception const& error) {
+    logHistoryError(error);
   }
 }
 
@@ -320,19 +320,19 @@ void Daemon::saveHistory() {
   if (folder.empty() || options_.privilegeCheck) return;
   try {
     replaceFile(folder / historyFile, linesOf(agent_.history()));
-    historyFault_.clear();
-  } catch (std::exception const& fault) {
-    tellHistoryFault(fault);
+    historyError_.clear();
+  } catch (std::exception const& error) {
+    logHistoryError(error);
   }
 }
 
-/// Once, however often it is tried.
-void Daemon::tellHistoryFault(std::exception const& fault) {
-  if (std::exchange(historyFault_, fault.what()) != fault.what())
-    logLine(fmt::format("the history can't be kept: {}", fault.what()));
+/// Each error once, even if it is repeated.
+void Daemon::logHistoryError(std::exception const& error) {
+  if (std::exchange(historyError_, error.what()) != error.what())
+    logLine(fmt::format("the history can't be saved: {}", error.what()));
 }
 
-/// Without its privileges even root reads and writes but what is its own: better told now than at a reload.
+/// Without capabilities even root may access its own files alone: logs that at the start, not at a reload.
 void Daemon::checkFiles() {
   if (access(options_.file.c_str(), R_OK) < 0)
     logLine(fmt::format("{} can't be read any more, so it can't be reloaded: {}", options_.file,

@@ -20,17 +20,17 @@ namespace pimbsr::agent {
 /// The process of an agent: one event loop for packets, timers, the kernel's notices, signals and the control
 /// socket.
 ///
-/// It opens its sockets, gives up all privileges but that to open raw sockets, and runs until SIGTERM or
-/// SIGINT. SIGHUP has the file read again.
+/// It opens its sockets, drops all privileges but that to open raw sockets, and runs until SIGTERM or SIGINT.
+/// SIGHUP reloads the file.
 class Daemon final : private PlatformListener, private AgentListener, private RequestHandler {
  public:
-  /// Opens what it needs and takes up the settings. The change command may be null. Throws
-  /// ControlError, or std::system_error for what the system refuses.
+  /// Opens sockets and files and applies the settings. The change command may be null. Throws ControlError,
+  /// or std::system_error.
   Daemon(RunOptions const& options, Settings const& settings, ChangeCommand* changeCommand);
   Daemon(Daemon const&) = delete;
   Daemon& operator=(Daemon const&) = delete;
 
-  /// Serves until a signal ends it; then ends all candidacies, sends goodbye Hellos and keeps the history.
+  /// Serves until a signal ends it; then ends all candidacies, sends goodbye Hellos and saves the history.
   void run();
 
  private:
@@ -56,7 +56,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   void clear(std::string const& what);
   void loadHistory();
   void saveHistory();
-  void tellHistoryFault(std::exception const& fault);
+  void logHistoryError(std::exception const& error);
   void checkFiles();
   void runChangeCommand();
   void followChangeCommand();
@@ -73,8 +73,8 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   LoopTimer changeTimer_;
   LoopTimer interfaceTimer_;
   std::unique_ptr<LoopReader> changeReader_;
-  std::string historyFault_;   ///< what was told last of why the history can't be kept
-  double changeDeadline_ = 0;  ///< on the agent's clock; when the change command is told at the latest
+  std::string historyError_;   ///< the last logged error of saving the history
+  double changeDeadline_ = 0;  ///< on the agent's clock; when the change command runs at the latest
   double armedFor_ = 0;        ///< expiry that timer_ waits for
   std::vector<std::unique_ptr<ControlServer>> controls_;  ///< one for each control socket
 };

@@ -9,11 +9,11 @@
 
 namespace pimbsr::agent {
 
-/// Follows which neighbors there are on the interfaces of PIM's status tree. A change costs as much as the
-/// number of addresses that it concerns; without one it costs nothing.
+/// Follows the neighbors on the interfaces of PIM's status tree. A change costs O(its addresses); without a
+/// change there is no cost.
 class NeighborWatch {
  public:
-  /// Holds the status tree. What is there already counts as changed.
+  /// Keeps a reference to the status tree. Present neighbors count as changed.
   explicit NeighborWatch(Zet::Ptr<Routing::Pim::Status const> const& status);
   ~NeighborWatch();
   NeighborWatch(NeighborWatch const&) = delete;

@@ -10,7 +10,7 @@ struct RunOptions {
   std::string changeCommand;    ///< gets the RP set on its standard input after a change; empty for none
   double clockRate = 1;         ///< seconds of the agent's clock in a second; 1 but in labs
   bool sandbox = true;          ///< filter system calls; off for debuggers and sanitizers alone
-  bool privilegeCheck = false;  ///< tell what is held once all is open, and end
+  bool privilegeCheck = false;  ///< print the privileges after the start, and end
 };
 
 }  // namespace pimbsr::agent

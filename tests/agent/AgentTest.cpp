@@ -28,7 +28,7 @@ class FakePlatform final : public agent::Platform {
  public:
   agent::KernelView const& kernel() const override { return view; }
   void open(KernelLink const& link) override {
-    if (refuses) throw std::system_error(ENOBUFS, std::generic_category(), "joining");
+    if (failsToOpen) throw std::system_error(ENOBUFS, std::generic_category(), "joining");
     opened.insert(link.name);
     ++openings;
   }
@@ -66,7 +66,7 @@ class FakePlatform final : public agent::Platform {
   int advertiserChanges = 0;
   int openings = 0;
   int lastIndex = 0;
-  bool refuses = false;
+  bool failsToOpen = false;
 };
 
 class AgentTest : public testing::Test, public agent::AgentListener {
@@ -108,7 +108,7 @@ TEST_F(AgentTest, InterfaceSpeaksPimWhileItIsConfiguredAndThereAndUp) {
   EXPECT_TRUE(speaksPim("eth0"));
   platform.link("eth1", "198.51.100.9");
   agent.kernelChanged({});
-  EXPECT_FALSE(speaksPim("eth1")) << "nobody asked for it";
+  EXPECT_FALSE(speaksPim("eth1")) << "it is not configured";
   settings.interfaces["eth1"] = {};
   follow();
   EXPECT_TRUE(speaksPim("eth1"));
@@ -142,14 +142,14 @@ TEST_F(AgentTest, LinkThatWasMadeAnewUnderItsNameIsOpenedAnew) {
   EXPECT_TRUE(speaksPim("eth0"));
 }
 
-TEST_F(AgentTest, LinkThatCannotBeOpenedIsTriedAgainWhenTheKernelTellsOfAChange) {
-  platform.refuses = true;
+TEST_F(AgentTest, LinkThatCannotBeOpenedIsTriedAgainAtTheNextChangeOfTheKernel) {
+  platform.failsToOpen = true;
   platform.link("eth1", "198.51.100.9");
   settings.interfaces["eth1"] = {};
   follow();
   EXPECT_FALSE(pimIntf("eth1"));
   EXPECT_TRUE(speaksPim("eth0"));
-  platform.refuses = false;
+  platform.failsToOpen = false;
   agent.kernelChanged({});
   EXPECT_TRUE(speaksPim("eth1"));
 }
@@ -199,16 +199,16 @@ TEST_F(AgentTest, RoutesAreReadWhereTheyChanged) {
   EXPECT_EQ(rpf("10.2.0.1"), addr("192.0.2.1"));
 }
 
-TEST_F(AgentTest, FaultySettingsChangeNothing) {
-  agent::Settings faulty = settings;
-  faulty.interfaces.clear();
-  faulty.router.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {.priority = 300};
-  EXPECT_EQ(agent.settingsIs(faulty).size(), 1u);
+TEST_F(AgentTest, InvalidSettingsChangeNothing) {
+  agent::Settings invalid = settings;
+  invalid.interfaces.clear();
+  invalid.router.candidateBsrs["eth0"].groups[prefix("224.0.0.0/4")] = {.priority = 300};
+  EXPECT_EQ(agent.settingsIs(invalid).size(), 1u);
   EXPECT_EQ(agent.settings(), settings);
   EXPECT_TRUE(speaksPim("eth0"));
 }
 
-TEST_F(AgentTest, ChangesAreToldAtTheEndOfTheirEvent) {
+TEST_F(AgentTest, ChangesArePublishedAtTheEndOfTheirEvent) {
   beCandidate("eth0");
   EXPECT_THAT(kinds, ElementsAre(HistoryKind::candidateState));
   auto elected = [&] { return std::count(kinds.begin(), kinds.end(), HistoryKind::bsrElected); };
@@ -219,7 +219,7 @@ TEST_F(AgentTest, ChangesAreToldAtTheEndOfTheirEvent) {
   EXPECT_GT(agent.observed().timerLatency.count(), 0u);
 }
 
-TEST_F(AgentTest, PacketIsCountedAndARefusedOneNoted) {
+TEST_F(AgentTest, PacketIsCountedAndADroppedOneNoted) {
   std::vector<Zet::U8> packet(40);
   packet[0] = 0x45;
   packet[9] = 103;
@@ -300,7 +300,7 @@ TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {
   EXPECT_FALSE(agent.receive("eth0", packet));
 }
 
-TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnChance) {
+TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnRng) {
   std::set<Zet::U32> generations;
   for (int i = 0; i < 3; ++i) {
     agent::Agent other(clock, platform, traffic, *this);
