@@ -1,27 +1,17 @@
 #include "agent/queues/ReceiveQueues.h"
 
-#include <gmock/gmock.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
 #include <set>
 #include <vector>
 
-#include "agent/base/Loop.h"
-#include "tests/agent/NetworkLab.h"
-#include "wire/Wire.h"
+#include "tests/agent/QueueLab.h"
 
 namespace test {
 namespace {
 
 namespace agent = pimbsr::agent;
-using agent::Loop;
 using agent::LoopTimer;
 using agent::PimSocket;
 using agent::QueueKind;
@@ -31,7 +21,6 @@ using Lanet::Prefix;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Zet::U32;
-using Zet::U64;
 using Zet::U8;
 
 constexpr U8 hello = 0x20;
@@ -47,42 +36,18 @@ std::vector<IpAddr> addressesFrom(U32 first, U32 count) {
   return addresses;
 }
 
-/// A PIM packet with a number of four bytes after its header.
 std::vector<U8> packetOf(IpAddr source, U8 type, U32 number) {
-  std::vector<U8> payload = {type, 0, 0, 0, 0, 0, 0, 0};
-  std::memcpy(payload.data() + 4, &number, sizeof number);
-  std::vector<U8> bytes;
-  EXPECT_TRUE(pimbsr::wire::encodeIpv4(
-      {.source = source, .destination = IpAddr::fromHost(0xe000000d), .ttl = 1}, payload, bytes));
-  return bytes;
+  return numberedPacket({.source = source, .destination = IpAddr::fromHost(0xe000000d), .ttl = 1}, type,
+                        number);
 }
 
-U32 numberOf(std::span<U8 const> packet) {
-  U32 number = 0;
-  std::memcpy(&number, packet.data() + 24, sizeof number);
-  return number;
-}
-
-/// Two systems on one link: what the far one sends goes to the queues of the near one, 10.0.1.254/23.
-class ReceiveQueuesTest : public NetworkTest {
+class ReceiveQueuesTest : public QueueLab {
  protected:
   void SetUp() override {
-    NetworkTest::SetUp();
+    QueueLab::SetUp();
     if (HasFatalFailure() || IsSkipped()) return;
-    near = std::make_unique<NetworkNamespace>();
-    far = std::make_unique<NetworkNamespace>();
-    {
-      Inside inside(*far);
-      ipAll({"link add name far index 8 type veth peer name near index 9 netns " + near->path(),
-             "link set far up", "address add 10.0.1.253/23 dev far"});
-    }
     Inside inside(*near);
-    ipAll({"link set near up", "address add 10.0.1.254/23 dev near"});
-    for (char const* name : {"all", "near"}) setting("ipv4/conf/" + std::string(name) + "/rp_filter", "0");
-    awaitRunning("near");
     queues = openQueues();
-    Inside outside(*far);
-    sender = std::make_unique<PimSocket>("far", 8);
   }
   void TearDown() override { queues = nullptr; }
 
@@ -102,12 +67,6 @@ class ReceiveQueuesTest : public NetworkTest {
     ASSERT_TRUE(sender->send(packetOf(source, type, number))) << sender->lastError();
   }
 
-  void run(double seconds) {
-    Inside inside(*near);
-    LoopTimer end(loop, [this] { loop.stop(); });
-    end.startIn(seconds);
-    loop.run();
-  }
   void settle() {
     for (int i = 0; i < 100 && !queues->isSettled(); ++i) run(0.05);
     EXPECT_TRUE(queues->isSettled());
@@ -121,16 +80,9 @@ class ReceiveQueuesTest : public NetworkTest {
 
   Prefix const subnet = Prefix::parse("10.0.0.0/23");
   Prefix const wideSubnet = Prefix::parse("10.0.0.0/16");
-  Loop loop;
   agent::NeighborQueueBudget budget;
-  std::vector<IpAddr> known;  ///< addresses of neighbors
-  int walks = 0;              ///< of these addresses
-  std::vector<U32> taken;
   std::function<bool(U32)> onPacket;
-  std::unique_ptr<NetworkNamespace> near;
-  std::unique_ptr<NetworkNamespace> far;
   std::unique_ptr<ReceiveQueues> queues;
-  std::unique_ptr<PimSocket> sender;
 };
 
 TEST_F(ReceiveQueuesTest, PacketsAreServedInTheOrderOfTheirArrival) {
@@ -280,23 +232,9 @@ TEST_F(ReceiveQueuesTest, NeighborsThatShareMoveToQueuesThatAnotherInterfaceLeav
   EXPECT_EQ(budget.left, 0u);
 }
 
-/// Lets this process open no file for a while; those that are open stay.
-void openNoFileFor(double seconds, Loop& loop, std::function<void()> const& act) {
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit none = {.rlim_cur = 3, .rlim_max = before.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-  LoopTimer end(loop, [&loop] { loop.stop(); });
-  end.startIn(seconds);
-  act();
-  loop.run();
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-}
-
-TEST_F(ReceiveQueuesTest, QueueThatTheKernelRefusedIsTriedAgain) {
-  Inside inside(*near);
+TEST_F(ReceiveQueuesTest, FailedStepIsRepeated) {
   known = {address(1)};
-  openNoFileFor(0.3, loop, [this] { queues->neighborsChanged(); });
+  runWithoutFiles(0.3, [this] { queues->neighborsChanged(); });
   EXPECT_EQ(walks, 1);
   EXPECT_EQ(queues->counts().count(QueueKind::neighbor), 0u);
   EXPECT_EQ(queues->counts().count(QueueKind::shared), 0u);
@@ -330,17 +268,11 @@ TEST_F(ReceiveQueuesTest, ChangesThatComeFastAreMadeTogether) {
   EXPECT_EQ(queues->counts()[QueueKind::neighbor], (agent::QueueCounts{.queues = 1, .received = 1}));
 }
 
-/// A number that a child process sees, too.
-struct Progress {
-  std::atomic<U32> taken = 0;
-  std::atomic<bool> isOver = false;
-};
-
 /// Sends numbered packets of many senders as fast as they are taken; no more wait than a buffer holds.
-U32 sendNumbered(PimSocket& sender, Progress const& progress) {
+U32 sendNumbered(PimSocket& sender, SharedProgress const& progress) {
   U32 number = 0;
-  while (!progress.isOver) {
-    if (number - progress.taken > 250) continue;
+  while (!progress->isOver) {
+    if (number - progress->taken > 250) continue;
     U32 from = number % 41;
     IpAddr source = from == 40 ? stranger(1) : address(from);
     sender.send(packetOf(source, number % 3 == 0 ? hello : bootstrap, number));
@@ -350,11 +282,9 @@ U32 sendNumbered(PimSocket& sender, Progress const& progress) {
 }
 
 TEST_F(ReceiveQueuesTest, EachPacketIsTakenOnceWhileNeighborsAndSubnetsChange) {
-  void* room = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(room, MAP_FAILED);
-  auto* progress = new (room) Progress;
+  SharedProgress progress;
   budget.left = 15;  // of forty; the others share a queue, and move when a place is free
-  onPacket = [progress](U32) {
+  onPacket = [&progress](U32) {
     ++progress->taken;
     return true;
   };
@@ -372,7 +302,7 @@ TEST_F(ReceiveQueuesTest, EachPacketIsTakenOnceWhileNeighborsAndSubnetsChange) {
     change.startIn(0.02);
   });
   {
-    Meanwhile sending([&] { sendNumbered(*sender, *progress); });
+    Meanwhile sending([&] { sendNumbered(*sender, progress); });
     change.startIn(0);
     run(4);
     change.stop();
@@ -380,17 +310,13 @@ TEST_F(ReceiveQueuesTest, EachPacketIsTakenOnceWhileNeighborsAndSubnetsChange) {
   }
   meet({});
   run(0.2);
-  std::vector<int> copies(*std::max_element(taken.begin(), taken.end()) + 1);
-  for (U32 number : taken) ++copies[number];
+  std::size_t const packets = expectTakenOnce();
   EXPECT_GT(changes, 300);
-  EXPECT_GT(copies.size(), 5000u);
-  EXPECT_EQ(std::count(copies.begin(), copies.end(), 0), 0) << "of " << copies.size() << " were lost";
-  EXPECT_EQ(std::count_if(copies.begin(), copies.end(), [](int n) { return n > 1; }), 0) << "were doubled";
+  EXPECT_GT(packets, 5000u);
   auto counts = queues->counts();
   for (auto const& [kind, count] : counts) EXPECT_EQ(count.lost, 0u) << static_cast<int>(kind);
-  EXPECT_GT(counts[QueueKind::neighbor].received, copies.size() / 20);
-  EXPECT_GT(counts[QueueKind::shared].received, copies.size() / 100);
-  munmap(room, sizeof(Progress));
+  EXPECT_GT(counts[QueueKind::neighbor].received, packets / 20);
+  EXPECT_GT(counts[QueueKind::shared].received, packets / 100);
 }
 
 }  // namespace

@@ -1,26 +1,17 @@
 #include "agent/queues/UnicastQueues.h"
 
-#include <gmock/gmock.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
-
-#include <atomic>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <random>
 #include <set>
 #include <vector>
 
-#include "agent/base/Loop.h"
-#include "tests/agent/NetworkLab.h"
-#include "wire/Wire.h"
+#include "tests/agent/QueueLab.h"
 
 namespace test {
 namespace {
 
 namespace agent = pimbsr::agent;
-using agent::Loop;
 using agent::LoopTimer;
 using agent::PimSocket;
 using agent::QueueCounts;
@@ -40,38 +31,28 @@ std::vector<IpAddr> candidatesFrom(U32 first, U32 count) {
   return addresses;
 }
 
-/// An advertisement with a number of four bytes after its header.
+/// A Candidate-RP-Advertisement.
 std::vector<U8> packetOf(IpAddr source, U32 number) {
-  std::vector<U8> payload = {0x28, 0, 0, 0, 0, 0, 0, 0};
-  std::memcpy(payload.data() + 4, &number, sizeof number);
-  std::vector<U8> bytes;
-  EXPECT_TRUE(pimbsr::wire::encodeIpv4({.source = source, .destination = here, .ttl = 64}, payload, bytes));
-  return bytes;
+  return numberedPacket({.source = source, .destination = here, .ttl = 64}, 0x28, number);
 }
 
-U32 numberOf(std::span<U8 const> packet) {
-  U32 number = 0;
-  std::memcpy(&number, packet.data() + 24, sizeof number);
-  return number;
-}
-
-/// Two systems on one link: what the far one sends to 10.0.1.254 goes to the queues of the near one.
-class UnicastQueuesTest : public NetworkTest {
+class UnicastQueuesTest : public QueueLab {
  protected:
   void SetUp() override {
-    NetworkTest::SetUp();
+    QueueLab::SetUp();
     if (HasFatalFailure() || IsSkipped()) return;
-    near = std::make_unique<NetworkNamespace>();
-    far = std::make_unique<NetworkNamespace>();
-    {
-      Inside inside(*far);
-      ipAll({"link add name far index 8 type veth peer name near index 9 netns " + near->path(),
-             "link set far up", "address add 10.0.1.253/24 dev far"});
-    }
+    openQueues();
+    send(candidate(0), 0);  // the first packet waits until the link address of 10.0.1.254 is known
+    for (int i = 0; i < 50 && taken.empty(); ++i) run(0.1);
+    ASSERT_THAT(taken, ElementsAre(0));
+    taken.clear();
+    queues->clearCounts();
+  }
+  void TearDown() override { queues = nullptr; }
+
+  void openQueues() {
     Inside inside(*near);
-    ipAll({"link set near up", "address add 10.0.1.254/24 dev near", "route add default dev near"});
-    for (char const* name : {"all", "near"}) setting("ipv4/conf/" + std::string(name) + "/rp_filter", "0");
-    awaitRunning("near");
+    ip("route add default dev near");
     auto deliver = [this](agent::Received const& received) {
       taken.push_back(numberOf(received.packet));
       if (onPacket) onPacket();
@@ -81,24 +62,9 @@ class UnicastQueuesTest : public NetworkTest {
       return known;
     };
     queues = std::make_unique<UnicastQueues>(loop, deliver, senders);
-    Inside outside(*far);
-    sender = std::make_unique<PimSocket>("far", 8);
-    send(candidate(0), 0);  // the first packet waits until the link address of 10.0.1.254 is known
-    for (int i = 0; i < 50 && taken.empty(); ++i) run(0.1);
-    ASSERT_THAT(taken, ElementsAre(0));
-    taken.clear();
-    queues->clearCounts();
   }
-  void TearDown() override { queues = nullptr; }
-
   void send(IpAddr source, U32 number) {
     ASSERT_TRUE(sender->send(packetOf(source, number))) << sender->lastError();
-  }
-  void run(double seconds) {
-    Inside inside(*near);
-    LoopTimer end(loop, [this] { loop.stop(); });
-    end.startIn(seconds);
-    loop.run();
   }
   /// Makes these the senders of accepted advertisements.
   void accept(std::vector<IpAddr> const& addresses) {
@@ -108,15 +74,8 @@ class UnicastQueuesTest : public NetworkTest {
     EXPECT_TRUE(queues->isSettled());
   }
 
-  Loop loop;
-  std::vector<IpAddr> known;  ///< senders of accepted advertisements
-  int walks = 0;              ///< of these
-  std::vector<U32> taken;
   std::function<void()> onPacket;
-  std::unique_ptr<NetworkNamespace> near;
-  std::unique_ptr<NetworkNamespace> far;
   std::unique_ptr<UnicastQueues> queues;
-  std::unique_ptr<PimSocket> sender;
 };
 
 TEST_F(UnicastQueuesTest, KnownSendersHaveAQueueAndPacketsOfBothAreServedInTheOrderOfTheirArrival) {
@@ -184,44 +143,27 @@ TEST_F(UnicastQueuesTest, ManyChangesWithinOneStepWalkTheSendersOnce) {
   EXPECT_EQ(walks, 1);
 }
 
-TEST_F(UnicastQueuesTest, QueueThatTheKernelRefusedIsTriedAgain) {
-  Inside inside(*near);
+TEST_F(UnicastQueuesTest, FailedStepIsRepeated) {
   known = {candidate(1)};
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  rlimit none = {.rlim_cur = 3, .rlim_max = before.rlim_max};
-  LoopTimer end(loop, [this] { loop.stop(); });
-  end.startIn(0.3);
-  queues->sendersChanged();
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-  loop.run();
-  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  runWithoutFiles(0.3, [this] { queues->sendersChanged(); });
   EXPECT_FALSE(queues->counts().contains(QueueKind::advertiser));
   run(2 * UnicastQueues::retryTime);
   EXPECT_TRUE(queues->isSettled());
   EXPECT_EQ(queues->counts()[QueueKind::advertiser].queues, 1u);
 }
 
-/// A number that a child process sees, too.
-struct Progress {
-  std::atomic<U32> taken = 0;
-  std::atomic<bool> isOver = false;
-};
-
 /// Sends numbered packets of many senders as fast as they are taken; no more wait than a buffer holds.
-void sendNumbered(PimSocket& sender, Progress const& progress) {
-  for (U32 number = 0; !progress.isOver;) {
-    if (number - progress.taken > 250) continue;
+void sendNumbered(PimSocket& sender, SharedProgress const& progress) {
+  for (U32 number = 0; !progress->isOver;) {
+    if (number - progress->taken > 250) continue;
     sender.send(packetOf(candidate(number % 40), number));
     ++number;
   }
 }
 
 TEST_F(UnicastQueuesTest, EachPacketIsTakenOnceWhileSendersChange) {
-  void* room = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(room, MAP_FAILED);
-  auto* progress = new (room) Progress;
-  onPacket = [progress] { ++progress->taken; };
+  SharedProgress progress;
+  onPacket = [&progress] { ++progress->taken; };
   std::mt19937 random(7);
   std::set<IpAddr> present;
   int changes = 0;
@@ -236,7 +178,7 @@ TEST_F(UnicastQueuesTest, EachPacketIsTakenOnceWhileSendersChange) {
     change.startIn(0.02);
   });
   {
-    Meanwhile sending([&] { sendNumbered(*sender, *progress); });
+    Meanwhile sending([&] { sendNumbered(*sender, progress); });
     change.startIn(0);
     run(4);
     change.stop();
@@ -244,16 +186,12 @@ TEST_F(UnicastQueuesTest, EachPacketIsTakenOnceWhileSendersChange) {
   }
   accept({});
   run(0.2);
-  std::vector<int> copies(*std::max_element(taken.begin(), taken.end()) + 1);
-  for (U32 number : taken) ++copies[number];
+  std::size_t const packets = expectTakenOnce();
   EXPECT_GT(changes, 100);
-  EXPECT_GT(copies.size(), 5000u);
-  EXPECT_EQ(std::count(copies.begin(), copies.end(), 0), 0) << "of " << copies.size() << " were lost";
-  EXPECT_EQ(std::count_if(copies.begin(), copies.end(), [](int n) { return n > 1; }), 0) << "were doubled";
+  EXPECT_GT(packets, 5000u);
   auto counts = queues->counts();
   for (auto const& [kind, count] : counts) EXPECT_EQ(count.lost, 0u) << static_cast<int>(kind);
-  EXPECT_GT(counts[QueueKind::advertiser].received, copies.size() / 20);
-  munmap(room, sizeof(Progress));
+  EXPECT_GT(counts[QueueKind::advertiser].received, packets / 20);
 }
 
 }  // namespace
