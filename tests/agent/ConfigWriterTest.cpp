@@ -211,8 +211,8 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
   EXPECT_EQ(
       json["limits"].dump(),
       R"({"packetsPerSecond":1000,"hellosPerSecond":200,"advertisementsPerSecond":1000,)"
-      R"("neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,"bsmBytes":16384,"rps":20000,"rangesPerZone":4096,)"
-      R"("rpsPerRange":255,"rpsPerSender":64,"rangesPerSender":1024})");
+      R"("neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,"bsmBytes":16384,"rps":20000,)"
+      R"("rangesPerZone":4096,"rpsPerRange":255,"rpsPerSender":64,"rangesPerSender":1024})");
   EXPECT_EQ(json["controlSocket"], "/run/pimbsr/control.sock");
   EXPECT_EQ(json["readOnlySocket"], "/run/pimbsr/control-read-only.sock");
   EXPECT_EQ(json["readOnlyGroup"], "");
