@@ -34,6 +34,7 @@ struct ControlLimits {
   std::size_t watchBacklog = 256 * 1024;        ///< bytes that may wait for a watcher before it is dropped
   std::size_t acceptsPerTurn = 64;              ///< new connections in one turn of the loop
   std::chrono::milliseconds answersPerTurn{5};  ///< of one turn, after which no further answer is begun
+  unsigned restFactor = 4;                      ///< times of a longer answer for which its user gets no other
   std::chrono::milliseconds silence{10000};     ///< for a whole request to come, from the last answer on
   std::chrono::milliseconds answerTime{10000};  ///< for an answer to be read
   std::chrono::milliseconds unreadGrace{1000};  ///< for which an unread connection doesn't give way

@@ -24,7 +24,8 @@ ControlServer::ControlServer(uv_loop_t* loop, ControlEndpoint endpoint, RequestH
       socket_(std::make_unique<ControlSocket>(endpoint_.path, endpoint_.group)),
       poll_(makePoll(loop, socket_->fd(), this)),
       pause_(makeTimer(loop, this)),
-      answers_(makeIdle(loop, this)) {
+      answers_(makeIdle(loop, this)),
+      rest_(makeTimer(loop, this)) {
   listen();
 }
 
@@ -37,6 +38,7 @@ void ControlServer::close() {
   poll_.reset();
   pause_.reset();
   answers_.reset();
+  rest_.reset();
   socket_.reset();
 }
 
@@ -216,36 +218,74 @@ bool ControlServer::makePlaceFor(uid_t user) {
 
 // Answering -------------------------------------------------------------------------------------------------
 
+static U64 nanoseconds(std::chrono::milliseconds time) { return static_cast<U64>(time.count()) * 1'000'000; }
+
 U64 ControlServer::asks() {
-  auto call = [](uv_idle_t* idle) { static_cast<ControlServer*>(idle->data)->answerSome(); };
-  uv_idle_start(answers_.get(), call);
+  answerInTurns();
   return ++tickets_;
 }
 
+void ControlServer::answerInTurns() {
+  auto call = [](uv_idle_t* idle) { static_cast<ControlServer*>(idle->data)->answerSome(); };
+  uv_idle_start(answers_.get(), call);
+}
+
 /// Users take turns, so that one who asks much delays another by one answer at most; then who asked first.
-ControlConnection* ControlServer::nextAsking(U64 lastTicket) const {
+ControlConnection* ControlServer::nextAsking(U64 lastTicket, U64 now) const {
   ControlConnection* found = nullptr;
   auto rank = [&](ControlConnection const& each) {
     return std::pair(users_.at(each.user()).lastAnswer, each.ticket());
   };
   for (auto const& each : connections_) {
-    if (each->ticket() == 0 || each->ticket() > lastTicket) continue;
+    if (each->ticket() == 0 || each->ticket() > lastTicket || isResting(each->user(), now)) continue;
     if (found == nullptr || rank(*each) < rank(*found)) found = each.get();
   }
   return found;
 }
 
+bool ControlServer::isResting(uid_t user, U64 now) const {
+  auto rest = rests_.find(user);
+  return rest != rests_.end() && now < rest->second;
+}
+
 /// One answer at least, and each connection one at most.
 void ControlServer::answerSome() {
   U64 const lastTicket = tickets_, start = uv_hrtime();
-  U64 const budget = static_cast<U64>(limits_.answersPerTurn.count()) * 1'000'000;
+  std::erase_if(rests_, [&](auto const& rest) { return rest.second <= start; });
   do {
-    ControlConnection* next = nextAsking(lastTicket);
+    ControlConnection* next = nextAsking(lastTicket, uv_hrtime());
     if (next == nullptr) break;
-    users_.at(next->user()).lastAnswer = ++answered_;
-    next->answer();
-  } while (uv_hrtime() - start < budget);
-  if (nextAsking(tickets_) == nullptr) uv_idle_stop(answers_.get());
+    answer(*next);
+  } while (uv_hrtime() - start < nanoseconds(limits_.answersPerTurn));
+  U64 const now = uv_hrtime();
+  if (nextAsking(tickets_, now) != nullptr) return;
+  uv_idle_stop(answers_.get());
+  waitForRests(now);
+}
+
+/// A long answer, such as one of thousands of RPs, holds the timers up. So its user gets the next one after a
+/// rest, and a client that asks again at once has a share of the loop and not all of it.
+void ControlServer::answer(ControlConnection& connection) {
+  uid_t const user = connection.user();
+  users_.at(user).lastAnswer = ++answered_;
+  U64 const start = uv_hrtime();
+  connection.answer();
+  U64 const end = uv_hrtime();
+  if (end - start > nanoseconds(limits_.answersPerTurn))
+    rests_[user] = end + limits_.restFactor * (end - start);
+}
+
+void ControlServer::waitForRests(U64 now) {
+  U64 first = 0;
+  for (auto const& each : connections_) {
+    if (each->ticket() == 0) continue;
+    U64 const end = rests_.at(each->user());
+    if (first == 0 || end < first) first = end;
+  }
+  if (first == 0) return;
+  constexpr U64 perMillisecond = 1'000'000;
+  auto call = [](uv_timer_t* timer) { static_cast<ControlServer*>(timer->data)->answerInTurns(); };
+  uv_timer_start(rest_.get(), call, (first - now) / perMillisecond + 1, 0);
 }
 
 std::string ControlServer::watchError(uid_t user) const {

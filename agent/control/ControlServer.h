@@ -86,8 +86,12 @@ class ControlServer final : private ConnectionOwner {
   void listen();
   void pause();
 
+  void answerInTurns();
   void answerSome();
-  ControlConnection* nextAsking(Zet::U64 lastTicket) const;
+  void answer(ControlConnection& connection);
+  bool isResting(uid_t user, Zet::U64 now) const;
+  void waitForRests(Zet::U64 now);
+  ControlConnection* nextAsking(Zet::U64 lastTicket, Zet::U64 now) const;
   nlohmann::ordered_json resultOf(Request const& request);
   std::string shareError(ControlConnection const& connection, Request const& request) const;
   std::string watchError(uid_t user) const;
@@ -102,9 +106,12 @@ class ControlServer final : private ConnectionOwner {
   std::unique_ptr<ControlSocket> socket_;  ///< null once closed
   UvHandle<uv_poll_t> poll_;               ///< closed before the socket
   UvHandle<uv_timer_t> pause_;
-  UvHandle<uv_idle_t> answers_;  ///< runs while a connection asks
+  UvHandle<uv_idle_t> answers_;  ///< runs while a connection asks whose user doesn't rest
+  UvHandle<uv_timer_t> rest_;    ///< runs while all that ask belong to users that rest
   std::vector<std::unique_ptr<ControlConnection>> connections_;
   std::map<uid_t, User> users_;
+  /// Users that rest after a long answer, with or without a connection, and until when by uv_hrtime().
+  std::map<uid_t, Zet::U64> rests_;
   Zet::U64 tickets_ = 0;
   Zet::U64 answered_ = 0;
   bool answering_ = false;
