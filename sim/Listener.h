@@ -26,7 +26,9 @@ enum Kind : U32 {
   neighbors = 64,  ///< neighbors, and who is the Designated Router
   states = 128,    ///< states of the election at a candidate
   losses = 256,    ///< packets that did not arrive
-  commands = 512   ///< statements that change the network once it runs
+  commands = 512,  ///< statements that change the network once it runs
+  /// routers that start and end, links that go up and down
+  availability = 1024
 };
 using Kinds = U32;
 
@@ -47,6 +49,12 @@ class Listener {
   /// The candidate machine of a zone is in another state than after the event before.
   virtual void onState(Node const&, Lanet::IpGenPrefix const& /*zone*/,
                        Routing::Pim::Bsr::BsrCandidateState) {}
+  /// The candidate machine of a zone was removed while its router runs on.
+  virtual void onStateEnd(Node const&, Lanet::IpGenPrefix const& /*zone*/) {}
+  /// A router starts, is made without a start, or has ended: then it has lost all that it had learned.
+  virtual void onRunning(Node const&, bool /*running*/) {}
+  /// A link is made, which is up then, goes down or comes up.
+  virtual void onLink(Network const&, U32 /*link*/, bool /*up*/) {}
   /// A packet that did not get along a link, or that a router could not put on one; null where it was not
   /// lost there.
   virtual void onLoss(Network const&, Link const*, Node const*, Loss, Bytes) {}

@@ -37,6 +37,7 @@ Network::~Network() {
 
 U32 Network::addLink(LinkOptions const& options) {
   links_.push_back({.options = options});
+  if (Listener* listener = listenerFor(availability)) listener->onLink(*this, linkCount() - 1, true);
   topologyChanged();
   return linkCount() - 1;
 }
@@ -44,7 +45,12 @@ U32 Network::addLink(LinkOptions const& options) {
 U32 Network::addNode(NodeOptions const& options, bool started) {
   U32 number = nodeCount();
   nodes_.emplace_back(*this, *this, number, options);
-  if (started) nodes_.back().start();
+  Node& node = nodes_.back();
+  if (started) {
+    node.start();
+  } else if (Listener* listener = listenerFor(availability)) {
+    listener->onRunning(node, false);
+  }
   return number;
 }
 
@@ -60,6 +66,7 @@ void Network::linkUpIs(U32 number, bool up) {
   Link& link = links_[number];
   if (link.up == up) return;
   link.up = up;
+  if (Listener* listener = listenerFor(availability)) listener->onLink(*this, number, up);
   for (Attachment const& at : link.attached) nodes_[at.node].linkUpIs(at.intf, up);
   topologyChanged();
 }
@@ -193,7 +200,7 @@ bool Network::putOnLink(Node& node, U32 intf, Bytes packet, IpAddr nextHop) {
 
 /// Puts a packet on its way to all on a link but its sender, or to the one that has an address there.
 void Network::deliver(U32 number, Bytes packet, IpAddr nextHop, U32 sender) {
-  if (tap_ != nullptr) tap_->onPacket(number, now_, packet);
+  for (Tap* tap : taps_) tap->onPacket(number, now_, packet);
   Link& link = links_[number];
   PacketPool::Handle handle = packets_.add(packet);
   bool reached = nextHop.isMulticast();

@@ -73,7 +73,10 @@ class Network final : public Medium {
   /// Sets the listener and the kinds of events that it receives; null for none. The listener outlives the
   /// network or is removed before.
   void listenerIs(Listener* listener, Kinds kinds);
-  void tapIs(Tap* tap) { tap_ = tap; }
+  /// Adds a tap, which receives packets after those added before. It outlives the network or is removed
+  /// before.
+  void tapAdd(Tap* tap) { taps_.push_back(tap); }
+  void tapDel(Tap* tap) { std::erase(taps_, tap); }
 
   /// Resets the packet counts of routers; of all if none is given.
   void packetCountsClear(std::span<U32 const> nodes);
@@ -116,7 +119,7 @@ class Network final : public Medium {
   double convergesAt_ = Kiv::never;
   bool newDestinations_ = false;
   std::vector<U8> forwarded_;
-  Tap* tap_ = nullptr;
+  std::vector<Tap*> taps_;
 };
 
 }  // namespace pimbsr::sim

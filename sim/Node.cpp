@@ -95,7 +95,11 @@ void Node::report() {
 
 void Node::reportStates() {
   Listener* listener = medium_.listenerFor(states);
-  std::erase_if(states_, [&](auto const& entry) { return !router_->root()->candidateSm(entry.first); });
+  std::erase_if(states_, [&](auto const& entry) {
+    bool isGone = !router_->root()->candidateSm(entry.first);
+    if (isGone && listener != nullptr) listener->onStateEnd(*this, entry.first);
+    return isGone;
+  });
   for (auto at = router_->root()->candidateSmIterator(); at; ++at) {
     auto [entry, isNew] = states_.try_emplace(at.key(), at->state());
     if (!isNew && entry->second == at->state()) continue;
@@ -153,6 +157,7 @@ void Node::start() {
   context_.nowIs(localTime(medium_.now()));
   router_ = std::make_unique<host::Router>(context_, *this, options);
   observe();
+  if (Listener* listener = medium_.listenerFor(availability)) listener->onRunning(*this, true);
   call([&] { build(); });
   medium_.topologyChanged();
 }
@@ -192,6 +197,7 @@ void Node::end() {
   router_ = nullptr;
   tree_ = nullptr;
   states_.clear();
+  if (Listener* listener = medium_.listenerFor(availability)) listener->onRunning(*this, false);
   medium_.routesForget(id_);
   medium_.wakeupIs(*this, Kiv::never);
 }

@@ -7,14 +7,23 @@ using Lanet::IpGenAddr;
 
 Simulation::Simulation(U64 seed, Report& report, Kinds kinds) : report_(report), network_(seed) {
   kindsIs(kinds);
+  report_.onStart(*this);
 }
 
 Simulation::~Simulation() { network_.listenerIs(nullptr, 0); }
 
 void Simulation::kindsIs(Kinds kinds) {
   kinds_ = kinds;
-  network_.listenerIs(this, kinds);
+  listen();
 }
+
+void Simulation::recorderIs(Listener* recorder, Kinds kinds) {
+  recorder_ = recorder;
+  recorded_ = recorder == nullptr ? 0 : kinds;
+  listen();
+}
+
+void Simulation::listen() { network_.listenerIs(this, kinds_ | recorded_); }
 
 // Statements ------------------------------------------------------------------------------------------
 
@@ -172,7 +181,15 @@ void Simulation::end() { report_.onEnd(network_); }
 
 // Events ----------------------------------------------------------------------------------------------
 
+/// Calls the recorder and the report, each if it wants one of these kinds.
+template <class Call>
+void Simulation::forward(Kinds kinds, Call const& call) {
+  if ((recorded_ & kinds) != 0) call(*recorder_);
+  if ((kinds_ & kinds) != 0) call(report_);
+}
+
 void Simulation::onChanges(Node const& node, std::span<host::Change const> changes) {
+  if ((recorded_ & (elections | rps)) != 0) recorder_->onChanges(node, changes);
   auto isElection = [](host::Change const& change) { return change.rp.address.isEmpty(); };
   bool all = (kinds_ & elections) != 0 && (kinds_ & rps) != 0;
   if (all) return report_.onChanges(node, changes);
@@ -184,6 +201,9 @@ void Simulation::onChanges(Node const& node, std::span<host::Change const> chang
 }
 
 void Simulation::onReception(Node const& node, NodeInterface const& intf, Reception const& reception) {
+  Kinds kinds = reception.accepted() ? received : drops | repeats;
+  if ((recorded_ & kinds) != 0) recorder_->onReception(node, intf, reception);
+  if ((kinds_ & kinds) == 0) return;
   if (!reception.accepted()) {
     Drop drop(node.id(), reception.reason, reception.source);
     bool isNew = !reported_.contains(drop);
@@ -194,24 +214,36 @@ void Simulation::onReception(Node const& node, NodeInterface const& intf, Recept
 }
 
 void Simulation::onSent(Node const& node, NodeInterface const& intf, Bytes packet) {
-  report_.onSent(node, intf, packet);
+  forward(sent, [&](Listener& to) { to.onSent(node, intf, packet); });
 }
 
 void Simulation::onNeighbor(Node const& node, NodeInterface const& intf, IpGenAddr const& neighbor, bool up) {
-  report_.onNeighbor(node, intf, neighbor, up);
+  forward(neighbors, [&](Listener& to) { to.onNeighbor(node, intf, neighbor, up); });
 }
 
 void Simulation::onDr(Node const& node, NodeInterface const& intf, IpGenAddr const& dr) {
-  report_.onDr(node, intf, dr);
+  forward(neighbors, [&](Listener& to) { to.onDr(node, intf, dr); });
 }
 
 void Simulation::onState(Node const& node, Lanet::IpGenPrefix const& zone,
                          Routing::Pim::Bsr::BsrCandidateState state) {
-  report_.onState(node, zone, state);
+  forward(states, [&](Listener& to) { to.onState(node, zone, state); });
+}
+
+void Simulation::onStateEnd(Node const& node, Lanet::IpGenPrefix const& zone) {
+  forward(states, [&](Listener& to) { to.onStateEnd(node, zone); });
+}
+
+void Simulation::onRunning(Node const& node, bool running) {
+  forward(availability, [&](Listener& to) { to.onRunning(node, running); });
+}
+
+void Simulation::onLink(Network const& network, U32 link, bool up) {
+  forward(availability, [&](Listener& to) { to.onLink(network, link, up); });
 }
 
 void Simulation::onLoss(Network const& network, Link const* link, Node const* node, Loss loss, Bytes packet) {
-  report_.onLoss(network, link, node, loss, packet);
+  forward(losses, [&](Listener& to) { to.onLoss(network, link, node, loss, packet); });
 }
 
 void Simulation::onTrace(Node const& node, Zet::TraceLine const& line) { report_.onTrace(node, line); }

@@ -11,10 +11,14 @@
 
 namespace pimbsr::sim {
 
+class Simulation;
+
 /// Receives the events of a simulation, as far as the scenario lets them be reported, and what it is to
 /// show.
 class Report : public Listener {
  public:
+  /// The simulation before its first statement, for the report to add recorders and taps to it.
+  virtual void onStart(Simulation&) {}
   /// A statement that changes the network once it runs.
   virtual void onCommand(Network const&, Statement const&) {}
   virtual void onShow(Network const&, Show const&) {}
@@ -30,6 +34,10 @@ class Simulation final : private Listener {
   /// The report outlives the simulation. `kinds` is what is reported at first.
   Simulation(U64 seed, Report& report, Kinds kinds = usualKinds);
   ~Simulation() override;
+
+  /// Sets a listener to all events of the kinds given, whatever the scenario reports; null for none. It
+  /// outlives the simulation.
+  void recorderIs(Listener* recorder, Kinds kinds);
 
   /// Reads and carries out statements; may be called again and again. All are read before the first is
   /// carried out. Throws ScenarioError for what can't be read, and then nothing is carried out; and for an
@@ -50,6 +58,9 @@ class Simulation final : private Listener {
   void carryOut(Statement const& statement);
   void runTo(double time);
   void kindsIs(Kinds kinds);
+  void listen();
+  template <class Call>
+  void forward(Kinds kinds, Call const& call);
   void onChanges(Node const& node, std::span<host::Change const> changes) override;
   void onReception(Node const& node, NodeInterface const& intf, host::Reception const& reception) override;
   void onSent(Node const& node, NodeInterface const& intf, Bytes packet) override;
@@ -58,6 +69,9 @@ class Simulation final : private Listener {
   void onDr(Node const& node, NodeInterface const& intf, Lanet::IpGenAddr const& dr) override;
   void onState(Node const& node, Lanet::IpGenPrefix const& zone,
                Routing::Pim::Bsr::BsrCandidateState state) override;
+  void onStateEnd(Node const& node, Lanet::IpGenPrefix const& zone) override;
+  void onRunning(Node const& node, bool running) override;
+  void onLink(Network const& network, U32 link, bool up) override;
   void onLoss(Network const& network, Link const* link, Node const* node, Loss loss, Bytes packet) override;
   void onTrace(Node const& node, Zet::TraceLine const& line) override;
   void onLog(Node const& node, Zet::LogHandle const& handle, std::string const& text) override;
@@ -67,6 +81,8 @@ class Simulation final : private Listener {
 
   Report& report_;
   Kinds kinds_;
+  Listener* recorder_ = nullptr;
+  Kinds recorded_ = 0;
   std::set<Drop> reported_;
   ScenarioParser parser_;
   std::string file_;  ///< of the text read last

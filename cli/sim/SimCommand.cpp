@@ -46,7 +46,7 @@ static void play(SimOptions const& options, std::ostream& out, std::ostream& err
   std::optional<sim::PcapWriter> captures;
   if (!options.pcapFolder.empty()) {
     captures.emplace(options.pcapFolder, simulation.network());
-    simulation.network().tapIs(&*captures);
+    simulation.network().tapAdd(&*captures);
   }
   simulation.execute(text, options.file);
   simulation.end();

@@ -122,9 +122,9 @@ TEST(LinkTest, EngineKeepsBelowTheMtuByItself) {
   for (int i = 0; i < 30; ++i) text += fmt::format(" 239.{}.0.0/16", i);
   Script script(text, 1, heard);
   TapRecorder tap;
-  script.simulation.network().tapIs(&tap);
+  script.simulation.network().tapAdd(&tap);
   script.simulation.execute("run 200");
-  script.simulation.network().tapIs(nullptr);
+  script.simulation.network().tapDel(&tap);
   EXPECT_EQ(script.diary.count("too big"), 0);
   std::size_t longest = 0;
   for (auto const& packet : tap.packets) longest = std::max(longest, packet.bytes.size());
@@ -138,9 +138,9 @@ TEST(LinkTest, EngineKeepsBelowTheMtuByItself) {
 TEST(UnicastTest, APacketGoesHopByHopWithItsTimeToLiveCountedDown) {
   Script script(row(4) + "candidate-bsr r4 global\nrun 6", 1, heard);
   TapRecorder tap;
-  script.simulation.network().tapIs(&tap);
+  script.simulation.network().tapAdd(&tap);
   script.simulation.execute("inject l1 crp-adv from 10.1.0.99 to 10.0.0.4 group 239.1.0.0/16\nrun 0.5");
-  script.simulation.network().tapIs(nullptr);
+  script.simulation.network().tapDel(&tap);
   EXPECT_THAT(script.diary.lines, Contains("6.004 r4 adv from 10.1.0.99 accepted"));
   std::vector<std::pair<U32, int>> hops;
   for (auto const& packet : tap.packets) {
@@ -194,9 +194,9 @@ TEST(UnicastTest, RoutesTakeTheLowestOfEqualNeighborsAndGoRoundABrokenLink) {
   Script script(diamond() + "run 10\n", 1, drops | repeats);
   auto advTravels = [&] {
     TapRecorder tap;
-    script.simulation.network().tapIs(&tap);
+    script.simulation.network().tapAdd(&tap);
     script.simulation.execute("inject l12 crp-adv from 10.1.2.99 to 10.0.0.4\nrun 0.1");
-    script.simulation.network().tapIs(nullptr);
+    script.simulation.network().tapDel(&tap);
     std::string links;
     for (auto const& packet : tap.packets) {
       if (kindOf(packet.bytes) != PacketKind::crpAdv) continue;

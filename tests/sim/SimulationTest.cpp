@@ -123,10 +123,10 @@ class PcapWriterTest : public testing::Test {
 TEST_F(PcapWriterTest, EachLinkHasAFileOfRawIpPackets) {
   Script script(row(3) + "link empty prefix 10.9.0.0/24");
   PcapWriter writer(folder_ + "/links", script.simulation.network());
-  script.simulation.network().tapIs(&writer);
+  script.simulation.network().tapAdd(&writer);
   script.simulation.execute("run 10\ninject l1 hello from 10.1.0.9\nrun 1");
   writer.close();
-  script.simulation.network().tapIs(nullptr);
+  script.simulation.network().tapDel(&writer);
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* file = pcap_open_offline((folder_ + "/links/l1.pcap").c_str(), error);
   ASSERT_NE(file, nullptr) << error;
