@@ -16,7 +16,9 @@ static void line(std::string& text, fmt::format_string<Args...> form, Args&&... 
   text += '\n';
 }
 
-static std::string loopback(U32 router) { return fmt::format("172.16.0.{}", router + 1); }
+static std::string loopback(U32 router) {
+  return fmt::format("172.16.{}.{}", router / 250, router % 250 + 1);
+}
 
 RandomScenario::RandomScenario(U64 seed, U32 routers) : rng_(seed), routers_(routers), inZone_(routers) {
   for (U32 router = 0; router < routers_; ++router)
@@ -70,8 +72,10 @@ void RandomScenario::attach(U32 router) {
   if (std::find(attached.begin(), attached.end(), router) != attached.end()) return;
   attached.push_back(router);
   U32 link = static_cast<U32>(links_.size() - 1);
-  line(network_, "interface r{} l{} 10.{}.{}.{} dr-priority {}", router, link, link / 250, link % 250,
-       router + 1, rng_.below(3));
+  // By the router's number, while a subnet has so many.
+  std::size_t host = routers_ <= 250 ? router + 1 : attached.size();
+  line(network_, "interface r{} l{} 10.{}.{}.{} dr-priority {}", router, link, link / 250, link % 250, host,
+       rng_.below(3));
 }
 
 /// Attaches one to three routers from the same side of the zone's border as the one attached last.

@@ -13,14 +13,14 @@ namespace pimbsr::sim {
 class RandomScenario {
  public:
   static constexpr U32 minRouters = 2;
-  static constexpr U32 maxRouters = 200;
+  static constexpr U32 maxRouters = 200;  ///< of the networks that must agree in the end
   /// Seconds at which the phase of faults starts and ends.
   static constexpr U32 faultsFrom = 200;
   static constexpr U32 faultsUntil = 500;
   /// When the last of what the faults broke has come back.
   static constexpr U32 healedAt = faultsUntil + 120;
 
-  /// `routers` is from minRouters to maxRouters.
+  /// `routers` is from minRouters to 10,000. Above maxRouters a network may need longer to settle.
   RandomScenario(U64 seed, U32 routers);
 
   /// Links, routers and what they are configured to do.
