@@ -132,7 +132,7 @@ static void addRandom(CLI::App& command, CLI::Option& scenario, RandomOptions& o
               "check that all routers of each agree once it has healed")
           ->type_name("N")
           ->excludes(&scenario);
-  for (char const* other : {"--json", "--limit", "--pcap", "--trace"})
+  for (char const* other : {"--json", "--limit", "--load", "--pcap", "--trace"})
     random->excludes(command.get_option(other));
   command
       .add_option_function<std::string>(
@@ -147,6 +147,12 @@ static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& rando
   command.footer(footSim);
   CLI::Option* scenario = command.add_option("SCENARIO", options.file, "The scenario")->type_name("");
   command.add_flag("--json", options.json, "Print one JSON document at the end, and nothing else");
+  command
+      .add_option_function<std::string>(
+          "--load", [&](auto& text) { options.linkLoad = parseLoad(text); },
+          "With --json: how many packets each link carried in the course of time, too")
+      ->type_name("links")
+      ->needs("--json");
   command
       .add_option_function<std::string>(
           "--seed", [&](auto& text) { options.seed = random.firstSeed = parseSeed(text); },

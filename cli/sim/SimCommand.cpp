@@ -24,6 +24,11 @@ Zet::U64 parseSeed(std::string const& text) {
   throw UsageError(fmt::format("--seed: '{}' is no whole number from 0 to 18446744073709551615", text));
 }
 
+bool parseLoad(std::string const& text) {
+  if (text == "links") return true;
+  throw UsageError(fmt::format("--load: '{}' is unknown; valid is links", text));
+}
+
 static std::string textOfFile(std::string const& path) {
   std::ifstream file(path, std::ios::binary);
   std::string text{std::istreambuf_iterator<char>(file), {}};
@@ -33,7 +38,7 @@ static std::string textOfFile(std::string const& path) {
 
 static std::unique_ptr<sim::Report> makeReport(SimOptions const& options, std::ostream& out,
                                                std::ostream& err) {
-  if (options.json) return std::make_unique<SimJson>(out, err);
+  if (options.json) return std::make_unique<SimJson>(out, err, options.linkLoad);
   return std::make_unique<SimText>(out, err);
 }
 

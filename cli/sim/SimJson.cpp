@@ -5,6 +5,7 @@
 
 #include "cli/sim/SimRows.h"
 #include "cli/sim/SimTables.h"
+#include "cli/sim/SimViews.h"
 #include "host/Machines.h"
 #include "host/Views.h"
 #include "view/Fill.h"
@@ -22,10 +23,15 @@ struct SimJson::Document {
   view::Simulation simulation;
 };
 
-SimJson::SimJson(std::ostream& out, std::ostream& traceOut)
-    : out_(out), traceOut_(traceOut), document_(std::make_unique<Document>()) {}
+SimJson::SimJson(std::ostream& out, std::ostream& traceOut, bool linkBins)
+    : out_(out), traceOut_(traceOut), document_(std::make_unique<Document>()), load_(linkBins) {}
 
 SimJson::~SimJson() = default;
+
+void SimJson::onStart(sim::Simulation& simulation) {
+  simulation.recorderIs(&spans_, sim::SpanRecorder::kinds);
+  simulation.network().tapAdd(&load_);
+}
 
 // Events ----------------------------------------------------------------------------------------------
 
@@ -148,9 +154,14 @@ static view::SimulatedRouter viewOf(sim::Node const& node) {
 }
 
 void SimJson::onEnd(sim::Network const& network) {
+  spans_.end(network.now());
+  load_.end(network.now(), network.linkCount());
   view::Simulation& simulation = document_->simulation;
   simulation.seed = network.seed();
   simulation.end = network.now();
+  simulation.topology = topologyOf(network);
+  simulation.spans = spansOf(network, spans_);
+  simulation.load = loadOf(network, load_);
   for (sim::Node const* node : nodesOf(network, {})) simulation.routers.push_back(viewOf(*node));
   out_ << jsonOf(simulation).dump(2) << '\n';
 }

@@ -3,7 +3,9 @@
 #include <iosfwd>
 #include <memory>
 
+#include "sim/Load.h"
 #include "sim/Simulation.h"
+#include "sim/Spans.h"
 #include "view/Simulation.h"
 
 namespace pimbsr::cli {
@@ -12,10 +14,12 @@ namespace pimbsr::cli {
 /// scenario asks to be shown on the way is left out.
 class SimJson final : public sim::Report {
  public:
-  /// Lines of trace and log go to `traceOut`.
-  SimJson(std::ostream& out, std::ostream& traceOut);
+  /// Lines of trace and log go to `traceOut`. `linkBins`: the load of each link is counted by bins of time
+  /// too.
+  SimJson(std::ostream& out, std::ostream& traceOut, bool linkBins = false);
   ~SimJson() override;
 
+  void onStart(sim::Simulation& simulation) override;
   void onChanges(sim::Node const& node, std::span<host::Change const> changes) override;
   void onReception(sim::Node const& node, sim::NodeInterface const& intf,
                    host::Reception const& reception) override;
@@ -43,6 +47,8 @@ class SimJson final : public sim::Report {
   std::ostream& out_;
   std::ostream& traceOut_;
   std::unique_ptr<Document> document_;
+  sim::SpanRecorder spans_;
+  sim::LoadMeter load_;
 };
 
 }  // namespace pimbsr::cli

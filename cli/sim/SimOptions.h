@@ -13,6 +13,7 @@ namespace pimbsr::cli {
 struct SimOptions {
   std::string file;
   bool json = false;
+  bool linkLoad = false;  ///< with `json`: bins of the load for each link too
   Zet::U64 seed = 1;
   std::string pcapFolder;  ///< empty for no captures
   std::vector<TraceWish> traces;
@@ -21,5 +22,8 @@ struct SimOptions {
 
 /// --seed: a whole number from 0 to 18446744073709551615. Throws UsageError for anything else.
 Zet::U64 parseSeed(std::string const& text);
+
+/// --load: "links". Throws UsageError for anything else.
+bool parseLoad(std::string const& text);
 
 }  // namespace pimbsr::cli

@@ -54,8 +54,11 @@ def answers_of_command(pimbsr, root):
         done = subprocess.run([pimbsr, *arguments], capture_output=True, text=True, check=False)
         return json.loads(done.stdout) if done.returncode == 0 else None
 
-    yield "sim", run("sim", "--json", root / "examples/five-routers.sim")
-    yield "sim", run("sim", "--json", root / "tests/view/every-event.sim")
+    for options in ["--json"], ["--json", "--load", "links"]:
+        for scenario in "examples/five-routers.sim", "tests/view/every-event.sim":
+            answer = run("sim", *options, root / scenario)
+            yield "sim", answer
+            yield from ((f"sim-{member}", answer[member]) for member in ("topology", "spans", "load"))
     for capture in [root / "examples/two-scopes.pcap", *sorted((root / "tests/cli/captures").glob("few-*"))]:
         yield "replay", run("replay", "--json", capture)
 
