@@ -81,7 +81,8 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
   command.footer(footReplay);
   command.add_option("FILE", options.file, "The capture")->type_name("")->required();
   command.add_flag("--json", options.json,
-                   "Print one JSON document of what stands at the end, and nothing else");
+                   "Print one JSON document: the messages with their verdicts and contents, and\n"
+                   "the learned state at the end");
   auto addTime = [&](char const* name, char const* help,
                      std::function<void(std::string const&)> const& take) {
     command.add_option_function<std::string>(name, take, help)->type_name("SECONDS");

@@ -100,8 +100,9 @@ void Replay::playIpv4(IpPacket const& packet) {
   // The gate asks about most BSMs, but not about those that it refuses for their destination.
   if (reachedGate && bsm->forward()) world_->rpf->heard(bsm->bsrAddress(), reception.source);
   std::vector<Change> changes = recorder_->take();
-  bool silent = reception.kind == MessageKind::hello || reception.kind == MessageKind::other;
-  if (!silent) report_.onMessage(describe(reception), changes);
+  PlayedMessage played = describe(reception);
+  played.packet = packet.bytes;
+  report_.onMessage(played, changes);
 }
 
 void Replay::count(Reception const& reception) {

@@ -27,9 +27,10 @@ struct MessageCounts {
   std::map<std::string_view, host::DropCount> dropped;  ///< by the reason's name
 };
 
-/// A BSM, an advertisement or a malformed message as it was played. Times are seconds after the first packet.
+/// A PIM message over IPv4 as it was played. Times are seconds after the first packet.
 struct PlayedMessage {
   double time = 0;
+  std::span<Zet::U8 const> packet;  ///< its IPv4 packet; valid during the call that reports it
   host::Reception reception;
   Lanet::IpGenAddr rpfNeighbor;  ///< towards the BSR of a BSM, as far as known
   /// The BSR that stays where an accepted BSM is from a weaker one.

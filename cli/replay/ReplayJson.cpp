@@ -3,11 +3,28 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "cli/replay/ReplayViews.h"
 #include "view/Fill.h"
 #include "view/Json.h"
 #include "view/Replay.h"
 
 namespace pimbsr::cli {
+
+struct ReplayJson::Document {
+  view::Replay replay;
+};
+
+ReplayJson::ReplayJson(std::ostream& out) : out_(out), document_(std::make_unique<Document>()) {}
+
+ReplayJson::~ReplayJson() = default;
+
+void ReplayJson::onMessage(PlayedMessage const& message, std::span<host::Change const> changes) {
+  document_->replay.timeline.push_back(eventOf(message, changes));
+}
+
+void ReplayJson::onTimers(double time, std::span<host::Change const> changes) {
+  document_->replay.timeline.push_back(eventOf(time, changes));
+}
 
 static view::MessageCounts viewOf(MessageCounts const& messages) {
   return {.pim = messages.pim,
@@ -20,7 +37,8 @@ static view::MessageCounts viewOf(MessageCounts const& messages) {
 
 void ReplayJson::onEnd(ReplayResult const& result) {
   if (!result.complete) return;
-  view::Replay shown{.messages = viewOf(result.messages)};
+  view::Replay& shown = document_->replay;
+  shown.messages = viewOf(result.messages);
   for (auto const& [reason, drop] : result.messages.dropped) {
     shown.drops.push_back(
         {.reason = std::string(reason), .sentence = std::string(drop.sentence), .count = drop.count});

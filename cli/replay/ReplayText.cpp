@@ -66,7 +66,11 @@ static std::string refusalOf(PlayedMessage const& played) {
   return refusal;
 }
 
+/// A Hello changes nothing of the learned state, and neither does a message of another type.
+static bool isShown(MessageKind kind) { return kind != MessageKind::hello && kind != MessageKind::other; }
+
 void ReplayText::onMessage(PlayedMessage const& played, std::span<Change const> changes) {
+  if (!isShown(played.reception.kind)) return;
   TimelineRow row = rowOf(played);
   if (!played.reception.accepted()) {
     row.details += (row.details.empty() ? "" : "; ") + refusalOf(played);

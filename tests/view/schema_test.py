@@ -60,7 +60,9 @@ def answers_of_command(pimbsr, root):
             yield "sim", answer
             yield from ((f"sim-{member}", answer[member]) for member in ("topology", "spans", "load"))
     for capture in [root / "examples/two-scopes.pcap", *sorted((root / "tests/cli/captures").glob("few-*"))]:
-        yield "replay", run("replay", "--json", capture)
+        answer = run("replay", "--json", capture)
+        yield "replay", answer
+        yield from (("replay-event", event) for event in answer["timeline"])
 
 
 def errors(schemas, pimbsr, test_agent, root):
