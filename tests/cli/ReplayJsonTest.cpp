@@ -80,12 +80,12 @@ TEST(ReplayJsonTest, BootstrapMessageIsShownWithVerdictContentAndChanges) {
   ASSERT_EQ(timeline.size(), 1u);
   EXPECT_EQ(timeline[0]["time"], 0.0);
   EXPECT_EQ(timeline[0]["received"], json({{"message", "bsm"},
-                                          {"sender", "192.0.2.1"},
-                                          {"destination", "224.0.0.13"},
-                                          {"verdict", "accepted"},
-                                          {"zone", "239.1.0.0/16"},
-                                          {"rpfNeighbor", nullptr},
-                                          {"bootstrap", bsmContent}}));
+                                           {"sender", "192.0.2.1"},
+                                           {"destination", "224.0.0.13"},
+                                           {"verdict", "accepted"},
+                                           {"zone", "239.1.0.0/16"},
+                                           {"rpfNeighbor", nullptr},
+                                           {"bootstrap", bsmContent}}));
   EXPECT_EQ(timeline[0]["changes"], json::parse(R"([
     {"event": "bsrElected", "zone": "239.1.0.0/16",
      "bsr": {"address": "198.51.100.1", "priority": 9, "hashMaskLen": 20}}])"));

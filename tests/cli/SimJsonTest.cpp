@@ -141,7 +141,8 @@ TEST(SimJsonTest, DocumentGrowsInProportionToTheRouters) {
     std::size_t document, topology, spans, load;
   };
   for (auto const& [routers, whole, topology, spans, load] :
-       {Case{50, 16000, 2500, 3500, 1500}, Case{500, 16000, 2500, 3500, 1500}}) {
+       {Case{10, 16000, 2500, 2500, 2500}, Case{50, 11500, 1300, 1000, 560},
+        Case{500, 9800, 1350, 1150, 330}}) {
     std::string text = textOf(randomNetwork(routers));
     json document = json::parse(text);
     EXPECT_EQ(document["routers"].size(), routers);
