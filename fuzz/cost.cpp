@@ -238,11 +238,11 @@ class Account {
   }
 
  private:
-  static constexpr U64 fixed = 500;  ///< of a packet without records, its zone and its forwarding
+  static constexpr U64 fixed = 650;  ///< of a packet without records, its zone and its forwarding
   /// Of an advertised range: the checks, the zone's set and the set that PIM reads look for it and its RP.
-  /// With chosen keys that costs up to 370 visits where the RP is added, and up to 410 where it is removed
-  /// and added again since it becomes bidirectional, with 4,000 RPs kept as with 16,000.
-  static constexpr U64 perRecord = 250;
+  /// With chosen keys it costs most, once more where the RP is removed and added again since it becomes
+  /// bidirectional, and no more with 16,000 RPs kept than with 4,000.
+  static constexpr U64 perRecord = 300;
   static constexpr U64 perRecordAndLevel = 16;  ///< times the logarithm of what may be kept afterwards
   static constexpr U64 perGrown = 40;           ///< in all tables that hold an RP, over all their sizes
   static constexpr U64 perSwept = 200;          ///< of an RP or range that is looked at and removed
