@@ -29,6 +29,7 @@ class Bounds:
         self.sanitized = b"__asan_init" in pathlib.Path(command).read_bytes()
         self.lateness = 0.5 if self.sanitized else 0.02  # seconds, besides what the system delays
         self.gone = 2.5 if self.sanitized else 0.25  # seconds, while thousands of RPs leave at once
+        self.view = 1 if self.sanitized else 0.1  # seconds, while a view of thousands of RPs is made
         is_full = os.environ.get("PIMBSR_ATTACK") == "full"
         self.system = 0.1 if is_full else 1  # seconds that the system may be late; beyond, nothing is shown
 

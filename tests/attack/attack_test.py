@@ -18,8 +18,9 @@ import unittest
 from attack import (Bounds, Clients, Flood, Forwarded, Meter, counter, mac_of, queue_of, rss_of, table_of,
                     traffic_of)
 
+from control_attacks import ControlAttacks
 from plans import (BAD, EFFECTS, FAST, HONEST, HONEST_ZONE, LENGTHS, MIN_RATES, NEWCOMER, NEWCOMER_HELLOS,
-                   NOWHERE, OTHER_FLOODS, RANGE, STRANGER)
+                   NOWHERE, OTHER_FLOODS, RANGE, STRANGER, is_full, seconds_of)
 
 from lab import SKIPPED, Lab, wait_until, why_not  # attack.py has set the path
 from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end_for, neighbors_of, rps_of,
@@ -28,23 +29,15 @@ from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end
 COMMAND = ""
 
 
-def is_full():
-    return os.environ.get("PIMBSR_ATTACK") == "full"
-
-
-def seconds_of(attack):
-    return LENGTHS[attack][1 if is_full() else 0]
-
-
 def rps_for(router):
     """The RPs that a router knows for a group of RANGE. A view of this group alone: one of thousands of RPs
     would cost the router more than the attack."""
     return sorted(one["address"] for one in router.show("rp", "239.1.1.1")["candidates"])
 
 
-class AttackTest(unittest.TestCase):
+class AttackTest(ControlAttacks, unittest.TestCase):
     def setUp(self):
-        self.bounds = Bounds(COMMAND)
+        self.command, self.bounds = COMMAND, Bounds(COMMAND)
         self.running = []
 
     def lab(self, clock_rate=1):
@@ -447,74 +440,6 @@ class AttackTest(unittest.TestCase):
         self.assertNotIn("unread", traffic, "packets beyond a budget")
         self.assertGreater(malformed, sent / 20)
         return f"{read()} read, {malformed} malformed"
-
-    # Control socket ----------------------------------------------------------------------------------
-
-    def play_control(self, attack, kind, count):
-        """Clients of one user misbehave: another user and root get each answer within a second."""
-        lab, seconds = self.lab(), seconds_of(attack)
-        r1 = lab.router("r1")
-        r1.loopback("10.255.0.1")
-        r1.start()
-        for folder in (lab.folder, r1.folder):
-            folder.chmod(0o755)
-        meter = self.meter(r1, seconds)
-        self.clients(r1.socket, kind, count, seconds + 15, user=5001)
-        time.sleep(0.3)
-        others = [self.clients(r1.socket, "ask", 1, seconds, user=user) for user in (0, 5002)]
-        found = [other.result() for other in others]
-        self.running[1].close()
-        time.sleep(0.2)
-        worst, asked = max(one["worst"] for one in found), sum(one["asked"] for one in found)
-        failures = [f"user {user}: {text}" for user, one in zip((0, 5002), found) for text in one["failures"]]
-        ended = self.ended_clients(r1)
-        note = f"{len(failures)} of {asked} failed, the latest after {worst:.3f} s, {ended} ended"
-        self.report(meter.row(attack, note=note))
-        if kind != "connect":
-            self.assertGreater(ended, 0, "connections that were ended or rejected at a limit")
-        self.assertEqual([], failures, "requests of others that were not answered")
-        self.assertLess(worst, 1)
-
-    @staticmethod
-    def ended_clients(router):
-        """Connections that the agent has ended, or not accepted, since they were too many, slow or silent."""
-        sockets = router.show("control")["sockets"]
-        return sum(one[reason] for one in sockets for reason in ("gaveWay", "rejected", "slow", "silent"))
-
-    def test_control_idle(self):
-        """40 connections that send nothing."""
-        self.play_control("control_idle", "idle", 40)
-
-    def test_control_half(self):
-        """40 connections that send half a request."""
-        self.play_control("control_half", "half", 40)
-
-    def test_control_unread(self):
-        """40 connections that read no answer."""
-        self.play_control("control_unread", "unread", 40)
-
-    def test_control_watch(self):
-        """40 connections that watch and read nothing."""
-        self.play_control("control_watch", "watch", 40)
-
-    def test_control_connect(self):
-        """Connections that are closed at once, as fast as possible."""
-        self.play_control("control_connect", "connect", 40)
-
-    def test_read_only_socket(self):
-        """A client of the read-only socket reads, and can neither clear, reload nor trace."""
-        lab = self.lab()
-        r1 = lab.router("r1")
-        r1.loopback("10.255.0.1")
-        r1.start()
-        socket = r1.socket.with_name("control-read-only.sock")
-        cases = ((["show", "bsr"], 0), (["metrics"], 0), (["clear", "drops"], 1), (["reload"], 1),
-                 (["trace", "Zet", "9"], 1))
-        for words, status in cases:
-            done = subprocess.run([COMMAND, *words, "--socket", socket], capture_output=True, text=True)
-            self.assertEqual(status, done.returncode, (words, done.stderr))
-            if status != 0:
-                self.assertIn(str(r1.socket), done.stdout + done.stderr, "the error names the other socket")
 
     # All together ------------------------------------------------------------------------------------
 

@@ -2,9 +2,9 @@
 
 Usage: clients.py SOCKET KIND COUNT SECONDS [UID]. Keeps COUNT connections of that user and connects again
 where one was ended. KIND is idle (sends nothing), half (sends half a request), unread (asks and reads no
-answer), watch (watches and reads nothing), connect (connects and closes at once, as fast as it can) or ask:
-over one connection after the other it asks and reads the answer, and in the end prints as JSON how many were
-`asked`, the `failures`, and the seconds of the `worst`."""
+answer), watch (watches and reads nothing), connect (connects and closes at once, as fast as it can), ask or
+views: over one connection after the other it asks, for a short view or for the RP sets, and reads the answer,
+and in the end prints as JSON how many were `asked`, the `failures`, and the seconds of the `worst`."""
 
 import json
 import os
@@ -18,6 +18,7 @@ SHOW = b'{"command":"show","what":"config"}\n'
 SENT = {"idle": b"", "half": b'{"command":"show"', "unread": SHOW * 50, "watch": b'{"command":"watch"}\n',
         "connect": b""}
 TURN = 0.02  # seconds between two looks at the connections
+ASKED = {"ask": b'{"command":"show","what":"bsr"}\n', "views": b'{"command":"show","what":"rp-set"}\n'}
 PATIENCE = 5  # seconds after which an answer counts as failed
 
 
@@ -53,7 +54,7 @@ def keep(path, kind, count, end):
             time.sleep(TURN)
 
 
-def failure_of(path):
+def failure_of(path, request):
     """Why a request gets no answer; None if it gets one."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
         # Timeouts of the system, not of Python: a connection waits until there is room for it.
@@ -61,23 +62,22 @@ def failure_of(path):
             client.setsockopt(socket.SOL_SOCKET, direction, struct.pack("@ll", PATIENCE, 0))
         try:
             client.connect(path)
-            client.sendall(b'{"command":"show","what":"bsr"}\n')
-            text = b""
-            while not text.endswith(b"\n"):
-                part = client.recv(65536)
-                if not part:
+            client.sendall(request)
+            parts = [b""]
+            while not parts[-1].endswith(b"\n"):
+                parts.append(client.recv(1 << 20))
+                if not parts[-1]:
                     return "the connection ended"
-                text += part
-            return json.loads(text).get("error")
+            return json.loads(b"".join(parts)).get("error")
         except OSError as error:
             return str(error)
 
 
-def ask(path, end):
+def ask(path, kind, end):
     asked, failures, worst = 0, [], 0
     while time.monotonic() < end:
         start = time.monotonic()
-        if failure := failure_of(path):
+        if failure := failure_of(path, ASKED[kind]):
             failures.append(failure)
         asked += 1
         worst = max(worst, time.monotonic() - start)
@@ -97,7 +97,7 @@ if __name__ == "__main__":
     if len(sys.argv) > 5:
         become(int(sys.argv[5]))
     print("ready", flush=True)
-    if KIND == "ask":
-        ask(PATH, time.monotonic() + SECONDS)
+    if KIND in ASKED:
+        ask(PATH, KIND, time.monotonic() + SECONDS)
     else:
         keep(PATH, KIND, COUNT, time.monotonic() + SECONDS)

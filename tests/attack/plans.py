@@ -1,4 +1,6 @@
-"""What the attacks send, for how long, and what shows that they had an effect."""
+"""What the attacks send, for how long, and what shows that had an effect."""
+
+import os
 
 # Seconds of attack: the short form, 60 in total, and the full one.
 LENGTHS = {"chosen_rps": (5, 120), "chosen_ranges": (5, 120), "advertisements_worst": (2, 120),
@@ -6,7 +8,8 @@ LENGTHS = {"chosen_rps": (5, 120), "chosen_ranges": (5, 120), "advertisements_wo
            "fast_flood": (4, 60), "neighbor_flood": (3, 60), "hello_flood": (2, 60),
            "hello_newcomer": (3, 60), "full_table": (2, 60), "forged_goodbye": (3, 60),
            "unicast_flood": (2, 60), "control_idle": (1, 60), "control_half": (1, 60),
-           "control_unread": (1, 60), "control_watch": (1, 60), "control_connect": (1, 60), "zones": (1, 60),
+           "control_unread": (1, 60), "control_watch": (1, 60), "control_connect": (1, 60),
+           "control_views": (3, 60), "zones": (1, 60),
            "fragments": (1, 60), "rp_churn": (1, 60), "restarts": (1, 60), "goodbyes": (1, 60),
            "mutations": (1, 60), "garbage": (1, 60), "mixed": (8, 1200)}
 RANGE = "239.1.0.0/16"
@@ -33,3 +36,12 @@ EFFECTS = {"fragments": "fragment-quota", "zones": "zone-quota", "goodbyes": "he
            "garbage": "version"}
 # Packets in a second that a flood must reach in the full form, since a slower one shows nothing.
 MIN_RATES = {"fast_flood": 250000, "neighbor_flood": 150000, "hello_flood": 150000, "unicast_flood": 100000}
+
+
+def is_full():
+    """Whether the attacks are played at full length."""
+    return os.environ.get("PIMBSR_ATTACK") == "full"
+
+
+def seconds_of(attack):
+    return LENGTHS[attack][1 if is_full() else 0]
