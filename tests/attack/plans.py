@@ -3,7 +3,7 @@
 import os
 
 # Seconds of attack: the short form, 60 in total, and the full one.
-LENGTHS = {"chosen_rps": (5, 120), "chosen_ranges": (5, 120), "advertisements_worst": (2, 120),
+LENGTHS = {"chosen_rps": (4, 120), "chosen_ranges": (4, 120), "advertisements_worst": (2, 120),
            "advertisements_best": (3, 120), "advertisements_alternating": (3, 120), "slow_flood": (3, 60),
            "fast_flood": (4, 60), "neighbor_flood": (3, 60), "hello_flood": (2, 60),
            "hello_newcomer": (3, 60), "full_table": (2, 60), "forged_goodbye": (3, 60),
@@ -11,7 +11,7 @@ LENGTHS = {"chosen_rps": (5, 120), "chosen_ranges": (5, 120), "advertisements_wo
            "control_unread": (1, 60), "control_watch": (1, 60), "control_connect": (1, 60),
            "control_views": (3, 60), "zones": (1, 60),
            "fragments": (1, 60), "rp_churn": (1, 60), "restarts": (1, 60), "goodbyes": (1, 60),
-           "mutations": (1, 60), "garbage": (1, 60), "mixed": (8, 1200)}
+           "mutations": (1, 60), "garbage": (1, 60), "mixed": (7, 1200)}
 RANGE = "239.1.0.0/16"
 HONEST = "10.0.1.50"  # a neighbor whose messages are counted
 HONEST_ZONE = "239.200.0.0/16"  # of which it is the BSR
