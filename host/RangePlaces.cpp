@@ -109,7 +109,7 @@ bool RangePlaces::mayDisplace(Request const& request, Full const& full) const {
 }
 
 void RangePlaces::displaceFor(Request const& request, Full& full) {
-  Worst worst = worstOf(*request.set, rankOf(request), false);
+  Worst worst = worstOf(*request.set, rankOf(request));
   if (worst.rp) return displace(*worst.rp, request, full);
   full.worst = worst.priority;
   full.searchedAt = Zet::now();
@@ -147,14 +147,13 @@ int RangePlaces::rankOf(Request const& request) const {
 
 /// Of the RPs with a worse priority than `rank`: one that leaves already, then the worst priority, then the
 /// one that came last.
-RangePlaces::Worst RangePlaces::worstOf(RpCandidateSet const& set, int rank, bool withPreferred) const {
+RangePlaces::Worst RangePlaces::worstOf(RpCandidateSet const& set, int rank) const {
   Worst worst;
   auto order = [](RpCandidate const& rp) {
     return std::tuple(rp.holdTime().value() == 0, rp.priority().value(), rp.setupTime());
   };
   for (auto rp = set.rpIterator(); rp; ++rp) {
-    if (isOwnRp(set.prefix(), rp->address())) continue;
-    if (!withPreferred && preferred_.contains(rp->address())) continue;
+    if (isOwnRp(set.prefix(), rp->address()) || preferred_.contains(rp->address())) continue;
     int priority = static_cast<int>(rp->priority().value());
     worst.priority = std::max(worst.priority, priority);
     if (priority > rank && (!worst.rp || order(*rp) >= order(*worst.rp))) worst.rp = rp.ptr();
@@ -194,10 +193,10 @@ bool RangePlaces::requestOwn(Request const& request) {
   return false;
 }
 
-/// Preferred RPs go last. Returns whether the RP may enter at once, since none can be displaced.
+/// The operator of this router has configured the RP, so that it displaces others whatever their priority.
+/// Returns whether it may enter at once, since none can be displaced.
 bool RangePlaces::displaceForOwn(Request const& request, Full& full) const {
-  Worst worst = worstOf(*request.set, preferredRank, false);
-  if (!worst.rp) worst = worstOf(*request.set, preferredRank, true);
+  Worst worst = worstOf(*request.set, preferredRank);
   if (!worst.rp) return request.set->rpCount() < maxRps;
   displace(*worst.rp, request, full);
   return false;

@@ -50,8 +50,8 @@ class PIMBSR_API RangePlaces {
   /// Asks for a place for an RP that its range doesn't hold. May displace another RP.
   DropReason request(Request const& request);
   /// Asks for a place for this router's own candidate RP in a range that has a set without it; false if it
-  /// has to wait. Displaces the worst RP of a full range, a preferred one only if all others are preferred;
-  /// a range with no RP but this router's own takes them up to `maxRps`.
+  /// has to wait. Displaces the worst RP of a full range, whatever its priority; a range with preferred RPs
+  /// and this router's own alone takes these up to `maxRps`.
   bool requestOwn(Request const& request);
   /// Number of ranges of which something is kept.
   std::size_t size() const { return ranges_.size(); }
@@ -91,7 +91,7 @@ class PIMBSR_API RangePlaces {
   U32 missingOwnRps(Request const& request) const;
   bool isOwnRp(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const;
   bool displaceForOwn(Request const& request, Full& full) const;
-  Worst worstOf(Routing::Pim::RpCandidateSet const& set, int rank, bool withPreferred) const;
+  Worst worstOf(Routing::Pim::RpCandidateSet const& set, int rank) const;
   int rankOf(Request const& request) const;
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
