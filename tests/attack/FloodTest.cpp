@@ -57,12 +57,12 @@ TEST(Frames, OfEachKindFitALinkAndAreReadUnlessTheyAreNoMessages) {
     bool const isNoMessage = kind == "garbage" || kind == "mutations";
     std::vector<Frame> const frames = framesOf(kind, somePlan());
     ASSERT_FALSE(frames.empty());
-    std::size_t refused = 0;
+    std::size_t rejected = 0;
     for (Frame const& frame : frames) {
       EXPECT_LE(frame.size(), 1514u);
-      if (!decoded(frame)) ++refused;
+      if (!decoded(frame)) ++rejected;
     }
-    EXPECT_EQ(refused != 0, isNoMessage);
+    EXPECT_EQ(rejected != 0, isNoMessage);
   }
 }
 
@@ -108,7 +108,7 @@ TEST(Frames, AreTheSameForTheSameSeed) {
   }
 }
 
-TEST(Frames, OfAnUnknownKindAreRefused) {
+TEST(Frames, OfAnUnknownKindAreRejected) {
   EXPECT_THROW(framesOf("no-such-kind", somePlan()), std::invalid_argument);
 }
 

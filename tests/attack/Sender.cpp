@@ -21,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
 static constexpr U64 batchSize = 64;
-static constexpr double longestSleep = 0.005;  // so that the end is noticed, and lateness measured
+static constexpr double maxSleep = 0.005;  // so that the end is noticed, and lateness measured
 
 U64 Pacer::take(double elapsed) {
   if (rate_ == 0) return batch_;
@@ -98,7 +98,7 @@ class Batch {
 
 /// Sleeps until `until` seconds after the start, but not for long; returns how late this process woke.
 static double sleepUntil(Clock::time_point start, double until, double elapsed) {
-  double const wake = std::min(until, elapsed + longestSleep);
+  double const wake = std::min(until, elapsed + maxSleep);
   if (wake <= elapsed) return 0;
   std::this_thread::sleep_until(start + std::chrono::duration_cast<Clock::duration>(Seconds(wake)));
   return Seconds(Clock::now() - start).count() - wake;
@@ -113,14 +113,13 @@ static Sent idle(double seconds) {
   return sent;
 }
 
-Sent send(std::string const& interface, std::span<Frame const> frames, double rate, double seconds,
-          U64 most) {
+Sent send(std::string const& interface, std::span<Frame const> frames, double rate, double seconds, U64 max) {
   if (frames.empty()) return idle(seconds);
   LinkSocket link(interface);
   Batch batch(frames);
   Pacer pacer(rate, batchSize);
   Sent sent;
-  U64 const bound = most == 0 ? std::numeric_limits<U64>::max() : most;
+  U64 const bound = max == 0 ? std::numeric_limits<U64>::max() : max;
   Clock::time_point const start = Clock::now();
   for (double elapsed = 0; elapsed < seconds && sent.packets < bound;) {
     U64 left = std::min(pacer.take(elapsed), bound - sent.packets);

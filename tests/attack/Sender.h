@@ -34,9 +34,9 @@ class Pacer {
   U64 sent_ = 0;
 };
 
-/// Sends the frames in turn for so many seconds, or at most `most` of them (0 is no bound), along an
+/// Sends the frames in turn for so many seconds, or at most `max` of them (0 is no bound), along an
 /// interface of this network namespace. Without frames it sends nothing and measures the lateness of the
 /// system. Throws std::system_error.
-Sent send(std::string const& interface, std::span<Frame const> frames, double rate, double seconds, U64 most);
+Sent send(std::string const& interface, std::span<Frame const> frames, double rate, double seconds, U64 max);
 
 }  // namespace attack

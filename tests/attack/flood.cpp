@@ -13,8 +13,8 @@ namespace {
 
 using namespace attack;
 
-constexpr double longestRun = 7200;  // seconds
-constexpr U32 mostFrames = 1000000;
+constexpr double maxRun = 7200;  // seconds
+constexpr U32 maxFrames = 1000000;
 
 struct Options {
   std::string interface;
@@ -23,7 +23,7 @@ struct Options {
   std::string range = "224.0.0.0/4", mac = "01:00:5e:00:00:0d";
   double rate = 0;
   double seconds = 1;
-  U64 most = 0;
+  U64 max = 0;
   Plan plan;
 };
 
@@ -45,10 +45,10 @@ void declare(CLI::App& app, Options& o) {
       ->check(CLI::IsMember(names));
   app.add_option("--rate", o.rate, "packets in a second; 0 for as fast as possible")
       ->check(CLI::Range(0.0, 1e8));
-  app.add_option("--seconds", o.seconds, "for how long")->check(CLI::Range(0.0, longestRun));
-  app.add_option("--most", o.most, "packets at most; 0 for no bound");
+  app.add_option("--seconds", o.seconds, "for how long")->check(CLI::Range(0.0, maxRun));
+  app.add_option("--max", o.max, "packets at most; 0 for no bound");
   app.add_option("--source", o.source, "IP source, the first one if there are several");
-  app.add_option("--sources", o.plan.sources, "sources in a row")->check(CLI::Range(1u, mostFrames));
+  app.add_option("--sources", o.plan.sources, "sources in a row")->check(CLI::Range(1u, maxFrames));
   app.add_option("--destination", o.destination, "IP destination");
   app.add_option("--mac", o.mac, "Ethernet destination");
   app.add_option("--bsr", o.bsr, "BSR of Bootstrap Messages");
@@ -57,7 +57,7 @@ void declare(CLI::App& app, Options& o) {
   app.add_option("--rp", o.rp, "first RP");
   app.add_option("--holdtime", o.plan.holdtime, "seconds");
   app.add_option("--count", o.plan.count, "RPs, ranges, zones, tags or messages")
-      ->check(CLI::Range(1u, mostFrames));
+      ->check(CLI::Range(1u, maxFrames));
   app.add_option("--bits", o.plan.bits, "bits of the hash that chosen keys share")
       ->check(CLI::Range(0u, 28u));
   app.add_option("--seed", o.plan.seed, "of what is random");
@@ -77,7 +77,7 @@ void run(Options& o) {
   std::vector<Frame> const frames = o.kind == "none" ? std::vector<Frame>() : framesOf(o.kind, o.plan);
   std::printf("{\"ready\":%zu}\n", frames.size());
   std::fflush(stdout);
-  Sent const sent = send(o.interface, frames, o.rate, o.seconds, o.most);
+  Sent const sent = send(o.interface, frames, o.rate, o.seconds, o.max);
   std::printf("{\"packets\":%llu,\"bytes\":%llu,\"seconds\":%.6f,\"worstLateness\":%.6f}\n",
               static_cast<unsigned long long>(sent.packets), static_cast<unsigned long long>(sent.bytes),
               sent.seconds, sent.worstLateness);

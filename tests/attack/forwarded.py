@@ -19,7 +19,7 @@ BOOTSTRAP = 0x24  # version 2, type 4
 NO_FORWARD = 0x80
 BSR_OFFSET = 10  # of the BSR address in a Bootstrap Message (RFC 5059 section 4.1)
 QUIET = 2  # seconds in which a slow router forwards what it has still to read
-ROOM = 16 << 20  # bytes of the receive buffer
+BUFFER = 16 << 20  # bytes of the receive buffer
 SO_RCVBUFFORCE = 33
 
 
@@ -33,7 +33,7 @@ def is_forwarded(frame, router, bsr):
 
 def count(interface, router, bsr, end):
     with socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETHERNET_IPV4)) as link:
-        link.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, ROOM)
+        link.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, BUFFER)
         link.bind((interface, ETHERNET_IPV4))
         print("ready", flush=True)
         found, readers = 0, [link, sys.stdin]
