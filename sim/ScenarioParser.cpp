@@ -382,7 +382,8 @@ std::span<KindName const> kindNames() {
 static Kinds readKind(ScenarioLine& line) {
   std::vector<std::string_view> valid = {"all"};
   for (KindName const& kind : kindNames()) {
-    if (!kind.former.empty() && line.take(kind.former)) return kind.kind;
+    if (!kind.former.empty() && line.take(kind.former))
+      line.fail(fmt::format("'{}' is now called '{}'", kind.former, kind.name));
     valid.push_back(kind.name);
   }
   U32 number = line.oneOf("kind of event", valid);

@@ -28,7 +28,7 @@ struct KindName {
   Kind kind;
   std::string_view name;
   std::string_view sentence;
-  std::string_view former = {};  ///< a former name, which is still read; may be empty
+  std::string_view former = {};  ///< a former name, which is rejected with the present one; may be empty
 };
 std::span<KindName const> kindNames();
 

@@ -341,12 +341,6 @@ TEST(ScenarioParserTest, NoStatementOfATextWithAnErrorHasAnEffect) {
   EXPECT_EQ(parser.parse("router r1\nrun until 5\n", "file").size(), 2u);
 }
 
-TEST(ScenarioParserTest, AFormerNameOfAKindIsRead) {
-  auto set = parseAs<SetReport>("quiet losses refusals");
-  EXPECT_EQ(set.kinds, Kinds{losses} | drops);
-  EXPECT_FALSE(set.on);
-}
-
 TEST(ManualTest, KindsOfEventsAreThoseThatCanBeReported) {
   std::vector<std::string> expected;
   for (KindName const& kind : kindNames()) {
