@@ -18,7 +18,7 @@ using Packet::BootstrapGroupData;
 using Packet::BootstrapMessage;
 using Zet::Ptr;
 
-static constexpr U16 maxHoldtime = 40958;
+static constexpr U16 maxHoldtime = Routing::Pim::CrpHoldTimeRange::high;
 static constexpr U8 maxHashMaskLen = 32;
 
 static bool hasLongHoldtime(BootstrapGroupData const& group) {

@@ -52,7 +52,7 @@ void HelloSm::sendGoodbye() {
 /// Whether an address can be a neighbor's.
 static bool isNeighborAddress(IpGenAddr const& address) {
   Lanet::IpAddr v4 = address.v4Addr();
-  return address.af() == Lanet::AddressFamily::ipv4 && v4.hostWord() != 0 && v4.hostWord() < 0xe0000000;
+  return address.af() == Lanet::AddressFamily::ipv4 && v4.hostWord() != 0 && v4 < Lanet::firstGroup;
 }
 
 void HelloSm::receive(wire::HelloMessage const& hello) {

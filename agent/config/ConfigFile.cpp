@@ -218,7 +218,7 @@ template <class Keys, class Table>
 static RangesRead rangesOf(ConfigBlock const& block, Table const& table) {
   RangesRead read{table.groups, table.lists, Keys::groups, Keys::lists};
   if (!block.has(Keys::groups) && !block.has(Keys::lists))
-    read.groups.push_back({block.at(), IpGenPrefix::parse("224.0.0.0/4")});
+    read.groups.push_back({block.at(), Lanet::allGroups()});
   return read;
 }
 

@@ -103,8 +103,7 @@ static view::Rp linkLocal(Lanet::IpAddr group) {
 }
 
 view::Rp showRp(Observed const& observed, Lanet::IpAddr group) {
-  constexpr Zet::U32 linkLocalGroups = 0xe0000000;
-  if ((group.hostWord() & 0xffffff00) == linkLocalGroups) return linkLocal(group);
+  if ((group.hostWord() & 0xffffff00) == Lanet::firstGroup.hostWord()) return linkLocal(group);
   host::RpAnswer answer = host::RpMap(observed.router.rpCandidateStatus()).lookup(group, observed.now());
   view::Rp shown;
   shown.group = group;

@@ -141,8 +141,8 @@ TEST(SimJsonTest, DocumentGrowsInProportionToTheRouters) {
     std::size_t document, topology, spans, load;
   };
   for (auto const& [routers, whole, topology, spans, load] :
-       {Case{10, 16000, 2500, 2500, 2500}, Case{50, 11500, 1300, 1000, 560},
-        Case{500, 9800, 1350, 1150, 330}}) {
+       {Case{10, 9900, 1300, 1210, 1590}, Case{50, 10500, 1310, 970, 560},
+        Case{500, 7100, 1320, 1120, 330}}) {
     std::string text = textOf(randomNetwork(routers));
     json document = json::parse(text);
     EXPECT_EQ(document["routers"].size(), routers);
