@@ -10,7 +10,8 @@ using Pos = String8::IteratorConst;
 
 Zet::EnumText const& enumText(Action) {
   static constexpr char const* names[] = {"unset", "permit", "deny"};
-  static constexpr Zet::EnumText text{"Action", names};
+  static constexpr Zet::EnumText text{"Action", names, "Acl",
+                                      "What a rule does with the packets that it matches"};
   return text;
 }
 
@@ -96,5 +97,21 @@ String8 valueToStrep(IpRuleConfig const& rule) {
 }
 
 std::ostream& operator<<(std::ostream& out, IpRuleConfig const& rule) { return out << valueToStrep(rule); }
+
+Zet::ZetType const& UniqueId::_fwkType() {
+  return Zet::valueType<UniqueId>("Acl::UniqueId", "Names a rule within its list");
+}
+
+Zet::ZetType const& IpFilter::_fwkType() {
+  return Zet::valueType<IpFilter>("Acl::IpFilter", "The packets that a rule matches");
+}
+
+Zet::ZetType const& IpRuleConfig::_fwkType() {
+  return Zet::valueType<IpRuleConfig>("Acl::IpRuleConfig", "One rule of a list");
+}
+
+[[maybe_unused]] static bool const areTypesKnown =
+    Zet::zetTypeIs(_fwkType(Action{})) && Zet::zetTypeIs(UniqueId::_fwkType()) &&
+    Zet::zetTypeIs(IpFilter::_fwkType()) && Zet::zetTypeIs(IpRuleConfig::_fwkType());
 
 }  // namespace Acl

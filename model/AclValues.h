@@ -5,6 +5,7 @@
 #include "model/Lanet.h"
 #include "runtime/EnumText.h"
 #include "runtime/Strep.h"
+#include "runtime/ValueType.h"
 
 /// The values of an IP access list: what a rule is called, which packets it speaks of and what becomes of
 /// them. All are copied by value and have a text form that valueToStrep writes and that they read back.
@@ -26,6 +27,13 @@ struct PIMBSR_API UniqueId {
   constexpr UniqueId() = default;
   constexpr explicit UniqueId(U64 number) : value(number) {}
   UniqueId(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end);
+
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"value", "The number", &UniqueId::value});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<UniqueId>;
 
   friend constexpr auto operator<=>(UniqueId, UniqueId) = default;
 };
@@ -78,6 +86,20 @@ struct PIMBSR_API IpFilter : IpFilterBase {
   IpFilter() = default;
   IpFilter(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end);
 
+  static constexpr auto zetFields() {
+    return std::tuple(
+        Zet::Field{"tni", "A virtual network; 0 is no limit", &IpFilter::tni, &IpFilter::tniIs},
+        Zet::Field{"vni", "A virtual network; 0 is no limit", &IpFilter::vni, &IpFilter::vniIs},
+        Zet::Field{"source", "Compared where the bits of sourceMask are set", &IpFilter::source},
+        Zet::Field{"sourceMask", "255.255.255.0 for a /24; 0 matches every source", &IpFilter::sourceMask},
+        Zet::Field{"protocol", "IP protocol; 0 for any", &IpFilter::protocol},
+        Zet::Field{"sourcePort", "0 for any", &IpFilter::sourcePort},
+        Zet::Field{"destinationPort", "0 for any", &IpFilter::destinationPort});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<IpFilter>;
+
   friend bool operator==(IpFilter const&, IpFilter const&) = default;
 };
 
@@ -92,6 +114,14 @@ struct PIMBSR_API IpRuleConfig {
   IpRuleConfig() = default;
   IpRuleConfig(Action does, IpFilter const& matches) : action(does), filter(matches) {}
   IpRuleConfig(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end);
+
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"action", "What it does", &IpRuleConfig::action},
+                      Zet::Field{"filter", "The packets that it matches", &IpRuleConfig::filter});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<IpRuleConfig>;
 
   friend bool operator==(IpRuleConfig const&, IpRuleConfig const&) = default;
 };

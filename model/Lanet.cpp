@@ -21,7 +21,7 @@ static_assert(sizeof(IpGenPrefix) == 24 && std::is_trivially_copyable_v<IpGenPre
 
 Zet::EnumText const& enumText(AddressFamily) {
   static constexpr char const* names[] = {"unset", "ipv4", "ipv6"};
-  static constexpr Zet::EnumText text{"AddressFamily", names};
+  static constexpr Zet::EnumText text{"AddressFamily", names, "Lanet", "Family of an address"};
   return text;
 }
 
@@ -302,5 +302,31 @@ U32 rhash(Prefix const& key) { return Zet::bitReverse(key.hash()); }
 U32 rhash(IpGenAddr const& key) { return Zet::bitReverse(key.hash()); }
 U32 rhash(IpGenPrefix const& key) { return Zet::bitReverse(key.hash()); }
 U32 rhash(IntfId const& key) { return Zet::bitReverse(key.hash()); }
+
+Zet::ZetType const& IpAddr::_fwkType() { return Zet::valueType<IpAddr>("Lanet::IpAddr", "An IPv4 address"); }
+
+Zet::ZetType const& Ip6Addr::_fwkType() {
+  return Zet::valueType<Ip6Addr>("Lanet::Ip6Addr", "An IPv6 address");
+}
+
+Zet::ZetType const& IpGenAddr::_fwkType() {
+  return Zet::valueType<IpGenAddr>("Lanet::IpGenAddr", "An address of either family, or the unset address");
+}
+
+Zet::ZetType const& Prefix::_fwkType() { return Zet::valueType<Prefix>("Lanet::Prefix", "An IPv4 prefix"); }
+
+Zet::ZetType const& IpGenPrefix::_fwkType() {
+  return Zet::valueType<IpGenPrefix>("Lanet::IpGenPrefix", "A prefix of either family, or the empty prefix");
+}
+
+Zet::ZetType const& IntfId::_fwkType() {
+  return Zet::valueType<IntfId>("Lanet::IntfId", "An interface, known by its name");
+}
+
+[[maybe_unused]] static bool const areTypesKnown =
+    Zet::zetTypeIs(_fwkType(AddressFamily{})) && Zet::zetTypeIs(IpAddr::_fwkType()) &&
+    Zet::zetTypeIs(Ip6Addr::_fwkType()) && Zet::zetTypeIs(IpGenAddr::_fwkType()) &&
+    Zet::zetTypeIs(Prefix::_fwkType()) && Zet::zetTypeIs(IpGenPrefix::_fwkType()) &&
+    Zet::zetTypeIs(IntfId::_fwkType());
 
 }  // namespace Lanet

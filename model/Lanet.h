@@ -11,6 +11,7 @@
 #include "runtime/Strep.h"
 #include "runtime/String8.h"
 #include "runtime/Types.h"
+#include "runtime/ValueType.h"
 
 /// The network values: addresses, prefixes and interface identifiers, all small and copied by value.
 ///
@@ -51,6 +52,13 @@ class PIMBSR_API IpAddr {
   Zet::String8 stringValue() const;
   void handleInitialized(Zet::String8 const& text) { *this = parse(text); }
 
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"stringValue", "Its text", &IpAddr::stringValue});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<IpAddr>;
+
   friend constexpr bool operator==(IpAddr, IpAddr) = default;
   friend constexpr std::strong_ordering operator<=>(IpAddr a, IpAddr b) {
     return a.hostWord() <=> b.hostWord();
@@ -78,6 +86,13 @@ class PIMBSR_API Ip6Addr {
   U32 hash() const;
   Zet::String8 stringValue() const;
   void handleInitialized(Zet::String8 const& text) { *this = parse(text); }
+
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"stringValue", "Its text", &Ip6Addr::stringValue});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<Ip6Addr>;
 
   friend constexpr auto operator<=>(Ip6Addr const&, Ip6Addr const&) = default;
 
@@ -108,6 +123,14 @@ class PIMBSR_API IpGenAddr {
   Zet::String8 stringValue() const;
   void handleInitialized(Zet::String8 const& text) { *this = parse(text); }
 
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"af", "Its family", &IpGenAddr::af},
+                      Zet::Field{"stringValue", "Its text", &IpGenAddr::stringValue});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<IpGenAddr>;
+
   friend constexpr auto operator<=>(IpGenAddr const&, IpGenAddr const&) = default;
 
  private:
@@ -132,6 +155,14 @@ class PIMBSR_API Prefix {
   U32 hash() const;
   Zet::String8 stringValue() const;
   void handleInitialized(Zet::String8 const& text) { *this = parse(text); }
+
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"address", "The first address", &Prefix::address},
+                      Zet::Field{"length", "Number of leading bits that count", &Prefix::length});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<Prefix>;
 
   friend constexpr auto operator<=>(Prefix const&, Prefix const&) = default;
 
@@ -168,6 +199,14 @@ class PIMBSR_API IpGenPrefix {
   Zet::String8 stringValue() const;
   void handleInitialized(Zet::String8 const& text) { *this = parse(text); }
 
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"address", "The first address", &IpGenPrefix::address},
+                      Zet::Field{"length", "Number of leading bits that count", &IpGenPrefix::length});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<IpGenPrefix>;
+
   friend constexpr auto operator<=>(IpGenPrefix const&, IpGenPrefix const&) = default;
 
  private:
@@ -186,6 +225,13 @@ class PIMBSR_API IntfId {
   U32 hash() const { return name_.hash(); }
   Zet::String8 const& stringValue() const { return name_; }
   void handleInitialized(Zet::String8 const& text) { name_ = text; }
+
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"stringValue", "Its text", &IntfId::stringValue});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<IntfId>;
 
   friend bool operator==(IntfId const&, IntfId const&) = default;
   friend bool operator<(IntfId const& a, IntfId const& b) { return a.name_ < b.name_; }

@@ -9,15 +9,36 @@ namespace Routing::Pim {
 
 Zet::EnumText const& enumText(Mode) {
   static constexpr char const* names[] = {"unset", "sparse", "bidir"};
-  static constexpr Zet::EnumText text{"Mode", names};
+  static constexpr Zet::EnumText text{"Mode", names, "Routing::Pim", "How a group range is served"};
   return text;
 }
 
 Zet::EnumText const& enumText(RpType) {
   static constexpr char const* names[] = {"unset", "configured", "bsr"};
-  static constexpr Zet::EnumText text{"RpType", names};
+  static constexpr Zet::EnumText text{"RpType", names, "Routing::Pim", "Where an RP set comes from"};
   return text;
 }
+
+Zet::ZetType const& RpPriorityRange::fwkType() {
+  return Zet::valueType<RpPriority>("Routing::Pim::RpPriority",
+                                    "Priority of a candidate RP, lower is preferred; 256 means none was set");
+}
+
+Zet::ZetType const& RpHashMaskLenRange::fwkType() {
+  return Zet::valueType<RpHashMaskLen>(
+      "Routing::Pim::RpHashMaskLen",
+      "Bits of a group address that go into the choice of an RP; 128 means unknown");
+}
+
+Zet::ZetType const& CrpHoldTimeRange::fwkType() {
+  return Zet::valueType<CrpHoldTime>("Routing::Pim::CrpHoldTime",
+                                     "Seconds for which a candidate RP is kept without a new advertisement");
+}
+
+[[maybe_unused]] static bool const areTypesKnown =
+    Zet::zetTypeIs(_fwkType(Mode{})) && Zet::zetTypeIs(_fwkType(RpType{})) &&
+    Zet::zetTypeIs(RpPriority::_fwkType()) && Zet::zetTypeIs(RpHashMaskLen::_fwkType()) &&
+    Zet::zetTypeIs(CrpHoldTime::_fwkType());
 
 }  // namespace Routing::Pim
 
@@ -29,25 +50,34 @@ String8 valueToStrep(GroupFlags flags) { return Zet::valueToStrep(flags.value); 
 
 std::ostream& operator<<(std::ostream& out, GroupFlags flags) { return out << valueToStrep(flags); }
 
+Zet::ZetType const& GroupFlags::_fwkType() {
+  return Zet::valueType<GroupFlags>("Routing::Pim::Packet::GroupFlags",
+                                    "The flag byte of an Encoded-Group Address");
+}
+
+[[maybe_unused]] static bool const areTypesKnown = Zet::zetTypeIs(GroupFlags::_fwkType());
+
 }  // namespace Routing::Pim::Packet
 
 namespace Routing::Pim::Bsr {
 
 Zet::EnumText const& enumText(Scope) {
   static constexpr char const* names[] = {"global", "admin"};
-  static constexpr Zet::EnumText text{"Scope", names};
+  static constexpr Zet::EnumText text{"Scope", names, "Routing::Pim::Bsr", "Kind of a zone"};
   return text;
 }
 
 Zet::EnumText const& enumText(BsrCandidateState) {
   static constexpr char const* names[] = {"noInfoBsr", "cBsr", "pBsr", "eBsr"};
-  static constexpr Zet::EnumText text{"BsrCandidateState", names};
+  static constexpr Zet::EnumText text{"BsrCandidateState", names, "Routing::Pim::Bsr",
+                                      "State of a candidate BSR in one zone"};
   return text;
 }
 
 Zet::EnumText const& enumText(BsrNonCandidateState) {
   static constexpr char const* names[] = {"noInfo", "acceptAny", "acceptPreferred"};
-  static constexpr Zet::EnumText text{"BsrNonCandidateState", names};
+  static constexpr Zet::EnumText text{"BsrNonCandidateState", names, "Routing::Pim::Bsr",
+                                      "State in one zone of a router that is no candidate BSR there"};
   return text;
 }
 
@@ -150,5 +180,38 @@ std::ostream& operator<<(std::ostream& out, CrpOptions const& options) {
 }
 
 U32 rhash(CrpOptions const& key) { return Zet::bitReverse(key.hash()); }
+
+Zet::ZetType const& CrpAdvIntervalRange::fwkType() {
+  static constexpr Zet::AttributeRow initial{.id = 1,
+                                             .name = "intervalDefault",
+                                             .kind = Zet::AttributeKind::constant,
+                                             .type = "U32",
+                                             .start = "60",
+                                             .unit = "s",
+                                             .sentence = "The number that it starts with"};
+  static_assert(CrpAdvInterval::intervalDefault() == 60);
+  return Zet::valueType<CrpAdvInterval>("Routing::Pim::Bsr::CrpAdvInterval",
+                                        "Seconds between two advertisements of a candidate RP", initial);
+}
+
+Zet::ZetType const& PimBsrWeight::_fwkType() {
+  return Zet::valueType<PimBsrWeight>("Routing::Pim::Bsr::PimBsrWeight",
+                                      "The weight of a BSR in the election");
+}
+
+Zet::ZetType const& PimBsrErrorCounters::_fwkType() {
+  return Zet::valueType<PimBsrErrorCounters>("Routing::Pim::Bsr::PimBsrErrorCounters",
+                                             "How many received messages were dropped, by reason");
+}
+
+Zet::ZetType const& CrpOptions::_fwkType() {
+  return Zet::valueType<CrpOptions>("Routing::Pim::Bsr::CrpOptions", "The identity of a candidate RP");
+}
+
+[[maybe_unused]] static bool const areTypesKnown =
+    Zet::zetTypeIs(_fwkType(Scope{})) && Zet::zetTypeIs(_fwkType(BsrCandidateState{})) &&
+    Zet::zetTypeIs(_fwkType(BsrNonCandidateState{})) && Zet::zetTypeIs(CrpAdvInterval::_fwkType()) &&
+    Zet::zetTypeIs(PimBsrWeight::_fwkType()) && Zet::zetTypeIs(PimBsrErrorCounters::_fwkType()) &&
+    Zet::zetTypeIs(CrpOptions::_fwkType());
 
 }  // namespace Routing::Pim::Bsr

@@ -9,6 +9,7 @@
 #include "runtime/Strep.h"
 #include "runtime/String8.h"
 #include "runtime/Types.h"
+#include "runtime/ValueType.h"
 
 /// The small values of the protocol: quantities with a range, states, the election weight and the identity of
 /// a candidate RP. All are copied by value, have a text form that valueToStrep writes and that they read
@@ -17,7 +18,8 @@
 namespace Routing::Pim {
 
 /// A whole number with a range, which raises when it is made from a number outside. `Range` gives its bounds,
-/// the number it starts with and the text that it raises. The text form is the decimal number.
+/// the number it starts with the text that it raises and its
+/// descriptor. The text form is the decimal number.
 template <class Range>
 class Bounded {
  public:
@@ -30,6 +32,13 @@ class Bounded {
 
   constexpr Rep value() const { return value_; }
 
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"value", "The number", &Bounded::value, &Bounded::valueIs});
+  }
+  static Zet::ZetType const& _fwkType() { return Range::fwkType(); }
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<Bounded>;
+
   friend constexpr auto operator<=>(Bounded, Bounded) = default;
   friend Zet::String8 valueToStrep(Bounded number) { return Zet::valueToStrep(number.value_); }
   friend std::ostream& operator<<(std::ostream& out, Bounded number) { return out << valueToStrep(number); }
@@ -40,6 +49,8 @@ class Bounded {
     return static_cast<Rep>(number);
   }
 
+  void valueIs(Rep number) { value_ = checked(number); }
+
   Rep value_ = Range::initial;
 };
 
@@ -48,6 +59,7 @@ struct RpPriorityRange {
   static constexpr S64 low = 0, high = 256;
   static constexpr Rep initial = 256;
   static constexpr char const* rangeError = "RpPriority::value < 0 or > 256 not allowed";
+  static PIMBSR_API Zet::ZetType const& fwkType();
 };
 /// Priority of a candidate RP, lower is preferred. 256, above what a message can carry, means none was set.
 using RpPriority = Bounded<RpPriorityRange>;
@@ -57,6 +69,7 @@ struct RpHashMaskLenRange {
   static constexpr S64 low = 0, high = 128;
   static constexpr Rep initial = 0;
   static constexpr char const* rangeError = "RpHashMaskLen::value < 0 or > 128 not allowed";
+  static PIMBSR_API Zet::ZetType const& fwkType();
 };
 /// Bits of a group address that go into the choice of an RP (RFC 5059 section 4.1). 128 means unknown.
 using RpHashMaskLen = Bounded<RpHashMaskLenRange>;
@@ -66,6 +79,7 @@ struct CrpHoldTimeRange {
   static constexpr S64 low = 0, high = 40958;
   static constexpr Rep initial = 0;
   static constexpr char const* rangeError = "CrpHoldTime::value < 0 or > 40958 not allowed";
+  static PIMBSR_API Zet::ZetType const& fwkType();
 };
 /// Seconds for which a candidate RP is kept without a new advertisement; 0 withdraws it.
 using CrpHoldTime = Bounded<CrpHoldTimeRange>;
@@ -95,6 +109,13 @@ struct PIMBSR_API GroupFlags {
   /// The range is served by bidirectional trees (B).
   constexpr bool bidir() const { return (value & 0x80) != 0; }
 
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"value", "The byte", &GroupFlags::value});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<GroupFlags>;
+
   friend constexpr bool operator==(GroupFlags, GroupFlags) = default;
 };
 
@@ -122,12 +143,15 @@ struct CrpAdvIntervalRange {
   static constexpr S64 low = 1, high = 16383;
   static constexpr Rep initial = 60;
   static constexpr char const* rangeError = "CrpAdvInterval::value < 1 or > 16383 not allowed";
+  static PIMBSR_API Zet::ZetType const& fwkType();
 };
 /// Seconds between two advertisements of a candidate RP.
 class PIMBSR_API CrpAdvInterval : public Bounded<CrpAdvIntervalRange> {
  public:
-  static constexpr U32 intervalDefault = CrpAdvIntervalRange::initial;
+  /// The number that it starts with.
+  static constexpr U32 intervalDefault() { return CrpAdvIntervalRange::initial; }
 
+  using GenericIf_ = Zet::GenericIfOf<CrpAdvInterval>;
   using Bounded::Bounded;
   constexpr CrpAdvInterval() = default;
   /// Only the low 32 bits of the number in the text are used.
@@ -161,6 +185,16 @@ class PIMBSR_API PimBsrWeight : public OrderedByLess<PimBsrWeight> {
   void ipAddrIs(Lanet::IpGenAddr const& ipAddr) { ipAddr_ = ipAddr; }
   U32 hash() const;
 
+  static constexpr auto zetFields() {
+    return std::tuple(
+        Zet::Field{"priority", "The BSR priority of a Bootstrap Message, higher wins",
+                   &PimBsrWeight::priority, &PimBsrWeight::priorityIs},
+        Zet::Field{"ipAddr", "The address of the BSR", &PimBsrWeight::ipAddr, &PimBsrWeight::ipAddrIs});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<PimBsrWeight>;
+
   friend bool operator==(PimBsrWeight const&, PimBsrWeight const&) = default;
   friend bool operator<(PimBsrWeight const& a, PimBsrWeight const& b) {
     return a.priority_ != b.priority_ ? a.priority_ < b.priority_ : a.ipAddr_.v4Addr() < b.ipAddr_.v4Addr();
@@ -187,6 +221,20 @@ struct PIMBSR_API PimBsrErrorCounters {
   /// A number beyond 32 bits keeps its low 32.
   PimBsrErrorCounters(Zet::String8::IteratorConst& cur, Zet::String8::IteratorConst end);
 
+  static constexpr auto zetFields() {
+    using C = PimBsrErrorCounters;
+    return std::tuple(
+        Zet::Field{"rxFilter", "Advertisements that the filter doesn't permit", &C::rxFilter},
+        Zet::Field{"rxNbrRpfCheck", "Not from the RPF neighbor towards the BSR", &C::rxNbrRpfCheck},
+        Zet::Field{"rxNoForwardBsm", "No-Forward messages that were not to be accepted", &C::rxNoForwardBsm},
+        Zet::Field{"rxUnicastBsm", "Bootstrap Messages sent to a unicast address", &C::rxUnicastBsm},
+        Zet::Field{"rxScopeMismatch", "Over a border of the zone, or of another zone", &C::rxScopeMismatch},
+        Zet::Field{"rxInvalid", "Otherwise not acceptable", &C::rxInvalid});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<PimBsrErrorCounters>;
+
   friend bool operator==(PimBsrErrorCounters const&, PimBsrErrorCounters const&) = default;
 };
 
@@ -208,6 +256,16 @@ class PIMBSR_API CrpOptions : public OrderedByLess<CrpOptions> {
   U32 hash() const { return rpAddress_.v4Addr().hostWord() ^ priority_.value(); }
   /// "address,priority", with "*" for an address whose IPv4 view is 0.
   Zet::String8 pretty() const;
+
+  static constexpr auto zetFields() {
+    return std::tuple(Zet::Field{"rpAddress", "The address of the candidate RP", &CrpOptions::rpAddress,
+                                 &CrpOptions::rpAddressIs},
+                      Zet::Field{"priority", "Its priority, lower wins; 256 is unknown",
+                                 &CrpOptions::priority, &CrpOptions::priorityIs});
+  }
+  static Zet::ZetType const& _fwkType();
+  Zet::ZetType const& fwkType() const { return _fwkType(); }
+  using GenericIf_ = Zet::GenericIfOf<CrpOptions>;
 
   friend bool operator==(CrpOptions const&, CrpOptions const&) = default;
   friend bool operator<(CrpOptions const& a, CrpOptions const& b) {

@@ -11,11 +11,21 @@
 
 namespace Zet {
 
+struct ZetType;
+template <class C>
+class GenericIfOf;
+
 /// The texts of an enumeration that numbers its names from 0.
 struct EnumText {
   char const* typeName;  ///< bare name of the type
   std::span<char const* const> names;
+  char const* space;     ///< the namespaces around it, without :: at the end
+  char const* sentence;  ///< what it says
 };
+
+/// The descriptor of an enumeration: its names as constant attributes. `text` must live as long as the
+/// program.
+PIMBSR_API ZetType const& enumType(EnumText const& text);
 
 /// The name of `number`, or "Type(number)" if it has none.
 PIMBSR_API String8 enumStringValue(EnumText const& text, U32 number);
@@ -34,8 +44,8 @@ concept TextEnum = std::is_enum_v<T> && requires(T value) {
 }  // namespace Zet
 
 /// Declares, beside the enumeration `Type`, its text functions: the name, the quoted text form, streaming of
-/// the bare name, and TypeInstance from a number or a name. The source that holds its names defines
-/// enumText(Type).
+/// the bare name, TypeInstance from a number or a name, and the descriptor with named access. The source that
+/// holds its names defines enumText(Type).
 #define ZET_ENUM_TEXT(Type)                                                                            \
   PIMBSR_API ::Zet::EnumText const& enumText(Type);                                                    \
   inline ::Zet::String8 stringValue(Type value) {                                                      \
@@ -48,4 +58,7 @@ concept TextEnum = std::is_enum_v<T> && requires(T value) {
   }                                                                                                    \
   inline Type Type##Instance(::Zet::String8 const& name) {                                             \
     return static_cast<Type>(::Zet::enumInstance(enumText(Type{}), name));                             \
-  }
+  }                                                                                                    \
+  inline ::Zet::ZetType const& _fwkType(Type value) { return ::Zet::enumType(enumText(value)); }       \
+  inline ::Zet::ZetType const& fwkType(Type value) { return _fwkType(value); }                         \
+  using Type##GenericIf_ = ::Zet::GenericIfOf<Type>;

@@ -1,6 +1,7 @@
 #include "runtime/Reflection.h"
 
 #include <map>
+#include <memory>
 #include <string>
 
 #include "runtime/Entity.h"
@@ -10,7 +11,7 @@ namespace Zet {
 char const* kindName(AttributeKind kind) {
   static constexpr char const* names[] = {"constructor", "value",    "counter", "constant", "pointer",
                                           "single",      "members",  "values",  "pointers", "queue",
-                                          "array",       "reactors", "method"};
+                                          "array",       "reactors", "method",  "reactor",  "field"};
   return names[static_cast<int>(kind)];
 }
 
@@ -27,6 +28,9 @@ AttributeRow const* ZetType::row(String8 const& attribute) const {
 }
 
 AttributeRow const* ZetType::row(AttributeId id) const {
+  // Numbers are given in declared order, so that most rows are where their number says.
+  auto const place = rows.empty() ? 0 : static_cast<std::size_t>(id - rows.front().id);
+  if (place < rows.size() && rows[place].id == id) return &rows[place];
   for (AttributeRow const& r : rows) {
     if (r.id == id) return &r;
   }
@@ -86,11 +90,19 @@ static void checkIndex(AttributeRow const& row, AttributeOp op, AttributeOpArgs 
   if (needsKey && row.isIndexed() && !args.hasKey) throwUnknownArgException("no key given");
 }
 
-/// Reads and walks; false for an operation that changes the object.
+/// Reads, walks and calls of what changes nothing; false for an operation that may change the object.
 static bool lookOp(AttributeRow const& row, PtrInterface const& object, AttributeOp op,
                    AttributeOpArgs& args) {
+  if (op == AttributeOp::read && row.kind == AttributeKind::constant && row.read == nullptr) {
+    args.value = row.start;
+    return true;
+  }
   if (op == AttributeOp::read && row.read != nullptr) {
     args.value = row.read(object, args.key);
+    return true;
+  }
+  if (op == AttributeOp::call && row.constCall != nullptr) {
+    args.value = row.constCall(object, args.arguments);
     return true;
   }
   if (op != AttributeOp::walk || row.walk == nullptr) return false;
@@ -169,7 +181,7 @@ static ZetAttrIntrospectionFlags flagsOf(AttributeRow const& row) {
   if (row.kind == AttributeKind::single || row.kind == AttributeKind::members) value |= Flags::owned;
   if (row.range[0] != '\0') value |= Flags::ranged;
   if (row.walk != nullptr) value |= Flags::walkable;
-  if (row.call != nullptr) value |= Flags::callable;
+  if (row.call != nullptr || row.constCall != nullptr) value |= Flags::callable;
   return Flags(value);
 }
 
@@ -200,6 +212,37 @@ void checkArguments(std::span<Argument const> arguments, std::size_t wanted) {
   if (arguments.size() == wanted) return;
   throwUnknownArgException(std::to_string(arguments.size()) + " given, " + std::to_string(wanted) +
                            " wanted");
+}
+
+namespace {
+
+/// A descriptor that is made of the texts of an enumeration.
+struct EnumDescriptor {
+  explicit EnumDescriptor(EnumText const& text) : name(std::string(text.space) + "::" + text.typeName) {
+    for (std::size_t i = 0; i < text.names.size(); ++i) numbers.push_back(std::to_string(i));
+    for (std::size_t i = 0; i < text.names.size(); ++i) {
+      rows.push_back({.id = static_cast<AttributeId>(i),
+                      .name = text.names[i],
+                      .kind = AttributeKind::constant,
+                      .type = "U32",
+                      .start = numbers[i].c_str()});
+    }
+    type = {name.c_str(), "enumeration", nullptr, rows, text.sentence};
+  }
+  std::string name;
+  std::vector<std::string> numbers;
+  std::vector<AttributeRow> rows;
+  ZetType type;
+};
+
+}  // namespace
+
+// Made while types register themselves, before main.
+ZetType const& enumType(EnumText const& text) {
+  static std::map<EnumText const*, std::unique_ptr<EnumDescriptor>> made;
+  std::unique_ptr<EnumDescriptor>& one = made[&text];
+  if (!one) one = std::make_unique<EnumDescriptor>(text);
+  return one->type;
 }
 
 String8 strepOfObject(PtrInterface const* object) {

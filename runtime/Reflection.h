@@ -1,6 +1,7 @@
 #pragma once
 
 #include <span>
+#include <type_traits>
 #include <vector>
 
 #include "runtime/Activity.h"
@@ -25,7 +26,9 @@ enum class AttributeKind : U8 {
   queue,        ///< counted pointers in order of a number
   array,        ///< counted pointers by index
   reactors,     ///< nested reactors, by key
-  method        ///< a member function
+  method,       ///< a member function
+  reactor,      ///< one nested reactor
+  field         ///< a part of a value
 };
 PIMBSR_API char const* kindName(AttributeKind kind);
 
@@ -34,6 +37,10 @@ struct Argument {
   String8 text;
   Ptr<PtrInterface> object;
 };
+
+namespace NboAttrLog {
+struct RowForm;
+}
 
 /// Receives a walk over a collection: each member's key as text, and the member's value as text or the
 /// member.
@@ -61,16 +68,25 @@ struct AttributeRow {
   void (*walk)(PtrInterface const& object, MemberVisitor& visitor) = nullptr;
   Ptr<PtrInterface> (*member)(PtrInterface const& object, String8 const& key) = nullptr;
   String8 (*call)(PtrInterface& object, std::span<Argument const> arguments) = nullptr;
+  /// A call that changes nothing and so may be made on a constant object.
+  String8 (*constCall)(PtrInterface const& object, std::span<Argument const> arguments) = nullptr;
+  /// How the attribute log carries the attribute; null for one that it doesn't carry.
+  NboAttrLog::RowForm const* log = nullptr;
 
   bool isIndexed() const { return keyType[0] != '\0'; }
 };
 
-/// Descriptor of a declared class: its name, its base's descriptor, and its own attributes in declared order.
+/// Number of the attribute fwkKey, the same in all keyed entities.
+inline constexpr AttributeId attrFwkKey = 1 << 20;
+
+/// Descriptor of a type: its name, its base's descriptor, and its own attributes in declared order; of a
+/// value type its fields, of an enumeration its names.
 struct ZetType {
   char const* name;     ///< qualified by namespaces
-  char const* kind;     ///< "entity", "machine", "record", or empty
+  char const* kind;     ///< "entity", "machine", "record", "value", "enumeration", or empty
   ZetType const* base;  ///< null for none
   std::span<AttributeRow const> rows;
+  char const* sentence = "";
 
   /// The attribute of that name or number, own ones first; null if there is none.
   PIMBSR_API AttributeRow const* row(String8 const& attribute) const;
@@ -78,7 +94,17 @@ struct ZetType {
   PIMBSR_API bool isA(ZetType const& other) const;
 };
 
-/// All declared types, in order of their names.
+/// The descriptor of a class, value type or enumeration.
+template <class T>
+ZetType const& descriptorOf() {
+  if constexpr (std::is_enum_v<T>) {
+    return _fwkType(T{});
+  } else {
+    return T::_fwkType();
+  }
+}
+
+/// All known types, in order of their names.
 PIMBSR_API std::vector<ZetType const*> zetTypes();
 /// The declared type of that name, or null.
 PIMBSR_API ZetType const* zetType(String8 const& name);
@@ -110,7 +136,8 @@ class PIMBSR_API GenericIf {
   /// for an operation that the kind doesn't support; UnknownArgException for a missing index or wrong
   /// arguments; the exceptions of the setter itself.
   void attributeOp(PtrInterface& object, AttributeId id, AttributeOp op, AttributeOpArgs& args) const;
-  /// The same on a constant object, of which nothing can be changed: a change that the attribute's kind knows
+  /// The same on a constant object, of which nothing can be changed, while methods that change nothing can be
+  /// called: a change that the attribute's kind knows
   /// raises "attempting to modify a const instance", and an update of a mirrored object "write-update from
   /// readonly proxy: " with the attribute's name.
   void attributeOp(PtrInterface const& object, AttributeId id, AttributeOp op, AttributeOpArgs& args) const;
@@ -127,11 +154,33 @@ class PIMBSR_API GenericIf {
   ZetType const& type_;
 };
 
-/// The named access of one class.
+/// Carries a value where named access wants an object.
+template <class T>
+class ValueObject final : public PtrInterface {
+ public:
+  explicit ValueObject(T const& given) : value(given) {}
+  ZetType const& fwkType() const override { return descriptorOf<T>(); }
+  T value;
+};
+
+/// The named access of one class, value type or enumeration. The fields of a value are read and written in
+/// the value itself; enumerations have names only, which any value reads.
 template <class C>
 class GenericIfOf : public GenericIf {
  public:
-  GenericIfOf() : GenericIf(C::_fwkType()) {}
+  GenericIfOf() : GenericIf(descriptorOf<C>()) {}
+
+  using GenericIf::read;
+  using GenericIf::write;
+  String8 read(C const& value, String8 const& attribute) const requires(!std::is_base_of_v<PtrInterface, C>) {
+    return GenericIf::read(*make<ValueObject<C>>(value), attribute);
+  }
+  void write(C& value, String8 const& attribute, String8 const& text) const
+      requires(!std::is_base_of_v<PtrInterface, C>) {
+    Ptr<ValueObject<C>> object = make<ValueObject<C>>(value);
+    GenericIf::write(*object, attribute, text);
+    value = object->value;
+  }
 };
 
 /// Bits that say more of an attribute to an IntrospectionReactor; a value above 0x3f raises RangeException.

@@ -205,7 +205,7 @@ TEST(CrpAdvInterval, Takes1To16383AndStartsAt60) {
   expectBounds<CrpAdvInterval>(1, 16383, {0, 16384, 0xffffffffu},
                                "CrpAdvInterval::value < 1 or > 16383 not allowed");
   EXPECT_EQ(CrpAdvInterval().value(), 60u);
-  EXPECT_EQ(CrpAdvInterval::intervalDefault, 60u);
+  EXPECT_EQ(CrpAdvInterval::intervalDefault(), 60u);
   EXPECT_TRUE(CrpAdvInterval(60) == CrpAdvInterval());
   EXPECT_TRUE(CrpAdvInterval(61) != CrpAdvInterval());
 }
