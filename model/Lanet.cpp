@@ -10,6 +10,7 @@
 
 #include "runtime/Bits.h"
 #include "runtime/Exceptions.h"
+#include "runtime/NboAttrLog.h"
 
 namespace Lanet {
 
@@ -302,6 +303,64 @@ U32 rhash(Prefix const& key) { return Zet::bitReverse(key.hash()); }
 U32 rhash(IpGenAddr const& key) { return Zet::bitReverse(key.hash()); }
 U32 rhash(IpGenPrefix const& key) { return Zet::bitReverse(key.hash()); }
 U32 rhash(IntfId const& key) { return Zet::bitReverse(key.hash()); }
+
+// Attribute log -----------------------------------------------------------------------------------------
+
+using Zet::NboAttrLog::In;
+using Zet::NboAttrLog::Out;
+
+void IpAddr::zetPut(Out& out) const { Zet::NboAttrLog::putNumber(out, hostWord()); }
+
+IpAddr IpAddr::zetGet(In& in) { return fromHost(Zet::NboAttrLog::getNumber<U32>(in)); }
+
+void Ip6Addr::zetPut(Out& out) const { std::memcpy(out.add(bytes_.size()), bytes_.data(), bytes_.size()); }
+
+Ip6Addr Ip6Addr::zetGet(In& in) {
+  Bytes bytes;
+  std::memcpy(bytes.data(), in.take(bytes.size()).data(), bytes.size());
+  return Ip6Addr(bytes);
+}
+
+void IpGenAddr::zetPut(Out& out) const {
+  Zet::NboAttrLog::putNumber(out, family_);
+  v6Addr().zetPut(out);
+}
+
+IpGenAddr IpGenAddr::zetGet(In& in) {
+  auto const family = Zet::NboAttrLog::get<AddressFamily>(in);
+  IpGenAddr addr(Ip6Addr::zetGet(in));
+  if (family == AddressFamily::ipv6) return addr;
+  IpGenAddr const made = family == AddressFamily::ipv4 ? IpGenAddr(addr.v4Addr()) : IpGenAddr();
+  if (made.bytes_ != addr.bytes_) Zet::throwRangeException("IpGenAddr: bytes after the address");
+  return made;
+}
+
+/// The prefix of an address and a length as they come; one with host bits isn't a prefix.
+template <class P, class A>
+static P getPrefix(In& in) {
+  A const addr = A::zetGet(in);
+  P const prefix(addr, Zet::NboAttrLog::getNumber<U32>(in));
+  if (prefix.address() != addr) Zet::throwRangeException("prefix with host bits");
+  return prefix;
+}
+
+void Prefix::zetPut(Out& out) const {
+  address_.zetPut(out);
+  Zet::NboAttrLog::putNumber(out, length_);
+}
+
+Prefix Prefix::zetGet(In& in) { return getPrefix<Prefix, IpAddr>(in); }
+
+void IpGenPrefix::zetPut(Out& out) const {
+  address_.zetPut(out);
+  Zet::NboAttrLog::putNumber(out, length_);
+}
+
+IpGenPrefix IpGenPrefix::zetGet(In& in) { return getPrefix<IpGenPrefix, IpGenAddr>(in); }
+
+void IntfId::zetPut(Out& out) const { Zet::NboAttrLog::put(out, name_); }
+
+IntfId IntfId::zetGet(In& in) { return IntfId(Zet::NboAttrLog::get<String8>(in)); }
 
 Zet::ZetType const& IpAddr::_fwkType() { return Zet::valueType<IpAddr>("Lanet::IpAddr", "An IPv4 address"); }
 

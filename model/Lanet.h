@@ -13,11 +13,20 @@
 #include "runtime/Types.h"
 #include "runtime/ValueType.h"
 
+namespace Zet::NboAttrLog {
+class In;
+class Out;
+}  // namespace Zet::NboAttrLog
+
 /// The network values: addresses, prefixes and interface identifiers, all small and copied by value.
 ///
 /// Each is written by valueToStrep as its quoted stringValue, '' when empty, and reads that back; streaming
 /// writes the bare stringValue. What isn't a value of the type raises RangeException. Addresses are held in
 /// network byte order and ordered by number.
+///
+/// In the attribute log an IPv4 address is its 4 bytes and an IPv6 address its 16; an address of either
+/// family is the U32 of its family and all 16 bytes, of which the last 12 are zero for IPv4; a prefix is its
+/// address and the U32 of its length; an interface is its name.
 namespace Lanet {
 
 enum class AddressFamily : U32 { unset = 0, ipv4 = 1, ipv6 = 2 };
@@ -58,6 +67,8 @@ class PIMBSR_API IpAddr {
   static Zet::ZetType const& _fwkType();
   Zet::ZetType const& fwkType() const { return _fwkType(); }
   using GenericIf_ = Zet::GenericIfOf<IpAddr>;
+  void zetPut(Zet::NboAttrLog::Out& out) const;
+  static IpAddr zetGet(Zet::NboAttrLog::In& in);
 
   friend constexpr bool operator==(IpAddr, IpAddr) = default;
   friend constexpr std::strong_ordering operator<=>(IpAddr a, IpAddr b) {
@@ -93,6 +104,8 @@ class PIMBSR_API Ip6Addr {
   static Zet::ZetType const& _fwkType();
   Zet::ZetType const& fwkType() const { return _fwkType(); }
   using GenericIf_ = Zet::GenericIfOf<Ip6Addr>;
+  void zetPut(Zet::NboAttrLog::Out& out) const;
+  static Ip6Addr zetGet(Zet::NboAttrLog::In& in);
 
   friend constexpr auto operator<=>(Ip6Addr const&, Ip6Addr const&) = default;
 
@@ -130,6 +143,8 @@ class PIMBSR_API IpGenAddr {
   static Zet::ZetType const& _fwkType();
   Zet::ZetType const& fwkType() const { return _fwkType(); }
   using GenericIf_ = Zet::GenericIfOf<IpGenAddr>;
+  void zetPut(Zet::NboAttrLog::Out& out) const;
+  static IpGenAddr zetGet(Zet::NboAttrLog::In& in);
 
   friend constexpr auto operator<=>(IpGenAddr const&, IpGenAddr const&) = default;
 
@@ -163,6 +178,8 @@ class PIMBSR_API Prefix {
   static Zet::ZetType const& _fwkType();
   Zet::ZetType const& fwkType() const { return _fwkType(); }
   using GenericIf_ = Zet::GenericIfOf<Prefix>;
+  void zetPut(Zet::NboAttrLog::Out& out) const;
+  static Prefix zetGet(Zet::NboAttrLog::In& in);
 
   friend constexpr auto operator<=>(Prefix const&, Prefix const&) = default;
 
@@ -206,6 +223,8 @@ class PIMBSR_API IpGenPrefix {
   static Zet::ZetType const& _fwkType();
   Zet::ZetType const& fwkType() const { return _fwkType(); }
   using GenericIf_ = Zet::GenericIfOf<IpGenPrefix>;
+  void zetPut(Zet::NboAttrLog::Out& out) const;
+  static IpGenPrefix zetGet(Zet::NboAttrLog::In& in);
 
   friend constexpr auto operator<=>(IpGenPrefix const&, IpGenPrefix const&) = default;
 
@@ -232,6 +251,8 @@ class PIMBSR_API IntfId {
   static Zet::ZetType const& _fwkType();
   Zet::ZetType const& fwkType() const { return _fwkType(); }
   using GenericIf_ = Zet::GenericIfOf<IntfId>;
+  void zetPut(Zet::NboAttrLog::Out& out) const;
+  static IntfId zetGet(Zet::NboAttrLog::In& in);
 
   friend bool operator==(IntfId const&, IntfId const&) = default;
   friend bool operator<(IntfId const& a, IntfId const& b) { return a.name_ < b.name_; }
