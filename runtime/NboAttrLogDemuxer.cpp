@@ -1,0 +1,266 @@
+#include "runtime/NboAttrLogDemuxer.h"
+
+#include <exception>
+
+#include "runtime/Reflection.h"
+
+namespace Zet::NboAttrLog {
+
+namespace {
+
+/// Applies contents and updates to the objects of one copy.
+class Applier {
+ public:
+  explicit Applier(Objects& objects) : objects_(objects) {}
+
+  void takeContent(PtrInterface& object, In& in) {
+    forLogged(object.fwkType(), [&](AttributeRow const& row) { takeRow(object, row, in); });
+  }
+  void take(PtrInterface& object, AttributeRow const& row, Op op, In& in);
+  /// Raises the first exception of a setter.
+  void finish() const {
+    if (outOfRange_) std::rethrow_exception(outOfRange_);
+  }
+
+ private:
+  void takeRow(PtrInterface& object, AttributeRow const& row, In& in);
+  void takeMembers(PtrInterface& object, RowForm const& form, In& in);
+  void takeChild(PtrInterface& object, RowForm const& form, In& in, bool anew);
+  void takeGone(In& in);
+  /// Runs a setter. One that rejects a value keeps it, as it does in the original, and the rest goes on.
+  template <class Set>
+  void set(Set const& call) {
+    try {
+      call();
+    } catch (RangeException const&) {
+      if (!outOfRange_) outOfRange_ = std::current_exception();
+    }
+  }
+
+  Objects& objects_;
+  std::exception_ptr outOfRange_;
+};
+
+/// The forms of all keys that a collection has.
+class KeyTexts : public KeyVisitor {
+ public:
+  explicit KeyTexts(RowForm const& form) : form_(form) {}
+  void onKey(void const* key) override {
+    Out out;
+    form_.putKey(key, out);
+    texts.emplace(reinterpret_cast<char const*>(out.bytes().data()), out.size());
+  }
+  std::set<std::string, std::less<>> texts;
+
+ private:
+  RowForm const& form_;
+};
+
+In inOf(std::string const& text) {
+  return In(std::span(reinterpret_cast<U8 const*>(text.data()), text.size()));
+}
+
+void Applier::takeRow(PtrInterface& object, AttributeRow const& row, In& in) {
+  RowForm const& form = *row.log;
+  if (form.shape == Shape::value) return set([&] { form.take(object, in); });
+  if (form.walk != nullptr) return takeMembers(object, form, in);
+  if (get<bool>(in)) return takeChild(object, form, in, false);
+  form.takeDel(object, in);
+}
+
+// What the content doesn't name goes, so that a copy with another past ends equal.
+void Applier::takeMembers(PtrInterface& object, RowForm const& form, In& in) {
+  KeyTexts before(form);
+  form.walk(object, before);
+  for (U32 left = get<U32>(in); left > 0; --left) {
+    std::size_t const place = in.place();
+    form.skipKey(in);
+    auto at = before.texts.find(in.since(place));
+    if (at != before.texts.end()) before.texts.erase(at);
+    in.placeIs(place);
+    if (form.shape == Shape::values) {
+      set([&] { form.takeMember(object, in); });
+    } else {
+      takeChild(object, form, in, false);
+    }
+  }
+  for (std::string const& text : before.texts) {
+    In key = inOf(text);
+    form.takeDel(object, key);
+  }
+}
+
+void Applier::takeChild(PtrInterface& object, RowForm const& form, In& in, bool anew) {
+  Ptr<PtrInterface> child = form.takeMake(object, in, anew);
+  if (!objects_.emplace(get<U32>(in), child).second) throwMalformed("number of an object used twice");
+  takeContent(*child, in);
+  if (form.set != nullptr) form.set(object, *child);
+}
+
+void Applier::takeGone(In& in) {
+  for (U32 left = get<U32>(in); left > 0; --left) objects_.erase(get<U32>(in));
+}
+
+void Applier::take(PtrInterface& object, AttributeRow const& row, Op op, In& in) {
+  RowForm const& form = *row.log;
+  bool const isObject = form.shape != Shape::value && form.shape != Shape::values;
+  if (op == Op::value && form.shape == Shape::value) {
+    set([&] { form.take(object, in); });
+  } else if (op == Op::member && form.shape == Shape::values) {
+    set([&] { form.takeMember(object, in); });
+  } else if (op == Op::object && isObject) {
+    takeGone(in);
+    takeChild(object, form, in, true);
+  } else if (op == Op::del && form.shape != Shape::value) {
+    takeGone(in);
+    form.takeDel(object, in);
+  } else {
+    throwOpNotSupportedException(row.name, opName(AttributeOp::update), false);
+  }
+}
+
+AttributeRow const& loggedRow(PtrInterface const& object, AttributeId attribute) {
+  AttributeRow const* row = object.fwkType().row(attribute);
+  if (row == nullptr || row->log == nullptr) throwUnknownAttrException(std::to_string(attribute));
+  return *row;
+}
+
+}  // namespace
+
+/// Applies all of a message. A setter's exception is raised at the end; one that comes before is from bytes
+/// that no original sends.
+template <class Take>
+static void takeAll(Objects& objects, In& in, Take const& take) {
+  Applier applier(objects);
+  try {
+    take(applier);
+  } catch (RangeException const& e) {
+    throwMalformed(e.what());
+  }
+  in.needEnd();
+  applier.finish();
+}
+
+void deserializeAttr(PtrInterface& object, Update& update) {
+  takeAll(update.objects, update.in, [&](Applier& applier) {
+    applier.take(object, loggedRow(object, update.attribute), update.op, update.in);
+  });
+}
+
+void deserializeAttr(PtrInterface const& object, Update const& update) {
+  AttributeRow const* row = object.fwkType().row(update.attribute);
+  bool const isWhole = update.op == Op::snapshot || row == nullptr;
+  throwInternalException(std::string("write-update from readonly proxy: ") +
+                         (isWhole ? object.fwkType().name : row->name));
+}
+
+void Demuxer::copyIs(U32 flow, Ptr<PtrInterface> const& copy) { copies_[flow] = {.object = copy}; }
+
+void Demuxer::readOnlyIs(U32 flow, Ptr<PtrInterface const> const& object) {
+  copies_[flow] = {.readOnly = object};
+}
+
+void Demuxer::reset() {
+  isBroken_ = false;
+  kept_.clear();
+  for (auto& [flow, copy] : copies_) {
+    copy.objects.clear();
+    copy.isAsked = copy.isFailed = false;
+  }
+}
+
+void Demuxer::bytes(std::span<U8 const> bytes) {
+  if (isBroken_) return;
+  bool const isFirst = kept_.empty() && !hasNotificationActive();
+  if (!isFirst) kept_.insert(kept_.end(), bytes.begin(), bytes.end());
+  if (hasNotificationActive()) return;
+  ClearIsActiveAnchor anchor(*this);
+  if (isFirst && !keepRest(bytes)) return;
+  bool isMore = true;
+  while (isMore && !isBroken_) isMore = keepRest(std::exchange(kept_, {}));
+}
+
+/// Applies whole messages and keeps the rest. Whether a handler has brought more bytes meanwhile.
+bool Demuxer::keepRest(std::span<U8 const> bytes) {
+  auto const rest = bytes.subspan(takeMessages(bytes));
+  bool const isMore = !kept_.empty();
+  kept_.insert(kept_.begin(), rest.begin(), rest.end());
+  return isMore;
+}
+
+/// Applies all whole messages; returns the number of bytes that they have.
+std::size_t Demuxer::takeMessages(std::span<U8 const> bytes) {
+  In in(bytes);
+  while (!isBroken_ && in.left() >= sizeof(U32)) {
+    std::size_t const place = in.place();
+    U32 const length = get<U32>(in);
+    if (length > maxMessage_) {
+      isBroken_ = true;
+      ++rejected_;
+      lastError_ = "message too long";
+      return bytes.size();
+    }
+    if (in.left() < length) return place;
+    takeMessage(In(in.take(length)));
+  }
+  return in.place();
+}
+
+void Demuxer::takeMessage(In in) {
+  ++messages_;
+  U32 flow = 0;
+  Op op{};
+  try {
+    flow = get<U32>(in);
+    op = static_cast<Op>(get<U8>(in));
+    U32 const id = get<U32>(in);
+    auto const attribute = get<AttributeId>(in);
+    auto at = copies_.find(flow);
+    if (at == copies_.end()) throwMalformed("unknown flow");
+    apply(at->second, op, id, attribute, in);
+  } catch (RangeException const& e) {
+    ++outOfRange_;
+    lastError_ = e.what();
+  } catch (std::exception const& e) {
+    ++rejected_;
+    lastError_ = e.what();
+    auto at = copies_.find(flow);
+    if (at != copies_.end()) ask(flow, at->second, op);
+  }
+}
+
+void Demuxer::apply(Copy& copy, Op op, U32 id, AttributeId attribute, In in) {
+  if (copy.readOnly) {
+    Update const update{op, attribute, in, copy.objects};
+    deserializeAttr(*copy.readOnly, update);
+  }
+  if (op == Op::snapshot) return takeSnapshot(copy, in);
+  // Until the snapshot comes that was asked for, changes may name objects that are not known here.
+  if (copy.isAsked) return;
+  auto at = copy.objects.find(id);
+  if (at == copy.objects.end()) throwMalformed("unknown object");
+  Ptr<PtrInterface> object = at->second;
+  Update update{op, attribute, in, copy.objects};
+  deserializeAttr(*object, update);
+}
+
+void Demuxer::takeSnapshot(Copy& copy, In in) {
+  if (get<U32>(in) != modelFingerprint()) throwMalformed("log of another model");
+  if (!(get<String8>(in) == copy.object->fwkType().name)) throwTypeException(copy.object->fwkType().name);
+  copy.objects.clear();
+  copy.objects.emplace(rootId, copy.object);
+  takeAll(copy.objects, in, [&](Applier& applier) {
+    applier.takeContent(*copy.object, in);
+    in.needEnd();
+    copy.isAsked = copy.isFailed = false;
+  });
+}
+
+void Demuxer::ask(U32 flow, Copy& copy, Op op) {
+  if (copy.readOnly || copy.isAsked || copy.isFailed) return;
+  copy.isAsked = true;
+  copy.isFailed = op == Op::snapshot;
+  if (!copy.isFailed) onSnapshotNeeded(flow);
+}
+
+}  // namespace Zet::NboAttrLog
