@@ -27,7 +27,9 @@ void Reactor::handleNotification(ActivityConfig*) {
   if (attribute != noAttribute) deliver(*this, attribute, [&] { zetDispatch(attribute); });
 }
 
-void Reactor::redispatch(ActivitySm* activity, AttributeId attribute) {
+void Reactor::redispatch(ActivitySm* activity) {
+  Expect const* delivery = Expect::innermost();
+  AttributeId const attribute = delivery != nullptr ? delivery->id() : allAttributes;
   bool waits = pending_ != noAttribute;
   pending_ = waits && pending_ != attribute ? allAttributes : attribute;
   if (!waits) activity->enqueue(this);

@@ -30,8 +30,9 @@ class PIMBSR_API Reactor : public PtrInterface {
 
   /// Serves the pending attribute, if there is one, by the same onFoo that a setter calls.
   virtual void handleNotification(ActivityConfig* config);
-  /// Puts this reactor in line at an activity, to hear of `attribute` when that serves.
-  void redispatch(ActivitySm* activity, AttributeId attribute);
+  /// Hands the notification that is being delivered on to an activity: this reactor hears of the same
+  /// attribute again when that serves. Outside of any notification it stands for all attributes.
+  void redispatch(ActivitySm* activity);
   AttributeId pendingAttribute() const { return pending_; }
 
  protected:

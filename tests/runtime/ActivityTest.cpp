@@ -35,6 +35,11 @@ class Watch : public Status::NotifieeConst {
 class Activity : public ModelTest {
  protected:
   Activity() : sm(Zet::zetActivitySmFor(config)) { watch->notifierIs(status); }
+  /// Hands on the notification of an attribute, as its onFoo does.
+  void handOn(Zet::Reactor& reactor, Zet::AttributeId attribute) {
+    Zet::Expect delivery(attribute);
+    reactor.redispatch(sm.ptr());
+  }
   /// What one round of service calls.
   std::string served() {
     watch->heard.clear();
@@ -61,7 +66,7 @@ TEST_F(Activity, NothingIsPendingAtFirst) {
 }
 
 TEST_F(Activity, ARedispatchedAttributeWaitsUntilItIsServed) {
-  watch->redispatch(sm.ptr(), Status::attrSzTimeout);
+  handOn(*watch, Status::attrSzTimeout);
   EXPECT_EQ(watch->heard, "");
   EXPECT_EQ(watch->pendingAttribute(), Status::attrSzTimeout);
   EXPECT_EQ(served(), "szTimeout ");
@@ -69,8 +74,26 @@ TEST_F(Activity, ARedispatchedAttributeWaitsUntilItIsServed) {
   EXPECT_EQ(served(), "");
 }
 
+TEST_F(Activity, AHandlerHandsOnTheNotificationThatItServes) {
+  watch->action = [&] {
+    if (watch->pendingAttribute() == Zet::noAttribute && status->bsTimeout() == 0) {
+      status->bsTimeoutIs(1);
+      watch->redispatch(sm.ptr());
+    }
+  };
+  status->afIs(Lanet::AddressFamily::ipv4);
+  EXPECT_EQ(watch->heard, "af bsTimeout ");
+  EXPECT_EQ(watch->pendingAttribute(), Status::attrAf);
+  EXPECT_EQ(served(), "af ");
+}
+
+TEST_F(Activity, OutsideOfANotificationAllAttributesAreHandedOn) {
+  watch->redispatch(sm.ptr());
+  EXPECT_EQ(served(), "af bsTimeout szTimeout cbsr counters ");
+}
+
 TEST_F(Activity, HandleNotificationTakesTheNumberAndClearsItBeforeItCalls) {
-  watch->redispatch(sm.ptr(), Status::attrAf);
+  handOn(*watch, Status::attrAf);
   Zet::AttributeId during = Status::attrAf;
   watch->action = [&] { during = watch->pendingAttribute(); };
   watch->handleNotification(config.ptr());
@@ -81,29 +104,29 @@ TEST_F(Activity, HandleNotificationTakesTheNumberAndClearsItBeforeItCalls) {
 }
 
 TEST_F(Activity, ACollectionIsServedByItsKeylessForm) {
-  watch->redispatch(sm.ptr(), Status::attrCbsr);
+  handOn(*watch, Status::attrCbsr);
   EXPECT_EQ(served(), "cbsr ");
 }
 
 TEST_F(Activity, MinusOneMeansAllAttributes) {
   EXPECT_EQ(Zet::allAttributes, -1);
-  watch->redispatch(sm.ptr(), Zet::allAttributes);
+  handOn(*watch, Zet::allAttributes);
   EXPECT_EQ(served(), "af bsTimeout szTimeout cbsr counters ");
 }
 
 TEST_F(Activity, TwoAttributesThatWaitBecomeAll) {
-  watch->redispatch(sm.ptr(), Status::attrAf);
-  watch->redispatch(sm.ptr(), Status::attrAf);
+  handOn(*watch, Status::attrAf);
+  handOn(*watch, Status::attrAf);
   EXPECT_EQ(watch->pendingAttribute(), Status::attrAf);
-  watch->redispatch(sm.ptr(), Status::attrCbsr);
+  handOn(*watch, Status::attrCbsr);
   EXPECT_EQ(watch->pendingAttribute(), Zet::allAttributes);
-  watch->redispatch(sm.ptr(), Status::attrCbsr);
+  handOn(*watch, Status::attrCbsr);
   EXPECT_EQ(served(), "af bsTimeout szTimeout cbsr counters ");
 }
 
 TEST_F(Activity, AReactorIsServedOnceHoweverOftenItWasPutInLine) {
-  watch->redispatch(sm.ptr(), Status::attrAf);
-  watch->redispatch(sm.ptr(), Status::attrAf);
+  handOn(*watch, Status::attrAf);
+  handOn(*watch, Status::attrAf);
   EXPECT_EQ(sm->serve(config.ptr()), 1u);
   EXPECT_EQ(watch->heard, "af ");
 }
@@ -114,10 +137,10 @@ TEST_F(Activity, ServesInOrderOfTheQueueAndNotWhatIsEnqueuedMeanwhile) {
   other->action = [&] { order += "other "; };
   watch->action = [&] {
     order += "watch ";
-    if (order.size() < 20) watch->redispatch(sm.ptr(), Status::attrAf);
+    if (order.size() < 20) handOn(*watch, Status::attrAf);
   };
-  other->redispatch(sm.ptr(), Status::attrAf);
-  watch->redispatch(sm.ptr(), Status::attrAf);
+  handOn(*other, Status::attrAf);
+  handOn(*watch, Status::attrAf);
   EXPECT_EQ(sm->serve(config.ptr()), 2u);
   EXPECT_EQ(order, "other watch ");
   EXPECT_EQ(sm->serve(config.ptr()), 1u);
@@ -125,7 +148,7 @@ TEST_F(Activity, ServesInOrderOfTheQueueAndNotWhatIsEnqueuedMeanwhile) {
 }
 
 TEST_F(Activity, HoldsAReactorThatWaits) {
-  watch->redispatch(sm.ptr(), Status::attrAf);
+  handOn(*watch, Status::attrAf);
   EXPECT_EQ(watch->references(), 2u);
   sm->serve(config.ptr());
   EXPECT_EQ(watch->references(), 1u);
@@ -135,8 +158,8 @@ TEST_F(Activity, AnExceptionIsReportedAsInASetterAndTheNextIsServed) {
   expectedExceptions = 1;
   Ptr<Watch> other = Zet::make<Watch>();
   watch->action = [] { Zet::throwRangeException("late"); };
-  watch->redispatch(sm.ptr(), Status::attrAf);
-  other->redispatch(sm.ptr(), Status::attrAf);
+  handOn(*watch, Status::attrAf);
+  handOn(*other, Status::attrAf);
   EXPECT_EQ(served(), "af rejected1 ");
   EXPECT_EQ(other->heard, "af ");
 }
@@ -148,9 +171,9 @@ TEST_F(Activity, ATimerIsServedByItsOnTime) {
     int calls = 0;
   };
   Ptr<Timer> timer = Zet::make<Timer>();
-  timer->redispatch(sm.ptr(), Kiv::TimerWheel::attrTime);
+  handOn(*timer, Kiv::TimerWheel::attrTime);
   sm->serve(config.ptr());
-  timer->redispatch(sm.ptr(), Zet::allAttributes);
+  handOn(*timer, Zet::allAttributes);
   sm->serve(config.ptr());
   EXPECT_EQ(timer->calls, 2);
 }
