@@ -11,7 +11,11 @@ class PIMBSR_API Entity : public Notifier {
   /// The name given at construction; the text of its key for a keyed entity without one; else empty.
   virtual Name name() const { return Name(); }
 
-  /// Carried for management; nothing here reads it.
+  enum : AttributeId { attrIsNondestructing = -2 };
+  /// The descriptor of what every entity has.
+  static ZetType const& _fwkType();
+
+  /// Carried for management; nothing here reads it, and a change isn't notified.
   bool isNondestructing() const { return isNondestructing_; }
   void isNondestructingIs(bool on) { isNondestructing_ = on; }
 

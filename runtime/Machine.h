@@ -9,6 +9,10 @@ namespace Zet {
 /// Base of every state machine: an object that can be watched, on an activity.
 class PIMBSR_API Machine : public Notifier {
  public:
+  enum : AttributeId { attrZetFwkActivity = -2 };
+  /// The descriptor of what every machine has.
+  static ZetType const& _fwkType();
+
   /// The activity that the machine runs on, and what serves it.
   Ptr<ActivityConfig> zetFwkActivity() const { return zetFwkActivity_; }
   Ptr<ActivitySm> zetActivitySm() const { return zetActivitySmFor(zetFwkActivity_); }
@@ -36,6 +40,12 @@ class PIMBSR_API Machine : public Notifier {
  private:
   Ptr<ActivityConfig> zetFwkActivity_;
 };
+
+/// The object that a reactor watches; null for no reactor.
+template <class R>
+auto watchedBy(Ptr<R> const& reactor) -> decltype(reactor->notifier()) {
+  return reactor ? reactor->notifier() : nullptr;
+}
 
 // What a holder of nested reactors does with them. R has zetStart(object), which binds it, and zetEnd().
 

@@ -6,6 +6,7 @@
 #include "runtime/Collections.h"
 #include "runtime/Entity.h"
 #include "runtime/Machine.h"
+#include "runtime/NboAttrLogDemuxer.h"
 #include "runtime/Reflection.h"
 
 /// The behaviour of attributes, written once: what each accessor that is made from a declaration calls.

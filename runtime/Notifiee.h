@@ -165,7 +165,10 @@ template <class C, class NotifieeConst>
 class NotifieeOf : public NotifieeConst {
  public:
   Ptr<C> notifier() const { return const_cast<C*>(NotifieeConst::notifier().ptr()); }
-  void notifierIs(Ptr<C> const& notifier) { NotifieeConst::notifierIs(notifier); }
+  void notifierIs(Ptr<C> const& notifier) {
+    NotifieeConst& self = *this;  // a reactor with nested ones does more than attach
+    self.notifierIs(notifier);
+  }
 };
 
 }  // namespace Zet

@@ -62,6 +62,32 @@ class Model:
         """The type that a nested reactor watches."""
         return reactor.type or self.attribute(made, reactor.name).type
 
+    def is_logged(self, made):
+        """Whether the attribute log carries a class: an entity that holds nothing but values and such
+        entities."""
+        logged = (self.can_log(a, made) for a in made.attributes)
+        return made.kind == "entity" and not made.holds and all(logged)
+
+    def can_log(self, a, made):
+        if a.kind == "method":
+            return True
+        if a.kind in ("single", "members", "pointer"):
+            target = self.target(a, made)
+            return bool(target) and not a.type.const and self.is_logged(target) and (
+                not self.constructor(target) if a.kind == "pointer" else
+                not any(p.type.pointer or p.type.raw for p in self.parameters(a, made)))
+        return a.kind in ("ctor", "key", "value", "counter", "const", "values") and not (
+            a.type.pointer or a.type.raw)
+
+    def reflected(self, made):
+        """Attributes that have a handler which runs where they are written by name."""
+        return [a for a in made.attributes if a.reflected]
+
+    def reactor_rows(self, made):
+        """Nested reactors that are attributes of their machine: those that don't watch another attribute,
+        timers last."""
+        return sorted((r for r in made.reactors if r.type), key=lambda r: r.kind == "watch")
+
     # Errors
 
     def check_class(self, made):

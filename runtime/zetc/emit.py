@@ -4,23 +4,8 @@ import re
 from string import Template
 
 from check import NOTIFYING, INDEXED
-
-
-commas = ", ".join
-
-
-def upper(name):
-    return name[0].upper() + name[1:]
-
-
-def cpp(t):
-    """A declared type as it is stored."""
-    name = t.name + (" const" if t.const else "")
-    return f"{name}*" if t.raw else f"Zet::Ptr<{name}>" if t.pointer else name
-
-
-def by_ref(t):
-    return cpp(t) if t.raw else f"{cpp(t)} const&"
+from names import by_ref, commas, cpp, upper
+from rows import rows
 
 
 def range_of(a):
@@ -59,6 +44,7 @@ class Body:
         self.public.append(signature + ";")
         result, function = re.fullmatch(r"(?:([^(]+) )?([~\w]+\(.*)", signature).groups(default="")
         function = function.replace(" override", "").replace(" = nullptr", "")
+        result = result.removeprefix("static ")
         result = f"{self.name}::{result}" if result.endswith("Iterator") else result
         head = f"{result} {self.name}::{function}{inits}".strip()
         self.source += [f"{head} {{", *indent(statements), "}", ""] if statements else [f"{head} {{}}", ""]
@@ -82,7 +68,7 @@ class Body:
 
 VALUE = """
 $t $name() const { return ${name}_; }
-void ${name}Is($t const& value) { Zet::setValue(${name}_, value, $bounds$change); }
+${virtual}void ${name}Is($t const& value) { Zet::setValue(${name}_, value, $bounds$change); }
 - $t ${name}_{$start};"""
 ITERATORS = """
 ${Name}Iterator ${name}Iterator() const => return ${name}_.iterator();
@@ -162,6 +148,7 @@ class Attributes:
     def __init__(self, model, made, body, heard):
         self.model, self.made, self.body = model, made, body
         self.heard = heard  # whether the class has notifiees
+        self.is_class = body.name == made.name
 
     def emit(self, a):
         key, name = self.model.key_type(a, self.made), upper(a.name)
@@ -176,6 +163,7 @@ class Attributes:
             ptr=f"Zet::Ptr<{a.type.name}{' const' if a.type.const else ''}>", key=cpp(key) if key else "",
             start=a.start + "()" if a.start and self.model.attribute(self.made, a.start) else a.start,
             bounds=f"{range_of(a)}, " if a.range else "", count=a.count or a.name + "Count",
+            virtual="virtual " * (self.made.virtual_setters and self.is_class),
             null=f"if (!value) return void({a.name}Del(key));" if a.kind == "pointers" else "",
             override="override " * (a.name == "name" and self.made.kind == "entity"),
             parameters=commas(f"{by_ref(t)} {p}" for p, t in a.parameters), const=" const" * a.const_method,
@@ -210,63 +198,6 @@ class Attributes:
                 "test": f"[&](auto& found) {{ {' '.join(tests)} }}" if tests else "[](auto&) {}"}
 
 
-# Rows of the reflection table: a function for each operation that an attribute knows.
-
-O, CONST_O, KEY = "Zet::PtrInterface& o", "Zet::PtrInterface const& o", "Zet::String8 const& key"
-OPERATIONS = {"read": (CONST_O, KEY), "write": (O, KEY, "Zet::String8 const& value"), "del": (O, KEY),
-              "walk": (CONST_O, "Zet::MemberVisitor& visitor"), "member": (CONST_O, KEY),
-              "call": (O, "std::span<Zet::Argument const> arguments")}
-KINDS = {"ctor": "constructor", "key": "constructor", "const": "constant"}
-LOOK, SELF = "static_cast<$self const&>(o).${name}", "static_cast<$self&>(o).${name}"
-READ = {"read": f"return Zet::strep({LOOK}($index));"}
-MEMBER = {"member": f"return Zet::mutableOf({LOOK}($index));"}
-DEL, WRITE = {"del": f"{SELF}Del($index);"}, {"write": f"{SELF}Is($value);"}
-WALK = {"walk": f"for (auto at = {LOOK}Iterator(); at; ++at) "
-                "visitor.onMember(Zet::strep(at.key()), Zet::strep($walked), $object);"}
-BY_KIND = {"ctor": READ, "key": READ, "const": READ, "value": READ | WRITE, "counter": READ | WRITE,
-           "pointer": READ | DEL | MEMBER, "single": READ | DEL | MEMBER, "queue": WALK, "array": {},
-           "members": READ | DEL | WALK | MEMBER, "pointers": READ | DEL | WALK | MEMBER, "method": {},
-           "values": READ | DEL | WALK | {"write": f"{SELF}Is($index, $value);"}}
-
-
-def operations(model, made, a, key):
-    """The body of each operation that an attribute knows."""
-    known = dict(BY_KIND[a.kind]) if not a.type.raw else {}
-    if a.kind == "members" and not model.parameters(a, made):
-        known["write"] = f"{SELF}Is($index);"
-    if a.reflected:
-        known["write"] = ("auto& s = static_cast<$self&>(o); auto v = $value; if (v == s.$name()) return; "
-                          f"s.${{name}}Is(v); s.{a.reflected}();")
-    if a.kind == "method" and not any(t.raw for _, t in a.parameters):
-        given = (f"Zet::ArgumentAs<{cpp(t)}>::get(arguments[{i}])" for i, (_, t) in enumerate(a.parameters))
-        call = f"{SELF}({commas(given)})"
-        call = f"{call}; return Zet::String8();" if a.type.name == "void" else f"return Zet::strep({call});"
-        known["call"] = f"Zet::checkArguments(arguments, {len(a.parameters)}); {call}"
-    walked = {"values": ("at->value", "nullptr"), "pointers": ("at->value", "at->value.ptr()")}
-    walked, object_ = walked.get(a.kind, ("at.ptr()", "at.ptr().ptr()"))
-    names = {"self": made.name, "name": a.name, "walked": walked, "object": object_,
-             "value": f"Zet::strepToValue<{cpp(a.type)}>(value)",
-             "index": f"Zet::strepToValue<{cpp(key)}>(key)" if key else ""}
-    return {op: Template(body).substitute(names) for op, body in known.items()}
-
-
-def row(model, made, a):
-    """The lines of one attribute's row; a parameter that a function doesn't use has no name."""
-    key = model.key_type(a, made)
-    indexed = cpp(key) if key else "Zet::U32" if a.kind in ("queue", "array") else ""
-    fields = {"type": a.type.name, "keyType": indexed, "start": a.start.strip('"'), "unit": a.unit,
-              "range": a.range[2].strip('"') if a.range else "", "sentence": a.doc}
-    more = "".join(f", .{field} = \"{text}\"" for field, text in fields.items() if text)
-    kind = f"Zet::AttributeKind::{KINDS.get(a.kind, a.kind)}"
-    lines = [f"{{.id = attr{upper(a.name)}, .name = \"{a.name}\", .kind = {kind}{more}"]
-    known = operations(model, made, a, key)
-    for op, body in ((op, known[op]) for op in OPERATIONS if op in known):
-        split = (p.rpartition(" ") for p in OPERATIONS[op])
-        given = (f"{t} {p}" if re.search(rf"\b{p}\b", body) else t for t, _, p in split)
-        lines.append(f" .{op} = []({commas(given)}) {{ {body} }}")
-    return (",\n".join(lines) + "},").split("\n")
-
-
 # Nested reactors: the functions of each, and those of the class that holds it.
 
 REACTOR = """
@@ -284,9 +215,13 @@ void ${name}Is($object const& $name) =>
 void ${name}Del($key const& key) => Zet::delReactor(${name}_, key);""" + DEL_ALL + """
 - Zet::HashMap<Zet$Name, $key> ${name}_;"""
 SYNC_MANY = """
-void ${name}Sync($key const& key) => Zet::syncReactor(${name}_, this, key, $source(key));
+void ${name}Sync($key const& key) =>
+  auto from = $source->notifier();
+  Zet::syncReactor(${name}_, this, key, from ? from->$followed(key) : nullptr);
 void ${name}SyncAll() =>
-  auto members = [this] { return ${source}Iterator(); };
+  auto from = $source->notifier();
+  if (!from) return ${name}DelAll();
+  auto members = [&from] { return from->${followed}Iterator(); };
   Zet::syncReactors(${name}_, members, [this]($key const& key) { ${name}Sync(key); });"""
 ONE = """
 Zet$Name* zet$Name() const { return zet${Name}_.ptr(); }
@@ -296,7 +231,9 @@ $object $name() const => return zet${Name}_ ? zet${Name}_->notifier() : $object(
 void ${name}Is($object const& object) => Zet::setReactor(zet${Name}_, this, object);
 void ${name}Del() => Zet::delReactor(zet${Name}_);"""
 SYNC_ONE = """
-void ${name}Sync() => ${name}Is($source());
+void ${name}Sync() =>
+  auto from = $source->notifier();
+  ${name}Is(from ? from->$followed() : nullptr);
 void ${name}SyncAll() => ${name}Sync();"""
 
 
@@ -315,18 +252,21 @@ class Reactors:
             key = cpp(self.model.key(target).type) if r.kind == "reactors" else ""
             object_ = f"{watched.name}{' const' if watched.const or not target else ''}"
             names = {"name": r.name, "Name": upper(r.name), "key": key, "object": f"Zet::Ptr<{object_}>",
-                     "place": f"{self.made.namespace}::{self.body.name}", "source": self.source_of(r)}
+                     "place": f"{self.made.namespace}::{self.body.name}"} | self.source_of(r)
             self.emit_class(r, watched, target, names)
             keep, sync = (MANY, SYNC_MANY) if key else (ONE_OF_TYPE if r.type else ONE, SYNC_ONE)
-            self.body.add(keep + sync if names["source"] else keep, **names)
+            self.body.add(keep + sync if "source" in names else keep, **names)
         if self.holder.reactors:
             self.emit_nested()
 
     def source_of(self, r):
-        """The expression that a nested reactor follows, if something syncs it."""
+        """What a nested reactor follows, if something syncs it: the reactor around, and an attribute."""
         holders = [w for w in self.holder.reactors if w.kind == "watch"] if self.in_machine else [self.holder]
-        return next((f"{f'zet{upper(w.name)}_->' if self.in_machine else ''}notifier()->{on.attribute}"
-                     for w in holders for on in w.ons if on.syncs == r.name), None)
+        found = next(((w, on) for w in holders for on in w.ons if on.syncs == r.name), None)
+        if not found:
+            return {}
+        source = f"zet{upper(found[0].name)}_" if self.in_machine else "this"
+        return {"source": source, "followed": found[1].attribute}
 
     def emit_class(self, r, watched, target, names):
         name, owner, key = f"Zet{upper(r.name)}", self.body.name.rpartition("::")[2], names["key"]
@@ -347,7 +287,8 @@ class Reactors:
         Reactors(self.model, self.made, r, inner).emit()
         for on in r.ons:
             self.emit_on(on, r, target, inner)
-        self.emit_ends(r, parent, names["object"], inner)
+        self.emit_notifier(r, watched, inner)
+        self.emit_ends(r, "" if target else f"{parent}::", names["object"], inner)
         doc = r.doc or f"Reacts to {watched.name}."
         self.body.public += inner.block(f"{name} final : public {base}", doc)
         self.body.source += inner.source
@@ -362,7 +303,18 @@ class Reactors:
         alive, call = "if (zetMarkedForDeletion()) return;", f"void on{upper(on.attribute)}"
         inner.define(f"{call}({f'{cpp(key)} const& key' if key else ''}) override", alive, *calls)
         if key and on.syncs:
-            inner.define(f"{call}ZetImmediate() override", alive, f"{up}{on.syncs}SyncAll();")
+            each = [f"if (auto from = notifier(); from) {{",
+                    f"  for (auto at = from->{on.attribute}Iterator(); at; ++at) "
+                    f"on{upper(on.attribute)}({cpp(key)}(at.key()));", "}"]
+            inner.define(f"{call}ZetImmediate() override", alive, *(each if on.runs else []),
+                         f"{up}{on.syncs}SyncAll();")
+
+    def emit_notifier(self, r, watched, inner):
+        """A reactor with nested ones lets them follow another object."""
+        syncs = [f"{'owner_->' if r.kind == 'watch' else ''}{on.syncs}SyncAll();" for on in r.ons if on.syncs]
+        if syncs:
+            inner.define(f"void notifierIs(Zet::Ptr<{watched.name} const> const& object) override",
+                         "attach(object.ptr());", "if (zetMarkedForDeletion()) return;", *syncs)
 
     def emit_ends(self, r, parent, object_, inner):
         """What is done when a reactor is bound and when it goes."""
@@ -370,10 +322,12 @@ class Reactors:
         inner.handler(r.end, None, "when its object goes, but not in a zombie")
         start = [f"on{upper(name)}();" for name in r.replay] + ([f"{r.init}();"] if r.init else [])
         start += [f"{on.syncs}SyncAll();" for on in r.ons if on.syncs and r.kind != "watch"]
-        inner.define(f"void zetStart({object_} const& object)", f"{parent}::notifierIs(object);", *start)
+        bind = f"{parent}notifierIs({{}});" if parent else "attach({});"
+        given = "object" if parent else "object.ptr()"
+        inner.define(f"void zetStart({object_} const& object)", bind.format(given), *start)
         end = [f"if (!zetMarkedForDeletion()) {r.end}();"] if r.end else []
         end += [f"{n.name}Del{'All' if n.kind == 'reactors' else ''}();" for n in r.reactors]
-        inner.define("void zetEnd()", *end, "zetDoZombieReactors(true);", f"{parent}::notifierIs(nullptr);")
+        inner.define("void zetEnd()", *end, "zetDoZombieReactors(true);", bind.format("nullptr"))
 
     def emit_nested(self):
         """Through this the runtime reaches the reactors of a holder."""
@@ -471,7 +425,10 @@ class ClassEmitter:
     def emit_ids(self):
         base = self.model.base(self.made)
         first = len(self.model.attributes(base)) if base else 0
-        ids = [f"  attr{upper(a.name)} = {first + i}," for i, a in enumerate(self.made.attributes)]
+        names = [a.name for a in self.made.attributes]
+        names += [a.reflected for a in self.model.reflected(self.made)]
+        names += [r.name for r in self.model.reactor_rows(self.made)]
+        ids = [f"  attr{upper(name)} = {first + i}," for i, name in enumerate(names)]
         self.body.public += ["enum : Zet::AttributeId {", *ids, "};"] if ids else []
 
     def emit_notifiees(self):
@@ -489,14 +446,39 @@ class ClassEmitter:
                              f"/// Watches a {name} that it may write.",
                              f"using Notifiee = Zet::NotifieeOf<{name}, NotifieeConst>;"]
         self.body.source += inner.source
+        if self.model.is_logged(self.made):
+            self.emit_log()
+
+    def emit_log(self):
+        """The adapter of the attribute log."""
+        made, inner = self.made, Body(f"{self.made.name}::ZetNboAttrLogSa")
+        inner.define(f"ZetNboAttrLogSa(Zet::NboAttrLog::FlowOut& flow, {made.name} const& object)",
+                     inits=" : SaOf(flow, object)")
+        for a in (a for a in made.attributes if a.kind in NOTIFYING):
+            key, attribute = self.model.key_type(a, made), f"attr{upper(a.name)}"
+            send = f"sendMember({attribute}, {'&key' if key else 'nullptr'});"
+            if a.kind in ("value", "counter"):
+                send = f"sendValue({attribute}, static_cast<{made.name} const*>(attached())->{a.name}());"
+            inner.define(f"void on{upper(a.name)}({f'{cpp(key)} const& key' if key else ''}) override", send)
+        apply, update = "Zet::NboAttrLog::deserializeAttr(object, update);", "Zet::NboAttrLog::Update& update"
+        for const in ("", " const"):
+            given = f"{made.name}{const}& object, {update}"
+            inner.define(f"static void handleAttrDeserialization({given})", apply)
+        head = "ZetNboAttrLogSa final : public Zet::NboAttrLog::SaOf<NotifieeConst>"
+        doc = f"Sends the changes of a {made.name} to an attribute log, and applies those that arrive."
+        self.body.public += ["static constexpr bool zetHasAttrLogInterface() { return true; }",
+                             *inner.block(head, doc)]
+        self.body.source += inner.source
 
     def emit_rows(self):
-        made, table = self.made, []
-        if made.attributes:
-            rows = (line for a in made.attributes for line in row(self.model, made, a))
-            table = ["  static Zet::AttributeRow const rows[] = {", *indent(indent(rows)), "  };"]
-        base = f"&{made.base}::_fwkType()" if made.base else "nullptr"
-        more = f"{{\"{made.qualified}\", \"{made.kind}\", {base}, {'rows' if table else '{}'}}}"
+        made = self.made
+        lines = rows(self.model, made)
+        table = ["  static Zet::AttributeRow const rows[] = {", *indent(indent(lines)), "  };"]
+        table, own = (table, "rows") if lines else ([], "{}")
+        bases = {"entity": "Zet::Entity", "machine": "Zet::Machine"}
+        base = made.base or bases.get(made.kind)
+        base = f"&{base}::_fwkType()" if base else "nullptr"
+        more = f"{{\"{made.qualified}\", \"{made.kind}\", {base}, {own}, \"{made.doc}\"}}"
         known = f"[[maybe_unused]] static bool const is{made.name}Known"
         self.body.source += [f"Zet::ZetType const& {made.name}::_fwkType() {{", *table,
                              f"  static Zet::ZetType const type{more};", "  return type;", "}", "",
@@ -530,13 +512,33 @@ def emit_file(model, file):
     return in_namespaces(header), in_namespaces(source)
 
 
+def reference_row(name, kind, type_, start="", range_="", unit="", doc=""):
+    return f"| `{name}` | {kind} | {type_} | {start} | {range_} | {unit} | {doc} |"
+
+
+def reference_rows(model, made):
+    """A line for each attribute of a class, in the order of their numbers."""
+    for a in made.attributes:
+        shown = f"`{a.type.name}`" + (f" by `{a.key.name}`" if a.key else "")
+        bounds = " to ".join(a.range[:2])
+        start = f"`{a.start}`" if a.start else ""
+        yield reference_row(a.name, a.kind, shown, start, bounds, a.unit, a.doc)
+        if a.reflected:
+            doc = f"What follows a write of {a.name} by name"
+            yield reference_row(a.reflected, "method", "`void`", doc=doc)
+    for r in model.reactor_rows(made):
+        yield reference_row(r.name, r.kind, f"`{r.type.name}`", doc=r.doc)
+
+
 def emit_reference(model):
     """One page that lists every class with its attributes."""
-    lines = ["# Reference of the model", ""]
+    lines = ["# The model", "", "Every declared class and its attributes, made from the declarations. All "
+             "entities have `isNondestructing`", "too, those with a key `fwkKey`, and all machines "
+             "`zetFwkActivity`.", ""]
     for made in sorted(model.classes.values(), key=lambda c: c.qualified):
-        lines += [f"## {made.qualified}", "", f"{made.kind.capitalize()}. {made.doc}", "",
-                  "| attribute | kind | type | start | unit | meaning |", "|---|---|---|---|---|---|"]
-        types = (f"`{a.type.name}`" + (f" by `{a.key.name}`" if a.key else "") for a in made.attributes)
-        lines += [f"| `{a.name}` | {a.kind} | {t} | {a.start} | {a.unit} | {a.doc} |"
-                  for a, t in zip(made.attributes, types)] + [""]
+        lines += [f"## {made.qualified}", "", f"{made.kind.capitalize()}. {made.doc}", ""]
+        rows_ = list(reference_rows(model, made))
+        if rows_:
+            lines += ["| attribute | kind | type | default | range | unit | meaning |",
+                      "|---|---|---|---|---|---|---|", *rows_, ""]
     return "\n".join(lines)

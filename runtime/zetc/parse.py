@@ -49,6 +49,7 @@ class Class:
         self.base = self.construct = self.end = ""
         self.holds = []  # (name, Type)
         self.attributes, self.reactors = [], []
+        self.virtual_setters = False
 
 
 class File:
@@ -164,6 +165,7 @@ class Parser:
         made = Class(kind, name, self.namespace, place)
         if self.accept(":"):
             made.base = self.name("the name of the base class")
+        made.virtual_setters = self.accept("virtual")
         made.doc = self.sentence()
         self.symbol("{")
         while not self.accept("}"):

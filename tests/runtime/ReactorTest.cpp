@@ -123,6 +123,56 @@ TEST_F(NestedReactors, AnotherObjectUnderTheSameKeyGetsAReactorOfItsOwn) {
   EXPECT_TRUE(former->zetMarkedForDeletion());
 }
 
+TEST_F(NestedReactors, NotifierIsFollowsAnotherObject) {
+  auto other = Routing::Pim::statusFactory("other");
+  auto eth1 = other->pimIntfIs(intf("eth1"));
+  auto anew = other->pimIntfIs(intf("eth0"));
+  engine.root->zetPimStatus()->notifierIs(other);
+  EXPECT_EQ(engine.root->pimIntfCount(), 2u);
+  EXPECT_EQ(engine.root->pimIntf(intf("eth1"))->notifier(), eth1);
+  EXPECT_EQ(engine.root->pimIntf(intf("eth0"))->notifier(), anew);
+  other->pimIntfDel(intf("eth1"));
+  EXPECT_EQ(engine.root->pimIntfCount(), 1u);
+}
+
+TEST_F(NestedReactors, NotifierIsNullRemovesTheNestedReactors) {
+  engine.root->zetPimStatus()->notifierIs(nullptr);
+  EXPECT_EQ(engine.root->pimIntfCount(), 0u);
+  engine.addIntf("eth1");
+  EXPECT_EQ(engine.root->pimIntfCount(), 0u);
+  engine.root->zetPimStatus()->notifierIs(engine.pimStatus);
+  EXPECT_EQ(engine.root->pimIntfCount(), 2u);
+}
+
+TEST_F(NestedReactors, NotifierIsReachesTheReactorsBelow) {
+  zone().zetCrpStatus()->notifierIs(nullptr);
+  EXPECT_EQ(zone().zetCrpStatus()->crpSetCount(), 0u);
+  zone().zetCrpStatus()->notifierIs(engine.status->crpStatus(prefix(global))->status());
+  EXPECT_TRUE(set().rp(addr("203.0.113.1")));
+  zone().notifierIs(nullptr);
+  EXPECT_EQ(zone().zetCrpStatus(), nullptr);
+}
+
+TEST_F(NestedReactors, NotifierIsOfAZombieAttachesAndMakesNothing) {
+  engine.root->zetDoZombieReactors(true);
+  auto other = Routing::Pim::statusFactory("other");
+  other->pimIntfIs(intf("eth1"));
+  engine.root->zetPimStatus()->notifierIs(other);
+  EXPECT_EQ(engine.root->zetPimStatus()->notifier(), other);
+  EXPECT_FALSE(engine.root->pimIntf(intf("eth1")));
+  engine.root->zetDoZombieReactors(false);
+}
+
+TEST_F(NestedReactors, TheKeylessFormRunsTheHandlerOfEachKeyToo) {
+  auto builder = engine.root->bsrTrieBuilder();
+  builder->zetBsrStatus()->isRegisteredNotifieeIs(false);
+  engine.status->bootstrapRouterIs(prefix("239.1.0.0/16"));
+  EXPECT_FALSE(engine.root->bsrTrie()->route(prefix("239.1.0.0/16")));
+  builder->zetBsrStatus()->onBootstrapRouterZetImmediate();
+  EXPECT_TRUE(engine.root->bsrTrie()->route(prefix("239.1.0.0/16")));
+  EXPECT_TRUE(builder->bsr(prefix("239.1.0.0/16")));
+}
+
 TEST_F(NestedReactors, AMachineTakesOverWhatExistsAlready) {
   engine.addIntf("eth1");
   engine.stop();

@@ -91,7 +91,7 @@ TEST_F(Reflection, ATypeKnowsTheAttributesOfItsBase) {
 TEST_F(Reflection, TheNumbersOfATypeAreItsOwnInTheOrderOfDeclaration) {
   for (Zet::ZetType const* type : Zet::zetTypes()) {
     Zet::AttributeId last =
-        type->base == nullptr || type->base->rows.empty() ? -1 : type->base->rows.back().id;
+        type->base == nullptr || type->base->rows.empty() ? Zet::noAttribute : type->base->rows.back().id;
     for (AttributeRow const& row : type->rows) {
       EXPECT_GT(row.id, last) << type->name << "::" << row.name;
       EXPECT_EQ(type->row(row.id), &row);

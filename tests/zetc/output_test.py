@@ -55,7 +55,7 @@ class Output(unittest.TestCase):
         house = self.root / "golden/House.zet"
         text = house.read_text(encoding="utf-8")
         house.write_text(text.replace("Owns dimmers.", "Has dimmers."), encoding="utf-8")
-        self.assertEqual(self.written(), ["golden/House.zet.h", "reference.md"])
+        self.assertEqual(self.written(), ["golden/House.zet.cpp", "golden/House.zet.h", "reference.md"])
 
     def test_a_comment_changes_nothing(self):
         self.generate()
@@ -73,8 +73,8 @@ class Output(unittest.TestCase):
 
     def test_the_generator_stays_small(self):
         lines = {p.stem: len(p.read_text(encoding="utf-8").splitlines()) for p in support.ZETC.glob("*.py")}
-        engine = sum(lines.pop(name) for name in ("__main__", "check", "emit", "parse"))
-        self.assertLessEqual(engine, 1020)
+        engine = sum(lines.pop(name) for name in ("__main__", "check", "emit", "names", "parse", "rows"))
+        self.assertLessEqual(engine, 1210)
         self.assertLessEqual(max(lines.values()), 330)
 
 
