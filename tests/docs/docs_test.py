@@ -203,9 +203,10 @@ def errors(pimbsr, root):
         yield from check_blocks(page, tree, pimbsr)
         if page.name == "docs/rfc5059.md":
             yield from check_map(page)
-    made = pimbsr.parent / "zet" / "views.md"
-    if made.read_text() != (root / "docs" / "views.md").read_text():
-        yield f"docs/views.md:1: differs from the declarations; {made} is the page"
+    for name, page in (("views.md", "views.md"), ("reference.md", "model.md")):
+        made = pimbsr.parent / "zet" / name
+        if made.read_text() != (root / "docs" / page).read_text():
+            yield f"docs/{page}:1: differs from the declarations; {made} is the page"
 
 
 if __name__ == "__main__":
