@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstring>
 #include <limits>
