@@ -6,6 +6,7 @@
 // message costs what it names and not what is stored.
 
 #include "protocol/PimBsrSm.h"
+#include "protocol/StoreRules.h"
 #include "runtime/Assert.h"
 #include "runtime/Context.h"
 #include "runtime/Trace.h"
@@ -36,6 +37,8 @@ class Store {
   void applyFragment(BootstrapGroupData const& record, PimBsrRxFragment const& fragment);
   template <class RpWalk>
   bool apply(BootstrapGroupData const& record, RpWalk rps);
+  template <class RpWalk>
+  void applyWithdrawalsLast(RpCandidateSet& set, RpWalk const& rps, bool bidir);
   Ptr<RpCandidateStatus> rpSet();
   Ptr<RpCandidateSet> rangeIn(RpCandidateStatus& rpSet, IpGenPrefix const& prefix);
   void rp(RpCandidateSet& set, BootstrapRpData const& received, bool bidir);
@@ -109,8 +112,30 @@ bool Store::apply(BootstrapGroupData const& record, RpWalk rps) {
   if (!set) return false;
   // The set stays held here: removing its last RP takes it out of its tree, and further RPs still go where it
   // is.
-  for (; rps; ++rps) rp(*set, *rps, record.groupFlags().bidir());
+  Ptr<StoreRules> rules = machine_.storeRules();
+  if (rules && rules->takesWithdrawalsLast()) {
+    applyWithdrawalsLast(*set, rps, record.groupFlags().bidir());
+  } else {
+    for (; rps; ++rps) rp(*set, *rps, record.groupFlags().bidir());
+  }
   return true;
+}
+
+template <class RpWalk>
+void Store::applyWithdrawalsLast(RpCandidateSet& set, RpWalk const& rps, bool bidir) {
+  U32 staying = 0;
+  U32 withdrawn = 0;
+  for (RpWalk at = rps; at; ++at) {
+    if (at->rpHoldtime() == 0) continue;
+    rp(set, *at, bidir);
+    ++staying;
+  }
+  for (RpWalk at = rps; at; ++at) {
+    if (at->rpHoldtime() != 0) continue;
+    rp(set, *at, bidir);
+    ++withdrawn;
+  }
+  if (staying != 0 && withdrawn != 0) machine_.storeRules()->handleWithdrawnLast();
 }
 
 /// The zone's RP set; null if there is none and nothing may be made.

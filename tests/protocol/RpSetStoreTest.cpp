@@ -284,6 +284,30 @@ TEST_F(RpSetStore, ARefreshRenewsWhatIsThere) {
   EXPECT_EQ(engine.since(rp(one)->setupTime()), 0);
 }
 
+/// Rules that ask for withdrawals last.
+class LastRules final : public Bsr::StoreRules {
+ public:
+  bool takesWithdrawalsLast() const override { return true; }
+  void handleWithdrawnLast() override { ++acts; }
+  int acts = 0;
+};
+
+TEST_F(RpSetStore, ByAHostsRuleTheRpsThatStayAreTakenBeforeThoseThatAreWithdrawn) {
+  elect();
+  auto rules = Zet::make<LastRules>();
+  engine.root->storeRulesIs(rules);
+  auto const [last, further] = walkOrder();
+  store({.groups = {{range, {{last}}}}});
+  store({.groups = {{range, {{last, 0}}}, {"239.2.0.0/16", {{one}}}}});
+  EXPECT_EQ(rules->acts, 0);
+  store({.groups = {{range, {{last}}}}});
+  store({.groups = {{range, {{last, 0}, {further}}}}});
+  EXPECT_FALSE(rp(last));
+  EXPECT_TRUE(rp(further));
+  EXPECT_EQ(rules->acts, 1);
+  engine.root->storeRulesIs(nullptr);
+}
+
 TEST_F(RpSetStore, ARefreshStillRemovesAnRpOfHoldtimeZero) {
   elect();
   store({.groups = {{range, {{one}, {two}}}}});
