@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "runtime/Context.h"
 
@@ -63,7 +64,12 @@ void HelloSm::receive(wire::HelloMessage const& hello) {
     return;
   }
   U32 generation = hello.generationId.value_or(0);
-  bool isNew = !neighbor || neighbor->generationId() != generation;
+  bool hasRestarted = neighbor && neighbor->generationId() != generation;
+  bool isNew = !neighbor || hasRestarted;
+  if (hasRestarted && relearns()) {
+    forget(hello.srcAddr);
+    neighbor = nullptr;
+  }
   makeRoom(hello);
   if (!neighbor) neighbor = intf_->neighborIs(hello.srcAddr);
   update(*neighbor, hello);
@@ -114,6 +120,21 @@ void HelloSm::keepFor(Neighbor& neighbor, U16 holdtime) {
 
 void HelloSm::handleNeighborExpiry(IpGenAddr const& address) { drop(IpGenAddr(address)); }
 
+void HelloSm::forget(IpGenAddr const& restarted) {
+  bool wasDr = intf_->iAmDr();
+  relearn_->noteAct();
+  drop(restarted);
+  if (!wasDr && intf_->iAmDr()) wasDrMeanwhile_ = true;
+}
+
+/// A message that was forwarded since then took the mark of the former DR, though the neighbor has dropped
+/// it: it didn't know its sender yet.
+void HelloSm::showRole() {
+  if (!std::exchange(wasDrMeanwhile_, false) || intf_->iAmDr()) return;
+  intf_->iAmDrIs(true);
+  intf_->iAmDrIs(false);
+}
+
 /// A neighbor that the host had added before Hello was enabled has no timer.
 void HelloSm::drop(IpGenAddr const& address) {
   if (auto at = expiryTimers_.find(address); at != expiryTimers_.end()) {
@@ -158,14 +179,19 @@ void HelloSm::triggerHello() {
 }
 
 void HelloSm::hastenHello() {
-  helloTimer_->timeMinIs(std::min(helloTimer_->timeMin(), Zet::now() + randomDelay(options_.triggeredDelay)));
+  double due = Zet::now() + randomDelay(options_.triggeredDelay);
+  if (relearns()) due = std::max(due, lastTriggered_ + options_.triggeredDelay);
+  helloTimer_->timeMinIs(std::min(helloTimer_->timeMin(), due));
 }
 
 void HelloSm::handleHelloTimer() {
   helloTimer_->timeMinIs(Zet::now() + options_.period);
   bool sent = options_.silent || send(port_.primaryAddress(intf_->intfId()), options_.holdtime);
-  if (!triggered_ || !sent) return;
+  bool isTooSoon = relearns() && Zet::now() < lastTriggered_ + options_.triggeredDelay;
+  if (!triggered_ || !sent || isTooSoon) return;
   triggered_ = false;
+  lastTriggered_ = Zet::now();
+  showRole();
   intf_->triggeredHelloCountInc(1);
 }
 

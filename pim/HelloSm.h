@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "model/CorrectionSwitch.h"
 #include "model/Pim.h"
 #include "pim/NeighborTable.h"
 #include "pim/Port.h"
@@ -55,6 +56,11 @@ class PIMBSR_API HelloSm {
   /// elected.
   void optionsIs(HelloOptions const& options);
 
+  /// Whether a neighbor with a new Generation ID counts as one that has left and come back, which may take
+  /// the role of the DR from it for a moment; no two triggered Hellos are nearer than the triggered delay
+  /// then, so that restarts of neighbors cost one RP set in that time. Null, as at first, for no; the
+  /// switch outlives this object.
+  void relearnIs(CorrectionSwitch* relearn) { relearn_ = relearn; }
   U32 generationId() const { return generationId_; }
   HelloOptions const& options() const { return options_; }
   Zet::Ptr<Routing::Pim::Intf> const& intf() const { return intf_; }
@@ -69,6 +75,9 @@ class PIMBSR_API HelloSm {
   void takeSecondary(Routing::Pim::Neighbor& neighbor, Lanet::IpGenAddr const& address);
   void keepFor(Routing::Pim::Neighbor& neighbor, U16 holdtime);
   void drop(Lanet::IpGenAddr const& address);
+  bool relearns() const { return relearn_ != nullptr && relearn_->isOn(); }
+  void forget(Lanet::IpGenAddr const& restarted);
+  void showRole();
   void triggerHello();
   void hastenHello();
   void electDr();
@@ -81,6 +90,9 @@ class PIMBSR_API HelloSm {
   HelloOptions options_;
   U32 generationId_;
   bool triggered_ = false;
+  CorrectionSwitch* relearn_ = nullptr;
+  bool wasDrMeanwhile_ = false;         ///< this router was DR while a neighbor counted as gone
+  double lastTriggered_ = -Kiv::never;  ///< when the last triggered Hello was sent
   Lanet::IpGenAddr announced_;  ///< source of the last Hello; unset before the first and after a goodbye
   Zet::Ptr<Timer> helloTimer_;
   std::map<Lanet::IpGenAddr, Zet::Ptr<Timer>> expiryTimers_;

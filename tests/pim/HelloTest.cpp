@@ -409,5 +409,61 @@ TEST_F(HelloTest, SourceThatCanBeNoRoutersIsIgnored) {
   EXPECT_EQ(eth0->neighborCount(), 0u);
 }
 
+// A neighbor that restarts ------------------------------------------------------------------------------
+
+TEST_F(HelloTest, ARestartedDrLosesItsRoleForAMoment) {
+  pimbsr::CorrectionSwitch relearn;
+  relearn.isOnIs(true);
+  hello.relearnIs(&relearn);
+  hello.receive(from("192.0.2.200"));
+  EXPECT_FALSE(eth0->iAmDr());
+  struct Roles : Routing::Pim::Intf::NotifieeConst {
+    void onIAmDr() override { seen.push_back(notifier()->iAmDr()); }
+    std::vector<bool> seen;
+  };
+  auto roles = Zet::make<Roles>();
+  roles->notifierIs(eth0);
+  hello.receive(from("192.0.2.200"));
+  EXPECT_TRUE(roles->seen.empty());
+  hello.receive(from("192.0.2.200", 2));
+  EXPECT_EQ(roles->seen, (std::vector<bool>{true, false}));
+  EXPECT_EQ(eth0->neighborCount(), 1u);
+  EXPECT_EQ(relearn.acts(), 1u);
+  roles->seen.clear();
+  runTo(6);
+  EXPECT_EQ(roles->seen, (std::vector<bool>{true, false})) << "with the triggered Hello";
+  runTo(60);
+  EXPECT_EQ(roles->seen.size(), 2u);
+  roles->notifierIs(nullptr);
+}
+
+TEST_F(HelloTest, AThousandRestartsASecondCostOneTriggeredHelloInTheTriggeredDelay) {
+  pimbsr::CorrectionSwitch relearn;
+  relearn.isOnIs(true);
+  hello.relearnIs(&relearn);
+  runTo(0);
+  Zet::U32 before = eth0->triggeredHelloCount();
+  for (Zet::U32 i = 1; i <= 20000; ++i) {
+    context.nowIs(start + i / 1000.0);
+    hello.receive(from("192.0.2.1", i));
+    wheel->advance(Zet::now());
+  }
+  EXPECT_LE(eth0->triggeredHelloCount() - before, 5u);
+  EXPECT_GE(eth0->triggeredHelloCount() - before, 3u);
+}
+
+TEST_F(HelloTest, ANewNeighborIsAnsweredWithinTheTriggeredDelayAlsoAfterARestart) {
+  pimbsr::CorrectionSwitch relearn;
+  relearn.isOnIs(true);
+  hello.relearnIs(&relearn);
+  hello.receive(from("192.0.2.1"));
+  runTo(6);
+  Zet::U32 before = eth0->triggeredHelloCount();
+  hello.receive(from("192.0.2.1", 2));
+  hello.receive(from("192.0.2.2"));
+  runTo(11);
+  EXPECT_EQ(eth0->triggeredHelloCount(), before + 1);
+}
+
 }  // namespace
 }  // namespace test
