@@ -25,11 +25,19 @@ IoManager::IoManager(Ptr<Routing::Pim::IO::PamManager> const& manager, Port& por
 void IoManager::onCount() {
   bool sent = false;
   if (auto bsm = notifier()->bootstrapMessage()) {
-    sent = sendBootstrap(*bsm);
+    sent = rewriter_ == nullptr ? sendBootstrap(*bsm) : rewriteBootstrap(bsm);
   } else if (auto adv = notifier()->crpAdvMessage()) {
     sent = sendCrpAdv(*adv);
   }
   if (sent) manager_->txPamCounter()->txCountInc(1);
+}
+
+/// A message that is not to leave counts as sent, since nothing failed.
+bool IoManager::rewriteBootstrap(BsmRewriter::Message const& message) {
+  bool sent = true;
+  for (BsmRewriter::Message const& one : rewriter_->messagesFor(notifier()->intfId(), message))
+    sent = sendBootstrap(*one) && sent;
+  return sent;
 }
 
 bool IoManager::sendBootstrap(Packet::BootstrapMessage const& message) {
