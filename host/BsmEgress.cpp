@@ -1,0 +1,50 @@
+#include "host/BsmEgress.h"
+
+#include "host/BsmCutter.h"
+#include "host/Zones.h"
+
+namespace pimbsr::host {
+
+BsmEgress::BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,
+                     CorrectionSwitches& switches)
+    : port_(port),
+      mtus_(mtus),
+      borders_(borders),
+      pieces_(pieces),
+      own_(switches.of(&CorrectionSettings::rangeFull), switches.of(&CorrectionSettings::repeatWithdrawal)),
+      coveringBorder_(switches.of(&CorrectionSettings::coveringBorder)),
+      cutBySize_(switches.of(&CorrectionSettings::cutBySize)) {}
+
+/// Only whole messages are corrected, and without cut-by-size the machines cut them before. A No-Forward
+/// message is what a new neighbor gets of a zone, whose fragments it needs all.
+std::span<BsmEgress::Message const> BsmEgress::messagesFor(Lanet::IntfId const& intfId,
+                                                           Message const& message) {
+  messages_.clear();
+  if (borders_.isCovered(zoneOf(*message), intfId)) {
+    coveringBorder_.noteAct();
+    return {};
+  }
+  U32 mtu = mtus_.of(intfId);
+  if (cutBySize_.isOn() && port_.isOwnAddress(message->bsrAddress())) {
+    add(own_.correct(message), mtu);
+    return messages_;
+  }
+  std::span<Message const> pieces;
+  if (cutBySize_.isOn() && !message->forward()) pieces = pieces_.fragmentsOf(message);
+  if (pieces.size() > 1) cutBySize_.noteAct();
+  for (Message const& piece : pieces) {
+    piece->forwardIs(false);
+    add(piece, mtu);
+  }
+  if (pieces.empty()) add(message, mtu);
+  return messages_;
+}
+
+void BsmEgress::add(Message const& message, U32 mtu) {
+  bool fits = !cutBySize_.isOn() || encodedSize(*message) + ipHeaderSize <= mtu;
+  if (fits) return messages_.push_back(message);
+  cutBySize_.noteAct();
+  for (Message const& fragment : cut(*message, mtu - ipHeaderSize)) messages_.push_back(fragment);
+}
+
+}  // namespace pimbsr::host

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <vector>
+
+#include "host/Borders.h"
+#include "host/BsmPieces.h"
+#include "host/Corrections.h"
+#include "host/Mtus.h"
+#include "host/OwnMessages.h"
+#include "pim/IoManager.h"
+#include "pim/Port.h"
+
+namespace pimbsr::host {
+
+/// Corrects the Bootstrap Messages that leave.
+class PIMBSR_API BsmEgress final : public pim::BsmRewriter {
+ public:
+  /// All are used for as long as this object is.
+  BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,
+            CorrectionSwitches& switches);
+
+  std::span<Message const> messagesFor(Lanet::IntfId const& intfId, Message const& message) override;
+
+ private:
+  void add(Message const& message, U32 mtu);
+
+  pim::Port const& port_;
+  Mtus const& mtus_;
+  Borders const& borders_;
+  BsmPieces const& pieces_;
+  OwnMessages own_;
+  CorrectionSwitch& coveringBorder_;
+  CorrectionSwitch& cutBySize_;
+  std::vector<Message> messages_;  ///< of the last call
+};
+
+}  // namespace pimbsr::host

@@ -1,0 +1,133 @@
+#include "host/OwnMessages.h"
+
+#include <algorithm>
+#include <tuple>
+#include <vector>
+
+#include "host/BsmCutter.h"
+#include "host/Zones.h"
+
+namespace pimbsr::host {
+
+namespace Packet = Routing::Pim::Packet;
+using Packet::BootstrapGroupData;
+using Packet::BootstrapMessage;
+using Packet::BootstrapRpData;
+using Zet::Ptr;
+
+OwnMessages::Message OwnMessages::correct(Message const& own) {
+  Zone& zone = zones_[zoneOf(*own)];
+  if (zone.last != own) {
+    zone.last = own;
+    Message message = rangeFull_.isOn() ? announceFewer(own) : own;
+    if (repeatWithdrawal_.isOn()) message = repeat(zone, message);
+    zone.corrected = message == own ? nullptr : message;
+  }
+  if (!zone.corrected) return own;
+  zone.corrected->forwardIs(own->forward());
+  return zone.corrected;
+}
+
+static void copyRp(BootstrapGroupData& to, BootstrapRpData const& rp) {
+  Ptr<BootstrapRpData> copy = to.rpListIs(rp.rpAddress());
+  copy->rpHoldtimeIs(rp.rpHoldtime());
+  copy->rpPriorityIs(rp.rpPriority());
+}
+
+static void countsAre(BootstrapGroupData& group) {
+  auto count = static_cast<Zet::U8>(group.rpListCount());
+  group.rpCountIs(count);
+  group.fragRpCountIs(count);
+}
+
+/// A copy with its own groups, so that the machine's message stays as it is.
+static Ptr<BootstrapGroupData> copyOf(BootstrapGroupData const& group) {
+  auto copy = Zet::make<BootstrapGroupData>(group.prefix());
+  copy->groupFlagsIs(group.groupFlags());
+  for (auto rp = group.rpListIterator(); rp; ++rp) copyRp(*copy, *rp);
+  countsAre(*copy);
+  return copy;
+}
+
+// Too many RPs --------------------------------------------------------------------------------------------
+
+/// The RPs that serve groups, before those that are withdrawn: the lowest priority value first, then the
+/// highest address, as the hash's tie-break has it (RFC 7761 section 4.7.2).
+static Ptr<BootstrapGroupData> bestOf(BootstrapGroupData const& group, U32 count) {
+  std::vector<Ptr<BootstrapRpData>> rps;
+  for (auto rp = group.rpListIterator(); rp; ++rp) rps.push_back(rp.ptr());
+  auto rank = [](Ptr<BootstrapRpData> const& rp) {
+    return std::tuple(rp->rpHoldtime() == 0, rp->rpPriority(), ~rp->rpAddress().v4Addr().hostWord());
+  };
+  std::sort(rps.begin(), rps.end(), [&](auto const& a, auto const& b) { return rank(a) < rank(b); });
+  auto best = Zet::make<BootstrapGroupData>(group.prefix());
+  best->groupFlagsIs(group.groupFlags());
+  for (U32 i = 0; i < count; ++i) copyRp(*best, *rps[i]);
+  countsAre(*best);
+  return best;
+}
+
+OwnMessages::Message OwnMessages::announceFewer(Message const& message) {
+  Ptr<Packet::BootstrapOptionalData> groups = message->groupRpData();
+  U32 overfull = 0;
+  for (auto group = groups->groupDataIterator(); group; ++group)
+    overfull += group->rpListCount() > maxRps ? 1 : 0;
+  if (overfull == 0) return message;
+  rangeFull_.noteAct();
+  Message fewer = headerOf(*message);
+  for (auto group = groups->groupDataIterator(); group; ++group) {
+    bool isOverfull = group->rpListCount() > maxRps;
+    fewer->groupRpData()->groupDataEnq(isOverfull ? bestOf(*group, maxRps) : group.ptr());
+  }
+  return fewer;
+}
+
+// Withdrawals ---------------------------------------------------------------------------------------------
+
+/// An RP that is back is named no more, and one that is withdrawn now is named as often as any.
+void OwnMessages::noteWithdrawals(Zone& zone, BootstrapMessage const& message) const {
+  for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
+    for (auto rp = group->rpListIterator(); rp; ++rp) {
+      RpKey key(group->prefix(), rp->rpAddress());
+      if (rp->rpHoldtime() == 0) {
+        zone.withdrawn[key] = repetitions + 1;
+      } else if (!zone.withdrawn.empty()) {
+        zone.withdrawn.erase(key);
+      }
+    }
+  }
+}
+
+/// The record of a range; made at the end if there is none.
+static Ptr<BootstrapGroupData> recordOf(BootstrapMessage& message, Lanet::IpGenPrefix const& range) {
+  for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
+    if (group->prefix() == range) return group.ptr();
+  }
+  auto group = Zet::make<BootstrapGroupData>(range);
+  message.groupRpData()->groupDataEnq(group);
+  return group;
+}
+
+OwnMessages::Message OwnMessages::repeat(Zone& zone, Message const& message) {
+  noteWithdrawals(zone, *message);
+  Message repeating = message;
+  for (auto at = zone.withdrawn.begin(); at != zone.withdrawn.end();) {
+    auto& [key, left] = *at;
+    bool isFirst = left > repetitions;
+    if (!isFirst && repeating == message) {
+      repeating = headerOf(*message);
+      for (auto group = message->groupRpData()->groupDataIterator(); group; ++group)
+        repeating->groupRpData()->groupDataEnq(copyOf(*group));
+    }
+    Ptr<BootstrapGroupData> record = isFirst ? nullptr : recordOf(*repeating, key.first);
+    if (record && record->rpListCount() < maxRps) {
+      record->rpListIs(key.second);
+      countsAre(*record);
+    }
+    at = --left == 0 ? zone.withdrawn.erase(at) : std::next(at);
+  }
+  if (repeating != message) repeatWithdrawal_.noteAct();
+  return repeating;
+}
+
+}  // namespace pimbsr::host

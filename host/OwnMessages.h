@@ -1,0 +1,47 @@
+#pragma once
+
+#include <map>
+#include <utility>
+
+#include "host/Corrections.h"
+#include "model/Packet.h"
+#include "protocol/PimBsrSm.h"
+
+namespace pimbsr::host {
+
+/// Corrects what a router says as BSR: at most 255 RPs of a range are announced, since RP Count has 8 bits,
+/// and a withdrawn RP is named in two further messages, since one may be lost.
+class PIMBSR_API OwnMessages {
+ public:
+  using Message = Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>;
+
+  static constexpr U32 maxRps = 255;     ///< of a range (RFC 5059 section 4.1)
+  static constexpr U32 repetitions = 2;  ///< of a withdrawal
+
+  /// Both outlive this object.
+  OwnMessages(CorrectionSwitch& rangeFull, CorrectionSwitch& repeatWithdrawal)
+      : rangeFull_(rangeFull), repeatWithdrawal_(repeatWithdrawal) {}
+
+  /// What is sent in place of a message of this router as BSR, which may be sent several times; itself where
+  /// nothing is to be corrected.
+  Message correct(Message const& own);
+
+ private:
+  using RpKey = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;  ///< group range and RP
+  /// What is known of one zone's messages.
+  struct Zone {
+    Message last;                    ///< the machine's last message
+    Message corrected;               ///< what is sent in its place; null for itself
+    std::map<RpKey, U32> withdrawn;  ///< how often each is to be named again
+  };
+
+  Message announceFewer(Message const& message);
+  Message repeat(Zone& zone, Message const& message);
+  void noteWithdrawals(Zone& zone, Routing::Pim::Packet::BootstrapMessage const& message) const;
+
+  CorrectionSwitch& rangeFull_;
+  CorrectionSwitch& repeatWithdrawal_;
+  std::map<Lanet::IpGenPrefix, Zone> zones_;  ///< zones of which this router was BSR
+};
+
+}  // namespace pimbsr::host
