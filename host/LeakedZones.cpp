@@ -1,0 +1,96 @@
+#include "host/LeakedZones.h"
+
+#include "host/Zones.h"
+#include "protocol/BsrCandidateSm.h"
+#include "protocol/BsrNonCandidateSm.h"
+#include "runtime/Context.h"
+
+namespace pimbsr::host {
+
+namespace Bsr = Routing::Pim::Bsr;
+using Lanet::IntfId;
+using Lanet::IpGenPrefix;
+using Zet::Ptr;
+
+/// Watches the interfaces of one border.
+class LeakedZones::Watcher final : public Bsr::PimBsrBorder::NotifieeConst {
+ public:
+  explicit Watcher(pim::Timer& check) : check_(check) {}
+  void onIntfId(IntfId const&) override { check_.timeMinIs(Zet::now()); }
+
+ private:
+  pim::Timer& check_;
+};
+
+LeakedZones::LeakedZones(Ptr<Bsr::PimBsrSm> const& root, Borders const& borders, CorrectionSwitch& correction)
+    : root_(root),
+      borders_(borders),
+      correction_(correction),
+      timer_(Zet::make<pim::Timer>(root->timerWheel(), [this] { check(); })) {
+  notifierIs(root->bsrStatus());
+  for (auto at = notifier()->bsBorderIterator(); at; ++at) onBsBorder(at.key());
+}
+
+void LeakedZones::stop() {
+  timer_->notifierIs(nullptr);
+  for (auto& [zone, watcher] : watchers_) watcher->notifierIs(nullptr);
+  watchers_.clear();
+  notifierIs(nullptr);
+  root_ = nullptr;
+}
+
+void LeakedZones::onBsBorder(IpGenPrefix const& zone) {
+  Ptr<Bsr::PimBsrBorder const> border = notifier()->bsBorder(zone);
+  if (!border) {
+    auto at = watchers_.find(zone);
+    if (at == watchers_.end()) return;
+    at->second->notifierIs(nullptr);
+    watchers_.erase(at);
+    return;
+  }
+  Ptr<Watcher>& watcher = watchers_[zone];
+  if (!watcher) watcher = Zet::make<Watcher>(*timer_);
+  watcher->notifierIs(border);
+  timer_->timeMinIs(Zet::now());
+}
+
+void LeakedZones::handleAccepted(IntfId const& intfId,
+                                 Routing::Pim::Packet::BootstrapMessage const& message) {
+  IpGenPrefix zone = zoneOf(message);
+  Ptr<Bsr::ElectedBsrStatus const> elected = notifier()->bootstrapRouter(zone);
+  if (!elected || elected->ipAddr() != message.bsrAddress()) return;
+  if (learnedOn_.size() > root_->candidateSmCount() + root_->nonCandidateSmCount()) dropEnded();
+  learnedOn_[zone] = intfId;
+}
+
+/// More zones than machines show that a zone has ended.
+void LeakedZones::dropEnded() {
+  std::erase_if(learnedOn_, [&](auto const& entry) {
+    return !root_->candidateSm(entry.first) && !root_->nonCandidateSm(entry.first);
+  });
+}
+
+void LeakedZones::check() {
+  if (!correction_.isOn()) return;
+  std::vector<IpGenPrefix> leaked;
+  for (auto const& [zone, intfId] : learnedOn_) {
+    if (borders_.isBorder(zone, intfId) || borders_.isCovered(zone, intfId)) leaked.push_back(zone);
+  }
+  for (IpGenPrefix const& zone : leaked) forget(zone);
+}
+
+/// The RP set goes while its zone is still the best one of its ranges, so that it leaves what PIM reads.
+void LeakedZones::forget(IpGenPrefix const& zone) {
+  learnedOn_.erase(zone);
+  Ptr<Bsr::BsrCandidateSm> candidate = root_->candidateSm(zone);
+  if (candidate && candidate->state() == Bsr::BsrCandidateState::eBsr) return;
+  correction_.noteAct();
+  if (Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone)) sets->crpSetDelAll();
+  root_->bsrStatus()->bootstrapRouterDel(zone);
+  if (!candidate) return root_->nonCandidateSmDel(zone);
+  candidate->lastBsmIs(nullptr);
+  bool isFollowing = candidate->state() == Bsr::BsrCandidateState::cBsr;
+  if (isFollowing) candidate->zetBsTimer()->timeMinIs(Zet::now());
+}
+
+}  // namespace pimbsr::host

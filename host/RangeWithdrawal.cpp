@@ -1,0 +1,98 @@
+#include "host/RangeWithdrawal.h"
+
+#include <utility>
+
+#include "runtime/Context.h"
+
+namespace pimbsr::host {
+
+namespace Bsr = Routing::Pim::Bsr;
+using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
+using Zet::Ptr;
+
+/// Watches the ranges of one candidate RP.
+class RangeWithdrawal::Candidate final : public Bsr::RpCandidate::NotifieeConst {
+ public:
+  explicit Candidate(RangeWithdrawal& withdrawal) : withdrawal_(withdrawal) {}
+
+  void onPrefixSet(IpGenPrefix const& range) override {
+    if (!notifier()->prefixSet(range)) withdrawal_.note(notifier()->address(), range);
+  }
+
+ private:
+  RangeWithdrawal& withdrawal_;
+};
+
+RangeWithdrawal::RangeWithdrawal(Ptr<Bsr::PimBsrSm> const& root, Advertisements& advertisements,
+                                 CorrectionSwitch& correction)
+    : root_(root),
+      advertisements_(advertisements),
+      correction_(correction),
+      timer_(Zet::make<pim::Timer>(root->timerWheel(), [this] { withdrawNoted(); })) {
+  notifierIs(root->bsrStatus());
+  for (auto at = notifier()->crpIterator(); at; ++at) onCrp(at->address());
+}
+
+void RangeWithdrawal::stop() {
+  timer_->notifierIs(nullptr);
+  for (auto& [address, candidate] : candidates_) candidate->notifierIs(nullptr);
+  candidates_.clear();
+  notifierIs(nullptr);
+  root_ = nullptr;
+}
+
+void RangeWithdrawal::onCrp(IpGenAddr const& address) {
+  Ptr<Bsr::RpCandidate> candidate = notifier()->crp(address);
+  if (!candidate) {
+    auto at = candidates_.find(address);
+    if (at == candidates_.end()) return;
+    at->second->notifierIs(nullptr);
+    candidates_.erase(at);
+    return;
+  }
+  Ptr<Candidate>& watcher = candidates_[address];
+  if (!watcher) watcher = Zet::make<Candidate>(*this);
+  watcher->notifierIs(candidate);
+}
+
+void RangeWithdrawal::note(IpGenAddr const& address, IpGenPrefix const& range) {
+  if (!correction_.isOn()) return;
+  noted_[address].insert(range);
+  timer_->timeMinIs(Zet::now());
+}
+
+void RangeWithdrawal::withdrawNoted() {
+  for (auto const& [address, ranges] : std::exchange(noted_, {})) {
+    if (Ptr<Bsr::RpCandidate> candidate = notifier()->crp(address)) withdraw(*candidate, ranges);
+  }
+}
+
+void RangeWithdrawal::withdraw(Bsr::RpCandidate const& candidate, std::set<IpGenPrefix> const& ranges) {
+  std::set<IpGenPrefix> gone;
+  for (IpGenPrefix const& range : ranges) {
+    if (!candidate.prefixSet(range)) gone.insert(range);
+  }
+  for (auto at = root_->rpCandidateSmIterator(); at; ++at) {
+    if (at->crpOptions().rpAddress() == candidate.address()) withdraw(*at, gone);
+  }
+}
+
+/// The ranges that stay or are new go first, so that groups that another range serves now are never without
+/// RP.
+void RangeWithdrawal::withdraw(Bsr::RpCandidateSm& machine, std::set<IpGenPrefix> const& ranges) {
+  std::map<IpGenPrefix, std::vector<IpGenPrefix>> gone;  // by zone
+  for (auto set = machine.crpAdvSetIterator(); set; ++set) {
+    for (IpGenPrefix const& range : ranges) {
+      if (set->prefixSet(range)) gone[set->zone()].push_back(range);
+    }
+    for (IpGenPrefix const& range : gone[set->zone()]) set->prefixSetDel(range);
+  }
+  std::erase_if(gone, [](auto const& entry) { return entry.second.empty(); });
+  if (gone.empty()) return;
+  correction_.noteAct();
+  machine.doSendCrpAdv(false);
+  for (auto const& [zone, those] : gone) advertisements_.withdraw(machine, zone, those);
+}
+
+}  // namespace pimbsr::host

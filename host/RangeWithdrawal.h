@@ -1,0 +1,46 @@
+#pragma once
+
+#include <map>
+#include <set>
+
+#include "crp/RpCandidateSm.h"
+#include "host/Advertisements.h"
+#include "host/Corrections.h"
+#include "pim/Timer.h"
+#include "protocol/PimBsrSm.h"
+
+namespace pimbsr::host {
+
+/// Withdraws a group range that is taken from one of this router's candidate RPs while the RP keeps others
+/// (RFC 5059 section 3.2): it takes the range out of what the RP's machines advertise, and sends an
+/// advertisement of it with holdtime 0 to the BSR that was sent it before.
+///
+/// It acts once the event that changed the candidacy is over, so that a range that only changes its priority,
+/// or comes back at once, isn't withdrawn. An RP that loses all ranges of a priority is left to its machine.
+class PIMBSR_API RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifiee {
+ public:
+  /// All are used until it is stopped.
+  RangeWithdrawal(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root, Advertisements& advertisements,
+                  CorrectionSwitch& correction);
+  /// Ends it. To be called before the machines end.
+  void stop();
+
+  void onCrp(Lanet::IpGenAddr const& address) override;
+
+ private:
+  class Candidate;
+
+  void note(Lanet::IpGenAddr const& address, Lanet::IpGenPrefix const& range);
+  void withdrawNoted();
+  void withdraw(Routing::Pim::Bsr::RpCandidate const& candidate, std::set<Lanet::IpGenPrefix> const& ranges);
+  void withdraw(Routing::Pim::Bsr::RpCandidateSm& machine, std::set<Lanet::IpGenPrefix> const& ranges);
+
+  Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
+  Advertisements& advertisements_;
+  CorrectionSwitch& correction_;
+  Zet::Ptr<pim::Timer> timer_;
+  std::map<Lanet::IpGenAddr, Zet::Ptr<Candidate>> candidates_;
+  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> noted_;  ///< ranges taken in this event
+};
+
+}  // namespace pimbsr::host
