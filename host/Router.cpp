@@ -1,6 +1,7 @@
 #include "host/Router.h"
 
 #include "host/Admission.h"
+#include "host/Correctors.h"
 #include "host/IngressFilter.h"
 #include "host/RpBounds.h"
 #include "host/RpSweep.h"
@@ -42,6 +43,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
       rpf_(options.rpf),
       wheel_(Zet::make<Kiv::TimerWheel>()),
       interfaces_(Interface::allIntfStatusDirFactory("interfaces")),
+      mtus_(interfaces_),
       io_(Zet::make<pim::IoManager>(pim::makePamManager(), port)),
       bsmInfo_(IO::messageInfoFactory()),
       crpMsgInfo_(IO::messageInfoFactory()),
@@ -57,8 +59,12 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
                                interfaces_);
   admission_ = std::make_unique<Admission>(*root_, port_);
   ingressFilter_ = std::make_unique<IngressFilter>(*root_, *gate_, *neighbors_, port_, options.ingress);
+  switches_.settingsAre(options.corrections);
+  correctors_ = std::make_unique<Correctors>(Correctors::Machines{root_, gate_, crpGate_, *io_, port_, mtus_,
+                                                                  switches_, ingressFilter_->settings()});
   bounds_ = Zet::make<RpBounds>(root_, crpGate_, ingressFilter_->settings());
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
+  resumeKept(*status_, switches_.of(&CorrectionSettings::keptStatus));
 }
 
 /// Claims of a former run are no part of what is kept: a range may have moved to another interface meanwhile.
@@ -82,6 +88,7 @@ Router::~Router() {
   sweep_->stop();
   bounds_->stop();
   bounds_ = nullptr;
+  correctors_ = nullptr;
   ingressFilter_ = nullptr;
   admission_ = nullptr;
   root_ = nullptr;
@@ -108,7 +115,7 @@ void Router::sendGoodbyes() {
 
 void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
   Call call(*this);
-  interfaces_->intfStatusIs(intfId)->mtuIs(mtu);
+  mtus_.mtuIs(intfId, mtu);
   pimStatus_->pimIntfIs(intfId);
   writeSourceAddress(intfId, port_.primaryAddress(intfId));
 }
@@ -117,7 +124,8 @@ void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const&
   Call call(*this);
   interfaceIs(intfId, mtu);
   auto [at, isNew] = hellos_.try_emplace(intfId, neighbors_->link(intfId), wheel_, port_, options);
-  if (!isNew) at->second.optionsIs(options);
+  if (!isNew) return at->second.optionsIs(options);
+  at->second.relearnIs(&switches_.of(&CorrectionSettings::quickRelearn));
 }
 
 void Router::interfaceDel(IntfId const& intfId) {
@@ -125,7 +133,7 @@ void Router::interfaceDel(IntfId const& intfId) {
   hellos_.erase(intfId);
   ingressFilter_->forget(intfId);
   pimStatus_->pimIntfDel(intfId);
-  interfaces_->intfStatusDel(intfId);
+  mtus_.del(intfId);
   writeSourceAddress(intfId, port_.primaryAddress(intfId));
 }
 
@@ -235,6 +243,16 @@ void Router::permitDel(IpGenPrefix const& senders) {
 // A packet --------------------------------------------------------------------------------------------
 
 void Router::ingressSettingsIs(IngressSettings const& ingress) { ingressFilter_->settingsIs(ingress); }
+
+void Router::correctionsAre(CorrectionSettings const& settings) {
+  Call call(*this);
+  switches_.settingsAre(settings);
+  correctors_->handleSwitches();
+}
+
+void Router::exactBordersAre(std::set<IntfId> const& interfaces) {
+  correctors_->borders().exactAre(interfaces);
+}
 
 void Router::preferredRpsIs(PreferredRps const& preferred) { bounds_->preferredIs(preferred); }
 
@@ -364,11 +382,14 @@ void Router::onDrop(DropReason reason) {
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
   if (dropped(ingressFilter_->validateSender(intfId, message), reception)) return;
   if (dropped(admission_->validate(message), reception)) return;
+  if (dropped(correctors_->ingress().validate(intfId, message), reception)) return;
   Quotas::Verdict verdict = ingressFilter_->validateCost(message);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
+  correctors_->ingress().prepare(*verdict.passed);
   bool isDropped = dropped(throughGate(*bsmInfo_, intfId, verdict.passed), reception);
   reception.droppedRanges = isDropped ? 0 : verdict.dropped;
+  if (!isDropped) correctors_->handleAccepted(intfId, verdict.passed);
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
@@ -378,6 +399,7 @@ void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Recept
   RpBounds::Verdict verdict = bounds_->check(message);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
+  correctors_->ingress().prepare(*verdict.passed);
   if (dropped(throughGate(*crpMsgInfo_, intfId, verdict.passed), reception)) return;
   reception.droppedRanges = verdict.dropped;
   ingressFilter_->noteAdvertisement(message);

@@ -11,7 +11,9 @@
 #include "crp/CrpMessageSm.h"
 #include "crp/RpCandidateSm.h"
 #include "host/Candidacy.h"
+#include "host/Corrections.h"
 #include "host/IngressSettings.h"
+#include "host/Mtus.h"
 #include "host/Reception.h"
 #include "model/Acl.h"
 #include "model/Config.h"
@@ -40,6 +42,7 @@ class IoManager;
 namespace pimbsr::host {
 
 class Admission;
+class Correctors;
 class PreferredRps;
 class RpBounds;
 class RpSweep;
@@ -62,6 +65,8 @@ struct RouterOptions {
   Zet::Ptr<Routing::Pim::PimRpfTable> rpf = nullptr;
   /// What is checked in packets of a real network; nothing by default.
   IngressSettings ingress;
+  /// Where the machines depart from RFC 5059, what is corrected around them; nothing by default.
+  CorrectionSettings corrections;
   /// Receives what the gate drops of this router's own advertisements; may be null. It outlives the router.
   OwnDropSink* ownDrops = nullptr;
 };
@@ -117,6 +122,13 @@ class PIMBSR_API Router : private DropListener {
   /// Checks packets by other settings from now on. What is beyond a lowered bound stays until it ends by
   /// itself.
   void ingressSettingsIs(IngressSettings const& ingress);
+
+  /// Uses these corrections from now on, and no others.
+  void correctionsAre(CorrectionSettings const& settings);
+  /// Which corrections are in use, and how often each has acted.
+  CorrectionSwitches const& corrections() const { return switches_; }
+  /// Replaces the interfaces whose borders close exactly their zones and none within; none at first.
+  void exactBordersAre(std::set<Lanet::IntfId> const& interfaces);
 
   /// Replaces the RPs that are never displaced from a full group range; none at first.
   void preferredRpsIs(PreferredRps const& preferred);
@@ -204,6 +216,8 @@ class PIMBSR_API Router : private DropListener {
   Zet::Ptr<Routing::Pim::PimRpfTable> rpf_;
   Zet::Ptr<Kiv::TimerWheel> wheel_;
   Zet::Ptr<Interface::AllIntfStatusDir> interfaces_;
+  Mtus mtus_;
+  CorrectionSwitches switches_;
   Zet::Ptr<pim::IoManager> io_;
   Zet::Ptr<Routing::Pim::IO::MessageInfo> bsmInfo_;
   Zet::Ptr<Routing::Pim::IO::MessageInfo> crpMsgInfo_;
@@ -213,6 +227,7 @@ class PIMBSR_API Router : private DropListener {
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   std::unique_ptr<Admission> admission_;
   std::unique_ptr<IngressFilter> ingressFilter_;
+  std::unique_ptr<Correctors> correctors_;
   Zet::Ptr<RpBounds> bounds_;
   std::map<Lanet::IntfId, pim::HelloSm> hellos_;
   Zet::Ptr<RpSweep> sweep_;

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "crp/CrpMessageSm.h"
+#include "host/Advertisements.h"
+#include "host/Borders.h"
+#include "host/BsmEgress.h"
+#include "host/BsmIngress.h"
+#include "host/BsmPieces.h"
+#include "host/Corrections.h"
+#include "host/LeakedZones.h"
+#include "host/Mtus.h"
+#include "host/RangeWithdrawal.h"
+#include "protocol/StoreRules.h"
+
+namespace pimbsr::host {
+
+/// All corrections of one router, around its machines.
+class PIMBSR_API Correctors {
+ public:
+  /// What the machines are made of, which is used until the end of this object.
+  struct Machines {
+    Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root;
+    Zet::Ptr<Routing::Pim::Bsr::BootstrapMessageSm> gate;
+    Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate;
+    pim::IoManager& io;
+    pim::Port const& port;
+    Mtus& mtus;
+    CorrectionSwitches& switches;
+    IngressSettings const& ingress;
+  };
+
+  /// To be made after the gates and the root machine.
+  explicit Correctors(Machines const& machines);
+  /// To be ended before them.
+  ~Correctors();
+  Correctors(Correctors const&) = delete;
+  Correctors& operator=(Correctors const&) = delete;
+
+  /// To be called after the switches have changed.
+  void handleSwitches();
+  Borders& borders() { return borders_; }
+  BsmIngress& ingress() { return ingress_; }
+  /// To be called for a Bootstrap Message that the gate has accepted.
+  void handleAccepted(Lanet::IntfId const& intfId,
+                      Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+
+ private:
+  Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
+  pim::IoManager& io_;
+  Mtus& mtus_;
+  CorrectionSwitch const& cutBySize_;
+  Borders borders_;
+  BsmPieces pieces_;
+  BsmIngress ingress_;
+  BsmEgress egress_;
+  Zet::Ptr<Advertisements> advertisements_;
+  Zet::Ptr<RangeWithdrawal> withdrawal_;
+  Zet::Ptr<LeakedZones> leaked_;
+};
+
+/// Has the RPs of a kept status tree age: their timers are armed, and what PIM reads is written from them.
+/// To be called once the machines run.
+PIMBSR_API void resumeKept(Routing::Pim::Bsr::Status const& status, CorrectionSwitch& correction);
+
+}  // namespace pimbsr::host
