@@ -106,6 +106,12 @@ void Agent::sendGoodbyes() {
 
 // Settings ----------------------------------------------------------------------------------------------
 
+static std::set<Lanet::IntfId> exactBordersOf(host::Configuration const& router) {
+  std::set<Lanet::IntfId> interfaces;
+  for (std::string const& name : router.exactBorders) interfaces.insert(Lanet::IntfId(name.c_str()));
+  return interfaces;
+}
+
 /// Candidacies end before the interfaces that announce their end are closed.
 std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
   std::vector<host::ConfigError> errors = host::check(wanted.router);
@@ -117,6 +123,8 @@ std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
   }
   call({.kind = CauseKind::configuration}, [&] {
     router_->ingressSettingsIs(settings_.ingress);
+    router_->correctionsAre(settings_.corrections);
+    router_->exactBordersAre(exactBordersOf(settings_.router));
     router_->preferredRpsIs(host::PreferredRps(settings_.router, settings_.router.rpLists));
     tree_.apply(context_, settings_.router);
     for (auto& [name, applied] : applied_) {

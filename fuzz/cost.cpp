@@ -372,7 +372,7 @@ class Play {
   Context context_;
   Port port_;
   pimbsr::host::Router router_{
-      context_, port_, {.rpf = Zet::make<Rpf>(), .ingress = pimbsr::agent::defaultIngress}};
+      context_, port_, {.rpf = Zet::make<Rpf>(), .ingress = pimbsr::host::standardIngress}};
   Lanet::IntfId const eth0_{"eth0"};
   Account account_;
   double swept_ = 0;

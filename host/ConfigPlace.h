@@ -20,6 +20,7 @@ enum class ConfigPart {
   accessList,    ///< named by itself
   checks,
   limits,
+  corrections,
 };
 
 /// One of several that a part has: a group range, an access list that gives ranges, or a rule.

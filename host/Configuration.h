@@ -45,6 +45,9 @@ struct Configuration : Timeouts {
   std::map<std::string, ByRange<BsrTerms>> candidateBsrs;  ///< by interface
   std::map<std::string, RpTerms> candidateRps;             ///< by interface
   std::map<std::string, ByRange<Present>> borders;         ///< by interface
+  /// Interfaces whose borders close exactly their zones and none within. The engine knows nothing of them:
+  /// who applies the configuration hands them to the router.
+  std::set<std::string> exactBorders;
   /// Names of the lists that permit senders of advertisements; with none all are permitted.
   std::set<std::string> senderLists;
   /// Names of the lists that permit preferred RPs. The engine knows nothing of them: who applies the

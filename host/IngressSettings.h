@@ -13,4 +13,11 @@ inline constexpr IngressSettings standardLimits = [] {
   return ingress;
 }();
 
+/// What agent and simulator use unless their operator says otherwise: the standard bounds, and every check.
+inline constexpr IngressSettings standardIngress = [] {
+  IngressSettings ingress = standardLimits;
+  defaultChecksIs(ingress);
+  return ingress;
+}();
+
 }  // namespace pimbsr::host

@@ -14,6 +14,7 @@
 #include "agent/config/ConfigBlock.h"
 #include "agent/config/ConfigTable.h"
 #include "agent/config/Settings.keys.h"
+#include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 
 namespace pimbsr::agent {
@@ -80,6 +81,9 @@ class Reader {
   void readLimits(ConfigValue const& value) {
     readPart<host::LimitsKeys>(value, settings().ingress, {.part = ConfigPart::limits});
   }
+  void readCorrections(ConfigValue const& value) {
+    readPart<host::CorrectionsKeys>(value, settings().corrections, {.part = ConfigPart::corrections});
+  }
   void readControl(ConfigValue const& value);
   void readState(ConfigValue const& value) {
     ConfigBlock state = block(value, file::StateKeys::sectionRow);
@@ -134,6 +138,7 @@ void Reader::read(ConfigValue const& root) {
                                      {file::TimersKeys::sectionRow, &Reader::readTimers},
                                      {host::ChecksKeys::sectionRow, &Reader::readChecks},
                                      {host::LimitsKeys::sectionRow, &Reader::readLimits},
+                                     {host::CorrectionsKeys::sectionRow, &Reader::readCorrections},
                                      {file::ControlKeys::sectionRow, &Reader::readControl},
                                      {file::StateKeys::sectionRow, &Reader::readState},
                                      {file::TraceKeys::sectionRow, &Reader::readTraces}};
@@ -243,6 +248,7 @@ void Reader::readInterface(std::string const& name, ConfigValue const& value) {
   readKeys<Keys>(block, table);
   if (table.pim) settings().interfaces[name] = table;
   reading_.places.add({.part = ConfigPart::interface, .name = name}, block.at());
+  if (table.exactBorders) router().exactBorders.insert(name);
   if (!block.has(Keys::border) && !block.has(Keys::borderLists)) return;
   ConfigPlace place{.part = ConfigPart::border, .name = name};
   reading_.places.add(place, block.placeOf(block.has(Keys::border) ? Keys::border : Keys::borderLists));

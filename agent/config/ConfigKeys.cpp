@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent/config/Settings.keys.h"
+#include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 #include "runtime/Assert.h"
 
@@ -23,7 +24,8 @@ static void forEachTable(Call const& call) {
   auto callAll = [&](auto... keys) { (call(keys), ...); };
   callAll(file::InterfaceKeys(), file::CandidateBsrKeys(), file::CandidateRpKeys(), file::FilterKeys(),
           file::AccessListKeys(), file::AccessRuleKeys(), file::TimersKeys(), host::ChecksKeys(),
-          host::LimitsKeys(), file::ControlKeys(), file::StateKeys(), file::TraceKeys());
+          host::LimitsKeys(), host::CorrectionsKeys(), file::ControlKeys(), file::StateKeys(),
+          file::TraceKeys());
 }
 
 static std::vector<ConfigSection> allSections() {

@@ -11,6 +11,7 @@
 #include "agent/config/Settings.keys.h"
 #include "config/AclToPrefix.h"
 #include "host/Configuration.keys.h"
+#include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 #include "host/PreferredRps.h"
 
@@ -121,6 +122,7 @@ std::vector<ConfigFinding> Linter::run() {
   lintLists();
   lintKeys<host::ChecksKeys>(reading_.settings.ingress, {.part = ConfigPart::checks});
   lintKeys<host::LimitsKeys>(reading_.settings.ingress, {.part = ConfigPart::limits});
+  lintKeys<host::CorrectionsKeys>(reading_.settings.corrections, {.part = ConfigPart::corrections});
   auto before = [](ConfigFinding const& a, ConfigFinding const& b) { return a.at < b.at; };
   std::stable_sort(findings_.begin(), findings_.end(), before);
   // An invalid value was replaced by its default, which is not the operator's choice.

@@ -8,6 +8,7 @@
 
 #include "agent/config/Settings.keys.h"
 #include "host/ConfigKey.h"
+#include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 
 namespace pimbsr::agent {
@@ -54,6 +55,7 @@ constexpr PartForm partForms[] = {
     {ConfigPart::accessList, AccessListKeys::sectionRow.name},
     {ConfigPart::checks, host::ChecksKeys::sectionRow.name},
     {ConfigPart::limits, host::LimitsKeys::sectionRow.name},
+    {ConfigPart::corrections, host::CorrectionsKeys::sectionRow.name},
 };
 
 PartForm const& formOf(ConfigPart part) {

@@ -10,6 +10,7 @@
 #include "agent/config/ConfigTable.h"
 #include "agent/config/ConfigText.h"
 #include "agent/config/Settings.keys.h"
+#include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 
 namespace pimbsr::agent {
@@ -74,6 +75,7 @@ std::map<std::string, file::Interface> interfacesOf(Settings const& settings) {
     auto block = blocksOf(ranges, Present()).front();
     tables[name].border = block.groups;
     tables[name].borderLists = block.lists;
+    tables[name].exactBorders = settings.router.exactBorders.contains(name);
   }
   for (auto& [name, table] : tables) table.pim = settings.interfaces.contains(name);
   return tables;
@@ -175,10 +177,10 @@ std::string listsText(host::Configuration const& router) {
 }
 
 std::string restText(Settings const& settings) {
-  std::string out = tableText<file::TimersKeys>(settings.router) +
-                    tableText<host::ChecksKeys>(settings.ingress) +
-                    tableText<host::LimitsKeys>(settings.ingress) + tableText<file::ControlKeys>(settings) +
-                    tableText<file::StateKeys>(settings);
+  std::string out =
+      tableText<file::TimersKeys>(settings.router) + tableText<host::ChecksKeys>(settings.ingress) +
+      tableText<host::LimitsKeys>(settings.ingress) + tableText<host::CorrectionsKeys>(settings.corrections) +
+      tableText<file::ControlKeys>(settings) + tableText<file::StateKeys>(settings);
   if (settings.traces.empty()) return out;
   std::vector<std::string> lines;
   for (auto const& [handle, level] : settings.traces)
@@ -229,6 +231,7 @@ Json writeJson(Settings const& settings) {
   out.update(jsonOf<file::TimersKeys>(router));
   out["checks"] = jsonOf<host::ChecksKeys>(settings.ingress);
   out["limits"] = jsonOf<host::LimitsKeys>(settings.ingress);
+  out["corrections"] = jsonOf<host::CorrectionsKeys>(settings.corrections);
   out.update(jsonOf<file::ControlKeys>(settings));
   out.update(jsonOf<file::StateKeys>(settings));
   out["traces"] = settings.traces;

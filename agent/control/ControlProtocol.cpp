@@ -15,9 +15,9 @@ namespace pimbsr::agent {
 using Json = nlohmann::ordered_json;
 using Names = std::span<std::string_view const>;
 
-static constexpr std::string_view views[] = {"bsr",        "rp-set",  "candidates", "rp",       "neighbors",
-                                             "interfaces", "borders", "filter",     "counters", "drops",
-                                             "history",    "config",  "control"};
+static constexpr std::string_view views[] = {"bsr",         "rp-set",  "candidates", "rp",       "neighbors",
+                                             "interfaces",  "borders", "filter",     "counters", "drops",
+                                             "corrections", "history", "config",     "control"};
 static constexpr std::string_view clearable[] = {"counters", "drops", "history"};
 
 Names viewNames() { return views; }

@@ -125,6 +125,22 @@ view::Drops showDrops(Observed const& observed) {
   return shown;
 }
 
+// Corrections -------------------------------------------------------------------------------------------
+
+view::Corrections showCorrections(Observed const& observed) {
+  view::Corrections shown;
+  for (host::Correction const& row : host::corrections()) {
+    CorrectionSwitch const& state = observed.router.corrections().of(row.isOn);
+    shown.corrections.push_back({.correction = std::string(row.key->name),
+                                 .on = state.isOn(),
+                                 .acts = state.acts(),
+                                 .engine = std::string(row.engine),
+                                 .instead = std::string(row.key->sentence),
+                                 .source = std::string(row.source)});
+  }
+  return shown;
+}
+
 // Control sockets ---------------------------------------------------------------------------------------
 
 static view::User viewOf(ControlUser const& user) {

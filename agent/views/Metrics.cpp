@@ -139,6 +139,15 @@ void addDrops(Families& families, Observed const& observed) {
   }
 }
 
+void addCorrections(Families& families, Observed const& observed) {
+  Family acts(families, MetricType::Counter, "corrections_total",
+              "How often a correction changed what the machines would have done.");
+  for (host::Correction const& row : host::corrections()) {
+    CorrectionSwitch const& state = observed.router.corrections().of(row.isOn);
+    acts.add(state.acts(), {{"correction", std::string(row.key->name)}});
+  }
+}
+
 void addKernelLosses(Families& families, Observed const& observed) {
   Family losses(
       families, MetricType::Counter, "kernel_lost_packets_total",
@@ -222,6 +231,7 @@ std::string metricsText(Observed const& observed) {
   addZones(families, observed);
   addMessages(families, observed);
   addDrops(families, observed);
+  addCorrections(families, observed);
   addKernelLosses(families, observed);
   addNeighbors(families, observed);
   addControls(families, observed);

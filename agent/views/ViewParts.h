@@ -34,6 +34,7 @@ view::Borders showBorders(Observed const& observed);
 view::Filter showFilter(Observed const& observed);
 view::Counters showCounters(Observed const& observed);
 view::Drops showDrops(Observed const& observed);
+view::Corrections showCorrections(Observed const& observed);
 view::History showHistory(Observed const& observed);
 view::Control showControl(Observed const& observed);
 

@@ -41,6 +41,7 @@ static constexpr NamedView views[] = {{"bsr", shown<showBsr>},
                                       {"filter", shown<showFilter>},
                                       {"counters", shown<showCounters>},
                                       {"drops", shown<showDrops>},
+                                      {"corrections", shown<showCorrections>},
                                       {"history", shown<showHistory>},
                                       {"config", shown<showConfig>},
                                       {"control", shown<showControl>}};

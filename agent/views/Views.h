@@ -8,10 +8,10 @@
 
 namespace pimbsr::agent {
 
-/// The view of an agent with a name, as an object: "bsr", "rp-set", "candidates", "rp" (of a
-/// multicast group), "neighbors", "interfaces", "borders", "filter", "counters", "drops", "history" or
-/// "config". Times are seconds, left or ago; an absent value is null. Throws RequestError for
-/// another name, with those that are valid.
+/// The view of an agent with a name, as an object: "bsr", "rp-set", "candidates", "rp" (of a multicast
+/// group), "neighbors", "interfaces", "borders", "filter", "counters", "drops", "corrections", "history" or
+/// "config". Times are seconds, left or ago; an absent value is null. Throws RequestError for another name,
+/// with those that are valid.
 nlohmann::ordered_json show(Observed const& observed, std::string_view what, Lanet::IpAddr group = {});
 
 }  // namespace pimbsr::agent

@@ -28,6 +28,7 @@ static constexpr char const* footShow =
     "  filter       whose Candidate-RP Advertisements are taken\n"
     "  counters     messages by kind and outcome\n"
     "  drops        messages refused, by reason, and the last of each\n"
+    "  corrections  what is corrected of the machines, and how often\n"
     "  history      the last elections and changes of RP sets\n"
     "  config       the configuration that is followed\n"
     "  control      the clients of the control sockets, and what their limits ended\n"

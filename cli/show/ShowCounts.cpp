@@ -92,6 +92,13 @@ void writeShown(std::ostream& out, view::Drops const& view) {
   why.write(out, 2);
 }
 
+// Corrections -----------------------------------------------------------------------------------------
+
+void writeShown(std::ostream& out, view::Corrections const& view) {
+  out << "Corrections\n";
+  tableOf(view.corrections).write(out, 2);
+}
+
 // Control sockets -------------------------------------------------------------------------------------
 
 void writeShown(std::ostream& out, view::Control const& view) {

@@ -38,6 +38,7 @@ void writeShown(std::ostream& out, view::Borders const& view);
 void writeShown(std::ostream& out, view::Filter const& view);
 void writeShown(std::ostream& out, view::Counters const& view);
 void writeShown(std::ostream& out, view::Drops const& view);
+void writeShown(std::ostream& out, view::Corrections const& view);
 void writeShown(std::ostream& out, view::Control const& view);
 
 // ShowHistory.cpp

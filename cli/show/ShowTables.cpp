@@ -40,6 +40,7 @@ void writeShow(std::ostream& out, std::string const& what, Json const& view) {
                                                        {"filter", writeView<view::Filter>},
                                                        {"counters", writeView<view::Counters>},
                                                        {"drops", writeView<view::Drops>},
+                                                       {"corrections", writeView<view::Corrections>},
                                                        {"history", writeView<view::History>},
                                                        {"config", writeView<view::Config>},
                                                        {"control", writeView<view::Control>},

@@ -250,7 +250,7 @@ Wrong const wrongs[] = {
      "f:2:1: state.\"a b\": no such key; valid here is directory"},
     {"NameWithADotWithoutQuotes", "[interface.eth0.100]",
      "f:1:17: interface.eth0.100: no such key; valid here are pim, hello, dr-priority, hello-interval, "
-     "border, border-lists; a name with a dot must be in quotes: [interface.\"eth0.100\"]"},
+     "border, border-lists, exact-borders; a name with a dot must be in quotes: [interface.\"eth0.100\"]"},
     {"NoTable", "timers = 5", "f:1:10: timers: read 5; valid is a table"},
     {"NoTableOfInterfaces", "interface = \"eth0\"",
      "f:1:13: interface: read the text \"eth0\"; valid is a table"},

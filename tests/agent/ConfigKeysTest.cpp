@@ -144,7 +144,7 @@ TEST(ConfigKeysTest, AnUnknownNameIsAnsweredWithAllThatAreValid) {
   EXPECT_EQ(
       unknownKeyText("", "colour"),
       "no such key; valid here are interface, candidate-bsr, candidate-rp, filter, access-list, timers, "
-      "checks, limits, control, state, trace");
+      "checks, limits, corrections, control, state, trace");
 }
 
 TEST(ConfigKeysTest, ReferencePageIsThatOfTheTable) {

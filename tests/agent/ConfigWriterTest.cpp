@@ -35,11 +35,15 @@ class AnySettings {
     for (U64 i = below(4); i > 0; --i)
       s.interfaces[intf()] = {.hello = below(2) == 0, .drPriority = any(), .helloInterval = in(1, 18724)};
     for (U64 i = below(3); i > 0; --i) fill(s.router.borders[intf()], pimbsr::host::Present());
+    for (auto const& [name, ranges] : s.router.borders) {
+      if (below(2) == 0) s.router.exactBorders.insert(name);
+    }
     for (U64 i = below(3); i > 0; --i) drawBsr(s);
     for (U64 i = below(3); i > 0; --i) drawRp(s);
     for (U64 i = below(3); i > 0; --i) s.router.senderLists.insert(list());
     for (U64 i = below(3); i > 0; --i) s.router.rpLists.insert(list());
     for (U64 i = below(4); i > 0; --i) drawList(s);
+    for (auto const& row : pimbsr::host::corrections()) s.corrections.*row.isOn = flip();
     s.router.bsTimeout = in(12, 1073741823);
     s.router.szTimeout = in(120, 4294967295);
     s.ingress = {.linkLocalTtl = flip(),
@@ -190,10 +194,11 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
       "f");
   ASSERT_TRUE(reading.isSound());
   auto json = writeJson(reading.settings);
-  EXPECT_EQ(json["interfaces"].dump(),
-            R"({"eth0":{"pim":true,"hello":true,)"
-            R"("drPriority":7,"helloInterval":30,"border":["239.1.0.0/16"],"borderLists":[]},)"
-            R"("eth1":{"pim":false,"border":[],"borderLists":["a"]}})");
+  EXPECT_EQ(
+      json["interfaces"].dump(),
+      R"({"eth0":{"pim":true,"hello":true,)"
+      R"("drPriority":7,"helloInterval":30,"border":["239.1.0.0/16"],"borderLists":[],"exactBorders":false},)"
+      R"("eth1":{"pim":false,"border":[],"borderLists":["a"],"exactBorders":false}})");
   EXPECT_EQ(json["candidateBsrs"].dump(),
             R"([{"interface":"eth0","groups":["224.0.0.0/4"],"lists":[],"priority":9,"hashMaskLen":30,)"
             R"("bsPeriod":60}])");
@@ -213,6 +218,7 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
       R"({"packetsPerSecond":1000,"hellosPerSecond":200,"advertisementsPerSecond":1000,)"
       R"("neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,"bsmBytes":16384,"rps":20000,)"
       R"("rangesPerZone":4096,"rpsPerRange":255,"rpsPerSender":64,"rangesPerSender":1024})");
+  EXPECT_EQ(json["corrections"]["electedOnly"], true);
   EXPECT_EQ(json["controlSocket"], "/run/pimbsr/control.sock");
   EXPECT_EQ(json["readOnlySocket"], "/run/pimbsr/control-read-only.sock");
   EXPECT_EQ(json["readOnlyGroup"], "");

@@ -85,6 +85,14 @@ TEST_F(MetricsTest, HelpNamesTheZoneOfForgottenCounts) {
   EXPECT_EQ(noted, 4);
 }
 
+TEST_F(MetricsTest, CorrectionsAreCounted) {
+  router->correctionsAre(host::allCorrections);
+  receive(helloFrom("192.0.2.1", 7));
+  EXPECT_EQ(sample(R"(pimbsr_corrections_total{correction="quick-relearn"})"), "0");
+  receive(helloFrom("192.0.2.1", 8));
+  EXPECT_EQ(sample(R"(pimbsr_corrections_total{correction="quick-relearn"})"), "1");
+}
+
 TEST_F(MetricsTest, PacketsThatCameTooFastAreOfAKindOfTheirOwn) {
   router->ingressSettingsIs({.packetsPerSecond = 1});
   for (int i = 0; i < 3; ++i) receive(helloFrom("192.0.2.1", 7));

@@ -66,7 +66,7 @@ TEST(CheckCommandTest, FaultsAndWarningsComeInTheOrderOfTheFile) {
           ":4:17: error: limits.learned-zones: read -5; valid is a whole number from 0 to 4294967295\n" +
           file.path() +
           ":5:2: error: colour: no such key; valid here are interface, candidate-bsr, candidate-rp, filter, "
-          "access-list, timers, checks, limits, control, state, trace\n");
+          "access-list, timers, checks, limits, corrections, control, state, trace\n");
 }
 
 TEST(CheckCommandTest, FileThatCannotBeReadFails) {
