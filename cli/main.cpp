@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "agent/base/Version.h"
+#include "cli/base/CorrectionsOption.h"
 #include "cli/base/Errors.h"
 #include "cli/base/LimitOption.h"
 #include "cli/replay/ReplayCommand.h"
@@ -70,6 +71,22 @@ static void addLimit(CLI::App& command, host::IngressSettings& limits) {
   addRepeatable(command, "--limit", "KEY=N", helpLimit, [&](auto& text) { parseLimit(text, limits); });
 }
 
+static constexpr char const* helpCorrections =
+    "Use these corrections and no others, named as in the table corrections of the\n"
+    "configuration file, with commas between them; or \"all\", as at first, or \"none\"";
+
+static void addCorrections(CLI::App& command, host::IngressSettings& ingress,
+                           host::CorrectionSettings& corrections) {
+  auto parse = [&](std::string const& text) { parseCorrections(text, corrections); };
+  CLI::Option* list = command.add_option_function<std::string>("--corrections", parse, helpCorrections)
+                          ->type_name("NAME,...");
+  command
+      .add_flag_callback(
+          "--exact", [&] { exactIs(ingress, corrections); },
+          "Play the machines as they are: no corrections, and no checks of packets")
+      ->excludes(list);
+}
+
 /// Refuses an option that has another name now, and says which.
 static void addFormer(CLI::App& command, std::string const& former, std::string const& now) {
   auto refuse = [=](std::string const&) { throw UsageError(former + " is now called " + now); };
@@ -102,6 +119,7 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
                 "it is the source of the first message with the No-Forward bit clear",
                 [&](auto& text) { parseRpf(text, options); });
   addLimit(command, options.router.ingress);
+  addCorrections(command, options.router.ingress, options.router.corrections);
   addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
                 [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
 }
@@ -161,7 +179,8 @@ static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& rando
       ->type_name("N");
   command.add_option("--pcap", options.pcapFolder, "Write what each link carries to DIR/<link>.pcap")
       ->type_name("DIR");
-  addLimit(command, options.limits);
+  addLimit(command, options.ingress);
+  addCorrections(command, options.ingress, options.corrections);
   addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
                 [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
   addRandom(command, *scenario, random);
@@ -200,6 +219,8 @@ static int run(int argc, char** argv) {
   }
   if (runChoice.chosen) return runChoice.chosen(std::cout, std::cerr);
   if (control.run) return control.run(std::cout, std::cerr);
+  randomOptions.ingress = simOptions.ingress;
+  randomOptions.corrections = simOptions.corrections;
   if (randomOptions.trials != 0) return simulateRandom(randomOptions, std::cout, std::cerr);
   if (sim.parsed()) return simulate(simOptions, std::cout, std::cerr);
   return replay(options, std::cout, std::cerr);

@@ -2,6 +2,7 @@
 
 #include <deque>
 
+#include "host/Corrections.h"
 #include "host/IngressSettings.h"
 #include "model/Lanet.h"
 #include "sim/Link.h"
@@ -20,9 +21,11 @@ class Medium {
   /// Seconds since the start.
   double now() const { return now_; }
   Link const& link(U32 number) const { return links_[number]; }
-  /// The bounds of every router that starts from now on; at first the standard ones. What a configuration
-  /// would check in packets is not checked.
-  host::IngressSettings const& limits() const { return limits_; }
+  /// The bounds and checks of every router that is made from now on; at first the standard bounds and no
+  /// check.
+  host::IngressSettings const& ingress() const { return ingress_; }
+  /// The corrections of every router that is made from now on; at first none.
+  host::CorrectionSettings const& corrections() const { return corrections_; }
   Listener* listener() const { return listener_; }
   /// The listener if it is registered for any of these kinds; else null.
   Listener* listenerFor(Kinds kinds) const { return (kinds_ & kinds) != 0 ? listener_ : nullptr; }
@@ -34,7 +37,8 @@ class Medium {
   U64 seed_;
   double now_ = 0;
   std::deque<Link> links_;
-  host::IngressSettings limits_ = host::standardLimits;
+  host::IngressSettings ingress_ = host::standardLimits;
+  host::CorrectionSettings corrections_;
   Listener* listener_ = nullptr;
   Kinds kinds_ = 0;
 

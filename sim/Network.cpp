@@ -1,5 +1,7 @@
 #include "sim/Network.h"
 
+#include "host/Limits.h"
+
 #include <algorithm>
 
 #include "wire/Checksum.h"
@@ -52,6 +54,23 @@ U32 Network::addNode(NodeOptions const& options, bool started) {
     listener->onRunning(node, false);
   }
   return number;
+}
+
+void Network::ingressIs(host::IngressSettings const& ingress) {
+  ingress_ = ingress;
+  for (Node& node : nodes_) node.ingressIs(ingress);
+}
+
+void Network::checksAre(host::IngressSettings const& checks) {
+  host::IngressSettings ingress = checks;
+  host::copyLimits(ingress_, ingress);
+  ingress_ = ingress;
+  for (Node& node : nodes_) node.checksAre(checks);
+}
+
+void Network::correctionsAre(host::CorrectionSettings const& settings) {
+  corrections_ = settings;
+  for (Node& node : nodes_) node.correctionsAre(settings);
 }
 
 U32 Network::attach(U32 node, U32 link, InterfaceOptions const& options) {

@@ -42,8 +42,12 @@ class Network final : public Medium {
   Node& node(U32 number) { return nodes_[number]; }
   Node const& node(U32 number) const { return nodes_[number]; }
   U32 linkCount() const { return static_cast<U32>(links_.size()); }
-  /// Sets limits().
-  void limitsIs(host::IngressSettings const& limits) { limits_ = limits; }
+  /// Sets the bounds and checks of all routers, those to come included.
+  void ingressIs(host::IngressSettings const& ingress);
+  /// Sets the checks of all routers, and leaves the bounds.
+  void checksAre(host::IngressSettings const& checks);
+  /// Sets the corrections of all routers, those to come included.
+  void correctionsAre(host::CorrectionSettings const& settings);
 
   /// Takes a link down for all that are attached, or up again: their interfaces come and go with it.
   void linkUpIs(U32 link, bool up);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/Limits.h"
 #include "sim/Medium.h"
 
 namespace pimbsr::sim {
@@ -62,7 +63,13 @@ class Node::IntfWatcher final : public Routing::Pim::Intf::NotifieeConst {
 };
 
 Node::Node(Medium& medium, Network const& network, U32 id, NodeOptions const& options)
-    : medium_(medium), network_(network), id_(id), options_(options), context_(*this, medium.seed()) {
+    : medium_(medium),
+      network_(network),
+      id_(id),
+      options_(options),
+      ingress_(medium.ingress()),
+      corrections_(medium.corrections()),
+      context_(*this, medium.seed()) {
   config_.bsTimeout = options.bsTimeout;
   config_.szTimeout = options.szTimeout;
 }
@@ -152,7 +159,8 @@ void Node::start() {
   host::RouterOptions options{.config = tree_->config(),
                               .clearConfig = tree_->clearConfig(),
                               .accessLists = tree_->accessLists(),
-                              .ingress = medium_.limits(),
+                              .ingress = ingress_,
+                              .corrections = corrections_,
                               .ownDrops = this};
   context_.nowIs(localTime(medium_.now()));
   router_ = std::make_unique<host::Router>(context_, *this, options);
@@ -209,6 +217,22 @@ void Node::observe() {
   } else if (router_ && !observer_) {
     observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), recorder_);
   }
+}
+
+void Node::ingressIs(host::IngressSettings const& ingress) {
+  ingress_ = ingress;
+  if (router_) router_->ingressSettingsIs(ingress);
+}
+
+void Node::checksAre(host::IngressSettings const& checks) {
+  host::IngressSettings ingress = checks;
+  host::copyLimits(ingress_, ingress);
+  ingressIs(ingress);
+}
+
+void Node::correctionsAre(host::CorrectionSettings const& settings) {
+  corrections_ = settings;
+  if (router_) call([&] { router_->correctionsAre(settings); });
 }
 
 // Interfaces and routes -------------------------------------------------------------------------------
@@ -466,6 +490,12 @@ bool Node::isOwnAddress(IpGenAddr const& address) const {
   if (address.isEmpty()) return false;
   return address == options_.loopback || std::any_of(interfaces_.begin(), interfaces_.end(),
                                                      [&](auto& intf) { return intf.address == address; });
+}
+
+bool Node::isOnSubnet(IntfId const& intfId, IpGenAddr const& address) const {
+  U32 number = interfaceNumber(intfId);
+  return number < interfaces_.size() &&
+         medium_.link(interfaces_[number].link).options.prefix.contains(address.v4Addr());
 }
 
 void Node::packetCountsClear() {

@@ -136,6 +136,12 @@ class Node final : public pim::Port, private host::OwnDropSink {
   void routeIs(Lanet::Prefix const& prefix, Lanet::IpAddr nextHop);
   void routeDel(Lanet::Prefix const& prefix);
 
+  /// Uses other checks and bounds of packets, or other corrections; they survive a stop and a crash.
+  void ingressIs(host::IngressSettings const& ingress);
+  /// Replaces the checks alone.
+  void checksAre(host::IngressSettings const& checks);
+  void correctionsAre(host::CorrectionSettings const& settings);
+
   /// Starts afresh with what is configured; nothing if it runs already.
   void start();
   /// Ends in order: with goodbye Hellos, and without its candidacies.
@@ -146,6 +152,7 @@ class Node final : public pim::Port, private host::OwnDropSink {
   bool send(Lanet::IntfId const& intfId, Bytes packet) override;
   Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override;
   bool isOwnAddress(Lanet::IpGenAddr const& address) const override;
+  bool isOnSubnet(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address) const override;
 
   /// Resets the packet counts.
   void packetCountsClear();
@@ -203,6 +210,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   U32 id_;
   NodeOptions options_;
   NodeConfig config_;
+  host::IngressSettings ingress_;
+  host::CorrectionSettings corrections_;
   std::vector<NodeInterface> interfaces_;
   std::map<std::string_view, host::DropCount> drops_;
   RouterContext context_;

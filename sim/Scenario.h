@@ -156,10 +156,23 @@ struct SetReport {
   bool on = true;
 };
 
-using Action = std::variant<AddLink, AddRouter, AddInterface, SetCandidateBsr, EndCandidateBsr,
-                            SetCandidateRp, EndCandidateRp, SetBorder, SetPermit, SetAccessList, SetListUse,
-                            SetAddress, SetTimers, SetRoute, SetLink, SetLife, Partition, Heal, SetFaults,
-                            SetConvergence, Inject, LetRun, Show, ShowRp, SetReport>;
+/// Which corrections routers use from now on.
+struct SetCorrections {
+  std::vector<U32> routers;  ///< empty for all, those to come included
+  host::CorrectionSettings settings;
+};
+
+/// What routers check in packets from now on.
+struct SetChecks {
+  std::vector<U32> routers;      ///< empty for all, those to come included
+  host::IngressSettings checks;  ///< without bounds
+};
+
+using Action =
+    std::variant<AddLink, AddRouter, AddInterface, SetCandidateBsr, EndCandidateBsr, SetCandidateRp,
+                 EndCandidateRp, SetBorder, SetPermit, SetAccessList, SetListUse, SetAddress, SetTimers,
+                 SetRoute, SetLink, SetLife, Partition, Heal, SetFaults, SetConvergence, Inject, LetRun, Show,
+                 ShowRp, SetReport, SetCorrections, SetChecks>;
 
 struct Statement {
   Action action;

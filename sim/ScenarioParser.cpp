@@ -7,6 +7,7 @@
 #include "host/Configuration.keys.h"
 #include "sim/ScenarioInject.h"
 #include "sim/ScenarioLine.h"
+#include "sim/ScenarioSwitches.h"
 
 namespace pimbsr::sim {
 
@@ -467,6 +468,13 @@ constexpr Reader readers[] = {
      readSetFaults},
     {{"converge", "converge T", "time after which unicast routing notices a change; 1s at first"},
      readConverge},
+    {{"corrections", "corrections all|none|NAME... [on ROUTER...]",
+      "sets which corrections of the configuration file are on, of all routers or of some; the others are "
+      "off"},
+     readCorrections},
+    {{"checks", "checks all|none|NAME... [on ROUTER...]",
+      "sets which checks of the configuration file are on, of all routers or of some; the others are off"},
+     readChecks},
     {{"inject",
       "inject LINK bsm from A [bsr A] [priority N] [hash-mask-length N] [tag N] [no-forward] [to A] "
       "[group RANGE [scoped] [bidir] [rp-count N] [rp A [priority N] [holdtime N]]...]...",

@@ -99,6 +99,14 @@ class Simulation::Executor {
     if (show.view == View::packets) network_.packetCountsClear(show.routers);
   }
   void operator()(ShowRp const& show) { simulation_.report_.onShowRp(network_, show); }
+  void operator()(SetCorrections const& set) {
+    if (set.routers.empty()) network_.correctionsAre(set.settings);
+    for (U32 router : set.routers) network_.node(router).correctionsAre(set.settings);
+  }
+  void operator()(SetChecks const& set) {
+    if (set.routers.empty()) network_.checksAre(set.checks);
+    for (U32 router : set.routers) network_.node(router).checksAre(set.checks);
+  }
   void operator()(SetReport const& set) {
     simulation_.kindsIs(set.on ? simulation_.kinds_ | set.kinds : simulation_.kinds_ & ~set.kinds);
   }

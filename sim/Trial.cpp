@@ -62,10 +62,12 @@ static Findings missed(Network const& network, U32 router, std::vector<IpGenPref
   return findings;
 }
 
-TrialResult runTrial(U64 seed, U32 routers, Report* report) {
+TrialResult runTrial(U64 seed, U32 routers, TrialSettings const& settings, Report* report) {
   RandomScenario random(seed, routers);
   TrialReport watch(report);
   Simulation simulation(seed, watch, usualKinds | repeats | sent | received);
+  simulation.network().ingressIs(settings.ingress);
+  simulation.network().correctionsAre(settings.corrections);
   Network const& network = simulation.network();
   watch.networkIs(network);
   TrialResult result;

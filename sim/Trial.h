@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "host/Corrections.h"
+#include "host/IngressSettings.h"
 #include "sim/Checkers.h"
 
 namespace pimbsr::sim {
@@ -13,6 +15,12 @@ struct TrialResult {
   U64 events = 0;        ///< events that the network ran
 };
 
+/// What all routers of a random network check, bound and correct.
+struct TrialSettings {
+  host::IngressSettings ingress = host::standardIngress;
+  host::CorrectionSettings corrections = host::allCorrections;
+};
+
 /// Seconds from the healing until all routers must agree: three holdtimes of an RP, after which an RP is
 /// removed whose candidate and BSR ended together, and BS_Period for the last message to be flooded.
 inline constexpr U32 settling = 3 * 180 + 90;
@@ -20,6 +28,6 @@ inline constexpr U32 settling = 3 * 180 + 90;
 /// Plays the random scenario of a seed: break, heal, settle, compare; then restarts one router and sees that
 /// it learns from its neighbors at once. The same seed and number of routers give the same course.
 /// `report` receives all events and may be null.
-TrialResult runTrial(U64 seed, U32 routers, Report* report = nullptr);
+TrialResult runTrial(U64 seed, U32 routers, TrialSettings const& settings = {}, Report* report = nullptr);
 
 }  // namespace pimbsr::sim

@@ -10,12 +10,20 @@
 
 namespace pimbsr::cli {
 
+/// The bounds and checks of a replay unless its operator says otherwise.
+inline constexpr host::IngressSettings replayIngress = [] {
+  host::IngressSettings ingress = host::standardIngress;
+  ingress.fromNeighbors = false;
+  return ingress;
+}();
+
 /// What `pimbsr replay` is asked to do.
 struct ReplayOptions {
   std::string file;
   bool json = false;
   double until = 0;  ///< seconds for which the clock runs on behind the last packet
-  host::RouterOptions router = {.ingress = host::standardLimits};  ///< the standard limits, and no checks
+  /// What the agent has, but for one check: a capture needn't hold the Hellos of its senders.
+  host::RouterOptions router = {.ingress = replayIngress, .corrections = host::allCorrections};
   std::vector<TraceWish> traces;
   /// RPF neighbours by address of the BSR, for those that are not to be found out.
   std::map<Lanet::IpGenAddr, Lanet::IpGenAddr> rpf;

@@ -46,12 +46,13 @@ static Zet::U32 routersOf(RandomOptions const& options, Zet::U64 seed) {
 }
 
 /// Tells of a seed that failed, and plays it again to show its course.
-static void tell(Zet::U64 seed, Zet::U32 routers, TrialResult const& result, std::ostream& out) {
+static void tell(Zet::U64 seed, Zet::U32 routers, sim::TrialSettings const& settings,
+                 TrialResult const& result, std::ostream& out) {
   out << fmt::format("Seed {} with {} routers is not as it must be:\n", seed, routers);
   for (std::string const& finding : result.findings) out << "  " << finding << '\n';
   out << "\nIts scenario\n" << result.scenario << "\nIts course\n";
   SimText report(out, out);
-  sim::runTrial(seed, routers, &report);
+  sim::runTrial(seed, routers, settings, &report);
   out << '\n';
 }
 
@@ -64,12 +65,13 @@ static std::string listOf(std::vector<Zet::U64> const& seeds) {
 ExitCode simulateRandom(RandomOptions const& options, std::ostream& out, std::ostream& err) {
   std::vector<Zet::U64> failed;
   Zet::U64 events = 0;
+  sim::TrialSettings const settings{options.ingress, options.corrections};
   for (Zet::U64 seed = options.firstSeed, left = options.trials; left > 0; ++seed, --left) {
     Zet::U32 routers = routersOf(options, seed);
-    TrialResult result = sim::runTrial(seed, routers);
+    TrialResult result = sim::runTrial(seed, routers, settings);
     events += result.events;
     if (result.findings.empty()) continue;
-    if (failed.empty()) tell(seed, routers, result, out);
+    if (failed.empty()) tell(seed, routers, settings, result, out);
     failed.push_back(seed);
   }
   std::string verdict = failed.empty() ? std::string("all agreed")

@@ -4,6 +4,8 @@
 #include <string>
 
 #include "cli/base/Errors.h"
+#include "host/Corrections.h"
+#include "host/IngressSettings.h"
 #include "runtime/Types.h"
 
 namespace pimbsr::cli {
@@ -14,6 +16,8 @@ struct RandomOptions {
   Zet::U32 fewest = 10;    ///< routers in the smallest network
   Zet::U32 most = 50;      ///< routers in the largest
   Zet::U64 firstSeed = 1;  ///< further ones count up from it
+  host::IngressSettings ingress = host::standardIngress;        ///< of every router
+  host::CorrectionSettings corrections = host::allCorrections;  ///< of every router
 };
 
 /// --random: a whole number from 1 to 1000000. Throws UsageError for anything else.

@@ -47,7 +47,8 @@ static void play(SimOptions const& options, std::ostream& out, std::ostream& err
   std::unique_ptr<sim::Report> report = makeReport(options, out, err);
   Tracing tracing(options.traces);
   sim::Simulation simulation(options.seed, *report);
-  simulation.network().limitsIs(options.limits);
+  simulation.network().ingressIs(options.ingress);
+  simulation.network().correctionsAre(options.corrections);
   std::optional<sim::PcapWriter> captures;
   if (!options.pcapFolder.empty()) {
     captures.emplace(options.pcapFolder, simulation.network());

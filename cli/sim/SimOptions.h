@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/base/Tracing.h"
+#include "host/Corrections.h"
 #include "host/IngressSettings.h"
 #include "runtime/Types.h"
 
@@ -17,7 +18,8 @@ struct SimOptions {
   Zet::U64 seed = 1;
   std::string pcapFolder;  ///< empty for no captures
   std::vector<TraceWish> traces;
-  host::IngressSettings limits = host::standardLimits;  ///< of every router; no checks
+  host::IngressSettings ingress = host::standardIngress;        ///< checks and bounds of every router
+  host::CorrectionSettings corrections = host::allCorrections;  ///< of every router
 };
 
 /// --seed: a whole number from 0 to 18446744073709551615. Throws UsageError for anything else.

@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string>
 
+#include "cli/base/CorrectionsOption.h"
 #include "cli/replay/ReplayText.h"
 #include "tests/cli/CliSupport.h"
 
@@ -33,6 +34,7 @@ TEST_P(GoldenTest, ReplayPrintsWhatItPrinted) {
   options.file = test::sourceFile(GetParam().file);
   options.json = GetParam().json;
   options.until = GetParam().until;
+  exactIs(options.router.ingress, options.router.corrections);
   test::RunResult run = test::replay(options);
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.err, "");

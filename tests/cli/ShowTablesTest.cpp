@@ -34,7 +34,7 @@ TEST(ShowTablesTest, ViewOfAnotherVersionIsWrittenAsItCame) {
 
 TEST(ShowTablesTest, ViewThatLacksWhatIsShownIsRefused) {
   for (char const* what : {"bsr", "rp-set", "rp", "candidates", "neighbors", "interfaces", "borders",
-                           "filter", "counters", "drops", "history", "config"}) {
+                           "filter", "counters", "drops", "corrections", "history", "config"}) {
     EXPECT_THROW(shown(what, "{}"), nlohmann::json::exception) << what;
   }
 }
@@ -387,6 +387,20 @@ Why
             "\nThe kernel lost 1 packet whose receive buffer was full; \"pimbsr show interfaces\" has the "
             "queues.\nNo message was dropped since the last clear.\n");
   EXPECT_EQ(shown("drops", R"({"drops": []})"), "\nNo message was dropped since the last clear.\n");
+}
+
+TEST(ShowTablesTest, Corrections) {
+  EXPECT_EQ(shown("corrections", R"({"corrections": [
+      {"correction": "elected-only", "on": true, "acts": 12, "engine": "E", "instead": "I",
+       "source": "RFC 5059 section 3.1.1"},
+      {"correction": "kept-status", "on": false, "acts": 0, "engine": "E", "instead": "I",
+       "source": "a reason"}]})"),
+            R"(
+Corrections
+  correction    in use  acts  by
+  elected-only  yes       12  RFC 5059 section 3.1.1
+  kept-status   no         0  a reason
+)");
 }
 
 // History ---------------------------------------------------------------------------------------------

@@ -55,7 +55,7 @@ std::string const pair =
     "192.0.2.2\n";
 
 TEST(SimCommandTest, ExampleTellsItsStory) {
-  RunResult run = sim({.file = example});
+  RunResult run = sim({.file = example, .ingress = host::standardLimits, .corrections = {}});
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.err, "");
   test::expectGolden("sim-five-routers.txt", run.out);
@@ -73,13 +73,36 @@ TEST(SimCommandTest, RefusedConfigurationEndsTheRunWhereItStands) {
 }
 
 TEST(SimCommandTest, JsonHoldsTheSameStory) {
-  RunResult run = sim({.file = example, .json = true});
+  RunResult run = sim({.file = example, .json = true, .ingress = host::standardLimits, .corrections = {}});
   EXPECT_EQ(run.code, 0);
   test::expectGolden("sim-five-routers.json", run.out);
   auto document = nlohmann::json::parse(run.out);
   EXPECT_EQ(document["routers"].size(), 5u);
   EXPECT_EQ(document["seed"], 1);
   EXPECT_EQ(document["routers"][4]["zones"][0]["bsr"]["address"], "10.0.0.2");
+}
+
+TEST(SimCommandTest, RoutersHaveTheAgentsChecksAndCorrectionsUnlessExact) {
+  RunResult run = sim({.file = example});
+  test::expectGolden("sim-five-routers-corrected.txt", run.out);
+  EXPECT_EQ(test::command("sim " + example).out, run.out);
+  EXPECT_EQ(test::command("sim --corrections all " + example).out, run.out);
+  RunResult exact = sim({.file = example, .ingress = host::standardLimits, .corrections = {}});
+  EXPECT_EQ(test::command("sim --exact " + example).out, exact.out);
+}
+
+TEST(SimCommandTest, CorrectionsAreNamedByTheirKeys) {
+  for (host::Correction const& correction : host::corrections())
+    EXPECT_EQ(test::command("sim --corrections " + std::string(correction.key->name) + " " + example).code,
+              0);
+  EXPECT_EQ(test::command("sim --corrections elected-only,cut-by-size " + example).code, 0);
+  RunResult wrong = test::command("sim --corrections elected-only,colour " + example);
+  EXPECT_EQ(wrong.code, 2);
+  EXPECT_THAT(wrong.err, HasSubstr("pimbsr: --corrections: colour: "));
+  EXPECT_EQ(test::command("sim --exact --corrections all " + example).code, 2);
+  std::string const capture = test::sourceFile("examples/two-scopes.pcap");
+  EXPECT_EQ(test::command("replay --exact " + capture).code, 0);
+  EXPECT_EQ(test::command("replay --corrections none " + capture).code, 0);
 }
 
 TEST(SimCommandTest, CommandPrintsWhatItDoesInProcess) {

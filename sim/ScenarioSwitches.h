@@ -1,0 +1,13 @@
+#pragma once
+
+#include "sim/Scenario.h"
+#include "sim/ScenarioLine.h"
+
+namespace pimbsr::sim {
+
+/// Reads what follows `corrections` or `checks`: all, none, or the names of those that are on; then the
+/// routers after `on`, if not all.
+Action readCorrections(ScenarioLine& line);
+Action readChecks(ScenarioLine& line);
+
+}  // namespace pimbsr::sim
