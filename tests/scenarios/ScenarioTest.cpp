@@ -8,6 +8,15 @@
 //   ----
 //   output
 //
+// Those in the folder corrected have statements and what they print in several ways, each after a statement
+// that is carried out first: "corrections none" for the machines alone, and the corrections that change it:
+//
+//   statements
+//   ---- corrections none
+//   output
+//   ---- corrections NAME
+//   output
+//
 // With --rewrite the files are written anew with what is printed now; read the difference before you keep it.
 
 #include <gtest/gtest.h>
@@ -96,9 +105,9 @@ TEST_P(ScenarioFile, PrintsTheExpectedLines) {
   }
 }
 
-std::vector<fs::path> scenarioFiles() {
+std::vector<fs::path> scenarioFiles(std::string const& folder) {
   std::vector<fs::path> found;
-  for (auto const& entry : fs::directory_iterator(PIMBSR_SOURCE_DIR "/tests/scenarios")) {
+  for (auto const& entry : fs::directory_iterator(PIMBSR_SOURCE_DIR "/tests/" + folder)) {
     if (entry.path().extension() == ".txt") found.push_back(entry.path());
   }
   std::sort(found.begin(), found.end());
@@ -113,7 +122,60 @@ std::string nameOf(testing::TestParamInfo<fs::path> const& info) {
   return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, ScenarioFile, testing::ValuesIn(scenarioFiles()), nameOf);
+INSTANTIATE_TEST_SUITE_P(Each, ScenarioFile, testing::ValuesIn(scenarioFiles("scenarios")), nameOf);
+
+// Corrections -----------------------------------------------------------------------------------------
+
+/// One way to play the statements, and what is printed then.
+struct Way {
+  std::string first;  ///< the statement that is carried out first
+  std::string output;
+};
+
+class CorrectedScenario : public testing::TestWithParam<fs::path> {
+ protected:
+  void SetUp() override {
+    std::ifstream file(GetParam());
+    for (std::string line; std::getline(file, line);) {
+      if (line.starts_with("---- ")) {
+        ways.push_back({line.substr(5), ""});
+      } else {
+        (ways.empty() ? statements : ways.back().output) += line + '\n';
+      }
+    }
+  }
+  std::string play(Way const& way) const {
+    std::vector<Block> blocks = {{.statements = way.first + '\n' + statements}};
+    test::play(blocks);
+    return blocks[0].output;
+  }
+  void writeAnew() const {
+    std::ofstream file(GetParam());
+    file << statements;
+    for (Way const& way : ways) file << "---- " << way.first << '\n' << play(way);
+  }
+
+  std::string statements;
+  std::vector<Way> ways;
+};
+
+TEST_P(CorrectedScenario, PrintsTheExpectedLinesInEachWay) {
+  if (rewrite) return writeAnew();
+  ASSERT_GE(ways.size(), 2u);
+  for (Way const& way : ways) {
+    SCOPED_TRACE(way.first);
+    EXPECT_EQ(way.output, play(way));
+  }
+}
+
+TEST_P(CorrectedScenario, IsPlayedWithoutAndWithACorrection) {
+  ASSERT_GE(ways.size(), 2u);
+  EXPECT_EQ(ways[0].first.substr(ways[0].first.size() - 5), " none");
+  EXPECT_NE(ways[0].output, ways[1].output);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, CorrectedScenario, testing::ValuesIn(scenarioFiles("scenarios/corrected")),
+                         nameOf);
 
 }  // namespace
 }  // namespace test

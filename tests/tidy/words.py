@@ -59,6 +59,7 @@ ALLOWED = [
     (r'former "[^"]*"', "host/*", "former names of keys, which errors refer to"),
     (r"fragments that have room", "protocol/BsmFragmenting.h", "space"),
     (r"(?i)\bfaults?\b", "docs/scenarios.md", "faults that the simulator injects"),
+    (r"\bfaults\b", "tests/scenarios/*", "the statement of a scenario"),
     (r"(?i)\bfaults?\b", "tests/lab/relay.py", "faults that the relay injects"),
     (r"with its faults", "packaging/pimbsr.8", "faults that the simulator injects"),
     (r"`[^`]*`", "CHANGELOG.md", "former names"),
