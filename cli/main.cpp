@@ -20,14 +20,14 @@ namespace pimbsr::cli {
 static constexpr char const* about =
     "pimbsr: a Bootstrap Router for PIM (RFC 5059, IPv4).\n"
     "\n"
-    "Bootstrap Routers tell every PIM router of a domain which rendezvous points (RPs)\n"
+    "Bootstrap Routers inform every PIM router of a domain which rendezvous points (RPs)\n"
     "serve which multicast groups.";
 
-static constexpr char const* aboutReplay = "Play a capture and print what a router believed, and when";
+static constexpr char const* aboutReplay = "Play a capture and print what a router learned, and when";
 
 static constexpr char const* footReplay =
     "The capture is played through a router that is no candidate anywhere. Printed are each\n"
-    "Bootstrap Message, accepted or refused, each change of a zone's BSR, each RP added,\n"
+    "Bootstrap Message, accepted or dropped, each change of a zone's BSR, each RP added,\n"
     "updated, removed or expired, and at the end the BSR and the RP set of each zone and the\n"
     "counters. Hellos and other PIM messages are counted and not listed.\n"
     "\n"
@@ -43,13 +43,13 @@ static constexpr char const* footReplay =
     "  pimbsr replay --trace Pim::Bsr::NonCandidateSm:8 examples/two-scopes.pcap\n"
     "\n"
     "Exit status: 0 if the capture was played to its end, also if there is no PIM in it;\n"
-    "1 if it can't be read, or is cut short: then what stands before the cut is printed,\n"
+    "1 if it can't be read, or is cut short: then what is before the cut is printed,\n"
     "but nothing with --json; 2 for a wrong argument.\n";
 
 static constexpr char const* helpTrace =
     "Print the engine's trace on stderr, of one handle and from level 0 up to LEVEL:\n"
-    "1 tells of drops, 4 of accepted messages, 8 of every change, 9 of every\n"
-    "function; may be given for several handles. A wrong handle lists all";
+    "1 has drops, 4 accepted messages, 8 every change, 9 every function;\n"
+    "may be given for several handles. A wrong handle lists all";
 
 /// A capture or scenario is one argument, so an option that may be given again takes one value at a time.
 static void addRepeatable(CLI::App& command, std::string const& name, std::string const& value,
@@ -87,10 +87,10 @@ static void addCorrections(CLI::App& command, host::IngressSettings& ingress,
       ->excludes(list);
 }
 
-/// Refuses an option that has another name now, and says which.
+/// Rejects an option that has another name now; the message has the new name.
 static void addFormer(CLI::App& command, std::string const& former, std::string const& now) {
-  auto refuse = [=](std::string const&) { throw UsageError(former + " is now called " + now); };
-  command.add_option_function<std::string>(former, refuse)->group("");
+  auto reject = [=](std::string const&) { throw UsageError(former + " is now called " + now); };
+  command.add_option_function<std::string>(former, reject)->group("");
 }
 
 static void addReplay(CLI::App& app, ReplayOptions& options) {
@@ -114,21 +114,21 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
           [&](auto& text) { options.router.szTimeout = parseSzTimeout(text); });
   addFormer(command, "--hold-time", "--bs-timeout");
   addFormer(command, "--zone-timeout", "--sz-timeout");
-  addRepeatable(command, "--rpf", "BSR=NEIGHBOUR",
-                "The RPF neighbour towards a BSR; may be given for several BSRs. For the others\n"
+  addRepeatable(command, "--rpf", "BSR=NEIGHBOR",
+                "The RPF neighbor towards a BSR; may be given for several BSRs. For the others\n"
                 "it is the source of the first message with the No-Forward bit clear",
                 [&](auto& text) { parseRpf(text, options); });
   addLimit(command, options.router.ingress);
   addCorrections(command, options.router.ingress, options.router.corrections);
   addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
-                [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
+                [&](auto& text) { options.traces.push_back(parseTraceRequest(text)); });
 }
 
 static constexpr char const* aboutSim = "Play a scenario of many routers in virtual time";
 
 static constexpr char const* footSim =
     "Printed are a line for each event, tables where the scenario asks for them, and at the\n"
-    "end what each router believes. The statements of a scenario are in docs/scenarios.md.\n"
+    "end the learned state of each router. The statements of a scenario are in docs/scenarios.md.\n"
     "The same scenario with the same seed prints the same, byte for byte.\n"
     "\n"
     "Examples:\n"
@@ -139,7 +139,7 @@ static constexpr char const* footSim =
     "\n"
     "Exit status: 0 if the scenario was played to its end, or all random networks agreed; 1 if\n"
     "one did not, or the output or a capture can't be written; 2 for a wrong argument or a\n"
-    "scenario with a fault, which is named with its line.\n";
+    "scenario with an error, which is printed with its line.\n";
 
 /// Networks drawn from seeds, in place of a scenario.
 static void addRandom(CLI::App& command, CLI::Option& scenario, RandomOptions& options) {
@@ -175,14 +175,14 @@ static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& rando
   command
       .add_option_function<std::string>(
           "--seed", [&](auto& text) { options.seed = random.firstSeed = parseSeed(text); },
-          "Seed of all chance: 0 to 18446744073709551615 (default 1)")
+          "Seed of the random numbers: 0 to 18446744073709551615 (default 1)")
       ->type_name("N");
   command.add_option("--pcap", options.pcapFolder, "Write what each link carries to DIR/<link>.pcap")
       ->type_name("DIR");
   addLimit(command, options.ingress);
   addCorrections(command, options.ingress, options.corrections);
   addRepeatable(command, "--trace", "HANDLE:LEVEL", helpTrace,
-                [&](auto& text) { options.traces.push_back(parseTraceWish(text)); });
+                [&](auto& text) { options.traces.push_back(parseTraceRequest(text)); });
   addRandom(command, *scenario, random);
   return command;
 }
@@ -191,7 +191,7 @@ static int run(int argc, char** argv) {
   CLI::App app(about, "pimbsr");
   app.set_version_flag("--version", std::string("pimbsr ") + agent::version, "Print the version");
   app.set_help_flag("-h,--help", "Print this help");
-  app.require_subcommand(0, 1);  // none is refused below, so that a wrong one is named
+  app.require_subcommand(0, 1);  // the parser accepts none, so that the message names a wrong one
   RunChoice runChoice;
   addRunCommands(app, runChoice);
   ControlOptions control;
@@ -205,8 +205,8 @@ static int run(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& end) {
     return app.exit(end) == 0 ? exitOk : exitUsage;
-  } catch (UsageError const& fault) {
-    std::cerr << "pimbsr: " << fault.what() << '\n';
+  } catch (UsageError const& error) {
+    std::cerr << "pimbsr: " << error.what() << '\n';
     return exitUsage;
   }
   if (sim.parsed() && simOptions.file.empty() && randomOptions.trials == 0) {

@@ -9,7 +9,7 @@
 
 namespace pimbsr::cli {
 
-/// A network value as people read it; "-" for the unset one.
+/// The text of a network value; "-" for the unset one.
 template <Lanet::NetworkValue Value>
 std::string textOf(Value const& value) {
   Zet::String8 text = value.stringValue();
@@ -25,7 +25,7 @@ struct TimelineRow {
   std::string event;    ///< what happened
   std::string where;    ///< sender, zone or group range
   std::string who;      ///< BSR or RP
-  std::string details;  ///< the rest, in words
+  std::string details;  ///< the rest, as a sentence
 };
 
 /// The row as text with a line's end; columns are aligned, and what another line caused is set in.

@@ -6,8 +6,8 @@
 
 namespace pimbsr::cli {
 
-/// Rows of cells, written in columns as wide as their widest cell. Columns of numbers and of times stand to
-/// the right, all others to the left.
+/// Rows of cells, written in columns as wide as their widest cell. Columns of numbers and of times are
+/// aligned to the right, all others to the left.
 class Table {
  public:
   explicit Table(std::vector<std::string> head);

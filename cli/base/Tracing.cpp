@@ -24,7 +24,7 @@ static bool isHandle(std::string const& name) {
   return std::any_of(handles.begin(), handles.end(), [&](auto* handle) { return name == handle->name(); });
 }
 
-TraceWish parseTraceWish(std::string const& text) {
+TraceRequest parseTraceRequest(std::string const& text) {
   // Names of handles hold colons themselves.
   std::size_t colon = text.rfind(':');
   std::string handle = text.substr(0, colon);
@@ -43,20 +43,20 @@ static void levelsIs(TraceHandle& handle, int first, bool on) {
   for (int level = first; level < TraceHandle::levels; ++level) handle.levelIs(level, on);
 }
 
-Tracing::Tracing(std::vector<TraceWish> const& wishes) : wishes_(wishes) {
-  auto byLevel = [](TraceWish const& a, TraceWish const& b) { return a.level < b.level; };
-  std::stable_sort(wishes_.begin(), wishes_.end(), byLevel);
-  for (TraceWish const& wish : wishes_) {
-    TraceHandle& handle = TraceHandle::handle(wish.handle);
+Tracing::Tracing(std::vector<TraceRequest> const& requests) : requests_(requests) {
+  auto byLevel = [](TraceRequest const& a, TraceRequest const& b) { return a.level < b.level; };
+  std::stable_sort(requests_.begin(), requests_.end(), byLevel);
+  for (TraceRequest const& request : requests_) {
+    TraceHandle& handle = TraceHandle::handle(request.handle);
     handle.enabledIs(true);
     levelsIs(handle, 0, true);
-    levelsIs(handle, wish.level + 1, false);
+    levelsIs(handle, request.level + 1, false);
   }
 }
 
 Tracing::~Tracing() {
-  for (TraceWish const& wish : wishes_) {
-    TraceHandle& handle = TraceHandle::handle(wish.handle);
+  for (TraceRequest const& request : requests_) {
+    TraceHandle& handle = TraceHandle::handle(request.handle);
     handle.enabledIs(false);
     levelsIs(handle, 0, true);
   }

@@ -42,10 +42,10 @@ static FILE* openFile(std::string const& path) {
     std::ungetc(first, file);
     return file;
   }
-  std::string fault = std::ferror(file) != 0 ? fmt::format("cannot read {}: {}", path, std::strerror(errno))
+  std::string error = std::ferror(file) != 0 ? fmt::format("cannot read {}: {}", path, std::strerror(errno))
                                              : fmt::format("{} is empty, which no capture is", path);
   std::fclose(file);
-  throw CaptureError(fault);
+  throw CaptureError(error);
 }
 
 static pcap* openCapture(std::string const& path) {
@@ -54,8 +54,8 @@ static pcap* openCapture(std::string const& path) {
   pcap* capture = pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, text);
   if (capture != nullptr) return capture;
   std::fclose(file);
-  std::string_view fault = isCutShort(text) ? "is cut short within its head" : "is no pcap or pcapng capture";
-  throw CaptureError(fmt::format("{} {} ({})", path, fault, text));
+  std::string_view error = isCutShort(text) ? "is cut short within its head" : "is no pcap or pcapng capture";
+  throw CaptureError(fmt::format("{} {} ({})", path, error, text));
 }
 
 static std::string linkTypeName(int linkType) {
@@ -91,9 +91,9 @@ bool Capture::next(Frame& frame) {
   if (result == PCAP_ERROR_BREAK) return false;
   if (result != 1) {
     char const* text = pcap_geterr(file_.get());
-    std::string_view fault =
+    std::string_view error =
         isCutShort(text) ? "is cut short in the middle of packet" : "is damaged at packet";
-    throw CaptureError(fmt::format("{} {} {} ({})", path_, fault, frames_ + 1, text));
+    throw CaptureError(fmt::format("{} {} {} ({})", path_, error, frames_ + 1, text));
   }
   frame.number = ++frames_;
   frame.time = normal(header->ts.tv_sec, header->ts.tv_usec);  // nanoseconds, as asked for above

@@ -27,7 +27,7 @@ struct CaptureTime {
   S64 seconds = 0;  ///< since 1970, UTC, where the capturing host had a clock
   S64 nanoseconds = 0;
 
-  /// Whether it is a date from 2001 to 2105, so that a clock was behind it.
+  /// Whether it is a date from 2001 to 2105, so that it was read from a clock.
   bool isReal() const;
   /// Seconds since 1970.
   double value() const;

@@ -15,7 +15,7 @@ constexpr Zet::U16 typeIpv6 = 0x86dd;
 
 bool isVlanTag(Zet::U16 type) { return type == 0x8100 || type == 0x88a8 || type == 0x9100; }
 
-/// What stands behind an EtherType.
+/// The IP packet that follows an EtherType.
 IpPacket ofEtherType(Zet::U16 type, Reader in) {
   while (isVlanTag(type) && in.ok()) {
     in.bytes(2);
@@ -55,7 +55,7 @@ IpPacket ofIpv4(Reader in) { return {4, in.rest()}; }
 
 IpPacket ofIpv6(Reader in) { return {6, in.rest()}; }
 
-/// The address family of BSD loopback stands in the byte order of the capturing host or, in the newer form,
+/// The address family of BSD loopback is in the byte order of the capturing host or, in the newer form,
 /// in network order. Its number for IPv6 differs from system to system.
 IpPacket ofLoopback(Reader in) {
   U32 family = in.u32();

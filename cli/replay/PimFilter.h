@@ -4,8 +4,8 @@
 
 namespace pimbsr::cli {
 
-/// Whether an IP packet says that it carries PIM; for IPv6 behind any extension headers. Nothing else in it
-/// is judged. A packet that is cut before it says so is none.
+/// Whether the header of an IP packet says that it carries PIM; for IPv6 after any extension headers. Nothing
+/// else in it is validated. A packet that is cut before that field is none.
 bool isPim(IpPacket const& packet);
 
 }  // namespace pimbsr::cli

@@ -97,7 +97,7 @@ void Replay::playIpv4(IpPacket const& packet) {
   count(reception);
   bool reachedGate = router_->status()->counters()->rxBsm() != before;
   Packet::BootstrapMessage const* bsm = bsmOf(reception);
-  // The gate asks about most BSMs, but not about those that it refuses for their destination.
+  // The gate looks up the RPF neighbor of most BSMs, but not of those that it drops for their destination.
   if (reachedGate && bsm->forward()) world_->rpf->heard(bsm->bsrAddress(), reception.source);
   std::vector<Change> changes = recorder_->take();
   PlayedMessage played = describe(reception);
@@ -140,9 +140,9 @@ PlayedMessage Replay::describe(Reception const& reception) const {
   auto elected = router_->status()->bootstrapRouter(played.zone);
   if (!elected || !reception.accepted()) return played;
   using Routing::Pim::Bsr::PimBsrWeight;
-  PimBsrWeight told(bsm->bsrPriority(), bsm->bsrAddress());
-  PimBsrWeight stands(static_cast<Zet::U8>(elected->priority()), elected->ipAddr());
-  if (told < stands) played.betterBsr = host::viewOf(*elected);
+  PimBsrWeight received(bsm->bsrPriority(), bsm->bsrAddress());
+  PimBsrWeight current(static_cast<Zet::U8>(elected->priority()), elected->ipAddr());
+  if (received < current) played.betterBsr = host::viewOf(*elected);
   return played;
 }
 

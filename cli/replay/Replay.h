@@ -33,33 +33,33 @@ struct PlayedMessage {
   std::span<Zet::U8 const> packet;  ///< its IPv4 packet; valid during the call that reports it
   host::Reception reception;
   Lanet::IpGenAddr rpfNeighbor;  ///< towards the BSR of a BSM, as far as known
-  /// The BSR that stays where an accepted BSM is from a weaker one.
+  /// The BSR that remains elected, where an accepted BSM is from a weaker one.
   std::optional<host::BsrView> betterBsr;
   Lanet::IpGenPrefix zone;  ///< of a BSM
 };
 
-/// What stands at the end of a replay.
+/// The learned state at the end of a replay, and counts.
 struct ReplayResult {
   bool complete = true;  ///< the capture was read to its end
   U64 frames = 0;
   double lastPacket = 0;  ///< seconds after the first packet
   double end = 0;         ///< seconds after the first packet
   double now = 0;         ///< the end on the router's clock, for which expiry times are
-  U64 exceptions = 0;     ///< caught inside the engine; 0 unless it has a fault
+  U64 exceptions = 0;     ///< caught inside the engine; 0 unless it has a defect
   MessageCounts messages;
   std::vector<host::ZoneView> zones;
   std::vector<host::CounterView> counters;
 };
 
-/// Hears of a replay as it goes.
+/// Receives the events of a replay.
 class ReplayReport {
  public:
   virtual ~ReplayReport() = default;
   /// The first packet, before it is played; not called for a capture without one.
   virtual void onStart(CaptureTime const&) {}
-  /// A message, and what it caused.
+  /// A message, and the changes that it caused.
   virtual void onMessage(PlayedMessage const&, std::span<host::Change const>) {}
-  /// What the timers caused at one time.
+  /// The changes that timers caused at one time.
   virtual void onTimers(double, std::span<host::Change const>) {}
   virtual void onEnd(ReplayResult const& result) = 0;
 };
@@ -68,9 +68,9 @@ class ReplayWorld;
 
 /// Plays a capture through a router that is no candidate anywhere, in virtual time.
 ///
-/// The clock follows the packets' stamps: it stands at the first packet's time if that is a real date, else
+/// The clock follows the packets' stamps: it starts at the first packet's time if that is a real date, else
 /// at a time of its own, and never runs back. Before each packet the timers run from expiry to expiry.
-/// Nothing is ever sent. The RPF neighbour towards a BSR is the one that the options name, else the source of
+/// Nothing is ever sent. The RPF neighbor towards a BSR is the one that the options name, else the source of
 /// the first message from that BSR with the No-Forward bit clear that reaches the gate.
 class Replay {
  public:
@@ -80,8 +80,8 @@ class Replay {
   Replay(Replay const&) = delete;
   Replay& operator=(Replay const&) = delete;
 
-  /// Plays the whole capture; to be called once. Where the capture can't be read to its end, what stands then
-  /// is reported as not complete, and CaptureError goes through.
+  /// Plays the whole capture; to be called once. Where the capture can't be read to its end, the state
+  /// at that time is reported as not complete, and CaptureError is thrown.
   void play(Capture& capture);
 
  private:

@@ -22,9 +22,9 @@ ExitCode replay(ReplayOptions const& options, std::ostream& out, std::ostream& e
     std::unique_ptr<ReplayReport> report = makeReport(options, out);
     Tracing tracing(options.traces);
     Replay(options, *report, err).play(capture);
-  } catch (CaptureError const& fault) {
+  } catch (CaptureError const& error) {
     out.flush();
-    err << "pimbsr: " << fault.what() << '\n';
+    err << "pimbsr: " << error.what() << '\n';
     return exitFailed;
   }
   return finish(out, err);

@@ -20,8 +20,8 @@ template <class Number>
 static std::optional<Number> numberOf(std::string const& text) {
   Number number{};
   char const* end = text.data() + text.size();
-  auto [stop, fault] = std::from_chars(text.data(), end, number);
-  if (fault != std::errc() || stop != end) return std::nullopt;
+  auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end) return std::nullopt;
   return number;
 }
 
@@ -61,10 +61,10 @@ void parseRpf(std::string const& text, ReplayOptions& options) {
   std::optional<IpGenAddr> neighbor;
   if (equals != text.npos) neighbor = unicastOf(text.substr(equals + 1));
   if (!bsr || !neighbor) {
-    throw UsageError(fmt::format("--rpf: '{}' is no BSR=NEIGHBOUR of two IPv4 unicast addresses", text));
+    throw UsageError(fmt::format("--rpf: '{}' is no BSR=NEIGHBOR of two IPv4 unicast addresses", text));
   }
   if (!options.rpf.emplace(*bsr, *neighbor).second) {
-    throw UsageError(fmt::format("--rpf: BSR {} has a neighbour already", text.substr(0, equals)));
+    throw UsageError(fmt::format("--rpf: BSR {} has a neighbor already", text.substr(0, equals)));
   }
 }
 

@@ -21,11 +21,11 @@ inline constexpr host::IngressSettings replayIngress = [] {
 struct ReplayOptions {
   std::string file;
   bool json = false;
-  double until = 0;  ///< seconds for which the clock runs on behind the last packet
+  double until = 0;  ///< seconds for which the clock runs on after the last packet
   /// What the agent has, but for one check: a capture needn't hold the Hellos of its senders.
   host::RouterOptions router = {.ingress = replayIngress, .corrections = host::allCorrections};
-  std::vector<TraceWish> traces;
-  /// RPF neighbours by address of the BSR, for those that are not to be found out.
+  std::vector<TraceRequest> traces;
+  /// RPF neighbors by address of the BSR, for those that the capture doesn't have to show.
   std::map<Lanet::IpGenAddr, Lanet::IpGenAddr> rpf;
 };
 
@@ -37,7 +37,7 @@ double parseUntil(std::string const& text);
 Zet::U32 parseBsTimeout(std::string const& text);
 /// --sz-timeout: whole seconds from 120 to 4294967295.
 Zet::U32 parseSzTimeout(std::string const& text);
-/// --rpf: "BSR=NEIGHBOUR", two IPv4 unicast addresses. A second one for the same BSR is refused.
+/// --rpf: "BSR=NEIGHBOR", two IPv4 unicast addresses. A second one for the same BSR is rejected.
 void parseRpf(std::string const& text, ReplayOptions& options);
 
 }  // namespace pimbsr::cli

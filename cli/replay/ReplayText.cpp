@@ -17,7 +17,7 @@ void ReplayText::writeRow(TimelineRow const& row) {
   if (!std::exchange(hasHead_, true)) {
     std::string date = first_.isReal() ? "at " + first_.text() : "without a date";
     out_ << fmt::format("{}: first packet {}; times are seconds after it\n\n", file_, date);
-    out_ << lineOf({"time", "event", "from, zone, range", "BSR or RP", "what is told"});
+    out_ << lineOf({"time", "event", "from, zone, range", "BSR or RP", "details"});
   }
   out_ << lineOf(row);
 }
@@ -39,7 +39,7 @@ static std::string detailsOf(Packet::CrpAdvMessage const& adv, Reception const& 
 
 static TimelineRow rowOf(PlayedMessage const& played) {
   Reception const& reception = played.reception;
-  std::string verdict = reception.accepted() ? " accepted" : " refused";
+  std::string verdict = reception.accepted() ? " accepted" : " dropped";
   TimelineRow row{.time = textOfTime(played.time), .where = textOf(reception.source)};
   if (reception.kind == MessageKind::bootstrap) {
     auto const& bsm = static_cast<Packet::BootstrapMessage const&>(*reception.message);
@@ -57,13 +57,13 @@ static TimelineRow rowOf(PlayedMessage const& played) {
   return row;
 }
 
-/// Why a message was refused, with what a reader needs to see it.
-static std::string refusalOf(PlayedMessage const& played) {
-  std::string refusal = fmt::format("{}: {}", played.reception.reason, played.reception.sentence);
+/// Why a message was dropped, with the RPF neighbor where that was the reason.
+static std::string dropTextOf(PlayedMessage const& played) {
+  std::string text = fmt::format("{}: {}", played.reception.reason, played.reception.sentence);
   if (played.reception.reason == name(DropReason::notRpfNeighbor)) {
-    refusal += fmt::format(" That is {}.", textOf(played.rpfNeighbor));
+    text += fmt::format(" That is {}.", textOf(played.rpfNeighbor));
   }
-  return refusal;
+  return text;
 }
 
 /// A Hello changes nothing of the learned state, and neither does a message of another type.
@@ -73,7 +73,7 @@ void ReplayText::onMessage(PlayedMessage const& played, std::span<Change const> 
   if (!isShown(played.reception.kind)) return;
   TimelineRow row = rowOf(played);
   if (!played.reception.accepted()) {
-    row.details += (row.details.empty() ? "" : "; ") + refusalOf(played);
+    row.details += (row.details.empty() ? "" : "; ") + dropTextOf(played);
   }
   writeRow(row);
   if (played.betterBsr) {

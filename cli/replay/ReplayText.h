@@ -8,8 +8,8 @@
 
 namespace pimbsr::cli {
 
-/// Writes a replay for people: a line for each message and each change as it comes, and at the end what
-/// stands.
+/// Writes a replay as human-readable text: a line for each message and each change as it comes, and at the
+/// end the learned state.
 class ReplayText final : public ReplayReport {
  public:
   /// `file` is named in the head.
@@ -29,7 +29,7 @@ class ReplayText final : public ReplayReport {
   bool hasHead_ = false;
 };
 
-/// Writes what stands at the end of a replay, with its counts.
+/// Writes the learned state at the end of a replay, and its counts.
 void writeSummary(std::ostream& out, ReplayResult const& result);
 
 }  // namespace pimbsr::cli

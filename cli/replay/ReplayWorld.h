@@ -10,16 +10,16 @@
 
 namespace pimbsr::cli {
 
-/// The RPF neighbours of a replay: those given, and for other BSRs the first from which one is heard.
+/// The RPF neighbors of a replay: those given, and for other BSRs the first that sends a message of it.
 class HeardRpfTable final : public Routing::Pim::PimRpfTable {
  public:
   explicit HeardRpfTable(std::map<Lanet::IpGenAddr, Lanet::IpGenAddr> const& given) : neighbors_(given) {}
 
-  /// Notes that a message of a BSR came from a neighbour, unless a neighbour towards it is known.
+  /// Notes that a message of a BSR came from a neighbor, unless a neighbor towards it is known.
   void heard(Lanet::IpGenAddr const& bsr, Lanet::IpGenAddr const& neighbor);
   /// The source of the packet that is played next.
   void sourceIs(Lanet::IpGenAddr const& source) { source_ = source; }
-  /// The neighbour towards a BSR; unset if none is known.
+  /// The neighbor towards a BSR; unset if none is known.
   Lanet::IpGenAddr neighbor(Lanet::IpGenAddr const& bsr) const;
 
   /// Asked by the gate about the packet being played.
@@ -31,7 +31,7 @@ class HeardRpfTable final : public Routing::Pim::PimRpfTable {
   Lanet::IpGenAddr source_;
 };
 
-/// A router's outside where nobody listens: it has no address, and what it sends is lost.
+/// A port without a network: it has no address, and what the router sends is lost.
 class SilentPort final : public pim::Port {
  public:
   bool send(Lanet::IntfId const&, std::span<Zet::U8 const>) override { return false; }

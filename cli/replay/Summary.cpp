@@ -80,7 +80,7 @@ void writeSummary(std::ostream& out, ReplayResult const& result) {
   writeMessages(out, result.messages);
   writeCounters(out, result.counters);
   if (result.exceptions == 0) return;
-  out << fmt::format("\nThe engine caught {} exceptions inside; that is a fault of this program.\n",
+  out << fmt::format("\nThe engine caught {} exceptions inside; that is a defect of this program.\n",
                      result.exceptions);
 }
 

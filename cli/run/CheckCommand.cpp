@@ -23,7 +23,7 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// A fault or a lint.
+/// An error or a lint.
 struct Finding {
   char const* severity;
   ConfigFinding what;
@@ -31,7 +31,7 @@ struct Finding {
 
 std::vector<Finding> findingsOf(ConfigReading const& reading) {
   std::vector<Finding> findings;
-  for (ConfigFinding const& fault : reading.errors) findings.push_back({"error", fault});
+  for (ConfigFinding const& error : reading.errors) findings.push_back({"error", error});
   for (ConfigFinding const& lint : agent::lint(reading)) findings.push_back({"warning", lint});
   auto before = [](Finding const& a, Finding const& b) { return a.what.at < b.what.at; };
   std::stable_sort(findings.begin(), findings.end(), before);

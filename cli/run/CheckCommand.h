@@ -7,10 +7,10 @@
 
 namespace pimbsr::cli {
 
-/// Reads a configuration file and prints every fault as "FILE:LINE:COLUMN: error: TEXT" and what is legal and
+/// Reads a configuration file and prints every error as "FILE:LINE:COLUMN: error: TEXT" and what is legal and
 /// unwise as a warning, in the order of the file; or all of it as one JSON document, in which line and column
 /// of what concerns the whole file are null. exitOk if the file may
-/// be run, which "FILE: configuration OK" says, and exitFailed if it has a fault or can't be read.
+/// be run, which "FILE: configuration OK" says, and exitFailed if it has an error or can't be read.
 ExitCode checkConfig(std::string const& file, bool json, std::ostream& out, std::ostream& err);
 
 /// Writes a configuration file anew, with the keys that it calls by former names called by their names of

@@ -18,13 +18,13 @@ namespace pimbsr::cli {
 double parseClockRate(std::string const& text) {
   double rate = 0;
   char const* end = text.data() + text.size();
-  auto [stop, fault] = std::from_chars(text.data(), end, rate);
-  if (fault == std::errc() && stop == end && rate >= 1 && rate <= 1000) return rate;
+  auto [stop, error] = std::from_chars(text.data(), end, rate);
+  if (error == std::errc() && stop == end && rate >= 1 && rate <= 1000) return rate;
   throw UsageError(fmt::format("--clock-rate: '{}' is no number from 1 to 1000", text));
 }
 
-static void tell(agent::ConfigReading const& reading, char const* kind,
-                 std::vector<agent::ConfigFinding> const& findings, std::ostream& err) {
+static void writeFindings(agent::ConfigReading const& reading, char const* kind,
+                          std::vector<agent::ConfigFinding> const& findings, std::ostream& err) {
   for (agent::ConfigFinding const& finding : findings)
     err << fmt::format("{}: {}: {}\n", agent::textOf(reading.file, finding.at), kind, finding.text);
 }
@@ -44,13 +44,13 @@ static void serve(agent::RunOptions const& options, agent::Settings const& setti
 
 ExitCode runAgent(agent::RunOptions const& options, std::ostream& out, std::ostream& err) {
   agent::ConfigReading reading = agent::readConfigFile(options.file);
-  tell(reading, "error", reading.errors, err);
+  writeFindings(reading, "error", reading.errors, err);
   if (!reading.isSound()) return exitFailed;
-  tell(reading, "warning", agent::lint(reading), err);
+  writeFindings(reading, "warning", agent::lint(reading), err);
   try {
     serve(options, reading.settings, out);
-  } catch (std::runtime_error const& fault) {  // what the system refuses is one, too
-    err << "pimbsr: " << fault.what() << '\n';
+  } catch (std::runtime_error const& error) {  // errors of the system, too
+    err << "pimbsr: " << error.what() << '\n';
     return exitFailed;
   }
   return finish(out, err);

@@ -9,18 +9,18 @@ namespace pimbsr::cli {
 
 static constexpr char const* defaultFile = "/etc/pimbsr/pimbsr.toml";
 
-static constexpr char const* aboutRun = "Run a Bootstrap Router on this computer's interfaces";
+static constexpr char const* aboutRun = "Run a Bootstrap Router on this host's interfaces";
 
 static constexpr char const* footRun =
     "Speaks PIM Hello, Bootstrap and Candidate-RP-Advertisement messages on the interfaces that\n"
     "the configuration file names. It is no candidate for anything that the file doesn't ask\n"
-    "for. It stays in the foreground and tells of itself on the standard error stream.\n"
+    "for. It stays in the foreground and logs to the standard error stream.\n"
     "\n"
     "It needs root, or CAP_NET_RAW. Once its sockets are open it gives up every other\n"
     "capability, and filters its own system calls.\n"
     "\n"
     "SIGHUP, or 'pimbsr reload', has the file read again. SIGTERM or SIGINT ends it: it gives up\n"
-    "its candidacies and tells its neighbours farewell.\n"
+    "its candidacies and sends goodbye Hellos.\n"
     "\n"
     "Examples:\n"
     "  sudo pimbsr run\n"
@@ -32,7 +32,7 @@ static constexpr char const* footRun =
 static constexpr char const* aboutCheck = "Check a configuration file without running it";
 
 static constexpr char const* footCheck =
-    "Every fault is told with its line and column, what was read and what would be valid; and,\n"
+    "Every error is printed with its line and column, what was read and what would be valid; and,\n"
     "as warnings, what is legal but unwise.\n"
     "\n"
     "Examples:\n"
@@ -40,7 +40,7 @@ static constexpr char const* footCheck =
     "  pimbsr check --json examples/pimbsr.toml\n"
     "  pimbsr check --rewrite pimbsr.toml\n"
     "\n"
-    "Exit status: 0 if it can be run, also with warnings; 1 if it has a fault or can't be read;\n"
+    "Exit status: 0 if it can be run, also with warnings; 1 if it has an error or can't be read;\n"
     "2 for a wrong argument.\n";
 
 static void addRun(CLI::App& app, RunChoice& choice) {
@@ -61,7 +61,7 @@ static void addRun(CLI::App& app, RunChoice& choice) {
   command
       .add_option_function<std::string>(
           "--clock-rate", [&choice](auto& text) { choice.run.clockRate = parseClockRate(text); },
-          "For labs only: let the clock run N times as fast, 1 to 1000. Neighbours must do\n"
+          "For labs only: let the clock run N times as fast, 1 to 1000. Neighbors must do\n"
           "the same")
       ->type_name("N");
   command.add_flag_callback(

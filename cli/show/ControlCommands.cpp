@@ -34,12 +34,12 @@ std::vector<std::string> readingSockets(std::string const& given) {
   return sockets;
 }
 
-/// Makes a request that the agent itself would take apart in the same way, so a faulty one need not be sent.
+/// Parses a request as the agent does, so that one with an error is not sent.
 static void check(Json const& request) {
   try {
     agent::parseRequest(request.dump(-1, ' ', false, Json::error_handler_t::replace));
-  } catch (agent::RequestError const& fault) {
-    throw UsageError(fault.what());
+  } catch (agent::RequestError const& error) {
+    throw UsageError(error.what());
   }
 }
 
@@ -64,17 +64,17 @@ static ExitCode fail(std::ostream& out, std::ostream& err, char const* text, Exi
 
 static constexpr char const* notUnderstood = "the agent's answer is not understood; is it of this version?";
 
-/// Runs a command to its end: `act` writes, and returns false where it has told of a failure.
+/// Runs a command to its end: `act` writes, and returns false where it has written why it failed.
 template <class Act>
 static ExitCode run(std::ostream& out, std::ostream& err, Act const& act) {
   try {
     if (!act()) return exitFailed;
-  } catch (UsageError const& fault) {
-    return fail(out, err, fault.what(), exitUsage);
-  } catch (agent::RequestError const& refusal) {
-    return fail(out, err, refusal.what(), exitFailed);
-  } catch (agent::ClientError const& fault) {
-    return fail(out, err, fault.what(), exitFailed);
+  } catch (UsageError const& error) {
+    return fail(out, err, error.what(), exitUsage);
+  } catch (agent::RequestError const& error) {
+    return fail(out, err, error.what(), exitFailed);
+  } catch (agent::ClientError const& error) {
+    return fail(out, err, error.what(), exitFailed);
   } catch (Json::exception const&) {
     return fail(out, err, notUnderstood, exitFailed);
   } catch (view::ReadError const&) {
@@ -126,13 +126,13 @@ ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err)
     if (result.applied) {
       out << "the configuration file was read again and is followed\n";
     } else {
-      err << "pimbsr: the configuration file is refused; what ran before runs on\n";
+      err << "pimbsr: the configuration file is rejected; the former configuration stays in use\n";
     }
     return result.applied;
   });
 }
 
-/// As JSON the level is a number, but what is none is told of as it was written.
+/// As JSON the level is a number, but other text stays as it was written, for the message.
 static Json levelOf(std::string const& text) {
   bool isDigit = text.size() == 1 && text[0] >= '0' && text[0] <= '9';
   return isDigit ? Json(static_cast<unsigned>(text[0] - '0')) : Json(text);

@@ -36,15 +36,16 @@ std::string controlSocket(std::string const& given);
 /// the default, the default read-only one too.
 std::vector<std::string> readingSockets(std::string const& given);
 
-// Each asks the running agent and writes what it answers to `out`. A request with a fault gives exitUsage and
-// asks nobody; an agent that can't be asked, or refuses, gives exitFailed. Each fault is a line to `err`.
+// Each asks the running agent and writes what it answers to `out`. A request with an error gives exitUsage
+// and is not sent; an agent that can't be reached, or denies it, gives exitFailed. Each error is a line to
+// `err`.
 
 /// Writes one view of the agent, as tables or as JSON.
 ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err);
 /// Writes a line of JSON for each change, until `out` takes no more or the agent ends: exitFailed.
 ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err);
 ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err);
-/// Has the configuration file read again. With a fault in it all faults go to `err`: exitFailed.
+/// Has the configuration file read again. With errors in it, all go to `err`: exitFailed.
 ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err);
 ExitCode trace(TraceOptions const& options, std::ostream& out, std::ostream& err);
 /// Writes the metrics as the agent's text.

@@ -11,10 +11,10 @@ namespace pimbsr::cli {
 
 static constexpr char const* exitStatus =
     "\n"
-    "Exit status: 0 if the agent did as asked; 1 if it refused, can't be reached, or the\n"
+    "Exit status: 0 if the agent did as asked; 1 if it denied that, can't be reached, or the\n"
     "output can't be written; 2 for a wrong argument.\n";
 
-static constexpr char const* aboutShow = "Show what a running agent believes, and why";
+static constexpr char const* aboutShow = "Show the learned state of a running agent, and why";
 
 static constexpr char const* footShow =
     "WHAT is one of\n"
@@ -22,12 +22,12 @@ static constexpr char const* footShow =
     "  rp-set       the rendezvous points (RPs) of each zone\n"
     "  candidates   this router's own candidacies, as BSR and as RP\n"
     "  rp GROUP     which RP serves a multicast group, and how it was chosen\n"
-    "  neighbors    PIM neighbours and Designated Routers\n"
+    "  neighbors    PIM neighbors and Designated Routers\n"
     "  interfaces   the interfaces that speak PIM\n"
     "  borders      the scope zones that end at an interface\n"
     "  filter       whose Candidate-RP Advertisements are taken\n"
     "  counters     messages by kind and outcome\n"
-    "  drops        messages refused, by reason, and the last of each\n"
+    "  drops        messages dropped, by reason, and the last of each\n"
     "  corrections  what is corrected of the machines, and how often\n"
     "  history      the last elections and changes of RP sets\n"
     "  config       the configuration that is followed\n"
@@ -58,9 +58,9 @@ static constexpr char const* aboutClear = "Have a running agent count, or rememb
 static constexpr char const* footClear =
     "WHAT is one of\n"
     "  counters     messages by kind and outcome\n"
-    "  drops        messages refused, by reason\n"
+    "  drops        messages dropped, by reason\n"
     "  history      elections and changes of RP sets\n"
-    "What the agent believes, and its timers, stay as they are.\n"
+    "The learned state and the timers stay as they are.\n"
     "\n"
     "Example:\n"
     "  pimbsr clear drops\n";
@@ -69,21 +69,21 @@ static constexpr char const* aboutReload = "Have a running agent read its config
 
 static constexpr char const* footReload =
     "What is gone from the file ends first, then what changed is changed, then what is new\n"
-    "begins; what is the same is not touched. With a fault in the file nothing is changed, and\n"
-    "every fault is printed. SIGHUP does the same, and writes to the agent's standard error.\n"
+    "begins; what is the same is not touched. With an error in the file nothing is changed, and\n"
+    "every error is printed. SIGHUP does the same, and writes to the agent's standard error.\n"
     "\n"
     "Example:\n"
     "  pimbsr reload\n"
     "\n"
-    "Exit status: 0 if the file is followed now; 1 if it has a fault, or the agent can't be\n"
+    "Exit status: 0 if the file is followed now; 1 if it has an error, or the agent can't be\n"
     "reached; 2 for a wrong argument.\n";
 
-static constexpr char const* aboutTrace = "Have a running agent tell what its engine does";
+static constexpr char const* aboutTrace = "Have a running agent trace its engine";
 
 static constexpr char const* footTrace =
-    "The agent writes what HANDLE tells from level 0 up to LEVEL to its standard error (under\n"
-    "systemd the journal): 1 tells of drops, 4 of accepted messages, 8 of every change, 9 of\n"
-    "every function; off ends it. A wrong handle lists all.\n"
+    "The agent writes the trace of HANDLE from level 0 up to LEVEL to its standard error (under\n"
+    "systemd the journal): 1 has drops, 4 accepted messages, 8 every change, 9 every function;\n"
+    "off ends it. A wrong handle lists all.\n"
     "\n"
     "Examples:\n"
     "  pimbsr trace Pim::Bsr::NonCandidateSm 8\n"

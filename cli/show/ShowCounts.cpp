@@ -27,7 +27,7 @@ static void writeTimers(std::ostream& out, view::Counters const& view) {
       view::spanOf(view.uptime), countOf(timers.armed, "timer"), timers.served, timers.meanLateness,
       timers.worstLateness);
   if (view.notificationExceptions == 0) return;
-  out << fmt::format("The engine caught {} inside; that is a fault of this program.\n",
+  out << fmt::format("The engine caught {} inside; that is a defect of this program.\n",
                      countOf(view.notificationExceptions, "exception"));
 }
 

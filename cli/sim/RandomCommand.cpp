@@ -18,8 +18,8 @@ using sim::TrialResult;
 /// A whole number, and nothing else, within bounds.
 static bool readNumber(std::string_view text, Zet::U32 low, Zet::U32 high, Zet::U32& number) {
   char const* end = text.data() + text.size();
-  auto [stop, fault] = std::from_chars(text.data(), end, number);
-  return fault == std::errc() && stop == end && low <= number && number <= high;
+  auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end && low <= number && number <= high;
 }
 
 Zet::U32 parseTrials(std::string const& text) {
@@ -45,9 +45,9 @@ static Zet::U32 routersOf(RandomOptions const& options, Zet::U64 seed) {
   return options.fewest + static_cast<Zet::U32>(sim::spread(seed) % (options.most - options.fewest + 1));
 }
 
-/// Tells of a seed that failed, and plays it again to show its course.
-static void tell(Zet::U64 seed, Zet::U32 routers, sim::TrialSettings const& settings,
-                 TrialResult const& result, std::ostream& out) {
+/// Writes why a seed failed, and plays it again to show its course.
+static void writeFailure(Zet::U64 seed, Zet::U32 routers, sim::TrialSettings const& settings,
+                         TrialResult const& result, std::ostream& out) {
   out << fmt::format("Seed {} with {} routers is not as it must be:\n", seed, routers);
   for (std::string const& finding : result.findings) out << "  " << finding << '\n';
   out << "\nIts scenario\n" << result.scenario << "\nIts course\n";
@@ -71,7 +71,7 @@ ExitCode simulateRandom(RandomOptions const& options, std::ostream& out, std::os
     TrialResult result = sim::runTrial(seed, routers, settings);
     events += result.events;
     if (result.findings.empty()) continue;
-    if (failed.empty()) tell(seed, routers, settings, result, out);
+    if (failed.empty()) writeFailure(seed, routers, settings, result, out);
     failed.push_back(seed);
   }
   std::string verdict = failed.empty() ? std::string("all agreed")

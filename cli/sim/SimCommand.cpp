@@ -19,8 +19,8 @@ namespace pimbsr::cli {
 Zet::U64 parseSeed(std::string const& text) {
   Zet::U64 seed = 0;
   char const* end = text.data() + text.size();
-  auto [stop, fault] = std::from_chars(text.data(), end, seed);
-  if (fault == std::errc() && stop == end) return seed;
+  auto [stop, error] = std::from_chars(text.data(), end, seed);
+  if (error == std::errc() && stop == end) return seed;
   throw UsageError(fmt::format("--seed: '{}' is no whole number from 0 to 18446744073709551615", text));
 }
 
@@ -62,16 +62,16 @@ static void play(SimOptions const& options, std::ostream& out, std::ostream& err
 ExitCode simulate(SimOptions const& options, std::ostream& out, std::ostream& err) {
   try {
     play(options, out, err);
-  } catch (sim::ScenarioError const& fault) {
+  } catch (sim::ScenarioError const& error) {
     out.flush();
-    err << "pimbsr: " << fault.what() << '\n';
+    err << "pimbsr: " << error.what() << '\n';
     return exitUsage;
-  } catch (UsageError const& fault) {
-    err << "pimbsr: " << fault.what() << '\n';
+  } catch (UsageError const& error) {
+    err << "pimbsr: " << error.what() << '\n';
     return exitUsage;
-  } catch (sim::PcapError const& fault) {
+  } catch (sim::PcapError const& error) {
     out.flush();
-    err << "pimbsr: " << fault.what() << '\n';
+    err << "pimbsr: " << error.what() << '\n';
     return exitFailed;
   }
   return finish(out, err);

@@ -10,8 +10,8 @@
 
 namespace pimbsr::cli {
 
-/// Writes a simulation as one JSON document at its end: the events, and what each router believes. What a
-/// scenario asks to be shown on the way is left out.
+/// Writes a simulation as one JSON document at its end: the events, and the learned state of each
+/// router. What a scenario asks to be shown on the way is left out.
 class SimJson final : public sim::Report {
  public:
   /// Lines of trace and log go to `traceOut`. `linkBins`: the load of each link is counted by bins of time

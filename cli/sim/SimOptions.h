@@ -17,7 +17,7 @@ struct SimOptions {
   bool linkLoad = false;  ///< with `json`: bins of the load for each link too
   Zet::U64 seed = 1;
   std::string pcapFolder;  ///< empty for no captures
-  std::vector<TraceWish> traces;
+  std::vector<TraceRequest> traces;
   host::IngressSettings ingress = host::standardIngress;        ///< checks and bounds of every router
   host::CorrectionSettings corrections = host::allCorrections;  ///< of every router
 };

@@ -64,12 +64,12 @@ static std::string differenceOf(host::RpView const& rp, host::RpView const& form
 TimelineRow rowOf(sim::Node const& node, Change const& change) {
   bool hasBsr = change.kind == ChangeKind::bsrElected || change.kind == ChangeKind::bsrChanged;
   if (hasBsr) return rowOfBsr(node, change);
-  Change told = change;
+  Change shown = change;
   auto const* router = node.router();
   bool isGlobal = router != nullptr && change.zone == router->root()->globalOrNonScopeZone();
-  // Only a scoped zone is worth a word.
-  if (isGlobal && !change.rp.address.isEmpty()) told.zone = change.rp.range;
-  TimelineRow row = rowOf(told, "");
+  // Only a scoped zone is shown.
+  if (isGlobal && !change.rp.address.isEmpty()) shown.zone = change.rp.range;
+  TimelineRow row = rowOf(shown, "");
   if (change.kind == ChangeKind::rpUpdated) row.details = differenceOf(change.rp, change.formerRp);
   bool gaveUp = change.kind == ChangeKind::bsrLost && node.isOwnAddress(change.bsr.address);
   if (gaveUp) row.event = "steps down";
@@ -89,7 +89,7 @@ static std::string detailsOf(Packet::CrpAdvMessage const& adv) {
 }
 
 TimelineRow rowOf(sim::NodeInterface const& intf, host::Reception const& reception) {
-  std::string_view verdict = reception.accepted() ? "accepted" : "refused";
+  std::string_view verdict = reception.accepted() ? "accepted" : "dropped";
   TimelineRow row{.where = textOf(reception.source)};
   if (reception.kind == MessageKind::bootstrap) {
     auto const& bsm = static_cast<Packet::BootstrapMessage const&>(*reception.message);
@@ -109,7 +109,7 @@ TimelineRow rowOf(sim::NodeInterface const& intf, host::Reception const& recepti
   return row;
 }
 
-/// What a packet says, for people.
+/// The content of a packet.
 static TimelineRow rowOfPacket(sim::Bytes packet) {
   TimelineRow row;
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
@@ -144,7 +144,7 @@ TimelineRow rowOfLoss(sim::Link const* link, sim::Loss loss, sim::Bytes packet) 
   return row;
 }
 
-// Neighbours and states -------------------------------------------------------------------------------
+// Neighbors and states --------------------------------------------------------------------------------
 
 TimelineRow rowOfNeighbor(sim::Link const& link, IpGenAddr const& neighbor, bool up) {
   return {.event = up ? "neighbor" : "neighbor gone", .where = link.options.name, .who = textOf(neighbor)};

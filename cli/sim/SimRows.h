@@ -10,7 +10,7 @@
 
 namespace pimbsr::cli {
 
-/// What one event of a simulation is told as. The columns mean what they mean in a TimelineRow, whose time is
+/// The row of one event of a simulation. The columns mean what they mean in a TimelineRow, whose time is
 /// left empty.
 
 TimelineRow rowOf(sim::Node const& node, host::Change const& change);

@@ -204,7 +204,7 @@ void writeDrops(std::ostream& out, Network const& network) {
     }
   }
   if (all.empty()) return;
-  out << "\nRefused messages\n";
+  out << "\nDropped messages\n";
   Table table({"reason", "count", "why"});
   for (auto const& [reason, drop] : all) {
     table.add({std::string(reason), fmt::to_string(drop.count), std::string(drop.sentence)});

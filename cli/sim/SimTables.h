@@ -14,9 +14,9 @@ std::vector<sim::Node const*> nodesOf(sim::Network const& network, std::span<Zet
 
 /// Writes one view of routers as a table.
 void writeView(std::ostream& out, sim::Network const& network, sim::Show const& show);
-/// Tells which RP serves a group at a router, and why.
+/// Writes which RP serves a group at a router, and why.
 void writeRpAnswer(std::ostream& out, sim::Node const& node, Lanet::IpAddr group);
-/// Writes how often messages were refused in the whole network, and why.
+/// Writes how often messages were dropped in the whole network, and why.
 void writeDrops(std::ostream& out, sim::Network const& network);
 
 }  // namespace pimbsr::cli

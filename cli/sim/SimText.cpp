@@ -94,12 +94,12 @@ void SimText::onShowRp(sim::Network const& network, sim::ShowRp const& show) {
 
 void SimText::onEnd(sim::Network const& network) {
   startTable();
-  out_ << fmt::format("What each router believes after {} s\n", textOfTime(network.now()));
+  out_ << fmt::format("Learned state of each router after {} s\n", textOfTime(network.now()));
   writeView(out_, network, {});
   writeDrops(out_, network);
   Zet::U64 exceptions = network.exceptions();
   if (exceptions == 0) return;
-  out_ << fmt::format("\nThe engine caught {} exceptions inside; that is a fault of this program.\n",
+  out_ << fmt::format("\nThe engine caught {} exceptions inside; that is a defect of this program.\n",
                       exceptions);
 }
 

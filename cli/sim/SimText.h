@@ -8,8 +8,8 @@
 
 namespace pimbsr::cli {
 
-/// Writes a simulation for people: a line for each event as it comes, tables where the scenario asks for
-/// them, and at the end what each router believes.
+/// Writes a simulation as human-readable text: a line for each event as it comes, tables where the scenario
+/// asks for them, and at the end the learned state of each router.
 class SimText final : public sim::Report {
  public:
   /// Lines of trace and log go to `traceOut`.

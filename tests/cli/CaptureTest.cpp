@@ -20,8 +20,8 @@ using testing::StartsWith;
 std::string errorOfOpening(std::string const& path) {
   try {
     Capture capture(path);
-  } catch (CaptureError const& fault) {
-    return fault.what();
+  } catch (CaptureError const& error) {
+    return error.what();
   }
   return "opened";
 }
@@ -54,7 +54,7 @@ TEST(CaptureTest, CaptureWithoutPacketsIsOne) {
   EXPECT_EQ(frame.number, 0u);
 }
 
-TEST(CaptureTest, WhatIsNoCaptureIsRefusedInWords) {
+TEST(CaptureTest, FileThatIsNoCaptureIsRejectedWithItsName) {
   struct Case {
     char const* file;
     char const* text;
@@ -80,15 +80,15 @@ TEST(CaptureTest, CaptureCutWithinItsHeadIsCutShort) {
   std::remove(path.c_str());
 }
 
-TEST(CaptureTest, CaptureCutShortGivesWhatStandsBeforeTheCut) {
+TEST(CaptureTest, CaptureCutShortGivesTheFramesBeforeTheCut) {
   Capture capture(test::capture("cut-short.pcap"));
   Frame frame;
   for (int i = 0; i < 5; ++i) EXPECT_TRUE(capture.next(frame));
   try {
     capture.next(frame);
     FAIL() << "packet 6 is cut short";
-  } catch (CaptureError const& fault) {
-    EXPECT_THAT(fault.what(), AllOf(HasSubstr("cut-short.pcap"), HasSubstr("in the middle of packet 6")));
+  } catch (CaptureError const& error) {
+    EXPECT_THAT(error.what(), AllOf(HasSubstr("cut-short.pcap"), HasSubstr("in the middle of packet 6")));
   }
   EXPECT_EQ(frame.number, 5u);
 }
@@ -104,8 +104,8 @@ TEST(CaptureTest, DamagedPacketHeadIsNoCut) {
   try {
     capture.next(frame);
     FAIL() << "packet 2 is damaged";
-  } catch (CaptureError const& fault) {
-    EXPECT_THAT(fault.what(), HasSubstr("is damaged at packet 2"));
+  } catch (CaptureError const& error) {
+    EXPECT_THAT(error.what(), HasSubstr("is damaged at packet 2"));
   }
 }
 

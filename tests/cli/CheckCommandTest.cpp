@@ -34,9 +34,9 @@ RunResult check(std::string const& file, bool json = false) {
   return {.code = code, .out = out.str(), .err = err.str()};
 }
 
-std::string const faulty = "[interface.eth0]\n[limits]\nrps = 0\nlearned-zones = -5\n[colour]\n";
+std::string const wrong = "[interface.eth0]\n[limits]\nrps = 0\nlearned-zones = -5\n[colour]\n";
 
-TEST(CheckCommandTest, ExampleHasNoFaults) {
+TEST(CheckCommandTest, ExampleHasNoErrors) {
   std::string file = sourceFile("examples/pimbsr.toml");
   RunResult run = check(file);
   EXPECT_EQ(run.code, 0);
@@ -44,7 +44,7 @@ TEST(CheckCommandTest, ExampleHasNoFaults) {
   EXPECT_EQ(run.err, "");
 }
 
-TEST(CheckCommandTest, UnwiseFileHasNoFaults) {
+TEST(CheckCommandTest, UnwiseFileHasNoErrors) {
   ConfigurationFile file("[interface.eth0]\n[timers]\nsz-timeout = 700\n");
   RunResult run = check(file.path());
   EXPECT_EQ(run.code, 0);
@@ -53,8 +53,8 @@ TEST(CheckCommandTest, UnwiseFileHasNoFaults) {
                          ": configuration OK\n");
 }
 
-TEST(CheckCommandTest, FaultsAndWarningsComeInTheOrderOfTheFile) {
-  ConfigurationFile file(faulty);
+TEST(CheckCommandTest, ErrorsAndWarningsComeInTheOrderOfTheFile) {
+  ConfigurationFile file(wrong);
   RunResult run = check(file.path());
   EXPECT_EQ(run.code, 1);
   EXPECT_EQ(run.err, "");
@@ -111,7 +111,7 @@ TEST(CheckCommandTest, LinkStaysALinkToTheFileThatIsWrittenAnew) {
 }
 
 TEST(CheckCommandTest, FileWithoutFormerNamesIsNotWritten) {
-  ConfigurationFile file(faulty);
+  ConfigurationFile file(wrong);
   auto const before = std::filesystem::last_write_time(file.path());
   RunResult run = rewrite(file.path());
   EXPECT_EQ(run.out, check(file.path()).out);
@@ -128,27 +128,27 @@ TEST(CheckCommandTest, CommandRewritesWhereItIsAsked) {
 }
 
 TEST(CheckCommandTest, JsonHoldsTheSame) {
-  ConfigurationFile file(faulty);
+  ConfigurationFile file(wrong);
   RunResult run = check(file.path(), true);
   EXPECT_EQ(run.code, 1);
   auto document = nlohmann::json::parse(run.out);
   EXPECT_EQ(document["file"], file.path());
   EXPECT_EQ(document["sound"], false);
   ASSERT_EQ(document["findings"].size(), 3u);
-  auto const& fault = document["findings"][1];
-  EXPECT_EQ(fault["severity"], "error");
-  EXPECT_EQ(fault["line"], 4);
-  EXPECT_EQ(fault["column"], 17);
-  EXPECT_THAT(std::string(fault["text"]), HasSubstr("learned-zones: read -5;"));
+  auto const& error = document["findings"][1];
+  EXPECT_EQ(error["severity"], "error");
+  EXPECT_EQ(error["line"], 4);
+  EXPECT_EQ(error["column"], 17);
+  EXPECT_THAT(std::string(error["text"]), HasSubstr("learned-zones: read -5;"));
 }
 
 TEST(CheckCommandTest, JsonHasNullForThePlaceOfTheWholeFile) {
   RunResult run = check("/nowhere/pimbsr.toml", true);
   auto document = nlohmann::json::parse(run.out);
   ASSERT_EQ(document["findings"].size(), 1u);
-  auto const& fault = document["findings"][0];
-  EXPECT_TRUE(fault.at("line").is_null()) << fault;
-  EXPECT_TRUE(fault.at("column").is_null()) << fault;
+  auto const& error = document["findings"][0];
+  EXPECT_TRUE(error.at("line").is_null()) << error;
+  EXPECT_TRUE(error.at("column").is_null()) << error;
 }
 
 TEST(CheckCommandTest, NameOfAnyBytesIsWrittenInJson) {

@@ -88,10 +88,10 @@ Bytes ipv4Of(Bytes const& pim, std::string const& source, std::string const& des
   return packet;
 }
 
-Bytes packetOf(Bsm const& told) {
+Bytes packetOf(Bsm const& bsm) {
   Bytes pim;
-  EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*make(told), pim));
-  return ipv4Of(pim, told.source, told.destination);
+  EXPECT_TRUE(pimbsr::wire::encodeBootstrap(*make(bsm), pim));
+  return ipv4Of(pim, bsm.source, bsm.destination);
 }
 
 static void append(std::string const& path, std::initializer_list<U32> words) {

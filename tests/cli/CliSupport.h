@@ -33,7 +33,7 @@ std::string fileText(std::string const& path);
 void expectGolden(std::string const& name, std::string const& text);
 
 /// A message as an IPv4 packet; it must be one that can be sent.
-Bytes packetOf(Bsm const& told);
+Bytes packetOf(Bsm const& bsm);
 /// An IPv4 packet that carries PIM bytes.
 Bytes ipv4Of(Bytes const& pim, std::string const& source = "192.0.2.1",
              std::string const& destination = "224.0.0.13");
@@ -48,7 +48,7 @@ class CaptureFile {
   CaptureFile& operator=(CaptureFile const&) = delete;
 
   CaptureFile& add(double seconds, Bytes const& packet);
-  CaptureFile& add(double seconds, Bsm const& told) { return add(seconds, packetOf(told)); }
+  CaptureFile& add(double seconds, Bsm const& bsm) { return add(seconds, packetOf(bsm)); }
   std::string const& path() const { return path_; }
 
  private:

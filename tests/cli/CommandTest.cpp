@@ -48,7 +48,7 @@ TEST(CommandTest, EveryOptionReachesTheReplay) {
   options.router = {.bsTimeout = 40, .szTimeout = 120};
   parseRpf("198.51.100.1=192.0.2.2", options);
   parseRpf("198.51.100.3=192.0.2.2", options);
-  options.traces = {parseTraceWish("Pim::Bsr::IO:1"), parseTraceWish("Pim::Bsr::NonCandidateSm:8")};
+  options.traces = {parseTraceRequest("Pim::Bsr::IO:1"), parseTraceRequest("Pim::Bsr::NonCandidateSm:8")};
   RunResult here = test::replay(options);
   RunResult there = test::command(
       "replay --json --until 60.5 --bs-timeout 40 --sz-timeout 120 --rpf 198.51.100.1=192.0.2.2 "
@@ -83,7 +83,7 @@ TEST(CommandTest, WrongArgumentsEndWith2AndSayWhatIsValid) {
       {"replay --sz-timeout 119 FILE", "no whole number of seconds from 120 to 4294967295"},
       {"replay --hold-time 60 FILE", "--hold-time is now called --bs-timeout"},
       {"replay --zone-timeout 600 FILE", "--zone-timeout is now called --sz-timeout"},
-      {"replay --rpf 198.51.100.1 FILE", "no BSR=NEIGHBOUR"},
+      {"replay --rpf 198.51.100.1 FILE", "no BSR=NEIGHBOR"},
       {"replay --trace Pim:3 FILE", "there is no handle 'Pim'; handles are "},
       {"replay --trace Zet FILE", "no HANDLE:LEVEL with a level from 0 to 9"},
   };
@@ -95,7 +95,7 @@ TEST(CommandTest, WrongArgumentsEndWith2AndSayWhatIsValid) {
   }
 }
 
-TEST(CommandTest, FaultEndsWith1) {
+TEST(CommandTest, ErrorEndsWith1) {
   RunResult run = test::command("replay " + test::capture("zero-bytes.pcap"));
   EXPECT_EQ(run.code, 1);
   EXPECT_THAT(run.err, StartsWith("pimbsr: "));

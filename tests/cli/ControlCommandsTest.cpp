@@ -28,17 +28,17 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-/// Runs the command that stands in a command line, as main() would.
+/// Runs the command of a command line, as main() would.
 RunResult runLine(std::string const& line) {
   CLI::App app("", "pimbsr");
   ControlOptions options;
   addControlCommands(app, options);
   try {
     app.parse(line);
-  } catch (CLI::ParseError const& fault) {
+  } catch (CLI::ParseError const& error) {
     std::ostringstream out;
     std::ostringstream err;
-    int code = app.exit(fault, out, err) == 0 ? exitOk : exitUsage;
+    int code = app.exit(error, out, err) == 0 ? exitOk : exitUsage;
     return {code, out.str(), err.str()};
   }
   std::ostringstream out;
@@ -60,7 +60,7 @@ class SocketVariable {
 
 // Requests --------------------------------------------------------------------------------------------
 
-TEST(ControlCommandsTest, EachCommandAsksForWhatItIsTold) {
+TEST(ControlCommandsTest, EachCommandSendsItsRequest) {
   struct Case {
     char const* line;
     char const* request;
@@ -84,7 +84,7 @@ TEST(ControlCommandsTest, EachCommandAsksForWhatItIsTold) {
   }
 }
 
-TEST(ControlCommandsTest, AFaultyRequestIsExplainedAndNotSent) {
+TEST(ControlCommandsTest, RequestWithAnErrorIsExplainedAndNotSent) {
   struct Case {
     char const* line;
     char const* text;
@@ -117,18 +117,18 @@ TEST(ControlCommandsTest, AFaultyRequestIsExplainedAndNotSent) {
   }
 }
 
-TEST(ControlCommandsTest, AnAgentThatRefusesOrIsNotThereGives1) {
+TEST(ControlCommandsTest, AgentThatDeniesOrIsNotThereGives1) {
   FakeAgent agent(errorLine("there is no trace handle 'Zot'"));
-  RunResult refused = runAt(agent, "trace Zot 8");
-  EXPECT_EQ(refused.code, exitFailed);
-  EXPECT_EQ(refused.out, "");
-  EXPECT_EQ(refused.err, "pimbsr: there is no trace handle 'Zot'\n");
+  RunResult denied = runAt(agent, "trace Zot 8");
+  EXPECT_EQ(denied.code, exitFailed);
+  EXPECT_EQ(denied.out, "");
+  EXPECT_EQ(denied.err, "pimbsr: there is no trace handle 'Zot'\n");
   RunResult lonely = runLine("show bsr --socket /tmp/no/such/socket");
   EXPECT_EQ(lonely.code, exitFailed);
   EXPECT_THAT(lonely.err, StartsWith("pimbsr: there is no /tmp/no/such/socket: is pimbsr running?"));
 }
 
-TEST(ControlCommandsTest, AnAnswerOfAnotherVersionIsToldAsSuch) {
+TEST(ControlCommandsTest, AnswerOfAnotherVersionIsReportedAsSuch) {
   for (char const* line : {"show neighbors", "reload", "metrics"}) {
     FakeAgent agent(answerLine({{"text", 1}}));
     RunResult run = runAt(agent, line);
@@ -189,25 +189,25 @@ TEST(ControlCommandsTest, WatchWritesEachLineUntilTheAgentEnds) {
 /// Takes a number of bytes and then no more.
 class ShortBuffer : public std::streambuf {
  public:
-  explicit ShortBuffer(std::streamsize room) : room_(room) {}
+  explicit ShortBuffer(std::streamsize space) : space_(space) {}
 
  private:
   std::streamsize xsputn(char const*, std::streamsize count) override {
-    std::streamsize taken = std::min(count, room_);
-    room_ -= taken;
+    std::streamsize taken = std::min(count, space_);
+    space_ -= taken;
     return taken;
   }
-  int overflow(int byte) override { return room_-- > 0 ? byte : traits_type::eof(); }
+  int overflow(int byte) override { return space_-- > 0 ? byte : traits_type::eof(); }
 
-  std::streamsize room_;
+  std::streamsize space_;
 };
 
 TEST(ControlCommandsTest, WatchEndsOnceItsLinesCannotBeWritten) {
   std::string endless;
   for (int n = 0; n < 1000; ++n) endless += "{\"n\":1}\n";
   FakeAgent agent(answerLine(Json::object()) + endless);
-  ShortBuffer room(20);
-  std::ostream out(&room);
+  ShortBuffer buffer(20);
+  std::ostream out(&buffer);
   std::ostringstream err;
   EXPECT_EQ(watch(agent.path(), out, err), exitFailed);
   EXPECT_EQ(err.str(), "pimbsr: cannot write the output\n");
@@ -234,7 +234,7 @@ TEST(ControlCommandsTest, ReloadWritesWarningsAndWhatTakesEffectAtTheNextStart) 
   EXPECT_EQ(run.err, "pimbsr.toml:3:1: warning: hash mask length 0\n");
 }
 
-TEST(ControlCommandsTest, ReloadOfAFaultyFileWritesEveryFault) {
+TEST(ControlCommandsTest, ReloadOfAFileWithErrorsWritesAll) {
   FakeAgent agent(answerLine({{"applied", false},
                               {"errors", {"pimbsr.toml:3:1: error: one", "pimbsr.toml: error: two"}},
                               {"warnings", Json::array()},
@@ -244,7 +244,7 @@ TEST(ControlCommandsTest, ReloadOfAFaultyFileWritesEveryFault) {
   EXPECT_EQ(run.out, "");
   EXPECT_EQ(run.err,
             "pimbsr.toml:3:1: error: one\npimbsr.toml: error: two\n"
-            "pimbsr: the configuration file is refused; what ran before runs on\n");
+            "pimbsr: the configuration file is rejected; the former configuration stays in use\n");
 }
 
 TEST(ControlCommandsTest, OnlyTheDefaultSocketHasAReadOnlyOneToFallBackTo) {

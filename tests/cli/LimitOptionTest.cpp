@@ -78,7 +78,7 @@ TEST(LimitOptionTest, WrongTextIsExplained) {
   }
 }
 
-TEST(LimitOptionTest, CommandsTakeLimitsAndRefuseWrongOnes) {
+TEST(LimitOptionTest, CommandsTakeLimitsAndRejectWrongOnes) {
   std::string const scenario = test::sourceFile("examples/five-routers.sim");
   EXPECT_EQ(test::command("sim --limit rps-per-range=1 --limit rps=0 " + scenario).code, 0);
   EXPECT_EQ(test::command("sim --limit none " + scenario).code, 0);

@@ -33,7 +33,7 @@ struct Case {
   int version;
 };
 
-TEST(LinkLayerTest, FindsTheIpPacketBehindTheHeadOfEachLink) {
+TEST(LinkLayerTest, FindsTheIpPacketAfterTheHeaderOfEachLink) {
   Case const cases[] = {
       {"Ethernet", DLT_EN10MB, macs + typeIpv4, 4},
       {"Ethernet", DLT_EN10MB, macs + typeIpv6, 6},
@@ -89,7 +89,7 @@ TEST(LinkLayerTest, FrameThatCarriesNoIpOrEndsInItsHeadGivesNone) {
   }
 }
 
-TEST(LinkLayerTest, EachTypeNamedToPeopleIsKnown) {
+TEST(LinkLayerTest, EachTypeInTheMessageIsKnown) {
   std::string text = knownLinkTypes();
   for (char const* name : {"EN10MB", "LINUX_SLL", "LINUX_SLL2", "RAW", "IPV4", "IPV6", "NULL", "LOOP"}) {
     EXPECT_NE(text.find(name), text.npos) << name;

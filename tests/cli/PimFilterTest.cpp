@@ -19,7 +19,7 @@ Bytes ipv4(U8 protocol) {
   return packet;
 }
 
-/// An IPv6 packet whose header names `next`, with `rest` behind it.
+/// An IPv6 packet whose header names `next`, with `rest` after it.
 Bytes ipv6(U8 next, Bytes const& rest = {}) {
   Bytes packet(40, 0);
   packet[0] = 0x60;
@@ -36,7 +36,7 @@ TEST(PimFilterTest, Ipv4PacketIsPimByItsProtocol) {
 TEST(PimFilterTest, PacketCutBeforeItsProtocolIsNone) {
   Bytes packet = ipv4(103);
   packet.resize(10);
-  EXPECT_TRUE(isPim({4, packet})) << "cut behind it, it is a PIM packet that can't be read";
+  EXPECT_TRUE(isPim({4, packet})) << "cut after it, it is a PIM packet that can't be read";
   packet.resize(9);
   EXPECT_FALSE(isPim({4, packet}));
   Bytes packet6 = ipv6(103);
@@ -46,7 +46,7 @@ TEST(PimFilterTest, PacketCutBeforeItsProtocolIsNone) {
 
 TEST(PimFilterTest, FrameWithoutIpIsNone) { EXPECT_FALSE(isPim({0, {}})); }
 
-TEST(PimFilterTest, Ipv6PacketIsPimBehindItsExtensionHeaders) {
+TEST(PimFilterTest, Ipv6PacketIsPimAfterItsExtensionHeaders) {
   struct Case {
     char const* what;
     U8 next;

@@ -47,7 +47,7 @@ TEST(RandomCommandTest, RoutersAreANumberOrASpan) {
   }
 }
 
-TEST(RandomCommandTest, WhatIsNoNumberOfRoutersIsRefused) {
+TEST(RandomCommandTest, TextThatIsNoNumberOfRoutersIsRejected) {
   for (char const* text :
        {"", "1", "201", "10-", "-10", "50-10", "10-201", "1-10", "10-20-30", "ten", "+5"}) {
     RandomOptions options;

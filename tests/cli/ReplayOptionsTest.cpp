@@ -26,7 +26,7 @@ TEST(ReplayOptionsTest, TimesAreTakenWithinTheirRanges) {
   EXPECT_EQ(parseUntil("4294967295"), 4294967295.0);
 }
 
-TEST(ReplayOptionsTest, TimeOutsideItsRangeIsRefusedWithTheRange) {
+TEST(ReplayOptionsTest, TimeOutsideItsRangeIsRejectedWithTheRange) {
   struct Case {
     std::function<void(std::string const&)> parse;
     std::vector<std::string> wrong;
@@ -55,16 +55,16 @@ TEST(ReplayOptionsTest, RpfNeighborsAreTakenByBsr) {
   EXPECT_EQ(options.rpf[addr("198.51.100.2")], addr("192.0.2.1"));
 }
 
-TEST(ReplayOptionsTest, RpfNeighborThatIsNoPairOfUnicastAddressesIsRefused) {
+TEST(ReplayOptionsTest, RpfNeighborThatIsNoPairOfUnicastAddressesIsRejected) {
   ReplayOptions options;
   for (char const* text : {"", "198.51.100.1", "198.51.100.1=", "=192.0.2.1", "198.51.100.1=192.0.2.1=1",
                            "224.0.0.13=192.0.2.1", "198.51.100.1=0.0.0.0", "198.51.100.1=fe80::1", "a=b"}) {
-    EXPECT_THAT([&] { parseRpf(text, options); }, ThrowsMessage<UsageError>(HasSubstr("no BSR=NEIGHBOUR")))
+    EXPECT_THAT([&] { parseRpf(text, options); }, ThrowsMessage<UsageError>(HasSubstr("no BSR=NEIGHBOR")))
         << text;
   }
   parseRpf("198.51.100.1=192.0.2.1", options);
   EXPECT_THAT([&] { parseRpf("198.51.100.1=192.0.2.2", options); },
-              ThrowsMessage<UsageError>(HasSubstr("BSR 198.51.100.1 has a neighbour already")));
+              ThrowsMessage<UsageError>(HasSubstr("BSR 198.51.100.1 has a neighbor already")));
 }
 
 }  // namespace

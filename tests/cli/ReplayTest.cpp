@@ -85,9 +85,9 @@ Bsm global(std::string const& source = "192.0.2.1") {
 }
 
 Bsm scoped() {
-  Bsm told = global();
-  told.groups = {{.prefix = "239.255.0.0/16", .rps = {{"203.0.113.1"}}, .flags = test::scopedFlag}};
-  return told;
+  Bsm bsm = global();
+  bsm.groups = {{.prefix = "239.255.0.0/16", .rps = {{"203.0.113.1"}}, .flags = test::scopedFlag}};
+  return bsm;
 }
 
 // Forms of captures -----------------------------------------------------------------------------------
@@ -104,7 +104,7 @@ TEST(ReplayTest, EveryFormOfACaptureIsPlayedAlike) {
   }
 }
 
-TEST(ReplayTest, HeadTellsTheDateOfTheFirstPacketWhereItIsReal) {
+TEST(ReplayTest, HeadHasTheDateOfTheFirstPacketWhereItIsReal) {
   EXPECT_THAT(
       test::replay(test::capture("few-vlan.pcap")).out,
       StartsWith("few-vlan.pcap: first packet at 2026-01-15 09:00:00.000 UTC; times are seconds after"));
@@ -132,7 +132,7 @@ TEST(ReplayTest, TimeThatRunsBackIsPlayedAtTheClock) {
                           "60.000 BSM accepted 192.0.2.1 198.51.100.1", "60.000 last packet"));
 }
 
-TEST(ReplayTest, TimersRunAtTheirOwnTimesBeforeThePacketBehindThem) {
+TEST(ReplayTest, TimersRunAtTheirOwnTimesBeforeTheNextPacket) {
   CaptureFile file;
   file.add(0, global()).add(500.25, global());
   EXPECT_THAT(
@@ -188,17 +188,17 @@ TEST(ReplayTest, HoldTimeAndZoneTimeoutAreThoseAsked) {
 }
 
 TEST(ReplayTest, NoForwardMessageIsTakenInTheFirstMinuteOfTheCaptureOnly) {
-  Bsm told = global();
-  told.forward = false;
+  Bsm bsm = global();
+  bsm.forward = false;
   CaptureFile early;
-  early.add(0, test::Bytes()).add(60, told);
+  early.add(0, test::Bytes()).add(60, bsm);
   EXPECT_THAT(timelineOf(optionsFor(early)), testing::Contains(StartsWith("60.000 BSM accepted")));
   CaptureFile late;
-  late.add(0, test::Bytes()).add(60.001, told);
-  EXPECT_THAT(timelineOf(optionsFor(late)), testing::Contains(StartsWith("60.001 BSM refused")));
+  late.add(0, test::Bytes()).add(60.001, bsm);
+  EXPECT_THAT(timelineOf(optionsFor(late)), testing::Contains(StartsWith("60.001 BSM dropped")));
 }
 
-// RPF neighbours --------------------------------------------------------------------------------------
+// RPF neighbors ---------------------------------------------------------------------------------------
 
 TEST(ReplayTest, FirstSourceOfABsrIsItsRpfNeighbor) {
   Bsm other = global("192.0.2.2");
@@ -208,7 +208,7 @@ TEST(ReplayTest, FirstSourceOfABsrIsItsRpfNeighbor) {
   file.add(0, global()).add(1, global("192.0.2.2")).add(2, other);
   EXPECT_THAT(timelineOf(optionsFor(file)),
               testing::IsSupersetOf({"0.000 BSM accepted 192.0.2.1 198.51.100.1",
-                                     "1.000 BSM refused 192.0.2.2 198.51.100.1",
+                                     "1.000 BSM dropped 192.0.2.2 198.51.100.1",
                                      "2.000 BSM accepted 192.0.2.2 198.51.100.2"}));
   EXPECT_THAT(test::replay(file.path()).out,
               HasSubstr("not-rpf-neighbor: The Bootstrap Message is not from the RPF neighbor towards its "
@@ -223,17 +223,17 @@ TEST(ReplayTest, NoForwardMessageSaysNothingOfTheRpfNeighbor) {
   EXPECT_THAT(timelineOf(optionsFor(file)),
               testing::IsSupersetOf({"0.000 BSM accepted 192.0.2.2 198.51.100.1",
                                      "1.000 BSM accepted 192.0.2.1 198.51.100.1",
-                                     "2.000 BSM refused 192.0.2.2 198.51.100.1"}));
+                                     "2.000 BSM dropped 192.0.2.2 198.51.100.1"}));
 }
 
-TEST(ReplayTest, MessageThatTheGateRefusesForItsDestinationTellsTheRpfNeighbor) {
+TEST(ReplayTest, MessageThatTheGateDropsForItsDestinationSetsTheRpfNeighbor) {
   Bsm unicast = global("192.0.2.2");
   unicast.destination = "192.0.2.9";
   CaptureFile file;
   file.add(0, unicast).add(1, global("192.0.2.1")).add(2, global("192.0.2.2"));
   EXPECT_THAT(timelineOf(optionsFor(file)),
-              testing::IsSupersetOf({"0.000 BSM refused 192.0.2.2 198.51.100.1",
-                                     "1.000 BSM refused 192.0.2.1 198.51.100.1",
+              testing::IsSupersetOf({"0.000 BSM dropped 192.0.2.2 198.51.100.1",
+                                     "1.000 BSM dropped 192.0.2.1 198.51.100.1",
                                      "2.000 BSM accepted 192.0.2.2 198.51.100.1"}));
 }
 
@@ -244,25 +244,25 @@ TEST(ReplayTest, MessageThatDoesNotReachTheGateSaysNothingOfTheRpfNeighbor) {
   file.add(0, wrong).add(1, global("192.0.2.1"));
   EXPECT_THAT(timelineOf(optionsFor(file)),
               testing::IsSupersetOf(
-                  {"0.000 BSM refused 192.0.2.2 198.51.100.1", "1.000 BSM accepted 192.0.2.1 198.51.100.1"}));
+                  {"0.000 BSM dropped 192.0.2.2 198.51.100.1", "1.000 BSM accepted 192.0.2.1 198.51.100.1"}));
 }
 
-TEST(ReplayTest, RpfNeighborThatWasGivenStands) {
+TEST(ReplayTest, GivenRpfNeighborStays) {
   CaptureFile file;
   file.add(0, global("192.0.2.1")).add(1, global("192.0.2.2"));
   ReplayOptions options = optionsFor(file);
   options.rpf[addr("198.51.100.1")] = addr("192.0.2.2");
-  EXPECT_THAT(timelineOf(options), testing::IsSupersetOf({"0.000 BSM refused 192.0.2.1 198.51.100.1",
+  EXPECT_THAT(timelineOf(options), testing::IsSupersetOf({"0.000 BSM dropped 192.0.2.1 198.51.100.1",
                                                           "1.000 BSM accepted 192.0.2.2 198.51.100.1"}));
 }
 
 // What is printed -------------------------------------------------------------------------------------
 
 TEST(ReplayTest, RpsAreListedInTheOrderOfTheirNumbers) {
-  Bsm told = global();
-  told.groups[0].rps = {{"203.0.113.100"}, {"203.0.113.20"}, {"203.0.113.3"}};
+  Bsm bsm = global();
+  bsm.groups[0].rps = {{"203.0.113.100"}, {"203.0.113.20"}, {"203.0.113.3"}};
   CaptureFile file;
-  file.add(0, told);
+  file.add(0, bsm);
   EXPECT_THAT(timelineOf(optionsFor(file)),
               ElementsAre("0.000 BSM accepted 192.0.2.1 198.51.100.1", "BSR elected 224.0.0.0/4 198.51.100.1",
                           "RP added 224.0.0.0/4 203.0.113.3", "RP added 224.0.0.0/4 203.0.113.20",
@@ -278,12 +278,12 @@ TEST(ReplayTest, RpsAreListedInTheOrderOfTheirNumbers) {
 }
 
 TEST(ReplayTest, ZonesAndRangesAreListedInTheOrderOfTheirNumbers) {
-  Bsm told = global();
-  told.groups = {{.prefix = "239.0.0.0/8", .rps = {{"203.0.113.1"}}},
-                 {.prefix = "224.0.0.0/4", .rps = {{"203.0.113.1"}}},
-                 {.prefix = "224.0.0.0/24", .rps = {{"203.0.113.1"}}}};
+  Bsm bsm = global();
+  bsm.groups = {{.prefix = "239.0.0.0/8", .rps = {{"203.0.113.1"}}},
+                {.prefix = "224.0.0.0/4", .rps = {{"203.0.113.1"}}},
+                {.prefix = "224.0.0.0/24", .rps = {{"203.0.113.1"}}}};
   CaptureFile file;
-  file.add(0, scoped()).add(1, told);
+  file.add(0, scoped()).add(1, bsm);
   json zones = documentOf(optionsFor(file))["zones"];
   ASSERT_EQ(zones.size(), 2u);
   EXPECT_EQ(zones[0]["zone"], "224.0.0.0/4");
@@ -309,10 +309,10 @@ TEST(ReplayTest, ZoneWithoutABsrIsListedWhileItHasAMachineOrRps) {
 }
 
 TEST(ReplayTest, BidirectionalRangeIsMarked) {
-  Bsm told = global();
-  told.groups[0].flags = test::bidirFlag;
+  Bsm bsm = global();
+  bsm.groups[0].flags = test::bidirFlag;
   CaptureFile file;
-  file.add(0, told);
+  file.add(0, bsm);
   std::string out = test::replay(file.path()).out;
   EXPECT_THAT(out, HasSubstr("priority 0, holdtime 150 s, bidirectional\n"));
   EXPECT_THAT(out, HasSubstr("150.000  bidirectional\n"));
@@ -362,7 +362,7 @@ TEST(ReplayTest, MessagesOverIpv6AreOther) {
   EXPECT_EQ(messages["other"], 1);
 }
 
-TEST(ReplayTest, EachRefusalIsCountedByItsReason) {
+TEST(ReplayTest, EachDropIsCountedByItsReason) {
   test::Bytes noSuchVersion{0x14, 0, 0, 0};
   Bsm tooLong = global();
   tooLong.groups[0].rps[0].holdtime = 40959;
@@ -397,9 +397,9 @@ TEST(ReplayTest, TraceGoesToStderrWithItsTime) {
   EXPECT_THAT(test::replay(options).err, Not(HasSubstr("Accepted")));
 }
 
-// Faults ----------------------------------------------------------------------------------------------
+// Errors ----------------------------------------------------------------------------------------------
 
-TEST(ReplayTest, CaptureWithoutPimSaysSoAndIsNoFault) {
+TEST(ReplayTest, CaptureWithoutPimSaysSoAndIsNoError) {
   struct Case {
     char const* file;
     char const* text;
@@ -423,7 +423,7 @@ TEST(ReplayTest, CaptureWithoutPimSaysSoAndIsNoFault) {
   }
 }
 
-TEST(ReplayTest, FileThatCannotBeReadIsAFault) {
+TEST(ReplayTest, FileThatCannotBeReadIsAnError) {
   for (char const* name :
        {"zero-bytes.pcap", "not-a-capture.txt", "unknown-link-type.pcap", "there-is-none.pcap"}) {
     test::RunResult run = test::replay(test::capture(name));
@@ -433,7 +433,7 @@ TEST(ReplayTest, FileThatCannotBeReadIsAFault) {
   }
 }
 
-TEST(ReplayTest, CaptureCutShortIsPlayedToTheCutAndIsAFault) {
+TEST(ReplayTest, CaptureCutShortIsPlayedToTheCutAndIsAnError) {
   ReplayOptions options;
   options.file = test::capture("cut-short.pcap");
   options.until = 1000;
@@ -447,7 +447,7 @@ TEST(ReplayTest, CaptureCutShortIsPlayedToTheCutAndIsAFault) {
   EXPECT_EQ(run.out, "") << "half a truth would look whole to a program";
 }
 
-TEST(ReplayTest, OutputThatCannotBeWrittenIsAFault) {
+TEST(ReplayTest, OutputThatCannotBeWrittenIsAnError) {
   ReplayOptions options;
   options.file = test::capture("few-ethernet.pcap");
   std::ostream nowhere(nullptr);

@@ -20,7 +20,7 @@ std::string shown(std::string const& what, std::string const& view) {
 
 // Values ----------------------------------------------------------------------------------------------
 
-TEST(ShowTablesTest, SpansAreToldByTheirSize) {
+TEST(ShowTablesTest, SpansAreShownByTheirSize) {
   std::vector<std::pair<std::optional<double>, std::string>> cases = {
       {{}, "-"},          {0.0, "0.0 s"},       {95.44, "95.4 s"},   {99.94, "99.9 s"},
       {99.96, "1m 40s"},  {996.3, "16m 36s"},   {1300.0, "21m 40s"}, {3599.4, "59m 59s"},
@@ -32,7 +32,7 @@ TEST(ShowTablesTest, ViewOfAnotherVersionIsWrittenAsItCame) {
   EXPECT_EQ(shown("moods", R"({"mood": "good"})"), "\n{\n  \"mood\": \"good\"\n}\n");
 }
 
-TEST(ShowTablesTest, ViewThatLacksWhatIsShownIsRefused) {
+TEST(ShowTablesTest, ViewThatLacksWhatIsShownIsRejected) {
   for (char const* what : {"bsr", "rp-set", "rp", "candidates", "neighbors", "interfaces", "borders",
                            "filter", "counters", "drops", "corrections", "history", "config"}) {
     EXPECT_THROW(shown(what, "{}"), nlohmann::json::exception) << what;
@@ -80,7 +80,7 @@ Zone 239.2.0.0/16, scoped
 )");
 }
 
-TEST(ShowTablesTest, NoBsrIsSaidInWords) {
+TEST(ShowTablesTest, NoBsrIsASentence) {
   EXPECT_EQ(shown("bsr", R"({"zones": []})"), "\nNo BSR is known in any zone.\n");
   EXPECT_EQ(shown("bsr", R"({"zones": [{"zone": "224.0.0.0/4", "scoped": false, "candidate": true,
     "state": "Pending-BSR", "bsr": null, "bootstrapTimer": 5.0, "scopeZoneTimer": null, "nextMessage": null,
@@ -199,7 +199,7 @@ Candidate RP (lower priority wins)
 )");
 }
 
-TEST(ShowTablesTest, NoCandidacyIsSaidInWords) {
+TEST(ShowTablesTest, NoCandidacyIsASentence) {
   EXPECT_EQ(shown("candidates", R"({"bsr": [], "idleBsr": [], "rp": [], "idleRp": []})"),
             "\nThis router is no candidate BSR.\n\nThis router is no candidate RP.\n");
   EXPECT_EQ(shown("candidates", R"({"bsr": [], "idleBsr": [], "rp": [],
@@ -225,7 +225,7 @@ PIM neighbors (the highest DR priority wins, then the highest address)
   EXPECT_EQ(shown("neighbors", R"({"neighbors": []})"), "\nNo PIM neighbor is known on any interface.\n");
 }
 
-TEST(ShowTablesTest, InterfacesAreToldWithTheirPackets) {
+TEST(ShowTablesTest, InterfacesAreShownWithTheirPackets) {
   EXPECT_EQ(shown("interfaces", R"({"interfaces": [
     {"interface": "eth0", "state": "up", "address": "192.0.2.9", "addresses": ["192.0.2.9/24"], "mtu": 1500,
      "drPriority": 1, "helloInterval": 30, "dr": "192.0.2.9", "ownDr": true, "neighbors": 1,
@@ -280,7 +280,7 @@ Packets not sent
 )");
 }
 
-TEST(ShowTablesTest, BordersAreToldByInterface) {
+TEST(ShowTablesTest, BordersAreShownByInterface) {
   EXPECT_EQ(shown("borders", R"({"borders": [
     {"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["sites", "lab"],
      "absentLists": ["lab"], "blocked": ["239.5.0.0/16", "239.255.0.0/16"]},
@@ -314,11 +314,11 @@ Sender lists: a (not there), b. Dropped since the last clear: 1 advertisement.
       "Sender lists: none. Dropped since the last clear: 0 advertisements.\n");
 }
 
-TEST(ShowTablesTest, CountersAreToldWithoutThoseThatAre0) {
+TEST(ShowTablesTest, CountersAreShownWithoutThoseThatAre0) {
   EXPECT_EQ(shown("counters", R"({"uptime": 93784.0, "counters": [
     {"name": "rx", "value": 12, "sentence": "Messages that arrived"},
     {"name": "tx", "value": 0, "sentence": "Messages sent"},
-    {"name": "errCounters", "value": 3, "sentence": "Refusals by cause", "parts": [
+    {"name": "errCounters", "value": 3, "sentence": "Drops by cause", "parts": [
       {"name": "rxFilter", "value": 0}, {"name": "rxInvalid", "value": 3}]}],
     "traffic": [
       {"interface": null, "packets": {"crpAdv": {"received": 0, "dropped": 0, "sent": 4, "sendFailed": 1}}},
@@ -330,12 +330,12 @@ TEST(ShowTablesTest, CountersAreToldWithoutThoseThatAre0) {
     "notificationExceptions": 2})"),
             R"(
 Up for 1d 02h. 1 timer armed; timers were served 77 times, 0.000 s late in the mean and 0.250 s at worst.
-The engine caught 2 exceptions inside; that is a fault of this program.
+The engine caught 2 exceptions inside; that is a defect of this program.
 
 Bootstrap messages and advertisements, without those that are 0
   counter            count  what it counts
   rx                    12  Messages that arrived
-  Dropped, by cause      3  Refusals by cause
+  Dropped, by cause      3  Drops by cause
     rxInvalid            3
 
 Packets
@@ -360,7 +360,7 @@ Packets: none yet
 )");
 }
 
-TEST(ShowTablesTest, DropsAreToldWithTheirMeaning) {
+TEST(ShowTablesTest, DropsAreShownWithTheirMeaning) {
   EXPECT_EQ(shown("drops", R"({"drops": [
     {"reason": "checksum", "sentence": "The PIM checksum is wrong.", "message": "malformed",
      "interface": "eth0", "zone": null, "count": 12, "last": {"ago": 12.0, "sender": "192.0.2.1",

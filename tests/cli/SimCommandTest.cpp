@@ -41,7 +41,7 @@ class ScenarioFile {
   ScenarioFile(ScenarioFile const&) = delete;
   ScenarioFile& operator=(ScenarioFile const&) = delete;
 
-  std::string path() const { return folder_ + "/story.sim"; }
+  std::string path() const { return folder_ + "/lan.sim"; }
   std::string const& folder() const { return folder_; }
 
  private:
@@ -54,7 +54,7 @@ std::string const pair =
     "link lan prefix 192.0.2.0/24\nrouter r1\nrouter r2\ninterface r1 lan 192.0.2.1\ninterface r2 lan "
     "192.0.2.2\n";
 
-TEST(SimCommandTest, ExampleTellsItsStory) {
+TEST(SimCommandTest, ExampleIsPlayed) {
   RunResult run = sim({.file = example, .ingress = host::standardLimits, .corrections = {}});
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.err, "");
@@ -63,16 +63,16 @@ TEST(SimCommandTest, ExampleTellsItsStory) {
   for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 110u) << line;
 }
 
-TEST(SimCommandTest, RefusedConfigurationEndsTheRunWhereItStands) {
+TEST(SimCommandTest, RejectedConfigurationEndsTheRunAtItsStatement) {
   RunResult run = play(pair + "run 10\nat 20 timers r1 bs-timeout 5\nrun 20\nshow\n");
   EXPECT_EQ(run.code, 2);
   EXPECT_THAT(run.out, HasSubstr("> timers r1 bs-timeout 5"));
-  EXPECT_THAT(run.out, testing::Not(HasSubstr("What each router believes")));
-  EXPECT_THAT(run.err, EndsWith("story.sim:7: bs-timeout: 5: "
+  EXPECT_THAT(run.out, testing::Not(HasSubstr("Learned state of each router")));
+  EXPECT_THAT(run.err, EndsWith("lan.sim:7: bs-timeout: 5: "
                                 "Config::holdTime < 12 or > 1073741823 not allowed\n"));
 }
 
-TEST(SimCommandTest, JsonHoldsTheSameStory) {
+TEST(SimCommandTest, JsonHasTheSameEvents) {
   RunResult run = sim({.file = example, .json = true, .ingress = host::standardLimits, .corrections = {}});
   EXPECT_EQ(run.code, 0);
   test::expectGolden("sim-five-routers.json", run.out);
@@ -127,7 +127,7 @@ TEST(SimCommandTest, EverySortOfEventHasALine) {
         "r2  C-RP-Adv sent   lan               192.0.2.2     priority 192, holdtime 180 s, prefix count 1\n",
         "r1  Adv accepted    192.0.2.2         192.0.2.2     priority 192, holdtime 180 s, prefix count 1\n",
         "r2  BSM accepted    192.0.2.1         192.0.2.1     priority 9, tag 0x",
-        "r1  BSM refused     192.0.2.2         192.0.2.1     no-rpf-neighbor\n",
+        "r1  BSM dropped     192.0.2.2         192.0.2.1     no-rpf-neighbor\n",
         "r2  RP added        239.1.0.0/16      192.0.2.2     priority 192, holdtime 180 s\n",
         "r1  RP expired      239.1.0.0/16      192.0.2.2",
         "r2  BSR expired     224.0.0.0/4       192.0.2.1\n",
@@ -169,9 +169,9 @@ TEST(SimCommandTest, TablesShowWhatIsAskedFor) {
 }
 
 TEST(SimCommandTest, WhatCantBeReadOrFollowedEndsWith2AndPrintsNothing) {
-  RunResult missing = sim({.file = "/nowhere/story.sim"});
+  RunResult missing = sim({.file = "/nowhere/lan.sim"});
   EXPECT_EQ(missing.code, 2);
-  EXPECT_THAT(missing.err, AllOf(StartsWith("pimbsr: "), HasSubstr("/nowhere/story.sim")));
+  EXPECT_THAT(missing.err, AllOf(StartsWith("pimbsr: "), HasSubstr("/nowhere/lan.sim")));
   ScenarioFile file(pair + "run 10\nshow\ndown lam\n");
   RunResult wrong = sim({.file = file.path()});
   EXPECT_EQ(wrong.code, 2);

@@ -27,15 +27,15 @@ std::string levels(std::string const& name) {
 }
 
 TEST(TracingTest, WishIsAHandleAndALevel) {
-  TraceWish wish = parseTraceWish("Pim::Bsr::IO:4");
-  EXPECT_EQ(wish.handle, gate);
-  EXPECT_EQ(wish.level, 4);
+  TraceRequest request = parseTraceRequest("Pim::Bsr::IO:4");
+  EXPECT_EQ(request.handle, gate);
+  EXPECT_EQ(request.level, 4);
 }
 
-TEST(TracingTest, WishThatCannotBeFollowedIsRefusedWithAllHandles) {
+TEST(TracingTest, RequestThatCannotBeFollowedIsRejectedWithAllHandles) {
   struct Case {
     char const* text;
-    char const* fault;
+    char const* error;
   };
   Case const cases[] = {
       {"", "no HANDLE:LEVEL"},
@@ -49,14 +49,14 @@ TEST(TracingTest, WishThatCannotBeFollowedIsRefusedWithAllHandles) {
       {":4", "there is no handle ''"},
   };
   for (Case const& one : cases) {
-    EXPECT_THAT([&] { parseTraceWish(one.text); },
-                ThrowsMessage<UsageError>(AllOf(HasSubstr(one.fault), HasSubstr("Pim::Bsr::IO"),
+    EXPECT_THAT([&] { parseTraceRequest(one.text); },
+                ThrowsMessage<UsageError>(AllOf(HasSubstr(one.error), HasSubstr("Pim::Bsr::IO"),
                                                 HasSubstr("Pim::Bsr::NonCandidateSm"))))
         << one.text;
   }
 }
 
-TEST(TracingTest, WishPutsItsLevelAndTheLowerOnesOnForAsLongAsItStands) {
+TEST(TracingTest, RequestPutsItsLevelAndTheLowerOnesOnWhileItLives) {
   EXPECT_EQ(levels(gate), "");
   {
     Tracing tracing({{gate, 4}});
