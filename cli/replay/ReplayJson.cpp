@@ -38,6 +38,7 @@ static view::MessageCounts viewOf(MessageCounts const& messages) {
 void ReplayJson::onEnd(ReplayResult const& result) {
   if (!result.complete) return;
   view::Replay& shown = document_->replay;
+  shown.end = result.end;
   shown.messages = viewOf(result.messages);
   for (auto const& [reason, drop] : result.messages.dropped) {
     shown.drops.push_back(
