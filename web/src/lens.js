@@ -1,0 +1,89 @@
+// What the colors show: the BSR that each router follows in a zone, or the RP that serves a group of a range.
+
+import { sampleGroup } from "./addresses.js";
+import { choicesAt, rpSpansOf, servingSpans } from "./rpset.js";
+import { spanAt } from "./spans.js";
+
+const NO_SPANS = [];
+
+export class Lens {
+  constructor(model, names) {
+    this.model = model;
+    this.names = names;
+    this.cache = new Map();
+  }
+
+  /** Selects a zone, and a range whose RPs are shown; "" for the BSR. */
+  select(zone, range) {
+    this.zone = zone;
+    this.range = range;
+    this.group = range ? sampleGroup(range) : "";
+    this.key = `${zone} ${range}`;
+    if (!this.cache.has(this.key)) this.cache.set(this.key, new Array(this.model.routers.length));
+    this.current = this.cache.get(this.key);
+    this.statusTime = undefined;
+  }
+
+  /** Spans {start, end, item, own} of a router. */
+  spansOf(router) {
+    if (!this.current[router.index]) this.current[router.index] = this.make(router);
+    return this.current[router.index];
+  }
+
+  make(router) {
+    if (router.isNeighbor) return NO_SPANS;
+    if (this.range) {
+      return servingSpans(rpSetOf(router, this.model), router.changes, this.group, this.model.end)
+        .map((span) => ({ ...span, item: this.names.rps.get(span.rp), own: router.addresses.includes(span.rp) }));
+    }
+    const zone = router.zones.get(this.zone);
+    return zone ? zone.bsr.map((span) => ({ ...span, item: this.names.bsrs.get(span.bsr) })) : NO_SPANS;
+  }
+
+  /** {stopped}, or {item, own}; item is null without a BSR or RP. */
+  at(router, time) {
+    const up = spanAt(router.up, time, this.model.end);
+    if (!up || !up.up) return { stopped: true, item: null, own: false };
+    const span = spanAt(this.spansOf(router), time, this.model.end);
+    return { stopped: false, item: span ? span.item : null, own: Boolean(span && span.own) };
+  }
+
+  /** What at() returns for all routers at a time, by index; kept for the last time. */
+  allAt(time) {
+    if (this.statusTime !== time) {
+      this.statuses = this.model.routers.map((router) => this.at(router, time));
+      this.statusTime = time;
+    }
+    return this.statuses;
+  }
+
+  /** The spans of a router's candidacy as BSR of the zone. */
+  statesOf(router) {
+    const zone = router.zones.get(this.zone);
+    return zone ? zone.states : NO_SPANS;
+  }
+
+  /** How many running routers have each item at a time, as a map; null is for those without one. */
+  countsAt(time) {
+    const counts = new Map();
+    let stopped = 0;
+    for (const router of this.model.routers) {
+      if (router.isNeighbor) continue;
+      const status = this.allAt(time)[router.index];
+      if (status.stopped) ++stopped;
+      else counts.set(status.item, (counts.get(status.item) || 0) + 1);
+    }
+    return { counts, stopped };
+  }
+}
+
+/** The spans of a router's RP set; made once. */
+export function rpSetOf(router, model) {
+  if (!router.rpSpans) router.rpSpans = rpSpansOf(router.changes, model.end, router.up);
+  return router.rpSpans;
+}
+
+/** The RPs of the range that serves a group at a router, the best first. */
+export function choicesOf(router, model, group, time) {
+  return choicesAt(rpSetOf(router, model), router.changes, group, time, model.end);
+}

@@ -1,0 +1,95 @@
+// The RP set of one router in the course of time, and the RP that serves a group (RFC 7761 section 4.7).
+
+import { covers, numberOf, prefixOf } from "./addresses.js";
+
+const ADDED = new Set(["rpAdded", "rpUpdated"]);
+const REMOVED = new Set(["rpRemoved", "rpExpired"]);
+const BSR = new Set(["bsrElected", "bsrChanged"]);
+
+/** The hash of RFC 7761 section 4.7.2; the higher one wins. All are numbers of 32 bits. */
+export function rpHash(group, maskLength, rp) {
+  const mask = maskLength === 0 ? 0 : (0xffffffff << (32 - Math.min(maskLength, 32))) >>> 0;
+  const inner = (Math.imul(1103515245, group & mask) + 12345) & 0x7fffffff;
+  return ((Math.imul(1103515245, inner ^ rp) + 12345) & 0x7fffffff) >>> 0;
+}
+
+/** When the router stops that runs at a time; `end` for one whose spans are not known. */
+function stopAfter(upSpans, time, end) {
+  const span = upSpans && upSpans.find((one) => one.up && one.start <= time && time < one.end);
+  return span ? span.end : end;
+}
+
+/**
+ * Spans {start, end, zone, range, rp, priority, holdtime, bidirectional} from the changes of one router, which
+ * are in order of time. A router that stops loses its RP set; `upSpans` is null for one that always runs.
+ */
+export function rpSpansOf(changes, end, upSpans) {
+  const open = new Map();
+  const spans = [];
+  const close = (key, time) => {
+    const span = open.get(key);
+    if (!span) return;
+    open.delete(key);
+    span.end = Math.min(time, stopAfter(upSpans, span.start, end));
+    if (span.end > span.start || span.end === end) spans.push(span);
+  };
+  for (const change of changes) {
+    if (!change.rp) continue;
+    const { address, range, priority, holdtime, bidirectional } = change.rp;
+    const key = `${change.zone} ${range} ${address}`;
+    if (ADDED.has(change.event) || REMOVED.has(change.event)) close(key, change.time);
+    if (!ADDED.has(change.event)) continue;
+    open.set(key, { start: change.time, zone: change.zone, range, rp: address, priority, holdtime, bidirectional });
+  }
+  for (const key of [...open.keys()]) close(key, end);
+  return spans.sort((a, b) => a.start - b.start);
+}
+
+/** The last hash mask length that the BSR of a zone announced until a time; 30 if none did (RFC 5059 section 5). */
+function hashMaskAt(changes, zone, time) {
+  let length = 30;
+  for (const change of changes) {
+    if (change.time > time) break;
+    if (change.zone === zone && BSR.has(change.event)) length = change.bsr.hashMaskLen;
+  }
+  return length;
+}
+
+function isBetter(a, b) {
+  return a.priority - b.priority || b.hash - a.hash || b.number - a.number;
+}
+
+/** The RPs of the range that serves a group at a time, the best first; empty for none. */
+export function choicesAt(rpSpans, changes, group, time, end) {
+  const number = numberOf(group);
+  const live = rpSpans.filter(
+    (span) => span.start <= time && (time < span.end || (time === end && span.end === end)) &&
+      covers(prefixOf(span.range), number));
+  const length = Math.max(...live.map((span) => prefixOf(span.range).length));
+  return live
+    .filter((span) => prefixOf(span.range).length === length)
+    .map((span) => ({
+      ...span,
+      number: numberOf(span.rp),
+      hash: rpHash(number, hashMaskAt(changes, span.zone, time), numberOf(span.rp)),
+    }))
+    .sort(isBetter);
+}
+
+/** Spans {start, end, rp} of the RP that serves a group; a time without one has no span. */
+export function servingSpans(rpSpans, changes, group, end) {
+  const number = numberOf(group);
+  const covering = rpSpans.filter((span) => covers(prefixOf(span.range), number));
+  const times = new Set(covering.flatMap((span) => [span.start, span.end]));
+  for (const change of changes) if (BSR.has(change.event)) times.add(change.time);
+  const bounds = [...times].sort((a, b) => a - b);
+  const spans = [];
+  for (let i = 0; i + 1 < bounds.length; ++i) {
+    const best = choicesAt(covering, changes, group, bounds[i], end)[0];
+    if (!best) continue;
+    const last = spans[spans.length - 1];
+    if (last && last.rp === best.rp && last.end === bounds[i]) last.end = bounds[i + 1];
+    else spans.push({ start: bounds[i], end: bounds[i + 1], rp: best.rp });
+  }
+  return spans;
+}
