@@ -1,0 +1,188 @@
+// The graph of routers and links, on a canvas.
+
+import { select } from "d3-selection";
+import { zoom, zoomIdentity, zoomTransform } from "d3-zoom";
+
+import { fit, schemeColors } from "./canvas.js";
+import { graphOf, layOut } from "./layout.js";
+import { spanAt } from "./spans.js";
+
+const MARGIN = 40;
+const BORDER_AT = 14; // of a mark of a border, in pixels from the router's center
+
+export class Graph {
+  constructor(canvas, model, lens, onPick) {
+    Object.assign(this, { canvas, model, lens });
+    this.graph = graphOf(model);
+    layOut(this.graph, Math.max(1, Math.min(1.8, canvas.clientWidth / canvas.clientHeight)));
+    this.zoom = zoom().scaleExtent([0.02, 12]).on("zoom", () => this.redraw());
+    select(canvas).call(this.zoom).on("dblclick.zoom", null);
+    canvas.addEventListener("click", (event) => onPick(this.routerAt(event.offsetX, event.offsetY)));
+    this.fitAll();
+  }
+
+  /** Shows all of the network. */
+  fitAll() {
+    const { nodes } = this.graph;
+    if (nodes.length === 0) return;
+    const [width, height] = [this.canvas.clientWidth, this.canvas.clientHeight];
+    const [xs, ys] = [nodes.map((node) => node.x), nodes.map((node) => node.y)];
+    const [left, right, top, bottom] = [Math.min(...xs), Math.max(...xs), Math.min(...ys), Math.max(...ys)];
+    const scale = Math.min(2.2, (width - 2 * MARGIN) / Math.max(1, right - left),
+      (height - 2 * MARGIN) / Math.max(1, bottom - top));
+    this.zoom.transform(select(this.canvas), zoomIdentity
+      .translate(width / 2 - scale * (left + right) / 2, height / 2 - scale * (top + bottom) / 2)
+      .scale(Math.max(0.02, scale)));
+  }
+
+  /** Moves a router to the middle unless it is in view. */
+  reveal(router) {
+    const node = this.graph.nodes[router.index];
+    const [x, y] = zoomTransform(this.canvas).apply([node.x, node.y]);
+    if (x > 0 && y > 0 && x < this.canvas.clientWidth && y < this.canvas.clientHeight) return;
+    this.zoom.translateTo(select(this.canvas), node.x, node.y);
+  }
+
+  routerAt(x, y) {
+    const transform = zoomTransform(this.canvas);
+    let [best, nearest] = [null, Math.max(14, this.radius + 4)];
+    for (const node of this.graph.nodes) {
+      if (!node.router) continue;
+      const [nodeX, nodeY] = transform.apply([node.x, node.y]);
+      const distance = Math.hypot(nodeX - x, nodeY - y);
+      if (distance < nearest) [best, nearest] = [node.router, distance];
+    }
+    return best;
+  }
+
+  draw(time, selected) {
+    this.time = time;
+    this.selected = selected;
+    this.redraw();
+  }
+
+  redraw() {
+    if (this.time === undefined) return;
+    const { context, width, height } = fit(this.canvas);
+    const transform = zoomTransform(this.canvas);
+    this.colors = schemeColors();
+    this.radius = Math.max(this.graph.nodes.length > 400 ? 2.2 : 4, Math.min(13, 9 * transform.k));
+    for (const node of this.graph.nodes) {
+      node.px = node.x * transform.k + transform.x;
+      node.py = node.y * transform.k + transform.y;
+      node.seen = node.px > -30 && node.py > -30 && node.px < width + 30 && node.py < height + 30;
+    }
+    this.drawEdges(context);
+    this.drawHubs(context);
+    this.drawRouters(context);
+    if (this.radius >= 8) this.drawNames(context);
+    if (this.selected) this.drawSelected(context);
+  }
+
+  strokeEdges(context, edges) {
+    context.beginPath();
+    for (const { source, target } of edges) {
+      const [a, b] = [this.graph.nodes[source], this.graph.nodes[target]];
+      if (!a.seen && !b.seen && this.graph.nodes.length > 500) continue;
+      context.moveTo(a.px, a.py);
+      context.lineTo(b.px, b.py);
+    }
+    context.stroke();
+  }
+
+  drawEdges(context) {
+    const isUp = (edge) => (spanAt(edge.link.up, this.time, this.model.end) || {}).up;
+    context.strokeStyle = this.colors.line;
+    context.lineWidth = 1.2;
+    this.strokeEdges(context, this.graph.edges.filter(isUp));
+    context.strokeStyle = this.colors.warn;
+    context.lineWidth = 1.6;
+    context.setLineDash([3, 4]);
+    const down = this.graph.edges.filter((edge) => !isUp(edge));
+    this.strokeEdges(context, down);
+    context.setLineDash([]);
+    if (this.radius >= 4) this.drawBorders(context);
+  }
+
+  /** A bar across a link at each router that has a border of the zone there. */
+  drawBorders(context) {
+    context.strokeStyle = this.colors.ink;
+    context.lineWidth = 2.5;
+    context.beginPath();
+    for (const edge of this.graph.edges) {
+      for (const end of edge.ends) {
+        if (!end.borders.includes(this.lens.zone)) continue;
+        const from = this.graph.nodes[end.router];
+        const to = this.graph.nodes[edge.source === end.router ? edge.target : edge.source];
+        const length = Math.hypot(to.px - from.px, to.py - from.py) || 1;
+        const [dx, dy] = [(to.px - from.px) / length, (to.py - from.py) / length];
+        const [x, y] = [from.px + dx * (this.radius + BORDER_AT / 2), from.py + dy * (this.radius + BORDER_AT / 2)];
+        context.moveTo(x - dy * 6, y + dx * 6);
+        context.lineTo(x + dy * 6, y - dx * 6);
+      }
+    }
+    context.stroke();
+  }
+
+  drawHubs(context) {
+    const half = Math.max(1.5, this.radius * 0.45);
+    context.fillStyle = this.colors.faint;
+    for (const node of this.graph.nodes) {
+      if (node.link && node.seen) context.fillRect(node.px - half, node.py - half, 2 * half, 2 * half);
+    }
+  }
+
+  drawRouters(context) {
+    context.textAlign = "center";
+    context.textBaseline = "middle";
+    context.font = `bold ${Math.round(this.radius * 1.25)}px sans-serif`;
+    for (const node of this.graph.nodes) {
+      if (node.router && node.seen) this.drawRouter(context, node);
+    }
+  }
+
+  drawRouter(context, node) {
+    const status = this.lens.allAt(this.time)[node.router.index];
+    const radius = status.own ? this.radius * 1.3 : this.radius;
+    context.beginPath();
+    context.arc(node.px, node.py, radius, 0, 2 * Math.PI);
+    context.fillStyle = status.item ? status.item.color : this.colors.paper;
+    if (status.stopped) context.fillStyle = this.colors.stopped;
+    context.fill();
+    const isEmpty = !status.item && !status.stopped && !node.router.isNeighbor;
+    context.strokeStyle = isEmpty ? this.colors.warn : this.colors.ink;
+    context.lineWidth = status.own ? Math.max(2, radius * 0.28) : isEmpty ? 2 : 0.8;
+    if (this.radius > 2.5 || status.own || isEmpty) context.stroke();
+    if (this.radius >= 5) this.drawLetter(context, node, status);
+  }
+
+  drawLetter(context, node, status) {
+    context.fillStyle = status.item ? status.item.ink : this.colors.ink;
+    const text = status.stopped ? "×" : status.item ? status.item.letter : node.router.isNeighbor ? "" : "–";
+    context.fillText(text, node.px, node.py + 0.5);
+  }
+
+  drawNames(context) {
+    context.font = "11px sans-serif";
+    context.fillStyle = this.colors.ink;
+    const shift = this.radius * 1.3 + 8;
+    for (const node of this.graph.nodes) {
+      if (!node.seen) continue;
+      if (node.router) context.fillText(node.router.name, node.px, node.py + shift);
+      else context.fillText(node.link.name, node.px, node.py + shift - 4);
+    }
+  }
+
+  drawSelected(context) {
+    const node = this.graph.nodes[this.selected.index];
+    context.beginPath();
+    context.arc(node.px, node.py, this.radius * 1.3 + 5, 0, 2 * Math.PI);
+    context.strokeStyle = this.colors.accent;
+    context.lineWidth = 3;
+    context.stroke();
+    if (this.radius >= 8) return;
+    context.font = "bold 12px sans-serif";
+    context.fillStyle = this.colors.ink;
+    context.fillText(node.router.name, node.px, node.py + this.radius + 16);
+  }
+}
