@@ -1,0 +1,209 @@
+// The page: a graph, lanes, a chart and a panel over one document, which is embedded.
+
+import { timeText } from "./axis.js";
+import { embeddedDocument } from "./data.js";
+import { element, fill } from "./dom.js";
+import { Graph } from "./graph.js";
+import { addKeys } from "./keys.js";
+import { crossingsOf } from "./layout.js";
+import { choicesOf, Lens } from "./lens.js";
+import { namesOf } from "./names.js";
+import { Panel } from "./panel.js";
+import { momentsOf, nextMoment, Player } from "./player.js";
+import { replayModel } from "./replay.js";
+import { addSearch } from "./search.js";
+import { simulationModel } from "./simulation.js";
+import { readFragment, State, writeFragment } from "./state.js";
+import { Timeline } from "./timeline.js";
+
+const byId = (id) => document.getElementById(id);
+
+class App {
+  constructor(read) {
+    this.model = read.topology ? simulationModel(read) : replayModel(read);
+    this.names = namesOf(this.model);
+    this.lens = new Lens(this.model, this.names);
+    this.routers = new Map(this.model.routers.map((router) => [router.name, router]));
+    this.state = new State({ time: this.model.end, zone: this.model.zones[0] || "", router: "", range: "" });
+    this.moments = new Map();
+    this.actions = {
+      goTo: (time) => this.goTo(time),
+      pick: (router) => this.pick(router),
+      pickZone: (zone) => this.state.set({ zone, range: "" }),
+      pickRange: (zone, range) => this.state.set({ zone, range }),
+      nextZone: () => this.nextZone(),
+      step: (step) => this.step(step),
+      neighborRow: (step) => this.neighborRow(step),
+      play: () => this.player.toggle(),
+      zoom: (factor) => this.timeline.zoom(factor),
+      search: () => byId("search").focus(),
+    };
+  }
+
+  start() {
+    this.setScheme(matchMedia("(prefers-color-scheme: dark)").matches ? "dark" : "light");
+    this.state.set(this.valid(readFragment(location.hash)));
+    this.lens.select(this.state.get("zone"), this.state.get("range"));
+    this.makeViews();
+    this.makeControls();
+    this.state.onChange((changed) => this.onChange(changed));
+    this.state.flush();
+    this.drawAll();
+    addKeys(this.actions);
+    addEventListener("hashchange", () => this.state.set(this.valid(readFragment(location.hash))));
+    addEventListener("resize", () => this.drawAll());
+  }
+
+  makeViews() {
+    const parts = { section: byId("timeline"), chart: byId("chart"), pane: byId("pane"), lanes: byId("lanes"),
+      spacer: byId("spacer"), cursor: byId("cursor"), hint: byId("hint") };
+    this.timeline = new Timeline(parts, this.model, this.lens, this.actions);
+    this.timeline.lanes.sort(this.timeline.lanes.overview);
+    document.documentElement.style.setProperty("--timeline", `${this.timeline.height()}px`);
+    this.graph = new Graph(byId("graph"), this.model, this.lens, (router) => this.pick(router));
+    this.panel = new Panel(byId("legend"), byId("panel"), this.model, this.lens, this.names, this.actions);
+    this.player = new Player(this.model, this.state, () => Number(byId("speed").value), () => {
+      byId("play").textContent = this.player.isPlaying ? "❚❚ pause" : "▶ play";
+    });
+  }
+
+  makeControls() {
+    byId("title").textContent = this.model.title;
+    document.title = `pimbsr: ${this.model.title}`;
+    byId("play").addEventListener("click", () => this.player.toggle());
+    fill(byId("zone"), this.model.zones.map((zone) =>
+      element("option", { value: zone }, zone === "224.0.0.0/4" ? `${zone} (global)` : zone)));
+    byId("zone").addEventListener("change", () => this.actions.pickZone(byId("zone").value));
+    byId("range").addEventListener("change", () => this.state.set({ range: byId("range").value }));
+    addSearch(byId("search"), byId("found"), this.model, (router) => this.pick(router));
+    byId("scheme").addEventListener("click", () => {
+      this.setScheme(document.documentElement.dataset.scheme === "dark" ? "light" : "dark");
+      this.drawAll();
+    });
+    this.makeLaneControls();
+    this.fillRanges();
+  }
+
+  makeLaneControls() {
+    const { lanes } = this.timeline;
+    const hasFew = lanes.rows.length < 16;
+    for (const [id, value, change] of [
+      ["alike", lanes.overview, (checked) => lanes.sort(checked)],
+      ["overview", lanes.overview, (checked) => (lanes.overview = checked)]]) {
+      byId(id).checked = value;
+      byId(id).parentElement.hidden = hasFew;
+      byId(id).addEventListener("change", () => {
+        change(byId(id).checked);
+        this.drawAll();
+      });
+    }
+  }
+
+  fillRanges() {
+    const ranges = this.model.ranges.filter((range) => range.zone === this.state.get("zone"));
+    fill(byId("range"), element("option", { value: "" }, "BSR"),
+      ranges.map(({ range }) => element("option", { value: range }, `RP for ${range}`)));
+    byId("range").value = this.state.get("range");
+    byId("zone").value = this.state.get("zone");
+  }
+
+  setScheme(scheme) {
+    document.documentElement.dataset.scheme = scheme;
+  }
+
+  /** The values of a deep link that the document has. */
+  valid(values) {
+    const made = {};
+    if (values.time !== undefined) made.time = Math.max(0, Math.min(this.model.end, values.time));
+    const zone = this.model.zones.includes(values.zone) ? values.zone : this.state.get("zone");
+    if (values.zone !== undefined) made.zone = zone;
+    const hasRange = this.model.ranges.some((one) => one.zone === zone && one.range === values.range);
+    if (values.zone !== undefined || hasRange) made.range = hasRange ? values.range : "";
+    if (values.router !== undefined) made.router = this.routers.has(values.router) ? values.router : "";
+    return made;
+  }
+
+  selected() {
+    return this.routers.get(this.state.get("router")) || null;
+  }
+
+  goTo(time) {
+    this.timeline.axis.reveal(time);
+    this.state.set({ time });
+  }
+
+  pick(router) {
+    this.state.set({ router: router ? router.name : "" });
+    if (!router) return;
+    this.graph.reveal(router);
+    if (!router.isNeighbor) this.timeline.lanes.reveal(router);
+  }
+
+  nextZone() {
+    const { zones } = this.model;
+    if (zones.length) this.actions.pickZone(zones[(zones.indexOf(this.state.get("zone")) + 1) % zones.length]);
+  }
+
+  step(step) {
+    const key = `${this.lens.key} ${this.state.get("router")}`;
+    if (!this.moments.has(key)) this.moments.set(key, momentsOf(this.model, this.lens, this.selected()));
+    this.goTo(nextMoment(this.moments.get(key), this.state.get("time"), step));
+  }
+
+  /** Selects the router in the lane above or below. */
+  neighborRow(step) {
+    const { rows } = this.timeline.lanes;
+    const row = rows.indexOf(this.selected()) + step;
+    this.pick(rows[Math.max(0, Math.min(rows.length - 1, row))]);
+  }
+
+  onChange(changed) {
+    if (changed.has("zone") || changed.has("range")) {
+      this.lens.select(this.state.get("zone"), this.state.get("range"));
+      this.timeline.lanes.sort(byId("alike").checked);
+      this.fillRanges();
+      this.timeline.drawAll(this.state.get("time"), this.selected());
+    }
+    this.drawTime();
+  }
+
+  drawAll() {
+    this.timeline.drawAll(this.state.get("time"), this.selected());
+    this.drawTime();
+  }
+
+  drawTime() {
+    const time = this.state.get("time");
+    byId("clock").textContent = timeText(time);
+    this.timeline.drawCursor(time, this.selected());
+    this.graph.draw(time, this.selected());
+    this.panel.draw(time, this.selected());
+    this.publish();
+  }
+
+  /** The address and the attributes of the body follow what is shown. */
+  publish() {
+    const { values } = this.state;
+    for (const name of ["time", "zone", "router", "range"]) document.body.dataset[name] = values[name];
+    clearTimeout(this.addressTimer);
+    this.addressTimer = setTimeout(() => history.replaceState(null, "", writeFragment(values)), 200);
+  }
+}
+
+const read = embeddedDocument();
+if (read) {
+  const app = new App(read);
+  app.start();
+  document.body.dataset.ready = String(Math.round(performance.now()));
+  // For tests: sets what is shown at once and returns it, with the number of links that cross.
+  window.pimbsr = {
+    show(values) {
+      app.state.set(app.valid(values));
+      app.state.flush();
+      return { ...app.state.values };
+    },
+    crossings: () => crossingsOf(app.graph.graph),
+    choices: (router, group, time) => choicesOf(app.routers.get(router), app.model, group, time),
+    app,
+  };
+}

@@ -1,0 +1,138 @@
+// The panel: who is followed by how many routers at the cursor's time, and the selected router.
+
+import { sampleGroup } from "./addresses.js";
+import { timeText } from "./axis.js";
+import { badge, element, fill, table } from "./dom.js";
+import { choicesOf, rpSetOf } from "./lens.js";
+import { sentenceOf } from "./sentences.js";
+import { countUntil, spanAt } from "./spans.js";
+
+const LAST_CHANGES = 12;
+const GLOBAL = "224.0.0.0/4";
+
+export class Panel {
+  constructor(legend, details, model, lens, names, actions) {
+    Object.assign(this, { legend, details, model, lens, names, actions });
+  }
+
+  draw(time, router) {
+    this.time = time;
+    this.drawLegend();
+    fill(this.details, router ? this.routerParts(router) : this.hintParts());
+  }
+
+  drawLegend() {
+    const { counts, stopped } = this.lens.countsAt(this.time);
+    const items = this.lens.range ? this.names.rps : this.names.bsrs;
+    const what = this.lens.range ? `RP for ${this.lens.group}` : "BSR";
+    const used = [...items.values()].filter((item) => counts.has(item));
+    fill(this.legend,
+      used.map((item) => element("span", { class: "entry" }, badge(item), ` ${item.address}`,
+        item.owner ? ` (${item.owner})` : "", `: ${counts.get(item)}`)),
+      counts.has(null) && element("span", { class: "entry" }, element("span", { class: "badge none" }, "–"),
+        ` no ${what}: ${counts.get(null)}`),
+      stopped !== 0 && element("span", { class: "entry" }, element("span", { class: "badge stopped" }, "×"),
+        ` stopped: ${stopped}`));
+  }
+
+  hintParts() {
+    const parts = [element("h2", {}, "No router selected"),
+      element("p", {}, "Click a router, a lane, or search. Keys: space plays, ← → go to the change before or " +
+        "after, ↑ ↓ select a router, z the next zone, + − zoom the time, / searches, Esc deselects.")];
+    if (this.model.marks.length) {
+      parts.push(element("h3", {}, this.model.kind === "replay" ? "Capture" : "Statements"));
+      parts.push(this.timeTable(this.model.marks.map((mark) => [mark.time, mark.text])));
+    }
+    return parts;
+  }
+
+  timeTable(rows) {
+    return table(["time", "event"], rows.map(([time, text]) => [
+      element("button", { class: "time", click: () => this.actions.goTo(time) }, timeText(time)), text]));
+  }
+
+  routerParts(router) {
+    const status = this.lens.at(router, this.time);
+    const state = status.stopped ? "stopped" : "running";
+    return [
+      element("h2", {}, router.name, ` at ${timeText(this.time)}`),
+      element("p", {}, router.isNeighbor ? "sender of messages in the capture" :
+        `${state}${router.addresses.length ? "; " : ""}${router.addresses.join(", ")}`),
+      !router.isNeighbor && !status.stopped && this.zoneParts(router),
+      !router.isNeighbor && !status.stopped && this.rpSetParts(router),
+      this.roleParts(router),
+      this.dropParts(router),
+      this.changeParts(router),
+    ].flat();
+  }
+
+  zoneParts(router) {
+    const rows = [...router.zones.values()].map((zone) => {
+      const bsr = spanAt(zone.bsr, this.time, this.model.end);
+      const state = spanAt(zone.states, this.time, this.model.end);
+      const item = bsr && this.names.bsrs.get(bsr.bsr);
+      const pick = { class: "link", click: () => this.actions.pickZone(zone.zone) };
+      return [element("button", pick, zone.zone),
+        item ? element("span", {}, badge(item), ` ${item.address}`, item.owner ? ` (${item.owner})` : "") : "no BSR",
+        bsr ? timeText(bsr.start) : "", state ? state.state : ""];
+    });
+    return [element("h3", {}, "Zones"),
+      rows.length ? table(["zone", "BSR", "since", "candidacy"], rows) : element("p", {}, "none")];
+  }
+
+  rpSetParts(router) {
+    const heading = element("h3", {}, "RP set");
+    if (!this.model.hasRpChanges) return [heading, this.finalRpSet(router)];
+    const live = rpSetOf(router, this.model).filter(
+      (span) => span.start <= this.time && (this.time < span.end || span.end === this.model.end));
+    if (live.length === 0) return [heading, element("p", {}, "no RPs")];
+    const serving = new Map();
+    for (const { range } of live) {
+      if (serving.has(range)) continue;
+      const best = choicesOf(router, this.model, sampleGroup(range), this.time)[0];
+      serving.set(range, best ? best.rp : "");
+    }
+    live.sort((a, b) => a.range.localeCompare(b.range) || a.priority - b.priority);
+    const rows = live.map((span) => {
+      const item = this.names.rps.get(span.rp);
+      const pick = { class: "link", click: () => this.actions.pickRange(span.zone, span.range) };
+      const scope = span.zone === GLOBAL ? "" : span.zone === span.range ? " scoped" : ` in ${span.zone}`;
+      return [element("span", {}, element("button", pick, span.range), scope), element("span", {}, badge(item), ` ${span.rp}`), span.priority,
+        `${span.holdtime} s`, serving.get(span.range) === span.rp ? sampleGroup(span.range) : ""];
+    });
+    return [heading, table(["range", "RP", "priority", "holdtime", "serves"], rows)];
+  }
+
+  finalRpSet(router) {
+    const rows = router.atEnd.flatMap((zone) => zone.rpSet.flatMap((range) =>
+      range.rps.map((rp) => [range.range, rp.address, rp.priority, `${rp.holdtime} s`])));
+    return element("div", {},
+      element("p", {}, "The scenario doesn't report changes of RPs (quiet rps); this is the set at the end."),
+      table(["range", "RP", "priority", "holdtime"], rows));
+  }
+
+  roleParts(router) {
+    const rows = [
+      ...router.candidateBsrs.map((bsr) => ["candidate BSR", bsr.zone || `list ${bsr.list}`, bsr.priority]),
+      ...router.candidateRps.map((rp) => ["candidate RP", rp.range || `list ${rp.list}`, rp.priority]),
+      ...router.interfaces.flatMap((intf) =>
+        [...intf.borders, ...(intf.borderLists || [])].map((zone) => [`border on ${intf.link}`, zone, ""])),
+    ];
+    return rows.length ? [element("h3", {}, "Configured"), table(["role", "zone or range", "priority"], rows)] : [];
+  }
+
+  dropParts(router) {
+    if (router.drops.length === 0) return [];
+    return [element("h3", {}, "Drops of the whole run"),
+      table(["count", "reason"], router.drops.map((drop) => [
+        drop.count, element("span", { title: drop.reason }, drop.sentence)]))];
+  }
+
+  changeParts(router) {
+    const until = countUntil(router.events, this.time);
+    const last = router.events.slice(Math.max(0, until - LAST_CHANGES), until).reverse();
+    if (last.length === 0) return [];
+    return [element("h3", {}, "Last events"),
+      this.timeTable(last.map((event) => [event.time, `${event.zone ? event.zone + ": " : ""}${sentenceOf(event)}`]))];
+  }
+}

@@ -1,0 +1,43 @@
+// One line for an event of the timeline.
+
+import { timeText } from "./axis.js";
+
+function bsrText(bsr) {
+  return `${bsr.address}, priority ${bsr.priority}`;
+}
+
+function rpText(rp) {
+  return `${rp.address} for ${rp.range}, priority ${rp.priority}, holdtime ${rp.holdtime} s`;
+}
+
+const KIND = { bsm: "BSM", crpAdv: "C-RP-Adv", hello: "Hello" };
+
+const SENTENCES = {
+  bsrElected: (event) => `BSR ${bsrText(event.bsr)}`,
+  bsrChanged: (event) =>
+    `BSR ${bsrText(event.bsr)}; was ${event.formerBsr ? bsrText(event.formerBsr) : "another"}`,
+  bsrLost: (event) => `BSR ${event.bsr ? event.bsr.address : ""} lost`,
+  rpAdded: (event) => `RP added: ${rpText(event.rp)}`,
+  rpUpdated: (event) => `RP updated: ${rpText(event.rp)}`,
+  rpRemoved: (event) => `RP removed: ${event.rp.address} for ${event.rp.range}`,
+  rpExpired: (event) => `RP expired: ${event.rp.address} for ${event.rp.range}`,
+  zoneForgotten: () => "zone forgotten",
+  candidateState: (event) => `candidacy: ${event.state}`,
+  accepted: (event) => `${KIND[event.message] || event.message} from ${event.sender} accepted`,
+  partlyAccepted: (event) => `${KIND[event.message] || event.message} from ${event.sender} partly accepted: ${event.reason}`,
+  dropped: (event) => `${KIND[event.message] || event.message} from ${event.sender} dropped: ${event.reason}`,
+  sent: (event) => `${KIND[event.message] || event.message} sent on ${event.link}`,
+  neighborUp: (event) => `neighbor ${event.neighbor} on ${event.link}`,
+  neighborDown: (event) => `neighbor ${event.neighbor} on ${event.link} lost`,
+  designatedRouter: (event) => `designated router on ${event.link}: ${event.dr || "none"}`,
+  lost: (event) => `${KIND[event.message] || event.message} lost on ${event.link}: ${event.reason}`,
+};
+
+export function sentenceOf(event) {
+  const sentence = SENTENCES[event.event];
+  return sentence ? sentence(event) : event.event;
+}
+
+export function timedSentence(event) {
+  return `${timeText(event.time)}: ${sentenceOf(event)}`;
+}
