@@ -93,13 +93,21 @@ static void addFormer(CLI::App& command, std::string const& former, std::string 
   command.add_option_function<std::string>(former, reject)->group("");
 }
 
+/// `source` names the argument that may be a saved document then.
+static void addPage(CLI::App& command, Delivery& delivery, char const* source) {
+  std::string help = std::string("Write a page for browsers, with all data in it. ") + source +
+                     " may be\na saved document of --json then";
+  command.add_option("--html", delivery.page, help)->type_name("PAGE");
+}
+
 static void addReplay(CLI::App& app, ReplayOptions& options) {
   CLI::App& command = *app.add_subcommand("replay", aboutReplay);
   command.footer(footReplay);
   command.add_option("FILE", options.file, "The capture")->type_name("")->required();
-  command.add_flag("--json", options.json,
+  command.add_flag("--json", options.delivery.json,
                    "Print one JSON document: the messages with their verdicts and contents, and\n"
                    "the learned state at the end");
+  addPage(command, options.delivery, "FILE");
   auto addTime = [&](char const* name, char const* help,
                      std::function<void(std::string const&)> const& take) {
     command.add_option_function<std::string>(name, take, help)->type_name("SECONDS");
@@ -151,7 +159,7 @@ static void addRandom(CLI::App& command, CLI::Option& scenario, RandomOptions& o
               "check that all routers of each agree once it has healed")
           ->type_name("N")
           ->excludes(&scenario);
-  for (char const* other : {"--json", "--limit", "--load", "--pcap", "--trace"})
+  for (char const* other : {"--html", "--json", "--limit", "--load", "--pcap", "--trace"})
     random->excludes(command.get_option(other));
   command
       .add_option_function<std::string>(
@@ -165,7 +173,8 @@ static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& rando
   CLI::App& command = *app.add_subcommand("sim", aboutSim);
   command.footer(footSim);
   CLI::Option* scenario = command.add_option("SCENARIO", options.file, "The scenario")->type_name("");
-  command.add_flag("--json", options.json, "Print one JSON document at the end, and nothing else");
+  command.add_flag("--json", options.delivery.json, "Print one JSON document at the end, and nothing else");
+  addPage(command, options.delivery, "SCENARIO");
   command
       .add_option_function<std::string>(
           "--load", [&](auto& text) { options.linkLoad = parseLoad(text); },

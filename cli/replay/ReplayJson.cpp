@@ -14,7 +14,10 @@ struct ReplayJson::Document {
   view::Replay replay;
 };
 
-ReplayJson::ReplayJson(std::ostream& out) : out_(out), document_(std::make_unique<Document>()) {}
+ReplayJson::ReplayJson(Take take) : take_(std::move(take)), document_(std::make_unique<Document>()) {}
+
+ReplayJson::ReplayJson(std::ostream& out)
+    : ReplayJson([&out](view::Json const& document) { out << document.dump(2) << '\n'; }) {}
 
 ReplayJson::~ReplayJson() = default;
 
@@ -48,7 +51,7 @@ void ReplayJson::onEnd(ReplayResult const& result) {
     view::fillZone(shown.zones.emplace_back(), zone, result.now);
   }
   shown.counters = view::viewOf(result.counters);
-  out_ << jsonOf(shown).dump(2) << '\n';
+  take_(jsonOf(shown));
 }
 
 }  // namespace pimbsr::cli

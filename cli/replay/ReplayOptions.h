@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/base/Tracing.h"
+#include "cli/page/Page.h"
 #include "host/Router.h"
 #include "model/Lanet.h"
 
@@ -20,7 +21,7 @@ inline constexpr host::IngressSettings replayIngress = [] {
 /// What `pimbsr replay` is asked to do.
 struct ReplayOptions {
   std::string file;
-  bool json = false;
+  Delivery delivery;  ///< of the document; as text for none
   double until = 0;  ///< seconds for which the clock runs on after the last packet
   /// What the agent has, but for one check: a capture needn't hold the Hellos of its senders.
   host::RouterOptions router = {.ingress = replayIngress, .corrections = host::allCorrections};

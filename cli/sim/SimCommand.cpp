@@ -6,9 +6,11 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 
+#include "cli/page/Page.h"
 #include "cli/sim/SimJson.h"
 #include "cli/sim/SimText.h"
 #include "sim/PcapWriter.h"
@@ -38,11 +40,15 @@ static std::string textOfFile(std::string const& path) {
 
 static std::unique_ptr<sim::Report> makeReport(SimOptions const& options, std::ostream& out,
                                                std::ostream& err) {
-  if (options.json) return std::make_unique<SimJson>(out, err, options.linkLoad);
+  bool isDocument = options.delivery.json || !options.delivery.page.empty();
+  if (isDocument) return std::make_unique<SimJson>(deliver(options.delivery, out), err, options.linkLoad);
   return std::make_unique<SimText>(out, err);
 }
 
 static void play(SimOptions const& options, std::ostream& out, std::ostream& err) {
+  if (!options.delivery.page.empty() && isSavedDocument(options.file)) {
+    return deliver(options.delivery, out)(savedSimulation(options.file));
+  }
   std::string text = textOfFile(options.file);
   std::unique_ptr<sim::Report> report = makeReport(options, out, err);
   Tracing tracing(options.traces);

@@ -23,8 +23,11 @@ struct SimJson::Document {
   view::Simulation simulation;
 };
 
+SimJson::SimJson(Take take, std::ostream& traceOut, bool linkBins)
+    : take_(std::move(take)), traceOut_(traceOut), document_(std::make_unique<Document>()), load_(linkBins) {}
+
 SimJson::SimJson(std::ostream& out, std::ostream& traceOut, bool linkBins)
-    : out_(out), traceOut_(traceOut), document_(std::make_unique<Document>()), load_(linkBins) {}
+    : SimJson([&out](view::Json const& document) { out << document.dump(2) << '\n'; }, traceOut, linkBins) {}
 
 SimJson::~SimJson() = default;
 
@@ -163,7 +166,7 @@ void SimJson::onEnd(sim::Network const& network) {
   simulation.spans = spansOf(network, spans_);
   simulation.load = loadOf(network, load_);
   for (sim::Node const* node : nodesOf(network, {})) simulation.routers.push_back(viewOf(*node));
-  out_ << jsonOf(simulation).dump(2) << '\n';
+  take_(jsonOf(simulation));
 }
 
 }  // namespace pimbsr::cli

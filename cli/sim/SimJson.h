@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <iosfwd>
 #include <memory>
 
@@ -10,12 +11,17 @@
 
 namespace pimbsr::cli {
 
-/// Writes a simulation as one JSON document at its end: the events, and the learned state of each
-/// router. What a scenario asks to be shown on the way is left out.
+/// Makes a simulation one JSON document at its end: the events, and the learned state of each router. What a
+/// scenario asks to be shown on the way is left out.
 class SimJson final : public sim::Report {
  public:
+  /// Gets the document at the end.
+  using Take = std::function<void(view::Json const&)>;
+
   /// Lines of trace and log go to `traceOut`. `linkBins`: the load of each link is counted by bins of time
   /// too.
+  SimJson(Take take, std::ostream& traceOut, bool linkBins = false);
+  /// The same; the document is written to `out`.
   SimJson(std::ostream& out, std::ostream& traceOut, bool linkBins = false);
   ~SimJson() override;
 
@@ -44,7 +50,7 @@ class SimJson final : public sim::Report {
   template <class Kind>
   view::SimulationEvent& add(sim::Node const& node, Kind kind);
 
-  std::ostream& out_;
+  Take take_;
   std::ostream& traceOut_;
   std::unique_ptr<Document> document_;
   sim::SpanRecorder spans_;

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/base/Tracing.h"
+#include "cli/page/Page.h"
 #include "host/Corrections.h"
 #include "host/IngressSettings.h"
 #include "runtime/Types.h"
@@ -13,8 +14,8 @@ namespace pimbsr::cli {
 /// What `pimbsr sim` is asked to do.
 struct SimOptions {
   std::string file;
-  bool json = false;
-  bool linkLoad = false;  ///< with `json`: bins of the load for each link too
+  Delivery delivery;  ///< of the document; as text for none
+  bool linkLoad = false;  ///< in the document: bins of the load for each link too
   Zet::U64 seed = 1;
   std::string pcapFolder;  ///< empty for no captures
   std::vector<TraceRequest> traces;

@@ -43,7 +43,7 @@ TEST(CommandTest, ReplayPrintsWhatItDoesInProcess) {
 TEST(CommandTest, EveryOptionReachesTheReplay) {
   ReplayOptions options;
   options.file = example;
-  options.json = true;
+  options.delivery.json = true;
   options.until = 60.5;
   options.router = {.bsTimeout = 40, .szTimeout = 120};
   parseRpf("198.51.100.1=192.0.2.2", options);

@@ -32,7 +32,7 @@ class GoldenTest : public testing::TestWithParam<Case> {};
 TEST_P(GoldenTest, ReplayPrintsWhatItPrinted) {
   ReplayOptions options;
   options.file = test::sourceFile(GetParam().file);
-  options.json = GetParam().json;
+  options.delivery.json = GetParam().json;
   options.until = GetParam().until;
   exactIs(options.router.ingress, options.router.corrections);
   test::RunResult run = test::replay(options);

@@ -18,7 +18,7 @@ using test::CaptureFile;
 json timelineOf(CaptureFile const& file, double until = 0) {
   ReplayOptions options;
   options.file = file.path();
-  options.json = true;
+  options.delivery.json = true;
   options.until = until;
   test::RunResult run = test::replay(options);
   EXPECT_EQ(run.err, "");

@@ -55,7 +55,7 @@ std::vector<std::string> timelineOf(ReplayOptions const& options) {
 }
 
 json documentOf(ReplayOptions options) {
-  options.json = true;
+  options.delivery.json = true;
   test::RunResult run = test::replay(options);
   EXPECT_EQ(run.err, "");
   return json::parse(run.out);
@@ -340,7 +340,7 @@ TEST(ReplayTest, EveryDeclaredCounterIsListedByItsName) {
 TEST(ReplayTest, JsonHasItsMembersInOrderAndNothingElseIsPrinted) {
   ReplayOptions options;
   options.file = test::capture("few-ethernet.pcap");
-  options.json = true;
+  options.delivery.json = true;
   test::RunResult run = test::replay(options);
   auto document = nlohmann::ordered_json::parse(run.out);
   std::vector<std::string> names;
@@ -441,7 +441,7 @@ TEST(ReplayTest, CaptureCutShortIsPlayedToTheCutAndIsAnError) {
   EXPECT_EQ(run.code, exitFailed);
   EXPECT_THAT(timeline(run.out).back(), testing::Eq("3.000 cut short")) << "the clock doesn't run on";
   EXPECT_THAT(run.err, HasSubstr("cut-short.pcap is cut short in the middle of packet 6"));
-  options.json = true;
+  options.delivery.json = true;
   run = test::replay(options);
   EXPECT_EQ(run.code, exitFailed);
   EXPECT_EQ(run.out, "") << "half a truth would look whole to a program";

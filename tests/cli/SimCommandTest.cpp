@@ -73,7 +73,7 @@ TEST(SimCommandTest, RejectedConfigurationEndsTheRunAtItsStatement) {
 }
 
 TEST(SimCommandTest, JsonHasTheSameEvents) {
-  RunResult run = sim({.file = example, .json = true, .ingress = host::standardLimits, .corrections = {}});
+  RunResult run = sim({.file = example, .delivery = {.json = true}, .ingress = host::standardLimits, .corrections = {}});
   EXPECT_EQ(run.code, 0);
   test::expectGolden("sim-five-routers.json", run.out);
   auto document = nlohmann::json::parse(run.out);
@@ -107,7 +107,8 @@ TEST(SimCommandTest, CorrectionsAreNamedByTheirKeys) {
 
 TEST(SimCommandTest, CommandPrintsWhatItDoesInProcess) {
   RunResult run = test::command("sim --seed 7 --json --trace Pim::Bsr::IO:1 " + example);
-  RunResult here = sim({.file = example, .json = true, .seed = 7, .traces = {{"Pim::Bsr::IO", 1}}});
+  RunResult here =
+      sim({.file = example, .delivery = {.json = true}, .seed = 7, .traces = {{"Pim::Bsr::IO", 1}}});
   EXPECT_EQ(run.code, 0);
   EXPECT_EQ(run.out, here.out);
   EXPECT_EQ(run.err, here.err);
