@@ -96,6 +96,13 @@ if(TARGET pimbsr-command)
   set_tests_properties(schema PROPERTIES LABELS script TIMEOUT 300)
 endif()
 
+# The page of simulations and replays, in a headless browser.
+if(TARGET pimbsr-command)
+  add_test(NAME web-page COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/web/page_test.py
+    $<TARGET_FILE:pimbsr-command> ${PROJECT_SOURCE_DIR})
+  set_tests_properties(web-page PROPERTIES LABELS web TIMEOUT 600 SKIP_RETURN_CODE 77)
+endif()
+
 # What simulated routers send, read by an independent dissector; and random networks that must agree.
 if(TARGET pimbsr-command)
   add_test(NAME sim-dissector COMMAND

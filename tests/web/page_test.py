@@ -1,0 +1,236 @@
+"""The page of `pimbsr sim --html` and `replay --html` in a headless Chromium.
+
+Usage: page_test.py PIMBSR ROOT [FOLDER]: the built command, the source tree, and a folder for screenshots.
+Exits with 77 if Chromium is not installed, unless PIMBSR_WEB_REQUIRED is set."""
+
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import networks
+from browser import Browser, find_chromium
+
+PIMBSR, ROOT = (pathlib.Path(one).resolve() for one in sys.argv[1:3])
+SHOTS = pathlib.Path(sys.argv[3]) if len(sys.argv) > 3 else None
+GLOBAL, SCOPED = "224.0.0.0/4", "239.1.0.0/16"
+HOSTILE = "</script><img src=x onerror=alert(1)>"
+
+
+class PageTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.pages = {}
+        cls.browser = Browser().__enter__()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.__exit__()
+        cls.folder.cleanup()
+
+    def path(self, name):
+        return pathlib.Path(self.folder.name) / name
+
+    def pimbsr(self, *arguments):
+        return subprocess.run([PIMBSR, *arguments], capture_output=True, text=True, check=False)
+
+    def page(self, *arguments):
+        """The path of a page that the command made; made once for the same arguments."""
+        if arguments not in self.pages:
+            page = self.path(f"page{len(self.pages)}.html")
+            done = self.pimbsr(arguments[0], "--html", page, *arguments[1:])
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.pages[arguments] = page
+        return self.pages[arguments]
+
+    def open(self, page, fragment=""):
+        self.browser.open(page, fragment)
+        self.addCleanup(self.expect_quiet, page)
+
+    def expect_quiet(self, page):
+        self.assertEqual(self.browser.errors, [])
+        self.assertEqual({url.split("#")[0] for url in self.browser.requests}, {page.resolve().as_uri()})
+
+    def shot(self, name):
+        if SHOTS:
+            self.browser.screenshot(SHOTS / f"{name}.png")
+
+    def show(self, **values):
+        return self.browser.run(f"pimbsr.show({json.dumps(values)})")
+
+    def shown(self):
+        return self.browser.run("({...pimbsr.app.state.values})")
+
+    def text(self, selector):
+        return self.browser.run(f"document.querySelector({json.dumps(selector)}).innerText")
+
+    # Five routers ----------------------------------------------------------------------------------------
+
+    def test_five_routers_show_bsr_and_rp_at_the_cursor(self):
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"))
+        for time, legend in ((60, ["no BSR: 4", "stopped: 1"]),
+                             (290, ["10.0.0.1 (r1): 4", "stopped: 1"]),
+                             (400, ["10.0.0.1 (r1): 1", "no BSR: 2", "stopped: 2"]),
+                             (420, ["10.0.0.2 (r2): 3", "stopped: 2"])):
+            self.show(time=time)
+            for entry in legend:
+                self.assertIn(entry, self.text("#legend").replace("\n", ""), time)
+        self.show(time=530, router="r5", zone=GLOBAL)
+        panel = self.text("#panel")
+        for part in ("r5 at 530 s", "10.0.0.2 (r2)", "10.0.0.4", "180 s", "224.1.1.1"):
+            self.assertIn(part, panel)
+        self.shot("five")
+
+    def test_hash_of_the_page_is_that_of_the_engine(self):
+        scenario = ROOT / "examples/five-routers.sim"
+        self.open(self.page("sim", scenario))
+        found = self.browser.run("pimbsr.choices('r5', '224.1.2.3', 530).map((rp) => [rp.rp, rp.hash])")
+        text = self.pimbsr("sim", scenario).stdout
+        printed = re.findall(r"^(10\.0\.0\.\d)\s+\d+\s+30\s+(\d+)$", text, re.M)
+        self.assertEqual(len(printed), 2)
+        self.assertEqual(found, [[rp, int(value)] for rp, value in printed])
+
+    def test_deep_link_selects_time_zone_and_router_and_follows_them(self):
+        page = self.page("sim", ROOT / "examples/five-routers.sim")
+        self.open(page, f"#t=420.5&zone={SCOPED}&router=r3")
+        self.assertEqual(self.shown(), {"time": 420.5, "zone": SCOPED, "router": "r3", "range": ""})
+        self.assertEqual(self.browser.run("({...document.body.dataset}).router"), "r3")
+        self.show(time=100, router="r4")
+        self.browser.until("location.hash.includes('t=100&') && location.hash.includes('router=r4')")
+        self.open(page, "#t=99999&zone=1.2.3.0/24&router=nosuch")
+        self.assertEqual(self.shown(), {"time": 530, "zone": GLOBAL, "router": "", "range": ""})
+
+    def test_keys_and_mouse_move_the_cursor_and_select(self):
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"), "#t=300")
+        press = self.browser.key
+        press("ArrowRight")
+        self.browser.until("document.body.dataset.time > 390 && document.body.dataset.time < 392")
+        press("ArrowLeft")
+        self.browser.until("document.body.dataset.time == 300")
+        press("ArrowDown")
+        self.browser.until("document.body.dataset.router === 'r1'")
+        press("z")
+        self.browser.until(f"document.body.dataset.zone === '{SCOPED}'")
+        press("Escape")
+        self.browser.until("document.body.dataset.router === ''")
+        press(" ")
+        self.browser.until("document.body.dataset.time > 310 && pimbsr.app.player.isPlaying")
+        press(" ")
+        place = self.browser.run("""(() => { const lanes = pimbsr.app.timeline.lanes;
+            const box = lanes.canvas.getBoundingClientRect(); const row = lanes.placeOf(lanes.rows[3]);
+            return [box.left + lanes.x(200), box.top + row.top + row.height / 2]; })()""")
+        self.browser.click(*place)
+        self.browser.until("Math.abs(document.body.dataset.time - 200) < 1 && "
+                           "document.body.dataset.router === 'r4'")
+
+    def test_click_on_the_graph_and_search_select_a_router(self):
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"))
+        place = self.browser.run("""(() => { const graph = pimbsr.app.graph;
+            const box = graph.canvas.getBoundingClientRect(); const node = graph.graph.nodes[1];
+            return [box.left + node.px, box.top + node.py]; })()""")
+        self.browser.click(*place)
+        self.browser.until("document.body.dataset.router === 'r2'")
+        self.browser.key("/")
+        self.browser.until("document.activeElement.id === 'search'")
+        self.browser.call("Input.insertText", text="10.0.45.5")
+        self.browser.key("Enter")
+        self.browser.until("document.body.dataset.router === 'r5'")
+
+    # Saved documents, hostile names ----------------------------------------------------------------------
+
+    def test_page_of_a_saved_document_is_the_same(self):
+        for command, source in ("sim", "examples/five-routers.sim"), ("replay", "examples/two-scopes.pcap"):
+            page = self.page(command, ROOT / source).read_bytes()
+            saved = self.path(f"saved-{command}.json")
+            saved.write_text(self.pimbsr(command, "--json", ROOT / source).stdout)
+            self.assertEqual(self.page(command, saved).read_bytes(), page, command)
+
+    def test_document_of_something_else_is_rejected(self):
+        saved = self.path("saved.json")
+        for command, text in ("sim", "{"), ("sim", '{"seed": 1, "end": "x"}'), ("replay", '{"seed": 1}'):
+            saved.write_text(text)
+            done = self.pimbsr(command, "--html", self.path("none.html"), saved)
+            self.assertEqual(done.returncode, 2, text)
+            self.assertIn(f"is no document of {command} --json", done.stderr)
+
+    def test_texts_of_a_document_are_never_markup(self):
+        document = json.loads(self.pimbsr("sim", "--json", ROOT / "examples/five-routers.sim").stdout)
+        text = json.dumps(document).replace('"r3"', json.dumps(HOSTILE))
+        saved = self.path("hostile.json")
+        saved.write_text(text)
+        page = self.page("sim", saved)
+        self.assertNotIn(HOSTILE, page.read_text())
+        self.open(page)
+        self.show(router=HOSTILE)
+        self.assertIn(HOSTILE, self.text("#panel"))
+        self.assertEqual(self.browser.run("document.querySelectorAll('img').length"), 0)
+
+    def test_policy_allows_the_script_and_the_style_of_the_page_alone(self):
+        page = self.page("sim", ROOT / "examples/five-routers.sim").read_text()
+        self.assertRegex(page, r"default-src 'none'; script-src 'sha256-[^' ]+'; style-src 'sha256-[^' ]+';")
+        self.assertNotRegex(page, r"(src|href)=[\"']?http")
+
+    # 200 and 2,000 routers -------------------------------------------------------------------------------
+
+    def network(self, routers):
+        scenario = self.path(f"{routers}.sim")
+        scenario.write_text(networks.Network(routers).scenario())
+        return self.page("sim", scenario)
+
+    def test_partition_of_200_routers_shows_in_graph_lanes_and_legend(self):
+        page = self.network(200)
+        self.open(page, f"#t=600&zone={GLOBAL}")
+        legend = self.text("#legend").replace("\n", "")
+        self.assertIn("172.16.0.1 (r0): 100", legend)
+        self.assertIn("172.16.101.1 (r101): 100", legend)
+        self.shot("partition")
+        # Rows of one course are next to each other, so that each region is one block.
+        runs = self.browser.run("""(() => { const { lanes } = pimbsr.app.timeline;
+            const letters = lanes.rows.map((router) => (lanes.lens.at(router, 600).item || {}).letter);
+            return letters.filter((letter, i) => letter !== letters[i - 1]).length; })()""")
+        self.assertLessEqual(runs, 6)
+        self.assertLess(self.browser.run("pimbsr.crossings()"), 60)
+        places = "JSON.stringify(pimbsr.app.graph.graph.nodes.map((node) => [node.x, node.y]))"
+        first = self.browser.run(places)
+        self.open(page)
+        self.assertEqual(self.browser.run(places), first, "the layout is the same each time")
+        self.show(zone=SCOPED, time=600)
+        self.assertIn("(r103): 33", self.text("#legend").replace("\n", ""))
+        self.shot("zone")
+
+    def test_lanes_of_a_range_show_the_rp_that_serves_it(self):
+        self.open(self.network(60), f"#t=250&zone={GLOBAL}&range={GLOBAL}&router=r5")
+        def serving(router, time):
+            shown = f"pimbsr.app.lens.at(pimbsr.app.routers.get('r{router}'), {time})"
+            return self.browser.run(f"{shown}.item.address")
+
+        self.assertEqual(serving(5, 250), serving(40, 250))
+        self.assertNotEqual(serving(5, 690), serving(40, 690))
+        self.show(time=690)
+        self.shot("range")
+
+    # Replay ----------------------------------------------------------------------------------------------
+
+    def test_replay_shows_messages_verdicts_and_the_learned_state(self):
+        self.open(self.page("replay", "--until", "300", ROOT / "examples/two-scopes.pcap"),
+                  "#t=420&router=router")
+        self.assertIn("198.51.100.2: 1", self.text("#legend").replace("\n", ""))
+        for part in ("239.192.0.0/14", "203.0.113.5", "BSM from 192.0.2.1 accepted",
+                     "Drops of the whole run"):
+            self.assertIn(part, self.text("#panel"))
+        self.browser.run("pimbsr.app.setScheme('dark'); pimbsr.app.drawAll()")
+        self.shot("replay")
+        self.show(time=1200)
+        self.assertIn("no BSR: 1", self.text("#legend").replace("\n", ""))
+
+
+if __name__ == "__main__":
+    if not find_chromium():
+        print("chromium is not installed; scripts/setup --tests installs it")
+        sys.exit(1 if os.environ.get("PIMBSR_WEB_REQUIRED") else 77)
+    unittest.main(argv=sys.argv[:1])
