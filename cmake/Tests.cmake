@@ -89,6 +89,11 @@ if(TARGET pimbsr-command)
   set_tests_properties(docs PROPERTIES LABELS script TIMEOUT 300)
 endif()
 
+# The examples of the declaration language are generated and compiled.
+add_test(NAME docs-language COMMAND ${Python3_EXECUTABLE} -B
+  ${PROJECT_SOURCE_DIR}/tests/docs/language_test.py ${zet_dir} ${CMAKE_CXX_COMPILER})
+set_tests_properties(docs-language PROPERTIES LABELS script TIMEOUT 300)
+
 # JSON answers, held against the schemas that are installed.
 if(TARGET pimbsr-command)
   add_test(NAME schema COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/view/schema_test.py

@@ -33,7 +33,7 @@ ELSEWHERE = [
 # Code that is in a page and in a file, the same in both.
 COPIES = [("README.md", "cpp", "examples/embed/embed.cpp")]
 SOURCES = (".h", ".cpp", ".zet", ".py", ".cmake", ".txt", ".in", ".sh")
-LANGUAGES = {"sh", "console", "cpp", "cmake", "text"}
+LANGUAGES = {"sh", "console", "cpp", "cmake", "text", "zet"}
 
 
 class Page:
@@ -53,6 +53,13 @@ class Page:
                 line = ""
             prose.append(line)
         self.prose = prose
+        self.words = self.names_of_examples()
+
+    def names_of_examples(self):
+        """The names that declarations of the page have, and the C++ that is generated from them."""
+        examples = [text for _, language, text in self.blocks if language in ("zet", "cpp")]
+        declares = any(language == "zet" for _, language, _ in self.blocks)
+        return set(re.findall(r"\w+", " ".join(examples))) if declares else set()
 
     def error(self, line, text):
         return f"{self.name}:{line}: {text}"
@@ -104,18 +111,18 @@ def link_error(page, target):
     return None
 
 
-def named_errors(tree, quoted):
+def named_errors(tree, page, quoted):
     """Errors of one text in backticks: `file: name, name`, a path, or names."""
     if match := re.fullmatch(r"([\w./-]+\.\w+): (.+)", quoted):
         path = tree.root / match[1]
         if not path.is_file():
             return [f"{match[1]} is not there"]
         return [f"{match[1]} has no {name}" for name in match[2].split(", ") if not has_name(path, name)]
-    if tree.is_path(quoted):
+    if tree.is_path(quoted) or (tree.root / quoted).is_file():
         inside = quoted.startswith("build/") or (tree.root / quoted).exists()
         return [] if inside else [f"{quoted} is not there"]
     names = re.fullmatch(r"[\w:.-]+(\(.*\))?", quoted)
-    missing = set(re.findall(r"[A-Za-z_]\w*", quoted if names else "")) - tree.words
+    missing = set(re.findall(r"[A-Za-z_]\w*", quoted if names else "")) - tree.words - page.words
     return [f"{name} is not a name of this tree" for name in sorted(missing)]
 
 
@@ -125,7 +132,7 @@ def check_names(page, tree):
             if "://" not in target and (error := link_error(page, target)):
                 yield page.error(number, error)
         for quoted in re.findall(r"`([^`]+)`", line):
-            yield from (page.error(number, error) for error in named_errors(tree, quoted))
+            yield from (page.error(number, error) for error in named_errors(tree, page, quoted))
 
 
 def check_map(page):
