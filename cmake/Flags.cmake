@@ -32,9 +32,14 @@ if(PIMBSR_FUZZ)
 elseif(PIMBSR_SANITIZE)
   set(sanitize_flags -fsanitize=address,undefined)
 endif()
+# Every branch is one of the source: nothing is inlined or folded.
+if(PIMBSR_COVERAGE)
+  add_compile_options(--coverage -O0)
+  add_link_options(--coverage)
+endif()
 # What bounds the work of packets is built with the meter: the fuzz targets, and the tests that are built
-# with sanitizers.
-if(sanitize_flags)
+# with sanitizers or to measure coverage.
+if(sanitize_flags OR PIMBSR_COVERAGE)
   set(PIMBSR_METER ON)
 endif()
 if(PIMBSR_METER)

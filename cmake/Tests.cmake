@@ -67,9 +67,9 @@ endforeach()
 
 file(GLOB python_tests RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS
   tests/tidy/*_test.py tests/tidy/tidy.py tests/tidy/format_check.py tests/tidy/clones.py
-  tests/zetc/*_test.py tests/lab/*_unit_test.py tests/attack/*_unit_test.py)
+  tests/zetc/*_test.py tests/docs/presets_test.py tests/lab/*_unit_test.py tests/attack/*_unit_test.py)
 foreach(file ${python_tests})
-  string(REGEX REPLACE "^(tidy|lab|attack)/|\\.py$" "" name ${file})
+  string(REGEX REPLACE "^(tidy|docs|lab|attack)/|\\.py$" "" name ${file})
   string(REGEX REPLACE "[/_]" "-" name ${name})
   add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/${file})
   set_tests_properties(${name} PROPERTIES LABELS script TIMEOUT 300 SKIP_RETURN_CODE 77)
