@@ -1,4 +1,4 @@
-"""What README.md and docs/*.md name is there, and what they show is what the command does.
+"""What README.md, CONTRIBUTING.md and docs/*.md name is there, and what they show is what the command does.
 
 Usage: docs_test.py PIMBSR ROOT: the built command, with its build's CTestTestfile.cmake beside it, and the
 source tree. Prints "page:line: what is wrong" for each error and fails if there is one."""
@@ -12,6 +12,13 @@ import sys
 # Commands that are not run here: each by its pattern, with the test that runs it or the reason.
 ELSEWHERE = [
     (r"(sudo )?scripts/setup\b.*", "reason: installs packages of the system"),
+    (r"cmake --preset \w+", "test: presets-test"),
+    (r"cmake --build build/test --target (test-\w+)", r"test: \1"),
+    (r"(?:PIMBSR_REWRITE=1 )?build/test/(test-\w+)( .*)?", r"test: \1"),
+    (r"python3 -B tests/tidy/(tidy|clones)\.py", r"test: \1"),
+    (r"python3 -B tests/zetc/(\w+)_test\.py --rewrite", r"test: zetc-\1-test"),
+    (r"scripts/format", "test: format-check"),
+    (r"ctest --test-dir build/test\b.*", "reason: runs this test"),
     (r"(FUZZ_SECONDS=\d+ )?scripts/test", "reason: runs this test"),
     (r"scripts/demo", "reason: builds the release, and then runs what is run and compared here"),
     (r"pimbsr sim --random 1000 .*", "test: sim-random"),
@@ -170,8 +177,8 @@ def matches(shown, printed):
 
 def command_error(tree, pimbsr, command, shown):
     for pattern, answer in ELSEWHERE:
-        if re.fullmatch(pattern, command):
-            kind, _, value = answer.partition(": ")
+        if match := re.fullmatch(pattern, command):
+            kind, _, value = match.expand(answer).partition(": ")
             known = kind == "reason" or re.search(rf"^add_test\((\[=\[)?{value}\b", tree.tests, re.M)
             return None if known else f"{command}: there is no test {value}"
     if not re.match(r"pimbsr( |$)", command):
@@ -204,7 +211,7 @@ def check_blocks(page, tree, pimbsr):
 
 def errors(pimbsr, root):
     tree = Tree(root, (pimbsr.parent / "CTestTestfile.cmake").read_text())
-    for path in [root / "README.md", *sorted((root / "docs").glob("*.md"))]:
+    for path in [root / "README.md", root / "CONTRIBUTING.md", *sorted((root / "docs").glob("*.md"))]:
         page = Page(root, path)
         yield from check_names(page, tree)
         yield from check_blocks(page, tree, pimbsr)

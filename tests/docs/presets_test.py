@@ -1,4 +1,4 @@
-"""The presets of CMake set options that exist, and scripts name presets that exist."""
+"""The presets of CMake set options that exist, and scripts and CONTRIBUTING.md name presets that exist."""
 
 import json
 import pathlib
@@ -8,8 +8,8 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PRESETS = json.loads((ROOT / "CMakePresets.json").read_text(encoding="utf-8"))
-# A script that configures without a preset would have its own idea of what a build is.
-USERS = [path for path in (ROOT / "scripts").iterdir() if path.is_file()]
+# A script or page that configures without a preset would have its own idea of what a build is.
+USERS = [path for path in (ROOT / "scripts").iterdir() if path.is_file()] + [ROOT / "CONTRIBUTING.md"]
 
 
 def names(kind):
@@ -41,6 +41,13 @@ class PresetsTest(unittest.TestCase):
             for name in re.findall(r"cmake --preset (\S+)", path.read_text(encoding="utf-8")):
                 with self.subTest(path.name):
                     self.assertIn(name, names("configurePresets"))
+
+    def test_folders_are_those_of_the_page(self):
+        page = (ROOT / "CONTRIBUTING.md").read_text(encoding="utf-8")
+        rows = re.findall(r"^\| (\w+) \| `(build/\w+)` \|", page, re.M)
+        folders = [(preset["name"], preset["binaryDir"].removeprefix("${sourceDir}/"))
+                   for preset in PRESETS["configurePresets"] if "binaryDir" in preset]
+        self.assertEqual(sorted(rows), sorted(folders))
 
 
 if __name__ == "__main__":
