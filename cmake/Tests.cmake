@@ -94,6 +94,16 @@ add_test(NAME docs-language COMMAND ${Python3_EXECUTABLE} -B
   ${PROJECT_SOURCE_DIR}/tests/docs/language_test.py ${zet_dir} ${CMAKE_CXX_COMPILER})
 set_tests_properties(docs-language PROPERTIES LABELS script TIMEOUT 300)
 
+# What gdb shows, of a program that is built with all of its types.
+if(TARGET pimbsr)
+  add_executable(gdb-program tests/gdb/program/main.cpp)
+  target_compile_options(gdb-program PRIVATE -g -O0)
+  target_link_libraries(gdb-program PRIVATE pimbsr)
+  add_test(NAME gdb-printers COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/gdb/gdb_test.py
+    $<TARGET_FILE:gdb-program>)
+  set_tests_properties(gdb-printers PROPERTIES LABELS script TIMEOUT 300)
+endif()
+
 # JSON answers, held against the schemas that are installed.
 if(TARGET pimbsr-command)
   add_test(NAME schema COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/view/schema_test.py
