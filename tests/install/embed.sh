@@ -19,6 +19,15 @@ trap 'rm -rf "$work"' EXIT
 mv "$work/installed" "$work/moved" # what is installed must not know where
 lib=$(dirname "$(find "$work/moved" -name libpimbsr.so)")
 
+# The SONAME names the versions that a program can be run with: 0.MINOR before 1.0 (docs/embedding.md).
+version=$(sed -nE 's/.* version = "(0\.[0-9]+|[0-9]+).*/\1/p' "$example/../../agent/base/Version.h")
+for library in libpimbsr libpimbsr-host; do
+  if [[ -z $version || ! -e $lib/$library.so.$version ]]; then
+    echo "there is no $library.so.$version" >&2
+    exit 1
+  fi
+done
+
 run() {
   local output
   output=$(LD_LIBRARY_PATH=$lib "$1")
