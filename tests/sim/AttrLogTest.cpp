@@ -120,7 +120,7 @@ Played play(std::string const& statements, bool hasLogs) {
   Course course(hasLogs);
   test::TapRecorder tap;
   Simulation simulation(1, course, ~Kinds{0});
-  simulation.network().tapIs(&tap);
+  simulation.network().tapAdd(&tap);
   std::istringstream lines(statements);
   for (std::string line; std::getline(lines, line);) {
     try {
