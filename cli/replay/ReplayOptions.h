@@ -22,7 +22,7 @@ inline constexpr host::IngressSettings replayIngress = [] {
 struct ReplayOptions {
   std::string file;
   Delivery delivery;  ///< of the document; as text for none
-  double until = 0;  ///< seconds for which the clock runs on after the last packet
+  double until = 0;   ///< seconds for which the clock runs on after the last packet
   /// What the agent has, but for one check: a capture needn't hold the Hellos of its senders.
   host::RouterOptions router = {.ingress = replayIngress, .corrections = host::allCorrections};
   std::vector<TraceRequest> traces;

@@ -14,7 +14,7 @@ namespace pimbsr::cli {
 /// What `pimbsr sim` is asked to do.
 struct SimOptions {
   std::string file;
-  Delivery delivery;  ///< of the document; as text for none
+  Delivery delivery;      ///< of the document; as text for none
   bool linkLoad = false;  ///< in the document: bins of the load for each link too
   Zet::U64 seed = 1;
   std::string pcapFolder;  ///< empty for no captures

@@ -73,7 +73,8 @@ TEST(SimCommandTest, RejectedConfigurationEndsTheRunAtItsStatement) {
 }
 
 TEST(SimCommandTest, JsonHasTheSameEvents) {
-  RunResult run = sim({.file = example, .delivery = {.json = true}, .ingress = host::standardLimits, .corrections = {}});
+  RunResult run =
+      sim({.file = example, .delivery = {.json = true}, .ingress = host::standardLimits, .corrections = {}});
   EXPECT_EQ(run.code, 0);
   test::expectGolden("sim-five-routers.json", run.out);
   auto document = nlohmann::json::parse(run.out);

@@ -20,8 +20,7 @@ namespace fs = std::filesystem;
 using Routing::Pim::Bsr::Status;
 using StatusMirror = test::Mirror<Status>;
 
-/// Writes down all that happens, traces too, and follows the status of each router with a log if it is told
-/// to.
+/// Records all that happens, traces too, and follows the status of each router with a log if `hasLogs`.
 class Course final : public Report {
  public:
   explicit Course(bool hasLogs) : hasLogs_(hasLogs) {}
