@@ -86,7 +86,7 @@ TEST_F(MetricsTest, HelpNamesTheZoneOfForgottenCounts) {
 }
 
 TEST_F(MetricsTest, CorrectionsAreCounted) {
-  router->correctionsAre(host::allCorrections);
+  router->correctionsAre(pimbsr::host::allCorrections);
   receive(helloFrom("192.0.2.1", 7));
   EXPECT_EQ(sample(R"(pimbsr_corrections_total{correction="quick-relearn"})"), "0");
   receive(helloFrom("192.0.2.1", 8));

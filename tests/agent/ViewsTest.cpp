@@ -51,7 +51,7 @@ TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreErrors) {
     EXPECT_STREQ(
         error.what(),
         "there is no view \"bsrs\"; valid are bsr, rp-set, candidates, rp, neighbors, interfaces, borders, "
-        "filter, counters, drops, history, config, control");
+        "filter, counters, drops, corrections, history, config, control");
   }
 }
 
@@ -411,6 +411,23 @@ TEST_F(ViewsTest, ConfigurationIsShownAsFileAndAsValues) {
   Json shown = view("config");
   EXPECT_THAT(shown["file"].get<std::string>(), testing::HasSubstr("\ndr-priority = 7\n"));
   EXPECT_EQ(shown["settings"]["interfaces"]["eth1"]["drPriority"], 7);
+}
+
+// Corrections -----------------------------------------------------------------------------------------
+
+TEST_F(ViewsTest, EachCorrectionIsShownWithItsActs) {
+  router->correctionsAre({.quickRelearn = true});
+  receive(helloFrom("192.0.2.1", 7));
+  receive(helloFrom("192.0.2.1", 8));
+  Json shown = view("corrections")["corrections"];
+  EXPECT_EQ(shown.size(), pimbsr::host::corrections().size());
+  for (Json const& one : shown) {
+    bool isOn = one["correction"] == "quick-relearn";
+    EXPECT_EQ(one["on"], isOn) << one;
+    EXPECT_EQ(one["acts"], isOn ? 1 : 0) << one;
+    EXPECT_NE(one["engine"], "");
+    EXPECT_NE(one["instead"], "");
+  }
 }
 
 // Control sockets -------------------------------------------------------------------------------------
