@@ -9,7 +9,6 @@
 #include "cli/base/Errors.h"
 #include "cli/page/Pack.h"
 #include "cli/page/PageText.h"
-#include "view/Json.h"
 #include "view/Replay.h"
 #include "view/Simulation.h"
 
@@ -60,12 +59,14 @@ bool isSavedDocument(std::string const& path) {
   return file >> first && first == '{';
 }
 
-/// Reads the view and writes it again, so that all members are there and of the right type.
+/// Reads it as its view too, so that all members are there and of the right type.
 template <class View>
 static Json savedDocument(std::string const& path, char const* command) {
   try {
     std::ifstream file(path, std::ios::binary);
-    return view::jsonOf(view::readView<View>(Json::parse(file)));
+    Json document = Json::parse(file);
+    view::readView<View>(document);
+    return document;
   } catch (nlohmann::json::exception const& error) {
     throw UsageError(fmt::format("{} is no document of {} --json: {}", path, command, error.what()));
   } catch (view::ReadError const& error) {
