@@ -18,7 +18,7 @@ MAX_FILE = 600
 MAX_FUNCTION = 40
 MAX_TEST_FUNCTION = 70  # with a table of cases in it
 CPP = (".h", ".cpp")
-CODE = CPP + (".zet", ".py", ".cmake", ".sh")
+CODE = CPP + (".zet", ".py", ".cmake", ".sh", ".js")
 CODE_FOLDERS = ("scripts/", ".ci/")
 
 # The modules, each with those it uses; it may use all that these use. A module within another is named by

@@ -141,7 +141,8 @@ class App {
 
   nextZone() {
     const { zones } = this.model;
-    if (zones.length) this.actions.pickZone(zones[(zones.indexOf(this.state.get("zone")) + 1) % zones.length]);
+    const next = (zones.indexOf(this.state.get("zone")) + 1) % zones.length;
+    if (zones.length) this.actions.pickZone(zones[next]);
   }
 
   step(step) {

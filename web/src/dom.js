@@ -24,9 +24,10 @@ function isShort(cell) {
 
 /** A table of texts or elements. */
 export function table(head, rows) {
+  const cellOf = (cell) => element("td", { class: isShort(cell) && "short" }, cell);
   return element("table", {},
     element("thead", {}, element("tr", {}, head.map((text) => element("th", {}, text)))),
-    element("tbody", {}, rows.map((row) => element("tr", {}, row.map((cell) => element("td", { class: isShort(cell) && "short" }, cell))))));
+    element("tbody", {}, rows.map((row) => element("tr", {}, row.map(cellOf)))));
 }
 
 /** A colored square with a letter. */

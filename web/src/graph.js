@@ -8,7 +8,29 @@ import { graphOf, layOut } from "./layout.js";
 import { spanAt } from "./spans.js";
 
 const MARGIN = 40;
-const BORDER_AT = 14; // of a mark of a border, in pixels from the router's center
+const LETTERS = 5; // the smallest radius at which a router has a letter
+const BORDER_AT = 7; // of the mark of a border, in pixels from the circle of the router
+
+/** Corners of square, diamond and triangle, of about the area of a circle with radius 1. */
+const CORNERS = [
+  [[-0.9, -0.9], [0.9, -0.9], [0.9, 0.9], [-0.9, 0.9]],
+  [[0, -1.35], [1.35, 0], [0, 1.35], [-1.35, 0]],
+  [[0, -1.35], [1.35, 1], [-1.35, 1]],
+];
+
+/** Adds a shape around a node to the path; 0 is a circle, the others are in CORNERS. */
+function trace(context, { px, py }, shape, radius) {
+  if (shape === 0) {
+    context.moveTo(px + radius, py);
+    context.arc(px, py, radius, 0, 2 * Math.PI);
+    return;
+  }
+  CORNERS[shape - 1].forEach(([x, y], i) => {
+    if (i === 0) context.moveTo(px + x * radius, py + y * radius);
+    else context.lineTo(px + x * radius, py + y * radius);
+  });
+  context.closePath();
+}
 
 export class Graph {
   constructor(canvas, model, lens, onPick) {
@@ -116,7 +138,8 @@ export class Graph {
         const to = this.graph.nodes[edge.source === end.router ? edge.target : edge.source];
         const length = Math.hypot(to.px - from.px, to.py - from.py) || 1;
         const [dx, dy] = [(to.px - from.px) / length, (to.py - from.py) / length];
-        const [x, y] = [from.px + dx * (this.radius + BORDER_AT / 2), from.py + dy * (this.radius + BORDER_AT / 2)];
+        const away = this.radius + BORDER_AT;
+        const [x, y] = [from.px + dx * away, from.py + dy * away];
         context.moveTo(x - dy * 6, y + dx * 6);
         context.lineTo(x + dy * 6, y - dx * 6);
       }
@@ -136,9 +159,39 @@ export class Graph {
     context.textAlign = "center";
     context.textBaseline = "middle";
     context.font = `bold ${Math.round(this.radius * 1.25)}px sans-serif`;
+    if (this.radius < LETTERS) this.drawSmall(context);
+    const statuses = this.lens.allAt(this.time);
     for (const node of this.graph.nodes) {
-      if (node.router && node.seen) this.drawRouter(context, node);
+      if (!node.router || !node.seen) continue;
+      const isDrawn = this.radius < LETTERS && !statuses[node.router.index].own;
+      if (!isDrawn) this.drawRouter(context, node);
     }
+  }
+
+  /** Routers without letters, all of one color and shape at a time. */
+  drawSmall(context) {
+    const statuses = this.lens.allAt(this.time);
+    const groups = new Map();
+    for (const node of this.graph.nodes) {
+      if (!node.router || !node.seen) continue;
+      const status = statuses[node.router.index];
+      const group = status.stopped ? "stopped" : status.item;
+      if (!groups.has(group)) groups.set(group, []);
+      groups.get(group).push(node);
+    }
+    for (const [group, nodes] of groups) this.drawGroup(context, group, nodes);
+  }
+
+  drawGroup(context, group, nodes) {
+    const isEmpty = group === null;
+    const isStopped = group === "stopped";
+    context.beginPath();
+    for (const node of nodes) trace(context, node, isEmpty || isStopped ? 0 : group.shape, this.radius);
+    context.fillStyle = isEmpty ? this.colors.paper : isStopped ? this.colors.stopped : group.color;
+    context.fill();
+    context.strokeStyle = isEmpty ? this.colors.warn : this.colors.ink;
+    context.lineWidth = isEmpty ? 1.6 : 0.6;
+    if (isEmpty || this.radius > 2.5) context.stroke();
   }
 
   drawRouter(context, node) {
@@ -153,7 +206,7 @@ export class Graph {
     context.strokeStyle = isEmpty ? this.colors.warn : this.colors.ink;
     context.lineWidth = status.own ? Math.max(2, radius * 0.28) : isEmpty ? 2 : 0.8;
     if (this.radius > 2.5 || status.own || isEmpty) context.stroke();
-    if (this.radius >= 5) this.drawLetter(context, node, status);
+    if (this.radius >= LETTERS) this.drawLetter(context, node, status);
   }
 
   drawLetter(context, node, status) {

@@ -5,6 +5,7 @@ import { fit, hatching, schemeColors } from "./canvas.js";
 import { indexAt, spanAt } from "./spans.js";
 
 export const READABLE = 18; // height of a row with its name
+const AROUND = [[0, 0], [-6, -7], [6, -7], [-6, 7], [6, 7]]; // places that a letter covers, in pixels
 const STATE_DASHES = { "Elected-BSR": [], "Pending-BSR": [4, 3], "Candidate-BSR": [1, 3] };
 
 export class Lanes {
@@ -95,7 +96,8 @@ export class Lanes {
   }
 
   drawSpanLetters(context, span, middle) {
-    const [left, right] = [Math.max(this.x(span.start), GUTTER), Math.min(this.x(span.end), this.x.range()[1])];
+    const left = Math.max(this.x(span.start), GUTTER);
+    const right = Math.min(this.x(span.end), this.x.range()[1]);
     if (right - left < 9) return;
     context.fillStyle = span.item.ink;
     context.font = "bold 11px sans-serif";
@@ -135,7 +137,7 @@ export class Lanes {
     context.textBaseline = "middle";
     for (let y = 12; y < seen - 6; y += 26) {
       for (let x = GUTTER + 20; x < this.x.range()[1] - 10; x += 64) {
-        const items = [[0, 0], [-6, -7], [6, -7], [-6, 7], [6, 7]].map(([dx, dy]) => this.itemAt(x + dx, y + dy, height));
+        const items = AROUND.map(([dx, dy]) => this.itemAt(x + dx, y + dy, height));
         if (!items[0] || items.some((item) => item !== items[0])) continue;
         context.fillStyle = items[0].ink;
         context.fillText(items[0].letter, x, y);

@@ -1,5 +1,5 @@
-// Places routers and LANs. The same network is always placed the same: distances to a few pivots give the rough
-// shape (pivot multidimensional scaling), and a force simulation refines it. Nothing is random.
+// Places routers and LANs. The same network is always placed the same: distances to a few pivots give the
+// rough shape (pivot multidimensional scaling), and a force simulation refines it. Nothing is random.
 
 import { forceCollide, forceLink, forceManyBody, forceSimulation, forceX, forceY } from "d3-force";
 
@@ -66,7 +66,8 @@ function pivotHops(adjacent) {
 /** Squared distances, centered in both directions. */
 function centered(columns) {
   const squares = columns.map((column) => column.map((value) => value * value));
-  const rows = squares[0].map((_, row) => squares.reduce((sum, column) => sum + column[row], 0) / squares.length);
+  const meanOf = (row) => squares.reduce((sum, column) => sum + column[row], 0) / squares.length;
+  const rows = squares[0].map((_, row) => meanOf(row));
   const all = rows.reduce((sum, value) => sum + value, 0) / rows.length;
   return squares.map((column) => {
     const mean = column.reduce((sum, value) => sum + value, 0) / column.length;

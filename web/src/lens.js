@@ -34,7 +34,8 @@ export class Lens {
     if (router.isNeighbor) return NO_SPANS;
     if (this.range) {
       return servingSpans(rpSetOf(router, this.model), router.changes, this.group, this.model.end)
-        .map((span) => ({ ...span, item: this.names.rps.get(span.rp), own: router.addresses.includes(span.rp) }));
+        .map((span) => ({
+          ...span, item: this.names.rps.get(span.rp), own: router.addresses.includes(span.rp) }));
     }
     const zone = router.zones.get(this.zone);
     return zone ? zone.bsr.map((span) => ({ ...span, item: this.names.bsrs.get(span.bsr) })) : NO_SPANS;

@@ -1,8 +1,11 @@
 // Each BSR and each RP has a letter and a color, in the order in which routers first followed or used it. The
-// letter alone identifies it: colors repeat after eight.
+// letter alone identifies it: colors repeat after eight. Routers that are too small for letters have shapes.
 
 // Colors that remain different with the common kinds of color blindness.
 const PALETTE = ["#0072b2", "#e69f00", "#009e73", "#cc79a7", "#56b4e9", "#d55e00", "#f0e442", "#7a5195"];
+
+/** Signs of the shapes, for the legend; shapes repeat after these. */
+export const SHAPES = ["●", "■", "◆", "▲"];
 
 function letterOf(index, first) {
   const letter = String.fromCharCode(first.charCodeAt(0) + (index % 26));
@@ -20,7 +23,7 @@ function named(addresses, owners, first) {
   return new Map(addresses.map((address, index) => {
     const color = PALETTE[index % PALETTE.length];
     return [address, { address, letter: letterOf(index, first), color, ink: inkOn(color),
-      owner: owners.get(address) || "" }];
+      shape: index % SHAPES.length, owner: owners.get(address) || "" }];
   }));
 }
 
@@ -30,7 +33,9 @@ function inOrderOfTime(firsts) {
 
 function ownersOf(model) {
   const owners = new Map();
-  for (const router of model.routers) for (const address of router.addresses) owners.set(address, router.name);
+  for (const router of model.routers) {
+    for (const address of router.addresses) owners.set(address, router.name);
+  }
   return owners;
 }
 
@@ -46,5 +51,5 @@ export function namesOf(model) {
     for (const change of router.changes) if (change.rp) note(rps, change.rp.address, change.time);
   }
   const owners = ownersOf(model);
-  return { bsrs: named(inOrderOfTime(bsrs), owners, "A"), rps: named(inOrderOfTime(rps), owners, "a"), owners };
+  return { bsrs: named(inOrderOfTime(bsrs), owners, "A"), rps: named(inOrderOfTime(rps), owners, "a") };
 }

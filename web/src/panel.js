@@ -4,11 +4,16 @@ import { sampleGroup } from "./addresses.js";
 import { timeText } from "./axis.js";
 import { badge, element, fill, table } from "./dom.js";
 import { choicesOf, rpSetOf } from "./lens.js";
+import { SHAPES } from "./names.js";
 import { sentenceOf } from "./sentences.js";
 import { countUntil, spanAt } from "./spans.js";
 
 const LAST_CHANGES = 12;
 const GLOBAL = "224.0.0.0/4";
+
+function nameOf(item) {
+  return ` ${item.address}${item.owner ? ` (${item.owner})` : ""}`;
+}
 
 export class Panel {
   constructor(legend, details, model, lens, names, actions) {
@@ -27,18 +32,23 @@ export class Panel {
     const what = this.lens.range ? `RP for ${this.lens.group}` : "BSR";
     const used = [...items.values()].filter((item) => counts.has(item));
     fill(this.legend,
-      used.map((item) => element("span", { class: "entry" }, badge(item), ` ${item.address}`,
-        item.owner ? ` (${item.owner})` : "", `: ${counts.get(item)}`)),
+      used.map((item) => element("span", { class: "entry" }, badge(item), this.shapeOf(item),
+        nameOf(item), `: ${counts.get(item)}`)),
       counts.has(null) && element("span", { class: "entry" }, element("span", { class: "badge none" }, "–"),
         ` no ${what}: ${counts.get(null)}`),
       stopped !== 0 && element("span", { class: "entry" }, element("span", { class: "badge stopped" }, "×"),
         ` stopped: ${stopped}`));
   }
 
+  /** The shape of routers with an item, where the graph is too dense for letters. */
+  shapeOf(item) {
+    return this.model.routers.length > 40 ? ` ${SHAPES[item.shape]}` : "";
+  }
+
   hintParts() {
     const parts = [element("h2", {}, "No router selected"),
-      element("p", {}, "Click a router, a lane, or search. Keys: space plays, ← → go to the change before or " +
-        "after, ↑ ↓ select a router, z the next zone, + − zoom the time, / searches, Esc deselects.")];
+      element("p", {}, "Click a router, a lane, or search. Keys: space plays, ← → go to the change before " +
+        "or after, ↑ ↓ select a router, z the next zone, + − zoom the time, / searches, Esc deselects.")];
     if (this.model.marks.length) {
       parts.push(element("h3", {}, this.model.kind === "replay" ? "Capture" : "Statements"));
       parts.push(this.timeTable(this.model.marks.map((mark) => [mark.time, mark.text])));
@@ -73,7 +83,7 @@ export class Panel {
       const item = bsr && this.names.bsrs.get(bsr.bsr);
       const pick = { class: "link", click: () => this.actions.pickZone(zone.zone) };
       return [element("button", pick, zone.zone),
-        item ? element("span", {}, badge(item), ` ${item.address}`, item.owner ? ` (${item.owner})` : "") : "no BSR",
+        item ? element("span", {}, badge(item), nameOf(item)) : "no BSR",
         bsr ? timeText(bsr.start) : "", state ? state.state : ""];
     });
     return [element("h3", {}, "Zones"),
@@ -97,8 +107,9 @@ export class Panel {
       const item = this.names.rps.get(span.rp);
       const pick = { class: "link", click: () => this.actions.pickRange(span.zone, span.range) };
       const scope = span.zone === GLOBAL ? "" : span.zone === span.range ? " scoped" : ` in ${span.zone}`;
-      return [element("span", {}, element("button", pick, span.range), scope), element("span", {}, badge(item), ` ${span.rp}`), span.priority,
-        `${span.holdtime} s`, serving.get(span.range) === span.rp ? sampleGroup(span.range) : ""];
+      return [element("span", {}, element("button", pick, span.range), scope),
+        element("span", {}, badge(item), ` ${span.rp}`), span.priority, `${span.holdtime} s`,
+        serving.get(span.range) === span.rp ? sampleGroup(span.range) : ""];
     });
     return [heading, table(["range", "RP", "priority", "holdtime", "serves"], rows)];
   }
@@ -118,7 +129,8 @@ export class Panel {
       ...router.interfaces.flatMap((intf) =>
         [...intf.borders, ...(intf.borderLists || [])].map((zone) => [`border on ${intf.link}`, zone, ""])),
     ];
-    return rows.length ? [element("h3", {}, "Configured"), table(["role", "zone or range", "priority"], rows)] : [];
+    if (rows.length === 0) return [];
+    return [element("h3", {}, "Configured"), table(["role", "zone or range", "priority"], rows)];
   }
 
   dropParts(router) {
@@ -132,7 +144,8 @@ export class Panel {
     const until = countUntil(router.events, this.time);
     const last = router.events.slice(Math.max(0, until - LAST_CHANGES), until).reverse();
     if (last.length === 0) return [];
+    const textOf = (event) => `${event.zone ? event.zone + ": " : ""}${sentenceOf(event)}`;
     return [element("h3", {}, "Last events"),
-      this.timeTable(last.map((event) => [event.time, `${event.zone ? event.zone + ": " : ""}${sentenceOf(event)}`]))];
+      this.timeTable(last.map((event) => [event.time, textOf(event)]))];
   }
 }

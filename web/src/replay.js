@@ -36,7 +36,7 @@ function loadOf(document, end) {
   let binLength = 1;
   while (end / binLength >= 360) binLength *= 2;
   const binCount = Math.floor(end / binLength) + 1;
-  const series = KINDS.map((kind) => ({ label: kind.label, key: kind.key, counts: new Array(binCount).fill(0) }));
+  const series = KINDS.map(({ label, key }) => ({ label, key, counts: new Array(binCount).fill(0) }));
   for (const event of document.timeline) {
     if (!event.received) continue;
     const row = series.find((one) => one.key === event.received.message) || series[series.length - 1];
@@ -87,7 +87,7 @@ export function replayModel(document) {
   const zones = [...new Set(changes.map((change) => change.zone))].sort(comparePrefixes);
   const routers = [routerOf(document, changes, zones, end), ...neighborsOf(document, end)];
   routers.forEach((router, index) => (router.index = index));
-  const ends = routers.map((router) => ({ router: router.index, borders: [], lists: [] }));
+  const ends = routers.map((router) => ({ router: router.index, borders: [] }));
   const last = document.timeline.reduce((time, event) => (event.received ? event.time : time), 0);
   const marks = [{ time: last, text: "last message of the capture" }];
   return {

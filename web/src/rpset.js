@@ -20,8 +20,8 @@ function stopAfter(upSpans, time, end) {
 }
 
 /**
- * Spans {start, end, zone, range, rp, priority, holdtime, bidirectional} from the changes of one router, which
- * are in order of time. A router that stops loses its RP set; `upSpans` is null for one that always runs.
+ * Spans {start, end, zone, range, rp, priority, holdtime, bidirectional} from the changes of one router, in
+ * order of time. A router that stops loses its RP set; `upSpans` is null for one that always runs.
  */
 export function rpSpansOf(changes, end, upSpans) {
   const open = new Map();
@@ -39,13 +39,14 @@ export function rpSpansOf(changes, end, upSpans) {
     const key = `${change.zone} ${range} ${address}`;
     if (ADDED.has(change.event) || REMOVED.has(change.event)) close(key, change.time);
     if (!ADDED.has(change.event)) continue;
-    open.set(key, { start: change.time, zone: change.zone, range, rp: address, priority, holdtime, bidirectional });
+    const terms = { zone: change.zone, range, rp: address, priority, holdtime, bidirectional };
+    open.set(key, { start: change.time, ...terms });
   }
   for (const key of [...open.keys()]) close(key, end);
   return spans.sort((a, b) => a.start - b.start);
 }
 
-/** The last hash mask length that the BSR of a zone announced until a time; 30 if none did (RFC 5059 section 5). */
+/** The last hash mask length that the BSR of a zone announced until a time; 30 if none did. */
 function hashMaskAt(changes, zone, time) {
   let length = 30;
   for (const change of changes) {

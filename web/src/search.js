@@ -11,7 +11,10 @@ function entriesOf(model) {
     ...router.addresses.map((address) => ({ text: address, label: `${address} (${router.name})`, router })),
   ]);
   const links = model.links.filter((link) => link.ends.length).map((link) => ({
-    text: link.name, label: `link ${link.name} ${link.prefix}`, router: model.routers[link.ends[0].router] }));
+    text: link.name,
+    label: `link ${link.name} ${link.prefix}`,
+    router: model.routers[link.ends[0].router],
+  }));
   return [...routers, ...links];
 }
 

@@ -10,7 +10,11 @@ function rpText(rp) {
   return `${rp.address} for ${rp.range}, priority ${rp.priority}, holdtime ${rp.holdtime} s`;
 }
 
-const KIND = { bsm: "BSM", crpAdv: "C-RP-Adv", hello: "Hello" };
+const KINDS = { bsm: "BSM", crpAdv: "C-RP-Adv", hello: "Hello" };
+
+function kindOf(event) {
+  return KINDS[event.message] || event.message;
+}
 
 const SENTENCES = {
   bsrElected: (event) => `BSR ${bsrText(event.bsr)}`,
@@ -23,14 +27,14 @@ const SENTENCES = {
   rpExpired: (event) => `RP expired: ${event.rp.address} for ${event.rp.range}`,
   zoneForgotten: () => "zone forgotten",
   candidateState: (event) => `candidacy: ${event.state}`,
-  accepted: (event) => `${KIND[event.message] || event.message} from ${event.sender} accepted`,
-  partlyAccepted: (event) => `${KIND[event.message] || event.message} from ${event.sender} partly accepted: ${event.reason}`,
-  dropped: (event) => `${KIND[event.message] || event.message} from ${event.sender} dropped: ${event.reason}`,
-  sent: (event) => `${KIND[event.message] || event.message} sent on ${event.link}`,
+  accepted: (event) => `${kindOf(event)} from ${event.sender} accepted`,
+  partlyAccepted: (event) => `${kindOf(event)} from ${event.sender} partly accepted: ${event.reason}`,
+  dropped: (event) => `${kindOf(event)} from ${event.sender} dropped: ${event.reason}`,
+  sent: (event) => `${kindOf(event)} sent on ${event.link}`,
   neighborUp: (event) => `neighbor ${event.neighbor} on ${event.link}`,
   neighborDown: (event) => `neighbor ${event.neighbor} on ${event.link} lost`,
   designatedRouter: (event) => `designated router on ${event.link}: ${event.dr || "none"}`,
-  lost: (event) => `${KIND[event.message] || event.message} lost on ${event.link}: ${event.reason}`,
+  lost: (event) => `${kindOf(event)} lost on ${event.link}: ${event.reason}`,
 };
 
 export function sentenceOf(event) {

@@ -38,7 +38,7 @@ function linksOf(document, routers) {
   for (const router of routers) {
     for (const intf of router.interfaces) {
       const link = byName.get(intf.link);
-      if (link) link.ends.push({ router: router.index, borders: intf.borders, lists: intf.borderLists || [] });
+      if (link) link.ends.push({ router: router.index, borders: intf.borders });
     }
   }
   return links;
@@ -57,7 +57,9 @@ function zonesOf(routers) {
 export function rangesOf(changes) {
   const ranges = new Map();
   for (const change of changes) {
-    if (change.rp) ranges.set(`${change.zone} ${change.rp.range}`, { zone: change.zone, range: change.rp.range });
+    if (!change.rp) continue;
+    const { zone, rp } = change;
+    ranges.set(`${zone} ${rp.range}`, { zone, range: rp.range });
   }
   return [...ranges.values()].sort(
     (a, b) => comparePrefixes(a.zone, b.zone) || comparePrefixes(a.range, b.range));
@@ -95,6 +97,7 @@ export function simulationModel(document) {
       .map((event) => ({ time: event.time, text: event.statement })),
     load: loadOf(document.load),
     // A scenario may leave changes of RPs out of its report; then they are known at the end alone.
-    hasRpChanges: changes.length > 0 || !routers.some((router) => router.atEnd.some((zone) => zone.rpSet.length)),
+    hasRpChanges: changes.length > 0 ||
+      !routers.some((router) => router.atEnd.some((zone) => zone.rpSet.length)),
   };
 }

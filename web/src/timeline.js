@@ -43,7 +43,8 @@ export class Timeline {
   move(canvas, event) {
     if (event.buttons & 1 && event.offsetX >= GUTTER - 4) this.actions.goTo(this.timeAt(event));
     const marks = canvas === this.parts.chart ? this.chart.marksAt(event.offsetX) : [];
-    const text = canvas === this.parts.chart ? marks.map((mark) => `${timeText(mark.time)}: ${mark.text}`).join("\n")
+    const textOf = (mark) => `${timeText(mark.time)}: ${mark.text}`;
+    const text = canvas === this.parts.chart ? marks.map(textOf).join("\n")
       : this.lanes.textAt(event.offsetX, event.offsetY);
     this.showHint(canvas, event, text);
   }
