@@ -347,8 +347,8 @@ TEST(ReplayTest, JsonHasItsMembersInOrderAndNothingElseIsPrinted) {
   for (auto const& [name, value] : document.items()) names.push_back(name);
   for (auto const& [name, value] : document["messages"].items()) names.push_back(name);
   for (auto const& [name, value] : document["zones"][0].items()) names.push_back(name);
-  EXPECT_THAT(names, ElementsAre("timeline", "messages", "drops", "zones", "counters", "pim", "bsm", "crpAdv",
-                                 "hello", "other", "malformed", "zone", "bsr", "rpSet"));
+  EXPECT_THAT(names, ElementsAre("end", "timeline", "messages", "drops", "zones", "counters", "pim", "bsm",
+                                 "crpAdv", "hello", "other", "malformed", "zone", "bsr", "rpSet"));
 }
 
 TEST(ReplayTest, MessagesOverIpv6AreOther) {

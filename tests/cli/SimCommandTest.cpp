@@ -129,7 +129,7 @@ TEST(SimCommandTest, EverySortOfEventHasALine) {
         "r2  C-RP-Adv sent   lan               192.0.2.2     priority 192, holdtime 180 s, prefix count 1\n",
         "r1  Adv accepted    192.0.2.2         192.0.2.2     priority 192, holdtime 180 s, prefix count 1\n",
         "r2  BSM accepted    192.0.2.1         192.0.2.1     priority 9, tag 0x",
-        "r1  BSM dropped     192.0.2.2         192.0.2.1     no-rpf-neighbor\n",
+        "r1  BSM dropped     192.0.2.2         192.0.2.1     own-bsr\n",
         "r2  RP added        239.1.0.0/16      192.0.2.2     priority 192, holdtime 180 s\n",
         "r1  RP expired      239.1.0.0/16      192.0.2.2",
         "r2  BSR expired     224.0.0.0/4       192.0.2.1\n",
@@ -141,7 +141,7 @@ TEST(SimCommandTest, EverySortOfEventHasALine) {
         "r1  Hello sent      lan                             holdtime 105 s\n", "No-Forward"}) {
     EXPECT_THAT(run.out, HasSubstr(text));
   }
-  EXPECT_THAT(run.out, HasSubstr("no-rpf-neighbor"));
+  EXPECT_THAT(run.out, HasSubstr("names this router itself as its BSR"));
 }
 
 TEST(SimCommandTest, TablesShowWhatIsAskedFor) {
