@@ -30,6 +30,16 @@ pimbsr_peer(BENCH_ABSL absl::btree absl::node_hash_map absl::flat_hash_map)
 pimbsr_peer(BENCH_LIBEVENT PkgConfig::libevent)
 pimbsr_peer(BENCH_LIBUV PkgConfig::libuv)
 
+# The fields of a change, written and parsed by Protocol Buffers.
+find_package(Protobuf QUIET)
+if(Protobuf_FOUND AND Protobuf_PROTOC_EXECUTABLE)
+  protobuf_generate_cpp(change_source change_header bench/attrlog.proto)
+  add_library(bench-change STATIC ${change_source})
+  target_include_directories(bench-change PUBLIC ${CMAKE_CURRENT_BINARY_DIR})
+  target_link_libraries(bench-change PUBLIC protobuf::libprotobuf)
+  pimbsr_peer(BENCH_PROTOBUF bench-change)
+endif()
+
 file(GLOB bench_sources CONFIGURE_DEPENDS bench/*.cpp)
 foreach(source ${bench_sources})
   get_filename_component(name ${source} NAME_WE)
