@@ -43,7 +43,7 @@ TEST_F(MetricsTest, EveryMetricHasHelpTypeAndPrefix) {
       EXPECT_TRUE(line.starts_with(name)) << line;
     }
   }
-  EXPECT_EQ(metrics, 21);
+  EXPECT_EQ(metrics, 22);
 }
 
 TEST_F(MetricsTest, ElectionsAndChurnAreCountedByZone) {
