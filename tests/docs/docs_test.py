@@ -19,6 +19,7 @@ ELSEWHERE = [
     (r"python3 -B tests/zetc/(\w+)_test\.py --rewrite", r"test: zetc-\1-test"),
     (r"scripts/format", "test: format-check"),
     (r"scripts/docs", "test: docs-site"),
+    (r"clang-tidy-14 -p build/test .*", "reason: reads the sources of the whole tree for minutes"),
     (r"scripts/coverage\b.*", "reason: builds all tests once more, for gcov"),
     (r"ctest --test-dir build/test\b.*", "reason: runs this test"),
     (r"(FUZZ_SECONDS=\d+ )?scripts/test", "reason: runs this test"),
