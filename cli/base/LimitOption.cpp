@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 #include <string_view>
 
 #include "agent/config/ConfigKeys.h"
 #include "cli/base/Errors.h"
+#include "cli/base/Numbers.h"
 #include "host/Limits.h"
 
 namespace pimbsr::cli {
@@ -16,14 +16,6 @@ namespace pimbsr::cli {
 using host::Limit;
 using Zet::U32;
 using Zet::U64;
-
-static std::optional<U64> numberOf(std::string_view text) {
-  U64 number = 0;
-  char const* end = text.data() + text.size();
-  auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return number;
-}
 
 static Limit const& limitOf(std::string_view name) {
   auto matches = [name](Limit const& limit) { return limit.name == name; };
@@ -39,7 +31,7 @@ void parseLimit(std::string const& text, host::IngressSettings& limits) {
     throw UsageError(fmt::format("--limit: '{}' is neither KEY=N nor none", text));
   Limit const& limit = limitOf(std::string_view(text).substr(0, equals));
   host::ConfigKey const& key = *limit.key;
-  std::optional<U64> number = numberOf(std::string_view(text).substr(equals + 1));
+  std::optional<U64> number = numberOf<U64>(std::string_view(text).substr(equals + 1));
   if (!number || *number < key.least || *number > key.most) {
     throw UsageError(fmt::format("--limit: {}: '{}' is not valid; valid is {}", limit.name,
                                  text.substr(equals + 1), agent::validText(key)));

@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <optional>
 #include <string_view>
 
 #include "cli/base/Errors.h"
+#include "cli/base/Numbers.h"
 #include "host/Configuration.keys.h"
 
 namespace pimbsr::cli {
@@ -14,16 +14,6 @@ namespace pimbsr::cli {
 using Lanet::IpGenAddr;
 using Zet::U32;
 using Zet::U64;
-
-/// The whole text as a number, or nothing.
-template <class Number>
-static std::optional<Number> numberOf(std::string const& text) {
-  Number number{};
-  char const* end = text.data() + text.size();
-  auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return number;
-}
 
 static U32 parseSeconds(std::string_view option, std::string const& text, U64 least, U64 most) {
   std::optional<U64> seconds = numberOf<U64>(text);
