@@ -22,7 +22,7 @@ using ::Slosh::Fib::RouteType;
 // Trace and log -----------------------------------------------------------------------------------------
 
 void Agent::AgentContext::trace(Zet::TraceLine const& line) {
-  logLine(fmt::format("trace {} {} {}: {}", line.handle, line.level, line.function, line.text));
+  logTrace(fmt::format("trace {} {} {}: {}", line.handle, line.level, line.function, line.text));
 }
 
 void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& text) {

@@ -2,11 +2,42 @@
 
 #include <string_view>
 
+#include "agent/base/LogEvents.h"
+#include "agent/base/LogRecord.h"
+
 namespace pimbsr::agent {
 
-/// Writes a line with the prefix "pimbsr: " to the standard error stream, which is the journal under a
-/// service manager. Never throws or blocks: a line that can't be written at once is lost, and the next line
-/// written is preceded by one with the number lost. An empty text writes nothing.
+/// Takes the lines of the log.
+class LogSink {
+ public:
+  virtual ~LogSink() = default;
+  /// Never throws nor waits: a line that isn't taken at once is lost.
+  virtual void write(LogRecord const& record) noexcept = 0;
+};
+
+/// Sets where the log goes, and returns what it was; null, as at the start, is the standard error stream.
+/// One for a process.
+LogSink* logSinkIs(LogSink* sink);
+
+/// Logs a line, limited by its kind and subject (LogLimit). Nothing of it throws or waits. An empty text logs
+/// nothing.
+///
+/// On the standard error stream a line begins with "pimbsr: ". Where the stream is the journal's, the line
+/// goes to the journal with its fields, or with its priority in front if that fails. A line that is not taken
+/// at once is lost, and the next one reports how many were.
+void log(LogRecord record) noexcept;
+/// The same for what is about nothing else.
+void logEvent(LogEvent const& event, std::string_view text) noexcept;
+/// The same for a note.
 void logLine(std::string_view text) noexcept;
+/// Logs a line of trace, which has no limit.
+void logTrace(std::string_view text) noexcept;
+
+/// Whether lines were held back that are to be written later, by flushLog().
+bool logHoldsBack();
+/// Writes those lines that were held back and whose time has come.
+void flushLog() noexcept;
+/// Writes all that were held back; for the end of the process.
+void endLog() noexcept;
 
 }  // namespace pimbsr::agent

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace pimbsr::agent {
+
+/// How urgent a line of the log is, as syslog numbers it (RFC 5424 section 6.2.1).
+enum class LogPriority : int { error = 3, warning = 4, notice = 5, info = 6, debug = 7 };
+
+/// A kind of event that is logged.
+struct LogEvent {
+  std::string_view name;  ///< stable; PIMBSR_EVENT in the journal
+  LogPriority priority = LogPriority::info;
+  std::string_view messageId;  ///< MESSAGE_ID in the journal: 32 hexadecimal digits; empty for none
+};
+
+/// One line of the log.
+struct LogRecord {
+  LogEvent event;
+  /// What it is about, such as {"ZONE", "224.0.0.0/4"}: fields of the journal without their "PIMBSR_". With
+  /// the kind they are what limits are kept for.
+  std::vector<std::pair<std::string_view, std::string>> subject;
+  std::string text;
+};
+
+}  // namespace pimbsr::agent
