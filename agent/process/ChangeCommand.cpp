@@ -1,98 +1,98 @@
 #include "agent/process/ChangeCommand.h"
 
 #include <fmt/format.h>
-#include <sys/mman.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
 #include <utility>
 
-#include "agent/process/ChangeHelper.h"
+#include "agent/base/FileDescriptor.h"
+#include "agent/process/FileMessage.h"
 
 namespace pimbsr::agent {
 
-static std::string errorText() { return std::generic_category().message(errno); }
-
-/// SOCK_SEQPACKET keeps message boundaries and reports when the other end has closed.
-ChangeCommand::ChangeCommand(std::string const& command) : command_(command) {
-  std::array<int, 2> ends{};
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
-    throw std::system_error(errno, std::generic_category(), "helper of the change command");
-  helper_ = fork();
-  if (helper_ == 0) serveChanges(ends[1], command);
-  int error = errno;
-  close(ends[1]);
-  fd_ = ends[0];
-  if (helper_ > 0) return;
-  close(fd_);
-  throw std::system_error(error, std::generic_category(), "helper of the change command");
-}
+ChangeCommand::ChangeCommand(ChangeOptions const& options)
+    : options_(options),
+      link_(startHelper("pimbsr-changes", [&options](int socket) { serveChanges(socket, options); })) {}
 
 ChangeCommand::~ChangeCommand() {
-  if (fd_ >= 0) close(fd_);
+  if (link_.fd >= 0) close(link_.fd);
 }
 
 std::string ChangeCommand::notify(std::string text) {
-  if (fd_ < 0) return {};
+  if (link_.fd < 0) return {};
   next_ = std::move(text);
-  return busy_ ? std::string() : start();
+  return isBusy() ? std::string() : start();
 }
 
-static bool writeAll(int file, std::string_view text) {
-  while (!text.empty()) {
-    ssize_t written = write(file, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    text.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return lseek(file, 0, SEEK_SET) == 0;
-}
-
-/// The text is passed as a file in memory, so that neither process waits for the command to read it.
+/// The text travels as a file in memory, handed over as a whole, so that nothing waits for its reader.
 std::string ChangeCommand::start() {
-  int file = memfd_create("rp-set", MFD_CLOEXEC);
-  busy_ = file >= 0 && writeAll(file, *next_) && sendFile(fd_, file);
-  std::string error;
-  if (!busy_) error = fmt::format("the change command could not be started: {}", errorText());
-  if (file >= 0) close(file);
-  next_.reset();
-  return error;
+  std::string text = std::exchange(next_, std::nullopt).value_or("");
+  FileDescriptor file(memoryFile("rp-set", text.data(), text.size()));
+  char byte = 0;
+  FileMessage message(&byte, sizeof byte);
+  if (file) message.fileIs(file.get());
+  if (!file || !message.send(link_.fd))
+    return fmt::format("the change command could not be started: {}", std::generic_category().message(errno));
+  if (started_++ == 0) startTime_ = Clock::now();
+  return {};
 }
 
 std::string ChangeCommand::handleReport() {
-  while (fd_ >= 0) {
-    int status = 0;
-    ssize_t got = recv(fd_, &status, sizeof status, MSG_DONTWAIT);
+  while (link_.fd >= 0) {
+    ChangeEnd end;
+    ssize_t got = recv(link_.fd, &end, sizeof end, MSG_DONTWAIT);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0 && errno == EAGAIN) break;
-    if (got != sizeof status) return handleLoss();
-    if (std::string text = handleEnd(status); !text.empty()) return text;
+    if (got != sizeof end) return handleLoss();
+    if (std::string text = handleEnd(end); !text.empty()) return text;
   }
   return {};
 }
 
-std::string ChangeCommand::handleEnd(int status) {
-  busy_ = false;
-  std::string error = next_ ? start() : std::string();
-  if (WIFSIGNALED(status))
-    return fmt::format("the change command '{}' was terminated by signal {} ({})", command_, WTERMSIG(status),
-                       strsignal(WTERMSIG(status)));
-  if (WEXITSTATUS(status) == 0) return error;
-  return fmt::format("the change command '{}' ended with status {}", command_, WEXITSTATUS(status));
+static bool hasSucceeded(ChangeEnd const& end) { return !end.timedOut && end.status == 0; }
+
+std::string ChangeCommand::describe(ChangeEnd const& end) const {
+  std::string command = fmt::format("the change command '{}'", options_.command);
+  if (end.timedOut)
+    return fmt::format("{} was terminated since it took longer than {} s", command, options_.timeLimit);
+  if (WIFSIGNALED(end.status))
+    return fmt::format("{} was terminated by signal {} ({})", command, WTERMSIG(end.status),
+                       strsignal(WTERMSIG(end.status)));
+  return fmt::format("{} ended with status {}", command, WEXITSTATUS(end.status));
+}
+
+std::string ChangeCommand::handleEnd(ChangeEnd const& end) {
+  --started_;
+  startTime_ = Clock::now();
+  lastRun_ = {.end = end, .ended = startTime_};
+  ++(hasSucceeded(end) ? counts_.succeeded : end.timedOut ? counts_.timedOut : counts_.failed);
+  std::string error = next_ && !isBusy() ? start() : std::string();
+  return hasSucceeded(end) ? error : describe(end);
 }
 
 std::string ChangeCommand::handleLoss() {
-  close(fd_);
-  fd_ = -1;
-  busy_ = false;
+  close(link_.fd);
+  link_.fd = -1;
+  started_ = 0;
   next_.reset();
-  waitpid(helper_, nullptr, WNOHANG);
+  awaitHelper(link_.helper, 0);
   return "the helper of the change command has ended; the command doesn't run any more";
+}
+
+std::string ChangeCommand::finish() {
+  std::string text = next_ ? start() : std::string();
+  while (isBusy()) {
+    pollfd waiting{.fd = link_.fd, .events = POLLIN, .revents = 0};
+    if (poll(&waiting, 1, -1) < 0) break;  // a signal ends the waiting
+    if (std::string ended = handleReport(); !ended.empty()) text = ended;
+  }
+  return text;
 }
 
 }  // namespace pimbsr::agent

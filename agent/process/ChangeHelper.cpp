@@ -1,117 +1,101 @@
 #include "agent/process/ChangeHelper.h"
 
-#include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
-#include <climits>
+#include <chrono>
+#include <cmath>
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
+
+#include "agent/base/FileDescriptor.h"
+#include "agent/process/FileMessage.h"
 
 namespace pimbsr::agent {
 
 namespace {
 
-/// A message of one byte with a file descriptor as ancillary data.
-class FileMessage {
- public:
-  FileMessage() {
-    header_.msg_iov = &part_;
-    header_.msg_iovlen = 1;
-    header_.msg_control = control_.data();
-    header_.msg_controllen = control_.size();
-  }
-  FileMessage(FileMessage const&) = delete;
-  FileMessage& operator=(FileMessage const&) = delete;
+using Clock = std::chrono::steady_clock;
 
-  void fileIs(int file) {
-    cmsghdr* rights = CMSG_FIRSTHDR(&header_);
-    rights->cmsg_level = SOL_SOCKET;
-    rights->cmsg_type = SCM_RIGHTS;
-    rights->cmsg_len = CMSG_LEN(sizeof file);
-    std::memcpy(CMSG_DATA(rights), &file, sizeof file);
-  }
-  /// Below 0 without one.
-  int file() {
-    int file = -1;
-    cmsghdr* rights = CMSG_FIRSTHDR(&header_);
-    if (rights != nullptr && rights->cmsg_type == SCM_RIGHTS)
-      std::memcpy(&file, CMSG_DATA(rights), sizeof file);
-    return file;
-  }
-  msghdr* header() { return &header_; }
+/// Seconds from SIGTERM to SIGKILL.
+constexpr double grace = 2;
+/// The status of a shell that can't start its command, for where there is no process to be had.
+constexpr int noProcess = 126 << 8;
 
- private:
-  char byte_ = 0;
-  iovec part_{&byte_, 1};
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control_{};
-  msghdr header_{};
-};
-
-/// The descriptor of the socket in the helper: next to the standard streams.
-constexpr int socketPlace = 3;
-
-constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGTERM, SIGPIPE};
-
-void closeAllBut(int socket) {
-  if (socket != socketPlace) dup2(socket, socketPlace);
-  close_range(socketPlace + 1, UINT_MAX, 0);
-  fcntl(socketPlace, F_SETFD, FD_CLOEXEC);
-  int none = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  dup2(none, STDIN_FILENO);
-  close(none);
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
+/// A run has a process group of its own, so that all of it can be ended.
 [[noreturn]] void execute(int file, std::string const& command) {
+  setpgid(0, 0);
+  for (int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE}) std::signal(number, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  for (int number : endingSignals) std::signal(number, SIG_DFL);
   dup2(file, STDIN_FILENO);
   execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
   _exit(127);
 }
 
-/// The wait status; that of a shell which can't start its command if fork() fails.
-int run(int file, std::string const& command) {
-  int status = 126 << 8;
-  pid_t child = fork();
-  if (child == 0) execute(file, command);
-  while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+/// SIGCHLD, which waits to be taken while it is blocked.
+sigset_t childSignal() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGCHLD);
+  return signals;
+}
+
+/// Waits until a child has ended, at most so many seconds. Returns whether it has.
+bool awaitEnd(pid_t child, double seconds, int& status) {
+  sigset_t const signals = childSignal();
+  Clock::time_point start = Clock::now();
+  while (true) {
+    if (waitpid(child, &status, WNOHANG) == child) return true;
+    double left = seconds - secondsSince(start);
+    if (left <= 0) return false;
+    double whole = std::floor(left);
+    timespec wait{.tv_sec = static_cast<time_t>(whole), .tv_nsec = static_cast<long>((left - whole) * 1e9)};
+    sigtimedwait(&signals, nullptr, &wait);
   }
-  return status;
+}
+
+/// Ends a run with all processes of its group.
+void end(pid_t child, int& status) {
+  kill(-child, SIGTERM);
+  bool hasEnded = awaitEnd(child, grace, status);
+  kill(-child, SIGKILL);
+  if (!hasEnded) waitpid(child, &status, 0);
+}
+
+/// No fork handler runs: that of libuv would close descriptors by their numbers, which mean other files here.
+ChangeEnd run(int file, ChangeOptions const& options) {
+  Clock::time_point start = Clock::now();
+  ChangeEnd run{.status = noProcess};
+  pid_t child = _Fork();
+  if (child == 0) execute(file, options.command);
+  if (child < 0) return run;
+  setpgid(child, child);  // whichever of both is first
+  run.timedOut = !awaitEnd(child, options.timeLimit, run.status);
+  if (run.timedOut) end(child, run.status);
+  run.duration = secondsSince(start);
+  return run;
 }
 
 }  // namespace
 
-bool sendFile(int socket, int file) {
-  FileMessage message;
-  message.fileIs(file);
-  return sendmsg(socket, message.header(), MSG_NOSIGNAL | MSG_DONTWAIT) == 1;
-}
-
-/// The helper ignores the signals that end an agent: it ends when its agent does, and must still run the
-/// command if both are signaled by their common name.
-void serveChanges(int socket, std::string const& command) {
-  for (int number : endingSignals) std::signal(number, SIG_IGN);
-  std::signal(SIGCHLD, SIG_DFL);
-  prctl(PR_SET_NAME, "pimbsr-changes");
-  unsetenv("NOTIFY_SOCKET");
-  closeAllBut(socket);
+void serveChanges(int socket, ChangeOptions const& options) {
+  sigset_t const signals = childSignal();
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
   while (true) {
-    FileMessage message;
-    ssize_t got = recvmsg(socketPlace, message.header(), MSG_CMSG_CLOEXEC);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) _exit(0);
-    int file = message.file();
-    int status = run(file, command);
-    close(file);
-    if (send(socketPlace, &status, sizeof status, MSG_NOSIGNAL) != sizeof status) _exit(0);
+    char byte = 0;
+    FileMessage message(&byte, sizeof byte);
+    if (message.receive(socket) <= 0) return;
+    FileDescriptor file(message.file());
+    ChangeEnd ended = run(file.get(), options);
+    send(socket, &ended, sizeof ended, MSG_NOSIGNAL);
   }
 }
 

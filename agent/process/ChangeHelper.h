@@ -4,11 +4,22 @@
 
 namespace pimbsr::agent {
 
-/// Sends an open file over a Unix socket, as the text of one run. Returns whether it was sent.
-bool sendFile(int socket, int file);
+/// What a change command is, and how long a run of it may take.
+struct ChangeOptions {
+  std::string command;    ///< for a shell
+  double timeLimit = 30;  ///< seconds, above 0
+};
 
-/// The main function of the helper process: runs a shell command for each file received over the socket, and
-/// replies with the wait status of the run, an int. Ends the process when the other end has closed.
-[[noreturn]] void serveChanges(int socket, std::string const& command);
+/// How a run of the change command ended.
+struct ChangeEnd {
+  int status = 0;         ///< the wait status of the shell
+  bool timedOut = false;  ///< it took longer than the limit, and was ended for that
+  double duration = 0;    ///< seconds
+};
+
+/// The life of the helper process that runs a shell command for each file that comes over the socket, and
+/// answers each with a ChangeEnd. A run that exceeds its time gets SIGTERM, and SIGKILL two seconds later,
+/// with all processes of its group. Returns when the other end has gone and all that it sent was run.
+void serveChanges(int socket, ChangeOptions const& options);
 
 }  // namespace pimbsr::agent

@@ -33,7 +33,8 @@ static void writeFindings(agent::ConfigReading const& reading, char const* kind,
 static void serve(agent::RunOptions const& options, agent::Settings const& settings, std::ostream& out) {
   std::unique_ptr<agent::ChangeCommand> changeCommand;
   if (!options.changeCommand.empty())
-    changeCommand = std::make_unique<agent::ChangeCommand>(options.changeCommand);
+    changeCommand = std::make_unique<agent::ChangeCommand>(
+        agent::ChangeOptions{.command = options.changeCommand, .timeLimit = options.changeTimeLimit});
   agent::Daemon daemon(options, settings, changeCommand.get());
   if (options.privilegeCheck) {
     out << agent::privilegesHeld();

@@ -53,9 +53,15 @@ static void addRun(CLI::App& app, RunChoice& choice) {
   command
       .add_option("--on-change", choice.run.changeCommand,
                   "Run a shell command with the RP set as JSON on its standard input after each\n"
-                  "change of it: once for changes close together, and never two at a time. It runs\n"
-                  "with the rights that this command was started with")
+                  "change of it, and once after the start: once for changes close together, and never\n"
+                  "two at a time. It runs with the rights that this command was started with")
       ->type_name("COMMAND");
+  command
+      .add_option("--on-change-timeout", choice.run.changeTimeLimit,
+                  "Seconds after which a run of that command is ended, 1 to 3600")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1.0, 3600.0))
+      ->capture_default_str();
   command.add_flag("--unprivileged-check", choice.run.privilegeCheck,
                    "Start as usual, print which privileges are held then, and end");
   command

@@ -22,13 +22,15 @@ namespace test {
 namespace {
 
 using pimbsr::agent::ChangeCommand;
+using pimbsr::agent::ChangeOptions;
 using testing::HasSubstr;
 
 /// A folder in which commands leave what they got.
 class ChangeCommandTest : public testing::Test {
  protected:
-  void start(std::string const& script) {
-    command = std::make_unique<ChangeCommand>("cd " + folder.path() + "; " + script);
+  void start(std::string const& script, double timeLimit = 20) {
+    command = std::make_unique<ChangeCommand>(
+        ChangeOptions{.command = "cd " + folder.path() + "; " + script, .timeLimit = timeLimit});
   }
   std::string text(std::string const& name) const {
     std::ifstream in(folder.file(name));
@@ -166,6 +168,56 @@ TEST_F(ChangeCommandTest, HelperEndsWithItsAgentAfterTheLastRun) {
   command->notify("");
   EXPECT_EQ(helperStatus(), 0);
   EXPECT_EQ(text("got"), "done\n");
+}
+
+TEST_F(ChangeCommandTest, RunThatHangsIsEndedWithAllItsProcessesAndTheNextOneIsDone) {
+  start("read word; [ $word = hang ] || { echo $word > got; exit 0; }; trap '' TERM; sleep 300 & sleep 300",
+        1);
+  command->notify("hang\n");
+  command->notify("next\n");
+  EXPECT_THAT(report(), HasSubstr("was terminated since it took longer than 1 s"));
+  EXPECT_TRUE(command->lastRun()->end.timedOut);
+  EXPECT_GE(command->lastRun()->end.duration, 1);
+  EXPECT_EQ(report(), "");
+  EXPECT_EQ(text("got"), "next\n");
+  EXPECT_FALSE(command->lastRun()->end.timedOut);
+  EXPECT_EQ(command->counts().timedOut, 1u);
+  EXPECT_EQ(command->counts().succeeded, 1u);
+}
+
+TEST_F(ChangeCommandTest, HangingRunMayCleanUpBeforeItEnds) {
+  start("trap 'echo ended > got; exit 0' TERM; sleep 300 & wait", 0.2);
+  command->notify("");
+  EXPECT_THAT(report(), HasSubstr("took longer"));
+  EXPECT_EQ(text("got"), "ended\n");
+}
+
+TEST_F(ChangeCommandTest, ProcessesOfAnEndedRunDoNotStay) {
+  start("sleep 300 & echo $! > got; wait", 0.2);
+  command->notify("");
+  report();
+  std::string state;
+  std::getline(std::ifstream("/proc/" + std::to_string(std::stoi(text("got"))) + "/stat"), state);
+  EXPECT_TRUE(state.empty() || state.find(" Z ") != state.npos) << state;
+}
+
+TEST_F(ChangeCommandTest, EachEndIsCounted) {
+  start("read word; exit $word");
+  for (char const* word : {"0\n", "3\n", "0\n"}) {
+    command->notify(word);
+    report();
+  }
+  EXPECT_EQ(command->counts().succeeded, 2u);
+  EXPECT_EQ(command->counts().failed, 1u);
+}
+
+TEST_F(ChangeCommandTest, TextThatWaitsAtTheEndIsRun) {
+  start("cat >> got; echo >> got; sleep 0.1");
+  for (char const* word : {"first", "second", "third"}) command->notify(word);
+  EXPECT_EQ(command->finish(), "");
+  EXPECT_FALSE(command->isBusy());
+  EXPECT_EQ(text("got"), "first\nthird\n");
+  EXPECT_EQ(command->counts().succeeded, 2u);
 }
 
 TEST_F(ChangeCommandTest, EndOfTheHelperIsReportedOnceAndLaterTextsHaveNoEffect) {
