@@ -33,9 +33,6 @@ using view::Json;
 
 /// Seconds from a change until the history is written to its file.
 static constexpr double historyDelay = 5;
-/// Seconds without a change until the change command runs, and the maximum delay.
-static constexpr double changeQuiet = 1;
-static constexpr double changeLatest = 5;
 /// Seconds after which an interface that couldn't be opened is tried again.
 static constexpr double interfaceRetry = 10;
 static constexpr char const* historyFile = "history.jsonl";
@@ -54,12 +51,11 @@ static void raiseFileLimit() {
 Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeCommand* changeCommand)
     : options_(options),
       clock_(options.clockRate),
-      changeCommand_(changeCommand),
       platform_(loop_, traffic_, *this),
       agent_(clock_, platform_, traffic_, *this),
       timer_(loop_, [this] { handleTimer(); }),
       historyTimer_(loop_, [this] { saveHistory(); }),
-      changeTimer_(loop_, [this] { runChangeCommand(); }),
+      changeRunner_(loop_, changeCommand, [this] { return show(agent_.observed(), "rp-set").dump(); }),
       interfaceTimer_(loop_, [this] { onKernelChange({}); }) {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
@@ -67,7 +63,6 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
   options_.file = std::filesystem::absolute(options.file);
   agent_.kernelChanged(platform_.takeChangedRoutes());
   follow(settings);
-  if (changeCommand_ != nullptr) followChangeCommand();
   if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
     loadHistory();
     Settings const& opened = agent_.settings();
@@ -94,6 +89,14 @@ void Daemon::dropRights() {
 }
 
 void Daemon::run() {
+  serve();
+  std::signal(SIGHUP, SIG_IGN);
+  controls_.clear();
+  changeRunner_.finish();
+}
+
+/// A second signal is not followed any more: it ends the process at once.
+void Daemon::serve() {
   LoopSignal terminate(loop_, SIGTERM, [this] { loop_.stop(); });
   LoopSignal interrupt(loop_, SIGINT, [this] { loop_.stop(); });
   LoopSignal hangup(loop_, SIGHUP, [this] { handleHangup(); });
@@ -102,6 +105,7 @@ void Daemon::run() {
   logLine(fmt::format("version {} runs with {}; {}", version, options_.file, interfacesText()));
   loop_.run();
   notifyService("STOPPING=1");
+  changeRunner_.handOver();  // before the goodbyes: what was learned stays in use until the next start
   agent_.sendGoodbyes();
   saveHistory();
   logLine("has ended all candidacies and sent goodbye Hellos");
@@ -169,12 +173,10 @@ static std::string logText(HistoryEntry const& change) {
 static bool changesRpSet(HistoryEntry const& change) { return change.isOfRpSet(); }
 
 void Daemon::onChanges(std::vector<HistoryEntry> const& changes) {
-  for (HistoryEntry const& change : changes) logLine(logText(change));
   if (!historyTimer_.isRunning()) historyTimer_.startIn(historyDelay);
+  for (HistoryEntry const& change : changes) logLine(logText(change));
   publish(changes);
-  if (changeCommand_ == nullptr || std::none_of(changes.begin(), changes.end(), changesRpSet)) return;
-  if (!changeTimer_.isRunning()) changeDeadline_ = clock_.now() + changeLatest * clock_.rate();
-  changeTimer_.startIn(std::min(changeQuiet, clock_.realSpan(changeDeadline_ - clock_.now())));
+  if (std::any_of(changes.begin(), changes.end(), changesRpSet)) changeRunner_.changed();
 }
 
 /// A line holds text of the kernel's, such as names of interfaces, which may be any bytes.
@@ -187,28 +189,12 @@ void Daemon::publish(std::vector<HistoryEntry> const& changes) {
   }
 }
 
-void Daemon::runChangeCommand() {
-  logLine(changeCommand_->notify(show(agent_.observed(), "rp-set").dump()));
-  followChangeCommand();
-}
-
-/// The reader is removed once the helper has ended.
-void Daemon::followChangeCommand() {
-  if (changeCommand_->fd() < 0) {
-    changeReader_ = nullptr;
-  } else if (!changeReader_) {
-    changeReader_ = std::make_unique<LoopReader>(loop_, changeCommand_->fd(), [this] {
-      logLine(changeCommand_->handleReport());
-      followChangeCommand();
-    });
-  }
-}
-
 // Requests ----------------------------------------------------------------------------------------------
 
 Observed Daemon::observed() {
   Observed observed = agent_.observed();
   for (auto const& control : controls_) observed.controls.push_back(control->status());
+  observed.changeRuns = changeRunner_.state();
   return observed;
 }
 

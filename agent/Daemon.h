@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/Agent.h"
+#include "agent/ChangeRunner.h"
 #include "agent/RunOptions.h"
 #include "agent/account/Traffic.h"
 #include "agent/base/Clock.h"
@@ -30,10 +31,12 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   Daemon(Daemon const&) = delete;
   Daemon& operator=(Daemon const&) = delete;
 
-  /// Serves until a signal ends it; then ends all candidacies, sends goodbye Hellos and saves the history.
+  /// Serves until a signal ends it; then ends all candidacies, sends goodbye Hellos and waits for the change
+  /// command if a run is due.
   void run();
 
  private:
+  void serve();
   bool onPacket(std::string const& intf, std::span<U8 const> packet) override;
   void onKernelChange(std::vector<Lanet::Prefix> const& routes) override;
   std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const override;
@@ -58,24 +61,19 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   void saveHistory();
   void logHistoryError(std::exception const& error);
   void checkFiles();
-  void runChangeCommand();
-  void followChangeCommand();
 
   RunOptions options_;
   Clock clock_;
-  ChangeCommand* changeCommand_;
   Loop loop_;
   Traffic traffic_;
   LinuxPlatform platform_;
   Agent agent_;
   LoopTimer timer_;
   LoopTimer historyTimer_;
-  LoopTimer changeTimer_;
+  ChangeRunner changeRunner_;
   LoopTimer interfaceTimer_;
-  std::unique_ptr<LoopReader> changeReader_;
-  std::string historyError_;   ///< the last logged error of saving the history
-  double changeDeadline_ = 0;  ///< on the agent's clock; when the change command runs at the latest
-  double armedFor_ = 0;        ///< expiry that timer_ waits for
+  std::string historyError_;                              ///< the last logged error of saving the history
+  double armedFor_ = 0;                                   ///< expiry that timer_ waits for
   std::vector<std::unique_ptr<ControlServer>> controls_;  ///< one for each control socket
 };
 

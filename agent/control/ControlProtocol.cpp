@@ -17,7 +17,7 @@ using Names = std::span<std::string_view const>;
 
 static constexpr std::string_view views[] = {"bsr",         "rp-set",  "candidates", "rp",       "neighbors",
                                              "interfaces",  "borders", "filter",     "counters", "drops",
-                                             "corrections", "history", "config",     "control"};
+                                             "corrections", "history", "config",     "control",  "on-change"};
 static constexpr std::string_view clearable[] = {"counters", "drops", "history"};
 
 Names viewNames() { return views; }

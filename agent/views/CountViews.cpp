@@ -1,3 +1,5 @@
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <set>
 
@@ -167,6 +169,37 @@ static view::Socket viewOf(ControlStatus const& control) {
 view::Control showControl(Observed const& observed) {
   view::Control shown;
   for (ControlStatus const& control : observed.controls) shown.sockets.push_back(viewOf(control));
+  return shown;
+}
+
+// The change command --------------------------------------------------------------------------------------
+
+static view::RunOutcome outcomeOf(EndedRun const& run) {
+  if (run.timedOut) return view::RunOutcome::timedOut;
+  return run.status == 0 ? view::RunOutcome::succeeded : view::RunOutcome::failed;
+}
+
+static view::ChangeRun viewOf(EndedRun const& run) {
+  view::ChangeRun shown{
+      .ago = run.ago, .duration = run.duration, .outcome = std::string(keyOf(outcomeOf(run)))};
+  if (WIFEXITED(run.status)) shown.status = WEXITSTATUS(run.status);
+  if (WIFSIGNALED(run.status)) shown.signal = WTERMSIG(run.status);
+  return shown;
+}
+
+view::OnChange showOnChange(Observed const& observed) {
+  ChangeRuns const& runs = observed.changeRuns;
+  view::OnChange shown;
+  if (!runs.command.empty()) {
+    shown.command = runs.command;
+    shown.timeLimit = runs.timeLimit;
+  }
+  shown.runningFor = runs.runningFor;
+  shown.waiting = runs.waiting;
+  shown.succeeded = runs.succeeded;
+  shown.failed = runs.failed;
+  shown.timedOut = runs.timedOut;
+  if (runs.last) shown.lastRun = viewOf(*runs.last);
   return shown;
 }
 

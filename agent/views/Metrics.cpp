@@ -196,6 +196,21 @@ void addControls(Families& families, Observed const& observed) {
       over.add(control.counts.*count, labels(control, {{"reason", reason}}));
 }
 
+// The change command --------------------------------------------------------------------------------------
+
+void addChangeRuns(Families& families, Observed const& observed) {
+  ChangeRuns const& runs = observed.changeRuns;
+  if (runs.command.empty()) return;
+  Family ended(families, MetricType::Counter, "change_command_runs_total",
+               "Runs of the change command that have ended, by outcome.");
+  ended.add(runs.succeeded, {{"outcome", "succeeded"}});
+  ended.add(runs.failed, {{"outcome", "failed"}});
+  ended.add(runs.timedOut, {{"outcome", "timedOut"}});
+  Family(families, MetricType::Gauge, "change_command_running_seconds",
+         "How long the present run of the change command has lasted; 0 for none.")
+      .add(runs.runningFor.value_or(0));
+}
+
 // Timers and the process --------------------------------------------------------------------------------
 
 void addLateness(Families& families, TimerLatency const& timerLatency) {
@@ -235,6 +250,7 @@ std::string metricsText(Observed const& observed) {
   addKernelLosses(families, observed);
   addNeighbors(families, observed);
   addControls(families, observed);
+  addChangeRuns(families, observed);
   addProcess(families, observed);
   return prometheus::TextSerializer().Serialize(families);
 }

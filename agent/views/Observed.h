@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "agent/account/ChangeRuns.h"
 #include "agent/account/Drops.h"
 #include "agent/account/History.h"
 #include "agent/account/TimerLatency.h"
@@ -27,6 +28,7 @@ struct Observed {
   double startTime = 0;  ///< when the agent started, on its clock
 
   std::vector<ControlStatus> controls = {};  ///< of each control socket that is open
+  ChangeRuns changeRuns = {};
 
   /// The time from which remaining times are computed; the owner sets the router's clock before each view.
   double now() const { return router.context().now(); }

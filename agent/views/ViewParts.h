@@ -37,6 +37,7 @@ view::Drops showDrops(Observed const& observed);
 view::Corrections showCorrections(Observed const& observed);
 view::History showHistory(Observed const& observed);
 view::Control showControl(Observed const& observed);
+view::OnChange showOnChange(Observed const& observed);
 
 /// The names of access lists by which something is configured.
 template <class Terms>

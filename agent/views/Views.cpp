@@ -44,7 +44,8 @@ static constexpr NamedView views[] = {{"bsr", shown<showBsr>},
                                       {"corrections", shown<showCorrections>},
                                       {"history", shown<showHistory>},
                                       {"config", shown<showConfig>},
-                                      {"control", shown<showControl>}};
+                                      {"control", shown<showControl>},
+                                      {"on-change", shown<showOnChange>}};
 
 static std::string validNames() {
   std::string names;

@@ -9,9 +9,9 @@
 namespace pimbsr::agent {
 
 /// The view of an agent with a name, as an object: "bsr", "rp-set", "candidates", "rp" (of a multicast
-/// group), "neighbors", "interfaces", "borders", "filter", "counters", "drops", "corrections", "history" or
-/// "config". Times are seconds, left or ago; an absent value is null. Throws RequestError for another name,
-/// with those that are valid.
+/// group), "neighbors", "interfaces", "borders", "filter", "counters", "drops", "corrections", "history",
+/// "config", "control" or "on-change". Times are seconds, left or ago; an absent value is null. Throws
+/// RequestError for another name, with those that are valid.
 nlohmann::ordered_json show(Observed const& observed, std::string_view what, Lanet::IpAddr group = {});
 
 }  // namespace pimbsr::agent

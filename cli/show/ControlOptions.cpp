@@ -32,6 +32,7 @@ static constexpr char const* footShow =
     "  history      the last elections and changes of RP sets\n"
     "  config       the configuration that is followed\n"
     "  control      the clients of the control sockets, and what their limits ended\n"
+    "  on-change    the command that --on-change runs, and how its last run ended\n"
     "Times are the time left, unless said otherwise.\n"
     "\n"
     "Examples:\n"

@@ -44,6 +44,9 @@ void writeShown(std::ostream& out, view::Control const& view);
 // ShowHistory.cpp
 void writeShown(std::ostream& out, view::History const& view);
 
+// ShowOnChange.cpp
+void writeShown(std::ostream& out, view::OnChange const& view);
+
 // Tables
 
 /// The cells of two views in one line.

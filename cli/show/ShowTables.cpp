@@ -44,6 +44,7 @@ void writeShow(std::ostream& out, std::string const& what, Json const& view) {
                                                        {"history", writeView<view::History>},
                                                        {"config", writeView<view::Config>},
                                                        {"control", writeView<view::Control>},
+                                                       {"on-change", writeView<view::OnChange>},
                                                        {"candidates", writeView<view::Candidates>}};
   auto writer = writers.find(what);
   if (writer != writers.end()) {

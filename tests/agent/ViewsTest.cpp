@@ -51,7 +51,7 @@ TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreErrors) {
     EXPECT_STREQ(
         error.what(),
         "there is no view \"bsrs\"; valid are bsr, rp-set, candidates, rp, neighbors, interfaces, borders, "
-        "filter, counters, drops, corrections, history, config, control");
+        "filter, counters, drops, corrections, history, config, control, on-change");
   }
 }
 
@@ -428,6 +428,28 @@ TEST_F(ViewsTest, EachCorrectionIsShownWithItsActs) {
     EXPECT_NE(one["engine"], "");
     EXPECT_NE(one["instead"], "");
   }
+}
+
+// The change command ----------------------------------------------------------------------------------
+
+TEST_F(ViewsTest, ChangeCommandShowsItsRunsAndHowTheLastOneEnded) {
+  EXPECT_TRUE(view("on-change")["command"].is_null());
+  pimbsr::agent::Observed seen = observed();
+  seen.changeRuns = {.command = "install",
+                     .timeLimit = 30,
+                     .runningFor = 1.5,
+                     .waiting = true,
+                     .succeeded = 4,
+                     .failed = 2,
+                     .timedOut = 1,
+                     .last = {{.ago = 7, .duration = 0.25, .status = 3 << 8}}};
+  expect(kept("on-change", pimbsr::agent::show(seen, "on-change")),
+         R"({"command": "install", "timeLimit": 30.0,
+    "runningFor": 1.5, "waiting": true, "succeeded": 4, "failed": 2, "timedOut": 1, "lastRun": {"ago": 7.0,
+    "duration": 0.25, "outcome": "failed", "status": 3, "signal": null}})");
+  seen.changeRuns.last = {.ago = 7, .duration = 30, .status = 15, .timedOut = true};
+  expect(pimbsr::agent::show(seen, "on-change")["lastRun"], R"({"ago": 7.0, "duration": 30.0,
+    "outcome": "timedOut", "status": null, "signal": 15})");
 }
 
 // Control sockets -------------------------------------------------------------------------------------

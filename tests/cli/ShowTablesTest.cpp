@@ -438,6 +438,22 @@ The last 2 changes, the newest at the end (at most 256 are kept)
             "\nNothing has happened since the last clear.\n");
 }
 
+TEST(ShowTablesTest, ChangeCommandIsDescribed) {
+  EXPECT_EQ(shown("on-change", R"({"command": null, "timeLimit": null, "runningFor": null, "waiting": false,
+    "succeeded": 0, "failed": 0, "timedOut": 0, "lastRun": null})"),
+            "\nNo change command runs: the agent was started without --on-change.\n");
+  EXPECT_EQ(shown("on-change", R"({"command": "install", "timeLimit": 30, "runningFor": 2, "waiting": true,
+    "succeeded": 1, "failed": 2, "timedOut": 3,
+    "lastRun": {"ago": 7, "duration": 30, "outcome": "timedOut", "status": null, "signal": 15}})"),
+            R"(
+Change command: install
+1 run succeeded, 2 failed, 3 took longer than 30.0 s and were ended.
+The last run ended 7.0 s ago after 30.0 s: timed out, by signal 15.
+A run has lasted for 2.0 s.
+A change waits to be handed to it.
+)");
+}
+
 TEST(ShowTablesTest, EachKindOfChangeHasItsWords) {
   std::string const bsr =
       R"("bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": true, )";
