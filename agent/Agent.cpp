@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/EventLog.h"
 #include "agent/base/Log.h"
 #include "agent/base/TraceLevel.h"
 #include "host/PreferredRps.h"
@@ -26,7 +27,10 @@ void Agent::AgentContext::trace(Zet::TraceLine const& line) {
 }
 
 void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& text) {
-  logLine(fmt::format("{}: {}", handle.name(), text));
+  agent::log(
+      {.event = {handle.name(), static_cast<LogPriority>(handle.severity()), logEvents::engineMessageId},
+       .subject = {},
+       .text = fmt::format("{}: {}", handle.name(), text)});
 }
 
 // Construction ------------------------------------------------------------------------------------------
@@ -61,6 +65,7 @@ void Agent::call(Cause const& cause, Act const& act) {
 
 /// The platform receives packets of known senders in queues of their own.
 void Agent::followSenders() {
+  for (NeighborChange const& change : neighbors_->takeNeighborChanges()) logNeighbor(change);
   for (IntfId const& intfId : neighbors_->takeChanged())
     platform_.neighborsChanged(std::string(intfId.stringValue().view()));
   if (router_->takeAdvertisersChanged()) platform_.advertisersChanged();
@@ -119,7 +124,8 @@ std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
   applyTraces(wanted.traces);
   settings_ = wanted;
   for (auto const& [name, settings] : settings_.interfaces) {
-    if (!platform_.kernel().links.contains(name)) logLine(fmt::format("{}: no such interface yet", name));
+    if (!platform_.kernel().links.contains(name))
+      logInterface(logEvents::interfaceMissing, name, "there is none of that name yet");
   }
   call({.kind = CauseKind::configuration}, [&] {
     router_->ingressSettingsIs(settings_.ingress);
@@ -227,7 +233,7 @@ static pim::HelloOptions helloOptions(InterfaceSettings const& settings) {
 void Agent::bringUp(KernelLink const& link, Applied& applied) {
   pim::HelloOptions hello = helloOptions(settings_.interfaces.at(link.name));
   if (!applied.speaksPim && !open(link, applied)) return;
-  applied.speaksPim = true;
+  if (!std::exchange(applied.speaksPim, true)) logInterfaceUp(link.name, applied.primary);
   router_->interfaceIs(IntfId(link.name.c_str()), std::max(link.mtu, minMtu), hello);
 }
 
@@ -238,7 +244,7 @@ bool Agent::open(KernelLink const& link, Applied& applied) {
     applied.problem.clear();
   } catch (std::system_error const& error) {
     if (std::exchange(applied.problem, error.what()) != error.what())
-      logLine(fmt::format("{} speaks no PIM: {}", link.name, error.what()));
+      logInterface(logEvents::interfaceError, link.name, fmt::format("it speaks no PIM: {}", error.what()));
   }
   return applied.problem.empty();
 }
@@ -254,6 +260,15 @@ void Agent::takeDown(std::string const& name, Applied& applied, bool sendsGoodby
   router_->interfaceDel(intfId);
   platform_.close(name);
   applied.speaksPim = false;
+  logInterfaceDown(name, whyDown(name));
+}
+
+/// Why an interface speaks PIM no more.
+std::string Agent::whyDown(std::string const& name) const {
+  if (!speaksPim(name)) return "it is not configured any more";
+  auto link = platform_.kernel().links.find(name);
+  if (link == platform_.kernel().links.end()) return "it was removed";
+  return link->second.up ? "another of its name took its place" : "the link is down";
 }
 
 // Views -------------------------------------------------------------------------------------------------

@@ -104,6 +104,7 @@ class Agent : private host::OwnDropSink {
   void publishChanges();
   void followLinks();
   void takeDown(std::string const& name, Applied& applied, bool sendsGoodbye);
+  std::string whyDown(std::string const& name) const;
   void bringUp(KernelLink const& link, Applied& applied);
   bool open(KernelLink const& link, Applied& applied);
   void applyAddress(KernelLink const& link, Applied& applied);

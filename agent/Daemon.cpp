@@ -18,6 +18,7 @@
 #include "agent/base/Version.h"
 #include "agent/config/ConfigFile.h"
 #include "agent/config/ConfigLint.h"
+#include "agent/config/ConfigWriter.h"
 #include "agent/process/Files.h"
 #include "agent/process/Privileges.h"
 #include "agent/process/Sandbox.h"
@@ -37,6 +38,8 @@ static constexpr double historyDelay = 5;
 static constexpr double interfaceRetry = 10;
 static constexpr char const* historyFile = "history.jsonl";
 static constexpr std::size_t maxHistoryLength = std::size_t{1} << 20;
+/// Seconds between two looks at the lines of the log that were held back.
+static constexpr double logDelay = 2;
 
 // Start and end -----------------------------------------------------------------------------------------
 
@@ -56,7 +59,11 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
       timer_(loop_, [this] { handleTimer(); }),
       historyTimer_(loop_, [this] { saveHistory(); }),
       changeRunner_(loop_, changeCommand, [this] { return show(agent_.observed(), "rp-set").dump(); }),
-      interfaceTimer_(loop_, [this] { onKernelChange({}); }) {
+      interfaceTimer_(loop_, [this] { onKernelChange({}); }),
+      logTimer_(loop_, [this] {
+        flushLog();
+        armTimer();
+      }) {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
   raiseFileLimit();
@@ -93,6 +100,7 @@ void Daemon::run() {
   std::signal(SIGHUP, SIG_IGN);
   controls_.clear();
   changeRunner_.finish();
+  endLog();
 }
 
 /// A second signal is not followed any more: it ends the process at once.
@@ -102,13 +110,14 @@ void Daemon::serve() {
   LoopSignal hangup(loop_, SIGHUP, [this] { handleHangup(); });
   armTimer();
   notifyService("READY=1");
-  logLine(fmt::format("version {} runs with {}; {}", version, options_.file, interfacesText()));
+  logEvent(logEvents::started,
+           fmt::format("version {} runs with {}; {}", version, options_.file, interfacesText()));
   loop_.run();
   notifyService("STOPPING=1");
   changeRunner_.handOver();  // before the goodbyes: what was learned stays in use until the next start
   agent_.sendGoodbyes();
   saveHistory();
-  logLine("has ended all candidacies and sent goodbye Hellos");
+  logEvent(logEvents::stopped, "has ended all candidacies and sent goodbye Hellos");
 }
 
 std::string Daemon::interfacesText() const {
@@ -145,36 +154,18 @@ void Daemon::handleTimer() {
 }
 
 void Daemon::armTimer() {
+  if (logHoldsBack() && !logTimer_.isRunning()) logTimer_.startIn(logDelay);
   double next = agent_.nextExpiry();
   if (next == armedFor_) return;
   armedFor_ = next;
   timer_.startIn(clock_.realSpan(next - clock_.now()));
 }
 
-/// The log line of a change; empty for changes of RPs.
-static std::string logText(HistoryEntry const& change) {
-  std::string zone = view::cellOf(change.zone, "");
-  std::string bsr = view::cellOf(change.bsr.address, "");
-  switch (change.kind) {
-    case HistoryKind::bsrElected:
-      return fmt::format("zone {}: BSR is {}, priority {}", zone, bsr, change.bsr.priority);
-    case HistoryKind::bsrChanged:
-      return fmt::format("zone {}: BSR is {}, priority {}, instead of {}", zone, bsr, change.bsr.priority,
-                         view::cellOf(change.formerBsr.address, ""));
-    case HistoryKind::bsrLost:
-      return fmt::format("zone {}: BSR {} is lost", zone, bsr);
-    case HistoryKind::candidateState:
-      return fmt::format("zone {}: this candidate is {}, was {}", zone, change.state, change.formerState);
-    default:
-      return {};
-  }
-}
-
 static bool changesRpSet(HistoryEntry const& change) { return change.isOfRpSet(); }
 
 void Daemon::onChanges(std::vector<HistoryEntry> const& changes) {
   if (!historyTimer_.isRunning()) historyTimer_.startIn(historyDelay);
-  for (HistoryEntry const& change : changes) logLine(logText(change));
+  eventLog_.onChanges(changes);
   publish(changes);
   if (std::any_of(changes.begin(), changes.end(), changesRpSet)) changeRunner_.changed();
 }
@@ -241,15 +232,20 @@ view::Reload Daemon::reload() {
   view::Reload result{.applied = reading.isSound(),
                       .errors = textsOf(reading.file, "error", reading.errors),
                       .warnings = textsOf(reading.file, "warning", lint(reading))};
-  if (!result.applied) return result;
-  result.needsRestart = needRestart(agent_.settings(), reading.settings);
-  Settings wanted = reading.settings;
+  if (result.applied) result.needsRestart = needRestart(agent_.settings(), reading.settings);
+  std::string before = writeJson(agent_.settings()).dump();
+  if (result.applied) follow(withFormerPlaces(reading.settings));
+  logReload(result, changesOf(before, writeJson(agent_.settings()).dump()));
+  return result;
+}
+
+/// Settings that are read, with those of the present ones that only a restart changes.
+Settings Daemon::withFormerPlaces(Settings wanted) const {
   wanted.controlSocket = agent_.settings().controlSocket;
   wanted.readOnlySocket = agent_.settings().readOnlySocket;
   wanted.readOnlyGroup = agent_.settings().readOnlyGroup;
   wanted.stateDirectory = agent_.settings().stateDirectory;
-  follow(wanted);
-  return result;
+  return wanted;
 }
 
 void Daemon::clear(std::string const& what) {
@@ -271,20 +267,22 @@ void Daemon::changeTrace(Request const& request) {
 void Daemon::handleHangup() {
   notifyService("RELOADING=1");
   try {
-    logReload(reload());
+    reload();
   } catch (std::exception const& error) {
     logLine(fmt::format("{}: {}", options_.file, error.what()));
   }
   notifyService("READY=1");
 }
 
-void Daemon::logReload(view::Reload const& result) {
-  for (std::string const& text : result.errors) logLine(text);
+void Daemon::logReload(view::Reload const& result, std::string const& changes) {
+  for (std::string const& text : result.errors) logEvent(logEvents::reloadRejected, text);
   for (std::string const& text : result.warnings) logLine(text);
   for (std::string const& key : result.needsRestart)
     logLine(fmt::format("{} takes effect at the next start", key));
-  logLine(fmt::format("{}: {}", options_.file,
-                      result.applied ? "reloaded and applied" : "rejected; the running configuration stays"));
+  if (!result.applied)
+    return logEvent(logEvents::reloadRejected, options_.file + ": rejected; the running configuration stays");
+  logEvent(logEvents::reloaded,
+           fmt::format("{}: applied; {}", options_.file, changes.empty() ? "nothing changed" : changes));
 }
 
 // Files -------------------------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 
 #include "agent/Agent.h"
 #include "agent/ChangeRunner.h"
+#include "agent/EventLog.h"
 #include "agent/RunOptions.h"
 #include "agent/account/Traffic.h"
 #include "agent/base/Clock.h"
@@ -53,8 +54,9 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   void handleTimer();
   void handleHangup();
   view::Reload reload();
-  void logReload(view::Reload const& result);
+  void logReload(view::Reload const& result, std::string const& changes);
   void follow(Settings const& settings);
+  Settings withFormerPlaces(Settings wanted) const;
   void changeTrace(Request const& request);
   void clear(std::string const& what);
   void loadHistory();
@@ -72,6 +74,8 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   LoopTimer historyTimer_;
   ChangeRunner changeRunner_;
   LoopTimer interfaceTimer_;
+  LoopTimer logTimer_;
+  EventLog eventLog_;
   std::string historyError_;                              ///< the last logged error of saving the history
   double armedFor_ = 0;                                   ///< expiry that timer_ waits for
   std::vector<std::unique_ptr<ControlServer>> controls_;  ///< one for each control socket

@@ -4,6 +4,8 @@
 #include <map>
 #include <utility>
 
+#include "runtime/Context.h"
+
 namespace pimbsr::agent {
 
 namespace Pim = Routing::Pim;
@@ -15,7 +17,12 @@ using Zet::Ptr;
 namespace {
 
 /// What all watchers of one tree share.
-using Changed = std::set<IntfId>;
+struct Changed {
+  void insert(IntfId const& intfId) { interfaces.insert(intfId); }
+
+  std::set<IntfId> interfaces;
+  std::vector<NeighborChange> neighbors;
+};
 
 /// Keeps a map of watchers equal to a collection, of which the member `entry` of `key` may have come or gone;
 /// null is gone.
@@ -59,10 +66,20 @@ class IntfWatcher final : public Pim::Intf::NotifieeConst {
     notifierIs(nullptr);
   }
   void onNeighbor(IpGenAddr const& address) override {
+    noteChange(address);
     follow(neighbors_, address, notifier()->neighbor(address), intfId_, changed_);
   }
 
  private:
+  /// A neighbor that is replaced neither comes nor goes.
+  void noteChange(IpGenAddr const& address) {
+    auto former = neighbors_.find(address);
+    bool isThere = notifier()->neighbor(address) != nullptr;
+    if (isThere == (former != neighbors_.end())) return;
+    bool hasExpired = !isThere && former->second->notifier()->expiryTime() <= Zet::now();
+    changed_.neighbors.push_back({intfId_, address, isThere, hasExpired});
+  }
+
   IntfId intfId_;
   Changed& changed_;
   std::map<IpGenAddr, Ptr<SecondaryWatcher>> neighbors_;
@@ -97,8 +114,14 @@ NeighborWatch::NeighborWatch(Ptr<Pim::Status const> const& status) : tree_(Zet::
 NeighborWatch::~NeighborWatch() { tree_->end(); }
 
 std::set<IntfId> NeighborWatch::takeChanged() {
-  if (tree_->changed.empty()) return {};
-  return std::exchange(tree_->changed, {});
+  if (tree_->changed.interfaces.empty()) return {};
+  return std::exchange(tree_->changed.interfaces, {});
+}
+
+std::vector<NeighborChange> NeighborWatch::takeNeighborChanges() {
+  std::vector<NeighborChange> changes = std::exchange(tree_->changed.neighbors, {});
+  std::erase_if(changes, [&](auto& change) { return !tree_->notifier()->pimIntf(change.intfId); });
+  return changes;
 }
 
 static void add(std::vector<IpAddr>& addresses, IpGenAddr const& address) {

@@ -146,5 +146,24 @@ TEST(JournalTest, LineIsOneDatagramAndAJournalThatIsRestartedGetsTheNext) {
   close(second);
 }
 
+// Kinds -----------------------------------------------------------------------------------------------
+
+TEST(LogEventsTest, EachKindHasAnIdOfItsOwnAndIsDescribed) {
+  std::string const source = textOf(PIMBSR_SOURCE_DIR "/agent/base/LogEvents.h");
+  std::string const page = textOf(PIMBSR_SOURCE_DIR "/docs/operations.md");
+  std::regex const kind("LogEvent \\w+\\{\"([a-z-]+)\",\\s*LogPriority::(\\w+),\\s*\"([0-9a-f]*)\"\\}");
+  std::set<std::string> names, ids;
+  for (std::sregex_iterator at(source.begin(), source.end(), kind), end; at != end; ++at) {
+    EXPECT_TRUE(names.insert((*at)[1]).second) << (*at)[1];
+    if (!(*at)[3].str().empty()) {
+      EXPECT_TRUE(ids.insert((*at)[3]).second) << (*at)[1];
+      EXPECT_EQ((*at)[3].length(), 32) << (*at)[1];
+    }
+    std::string row = "| `" + (*at)[1].str() + "` | " + (*at)[2].str() + " |";
+    EXPECT_NE(page.find(row), page.npos) << row;
+  }
+  EXPECT_GT(names.size(), 15u);
+}
+
 }  // namespace
 }  // namespace test

@@ -1,0 +1,146 @@
+#include "agent/EventLog.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "agent/account/HistoryJson.h"
+#include "agent/base/Log.h"
+#include "view/History.h"
+
+namespace pimbsr::agent {
+
+// Changes -----------------------------------------------------------------------------------------------
+
+/// The kind of line for a change; null for what only fills an RP set.
+static LogEvent const* eventOf(HistoryKind kind) {
+  switch (kind) {
+    case HistoryKind::bsrElected:
+      return &logEvents::bsrElected;
+    case HistoryKind::bsrChanged:
+      return &logEvents::bsrChanged;
+    case HistoryKind::bsrLost:
+      return &logEvents::bsrLost;
+    case HistoryKind::candidateState:
+      return &logEvents::candidateState;
+    default:
+      return nullptr;
+  }
+}
+
+static std::string zoneText(HistoryEntry const& change) { return view::cellOf(change.zone, "-"); }
+
+static void write(HistoryEntry const& change, LogEvent const& event, std::string const& what) {
+  view::Event shown = viewOf(change);
+  log({.event = event,
+       .subject = {{"ZONE", zoneText(change)}},
+       .text = fmt::format("zone {}: {}: {} ({})", zoneText(change), what, view::detailsOf(shown),
+                           view::causeTextOf(shown))});
+}
+
+static bool takesRp(HistoryKind kind) {
+  return kind == HistoryKind::rpRemoved || kind == HistoryKind::rpExpired;
+}
+
+void EventLog::count(HistoryEntry const& change) {
+  if (change.kind == HistoryKind::rpAdded) ++rps_[change.zone];
+  if (!takesRp(change.kind)) return;
+  auto zone = rps_.find(change.zone);
+  if (zone != rps_.end() && --zone->second == 0) rps_.erase(zone);
+}
+
+/// Only the end of an event shows whether a zone has no RP left.
+void EventLog::logEmptied(std::vector<HistoryEntry> const& changes) {
+  std::map<Lanet::IpGenPrefix, HistoryEntry const*> last;
+  for (HistoryEntry const& change : changes) {
+    if (takesRp(change.kind) && !rps_.contains(change.zone)) last[change.zone] = &change;
+  }
+  for (auto const& [zone, change] : last) {
+    bool expired = change->kind == HistoryKind::rpExpired;
+    write(*change, logEvents::rpSetEmptied,
+          expired ? "RP set is empty; expired" : "RP set is empty; removed");
+  }
+}
+
+void EventLog::onChanges(std::vector<HistoryEntry> const& changes) {
+  for (HistoryEntry const& change : changes) {
+    count(change);
+    if (LogEvent const* event = eventOf(change.kind))
+      write(change, *event, view::shownEventKind(view::keyOf(change.kind)));
+  }
+  logEmptied(changes);
+}
+
+// Interfaces and neighbors ------------------------------------------------------------------------------
+
+void logNeighbor(NeighborChange const& change) {
+  std::string intf = std::string(change.intfId.stringValue().view());
+  std::string address = view::cellOf(change.address, "-");
+  std::string how = change.isThere      ? "up"
+                    : change.hasExpired ? "down: its holdtime is over"
+                                        : "down: it sent a Hello with zero holdtime";
+  log({.event = change.isThere ? logEvents::neighborUp : logEvents::neighborDown,
+       .subject = {{"INTERFACE", intf}, {"NEIGHBOR", address}},
+       .text = fmt::format("interface {}: neighbor {} is {}", intf, address, how)});
+}
+
+void logInterface(LogEvent const& event, std::string const& name, std::string const& text) {
+  log({.event = event,
+       .subject = {{"INTERFACE", name}},
+       .text = fmt::format("interface {}: {}", name, text)});
+}
+
+void logInterfaceUp(std::string const& name, Lanet::IpGenAddr const& address) {
+  logInterface(logEvents::interfaceUp, name, "up, with " + view::cellOf(address, "no IPv4 address"));
+}
+
+void logInterfaceDown(std::string const& name, std::string const& why) {
+  logInterface(logEvents::interfaceDown, name, "down: " + why);
+}
+
+// Reloads -----------------------------------------------------------------------------------------------
+
+using Json = nlohmann::json;
+
+static bool isIndex(std::string const& part) {
+  return !part.empty() && part.find_first_not_of("0123456789") == part.npos;
+}
+
+/// A patch adds to the end of an array by "-".
+static std::string partOf(std::string const& part) {
+  if (part == "-") return "[]";
+  return isIndex(part) ? "[" + part + "]" : part;
+}
+
+/// The place of a value as in "candidateBsrs[0].priority".
+static std::string placeOf(Json::json_pointer pointer) {
+  std::string place;
+  for (; !pointer.empty(); pointer.pop_back()) {
+    std::string separator = place.empty() || place.front() == '[' ? "" : ".";
+    place = partOf(pointer.back()) + separator + place;
+  }
+  return place;
+}
+
+static std::string changeOf(Json const& before, Json const& step) {
+  Json::json_pointer at(step.at("path").get<std::string>());
+  std::string place = placeOf(at);
+  if (step.at("op") == "add") return place + " is new";
+  if (step.at("op") == "remove") return place + " is removed";
+  Json const former = before.contains(at) ? before.at(at) : Json();
+  return fmt::format("{} is {}, was {}", place, step.at("value").dump(), former.dump());
+}
+
+std::string changesOf(std::string const& before, std::string const& after) {
+  static constexpr std::size_t maxNamed = 10;
+  Json const former = Json::parse(before);
+  Json const steps = Json::diff(former, Json::parse(after));
+  std::string text;
+  for (std::size_t i = 0; i < std::min(steps.size(), maxNamed); ++i)
+    text += (text.empty() ? "" : "; ") + changeOf(former, steps[i]);
+  if (steps.size() > maxNamed) text += fmt::format("; {} more", steps.size() - maxNamed);
+  return text;
+}
+
+}  // namespace pimbsr::agent

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "agent/NeighborWatch.h"
+#include "agent/account/HistoryEntry.h"
+#include "agent/base/LogRecord.h"
+#include "runtime/Types.h"
+
+namespace pimbsr::agent {
+
+/// Logs what happens to the learned state: which BSR a zone has, which state this router's candidacy has, and
+/// that a zone has no RP left.
+class EventLog {
+ public:
+  /// Logs the changes of one event.
+  void onChanges(std::vector<HistoryEntry> const& changes);
+
+ private:
+  void count(HistoryEntry const& change);
+  void logEmptied(std::vector<HistoryEntry> const& changes);
+
+  std::map<Lanet::IpGenPrefix, Zet::U64> rps_;  ///< how many RPs a zone has, in all ranges; those with any
+};
+
+/// Logs that a neighbor came or went.
+void logNeighbor(NeighborChange const& change);
+/// Log that an interface speaks PIM now, or no more and why.
+void logInterfaceUp(std::string const& name, Lanet::IpGenAddr const& address);
+void logInterfaceDown(std::string const& name, std::string const& why);
+/// Logs something else about an interface.
+void logInterface(LogEvent const& event, std::string const& name, std::string const& text);
+
+/// What a reload changed, as in "candidateBsrs[0].priority is 20, was 10"; empty if nothing. `before` and
+/// `after` are the JSON of settings, as text.
+std::string changesOf(std::string const& before, std::string const& after);
+
+}  // namespace pimbsr::agent
