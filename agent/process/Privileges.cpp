@@ -32,10 +32,10 @@ static void readCapabilities() {
   if (capng_get_caps_process() != 0) fail("reading the capabilities");
 }
 
-void dropPrivileges() {
+void dropPrivileges(RawSockets kept) {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) fail("giving up new privileges");
   readCapabilities();
-  bool opensRaw = capng_have_capability(CAPNG_PERMITTED, CAP_NET_RAW) == 1;
+  bool opensRaw = kept == RawSockets::kept && capng_have_capability(CAPNG_PERMITTED, CAP_NET_RAW) == 1;
   bool cutsBounds = capng_have_capability(CAPNG_EFFECTIVE, CAP_SETPCAP) == 1;
   capng_clear(CAPNG_SELECT_ALL);
   if (opensRaw) {

@@ -1,0 +1,276 @@
+#include "agent/process/StateWriterProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <thread>
+
+#include "agent/base/FileDescriptor.h"
+#include "agent/process/FileMessage.h"
+#include "agent/process/Files.h"
+#include "agent/process/Privileges.h"
+#include "agent/process/Sandbox.h"
+#include "agent/process/StateRecords.h"
+
+namespace pimbsr::agent {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// Time from the first write to the sync that makes it last.
+constexpr std::chrono::milliseconds syncDelay{500};
+/// Time for which a former writer may go on with what its agent has left.
+constexpr std::chrono::milliseconds lockPatience{2000};
+constexpr std::chrono::milliseconds lockRetry{10};
+/// Time between the death of a process that writes and the next one.
+constexpr std::chrono::milliseconds restartDelay{500};
+/// The longest text of a replace, in bytes.
+constexpr std::size_t maxReplace = std::size_t{256} << 20;
+
+/// Returns whether there still is an agent that takes it.
+bool report(int socket, StateReport const& what) {
+  return send(socket, &what, sizeof what, MSG_NOSIGNAL) == sizeof what;
+}
+
+/// Calls something of the system; throws std::system_error for a result below 0.
+int check(int result, char const* what) {
+  return result >= 0 ? result : throw std::system_error(errno, std::generic_category(), what);
+}
+
+// Files -------------------------------------------------------------------------------------------------
+
+/// One file, which grows at its end and is replaced as a whole.
+class StateFile {
+ public:
+  explicit StateFile(std::string path) : path_(std::move(path)) {}
+
+  /// Each throws std::system_error, and leaves the file as it was then.
+  void append(std::string_view text);
+  void replace(std::string const& text);
+  void sync();
+
+  std::optional<Clock::time_point> unsyncedSince() const { return unsyncedSince_; }
+
+ private:
+  void open();
+
+  std::string path_;
+  FileDescriptor file_;
+  std::optional<Clock::time_point> unsyncedSince_;
+};
+
+void StateFile::open() {
+  int flags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  FileDescriptor file(check(::open(path_.c_str(), flags, 0640), "open"));
+  struct stat status {};
+  check(fstat(file.get(), &status), "stat");
+  if (!S_ISREG(status.st_mode)) throw std::system_error(EINVAL, std::generic_category(), "no regular file");
+  file_ = std::move(file);
+}
+
+/// A part of a text would be damage: it is taken back.
+void StateFile::append(std::string_view text) {
+  if (!file_) open();
+  off_t size = lseek(file_.get(), 0, SEEK_END);
+  while (!text.empty()) {
+    ssize_t written = write(file_.get(), text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      int error = written < 0 ? errno : ENOSPC;
+      if (ftruncate(file_.get(), size) < 0) file_ = FileDescriptor();
+      throw std::system_error(error, std::generic_category(), "write");
+    }
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  if (!unsyncedSince_) unsyncedSince_ = Clock::now();
+}
+
+void StateFile::replace(std::string const& text) {
+  replaceFile(path_, text);
+  file_ = FileDescriptor();
+  unsyncedSince_.reset();
+}
+
+void StateFile::sync() {
+  unsyncedSince_.reset();
+  check(fdatasync(file_.get()), "sync");
+}
+
+// Writing -----------------------------------------------------------------------------------------------
+
+class StateWork {
+ public:
+  StateWork(int socket, StateWriterOptions const& options) : socket_(socket), folder_(options.folder) {
+    for (std::string const& name : options.files) files_.emplace_back(options.folder + '/' + name);
+  }
+
+  /// Serves until the other end has closed the socket.
+  void serve() {
+    while (true) {
+      pollfd waiting{.fd = socket_, .events = POLLIN, .revents = 0};
+      if (poll(&waiting, 1, waitTime()) > 0 && !receive()) break;
+      syncDue(Clock::now());
+    }
+    syncDue(Clock::time_point::max());
+  }
+
+ private:
+  bool receive();
+  void write(StateRecord const& record, std::string_view text, int file);
+  void syncFolder() const;
+  void syncDue(Clock::time_point now);
+  int waitTime() const;
+  /// Does something with a file, and reports if it can't be done. Returns whether it could.
+  template <class Act>
+  bool attempt(U32 file, Act const& act);
+
+  int socket_;
+  std::string folder_;
+  std::vector<StateFile> files_;
+  std::array<char, sizeof(StateRecord) + maxStateAppend> buffer_;
+};
+
+template <class Act>
+bool StateWork::attempt(U32 file, Act const& act) {
+  try {
+    act(files_[file]);
+    return true;
+  } catch (std::system_error const& error) {
+    report(socket_, {.kind = StateReport::Kind::failed, .file = file, .error = error.code().value()});
+    return false;
+  }
+}
+
+std::string textOf(int file) {
+  struct stat status {};
+  check(fstat(file, &status), "stat");
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
+  if (text.size() > maxReplace) throw std::system_error(EFBIG, std::generic_category(), "replace");
+  std::size_t size = 0;
+  while (size < text.size()) {
+    ssize_t got = pread(file, text.data() + size, text.size() - size, static_cast<off_t>(size));
+    if (got <= 0) throw std::system_error(got < 0 ? errno : EIO, std::generic_category(), "read");
+    size += static_cast<std::size_t>(got);
+  }
+  return text;
+}
+
+/// The name of a file that was replaced is in the folder.
+void StateWork::syncFolder() const {
+  FileDescriptor folder(open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder) fsync(folder.get());
+}
+
+void StateWork::write(StateRecord const& record, std::string_view text, int file) {
+  if (record.file >= files_.size()) return;
+  if (record.kind == StateRecord::Kind::append) {
+    attempt(record.file, [&](StateFile& state) { state.append(text); });
+  } else if (attempt(record.file, [&](StateFile& state) { state.replace(textOf(file)); })) {
+    syncFolder();
+    report(socket_, {.kind = StateReport::Kind::replaced, .file = record.file});
+  }
+}
+
+/// Takes one record. Returns false at the end of the connection.
+bool StateWork::receive() {
+  FileMessage message(buffer_.data(), buffer_.size());
+  ssize_t got = message.receive(socket_);
+  if (got <= 0) return false;
+  FileDescriptor file(message.file());
+  StateRecord record;
+  auto size = static_cast<std::size_t>(got);
+  if (size < sizeof record) return true;
+  std::memcpy(&record, buffer_.data(), sizeof record);
+  write(record, {buffer_.data() + sizeof record, size - sizeof record}, file.get());
+  return true;
+}
+
+void StateWork::syncDue(Clock::time_point now) {
+  for (std::size_t i = 0; i < files_.size(); ++i) {
+    auto since = files_[i].unsyncedSince();
+    if (since && now - *since >= syncDelay)
+      attempt(static_cast<U32>(i), [](StateFile& state) { state.sync(); });
+  }
+}
+
+/// Milliseconds until a sync is due; below 0 for never.
+int StateWork::waitTime() const {
+  int least = -1;
+  for (StateFile const& file : files_) {
+    if (!file.unsyncedSince()) continue;
+    auto left = *file.unsyncedSince() + syncDelay - Clock::now();
+    int wait = static_cast<int>(
+        std::max<long>(0, std::chrono::duration_cast<std::chrono::milliseconds>(left).count() + 1));
+    if (least < 0 || wait < least) least = wait;
+  }
+  return least;
+}
+
+// Processes ---------------------------------------------------------------------------------------------
+
+/// A file of the directory that is locked against other writers; throws std::system_error. The lock of the
+/// directory itself is that of a control socket in it.
+FileDescriptor lockFolder(std::string const& path) {
+  std::filesystem::create_directories(path);
+  std::string file = path + "/state.lock";
+  FileDescriptor lock(check(open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640), "open"));
+  auto end = Clock::now() + lockPatience;
+  while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK || Clock::now() >= end) check(-1, "lock");
+    std::this_thread::sleep_for(lockRetry);
+  }
+  return lock;
+}
+
+[[noreturn]] void work(int socket, StateWriterOptions const& options) noexcept {
+  if (options.sandbox) {
+    dropPrivileges(RawSockets::none);
+    enterSandbox();
+  }
+  StateWork(socket, options).serve();
+  _exit(0);
+}
+
+/// Starts the process that writes, and waits for its end. Returns whether it has done all. No fork handler
+/// runs: that of libuv would close descriptors by their numbers, which mean other files here.
+bool runWork(int socket, StateWriterOptions const& options) {
+  pid_t child = _Fork();
+  if (child == 0) work(socket, options);
+  int status = -1;
+  while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return status == 0;
+}
+
+}  // namespace
+
+void serveState(int socket, StateWriterOptions const& options) {
+  FileDescriptor lock;
+  try {
+    lock = lockFolder(options.folder);
+  } catch (std::system_error const& error) {
+    report(socket, {.kind = StateReport::Kind::unusable, .error = error.code().value()});
+    return;
+  }
+  report(socket, {.kind = StateReport::Kind::ready});
+  while (!runWork(socket, options)) {
+    std::this_thread::sleep_for(restartDelay);
+    if (!report(socket, {.kind = StateReport::Kind::restarted})) return;
+  }
+}
+
+}  // namespace pimbsr::agent

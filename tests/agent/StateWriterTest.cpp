@@ -1,0 +1,246 @@
+#include "agent/process/StateWriter.h"
+
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <system_error>
+#include <thread>
+
+#include "agent/process/Privileges.h"
+#include "agent/process/Sandbox.h"
+#include "tests/agent/InChild.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace test {
+namespace {
+
+using pimbsr::agent::StateReport;
+using pimbsr::agent::StateWriter;
+using pimbsr::agent::StateWriterOptions;
+using testing::HasSubstr;
+using Kind = StateReport::Kind;
+
+class StateWriterTest : public testing::Test {
+ protected:
+  StateWriterOptions options() {
+    return {.folder = folder.path() + "/state", .files = {"one", "two"}, .sandbox = false};
+  }
+  void start() { writer = std::make_unique<StateWriter>(options()); }
+  void stop() { writer = nullptr; }
+  std::string text(std::string const& name) const {
+    std::ifstream in(folder.path() + "/state/" + name);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  /// The next report, which must come within seconds.
+  StateReport report() {
+    pollfd waiting{writer->fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&waiting, 1, 20000), 1) << "no report";
+    auto report = writer->takeReport();
+    return report ? *report : StateReport();
+  }
+  /// The children of the writer: the process that writes.
+  pid_t worker() const {
+    std::string pid = std::to_string(writer->process());
+    pid_t child = 0;
+    for (int i = 0; i < 1000 && child == 0; ++i) {
+      std::ifstream in("/proc/" + pid + "/task/" + pid + "/children");
+      if (!(in >> child)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return child;
+  }
+
+  ScratchFolder folder;
+  std::unique_ptr<StateWriter> writer;
+};
+
+TEST_F(StateWriterTest, TextsAreWrittenInTheirOrderAndReplacedAsAWhole) {
+  start();
+  EXPECT_TRUE(writer->append(0, "a\n"));
+  EXPECT_TRUE(writer->append(1, "x\n"));
+  EXPECT_TRUE(writer->append(0, "b\n"));
+  EXPECT_TRUE(writer->replace(1, "new\n"));
+  EXPECT_TRUE(writer->append(1, "y\n"));
+  EXPECT_EQ(report().kind, Kind::replaced);
+  stop();
+  EXPECT_EQ(text("one"), "a\nb\n");
+  EXPECT_EQ(text("two"), "new\ny\n");
+  start();
+  writer->append(0, "c\n");
+  stop();
+  EXPECT_EQ(text("one"), "a\nb\nc\n") << "a later writer goes on";
+}
+
+TEST_F(StateWriterTest, LongTextIsReplacedWhole) {
+  std::string const longText(std::size_t{8} << 20, 'x');
+  start();
+  writer->replace(0, longText);
+  EXPECT_EQ(report().kind, Kind::replaced);
+  stop();
+  EXPECT_EQ(text("one"), longText);
+}
+
+TEST_F(StateWriterTest, AgentThatIsKilledLosesNothingThatItHandedOver) {
+  for (int round = 0; round < 10; ++round) {
+    std::string name = folder.path() + "/state";
+    pid_t agent = fork();
+    if (agent == 0) {
+      StateWriter doomed(options());
+      for (int i = 0; i < 50; ++i) doomed.append(0, std::to_string(round) + "\n");
+      kill(getpid(), SIGKILL);
+    }
+    waitpid(agent, nullptr, 0);
+    start();  // which waits for the former writer
+    stop();
+    std::string const all = text("one");
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 50 * (round + 1));
+  }
+}
+
+TEST_F(StateWriterTest, KilledAgentThatReadNoReportLosesNothingEither) {
+  pid_t agent = fork();
+  if (agent == 0) {
+    StateWriter doomed(options());
+    for (int i = 0; i < 20; ++i) doomed.replace(1, "x");
+    for (int i = 0; i < 20; ++i) doomed.append(0, "line\n");
+    kill(getpid(), SIGKILL);
+  }
+  waitpid(agent, nullptr, 0);
+  start();
+  stop();
+  EXPECT_EQ(text("one").size(), 20 * 5u);
+}
+
+TEST_F(StateWriterTest, HungWriterDelaysNothingAndLossesAreCounted) {
+  start();
+  pid_t child = worker();
+  kill(child, SIGSTOP);
+  auto begin = std::chrono::steady_clock::now();
+  int taken = 0;
+  for (int i = 0; i < 5000; ++i) taken += writer->append(0, "line\n") ? 1 : 0;
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_GT(taken, 50);
+  EXPECT_LT(taken, 5000) << "what waits is bounded";
+  EXPECT_EQ(writer->counts().lost, 5000u - static_cast<unsigned>(taken));
+  EXPECT_FALSE(writer->replace(0, "text"));
+  begin = std::chrono::steady_clock::now();
+  stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1))
+      << "the end waits for it shortly";
+  kill(child, SIGCONT);
+  start();
+  stop();
+  EXPECT_EQ(text("one").size(), static_cast<unsigned>(taken) * 5u);
+}
+
+TEST_F(StateWriterTest, FullDiskIsReportedAndLeavesNoPartOfAText) {
+  rlimit former{};
+  getrlimit(RLIMIT_FSIZE, &former);
+  std::signal(SIGXFSZ, SIG_IGN);
+  rlimit small{.rlim_cur = 10, .rlim_max = former.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  start();
+  setrlimit(RLIMIT_FSIZE, &former);
+  writer->append(0, "12345678\n");
+  writer->append(0, "87654321\n");
+  StateReport failed = report();
+  EXPECT_EQ(failed.kind, Kind::failed);
+  EXPECT_EQ(failed.error, EFBIG);
+  EXPECT_EQ(writer->counts().failures, 1u);
+  EXPECT_EQ(text("one"), "12345678\n");
+  writer->replace(0, "a text that is too long\n");
+  EXPECT_EQ(report().kind, Kind::failed);
+  EXPECT_EQ(text("one"), "12345678\n") << "the former text stays";
+  writer->replace(0, "short\n");
+  EXPECT_EQ(report().kind, Kind::replaced);
+  std::signal(SIGXFSZ, SIG_DFL);
+}
+
+TEST_F(StateWriterTest, ProcessThatWritesIsRestartedAndCountedIfItDies) {
+  start();
+  writer->append(0, "before\n");
+  for (int i = 0; i < 5000 && text("one").empty(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  kill(worker(), SIGKILL);
+  writer->append(0, "meanwhile\n");
+  EXPECT_EQ(report().kind, Kind::restarted);
+  EXPECT_EQ(writer->counts().restarts, 1u);
+  writer->append(0, "after\n");
+  stop();
+  EXPECT_EQ(text("one"), "before\nmeanwhile\nafter\n");
+}
+
+TEST_F(StateWriterTest, WriterThatHasGoneIsReportedOnceAndCounted) {
+  start();
+  pid_t child = worker();
+  kill(writer->process(), SIGKILL);
+  kill(child, SIGKILL);
+  StateReport gone = report();
+  EXPECT_EQ(gone.kind, Kind::unusable);
+  EXPECT_LT(writer->fd(), 0);
+  EXPECT_FALSE(writer->takeReport());
+  EXPECT_FALSE(writer->append(0, "line\n"));
+  EXPECT_FALSE(writer->replace(0, "text"));
+  EXPECT_EQ(writer->counts().lost, 2u);
+}
+
+TEST_F(StateWriterTest, DirectoryOfAnotherWriterIsRejected) {
+  start();
+  try {
+    StateWriter other(options());
+    FAIL() << "both write";
+  } catch (std::system_error const& error) {
+    EXPECT_THAT(error.what(), HasSubstr("another agent uses it"));
+  }
+}
+
+TEST_F(StateWriterTest, DirectoryThatCannotBeMadeIsRejected) {
+  folder.write("state", "a file");
+  EXPECT_THROW(start(), std::system_error);
+}
+
+TEST_F(StateWriterTest, SignalsThatEndAnAgentLeaveTheWriter) {
+  start();
+  for (int number : {SIGHUP, SIGINT, SIGTERM}) {
+    kill(writer->process(), number);
+    kill(worker(), number);
+  }
+  writer->append(0, "after\n");
+  stop();
+  EXPECT_EQ(text("one"), "after\n");
+}
+
+TEST_F(StateWriterTest, WriterHasNoPrivilegesAndItsAgentNeedsNone) {
+  NEEDS_ROOT();
+  std::string seen = inChild([this] {
+    StateWriterOptions sealed = options();
+    sealed.sandbox = true;
+    writer = std::make_unique<StateWriter>(sealed);
+    std::string pid = std::to_string(worker());
+    pimbsr::agent::dropPrivileges();
+    pimbsr::agent::enterSandbox();
+    writer->append(0, "line\n");
+    writer->replace(1, "text");
+    std::string found = report().kind == Kind::replaced ? "" : "not replaced\n";
+    std::ifstream in("/proc/" + pid + "/status");
+    for (std::string line; std::getline(in, line);) {
+      if (line.starts_with("CapPrm") || line.starts_with("Seccomp:")) found += line + "\n";
+    }
+    stop();
+    return found;
+  });
+  EXPECT_EQ(seen, "CapPrm:\t0000000000000000\nSeccomp:\t2\n");
+  EXPECT_EQ(text("one"), "line\n");
+  EXPECT_EQ(text("two"), "text");
+}
+
+}  // namespace
+}  // namespace test
