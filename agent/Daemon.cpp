@@ -19,7 +19,6 @@
 #include "agent/config/ConfigFile.h"
 #include "agent/config/ConfigLint.h"
 #include "agent/config/ConfigWriter.h"
-#include "agent/process/Files.h"
 #include "agent/process/Privileges.h"
 #include "agent/process/Sandbox.h"
 #include "agent/process/ServiceNotify.h"
@@ -32,12 +31,8 @@ namespace pimbsr::agent {
 
 using view::Json;
 
-/// Seconds from a change until the history is written to its file.
-static constexpr double historyDelay = 5;
 /// Seconds after which an interface that couldn't be opened is tried again.
 static constexpr double interfaceRetry = 10;
-static constexpr char const* historyFile = "history.jsonl";
-static constexpr std::size_t maxHistoryLength = std::size_t{1} << 20;
 /// Seconds between two looks at the lines of the log that were held back.
 static constexpr double logDelay = 2;
 
@@ -51,14 +46,15 @@ static void raiseFileLimit() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeCommand* changeCommand)
+Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers const& helpers)
     : options_(options),
       clock_(options.clockRate),
       platform_(loop_, traffic_, *this),
       agent_(clock_, platform_, traffic_, *this),
       timer_(loop_, [this] { handleTimer(); }),
-      historyTimer_(loop_, [this] { saveHistory(); }),
-      changeRunner_(loop_, changeCommand, [this] { return show(agent_.observed(), "rp-set").dump(); }),
+      historyKeeper_(loop_, clock_, agent_.history(), helpers.state.get(), helpers.stateError),
+      changeRunner_(loop_, helpers.changeCommand.get(),
+                    [this] { return show(agent_.observed(), "rp-set").dump(); }),
       interfaceTimer_(loop_, [this] { onKernelChange({}); }),
       logTimer_(loop_, [this] {
         flushLog();
@@ -68,10 +64,10 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, ChangeComman
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
   raiseFileLimit();
   options_.file = std::filesystem::absolute(options.file);
+  if (!options_.privilegeCheck) historyKeeper_.load();
   agent_.kernelChanged(platform_.takeChangedRoutes());
   follow(settings);
   if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
-    loadHistory();
     Settings const& opened = agent_.settings();
     openControl({.path = opened.controlSocket});
     openControl({.path = opened.readOnlySocket,
@@ -116,7 +112,7 @@ void Daemon::serve() {
   notifyService("STOPPING=1");
   changeRunner_.handOver();  // before the goodbyes: what was learned stays in use until the next start
   agent_.sendGoodbyes();
-  saveHistory();
+  historyKeeper_.stop();
   logEvent(logEvents::stopped, "has ended all candidacies and sent goodbye Hellos");
 }
 
@@ -164,7 +160,7 @@ void Daemon::armTimer() {
 static bool changesRpSet(HistoryEntry const& change) { return change.isOfRpSet(); }
 
 void Daemon::onChanges(std::vector<HistoryEntry> const& changes) {
-  if (!historyTimer_.isRunning()) historyTimer_.startIn(historyDelay);
+  historyKeeper_.save();
   eventLog_.onChanges(changes);
   publish(changes);
   if (std::any_of(changes.begin(), changes.end(), changesRpSet)) changeRunner_.changed();
@@ -185,6 +181,7 @@ void Daemon::publish(std::vector<HistoryEntry> const& changes) {
 Observed Daemon::observed() {
   Observed observed = agent_.observed();
   for (auto const& control : controls_) observed.controls.push_back(control->status());
+  observed.historyFile = historyKeeper_.state();
   observed.changeRuns = changeRunner_.state();
   return observed;
 }
@@ -251,7 +248,10 @@ Settings Daemon::withFormerPlaces(Settings wanted) const {
 void Daemon::clear(std::string const& what) {
   if (what == "counters") agent_.clearCounters();
   if (what == "drops") agent_.clearDrops();
-  if (what == "history") agent_.clearHistory();
+  if (what == "history") {
+    agent_.clearHistory();
+    historyKeeper_.saveAll();
+  }
   armTimer();
 }
 
@@ -287,41 +287,11 @@ void Daemon::logReload(view::Reload const& result, std::string const& changes) {
 
 // Files -------------------------------------------------------------------------------------------------
 
-void Daemon::loadHistory() {
-  std::filesystem::path folder = agent_.settings().stateDirectory;
-  if (folder.empty()) return;
-  try {
-    std::filesystem::create_directories(folder);
-    if (std::filesystem::exists(folder / historyFile))
-      prependLines(agent_.history(), readFile(folder / historyFile, maxHistoryLength));
-  } catch (std::exception const& error) {
-    logHistoryError(error);
-  }
-}
-
-void Daemon::saveHistory() {
-  std::filesystem::path folder = agent_.settings().stateDirectory;
-  if (folder.empty() || options_.privilegeCheck) return;
-  try {
-    replaceFile(folder / historyFile, linesOf(agent_.history()));
-    historyError_.clear();
-  } catch (std::exception const& error) {
-    logHistoryError(error);
-  }
-}
-
-/// Each error once, even if it is repeated.
-void Daemon::logHistoryError(std::exception const& error) {
-  if (std::exchange(historyError_, error.what()) != error.what())
-    logLine(fmt::format("the history can't be saved: {}", error.what()));
-}
-
 /// Without capabilities even root may access its own files alone: logs that at the start, not at a reload.
 void Daemon::checkFiles() {
   if (access(options_.file.c_str(), R_OK) < 0)
     logLine(fmt::format("{} can't be read any more, so it can't be reloaded: {}", options_.file,
                         std::generic_category().message(errno)));
-  saveHistory();
 }
 
 }  // namespace pimbsr::agent

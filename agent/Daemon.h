@@ -8,13 +8,14 @@
 #include "agent/Agent.h"
 #include "agent/ChangeRunner.h"
 #include "agent/EventLog.h"
+#include "agent/Helpers.h"
+#include "agent/HistoryKeeper.h"
 #include "agent/RunOptions.h"
 #include "agent/account/Traffic.h"
 #include "agent/base/Clock.h"
 #include "agent/base/Loop.h"
 #include "agent/control/ControlServer.h"
 #include "agent/kernel/LinuxPlatform.h"
-#include "agent/process/ChangeCommand.h"
 #include "view/Answers.h"
 
 namespace pimbsr::agent {
@@ -26,9 +27,9 @@ namespace pimbsr::agent {
 /// SIGHUP reloads the file.
 class Daemon final : private PlatformListener, private AgentListener, private RequestHandler {
  public:
-  /// Opens sockets and files and applies the settings. The change command may be null. Throws ControlError,
-  /// or std::system_error.
-  Daemon(RunOptions const& options, Settings const& settings, ChangeCommand* changeCommand);
+  /// Opens sockets and files and applies the settings. The helpers outlive it. Throws ControlError, or
+  /// std::system_error.
+  Daemon(RunOptions const& options, Settings const& settings, Helpers const& helpers);
   Daemon(Daemon const&) = delete;
   Daemon& operator=(Daemon const&) = delete;
 
@@ -59,9 +60,6 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   Settings withFormerPlaces(Settings wanted) const;
   void changeTrace(Request const& request);
   void clear(std::string const& what);
-  void loadHistory();
-  void saveHistory();
-  void logHistoryError(std::exception const& error);
   void checkFiles();
 
   RunOptions options_;
@@ -71,12 +69,11 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   LinuxPlatform platform_;
   Agent agent_;
   LoopTimer timer_;
-  LoopTimer historyTimer_;
+  HistoryKeeper historyKeeper_;
   ChangeRunner changeRunner_;
   LoopTimer interfaceTimer_;
   LoopTimer logTimer_;
   EventLog eventLog_;
-  std::string historyError_;                              ///< the last logged error of saving the history
   double armedFor_ = 0;                                   ///< expiry that timer_ waits for
   std::vector<std::unique_ptr<ControlServer>> controls_;  ///< one for each control socket
 };

@@ -68,11 +68,24 @@ static std::string detailsOfState(Event const& event) {
   return former ? **event.state + "; was " + *former : **event.state;
 }
 
+static std::string detailsOfStart(Event const& event) {
+  if (!event.orderly) return "";
+  return *event.orderly ? "the run before ended in order" : "the run before was killed or crashed";
+}
+
+static std::string detailsOfOne(Event const& event) {
+  if (event.bsr) return detailsOfBsr(event);
+  if (event.rp) return detailsOfRp(event);
+  if (event.rps) return detailsOfRps(event);
+  return event.state ? detailsOfState(event) : detailsOfStart(event);
+}
+
+/// What the last change was and, of several, how many.
 std::string detailsOf(Event const& view) {
-  if (view.bsr) return detailsOfBsr(view);
-  if (view.rp) return detailsOfRp(view);
-  if (view.rps) return detailsOfRps(view);
-  return view.state ? detailsOfState(view) : "";
+  std::string text = detailsOfOne(view);
+  if (!view.count) return text;
+  std::string span = spanOf(view.time - view.firstTime.value_or(view.time));
+  return fmt::format("{}{}{} times in {}", text, text.empty() ? "" : "; ", *view.count, span);
 }
 
 std::string localTimeOf(Event const& view) {

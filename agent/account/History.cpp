@@ -75,7 +75,7 @@ void History::noteStates(host::Router const& router) {
     if (isOfRp(entry.kind)) {
       gather(sets, entry);
     } else {
-      keep(entry);
+      store_.add(entry);
     }
   }
   for (auto& [zone, set] : sets) {
@@ -83,7 +83,7 @@ void History::noteStates(host::Router const& router) {
       set.rps = {};
       set.firstRps.clear();
     }
-    keep(set);
+    store_.add(set);
   }
   followStates(router);
 }
@@ -179,17 +179,33 @@ void History::noteState(IpGenPrefix const& zone, std::string_view former, std::s
     if (!isCounted) ++totalsOf(zone).elections;
   }
   fresh_.push_back(entry);
-  keep(entry);
-}
-
-void History::keep(HistoryEntry const& entry) {
-  entries_.push_back(entry);
-  if (entries_.size() > maxEntries_) entries_.pop_front();
+  store_.add(entry);
 }
 
 void History::clear() {
-  entries_.clear();
+  store_.clear();
   wasCleared_ = true;
+}
+
+// Runs --------------------------------------------------------------------------------------------------
+
+/// Whether the run before ended in order; nothing for the first one.
+static std::optional<bool> endedInOrder(std::list<HistoryEntry> const& entries) {
+  auto last = std::find_if(entries.rbegin(), entries.rend(),
+                           [](auto& entry) { return classOf(entry.kind) == HistoryClass::runs; });
+  if (last == entries.rend()) return std::nullopt;
+  return last->kind == HistoryKind::agentStopped;
+}
+
+void History::noteStart(double now) {
+  store_.add({.time = now,
+              .kind = HistoryKind::agentStarted,
+              .cause = {.kind = CauseKind::start},
+              .orderly = endedInOrder(store_.entries())});
+}
+
+void History::noteStop(double now) {
+  store_.add({.time = now, .kind = HistoryKind::agentStopped, .cause = {.kind = CauseKind::stop}});
 }
 
 // The present BSRs --------------------------------------------------------------------------------------
@@ -245,12 +261,6 @@ void History::count(HistoryEntry const& entry) {
     default:
       ++countOf(totals.rps, entry.kind);
   }
-}
-
-void History::prepend(std::deque<HistoryEntry> entries) {
-  entries.insert(entries.end(), entries_.begin(), entries_.end());
-  entries_ = std::move(entries);
-  while (entries_.size() > maxEntries_) entries_.pop_front();
 }
 
 }  // namespace pimbsr::agent

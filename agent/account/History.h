@@ -1,6 +1,6 @@
 #pragma once
 
-#include <deque>
+#include <list>
 #include <map>
 #include <optional>
 #include <string>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "agent/account/HistoryEntry.h"
+#include "agent/account/HistoryStore.h"
 #include "host/Router.h"
 
 namespace pimbsr::agent {
@@ -28,8 +29,8 @@ struct ZoneTotals {
 /// are a change of the BSR.
 class History final : public host::ChangeSink {
  public:
-  /// Keeps `maxEntries` entries; older ones are forgotten.
-  explicit History(std::size_t maxEntries = 256) : maxEntries_(maxEntries) {}
+  /// Keeps so many entries of each class (HistoryStore).
+  explicit History(std::size_t maxEntries = 256) : store_(maxEntries) {}
 
   /// Begins an event with its cause, at a time on the agent's clock.
   void causeIs(Cause const& cause, double now);
@@ -43,9 +44,15 @@ class History final : public host::ChangeSink {
   /// The changes of the last event, one entry for each; empty when called again.
   std::vector<HistoryEntry> takeNew() { return std::exchange(fresh_, {}); }
 
-  /// The oldest first.
-  std::deque<HistoryEntry> const& entries() const { return entries_; }
-  std::size_t maxEntries() const { return maxEntries_; }
+  /// The start and the end of the agent are entries of their own, which takeNew() doesn't have.
+  void noteStart(double now);
+  void noteStop(double now);
+
+  /// In the order of their last changes.
+  std::list<HistoryEntry> const& entries() const { return store_.entries(); }
+  std::size_t maxEntries() const { return store_.maxEntries(); }
+  /// The entries, and what of them is to be saved.
+  HistoryStore& store() { return store_; }
   /// Removes all entries; totals and the present BSRs stay.
   void clear();
   /// Whether an operator has cleared the entries since the start.
@@ -60,15 +67,11 @@ class History final : public host::ChangeSink {
   std::map<Lanet::IpGenPrefix, ZoneTotals> const& totals() const { return totals_; }
   static constexpr std::size_t maxZones = 256;
 
-  /// Inserts older entries, the oldest first, before the present ones; drops the oldest beyond `maxEntries`.
-  void prepend(std::deque<HistoryEntry> entries);
-
  private:
   HistoryEntry blank(HistoryKind kind, Lanet::IpGenPrefix const& zone) const;
   HistoryEntry entryOf(host::Router const& router, host::Change const& change) const;
   void followStates(host::Router const& router);
   void noteState(Lanet::IpGenPrefix const& zone, std::string_view former, std::string_view state);
-  void keep(HistoryEntry const& entry);
   bool wasOwn(Lanet::IpGenPrefix const& zone) const;
   std::vector<HistoryEntry> entriesOf(host::Router const& router);
   void follow(HistoryEntry const& entry);
@@ -76,8 +79,7 @@ class History final : public host::ChangeSink {
   void count(HistoryEntry const& entry);
   ZoneTotals& totalsOf(Lanet::IpGenPrefix const& zone);
 
-  std::size_t maxEntries_;
-  std::deque<HistoryEntry> entries_;
+  HistoryStore store_;
   bool wasCleared_ = false;
   std::map<Lanet::IpGenPrefix, ZoneTotals> totals_;
   std::map<Lanet::IpGenPrefix, double> bsrSince_;  ///< the zones that have a BSR

@@ -1,6 +1,8 @@
 #include "agent/account/HistoryJson.h"
 
 #include <algorithm>
+#include <list>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
@@ -44,6 +46,7 @@ static void fillByKind(view::Event& shown, HistoryEntry const& entry) {
     shown.state = nameOf(entry.state);
     shown.formerState = nameOf(entry.formerState);
   }
+  shown.orderly = entry.orderly;
 }
 
 view::Event viewOf(HistoryEntry const& entry) {
@@ -55,6 +58,10 @@ view::Event viewOf(HistoryEntry const& entry) {
   if (shown.formerBsr) shown.formerOwn = entry.formerOwn;
   fillByKind(shown, entry);
   shown.cause = viewOf(entry.cause);
+  if (entry.count > 1) {
+    shown.count = entry.count;
+    shown.firstTime = entry.firstTime;
+  }
   return shown;
 }
 
@@ -96,6 +103,13 @@ static void readByKind(HistoryEntry& entry, view::Event const& read) {
   }
 }
 
+static void readCount(HistoryEntry& entry, view::Event const& read) {
+  entry.orderly = read.orderly;
+  if (!read.count) return;
+  entry.count = *read.count;
+  entry.firstTime = timeOf(read.firstTime.value());
+}
+
 static HistoryEntry entryOf(view::Event const& read) {
   HistoryEntry entry{.time = timeOf(read.time),
                      .kind = view::eventKindOf(read.event),
@@ -112,39 +126,72 @@ static HistoryEntry entryOf(view::Event const& read) {
   if (read.rp) entry.rp = view::rpOf(*read.rp);
   if (read.formerRp) entry.formerRp = view::rpOf(*read.formerRp);
   readByKind(entry, read);
+  readCount(entry, read);
   return entry;
 }
 
-/// An invalid line loses its own entry alone.
+/// The entry's id; 0 in a line of an earlier version. Throws for what is none.
+static U64 idOf(Json const& json) {
+  constexpr U64 maxId = U64{1} << 53;
+  auto at = json.find("id");
+  U64 id = at == json.end() ? 0 : at->is_number_unsigned() ? at->get<U64>() : maxId + 1;
+  return id <= maxId ? id : throw std::out_of_range("no id");
+}
+
+/// Damage costs the entry of its line alone.
 std::optional<HistoryEntry> readHistoryEntry(std::string_view line) {
   try {
-    return entryOf(view::readView<view::Event>(Json::parse(line)));
+    Json json = Json::parse(line);
+    HistoryEntry entry = entryOf(view::readView<view::Event>(json));
+    entry.id = idOf(json);
+    return entry;
   } catch (std::exception const&) {
     return std::nullopt;
   }
 }
 
-std::string linesOf(History const& history) {
+// Files -------------------------------------------------------------------------------------------------
+
+std::string lineOf(HistoryEntry const& entry) {
+  Json json = jsonOf(entry);
+  json["id"] = entry.id;
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+std::string linesOf(HistoryStore const& store) {
   std::string text;
-  for (HistoryEntry const& entry : history.entries())
-    text += jsonOf(entry).dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+  for (HistoryEntry const& entry : store.entries()) text += lineOf(entry);
   return text;
 }
 
-std::size_t prependLines(History& history, std::string_view text) {
-  std::deque<HistoryEntry> entries;
-  std::size_t damaged = 0;
+/// The last line of an id counts, at its place.
+static std::list<HistoryEntry> lastOfEach(std::list<HistoryEntry> entries) {
+  std::map<U64, std::list<HistoryEntry>::iterator> byId;
+  for (auto at = entries.begin(); at != entries.end(); ++at) {
+    if (at->id == 0) continue;
+    auto [former, isFirst] = byId.try_emplace(at->id, at);
+    if (isFirst) continue;
+    entries.erase(former->second);
+    former->second = at;
+  }
+  return entries;
+}
+
+HistoryLines restoreLines(HistoryStore& store, std::string_view text) {
+  HistoryLines lines;
+  std::list<HistoryEntry> entries;
   while (!text.empty()) {
     std::string_view line = text.substr(0, text.find('\n'));
     text.remove_prefix(std::min(line.size() + 1, text.size()));
+    ++lines.all;
     if (auto entry = readHistoryEntry(line)) {
       entries.push_back(*entry);
     } else {
-      ++damaged;
+      ++lines.damaged;
     }
   }
-  history.prepend(std::move(entries));
-  return damaged;
+  for (HistoryEntry const& entry : lastOfEach(std::move(entries))) store.restore(entry);
+  return lines;
 }
 
 }  // namespace pimbsr::agent

@@ -13,7 +13,7 @@ using host::MessageKind;
 using view::keyOf;
 using view::messageKinds;
 
-/// Seconds since a time on the agent's clock; 0 for a time of a former run that is later than now.
+/// Seconds since a time on the agent's clock.
 static double ago(Observed const& observed, double time) { return std::max(0.0, observed.now() - time); }
 
 // The filter of advertisements --------------------------------------------------------------------------
@@ -205,13 +205,22 @@ view::OnChange showOnChange(Observed const& observed) {
 
 // History -----------------------------------------------------------------------------------------------
 
+/// A former run's clock may have been ahead of this one's: nothing is known of such a time.
+static std::optional<double> knownAgo(Observed const& observed, double time) {
+  return time <= observed.now() ? std::optional(observed.now() - time) : std::nullopt;
+}
+
 view::History showHistory(Observed const& observed) {
+  HistoryFile const& file = observed.historyFile;
   view::History shown;
   shown.maxEntries = observed.history.maxEntries();
   shown.wasCleared = observed.history.wasCleared();
+  shown.file = file.path;
+  if (!file.error.empty()) shown.fileError = file.error;
+  shown.unsaved = file.unsaved;
   for (HistoryEntry const& entry : observed.history.entries()) {
     shown.entries.push_back(viewOf(entry));
-    shown.entries.back().ago = ago(observed, entry.time);
+    shown.entries.back().ago = knownAgo(observed, entry.time);
   }
   return shown;
 }

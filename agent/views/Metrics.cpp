@@ -196,6 +196,23 @@ void addControls(Families& families, Observed const& observed) {
       over.add(control.counts.*count, labels(control, {{"reason", reason}}));
 }
 
+// The history --------------------------------------------------------------------------------------------
+
+void addHistory(Families& families, Observed const& observed) {
+  HistoryFile const& file = observed.historyFile;
+  if (!file.path && file.error.empty()) return;  // none is configured
+  Family(families, MetricType::Counter, "history_unsaved_total",
+         "Entries of the history that were not written at once, since the disk was slow or full. They "
+         "are written later if it recovers.")
+      .add(file.unsaved);
+  Family(families, MetricType::Gauge, "history_complete", "1 if all entries of the history are in its file.")
+      .add(file.error.empty() ? 1.0 : 0.0);
+  Family(
+      families, MetricType::Counter, "state_writer_restarts_total",
+      "Deaths of the process that writes the files of the state directory, after which another was started.")
+      .add(file.writerRestarts);
+}
+
 // The change command --------------------------------------------------------------------------------------
 
 void addChangeRuns(Families& families, Observed const& observed) {
@@ -250,6 +267,7 @@ std::string metricsText(Observed const& observed) {
   addKernelLosses(families, observed);
   addNeighbors(families, observed);
   addControls(families, observed);
+  addHistory(families, observed);
   addChangeRuns(families, observed);
   addProcess(families, observed);
   return prometheus::TextSerializer().Serialize(families);

@@ -5,6 +5,7 @@
 #include "agent/account/ChangeRuns.h"
 #include "agent/account/Drops.h"
 #include "agent/account/History.h"
+#include "agent/account/HistoryFile.h"
 #include "agent/account/TimerLatency.h"
 #include "agent/account/Traffic.h"
 #include "agent/config/Settings.h"
@@ -28,6 +29,7 @@ struct Observed {
   double startTime = 0;  ///< when the agent started, on its clock
 
   std::vector<ControlStatus> controls = {};  ///< of each control socket that is open
+  HistoryFile historyFile = {};
   ChangeRuns changeRuns = {};
 
   /// The time from which remaining times are computed; the owner sets the router's clock before each view.

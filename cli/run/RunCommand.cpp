@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <charconv>
-#include <memory>
 #include <ostream>
 #include <system_error>
 #include <vector>
@@ -29,13 +28,9 @@ static void writeFindings(agent::ConfigReading const& reading, char const* kind,
     err << fmt::format("{}: {}: {}\n", agent::textOf(reading.file, finding.at), kind, finding.text);
 }
 
-/// The change command's helper comes first of all: it must not inherit a socket, nor be held by the filter.
 static void serve(agent::RunOptions const& options, agent::Settings const& settings, std::ostream& out) {
-  std::unique_ptr<agent::ChangeCommand> changeCommand;
-  if (!options.changeCommand.empty())
-    changeCommand = std::make_unique<agent::ChangeCommand>(
-        agent::ChangeOptions{.command = options.changeCommand, .timeLimit = options.changeTimeLimit});
-  agent::Daemon daemon(options, settings, changeCommand.get());
+  agent::Helpers helpers(options, settings);
+  agent::Daemon daemon(options, settings, helpers);
   if (options.privilegeCheck) {
     out << agent::privilegesHeld();
   } else {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "agent/account/HistoryJson.h"
@@ -54,6 +55,10 @@ class HistoryTest : public ObservedRouter {
     auto at = history.totals().find(globalZone);
     return at == history.totals().end() ? pimbsr::agent::ZoneTotals() : at->second;
   }
+  /// The entry at a place, from 0 on.
+  HistoryEntry const& entry(std::size_t place) const {
+    return *std::next(history.entries().begin(), static_cast<std::ptrdiff_t>(place));
+  }
   Lanet::IpGenPrefix const globalZone = prefix("224.0.0.0/4");
   std::vector<HistoryKind> fresh() {
     std::vector<HistoryKind> all;
@@ -68,7 +73,7 @@ TEST_F(HistoryTest, LearnedBsrNamesTheMessageThatBroughtIt) {
   helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
   ASSERT_EQ(history.entries().size(), 2u);
-  HistoryEntry const& elected = history.entries()[0];
+  HistoryEntry const& elected = entry(0);
   EXPECT_EQ(elected.kind, HistoryKind::bsrElected);
   EXPECT_EQ(elected.time, context.now());
   EXPECT_EQ(elected.zone, prefix("224.0.0.0/4"));
@@ -112,8 +117,8 @@ TEST_F(HistoryTest, OwnLossIsNoted) {
   settings.router.candidateBsrs.clear();
   configure();
   ASSERT_FALSE(history.entries().empty());
-  ASSERT_EQ(history.entries()[0].kind, HistoryKind::bsrLost);
-  EXPECT_TRUE(history.entries()[0].own);
+  ASSERT_EQ(entry(0).kind, HistoryKind::bsrLost);
+  EXPECT_TRUE(entry(0).own);
 }
 
 TEST_F(HistoryTest, BetterBsrTakesOver) {
@@ -122,12 +127,12 @@ TEST_F(HistoryTest, BetterBsrTakesOver) {
   history.clear();
   ASSERT_TRUE(receive(packetOf(bsmWith({"10.0.0.2"}, 200))).accepted());
   ASSERT_EQ(history.entries().size(), 3u);
-  HistoryEntry const& changed = history.entries()[0];
+  HistoryEntry const& changed = entry(0);
   EXPECT_FALSE(changed.own);
   EXPECT_TRUE(changed.formerOwn);
   EXPECT_EQ(changed.bsr.address, addr("10.0.0.1"));
   EXPECT_EQ(changed.formerBsr.address, addr("192.0.2.9"));
-  EXPECT_EQ(history.entries()[2].state, "Candidate-BSR");
+  EXPECT_EQ(entry(2).state, "Candidate-BSR");
   EXPECT_THAT(fresh(),
               ElementsAre(HistoryKind::bsrChanged, HistoryKind::rpAdded, HistoryKind::candidateState));
   EXPECT_THAT(kinds(),
@@ -247,9 +252,9 @@ TEST_F(HistoryTest, OtherTermsOfTheSameBsrAreAChange) {
   history.clear();
   receive(packetOf(bsmWith({"10.0.0.2"}, 11)));
   ASSERT_EQ(history.entries().size(), 1u);
-  EXPECT_EQ(history.entries()[0].kind, HistoryKind::bsrChanged);
-  EXPECT_EQ(history.entries()[0].bsr.priority, 11u);
-  EXPECT_EQ(history.entries()[0].formerBsr.priority, 10u);
+  EXPECT_EQ(entry(0).kind, HistoryKind::bsrChanged);
+  EXPECT_EQ(entry(0).bsr.priority, 11u);
+  EXPECT_EQ(entry(0).formerBsr.priority, 10u);
 }
 
 // RPs -------------------------------------------------------------------------------------------------
@@ -303,7 +308,7 @@ TEST_F(HistoryTest, ChangesOfRpsAreCountedApart) {
   bsm.groups[0].rps[0].priority = 9;
   receive(packetOf(bsm));
   ASSERT_EQ(history.entries().size(), 1u);
-  RpCounts const& counts = history.entries()[0].rps;
+  RpCounts const& counts = entry(0).rps;
   EXPECT_EQ(counts.added, 1u);
   EXPECT_GE(counts.updated, 1u);
   run(1000);
@@ -340,7 +345,8 @@ TEST_F(HistoryTest, OldEntriesAreForgotten) {
   History few(3);
   for (int i = 0; i < 5; ++i) {
     few.causeIs({.kind = CauseKind::timer}, i + 1);
-    few.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten, .zone = prefix("239.1.0.0/16")});
+    few.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten,
+                  .zone = prefix("239." + std::to_string(i) + ".0.0/16")});
     few.noteStates(*router);
   }
   ASSERT_EQ(few.entries().size(), 3u);
@@ -389,18 +395,18 @@ TEST_F(HistoryTest, EntriesComeBackAsTheyWere) {
   configure();
   ASSERT_GE(history.entries().size(), 8u);
   History again;
-  EXPECT_EQ(prependLines(again, linesOf(history)), 0u);
-  EXPECT_EQ(linesOf(again), linesOf(history));
+  EXPECT_EQ(restoreLines(again.store(), linesOf(history.store())).damaged, 0u);
+  EXPECT_EQ(linesOf(again.store()), linesOf(history.store()));
 }
 
-TEST_F(HistoryTest, FormerEntriesAreBeforeNewOnes) {
+TEST_F(HistoryTest, FormerEntriesComeBeforeNewOnes) {
   History former;
   former.causeIs({.kind = CauseKind::stop}, 5);
   former.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten, .zone = prefix("239.1.0.0/16")});
   former.noteStates(*router);
+  restoreLines(history.store(), linesOf(former.store()));
   helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
-  prependLines(history, linesOf(former));
   EXPECT_THAT(kinds(),
               ElementsAre(HistoryKind::zoneForgotten, HistoryKind::bsrElected, HistoryKind::rpAdded));
 }
@@ -408,7 +414,8 @@ TEST_F(HistoryTest, FormerEntriesAreBeforeNewOnes) {
 TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
   helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2"})));
-  std::string good = linesOf(history).substr(0, linesOf(history).find('\n'));
+  std::string good = lineOf(entry(0));
+  good.pop_back();
   auto with = [&](std::string const& from, std::string const& to) {
     std::string line = good;
     std::size_t at = line.find(from);
@@ -432,10 +439,16 @@ TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
                                       with("\"time\":", "\"time\":1e200,\"was\":"),
                                       with("\"time\":", "\"time\":null,\"was\":"),
                                       with("\"message\":\"bsm\"", "\"message\":\"bs\""),
-                                      with("\"kind\":\"message\"", "\"kind\":\"massage\"")};
+                                      with("\"kind\":\"message\"", "\"kind\":\"massage\""),
+                                      with("\"id\":1", "\"id\":-1"),
+                                      with("\"id\":1", "\"id\":\"1\""),
+                                      with("\"id\":1", "\"id\":1e300"),
+                                      with("\"id\":1", "\"count\":2,\"id\":1")};
   for (std::string const& line : damaged) {
     History again;
-    EXPECT_EQ(prependLines(again, line + "\n" + good + "\n"), 1u) << line;
+    EXPECT_EQ(restoreLines(again.store(), line + "\n" + good + "\n"),
+              (pimbsr::agent::HistoryLines{.all = 2, .damaged = 1}))
+        << line;
     EXPECT_EQ(again.entries().size(), 1u) << line;
   }
 }
@@ -443,13 +456,13 @@ TEST_F(HistoryTest, DamagedLinesAreLeftOut) {
 TEST_F(HistoryTest, EntryThatNamesMoreRpsThanItMayIsDamaged) {
   helloFromNeighbor();
   receive(packetOf(bsmWith({"10.0.0.2", "10.0.0.3"})));
-  Json entry = jsonOf(history.entries().back());
-  EXPECT_EQ(entry["firstRps"].dump(), R"(["10.0.0.2","10.0.0.3"])");
+  Json json = jsonOf(history.entries().back());
+  EXPECT_EQ(json["firstRps"].dump(), R"(["10.0.0.2","10.0.0.3"])");
   for (char const* rps :
        {R"(["10.0.0.2","10.0.0.3","10.0.0.4","10.0.0.5","10.0.0.6"])", R"("10.0.0.2")", R"([7])", "null"}) {
-    entry["firstRps"] = Json::parse(rps);
-    History fresh;
-    EXPECT_EQ(prependLines(fresh, entry.dump()), 1u) << rps;
+    json["firstRps"] = Json::parse(rps);
+    History again;
+    EXPECT_EQ(restoreLines(again.store(), json.dump()).damaged, 1u) << rps;
   }
 }
 
@@ -468,8 +481,8 @@ TEST_F(HistoryTest, FileLongerThanTheBoundKeepsItsEnd) {
   helloFromNeighbor();
   for (int i = 0; i < 9; ++i) receive(packetOf(bsmWith({"10.0.0.2"}, static_cast<Zet::U8>(20 + i))));
   History few(2);
-  prependLines(few, linesOf(history));
-  ASSERT_EQ(few.entries().size(), 2u);
+  restoreLines(few.store(), linesOf(history.store()));
+  ASSERT_EQ(few.entries().size(), 3u) << "two of elections and the RP that was added";
   EXPECT_EQ(few.entries().back().bsr.priority, 28u);
 }
 

@@ -154,6 +154,21 @@ TEST_F(MetricsTest, TimersAndTheProcessAreReported) {
   EXPECT_EQ(sample(R"(pimbsr_neighbors{interface="eth0"})"), "1");
 }
 
+TEST_F(MetricsTest, HistoryFileAndChangeCommandAreCountedIfThereAreAny) {
+  EXPECT_EQ(pimbsr::agent::metricsText(observed()).find("pimbsr_history_"), std::string::npos);
+  EXPECT_EQ(pimbsr::agent::metricsText(observed()).find("pimbsr_change_"), std::string::npos);
+  pimbsr::agent::Observed seen = observed();
+  seen.historyFile = {.path = "/x", .error = "full", .unsaved = 3, .writerRestarts = 2};
+  seen.changeRuns = {.command = "x", .runningFor = 1.5, .succeeded = 4, .failed = 2, .timedOut = 1};
+  std::string text = pimbsr::agent::metricsText(seen);
+  for (char const* line :
+       {"pimbsr_history_unsaved_total 3", "pimbsr_history_complete 0", "pimbsr_state_writer_restarts_total 2",
+        "pimbsr_change_command_runs_total{outcome=\"failed\"} 2",
+        "pimbsr_change_command_runs_total{outcome=\"timedOut\"} 1",
+        "pimbsr_change_command_running_seconds 1.5"})
+    EXPECT_NE(text.find(line), text.npos) << line;
+}
+
 TEST_F(MetricsTest, ControlSocketsAreCountedByWhatTheyServe) {
   pimbsr::agent::Observed seen = observed();
   seen.controls = {{.path = "/a", .counts = {.clients = 3, .gaveWay = 4}}, {.path = "/b", .readOnly = true}};

@@ -77,7 +77,16 @@ void ObservedRouter::lead(std::string const& zone) {
 void ObservedRouter::helloFromNeighbor() { EXPECT_TRUE(receive(helloFrom("192.0.2.1", 7)).accepted()); }
 
 pimbsr::agent::Observed ObservedRouter::observed() {
-  return {*router, settings, kernel, traffic, drops, history, timerLatency, links, startTime};
+  return {.router = *router,
+          .settings = settings,
+          .kernel = kernel,
+          .traffic = traffic,
+          .drops = drops,
+          .history = history,
+          .timerLatency = timerLatency,
+          .links = links,
+          .startTime = startTime,
+          .historyFile = historyFile};
 }
 
 // Packets ---------------------------------------------------------------------------------------------

@@ -43,6 +43,7 @@ class ObservedRouter : public testing::Test {
   pimbsr::agent::History history;
   pimbsr::agent::TimerLatency timerLatency;
   pimbsr::agent::LinkReports links;
+  pimbsr::agent::HistoryFile historyFile;
   pimbsr::host::ConfigTree tree;
   std::unique_ptr<pimbsr::host::Router> router;
   std::unique_ptr<pimbsr::host::Observer> observer;

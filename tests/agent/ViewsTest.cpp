@@ -241,7 +241,7 @@ TEST_F(ViewsTest, CandidacyWithoutEffectHasItsReason) {
   expect(shown["idleBsr"], R"([{"interface": "eth0", "because": "its lists permit no group range: empty"}])");
   expect(shown["idleRp"], R"([{"interface": "eth3", "because": "the interface is down"},
     {"interface": "eth4", "because": "the interface has no IPv4 address"},
-    {"interface": "eth7", "because": "there is no such interface"}])");
+    {"interface": "eth7", "because": "there is no such interface"}}])");
 }
 
 TEST_F(ViewsTest, CandidacyNamesListsThatDoNotExist) {
@@ -397,14 +397,23 @@ TEST_F(ViewsTest, HistoryShowsTheOldestFirst) {
   EXPECT_EQ(view("history")["wasCleared"], true);
 }
 
-TEST_F(ViewsTest, EntryOfAClockThatRanFasterIsOfNow) {
+TEST_F(ViewsTest, EntryOfAClockThatWasAheadHasNoAge) {
   learn();
-  pimbsr::agent::History former = history;
+  std::string text = linesOf(history.store());
   history.clear();
-  std::string text = linesOf(former);
   text.replace(text.find("1000000000.0"), 12, "2000000000.0");
-  ASSERT_EQ(prependLines(history, text), 0u);
-  EXPECT_EQ(view("history")["entries"][0]["ago"], 0.0);
+  ASSERT_EQ(restoreLines(history.store(), text).damaged, 0u);
+  Json entries = view("history")["entries"];
+  EXPECT_FALSE(entries[0].contains("ago"));
+  EXPECT_EQ(entries[1]["ago"], 0.0);
+}
+
+TEST_F(ViewsTest, HistoryShowsWhetherItsFileHasAll) {
+  EXPECT_TRUE(view("history")["file"].is_null());
+  historyFile = {.path = "/x/history.jsonl", .error = "No space left on device", .unsaved = 3};
+  EXPECT_EQ(view("history")["file"], "/x/history.jsonl");
+  EXPECT_EQ(view("history")["fileError"], "No space left on device");
+  EXPECT_EQ(view("history")["unsaved"], 3);
 }
 
 TEST_F(ViewsTest, ConfigurationIsShownAsFileAndAsValues) {

@@ -427,7 +427,7 @@ TEST(ShowTablesTest, HistoryIsATable) {
      "rps": {"added": 7, "updated": 0, "removed": 0, "expired": 0}, "firstRps": ["10.0.0.2"],
      "moreRps": true, "cause": {"kind": "timer"}, "ago": 0.5}]})"),
             R"(
-The last 2 changes, the newest at the end (at most 256 are kept)
+The last 2 changes, the newest at the end (at most 256 of elections, of RPs, of zones and of runs)
   local time              ago  zone            event     details                 cause
   2001-09-09 01:46:40  1d 01h  224.0.0.0/4     BSR lost  10.0.0.1                BSM from 192.0.2.1 on eth0
   2001-09-10 02:47:41   0.5 s  239.255.0.0/16  RP set    7 added: 10.0.0.2, ...  timer
@@ -436,6 +436,23 @@ The last 2 changes, the newest at the end (at most 256 are kept)
             "\nNothing has happened yet.\n");
   EXPECT_EQ(shown("history", R"({"maxEntries": 256, "wasCleared": true, "entries": []})"),
             "\nNothing has happened since the last clear.\n");
+}
+
+TEST(ShowTablesTest, EntryOfAClockThatWasAheadAndOneThatWasRepeatedSaySo) {
+  setenv("TZ", "UTC", 1);
+  EXPECT_EQ(
+      shown("history", R"({"maxEntries": 256, "wasCleared": false, "fileError": "disk full", "entries": [
+    {"time": 2000000000, "event": "agentStarted", "zone": null, "orderly": false, "cause": {"kind": "start"}},
+    {"time": 1000000030, "event": "bsrLost", "zone": "224.0.0.0/4", "count": 12, "firstTime": 1000000000,
+     "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "own": false,
+     "cause": {"kind": "timer"}, "ago": 1.0}]})"),
+      R"(
+Not all of it is in the file: disk full.
+The last 2 changes, the newest at the end (at most 256 of elections, of RPs, of zones and of runs)
+  local time                 ago  zone         event          details                                  cause
+  2033-05-18 03:33:20  in future  -            agent started  the run before was killed or crashed  start
+  2001-09-09 01:47:10      1.0 s  224.0.0.0/4  BSR lost       10.0.0.1; 12 times in 30.0 s          timer
+)");
 }
 
 TEST(ShowTablesTest, ChangeCommandIsDescribed) {

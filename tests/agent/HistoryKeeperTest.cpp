@@ -1,0 +1,164 @@
+#include "agent/HistoryKeeper.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "tests/support/Messages.h"
+#include "tests/support/ScratchFolder.h"
+
+namespace test {
+namespace {
+
+namespace agent = pimbsr::agent;
+using agent::HistoryEntry;
+using agent::HistoryKind;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// A history that is kept in a folder, by one run of an agent after the other.
+class HistoryKeeperTest : public testing::Test {
+ protected:
+  struct Run {
+    explicit Run(std::string const& folder)
+        : writer({.folder = folder, .files = {agent::HistoryKeeper::fileName}, .sandbox = false}),
+          keeper(loop, clock, history, &writer, "") {
+      keeper.load();
+    }
+
+    agent::Loop loop;
+    agent::Clock clock;
+    agent::History history;
+    agent::StateWriter writer;
+    agent::HistoryKeeper keeper;
+  };
+
+  void start() { run = std::make_unique<Run>(folder.path()); }
+  /// Ends a run without an end in order.
+  void end() { run = nullptr; }
+  void elect(std::string const& bsr) {
+    HistoryEntry entry{
+        .time = run->clock.now(), .kind = HistoryKind::bsrElected, .zone = prefix("224.0.0.0/4")};
+    entry.bsr = {addr(bsr), 10, 30};
+    run->history.store().add(entry);
+    run->keeper.save();
+  }
+  std::vector<HistoryKind> kinds() const {
+    std::vector<HistoryKind> all;
+    for (HistoryEntry const& entry : run->history.entries()) all.push_back(entry.kind);
+    return all;
+  }
+  std::string text(std::string const& name = agent::HistoryKeeper::fileName) const {
+    std::ifstream in(folder.file(name));
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  /// Serves the loop until something holds, for some seconds.
+  void serveUntil(std::function<bool()> const& holds) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    agent::LoopTimer tick(run->loop, [&] {
+      if (holds() || std::chrono::steady_clock::now() > end) return run->loop.stop();
+      tick.startIn(0.01);
+    });
+    tick.startIn(0);
+    run->loop.run();
+    EXPECT_TRUE(holds());
+  }
+
+  ScratchFolder folder;
+  std::unique_ptr<Run> run;
+};
+
+TEST_F(HistoryKeeperTest, EntriesOutliveARunThatEndsAtOnce) {
+  start();
+  elect("10.0.0.1");
+  end();
+  start();
+  EXPECT_THAT(kinds(),
+              ElementsAre(HistoryKind::agentStarted, HistoryKind::bsrElected, HistoryKind::agentStarted));
+  EXPECT_EQ(run->history.entries().back().orderly, false);
+  run->keeper.stop();
+  end();
+  start();
+  EXPECT_EQ(run->history.entries().back().kind, HistoryKind::agentStarted);
+  EXPECT_EQ(run->history.entries().back().orderly, true);
+}
+
+TEST_F(HistoryKeeperTest, RepetitionsAreOneEntryInTheFileToo) {
+  start();
+  for (int i = 0; i < 100; ++i) elect("10.0.0.1");
+  end();
+  start();
+  ASSERT_EQ(kinds().at(1), HistoryKind::bsrElected);
+  EXPECT_EQ(std::next(run->history.entries().begin())->count, 100u);
+}
+
+TEST_F(HistoryKeeperTest, DamageIsMovedAsideAndTheRestIsTaken) {
+  start();
+  elect("10.0.0.1");
+  end();
+  folder.write(agent::HistoryKeeper::fileName, text() + "{\"time\":\n");
+  start();
+  EXPECT_THAT(kinds(), testing::Contains(HistoryKind::bsrElected));
+  EXPECT_THAT(text(std::string(agent::HistoryKeeper::fileName) + ".damaged"),
+              testing::EndsWith("{\"time\":\n"));
+  end();
+  EXPECT_THAT(text(), testing::Not(HasSubstr("{\"time\":\n")));
+}
+
+TEST_F(HistoryKeeperTest, FileThatIsNoneIsMovedAside) {
+  std::filesystem::create_directory(folder.file(agent::HistoryKeeper::fileName));
+  start();
+  serveUntil([&] { return !text().empty(); });
+  EXPECT_TRUE(std::filesystem::is_directory(folder.file("history.jsonl.damaged")));
+}
+
+TEST_F(HistoryKeeperTest, HungWriterDelaysNothingAndTheSnapshotFollows) {
+  start();
+  serveUntil([&] { return !text().empty(); });
+  pid_t child = 0;
+  std::string pid = std::to_string(run->writer.process());
+  std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> child;
+  ASSERT_GT(child, 0);
+  kill(child, SIGSTOP);
+  auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 2000; ++i) elect("10.0.0." + std::to_string(i % 200));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+  EXPECT_THAT(run->keeper.state().error, HasSubstr("too slow"));
+  EXPECT_GT(run->keeper.state().unsaved, 100u);
+  kill(child, SIGCONT);
+  serveUntil([&] { return run->keeper.state().error.empty(); });
+  std::size_t entries = run->history.entries().size();
+  end();
+  start();
+  EXPECT_EQ(run->history.entries().size(), entries + 1);
+}
+
+TEST_F(HistoryKeeperTest, ClearedHistoryIsEmptyInTheFile) {
+  start();
+  elect("10.0.0.1");
+  run->history.clear();
+  run->keeper.saveAll();
+  serveUntil([&] { return text().empty(); });
+}
+
+TEST_F(HistoryKeeperTest, WithoutAWriterTheReasonIsShown) {
+  agent::Loop loop;
+  agent::Clock clock;
+  agent::History history;
+  agent::HistoryKeeper keeper(loop, clock, history, nullptr, "no disk");
+  keeper.load();
+  keeper.save();
+  keeper.saveAll();
+  EXPECT_EQ(keeper.state().error, "no disk");
+  EXPECT_EQ(keeper.state().path, std::nullopt);
+}
+
+}  // namespace
+}  // namespace test
