@@ -135,14 +135,17 @@ endif()
 # Routers on the real kernel, one scenario each, side by side in namespaces of their own. A filter of system
 # calls stops the leak check at the end of a process, so that is valgrind's task (scripts/test).
 if(TARGET pimbsr-command)
-  file(STRINGS tests/lab/lab_test.py scenarios REGEX "^    def test_")
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS tests/lab/lab_test.py)
-  foreach(scenario ${scenarios})
-    string(REGEX REPLACE "^    def test_([a-z_]+).*" "\\1" scenario ${scenario})
-    add_test(NAME lab-${scenario} COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/lab/lab_test.py
-      $<TARGET_FILE:pimbsr-command> ${scenario})
-    set_tests_properties(lab-${scenario} PROPERTIES LABELS lab TIMEOUT 300 SKIP_RETURN_CODE 77
-      ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+  foreach(file lab operator)
+    set(path ${PROJECT_SOURCE_DIR}/tests/lab/${file}_test.py)
+    file(STRINGS ${path} scenarios REGEX "^    def test_")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${path})
+    foreach(scenario ${scenarios})
+      string(REGEX REPLACE "^    def test_([a-z_]+).*" "\\1" scenario ${scenario})
+      add_test(NAME lab-${scenario} COMMAND ${Python3_EXECUTABLE} -B ${path}
+        $<TARGET_FILE:pimbsr-command> ${scenario})
+      set_tests_properties(lab-${scenario} PROPERTIES LABELS lab TIMEOUT 300 SKIP_RETURN_CODE 77
+        ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+    endforeach()
   endforeach()
 endif()
 

@@ -1,0 +1,204 @@
+"""Tests of what operators see of an agent on the real kernel: its log, its history, its change command.
+
+Usage: operator_test.py PIMBSR [SCENARIO...]. Where no lab can run it exits with 77, or, if
+PIMBSR_LAB_REQUIRED is set, with 1."""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+import lab_test
+from lab import SKIPPED, run, wait_until, why_not
+from lab_test import GLOBAL, bsr_of, candidate_bsr, candidate_rp, end_for, events_until, rps_of, wait_all
+
+
+def events_of(router):
+    return [entry["event"] for entry in router.show("history")["entries"]]
+
+
+class OperatorTest(unittest.TestCase):
+    lab, end, check_packets = lab_test.LabTest.lab, lab_test.LabTest.end, lab_test.LabTest.check_packets
+
+    # History -----------------------------------------------------------------------------------------
+
+    def test_killed_agent(self):
+        """An election of which a watcher has heard is in the history also if the agent is killed then."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config(candidate_bsr())
+        r2.start()
+        words = [lab.command, "watch", "--socket", str(r2.socket)]
+        watch = subprocess.Popen([str(word) for word in words], stdout=subprocess.PIPE)
+        self.addCleanup(watch.wait)
+        self.addCleanup(watch.kill)
+        self.addCleanup(watch.stdout.close)
+        r1.start()
+        events_until(watch.stdout, "bsrElected")
+        r2.kill()
+        r2.start()
+        entries = r2.show("history")["entries"]
+        self.assertIn("bsrElected", [entry["event"] for entry in entries])
+        starts = [entry for entry in entries if entry["event"] == "agentStarted"]
+        self.assertEqual(False, starts[-1]["orderly"])
+        r2.stop()
+        r2.start()
+        starts = [entry for entry in r2.show("history")["entries"] if entry["event"] == "agentStarted"]
+        self.assertEqual(True, starts[-1]["orderly"])
+        self.assertIn("agentStopped", events_of(r2))
+
+    def test_killed_writer(self):
+        """A writer that dies is replaced, and the history has all entries again."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config(candidate_bsr())
+        r2.start()
+        for pid in processes_of(r2, "pimbsr-state"):
+            if processes_below(pid):
+                os.kill(processes_below(pid)[0], signal.SIGKILL)
+        r1.start()
+        wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1")
+        wait_until(lambda: r2.show("history")["fileError"] is None, "the history is kept again")
+        self.assertIn("pimbsr_state_writer_restarts_total 1", r2.command("metrics"))
+        self.assertIn("bsrElected", (r2.folder / "history.jsonl").read_text())
+
+    def test_damaged_history(self):
+        """A damaged history is reported and moved aside; its readable entries are kept."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config(candidate_bsr())
+        lab.start()
+        wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1")
+        r2.stop()
+        file = r2.folder / "history.jsonl"
+        file.write_text(file.read_text() + '{"time": 1, "event"\n')
+        r2.start()
+        self.assertIn("bsrElected", events_of(r2))
+        self.assertIn('"event"\n', (r2.folder / "history.jsonl.damaged").read_text())
+        self.assertEqual(1, r2.log.read_text().count("lines can't be read; it is now"))
+        r2.stop()
+        r2.start()
+        self.assertEqual(1, r2.log.read_text().count("lines can't be read; it is now"))
+
+    def test_full_disk(self):
+        """A full disk is reported once and delays nothing; all entries are in the file once it has space."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        state = r2.folder / "state"
+        state.mkdir()
+        run("mount", "-t", "tmpfs", "-o", "size=64k", "tmpfs", state)
+        self.addCleanup(run, "umount", "-l", state)
+        r2.config()
+        r2.file.write_text(r2.file.read_text().replace(f'directory = "{r2.folder}"',
+                                                           f'directory = "{state}"'))
+        r1.config(candidate_bsr())
+        r2.start()
+        r2.command("clear", "history")
+        wait_until(lambda: (state / "history.jsonl").stat().st_size == 0, "the file takes no space")
+        filler = state / "filler"
+        with filler.open("wb", buffering=0) as file:
+            try:
+                while file.write(b"x" * 4096):
+                    pass
+            except OSError:
+                pass
+        r1.start()
+        wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1")
+        wait_until(lambda: "No space" in (r2.show("history")["fileError"] or ""), "the full disk is shown")
+        self.assertIn("No space left", r2.command("show", "history"))
+        self.assertIn("bsrElected", events_of(r2))
+        filler.unlink()
+        wait_until(lambda: r2.show("history")["fileError"] is None, "the history is kept again")
+        self.assertIn("bsrElected", (state / "history.jsonl").read_text())
+        self.assertEqual(1, r2.log.read_text().count("the history is not kept"))
+        self.assertGreater(r2.show("history")["unsaved"], 0)
+
+    # The log -----------------------------------------------------------------------------------------
+
+    def test_log(self):
+        """The log says which neighbors and interfaces come and go, what a reload changed, and that an RP set
+        is empty."""
+        lab = self.lab(records=False, clock_rate=10)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config(candidate_bsr(priority=10, bs_period=10) + candidate_rp(c_rp_adv_period=10))
+        lab.start()
+        wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 knows the RP", 60)
+        def has(router, text):
+            wait_until(lambda: text in router.log.read_text(), f"{router.name} logs '{text}'")
+        has(r2, "interface eth-r1: up, with 10.0.1.2")
+        has(r2, "interface eth-r1: neighbor 10.0.1.1 is up")
+        has(r2, "zone 224.0.0.0/4: BSR elected: 10.255.0.1, priority 10 (BSM from 10.0.1.1 on eth-r1)")
+        r1.config(candidate_bsr(priority=20, bs_period=10))
+        r1.command("reload")
+        has(r1, "pimbsr.toml: applied; candidateBsrs[0].priority is 20, was 10; candidateRps[0] is removed")
+        has(r2, "zone 224.0.0.0/4: RP set is empty")
+        has(r2, "zone 224.0.0.0/4: BSR changed: 10.255.0.1, priority 20; was priority 10")
+        r1.stop()
+        has(r2, "interface eth-r1: neighbor 10.0.1.1 is down: it sent a Hello with zero holdtime")
+        links[0].set(r2, "down")
+        has(r2, "interface eth-r1: down: the link is down")
+        links[0].set(r2, "up")
+        up = "interface eth-r1: up, with 10.0.1.2"
+        wait_until(lambda: r2.log.read_text().count(up) == 2, "it is up again")
+
+    # The change command ------------------------------------------------------------------------------
+
+    def test_hanging_change_command(self):
+        """A change command that hangs is ended, reported and counted, and runs for the next change."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config(candidate_bsr() + candidate_rp())
+        r2.start("--on-change", "sleep 300", "--on-change-timeout", 1)
+        wait_until(lambda: r2.show("on-change")["timedOut"] == 1, "the first run is ended")
+        r1.start()
+        wait_until(lambda: r2.show("on-change")["timedOut"] == 2, "the next run is ended")
+        self.assertEqual("timedOut", r2.show("on-change")["lastRun"]["outcome"])
+        self.assertIn("timed out", r2.command("show", "on-change"))
+        self.assertIn("was terminated since it took longer than 1 s", r2.log.read_text())
+        self.assertIn('pimbsr_change_command_runs_total{outcome="timedOut"} 2', r2.command("metrics"))
+
+    def test_change_command_at_start_and_end(self):
+        """The change command runs once after a start without a change, and for a change that waits when the
+        agent is to end."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config(candidate_bsr() + candidate_rp())
+        result = r2.folder / "runs"
+        r2.start("--on-change", f"cat >> {result}; sleep 0.3; echo >> {result}")
+        wait_until(lambda: r2.show("on-change")["succeeded"] == 1, "it has run")
+        self.assertEqual({"zones"}, set(json.loads(result.read_text().splitlines()[0])))
+        time.sleep(2)
+        self.assertEqual(1, r2.show("on-change")["succeeded"])
+        r1.start()
+        wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 knows the RP")
+        r2.stop()
+        last = json.loads(result.read_text().splitlines()[-1])
+        self.assertEqual("10.255.0.1", last["zones"][0]["rpSet"][0]["rps"][0]["address"])
+
+
+def processes_below(pid):
+    with open(f"/proc/{pid}/task/{pid}/children") as file:
+        return [int(word) for word in file.read().split()]
+
+
+def processes_of(router, name):
+    """The processes of a name that work for a router's agent."""
+    found = []
+    for pid in processes_below(router.agent.process.pid):
+        with open(f"/proc/{pid}/comm") as file:
+            if file.read().strip() == name:
+                found.append(pid)
+    return found
+
+
+if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, end_for)
+    lab_test.COMMAND = sys.argv[1]
+    if reason := why_not():
+        print(f"skipped: {reason}")
+        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
+    scenarios = [f"OperatorTest.test_{scenario}" for scenario in sys.argv[2:]]
+    unittest.main(argv=[sys.argv[0], *scenarios], verbosity=2)
