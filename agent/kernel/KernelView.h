@@ -19,6 +19,9 @@ struct KernelAddress {
   bool operator==(KernelAddress const&) const = default;
 };
 
+/// Whether others could send to an address: those of 127.0.0.0/8 stay on the host (RFC 1122 section 3.2.1.3).
+inline bool isUsable(KernelAddress const& address) { return address.address.hostWord() >> 24 != 127; }
+
 /// One network interface of the kernel.
 struct KernelLink {
   int index = 0;

@@ -148,9 +148,6 @@ KernelLink const* LinuxPlatform::link(IntfId const& intfId) const {
   return at == kernel().links.end() ? nullptr : &at->second;
 }
 
-/// Whether other systems could send to it: 127.0.0.0/8 is reachable on the system itself alone.
-static bool isUsable(KernelAddress const& address) { return address.address.hostWord() >> 24 != 127; }
-
 IpGenAddr LinuxPlatform::primaryAddress(IntfId const& intfId) const {
   KernelLink const* found = link(intfId);
   if (found == nullptr || !found->up) return {};

@@ -26,12 +26,21 @@ static std::string describe(std::set<std::string> const& lists, std::set<std::st
   return text;
 }
 
+/// Whether candidacies are configured by group ranges, and not by lists alone.
+static bool hasGroups(host::ByRange<host::BsrTerms> const& terms) { return !terms.groups.empty(); }
+static bool hasGroups(host::RpTerms const& terms) { return !terms.ranges.groups.empty(); }
+
 /// Why the candidacies of an interface have no effect.
-static std::string whyIdle(KernelView const& kernel, std::string const& intf, std::string const& lists) {
+static std::string whyIdle(KernelView const& kernel, std::string const& intf, bool hasGroups,
+                           std::string const& lists) {
   auto link = kernel.links.find(intf);
   if (link == kernel.links.end()) return "there is no such interface";
   if (!link->second.up) return "the interface is down";
-  if (link->second.addresses.empty()) return "the interface has no IPv4 address";
+  std::vector<KernelAddress> const& addresses = link->second.addresses;
+  if (addresses.empty()) return "the interface has no IPv4 address";
+  if (std::none_of(addresses.begin(), addresses.end(), isUsable))
+    return "the interface has no IPv4 address but those of 127.0.0.0/8, which no other router reaches";
+  if (hasGroups) return "the candidacy of another interface has its group ranges";
   return "its lists permit no group range: " + lists;
 }
 
@@ -47,7 +56,7 @@ static std::vector<view::IdleCandidate> idleOf(Observed const& observed, Configu
     std::set<std::string> lists = listsOf(terms);
     std::set<std::string> absent = absentOf(observed, lists);
     if (!active.contains(intf)) {
-      std::string why = whyIdle(observed.kernel, intf, describe(lists, absent));
+      std::string why = whyIdle(observed.kernel, intf, hasGroups(terms), describe(lists, absent));
       idle.push_back({.interface = intf, .because = why});
     } else if (!absent.empty()) {
       idle.push_back({.interface = intf, .because = "list " + describe(absent, absent)});

@@ -234,6 +234,9 @@ TEST_F(ViewsTest, CandidacyWithoutEffectHasItsReason) {
   for (char const* name : {"eth3", "eth4", "eth7"}) {
     settings.router.candidateRps[name].ranges.groups[prefix("239.8.0.0/16")] = 10;
   }
+  kernel.links["lo"] = {.name = "lo", .up = true};
+  kernel.links["lo"].addresses = {{addr("127.0.0.1").v4Addr(), 8}};
+  settings.router.candidateRps["lo"].ranges.lists["empty"] = 10;
   settings.router.accessLists["empty"] = {};
   settings.router.candidateBsrs["eth0"].lists["empty"] = {};
   configure();
@@ -241,7 +244,9 @@ TEST_F(ViewsTest, CandidacyWithoutEffectHasItsReason) {
   expect(shown["idleBsr"], R"([{"interface": "eth0", "because": "its lists permit no group range: empty"}])");
   expect(shown["idleRp"], R"([{"interface": "eth3", "because": "the interface is down"},
     {"interface": "eth4", "because": "the interface has no IPv4 address"},
-    {"interface": "eth7", "because": "there is no such interface"}}])");
+    {"interface": "eth7", "because": "there is no such interface"},
+    {"interface": "lo", "because":
+     "the interface has no IPv4 address but those of 127.0.0.0/8, which no other router reaches"}])");
 }
 
 TEST_F(ViewsTest, CandidacyNamesListsThatDoNotExist) {
