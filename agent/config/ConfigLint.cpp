@@ -221,7 +221,15 @@ void Linter::lintZone(IpGenPrefix const& zone, std::string const& intf, BsrTerms
                       ConfigPlace const& place) {
   if (hasInvalidTerms(place)) return;
   auto [claim, isFirst] = zones_.try_emplace(zone, intf, terms);
-  if (isFirst || (claim->second.intf == intf && claim->second.terms == terms)) return;
+  if (isFirst) return;
+  if (claim->second.intf != intf) {
+    report(place, fmt::format("it permits {}, for which {} is a candidate BSR too; a zone has one of both, "
+                              "the one that was applied last, and none once either loses its address or "
+                              "its range",
+                              textOf(zone), claim->second.intf));
+    return;
+  }
+  if (claim->second.terms == terms) return;
   report(place,
          fmt::format(
              "it permits {}, for which {} is a candidate BSR with other terms; of both, those count that "
@@ -254,6 +262,12 @@ void Linter::lintRpRange(IpGenPrefix const& range, std::string const& intf,
   if (hasInvalidTerms(place)) return;
   auto& claims = rpRanges_[range];
   for (auto const& claim : claims) {
+    if (claim.intf == intf && priority && claim.terms != *priority) {
+      report(place, fmt::format("{} offers {} with priority {} too, by another group range or list; of both "
+                                "priorities the one counts that was applied last",
+                                intf, textOf(range), claim.terms));
+      break;
+    }
     if (claim.intf == intf || claim.terms != priority) continue;
     report(place,
            fmt::format(

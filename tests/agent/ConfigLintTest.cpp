@@ -166,9 +166,9 @@ Unwise const unwise[] = {
     {"ZoneOfAGroupAndOfAList",
      BSR "groups = [\"239.1.0.0/16\"]\n[[candidate-bsr]]\ninterface = \"lo\"\npriority = 9\nlists = "
          "[\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
-     {"f:9:10: candidate-bsr.lists: a: it permits 239.1.0.0/16, for which eth0 is a candidate BSR "
-      "with "
-      "other terms; of both, those count that were applied last"}},
+     {"f:9:10: candidate-bsr.lists: a: it permits 239.1.0.0/16, for which eth0 is a candidate BSR too; a "
+      "zone "
+      "has one of both, the one that was applied last, and none once either loses its address or its range"}},
     {"ZoneOfTwoLists",
      BSR "lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\nlists = [\"b\"]\n" LIST(
          "a", PERMIT("239.1.0.0/16")) LIST("b", PERMIT("239.1.0.0/16")),
@@ -189,6 +189,20 @@ Unwise const unwise[] = {
      {"f:7:10: candidate-rp.lists: a: eth0 is a candidate RP of 239.1.0.0/16 with the same priority "
       "192, "
       "so that the hash splits the groups between two addresses of this router"}},
+    {"ZoneOfAGroupAndAListOnTwoInterfacesWithTheSameTerms",
+     BSR "[[candidate-bsr]]\ninterface = \"lo\"\npriority = 100\nlists = [\"a\"]\n" LIST(
+         "a", PERMIT("224.0.0.0/4")),
+     {"f:8:10: candidate-bsr.lists: a: it permits 224.0.0.0/4, for which eth0 is a candidate BSR too; a zone "
+      "has one of both, the one that was applied last, and none once either loses its address or its range"}},
+    {"RangeOfAGroupAndAListWithTwoPriorities",
+     RP "groups = [\"239.1.0.0/16\"]\n[[candidate-rp]]\ninterface = \"eth0\"\npriority = 7\nlists = "
+        "[\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
+     {"f:8:10: candidate-rp.lists: a: eth0 offers 239.1.0.0/16 with priority 192 too, by another group range "
+      "or "
+      "list; of both priorities the one counts that was applied last"}},
+    {"RangeOfAGroupAndAListWithOnePriority",
+     RP "groups = [\"239.1.0.0/16\"]\nlists = [\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
+     {}},
     {"RangeOfTwoRpsOfTwoPriorities", RP "[[candidate-rp]]\ninterface = \"lo\"\npriority = 1", {}},
     {"RangesOfTwoRps", RP "[[candidate-rp]]\ninterface = \"lo\"\ngroups = [\"239.1.0.0/16\"]", {}},
     {"LinkLocalGroups",
