@@ -1,0 +1,276 @@
+#include "tests/support/StateTable.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "tests/protocol/CandidateSupport.h"
+#include "tests/protocol/NonCandidateSupport.h"
+
+/// Each event in each state of the two machines of a zone (RFC 5059 section 3.1): the table in
+/// docs/state-tables.md has one row for each pair, as the machines do it here.
+namespace test {
+namespace {
+
+using Routing::Pim::Bsr::BsrCandidateState;
+using Timer = Kiv::TimerWheel::NotifieeConst;
+using Zet::Ptr;
+
+template <class Value>
+std::string textOf(Value const& value) {
+  std::ostringstream out;
+  out << value;
+  return out.str();
+}
+
+/// A state of a machine, and how a test leads there.
+template <class Test>
+struct Start {
+  char const* name;
+  void (*lead)(Test& test);
+};
+
+/// An event, and the attribute whose handler it runs; empty for one from outside the machine.
+template <class Test>
+struct Event {
+  char const* name;
+  char const* attribute;
+  void (*happen)(Test& test);
+};
+
+/// Lets a timer expire at once, whether it was armed or not.
+void expire(Engine& engine, Timer* timer) {
+  timer->timeMinIs(Zet::now());
+  engine.wheel->advance(Zet::now());
+}
+
+std::string timerOf(Engine const& engine, Timer const* timer) {
+  return remainingOf(timer->isArmed(), engine.since(timer->timeMin()) - engine.elapsed());
+}
+
+std::string bsrOf(Ptr<Bsr::ElectedBsrStatus> const& bsr) {
+  if (!bsr) return "none";
+  return textOf(bsr->ipAddr()) + ", priority " + textOf(bsr->priority()) + ", hash mask length " +
+         textOf(bsr->hashMaskLen());
+}
+
+/// The messages that left since the position `from`: how many of this router as BSR, and of others.
+Description sentSince(Engine const& engine, std::size_t from, std::string const& own) {
+  int originated = 0, forwarded = 0;
+  for (std::size_t i = from; i < engine.outbox->sent.size(); ++i) {
+    ++(engine.outbox->sent[i].text.find(own) == std::string::npos ? forwarded : originated);
+  }
+  return {{"messages originated:", textOf(originated)}, {"messages forwarded:", textOf(forwarded)}};
+}
+
+// A candidate BSR -------------------------------------------------------------------------------------
+
+char const* const ownAddress = "10.0.0.5";
+char const* const rpRange = "224.1.0.0/16";
+
+class CandidateTable : public CandidateTest {
+ public:
+  Description describe(std::size_t sentBefore) const {
+    Ptr<Bsr::BsrCandidateSm> m = machine();
+    Ptr<Bsr::ElectedBsrStatus> stored = m->storedBsr();
+    Description text = sentSince(engine, sentBefore, ownAddress);
+    text.push_back({"Bootstrap Timer", timerOf(engine, m->zetBsTimer())});
+    text.push_back({"elected BSR", bsrOf(engine.elected(globalZone))});
+    text.push_back({"known BSR", bsrOf(stored)});
+    text.push_back({"RP set", engine.rpSet(globalZone).empty() ? "cleared" : engine.rpSet(globalZone)});
+    text.push_back({"timeout", textOf(m->bsTimeout()) + " s"});
+    text.push_back({"kept message of", m->lastBsm() ? textOf(m->lastBsm()->bsrAddress()) : "none"});
+    return text;
+  }
+};
+
+Bsm with(Bsm given, bool forward) {
+  given.forward = forward;
+  return given;
+}
+
+/// Leads to a state, and to a time at which no timer was armed.
+void lead(CandidateTable& test, void (CandidateTest::*way)(), double time) {
+  (test.*way)();
+  test.putRp("203.0.113.1", rpRange);
+  test.engine.runTo(time);
+}
+
+/// All of a candidacy but its address.
+void configureInPart(CandidateTable& test) {
+  Ptr<Bsr::BsrCandidate> entry = test.engine.status->cbsrIs(prefix(globalZone));
+  entry->priorityIs(10);
+  entry->hashMaskLenIs(30);
+  entry->bsPeriodIs(60);
+}
+
+Start<CandidateTable> const candidateStarts[] = {
+    {"noInfoBsr", configureInPart},
+    {"cBsr", [](CandidateTable& test) { lead(test, &CandidateTest::toCandidate, 7); }},
+    {"pBsr", [](CandidateTable& test) { lead(test, &CandidateTest::toPending, 2); }},
+    {"eBsr", [](CandidateTable& test) { lead(test, &CandidateTest::toElected, 7); }},
+};
+
+Event<CandidateTable> const candidateEvents[] = {
+    {"preferred message", "bsm", [](CandidateTable& test) { test.hear(superior()); }},
+    {"preferred message, No-Forward", "bsm",
+     [](CandidateTable& test) { test.hear(with(superior(), false)); }},
+    {"non-preferred message", "bsm", [](CandidateTable& test) { test.hear(inferior()); }},
+    {"non-preferred message, No-Forward", "bsm",
+     [](CandidateTable& test) { test.hear(with(inferior(), false)); }},
+    {"Bootstrap Timer expires", "time",
+     [](CandidateTable& test) { expire(test.engine, test.machine()->zetBsTimer()); }},
+    {"BS_Timeout shortened to 100 s", "bsTimeout",
+     [](CandidateTable& test) { test.engine.status->bsTimeoutIs(100); }},
+    {"BS_Timeout shortened to 50 s, below BS_Period", "bsTimeout",
+     [](CandidateTable& test) { test.engine.status->bsTimeoutIs(50); }},
+    {"BS_Timeout lengthened to 200 s", "bsTimeout",
+     [](CandidateTable& test) { test.engine.status->bsTimeoutIs(200); }},
+    {"candidate's elected is set", "elected",
+     [](CandidateTable& test) { test.candidate()->electedIs(true); }},
+    {"candidate's elected is cleared", "elected",
+     [](CandidateTable& test) { test.candidate()->electedIs(false); }},
+    {"priority raised to 30", "priority", [](CandidateTable& test) { test.candidate()->priorityIs(30); }},
+    {"priority lowered to 5", "priority", [](CandidateTable& test) { test.candidate()->priorityIs(5); }},
+    {"hash mask length changed", "hashMaskLen",
+     [](CandidateTable& test) { test.candidate()->hashMaskLenIs(20); }},
+    {"BS_Period shortened to 2 s", "bsPeriod", [](CandidateTable& test) { test.candidate()->bsPeriodIs(2); }},
+    {"BS_Period lengthened to 200 s", "bsPeriod",
+     [](CandidateTable& test) { test.candidate()->bsPeriodIs(200); }},
+    {"address set or changed to 10.0.0.7", "address",
+     [](CandidateTable& test) { test.candidate()->addressIs(addr("10.0.0.7")); }},
+};
+
+TEST(StateTableTest, ACandidateBsrReactsInEachStateToEachEventAsItsTableSays) {
+  std::vector<StateRow> rows;
+  for (Start<CandidateTable> const& start : candidateStarts) {
+    for (Event<CandidateTable> const& event : candidateEvents) {
+      struct Case final : CandidateTable {
+        void TestBody() override {}
+      } test;
+      start.lead(test);
+      std::size_t const sent = test.sent();
+      Description const before = test.describe(sent);
+      EXPECT_EQ(textOf(test.machine()->state()), start.name);
+      event.happen(test);
+      rows.push_back(
+          {start.name, event.name, textOf(test.machine()->state()), changesOf(before, test.describe(sent))});
+    }
+  }
+  expectSection("Candidate BSR", rows);
+}
+
+// A router that is no candidate BSR -------------------------------------------------------------------
+
+class FollowerTable : public NonCandidate {
+ public:
+  std::string zone = scoped;
+
+  void hear(Bsm given) {
+    given.groups = {{zone, {{"203.0.113.2"}}, zone == scoped ? scopedFlag : Zet::U8{0}}};
+    engine.receive(given);
+  }
+  Ptr<Bsr::BsrNonCandidateSm> machine() const { return engine.follower(zone); }
+  std::string stateName() const { return machine() ? textOf(machine()->state()) : "the machine ends"; }
+  Description describe(std::size_t sentBefore) const {
+    Ptr<Bsr::BsrNonCandidateSm> m = machine();
+    Description text = {sentSince(engine, sentBefore, "nothing is originated")[1]};
+    text.push_back({"Bootstrap Timer", m ? timerOf(engine, m->zetBsTimer()) : "ends"});
+    text.push_back({"Scope Zone Timer", m ? timerOf(engine, m->zetSzTimer()) : "ends"});
+    text.push_back({"elected BSR", bsrOf(engine.elected(zone))});
+    text.push_back({"RP set", engine.rpSet(zone).empty() ? "empty" : engine.rpSet(zone)});
+    text.push_back({"kept message of", m && m->lastBsm() ? textOf(m->lastBsm()->bsrAddress()) : "none"});
+    return text;
+  }
+
+  using NonCandidate::engine;
+};
+
+Bsm const known = {.bsr = "10.0.0.5", .priority = 10, .tag = 400};
+
+void toFollowing(FollowerTable& test, std::string const& zone) {
+  test.zone = zone;
+  test.hear(known);
+  test.engine.runTo(7);
+}
+
+void toAnyBsr(FollowerTable& test, std::string const& zone) {
+  toFollowing(test, zone);
+  expire(test.engine, test.machine()->zetBsTimer());
+}
+
+Start<FollowerTable> const followerStarts[] = {
+    {"noInfo, scoped zone", [](FollowerTable& test) { test.engine.makeFollower(scoped); }},
+    {"acceptAny, scoped zone", [](FollowerTable& test) { toAnyBsr(test, scoped); }},
+    {"acceptPreferred, scoped zone", [](FollowerTable& test) { toFollowing(test, scoped); }},
+    {"acceptAny, global zone", [](FollowerTable& test) { toAnyBsr(test, global); }},
+    {"acceptPreferred, global zone", [](FollowerTable& test) { toFollowing(test, global); }},
+};
+
+void changeBsTimeout(FollowerTable& test, Zet::U32 seconds) { test.engine.status->bsTimeoutIs(seconds); }
+void changeSzTimeout(FollowerTable& test, Zet::U32 seconds) { test.engine.status->szTimeoutIs(seconds); }
+
+Event<FollowerTable> const followerEvents[] = {
+    {"message of 10.0.0.5", "bsm", [](FollowerTable& test) { test.hear(known); }},
+    {"message of a preferred BSR", "bsm", [](FollowerTable& test) { test.hear(superior()); }},
+    {"message of a preferred BSR, No-Forward", "bsm",
+     [](FollowerTable& test) { test.hear(with(superior(), false)); }},
+    {"message of a non-preferred BSR", "bsm", [](FollowerTable& test) { test.hear(inferior()); }},
+    {"Bootstrap Timer expires", "time",
+     [](FollowerTable& test) { expire(test.engine, test.machine()->zetBsTimer()); }},
+    {"Scope Zone Timer expires", "time",
+     [](FollowerTable& test) { expire(test.engine, test.machine()->zetSzTimer()); }},
+    {"BS_Timeout shortened to 50 s", "bsTimeout", [](FollowerTable& test) { changeBsTimeout(test, 50); }},
+    {"BS_Timeout lengthened to 200 s", "bsTimeout", [](FollowerTable& test) { changeBsTimeout(test, 200); }},
+    {"SZ_Timeout shortened to 300 s", "szTimeout", [](FollowerTable& test) { changeSzTimeout(test, 300); }},
+    {"SZ_Timeout lengthened to 2000 s", "szTimeout",
+     [](FollowerTable& test) { changeSzTimeout(test, 2000); }},
+};
+
+TEST(StateTableTest, ARouterThatIsNoCandidateReactsInEachStateToEachEventAsItsTableSays) {
+  std::vector<StateRow> rows;
+  for (Start<FollowerTable> const& start : followerStarts) {
+    for (Event<FollowerTable> const& event : followerEvents) {
+      struct Case final : FollowerTable {
+        void TestBody() override {}
+      } test;
+      test.engine.addIntf("eth0");
+      start.lead(test);
+      std::size_t const sent = test.engine.outbox->sent.size();
+      Description const before = test.describe(sent);
+      EXPECT_TRUE(std::string(start.name).starts_with(test.stateName() + ",")) << test.stateName();
+      event.happen(test);
+      rows.push_back({start.name, event.name, test.stateName(), changesOf(before, test.describe(sent))});
+    }
+  }
+  expectSection("No candidate BSR", rows);
+}
+
+// The tables are complete -----------------------------------------------------------------------------
+
+template <class Events>
+std::set<std::string> attributesOf(Events const& events) {
+  std::set<std::string> found;
+  for (auto const& event : events) found.insert(event.attribute);
+  return found;
+}
+
+template <class Starts>
+bool hasStart(Starts const& starts, std::string const& state) {
+  return std::any_of(std::begin(starts), std::end(starts),
+                     [&](auto const& start) { return std::string(start.name).starts_with(state); });
+}
+
+TEST(StateTableTest, EachDeclaredReactionIsAnEvent) {
+  EXPECT_EQ(attributesOf(candidateEvents), declaredReactions("protocol/BsrCandidateSm.zet"));
+  EXPECT_EQ(attributesOf(followerEvents), declaredReactions("protocol/BsrNonCandidateSm.zet"));
+}
+
+TEST(StateTableTest, EachStateIsAStart) {
+  for (char const* state : enumText(BsrCandidateState{}).names) {
+    EXPECT_TRUE(hasStart(candidateStarts, state)) << state;
+  }
+  for (char const* state : enumText(State{}).names) EXPECT_TRUE(hasStart(followerStarts, state)) << state;
+}
+
+}  // namespace
+}  // namespace test
