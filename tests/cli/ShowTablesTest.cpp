@@ -449,9 +449,9 @@ TEST(ShowTablesTest, EntryOfAClockThatWasAheadAndOneThatWasRepeatedSaySo) {
       R"(
 Not all of it is in the file: disk full.
 The last 2 changes, the newest at the end (at most 256 of elections, of RPs, of zones and of runs)
-  local time                 ago  zone         event          details                                  cause
+  local time           ago        zone         event          details                               cause
   2033-05-18 03:33:20  in future  -            agent started  the run before was killed or crashed  start
-  2001-09-09 01:47:10      1.0 s  224.0.0.0/4  BSR lost       10.0.0.1; 12 times in 30.0 s          timer
+  2001-09-09 01:47:10  1.0 s      224.0.0.0/4  BSR lost       10.0.0.1; 12 times in 30.0 s          timer
 )");
 }
 
