@@ -227,8 +227,9 @@ class LabTest(unittest.TestCase):
         r2.kill()
         r2.start()
         wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 has learned anew")
-        events = [entry["event"] for entry in r2.show("history")["entries"]]
-        self.assertGreaterEqual(events.count("bsrElected"), 2, "the kept one and the new one")
+        entries = [entry for entry in r2.show("history")["entries"] if entry["event"] == "bsrElected"]
+        elections = sum(entry.get("count", 1) for entry in entries)
+        self.assertGreaterEqual(elections, 2, "the kept one and the new one, which may be one entry")
         self.assertLess(r2.stop(), 1 if not lab.wrapper else 10)
         wait_all((r1,), neighbors_of, [], "r2 has sent its goodbye")
         self.assertFalse(r2.socket.exists())
