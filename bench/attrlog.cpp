@@ -55,16 +55,21 @@ void setterWithReactor(benchmark::State& state) {
   benchmark::DoNotOptimize(sum);
 }
 
+/// Changes an attribute over and over, and flushes its log from time to time.
+void changeAndFlush(benchmark::State& state, Status& status, FlowOut& flow) {
+  U32 value = 0;
+  for (auto _ : state) {
+    status.bsTimeoutIs(++value);
+    if (value % changesPerFlush == 0) flow.flush();
+  }
+}
+
 void setterWithLog(benchmark::State& state) {
   Ptr<Status> status = Routing::Pim::Bsr::statusFactory("bsr");
   Ptr<FlowOut> flow = Zet::make<FlowOut>(1, Zet::make<Discarded>());
   flow->rootIs<Status>(status);
   flow->flush();
-  U32 value = 0;
-  for (auto _ : state) {
-    status->bsTimeoutIs(++value);
-    if (value % changesPerFlush == 0) flow->flush();
-  }
+  changeAndFlush(state, *status, *flow);
 }
 
 /// Feeds a copy directly.
@@ -84,11 +89,7 @@ void encodeAndApply(benchmark::State& state) {
   Ptr<FlowOut> flow = Zet::make<FlowOut>(1, Zet::make<Applied>(demuxer));
   flow->rootIs<Status>(status);
   flow->flush();
-  U32 value = 0;
-  for (auto _ : state) {
-    status->bsTimeoutIs(++value);
-    if (value % changesPerFlush == 0) flow->flush();
-  }
+  changeAndFlush(state, *status, *flow);
 }
 
 void bytesAlone(benchmark::State& state) {
