@@ -15,8 +15,11 @@ set(test_options "")
 if(CMAKE_BUILD_TYPE STREQUAL "Debug")
   list(APPEND test_options -O0)
 endif()
+if(PIMBSR_UNITY)
+  list(APPEND test_options -Wno-shadow)  # a local name may be that of another test file
+endif()
 if(PIMBSR_SANITIZE)
-  list(APPEND test_options -fno-sanitize=null,alignment,vptr,object-size)
+  list(APPEND test_options -fno-sanitize=null,alignment,object-size)
 endif()
 
 # tests/support: what the tests of several modules share.
@@ -26,6 +29,7 @@ if(support)
   target_link_libraries(test-support PUBLIC ${test_libraries})
   target_compile_definitions(test-support PUBLIC ${test_definitions})
   target_compile_options(test-support PRIVATE ${test_options})
+  pimbsr_unity(test-support)
 endif()
 
 file(GLOB test_sources RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS tests/*/*.cpp)
@@ -44,6 +48,7 @@ foreach(module ${test_modules})
   target_include_directories(test-${module} PRIVATE ${PROJECT_SOURCE_DIR})
   target_compile_definitions(test-${module} PRIVATE ${test_definitions})
   target_compile_options(test-${module} PRIVATE ${test_options})
+  pimbsr_unity(test-${module})
   target_link_libraries(test-${module} PRIVATE
     $<TARGET_NAME_IF_EXISTS:test-support> ${test_libraries} GTest::gmock_main)
   if(module MATCHES "^(cli|scenarios)$" AND TARGET pimbsr-cli)
