@@ -1,5 +1,5 @@
 // Plays a corpus through a fuzz target where there is no libFuzzer: every file of the folders given as
-// arguments, and of each file FUZZ_MUTATIONS mutations (300 unless set) that are the same in every run. The
+// arguments, and of each file FUZZ_MUTATIONS mutations (100 unless set) that are the same in every run. The
 // files must reach the goals of the target; mutations don't count.
 #include <algorithm>
 #include <cstdint>
@@ -24,7 +24,7 @@ constexpr size_t maxSize = 65536;
 
 size_t mutationsPerFile() {
   char const* wanted = std::getenv("FUZZ_MUTATIONS");
-  return wanted == nullptr ? 300 : std::strtoul(wanted, nullptr, 10);
+  return wanted == nullptr ? 100 : std::strtoul(wanted, nullptr, 10);
 }
 
 std::vector<std::filesystem::path> filesIn(std::filesystem::path const& folder) {
