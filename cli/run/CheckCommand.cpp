@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <ostream>
 #include <system_error>
 #include <vector>
@@ -14,12 +13,13 @@
 #include "agent/config/ConfigFile.h"
 #include "agent/config/ConfigLint.h"
 #include "agent/process/Files.h"
+#include "view/Check.h"
+#include "view/Json.h"
 
 namespace pimbsr::cli {
 
 using agent::ConfigFinding;
 using agent::ConfigReading;
-using Json = nlohmann::ordered_json;
 
 namespace {
 
@@ -45,18 +45,20 @@ void printText(ConfigReading const& reading, std::ostream& out) {
   if (reading.isSound()) out << reading.file << ": configuration OK\n";
 }
 
+view::Finding viewOf(Finding const& finding) {
+  ConfigFinding const& what = finding.what;
+  view::Finding made{.severity = finding.severity, .text = what.text};
+  if (what.at == agent::TextPlace()) return made;
+  made.line = what.at.line;
+  made.column = what.at.column;
+  return made;
+}
+
 void printJson(ConfigReading const& reading, std::ostream& out) {
-  Json findings = Json::array();
-  for (auto const& [severity, what] : findingsOf(reading)) {
-    bool isPlaced = what.at != agent::TextPlace();
-    findings.push_back({{"severity", severity},
-                        {"line", isPlaced ? Json(what.at.line) : Json()},
-                        {"column", isPlaced ? Json(what.at.column) : Json()},
-                        {"text", what.text}});
-  }
-  Json document = {{"file", reading.file}, {"sound", reading.isSound()}, {"findings", findings}};
+  view::Check check{.file = reading.file, .sound = reading.isSound()};
+  for (Finding const& finding : findingsOf(reading)) check.findings.push_back(viewOf(finding));
   // The name of a file may be of any bytes.
-  out << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+  out << view::jsonOf(check).dump(2, ' ', false, view::Json::error_handler_t::replace) << '\n';
 }
 
 [[noreturn]] void fail(std::string const& path) {

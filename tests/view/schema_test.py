@@ -49,7 +49,7 @@ def answers_of_agent(test_agent):
 
 
 def answers_of_command(pimbsr, root):
-    """(schema, answer) of simulations and replays."""
+    """(schema, answer) of simulations, replays and checks."""
     def run(*arguments):
         done = subprocess.run([pimbsr, *arguments], capture_output=True, text=True, check=False)
         return json.loads(done.stdout) if done.returncode == 0 else None
@@ -59,6 +59,9 @@ def answers_of_command(pimbsr, root):
             answer = run("sim", *options, root / scenario)
             yield "sim", answer
             yield from ((f"sim-{member}", answer[member]) for member in ("topology", "spans", "load"))
+    for file in root / "examples/pimbsr.toml", root / "fuzz/corpus/config/twice.toml", root / "none.toml":
+        yield "check", json.loads(subprocess.run(
+            [pimbsr, "check", "--json", file], capture_output=True, text=True, check=False).stdout)
     for capture in [root / "examples/two-scopes.pcap", *sorted((root / "tests/cli/captures").glob("few-*"))]:
         answer = run("replay", "--json", capture)
         yield "replay", answer
