@@ -183,6 +183,7 @@ Observed Daemon::observed() {
   for (auto const& control : controls_) observed.controls.push_back(control->status());
   observed.historyFile = historyKeeper_.state();
   observed.changeRuns = changeRunner_.state();
+  observed.log = logCounts();
   return observed;
 }
 

@@ -28,13 +28,18 @@ class StandardSink final : public LogSink {
  public:
   void write(LogRecord const& record) noexcept override {
     bool isJournal = isJournalStream(STDERR_FILENO);
-    if (isJournal && lost_ == 0 && journal_.send(record)) return;
+    if (isJournal && lost_ == 0 && journal_.send(record)) {
+      ++counts_.written;
+      return;
+    }
     fmt::memory_buffer line;
     if (lost_ != 0) add(line, isJournal, LogPriority::warning, fmt::format("{} lines were lost here", lost_));
     add(line, isJournal, record.event.priority, record.text);
     bool written = canWrite() && ::write(STDERR_FILENO, line.data(), line.size()) >= 0;
     lost_ = written ? 0 : lost_ + 1;
+    ++(written ? counts_.written : counts_.lost);
   }
+  LogCounts counts() const { return counts_; }
 
  private:
   static void add(fmt::memory_buffer& line, bool isJournal, LogPriority priority, std::string_view text) {
@@ -44,14 +49,17 @@ class StandardSink final : public LogSink {
 
   JournalSocket journal_;
   unsigned long lost_ = 0;  ///< lines since one was written
+  LogCounts counts_;        ///< without those that were held back
 };
 
-LogSink& standardSink() {
+StandardSink& standardSink() {
   static StandardSink sink;
   return sink;
 }
 
 LogSink* chosen = nullptr;
+
+Zet::U64 suppressed = 0;
 
 LogSink& sink() { return chosen != nullptr ? *chosen : standardSink(); }
 
@@ -70,7 +78,11 @@ LogSink* logSinkIs(LogSink* sink) { return std::exchange(chosen, sink); }
 
 void log(LogRecord record) noexcept {
   if (record.text.empty()) return;
-  if (auto passed = limit().take(std::move(record), seconds())) sink().write(*passed);
+  if (auto passed = limit().take(std::move(record), seconds())) {
+    sink().write(*passed);
+  } else {
+    ++suppressed;
+  }
 }
 
 void logEvent(LogEvent const& event, std::string_view text) noexcept {
@@ -81,6 +93,12 @@ void logLine(std::string_view text) noexcept { logEvent(logEvents::note, text); 
 
 void logTrace(std::string_view text) noexcept {
   sink().write({.event = logEvents::trace, .subject = {}, .text = std::string(text)});
+}
+
+LogCounts logCounts() {
+  LogCounts counts = standardSink().counts();
+  counts.suppressed = suppressed;
+  return counts;
 }
 
 bool logHoldsBack() { return limit().holdsBack(); }

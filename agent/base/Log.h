@@ -4,6 +4,7 @@
 
 #include "agent/base/LogEvents.h"
 #include "agent/base/LogRecord.h"
+#include "runtime/Types.h"
 
 namespace pimbsr::agent {
 
@@ -32,6 +33,14 @@ void logEvent(LogEvent const& event, std::string_view text) noexcept;
 void logLine(std::string_view text) noexcept;
 /// Logs a line of trace, which has no limit.
 void logTrace(std::string_view text) noexcept;
+
+/// Counts of lines since the start of the process; traces are in them.
+struct LogCounts {
+  Zet::U64 written = 0;
+  Zet::U64 suppressed = 0;  ///< held back; the last of a subject is written later, and counts as written too
+  Zet::U64 lost = 0;        ///< not taken by the standard error stream nor the journal
+};
+LogCounts logCounts();
 
 /// Whether lines were held back that are to be written later, by flushLog().
 bool logHoldsBack();

@@ -6,6 +6,8 @@
 #include <limits>
 #include <map>
 
+#include "agent/base/Version.h"
+#include "agent/views/MetricSeries.h"
 #include "host/Machines.h"
 #include "host/Views.h"
 #include "view/Kinds.h"
@@ -13,52 +15,39 @@
 namespace pimbsr::agent {
 
 using host::MessageKind;
-using prometheus::ClientMetric;
-using prometheus::MetricFamily;
 using prometheus::MetricType;
 using view::keyOf;
 using view::messageKinds;
 
 namespace {
 
-using Families = std::vector<MetricFamily>;
-using Labels = std::vector<ClientMetric::Label>;
+using Families = MetricFamilies;
+using Labels = MetricLabels;
+using Family = MetricSamples;
 
-/// One metric by its name, of which samples are added with their labels.
-class Family {
- public:
-  Family(Families& families, MetricType type, std::string name, std::string help)
-      : families_(families), index_(families.size()) {
-    families.push_back({"pimbsr_" + std::move(name), std::move(help), type, {}});
-  }
-
-  void add(double value, Labels labels = {}) {
-    MetricFamily& family = families_[index_];
-    ClientMetric& metric = family.metric.emplace_back();
-    metric.label = std::move(labels);
-    (family.type == MetricType::Counter ? metric.counter.value : metric.gauge.value) = value;
-  }
-  void add(U64 value, Labels labels = {}) { add(static_cast<double>(value), std::move(labels)); }
-
- private:
-  Families& families_;
-  std::size_t index_;
+/// What every part of the text is made from.
+struct Source {
+  Observed const& observed;
+  std::vector<host::ZoneView> zones = host::zonesOf(observed.router);
+  ShownZones shownZones{observed, zones};
+  ShownInterfaces shownInterfaces{observed};
 };
 
-std::string textOf(Lanet::IpGenPrefix const& zone) {
-  return zone.isEmpty() ? "other" : std::string(zone.stringValue().view());
+void addBuild(Families& families) {
+  Family(families, MetricType::Gauge, "build_info", "1, with the version of the agent.")
+      .add(1.0, {{"version", version}});
 }
 
 // Zones -------------------------------------------------------------------------------------------------
 
-void addTotals(Families& families, Observed const& observed) {
+void addTotals(Families& families, Source const& source) {
   std::string const ofZones =
       " When a zone is forgotten, its count moves into zone=\"other\": rate() of that jumps then, though "
       "nothing happened.";
   auto each = [&](char const* name, char const* help, U64 ZoneTotals::*total) {
     Family family(families, MetricType::Counter, name, help + ofZones);
-    for (auto const& [zone, totals] : observed.history.totals()) {
-      family.add(totals.*total, {{"zone", textOf(zone)}});
+    for (auto const& [zone, totals] : source.observed.history.totals()) {
+      family.add(totals.*total, {{"zone", source.shownZones.labelOf(zone)}});
     }
   };
   each("elections_total",
@@ -73,41 +62,76 @@ void addTotals(Families& families, Observed const& observed) {
   each("bsr_losses_total", "Times that a zone lost its BSR and had none then.", &ZoneTotals::bsrLosses);
   Family churn(families, MetricType::Counter, "rp_set_changes_total",
                "RPs of a zone that changed, by change." + ofZones);
-  for (auto const& [zone, totals] : observed.history.totals()) {
-    churn.add(totals.rps.added, {{"zone", textOf(zone)}, {"change", "added"}});
-    churn.add(totals.rps.updated, {{"zone", textOf(zone)}, {"change", "updated"}});
-    churn.add(totals.rps.removed, {{"zone", textOf(zone)}, {"change", "removed"}});
-    churn.add(totals.rps.expired, {{"zone", textOf(zone)}, {"change", "expired"}});
+  for (auto const& [zone, totals] : source.observed.history.totals()) {
+    std::string label = source.shownZones.labelOf(zone);
+    churn.add(totals.rps.added, {{"zone", label}, {"change", "added"}});
+    churn.add(totals.rps.updated, {{"zone", label}, {"change", "updated"}});
+    churn.add(totals.rps.removed, {{"zone", label}, {"change", "removed"}});
+    churn.add(totals.rps.expired, {{"zone", label}, {"change", "expired"}});
   }
 }
 
-void addZones(Families& families, Observed const& observed) {
-  std::vector<host::ZoneView> zones = host::zonesOf(observed.router);
-  auto each = [&](char const* name, char const* help, auto const& valueOf) {
+void addBsrs(Families& families, Source const& source) {
+  Family(families, MetricType::Gauge, "zones", "Zones that the router follows, those without series too.")
+      .add(static_cast<double>(source.zones.size()));
+  auto each = [&](char const* name, char const* help, auto const& addTo) {
     Family family(families, MetricType::Gauge, name, help);
-    for (host::ZoneView const& zone : zones) family.add(valueOf(zone), {{"zone", textOf(zone.zone)}});
+    for (host::ZoneView const& zone : source.zones)
+      if (source.shownZones.has(zone.zone)) addTo(family, zone, source.shownZones.labelOf(zone.zone));
   };
-  each("bsr_known", "1 if a zone has a BSR.", [](auto& zone) { return zone.bsr ? 1.0 : 0.0; });
-  each("bsr_elected", "1 if this router is the elected BSR of a zone.", [&](auto& zone) {
-    return host::machineOf(observed.router, zone.zone, observed.now()).elected ? 1.0 : 0.0;
+  each("bsr_known", "1 if a zone has a BSR.", [](Family& family, auto& zone, std::string const& label) {
+    family.add(zone.bsr ? 1.0 : 0.0, {{"zone", label}});
   });
+  each("bsr_elected", "1 if this router is the elected BSR of a zone.",
+       [&](Family& family, auto& zone, std::string const& label) {
+         Observed const& observed = source.observed;
+         bool elected = host::machineOf(observed.router, zone.zone, observed.now()).elected;
+         family.add(elected ? 1.0 : 0.0, {{"zone", label}});
+       });
+  each("bsr_info", "1, with the address of the BSR of a zone.",
+       [](Family& family, auto& zone, std::string const& label) {
+         if (!zone.bsr) return;
+         family.add(1.0, {{"zone", label}, {"bsr", std::string(zone.bsr->address.stringValue().view())}});
+       });
+}
+
+void addRpSets(Families& families, Source const& source) {
+  auto each = [&](char const* name, char const* help, auto const& addTo) {
+    Family family(families, MetricType::Gauge, name, help);
+    for (host::ZoneView const& zone : source.zones) addTo(family, zone, source.shownZones.labelOf(zone.zone));
+  };
   each("rp_set_ranges", "Group ranges in the RP set of a zone.",
-       [](auto& zone) { return zone.rpSet.size(); });
-  each("rp_set_rps", "RPs in the RP set of a zone, counted once for each group range.", [](auto& zone) {
-    U64 count = 0;
-    for (host::RangeView const& range : zone.rpSet) count += range.rps.size();
-    return count;
-  });
+       [](Family& family, auto& zone, std::string const& label) {
+         family.add(zone.rpSet.size(), {{"zone", label}});
+       });
+  each("rp_set_rps", "RPs in the RP set of a zone, counted once for each group range.",
+       [](Family& family, auto& zone, std::string const& label) {
+         U64 count = 0;
+         for (host::RangeView const& range : zone.rpSet) count += range.rps.size();
+         family.add(count, {{"zone", label}});
+       });
+  each("rp_set_range_rps",
+       "RPs of a group range in the RP set of a zone; those of ranges beyond 100 in a zone, or 600 in all, "
+       "are in range=\"other\".",
+       [&](Family& family, auto& zone, std::string const& label) {
+         std::size_t shown = source.shownZones.has(zone.zone) ? source.shownZones.rangesPerZone() : 0;
+         for (std::size_t i = 0; i < zone.rpSet.size(); ++i) {
+           host::RangeView const& range = zone.rpSet[i];
+           std::string name = i < shown ? std::string(range.range.stringValue().view()) : otherLabel;
+           family.add(range.rps.size(), {{"zone", label}, {"range", std::move(name)}});
+         }
+       });
 }
 
 // Messages ----------------------------------------------------------------------------------------------
 
-void addMessages(Families& families, Observed const& observed) {
+void addMessages(Families& families, Source const& source) {
   auto each = [&](char const* name, char const* help, auto const& addTo) {
     Family family(families, MetricType::Counter, name, help);
-    for (auto const& [intf, kinds] : observed.traffic.byInterface()) {
+    for (auto const& [intf, kinds] : source.observed.traffic.byInterface()) {
+      std::string label = source.shownInterfaces.labelOf(intf);
       for (auto const& [kind, counts] : kinds) {
-        addTo(family, Labels{{"interface", intf}, {"kind", std::string(keyOf(kind))}}, counts);
+        addTo(family, Labels{{"interface", label}, {"kind", std::string(keyOf(kind))}}, counts);
       }
     }
   };
@@ -134,8 +158,11 @@ void addDrops(Families& families, Observed const& observed) {
   std::map<std::pair<std::string_view, MessageKind>, U64> counts;
   for (auto const& [key, row] : observed.drops.rows()) counts[{key.reason, key.kind}] += row.count;
   Family drops(families, MetricType::Counter, "drops_total", "PIM messages that were dropped, by reason.");
+  std::size_t shown = 0;
   for (auto const& [key, count] : counts) {
-    drops.add(count, {{"reason", std::string(key.first)}, {"kind", std::string(keyOf(key.second))}});
+    bool isOther = ++shown >= SeriesLimits::drops;
+    drops.add(count, {{"reason", isOther ? otherLabel : std::string(key.first)},
+                      {"kind", isOther ? otherLabel : std::string(keyOf(key.second))}});
   }
 }
 
@@ -148,24 +175,25 @@ void addCorrections(Families& families, Observed const& observed) {
   }
 }
 
-void addKernelLosses(Families& families, Observed const& observed) {
+void addKernelLosses(Families& families, Source const& source) {
   Family losses(
       families, MetricType::Counter, "kernel_lost_packets_total",
       "Packets that found the receive buffer of their queue full. Those to single addresses have an "
       "empty interface.");
-  for (auto const& [intf, report] : observed.links) {
-    for (auto const& [kind, counts] : report.queues)
-      losses.add(counts.lost, {{"interface", intf}, {"queue", std::string(keyOf(kind))}});
+  for (auto const& [intf, report] : source.observed.links) {
+    for (auto const& [kind, counts] : report.queues) {
+      std::string label = source.shownInterfaces.labelOf(intf);
+      losses.add(counts.lost, {{"interface", std::move(label)}, {"queue", std::string(keyOf(kind))}});
+    }
   }
 }
 
-void addNeighbors(Families& families, Observed const& observed) {
-  std::map<std::string, U64> counts;
-  for (auto intf = observed.router.pimStatus()->pimIntfIterator(); intf; ++intf) {
-    counts[std::string(intf->intfId().stringValue().view())] = intf->neighborCount();
-  }
+void addNeighbors(Families& families, Source const& source) {
   Family neighbors(families, MetricType::Gauge, "neighbors", "PIM neighbors of an interface.");
-  for (auto const& [intf, count] : counts) neighbors.add(count, {{"interface", intf}});
+  for (auto intf = source.observed.router.pimStatus()->pimIntfIterator(); intf; ++intf) {
+    std::string name(intf->intfId().stringValue().view());
+    neighbors.add(U64{intf->neighborCount()}, {{"interface", source.shownInterfaces.labelOf(name)}});
+  }
 }
 
 // Control sockets ---------------------------------------------------------------------------------------
@@ -199,6 +227,8 @@ void addControls(Families& families, Observed const& observed) {
 // The history --------------------------------------------------------------------------------------------
 
 void addHistory(Families& families, Observed const& observed) {
+  Family(families, MetricType::Gauge, "history_entries", "Entries that the history has now.")
+      .add(static_cast<double>(observed.history.entries().size()));
   HistoryFile const& file = observed.historyFile;
   if (!file.path && file.error.empty()) return;  // none is configured
   Family(families, MetricType::Counter, "history_unsaved_total",
@@ -211,6 +241,18 @@ void addHistory(Families& families, Observed const& observed) {
       families, MetricType::Counter, "state_writer_restarts_total",
       "Deaths of the process that writes the files of the state directory, after which another was started.")
       .add(file.writerRestarts);
+}
+
+// The log -----------------------------------------------------------------------------------------------
+
+void addLog(Families& families, Observed const& observed) {
+  Family lines(
+      families, MetricType::Counter, "log_lines_total",
+      "Lines of the log by outcome: suppressed ones are those that its limit held back, of which the "
+      "last of a subject is written later; lost ones were not taken.");
+  lines.add(observed.log.written, {{"outcome", "written"}});
+  lines.add(observed.log.suppressed, {{"outcome", "suppressed"}});
+  lines.add(observed.log.lost, {{"outcome", "lost"}});
 }
 
 // The change command --------------------------------------------------------------------------------------
@@ -259,15 +301,19 @@ void addProcess(Families& families, Observed const& observed) {
 
 std::string metricsText(Observed const& observed) {
   Families families;
-  addTotals(families, observed);
-  addZones(families, observed);
-  addMessages(families, observed);
+  Source const source{.observed = observed};
+  addBuild(families);
+  addTotals(families, source);
+  addBsrs(families, source);
+  addRpSets(families, source);
+  addMessages(families, source);
   addDrops(families, observed);
   addCorrections(families, observed);
-  addKernelLosses(families, observed);
-  addNeighbors(families, observed);
+  addKernelLosses(families, source);
+  addNeighbors(families, source);
   addControls(families, observed);
   addHistory(families, observed);
+  addLog(families, observed);
   addChangeRuns(families, observed);
   addProcess(families, observed);
   return prometheus::TextSerializer().Serialize(families);

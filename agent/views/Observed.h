@@ -8,6 +8,7 @@
 #include "agent/account/HistoryFile.h"
 #include "agent/account/TimerLatency.h"
 #include "agent/account/Traffic.h"
+#include "agent/base/Log.h"
 #include "agent/config/Settings.h"
 #include "agent/control/ControlCounts.h"
 #include "agent/kernel/KernelView.h"
@@ -31,6 +32,7 @@ struct Observed {
   std::vector<ControlStatus> controls = {};  ///< of each control socket that is open
   HistoryFile historyFile = {};
   ChangeRuns changeRuns = {};
+  LogCounts log = {};
 
   /// The time from which remaining times are computed; the owner sets the router's clock before each view.
   double now() const { return router.context().now(); }

@@ -1,11 +1,19 @@
 #include "agent/views/Metrics.h"
 
+#include <set>
 #include <sstream>
 
+#include "agent/base/Version.h"
+#include "host/Corrections.h"
+#include "tests/agent/Answers.h"
 #include "tests/agent/ObservedRouter.h"
 
 namespace test {
 namespace {
+
+using pimbsr::agent::QueueKind;
+using pimbsr::host::MessageKind;
+using pimbsr::host::Reception;
 
 class MetricsTest : public ObservedRouter {
  protected:
@@ -16,6 +24,41 @@ class MetricsTest : public ObservedRouter {
       if (line.starts_with(name + " ")) return line.substr(name.size() + 1);
     }
     return "absent";
+  }
+  /// How many series the text has.
+  static int seriesOf(std::string const& metrics) {
+    std::istringstream text(metrics);
+    int count = 0;
+    for (std::string line; std::getline(text, line);) count += line.starts_with('#') ? 0 : 1;
+    return count;
+  }
+  /// Counts of all kinds, in both directions, on so many interfaces.
+  void fillInterfaces(int count) {
+    for (int i = 0; i < count; ++i) {
+      std::string name = "eth" + std::to_string(i);
+      for (int kind = 0; kind < 7; ++kind) {
+        Reception reception{.kind = static_cast<MessageKind>(kind)};
+        traffic.noteReceived(name, reception);
+        reception.reason = "ttl";
+        traffic.noteReceived(name, reception);
+      }
+      for (bool sent : {false, true})
+        for (auto const& packet : {packetOf(Bsm{}), packetOf(Adv{}), helloFrom("192.0.2.9", 1)})
+          traffic.noteSent(name, packet, sent);
+      for (int queue = 0; queue < 6; ++queue) links[name].queues[static_cast<QueueKind>(queue)] = {};
+    }
+  }
+  /// Zones that a sender made up, each with a BSR and RPs.
+  void floodZones(int count) {
+    helloFromNeighbor();
+    for (int i = 0; i < count; ++i) {
+      std::string zone = "239." + std::to_string(i / 200) + "." + std::to_string(i % 200) + ".0/24";
+      Bsm bsm{.groups = {{zone, {{"10.0.0.2"}}, scopedFlag}}};
+      std::string within = zone.substr(0, zone.rfind('.'));
+      for (int range = 0; range < 200; ++range)
+        bsm.groups.push_back({within + "." + std::to_string(range) + "/32", {{"10.0.0.2"}}});
+      ASSERT_TRUE(receive(packetOf(bsm)).accepted());
+    }
   }
   void learn() {
     helloFromNeighbor();
@@ -43,7 +86,7 @@ TEST_F(MetricsTest, EveryMetricHasHelpTypeAndPrefix) {
       EXPECT_TRUE(line.starts_with(name)) << line;
     }
   }
-  EXPECT_EQ(metrics, 22);
+  EXPECT_EQ(metrics, 28);
 }
 
 TEST_F(MetricsTest, ElectionsAndChurnAreCountedByZone) {
@@ -122,7 +165,6 @@ TEST_F(MetricsTest, DropsOfAllZonesAndInterfacesAddUp) {
 }
 
 TEST_F(MetricsTest, KernelLossesAreCountedByQueue) {
-  using pimbsr::agent::QueueKind;
   links["eth0"].queues = {{QueueKind::neighbor, {.lost = 3}}, {QueueKind::hello, {}}};
   links[""].queues = {{QueueKind::unicast, {.lost = 7}}};
   EXPECT_EQ(sample(R"(pimbsr_kernel_lost_packets_total{interface="eth0",queue="neighbor"})"), "3");
@@ -136,6 +178,107 @@ TEST_F(MetricsTest, ZonesWithoutARowOfTheirOwnAreOther) {
   history.onChange({.kind = pimbsr::host::ChangeKind::zoneForgotten, .zone = prefix("239.1.0.0/16")});
   history.noteStates(*router);
   EXPECT_EQ(sample(R"(pimbsr_elections_total{zone="other"})"), "1");
+}
+
+TEST_F(MetricsTest, BsrIsALabelOfOneSeriesOfItsZone) {
+  learn();
+  EXPECT_EQ(sample(R"(pimbsr_bsr_info{zone="224.0.0.0/4",bsr="10.0.0.1"})"), "1");
+  EXPECT_EQ(sample("pimbsr_zones"), "1");
+  receive(packetOf(Bsm{.bsr = "10.0.0.7", .priority = 11}));
+  EXPECT_EQ(sample(R"(pimbsr_bsr_info{zone="224.0.0.0/4",bsr="10.0.0.1"})"), "absent");
+  EXPECT_EQ(sample(R"(pimbsr_bsr_info{zone="224.0.0.0/4",bsr="10.0.0.7"})"), "1");
+  run(1000);
+  EXPECT_EQ(sample(R"(pimbsr_bsr_info{zone="224.0.0.0/4",bsr="10.0.0.7"})"), "absent");
+}
+
+TEST_F(MetricsTest, RpsAreCountsByRange) {
+  learn();
+  EXPECT_EQ(sample(R"(pimbsr_rp_set_range_rps{zone="224.0.0.0/4",range="239.1.0.0/16"})"), "2");
+  EXPECT_EQ(sample(R"(pimbsr_rp_set_range_rps{zone="224.0.0.0/4",range="239.2.0.0/16"})"), "1");
+}
+
+TEST_F(MetricsTest, RangesBeyondAHundredOfAZoneAreSummedUp) {
+  helloFromNeighbor();
+  Bsm bsm;
+  for (int i = 0; i < 130; ++i)
+    bsm.groups.push_back({"239.1." + std::to_string(i) + ".0/24", {{"10.0.0.2"}, {"10.0.0.3"}}});
+  ASSERT_TRUE(receive(packetOf(bsm)).accepted());
+  EXPECT_EQ(sample(R"(pimbsr_rp_set_range_rps{zone="224.0.0.0/4",range="239.1.99.0/24"})"), "2");
+  EXPECT_EQ(sample(R"(pimbsr_rp_set_range_rps{zone="224.0.0.0/4",range="239.1.100.0/24"})"), "absent");
+  EXPECT_EQ(sample(R"(pimbsr_rp_set_range_rps{zone="224.0.0.0/4",range="other"})"), "60");
+  EXPECT_EQ(sample(R"(pimbsr_rp_set_ranges{zone="224.0.0.0/4"})"), "130");
+}
+
+TEST_F(MetricsTest, ZonesOfAFloodDisplaceNoneThatWasThere) {
+  learn();
+  receive(packetOf(Bsm{.groups = {{"239.255.0.0/16", {{"10.0.0.2"}}, scopedFlag}}}));
+  run(1);
+  floodZones(40);
+  EXPECT_EQ(sample(R"(pimbsr_bsr_known{zone="224.0.0.0/4"})"), "1");
+  EXPECT_EQ(sample(R"(pimbsr_bsr_known{zone="239.255.0.0/16"})"), "1");
+  EXPECT_EQ(sample(R"(pimbsr_bsr_known{zone="other"})"), "absent");
+  EXPECT_EQ(sample("pimbsr_zones"), "42");
+  EXPECT_EQ(sample(R"(pimbsr_rp_set_rps{zone="other"})"), std::to_string(10 * 201));
+}
+
+TEST_F(MetricsTest, FloodsOfAllKindsMakeAtMostTwoThousandSeries) {
+  router->correctionsAre(pimbsr::host::allCorrections);
+  floodZones(300);
+  fillInterfaces(100);
+  std::vector<std::string> reasons;
+  for (int i = 0; i < 100; ++i) reasons.push_back("reason-" + std::to_string(i));
+  for (std::string const& reason : reasons)
+    for (int kind = 0; kind < 7; ++kind) {
+      Reception reception{.kind = static_cast<MessageKind>(kind), .reason = reason};
+      drops.note("eth0", reception, context.now());
+    }
+  pimbsr::agent::Observed seen = observed();
+  seen.historyFile = {.path = "/x"};
+  seen.changeRuns = {.command = "x"};
+  seen.controls = {{.path = "/a"}, {.path = "/b", .readOnly = true}};
+  std::string text = pimbsr::agent::metricsText(seen);
+  EXPECT_LE(seriesOf(text), 2000);
+  EXPECT_GT(seriesOf(text), 1500);  // the flood fills its bounds
+  std::set<std::string> names;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);)
+    if (!line.starts_with('#')) EXPECT_TRUE(names.insert(line.substr(0, line.rfind(' '))).second) << line;
+}
+
+TEST_F(MetricsTest, InterfacesBeyondTheBoundAreSummedUp) {
+  fillInterfaces(30);
+  EXPECT_EQ(sample(R"(pimbsr_messages_sent_total{interface="eth0",kind="bsm",outcome="sent"})"), "1");
+  EXPECT_EQ(sample(R"(pimbsr_messages_sent_total{interface="other",kind="bsm",outcome="sent"})"), "14");
+}
+
+TEST_F(MetricsTest, BuildLogAndHistoryAreReported) {
+  learn();
+  pimbsr::agent::Observed seen = observed();
+  seen.log = {.written = 5, .suppressed = 3, .lost = 1};
+  std::string text = pimbsr::agent::metricsText(seen);
+  for (std::string line :
+       {std::string("pimbsr_build_info{version=\"") + pimbsr::agent::version + "\"} 1",
+        std::string("pimbsr_log_lines_total{outcome=\"written\"} 5"),
+        std::string("pimbsr_log_lines_total{outcome=\"suppressed\"} 3"),
+        std::string("pimbsr_log_lines_total{outcome=\"lost\"} 1"), std::string("pimbsr_history_entries 2")})
+    EXPECT_NE(text.find(line + "\n"), text.npos) << line;
+}
+
+/// tests/prometheus holds alerts and dashboard against this text.
+TEST_F(MetricsTest, EachMetricHasASeriesOnceItHasACause) {
+  learn();
+  receive(brokenPacket());
+  fillInterfaces(1);
+  pimbsr::agent::Observed seen = observed();
+  seen.historyFile = {.path = "/x"};
+  seen.changeRuns = {.command = "x"};
+  seen.controls = {{.path = "/a"}};
+  std::string text = pimbsr::agent::metricsText(seen);
+  keepAnswer("metrics", {{"text", text}});
+  std::istringstream lines(text);
+  std::string last;
+  for (std::string line; std::getline(lines, line); last = line)
+    if (line.starts_with("# HELP")) EXPECT_FALSE(last.starts_with("# TYPE")) << last;
 }
 
 TEST_F(MetricsTest, TimersAndTheProcessAreReported) {
