@@ -9,6 +9,8 @@ add_custom_target(manual ALL DEPENDS ${manual})
 
 install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES packaging/pimbsr.service DESTINATION lib/systemd/system)
+install(FILES packaging/prometheus/pimbsr.rules.yml packaging/prometheus/pimbsr-dashboard.json
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/pimbsr/prometheus)
 
 # The service's configuration is the example, and the group that the package makes for its read-only socket.
 set(service_config ${PROJECT_BINARY_DIR}/package-config/pimbsr.toml)

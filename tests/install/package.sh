@@ -38,6 +38,7 @@ in_root dpkg --purge pimbsr >/dev/null 2>&1 || true
 # Installing -----------------------------------------------------------------------------------------------
 in_root dpkg --install /tmp/pimbsr.deb >$root/tmp/dpkg.log || fail "dpkg: $(cat $root/tmp/dpkg.log)"
 for file in usr/bin/pimbsr etc/pimbsr/pimbsr.toml usr/lib/systemd/system/pimbsr.service \
+  usr/share/pimbsr/prometheus/pimbsr.rules.yml usr/share/pimbsr/prometheus/pimbsr-dashboard.json \
   usr/share/man/man8/pimbsr.8.gz usr/share/doc/pimbsr/README.md usr/include/pimbsr/host/Router.h; do
   [[ -e $root/$file ]] || fail "/$file is not installed"
 done
