@@ -4,6 +4,7 @@
 #include "agent/views/ViewParts.h"
 #include "host/RpMap.h"
 #include "host/Views.h"
+#include "view/Digest.h"
 
 namespace pimbsr::agent {
 
@@ -43,6 +44,7 @@ static view::BsrZone bsrOf(Observed const& observed, ZoneView const& zone) {
   if (machine.elected) shown.nextMessage = machine.bootstrapTimer;
   shown.ranges = zone.rpSet.size();
   shown.rps = rpCount(zone);
+  shown.digest = view::digestOf(zone, observed.now());
   return shown;
 }
 

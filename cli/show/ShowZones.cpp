@@ -53,6 +53,7 @@ void writeShown(std::ostream& out, view::Bsr const& view) {
     out << fmt::format("Zone {}, {}\n", cellOf(zone.zone, "-"), zone.scoped ? "scoped" : "global");
     zone.bsr ? writeKnownBsr(out, zone) : writeNoBsr(out, zone);
     writeFact(out, "RP set", sizeOf(zone));
+    if (!zone.digest.empty()) writeFact(out, "digest", zone.digest);
   }
 }
 

@@ -64,7 +64,7 @@ TEST_F(ViewsTest, GlobalZoneThatLostItsBsrAcceptsAny) {
   run(2000);
   expect(view("bsr"), R"({"zones": [{"zone": "224.0.0.0/4", "scoped": false, "candidate": false,
     "state": "Accept Any", "bsr": null, "bootstrapTimer": null, "scopeZoneTimer": null, "nextMessage": null,
-    "ranges": 0, "rps": 0}]})");
+    "ranges": 0, "rps": 0, "digest": "16fdff0f"}]})");
 }
 
 TEST_F(ViewsTest, LearnedBsrIsShownWithItsTimers) {
@@ -74,11 +74,13 @@ TEST_F(ViewsTest, LearnedBsrIsShownWithItsTimers) {
     {"zone": "224.0.0.0/4", "scoped": false, "candidate": false, "state": "Accept Preferred",
      "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30, "own": false, "uptime": 12.346,
              "expiresIn": 117.654},
-     "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 2, "rps": 3},
+     "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 2, "rps": 3,
+     "digest": "73db7a80"},
     {"zone": "239.255.0.0/16", "scoped": true, "candidate": false, "state": "Accept Preferred",
      "bsr": {"address": "10.0.0.7", "priority": 10, "hashMaskLen": 30, "own": false, "uptime": 12.346,
              "expiresIn": 117.654},
-     "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 0, "rps": 0}]})");
+     "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 0, "rps": 0,
+     "digest": "6fe7a3f1"}]})");
 }
 
 TEST_F(ViewsTest, BsrIsTakenUpWhenItComesInPlaceOfAnother) {

@@ -46,7 +46,8 @@ TEST(ShowTablesTest, EachZoneHasABlockOfItsBsr) {
     {"zone": "224.0.0.0/4", "scoped": false, "candidate": true, "state": "Elected-BSR",
      "bsr": {"address": "192.0.2.9", "own": true, "priority": 64, "hashMaskLen": 30, "uptime": 11045.0,
              "expiresIn": null},
-     "bootstrapTimer": 12.345, "scopeZoneTimer": null, "nextMessage": 12.345, "ranges": 2, "rps": 3},
+     "bootstrapTimer": 12.345, "scopeZoneTimer": null, "nextMessage": 12.345, "ranges": 2, "rps": 3,
+     "digest": "7f8c5d15"},
     {"zone": "239.1.0.0/16", "scoped": true, "candidate": false, "state": "Accept Preferred",
      "bsr": {"address": "10.0.0.7", "own": false, "priority": 200, "hashMaskLen": 4, "uptime": 12.0,
              "expiresIn": 117.7},
@@ -62,6 +63,7 @@ Zone 224.0.0.0/4, global
   elected for       3h 04m
   next message in   12.3 s
   RP set            3 entries in 2 group ranges
+  digest            7f8c5d15
 
 Zone 239.1.0.0/16, scoped
   BSR               10.0.0.7
