@@ -163,6 +163,9 @@ void addControlCommands(CLI::App& app, ControlOptions& options) {
       options.metricsSocket, [&options] {
         options.run = [&](auto& out, auto& err) { return metrics(options.metricsSocket, out, err); };
       });
+  addCompare(app, options.compare).callback([&options] {
+    options.run = [&](auto& out, auto& err) { return compareAgents(options.compare, out, err); };
+  });
 }
 
 }  // namespace pimbsr::cli

@@ -3,6 +3,7 @@
 #include <functional>
 #include <iosfwd>
 
+#include "cli/show/CompareCommand.h"
 #include "cli/show/ControlCommands.h"
 
 namespace CLI {
@@ -19,11 +20,12 @@ struct ControlOptions {
   std::string reloadSocket;
   TraceOptions trace;
   std::string metricsSocket;
+  CompareOptions compare;
   /// Runs the command that was chosen; empty if none was.
   std::function<ExitCode(std::ostream& out, std::ostream& err)> run;
 };
 
-/// Adds show, watch, clear, reload, trace and metrics. `options` is filled when `app` parses, and outlives
+/// Adds show, watch, clear, reload, trace, metrics and compare. `options` is filled when `app` parses, and outlives
 /// it.
 void addControlCommands(CLI::App& app, ControlOptions& options);
 

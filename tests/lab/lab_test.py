@@ -64,6 +64,12 @@ def received_by(router, interface, kind):
     return found["traffic"].get(kind, {}).get("received", 0)
 
 
+def compared(*routers):
+    """What the command says of several routers."""
+    words = [COMMAND, "compare", "--json", *(f"{router.name}={router.socket}" for router in routers)]
+    return json.loads(subprocess.run(words, capture_output=True, text=True, check=False).stdout)
+
+
 def drops_of(router):
     """Dropped messages by reason."""
     counts = {}
@@ -370,6 +376,26 @@ class LabTest(unittest.TestCase):
         self.assertIn("10.255.0.1", r2.command("show", "rp", "239.1.1.1"))
         self.assertIn("lower priority wins", r2.command("show", "rp-set"))
         self.assertIn("higher wins", r2.command("show", "bsr"))
+
+    def test_compare(self):
+        """Routers that agree have one digest; one that is cut off has another, and the reason is named."""
+        lab = self.lab()
+        (r1, r2, r3), (_, far) = lab.chain("r1", "r2", "r3")
+        r1.config(candidate_bsr() + candidate_rp())
+        lab.start()
+        wait_all((r2, r3), rps_of, {GLOBAL: ["10.255.0.1"]}, "all know the RP")
+        digests = {zone(router)["digest"] for router in (r1, r2, r3)}
+        self.assertEqual([8], [len(digest) for digest in digests])
+        same = compared(r1, r2, r3)
+        self.assertTrue(same["agree"])
+        schemas = pathlib.Path(COMMAND).resolve().parent / "zet" / "schema"
+        validators(schemas)["compare"].validate(same)
+        far.set(r3, "down")
+        wait_all((r3,), bsr_of, None, "r3 has lost the BSR")
+        found = compared(r1, r2, r3)
+        self.assertFalse(found["agree"])
+        rows = {one["router"]: (one["group"], one["why"]) for one in found["zones"][0]["routers"]}
+        self.assertEqual({"r1": ("A", ""), "r2": ("A", ""), "r3": ("B", "no BSR: no neighbor")}, rows)
 
     def test_reload_without_interface(self):
         """A candidacy that goes together with its interface is withdrawn all the same."""

@@ -14,7 +14,7 @@ import tempfile
 import jsonschema
 
 # Answers of the process itself, each with the test that holds it.
-ELSEWHERE = {"reload": "lab-watch", "metrics": "lab-watch", "version": "lab-watch"}
+ELSEWHERE = {"reload": "lab-watch", "metrics": "lab-watch", "version": "lab-watch", "compare": "lab-compare"}
 
 
 def strict(schema):
