@@ -1,0 +1,155 @@
+#include "cli/web/AgentClient.h"
+
+#include <fmt/format.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "agent/control/ControlSocket.h"
+
+namespace pimbsr::cli {
+
+using Json = nlohmann::ordered_json;
+
+/// Of an answer; the RP sets of a large domain take some megabytes.
+static constexpr std::size_t maxLine = 64 * 1024 * 1024;
+
+// A connection ----------------------------------------------------------------------------------------
+
+AgentConnection::AgentConnection(agent::Loop& loop, std::string const& path, std::string const& request,
+                                 double seconds, TakeLine take, End whenOver)
+    : socket_(agent::connectTo(path, SOCK_NONBLOCK)),
+      lines_(maxLine),
+      take_(std::move(take)),
+      end_(std::move(whenOver)),
+      seconds_(seconds),
+      timer_(loop, [this] { this->end(failure_.empty() ? "it did not answer in time" : failure_); }) {
+  std::string const line = request + '\n';
+  if (!socket_) {
+    failure_ = std::strerror(errno);
+  } else if (::send(socket_.get(), line.data(), line.size(), MSG_NOSIGNAL) !=
+             static_cast<ssize_t>(line.size())) {
+    failure_ = "it takes no request";
+  } else {
+    reader_ = std::make_unique<agent::LoopReader>(loop, socket_.get(), [this] { read(); });
+  }
+  if (!failure_.empty() || seconds > 0) timer_.startIn(failure_.empty() ? seconds : 0);
+}
+
+void AgentConnection::read() {
+  std::array<char, 65536> chunk;
+  ssize_t count = recv(socket_.get(), chunk.data(), chunk.size(), 0);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (count <= 0) return end("it ended the connection");
+  if (timer_.isRunning()) timer_.startIn(seconds_);
+  lines_.add({chunk.data(), static_cast<std::size_t>(count)});
+  try {
+    if (!lines_.isReady()) return;
+    // The handler may destroy this object, so that the copy is what calls it.
+    TakeLine take = take_;
+    std::vector<std::string> whole;
+    while (auto line = lines_.next()) whole.push_back(std::move(*line));
+    for (std::string& line : whole) take(std::move(line));
+  } catch (agent::RequestError const&) {
+    end("its answer is too long");
+  }
+}
+
+void AgentConnection::end(std::string const& why) {
+  reader_.reset();
+  timer_.stop();
+  End whenOver = std::move(end_);
+  whenOver(why);
+}
+
+// Asking ----------------------------------------------------------------------------------------------
+
+/// Takes the result out of an answer without parsing it; that of a large RP set would take long.
+static AgentAnswer answerOf(std::string const& line) {
+  static constexpr std::string_view before = R"({"ok":true,"result":)";
+  if (line.starts_with(before) && line.ends_with('}')) {
+    auto result = line.substr(before.size(), line.size() - before.size() - 1);
+    return {.result = std::make_shared<std::string const>(std::move(result))};
+  }
+  Json answer = Json::parse(line, nullptr, false);
+  if (answer.is_object() && answer.value("error", Json()).is_string())
+    return {.error = answer["error"].get<std::string>(), .isRefused = true};
+  return {.error = "what answers is no pimbsr"};
+}
+
+void AgentClient::ask(std::string const& request, Done done) {
+  auto known = queries_.find(request);
+  if (known != queries_.end()) {
+    known->second.waiting.push_back(std::move(done));
+    return;
+  }
+  if (next_.size() >= maxWaiting) return done({.error = "too many requests wait for it"});
+  queries_[request].waiting.push_back(std::move(done));
+  next_.push_back(request);
+  startNext();
+}
+
+void AgentClient::startNext() {
+  while (active_ < maxActive && !next_.empty()) {
+    std::string request = std::move(next_.front());
+    next_.pop_front();
+    ++active_;
+    auto take = [this, request, isAnswered = false](std::string const& line) mutable {
+      if (!std::exchange(isAnswered, true)) finish(request, answerOf(line));
+    };
+    auto end = [this, request](std::string const& why) { finish(request, {.error = why}); };
+    queries_.at(request).connection =
+        std::make_unique<AgentConnection>(loop_, agent_.path, request, patience, take, end);
+  }
+}
+
+void AgentClient::finish(std::string const& request, AgentAnswer const& answer) {
+  auto found = queries_.find(request);
+  Query query = std::move(found->second);
+  queries_.erase(found);
+  --active_;
+  for (Done const& done : query.waiting) done(answer);
+  startNext();
+}
+
+// Watching --------------------------------------------------------------------------------------------
+
+AgentWatch::AgentWatch(agent::Loop& loop, NamedSocket agent, Listener& listener)
+    : loop_(loop), agent_(std::move(agent)), listener_(listener), retry_(loop, [this] { connect(); }) {}
+
+void AgentWatch::isWanted(bool wanted) {
+  if (wanted == isWanted_) return;
+  isWanted_ = wanted;
+  if (wanted) return connect();
+  retry_.stop();
+  connection_.reset();
+  isUp_ = false;
+}
+
+void AgentWatch::connect() {
+  connection_ = std::make_unique<AgentConnection>(
+      loop_, agent_.path, R"({"command":"watch"})", AgentClient::patience,
+      [this](std::string const& line) { take(line); }, [this](std::string const&) { end(); });
+}
+
+/// The first line grants the watch or rejects it.
+void AgentWatch::take(std::string const& line) {
+  if (connection_ == nullptr) return;
+  if (isUp_) return listener_.onChange(agent_.name, line);
+  if (answerOf(line).result == nullptr) return end();
+  connection_->waitForever();
+  isUp_ = true;
+  listener_.onAgent(agent_.name, true);
+}
+
+void AgentWatch::end() {
+  connection_.reset();
+  if (std::exchange(isUp_, false)) listener_.onAgent(agent_.name, false);
+  if (isWanted_) retry_.startIn(retryTime);
+}
+
+}  // namespace pimbsr::cli
