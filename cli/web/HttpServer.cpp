@@ -1,0 +1,266 @@
+#include "cli/web/HttpServer.h"
+
+#include <fmt/format.h>
+#include <microhttpd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <system_error>
+
+namespace pimbsr::cli {
+
+HttpResponse textResponse(unsigned status, std::string text) {
+  return {.status = status, .body = std::make_shared<std::string const>(std::move(text) + '\n')};
+}
+
+// Callbacks of the library ----------------------------------------------------------------------------
+
+struct HttpServer::Callbacks {
+  static MHD_Result handle(void* server, MHD_Connection* connection, char const* path, char const* method,
+                           char const*, char const*, std::size_t*, void** state) {
+    return static_cast<MHD_Result>(static_cast<HttpServer*>(server)->handle(connection, path, method, state));
+  }
+  static void complete(void* server, MHD_Connection*, void** state, MHD_RequestTerminationCode) {
+    std::unique_ptr<Exchange> exchange(static_cast<Exchange*>(*state));
+    *state = nullptr;
+    if (exchange) static_cast<HttpServer*>(server)->complete(*exchange);
+  }
+  static ssize_t read(void* exchange, std::uint64_t, char* bytes, std::size_t size) {
+    auto& stream = *static_cast<HttpExchange*>(exchange);
+    return stream.server_->readStream(stream, bytes, size);
+  }
+  /// What the library has to say about malformed requests is no news.
+  static void log(void*, char const*, va_list) {}
+};
+
+// The server ------------------------------------------------------------------------------------------
+
+HttpServer::HttpServer(agent::Loop& loop, int socket, HttpRouter& router, HttpLimits const& limits)
+    : limits_(limits),
+      router_(router),
+      timer_(loop, [this] { serve(); }),
+      heartbeat_(loop, [this] { handleHeartbeat(); }) {
+  daemon_ = MHD_start_daemon(
+      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &Callbacks::handle,
+      this, MHD_OPTION_EXTERNAL_LOGGER, &Callbacks::log, nullptr, MHD_OPTION_LISTEN_SOCKET, socket,
+      MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::complete, this, MHD_OPTION_CONNECTION_LIMIT,
+      limits.connections, MHD_OPTION_CONNECTION_TIMEOUT, limits.idleTime, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+      limits.requestMemory, MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END);
+  if (daemon_ == nullptr) throw std::system_error(errno, std::generic_category(), "HTTP server");
+  auto const* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD);
+  reader_ = std::make_unique<agent::LoopReader>(loop, info->epoll_fd, [this] { serve(); });
+  heartbeat_.startIn(limits_.heartbeat);
+}
+
+/// The library closes no connection that is suspended.
+HttpServer::~HttpServer() {
+  onStreams = {};
+  for (Exchange const& exchange : exchanges_) {
+    exchange->isEnding_ = true;
+    if (exchange->isStream_) {
+      resume(*exchange);
+    } else {
+      exchange->respond(textResponse(MHD_HTTP_SERVICE_UNAVAILABLE, "the server ends"));
+    }
+  }
+  MHD_run(daemon_);
+  reader_.reset();
+  MHD_stop_daemon(daemon_);
+  for (Exchange const& exchange : exchanges_) exchange->server_ = nullptr;
+}
+
+void HttpServer::serve() {
+  MHD_run(daemon_);
+  armTimer();
+}
+
+void HttpServer::serveSoon() { timer_.startIn(0); }
+
+/// The library closes idle connections, and may have more to do at once.
+void HttpServer::armTimer() {
+  MHD_UNSIGNED_LONG_LONG milliseconds = 0;
+  if (MHD_get_timeout(daemon_, &milliseconds) == MHD_YES) {
+    timer_.startIn(static_cast<double>(milliseconds) / 1000);
+  } else {
+    timer_.stop();
+  }
+}
+
+void HttpServer::suspend(HttpExchange& exchange) {
+  exchange.isSuspended_ = true;
+  MHD_suspend_connection(exchange.connection_);
+}
+
+void HttpServer::resume(HttpExchange& exchange) {
+  if (exchange.connection_ == nullptr || !std::exchange(exchange.isSuspended_, false)) return;
+  MHD_resume_connection(exchange.connection_);
+  serveSoon();
+}
+
+// Requests --------------------------------------------------------------------------------------------
+
+static std::string headerOf(MHD_Connection* connection, char const* name) {
+  char const* value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+  return value == nullptr ? "" : value;
+}
+
+/// The token of "Authorization: Bearer TOKEN", or the password of a browser; empty for neither.
+static std::string tokenOf(MHD_Connection* connection) {
+  static constexpr std::string_view bearer = "Bearer ";
+  std::string header = headerOf(connection, MHD_HTTP_HEADER_AUTHORIZATION);
+  if (header.starts_with(bearer)) return header.substr(bearer.size());
+  char* password = nullptr;
+  char* user = MHD_basic_auth_get_username_password(connection, &password);
+  std::string token = password == nullptr ? "" : password;
+  MHD_free(user);
+  MHD_free(password);
+  return token;
+}
+
+/// A response to a request that is not to be routed; status 0 for one that is.
+HttpResponse HttpServer::checked(MHD_Connection* connection, std::string const& method) const {
+  if (!router_.hasHost(headerOf(connection, MHD_HTTP_HEADER_HOST)))
+    return textResponse(MHD_HTTP_MISDIRECTED_REQUEST, "the header Host names another server; see --host");
+  if (!router_.isAllowed(tokenOf(connection)))
+    return textResponse(MHD_HTTP_UNAUTHORIZED, "a token is needed, as password of any user or as bearer");
+  if (method != MHD_HTTP_METHOD_GET) return textResponse(MHD_HTTP_METHOD_NOT_ALLOWED, "GET alone is served");
+  return {.status = 0};
+}
+
+/// Called once the headers are read, and again with each part of a body and after each resumption.
+int HttpServer::handle(MHD_Connection* connection, char const* path, char const* method, void** state) {
+  if (*state == nullptr) {
+    auto exchange = std::make_shared<HttpExchange>(*this, connection);
+    exchange->path_ = path;
+    *state = new Exchange(exchange);
+    exchanges_.insert(exchange);
+    HttpResponse refusal = checked(connection, method);
+    if (refusal.status == 0) return MHD_YES;
+    exchange->isRouted_ = true;
+    exchange->respond(std::move(refusal));
+    return queue(*exchange);
+  }
+  Exchange exchange = *static_cast<Exchange*>(*state);
+  if (!std::exchange(exchange->isRouted_, true)) router_.route(exchange);
+  if (exchange->isReady_) return queue(*exchange);
+  suspend(*exchange);
+  return MHD_YES;
+}
+
+int HttpServer::queue(HttpExchange& exchange) {
+  if (exchange.isStream_) return queueStream(exchange);
+  HttpResponse const& made = exchange.response_;
+  static std::string const empty;
+  std::string const& body = made.body ? *made.body : empty;
+  // The exchange holds the body until it is complete, and the library writes nothing to it.
+  MHD_Response* response =
+      MHD_create_response_from_buffer(body.size(), const_cast<char*>(body.data()), MHD_RESPMEM_PERSISTENT);
+  if (response == nullptr) return MHD_NO;
+  auto add = [&](char const* name, char const* value) { MHD_add_response_header(response, name, value); };
+  add(MHD_HTTP_HEADER_CONTENT_TYPE, made.type.c_str());
+  add(MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+  add("X-Content-Type-Options", "nosniff");
+  add("X-Frame-Options", "DENY");
+  if (made.status == MHD_HTTP_METHOD_NOT_ALLOWED) add(MHD_HTTP_HEADER_ALLOW, MHD_HTTP_METHOD_GET);
+  if (made.status == MHD_HTTP_UNAUTHORIZED)
+    add(MHD_HTTP_HEADER_WWW_AUTHENTICATE, "Basic realm=\"pimbsr\", charset=\"UTF-8\"");
+  MHD_Result result = MHD_queue_response(exchange.connection_, made.status, response);
+  MHD_destroy_response(response);
+  return result;
+}
+
+void HttpServer::complete(Exchange const& exchange) {
+  exchange->connection_ = nullptr;
+  if (exchange->response_.body) bodies_ -= exchange->response_.body->size();
+  bool wasStream = streams_.erase(exchange.get()) != 0;
+  exchanges_.erase(exchange);
+  if (wasStream && streams_.empty() && onStreams) onStreams(false);
+}
+
+std::string HttpExchange::argument(char const* name) const {
+  if (connection_ == nullptr) return "";
+  char const* value = MHD_lookup_connection_value(connection_, MHD_GET_ARGUMENT_KIND, name);
+  return value == nullptr ? "" : value;
+}
+
+void HttpExchange::respond(HttpResponse response) {
+  if (server_ == nullptr || connection_ == nullptr || isReady_) return;
+  std::size_t size = response.body ? response.body->size() : 0;
+  if (server_->bodies_ + size > server_->limits_.bodies) {
+    response = textResponse(MHD_HTTP_SERVICE_UNAVAILABLE, "too many responses wait to be read");
+    size = response.body->size();
+  }
+  server_->bodies_ += size;
+  response_ = std::move(response);
+  isReady_ = true;
+  server_->resume(*this);
+}
+
+// Streams of events -----------------------------------------------------------------------------------
+
+void HttpExchange::beginStream(std::string const& first) {
+  if (server_->streams_.size() >= server_->limits_.streams)
+    return respond(textResponse(MHD_HTTP_SERVICE_UNAVAILABLE, "too many streams are open"));
+  isStream_ = isReady_ = true;
+  server_->push(*this, std::make_shared<std::string const>(first));
+  bool isFirst = server_->streams_.empty();
+  server_->streams_.insert(this);
+  if (isFirst && server_->onStreams) server_->onStreams(true);
+  server_->resume(*this);
+}
+
+int HttpServer::queueStream(HttpExchange& exchange) {
+  MHD_Response* response =
+      MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, 4096, &Callbacks::read, &exchange, nullptr);
+  if (response == nullptr) return MHD_NO;
+  MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/event-stream");
+  MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-store");
+  MHD_add_response_header(response, "X-Accel-Buffering", "no");
+  MHD_Result result = MHD_queue_response(exchange.connection_, MHD_HTTP_OK, response);
+  MHD_destroy_response(response);
+  return result;
+}
+
+long HttpServer::readStream(HttpExchange& exchange, char* bytes, std::size_t size) {
+  if (exchange.isEnding_) return MHD_CONTENT_READER_END_OF_STREAM;
+  if (exchange.events_.empty()) {
+    suspend(exchange);
+    return 0;
+  }
+  std::string const& event = *exchange.events_.front();
+  std::size_t count = std::min(size, event.size() - exchange.sent_);
+  std::memcpy(bytes, event.data() + exchange.sent_, count);
+  exchange.sent_ += count;
+  exchange.waiting_ -= count;
+  if (exchange.sent_ == event.size()) {
+    exchange.events_.pop_front();
+    exchange.sent_ = 0;
+  }
+  return static_cast<long>(count);
+}
+
+void HttpServer::push(HttpExchange& exchange, std::shared_ptr<std::string const> const& event) {
+  if (exchange.isEnding_) return;
+  exchange.events_.push_back(event);
+  exchange.waiting_ += event->size();
+  if (exchange.waiting_ > limits_.streamBacklog) {
+    exchange.isEnding_ = true;
+    exchange.events_.clear();
+  }
+  resume(exchange);
+}
+
+void HttpServer::publish(std::string const& event) {
+  auto shared = std::make_shared<std::string const>(event);
+  for (HttpExchange* stream : streams_) push(*stream, shared);
+}
+
+/// A comment, which the page ignores: a client that is gone does not take it.
+void HttpServer::handleHeartbeat() {
+  publish(":\n\n");
+  heartbeat_.startIn(limits_.heartbeat);
+}
+
+}  // namespace pimbsr::cli
