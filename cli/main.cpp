@@ -14,6 +14,7 @@
 #include "cli/show/ControlOptions.h"
 #include "cli/sim/RandomCommand.h"
 #include "cli/sim/SimCommand.h"
+#include "cli/web/WebCommand.h"
 
 namespace pimbsr::cli {
 
@@ -210,6 +211,8 @@ static int run(int argc, char** argv) {
   SimOptions simOptions;
   RandomOptions randomOptions;
   CLI::App& sim = addSim(app, simOptions, randomOptions);
+  WebOptions webOptions;
+  CLI::App& web = addWeb(app, webOptions);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& end) {
@@ -228,6 +231,7 @@ static int run(int argc, char** argv) {
   }
   if (runChoice.chosen) return runChoice.chosen(std::cout, std::cerr);
   if (control.run) return control.run(std::cout, std::cerr);
+  if (web.parsed()) return serveWeb(webOptions, std::cout, std::cerr);
   randomOptions.ingress = simOptions.ingress;
   randomOptions.corrections = simOptions.corrections;
   if (randomOptions.trials != 0) return simulateRandom(randomOptions, std::cout, std::cerr);

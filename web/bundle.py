@@ -1,7 +1,8 @@
 """Makes the page without its data: bundles web/src, and fills script, style and their hashes into page.html.
 
 Usage: bundle.py ESBUILD MODULES OUT [--cpp]. MODULES is the folder that has the d3 modules. With --cpp OUT is
-a C++ source with the page as a text in two pieces, before and after the data."""
+a C++ source with the page as a text in three pieces: before the place of the policy where a page that is served
+permits to connect, from there to the data, and after the data."""
 
 import base64
 import hashlib
@@ -26,7 +27,7 @@ def hash_of(text):
 
 
 def page(script, style):
-    """The page; "@data@" is where the data belongs."""
+    """The page; "@data@" is where the data belongs, "@connect@" what the policy permits besides."""
     # An end tag within the script would end it.
     script = script.replace("</", "<\\/")
     text = (HERE / "page.html").read_text()
@@ -42,8 +43,10 @@ def literals(text):
 
 
 def source(text):
-    before, after = text.split("@data@")
+    before_connect, rest = text.split("@connect@")
+    before, after = rest.split("@data@")
     return ("// Made by web/bundle.py.\n#include \"cli/page/PageText.h\"\n\nnamespace pimbsr::cli {\n\n"
+            f"std::string_view const pageBeforeConnect =\n{literals(before_connect)};\n\n"
             f"std::string_view const pageBeforeData =\n{literals(before)};\n\n"
             f"std::string_view const pageAfterData =\n{literals(after)};\n\n}}  // namespace pimbsr::cli\n")
 

@@ -33,7 +33,11 @@ static std::string escaped(std::string const& json) {
 }
 
 void writePage(std::ostream& out, Json const& document) {
-  out << pageBeforeData << escaped(pack(document).dump()) << pageAfterData;
+  out << pageBeforeConnect << pageBeforeData << escaped(pack(document).dump()) << pageAfterData;
+}
+
+void writeLivePage(std::ostream& out) {
+  out << pageBeforeConnect << "connect-src 'self'; " << pageBeforeData << pageAfterData;
 }
 
 static void writePageFile(std::string const& path, Json const& document) {

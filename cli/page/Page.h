@@ -12,6 +12,9 @@ namespace pimbsr::cli {
 /// nothing from outside. The data can't end the element that holds them: each "<" in them is escaped.
 void writePage(std::ostream& out, view::Json const& document);
 
+/// Writes the page without data, which `pimbsr web` serves: it may connect to its own server alone.
+void writeLivePage(std::ostream& out);
+
 /// What to do with a document at the end of a run.
 struct Delivery {
   bool json = false;  ///< write it to the output

@@ -35,6 +35,7 @@ ELSEWHERE = [
     (r"pimbsr show\b.*", "test: lab-tables"),
     (r"pimbsr (watch|trace|metrics)\b.*", "test: lab-watch"),
     (r"(sudo )?scripts/soak\b.*", "reason: attacks for an hour; scripts/test plays the short form"),
+    (r"pimbsr web\b.*", "test: web-server"),
     (r"pimbsr compare\b.*", "test: lab-compare"),
     (r"mv /var/lib/prometheus/.*", "reason: a collector's folder"),
     (r"scripts/bench\b.*", "reason: measures for minutes; bench-ratios-test tries what it prints"),

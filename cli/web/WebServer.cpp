@@ -1,0 +1,234 @@
+#include "cli/web/WebServer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+
+#include "agent/base/Version.h"
+#include "cli/page/Page.h"
+#include "cli/web/MetricsText.h"
+#include "view/Json.h"
+#include "view/View.h"
+
+namespace pimbsr::cli {
+
+using Json = nlohmann::ordered_json;
+
+static constexpr char const* metricsRequest = R"({"command":"metrics"})";
+static constexpr char const* jsonType = "application/json";
+static constexpr char const* metricsType = "text/plain; version=0.0.4; charset=utf-8";
+
+static std::string requestOf(std::string const& what, std::string const& group = "") {
+  Json request = {{"command", "show"}, {"what", what}};
+  if (!group.empty()) request["group"] = group;
+  return request.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+static HttpResponse made(std::string type, std::string body, unsigned status = 200) {
+  return {status, std::move(type), std::make_shared<std::string const>(std::move(body))};
+}
+
+static HttpResponse jsonError(unsigned status, std::string const& error) {
+  return made(jsonType, Json{{"error", error}}.dump(-1, ' ', false, Json::error_handler_t::replace), status);
+}
+
+WebServer::WebServer(agent::Loop& loop, int socket, WebSettings settings, HttpLimits const& limits)
+    : loop_(loop),
+      settings_(std::move(settings)),
+      idle_(loop, [this] { restartIdle(); }),
+      http_(loop, socket, *this, limits) {
+  AgentWatch::Listener& listener = *this;
+  for (NamedSocket const& agent : settings_.agents)
+    upstreams_.push_back(
+        {std::make_unique<AgentClient>(loop, agent), std::make_unique<AgentWatch>(loop, agent, listener)});
+  std::ostringstream page;
+  writeLivePage(page);
+  page_ = std::make_shared<std::string const>(page.str());
+  http_.onStreams = [this](bool hasStreams) {
+    for (Upstream& upstream : upstreams_) upstream.watch->isWanted(hasStreams);
+  };
+  if (settings_.idleExit > 0) idle_.startIn(settings_.idleExit);
+}
+
+WebServer::Upstream* WebServer::find(std::string const& name) {
+  auto matches = [&](Upstream const& upstream) { return upstream.client->name() == name; };
+  auto found = std::find_if(upstreams_.begin(), upstreams_.end(), matches);
+  return found == upstreams_.end() ? nullptr : &*found;
+}
+
+/// Each request starts the time anew; at its end a request may still be served.
+void WebServer::restartIdle() {
+  if (http_.exchanges() == 0) return loop_.stop();
+  idle_.startIn(settings_.idleExit);
+}
+
+// Requests --------------------------------------------------------------------------------------------
+
+bool WebServer::hasHost(std::string const& host) const { return settings_.hosts.contains(host); }
+
+/// Takes as long for any text of the same length, so that the time shows nothing of the token.
+bool WebServer::isAllowed(std::string const& token) const {
+  if (settings_.token.empty()) return true;
+  unsigned difference = token.size() == settings_.token.size() ? 0 : 1;
+  for (std::size_t i = 0; i < token.size(); ++i)
+    difference |= static_cast<unsigned char>(token[i] ^ settings_.token[i % settings_.token.size()]);
+  return difference == 0;
+}
+
+void WebServer::route(Exchange const& exchange) {
+  if (settings_.idleExit > 0) idle_.startIn(settings_.idleExit);
+  std::string const& path = exchange->path();
+  static constexpr std::string_view api = "/api";
+  if (path == "/metrics") return serveMetrics(exchange);
+  if (settings_.metricsOnly) return exchange->respond(textResponse(404, "there is /metrics alone"));
+  if (path == "/") return exchange->respond({.type = "text/html; charset=utf-8", .body = page_});
+  if (path == "/favicon.ico") return exchange->respond({.status = 204});
+  if (path == "/events") return serveStream(exchange);
+  if (path == api || path.starts_with("/api/")) return routeApi(exchange, path.substr(api.size()));
+  exchange->respond(textResponse(404, "there are /, /metrics, /events and /api"));
+}
+
+void WebServer::routeApi(Exchange const& exchange, std::string const& path) {
+  if (path.empty() || path == "/") return serveAgents(exchange);
+  if (path == "/compare") return serveComparison(exchange);
+  std::size_t slash = path.find('/', 1);
+  if (slash == path.npos)
+    return exchange->respond(jsonError(404, "there are /api, /api/compare and /api/AGENT/VIEW"));
+  serveView(exchange, path.substr(1, slash - 1), path.substr(slash + 1));
+}
+
+// Metrics ---------------------------------------------------------------------------------------------
+
+/// The text in the result of a request for metrics; nothing if there is none.
+static std::optional<std::string> textOf(AgentAnswer const& answer) {
+  if (!answer.result) return std::nullopt;
+  Json result = Json::parse(*answer.result, nullptr, false);
+  Json text = result.is_object() ? result.value("text", Json()) : Json();
+  return text.is_string() ? std::optional(text.get<std::string>()) : std::nullopt;
+}
+
+void WebServer::serveMetrics(Exchange const& exchange) {
+  std::string name = exchange->argument("agent");
+  if (!name.empty()) return serveMetricsOf(exchange, name);
+  askAll({metricsRequest}, [exchange](auto const& results) {
+    std::vector<AgentMetrics> all;
+    for (auto const& [agent, answers] : results) all.emplace_back(agent, textOf(answers.begin()->second));
+    exchange->respond(made(metricsType, mergedMetrics(all)));
+  });
+}
+
+void WebServer::serveMetricsOf(Exchange const& exchange, std::string const& name) {
+  Upstream* upstream = find(name);
+  if (upstream == nullptr) return exchange->respond(textResponse(404, "there is no agent of this name"));
+  upstream->client->ask(metricsRequest, [exchange](AgentAnswer const& answer) {
+    std::optional<std::string> text = textOf(answer);
+    exchange->respond(text ? made(metricsType, *text) : textResponse(503, "no answer: " + answer.error));
+  });
+}
+
+// Views -----------------------------------------------------------------------------------------------
+
+void WebServer::serveAgents(Exchange const& exchange) const {
+  Json agents = Json::array();
+  for (Upstream const& upstream : upstreams_) agents.push_back(upstream.client->name());
+  Json views = Json::array();
+  for (std::string_view view : agent::viewNames()) views.push_back(view);
+  Json answer = {{"version", agent::version}, {"agents", std::move(agents)}, {"views", std::move(views)}};
+  exchange->respond(made(jsonType, answer.dump()));
+}
+
+void WebServer::serveView(Exchange const& exchange, std::string const& name, std::string const& what) {
+  Upstream* upstream = find(name);
+  if (upstream == nullptr) return exchange->respond(jsonError(404, "there is no agent of this name"));
+  std::string request = requestOf(what, exchange->argument("group"));
+  try {
+    agent::parseRequest(request);
+  } catch (agent::RequestError const& error) {
+    return exchange->respond(jsonError(400, error.what()));
+  }
+  upstream->client->ask(request, [exchange](AgentAnswer const& answer) {
+    if (answer.result) return exchange->respond({.type = jsonType, .body = answer.result});
+    exchange->respond(jsonError(answer.isRefused ? 400 : 503, answer.error));
+  });
+}
+
+/// Asks each agent each request, and calls `done` with the answers by agent and request once all are there.
+void WebServer::askAll(std::vector<std::string> const& requests,
+                       std::function<void(std::map<std::string, Results> const&)> done) {
+  struct Gathered {
+    std::map<std::string, Results> results;
+    std::size_t missing;
+  };
+  auto gathered = std::make_shared<Gathered>();
+  gathered->missing = upstreams_.size() * requests.size();
+  for (Upstream const& upstream : upstreams_) {
+    for (std::string const& request : requests) {
+      upstream.client->ask(
+          request, [gathered, request, done, name = upstream.client->name()](AgentAnswer const& answer) {
+            gathered->results[name][request] = answer;
+            if (--gathered->missing == 0) done(gathered->results);
+          });
+    }
+  }
+}
+
+template <class View>
+static void read(AgentAnswer const& answer, view::AgentState& state, View& view) {
+  if (!answer.result) {
+    state.error = answer.error;
+    return;
+  }
+  try {
+    view = view::readView<View>(Json::parse(*answer.result));
+  } catch (std::exception const&) {
+    state.error = "its answer is not understood; is it of this version?";
+  }
+}
+
+void WebServer::serveComparison(Exchange const& exchange) {
+  static std::vector<std::string> const requests = {requestOf("bsr"), requestOf("borders"),
+                                                    requestOf("neighbors"), requestOf("drops")};
+  askAll(requests, [this, exchange](std::map<std::string, Results> const& results) {
+    std::vector<view::AgentState> states;
+    for (NamedSocket const& agent : settings_.agents) {
+      Results const& answers = results.at(agent.name);
+      view::AgentState state{.name = agent.name};
+      read(answers.at(requests[0]), state, state.bsr);
+      read(answers.at(requests[1]), state, state.borders);
+      read(answers.at(requests[2]), state, state.neighbors);
+      read(answers.at(requests[3]), state, state.drops);
+      if (!state.error.empty()) state = {.name = state.name, .error = state.error};
+      states.push_back(std::move(state));
+    }
+    Json compared = jsonOf(view::compare(states));
+    exchange->respond(made(jsonType, compared.dump(-1, ' ', false, Json::error_handler_t::replace)));
+  });
+}
+
+// Changes ---------------------------------------------------------------------------------------------
+
+static std::string eventText(char const* name, Json const& data) {
+  return fmt::format("event: {}\ndata: {}\n\n", name,
+                     data.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+void WebServer::serveStream(Exchange const& exchange) {
+  Json agents = Json::array();
+  for (Upstream const& upstream : upstreams_)
+    agents.push_back({{"agent", upstream.client->name()}, {"up", upstream.watch->isUp()}});
+  exchange->beginStream("retry: 2000\n" + eventText("agents", {{"agents", std::move(agents)}}));
+}
+
+void WebServer::onAgent(std::string const& name, bool isUp) {
+  http_.publish(eventText("agent", {{"agent", name}, {"up", isUp}}));
+}
+
+/// The change is a line of JSON, and stays as it is.
+void WebServer::onChange(std::string const& name, std::string const& change) {
+  http_.publish(fmt::format("event: change\ndata: {{\"agent\":\"{}\",\"change\":{}}}\n\n", name, change));
+}
+
+}  // namespace pimbsr::cli
