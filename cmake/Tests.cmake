@@ -132,9 +132,11 @@ endif()
 if(TARGET pimbsr-command)
   add_test(NAME web-server COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/web/web_test.py
     $<TARGET_FILE:pimbsr-command>)
+  add_test(NAME web-live COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/web/live_test.py
+    $<TARGET_FILE:pimbsr-command>)
   add_test(NAME prometheus COMMAND ${Python3_EXECUTABLE} -B
     ${PROJECT_SOURCE_DIR}/tests/prometheus/prometheus_test.py $<TARGET_FILE:test-agent>)
-  set_tests_properties(web-server prometheus PROPERTIES LABELS web TIMEOUT 600 SKIP_RETURN_CODE 77)
+  set_tests_properties(web-server web-live prometheus PROPERTIES LABELS web TIMEOUT 600 SKIP_RETURN_CODE 77)
 endif()
 
 # What simulated routers send, read by an independent dissector; and random networks that must agree.

@@ -1,4 +1,4 @@
-// The page: a graph, lanes, a chart and a panel over one document, which is embedded.
+// The page: a graph, lanes, a chart and a panel over one model, of an embedded document or of live agents.
 
 import { timeText } from "./axis.js";
 import { embeddedDocument } from "./data.js";
@@ -7,6 +7,7 @@ import { Graph } from "./graph.js";
 import { addKeys } from "./keys.js";
 import { crossingsOf } from "./layout.js";
 import { choicesOf, Lens } from "./lens.js";
+import { agentsOf, Live } from "./live.js";
 import { namesOf } from "./names.js";
 import { Panel } from "./panel.js";
 import { momentsOf, nextMoment, Player } from "./player.js";
@@ -19,8 +20,8 @@ import { Timeline } from "./timeline.js";
 const byId = (id) => document.getElementById(id);
 
 class App {
-  constructor(read) {
-    this.model = read.topology ? simulationModel(read) : replayModel(read);
+  constructor(model) {
+    this.model = model;
     this.names = namesOf(this.model);
     this.lens = new Lens(this.model, this.names);
     this.routers = new Map(this.model.routers.map((router) => [router.name, router]));
@@ -71,8 +72,7 @@ class App {
     byId("title").textContent = this.model.title;
     document.title = `pimbsr: ${this.model.title}`;
     byId("play").addEventListener("click", () => this.player.toggle());
-    fill(byId("zone"), this.model.zones.map((zone) =>
-      element("option", { value: zone }, zone === "224.0.0.0/4" ? `${zone} (global)` : zone)));
+    this.fillZones();
     byId("zone").addEventListener("change", () => this.actions.pickZone(byId("zone").value));
     byId("range").addEventListener("change", () => this.state.set({ range: byId("range").value }));
     addSearch(byId("search"), byId("found"), this.model, (router) => this.pick(router));
@@ -97,6 +97,15 @@ class App {
         this.drawAll();
       });
     }
+  }
+
+  fillZones() {
+    const { zones } = this.model;
+    if (this.filled === zones.join()) return;
+    this.filled = zones.join();
+    fill(byId("zone"), zones.map((zone) =>
+      element("option", { value: zone }, zone === "224.0.0.0/4" ? `${zone} (global)` : zone)));
+    byId("zone").value = this.state.get("zone");
   }
 
   fillRanges() {
@@ -168,6 +177,24 @@ class App {
     this.drawTime();
   }
 
+  /** Shows a live model as it is now; the cursor stays at the end if it is there. */
+  update(isOther) {
+    const isAtEnd = this.state.get("time") >= this.timeline.axis.end;
+    Object.assign(this.names, namesOf(this.model));
+    this.routers = new Map(this.model.routers.map((router) => [router.name, router]));
+    this.moments.clear();
+    this.timeline.axis.extend(this.model.end);
+    this.timeline.lanes.takeRows();
+    if (isOther) this.graph.place();
+    if (!this.state.get("zone") && this.model.zones.length) this.state.set({ zone: this.model.zones[0] });
+    this.lens.forget();
+    this.timeline.lanes.sort(byId("alike").checked);
+    this.fillZones();
+    this.fillRanges();
+    if (isAtEnd) this.state.set({ time: this.model.end });
+    this.drawAll();
+  }
+
   drawAll() {
     this.timeline.drawAll(this.state.get("time"), this.selected());
     this.drawTime();
@@ -175,11 +202,18 @@ class App {
 
   drawTime() {
     const time = this.state.get("time");
-    byId("clock").textContent = timeText(time);
+    byId("clock").textContent = this.clockText(time);
     this.timeline.drawCursor(time, this.selected());
     this.graph.draw(time, this.selected());
     this.panel.draw(time, this.selected());
     this.publish();
+  }
+
+  /** A live page counts back from now. */
+  clockText(time) {
+    if (this.model.kind !== "live") return timeText(time);
+    const ago = Math.round(this.model.end - time);
+    return ago <= 0 ? "now" : `${ago} s ago`;
   }
 
   /** The address and the attributes of the body follow what is shown. */
@@ -187,13 +221,13 @@ class App {
     const { values } = this.state;
     for (const name of ["time", "zone", "router", "range"]) document.body.dataset[name] = values[name];
     clearTimeout(this.addressTimer);
-    this.addressTimer = setTimeout(() => history.replaceState(null, "", writeFragment(values)), 200);
+    const isLive = this.model.kind === "live";
+    this.addressTimer = setTimeout(() => history.replaceState(null, "", writeFragment(values, isLive)), 200);
   }
 }
 
-const read = embeddedDocument();
-if (read) {
-  const app = new App(read);
+function start(model) {
+  const app = new App(model);
   app.start();
   document.body.dataset.ready = String(Math.round(performance.now()));
   // For tests: sets what is shown at once and returns it, with the number of links that cross.
@@ -207,4 +241,17 @@ if (read) {
     choices: (router, group, time) => choicesOf(app.routers.get(router), app.model, group, time),
     app,
   };
+  return app;
 }
+
+async function startLive() {
+  let app = null;
+  const live = new Live(await agentsOf(), (isOther) => app && app.update(isOther));
+  document.body.dataset.live = "true";
+  await live.start();
+  app = start(live.model);
+}
+
+const read = embeddedDocument();
+if (read) start(read.topology ? simulationModel(read) : replayModel(read));
+else startLive();

@@ -28,6 +28,15 @@ export class Axis {
     this.moveTo(time - share * length, length);
   }
 
+  /** Moves the end of the run; what shows the end goes on to do so. */
+  extend(end) {
+    const shift = this.stop >= this.end ? end - this.end : 0;
+    this.end = end;
+    const length = this.stop - this.start;
+    if (this.start === 0) this.moveTo(0, length + shift);
+    else this.moveTo(this.start + shift, length);
+  }
+
   moveTo(start, length) {
     this.start = Math.max(0, Math.min(this.end - length, start));
     this.stop = this.start + length;

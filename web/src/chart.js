@@ -6,6 +6,7 @@ import { fit, schemeColors } from "./canvas.js";
 const AXIS_HEIGHT = 18;
 const MARKS_HEIGHT = 16;
 const ROW_HEIGHT = 22;
+const MARKS = { simulation: "statements", replay: "capture", live: "agents" };
 
 export class Chart {
   constructor(canvas, model, axis) {
@@ -46,7 +47,7 @@ export class Chart {
 
   drawMarks(context) {
     const y = AXIS_HEIGHT + MARKS_HEIGHT / 2;
-    this.label(context, this.model.kind === "replay" ? "capture" : "statements", y);
+    this.label(context, MARKS[this.model.kind], y);
     context.fillStyle = this.colors.accent;
     for (const mark of this.model.marks) {
       const x = this.x(mark.time);

@@ -35,11 +35,16 @@ function trace(context, { px, py }, shape, radius) {
 export class Graph {
   constructor(canvas, model, lens, onPick) {
     Object.assign(this, { canvas, model, lens });
-    this.graph = graphOf(model);
-    layOut(this.graph, Math.max(1, Math.min(1.8, canvas.clientWidth / canvas.clientHeight)));
     this.zoom = zoom().scaleExtent([0.02, 12]).on("zoom", () => this.redraw());
     select(canvas).call(this.zoom).on("dblclick.zoom", null);
     canvas.addEventListener("click", (event) => onPick(this.routerAt(event.offsetX, event.offsetY)));
+    this.place();
+  }
+
+  /** Places the routers and links of the model. */
+  place() {
+    this.graph = graphOf(this.model);
+    layOut(this.graph, Math.max(1, Math.min(1.8, this.canvas.clientWidth / this.canvas.clientHeight)));
     this.fitAll();
   }
 

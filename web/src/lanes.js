@@ -12,9 +12,13 @@ export class Lanes {
   /** `pane` scrolls; `canvas` stays at its top; `spacer` is as high as all rows. */
   constructor(pane, canvas, spacer, model, lens, axis) {
     Object.assign(this, { pane, canvas, spacer, model, lens, axis });
-    this.rows = model.routers.filter((router) => !router.isNeighbor);
+    this.takeRows();
     this.overview = this.rows.length > 40;
     pane.addEventListener("scroll", () => this.draw());
+  }
+
+  takeRows() {
+    this.rows = this.model.routers.filter((router) => !router.isNeighbor);
   }
 
   rowHeight() {

@@ -24,6 +24,12 @@ export class Lens {
     this.statusTime = undefined;
   }
 
+  /** Forgets what it has made, once a live model has changed. */
+  forget() {
+    this.cache.clear();
+    this.select(this.zone, this.range);
+  }
+
   /** Spans {start, end, item, own} of a router. */
   spansOf(router) {
     if (!this.current[router.index]) this.current[router.index] = this.make(router);

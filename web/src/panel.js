@@ -10,6 +10,10 @@ import { countUntil, spanAt } from "./spans.js";
 
 const LAST_CHANGES = 12;
 const GLOBAL = "224.0.0.0/4";
+const MARKS = { simulation: "Statements", replay: "Capture", live: "Agents" };
+const NEIGHBORS = {
+  replay: "sender of messages in the capture", live: "neighbor that is no agent of this page",
+};
 
 function nameOf(item) {
   return ` ${item.address}${item.owner ? ` (${item.owner})` : ""}`;
@@ -49,11 +53,22 @@ export class Panel {
     const parts = [element("h2", {}, "No router selected"),
       element("p", {}, "Click a router, a lane, or search. Keys: space plays, ← → go to the change before " +
         "or after, ↑ ↓ select a router, z the next zone, + − zoom the time, / searches, Esc deselects.")];
+    if (this.model.kind === "live") parts.push(...this.comparisonParts());
     if (this.model.marks.length) {
-      parts.push(element("h3", {}, this.model.kind === "replay" ? "Capture" : "Statements"));
+      parts.push(element("h3", {}, MARKS[this.model.kind]));
       parts.push(this.timeTable(this.model.marks.map((mark) => [mark.time, mark.text])));
     }
     return parts;
+  }
+
+  /** Which agents agree on the zone, as they are now. */
+  comparisonParts() {
+    const { comparison } = this.model;
+    const zone = comparison && comparison.zones.find((one) => one.zone === this.lens.zone);
+    if (!zone) return [];
+    const heading = `${zone.agree ? "All agree" : "Not all agree"} on ${zone.zone} now`;
+    return [element("h3", { id: "comparison" }, heading), table(["router", "digest", "agrees", "why not"],
+      zone.routers.map((one) => [one.router, one.digest || "–", one.group, one.why]))];
   }
 
   timeTable(rows) {
@@ -66,7 +81,7 @@ export class Panel {
     const state = status.stopped ? "stopped" : "running";
     return [
       element("h2", {}, router.name, ` at ${timeText(this.time)}`),
-      element("p", {}, router.isNeighbor ? "sender of messages in the capture" :
+      element("p", {}, router.isNeighbor ? NEIGHBORS[this.model.kind] :
         `${state}${router.addresses.length ? "; " : ""}${router.addresses.join(", ")}`),
       !router.isNeighbor && !status.stopped && this.zoneParts(router),
       !router.isNeighbor && !status.stopped && this.rpSetParts(router),
@@ -77,6 +92,7 @@ export class Panel {
   }
 
   zoneParts(router) {
+    const isLive = this.model.kind === "live";
     const rows = [...router.zones.values()].map((zone) => {
       const bsr = spanAt(zone.bsr, this.time, this.model.end);
       const state = spanAt(zone.states, this.time, this.model.end);
@@ -84,10 +100,10 @@ export class Panel {
       const pick = { class: "link", click: () => this.actions.pickZone(zone.zone) };
       return [element("button", pick, zone.zone),
         item ? element("span", {}, badge(item), nameOf(item)) : "no BSR",
-        bsr ? timeText(bsr.start) : "", state ? state.state : ""];
+        bsr ? timeText(bsr.start) : "", state ? state.state : "", ...(isLive ? [zone.digest] : [])];
     });
-    return [element("h3", {}, "Zones"),
-      rows.length ? table(["zone", "BSR", "since", "candidacy"], rows) : element("p", {}, "none")];
+    const head = ["zone", "BSR", "since", "candidacy", ...(isLive ? ["digest now"] : [])];
+    return [element("h3", {}, "Zones"), rows.length ? table(head, rows) : element("p", {}, "none")];
   }
 
   rpSetParts(router) {

@@ -45,11 +45,11 @@ export function readFragment(fragment) {
   return values;
 }
 
-/** The fragment of what is shown; names are escaped, prefixes remain readable. */
-export function writeFragment(values) {
-  const parts = [`t=${Math.round(values.time * 1000) / 1000}`];
+/** The fragment of what is shown, without the time of a live page; names are escaped, prefixes aren't. */
+export function writeFragment(values, isLive) {
+  const parts = isLive ? [] : [`t=${Math.round(values.time * 1000) / 1000}`];
   for (const name of ["zone", "range", "router"]) {
     if (values[name]) parts.push(`${name}=${encodeURIComponent(values[name]).replace(/%2F/g, "/")}`);
   }
-  return "#" + parts.join("&");
+  return parts.length ? "#" + parts.join("&") : location.pathname;
 }
