@@ -8,7 +8,8 @@ add_custom_command(OUTPUT ${manual}
 add_custom_target(manual ALL DEPENDS ${manual})
 
 install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
-install(FILES packaging/pimbsr.service DESTINATION lib/systemd/system)
+install(FILES packaging/pimbsr.service packaging/pimbsr-web.service packaging/pimbsr-metrics.service
+  packaging/pimbsr-metrics.socket DESTINATION lib/systemd/system)
 install(FILES packaging/prometheus/pimbsr.rules.yml packaging/prometheus/pimbsr-dashboard.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/pimbsr/prometheus)
 

@@ -38,6 +38,7 @@ in_root dpkg --purge pimbsr >/dev/null 2>&1 || true
 # Installing -----------------------------------------------------------------------------------------------
 in_root dpkg --install /tmp/pimbsr.deb >$root/tmp/dpkg.log || fail "dpkg: $(cat $root/tmp/dpkg.log)"
 for file in usr/bin/pimbsr etc/pimbsr/pimbsr.toml usr/lib/systemd/system/pimbsr.service \
+  usr/lib/systemd/system/pimbsr-web.service usr/lib/systemd/system/pimbsr-metrics.socket \
   usr/share/pimbsr/prometheus/pimbsr.rules.yml usr/share/pimbsr/prometheus/pimbsr-dashboard.json \
   usr/share/man/man8/pimbsr.8.gz usr/share/doc/pimbsr/README.md usr/include/pimbsr/host/Router.h; do
   [[ -e $root/$file ]] || fail "/$file is not installed"
@@ -49,7 +50,8 @@ in_root dpkg-query --show --showformat='${Conffiles}' pimbsr | grep /etc/pimbsr/
 if in_root ldd /usr/bin/pimbsr | grep "not found"; then fail "libraries are missing"; fi
 in_root /usr/bin/pimbsr --version
 if command -v systemd-analyze >/dev/null; then
-  in_root systemd-analyze verify --man=no pimbsr.service || fail "the service file has errors"
+  in_root systemd-analyze verify --man=no pimbsr.service pimbsr-web.service pimbsr-metrics.socket ||
+    fail "the service files have errors"
 fi
 
 # Running, as the service does -----------------------------------------------------------------------------

@@ -1,8 +1,10 @@
 """Three routers in a chain: r1 and r2 are candidate BSRs, r2 and r3 candidate RPs.
 
-Usage: chain.py PIMBSR. Prints each router's `show bsr` and `show rp-set`."""
+Usage: chain.py PIMBSR [--web]. Prints each router's `show bsr` and `show rp-set`; with --web it shows them live
+in a browser until it is interrupted."""
 
 import pathlib
+import subprocess
 import sys
 
 from lab import Lab, LabError, wait_until, why_not
@@ -17,7 +19,24 @@ def knows_all(router):
     return zones and zones[0]["bsr"] and zones[0]["rps"] == RPS
 
 
-def main(command):
+def show(routers):
+    for router in routers:
+        for what in ("bsr", "rp-set"):
+            print(f"\n{router.name}$ pimbsr show {what}\n{router.command('show', what)}", end="")
+
+
+def show_live(command, routers):
+    agents = [word for router in routers for word in ("--agent", f"{router.name}={router.socket}")]
+    print("Open the page in a browser; stop or change something with `ip netns exec`. Ctrl-C ends all:")
+    for router in routers:
+        print(f"  {router.name} is in the namespace {router.namespace}", flush=True)
+    try:
+        subprocess.run([command, "web", *agents], check=False)
+    except KeyboardInterrupt:
+        pass
+
+
+def main(command, *options):
     with Lab(pathlib.Path(command).absolute()) as lab:
         (r1, r2, r3), _ = lab.chain("r1", "r2", "r3")
         r1.config(BSR.format(100))
@@ -28,15 +47,16 @@ def main(command):
         lab.start()
         for router in (r1, r2, r3):
             wait_until(lambda: knows_all(router), f"{router.name} knows the BSR and {RPS} RPs")
-        for router in (r1, r2, r3):
-            for what in ("bsr", "rp-set"):
-                print(f"\n{router.name}$ pimbsr show {what}\n{router.command('show', what)}", end="")
+        if "--web" in options:
+            show_live(lab.command, (r1, r2, r3))
+        else:
+            show((r1, r2, r3))
 
 
 if __name__ == "__main__":
     if reason := why_not():
         sys.exit(f"scripts/lab: {reason}; it needs root and network namespaces")
     try:
-        main(sys.argv[1])
+        main(*sys.argv[1:])
     except LabError as error:
         sys.exit(f"scripts/lab: {error}")
