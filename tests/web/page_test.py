@@ -218,6 +218,23 @@ class PageTest(unittest.TestCase):
         self.show(time=690)
         self.shot("range")
 
+    def test_page_of_2000_routers_is_small_ready_and_smooth(self):
+        page = self.network(2000)
+        self.assertLess(page.stat().st_size, 5_000_000)
+        self.open(page)
+        self.assertLess(self.browser.run("Number(document.body.dataset.ready)"), 5000)
+        # The time of the main thread for a frame while the cursor is dragged.
+        mean = self.browser.run("""(async () => { let busy = 0;
+            for (let i = 1; i <= 40; ++i) {
+              const start = performance.now();
+              pimbsr.show({ time: (1100 * i) / 40 });
+              busy += performance.now() - start;
+              await new Promise((next) => requestAnimationFrame(next));
+            }
+            return busy / 40; })()""")
+        self.assertLess(mean, 50, "20 frames a second")
+        self.shot("2000")
+
     # Replay ----------------------------------------------------------------------------------------------
 
     def test_replay_shows_messages_verdicts_and_the_learned_state(self):
