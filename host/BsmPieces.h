@@ -24,6 +24,8 @@ class PIMBSR_API BsmPieces {
   void handleAccepted(Message const& message);
   /// All fragments of a message that its zone's machine keeps, this one among them; none if it came whole.
   std::span<Message const> fragmentsOf(Message const& kept) const;
+  /// Forgets what is kept of a zone.
+  void forget(Lanet::IpGenPrefix const& zone) { kept_.erase(zone); }
   /// Forgets everything.
   void clear() { kept_.clear(); }
 

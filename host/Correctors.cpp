@@ -37,8 +37,8 @@ Correctors::Correctors(Machines const& machines)
           Zet::make<Advertisements>(root_, mtus_, machines.switches.of(&CorrectionSettings::allRanges))),
       withdrawal_(Zet::make<RangeWithdrawal>(root_, *advertisements_,
                                              machines.switches.of(&CorrectionSettings::withdrawRange))),
-      leaked_(
-          Zet::make<LeakedZones>(root_, borders_, machines.switches.of(&CorrectionSettings::forgetLeak))) {
+      leaked_(Zet::make<LeakedZones>(root_, borders_, machines.lastMessages,
+                                     machines.switches.of(&CorrectionSettings::forgetLeak))) {
   root_->storeRulesIs(Zet::make<StoreCorrections>(machines.switches));
   io_.rewriterIs(&egress_);
   handleSwitches();
@@ -57,10 +57,8 @@ void Correctors::handleSwitches() {
   if (!cutBySize_.isOn()) pieces_.clear();
 }
 
-void Correctors::handleAccepted(Lanet::IntfId const& intfId,
-                                Ptr<Routing::Pim::Packet::BootstrapMessage> const& message) {
+void Correctors::handleAccepted(Ptr<Routing::Pim::Packet::BootstrapMessage> const& message) {
   ingress_.handleAccepted(*message);
-  leaked_->handleAccepted(intfId, *message);
   if (cutBySize_.isOn()) pieces_.handleAccepted(message);
 }
 

@@ -7,6 +7,7 @@
 #include "host/BsmIngress.h"
 #include "host/BsmPieces.h"
 #include "host/Corrections.h"
+#include "host/LastMessages.h"
 #include "host/LeakedZones.h"
 #include "host/Mtus.h"
 #include "host/RangeWithdrawal.h"
@@ -27,6 +28,7 @@ class PIMBSR_API Correctors {
     Mtus& mtus;
     CorrectionSwitches& switches;
     IngressSettings const& ingress;
+    LastMessages& lastMessages;
   };
 
   /// To be made after the gates and the root machine.
@@ -41,8 +43,9 @@ class PIMBSR_API Correctors {
   Borders& borders() { return borders_; }
   BsmIngress& ingress() { return ingress_; }
   /// To be called for a Bootstrap Message that the gate has accepted.
-  void handleAccepted(Lanet::IntfId const& intfId,
-                      Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+  void handleAccepted(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+  /// To be called when the message that a zone's machine keeps is forgotten.
+  void handleForgotten(Lanet::IpGenPrefix const& zone) { pieces_.forget(zone); }
 
  private:
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;

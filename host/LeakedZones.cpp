@@ -22,9 +22,11 @@ class LeakedZones::Watcher final : public Bsr::PimBsrBorder::NotifieeConst {
   pim::Timer& check_;
 };
 
-LeakedZones::LeakedZones(Ptr<Bsr::PimBsrSm> const& root, Borders const& borders, CorrectionSwitch& correction)
+LeakedZones::LeakedZones(Ptr<Bsr::PimBsrSm> const& root, Borders const& borders, LastMessages& lastMessages,
+                         CorrectionSwitch& correction)
     : root_(root),
       borders_(borders),
+      lastMessages_(lastMessages),
       correction_(correction),
       timer_(Zet::make<pim::Timer>(root->timerWheel(), [this] { check(); })) {
   notifierIs(root->bsrStatus());
@@ -54,34 +56,18 @@ void LeakedZones::onBsBorder(IpGenPrefix const& zone) {
   timer_->timeMinIs(Zet::now());
 }
 
-void LeakedZones::handleAccepted(IntfId const& intfId,
-                                 Routing::Pim::Packet::BootstrapMessage const& message) {
-  IpGenPrefix zone = zoneOf(message);
-  Ptr<Bsr::ElectedBsrStatus const> elected = notifier()->bootstrapRouter(zone);
-  if (!elected || elected->ipAddr() != message.bsrAddress()) return;
-  if (learnedOn_.size() > root_->candidateSmCount() + root_->nonCandidateSmCount()) dropEnded();
-  learnedOn_[zone] = intfId;
-}
-
-/// More zones than machines show that a zone has ended.
-void LeakedZones::dropEnded() {
-  std::erase_if(learnedOn_, [&](auto const& entry) {
-    return !root_->candidateSm(entry.first) && !root_->nonCandidateSm(entry.first);
-  });
-}
-
 void LeakedZones::check() {
   if (!correction_.isOn()) return;
   std::vector<IpGenPrefix> leaked;
-  for (auto const& [zone, intfId] : learnedOn_) {
-    if (borders_.isBorder(zone, intfId) || borders_.isCovered(zone, intfId)) leaked.push_back(zone);
+  for (auto const& [zone, last] : lastMessages_.byZone()) {
+    if (borders_.isBorder(zone, last.intfId) || borders_.isCovered(zone, last.intfId)) leaked.push_back(zone);
   }
   for (IpGenPrefix const& zone : leaked) forget(zone);
 }
 
 /// The RP set goes while its zone is still the best one of its ranges, so that it leaves what PIM reads.
 void LeakedZones::forget(IpGenPrefix const& zone) {
-  learnedOn_.erase(zone);
+  lastMessages_.forget(zone);
   Ptr<Bsr::BsrCandidateSm> candidate = root_->candidateSm(zone);
   if (candidate && candidate->state() == Bsr::BsrCandidateState::eBsr) return;
   correction_.noteAct();

@@ -1,11 +1,10 @@
 #pragma once
 
 #include <map>
-#include <set>
-#include <utility>
 
 #include "host/Borders.h"
 #include "host/Corrections.h"
+#include "host/LastMessages.h"
 #include "pim/Timer.h"
 #include "protocol/PimBsrSm.h"
 
@@ -18,12 +17,9 @@ class PIMBSR_API LeakedZones : public Routing::Pim::Bsr::Status::NotifieeConst {
  public:
   /// All are used until it is stopped.
   LeakedZones(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root, Borders const& borders,
-              CorrectionSwitch& correction);
+              LastMessages& lastMessages, CorrectionSwitch& correction);
   /// Ends it. To be called before the machines end.
   void stop();
-
-  /// To be called for a Bootstrap Message that the gate has accepted.
-  void handleAccepted(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage const& message);
 
   void onBsBorder(Lanet::IpGenPrefix const& zone) override;
 
@@ -32,14 +28,13 @@ class PIMBSR_API LeakedZones : public Routing::Pim::Bsr::Status::NotifieeConst {
 
   void check();
   void forget(Lanet::IpGenPrefix const& zone);
-  void dropEnded();
 
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   Borders const& borders_;
+  LastMessages& lastMessages_;
   CorrectionSwitch& correction_;
   Zet::Ptr<pim::Timer> timer_;
   std::map<Lanet::IpGenPrefix, Zet::Ptr<Watcher>> watchers_;  ///< by zone of the border
-  std::map<Lanet::IpGenPrefix, Lanet::IntfId> learnedOn_;     ///< interface of the last message, by zone
 };
 
 }  // namespace pimbsr::host

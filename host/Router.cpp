@@ -1,8 +1,10 @@
 #include "host/Router.h"
 
 #include "host/Admission.h"
+#include "host/Clearing.h"
 #include "host/Correctors.h"
 #include "host/IngressFilter.h"
+#include "host/LastMessages.h"
 #include "host/RpBounds.h"
 #include "host/RpSweep.h"
 #include "pim/IoManager.h"
@@ -60,10 +62,13 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   admission_ = std::make_unique<Admission>(*root_, port_);
   ingressFilter_ = std::make_unique<IngressFilter>(*root_, *gate_, *neighbors_, port_, options.ingress);
   switches_.settingsAre(options.corrections);
-  correctors_ = std::make_unique<Correctors>(Correctors::Machines{root_, gate_, crpGate_, *io_, port_, mtus_,
-                                                                  switches_, ingressFilter_->settings()});
+  lastMessages_ = std::make_unique<LastMessages>(*root_);
+  correctors_ =
+      std::make_unique<Correctors>(Correctors::Machines{root_, gate_, crpGate_, *io_, port_, mtus_, switches_,
+                                                        ingressFilter_->settings(), *lastMessages_});
   bounds_ = Zet::make<RpBounds>(root_, crpGate_, ingressFilter_->settings());
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
+  clearing_ = std::make_unique<Clearing>(*root_, *correctors_, *lastMessages_, *sweep_);
   resumeKept(*status_, switches_.of(&CorrectionSettings::keptStatus));
 }
 
@@ -84,11 +89,13 @@ void Router::configure(RouterOptions const& options) {
 /// The gates outlive the root machine, but have nowhere to send what it would say: its own end says nothing.
 Router::~Router() {
   Call call(*this);
+  clearing_ = nullptr;
   hellos_.clear();
   sweep_->stop();
   bounds_->stop();
   bounds_ = nullptr;
   correctors_ = nullptr;
+  lastMessages_ = nullptr;
   ingressFilter_ = nullptr;
   admission_ = nullptr;
   root_ = nullptr;
@@ -102,6 +109,26 @@ void Router::clearCounters() {
   Call call(*this);
   status_->countersDel();
   status_->countersIs("bsr");
+}
+
+bool Router::clearBsr(IpGenPrefix const& zone) {
+  Call call(*this);
+  return clearing_->clearBsr(zone);
+}
+
+void Router::clearRpSet(IpGenPrefix const& zone) {
+  Call call(*this);
+  clearing_->clearRpSet(zone);
+}
+
+void Router::clearLeftoverRps() {
+  Call call(*this);
+  clearing_->clearLeftovers();
+}
+
+void Router::clearNeighbors(IntfId const& intfId) {
+  Call call(*this);
+  if (pim::HelloSm* machine = hello(intfId)) machine->clearNeighbors();
 }
 
 void Router::sendGoodbyes() {
@@ -389,7 +416,9 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
   correctors_->ingress().prepare(*verdict.passed);
   bool isDropped = dropped(throughGate(*bsmInfo_, intfId, verdict.passed), reception);
   reception.droppedRanges = isDropped ? 0 : verdict.dropped;
-  if (!isDropped) correctors_->handleAccepted(intfId, verdict.passed);
+  if (isDropped) return;
+  lastMessages_->note(intfId, *verdict.passed);
+  correctors_->handleAccepted(verdict.passed);
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {

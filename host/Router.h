@@ -42,7 +42,9 @@ class IoManager;
 namespace pimbsr::host {
 
 class Admission;
+class Clearing;
 class Correctors;
+class LastMessages;
 class PreferredRps;
 class RpBounds;
 class RpSweep;
@@ -132,6 +134,18 @@ class PIMBSR_API Router : private DropListener {
 
   /// Replaces the RPs that are never displaced from a full group range; none at first.
   void preferredRpsIs(PreferredRps const& preferred);
+
+  /// Forgets what was learned of a zone on an operator's command, as Clearing does. False, with nothing
+  /// changed, where this router is the elected BSR of the zone.
+  bool clearBsr(Lanet::IpGenPrefix const& zone);
+  void clearRpSet(Lanet::IpGenPrefix const& zone);
+  /// Forgets, after all zones were cleared, the RPs that zones forgotten before have left to PIM.
+  void clearLeftoverRps();
+  /// Forgets the neighbors of an interface, those without end too, as HelloSm::clearNeighbors() does; none
+  /// where it speaks no Hello.
+  void clearNeighbors(Lanet::IntfId const& intfId);
+  /// How the last message of each zone's BSR reached this router.
+  LastMessages const& lastMessages() const { return *lastMessages_; }
 
   /// Starts the engine's message counters from 0 again; not to be called while a message is handled.
   void clearCounters();
@@ -227,10 +241,12 @@ class PIMBSR_API Router : private DropListener {
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   std::unique_ptr<Admission> admission_;
   std::unique_ptr<IngressFilter> ingressFilter_;
+  std::unique_ptr<LastMessages> lastMessages_;
   std::unique_ptr<Correctors> correctors_;
   Zet::Ptr<RpBounds> bounds_;
   std::map<Lanet::IntfId, pim::HelloSm> hellos_;
   Zet::Ptr<RpSweep> sweep_;
+  std::unique_ptr<Clearing> clearing_;
   std::set<Lanet::IpGenPrefix> permitted_;
   OwnDropSink* ownDrops_;
   std::optional<DropReason> inHand_;  ///< of the message that a gate handles now, if it came in a packet

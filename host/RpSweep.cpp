@@ -42,6 +42,27 @@ void RpSweep::sweepSet(RpCandidateSet& set) {
   }
 }
 
+void RpSweep::removeEmpty(IpGenPrefix const& range) {
+  Ptr<RpCandidateSet> set = notifier()->crpSet(range);
+  if (set && set->rpCount() == 0 && !heldByZone(range)) notifier()->crpSetDel(range);
+}
+
+void RpSweep::removeUnheld(std::vector<std::pair<IpGenPrefix, IpGenAddr>> const& cleared) {
+  for (auto const& [range, rp] : cleared) {
+    Ptr<RpCandidateSet> set = notifier()->crpSet(range);
+    if (set && !heldByZone(range, rp)) set->rpDel(rp);
+    removeEmpty(range);
+  }
+}
+
+void RpSweep::removeUnheld() {
+  std::vector<std::pair<IpGenPrefix, IpGenAddr>> all;
+  for (auto set = notifier()->crpSetIterator(); set; ++set) {
+    for (auto rp = set->rpIterator(); rp; ++rp) all.emplace_back(set->prefix(), rp->address());
+  }
+  removeUnheld(all);
+}
+
 bool RpSweep::heldByZone(IpGenPrefix const& range) const {
   for (auto zone = status_->crpStatusIterator(); zone; ++zone) {
     if (zone->status()->crpSet(range)) return true;

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <utility>
+#include <vector>
+
 #include "model/RpSet.h"
 #include "model/Status.h"
 #include "pim/Timer.h"
@@ -21,10 +24,16 @@ class PIMBSR_API RpSweep : public Routing::Pim::RpCandidateStatus::Notifiee {
   /// Ends it; nothing is swept any more.
   void stop();
 
+  /// Takes out what was of one zone's set and is held by no zone's any more.
+  void removeUnheld(std::vector<std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>> const& cleared);
+  /// Takes out all that no zone's set holds.
+  void removeUnheld();
+
   void onCrpSet(Lanet::IpGenPrefix const& range) override;
 
  private:
   void sweep();
+  void removeEmpty(Lanet::IpGenPrefix const& range);
   void sweepSet(Routing::Pim::RpCandidateSet& set);
   bool heldByZone(Lanet::IpGenPrefix const& range) const;
   bool heldByZone(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const;

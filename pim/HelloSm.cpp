@@ -146,6 +146,14 @@ void HelloSm::drop(IpGenAddr const& address) {
   electDr();
 }
 
+void HelloSm::clearNeighbors() {
+  std::vector<IpGenAddr> addresses;
+  for (auto at = intf_->neighborIterator(); at; ++at) addresses.push_back(at->address());
+  for (IpGenAddr const& address : addresses) drop(address);
+  generationId_ = randomId();
+  triggerHello();
+}
+
 // The Designated Router -------------------------------------------------------------------------------
 
 void HelloSm::electDr() {

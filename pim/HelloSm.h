@@ -47,6 +47,9 @@ class PIMBSR_API HelloSm {
   /// (LinkNeighbors::displacedBy). It costs O(log n) of the addresses kept for each address that it lists or
   /// that its sender listed before.
   void receive(wire::HelloMessage const& hello);
+  /// Forgets all neighbors, those of which no Hello was received too. A triggered Hello with a new Generation
+  /// ID follows, so that the neighbors answer within their triggered delays (RFC 7761 section 4.3.1).
+  void clearNeighbors();
   /// Sends the goodbye Hello, with holdtime 0. No Hello follows it.
   void sendGoodbye();
   /// Handles a change of the interface's address: a goodbye Hello leaves from the old one, Hellos from the

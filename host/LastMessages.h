@@ -1,0 +1,42 @@
+#pragma once
+
+#include <map>
+
+#include "model/Packet.h"
+#include "protocol/PimBsrSm.h"
+
+namespace pimbsr::host {
+
+/// How the last Bootstrap Message of a zone's BSR reached this router.
+struct LastMessage {
+  Lanet::IntfId intfId;     ///< the interface on which it was received
+  Lanet::IpGenAddr sender;  ///< the neighbor that sent it
+  Zet::U16 fragmentTag = 0;
+  bool forward = true;  ///< its No-Forward bit is clear
+  double time = 0;      ///< when it was received, on the clock of Zet::now()
+};
+
+/// Notes from where each zone is learned.
+class PIMBSR_API LastMessages {
+ public:
+  /// The root machine is read for as long as this object is used.
+  explicit LastMessages(Routing::Pim::Bsr::PimBsrSm const& root) : root_(root) {}
+
+  /// To be called for a Bootstrap Message that the gate has accepted; one that its zone's machine does not
+  /// follow is not noted. O(log n) of the zones; once per zone that has ended, O(n).
+  void note(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage const& message);
+  /// The last one of a zone; null where none was received since the zone was forgotten. Valid until the next
+  /// change.
+  LastMessage const* find(Lanet::IpGenPrefix const& zone) const;
+  void forget(Lanet::IpGenPrefix const& zone) { byZone_.erase(zone); }
+  /// Those of all zones, of which some may have ended.
+  std::map<Lanet::IpGenPrefix, LastMessage> const& byZone() const { return byZone_; }
+
+ private:
+  void dropEnded();
+
+  Routing::Pim::Bsr::PimBsrSm const& root_;
+  std::map<Lanet::IpGenPrefix, LastMessage> byZone_;
+};
+
+}  // namespace pimbsr::host
