@@ -6,11 +6,12 @@
 namespace pimbsr::host {
 
 BsmEgress::BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,
-                     CorrectionSwitches& switches)
+                     BsmPolicy const& policy, CorrectionSwitches& switches)
     : port_(port),
       mtus_(mtus),
       borders_(borders),
       pieces_(pieces),
+      policy_(policy),
       own_(switches.of(&CorrectionSettings::rangeFull), switches.of(&CorrectionSettings::repeatWithdrawal)),
       coveringBorder_(switches.of(&CorrectionSettings::coveringBorder)),
       cutBySize_(switches.of(&CorrectionSettings::cutBySize)) {}
@@ -20,6 +21,7 @@ BsmEgress::BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& bor
 std::span<BsmEgress::Message const> BsmEgress::messagesFor(Lanet::IntfId const& intfId,
                                                            Message const& message) {
   messages_.clear();
+  if (policy_.closed.contains(intfId)) return {};
   if (borders_.isCovered(zoneOf(*message), intfId)) {
     coveringBorder_.noteAct();
     return {};

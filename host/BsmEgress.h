@@ -4,6 +4,7 @@
 
 #include "host/Borders.h"
 #include "host/BsmPieces.h"
+#include "host/BsmPolicy.h"
 #include "host/Corrections.h"
 #include "host/Mtus.h"
 #include "host/OwnMessages.h"
@@ -12,12 +13,12 @@
 
 namespace pimbsr::host {
 
-/// Corrects the Bootstrap Messages that leave.
+/// Corrects the Bootstrap Messages that leave, and keeps those back that are not to leave.
 class PIMBSR_API BsmEgress final : public pim::BsmRewriter {
  public:
   /// All are used for as long as this object is.
   BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,
-            CorrectionSwitches& switches);
+            BsmPolicy const& policy, CorrectionSwitches& switches);
 
   std::span<Message const> messagesFor(Lanet::IntfId const& intfId, Message const& message) override;
 
@@ -28,6 +29,7 @@ class PIMBSR_API BsmEgress final : public pim::BsmRewriter {
   Mtus const& mtus_;
   Borders const& borders_;
   BsmPieces const& pieces_;
+  BsmPolicy const& policy_;
   OwnMessages own_;
   CorrectionSwitch& coveringBorder_;
   CorrectionSwitch& cutBySize_;

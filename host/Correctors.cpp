@@ -32,7 +32,7 @@ Correctors::Correctors(Machines const& machines)
       borders_(root_->bsrStatus(), machines.switches.of(&CorrectionSettings::coveringBorder)),
       pieces_(*root_, machines.ingress),
       ingress_(*root_, *machines.gate, *machines.crpGate, borders_, machines.switches),
-      egress_(machines.port, mtus_, borders_, pieces_, machines.switches),
+      egress_(machines.port, mtus_, borders_, pieces_, machines.policy, machines.switches),
       advertisements_(
           Zet::make<Advertisements>(root_, mtus_, machines.switches.of(&CorrectionSettings::allRanges))),
       withdrawal_(Zet::make<RangeWithdrawal>(root_, *advertisements_,

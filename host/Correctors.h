@@ -29,6 +29,7 @@ class PIMBSR_API Correctors {
     CorrectionSwitches& switches;
     IngressSettings const& ingress;
     LastMessages& lastMessages;
+    BsmPolicy const& policy;
   };
 
   /// To be made after the gates and the root machine.

@@ -24,4 +24,7 @@ class PIMBSR_API PreferredRps {
   Routing::PrefixTrie prefixes_;
 };
 
+/// Lists of other addresses than those of RPs are read in the same way.
+using AddressLists = PreferredRps;
+
 }  // namespace pimbsr::host

@@ -65,7 +65,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   lastMessages_ = std::make_unique<LastMessages>(*root_);
   correctors_ =
       std::make_unique<Correctors>(Correctors::Machines{root_, gate_, crpGate_, *io_, port_, mtus_, switches_,
-                                                        ingressFilter_->settings(), *lastMessages_});
+                                                        ingressFilter_->settings(), *lastMessages_, policy_});
   bounds_ = Zet::make<RpBounds>(root_, crpGate_, ingressFilter_->settings());
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
   clearing_ = std::make_unique<Clearing>(*root_, *correctors_, *lastMessages_, *sweep_);
@@ -109,6 +109,16 @@ void Router::clearCounters() {
   Call call(*this);
   status_->countersDel();
   status_->countersIs("bsr");
+}
+
+void Router::bsmPolicyIs(BsmPolicy const& policy) {
+  Call call(*this);
+  policy_ = policy;
+  std::vector<IpGenPrefix> zones;
+  for (auto const& [zone, last] : lastMessages_->byZone()) {
+    if (policy_.closed.contains(last.intfId)) zones.push_back(zone);
+  }
+  for (IpGenPrefix const& zone : zones) clearing_->clearBsr(zone);
 }
 
 bool Router::clearBsr(IpGenPrefix const& zone) {
@@ -408,6 +418,7 @@ void Router::onDrop(DropReason reason) {
 
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
   if (dropped(ingressFilter_->validateSender(intfId, message), reception)) return;
+  if (dropped(policy_.validate(intfId, message), reception)) return;
   if (dropped(admission_->validate(message), reception)) return;
   if (dropped(correctors_->ingress().validate(intfId, message), reception)) return;
   Quotas::Verdict verdict = ingressFilter_->validateCost(message);

@@ -10,6 +10,7 @@
 #include "config/ConfigSm.h"
 #include "crp/CrpMessageSm.h"
 #include "crp/RpCandidateSm.h"
+#include "host/BsmPolicy.h"
 #include "host/Candidacy.h"
 #include "host/Corrections.h"
 #include "host/IngressSettings.h"
@@ -135,6 +136,11 @@ class PIMBSR_API Router : private DropListener {
   /// Replaces the RPs that are never displaced from a full group range; none at first.
   void preferredRpsIs(PreferredRps const& preferred);
 
+  /// Admits other Bootstrap Messages from now on; all at first. What was learned over an interface that is
+  /// closed is forgotten; of a BSR that is permitted no more it stays until it is not heard.
+  void bsmPolicyIs(BsmPolicy const& policy);
+  BsmPolicy const& bsmPolicy() const { return policy_; }
+
   /// Forgets what was learned of a zone on an operator's command, as Clearing does. False, with nothing
   /// changed, where this router is the elected BSR of the zone.
   bool clearBsr(Lanet::IpGenPrefix const& zone);
@@ -232,6 +238,7 @@ class PIMBSR_API Router : private DropListener {
   Zet::Ptr<Interface::AllIntfStatusDir> interfaces_;
   Mtus mtus_;
   CorrectionSwitches switches_;
+  BsmPolicy policy_;
   Zet::Ptr<pim::IoManager> io_;
   Zet::Ptr<Routing::Pim::IO::MessageInfo> bsmInfo_;
   Zet::Ptr<Routing::Pim::IO::MessageInfo> crpMsgInfo_;
