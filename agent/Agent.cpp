@@ -63,6 +63,8 @@ void Agent::call(Cause const& cause, Act const& act) {
   followSenders();
 }
 
+void Agent::callFor(Cause const& cause, std::function<void()> const& act) { call(cause, act); }
+
 /// The platform receives packets of known senders in queues of their own.
 void Agent::followSenders() {
   for (NeighborChange const& change : neighbors_->takeNeighborChanges()) logNeighbor(change);

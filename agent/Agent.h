@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <memory>
 #include <random>
@@ -72,6 +73,13 @@ class Agent : private host::OwnDropSink {
   void clearCounters();
   void clearDrops() { drops_.clear(); }
   void clearHistory() { history_.clear(); }
+  /// Forgets, on an operator's command, what was learned of a zone, or of all for the empty prefix. Throws
+  /// RequestError, and changes nothing, for an unknown zone, and for the BSR of one that elected this router.
+  void clearBsr(Lanet::IpGenPrefix const& zone);
+  void clearRpSet(Lanet::IpGenPrefix const& zone);
+  /// The same for the neighbors of an interface, or of all for the empty name. Throws RequestError for one
+  /// that speaks no PIM.
+  void clearNeighbors(std::string const& intf);
   History& history() { return history_; }
   host::Router& router() { return *router_; }
 
@@ -101,6 +109,7 @@ class Agent : private host::OwnDropSink {
 
   template <class Act>
   void call(Cause const& cause, Act const& act);
+  void callFor(Cause const& cause, std::function<void()> const& act);
   void publishChanges();
   void followLinks();
   void takeDown(std::string const& name, Applied& applied, bool sendsGoodbye);
@@ -111,6 +120,7 @@ class Agent : private host::OwnDropSink {
   void followSenders();
   void followRoutes(std::vector<Lanet::Prefix> const& routes);
   bool speaksPim(std::string const& name) const;
+  std::vector<Lanet::IpGenPrefix> zonesFor(Lanet::IpGenPrefix const& zone) const;
   void applyTraces(std::map<std::string, int> const& wanted);
 
   Clock const& clock_;

@@ -199,7 +199,7 @@ Json Daemon::answer(Request const& request) {
       changeTrace(request);
       return Json::object();
     case Command::clear:
-      clear(request.what);
+      clear(request);
       return Json::object();
     case Command::version:
       return jsonOf(view::Version{.version = version});
@@ -246,7 +246,11 @@ Settings Daemon::withFormerPlaces(Settings wanted) const {
   return wanted;
 }
 
-void Daemon::clear(std::string const& what) {
+void Daemon::clear(Request const& request) {
+  std::string const& what = request.what;
+  if (what == "bsr") agent_.clearBsr(request.zone);
+  if (what == "rp-set") agent_.clearRpSet(request.zone);
+  if (what == "neighbors") agent_.clearNeighbors(request.interface);
   if (what == "counters") agent_.clearCounters();
   if (what == "drops") agent_.clearDrops();
   if (what == "history") {

@@ -59,7 +59,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   void follow(Settings const& settings);
   Settings withFormerPlaces(Settings wanted) const;
   void changeTrace(Request const& request);
-  void clear(std::string const& what);
+  void clear(Request const& request);
   void checkFiles();
 
   RunOptions options_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -18,7 +19,8 @@ using Names = std::span<std::string_view const>;
 static constexpr std::string_view views[] = {"bsr",         "rp-set",  "candidates", "rp",       "neighbors",
                                              "interfaces",  "borders", "filter",     "counters", "drops",
                                              "corrections", "history", "config",     "control",  "on-change"};
-static constexpr std::string_view clearable[] = {"counters", "drops", "history"};
+static constexpr std::string_view clearable[] = {"counters", "drops",  "history",
+                                                 "bsr",      "rp-set", "neighbors"};
 
 Names viewNames() { return views; }
 Names clearNames() { return clearable; }
@@ -32,7 +34,7 @@ struct Form {
 };
 
 static constexpr std::string_view showMembers[] = {"what", "group"};
-static constexpr std::string_view clearMembers[] = {"what"};
+static constexpr std::string_view clearMembers[] = {"what", "zone", "interface"};
 static constexpr std::string_view traceMembers[] = {"handle", "level"};
 
 static constexpr Form forms[] = {{"show", Command::show, showMembers},    {"watch", Command::watch, {}},
@@ -169,6 +171,19 @@ static Lanet::IpAddr groupOf(Json const& request) {
   reject("group", "is " + asRead(value), valid);
 }
 
+/// A prefix as a zone has it: of multicast groups, and without bits beyond its length.
+static Lanet::IpGenPrefix zoneOf(Json const& request, std::string_view name) {
+  constexpr char const* valid = "a prefix of multicast groups such as \"239.1.0.0/16\"";
+  std::string value = text(request, name, valid);
+  try {
+    Lanet::IpGenPrefix zone = Lanet::IpGenPrefix::parse(Zet::String8(value));
+    if (!zone.isEmpty() && Lanet::allGroups().contains(zone)) return zone;
+  } catch (Zet::Exception const&) {
+    // no prefix at all
+  }
+  reject(name, "is " + asRead(value), valid);
+}
+
 static std::optional<int> levelOf(Json const& request) {
   constexpr char const* valid = "a whole number from 0 to 9, or \"off\"";
   Json const& value = member(request, "level", valid);
@@ -178,13 +193,28 @@ static std::optional<int> levelOf(Json const& request) {
   return value.get<int>();
 }
 
+/// A member that makes sense for some values of "what" alone.
+static bool has(Json const& json, Request const& request, std::string_view name,
+                std::initializer_list<std::string_view> whats) {
+  if (!json.contains(name)) return false;
+  if (std::find(whats.begin(), whats.end(), request.what) != whats.end()) return true;
+  reject(name, fmt::format("is given for \"{}\"", request.what),
+         fmt::format("to give it for \"{}\" alone", fmt::join(whats, "\" and \"")));
+}
+
 static void readShow(Json const& json, Request& request) {
   request.what = oneOf(json, "what", views);
-  if (request.what == "rp") {
-    request.group = groupOf(json);
-  } else if (json.contains("group")) {
-    reject("group", fmt::format("is given for \"{}\"", request.what), "to give it for \"rp\" alone");
-  }
+  has(json, request, "group", {"rp"});
+  if (request.what == "rp") request.group = groupOf(json);
+}
+
+static void readClear(Json const& json, Request& request) {
+  request.what = oneOf(json, "what", clearable);
+  if (has(json, request, "zone", {"bsr", "rp-set"})) request.zone = zoneOf(json, "zone");
+  if (!has(json, request, "interface", {"neighbors"})) return;
+  constexpr char const* valid = "the name of an interface such as \"eth0\"";
+  request.interface = text(json, "interface", valid);
+  if (request.interface.empty()) reject("interface", "is empty", valid);
 }
 
 static void readTrace(Json const& json, Request& request) {
@@ -200,7 +230,7 @@ Request parseRequest(std::string_view line) {
   checkMembers(json, form);
   Request request{.command = form.command};
   if (form.command == Command::show) readShow(json, request);
-  if (form.command == Command::clear) request.what = oneOf(json, "what", clearable);
+  if (form.command == Command::clear) readClear(json, request);
   if (form.command == Command::trace) readTrace(json, request);
   return request;
 }

@@ -25,8 +25,12 @@ bool isReading(Command command);
 /// A request, validated except for what only a running agent knows.
 struct Request {
   Command command = Command::version;
-  std::string what;          ///< of show one of viewNames(), of clear one of clearNames(); else empty
-  Lanet::IpAddr group;       ///< of show "rp": the multicast group asked for; else 0.0.0.0
+  std::string what;     ///< of show one of viewNames(), of clear one of clearNames(); else empty
+  Lanet::IpAddr group;  ///< of show "rp": the multicast group asked for; else 0.0.0.0
+  /// Of clear "bsr" and "rp-set": the zone to clear; empty for all. Else empty.
+  Lanet::IpGenPrefix zone = {};
+  /// Of clear "neighbors": the interface to clear, perhaps of no interface at all; empty for all. Else empty.
+  std::string interface = {};
   std::string handle;        ///< of trace: never empty, and perhaps no handle at all; else empty
   std::optional<int> level;  ///< of trace: 0 to 9, up to which is traced; nothing is off
 };

@@ -107,8 +107,12 @@ ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err) 
 
 ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
-    ask(options.socket, {{"command", "clear"}, {"what", options.what}});
-    out << options.what << " cleared\n";
+    Json request{{"command", "clear"}, {"what", options.what}};
+    bool isOfInterface = options.what == "neighbors";
+    if (!options.subject.empty()) request[isOfInterface ? "interface" : "zone"] = options.subject;
+    ask(options.socket, request);
+    std::string of = options.subject.empty() ? "" : (isOfInterface ? " on " : " of ") + options.subject;
+    out << options.what << of << " cleared\n";
     return true;
   });
 }

@@ -19,7 +19,8 @@ struct ShowOptions {
 /// What `pimbsr clear` is asked to do.
 struct ClearOptions {
   std::string socket;
-  std::string what;  ///< one of agent::clearNames()
+  std::string what;     ///< one of agent::clearNames()
+  std::string subject;  ///< of "bsr" and "rp-set" a zone, of "neighbors" an interface; empty for all
 };
 
 /// What `pimbsr trace` is asked to do.

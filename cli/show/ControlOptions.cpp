@@ -54,17 +54,23 @@ static constexpr char const* footWatch =
     "Exit status: 1 if the agent ended the stream or can't be reached, or the output can't be\n"
     "written; 2 for a wrong argument.\n";
 
-static constexpr char const* aboutClear = "Have a running agent count, or remember, from zero on";
+static constexpr char const* aboutClear = "Have a running agent count from zero on, or forget learned state";
 
 static constexpr char const* footClear =
     "WHAT is one of\n"
     "  counters     messages by kind and outcome\n"
     "  drops        messages dropped, by reason\n"
     "  history      elections and changes of RP sets\n"
-    "The learned state and the timers stay as they are.\n"
+    "  bsr          the BSR of ZONE, or of all, with its RP set; a candidate there takes part in a\n"
+    "               new election; an elected BSR denies it\n"
+    "  rp-set       the RP set of ZONE, or of all; the BSR stays\n"
+    "  neighbors    the PIM neighbors on INTERFACE, or on all, those that never expire too\n"
+    "What was cleared is learned again from the next messages: set a filter before, where that\n"
+    "is not to happen.\n"
     "\n"
-    "Example:\n"
-    "  pimbsr clear drops\n";
+    "Examples:\n"
+    "  pimbsr clear drops\n"
+    "  pimbsr clear bsr 239.1.0.0/16\n";
 
 static constexpr char const* aboutReload = "Have a running agent read its configuration file again";
 
@@ -152,6 +158,7 @@ static void addTrace(CLI::App& app, ControlOptions& options) {
 void addControlCommands(CLI::App& app, ControlOptions& options) {
   addShow(app, options);
   add(app, "watch", aboutWatch, footWatch, Access::reading, options.watchSocket, [&options] {
+  command.add_option("SUBJECT", clear.subject, "A zone such as 239.1.0.0/16, or an interface")->type_name("");
     options.run = [&](auto& out, auto& err) { return watch(options.watchSocket, out, err); };
   });
   addClear(app, options);

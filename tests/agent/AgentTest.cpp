@@ -6,6 +6,7 @@
 #include <set>
 #include <system_error>
 
+#include "agent/base/RequestError.h"
 #include "host/RateLimit.h"
 #include "tests/support/CrpEngine.h"
 #include "tests/support/Messages.h"
@@ -21,6 +22,7 @@ using agent::HistoryKind;
 using agent::KernelLink;
 using ::Slosh::Fib::RouteType;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 /// A platform whose kernel tables a test sets.
@@ -232,6 +234,38 @@ TEST_F(AgentTest, PacketIsCountedAndADroppedOneNoted) {
   EXPECT_EQ(observed.timerLatency.count(), 0u);
   agent.clearDrops();
   EXPECT_TRUE(observed.drops.rows().empty());
+}
+
+TEST_F(AgentTest, ClearedStateIsPublishedAndWhatCannotBeClearedIsExplained) {
+  auto errorOf = [&](auto const& clear) -> std::string {
+    try {
+      clear();
+    } catch (agent::RequestError const& error) {
+      return error.what();
+    }
+    return "";
+  };
+  EXPECT_THAT(errorOf([&] { agent.clearBsr(prefix("239.1.0.0/16")); }),
+              HasSubstr("there is no zone 239.1.0.0/16; none is known"));
+  EXPECT_THAT(errorOf([&] { agent.clearNeighbors("eth1"); }),
+              HasSubstr("interface eth1 speaks no PIM; valid are eth0"));
+  agent.router().status()->bootstrapRouterIs(prefix("239.1.0.0/16"))->ipAddrIs(addr("10.0.0.1"));
+  agent.clearNeighbors("");
+  kinds.clear();
+  agent.clearBsr({});
+  EXPECT_THAT(kinds, ElementsAre(HistoryKind::bsrLost));
+  EXPECT_EQ(agent.observed().history.entries().back().cause.kind, agent::CauseKind::command);
+  beCandidate("eth0");
+  auto elected = [&] { return std::count(kinds.begin(), kinds.end(), HistoryKind::bsrElected); };
+  while (elected() == 0) {
+    if (agent.nextExpiry() <= clock.now()) agent.advance();
+  }
+  for (Lanet::IpGenPrefix const& zone : {Lanet::IpGenPrefix(), prefix("224.0.0.0/4")}) {
+    EXPECT_THAT(errorOf([&] { agent.clearBsr(zone); }),
+                HasSubstr("this router is the elected BSR of zone 224.0.0.0/4"));
+  }
+  EXPECT_THAT(errorOf([&] { agent.clearRpSet(prefix("239.2.0.0/16")); }), HasSubstr("known are 224.0.0.0/4"));
+  agent.clearRpSet({});
 }
 
 TEST_F(AgentTest, AddressesOfNeighborsReachTheSystemOnceTheyChange) {

@@ -327,8 +327,10 @@ TEST_F(ControlLimitsTest, ReadOnlySocketRejectsRequestsThatChangeTheAgentAndName
   start({.path = path_, .readOnly = true, .fullPath = "/run/full.sock"});
   ControlPeer peer = connected();
   std::size_t lines = 0;
-  for (char const* rejected : {R"({"command":"clear","what":"drops"})", R"({"command":"reload"})",
-                               R"({"command":"trace","handle":"x","level":1})"}) {
+  for (char const* rejected :
+       {R"({"command":"clear","what":"drops"})", R"({"command":"clear","what":"bsr"})",
+        R"({"command":"clear","what":"rp-set"})", R"({"command":"clear","what":"neighbors"})",
+        R"({"command":"reload"})", R"({"command":"trace","handle":"x","level":1})"}) {
     peer.send(std::string(rejected) + "\n");
     readUntilLines(peer, ++lines);
     EXPECT_THAT(peer.text(), HasSubstr("is not available on the read-only socket " + path_));

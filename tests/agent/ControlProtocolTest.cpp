@@ -33,6 +33,14 @@ TEST(ControlProtocolTest, EveryCommandIsRead) {
   }
 }
 
+TEST(ControlProtocolTest, ClearTakesAZoneOrAnInterface) {
+  Request zone = parseRequest(R"({"command":"clear","what":"bsr","zone":"239.1.0.0/16"})");
+  EXPECT_EQ(zone.zone.stringValue().view(), "239.1.0.0/16");
+  EXPECT_TRUE(parseRequest(R"({"command":"clear","what":"rp-set"})").zone.isEmpty());
+  Request intf = parseRequest(R"({"command":"clear","what":"neighbors","interface":"eth0"})");
+  EXPECT_EQ(intf.interface, "eth0");
+}
+
 TEST(ControlProtocolTest, EveryViewIsReadAndOnlyRpTakesAGroup) {
   for (std::string_view what : viewNames()) {
     std::string group = what == "rp" ? R"(,"group":"239.1.2.3")" : "";
@@ -90,7 +98,16 @@ TEST(ControlProtocolTest, ErrorsNameTheReadAndTheValidValues) {
       {R"({"command":"show","what":"bsr","group":"239.1.1.1"})", R"("group" is given for "bsr")",
        "\"rp\" alone"},
       {R"({"command":"clear"})", "\"what\" is missing", R"("counters", "drops", "history")"},
-      {R"({"command":"clear","what":"bsr"})", R"("what" is "bsr")", R"("counters", "drops", "history")"},
+      {R"({"command":"clear","what":"rp"})", R"("what" is "rp")",
+       R"("history", "bsr", "rp-set", "neighbors")"},
+      {R"({"command":"clear","what":"drops","zone":"239.0.0.0/8"})", R"("zone" is given for "drops")",
+       R"("bsr" and "rp-set" alone)"},
+      {R"({"command":"clear","what":"bsr","zone":"10.0.0.0/8"})", R"("zone" is "10.0.0.0/8")",
+       "multicast groups"},
+      {R"({"command":"clear","what":"bsr","zone":"239.1"})", R"("zone" is "239.1")", "multicast groups"},
+      {R"({"command":"clear","what":"bsr","interface":"eth0"})", R"("interface" is given for "bsr")",
+       R"("neighbors" alone)"},
+      {R"({"command":"clear","what":"neighbors","interface":""})", "\"interface\" is empty", "\"eth0\""},
       {R"({"command":"clear","what":"drops","group":"239.1.1.1"})", R"("group" is no member of "clear")",
        "\"what\""},
       {R"({"command":"reload","what":"all"})", R"("what" is no member of "reload")", "none"},

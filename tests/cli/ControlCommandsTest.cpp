@@ -71,6 +71,9 @@ TEST(ControlCommandsTest, EachCommandSendsItsRequest) {
       {"clear drops", R"({"command":"clear","what":"drops"})"},
       {"reload", R"({"command":"reload"})"},
       {"trace Pim::Bsr::IO 0", R"({"command":"trace","handle":"Pim::Bsr::IO","level":0})"},
+      {"clear bsr", R"({"command":"clear","what":"bsr"})"},
+      {"clear rp-set 239.1.0.0/16", R"({"command":"clear","what":"rp-set","zone":"239.1.0.0/16"})"},
+      {"clear neighbors eth0", R"({"command":"clear","what":"neighbors","interface":"eth0"})"},
       {"trace Pim::Bsr::IO off", R"({"command":"trace","handle":"Pim::Bsr::IO","level":"off"})"},
       {"metrics", R"({"command":"metrics"})"},
   };
@@ -97,7 +100,9 @@ TEST(ControlCommandsTest, RequestWithAnErrorIsExplainedAndNotSent) {
       {"show bsr 239.1.1.1", "\"rp\" alone"},
       {"show bsr 239.1.1.1 more", "more"},
       {"clear", "WHAT is required"},
-      {"clear bsr", R"("counters", "drops", "history")"},
+      {"clear rp", R"("counters", "drops", "history", "bsr", "rp-set", "neighbors")"},
+      {"clear bsr 10.0.0.0/8", R"("zone" is "10.0.0.0/8")"},
+      {"clear drops 239.0.0.0/8", R"("zone" is given for "drops")"},
       {"trace", "HANDLE is required"},
       {"trace Zet", "LEVEL is required"},
       {"trace Zet 10", R"("level" is "10"; valid is a whole number from 0 to 9, or "off")"},
@@ -251,6 +256,8 @@ TEST(ControlCommandsTest, OnlyTheDefaultSocketHasAReadOnlyOneToFallBackTo) {
   agent::Settings const defaults;
   EXPECT_THAT(readingSockets(""), testing::ElementsAre(defaults.controlSocket, defaults.readOnlySocket));
   EXPECT_THAT(readingSockets("/given"), testing::ElementsAre("/given"));
+  EXPECT_EQ(runAt(agent, "clear bsr 239.0.0.0/8").out, "bsr of 239.0.0.0/8 cleared\n");
+  EXPECT_EQ(runAt(agent, "clear neighbors eth0").out, "neighbors on eth0 cleared\n");
   SocketVariable variable("/from/environment");
   EXPECT_THAT(readingSockets(""), testing::ElementsAre("/from/environment"));
 }
