@@ -119,6 +119,14 @@ static std::set<Lanet::IntfId> exactBordersOf(host::Configuration const& router)
   return interfaces;
 }
 
+static host::BsmPolicy bsmPolicyOf(Settings const& settings) {
+  host::BsmPolicy policy{.bsrs = host::AddressLists(settings.router, settings.router.bsrLists)};
+  for (auto const& [name, intf] : settings.interfaces) {
+    if (!intf.bsm) policy.closed.insert(Lanet::IntfId(name.c_str()));
+  }
+  return policy;
+}
+
 /// Candidacies end before the interfaces that announce their end are closed.
 std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
   std::vector<host::ConfigError> errors = host::check(wanted.router);
@@ -133,6 +141,7 @@ std::vector<host::ConfigError> Agent::settingsIs(Settings const& wanted) {
     router_->ingressSettingsIs(settings_.ingress);
     router_->correctionsAre(settings_.corrections);
     router_->exactBordersAre(exactBordersOf(settings_.router));
+    router_->bsmPolicyIs(bsmPolicyOf(settings_));
     router_->preferredRpsIs(host::PreferredRps(settings_.router, settings_.router.rpLists));
     tree_.apply(context_, settings_.router);
     for (auto& [name, applied] : applied_) {

@@ -17,6 +17,7 @@ enum class ConfigPart {
   candidateRp,
   senders,       ///< the lists that permit senders of advertisements
   preferredRps,  ///< the lists that permit preferred RPs
+  bsrs,          ///< the lists that permit BSRs
   accessList,    ///< named by itself
   checks,
   limits,

@@ -53,6 +53,8 @@ struct Configuration : Timeouts {
   /// Names of the lists that permit preferred RPs. The engine knows nothing of them: who applies the
   /// configuration hands PreferredRps of it to the router.
   std::set<std::string> rpLists;
+  /// Names of the lists that permit BSRs, of which the engine knows nothing either; they go into a BsmPolicy.
+  std::set<std::string> bsrLists;
   std::map<std::string, AccessList> accessLists;  ///< by name
 
   bool operator==(Configuration const&) const = default;

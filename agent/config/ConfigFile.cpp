@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "agent/base/TraceLevel.h"
 #include "agent/config/ConfigBlock.h"
@@ -305,14 +306,16 @@ void Reader::readFilter(ConfigValue const& value) {
   ConfigBlock block = this->block(value, Keys::sectionRow);
   file::Filter table;
   readKeys<Keys>(block, table);
-  for (auto const& name : table.senderLists) {
-    isFirst(block, Keys::senderLists, ConfigPlace{.part = ConfigPart::senders}.list(name.value), name);
-    router().senderLists.insert(name.value);
-  }
-  for (auto const& name : table.rpLists) {
-    isFirst(block, Keys::rpLists, ConfigPlace{.part = ConfigPart::preferredRps}.list(name.value), name);
-    router().rpLists.insert(name.value);
-  }
+  auto add = [&](file::ListNames const& names, ConfigKey const& key, ConfigPart part,
+                 std::set<std::string>& into) {
+    for (auto const& name : names) {
+      isFirst(block, key, ConfigPlace{.part = part}.list(name.value), name);
+      into.insert(name.value);
+    }
+  };
+  add(table.senderLists, Keys::senderLists, ConfigPart::senders, router().senderLists);
+  add(table.rpLists, Keys::rpLists, ConfigPart::preferredRps, router().rpLists);
+  add(table.bsrLists, Keys::bsrLists, ConfigPart::bsrs, router().bsrLists);
 }
 
 void Reader::readLists(ConfigValue const& value) {

@@ -62,7 +62,8 @@ class Linter {
   void lintBorders();
   void lintInterfaces();
   void lintSenders();
-  void lintPreferredRps();
+  void lintAddressLists(ConfigPart part, ConfigKey const& key, std::set<std::string> const& lists,
+                        char const* ifEmpty);
   void lintLists();
   template <class Keys, class Struct>
   void lintKeys(Struct const& values, ConfigPlace const& place);
@@ -118,7 +119,10 @@ std::vector<ConfigFinding> Linter::run() {
   lintBorders();
   lintInterfaces();
   lintSenders();
-  lintPreferredRps();
+  lintAddressLists(ConfigPart::preferredRps, file::FilterKeys::rpLists, router_.rpLists,
+                   "these lists permit no RP, so that none is preferred");
+  lintAddressLists(ConfigPart::bsrs, file::FilterKeys::bsrLists, router_.bsrLists,
+                   "these lists permit no BSR; while that is so, all BSRs are permitted");
   lintLists();
   lintKeys<host::ChecksKeys>(reading_.settings.ingress, {.part = ConfigPart::checks});
   lintKeys<host::LimitsKeys>(reading_.settings.ingress, {.part = ConfigPart::limits});
@@ -353,16 +357,28 @@ void Linter::lintBorders() {
   using Keys = file::InterfaceKeys;
   for (auto const& [intf, ranges] : router_.borders) {
     lintRanges({.part = ConfigPart::border, .name = intf}, ranges, Keys::border, Keys::borderLists);
-    if (speaksPim(intf)) continue;
-    reportMissing({.part = ConfigPart::interface, .name = intf},
-                  "nothing crosses an interface that speaks no PIM, so that its borders are of no use");
+    bool isClosed = speaksPim(intf) && !reading_.settings.interfaces.at(intf).bsm;
+    if (speaksPim(intf) && !isClosed) continue;
+    reportMissing(
+        {.part = ConfigPart::interface, .name = intf},
+        isClosed
+            ? "no Bootstrap Message crosses an interface with bsm = false, so that its borders are of no use"
+            : "nothing crosses an interface that speaks no PIM, so that its borders are of no use");
   }
 }
 
 void Linter::lintInterfaces() {
-  if (!reading_.isSound() || !reading_.settings.interfaces.empty()) return;
-  reportAt(TextPlace(),
-           "no interface speaks PIM, so that nothing is heard and nothing sent; [interface.NAME] makes one");
+  if (!reading_.isSound()) return;
+  auto const& interfaces = reading_.settings.interfaces;
+  auto isClosed = [](auto const& entry) { return !entry.second.bsm; };
+  if (interfaces.empty()) {
+    reportAt(
+        TextPlace(),
+        "no interface speaks PIM, so that nothing is heard and nothing sent; [interface.NAME] makes one");
+  } else if (std::all_of(interfaces.begin(), interfaces.end(), isClosed)) {
+    report({.part = ConfigPart::interface, .name = interfaces.begin()->first},
+           "bsm is false on every interface that speaks PIM, so that no BSR is learned and none announced");
+  }
 }
 
 // Lists -----------------------------------------------------------------------------------------------
@@ -381,17 +397,17 @@ void Linter::lintSenders() {
                ": these lists permit no sender; while that is so, all senders are permitted");
 }
 
-void Linter::lintPreferredRps() {
-  ConfigPlace const preferred{.part = ConfigPart::preferredRps};
-  for (std::string const& name : router_.rpLists) {
+void Linter::lintAddressLists(ConfigPart part, ConfigKey const& key, std::set<std::string> const& lists,
+                              char const* ifEmpty) {
+  ConfigPlace const place{.part = part};
+  for (std::string const& name : lists) {
     named_.insert(name);
-    lintList(preferred.list(name), name);
+    lintList(place.list(name), name);
   }
-  bool permitsAny = !host::PreferredRps(router_, router_.rpLists).isEmpty();
-  if (permitsAny || router_.rpLists.empty() || !reading_.isSound()) return;
-  reportAt(reading_.places.find(preferred.list(*router_.rpLists.begin())),
-           keyOf(preferred.at(file::FilterKeys::rpLists.name)) +
-               ": these lists permit no RP, so that none is preferred");
+  bool permitsAny = !host::AddressLists(router_, lists).isEmpty();
+  if (permitsAny || lists.empty() || !reading_.isSound()) return;
+  reportAt(reading_.places.find(place.list(*lists.begin())),
+           fmt::format("{}: {}", keyOf(place.at(key.name)), ifEmpty));
 }
 
 void Linter::lintLists() {

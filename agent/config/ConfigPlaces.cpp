@@ -52,6 +52,7 @@ constexpr PartForm partForms[] = {
      CandidateRpKeys::lists.name},
     {ConfigPart::senders, FilterKeys::sectionRow.name, "", FilterKeys::senderLists.name},
     {ConfigPart::preferredRps, FilterKeys::sectionRow.name, "", FilterKeys::rpLists.name},
+    {ConfigPart::bsrs, FilterKeys::sectionRow.name, "", FilterKeys::bsrLists.name},
     {ConfigPart::accessList, AccessListKeys::sectionRow.name},
     {ConfigPart::checks, host::ChecksKeys::sectionRow.name},
     {ConfigPart::limits, host::LimitsKeys::sectionRow.name},

@@ -126,6 +126,7 @@ file::Filter filterOf(host::Configuration const& router) {
   file::Filter table;
   for (std::string const& name : router.senderLists) table.senderLists.push_back({{}, name});
   for (std::string const& name : router.rpLists) table.rpLists.push_back({{}, name});
+  for (std::string const& name : router.bsrLists) table.bsrLists.push_back({{}, name});
   return table;
 }
 

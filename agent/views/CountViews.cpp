@@ -18,10 +18,10 @@ static double ago(Observed const& observed, double time) { return std::max(0.0, 
 
 // The filter of advertisements --------------------------------------------------------------------------
 
-static U64 filteredAdvertisements(Drops const& drops) {
+static U64 droppedFor(Drops const& drops, DropReason reason) {
   U64 count = 0;
   for (auto const& [key, row] : drops.rows()) {
-    if (key.reason == name(DropReason::senderFilter)) count += row.count;
+    if (key.reason == name(reason)) count += row.count;
   }
   return count;
 }
@@ -39,7 +39,13 @@ view::Filter showFilter(Observed const& observed) {
   shown.permitted.assign(permitted.begin(), permitted.end());
   shown.permitsAll =
       std::any_of(permitted.begin(), permitted.end(), [](auto& senders) { return senders.length() == 0; });
-  shown.dropped = filteredAdvertisements(observed.drops);
+  shown.dropped = droppedFor(observed.drops, DropReason::senderFilter);
+  std::set<std::string> const& bsrLists = observed.settings.router.bsrLists;
+  std::set<std::string> absentBsrLists = absentOf(observed, bsrLists);
+  shown.bsrLists.assign(bsrLists.begin(), bsrLists.end());
+  shown.absentBsrLists.assign(absentBsrLists.begin(), absentBsrLists.end());
+  shown.permitsAllBsrs = observed.router.bsmPolicy().bsrs.isEmpty();
+  shown.droppedBsms = droppedFor(observed.drops, DropReason::bsrFilter);
   return shown;
 }
 

@@ -25,7 +25,7 @@ static constexpr char const* footShow =
     "  neighbors    PIM neighbors and Designated Routers\n"
     "  interfaces   the interfaces that speak PIM\n"
     "  borders      the scope zones that end at an interface\n"
-    "  filter       whose Candidate-RP Advertisements are taken\n"
+    "  filter       whose advertisements and Bootstrap Messages are taken\n"
     "  counters     messages by kind and outcome\n"
     "  drops        messages dropped, by reason, and the last of each\n"
     "  corrections  what is corrected of the machines, and how often\n"

@@ -147,6 +147,12 @@ Meaning const meanings[] = {
      [](Settings& s) {
        s.router.rpLists = {"a", "b"};
      }},
+    {"BsrLists", "[filter]\nbsr-lists = [\"a\", \"b\"]",
+     [](Settings& s) {
+       s.router.bsrLists = {"a", "b"};
+     }},
+    {"ClosedInterface", "[interface.eth0]\nbsm = false",
+     [](Settings& s) { s.interfaces["eth0"] = {.bsm = false}; }},
     {"AccessList", "[access-list.a]", [](Settings& s) { s.router.accessLists["a"] = {}; }},
     {"AccessListByNumbers",
      "[access-list.a]\nrules = [{seq = 20, action = \"permit\", prefix = \"10.0.0.0/8\"},\n"
@@ -326,6 +332,8 @@ Wrong const wrongs[] = {
      "f:2:17: limits.rps-per-range: read 256; valid is a whole number from 0 to 255"},
     {"RpListTwice", "[filter]\nrp-lists = [\"a\",\n  \"a\"]",
      "f:3:3: filter.rp-lists: a is in line 2, column 13 already"},
+    {"BsrListTwice", "[filter]\nbsr-lists = [\"a\",\n  \"a\"]",
+     "f:3:3: filter.bsr-lists: a is in line 2, column 14 already"},
     {"SenderListTwice", "[filter]\nsender-lists = [\"a\",\n  \"a\"]",
      "f:3:3: filter.sender-lists: a is in line 2, column 17 already"},
     {"CandidateWithoutInterface", "[[candidate-bsr]]\npriority = 1",

@@ -116,6 +116,21 @@ Unwise const unwise[] = {
     {"ListsThatPermitNoRp",
      PIM "[filter]\nrp-lists = [\"a\"]\n" LIST("a", "{action = \"deny\"}"),
      {"f:3:13: filter.rp-lists: these lists permit no RP, so that none is preferred"}},
+    {"ListOfBsrsThatIsNotThereYet",
+     PIM "[filter]\nbsr-lists = [\"a\", \"b\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
+     {"f:3:19: filter.bsr-lists: b: there is no such list yet; until there is, it permits nothing"}},
+    {"ListsThatPermitNoBsr",
+     PIM "[filter]\nbsr-lists = [\"a\"]\n" LIST("a", "{action = \"deny\"}"),
+     {"f:3:14: filter.bsr-lists: these lists permit no BSR; while that is so, all BSRs are permitted"}},
+    {"EveryInterfaceIsClosed",
+     "[interface.eth0]\nbsm = false\n",
+     {"f:1:1: interface.eth0: bsm is false on every interface that speaks PIM, so that no BSR is learned and "
+      "none announced"}},
+    {"BorderOfAClosedInterface",
+     "[interface.eth0]\nbsm = false\nborder = [\"239.0.0.0/8\"]\n[interface.eth1]\n",
+     {"f:1:1: interface.eth0: no Bootstrap Message crosses an interface with bsm = false, so that its "
+      "borders "
+      "are of no use"}},
     {"ListThatPermitsNoGroups",
      "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", PERMIT("10.0.0.0/8")),
      {"f:2:17: interface.eth0.border-lists: a: it permits no groups, so that it has no effect"}},

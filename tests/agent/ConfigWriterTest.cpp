@@ -33,7 +33,8 @@ class AnySettings {
   Settings draw() {
     Settings s;
     for (U64 i = below(4); i > 0; --i)
-      s.interfaces[intf()] = {.hello = below(2) == 0, .drPriority = any(), .helloInterval = in(1, 18724)};
+      s.interfaces[intf()] = {
+          .hello = below(2) == 0, .drPriority = any(), .helloInterval = in(1, 18724), .bsm = flip()};
     for (U64 i = below(3); i > 0; --i) fill(s.router.borders[intf()], pimbsr::host::Present());
     for (auto const& [name, ranges] : s.router.borders) {
       if (below(2) == 0) s.router.exactBorders.insert(name);
@@ -42,6 +43,7 @@ class AnySettings {
     for (U64 i = below(3); i > 0; --i) drawRp(s);
     for (U64 i = below(3); i > 0; --i) s.router.senderLists.insert(list());
     for (U64 i = below(3); i > 0; --i) s.router.rpLists.insert(list());
+    for (U64 i = below(3); i > 0; --i) s.router.bsrLists.insert(list());
     for (U64 i = below(4); i > 0; --i) drawList(s);
     for (auto const& row : pimbsr::host::corrections()) s.corrections.*row.isOn = flip();
     s.router.bsTimeout = in(12, 1073741823);
@@ -188,7 +190,7 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
       "[interface.eth0]\ndr-priority = 7\nborder = [\"239.1.0.0/16\"]\n[interface.eth1]\npim = false\n"
       "border-lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\n"
       "[[candidate-rp]]\ninterface = \"lo\"\nlists = [\"a\"]\nc-rp-adv-period = 30\n[filter]\nsender-lists = "
-      "[\"b\"]\nrp-lists = [\"c\"]\n"
+      "[\"b\"]\nrp-lists = [\"c\"]\nbsr-lists = [\"d\"]\n"
       "[access-list.a]\nrules = [{action = \"deny\", address = \"239.0.0.1\", mask = \"255.0.0.1\"},\n"
       "{action = \"permit\"}]\n[trace]\n\"Pim::Bsr::Sm\" = 4\n",
       "f");
@@ -197,7 +199,7 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
   EXPECT_EQ(
       json["interfaces"].dump(),
       R"({"eth0":{"pim":true,"hello":true,)"
-      R"("drPriority":7,"helloInterval":30,"border":["239.1.0.0/16"],"borderLists":[],"exactBorders":false},)"
+      R"("drPriority":7,"helloInterval":30,"bsm":true,"border":["239.1.0.0/16"],"borderLists":[],"exactBorders":false},)"
       R"("eth1":{"pim":false,"border":[],"borderLists":["a"],"exactBorders":false}})");
   EXPECT_EQ(json["candidateBsrs"].dump(),
             R"([{"interface":"eth0","groups":["224.0.0.0/4"],"lists":[],"priority":9,"hashMaskLen":30,)"
@@ -206,6 +208,7 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
             R"([{"interface":"lo","groups":[],"lists":["a"],"priority":192,"cRpAdvPeriod":30}])");
   EXPECT_EQ(json["senderLists"].dump(), R"(["b"])");
   EXPECT_EQ(json["rpLists"].dump(), R"(["c"])");
+  EXPECT_EQ(json["bsrLists"].dump(), R"(["d"])");
   EXPECT_EQ(json["accessLists"].dump(),
             R"({"a":[{"seq":10,"action":"deny","address":"239.0.0.1","mask":"255.0.0.1"},)"
             R"({"seq":20,"action":"permit","prefix":"0.0.0.0/0"}]})");

@@ -295,8 +295,8 @@ TEST_F(ViewsTest, InterfaceIsShownWithItsLinkAndItsPackets) {
   expect(eth1, R"({"interface": "eth1", "state": "up", "address": "198.51.100.9",
     "addresses": ["198.51.100.9/24", "198.51.100.10/24"], "mtu": 9000, "drPriority": 7, "helloInterval": 30,
     "dr": "198.51.100.9", "ownDr": true, "neighbors": 1, "generationId": )" +
-                   std::to_string(generation) +
-                   R"(, "traffic": {"hello": {"received": 1, "dropped": 0, "sent": 0, "sendFailed": 0}},
+          std::to_string(generation) +
+          R"(, "bsm": true, "traffic": {"hello": {"received": 1, "dropped": 0, "sent": 0, "sendFailed": 0}},
     "queues": [{"kind": "neighbor", "queues": 1, "received": 1, "lost": 2},
                {"kind": "shared", "queues": 0, "received": 0, "lost": 0}],
     "lastSendError": "Network is down"})");
@@ -336,7 +336,8 @@ TEST_F(ViewsTest, BordersOfRangesAndListsAreShown) {
 
 TEST_F(ViewsTest, FilterShowsPermittedSendersAndCountsDrops) {
   expect(view("filter"), R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"],
-    "permitsAll": true, "dropped": 0})");
+    "permitsAll": true, "dropped": 0, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true,
+    "droppedBsms": 0})");
   settings.router.accessLists["senders"][10] = {Acl::Action::permit, {}};
   settings.router.accessLists["senders"][10].filter.source = addr("10.0.0.0").v4Addr();
   settings.router.accessLists["senders"][10].filter.sourceMask = addr("255.0.0.0").v4Addr();
@@ -345,7 +346,23 @@ TEST_F(ViewsTest, FilterShowsPermittedSendersAndCountsDrops) {
   EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "sender-filter");
   expect(view("filter"),
          R"({"lists": ["nolist", "senders"], "absentLists": ["nolist"], "permitted": ["10.0.0.0/8"],
-    "permitsAll": false, "dropped": 1})");
+    "permitsAll": false, "dropped": 1, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true,
+    "droppedBsms": 0})");
+}
+
+TEST_F(ViewsTest, FilterShowsTheListsOfBsrsAndCountsTheirDrops) {
+  settings.router.accessLists["bsrs"][10] = {Acl::Action::permit, {}};
+  settings.router.accessLists["bsrs"][10].filter.source = addr("10.9.0.0").v4Addr();
+  settings.router.accessLists["bsrs"][10].filter.sourceMask = addr("255.255.0.0").v4Addr();
+  settings.router.bsrLists = {"bsrs", "nolist"};
+  router->bsmPolicyIs({.bsrs = pimbsr::host::AddressLists(settings.router, settings.router.bsrLists)});
+  helloFromNeighbor();
+  EXPECT_EQ(receive(packetOf(Bsm{})).reason, "bsr-filter");
+  Json shown = view("filter");
+  EXPECT_EQ(shown["bsrLists"].dump(), R"(["bsrs","nolist"])");
+  EXPECT_EQ(shown["absentBsrLists"].dump(), R"(["nolist"])");
+  EXPECT_EQ(shown["permitsAllBsrs"], false);
+  EXPECT_EQ(shown["droppedBsms"], 1);
 }
 
 // Counts ----------------------------------------------------------------------------------------------

@@ -231,7 +231,7 @@ TEST(ShowTablesTest, InterfacesAreShownWithTheirPackets) {
   EXPECT_EQ(shown("interfaces", R"({"interfaces": [
     {"interface": "eth0", "state": "up", "address": "192.0.2.9", "addresses": ["192.0.2.9/24"], "mtu": 1500,
      "drPriority": 1, "helloInterval": 30, "dr": "192.0.2.9", "ownDr": true, "neighbors": 1,
-     "nextHello": 18.0, "generationId": 65538, "traffic": {
+     "nextHello": 18.0, "generationId": 65538, "bsm": true, "traffic": {
        "bsm": {"received": 3, "dropped": 1, "sent": 7, "sendFailed": 2},
        "hello": {"received": 10, "dropped": 0, "sent": 5, "sendFailed": 0}}},
     {"interface": "eth7", "state": "missing", "address": null, "addresses": [], "mtu": null, "drPriority": 1,
@@ -239,9 +239,9 @@ TEST(ShowTablesTest, InterfacesAreShownWithTheirPackets) {
      "traffic": {}}]})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
-  interface  state    address     MTU  DR                       own DR priority  neighbors  next Hello
-  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s
-  eth7       missing  -             -  -                                      1          0           -
+  interface  state    address     MTU  DR                       own DR priority  neighbors  next Hello  BSM
+  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s  on
+  eth7       missing  -             -  -                                      1          0           -  off
 
 Packets
   interface  received  dropped  sent  not sent
@@ -255,7 +255,7 @@ TEST(ShowTablesTest, InterfacesShowTheirReceiveQueuesAndWhatCouldNotBeSent) {
   EXPECT_EQ(shown("interfaces", R"({"interfaces": [
     {"interface": "eth0", "state": "up", "address": "192.0.2.9", "addresses": ["192.0.2.9/24"], "mtu": 1500,
      "drPriority": 1, "helloInterval": 30, "dr": "192.0.2.9", "ownDr": true, "neighbors": 1,
-     "nextHello": 18.0, "generationId": 65538, "traffic": {},
+     "nextHello": 18.0, "generationId": 65538, "bsm": true, "traffic": {},
      "queues": [{"kind": "neighbor", "queues": 2, "received": 70, "lost": 0},
                 {"kind": "other", "queues": 1, "received": 9, "lost": 12345}],
      "lastSendError": "Network is unreachable"}],
@@ -263,8 +263,8 @@ TEST(ShowTablesTest, InterfacesShowTheirReceiveQueuesAndWhatCouldNotBeSent) {
      "lastSendError": null}})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
-  interface  state  address     MTU  DR                       own DR priority  neighbors  next Hello
-  eth0       up     192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s
+  interface  state  address     MTU  DR                       own DR priority  neighbors  next Hello  BSM
+  eth0       up     192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s  on
 
 Packets
   interface  received  dropped  sent  not sent
@@ -302,7 +302,8 @@ Group ranges whose Bootstrap Messages don't cross an interface
 TEST(ShowTablesTest, FilterNamesWhoIsPermitted) {
   EXPECT_EQ(shown("filter",
                   R"({"lists": ["a", "b"], "absentLists": ["a"], "permitted": ["10.0.0.0/8", "192.0.2.0/24"],
-    "permitsAll": false, "dropped": 1})"),
+    "permitsAll": false, "dropped": 1, "bsrLists": ["c", "d"], "absentBsrLists": ["d"], "permitsAllBsrs": false,
+    "droppedBsms": 2})"),
             R"(
 Candidate-RP-Advertisements are taken from senders in
   10.0.0.0/8
@@ -311,9 +312,11 @@ Sender lists: a (not there), b. Dropped since the last clear: 1 advertisement.
 )");
   EXPECT_EQ(
       shown("filter", R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true,
-    "dropped": 0})"),
+    "dropped": 0, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true, "droppedBsms": 0})"),
       "\nCandidate-RP-Advertisements are taken from every sender.\n"
-      "Sender lists: none. Dropped since the last clear: 0 advertisements.\n");
+      "Sender lists: none. Dropped since the last clear: 0 advertisements.\n"
+      "Bootstrap Messages are taken of every BSR.\n"
+      "BSR lists: none. Dropped since the last clear: 0 messages.\n");
 }
 
 TEST(ShowTablesTest, CountersAreShownWithoutThoseThatAre0) {
@@ -344,6 +347,8 @@ Packets
   interface  kind           received  dropped  sent  not sent
   by route   C-RP-Adv              0        0     4         1
   eth0       BSM                 100        1     0         0
+Bootstrap Messages are taken of the BSRs that these lists permit.
+BSR lists: c, d (not there). Dropped since the last clear: 2 messages.
              not PIM               2        0     0         0
              not looked at         9        9     0         0
 )");
