@@ -190,7 +190,7 @@ Observed Daemon::observed() {
 Json Daemon::answer(Request const& request) {
   switch (request.command) {
     case Command::show:
-      return show(observed(), request.what, request.group);
+      return show(observed(), request.what, request.group, request.zone);
     case Command::metrics:
       return jsonOf(view::Metrics{.text = metricsText(observed())});
     case Command::reload:

@@ -25,7 +25,13 @@ BsrView viewOf(Bsr::ElectedBsrStatus const& entry) {
 }
 
 RpView viewOf(IpGenPrefix const& range, Pim::RpCandidate const& rp) {
-  return {range, rp.address(), rp.priority().value(), rp.holdTime().value(), rp.pimMode(), rp.expires()};
+  return {.range = range,
+          .address = rp.address(),
+          .priority = rp.priority().value(),
+          .holdTime = rp.holdTime().value(),
+          .mode = rp.pimMode(),
+          .expires = rp.expires(),
+          .setupTime = rp.setupTime()};
 }
 
 namespace {

@@ -31,7 +31,8 @@ struct RpView {
   U32 priority = 0;  ///< lower wins
   U16 holdTime = 0;  ///< seconds
   Routing::Pim::Mode mode = Routing::Pim::Mode::sparse;
-  double expires = 0;  ///< when it leaves the set unless it is named again, on the clock of Zet::now()
+  double expires = 0;    ///< when it leaves the set unless it is named again, on the clock of Zet::now()
+  double setupTime = 0;  ///< when it came into the set
 
   /// Whether both say the same; a renewal, which only moves the expiry, changes nothing.
   bool sameRp(RpView const& other) const {

@@ -121,6 +121,11 @@ void Router::bsmPolicyIs(BsmPolicy const& policy) {
   for (IpGenPrefix const& zone : zones) clearing_->clearBsr(zone);
 }
 
+Router::RpfPath Router::rpfPath(IpGenAddr const& address) const {
+  Zet::Context::Scope scope(context_);
+  return {pim::routeTo(address, *routes_, port_), rpf_->doLookup(address, IpGenAddr()).rpfNeighbor};
+}
+
 bool Router::clearBsr(IpGenPrefix const& zone) {
   Call call(*this);
   return clearing_->clearBsr(zone);

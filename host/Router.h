@@ -177,6 +177,14 @@ class PIMBSR_API Router : private DropListener {
   /// Runs the timers that are due at the context's time.
   void advance();
 
+  /// The path to an address: the best unicast route, which is the default value if there is none, and the
+  /// neighbor from which messages of a BSR with this address must come; unset if there is none.
+  struct RpfPath {
+    Slosh::Fib::Route route;
+    Lanet::IpGenAddr neighbor;
+  };
+  RpfPath rpfPath(Lanet::IpGenAddr const& address) const;
+
   Zet::Context& context() const { return context_; }
   /// Receives what the gates drop. A host that changes the configuration makes it the current listener of the
   /// thread, as it makes the context the current one; the calls above do both by themselves.

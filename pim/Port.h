@@ -1,9 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "model/Lanet.h"
+#include "model/Slosh.h"
 
 namespace pimbsr::pim {
 
@@ -25,6 +27,9 @@ class PIMBSR_API Port {
   /// Whether an address lies in a subnet of an interface; by default all do. Asked only by a router that
   /// has an ingress filter.
   virtual bool isOnSubnet(Lanet::IntfId const&, Lanet::IpGenAddr const&) const { return true; }
+  /// The best unicast route to an address, where the outside looks it up; the default value if there is none.
+  /// Nothing, by default, where the routes are those that the router was given.
+  virtual std::optional<::Slosh::Fib::Route> routeTo(Lanet::IpGenAddr const&) const { return {}; }
 };
 
 }  // namespace pimbsr::pim

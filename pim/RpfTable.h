@@ -7,6 +7,11 @@
 
 namespace pimbsr::pim {
 
+/// The best route to an address: that of the outside where it looks routes up, else that of `routes`. The
+/// default value if there is none.
+PIMBSR_API ::Slosh::Fib::Route routeTo(Lanet::IpGenAddr const& address,
+                                       Routing::Pim::PimUcastRouteStatus const& routes, Port const& port);
+
 /// RPF neighbors from unicast routes and Hello neighbors (RFC 5059 section 3.1.3, RFC 7761 section 4.1).
 ///
 /// An address of this router has no RPF neighbor, so that a BSR drops its own flood. A connected address

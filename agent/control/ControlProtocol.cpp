@@ -33,7 +33,7 @@ struct Form {
   Names members;
 };
 
-static constexpr std::string_view showMembers[] = {"what", "group"};
+static constexpr std::string_view showMembers[] = {"what", "group", "prefix"};
 static constexpr std::string_view clearMembers[] = {"what", "zone", "interface"};
 static constexpr std::string_view traceMembers[] = {"handle", "level"};
 
@@ -204,6 +204,7 @@ static bool has(Json const& json, Request const& request, std::string_view name,
 
 static void readShow(Json const& json, Request& request) {
   request.what = oneOf(json, "what", views);
+  if (has(json, request, "prefix", {"rp-set"})) request.zone = zoneOf(json, "prefix");
   has(json, request, "group", {"rp"});
   if (request.what == "rp") request.group = groupOf(json);
 }

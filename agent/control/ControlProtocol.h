@@ -27,7 +27,8 @@ struct Request {
   Command command = Command::version;
   std::string what;     ///< of show one of viewNames(), of clear one of clearNames(); else empty
   Lanet::IpAddr group;  ///< of show "rp": the multicast group asked for; else 0.0.0.0
-  /// Of clear "bsr" and "rp-set": the zone to clear; empty for all. Else empty.
+  /// Of clear "bsr" and "rp-set": the zone to clear; of show "rp-set": the zone or range; empty for all. Else
+  /// empty.
   Lanet::IpGenPrefix zone = {};
   /// Of clear "neighbors": the interface to clear, perhaps of no interface at all; empty for all. Else empty.
   std::string interface = {};

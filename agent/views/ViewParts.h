@@ -19,7 +19,7 @@ namespace pimbsr::agent {
 
 // ZoneViews.cpp
 view::Bsr showBsr(Observed const& observed);
-view::RpSet showRpSet(Observed const& observed);
+view::RpSet showRpSet(Observed const& observed, Lanet::IpGenPrefix const& prefix);
 view::Rp showRp(Observed const& observed, Lanet::IpAddr group);
 
 // CandidateViews.cpp

@@ -31,9 +31,8 @@ static Json shown(Observed const& observed) {
   return jsonOf(fill(observed));
 }
 
-/// All but "rp", which needs a group.
+/// All but "rp" and "rp-set", which are asked for a part.
 static constexpr NamedView views[] = {{"bsr", shown<showBsr>},
-                                      {"rp-set", shown<showRpSet>},
                                       {"candidates", shown<showCandidates>},
                                       {"neighbors", shown<showNeighbors>},
                                       {"interfaces", shown<showInterfaces>},
@@ -53,7 +52,9 @@ static std::string validNames() {
   return names;
 }
 
-Json show(Observed const& observed, std::string_view what, Lanet::IpAddr group) {
+Json show(Observed const& observed, std::string_view what, Lanet::IpAddr group,
+          Lanet::IpGenPrefix const& prefix) {
+  if (what == "rp-set") return jsonOf(showRpSet(observed, prefix));
   if (what == "rp") return jsonOf(showRp(observed, group));
   for (NamedView const& named : views) {
     if (named.name == what) return named.view(observed);

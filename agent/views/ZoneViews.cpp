@@ -2,6 +2,7 @@
 #include <set>
 
 #include "agent/views/ViewParts.h"
+#include "host/LastMessages.h"
 #include "host/RpMap.h"
 #include "host/Views.h"
 #include "view/Digest.h"
@@ -31,6 +32,30 @@ static view::KnownBsr viewOf(Observed const& observed, ZoneView const& zone, Mac
   return shown;
 }
 
+static view::LearnedFrom viewOf(Observed const& observed, host::LastMessage const& last) {
+  return {.neighbor = last.sender,
+          .interface = textOf(last.intfId),
+          .fragmentTag = last.fragmentTag,
+          .noForward = !last.forward,
+          .ago = std::max(0.0, observed.now() - last.time)};
+}
+
+static view::RpfPath viewOf(host::Router::RpfPath const& path) {
+  view::RpfPath shown{.neighbor = path.neighbor};
+  if (path.route.type == ::Slosh::Fib::RouteType::unset) return shown;
+  shown.interface = textOf(path.route.intfId);
+  shown.nextHop = path.route.nextHop;
+  return shown;
+}
+
+/// From where the BSR of a zone is learned.
+static void fillPath(view::BsrZone& shown, Observed const& observed) {
+  if (!shown.bsr || shown.bsr->own) return;
+  host::LastMessage const* last = observed.router.lastMessages().find(shown.zone);
+  if (last != nullptr) shown.learnedFrom = viewOf(observed, *last);
+  shown.rpf = viewOf(observed.router.rpfPath(shown.bsr->address));
+}
+
 static view::BsrZone bsrOf(Observed const& observed, ZoneView const& zone) {
   MachineView machine = host::machineOf(observed.router, zone.zone, observed.now());
   view::BsrZone shown;
@@ -45,6 +70,7 @@ static view::BsrZone bsrOf(Observed const& observed, ZoneView const& zone) {
   shown.ranges = zone.rpSet.size();
   shown.rps = rpCount(zone);
   shown.digest = view::digestOf(zone, observed.now());
+  fillPath(shown, observed);
   return shown;
 }
 
@@ -56,11 +82,31 @@ view::Bsr showBsr(Observed const& observed) {
 
 // The RP set of each zone -------------------------------------------------------------------------------
 
-view::RpSet showRpSet(Observed const& observed) {
+/// The ranges of a zone that a prefix asks for: all for the empty one and for the zone itself, else those that
+/// cover it or lie within.
+static void restrict(ZoneView& zone, Lanet::IpGenPrefix const& prefix) {
+  if (prefix.isEmpty() || zone.zone == prefix) return;
+  std::erase_if(zone.rpSet, [&](RangeView const& range) {
+    return !range.range.contains(prefix) && !prefix.contains(range.range);
+  });
+}
+
+static void fillUptimes(view::SetZone& shown, ZoneView const& zone, double now) {
+  for (std::size_t range = 0; range < zone.rpSet.size(); ++range) {
+    std::vector<host::RpView> const& rps = zone.rpSet[range].rps;
+    for (std::size_t rp = 0; rp < rps.size(); ++rp)
+      shown.rpSet[range].rps[rp].uptime = std::max(0.0, now - rps[rp].setupTime);
+  }
+}
+
+view::RpSet showRpSet(Observed const& observed, Lanet::IpGenPrefix const& prefix) {
   view::RpSet shown;
-  for (ZoneView const& zone : host::zonesOf(observed.router)) {
+  for (ZoneView& zone : host::zonesOf(observed.router)) {
+    restrict(zone, prefix);
+    if (!prefix.isEmpty() && zone.zone != prefix && zone.rpSet.empty()) continue;
     view::SetZone& set = shown.zones.emplace_back();
     view::fillZone(set, zone, observed.now());
+    fillUptimes(set, zone, observed.now());
     set.rps = rpCount(zone);
   }
   return shown;

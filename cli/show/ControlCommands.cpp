@@ -2,13 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <sstream>
+#include <thread>
 
 #include "agent/config/Settings.h"
 #include "agent/control/ControlClient.h"
 #include "agent/control/ControlProtocol.h"
+#include "cli/base/Color.h"
 #include "cli/show/ShowTables.h"
 #include "view/Answers.h"
 
@@ -83,15 +87,61 @@ static ExitCode run(std::ostream& out, std::ostream& err, Act const& act) {
   return finish(out, err);
 }
 
+/// The member of the request that the subject of a view is.
+static Json requestOf(std::string const& what, std::string const& subject) {
+  Json request{{"command", "show"}, {"what", what}};
+  if (subject.empty()) return request;
+  bool isGroup = what == "rp-set" && subject.find('/') == std::string::npos;
+  request[what == "rp-set" ? "prefix" : "group"] = isGroup ? subject + "/32" : subject;
+  return request;
+}
+
+static void writeView(std::ostream& out, std::string const& what, Json const& view, bool json) {
+  if (json) {
+    out << view.dump(2) << '\n';
+  } else {
+    writeShow(out, what, view);
+  }
+}
+
+/// All views that need no subject, for one who was not there; the version first.
+static void writeAll(ShowOptions const& options, std::ostream& out) {
+  Json all{{"version", askReading(options.socket, {{"command", "version"}})}};
+  for (std::string_view what : agent::viewNames()) {
+    if (what != "rp") all[std::string(what)] = askReading(options.socket, requestOf(std::string(what), ""));
+  }
+  if (options.json) {
+    out << all.dump(2) << '\n';
+    return;
+  }
+  out << "pimbsr " << all["version"].value("version", "") << '\n';
+  for (auto const& [what, view] : all.items()) {
+    if (what == "version") continue;
+    out << fmt::format("\n## pimbsr show {}\n\n", what);
+    writeShow(out, what, view);
+  }
+}
+
+static void writeOnce(ShowOptions const& options, std::ostream& out) {
+  if (options.what == "all") {
+    if (!options.subject.empty()) throw UsageError("\"all\" takes nothing more");
+    return writeAll(options, out);
+  }
+  Json view = askReading(options.socket, requestOf(options.what, options.subject));
+  writeView(out, options.what, view, options.json);
+}
+
 ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) {
+  static constexpr char const* clearScreen = "\x1b[H\x1b[J";
   return run(out, err, [&] {
-    Json request{{"command", "show"}, {"what", options.what}};
-    if (!options.group.empty()) request["group"] = options.group;
-    Json view = askReading(options.socket, request);
-    if (options.json) {
-      out << view.dump(2) << '\n';
-    } else {
-      writeShow(out, options.what, view);
+    for (bool isFirst = true; isFirst || options.watch > 0; isFirst = false) {
+      std::ostringstream text;
+      writeOnce(options, text);
+      if (!isFirst && !options.color) out << '\n';
+      if (options.watch > 0 && options.color) out << clearScreen;
+      out << (options.color && !options.json ? colored(text.str()) : text.str()) << std::flush;
+      if (!out) break;
+      if (options.watch > 0) std::this_thread::sleep_for(std::chrono::seconds(options.watch));
     }
     return true;
   });

@@ -11,9 +11,12 @@ namespace pimbsr::cli {
 /// What `pimbsr show` is asked to do.
 struct ShowOptions {
   std::string socket;  ///< as in controlSocket()
-  std::string what;    ///< one of agent::viewNames()
-  std::string group;   ///< of "rp": a multicast group; else empty
+  std::string what;    ///< one of agent::viewNames(), or "all"
+  /// Of "rp" a multicast group; of "rp-set" perhaps a zone, a group range or a group; else empty.
+  std::string subject;
   bool json = false;
+  int watch = 0;       ///< seconds after which it is shown again, until the output ends; 0 for once
+  bool color = false;  ///< the output is a terminal that takes colors
 };
 
 /// What `pimbsr clear` is asked to do.
@@ -41,7 +44,7 @@ std::vector<std::string> readingSockets(std::string const& given);
 // and is not sent; an agent that can't be reached, or denies it, gives exitFailed. Each error is a line to
 // `err`.
 
-/// Writes one view of the agent, as tables or as JSON.
+/// Writes one view of the agent, or all, as tables or as JSON; once, or again and again.
 ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err);
 /// Writes a line of JSON for each change, until `out` takes no more or the agent ends: exitFailed.
 ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err);

@@ -6,6 +6,7 @@
 
 #include "agent/config/Settings.h"
 #include "agent/control/ControlProtocol.h"
+#include "cli/base/Color.h"
 
 namespace pimbsr::cli {
 
@@ -19,7 +20,8 @@ static constexpr char const* aboutShow = "Show the learned state of a running ag
 static constexpr char const* footShow =
     "WHAT is one of\n"
     "  bsr          the Bootstrap Router of each zone, and the state of this router there\n"
-    "  rp-set       the rendezvous points (RPs) of each zone\n"
+    "  rp-set       the rendezvous points (RPs) of each zone; with a ZONE of that one, with a\n"
+    "               RANGE those of the ranges that cover it or lie within\n"
     "  candidates   this router's own candidacies, as BSR and as RP\n"
     "  rp GROUP     which RP serves a multicast group, and how it was chosen\n"
     "  neighbors    PIM neighbors and Designated Routers\n"
@@ -33,12 +35,15 @@ static constexpr char const* footShow =
     "  config       the configuration that is followed\n"
     "  control      the clients of the control sockets, and what their limits ended\n"
     "  on-change    the command that --on-change runs, and how its last run ended\n"
-    "Times are the time left, unless said otherwise.\n"
+    "  all          all of these but rp, for a support case\n"
+    "Times are the time left, unless said otherwise. On a terminal headings are bold and troubles\n"
+    "red, unless NO_COLOR is set.\n"
     "\n"
     "Examples:\n"
     "  pimbsr show bsr\n"
     "  pimbsr show rp 239.1.1.1\n"
-    "  pimbsr show rp-set --json\n";
+    "  pimbsr show rp-set 239.1.0.0/16 --json\n"
+    "  pimbsr show neighbors --watch 2\n";
 
 static constexpr char const* aboutWatch = "Print the changes of a running agent as they happen";
 
@@ -128,12 +133,22 @@ static CLI::App& add(CLI::App& app, std::string const& name, char const* about, 
 
 static void addShow(CLI::App& app, ControlOptions& options) {
   ShowOptions& show = options.show;
-  CLI::App& command = add(
-      app, "show", aboutShow, std::string(footShow) + exitStatus, Access::reading, show.socket,
-      [&options] { options.run = [&](auto& out, auto& err) { return cli::show(options.show, out, err); }; });
+  CLI::App& command = add(app, "show", aboutShow, std::string(footShow) + exitStatus, Access::reading,
+                          show.socket, [&options] {
+                            options.run = [&](auto& out, auto& err) {
+                              options.show.color = takesColor(out);
+                              return cli::show(options.show, out, err);
+                            };
+                          });
   command.add_option("WHAT", show.what, "What to show; see below")->type_name("")->required();
-  command.add_option("GROUP", show.group, "With rp: a multicast group such as 239.1.1.1")->type_name("");
+  command
+      .add_option("SUBJECT", show.subject,
+                  "With rp: a multicast group such as 239.1.1.1; with rp-set: a zone or a group\nrange")
+      ->type_name("");
   command.add_flag("--json", show.json, "Print JSON in place of tables");
+  command.add_option("--watch", show.watch, "Show it again every N seconds, until it is interrupted")
+      ->type_name("N")
+      ->check(CLI::Range(1, 86400));
 }
 
 static void addClear(CLI::App& app, ControlOptions& options) {
@@ -143,6 +158,7 @@ static void addClear(CLI::App& app, ControlOptions& options) {
         options.run = [&](auto& out, auto& err) { return cli::clear(options.clear, out, err); };
       });
   command.add_option("WHAT", clear.what, "What to clear; see below")->type_name("")->required();
+  command.add_option("SUBJECT", clear.subject, "A zone such as 239.1.0.0/16, or an interface")->type_name("");
 }
 
 static void addTrace(CLI::App& app, ControlOptions& options) {
@@ -158,7 +174,6 @@ static void addTrace(CLI::App& app, ControlOptions& options) {
 void addControlCommands(CLI::App& app, ControlOptions& options) {
   addShow(app, options);
   add(app, "watch", aboutWatch, footWatch, Access::reading, options.watchSocket, [&options] {
-  command.add_option("SUBJECT", clear.subject, "A zone such as 239.1.0.0/16, or an interface")->type_name("");
     options.run = [&](auto& out, auto& err) { return watch(options.watchSocket, out, err); };
   });
   addClear(app, options);

@@ -29,6 +29,21 @@ static void writeKnownBsr(std::ostream& out, view::BsrZone const& zone) {
   }
 }
 
+static void writeLearnedFrom(std::ostream& out, view::LearnedFrom const& from) {
+  writeFact(out, "learned from",
+            fmt::format("{} on {}, tag {}{}, {} ago", cellOf(from.neighbor, "-"), from.interface,
+                        from.fragmentTag, from.noForward ? ", No-Forward" : "", view::spanOf(from.ago)));
+}
+
+/// The neighbor towards the BSR, or why there is none.
+static std::string rpfOf(view::RpfPath const& path) {
+  std::string intf = path.interface.value_or("");
+  if (!path.neighbor.isEmpty()) return fmt::format("{} on {}", cellOf(path.neighbor, "-"), intf);
+  if (!path.interface) return "none: no route to the BSR";
+  if (path.nextHop.isEmpty()) return fmt::format("none: the BSR is on {}, and no PIM neighbor there", intf);
+  return fmt::format("none: the next hop {} is no PIM neighbor on {}", cellOf(path.nextHop, "-"), intf);
+}
+
 /// What the timers of a zone without a BSR lead to.
 static void writeNoBsr(std::ostream& out, view::BsrZone const& zone) {
   writeFact(out, "BSR", "none");
@@ -52,6 +67,8 @@ void writeShown(std::ostream& out, view::Bsr const& view) {
     if (!std::exchange(isFirst, false)) out << '\n';
     out << fmt::format("Zone {}, {}\n", cellOf(zone.zone, "-"), zone.scoped ? "scoped" : "global");
     zone.bsr ? writeKnownBsr(out, zone) : writeNoBsr(out, zone);
+    if (zone.learnedFrom) writeLearnedFrom(out, *zone.learnedFrom);
+    if (zone.rpf) writeFact(out, "RPF neighbor", rpfOf(*zone.rpf));
     writeFact(out, "RP set", sizeOf(zone));
     if (!zone.digest.empty()) writeFact(out, "digest", zone.digest);
   }

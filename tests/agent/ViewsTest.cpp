@@ -64,7 +64,8 @@ TEST_F(ViewsTest, GlobalZoneThatLostItsBsrAcceptsAny) {
   run(2000);
   expect(view("bsr"), R"({"zones": [{"zone": "224.0.0.0/4", "scoped": false, "candidate": false,
     "state": "Accept Any", "bsr": null, "bootstrapTimer": null, "scopeZoneTimer": null, "nextMessage": null,
-    "ranges": 0, "rps": 0, "digest": "16fdff0f"}]})");
+    "ranges": 0, "rps": 0, "digest": "16fdff0f",
+     "learnedFrom": null, "rpf": null}]})");
 }
 
 TEST_F(ViewsTest, LearnedBsrIsShownWithItsTimers) {
@@ -75,12 +76,35 @@ TEST_F(ViewsTest, LearnedBsrIsShownWithItsTimers) {
      "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30, "own": false, "uptime": 12.346,
              "expiresIn": 117.654},
      "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 2, "rps": 3,
-     "digest": "73db7a80"},
+     "digest": "73db7a80",
+     "learnedFrom": {"neighbor": "192.0.2.1", "interface": "eth0", "fragmentTag": 1, "noForward": false,
+                     "ago": 12.346},
+     "rpf": {"neighbor": "192.0.2.1", "interface": "eth0", "nextHop": "192.0.2.1"}},
     {"zone": "239.255.0.0/16", "scoped": true, "candidate": false, "state": "Accept Preferred",
      "bsr": {"address": "10.0.0.7", "priority": 10, "hashMaskLen": 30, "own": false, "uptime": 12.346,
              "expiresIn": 117.654},
      "bootstrapTimer": 117.654, "scopeZoneTimer": null, "nextMessage": null, "ranges": 0, "rps": 0,
-     "digest": "6fe7a3f1"}]})");
+     "digest": "6fe7a3f1",
+     "learnedFrom": {"neighbor": "192.0.2.1", "interface": "eth0", "fragmentTag": 1, "noForward": false,
+                     "ago": 12.346},
+     "rpf": {"neighbor": "192.0.2.1", "interface": "eth0", "nextHop": "192.0.2.1"}}]})");
+}
+
+TEST_F(ViewsTest, PathToABsrNamesWhatIsMissing) {
+  learn();
+  auto rpf = [&] { return view("bsr")["zones"][0]["rpf"].dump(); };
+  receive(helloFrom("192.0.2.1", 7, 0));
+  EXPECT_EQ(rpf(), R"({"neighbor":null,"interface":"eth0","nextHop":"192.0.2.1"})");
+  router->routeDel(prefix("10.0.0.0/8").v4Prefix());
+  EXPECT_EQ(rpf(), R"({"neighbor":null,"interface":null,"nextHop":null})");
+}
+
+TEST_F(ViewsTest, ThisRouterAsBsrIsLearnedFromNowhere) {
+  learn();
+  lead();
+  Json zone = view("bsr")["zones"][0];
+  EXPECT_EQ(zone["learnedFrom"], nullptr);
+  EXPECT_EQ(zone["rpf"], nullptr);
 }
 
 TEST_F(ViewsTest, BsrIsTakenUpWhenItComesInPlaceOfAnother) {
@@ -138,13 +162,33 @@ TEST_F(ViewsTest, RpSetIsShownByZoneAndRange) {
   expect(view("rp-set"), R"({"zones": [
     {"zone": "224.0.0.0/4", "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "rpSet": [
       {"range": "224.0.0.0/4", "rps": [
-        {"address": "10.0.0.4", "priority": 1, "holdtime": 90, "bidirectional": true, "expiresIn": 80.0}]},
+        {"address": "10.0.0.4", "priority": 1, "holdtime": 90, "bidirectional": true, "expiresIn": 80.0,
+         "uptime": 10.0}]},
       {"range": "239.1.0.0/16", "rps": [
-        {"address": "10.0.0.2", "priority": 5, "holdtime": 150, "bidirectional": false, "expiresIn": 140.0},
+        {"address": "10.0.0.2", "priority": 5, "holdtime": 150, "bidirectional": false, "expiresIn": 140.0,
+         "uptime": 10.0},
         {"address": "10.0.0.3", "priority": 5, "holdtime": 150, "bidirectional": false,
-         "expiresIn": 140.0}]}], "rps": 3},
+         "expiresIn": 140.0, "uptime": 10.0}]}], "rps": 3},
     {"zone": "239.255.0.0/16", "bsr": {"address": "10.0.0.7", "priority": 10, "hashMaskLen": 30}, "rpSet": [],
      "rps": 0}]})");
+}
+
+TEST_F(ViewsTest, RpSetIsRestrictedToAZoneOrToRangesThatOverlap) {
+  learn();
+  auto ranges = [&](char const* asked) {
+    std::string all;
+    for (Json const& zone : pimbsr::agent::show(observed(), "rp-set", {}, prefix(asked))["zones"]) {
+      all += zone["zone"].get<std::string>() + ":";
+      for (Json const& range : zone["rpSet"]) all += " " + range["range"].get<std::string>();
+      all += ";";
+    }
+    return all;
+  };
+  EXPECT_EQ(ranges("224.0.0.0/4"), "224.0.0.0/4: 224.0.0.0/4 239.1.0.0/16;");
+  EXPECT_EQ(ranges("239.255.0.0/16"), "224.0.0.0/4: 224.0.0.0/4;239.255.0.0/16:;");
+  EXPECT_EQ(ranges("239.1.2.3/32"), "224.0.0.0/4: 224.0.0.0/4 239.1.0.0/16;");
+  EXPECT_EQ(ranges("239.0.0.0/8"), "224.0.0.0/4: 224.0.0.0/4 239.1.0.0/16;");
+  EXPECT_EQ(ranges("238.0.0.0/8"), "224.0.0.0/4: 224.0.0.0/4;");
 }
 
 // Which RP serves a group -----------------------------------------------------------------------------
@@ -292,7 +336,9 @@ TEST_F(ViewsTest, InterfaceIsShownWithItsLinkAndItsPackets) {
   Zet::U32 generation = router->hello(intf("eth1"))->generationId();
   EXPECT_GT(eth1["nextHello"], 0.0);
   eth1.erase("nextHello");
-  expect(eth1, R"({"interface": "eth1", "state": "up", "address": "198.51.100.9",
+  expect(
+      eth1,
+      R"({"interface": "eth1", "state": "up", "address": "198.51.100.9",
     "addresses": ["198.51.100.9/24", "198.51.100.10/24"], "mtu": 9000, "drPriority": 7, "helloInterval": 30,
     "dr": "198.51.100.9", "ownDr": true, "neighbors": 1, "generationId": )" +
           std::to_string(generation) +

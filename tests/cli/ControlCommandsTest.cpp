@@ -68,12 +68,14 @@ TEST(ControlCommandsTest, EachCommandSendsItsRequest) {
   Case const cases[] = {
       {"show config --json", R"({"command":"show","what":"config"})"},
       {"show --json rp 239.1.1.1", R"({"command":"show","what":"rp","group":"239.1.1.1"})"},
+      {"show rp-set 239.1.0.0/16 --json", R"({"command":"show","what":"rp-set","prefix":"239.1.0.0/16"})"},
+      {"show rp-set 239.1.2.3 --json", R"({"command":"show","what":"rp-set","prefix":"239.1.2.3/32"})"},
       {"clear drops", R"({"command":"clear","what":"drops"})"},
-      {"reload", R"({"command":"reload"})"},
-      {"trace Pim::Bsr::IO 0", R"({"command":"trace","handle":"Pim::Bsr::IO","level":0})"},
       {"clear bsr", R"({"command":"clear","what":"bsr"})"},
       {"clear rp-set 239.1.0.0/16", R"({"command":"clear","what":"rp-set","zone":"239.1.0.0/16"})"},
       {"clear neighbors eth0", R"({"command":"clear","what":"neighbors","interface":"eth0"})"},
+      {"reload", R"({"command":"reload"})"},
+      {"trace Pim::Bsr::IO 0", R"({"command":"trace","handle":"Pim::Bsr::IO","level":0})"},
       {"trace Pim::Bsr::IO off", R"({"command":"trace","handle":"Pim::Bsr::IO","level":"off"})"},
       {"metrics", R"({"command":"metrics"})"},
   };
@@ -99,6 +101,9 @@ TEST(ControlCommandsTest, RequestWithAnErrorIsExplainedAndNotSent) {
       {"show rp 10.1.1.1", R"("group" is "10.1.1.1"; valid is a multicast group)"},
       {"show bsr 239.1.1.1", "\"rp\" alone"},
       {"show bsr 239.1.1.1 more", "more"},
+      {"show rp-set 10.0.0.0/8", R"("prefix" is "10.0.0.0/8"; valid is a prefix of multicast groups)"},
+      {"show all 239.1.1.1", "\"all\" takes nothing more"},
+      {"show bsr --watch 0", "--watch"},
       {"clear", "WHAT is required"},
       {"clear rp", R"("counters", "drops", "history", "bsr", "rp-set", "neighbors")"},
       {"clear bsr 10.0.0.0/8", R"("zone" is "10.0.0.0/8")"},
@@ -207,6 +212,36 @@ class ShortBuffer : public std::streambuf {
   std::streamsize space_;
 };
 
+TEST(ControlCommandsTest, AllHasEachViewThatNeedsNothingMore) {
+  FakeAgent agent(answerLine({{"version", "1.2.3"}}));
+  RunResult run = runAt(agent, "show all --json");
+  EXPECT_EQ(run.code, exitOk) << run.err;
+  Json all = Json::parse(run.out);
+  EXPECT_EQ(all["version"]["version"], "1.2.3");
+  for (std::string_view what : agent::viewNames())
+    EXPECT_EQ(all.contains(std::string(what)), what != "rp") << what;
+  EXPECT_EQ(agent.requests().size(), all.size());
+}
+
+TEST(ControlCommandsTest, AViewIsRepeatedUntilTheOutputEnds) {
+  FakeAgent agent(answerLine(Json::parse(R"({"zones": []})")));
+  ShortBuffer buffer(60);
+  std::ostream out(&buffer);
+  std::ostringstream err;
+  EXPECT_EQ(show({.socket = agent.path(), .what = "bsr", .watch = 1}, out, err), exitFailed);
+  EXPECT_EQ(err.str(), "pimbsr: cannot write the output\n");
+  EXPECT_EQ(agent.requests().size(), 2u);
+}
+
+TEST(ControlCommandsTest, ColorIsOfTablesAlone) {
+  FakeAgent agent(answerLine(Json::parse(R"({"zones": []})")));
+  std::ostringstream table, json, err;
+  show({.socket = agent.path(), .what = "bsr", .color = true}, table, err);
+  EXPECT_EQ(table.str(), "\x1b[1mNo BSR is known in any zone.\x1b[0m\n");
+  show({.socket = agent.path(), .what = "bsr", .json = true, .color = true}, json, err);
+  EXPECT_THAT(json.str(), testing::Not(HasSubstr("\x1b")));
+}
+
 TEST(ControlCommandsTest, WatchEndsOnceItsLinesCannotBeWritten) {
   std::string endless;
   for (int n = 0; n < 1000; ++n) endless += "{\"n\":1}\n";
@@ -221,6 +256,8 @@ TEST(ControlCommandsTest, WatchEndsOnceItsLinesCannotBeWritten) {
 TEST(ControlCommandsTest, ClearAndTraceSayWhatWasDone) {
   FakeAgent agent(answerLine(Json::object()));
   EXPECT_EQ(runAt(agent, "clear history").out, "history cleared\n");
+  EXPECT_EQ(runAt(agent, "clear bsr 239.0.0.0/8").out, "bsr of 239.0.0.0/8 cleared\n");
+  EXPECT_EQ(runAt(agent, "clear neighbors eth0").out, "neighbors on eth0 cleared\n");
   EXPECT_EQ(runAt(agent, "trace Zet 8").out, "Zet: on up to level 8, on the agent's standard error\n");
   EXPECT_EQ(runAt(agent, "trace Zet off").out, "Zet: off\n");
 }
@@ -256,8 +293,6 @@ TEST(ControlCommandsTest, OnlyTheDefaultSocketHasAReadOnlyOneToFallBackTo) {
   agent::Settings const defaults;
   EXPECT_THAT(readingSockets(""), testing::ElementsAre(defaults.controlSocket, defaults.readOnlySocket));
   EXPECT_THAT(readingSockets("/given"), testing::ElementsAre("/given"));
-  EXPECT_EQ(runAt(agent, "clear bsr 239.0.0.0/8").out, "bsr of 239.0.0.0/8 cleared\n");
-  EXPECT_EQ(runAt(agent, "clear neighbors eth0").out, "neighbors on eth0 cleared\n");
   SocketVariable variable("/from/environment");
   EXPECT_THAT(readingSockets(""), testing::ElementsAre("/from/environment"));
 }

@@ -41,6 +41,41 @@ TEST(ShowTablesTest, ViewThatLacksWhatIsShownIsRejected) {
 
 // Zones -----------------------------------------------------------------------------------------------
 
+/// The line of a zone's block that begins with a name.
+std::string factOf(std::string const& name, std::string const& members) {
+  std::string text = shown("bsr", R"({"zones": [{"zone": "239.1.0.0/16", "scoped": true, "candidate": false,
+    "state": "Accept Preferred", "bsr": {"address": "10.0.0.7", "own": false, "priority": 200,
+    "hashMaskLen": 4, "uptime": 12.0, "expiresIn": 117.7}, "bootstrapTimer": 117.7, "scopeZoneTimer": null,
+    "nextMessage": null, "ranges": 1, "rps": 1, )" +
+                                      members + "}]}");
+  std::size_t at = text.find("\n  " + name);
+  return at == std::string::npos ? "" : text.substr(at + 1, text.find('\n', at + 1) - at - 1);
+}
+
+TEST(ShowTablesTest, AZoneNamesFromWhereItIsLearnedAndThePathToItsBsr) {
+  std::string from = R"("learnedFrom": {"neighbor": "10.0.1.2", "interface": "eth0", "fragmentTag": 77,
+    "noForward": false, "ago": 12.0}, "rpf": null)";
+  EXPECT_EQ(factOf("learned from", from), "  learned from      10.0.1.2 on eth0, tag 77, 12.0 s ago");
+  std::string noForward = R"("learnedFrom": {"neighbor": "10.0.1.2", "interface": "eth0", "fragmentTag": 7,
+    "noForward": true, "ago": 1.0}, "rpf": null)";
+  EXPECT_EQ(factOf("learned from", noForward),
+            "  learned from      10.0.1.2 on eth0, tag 7, No-Forward, 1.0 s ago");
+  struct Case {
+    char const* rpf;
+    char const* text;
+  };
+  Case const cases[] = {
+      {R"({"neighbor": "10.0.1.2", "interface": "eth0", "nextHop": "10.0.1.2"})", "10.0.1.2 on eth0"},
+      {R"({"neighbor": null, "interface": null, "nextHop": null})", "none: no route to the BSR"},
+      {R"({"neighbor": null, "interface": "eth0", "nextHop": "10.0.1.9"})",
+       "none: the next hop 10.0.1.9 is no PIM neighbor on eth0"},
+      {R"({"neighbor": null, "interface": "eth0", "nextHop": null})",
+       "none: the BSR is on eth0, and no PIM neighbor there"},
+  };
+  for (Case const& c : cases)
+    EXPECT_EQ(factOf("RPF", std::string(R"("rpf": )") + c.rpf), std::string("  RPF neighbor      ") + c.text);
+}
+
 TEST(ShowTablesTest, EachZoneHasABlockOfItsBsr) {
   EXPECT_EQ(shown("bsr", R"({"zones": [
     {"zone": "224.0.0.0/4", "scoped": false, "candidate": true, "state": "Elected-BSR",
@@ -103,7 +138,8 @@ TEST(ShowTablesTest, RpSetIsATablePerZone) {
     {"zone": "224.0.0.0/4", "bsr": {"address": "10.0.0.1", "priority": 10, "hashMaskLen": 30}, "rps": 3,
      "rpSet": [
       {"range": "224.0.0.0/4", "rps": [
-        {"address": "10.0.0.4", "priority": 1, "holdtime": 90, "expiresIn": 80.0, "bidirectional": true}]},
+        {"address": "10.0.0.4", "priority": 1, "holdtime": 90, "expiresIn": 80.0, "uptime": 30.0,
+         "bidirectional": true}]},
       {"range": "239.1.0.0/16", "rps": [
         {"address": "10.0.0.2", "priority": 5, "holdtime": 150, "expiresIn": 140.0, "bidirectional": false},
         {"address": "10.0.0.30", "priority": 192, "holdtime": 0, "expiresIn": 0.0,
@@ -309,6 +345,8 @@ Candidate-RP-Advertisements are taken from senders in
   10.0.0.0/8
   192.0.2.0/24
 Sender lists: a (not there), b. Dropped since the last clear: 1 advertisement.
+Bootstrap Messages are taken of the BSRs that these lists permit.
+BSR lists: c, d (not there). Dropped since the last clear: 2 messages.
 )");
   EXPECT_EQ(
       shown("filter", R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true,
@@ -347,8 +385,6 @@ Packets
   interface  kind           received  dropped  sent  not sent
   by route   C-RP-Adv              0        0     4         1
   eth0       BSM                 100        1     0         0
-Bootstrap Messages are taken of the BSRs that these lists permit.
-BSR lists: c, d (not there). Dropped since the last clear: 2 messages.
              not PIM               2        0     0         0
              not looked at         9        9     0         0
 )");
