@@ -17,7 +17,6 @@ namespace pimbsr::agent {
 using host::Reception;
 using Lanet::IntfId;
 using Lanet::IpGenAddr;
-using ::Slosh::Fib::Route;
 using ::Slosh::Fib::RouteType;
 
 // Trace and log -----------------------------------------------------------------------------------------
@@ -170,7 +169,7 @@ void Agent::clearCounters() {
 // The kernel --------------------------------------------------------------------------------------------
 
 /// Removed links first: no RPF lookup may use a route over a link that is down.
-void Agent::kernelChanged(std::vector<Lanet::Prefix> const& routes) {
+void Agent::kernelChanged() {
   call({.kind = CauseKind::kernel}, [&] {
     for (auto& [name, applied] : applied_) {
       auto link = platform_.kernel().links.find(name);
@@ -178,20 +177,25 @@ void Agent::kernelChanged(std::vector<Lanet::Prefix> const& routes) {
           link != platform_.kernel().links.end() && link->second.up && link->second.index == applied.index;
       if (applied.speaksPim && !stays) takeDown(name, applied, false);
     }
-    followRoutes(routes);
+    followOwnAddresses();
     followLinks();
   });
 }
 
-void Agent::followRoutes(std::vector<Lanet::Prefix> const& routes) {
-  for (Lanet::Prefix const& prefix : routes) {
-    auto route = platform_.kernel().routes.find(prefix);
-    if (route == platform_.kernel().routes.end()) {
-      router_->routeDel(prefix);
-    } else {
-      router_->routeIs(prefix, route->second);
-    }
+/// An elected BSR finds by these routes that its own candidate RPs advertise to itself. All other routes are
+/// the platform's.
+void Agent::followOwnAddresses() {
+  std::set<Lanet::IpAddr> own;
+  for (auto const& [name, link] : platform_.kernel().links) {
+    for (KernelAddress const& one : link.addresses) own.insert(one.address);
   }
+  for (Lanet::IpAddr address : own_) {
+    if (!own.contains(address)) router_->routeDel({address, 32});
+  }
+  for (Lanet::IpAddr address : own) {
+    if (!own_.contains(address)) router_->routeIs({address, 32}, {.type = RouteType::local});
+  }
+  own_ = std::move(own);
 }
 
 bool Agent::speaksPim(std::string const& name) const { return settings_.interfaces.contains(name); }

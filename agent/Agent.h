@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -46,9 +47,9 @@ class Agent : private host::OwnDropSink {
   std::vector<host::ConfigError> settingsIs(Settings const& wanted);
   Settings const& settings() const { return settings_; }
 
-  /// To be called after a change of the kernel's tables: compares interfaces and addresses with the applied
-  /// ones, and reads the best routes of the given prefixes again.
-  void kernelChanged(std::vector<Lanet::Prefix> const& routes);
+  /// To be called after a change of the kernel's interfaces and addresses: compares them with the applied
+  /// ones. Routes are looked up by the platform when they are needed.
+  void kernelChanged();
   /// Whether an interface that is to speak PIM couldn't be opened; each kernelChanged() tries again.
   bool hasProblem() const;
   /// Receives one packet, from its IP header on. Returns whether the budget of its sender allows more at
@@ -118,7 +119,7 @@ class Agent : private host::OwnDropSink {
   bool open(KernelLink const& link, Applied& applied);
   void applyAddress(KernelLink const& link, Applied& applied);
   void followSenders();
-  void followRoutes(std::vector<Lanet::Prefix> const& routes);
+  void followOwnAddresses();
   bool speaksPim(std::string const& name) const;
   std::vector<Lanet::IpGenPrefix> zonesFor(Lanet::IpGenPrefix const& zone) const;
   void applyTraces(std::map<std::string, int> const& wanted);
@@ -138,6 +139,7 @@ class Agent : private host::OwnDropSink {
   std::unique_ptr<host::Observer> observer_;
   std::unique_ptr<NeighborWatch> neighbors_;
   std::map<std::string, Applied> applied_;  ///< by name
+  std::set<Lanet::IpAddr> own_;             ///< the addresses for which the router has a local route
 };
 
 }  // namespace pimbsr::agent

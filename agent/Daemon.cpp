@@ -55,7 +55,7 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers cons
       historyKeeper_(loop_, clock_, agent_.history(), helpers.state.get(), helpers.stateError),
       changeRunner_(loop_, helpers.changeCommand.get(),
                     [this] { return show(agent_.observed(), "rp-set").dump(); }),
-      interfaceTimer_(loop_, [this] { onKernelChange({}); }),
+      interfaceTimer_(loop_, [this] { onKernelChange(); }),
       logTimer_(loop_, [this] {
         flushLog();
         armTimer();
@@ -65,7 +65,7 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers cons
   raiseFileLimit();
   options_.file = std::filesystem::absolute(options.file);
   if (!options_.privilegeCheck) historyKeeper_.load();
-  agent_.kernelChanged(platform_.takeChangedRoutes());
+  agent_.kernelChanged();
   follow(settings);
   if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
     Settings const& opened = agent_.settings();
@@ -131,8 +131,8 @@ bool Daemon::onPacket(std::string const& intf, std::span<U8 const> packet) {
   return goesOn;
 }
 
-void Daemon::onKernelChange(std::vector<Lanet::Prefix> const& routes) {
-  agent_.kernelChanged(routes);
+void Daemon::onKernelChange() {
+  agent_.kernelChanged();
   if (agent_.hasProblem() && !interfaceTimer_.isRunning()) interfaceTimer_.startIn(interfaceRetry);
   armTimer();
 }
@@ -213,7 +213,7 @@ Json Daemon::answer(Request const& request) {
 void Daemon::follow(Settings const& settings) {
   bool isFollowed = agent_.settingsIs(settings).empty();
   ZET_ASSERT(isFollowed, "sound settings are followed");
-  onKernelChange({});
+  onKernelChange();
 }
 
 static std::vector<std::string> textsOf(std::string const& file, char const* kind,

@@ -40,7 +40,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
  private:
   void serve();
   bool onPacket(std::string const& intf, std::span<U8 const> packet) override;
-  void onKernelChange(std::vector<Lanet::Prefix> const& routes) override;
+  void onKernelChange() override;
   std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const override;
   std::vector<Lanet::IpAddr> advertisers() const override;
   void onChanges(std::vector<HistoryEntry> const& changes) override;

@@ -60,8 +60,7 @@ class Attributes {
 
 static_assert(std::max({IFLA_IFNAME, IFLA_MTU, IFLA_MASTER}) < 32);
 static_assert(std::max<int>({IFA_LOCAL, IFA_ADDRESS, IFA_FLAGS}) < 32);
-static_assert(std::max<int>({RTA_DST, RTA_OIF, RTA_GATEWAY, RTA_PRIORITY, RTA_PREFSRC, RTA_MULTIPATH,
-                             RTA_TABLE, RTA_VIA}) < 32);
+static_assert(std::max<int>({RTA_OIF, RTA_GATEWAY, RTA_PRIORITY, RTA_VIA}) < 32);
 
 /// The fixed part before a message's attributes; null if the message is too short.
 template <class Fixed>
@@ -113,69 +112,24 @@ std::optional<AddressRecord> readAddress(nlmsghdr const& message) {
 
 // Routes ------------------------------------------------------------------------------------------------
 
-namespace {
-
-/// One next hop of a route.
-struct Hop {
-  int interfaceIndex = 0;
-  IpAddr nextHop;
-  bool hasNextHop = false;
-  bool isDead = false;
-};
-
-}  // namespace
+static RouteType typeOf(rtmsg const& fixed, int interfaceIndex, bool hasNextHop) {
+  if (fixed.rtm_type == RTN_LOCAL) return RouteType::local;
+  if (fixed.rtm_type != RTN_UNICAST || interfaceIndex == 0) return RouteType::unset;
+  return hasNextHop ? RouteType::remote : RouteType::connected;
+}
 
 /// A next hop of another family (RTA_VIA) is a next hop, but has no IPv4 address of a neighbor.
-static Hop readHop(Attributes const& attributes, int interfaceIndex, unsigned flags) {
-  IpAddr gateway = attributes.address(RTA_GATEWAY);
-  return {.interfaceIndex = interfaceIndex,
-          .nextHop = gateway,
-          .hasNextHop = gateway != IpAddr() || attributes.has(RTA_VIA),
-          .isDead = (flags & RTNH_F_DEAD) != 0};
-}
-
-/// The first hop that isn't dead, or else the first one.
-static std::optional<Hop> chooseHop(Bytes hops) {
-  std::optional<Hop> first;
-  while (hops.size() >= sizeof(rtnexthop)) {
-    rtnexthop fixed;
-    std::memcpy(&fixed, hops.data(), sizeof fixed);
-    if (fixed.rtnh_len < sizeof fixed || fixed.rtnh_len > hops.size()) break;
-    Attributes attributes(hops.first(fixed.rtnh_len).subspan(sizeof fixed));
-    Hop hop = readHop(attributes, fixed.rtnh_ifindex, fixed.rtnh_flags);
-    if (!hop.isDead) return hop;
-    if (!first) first = hop;
-    hops = hops.subspan(std::min<std::size_t>(RTNH_ALIGN(fixed.rtnh_len), hops.size()));
-  }
-  return first;
-}
-
-static RouteType typeOf(rtmsg const& fixed, Hop const& hop) {
-  if (fixed.rtm_type == RTN_LOCAL) return RouteType::local;
-  if (fixed.rtm_type != RTN_UNICAST || hop.interfaceIndex == 0) return RouteType::unset;
-  return hop.hasNextHop ? RouteType::remote : RouteType::connected;
-}
-
 std::optional<RouteRecord> readRoute(nlmsghdr const& message) {
   auto const* fixed = fixedPart<rtmsg>(message);
-  if (fixed == nullptr || fixed->rtm_family != AF_INET || fixed->rtm_dst_len > 32) return {};
-  if (fixed->rtm_tos != 0 || (fixed->rtm_flags & RTM_F_CLONED) != 0) return {};
+  if (fixed == nullptr || fixed->rtm_family != AF_INET) return {};
   Attributes attributes = attributesOf<rtmsg>(message);
-  U32 table = attributes.word(RTA_TABLE, fixed->rtm_table);
-  if (table != RT_TABLE_MAIN && table != RT_TABLE_LOCAL) return {};
-  if (fixed->rtm_dst_len != 0 && !attributes.has(RTA_DST)) return {};
-  Hop hop = readHop(attributes, static_cast<int>(attributes.word(RTA_OIF)), fixed->rtm_flags);
-  if (attributes.has(RTA_MULTIPATH)) hop = chooseHop(attributes.bytes(RTA_MULTIPATH)).value_or(hop);
-  return RouteRecord{.prefix = {attributes.address(RTA_DST), fixed->rtm_dst_len},
-                     .inLocalTable = table == RT_TABLE_LOCAL,
-                     .metric = attributes.word(RTA_PRIORITY),
-                     .type = typeOf(*fixed, hop),
-                     .interfaceIndex = hop.interfaceIndex,
-                     .nextHop = hop.nextHop,
-                     .preferredSource = attributes.address(RTA_PREFSRC),
-                     .protocol = fixed->rtm_protocol,
-                     .scope = fixed->rtm_scope,
-                     .isDead = hop.isDead};
+  auto interfaceIndex = static_cast<int>(attributes.word(RTA_OIF));
+  IpAddr gateway = attributes.address(RTA_GATEWAY);
+  bool hasNextHop = gateway != IpAddr() || attributes.has(RTA_VIA);
+  return RouteRecord{.type = typeOf(*fixed, interfaceIndex, hasNextHop),
+                     .interfaceIndex = interfaceIndex,
+                     .nextHop = gateway,
+                     .metric = attributes.word(RTA_PRIORITY)};
 }
 
 }  // namespace pimbsr::agent

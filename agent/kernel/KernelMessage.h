@@ -33,18 +33,12 @@ struct AddressRecord {
   bool operator==(AddressRecord const&) const = default;
 };
 
-/// One of the kernel's IPv4 routes to a prefix.
+/// The kernel's answer to a request for the route to one address.
 struct RouteRecord {
-  Lanet::Prefix prefix;
-  bool inLocalTable = false;  ///< the kernel looks there first, whatever the metrics are
-  U32 metric = 0;             ///< lower wins
   ::Slosh::Fib::RouteType type = ::Slosh::Fib::RouteType::unset;
   int interfaceIndex = 0;
-  Lanet::IpAddr nextHop;          ///< 0.0.0.0 for none that has an IPv4 address
-  Lanet::IpAddr preferredSource;  ///< with the next two: distinguishes routes with the same next hop
-  U8 protocol = 0;
-  U8 scope = 0;
-  bool isDead = false;  ///< none of its next hops is reachable; a lookup skips it
+  Lanet::IpAddr nextHop;  ///< 0.0.0.0 for none that has an IPv4 address
+  U32 metric = 0;         ///< lower wins
 
   bool operator==(RouteRecord const&) const = default;
 };
@@ -57,13 +51,10 @@ std::optional<LinkRecord> readLink(nlmsghdr const& message);
 /// has the peer's too.
 std::optional<AddressRecord> readAddress(nlmsghdr const& message);
 
-/// Of RTM_NEWROUTE or RTM_DELROUTE, in the tables main and local, and not for one type of service alone. Of
-/// several next hops the first one that isn't dead is used.
+/// Of RTM_NEWROUTE, as an answer to RTM_GETROUTE for one address.
 ///
 /// A route without a destination (unreachable, blackhole, prohibit, throw), and one of broadcasts or
-/// multicast, is of type unset. It is kept since it hides shorter prefixes: without it a lookup would find
-/// the default route, and a Bootstrap message would be accepted from a neighbor to which no packet is routed.
-/// A route of this type has no RPF neighbor, and its address isn't one of this router.
+/// multicast, is of type unset: it has no RPF neighbor, and its address isn't one of this router.
 std::optional<RouteRecord> readRoute(nlmsghdr const& message);
 
 }  // namespace pimbsr::agent

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "model/Lanet.h"
-#include "model/Slosh.h"
 
 namespace pimbsr::agent {
 
@@ -34,10 +33,9 @@ struct KernelLink {
   bool operator==(KernelLink const&) const = default;
 };
 
-/// The kernel's interfaces, addresses and unicast routes as one value.
+/// The kernel's interfaces and addresses as one value.
 struct KernelView {
-  std::map<std::string, KernelLink> links;              ///< by name
-  std::map<Lanet::Prefix, ::Slosh::Fib::Route> routes;  ///< the best route of each prefix
+  std::map<std::string, KernelLink> links;  ///< by name
 
   bool operator==(KernelView const&) const = default;
 };

@@ -30,7 +30,7 @@ void LinuxPlatform::readKernel() {
   if (!isChanged) return;
   indexKernel();
   followSubnets();
-  listener_.onKernelChange(netlink_.takeChangedRoutes());
+  listener_.onKernelChange();
 }
 
 void LinuxPlatform::indexKernel() {
@@ -174,6 +174,10 @@ bool LinuxPlatform::isOnSubnet(IntfId const& intfId, IpGenAddr const& address) c
   return std::any_of(found->addresses.begin(), found->addresses.end(), [&](KernelAddress const& one) {
     return Lanet::IpGenPrefix(subnetOf(one)).contains(address);
   });
+}
+
+std::optional<::Slosh::Fib::Route> LinuxPlatform::routeTo(IpGenAddr const& address) const {
+  return netlink_.routeTo(address.v4Addr());
 }
 
 }  // namespace pimbsr::agent

@@ -23,8 +23,8 @@ class PlatformListener {
   /// A packet from its IP header on, and its incoming interface. Returns whether more of its sender may
   /// follow at once: with false, its queue rests for a moment, and the kernel drops the excess.
   virtual bool onPacket(std::string const& intf, std::span<U8 const> packet) = 0;
-  /// Interfaces, addresses or the best routes of these prefixes have changed.
-  virtual void onKernelChange(std::vector<Lanet::Prefix> const& routes) = 0;
+  /// Interfaces or addresses have changed.
+  virtual void onKernelChange() = 0;
   /// The addresses of an interface's neighbors, the most important first; called a moment after
   /// Platform::neighborsChanged(), once for all changes until then.
   virtual std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const = 0;
@@ -44,8 +44,6 @@ class LinuxPlatform final : public Platform {
   LinuxPlatform(Loop& loop, Traffic& traffic, PlatformListener& listener);
 
   KernelView const& kernel() const override { return netlink_.view(); }
-  /// Prefixes whose best route has changed since the last call; at first, those of all routes.
-  std::vector<Lanet::Prefix> takeChangedRoutes() { return netlink_.takeChangedRoutes(); }
   void open(KernelLink const& link) override;
   void close(std::string const& name) override;
   void neighborsChanged(std::string const& name) override;
@@ -58,6 +56,7 @@ class LinuxPlatform final : public Platform {
   std::vector<Lanet::IpGenAddr> secondaryAddresses(Lanet::IntfId const& intfId) const override;
   bool isOwnAddress(Lanet::IpGenAddr const& address) const override;
   bool isOnSubnet(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& address) const override;
+  std::optional<::Slosh::Fib::Route> routeTo(Lanet::IpGenAddr const& address) const override;
 
  private:
   KernelLink const* link(Lanet::IntfId const& intfId) const;

@@ -24,6 +24,8 @@ static constexpr int noticesAtOnce = 10000;
 static constexpr int attempts = 5;
 /// The kernel answers within the request's call; a longer delay must not block the timers.
 static constexpr std::chrono::seconds patience{2};
+/// The same for one route.
+static constexpr std::chrono::milliseconds routePatience{10};
 
 void CloseNetlink::operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
 
@@ -41,22 +43,19 @@ static mnl_socket* openSocket() {
 Netlink::Netlink(int receiveBuffer)
     : notices_(openSocket()), answers_(openSocket()), buffer_(maxDatagramLength) {
   setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);  // less will do
-  unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV4_ROUTE;
+  unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR;
   if (mnl_socket_bind(notices_.get(), groups, MNL_SOCKET_AUTOPID) < 0 ||
       mnl_socket_bind(answers_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
     fail("binding netlink, for the kernel's interfaces and routes");
   }
-  int nextHops = RTNLGRP_NEXTHOP;  // a kernel before 5.3 has no next hops of their own, nor this group
-  mnl_socket_setsockopt(notices_.get(), NETLINK_ADD_MEMBERSHIP, &nextHops, sizeof nextHops);
-  if (!askAnew()) fail("asking the kernel for its interfaces, addresses and routes");
+  if (!askAnew()) fail("asking the kernel for its interfaces and addresses");
 }
 
 int Netlink::fd() const { return mnl_socket_get_fd(notices_.get()); }
 
 bool Netlink::read() {
-  bool changed = followNotices();
-  if (isStale_) changed = askAnew().value_or(false) || changed;
-  return changed;
+  followNotices();
+  return isStale_ && askAnew().value_or(false);
 }
 
 // Datagrams ---------------------------------------------------------------------------------------------
@@ -87,35 +86,27 @@ static void forEachMessage(Bytes datagram, Handle handle) {
 
 /// After an overrun the kernel sends no notices until all waiting ones are read; so these are finite, and are
 /// read to the last one before the next request. Their contents are in its answer.
-bool Netlink::followNotices() {
-  bool changed = false;
+void Netlink::followNotices() {
   bool isOverrun = false;
   for (int i = 0; i < noticesAtOnce || isOverrun; ++i) {
     std::optional<Bytes> datagram = receive(notices_.get(), buffer_);
-    if (datagram && !isStale_) changed = follow(*datagram) || changed;
+    if (datagram && !isStale_) follow(*datagram);
     if (datagram) continue;
     if (errno != ENOBUFS) break;
     isOverrun = isStale_ = true;
   }
-  return changed;
 }
 
-bool Netlink::follow(Bytes datagram) {
-  bool changed = false;
+void Netlink::follow(Bytes datagram) {
   forEachMessage(datagram, [&](nlmsghdr const& message) {
-    KernelTables::Outcome outcome = tables_.follow(message);
-    if (outcome == KernelTables::Outcome::changed) changed = true;
-    if (outcome == KernelTables::Outcome::unclear) isStale_ = true;
+    if (tables_.isChangedBy(message)) isStale_ = true;
   });
-  return changed;
 }
 
 // Questions and answers ---------------------------------------------------------------------------------
 
-/// Requests links first. The kernel sends the notice of a deleted link or address before it deletes the
-/// routes, and newer kernels answer requests for routes meanwhile; those for links they answer only after
-/// such a change is complete. Returns whether the view has changed, and nothing if the kernel failed to
-/// answer.
+/// Requests links first: of an address that is added meanwhile the notice follows. Returns whether the view
+/// has changed, and nothing if the kernel failed to answer.
 std::optional<bool> Netlink::askAnew() {
   Answer answer = Answer::interrupted;
   KernelRecords records;
@@ -123,7 +114,7 @@ std::optional<bool> Netlink::askAnew() {
   for (int i = 0; i < attempts && answer == Answer::interrupted; ++i) {
     records = {};
     answer = Answer::complete;
-    for (U16 type : {RTM_GETLINK, RTM_GETADDR, RTM_GETROUTE}) {
+    for (U16 type : {RTM_GETLINK, RTM_GETADDR}) {
       Answer one = ask(type, records, until);
       if (one == Answer::failed) return {};
       if (one == Answer::interrupted) answer = one;
@@ -134,10 +125,14 @@ std::optional<bool> Netlink::askAnew() {
   return tables_.replace(std::move(records));
 }
 
-Netlink::Answer Netlink::ask(U16 type, KernelRecords& records, Clock::time_point until) {
+void Netlink::discardAnswers(Clock::time_point until) const {
   while (receive(answers_.get(), buffer_) && Clock::now() < until) {
     // The rest of an answer that timed out would keep the kernel from sending another one.
   }
+}
+
+Netlink::Answer Netlink::ask(U16 type, KernelRecords& records, Clock::time_point until) {
+  discardAnswers(until);
   if (!sendRequest(type)) return Answer::failed;
   Answer answer = Answer::complete;
   for (bool isDone = false; !isDone && answer != Answer::failed;) {
@@ -160,12 +155,9 @@ bool Netlink::sendRequest(U16 type) {
   if (type == RTM_GETLINK) {
     mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
     mnl_attr_put_u32(request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  } else if (type == RTM_GETADDR) {
+  } else {
     auto* fixed = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));
     fixed->ifa_family = AF_INET;
-  } else {
-    auto* fixed = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)));
-    fixed->rtm_family = AF_INET;
   }
   return mnl_socket_sendto(answers_.get(), request, request->nlmsg_len) >= 0;
 }
@@ -202,6 +194,50 @@ bool Netlink::takeAnswer(Bytes datagram, KernelRecords& records, Answer& answer)
     }
   });
   return isDone;
+}
+
+// One route ---------------------------------------------------------------------------------------------
+
+bool Netlink::sendRouteRequest(Lanet::IpAddr address) const {
+  alignas(nlmsghdr) std::array<char, 128> buffer{};
+  nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
+  request->nlmsg_type = RTM_GETROUTE;
+  request->nlmsg_flags = NLM_F_REQUEST;
+  request->nlmsg_seq = ++sequence_;
+  auto* fixed = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)));
+  fixed->rtm_family = AF_INET;
+  fixed->rtm_dst_len = 32;
+  mnl_attr_put_u32(request, RTA_DST, address.netWord());
+  return mnl_socket_sendto(answers_.get(), request, request->nlmsg_len) >= 0;
+}
+
+/// The answer to the last request; a record without a route if it is that there is none. Nothing if the
+/// datagram has none.
+std::optional<RouteRecord> Netlink::routeIn(Bytes datagram) const {
+  std::optional<RouteRecord> found;
+  forEachMessage(datagram, [&](nlmsghdr const& message) {
+    if (message.nlmsg_seq != sequence_) return;
+    if (message.nlmsg_type == RTM_NEWROUTE) found = readRoute(message);
+    if (message.nlmsg_type == NLMSG_ERROR) found = RouteRecord();
+  });
+  return found;
+}
+
+::Slosh::Fib::Route Netlink::routeTo(Lanet::IpAddr address) const {
+  auto until = Clock::now() + routePatience;
+  discardAnswers(until);
+  if (!sendRouteRequest(address)) return {};
+  while (waitForAnswer(until)) {
+    std::optional<Bytes> datagram = receive(answers_.get(), buffer_);
+    if (!datagram) continue;
+    std::optional<RouteRecord> record = routeIn(*datagram);
+    if (!record) continue;
+    ::Slosh::Fib::Route route{
+        .type = record->type, .intfId = tables_.nameOf(record->interfaceIndex), .metric = record->metric};
+    if (record->nextHop != Lanet::IpAddr()) route.nextHop = Lanet::IpGenAddr(record->nextHop);
+    return route;
+  }
+  return {};
 }
 
 }  // namespace pimbsr::agent

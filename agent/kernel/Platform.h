@@ -22,7 +22,7 @@ using LinkReports = std::map<std::string, LinkReport>;
 /// The system that an agent runs on: its present interfaces and routes, and the packets of its links.
 class Platform : public pim::Port {
  public:
-  /// The kernel's tables as read last.
+  /// The kernel's interfaces and addresses as read last.
   virtual KernelView const& kernel() const = 0;
   /// Begins to receive and send PIM packets on a link. Throws std::system_error.
   virtual void open(KernelLink const& link) = 0;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 #include <system_error>
 
@@ -51,6 +52,10 @@ class FakePlatform final : public agent::Platform {
     return Lanet::IpGenAddr(at->second.addresses.front().address);
   }
   bool isOwnAddress(Lanet::IpGenAddr const& address) const override { return own.contains(address); }
+  std::optional<::Slosh::Fib::Route> routeTo(Lanet::IpGenAddr const& address) const override {
+    auto at = routes.find(address);
+    return at == routes.end() ? ::Slosh::Fib::Route() : at->second;
+  }
 
   KernelLink& link(std::string const& name, std::string const& address = "") {
     KernelLink& link = view.links[name];
@@ -64,6 +69,7 @@ class FakePlatform final : public agent::Platform {
   std::vector<std::string> goodbyes;
   agent::LinkReports reports;
   std::set<Lanet::IpGenAddr> own;  ///< addresses of this system
+  std::map<Lanet::IpGenAddr, ::Slosh::Fib::Route> routes;
   std::map<std::string, int> neighborChanges;
   int advertiserChanges = 0;
   int openings = 0;
@@ -76,7 +82,7 @@ class AgentTest : public testing::Test, public agent::AgentListener {
   AgentTest() {
     platform.link("eth0", "192.0.2.9");
     settings.interfaces["eth0"] = {};
-    agent.kernelChanged({});
+    agent.kernelChanged();
     follow();
   }
   void onChanges(std::vector<HistoryEntry> const& changes) override {
@@ -109,19 +115,19 @@ class AgentTest : public testing::Test, public agent::AgentListener {
 TEST_F(AgentTest, InterfaceSpeaksPimWhileItIsConfiguredAndThereAndUp) {
   EXPECT_TRUE(speaksPim("eth0"));
   platform.link("eth1", "198.51.100.9");
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_FALSE(speaksPim("eth1")) << "it is not configured";
   settings.interfaces["eth1"] = {};
   follow();
   EXPECT_TRUE(speaksPim("eth1"));
   platform.link("eth1").up = false;
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_FALSE(speaksPim("eth1"));
   platform.link("eth1").up = true;
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_TRUE(speaksPim("eth1"));
   platform.view.links.erase("eth1");
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_FALSE(speaksPim("eth1"));
   EXPECT_TRUE(speaksPim("eth0"));
   EXPECT_THAT(platform.goodbyes, IsEmpty()) << "a link that is down carries none";
@@ -136,10 +142,10 @@ TEST_F(AgentTest, InterfaceThatIsConfiguredNoMoreSendsAGoodbye) {
 
 TEST_F(AgentTest, LinkThatWasMadeAnewUnderItsNameIsOpenedAnew) {
   EXPECT_EQ(platform.openings, 1);
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_EQ(platform.openings, 1);
   platform.link("eth0").index = 99;
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_EQ(platform.openings, 2);
   EXPECT_TRUE(speaksPim("eth0"));
 }
@@ -152,7 +158,7 @@ TEST_F(AgentTest, LinkThatCannotBeOpenedIsTriedAgainAtTheNextChangeOfTheKernel) 
   EXPECT_FALSE(pimIntf("eth1"));
   EXPECT_TRUE(speaksPim("eth0"));
   platform.failsToOpen = false;
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_TRUE(speaksPim("eth1"));
 }
 
@@ -169,36 +175,45 @@ TEST_F(AgentTest, SettingsOfAnInterfaceAreFollowedWithoutLosingItsNeighbors) {
 
 TEST_F(AgentTest, CandidateFollowsTheAddressOfItsInterfaceAlsoOfOneWithoutPim) {
   platform.link("lo", "10.255.0.1");
-  agent.kernelChanged({});
+  agent.kernelChanged();
   beCandidate("lo");
   EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.1")));
   platform.link("lo", "10.255.0.2");
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.2")));
   platform.view.links.erase("lo");
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_THAT(candidacies(), IsEmpty());
   platform.link("lo", "10.255.0.3");
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_THAT(candidacies(), ElementsAre(addr("10.255.0.3")));
 }
 
-TEST_F(AgentTest, RoutesAreReadWhereTheyChanged) {
-  Lanet::Prefix changed = Lanet::Prefix::parse("10.1.0.0/16");
-  Lanet::Prefix other = Lanet::Prefix::parse("10.2.0.0/16");
-  ::Slosh::Fib::Route route{.type = RouteType::remote, .intfId = intf("eth0"), .nextHop = addr("192.0.2.1")};
-  platform.view.routes = {{changed, route}, {other, route}};
-  agent.kernelChanged({changed});
+TEST_F(AgentTest, RouteToABsrIsThatOfTheSystemAtThatTime) {
   pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
-  auto rpf = [&](char const* address) {
-    return agent.router().gate()->rpfTable()->doLookup(addr(address), {}).rpfNeighbor;
+  auto rpf = [&] { return agent.router().gate()->rpfTable()->doLookup(addr("10.1.0.1"), {}).rpfNeighbor; };
+  EXPECT_TRUE(rpf().isEmpty());
+  platform.routes[addr("10.1.0.1")] = {
+      .type = RouteType::remote, .intfId = intf("eth0"), .nextHop = addr("192.0.2.1")};
+  EXPECT_EQ(rpf(), addr("192.0.2.1"));
+  EXPECT_EQ(agent.router().rpfPath(addr("10.1.0.1")).route.nextHop, addr("192.0.2.1"));
+  platform.routes.clear();
+  EXPECT_TRUE(rpf().isEmpty());
+}
+
+TEST_F(AgentTest, OwnAddressesAreLocalToTheEngine) {
+  auto isLocal = [&](char const* address) {
+    auto routes = agent.router().crpGate()->ucastRouteStatus();
+    return routes->bestRoute(addr(address)).type == RouteType::local;
   };
-  EXPECT_EQ(rpf("10.1.0.1"), addr("192.0.2.1"));
-  EXPECT_TRUE(rpf("10.2.0.1").isEmpty());
-  platform.view.routes.erase(changed);
-  agent.kernelChanged({changed, other});
-  EXPECT_TRUE(rpf("10.1.0.1").isEmpty());
-  EXPECT_EQ(rpf("10.2.0.1"), addr("192.0.2.1"));
+  EXPECT_TRUE(isLocal("192.0.2.9"));
+  platform.link("lo", "10.255.0.1");
+  agent.kernelChanged();
+  EXPECT_TRUE(isLocal("10.255.0.1"));
+  platform.link("eth0", "192.0.2.10");
+  agent.kernelChanged();
+  EXPECT_FALSE(isLocal("192.0.2.9"));
+  EXPECT_TRUE(isLocal("192.0.2.10"));
 }
 
 TEST_F(AgentTest, InvalidSettingsChangeNothing) {
@@ -296,7 +311,7 @@ TEST_F(AgentTest, AddressesOfNeighborsReachTheSystemOnceTheyChange) {
   hear("192.0.2.7", 0, {});
   EXPECT_THAT(neighborsOf("eth0"), ElementsAre("192.0.2.5"));
   platform.link("eth0").index = 99;
-  agent.kernelChanged({});
+  agent.kernelChanged();
   EXPECT_THAT(neighborsOf("eth0"), IsEmpty()) << "an interface that is opened anew has no neighbors yet";
 }
 
@@ -338,7 +353,7 @@ TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnRng) {
   std::set<Zet::U32> generations;
   for (int i = 0; i < 3; ++i) {
     agent::Agent other(clock, platform, traffic, *this);
-    other.kernelChanged({});
+    other.kernelChanged();
     EXPECT_THAT(other.settingsIs(settings), IsEmpty());
     generations.insert(other.router().hello(intf("eth0"))->generationId());
   }

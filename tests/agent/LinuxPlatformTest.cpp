@@ -23,7 +23,7 @@ using Zet::U8;
 class FakeListener final : public agent::PlatformListener {
  public:
   bool onPacket(std::string const&, std::span<U8 const>) override { return true; }
-  void onKernelChange(std::vector<Lanet::Prefix> const&) override {}
+  void onKernelChange() override {}
   std::vector<IpAddr> neighborsOf(std::string const& intf) const override {
     asked.push_back(intf);
     return neighbors;

@@ -144,6 +144,29 @@ class OperatorTest(unittest.TestCase):
         up = "interface eth-r1: up, with 10.0.1.2"
         wait_until(lambda: r2.log.read_text().count(up) == 2, "it is up again")
 
+    # Routes ------------------------------------------------------------------------------------------
+
+    def test_many_routes(self):
+        """A link that flaps delays no timer more, and memory does not grow, however many routes there are."""
+        count = int(os.environ.get("PIMBSR_LAB_ROUTES", "5000"))
+        lab = self.lab(records=False)
+        (r1, r2, r3), links = lab.chain("r1", "r2", "r3")
+        r1.config(candidate_bsr() + candidate_rp())
+        lab.start()
+        wait_all((r2, r3), bsr_of, "10.255.0.1", "all follow r1")
+        few, before = lateness_of_flaps(r2, links[1]), resident_of(r2)
+        batch = r2.folder / "routes"
+        batch.write_text("".join(f"route add 172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32 via 10.0.1.1\n"
+                                 for i in range(count)))
+        r2.ip("-batch", batch)
+        many = lateness_of_flaps(r2, links[1])
+        self.assertLess(many, max(0.02, 2 * few))
+        self.assertLess(resident_of(r2), before + 2048, "KiB")
+        wait_all((r2, r3), bsr_of, "10.255.0.1", "all still follow r1")
+        batch.write_text(batch.read_text().replace("route add", "route del"))
+        r2.ip("-batch", batch)
+        self.assertLess(resident_of(r2), before + 2048, "KiB")
+
     # The change command ------------------------------------------------------------------------------
 
     def test_hanging_change_command(self):
@@ -177,6 +200,27 @@ class OperatorTest(unittest.TestCase):
         r2.stop()
         last = json.loads(result.read_text().splitlines()[-1])
         self.assertEqual("10.255.0.1", last["zones"][0]["rpSet"][0]["rps"][0]["address"])
+
+
+def lateness_of_flaps(router, link):
+    """How late the latest timer of a router was served, in seconds, while a link flapped."""
+    router.command("clear", "counters")
+    for _ in range(10):
+        link.set(router, "down")
+        link.set(router, "up")
+    time.sleep(1)
+    return router.show("counters")["timers"]["worstLateness"]
+
+
+def resident_of(router):
+    """KiB of memory that the agent of a router holds."""
+    with open(f"/proc/{process_of_agent(router)}/status") as file:
+        return next(int(line.split()[1]) for line in file if line.startswith("VmRSS"))
+
+
+def process_of_agent(router):
+    """The process of a router's agent: that which `ip netns exec` has become."""
+    return router.agent.process.pid
 
 
 def processes_below(pid):
