@@ -9,6 +9,8 @@
 #include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -64,10 +66,14 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers cons
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
   raiseFileLimit();
   options_.file = std::filesystem::absolute(options.file);
-  if (!options_.privilegeCheck) historyKeeper_.load();
+  if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
+    std::vector<std::string> conflicts = claim(settings);
+    if (!conflicts.empty()) throw std::runtime_error(fmt::format("{}", fmt::join(conflicts, "; ")));
+    historyKeeper_.load();
+  }
   agent_.kernelChanged();
   follow(settings);
-  if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
+  if (!options_.privilegeCheck) {
     Settings const& opened = agent_.settings();
     openControl({.path = opened.controlSocket});
     openControl({.path = opened.readOnlySocket,
@@ -216,6 +222,16 @@ void Daemon::follow(Settings const& settings) {
   onKernelChange();
 }
 
+/// Claims the interfaces of settings; returns why it can't, with those of before still claimed.
+std::vector<std::string> Daemon::claim(Settings const& settings) {
+  std::set<std::string> names;
+  for (auto const& [name, intf] : settings.interfaces) names.insert(name);
+  std::vector<std::string> conflicts;
+  for (InterfaceClaims::Conflict const& conflict : claims_.claim(names))
+    conflicts.push_back(textOf(conflict));
+  return conflicts;
+}
+
 static std::vector<std::string> textsOf(std::string const& file, char const* kind,
                                         std::vector<ConfigFinding> const& findings) {
   std::vector<std::string> texts;
@@ -231,6 +247,8 @@ view::Reload Daemon::reload() {
                       .errors = textsOf(reading.file, "error", reading.errors),
                       .warnings = textsOf(reading.file, "warning", lint(reading))};
   if (result.applied) result.needsRestart = needRestart(agent_.settings(), reading.settings);
+  if (result.applied) result.errors = claim(reading.settings);
+  result.applied = result.errors.empty();
   std::string before = writeJson(agent_.settings()).dump();
   if (result.applied) follow(withFormerPlaces(reading.settings));
   logReload(result, changesOf(before, writeJson(agent_.settings()).dump()));

@@ -16,6 +16,7 @@
 #include "agent/base/Loop.h"
 #include "agent/control/ControlServer.h"
 #include "agent/kernel/LinuxPlatform.h"
+#include "agent/process/InterfaceClaims.h"
 #include "view/Answers.h"
 
 namespace pimbsr::agent {
@@ -27,8 +28,8 @@ namespace pimbsr::agent {
 /// SIGHUP reloads the file.
 class Daemon final : private PlatformListener, private AgentListener, private RequestHandler {
  public:
-  /// Opens sockets and files and applies the settings. The helpers outlive it. Throws ControlError, or
-  /// std::system_error.
+  /// Opens sockets and files and applies the settings. The helpers outlive it. Throws ControlError,
+  /// std::system_error, or std::runtime_error where another agent speaks PIM on one of its interfaces.
   Daemon(RunOptions const& options, Settings const& settings, Helpers const& helpers);
   Daemon(Daemon const&) = delete;
   Daemon& operator=(Daemon const&) = delete;
@@ -57,6 +58,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   view::Reload reload();
   void logReload(view::Reload const& result, std::string const& changes);
   void follow(Settings const& settings);
+  std::vector<std::string> claim(Settings const& settings);
   Settings withFormerPlaces(Settings wanted) const;
   void changeTrace(Request const& request);
   void clear(Request const& request);
@@ -65,6 +67,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   RunOptions options_;
   Clock clock_;
   Loop loop_;
+  InterfaceClaims claims_;
   Traffic traffic_;
   LinuxPlatform platform_;
   Agent agent_;

@@ -144,7 +144,7 @@ class OperatorTest(unittest.TestCase):
         up = "interface eth-r1: up, with 10.0.1.2"
         wait_until(lambda: r2.log.read_text().count(up) == 2, "it is up again")
 
-    # Routes ------------------------------------------------------------------------------------------
+    # Routes and other agents -------------------------------------------------------------------------
 
     def test_many_routes(self):
         """A link that flaps delays no timer more, and memory does not grow, however many routes there are."""
@@ -166,6 +166,23 @@ class OperatorTest(unittest.TestCase):
         batch.write_text(batch.read_text().replace("route add", "route del"))
         r2.ip("-batch", batch)
         self.assertLess(resident_of(r2), before + 2048, "KiB")
+
+    def test_second_agent(self):
+        """A second agent on an interface of the first does not start and names it; neither does a reload add
+        such an interface."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config()
+        r1.start()
+        first = process_of_agent(r1)
+        file, socket = r1.folder / "second.toml", r1.folder / "second.sock"
+        file.write_text(f'[interface.eth-r2]\n[control]\nsocket = "{socket}"\n[state]\ndirectory = ""\n')
+        words = ["ip", "netns", "exec", r1.namespace, str(lab.command), "run", "--config", str(file)]
+        second = subprocess.run([*words, *lab.run_options], capture_output=True, text=True, timeout=60)
+        self.assertEqual(1, second.returncode)
+        self.assertIn(f"interface eth-r2: process {first} is an agent that speaks PIM there", second.stderr)
+        r1.stop()
+        r1.start()
 
     # The change command ------------------------------------------------------------------------------
 
