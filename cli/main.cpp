@@ -2,6 +2,7 @@
 #include <functional>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "agent/base/Version.h"
@@ -11,6 +12,7 @@
 #include "cli/replay/ReplayCommand.h"
 #include "cli/replay/ReplayOptions.h"
 #include "cli/run/RunOptions.h"
+#include "cli/show/Complete.h"
 #include "cli/show/ControlOptions.h"
 #include "cli/sim/RandomCommand.h"
 #include "cli/sim/SimCommand.h"
@@ -213,6 +215,8 @@ static int run(int argc, char** argv) {
   CLI::App& sim = addSim(app, simOptions, randomOptions);
   WebOptions webOptions;
   CLI::App& web = addWeb(app, webOptions);
+  if (argc > 1 && std::string_view(argv[1]) == "__complete")  // no command of its own, so that help has none
+    return complete(app, {argv + 2, argv + argc}, std::cout, std::cerr);
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& end) {

@@ -87,6 +87,13 @@ if(TARGET pimbsr-command)
   set_tests_properties(headers-alone PROPERTIES LABELS script TIMEOUT 600)
 endif()
 
+# Each shell completes command lines of the built command.
+if(TARGET pimbsr-command)
+  add_test(NAME shell-completion COMMAND ${Python3_EXECUTABLE} -B
+    ${PROJECT_SOURCE_DIR}/tests/shell/completion_test.py $<TARGET_FILE:pimbsr-command>)
+  set_tests_properties(shell-completion PROPERTIES LABELS script TIMEOUT 120)
+endif()
+
 # What the documents name is looked up, and what they show is run.
 if(TARGET pimbsr-command)
   add_test(NAME docs COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/docs/docs_test.py

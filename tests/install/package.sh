@@ -40,6 +40,8 @@ in_root dpkg --install /tmp/pimbsr.deb >$root/tmp/dpkg.log || fail "dpkg: $(cat 
 for file in usr/bin/pimbsr etc/pimbsr/pimbsr.toml usr/lib/systemd/system/pimbsr.service \
   usr/lib/systemd/system/pimbsr-web.service usr/lib/systemd/system/pimbsr-metrics.socket \
   usr/share/pimbsr/prometheus/pimbsr.rules.yml usr/share/pimbsr/prometheus/pimbsr-dashboard.json \
+  usr/share/bash-completion/completions/pimbsr usr/share/zsh/vendor-completions/_pimbsr \
+  usr/share/fish/vendor_completions.d/pimbsr.fish \
   usr/share/man/man8/pimbsr.8.gz usr/share/doc/pimbsr/README.md usr/include/pimbsr/host/Router.h; do
   [[ -e $root/$file ]] || fail "/$file is not installed"
 done
