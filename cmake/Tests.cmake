@@ -158,7 +158,7 @@ endif()
 # Routers on the real kernel, one scenario each, side by side in namespaces of their own. A filter of system
 # calls stops the leak check at the end of a process, so that is valgrind's task (scripts/test).
 if(TARGET pimbsr-command)
-  foreach(file lab operator)
+  foreach(file lab operator trouble)
     set(path ${PROJECT_SOURCE_DIR}/tests/lab/${file}_test.py)
     file(STRINGS ${path} scenarios REGEX "^    def test_")
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${path})
