@@ -7,6 +7,7 @@ option(PIMBSR_UNITY "Compile several sources at once" OFF)
 set(unity_alone
   wire/Ipv4.cpp host/Observer.cpp
   agent/ChangeRunner.cpp agent/EventLog.cpp agent/NeighborWatch.cpp agent/config/ConfigLint.cpp
+  agent/views/Metrics.cpp
   agent/process/HelperProcess.cpp agent/process/Privileges.cpp agent/process/StateWriterProcess.cpp
   agent/queues/PacketFilter.cpp agent/queues/PimSocket.cpp
   tests/agent/ConfigLintTest.cpp tests/agent/ControlProtocolTest.cpp tests/agent/KernelTablesTest.cpp
@@ -15,7 +16,7 @@ set(unity_alone
   tests/crp/RootRpCandidateTest.cpp tests/crp/RpCandidateTest.cpp tests/crp/RpTreeTest.cpp
   tests/crp/StateTableTest.cpp
   tests/host/QuotasTest.cpp tests/host/RpBoundsTest.cpp
-  tests/wire/CrpAdvTest.cpp tests/wire/HelloTest.cpp)
+  tests/view/DigestTest.cpp tests/wire/CrpAdvTest.cpp tests/wire/HelloTest.cpp)
 
 function(pimbsr_unity target)
   if(NOT PIMBSR_UNITY)

@@ -35,13 +35,13 @@ FakeAgent::Answer answers(std::string const& bsr, std::string const& digest) {
   };
 }
 
-struct Run {
+struct Outcome {
   int code;
   std::string out;
   std::string err;
 };
 
-Run compared(CompareOptions const& options) {
+Outcome compared(CompareOptions const& options) {
   std::ostringstream out;
   std::ostringstream err;
   int code = compareAgents(options, out, err);
@@ -51,7 +51,7 @@ Run compared(CompareOptions const& options) {
 TEST(CompareCommandTest, AgentsThatAgreeGive0) {
   FakeAgent one(answers("10.0.1.1", "7f8c5d15"));
   FakeAgent other(answers("10.0.1.1", "7f8c5d15"));
-  Run run = compared({.agents = {"r1=" + one.path(), "r2=" + other.path()}});
+  Outcome run = compared({.agents = {"r1=" + one.path(), "r2=" + other.path()}});
   EXPECT_EQ(run.code, exitOk);
   EXPECT_EQ(run.err, "");
   EXPECT_EQ(run.out, R"(Zone 224.0.0.0/4: all agree
@@ -64,7 +64,7 @@ TEST(CompareCommandTest, AgentsThatAgreeGive0) {
 TEST(CompareCommandTest, AgentsThatDisagreeOrAreSilentGive1) {
   FakeAgent one(answers("10.0.1.1", "7f8c5d15"));
   FakeAgent other(answers("", "6f592f5a"));
-  Run run = compared({.agents = {"r1=" + one.path(), "r2=" + other.path(), "r3=/nowhere/x.sock"}});
+  Outcome run = compared({.agents = {"r1=" + one.path(), "r2=" + other.path(), "r3=/nowhere/x.sock"}});
   EXPECT_EQ(run.code, exitFailed);
   EXPECT_THAT(run.out, StartsWith(R"(Zone 224.0.0.0/4: not all agree
   router  BSR       priority  ranges  RPs  digest    agrees  why not
@@ -78,7 +78,7 @@ Agents that do not answer
 
 TEST(CompareCommandTest, JsonHasAllOfIt) {
   FakeAgent one(answers("10.0.1.1", "7f8c5d15"));
-  Run run = compared({.agents = {one.path()}, .json = true});
+  Outcome run = compared({.agents = {one.path()}, .json = true});
   EXPECT_EQ(run.code, exitOk);
   Json read = Json::parse(run.out);
   EXPECT_EQ(read["agree"], true);
@@ -106,7 +106,7 @@ TEST(CompareCommandTest, WrongArgumentsAreExplained) {
 
 TEST(CompareCommandTest, AnswerOfAnotherVersionIsAnError) {
   FakeAgent one(agent::answerLine(Json::parse(R"({"moods": []})")));
-  Run run = compared({.agents = {"r1=" + one.path()}});
+  Outcome run = compared({.agents = {"r1=" + one.path()}});
   EXPECT_EQ(run.code, exitFailed);
   EXPECT_THAT(run.out, HasSubstr("is not understood"));
 }
