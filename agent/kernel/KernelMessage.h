@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "agent/kernel/KernelView.h"
+#include "model/Slosh.h"
 #include "runtime/Types.h"
 
 /// Decodes messages of rtnetlink into records, without reading beyond their ends. Each message is aligned to
