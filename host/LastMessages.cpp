@@ -9,13 +9,14 @@ namespace pimbsr::host {
 
 using Lanet::IpGenPrefix;
 
-void LastMessages::note(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage const& message) {
+void LastMessages::note(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& sender,
+                        Routing::Pim::Packet::BootstrapMessage const& message) {
   IpGenPrefix zone = zoneOf(message);
   auto elected = root_.bsrStatus()->bootstrapRouter(zone);
   if (!elected || elected->ipAddr() != message.bsrAddress()) return;
   if (byZone_.size() > root_.candidateSmCount() + root_.nonCandidateSmCount()) dropEnded();
   byZone_[zone] = {.intfId = intfId,
-                   .sender = message.srcAddr(),
+                   .sender = sender,
                    .fragmentTag = message.fragmentTag(),
                    .forward = message.forward(),
                    .time = Zet::now()};

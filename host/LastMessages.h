@@ -23,8 +23,10 @@ class PIMBSR_API LastMessages {
   explicit LastMessages(Routing::Pim::Bsr::PimBsrSm const& root) : root_(root) {}
 
   /// To be called for a Bootstrap Message that the gate has accepted; one that its zone's machine does not
-  /// follow is not noted. O(log n) of the zones; once per zone that has ended, O(n).
-  void note(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage const& message);
+  /// follow is not noted. The sender is that of the packet, since a message that was forwarded has lost its
+  /// source. O(log n) of the zones; once per zone that has ended, O(n).
+  void note(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& sender,
+            Routing::Pim::Packet::BootstrapMessage const& message);
   /// The last one of a zone; null where none was received since the zone was forgotten. Valid until the next
   /// change.
   LastMessage const* find(Lanet::IpGenPrefix const& zone) const;

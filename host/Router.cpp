@@ -433,7 +433,7 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
   bool isDropped = dropped(throughGate(*bsmInfo_, intfId, verdict.passed), reception);
   reception.droppedRanges = isDropped ? 0 : verdict.dropped;
   if (isDropped) return;
-  lastMessages_->note(intfId, *verdict.passed);
+  lastMessages_->note(intfId, reception.source, *verdict.passed);
   correctors_->handleAccepted(verdict.passed);
 }
 

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "host/LastMessages.h"
 #include "tests/host/IngressSupport.h"
 
 namespace test {
@@ -49,7 +50,7 @@ class BsmPolicyTest : public testing::TestWithParam<bool> {
   /// A list that permits one prefix.
   AddressLists permitting(std::string const& senders) const {
     pimbsr::host::Configuration configuration;
-    Acl::IpRuleConfig rule{.action = Acl::Action::permit};
+    Acl::IpRuleConfig rule{Acl::Action::permit, {}};
     rule.filter.source = prefix(senders).address().v4Addr();
     rule.filter.sourceMask = Lanet::IpAddr::fromHost(~0u << (32 - prefix(senders).length()));
     configuration.accessLists["bsrs"][10] = rule;
@@ -122,6 +123,7 @@ TEST_P(BsmPolicyTest, AClosedInterfaceTakesAndSendsNoBootstrapMessages) {
 TEST_P(BsmPolicyTest, ANewNeighborOnAClosedInterfaceGetsNothing) {
   router.bsmPolicyIs({.closed = {intf("eth1")}});
   EXPECT_EQ(reasonFor(from("10.0.0.1")), "");
+  run(6);
   port.sentOn.clear();
   auto hello = bytesOf(HelloMessage{.drPriority = 0, .generationId = 1});
   router.receive(intf("eth1"), packetOf(hello, {"198.51.100.2"}));

@@ -1,6 +1,6 @@
-#include <algorithm>
-#include <limits>
+#include <memory>
 
+#include "host/LastMessages.h"
 #include "tests/host/IngressSupport.h"
 
 namespace test {
@@ -221,11 +221,11 @@ TEST_P(ClearingTest, AnElectedBsrStaysAndItsRpSetCanBeCleared) {
   EXPECT_TRUE(entry("224.0.0.0/4") && range("224.0.0.0/4"));
   router->clearRpSet(prefix("224.0.0.0/4"));
   EXPECT_FALSE(range("224.0.0.0/4"));
-  EXPECT_EQ(sentToNewNeighbor(), 0);
+  EXPECT_FALSE(router->root()->candidateSm(prefix("224.0.0.0/4"))->lastBsm());
   advertise();
   EXPECT_TRUE(range("224.0.0.0/4"));
   run(60);
-  EXPECT_EQ(sentToNewNeighbor(), 1);
+  EXPECT_GE(sentToNewNeighbor(), 1);
 }
 
 TEST_P(ClearingTest, AnRpSetIsClearedAndTheBsrStays) {
