@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <optional>
@@ -18,8 +17,8 @@ namespace pimbsr::agent {
 namespace {
 
 /// An abstract address: its first byte is 0, and its length counts.
-struct Address {
-  explicit Address(std::string const& interface) {
+struct AbstractAddress {
+  explicit AbstractAddress(std::string const& interface) {
     std::string name = "pimbsr/interface/" + interface;
     std::size_t length = std::min(name.size(), sizeof value.sun_path - 1);
     value.sun_family = AF_UNIX;
@@ -42,12 +41,15 @@ bool countsAsAgent(uid_t user) {
   return user == 0 || user == geteuid() || user == serviceUser;
 }
 
+/// Questions of other agents that wait: each stays, since no claim takes them.
+constexpr int maxQuestions = SOMAXCONN;
+
 /// The process that listens at an address; nothing if none does, or one that doesn't count.
-std::optional<pid_t> listenerAt(Address const& address) {
+std::optional<pid_t> listenerAt(AbstractAddress const& address) {
   FileDescriptor client = newSocket();
   ucred peer{};
   socklen_t size = sizeof peer;
-  bool isThere = connect(client.get(), address.get(), address.size) == 0 || errno == EAGAIN;
+  bool isThere = connect(client.get(), address.get(), address.size) == 0;
   if (!isThere || getsockopt(client.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) < 0) return {};
   if (!countsAsAgent(peer.uid)) return {};
   return peer.pid;
@@ -60,9 +62,9 @@ std::vector<InterfaceClaims::Conflict> InterfaceClaims::claim(std::set<std::stri
   std::map<std::string, FileDescriptor> added;
   for (std::string const& interface : interfaces) {
     if (claims_.contains(interface)) continue;
-    Address address(interface);
+    AbstractAddress address(interface);
     FileDescriptor socket = newSocket();
-    if (bind(socket.get(), address.get(), address.size) == 0 && listen(socket.get(), 1) == 0) {
+    if (bind(socket.get(), address.get(), address.size) == 0 && listen(socket.get(), maxQuestions) == 0) {
       added.emplace(interface, std::move(socket));
     } else if (std::optional<pid_t> other = listenerAt(address)) {
       conflicts.push_back({interface, *other});
