@@ -12,8 +12,8 @@ install(FILES packaging/pimbsr.service packaging/pimbsr-web.service packaging/pi
   packaging/pimbsr-metrics.socket DESTINATION lib/systemd/system)
 install(FILES packaging/prometheus/pimbsr.rules.yml packaging/prometheus/pimbsr-dashboard.json
   DESTINATION ${CMAKE_INSTALL_DATADIR}/pimbsr/prometheus)
-install(FILES packaging/completion/pimbsr.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-  RENAME pimbsr)
+install(FILES packaging/completion/pimbsr.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pimbsr)
 install(FILES packaging/completion/_pimbsr DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 install(FILES packaging/completion/pimbsr.fish
   DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)

@@ -82,8 +82,8 @@ view::Bsr showBsr(Observed const& observed) {
 
 // The RP set of each zone -------------------------------------------------------------------------------
 
-/// The ranges of a zone that a prefix asks for: all for the empty one and for the zone itself, else those that
-/// cover it or lie within.
+/// The ranges of a zone that a prefix asks for: all for the empty one and for the zone itself, else those
+/// that cover it or lie within.
 static void restrict(ZoneView& zone, Lanet::IpGenPrefix const& prefix) {
   if (prefix.isEmpty() || zone.zone == prefix) return;
   std::erase_if(zone.rpSet, [&](RangeView const& range) {

@@ -64,7 +64,9 @@ Json viewOf(Line const& line, char const* what) {
 Words namesIn(Json const& view, char const* list, char const* member) {
   Words names;
   if (!view.is_object() || !view.contains(list)) return names;
-  for (Json const& one : view[list]) names.push_back(one.value(member, ""));
+  for (Json const& one : view[list]) {
+    if (one.is_object()) names.push_back(one.value(member, ""));
+  }
   return names;
 }
 

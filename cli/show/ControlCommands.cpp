@@ -132,13 +132,13 @@ static void writeOnce(ShowOptions const& options, std::ostream& out) {
 }
 
 ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) {
-  static constexpr char const* clearScreen = "\x1b[H\x1b[J";
+  static constexpr char const* homeAndErase = "\x1b[H\x1b[J";
   return run(out, err, [&] {
     for (bool isFirst = true; isFirst || options.watch > 0; isFirst = false) {
       std::ostringstream text;
       writeOnce(options, text);
       if (!isFirst && !options.color) out << '\n';
-      if (options.watch > 0 && options.color) out << clearScreen;
+      if (options.watch > 0 && options.color) out << homeAndErase;
       out << (options.color && !options.json ? colored(text.str()) : text.str()) << std::flush;
       if (!out) break;
       if (options.watch > 0) std::this_thread::sleep_for(std::chrono::seconds(options.watch));

@@ -196,11 +196,11 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
       "f");
   ASSERT_TRUE(reading.isSound());
   auto json = writeJson(reading.settings);
-  EXPECT_EQ(
-      json["interfaces"].dump(),
-      R"({"eth0":{"pim":true,"hello":true,)"
-      R"("drPriority":7,"helloInterval":30,"bsm":true,"border":["239.1.0.0/16"],"borderLists":[],"exactBorders":false},)"
-      R"("eth1":{"pim":false,"border":[],"borderLists":["a"],"exactBorders":false}})");
+  EXPECT_EQ(json["interfaces"].dump(),
+            R"({"eth0":{"pim":true,"hello":true,)"
+            R"("drPriority":7,"helloInterval":30,"bsm":true,)"
+            R"("border":["239.1.0.0/16"],"borderLists":[],"exactBorders":false},)"
+            R"("eth1":{"pim":false,"border":[],"borderLists":["a"],"exactBorders":false}})");
   EXPECT_EQ(json["candidateBsrs"].dump(),
             R"([{"interface":"eth0","groups":["224.0.0.0/4"],"lists":[],"priority":9,"hashMaskLen":30,)"
             R"("bsPeriod":60}])");

@@ -225,7 +225,7 @@ TEST(ControlCommandsTest, AllHasEachViewThatNeedsNothingMore) {
 
 TEST(ControlCommandsTest, AViewIsRepeatedUntilTheOutputEnds) {
   FakeAgent agent(answerLine(Json::parse(R"({"zones": []})")));
-  ShortBuffer buffer(60);
+  ShortBuffer buffer(40);
   std::ostream out(&buffer);
   std::ostringstream err;
   EXPECT_EQ(show({.socket = agent.path(), .what = "bsr", .watch = 1}, out, err), exitFailed);

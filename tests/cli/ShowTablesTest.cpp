@@ -152,14 +152,14 @@ TEST(ShowTablesTest, RpSetIsATablePerZone) {
          "bidirectional": false}]}]}]})"),
             R"(
 Zone 224.0.0.0/4, BSR 10.0.0.1, 3 entries (lower priority wins)
-  group range   RP         priority  holdtime  expires in  mode
-  224.0.0.0/4   10.0.0.4          1      90 s  80.0 s      bidirectional
-  239.1.0.0/16  10.0.0.2          5     150 s  2m 20s      sparse
-                10.0.0.30       192       0 s  withdrawn   sparse
+  group range   RP         priority  holdtime  expires in  uptime  mode
+  224.0.0.0/4   10.0.0.4          1      90 s  80.0 s      30.0 s  bidirectional
+  239.1.0.0/16  10.0.0.2          5     150 s  2m 20s           -  sparse
+                10.0.0.30       192       0 s  withdrawn        -  sparse
 
 Zone 239.255.0.0/16, no BSR, 1 entry (lower priority wins)
-  group range     RP        priority  holdtime  expires in  mode
-  239.255.0.0/16  10.0.0.2         5     150 s      40.0 s  sparse
+  group range     RP        priority  holdtime  expires in  uptime  mode
+  239.255.0.0/16  10.0.0.2         5     150 s      40.0 s       -  sparse
 )");
   EXPECT_EQ(shown("rp-set", R"({"zones": []})"), "\nNo RP is known in any zone.\n");
 }
@@ -338,8 +338,8 @@ Group ranges whose Bootstrap Messages don't cross an interface
 TEST(ShowTablesTest, FilterNamesWhoIsPermitted) {
   EXPECT_EQ(shown("filter",
                   R"({"lists": ["a", "b"], "absentLists": ["a"], "permitted": ["10.0.0.0/8", "192.0.2.0/24"],
-    "permitsAll": false, "dropped": 1, "bsrLists": ["c", "d"], "absentBsrLists": ["d"], "permitsAllBsrs": false,
-    "droppedBsms": 2})"),
+    "permitsAll": false, "dropped": 1, "bsrLists": ["c", "d"], "absentBsrLists": ["d"],
+    "permitsAllBsrs": false, "droppedBsms": 2})"),
             R"(
 Candidate-RP-Advertisements are taken from senders in
   10.0.0.0/8

@@ -156,8 +156,8 @@ class OperatorTest(unittest.TestCase):
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all follow r1")
         few, before = lateness_of_flaps(r2, links[1]), resident_of(r2)
         batch = r2.folder / "routes"
-        batch.write_text("".join(f"route add 172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32 via 10.0.1.1\n"
-                                 for i in range(count)))
+        prefixes = [f"172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32" for i in range(count)]
+        batch.write_text("".join(f"route add {prefix} via 10.0.1.1\n" for prefix in prefixes))
         r2.ip("-batch", batch)
         many = lateness_of_flaps(r2, links[1])
         self.assertLess(many, max(0.02, 2 * few))
