@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace pimbsr::cli {
 
