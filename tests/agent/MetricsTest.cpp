@@ -241,8 +241,10 @@ TEST_F(MetricsTest, FloodsOfAllKindsMakeAtMostTwoThousandSeries) {
   EXPECT_GT(seriesOf(text), 1500);  // the flood fills its bounds
   std::set<std::string> names;
   std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);)
-    if (!line.starts_with('#')) EXPECT_TRUE(names.insert(line.substr(0, line.rfind(' '))).second) << line;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with('#')) continue;
+    EXPECT_TRUE(names.insert(line.substr(0, line.rfind(' '))).second) << line;
+  }
 }
 
 TEST_F(MetricsTest, InterfacesBeyondTheBoundAreSummedUp) {
@@ -277,8 +279,10 @@ TEST_F(MetricsTest, EachMetricHasASeriesOnceItHasACause) {
   keepAnswer("metrics", {{"text", text}});
   std::istringstream lines(text);
   std::string last;
-  for (std::string line; std::getline(lines, line); last = line)
-    if (line.starts_with("# HELP")) EXPECT_FALSE(last.starts_with("# TYPE")) << last;
+  for (std::string line; std::getline(lines, line); last = line) {
+    if (!line.starts_with("# HELP")) continue;
+    EXPECT_FALSE(last.starts_with("# TYPE")) << last;
+  }
 }
 
 TEST_F(MetricsTest, TimersAndTheProcessAreReported) {

@@ -97,7 +97,7 @@ TEST(CompareCommandTest, WrongArgumentsAreExplained) {
                         {{"r 1=x"}, "is not NAME=SOCKET"},
                         {{"r1=x", "r1=y"}, "two agents are called 'r1'"}};
   for (Case const& c : cases) {
-    Run run = compared({.agents = c.agents});
+    Outcome run = compared({.agents = c.agents});
     EXPECT_EQ(run.code, exitUsage) << c.text;
     EXPECT_THAT(run.err, HasSubstr(c.text));
     EXPECT_EQ(run.out, "");
