@@ -44,7 +44,7 @@ ELSEWHERE = [
 ]
 # Code that is in a page and in a file, the same in both.
 COPIES = [("README.md", "cpp", "examples/embed/embed.cpp")]
-SOURCES = (".h", ".cpp", ".zet", ".py", ".cmake", ".txt", ".in", ".sh")
+SOURCES = (".h", ".cpp", ".zet", ".py", ".cmake", ".txt", ".in", ".sh", ".js")
 LANGUAGES = {"sh", "console", "cpp", "cmake", "text", "zet"}
 
 

@@ -241,7 +241,7 @@ class WebTest(unittest.TestCase):
         self.assertLess(memory_of(self.process.pid), 100)
         for stream in streams:
             stream.close()
-        # The next heartbeat finds that they are gone, and nobody is left to watch for.
+        # The next heartbeat finds that they are gone; without a stream there is no watch.
         wait_until(lambda: not self.agents[0].watchers, 40)
         self.assertEqual(Stream(self.port).status(), 200)
 
@@ -321,7 +321,7 @@ class WebTest(unittest.TestCase):
         self.end_and_expect("")
         self.assertFalse(path.exists())
 
-    def test_socket_of_the_service_manager_is_served_until_nobody_asks(self):
+    def test_socket_of_the_service_manager_is_served_until_no_request_comes(self):
         with socket.create_server(("127.0.0.1", 0)) as listener:
             self.port = listener.getsockname()[1]
             words = ["sh", "-c", 'LISTEN_PID=$$ LISTEN_FDS=1 exec "$@"', "sh", PIMBSR, "web",
