@@ -42,7 +42,7 @@ std::string borderOf(AgentState const& agent, IpGenPrefix const& zone) {
 bool losesMessages(std::string const& reason) {
   static std::set<std::string, std::less<>> const reasons = {
       "foreign-subnet",  "ttl",      "not-neighbor", "bsm-too-long", "zone-quota", "fragment-quota",
-      "no-rpf-neighbor", "rp-quota", "zone-ranges",  "weaker-bsr"};
+      "no-rpf-neighbor", "rp-quota", "zone-ranges",  "weaker-bsr",   "bsm-off",    "bsr-filter"};
   return reasons.contains(reason);
 }
 

@@ -28,7 +28,8 @@ Words completed(Words const& words) {
 }
 
 TEST(CompleteTest, SubcommandsAreCompleted) {
-  EXPECT_THAT(completed({""}), ElementsAre("clear", "metrics", "reload", "show", "trace", "watch"));
+  EXPECT_THAT(completed({""}),
+              ElementsAre("clear", "compare", "metrics", "reload", "show", "trace", "watch"));
   EXPECT_THAT(completed({}), Contains("show"));
   EXPECT_THAT(completed({"sh"}), ElementsAre("show"));
   EXPECT_THAT(completed({"x"}), IsEmpty());
