@@ -29,7 +29,7 @@ FakeAgent::Answer answers(std::string const& bsr, std::string const& digest) {
       if (!bsr.empty())
         zone["bsr"] = {{"address", bsr}, {"priority", 64},    {"hashMaskLen", 30},
                        {"own", false},   {"uptime", nullptr}, {"expiresIn", 100}};
-      result = {{"zones", {zone}}};
+      result = {{"zones", Json::array({zone})}};
     }
     return agent::answerLine(result);
   };
@@ -69,7 +69,7 @@ TEST(CompareCommandTest, AgentsThatDisagreeOrAreSilentGive1) {
   EXPECT_THAT(run.out, StartsWith(R"(Zone 224.0.0.0/4: not all agree
   router  BSR       priority  ranges  RPs  digest    agrees  why not
   r1      10.0.1.1        64       1    2  7f8c5d15  A
-  r2      none      -              1    2  6f592f5a  B       no BSR: no neighbor
+  r2      none             -       1    2  6f592f5a  B       no BSR: no neighbor
 
 Agents that do not answer
   router  error
