@@ -103,7 +103,7 @@ TEST(ComparisonTest, CauseOfADifferenceIsNamed) {
       {withDrop(withoutBsr(other), "own-address"), "no BSR"},
       {withDrop(withoutBsr(other), "bsr-filter"), "no BSR: a filter: eth1 drops as bsr-filter"},
       {withDrop(other, "rp-quota"), "a filter: eth1 drops as rp-quota"},
-      {heard(other, 40), "an older message: the BSR was heard 1m 00s before r1 heard it"},
+      {heard(other, 40), "an older message: the BSR was heard 60.0 s before r1 heard it"},
       {heard(other, 99), "other RPs"},
       {withoutNeighbor({.name = "r3"}), "does not follow it: no neighbor"},
   };
