@@ -3,13 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <numeric>
-#include <utility>
 #include <vector>
 
 #include "agent/config/Settings.keys.h"
 #include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
+#include "host/NearestNames.h"
 #include "runtime/Assert.h"
 
 namespace pimbsr::agent {
@@ -110,27 +109,13 @@ std::string validItemText(ConfigKey const& key) {
   return isList ? std::string(textOf(key.type).item) : validText(key);
 }
 
-/// The edit distance: how many letters to insert, delete or replace to change one text into the other.
-static std::size_t distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), 0);
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t j = 0; j < b.size(); ++j) {
-      std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
-      diagonal = std::exchange(row[j + 1], std::min({row[j] + 1, row[j + 1] + 1, changed}));
-    }
-  }
-  return row[b.size()];
-}
-
 std::string_view closest(std::string_view name, std::span<std::string_view const> names) {
   static constexpr std::size_t maxLength = 64;
   if (name.size() > maxLength) return {};
   std::string_view best;
   std::size_t smallest = std::max<std::size_t>(1, name.size() / 3) + 1;
   for (std::string_view other : names) {
-    std::size_t far = distance(name, other);
+    std::size_t far = host::editDistance(name, other);
     if (far < smallest) {
       smallest = far;
       best = other;
