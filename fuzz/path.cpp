@@ -37,9 +37,13 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     ModelEntry const entry = readPath(roots, path);
     memberNamed.reachedIf(entry.path == "status/cbsr['239.0.0.0/8']/priority" && entry.value == "5");
     quoteNamed.reachedIf(entry.value == "'eth0'");
-    auto const tree = readTree(roots, path, 50);
-    ZET_ASSERT(tree.front().value == entry.value, "a tree begins with what its path names");
-    for (ModelEntry const& each : tree) {
+    auto const tree = readTree(roots, path, {.maxEntries = 50});
+    ZET_ASSERT(tree.entries.front().value == entry.value, "a tree begins with what its path names");
+    if (!tree.next.empty()) {
+      auto const rest = readTree(roots, path, {.maxEntries = 1, .from = tree.next});
+      ZET_ASSERT(rest.entries.front().path == tree.next, "a page begins where the one before ended");
+    }
+    for (ModelEntry const& each : tree.entries) {
       ZET_ASSERT(readPath(roots, each.path).value == each.value, "a path of a tree is taken");
     }
   } catch (PathError const&) {

@@ -1,7 +1,11 @@
 #include "host/ModelTree.h"
 
+#include <algorithm>
+#include <charconv>
 #include <optional>
+#include <utility>
 
+#include "host/NearestNames.h"
 #include "host/Router.h"
 #include "runtime/Reflection.h"
 
@@ -16,49 +20,112 @@ using Zet::PtrInterface;
 using Zet::String8;
 using Object = Ptr<PtrInterface const>;
 
-/// Objects in objects end here; the declarations nest less deep.
-constexpr int maxDepth = 24;
-
 std::string textOf(String8 const& text) { return std::string(text.view()); }
+
+// Text ------------------------------------------------------------------------------------------------------
+
+constexpr char const* hexDigits = "0123456789abcdef";
+
+bool isPlain(char c) { return c >= ' ' && c <= '~' && c != '%'; }
+
+/// A text as it is in paths and values.
+std::string plain(String8 const& text) {
+  std::string written;
+  for (char c : text.view()) {
+    auto const byte = static_cast<unsigned char>(c);
+    if (isPlain(c)) {
+      written += c;
+    } else {
+      written.append({'%', hexDigits[byte >> 4], hexDigits[byte & 15]});
+    }
+  }
+  return written;
+}
+
+/// The text holds parts of a path that may have any bytes, and goes to terminals.
+[[noreturn]] void fail(std::size_t column, std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+  throw PathError("column " + std::to_string(column) + ": " + text);
+}
+
+/// The text of which plain() is `written`, which begins at a column.
+std::string fromPlain(std::string_view written, std::size_t column) {
+  std::string text;
+  for (std::size_t at = 0; at < written.size(); ++at) {
+    unsigned byte = 0;
+    if (written[at] != '%') {
+      text += written[at];
+    } else if (auto const* digits = written.data() + at + 1;
+               written.size() - at > 2 && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+      text += static_cast<char>(byte);
+      at += 2;
+    } else {
+      fail(column + at, "a % without two hexadecimal digits after it");
+    }
+  }
+  return text;
+}
+
+// Paths -----------------------------------------------------------------------------------------------------
 
 /// A step of a path: an attribute, and a key in its text form if there is one.
 struct Step {
-  std::string_view name;
-  std::optional<std::string_view> key;
+  std::string name;
+  std::size_t column = 0;
+  std::optional<std::string> key = std::nullopt;
+  std::size_t keyColumn = 0;
 };
 
-/// The length of the key at the beginning of a text, up to the bracket that ends it.
-std::size_t keyLength(std::string_view text) {
-  bool isQuoted = false;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    if (isQuoted && text[at] == '\\') {
-      ++at;
-    } else if (text[at] == '\'') {
-      isQuoted = !isQuoted;
-    } else if (text[at] == ']' && !isQuoted) {
-      return at;
-    }
-  }
-  throw PathError("a key without ] after it: " + std::string(text));
-}
+/// Reads a path step by step.
+class PathReader {
+ public:
+  explicit PathReader(std::string_view path) : path_(path) {}
 
-/// Takes the first step off a path.
-Step takeStep(std::string_view& path) {
-  std::size_t const end = std::min(path.find_first_of("/["), path.size());
-  Step step{path.substr(0, end), std::nullopt};
-  path.remove_prefix(end);
-  if (path.starts_with('[')) {
-    path.remove_prefix(1);
-    std::size_t const length = keyLength(path);
-    step.key = path.substr(0, length);
-    path.remove_prefix(length + 1);
+  bool isAtEnd() const { return at_ == path_.size(); }
+
+  Step take() {
+    std::size_t const end = std::min(path_.find_first_of("/[", at_), path_.size());
+    Step step{.name = std::string(path_.substr(at_, end - at_)), .column = column()};
+    at_ = end;
+    if (!isAtEnd() && path_[at_] == '[') takeKey(step);
+    if (isAtEnd()) return step;
+    if (path_[at_] != '/') fail(column(), "no / before " + std::string(path_.substr(at_)));
+    ++at_;
+    if (isAtEnd()) fail(column(), "nothing after the last /");
+    return step;
   }
-  if (path.empty()) return step;
-  if (path.front() != '/') throw PathError("no / before " + std::string(path));
-  path.remove_prefix(1);
-  if (path.empty()) throw PathError("nothing after the last /");
-  return step;
-}
+
+ private:
+  std::size_t column() const { return at_ + 1; }
+
+  void takeKey(Step& step) {
+    ++at_;
+    std::size_t const length = keyLength();
+    step.keyColumn = column();
+    step.key = fromPlain(path_.substr(at_, length), column());
+    at_ += length + 1;
+  }
+  /// The length of the key up to the bracket that ends it.
+  std::size_t keyLength() const {
+    bool isQuoted = false;
+    for (std::size_t at = at_; at < path_.size(); ++at) {
+      if (isQuoted && path_[at] == '\\') {
+        ++at;
+      } else if (path_[at] == '\'') {
+        isQuoted = !isQuoted;
+      } else if (path_[at] == ']' && !isQuoted) {
+        return at - at_;
+      }
+    }
+    fail(column(), "a key without ] after it: " + std::string(path_.substr(at_)));
+  }
+
+  std::string_view path_;
+  std::size_t at_ = 0;
+};
+
+// Attributes ------------------------------------------------------------------------------------------------
 
 /// Calls a function for each member of a walk.
 template <class Call>
@@ -98,12 +165,55 @@ struct Place {
   bool hasKey = false;
 };
 
-AttributeRow const& rowOf(PtrInterface const& object, std::string_view name) {
-  AttributeRow const* row = object.fwkType().row(String8(name));
-  if (row == nullptr || !isShown(*row)) {
-    throw PathError(std::string(object.fwkType().name) + " has no attribute " + std::string(name));
+/// The shown rows of a type, those of its bases first.
+void addShownRows(Zet::ZetType const& type, std::vector<AttributeRow const*>& rows) {
+  if (type.base != nullptr) addShownRows(*type.base, rows);
+  for (AttributeRow const& row : type.rows) {
+    if (isShown(row)) rows.push_back(&row);
   }
-  return *row;
+}
+std::vector<AttributeRow const*> shownRows(PtrInterface const& object) {
+  std::vector<AttributeRow const*> rows;
+  addShownRows(object.fwkType(), rows);
+  return rows;
+}
+
+/// As in "; nearest: priority, priorityUnknown"; empty for no names.
+template <class Names>
+std::string nearestText(Names const& names) {
+  std::string text;
+  for (auto const& name : names) text += (text.empty() ? "; nearest: " : ", ") + std::string(name);
+  return text;
+}
+
+constexpr std::size_t maxNearest = 3;
+
+AttributeRow const& rowOf(PtrInterface const& object, Step const& step) {
+  AttributeRow const* row = object.fwkType().row(String8(step.name));
+  if (row != nullptr && isShown(*row)) return *row;
+  std::vector<std::string_view> names;
+  for (AttributeRow const* shown : shownRows(object)) names.emplace_back(shown->name);
+  fail(step.column, std::string(object.fwkType().name) + " has no attribute " + step.name +
+                        nearestText(nearestNames(step.name, names, maxNearest)));
+}
+
+/// The keys that have most of their beginning in common with an absent one. Edit distances would cost more
+/// than a walk over a large collection may.
+std::vector<std::string> nearestKeys(PtrInterface const& object, AttributeRow const& row,
+                                     std::string_view absent) {
+  using Ranked = std::pair<std::size_t, std::string>;
+  std::vector<Ranked> best;
+  auto isNearer = [](Ranked const& a, Ranked const& b) { return a.first > b.first; };
+  walk(object, row, [&](String8 const& key, String8 const&, PtrInterface const*) {
+    std::string_view const text = key.view();
+    auto const end = std::mismatch(text.begin(), text.end(), absent.begin(), absent.end()).first;
+    Ranked const ranked{static_cast<std::size_t>(end - text.begin()), plain(key)};
+    best.insert(std::upper_bound(best.begin(), best.end(), ranked, isNearer), ranked);
+    if (best.size() > maxNearest) best.pop_back();
+  });
+  std::vector<std::string> keys;
+  for (Ranked& ranked : best) keys.push_back(std::move(ranked.second));
+  return keys;
 }
 
 /// The member of a collection that holds objects, or null.
@@ -120,32 +230,48 @@ bool holdsObjects(AttributeRow const& row) {
   return row.member != nullptr || row.kind == AttributeKind::queue;
 }
 
+/// The place of a step from an object.
 Place follow(Object const& object, Step const& step) {
-  AttributeRow const& row = rowOf(*object, step.name);
-  std::string const name(step.name);
-  if (step.key && !row.isIndexed()) throw PathError(name + " takes no key");
+  AttributeRow const& row = rowOf(*object, step);
+  if (step.key && !row.isIndexed()) fail(step.keyColumn, step.name + " takes no key");
   if (row.isIndexed() && !step.key) return {.object = object, .row = &row};
   Place const place{object, &row, step.key ? String8(*step.key) : String8(), step.key.has_value()};
-  if (!holdsObjects(row)) return place;
+  if (!holdsObjects(row)) {
+    if (place.hasKey && row.read != nullptr) row.read(*object, place.key);  // raises for a key that isn't one
+    return place;
+  }
   Object const member = memberAt(*object, row, place.key);
-  if (!member && place.hasKey) throw PathError(name + " has no member " + textOf(place.key));
+  if (!member && place.hasKey) {
+    fail(step.keyColumn, step.name + " has no member " + plain(place.key) +
+                             nearestText(nearestKeys(*object, row, place.key.view())));
+  }
   return member && isInside(row) ? Place{.object = member} : place;
 }
 
-Place resolve(std::span<ModelRoot const> roots, std::string_view path) {
-  Step const first = takeStep(path);
+Place rootOf(std::span<ModelRoot const> roots, Step const& step) {
   std::string names;
   for (ModelRoot const& root : roots) {
+    if (root.name == step.name && !step.key) return {.object = root.object};
     names += (names.empty() ? "" : ", ") + root.name;
-    if (root.name != first.name || first.key) continue;
-    Place place{.object = root.object};
-    while (!path.empty()) {
-      if (place.row != nullptr) throw PathError(std::string(place.row->name) + " has no attributes");
-      place = follow(place.object, takeStep(path));
-    }
-    return place;
   }
-  throw PathError(std::string(first.name) + " is no root; " + names + " would be valid");
+  fail(step.column, (step.name.empty() ? "an empty name" : step.name) + " is no root; valid are " + names);
+}
+
+/// The errors of keys that the text forms don't take get the column of their step.
+Place placeOf(Place const& from, Step const& step) {
+  if (from.row != nullptr) fail(step.column, std::string(from.row->name) + " has no attributes");
+  try {
+    return follow(from.object, step);
+  } catch (Zet::Exception const& e) {
+    fail(step.keyColumn, step.name + " takes no such key: " + e.what());
+  }
+}
+
+Place resolve(std::span<ModelRoot const> roots, std::string_view path) {
+  PathReader reader(path);
+  Place place = rootOf(roots, reader.take());
+  while (!reader.isAtEnd()) place = placeOf(place, reader.take());
+  return place;
 }
 
 std::string valueOf(Place const& place) {
@@ -160,50 +286,117 @@ std::string valueOf(Place const& place) {
 }
 
 ModelEntry entryOf(std::string path, Place const& place) {
-  if (place.row == nullptr) return {std::move(path), place.object->fwkType().name, valueOf(place), ""};
-  return {std::move(path), place.row->type, valueOf(place), place.row->unit};
+  std::string value = plain(String8(valueOf(place)));
+  if (place.row == nullptr) return {std::move(path), place.object->fwkType().name, std::move(value), ""};
+  return {std::move(path), place.row->type, std::move(value), place.row->unit};
 }
 
-/// Gathers what is at a place and in it.
+// Trees -----------------------------------------------------------------------------------------------------
+
+/// The parts of a path that come after the first `length` letters: names with their slash and keys with their
+/// brackets, as a tree makes them.
+std::vector<std::string> partsAfter(std::string_view path, std::size_t length) {
+  std::vector<std::string> parts;
+  PathReader reader(path);
+  while (!reader.isAtEnd()) {
+    Step const step = reader.take();
+    bool const isRoot = step.column == 1;
+    if (step.column > length + (isRoot ? 0 : 1)) parts.push_back((isRoot ? "" : "/") + step.name);
+    if (step.key && step.keyColumn > length + 1) parts.push_back("[" + plain(String8(*step.key)) + "]");
+  }
+  return parts;
+}
+
+/// Whether an entry of a tree may have this path.
+bool isWithin(std::string_view path, std::string_view tree) {
+  if (!path.starts_with(tree)) return false;
+  std::string_view const rest = path.substr(tree.size());
+  return tree.empty() || rest.empty() || rest.front() == '/' || rest.front() == '[';
+}
+
+[[noreturn]] void failGone(std::string const& path) {
+  throw PathError(path + " is not in the tree any more; ask for it from its beginning");
+}
+
+/// Gathers what is at a place and in it, from an entry on.
 class Tree {
  public:
+  using Parts = std::span<std::string const>;
+
   explicit Tree(std::size_t max) : max_(max) {}
 
-  void add(std::string const& path, Place const& place, int depth) {
+  /// Adds a place and what is in it; with `from` only what comes from there on.
+  void add(std::string const& path, Place const& place, int depth, Parts from) {
     if (isFull()) return;
-    entries.push_back(entryOf(path, place));
-    if (depth == 0) return;
-    if (place.row == nullptr) {
-      addRows(path, *place.object, place.object->fwkType(), depth);
-    } else if (place.row->walk != nullptr && !place.hasKey) {
-      addMembers(path, place, depth);
+    if (from.empty()) addEntry(path, place);
+    bool const isObject = place.row == nullptr;
+    bool const isCollection = !isObject && place.row->walk != nullptr && !place.hasKey;
+    if (depth > 0 && isObject) {
+      addRows(path, place.object, depth, from);
+    } else if (depth > 0 && isCollection) {
+      addMembers(path, place, depth, from);
+    } else if (!from.empty()) {
+      failGone(path + from.front());
     }
   }
-  std::vector<ModelEntry> entries;
+  ModelPage page;
 
  private:
-  bool isFull() const { return entries.size() >= max_; }
+  bool isFull() const { return !page.next.empty(); }
 
-  void addRows(std::string const& path, PtrInterface const& object, Zet::ZetType const& type, int depth) {
-    if (type.base != nullptr) addRows(path, object, *type.base, depth);
-    for (AttributeRow const& row : type.rows) {
-      if (isFull()) return;
-      if (!isShown(row)) continue;
-      Step const step{row.name, std::nullopt};
-      add(path + "/" + row.name, follow(&object, step), depth - 1);
+  void addEntry(std::string const& path, Place const& place) {
+    if (page.entries.size() < max_) {
+      page.entries.push_back(entryOf(path, place));
+    } else {
+      page.next = path;
     }
   }
-  void addMembers(std::string const& path, Place const& place, int depth) {
+  void addRows(std::string const& path, Object const& object, int depth, Parts from) {
+    for (AttributeRow const* row : shownRows(*object)) {
+      std::string const part = std::string("/") + row->name;
+      if (isFull() || !begins(from, part)) continue;
+      Parts const rest = takeFirst(from);
+      add(path + part, follow(object, {.name = row->name}), depth - 1, rest);
+    }
+    if (!from.empty()) failGone(path + from.front());
+  }
+  void addMembers(std::string const& path, Place const& place, int depth, Parts from) {
+    if (isFull()) return;
     AttributeRow const& row = *place.row;
     walk(*place.object, row, [&](String8 const& key, String8 const&, PtrInterface const* member) {
+      if (isFull()) return;
+      std::string const part = "[" + plain(key) + "]";
+      if (!begins(from, part)) return;
+      Parts const rest = takeFirst(from);
       bool const isObject = member != nullptr && isInside(row);
       Place const at = isObject ? Place{.object = member} : Place{place.object, &row, key, true};
-      add(path + "[" + textOf(key) + "]", at, depth - 1);
+      add(path + part, at, depth - 1, rest);
     });
+    if (!from.empty()) failGone(path + from.front());
+  }
+  /// Whether a part is where the tree begins, or comes after that.
+  static bool begins(Parts from, std::string const& part) { return from.empty() || from.front() == part; }
+  /// What of `from` is below its first part; from then on nothing is passed over.
+  static Parts takeFirst(Parts& from) {
+    Parts const rest = from.empty() ? from : from.subspan(1);
+    from = {};
+    return rest;
   }
 
   std::size_t max_;
 };
+
+/// All roots, from a root on if there is one.
+void addRoots(Tree& tree, std::span<ModelRoot const> roots, int depth, Tree::Parts from) {
+  bool hasBegun = from.empty();
+  for (ModelRoot const& root : roots) {
+    bool const isFirst = !hasBegun && from.front() == root.name;
+    hasBegun = hasBegun || isFirst;
+    Tree::Parts const rest = isFirst ? from.subspan(1) : Tree::Parts();
+    if (hasBegun) tree.add(root.name, {.object = root.object}, depth, rest);
+  }
+  if (!hasBegun) failGone(from.front());
+}
 
 }  // namespace
 
@@ -214,36 +407,41 @@ std::vector<ModelRoot> modelRoots(Router const& router) {
                                {"message-counters", router.messageCounters()},
                                {"root", router.root()},
                                {"gate", router.gate()},
-                               {"crp-gate", router.crpGate()}};
+                               {"crp-gate", router.crpGate()},
+                               {"pam-manager", router.gate()->pimPamManager()},
+                               {"bsm-info", router.gate()->bsmInfo()},
+                               {"crp-msg-info", router.crpGate()->crpMsgInfo()},
+                               {"bsm-status", router.root()->bsmStatus()},
+                               {"crp-msg-status", router.root()->crpMsgStatus()},
+                               {"interfaces", router.root()->allIntfStatusDir()}};
   if (auto configSm = router.configSm(); configSm) {
     roots.push_back({"config-sm", configSm});
     roots.push_back({"config", configSm->config()});
+    roots.push_back({"clear-config", configSm->clearConfig()});
     roots.push_back({"access-lists", configSm->ipAclConfig()});
+    roots.push_back({"source-interfaces", configSm->sourceIntfSm()});
   }
   std::erase_if(roots, [](ModelRoot const& root) { return !root.object; });
   return roots;
 }
 
 ModelEntry readPath(std::span<ModelRoot const> roots, std::string_view path) {
-  try {
-    return entryOf(std::string(path), resolve(roots, path));
-  } catch (Zet::Exception const& e) {
-    throw PathError(e.what());  // a key that isn't one
-  }
+  return entryOf(std::string(path), resolve(roots, path));
 }
 
-std::vector<ModelEntry> readTree(std::span<ModelRoot const> roots, std::string_view path, std::size_t max) {
-  Tree tree(max);
+ModelPage readTree(std::span<ModelRoot const> roots, std::string_view path, TreeBounds const& bounds) {
+  std::vector<std::string> from;
+  if (!bounds.from.empty()) {
+    if (!isWithin(bounds.from, path)) failGone(bounds.from);
+    from = partsAfter(bounds.from, path.size());
+  }
+  Tree tree(bounds.maxEntries);
   if (path.empty()) {
-    for (ModelRoot const& root : roots) tree.add(root.name, {.object = root.object}, maxDepth);
-    return std::move(tree.entries);
+    addRoots(tree, roots, bounds.depth, from);
+  } else {
+    tree.add(std::string(path), resolve(roots, path), bounds.depth, from);
   }
-  try {
-    tree.add(std::string(path), resolve(roots, path), maxDepth);
-  } catch (Zet::Exception const& e) {
-    throw PathError(e.what());
-  }
-  return std::move(tree.entries);
+  return std::move(tree.page);
 }
 
 }  // namespace pimbsr::host

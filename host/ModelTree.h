@@ -20,7 +20,11 @@ class Router;
 /// collection is named by its key in brackets: status/cbsr['239.0.0.0/8']/priority. A key is written in the
 /// text form of its type: numbers as they are; addresses, prefixes, interfaces and strings in single quotes,
 /// in which a backslash precedes a quote or a backslash. Within quotes, slashes and brackets are part of the
-/// key.
+/// key. A byte that is no printable ASCII, and a percent sign, is a percent sign and two hexadecimal digits,
+/// so that a path is one line of ASCII whatever a key holds. Values are written in the same way.
+
+/// Objects in objects end here; the declarations nest less deep.
+inline constexpr int maxTreeDepth = 24;
 
 /// An object from which paths begin.
 struct ModelRoot {
@@ -36,21 +40,37 @@ struct ModelEntry {
   std::string unit;   ///< empty if it has none
 };
 
-/// A path that names nothing. The text says which part, and what would be valid where that is a short list.
+/// A path that names nothing. The text says at which column, counted from 1, and what is nearest to it there.
 class PIMBSR_API PathError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// The objects of a router: status, pim, rp-set, machines, and the configuration where there is one.
+/// The objects of a router: what it has learned, its machines and the exchange points between them, and the
+/// configuration where there is one.
 PIMBSR_API std::vector<ModelRoot> modelRoots(Router const& router);
 
 /// What a path names. Raises PathError. An absent key of a collection of plain values reads as the default
 /// value, as the accessor gives it; an absent object is an error.
 PIMBSR_API ModelEntry readPath(std::span<ModelRoot const> roots, std::string_view path);
 
-/// The same with all that is in it, in the order of the rows and of the collections; of all roots for the
-/// empty path. It stops after `max` entries. readPath() takes each path that it gives. Raises PathError.
-PIMBSR_API std::vector<ModelEntry> readTree(std::span<ModelRoot const> roots, std::string_view path,
-                                            std::size_t max);
+/// How much of a tree is wanted.
+struct TreeBounds {
+  std::size_t maxEntries = 1000;  ///< above 0
+  int depth = maxTreeDepth;       ///< steps below the path, a name or a key each: 0 to maxTreeDepth
+  std::string from;               ///< ModelPage::next of the page before; empty for the first page
+};
+
+/// A part of a tree, and where the next part begins.
+struct ModelPage {
+  std::vector<ModelEntry> entries;
+  std::string next;  ///< path of the first entry that isn't here; empty at the end
+};
+
+/// What a path names and all that is in it, in the order of the rows and of the collections; of all roots for
+/// the empty path. readPath() takes each path that it gives. Its pages are of the times at which they are
+/// read. Besides its entries, a page costs one walk over each collection that `from` is in. Raises PathError,
+/// also where the entry of `from` is gone or isn't in the tree.
+PIMBSR_API ModelPage readTree(std::span<ModelRoot const> roots, std::string_view path,
+                              TreeBounds const& bounds = {});
 
 }  // namespace pimbsr::host

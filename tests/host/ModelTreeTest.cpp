@@ -1,5 +1,8 @@
 #include "host/ModelTree.h"
 
+#include <gmock/gmock.h>
+
+#include <algorithm>
 #include <set>
 #include <string>
 
@@ -9,6 +12,7 @@ namespace test {
 namespace {
 
 using pimbsr::host::ModelEntry;
+using pimbsr::host::ModelPage;
 using pimbsr::host::ModelRoot;
 using pimbsr::host::PathError;
 using pimbsr::host::readPath;
@@ -48,27 +52,63 @@ TEST_F(ModelTree, APathNamesAnAttributeOfAnEntityOrAMachine) {
   EXPECT_EQ(readPath(roots, "status/bootstrapRouter['224.0.0.0/4']/setupTime").unit, "s");
 }
 
-TEST_F(ModelTree, APathThatNamesNothingIsAnErrorThatSaysWhich) {
-  EXPECT_EQ(error(""), " is no root; status, root, gate, bsm would be valid");
-  EXPECT_EQ(error("stat"), "stat is no root; status, root, gate, bsm would be valid");
-  EXPECT_EQ(error("status/colour"), "Routing::Pim::Bsr::Status has no attribute colour");
-  EXPECT_EQ(error("status/af/x"), "af has no attributes");
-  EXPECT_EQ(error("status/af['x']"), "af takes no key");
-  EXPECT_EQ(error("status/cbsr['10.0.0.0/8']"), "cbsr has no member '10.0.0.0/8'");
-  EXPECT_EQ(error("status/cbsr['10.0.0.0/8'"), "a key without ] after it: '10.0.0.0/8'");
-  EXPECT_EQ(error("status/cbsr['239.0.0.0/8']x"), "no / before x");
-  EXPECT_EQ(error("status/"), "nothing after the last /");
-  EXPECT_NE(error("status/cbsr[x]"), "no error but ");
+TEST_F(ModelTree, APathThatNamesNothingIsAnErrorThatSaysWhereAndWhatIsNearest) {
+  struct Case {
+    char const* path;
+    char const* text;
+  };
+  Case const cases[] = {
+      {"", "column 1: an empty name is no root; valid are status, root, gate, bsm"},
+      {"stat", "column 1: stat is no root; valid are status, root, gate, bsm"},
+      {"status['x']", "column 1: status is no root; valid are status, root, gate, bsm"},
+      {"status/crbs", "column 8: Routing::Pim::Bsr::Status has no attribute crbs; nearest: cbsr, crp, "},
+      {"status/af/x", "column 11: af has no attributes"},
+      {"status/af['x']", "column 11: af takes no key"},
+      {"status/cbsr['239.0.0.0/9']",
+       "column 13: cbsr has no member '239.0.0.0/9'; nearest: '239.0.0.0/8', '10.0.0.0/8'"},
+      {"status/cbsr['10.0.0.0/8'", "column 13: a key without ] after it: '10.0.0.0/8'"},
+      {"status/cbsr['239.0.0.0/8']x", "column 27: no / before x"},
+      {"status/", "column 8: nothing after the last /"},
+      {"status/cbsr[x]", "column 13: cbsr takes no such key: "},
+      {"status/zoneAcl[x]/y", "column 16: zoneAcl takes no such key: "},
+      {"status/zoneAcl['%4']", "column 17: a % without two hexadecimal digits after it"},
+      {"status/zoneAcl['%-1']", "column 17: a % without two hexadecimal digits after it"},
+      {"status/\x1b(0m\xff", "column 8: Routing::Pim::Bsr::Status has no attribute ?(0m?; nearest: "},
+  };
+  engine.status->cbsrIs(prefix("10.0.0.0/8"));
+  for (Case const& c : cases) EXPECT_THAT(error(c.path), testing::StartsWith(c.text)) << c.path;
+}
+
+TEST_F(ModelTree, AnAbsentKeyHasTheThreeNearestOfManyMembers) {
+  for (int i = 0; i < 200; ++i) engine.status->crpIs(addr("10.8." + std::to_string(i) + ".1"));
+  std::string const text = error("status/crp['10.9.9.8']");
+  EXPECT_THAT(text, testing::HasSubstr("; nearest: '10.9.9.9', "));
+  EXPECT_EQ(std::count(text.begin(), text.end(), ','), 2);
 }
 
 TEST_F(ModelTree, MethodsHaveNoPathAndNothingIsCalled) {
-  EXPECT_EQ(error("root/handleInitialized"),
-            "Routing::Pim::Bsr::PimBsrSm has no attribute handleInitialized");
+  EXPECT_THAT(
+      error("root/handleInitialized"),
+      testing::StartsWith("column 6: Routing::Pim::Bsr::PimBsrSm has no attribute handleInitialized"));
+}
+
+TEST_F(ModelTree, AnyByteOfAKeyIsInAPathOfPlainAscii) {
+  std::string every;
+  for (int byte = 1; byte < 256; ++byte) every += static_cast<char>(byte);
+  engine.status->zoneAclIs(Zet::String8(every), intf(every.substr(120, 15).c_str()));
+  std::size_t found = 0;
+  for (ModelEntry const& entry : readTree(roots, "status/zoneAcl").entries) {
+    for (char c : entry.path + entry.value) EXPECT_TRUE(c >= ' ' && c <= '~') << entry.path;
+    found += entry.path.find("%01%02") != std::string::npos;
+    EXPECT_EQ(read(entry.path), entry.value);
+  }
+  EXPECT_EQ(found, 1u);
+  EXPECT_EQ(read("status/zoneAcl['it%5c%27s [a/b]%5C%5C']"), "'eth0'");
 }
 
 TEST_F(ModelTree, EveryPathOfTheTreeIsTakenAndReadsTheSame) {
   std::set<std::string> types, paths;
-  for (ModelEntry const& entry : readTree(roots, "", 100000)) {
+  for (ModelEntry const& entry : readTree(roots, "", {.maxEntries = 100000}).entries) {
     ModelEntry const read = readPath(roots, entry.path);
     EXPECT_EQ(read.value, entry.value) << entry.path;
     EXPECT_EQ(read.type, entry.type) << entry.path;
@@ -84,13 +124,54 @@ TEST_F(ModelTree, EveryPathOfTheTreeIsTakenAndReadsTheSame) {
   }
 }
 
-TEST_F(ModelTree, ATreeBeginsAtItsPathAndEndsAtItsBound) {
-  auto const entries = readTree(roots, "status/cbsr", 100);
+TEST_F(ModelTree, ATreeBeginsAtItsPathAndEndsAtItsBounds) {
+  auto const entries = readTree(roots, "status/cbsr").entries;
   ASSERT_GT(entries.size(), 3u);
   EXPECT_EQ(entries[0].path, "status/cbsr");
   EXPECT_EQ(entries[1].path, "status/cbsr['239.0.0.0/8']");
-  EXPECT_EQ(readTree(roots, "", 5).size(), 5u);
-  EXPECT_THROW(readTree(roots, "none", 5), PathError);
+  EXPECT_EQ(readTree(roots, "", {.maxEntries = 5}).entries.size(), 5u);
+  EXPECT_EQ(readTree(roots, "status/cbsr", {.depth = 0}).entries.size(), 1u);
+  EXPECT_EQ(readTree(roots, "status/cbsr", {.depth = 1}).entries.size(), 2u);
+  EXPECT_EQ(readTree(roots, "status/cbsr", {.depth = 2}).entries.size(), entries.size());
+  EXPECT_EQ(readTree(roots, "", {.depth = 0}).entries.size(), roots.size());
+  EXPECT_THROW(readTree(roots, "none"), PathError);
+}
+
+/// All entries of a tree, read in pages.
+std::vector<std::string> pathsInPages(std::vector<ModelRoot> const& roots, std::string const& path,
+                                      std::size_t max) {
+  std::vector<std::string> paths;
+  ModelPage page;
+  do {
+    page = readTree(roots, path, {.maxEntries = max, .from = page.next});
+    EXPECT_LE(page.entries.size(), max);
+    for (ModelEntry const& entry : page.entries) paths.push_back(entry.path);
+  } while (!page.next.empty());
+  return paths;
+}
+
+TEST_F(ModelTree, PagesOfAnyLengthAreTheWholeTree) {
+  for (int i = 0; i < 5; ++i) engine.status->cbsrIs(prefix("239." + std::to_string(i) + ".0.0/16"));
+  for (std::string const path : {"", "status", "status/cbsr", "root/nonCandidateSm['224.0.0.0/4']"}) {
+    auto const whole = pathsInPages(roots, path, 100000);
+    for (std::size_t max : {3, 50}) EXPECT_EQ(pathsInPages(roots, path, max), whole) << path << max;
+  }
+}
+
+TEST_F(ModelTree, APageWhoseBeginningIsGoneIsAnError) {
+  engine.status->cbsrIs(prefix("239.9.0.0/16"));
+  std::string const from = "status/cbsr['239.9.0.0/16']/priority";
+  EXPECT_EQ(readTree(roots, "status", {.from = from}).entries.front().path, from);
+  engine.status->cbsrDel(prefix("239.9.0.0/16"));
+  struct Case {
+    char const* path;
+    std::string from;
+  };
+  for (Case const& c :
+       {Case{"status", from}, Case{"", from}, Case{"status/crp", from}, Case{"", "none"},
+        Case{"status", "status/none"}, Case{"status/cb", "status/cbsr"}, Case{"status", "status/af/none"}}) {
+    EXPECT_THROW(readTree(roots, c.path, {.from = c.from}), PathError) << c.path << " " << c.from;
+  }
 }
 
 }  // namespace
