@@ -2,8 +2,9 @@
 // interface's address, with the group ranges that it serves, and count per interface why each range is there.
 //
 // The entry comes with its first group range and goes with its last. A new address is a new key, so the entry
-// is undone whole and built anew. Priorities are handled apart: the value that was written last is used, and
-// an option alone neither makes an entry nor keeps it.
+// is undone whole and built anew; without an address there is no entry, and what is configured meanwhile
+// waits for the next one. Priorities are handled apart: the value that was written last is used, and an
+// option alone neither makes an entry nor keeps it.
 
 #include <optional>
 
@@ -25,6 +26,7 @@ static Zet::TraceSource const trace("Pim::Bsr::Config", "ConfigSm");
 // The address of the interface ------------------------------------------------------------------------
 
 static IpGenAddr addressOf(CandidateSm const& sm) { return sm.intf()->ipAddr(); }
+static bool hasAddress(CandidateSm const& sm) { return kindOf(addressOf(sm)) == SourceAddress::set; }
 
 /// Binding the interface runs handleIpAddress, and so this handler, once more within.
 void CandidateSm::handleInitialized() {
@@ -34,7 +36,7 @@ void CandidateSm::handleInitialized() {
     ZET_TRACE(trace, 8, "New RP candidate configured for interface " << fwkKey());
     intfIs(configSm()->sourceIntfSm()->registerSourceIntf(fwkKey()));
   }
-  if (kindOf(addressOf(*this)) != SourceAddress::set) {
+  if (!hasAddress(*this)) {
     ZET_TRACE(trace, 8,
               "Deferred C-RP initialization since IP address "
                   << "for interface " << fwkKey() << " is not set");
@@ -60,7 +62,7 @@ void CandidateSm::handleIpAddress() {
     handleAdvInterval();
     return;
   }
-  if (kindOf(address) != SourceAddress::set) {
+  if (!hasAddress(*this)) {
     ZET_TRACE(trace, 8, "C-RP Interface " << fwkKey() << " IP unset");
     handleDel();
     return;
@@ -92,12 +94,12 @@ void CandidateSm::handleAclOptions() {
   for (auto at = notifier()->aclOptionsIterator(); at; ++at) handleAclOptions(at.key());
 }
 
-/// Before the first address nothing is counted: that address brings the whole entry.
+/// Without an address nothing is counted: the next address brings the whole entry.
 void CandidateSm::handleGroupRange(IpGenPrefix const& prefix) {
   ZET_TRACE_ENTRY(trace);
   if (!initialized()) return;
   if (notifier()->groupRange(prefix)) {
-    doGroupAdd(prefix);
+    if (hasAddress(*this)) doGroupAdd(prefix);
   } else {
     doGroupRemove(prefix);
   }
@@ -107,7 +109,7 @@ void CandidateSm::handleAcl(String8 const& aclName) {
   ZET_TRACE_ENTRY(trace);
   if (!initialized()) return;
   if (notifier()->acl(aclName)) {
-    doAclAdd(aclName);
+    if (hasAddress(*this)) doAclAdd(aclName);
   } else {
     doAclRemove(aclName);
   }
@@ -145,7 +147,7 @@ void CandidateSm::handleAdvInterval() {
 
 // Steps: one reason more or less for a group range ----------------------------------------------------
 
-/// The entry is of the address that the interface has now, 0.0.0.0 included.
+/// The entry is of the address that the interface has now.
 bool CandidateSm::doCreateCrp() {
   if (crp()) return false;
   crpIs(configSm()->status()->crpIs(addressOf(*this)));

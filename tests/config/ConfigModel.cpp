@@ -415,14 +415,14 @@ void ConfigModel::rpAddress(Name const& intf) {
 void ConfigModel::rpGroup(Name const& intf, Name const& range, bool on) {
   RpEntry& entry = useRp(intf);
   bool isChange = on ? entry.ranges.insert(range).second : entry.ranges.erase(range) != 0;
-  if (!isChange || !entry.initialized) return;
+  if (!isChange || !entry.initialized || (on && addresses_[intf] == noAddress)) return;
   on ? rpAdd(intf, range) : rpRemove(intf, range);
 }
 
 void ConfigModel::rpList(Name const& intf, Name const& list, bool on) {
   RpEntry& entry = useRp(intf);
   bool isChange = on ? entry.lists.insert(list).second : entry.lists.erase(list) != 0;
-  if (!isChange || !entry.initialized) return;
+  if (!isChange || !entry.initialized || (on && addresses_[intf] == noAddress)) return;
   on ? useRpList(intf, list) : leaveRpList(intf, list);
 }
 
