@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "config/AclToPrefix.h"
 #include "host/Configuration.h"
 #include "host/Configuration.keys.h"
 #include "model/Config.h"
@@ -38,6 +39,8 @@ class Checker {
   void checkLists();
   void checkBsr(ConfigPlace const& place, BsrTerms const& terms);
   void checkBsrs();
+  void checkListZones();
+  Lanet::IpGenPrefixSet zonesOf(std::string const& list) const;
   void checkRps();
   void checkRp(ConfigPlace const& place, std::optional<U64> const& priority);
   void checkBorders();
@@ -75,6 +78,7 @@ std::vector<ConfigError> Checker::run() {
   checkTimers();
   checkLists();
   checkBsrs();
+  checkListZones();
   checkRps();
   checkBorders();
   return errors_;
@@ -127,6 +131,39 @@ void Checker::claim(std::map<Key, std::string>& claims, Key const& key, std::str
                     ConfigPlace const& place) {
   auto [at, isFirst] = claims.try_emplace(key, intf);
   if (!isFirst) error(place, join("claimed by ", at->second, " already; one interface may claim it"));
+}
+
+/// The ranges that a list gives to who names it; a list of senders gives none.
+Lanet::IpGenPrefixSet Checker::zonesOf(std::string const& list) const {
+  Lanet::IpGenPrefixSet zones;
+  auto rules = configuration_.accessLists.find(list);
+  if (rules == configuration_.accessLists.end() || configuration_.senderLists.contains(list)) return zones;
+  AclPrefix::AclToPrefix reader;
+  for (auto const& [sequence, rule] : rules->second) reader.handleRule(rule);
+  reader.PermittedPrefixes(zones);
+  return zones;
+}
+
+/// A zone has one entry, which the first of two interfaces that stops claiming it would take from the other.
+/// A list that both name is reported as such.
+void Checker::checkListZones() {
+  std::map<IpGenPrefix, ConfigPlace> claims;
+  for (auto const& [intf, ranges] : configuration_.candidateBsrs) {
+    ConfigPlace place{.part = ConfigPart::candidateBsr, .name = intf};
+    for (auto const& [zone, terms] : ranges.groups) claims.try_emplace(zone, place.group(zone));
+  }
+  for (auto const& [intf, ranges] : configuration_.candidateBsrs) {
+    for (auto const& [name, terms] : ranges.lists) {
+      ConfigPlace place = ConfigPlace{.part = ConfigPart::candidateBsr, .name = intf}.list(name);
+      for (IpGenPrefix const& zone : zonesOf(name)) {
+        ConfigPlace const& first = claims.try_emplace(zone, place).first->second;
+        bool isSameList = first.entry == place.entry;
+        if (first.name == intf || isSameList) continue;
+        error(place, join("permits ", std::string(zone.stringValue().view()), ", which ", textOf(first),
+                          " claims already; one interface may claim it"));
+      }
+    }
+  }
 }
 
 void Checker::checkBsr(ConfigPlace const& place, BsrTerms const& terms) {

@@ -17,7 +17,7 @@ std::vector<ConfigError> ConfigTree::apply(Zet::Context& context, Configuration 
   std::vector<ConfigError> errors = check(wanted);
   if (!errors.empty()) return errors;
   Zet::Context::Scope scope(context);
-  release(wanted);
+  release(withoutReread(wanted));
   writeTimers(wanted);
   writeLists(wanted);
   writeBorders(wanted);
@@ -59,6 +59,21 @@ Terms at(std::map<std::string, Terms> const& byInterface, std::string const& int
 }
 
 }  // namespace
+
+/// The configuration without the uses of lists that are read over senders now and were read over groups, or
+/// the other way round. A list is read when its first user names it: one that stays in use would keep the
+/// former reading, and leave the filter open until a rule of it changes. The uses are written again
+/// afterwards.
+Configuration ConfigTree::withoutReread(Configuration const& wanted) const {
+  Configuration kept = wanted;
+  auto isReread = [&](auto const& use) {
+    return applied_.senderLists.contains(use.first) != wanted.senderLists.contains(use.first);
+  };
+  for (auto& [intf, ranges] : kept.candidateBsrs) std::erase_if(ranges.lists, isReread);
+  for (auto& [intf, terms] : kept.candidateRps) std::erase_if(terms.ranges.lists, isReread);
+  for (auto& [intf, ranges] : kept.borders) std::erase_if(ranges.lists, isReread);
+  return kept;
+}
 
 /// An entry that somebody else has deleted needs no more of it.
 void ConfigTree::release(Configuration const& wanted) {

@@ -22,11 +22,12 @@ class PIMBSR_API ConfigTree {
 
   /// Checks a configuration, and if it has no error, writes what differs from what is applied: what is gone
   /// first, so that a range that moves to another interface is released before it is claimed, then what
-  /// changed, then what is new. With a error nothing is written. Returns the errors. Machines that read these
-  /// entities run within the call, in the context given.
+  /// changed, then what is new. With an error nothing is written. Returns the errors. Machines that read
+  /// these entities run within the call, in the context given.
   std::vector<ConfigError> apply(Zet::Context& context, Configuration const& wanted);
 
  private:
+  Configuration withoutReread(Configuration const& wanted) const;
   void release(Configuration const& wanted);
   void writeTimers(Configuration const& wanted);
   void writeLists(Configuration const& wanted);

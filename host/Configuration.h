@@ -69,10 +69,10 @@ struct ConfigError {
 };
 
 /// Finds all that would be rejected by a setter, end the process or be of no use: values out of their range,
-/// a range or list claimed by the candidate BSRs of two interfaces, ranges that are not of IPv4 multicast
-/// groups, and intervals above 13652, which make holdtimes that every receiver rejects. A list may be named
-/// before it exists: who names it waits for it. Empty if the configuration may be applied. In the order of
-/// the configuration.
+/// a range or list claimed by the candidate BSRs of two interfaces, a zone that a list of one interface
+/// permits and another one claims, ranges that are not of IPv4 multicast groups, and intervals above 13652,
+/// which make holdtimes that every receiver rejects. A list may be named before it exists: who names it waits
+/// for it. Empty if the configuration may be applied. In the order of the configuration.
 PIMBSR_API std::vector<ConfigError> check(Configuration const& configuration);
 
 }  // namespace pimbsr::host

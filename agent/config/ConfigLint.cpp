@@ -204,8 +204,7 @@ void Linter::lintBsrs() {
   }
 }
 
-/// Groups first: a configuration without errors has each on one interface, so that every finding is of a
-/// list.
+/// Groups first: every finding is of a list. A configuration without errors has each zone on one interface.
 void Linter::lintZones() {
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
     ConfigPlace place{.part = ConfigPart::candidateBsr, .name = intf};
@@ -225,15 +224,8 @@ void Linter::lintZone(IpGenPrefix const& zone, std::string const& intf, BsrTerms
                       ConfigPlace const& place) {
   if (hasInvalidTerms(place)) return;
   auto [claim, isFirst] = zones_.try_emplace(zone, intf, terms);
-  if (isFirst) return;
-  if (claim->second.intf != intf) {
-    report(place, fmt::format("it permits {}, for which {} is a candidate BSR too; a zone has one of both, "
-                              "the one that was applied last, and none once either loses its address or "
-                              "its range",
-                              textOf(zone), claim->second.intf));
-    return;
-  }
-  if (claim->second.terms == terms) return;
+  bool isOthers = claim->second.intf != intf;
+  if (isFirst || isOthers || claim->second.terms == terms) return;
   report(place,
          fmt::format(
              "it permits {}, for which {} is a candidate BSR with other terms; of both, those count that "

@@ -350,6 +350,10 @@ Wrong const wrongs[] = {
      "f:3:1: candidate-bsr.groups: 224.0.0.0/4: claimed by lo already; one interface may claim it"},
     {"ListOnTwoInterfaces", BSR "lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"m\"\nlists = [\"a\"]",
      "f:6:10: candidate-bsr.lists: a: claimed by lo already; one interface may claim it"},
+    {"ZoneOfAGroupAndOfAListOnTwoInterfaces",
+     BSR "[[candidate-bsr]]\ninterface = \"m\"\nlists = [\"a\"]\n" RULE "prefix = \"224.0.0.0/4\"}]",
+     "f:5:10: candidate-bsr.lists: a: permits 224.0.0.0/4, which candidate-bsr lo, group 224.0.0.0/4 claims "
+     "already; one interface may claim it"},
     {"TwoIntervalsOfOneRp", RP "c-rp-adv-period = 60\n" RP "lists = [\"a\"]\nc-rp-adv-period = 90",
      "f:7:19: candidate-rp.c-rp-adv-period: read 90; all that lo offers has one period, and that is 60 in "
      "line 3"},

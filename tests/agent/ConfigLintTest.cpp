@@ -178,12 +178,6 @@ Unwise const unwise[] = {
      {"f:2:1: interface.lo: nothing crosses an interface that speaks no PIM, so that its borders are of no "
       "use"}},
 
-    {"ZoneOfAGroupAndOfAList",
-     BSR "groups = [\"239.1.0.0/16\"]\n[[candidate-bsr]]\ninterface = \"lo\"\npriority = 9\nlists = "
-         "[\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
-     {"f:9:10: candidate-bsr.lists: a: it permits 239.1.0.0/16, for which eth0 is a candidate BSR too; a "
-      "zone "
-      "has one of both, the one that was applied last, and none once either loses its address or its range"}},
     {"ZoneOfTwoLists",
      BSR "lists = [\"a\"]\n[[candidate-bsr]]\ninterface = \"eth0\"\npriority = 9\nlists = [\"b\"]\n" LIST(
          "a", PERMIT("239.1.0.0/16")) LIST("b", PERMIT("239.1.0.0/16")),
@@ -204,11 +198,6 @@ Unwise const unwise[] = {
      {"f:7:10: candidate-rp.lists: a: eth0 is a candidate RP of 239.1.0.0/16 with the same priority "
       "192, "
       "so that the hash splits the groups between two addresses of this router"}},
-    {"ZoneOfAGroupAndAListOnTwoInterfacesWithTheSameTerms",
-     BSR "[[candidate-bsr]]\ninterface = \"lo\"\npriority = 100\nlists = [\"a\"]\n" LIST(
-         "a", PERMIT("224.0.0.0/4")),
-     {"f:8:10: candidate-bsr.lists: a: it permits 224.0.0.0/4, for which eth0 is a candidate BSR too; a zone "
-      "has one of both, the one that was applied last, and none once either loses its address or its range"}},
     {"RangeOfAGroupAndAListWithTwoPriorities",
      RP "groups = [\"239.1.0.0/16\"]\n[[candidate-rp]]\ninterface = \"eth0\"\npriority = 7\nlists = "
         "[\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "host/Router.h"
+#include "tests/host/ConfigSupport.h"
 #include "tests/support/RecordingPort.h"
 #include "tests/support/TestContext.h"
 
@@ -10,25 +11,12 @@ namespace test {
 namespace {
 
 namespace Bsr = Routing::Pim::Bsr;
-using pimbsr::host::AccessList;
 using pimbsr::host::ConfigTree;
 using pimbsr::host::Configuration;
 using pimbsr::host::Router;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Zet::Ptr;
-
-AccessList permitting(std::vector<std::string> const& prefixes) {
-  AccessList list;
-  for (std::string const& text : prefixes) {
-    Lanet::Prefix range = prefix(text).v4Prefix();
-    Acl::IpFilter filter;
-    filter.source = range.address();
-    filter.sourceMask = Lanet::IpAddr::fromHost(range.length() == 0 ? 0 : ~0u << (32 - range.length()));
-    list[10 * static_cast<Zet::U32>(list.size() + 1)] = {Acl::Action::permit, filter};
-  }
-  return list;
-}
 
 /// A router that follows a configuration, with an address on eth0 and another on eth1.
 class ConfiguredRouter : public testing::Test {
@@ -192,6 +180,41 @@ TEST_F(ConfiguredRouter, SendersArePermittedByLists) {
   wanted.senderLists.clear();
   apply();
   EXPECT_THAT(permits(), ElementsAre("0.0.0.0/0"));
+}
+
+TEST_F(ConfiguredRouter, ListOfGroupsThatBecomesOneOfSendersClosesTheFilterAtOnce) {
+  wanted.accessLists["list"] = permitting({"10.0.0.0/8", "239.1.0.0/16"});
+  wanted.candidateRps["eth0"].ranges.lists["list"] = 10;
+  wanted.candidateBsrs["eth1"].lists["list"] = {};
+  wanted.borders["eth0"].lists["list"] = {};
+  apply();
+  EXPECT_THAT(permits(), ElementsAre("0.0.0.0/0"));
+  EXPECT_THAT(zones(), ElementsAre("239.1.0.0/16"));
+  wanted.senderLists = {"list"};
+  apply();
+  EXPECT_THAT(permits(), ElementsAre("10.0.0.0/8", "239.1.0.0/16"));
+  EXPECT_THAT(zones(), IsEmpty()) << "a list of senders gives no group ranges, as after a start";
+  EXPECT_EQ(status()->crpCount(), 0u);
+  EXPECT_EQ(status()->bsBorderCount(), 0u);
+  wanted.senderLists.clear();
+  apply();
+  EXPECT_THAT(permits(), ElementsAre("0.0.0.0/0"));
+  EXPECT_THAT(zones(), ElementsAre("239.1.0.0/16"));
+  EXPECT_EQ(status()->crpCount(), 1u);
+  EXPECT_TRUE(status()->bsBorder(prefix("239.1.0.0/16")));
+}
+
+TEST_F(ConfiguredRouter, ZoneOfARangeStaysWhenAListOfAnotherInterfaceThatPermittedItGoes) {
+  wanted.candidateBsrs["eth0"].groups[prefix("239.1.0.0/16")] = {};
+  wanted.accessLists["scopes"] = permitting({"239.1.0.0/16", "239.3.0.0/16"});
+  wanted.candidateBsrs["eth1"].lists["scopes"] = {};
+  EXPECT_EQ(tree.apply(context, wanted).size(), 1u) << "one interface may claim a zone";
+  wanted.accessLists["scopes"] = permitting({"239.3.0.0/16"});
+  apply();
+  wanted.candidateBsrs.erase("eth1");
+  wanted.accessLists.clear();
+  apply();
+  EXPECT_THAT(zones(), ElementsAre("239.1.0.0/16"));
 }
 
 /// What the lists of a role permit, as the status tree has it.

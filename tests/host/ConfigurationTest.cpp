@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "runtime/Exceptions.h"
-#include "tests/support/Messages.h"
+#include "tests/host/ConfigSupport.h"
 
 namespace test {
 namespace {
@@ -106,6 +106,22 @@ InvalidCase const invalidCases[] = {
      "candidate-bsr eth1, group 224.0.0.0/4", "claimed by eth0 already; one interface may claim it"},
     {"ListOnTwoInterfaces", [](auto& c) { c.candidateBsrs["eth1"].lists["groups"] = {}; },
      "candidate-bsr eth1, access list groups", "claimed by eth0 already; one interface may claim it"},
+    {"ZoneOfAListAndOfARange",
+     [](auto& c) {
+       c.accessLists["scopes"] = permitting({"239.7.0.0/16", "224.0.0.0/4"});
+       c.candidateBsrs["eth1"].lists["scopes"] = {};
+     },
+     "candidate-bsr eth1, access list scopes",
+     "permits 224.0.0.0/4, which candidate-bsr eth0, group 224.0.0.0/4 claims already; one interface may "
+     "claim it"},
+    {"ZoneOfTwoLists",
+     [](auto& c) {
+       c.accessLists["groups"] = c.accessLists["scopes"] = permitting({"239.7.0.0/16"});
+       c.candidateBsrs["eth1"].lists["scopes"] = {};
+     },
+     "candidate-bsr eth1, access list scopes",
+     "permits 239.7.0.0/16, which candidate-bsr eth0, access list groups claims already; one interface may "
+     "claim it"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, InvalidConfiguration, testing::ValuesIn(invalidCases),
