@@ -66,6 +66,7 @@ void HelloSm::receive(wire::HelloMessage const& hello) {
   U32 generation = hello.generationId.value_or(0);
   bool hasRestarted = neighbor && neighbor->generationId() != generation;
   bool isNew = !neighbor || hasRestarted;
+  bool wasDr = intf_->iAmDr();
   if (hasRestarted && relearns()) {
     forget(hello.srcAddr);
     neighbor = nullptr;
@@ -75,7 +76,9 @@ void HelloSm::receive(wire::HelloMessage const& hello) {
   update(*neighbor, hello);
   keepFor(*neighbor, hello.holdtime);
   electDr();
-  if (isNew) triggerHello();
+  if (!isNew) return;
+  triggerHello();
+  if (relearns() && (wasDr || wasDrMeanwhile_)) answerAtOnce();
 }
 
 /// Forged Hellos with endless holdtimes would otherwise keep all other routers out of a full table for ever.
@@ -189,6 +192,13 @@ void HelloSm::triggerHello() {
 void HelloSm::hastenHello() {
   double due = Zet::now() + randomDelay(options_.triggeredDelay);
   if (relearns()) due = std::max(due, lastTriggered_ + options_.triggeredDelay);
+  helloTimer_->timeMinIs(std::min(helloTimer_->timeMin(), due));
+}
+
+/// Of a link's routers one alone was the DR without the neighbor, so that no others answer at that moment.
+/// Its own delay would come on top of that of the neighbor's first Hello (RFC 7761 section 4.3.1).
+void HelloSm::answerAtOnce() {
+  double due = std::max(Zet::now(), lastTriggered_ + options_.triggeredDelay);
   helloTimer_->timeMinIs(std::min(helloTimer_->timeMin(), due));
 }
 

@@ -60,9 +60,9 @@ class PIMBSR_API HelloSm {
   void optionsIs(HelloOptions const& options);
 
   /// Whether a neighbor with a new Generation ID counts as one that has left and come back, which may take
-  /// the role of the DR from it for a moment; no two triggered Hellos are nearer than the triggered delay
-  /// then, so that restarts of neighbors cost one RP set in that time. Null, as at first, for no; the
-  /// switch outlives this object.
+  /// the role of the DR from it for a moment. A new neighbor is answered at once then by the router that was
+  /// the DR without it; no two triggered Hellos are nearer than the triggered delay, so that restarts of
+  /// neighbors cost one RP set in that time. Null, as at first, for no; the switch outlives this object.
   void relearnIs(CorrectionSwitch* relearn) { relearn_ = relearn; }
   U32 generationId() const { return generationId_; }
   HelloOptions const& options() const { return options_; }
@@ -83,6 +83,7 @@ class PIMBSR_API HelloSm {
   void showRole();
   void triggerHello();
   void hastenHello();
+  void answerAtOnce();
   void electDr();
   bool send(Lanet::IpGenAddr const& source, U16 holdtime);
 

@@ -452,6 +452,25 @@ TEST_F(HelloTest, AThousandRestartsASecondCostOneTriggeredHelloInTheTriggeredDel
   EXPECT_GE(eth0->triggeredHelloCount() - before, 3u);
 }
 
+TEST_F(HelloTest, WhoWasTheDrWithoutANewNeighborAnswersItAtOnceAndOthersAfterADelay) {
+  pimbsr::CorrectionSwitch relearn;
+  relearn.isOnIs(true);
+  hello.relearnIs(&relearn);
+  runTo(6);
+  hello.receive(from("192.0.2.200"));
+  EXPECT_EQ(hello.nextHello(), Zet::now()) << "the first neighbor takes the role from this router";
+  runTo(12);
+  context.randoms.assign(10, RAND_MAX / 5);
+  hello.receive(from("192.0.2.201"));
+  EXPECT_NEAR(hello.nextHello(), Zet::now() + 1, 1e-6) << "192.0.2.200 is the DR without it";
+  runTo(18);
+  hello.receive(from("192.0.2.200", 2));
+  EXPECT_GT(hello.nextHello(), Zet::now()) << "192.0.2.201 is the DR";
+  runTo(24);
+  hello.receive(from("192.0.2.201", 2));
+  EXPECT_GT(hello.nextHello(), Zet::now()) << "192.0.2.200 was the DR without it";
+}
+
 TEST_F(HelloTest, ANewNeighborIsAnsweredWithinTheTriggeredDelayAlsoAfterARestart) {
   pimbsr::CorrectionSwitch relearn;
   relearn.isOnIs(true);
