@@ -31,20 +31,21 @@ static bool hasLongHoldtime(BootstrapGroupData const& group) {
 namespace {
 
 /// The RPs named for the ranges that come in fragments in one message, there and wherever else its fragment
-/// tag is known; and the least number announced for each. It is made once for a message: what it costs grows
-/// with the ranges of the message, times the zones.
+/// tag is known; and the least number announced for each. It is made once for a message: O(log n) for each of
+/// its RPs, and a comparison for each zone.
 class Named {
  public:
   Named(BootstrapMessage const& message, Routing::Pim::Bsr::PimBsrSm const& root, KeptFragments& kept) {
     Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
     for (auto group = groups->groupDataIterator(); group; ++group) {
-      if (isFragment(*group)) ranges_[group->prefix()].add(*group);
+      if (isFragment(*group)) ranges_[group->prefix()].add(group->rpCount(), group->rpListIterator());
     }
     addStored(root.bsmRxFragments(message.fragmentTag()));
-    for (KeptRecords const* records : kept.tagged(message.fragmentTag())) addKept(*records);
+    kept.update();
+    for (auto& [prefix, range] : ranges_) range.close(kept.find(message.fragmentTag(), prefix));
   }
 
-  bool overflows(IpGenPrefix const& prefix) { return ranges_.at(prefix).overflows(); }
+  bool overflows(IpGenPrefix const& prefix) const { return ranges_.at(prefix).overflows(); }
 
  private:
   class Range {
@@ -55,17 +56,23 @@ class Named {
       for (; rps; ++rps) addresses_.push_back(rps->rpAddress());
     }
 
-    void add(BootstrapGroupData const& record) { add(record.rpCount(), record.rpListIterator()); }
-
-    bool overflows() {
+    /// Counts the different RPs; `kept` is what is known besides, or null.
+    void close(KeptRange const* kept) {
       Zet::Meter::visit(addresses_.size());
       std::sort(addresses_.begin(), addresses_.end());
       addresses_.erase(std::unique(addresses_.begin(), addresses_.end()), addresses_.end());
-      return addresses_.size() > announced_;
+      rpCount_ = addresses_.size();
+      if (kept == nullptr) return;
+      announced_ = std::min(announced_, kept->announced());
+      auto isKept = [&](IpGenAddr const& rp) { return kept->names(rp); };
+      rpCount_ += kept->rpCount() - std::count_if(addresses_.begin(), addresses_.end(), isKept);
     }
+
+    bool overflows() const { return rpCount_ > announced_; }
 
    private:
     std::vector<IpGenAddr> addresses_;
+    size_t rpCount_ = 0;
     U8 announced_ = 255;
   };
 
@@ -74,13 +81,6 @@ class Named {
     for (auto& [prefix, range] : ranges_) {
       Zet::Meter::visit();
       if (auto held = stored->groupRpData(prefix)) range.add(held->rpCount(), held->rpIterator());
-    }
-  }
-
-  void addKept(KeptRecords const& records) {
-    for (auto& [prefix, range] : ranges_) {
-      Zet::Meter::visit();
-      records.find(prefix, [&](BootstrapGroupData const& record) { range.add(record); });
     }
   }
 

@@ -6,6 +6,7 @@
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Context.h"
+#include "runtime/Meter.h"
 
 namespace pimbsr::host {
 
@@ -15,23 +16,29 @@ using Packet::BootstrapGroupData;
 using Packet::BootstrapMessage;
 using Zet::Ptr;
 
-static bool isSame(BootstrapGroupData const& a, BootstrapGroupData const& b) {
-  if (a.prefix() != b.prefix() || a.fragRpCount() != b.fragRpCount() || a.rpCount() != b.rpCount())
-    return false;
-  for (auto rp = a.rpListIterator(); rp; ++rp) {
-    if (!b.rpList(rp->rpAddress())) return false;
+/// Below, equal and above 0 as the content of one record is before, the same and behind that of another. The
+/// RPs of a record are walked in an order that depends on them alone.
+static int compare(BootstrapGroupData const& a, BootstrapGroupData const& b) {
+  if (a.prefix() != b.prefix()) return a.prefix() < b.prefix() ? -1 : 1;
+  if (a.rpCount() != b.rpCount()) return a.rpCount() < b.rpCount() ? -1 : 1;
+  auto one = a.rpListIterator();
+  auto other = b.rpListIterator();
+  for (; one && other; ++one, ++other) {
+    Zet::Meter::visit();
+    if (one->rpAddress() != other->rpAddress()) return one->rpAddress() < other->rpAddress() ? -1 : 1;
   }
-  return true;
+  return int(bool(one)) - int(bool(other));
 }
 
-/// Whether two fragments of a message name the same RPs, as one that was sent twice does.
-static bool isSame(BootstrapMessage const& a, BootstrapMessage const& b) {
-  auto one = a.groupRpData()->groupDataIterator();
-  auto other = b.groupRpData()->groupDataIterator();
+/// A fragment that is sent twice names the same RPs.
+bool BsmPieces::ByContent::operator()(Message const& a, Message const& b) const {
+  auto one = a->groupRpData()->groupDataIterator();
+  auto other = b->groupRpData()->groupDataIterator();
   for (; one && other; ++one, ++other) {
-    if (!isSame(*one, *other)) return false;
+    Zet::Meter::visit();
+    if (int order = compare(*one, *other)) return order < 0;
   }
-  return !one && !other;
+  return !one && other;
 }
 
 static U32 recordsOf(BootstrapMessage const& message) {
@@ -60,24 +67,50 @@ void BsmPieces::handleAccepted(Message const& message) {
   if (lastOf(zone) != message) return;
   if (kept_.size() > root_.candidateSmCount() + root_.nonCandidateSmCount()) dropEnded();
   Kept& kept = kept_[zone];
-  if (!continues(kept, message)) {
-    kept.fragments.clear();
-    kept.records = 0;
-  }
+  if (!continues(kept, message)) removeAll(kept);
   kept.lastAt = Zet::now();
-  std::erase_if(kept.fragments, [&](Message const& other) { return isSame(*other, *message); });
-  U32 records = recordsOf(*message);
-  bool hasRoom = settings_.rps == 0 || kept.records + records <= settings_.rps;
-  if (!hasRoom) kept.fragments.clear();
-  kept.records = hasRoom ? kept.records + records : records;
-  kept.fragments.push_back(message);
+  if (auto same = kept.byContent.find(message); same != kept.byContent.end()) remove(kept, Message(*same));
+  bool hasRoom = settings_.rps == 0 || records_ + recordsOf(*message) <= settings_.rps;
+  if (!hasRoom || kept.fragments.size() >= maxPieces) removeAll(kept);
+  add(kept, message);
+}
+
+void BsmPieces::add(Kept& kept, Message const& piece) {
+  kept.fragments.push_back(piece);
+  kept.byContent.insert(piece);
+  records_ += recordsOf(*piece);
+}
+
+void BsmPieces::remove(Kept& kept, Message const& piece) {
+  records_ -= recordsOf(*piece);
+  kept.byContent.erase(piece);
+  std::erase(kept.fragments, piece);
+}
+
+void BsmPieces::removeAll(Kept& kept) {
+  for (Message const& piece : kept.fragments) records_ -= recordsOf(*piece);
+  kept.byContent.clear();
+  kept.fragments.clear();
+}
+
+void BsmPieces::forget(Lanet::IpGenPrefix const& zone) {
+  auto at = kept_.find(zone);
+  if (at == kept_.end()) return;
+  removeAll(at->second);
+  kept_.erase(at);
+}
+
+void BsmPieces::clear() {
+  kept_.clear();
+  records_ = 0;
 }
 
 /// More zones than machines show that a zone has ended.
 void BsmPieces::dropEnded() {
-  std::erase_if(kept_, [&](auto const& entry) {
-    return !root_.candidateSm(entry.first) && !root_.nonCandidateSm(entry.first);
-  });
+  for (auto& [zone, kept] : kept_) {
+    if (!root_.candidateSm(zone) && !root_.nonCandidateSm(zone)) removeAll(kept);
+  }
+  std::erase_if(kept_, [](auto const& entry) { return entry.second.fragments.empty(); });
 }
 
 std::span<BsmPieces::Message const> BsmPieces::fragmentsOf(Message const& kept) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <span>
 #include <vector>
 
@@ -16,33 +17,46 @@ class PIMBSR_API BsmPieces {
  public:
   using Message = Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>;
 
-  /// Both are read for as long as this object is. What is kept of a zone is bounded by IngressSettings::rps.
+  /// Pieces of a zone beyond which what is kept of it is dropped: 20,000 RPs at the least MTU of IPv4, 576.
+  static constexpr size_t maxPieces = 512;
+
+  /// Both are read for as long as this object is. What is kept is bounded by IngressSettings::rps for all zones
+  /// together.
   BsmPieces(Routing::Pim::Bsr::PimBsrSm const& root, IngressSettings const& settings)
       : root_(root), settings_(settings) {}
 
-  /// To be called for a Bootstrap Message that the gate has accepted.
+  /// To be called for a Bootstrap Message that the gate has accepted. O(log n) of the zone's pieces, for each
+  /// record and RP in it.
   void handleAccepted(Message const& message);
   /// All fragments of a message that its zone's machine keeps, this one among them; none if it came whole.
   std::span<Message const> fragmentsOf(Message const& kept) const;
   /// Forgets what is kept of a zone.
-  void forget(Lanet::IpGenPrefix const& zone) { kept_.erase(zone); }
+  void forget(Lanet::IpGenPrefix const& zone);
   /// Forgets everything.
-  void clear() { kept_.clear(); }
+  void clear();
 
  private:
+  /// Orders messages by the ranges and RPs that they name.
+  struct ByContent {
+    bool operator()(Message const& a, Message const& b) const;
+  };
   struct Kept {
-    std::vector<Message> fragments;
+    std::vector<Message> fragments;          ///< in the order of their arrival
+    std::set<Message, ByContent> byContent;  ///< the same
     double lastAt = 0;
-    U32 records = 0;  ///< group records and RPs in them
   };
 
   Message lastOf(Lanet::IpGenPrefix const& zone) const;
   void dropEnded();
+  void removeAll(Kept& kept);
+  void remove(Kept& kept, Message const& piece);
+  void add(Kept& kept, Message const& piece);
   static bool continues(Kept const& kept, Message const& message);
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
   IngressSettings const& settings_;
   std::map<Lanet::IpGenPrefix, Kept> kept_;  ///< by zone
+  Zet::U64 records_ = 0;                     ///< group records and RPs in them, of all zones
 };
 
 }  // namespace pimbsr::host

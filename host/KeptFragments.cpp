@@ -8,47 +8,92 @@
 namespace pimbsr::host {
 
 namespace Packet = Routing::Pim::Packet;
+using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
-using Packet::BootstrapMessage;
 using Zet::Ptr;
+using Zet::U16;
 
-KeptRecords::KeptRecords(Ptr<BootstrapMessage> const& message) : message_(message) {
-  Ptr<Packet::BootstrapOptionalData> groups = message->groupRpData();
-  for (auto group = groups->groupDataIterator(); group; ++group) {
+/// Takes one from the count of a key, and the key away with the last.
+template <class Counts, class Key>
+static void removeOne(Counts& counts, Key const& key) {
+  auto at = counts.find(key);
+  if (--at->second == 0) counts.erase(at);
+}
+
+void KeptRange::add(KeptRecord const& record) {
+  ++announced_[record.announced];
+  for (IpGenAddr const& rp : record.rps) {
     Zet::Meter::visit();
-    if (isFragment(*group)) records_.emplace(group->prefix(), &*group);
+    ++rps_[rp];
   }
 }
 
-std::vector<KeptRecords const*> KeptFragments::tagged(Zet::U16 tag) {
+void KeptRange::remove(KeptRecord const& record) {
+  removeOne(announced_, record.announced);
+  for (IpGenAddr const& rp : record.rps) {
+    Zet::Meter::visit();
+    removeOne(rps_, rp);
+  }
+}
+
+void KeptFragments::update() {
   removeGoneZones();
-  std::vector<KeptRecords const*> found;
-  addTagged(tag, root_.nonCandidateSmIterator(), found);
-  addTagged(tag, root_.candidateSmIterator(), found);
-  return found;
+  updateFrom(root_.nonCandidateSmIterator());
+  updateFrom(root_.candidateSmIterator());
 }
 
 template <class MachineWalk>
-void KeptFragments::addTagged(Zet::U16 tag, MachineWalk machines, std::vector<KeptRecords const*>& found) {
+void KeptFragments::updateFrom(MachineWalk machines) {
   for (; machines; ++machines) {
     Zet::Meter::visit();
-    Ptr<BootstrapMessage> kept = machines->lastBsm();
-    if (kept && kept->fragmentTag() == tag) found.push_back(&recordsOf(machines->zone(), kept));
+    replace(byZone_[machines->zone()], machines->lastBsm());
   }
 }
 
-KeptRecords const& KeptFragments::recordsOf(IpGenPrefix const& zone, Ptr<BootstrapMessage> const& message) {
-  auto [at, isNew] = byZone_.try_emplace(zone, message);
-  if (!isNew && at->second.message() != message) at->second = KeptRecords(message);
-  return at->second;
+void KeptFragments::replace(Kept& kept, Message const& message) {
+  if (kept.message == message) return;
+  remove(kept);
+  kept.message = message;
+  if (message) add(kept);
 }
 
-/// An index keeps its message, so those of gone zones are removed before they are many.
+static KeptRecord recordOf(Packet::BootstrapGroupData const& group) {
+  KeptRecord record{.range = group.prefix(), .announced = group.rpCount()};
+  for (auto rp = group.rpListIterator(); rp; ++rp) record.rps.push_back(rp->rpAddress());
+  return record;
+}
+
+void KeptFragments::add(Kept& kept) {
+  kept.tag = kept.message->fragmentTag();
+  for (auto group = kept.message->groupRpData()->groupDataIterator(); group; ++group) {
+    Zet::Meter::visit();
+    if (!isFragment(*group)) continue;
+    kept.records.push_back(recordOf(*group));
+    ranges_[{kept.tag, group->prefix()}].add(kept.records.back());
+  }
+}
+
+void KeptFragments::remove(Kept& kept) {
+  for (KeptRecord const& record : kept.records) {
+    auto at = ranges_.find({kept.tag, record.range});
+    at->second.remove(record);
+    if (at->second.isEmpty()) ranges_.erase(at);
+  }
+  kept.records.clear();
+}
+
+KeptRange const* KeptFragments::find(U16 tag, IpGenPrefix const& range) const {
+  auto at = ranges_.find({tag, range});
+  return at == ranges_.end() ? nullptr : &at->second;
+}
+
+/// A zone keeps its message, so those of gone zones are removed before they are many.
 void KeptFragments::removeGoneZones() {
   if (byZone_.size() <= root_.candidateSmCount() + root_.nonCandidateSmCount()) return;
-  std::erase_if(byZone_, [&](auto const& entry) {
-    return !root_.candidateSm(entry.first) && !root_.nonCandidateSm(entry.first);
-  });
+  for (auto& [zone, kept] : byZone_) {
+    if (!root_.candidateSm(zone) && !root_.nonCandidateSm(zone)) replace(kept, nullptr);
+  }
+  std::erase_if(byZone_, [](auto const& entry) { return !entry.second.message; });
 }
 
 }  // namespace pimbsr::host

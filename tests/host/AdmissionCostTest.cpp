@@ -49,5 +49,31 @@ TEST_F(AdmissionCostTest, FragmentCostsWhatItNamesHoweverManyRecordsAreKeptUnder
   EXPECT_LT(renewed, U64{ranges} * 2 + zones * 8);
 }
 
+TEST_F(AdmissionCostTest, RepeatedRecordsOfOneRangeCostNoMoreThanOne) {
+  constexpr int zones = 20, repeats = 700;
+  Bsm const one = fragments("239.0.0.0/16", 1, "203.0.113.2");
+  for (int i = 0; i < zones; ++i) {
+    Bsm message = fragments("239." + std::to_string(i) + ".0.0/16", 1, "203.0.113.1");
+    for (int n = 1; n < repeats; ++n) message.groups.push_back(message.groups.back());
+    engine.receive(message);
+  }
+  EXPECT_GT(visitsOf(one), U64{zones} * repeats) << "each kept message is indexed when it is asked for first";
+  EXPECT_LT(visitsOf(one), U64{zones} * 8);
+}
+
+TEST_F(AdmissionCostTest, RpsOfGoneAndReplacedMessagesDoNotCount) {
+  constexpr char const* zone = "239.0.0.0/16";
+  engine.receive(fragments(zone, 1, "203.0.113.1"));
+  visitsOf(fragments(zone, 1, "203.0.113.2"));
+  EXPECT_EQ(admission.validate(*make(fragments("239.1.0.0/16", 1, "203.0.113.2"))), DropReason::none);
+  Bsm both = fragments("239.1.0.0/16", 1, "203.0.113.2");
+  both.groups.back().rps.push_back({"203.0.113.3"});
+  EXPECT_EQ(admission.validate(*make(both)), DropReason::fragmentOverflow);
+  Bsm other = fragments(zone, 1, "203.0.113.1");
+  other.tag = 8;
+  engine.receive(other);
+  EXPECT_EQ(admission.validate(*make(both)), DropReason::none);
+}
+
 }  // namespace
 }  // namespace test
