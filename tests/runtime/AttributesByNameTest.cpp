@@ -1,0 +1,449 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <map>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "config/ConfigRecords.h"
+#include "model/Acl.h"
+#include "model/MessageCounters.h"
+#include "model/TrieGen.h"
+#include "protocol/Fragments.h"
+#include "runtime/Reflection.h"
+#include "tests/support/ConfigEngine.h"
+#include "tests/support/CrpEngine.h"
+#include "tests/support/RangeError.h"
+
+/// Every attribute of every class, by name: what is read can be written, and reads the same.
+namespace test {
+namespace {
+
+namespace Packet = Routing::Pim::Packet;
+using testing_support::rangeError;
+using Zet::AttributeKind;
+using Zet::AttributeRow;
+using Zet::GenericIf;
+using Zet::GenericIfOf;
+using Zet::Ptr;
+using Zet::PtrInterface;
+using Zet::String8;
+using Zet::U16;
+using Zet::U32;
+using Zet::U64;
+using Zet::U8;
+using Zet::ZetType;
+using Objects = std::vector<Ptr<PtrInterface>>;
+using Texts = std::vector<String8>;
+
+// Values ----------------------------------------------------------------------------------------------
+
+template <class T>
+Texts textsOf(std::vector<T> const& values) {
+  Texts texts;
+  for (T const& value : values) texts.push_back(Zet::strep(value));
+  return texts;
+}
+template <class T>
+Texts ends() {
+  return textsOf<T>({0, std::numeric_limits<T>::max()});
+}
+
+/// A name without its namespaces.
+std::string bareName(std::string const& type) { return type.substr(type.find_last_of(':') + 1); }
+
+/// Texts of values of each type, both ends of its range among them.
+std::map<std::string, Texts> const& sampleTexts() {
+  using Lanet::IpGenAddr, Lanet::IpGenPrefix, Lanet::IntfId;
+  Bsr::PimBsrErrorCounters most;
+  most.rxFilter = most.rxNbrRpfCheck = most.rxNoForwardBsm = most.rxUnicastBsm = 0xffffffff;
+  most.rxScopeMismatch = most.rxInvalid = 0xffffffff;
+  String8 const odd("it's [a/b]\\\n\xff");
+  static std::map<std::string, Texts> const samples{
+      {"bool", {"True", "False"}},
+      {"U8", ends<U8>()},
+      {"U16", ends<U16>()},
+      {"U32", ends<U32>()},
+      {"U64", ends<U64>()},
+      {"double", textsOf<double>({0, 0.1, -2.5, std::numeric_limits<double>::max(),
+                                  std::numeric_limits<double>::infinity()})},
+      {"String8", textsOf<String8>({"", odd})},
+      {"Name", textsOf<String8>({"", odd})},
+      {"IpAddr", textsOf<Lanet::IpAddr>({{}, Lanet::IpAddr::fromHost(0xffffffff)})},
+      {"IpGenAddr", textsOf<IpGenAddr>({{}, addr("10.1.2.3"), addr("2001:db8::ff")})},
+      {"IpGenPrefix", textsOf<IpGenPrefix>({{}, prefix("0.0.0.0/0"), prefix("239.1.2.3/32")})},
+      {"IntfId", textsOf<IntfId>({{}, IntfId(odd)})},
+      {"RpPriority", textsOf<Routing::Pim::RpPriority>({0, 256})},
+      {"RpHashMaskLen", textsOf<Routing::Pim::RpHashMaskLen>({0, 128})},
+      {"CrpHoldTime", textsOf<Routing::Pim::CrpHoldTime>({0, 40958})},
+      {"CrpAdvInterval", textsOf<Bsr::CrpAdvInterval>({1, 16383})},
+      {"GroupFlags", textsOf<Packet::GroupFlags>({0, 0xff})},
+      {"PimBsrErrorCounters", textsOf<Bsr::PimBsrErrorCounters>({{}, most})},
+      {"UniqueId", textsOf<Acl::UniqueId>({Acl::UniqueId(0), Acl::UniqueId(~U64{0})})},
+      {"IpFilter", textsOf<Acl::IpFilter>({{}, aclRule("permit 10.0.0.0/8").filter})},
+      {"IpRuleConfig",
+       textsOf<Acl::IpRuleConfig>({aclRule("permit 10.0.0.0/8"), aclRule("deny 0.0.0.0/0")})}};
+  return samples;
+}
+
+/// Texts of values of a type; of an enumeration every name.
+Texts samplesOf(std::string const& type) {
+  auto found = sampleTexts().find(bareName(type));
+  if (found != sampleTexts().end()) return found->second;
+  Texts names;
+  for (ZetType const* each : Zet::zetTypes()) {
+    if (std::string(each->kind) != "enumeration" || bareName(each->name) != bareName(type)) continue;
+    for (AttributeRow const& row : each->rows) names.push_back(Zet::strep(String8(row.name)));
+  }
+  EXPECT_FALSE(names.empty()) << "no value of " << type;
+  return names;
+}
+
+// Objects ---------------------------------------------------------------------------------------------
+
+/// One object of each entity and record.
+Objects everyRecord() {
+  namespace IO = Routing::Pim::IO;
+  auto const zone = prefix("239.0.0.0/8");
+  auto const host = addr("10.0.0.1");
+  auto const eth = intf("eth0");
+  return {Acl::aclSubConfigFactory(),
+          Acl::aclConfigFactory("a"),
+          Acl::aclTypeConfigFactory("ip"),
+          Bsr::intfConfigFactory("eth0"),
+          Bsr::bsrCandidateGroupFactory(zone),
+          Bsr::bsrCandidateAclFactory("a"),
+          Bsr::bsrCandidateConfigFactory("eth0", eth),
+          Bsr::rpCandidateAclEntryOptionsFactory("a"),
+          Bsr::rpCandidateConfigFactory("eth0", eth),
+          Bsr::configFactory("bsr"),
+          Bsr::clearConfigFactory("bsr"),
+          Bsr::pimBsrCountersFactory("bsr"),
+          IO::messageInfoFactory(),
+          IO::pamCounterFactory(),
+          IO::pamManagerFactory(),
+          Interface::intfStatusFactory(eth),
+          Interface::allIntfStatusDirFactory("all"),
+          Routing::Pim::Slosh::messageCountersFactory("pim"),
+          Bsr::pimBsmStatusFactory(),
+          Bsr::pimCrpMsgStatusFactory(),
+          Packet::messageFactory(),
+          Packet::bootstrapRpDataFactory(host),
+          Packet::bootstrapGroupDataFactory(zone),
+          Packet::bootstrapOptionalDataFactory(),
+          Packet::bootstrapMessageFactory(),
+          Packet::crpGroupInfoFactory(zone),
+          Packet::crpGroupDataFactory(),
+          Packet::crpAdvMessageFactory(),
+          Routing::Pim::neighborFactory(host),
+          Routing::Pim::intfFactory(eth),
+          Routing::Pim::statusFactory("pim"),
+          Routing::Pim::rpCandidateFactory(host),
+          Routing::Pim::rpCandidateSetFactory(zone),
+          Routing::Pim::rpCandidateStatusFactory("set"),
+          Ip::SourceIntf::sourceIntfFactory(eth),
+          Ip::SourceIntf::sourceIntfSmFactory(),
+          Bsr::bsrCandidateFactory(zone),
+          Bsr::rpCandidateGroupEntryOptionsFactory(zone),
+          Bsr::rpCandidateFactory(host),
+          Bsr::electedBsrStatusFactory(zone),
+          Bsr::pimBsrBorderFactory("239.0.0.0/8", zone),
+          Bsr::pimBsrRpCandidateStatusFactory("zone", zone),
+          Bsr::rpCandidatePrefixSetFactory(zone),
+          Bsr::statusFactory("bsr"),
+          Routing::trieGenFactory("trie", Lanet::AddressFamily::ipv4),
+          Bsr::bsrConfigAclFactory("a"),
+          Bsr::bsrBorderPrefixRefCountFactory(eth),
+          Bsr::bsrCandidatePrefixRefCountFactory(eth),
+          Bsr::rpCandidatePrefixRefCountFactory(eth),
+          Bsr::pimBsrRxFragmentFactory(zone),
+          Bsr::pimBsrRxFragmentsFactory(7),
+          Bsr::pimBsrTxFragmentFactory(),
+          Bsr::pimBsrTxFragmentsFactory(1500)};
+}
+
+bool isOfKind(ZetType const& type, std::string const& kind) {
+  return type.kind == kind && bareName(type.name) != "Entity" && bareName(type.name) != "Machine";
+}
+
+std::set<std::string> namesOfKind(std::string const& kind) {
+  std::set<std::string> names;
+  for (ZetType const* type : Zet::zetTypes()) {
+    if (isOfKind(*type, kind)) names.insert(type->name);
+  }
+  return names;
+}
+
+/// The rows of an object, those of its bases first.
+void addRows(ZetType const& type, std::vector<AttributeRow const*>& rows) {
+  if (type.base != nullptr) addRows(*type.base, rows);
+  for (AttributeRow const& row : type.rows) rows.push_back(&row);
+}
+std::vector<AttributeRow const*> rowsOf(PtrInterface const& object) {
+  std::vector<AttributeRow const*> rows;
+  addRows(object.fwkType(), rows);
+  return rows;
+}
+
+// Writing ---------------------------------------------------------------------------------------------
+
+bool isValue(AttributeRow const& row) {
+  return row.kind == AttributeKind::value || row.kind == AttributeKind::counter;
+}
+
+/// Writes a value and reads it.
+void expectReadsBack(PtrInterface& object, AttributeRow const& row, String8 const& text) {
+  GenericIf const byName(object.fwkType());
+  byName.write(object, row.name, text);
+  EXPECT_EQ(byName.read(object, row.name), text) << object.fwkType().name << "::" << row.name;
+}
+
+/// The bound in the text of a range: a number, or a constant of the class by its name.
+U64 boundOf(PtrInterface const& object, std::string const& text) {
+  if (std::isdigit(static_cast<unsigned char>(text[0])) != 0) return std::stoull(text, nullptr, 0);
+  String8 const number = GenericIf(object.fwkType()).read(object, String8(bareName(text)));
+  return std::stoull(std::string(number.view()));
+}
+
+/// Both ends of a range are taken; the next numbers are not, with the text of the range.
+void expectRange(PtrInterface& object, AttributeRow const& row) {
+  std::smatch parts;
+  std::string const text = row.range;
+  ASSERT_TRUE(std::regex_search(text, parts, std::regex("< (\\S+) or > (\\w+) not allowed"))) << text;
+  U64 const low = boundOf(object, parts[1]), high = boundOf(object, parts[2]);
+  GenericIf const byName(object.fwkType());
+  auto write = [&](U64 number) { byName.write(object, row.name, Zet::strep(number)); };
+  for (U64 end : {low, high}) expectReadsBack(object, row, Zet::strep(end));
+  if (low > 0) {
+    EXPECT_EQ(rangeError([&] { write(low - 1); }), text);
+  }
+  if (high < (std::string(row.type) == "U16" ? 0xffffu : 0xffffffffu)) {
+    EXPECT_EQ(rangeError([&] { write(high + 1); }), text);
+  } else {
+    EXPECT_NE(rangeError([&] { write(high + 1); }), "no RangeException") << "beyond the type";
+  }
+}
+
+/// A value for each key, and the default once the key is gone.
+void expectValuesReadBack(PtrInterface& object, AttributeRow const& row) {
+  GenericIf const byName(object.fwkType());
+  for (String8 const& key : samplesOf(row.keyType)) {
+    String8 const absent = byName.read(object, row.name, key);
+    for (String8 const& text : samplesOf(row.type)) {
+      byName.write(object, row.name, key, text);
+      EXPECT_EQ(byName.read(object, row.name, key), text) << object.fwkType().name << "::" << row.name;
+    }
+    row.del(object, key);
+    EXPECT_EQ(byName.read(object, row.name, key), absent) << object.fwkType().name << "::" << row.name;
+  }
+}
+
+/// A member is there once its key is written.
+void expectMemberIsMade(PtrInterface& object, AttributeRow const& row) {
+  GenericIf const byName(object.fwkType());
+  String8 const key = samplesOf(row.keyType).back(), none = byName.read(object, row.name, key);
+  byName.write(object, row.name, key, "");
+  EXPECT_NE(byName.read(object, row.name, key), none) << object.fwkType().name << "::" << row.name;
+  ASSERT_TRUE(row.member(object, key)) << object.fwkType().name << "::" << row.name;
+  row.del(object, key);
+  EXPECT_EQ(byName.read(object, row.name, key), none) << object.fwkType().name << "::" << row.name;
+}
+
+void expectWritable(PtrInterface& object, AttributeRow const& row) {
+  if (row.kind == AttributeKind::values) {
+    expectValuesReadBack(object, row);
+  } else if (row.isIndexed()) {
+    expectMemberIsMade(object, row);
+  } else if (row.range[0] != '\0') {
+    expectRange(object, row);
+  } else {
+    for (String8 const& text : samplesOf(row.type)) expectReadsBack(object, row, text);
+  }
+}
+
+void expectReadOnly(PtrInterface& object, AttributeRow const& row) {
+  Zet::AttributeOpArgs args{.key = row.isIndexed() ? samplesOf(row.keyType).back() : String8(),
+                            .hasKey = row.isIndexed()};
+  GenericIf const byName(object.fwkType());
+  EXPECT_THROW(byName.attributeOp(object, row.id, Zet::AttributeOp::write, args), Zet::Exception)
+      << object.fwkType().name << "::" << row.name;
+}
+
+class AttributesByName : public ModelTest {};
+
+TEST_F(AttributesByName, EveryAttributeOfAnEntityOrARecordReadsAsItWasWritten) {
+  std::set<std::string> seen;
+  std::size_t written = 0;
+  for (Ptr<PtrInterface> const& object : everyRecord()) {
+    seen.insert(object->fwkType().name);
+    for (AttributeRow const* row : rowsOf(*object)) {
+      row->write != nullptr ? expectWritable(*object, *row) : expectReadOnly(*object, *row);
+      written += row->write != nullptr;
+    }
+  }
+  std::set<std::string> all = namesOfKind("entity");
+  all.merge(namesOfKind("record"));
+  EXPECT_EQ(seen, all);
+  EXPECT_GT(written, 150u);
+}
+
+TEST_F(AttributesByName, EveryPlainValueHasAWriteByName) {
+  for (ZetType const* type : Zet::zetTypes()) {
+    if (!isOfKind(*type, "entity") && !isOfKind(*type, "record")) continue;
+    for (AttributeRow const& row : type->rows) {
+      bool const isPlain = isValue(row) || row.kind == AttributeKind::values;
+      EXPECT_EQ(row.write != nullptr || !isPlain, true) << type->name << "::" << row.name;
+    }
+  }
+}
+
+// Machines --------------------------------------------------------------------------------------------
+
+/// An engine that leads one zone, follows another and is a candidate RP, and a machine of the configuration.
+class MachinesByName : public CrpTest {
+ protected:
+  MachinesByName() {
+    engine.electUs("239.0.0.0/8");
+    engine.Engine::receive(Bsm{.bsr = "203.0.113.1"});
+    engine.addCrp("10.0.0.1");
+    engine.addRange("10.0.0.1", "239.1.0.0/16");
+    config.start();
+    config.status->cbsrIs(prefix("239.0.0.0/8"));
+    config.bsrGroup("eth0", "239.0.0.0/8");
+    config.rules("zones", {"permit 239.2.0.0/16"});
+    config.config->crpFilterAclIs("zones", true);
+  }
+  /// The machines that can be reached from an object.
+  void gather(Ptr<PtrInterface> const& object) {
+    if (!object || !isOfKind(object->fwkType(), "machine")) return;
+    if (std::find(machines.begin(), machines.end(), object) != machines.end()) return;
+    machines.push_back(object);
+    for (AttributeRow const* row : rowsOf(*object)) {
+      if (row->member == nullptr) continue;
+      if (!row->isIndexed()) gather(row->member(*object, ""));
+      if (row->walk != nullptr) gatherMembers(*object, *row);
+    }
+  }
+  void gatherMembers(PtrInterface const& object, AttributeRow const& row);
+
+  ConfigEngine config;
+  Objects machines;
+};
+
+/// Calls a function for the key of each member.
+template <class Call>
+class KeyVisitor : public Zet::MemberVisitor {
+ public:
+  explicit KeyVisitor(Call call) : call_(call) {}
+  void onMember(String8 const& key, String8 const& value, PtrInterface const*) override { call_(key, value); }
+
+ private:
+  Call call_;
+};
+
+/// The keys of a collection with the texts of its members.
+std::map<std::string, String8> membersOf(PtrInterface const& object, AttributeRow const& row) {
+  std::map<std::string, String8> members;
+  KeyVisitor visitor(
+      [&](String8 const& key, String8 const& value) { members[std::string(key.view())] = value; });
+  row.walk(object, visitor);
+  return members;
+}
+
+void MachinesByName::gatherMembers(PtrInterface const& object, AttributeRow const& row) {
+  for (auto const& [key, text] : membersOf(object, row)) gather(row.member(object, String8(key)));
+}
+
+TEST_F(MachinesByName, EveryValueOfAMachineIsWrittenAsItReadsAndReadsTheSame) {
+  for (Ptr<PtrInterface> const& root : Objects{engine.root, engine.gate, engine.crpGate, config.machine})
+    gather(root);
+  std::set<std::string> seen;
+  std::size_t written = 0;
+  for (Ptr<PtrInterface> const& machine : machines) {
+    seen.insert(machine->fwkType().name);
+    GenericIf const byName(machine->fwkType());
+    for (AttributeRow const* row : rowsOf(*machine)) {
+      if (row->write == nullptr || row->read == nullptr) continue;
+      if (isValue(*row)) {
+        expectReadsBack(*machine, *row, byName.read(*machine, row->name));
+        ++written;
+      } else if (row->kind == AttributeKind::values) {
+        for (auto const& [key, text] : membersOf(*machine, *row)) {
+          byName.write(*machine, row->name, String8(key), text);
+          EXPECT_EQ(byName.read(*machine, row->name, String8(key)), text) << row->name;
+          ++written;
+        }
+      }
+    }
+  }
+  EXPECT_EQ(seen, namesOfKind("machine"));
+  EXPECT_GT(written, 20u);
+}
+
+// Value types -----------------------------------------------------------------------------------------
+
+/// A field with a range: both ends are taken, and the next numbers are not.
+template <class T>
+void expectBounds(char const* field, U64 low, U64 high) {
+  GenericIfOf<T> const byName;
+  T value;
+  for (U64 end : {low, high}) {
+    byName.write(value, field, Zet::strep(end));
+    EXPECT_EQ(byName.read(value, field), Zet::strep(end));
+  }
+  std::vector<U64> outside{high + 1};
+  if (low > 0) outside.push_back(low - 1);
+  for (U64 number : outside) {
+    EXPECT_NE(rangeError([&] { byName.write(value, field, Zet::strep(number)); }), "no RangeException");
+    EXPECT_EQ(byName.read(value, field), Zet::strep(high)) << Zet::descriptorOf<T>().name;
+  }
+}
+
+/// All fields of a type; those in `bounded` have a range from its first to its second number.
+template <class T>
+void expectFields(std::set<std::string>& seen,
+                  std::map<std::string, std::pair<U64, U64>> const& bounded = {}) {
+  ZetType const& type = Zet::descriptorOf<T>();
+  seen.insert(type.name);
+  GenericIfOf<T> const byName;
+  for (AttributeRow const& row : type.rows) {
+    if (row.write == nullptr) continue;
+    if (auto range = bounded.find(row.name); range != bounded.end()) {
+      expectBounds<T>(row.name, range->second.first, range->second.second);
+      continue;
+    }
+    T value;
+    for (String8 const& text : samplesOf(row.type)) {
+      byName.write(value, row.name, text);
+      EXPECT_EQ(byName.read(value, row.name), text) << type.name << "::" << row.name;
+    }
+  }
+}
+
+TEST_F(AttributesByName, EveryFieldOfAValueTypeReadsAsItWasWritten) {
+  std::set<std::string> seen;
+  expectFields<Routing::Pim::RpPriority>(seen, {{"value", {0, 256}}});
+  expectFields<Routing::Pim::RpHashMaskLen>(seen, {{"value", {0, 128}}});
+  expectFields<Routing::Pim::CrpHoldTime>(seen, {{"value", {0, 40958}}});
+  expectFields<Bsr::CrpAdvInterval>(seen, {{"value", {1, 16383}}});
+  expectFields<Acl::IpFilter>(seen, {{"tni", {0, Acl::IpFilter::most}}, {"vni", {0, Acl::IpFilter::most}}});
+  expectFields<Packet::GroupFlags>(seen);
+  expectFields<Bsr::PimBsrWeight>(seen);
+  expectFields<Bsr::PimBsrErrorCounters>(seen);
+  expectFields<Bsr::CrpOptions>(seen);
+  expectFields<Acl::UniqueId>(seen);
+  expectFields<Acl::IpRuleConfig>(seen);
+  expectFields<Lanet::IpAddr>(seen);
+  expectFields<Lanet::Ip6Addr>(seen);
+  expectFields<Lanet::IpGenAddr>(seen);
+  expectFields<Lanet::Prefix>(seen);
+  expectFields<Lanet::IpGenPrefix>(seen);
+  expectFields<Lanet::IntfId>(seen);
+  EXPECT_EQ(seen, namesOfKind("value"));
+}
+
+}  // namespace
+}  // namespace test
