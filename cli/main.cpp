@@ -199,6 +199,18 @@ static CLI::App& addSim(CLI::App& app, SimOptions& options, RandomOptions& rando
   return command;
 }
 
+/// Plays a scenario, or random networks with the same bounds and corrections.
+static ExitCode runSim(SimOptions const& options, RandomOptions random) {
+  if (options.file.empty() && random.trials == 0) {
+    std::cerr << "pimbsr: sim: SCENARIO or --random is required\n";
+    return exitUsage;
+  }
+  random.ingress = options.ingress;
+  random.corrections = options.corrections;
+  if (random.trials != 0) return simulateRandom(random, std::cout, std::cerr);
+  return simulate(options, std::cout, std::cerr);
+}
+
 static int run(int argc, char** argv) {
   CLI::App app(about, "pimbsr");
   app.set_version_flag("--version", std::string("pimbsr ") + agent::version, "Print the version");
@@ -225,10 +237,6 @@ static int run(int argc, char** argv) {
     std::cerr << "pimbsr: " << error.what() << '\n';
     return exitUsage;
   }
-  if (sim.parsed() && simOptions.file.empty() && randomOptions.trials == 0) {
-    std::cerr << "pimbsr: sim: SCENARIO or --random is required\n";
-    return exitUsage;
-  }
   if (app.get_subcommands().empty()) {
     std::cerr << "pimbsr: a subcommand is required\n" << app.help();
     return exitUsage;
@@ -236,10 +244,7 @@ static int run(int argc, char** argv) {
   if (runChoice.chosen) return runChoice.chosen(std::cout, std::cerr);
   if (control.run) return control.run(std::cout, std::cerr);
   if (web.parsed()) return serveWeb(webOptions, std::cout, std::cerr);
-  randomOptions.ingress = simOptions.ingress;
-  randomOptions.corrections = simOptions.corrections;
-  if (randomOptions.trials != 0) return simulateRandom(randomOptions, std::cout, std::cerr);
-  if (sim.parsed()) return simulate(simOptions, std::cout, std::cerr);
+  if (sim.parsed()) return runSim(simOptions, randomOptions);
   return replay(options, std::cout, std::cerr);
 }
 

@@ -177,7 +177,8 @@ TEST_F(ViewsTest, RpSetIsRestrictedToAZoneOrToRangesThatOverlap) {
   learn();
   auto ranges = [&](char const* asked) {
     std::string all;
-    for (Json const& zone : pimbsr::agent::show(observed(), "rp-set", {}, prefix(asked))["zones"]) {
+    Json const view = pimbsr::agent::show(observed(), "rp-set", {}, prefix(asked));
+    for (Json const& zone : view["zones"]) {
       all += zone["zone"].get<std::string>() + ":";
       for (Json const& range : zone["rpSet"]) all += " " + range["range"].get<std::string>();
       all += ";";

@@ -39,7 +39,8 @@ TEST(DropReason, NamesStayAsReportsKnowThem) {
                  "advertisement-rate-limit", "neighbor-quota", "bsm-too-long", "zone-quota", "fragment-quota",
                  "rp-quota", "zone-ranges", "range-full", "displaced-rp", "sender-rps", "sender-ranges",
                  "no-rpf-neighbor", "not-rpf-neighbor", "no-forward", "unicast-bootstrap",
-                 "bootstrap-destination", "weaker-bsr", "border", "sender-filter", "not-elected-bsr"));
+                 "bootstrap-destination", "weaker-bsr", "border", "sender-filter", "not-elected-bsr",
+                 "bsm-off", "bsr-filter"));
 }
 
 TEST(DropReason, EachIsExplainedInOneSentenceOfItsOwn) {

@@ -102,9 +102,9 @@ TEST(RowsTest, UnsetAddressIsNull) { EXPECT_TRUE(jsonOf(Neighbor{})["address"].i
 
 TEST(RowsTest, ColumnsAreInTheirDeclaredOrder) {
   EXPECT_EQ(headOf<Interface>(), (Cells{"interface", "state", "address", "MTU", "DR", "own DR priority",
-                                        "neighbors", "next Hello"}));
+                                        "neighbors", "next Hello", "BSM"}));
   Interface view{.interface = "eth0", .state = "no address", .mtu = 1500, .drPriority = 7};
-  EXPECT_EQ(cellsOf(view), (Cells{"eth0", "no address", "-", "1500", "-", "7", "0", "-"}));
+  EXPECT_EQ(cellsOf(view), (Cells{"eth0", "no address", "-", "1500", "-", "7", "0", "-", "off"}));
 }
 
 TEST(RowsTest, CellOfNothingHasItsOwnText) {
