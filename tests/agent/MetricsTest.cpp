@@ -86,7 +86,7 @@ TEST_F(MetricsTest, EveryMetricHasHelpTypeAndPrefix) {
       EXPECT_TRUE(line.starts_with(name)) << line;
     }
   }
-  EXPECT_EQ(metrics, 28);
+  EXPECT_EQ(metrics, 29);
 }
 
 TEST_F(MetricsTest, ElectionsAndChurnAreCountedByZone) {
@@ -302,7 +302,7 @@ TEST_F(MetricsTest, TimersAndTheProcessAreReported) {
 }
 
 TEST_F(MetricsTest, HistoryFileAndChangeCommandAreCountedIfThereAreAny) {
-  EXPECT_EQ(pimbsr::agent::metricsText(observed()).find("pimbsr_history_"), std::string::npos);
+  EXPECT_EQ(pimbsr::agent::metricsText(observed()).find("pimbsr_history_unsaved"), std::string::npos);
   EXPECT_EQ(pimbsr::agent::metricsText(observed()).find("pimbsr_change_"), std::string::npos);
   pimbsr::agent::Observed seen = observed();
   seen.historyFile = {.path = "/x", .error = "full", .unsaved = 3, .writerRestarts = 2};
