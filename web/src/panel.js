@@ -66,9 +66,12 @@ export class Panel {
     const { comparison } = this.model;
     const zone = comparison && comparison.zones.find((one) => one.zone === this.lens.zone);
     if (!zone) return [];
-    const heading = `${zone.agree ? "All agree" : "Not all agree"} on ${zone.zone} now`;
-    return [element("h3", { id: "comparison" }, heading), table(["router", "digest", "agrees", "why not"],
-      zone.routers.map((one) => [one.router, one.digest || "–", one.group, one.why]))];
+    const agree = zone.agree && comparison.silent.length === 0;
+    const rows = [...zone.routers.map((one) => [one.router, one.digest || "–", one.group, one.why]),
+      ...comparison.silent.map((one) => [one.router, "–", "–", `does not answer: ${one.error}`])];
+    const heading = `${agree ? "All agree" : "Not all agree"} on ${zone.zone} now`;
+    return [element("h3", { id: "comparison" }, heading),
+      table(["router", "digest", "agrees", "why not"], rows)];
   }
 
   timeTable(rows) {
@@ -100,9 +103,9 @@ export class Panel {
       const pick = { class: "link", click: () => this.actions.pickZone(zone.zone) };
       return [element("button", pick, zone.zone),
         item ? element("span", {}, badge(item), nameOf(item)) : "no BSR",
-        bsr ? timeText(bsr.start) : "", state ? state.state : "", ...(isLive ? [zone.digest] : [])];
+        bsr ? timeText(bsr.start) : "", ...(isLive ? [zone.digest] : []), state ? state.state : ""];
     });
-    const head = ["zone", "BSR", "since", "candidacy", ...(isLive ? ["digest now"] : [])];
+    const head = ["zone", "BSR", "since", ...(isLive ? ["digest"] : []), "candidacy"];
     return [element("h3", {}, "Zones"), rows.length ? table(head, rows) : element("p", {}, "none")];
   }
 
