@@ -16,8 +16,8 @@ using Packet::BootstrapGroupData;
 using Packet::BootstrapMessage;
 using Zet::Ptr;
 
-/// Below, equal and above 0 as the content of one record is before, the same and behind that of another. The
-/// RPs of a record are walked in an order that depends on them alone.
+/// Below 0, 0 and above 0 as the content of the first record comes before that of the second, is the same and
+/// comes after it. The RPs of a record are walked in an order that depends on them alone.
 static int compare(BootstrapGroupData const& a, BootstrapGroupData const& b) {
   if (a.prefix() != b.prefix()) return a.prefix() < b.prefix() ? -1 : 1;
   if (a.rpCount() != b.rpCount()) return a.rpCount() < b.rpCount() ? -1 : 1;

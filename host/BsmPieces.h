@@ -20,8 +20,8 @@ class PIMBSR_API BsmPieces {
   /// Pieces of a zone beyond which what is kept of it is dropped: 20,000 RPs at the least MTU of IPv4, 576.
   static constexpr size_t maxPieces = 512;
 
-  /// Both are read for as long as this object is. What is kept is bounded by IngressSettings::rps for all zones
-  /// together.
+  /// Both are read for as long as this object is. What is kept is bounded by IngressSettings::rps for all
+  /// zones together.
   BsmPieces(Routing::Pim::Bsr::PimBsrSm const& root, IngressSettings const& settings)
       : root_(root), settings_(settings) {}
 

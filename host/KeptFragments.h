@@ -43,8 +43,8 @@ class KeptFragments {
   /// The root machine is read for as long as this object is used.
   explicit KeptFragments(Routing::Pim::Bsr::PimBsrSm const& root) : root_(root) {}
 
-  /// Takes over which messages the machines keep now: a comparison for each zone, and O(log n) for each record
-  /// and RP of the messages that changed.
+  /// Takes over which messages the machines keep now: a comparison for each zone, and O(log n) for each
+  /// record and RP of the messages that changed.
   void update();
   /// What the messages of a tag name of a range, of all zones, as of the last update; null if nothing. Valid
   /// until the next update. O(log n) of the ranges.
@@ -67,7 +67,7 @@ class KeptFragments {
   void removeGoneZones();
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
-  std::map<Lanet::IpGenPrefix, Kept> byZone_;  ///< of which some may have gone
+  std::map<Lanet::IpGenPrefix, Kept> byZone_;                            ///< of which some may have gone
   std::map<std::pair<Zet::U16, Lanet::IpGenPrefix>, KeptRange> ranges_;  ///< by tag and range; none is empty
 };
 

@@ -11,7 +11,7 @@ namespace pimbsr::view {
 std::string digestTextOf(host::ZoneView const& zone, double now);
 
 /// 8 hexadecimal digits, the CRC-32 of that text: two routers with equal digits have learned the same BSR and
-/// the same RPs of the zone, but for a chance of one in 4,294,967,296.
+/// the same RPs of the zone, but for one pair in 4,294,967,296.
 std::string digestOf(host::ZoneView const& zone, double now);
 
 }  // namespace pimbsr::view

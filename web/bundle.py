@@ -1,8 +1,8 @@
 """Makes the page without its data: bundles web/src, and fills script, style and their hashes into page.html.
 
 Usage: bundle.py ESBUILD MODULES OUT [--cpp]. MODULES is the folder that has the d3 modules. With --cpp OUT is
-a C++ source with the page as a text in three pieces: before the place of the policy where a page that is served
-permits to connect, from there to the data, and after the data."""
+a C++ source with the page as a text in three pieces: before the place of the policy where a page that is
+served permits to connect, from there to the data, and after the data."""
 
 import base64
 import hashlib

@@ -23,8 +23,8 @@ struct CompareOptions {
 /// Asks an agent for what compare() needs. One that doesn't answer, or not understandably, has an error.
 view::AgentState stateOf(NamedSocket const& from);
 
-/// Writes which agents agree, as tables or as JSON: exitOk if all answer and agree, else exitFailed; exitUsage
-/// for a wrong argument, which is a line to `err`.
+/// Writes which agents agree, as tables or as JSON: exitOk if all answer and agree, else exitFailed;
+/// exitUsage for a wrong argument, which is a line to `err`.
 ExitCode compareAgents(CompareOptions const& options, std::ostream& out, std::ostream& err);
 
 /// Adds the command; `options` is filled when `app` parses, and outlives it. Returns it for a callback.

@@ -25,8 +25,8 @@ struct ControlOptions {
   std::function<ExitCode(std::ostream& out, std::ostream& err)> run;
 };
 
-/// Adds show, watch, clear, reload, trace, metrics and compare. `options` is filled when `app` parses, and outlives
-/// it.
+/// Adds show, watch, clear, reload, trace, metrics and compare. `options` is filled when `app` parses, and
+/// outlives it.
 void addControlCommands(CLI::App& app, ControlOptions& options);
 
 }  // namespace pimbsr::cli

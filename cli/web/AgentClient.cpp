@@ -77,7 +77,7 @@ static AgentAnswer answerOf(std::string const& line) {
   }
   Json answer = Json::parse(line, nullptr, false);
   if (answer.is_object() && answer.value("error", Json()).is_string())
-    return {.error = answer["error"].get<std::string>(), .isRefused = true};
+    return {.error = answer["error"].get<std::string>(), .isRejected = true};
   return {.error = "what answers is no pimbsr"};
 }
 

@@ -49,7 +49,7 @@ class AgentConnection {
 struct AgentAnswer {
   std::shared_ptr<std::string const> result;  ///< the result as JSON; null for an error
   std::string error;                          ///< why there is no result
-  bool isRefused = false;                     ///< the agent answers, but rejects the request
+  bool isRejected = false;                    ///< the agent answers, but rejects the request
 };
 
 /// Asks one agent over its control socket, without ever waiting for it.

@@ -137,10 +137,10 @@ int HttpServer::handle(MHD_Connection* connection, char const* path, char const*
     exchange->path_ = path;
     *state = new Exchange(exchange);
     exchanges_.insert(exchange);
-    HttpResponse refusal = checked(connection, method);
-    if (refusal.status == 0) return MHD_YES;
+    HttpResponse rejection = checked(connection, method);
+    if (rejection.status == 0) return MHD_YES;
     exchange->isRouted_ = true;
-    exchange->respond(std::move(refusal));
+    exchange->respond(std::move(rejection));
     return queue(*exchange);
   }
   Exchange exchange = *static_cast<Exchange*>(*state);

@@ -133,7 +133,7 @@ CLI::App& addWeb(CLI::App& app, WebOptions& options) {
                   "A file with the token that clients must have, of 16 characters at least")
       ->type_name("FILE");
   addMany("--host", options.hosts, "NAME",
-          "A further value of the header Host that names this server, as behind a proxy;\n"
+          "A further value of the header Host that names this server, as a proxy passes it on;\n"
           "may be repeated");
   command.add_flag("--metrics-only", options.metricsOnly, "Serve /metrics and nothing else");
   command

@@ -151,7 +151,7 @@ void WebServer::serveView(Exchange const& exchange, std::string const& name, std
   }
   upstream->client->ask(request, [exchange](AgentAnswer const& answer) {
     if (answer.result) return exchange->respond({.type = jsonType, .body = answer.result});
-    exchange->respond(jsonError(answer.isRefused ? 400 : 503, answer.error));
+    exchange->respond(jsonError(answer.isRejected ? 400 : 503, answer.error));
   });
 }
 

@@ -17,7 +17,8 @@ class BsmPiecesCostTest : public EngineTest {
  protected:
   /// One of two RPs of one range of a zone, as one of many fragments under one tag.
   static Bsm piece(std::string const& zone, int number) {
-    std::string const range = "225." + std::to_string(number / 256) + "." + std::to_string(number % 256) + ".0/24";
+    std::string const high = std::to_string(number / 256), low = std::to_string(number % 256);
+    std::string const range = "225." + high + "." + low + ".0/24";
     return {.groups = {{zone, {}, scopedFlag}, {range, {{"203.0.113.1"}}, 0, 2, 1}}, .tag = 7};
   }
 
@@ -59,10 +60,10 @@ TEST_F(BsmPiecesCostTest, RecordsOfAllZonesAreBoundedTogether) {
   for (int i = 0; i < 5; ++i) keep("239.1.0.0/16", i);
   EXPECT_EQ(kept, 5u);
   keep("239.1.0.0/16", 5);
-  EXPECT_EQ(kept, 1u) << "no room beside those of the other zone";
+  EXPECT_EQ(kept, 1u) << "those of the other zone count";
   pieces.forget(prefix("239.0.0.0/16"));
   for (int i = 6; i < 20; ++i) keep("239.1.0.0/16", i);
-  EXPECT_EQ(kept, 15u) << "what is forgotten leaves room";
+  EXPECT_EQ(kept, 15u) << "what is forgotten frees its share";
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 """Three routers in a chain: r1 and r2 are candidate BSRs, r2 and r3 candidate RPs.
 
-Usage: chain.py PIMBSR [--web]. Prints each router's `show bsr` and `show rp-set`; with --web it shows them live
-in a browser until it is interrupted."""
+Usage: chain.py PIMBSR [--web]. Prints each router's `show bsr` and `show rp-set`; with --web it shows them
+live in a browser until it is interrupted."""
 
 import pathlib
 import subprocess

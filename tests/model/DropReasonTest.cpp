@@ -28,19 +28,18 @@ TEST(DropReason, NamesAreUniqueAndInKebabCase) {
 TEST(DropReason, NamesStayAsReportsKnowThem) {
   std::vector<std::string_view> names;
   for (DropReason reason : allDropReasons()) names.push_back(name(reason));
-  EXPECT_THAT(
-      names, testing::ElementsAre(
-                 "ip-header", "ip-protocol", "ip-fragment", "truncated", "version", "type", "checksum",
-                 "address-family", "encoding", "prefix-length", "group-not-multicast", "bsr-not-unicast",
-                 "rp-not-unicast", "rp-twice", "frag-rp-count", "prefix-count", "prefix-twice",
-                 "hello-option", "own-address", "hash-mask-length", "holdtime", "fragment-overflow",
-                 "multicast-advertisement", "ttl", "foreign-subnet", "not-neighbor", "own-bsr",
-                 "hello-destination", "rate-limit", "neighbor-rate-limit", "hello-rate-limit",
-                 "advertisement-rate-limit", "neighbor-quota", "bsm-too-long", "zone-quota", "fragment-quota",
-                 "rp-quota", "zone-ranges", "range-full", "displaced-rp", "sender-rps", "sender-ranges",
-                 "no-rpf-neighbor", "not-rpf-neighbor", "no-forward", "unicast-bootstrap",
-                 "bootstrap-destination", "weaker-bsr", "border", "sender-filter", "not-elected-bsr",
-                 "bsm-off", "bsr-filter"));
+  EXPECT_THAT(names, testing::ElementsAre(
+                         "ip-header", "ip-protocol", "ip-fragment", "truncated", "version", "type",
+                         "checksum", "address-family", "encoding", "prefix-length", "group-not-multicast",
+                         "bsr-not-unicast", "rp-not-unicast", "rp-twice", "frag-rp-count", "prefix-count",
+                         "prefix-twice", "hello-option", "own-address", "hash-mask-length", "holdtime",
+                         "fragment-overflow", "multicast-advertisement", "ttl", "foreign-subnet",
+                         "not-neighbor", "own-bsr", "hello-destination", "rate-limit", "neighbor-rate-limit",
+                         "hello-rate-limit", "advertisement-rate-limit", "neighbor-quota", "bsm-too-long",
+                         "zone-quota", "fragment-quota", "rp-quota", "zone-ranges", "range-full",
+                         "displaced-rp", "sender-rps", "sender-ranges", "no-rpf-neighbor", "not-rpf-neighbor",
+                         "no-forward", "unicast-bootstrap", "bootstrap-destination", "weaker-bsr", "border",
+                         "sender-filter", "not-elected-bsr", "bsm-off", "bsr-filter"));
 }
 
 TEST(DropReason, EachIsExplainedInOneSentenceOfItsOwn) {

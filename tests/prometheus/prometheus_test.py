@@ -1,8 +1,8 @@
-"""Alert rules and dashboard of the package: promtool checks the rules and plays their cases, and each query is
-held against the text that an agent exposes.
+"""Alert rules and dashboard of the package: promtool checks the rules and plays their cases, and each query
+is held against the text that an agent exposes.
 
-Usage: prometheus_test.py TEST_AGENT: the built tests of the agent, which keep the text that they compare. Without
-promtool it ends with 77, for skipped, unless PIMBSR_WEB_REQUIRED is set."""
+Usage: prometheus_test.py TEST_AGENT: the built tests of the agent, which keep the text that they compare.
+Without promtool it ends with 77, for skipped, unless PIMBSR_WEB_REQUIRED is set."""
 
 import json
 import os

@@ -77,7 +77,8 @@ class WebTest(unittest.TestCase):
         words = [PIMBSR, "web", *(["--listen", listen] if listen else []), *options]
         for agent in self.agents:
             words += ["--agent", f"{agent.path.stem}={agent.path}"]
-        self.process = subprocess.Popen(words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **how)
+        self.process = subprocess.Popen(
+            words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **how)
         self.addCleanup(self.end)
         line = self.process.stdout.readline()
         if match := re.search(r":(\d+)/", line):
@@ -210,7 +211,8 @@ class WebTest(unittest.TestCase):
         source = random.Random(1)
         cases = [bytes(source.randrange(256) for _ in range(2000)) for _ in range(30)]
         cases += [b"GET / HTTP/1.1\r\nHost: localhost\r\nX: " + b"x" * 100000 + b"\r\n\r\n",
-                  b"GET /" + b"a" * 100000 + b" HTTP/1.1\r\n\r\n", b"GET /%00%zz HTTP/1.1\r\nHost: localhost\r\n\r\n",
+                  b"GET /" + b"a" * 100000 + b" HTTP/1.1\r\n\r\n",
+                  b"GET /%00%zz HTTP/1.1\r\nHost: localhost\r\n\r\n",
                   b"POST / HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\n",
                   b"GET / HTTP/9.9\r\n\r\n", b"\r\n" * 5000, b"GET /api/../../etc/passwd HTTP/1.0\r\n\r\n"]
         for case in cases:
