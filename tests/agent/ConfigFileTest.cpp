@@ -255,7 +255,7 @@ Wrong const wrongs[] = {
     {"UnknownKeyLikeNoOther", "[state]\n\"a b\" = 1",
      "f:2:1: state.\"a b\": no such key; valid here is directory"},
     {"NameWithADotWithoutQuotes", "[interface.eth0.100]",
-     "f:1:17: interface.eth0.100: no such key; valid here are pim, hello, dr-priority, hello-interval, "
+     "f:1:17: interface.eth0.100: no such key; valid here are pim, hello, dr-priority, hello-interval, bsm, "
      "border, border-lists, exact-borders; a name with a dot must be in quotes: [interface.\"eth0.100\"]"},
     {"NoTable", "timers = 5", "f:1:10: timers: read 5; valid is a table"},
     {"NoTableOfInterfaces", "interface = \"eth0\"",

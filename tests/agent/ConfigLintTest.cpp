@@ -294,11 +294,6 @@ Invalid const invalidTexts[] = {
     {"Lists", RP "groups = [\"239.1.0.0/16\"]\nlists = \"a\"\n" LIST("a", PERMIT("239.1.0.0/16"))},
     {"PriorityOfABsr", PIM "[[candidate-bsr]]\ninterface = \"eth0\"\nprioritty = 5"},
     {"PriorityOfAnRp", RP "[[candidate-rp]]\ninterface = \"lo\"\npriority = -1"},
-    {"TermsOfAZone", BSR "[[candidate-bsr]]\ninterface = \"lo\"\npriority = -1\nlists = [\"a\"]\n" LIST(
-                         "a", PERMIT("224.0.0.0/4"))},
-    {"TermsOfAZoneOfGroups",
-     PIM "[[candidate-bsr]]\ninterface = \"eth0\"\npriority = -1\n[[candidate-bsr]]\ninterface = \"lo\"\n"
-         "priority = 9\nlists = [\"a\"]\n" LIST("a", PERMIT("224.0.0.0/4"))},
     {"HoldTime", BSR "bs-period = 70\n[timers]\nbs-timeout = -1\nsz-timeout = 700"},
     {"RuleOfAList", "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
     {"RuleOfAListOfSenders", PIM "[filter]\nsender-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
