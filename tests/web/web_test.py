@@ -346,8 +346,9 @@ class WebTest(unittest.TestCase):
                               (["--agent", "/run/x.sock"], "write NAME=SOCKET"),
                               (["--agent", "a=x", "--agent", "a=y"], "two agents are called"),
                               (["--token-file", "/nowhere"], "cannot read")):
-            done = subprocess.run([PIMBSR, "web", "--listen", "127.0.0.1:0", *options], capture_output=True,
-                                  text=True, timeout=10, check=False)
+            listen = [] if "--listen" in options else ["--listen", "127.0.0.1:0"]
+            done = subprocess.run([PIMBSR, "web", *listen, *options], capture_output=True, text=True,
+                                  timeout=10, check=False)
             self.assertEqual(done.returncode, 2, options)
             self.assertIn(text, done.stderr, options)
 
