@@ -280,6 +280,7 @@ class WebTest(unittest.TestCase):
         stream.text = b""
         self.agents[0].start()
         stream.until(b'event: agent\ndata: {"agent":"r1","up":true}')
+        wait_until(lambda: self.agents[0].watchers)
         self.agents[0].publish({"event": "bsrLost"})
         stream.until(b"bsrLost")
         stream.close()
