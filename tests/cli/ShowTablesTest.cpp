@@ -272,7 +272,7 @@ TEST(ShowTablesTest, InterfacesAreShownWithTheirPackets) {
        "hello": {"received": 10, "dropped": 0, "sent": 5, "sendFailed": 0}}},
     {"interface": "eth7", "state": "missing", "address": null, "addresses": [], "mtu": null, "drPriority": 1,
      "helloInterval": 30, "dr": null, "ownDr": false, "neighbors": 0, "nextHello": null, "generationId": null,
-     "bsm": true, "traffic": {}}]})"),
+     "bsm": false, "traffic": {}}]})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
   interface  state    address     MTU  DR                       own DR priority  neighbors  next Hello  BSM

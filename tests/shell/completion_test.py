@@ -30,6 +30,7 @@ source "$FILE"
 FISH = """
 source "$FILE"
 complete -C "$LINE" | string split -f 1 \\t
+true  # string split fails where there is no description
 """
 SHELLS = {"bash": (["bash", "-c"], BASH, "pimbsr.bash"),
           "zsh": (["zsh", "-fc"], ZSH, "_pimbsr"),
