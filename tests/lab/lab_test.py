@@ -229,7 +229,8 @@ class LabTest(unittest.TestCase):
         lab.start()
         wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 knows the RP")
         history = r2.folder / "history.jsonl"
-        wait_until(lambda: history.exists() and "bsrElected" in history.read_text(), "r2 has kept its history")
+        wait_until(lambda: history.exists() and "bsrElected" in history.read_text(),
+                   "r2 has kept its history")
         r2.kill()
         r2.start()
         wait_all((r2,), rps_of, {GLOBAL: ["10.255.0.1"]}, "r2 has learned anew")

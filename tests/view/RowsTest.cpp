@@ -30,7 +30,8 @@ TEST(RowsTest, ViewIsReadBackAsItWasWritten) {
   std::string traffic =
       R"({"interface":"eth0","state":"no address","address":null,"addresses":[],"mtu":null,"drPriority":1,)"
       R"("helloInterval":30,"dr":null,"ownDr":false,"neighbors":0,"nextHello":null,"generationId":null,)"
-      R"("bsm":true,"traffic":{"hello":{"received":18446744073709551615,"dropped":0,"sent":0,"sendFailed":0}},)"
+      R"("bsm":true,)"
+      R"("traffic":{"hello":{"received":18446744073709551615,"dropped":0,"sent":0,"sendFailed":0}},)"
       R"("queues":[{"kind":"hello","queues":1,"received":2,"lost":3}],"lastSendError":"down"})";
   EXPECT_EQ(again<Interface>(traffic), traffic);
 }
