@@ -77,7 +77,7 @@ class LiveTest(unittest.TestCase):
         # The RP of r2 is withdrawn while the page looks.
         self.r2.config("")
         self.r2.command("reload")
-        self.until_text("#panel", "RP removed: 10.255.0.2")
+        self.until_text("#panel", "RP expired: 10.255.0.2")
         self.browser.until("!pimbsr.app.routers.get('r1').rps.has('224.0.0.0/4 224.0.0.0/4 10.255.0.2')")
         self.shot("withdrawn")
         self.expect_quiet()
