@@ -500,11 +500,17 @@ def end_for(number, frame):
     sys.exit(f"ended by signal {number}")
 
 
-if __name__ == "__main__":
+def play(tests):
+    """Plays the scenarios of a class that the command line names, after the command, or all of them."""
+    global COMMAND
     signal.signal(signal.SIGTERM, end_for)
     COMMAND = sys.argv[1]
     if reason := why_not():
         print(f"skipped: {reason}")
         sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
-    scenarios = [f"LabTest.test_{scenario}" for scenario in sys.argv[2:]]
+    scenarios = [f"{tests}.test_{scenario}" for scenario in sys.argv[2:]]
     unittest.main(argv=[sys.argv[0], *scenarios], verbosity=2)
+
+
+if __name__ == "__main__":
+    play("LabTest")

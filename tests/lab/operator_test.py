@@ -7,13 +7,12 @@ import json
 import os
 import signal
 import subprocess
-import sys
 import time
 import unittest
 
 import lab_test
-from lab import SKIPPED, run, wait_until, why_not
-from lab_test import GLOBAL, bsr_of, candidate_bsr, candidate_rp, end_for, events_until, rps_of, wait_all
+from lab import run, wait_until
+from lab_test import GLOBAL, bsr_of, candidate_bsr, candidate_rp, events_until, rps_of, wait_all
 
 
 def events_of(router):
@@ -256,10 +255,4 @@ def processes_of(router, name):
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGTERM, end_for)
-    lab_test.COMMAND = sys.argv[1]
-    if reason := why_not():
-        print(f"skipped: {reason}")
-        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
-    scenarios = [f"OperatorTest.test_{scenario}" for scenario in sys.argv[2:]]
-    unittest.main(argv=[sys.argv[0], *scenarios], verbosity=2)
+    lab_test.play("OperatorTest")

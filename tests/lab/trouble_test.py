@@ -4,17 +4,13 @@
 Usage: trouble_test.py PIMBSR [SCENARIO...]. Where no lab can run it exits with 77, or, if
 PIMBSR_LAB_REQUIRED is set, with 1."""
 
-import os
-import signal
 import subprocess
-import sys
 import time
 import unittest
 
 import lab_test
-from lab import SKIPPED, run, wait_until, why_not
-from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end_for, neighbors_of, rps_of,
-                      wait_all)
+from lab import run, wait_until
+from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, neighbors_of, rps_of, wait_all)
 
 
 class TroubleTest(unittest.TestCase):
@@ -201,10 +197,4 @@ class TroubleTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGTERM, end_for)
-    lab_test.COMMAND = sys.argv[1]
-    if reason := why_not():
-        print(f"skipped: {reason}")
-        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
-    scenarios = [f"TroubleTest.test_{scenario}" for scenario in sys.argv[2:]]
-    unittest.main(argv=[sys.argv[0], *scenarios], verbosity=2)
+    lab_test.play("TroubleTest")
