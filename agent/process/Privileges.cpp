@@ -3,6 +3,7 @@
 #include <cap-ng.h>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -17,8 +18,6 @@
 #include <vector>
 
 namespace pimbsr::agent {
-
-static constexpr int protocolPim = 103;
 
 // Dropping ----------------------------------------------------------------------------------------------
 
@@ -86,7 +85,7 @@ static std::string outcome(bool succeeded) {
 }
 
 static std::string tryRawSocket() {
-  int fd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, protocolPim);
+  int fd = socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_PIM);
   if (fd < 0) return outcome(false);
   close(fd);
   return outcome(true);

@@ -1,6 +1,7 @@
 #include "agent/process/Sandbox.h"
 
 #include <linux/netlink.h>
+#include <netinet/in.h>
 #include <seccomp.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -17,7 +18,6 @@ namespace pimbsr::agent {
 
 namespace {
 
-constexpr int protocolPim = 103;
 /// The kind of a socket without its flags.
 constexpr scmp_datum_t socketKind = 0xf;
 
@@ -84,7 +84,7 @@ scmp_arg_cmp masked(unsigned argument, scmp_datum_t mask, scmp_datum_t value) {
 }
 
 void allowSockets(Filter& filter) {
-  filter.allow("socket", {is(0, AF_INET), masked(1, socketKind, SOCK_RAW), is(2, protocolPim)});
+  filter.allow("socket", {is(0, AF_INET), masked(1, socketKind, SOCK_RAW), is(2, IPPROTO_PIM)});
   filter.allow("socket", {is(0, AF_NETLINK), is(2, NETLINK_ROUTE)});
   filter.allow("socket", {is(0, AF_UNIX)});
 }

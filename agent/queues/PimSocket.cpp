@@ -16,7 +16,6 @@
 
 namespace pimbsr::agent {
 
-static constexpr int protocolPim = 103;
 static constexpr int routingTraffic = 0xc0;  // CS6
 /// Bytes; for a burst of about a thousand messages, if the kernel allows it (net.core.rmem_max).
 static constexpr int receiveBuffer = 1 << 20;
@@ -35,7 +34,7 @@ static sockaddr_in socketAddress(Lanet::IpAddr address) {
 }
 
 /// IP_TRANSPARENT lets a goodbye Hello leave from an address that the interface has just lost.
-PimSocketBase::PimSocketBase() : fd_(socket(AF_INET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, protocolPim)) {
+PimSocketBase::PimSocketBase() : fd_(socket(AF_INET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_PIM)) {
   if (!fd_) fail("opening a raw socket for PIM, which needs root or CAP_NET_RAW");
   filterIs(passNothing());
   option(IPPROTO_IP, IP_MULTICAST_ALL, 0, "leaving out the groups of other sockets");

@@ -100,10 +100,11 @@ TEST(ControlClientTest, AnAgentThatIsNotThereIsExplained) {
   EXPECT_THAT(errorOf(std::string(200, 'x')), HasSubstr("name too long"));
 }
 
-/// The error of the user "nobody", who has no rights.
-std::string errorAsNobody(std::string const& path) {
+/// The error of user 65534, who has no rights and is named nobody.
+std::string errorWithoutRights(std::string const& path) {
   return test::inChild([&]() -> std::string {
-    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) return "cannot become nobody";
+    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)
+      return "user 65534 can't be set";
     return errorOf(path);
   });
 }
@@ -112,9 +113,9 @@ TEST(ControlClientTest, ErrorOfADeniedUserNamesThePermittedOnes) {
   NEEDS_ROOT();
   ScratchFolder folder;
   ControlSocket socket(folder.file("control.sock"));
-  EXPECT_THAT(errorAsNobody(socket.path()), HasSubstr("nobody may not look for " + socket.path()));
+  EXPECT_THAT(errorWithoutRights(socket.path()), HasSubstr("nobody may not look for " + socket.path()));
   ASSERT_EQ(chmod(folder.file(".").c_str(), 0755), 0);
-  EXPECT_THAT(errorAsNobody(socket.path()),
+  EXPECT_THAT(errorWithoutRights(socket.path()),
               AllOf(HasSubstr("root and the members of group root may use " + socket.path()),
                     HasSubstr("nobody is not among them")));
 }

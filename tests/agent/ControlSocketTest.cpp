@@ -135,7 +135,7 @@ TEST_F(ControlSocketTest, FolderWithoutWritePermissionIsAnError) {
   std::string path = path_;
   ASSERT_EQ(chmod(folder_.file(".").c_str(), 0755), 0);
   std::string text = test::inChild([&]() -> std::string {
-    if (setuid(65534) != 0) return "cannot become nobody";
+    if (setuid(65534) != 0) return "user 65534 can't be set";
     return errorOf(path);
   });
   EXPECT_THAT(text, HasSubstr("Permission denied"));
