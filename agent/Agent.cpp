@@ -9,6 +9,7 @@
 #include "agent/EventLog.h"
 #include "agent/base/Log.h"
 #include "agent/base/TraceLevel.h"
+#include "host/HoldOver.h"
 #include "host/PreferredRps.h"
 #include "runtime/Log.h"
 
@@ -42,7 +43,8 @@ Agent::Agent(Clock const& clock, Platform& platform, Traffic& traffic, AgentList
                               .accessLists = tree_.accessLists(),
                               .ownDrops = this};
   router_ = std::make_unique<host::Router>(context_, platform_, options);
-  observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), history_);
+  observer_ =
+      std::make_unique<host::Observer>(router_->status(), router_->root(), history_, &router_->holdOver());
   neighbors_ = std::make_unique<NeighborWatch>(router_->pimStatus());
 }
 

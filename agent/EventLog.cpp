@@ -44,8 +44,11 @@ static bool takesRp(HistoryKind kind) {
 }
 
 void EventLog::count(HistoryEntry const& change) {
-  if (change.kind == HistoryKind::rpAdded) ++rps_[change.zone];
+  RpKey key(change.zone, change.rp.range, change.rp.address);
+  if (change.kind == HistoryKind::rpKept) kept_.insert(key);
+  if (change.kind == HistoryKind::rpAdded && kept_.erase(key) == 0) ++rps_[change.zone];
   if (!takesRp(change.kind)) return;
+  kept_.erase(key);
   auto zone = rps_.find(change.zone);
   if (zone != rps_.end() && --zone->second == 0) rps_.erase(zone);
 }

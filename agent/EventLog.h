@@ -1,7 +1,9 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "agent/NeighborWatch.h"
@@ -22,7 +24,11 @@ class EventLog {
   void count(HistoryEntry const& change);
   void logEmptied(std::vector<HistoryEntry> const& changes);
 
-  std::map<Lanet::IpGenPrefix, Zet::U64> rps_;  ///< how many RPs a zone has, in all ranges; those with any
+  using RpKey = std::tuple<Lanet::IpGenPrefix, Lanet::IpGenPrefix, Lanet::IpGenAddr>;  ///< zone, range, RP
+
+  /// How many RPs a zone has, in all ranges, kept ones included; those with any.
+  std::map<Lanet::IpGenPrefix, Zet::U64> rps_;
+  std::set<RpKey> kept_;  ///< RPs of former BSRs that stay in use
 };
 
 /// Logs that a neighbor came or went.

@@ -3,6 +3,7 @@
 // range. They serve every zone's tree, whatever filled it.
 
 #include "protocol/PimBsrSm.h"
+#include "protocol/StoreRules.h"
 #include "runtime/Trace.h"
 
 namespace Routing::Pim::Bsr {
@@ -30,6 +31,13 @@ bool ZetCrpSet::isBestZone() const {
   return false;
 }
 
+/// Whether a host keeps the range, or the RP, in the agent-wide set.
+template <class... Key>
+static bool isKept(PimBsrSm const& machine, Key const&... key) {
+  Ptr<StoreRules> rules = machine.storeRules();
+  return rules && rules->keeps(key...);
+}
+
 Ptr<RpCandidateSet> ZetCrpSet::mirrorSet() const { return pimBsrSm()->rpCandidateStatus()->crpSet(fwkKey()); }
 
 void ZetCrpSet::handleInitialized() {
@@ -45,7 +53,7 @@ static Ptr<RpCandidateStatus> rpSetOf(ZetCrpSet const& reactor) {
 
 void ZetCrpSet::handleDel() {
   if (!initialized()) return;
-  if (isBestZone()) pimBsrSm()->rpCandidateStatus()->crpSetDel(fwkKey());
+  if (isBestZone() && !isKept(*pimBsrSm(), fwkKey())) pimBsrSm()->rpCandidateStatus()->crpSetDel(fwkKey());
   Ptr<RpCandidateStatus> rpSet = rpSetOf(*this);
   if (!rpSet || rpSet->crpSetCount() != 0) return;
   pimBsrSm()->bsrStatus()->crpStatusDel(zone());
@@ -82,6 +90,7 @@ void ZetRp::setHoldtimer() {
   copy->pimModeIs(rp->pimMode());
   copy->holdTimeIs(rp->holdTime());
   copy->expiresIs(rp->expires());
+  if (Ptr<StoreRules> rules = pimBsrSm()->storeRules()) rules->handleMirrored(owner()->fwkKey(), fwkKey());
 }
 
 Ptr<Routing::Pim::RpCandidate> ZetRp::mirror() const {
@@ -122,7 +131,7 @@ void ZetRp::handleDel() {
     return;
   }
   IpGenPrefix prefix = owner()->fwkKey();
-  if (owner()->isBestZone()) {
+  if (owner()->isBestZone() && !isKept(*pimBsrSm(), prefix, fwkKey())) {
     if (Ptr<RpCandidateSet> set = owner()->mirrorSet()) set->rpDel(fwkKey());
   }
   Ptr<RpCandidateSet> set = rpSet->crpSet(prefix);

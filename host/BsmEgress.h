@@ -20,6 +20,11 @@ class PIMBSR_API BsmEgress final : public pim::BsmRewriter {
   BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,
             BsmPolicy const& policy, CorrectionSwitches& switches);
 
+  /// Has this router's next messages as BSR of the zone name an RP that is withdrawn.
+  void repeatWithdrawal(Lanet::IpGenPrefix const& zone, Lanet::IpGenPrefix const& range,
+                        Lanet::IpGenAddr const& rp) {
+    own_.repeatWithdrawal(zone, range, rp);
+  }
   std::span<Message const> messagesFor(Lanet::IntfId const& intfId, Message const& message) override;
 
  private:

@@ -33,6 +33,7 @@ bool Clearing::clearBsr(IpGenPrefix const& zone) {
 
 void Clearing::clearRpSet(IpGenPrefix const& zone) {
   forgetKept(zone);
+  correctors_.holdOver().drop(zone);
   removeRps(zone);
 }
 

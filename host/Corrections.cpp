@@ -36,6 +36,9 @@ static constexpr Description descriptions[] = {
      "A DR that restarts stays the DR for its neighbors, and the DR alone sends the RP set to a new "
      "neighbor.",
      "RFC 5059 section 3.5"},
+    {&CorrectionSettings::holdOver,
+     "A new BSR clears the RP set, or leaves the former BSR's RPs beside its own, by accident of order.",
+     "RFC 5059 section 3.1.1"},
     {&CorrectionSettings::electedOnly,
      "A candidate that follows a BSR becomes pending at any message of lower weight.",
      "RFC 5059 section 3.1.1"},

@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "host/Zones.h"
+
 namespace pimbsr::host {
 
 namespace Bsr = Routing::Pim::Bsr;
@@ -12,14 +14,27 @@ namespace {
 /// What the engine is asked to do in the RP-set store.
 class StoreCorrections final : public Bsr::StoreRules {
  public:
-  explicit StoreCorrections(CorrectionSwitches& switches)
-      : withdrawalsLast_(switches.of(&CorrectionSettings::withdrawalsLast)) {}
+  StoreCorrections(CorrectionSwitches& switches, HoldOver& holdOver)
+      : withdrawalsLast_(switches.of(&CorrectionSettings::withdrawalsLast)), holdOver_(holdOver) {}
 
   bool takesWithdrawalsLast() const override { return withdrawalsLast_.isOn(); }
   void handleWithdrawnLast() override { withdrawalsLast_.noteAct(); }
+  void handleElection(Lanet::IpGenPrefix const& zone) override { holdOver_.handleElection(zone); }
+  bool keeps(Lanet::IpGenPrefix const& range) const override { return holdOver_.keeps(range); }
+  bool keeps(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const override {
+    return holdOver_.keeps(range, rp);
+  }
+  void handleMirrored(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) override {
+    holdOver_.handleMirrored(range, rp);
+  }
+  void handleOriginated(Lanet::IpGenPrefix const& zone,
+                        Routing::Pim::Packet::BootstrapMessage const& message) override {
+    holdOver_.handleOriginated(zone, message);
+  }
 
  private:
   CorrectionSwitch& withdrawalsLast_;
+  HoldOver& holdOver_;
 };
 
 }  // namespace
@@ -30,6 +45,7 @@ Correctors::Correctors(Machines const& machines)
       mtus_(machines.mtus),
       cutBySize_(machines.switches.of(&CorrectionSettings::cutBySize)),
       borders_(root_->bsrStatus(), machines.switches.of(&CorrectionSettings::coveringBorder)),
+      holdOver_(root_, machines.switches.of(&CorrectionSettings::holdOver)),
       pieces_(*root_, machines.ingress),
       ingress_(*root_, *machines.gate, *machines.crpGate, borders_, machines.switches),
       egress_(machines.port, mtus_, borders_, pieces_, machines.policy, machines.switches),
@@ -37,9 +53,9 @@ Correctors::Correctors(Machines const& machines)
           Zet::make<Advertisements>(root_, mtus_, machines.switches.of(&CorrectionSettings::allRanges))),
       withdrawal_(Zet::make<RangeWithdrawal>(root_, *advertisements_,
                                              machines.switches.of(&CorrectionSettings::withdrawRange))),
-      leaked_(Zet::make<LeakedZones>(root_, borders_, machines.lastMessages,
+      leaked_(Zet::make<LeakedZones>(root_, borders_, machines.lastMessages, holdOver_,
                                      machines.switches.of(&CorrectionSettings::forgetLeak))) {
-  root_->storeRulesIs(Zet::make<StoreCorrections>(machines.switches));
+  root_->storeRulesIs(Zet::make<StoreCorrections>(machines.switches, holdOver_));
   io_.rewriterIs(&egress_);
   handleSwitches();
 }
@@ -50,16 +66,38 @@ Correctors::~Correctors() {
   leaked_->stop();
   withdrawal_->stop();
   advertisements_->stop();
+  holdOver_.stop();
 }
 
 void Correctors::handleSwitches() {
   mtus_.hiddenIs(cutBySize_.isOn());
   if (!cutBySize_.isOn()) pieces_.clear();
+  holdOver_.handleSwitch();
+}
+
+void Correctors::prepare(Routing::Pim::Packet::BootstrapMessage const& message) {
+  ingress_.prepare(message);
+  holdOver_.prepare(message);
 }
 
 void Correctors::handleAccepted(Ptr<Routing::Pim::Packet::BootstrapMessage> const& message) {
   ingress_.handleAccepted(*message);
+  holdOver_.handleAccepted(*message);
   if (cutBySize_.isOn()) pieces_.handleAccepted(message);
+}
+
+/// A candidate RP may withdraw itself before the new BSR has it: followers keep it too, and are to drop it.
+void Correctors::handleAccepted(Routing::Pim::Packet::CrpAdvMessage const& message) {
+  if (message.holdtime() != 0 || holdOver_.count() == 0) return;
+  auto withdraw = [&](Lanet::IpGenPrefix const& range) {
+    Lanet::IpGenPrefix zone = root_->bsrTrie()->longestMatch(range);
+    if (!isElectedAt(*root_->bsrStatus(), zone, message.dstAddr())) return;
+    if (holdOver_.withdraw(zone, range, message.rpAddress()))
+      egress_.repeatWithdrawal(zone, range, message.rpAddress());
+  };
+  Ptr<Routing::Pim::Packet::CrpGroupData> groups = message.groupData();
+  if (!groups || groups->groupInfoCount() == 0) return withdraw(root_->globalOrNonScopeZone());
+  for (auto group = groups->groupInfoIterator(); group; ++group) withdraw(group->prefix());
 }
 
 /// Only a change of `expires` arms the timer, and so it is written twice.

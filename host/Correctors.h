@@ -7,6 +7,7 @@
 #include "host/BsmIngress.h"
 #include "host/BsmPieces.h"
 #include "host/Corrections.h"
+#include "host/HoldOver.h"
 #include "host/LastMessages.h"
 #include "host/LeakedZones.h"
 #include "host/Mtus.h"
@@ -43,8 +44,14 @@ class PIMBSR_API Correctors {
   void handleSwitches();
   Borders& borders() { return borders_; }
   BsmIngress& ingress() { return ingress_; }
+  HoldOver& holdOver() { return holdOver_; }
+  HoldOver const& holdOver() const { return holdOver_; }
+  /// To be called before the gate gets a Bootstrap Message.
+  void prepare(Routing::Pim::Packet::BootstrapMessage const& message);
   /// To be called for a Bootstrap Message that the gate has accepted.
   void handleAccepted(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+  /// To be called for an advertisement that the gate has accepted.
+  void handleAccepted(Routing::Pim::Packet::CrpAdvMessage const& message);
   /// To be called when the message that a zone's machine keeps is forgotten.
   void handleForgotten(Lanet::IpGenPrefix const& zone) { pieces_.forget(zone); }
 
@@ -54,6 +61,7 @@ class PIMBSR_API Correctors {
   Mtus& mtus_;
   CorrectionSwitch const& cutBySize_;
   Borders borders_;
+  HoldOver holdOver_;
   BsmPieces pieces_;
   BsmIngress ingress_;
   BsmEgress egress_;

@@ -58,6 +58,8 @@ class PIMBSR_API IngressFilter {
   /// Validates a Bootstrap Message by its sender (RFC 5059 section 3.1.3) and its BSR.
   DropReason validateSender(Lanet::IntfId const& intfId,
                             Routing::Pim::Packet::BootstrapMessage const& message) const;
+  /// Kept RPs count in the bound of RPs and make room for others; null, as at first, for none.
+  void holdOverIs(HoldOver* holdOver) { quotas_.holdOverIs(holdOver); }
   /// Validates a message by what it would make the router keep. An advertisement must be for this router.
   Quotas::Verdict validateCost(Routing::Pim::Packet::BootstrapMessage& message) {
     return quotas_.validate(message);

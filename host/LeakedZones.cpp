@@ -23,10 +23,11 @@ class LeakedZones::Watcher final : public Bsr::PimBsrBorder::NotifieeConst {
 };
 
 LeakedZones::LeakedZones(Ptr<Bsr::PimBsrSm> const& root, Borders const& borders, LastMessages& lastMessages,
-                         CorrectionSwitch& correction)
+                         HoldOver& holdOver, CorrectionSwitch& correction)
     : root_(root),
       borders_(borders),
       lastMessages_(lastMessages),
+      holdOver_(holdOver),
       correction_(correction),
       timer_(Zet::make<pim::Timer>(root->timerWheel(), [this] { check(); })) {
   notifierIs(root->bsrStatus());
@@ -72,6 +73,7 @@ void LeakedZones::forget(IpGenPrefix const& zone) {
   if (candidate && candidate->state() == Bsr::BsrCandidateState::eBsr) return;
   correction_.noteAct();
   if (Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone)) sets->crpSetDelAll();
+  holdOver_.drop(zone);
   root_->bsrStatus()->bootstrapRouterDel(zone);
   if (!candidate) return root_->nonCandidateSmDel(zone);
   candidate->lastBsmIs(nullptr);

@@ -4,6 +4,7 @@
 
 #include "host/Borders.h"
 #include "host/Corrections.h"
+#include "host/HoldOver.h"
 #include "host/LastMessages.h"
 #include "pim/Timer.h"
 #include "protocol/PimBsrSm.h"
@@ -17,7 +18,7 @@ class PIMBSR_API LeakedZones : public Routing::Pim::Bsr::Status::NotifieeConst {
  public:
   /// All are used until it is stopped.
   LeakedZones(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root, Borders const& borders,
-              LastMessages& lastMessages, CorrectionSwitch& correction);
+              LastMessages& lastMessages, HoldOver& holdOver, CorrectionSwitch& correction);
   /// Ends it. To be called before the machines end.
   void stop();
 
@@ -32,6 +33,7 @@ class PIMBSR_API LeakedZones : public Routing::Pim::Bsr::Status::NotifieeConst {
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   Borders const& borders_;
   LastMessages& lastMessages_;
+  HoldOver& holdOver_;
   CorrectionSwitch& correction_;
   Zet::Ptr<pim::Timer> timer_;
   std::map<Lanet::IpGenPrefix, Zet::Ptr<Watcher>> watchers_;  ///< by zone of the border

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/KeptRps.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Context.h"
@@ -40,8 +41,16 @@ class BsrWatcher;
 class RpWatcher;
 
 /// What all watchers of one observer share.
-struct Hub {
-  explicit Hub(ChangeSink& out) : sink(out) {}
+struct Hub final : KeptRpSink {
+  Hub(ChangeSink& out, KeptRps* keptRps) : sink(out), kept(keptRps) {
+    if (kept != nullptr) kept->sinkIs(this);
+  }
+  ~Hub() {
+    if (kept != nullptr) kept->sinkIs(nullptr);
+  }
+  void onKeptGone(IpGenPrefix const& zone, RpView const& rp, bool expired) override {
+    reportRp(expired ? ChangeKind::rpExpired : ChangeKind::rpRemoved, zone, rp);
+  }
 
   void reportBsr(ChangeKind kind, IpGenPrefix const& zone, BsrView const& bsr, BsrView const& former = {});
   void reportRp(ChangeKind kind, IpGenPrefix const& zone, RpView const& rp, RpView const& former = {});
@@ -49,6 +58,7 @@ struct Hub {
   void flush();
 
   ChangeSink& sink;
+  KeptRps* kept;
   bool messageInHand = false;
   /// False only while what is there already is taken up.
   bool isReporting = false;
@@ -178,7 +188,9 @@ void RpWatcher::gone() {
   if (!known_) return;
   bool isDue = Kiv::isTimeSet(rp.expires) && rp.expires <= Zet::now();
   bool expired = isDue && !hub_.messageInHand;
-  hub_.reportRp(expired ? ChangeKind::rpExpired : ChangeKind::rpRemoved, zone_, rp);
+  bool isKept = hub_.kept != nullptr && hub_.kept->keeps(range_, rp.address);
+  ChangeKind kind = isKept ? ChangeKind::rpKept : ChangeKind::rpRemoved;
+  hub_.reportRp(expired ? ChangeKind::rpExpired : kind, zone_, rp);
 }
 
 // The RP set of one zone: its entry, its ranges, and the RPs of a range ---------------------------------
@@ -263,7 +275,7 @@ void Hub::flush() {
 
 class Observer::Tree final : public Bsr::Status::NotifieeConst {
  public:
-  explicit Tree(ChangeSink& sink) : hub(sink) {}
+  Tree(ChangeSink& sink, KeptRps* kept) : hub(sink, kept) {}
 
   void takeUp() {
     for (auto at = notifier()->bootstrapRouterIterator(); at; ++at) onBootstrapRouter(at->zone());
@@ -309,8 +321,8 @@ class Observer::Machines final : public Bsr::PimBsrSm::NotifieeConst {
 };
 
 Observer::Observer(Ptr<Bsr::Status const> const& status, Ptr<Bsr::PimBsrSm const> const& root,
-                   ChangeSink& sink)
-    : tree_(Zet::make<Tree>(sink)), machines_(Zet::make<Machines>(sink)) {
+                   ChangeSink& sink, KeptRps* kept)
+    : tree_(Zet::make<Tree>(sink, kept)), machines_(Zet::make<Machines>(sink)) {
   tree_->notifierIs(status);
   tree_->takeUp();
   // The router decides when its machines end; a watcher must not keep them.

@@ -33,6 +33,8 @@ struct RpView {
   Routing::Pim::Mode mode = Routing::Pim::Mode::sparse;
   double expires = 0;    ///< when it leaves the set unless it is named again, on the clock of Zet::now()
   double setupTime = 0;  ///< when it came into the set
+  /// It is a former BSR's and stays in use until the present one names its range; its zone's set lacks it.
+  bool kept = false;
 
   /// Whether both say the same; a renewal, which only moves the expiry, changes nothing.
   bool sameRp(RpView const& other) const {
@@ -49,6 +51,7 @@ enum class ChangeKind : U8 {
   bsrLost,     ///< a zone has no BSR any more
   rpAdded,
   rpUpdated,     ///< an RP has another priority, holdtime or mode
+  rpKept,        ///< an election cleared the set of an RP, which stays in use (HoldOver)
   rpRemoved,     ///< an RP was withdrawn, or its set was cleared
   rpExpired,     ///< an RP was not named for its holdtime
   zoneForgotten  ///< nothing follows the zone any more; RPs of it may remain until they expire
@@ -68,6 +71,8 @@ struct Change {
 /// engine's collections, which means nothing to an operator.
 PIMBSR_API void sortByAddress(std::vector<Change>& changes);
 
+class KeptRps;
+
 /// Hears of changes, inside the call into the router that made them. It must not call back into the router
 /// nor write to the status tree.
 class PIMBSR_API ChangeSink {
@@ -83,13 +88,16 @@ class PIMBSR_API ChangeSink {
 /// and not reported. The observer writes nothing.
 ///
 /// An RP that goes while a message is in hand, or before its time, was removed; one that goes otherwise has
-/// expired. Time alone doesn't show it: a host that serves its timers late may receive the withdrawal of an
-/// RP whose time is already over.
+/// expired. One that an election removes and that stays in use is kept, and its end is reported apart. Time
+/// alone doesn't show it: a host that serves its timers late may receive the withdrawal of an RP whose time
+/// is already over.
 class PIMBSR_API Observer {
  public:
-  /// The sink outlives the observer. The status tree is held; the root machine is not, and may go first.
+  /// The sink outlives the observer, and so do the RPs that are kept of former BSRs, null for none. The
+  /// status tree is held; the root machine is not, and may go first.
   Observer(Zet::Ptr<Routing::Pim::Bsr::Status const> const& status,
-           Zet::Ptr<Routing::Pim::Bsr::PimBsrSm const> const& root, ChangeSink& sink);
+           Zet::Ptr<Routing::Pim::Bsr::PimBsrSm const> const& root, ChangeSink& sink,
+           KeptRps* kept = nullptr);
   ~Observer();
   Observer(Observer const&) = delete;
   Observer& operator=(Observer const&) = delete;

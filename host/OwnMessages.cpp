@@ -28,6 +28,11 @@ OwnMessages::Message OwnMessages::correct(Message const& own) {
   return zone.corrected;
 }
 
+void OwnMessages::repeatWithdrawal(Lanet::IpGenPrefix const& zone, Lanet::IpGenPrefix const& range,
+                                   Lanet::IpGenAddr const& rp) {
+  if (repeatWithdrawal_.isOn()) zones_[zone].withdrawn[{range, rp}] = repetitions;
+}
+
 static void copyRp(BootstrapGroupData& to, BootstrapRpData const& rp) {
   Ptr<BootstrapRpData> copy = to.rpListIs(rp.rpAddress());
   copy->rpHoldtimeIs(rp.rpHoldtime());

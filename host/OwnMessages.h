@@ -25,6 +25,9 @@ class PIMBSR_API OwnMessages {
   /// What is sent in place of a message of this router as BSR, which may be sent several times; itself where
   /// nothing is to be corrected.
   Message correct(Message const& own);
+  /// Has the next messages of a zone name a withdrawn RP that its set doesn't have, unless it is back.
+  void repeatWithdrawal(Lanet::IpGenPrefix const& zone, Lanet::IpGenPrefix const& range,
+                        Lanet::IpGenAddr const& rp);
 
  private:
   using RpKey = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;  ///< group range and RP

@@ -136,6 +136,8 @@ Quotas::Fits Quotas::fit(IpGenPrefix const& zone, BootstrapMessage const& messag
   fits.ranges = settings_.rangesPerZone == 0 || !areRangesTooMany(zone, message);
   if (settings_.rps == 0 || takesRps(namedRps(message), settings_.rps)) return fits;
   U64 fresh = newRps(zone, message);
+  // Kept RPs that had to go may be among those that the message names.
+  if (fresh != 0 && makeRoom(fresh, settings_.rps)) fresh = newRps(zone, message);
   fits.rps = fresh == 0 || takesRps(fresh, settings_.rps);
   return fits;
 }
@@ -143,7 +145,9 @@ Quotas::Fits Quotas::fit(IpGenPrefix const& zone, BootstrapMessage const& messag
 DropReason Quotas::validate(Packet::CrpAdvMessage const& message, PreferredRps const& preferred) {
   if (settings_.rps == 0 || message.holdtime() == 0) return DropReason::none;
   U64 fresh = newRps(message);
-  bool fits = fresh == 0 || takesRps(fresh, rpBound(message.rpAddress(), preferred));
+  U64 bound = rpBound(message.rpAddress(), preferred);
+  if (fresh != 0) makeRoom(fresh, bound);
+  bool fits = fresh == 0 || takesRps(fresh, bound);
   return fits ? DropReason::none : DropReason::rpQuota;
 }
 
@@ -249,6 +253,15 @@ U64 Quotas::rpBound(Lanet::IpGenAddr const& rp, PreferredRps const& preferred) c
   return isWhole ? settings_.rps : (U64{settings_.rps} + 1) / 2;
 }
 
+/// Removes kept RPs where so many new ones have no room, and returns whether it did. The RPs of a new BSR are
+/// worth more than those that are kept until it has named its own.
+bool Quotas::makeRoom(U64 rps, U64 bound) {
+  bool fits = rps_.hasRoom(rps, bound, [this](Tally& tally) { countRps(tally); });
+  if (fits || holdOver_ == nullptr || holdOver_->count() == 0) return false;
+  rps_.discharge(holdOver_->makeRoom(rps_.missing(rps, bound)));
+  return true;
+}
+
 bool Quotas::takesRps(U64 rps, U64 bound) {
   return rps_.add(rps, bound, [this](Tally& tally) { countRps(tally); });
 }
@@ -285,9 +298,11 @@ U64 Quotas::newRps(IpGenPrefix const& zone, BootstrapMessage const& message,
   if (group.fragRpCount() == 0) return 0;
   Ptr<RpCandidateSet> set = known(zone, group.prefix());
   Ptr<Bsr::PimBsrRxFragment> held = waiting(message, group);
-  U64 fresh =
-      countNew(group.rpListIterator(), set, [&](auto const& address) { return held && held->rp(address); });
-  if (held) fresh += countNew(held->rpIterator(), set, [](auto const&) { return false; });
+  U64 fresh = countNew(group.rpListIterator(), set, [&](auto const& address) {
+    return (held && held->rp(address)) || isKept(group.prefix(), address);
+  });
+  auto isKnown = [&](auto const& address) { return isKept(group.prefix(), address); };
+  if (held) fresh += countNew(held->rpIterator(), set, isKnown);
   return set ? fresh : std::max<U64>(fresh, 1);
 }
 
@@ -303,7 +318,8 @@ U64 Quotas::newRps(Packet::CrpAdvMessage const& message) const {
   U64 fresh = 0;
   auto look = [&](IpGenPrefix const& range) {
     Ptr<RpCandidateSet> set = known(root_.bsrTrie()->longestMatch(range), range);
-    if (!set || !set->rp(message.rpAddress())) ++fresh;
+    bool isKnown = (set && set->rp(message.rpAddress())) || isKept(range, message.rpAddress());
+    if (!isKnown) ++fresh;
   };
   Ptr<Packet::CrpGroupData> groups = message.groupData();
   if (!groups || groups->groupInfoCount() == 0) {
@@ -320,6 +336,7 @@ void Quotas::countRps(Tally& tally) const {
     if (!sets) continue;
     for (auto set = sets->crpSetIterator(); set; ++set) tally.counted(std::max<U64>(set->rpCount(), 1));
   }
+  if (holdOver_ != nullptr && holdOver_->count() != 0) tally.counted(holdOver_->count());
 }
 
 }  // namespace pimbsr::host

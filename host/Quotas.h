@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+
+#include "host/HoldOver.h"
 #include "host/IngressSettings.h"
 #include "host/PreferredRps.h"
 #include "model/DropReason.h"
@@ -18,6 +21,10 @@ using Zet::U64;
 /// names, and what has gone is noticed soon.
 class PIMBSR_API Tally {
  public:
+  /// How many are missing for so many more to be within a bound.
+  U64 missing(U64 more, U64 bound) const { return std::max(estimate_ + more, bound) - bound; }
+  /// Takes away so many that were removed.
+  void discharge(U64 removed) { estimate_ -= std::min(removed, estimate_); }
   /// Adds so many if they are within a bound; false, and nothing added, if they aren't. `count(tally)` calls
   /// `counted` for each group of those that are kept.
   template <class Count>
@@ -65,7 +72,8 @@ class PIMBSR_API Tally {
 /// of RPs or ranges passes with its header, which renews the BSR, and with what it renews: a record that
 /// would add too much is cut to the RPs that its set holds. The store takes a message as a change and not as
 /// the whole set, so no range is emptied by it. This router's own candidate RPs are no peer's and come on top
-/// of the bound for RPs.
+/// of the bound for RPs. RPs that are kept of a former BSR count in that bound, and give way to RPs of the
+/// present one.
 class PIMBSR_API Quotas {
  public:
   /// What becomes of a Bootstrap Message.
@@ -87,6 +95,8 @@ class PIMBSR_API Quotas {
   /// Validates a Candidate-RP-Advertisement that was sent to this router. While there are preferred RPs, the
   /// others add no more than half of IngressSettings::rps, so that forged RPs keep no preferred one out.
   DropReason validate(Routing::Pim::Packet::CrpAdvMessage const& message, PreferredRps const& preferred);
+  /// The RPs that are kept of former BSRs, used for as long as this object is; null, as at first, for none.
+  void holdOverIs(HoldOver* holdOver) { holdOver_ = holdOver; }
   /// To be called after the settings have changed.
   void handleSettings() {
     rps_ = {};
@@ -124,6 +134,10 @@ class PIMBSR_API Quotas {
   Zet::Ptr<Routing::Pim::RpCandidateSet> known(Lanet::IpGenPrefix const& zone,
                                                Lanet::IpGenPrefix const& range) const;
   U64 rpBound(Lanet::IpGenAddr const& rp, PreferredRps const& preferred) const;
+  bool makeRoom(U64 rps, U64 bound);
+  bool isKept(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const {
+    return holdOver_ != nullptr && holdOver_->keeps(range, rp);
+  }
   bool takesRps(U64 rps, U64 bound);
   bool hasRoomForRps(U64 rps);
   void countRps(Tally& tally) const;
@@ -131,7 +145,8 @@ class PIMBSR_API Quotas {
   Routing::Pim::Bsr::PimBsrSm const& root_;
   Routing::Pim::Bsr::BootstrapMessageSm& gate_;
   IngressSettings const& settings_;
-  Tally rps_;      ///< RPs in the sets of all zones
+  HoldOver* holdOver_ = nullptr;
+  Tally rps_;      ///< RPs in the sets of all zones, and kept ones
   Tally waiting_;  ///< RPs in the fragment stores of all tags
 };
 

@@ -66,6 +66,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   correctors_ =
       std::make_unique<Correctors>(Correctors::Machines{root_, gate_, crpGate_, *io_, port_, mtus_, switches_,
                                                         ingressFilter_->settings(), *lastMessages_, policy_});
+  ingressFilter_->holdOverIs(&correctors_->holdOver());
   bounds_ = Zet::make<RpBounds>(root_, crpGate_, ingressFilter_->settings());
   sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
   clearing_ = std::make_unique<Clearing>(*root_, *correctors_, *lastMessages_, *sweep_);
@@ -292,6 +293,9 @@ void Router::correctionsAre(CorrectionSettings const& settings) {
   correctors_->handleSwitches();
 }
 
+HoldOver& Router::holdOver() { return correctors_->holdOver(); }
+HoldOver const& Router::holdOver() const { return correctors_->holdOver(); }
+
 void Router::exactBordersAre(std::set<IntfId> const& interfaces) {
   correctors_->borders().exactAre(interfaces);
 }
@@ -429,7 +433,7 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
   Quotas::Verdict verdict = ingressFilter_->validateCost(message);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
-  correctors_->ingress().prepare(*verdict.passed);
+  correctors_->prepare(*verdict.passed);
   bool isDropped = dropped(throughGate(*bsmInfo_, intfId, verdict.passed), reception);
   reception.droppedRanges = isDropped ? 0 : verdict.dropped;
   if (isDropped) return;
@@ -447,6 +451,7 @@ void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Recept
   correctors_->ingress().prepare(*verdict.passed);
   if (dropped(throughGate(*crpMsgInfo_, intfId, verdict.passed), reception)) return;
   reception.droppedRanges = verdict.dropped;
+  correctors_->handleAccepted(*verdict.passed);
   ingressFilter_->noteAdvertisement(message);
 }
 

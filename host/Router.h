@@ -45,6 +45,7 @@ namespace pimbsr::host {
 class Admission;
 class Clearing;
 class Correctors;
+class HoldOver;
 class LastMessages;
 class PreferredRps;
 class RpBounds;
@@ -130,6 +131,9 @@ class PIMBSR_API Router : private DropListener {
   void correctionsAre(CorrectionSettings const& settings);
   /// Which corrections are in use, and how often each has acted.
   CorrectionSwitches const& corrections() const { return switches_; }
+  /// The RPs of former BSRs that PIM goes on using. A reference stays valid as long as the router.
+  HoldOver& holdOver();
+  HoldOver const& holdOver() const;
   /// Replaces the interfaces whose borders close exactly their zones and none within; none at first.
   void exactBordersAre(std::set<Lanet::IntfId> const& interfaces);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "host/HoldOver.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Reflection.h"
@@ -18,12 +19,23 @@ using Zet::U64;
 // Zones -----------------------------------------------------------------------------------------------
 
 static std::set<IpGenPrefix> zoneNames(Router const& router) {
-  std::set<IpGenPrefix> zones;
+  std::set<IpGenPrefix> zones = router.holdOver().zones();
   for (auto at = router.status()->bootstrapRouterIterator(); at; ++at) zones.insert(at.key());
   for (auto at = router.status()->crpStatusIterator(); at; ++at) zones.insert(at.key());
   for (auto at = router.root()->nonCandidateSmIterator(); at; ++at) zones.insert(at.key());
   for (auto at = router.root()->candidateSmIterator(); at; ++at) zones.insert(at.key());
   return zones;
+}
+
+/// Adds a kept RP, which no RP of the zone's own set equals, in the order of ranges and addresses.
+static void addKept(std::vector<RangeView>& ranges, RpView const& rp) {
+  auto range =
+      std::lower_bound(ranges.begin(), ranges.end(), rp.range,
+                       [](RangeView const& view, auto const& wanted) { return view.range < wanted; });
+  if (range == ranges.end() || range->range != rp.range) range = ranges.insert(range, {rp.range, {}});
+  auto at = std::lower_bound(range->rps.begin(), range->rps.end(), rp.address,
+                             [](RpView const& view, auto const& wanted) { return view.address < wanted; });
+  range->rps.insert(at, rp);
 }
 
 static RangeView rangeView(Routing::Pim::RpCandidateSet const& set) {
@@ -48,6 +60,7 @@ std::vector<ZoneView> zonesOf(Router const& router) {
     if (auto bsr = router.status()->bootstrapRouter(zone)) view.bsr = viewOf(*bsr);
     auto rpSet = router.status()->crpStatus(zone);
     if (rpSet && rpSet->status()) view.rpSet = rpSetView(*rpSet->status());
+    router.holdOver().forEach(zone, [&](RpView const& rp) { addKept(view.rpSet, rp); });
   }
   return zones;
 }

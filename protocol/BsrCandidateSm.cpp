@@ -5,6 +5,7 @@
 
 #include "protocol/BsmOrigination.h"
 #include "protocol/PimBsrSm.h"
+#include "protocol/StoreRules.h"
 #include "runtime/Assert.h"
 #include "runtime/Context.h"
 #include "runtime/Trace.h"
@@ -233,7 +234,10 @@ void BsrCandidateSm::doDelElectedBsr() {
 void BsrCandidateSm::clearRpSet() {
   Ptr<PimBsrRpCandidateStatus> rpSet = bsrStatus()->crpStatus(zone());
   if (!rpSet) return;
-  if (Ptr<RpCandidateStatus> set = rpSet->status()) set->crpSetDelAll();
+  Ptr<RpCandidateStatus> set = rpSet->status();
+  if (!set) return;
+  if (Ptr<StoreRules> rules = bsrSm()->storeRules()) rules->handleElection(zone());
+  set->crpSetDelAll();
 }
 
 void BsrCandidateSm::doSendBsm(bool const& shutDown) {
@@ -250,6 +254,7 @@ void BsrCandidateSm::doSendBsm(bool const& shutDown) {
   addZoneGroups(*message, rpSet ? rpSet->status() : Ptr<RpCandidateStatus>(), zone(), !isGlobalZone());
   bsrSm()->forwardBsm(zone(), message);
   lastBsmIs(message);
+  if (Ptr<StoreRules> rules = bsrSm()->storeRules()) rules->handleOriginated(zone(), *message);
 }
 
 // The candidacy ---------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "protocol/BsrNonCandidateSm.h"
 
 #include "protocol/PimBsrSm.h"
+#include "protocol/StoreRules.h"
 #include "runtime/Context.h"
 #include "runtime/Trace.h"
 
@@ -35,8 +36,9 @@ bool BsrNonCandidateSm::isGlobalZone() const { return zone() == bsrSm()->globalO
 
 // A message -------------------------------------------------------------------------------------------
 
-static void clearRpSet(Status const& status, IpGenPrefix const& zone, Lanet::IpGenAddr const* oldBsr) {
-  Ptr<PimBsrRpCandidateStatus> rpSet = status.crpStatus(zone);
+static void clearRpSet(BsrNonCandidateSm const& machine, Lanet::IpGenAddr const* oldBsr) {
+  IpGenPrefix zone = machine.zone();
+  Ptr<PimBsrRpCandidateStatus> rpSet = machine.bsrStatus()->crpStatus(zone);
   if (!rpSet) return;
   if (oldBsr == nullptr) {
     ZET_TRACE(trace, 8, "Clearing RP Set for zone " << zone << " since we have a new BSR");
@@ -45,7 +47,10 @@ static void clearRpSet(Status const& status, IpGenPrefix const& zone, Lanet::IpG
               "Clearing RP Set for zone " << zone << " since we have a new BSR"
                                           << ". Old BSR was " << *oldBsr);
   }
-  if (Ptr<RpCandidateStatus> set = rpSet->status()) set->crpSetDelAll();
+  Ptr<RpCandidateStatus> set = rpSet->status();
+  if (!set) return;
+  if (Ptr<StoreRules> rules = machine.bsrSm()->storeRules()) rules->handleElection(zone);
+  set->crpSetDelAll();
 }
 
 void BsrNonCandidateSm::handleBsm() {
@@ -86,7 +91,7 @@ void BsrNonCandidateSm::handleBsm() {
 }
 
 void BsrNonCandidateSm::handleNewBsr() {
-  clearRpSet(*bsrStatus(), zone(), nullptr);
+  clearRpSet(*this, nullptr);
   Ptr<ElectedBsrStatus> elected = bsrStatus()->bootstrapRouterIs(zone());
   elected->ipAddrIs(bsm()->bsrAddress());
   elected->priorityIs(bsm()->bsrPriority());
@@ -102,7 +107,7 @@ void BsrNonCandidateSm::handlePreferredBsm() {
   Ptr<ElectedBsrStatus> elected = bsrStatus()->bootstrapRouter(zone());
   if (elected->ipAddr() != bsm()->bsrAddress()) {
     Lanet::IpGenAddr oldBsr = elected->ipAddr();
-    clearRpSet(*bsrStatus(), zone(), &oldBsr);
+    clearRpSet(*this, &oldBsr);
     elected->ipAddrIs(bsm()->bsrAddress());
     elected->setupTimeIs(Zet::now());
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/HoldOver.h"
 #include "host/Limits.h"
 #include "sim/Medium.h"
 
@@ -215,7 +216,8 @@ void Node::observe() {
   if (!wanted) {
     observer_ = nullptr;
   } else if (router_ && !observer_) {
-    observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), recorder_);
+    observer_ =
+        std::make_unique<host::Observer>(router_->status(), router_->root(), recorder_, &router_->holdOver());
   }
 }
 

@@ -23,6 +23,7 @@ static SetRange viewOf(host::RangeView const& range, double now) {
   for (host::RpView const& rp : range.rps) {
     fillTerms(shown.rps.emplace_back(), rp);
     shown.rps.back().expiresIn = std::max(0.0, rp.expires - now);
+    if (rp.kept) shown.rps.back().kept = true;
   }
   return shown;
 }

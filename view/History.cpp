@@ -53,6 +53,7 @@ static std::string detailsOfRp(Event const& event) {
 static std::string detailsOfRps(Event const& event) {
   std::pair<char const*, Zet::U64> const counts[] = {{"added", event.rps->added},
                                                      {"updated", event.rps->updated},
+                                                     {"kept", event.rps->kept.value_or(0)},
                                                      {"removed", event.rps->removed},
                                                      {"expired", event.rps->expired}};
   std::string text;

@@ -3,7 +3,8 @@
 namespace pimbsr::view {
 
 std::string expiryOf(SetRp const& view) {
-  return view.holdtime == 0 ? "withdrawn" : cellOf(view.expiresIn, "never");
+  if (view.holdtime == 0) return "withdrawn";
+  return cellOf(view.expiresIn, "never") + (view.kept.value_or(false) ? ", kept" : "");
 }
 
 /// One has a name that only its parts explain.

@@ -41,6 +41,8 @@ static U64& countOf(RpCounts& counts, HistoryKind kind) {
       return counts.added;
     case HistoryKind::rpUpdated:
       return counts.updated;
+    case HistoryKind::rpKept:
+      return counts.kept;
     case HistoryKind::rpRemoved:
       return counts.removed;
     default:

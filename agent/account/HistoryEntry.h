@@ -30,10 +30,11 @@ struct Cause {
 struct RpCounts {
   U64 added = 0;
   U64 updated = 0;
+  U64 kept = 0;
   U64 removed = 0;
   U64 expired = 0;
 
-  U64 sum() const { return added + updated + removed + expired; }
+  U64 sum() const { return added + updated + kept + removed + expired; }
   bool operator==(RpCounts const&) const = default;
 };
 

@@ -22,8 +22,11 @@ static std::optional<std::string> nameOf(std::string const& state) {
 }
 
 static view::RpCounts viewOf(RpCounts const& counts) {
-  return {
-      .added = counts.added, .updated = counts.updated, .removed = counts.removed, .expired = counts.expired};
+  return {.added = counts.added,
+          .updated = counts.updated,
+          .kept = counts.kept == 0 ? std::nullopt : std::optional(counts.kept),
+          .removed = counts.removed,
+          .expired = counts.expired};
 }
 
 static view::Cause viewOf(Cause const& cause) {
@@ -79,7 +82,11 @@ static Cause causeOf(view::Cause const& read) {
 }
 
 static RpCounts countsOf(view::RpCounts const& read) {
-  return {.added = read.added, .updated = read.updated, .removed = read.removed, .expired = read.expired};
+  return {.added = read.added,
+          .updated = read.updated,
+          .kept = read.kept.value_or(0),
+          .removed = read.removed,
+          .expired = read.expired};
 }
 
 /// Throws for a time before 1970 or thousands of years ahead.

@@ -52,6 +52,7 @@ HistoryStore::Entries::iterator HistoryStore::repeatedBy(HistoryEntry const& cha
 static void add(RpCounts& to, RpCounts const& from) {
   to.added += from.added;
   to.updated += from.updated;
+  to.kept += from.kept;
   to.removed += from.removed;
   to.expired += from.expired;
 }

@@ -66,6 +66,7 @@ void addTotals(Families& families, Source const& source) {
     std::string label = source.shownZones.labelOf(zone);
     churn.add(totals.rps.added, {{"zone", label}, {"change", "added"}});
     churn.add(totals.rps.updated, {{"zone", label}, {"change", "updated"}});
+    churn.add(totals.rps.kept, {{"zone", label}, {"change", "kept"}});
     churn.add(totals.rps.removed, {{"zone", label}, {"change", "removed"}});
     churn.add(totals.rps.expired, {{"zone", label}, {"change", "expired"}});
   }
@@ -108,6 +109,13 @@ void addRpSets(Families& families, Source const& source) {
        [](Family& family, auto& zone, std::string const& label) {
          U64 count = 0;
          for (host::RangeView const& range : zone.rpSet) count += range.rps.size();
+         family.add(count, {{"zone", label}});
+       });
+  each("rp_set_kept_rps", "RPs of a former BSR of a zone that stay in use, among those of the RP set.",
+       [](Family& family, auto& zone, std::string const& label) {
+         U64 count = 0;
+         for (host::RangeView const& range : zone.rpSet)
+           for (host::RpView const& rp : range.rps) count += rp.kept ? 1 : 0;
          family.add(count, {{"zone", label}});
        });
   each("rp_set_range_rps",

@@ -2,6 +2,7 @@
 #include <set>
 
 #include "agent/views/ViewParts.h"
+#include "host/HoldOver.h"
 #include "host/LastMessages.h"
 #include "host/RpMap.h"
 #include "host/Views.h"
@@ -114,12 +115,13 @@ view::RpSet showRpSet(Observed const& observed, Lanet::IpGenPrefix const& prefix
 
 // Which RP serves a group -------------------------------------------------------------------------------
 
-/// The zones whose RP sets hold a range.
+/// The zones whose RP sets hold a range, or held it until the BSR changed.
 static std::vector<Lanet::IpGenPrefix> zonesOf(Observed const& observed, Lanet::IpGenPrefix const& range) {
   std::set<Lanet::IpGenPrefix> zones;
   for (auto at = observed.router.status()->crpStatusIterator(); at; ++at) {
     if (at->status() && at->status()->crpSet(range)) zones.insert(at->zone());
   }
+  if (auto kept = observed.router.holdOver().keptZone(range)) zones.insert(*kept);
   return {zones.begin(), zones.end()};
 }
 

@@ -27,6 +27,8 @@ static std::string_view nameOf(ChangeKind kind) {
       return "RP added";
     case ChangeKind::rpUpdated:
       return "RP updated";
+    case ChangeKind::rpKept:
+      return "RP kept";
     case ChangeKind::rpRemoved:
       return "RP removed";
     case ChangeKind::rpExpired:

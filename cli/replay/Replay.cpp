@@ -5,6 +5,7 @@
 
 #include "cli/replay/PimFilter.h"
 #include "cli/replay/ReplayWorld.h"
+#include "host/HoldOver.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::cli {
@@ -53,7 +54,8 @@ void Replay::start(Frame const* first) {
   router.rpf = world_->rpf;
   router_ = std::make_unique<host::Router>(world_->context, world_->port, router);
   router_->interfaceIs(world_->intfId, 1500);
-  observer_ = std::make_unique<host::Observer>(router_->status(), router_->root(), *recorder_);
+  observer_ =
+      std::make_unique<host::Observer>(router_->status(), router_->root(), *recorder_, &router_->holdOver());
   if (first != nullptr) report_.onStart(first_);
 }
 

@@ -72,7 +72,7 @@ static Table rpSetTable(std::vector<Node const*> const& nodes) {
         for (host::RpView const& rp : range.rps) {
           table.add({std::exchange(name, ""), std::exchange(zoneName, ""), std::exchange(rangeName, ""),
                      textOf(rp.address), fmt::to_string(rp.priority), fmt::to_string(rp.holdTime),
-                     textOfTime(rp.expires - nowAt(*node))});
+                     textOfTime(rp.expires - nowAt(*node)) + (rp.kept ? ", kept" : "")});
         }
       }
     }

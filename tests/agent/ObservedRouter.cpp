@@ -1,5 +1,6 @@
 #include "tests/agent/ObservedRouter.h"
 
+#include "host/HoldOver.h"
 #include "wire/Wire.h"
 
 namespace test {
@@ -16,7 +17,8 @@ ObservedRouter::ObservedRouter()
                                       pimbsr::host::RouterOptions{.config = tree.config(),
                                                                   .clearConfig = tree.clearConfig(),
                                                                   .accessLists = tree.accessLists()})),
-      observer(std::make_unique<pimbsr::host::Observer>(router->status(), router->root(), history)),
+      observer(std::make_unique<pimbsr::host::Observer>(router->status(), router->root(), history,
+                                                        &router->holdOver())),
       startTime(context.now()) {
   kernel.links["eth0"] = {.index = 2, .name = "eth0", .up = true};
   kernel.links["eth0"].addresses = {{addr("192.0.2.9").v4Addr(), 24}};

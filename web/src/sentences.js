@@ -23,6 +23,7 @@ const SENTENCES = {
   bsrLost: (event) => `BSR ${event.bsr ? event.bsr.address : ""} lost`,
   rpAdded: (event) => `RP added: ${rpText(event.rp)}`,
   rpUpdated: (event) => `RP updated: ${rpText(event.rp)}`,
+  rpKept: (event) => `RP kept: ${rpText(event.rp)}`,
   rpRemoved: (event) => `RP removed: ${event.rp.address} for ${event.rp.range}`,
   rpExpired: (event) => `RP expired: ${event.rp.address} for ${event.rp.range}`,
   rpSetChanged: () => "several RPs changed",

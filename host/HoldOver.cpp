@@ -1,0 +1,241 @@
+#include "host/HoldOver.h"
+
+#include <vector>
+
+#include "host/Zones.h"
+#include "protocol/BsrCandidateSm.h"
+#include "runtime/Context.h"
+
+namespace pimbsr::host {
+
+namespace Bsr = Routing::Pim::Bsr;
+namespace Packet = Routing::Pim::Packet;
+using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
+using Routing::Pim::RpCandidateSet;
+using Zet::Ptr;
+
+HoldOver::HoldOver(Ptr<Bsr::PimBsrSm> const& root, CorrectionSwitch& correction)
+    : root_(root),
+      correction_(correction),
+      timer_(Zet::make<pim::Timer>(root->timerWheel(), [this] { handleExpiry(); })) {}
+
+void HoldOver::stop() {
+  timer_->notifierIs(nullptr);
+  ranges_.clear();
+  byExpiry_.clear();
+  root_ = nullptr;
+}
+
+// What is kept --------------------------------------------------------------------------------------------
+
+bool HoldOver::keeps(IpGenPrefix const& range, IpGenAddr const& rp) const {
+  auto at = ranges_.find(range);
+  return at != ranges_.end() && at->second.rps.contains(rp);
+}
+
+std::optional<IpGenPrefix> HoldOver::keptZone(IpGenPrefix const& range) const {
+  auto at = ranges_.find(range);
+  return at == ranges_.end() ? std::nullopt : std::optional(at->second.zone);
+}
+
+std::set<IpGenPrefix> HoldOver::zones() const {
+  std::set<IpGenPrefix> found;
+  for (auto const& [range, kept] : ranges_) found.insert(kept.zone);
+  return found;
+}
+
+/// The range in the set that PIM reads.
+Ptr<RpCandidateSet> HoldOver::mirror(IpGenPrefix const& range) const {
+  return root_->rpCandidateStatus()->crpSet(range);
+}
+
+std::optional<RpView> HoldOver::viewOf(IpGenPrefix const& range, IpGenAddr const& rp) const {
+  Ptr<RpCandidateSet> set = mirror(range);
+  Ptr<Routing::Pim::RpCandidate> entry = set ? set->rp(rp) : nullptr;
+  if (!entry) return std::nullopt;
+  RpView view = host::viewOf(range, *entry);
+  view.kept = true;
+  return view;
+}
+
+bool HoldOver::isHeldByOther(IpGenPrefix const& zone, Key const& key) const {
+  for (auto other = root_->bsrStatus()->crpStatusIterator(); other; ++other) {
+    if (other->zone() == zone || !other->status()) continue;
+    Ptr<RpCandidateSet const> set = other->status()->crpSet(key.first);
+    if (set && set->rp(key.second)) return true;
+  }
+  return false;
+}
+
+bool HoldOver::isHeld(IpGenPrefix const& range) const {
+  for (auto zone = root_->bsrStatus()->crpStatusIterator(); zone; ++zone) {
+    if (zone->status() && zone->status()->crpSet(range)) return true;
+  }
+  return false;
+}
+
+/// An RP that PIM doesn't read, or that is another zone's too, needs no keeping.
+bool HoldOver::keep(IpGenPrefix const& zone, Key const& key) {
+  auto const& [range, rp] = key;
+  std::optional<RpView> view = viewOf(range, rp);
+  if (!view || view->expires <= Zet::now() || isHeldByOther(zone, key)) return false;
+  Range& kept = ranges_[range];
+  kept.zone = zone;
+  auto [at, isNew] = kept.rps.try_emplace(rp, view->expires);
+  if (isNew) byExpiry_.emplace(view->expires, key);
+  return true;
+}
+
+// The end of keeping --------------------------------------------------------------------------------------
+
+void HoldOver::forget(Ranges::iterator range, IpGenAddr const& rp) {
+  auto at = range->second.rps.find(rp);
+  byExpiry_.erase({at->second, Key(range->first, rp)});
+  range->second.rps.erase(at);
+  if (range->second.rps.empty()) ranges_.erase(range);
+}
+
+/// Takes a kept RP out of what PIM reads, and its range with the last one that no zone has.
+void HoldOver::remove(Key const& key, End end) {
+  IpGenPrefix range = key.first;
+  IpGenAddr rp = key.second;
+  auto at = ranges_.find(range);
+  IpGenPrefix zone = at->second.zone;
+  std::optional<RpView> view = viewOf(range, rp);
+  forget(at, rp);
+  if (!view) return;
+  mirror(range)->rpDel(rp);
+  if (mirror(range)->rpCount() == 0 && !isHeld(range)) root_->rpCandidateStatus()->crpSetDel(range);
+  view->kept = false;
+  if (sink_ != nullptr) sink_->onKeptGone(zone, *view, end == End::expired);
+}
+
+void HoldOver::release(IpGenPrefix const& zone, IpGenPrefix const& range, End end) {
+  for (auto at = ranges_.find(range); at != ranges_.end() && at->second.zone == zone;
+       at = ranges_.find(range))
+    remove({range, at->second.rps.begin()->first}, end);
+}
+
+bool HoldOver::withdraw(IpGenPrefix const& zone, IpGenPrefix const& range, IpGenAddr const& rp) {
+  auto at = ranges_.find(range);
+  if (at == ranges_.end() || at->second.zone != zone || !at->second.rps.contains(rp)) return false;
+  remove({range, rp}, End::removed);
+  return true;
+}
+
+void HoldOver::drop(IpGenPrefix const& zone) {
+  std::vector<IpGenPrefix> ranges;
+  for (auto const& [range, kept] : ranges_) {
+    if (kept.zone == zone) ranges.push_back(range);
+  }
+  for (IpGenPrefix const& range : ranges) release(zone, range, End::removed);
+}
+
+void HoldOver::handleSwitch() {
+  if (!correction_.isOn()) makeRoom(count());
+}
+
+U64 HoldOver::makeRoom(U64 count) {
+  U64 removed = 0;
+  for (; removed < count && !byExpiry_.empty(); ++removed) remove(byExpiry_.begin()->second, End::removed);
+  return removed;
+}
+
+void HoldOver::arm() { timer_->timeMinIs(byExpiry_.empty() ? Kiv::never : byExpiry_.begin()->first); }
+
+void HoldOver::handleExpiry() {
+  while (!byExpiry_.empty() && byExpiry_.begin()->first <= Zet::now())
+    remove(byExpiry_.begin()->second, End::expired);
+  arm();
+}
+
+// Events --------------------------------------------------------------------------------------------------
+
+void HoldOver::handleElection(IpGenPrefix const& zone) {
+  if (!correction_.isOn()) return;
+  Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone);
+  bool keepsAny = false;
+  for (auto set = sets->crpSetIterator(); set; ++set) {
+    for (auto rp = set->rpIterator(); rp; ++rp)
+      keepsAny = keep(zone, {set->prefix(), rp->address()}) || keepsAny;
+  }
+  if (keepsAny) correction_.noteAct();
+  arm();
+}
+
+void HoldOver::handleMirrored(IpGenPrefix const& range, IpGenAddr const& rp) {
+  auto at = ranges_.find(range);
+  if (at != ranges_.end() && at->second.rps.contains(rp)) forget(at, rp);
+}
+
+static IpGenAddr electedOf(Bsr::Status const& status, IpGenPrefix const& zone) {
+  Ptr<Bsr::ElectedBsrStatus const> elected = status.bootstrapRouter(zone);
+  return elected ? elected->ipAddr() : IpGenAddr();
+}
+
+void HoldOver::prepare(Message const& message) {
+  bsrBefore_ = electedOf(*root_->bsrStatus(), zoneOf(message));
+}
+
+static bool hasRps(Ptr<Routing::Pim::RpCandidateStatus> const& sets, IpGenPrefix const& range) {
+  Ptr<RpCandidateSet const> set = sets ? sets->crpSet(range) : nullptr;
+  return set && set->rpCount() != 0;
+}
+
+/// A zone's set holds a range once all of its fragments came.
+void HoldOver::handleAccepted(Message const& message) {
+  if (!correction_.isOn()) return;
+  IpGenPrefix zone = zoneOf(message);
+  Ptr<Bsr::BsrCandidateSm> candidate = root_->candidateSm(zone);
+  if (candidate && candidate->state() == Bsr::BsrCandidateState::eBsr) return;
+  if (electedOf(*root_->bsrStatus(), zone) != message.bsrAddress()) return;
+  if (candidate && bsrBefore_ != message.bsrAddress()) keepFormer(zone, message);
+  if (ranges_.empty()) return;
+  Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone);
+  for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
+    if (hasRps(sets, group->prefix())) {
+      release(zone, group->prefix(), End::named);
+      continue;
+    }
+    for (auto rp = group->rpListIterator(); rp; ++rp) {
+      if (rp->rpHoldtime() == 0) withdraw(zone, group->prefix(), rp->rpAddress());
+    }
+  }
+}
+
+/// A candidate that follows one BSR after the other adds the RPs of both to one set: those that the new one
+/// doesn't name are kept until it names their range, as by a follower.
+void HoldOver::keepFormer(IpGenPrefix const& zone, Message const& message) {
+  std::set<Key> named;
+  for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
+    for (auto rp = group->rpListIterator(); rp; ++rp) named.emplace(group->prefix(), rp->rpAddress());
+  }
+  std::vector<Key> former;
+  Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone);
+  if (!sets) return;
+  for (auto set = sets->crpSetIterator(); set; ++set) {
+    for (auto rp = set->rpIterator(); rp; ++rp) {
+      Key key(set->prefix(), rp->address());
+      if (!named.contains(key)) former.push_back(key);
+    }
+  }
+  if (former.empty()) return;
+  correction_.noteAct();
+  for (Key const& key : former) keep(zone, key);
+  arm();
+  for (auto const& [range, rp] : former) {
+    if (Ptr<RpCandidateSet> set = sets->crpSet(range)) set->rpDel(rp);
+  }
+}
+
+void HoldOver::handleOriginated(IpGenPrefix const& zone, Message const& message) {
+  if (ranges_.empty()) return;
+  for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
+    bool isNamed = false;
+    for (auto rp = group->rpListIterator(); rp && !isNamed; ++rp) isNamed = rp->rpHoldtime() != 0;
+    if (isNamed) release(zone, group->prefix(), End::named);
+  }
+}
+
+}  // namespace pimbsr::host
