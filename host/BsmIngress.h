@@ -22,6 +22,8 @@ class PIMBSR_API BsmIngress {
 
   /// Why a Bootstrap Message must not reach the gate.
   DropReason validate(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage const& message);
+  /// Whether the gate takes a message by its sender.
+  bool isFromRpfNeighbor(Routing::Pim::Packet::BootstrapMessage const& message) const;
   /// To be called before the gate gets a Bootstrap Message: further fragments of the zone's first No-Forward
   /// message pass as the first one did.
   void prepare(Routing::Pim::Packet::BootstrapMessage const& message);
@@ -37,7 +39,6 @@ class PIMBSR_API BsmIngress {
   using MessageId = std::pair<Zet::U16, Lanet::IpGenAddr>;  ///< fragment tag and BSR
 
   bool isFromOtherBsr(Routing::Pim::Packet::BootstrapMessage const& message) const;
-  bool isFromRpfNeighbor(Routing::Pim::Packet::BootstrapMessage const& message) const;
   void changeMode(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
 
   Routing::Pim::Bsr::PimBsrSm const& root_;

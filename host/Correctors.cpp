@@ -46,6 +46,7 @@ Correctors::Correctors(Machines const& machines)
       cutBySize_(machines.switches.of(&CorrectionSettings::cutBySize)),
       borders_(root_->bsrStatus(), machines.switches.of(&CorrectionSettings::coveringBorder)),
       holdOver_(root_, machines.switches.of(&CorrectionSettings::holdOver)),
+      fit_(*root_, machines.switches.of(&CorrectionSettings::fit), machines.ingress),
       pieces_(*root_, machines.ingress),
       ingress_(*root_, *machines.gate, *machines.crpGate, borders_, machines.switches),
       egress_(machines.port, mtus_, borders_, pieces_, machines.policy, machines.switches),
@@ -73,6 +74,13 @@ void Correctors::handleSwitches() {
   mtus_.hiddenIs(cutBySize_.isOn());
   if (!cutBySize_.isOn()) pieces_.clear();
   holdOver_.handleSwitch();
+  fit_.handleSwitch();
+}
+
+/// A message that the gate drops for its sender must not change what others have sent.
+MessageFit::Verdict Correctors::fit(Routing::Pim::Packet::BootstrapMessage& message) {
+  bool isOthers = fit_.hasParts(message) && !ingress_.isFromRpfNeighbor(message);
+  return isOthers ? MessageFit::Verdict{.passed = Ptr(&message)} : fit_.prepare(message);
 }
 
 void Correctors::prepare(Routing::Pim::Packet::BootstrapMessage const& message) {
@@ -81,6 +89,7 @@ void Correctors::prepare(Routing::Pim::Packet::BootstrapMessage const& message) 
 }
 
 void Correctors::handleAccepted(Ptr<Routing::Pim::Packet::BootstrapMessage> const& message) {
+  fit_.handleAccepted();
   ingress_.handleAccepted(*message);
   holdOver_.handleAccepted(*message);
   if (cutBySize_.isOn()) pieces_.handleAccepted(message);

@@ -10,6 +10,7 @@
 #include "host/HoldOver.h"
 #include "host/LastMessages.h"
 #include "host/LeakedZones.h"
+#include "host/MessageFit.h"
 #include "host/Mtus.h"
 #include "host/RangeWithdrawal.h"
 #include "protocol/StoreRules.h"
@@ -44,8 +45,11 @@ class PIMBSR_API Correctors {
   void handleSwitches();
   Borders& borders() { return borders_; }
   BsmIngress& ingress() { return ingress_; }
+  MessageFit& fit() { return fit_; }
   HoldOver& holdOver() { return holdOver_; }
   HoldOver const& holdOver() const { return holdOver_; }
+  /// What the gate is to get in place of a message that was read last.
+  MessageFit::Verdict fit(Routing::Pim::Packet::BootstrapMessage& message);
   /// To be called before the gate gets a Bootstrap Message.
   void prepare(Routing::Pim::Packet::BootstrapMessage const& message);
   /// To be called for a Bootstrap Message that the gate has accepted.
@@ -62,6 +66,7 @@ class PIMBSR_API Correctors {
   CorrectionSwitch const& cutBySize_;
   Borders borders_;
   HoldOver holdOver_;
+  MessageFit fit_;
   BsmPieces pieces_;
   BsmIngress ingress_;
   BsmEgress egress_;

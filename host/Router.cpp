@@ -296,6 +296,8 @@ void Router::correctionsAre(CorrectionSettings const& settings) {
 HoldOver& Router::holdOver() { return correctors_->holdOver(); }
 HoldOver const& Router::holdOver() const { return correctors_->holdOver(); }
 
+MessageFit const& Router::fit() const { return correctors_->fit(); }
+
 void Router::exactBordersAre(std::set<IntfId> const& interfaces) {
   correctors_->borders().exactAre(interfaces);
 }
@@ -364,7 +366,9 @@ void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival 
     reception.kind = kindOf(packet.payload);
     return;
   }
-  handle(intfId, wire::decodeMessage(packet.payload, packet.source, packet.destination), reception);
+  handle(intfId,
+         wire::decodeMessage(packet.payload, packet.source, packet.destination, correctors_->fit().leftOut()),
+         reception);
   if (reception.kind == MessageKind::malformed) ingressFilter_->handleMalformed(intfId, arrival);
 }
 
@@ -428,9 +432,12 @@ void Router::onDrop(DropReason reason) {
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
   if (dropped(ingressFilter_->validateSender(intfId, message), reception)) return;
   if (dropped(policy_.validate(intfId, message), reception)) return;
+  correctors_->fit().clamp(message);
   if (dropped(admission_->validate(message), reception)) return;
   if (dropped(correctors_->ingress().validate(intfId, message), reception)) return;
-  Quotas::Verdict verdict = ingressFilter_->validateCost(message);
+  MessageFit::Verdict fitting = correctors_->fit(message);
+  if (dropped(fitting.reason, reception)) return;
+  Quotas::Verdict verdict = ingressFilter_->validateCost(*fitting.passed);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
   correctors_->prepare(*verdict.passed);
@@ -442,6 +449,7 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
+  correctors_->fit().clamp(message);
   if (dropped(admission_->validate(message), reception)) return;
   if (!port_.isOwnAddress(message.dstAddr())) return;
   if (dropped(ingressFilter_->validateCost(message, bounds_->places().preferred()), reception)) return;

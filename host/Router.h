@@ -47,6 +47,7 @@ class Clearing;
 class Correctors;
 class HoldOver;
 class LastMessages;
+class MessageFit;
 class PreferredRps;
 class RpBounds;
 class RpSweep;
@@ -134,6 +135,8 @@ class PIMBSR_API Router : private DropListener {
   /// The RPs of former BSRs that PIM goes on using. A reference stays valid as long as the router.
   HoldOver& holdOver();
   HoldOver const& holdOver() const;
+  /// The ranges that wait for fragments beside the machines. A reference stays valid as long as the router.
+  MessageFit const& fit() const;
   /// Replaces the interfaces whose borders close exactly their zones and none within; none at first.
   void exactBordersAre(std::set<Lanet::IntfId> const& interfaces);
 

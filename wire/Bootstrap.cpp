@@ -4,6 +4,8 @@
 //     for each group:    Group Address (8)   RP Count (1)   Frag RP Count (1)   Reserved (2)
 //         for each RP:   RP Address (6)   RP Holdtime (2)   RP Priority (1)   Reserved (1)
 #include <algorithm>
+#include <map>
+#include <utility>
 
 #include "wire/Address.h"
 #include "wire/Message.h"
@@ -28,21 +30,51 @@ bool isTrailer(Bytes rest) {
   return std::all_of(rest.begin(), rest.end(), [](U8 byte) { return byte == 0; });
 }
 
-ReadError readRp(Reader& in, BootstrapGroupData& group) {
+/// Keeps account of the RPs of a message that can't be taken.
+class LeftOut {
+ public:
+  explicit LeftOut(LeftOutRps* rps) : rps_(rps) {}
+
+  /// Leaves an RP of the record at hand out; what is wrong with the message if none may be.
+  ReadError add(Lanet::IpGenAddr const& address, DropReason reason) {
+    if (rps_ == nullptr) return reason;
+    bool isNamed = reason == DropReason::rpTwice;
+    rps_->push_back({record_, address, ++named_[address] - (isNamed ? 0 : 1)});
+    ++count_;
+    return {};
+  }
+  /// RPs of the record at hand; the next one is at hand then.
+  U8 takeCount() {
+    ++record_;
+    named_.clear();
+    return std::exchange(count_, U8{0});
+  }
+
+ private:
+  LeftOutRps* rps_;
+  std::size_t record_ = 0;
+  U8 count_ = 0;
+  std::map<Lanet::IpGenAddr, U32> named_;  ///< how often the record at hand names each RP that was left out
+};
+
+ReadError readRp(Reader& in, BootstrapGroupData& group, LeftOut& leftOut) {
   Lanet::IpGenAddr address;
-  if (ReadError error = readUnicast(in, DropReason::rpNotUnicast, address)) return error;
+  ReadError error = readUnicast(in, DropReason::rpNotUnicast, address);
+  if (error == DropReason::rpNotUnicast) error = leftOut.add(address, *error);
+  if (error) return error;
   U16 holdtime = in.u16();
   U8 priority = in.u8();
   in.u8();
   if (!in.ok()) return DropReason::truncated;
-  if (group.rpList(address)) return DropReason::rpTwice;
+  if (!isRouterAddress(address)) return {};
+  if (group.rpList(address)) return leftOut.add(address, DropReason::rpTwice);
   Zet::Ptr<BootstrapRpData> rp = group.rpListIs(address);
   rp->rpHoldtimeIs(holdtime);
   rp->rpPriorityIs(priority);
   return {};
 }
 
-ReadError readGroupRecord(Reader& in, BootstrapOptionalData& data) {
+ReadError readGroupRecord(Reader& in, BootstrapOptionalData& data, LeftOut& leftOut) {
   Lanet::IpGenPrefix range;
   GroupFlags flags;
   if (ReadError error = readGroup(in, range, flags)) return error;
@@ -53,11 +85,12 @@ ReadError readGroupRecord(Reader& in, BootstrapOptionalData& data) {
   if (fragRpCount > rpCount) return DropReason::fragRpCount;
   auto group = Zet::make<BootstrapGroupData>(range);
   group->groupFlagsIs(flags);
-  group->rpCountIs(rpCount);
-  group->fragRpCountIs(fragRpCount);
   for (U8 i = 0; i < fragRpCount; ++i) {
-    if (ReadError error = readRp(in, *group)) return error;
+    if (ReadError error = readRp(in, *group, leftOut)) return error;
   }
+  U8 missing = leftOut.takeCount();
+  group->rpCountIs(static_cast<U8>(fragRpCount == rpCount ? rpCount - missing : rpCount));
+  group->fragRpCountIs(static_cast<U8>(fragRpCount - missing));
   data.groupDataEnq(group);
   return {};
 }
@@ -92,7 +125,7 @@ void writeGroupRecord(Writer& out, BootstrapGroupData const& group) {
 }  // namespace
 
 Outcome<Zet::Ptr<BootstrapMessage>> decodeBootstrap(Bytes pim, Lanet::IpAddr source,
-                                                    Lanet::IpAddr destination) {
+                                                    Lanet::IpAddr destination, LeftOutRps* leftOutRps) {
   Reader in(pim);
   U8 flags = 0;
   if (ReadError error = readHeader(in, MessageType::bootstrap, flags)) return *error;
@@ -107,8 +140,9 @@ Outcome<Zet::Ptr<BootstrapMessage>> decodeBootstrap(Bytes pim, Lanet::IpAddr sou
   if (ReadError error = readUnicast(in, DropReason::bsrNotUnicast, bsr)) return *error;
   message->bsrAddressIs(bsr);
   auto data = Zet::make<BootstrapOptionalData>();
+  LeftOut leftOut(leftOutRps);
   while (!isTrailer(in.rest())) {
-    if (ReadError error = readGroupRecord(in, *data)) return *error;
+    if (ReadError error = readGroupRecord(in, *data, leftOut)) return *error;
   }
   message->groupRpDataIs(data);
   return message;

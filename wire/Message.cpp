@@ -51,7 +51,8 @@ void writeHeader(std::vector<U8>& out, MessageType type, U8 flags) {
 
 void writeChecksum(std::vector<U8>& out) { Writer(out).u16At(checksumAt, checksum(out)); }
 
-Outcome<DecodedMessage> decodeMessage(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination) {
+Outcome<DecodedMessage> decodeMessage(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination,
+                                      LeftOutRps* leftOut) {
   Reader in(pim);
   MessageHeader header;
   if (ReadError error = readHeader(in, header)) return *error;
@@ -59,7 +60,7 @@ Outcome<DecodedMessage> decodeMessage(Bytes pim, Lanet::IpAddr source, Lanet::Ip
     case MessageType::hello:
       return widened(decodeHello(pim, source, destination));
     case MessageType::bootstrap:
-      return widened(decodeBootstrap(pim, source, destination));
+      return widened(decodeBootstrap(pim, source, destination, leftOut));
     case MessageType::crpAdv:
       return widened(decodeCrpAdv(pim, source, destination));
   }

@@ -79,21 +79,37 @@ struct OtherMessage {
   U8 type = 0;
 };
 
+/// An RP of a Bootstrap message that was left out of its record.
+struct LeftOutRp {
+  std::size_t record = 0;    ///< number of the record in its message, from 0
+  Lanet::IpGenAddr address;  ///< one that no router can have, or one that the record names before
+  U32 repetition = 0;        ///< how often the record names it before
+};
+
+/// The RPs that reading has left out, in the order of the message.
+using LeftOutRps = std::vector<LeftOutRp>;
+
 using DecodedMessage =
     std::variant<OtherMessage, HelloMessage, Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>,
                  Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage>>;
 
 /// Reads a PIM message of any type, given the addresses of the IP packet that brought it. Checked in this
 /// order: four bytes of header, the version, whether the type is one of the three, and only for these the
-/// checksum, which other types compute in other ways. Pointers in the result are never null.
-PIMBSR_API Outcome<DecodedMessage> decodeMessage(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination);
+/// checksum, which other types compute in other ways. Pointers in the result are never null. `leftOut` is
+/// that of decodeBootstrap().
+PIMBSR_API Outcome<DecodedMessage> decodeMessage(Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination,
+                                                 LeftOutRps* leftOut = nullptr);
 
 /// Reads a Bootstrap message (RFC 5059 section 4.1); drops other types as such. A message without groups is
 /// complete, and a group that comes twice makes two records. The groups run to the end of the bytes; a rest
 /// of fewer than 12 bytes can be no group record and is ignored, as is any rest of zeros alone, which is
 /// padding.
+///
+/// An RP that a record names twice, or whose address no router can have, drops the message if `leftOut` is
+/// null. Else it is left out and added there: Frag RP Count is lowered by it, and RP Count too in a record
+/// that names its range whole. A record that names a part of its range keeps its RP Count.
 PIMBSR_API Outcome<Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>> decodeBootstrap(
-    Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination);
+    Bytes pim, Lanet::IpAddr source, Lanet::IpAddr destination, LeftOutRps* leftOut = nullptr);
 
 /// Reads a Candidate-RP-Advertisement (RFC 5059 section 4.2); drops other types as such. A Prefix Count of
 /// 0 is kept, with no group.

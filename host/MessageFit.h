@@ -1,0 +1,90 @@
+#pragma once
+
+#include <list>
+#include <map>
+#include <set>
+#include <tuple>
+#include <utility>
+
+#include "host/Corrections.h"
+#include "host/IngressSettings.h"
+#include "model/DropReason.h"
+#include "protocol/PimBsrSm.h"
+#include "wire/Wire.h"
+
+namespace pimbsr::host {
+
+/// Has the machines take of a message what they can where its other RPs can't be taken: holdtimes above their
+/// range are set to its end, and an RP that reading left out is missing in its range alone.
+///
+/// A range that comes in fragments is complete when as many RPs have come as it announces. The machines would
+/// wait for those that were left out, so the range is collected here as well: once an RP of it is left out,
+/// the machines get no further fragment of it, and with the last one the whole range as one record. What is
+/// collected is bounded by IngressSettings::fragmentRps and kept as long as the machines keep fragments.
+class PIMBSR_API MessageFit {
+ public:
+  using Message = Routing::Pim::Packet::BootstrapMessage;
+  struct Verdict {
+    Zet::Ptr<Message> passed;              ///< what the gate is to get; null if the message is dropped
+    DropReason reason = DropReason::none;  ///< why it is dropped
+  };
+
+  /// All are used for as long as this object is.
+  MessageFit(Routing::Pim::Bsr::PimBsrSm& root, CorrectionSwitch& correction, IngressSettings const& settings)
+      : root_(root), correction_(correction), settings_(settings) {}
+
+  /// Where reading is to put the RPs that it leaves out; null to drop their messages.
+  wire::LeftOutRps* leftOut();
+  /// Sets holdtimes that are above their range to its end, in place.
+  void clamp(Message& message);
+  void clamp(Routing::Pim::Packet::CrpAdvMessage& message);
+  /// Whether a message that was read last has a record that names a part of its range.
+  bool hasParts(Message const& message) const;
+  /// To be called with a message that was read last, before the gate gets it. One with such a record must
+  /// come from the RPF neighbor towards its BSR.
+  Verdict prepare(Message& message);
+  /// To be called once the gate has accepted it.
+  void handleAccepted();
+  /// To be called after the switch has changed.
+  void handleSwitch();
+  /// RPs that are collected.
+  U32 count() const { return count_; }
+
+ private:
+  using Group = Routing::Pim::Packet::BootstrapGroupData;
+  using Key = std::tuple<Lanet::IpGenAddr, Zet::U16, Lanet::IpGenPrefix>;  ///< sender, fragment tag, range
+  struct Terms {
+    U16 holdtime = 0;
+    U8 priority = 0;
+  };
+  struct Range {
+    U8 announced = 0;
+    std::map<Lanet::IpGenAddr, Terms> rps;
+    std::set<std::pair<Lanet::IpGenAddr, U32>> leftOut;  ///< with how often its record named it before
+    double startedAt = 0;
+    std::list<Key>::iterator place;
+
+    U32 size() const { return static_cast<U32>(rps.size() + leftOut.size()); }
+    bool isComplete() const { return size() == announced; }
+  };
+
+  void dropOld();
+  void drop(std::map<Key, Range>::iterator at);
+  Range collected(Key const& key, Group const& group, std::size_t record) const;
+  bool isLeftOutOf(std::size_t record) const;
+  bool isPart(Group const& group, std::size_t record) const;
+  bool withhold();
+  Zet::Ptr<Group> recordOf(Group const& group, Range const& range) const;
+  void forgetFragments(Key const& key);
+
+  Routing::Pim::Bsr::PimBsrSm& root_;
+  CorrectionSwitch& correction_;
+  IngressSettings const& settings_;
+  wire::LeftOutRps leftOut_;
+  std::map<Key, Range> ranges_;
+  std::list<Key> byAge_;  ///< the keys, the oldest first
+  U32 count_ = 0;
+  std::map<Key, Range> pending_;  ///< of the message at hand
+};
+
+}  // namespace pimbsr::host
