@@ -175,6 +175,68 @@ void Expectation::checkRouter(ZoneParts const& zone, U32 number, Findings& findi
   }
 }
 
+// The RPs that PIM reads ------------------------------------------------------------------------------
+
+void Expectation::checkHash(ZoneParts const& zone, U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  host::BsrCandidacy const* bsr = zone.bsrOf(number);
+  auto held = node.router()->status()->crpStatus(zone.zone());
+  if (bsr == nullptr || !held || !held->status()) return;
+  for (auto set = held->status()->crpSetIterator(); set; ++set) {
+    for (auto rp = set->rpIterator(); rp; ++rp) {
+      U32 length = rp->hashMaskLen().value();
+      if (length == bsr->hashMaskLen) continue;
+      findings.push_back(fmt::format("{} has hash mask length {} for RP {} of zone {}, and its BSR has {}",
+                                     node.name(), length, rp->address(), zone.zone(), bsr->hashMaskLen));
+    }
+  }
+}
+
+/// The RPs of a range in a router's longest zone with a BSR that covers it; null if it has none.
+static Ptr<Routing::Pim::RpCandidateSet> bestSet(Routing::Pim::Bsr::Status const& status,
+                                                 IpGenPrefix const& range) {
+  IpGenPrefix best;
+  for (auto at = status.bootstrapRouterIterator(); at; ++at) {
+    bool isLonger = best.isEmpty() || at->zone().length() > best.length();
+    if (at->zone().contains(range) && isLonger) best = at->zone();
+  }
+  auto held = best.isEmpty() ? nullptr : status.crpStatus(best);
+  return held && held->status() ? held->status()->crpSet(range) : nullptr;
+}
+
+static bool isSame(Routing::Pim::RpCandidate const& a, Routing::Pim::RpCandidate const& b) {
+  return a.priority() == b.priority() && a.hashMaskLen() == b.hashMaskLen() && a.holdTime() == b.holdTime() &&
+         a.pimMode() == b.pimMode();
+}
+
+/// Both ways: what PIM reads must be in the best zone's set, and what is there must be read.
+void Expectation::checkRead(U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  Routing::Pim::Bsr::Status const& status = *node.router()->status();
+  auto read = node.router()->rpCandidateStatus();
+  auto note = [&](char const* what, IpGenAddr const& rp, IpGenPrefix const& range) {
+    findings.push_back(fmt::format("{} {} RP {} for {}", node.name(), what, rp, range));
+  };
+  double now = node.localTime(network_.now());
+  for (auto set = read->crpSetIterator(); set; ++set) {
+    auto best = bestSet(status, set->prefix());
+    for (auto rp = set->rpIterator(); rp; ++rp) {
+      auto held = best ? best->rp(rp->address()) : nullptr;
+      bool isOver = rp->expires() <= now;
+      if (!isOver && !(held && isSame(*held, *rp))) note("lets PIM read", rp->address(), set->prefix());
+    }
+  }
+  for (auto zone = status.crpStatusIterator(); zone; ++zone) {
+    for (auto set = zone->status()->crpSetIterator(); set; ++set) {
+      if (bestSet(status, set->prefix()) != set.ptr()) continue;
+      auto shown = read->crpSet(set->prefix());
+      for (auto rp = set->rpIterator(); rp; ++rp) {
+        if (!shown || !shown->rp(rp->address())) note("hides from PIM", rp->address(), set->prefix());
+      }
+    }
+  }
+}
+
 /// Counts the routers that are the elected BSR in their own state; the others may have learned another one.
 void Expectation::checkElected(ZoneParts const& zone, Findings& findings) const {
   for (std::vector<U32> const& part : zone.parts()) {
@@ -198,8 +260,14 @@ Findings Expectation::check() const {
   for (ZoneParts const& zone : zones_) {
     checkElected(zone, findings);
     for (std::vector<U32> const& part : zone.parts()) {
-      for (U32 node : part) checkRouter(zone, node, findings);
+      for (U32 node : part) {
+        checkRouter(zone, node, findings);
+        checkHash(zone, node, findings);
+      }
     }
+  }
+  for (U32 node = 0; node < network_.nodeCount(); ++node) {
+    if (network_.node(node).isRunning()) checkRead(node, findings);
   }
   return findings;
 }
@@ -231,6 +299,14 @@ std::vector<IpGenPrefix> zonesToLearn(Expectation const& expectation, Network co
     }
   }
   return zones;
+}
+
+// Packets ---------------------------------------------------------------------------------------------
+
+void SizeWatch::onLoss(Network const& network, Node const* node, Loss loss, Bytes packet) {
+  if (loss != Loss::tooBig || node == nullptr) return;
+  findings_.push_back(fmt::format("{} sends {} bytes, more than the MTU of the link, at {:.3f} s",
+                                  node->name(), packet.size(), network.now()));
 }
 
 // Borders ---------------------------------------------------------------------------------------------

@@ -56,7 +56,8 @@ class Expectation {
   explicit Expectation(Network const& network);
 
   /// Compares every running router with it: in each part one elected BSR, the best candidate, and the same RP
-  /// set everywhere, that of the candidate RPs that run.
+  /// set everywhere, that of the candidate RPs that run, with the BSR's hash mask length; and PIM reads of each
+  /// group range what its longest zone with a BSR has.
   Findings check() const;
   std::vector<ZoneParts> const& zones() const { return zones_; }
 
@@ -66,6 +67,8 @@ class Expectation {
   ZoneParts const* zoneFor(U32 node, Lanet::IpGenPrefix const& range) const;
   bool permits(U32 bsr, Lanet::IpGenAddr const& sender) const;
   void checkRouter(ZoneParts const& zone, U32 node, Findings& findings) const;
+  void checkHash(ZoneParts const& zone, U32 node, Findings& findings) const;
+  void checkRead(U32 node, Findings& findings) const;
   void checkElected(ZoneParts const& zone, Findings& findings) const;
 
   Network const& network_;
@@ -79,6 +82,16 @@ class Expectation {
 /// which it is a candidate itself are left out. To be asked before the restart.
 std::vector<Lanet::IpGenPrefix> zonesToLearn(Expectation const& expectation, Network const& network,
                                              U32 node);
+
+/// Watches that no router sends a packet that is longer than its link's MTU.
+class SizeWatch {
+ public:
+  void onLoss(Network const& network, Node const* node, Loss loss, Bytes packet);
+  Findings const& findings() const { return findings_; }
+
+ private:
+  Findings findings_;
+};
 
 /// Watches that no message is sent over a border of its exact zone, nor accepted there.
 class BorderWatch {

@@ -13,6 +13,7 @@ struct Faults {
   double loss = 0;       ///< the packet doesn't arrive
   double duplicate = 0;  ///< it arrives twice
   double reorder = 0;    ///< it is held back for up to `heldBack` seconds, and others may overtake it
+  double corrupt = 0;    ///< one of its bits is changed; drawn for each copy
 
   static constexpr double heldBack = 0.1;
   bool operator==(Faults const&) const = default;
@@ -40,6 +41,8 @@ struct Link {
   std::vector<Attachment> attached;
   /// When the last packet arrives at each of those attached: unless it is held back, none overtakes another.
   std::vector<double> lastArrival;
+  U64 second = 0;   ///< of the run, for which the next member counts
+  U32 packets = 0;  ///< put on the link in that second
 };
 
 /// Why a packet did not arrive.

@@ -2,7 +2,10 @@
 
 #include "host/Limits.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <utility>
 
 #include "wire/Checksum.h"
 
@@ -166,9 +169,9 @@ bool Network::step(double time) {
 }
 
 void Network::runTo(double time) {
-  while (step(time)) {
+  while (storm_.empty() && step(time)) {
   }
-  now_ = std::max(now_, time);
+  if (storm_.empty()) now_ = std::max(now_, time);
 }
 
 // Packets ---------------------------------------------------------------------------------------------
@@ -217,10 +220,20 @@ bool Network::putOnLink(Node& node, U32 intf, Bytes packet, IpAddr nextHop) {
   return true;
 }
 
+void Network::countForStorm(Link& link) {
+  auto second = static_cast<U64>(now_);
+  if (std::exchange(link.second, second) != second) link.packets = 0;
+  bool isStorm = ++link.packets > stormLimit_ && stormLimit_ != 0 && storm_.empty();
+  if (!isStorm) return;
+  storm_ = fmt::format("more than {} packets on link {} in the second from {} s on", stormLimit_,
+                       link.options.name, second);
+}
+
 /// Puts a packet on its way to all on a link but its sender, or to the one that has an address there.
 void Network::deliver(U32 number, Bytes packet, IpAddr nextHop, U32 sender) {
   for (Tap* tap : taps_) tap->onPacket(number, now_, packet);
   Link& link = links_[number];
+  countForStorm(link);
   PacketPool::Handle handle = packets_.add(packet);
   bool reached = nextHop.isMulticast();
   for (U32 place = 0; place < link.attached.size(); ++place) {
@@ -252,8 +265,19 @@ void Network::schedule(Link& link, U32 place, PacketPool::Handle packet) {
   } else {
     time = link.lastArrival[place] = std::max(time, link.lastArrival[place]);
   }
-  packets_.hold(packet);
+  bool isDamaged = rng_.hits(options.faults.corrupt);
+  if (isDamaged) packet = damagedCopy(packet);
+  if (!isDamaged) packets_.hold(packet);
   arrivals_.push(time, {packet, link.attached[place]});
+}
+
+/// A copy with one bit changed, held once.
+PacketPool::Handle Network::damagedCopy(PacketPool::Handle packet) {
+  Bytes bytes = packets_.bytes(packet);
+  damaged_.assign(bytes.begin(), bytes.end());
+  U32 bit = rng_.below(static_cast<U32>(8 * damaged_.size()));
+  damaged_[bit / 8] ^= static_cast<U8>(1u << bit % 8);
+  return packets_.add(damaged_);
 }
 
 void Network::arrive(Arrival const& arrival) {

@@ -61,6 +61,11 @@ class Network final : public Medium {
   /// address goes to its owner on the link, else to the first running router there.
   void inject(U32 link, Bytes packet);
 
+  /// Bounds the packets that may be put on one link within a second; 0, as at first, for no bound.
+  void stormLimitIs(U32 packets) { stormLimit_ = packets; }
+  /// Which link has had more than that, and when; empty for none. Time doesn't advance from then on.
+  std::string const& storm() const { return storm_; }
+
   /// Seconds until unicast routing notices that a link or a router came or went; 1 at first. What is built
   /// before the clock runs is noticed at once.
   void convergenceIs(double seconds) { convergence_ = seconds; }
@@ -105,9 +110,11 @@ class Network final : public Medium {
 
   bool route(Node& node, Bytes packet);
   bool putOnLink(Node& node, U32 intf, Bytes packet, Lanet::IpAddr nextHop);
+  void countForStorm(Link& link);
   void deliver(U32 link, Bytes packet, Lanet::IpAddr nextHop, U32 sender);
   void handOver(U32 link, U32 place, PacketPool::Handle packet);
   void schedule(Link& link, U32 place, PacketPool::Handle packet);
+  PacketPool::Handle damagedCopy(PacketPool::Handle packet);
   void arrive(Arrival const& arrival);
   void forward(Node& node, Bytes packet);
   void lost(Link const* link, Node const* node, Loss loss, Bytes packet);
@@ -123,6 +130,9 @@ class Network final : public Medium {
   double convergesAt_ = Kiv::never;
   bool newDestinations_ = false;
   std::vector<U8> forwarded_;
+  std::vector<U8> damaged_;
+  U32 stormLimit_ = 0;
+  std::string storm_;
   std::vector<Tap*> taps_;
 };
 

@@ -155,11 +155,17 @@ void Node::advance() {
 // Life ------------------------------------------------------------------------------------------------
 
 void Node::start() {
-  if (router_) return;
+  if (!router_) startWith(nullptr, nullptr);
+}
+
+void Node::startWith(Zet::Ptr<Routing::Pim::Bsr::Status> const& status,
+                     Zet::Ptr<Routing::Pim::RpCandidateStatus> const& rpSet) {
   tree_ = std::make_unique<host::ConfigTree>();
   host::RouterOptions options{.config = tree_->config(),
                               .clearConfig = tree_->clearConfig(),
                               .accessLists = tree_->accessLists(),
+                              .status = status,
+                              .rpCandidateStatus = rpSet,
                               .ingress = ingress_,
                               .corrections = corrections_,
                               .ownDrops = this};
@@ -194,6 +200,14 @@ void Node::crash() {
   if (!router_) return;
   end();
   medium_.topologyChanged();
+}
+
+void Node::restart(bool keepsState) {
+  if (!router_) return start();
+  auto status = keepsState ? router_->status() : nullptr;
+  auto rpSet = keepsState ? router_->rpCandidateStatus() : nullptr;
+  end();
+  startWith(status, rpSet);
 }
 
 void Node::end() {

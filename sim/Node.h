@@ -148,6 +148,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   void stop();
   /// Ends at once, without a word.
   void crash();
+  /// Ends at once and starts again, with what the former router knew or with nothing.
+  void restart(bool keepsState);
 
   bool send(Lanet::IntfId const& intfId, Bytes packet) override;
   Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override;
@@ -200,6 +202,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   void bringUp(U32 intf);
   void takeDown(U32 intf);
   void build();
+  void startWith(Zet::Ptr<Routing::Pim::Bsr::Status> const& status,
+                 Zet::Ptr<Routing::Pim::RpCandidateStatus> const& rpSet);
   host::Configuration configurationOf(NodeConfig const& config) const;
   void end();
   void writeLocalRoute(Lanet::IpGenAddr const& address);

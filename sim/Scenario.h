@@ -38,6 +38,7 @@ struct SetCandidateBsr {
 struct EndCandidateBsr {
   U32 router = 0;
   Lanet::IpGenPrefix zone;
+  Lanet::IpGenAddr address;  ///< of the candidacy that ends; unset for any
 };
 
 struct SetCandidateRp {
@@ -108,7 +109,7 @@ struct SetLink {
   bool up = true;
 };
 
-enum class Life : U8 { stop, crash, start };
+enum class Life : U8 { stop, crash, start, restart, restartKeeping };
 
 struct SetLife {
   U32 router = 0;
@@ -124,6 +125,11 @@ struct Heal {};
 struct SetFaults {
   std::optional<U32> link;  ///< nothing for all links
   Faults faults;
+};
+
+/// Packets on one link within a second that end the run; 0 for no limit.
+struct SetStormLimit {
+  U32 packets = 0;
 };
 
 struct SetConvergence {
@@ -171,8 +177,8 @@ struct SetChecks {
 using Action =
     std::variant<AddLink, AddRouter, AddInterface, SetCandidateBsr, EndCandidateBsr, SetCandidateRp,
                  EndCandidateRp, SetBorder, SetPermit, SetAccessList, SetListUse, SetAddress, SetTimers,
-                 SetRoute, SetLink, SetLife, Partition, Heal, SetFaults, SetConvergence, Inject, LetRun, Show,
-                 ShowRp, SetReport, SetCorrections, SetChecks>;
+                 SetRoute, SetLink, SetLife, Partition, Heal, SetFaults, SetConvergence, SetStormLimit,
+                 Inject, LetRun, Show, ShowRp, SetReport, SetCorrections, SetChecks>;
 
 struct Statement {
   Action action;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "wire/Checksum.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::sim {
@@ -14,6 +15,7 @@ using Zet::Ptr;
 static constexpr U8 scopedFlag = 0x01;
 static constexpr U8 bidirFlag = 0x80;
 static constexpr U8 unicastTtl = 64;
+static constexpr std::size_t pimHeaderSize = 4;
 
 /// Wraps a message into a packet; the destination is that of PIM routers unless another was given.
 static Inject injectOf(ScenarioLine& line, U32 link, IpAddr from, IpAddr to, std::vector<U8> const& pim) {
@@ -153,13 +155,47 @@ static Action readHello(ScenarioLine& line, U32 link, IpAddr from) {
   return injectOf(line, link, from, to, pim);
 }
 
+/// The value of a hexadecimal digit; 16 for another character.
+static U8 digitOf(char c) {
+  static constexpr std::string_view digits = "0123456789abcdef";
+  std::size_t place = digits.find(c);
+  return place == std::string_view::npos ? U8{16} : static_cast<U8>(place);
+}
+
+static void readHex(ScenarioLine& line, std::vector<U8>& bytes) {
+  std::string_view word = line.word("bytes of a message, as hexadecimal digits");
+  if (word.size() % 2 != 0) line.fail(fmt::format("{}: two hexadecimal digits make a byte", word));
+  for (std::size_t i = 0; i < word.size(); i += 2) {
+    U8 high = digitOf(word[i]), low = digitOf(word[i + 1]);
+    if (high > 15 || low > 15) line.fail(fmt::format("{}: digits are 0 to 9 and a to f", word));
+    bytes.push_back(static_cast<U8>(high << 4 | low));
+  }
+}
+
+static Action readRaw(ScenarioLine& line, U32 link, IpAddr from) {
+  IpAddr to = line.take("to") ? line.anyAddress("to") : Lanet::allPimRouters;
+  bool sums = line.take("checksum");
+  std::vector<U8> pim;
+  do {
+    readHex(line, pim);
+  } while (!line.atEnd());
+  if (!sums) return injectOf(line, link, from, to, pim);
+  if (pim.size() < pimHeaderSize) line.fail("a message with a checksum has four bytes at least");
+  pim[2] = pim[3] = 0;
+  U16 sum = wire::checksum(pim);
+  pim[2] = static_cast<U8>(sum >> 8);
+  pim[3] = static_cast<U8>(sum);
+  return injectOf(line, link, from, to, pim);
+}
+
 Action readInject(ScenarioLine& line) {
-  static constexpr std::string_view kinds[] = {"bsm", "crp-adv", "hello"};
+  static constexpr std::string_view kinds[] = {"bsm", "crp-adv", "hello", "raw"};
   U32 link = line.link();
   U32 kind = line.oneOf("kind of message", kinds);
   if (!line.take("from")) line.fail("'from ADDRESS' must follow the kind of message");
   IpAddr from = line.address("from");
   if (kind == 0) return readBsm(line, link, from);
+  if (kind == 3) return readRaw(line, link, from);
   return kind == 1 ? readCrpAdv(line, link, from) : readHello(line, link, from);
 }
 

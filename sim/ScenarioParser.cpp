@@ -46,6 +46,7 @@ static Faults readFaults(ScenarioLine& line, std::string_view key, Faults faults
   if (key == "loss") faults.loss = line.probability(key);
   if (key == "duplicate") faults.duplicate = line.probability(key);
   if (key == "reorder") faults.reorder = line.probability(key);
+  if (key == "corrupt") faults.corrupt = line.probability(key);
   return faults;
 }
 
@@ -55,7 +56,7 @@ static Action readLink(ScenarioLine& line) {
   if (!line.take("prefix")) line.fail("'prefix PREFIX' must follow the link's name");
   link.prefix = line.prefix("prefix");
   while (!line.atEnd()) {
-    std::string_view key = line.option({"mtu", "delay", "jitter", "loss", "duplicate", "reorder"});
+    std::string_view key = line.option({"mtu", "delay", "jitter", "loss", "duplicate", "reorder", "corrupt"});
     if (key == "mtu") link.mtu = static_cast<U32>(line.number(key, 68, 65535));
     if (key == "delay") link.delay = line.seconds(key);
     if (key == "jitter") link.jitter = line.seconds(key);
@@ -205,6 +206,10 @@ static Action readNoCandidateBsr(ScenarioLine& line) {
   EndCandidateBsr end{.router = line.router()};
   if (std::string list = takeList(line); !list.empty()) return noList(line, end.router, ListRole::bsr, list);
   end.zone = line.range("a zone");
+  if (line.atEnd()) return end;
+  host::BsrCandidacy candidacy{.address = line.address(line.option({"address"}))};
+  settleAddress(line, end.router, candidacy);
+  end.address = candidacy.address;
   return end;
 }
 
@@ -314,6 +319,13 @@ static Action readStop(ScenarioLine& line) { return SetLife{line.router(), Life:
 static Action readCrash(ScenarioLine& line) { return SetLife{line.router(), Life::crash}; }
 static Action readStart(ScenarioLine& line) { return SetLife{line.router(), Life::start}; }
 
+static Action readRestart(ScenarioLine& line) {
+  U32 router = line.router();
+  if (line.atEnd()) return SetLife{router, Life::restart};
+  if (!line.take("keeping") || !line.take("state")) line.fail("'keeping state' may follow the router");
+  return SetLife{router, Life::restartKeeping};
+}
+
 static Action readPartition(ScenarioLine& line) {
   Partition partition{{line.router()}};
   while (!line.atEnd()) partition.routers.insert(line.router());
@@ -325,13 +337,19 @@ static Action readHeal(ScenarioLine&) { return Heal{}; }
 static Action readSetFaults(ScenarioLine& line) {
   SetFaults set;
   bool none = line.take("none");
-  if (line.atEnd() && !none) line.word("'none', 'loss', 'duplicate' or 'reorder'");
+  if (line.atEnd() && !none) line.word("'none', 'loss', 'duplicate', 'reorder' or 'corrupt'");
   while (!line.atEnd()) {
-    std::string_view key = none ? line.option({"on"}) : line.option({"loss", "duplicate", "reorder", "on"});
+    std::string_view key =
+        none ? line.option({"on"}) : line.option({"loss", "duplicate", "reorder", "corrupt", "on"});
     if (key == "on") set.link = line.link();
     set.faults = readFaults(line, key, set.faults);
   }
   return set;
+}
+
+static Action readStormLimit(ScenarioLine& line) {
+  return SetStormLimit{line.take("none") ? 0
+                                         : static_cast<U32>(line.number("packets in a second", 1, 1000000))};
 }
 
 static Action readConverge(ScenarioLine& line) { return SetConvergence{line.seconds("a time")}; }
@@ -412,7 +430,8 @@ struct Reader {
 };
 
 constexpr Reader readers[] = {
-    {{"link", "link NAME prefix PREFIX [mtu N] [delay T] [jitter T] [loss P] [duplicate P] [reorder P]",
+    {{"link",
+      "link NAME prefix PREFIX [mtu N] [delay T] [jitter T] [loss P] [duplicate P] [reorder P] [corrupt P]",
       "makes a link; delay 1ms and MTU 1500 unless given"},
      readLink,
      false},
@@ -460,12 +479,18 @@ constexpr Reader readers[] = {
     {{"stop", "stop ROUTER", "ends a router in order: it sends a goodbye Hello"}, readStop},
     {{"crash", "crash ROUTER", "takes a router's power away"}, readCrash},
     {{"start", "start ROUTER", "starts a router afresh, with its configuration"}, readStart},
+    {{"restart", "restart ROUTER [keeping state]",
+      "takes a router's power away for a moment; the new one may start with what the former knew"},
+     readRestart},
     {{"partition", "partition ROUTER...", "takes down all links between these routers and the others"},
      readPartition},
     {{"heal", "heal", "takes all links up"}, readHeal},
-    {{"faults", "faults none|[loss P] [duplicate P] [reorder P] [on LINK]",
+    {{"faults", "faults none|[loss P] [duplicate P] [reorder P] [corrupt P] [on LINK]",
       "sets the faults of one link, or of all; those not named are none"},
      readSetFaults},
+    {{"storm-limit", "storm-limit N|none",
+      "ends the run with an error once more than N packets are put on one link within a second"},
+     readStormLimit},
     {{"converge", "converge T", "time after which unicast routing notices a change; 1s at first"},
      readConverge},
     {{"corrections", "corrections all|none|NAME... [on ROUTER...]",
@@ -486,6 +511,9 @@ constexpr Reader readers[] = {
      readInject},
     {{"inject", "inject LINK hello from A [to A] [holdtime N] [dr-priority N] [generation N]",
       "sends a Hello by hand; holdtime 65535 is for ever"},
+     readInject},
+    {{"inject", "inject LINK raw from A [to A] [checksum] HEX...",
+      "sends a PIM message byte by byte; its checksum may be filled in"},
      readInject},
     {{"at", "at T STATEMENT",
       "carries out a statement at a time; any but link, router, interface, at and run"},

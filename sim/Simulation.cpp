@@ -38,7 +38,13 @@ class Simulation::Executor {
   void operator()(SetCandidateBsr const& set) {
     network_.node(set.router).candidateBsrIs(set.zone, set.candidacy);
   }
-  void operator()(EndCandidateBsr const& end) { network_.node(end.router).candidateBsrDel(end.zone); }
+  void operator()(EndCandidateBsr const& end) {
+    Node& node = network_.node(end.router);
+    auto at = node.config().candidateBsrs.find(end.zone);
+    bool isOther = at == node.config().candidateBsrs.end() ||
+                   (!end.address.isEmpty() && at->second.address != end.address);
+    if (!isOther) node.candidateBsrDel(end.zone);
+  }
   void operator()(SetCandidateRp const& set) {
     for (auto const& range : set.ranges) network_.node(set.router).candidateRpIs(range, set.candidacy);
   }
@@ -84,6 +90,8 @@ class Simulation::Executor {
     if (set.life == Life::start) node.start();
     if (set.life == Life::stop) node.stop();
     if (set.life == Life::crash) node.crash();
+    if (set.life == Life::restart) node.restart(false);
+    if (set.life == Life::restartKeeping) node.restart(true);
   }
   void operator()(Partition const& partition) { network_.partition(partition.routers); }
   void operator()(Heal const&) { network_.heal(); }
@@ -91,6 +99,7 @@ class Simulation::Executor {
     if (set.link) return network_.faultsIs(*set.link, set.faults);
     for (U32 link = 0; link < network_.linkCount(); ++link) network_.faultsIs(link, set.faults);
   }
+  void operator()(SetStormLimit const& set) { network_.stormLimitIs(set.packets); }
   void operator()(SetConvergence const& set) { network_.convergenceIs(set.seconds); }
   void operator()(Inject const& inject) { network_.inject(inject.link, inject.packet); }
   void operator()(LetRun const& run) { simulation_.runTo(run.until); }
@@ -179,10 +188,15 @@ void Simulation::carryOut(Statement const& statement) {
 
 void Simulation::runTo(double time) {
   while (scheduled_.nextTime() <= time) {
-    network_.runTo(scheduled_.nextTime());
+    runNetworkTo(scheduled_.nextTime());
     carryOut(scheduled_.pop());
   }
+  runNetworkTo(time);
+}
+
+void Simulation::runNetworkTo(double time) {
   network_.runTo(time);
+  if (!network_.storm().empty()) throw ScenarioError(file_ + ": " + network_.storm());
 }
 
 void Simulation::end() { report_.onEnd(network_); }

@@ -57,6 +57,7 @@ class Simulation final : private Listener {
 
   void carryOut(Statement const& statement);
   void runTo(double time);
+  void runNetworkTo(double time);
   void kindsIs(Kinds kinds);
   void listen();
   template <class Call>

@@ -11,6 +11,8 @@ using Lanet::IpGenPrefix;
 /// Seconds within which a restarted router has sent its Hellos, and has got the No-Forward BSM of the DR (RFC
 /// 5059 section 3.5).
 static constexpr U32 learningTime = 12;
+/// Packets on one link within a second that no random network needs.
+static constexpr U32 maxPackets = 500;
 
 namespace {
 
@@ -19,7 +21,11 @@ class TrialReport final : public Report {
  public:
   explicit TrialReport(Report* other) : other_(other) {}
   void networkIs(Network const& network) { network_ = &network; }
-  Findings const& findings() const { return borders_.findings(); }
+  Findings findings() const {
+    Findings all = borders_.findings();
+    all.insert(all.end(), sizes_.findings().begin(), sizes_.findings().end());
+    return all;
+  }
 
   void onSent(Node const& node, NodeInterface const& intf, Bytes packet) override {
     borders_.onSent(*network_, node, intf, packet);
@@ -27,6 +33,9 @@ class TrialReport final : public Report {
   void onReception(Node const& node, NodeInterface const& intf, host::Reception const& reception) override {
     borders_.onReception(*network_, node, intf, reception);
     if (other_ != nullptr && !reception.accepted()) other_->onReception(node, intf, reception);
+  }
+  void onLoss(Network const& network, Link const*, Node const* node, Loss loss, Bytes packet) override {
+    sizes_.onLoss(network, node, loss, packet);
   }
   void onChanges(Node const& node, std::span<host::Change const> changes) override {
     if (other_ != nullptr) other_->onChanges(node, changes);
@@ -42,6 +51,7 @@ class TrialReport final : public Report {
   Network const* network_ = nullptr;
   Report* other_;
   BorderWatch borders_;
+  SizeWatch sizes_;
 };
 
 }  // namespace
@@ -62,20 +72,15 @@ static Findings missed(Network const& network, U32 router, std::vector<IpGenPref
   return findings;
 }
 
-TrialResult runTrial(U64 seed, U32 routers, TrialSettings const& settings, Report* report) {
-  RandomScenario random(seed, routers);
-  TrialReport watch(report);
-  Simulation simulation(seed, watch, usualKinds | repeats | sent | received);
-  simulation.network().ingressIs(settings.ingress);
-  simulation.network().correctionsAre(settings.corrections);
+/// Plays the scenario; throws ScenarioError where a storm ends it.
+static void play(RandomScenario const& random, Simulation& simulation, TrialReport const& watch,
+                 TrialResult& result) {
   Network const& network = simulation.network();
-  watch.networkIs(network);
-  TrialResult result;
   auto play = [&](std::string const& text) {
     result.scenario += text;
     simulation.execute(text, "random");
   };
-  play(random.network() + random.faults() + random.healing());
+  play(fmt::format("storm-limit {}\n", maxPackets) + random.network() + random.faults() + random.healing());
   play(fmt::format("run until {}\n", RandomScenario::healedAt + settling));
   Expectation settled(network);
   append(result.findings, settled.check());
@@ -84,6 +89,22 @@ TrialResult runTrial(U64 seed, U32 routers, TrialSettings const& settings, Repor
   play(fmt::format("crash r{0}\nstart r{0}\nrun {1}\n", random.restarted(), learningTime));
   append(result.findings, missed(network, random.restarted(), zones));
   append(result.findings, watch.findings());
+}
+
+TrialResult runTrial(U64 seed, U32 routers, TrialSettings const& settings, Report* report) {
+  RandomScenario random(seed, routers);
+  TrialReport watch(report);
+  Simulation simulation(seed, watch, usualKinds | repeats | sent | received | losses);
+  simulation.network().ingressIs(settings.ingress);
+  simulation.network().correctionsAre(settings.corrections);
+  Network const& network = simulation.network();
+  watch.networkIs(network);
+  TrialResult result;
+  try {
+    play(random, simulation, watch, result);
+  } catch (ScenarioError const& storm) {
+    result.findings.emplace_back(storm.what());
+  }
   if (network.exceptions() != 0) {
     result.findings.push_back(fmt::format("{} exceptions were caught in the engine", network.exceptions()));
   }

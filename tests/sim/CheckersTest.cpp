@@ -1,0 +1,120 @@
+// Each check of a network finds the error that is put in its way, and nothing in a sound network.
+#include "sim/Checkers.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/sim/SimSupport.h"
+#include "tests/support/Messages.h"
+
+namespace test {
+namespace {
+
+using pimbsr::sim::Expectation;
+using pimbsr::sim::Findings;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// Two routers that have settled: r1 is the BSR, r2 the RP.
+class CheckersTest : public testing::Test {
+ protected:
+  Findings check() const { return Expectation(script.simulation.network()).check(); }
+  Zet::Ptr<Routing::Pim::RpCandidate> heldRp(Zet::U32 router) const {
+    auto zone = script.node(router).router()->status()->crpStatus(prefix("224.0.0.0/4"));
+    return zone->status()->crpSet(prefix("239.1.0.0/16"))->rp(addr("10.1.0.2"));
+  }
+  Zet::Ptr<Routing::Pim::RpCandidateSet> readSet(Zet::U32 router) const {
+    return script.node(router).router()->rpCandidateStatus()->crpSetIs(prefix("239.1.0.0/16"));
+  }
+
+  Script script{
+      "link l1 prefix 10.1.0.0/24\nrouter r1\nrouter r2\ninterface r1 l1 10.1.0.1\n"
+      "interface r2 l1 10.1.0.2\ncandidate-bsr r1 global\ncandidate-rp r2 239.1.0.0/16\nrun 100\n"};
+};
+
+TEST_F(CheckersTest, ASoundNetworkHasNoFindings) { EXPECT_THAT(check(), IsEmpty()); }
+
+TEST_F(CheckersTest, AnRpThatNoZoneHasMustNotBeRead) {
+  auto rp = readSet(1)->rpIs(addr("10.1.0.77"));
+  rp->expiresIs(script.node(1).localTime(200));
+  EXPECT_THAT(check(), ElementsAre("r2 lets PIM read RP 10.1.0.77 for 239.1.0.0/16"));
+  rp->expiresIs(script.node(1).localTime(99));
+  EXPECT_THAT(check(), IsEmpty()) << "one whose time is over is not used";
+}
+
+TEST_F(CheckersTest, AnRpOfTheZoneMustBeRead) {
+  readSet(0)->rpDel(addr("10.1.0.2"));
+  EXPECT_THAT(check(), ElementsAre("r1 hides from PIM RP 10.1.0.2 for 239.1.0.0/16"));
+}
+
+TEST_F(CheckersTest, WhatIsReadMustHaveTheTermsOfTheZonesRp) {
+  readSet(1)->rp(addr("10.1.0.2"))->holdTimeIs(7);
+  EXPECT_THAT(check(), ElementsAre("r2 lets PIM read RP 10.1.0.2 for 239.1.0.0/16"));
+}
+
+TEST_F(CheckersTest, TheHashMaskLengthMustBeThatOfTheBsr) {
+  heldRp(1)->hashMaskLenIs(Zet::U32{24});
+  EXPECT_THAT(check(), ElementsAre(HasSubstr("r2 has hash mask length 24 for RP 10.1.0.2")));
+}
+
+TEST_F(CheckersTest, ThePriorityMustBeThatOfTheCandidateRp) {
+  heldRp(1)->priorityIs(Zet::U32{3});
+  EXPECT_THAT(check(), testing::Contains(HasSubstr("r2 misses RP 10.1.0.2")));
+}
+
+TEST_F(CheckersTest, APacketLongerThanTheMtuIsFound) {
+  pimbsr::sim::SizeWatch watch;
+  std::vector<Zet::U8> packet(1501);
+  watch.onLoss(script.simulation.network(), &script.node(0), pimbsr::sim::Loss::fault, packet);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  watch.onLoss(script.simulation.network(), &script.node(0), pimbsr::sim::Loss::tooBig, packet);
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("r1 sends 1501 bytes")));
+}
+
+// Statements ------------------------------------------------------------------------------------------
+
+TEST_F(CheckersTest, AStormEndsTheRun) {
+  script.play("storm-limit 40\n");
+  EXPECT_NO_THROW(script.play("run 60\n"));
+  std::string flood;
+  for (int i = 0; i < 41; ++i) flood += "inject l1 hello from 10.1.0.9\n";
+  EXPECT_THROW(script.play(flood + "run 1\n"), pimbsr::sim::ScenarioError);
+}
+
+TEST_F(CheckersTest, ARestartMayKeepWhatWasLearned) {
+  script.play("restart r2 keeping state\n");
+  EXPECT_EQ(script.bsr(1), "10.1.0.1");
+  EXPECT_NE(script.rpSet(1), "");
+  script.play("restart r2\n");
+  EXPECT_EQ(script.bsr(1), "");
+}
+
+TEST_F(CheckersTest, ACorruptPacketIsDropped) {
+  script.play("faults corrupt 100%\nrun 130\n");
+  EXPECT_EQ(script.bsr(1), "");
+  EXPECT_GT(script.node(1).drops().size(), 0u);
+}
+
+TEST_F(CheckersTest, RawBytesAreAMessageWithTheirChecksumOrOneThatIsFilledIn) {
+  auto drops = [&](char const* reason) {
+    auto at = script.node(0).drops().find(reason);
+    return at == script.node(0).drops().end() ? 0u : at->second.count;
+  };
+  script.play("inject l1 raw from 10.1.0.2 24000000 ffff 1e40 0100 0a010001\nrun 1\n");
+  EXPECT_EQ(drops("checksum"), 1u);
+  script.play("inject l1 raw from 10.1.0.2 checksum 24000000 ffff 1e40 0100\nrun 1\n");
+  EXPECT_EQ(drops("truncated"), 1u);
+}
+
+TEST_F(CheckersTest, ACandidacyEndsByItsAddressAndByNoOther) {
+  script.play(
+      "router r3 loopback 172.16.0.3\ninterface r3 l1 10.1.0.3\n"
+      "candidate-bsr r3 239.2.0.0/16 address 172.16.0.3\n"
+      "no candidate-bsr r3 239.2.0.0/16 address 10.1.0.3\n");
+  EXPECT_EQ(script.node(2).config().candidateBsrs.size(), 1u);
+  script.play("no candidate-bsr r3 239.2.0.0/16 address 172.16.0.3\n");
+  EXPECT_EQ(script.node(2).config().candidateBsrs.size(), 0u);
+}
+
+}  // namespace
+}  // namespace test
