@@ -82,7 +82,7 @@ bool HoldOver::keep(IpGenPrefix const& zone, Key const& key) {
   if (!view || view->expires <= Zet::now() || isHeldByOther(zone, key)) return false;
   Range& kept = ranges_[range];
   kept.zone = zone;
-  auto [at, isNew] = kept.rps.try_emplace(rp, view->expires);
+  auto [at, isNew] = kept.rps.try_emplace(rp, *view);
   if (isNew) byExpiry_.emplace(view->expires, key);
   return true;
 }
@@ -91,24 +91,26 @@ bool HoldOver::keep(IpGenPrefix const& zone, Key const& key) {
 
 void HoldOver::forget(Ranges::iterator range, IpGenAddr const& rp) {
   auto at = range->second.rps.find(rp);
-  byExpiry_.erase({at->second, Key(range->first, rp)});
+  byExpiry_.erase({at->second.expires, Key(range->first, rp)});
   range->second.rps.erase(at);
   if (range->second.rps.empty()) ranges_.erase(range);
 }
 
-/// Takes a kept RP out of what PIM reads, and its range with the last one that no zone has.
+/// Takes a kept RP out of what PIM reads, and its range with the last one that no zone has. The sweep may have
+/// taken out one whose time is over.
 void HoldOver::remove(Key const& key, End end) {
   IpGenPrefix range = key.first;
   IpGenAddr rp = key.second;
   auto at = ranges_.find(range);
   IpGenPrefix zone = at->second.zone;
-  std::optional<RpView> view = viewOf(range, rp);
+  RpView view = at->second.rps.at(rp);
   forget(at, rp);
-  if (!view) return;
-  mirror(range)->rpDel(rp);
-  if (mirror(range)->rpCount() == 0 && !isHeld(range)) root_->rpCandidateStatus()->crpSetDel(range);
-  view->kept = false;
-  if (sink_ != nullptr) sink_->onKeptGone(zone, *view, end == End::expired);
+  if (Ptr<RpCandidateSet> set = mirror(range)) {
+    set->rpDel(rp);
+    if (set->rpCount() == 0 && !isHeld(range)) root_->rpCandidateStatus()->crpSetDel(range);
+  }
+  view.kept = false;
+  if (sink_ != nullptr) sink_->onKeptGone(zone, view, end == End::expired);
 }
 
 void HoldOver::release(IpGenPrefix const& zone, IpGenPrefix const& range, End end) {

@@ -63,9 +63,7 @@ class PIMBSR_API HoldOver final : public KeptRps {
   void forEach(Lanet::IpGenPrefix const& zone, Found const& found) const {
     for (auto const& [range, kept] : ranges_) {
       if (kept.zone != zone) continue;
-      for (auto const& [rp, expires] : kept.rps) {
-        if (auto view = viewOf(range, rp)) found(*view);
-      }
+      for (auto const& [rp, view] : kept.rps) found(view);
     }
   }
   /// The zone of which RPs of a group range are kept, if any are.
@@ -77,8 +75,8 @@ class PIMBSR_API HoldOver final : public KeptRps {
  private:
   using Key = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;  ///< group range and RP
   struct Range {
-    Lanet::IpGenPrefix zone;                 ///< whose set they were in
-    std::map<Lanet::IpGenAddr, double> rps;  ///< when each expires
+    Lanet::IpGenPrefix zone;  ///< whose set they were in
+    std::map<Lanet::IpGenAddr, RpView> rps;
   };
   using Ranges = std::map<Lanet::IpGenPrefix, Range>;
   enum class End { named, expired, removed };
