@@ -18,8 +18,8 @@ void Diary::add(sim::Network const& network, std::string const& who, std::string
 }
 
 void Diary::onChanges(sim::Node const& node, std::span<host::Change const> changes) {
-  constexpr char const* names[] = {"elected", "changed", "lost",    "added",
-                                   "updated", "removed", "expired", "forgotten"};
+  constexpr char const* names[] = {"elected", "changed", "lost",    "added",    "updated",
+                                   "kept",    "removed", "expired", "forgotten"};
   for (host::Change const& change : changes) {
     auto const& who = change.rp.address.isEmpty() ? change.bsr.address : change.rp.address;
     add(node.network(), node.name(), fmt::format("{} {}", names[static_cast<int>(change.kind)], textOf(who)));
