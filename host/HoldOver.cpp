@@ -96,7 +96,7 @@ void HoldOver::forget(Ranges::iterator range, IpGenAddr const& rp) {
   if (range->second.rps.empty()) ranges_.erase(range);
 }
 
-/// Takes a kept RP out of what PIM reads, and its range with the last one that no zone has. The sweep may have
+/// Takes a kept RP out of what PIM reads, and its range with the last one that no zone has. RpSweep may have
 /// taken out one whose time is over.
 void HoldOver::remove(Key const& key, End end) {
   IpGenPrefix range = key.first;

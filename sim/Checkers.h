@@ -56,8 +56,8 @@ class Expectation {
   explicit Expectation(Network const& network);
 
   /// Compares every running router with it: in each part one elected BSR, the best candidate, and the same RP
-  /// set everywhere, that of the candidate RPs that run, with the BSR's hash mask length; and PIM reads of each
-  /// group range what its longest zone with a BSR has.
+  /// set everywhere, that of the candidate RPs that run, with the BSR's hash mask length; and PIM reads of
+  /// each group range what its longest zone with a BSR has.
   Findings check() const;
   std::vector<ZoneParts> const& zones() const { return zones_; }
 
