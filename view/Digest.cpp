@@ -31,10 +31,10 @@ static Zet::U32 crc32(std::string_view text) {
   return ~rest;
 }
 
-/// An RP stays in the set of a zone without a BSR, and until its timer is served.
+/// RPs of a former BSR, or of none, stay in use; and an expired one does until its timer is served.
 static char const* markOf(host::ZoneView const& zone, host::RpView const& rp, double now) {
   if (rp.expires <= now) return " stale";
-  return zone.bsr ? "" : " kept";
+  return rp.kept || !zone.bsr ? " kept" : "";
 }
 
 std::string digestTextOf(host::ZoneView const& zone, double now) {

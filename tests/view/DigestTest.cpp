@@ -85,6 +85,7 @@ TEST(DigestTest, AllElseIsAPartOfIt) {
       {"its priority", [](ZoneView& zone) { zone.rpSet[1].rps[0].priority = 1; }},
       {"its holdtime", [](ZoneView& zone) { zone.rpSet[1].rps[0].holdTime = 151; }},
       {"an RP that is gone", [](ZoneView& zone) { zone.rpSet[1].rps.pop_back(); }},
+      {"an RP of a former BSR", [](ZoneView& zone) { zone.rpSet[1].rps[0].kept = true; }},
       {"an RP whose time is over", [](ZoneView& zone) { zone.rpSet[1].rps[0].expires = 9; }},
       {"no BSR", [](ZoneView& zone) { zone.bsr.reset(); }},
   };
