@@ -25,6 +25,7 @@ void LastMessages::note(Lanet::IntfId const& intfId, Lanet::IpGenAddr const& sen
 /// More zones than machines show that a zone has ended.
 void LastMessages::dropEnded() {
   std::erase_if(byZone_, [&](auto const& entry) {
+    Zet::Meter::visit();
     return !root_.candidateSm(entry.first) && !root_.nonCandidateSm(entry.first);
   });
 }

@@ -4,6 +4,7 @@
 
 #include "model/Packet.h"
 #include "protocol/PimBsrSm.h"
+#include "runtime/MeteredLess.h"
 
 namespace pimbsr::host {
 
@@ -19,6 +20,8 @@ struct LastMessage {
 /// Notes from where each zone is learned.
 class PIMBSR_API LastMessages {
  public:
+  using ByZone = std::map<Lanet::IpGenPrefix, LastMessage, Zet::Meter::Less>;
+
   /// The root machine is read for as long as this object is used.
   explicit LastMessages(Routing::Pim::Bsr::PimBsrSm const& root) : root_(root) {}
 
@@ -32,13 +35,13 @@ class PIMBSR_API LastMessages {
   LastMessage const* find(Lanet::IpGenPrefix const& zone) const;
   void forget(Lanet::IpGenPrefix const& zone) { byZone_.erase(zone); }
   /// Those of all zones, of which some may have ended.
-  std::map<Lanet::IpGenPrefix, LastMessage> const& byZone() const { return byZone_; }
+  ByZone const& byZone() const { return byZone_; }
 
  private:
   void dropEnded();
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
-  std::map<Lanet::IpGenPrefix, LastMessage> byZone_;
+  ByZone byZone_;
 };
 
 }  // namespace pimbsr::host

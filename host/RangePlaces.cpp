@@ -48,6 +48,7 @@ RangePlaces::Full& RangePlaces::add(IpGenPrefix const& range) {
 void RangePlaces::dropIdle() {
   double now = Zet::now();
   std::erase_if(ranges_, [now](auto const& entry) {
+    Zet::Meter::visit();
     Full const& full = entry.second;
     return now >= std::max({full.reservedUntil, full.nextDisplacement, full.searchedAt + 1});
   });

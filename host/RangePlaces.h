@@ -7,6 +7,7 @@
 #include "host/PreferredRps.h"
 #include "model/DropReason.h"
 #include "protocol/PimBsrSm.h"
+#include "runtime/MeteredLess.h"
 
 namespace pimbsr::host {
 
@@ -97,7 +98,7 @@ class PIMBSR_API RangePlaces {
   Routing::Pim::Bsr::PimBsrSm const& root_;
   IngressSettings const& settings_;
   PreferredRps preferred_;
-  std::map<Lanet::IpGenPrefix, Full> ranges_;
+  std::map<Lanet::IpGenPrefix, Full, Zet::Meter::Less> ranges_;
   std::size_t dropAt_ = minSize;
 };
 

@@ -82,6 +82,7 @@ void SenderLedger::prune(Account& account) {
   std::vector<Owners::iterator> gone;
   for (auto const& [rp, ranges] : account.rps) {
     for (IpGenPrefix const& range : ranges) {
+      Zet::Meter::visit();
       Entry entry{rp, range};
       if (!isHeld(entry)) gone.push_back(owners_.find(entry));
     }
@@ -94,6 +95,7 @@ void SenderLedger::sweep() {
   U64 steps = std::min<U64>(std::exchange(sweepSteps_, 0), owners_.size());
   if (owners_.size() < minSize) return;
   for (; steps != 0; --steps) {
+    Zet::Meter::visit();
     if (swept_ == owners_.end()) swept_ = owners_.begin();
     auto entry = swept_++;
     if (!isHeld(entry->first)) remove(entry);

@@ -9,6 +9,7 @@
 #include "host/IngressSettings.h"
 #include "model/DropReason.h"
 #include "protocol/PimBsrSm.h"
+#include "runtime/MeteredLess.h"
 
 namespace pimbsr::host {
 
@@ -68,8 +69,9 @@ class PIMBSR_API SenderLedger {
     bool isRp = false;
     auto operator<=>(Key const&) const = default;
   };
+  using Ranges = std::set<Lanet::IpGenPrefix, Zet::Meter::Less>;
   struct Account {
-    std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> rps;
+    std::map<Lanet::IpGenAddr, Ranges, Zet::Meter::Less> rps;
     U64 ranges = 0;
     double prunedAt = -std::numeric_limits<double>::infinity();
   };
@@ -78,8 +80,8 @@ class PIMBSR_API SenderLedger {
     Lanet::IpGenPrefix range;
     auto operator<=>(Entry const&) const = default;
   };
-  using Accounts = std::map<Key, Account>;
-  using Owners = std::map<Entry, Accounts::iterator>;
+  using Accounts = std::map<Key, Account, Zet::Meter::Less>;
+  using Owners = std::map<Entry, Accounts::iterator, Zet::Meter::Less>;
 
   static Key keyOf(Addition const& addition);
   bool isHeld(Entry const& entry) const;
