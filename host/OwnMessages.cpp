@@ -1,6 +1,7 @@
 #include "host/OwnMessages.h"
 
 #include <algorithm>
+#include <optional>
 #include <tuple>
 #include <vector>
 
@@ -34,6 +35,7 @@ void OwnMessages::repeatWithdrawal(Lanet::IpGenPrefix const& zone, Lanet::IpGenP
 }
 
 static void copyRp(BootstrapGroupData& to, BootstrapRpData const& rp) {
+  Zet::Meter::visit();
   Ptr<BootstrapRpData> copy = to.rpListIs(rp.rpAddress());
   copy->rpHoldtimeIs(rp.rpHoldtime());
   copy->rpPriorityIs(rp.rpPriority());
@@ -103,36 +105,54 @@ void OwnMessages::noteWithdrawals(Zone& zone, BootstrapMessage const& message) c
   }
 }
 
-/// The record of a range; made at the end if there is none.
-static Ptr<BootstrapGroupData> recordOf(BootstrapMessage& message, Lanet::IpGenPrefix const& range) {
-  for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
-    if (group->prefix() == range) return group.ptr();
+namespace {
+
+/// A copy of a message to which withdrawn RPs are added.
+class Repeating {
+ public:
+  explicit Repeating(BootstrapMessage const& message) : copy_(headerOf(message)) {
+    for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) add(copyOf(*group));
   }
-  auto group = Zet::make<BootstrapGroupData>(range);
-  message.groupRpData()->groupDataEnq(group);
-  return group;
-}
+
+  /// O(log n) of the ranges. A range has no more RPs than RP Count can announce.
+  void withdraw(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) {
+    auto at = records_.find(range);
+    Ptr<BootstrapGroupData> record =
+        at == records_.end() ? add(Zet::make<BootstrapGroupData>(range)) : at->second;
+    if (record->rpListCount() >= OwnMessages::maxRps) return;
+    record->rpListIs(rp);
+    countsAre(*record);
+  }
+
+  OwnMessages::Message const& message() const { return copy_; }
+
+ private:
+  Ptr<BootstrapGroupData> add(Ptr<BootstrapGroupData> const& group) {
+    copy_->groupRpData()->groupDataEnq(group);
+    records_.emplace(group->prefix(), group);
+    return group;
+  }
+
+  OwnMessages::Message copy_;
+  std::map<Lanet::IpGenPrefix, Ptr<BootstrapGroupData>, Zet::Meter::Less> records_;  ///< the first of a range
+};
+
+}  // namespace
 
 OwnMessages::Message OwnMessages::repeat(Zone& zone, Message const& message) {
   noteWithdrawals(zone, *message);
-  Message repeating = message;
+  std::optional<Repeating> repeating;
   for (auto at = zone.withdrawn.begin(); at != zone.withdrawn.end();) {
     auto& [key, left] = *at;
-    bool isFirst = left > repetitions;
-    if (!isFirst && repeating == message) {
-      repeating = headerOf(*message);
-      for (auto group = message->groupRpData()->groupDataIterator(); group; ++group)
-        repeating->groupRpData()->groupDataEnq(copyOf(*group));
-    }
-    Ptr<BootstrapGroupData> record = isFirst ? nullptr : recordOf(*repeating, key.first);
-    if (record && record->rpListCount() < maxRps) {
-      record->rpListIs(key.second);
-      countsAre(*record);
+    if (left <= repetitions) {
+      if (!repeating) repeating.emplace(*message);
+      repeating->withdraw(key.first, key.second);
     }
     at = --left == 0 ? zone.withdrawn.erase(at) : std::next(at);
   }
-  if (repeating != message) repeatWithdrawal_.noteAct();
-  return repeating;
+  if (!repeating) return message;
+  repeatWithdrawal_.noteAct();
+  return repeating->message();
 }
 
 }  // namespace pimbsr::host

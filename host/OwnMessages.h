@@ -6,6 +6,7 @@
 #include "host/Corrections.h"
 #include "model/Packet.h"
 #include "protocol/PimBsrSm.h"
+#include "runtime/MeteredLess.h"
 
 namespace pimbsr::host {
 
@@ -33,9 +34,9 @@ class PIMBSR_API OwnMessages {
   using RpKey = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;  ///< group range and RP
   /// What is known of one zone's messages.
   struct Zone {
-    Message last;                    ///< the machine's last message
-    Message corrected;               ///< what is sent in its place; null for itself
-    std::map<RpKey, U32> withdrawn;  ///< how often each is to be named again
+    Message last;                                      ///< the machine's last message
+    Message corrected;                                 ///< what is sent in its place; null for itself
+    std::map<RpKey, U32, Zet::Meter::Less> withdrawn;  ///< how often each is to be named again
   };
 
   Message announceFewer(Message const& message);
