@@ -1,6 +1,9 @@
 #include "host/RpSweep.h"
 
+#include <algorithm>
+
 #include "runtime/Context.h"
+#include "runtime/MeteredLess.h"
 
 namespace pimbsr::host {
 
@@ -24,34 +27,69 @@ void RpSweep::onCrpSet(IpGenPrefix const&) {
   if (timer_->timeMin() == Kiv::never) timer_->timeMinIs(Zet::now() + period);
 }
 
+/// What the sets of all zones hold. It is gathered with the first question, so that a walk that finds nothing
+/// to take out costs nothing more; a question is O(log n), however many zones hold a range.
+class RpSweep::Held {
+ public:
+  explicit Held(Routing::Pim::Bsr::Status const& status) : status_(status) {}
+
+  bool contains(IpGenPrefix const& range) {
+    gather();
+    return std::binary_search(ranges_.begin(), ranges_.end(), range, Zet::Meter::Less());
+  }
+  bool contains(IpGenPrefix const& range, IpGenAddr const& rp) {
+    gather();
+    return std::binary_search(rps_.begin(), rps_.end(), std::pair(range, rp), Zet::Meter::Less());
+  }
+
+ private:
+  void gather() {
+    if (std::exchange(isGathered_, true)) return;
+    for (auto zone = status_.crpStatusIterator(); zone; ++zone) {
+      if (zone->status()) add(*zone->status());
+    }
+    std::sort(ranges_.begin(), ranges_.end());
+    std::sort(rps_.begin(), rps_.end());
+  }
+  void add(Routing::Pim::RpCandidateStatus const& sets) {
+    for (auto set = sets.crpSetIterator(); set; ++set) {
+      ranges_.push_back(set->prefix());
+      for (auto rp = set->rpIterator(); rp; ++rp) rps_.emplace_back(set->prefix(), rp->address());
+    }
+  }
+
+  Routing::Pim::Bsr::Status const& status_;
+  bool isGathered_ = false;
+  std::vector<IpGenPrefix> ranges_;
+  std::vector<std::pair<IpGenPrefix, IpGenAddr>> rps_;
+};
+
 /// The walks keep their keys, so that what they pass may go.
 void RpSweep::sweep() {
+  Held held(*status_);
   for (auto set = notifier()->crpSetIterator(); set; ++set) {
     IpGenPrefix range = set->prefix();
-    sweepSet(*set);
-    if (set->rpCount() == 0 && !heldByZone(range)) notifier()->crpSetDel(range);
+    sweepSet(*set, held);
+    if (set->rpCount() == 0 && !held.contains(range)) notifier()->crpSetDel(range);
   }
   bool rests = notifier()->crpSetCount() == 0;
   timer_->timeMinIs(rests ? Kiv::never : Zet::now() + period);
 }
 
-void RpSweep::sweepSet(RpCandidateSet& set) {
+void RpSweep::sweepSet(RpCandidateSet& set, Held& held) {
   for (auto rp = set.rpIterator(); rp; ++rp) {
     IpGenAddr address = rp->address();
-    if (rp->expires() <= Zet::now() && !heldByZone(set.prefix(), address)) set.rpDel(address);
+    if (rp->expires() <= Zet::now() && !held.contains(set.prefix(), address)) set.rpDel(address);
   }
 }
 
-void RpSweep::removeEmpty(IpGenPrefix const& range) {
-  Ptr<RpCandidateSet> set = notifier()->crpSet(range);
-  if (set && set->rpCount() == 0 && !heldByZone(range)) notifier()->crpSetDel(range);
-}
-
 void RpSweep::removeUnheld(std::vector<std::pair<IpGenPrefix, IpGenAddr>> const& cleared) {
+  Held held(*status_);
   for (auto const& [range, rp] : cleared) {
     Ptr<RpCandidateSet> set = notifier()->crpSet(range);
-    if (set && !heldByZone(range, rp)) set->rpDel(rp);
-    removeEmpty(range);
+    if (!set) continue;
+    if (!held.contains(range, rp)) set->rpDel(rp);
+    if (set->rpCount() == 0 && !held.contains(range)) notifier()->crpSetDel(range);
   }
 }
 
@@ -61,21 +99,6 @@ void RpSweep::removeUnheld() {
     for (auto rp = set->rpIterator(); rp; ++rp) all.emplace_back(set->prefix(), rp->address());
   }
   removeUnheld(all);
-}
-
-bool RpSweep::heldByZone(IpGenPrefix const& range) const {
-  for (auto zone = status_->crpStatusIterator(); zone; ++zone) {
-    if (zone->status()->crpSet(range)) return true;
-  }
-  return false;
-}
-
-bool RpSweep::heldByZone(IpGenPrefix const& range, IpGenAddr const& rp) const {
-  for (auto zone = status_->crpStatusIterator(); zone; ++zone) {
-    Ptr<RpCandidateSet const> set = zone->status()->crpSet(range);
-    if (set && set->rp(rp)) return true;
-  }
-  return false;
 }
 
 }  // namespace pimbsr::host

@@ -32,11 +32,10 @@ class PIMBSR_API RpSweep : public Routing::Pim::RpCandidateStatus::Notifiee {
   void onCrpSet(Lanet::IpGenPrefix const& range) override;
 
  private:
+  class Held;
+
   void sweep();
-  void removeEmpty(Lanet::IpGenPrefix const& range);
-  void sweepSet(Routing::Pim::RpCandidateSet& set);
-  bool heldByZone(Lanet::IpGenPrefix const& range) const;
-  bool heldByZone(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const;
+  void sweepSet(Routing::Pim::RpCandidateSet& set, Held& held);
 
   Zet::Ptr<Routing::Pim::Bsr::Status const> status_;
   Zet::Ptr<pim::Timer> timer_;
