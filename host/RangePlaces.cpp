@@ -194,12 +194,16 @@ bool RangePlaces::requestOwn(Request const& request) {
   return false;
 }
 
-/// The operator of this router has configured the RP, so that it displaces others whatever their priority.
-/// Returns whether it may enter at once, since none can be displaced.
+/// The operator of this router has configured the RP, so that it displaces others whatever their priority,
+/// though no second one in a BS_Period. Returns whether it may enter at once, since none can be displaced.
 bool RangePlaces::displaceForOwn(Request const& request, Full& full) const {
   Worst worst = worstOf(*request.set, preferredRank);
   if (!worst.rp) return request.set->rpCount() < maxRps;
-  displace(*worst.rp, request, full);
+  if (Zet::now() < full.nextDisplacement) {
+    reserve(request, full);
+  } else {
+    displace(*worst.rp, request, full);
+  }
   return false;
 }
 

@@ -22,8 +22,8 @@ using Zet::U64;
 /// advertisement after the displaced RP has left, and its place is reserved for three BS_Periods, the least
 /// time for which an advertisement counts. Preferred RPs count as better than all others and are not
 /// displaced. This router's own candidate RPs are not displaced either, and places are kept for those that
-/// have not advertised themselves yet; one that finds a full range displaces an RP in the same way, and
-/// enters with its next advertisement after that has left.
+/// have not advertised themselves yet; one that finds a full range displaces an RP in the same way, also one
+/// in a BS_Period, and enters with its next advertisement after that has left.
 ///
 /// What is kept of a range is dropped once it has no effect any more: there are never more than twice the
 /// ranges that were full in the last three BS_Periods, and a constant.

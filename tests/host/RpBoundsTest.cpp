@@ -251,6 +251,28 @@ TEST_F(RpBoundsTest, OwnCandidateRpThatIsAddedToAFullRangeEntersAfterAWithdrawal
   EXPECT_TRUE(setOf(follower, range)->rp(addr("192.0.2.9")));
 }
 
+TEST_F(RpBoundsTest, OwnCandidateRpDisplacesNoSecondRpInAPeriod) {
+  bsr.ingressSettingsIs({.rpsPerRange = 2});
+  for (int i = 1; i <= 2; ++i)
+    EXPECT_EQ(reasonFor({.rp = rpNamed(1, i), .priority = 100, .holdtime = 1000}), "");
+  run(61);
+  EXPECT_EQ(reasonFor({"203.0.2.1", 0}), "range-full");
+  double const displaced = context.now();
+  runToMessage();
+  run(1);
+  EXPECT_EQ(reasonFor({.rp = "203.0.2.1", .priority = 0, .holdtime = 1000}), "");
+  ASSERT_LT(context.now(), displaced + 50) << "the period lasts";
+  offerOwn(range);
+  run(5);
+  EXPECT_EQ(count(), 2u);
+  EXPECT_NE(holdtime("203.0.1.1"), 0);
+  EXPECT_NE(holdtime("203.0.2.1"), 0);
+  run(140);
+  EXPECT_FALSE(has("203.0.1.1")) << "the worst one leaves in a later period";
+  EXPECT_TRUE(has("203.0.2.1"));
+  EXPECT_TRUE(has("192.0.2.9"));
+}
+
 TEST_F(RpBoundsTest, OwnCandidateRpDisplacesNoPreferredOne) {
   bsr.preferredRpsIs(listed());
   bsr.ingressSettingsIs({.rpsPerRange = 2});
