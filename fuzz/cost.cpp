@@ -7,8 +7,8 @@
 // a packet leaves of its credit is kept for later ones, but no more than a resize of all that is kept costs:
 // a packet that walks over all of it uses that up soon.
 //
-// Each input is played to two routers with the checks and limits of an agent: one that follows, and one that
-// leads a global and a scoped zone.
+// Each input is played to two routers with the checks, limits and corrections of an agent: one that follows,
+// and one that leads a global and a scoped zone.
 //
 // The input is read as steps: one byte of control, then a packet. The control byte's low bits say how many
 // seconds pass first, its high bit that what follows is a short form, whose keys are searched for here: a
@@ -204,7 +204,7 @@ class Account {
  public:
   /// Records of 8 bytes at least, each of which is looked for, stored, mirrored, timed and forwarded.
   void earnBytes(std::size_t bytes, U64 kept) {
-    largest_ = std::max<U64>(largest_, bytes / 8 + 1);
+    named_ += bytes / 8 + 1;
     earn(bytes / 8 + 1, kept);
   }
   void earn(U64 operations, U64 kept) {
@@ -225,13 +225,15 @@ class Account {
   void settle(U64 kept) {
     U64 const spent = Zet::Meter::visited - std::exchange(settledAt_, Zet::Meter::visited);
     ZET_ASSERT(spent <= credit_, "the work of packets is within their credit");
-    U64 const bank = bankedBase + bankedPerKept * kept + bankedPerRecord * largest_;
+    U64 const bank = bankedBase + bankedPerKept * kept + bankedPerRecord * std::min(named_, maxPieces);
     credit_ = std::min(credit_ - spent, bank);
   }
-  /// Charges what a timer spent, beyond its credit to the sweep.
-  void settleTimer(U64 kept) {
+  U64 credit() const { return credit_; }
+  /// Charges what a timer spent, beyond what it earned to the sweep first: the `banked` credit that it found
+  /// is for the release of what packets named.
+  void settleTimer(U64 kept, U64 banked) {
     U64 const spent = Zet::Meter::visited - settledAt_;
-    U64 const swept = std::min(sweep_, spent - std::min(spent, credit_));
+    U64 const swept = std::min(sweep_, spent - std::min(spent, credit_ - banked));
     sweep_ -= swept;
     settledAt_ += swept;
     settle(kept);
@@ -248,14 +250,16 @@ class Account {
   static constexpr U64 perSwept = 200;          ///< of an RP or range that is looked at and removed
   static constexpr U64 bankedBase = 2000;
   static constexpr U64 bankedPerKept = 40;  ///< nodes and buckets of all tables that hold an RP
-  /// The last message of a zone is kept, and released with the next one.
+  /// The last message of a zone is kept with the other pieces of its tag, all of which may be released with
+  /// the next one.
   static constexpr U64 bankedPerRecord = 50;
+  static constexpr U64 maxPieces = pimbsr::host::standardLimits.rps;  ///< records of them, of all zones
 
   U64 settledAt_ = Zet::Meter::visited;
   U64 credit_ = 20'000;  ///< of making the router
   U64 sweep_ = 0;
   U64 highest_ = 0;  ///< number of what was kept
-  U64 largest_ = 0;  ///< records of the largest message
+  U64 named_ = 0;    ///< records of all messages
 };
 
 fuzz::Goal followed("a follower accepts a Bootstrap Message");
@@ -324,12 +328,12 @@ class Play {
     account_.skip();
     while (router_.nextExpiry() <= end) {
       context_.nowIs(router_.nextExpiry());
-      U64 const before = kept();
+      U64 const before = kept(), banked = account_.credit();
       router_.advance();
       account_.earn(before - std::min(before, kept()) + 1, before);
       allowSweep(before);
       if (std::size_t const sent = port_.takeSentBytes()) account_.earnBytes(sent, before);
-      account_.settleTimer(before);
+      account_.settleTimer(before, banked);
     }
     context_.nowIs(end);
   }
@@ -371,8 +375,11 @@ class Play {
   Role const role_;
   Context context_;
   Port port_;
-  pimbsr::host::Router router_{
-      context_, port_, {.rpf = Zet::make<Rpf>(), .ingress = pimbsr::host::standardIngress}};
+  pimbsr::host::Router router_{context_,
+                               port_,
+                               {.rpf = Zet::make<Rpf>(),
+                                .ingress = pimbsr::host::standardIngress,
+                                .corrections = pimbsr::host::allCorrections}};
   Lanet::IntfId const eth0_{"eth0"};
   Account account_;
   double swept_ = 0;
