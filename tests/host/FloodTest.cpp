@@ -80,8 +80,8 @@ class Flood {
   std::minstd_rand random_{1};
 };
 
-/// A router of which five senders are the RPF neighbors towards five BSRs.
-class FloodedRouter : public FilteredRouterTest {
+/// A router of which five senders are the RPF neighbors towards five BSRs; with all corrections, and without.
+class FloodedRouter : public FilteredRouterTest, public testing::WithParamInterface<bool> {
  protected:
   static constexpr IngressSettings bounds = {.linkLocalTtl = true,
                                              .onSubnet = true,
@@ -92,6 +92,7 @@ class FloodedRouter : public FilteredRouterTest {
                                              .rps = 300};
 
   FloodedRouter() {
+    if (GetParam()) router.correctionsAre(pimbsr::host::allCorrections);
     for (Zet::TraceHandle* handle : Zet::TraceHandle::handles()) handle->enabledIs(false);
     for (int i = 0; i < 5; ++i) {
       rpf->neighbors[addr(numbered("192.0.2.", i))] = addr(numbered("192.0.2.", i + 1));
@@ -134,7 +135,7 @@ class FloodedRouter : public FilteredRouterTest {
   std::map<std::string, int> reasons;
 };
 
-TEST_F(FloodedRouter, KeepsItsBoundsThroughAHundredThousandRandomPackets) {
+TEST_P(FloodedRouter, KeepsItsBoundsThroughAHundredThousandRandomPackets) {
   router.ingressSettingsIs(bounds);
   lead();
   Flood flood;
@@ -152,7 +153,7 @@ TEST_F(FloodedRouter, KeepsItsBoundsThroughAHundredThousandRandomPackets) {
   EXPECT_EQ(waiting(), 0u);
 }
 
-TEST_F(FloodedRouter, WithoutBoundsTheSameFloodGoesFarBeyondThem) {
+TEST_P(FloodedRouter, WithoutBoundsTheSameFloodGoesFarBeyondThem) {
   router.ingressSettingsIs({.linkLocalTtl = true, .onSubnet = true, .fromNeighbors = true});
   lead();
   Flood flood;
@@ -162,6 +163,9 @@ TEST_F(FloodedRouter, WithoutBoundsTheSameFloodGoesFarBeyondThem) {
   EXPECT_GT(waiting(), bounds.fragmentRps);
   EXPECT_GT(rps(), bounds.rps);
 }
+
+INSTANTIATE_TEST_SUITE_P(Corrections, FloodedRouter, testing::Bool(),
+                         [](auto const& test) { return test.param ? "all" : "none"; });
 
 }  // namespace
 }  // namespace test
