@@ -1,7 +1,8 @@
 """The word list: words that this project doesn't use, each with the term of the field that takes its place.
 
 A rule finds whole words in comments, messages, documents and names; names are split at capitals, hyphens and
-underscores first. Fenced blocks of a document are left out: they quote what the program reads and prints."""
+underscores first. Of a fenced block of a document only the comments count: the rest quotes what the program
+reads and prints."""
 
 import fnmatch
 import re
@@ -120,15 +121,21 @@ def find(rule, line):
 ANY = re.compile(rf"(?i)(?<![a-z])({'|'.join(rule.words.replace(' ', '[ _-]*') for rule in RULES)})(?![a-z])")
 
 
-def quoted_lines(path, lines):
-    """The numbers of the lines in fenced blocks of a document."""
-    inside, found = False, set()
-    for number, line in enumerate(lines if path.endswith(".md") else (), 1):
-        if line.lstrip().startswith("```"):
-            inside = not inside
-        elif inside:
-            found.add(number)
-    return found
+# Where a comment of a fenced block begins, by the language of the block.
+COMMENT = {"sh": r"(^|\s)#", "toml": r"(^|\s)#", "zet": r"(^|\s)#", "cmake": r"(^|\s)#", "cpp": r"//"}
+
+
+def own_lines(path, lines):
+    """The lines, and of those in fenced blocks of a document the comments alone."""
+    comment = None  # of the block; "" for one without comments
+    for line in lines:
+        if path.endswith(".md") and line.lstrip().startswith("```"):
+            comment = None if comment is not None else COMMENT.get(line.strip(" `"), "")
+            line = ""
+        elif comment is not None:
+            match = re.search(comment, line) if comment else None
+            line = line[match.start():] if match else ""
+        yield line
 
 
 def check(path, text):
@@ -137,10 +144,8 @@ def check(path, text):
         return
     allowed = [pattern for pattern, paths, _ in ALLOWED if fnmatch.fnmatch(path, paths)]
     rules = [rule for rule in RULES if fnmatch.fnmatch(path, rule.paths)]
-    lines = text.split("\n")
-    quoted = quoted_lines(path, lines)
-    for number, line in enumerate([path, *lines]):
-        if number in quoted or not ANY.search(line) and not ANY.search(split_names(line)):
+    for number, line in enumerate([path, *own_lines(path, text.split("\n"))]):
+        if not ANY.search(line) and not ANY.search(split_names(line)):
             continue
         line = blanked(line, allowed)
         for rule in rules:

@@ -64,10 +64,17 @@ class WordsTest(unittest.TestCase):
         for pattern, paths, reason in words.ALLOWED:
             self.assertTrue(re.compile(pattern) and paths and reason)
 
-    def test_quoted_blocks_of_a_document_are_left_out(self):
-        text = "told\n```text\nwhat is told\n```\ntold"
-        self.assertEqual([1, 5], [line for line, _ in words.check("docs/a.md", text)])
-        self.assertEqual([1, 3, 5], [line for line, _ in words.check("docs/a.txt", text)])
+    def test_of_a_fenced_block_of_a_document_only_comments_count(self):
+        text = "told\n```{}\nwhat is told {} told\nwhat is told\n```\ntold"
+        inside, outside = [1, 3, 6], [1, 6]
+        for language, mark, found in [("text", "#", outside), ("", "#", outside), ("sh", "//", outside),
+                                      ("sh", "#", inside), ("toml", "#", inside), ("cpp", "//", inside),
+                                      ("zet", "#", inside), ("cmake", "#", inside)]:
+            with self.subTest(language=language, mark=mark):
+                block = text.format(language, mark)
+                self.assertEqual(found, [line for line, _ in words.check("docs/a.md", block)])
+        page = text.format("sh", "#")
+        self.assertEqual([1, 3, 4, 6], [line for line, _ in words.check("docs/a.txt", page)])
 
     def test_the_name_of_a_file_counts(self):
         self.assertEqual([(0, '"refusal": use packets: drop, drop reason; values: reject')],
