@@ -35,12 +35,12 @@ using view::Json;
 
 /// Seconds after which an interface that couldn't be opened is tried again.
 static constexpr double interfaceRetry = 10;
-/// Seconds between two looks at the lines of the log that were held back.
+/// Seconds from one check for suppressed lines of the log to the next.
 static constexpr double logDelay = 2;
 
 // Start and end -----------------------------------------------------------------------------------------
 
-/// Each interface takes a socket of its own.
+/// A router may have more interfaces, with some sockets each, than the soft limit allows.
 static void raiseFileLimit() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) < 0) return;
@@ -66,7 +66,7 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers cons
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
   raiseFileLimit();
   options_.file = std::filesystem::absolute(options.file);
-  if (!options_.privilegeCheck) {  // which may be asked beside an agent that runs
+  if (!options_.privilegeCheck) {  // the check may run beside an agent, which has claimed the interfaces
     std::vector<std::string> conflicts = claim(settings);
     if (!conflicts.empty()) throw std::runtime_error(fmt::format("{}", fmt::join(conflicts, "; ")));
     historyKeeper_.load();
@@ -105,7 +105,7 @@ void Daemon::run() {
   endLog();
 }
 
-/// A second signal is not followed any more: it ends the process at once.
+/// The handlers end with the loop, so that a second signal ends the process at once.
 void Daemon::serve() {
   LoopSignal terminate(loop_, SIGTERM, [this] { loop_.stop(); });
   LoopSignal interrupt(loop_, SIGINT, [this] { loop_.stop(); });
@@ -172,7 +172,7 @@ void Daemon::onChanges(std::vector<HistoryEntry> const& changes) {
   if (std::any_of(changes.begin(), changes.end(), changesRpSet)) changeRunner_.changed();
 }
 
-/// A line holds text of the kernel's, such as names of interfaces, which may be any bytes.
+/// The name of an interface, which is in some lines, may have bytes that are no UTF-8.
 void Daemon::publish(std::vector<HistoryEntry> const& changes) {
   auto hasWatchers = [](auto const& control) { return control->hasWatchers(); };
   if (std::none_of(controls_.begin(), controls_.end(), hasWatchers)) return;
@@ -215,14 +215,14 @@ Json Daemon::answer(Request const& request) {
   return Json::object();
 }
 
-/// Settings that were read without errors have none.
+/// Settings that were read without errors are applied whole.
 void Daemon::follow(Settings const& settings) {
   bool isFollowed = agent_.settingsIs(settings).empty();
   ZET_ASSERT(isFollowed, "sound settings are followed");
   onKernelChange();
 }
 
-/// Claims the interfaces of settings; returns why it can't, with those of before still claimed.
+/// Claims the interfaces of settings; returns the conflicts, with which the former claims stay.
 std::vector<std::string> Daemon::claim(Settings const& settings) {
   std::set<std::string> names;
   for (auto const& [name, intf] : settings.interfaces) names.insert(name);
@@ -255,7 +255,7 @@ view::Reload Daemon::reload() {
   return result;
 }
 
-/// Settings that are read, with those of the present ones that only a restart changes.
+/// The settings of a file that was read, but for those that only a restart changes.
 Settings Daemon::withFormerPlaces(Settings wanted) const {
   wanted.controlSocket = agent_.settings().controlSocket;
   wanted.readOnlySocket = agent_.settings().readOnlySocket;
@@ -310,7 +310,7 @@ void Daemon::logReload(view::Reload const& result, std::string const& changes) {
 
 // Files -------------------------------------------------------------------------------------------------
 
-/// Without capabilities even root may access its own files alone: logs that at the start, not at a reload.
+/// Without capabilities even root can't read files of others: logged at the start, before a reload fails.
 void Daemon::checkFiles() {
   if (access(options_.file.c_str(), R_OK) < 0)
     logLine(fmt::format("{} can't be read any more, so it can't be reloaded: {}", options_.file,

@@ -18,7 +18,7 @@ using Words = std::vector<std::string>;
 
 namespace {
 
-/// What the words before the one that is begun say.
+/// The words of a command line before the one that is completed.
 struct Line {
   CLI::App const* command = nullptr;  ///< the subcommand; the program itself where none is given yet
   Words positionals;

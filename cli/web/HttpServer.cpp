@@ -32,7 +32,7 @@ struct HttpServer::Callbacks {
     auto& stream = *static_cast<HttpExchange*>(exchange);
     return stream.server_->readStream(stream, bytes, size);
   }
-  /// What the library has to say about malformed requests is no news.
+  /// Drops the library's own log lines: a stranger's malformed request must not fill the log.
   static void log(void*, char const*, va_list) {}
 };
 

@@ -24,7 +24,7 @@ struct HttpResponse {
 /// A response with a short text.
 HttpResponse textResponse(unsigned status, std::string text);
 
-/// Bounds of what the clients of an HTTP server can take.
+/// Bounds of the resources that the clients of an HTTP server can use.
 struct HttpLimits {
   unsigned connections = 256;              ///< at a time; further ones wait in the kernel
   unsigned idleTime = 15;                  ///< seconds without progress until a connection ends
@@ -74,9 +74,9 @@ using Exchange = std::shared_ptr<HttpExchange>;
 class HttpRouter {
  public:
   virtual ~HttpRouter() = default;
-  /// Whether a value of the header Host is one of this server's.
+  /// Whether this server has the name that the header Host gives.
   virtual bool hasHost(std::string const& host) const = 0;
-  /// Whether a password, or bearer token, opens the server; asked with an empty one where there is none.
+  /// Whether a password, or bearer token, grants access; called with an empty one where there is none.
   virtual bool isAllowed(std::string const& token) const = 0;
   /// A GET; the answer may come later.
   virtual void route(Exchange const& exchange) = 0;

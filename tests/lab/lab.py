@@ -1,7 +1,7 @@
 """Routers on the real kernel: network namespaces, the links between them, an agent in each, and captures.
 
-A lab makes its namespaces under a prefix of its own and removes them at its end, whatever happened. No end of
-a link stays outside of them."""
+A lab makes its namespaces under a prefix of its own and removes them at its end, also after an error. Both
+ends of each link are in them."""
 
 import collections
 import json
@@ -20,7 +20,7 @@ TYPES = {"0": "Hello", "4": "Bootstrap", "8": "Candidate-RP-Advertisement"}
 
 
 class LabError(Exception):
-    """Something of the lab itself went wrong, or what was waited for did not come."""
+    """An error of the lab itself, or an expected event that did not occur in time."""
 
 
 def run(*words, check=True):
@@ -31,7 +31,7 @@ def run(*words, check=True):
 
 
 def why_not():
-    """Why no lab can run here; None if one can. A namespace that can be made can't always be entered: in some
+    """The reason why no lab can run here; None if one can. Entering a namespace is tried too: in some
     containers and chroots mounting /sys in it fails."""
     if os.geteuid() != 0:
         return "not root"
