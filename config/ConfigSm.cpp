@@ -33,7 +33,7 @@ void ConfigSm::handleInitialized() {
     doBuildBsrConfigAcl();
     doRemoveExtraStatusEntries();
   }
-  zeroPfxIs(IpGenPrefix::parse("0.0.0.0/0"));
+  zeroPfxIs(Lanet::Prefix());
   handleFilterAcl();
   initializedIs(true);
 }

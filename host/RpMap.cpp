@@ -9,6 +9,11 @@ using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Zet::Ptr;
 
+IpGenPrefix const& linkLocalGroups() {
+  static IpGenPrefix const groups = Lanet::Prefix(Lanet::firstGroup, 24);
+  return groups;
+}
+
 U32 rpHash(IpAddr group, U32 hashMaskLen, IpAddr rp) {
   U32 mask = hashMaskLen == 0 ? 0 : ~U32{0} << (32 - std::min<U32>(hashMaskLen, 32));
   U32 inner = 1103515245u * (group.hostWord() & mask) + 12345u;

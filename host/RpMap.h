@@ -32,6 +32,9 @@ struct RpAnswer {
   std::vector<Lanet::IpGenPrefix> ranges;  ///< all ranges that cover the group, the longest first
 };
 
+/// 224.0.0.0/24, groups that no router forwards, so that no RP serves them (RFC 5771 section 4).
+PIMBSR_API Lanet::IpGenPrefix const& linkLocalGroups();
+
 /// The hash of RFC 7761 section 4.7.2 for a group, a mask length of 0 to 32 and an RP. A longer mask counts
 /// as 32.
 PIMBSR_API U32 rpHash(Lanet::IpAddr group, U32 hashMaskLen, Lanet::IpAddr rp);

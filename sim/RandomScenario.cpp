@@ -5,9 +5,16 @@
 #include <algorithm>
 #include <iterator>
 
+#include "model/Lanet.h"
+
 namespace pimbsr::sim {
 
 static constexpr char const* scopedZone = "239.255.0.0/16";
+
+static char const* globalZone() {
+  static std::string const text(Lanet::allGroups().stringValue().view());
+  return text.c_str();
+}
 
 /// Writes one line of a scenario.
 template <class... Args>
@@ -107,9 +114,9 @@ void RandomScenario::drawCandidates() {
   }
   if (zoneTop_ != 0) drawBsrs(scopedZone, inside);
   if (zoneTop_ != 0 && rng_.hits(0.3)) drawBsrs(scopedZone, outside);
-  drawBsrs("224.0.0.0/4", all);
-  static constexpr char const* ranges[] = {"224.0.0.0/4", "232.1.0.0/16", "239.0.0.0/9", "239.255.1.0/24",
-                                           "239.255.0.0/17"};
+  drawBsrs(globalZone(), all);
+  static char const* const ranges[] = {globalZone(), "232.1.0.0/16", "239.0.0.0/9", "239.255.1.0/24",
+                                       "239.255.0.0/17"};
   for (U32 count = rng_.below(8); count > 0; --count) {
     U32 router = anyRouter();
     line(network_, "candidate-rp r{} {} address {} priority {} c-rp-adv-period {}", router,
@@ -147,7 +154,7 @@ void RandomScenario::drawFault(U32 time) {
       line(faults_, "at {} partition r{} r{}", time, router, anyRouter());
       return line(faults_, "at {} heal", later);
     case 4:
-      return line(faults_, "at {} candidate-bsr r{} 224.0.0.0/4 address {} priority {}", time, bsr_,
+      return line(faults_, "at {} candidate-bsr r{} {} address {} priority {}", time, bsr_, globalZone(),
                   loopback(bsr_), 10 * rng_.below(6));
     default:
       return line(faults_, "at {} candidate-rp r{} 225.1.0.0/16 address {} c-rp-adv-period 20", time, router,

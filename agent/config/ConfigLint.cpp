@@ -14,6 +14,7 @@
 #include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 #include "host/PreferredRps.h"
+#include "host/RpMap.h"
 
 namespace pimbsr::agent {
 
@@ -304,16 +305,11 @@ void Linter::lintList(ConfigPlace const& place, std::string const& name) {
 }
 
 void Linter::lintGroups(ConfigPlace const& place, IpGenPrefix const& range) {
-  struct Special {
-    char const* range;
-    char const* why;
-  };
-  static constexpr Special specials[] = {
-      {"224.0.0.0/24", "link-local groups, which are never routed, have no RP"},
-      {"232.0.0.0/8", "groups of source-specific multicast have no RP (RFC 4607)"}};
-  for (auto const& [special, why] : specials) {
-    if (IpGenPrefix::parse(special).contains(range)) report(place, why);
-  }
+  static IpGenPrefix const sourceSpecific = Lanet::Prefix(Lanet::IpAddr::fromHost(0xe8000000), 8);
+  if (host::linkLocalGroups().contains(range))
+    report(place, "link-local groups, which are never routed, have no RP");
+  if (sourceSpecific.contains(range))
+    report(place, "groups of source-specific multicast have no RP (RFC 4607)");
 }
 
 IpGenPrefixSet Linter::permitted(std::string const& name, bool senders) const {

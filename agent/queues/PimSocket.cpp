@@ -56,13 +56,16 @@ void PimSocketBase::filterIs(FilterProgram program) {
     fail("PIM socket: attaching a packet filter");
 }
 
+/// The group's address as text.
+static std::string allPimRouters() { return std::string(Lanet::allPimRouters.stringValue().view()); }
+
 /// The kernel compares what a socket is bound and connected to before it copies a packet for it.
 void PimSocketBase::bindToGroup(std::string const& interface, int index) {
   if (setsockopt(fd(), SOL_SOCKET, SO_BINDTOIFINDEX, &index, sizeof index) < 0)
     fail(fmt::format("binding a PIM socket to {}", interface));
   sockaddr_in group = socketAddress(Lanet::allPimRouters);
   if (bind(fd(), reinterpret_cast<sockaddr const*>(&group), sizeof group) < 0)
-    fail(fmt::format("binding a PIM socket to 224.0.0.13 on {}", interface));
+    fail(fmt::format("binding a PIM socket to {} on {}", allPimRouters(), interface));
 }
 
 void PimSocketBase::dropWaiting() {
@@ -80,7 +83,7 @@ PimSocket::PimSocket(std::string const& interface, int index, FilterProgram cons
   group.imr_multiaddr.s_addr = Lanet::allPimRouters.netWord();
   group.imr_ifindex = index;
   if (setsockopt(fd(), IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group) < 0)
-    fail(fmt::format("joining 224.0.0.13 on {}", interface));
+    fail(fmt::format("joining {} on {}", allPimRouters(), interface));
   if (setsockopt(fd(), IPPROTO_IP, IP_MULTICAST_IF, &group, sizeof group) < 0)
     fail(fmt::format("sending to groups along {}", interface));
   option(IPPROTO_IP, IP_MULTICAST_TTL, 1, "setting the TTL");

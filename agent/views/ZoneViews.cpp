@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <set>
 
@@ -143,17 +145,18 @@ static view::RpChoice viewOf(host::RpChoice const& choice) {
           .hash = choice.hash};
 }
 
-/// Link-local groups are no business of RPs, whatever ranges cover them (RFC 5771 section 4).
+/// Link-local groups have no RP, whatever ranges cover them (RFC 5771 section 4).
 static view::Rp linkLocal(Lanet::IpAddr group) {
   view::Rp shown;
   shown.group = group;
   shown.decidedBy = view::keyOf(host::RpTieBreak::noRp);
-  shown.because = "groups of 224.0.0.0/24 stay on their link, and no RP serves them";
+  shown.because = fmt::format("groups of {} stay on their link, and no RP serves them",
+                              host::linkLocalGroups().stringValue().view());
   return shown;
 }
 
 view::Rp showRp(Observed const& observed, Lanet::IpAddr group) {
-  if ((group.hostWord() & 0xffffff00) == Lanet::firstGroup.hostWord()) return linkLocal(group);
+  if (host::linkLocalGroups().contains(group)) return linkLocal(group);
   host::RpAnswer answer = host::RpMap(observed.router.rpCandidateStatus()).lookup(group, observed.now());
   view::Rp shown;
   shown.group = group;

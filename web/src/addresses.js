@@ -25,6 +25,9 @@ export function comparePrefixes(a, b) {
   return left.base - right.base || left.length - right.length;
 }
 
+/** The zone of all groups. */
+export const GLOBAL_ZONE = "224.0.0.0/4";
+
 /** A group of a range that hosts may use: 224.1.1.1 of 224.0.0.0/4, 239.1.1.1 of 239.1.0.0/16. */
 export function sampleGroup(range) {
   const prefix = prefixOf(range);

@@ -1,5 +1,6 @@
 // The page: a graph, lanes, a chart and a panel over one model, of an embedded document or of live agents.
 
+import { GLOBAL_ZONE } from "./addresses.js";
 import { timeText } from "./axis.js";
 import { embeddedDocument } from "./data.js";
 import { element, fill } from "./dom.js";
@@ -104,7 +105,7 @@ class App {
     if (this.filled === zones.join()) return;
     this.filled = zones.join();
     fill(byId("zone"), zones.map((zone) =>
-      element("option", { value: zone }, zone === "224.0.0.0/4" ? `${zone} (global)` : zone)));
+      element("option", { value: zone }, zone === GLOBAL_ZONE ? `${zone} (global)` : zone)));
     byId("zone").value = this.state.get("zone");
   }
 

@@ -1,6 +1,6 @@
 // The panel: who is followed by how many routers at the cursor's time, and the selected router.
 
-import { sampleGroup } from "./addresses.js";
+import { GLOBAL_ZONE, sampleGroup } from "./addresses.js";
 import { timeText } from "./axis.js";
 import { badge, element, fill, table } from "./dom.js";
 import { choicesOf, rpSetOf } from "./lens.js";
@@ -9,7 +9,6 @@ import { sentenceOf } from "./sentences.js";
 import { countUntil, spanAt } from "./spans.js";
 
 const LAST_CHANGES = 12;
-const GLOBAL = "224.0.0.0/4";
 const MARKS = { simulation: "Statements", replay: "Capture", live: "Agents" };
 const NEIGHBORS = {
   replay: "sender of messages in the capture", live: "neighbor that is no agent of this page",
@@ -125,7 +124,8 @@ export class Panel {
     const rows = live.map((span) => {
       const item = this.names.rps.get(span.rp);
       const pick = { class: "link", click: () => this.actions.pickRange(span.zone, span.range) };
-      const scope = span.zone === GLOBAL ? "" : span.zone === span.range ? " scoped" : ` in ${span.zone}`;
+      const zone = span.zone === span.range ? " scoped" : ` in ${span.zone}`;
+      const scope = span.zone === GLOBAL_ZONE ? "" : zone;
       return [element("span", {}, element("button", pick, span.range), scope),
         element("span", {}, badge(item), ` ${span.rp}`), span.priority, `${span.holdtime} s`,
         serving.get(span.range) === span.rp ? sampleGroup(span.range) : ""];
