@@ -6,7 +6,7 @@
 
 #include "agent/account/ChangeRuns.h"
 #include "agent/base/Loop.h"
-#include "agent/process/ChangeCommand.h"
+#include "agent/helpers/ChangeCommand.h"
 
 namespace pimbsr::agent {
 

@@ -5,8 +5,8 @@
 
 #include "agent/RunOptions.h"
 #include "agent/config/Settings.h"
-#include "agent/process/ChangeCommand.h"
-#include "agent/process/StateWriter.h"
+#include "agent/helpers/ChangeCommand.h"
+#include "agent/helpers/StateWriter.h"
 
 namespace pimbsr::agent {
 

@@ -7,7 +7,7 @@
 #include "agent/account/HistoryFile.h"
 #include "agent/base/Clock.h"
 #include "agent/base/Loop.h"
-#include "agent/process/StateWriter.h"
+#include "agent/helpers/StateWriter.h"
 
 namespace pimbsr::agent {
 

@@ -8,7 +8,7 @@ set(unity_alone
   wire/Ipv4.cpp host/Observer.cpp
   agent/ChangeRunner.cpp agent/EventLog.cpp agent/NeighborWatch.cpp agent/config/ConfigLint.cpp
   agent/views/Metrics.cpp
-  agent/process/HelperProcess.cpp agent/process/Privileges.cpp agent/process/StateWriterProcess.cpp
+  agent/helpers/HelperProcess.cpp agent/process/Privileges.cpp agent/helpers/StateWriterProcess.cpp
   agent/queues/PacketFilter.cpp agent/queues/PimSocket.cpp
   tests/agent/ConfigLintTest.cpp tests/agent/ControlProtocolTest.cpp tests/agent/KernelTablesTest.cpp
   tests/agent/LogTest.cpp tests/agent/PimSocketTest.cpp tests/agent/ReceiveQueuesTest.cpp

@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "cli/replay/PimFilter.h"
+#include "cli/capture/PimFilter.h"
 #include "cli/replay/ReplayWorld.h"
 #include "host/HoldOver.h"
 #include "wire/Wire.h"

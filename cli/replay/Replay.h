@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/replay/Capture.h"
+#include "cli/capture/Capture.h"
 #include "cli/replay/ReplayOptions.h"
 #include "host/Observer.h"
 #include "host/Reception.h"

@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
+#include "cli/capture/Capture.h"
 #include "cli/page/Page.h"
-#include "cli/replay/Capture.h"
 #include "cli/replay/Replay.h"
 #include "cli/replay/ReplayJson.h"
 #include "cli/replay/ReplayText.h"

@@ -1,4 +1,4 @@
-#include "agent/process/ChangeCommand.h"
+#include "agent/helpers/ChangeCommand.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "agent/process/StateWriter.h"
+#include "agent/helpers/StateWriter.h"
 
 #include <gmock/gmock.h>
 #include <poll.h>

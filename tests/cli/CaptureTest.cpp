@@ -1,4 +1,4 @@
-#include "cli/replay/Capture.h"
+#include "cli/capture/Capture.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "cli/replay/LinkLayer.h"
+#include "cli/capture/LinkLayer.h"
 
 #include <gmock/gmock.h>
 #include <pcap/pcap.h>

@@ -1,4 +1,4 @@
-#include "cli/replay/PimFilter.h"
+#include "cli/capture/PimFilter.h"
 
 #include <gtest/gtest.h>
 

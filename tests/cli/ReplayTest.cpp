@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/replay/Capture.h"
+#include "cli/capture/Capture.h"
 #include "cli/replay/Replay.h"
 #include "cli/replay/ReplayCommand.h"
 #include "model/Counters.h"

@@ -3,6 +3,7 @@
 Usage: tidy.py [ROOT]. Prints "path:line: what is wrong" for each error and fails if there is one."""
 
 import ast
+import collections
 import os
 import pathlib
 import re
@@ -15,6 +16,7 @@ from graph import line_of
 
 MAX_LINE = 110
 MAX_FILE = 600
+MAX_FOLDER = 20  # files of a folder of agent/ and cli/
 MAX_FUNCTION = 40
 MAX_TEST_FUNCTION = 70  # with a table of cases in it
 CPP = (".h", ".cpp")
@@ -40,12 +42,14 @@ ARROWS = {
     "agent/kernel": ["agent/account", "agent/queues"],
     "agent/control": ["agent/base"],
     "agent/process": ["agent/base"],
+    "agent/helpers": ["agent/process"],
     "agent/views": ["agent/account", "agent/config", "agent/control", "agent/kernel"],
-    "agent": ["agent/process", "agent/views"],
+    "agent": ["agent/helpers", "agent/views"],
     "sim": ["host"],
     "cli/base": ["agent/config"],
     "cli/page": ["cli/base"],
-    "cli/replay": ["cli/page"],
+    "cli/capture": ["wire"],
+    "cli/replay": ["cli/capture", "cli/page"],
     "cli/run": ["cli/base", "agent"],
     "cli/show": ["cli/base", "agent/config", "agent/control"],
     "cli/sim": ["cli/page", "sim"],
@@ -186,6 +190,15 @@ def check_lengths(path, text):
             yield first, f"function of {last - first + 1} lines, at most {most}"
 
 
+def check_folders(paths):
+    """Folders of agent/ and cli/ with more sources than a reader can overlook."""
+    counts = collections.Counter(path.rpartition("/")[0] for path in paths
+                                 if path.startswith(("agent/", "cli/")) and path.endswith(CPP + (".zet",)))
+    for folder, count in sorted(counts.items()):
+        if count > MAX_FOLDER:
+            yield f"{folder}/: {count} sources, at most {MAX_FOLDER}; split it by what its files are for"
+
+
 def check_words(path, text):
     for pattern, meaning in FORBIDDEN:
         if match := pattern.search(path):
@@ -206,6 +219,7 @@ def errors(root):
             found.append(f"{path}:1: script that is not executable")
         for check in (check_includes, check_lengths, check_words, words.check):
             found += [f"{path}:{line}: {error}" for line, error in check(path, text)]
+    found += check_folders(texts)
     return found + [f"{path}:{line}: {error}" for path, line, error in graph.check(texts, module_of)]
 
 

@@ -149,6 +149,17 @@ class TidyTest(unittest.TestCase):
         self.assert_tidy("protocol/PimBsrSm.cpp", lines(900, "int x;\n"))
         self.assert_tidy("docs/long.md", lines(900, "x\n"))
 
+    def test_a_folder_of_agent_and_cli_has_a_bound(self):
+        def paths(folder, count, suffix):
+            return [f"{folder}/A{number}{suffix}" for number in range(count)]
+
+        full = paths("cli/show", 10, ".h") + paths("cli/show", 9, ".cpp") + paths("cli/show", 1, ".zet")
+        others = paths("cli/show", 5, ".txt") + paths("cli/show/rp", 20, ".h") + paths("host", 21, ".h")
+        self.assertEqual([], list(tidy.check_folders(full + others)))
+        for folder in ["cli/show", "agent", "agent/control"]:
+            self.assertEqual([f"{folder}/: 21 sources, at most 20; split it by what its files are for"],
+                             list(tidy.check_folders(paths(folder, 21, ".cpp"))))
+
     def test_a_long_line_is_found(self):
         for path in ["model/A.h", "model/A.zet", "a.py", "cmake/A.cmake", "CMakeLists.txt"]:
             self.assert_tidy(path, "#" + "ä" * 109 + "\n")

@@ -1,4 +1,4 @@
-#include "agent/process/FileMessage.h"
+#include "agent/helpers/FileMessage.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "agent/process/StateWriterProcess.h"
+#include "agent/helpers/StateWriterProcess.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -19,11 +19,11 @@
 #include <thread>
 
 #include "agent/base/FileDescriptor.h"
-#include "agent/process/FileMessage.h"
+#include "agent/helpers/FileMessage.h"
+#include "agent/helpers/StateRecords.h"
 #include "agent/process/Files.h"
 #include "agent/process/Privileges.h"
 #include "agent/process/Sandbox.h"
-#include "agent/process/StateRecords.h"
 
 namespace pimbsr::agent {
 

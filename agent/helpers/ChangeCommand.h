@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "agent/process/ChangeHelper.h"
-#include "agent/process/HelperProcess.h"
+#include "agent/helpers/ChangeHelper.h"
+#include "agent/helpers/HelperProcess.h"
 #include "runtime/Types.h"
 
 namespace pimbsr::agent {

@@ -1,4 +1,4 @@
-#include "agent/process/ChangeCommand.h"
+#include "agent/helpers/ChangeCommand.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "agent/base/FileDescriptor.h"
-#include "agent/process/FileMessage.h"
+#include "agent/helpers/FileMessage.h"
 
 namespace pimbsr::agent {
 

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/process/HelperProcess.h"
-#include "agent/process/StateRecords.h"
-#include "agent/process/StateWriterProcess.h"
+#include "agent/helpers/HelperProcess.h"
+#include "agent/helpers/StateRecords.h"
+#include "agent/helpers/StateWriterProcess.h"
 
 namespace pimbsr::agent {
 

@@ -1,4 +1,4 @@
-#include "agent/process/StateWriter.h"
+#include "agent/helpers/StateWriter.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <system_error>
 
 #include "agent/base/FileDescriptor.h"
-#include "agent/process/FileMessage.h"
+#include "agent/helpers/FileMessage.h"
 #include "runtime/Assert.h"
 
 namespace pimbsr::agent {

@@ -1,4 +1,4 @@
-#include "agent/process/HelperProcess.h"
+#include "agent/helpers/HelperProcess.h"
 
 #include <fcntl.h>
 #include <sys/prctl.h>

@@ -1,4 +1,4 @@
-#include "cli/replay/Capture.h"
+#include "cli/capture/Capture.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>

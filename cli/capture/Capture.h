@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "cli/replay/LinkLayer.h"
+#include "cli/capture/LinkLayer.h"
 #include "runtime/Types.h"
 
 struct pcap;

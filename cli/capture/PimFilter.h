@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cli/replay/LinkLayer.h"
+#include "cli/capture/LinkLayer.h"
 
 namespace pimbsr::cli {
 

@@ -1,4 +1,4 @@
-#include "agent/process/ChangeHelper.h"
+#include "agent/helpers/ChangeHelper.h"
 
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -11,7 +11,7 @@
 #include <csignal>
 
 #include "agent/base/FileDescriptor.h"
-#include "agent/process/FileMessage.h"
+#include "agent/helpers/FileMessage.h"
 
 namespace pimbsr::agent {
 
