@@ -9,6 +9,7 @@ void throwInternalException(std::string_view text) { throw InternalException(tex
 
 void throwNameInUseException(std::string_view text) { throw NameInUseException(text); }
 
+// What follows takes names and makes the text here, so that an error reads the same wherever it is found.
 void throwTypeException(std::string_view expected) {
   throw TypeException("not an object of type " + std::string(expected));
 }

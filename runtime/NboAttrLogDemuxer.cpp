@@ -90,6 +90,7 @@ void Applier::takeMembers(PtrInterface& object, RowForm const& form, In& in) {
   }
 }
 
+// A child gets its content before it is set, so that a watcher of the place finds it complete.
 void Applier::takeChild(PtrInterface& object, RowForm const& form, In& in, bool anew) {
   Ptr<PtrInterface> child = form.takeMake(object, in, anew);
   if (!objects_.emplace(get<U32>(in), child).second) throwMalformed("number of an object used twice");
@@ -97,6 +98,7 @@ void Applier::takeChild(PtrInterface& object, RowForm const& form, In& in, bool 
   if (form.set != nullptr) form.set(object, *child);
 }
 
+// These references go before the change that ends the objects: otherwise they would live on here.
 void Applier::takeGone(In& in) {
   for (U32 left = get<U32>(in); left > 0; --left) objects_.erase(get<U32>(in));
 }
@@ -169,6 +171,8 @@ void Demuxer::reset() {
   }
 }
 
+// A setter's handler may bring bytes while a message is applied: they wait in kept_, since the rest of the
+// present ones comes first. Whole messages are read where they are, and a rest alone is copied.
 void Demuxer::bytes(std::span<U8 const> bytes) {
   if (isBroken_) return;
   bool const isFirst = kept_.empty() && !hasNotificationActive();
@@ -194,7 +198,7 @@ std::size_t Demuxer::takeMessages(std::span<U8 const> bytes) {
   while (!isBroken_ && in.left() >= sizeof(U32)) {
     std::size_t const place = in.place();
     U32 const length = get<U32>(in);
-    if (length > maxMessage_) {
+    if (length > maxMessage_) {  // no original sends it: where the next message begins is unknown
       isBroken_ = true;
       ++rejected_;
       lastError_ = "message too long";
@@ -244,6 +248,8 @@ void Demuxer::apply(Copy& copy, Op op, U32 id, AttributeId attribute, In in) {
   deserializeAttr(*object, update);
 }
 
+// Model and type are compared before the objects are forgotten, so that the log of another model changes
+// nothing.
 void Demuxer::takeSnapshot(Copy& copy, In in) {
   if (get<U32>(in) != modelFingerprint()) throwMalformed("log of another model");
   if (!(get<String8>(in) == copy.object->fwkType().name)) throwTypeException(copy.object->fwkType().name);
@@ -256,6 +262,8 @@ void Demuxer::takeSnapshot(Copy& copy, In in) {
   });
 }
 
+// Asks once, since each change fails until the snapshot comes; and not after a snapshot that failed, since
+// the next one would fail as well and the two would go on for ever.
 void Demuxer::ask(U32 flow, Copy& copy, Op op) {
   if (copy.readOnly || copy.isAsked || copy.isFailed) return;
   copy.isAsked = true;

@@ -4,6 +4,8 @@
 
 namespace Zet::NboAttrLog {
 
+// Messages have numbers of attributes and no names: a copy of another model would take one for another. Types
+// come in the order of their names, so that two programs that link them in another order agree.
 U32 modelFingerprint() {
   static U32 const made = [] {
     U32 hash = 0;
@@ -34,6 +36,7 @@ void FlowOut::rootIs(Notifier const* root, Attached (*adapt)(FlowOut&, PtrInterf
   adapt_ = adapt;
 }
 
+// Numbers begin anew and none is reported as gone: the next snapshot makes the copy forget all of them.
 void FlowOut::detach() {
   needsSnapshot_ = true;
   if (attached_.sa != nullptr) attached_.sa->end();
@@ -54,6 +57,7 @@ void FlowOut::putSnapshot() {
   needsSnapshot_ = false;  // only now the adapters report
 }
 
+// Whatever fails, the copy lacks a change from then on, and a snapshot repairs any lack.
 void FlowOut::flush() {
   if (!root_ || hasNotificationActive()) return;
   ClearIsActiveAnchor anchor(*this);
@@ -78,6 +82,7 @@ void FlowOut::fail() noexcept {
   ++failures_;
 }
 
+// A number that is used again would lead a change to another object, which no copy could notice.
 U32 FlowOut::newId() {
   if (++lastId_ == 0) throwInternalException("numbers of objects used up");
   return lastId_;
@@ -85,6 +90,8 @@ U32 FlowOut::newId() {
 
 void FlowOut::throwFull() { throwInternalException("too many bytes wait for the channel"); }
 
+// These numbers precede the next object or removal: only those make objects end, so no message of its own is
+// needed, and the copy keeps no object longer than that.
 void FlowOut::putGone(Out& out) {
   put(out, static_cast<U32>(gone_.size()));
   for (U32 id : gone_) put(out, id);
@@ -114,6 +121,8 @@ void Sa::sendMember(AttributeId attribute, void const* key) {
   }
 }
 
+// Keys are of many types, which the adapters of members are not; the bytes that name a key in a message
+// identify it here too.
 std::string Sa::keyText(RowForm const& form, void const* key) const {
   if (form.putKey == nullptr) return {};
   Out out;
@@ -127,7 +136,7 @@ void Sa::putMember(AttributeRow const& row, void const* key) {
     Out& out = flow_->begin(Op::member, id_, row.id);
     form.putKey(key, out);
     if (form.putMember(object_, key, out)) return flow_->end();
-    flow_->cancel();
+    flow_->cancel();  // a handler has removed the value since: that is the state to send
     return putDel(row, key);
   }
   PtrInterface const* child = form.child(object_, key);
@@ -202,6 +211,7 @@ void Sa::putRow(Out& out, AttributeRow const& row) {
     if (child != nullptr) putChild(out, row, {}, *child);
     return;
   }
+  // A walk doesn't know the number of members before its end.
   std::size_t const place = out.size();
   put(out, U32{0});
   auto one = [&](void const* key) {

@@ -8,6 +8,7 @@
 
 namespace Zet {
 
+// The names are in the order of the enumerators.
 char const* kindName(AttributeKind kind) {
   static constexpr char const* names[] = {"constructor", "value",    "counter", "constant", "pointer",
                                           "single",      "members",  "values",  "pointers", "queue",
@@ -48,6 +49,7 @@ static std::map<std::string, ZetType const*, std::less<>>& typesByName() {
   return types;
 }
 
+// The first of two types with one name stays, since it may have been handed out already.
 bool zetTypeIs(ZetType const& type) { return typesByName().emplace(type.name, &type).second; }
 
 std::vector<ZetType const*> zetTypes() {
@@ -71,6 +73,7 @@ String8 GenericIf::attributeString(AttributeId id) const {
   return row != nullptr ? String8(row->name) : String8("unknown");
 }
 
+// The functions of a row cast the object to the class of the row, so that its type is checked here, once.
 AttributeRow const& GenericIf::rowFor(PtrInterface const& object, AttributeId id) const {
   if (!object.fwkType().isA(type_)) throwTypeException(type_.name);
   AttributeRow const* row = type_.row(id);
@@ -84,6 +87,7 @@ AttributeRow const& GenericIf::named(String8 const& attribute) const {
   return *row;
 }
 
+// A missing key is an error for reading, writing and removing alone: a walk and a call are of the whole.
 static void checkIndex(AttributeRow const& row, AttributeOp op, AttributeOpArgs const& args) {
   if (args.hasKey && !row.isIndexed()) throwBadIndexAttrException(row.name);
   bool needsKey = op == AttributeOp::read || op == AttributeOp::write || op == AttributeOp::del;
@@ -94,7 +98,7 @@ static void checkIndex(AttributeRow const& row, AttributeOp op, AttributeOpArgs 
 static bool lookOp(AttributeRow const& row, PtrInterface const& object, AttributeOp op,
                    AttributeOpArgs& args) {
   if (op == AttributeOp::read && row.kind == AttributeKind::constant && row.read == nullptr) {
-    args.value = row.start;
+    args.value = row.start;  // the same for all objects
     return true;
   }
   if (op == AttributeOp::read && row.read != nullptr) {
@@ -142,6 +146,7 @@ void GenericIf::attributeOp(PtrInterface const& object, AttributeId id, Attribut
   AttributeRow const& row = rowFor(object, id);
   checkIndex(row, op, args);
   if (lookOp(row, object, op, args)) return;
+  // An update comes from an attribute log and not from a person: a constant copy is an error of the program.
   if (op == AttributeOp::update)
     throwInternalException("write-update from readonly proxy: " + std::string(row.name));
   throwOpNotSupportedException(row.name, opName(op), isKnownChange(row, op));
@@ -195,6 +200,7 @@ static void introspectType(IntrospectionReactor& reactor, ZetType const& type) {
   reactor.handleScopeExit();
 }
 
+// By name the types of a namespace may be apart, as A::B and A::D are with A::B::C between them.
 void introspect(IntrospectionReactor& reactor) {
   std::map<std::string_view, std::vector<ZetType const*>> spaces;
   for (ZetType const* type : zetTypes()) {

@@ -31,6 +31,7 @@ void skipWhiteSpace(StrepPos& cur, StrepPos end) {
   while (cur != end && isWhiteSpace(*cur)) ++cur;
 }
 
+// A blank of the token stands for any white space, or none, since texts are written by hand too.
 void needString(StrepPos& cur, StrepPos end, char const* token) {
   for (char const* want = token; *want != '\0'; ++want) {
     if (*want == ' ') {
@@ -43,6 +44,7 @@ void needString(StrepPos& cur, StrepPos end, char const* token) {
   }
 }
 
+// Only what would end the text is escaped; all other bytes are as they are, so that any bytes come back.
 String8 readQuoted(StrepPos& cur, StrepPos end) {
   if (cur == end || *cur != '\'') throwNeeded("a string in single quotes", cur);
   std::string bytes;
@@ -128,6 +130,8 @@ void needEnd(StrepPos cur, String8 const& text) {
   throwRangeException(format("junk at column %lld deserializing %s", column(cur), text.charPtr()).view());
 }
 
+// Adds the attribute: the column alone is of no use to who has written a text of many. Other exceptions pass,
+// since they are no errors of the text.
 void rethrowFromDeserializeAttr(String8 const& attributeName) {
   try {
     throw;
