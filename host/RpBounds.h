@@ -41,7 +41,6 @@ class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeC
   Verdict check(Routing::Pim::Packet::CrpAdvMessage& message);
 
   RangePlaces const& places() const { return places_; }
-  SenderLedger const& ledger() const { return ledger_; }
 
   /// This router's own advertisement is about to be handled.
   void onTxCrpMsg() override;

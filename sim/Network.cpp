@@ -35,6 +35,7 @@ Network::Network(U64 seed) : Medium(seed), rng_(seed), routes_(nodes_, links_) {
 
 Network::~Network() {
   listener_ = nullptr;
+  taps_.clear();
   for (Node& node : nodes_) node.end();
 }
 

@@ -82,10 +82,9 @@ class Network final : public Medium {
   /// Sets the listener and the kinds of events that it receives; null for none. The listener outlives the
   /// network or is removed before.
   void listenerIs(Listener* listener, Kinds kinds);
-  /// Adds a tap, which receives packets after those added before. It outlives the network or is removed
-  /// before.
+  /// Adds a tap, which receives packets after those added before. It is used while the network runs,
+  /// and not by its end.
   void tapAdd(Tap* tap) { taps_.push_back(tap); }
-  void tapDel(Tap* tap) { std::erase(taps_, tap); }
 
   /// Resets the packet counts of routers; of all if none is given.
   void packetCountsClear(std::span<U32 const> nodes);

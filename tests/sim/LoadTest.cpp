@@ -83,8 +83,6 @@ TEST(LoadMeterTest, MeterCountsWhatRoutersSendAndWhatIsInjected) {
   script.simulation.network().tapAdd(&other);
   script.simulation.execute(test::row(2) +
                             "candidate-bsr r1 global\nrun 100\ninject l1 hello from 10.1.0.9\nrun 1");
-  script.simulation.network().tapDel(&meter);
-  script.simulation.network().tapDel(&other);
   meter.end(101, 1);
   PacketCounts counted{};
   for (test::Tapped const& packet : other.packets) ++counted[static_cast<std::size_t>(kindOf(packet.bytes))];

@@ -124,7 +124,6 @@ TEST(LinkTest, EngineKeepsBelowTheMtuByItself) {
   TapRecorder tap;
   script.simulation.network().tapAdd(&tap);
   script.simulation.execute("run 200");
-  script.simulation.network().tapDel(&tap);
   EXPECT_EQ(script.diary.count("too big"), 0);
   std::size_t longest = 0;
   for (auto const& packet : tap.packets) longest = std::max(longest, packet.bytes.size());
@@ -140,7 +139,6 @@ TEST(UnicastTest, APacketGoesHopByHopWithItsTimeToLiveCountedDown) {
   TapRecorder tap;
   script.simulation.network().tapAdd(&tap);
   script.simulation.execute("inject l1 crp-adv from 10.1.0.99 to 10.0.0.4 group 239.1.0.0/16\nrun 0.5");
-  script.simulation.network().tapDel(&tap);
   EXPECT_THAT(script.diary.lines, Contains("6.004 r4 adv from 10.1.0.99 accepted"));
   std::vector<std::pair<U32, int>> hops;
   for (auto const& packet : tap.packets) {
@@ -192,11 +190,11 @@ std::string diamond() {
 
 TEST(UnicastTest, RoutesTakeTheLowestOfEqualNeighborsAndGoRoundABrokenLink) {
   Script script(diamond() + "run 10\n", 1, drops | repeats);
+  TapRecorder tap;
+  script.simulation.network().tapAdd(&tap);
   auto advTravels = [&] {
-    TapRecorder tap;
-    script.simulation.network().tapAdd(&tap);
+    tap.packets.clear();
     script.simulation.execute("inject l12 crp-adv from 10.1.2.99 to 10.0.0.4\nrun 0.1");
-    script.simulation.network().tapDel(&tap);
     std::string links;
     for (auto const& packet : tap.packets) {
       if (kindOf(packet.bytes) != PacketKind::crpAdv) continue;

@@ -126,7 +126,6 @@ TEST_F(PcapWriterTest, EachLinkHasAFileOfRawIpPackets) {
   script.simulation.network().tapAdd(&writer);
   script.simulation.execute("run 10\ninject l1 hello from 10.1.0.9\nrun 1");
   writer.close();
-  script.simulation.network().tapDel(&writer);
   char error[PCAP_ERRBUF_SIZE];
   pcap_t* file = pcap_open_offline((folder_ + "/links/l1.pcap").c_str(), error);
   ASSERT_NE(file, nullptr) << error;
