@@ -104,7 +104,7 @@ void HistoryKeeper::stop() {
   save();
 }
 
-// What the writer reports -------------------------------------------------------------------------------
+// Reports of the writer ---------------------------------------------------------------------------------
 
 /// The writer's descriptor goes when the writer does.
 void HistoryKeeper::handleReports() {

@@ -28,7 +28,7 @@ static Zet::LogHandle const crpZoneLog(
     "Indicated C-RP is a ZBR. This message is logged in compliance to RFC 5059.",
     "If C-RP is not a ZBR contact support. This message is safe to ignore otherwise.", 0.0, 1.0, 0);
 
-// Which zone ------------------------------------------------------------------------------------------
+// Zone of a range -------------------------------------------------------------------------------------
 
 /// Whether this router is the elected BSR of the zone and the advertisement was sent to it as such.
 static bool isForUs(Status const& status, IpGenPrefix const& zone, IpGenAddr const& bsrIp) {

@@ -31,7 +31,7 @@ std::vector<ConfigError> ConfigTree::apply(Zet::Context& context, Configuration 
 static String8 stringOf(std::string const& text) { return String8(text.c_str()); }
 static IntfId intfOf(std::string const& name) { return IntfId(name.c_str()); }
 
-// What is gone ----------------------------------------------------------------------------------------
+// Removal ---------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -121,7 +121,7 @@ void ConfigTree::dropLists(Configuration const& wanted) {
           [&](std::string const& name) { accessLists_->aclDel(Name(name.c_str())); });
 }
 
-// What changed and what is new ------------------------------------------------------------------------
+// Additions and changes -------------------------------------------------------------------------------
 
 void ConfigTree::writeTimers(Configuration const& wanted) {
   config_->holdTimeIs(static_cast<U32>(wanted.bsTimeout));

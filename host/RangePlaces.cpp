@@ -32,7 +32,7 @@ void RangePlaces::preferredIs(PreferredRps const& preferred) {
   for (auto& [range, full] : ranges_) full.searchedAt = never;
 }
 
-// What is kept of a range -----------------------------------------------------------------------------
+// Notes of a range ------------------------------------------------------------------------------------
 
 RangePlaces::Full* RangePlaces::find(IpGenPrefix const& range) {
   auto at = ranges_.find(range);
@@ -140,7 +140,7 @@ double RangePlaces::periodOf(IpGenPrefix const& zone) const {
   return root_.bsrStatus()->cbsr(zone)->bsPeriod();
 }
 
-// Which RP is the worst ---------------------------------------------------------------------------------
+// The worst RP ------------------------------------------------------------------------------------------
 
 int RangePlaces::rankOf(Request const& request) const {
   return preferred_.contains(request.rp) ? preferredRank : static_cast<int>(request.priority);

@@ -69,7 +69,7 @@ void SenderLedger::record(Addition const& addition) {
   sweepSteps_ += stepsPerEntry;
 }
 
-// What has left the sets ----------------------------------------------------------------------------------
+// Entries without an RP -----------------------------------------------------------------------------------
 
 bool SenderLedger::isHeld(Entry const& entry) const {
   Ptr<RpCandidateSet> set = rpSetOf(root_, entry.range);

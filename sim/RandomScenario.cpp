@@ -124,7 +124,7 @@ void RandomScenario::drawCandidates() {
   }
 }
 
-// What goes wrong -------------------------------------------------------------------------------------
+// Faults ----------------------------------------------------------------------------------------------
 
 void RandomScenario::drawFaults() {
   line(faults_, "run until {}", faultsFrom);

@@ -311,7 +311,7 @@ static Action readNoRoute(ScenarioLine& line) {
   return set;
 }
 
-// The course of things --------------------------------------------------------------------------------
+// Events ----------------------------------------------------------------------------------------------
 
 static Action readDown(ScenarioLine& line) { return SetLink{line.link(), false}; }
 static Action readUp(ScenarioLine& line) { return SetLink{line.link(), true}; }
@@ -363,7 +363,7 @@ static Action readRun(ScenarioLine& line) {
   return LetRun{now};
 }
 
-// What is shown ---------------------------------------------------------------------------------------
+// Output ----------------------------------------------------------------------------------------------
 
 static Action readShow(ScenarioLine& line) {
   static constexpr std::string_view views[] = {"bsr", "rp-set", "neighbors", "counters", "states", "packets"};
@@ -419,7 +419,7 @@ static Action reportOf(ScenarioLine& line, bool on) {
 static Action readReport(ScenarioLine& line) { return reportOf(line, true); }
 static Action readQuiet(ScenarioLine& line) { return reportOf(line, false); }
 
-// The whole -------------------------------------------------------------------------------------------
+// Whole statements ------------------------------------------------------------------------------------
 
 namespace {
 

@@ -115,7 +115,7 @@ view::RpSet showRpSet(Observed const& observed, Lanet::IpGenPrefix const& prefix
   return shown;
 }
 
-// Which RP serves a group -------------------------------------------------------------------------------
+// The RP of a group -------------------------------------------------------------------------------------
 
 /// The zones whose RP sets hold a range, or held it until the BSR changed.
 static std::vector<Lanet::IpGenPrefix> zonesOf(Observed const& observed, Lanet::IpGenPrefix const& range) {

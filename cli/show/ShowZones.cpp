@@ -95,7 +95,7 @@ void writeShown(std::ostream& out, view::RpSet const& view) {
   if (isFirst) out << "No RP is known in any zone.\n";
 }
 
-// Which RP serves a group -----------------------------------------------------------------------------
+// The RP of a group -----------------------------------------------------------------------------------
 
 static void writeCovering(std::ostream& out, std::vector<view::CoveringRange> const& ranges) {
   out << "\nGroup ranges that cover it, the longest first\n";

@@ -170,7 +170,7 @@ void writeView(std::ostream& out, Network const& network, sim::Show const& show)
   tableOf(show.view, nodesOf(network, show.routers)).write(out);
 }
 
-// Which RP serves a group -----------------------------------------------------------------------------
+// The RP of a group -----------------------------------------------------------------------------------
 
 void writeRpAnswer(std::ostream& out, Node const& node, Lanet::IpAddr group) {
   std::string name = fmt::format("{}: group {}", node.name(), textOf(group));

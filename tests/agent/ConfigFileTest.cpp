@@ -44,7 +44,7 @@ TEST(ConfigFileTest, NoReadOnlySocketIsMadeWhereItsPathWouldBeTooLong) {
   EXPECT_EQ(settingsOf("[control]\nsocket = \"/x\"").readOnlySocket, "/x-read-only.sock");
 }
 
-// What each key means ---------------------------------------------------------------------------------
+// Meaning of each key ---------------------------------------------------------------------------------
 
 struct Meaning {
   char const* name;

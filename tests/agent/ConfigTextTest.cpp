@@ -48,7 +48,7 @@ TEST(ConfigTextTest, ValuesComeInTheOrderOfTheTextWithPlacesThatCountCharactersF
   EXPECT_EQ(table[1].value.items[1].sort, Sort::other);
 }
 
-// What is no TOML -------------------------------------------------------------------------------------
+// Texts that are no TOML ------------------------------------------------------------------------------
 
 struct BadText {
   char const* name;

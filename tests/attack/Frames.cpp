@@ -244,7 +244,7 @@ std::vector<Frame> alternatingAdvertisements(Plan const& plan) {
   return advertise(plan, 255 - plan.priority);
 }
 
-// What is no message ----------------------------------------------------------------------------------
+// Frames without a message ----------------------------------------------------------------------------
 
 /// Writes the checksum of a frame's PIM message, if it is long enough to have one.
 void writeChecksum(Frame& frame) {

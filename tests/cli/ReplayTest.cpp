@@ -256,7 +256,7 @@ TEST(ReplayTest, GivenRpfNeighborStays) {
                                                           "1.000 BSM accepted 192.0.2.2 198.51.100.1"}));
 }
 
-// What is printed -------------------------------------------------------------------------------------
+// Output ----------------------------------------------------------------------------------------------
 
 TEST(ReplayTest, RpsAreListedInTheOrderOfTheirNumbers) {
   Bsm bsm = global();

@@ -30,7 +30,7 @@ class ElectedCrpDatabase : public CrpDatabase {
   ElectedCrpDatabase() { engine.electUs(globalZone); }
 };
 
-// Whose advertisement ---------------------------------------------------------------------------------
+// Sender of an advertisement --------------------------------------------------------------------------
 
 TEST_F(ElectedCrpDatabase, TheElectedBsrTakesWhatWasSentToIt) {
   engine.receive(Adv{});

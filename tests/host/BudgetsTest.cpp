@@ -55,7 +55,7 @@ class BudgetsTest : public FilteredRouterTest {
   }
 };
 
-// Whose budget ------------------------------------------------------------------------------------------
+// Owner of a budget -------------------------------------------------------------------------------------
 
 TEST_F(BudgetsTest, EachClassOfSendersHasABudgetAndADropReasonOfItsOwn) {
   struct Case {

@@ -13,7 +13,7 @@ using pimbsr::host::MessageKind;
 
 class IngressFilterTest : public FilteredRouterTest {};
 
-// Where a packet comes from -----------------------------------------------------------------------------
+// Source of a packet ------------------------------------------------------------------------------------
 
 TEST_F(IngressFilterTest, NothingIsCheckedUnlessAskedFor) {
   PacketPath far{.source = "172.16.0.1", .ttl = 64};
@@ -172,7 +172,7 @@ TEST_F(IngressFilterTest, OwnMessageThatIsSentBackDeposesNoBsrInTheFilter) {
   EXPECT_NE(reasonFor(own), "own-bsr");
 }
 
-// How many packets --------------------------------------------------------------------------------------
+// Rate of packets ---------------------------------------------------------------------------------------
 
 TEST_F(IngressFilterTest, RateLimitGrantsASecondsWorthAtOnceAndThenTheRate) {
   router.ingressSettingsIs({.packetsPerSecond = 10});

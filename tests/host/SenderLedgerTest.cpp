@@ -14,7 +14,7 @@ using pimbsr::host::SenderLedger;
 
 class SenderBounds : public RpBoundsTest {};
 
-// What senders may add ------------------------------------------------------------------------------------
+// Additions of senders ------------------------------------------------------------------------------------
 
 TEST_F(SenderBounds, SenderAddsSoManyRpsAndRenewsThemForGood) {
   bsr.ingressSettingsIs({.rpsPerSender = 3});

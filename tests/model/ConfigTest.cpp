@@ -51,7 +51,7 @@ class ConfigTree : public ModelTest {
   Lanet::IpGenPrefix const range = prefix("239.0.0.0/8");
 };
 
-// What new entities read ------------------------------------------------------------------------------
+// Defaults --------------------------------------------------------------------------------------------
 
 TEST_F(ConfigTree, NewConfigHasTheDefaultsOfItsConstants) {
   EXPECT_EQ(config->name(), "bsr");

@@ -54,7 +54,7 @@ class StatusTree : public ModelTest {
   Lanet::IpGenPrefix const zone = prefix("239.0.0.0/8");
 };
 
-// What new entities read ------------------------------------------------------------------------------
+// Defaults --------------------------------------------------------------------------------------------
 
 TEST_F(StatusTree, NewStatusIsEmptyAndOfNoFamily) {
   EXPECT_EQ(status->name(), "bsr");

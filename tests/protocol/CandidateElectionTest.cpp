@@ -262,7 +262,7 @@ TEST_F(CandidateElection, PriorityDecidesBeforeTheAddress) {
   }
 }
 
-// What stays out --------------------------------------------------------------------------------------
+// Messages that are not used --------------------------------------------------------------------------
 
 TEST_F(CandidateElection, InferiorMessagesNeverReachTheRpSet) {
   Bsm message = inferior();

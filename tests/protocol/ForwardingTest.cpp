@@ -81,7 +81,7 @@ TEST_F(Forwarding, EachStepIsTraced) {
                                               " Forwarding BSM to oif=eth0 for zone 239.0.0.0/8"}));
 }
 
-// Where a message goes --------------------------------------------------------------------------------
+// Interfaces of a message -----------------------------------------------------------------------------
 
 TEST_F(Forwarding, AMessageGoesOutOfEveryInterfaceTheOneItCameInOnIncluded) {
   for (char const* name : {"eth0", "eth1", "eth2"}) engine.addIntf(name);

@@ -36,7 +36,7 @@ class Fragmenting : public EngineTest {
 /// The zone's own record with so many RPs.
 Group zoneRecord(int rps, Zet::U8 flags = scopedFlag) { return {scoped, someRps(rps), flags}; }
 
-// How many fragments ----------------------------------------------------------------------------------
+// Number of fragments ---------------------------------------------------------------------------------
 
 TEST_F(Fragmenting, TheNumberOfFragmentsIsEstimatedFromLengthAndMtu) {
   struct Case {

@@ -48,7 +48,7 @@ class Gate : public EngineTest {
 
 std::vector<Group> const scopedZone{{"239.0.0.0/8", {}, scopedFlag}};
 
-// What is accepted ------------------------------------------------------------------------------------
+// Accepted messages -----------------------------------------------------------------------------------
 
 TEST_F(Gate, AMessageFromTheRpfNeighborIsAcceptedAndCountedOnceEverywhere) {
   auto message = engine.receive(Bsm{});

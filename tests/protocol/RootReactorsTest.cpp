@@ -259,7 +259,7 @@ TEST_F(RootHashMask, AnEntryThatComesWithItsLengthIsNoChange) {
   EXPECT_EQ(rp->hashMaskLen(), 30u);
 }
 
-// What comes and goes in Status and in PIM ------------------------------------------------------------
+// Entries of Status and of PIM ------------------------------------------------------------------------
 
 using RootReactors = EngineTest;
 

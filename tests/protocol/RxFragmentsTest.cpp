@@ -353,7 +353,7 @@ TEST_F(RxFragments, AStoreThatIsNotEmptyGoesWithTheMachines) {
   EXPECT_EQ(timer(), Kiv::never);
 }
 
-// What a zone keeps -----------------------------------------------------------------------------------
+// Fragments that a zone keeps -------------------------------------------------------------------------
 
 TEST_F(RxFragments, AZoneKeepsTheStoreOfItsMessageUntilThatIsComplete) {
   engine.receive({.groups = {{range, rps(1, 1)}}});

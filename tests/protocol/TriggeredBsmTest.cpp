@@ -156,7 +156,7 @@ TEST_F(Triggered, AnInterfaceThatComesAnewHasNoPast) {
   EXPECT_EQ(hello(), 0u);
 }
 
-// What ------------------------------------------------------------------------------------------------
+// Content ---------------------------------------------------------------------------------------------
 
 TEST_F(Triggered, TheFlagIsWrittenOnTheKeptMessageItselfUntilItIsRefreshed) {
   auto kept = engine.receive(globalBsm());

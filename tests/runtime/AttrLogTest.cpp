@@ -48,7 +48,7 @@ class AttrLog : public ModelTest {
   Status& copy = *mirror.copy;
 };
 
-// What is sent ------------------------------------------------------------------------------------------
+// Messages ----------------------------------------------------------------------------------------------
 
 TEST_F(AttrLog, EntitiesHaveTheInterface) {
   static_assert(Status::zetHasAttrLogInterface() && Bsr::Config::zetHasAttrLogInterface());

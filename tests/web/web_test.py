@@ -285,7 +285,7 @@ class WebTest(unittest.TestCase):
         stream.until(b"bsrLost")
         stream.close()
 
-    # Where it listens ------------------------------------------------------------------------------------
+    # Listening --------------------------------------------------------------------------------------------
 
     def test_address_that_others_reach_needs_a_token(self):
         self.serve(listen="0.0.0.0:0")
