@@ -506,8 +506,9 @@ def play(tests):
     signal.signal(signal.SIGTERM, end_for)
     COMMAND = sys.argv[1]
     if reason := why_not():
-        print(f"skipped: {reason}")
-        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
+        required = os.environ.get("PIMBSR_LAB_REQUIRED")
+        print(f"{'failed, since PIMBSR_LAB_REQUIRED is set' if required else 'skipped'}: {reason}")
+        sys.exit(1 if required else SKIPPED)
     scenarios = [f"{tests}.test_{scenario}" for scenario in sys.argv[2:]]
     unittest.main(argv=[sys.argv[0], *scenarios], verbosity=2)
 
