@@ -29,7 +29,8 @@ def main():
     given = arguments.parse_args()
     paths = sorted(os.path.relpath(given.root / name, given.root) for name in given.files)
     files = [parse(path.removesuffix(".zet"), (given.root / path).read_text("utf-8")) for path in paths]
-    model, tables, views = Model(files), config.Tables(files), ViewEmitter(Views(files))
+    model, tables = Model(files), config.Tables(files)
+    views = ViewEmitter(Views(files), tables)
     for file in files:
         if config.is_declared_in(file):
             made = config.emit_file(tables, file, in_namespaces)

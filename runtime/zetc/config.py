@@ -42,6 +42,7 @@ class Table:
         self.name, self.namespace, self.place, self.doc = name, namespace, place, ""
         self.qualified = f"{namespace}::{name}"
         self.header = self.owner = self.parent = ""
+        self.shown = ""  # its member in the JSON of a configuration; empty if its keys are members
         self.parts = []  # Key, Include
 
     @property
@@ -78,6 +79,8 @@ def read_config(p):
     if p.accept("in"):
         table.parent = p.name("the name of a config")
     table.header = quoted(p, "the header of the table in double quotes")
+    if p.accept("member"):
+        table.shown = quoted(p, "the name of a member in double quotes")
     table.doc = p.sentence()
     return body(p, table)
 
@@ -158,6 +161,8 @@ parse.STATEMENTS |= {"config": read_config, "keys": read_keys, "text": read_text
 class Tables:
     """All declared tables of a run, and what they include."""
 
+    largest = LARGEST
+
     def __init__(self, files):
         declared = [d for file in files for d in file.others]
         self.texts = {t.name: t for t in declared if isinstance(t, Text)}
@@ -182,12 +187,14 @@ class Tables:
         """The table whose struct has the members."""
         return self.find(table.owner, table.place, table.namespace) if table.owner else table
 
+    def parent(self, table):
+        return self.find(table.parent, table.place, table.namespace)
+
     def section(self, table):
         """What the file calls the table: "interface.NAME"."""
         if not table.parent:
             return table.header.strip("[]")
-        parent = self.find(table.parent, table.place, table.namespace)
-        return f"{self.section(parent)}.{table.header.split()[0]}"
+        return f"{self.section(self.parent(table))}.{table.header.split()[0]}"
 
     def included(self, table):
         return [self.find(i.name, i.place, table.namespace) for i in table.includes]
@@ -208,7 +215,7 @@ class Tables:
     def check(self, table):
         seen = {}
         if table.parent:
-            self.find(table.parent, table.place, table.namespace)
+            self.parent(table)
         for made, _ in self.members(table):
             first = seen.setdefault(made.called, made)
             if first is not made:
@@ -289,7 +296,8 @@ def rows(tables, table):
     """The lines of the rows of a table."""
     lines = [doc(f"The keys of {table.header or table.name}."), f"struct {table.name}Keys {{"]
     if table.header:
-        facts = commas(f'"{text}"' for text in (tables.section(table), table.header, table.doc))
+        texts = (tables.section(table), table.header, table.doc, *([table.shown] if table.shown else []))
+        facts = commas(f'"{text}"' for text in texts)
         lines.append(f"  static constexpr host::ConfigSection sectionRow{{{facts}}};")
     members = list(tables.members(table))
     lines += [row(tables, table, made) for made, _ in members]

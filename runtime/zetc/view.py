@@ -10,7 +10,9 @@ Item = namedtuple("Item", "name called shown doc place")
 # Where the fields of another view belong to a view too.
 Include = namedtuple("Include", "name place")
 NUMBERS = {"U8": 255, "U16": 65535, "U32": 4294967295, "U64": 18446744073709551615}
-VALUES = ("Text", "Bool", *NUMBERS, "Seconds", "Address", "Prefix", "Json")
+VALUES = ("Text", "Bool", *NUMBERS, "Seconds", "Address", "Prefix", "Json", "Tables")
+# Stored as a JSON object: any one, and all tables of the configuration file.
+OBJECTS = ("Json", "Tables")
 UNITS = {"s": "seconds", "bits": "bits"}
 # What a table shows: for null, for true and for false.
 TEXTS = {"else": "otherwise", "yes": "yes", "no": "no"}
@@ -32,6 +34,7 @@ class Field:
         self.others = []  # further choices whose names it may have: (name, place)
         self.null = self.optional = self.defaulted = self.alone = False
         self.unit = self.column = self.otherwise = self.shown = self.yes = self.no = ""
+        self.filled = ""  # the member of a source that has its value, as in C++
 
 
 class View:
@@ -39,6 +42,7 @@ class View:
         self.name, self.place = name, place
         self.schema = self.doc = ""
         self.fields, self.columns = [], []  # columns: (name, place), in their order where it is another
+        self.filled = []  # the fields of its own that a source fills
 
     def members(self):
         return [f for f in self.fields if not f.alone]
@@ -139,8 +143,10 @@ def option(parser, made):
         setattr(made, TEXTS[word], quoted(parser, word))
     elif parser.accept("shown"):
         made.shown = parser.name("a function")
+    elif word == "from":
+        made.filled = quoted(parser, "from")
     else:
-        valid = "or null, optional, defaulted, unit, column, shown, else, yes, no or a sentence"
+        valid = "or null, optional, defaulted, unit, column, shown, else, yes, no, from or a sentence"
         parser.fail(valid)
 
 
@@ -168,6 +174,7 @@ class Views:
         for file, made in everything:
             if isinstance(made, View):
                 later = [one.name for one in file.others[file.others.index(made):]]
+                made.filled = [part for part in made.fields if isinstance(part, Field) and part.filled]
                 made.fields = [one for part in made.fields for one in self.included(part, later)]
             unique(made.items if isinstance(made, Choice) else made.fields)
             if isinstance(made, View):
@@ -215,7 +222,7 @@ class Views:
             raise ZetError(one.place, f"{one.name} is neither true nor false", "Bool")
         if (one.otherwise or one.shown or one.yes or one.no) and not one.column:
             raise ZetError(one.place, f"{one.name} is in no table", "'column' and its head")
-        is_deep = one.type in self.views or one.type == "Json" or one.collection == "map"
+        is_deep = one.type in self.views or one.type in OBJECTS or one.collection == "map"
         if one.column and is_deep and not one.shown:
             raise ZetError(one.place, f"{one.name} is no text", "'shown' and a function")
 

@@ -3,11 +3,13 @@ view/Rows.h."""
 
 import json
 
+import config_schema
 from emit import commas, in_namespaces, indent
-from view import NUMBERS, UNITS, Choice, is_shown
+from view import NUMBERS, OBJECTS, UNITS, Choice, is_shown
 
 NAMESPACE = "pimbsr::view"
 STORED = {"Text": "std::string", "Bool": "bool", "Seconds": "double", "Json": "Json",
+          "Tables": "Json",
           "Address": "Lanet::IpGenAddr", "Prefix": "Lanet::IpGenPrefix", **{n: f"Zet::{n}" for n in NUMBERS}}
 OCTET = r"(25[0-5]|2[0-4]\d|1?\d?\d)"
 ADDRESS = rf"{OCTET}(\.{OCTET}){{3}}"
@@ -16,7 +18,8 @@ SCHEMAS = {"Text": {"type": "string"}, "Bool": {"type": "boolean"}, "Seconds": {
            "Prefix": {"type": "string", "pattern": rf"^{ADDRESS}/\d\d?$"},
            **{n: {"type": "integer", "minimum": 0, "maximum": most} for n, most in NUMBERS.items()}}
 WORDS = {"Text": "text", "Bool": "true or false", "Seconds": "seconds", "Address": "address",
-         "Prefix": "prefix", "Json": "object", **{n: "number" for n in NUMBERS}}
+         "Prefix": "prefix", "Json": "object",
+         "Tables": "[tables of the configuration file](configuration.md)",  **{n: "number" for n in NUMBERS}}
 
 INTRODUCTION = [
     "The members of each JSON answer, made from the declarations in view/. The JSON Schema of an answer is",
@@ -29,8 +32,8 @@ def lower(name):
 
 
 class ViewEmitter:
-    def __init__(self, views):
-        self.views = views
+    def __init__(self, views, tables):
+        self.views, self.tables = views, tables
 
     # C++
 
@@ -43,7 +46,7 @@ class ViewEmitter:
         made_from = f"// Made from {file.path}.zet."
         uses = [f"#include \"{path}.h\"" for path in file.uses]
         fields = [one for made in file.others if not isinstance(made, Choice) for one in made.members()]
-        whole = ["#include <nlohmann/json.hpp>", ""] if any(one.type == "Json" for one in fields) else []
+        whole = ["#include <nlohmann/json.hpp>", ""] if any(one.type in OBJECTS for one in fields) else []
         header = [("", [made_from, "#pragma once", "", *whole, "#include \"view/View.h\"", *uses, ""])]
         source = [("", [made_from, f"#include \"{file.path}.h\"", "", "#include \"view/Rows.h\"", ""])]
         for made in file.others:
@@ -94,10 +97,25 @@ class ViewEmitter:
                    *indent([self.write(one) for one in made.members()]), "}",
                    f"void readJson(Json const& json, {made.name}& view) {{",
                    *indent([self.read(one) for one in made.members()]), "}"]
+        if made.filled:
+            declared += self.fillers(made)
         if made.shown():
             declared += self.declared_columns(made)
             defined += self.defined_columns(made)
         return declared + [""], defined + [""]
+
+    @staticmethod
+    def fillers(made):
+        """Functions that fill a view from a source, and a source from a view if it has members alone."""
+        lines = ["/// Fills the members that `from` has, of this view or of one that includes it.",
+                 "template <class View, class From>",
+                 f"void fill{made.name}(View& view, From const& from) {{",
+                 *(f"  view.{one.name} = from.{one.filled};" for one in made.filled), "}"]
+        if not all(one.filled.isidentifier() for one in made.filled):
+            return lines
+        return [*lines, "/// The reverse.", "template <class View, class To>",
+                f"void restore{made.name}(View const& view, To& to) {{",
+                *(f"  to.{one.filled} = view.{one.name};" for one in made.filled), "}"]
 
     def zero(self, one):
         """What initializes a member that would be undefined otherwise."""
@@ -175,6 +193,8 @@ class ViewEmitter:
             value = {"$ref": f"#/$defs/{one.type}"}
         elif one.type in self.views.choices:
             value = {"enum": self.keys(one)}
+        elif one.type == "Tables":
+            value = config_schema.of_all(self.tables, SCHEMAS)
         else:
             value = SCHEMAS[one.type]
         if one.collection == "list":
