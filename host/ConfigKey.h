@@ -27,6 +27,7 @@ struct ConfigSection {
   std::string_view name;      ///< such as "interface.NAME"; the words in capitals are the operator's
   std::string_view header;    ///< as it is written in the file
   std::string_view sentence;  ///< what it is for
+  std::string_view member{};  ///< of a configuration in JSON; empty if its keys are members themselves
 };
 
 /// A value that is legal and unwise.

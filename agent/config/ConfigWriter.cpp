@@ -200,6 +200,11 @@ Json interfacesJson(Settings const& settings) {
   return out;
 }
 
+template <class Keys>
+std::string memberOf() {
+  return std::string(Keys::sectionRow.member);
+}
+
 template <class Keys, class Tables>
 Json jsonOfTables(Tables const& tables) {
   Json out = Json::array();
@@ -224,18 +229,19 @@ std::string writeToml(Settings const& settings) {
 
 Json writeJson(Settings const& settings) {
   host::Configuration const& router = settings.router;
-  Json out = {{"interfaces", interfacesJson(settings)},
-              {"candidateBsrs", jsonOfTables<file::CandidateBsrKeys>(candidateBsrsOf(router))},
-              {"candidateRps", jsonOfTables<file::CandidateRpKeys>(candidateRpsOf(router))}};
+  Json out;
+  out[memberOf<file::InterfaceKeys>()] = interfacesJson(settings);
+  out[memberOf<file::CandidateBsrKeys>()] = jsonOfTables<file::CandidateBsrKeys>(candidateBsrsOf(router));
+  out[memberOf<file::CandidateRpKeys>()] = jsonOfTables<file::CandidateRpKeys>(candidateRpsOf(router));
   out.update(jsonOf<file::FilterKeys>(filterOf(router)));
-  out["accessLists"] = accessListsJson(router);
+  out[memberOf<file::AccessListKeys>()] = accessListsJson(router);
   out.update(jsonOf<file::TimersKeys>(router));
-  out["checks"] = jsonOf<host::ChecksKeys>(settings.ingress);
-  out["limits"] = jsonOf<host::LimitsKeys>(settings.ingress);
-  out["corrections"] = jsonOf<host::CorrectionsKeys>(settings.corrections);
+  out[memberOf<host::ChecksKeys>()] = jsonOf<host::ChecksKeys>(settings.ingress);
+  out[memberOf<host::LimitsKeys>()] = jsonOf<host::LimitsKeys>(settings.ingress);
+  out[memberOf<host::CorrectionsKeys>()] = jsonOf<host::CorrectionsKeys>(settings.corrections);
   out.update(jsonOf<file::ControlKeys>(settings));
   out.update(jsonOf<file::StateKeys>(settings));
-  out["traces"] = settings.traces;
+  out[memberOf<file::TraceKeys>()] = settings.traces;
   return out;
 }
 
