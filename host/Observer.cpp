@@ -25,16 +25,6 @@ BsrView viewOf(Bsr::ElectedBsrStatus const& entry) {
   return {entry.ipAddr(), entry.priority(), entry.hashMaskLen(), entry.expiryTime()};
 }
 
-RpView viewOf(IpGenPrefix const& range, Pim::RpCandidate const& rp) {
-  return {.range = range,
-          .address = rp.address(),
-          .priority = rp.priority().value(),
-          .holdTime = rp.holdTime().value(),
-          .mode = rp.pimMode(),
-          .expires = rp.expires(),
-          .setupTime = rp.setupTime()};
-}
-
 namespace {
 
 class BsrWatcher;

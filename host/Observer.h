@@ -43,7 +43,15 @@ struct RpView {
 };
 
 PIMBSR_API BsrView viewOf(Routing::Pim::Bsr::ElectedBsrStatus const& entry);
-PIMBSR_API RpView viewOf(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp);
+inline RpView viewOf(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp) {
+  return {.range = range,
+          .address = rp.address(),
+          .priority = rp.priority().value(),
+          .holdTime = rp.holdTime().value(),
+          .mode = rp.pimMode(),
+          .expires = rp.expires(),
+          .setupTime = rp.setupTime()};
+}
 
 enum class ChangeKind : U8 {
   bsrElected,  ///< a zone has a BSR and had none

@@ -16,15 +16,11 @@ namespace pimbsr::view {
 /// Fills what a BSR announces of itself, and of an RP, into a view that has it.
 template <class View>
 void fillTerms(View& shown, host::BsrView const& bsr) {
-  shown.address = bsr.address;
-  shown.priority = bsr.priority;
-  shown.hashMaskLen = bsr.hashMaskLen;
+  fillBsrTerms(shown, bsr);
 }
 template <class View>
 void fillTerms(View& shown, host::RpView const& rp) {
-  shown.address = rp.address;
-  shown.priority = rp.priority;
-  shown.holdtime = rp.holdTime;
+  fillRpTerms(shown, rp);
   shown.bidirectional = rp.mode == Routing::Pim::Mode::bidir;
 }
 
@@ -34,15 +30,15 @@ std::optional<RangeRp> termsOf(host::RpView const& rp);
 
 /// The reverse; the expiry time is 0.
 inline host::BsrView bsrOf(BsrTerms const& terms) {
-  return {.address = terms.address, .priority = terms.priority, .hashMaskLen = terms.hashMaskLen};
+  host::BsrView bsr;
+  restoreBsrTerms(terms, bsr);
+  return bsr;
 }
 inline host::RpView rpOf(RangeRp const& terms) {
   using Routing::Pim::Mode;
-  return {.range = terms.range,
-          .address = terms.address,
-          .priority = terms.priority,
-          .holdTime = terms.holdtime,
-          .mode = terms.bidirectional ? Mode::bidir : Mode::sparse};
+  host::RpView rp{.range = terms.range, .mode = terms.bidirectional ? Mode::bidir : Mode::sparse};
+  restoreRpTerms(terms, rp);
+  return rp;
 }
 
 /// The RP set of a zone; `now` is the time on the clock of the router.

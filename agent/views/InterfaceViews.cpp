@@ -95,9 +95,7 @@ static view::Interface viewOf(Observed const& observed, std::string const& name,
   view::Interface shown;
   shown.interface = name;
   shown.state = keyOf(stateOf(link, intf));
-  shown.drPriority = settings.drPriority;
-  shown.helloInterval = settings.helloInterval;
-  shown.bsm = settings.bsm;
+  fillInterface(shown, settings);
   if (link != nullptr) fill(shown, *link);
   if (intf) fill(shown, observed, *intf);
   auto traffic = observed.traffic.byInterface().find(name);

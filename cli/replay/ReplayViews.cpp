@@ -61,10 +61,9 @@ static view::DecodedCrpAdv contentOf(Packet::CrpAdvMessage const& adv, std::size
 }
 
 static view::DecodedHello contentOf(wire::HelloMessage const& hello) {
-  return {.holdtime = hello.holdtime,
-          .drPriority = hello.drPriority,
-          .generationId = hello.generationId,
-          .addressList = hello.addressList};
+  view::DecodedHello made;
+  fillDecodedHello(made, hello);
+  return made;
 }
 
 /// Decodes the packet once more: processing removes content from a message.
