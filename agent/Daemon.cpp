@@ -19,7 +19,6 @@
 #include "agent/base/TraceLevel.h"
 #include "agent/base/Version.h"
 #include "agent/config/ConfigFile.h"
-#include "agent/config/ConfigLint.h"
 #include "agent/config/ConfigWriter.h"
 #include "agent/process/Privileges.h"
 #include "agent/process/Sandbox.h"
@@ -232,21 +231,10 @@ std::vector<std::string> Daemon::claim(Settings const& settings) {
   return conflicts;
 }
 
-static std::vector<std::string> textsOf(std::string const& file, char const* kind,
-                                        std::vector<ConfigFinding> const& findings) {
-  std::vector<std::string> texts;
-  for (ConfigFinding const& finding : findings)
-    texts.push_back(fmt::format("{}: {}: {}", textOf(file, finding.at), kind, finding.text));
-  return texts;
-}
-
 /// Keeps the settings that only a restart applies.
 view::Reload Daemon::reload() {
   ConfigReading reading = readConfigFile(options_.file);
-  view::Reload result{.applied = reading.isSound(),
-                      .errors = textsOf(reading.file, "error", reading.errors),
-                      .warnings = textsOf(reading.file, "warning", lint(reading))};
-  if (result.applied) result.needsRestart = needRestart(agent_.settings(), reading.settings);
+  view::Reload result = reloadOf(reading, agent_.settings());
   if (result.applied) result.errors = claim(reading.settings);
   result.applied = result.errors.empty();
   std::string before = writeJson(agent_.settings()).dump();

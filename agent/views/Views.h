@@ -3,8 +3,10 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string_view>
 
+#include "agent/config/ConfigFile.h"
 #include "agent/views/Observed.h"
 #include "model/Lanet.h"
+#include "view/Answers.h"
 
 namespace pimbsr::agent {
 
@@ -16,5 +18,9 @@ namespace pimbsr::agent {
 /// RequestError for another name, with those that are valid.
 nlohmann::ordered_json show(Observed const& observed, std::string_view what, Lanet::IpAddr group = {},
                             Lanet::IpGenPrefix const& prefix = {});
+
+/// What a reload of a file does, as far as the file decides on it: applied unless it has errors, with what is
+/// unwise in it, and with the keys that differ from those in use and need a restart.
+view::Reload reloadOf(ConfigReading const& reading, Settings const& inUse);
 
 }  // namespace pimbsr::agent
