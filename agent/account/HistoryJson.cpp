@@ -137,20 +137,19 @@ static HistoryEntry entryOf(view::Event const& read) {
   return entry;
 }
 
-/// The entry's id; 0 in a line of an earlier version. Throws for what is none.
-static U64 idOf(Json const& json) {
+/// The entry's id; 0 in a line of an earlier version. Throws for one that is out of range.
+static U64 idOf(view::Event const& read) {
   constexpr U64 maxId = U64{1} << 53;
-  auto at = json.find("id");
-  U64 id = at == json.end() ? 0 : at->is_number_unsigned() ? at->get<U64>() : maxId + 1;
+  U64 id = read.id.value_or(0);
   return id <= maxId ? id : throw std::out_of_range("no id");
 }
 
 /// Damage costs the entry of its line alone.
 std::optional<HistoryEntry> readHistoryEntry(std::string_view line) {
   try {
-    Json json = Json::parse(line);
-    HistoryEntry entry = entryOf(view::readView<view::Event>(json));
-    entry.id = idOf(json);
+    auto read = view::readView<view::Event>(Json::parse(line));
+    HistoryEntry entry = entryOf(read);
+    entry.id = idOf(read);
     return entry;
   } catch (std::exception const&) {
     return std::nullopt;
@@ -160,9 +159,9 @@ std::optional<HistoryEntry> readHistoryEntry(std::string_view line) {
 // Files -------------------------------------------------------------------------------------------------
 
 std::string lineOf(HistoryEntry const& entry) {
-  Json json = jsonOf(entry);
-  json["id"] = entry.id;
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+  view::Event shown = viewOf(entry);
+  shown.id = entry.id;
+  return view::jsonOf(shown).dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
 std::string linesOf(HistoryStore const& store) {
