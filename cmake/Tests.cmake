@@ -124,7 +124,8 @@ endif()
 # JSON answers, held against the schemas that are installed.
 if(TARGET pimbsr-command)
   add_test(NAME schema COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/view/schema_test.py
-    ${zet_dir}/schema $<TARGET_FILE:pimbsr-command> $<TARGET_FILE:test-agent> ${PROJECT_SOURCE_DIR})
+    ${zet_dir}/schema $<TARGET_FILE:pimbsr-command> ${PROJECT_SOURCE_DIR} $<TARGET_FILE:test-agent>
+    $<TARGET_FILE:test-cli>)
   set_tests_properties(schema PROPERTIES LABELS script TIMEOUT 300)
 endif()
 

@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "agent/control/ControlSocket.h"
+#include "view/Answers.h"
 
 namespace pimbsr::agent {
 
@@ -88,13 +89,9 @@ class Conversation {
   Json result() {
     std::optional<std::string> line = next();
     if (!line) throw ClientError(fmt::format("pimbsr at {} ended the connection without an answer", path_));
-    Json answer = Json::parse(*line, nullptr, false);
-    if (answer.is_object() && answer.value("ok", Json()) == true && answer.contains("result")) {
-      return std::move(answer["result"]);
-    }
-    if (answer.is_object() && answer.value("error", Json()).is_string()) {
-      throw RequestError(answer["error"].get<std::string>());
-    }
+    view::Answer answer = answerOf(*line);
+    if (answer.ok && answer.result) return std::move(*answer.result);
+    if (answer.error) throw RequestError(*answer.error);
     throw ClientError(fmt::format("what answers at {} is no pimbsr", path_));
   }
 
@@ -117,6 +114,15 @@ class Conversation {
   }
 
  private:
+  /// The answer of a line; one with neither result nor error for anything else.
+  static view::Answer answerOf(std::string const& line) {
+    try {
+      return view::readView<view::Answer>(Json::parse(line));
+    } catch (std::exception const&) {
+      return {};
+    }
+  }
+
   void receive() {
     std::array<char, 65536> chunk;
     ssize_t count = recv(socket_.get(), chunk.data(), chunk.size(), 0);

@@ -10,6 +10,8 @@
 #include <set>
 
 #include "runtime/Exceptions.h"
+#include "view/Answers.h"
+#include "view/Json.h"
 
 namespace pimbsr::agent {
 
@@ -242,9 +244,12 @@ static std::string dumped(Json const& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string answerLine(Json const& result) { return R"({"ok":true,"result":)" + dumped(result) + "}\n"; }
+/// The result is not copied into a view first: an RP set takes some megabytes.
+std::string answerLine(Json const& result) { return std::string(granted) + dumped(result) + "}\n"; }
 
-std::string errorLine(std::string_view error) { return R"({"ok":false,"error":)" + dumped(error) + "}\n"; }
+std::string errorLine(std::string_view error) {
+  return dumped(jsonOf(view::Answer{.ok = false, .error = std::string(error)})) + "\n";
+}
 
 // Lines -----------------------------------------------------------------------------------------------------
 

@@ -45,8 +45,11 @@ std::span<std::string_view const> clearNames();
 /// missing, given twice, of another type or out of its range, and anything nested. The text is plain ASCII.
 Request parseRequest(std::string_view line);
 
-/// An answer as one line of JSON with its newline: {"ok":true,"result":...}, or {"ok":false,"error":"..."}.
-/// Bytes that are no UTF-8 are replaced.
+/// The begin of a line that grants a request; the result and one "}" follow. Who passes a result on need not
+/// parse the line.
+inline constexpr std::string_view granted = R"({"ok":true,"result":)";
+/// An answer as one line of JSON with its newline, a view::Answer: {"ok":true,"result":...}, or
+/// {"ok":false,"error":"..."}. Bytes that are no UTF-8 are replaced.
 std::string answerLine(nlohmann::ordered_json const& result);
 std::string errorLine(std::string_view error);
 

@@ -10,10 +10,11 @@
 #include "agent/control/ControlClient.h"
 #include "agent/control/ControlProtocol.h"
 #include "cli/show/ControlCommands.h"
+#include "view/Interfaces.h"
+#include "view/Zones.h"
 
 namespace pimbsr::cli {
 
-using Json = nlohmann::ordered_json;
 using Words = std::vector<std::string>;
 
 namespace {
@@ -47,12 +48,13 @@ Line lineOf(CLI::App const& app, std::span<std::string const> words) {
   return line;
 }
 
-/// A view of the running agent; null if it doesn't answer.
-Json viewOf(Line const& line, char const* what) {
-  Json view;
+/// A view of the running agent; empty if it doesn't answer, or is of a version with other views.
+template <class View>
+View viewOf(Line const& line, char const* what) {
+  View view;
   try {
     agent::tryInTurn(readingSockets(line.socket), [&](std::string const& path) {
-      view = agent::ask(path, {{"command", "show"}, {"what", what}});
+      view = view::readView<View>(agent::ask(path, {{"command", "show"}, {"what", what}}));
     });
   } catch (std::exception const&) {
     // no words of it
@@ -60,17 +62,19 @@ Json viewOf(Line const& line, char const* what) {
   return view;
 }
 
-/// A member of each object of a list in a view.
-Words namesIn(Json const& view, char const* list, char const* member) {
+Words zonesOf(Line const& line) {
   Words names;
-  if (!view.is_object() || !view.contains(list)) return names;
-  for (Json const& one : view[list]) {
-    if (one.is_object()) names.push_back(one.value(member, ""));
-  }
+  for (view::BsrZone const& zone : viewOf<view::Bsr>(line, "bsr").zones)
+    names.push_back(view::cellOf(zone.zone, ""));
   return names;
 }
 
-Words zonesOf(Line const& line) { return namesIn(viewOf(line, "bsr"), "zones", "zone"); }
+Words interfacesOf(Line const& line) {
+  Words names;
+  for (view::Interface const& one : viewOf<view::Interfaces>(line, "interfaces").interfaces)
+    names.push_back(one.interface);
+  return names;
+}
 
 template <class Names>
 Words wordsOf(Names const& names) {
@@ -81,8 +85,7 @@ Words subjectsOf(Line const& line) {
   std::string const& name = line.command->get_name();
   std::string const& what = line.positionals.front();
   if (name == "trace") return {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "off"};
-  if (name == "clear" && what == "neighbors")
-    return namesIn(viewOf(line, "interfaces"), "interfaces", "interface");
+  if (name == "clear" && what == "neighbors") return interfacesOf(line);
   if (name == "clear" && (what == "bsr" || what == "rp-set")) return zonesOf(line);
   if (name == "show" && what == "rp-set") return zonesOf(line);
   return {};

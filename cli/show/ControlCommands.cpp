@@ -14,7 +14,8 @@
 #include "agent/control/ControlProtocol.h"
 #include "cli/base/Color.h"
 #include "cli/show/ShowTables.h"
-#include "view/Answers.h"
+#include "view/All.h"
+#include "view/Json.h"
 
 namespace pimbsr::cli {
 
@@ -104,21 +105,47 @@ static void writeView(std::ostream& out, std::string const& what, Json const& vi
   }
 }
 
-/// All views that need no subject, for one who was not there; the version first.
+template <auto member>
+static void readPart(Json const& json, view::All& all) {
+  readJson(json, all.*member);
+}
+
+/// A view, and what reads its answer into the member of `show all`.
+struct PartOfAll {
+  char const* what;
+  void (*read)(Json const& json, view::All& all);
+};
+
+static constexpr PartOfAll partsOfAll[] = {{"bsr", readPart<&view::All::bsr>},
+                                           {"rp-set", readPart<&view::All::rpSet>},
+                                           {"candidates", readPart<&view::All::candidates>},
+                                           {"neighbors", readPart<&view::All::neighbors>},
+                                           {"interfaces", readPart<&view::All::interfaces>},
+                                           {"borders", readPart<&view::All::borders>},
+                                           {"filter", readPart<&view::All::filter>},
+                                           {"counters", readPart<&view::All::counters>},
+                                           {"drops", readPart<&view::All::drops>},
+                                           {"corrections", readPart<&view::All::corrections>},
+                                           {"history", readPart<&view::All::history>},
+                                           {"config", readPart<&view::All::config>},
+                                           {"control", readPart<&view::All::control>},
+                                           {"on-change", readPart<&view::All::onChange>}};
+
+/// All views that need no subject, for a support case; the version first.
 static void writeAll(ShowOptions const& options, std::ostream& out) {
-  Json all{{"version", askReading(options.socket, {{"command", "version"}})}};
-  for (std::string_view what : agent::viewNames()) {
-    if (what != "rp") all[std::string(what)] = askReading(options.socket, requestOf(std::string(what), ""));
+  view::All all;
+  readJson(askReading(options.socket, {{"command", "version"}}), all.version);
+  std::ostringstream tables;
+  for (PartOfAll const& part : partsOfAll) {
+    Json view = askReading(options.socket, requestOf(part.what, ""));
+    part.read(view, all);
+    tables << fmt::format("\n## pimbsr show {}\n\n", part.what);
+    writeShow(tables, part.what, view);
   }
   if (options.json) {
-    out << all.dump(2) << '\n';
-    return;
-  }
-  out << "pimbsr " << all["version"].value("version", "") << '\n';
-  for (auto const& [what, view] : all.items()) {
-    if (what == "version") continue;
-    out << fmt::format("\n## pimbsr show {}\n\n", what);
-    writeShow(out, what, view);
+    out << jsonOf(all).dump(2) << '\n';
+  } else {
+    out << "pimbsr " << all.version.version << '\n' << tables.str();
   }
 }
 

@@ -9,11 +9,11 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "agent/control/ControlProtocol.h"
 #include "agent/control/ControlSocket.h"
+#include "view/Answers.h"
 
 namespace pimbsr::cli {
-
-using Json = nlohmann::ordered_json;
 
 /// Of an answer; the RP sets of a large domain take some megabytes.
 static constexpr std::size_t maxLine = 64 * 1024 * 1024;
@@ -70,15 +70,17 @@ void AgentConnection::end(std::string const& why) {
 
 /// Takes the result out of an answer without parsing it; that of a large RP set would take long.
 static AgentAnswer answerOf(std::string const& line) {
-  static constexpr std::string_view before = R"({"ok":true,"result":)";
-  if (line.starts_with(before) && line.ends_with('}')) {
-    auto result = line.substr(before.size(), line.size() - before.size() - 1);
+  using agent::granted;
+  if (line.starts_with(granted) && line.ends_with('}')) {
+    auto result = line.substr(granted.size(), line.size() - granted.size() - 1);
     return {.result = std::make_shared<std::string const>(std::move(result))};
   }
-  Json answer = Json::parse(line, nullptr, false);
-  if (answer.is_object() && answer.value("error", Json()).is_string())
-    return {.error = answer["error"].get<std::string>(), .isRejected = true};
-  return {.error = "what answers is no pimbsr"};
+  try {
+    auto answer = view::readView<view::Answer>(view::Json::parse(line));
+    return {.error = answer.error.value(), .isRejected = true};
+  } catch (std::exception const&) {
+    return {.error = "what answers is no pimbsr"};
+  }
 }
 
 void AgentClient::ask(std::string const& request, Done done) {

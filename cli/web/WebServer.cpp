@@ -10,8 +10,10 @@
 #include "agent/base/Version.h"
 #include "cli/page/Page.h"
 #include "cli/web/MetricsText.h"
+#include "view/Answers.h"
 #include "view/Json.h"
 #include "view/View.h"
+#include "view/Web.h"
 
 namespace pimbsr::cli {
 
@@ -20,6 +22,11 @@ using Json = nlohmann::ordered_json;
 static constexpr char const* metricsRequest = R"({"command":"metrics"})";
 static constexpr char const* jsonType = "application/json";
 static constexpr char const* metricsType = "text/plain; version=0.0.4; charset=utf-8";
+
+/// As text; bytes that are no UTF-8, from a command line or an agent, are replaced.
+static std::string dumped(Json const& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
 static std::string requestOf(std::string const& what, std::string const& group = "") {
   Json request = {{"command", "show"}, {"what", what}};
@@ -32,7 +39,7 @@ static HttpResponse made(std::string type, std::string body, unsigned status = 2
 }
 
 static HttpResponse jsonError(unsigned status, std::string const& error) {
-  return made(jsonType, Json{{"error", error}}.dump(-1, ' ', false, Json::error_handler_t::replace), status);
+  return made(jsonType, dumped(jsonOf(view::WebError{.error = error})), status);
 }
 
 WebServer::WebServer(agent::Loop& loop, int socket, WebSettings settings, HttpLimits const& limits)
@@ -105,9 +112,11 @@ void WebServer::routeApi(Exchange const& exchange, std::string const& path) {
 /// The text in the result of a request for metrics; nothing if there is none.
 static std::optional<std::string> textOf(AgentAnswer const& answer) {
   if (!answer.result) return std::nullopt;
-  Json result = Json::parse(*answer.result, nullptr, false);
-  Json text = result.is_object() ? result.value("text", Json()) : Json();
-  return text.is_string() ? std::optional(text.get<std::string>()) : std::nullopt;
+  try {
+    return view::readView<view::Metrics>(Json::parse(*answer.result)).text;
+  } catch (std::exception const&) {
+    return std::nullopt;
+  }
 }
 
 void WebServer::serveMetrics(Exchange const& exchange) {
@@ -132,12 +141,10 @@ void WebServer::serveMetricsOf(Exchange const& exchange, std::string const& name
 // Views -----------------------------------------------------------------------------------------------
 
 void WebServer::serveAgents(Exchange const& exchange) const {
-  Json agents = Json::array();
-  for (Upstream const& upstream : upstreams_) agents.push_back(upstream.client->name());
-  Json views = Json::array();
-  for (std::string_view view : agent::viewNames()) views.push_back(view);
-  Json answer = {{"version", agent::version}, {"agents", std::move(agents)}, {"views", std::move(views)}};
-  exchange->respond(made(jsonType, answer.dump()));
+  view::WebIndex index{.version = agent::version};
+  for (Upstream const& upstream : upstreams_) index.agents.push_back(upstream.client->name());
+  for (std::string_view view : agent::viewNames()) index.views.emplace_back(view);
+  exchange->respond(made(jsonType, dumped(jsonOf(index))));
 }
 
 void WebServer::serveView(Exchange const& exchange, std::string const& name, std::string const& what) {
@@ -203,32 +210,31 @@ void WebServer::serveComparison(Exchange const& exchange) {
       if (!state.error.empty()) state = {.name = state.name, .error = state.error};
       states.push_back(std::move(state));
     }
-    Json compared = jsonOf(view::compare(states));
-    exchange->respond(made(jsonType, compared.dump(-1, ' ', false, Json::error_handler_t::replace)));
+    exchange->respond(made(jsonType, dumped(jsonOf(view::compare(states)))));
   });
 }
 
 // Changes ---------------------------------------------------------------------------------------------
 
-static std::string eventText(char const* name, Json const& data) {
-  return fmt::format("event: {}\ndata: {}\n\n", name,
-                     data.dump(-1, ' ', false, Json::error_handler_t::replace));
+static std::string eventText(char const* name, std::string const& data) {
+  return fmt::format("event: {}\ndata: {}\n\n", name, data);
 }
 
 void WebServer::serveStream(Exchange const& exchange) {
-  Json agents = Json::array();
+  view::WebAgents all;
   for (Upstream const& upstream : upstreams_)
-    agents.push_back({{"agent", upstream.client->name()}, {"up", upstream.watch->isUp()}});
-  exchange->beginStream("retry: 2000\n" + eventText("agents", {{"agents", std::move(agents)}}));
+    all.agents.push_back({.agent = upstream.client->name(), .up = upstream.watch->isUp()});
+  exchange->beginStream("retry: 2000\n" + eventText("agents", dumped(jsonOf(all))));
 }
 
 void WebServer::onAgent(std::string const& name, bool isUp) {
-  http_.publish(eventText("agent", {{"agent", name}, {"up", isUp}}));
+  http_.publish(eventText("agent", dumped(jsonOf(view::WebAgent{.agent = name, .up = isUp}))));
 }
 
-/// The change is a line of JSON, and stays as it is.
+/// A view::WebChange. The change is passed on as the agent wrote it, with members of later versions too.
 void WebServer::onChange(std::string const& name, std::string const& change) {
-  http_.publish(fmt::format("event: change\ndata: {{\"agent\":\"{}\",\"change\":{}}}\n\n", name, change));
+  std::string data = fmt::format("{{\"agent\":{},\"change\":{}}}", dumped(name), change);
+  http_.publish(eventText("change", data));
 }
 
 }  // namespace pimbsr::cli

@@ -5,9 +5,12 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "tests/support/Answers.h"
+
 namespace pimbsr::agent {
 namespace {
 
+using Json = nlohmann::ordered_json;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -147,6 +150,8 @@ TEST(ControlProtocolTest, ErrorQuotesARequestShortAndInAscii) {
 }
 
 TEST(ControlProtocolTest, AnswersAreOneLineOfJson) {
+  for (std::string const& line : {answerLine(Json::object()), errorLine("no")})
+    test::keepAnswer("control-answer", Json::parse(line));
   EXPECT_EQ(answerLine({{"b", 1}, {"a", "x\ny"}}), "{\"ok\":true,\"result\":{\"b\":1,\"a\":\"x\\ny\"}}\n");
   EXPECT_EQ(errorLine("no \"such\" thing"), "{\"ok\":false,\"error\":\"no \\\"such\\\" thing\"}\n");
   EXPECT_EQ(errorLine("\xff"), "{\"ok\":false,\"error\":\"\xef\xbf\xbd\"}\n");

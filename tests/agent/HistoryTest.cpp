@@ -6,8 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include "agent/account/HistoryJson.h"
-#include "tests/agent/Answers.h"
 #include "tests/agent/ObservedRouter.h"
+#include "tests/support/Answers.h"
 
 namespace test {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "agent/base/Version.h"
 #include "host/Corrections.h"
-#include "tests/agent/Answers.h"
 #include "tests/agent/ObservedRouter.h"
+#include "tests/support/Answers.h"
 
 namespace test {
 namespace {

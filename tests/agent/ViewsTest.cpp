@@ -7,8 +7,9 @@
 #include "agent/account/HistoryJson.h"
 #include "agent/base/RequestError.h"
 #include "agent/control/ControlProtocol.h"
-#include "tests/agent/Answers.h"
 #include "tests/agent/ObservedRouter.h"
+#include "tests/support/Answers.h"
+#include "view/Json.h"
 
 namespace test {
 namespace {
@@ -53,6 +54,23 @@ TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreErrors) {
         "there is no view \"bsrs\"; valid are bsr, rp-set, candidates, rp, neighbors, interfaces, borders, "
         "filter, counters, drops, corrections, history, config, control, on-change");
   }
+}
+
+TEST_F(ViewsTest, ReloadOfAFileWithAnErrorAppliesNothing) {
+  auto reload = [](char const* text) {
+    namespace agent = pimbsr::agent;
+    agent::Settings inUse;
+    Json answer = jsonOf(agent::reloadOf(agent::readConfig(text, "f"), inUse));
+    keepAnswer("reload", answer);
+    return answer;
+  };
+  expect(reload("[checks]\non-subnet = 1"), R"({"applied": false,
+    "errors": ["f:2:13: error: checks.on-subnet: 1; true or false is valid"], "warnings": [],
+    "needsRestart": []})");
+  expect(reload("[state]\ndirectory = '/var/lib/x'\n[checks]\non-subnet = false"), R"({"applied": true,
+    "errors": [],
+    "warnings": ["f:4:13: warning: checks.on-subnet: off"],
+    "needsRestart": ["state.directory"]})");
 }
 
 // Zones -----------------------------------------------------------------------------------------------
@@ -192,7 +210,7 @@ TEST_F(ViewsTest, RpSetIsRestrictedToAZoneOrToRangesThatOverlap) {
   EXPECT_EQ(ranges("238.0.0.0/8"), "224.0.0.0/4: 224.0.0.0/4;");
 }
 
-// Which RP serves a group -----------------------------------------------------------------------------
+// The RP of a group -----------------------------------------------------------------------------------
 
 TEST_F(ViewsTest, ChoiceOfAnRpIsExplained) {
   learn();

@@ -3,11 +3,15 @@
 #include <gmock/gmock.h>
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "agent/control/ControlProtocol.h"
 #include "cli/show/ControlOptions.h"
 #include "tests/support/FakeAgent.h"
+#include "view/Interfaces.h"
+#include "view/Json.h"
+#include "view/Zones.h"
 
 namespace pimbsr::cli {
 namespace {
@@ -54,9 +58,16 @@ TEST(CompleteTest, OptionsAreCompletedAndTheirValuesAreLeftToTheShell) {
 }
 
 TEST(CompleteTest, ZonesAndInterfacesAreThoseOfTheRunningAgent) {
-  FakeAgent agent(agent::answerLine(Json::parse(
-      R"({"zones": [{"zone": "239.1.0.0/16"}, {"zone": "224.0.0.0/4"}],
-          "interfaces": [{"interface": "eth0"}, {"interface": "eth1"}]})")));
+  view::Bsr bsr;
+  for (char const* zone : {"239.1.0.0/16", "224.0.0.0/4"})
+    bsr.zones.emplace_back().zone = Lanet::IpGenPrefix::parse(zone);
+  view::Interfaces interfaces;
+  for (char const* name : {"eth0", "eth1"}) interfaces.interfaces.emplace_back().interface = name;
+  FakeAgent agent(
+      [answers = std::map<std::string, Json>{{"bsr", jsonOf(bsr)}, {"interfaces", jsonOf(interfaces)}}](
+          std::string const& request) {
+        return agent::answerLine(answers.at(agent::parseRequest(request).what));
+      });
   auto at = [&](Words words) {
     words.insert(words.begin() + 1, {"--socket", agent.path()});
     return completed(words);

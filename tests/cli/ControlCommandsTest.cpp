@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <CLI/CLI.hpp>
+#include <cctype>
 #include <cstdlib>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 
 #include "agent/config/Settings.h"
@@ -12,7 +15,10 @@
 #include "cli/show/ControlOptions.h"
 #include "cli/show/ShowTables.h"
 #include "tests/cli/CliSupport.h"
+#include "tests/support/Answers.h"
 #include "tests/support/FakeAgent.h"
+#include "view/All.h"
+#include "view/Json.h"
 
 namespace pimbsr::cli {
 namespace {
@@ -213,14 +219,26 @@ class ShortBuffer : public std::streambuf {
 };
 
 TEST(ControlCommandsTest, AllHasEachViewThatNeedsNothingMore) {
-  FakeAgent agent(answerLine({{"version", "1.2.3"}}));
+  view::All given{.version = {.version = "1.2.3"}, .config = {.settings = Json::object()}};
+  std::map<std::string, Json> answers;
+  for (auto const& [member, view] : jsonOf(given).items()) {
+    std::string what;  // the member with hyphens
+    for (char c : member) what += std::isupper(c) == 0 ? std::string(1, c) : std::string("-") + char(c + 32);
+    answers[what] = view;
+  }
+  FakeAgent agent([&](std::string const& line) {
+    agent::Request request = agent::parseRequest(line);
+    return answerLine(answers.at(request.command == agent::Command::version ? "version" : request.what));
+  });
   RunResult run = runAt(agent, "show all --json");
   EXPECT_EQ(run.code, exitOk) << run.err;
-  Json all = Json::parse(run.out);
-  EXPECT_EQ(all["version"]["version"], "1.2.3");
+  EXPECT_EQ(Json::parse(run.out), jsonOf(given));
+  test::keepAnswer("show-all", Json::parse(run.out));
+  test::keepAnswer("version", Json::parse(run.out)["version"]);
+  std::set<std::string> const needMore = {"rp", "tree"};
   for (std::string_view what : agent::viewNames())
-    EXPECT_EQ(all.contains(std::string(what)), what != "rp") << what;
-  EXPECT_EQ(agent.requests().size(), all.size());
+    EXPECT_EQ(answers.contains(std::string(what)), !needMore.contains(std::string(what))) << what;
+  EXPECT_EQ(agent.requests().size(), answers.size());
 }
 
 TEST(ControlCommandsTest, AViewIsRepeatedUntilTheOutputEnds) {

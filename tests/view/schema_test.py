@@ -1,20 +1,24 @@
 """Holds JSON answers against the JSON Schemas that are installed, and lets them have no other members.
 
-Usage: schema_test.py SCHEMAS PIMBSR TEST_AGENT ROOT: the folder of the schemas, the built command, the built
-tests of the agent, which keep the answers that they compare, and the source tree. Prints what is wrong and
-fails if there is something. Every schema needs an answer, but for those in ELSEWHERE."""
+Usage: schema_test.py SCHEMAS PIMBSR ROOT TEST...: the folder of the schemas, the built command, the source
+tree, and built tests, which keep the answers that they compare. Prints what is wrong and fails if there is
+something. Every schema needs an answer."""
 
+import http.client
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
+import time
 
 import jsonschema
 
-# Answers of the process itself, each with the test that holds it.
-ELSEWHERE = {"reload": "lab-watch", "metrics": "lab-watch", "version": "lab-watch", "compare": "lab-compare"}
+# The tests that keep answers (tests/support/Answers.h).
+KEEPING = ("ViewsTest.*:HistoryTest.*:MetricsTest.*:ModelViewsTest.*:ControlProtocolTest.*:"
+           "ControlCommandsTest.*")
 
 
 def strict(schema):
@@ -38,10 +42,10 @@ def validators(folder):
     return found
 
 
-def answers_of_agent(test_agent):
-    """(schema, answer) of each view that the tests of the agent compare."""
+def answers_of_tests(test):
+    """(schema, answer) of each answer that tests compare."""
     with tempfile.TemporaryDirectory() as folder:
-        command = [test_agent, "--gtest_filter=ViewsTest.*:HistoryTest.*", "--gtest_brief=1"]
+        command = [test, f"--gtest_filter={KEEPING}", "--gtest_brief=1"]
         subprocess.run(command, check=True, capture_output=True, env={**os.environ, "PIMBSR_ANSWERS": folder})
         for path in sorted(pathlib.Path(folder).iterdir()):
             for line in path.read_text().splitlines():
@@ -68,13 +72,64 @@ def answers_of_command(pimbsr, root):
         yield from (("replay-event", event) for event in answer["timeline"])
 
 
-def errors(schemas, pimbsr, test_agent, root):
+def answers_of_web(pimbsr, root, change):
+    """(schema, answer) of a server over one agent, to which a change occurs."""
+    sys.path.insert(0, str(root / "tests/web"))
+    agents = __import__("agents")
+    with tempfile.TemporaryDirectory() as folder:
+        # A name with a quote, so that JSON has to escape it.
+        agent = agents.FakeAgent(f'{folder}/a"b.sock')
+        agent.answers["drops"] = {"drops": [], "lastMessages": []}
+        server = subprocess.Popen([pimbsr, "web", "--listen", "127.0.0.1:0", "--agent", agent.path],
+                                  stdout=subprocess.PIPE, text=True)
+        try:
+            port = int(re.search(r":(\d+)/", server.stdout.readline())[1])
+            for schema, path in (("web", "/api"), ("web-error", "/api/none/bsr"),
+                                 ("compare", "/api/compare")):
+                connection = http.client.HTTPConnection("localhost", port, timeout=20)
+                connection.request("GET", path)
+                yield schema, json.loads(connection.getresponse().read())
+            yield from events(port, agent, change)
+        finally:
+            server.terminate()
+            server.communicate()
+            agent.stop()
+
+
+def events(port, agent, change):
+    """(schema, event) of a stream until it has the change."""
+    connection = http.client.HTTPConnection("localhost", port, timeout=20)
+    connection.request("GET", "/events")
+    lines, name = connection.getresponse(), ""
+    while name != "change":
+        word, _, text = lines.readline().decode().rstrip("\n").partition(": ")
+        name = text if word == "event" else name
+        if word == "data":
+            event = json.loads(text)
+            yield f"web-event-{name}", event
+            if name == "agent" and event["up"]:
+                publish(agent, change)
+
+
+def publish(agent, change):
+    """Publishes a change once the agent has noted its watcher."""
+    for _ in range(1000):
+        if agent.watchers:
+            return agent.publish(change)
+        time.sleep(0.01)
+    raise AssertionError("nothing watches the agent")
+
+
+def errors(schemas, pimbsr, root, *tests):
     known, seen = validators(schemas), {}
-    for name, answer in [*answers_of_agent(test_agent), *answers_of_command(pimbsr, root)]:
+    answers = [pair for test in tests for pair in answers_of_tests(test)]
+    change = next(answer for name, answer in answers if name == "watch")
+    answers += [*answers_of_command(pimbsr, root), *answers_of_web(pimbsr, root, change)]
+    for name, answer in answers:
         seen[name] = seen.get(name, 0) + 1
         for error in known[name].iter_errors(answer):
             yield f"{name}: {error.json_path}: {error.message}"
-    for name in sorted(known.keys() - seen.keys() - ELSEWHERE.keys()):
+    for name in sorted(known.keys() - seen.keys()):
         yield f"{name}: no answer was held against it"
     print(", ".join(f"{name}: {count}" for name, count in sorted(seen.items())))
 
