@@ -70,6 +70,10 @@ OUTER_HEADER = re.compile(
     r"|(pcap|unistd|fcntl|uv|cap-ng|seccomp|microhttpd)\.h$"
     r"|(fstream|filesystem|thread|mutex)$")
 
+# A member of a JSON document is read by its name in a declared view (view/*.zet), and not by a text.
+BY_TEXT = re.compile(r'\.(at|value)\("')
+BY_TEXT_ALLOWED = {"agent/EventLog.cpp": "reads JSON Patches, whose members RFC 6902 names"}
+
 # The tree must explain itself to one who has it alone. Pieced together, so that this file does not hold them.
 FORBIDDEN = [
     (r"\b(TO" r"DO|FIX" r"ME|XX" r"X)\b", 0, "unfinished work"),
@@ -190,6 +194,13 @@ def check_lengths(path, text):
             yield first, f"function of {last - first + 1} lines, at most {most}"
 
 
+def check_members(path, text):
+    if not path.startswith(("agent/", "cli/")) or not path.endswith(CPP) or path in BY_TEXT_ALLOWED:
+        return
+    for match in BY_TEXT.finditer(text):
+        yield line_of(text, match.start()), "a member is read by a text: read the view that declares it"
+
+
 def check_folders(paths):
     """Folders of agent/ and cli/ with more sources than a reader can overlook."""
     counts = collections.Counter(path.rpartition("/")[0] for path in paths
@@ -217,7 +228,7 @@ def errors(root):
         text = texts[path] = data.decode("utf-8", errors="replace")
         if (text.startswith("#!") or path.startswith(CODE_FOLDERS)) and not os.access(root / path, os.X_OK):
             found.append(f"{path}:1: script that is not executable")
-        for check in (check_includes, check_lengths, check_words, words.check):
+        for check in (check_includes, check_lengths, check_members, check_words, words.check):
             found += [f"{path}:{line}: {error}" for line, error in check(path, text)]
     found += check_folders(texts)
     return found + [f"{path}:{line}: {error}" for path, line, error in graph.check(texts, module_of)]

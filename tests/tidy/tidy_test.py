@@ -160,6 +160,15 @@ class TidyTest(unittest.TestCase):
             self.assertEqual([f"{folder}/: 21 sources, at most 20; split it by what its files are for"],
                              list(tidy.check_folders(paths(folder, 21, ".cpp"))))
 
+    def test_a_member_that_is_read_by_a_text_is_found(self):
+        for line in ['json.at("zone")', 'view.value("text", "")']:
+            for path in ["cli/show/A.cpp", "agent/A.h"]:
+                self.assert_error(path, f"\nauto a = {line};\n",
+                                  "2: a member is read by a text: read the view that declares it")
+            for path in ["host/A.cpp", "agent/EventLog.cpp", "tests/cli/ATest.cpp"]:
+                self.assert_tidy(path, f"auto a = {line};\n")
+        self.assert_tidy("cli/A.cpp", "auto a = places.at(name); b.value(); c.at(0);\n")
+
     def test_a_long_line_is_found(self):
         for path in ["model/A.h", "model/A.zet", "a.py", "cmake/A.cmake", "CMakeLists.txt"]:
             self.assert_tidy(path, "#" + "ä" * 109 + "\n")
