@@ -86,7 +86,7 @@ TEST_F(MetricsTest, EveryMetricHasHelpTypeAndPrefix) {
       EXPECT_TRUE(line.starts_with(name)) << line;
     }
   }
-  EXPECT_EQ(metrics, 28);
+  EXPECT_EQ(metrics, 29);
 }
 
 TEST_F(MetricsTest, ElectionsAndChurnAreCountedByZone) {

@@ -73,7 +73,7 @@ class BsmPolicyTest : public testing::TestWithParam<bool> {
 };
 
 INSTANTIATE_TEST_SUITE_P(WithAndWithoutCorrections, BsmPolicyTest, testing::Bool(),
-                         [](auto const& info) { return info.param ? "Corrected" : "Plain"; });
+                         [](auto const& tested) { return tested.param ? "Corrected" : "Plain"; });
 
 Bsm from(std::string const& bsr) { return {.bsr = bsr, .groups = {{zone, {{"10.1.0.1"}}, scopedFlag}}}; }
 

@@ -91,7 +91,7 @@ class ClearingTest : public testing::TestWithParam<bool> {
 };
 
 INSTANTIATE_TEST_SUITE_P(WithAndWithoutCorrections, ClearingTest, testing::Bool(),
-                         [](auto const& info) { return info.param ? "Corrected" : "Plain"; });
+                         [](auto const& tested) { return tested.param ? "Corrected" : "Plain"; });
 
 Bsm ofZone(std::string const& zone, U16 tag = 1) {
   bool isGlobal = zone == "224.0.0.0/4";

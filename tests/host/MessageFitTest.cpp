@@ -128,7 +128,8 @@ TEST_F(MessageFitTest, InEveryOrderOfFragmentsWithTheBadRecordInEachTheOthersAre
         for (U32 i = 0; i < 4; ++i) {
           EXPECT_THAT(read(), IsEmpty());
           EXPECT_EQ(take(withAddress(fragments[order[i]], replaced)).reason, "");
-          if (i == 1) EXPECT_EQ(take(withAddress(fragments[order[i]], replaced)).reason, "") << "sent twice";
+          if (i != 1) continue;
+          EXPECT_EQ(take(withAddress(fragments[order[i]], replaced)).reason, "") << "sent twice";
         }
         ASSERT_EQ(read().size(), 7u) << testing::PrintToString(order) << bad << address;
         EXPECT_THAT(read("239.2.3.0/24"), ElementsAre("203.0.113.50")) << "other ranges come through";

@@ -289,6 +289,11 @@ class LastRules final : public Bsr::StoreRules {
  public:
   bool takesWithdrawalsLast() const override { return true; }
   void handleWithdrawnLast() override { ++acts; }
+  void handleElection(Lanet::IpGenPrefix const&) override {}
+  bool keeps(Lanet::IpGenPrefix const&) const override { return false; }
+  bool keeps(Lanet::IpGenPrefix const&, Lanet::IpGenAddr const&) const override { return false; }
+  void handleMirrored(Lanet::IpGenPrefix const&, Lanet::IpGenAddr const&) override {}
+  void handleOriginated(Lanet::IpGenPrefix const&, Routing::Pim::Packet::BootstrapMessage const&) override {}
   int acts = 0;
 };
 
