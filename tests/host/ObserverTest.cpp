@@ -38,8 +38,8 @@ std::string show(RpView const& rp) {
 class Listener final : public ChangeSink {
  public:
   void onChange(Change const& change) override {
-    static constexpr char const* names[] = {"elected", "changed", "lost",    "added",
-                                            "updated", "removed", "expired", "forgotten"};
+    static constexpr char const* names[] = {"elected", "changed", "lost",    "added",    "updated",
+                                            "kept",    "removed", "expired", "forgotten"};
     std::ostringstream out;
     out << names[static_cast<int>(change.kind)] << ' ' << change.zone;
     if (!change.bsr.address.isEmpty()) out << ": " << show(change.bsr);
