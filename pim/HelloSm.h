@@ -6,6 +6,7 @@
 
 #include "model/CorrectionSwitch.h"
 #include "model/Pim.h"
+#include "pim/HelloOptions.h"
 #include "pim/NeighborTable.h"
 #include "pim/Port.h"
 #include "pim/Timer.h"
@@ -13,26 +14,13 @@
 
 namespace pimbsr::pim {
 
-/// Timers and DR priority of an interface's Hellos (RFC 7761 section 4.11).
-struct HelloOptions {
-  double period = 30.0;         ///< seconds between two Hellos
-  double triggeredDelay = 5.0;  ///< seconds within which a new neighbor gets a triggered Hello
-  U16 holdtime = 105;           ///< seconds for which neighbors are to keep this router; 0xffff for ever
-  U32 drPriority = 1;           ///< higher wins the election of the Designated Router
-  /// Another program sends the Hellos, from the same address. Neighbors are learned all the same, and a new
-  /// one gets the RP set as if a Hello had been sent.
-  bool silent = false;
-
-  bool operator==(HelloOptions const&) const = default;
-};
-
 /// PIM Hello on one interface (RFC 7761 sections 4.3.1 and 4.3.2), as far as a Bootstrap Router needs it.
 ///
 /// It keeps the neighbors of an Intf, each until its holdtime expires, and its flags of the Designated
 /// Router. Its Hello timer is drawn from the triggered delay at the start and is `period` from then on. A new
 /// neighbor, or one with a new Generation ID, which has restarted, triggers a Hello; once that is sent,
 /// triggeredHelloCount rises, which sends the RP set to the neighbor.
-class PIMBSR_API HelloSm {
+class PIMBSR_INTERNAL HelloSm {
  public:
   /// Speaks on the interface of `neighbors`. The port outlives this object. The first Hello leaves within the
   /// triggered delay.
