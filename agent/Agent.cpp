@@ -9,7 +9,6 @@
 #include "agent/EventLog.h"
 #include "agent/base/Log.h"
 #include "agent/base/TraceLevel.h"
-#include "host/HoldOver.h"
 #include "host/PreferredRps.h"
 #include "runtime/Log.h"
 
@@ -43,8 +42,7 @@ Agent::Agent(Clock const& clock, Platform& platform, Traffic& traffic, AgentList
                               .accessLists = tree_.accessLists(),
                               .ownDrops = this};
   router_ = std::make_unique<host::Router>(context_, platform_, options);
-  observer_ =
-      std::make_unique<host::Observer>(router_->status(), router_->root(), history_, &router_->holdOver());
+  observer_ = std::make_unique<host::Observer>(*router_, history_);
   neighbors_ = std::make_unique<NeighborWatch>(router_->pimStatus());
 }
 
@@ -273,7 +271,7 @@ bool Agent::hasProblem() const {
 
 void Agent::takeDown(std::string const& name, Applied& applied, bool sendsGoodbye) {
   IntfId intfId(name.c_str());
-  if (pim::HelloSm* hello = router_->hello(intfId); hello && sendsGoodbye) hello->sendGoodbye();
+  if (sendsGoodbye) router_->sendGoodbye(intfId);
   router_->interfaceDel(intfId);
   platform_.close(name);
   applied.speaksPim = false;

@@ -370,7 +370,7 @@ class Play {
   }
 
   /// Timers, of which each RP has one, and ranges, which may hold no RP: a measure that costs no walk.
-  U64 kept() const { return router_.timerWheel()->armed() + router_.rpCandidateStatus()->crpSetCount(); }
+  U64 kept() const { return router_.armedTimers() + router_.rpCandidateStatus()->crpSetCount(); }
 
   Role const role_;
   Context context_;

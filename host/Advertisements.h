@@ -16,7 +16,7 @@ namespace pimbsr::host {
 ///
 /// An advertisement of a machine is cut to what its message may hold, and the machine's other ranges of the
 /// zone follow in messages of their own, whether it advertises or withdraws.
-class PIMBSR_API Advertisements : public Routing::Pim::Bsr::PimCrpMsgStatus::Notifiee {
+class PIMBSR_INTERNAL Advertisements : public Routing::Pim::Bsr::PimCrpMsgStatus::Notifiee {
  public:
   /// To be made after the gate, which sends a message before what follows it. All are used until it is
   /// stopped.

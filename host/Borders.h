@@ -9,7 +9,7 @@ namespace pimbsr::host {
 
 /// Which zones end at which interfaces: a border closes the zones within its own too (RFC 5059 section
 /// 3.1.3), where that correction is on.
-class PIMBSR_API Borders {
+class PIMBSR_INTERNAL Borders {
  public:
   /// Both are read for as long as this object is.
   Borders(Zet::Ptr<Routing::Pim::Bsr::Status const> const& status, CorrectionSwitch const& covering)

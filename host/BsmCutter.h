@@ -18,16 +18,16 @@ inline constexpr U32 bsmRpSize = 10;
 inline constexpr U32 ipHeaderSize = 20;
 
 /// Bytes that a message takes once it is encoded, without the IP header.
-PIMBSR_API U32 encodedSize(Routing::Pim::Packet::BootstrapMessage const& message);
+PIMBSR_INTERNAL U32 encodedSize(Routing::Pim::Packet::BootstrapMessage const& message);
 
 /// Cuts a message that is too large into fragments of at most so many bytes each (RFC 5059 section 4.1.1):
 /// between ranges, and within a range where it fits into no fragment. The fragments of a scoped zone begin
 /// with the zone each. Takes at least 68 bytes for what is possible; no RP is left out.
-PIMBSR_API std::vector<Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>> cut(
+PIMBSR_INTERNAL std::vector<Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>> cut(
     Routing::Pim::Packet::BootstrapMessage const& message, U32 maxSize);
 
 /// A copy of a message without its groups.
-PIMBSR_API Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> headerOf(
+PIMBSR_INTERNAL Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> headerOf(
     Routing::Pim::Packet::BootstrapMessage const& message);
 
 }  // namespace pimbsr::host

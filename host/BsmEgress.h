@@ -14,7 +14,7 @@
 namespace pimbsr::host {
 
 /// Corrects the Bootstrap Messages that leave, and keeps those back that are not to leave.
-class PIMBSR_API BsmEgress final : public pim::BsmRewriter {
+class PIMBSR_INTERNAL BsmEgress final : public pim::BsmRewriter {
  public:
   /// All are used for as long as this object is.
   BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,

@@ -13,7 +13,7 @@
 namespace pimbsr::host {
 
 /// Corrects what goes into the gates.
-class PIMBSR_API BsmIngress {
+class PIMBSR_INTERNAL BsmIngress {
  public:
   /// All are used for as long as this object is.
   BsmIngress(Routing::Pim::Bsr::PimBsrSm const& root, Routing::Pim::Bsr::BootstrapMessageSm& gate,

@@ -13,7 +13,7 @@ namespace pimbsr::host {
 /// Keeps all fragments of the message that a zone's machine keeps for new neighbors: the machine keeps the
 /// last one alone. Fragments of one message have one tag and come within BS_Min_Interval, the least time
 /// between two messages of a BSR (RFC 5059 section 5).
-class PIMBSR_API BsmPieces {
+class PIMBSR_INTERNAL BsmPieces {
  public:
   using Message = Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>;
 

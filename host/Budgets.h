@@ -20,7 +20,7 @@ enum class SenderClass : U8 {
 };
 
 /// The buckets of the neighbors of one interface, which follow its status, whoever writes that.
-class PIMBSR_API NeighborBuckets : public Routing::Pim::Intf::NotifieeConst {
+class PIMBSR_INTERNAL NeighborBuckets : public Routing::Pim::Intf::NotifieeConst {
  public:
   explicit NeighborBuckets(Zet::Ptr<Routing::Pim::Intf const> const& intf) { notifierIs(intf); }
 
@@ -35,7 +35,7 @@ class PIMBSR_API NeighborBuckets : public Routing::Pim::Intf::NotifieeConst {
 ///
 /// A packet is charged once its IP header is read and before anything else of it is. Each charge costs
 /// O(log n) of the interfaces, neighbors and senders known.
-class PIMBSR_API Budgets {
+class PIMBSR_INTERNAL Budgets {
  public:
   /// Both are used for as long as this object is.
   Budgets(pim::NeighborTable const& neighbors, IngressSettings const& settings)

@@ -12,7 +12,7 @@ namespace pimbsr::host {
 
 /// Forgets what was learned of zones, on an operator's command: afterwards nothing of it is used, announced
 /// to a new neighbor, or joined with what is received next.
-class PIMBSR_API Clearing {
+class PIMBSR_INTERNAL Clearing {
  public:
   /// All are used for as long as this object is.
   Clearing(Routing::Pim::Bsr::PimBsrSm& root, Correctors& correctors, LastMessages& lastMessages,

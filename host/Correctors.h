@@ -18,7 +18,7 @@
 namespace pimbsr::host {
 
 /// All corrections of one router, around its machines.
-class PIMBSR_API Correctors {
+class PIMBSR_INTERNAL Correctors {
  public:
   /// What the machines are made of, which is used until the end of this object.
   struct Machines {
@@ -77,6 +77,6 @@ class PIMBSR_API Correctors {
 
 /// Has the RPs of a kept status tree age: their timers are armed, and what PIM reads is written from them.
 /// To be called once the machines run.
-PIMBSR_API void resumeKept(Routing::Pim::Bsr::Status const& status, CorrectionSwitch& correction);
+PIMBSR_INTERNAL void resumeKept(Routing::Pim::Bsr::Status const& status, CorrectionSwitch& correction);
 
 }  // namespace pimbsr::host

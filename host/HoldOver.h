@@ -23,7 +23,7 @@ using Zet::U64;
 /// What is removed by its BSR, an operator or a border is not kept. Kept RPs are few: they count in the bound
 /// of RPs, and make room for RPs of the new BSR. Each change of one costs O(log n) of the kept RPs and a look
 /// into each zone.
-class PIMBSR_API HoldOver final : public KeptRps {
+class PIMBSR_INTERNAL HoldOver final : public KeptRps {
  public:
   using Message = Routing::Pim::Packet::BootstrapMessage;
 

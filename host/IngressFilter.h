@@ -20,7 +20,7 @@ struct Arrival {
 
 /// Drops what a router on a real network must not accept or can't afford, as far as its settings say. The
 /// checks are made in the order in which they are declared here, as soon as a packet is read far enough.
-class PIMBSR_API IngressFilter {
+class PIMBSR_INTERNAL IngressFilter {
  public:
   /// The machines, the neighbors and the port are used for as long as this object is. The settings bound the
   /// neighbors.

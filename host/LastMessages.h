@@ -3,8 +3,12 @@
 #include <map>
 
 #include "model/Packet.h"
-#include "protocol/PimBsrSm.h"
+#include "model/Status.h"
 #include "runtime/MeteredLess.h"
+
+namespace Routing::Pim::Bsr {
+class PimBsrSm;
+}
 
 namespace pimbsr::host {
 

@@ -14,7 +14,7 @@ namespace pimbsr::host {
 /// Forgets what was learned of a zone over an interface that becomes its border (RFC 5059 section 3.1.3):
 /// its BSR, its RP set and the message kept for new neighbors. A candidate of the zone takes part in a new
 /// election.
-class PIMBSR_API LeakedZones : public Routing::Pim::Bsr::Status::NotifieeConst {
+class PIMBSR_INTERNAL LeakedZones : public Routing::Pim::Bsr::Status::NotifieeConst {
  public:
   /// All are used until it is stopped.
   LeakedZones(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root, Borders const& borders,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/RouterParts.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
 
@@ -40,13 +41,13 @@ std::optional<double> leftOf(Kiv::TimerWheel::NotifieeConst const* timer, double
 }
 
 MachineView machineOf(Router const& router, Lanet::IpGenPrefix const& zone, double now) {
-  if (auto machine = router.root()->candidateSm(zone)) {
+  if (auto machine = partsOf(router).root->candidateSm(zone)) {
     return {.state = nameOf(machine->state()),
             .candidate = true,
             .elected = machine->state() == BsrCandidateState::eBsr,
             .bootstrapTimer = leftOf(machine->zetBsTimer(), now)};
   }
-  if (auto machine = router.root()->nonCandidateSm(zone)) {
+  if (auto machine = partsOf(router).root->nonCandidateSm(zone)) {
     return {.state = nameOf(machine->state()),
             .bootstrapTimer = leftOf(machine->zetBsTimer(), now),
             .scopeZoneTimer = leftOf(machine->zetSzTimer(), now)};

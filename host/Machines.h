@@ -7,6 +7,7 @@
 #include "host/RpMap.h"
 #include "model/Values.h"
 #include "runtime/Export.h"
+#include "runtime/TimerWheel.h"
 
 namespace pimbsr::host {
 

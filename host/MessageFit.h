@@ -21,7 +21,7 @@ namespace pimbsr::host {
 /// wait for those that were left out, so the range is collected here as well: once an RP of it is left out,
 /// the machines get no further fragment of it, and with the last one the whole range as one record. What is
 /// collected is bounded by IngressSettings::fragmentRps and kept as long as the machines keep fragments.
-class PIMBSR_API MessageFit {
+class PIMBSR_INTERNAL MessageFit {
  public:
   using Message = Routing::Pim::Packet::BootstrapMessage;
   struct Verdict {

@@ -7,6 +7,7 @@
 
 #include "host/NearestNames.h"
 #include "host/Router.h"
+#include "host/RouterParts.h"
 #include "runtime/Reflection.h"
 
 namespace pimbsr::host {
@@ -404,17 +405,17 @@ std::vector<ModelRoot> modelRoots(Router const& router) {
   std::vector<ModelRoot> roots{{"status", router.status()},
                                {"pim", router.pimStatus()},
                                {"rp-set", router.rpCandidateStatus()},
-                               {"message-counters", router.messageCounters()},
-                               {"root", router.root()},
-                               {"gate", router.gate()},
-                               {"crp-gate", router.crpGate()},
-                               {"pam-manager", router.gate()->pimPamManager()},
-                               {"bsm-info", router.gate()->bsmInfo()},
-                               {"crp-msg-info", router.crpGate()->crpMsgInfo()},
-                               {"bsm-status", router.root()->bsmStatus()},
-                               {"crp-msg-status", router.root()->crpMsgStatus()},
-                               {"interfaces", router.root()->allIntfStatusDir()}};
-  if (auto configSm = router.configSm(); configSm) {
+                               {"message-counters", partsOf(router).messageCounters},
+                               {"root", partsOf(router).root},
+                               {"gate", partsOf(router).gate},
+                               {"crp-gate", partsOf(router).crpGate},
+                               {"pam-manager", partsOf(router).gate->pimPamManager()},
+                               {"bsm-info", partsOf(router).gate->bsmInfo()},
+                               {"crp-msg-info", partsOf(router).crpGate->crpMsgInfo()},
+                               {"bsm-status", partsOf(router).root->bsmStatus()},
+                               {"crp-msg-status", partsOf(router).root->crpMsgStatus()},
+                               {"interfaces", partsOf(router).root->allIntfStatusDir()}};
+  if (auto configSm = partsOf(router).configSm; configSm) {
     roots.push_back({"config-sm", configSm});
     roots.push_back({"config", configSm->config()});
     roots.push_back({"clear-config", configSm->clearConfig()});

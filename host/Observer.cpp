@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/KeptRps.h"
+#include "host/RouterParts.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Context.h"
@@ -309,6 +310,9 @@ class Observer::Machines final : public Bsr::PimBsrSm::NotifieeConst {
   ChangeSink& sink_;
   std::set<IpGenPrefix> touched_;
 };
+
+Observer::Observer(Router& router, ChangeSink& sink)
+    : Observer(router.status(), partsOf(router).root, sink, &partsOf(router).correctors->holdOver()) {}
 
 Observer::Observer(Ptr<Bsr::Status const> const& status, Ptr<Bsr::PimBsrSm const> const& root,
                    ChangeSink& sink, KeptRps* kept)

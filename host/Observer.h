@@ -5,11 +5,16 @@
 #include "model/Lanet.h"
 #include "model/Status.h"
 #include "model/Values.h"
-#include "protocol/PimBsrSm.h"
 #include "runtime/Export.h"
 #include "runtime/Ptr.h"
 
+namespace Routing::Pim::Bsr {
+class PimBsrSm;
+}
+
 namespace pimbsr::host {
+
+class Router;
 
 /// The BSR of a zone, as a value that outlives its entry.
 struct BsrView {
@@ -101,7 +106,9 @@ class PIMBSR_API ChangeSink {
 /// is already over.
 class PIMBSR_API Observer {
  public:
-  /// The sink outlives the observer, and so do the RPs that are kept of former BSRs, null for none. The
+  /// Observes a router, which may end first, and what it keeps of former BSRs. The sink outlives the observer.
+  Observer(Router& router, ChangeSink& sink);
+  /// Observes machines that a host has made by itself. The sink outlives the observer, and so do the RPs that are kept of former BSRs, null for none. The
   /// status tree is held; the root machine is not, and may go first.
   Observer(Zet::Ptr<Routing::Pim::Bsr::Status const> const& status,
            Zet::Ptr<Routing::Pim::Bsr::PimBsrSm const> const& root, ChangeSink& sink,

@@ -12,7 +12,7 @@ namespace pimbsr::host {
 
 /// Corrects what a router says as BSR: at most 255 RPs of a range are announced, since RP Count has 8 bits,
 /// and a withdrawn RP is named in two further messages, since one may be lost.
-class PIMBSR_API OwnMessages {
+class PIMBSR_INTERNAL OwnMessages {
  public:
   using Message = Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>;
 

@@ -19,7 +19,7 @@ using Zet::U64;
 /// Each message adds what it brings, known or not, while the engine removes by itself. A new count is due
 /// once as many were added since the last as that had to walk, or after a second: so a message costs what it
 /// names, and what has gone is noticed soon.
-class PIMBSR_API Tally {
+class PIMBSR_INTERNAL Tally {
  public:
   /// How many are missing for so many more to be within a bound.
   U64 missing(U64 more, U64 bound) const { return std::max(estimate_ + more, bound) - bound; }
@@ -74,7 +74,7 @@ class PIMBSR_API Tally {
 /// the whole set, so no range is emptied by it. This router's own candidate RPs are no peer's and come on top
 /// of the bound for RPs. RPs that are kept of a former BSR count in that bound, and give way to RPs of the
 /// present one.
-class PIMBSR_API Quotas {
+class PIMBSR_INTERNAL Quotas {
  public:
   /// What becomes of a Bootstrap Message.
   struct Verdict {

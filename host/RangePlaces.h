@@ -27,7 +27,7 @@ using Zet::U64;
 ///
 /// What is kept of a range is dropped once it has no effect any more: there are never more than twice the
 /// ranges that were full in the last three BS_Periods, and a constant.
-class PIMBSR_API RangePlaces {
+class PIMBSR_INTERNAL RangePlaces {
  public:
   /// An advertisement of one RP for one range, and the range's set.
   struct Request {

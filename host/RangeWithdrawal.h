@@ -17,7 +17,7 @@ namespace pimbsr::host {
 ///
 /// It acts once the event that changed the candidacy is over, so that a range that only changes its priority,
 /// or comes back at once, isn't withdrawn. An RP that loses all ranges of a priority is left to its machine.
-class PIMBSR_API RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifiee {
+class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifiee {
  public:
   /// All are used until it is stopped.
   RangeWithdrawal(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root, Advertisements& advertisements,

@@ -48,7 +48,7 @@ class TokenBucket {
 ///
 /// A neighbor keeps its bucket however many others come and go. The bucket of a former neighbor stays until
 /// `maxFormer` others have left after it: a neighbor gains nothing by a goodbye Hello and another Hello.
-class PIMBSR_API AddressBuckets {
+class PIMBSR_INTERNAL AddressBuckets {
  public:
   /// Buckets of former neighbors that are kept. It is above the default limit of Hellos from unknown
   /// addresses in a second: until so many neighbors have come and gone, a bucket is full again anyway.
@@ -75,7 +75,7 @@ class PIMBSR_API AddressBuckets {
 
 /// The senders of Candidate-RP-Advertisements that were accepted, each until its holdtime is over, and what
 /// each is granted beside the budget that all senders have together (RFC 5059 section 3.3).
-class PIMBSR_API Advertisers {
+class PIMBSR_INTERNAL Advertisers {
  public:
   /// Senders that are kept at most. With as many, a new one waits until another expires.
   static constexpr std::size_t max = 4096;

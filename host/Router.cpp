@@ -1,14 +1,9 @@
 #include "host/Router.h"
 
-#include "host/Admission.h"
-#include "host/Clearing.h"
-#include "host/Correctors.h"
-#include "host/IngressFilter.h"
-#include "host/LastMessages.h"
-#include "host/RpBounds.h"
-#include "host/RpSweep.h"
-#include "pim/IoManager.h"
+#include "crp/RpCandidateSm.h"
+#include "host/RouterParts.h"
 #include "pim/RpfTable.h"
+#include "protocol/BsrCandidateSm.h"
 #include "runtime/Assert.h"
 #include "wire/Message.h"
 #include "wire/Wire.h"
@@ -29,117 +24,130 @@ static IpGenPrefix everySender() { return IpGenPrefix(Lanet::IpGenAddr(Lanet::Ip
 
 /// The order is that of the engine's contract: Status with its family and counters, then the configuration,
 /// then the gates, then the root machine, which reads all of it.
+RouterParts::RouterParts(Zet::Context& hostContext, pim::Port& hostPort, RouterOptions const& options)
+    : context(hostContext),
+      port(hostPort),
+      status(options.status ? options.status : Bsr::statusFactory("bsr")),
+      pimStatus(Routing::Pim::statusFactory("pim")),
+      neighbors(Zet::make<pim::NeighborTable>(pimStatus)),
+      bsmStatus(Bsr::pimBsmStatusFactory()),
+      crpMsgStatus(Bsr::pimCrpMsgStatusFactory()),
+      rpCandidateStatus(options.rpCandidateStatus ? options.rpCandidateStatus
+                                                  : Routing::Pim::rpCandidateStatusFactory("bsr")),
+      messageCounters(Routing::Pim::Slosh::messageCountersFactory("pim")),
+      sourceIntfSm(Ip::SourceIntf::sourceIntfSmFactory()),
+      routes(Zet::make<Routing::Pim::PimUcastRouteStatus>()),
+      rpf(options.rpf),
+      wheel(Zet::make<Kiv::TimerWheel>()),
+      interfaces(Interface::allIntfStatusDirFactory("interfaces")),
+      mtus(interfaces),
+      io(Zet::make<pim::IoManager>(pim::makePamManager(), hostPort)),
+      bsmInfo(IO::messageInfoFactory()),
+      crpMsgInfo(IO::messageInfoFactory()),
+      ownDrops(options.ownDrops) {}
+
+RouterParts& partsOf(Router& router) { return *router.parts_; }
+RouterParts const& partsOf(Router const& router) { return *router.parts_; }
+
 Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& options)
-    : context_(context),
-      port_(port),
-      status_(options.status ? options.status : Bsr::statusFactory("bsr")),
-      pimStatus_(Routing::Pim::statusFactory("pim")),
-      neighbors_(Zet::make<pim::NeighborTable>(pimStatus_)),
-      bsmStatus_(Bsr::pimBsmStatusFactory()),
-      crpMsgStatus_(Bsr::pimCrpMsgStatusFactory()),
-      rpCandidateStatus_(options.rpCandidateStatus ? options.rpCandidateStatus
-                                                   : Routing::Pim::rpCandidateStatusFactory("bsr")),
-      messageCounters_(Routing::Pim::Slosh::messageCountersFactory("pim")),
-      sourceIntfSm_(Ip::SourceIntf::sourceIntfSmFactory()),
-      routes_(Zet::make<Routing::Pim::PimUcastRouteStatus>()),
-      rpf_(options.rpf),
-      wheel_(Zet::make<Kiv::TimerWheel>()),
-      interfaces_(Interface::allIntfStatusDirFactory("interfaces")),
-      mtus_(interfaces_),
-      io_(Zet::make<pim::IoManager>(pim::makePamManager(), port)),
-      bsmInfo_(IO::messageInfoFactory()),
-      crpMsgInfo_(IO::messageInfoFactory()),
-      ownDrops_(options.ownDrops) {
+    : parts_(std::make_unique<RouterParts>(context, port, options)) {
   Call call(*this);
-  if (!rpf_) rpf_ = Zet::make<pim::RpfTable>(routes_, neighbors_, port_);
-  status_->afIs(Lanet::AddressFamily::ipv4);
-  if (!status_->counters()) status_->countersIs("bsr");
+  if (!parts_->rpf) parts_->rpf = Zet::make<pim::RpfTable>(parts_->routes, parts_->neighbors, parts_->port);
+  parts_->status->afIs(Lanet::AddressFamily::ipv4);
+  if (!parts_->status->counters()) parts_->status->countersIs("bsr");
   configure(options);
-  gate_ = Bsr::bootstrapMessageSmFactory(io_->manager(), status_, bsmStatus_, bsmInfo_, rpf_);
-  crpGate_ = Bsr::crpMessageSmFactory(io_->manager(), status_, crpMsgStatus_, crpMsgInfo_, routes_);
-  root_ = Bsr::pimBsrSmFactory(status_, pimStatus_, bsmStatus_, crpMsgStatus_, rpCandidateStatus_, wheel_,
-                               interfaces_);
-  admission_ = std::make_unique<Admission>(*root_, port_);
-  ingressFilter_ = std::make_unique<IngressFilter>(*root_, *gate_, *neighbors_, port_, options.ingress);
-  switches_.settingsAre(options.corrections);
-  lastMessages_ = std::make_unique<LastMessages>(*root_);
-  correctors_ =
-      std::make_unique<Correctors>(Correctors::Machines{root_, gate_, crpGate_, *io_, port_, mtus_, switches_,
-                                                        ingressFilter_->settings(), *lastMessages_, policy_});
-  ingressFilter_->holdOverIs(&correctors_->holdOver());
-  bounds_ = Zet::make<RpBounds>(root_, crpGate_, ingressFilter_->settings());
-  sweep_ = Zet::make<RpSweep>(rpCandidateStatus_, status_, wheel_);
-  clearing_ = std::make_unique<Clearing>(*root_, *correctors_, *lastMessages_, *sweep_);
-  resumeKept(*status_, switches_.of(&CorrectionSettings::keptStatus));
+  parts_->gate = Bsr::bootstrapMessageSmFactory(parts_->io->manager(), parts_->status, parts_->bsmStatus,
+                                                parts_->bsmInfo, parts_->rpf);
+  parts_->crpGate = Bsr::crpMessageSmFactory(parts_->io->manager(), parts_->status, parts_->crpMsgStatus,
+                                             parts_->crpMsgInfo, parts_->routes);
+  parts_->root =
+      Bsr::pimBsrSmFactory(parts_->status, parts_->pimStatus, parts_->bsmStatus, parts_->crpMsgStatus,
+                           parts_->rpCandidateStatus, parts_->wheel, parts_->interfaces);
+  parts_->admission = std::make_unique<Admission>(*parts_->root, parts_->port);
+  parts_->ingressFilter = std::make_unique<IngressFilter>(*parts_->root, *parts_->gate, *parts_->neighbors,
+                                                          parts_->port, options.ingress);
+  parts_->switches.settingsAre(options.corrections);
+  parts_->lastMessages = std::make_unique<LastMessages>(*parts_->root);
+  parts_->correctors = std::make_unique<Correctors>(Correctors::Machines{
+      parts_->root, parts_->gate, parts_->crpGate, *parts_->io, parts_->port, parts_->mtus, parts_->switches,
+      parts_->ingressFilter->settings(), *parts_->lastMessages, parts_->policy});
+  parts_->ingressFilter->holdOverIs(&parts_->correctors->holdOver());
+  parts_->bounds = Zet::make<RpBounds>(parts_->root, parts_->crpGate, parts_->ingressFilter->settings());
+  parts_->sweep = Zet::make<RpSweep>(parts_->rpCandidateStatus, parts_->status, parts_->wheel);
+  parts_->clearing =
+      std::make_unique<Clearing>(*parts_->root, *parts_->correctors, *parts_->lastMessages, *parts_->sweep);
+  resumeKept(*parts_->status, parts_->switches.of(&CorrectionSettings::keptStatus));
 }
 
 /// Claims of a former run are no part of what is kept: a range may have moved to another interface meanwhile.
 void Router::configure(RouterOptions const& options) {
   if (options.config) {
-    status_->zoneGroupDelAll();
-    status_->zoneAclDelAll();
-    configSm_ = Bsr::configSmFactory(options.config, options.clearConfig, status_, messageCounters_,
-                                     sourceIntfSm_, options.accessLists);
+    parts_->status->zoneGroupDelAll();
+    parts_->status->zoneAclDelAll();
+    parts_->configSm =
+        Bsr::configSmFactory(options.config, options.clearConfig, parts_->status, parts_->messageCounters,
+                             parts_->sourceIntfSm, options.accessLists);
   } else {
-    status_->bsTimeoutIs(options.bsTimeout);
-    status_->szTimeoutIs(options.szTimeout);
-    status_->crpPermitIs(everySender(), true);
+    parts_->status->bsTimeoutIs(options.bsTimeout);
+    parts_->status->szTimeoutIs(options.szTimeout);
+    parts_->status->crpPermitIs(everySender(), true);
   }
 }
 
 /// The gates outlive the root machine, but have nowhere to send what it would say: its own end says nothing.
 Router::~Router() {
   Call call(*this);
-  clearing_ = nullptr;
-  hellos_.clear();
-  sweep_->stop();
-  bounds_->stop();
-  bounds_ = nullptr;
-  correctors_ = nullptr;
-  lastMessages_ = nullptr;
-  ingressFilter_ = nullptr;
-  admission_ = nullptr;
-  root_ = nullptr;
-  crpGate_ = nullptr;
-  gate_ = nullptr;
-  configSm_ = nullptr;
+  parts_->clearing = nullptr;
+  parts_->hellos.clear();
+  parts_->sweep->stop();
+  parts_->bounds->stop();
+  parts_->bounds = nullptr;
+  parts_->correctors = nullptr;
+  parts_->lastMessages = nullptr;
+  parts_->ingressFilter = nullptr;
+  parts_->admission = nullptr;
+  parts_->root = nullptr;
+  parts_->crpGate = nullptr;
+  parts_->gate = nullptr;
+  parts_->configSm = nullptr;
 }
 
 /// The gates take up the present counters of the status tree.
 void Router::clearCounters() {
   Call call(*this);
-  status_->countersDel();
-  status_->countersIs("bsr");
+  parts_->status->countersDel();
+  parts_->status->countersIs("bsr");
 }
 
 void Router::bsmPolicyIs(BsmPolicy const& policy) {
   Call call(*this);
-  policy_ = policy;
+  parts_->policy = policy;
   std::vector<IpGenPrefix> zones;
-  for (auto const& [zone, last] : lastMessages_->byZone()) {
-    if (policy_.closed.contains(last.intfId)) zones.push_back(zone);
+  for (auto const& [zone, last] : parts_->lastMessages->byZone()) {
+    if (parts_->policy.closed.contains(last.intfId)) zones.push_back(zone);
   }
-  for (IpGenPrefix const& zone : zones) clearing_->clearBsr(zone);
+  for (IpGenPrefix const& zone : zones) parts_->clearing->clearBsr(zone);
 }
 
 Router::RpfPath Router::rpfPath(IpGenAddr const& address) const {
-  Zet::Context::Scope scope(context_);
-  return {pim::routeTo(address, *routes_, port_), rpf_->doLookup(address, IpGenAddr()).rpfNeighbor};
+  Zet::Context::Scope scope(parts_->context);
+  return {pim::routeTo(address, *parts_->routes, parts_->port),
+          parts_->rpf->doLookup(address, IpGenAddr()).rpfNeighbor};
 }
 
 bool Router::clearBsr(IpGenPrefix const& zone) {
   Call call(*this);
-  return clearing_->clearBsr(zone);
+  return parts_->clearing->clearBsr(zone);
 }
 
 void Router::clearRpSet(IpGenPrefix const& zone) {
   Call call(*this);
-  clearing_->clearRpSet(zone);
+  parts_->clearing->clearRpSet(zone);
 }
 
 void Router::clearLeftoverRps() {
   Call call(*this);
-  clearing_->clearLeftovers();
+  parts_->clearing->clearLeftovers();
 }
 
 void Router::clearNeighbors(IntfId const& intfId) {
@@ -149,80 +157,77 @@ void Router::clearNeighbors(IntfId const& intfId) {
 
 void Router::sendGoodbyes() {
   Call call(*this);
-  for (auto at = status_->crpIterator(); at; ++at) status_->crpDel(IpGenAddr(at->address()));
-  for (auto at = status_->cbsrIterator(); at; ++at) status_->cbsrDel(IpGenPrefix(at->zone()));
-  for (auto& [intfId, hello] : hellos_) hello.sendGoodbye();
+  for (auto at = parts_->status->crpIterator(); at; ++at) parts_->status->crpDel(IpGenAddr(at->address()));
+  for (auto at = parts_->status->cbsrIterator(); at; ++at) parts_->status->cbsrDel(IpGenPrefix(at->zone()));
+  for (auto& [intfId, hello] : parts_->hellos) hello.sendGoodbye();
 }
 
 // Interfaces, routes and time -------------------------------------------------------------------------
 
 void Router::interfaceIs(IntfId const& intfId, U32 mtu) {
   Call call(*this);
-  mtus_.mtuIs(intfId, mtu);
-  pimStatus_->pimIntfIs(intfId);
-  writeSourceAddress(intfId, port_.primaryAddress(intfId));
+  parts_->mtus.mtuIs(intfId, mtu);
+  parts_->pimStatus->pimIntfIs(intfId);
+  writeSourceAddress(intfId, parts_->port.primaryAddress(intfId));
 }
 
 void Router::interfaceIs(IntfId const& intfId, U32 mtu, pim::HelloOptions const& options) {
   Call call(*this);
   interfaceIs(intfId, mtu);
-  auto [at, isNew] = hellos_.try_emplace(intfId, neighbors_->link(intfId), wheel_, port_, options);
+  auto [at, isNew] = parts_->hellos.try_emplace(intfId, parts_->neighbors->link(intfId), parts_->wheel,
+                                                parts_->port, options);
   if (!isNew) return at->second.optionsIs(options);
-  at->second.relearnIs(&switches_.of(&CorrectionSettings::quickRelearn));
+  at->second.relearnIs(&parts_->switches.of(&CorrectionSettings::quickRelearn));
 }
 
 void Router::interfaceDel(IntfId const& intfId) {
   Call call(*this);
-  hellos_.erase(intfId);
-  ingressFilter_->forget(intfId);
-  pimStatus_->pimIntfDel(intfId);
-  mtus_.del(intfId);
-  writeSourceAddress(intfId, port_.primaryAddress(intfId));
+  parts_->hellos.erase(intfId);
+  parts_->ingressFilter->forget(intfId);
+  parts_->pimStatus->pimIntfDel(intfId);
+  parts_->mtus.del(intfId);
+  writeSourceAddress(intfId, parts_->port.primaryAddress(intfId));
 }
 
 void Router::handleAddressChange(IntfId const& intfId) {
   Call call(*this);
   if (pim::HelloSm* machine = hello(intfId)) machine->handleAddressChange();
-  writeSourceAddress(intfId, port_.primaryAddress(intfId));
+  writeSourceAddress(intfId, parts_->port.primaryAddress(intfId));
 }
 
 /// 0.0.0.0 for an interface without an address.
 void Router::writeSourceAddress(IntfId const& intfId, IpGenAddr const& address) {
-  sourceIntfSm_->sourceIntfIs(intfId)->ipAddrIs(address.isEmpty() ? Lanet::IpAddr() : address.v4Addr());
+  parts_->sourceIntfSm->sourceIntfIs(intfId)->ipAddrIs(address.isEmpty() ? Lanet::IpAddr()
+                                                                         : address.v4Addr());
 }
 
 pim::HelloSm* Router::hello(IntfId const& intfId) {
-  auto at = hellos_.find(intfId);
-  return at == hellos_.end() ? nullptr : &at->second;
-}
-
-pim::HelloSm const* Router::hello(IntfId const& intfId) const {
-  auto at = hellos_.find(intfId);
-  return at == hellos_.end() ? nullptr : &at->second;
+  auto at = parts_->hellos.find(intfId);
+  return at == parts_->hellos.end() ? nullptr : &at->second;
 }
 
 void Router::routeIs(Lanet::Prefix const& prefix, Slosh::Fib::Route const& route) {
   Call call(*this);
-  routes_->routeIs(prefix, route);
+  parts_->routes->routeIs(prefix, route);
 }
 
 void Router::routeDel(Lanet::Prefix const& prefix) {
   Call call(*this);
-  routes_->routeDel(prefix);
+  parts_->routes->routeDel(prefix);
 }
 
 void Router::advance() {
   Call call(*this);
-  wheel_->advance(context_.now());
+  parts_->wheel->advance(parts_->context.now());
 }
 
 // Candidacies -----------------------------------------------------------------------------------------
 
 /// The address comes first: the machine that is made with the entry waits for it.
 void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candidacy) {
-  ZET_ASSERT(!configSm_, "!configSm_");
+  ZET_ASSERT(!parts_->configSm, "!parts_->configSm");
   Call call(*this);
-  Ptr<Bsr::BsrCandidate> entry = status_->cbsrIs(zone);
+  Ptr<Bsr::BsrCandidate> entry = parts_->status->cbsrIs(zone);
   entry->addressIs(candidacy.address);
   entry->intfIdIs(candidacy.intfId);
   entry->priorityIs(candidacy.priority);
@@ -231,15 +236,15 @@ void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candida
 }
 
 void Router::candidateBsrDel(IpGenPrefix const& zone) {
-  ZET_ASSERT(!configSm_, "!configSm_");
+  ZET_ASSERT(!parts_->configSm, "!parts_->configSm");
   Call call(*this);
-  status_->cbsrDel(zone);
+  parts_->status->cbsrDel(zone);
 }
 
 void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidacy) {
-  ZET_ASSERT(!configSm_, "!configSm_");
+  ZET_ASSERT(!parts_->configSm, "!parts_->configSm");
   Call call(*this);
-  Ptr<Bsr::RpCandidate> entry = status_->crpIs(candidacy.address);
+  Ptr<Bsr::RpCandidate> entry = parts_->status->crpIs(candidacy.address);
   entry->intfIdIs(candidacy.intfId);
   entry->intervalIs(candidacy.interval);
   entry->prefixSetIs(range, true);
@@ -247,62 +252,57 @@ void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidac
 }
 
 void Router::candidateRpDel(IpGenPrefix const& range, IpGenAddr const& address) {
-  ZET_ASSERT(!configSm_, "!configSm_");
+  ZET_ASSERT(!parts_->configSm, "!parts_->configSm");
   Call call(*this);
-  Ptr<Bsr::RpCandidate> entry = status_->crp(address);
+  Ptr<Bsr::RpCandidate> entry = parts_->status->crp(address);
   if (!entry) return;
   entry->prefixSetDel(range);
   entry->prefixOptionsDel(range);
-  if (entry->prefixSetCount() == 0) status_->crpDel(address);
+  if (entry->prefixSetCount() == 0) parts_->status->crpDel(address);
 }
 
 void Router::borderIs(IpGenPrefix const& zone, IntfId const& intfId, bool border) {
-  ZET_ASSERT(!configSm_, "!configSm_");
+  ZET_ASSERT(!parts_->configSm, "!parts_->configSm");
   Call call(*this);
   if (border) {
-    status_->bsBorderIs(zone)->intfIdIs(intfId, true);
-  } else if (Ptr<Bsr::PimBsrBorder> entry = status_->bsBorder(zone)) {
+    parts_->status->bsBorderIs(zone)->intfIdIs(intfId, true);
+  } else if (Ptr<Bsr::PimBsrBorder> entry = parts_->status->bsBorder(zone)) {
     entry->intfIdDel(intfId);
-    if (entry->intfIdCount() == 0) status_->bsBorderDel(zone);
+    if (entry->intfIdCount() == 0) parts_->status->bsBorderDel(zone);
   }
 }
 
 void Router::permitIs(IpGenPrefix const& senders) {
-  ZET_ASSERT(!configSm_, "!configSm_");
+  ZET_ASSERT(!parts_->configSm, "!parts_->configSm");
   Call call(*this);
-  permitted_.insert(senders);
-  status_->crpPermitIs(senders, true);
-  if (!permitted_.contains(everySender())) status_->crpPermitDel(everySender());
+  parts_->permitted.insert(senders);
+  parts_->status->crpPermitIs(senders, true);
+  if (!parts_->permitted.contains(everySender())) parts_->status->crpPermitDel(everySender());
 }
 
 void Router::permitDel(IpGenPrefix const& senders) {
-  ZET_ASSERT(!configSm_, "!configSm_");
+  ZET_ASSERT(!parts_->configSm, "!parts_->configSm");
   Call call(*this);
-  permitted_.erase(senders);
-  if (permitted_.empty()) status_->crpPermitIs(everySender(), true);
-  if (!permitted_.empty() || senders != everySender()) status_->crpPermitDel(senders);
+  parts_->permitted.erase(senders);
+  if (parts_->permitted.empty()) parts_->status->crpPermitIs(everySender(), true);
+  if (!parts_->permitted.empty() || senders != everySender()) parts_->status->crpPermitDel(senders);
 }
 
 // A packet --------------------------------------------------------------------------------------------
 
-void Router::ingressSettingsIs(IngressSettings const& ingress) { ingressFilter_->settingsIs(ingress); }
+void Router::ingressSettingsIs(IngressSettings const& ingress) { parts_->ingressFilter->settingsIs(ingress); }
 
 void Router::correctionsAre(CorrectionSettings const& settings) {
   Call call(*this);
-  switches_.settingsAre(settings);
-  correctors_->handleSwitches();
+  parts_->switches.settingsAre(settings);
+  parts_->correctors->handleSwitches();
 }
-
-HoldOver& Router::holdOver() { return correctors_->holdOver(); }
-HoldOver const& Router::holdOver() const { return correctors_->holdOver(); }
-
-MessageFit const& Router::fit() const { return correctors_->fit(); }
 
 void Router::exactBordersAre(std::set<IntfId> const& interfaces) {
-  correctors_->borders().exactAre(interfaces);
+  parts_->correctors->borders().exactAre(interfaces);
 }
 
-void Router::preferredRpsIs(PreferredRps const& preferred) { bounds_->preferredIs(preferred); }
+void Router::preferredRpsIs(PreferredRps const& preferred) { parts_->bounds->preferredIs(preferred); }
 
 /// Names the reason, if it is one, and returns whether it is.
 static bool dropped(DropReason reason, Reception& reception) {
@@ -316,12 +316,12 @@ Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
   Call call(*this);
   Reception reception;
   wire::Outcome<wire::Ipv4Packet> ip = wire::parseIpv4(packet);
-  Arrival arrival = ip ? ingressFilter_->arrival(intfId, *ip) : Arrival();
+  Arrival arrival = ip ? parts_->ingressFilter->arrival(intfId, *ip) : Arrival();
   if (ip) {
     reception.source = ip->source;
     reception.destination = ip->destination;
   }
-  if (dropped(ingressFilter_->charge(intfId, arrival), reception)) {
+  if (dropped(parts_->ingressFilter->charge(intfId, arrival), reception)) {
     reception.kind = MessageKind::unread;
   } else if (ip) {
     read(intfId, *ip, arrival, reception);
@@ -333,14 +333,14 @@ Reception Router::receive(IntfId const& intfId, std::span<U8 const> packet) {
 
 std::vector<Lanet::IpAddr> Router::advertisers(std::size_t max) const {
   std::vector<Lanet::IpAddr> addresses;
-  for (IpGenAddr const& sender : ingressFilter_->budgets().steadyAdvertisers(max))
+  for (IpGenAddr const& sender : parts_->ingressFilter->budgets().steadyAdvertisers(max))
     addresses.push_back(sender.v4Addr());
   return addresses;
 }
 
 bool Router::takeAdvertisersChanged() {
-  Zet::Context::Scope scope(context_);
-  return ingressFilter_->takeAdvertisersChanged();
+  Zet::Context::Scope scope(parts_->context);
+  return parts_->ingressFilter->takeAdvertisersChanged();
 }
 
 /// What a message says it is, before more of it is read.
@@ -362,14 +362,15 @@ static MessageKind kindOf(wire::Bytes pim) {
 void Router::read(IntfId const& intfId, wire::Ipv4Packet const& packet, Arrival const& arrival,
                   Reception& reception) {
   if (dropped(arrival.header, reception) ||
-      dropped(ingressFilter_->validateLength(packet.payload), reception)) {
+      dropped(parts_->ingressFilter->validateLength(packet.payload), reception)) {
     reception.kind = kindOf(packet.payload);
     return;
   }
   handle(intfId,
-         wire::decodeMessage(packet.payload, packet.source, packet.destination, correctors_->fit().leftOut()),
+         wire::decodeMessage(packet.payload, packet.source, packet.destination,
+                             parts_->correctors->fit().leftOut()),
          reception);
-  if (reception.kind == MessageKind::malformed) ingressFilter_->handleMalformed(intfId, arrival);
+  if (reception.kind == MessageKind::malformed) parts_->ingressFilter->handleMalformed(intfId, arrival);
 }
 
 void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
@@ -393,7 +394,7 @@ void Router::handle(IntfId const& intfId, wire::Outcome<wire::DecodedMessage> co
 
 void Router::hello(IntfId const& intfId, wire::HelloMessage const& message, Reception& reception) {
   pim::HelloSm* machine = hello(intfId);
-  if (machine == nullptr || dropped(ingressFilter_->validateHello(intfId, message), reception)) return;
+  if (machine == nullptr || dropped(parts_->ingressFilter->validateHello(intfId, message), reception)) return;
   machine->receive(message);
 }
 
@@ -407,60 +408,113 @@ void Router::malformed(DropReason reason, Reception& reception) {
 /// one of its group ranges.
 DropReason Router::throughGate(IO::MessageInfo& info, IntfId const& intfId,
                                Ptr<Packet::Message> const& message) {
-  inHand_ = DropReason::none;
+  parts_->inHand = DropReason::none;
   info.intfIdIs(intfId);
   info.messageIs(message);
   info.countInc(1);
-  return *std::exchange(inHand_, std::nullopt);
+  return *std::exchange(parts_->inHand, std::nullopt);
 }
 
 /// Outside of a packet the gates drop only what this router advertises to itself.
 void Router::onDrop(DropReason reason) {
-  if (inHand_) {
-    if (inHand_ == DropReason::none) inHand_ = reason;
+  if (parts_->inHand) {
+    if (parts_->inHand == DropReason::none) parts_->inHand = reason;
     return;
   }
-  if (ownDrops_ == nullptr) return;
-  Ptr<Packet::CrpAdvMessage> message = crpMsgStatus_->txCrpMsg();
+  if (parts_->ownDrops == nullptr) return;
+  Ptr<Packet::CrpAdvMessage> message = parts_->crpMsgStatus->txCrpMsg();
   Reception reception{.kind = MessageKind::crpAdv, .message = message};
   if (message) reception.source = message->srcAddr();
   if (message) reception.destination = message->dstAddr();
   dropped(reason, reception);
-  ownDrops_->onOwnDrop(reception);
+  parts_->ownDrops->onOwnDrop(reception);
 }
 
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
-  if (dropped(ingressFilter_->validateSender(intfId, message), reception)) return;
-  if (dropped(policy_.validate(intfId, message), reception)) return;
-  correctors_->fit().clamp(message);
-  if (dropped(admission_->validate(message), reception)) return;
-  if (dropped(correctors_->ingress().validate(intfId, message), reception)) return;
-  MessageFit::Verdict fitting = correctors_->fit(message);
+  if (dropped(parts_->ingressFilter->validateSender(intfId, message), reception)) return;
+  if (dropped(parts_->policy.validate(intfId, message), reception)) return;
+  parts_->correctors->fit().clamp(message);
+  if (dropped(parts_->admission->validate(message), reception)) return;
+  if (dropped(parts_->correctors->ingress().validate(intfId, message), reception)) return;
+  MessageFit::Verdict fitting = parts_->correctors->fit(message);
   if (dropped(fitting.reason, reception)) return;
-  Quotas::Verdict verdict = ingressFilter_->validateCost(*fitting.passed);
+  Quotas::Verdict verdict = parts_->ingressFilter->validateCost(*fitting.passed);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
-  correctors_->prepare(*verdict.passed);
-  bool isDropped = dropped(throughGate(*bsmInfo_, intfId, verdict.passed), reception);
+  parts_->correctors->prepare(*verdict.passed);
+  bool isDropped = dropped(throughGate(*parts_->bsmInfo, intfId, verdict.passed), reception);
   reception.droppedRanges = isDropped ? 0 : verdict.dropped;
   if (isDropped) return;
-  lastMessages_->note(intfId, reception.source, *verdict.passed);
-  correctors_->handleAccepted(verdict.passed);
+  parts_->lastMessages->note(intfId, reception.source, *verdict.passed);
+  parts_->correctors->handleAccepted(verdict.passed);
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
-  correctors_->fit().clamp(message);
-  if (dropped(admission_->validate(message), reception)) return;
-  if (!port_.isOwnAddress(message.dstAddr())) return;
-  if (dropped(ingressFilter_->validateCost(message, bounds_->places().preferred()), reception)) return;
-  RpBounds::Verdict verdict = bounds_->check(message);
+  parts_->correctors->fit().clamp(message);
+  if (dropped(parts_->admission->validate(message), reception)) return;
+  if (!parts_->port.isOwnAddress(message.dstAddr())) return;
+  if (dropped(parts_->ingressFilter->validateCost(message, parts_->bounds->places().preferred()), reception))
+    return;
+  RpBounds::Verdict verdict = parts_->bounds->check(message);
   dropped(verdict.reason, reception);
   if (!verdict.passed) return;
-  correctors_->ingress().prepare(*verdict.passed);
-  if (dropped(throughGate(*crpMsgInfo_, intfId, verdict.passed), reception)) return;
+  parts_->correctors->ingress().prepare(*verdict.passed);
+  if (dropped(throughGate(*parts_->crpMsgInfo, intfId, verdict.passed), reception)) return;
   reception.droppedRanges = verdict.dropped;
-  correctors_->handleAccepted(*verdict.passed);
-  ingressFilter_->noteAdvertisement(message);
+  parts_->correctors->handleAccepted(*verdict.passed);
+  parts_->ingressFilter->noteAdvertisement(message);
+}
+
+Router::Call::Call(Router& router) : context(router.parts_->context), drops(router) {}
+
+CorrectionSwitches const& Router::corrections() const { return parts_->switches; }
+BsmPolicy const& Router::bsmPolicy() const { return parts_->policy; }
+LastMessages const& Router::lastMessages() const { return *parts_->lastMessages; }
+double Router::nextExpiry() const { return parts_->wheel->nextExpiry(); }
+Zet::Context& Router::context() const { return parts_->context; }
+Ptr<Bsr::Status> Router::status() const { return parts_->status; }
+Ptr<Routing::Pim::Status> Router::pimStatus() const { return parts_->pimStatus; }
+Ptr<Routing::Pim::RpCandidateStatus> Router::rpCandidateStatus() const { return parts_->rpCandidateStatus; }
+
+std::optional<IpGenPrefix> Router::keptZone(IpGenPrefix const& range) const {
+  return partsOf(*this).correctors->holdOver().keptZone(range);
+}
+
+std::size_t Router::armedTimers() const { return parts_->wheel->armed(); }
+IpGenPrefix Router::globalZone() const { return parts_->root->globalOrNonScopeZone(); }
+
+std::optional<Bsr::BsrCandidateState> Router::candidateState(IpGenPrefix const& zone) const {
+  auto machine = parts_->root->candidateSm(zone);
+  return machine ? std::optional(machine->state()) : std::nullopt;
+}
+
+void Router::eachCandidacy(
+    std::function<void(IpGenPrefix const&, Bsr::BsrCandidateState)> const& visit) const {
+  for (auto at = parts_->root->candidateSmIterator(); at; ++at) visit(at.key(), at->state());
+}
+
+std::optional<Router::Advertising> Router::advertising(Bsr::CrpOptions const& candidate,
+                                                       IpGenPrefix const& range) const {
+  auto machine = parts_->root->rpCandidateSm(candidate);
+  if (!machine) return std::nullopt;
+  for (auto set = machine->crpAdvSetIterator(); set; ++set) {
+    if (!set->prefixSet(range)) continue;
+    auto const* timer = machine->zetCrpAdvTimer();
+    bool isArmed = timer != nullptr && timer->isArmed();
+    return Advertising{set->zone(), isArmed ? std::optional(timer->timeMin()) : std::nullopt};
+  }
+  return std::nullopt;
+}
+
+std::optional<Router::HelloState> Router::helloState(IntfId const& intfId) const {
+  auto at = parts_->hellos.find(intfId);
+  if (at == parts_->hellos.end()) return std::nullopt;
+  return HelloState{at->second.generationId(), at->second.nextHello(), at->second.options()};
+}
+
+void Router::sendGoodbye(IntfId const& intfId) {
+  Call call(*this);
+  if (pim::HelloSm* machine = hello(intfId)) machine->sendGoodbye();
 }
 
 }  // namespace pimbsr::host

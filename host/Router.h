@@ -1,58 +1,39 @@
 #pragma once
 
-#include <map>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 #include <span>
 #include <vector>
 
-#include "config/ConfigSm.h"
-#include "crp/CrpMessageSm.h"
-#include "crp/RpCandidateSm.h"
 #include "host/BsmPolicy.h"
 #include "host/Candidacy.h"
 #include "host/Corrections.h"
 #include "host/IngressSettings.h"
-#include "host/Mtus.h"
 #include "host/Reception.h"
 #include "model/Acl.h"
 #include "model/Config.h"
-#include "model/IO.h"
-#include "model/Interface.h"
-#include "model/MsgStatus.h"
 #include "model/Pim.h"
 #include "model/Rpf.h"
-#include "model/SourceIntf.h"
 #include "model/Status.h"
-#include "model/UcastRoute.h"
-#include "pim/HelloSm.h"
-#include "pim/NeighborTable.h"
+#include "pim/HelloOptions.h"
 #include "pim/Port.h"
-#include "protocol/BootstrapMessageSm.h"
-#include "protocol/BsrCandidateSm.h"
-#include "protocol/BsrNonCandidateSm.h"
-#include "protocol/PimBsrSm.h"
 #include "runtime/Context.h"
-#include "runtime/TimerWheel.h"
+
+namespace Routing::Pim::IO {
+class MessageInfo;
+}
 
 namespace pimbsr::pim {
-class IoManager;
+class HelloSm;
 }
 
 namespace pimbsr::host {
 
-class Admission;
-class Clearing;
-class Correctors;
-class HoldOver;
 class LastMessages;
-class MessageFit;
-class PreferredRps;
-class RpBounds;
-class RpSweep;
-class IngressFilter;
 struct Arrival;
+struct RouterParts;
 
 /// What a router is given by its host.
 struct RouterOptions {
@@ -131,12 +112,7 @@ class PIMBSR_API Router : private DropListener {
   /// Uses these corrections from now on, and no others.
   void correctionsAre(CorrectionSettings const& settings);
   /// Which corrections are in use, and how often each has acted.
-  CorrectionSwitches const& corrections() const { return switches_; }
-  /// The RPs of former BSRs that PIM goes on using. A reference stays valid as long as the router.
-  HoldOver& holdOver();
-  HoldOver const& holdOver() const;
-  /// The ranges that wait for fragments beside the machines. A reference stays valid as long as the router.
-  MessageFit const& fit() const;
+  CorrectionSwitches const& corrections() const;
   /// Replaces the interfaces whose borders close exactly their zones and none within; none at first.
   void exactBordersAre(std::set<Lanet::IntfId> const& interfaces);
 
@@ -146,7 +122,7 @@ class PIMBSR_API Router : private DropListener {
   /// Admits other Bootstrap Messages from now on; all at first. What was learned over an interface that is
   /// closed is forgotten; of a BSR that is permitted no more it stays until it is not heard.
   void bsmPolicyIs(BsmPolicy const& policy);
-  BsmPolicy const& bsmPolicy() const { return policy_; }
+  BsmPolicy const& bsmPolicy() const;
 
   /// Forgets what was learned of a zone on an operator's command, as Clearing does. False, with nothing
   /// changed, where this router is the elected BSR of the zone.
@@ -158,7 +134,7 @@ class PIMBSR_API Router : private DropListener {
   /// where it speaks no Hello.
   void clearNeighbors(Lanet::IntfId const& intfId);
   /// How the last message of each zone's BSR reached this router.
-  LastMessages const& lastMessages() const { return *lastMessages_; }
+  LastMessages const& lastMessages() const;
 
   /// Starts the engine's message counters from 0 again; not to be called while a message is handled.
   void clearCounters();
@@ -166,6 +142,10 @@ class PIMBSR_API Router : private DropListener {
   /// Ends all candidacies with their last messages, and sends a goodbye Hello on every interface. To be
   /// called before an orderly end.
   void sendGoodbyes();
+
+  /// Sends a Hello with holdtime 0 on an interface, after which its neighbors forget this router; nothing
+  /// where it speaks no Hello. To be called before it is taken away in an orderly way.
+  void sendGoodbye(Lanet::IntfId const& intfId);
 
   /// Takes one IPv4 packet, from its IP header on, that arrived on an interface. Its sender's budget is
   /// charged before more than the IP header is read. An advertisement for another router is reported and has
@@ -180,7 +160,7 @@ class PIMBSR_API Router : private DropListener {
   bool takeAdvertisersChanged();
 
   /// When the next timer is due, on the context's clock; Kiv::never if none is.
-  double nextExpiry() const { return wheel_->nextExpiry(); }
+  double nextExpiry() const;
   /// Runs the timers that are due at the context's time.
   void advance();
 
@@ -192,31 +172,53 @@ class PIMBSR_API Router : private DropListener {
   };
   RpfPath rpfPath(Lanet::IpGenAddr const& address) const;
 
-  Zet::Context& context() const { return context_; }
+  Zet::Context& context() const;
   /// Receives what the gates drop. A host that changes the configuration makes it the current listener of the
   /// thread, as it makes the context the current one; the calls above do both by themselves.
   DropListener& dropListener() { return *this; }
-  Zet::Ptr<Routing::Pim::Bsr::Status> status() const { return status_; }
-  Zet::Ptr<Routing::Pim::Status> pimStatus() const { return pimStatus_; }
+  Zet::Ptr<Routing::Pim::Bsr::Status> status() const;
+  Zet::Ptr<Routing::Pim::Status> pimStatus() const;
   /// The RP set that PIM reads. An RP whose time is over is out of use, and is swept from it within a minute
   /// where no zone's set holds it any more.
-  Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus() const { return rpCandidateStatus_; }
-  Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root() const { return root_; }
-  Zet::Ptr<Routing::Pim::Bsr::BootstrapMessageSm> gate() const { return gate_; }
-  Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate() const { return crpGate_; }
-  /// The configuration machine; null for a router without configuration.
-  Zet::Ptr<Routing::Pim::Bsr::ConfigSm> configSm() const { return configSm_; }
-  /// PIM's counters by type of message, which ClearConfig clears.
-  Zet::Ptr<Routing::Pim::Slosh::MessageCounters> messageCounters() const { return messageCounters_; }
-  Zet::Ptr<Kiv::TimerWheel> timerWheel() const { return wheel_; }
-  /// The Hello machine of an interface; null for one that speaks no Hello.
-  pim::HelloSm* hello(Lanet::IntfId const& intfId);
-  pim::HelloSm const* hello(Lanet::IntfId const& intfId) const;
+  Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus() const;
+
+  // Questions about the machines, which are no part of this face.
+
+  /// The zone of all group ranges that no scope zone covers.
+  Lanet::IpGenPrefix globalZone() const;
+  /// The state of this router's candidacy in a zone (RFC 5059 section 3.1.1); unset if it is no candidate there.
+  std::optional<Routing::Pim::Bsr::BsrCandidateState> candidateState(Lanet::IpGenPrefix const& zone) const;
+  /// Calls `visit(zone, state)` for each zone in which this router is a candidate BSR.
+  void eachCandidacy(std::function<void(Lanet::IpGenPrefix const&,
+                                        Routing::Pim::Bsr::BsrCandidateState)> const& visit) const;
+  /// Where a candidate RP advertises a group range.
+  struct Advertising {
+    Lanet::IpGenPrefix zone;     ///< whose BSR gets the advertisements
+    std::optional<double> next;  ///< when the next is due, on the context's clock; unset while none is
+  };
+  /// Where a candidate RP of this router advertises a range; unset if no zone with a BSR covers the range.
+  std::optional<Advertising> advertising(Routing::Pim::Bsr::CrpOptions const& candidate,
+                                         Lanet::IpGenPrefix const& range) const;
+  /// The zone whose former BSR's RPs of a group range PIM goes on using; unset if none are kept.
+  std::optional<Lanet::IpGenPrefix> keptZone(Lanet::IpGenPrefix const& range) const;
+  /// How many timers are armed.
+  std::size_t armedTimers() const;
+  /// The Hellos that this router sends on an interface (RFC 7761 section 4.3.1).
+  struct HelloState {
+    U32 generationId;
+    double next;  ///< when the next is due, on the context's clock
+    pim::HelloOptions options;
+  };
+  /// Unset for an interface that speaks no Hello.
+  std::optional<HelloState> helloState(Lanet::IntfId const& intfId) const;
 
  private:
+  friend RouterParts& partsOf(Router& router);
+  friend RouterParts const& partsOf(Router const& router);
+
   /// Makes the router's context, and the router as the listener of its gates, the current ones of the thread.
   struct Call {
-    explicit Call(Router& router) : context(router.context_), drops(router) {}
+    explicit Call(Router& router);
     Zet::Context::Scope context;
     DropListener::Scope drops;
   };
@@ -230,6 +232,7 @@ class PIMBSR_API Router : private DropListener {
             Reception& reception);
   void handle(Lanet::IntfId const& intfId, wire::Outcome<wire::DecodedMessage> const& decoded,
               Reception& reception);
+  pim::HelloSm* hello(Lanet::IntfId const& intfId);
   void hello(Lanet::IntfId const& intfId, wire::HelloMessage const& message, Reception& reception);
   static void malformed(DropReason reason, Reception& reception);
   void bootstrap(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage& message,
@@ -237,41 +240,7 @@ class PIMBSR_API Router : private DropListener {
   void crpAdv(Lanet::IntfId const& intfId, Routing::Pim::Packet::CrpAdvMessage& message,
               Reception& reception);
 
-  Zet::Context& context_;
-  pim::Port& port_;
-  Zet::Ptr<Routing::Pim::Bsr::Status> status_;
-  Zet::Ptr<Routing::Pim::Status> pimStatus_;
-  Zet::Ptr<pim::NeighborTable> neighbors_;
-  Zet::Ptr<Routing::Pim::Bsr::PimBsmStatus> bsmStatus_;
-  Zet::Ptr<Routing::Pim::Bsr::PimCrpMsgStatus> crpMsgStatus_;
-  Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus_;
-  Zet::Ptr<Routing::Pim::Slosh::MessageCounters> messageCounters_;
-  Zet::Ptr<Ip::SourceIntf::SourceIntfSm> sourceIntfSm_;
-  Zet::Ptr<Routing::Pim::PimUcastRouteStatus> routes_;
-  Zet::Ptr<Routing::Pim::PimRpfTable> rpf_;
-  Zet::Ptr<Kiv::TimerWheel> wheel_;
-  Zet::Ptr<Interface::AllIntfStatusDir> interfaces_;
-  Mtus mtus_;
-  CorrectionSwitches switches_;
-  BsmPolicy policy_;
-  Zet::Ptr<pim::IoManager> io_;
-  Zet::Ptr<Routing::Pim::IO::MessageInfo> bsmInfo_;
-  Zet::Ptr<Routing::Pim::IO::MessageInfo> crpMsgInfo_;
-  Zet::Ptr<Routing::Pim::Bsr::ConfigSm> configSm_;
-  Zet::Ptr<Routing::Pim::Bsr::BootstrapMessageSm> gate_;
-  Zet::Ptr<Routing::Pim::Bsr::CrpMessageSm> crpGate_;
-  Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
-  std::unique_ptr<Admission> admission_;
-  std::unique_ptr<IngressFilter> ingressFilter_;
-  std::unique_ptr<LastMessages> lastMessages_;
-  std::unique_ptr<Correctors> correctors_;
-  Zet::Ptr<RpBounds> bounds_;
-  std::map<Lanet::IntfId, pim::HelloSm> hellos_;
-  Zet::Ptr<RpSweep> sweep_;
-  std::unique_ptr<Clearing> clearing_;
-  std::set<Lanet::IpGenPrefix> permitted_;
-  OwnDropSink* ownDrops_;
-  std::optional<DropReason> inHand_;  ///< of the message that a gate handles now, if it came in a packet
+  std::unique_ptr<RouterParts> parts_;
 };
 
 }  // namespace pimbsr::host

@@ -17,7 +17,7 @@ namespace pimbsr::host {
 /// own.
 ///
 /// This router's own advertisements take no part in it, except that in a full range they wait for a place.
-class PIMBSR_API RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeConst {
+class PIMBSR_INTERNAL RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::NotifieeConst {
  public:
   /// What becomes of an advertisement.
   struct Verdict {

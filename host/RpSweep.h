@@ -13,7 +13,7 @@ namespace pimbsr::host {
 /// zone's set holds any more. Such an RP is left where the zone was given up together with its own set.
 ///
 /// It looks once a minute while the set holds anything, at a cost linear in the set, and rests otherwise.
-class PIMBSR_API RpSweep : public Routing::Pim::RpCandidateStatus::Notifiee {
+class PIMBSR_INTERNAL RpSweep : public Routing::Pim::RpCandidateStatus::Notifiee {
  public:
   /// Seconds between two looks.
   static constexpr double period = 60.0;

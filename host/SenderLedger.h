@@ -30,7 +30,7 @@ Zet::Ptr<Routing::Pim::RpCandidateSet> rpSetOf(Routing::Pim::Bsr::PimBsrSm const
 /// dropped late: when its account is at a bound, at most once a second, and by a sweep over all entries that
 /// each new entry moves by a few. So there are never more than twice the RPs that the sets held during a
 /// sweep, and a constant, and no packet costs a walk over all of them.
-class PIMBSR_API SenderLedger {
+class PIMBSR_INTERNAL SenderLedger {
  public:
   /// One RP of one range, and who adds it.
   struct Addition {

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "host/HoldOver.h"
+#include "host/RouterParts.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Reflection.h"
@@ -19,11 +20,11 @@ using Zet::U64;
 // Zones -----------------------------------------------------------------------------------------------
 
 static std::set<IpGenPrefix> zoneNames(Router const& router) {
-  std::set<IpGenPrefix> zones = router.holdOver().zones();
+  std::set<IpGenPrefix> zones = partsOf(router).correctors->holdOver().zones();
   for (auto at = router.status()->bootstrapRouterIterator(); at; ++at) zones.insert(at.key());
   for (auto at = router.status()->crpStatusIterator(); at; ++at) zones.insert(at.key());
-  for (auto at = router.root()->nonCandidateSmIterator(); at; ++at) zones.insert(at.key());
-  for (auto at = router.root()->candidateSmIterator(); at; ++at) zones.insert(at.key());
+  for (auto at = partsOf(router).root->nonCandidateSmIterator(); at; ++at) zones.insert(at.key());
+  for (auto at = partsOf(router).root->candidateSmIterator(); at; ++at) zones.insert(at.key());
   return zones;
 }
 
@@ -60,7 +61,7 @@ std::vector<ZoneView> zonesOf(Router const& router) {
     if (auto bsr = router.status()->bootstrapRouter(zone)) view.bsr = viewOf(*bsr);
     auto rpSet = router.status()->crpStatus(zone);
     if (rpSet && rpSet->status()) view.rpSet = rpSetView(*rpSet->status());
-    router.holdOver().forEach(zone, [&](RpView const& rp) { addKept(view.rpSet, rp); });
+    partsOf(router).correctors->holdOver().forEach(zone, [&](RpView const& rp) { addKept(view.rpSet, rp); });
   }
   return zones;
 }

@@ -9,7 +9,7 @@
 namespace pimbsr::pim {
 
 /// Decides what leaves in place of an outgoing Bootstrap Message.
-class PIMBSR_API BsmRewriter {
+class PIMBSR_INTERNAL BsmRewriter {
  public:
   using Message = Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>;
 
@@ -27,7 +27,7 @@ class PIMBSR_API BsmRewriter {
 /// A Bootstrap Message leaves from the primary address of its interface for 224.0.0.13 with TTL 1, whatever
 /// the record says; an advertisement leaves from and for the addresses of its record (RFC 5059 sections 3.2
 /// and 3.4).
-class PIMBSR_API IoManager : public Routing::Pim::IO::MessageInfo::Notifiee {
+class PIMBSR_INTERNAL IoManager : public Routing::Pim::IO::MessageInfo::Notifiee {
  public:
   /// Binds itself to the outgoing exchange point of a manager. The port outlives it.
   IoManager(Zet::Ptr<Routing::Pim::IO::PamManager> const& manager, Port& port);
@@ -52,6 +52,6 @@ class PIMBSR_API IoManager : public Routing::Pim::IO::MessageInfo::Notifiee {
 };
 
 /// Makes a manager's entities: both exchange points empty, counts at 0.
-PIMBSR_API Zet::Ptr<Routing::Pim::IO::PamManager> makePamManager();
+PIMBSR_INTERNAL Zet::Ptr<Routing::Pim::IO::PamManager> makePamManager();
 
 }  // namespace pimbsr::pim

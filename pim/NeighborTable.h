@@ -19,7 +19,7 @@ using Zet::U64;
 ///
 /// It follows the status tree, whoever writes that, so that no packet needs a walk over all neighbors: each
 /// query, and each change of one neighbor or address, costs O(log n) of the addresses kept.
-class PIMBSR_API LinkNeighbors : public Routing::Pim::Intf::Notifiee {
+class PIMBSR_INTERNAL LinkNeighbors : public Routing::Pim::Intf::Notifiee {
  public:
   explicit LinkNeighbors(Zet::Ptr<Routing::Pim::Intf> const& intf);
   ~LinkNeighbors() override;
@@ -67,7 +67,7 @@ class PIMBSR_API LinkNeighbors : public Routing::Pim::Intf::Notifiee {
 };
 
 /// The neighbors of all interfaces that speak PIM.
-class PIMBSR_API NeighborTable : public Routing::Pim::Status::Notifiee {
+class PIMBSR_INTERNAL NeighborTable : public Routing::Pim::Status::Notifiee {
  public:
   explicit NeighborTable(Zet::Ptr<Routing::Pim::Status> const& pimStatus);
 

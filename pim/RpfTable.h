@@ -9,7 +9,7 @@ namespace pimbsr::pim {
 
 /// The best route to an address: that of the outside where it looks routes up, else that of `routes`. The
 /// default value if there is none.
-PIMBSR_API ::Slosh::Fib::Route routeTo(Lanet::IpGenAddr const& address,
+PIMBSR_INTERNAL ::Slosh::Fib::Route routeTo(Lanet::IpGenAddr const& address,
                                        Routing::Pim::PimUcastRouteStatus const& routes, Port const& port);
 
 /// RPF neighbors from unicast routes and Hello neighbors (RFC 5059 section 3.1.3, RFC 7761 section 4.1).
@@ -18,7 +18,7 @@ PIMBSR_API ::Slosh::Fib::Route routeTo(Lanet::IpGenAddr const& address,
 /// has the neighbor that owns it, and a remote one the neighbor that owns the next hop; without such a
 /// neighbor there is none. The answer is the neighbor's primary address, which is what its messages come
 /// from.
-class PIMBSR_API RpfTable : public Routing::Pim::PimRpfTable {
+class PIMBSR_INTERNAL RpfTable : public Routing::Pim::PimRpfTable {
  public:
   /// The port outlives the table.
   RpfTable(Zet::Ptr<Routing::Pim::PimUcastRouteStatus const> const& routes,

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "host/HoldOver.h"
 #include "host/Limits.h"
 #include "sim/Medium.h"
 
@@ -104,16 +103,16 @@ void Node::report() {
 void Node::reportStates() {
   Listener* listener = medium_.listenerFor(states);
   std::erase_if(states_, [&](auto const& entry) {
-    bool isGone = !router_->root()->candidateSm(entry.first);
+    bool isGone = !router_->candidateState(entry.first);
     if (isGone && listener != nullptr) listener->onStateEnd(*this, entry.first);
     return isGone;
   });
-  for (auto at = router_->root()->candidateSmIterator(); at; ++at) {
-    auto [entry, isNew] = states_.try_emplace(at.key(), at->state());
-    if (!isNew && entry->second == at->state()) continue;
-    entry->second = at->state();
-    if (listener != nullptr) listener->onState(*this, at.key(), at->state());
-  }
+  router_->eachCandidacy([&](auto const& zone, auto state) {
+    auto [entry, isNew] = states_.try_emplace(zone, state);
+    if (!isNew && entry->second == state) return;
+    entry->second = state;
+    if (listener != nullptr) listener->onState(*this, zone, state);
+  });
 }
 
 void Node::countDrop(Reception const& reception) { drops_[reception.reason].add(reception); }
@@ -230,8 +229,7 @@ void Node::observe() {
   if (!wanted) {
     observer_ = nullptr;
   } else if (router_ && !observer_) {
-    observer_ =
-        std::make_unique<host::Observer>(router_->status(), router_->root(), recorder_, &router_->holdOver());
+    observer_ = std::make_unique<host::Observer>(*router_, recorder_);
   }
 }
 

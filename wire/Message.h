@@ -33,6 +33,6 @@ ReadError readHeader(Reader& in, MessageType type, U8& flags);
 void writeHeader(std::vector<U8>& out, MessageType type, U8 flags = 0);
 
 /// Fills in the checksum of a message that is written in full.
-PIMBSR_API void writeChecksum(std::vector<U8>& out);
+PIMBSR_INTERNAL void writeChecksum(std::vector<U8>& out);
 
 }  // namespace pimbsr::wire

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "host/Machines.h"
-#include "protocol/BsrCandidateSm.h"
 #include "view/Fill.h"
 
 namespace pimbsr::agent {
@@ -157,13 +156,13 @@ HistoryEntry History::entryOf(host::Router const& router, Change const& change) 
 void History::followStates(host::Router const& router) {
   for (auto at = states_.begin(); at != states_.end();) {
     auto former = at++;
-    if (router.root()->candidateSm(former->first)) continue;
+    if (router.candidateState(former->first)) continue;
     noteState(former->first, former->second, noCandidacy);
     states_.erase(former);
   }
-  for (auto at = router.root()->candidateSmIterator(); at; ++at) states_.try_emplace(at.key(), noCandidacy);
+  router.eachCandidacy([&](IpGenPrefix const& zone, auto) { states_.try_emplace(zone, noCandidacy); });
   for (auto& [zone, known] : states_) {
-    std::string_view state = host::nameOf(router.root()->candidateSm(zone)->state());
+    std::string_view state = host::nameOf(*router.candidateState(zone));
     if (known != state) noteState(zone, std::exchange(known, state), state);
   }
 }

@@ -94,14 +94,6 @@ static std::vector<view::CandidateBsr> bsrCandidates(Observed const& observed) {
 
 // As RP -------------------------------------------------------------------------------------------------
 
-/// The zone in whose advertisement a range is; the unset prefix if no zone with a BSR covers it.
-static IpGenPrefix zoneOf(Bsr::RpCandidateSm const& machine, IpGenPrefix const& range) {
-  for (auto set = machine.crpAdvSetIterator(); set; ++set) {
-    if (set->prefixSet(range)) return set->zone();
-  }
-  return {};
-}
-
 static view::CandidateRange viewOf(Observed const& observed, Bsr::RpCandidate const& candidate,
                                    IpGenPrefix const& range) {
   auto options = candidate.prefixOptions(range);
@@ -109,13 +101,14 @@ static view::CandidateRange viewOf(Observed const& observed, Bsr::RpCandidate co
   bool hasPriority = options && options->priority() != Routing::Pim::RpPriority();
   if (!hasPriority) return shown;
   shown.priority = options->priority().value();
-  auto machine = observed.router.root()->rpCandidateSm({candidate.address(), options->priority()});
-  IpGenPrefix zone = machine ? zoneOf(*machine, range) : IpGenPrefix();
+  auto advertising = observed.router.advertising({candidate.address(), options->priority()}, range);
+  if (!advertising) return shown;
+  IpGenPrefix const& zone = advertising->zone;
   auto bsr = observed.router.status()->bootstrapRouter(zone);
   if (!bsr) return shown;
   shown.zone = zone;
   shown.bsr = bsr->ipAddr();
-  shown.nextAdvertisement = host::leftOf(machine->zetCrpAdvTimer(), observed.now());
+  if (advertising->next) shown.nextAdvertisement = leftUntil(*advertising->next, observed.now());
   return shown;
 }
 

@@ -79,7 +79,7 @@ static view::Timers timersOf(Observed const& observed) {
   TimerLatency const& timerLatency = observed.timerLatency;
   double mean =
       timerLatency.count() == 0 ? 0 : timerLatency.sum() / static_cast<double>(timerLatency.count());
-  return {.armed = observed.router.timerWheel()->armed(),
+  return {.armed = observed.router.armedTimers(),
           .served = timerLatency.count(),
           .meanLateness = mean,
           .worstLateness = timerLatency.worst()};

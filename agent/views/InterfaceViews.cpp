@@ -67,10 +67,10 @@ static void fill(view::Interface& shown, Observed const& observed, Intf const& i
   shown.dr = intf.drAddress();
   shown.ownDr = intf.iAmDr();
   shown.neighbors = intf.neighborCount();
-  pim::HelloSm const* hello = observed.router.hello(intf.intfId());
-  if (hello == nullptr) return;
-  shown.generationId = hello->generationId();
-  if (!shown.addresses.empty()) shown.nextHello = leftUntil(hello->nextHello(), observed.now());
+  auto hello = observed.router.helloState(intf.intfId());
+  if (!hello) return;
+  shown.generationId = hello->generationId;
+  if (!shown.addresses.empty()) shown.nextHello = leftUntil(hello->next, observed.now());
 }
 
 /// Receive queues and errors of an interface, or of unicast packets on all interfaces.

@@ -32,7 +32,7 @@ void MetricSamples::add(double value, MetricLabels labels) {
 using Rank = std::tuple<bool, double, IpGenPrefix>;
 
 static Rank rankOf(Observed const& observed, IpGenPrefix const& zone) {
-  bool isOwn = zone == observed.router.root()->globalOrNonScopeZone() ||
+  bool isOwn = zone == observed.router.globalZone() ||
                host::machineOf(observed.router, zone, observed.now()).candidate;
   double since = observed.history.bsrSince(zone).value_or(std::numeric_limits<double>::infinity());
   return {!isOwn, since, zone};

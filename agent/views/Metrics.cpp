@@ -296,7 +296,7 @@ void addLateness(Families& families, TimerLatency const& timerLatency) {
 
 void addProcess(Families& families, Observed const& observed) {
   Family(families, MetricType::Gauge, "timers_armed", "Timers that are running.")
-      .add(static_cast<double>(observed.router.timerWheel()->armed()));
+      .add(static_cast<double>(observed.router.armedTimers()));
   addLateness(families, observed.timerLatency);
   Family(families, MetricType::Counter, "notification_exceptions_total",
          "Exceptions caught inside the engine; each is a bug of this program.")

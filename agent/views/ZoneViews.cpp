@@ -4,7 +4,6 @@
 #include <set>
 
 #include "agent/views/ViewParts.h"
-#include "host/HoldOver.h"
 #include "host/LastMessages.h"
 #include "host/RpMap.h"
 #include "host/Views.h"
@@ -63,7 +62,7 @@ static view::BsrZone bsrOf(Observed const& observed, ZoneView const& zone) {
   MachineView machine = host::machineOf(observed.router, zone.zone, observed.now());
   view::BsrZone shown;
   shown.zone = zone.zone;
-  shown.scoped = zone.zone != observed.router.root()->globalOrNonScopeZone();
+  shown.scoped = zone.zone != observed.router.globalZone();
   shown.candidate = machine.candidate;
   shown.state = view::stateOf(machine);
   if (zone.bsr) shown.bsr = viewOf(observed, zone, machine);
@@ -123,7 +122,7 @@ static std::vector<Lanet::IpGenPrefix> zonesOf(Observed const& observed, Lanet::
   for (auto at = observed.router.status()->crpStatusIterator(); at; ++at) {
     if (at->status() && at->status()->crpSet(range)) zones.insert(at->zone());
   }
-  if (auto kept = observed.router.holdOver().keptZone(range)) zones.insert(*kept);
+  if (auto kept = observed.router.keptZone(range)) zones.insert(*kept);
   return {zones.begin(), zones.end()};
 }
 

@@ -5,7 +5,6 @@
 
 #include "cli/capture/PimFilter.h"
 #include "cli/replay/ReplayWorld.h"
-#include "host/HoldOver.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::cli {
@@ -54,8 +53,7 @@ void Replay::start(Frame const* first) {
   router.rpf = world_->rpf;
   router_ = std::make_unique<host::Router>(world_->context, world_->port, router);
   router_->interfaceIs(world_->intfId, 1500);
-  observer_ =
-      std::make_unique<host::Observer>(router_->status(), router_->root(), *recorder_, &router_->holdOver());
+  observer_ = std::make_unique<host::Observer>(*router_, *recorder_);
   if (first != nullptr) report_.onStart(first_);
 }
 
@@ -138,7 +136,7 @@ PlayedMessage Replay::describe(Reception const& reception) const {
   Packet::BootstrapMessage const* bsm = bsmOf(reception);
   if (bsm == nullptr) return played;
   played.rpfNeighbor = world_->rpf->neighbor(bsm->bsrAddress());
-  played.zone = zoneOf(*bsm, router_->root()->globalOrNonScopeZone());
+  played.zone = zoneOf(*bsm, router_->globalZone());
   auto elected = router_->status()->bootstrapRouter(played.zone);
   if (!elected || !reception.accepted()) return played;
   using Routing::Pim::Bsr::PimBsrWeight;

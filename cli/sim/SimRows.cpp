@@ -66,7 +66,7 @@ TimelineRow rowOf(sim::Node const& node, Change const& change) {
   if (hasBsr) return rowOfBsr(node, change);
   Change shown = change;
   auto const* router = node.router();
-  bool isGlobal = router != nullptr && change.zone == router->root()->globalOrNonScopeZone();
+  bool isGlobal = router != nullptr && change.zone == router->globalZone();
   // Only a scoped zone is shown.
   if (isGlobal && !change.rp.address.isEmpty()) shown.zone = change.rp.range;
   TimelineRow row = rowOf(shown, "");

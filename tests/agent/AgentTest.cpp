@@ -1,4 +1,5 @@
 #include "agent/Agent.h"
+#include "host/RouterParts.h"
 
 #include <gmock/gmock.h>
 
@@ -166,7 +167,7 @@ TEST_F(AgentTest, SettingsOfAnInterfaceAreFollowedWithoutLosingItsNeighbors) {
   pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
   settings.interfaces["eth0"] = {.drPriority = 7, .helloInterval = 10};
   follow();
-  auto const& options = agent.router().hello(intf("eth0"))->options();
+  auto const& options = agent.router().helloState(intf("eth0"))->options;
   EXPECT_EQ(options.drPriority, 7u);
   EXPECT_EQ(options.period, 10);
   EXPECT_EQ(options.holdtime, 35);
@@ -191,7 +192,9 @@ TEST_F(AgentTest, CandidateFollowsTheAddressOfItsInterfaceAlsoOfOneWithoutPim) {
 
 TEST_F(AgentTest, RouteToABsrIsThatOfTheSystemAtThatTime) {
   pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
-  auto rpf = [&] { return agent.router().gate()->rpfTable()->doLookup(addr("10.1.0.1"), {}).rpfNeighbor; };
+  auto rpf = [&] {
+    return pimbsr::host::partsOf(agent.router()).gate->rpfTable()->doLookup(addr("10.1.0.1"), {}).rpfNeighbor;
+  };
   EXPECT_TRUE(rpf().isEmpty());
   platform.routes[addr("10.1.0.1")] = {
       .type = RouteType::remote, .intfId = intf("eth0"), .nextHop = addr("192.0.2.1")};
@@ -203,7 +206,7 @@ TEST_F(AgentTest, RouteToABsrIsThatOfTheSystemAtThatTime) {
 
 TEST_F(AgentTest, OwnAddressesAreLocalToTheEngine) {
   auto isLocal = [&](char const* address) {
-    auto routes = agent.router().crpGate()->ucastRouteStatus();
+    auto routes = pimbsr::host::partsOf(agent.router()).crpGate->ucastRouteStatus();
     return routes->bestRoute(addr(address)).type == RouteType::local;
   };
   EXPECT_TRUE(isLocal("192.0.2.9"));
@@ -355,14 +358,14 @@ TEST_F(AgentTest, AgentsThatStartInTheSameSecondHaveTheirOwnRng) {
     agent::Agent other(clock, platform, traffic, *this);
     other.kernelChanged();
     EXPECT_THAT(other.settingsIs(settings), IsEmpty());
-    generations.insert(other.router().hello(intf("eth0"))->generationId());
+    generations.insert(other.router().helloState(intf("eth0"))->generationId);
   }
   EXPECT_EQ(generations.size(), 3u);
 }
 
 TEST_F(AgentTest, GoodbyeEndsCandidaciesAndIsSentOnEveryInterface) {
   beCandidate("eth0");
-  while (agent.router().hello(intf("eth0"))->nextHello() <= clock.now() + 5) {
+  while (agent.router().helloState(intf("eth0"))->next <= clock.now() + 5) {
     if (agent.nextExpiry() <= clock.now()) agent.advance();
   }
   agent.sendGoodbyes();

@@ -290,7 +290,7 @@ TEST_F(MetricsTest, TimersAndTheProcessAreReported) {
   run(12);
   timerLatency.note(0.002);
   timerLatency.note(20);
-  EXPECT_EQ(sample("pimbsr_timers_armed"), std::to_string(router->timerWheel()->armed()));
+  EXPECT_EQ(sample("pimbsr_timers_armed"), std::to_string(router->armedTimers()));
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="0.001"})"), "0");
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="0.01"})"), "1");
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="10"})"), "1");

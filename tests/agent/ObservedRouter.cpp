@@ -17,8 +17,7 @@ ObservedRouter::ObservedRouter()
                                       pimbsr::host::RouterOptions{.config = tree.config(),
                                                                   .clearConfig = tree.clearConfig(),
                                                                   .accessLists = tree.accessLists()})),
-      observer(std::make_unique<pimbsr::host::Observer>(router->status(), router->root(), history,
-                                                        &router->holdOver())),
+      observer(std::make_unique<pimbsr::host::Observer>(*router, history)),
       startTime(context.now()) {
   kernel.links["eth0"] = {.index = 2, .name = "eth0", .up = true};
   kernel.links["eth0"].addresses = {{addr("192.0.2.9").v4Addr(), 24}};

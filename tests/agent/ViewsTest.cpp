@@ -352,7 +352,7 @@ TEST_F(ViewsTest, InterfaceIsShownWithItsLinkAndItsPackets) {
       .queues = {{QueueKind::neighbor, {.queues = 1, .received = 1, .lost = 2}}, {QueueKind::shared, {}}},
       .sendError = "Network is down"};
   Json eth1 = view("interfaces")["interfaces"][1];
-  Zet::U32 generation = router->hello(intf("eth1"))->generationId();
+  Zet::U32 generation = router->helloState(intf("eth1"))->generationId;
   EXPECT_GT(eth1["nextHello"], 0.0);
   eth1.erase("nextHello");
   expect(
@@ -445,7 +445,7 @@ TEST_F(ViewsTest, CountersShowMessagesPacketsAndTimers) {
   EXPECT_EQ(shown["counters"].back()["parts"].size(), 6u);
   EXPECT_EQ(shown["traffic"][0]["interface"], nullptr);
   EXPECT_EQ(shown["traffic"][1]["packets"]["bsm"]["received"], 2);
-  EXPECT_EQ(shown["timers"]["armed"], router->timerWheel()->armed());
+  EXPECT_EQ(shown["timers"]["armed"], router->armedTimers());
   EXPECT_EQ(shown["timers"]["served"], 2);
   EXPECT_EQ(shown["timers"]["meanLateness"], 0.5);
   EXPECT_EQ(shown["timers"]["worstLateness"], 0.75);

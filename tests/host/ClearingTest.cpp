@@ -1,6 +1,7 @@
 #include <memory>
 
 #include "host/LastMessages.h"
+#include "host/RouterParts.h"
 #include "tests/host/IngressSupport.h"
 
 namespace test {
@@ -66,10 +67,10 @@ class ClearingTest : public testing::TestWithParam<bool> {
     return pimSet->crpSet(prefix(text));
   }
   bool isFollowed(std::string const& zone) const {
-    return router->root()->nonCandidateSm(prefix(zone)) != nullptr;
+    return pimbsr::host::partsOf(*router).root->nonCandidateSm(prefix(zone)) != nullptr;
   }
   BsrCandidateState candidateState(std::string const& zone) const {
-    return router->root()->candidateSm(prefix(zone))->state();
+    return pimbsr::host::partsOf(*router).root->candidateSm(prefix(zone))->state();
   }
   /// Bootstrap Messages that a new neighbor on eth1, where this router is the DR, makes the router send.
   int sentToNewNeighbor() {
@@ -110,7 +111,7 @@ TEST_P(ClearingTest, ABsrIsForgottenWithItsMachineAndLearnedAgain) {
     EXPECT_FALSE(router->lastMessages().find(prefix(zone)));
     offer(ofZone(zone, 2));
     ASSERT_TRUE(entry(zone) && isFollowed(zone)) << zone;
-    EXPECT_EQ(router->root()->nonCandidateSm(prefix(zone))->state(),
+    EXPECT_EQ(pimbsr::host::partsOf(*router).root->nonCandidateSm(prefix(zone))->state(),
               Bsr::BsrNonCandidateState::acceptPreferred);
     EXPECT_EQ(range(zone)->rpCount(), 2u) << zone;
     run(3000);
@@ -176,7 +177,7 @@ TEST_P(ClearingTest, ACandidateThatFollowsABsrTakesPartInANewElection) {
     EXPECT_EQ(candidateState(zone), BsrCandidateState::pBsr);
     EXPECT_FALSE(entry(zone));
     EXPECT_FALSE(range(zone));
-    EXPECT_FALSE(router->root()->candidateSm(prefix(zone))->lastBsm());
+    EXPECT_FALSE(pimbsr::host::partsOf(*router).root->candidateSm(prefix(zone))->lastBsm());
     offer(ofZone(zone, 2));
     EXPECT_EQ(candidateState(zone), BsrCandidateState::cBsr);
     EXPECT_EQ(entry(zone)->ipAddr(), addr("10.0.0.1"));
@@ -198,9 +199,9 @@ TEST_P(ClearingTest, ACandidateThatWaitsForTheElectionIsClearedToo) {
   Bsm weaker = ofZone("224.0.0.0/4");
   weaker.priority = 1;
   offer(weaker);
-  EXPECT_TRUE(router->root()->candidateSm(prefix("224.0.0.0/4"))->lastBsm());
+  EXPECT_TRUE(pimbsr::host::partsOf(*router).root->candidateSm(prefix("224.0.0.0/4"))->lastBsm());
   EXPECT_TRUE(router->clearBsr(prefix("224.0.0.0/4")));
-  EXPECT_FALSE(router->root()->candidateSm(prefix("224.0.0.0/4"))->lastBsm());
+  EXPECT_FALSE(pimbsr::host::partsOf(*router).root->candidateSm(prefix("224.0.0.0/4"))->lastBsm());
   run(60);
   EXPECT_EQ(candidateState("224.0.0.0/4"), BsrCandidateState::eBsr);
 }
@@ -221,7 +222,7 @@ TEST_P(ClearingTest, AnElectedBsrStaysAndItsRpSetCanBeCleared) {
   EXPECT_TRUE(entry("224.0.0.0/4") && range("224.0.0.0/4"));
   router->clearRpSet(prefix("224.0.0.0/4"));
   EXPECT_FALSE(range("224.0.0.0/4"));
-  EXPECT_FALSE(router->root()->candidateSm(prefix("224.0.0.0/4"))->lastBsm());
+  EXPECT_FALSE(pimbsr::host::partsOf(*router).root->candidateSm(prefix("224.0.0.0/4"))->lastBsm());
   advertise();
   EXPECT_TRUE(range("224.0.0.0/4"));
   run(60);
@@ -286,11 +287,11 @@ TEST_P(ClearingTest, NeighborsAreForgottenAlsoThoseThatNeverExpire) {
   auto link = [&] { return router->pimStatus()->pimIntf(intf("eth0")); };
   run(100000);
   ASSERT_EQ(link()->neighborCount(), 1u);
-  U32 generation = router->hello(intf("eth0"))->generationId();
+  U32 generation = router->helloState(intf("eth0"))->generationId;
   router->clearNeighbors(intf("eth0"));
   EXPECT_EQ(link()->neighborCount(), 0u);
-  EXPECT_NE(router->hello(intf("eth0"))->generationId(), generation);
-  EXPECT_LE(router->hello(intf("eth0"))->nextHello(), context.now() + 5);
+  EXPECT_NE(router->helloState(intf("eth0"))->generationId, generation);
+  EXPECT_LE(router->helloState(intf("eth0"))->next, context.now() + 5);
   receiveHello("192.0.2.1", 50);
   EXPECT_EQ(link()->neighborCount(), 1u);
   run(60);

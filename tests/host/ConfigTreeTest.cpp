@@ -1,4 +1,5 @@
 #include "host/ConfigTree.h"
+#include "host/RouterParts.h"
 
 #include <gmock/gmock.h>
 
@@ -369,10 +370,10 @@ TEST_F(ConfiguredRouter, StatusIsKeptOverARestartAndWhatIsConfiguredNoMoreGoes) 
 }
 
 TEST_F(ConfiguredRouter, ClearingIsAskedForByTheConfiguration) {
-  router->messageCounters()->rxIs(4, 17);
+  partsOf(*router).messageCounters->rxIs(4, 17);
   Zet::Context::Scope scope(context);
   tree.clearConfig()->countersCountIs(1);
-  EXPECT_EQ(router->messageCounters()->rx(4), 0u);
+  EXPECT_EQ(partsOf(*router).messageCounters->rx(4), 0u);
 }
 
 using ConfiguredRouterDeath = ConfiguredRouter;

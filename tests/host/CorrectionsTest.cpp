@@ -1,4 +1,5 @@
 #include "host/Corrections.h"
+#include "host/RouterParts.h"
 
 #include <algorithm>
 #include <map>
@@ -293,7 +294,7 @@ TEST_F(CorrectedRouterTest, AZoneIsForgottenWhenItsInterfaceBecomesABorder) {
   run(1);
   EXPECT_FALSE(range("239.1.0.0/16"));
   EXPECT_FALSE(router.status()->bootstrapRouter(prefix("239.1.0.0/16")));
-  EXPECT_FALSE(router.root()->nonCandidateSm(prefix("239.1.0.0/16")));
+  EXPECT_FALSE(pimbsr::host::partsOf(router).root->nonCandidateSm(prefix("239.1.0.0/16")));
   EXPECT_EQ(acts(&CorrectionSettings::forgetLeak), 1u);
 }
 

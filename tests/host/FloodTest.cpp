@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/RouterParts.h"
 #include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Trace.h"
 #include "tests/host/IngressSupport.h"
@@ -108,7 +109,7 @@ class FloodedRouter : public FilteredRouterTest, public testing::WithParamInterf
   }
   U32 waiting() const {
     U32 count = 0;
-    for (auto tag = router.root()->bsmRxFragmentsIterator(); tag; ++tag) {
+    for (auto tag = pimbsr::host::partsOf(router).root->bsmRxFragmentsIterator(); tag; ++tag) {
       for (auto group = tag->groupRpDataIterator(); group; ++group) count += group->rps();
     }
     return count;
@@ -121,8 +122,8 @@ class FloodedRouter : public FilteredRouterTest, public testing::WithParamInterf
     return count;
   }
   U32 zones() const {
-    bool global = router.root()->nonCandidateSm(prefix("224.0.0.0/4")) != nullptr;
-    return router.root()->nonCandidateSmCount() - (global ? 1 : 0);
+    bool global = pimbsr::host::partsOf(router).root->nonCandidateSm(prefix("224.0.0.0/4")) != nullptr;
+    return pimbsr::host::partsOf(router).root->nonCandidateSmCount() - (global ? 1 : 0);
   }
   /// What waits may be more where Bootstrap Timers have read the kept fragment of each zone again.
   void expectWithinBounds() const {

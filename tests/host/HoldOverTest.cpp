@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "host/RouterParts.h"
 #include "tests/host/IngressSupport.h"
 
 namespace test {
@@ -67,12 +68,12 @@ class HoldOverTest : public FilteredRouterTest {
     std::sort(found.begin(), found.end());
     return found;
   }
-  HoldOver const& kept() const { return router.holdOver(); }
+  HoldOver const& kept() const { return partsOf(router).correctors->holdOver(); }
 
   Group const twoRps{"239.1.0.0/16", {{"203.0.113.1", 100}, {"203.0.113.2", 60}}};
   Group const otherRp{"239.1.0.0/16", {{"203.0.113.3"}}};
   RpChanges changes;
-  Observer observer{router.status(), router.root(), changes, &router.holdOver()};
+  Observer observer{router, changes};
 };
 
 TEST_F(HoldOverTest, RpsOfTheFormerBsrStayUntilTheNewOneNamesTheirRange) {

@@ -123,7 +123,7 @@ TEST_F(LeadingRouter, HelloMakesANeighborAndGoodbyeEndsIt) {
 TEST_F(LeadingRouter, InterfaceWithoutHelloTakesNone) {
   router->interfaceIs(intf("eth2"), 1500);
   router->receive(intf("eth2"), helloFrom("203.0.113.1", 7));
-  EXPECT_EQ(router->hello(intf("eth2")), nullptr);
+  EXPECT_FALSE(router->helloState(intf("eth2")));
   EXPECT_EQ(router->pimStatus()->pimIntf(intf("eth2"))->neighborCount(), 0u);
 }
 
@@ -143,12 +143,12 @@ TEST_F(LeadingRouter, NeighborTowardsTheBsrComesFromRoutesAndHellos) {
 
 TEST_F(LeadingRouter, ChangedAddressTriggersAHelloWithANewGeneration) {
   run(10);
-  Zet::U32 before = router->hello(intf("eth0"))->generationId();
+  Zet::U32 before = router->helloState(intf("eth0"))->generationId;
   takeSent();
   port.addresses["eth0"] = "192.0.2.19";
   router->handleAddressChange(intf("eth0"));
   router->handleAddressChange(intf("eth9"));
-  EXPECT_NE(router->hello(intf("eth0"))->generationId(), before);
+  EXPECT_NE(router->helloState(intf("eth0"))->generationId, before);
   run(5);
   EXPECT_EQ(takeSent<HelloMessage>().size(), 2u);
 }
@@ -157,7 +157,7 @@ TEST_F(LeadingRouter, RemovedInterfaceSpeaksNoMore) {
   run(6);
   takeSent();
   router->interfaceDel(intf("eth1"));
-  EXPECT_EQ(router->hello(intf("eth1")), nullptr);
+  EXPECT_FALSE(router->helloState(intf("eth1")));
   run(30);
   EXPECT_EQ(takeSent<HelloMessage>().size(), 1u);
 }

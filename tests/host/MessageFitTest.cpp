@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "host/RouterParts.h"
 #include "tests/host/IngressSupport.h"
 #include "wire/Checksum.h"
 #include "wire/Message.h"
@@ -145,11 +146,11 @@ TEST_F(MessageFitTest, WhatIsCollectedIsBoundedAndEndsAfterTheTimeOfFragments) {
     Bsm message = fragmentsWith(0, tag)[0];
     take(withAddress(message, "127.0.0.1"));
   }
-  EXPECT_LE(router.fit().count(), 6u);
-  EXPECT_GE(router.fit().count(), 4u);
+  EXPECT_LE(partsOf(router).correctors->fit().count(), 6u);
+  EXPECT_GE(partsOf(router).correctors->fit().count(), 4u);
   run(26);
   take(withAddress(fragmentsWith(0, 100)[0], "127.0.0.1"));
-  EXPECT_EQ(router.fit().count(), 2u);
+  EXPECT_EQ(partsOf(router).correctors->fit().count(), 2u);
 }
 
 TEST_F(MessageFitTest, MoreRpsThanAnnouncedDropTheMessage) {

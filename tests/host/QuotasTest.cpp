@@ -1,4 +1,5 @@
 #include "host/Quotas.h"
+#include "host/RouterParts.h"
 
 #include <string>
 #include <vector>
@@ -175,7 +176,7 @@ TEST_F(QuotasTest, ForgottenZoneMakesRoomAndLeavesNoState) {
     EXPECT_EQ(reasonFor(scoped("239.77.0.0/16")), "zone-quota");
     run(2);
   }
-  EXPECT_LE(router.gate()->lastBsmCount(), 1u);
+  EXPECT_LE(pimbsr::host::partsOf(router).gate->lastBsmCount(), 1u);
 }
 
 TEST_F(QuotasTest, MessageThatTheEngineDropsLearnsNoZone) {

@@ -1,3 +1,4 @@
+#include "host/RouterParts.h"
 #include "host/SenderLedger.h"
 
 #include <string>
@@ -141,7 +142,7 @@ class SenderLedgerTest : public RpBoundsTest {
   }
 
   IngressSettings const settings{.rpsPerSender = 128, .rangesPerSender = 128};
-  SenderLedger ledger{*bsr.root(), settings};
+  SenderLedger ledger{*pimbsr::host::partsOf(bsr).root, settings};
 };
 
 TEST_F(SenderLedgerTest, ForgetsWhatNeverCameOrHasLeft) {
