@@ -13,6 +13,9 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")  # lines for stack traces; variables would make builds far longer
 
+# A library whose sources change makes no program anew that uses it.
+set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
+
 # Calls within a library bind to the library itself, so that they can be inlined and need no table.
 add_compile_options(-fno-semantic-interposition)
 string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-Bsymbolic-functions")

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# embed.sh BUILD CXX: installs the build folder BUILD and builds examples/embed against what was installed,
-# once as a CMake package and once through pkg-config; each program must end well and say something. CXXFLAGS
-# are flags that the installed libraries need of a program (a sanitizer).
+# embed.sh BUILD CXX: installs the build folder BUILD and builds programs against what was installed, as a CMake
+# package and through pkg-config: examples/embed against component host alone, which has no header of a machine,
+# then one that names all functions of component engine. Each program must end well and print something.
+# CXXFLAGS are flags that the installed libraries need of a program (a sanitizer).
 set -euo pipefail
 build=$1
 cxx=$2
 cmake=${CMAKE:-cmake}
-example=$(cd "$(dirname "$0")/../.." && pwd)/examples/embed
+here=$(cd "$(dirname "$0")" && pwd)
+example=$(cd "$here/../.." && pwd)/examples/embed
 if [[ ! -d $example ]]; then
   echo "$example is missing" >&2
   exit 1
@@ -15,34 +17,70 @@ fi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-"$cmake" --install "$build" --prefix "$work/installed" >"$work/install.log"
+fail() {
+  echo "$1" >&2
+  exit 1
+}
+
+"$cmake" --install "$build" --component host --prefix "$work/installed" >"$work/install.log"
 mv "$work/installed" "$work/moved" # what is installed must not know where
 lib=$(dirname "$(find "$work/moved" -name libpimbsr.so)")
 
 # The SONAME names the versions that a program can be run with: 0.MINOR before 1.0 (docs/embedding.md).
 version=$(sed -nE 's/.* version = "(0\.[0-9]+|[0-9]+).*/\1/p' "$example/../../agent/base/Version.h")
 for library in libpimbsr libpimbsr-host; do
-  if [[ -z $version || ! -e $lib/$library.so.$version ]]; then
-    echo "there is no $library.so.$version" >&2
-    exit 1
-  fi
+  [[ -n $version && -e $lib/$library.so.$version ]] || fail "there is no $library.so.$version"
 done
 
 run() {
   local output
   output=$(LD_LIBRARY_PATH=$lib "$1")
-  if [[ -z $output ]]; then
-    echo "$1 printed nothing" >&2
-    exit 1
-  fi
+  [[ -n $output ]] || fail "$1 printed nothing"
   printf '%s:\n%s\n' "$2" "$output"
 }
 
-"$cmake" -S "$example" -B "$work/by-cmake" \
-  -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_CXX_COMPILER="$cxx" >"$work/configure.log"
-"$cmake" --build "$work/by-cmake"
-run "$work/by-cmake/embed" "found by CMake"
+# by_cmake SOURCE PROGRAM: builds and runs the program of a folder.
+by_cmake() {
+  "$cmake" -S "$1" -B "$work/$2" -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_CXX_COMPILER="$cxx" \
+    >"$work/configure.log" &&
+    "$cmake" --build "$work/$2" &&
+    run "$work/$2/$2" "$2, found by CMake"
+}
 
-read -ra flags <<<"${CXXFLAGS:-} $(PKG_CONFIG_PATH=$lib/pkgconfig pkg-config --cflags --libs pimbsr-host)"
-"$cxx" -std=c++20 "$example"/*.cpp "${flags[@]}" -o "$work/by-pkg-config"
-run "$work/by-pkg-config" "found by pkg-config"
+# flags_of PACKAGE: sets `flags` to what a program needs that uses a package of pkg-config.
+flags_of() {
+  read -ra flags <<<"${CXXFLAGS:-} $(PKG_CONFIG_PATH=$lib/pkgconfig pkg-config --cflags --libs "$1")"
+}
+
+# by_pkg_config SOURCE PACKAGE
+by_pkg_config() {
+  flags_of "$2"
+  "$cxx" -std=c++20 "$1"/*.cpp "${flags[@]}" -o "$work/program"
+  run "$work/program" "$2, found by pkg-config"
+}
+
+# A router and what a host needs, and no machine: each header compiles without them.
+by_cmake "$example" embed
+by_pkg_config "$example" pimbsr-host
+for module in protocol crp config; do
+  [[ -z $(find "$work/moved" -type d -name $module) ]] || fail "component host has headers of $module"
+done
+include=$work/moved/include/pimbsr
+(cd "$include" && find . -name '*.h' -printf '#include <%P>\n') | sort >"$work/all.cpp"
+[[ -s $work/all.cpp ]] || fail "component host has no header"
+flags_of pimbsr-host
+"$cxx" -std=c++20 -fsyntax-only -Wall -Werror "${flags[@]}" "$work/all.cpp"
+if by_cmake "$here/engine" names >"$work/absent.log" 2>&1; then
+  fail "component engine is found where it is not installed"
+fi
+
+# With the machines beside it, pimbsr::host still doesn't reach them.
+rm -rf "$work/names"
+"$cmake" --install "$build" --prefix "$work/moved" >>"$work/install.log"
+by_cmake "$here/engine" names
+by_pkg_config "$here/engine" pimbsr-engine
+flags_of pimbsr-host
+echo '#include <protocol/PimBsrSm.h>' >"$work/machine.cpp"
+if "$cxx" -std=c++20 -fsyntax-only "${flags[@]}" "$work/machine.cpp" 2>"$work/absent.log"; then
+  fail "pimbsr-host reaches the headers of machines"
+fi
