@@ -159,13 +159,13 @@ TEST_F(ControlLimitsTest, WatchesBeyondTheShareOfAUserAreRejectedAndTheConnectio
   serve({.userWatches = 2});
   std::vector<ControlPeer> watches = connectedAs(hog, 3, watching);
   for (ControlPeer& peer : watches) readUntilLines(peer, 1);
-  EXPECT_EQ(watches[1].text(), granted);
+  EXPECT_EQ(watches[1].text(), watchGranted);
   EXPECT_EQ(watches[2].text(), errorLine("user 61001 has 2 watches, and no more are granted to one user"));
   watches[2].send(askVersion);
   readUntilLines(watches[2], 2);
   std::vector<ControlPeer> own = connectedAs(other, 1, watching);
   readUntilLines(own[0], 1);
-  EXPECT_EQ(own[0].text(), granted);
+  EXPECT_EQ(own[0].text(), watchGranted);
   EXPECT_EQ(server_->counts().rejectedRequests, 1u);
 }
 
@@ -176,7 +176,7 @@ TEST_F(ControlLimitsTest, WatchesOfAllUsersLeaveTheReserveToRoot) {
   readUntilLines(beyond[0], 1);
   EXPECT_THAT(beyond[0].text(), HasSubstr("no more are granted but to root and the agent's own user"));
   for (ControlPeer& peer : root) readUntilLines(peer, 1);
-  EXPECT_EQ(root[0].text(), granted);
+  EXPECT_EQ(root[0].text(), watchGranted);
   EXPECT_THAT(root[1].text(), HasSubstr("there are 3 watches"));
 }
 

@@ -22,7 +22,7 @@ inline std::string const askVersion = "{\"command\":\"version\"}\n";
 inline std::string const watching = "{\"command\":\"watch\"}\n";
 inline std::string const large = "{\"command\":\"metrics\"}\n";
 inline std::string const reloading = "{\"command\":\"reload\"}\n";
-inline std::string const granted = "{\"ok\":true,\"result\":{}}\n";
+inline std::string const watchGranted = "{\"ok\":true,\"result\":{}}\n";
 
 inline constexpr std::size_t largeSize = 3'000'000;
 
@@ -90,7 +90,7 @@ class ControlServerFixture : public testing::Test {
     ControlPeer peer = connected();
     peer.send(watching);
     readUntilLines(peer, 1);
-    EXPECT_EQ(peer.text(), granted);
+    EXPECT_EQ(peer.text(), watchGranted);
     return peer;
   }
 

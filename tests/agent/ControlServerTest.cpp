@@ -266,7 +266,7 @@ TEST_F(ControlServerTest, WatchersGetEachLineAndOthersNone) {
   server_->publish("{\"n\":2}");
   for (ControlPeer* peer : {&one, &two}) {
     readUntilLines(*peer, 3);
-    EXPECT_EQ(peer->text(), granted + "{\"n\":1}\n{\"n\":2}\n");
+    EXPECT_EQ(peer->text(), watchGranted + "{\"n\":1}\n{\"n\":2}\n");
   }
   asking.read();
   EXPECT_EQ(asking.text(), "");
@@ -282,7 +282,7 @@ TEST_F(ControlServerTest, AWatcherIsNotListenedToAndMayBeSilent) {
   for (int n = 0; n < 20; ++n) turn();
   server_->publish("{\"n\":1}");
   readUntilLines(peer, 3);
-  EXPECT_EQ(peer.text(), asked(1) + granted + "{\"n\":1}\n");
+  EXPECT_EQ(peer.text(), asked(1) + watchGranted + "{\"n\":1}\n");
   EXPECT_EQ(handler_.asked, 2);
 }
 
@@ -331,7 +331,7 @@ TEST_F(ControlServerTest, OneLineAboveTheBoundIsSentToWhoeverReads) {
   std::string line = "\"" + std::string(largeSize, 'x') + "\"";
   server_->publish(line);
   readUntilLines(peer, 2);
-  EXPECT_EQ(peer.text(), granted + line + "\n");
+  EXPECT_EQ(peer.text(), watchGranted + line + "\n");
 }
 
 TEST_F(ControlServerTest, AnAnswerMayPublish) {
@@ -347,7 +347,7 @@ TEST_F(ControlServerTest, AnAnswerMayPublish) {
   ControlPeer peer = connected();
   peer.send(reloading);
   readUntilLines(peer, 1);
-  EXPECT_EQ(peer.text(), granted);
+  EXPECT_EQ(peer.text(), watchGranted);
   EXPECT_EQ(server_->counts().slow, 1u);
 }
 
