@@ -132,14 +132,14 @@ std::string Daemon::interfacesText() const {
 
 bool Daemon::onPacket(std::string const& intf, std::span<U8 const> packet) {
   bool goesOn = agent_.receive(intf, packet);
-  armTimer();
+  endEvent();
   return goesOn;
 }
 
 void Daemon::onKernelChange() {
   agent_.kernelChanged();
   if (agent_.hasProblem() && !interfaceTimer_.isRunning()) interfaceTimer_.startIn(interfaceRetry);
-  armTimer();
+  endEvent();
 }
 
 std::vector<Lanet::IpAddr> Daemon::neighborsOf(std::string const& intf) const {
@@ -151,7 +151,12 @@ std::vector<Lanet::IpAddr> Daemon::advertisers() const { return agent_.advertise
 void Daemon::handleTimer() {
   armedFor_ = 0;
   if (agent_.nextExpiry() <= clock_.now()) agent_.advance();
+  endEvent();
+}
+
+void Daemon::endEvent() {
   armTimer();
+  for (auto const& control : controls_) control->modelChanged();
 }
 
 void Daemon::armTimer() {
@@ -195,7 +200,10 @@ Observed Daemon::observed() {
 Json Daemon::answer(Request const& request) {
   switch (request.command) {
     case Command::show:
+      if (request.what == "tree") return showTree(agent_.router(), request.path, request.tree);
       return show(observed(), request.what, request.group, request.zone);
+    case Command::get:
+      return get(agent_.router(), request.path);
     case Command::metrics:
       return jsonOf(view::Metrics{.text = metricsText(observed())});
     case Command::reload:
@@ -209,9 +217,16 @@ Json Daemon::answer(Request const& request) {
     case Command::version:
       return jsonOf(view::Version{.version = version});
     case Command::watch:
+      if (!request.path.empty()) get(agent_.router(), request.path);  // throws for a wrong one
       break;
   }
   return Json::object();
+}
+
+PathValue Daemon::valueAt(std::string const& path) { return agent::valueAt(agent_.router(), path); }
+
+std::string Daemon::lineOf(std::string const& path, PathValue const& value) {
+  return agent::lineOf(path, value, clock_.now());
 }
 
 /// Settings that were read without errors are applied whole.
@@ -263,7 +278,7 @@ void Daemon::clear(Request const& request) {
     agent_.clearHistory();
     historyKeeper_.saveAll();
   }
-  armTimer();
+  endEvent();
 }
 
 void Daemon::changeTrace(Request const& request) {

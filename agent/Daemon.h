@@ -46,12 +46,15 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   std::vector<Lanet::IpAddr> advertisers() const override;
   void onChanges(std::vector<HistoryEntry> const& changes) override;
   nlohmann::ordered_json answer(Request const& request) override;
+  PathValue valueAt(std::string const& path) override;
+  std::string lineOf(std::string const& path, PathValue const& value) override;
 
   std::string interfacesText() const;
   void openControl(ControlEndpoint const& endpoint);
   Observed observed();
   void publish(std::vector<HistoryEntry> const& changes);
   void dropRights();
+  void endEvent();
   void armTimer();
   void handleTimer();
   void handleHangup();

@@ -23,10 +23,12 @@ bool isPlain(std::string_view text) {
 }
 
 Json jsonOf(Request const& request) {
-  static constexpr char const* names[] = {"show", "watch", "clear", "reload", "trace", "metrics", "version"};
-  Json json{{"command", names[static_cast<std::size_t>(request.command)]}};
+  Json json{{"command", nameOf(request.command)}};
   if (!request.what.empty()) json["what"] = request.what;
   if (request.what == "rp") json["group"] = request.group.stringValue().charPtr();
+  if (!request.path.empty()) json["path"] = request.path;
+  if (request.what == "tree") json["depth"] = static_cast<unsigned>(request.tree.depth);
+  if (!request.tree.from.empty()) json["from"] = request.tree.from;
   if (request.command != Command::trace) return json;
   json["handle"] = request.handle;
   json["level"] = request.level ? Json(static_cast<unsigned>(*request.level)) : Json("off");
@@ -34,7 +36,8 @@ Json jsonOf(Request const& request) {
 }
 
 bool equal(Request const& a, Request const& b) {
-  return a.command == b.command && a.what == b.what && a.group == b.group && a.handle == b.handle &&
+  return a.command == b.command && a.what == b.what && a.group == b.group && a.path == b.path &&
+         a.tree.depth == b.tree.depth && a.tree.from == b.tree.from && a.handle == b.handle &&
          a.level == b.level;
 }
 

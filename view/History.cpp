@@ -89,9 +89,11 @@ std::string detailsOf(Event const& view) {
   return fmt::format("{}{}{} times in {}", text, text.empty() ? "" : "; ", *view.count, span);
 }
 
-std::string localTimeOf(Event const& view) {
-  return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(static_cast<std::time_t>(view.time)));
+std::string localTime(double seconds) {
+  return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(static_cast<std::time_t>(seconds)));
 }
+
+std::string localTimeOf(Event const& view) { return localTime(view.time); }
 
 std::string causeTextOf(Event const& view) {
   Cause const& cause = view.cause;

@@ -162,9 +162,11 @@ void tryInTurn(std::span<std::string const> paths, std::function<void(std::strin
   throw DeniedError(reasons);
 }
 
-void watch(std::string const& path, TakeLine const& take, double patience) {
+void watch(std::string const& path, TakeLine const& take, std::string const& watched, double patience) {
   Conversation agent(path, patience);
-  agent.send({{"command", "watch"}});
+  Json request{{"command", "watch"}};
+  if (!watched.empty()) request["path"] = watched;
+  agent.send(request);
   agent.result();
   agent.waitForever();
   while (std::optional<std::string> line = agent.next()) {

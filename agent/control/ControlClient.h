@@ -39,8 +39,10 @@ void tryInTurn(std::span<std::string const> paths, std::function<void(std::strin
 /// Takes one line, without its newline; false ends the watch.
 using TakeLine = std::function<bool(std::string_view line)>;
 
-/// Passes each line of the agent's stream of changes to `take`, and returns once that returns false. Throws
-/// as ask() does until the watch is granted, and then ClientError when the stream ends.
-void watch(std::string const& path, TakeLine const& take, double patience = clientPatience);
+/// Passes each line of the agent's stream to `take`, and returns once that returns false: of its changes, or
+/// of the values of a path of the model. Throws as ask() does until the watch is granted, and then
+/// ClientError when the stream ends.
+void watch(std::string const& path, TakeLine const& take, std::string const& watched = {},
+           double patience = clientPatience);
 
 }  // namespace pimbsr::agent

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <utility>
 
 namespace pimbsr::agent {
 
@@ -105,10 +106,17 @@ void ControlConnection::answerNext() {
   ticket_ = 0;
   Reply reply = nextReply();
   watching_ = reply.watch;
+  path_ = std::move(reply.path);
   if (watching_) lines_.clear();
   waitFor(limits_.answerTime);
   enqueue(std::make_shared<std::string const>(std::move(reply.line)));
   if (reply.atOnce && !isOver() && !out_.empty()) endIs(ConnectionEnd::slow);
+}
+
+bool ControlConnection::takeValue(PathValue const& value, Zet::U64 number) {
+  wantsValue_ = false;
+  bool const isFirst = std::exchange(lastRead_, number) == 0;
+  return std::exchange(value_, value.value) != value.value || isFirst;
 }
 
 void ControlConnection::publish(std::shared_ptr<std::string const> const& line) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "agent/base/FileDescriptor.h"
@@ -35,6 +36,7 @@ struct ControlLimits {
   std::size_t acceptsPerTurn = 64;              ///< new connections in one turn of the loop
   std::chrono::milliseconds answersPerTurn{5};  ///< of one turn, after which no further answer is begun
   unsigned restFactor = 4;                      ///< times of a longer answer for which its user gets no other
+  unsigned valuesRestFactor = 19;               ///< times of a reading of watched values for which they rest
   std::chrono::milliseconds silence{10000};     ///< for a whole request to come, from the last answer on
   std::chrono::milliseconds answerTime{10000};  ///< for an answer to be read
   std::chrono::milliseconds unreadGrace{1000};  ///< for which an unread connection doesn't give way
@@ -59,10 +61,18 @@ enum class ConnectionState {
   watching
 };
 
+/// The value of a path of the model at one time.
+struct PathValue {
+  std::optional<std::string> value;  ///< nothing while the path names nothing
+  std::string unit;                  ///< empty for none
+  std::string missing;               ///< why the path names nothing
+};
+
 /// What a connection is to send for a request.
 struct Reply {
   std::string line;     ///< with its newline
   bool watch = false;   ///< from now on it is a watcher's
+  std::string path;     ///< of a watch: the path of the model; empty for changes
   bool atOnce = false;  ///< the connection ends if the kernel doesn't take the whole line at once
 };
 
@@ -111,6 +121,19 @@ class ControlConnection {
   void answer();
   /// Ends it in favor of another connection. An idle one is sent the line, which has its newline.
   void giveWay(std::string const& line);
+  // The value that a watcher follows.
+
+  /// The path of a watcher; empty for one of changes, and for a client that is none.
+  std::string const& watchedPath() const { return path_; }
+  /// From now on the value may be another one than the watcher was sent.
+  void valueMayDiffer() { wantsValue_ = !path_.empty() && !isOver(); }
+  bool wantsValue() const { return wantsValue_ && !isOver(); }
+  /// When takeValue() was called last: its number; 0 for never.
+  Zet::U64 lastRead() const { return lastRead_; }
+  /// Takes the value as it is now; whether it is the first one or differs from the one before.
+  bool takeValue(PathValue const& value, Zet::U64 number);
+  /// Ends it after an error of the system.
+  void fail() { endIs(ConnectionEnd::failed); }
   /// Sends a line, with its newline, to a watcher. One that has left too much unread is over then.
   void publish(std::shared_ptr<std::string const> const& line);
 
@@ -142,6 +165,10 @@ class ControlConnection {
   bool finished_ = false;  ///< the client sends no more
   bool leaving_ = false;   ///< the answer in hand is the last one
   bool watching_ = false;
+  std::string path_;
+  std::optional<std::string> value_;  ///< as it was sent last
+  bool wantsValue_ = false;
+  Zet::U64 lastRead_ = 0;
   Zet::U64 ticket_ = 0;
   Zet::U64 since_ = 0;
   std::deque<std::shared_ptr<std::string const>> out_;

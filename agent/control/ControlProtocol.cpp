@@ -18,9 +18,9 @@ namespace pimbsr::agent {
 using Json = nlohmann::ordered_json;
 using Names = std::span<std::string_view const>;
 
-static constexpr std::string_view views[] = {"bsr",         "rp-set",  "candidates", "rp",       "neighbors",
-                                             "interfaces",  "borders", "filter",     "counters", "drops",
-                                             "corrections", "history", "config",     "control",  "on-change"};
+static constexpr std::string_view views[] = {
+    "bsr",      "rp-set", "candidates",  "rp",      "neighbors", "interfaces", "borders",   "filter",
+    "counters", "drops",  "corrections", "history", "config",    "control",    "on-change", "tree"};
 static constexpr std::string_view clearable[] = {"counters", "drops",  "history",
                                                  "bsr",      "rp-set", "neighbors"};
 
@@ -32,27 +32,28 @@ Names clearNames() { return clearable; }
 struct Form {
   std::string_view name;
   Command command;
+  bool isReading;
   Names members;
 };
 
-static constexpr std::string_view showMembers[] = {"what", "group", "prefix"};
+static constexpr std::string_view showMembers[] = {"what", "group", "prefix", "path", "depth", "from"};
+static constexpr std::string_view pathMembers[] = {"path"};
 static constexpr std::string_view clearMembers[] = {"what", "zone", "interface"};
 static constexpr std::string_view traceMembers[] = {"handle", "level"};
 
-static constexpr Form forms[] = {{"show", Command::show, showMembers},    {"watch", Command::watch, {}},
-                                 {"clear", Command::clear, clearMembers}, {"reload", Command::reload, {}},
-                                 {"trace", Command::trace, traceMembers}, {"metrics", Command::metrics, {}},
-                                 {"version", Command::version, {}}};
+static constexpr Form forms[] = {
+    {"show", Command::show, true, showMembers},   {"get", Command::get, true, pathMembers},
+    {"watch", Command::watch, true, pathMembers}, {"clear", Command::clear, false, clearMembers},
+    {"reload", Command::reload, false, {}},       {"trace", Command::trace, false, traceMembers},
+    {"metrics", Command::metrics, true, {}},      {"version", Command::version, true, {}}};
 
-std::string_view nameOf(Command command) {
+static Form const& formOf(Command command) {
   auto matches = [&](Form const& form) { return form.command == command; };
-  return std::find_if(std::begin(forms), std::end(forms), matches)->name;
+  return *std::find_if(std::begin(forms), std::end(forms), matches);
 }
 
-bool isReading(Command command) {
-  return command == Command::show || command == Command::watch || command == Command::metrics ||
-         command == Command::version;
-}
+std::string_view nameOf(Command command) { return formOf(command).name; }
+bool isReading(Command command) { return formOf(command).isReading; }
 
 // Texts -----------------------------------------------------------------------------------------------------
 
@@ -204,11 +205,31 @@ static bool has(Json const& json, Request const& request, std::string_view name,
          fmt::format("to give it for \"{}\" alone", fmt::join(whats, "\" and \"")));
 }
 
+static constexpr char const* validPath = "a path of the model such as \"status/bootstrapRouter\"";
+
+static std::string pathOf(Json const& request, std::string_view name) {
+  std::string path = text(request, name, validPath);
+  if (path.empty()) reject(name, "is empty", validPath);
+  return path;
+}
+
+static int depthOf(Json const& request) {
+  Json const& value = request["depth"];
+  bool inRange = value.is_number_unsigned() && value.get<std::uint64_t>() <= host::maxTreeDepth;
+  if (!inRange) {
+    reject("depth", "is " + asRead(value), fmt::format("a whole number from 0 to {}", host::maxTreeDepth));
+  }
+  return value.get<int>();
+}
+
 static void readShow(Json const& json, Request& request) {
   request.what = oneOf(json, "what", views);
   if (has(json, request, "prefix", {"rp-set"})) request.zone = zoneOf(json, "prefix");
   has(json, request, "group", {"rp"});
   if (request.what == "rp") request.group = groupOf(json);
+  if (has(json, request, "path", {"tree"})) request.path = pathOf(json, "path");
+  if (has(json, request, "depth", {"tree"})) request.tree.depth = depthOf(json);
+  if (has(json, request, "from", {"tree"})) request.tree.from = pathOf(json, "from");
 }
 
 static void readClear(Json const& json, Request& request) {
@@ -233,6 +254,8 @@ Request parseRequest(std::string_view line) {
   checkMembers(json, form);
   Request request{.command = form.command};
   if (form.command == Command::show) readShow(json, request);
+  if (form.command == Command::get) request.path = pathOf(json, "path");
+  if (form.command == Command::watch && json.contains("path")) request.path = pathOf(json, "path");
   if (form.command == Command::clear) readClear(json, request);
   if (form.command == Command::trace) readTrace(json, request);
   return request;

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "agent/base/RequestError.h"
+#include "host/ModelTree.h"
 #include "model/Lanet.h"
 
 namespace pimbsr::agent {
@@ -16,11 +17,17 @@ namespace pimbsr::agent {
 inline constexpr std::size_t maxRequest = 4096;
 
 /// What can be asked over the control socket.
-enum class Command { show, watch, clear, reload, trace, metrics, version };
+enum class Command { show, get, watch, clear, reload, trace, metrics, version };
 
 /// Its name on the wire, and whether it changes nothing of the agent.
 std::string_view nameOf(Command command);
 bool isReading(Command command);
+
+/// Of show "tree": the part that is asked for.
+struct TreePart {
+  int depth = host::maxTreeDepth;  ///< as in host::TreeBounds
+  std::string from;                ///< as in host::TreeBounds
+};
 
 /// A request, validated except for what only a running agent knows.
 struct Request {
@@ -32,6 +39,9 @@ struct Request {
   Lanet::IpGenPrefix zone = {};
   /// Of clear "neighbors": the interface to clear, perhaps of no interface at all; empty for all. Else empty.
   std::string interface = {};
+  /// Of get, watch and show "tree": a path of the model, which may be wrong; or empty.
+  std::string path = {};
+  TreePart tree = {};        ///< of show "tree"
   std::string handle;        ///< of trace: never empty, and perhaps no handle at all; else empty
   std::optional<int> level;  ///< of trace: 0 to 9, up to which is traced; nothing is off
 };

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "runtime/Assert.h"
 
@@ -25,7 +26,8 @@ ControlServer::ControlServer(uv_loop_t* loop, ControlEndpoint endpoint, RequestH
       poll_(makePoll(loop, socket_->fd(), this)),
       pause_(makeTimer(loop, this)),
       answers_(makeIdle(loop, this)),
-      rest_(makeTimer(loop, this)) {
+      rest_(makeTimer(loop, this)),
+      valuesRest_(makeTimer(loop, this)) {
   listen();
 }
 
@@ -34,11 +36,13 @@ ControlServer::~ControlServer() { close(); }
 void ControlServer::close() {
   ZET_ASSERT(!answering_, "a control server is not closed by an answer");
   connections_.clear();
+  pathWatches_ = 0;
   users_.clear();
   poll_.reset();
   pause_.reset();
   answers_.reset();
   rest_.reset();
+  valuesRest_.reset();
   socket_.reset();
 }
 
@@ -66,8 +70,12 @@ static bool isWatcher(std::unique_ptr<ControlConnection> const& connection) {
   return connection->isWatcher();
 }
 
+static bool watchesChanges(std::unique_ptr<ControlConnection> const& connection) {
+  return connection->isWatcher() && connection->watchedPath().empty();
+}
+
 bool ControlServer::hasWatchers() const {
-  return std::any_of(connections_.begin(), connections_.end(), isWatcher);
+  return std::any_of(connections_.begin(), connections_.end(), watchesChanges);
 }
 
 ControlCounts ControlServer::counts() const {
@@ -273,6 +281,7 @@ void ControlServer::answer(ControlConnection& connection) {
   U64 const end = uv_hrtime();
   if (end - start > nanoseconds(limits_.answersPerTurn))
     rests_[user] = end + limits_.restFactor * (end - start);
+  if (std::exchange(hasNewPathWatch_, false)) modelChanged();
 }
 
 void ControlServer::waitForRests(U64 now) {
@@ -325,6 +334,11 @@ Reply ControlServer::reply(ControlConnection const& connection, std::string cons
       result = {.line = errorLine(error), .atOnce = true};
     } else {
       result = {.line = answerLine(resultOf(request)), .watch = request.command == Command::watch};
+      if (result.watch && !request.path.empty()) {
+        result.path = std::move(request.path);
+        hasNewPathWatch_ = true;
+        ++pathWatches_;
+      }
     }
   } catch (RequestError const& invalid) {
     result = {.line = errorLine(invalid.what())};
@@ -340,9 +354,64 @@ void ControlServer::publish(std::string_view jsonLine) {
   ZET_ASSERT(jsonLine.find('\n') == jsonLine.npos, "a published line is one line");
   auto line = std::make_shared<std::string const>(std::string(jsonLine) + '\n');
   for (auto const& connection : connections_) {
-    if (connection->isWatcher()) connection->publish(line);
+    if (watchesChanges(connection)) connection->publish(line);
   }
   sweep();
+}
+
+// Watched values --------------------------------------------------------------------------------------------
+
+void ControlServer::modelChanged() {
+  if (pathWatches_ == 0) return;
+  for (auto const& connection : connections_) connection->valueMayDiffer();
+  if (uv_is_active(reinterpret_cast<uv_handle_t*>(valuesRest_.get())) == 0) readValues();
+}
+
+/// The one whose value was read longest ago.
+ControlConnection* ControlServer::nextToRead() const {
+  ControlConnection* next = nullptr;
+  for (auto const& each : connections_) {
+    if (!each->wantsValue()) continue;
+    if (next == nullptr || each->lastRead() < next->lastRead()) next = each.get();
+  }
+  return next;
+}
+
+/// A watcher must not end the agent, not even by exhausting memory.
+void ControlServer::readValue(ControlConnection& connection) {
+  try {
+    std::string const& path = connection.watchedPath();
+    PathValue const value = handler_.valueAt(path);
+    if (!connection.takeValue(value, ++valuesRead_)) return;
+    connection.publish(std::make_shared<std::string const>(handler_.lineOf(path, value) + '\n'));
+  } catch (std::exception const&) {
+    connection.fail();
+  }
+}
+
+/// One value at least; the others after a rest, if reading takes long.
+void ControlServer::readValues() {
+  U64 const start = uv_hrtime();
+  bool hasTime = true;
+  for (ControlConnection* next = nextToRead(); next != nullptr && hasTime; next = nextToRead()) {
+    readValue(*next);
+    hasTime = uv_hrtime() - start < nanoseconds(limits_.answersPerTurn);
+  }
+  sweep();
+  if (pathWatches_ > 0) restFromValues(start);
+}
+
+/// The number of members of a large collection takes a walk to read. So watched values have a small share of
+/// the loop, however much happens.
+void ControlServer::restFromValues(U64 start) {
+  constexpr U64 perMillisecond = 1'000'000;
+  U64 const rest = (uv_hrtime() - start) * limits_.valuesRestFactor / perMillisecond + 1;
+  auto call = [](uv_timer_t* timer) {
+    auto* self = static_cast<ControlServer*>(timer->data);
+    if (self->nextToRead() != nullptr) self->readValues();
+  };
+  uv_update_time(loop_);
+  uv_timer_start(valuesRest_.get(), call, rest, 0);
 }
 
 // Ends ------------------------------------------------------------------------------------------------------
@@ -358,6 +427,7 @@ void ControlServer::sweep() {
     totals_.silent += connection->end() == ConnectionEnd::silent;
     totals_.gaveWay += connection->end() == ConnectionEnd::gaveWay;
     totals_.failed += connection->end() == ConnectionEnd::failed;
+    pathWatches_ -= connection->watchedPath().empty() ? 0 : 1;
     auto user = users_.find(connection->user());
     if (--user->second.clients == 0) users_.erase(user);
   }

@@ -23,6 +23,10 @@ class RequestHandler {
   /// The result of a request; that of `watch` grants it. Throws RequestError, whose text is sent, for one
   /// that can't be granted. May publish, and must not close the server.
   virtual nlohmann::ordered_json answer(Request const& request) = 0;
+  /// What a watched path names now.
+  virtual PathValue valueAt(std::string const& path) = 0;
+  /// That as a line for who watches the path, without a newline.
+  virtual std::string lineOf(std::string const& path, PathValue const& value) = 0;
 };
 
 /// Where a control socket is, and what it serves.
@@ -49,9 +53,12 @@ class ControlServer final : private ConnectionOwner {
   /// it.
   void close();
 
-  /// Sends a line of JSON, which has no newline, to all watchers.
+  /// Sends a line of JSON, which has no newline, to all watchers of changes.
   void publish(std::string_view jsonLine);
   bool hasWatchers() const;
+  /// An event has ended that may have changed the model. Whoever watches a path of it is sent the value if
+  /// that is another one than before; what happens while watched values rest is compared once, after that.
+  void modelChanged();
   ControlCounts counts() const;
   ControlStatus status() const;
 
@@ -97,6 +104,11 @@ class ControlServer final : private ConnectionOwner {
   std::string watchError(uid_t user) const;
   void sweep();
 
+  void readValues();
+  void readValue(ControlConnection& connection);
+  void restFromValues(Zet::U64 start);
+  ControlConnection* nextToRead() const;
+
   uv_loop_t* loop_;
   ControlEndpoint endpoint_;
   RequestHandler& handler_;
@@ -115,6 +127,10 @@ class ControlServer final : private ConnectionOwner {
   Zet::U64 tickets_ = 0;
   Zet::U64 answered_ = 0;
   bool answering_ = false;
+  UvHandle<uv_timer_t> valuesRest_;  ///< runs while no watched value is read
+  std::size_t pathWatches_ = 0;      ///< connections that watch a path
+  Zet::U64 valuesRead_ = 0;
+  bool hasNewPathWatch_ = false;  ///< granted by the answer in hand
 };
 
 }  // namespace pimbsr::agent

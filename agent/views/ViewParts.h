@@ -7,11 +7,13 @@
 
 #include "agent/views/Observed.h"
 #include "host/Machines.h"
+#include "host/ModelTree.h"
 #include "view/Candidates.h"
 #include "view/Counts.h"
 #include "view/Fill.h"
 #include "view/History.h"
 #include "view/Interfaces.h"
+#include "view/Tree.h"
 #include "view/Zones.h"
 
 /// The views by theme, each in a source of its own, for Views.cpp alone.
@@ -38,6 +40,10 @@ view::Corrections showCorrections(Observed const& observed);
 view::History showHistory(Observed const& observed);
 view::Control showControl(Observed const& observed);
 view::OnChange showOnChange(Observed const& observed);
+
+// ModelViews.cpp
+view::Tree showModel(host::Router const& router, std::string const& path, host::TreeBounds const& bounds);
+view::ModelValue showModelValue(host::Router const& router, std::string const& path);
 
 /// The names of access lists by which something is configured.
 template <class Terms>

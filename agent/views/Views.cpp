@@ -31,7 +31,7 @@ static Json shown(Observed const& observed) {
   return jsonOf(fill(observed));
 }
 
-/// All but "rp" and "rp-set", which are asked for a part.
+/// All but "rp", "rp-set" and "tree", which are asked for a part.
 static constexpr NamedView views[] = {{"bsr", shown<showBsr>},
                                       {"candidates", shown<showCandidates>},
                                       {"neighbors", shown<showNeighbors>},
@@ -46,14 +46,24 @@ static constexpr NamedView views[] = {{"bsr", shown<showBsr>},
                                       {"control", shown<showControl>},
                                       {"on-change", shown<showOnChange>}};
 
+/// How many entries of the tree one answer has: few enough for one turn of the loop.
+static constexpr std::size_t treePage = 1000;
+
 static std::string validNames() {
   std::string names;
   for (std::string_view name : viewNames()) names += (names.empty() ? "" : ", ") + std::string(name);
   return names;
 }
 
+Json showTree(host::Router const& router, std::string const& path, TreePart const& part) {
+  return jsonOf(showModel(router, path, {.maxEntries = treePage, .depth = part.depth, .from = part.from}));
+}
+
+Json get(host::Router const& router, std::string const& path) { return jsonOf(showModelValue(router, path)); }
+
 Json show(Observed const& observed, std::string_view what, Lanet::IpAddr group,
           Lanet::IpGenPrefix const& prefix) {
+  if (what == "tree") return showTree(observed.router, "", {});
   if (what == "rp-set") return jsonOf(showRpSet(observed, prefix));
   if (what == "rp") return jsonOf(showRp(observed, group));
   for (NamedView const& named : views) {

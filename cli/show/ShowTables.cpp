@@ -5,6 +5,7 @@
 
 #include "cli/show/ShowParts.h"
 #include "view/Answers.h"
+#include "view/Tree.h"
 
 namespace pimbsr::cli {
 
@@ -19,6 +20,13 @@ std::string entriesOf(Zet::U64 number) {
 view::Cells joined(view::Cells first, view::Cells const& second) {
   first.insert(first.end(), second.begin(), second.end());
   return first;
+}
+
+/// One line for each path, which scripts can cut at " = ".
+static void writeShown(std::ostream& out, view::Tree const& view) {
+  for (view::ModelValue const& entry : view.entries) {
+    out << fmt::format("{} = {}{}\n", entry.path, entry.value, entry.unit ? " " + *entry.unit : "");
+  }
 }
 
 /// The configuration is shown as a file, with every key.
@@ -45,6 +53,7 @@ void writeShow(std::ostream& out, std::string const& what, Json const& view) {
                                                        {"config", writeView<view::Config>},
                                                        {"control", writeView<view::Control>},
                                                        {"on-change", writeView<view::OnChange>},
+                                                       {"tree", writeView<view::Tree>},
                                                        {"candidates", writeView<view::Candidates>}};
   auto writer = writers.find(what);
   if (writer != writers.end()) {

@@ -54,6 +54,27 @@ TEST(ControlProtocolTest, EveryViewIsReadAndOnlyRpTakesAGroup) {
   }
 }
 
+TEST(ControlProtocolTest, APathIsReadWhereOneIsTaken) {
+  EXPECT_EQ(parseRequest(R"({"command":"watch"})").path, "");
+  EXPECT_EQ(parseRequest(R"({"command":"watch","path":"a/b['c']"})").path, "a/b['c']");
+  EXPECT_EQ(parseRequest(R"({"command":"get","path":"a"})").path, "a");
+  Request whole = parseRequest(R"({"command":"show","what":"tree"})");
+  EXPECT_EQ(whole.path, "");
+  EXPECT_EQ(whole.tree.from, "");
+  EXPECT_EQ(whole.tree.depth, host::maxTreeDepth);
+  Request part = parseRequest(R"({"command":"show","what":"tree","path":"a","depth":0,"from":"a/b"})");
+  EXPECT_EQ(part.path, "a");
+  EXPECT_EQ(part.tree.from, "a/b");
+  EXPECT_EQ(part.tree.depth, 0);
+}
+
+TEST(ControlProtocolTest, WhatReadsIsNoneOfTheCommandsThatChangeSomething) {
+  for (Command command : {Command::show, Command::get, Command::watch, Command::metrics, Command::version})
+    EXPECT_TRUE(isReading(command)) << nameOf(command);
+  for (Command command : {Command::clear, Command::reload, Command::trace})
+    EXPECT_FALSE(isReading(command)) << nameOf(command);
+}
+
 TEST(ControlProtocolTest, TraceHasALevelOrIsOff) {
   Request on = parseRequest(R"({"command":"trace","handle":"Pim::Bsr::IO","level":9})");
   EXPECT_EQ(on.handle, "Pim::Bsr::IO");
@@ -66,13 +87,15 @@ TEST(ControlProtocolTest, SpacesOrderAndLineEndsDoNotMatter) {
   EXPECT_EQ(parseRequest("  { \"what\" : \"bsr\" ,\t\"command\" : \"show\" }\r\n").what, "bsr");
 }
 
+/// A request with an error, and parts of its message.
+struct Invalid {
+  char const* line;
+  char const* read;
+  char const* valid;
+};
+
 TEST(ControlProtocolTest, ErrorsNameTheReadAndTheValidValues) {
-  struct Case {
-    char const* line;
-    char const* read;
-    char const* valid;
-  };
-  Case const cases[] = {
+  Invalid const cases[] = {
       {"", "no JSON from byte 1 on", R"({"command":"version"})"},
       {"show bsr", "no JSON from byte 1 on", R"({"command":"version"})"},
       {R"({"command":"version"} {})", "no JSON from byte 23 on", "one object on one line"},
@@ -83,7 +106,7 @@ TEST(ControlProtocolTest, ErrorsNameTheReadAndTheValidValues) {
       {"17", "the request is 17", "an object"},
       {R"({"command":1e999})", "a number that is too large", ""},
       {"{}", "\"command\" is missing",
-       R"("show", "watch", "clear", "reload", "trace", "metrics", "version")"},
+       R"("show", "get", "watch", "clear", "reload", "trace", "metrics", "version")"},
       {R"({"command":1})", "\"command\" is 1", "\"show\""},
       {R"({"command":null})", "\"command\" is null", "\"show\""},
       {R"({"command":"sho"})", R"("command" is "sho")", "\"show\""},
@@ -124,7 +147,28 @@ TEST(ControlProtocolTest, ErrorsNameTheReadAndTheValidValues) {
       {R"({"command":"trace","handle":"a","level":"8"})", R"("level" is "8")", "0 to 9"},
       {R"({"command":"trace","handle":"a","level":true})", "\"level\" is true", "0 to 9"},
   };
-  for (Case const& c : cases) {
+  for (Invalid const& c : cases) {
+    EXPECT_THAT(errorOf(c.line), AllOf(HasSubstr(c.read), HasSubstr(c.valid))) << c.line;
+  }
+}
+
+TEST(ControlProtocolTest, ErrorsInPathsNameTheReadAndTheValidValues) {
+  Invalid const cases[] = {
+      {R"({"command":"get"})", "\"path\" is missing", "a path of the model"},
+      {R"({"command":"get","path":""})", "\"path\" is empty", "a path of the model"},
+      {R"({"command":"get","path":7})", "\"path\" is 7", "a path of the model"},
+      {R"({"command":"get","path":"a","depth":1})", R"("depth" is no member of "get")", "\"path\""},
+      {R"({"command":"watch","path":""})", "\"path\" is empty", "a path of the model"},
+      {R"({"command":"show","what":"tree","path":null})", "\"path\" is null", "a path of the model"},
+      {R"({"command":"show","what":"tree","from":""})", "\"from\" is empty", "a path of the model"},
+      {R"({"command":"show","what":"tree","depth":25})", "\"depth\" is 25", "0 to 24"},
+      {R"({"command":"show","what":"tree","depth":-1})", "\"depth\" is -1", "0 to 24"},
+      {R"({"command":"show","what":"tree","depth":"1"})", "\"depth\" is \"1\"", "0 to 24"},
+      {R"({"command":"show","what":"bsr","path":"a"})", R"("path" is given for "bsr")", "\"tree\" alone"},
+      {R"({"command":"show","what":"rp","group":"239.1.1.1","depth":1})", R"("depth" is given for "rp")",
+       "\"tree\" alone"},
+  };
+  for (Invalid const& c : cases) {
     EXPECT_THAT(errorOf(c.line), AllOf(HasSubstr(c.read), HasSubstr(c.valid))) << c.line;
   }
 }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -36,7 +37,20 @@ class CountingHandler : public RequestHandler {
     if (request.command == Command::version) return {{"asked", asked}};
     return Json::object();
   }
+  PathValue valueAt(std::string const& path) override {
+    ++read;
+    if (onRead) onRead(path);
+    auto found = values.find(path);
+    if (found == values.end()) return {.missing = "nothing"};
+    return {.value = found->second};
+  }
+  std::string lineOf(std::string const& path, PathValue const& value) override {
+    return path + "=" + value.value.value_or(value.missing);
+  }
 
+  std::map<std::string, std::string> values;  ///< of the paths that name something
+  int read = 0;
+  std::function<void(std::string const&)> onRead;
   int asked = 0;
   std::function<void(Request const&)> onAsked;
 };
@@ -91,6 +105,13 @@ class ControlServerFixture : public testing::Test {
     peer.send(watching);
     readUntilLines(peer, 1);
     EXPECT_EQ(peer.text(), watchGranted);
+    return peer;
+  }
+  /// A client that watches a path and has its first value.
+  ControlPeer watcherOf(std::string const& path) {
+    ControlPeer peer = connected();
+    peer.send("{\"command\":\"watch\",\"path\":\"" + path + "\"}\n");
+    readUntilLines(peer, 2);
     return peer;
   }
 

@@ -52,7 +52,7 @@ TEST_F(ViewsTest, EveryNamedViewIsShownAndOthersAreErrors) {
     EXPECT_STREQ(
         error.what(),
         "there is no view \"bsrs\"; valid are bsr, rp-set, candidates, rp, neighbors, interfaces, borders, "
-        "filter, counters, drops, corrections, history, config, control, on-change");
+        "filter, counters, drops, corrections, history, config, control, on-change, tree");
   }
 }
 

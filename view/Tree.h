@@ -1,0 +1,3 @@
+#pragma once
+
+#include "view/Tree.zet.h"
