@@ -2,9 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <thread>
@@ -15,7 +19,10 @@
 #include "cli/base/Color.h"
 #include "cli/show/ShowTables.h"
 #include "view/All.h"
+#include "view/Answers.h"
+#include "view/History.h"
 #include "view/Json.h"
+#include "view/Tree.h"
 
 namespace pimbsr::cli {
 
@@ -88,12 +95,31 @@ static ExitCode run(std::ostream& out, std::ostream& err, Act const& act) {
   return finish(out, err);
 }
 
+/// As JSON a number is one, but other text stays as it was written, for the message.
+static Json numberOrText(std::string const& text) {
+  unsigned number = 0;
+  auto const* end = text.data() + text.size();
+  auto [stop, error] = std::from_chars(text.data(), end, number);
+  return stop == end && error == std::errc() ? Json(number) : Json(text);
+}
+
 /// The member of the request that the subject of a view is.
+static char const* subjectMember(std::string const& what) {
+  if (what == "rp-set") return "prefix";
+  return what == "tree" ? "path" : "group";
+}
+
 static Json requestOf(std::string const& what, std::string const& subject) {
   Json request{{"command", "show"}, {"what", what}};
   if (subject.empty()) return request;
   bool isGroup = what == "rp-set" && subject.find('/') == std::string::npos;
-  request[what == "rp-set" ? "prefix" : "group"] = isGroup ? subject + "/32" : subject;
+  request[subjectMember(what)] = isGroup ? subject + "/32" : subject;
+  return request;
+}
+
+static Json requestOf(ShowOptions const& options) {
+  Json request = requestOf(options.what, options.subject);
+  if (!options.depth.empty()) request["depth"] = numberOrText(options.depth);
   return request;
 }
 
@@ -149,18 +175,51 @@ static void writeAll(ShowOptions const& options, std::ostream& out) {
   }
 }
 
+/// Asks for page after page, since one answer has a part of a large tree alone.
+template <class Take>
+static void eachPage(ShowOptions const& options, Take const& take) {
+  Json request = requestOf(options);
+  std::optional<std::string> from;
+  do {
+    auto page = view::readView<view::Tree>(askReading(options.socket, request));
+    if (page.next && page.next == from)
+      throw agent::ClientError("the agent gives the same part of the tree twice");
+    from = page.next;
+    request["from"] = from.value_or("");
+    if (!take(std::move(page))) return;
+  } while (from);
+}
+
+static void showTree(ShowOptions const& options, std::ostream& out) {
+  view::Tree whole;
+  eachPage(options, [&](view::Tree&& page) {
+    if (!options.json) {
+      writeShow(out, options.what, view::jsonOf(page));
+    } else {
+      std::move(page.entries.begin(), page.entries.end(), std::back_inserter(whole.entries));
+    }
+    return out.good();
+  });
+  if (options.json) out << view::jsonOf(whole).dump(2) << '\n';
+}
+
 static void writeOnce(ShowOptions const& options, std::ostream& out) {
   if (options.what == "all") {
     if (!options.subject.empty()) throw UsageError("\"all\" takes nothing more");
     return writeAll(options, out);
   }
-  Json view = askReading(options.socket, requestOf(options.what, options.subject));
+  if (options.what == "tree") return showTree(options, out);
+  Json view = askReading(options.socket, requestOf(options));
   writeView(out, options.what, view, options.json);
 }
 
 ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) {
   static constexpr char const* homeAndErase = "\x1b[H\x1b[J";
   return run(out, err, [&] {
+    if (options.what == "tree" && options.watch == 0) {  // each page as it comes
+      showTree(options, out);
+      return true;
+    }
     for (bool isFirst = true; isFirst || options.watch > 0; isFirst = false) {
       std::ostringstream text;
       writeOnce(options, text);
@@ -174,10 +233,36 @@ ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) 
   });
 }
 
-ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err) {
+static std::string withUnit(std::string const& value, std::optional<std::string> const& unit) {
+  return unit ? value + " " + *unit : value;
+}
+
+ExitCode get(PathOptions const& options, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
-    auto write = [&](std::string_view line) { return (out << line << std::endl).good(); };
-    agent::tryInTurn(readingSockets(socket), [&](std::string const& path) { agent::watch(path, write); });
+    Json answer = askReading(options.socket, {{"command", "get"}, {"path", options.path}});
+    auto entry = view::readView<view::ModelValue>(answer);
+    out << (options.json ? answer.dump(2) : withUnit(entry.value, entry.unit)) << '\n';
+    return true;
+  });
+}
+
+/// A line of a watch as text.
+static std::string textOfValue(std::string_view line) {
+  auto watched = view::readView<view::WatchedValue>(Json::parse(line));
+  std::string text = watched.value ? withUnit(*watched.value, watched.unit)
+                                   : "gone: " + watched.missing.value_or("it names nothing");
+  return view::localTime(watched.time) + "  " + text;
+}
+
+ExitCode watch(PathOptions const& options, std::ostream& out, std::ostream& err) {
+  return run(out, err, [&] {
+    bool const isText = !options.path.empty() && !options.json;
+    auto write = [&](std::string_view line) {
+      return (out << (isText ? textOfValue(line) : std::string(line)) << std::endl).good();
+    };
+    if (!options.path.empty()) check({{"command", "watch"}, {"path", options.path}});
+    agent::tryInTurn(readingSockets(options.socket),
+                     [&](std::string const& path) { agent::watch(path, write, options.path); });
     return true;
   });
 }
@@ -213,15 +298,9 @@ ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err)
   });
 }
 
-/// As JSON the level is a number, but other text stays as it was written, for the message.
-static Json levelOf(std::string const& text) {
-  bool isDigit = text.size() == 1 && text[0] >= '0' && text[0] <= '9';
-  return isDigit ? Json(static_cast<unsigned>(text[0] - '0')) : Json(text);
-}
-
 ExitCode trace(TraceOptions const& options, std::ostream& out, std::ostream& err) {
   return run(out, err, [&] {
-    Json level = levelOf(options.level);
+    Json level = numberOrText(options.level);
     ask(options.socket, {{"command", "trace"}, {"handle", options.handle}, {"level", level}});
     if (level == "off") {
       out << options.handle << ": off\n";

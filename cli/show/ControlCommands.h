@@ -12,11 +12,20 @@ namespace pimbsr::cli {
 struct ShowOptions {
   std::string socket;  ///< as in controlSocket()
   std::string what;    ///< one of agent::viewNames(), or "all"
-  /// Of "rp" a multicast group; of "rp-set" perhaps a zone, a group range or a group; else empty.
+  /// Of "rp" a multicast group; of "rp-set" perhaps a zone, a group range or a group; of "tree" perhaps a
+  /// path; else empty.
   std::string subject;
+  std::string depth;  ///< of "tree": a number of steps; empty for all
   bool json = false;
   int watch = 0;       ///< seconds after which it is shown again, until the output ends; 0 for once
   bool color = false;  ///< the output is a terminal that takes colors
+};
+
+/// What `pimbsr get` and `pimbsr watch` are asked to do.
+struct PathOptions {
+  std::string socket;  ///< as in controlSocket()
+  std::string path;    ///< a path of the model; of `watch` empty for the changes of the learned state
+  bool json = false;   ///< changes are JSON in any case
 };
 
 /// What `pimbsr clear` is asked to do.
@@ -44,10 +53,14 @@ std::vector<std::string> readingSockets(std::string const& given);
 // and is not sent; an agent that can't be reached, or denies it, gives exitFailed. Each error is a line to
 // `err`.
 
-/// Writes one view of the agent, or all, as tables or as JSON; once, or again and again.
+/// Writes one view of the agent, or all, as tables or as JSON; once, or again and again. A tree is asked for
+/// page by page.
 ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err);
-/// Writes a line of JSON for each change, until `out` takes no more or the agent ends: exitFailed.
-ExitCode watch(std::string const& socket, std::ostream& out, std::ostream& err);
+/// Writes what a path of the model names.
+ExitCode get(PathOptions const& options, std::ostream& out, std::ostream& err);
+/// Writes a line for each change, or for each value of a path, until `out` takes no more or the agent ends:
+/// exitFailed.
+ExitCode watch(PathOptions const& options, std::ostream& out, std::ostream& err);
 ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err);
 /// Has the configuration file read again. With errors in it, all go to `err`: exitFailed.
 ExitCode reload(std::string const& socket, std::ostream& out, std::ostream& err);

@@ -35,7 +35,7 @@ static constexpr char const* footShow =
     "  config       the configuration that is followed\n"
     "  control      the clients of the control sockets, and what their limits ended\n"
     "  on-change    the command that --on-change runs, and how its last run ended\n"
-    "  tree         the entities and machines of the router by name\n"
+    "  tree         the entities and machines of the router by name; with a PATH those in it\n"
     "  all          all of these but rp and tree, for a support case\n"
     "Times are the time left, unless said otherwise. On a terminal headings are bold and troubles\n"
     "red, unless NO_COLOR is set.\n"
@@ -44,18 +44,34 @@ static constexpr char const* footShow =
     "  pimbsr show bsr\n"
     "  pimbsr show rp 239.1.1.1\n"
     "  pimbsr show rp-set 239.1.0.0/16 --json\n"
-    "  pimbsr show neighbors --watch 2\n";
+    "  pimbsr show neighbors --watch 2\n"
+    "  pimbsr show tree status --depth 2\n";
 
-static constexpr char const* aboutWatch = "Print the changes of a running agent as they happen";
+static constexpr char const* aboutGet = "Print what a path of a running agent's model names";
+
+static constexpr char const* footGet =
+    "PATH is a root and then names of attributes, each after a slash. The key of a member is in\n"
+    "brackets, and all but numbers in single quotes, in which a slash is part of the key.\n"
+    "'pimbsr show tree' prints all paths, and --json the type and unit of each.\n"
+    "\n"
+    "Examples:\n"
+    "  pimbsr get status/bsTimeout\n"
+    "  pimbsr get \"status/bootstrapRouter['224.0.0.0/4']/priority\"\n";
+
+static constexpr char const* aboutWatch =
+    "Print the changes of a running agent, or of a value, as they happen";
 
 static constexpr char const* footWatch =
     "Each change is one line of JSON, as in 'pimbsr show history --json', but without its age;\n"
     "and each RP has a line of its own, where the history makes one entry of several RPs of a\n"
     "zone that change at once. The stream lasts until it is interrupted, or the agent ends, or\n"
     "lines are not taken fast enough.\n"
+    "With a PATH, as in 'pimbsr get', its value is a line at once, and then each time it is\n"
+    "another one after an event; a path that names nothing any more is gone, until it does.\n"
     "\n"
-    "Example:\n"
+    "Examples:\n"
     "  pimbsr watch\n"
+    "  pimbsr watch \"status/bootstrapRouter['224.0.0.0/4']/ipAddr\"\n"
     "\n"
     "Exit status: 1 if the agent ended the stream or can't be reached, or the output can't be\n"
     "written; 2 for a wrong argument.\n";
@@ -144,12 +160,33 @@ static void addShow(CLI::App& app, ControlOptions& options) {
   command.add_option("WHAT", show.what, "What to show; see below")->type_name("")->required();
   command
       .add_option("SUBJECT", show.subject,
-                  "With rp: a multicast group such as 239.1.1.1; with rp-set: a zone or a group\nrange")
+                  "With rp: a multicast group such as 239.1.1.1; with rp-set: a zone or a group\n"
+                  "range; with tree: a path")
       ->type_name("");
+  command.add_option("--depth", show.depth, "With tree: how many steps below the path; else all")
+      ->type_name("N");
   command.add_flag("--json", show.json, "Print JSON in place of tables");
   command.add_option("--watch", show.watch, "Show it again every N seconds, until it is interrupted")
       ->type_name("N")
       ->check(CLI::Range(1, 86400));
+}
+
+static void addGet(CLI::App& app, ControlOptions& options) {
+  PathOptions& get = options.get;
+  CLI::App& command = add(
+      app, "get", aboutGet, std::string(footGet) + exitStatus, Access::reading, get.socket,
+      [&options] { options.run = [&](auto& out, auto& err) { return cli::get(options.get, out, err); }; });
+  command.add_option("PATH", get.path, "A path of the model")->type_name("")->required();
+  command.add_flag("--json", get.json, "Print JSON, with type and unit");
+}
+
+static void addWatch(CLI::App& app, ControlOptions& options) {
+  PathOptions& watch = options.watch;
+  CLI::App& command = add(app, "watch", aboutWatch, footWatch, Access::reading, watch.socket, [&options] {
+    options.run = [&](auto& out, auto& err) { return cli::watch(options.watch, out, err); };
+  });
+  command.add_option("PATH", watch.path, "A path of the model; without one all changes")->type_name("");
+  command.add_flag("--json", watch.json, "Print JSON for each value of PATH");
 }
 
 static void addClear(CLI::App& app, ControlOptions& options) {
@@ -174,9 +211,8 @@ static void addTrace(CLI::App& app, ControlOptions& options) {
 
 void addControlCommands(CLI::App& app, ControlOptions& options) {
   addShow(app, options);
-  add(app, "watch", aboutWatch, footWatch, Access::reading, options.watchSocket, [&options] {
-    options.run = [&](auto& out, auto& err) { return watch(options.watchSocket, out, err); };
-  });
+  addGet(app, options);
+  addWatch(app, options);
   addClear(app, options);
   add(app, "reload", aboutReload, footReload, Access::full, options.reloadSocket, [&options] {
     options.run = [&](auto& out, auto& err) { return reload(options.reloadSocket, out, err); };

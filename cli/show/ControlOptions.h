@@ -15,7 +15,8 @@ namespace pimbsr::cli {
 /// What the commands to a running agent were given, and the one that was chosen.
 struct ControlOptions {
   ShowOptions show;
-  std::string watchSocket;
+  PathOptions get;
+  PathOptions watch;
   ClearOptions clear;
   std::string reloadSocket;
   TraceOptions trace;
@@ -25,8 +26,8 @@ struct ControlOptions {
   std::function<ExitCode(std::ostream& out, std::ostream& err)> run;
 };
 
-/// Adds show, watch, clear, reload, trace, metrics and compare. `options` is filled when `app` parses, and
-/// outlives it.
+/// Adds show, get, watch, clear, reload, trace, metrics and compare. `options` is filled when `app` parses,
+/// and outlives it.
 void addControlCommands(CLI::App& app, ControlOptions& options);
 
 }  // namespace pimbsr::cli

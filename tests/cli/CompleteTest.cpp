@@ -33,7 +33,7 @@ Words completed(Words const& words) {
 
 TEST(CompleteTest, SubcommandsAreCompleted) {
   EXPECT_THAT(completed({""}),
-              ElementsAre("clear", "compare", "metrics", "reload", "show", "trace", "watch"));
+              ElementsAre("clear", "compare", "get", "metrics", "reload", "show", "trace", "watch"));
   EXPECT_THAT(completed({}), Contains("show"));
   EXPECT_THAT(completed({"sh"}), ElementsAre("show"));
   EXPECT_THAT(completed({"x"}), IsEmpty());
@@ -50,7 +50,8 @@ TEST(CompleteTest, ViewsWhatCanBeClearedAndTraceHandlesAreCompleted) {
 }
 
 TEST(CompleteTest, OptionsAreCompletedAndTheirValuesAreLeftToTheShell) {
-  EXPECT_THAT(completed({"show", "bsr", "--"}), ElementsAre("--help", "--json", "--socket", "--watch"));
+  EXPECT_THAT(completed({"show", "bsr", "--"}),
+              ElementsAre("--depth", "--help", "--json", "--socket", "--watch"));
   EXPECT_THAT(completed({"show", "--js"}), ElementsAre("--json"));
   EXPECT_THAT(completed({"show", "--socket", ""}), IsEmpty());
   EXPECT_THAT(completed({"show", "--socket", "/x", "bs"}), ElementsAre("bsr"));

@@ -76,6 +76,10 @@ TEST(ControlCommandsTest, EachCommandSendsItsRequest) {
       {"show --json rp 239.1.1.1", R"({"command":"show","what":"rp","group":"239.1.1.1"})"},
       {"show rp-set 239.1.0.0/16 --json", R"({"command":"show","what":"rp-set","prefix":"239.1.0.0/16"})"},
       {"show rp-set 239.1.2.3 --json", R"({"command":"show","what":"rp-set","prefix":"239.1.2.3/32"})"},
+      {"get status/bsTimeout", R"({"command":"get","path":"status/bsTimeout"})"},
+      {"get --json root/pimIntf['a/b']", R"({"command":"get","path":"root/pimIntf['a/b']"})"},
+      {"show tree", R"({"command":"show","what":"tree"})"},
+      {"show tree status --depth 2", R"({"command":"show","what":"tree","path":"status","depth":2})"},
       {"clear drops", R"({"command":"clear","what":"drops"})"},
       {"clear bsr", R"({"command":"clear","what":"bsr"})"},
       {"clear rp-set 239.1.0.0/16", R"({"command":"clear","what":"rp-set","zone":"239.1.0.0/16"})"},
@@ -87,7 +91,8 @@ TEST(ControlCommandsTest, EachCommandSendsItsRequest) {
   };
   for (Case const& c : cases) {
     FakeAgent agent(answerLine(
-        Json::parse(R"({"applied":true,"errors":[],"warnings":[],"needsRestart":[],"text":"t"})")));
+        Json::parse(R"({"applied":true,"errors":[],"warnings":[],"needsRestart":[],"text":"t","path":"p",
+                        "type":"t","value":"v","unit":null,"entries":[],"next":null})")));
     RunResult run = runAt(agent, c.line);
     EXPECT_EQ(run.code, 0) << c.line << run.err;
     EXPECT_EQ(run.err, "") << c.line;
@@ -110,13 +115,19 @@ TEST(ControlCommandsTest, RequestWithAnErrorIsExplainedAndNotSent) {
       {"show rp-set 10.0.0.0/8", R"("prefix" is "10.0.0.0/8"; valid is a prefix of multicast groups)"},
       {"show all 239.1.1.1", "\"all\" takes nothing more"},
       {"show bsr --watch 0", "--watch"},
+      {"show bsr --depth 1", R"("depth" is given for "bsr"; valid is to give it for "tree" alone)"},
+      {"show tree --depth 25", R"("depth" is 25; valid is a whole number from 0 to 24)"},
+      {"show tree --depth all", R"("depth" is "all")"},
+      {"get", "PATH is required"},
+      {"get a b", "b"},
+      {"watch a b", "b"},
       {"clear", "WHAT is required"},
       {"clear rp", R"("counters", "drops", "history", "bsr", "rp-set", "neighbors")"},
       {"clear bsr 10.0.0.0/8", R"("zone" is "10.0.0.0/8")"},
       {"clear drops 239.0.0.0/8", R"("zone" is given for "drops")"},
       {"trace", "HANDLE is required"},
       {"trace Zet", "LEVEL is required"},
-      {"trace Zet 10", R"("level" is "10"; valid is a whole number from 0 to 9, or "off")"},
+      {"trace Zet 10", R"("level" is 10; valid is a whole number from 0 to 9, or "off")"},
       {"trace Zet on", R"("level" is "on")"},
       {"reload now", "now"},
       {"metrics --json", "--json"},
@@ -193,6 +204,56 @@ TEST(ControlCommandsTest, ShowWritesTablesOrJson) {
   EXPECT_EQ(runAt(agent, "show neighbors --json").out, view.dump(2) + "\n");
 }
 
+/// Entries of the tree, one path each, as an answer.
+std::string pageOf(std::vector<std::string> const& paths, Json const& next) {
+  Json entries = Json::array();
+  for (std::string const& path : paths)
+    entries.push_back(
+        {{"path", path}, {"type", "U32"}, {"value", "7"}, {"unit", path == "a" ? Json("s") : Json()}});
+  return answerLine({{"entries", entries}, {"next", next}});
+}
+
+TEST(ControlCommandsTest, ATreeIsAskedForPageByPage) {
+  auto answer = [](std::string const& request) {
+    return request.find("from") == request.npos ? pageOf({"a", "a/b"}, "a/c") : pageOf({"a/c"}, nullptr);
+  };
+  FakeAgent agent(answer);
+  EXPECT_EQ(runAt(agent, "show tree a").out, "a = 7 s\na/b = 7\na/c = 7\n");
+  EXPECT_THAT(agent.requests(), ElementsAre(R"({"command":"show","what":"tree","path":"a"})",
+                                            R"({"command":"show","what":"tree","path":"a","from":"a/c"})"));
+  Json whole = Json::parse(runAt(agent, "show tree a --json").out);
+  EXPECT_EQ(whole["entries"].size(), 3u);
+  EXPECT_EQ(whole["next"], nullptr);
+}
+
+TEST(ControlCommandsTest, ATreeThatDoesNotGoOnIsAnError) {
+  FakeAgent agent(pageOf({"a"}, "a/b"));
+  RunResult run = runAt(agent, "show tree");
+  EXPECT_EQ(run.code, exitFailed);
+  EXPECT_THAT(run.err, HasSubstr("the same part of the tree twice"));
+}
+
+TEST(ControlCommandsTest, GetWritesTheValueWithItsUnitOrJson) {
+  Json entry{{"path", "a"}, {"type", "U32"}, {"value", "7"}, {"unit", "s"}};
+  FakeAgent agent(answerLine(entry));
+  EXPECT_EQ(runAt(agent, "get a").out, "7 s\n");
+  EXPECT_EQ(runAt(agent, "get a --json").out, entry.dump(2) + "\n");
+}
+
+TEST(ControlCommandsTest, WatchOfAPathWritesTimeAndValueOrJson) {
+  std::string const lines = R"({"time":0.5,"path":"a","value":"7","unit":"s"})"
+                            "\n"
+                            R"({"time":1,"path":"a","value":null,"unit":null,"missing":"column 1: none"})"
+                            "\n";
+  FakeAgent agent(answerLine(Json::object()) + lines);
+  RunResult run = runAt(agent, "watch a");
+  EXPECT_EQ(run.code, exitFailed);
+  EXPECT_THAT(run.out,
+              testing::MatchesRegex("19[0-9-]+ [0-9:]+  7 s\n19[0-9-]+ [0-9:]+  gone: column 1: none\n"));
+  EXPECT_EQ(runAt(agent, "watch a --json").out, lines);
+  EXPECT_THAT(agent.requests(), testing::Each(R"({"command":"watch","path":"a"})"));
+}
+
 TEST(ControlCommandsTest, WatchWritesEachLineUntilTheAgentEnds) {
   FakeAgent agent(answerLine(Json::object()) + "{\"n\":1}\n{\"n\":2}\n");
   RunResult run = runAt(agent, "watch");
@@ -267,7 +328,7 @@ TEST(ControlCommandsTest, WatchEndsOnceItsLinesCannotBeWritten) {
   ShortBuffer buffer(20);
   std::ostream out(&buffer);
   std::ostringstream err;
-  EXPECT_EQ(watch(agent.path(), out, err), exitFailed);
+  EXPECT_EQ(watch({.socket = agent.path()}, out, err), exitFailed);
   EXPECT_EQ(err.str(), "pimbsr: cannot write the output\n");
 }
 
@@ -327,7 +388,7 @@ TEST(ControlCommandsTest, HelpNamesEveryViewAndWhatMayBeCleared) {
 }
 
 TEST(ControlCommandsTest, HelpHasTheSocketAnExampleAndTheExitStatus) {
-  for (std::string const command : {"show", "watch", "clear", "reload", "trace", "metrics"}) {
+  for (std::string const command : {"show", "get", "watch", "clear", "reload", "trace", "metrics"}) {
     RunResult run = runLine(command + " --help");
     EXPECT_EQ(run.code, exitOk);
     EXPECT_THAT(run.out, AllOf(HasSubstr("--socket PATH"), HasSubstr(agent::Settings{}.controlSocket),
