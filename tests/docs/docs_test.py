@@ -32,6 +32,7 @@ ELSEWHERE = [
     (r"(sudo )?pimbsr run --on-change\b.*", "test: lab-change_command"),
     (r"(sudo )?pimbsr run\b.*", "test: lab-chain"),
     (r"pimbsr (reload|clear)\b.*", "test: lab-reload"),
+    (r"pimbsr (get\b.*|(show tree|watch \").*)", "test: lab-model"),
     (r"pimbsr show\b.*", "test: lab-tables"),
     (r"pimbsr (watch|trace|metrics)\b.*", "test: lab-watch"),
     (r"(sudo )?scripts/soak\b.*", "reason: attacks for an hour; scripts/test plays the short form"),

@@ -162,12 +162,17 @@ class Router:
 
     def ask(self, command):
         """The result of a request of one word over the control socket."""
+        return next(self.answers([{"command": command}]))["result"]
+
+    def answers(self, requests):
+        """The answer to each request, all over one connection."""
         with socket.socket(socket.AF_UNIX) as client:
             client.settimeout(20)
             client.connect(str(self.socket))
-            client.sendall(json.dumps({"command": command}).encode() + b"\n")
             with client.makefile() as lines:
-                return json.loads(lines.readline())["result"]
+                for request in requests:
+                    client.sendall(json.dumps(request).encode() + b"\n")
+                    yield json.loads(lines.readline())
 
 
 class Link:

@@ -6,6 +6,7 @@ set, with 1."""
 import json
 import os
 import pathlib
+import re
 import select
 import signal
 import subprocess
@@ -21,6 +22,14 @@ from schema_test import validators  # noqa: E402  found by the line before
 GLOBAL = "224.0.0.0/4"
 SCOPED = "239.1.0.0/16"
 COMMAND = ""
+# Access lists of zones and senders, for what a router has with them alone.
+LISTS = """[filter]
+sender-lists = ["all"]
+[access-list.all]
+rules = [{action = "permit", prefix = "0.0.0.0/0"}]
+[access-list.zones]
+rules = [{action = "permit", prefix = "239.3.0.0/16"}]
+"""
 
 
 def candidate_bsr(interface="lo", groups=(GLOBAL,), **terms):
@@ -90,11 +99,16 @@ def wait_all(routers, reader, expected, what, seconds=20):
 
 
 def events_until(stream, wanted, seconds=20):
-    """Reads lines of JSON until one reports an event; returns all events. What has come is looked at before
-    more is waited for: several lines may come at once."""
+    """Reads lines of JSON until one reports an event; returns all events."""
+    return members_until(stream, "event", wanted, seconds)
+
+
+def members_until(stream, name, wanted, seconds=20):
+    """Reads lines of JSON until one has a member; returns that member of all. What has come is looked at
+    before more is waited for: several lines may come at once."""
     text = b""
     while True:
-        events = [json.loads(line)["event"] for line in text.split(b"\n")[:-1]]
+        events = [json.loads(line)[name] for line in text.split(b"\n")[:-1]]
         if wanted in events:
             return events
         if not select.select([stream], [], [], seconds)[0]:
@@ -435,11 +449,7 @@ class LabTest(unittest.TestCase):
         (r1, r2), links = lab.chain("r1", "r2")
         r1.config(candidate_bsr() + candidate_rp())
         r2.start()
-        words = [COMMAND, "watch", "--socket", str(r2.socket)]
-        watch = subprocess.Popen(words, stdout=subprocess.PIPE)
-        self.addCleanup(watch.wait)
-        self.addCleanup(watch.kill)
-        self.addCleanup(watch.stdout.close)
+        watch = self.watch(r2)
         r2.command("trace", "Pim::Bsr::IO", "9")
         r1.start()
         self.assertIn("bsrElected", events_until(watch.stdout, "rpAdded"))
@@ -451,6 +461,62 @@ class LabTest(unittest.TestCase):
         known = validators(pathlib.Path(COMMAND).resolve().parent / "zet" / "schema")
         for name in ("version", "metrics", "reload"):
             self.assertEqual([], [error.message for error in known[name].iter_errors(r2.ask(name))])
+
+    def watch(self, router, *words):
+        """A running `pimbsr watch`."""
+        words = [COMMAND, "watch", *words, "--socket", str(router.socket)]
+        watch = subprocess.Popen(words, stdout=subprocess.PIPE)
+        self.addCleanup(watch.wait)
+        self.addCleanup(watch.kill)
+        self.addCleanup(watch.stdout.close)
+        return watch
+
+    def test_model(self):
+        """The tree of a router has all its entities and machines, and get takes each path of it."""
+        lab = self.lab()
+        (r1, r2), links = lab.chain("r1", "r2")
+        zones = '["zones"]'
+        r1.config(candidate_bsr(groups=[GLOBAL, SCOPED], lists=zones, priority=100)
+                  + candidate_rp(lists=zones, priority=10) + LISTS)
+        r1.amend("eth-r2", 'border = ["239.2.0.0/16"]\nborder-lists = ["zones"]')
+        r2.config(candidate_bsr(groups=[GLOBAL, "239.4.0.0/16"], priority=50) + candidate_rp(groups=[SCOPED]))
+        lab.start()
+        wait_all((r1, r2), bsr_of, "10.255.0.1", "all follow r1")
+        wait_all((r1, r2), lambda router: bsr_of(router, "239.4.0.0/16"), "10.255.0.2", "r2 leads a zone")
+        wait_all((r1, r2), lambda router: GLOBAL in rps_of(router), True, "all know the RP")
+        for router in (r1, r2):
+            entries = json.loads(router.command("show", "tree", "--json"))["entries"]
+            if router is r1:
+                self.assertEqual(set(), classes_of_model() - classes_in(entries))
+            requests = [{"command": "get", "path": entry["path"]} for entry in entries]
+            for entry, answer in zip(entries, router.answers(requests), strict=True):
+                self.assertTrue(answer["ok"], answer)
+                same = ("path", "type", "unit")
+                self.assertEqual([entry[key] for key in same], [answer["result"][key] for key in same])
+        path = f"status/bootstrapRouter['{GLOBAL}']/priority"
+        self.assertEqual("100\n", r2.command("get", path))
+        self.assertIn(f"{path} = 100\n", r2.command("show", "tree", "status/bootstrapRouter"))
+        self.assertIsNone(r2.command("get", "status/bootstrapRuoter", check=False))
+
+    def test_watch_path(self):
+        """A watched value follows the router; a name that goes is reported, and its return."""
+        lab = self.lab()
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config(candidate_bsr(priority=100) + candidate_rp())
+        lab.start()
+        wait_all((r1, r2), bsr_of, "10.255.0.1", "all follow r1")
+        priority = self.watch(r2, "--json", f"status/bootstrapRouter['{GLOBAL}']/priority")
+        address = self.watch(r1, "--json", "status/crp['10.255.0.1']/address")
+        self.assertEqual(["100"], members_until(priority.stdout, "value", "100"))
+        self.assertEqual(["'10.255.0.1'"], members_until(address.stdout, "value", "'10.255.0.1'"))
+        r1.config(candidate_bsr(priority=60))
+        r1.command("reload")
+        # The candidacy ends before the other begins, so that the zone may have no BSR for a moment.
+        self.assertIn(members_until(priority.stdout, "value", "60"), (["60"], [None, "60"]))
+        self.assertEqual([None], members_until(address.stdout, "value", None))
+        r1.config(candidate_bsr(priority=60) + candidate_rp())
+        r1.command("reload")
+        members_until(address.stdout, "value", "'10.255.0.1'")
 
     def test_change_command(self):
         """The change command gets the RP set on its standard input, once for changes close together."""
@@ -482,6 +548,19 @@ class LabTest(unittest.TestCase):
                    "--unprivileged-check")
         self.assertIn("net_raw", held)
         self.assertNotIn("net_admin", held)
+
+
+def classes_of_model():
+    """All machines and entities, as the reference page has them."""
+    page = (pathlib.Path(__file__).resolve().parents[2] / "docs" / "model.md").read_text()
+    return set(re.findall(r"^## (\S+)\n\n(?:Machine|Entity)\.", page, re.MULTILINE))
+
+
+def classes_in(entries):
+    """The classes of which a tree has an object with its attributes."""
+    paths = {entry["path"] for entry in entries}
+    own = ("isNondestructing", "zetFwkActivity")
+    return {entry["type"] for entry in entries if any(f"{entry['path']}/{name}" in paths for name in own)}
 
 
 def status_of(router):
