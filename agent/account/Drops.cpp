@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
+
 namespace pimbsr::agent {
 
 namespace Packet = Routing::Pim::Packet;
@@ -42,6 +45,19 @@ static DroppedMessage noteOf(Reception const& reception, double now) {
   return note;
 }
 
+void TopSenders::note(Lanet::IpGenAddr const& sender) {
+  if (sender.isEmpty()) return;
+  auto matches = [&](Sender const& each) { return each.address == sender; };
+  auto at = std::find_if(senders_.begin(), senders_.end(), matches);
+  if (at == senders_.end()) {
+    if (senders_.size() < max) senders_.emplace_back();
+    at = std::prev(senders_.end());
+    at->address = sender;
+  }
+  ++at->count;
+  for (; at != senders_.begin() && std::prev(at)->count < at->count; --at) std::iter_swap(at, std::prev(at));
+}
+
 void Drops::note(std::string const& intf, Reception const& reception, double now) {
   if (reception.accepted()) return;
   DropKey key{reception.reason, reception.kind, intf, zoneOf(reception)};
@@ -53,6 +69,7 @@ void Drops::note(std::string const& intf, Reception const& reception, double now
   DropRow& row = at == rows_.end() ? rows_[key] : at->second;
   ++row.count;
   row.sentence = reception.sentence;
+  row.senders.note(reception.source);
   row.last = noteOf(reception, now);
 }
 

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "host/Reception.h"
 
@@ -39,9 +40,31 @@ struct DroppedMessage {
   Zet::U32 dropped = 0;    ///< those that were dropped or cut while the rest was accepted; 0 for all
 };
 
+/// The senders of most of the messages of a row, within bounded memory. Of more senders than are kept, a new
+/// one takes the place of the one with the fewest messages, and its count: so a count is an upper estimate,
+/// exact while there are no more than `max`, and a sender of more than a quarter of all is among them.
+class TopSenders {
+ public:
+  static constexpr std::size_t max = 4;
+
+  struct Sender {
+    Lanet::IpGenAddr address;
+    U64 count = 0;  ///< messages, at most
+  };
+
+  /// Counts a message; one without a readable source is ignored.
+  void note(Lanet::IpGenAddr const& sender);
+  /// The most frequent first.
+  std::vector<Sender> const& list() const { return senders_; }
+
+ private:
+  std::vector<Sender> senders_;
+};
+
 /// Dropped messages of one key.
 struct DropRow {
   U64 count = 0;
+  TopSenders senders;
   std::string_view sentence;  ///< the reason, human-readable
   DroppedMessage last;
 };

@@ -110,6 +110,8 @@ static view::Drop viewOf(Observed const& observed, DropKey const& key, DropRow c
   if (!key.intf.empty()) shown.interface = key.intf;
   shown.zone = zoneOf(key);
   shown.count = row.count;
+  for (TopSenders::Sender const& one : row.senders.list())
+    shown.senders.push_back({.sender = one.address, .count = one.count});
   shown.last = {.ago = ago(observed, row.last.time),
                 .sender = row.last.sender,
                 .destination = row.last.destination,

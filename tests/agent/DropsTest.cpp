@@ -64,6 +64,33 @@ TEST_F(DropsTest, TheLastMessageIsKept) {
   EXPECT_FALSE(row("checksum", "")->sentence.empty());
 }
 
+/// The counts of senders, "address count, ..." in their order.
+std::string sendersOf(DropRow const& row) {
+  std::string text;
+  for (auto const& one : row.senders.list()) {
+    text += text.empty() ? "" : ", ";
+    text += std::string(one.address.stringValue().view()) + " " + std::to_string(one.count);
+  }
+  return text;
+}
+
+TEST_F(DropsTest, FewSendersAreCountedExactlyTheMostFrequentFirst) {
+  for (char const* sender : {"192.0.2.1", "192.0.2.2", "192.0.2.3", "192.0.2.3", "192.0.2.2", "192.0.2.3"})
+    receive(brokenPacket(sender));
+  EXPECT_EQ(sendersOf(*row("checksum", "")), "192.0.2.3 3, 192.0.2.2 2, 192.0.2.1 1");
+}
+
+TEST_F(DropsTest, SenderOfMoreThanAQuarterIsNamedAmongAnyNumberOfOthers) {
+  for (int i = 0; i < 300; ++i) {
+    receive(brokenPacket("198.51.100." + std::to_string(i % 250)));
+    if (i % 2 == 0) receive(brokenPacket("192.0.2.7"));
+  }
+  auto const& senders = row("checksum", "")->senders.list();
+  ASSERT_EQ(senders.size(), pimbsr::agent::TopSenders::max);
+  EXPECT_EQ(senders[0].address, addr("192.0.2.7"));
+  EXPECT_GE(senders[0].count, 150u) << "a count is an upper estimate";
+}
+
 TEST_F(DropsTest, AcceptedMessageIsNotNoted) {
   helloFromNeighbor();
   EXPECT_TRUE(drops.rows().empty());

@@ -457,7 +457,8 @@ TEST_F(ViewsTest, DropsShowTheLastMessage) {
   run(3.5);
   expect(view("drops"), R"({"drops": [{"reason": "own-address",
     "sentence": "The message was sent from one of this router's own addresses.", "count": 1,
-    "message": "bsm", "interface": "eth0", "zone": "239.1.0.0/16", "last": {"ago": 3.5, "sender": "192.0.2.9",
+    "message": "bsm", "interface": "eth0", "zone": "239.1.0.0/16",
+    "senders": [{"sender": "192.0.2.9", "count": 1}], "last": {"ago": 3.5, "sender": "192.0.2.9",
     "destination": "224.0.0.13",
     "summary": "BSM of 10.0.0.1, priority 10, hash mask length 30, tag 0x0001, 1 group range"}}],
     "kernelLost": 0})");

@@ -406,20 +406,21 @@ Packets: none yet
 TEST(ShowTablesTest, DropsAreShownWithTheirMeaning) {
   EXPECT_EQ(shown("drops", R"({"drops": [
     {"reason": "checksum", "sentence": "The PIM checksum is wrong.", "message": "malformed",
-     "interface": "eth0", "zone": null, "count": 12, "last": {"ago": 12.0, "sender": "192.0.2.1",
-     "destination": "224.0.0.13", "summary": "PIM message that can't be read"}},
+     "interface": "eth0", "zone": null, "count": 12, "senders": [{"sender": "10.0.0.7", "count": 8},
+     {"sender": "10.0.0.1", "count": 4}], "last": {"ago": 12.0, "sender": "192.0.2.1",
+     "destination": "224.0.0.13", "summary": "Hello"}},
     {"reason": "own-address", "sentence": "It is our own.", "message": "bsm", "interface": "eth0",
-     "zone": "239.255.0.0/16", "count": 1, "last": {"ago": 3600, "sender": "192.0.2.9",
-     "destination": "224.0.0.13", "summary": "BSM of 10.0.0.1"}},
+     "zone": "239.1.0.0/16", "count": 1, "last": {"ago": 3600, "sender": "192.0.2.9",
+     "destination": "224.0.0.13", "summary": "BSM"}},
     {"reason": "own-address", "sentence": "It is our own.", "message": "bsm", "interface": "eth0",
      "zone": "other", "count": 1, "last": {"ago": 1, "sender": "192.0.2.9",
-     "destination": "224.0.0.13", "summary": "BSM of 10.0.0.2"}}]})"),
+     "destination": "224.0.0.13", "summary": "BSM"}}]})"),
             R"(
 Dropped messages
-  reason       interface  zone            count  last        from       last message
-  checksum     eth0       -                  12  12.0 s ago  192.0.2.1  PIM message that can't be read
-  own-address  eth0       239.255.0.0/16      1  1h 00m ago  192.0.2.9  BSM of 10.0.0.1
-  own-address  eth0       other               1  1.0 s ago   192.0.2.9  BSM of 10.0.0.2
+  reason       interface  zone          count  senders                     last        from       last message
+  checksum     eth0       -                12  10.0.0.7 (8), 10.0.0.1 (4)  12.0 s ago  192.0.2.1  Hello
+  own-address  eth0       239.1.0.0/16      1                              1h 00m ago  192.0.2.9  BSM
+  own-address  eth0       other             1                              1.0 s ago   192.0.2.9  BSM
 
 Why
   reason       meaning
