@@ -71,7 +71,7 @@ void BsmPieces::handleAccepted(Message const& message) {
   kept.lastAt = Zet::now();
   if (auto same = kept.byContent.find(message); same != kept.byContent.end()) remove(kept, Message(*same));
   bool hasRoom = settings_.rps == 0 || records_ + recordsOf(*message) <= settings_.rps;
-  if (!hasRoom || kept.fragments.size() >= maxPieces) removeAll(kept);
+  if (!hasRoom || pieces_ >= maxPieces) removeAll(kept);
   add(kept, message);
 }
 
@@ -79,16 +79,19 @@ void BsmPieces::add(Kept& kept, Message const& piece) {
   kept.fragments.push_back(piece);
   kept.byContent.insert(piece);
   records_ += recordsOf(*piece);
+  ++pieces_;
 }
 
 void BsmPieces::remove(Kept& kept, Message const& piece) {
   records_ -= recordsOf(*piece);
+  --pieces_;
   kept.byContent.erase(piece);
   std::erase(kept.fragments, piece);
 }
 
 void BsmPieces::removeAll(Kept& kept) {
   for (Message const& piece : kept.fragments) records_ -= recordsOf(*piece);
+  pieces_ -= kept.fragments.size();
   kept.byContent.clear();
   kept.fragments.clear();
 }
@@ -103,6 +106,7 @@ void BsmPieces::forget(Lanet::IpGenPrefix const& zone) {
 void BsmPieces::clear() {
   kept_.clear();
   records_ = 0;
+  pieces_ = 0;
 }
 
 /// More zones than machines show that a zone has ended.

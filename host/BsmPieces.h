@@ -17,7 +17,9 @@ class PIMBSR_INTERNAL BsmPieces {
  public:
   using Message = Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>;
 
-  /// Pieces of a zone beyond which what is kept of it is dropped: 20,000 RPs at the least MTU of IPv4, 576.
+  /// Pieces of all zones beyond which what is kept of a zone is dropped, but for its last one: 20,000 RPs at
+  /// the least MTU of IPv4, 576. A new neighbor is sent all of them at once, and a neighbor can be new again
+  /// and again.
   static constexpr size_t maxPieces = 512;
 
   /// Both are read for as long as this object is. What is kept is bounded by IngressSettings::rps for all
@@ -57,6 +59,7 @@ class PIMBSR_INTERNAL BsmPieces {
   IngressSettings const& settings_;
   std::map<Lanet::IpGenPrefix, Kept> kept_;  ///< by zone
   Zet::U64 records_ = 0;                     ///< group records and RPs in them, of all zones
+  size_t pieces_ = 0;                        ///< of all zones
 };
 
 }  // namespace pimbsr::host

@@ -53,6 +53,19 @@ TEST_F(BsmPiecesCostTest, PiecesOfOneZoneAreBounded) {
   EXPECT_EQ(kept, 1u);
 }
 
+TEST_F(BsmPiecesCostTest, PiecesOfAllZonesAreBoundedTogether) {
+  constexpr int half = BsmPieces::maxPieces / 2;
+  for (int i = 0; i < half; ++i) keep("239.0.0.0/16", i);
+  for (int i = 0; i < half; ++i) keep("239.1.0.0/16", i);
+  EXPECT_EQ(kept, size_t{half});
+  keep("239.1.0.0/16", half);
+  EXPECT_EQ(kept, 1u);
+  for (int i = 1; i < half; ++i) keep("239.1.0.0/16", half + i);
+  EXPECT_EQ(kept, size_t{half}) << "what was dropped frees its share";
+  keep("239.2.0.0/16", 0);
+  EXPECT_EQ(kept, 1u) << "each zone keeps its last message";
+}
+
 TEST_F(BsmPiecesCostTest, RecordsOfAllZonesAreBoundedTogether) {
   settings.rps = 60;  // a piece has two records and an RP
   for (int i = 0; i < 15; ++i) keep("239.0.0.0/16", i);
