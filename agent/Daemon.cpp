@@ -88,7 +88,9 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers cons
 void Daemon::openControl(ControlEndpoint const& endpoint) {
   if (endpoint.path.empty()) return;
   RequestHandler& handler = *this;
-  controls_.push_back(std::make_unique<ControlServer>(loop_.handle(), endpoint, handler));
+  Settings const& settings = agent_.settings();
+  ControlLimits const limits = limitsFor(settings.controlClients, settings.userWatches);
+  controls_.push_back(std::make_unique<ControlServer>(loop_.handle(), endpoint, handler, limits));
 }
 
 void Daemon::dropRights() {
@@ -263,6 +265,8 @@ Settings Daemon::withFormerPlaces(Settings wanted) const {
   wanted.controlSocket = agent_.settings().controlSocket;
   wanted.readOnlySocket = agent_.settings().readOnlySocket;
   wanted.readOnlyGroup = agent_.settings().readOnlyGroup;
+  wanted.controlClients = agent_.settings().controlClients;
+  wanted.userWatches = agent_.settings().userWatches;
   wanted.stateDirectory = agent_.settings().stateDirectory;
   return wanted;
 }

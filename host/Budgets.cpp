@@ -90,7 +90,8 @@ void Budgets::handleMalformed(IntfId const& intfId, SenderClass senderClass) {
 }
 
 void Budgets::noteAdvertiser(IpGenAddr const& sender, U16 holdtime) {
-  if (settings_.advertisementsPerSecond != 0) advertisers_.note(sender, holdtime, Zet::now());
+  if (settings_.advertisementsPerSecond != 0)
+    advertisers_.note(sender, holdtime, Zet::now(), settings_.advertisementSenders);
 }
 
 bool Budgets::takeAdvertisersChanged() { return advertisers_.takeSteadyChanged(Zet::now()); }

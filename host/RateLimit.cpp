@@ -23,11 +23,11 @@ void AddressBuckets::isPresentIs(IpGenAddr const& address, bool isPresent) {
 }
 
 /// The entries that have expired give way to a new one; until then they grant nothing.
-void Advertisers::note(IpGenAddr const& sender, double holdtime, double now) {
+void Advertisers::note(IpGenAddr const& sender, double holdtime, double now, std::size_t max) {
   auto at = bySender_.find(sender);
   if (at == bySender_.end()) {
     removeExpired(now);
-    if (holdtime == 0 || bySender_.size() >= max) return;
+    if (holdtime == 0 || (max != 0 && bySender_.size() >= max)) return;
     at = bySender_.emplace(sender, Entry{TokenBucket(now), now + holdtime, now, steady_.end()}).first;
     byExpiry_.emplace(at->second.expiry, sender);
     return;

@@ -10,6 +10,7 @@
 
 #include "model/Lanet.h"
 #include "runtime/Export.h"
+#include "runtime/MeteredLess.h"
 #include "runtime/Types.h"
 
 namespace pimbsr::host {
@@ -51,7 +52,8 @@ class TokenBucket {
 class PIMBSR_INTERNAL AddressBuckets {
  public:
   /// Buckets of former neighbors that are kept. It is above the default limit of Hellos from unknown
-  /// addresses in a second: until so many neighbors have come and gone, a bucket is full again anyway.
+  /// addresses in a second: until so many neighbors have come and gone, a bucket is full again anyway. So it
+  /// is no key: more would keep what grants nothing else.
   static constexpr std::size_t maxFormer = 256;
 
   /// The bucket of a present neighbor, made at `now` in seconds if it has none. O(log n).
@@ -69,7 +71,7 @@ class PIMBSR_INTERNAL AddressBuckets {
     Former::iterator former;  ///< its place; the end for a present neighbor
   };
 
-  std::map<Lanet::IpGenAddr, Entry> byAddress_;
+  std::map<Lanet::IpGenAddr, Entry, Zet::Meter::Less> byAddress_;
   Former former_;  ///< in the order in which they left
 };
 
@@ -77,8 +79,6 @@ class PIMBSR_INTERNAL AddressBuckets {
 /// each is granted beside the budget that all senders have together (RFC 5059 section 3.3).
 class PIMBSR_INTERNAL Advertisers {
  public:
-  /// Senders that are kept at most. With as many, a new one waits until another expires.
-  static constexpr std::size_t max = 4096;
   /// Packets a second that each is granted, and how many at once: a Candidate-RP sends a message or a few
   /// each C_RP_Adv_Period, which is 60 seconds. So little that even a table full of forgers stays affordable.
   static constexpr U32 perSecond = 1;
@@ -89,8 +89,8 @@ class PIMBSR_INTERNAL Advertisers {
   static constexpr double probation = double{burst} / perSecond;
 
   /// Notes an accepted advertisement, times in seconds. A holdtime of 0 withdraws the RPs, and so the sender.
-  /// O(log n).
-  void note(Lanet::IpGenAddr const& sender, double holdtime, double now);
+  /// With `max` senders, 0 for no bound, a new one waits until another expires. O(log n).
+  void note(Lanet::IpGenAddr const& sender, double holdtime, double now, std::size_t max = 0);
   /// Takes one packet from what a sender is granted, at a cost as of TokenBucket; false if that is used up,
   /// or if the sender isn't known.
   /// O(log n).
@@ -116,8 +116,8 @@ class PIMBSR_INTERNAL Advertisers {
   void expiryIs(Lanet::IpGenAddr const& sender, Entry& entry, double expiry);
   void isSteadyIs(Lanet::IpGenAddr const& sender, Entry& entry, bool isSteady);
 
-  std::map<Lanet::IpGenAddr, Entry> bySender_;
-  std::set<std::pair<double, Lanet::IpGenAddr>> byExpiry_;
+  std::map<Lanet::IpGenAddr, Entry, Zet::Meter::Less> bySender_;
+  std::set<std::pair<double, Lanet::IpGenAddr>, Zet::Meter::Less> byExpiry_;
   Steady steady_;  ///< in the order in which they became steady
   bool isSteadyChanged_ = false;
 };

@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 
+#include "agent/base/FilterAddresses.h"
 #include "agent/config/ConfigTable.h"
 #include "agent/config/Settings.keys.h"
 #include "config/AclToPrefix.h"
@@ -63,6 +64,7 @@ class Linter {
   void lintBorders();
   void lintInterfaces();
   void lintSenders();
+  void lintNeighbors();
   void lintAddressLists(ConfigPart part, ConfigKey const& key, std::set<std::string> const& lists,
                         char const* ifEmpty);
   void lintLists();
@@ -125,6 +127,7 @@ std::vector<ConfigFinding> Linter::run() {
   lintAddressLists(ConfigPart::bsrs, file::FilterKeys::bsrLists, router_.bsrLists,
                    "these lists permit no BSR; while that is so, all BSRs are permitted");
   lintLists();
+  lintNeighbors();
   lintKeys<host::ChecksKeys>(reading_.settings.ingress, {.part = ConfigPart::checks});
   lintKeys<host::LimitsKeys>(reading_.settings.ingress, {.part = ConfigPart::limits});
   lintKeys<host::CorrectionsKeys>(reading_.settings.corrections, {.part = ConfigPart::corrections});
@@ -156,6 +159,16 @@ void Linter::lintTimers() {
   reportAt(at == TextPlace() ? reading_.places.find(bsTimeoutAt) : at,
            fmt::format("{}: {} is below {}, ten times {}, which is used in its place", keyOf(szTimeoutAt),
                        router_.szTimeout, 10 * bsTimeout, keyOf(bsTimeoutAt)));
+}
+
+/// A filter of the kernel, which knows the neighbors of an interface, has room for so many addresses.
+void Linter::lintNeighbors() {
+  U64 neighbors = reading_.settings.ingress.neighborsPerInterface;
+  if (neighbors <= maxFilterAddresses) return;
+  report(ConfigPlace{.part = ConfigPart::limits}.at(host::LimitsKeys::neighborsPerInterface.name),
+         fmt::format("{} is above {}, the neighbors that the kernel's filter separates from others: a flood "
+                     "can displace the packets of those beyond",
+                     neighbors, maxFilterAddresses));
 }
 
 // Candidate BSRs --------------------------------------------------------------------------------------

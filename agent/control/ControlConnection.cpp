@@ -10,6 +10,14 @@
 
 namespace pimbsr::agent {
 
+ControlLimits limitsFor(std::size_t clients, std::size_t userWatches) {
+  return {.clients = clients,
+          .reserve = ControlLimits().reserve,
+          .watches = clients * 3 / 4,
+          .userWatches = userWatches,
+          .userUnread = clients / 4};
+}
+
 ControlConnection::ControlConnection(uv_loop_t* loop, FileDescriptor socket, uid_t user,
                                      ControlLimits const& limits, ConnectionOwner& owner)
     : limits_(limits),

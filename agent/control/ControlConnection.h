@@ -43,6 +43,10 @@ struct ControlLimits {
   std::chrono::milliseconds acceptPause{1000};  ///< until the next accept, once descriptors ran out
 };
 
+/// The bounds of a socket with so many connections, of which so many may be one user's watches; the others
+/// are in proportion.
+ControlLimits limitsFor(std::size_t clients, std::size_t userWatches);
+
 /// Why a connection has ended.
 enum class ConnectionEnd {
   open,     ///< it hasn't

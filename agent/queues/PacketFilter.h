@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "agent/base/FilterAddresses.h"
 #include "model/Lanet.h"
 
 namespace pimbsr::agent {
@@ -15,9 +16,6 @@ namespace pimbsr::agent {
 /// version 2, which is to be counted. The Registers and Join/Prunes of a domain don't even wake this process.
 using FilterProgram = std::vector<sock_filter>;
 
-/// Addresses that a program below can hold. A kernel keeps an old program beside the new one while they are
-/// exchanged, both within net.core.optmem_max (20,480 bytes up to Linux 6.6).
-inline constexpr std::size_t maxFilterAddresses = 256;
 /// Subnets that a program below looks at; it leaves out those after them.
 inline constexpr std::size_t maxFilterSubnets = 32;
 

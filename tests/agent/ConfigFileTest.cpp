@@ -199,6 +199,8 @@ Meaning const meanings[] = {
     {"RangesPerZone", "[limits]\nranges-per-zone = 7", [](Settings& s) { s.ingress.rangesPerZone = 7; }},
     {"RpsPerRange", "[limits]\nrps-per-range = 7", [](Settings& s) { s.ingress.rpsPerRange = 7; }},
     {"RpsPerSender", "[limits]\nrps-per-sender = 7", [](Settings& s) { s.ingress.rpsPerSender = 7; }},
+    {"AdvertisementSenders", "[limits]\nadvertisement-senders = 7",
+     [](Settings& s) { s.ingress.advertisementSenders = 7; }},
     {"RangesPerSender", "[limits]\nranges-per-sender = 7",
      [](Settings& s) { s.ingress.rangesPerSender = 7; }},
     {"Socket", "[control]\nsocket = \"/tmp/x.sock\"",
@@ -211,6 +213,11 @@ Meaning const meanings[] = {
      [](Settings& s) { s.readOnlySocket = "/tmp/y"; }},
     {"ReadOnlyGroup", "[control]\nread-only-group = \"pimbsr-read\"",
      [](Settings& s) { s.readOnlyGroup = "pimbsr-read"; }},
+    {"ControlClients", "[control]\nclients = 64\nwatches-per-user = 40",
+     [](Settings& s) {
+       s.controlClients = 64;
+       s.userWatches = 40;
+     }},
     {"Directory", "[state]\ndirectory = \"/tmp/x y\"", [](Settings& s) { s.stateDirectory = "/tmp/x y"; }},
     {"Trace", "[trace]\n\"Pim::Bsr::Sm\" = 0\n\"Pim::Bsr::Config\" = 9",
      [](Settings& s) {
@@ -533,8 +540,11 @@ TEST(ConfigFileTest, SocketAndFolderNeedARestart) {
   EXPECT_THAT(needRestart(from, to), ElementsAre("control.socket", "state.directory"));
   to.readOnlySocket = "";
   to.readOnlyGroup = "x";
-  EXPECT_THAT(needRestart(from, to), ElementsAre("control.socket", "control.read-only-socket",
-                                                 "control.read-only-group", "state.directory"));
+  to.controlClients = 64;
+  to.userWatches = 13;
+  EXPECT_THAT(needRestart(from, to),
+              ElementsAre("control.socket", "control.read-only-socket", "control.read-only-group",
+                          "control.clients", "control.watches-per-user", "state.directory"));
 }
 
 }  // namespace

@@ -231,7 +231,8 @@ Unwise const unwise[] = {
     {"LimitsThatAreNone",
      PIM "[limits]\npackets-per-second = 0\nhellos-per-second = 0\nadvertisements-per-second = 0\n"
          "neighbors-per-interface = 0\nlearned-zones = 0\nfragment-rps = 0\nrps = 0\nranges-per-zone = 0\n"
-         "rps-per-range = 0\nrps-per-sender = 0\nranges-per-sender = 0\nbsm-bytes = 0",
+         "rps-per-range = 0\nrps-per-sender = 0\nranges-per-sender = 0\nbsm-bytes = 0\n"
+         "advertisement-senders = 0",
      {"f:3:22: limits.packets-per-second: 0 is no bound, so that a flood takes what time and memory there is",
       "f:4:21: limits.hellos-per-second: 0 is no bound, so that a flood takes what time and memory there is",
       "f:5:29: limits.advertisements-per-second: 0 is no bound, so that a flood takes what time and memory "
@@ -247,7 +248,15 @@ Unwise const unwise[] = {
       "f:12:18: limits.rps-per-sender: 0 is no bound, so that a flood takes what time and memory there is",
       "f:13:21: limits.ranges-per-sender: 0 is no bound, so that a flood takes what time and memory there "
       "is",
-      "f:14:13: limits.bsm-bytes: 0 is no bound, so that a flood takes what time and memory there is"}},
+      "f:14:13: limits.bsm-bytes: 0 is no bound, so that a flood takes what time and memory there is",
+      "f:15:25: limits.advertisement-senders: 0 is no bound, so that a flood takes what time and memory "
+      "there "
+      "is"}},
+    {"NeighborsThatTheKernelsFilterHolds", PIM "[limits]\nneighbors-per-interface = 256", {}},
+    {"NeighborsBeyondTheKernelsFilter",
+     PIM "[limits]\nneighbors-per-interface = 257",
+     {"f:3:27: limits.neighbors-per-interface: 257 is above 256, the neighbors that the kernel's filter "
+      "separates from others: a flood can displace the packets of those beyond"}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, ConfigLint, testing::ValuesIn(unwise),

@@ -55,6 +55,7 @@ class AnySettings {
                  .packetsPerSecond = any(),
                  .hellosPerSecond = any(),
                  .advertisementsPerSecond = any(),
+                 .advertisementSenders = any(),
                  .neighborsPerInterface = any(),
                  .learnedZones = any(),
                  .fragmentRps = any(),
@@ -67,6 +68,8 @@ class AnySettings {
     if (flip()) s.controlSocket = flip() ? "" : "/run/a \"b\\c\" \xc3\xa4.sock";
     if (flip()) s.readOnlySocket = flip() ? "" : "/run/b \"c\".sock";
     if (flip()) s.readOnlyGroup = "pimbsr-read";
+    if (flip()) s.controlClients = in(8, 1024);
+    if (flip()) s.userWatches = in(1, 1024);
     if (flip()) s.stateDirectory = flip() ? "" : "/" + std::string(below(4000), 'x');
     for (std::string const& handle : pimbsr::agent::traceHandles()) {
       if (flip()) s.traces[handle] = static_cast<int>(below(10));
@@ -216,15 +219,17 @@ TEST(ConfigWriterTest, JsonSaysTheSame) {
   EXPECT_EQ(json["szTimeout"], 1300);
   EXPECT_EQ(json["checks"].dump(),
             R"({"linkLocalTtl":true,"onSubnet":true,"fromNeighbors":true,"notOwnBsr":true})");
-  EXPECT_EQ(
-      json["limits"].dump(),
-      R"({"packetsPerSecond":1000,"hellosPerSecond":200,"advertisementsPerSecond":1000,)"
-      R"("neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,"bsmBytes":16384,"rps":20000,)"
-      R"("rangesPerZone":4096,"rpsPerRange":255,"rpsPerSender":64,"rangesPerSender":1024})");
+  EXPECT_EQ(json["limits"].dump(),
+            R"({"packetsPerSecond":1000,"hellosPerSecond":200,"advertisementsPerSecond":1000,)"
+            R"("advertisementSenders":4096,"neighborsPerInterface":256,"learnedZones":64,"fragmentRps":4096,)"
+            R"("bsmBytes":16384,"rps":20000,"rangesPerZone":4096,"rpsPerRange":255,"rpsPerSender":64,)"
+            R"("rangesPerSender":1024})");
   EXPECT_EQ(json["corrections"]["electedOnly"], true);
   EXPECT_EQ(json["controlSocket"], "/run/pimbsr/control.sock");
   EXPECT_EQ(json["readOnlySocket"], "/run/pimbsr/control-read-only.sock");
   EXPECT_EQ(json["readOnlyGroup"], "");
+  EXPECT_EQ(json["controlClients"], 32);
+  EXPECT_EQ(json["userWatches"], 12);
   EXPECT_EQ(json["stateDirectory"], "/var/lib/pimbsr");
   EXPECT_EQ(json["traces"].dump(), R"({"Pim::Bsr::Sm":4})");
 }

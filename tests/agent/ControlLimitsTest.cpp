@@ -9,6 +9,7 @@
 #include <list>
 #include <vector>
 
+#include "agent/config/Settings.h"
 #include "agent/control/ControlClient.h"
 #include "tests/agent/ControlServerFixture.h"
 #include "tests/agent/InChild.h"
@@ -22,6 +23,22 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 constexpr uid_t hog = 61001, other = 61002, third = 61003;
+
+TEST(LimitsForTest, SharesGrowWithTheConnectionsAndTheDefaultsAreThoseOfTheKeys) {
+  for (auto const& [limits, expected] :
+       {std::pair(limitsFor(32, 12), ControlLimits()),
+        std::pair(limitsFor(64, 30),
+                  ControlLimits{.clients = 64, .watches = 48, .userWatches = 30, .userUnread = 16})}) {
+    EXPECT_EQ(limits.clients, expected.clients);
+    EXPECT_EQ(limits.reserve, expected.reserve);
+    EXPECT_EQ(limits.watches, expected.watches);
+    EXPECT_EQ(limits.userWatches, expected.userWatches);
+    EXPECT_EQ(limits.userUnread, expected.userUnread);
+  }
+  Settings const settings;
+  EXPECT_EQ(settings.controlClients, ControlLimits().clients);
+  EXPECT_EQ(settings.userWatches, ControlLimits().userWatches);
+}
 
 /// Connections of several users: the kernel notes the effective user at the time of a connection.
 class ControlLimitsTest : public ControlServerFixture {

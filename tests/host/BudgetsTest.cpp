@@ -281,13 +281,31 @@ TEST_F(BudgetsTest, DroppedAdvertisementMakesNoSenderKnown) {
 TEST(AdvertisersTest, FloodOfSendersIsKeptUpToTheBoundUntilSomeExpire) {
   Advertisers advertisers;
   auto sender = [](U32 i) { return Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0x0a000000 + i)); };
-  for (U32 i = 0; i < 20000; ++i) advertisers.note(sender(i), 100 + i % 2, 0);
-  EXPECT_EQ(advertisers.size(), Advertisers::max);
+  constexpr U32 max = 4096;
+  for (U32 i = 0; i < 20000; ++i) advertisers.note(sender(i), 100 + i % 2, 0, max);
+  EXPECT_EQ(advertisers.size(), max);
   EXPECT_TRUE(advertisers.take(sender(0), 50));
-  EXPECT_FALSE(advertisers.take(sender(Advertisers::max), 50));
-  advertisers.note(sender(Advertisers::max), 100, 100.5);
-  EXPECT_TRUE(advertisers.take(sender(Advertisers::max), 101));
-  EXPECT_EQ(advertisers.size(), Advertisers::max / 2 + 1);
+  EXPECT_FALSE(advertisers.take(sender(max), 50));
+  advertisers.note(sender(max), 100, 100.5, max);
+  EXPECT_TRUE(advertisers.take(sender(max), 101));
+  EXPECT_EQ(advertisers.size(), max / 2 + 1);
+}
+
+TEST(AdvertisersTest, ZeroIsNoBound) {
+  Advertisers advertisers;
+  auto sender = [](U32 i) { return Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0x0a000000 + i)); };
+  for (U32 i = 0; i < 5000; ++i) advertisers.note(sender(i), 100, 0, 0);
+  EXPECT_EQ(advertisers.size(), 5000u);
+}
+
+TEST_F(BudgetsTest, SendersBeyondTheirBoundShareTheBudgetOfAll) {
+  lead();
+  router.ingressSettingsIs({.advertisementsPerSecond = 3, .advertisementSenders = 1});
+  EXPECT_EQ(renew("203.0.113.1"), "");
+  EXPECT_EQ(renew("203.0.113.2"), "");
+  EXPECT_EQ(renew("203.0.113.2"), "");
+  EXPECT_EQ(renew("203.0.113.2"), "advertisement-rate-limit");
+  EXPECT_EQ(renew("203.0.113.1"), "") << "it has a grant of its own";
 }
 
 /// Advertises each second from `start` on, so many times at once.
