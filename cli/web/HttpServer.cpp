@@ -2,11 +2,14 @@
 
 #include <fmt/format.h>
 #include <microhttpd.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <map>
 #include <system_error>
 #include <utility>
 
@@ -47,7 +50,8 @@ HttpServer::HttpServer(agent::Loop& loop, int socket, HttpRouter& router, HttpLi
       MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &Callbacks::handle,
       this, MHD_OPTION_EXTERNAL_LOGGER, &Callbacks::log, nullptr, MHD_OPTION_LISTEN_SOCKET, socket,
       MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::complete, this, MHD_OPTION_CONNECTION_LIMIT,
-      limits.connections, MHD_OPTION_CONNECTION_TIMEOUT, limits.idleTime, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+      limits.connections, MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.addressConnections,
+      MHD_OPTION_CONNECTION_TIMEOUT, limits.idleTime, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
       limits.requestMemory, MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END);
   if (daemon_ == nullptr) throw std::system_error(errno, std::generic_category(), "HTTP server");
   auto const* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_EPOLL_FD);
@@ -120,6 +124,21 @@ static std::string tokenOf(MHD_Connection* connection) {
   return token;
 }
 
+/// The client of a connection, as of HttpLimits.
+static std::string clientOf(MHD_Connection* connection) {
+  auto const* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+  sockaddr const* address = info == nullptr ? nullptr : info->client_addr;
+  if (address == nullptr) return "";
+  constexpr std::size_t networkBytes = 8;
+  if (address->sa_family == AF_INET6) {
+    auto const* bytes = reinterpret_cast<sockaddr_in6 const*>(address)->sin6_addr.s6_addr;
+    return {reinterpret_cast<char const*>(bytes), networkBytes};
+  }
+  if (address->sa_family != AF_INET) return "";
+  in_addr const& four = reinterpret_cast<sockaddr_in const*>(address)->sin_addr;
+  return {reinterpret_cast<char const*>(&four), sizeof four};
+}
+
 /// A response to a request that is not to be routed; status 0 for one that is.
 HttpResponse HttpServer::checked(MHD_Connection* connection, std::string const& method) const {
   if (!router_.hasHost(headerOf(connection, MHD_HTTP_HEADER_HOST)))
@@ -135,6 +154,7 @@ int HttpServer::handle(MHD_Connection* connection, char const* path, char const*
   if (*state == nullptr) {
     auto exchange = std::make_shared<HttpExchange>(*this, connection);
     exchange->path_ = path;
+    exchange->client_ = clientOf(connection);
     *state = new Exchange(exchange);
     exchanges_.insert(exchange);
     HttpResponse rejection = checked(connection, method);
@@ -202,14 +222,43 @@ void HttpExchange::respond(HttpResponse response) {
 // Streams of events -----------------------------------------------------------------------------------
 
 void HttpExchange::beginStream(std::string const& first) {
-  if (server_->streams_.size() >= server_->limits_.streams)
+  if (!server_->makeRoomFor(client_))
     return respond(textResponse(MHD_HTTP_SERVICE_UNAVAILABLE, "too many streams are open"));
   isStream_ = isReady_ = true;
+  number_ = ++server_->begun_;
   server_->push(*this, std::make_shared<std::string const>(first));
   bool isFirst = server_->streams_.empty();
   server_->streams_.insert(this);
   if (isFirst && server_->onStreams) server_->onStreams(true);
   server_->resume(*this);
+}
+
+/// Whether one more stream of a client may begin; ends another one if need be.
+bool HttpServer::makeRoomFor(std::string const& client) {
+  std::map<std::string, std::size_t> counts;
+  std::size_t open = 0;
+  for (HttpExchange const* stream : streams_) {
+    if (stream->isEnding_) continue;
+    ++open;
+    ++counts[stream->client_];
+  }
+  if (open < limits_.streams) return true;
+  auto fewer = [](auto const& a, auto const& b) { return a.second < b.second; };
+  auto most = std::max_element(counts.begin(), counts.end(), fewer);
+  if (most == counts.end() || most->second < counts[client] + 2) return false;
+  HttpExchange* oldest = nullptr;
+  for (HttpExchange* stream : streams_) {
+    bool isOlder = oldest == nullptr || stream->number_ < oldest->number_;
+    if (!stream->isEnding_ && stream->client_ == most->first && isOlder) oldest = stream;
+  }
+  endStream(*oldest);
+  return true;
+}
+
+void HttpServer::endStream(HttpExchange& exchange) {
+  exchange.isEnding_ = true;
+  exchange.events_.clear();
+  resume(exchange);
 }
 
 int HttpServer::queueStream(HttpExchange& exchange) {
@@ -246,10 +295,7 @@ void HttpServer::push(HttpExchange& exchange, std::shared_ptr<std::string const>
   if (exchange.isEnding_) return;
   exchange.events_.push_back(event);
   exchange.waiting_ += event->size();
-  if (exchange.waiting_ > limits_.streamBacklog) {
-    exchange.isEnding_ = true;
-    exchange.events_.clear();
-  }
+  if (exchange.waiting_ > limits_.streamBacklog) return endStream(exchange);
   resume(exchange);
 }
 

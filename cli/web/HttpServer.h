@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -24,9 +25,12 @@ struct HttpResponse {
 /// A response with a short text.
 HttpResponse textResponse(unsigned status, std::string text);
 
-/// Bounds of the resources that the clients of an HTTP server can use.
+/// Bounds of the resources that the clients of an HTTP server can use. A client is an IPv4 address, an IPv6
+/// network of 64 bits, or all of a Unix socket together. At the limit of streams the oldest one of the client
+/// with the most gives way to one of a client with two fewer at least.
 struct HttpLimits {
   unsigned connections = 256;              ///< at a time; further ones wait in the kernel
+  unsigned addressConnections = 128;       ///< from one address at a time; further ones are closed
   unsigned idleTime = 15;                  ///< seconds without progress until a connection ends
   std::size_t requestMemory = 16 * 1024;   ///< of one connection: request line, headers and buffers
   std::size_t bodies = 64 * 1024 * 1024;   ///< bytes of responses that wait to be read
@@ -55,6 +59,7 @@ class HttpExchange : public std::enable_shared_from_this<HttpExchange> {
 
   HttpServer* server_;          ///< null once the server is gone
   MHD_Connection* connection_;  ///< null once it is over
+  std::string client_;          ///< who sends it, in the form of an address
   std::string path_;
   bool isRouted_ = false;
   bool isReady_ = false;
@@ -63,6 +68,7 @@ class HttpExchange : public std::enable_shared_from_this<HttpExchange> {
   // Of a stream.
   bool isStream_ = false;
   bool isEnding_ = false;
+  std::uint64_t number_ = 0;  ///< in the order in which streams began
   std::deque<std::shared_ptr<std::string const>> events_;
   std::size_t sent_ = 0;     ///< of the first event
   std::size_t waiting_ = 0;  ///< bytes of events_ that were not sent
@@ -115,6 +121,8 @@ class HttpServer {
   long readStream(HttpExchange& exchange, char* bytes, std::size_t size);
   void complete(Exchange const& exchange);
   void push(HttpExchange& exchange, std::shared_ptr<std::string const> const& event);
+  bool makeRoomFor(std::string const& client);
+  void endStream(HttpExchange& exchange);
 
   HttpLimits const limits_;
   HttpRouter& router_;
@@ -124,7 +132,8 @@ class HttpServer {
   agent::LoopTimer heartbeat_;  ///< of the streams
   std::set<Exchange> exchanges_;
   std::set<HttpExchange*> streams_;
-  std::size_t bodies_ = 0;  ///< bytes of responses in exchanges_
+  std::uint64_t begun_ = 0;  ///< streams so far
+  std::size_t bodies_ = 0;   ///< bytes of responses in exchanges_
 };
 
 }  // namespace pimbsr::cli
