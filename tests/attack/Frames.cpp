@@ -15,6 +15,7 @@ namespace attack {
 namespace {
 
 constexpr U32 rpsOfMessage = 130;    // RPs of one range that an Ethernet frame holds
+constexpr U32 fewZones = 32;         // that a router follows beside others
 constexpr U32 rangesOfMessage = 60;  // ranges with one RP each that it holds
 constexpr U8 scopedFlag = 0x01;      // RFC 5059 section 4.1: an admin scope zone
 constexpr U8 noForwardFlag = 0x80;   // RFC 5059 section 4.1
@@ -191,12 +192,14 @@ std::vector<Frame> rpChurn(Plan const& plan) {
   return frames;
 }
 
+Prefix zoneNumber(U32 n) { return Prefix(IpAddr::fromHost(0xef000000 + (n << 8)), 24); }
+
 /// Each message names another scope zone.
 std::vector<Frame> zones(Plan const& plan) {
   std::vector<Frame> frames;
   for (U32 n = 0; n < plan.count; ++n) {
     Plan one = plan;
-    one.range = Prefix(IpAddr::fromHost(0xef000000 + (n << 8)), 24);
+    one.range = zoneNumber(n);
     Message message = bootstrapOf(one, n);
     message.group(one.range, scopedFlag).u8(1).u8(1).u16(0).rp(plan.rp, plan.holdtime, 192);
     frames.push_back(frameOf(plan, n, message));
@@ -215,6 +218,34 @@ std::vector<Frame> fragments(Plan const& plan) {
     Prefix const range(after(plan.range.address(), n % rangesOfTag), 32);
     message.group(range, 0).u8(255).u8(named).u16(0);
     for (U32 rp = 0; rp < named; ++rp) message.rp(after(plan.rp, n * named + rp), plan.holdtime, 192);
+    frames.push_back(frameOf(plan, n, message));
+  }
+  return frames;
+}
+
+/// Messages of a few zones, each of which names a fragment of one range and RP as often as it has room.
+std::vector<Frame> repeats(Plan const& plan) {
+  constexpr U32 records = 65;
+  std::vector<Frame> frames;
+  for (U32 n = 0; n < plan.count; ++n) {
+    Message message = bootstrapOf(plan, 7);
+    message.group(zoneNumber(n % fewZones), scopedFlag).u8(0).u8(0).u16(0);
+    for (U32 i = 0; i < records; ++i)
+      message.group(plan.range, 0).u8(2).u8(1).u16(0).rp(plan.rp, plan.holdtime, 192);
+    frames.push_back(frameOf(plan, n, message));
+  }
+  return frames;
+}
+
+/// The pieces of one message of each of a few zones, with one tag: each has another range of its zone.
+std::vector<Frame> pieces(Plan const& plan) {
+  std::vector<Frame> frames;
+  for (U32 n = 0; n < plan.count; ++n) {
+    Prefix const zone = zoneNumber(n % fewZones);
+    Message message = bootstrapOf(plan, 7);
+    message.group(zone, scopedFlag).u8(0).u8(0).u16(0);
+    message.group(Prefix(after(zone.address(), n / fewZones), 32), 0).u8(1).u8(1).u16(0);
+    message.rp(plan.rp, plan.holdtime, 192);
     frames.push_back(frameOf(plan, n, message));
   }
   return frames;
@@ -304,6 +335,8 @@ constexpr Kind table[] = {
     {"mutations", mutations},
     {"ordinary-ranges", ordinaryRanges},
     {"ordinary-rps", ordinaryRps},
+    {"pieces", pieces},
+    {"repeats", repeats},
     {"restarts", restarts},
     {"rp-churn", rpChurn},
     {"zones", zones},

@@ -37,7 +37,7 @@ class Bounds:
         """Bytes by which memory may grow during one attack: those that fill the RP sets need more."""
         if self.sanitized:
             return 256 << 20
-        fills = attack.startswith("chosen") or attack == "mixed"
+        fills = attack.startswith(("chosen", "mixed"))
         return 32 << 20 if fills else 8 << 20
 
 
