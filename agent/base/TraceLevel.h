@@ -12,6 +12,6 @@ inline constexpr int traceOff = -1;
 std::vector<std::string> traceHandles();
 /// Enables a handle for levels 0 to `level` (0 to 9), or disables it (traceOff). Without effect for an
 /// unknown name.
-void traceLevelIs(std::string const& handle, int level);
+void traceLevelIs(std::string const& name, int level);
 
 }  // namespace pimbsr::agent

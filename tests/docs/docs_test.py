@@ -19,7 +19,6 @@ ELSEWHERE = [
     (r"python3 -B tests/zetc/(\w+)_test\.py --rewrite", r"test: zetc-\1-test"),
     (r"scripts/format", "test: format-check"),
     (r"scripts/docs", "test: docs-site"),
-    (r"clang-tidy-14 -p build/test .*", "reason: reads the sources of the whole tree for minutes"),
     (r"scripts/coverage\b.*", "reason: builds all tests once more, for gcov"),
     (r"ctest --test-dir build/test\b.*", "reason: runs this test"),
     (r"(FUZZ_SECONDS=\d+ )?scripts/test", "reason: runs this test"),
@@ -39,9 +38,10 @@ ELSEWHERE = [
     (r"pimbsr web\b.*", "test: web-server"),
     (r"pimbsr compare\b.*", "test: lab-compare"),
     (r"mv /var/lib/prometheus/.*", "reason: a collector's folder"),
+    (r"scripts/(machines|clang-tidy)\b.*", "reason: builds for many minutes; scripts/soak calls it"),
     (r"scripts/bench\b.*", "reason: measures for minutes; bench-ratios-test tries what it prints"),
     (r"g\+\+ .*pkg-config --cflags --libs pimbsr-host.*", "test: install-embed"),
-    (r"pkg-config --cflags --libs pimbsr(-host)?", "test: install-embed"),
+    (r"pkg-config --cflags --libs pimbsr(-host|-engine)?", "test: install-embed"),
 ]
 # Code that is in a page and in a file, the same in both.
 COPIES = [("README.md", "cpp", "examples/embed/embed.cpp")]
@@ -223,6 +223,10 @@ def errors(pimbsr, root):
         yield from check_blocks(page, tree, pimbsr)
         if page.name == "docs/rfc5059.md":
             yield from check_map(page)
+    version = re.search(r'version = "([0-9.]+)"', (root / "agent/base/Version.h").read_text())[1]
+    newest = re.search(r"^## (.*)", (root / "CHANGELOG.md").read_text(), re.M)[1]
+    if newest != version:
+        yield f"CHANGELOG.md:1: the newest version is {newest}, that of agent/base/Version.h is {version}"
     for name, page in (("views.md", "views.md"), ("reference.md", "model.md")):
         made = pimbsr.parent / "zet" / name
         if made.read_text() != (root / "docs" / page).read_text():
