@@ -65,7 +65,7 @@ TEST_F(ViewsTest, ReloadOfAFileWithAnErrorAppliesNothing) {
     return answer;
   };
   expect(reload("[checks]\non-subnet = 1"), R"({"applied": false,
-    "errors": ["f:2:13: error: checks.on-subnet: 1; true or false is valid"], "warnings": [],
+    "errors": ["f:2:13: error: checks.on-subnet: read 1; valid is true or false"], "warnings": [],
     "needsRestart": []})");
   expect(reload("[state]\ndirectory = '/var/lib/x'\n[checks]\non-subnet = false"), R"({"applied": true,
     "errors": [],

@@ -379,7 +379,7 @@ TEST_F(ConfiguredRouter, ClearingIsAskedForByTheConfiguration) {
 using ConfiguredRouterDeath = ConfiguredRouter;
 
 TEST_F(ConfiguredRouterDeath, CandidaciesAreNotWrittenPastTheConfiguration) {
-  EXPECT_DEATH(router->candidateBsrIs(prefix("224.0.0.0/4"), {}), "!configSm_");
+  EXPECT_DEATH(router->candidateBsrIs(prefix("224.0.0.0/4"), {}), "!parts_->configSm");
 }
 
 }  // namespace
