@@ -106,10 +106,10 @@ class PIMBSR_API ChangeSink {
 /// is already over.
 class PIMBSR_API Observer {
  public:
-  /// Observes a router, which may end first, and what it keeps of former BSRs. The sink outlives the observer.
+  /// Observes a router and what it keeps of former BSRs. Router and sink outlive the observer.
   Observer(Router& router, ChangeSink& sink);
-  /// Observes machines that a host has made by itself. The sink outlives the observer, and so do the RPs that are kept of former BSRs, null for none. The
-  /// status tree is held; the root machine is not, and may go first.
+  /// Observes machines that a host has made by itself. The sink outlives the observer, and so do the RPs that
+  /// are kept of former BSRs, null for none. The status tree is held; the root machine is not, and may go first.
   Observer(Zet::Ptr<Routing::Pim::Bsr::Status const> const& status,
            Zet::Ptr<Routing::Pim::Bsr::PimBsrSm const> const& root, ChangeSink& sink,
            KeptRps* kept = nullptr);

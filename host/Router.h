@@ -186,7 +186,7 @@ class PIMBSR_API Router : private DropListener {
 
   /// The zone of all group ranges that no scope zone covers.
   Lanet::IpGenPrefix globalZone() const;
-  /// The state of this router's candidacy in a zone (RFC 5059 section 3.1.1); unset if it is no candidate there.
+  /// The state of this router's candidacy in a zone (RFC 5059 section 3.1.1); unset if there is none.
   std::optional<Routing::Pim::Bsr::BsrCandidateState> candidateState(Lanet::IpGenPrefix const& zone) const;
   /// Calls `visit(zone, state)` for each zone in which this router is a candidate BSR.
   void eachCandidacy(std::function<void(Lanet::IpGenPrefix const&,

@@ -28,8 +28,8 @@
 
 namespace pimbsr::host {
 
-/// What a router consists of, in the order in which it is made. It is apart from Router so that a program over
-/// Router sees no machine, and is for the sources and tests of this library alone: it isn't installed. Each
+/// What a router consists of, in the order in which it is made. It is apart from Router so that a program
+/// over Router sees no machine, and for the sources and tests of this library alone: it isn't installed. Each
 /// part is owned here, but for the context, the port and the receiver of own drops, which the host owns.
 struct RouterParts {
   RouterParts(Zet::Context& hostContext, pim::Port& hostPort, RouterOptions const& options);

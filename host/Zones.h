@@ -10,10 +10,10 @@ PIMBSR_INTERNAL Lanet::IpGenPrefix zoneOf(Routing::Pim::Packet::BootstrapMessage
 
 /// The RP sets of a zone; null if it has none.
 PIMBSR_INTERNAL Zet::Ptr<Routing::Pim::RpCandidateStatus> rpSetsOf(Routing::Pim::Bsr::Status const& status,
-                                                              Lanet::IpGenPrefix const& zone);
+                                                                   Lanet::IpGenPrefix const& zone);
 
 /// Whether the engine takes advertisements of a zone that were sent to this address.
 PIMBSR_INTERNAL bool isElectedAt(Routing::Pim::Bsr::Status const& status, Lanet::IpGenPrefix const& zone,
-                            Lanet::IpGenAddr const& address);
+                                 Lanet::IpGenAddr const& address);
 
 }  // namespace pimbsr::host

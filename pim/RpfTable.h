@@ -10,7 +10,8 @@ namespace pimbsr::pim {
 /// The best route to an address: that of the outside where it looks routes up, else that of `routes`. The
 /// default value if there is none.
 PIMBSR_INTERNAL ::Slosh::Fib::Route routeTo(Lanet::IpGenAddr const& address,
-                                       Routing::Pim::PimUcastRouteStatus const& routes, Port const& port);
+                                            Routing::Pim::PimUcastRouteStatus const& routes,
+                                            Port const& port);
 
 /// RPF neighbors from unicast routes and Hello neighbors (RFC 5059 section 3.1.3, RFC 7761 section 4.1).
 ///

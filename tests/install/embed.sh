@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# embed.sh BUILD CXX: installs the build folder BUILD and builds programs against what was installed, as a CMake
-# package and through pkg-config: examples/embed against component host alone, which has no header of a machine,
-# then one that names all functions of component engine. Each program must end well and print something.
+# embed.sh BUILD CXX: installs the build folder BUILD and builds programs against what was installed, as a
+# CMake package and through pkg-config: examples/embed against component host alone, which has no header of a
+# machine, then one that names all functions of component engine. Each must end well and print something.
 # CXXFLAGS are flags that the installed libraries need of a program (a sanitizer).
 set -euo pipefail
 build=$1

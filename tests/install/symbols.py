@@ -15,7 +15,8 @@ LIBRARIES = ("libpimbsr", "libpimbsr-host")
 
 
 def exported(library):
-    listed = subprocess.run(["nm", "-D", "--defined-only", library], capture_output=True, text=True, check=True)
+    listed = subprocess.run(["nm", "-D", "--defined-only", library],
+                            capture_output=True, text=True, check=True)
     pairs = [line.split()[1:] for line in listed.stdout.splitlines()]
     names = [name for kind, name in pairs if kind not in "WwuiA"]
     shown = subprocess.run(["c++filt"], input="\n".join(names), capture_output=True, text=True, check=True)
