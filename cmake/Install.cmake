@@ -13,7 +13,8 @@ endif()
 
 # The public face beside runtime/ and model/; what else is in these modules stays in the library.
 set(host_face BsmPolicy Candidacy ConfigKey ConfigPlace ConfigTree Configuration Corrections IngressSettings
-  LastMessages Limits Machines ModelTree NearestNames Observer PreferredRps Reception Router RpMap Views)
+  LastMessages Limits Machines ModelTree NearestNames Observer PreferredRps Reception Router RouterOptions
+  RpMap RpView Views)
 set(pim_face HelloOptions Port)
 set(wire_face Checksum Outcome Reader Wire)
 # What machines alone exchange, and what a host without host::Router asks before the gates.

@@ -7,7 +7,7 @@
 
 #include "host/Corrections.h"
 #include "host/KeptRps.h"
-#include "host/Observer.h"
+#include "host/RpView.h"
 #include "pim/Timer.h"
 #include "protocol/PimBsrSm.h"
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/KeptRps.h"
+#include "host/Router.h"
 #include "host/RouterParts.h"
 #include "protocol/BsrCandidateSm.h"
 #include "protocol/BsrNonCandidateSm.h"

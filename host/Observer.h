@@ -2,9 +2,9 @@
 
 #include <vector>
 
+#include "host/RpView.h"
 #include "model/Lanet.h"
 #include "model/Status.h"
-#include "model/Values.h"
 #include "runtime/Export.h"
 #include "runtime/Ptr.h"
 
@@ -29,34 +29,7 @@ struct BsrView {
   }
 };
 
-/// One RP of a zone, as a value that outlives its entry.
-struct RpView {
-  Lanet::IpGenPrefix range;
-  Lanet::IpGenAddr address;
-  U32 priority = 0;  ///< lower wins
-  U16 holdTime = 0;  ///< seconds
-  Routing::Pim::Mode mode = Routing::Pim::Mode::sparse;
-  double expires = 0;    ///< when it leaves the set unless it is named again, on the clock of Zet::now()
-  double setupTime = 0;  ///< when it came into the set
-  /// It is a former BSR's and stays in use until the present one names its range; its zone's set lacks it.
-  bool kept = false;
-
-  /// Whether both say the same; a renewal, which only moves the expiry, changes nothing.
-  bool sameRp(RpView const& other) const {
-    return priority == other.priority && holdTime == other.holdTime && mode == other.mode;
-  }
-};
-
 PIMBSR_API BsrView viewOf(Routing::Pim::Bsr::ElectedBsrStatus const& entry);
-inline RpView viewOf(Lanet::IpGenPrefix const& range, Routing::Pim::RpCandidate const& rp) {
-  return {.range = range,
-          .address = rp.address(),
-          .priority = rp.priority().value(),
-          .holdTime = rp.holdTime().value(),
-          .mode = rp.pimMode(),
-          .expires = rp.expires(),
-          .setupTime = rp.setupTime()};
-}
 
 enum class ChangeKind : U8 {
   bsrElected,  ///< a zone has a BSR and had none
@@ -109,7 +82,8 @@ class PIMBSR_API Observer {
   /// Observes a router and what it keeps of former BSRs. Router and sink outlive the observer.
   Observer(Router& router, ChangeSink& sink);
   /// Observes machines that a host has made by itself. The sink outlives the observer, and so do the RPs that
-  /// are kept of former BSRs, null for none. The status tree is held; the root machine is not, and may go first.
+  /// are kept of former BSRs, null for none. The status tree is held; the root machine is not, and may end
+  /// first.
   Observer(Zet::Ptr<Routing::Pim::Bsr::Status const> const& status,
            Zet::Ptr<Routing::Pim::Bsr::PimBsrSm const> const& root, ChangeSink& sink,
            KeptRps* kept = nullptr);

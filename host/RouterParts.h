@@ -8,12 +8,13 @@
 #include "config/ConfigSm.h"
 #include "crp/CrpMessageSm.h"
 #include "host/Admission.h"
+#include "host/BsmPolicy.h"
 #include "host/Clearing.h"
 #include "host/Correctors.h"
 #include "host/IngressFilter.h"
 #include "host/LastMessages.h"
 #include "host/Mtus.h"
-#include "host/Router.h"
+#include "host/RouterOptions.h"
 #include "host/RpBounds.h"
 #include "host/RpSweep.h"
 #include "model/IO.h"
@@ -27,6 +28,8 @@
 #include "protocol/PimBsrSm.h"
 
 namespace pimbsr::host {
+
+class Router;
 
 /// What a router consists of, in the order in which it is made. It is apart from Router so that a program
 /// over Router sees no machine, and for the sources and tests of this library alone: it isn't installed. Each
