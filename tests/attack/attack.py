@@ -30,13 +30,15 @@ class Bounds:
         self.lateness = 0.5 if self.sanitized else 0.02  # seconds, besides what the system delays
         self.gone = 2.5 if self.sanitized else 0.25  # seconds, while thousands of RPs leave at once
         self.view = 1 if self.sanitized else 0.1  # seconds, while a view of thousands of RPs is made
+        self.answer = (256 if self.sanitized else 16) << 20  # bytes, for a view of thousands of RPs
         is_full = os.environ.get("PIMBSR_ATTACK") == "full"
         self.system = 0.1 if is_full else 1  # seconds that the system may be late; beyond, nothing is shown
 
     def growth(self, attack):
-        """Bytes by which memory may grow during one attack: those that fill the RP sets need more."""
+        """Bytes by which memory may grow during one attack: those that fill the RP sets need more. The
+        sanitizer alone keeps up to 256 MiB that were freed."""
         if self.sanitized:
-            return 256 << 20
+            return 320 << 20
         fills = attack.startswith(("chosen", "mixed"))
         return 32 << 20 if fills else 8 << 20
 

@@ -3,6 +3,7 @@
 import subprocess
 import time
 
+from attack import rss_of
 from lab import wait_until
 from lab_test import neighbors_of, zone
 from plans import BAD, seconds_of
@@ -64,7 +65,8 @@ class ControlAttacks:
 
     def test_control_views(self):
         """Clients of one user ask for views of 16,000 RPs, one after the other: others get their answers, and
-        timers are late by the time of one such answer at most."""
+        timers are late by the time of one such answer at most. The memory that the first answer takes stays
+        with the allocator, and all further ones use it again."""
         lab, seconds, count = self.lab(), seconds_of("control_views"), 16000
         (r1, r2), _ = lab.chain("r1", "r2")
         r1.config()
@@ -78,11 +80,15 @@ class ControlAttacks:
         wait_until(lambda: zone(r2) and zone(r2)["rps"] == count, "all RPs are held")
         for folder in (lab.folder, r2.folder):
             folder.chmod(0o755)
+        before = rss_of(r2.agent.process.pid)
+        r2.show("rp-set")
+        answer = rss_of(r2.agent.process.pid) - before
+        self.assertLess(answer, self.bounds.answer, "memory of one answer")
         meter = self.meter(r2, seconds)
         views = [self.clients(r2.socket, "views", 1, seconds, user=5001) for _ in range(4)]
         other = self.clients(r2.socket, "ask", 1, seconds, user=5002).result()
         views_read = sum(one.result()["asked"] for one in views)
-        note = f"{views_read} views, others waited for {other['worst']:.3f} s at most"
+        note = f"{views_read} views, {answer >> 20} MiB for one, others waited for {other['worst']:.3f} s"
         self.report(meter.row("control_views", note=note), self.bounds.view)
         self.assertEqual([], other["failures"], "requests of another user that were not answered")
         self.assertGreater(views_read, 0)
