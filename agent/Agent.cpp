@@ -28,8 +28,8 @@ void Agent::AgentContext::trace(Zet::TraceLine const& line) {
 void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& text) {
   agent::log(
       {.event = {handle.name(), static_cast<LogPriority>(handle.severity()), logEvents::engineMessageId},
-       .subject = {},
-       .text = fmt::format("{}: {}", handle.name(), text)});
+       .subject = {{"INTERFACE", std::string(receiving_)}},
+       .text = text});
 }
 
 // Construction ------------------------------------------------------------------------------------------
@@ -88,6 +88,7 @@ void Agent::publishChanges() {
 bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
   bool goesOn = true;
   call({.kind = CauseKind::message, .intf = intf}, [&] {
+  context_.receivingIs(intf);
     observer_->messageInHand();
     Reception reception = router_->receive(IntfId(intf.c_str()), packet);
     history_.senderIs(reception);
@@ -96,6 +97,7 @@ bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
     goesOn = !reception.overBudget();
   });
   return goesOn;
+  context_.receivingIs("");
 }
 
 void Agent::onOwnDrop(Reception const& reception) { drops_.note("", reception, context_.now()); }

@@ -99,8 +99,11 @@ class Agent : private host::OwnDropSink {
    private:
     std::mt19937 rng_{std::random_device{}()};
     std::uniform_int_distribution<int> draw_{0, RAND_MAX};
+    /// The interface whose packet is served; empty for none.
+    void receivingIs(std::string_view intf) { receiving_ = intf; }
   };
   /// An interface as the router has it.
+    std::string_view receiving_;
   struct Applied {
     Lanet::IpGenAddr primary;
     bool speaksPim = false;

@@ -108,7 +108,7 @@ void flushLog() noexcept {
 }
 
 void endLog() noexcept {
-  for (LogRecord const& record : limit().takeAll()) sink().write(record);
+  for (LogRecord const& record : limit().takeAll(seconds())) sink().write(record);
 }
 
 }  // namespace pimbsr::agent

@@ -15,13 +15,15 @@ struct LogEvent {
   std::string_view name;  ///< stable; PIMBSR_EVENT in the journal
   LogPriority priority = LogPriority::info;
   std::string_view messageId;  ///< MESSAGE_ID in the journal: 32 hexadecimal digits; empty for none
+  /// What it shares its limit with, so that the last line of "up" and "down" is written last; empty for none.
+  std::string_view group = {};
 };
 
 /// One line of the log.
 struct LogRecord {
   LogEvent event;
   /// What it is about, such as {"ZONE", "224.0.0.0/4"}: fields of the journal without their "PIMBSR_". With
-  /// the kind they are what limits are kept for.
+  /// the kind they are what limits are kept for; the text is, if there are none.
   std::vector<std::pair<std::string_view, std::string>> subject;
   std::string text;
 };

@@ -10,6 +10,7 @@
 
 #include "agent/base/RequestError.h"
 #include "host/RateLimit.h"
+#include "tests/agent/RecordingLog.h"
 #include "tests/support/CrpEngine.h"
 #include "tests/support/Messages.h"
 #include "tests/support/TestContext.h"
@@ -103,6 +104,24 @@ class AgentTest : public testing::Test, public agent::AgentListener {
   void beCandidate(std::string const& name) {
     settings.router.candidateBsrs[name].groups[prefix("224.0.0.0/4")] = {};
     follow();
+  }
+  /// Makes this router the elected BSR of 224.0.0.0/4.
+  void becomeBsr() {
+    platform.own = {addr("192.0.2.9")};
+    beCandidate("eth0");
+    while (!agent.router().status()->cbsr(prefix("224.0.0.0/4"))->elected()) {
+      if (agent.nextExpiry() <= clock.now()) agent.advance();
+    }
+  }
+  /// A packet to this router.
+  static std::vector<Zet::U8> advertisement(Adv const& adv) {
+    std::vector<Zet::U8> payload;
+    std::vector<Zet::U8> packet;
+    EXPECT_TRUE(pimbsr::wire::encodeCrpAdv(*make(adv), payload));
+    EXPECT_TRUE(pimbsr::wire::encodeIpv4(
+        {.source = addr(adv.source).v4Addr(), .destination = addr("192.0.2.9").v4Addr(), .ttl = 60}, payload,
+        packet));
+    return packet;
   }
 
   FakePlatform platform;
@@ -319,18 +338,8 @@ TEST_F(AgentTest, AddressesOfNeighborsReachTheSystemOnceTheyChange) {
 }
 
 TEST_F(AgentTest, SendersOfAcceptedAdvertisementsReachTheSystemOnceTheyChange) {
-  platform.own = {addr("192.0.2.9")};
-  beCandidate("eth0");
-  auto isElected = [&] { return agent.router().status()->cbsr(prefix("224.0.0.0/4"))->elected(); };
-  while (!isElected()) {
-    if (agent.nextExpiry() <= clock.now()) agent.advance();
-  }
-  std::vector<Zet::U8> payload;
-  std::vector<Zet::U8> packet;
-  ASSERT_TRUE(pimbsr::wire::encodeCrpAdv(*make(Adv{.rp = "203.0.113.1", .holdtime = 40000}), payload));
-  ASSERT_TRUE(pimbsr::wire::encodeIpv4(
-      {.source = addr("203.0.113.1").v4Addr(), .destination = addr("192.0.2.9").v4Addr(), .ttl = 60}, payload,
-      packet));
+  becomeBsr();
+  std::vector<Zet::U8> const packet = advertisement({.rp = "203.0.113.1", .holdtime = 40000});
   agent.receive("eth0", packet);
   EXPECT_THAT(agent.advertisers(256), IsEmpty());
   double const later = clock.now() + pimbsr::host::Advertisers::probation;
@@ -341,6 +350,20 @@ TEST_F(AgentTest, SendersOfAcceptedAdvertisementsReachTheSystemOnceTheyChange) {
   EXPECT_EQ(platform.advertiserChanges, 1);
   agent.receive("eth0", packet);
   EXPECT_EQ(platform.advertiserChanges, 1) << "a renewal changes nothing";
+}
+
+TEST_F(AgentTest, AdvertisementsWithTheZoneBitAreAFewLinesWhateverRpTheyName) {
+  RecordingLog sink;
+  becomeBsr();
+  sink.records.clear();
+  for (int i = 0; i < 1000; ++i) {
+    std::string const rp = "203.0." + std::to_string(i / 250) + "." + std::to_string(1 + i % 250);
+    agent.receive("eth0", advertisement({.groups = {{"224.0.0.0/4", scopedFlag}}, .rp = rp}));
+  }
+  ASSERT_THAT(sink.records, testing::SizeIs(testing::AllOf(testing::Ge(1u), testing::Le(6u))));
+  EXPECT_EQ(sink.records[0].event.name, "PIMBSR_MESSAGE_CRP_ZONE");
+  EXPECT_EQ(sink.records[0].text, "C-RP advertisement received from 203.0.0.1 with Zone bit set.");
+  EXPECT_THAT(sink.records[0].subject, ElementsAre(testing::Pair("INTERFACE", "eth0")));
 }
 
 TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/base/Log.h"
+#include "tests/agent/RecordingLog.h"
 #include "tests/support/Messages.h"
 
 namespace test {
@@ -17,18 +17,8 @@ using agent::HistoryKind;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class RecordingLog final : public agent::LogSink {
- public:
-  void write(agent::LogRecord const& record) noexcept override { records.push_back(record); }
-
-  std::vector<agent::LogRecord> records;
-};
-
 class EventLogTest : public testing::Test {
  protected:
-  EventLogTest() : former_(agent::logSinkIs(&sink)) {}
-  ~EventLogTest() override { agent::logSinkIs(former_); }
-
   /// The lines of an event, each with its kind.
   std::vector<std::string> linesOf(std::vector<HistoryEntry> const& changes) {
     sink.records.clear();
@@ -54,9 +44,6 @@ class EventLogTest : public testing::Test {
   RecordingLog sink;
   agent::EventLog log;
   Lanet::IpGenPrefix zone = prefix("224.0.0.0/4");
-
- private:
-  agent::LogSink* former_;
 };
 
 TEST_F(EventLogTest, LineSaysWhatChangedAndWhatMadeTheChange) {
