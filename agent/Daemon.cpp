@@ -18,8 +18,8 @@
 #include "agent/base/Log.h"
 #include "agent/base/TraceLevel.h"
 #include "agent/base/Version.h"
+#include "agent/config/ConfigChanges.h"
 #include "agent/config/ConfigFile.h"
-#include "agent/config/ConfigWriter.h"
 #include "agent/process/Privileges.h"
 #include "agent/process/Sandbox.h"
 #include "agent/process/ServiceNotify.h"
@@ -254,9 +254,9 @@ view::Reload Daemon::reload() {
   view::Reload result = reloadOf(reading, agent_.settings());
   if (result.applied) result.errors = claim(reading.settings);
   result.applied = result.errors.empty();
-  std::string before = writeJson(agent_.settings()).dump();
+  Settings const before = agent_.settings();
   if (result.applied) follow(withFormerPlaces(reading.settings));
-  logReload(result, changesOf(before, writeJson(agent_.settings()).dump()));
+  logReload(result, changesOf(before, agent_.settings()));
   return result;
 }
 

@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <nlohmann/json.hpp>
-
 #include "agent/account/HistoryJson.h"
 #include "agent/base/Log.h"
 #include "view/History.h"
@@ -100,50 +97,6 @@ void logInterfaceUp(std::string const& name, Lanet::IpGenAddr const& address) {
 
 void logInterfaceDown(std::string const& name, std::string const& why) {
   logInterface(logEvents::interfaceDown, name, "down: " + why);
-}
-
-// Reloads -----------------------------------------------------------------------------------------------
-
-using Json = nlohmann::json;
-
-static bool isIndex(std::string const& part) {
-  return !part.empty() && part.find_first_not_of("0123456789") == part.npos;
-}
-
-/// A patch adds to the end of an array by "-".
-static std::string partOf(std::string const& part) {
-  if (part == "-") return "[]";
-  return isIndex(part) ? "[" + part + "]" : part;
-}
-
-/// The place of a value as in "candidateBsrs[0].priority".
-static std::string placeOf(Json::json_pointer pointer) {
-  std::string place;
-  for (; !pointer.empty(); pointer.pop_back()) {
-    std::string separator = place.empty() || place.front() == '[' ? "" : ".";
-    place = partOf(pointer.back()) + separator + place;
-  }
-  return place;
-}
-
-static std::string changeOf(Json const& before, Json const& step) {
-  Json::json_pointer at(step.at("path").get<std::string>());
-  std::string place = placeOf(at);
-  if (step.at("op") == "add") return place + " is new";
-  if (step.at("op") == "remove") return place + " is removed";
-  Json const former = before.contains(at) ? before.at(at) : Json();
-  return fmt::format("{} is {}, was {}", place, step.at("value").dump(), former.dump());
-}
-
-std::string changesOf(std::string const& before, std::string const& after) {
-  static constexpr std::size_t maxNamed = 10;
-  Json const former = Json::parse(before);
-  Json const steps = Json::diff(former, Json::parse(after));
-  std::string text;
-  for (std::size_t i = 0; i < std::min(steps.size(), maxNamed); ++i)
-    text += (text.empty() ? "" : "; ") + changeOf(former, steps[i]);
-  if (steps.size() > maxNamed) text += fmt::format("; {} more", steps.size() - maxNamed);
-  return text;
 }
 
 }  // namespace pimbsr::agent

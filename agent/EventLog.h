@@ -39,8 +39,4 @@ void logInterfaceDown(std::string const& name, std::string const& why);
 /// Logs something else about an interface.
 void logInterface(LogEvent const& event, std::string const& name, std::string const& text);
 
-/// What a reload changed, as in "candidateBsrs[0].priority is 20, was 10"; empty if nothing. `before` and
-/// `after` are the JSON of settings, as text.
-std::string changesOf(std::string const& before, std::string const& after);
-
 }  // namespace pimbsr::agent

@@ -144,16 +144,18 @@ std::string tableText(Struct const& table) {
 }
 
 /// The keys of Hellos are written for interfaces that speak PIM, the border for those that have one.
+std::vector<std::string> linesOf(file::Interface const& table, bool hasBorder) {
+  return tomlOf<file::InterfaceKeys>(table, [&](ConfigKey const& key) {
+    if (key.name == file::InterfaceKeys::pim.name) return !table.pim;
+    return isKeyOf<InterfaceSettingsKeys>(key) ? table.pim : hasBorder;
+  });
+}
+
 std::string interfacesText(Settings const& settings) {
   std::string out;
   for (auto const& [name, table] : interfacesOf(settings)) {
-    bool hasBorder = settings.router.borders.contains(name);
-    auto isWritten = [&](ConfigKey const& key) {
-      if (key.name == file::InterfaceKeys::pim.name) return !table.pim;
-      return isKeyOf<InterfaceSettingsKeys>(key) ? table.pim : hasBorder;
-    };
     out += tableText(fmt::format("[interface.{}]", tomlKey(name)),
-                     tomlOf<file::InterfaceKeys>(table, isWritten));
+                     linesOf(table, settings.router.borders.contains(name)));
   }
   return out;
 }
@@ -187,6 +189,66 @@ std::string restText(Settings const& settings) {
   for (auto const& [handle, level] : settings.traces)
     lines.push_back(fmt::format("{} = {}", tomlKey(handle), level));
   return out + tableText(std::string(file::TraceKeys::sectionRow.header), lines);
+}
+
+// Sections ----------------------------------------------------------------------------------------------
+
+/// Values by key, from lines "key = value".
+std::map<std::string, std::string> valuesOf(std::vector<std::string> const& lines) {
+  static constexpr std::string_view sign = " = ";
+  std::map<std::string, std::string> values;
+  for (std::string line : lines) {
+    std::erase(line, '\n');
+    std::size_t at = line.find(sign);
+    values[line.substr(0, at)] = line.substr(at + sign.size());
+  }
+  return values;
+}
+
+template <class Keys, class Struct>
+WrittenTable sectionOf(Struct const& table) {
+  std::string_view header = Keys::sectionRow.header;
+  std::size_t begin = header.find_first_not_of('[');
+  std::string name(header.substr(begin, header.find(']') - begin));
+  return {.name = name, .item = {}, .values = valuesOf(tomlOf<Keys>(table))};
+}
+
+template <class Keys, class Table>
+void addCandidate(std::vector<WrittenTable>& sections, Table const& table) {
+  WrittenTable section = sectionOf<Keys>(table);
+  section.name += ' ' + table.interface;
+  section.values.erase(std::string(Keys::interface.name));
+  if (!table.groups.empty()) {
+    section.item = table.groups.front().value.stringValue().view();
+  } else if (!table.lists.empty()) {
+    section.item = table.lists.front().value;
+  }
+  sections.push_back(std::move(section));
+}
+
+void addInterfaces(std::vector<WrittenTable>& sections, Settings const& settings) {
+  for (auto const& [name, table] : interfacesOf(settings)) {
+    bool hasBorder = settings.router.borders.contains(name);
+    sections.push_back(
+        {.name = "interface " + name, .item = {}, .values = valuesOf(linesOf(table, hasBorder))});
+  }
+}
+
+void addLists(std::vector<WrittenTable>& sections, host::Configuration const& router) {
+  for (auto const& [name, list] : router.accessLists) {
+    WrittenTable& section = sections.emplace_back();
+    section.name = "access-list " + name;
+    for (file::AccessRule const& rule : rulesOf(list)) {
+      section.values[fmt::format("rule {}", rule.seq.value_or(0))] =
+          fmt::format("{{{}}}", fmt::join(tomlOf<file::AccessRuleKeys>(rule), ", "));
+    }
+  }
+}
+
+void addTraces(std::vector<WrittenTable>& sections, Settings const& settings) {
+  WrittenTable& section = sections.emplace_back();
+  section.name = "trace";
+  for (auto const& [handle, level] : settings.traces) section.values[handle] = fmt::to_string(level);
 }
 
 // JSON ------------------------------------------------------------------------------------------------
@@ -225,6 +287,24 @@ std::string writeToml(Settings const& settings) {
   std::string text = interfacesText(settings) + candidatesText(settings.router) + listsText(settings.router) +
                      restText(settings);
   return text.substr(1);
+}
+
+std::vector<WrittenTable> sectionsOf(Settings const& settings) {
+  host::Configuration const& router = settings.router;
+  std::vector<WrittenTable> sections;
+  addInterfaces(sections, settings);
+  for (auto const& table : candidateBsrsOf(router)) addCandidate<file::CandidateBsrKeys>(sections, table);
+  for (auto const& table : candidateRpsOf(router)) addCandidate<file::CandidateRpKeys>(sections, table);
+  sections.push_back(sectionOf<file::FilterKeys>(filterOf(router)));
+  addLists(sections, router);
+  sections.push_back(sectionOf<file::TimersKeys>(router));
+  sections.push_back(sectionOf<host::ChecksKeys>(settings.ingress));
+  sections.push_back(sectionOf<host::LimitsKeys>(settings.ingress));
+  sections.push_back(sectionOf<host::CorrectionsKeys>(settings.corrections));
+  sections.push_back(sectionOf<file::ControlKeys>(settings));
+  sections.push_back(sectionOf<file::StateKeys>(settings));
+  addTraces(sections, settings);
+  return sections;
 }
 
 Json writeJson(Settings const& settings) {

@@ -112,18 +112,5 @@ TEST_F(EventLogTest, NeighborsAreLoggedWithTheirInterface) {
   EXPECT_EQ(sink.records[0].subject.at(1).second, "10.0.7.1");
 }
 
-TEST(ReloadChangesTest, EachValueThatChangedIsNamed) {
-  EXPECT_EQ(agent::changesOf("{}", "{}"), "");
-  EXPECT_EQ(
-      agent::changesOf(R"({"a": {"x.y": 1, "z": [1, 2]}, "b": 1})", R"({"a": {"x.y": 2, "z": [1]}, "c": 1})"),
-      "a.x.y is 2, was 1; a.z[1] is removed; b is removed; c is new");
-  EXPECT_EQ(agent::changesOf(R"({"groups": {"239.0.0.0/8": {"p": 1}}})",
-                             R"({"groups": {"239.0.0.0/8": {"p": 2}}})"),
-            "groups.239.0.0.0/8.p is 2, was 1");
-  std::string many = "[";
-  for (int i = 0; i < 50; ++i) many += std::to_string(i) + (i < 49 ? "," : "]");
-  EXPECT_THAT(agent::changesOf("[]", many), testing::EndsWith("; [] is new; 40 more"));
-}
-
 }  // namespace
 }  // namespace test

@@ -132,7 +132,7 @@ class OperatorTest(unittest.TestCase):
         has(r2, "zone 224.0.0.0/4: BSR elected: 10.255.0.1, priority 10 (BSM from 10.0.1.1 on eth-r1)")
         r1.config(candidate_bsr(priority=20, bs_period=10))
         r1.command("reload")
-        has(r1, "pimbsr.toml: applied; candidateBsrs[0].priority is 20, was 10; candidateRps[0] is removed")
+        has(r1, "pimbsr.toml: applied; candidate-bsr lo: priority is 20, was 10; candidate-rp lo is removed")
         has(r2, "zone 224.0.0.0/4: RP set is empty")
         has(r2, "zone 224.0.0.0/4: BSR changed: 10.255.0.1, priority 20; was priority 10")
         r1.stop()
