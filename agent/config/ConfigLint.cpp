@@ -66,7 +66,7 @@ class Linter {
   void lintSenders();
   void lintNeighbors();
   void lintAddressLists(ConfigPart part, ConfigKey const& key, std::set<std::string> const& lists,
-                        char const* ifEmpty);
+                        char const* ifEmpty, char const* ifNoUnicast);
   void lintLists();
   template <class Keys, class Struct>
   void lintKeys(Struct const& values, ConfigPlace const& place);
@@ -78,6 +78,11 @@ class Linter {
                   ConfigKey const& groups = file::CandidateBsrKeys::groups,
                   ConfigKey const& lists = file::CandidateBsrKeys::lists);
 
+  void lintUnicastRules(std::string const& name, std::string const& user);
+  bool permitsUnicast(std::set<std::string> const& lists) const;
+
+  /// What the rules of a list permit: group ranges, or with `unicast` any addresses.
+  static IpGenPrefixSet prefixesOf(host::AccessList const& list, bool unicast);
   /// The group ranges that a list permits; with `senders`, the senders.
   IpGenPrefixSet permitted(std::string const& name, bool senders) const;
   bool isThere(std::string const& list) const { return router_.accessLists.contains(list); }
@@ -123,9 +128,11 @@ std::vector<ConfigFinding> Linter::run() {
   lintInterfaces();
   lintSenders();
   lintAddressLists(ConfigPart::preferredRps, file::FilterKeys::rpLists, router_.rpLists,
-                   "these lists permit no RP, so that none is preferred");
+                   "these lists permit no RP, so that none is preferred",
+                   "these lists permit no unicast address, so that no RP is preferred");
   lintAddressLists(ConfigPart::bsrs, file::FilterKeys::bsrLists, router_.bsrLists,
-                   "these lists permit no BSR; while that is so, all BSRs are permitted");
+                   "these lists permit no BSR; while that is so, all BSRs are permitted",
+                   "these lists permit no unicast address, so that the messages of every BSR are dropped");
   lintLists();
   lintNeighbors();
   lintKeys<host::ChecksKeys>(reading_.settings.ingress, {.part = ConfigPart::checks});
@@ -325,17 +332,21 @@ void Linter::lintGroups(ConfigPlace const& place, IpGenPrefix const& range) {
     report(place, "groups of source-specific multicast have no RP (RFC 4607)");
 }
 
-IpGenPrefixSet Linter::permitted(std::string const& name, bool senders) const {
+IpGenPrefixSet Linter::prefixesOf(host::AccessList const& list, bool unicast) {
   IpGenPrefixSet prefixes;
-  auto list = router_.accessLists.find(name);
-  if (list == router_.accessLists.end() || senders != router_.senderLists.contains(name)) return prefixes;
   AclToPrefix reader;
-  if (senders) reader.unicastModeIs();
-  for (auto const& [sequence, rule] : list->second) {
+  if (unicast) reader.unicastModeIs();
+  for (auto const& [sequence, rule] : list) {
     if (rangesOf(rule) <= AclToPrefix::maxRanges) reader.handleRule(rule);
   }
   reader.PermittedPrefixes(prefixes);
   return prefixes;
+}
+
+IpGenPrefixSet Linter::permitted(std::string const& name, bool senders) const {
+  auto list = router_.accessLists.find(name);
+  if (list == router_.accessLists.end() || senders != router_.senderLists.contains(name)) return {};
+  return prefixesOf(list->second, senders);
 }
 
 // Interfaces ------------------------------------------------------------------------------------------
@@ -399,16 +410,46 @@ void Linter::lintSenders() {
 }
 
 void Linter::lintAddressLists(ConfigPart part, ConfigKey const& key, std::set<std::string> const& lists,
-                              char const* ifEmpty) {
+                              char const* ifEmpty, char const* ifNoUnicast) {
   ConfigPlace const place{.part = part};
+  std::string const user = keyOf(place.at(key.name));
   for (std::string const& name : lists) {
     named_.insert(name);
     lintList(place.list(name), name);
+    lintUnicastRules(name, user);
   }
-  bool permitsAny = !host::AddressLists(router_, lists).isEmpty();
-  if (permitsAny || lists.empty() || !reading_.isSound()) return;
+  if (permitsUnicast(lists) || lists.empty() || !reading_.isSound()) return;
+  bool permitsNone = host::AddressLists(router_, lists).isEmpty();
   reportAt(reading_.places.find(place.list(*lists.begin())),
-           fmt::format("{}: {}", keyOf(place.at(key.name)), ifEmpty));
+           fmt::format("{}: {}", user, permitsNone ? ifEmpty : ifNoUnicast));
+}
+
+static bool isUnicast(Lanet::IpAddr address) { return address < Lanet::firstGroup; }
+
+/// Whether a rule matches no address below the groups: those begin with 1110, and none is used above them.
+static bool matchesNoUnicast(Acl::IpRuleConfig const& rule) {
+  static constexpr U32 highBits = 0xe0000000;
+  return (rule.filter.sourceMask.hostWord() & rule.filter.source.hostWord() & highBits) == highBits;
+}
+
+/// A list of groups is easily taken for one of addresses.
+void Linter::lintUnicastRules(std::string const& name, std::string const& user) {
+  if (!isThere(name)) return;
+  ConfigPlace const list{.part = ConfigPart::accessList, .name = name};
+  for (auto const& [sequence, rule] : router_.accessLists.at(name)) {
+    if (rule.action == Acl::Action::permit && matchesNoUnicast(rule))
+      report(list.rule(sequence), "it permits no unicast address, as " + user + " needs");
+  }
+}
+
+bool Linter::permitsUnicast(std::set<std::string> const& lists) const {
+  for (std::string const& name : lists) {
+    if (!isThere(name)) continue;
+    for (IpGenPrefix const& prefix : prefixesOf(router_.accessLists.at(name), true)) {
+      if (isUnicast(prefix.v4Prefix().address())) return true;
+    }
+  }
+  return false;
 }
 
 void Linter::lintLists() {

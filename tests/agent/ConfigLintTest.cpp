@@ -122,6 +122,18 @@ Unwise const unwise[] = {
     {"ListsThatPermitNoBsr",
      PIM "[filter]\nbsr-lists = [\"a\"]\n" LIST("a", "{action = \"deny\"}"),
      {"f:3:14: filter.bsr-lists: these lists permit no BSR; while that is so, all BSRs are permitted"}},
+    {"ListOfGroupsForBsrs",
+     PIM "[filter]\nbsr-lists = [\"a\"]\n" LIST("a", PERMIT("239.1.0.0/16")),
+     {"f:3:14: filter.bsr-lists: these lists permit no unicast address, so that the messages of every BSR "
+      "are "
+      "dropped",
+      "f:5:10: access-list.a: rule 10: it permits no unicast address, as filter.bsr-lists needs"}},
+    {"RuleOfGroupsForRps",
+     PIM "[filter]\nrp-lists = [\"a\"]\n" LIST("a", PERMIT("10.0.0.0/8") ", " PERMIT("224.0.0.0/4")),
+     {"f:5:57: access-list.a: rule 20: it permits no unicast address, as filter.rp-lists needs"}},
+    {"ListOfAllAddressesForBsrs",
+     PIM "[filter]\nbsr-lists = [\"a\"]\n" LIST("a", "{action = \"permit\"}"),
+     {}},
     {"EveryInterfaceIsClosed",
      "[interface.eth0]\nbsm = false\n",
      {"f:1:1: interface.eth0: bsm is false on every interface that speaks PIM, so that no BSR is learned and "
