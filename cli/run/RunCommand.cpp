@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <ostream>
 #include <system_error>
 #include <vector>
@@ -13,14 +12,6 @@
 #include "agent/process/Privileges.h"
 
 namespace pimbsr::cli {
-
-double parseClockRate(std::string const& text) {
-  double rate = 0;
-  char const* end = text.data() + text.size();
-  auto [stop, error] = std::from_chars(text.data(), end, rate);
-  if (error == std::errc() && stop == end && rate >= 1 && rate <= 1000) return rate;
-  throw UsageError(fmt::format("--clock-rate: '{}' is no number from 1 to 1000", text));
-}
 
 static void writeFindings(agent::ConfigReading const& reading, char const* kind,
                           std::vector<agent::ConfigFinding> const& findings, std::ostream& err) {

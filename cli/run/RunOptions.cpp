@@ -1,7 +1,12 @@
 #include "cli/run/RunOptions.h"
 
-#include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+
+#include "cli/base/Numbers.h"
 #include "cli/run/CheckCommand.h"
 #include "cli/run/RunCommand.h"
 
@@ -43,6 +48,33 @@ static constexpr char const* footCheck =
     "Exit status: 0 if it can be run, also with warnings; 1 if it has an error or can't be read;\n"
     "2 for a wrong argument.\n";
 
+/// Why a text is no number of a range; empty if it is. CLI11's own ranges let "nan" through.
+static std::string rangeError(std::string const& text, double low, double high) {
+  std::optional<double> number = numberOf<double>(text);
+  if (number && *number >= low && *number <= high) return {};
+  return fmt::format("'{}' is no number from {} to {}", text, low, high);
+}
+
+static void addChangeOptions(CLI::App& command, agent::RunOptions& run) {
+  CLI::Option* change = command.add_option(
+      "--on-change", run.changeCommand,
+      "Run a shell command with the RP set as JSON on its standard input after each\n"
+      "change of it, and once after the start: once for changes close together, and never\n"
+      "two at a time. It runs with the rights that this command was started with");
+  change->type_name("COMMAND");
+  change->check([](std::string const& text) -> std::string {
+    bool isEmpty = text.find_first_not_of(" \t\n") == std::string::npos;
+    return isEmpty ? "the command is empty; leave the option out for none" : "";
+  });
+  command
+      .add_option("--on-change-timeout", run.changeTimeLimit,
+                  "Seconds after which a run of that command is ended, 1 to 3600")
+      ->type_name("SECONDS")
+      ->check([](std::string const& text) { return rangeError(text, 1, 3600); })
+      ->capture_default_str()
+      ->needs(change);
+}
+
 static void addRun(CLI::App& app, RunChoice& choice) {
   CLI::App& command = *app.add_subcommand("run", aboutRun);
   command.footer(footRun);
@@ -50,26 +82,15 @@ static void addRun(CLI::App& app, RunChoice& choice) {
   command.add_option("--config", choice.run.file, "The configuration file")
       ->type_name("FILE")
       ->capture_default_str();
-  command
-      .add_option("--on-change", choice.run.changeCommand,
-                  "Run a shell command with the RP set as JSON on its standard input after each\n"
-                  "change of it, and once after the start: once for changes close together, and never\n"
-                  "two at a time. It runs with the rights that this command was started with")
-      ->type_name("COMMAND");
-  command
-      .add_option("--on-change-timeout", choice.run.changeTimeLimit,
-                  "Seconds after which a run of that command is ended, 1 to 3600")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(1.0, 3600.0))
-      ->capture_default_str();
+  addChangeOptions(command, choice.run);
   command.add_flag("--unprivileged-check", choice.run.privilegeCheck,
                    "Start as usual, print which privileges are held then, and end");
   command
-      .add_option_function<std::string>(
-          "--clock-rate", [&choice](auto& text) { choice.run.clockRate = parseClockRate(text); },
-          "For labs only: let the clock run N times as fast, 1 to 1000. Neighbors must do\n"
-          "the same")
-      ->type_name("N");
+      .add_option("--clock-rate", choice.run.clockRate,
+                  "For labs only: let the clock run N times as fast, 1 to 1000. Neighbors must do\n"
+                  "the same")
+      ->type_name("N")
+      ->check([](std::string const& text) { return rangeError(text, 1, 1000); });
   command.add_flag_callback(
       "--without-sandbox", [&choice] { choice.run.sandbox = false; },
       "For debuggers and leak checks only: don't filter system calls");

@@ -85,6 +85,14 @@ TEST(CommandTest, WrongArgumentsEndWith2AndSayWhatIsValid) {
       {"replay --zone-timeout 600 FILE", "--zone-timeout is now called --sz-timeout"},
       {"replay --rpf 198.51.100.1 FILE", "no BSR=NEIGHBOR"},
       {"replay --trace Pim:3 FILE", "there is no handle 'Pim'; handles are "},
+      {"run --on-change true --on-change-timeout nan",
+       "--on-change-timeout: 'nan' is no number from 1 to 3600"},
+      {"run --on-change true --on-change-timeout inf",
+       "--on-change-timeout: 'inf' is no number from 1 to 3600"},
+      {"run --on-change true --on-change-timeout 0.9", "'0.9' is no number from 1 to 3600"},
+      {"run --on-change-timeout 5", "--on-change-timeout requires --on-change"},
+      {"run --on-change ''", "--on-change: the command is empty; leave the option out for none"},
+      {"run --clock-rate 1001", "--clock-rate: '1001' is no number from 1 to 1000"},
       {"replay --trace Zet FILE", "no HANDLE:LEVEL with a level from 0 to 9"},
   };
   for (Case const& one : cases) {
