@@ -25,6 +25,7 @@ void Agent::AgentContext::trace(Zet::TraceLine const& line) {
   logTrace(fmt::format("trace {} {} {}: {}", line.handle, line.level, line.function, line.text));
 }
 
+/// The text has what a sender chose; only the interface is not the sender's choice.
 void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& text) {
   agent::log(
       {.event = {handle.name(), static_cast<LogPriority>(handle.severity()), logEvents::engineMessageId},
@@ -87,8 +88,8 @@ void Agent::publishChanges() {
 
 bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
   bool goesOn = true;
-  call({.kind = CauseKind::message, .intf = intf}, [&] {
   context_.receivingIs(intf);
+  call({.kind = CauseKind::message, .intf = intf}, [&] {
     observer_->messageInHand();
     Reception reception = router_->receive(IntfId(intf.c_str()), packet);
     history_.senderIs(reception);
@@ -96,8 +97,20 @@ bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
     if (!reception.accepted()) drops_.note(intf, reception, context_.now());
     goesOn = !reception.overBudget();
   });
-  return goesOn;
   context_.receivingIs("");
+  return goesOn;
+}
+
+void Agent::duplicateAddress(std::string const& intf, Lanet::IpAddr address, std::string const& sender,
+                             Zet::U64 packets) {
+  auto at = applied_.find(intf);
+  if (at == applied_.end()) return;
+  traffic_.noteDuplicates(intf, packets);
+  Applied& applied = at->second;
+  applied.duplicates += packets;
+  if (clock_.now() - applied.duplicateLogged < duplicateInterval) return;
+  applied.duplicateLogged = clock_.now();
+  logDuplicateAddress(intf, address, sender, std::exchange(applied.duplicates, 0));
 }
 
 void Agent::onOwnDrop(Reception const& reception) { drops_.note("", reception, context_.now()); }

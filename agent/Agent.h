@@ -55,6 +55,10 @@ class Agent : private host::OwnDropSink {
   /// Receives one packet, from its IP header on. Returns whether the budget of its sender allows more at
   /// once.
   bool receive(std::string const& intf, std::span<U8 const> packet);
+  /// Another system on an interface has sent so many packets from an address that the interface has here:
+  /// counts them, and logs it, once in a minute for an interface. `sender` is its hardware address, or empty.
+  void duplicateAddress(std::string const& intf, Lanet::IpAddr address, std::string const& sender,
+                        Zet::U64 packets);
   /// The IPv4 addresses of an interface's neighbors, the most important first (NeighborWatch::addressesOf()).
   /// This walks all of them: Platform::neighborsChanged() reports when a new walk is needed.
   std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const;
@@ -95,20 +99,24 @@ class Agent : private host::OwnDropSink {
     void srand(unsigned) override {}
     void trace(Zet::TraceLine const& line) override;
     void log(Zet::LogHandle const& handle, std::string const& text) override;
-
-   private:
-    std::mt19937 rng_{std::random_device{}()};
-    std::uniform_int_distribution<int> draw_{0, RAND_MAX};
     /// The interface whose packet is served; empty for none.
     void receivingIs(std::string_view intf) { receiving_ = intf; }
-  };
-  /// An interface as the router has it.
+
+   private:
     std::string_view receiving_;
+    std::mt19937 rng_{std::random_device{}()};
+    std::uniform_int_distribution<int> draw_{0, RAND_MAX};
+  };
+  /// Seconds between two lines about a duplicate address.
+  static constexpr double duplicateInterval = 60;
+  /// An interface as the router has it.
   struct Applied {
     Lanet::IpGenAddr primary;
     bool speaksPim = false;
     int index = 0;
     std::string problem;  ///< why it couldn't be opened; empty without an error
+    double duplicateLogged = -duplicateInterval;
+    Zet::U64 duplicates = 0;  ///< that were not logged
   };
 
   template <class Act>

@@ -145,6 +145,10 @@ void Daemon::onKernelChange() {
 }
 
 std::vector<Lanet::IpAddr> Daemon::neighborsOf(std::string const& intf) const {
+void Daemon::onDuplicateAddress(std::string const& intf, OwnAddressUse const& use) {
+  agent_.duplicateAddress(intf, use.address, use.hardwareAddress, use.packets);
+}
+
   return agent_.neighborsOf(intf);
 }
 

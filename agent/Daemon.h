@@ -48,6 +48,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   nlohmann::ordered_json answer(Request const& request) override;
   PathValue valueAt(std::string const& path) override;
   std::string lineOf(std::string const& path, PathValue const& value) override;
+  void onDuplicateAddress(std::string const& intf, OwnAddressUse const& use) override;
 
   std::string interfacesText() const;
   void openControl(ControlEndpoint const& endpoint);

@@ -91,6 +91,16 @@ void logInterface(LogEvent const& event, std::string const& name, std::string co
        .text = fmt::format("interface {}: {}", name, text)});
 }
 
+void logDuplicateAddress(std::string const& name, Lanet::IpAddr address, std::string const& sender,
+                         Zet::U64 packets) {
+  std::string const text = view::cellOf(Lanet::IpGenAddr(address), "-");
+  logInterface(
+      logEvents::duplicateAddress, name,
+      fmt::format("{} is also the address of another system{}, which has sent PIM packets: {} since the "
+                  "last such line",
+                  text, sender.empty() ? "" : " with hardware address " + sender, packets));
+}
+
 void logInterfaceUp(std::string const& name, Lanet::IpGenAddr const& address) {
   logInterface(logEvents::interfaceUp, name, "up, with " + view::cellOf(address, "no IPv4 address"));
 }

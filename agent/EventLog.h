@@ -36,6 +36,9 @@ void logNeighbor(NeighborChange const& change);
 /// Log that an interface speaks PIM now, or no more and why.
 void logInterfaceUp(std::string const& name, Lanet::IpGenAddr const& address);
 void logInterfaceDown(std::string const& name, std::string const& why);
+/// Logs that another system, with a hardware address or none, sends from the address that an interface has.
+void logDuplicateAddress(std::string const& name, Lanet::IpAddr address, std::string const& sender,
+                         Zet::U64 packets);
 /// Logs something else about an interface.
 void logInterface(LogEvent const& event, std::string const& name, std::string const& text);
 

@@ -24,8 +24,25 @@ MessageKind kindOfSent(std::span<U8 const> packet) {
   }
 }
 
+void Traffic::noteDuplicates(std::string_view intf, U64 packets) {
+  auto at = duplicates_.find(intf);
+  if (at == duplicates_.end()) at = duplicates_.emplace(intf, 0).first;
+  at->second += packets;
+}
+
+U64 Traffic::duplicates(std::string_view intf) const {
+  auto at = duplicates_.find(intf);
+  return at == duplicates_.end() ? 0 : at->second;
+}
+
 void Traffic::forget(std::string_view intf) {
   if (auto at = byInterface_.find(intf); at != byInterface_.end()) byInterface_.erase(at);
+  if (auto at = duplicates_.find(intf); at != duplicates_.end()) duplicates_.erase(at);
+}
+
+void Traffic::clear() {
+  byInterface_.clear();
+  duplicates_.clear();
 }
 
 PacketCounts& Traffic::counts(std::string_view intf, MessageKind kind) {

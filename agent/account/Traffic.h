@@ -33,10 +33,14 @@ class Traffic {
   void noteReceived(std::string_view intf, host::Reception const& reception);
   /// Notes one packet, from its IP header on, that was given to the kernel.
   void noteSent(std::string_view intf, std::span<U8 const> packet, bool sent);
+  /// Notes packets from an address of the interface that another system sent.
+  void noteDuplicates(std::string_view intf, U64 packets);
+  /// How many were noted.
+  U64 duplicates(std::string_view intf) const;
   /// Forgets the counts of an interface that is gone.
   void forget(std::string_view intf);
   /// Sets all counts back to 0.
-  void clear() { byInterface_.clear(); }
+  void clear();
 
   /// Counts by interface; one without any packet since the start isn't there.
   std::map<std::string, InterfaceCounts, std::less<>> const& byInterface() const { return byInterface_; }
@@ -45,6 +49,7 @@ class Traffic {
   PacketCounts& counts(std::string_view intf, host::MessageKind kind);
 
   std::map<std::string, InterfaceCounts, std::less<>> byInterface_;
+  std::map<std::string, U64, std::less<>> duplicates_;  ///< by interface; those with any
 };
 
 /// The kind of an IPv4 packet that this router made; notPim for one without PIM.

@@ -41,6 +41,8 @@ inline constexpr LogEvent interfaceMissing{"interface-missing", LogPriority::war
                                            "32f51d661c494cb6832926bba5b16aba"};
 inline constexpr LogEvent interfaceError{"interface-error", LogPriority::error,
                                          "21cf55d9f471484b97004fd7c8a4286d"};
+inline constexpr LogEvent duplicateAddress{"duplicate-address", LogPriority::warning,
+                                           "cc341d49006d4fa69d5973a6fd533c4d"};
 inline constexpr LogEvent neighborUp{"neighbor-up", LogPriority::info, "a7d801fdac2849ca839c3fd5cfa6b70d",
                                      "neighbor"};
 inline constexpr LogEvent neighborDown{"neighbor-down", LogPriority::notice,

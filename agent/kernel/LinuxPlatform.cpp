@@ -19,6 +19,7 @@ LinuxPlatform::LinuxPlatform(Loop& loop, Traffic& traffic, PlatformListener& lis
       unicast_(
           loop, [this](Received const& received) { takeUnicast(received); },
           [this] { return listener_.advertisers(); }),
+      ownAddressWatch_(loop, [this](OwnAddressUse const& use) { takeOwnAddress(use); }),
       retry_(loop, [this] { readKernel(); }) {
   indexKernel();
   if (netlink_.isStale()) retry_.startIn(retryDelay);
@@ -67,6 +68,7 @@ void LinuxPlatform::open(KernelLink const& link) {
   auto neighbors = [this, name = link.name] { return listener_.neighborsOf(name); };
   opened_[link.name] = std::make_unique<ReceiveQueues>(loop_, link.name, link.index, subnetsOf(link),
                                                        neighborQueues_, deliver, neighbors);
+  watchAddresses();
 }
 
 static void add(LinkReport& sum, LinkReport const& more) {
@@ -90,6 +92,7 @@ void LinuxPlatform::close(std::string const& name) {
   add(closed, reportOf(*at->second));
   for (auto& [kind, counts] : closed.queues) counts.queues = 0;
   opened_.erase(at);
+  watchAddresses();
 }
 
 /// Handling a packet never closes its queue: changes of settings and of the kernel's tables do, and the steps
@@ -103,6 +106,7 @@ void LinuxPlatform::followSubnets() {
     auto link = kernel().links.find(name);
     if (link != kernel().links.end()) queues->subnetsAre(subnetsOf(link->second));
   }
+  watchAddresses();
   std::erase_if(closed_, [this](auto const& entry) { return !kernel().links.contains(entry.first); });
 }
 
@@ -110,6 +114,27 @@ void LinuxPlatform::followSubnets() {
 void LinuxPlatform::takeUnicast(Received const& received) {
   auto name = names_.find(received.interfaceIndex);
   if (name != names_.end()) listener_.onPacket(name->second, received.packet);
+}
+
+/// On a loopback interface the packets of this agent come in, too.
+void LinuxPlatform::watchAddresses() {
+  std::vector<Lanet::IpAddr> own;
+  for (auto const& [name, queues] : opened_) {
+    auto link = kernel().links.find(name);
+    if (link == kernel().links.end() || link->second.loopback) continue;
+    for (KernelAddress const& one : link->second.addresses) own.push_back(one.address);
+  }
+  ownAddressWatch_.addressesAre(own);
+}
+
+/// Two interfaces on one link get the packets of each other, which is no duplicate.
+void LinuxPlatform::takeOwnAddress(OwnAddressUse const& use) {
+  auto name = names_.find(use.interfaceIndex);
+  if (name == names_.end() || !opened_.contains(name->second)) return;
+  KernelLink const& link = kernel().links.at(name->second);
+  auto isUsed = [&](KernelAddress const& one) { return one.address == use.address; };
+  if (!link.loopback && std::any_of(link.addresses.begin(), link.addresses.end(), isUsed))
+    listener_.onDuplicateAddress(name->second, use);
 }
 
 LinkReports LinuxPlatform::linkReports() {

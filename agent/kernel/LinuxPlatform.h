@@ -9,6 +9,7 @@
 #include "agent/base/Loop.h"
 #include "agent/kernel/Netlink.h"
 #include "agent/kernel/Platform.h"
+#include "agent/queues/OwnAddressWatch.h"
 #include "agent/queues/PimSocket.h"
 #include "agent/queues/QueueSet.h"
 #include "agent/queues/ReceiveQueues.h"
@@ -23,6 +24,8 @@ class PlatformListener {
   /// A packet from its IP header on, and its incoming interface. Returns whether more of its sender may
   /// follow at once: with false, its queue rests for a moment, and the kernel drops the excess.
   virtual bool onPacket(std::string const& intf, std::span<U8 const> packet) = 0;
+  /// Another system on an interface has sent packets from the address that the interface has here.
+  virtual void onDuplicateAddress(std::string const& intf, OwnAddressUse const& use) = 0;
   /// Interfaces or addresses have changed.
   virtual void onKernelChange() = 0;
   /// The addresses of an interface's neighbors, the most important first; called a moment after
@@ -64,6 +67,8 @@ class LinuxPlatform final : public Platform {
   void indexKernel();
   void followSubnets();
   void takeUnicast(Received const& received);
+  void watchAddresses();
+  void takeOwnAddress(OwnAddressUse const& use);
   static LinkReport reportOf(ReceiveQueues& queues);
 
   Loop& loop_;
@@ -72,6 +77,7 @@ class LinuxPlatform final : public Platform {
   Netlink netlink_;
   LoopReader netlinkReader_;
   UnicastQueues unicast_;
+  OwnAddressWatch ownAddressWatch_;
   LoopTimer retry_;
   NeighborQueueBudget neighborQueues_;
   std::map<std::string, std::unique_ptr<ReceiveQueues>> opened_;

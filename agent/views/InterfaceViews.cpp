@@ -100,6 +100,7 @@ static view::Interface viewOf(Observed const& observed, std::string const& name,
   if (intf) fill(shown, observed, *intf);
   auto traffic = observed.traffic.byInterface().find(name);
   if (traffic != observed.traffic.byInterface().end()) shown.traffic = viewOf(traffic->second);
+  shown.duplicates = observed.traffic.duplicates(name);
   fillReport(shown, observed, name);
   return shown;
 }

@@ -366,6 +366,37 @@ TEST_F(AgentTest, AdvertisementsWithTheZoneBitAreAFewLinesWhateverRpTheyName) {
   EXPECT_THAT(sink.records[0].subject, ElementsAre(testing::Pair("INTERFACE", "eth0")));
 }
 
+TEST_F(AgentTest, DuplicateAddressIsCountedAndLoggedOnceInAMinute) {
+  RecordingLog sink;
+  Lanet::IpAddr const address = addr("192.0.2.9").v4Addr();
+  agent::Clock slow{1};
+  agent::Agent other(slow, platform, traffic, *this);
+  other.kernelChanged();
+  EXPECT_THAT(other.settingsIs(settings), IsEmpty());
+  sink.records.clear();
+  for (int i = 0; i < 10; ++i) other.duplicateAddress("eth0", address, "02:00:00:00:00:09", 3);
+  ASSERT_THAT(sink.records, testing::SizeIs(1));
+  EXPECT_EQ(sink.records[0].text,
+            "interface eth0: 192.0.2.9 is also the address of another system with hardware address "
+            "02:00:00:00:00:09, which has sent PIM packets: 3 since the last such line");
+  EXPECT_EQ(traffic.duplicates("eth0"), 30u);
+  other.clearCounters();
+  EXPECT_EQ(traffic.duplicates("eth0"), 0u);
+}
+
+TEST_F(AgentTest, DuplicateAddressIsLoggedAgainAfterAMinute) {
+  RecordingLog sink;
+  for (int i = 0; i < 2; ++i) {
+    agent.duplicateAddress("eth0", addr("192.0.2.9").v4Addr(), "", 1);
+    double const later = clock.now() + 60;
+    while (clock.now() < later) {
+    }
+  }
+  ASSERT_THAT(sink.records, testing::SizeIs(2));
+  EXPECT_THAT(sink.records[1].text,
+              testing::EndsWith("which has sent PIM packets: 1 since the last such line"));
+}
+
 TEST_F(AgentTest, PacketBeyondTheRateEndsTheBudgetOfItsSender) {
   settings.ingress.packetsPerSecond = 2;
   follow();

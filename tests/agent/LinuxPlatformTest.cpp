@@ -23,6 +23,11 @@ using Zet::U8;
 class FakeListener final : public agent::PlatformListener {
  public:
   bool onPacket(std::string const&, std::span<U8 const>) override { return true; }
+  void onDuplicateAddress(std::string const& intf, agent::OwnAddressUse const& use) override {
+    uses.push_back(intf + ' ' + std::string(use.address.stringValue().view()));
+    hardwareAddress = use.hardwareAddress;
+    packets += use.packets;
+  }
   void onKernelChange() override {}
   std::vector<IpAddr> neighborsOf(std::string const& intf) const override {
     asked.push_back(intf);
@@ -33,16 +38,19 @@ class FakeListener final : public agent::PlatformListener {
     return senders;
   }
 
+  std::vector<std::string> uses;  ///< of own addresses by others
+  std::string hardwareAddress;    ///< of the last of them
+  Zet::U64 packets = 0;
   std::vector<IpAddr> neighbors;
   std::vector<IpAddr> senders;  ///< of accepted advertisements
   mutable int askedForAdvertisers = 0;
   mutable std::vector<std::string> asked;  ///< interfaces, in the order of the calls
 };
 
-std::vector<U8> packetTo(char const* destination) {
+std::vector<U8> packetTo(char const* destination, char const* source = "10.0.1.1") {
   std::vector<U8> bytes;
   EXPECT_TRUE(pimbsr::wire::encodeIpv4(
-      {.source = IpAddr::parse("10.0.1.1"), .destination = IpAddr::parse(destination), .ttl = 1},
+      {.source = IpAddr::parse(source), .destination = IpAddr::parse(destination), .ttl = 1},
       std::vector<U8>{0x24, 0, 0, 0}, bytes));
   return bytes;
 }
@@ -55,8 +63,8 @@ class LinuxPlatformTest : public NetworkTest {
     if (HasFatalFailure() || IsSkipped()) return;
     network = std::make_unique<NetworkNamespace>();
     inside = std::make_unique<Inside>(*network);
-    ipAll({"link add name near type veth peer name far", "address add 10.0.1.1/24 dev near",
-           "link set near up", "link set far up"});
+    ipAll({"link add name near type veth peer name far address 02:00:00:00:00:09",
+           "address add 10.0.1.1/24 dev near", "link set near up", "link set far up"});
     awaitRunning("near");
     platform = std::make_unique<LinuxPlatform>(loop, traffic, listener);
     platform->open(platform->kernel().links.at("near"));
@@ -105,6 +113,36 @@ TEST_F(LinuxPlatformTest, ClearedReportsHoldNoSendError) {
   platform->clearReports();
   EXPECT_EQ(platform->linkReports()["near"].sendError, "");
   EXPECT_EQ(platform->linkReports()[""].sendError, "");
+}
+
+/// A system at the far end that has the same address: the kernel drops what it sends before PIM sockets.
+TEST_F(LinuxPlatformTest, AddressThatAnotherSystemHasTooIsFound) {
+  agent::PimSocket other("far", platform->kernel().links.at("far").index);
+  ASSERT_TRUE(other.send(packetTo("224.0.0.13")));
+  run(0.3);
+  EXPECT_THAT(listener.uses, testing::ElementsAre("near 10.0.1.1"));
+  EXPECT_EQ(listener.hardwareAddress, "02:00:00:00:00:09");
+  EXPECT_EQ(listener.packets, 1u);
+}
+
+TEST_F(LinuxPlatformTest, PacketsOfItsOwnAndOfOtherAddressesAreNoDuplicate) {
+  agent::PimSocket other("far", platform->kernel().links.at("far").index);
+  ASSERT_TRUE(other.send(packetTo("224.0.0.13", "10.0.1.7")));
+  ASSERT_TRUE(platform->send(IntfId("near"), packetTo("224.0.0.13")));
+  run(0.3);
+  EXPECT_THAT(listener.uses, testing::IsEmpty());
+  platform->close("near");
+  ASSERT_TRUE(other.send(packetTo("224.0.0.13")));
+  run(0.3);
+  EXPECT_THAT(listener.uses, testing::IsEmpty()) << "it is not open";
+}
+
+TEST_F(LinuxPlatformTest, FloodFromAnOwnAddressIsReadInASmallPart) {
+  agent::PimSocket other("far", platform->kernel().links.at("far").index);
+  for (int i = 0; i < 1000; ++i) other.send(packetTo("224.0.0.13"));
+  run(0.5);
+  EXPECT_THAT(listener.uses, testing::SizeIs(1));
+  EXPECT_LE(listener.packets, 16u);
 }
 
 }  // namespace

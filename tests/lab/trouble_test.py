@@ -148,6 +148,22 @@ class TroubleTest(unittest.TestCase):
         r2.ip("link", "set", "eth-r1", "mtu", 1500)
         wait_all((r2,), lambda router: len(rps_of(router)), 40, "r2 has all RPs")
 
+    def test_trouble_duplicate_address(self):
+        """Another system with the address of an interface is counted there, and the log names its hardware
+        address."""
+        lab, (r1, r2), links = self.chain_of("r1", "r2", clock_rate=1)
+        r1.ip("address", "flush", "dev", "eth-r2")
+        r1.ip("address", "add", "10.0.1.2/24", "dev", "eth-r2")
+        r1.ip("link", "set", "eth-r2", "address", "02:00:00:00:00:09")
+        lab.start()
+        wait_until(lambda: r2.show("interfaces")["interfaces"][0]["duplicates"] > 0, "it is counted")
+        text = ("interface eth-r1: 10.0.1.2 is also the address of another system with hardware address "
+                "02:00:00:00:00:09")
+        wait_until(lambda: text in r2.log.read_text(), "it is logged")
+        self.assertEqual([], neighbors_of(r2))
+        time.sleep(2)
+        self.assertEqual(1, r2.log.read_text().count(text), "it is logged once")
+
     def test_trouble_dead_hook(self):
         """A change command that fails is shown with its status, and logged."""
         lab, (r1, r2), links = self.chain_of("r1", "r2")
