@@ -9,6 +9,7 @@ set(unity_alone
   agent/ChangeRunner.cpp agent/EventLog.cpp agent/NeighborWatch.cpp agent/config/ConfigLint.cpp
   agent/views/Metrics.cpp
   agent/helpers/HelperProcess.cpp agent/process/Privileges.cpp agent/helpers/StateWriterProcess.cpp
+  agent/config/ConfigChanges.cpp agent/queues/OwnAddressWatch.cpp cli/show/SubjectErrors.cpp
   agent/queues/PacketFilter.cpp agent/queues/PimSocket.cpp
   tests/agent/ConfigLintTest.cpp tests/agent/ControlProtocolTest.cpp tests/agent/KernelTablesTest.cpp
   tests/agent/LogTest.cpp tests/agent/PimSocketTest.cpp tests/agent/ReceiveQueuesTest.cpp

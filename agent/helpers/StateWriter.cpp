@@ -40,7 +40,8 @@ void StateWriter::awaitLock() {
   poll(&waiting, 1, lockWait);
   StateReport report =
       takeReport().value_or(StateReport{.kind = StateReport::Kind::unusable, .error = ETIMEDOUT});
-  if (report.kind == StateReport::Kind::ready) return;
+  isWaiting_ = report.kind == StateReport::Kind::waiting;
+  if (isWaiting_ || report.kind == StateReport::Kind::ready) return;
   if (link_.fd >= 0) close();
   bool isLocked = report.error == EWOULDBLOCK;
   throw std::system_error(report.error, std::generic_category(),
@@ -55,7 +56,8 @@ bool StateWriter::isSent(bool sent) {
 bool StateWriter::append(std::size_t file, std::string_view text) {
   ZET_ASSERT(text.size() <= maxStateAppend, "a text that an append holds");
   if (link_.fd < 0) return isSent(false);
-  StateRecord record{.kind = StateRecord::Kind::append, .file = static_cast<U32>(file)};
+  StateRecord record{
+      .kind = StateRecord::Kind::append, .file = static_cast<U32>(file), .number = lastNumber() + 1};
   message_.resize(sizeof record + text.size());
   std::memcpy(message_.data(), &record, sizeof record);
   std::memcpy(message_.data() + sizeof record, text.data(), text.size());
@@ -65,7 +67,8 @@ bool StateWriter::append(std::size_t file, std::string_view text) {
 bool StateWriter::replace(std::size_t file, std::string_view text) {
   FileDescriptor content(memoryFile("state", text.data(), text.size()));
   if (link_.fd < 0 || !content) return isSent(false);
-  StateRecord record{.kind = StateRecord::Kind::replace, .file = static_cast<U32>(file)};
+  StateRecord record{
+      .kind = StateRecord::Kind::replace, .file = static_cast<U32>(file), .number = lastNumber() + 1};
   FileMessage message(&record, sizeof record);
   message.fileIs(content.get());
   return isSent(message.send(link_.fd));
@@ -84,6 +87,7 @@ std::optional<StateReport> StateWriter::takeReport() {
     awaitHelper(link_.helper, 0);
     return StateReport{.kind = StateReport::Kind::unusable, .error = EPIPE};
   }
+  if (report.kind == StateReport::Kind::ready) isWaiting_ = false;
   if (report.kind == StateReport::Kind::failed) ++counts_.failures;
   if (report.kind == StateReport::Kind::restarted) ++counts_.restarts;
   return report;

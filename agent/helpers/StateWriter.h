@@ -29,13 +29,20 @@ class StateWriter {
   };
 
   /// Starts the writer and waits until it holds the lock of the directory, at most some seconds: a former
-  /// writer finishes before that. To be called before there are threads and before privileges go. Throws
+  /// writer finishes before that. One whose agent was killed may take longer, and isWaiting() then. To be
+  /// called before there are threads and before privileges go. Throws
   /// std::system_error, naming the directory, if there is no process, or the directory can't be used.
   explicit StateWriter(StateWriterOptions const& options);
   /// Lets the writer end once it has written all, and waits for that half a second at most.
   ~StateWriter();
   StateWriter(StateWriter const&) = delete;
   StateWriter& operator=(StateWriter const&) = delete;
+
+  /// Whether the writer of an agent that has ended still holds the lock. A report that it is `ready` ends
+  /// that; nothing is to be read or handed over before.
+  bool isWaiting() const { return isWaiting_; }
+  /// The number of the record that was handed over last, as in reports; 0 before the first.
+  Zet::U64 lastNumber() const { return counts_.records; }
 
   /// Hands over text for the end of a file, at most maxStateAppend bytes. Never blocks. Returns false if it
   /// was not taken, which is counted.
@@ -63,6 +70,7 @@ class StateWriter {
   HelperLink link_;
   Counts counts_;
   std::vector<char> message_;
+  bool isWaiting_ = false;
 };
 
 }  // namespace pimbsr::agent

@@ -1,6 +1,7 @@
 #include "agent/helpers/StateWriterProcess.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,12 +12,15 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 #include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "agent/base/FileDescriptor.h"
 #include "agent/helpers/FileMessage.h"
@@ -64,6 +68,9 @@ class StateFile {
   void sync();
 
   std::optional<Clock::time_point> unsyncedSince() const { return unsyncedSince_; }
+  /// The number of the last record that was tried.
+  U64 number() const { return number_; }
+  void numberIs(U64 number) { number_ = number; }
 
  private:
   void open();
@@ -71,6 +78,7 @@ class StateFile {
   std::string path_;
   FileDescriptor file_;
   std::optional<Clock::time_point> unsyncedSince_;
+  U64 number_ = 0;
 };
 
 void StateFile::open() {
@@ -150,7 +158,10 @@ bool StateWork::attempt(U32 file, Act const& act) {
     act(files_[file]);
     return true;
   } catch (std::system_error const& error) {
-    report(socket_, {.kind = StateReport::Kind::failed, .file = file, .error = error.code().value()});
+    report(socket_, {.kind = StateReport::Kind::failed,
+                     .file = file,
+                     .error = error.code().value(),
+                     .number = files_[file].number()});
     return false;
   }
 }
@@ -177,11 +188,12 @@ void StateWork::syncFolder() const {
 
 void StateWork::write(StateRecord const& record, std::string_view text, int file) {
   if (record.file >= files_.size()) return;
+  files_[record.file].numberIs(record.number);
   if (record.kind == StateRecord::Kind::append) {
     attempt(record.file, [&](StateFile& state) { state.append(text); });
   } else if (attempt(record.file, [&](StateFile& state) { state.replace(textOf(file)); })) {
     syncFolder();
-    report(socket_, {.kind = StateReport::Kind::replaced, .file = record.file});
+    report(socket_, {.kind = StateReport::Kind::replaced, .file = record.file, .number = record.number});
   }
 }
 
@@ -202,8 +214,10 @@ bool StateWork::receive() {
 void StateWork::syncDue(Clock::time_point now) {
   for (std::size_t i = 0; i < files_.size(); ++i) {
     auto since = files_[i].unsyncedSince();
-    if (since && now - *since >= syncDelay)
-      attempt(static_cast<U32>(i), [](StateFile& state) { state.sync(); });
+    auto file = static_cast<U32>(i);
+    if (!since || now - *since < syncDelay) continue;
+    if (attempt(file, [](StateFile& state) { state.sync(); }))
+      report(socket_, {.kind = StateReport::Kind::synced, .file = file, .number = files_[i].number()});
   }
 }
 
@@ -222,18 +236,52 @@ int StateWork::waitTime() const {
 
 // Processes ---------------------------------------------------------------------------------------------
 
-/// A file of the directory that is locked against other writers; throws std::system_error. The lock of the
-/// directory itself is that of a control socket in it.
-FileDescriptor lockFolder(std::string const& path) {
+/// Whether the agent whose process id a lock's file has still lives; true for a file without one.
+bool isAgentAlive(int lock) {
+  std::array<char, 16> text{};
+  if (pread(lock, text.data(), text.size() - 1, 0) <= 0) return true;
+  pid_t agent = std::atoi(text.data());
+  return agent <= 0 || kill(agent, 0) == 0 || errno != ESRCH;
+}
+
+/// This process is a child of its agent. On a full disk the name of the former agent stays, which is none, or
+/// one that has ended.
+void nameAgent(int lock) {
+  std::string text = fmt::format("{:<14}\n", getppid());
+  [[maybe_unused]] ssize_t written = pwrite(lock, text.data(), text.size(), 0);
+}
+
+/// Whether the agent at the other end lives for so long.
+bool isAgentThereFor(int socket, std::chrono::milliseconds time) {
+  pollfd waiting{.fd = socket, .events = 0, .revents = 0};
+  return poll(&waiting, 1, static_cast<int>(time.count())) == 0;
+}
+
+/// Waits for a lock. Throws std::system_error with EWOULDBLOCK if the writer of a living agent holds it for
+/// longer than lockPatience. That of a dead one may wait for its disk, for as long as that takes. Returns
+/// false if the agent at the other end has gone.
+bool awaitLock(int lock, int socket) {
+  auto end = Clock::now() + lockPatience;
+  bool isReported = false;
+  while (flock(lock, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) check(-1, "lock");
+    if (Clock::now() >= end && isAgentAlive(lock))
+      throw std::system_error(EWOULDBLOCK, std::generic_category(), "lock");
+    if (Clock::now() >= end && !std::exchange(isReported, true))
+      report(socket, {.kind = StateReport::Kind::waiting});
+    if (!isAgentThereFor(socket, lockRetry)) return false;
+  }
+  nameAgent(lock);
+  return true;
+}
+
+/// A file of the directory that is locked against other writers; nothing if the agent has gone meanwhile.
+/// Throws std::system_error. The lock of the directory itself is that of a control socket in it.
+FileDescriptor lockFolder(std::string const& path, int socket) {
   std::filesystem::create_directories(path);
   std::string file = path + "/state.lock";
   FileDescriptor lock(check(open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640), "open"));
-  auto end = Clock::now() + lockPatience;
-  while (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK || Clock::now() >= end) check(-1, "lock");
-    std::this_thread::sleep_for(lockRetry);
-  }
-  return lock;
+  return awaitLock(lock.get(), socket) ? std::move(lock) : FileDescriptor();
 }
 
 [[noreturn]] void work(int socket, StateWriterOptions const& options) noexcept {
@@ -261,11 +309,12 @@ bool runWork(int socket, StateWriterOptions const& options) {
 void serveState(int socket, StateWriterOptions const& options) {
   FileDescriptor lock;
   try {
-    lock = lockFolder(options.folder);
+    lock = lockFolder(options.folder, socket);
   } catch (std::system_error const& error) {
     report(socket, {.kind = StateReport::Kind::unusable, .error = error.code().value()});
     return;
   }
+  if (!lock) return;
   report(socket, {.kind = StateReport::Kind::ready});
   while (!runWork(socket, options)) {
     std::this_thread::sleep_for(restartDelay);

@@ -1,6 +1,9 @@
 #include "agent/HistoryKeeper.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -11,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "tests/agent/RecordingLog.h"
 #include "tests/support/Messages.h"
 #include "tests/support/ScratchFolder.h"
 
@@ -40,6 +44,14 @@ class HistoryKeeperTest : public testing::Test {
     agent::HistoryKeeper keeper;
   };
 
+  /// The process that writes, a child of the helper.
+  static pid_t writingProcess(Run const& run) {
+    pid_t child = 0;
+    std::string pid = std::to_string(run.writer.process());
+    std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> child;
+    EXPECT_GT(child, 0);
+    return child;
+  }
   void start() { run = std::make_unique<Run>(folder.path()); }
   /// Ends a run without an end in order.
   void end() { run = nullptr; }
@@ -112,6 +124,25 @@ TEST_F(HistoryKeeperTest, DamageIsMovedAsideAndTheRestIsTaken) {
   EXPECT_THAT(text(), testing::Not(HasSubstr("{\"time\":\n")));
 }
 
+TEST_F(HistoryKeeperTest, FormerDamageIsKept) {
+  for (std::string const damage : {"first\n", "second\n", "third\n"}) {
+    folder.write(agent::HistoryKeeper::fileName, damage);
+    start();
+    end();
+  }
+  EXPECT_EQ(text("history.jsonl.damaged"), "first\n");
+  EXPECT_EQ(text("history.jsonl.damaged.2"), "second\n");
+  EXPECT_EQ(text("history.jsonl.damaged.3"), "third\n");
+}
+
+TEST_F(HistoryKeeperTest, PipeInPlaceOfTheFileIsNamed) {
+  RecordingLog log;
+  ASSERT_EQ(mkfifo(folder.file(agent::HistoryKeeper::fileName).c_str(), 0600), 0);
+  start();
+  ASSERT_FALSE(log.records.empty());
+  EXPECT_THAT(log.records[0].text, HasSubstr("history.jsonl: it is no regular file; it is now "));
+}
+
 TEST_F(HistoryKeeperTest, FileThatIsNoneIsMovedAside) {
   std::filesystem::create_directory(folder.file(agent::HistoryKeeper::fileName));
   start();
@@ -122,10 +153,7 @@ TEST_F(HistoryKeeperTest, FileThatIsNoneIsMovedAside) {
 TEST_F(HistoryKeeperTest, HungWriterDelaysNothingAndTheSnapshotFollows) {
   start();
   serveUntil([&] { return !text().empty(); });
-  pid_t child = 0;
-  std::string pid = std::to_string(run->writer.process());
-  std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> child;
-  ASSERT_GT(child, 0);
+  pid_t child = writingProcess(*run);
   kill(child, SIGSTOP);
   auto begin = std::chrono::steady_clock::now();
   for (int i = 0; i < 2000; ++i) elect("10.0.0." + std::to_string(i % 200));
@@ -138,6 +166,53 @@ TEST_F(HistoryKeeperTest, HungWriterDelaysNothingAndTheSnapshotFollows) {
   end();
   start();
   EXPECT_EQ(run->history.entries().size(), entries + 1);
+}
+
+TEST_F(HistoryKeeperTest, DiskThatDoesNotAnswerIsShownAfterSomeSeconds) {
+  start();
+  serveUntil([&] { return !text().empty() && run->keeper.state().error.empty(); });
+  pid_t child = writingProcess(*run);
+  kill(child, SIGSTOP);
+  elect("10.0.0.1");
+  EXPECT_EQ(run->keeper.state().error, "");
+  serveUntil([&] { return !run->keeper.state().error.empty(); });
+  EXPECT_EQ(run->keeper.state().error, "the disk has not answered for 3 s");
+  EXPECT_GE(run->keeper.state().unsaved, 1u);
+  kill(child, SIGCONT);
+  serveUntil([&] { return run->keeper.state().error.empty(); });
+  EXPECT_GE(run->keeper.state().unsaved, 1u) << "it is a count";
+}
+
+TEST_F(HistoryKeeperTest, DiskThatAnswersIsNoErrorHoweverLongNothingIsSaved) {
+  start();
+  elect("10.0.0.1");
+  auto end = std::chrono::steady_clock::now() + std::chrono::seconds(4);
+  serveUntil([&] { return std::chrono::steady_clock::now() > end; });
+  EXPECT_EQ(run->keeper.state().error, "");
+  EXPECT_EQ(run->keeper.state().unsaved, 0u);
+}
+
+/// Its disk hangs while the next agent starts.
+TEST_F(HistoryKeeperTest, WriterOfAKilledAgentIsWaitedForAndItsEntriesAreKept) {
+  start();
+  serveUntil([&] { return !text().empty(); });
+  pid_t child = writingProcess(*run);
+  kill(child, SIGSTOP);
+  elect("10.0.0.1");
+  pid_t dead = fork();
+  if (dead == 0) _exit(0);
+  waitpid(dead, nullptr, 0);
+  folder.write("state.lock", std::to_string(dead) + "\n");
+  std::unique_ptr<Run> former = std::move(run);
+  start();
+  EXPECT_EQ(run->keeper.state().error, "the writer of an earlier run has not ended");
+  elect("10.0.0.2");
+  former = nullptr;
+  kill(child, SIGCONT);
+  serveUntil([&] { return run->keeper.state().error.empty(); });
+  EXPECT_THAT(kinds(), ElementsAre(HistoryKind::agentStarted, HistoryKind::bsrElected,
+                                   HistoryKind::agentStarted, HistoryKind::bsrElected));
+  EXPECT_THAT(text(), HasSubstr("10.0.0.2"));
 }
 
 TEST_F(HistoryKeeperTest, ClearedHistoryIsEmptyInTheFile) {

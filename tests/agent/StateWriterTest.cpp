@@ -48,11 +48,17 @@ class StateWriterTest : public testing::Test {
     return text(name);
   }
   /// The next report, which must come within seconds.
-  StateReport report() {
+  StateReport nextReport() {
     pollfd waiting{writer->fd(), POLLIN, 0};
     EXPECT_EQ(poll(&waiting, 1, 20000), 1) << "no report";
     auto report = writer->takeReport();
     return report ? *report : StateReport();
+  }
+  /// The next one that is not of a sync, which may come between any others.
+  StateReport report() {
+    StateReport report = nextReport();
+    while (report.kind == Kind::synced) report = nextReport();
+    return report;
   }
   /// The children of the writer: the process that writes.
   pid_t worker() const {
@@ -84,6 +90,19 @@ TEST_F(StateWriterTest, TextsAreWrittenInTheirOrderAndReplacedAsAWhole) {
   writer->append(0, "c\n");
   stop();
   EXPECT_EQ(textOnce("one", "a\nb\nc\n"), "a\nb\nc\n") << "a later writer goes on";
+}
+
+TEST_F(StateWriterTest, SyncsAreReportedWithTheLastRecord) {
+  start();
+  writer->append(0, "a\n");
+  writer->append(0, "b\n");
+  EXPECT_EQ(writer->lastNumber(), 2u);
+  StateReport synced = nextReport();
+  while (synced.number < 2 && !HasFailure()) synced = nextReport();
+  EXPECT_EQ(synced.kind, Kind::synced);
+  EXPECT_EQ(synced.number, 2u);
+  writer->replace(0, "c\n");
+  EXPECT_EQ(report().number, 3u);
 }
 
 TEST_F(StateWriterTest, LongTextIsReplacedWhole) {
