@@ -43,7 +43,7 @@ void ChangeRunner::run() {
 
 /// Without a change there is nothing that it must not miss.
 void ChangeRunner::handOver() {
-  if (!hasChanged_) return;
+  if (!hasChanged_ || command_->fd() < 0) return;
   timer_.stop();
   run();
 }
@@ -59,11 +59,16 @@ void ChangeRunner::follow() {
   if (command_->fd() < 0) {
     reader_ = nullptr;
   } else if (!reader_) {
-    reader_ = std::make_unique<LoopReader>(loop_, command_->fd(), [this] {
-      logFailure(command_->handleReport());
-      follow();
-    });
+    reader_ = std::make_unique<LoopReader>(loop_, command_->fd(), [this] { handleReport(); });
   }
+}
+
+/// A run that its helper has lost is made again.
+void ChangeRunner::handleReport() {
+  Zet::U64 restarts = command_->counts().restarts;
+  logFailure(command_->handleReport());
+  if (command_->counts().restarts != restarts) changed();
+  follow();
 }
 
 void ChangeRunner::logFailure(std::string const& text) { logEvent(logEvents::changeCommandFailed, text); }
@@ -82,7 +87,9 @@ ChangeRuns ChangeRunner::state() const {
                    .waiting = hasChanged_ || command_->isWaiting(),
                    .succeeded = command_->counts().succeeded,
                    .failed = command_->counts().failed,
-                   .timedOut = command_->counts().timedOut};
+                   .timedOut = command_->counts().timedOut,
+                   .helperRestarts = command_->counts().restarts,
+                   .helperEnded = command_->fd() < 0};
   if (command_->isBusy()) state.runningFor = secondsFrom(command_->startTime(), Clock::now());
   if (command_->lastRun()) state.last = viewOf(*command_->lastRun());
   return state;

@@ -31,6 +31,7 @@ class ChangeRunner {
  private:
   void run();
   void follow();
+  void handleReport();
   static void logFailure(std::string const& text);
 
   Loop& loop_;

@@ -24,6 +24,8 @@ struct ChangeRuns {
   Zet::U64 succeeded = 0;
   Zet::U64 failed = 0;
   Zet::U64 timedOut = 0;
+  Zet::U64 helperRestarts = 0;  ///< deaths of the process that runs it, after which another was started
+  bool helperEnded = false;     ///< it has ended, so that the command doesn't run any more
   std::optional<EndedRun> last;
 };
 

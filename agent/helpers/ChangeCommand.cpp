@@ -67,12 +67,26 @@ std::string ChangeCommand::describe(ChangeEnd const& end) const {
   return fmt::format("{} ended with status {}", command, WEXITSTATUS(end.status));
 }
 
+std::string ChangeCommand::startNext() { return next_ && !isBusy() ? start() : std::string(); }
+
+/// A run that was lost is no end of one, since nothing is known of it.
+std::string ChangeCommand::handleRestart() {
+  bool wasBusy = started_ > 0;
+  if (wasBusy) --started_;
+  ++counts_.restarts;
+  startTime_ = Clock::now();
+  startNext();
+  return fmt::format("the helper of the change command has died{}; another goes on",
+                     wasBusy ? " during a run" : "");
+}
+
 std::string ChangeCommand::handleEnd(ChangeEnd const& end) {
-  --started_;
+  if (end.lost) return handleRestart();
+  if (started_ > 0) --started_;
   startTime_ = Clock::now();
   lastRun_ = {.end = end, .ended = startTime_};
   ++(hasSucceeded(end) ? counts_.succeeded : end.timedOut ? counts_.timedOut : counts_.failed);
-  std::string error = next_ && !isBusy() ? start() : std::string();
+  std::string error = startNext();
   return hasSucceeded(end) ? error : describe(end);
 }
 

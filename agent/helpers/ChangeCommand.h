@@ -15,8 +15,8 @@ namespace pimbsr::agent {
 ///
 /// A text given during a run waits for its end; only the newest waits. A run that exceeds its time is
 /// terminated. The helper inherits its end of a socket pair and the standard streams alone; its input is
-/// empty, and the command inherits its output and error streams. It ends with this object or process, once
-/// its last run has ended.
+/// empty, and the command inherits its output and error streams. It ends with this object or process, and
+/// terminates a run that finish() has not waited for.
 class ChangeCommand {
  public:
   using Clock = std::chrono::steady_clock;
@@ -26,6 +26,7 @@ class ChangeCommand {
     Zet::U64 succeeded = 0;
     Zet::U64 failed = 0;    ///< with another status than 0, or by a signal
     Zet::U64 timedOut = 0;  ///< ended since they took too long
+    Zet::U64 restarts = 0;  ///< deaths of the process that runs it, after which another was started
   };
   struct Run {
     ChangeEnd end;
@@ -68,6 +69,8 @@ class ChangeCommand {
  private:
   std::string start();
   std::string handleEnd(ChangeEnd const& end);
+  std::string handleRestart();
+  std::string startNext();
   std::string handleLoss();
   std::string describe(ChangeEnd const& end) const;
 

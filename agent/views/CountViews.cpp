@@ -208,6 +208,8 @@ view::OnChange showOnChange(Observed const& observed) {
   shown.failed = runs.failed;
   shown.timedOut = runs.timedOut;
   if (runs.last) shown.lastRun = viewOf(*runs.last);
+  shown.helperRestarts = runs.helperRestarts;
+  shown.helperEnded = runs.helperEnded;
   return shown;
 }
 

@@ -276,6 +276,12 @@ void addChangeRuns(Families& families, Observed const& observed) {
   Family(families, MetricType::Gauge, "change_command_running_seconds",
          "How long the present run of the change command has lasted; 0 for none.")
       .add(runs.runningFor.value_or(0));
+  Family(families, MetricType::Counter, "change_command_helper_restarts_total",
+         "Deaths of the process that runs the change command, after which another was started.")
+      .add(runs.helperRestarts);
+  Family(families, MetricType::Gauge, "change_command_ready",
+         "0 if the process that runs the change command has ended, so that it does not run any more.")
+      .add(runs.helperEnded ? 0.0 : 1.0);
 }
 
 // Timers and the process --------------------------------------------------------------------------------

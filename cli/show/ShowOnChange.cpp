@@ -21,11 +21,15 @@ void writeShown(std::ostream& out, view::OnChange const& view) {
     return;
   }
   out << fmt::format("Change command: {}\n", *view.command);
-  out << fmt::format("{} succeeded, {} failed, {} took longer than {} and were ended.\n",
+  out << fmt::format("{} succeeded, {} failed, {} took longer than {} and {} ended.\n",
                      countOf(view.succeeded, "run"), view.failed, view.timedOut,
-                     view::spanOf(view.timeLimit.value_or(0)));
+                     view::spanOf(view.timeLimit.value_or(0)), view.timedOut == 1 ? "was" : "were");
   if (view.lastRun) writeLastRun(out, *view.lastRun);
   if (view.runningFor) out << fmt::format("A run has lasted for {}.\n", view::spanOf(*view.runningFor));
+  if (view.helperRestarts != 0)
+    out << fmt::format("Its helper process has died and was started again: {}.\n",
+                       countOf(view.helperRestarts, "time"));
+  if (view.helperEnded) out << "Its helper process has ended: it does not run any more; restart the agent.\n";
   if (view.waiting) out << "A change waits to be handed to it.\n";
 }
 

@@ -42,6 +42,12 @@ class ChangeCommandTest : public testing::Test {
     EXPECT_EQ(poll(&waiting, 1, 20000), 1) << "no report";
     return command->handleReport();
   }
+  /// Whether the process with an id has ended.
+  static bool isOver(std::string const& pid) {
+    std::string state;
+    std::getline(std::ifstream("/proc/" + std::to_string(std::stoi(pid)) + "/stat"), state);
+    return state.empty() || state.find(" Z ") != state.npos;
+  }
   /// How the helper ended, once its agent has let go of it.
   int helperStatus() {
     pid_t helper = command->helper();
@@ -161,13 +167,59 @@ TEST_F(ChangeCommandTest, SignalsForTheAgentLeaveTheHelperAndCommandsHaveTheirDe
   std::signal(SIGPIPE, SIG_DFL);
 }
 
-TEST_F(ChangeCommandTest, HelperEndsWithItsAgentAfterTheLastRun) {
+TEST_F(ChangeCommandTest, HelperEndsWithItsAgent) {
   start("true");
   EXPECT_EQ(helperStatus(), 0);
   start("sleep 0.2; echo done > got");
   command->notify("");
+  command->finish();
   EXPECT_EQ(helperStatus(), 0);
   EXPECT_EQ(text("got"), "done\n");
+}
+
+/// As an agent that was killed: the next one may begin a run of its own.
+TEST_F(ChangeCommandTest, RunOfAnAgentThatHasGoneIsEndedAndTheTextsThatWaitAreDropped) {
+  start("echo $$ >> got; sleep 300");
+  command->notify("first");
+  command->notify("second");
+  while (text("got").empty()) usleep(1000);
+  EXPECT_EQ(helperStatus(), 0);
+  EXPECT_TRUE(isOver(text("got")));
+}
+
+TEST_F(ChangeCommandTest, ProcessThatLeftTheSessionIsEndedWithItsRun) {
+  start("setsid sh -c 'echo $$ > got; exec sleep 300' & wait; sleep 300", 0.5);
+  command->notify("");
+  EXPECT_THAT(report(), HasSubstr("took longer"));
+  EXPECT_TRUE(isOver(text("got")));
+}
+
+TEST_F(ChangeCommandTest, ProcessThatARunHasLeftStaysWhenALaterRunIsEnded) {
+  start("[ -e got ] && sleep 300; setsid sh -c 'echo $$ > got; exec sleep 300' > /dev/null & sleep 0.2", 0.5);
+  command->notify("");
+  EXPECT_EQ(report(), "");
+  command->notify("");
+  EXPECT_THAT(report(), HasSubstr("took longer"));
+  EXPECT_FALSE(isOver(text("got")));
+  kill(std::stoi(text("got")), SIGKILL);
+}
+
+TEST_F(ChangeCommandTest, AnotherGoesOnForARunnerThatHasDied) {
+  start("echo $$ > got; read word; [ $word = end ] || sleep 300");
+  command->notify("hang\n");
+  while (text("got").empty()) usleep(1000);
+  std::string const pid = std::to_string(command->helper());
+  pid_t runner = 0;
+  std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> runner;
+  ASSERT_GT(runner, 0);
+  kill(runner, SIGKILL);
+  EXPECT_THAT(report(), HasSubstr("has died during a run; another goes on"));
+  EXPECT_TRUE(isOver(text("got")));
+  EXPECT_FALSE(command->isBusy());
+  EXPECT_EQ(command->counts().restarts, 1u);
+  command->notify("end\n");
+  EXPECT_EQ(report(), "");
+  EXPECT_EQ(command->counts().succeeded, 1u);
 }
 
 TEST_F(ChangeCommandTest, RunThatHangsIsEndedWithAllItsProcessesAndTheNextOneIsDone) {
@@ -196,9 +248,7 @@ TEST_F(ChangeCommandTest, ProcessesOfAnEndedRunDoNotStay) {
   start("sleep 300 & echo $! > got; wait", 0.2);
   command->notify("");
   report();
-  std::string state;
-  std::getline(std::ifstream("/proc/" + std::to_string(std::stoi(text("got"))) + "/stat"), state);
-  EXPECT_TRUE(state.empty() || state.find(" Z ") != state.npos) << state;
+  EXPECT_TRUE(isOver(text("got")));
 }
 
 TEST_F(ChangeCommandTest, EachEndIsCounted) {
