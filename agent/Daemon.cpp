@@ -37,6 +37,14 @@ static constexpr double interfaceRetry = 10;
 /// Seconds from one check for suppressed lines of the log to the next.
 static constexpr double logDelay = 2;
 
+std::vector<std::string> claimInterfaces(InterfaceClaims& claims, Settings const& settings) {
+  std::set<std::string> names;
+  for (auto const& [name, intf] : settings.interfaces) names.insert(name);
+  std::vector<std::string> conflicts;
+  for (InterfaceClaims::Conflict const& conflict : claims.claim(names)) conflicts.push_back(textOf(conflict));
+  return conflicts;
+}
+
 // Start and end -----------------------------------------------------------------------------------------
 
 /// A router may have more interfaces, with some sockets each, than the soft limit allows.
@@ -47,9 +55,11 @@ static void raiseFileLimit() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers const& helpers)
+Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers const& helpers,
+               InterfaceClaims& claims)
     : options_(options),
       clock_(options.clockRate),
+      claims_(claims),
       platform_(loop_, traffic_, *this),
       agent_(clock_, platform_, traffic_, *this),
       timer_(loop_, [this] { handleTimer(); }),
@@ -65,11 +75,8 @@ Daemon::Daemon(RunOptions const& options, Settings const& settings, Helpers cons
   std::signal(SIGHUP, SIG_IGN);  // until run() follows it
   raiseFileLimit();
   options_.file = std::filesystem::absolute(options.file);
-  if (!options_.privilegeCheck) {  // the check may run beside an agent, which has claimed the interfaces
-    std::vector<std::string> conflicts = claim(settings);
-    if (!conflicts.empty()) throw std::runtime_error(fmt::format("{}", fmt::join(conflicts, "; ")));
-    historyKeeper_.load();
-  }
+  // A privilege check may be asked for beside an agent that runs.
+  if (!options_.privilegeCheck) historyKeeper_.load();
   agent_.kernelChanged();
   follow(settings);
   if (!options_.privilegeCheck) {
@@ -138,6 +145,10 @@ bool Daemon::onPacket(std::string const& intf, std::span<U8 const> packet) {
   return goesOn;
 }
 
+void Daemon::onDuplicateAddress(std::string const& intf, OwnAddressUse const& use) {
+  agent_.duplicateAddress(intf, use.address, use.hardwareAddress, use.packets);
+}
+
 void Daemon::onKernelChange() {
   agent_.kernelChanged();
   if (agent_.hasProblem() && !interfaceTimer_.isRunning()) interfaceTimer_.startIn(interfaceRetry);
@@ -145,10 +156,6 @@ void Daemon::onKernelChange() {
 }
 
 std::vector<Lanet::IpAddr> Daemon::neighborsOf(std::string const& intf) const {
-void Daemon::onDuplicateAddress(std::string const& intf, OwnAddressUse const& use) {
-  agent_.duplicateAddress(intf, use.address, use.hardwareAddress, use.packets);
-}
-
   return agent_.neighborsOf(intf);
 }
 
@@ -242,21 +249,11 @@ void Daemon::follow(Settings const& settings) {
   onKernelChange();
 }
 
-/// Claims the interfaces of settings; returns the conflicts, with which the former claims stay.
-std::vector<std::string> Daemon::claim(Settings const& settings) {
-  std::set<std::string> names;
-  for (auto const& [name, intf] : settings.interfaces) names.insert(name);
-  std::vector<std::string> conflicts;
-  for (InterfaceClaims::Conflict const& conflict : claims_.claim(names))
-    conflicts.push_back(textOf(conflict));
-  return conflicts;
-}
-
 /// Keeps the settings that only a restart applies.
 view::Reload Daemon::reload() {
   ConfigReading reading = readConfigFile(options_.file);
   view::Reload result = reloadOf(reading, agent_.settings());
-  if (result.applied) result.errors = claim(reading.settings);
+  if (result.applied) result.errors = claimInterfaces(claims_, reading.settings);
   result.applied = result.errors.empty();
   Settings const before = agent_.settings();
   if (result.applied) follow(withFormerPlaces(reading.settings));

@@ -21,6 +21,10 @@
 
 namespace pimbsr::agent {
 
+/// Claims the interfaces of settings, and gives up all others. Returns the conflicts with other agents, as
+/// sentences; what was claimed before stays then.
+std::vector<std::string> claimInterfaces(InterfaceClaims& claims, Settings const& settings);
+
 /// The process of an agent: one event loop for packets, timers, the kernel's notices, signals and the control
 /// socket.
 ///
@@ -28,9 +32,10 @@ namespace pimbsr::agent {
 /// SIGHUP reloads the file.
 class Daemon final : private PlatformListener, private AgentListener, private RequestHandler {
  public:
-  /// Opens sockets and files and applies the settings. The helpers outlive it. Throws ControlError,
-  /// std::system_error, or std::runtime_error where another agent speaks PIM on one of its interfaces.
-  Daemon(RunOptions const& options, Settings const& settings, Helpers const& helpers);
+  /// Opens sockets and files and applies the settings. `claims` has those of its interfaces, and gets those
+  /// of later settings. The helpers and the claims outlive it. Throws ControlError and std::system_error.
+  Daemon(RunOptions const& options, Settings const& settings, Helpers const& helpers,
+         InterfaceClaims& claims);
   Daemon(Daemon const&) = delete;
   Daemon& operator=(Daemon const&) = delete;
 
@@ -41,6 +46,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
  private:
   void serve();
   bool onPacket(std::string const& intf, std::span<U8 const> packet) override;
+  void onDuplicateAddress(std::string const& intf, OwnAddressUse const& use) override;
   void onKernelChange() override;
   std::vector<Lanet::IpAddr> neighborsOf(std::string const& intf) const override;
   std::vector<Lanet::IpAddr> advertisers() const override;
@@ -48,7 +54,6 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   nlohmann::ordered_json answer(Request const& request) override;
   PathValue valueAt(std::string const& path) override;
   std::string lineOf(std::string const& path, PathValue const& value) override;
-  void onDuplicateAddress(std::string const& intf, OwnAddressUse const& use) override;
 
   std::string interfacesText() const;
   void openControl(ControlEndpoint const& endpoint);
@@ -62,7 +67,6 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   view::Reload reload();
   void logReload(view::Reload const& result, std::string const& changes);
   void follow(Settings const& settings);
-  std::vector<std::string> claim(Settings const& settings);
   Settings withFormerPlaces(Settings wanted) const;
   void changeTrace(Request const& request);
   void clear(Request const& request);
@@ -71,7 +75,7 @@ class Daemon final : private PlatformListener, private AgentListener, private Re
   RunOptions options_;
   Clock clock_;
   Loop loop_;
-  InterfaceClaims claims_;
+  InterfaceClaims& claims_;
   Traffic traffic_;
   LinuxPlatform platform_;
   Agent agent_;

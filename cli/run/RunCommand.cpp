@@ -1,14 +1,17 @@
 #include "cli/run/RunCommand.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <ostream>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
 #include "agent/Daemon.h"
 #include "agent/config/ConfigFile.h"
 #include "agent/config/ConfigLint.h"
+#include "agent/process/InterfaceClaims.h"
 #include "agent/process/Privileges.h"
 
 namespace pimbsr::cli {
@@ -19,9 +22,18 @@ static void writeFindings(agent::ConfigReading const& reading, char const* kind,
     err << fmt::format("{}: {}: {}\n", agent::textOf(reading.file, finding.at), kind, finding.text);
 }
 
+static void claimAll(agent::InterfaceClaims& claims, agent::Settings const& settings) {
+  std::vector<std::string> conflicts = agent::claimInterfaces(claims, settings);
+  if (!conflicts.empty()) throw std::runtime_error(fmt::format("{}", fmt::join(conflicts, "; ")));
+}
+
+/// The interfaces come first: a second agent with the same file must not wait for the state directory.
 static void serve(agent::RunOptions const& options, agent::Settings const& settings, std::ostream& out) {
+  agent::InterfaceClaims claims;
+  // A privilege check may be asked for beside an agent that runs.
+  if (!options.privilegeCheck) claimAll(claims, settings);
   agent::Helpers helpers(options, settings);
-  agent::Daemon daemon(options, settings, helpers);
+  agent::Daemon daemon(options, settings, helpers, claims);
   if (options.privilegeCheck) {
     out << agent::privilegesHeld();
   } else {

@@ -160,6 +160,7 @@ class OperatorTest(unittest.TestCase):
         r2.ip("-batch", batch)
         many = lateness_of_flaps(r2, links[1])
         self.assertLess(many, max(0.02, 2 * few))
+        self.assertLess(slowest_query_of_flaps(r2, links[1]), 1, "seconds")
         self.assertLess(resident_of(r2), before + 2048, "KiB")
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all still follow r1")
         batch.write_text(batch.read_text().replace("route add", "route del"))
@@ -167,8 +168,7 @@ class OperatorTest(unittest.TestCase):
         self.assertLess(resident_of(r2), before + 2048, "KiB")
 
     def test_second_agent(self):
-        """A second agent on an interface of the first does not start and names it; neither does a reload add
-        such an interface."""
+        """A second agent on an interface of the first does not start, names it, and says nothing else."""
         lab = self.lab(records=False)
         (r1, r2), links = lab.chain("r1", "r2")
         r1.config()
@@ -180,8 +180,35 @@ class OperatorTest(unittest.TestCase):
         second = subprocess.run([*words, *lab.run_options], capture_output=True, text=True, timeout=60)
         self.assertEqual(1, second.returncode)
         self.assertIn(f"interface eth-r2: process {first} is an agent that speaks PIM there", second.stderr)
+        self.assertNotIn("the history is not kept", second.stderr)
         r1.stop()
         r1.start()
+
+    def test_reload_adds_interface_of_another_agent(self):
+        """A reload that adds an interface of another agent is rejected, and changes nothing."""
+        lab = self.lab(records=False)
+        (r1, r2), links = lab.chain("r1", "r2")
+        r1.config()
+        r1.start()
+        first = process_of_agent(r1)
+        file, socket = r1.folder / "second.toml", r1.folder / "second.sock"
+        tail = f'[control]\nsocket = "{socket}"\n[state]\ndirectory = ""\n'
+        file.write_text("[interface.other]\n" + tail)
+        words = ["ip", "netns", "exec", r1.namespace, str(lab.command), "run", "--config", str(file)]
+        with (r1.folder / "second.log").open("wb") as log:
+            second = subprocess.Popen([*words, *lab.run_options], stdout=log, stderr=log)
+        self.addCleanup(second.wait)
+        self.addCleanup(second.kill)
+        wait_until(socket.exists, "the second agent serves")
+        file.write_text("[interface.other]\n[interface.eth-r2]\n" + tail)
+        command = [str(lab.command), "reload", "--socket", str(socket)]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=60)
+        self.assertEqual(1, done.returncode)
+        self.assertIn(f"interface eth-r2: process {first} is an agent that speaks PIM there", done.stderr)
+        shown = subprocess.run([str(lab.command), "show", "interfaces", "--json", "--socket", str(socket)],
+                               capture_output=True, text=True, timeout=60, check=True)
+        names = [one["interface"] for one in json.loads(shown.stdout)["interfaces"]]
+        self.assertEqual(["other"], names)
 
     # The change command ------------------------------------------------------------------------------
 
@@ -226,6 +253,18 @@ def lateness_of_flaps(router, link):
         link.set(router, "up")
     time.sleep(1)
     return router.show("counters")["timers"]["worstLateness"]
+
+
+def slowest_query_of_flaps(router, link):
+    """The longest time of a query, in seconds, while a link flapped."""
+    slowest = 0
+    for _ in range(10):
+        link.set(router, "down")
+        link.set(router, "up")
+        start = time.monotonic()
+        router.show("bsr")
+        slowest = max(slowest, time.monotonic() - start)
+    return slowest
 
 
 def resident_of(router):
