@@ -147,7 +147,7 @@ class OperatorTest(unittest.TestCase):
 
     def test_many_routes(self):
         """A link that flaps delays no timer more, and memory does not grow, however many routes there are."""
-        count = int(os.environ.get("PIMBSR_LAB_ROUTES", "5000"))
+        count = int(os.environ.get("PIMBSR_LAB_ROUTES", "100000"))
         lab = self.lab(records=False)
         (r1, r2, r3), links = lab.chain("r1", "r2", "r3")
         r1.config(candidate_bsr() + candidate_rp())
