@@ -84,13 +84,21 @@ view::Bsr showBsr(Observed const& observed) {
 
 // The RP set of each zone -------------------------------------------------------------------------------
 
-/// The ranges of a zone that a prefix asks for: all for the empty one and for the zone itself, else those
-/// that cover it or lie within.
-static void restrict(ZoneView& zone, Lanet::IpGenPrefix const& prefix) {
-  if (prefix.isEmpty() || zone.zone == prefix) return;
-  std::erase_if(zone.rpSet, [&](RangeView const& range) {
-    return !range.range.contains(prefix) && !prefix.contains(range.range);
-  });
+/// What a prefix asks for: all for the empty one, a zone for its own, else the ranges that cover it or lie
+/// within, with their zones.
+static void restrict(std::vector<ZoneView>& zones, Lanet::IpGenPrefix const& prefix) {
+  if (prefix.isEmpty()) return;
+  auto isZone = [&](ZoneView const& zone) { return zone.zone == prefix; };
+  if (std::any_of(zones.begin(), zones.end(), isZone)) {
+    std::erase_if(zones, [&](ZoneView const& zone) { return !isZone(zone); });
+    return;
+  }
+  for (ZoneView& zone : zones) {
+    std::erase_if(zone.rpSet, [&](RangeView const& range) {
+      return !range.range.contains(prefix) && !prefix.contains(range.range);
+    });
+  }
+  std::erase_if(zones, [](ZoneView const& zone) { return zone.rpSet.empty(); });
 }
 
 static void fillUptimes(view::SetZone& shown, ZoneView const& zone, double now) {
@@ -103,9 +111,9 @@ static void fillUptimes(view::SetZone& shown, ZoneView const& zone, double now) 
 
 view::RpSet showRpSet(Observed const& observed, Lanet::IpGenPrefix const& prefix) {
   view::RpSet shown;
-  for (ZoneView& zone : host::zonesOf(observed.router)) {
-    restrict(zone, prefix);
-    if (!prefix.isEmpty() && zone.zone != prefix && zone.rpSet.empty()) continue;
+  std::vector<ZoneView> zones = host::zonesOf(observed.router);
+  restrict(zones, prefix);
+  for (ZoneView const& zone : zones) {
     view::SetZone& set = shown.zones.emplace_back();
     view::fillZone(set, zone, observed.now());
     fillUptimes(set, zone, observed.now());

@@ -21,9 +21,14 @@ bool takesColor(bool isTerminal, char const* noColor, char const* term) {
   return isTerminal && !isForbidden && !isDumb;
 }
 
+static bool isTerminal(std::ostream const& out) { return &out == &std::cout && isatty(STDOUT_FILENO) == 1; }
+
 bool takesColor(std::ostream const& out) {
-  bool isTerminal = &out == &std::cout && isatty(STDOUT_FILENO) == 1;
-  return takesColor(isTerminal, std::getenv("NO_COLOR"), std::getenv("TERM"));
+  return takesColor(isTerminal(out), std::getenv("NO_COLOR"), std::getenv("TERM"));
+}
+
+bool takesRefresh(std::ostream const& out) {
+  return takesColor(isTerminal(out), nullptr, std::getenv("TERM"));
 }
 
 static bool isLetterAt(std::string_view line, std::size_t at) {

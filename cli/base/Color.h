@@ -13,6 +13,9 @@ bool takesColor(std::ostream const& out);
 /// The same of what is known already; null for a variable that is not set.
 bool takesColor(bool isTerminal, char const* noColor, char const* term);
 
+/// Whether a stream is the standard output and a terminal that can be erased: TERM is not "dumb".
+bool takesRefresh(std::ostream const& out);
+
 /// A text of tables with headings in bold, and what needs attention in red. Without the escape sequences it
 /// is the same.
 std::string colored(std::string_view text);

@@ -18,11 +18,13 @@
 #include "agent/control/ControlProtocol.h"
 #include "cli/base/Color.h"
 #include "cli/show/ShowTables.h"
+#include "cli/show/SubjectErrors.h"
 #include "view/All.h"
 #include "view/Answers.h"
 #include "view/History.h"
 #include "view/Json.h"
 #include "view/Tree.h"
+#include "view/Zones.h"
 
 namespace pimbsr::cli {
 
@@ -46,22 +48,23 @@ std::vector<std::string> readingSockets(std::string const& given) {
   return sockets;
 }
 
-/// Parses a request as the agent does, so that one with an error is not sent.
-static void check(Json const& request) {
+/// Parses a request as the agent does, so that one with an error is not sent. `explanation` is the error in
+/// the words of the command; if it is empty, the request's own is thrown, which has names of the protocol.
+static void check(Json const& request, std::string const& explanation) {
   try {
     agent::parseRequest(request.dump(-1, ' ', false, Json::error_handler_t::replace));
   } catch (agent::RequestError const& error) {
-    throw UsageError(error.what());
+    throw UsageError(explanation.empty() ? error.what() : explanation);
   }
 }
 
-static Json ask(std::string const& socket, Json const& request) {
-  check(request);
+static Json ask(std::string const& socket, Json const& request, std::string const& explanation = "") {
+  check(request, explanation);
   return agent::ask(controlSocket(socket), request);
 }
 
-static Json askReading(std::string const& socket, Json const& request) {
-  check(request);
+static Json askReading(std::string const& socket, Json const& request, std::string const& explanation = "") {
+  check(request, explanation);
   Json result;
   agent::tryInTurn(readingSockets(socket),
                    [&](std::string const& path) { result = agent::ask(path, request); });
@@ -203,14 +206,26 @@ static void showTree(ShowOptions const& options, std::ostream& out) {
   if (options.json) out << view::jsonOf(whole).dump(2) << '\n';
 }
 
+static bool hasRps(Json const& view) {
+  auto const set = view::readView<view::RpSet>(view);
+  return std::any_of(set.zones.begin(), set.zones.end(), [](auto const& zone) { return zone.rps != 0; });
+}
+
 static void writeOnce(ShowOptions const& options, std::ostream& out) {
   if (options.what == "all") {
-    if (!options.subject.empty()) throw UsageError("\"all\" takes nothing more");
+    if (!options.subject.empty()) throw UsageError(showErrorOf("all", options.subject));
     return writeAll(options, out);
   }
   if (options.what == "tree") return showTree(options, out);
-  Json view = askReading(options.socket, requestOf(options));
-  writeView(out, options.what, view, options.json);
+  Json view = askReading(options.socket, requestOf(options),
+                         showErrorOf(options.what, options.subject));
+  if (!options.json && options.what == "rp-set" && !options.subject.empty() && !hasRps(view)) {
+    out << fmt::format(
+        "No RP is known for {}: neither in a zone of that name nor in a range around or within it.\n",
+        options.subject);
+  } else {
+    writeView(out, options.what, view, options.json);
+  }
 }
 
 ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) {
@@ -223,8 +238,9 @@ ExitCode show(ShowOptions const& options, std::ostream& out, std::ostream& err) 
     for (bool isFirst = true; isFirst || options.watch > 0; isFirst = false) {
       std::ostringstream text;
       writeOnce(options, text);
-      if (!isFirst && !options.color) out << '\n';
-      if (options.watch > 0 && options.color) out << homeAndErase;
+      bool isRefreshed = options.refresh && !options.json;
+      if (!isFirst && !isRefreshed) out << '\n';
+      if (options.watch > 0 && isRefreshed) out << homeAndErase;
       out << (options.color && !options.json ? colored(text.str()) : text.str()) << std::flush;
       if (!out) break;
       if (options.watch > 0) std::this_thread::sleep_for(std::chrono::seconds(options.watch));
@@ -272,7 +288,7 @@ ExitCode clear(ClearOptions const& options, std::ostream& out, std::ostream& err
     Json request{{"command", "clear"}, {"what", options.what}};
     bool isOfInterface = options.what == "neighbors";
     if (!options.subject.empty()) request[isOfInterface ? "interface" : "zone"] = options.subject;
-    ask(options.socket, request);
+    ask(options.socket, request, clearErrorOf(options.what, options.subject));
     std::string of = options.subject.empty() ? "" : (isOfInterface ? " on " : " of ") + options.subject;
     out << options.what << of << " cleared\n";
     return true;

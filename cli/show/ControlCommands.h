@@ -17,8 +17,9 @@ struct ShowOptions {
   std::string subject;
   std::string depth;  ///< of "tree": a number of steps; empty for all
   bool json = false;
-  int watch = 0;       ///< seconds after which it is shown again, until the output ends; 0 for once
-  bool color = false;  ///< the output is a terminal that takes colors
+  int watch = 0;         ///< seconds after which it is shown again, until the output ends; 0 for once
+  bool color = false;    ///< the output is a terminal that takes colors
+  bool refresh = false;  ///< the output is a terminal that can be erased
 };
 
 /// What `pimbsr get` and `pimbsr watch` are asked to do.

@@ -154,6 +154,7 @@ static void addShow(CLI::App& app, ControlOptions& options) {
                           show.socket, [&options] {
                             options.run = [&](auto& out, auto& err) {
                               options.show.color = takesColor(out);
+                              options.show.refresh = takesRefresh(out);
                               return cli::show(options.show, out, err);
                             };
                           });

@@ -107,13 +107,15 @@ TEST(ControlCommandsTest, RequestWithAnErrorIsExplainedAndNotSent) {
   };
   Case const cases[] = {
       {"show", "WHAT is required"},
-      {"show rps", R"("what" is "rps"; valid is one of "bsr")"},
-      {"show rp", "\"group\" is missing"},
-      {"show rp 10.1.1.1", R"("group" is "10.1.1.1"; valid is a multicast group)"},
-      {"show bsr 239.1.1.1", "\"rp\" alone"},
+      {"show rps", "there is nothing 'rps' to show; valid are bsr, rp-set, "},
+      {"show rps", ", all\n"},
+      {"show rp", "'show rp' needs a multicast group such as 239.1.1.1"},
+      {"show rp 10.1.1.1", "'10.1.1.1' is no multicast group; valid is one such as 239.1.1.1"},
+      {"show bsr 239.1.0.0/16", "'show bsr' takes nothing more; '239.1.0.0/16' is too much"},
       {"show bsr 239.1.1.1 more", "more"},
-      {"show rp-set 10.0.0.0/8", R"("prefix" is "10.0.0.0/8"; valid is a prefix of multicast groups)"},
-      {"show all 239.1.1.1", "\"all\" takes nothing more"},
+      {"show rp-set 10.0.0.0/8", "'10.0.0.0/8' is no zone, group range or group; valid is"},
+      {"show rp-set foo", "'foo' is no zone, group range or group"},
+      {"show all 239.1.1.1", "'show all' takes nothing more"},
       {"show bsr --watch 0", "--watch"},
       {"show bsr --depth 1", R"("depth" is given for "bsr"; valid is to give it for "tree" alone)"},
       {"show tree --depth 25", R"("depth" is 25; valid is a whole number from 0 to 24)"},
@@ -122,9 +124,9 @@ TEST(ControlCommandsTest, RequestWithAnErrorIsExplainedAndNotSent) {
       {"get a b", "b"},
       {"watch a b", "b"},
       {"clear", "WHAT is required"},
-      {"clear rp", R"("counters", "drops", "history", "bsr", "rp-set", "neighbors")"},
-      {"clear bsr 10.0.0.0/8", R"("zone" is "10.0.0.0/8")"},
-      {"clear drops 239.0.0.0/8", R"("zone" is given for "drops")"},
+      {"clear rp", "nothing 'rp' to clear; valid are counters, drops, history, bsr, rp-set, neighbors"},
+      {"clear bsr 10.0.0.0/8", "'10.0.0.0/8' is no zone; valid is one such as 239.1.0.0/16, or none for all"},
+      {"clear drops eth-r2", "'clear drops' takes nothing more; 'eth-r2' is too much"},
       {"trace", "HANDLE is required"},
       {"trace Zet", "LEVEL is required"},
       {"trace Zet 10", R"("level" is 10; valid is a whole number from 0 to 9, or "off")"},
@@ -267,16 +269,20 @@ TEST(ControlCommandsTest, WatchWritesEachLineUntilTheAgentEnds) {
 class ShortBuffer : public std::streambuf {
  public:
   explicit ShortBuffer(std::streamsize space) : space_(space) {}
+  /// What was taken by strings.
+  std::string const& text() const { return text_; }
 
  private:
-  std::streamsize xsputn(char const*, std::streamsize count) override {
+  std::streamsize xsputn(char const* bytes, std::streamsize count) override {
     std::streamsize taken = std::min(count, space_);
+    text_.append(bytes, static_cast<std::size_t>(taken));
     space_ -= taken;
     return taken;
   }
   int overflow(int byte) override { return space_-- > 0 ? byte : traits_type::eof(); }
 
   std::streamsize space_;
+  std::string text_;
 };
 
 TEST(ControlCommandsTest, AllHasEachViewThatNeedsNothingMore) {
@@ -310,6 +316,26 @@ TEST(ControlCommandsTest, AViewIsRepeatedUntilTheOutputEnds) {
   EXPECT_EQ(show({.socket = agent.path(), .what = "bsr", .watch = 1}, out, err), exitFailed);
   EXPECT_EQ(err.str(), "pimbsr: cannot write the output\n");
   EXPECT_EQ(agent.requests().size(), 2u);
+}
+
+TEST(ControlCommandsTest, RpSetWithoutAMatchIsOfWhatWasAsked) {
+  FakeAgent agent(answerLine(Json::parse(R"({"zones": []})")));
+  EXPECT_EQ(runAt(agent, "show rp-set").out, "No RP is known in any zone.\n");
+  EXPECT_EQ(runAt(agent, "show rp-set 239.1.0.0/16").out,
+            "No RP is known for 239.1.0.0/16: neither in a zone of that name nor in a range around or within "
+            "it.\n");
+}
+
+TEST(ControlCommandsTest, TablesThatAreRepeatedEraseATerminalAlsoWithoutColor) {
+  FakeAgent agent(answerLine(Json::parse(R"({"zones": []})")));
+  for (bool json : {false, true}) {
+    std::ostringstream text;
+    ShortBuffer buffer(40);
+    std::ostream out(&buffer);
+    std::ostringstream err;
+    show({.socket = agent.path(), .what = "bsr", .json = json, .watch = 1, .refresh = true}, out, err);
+    EXPECT_EQ(buffer.text().find("\x1b[H\x1b[J") != std::string::npos, !json) << buffer.text();
+  }
 }
 
 TEST(ControlCommandsTest, ColorIsOfTablesAlone) {
