@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <span>
+#include <string_view>
 
 #include "agent/base/TraceLevel.h"
 #include "agent/control/ControlClient.h"
@@ -36,6 +37,8 @@ Line lineOf(CLI::App const& app, std::span<std::string const> words) {
       if (line.option == "--socket") line.socket = word;
       line.option.clear();
     } else if (word.starts_with("-")) {
+      static constexpr std::string_view socketOption = "--socket=";
+      if (word.starts_with(socketOption)) line.socket = word.substr(socketOption.size());
       CLI::Option const* option = line.command->get_option_no_throw(word);
       if (option != nullptr && option->get_expected_min() > 0) line.option = word;
     } else if (line.command != &app) {
@@ -48,13 +51,16 @@ Line lineOf(CLI::App const& app, std::span<std::string const> words) {
   return line;
 }
 
+/// Seconds for which a shell may wait for the words of an agent.
+constexpr double patience = 0.5;
+
 /// A view of the running agent; empty if it doesn't answer, or is of a version with other views.
 template <class View>
 View viewOf(Line const& line, char const* what) {
   View view;
   try {
     agent::tryInTurn(readingSockets(line.socket), [&](std::string const& path) {
-      view = view::readView<View>(agent::ask(path, {{"command", "show"}, {"what", what}}));
+      view = view::readView<View>(agent::ask(path, {{"command", "show"}, {"what", what}}, patience));
     });
   } catch (std::exception const&) {
     // no words of it

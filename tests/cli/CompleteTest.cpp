@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "agent/control/ControlProtocol.h"
 #include "cli/show/ControlOptions.h"
@@ -77,7 +79,18 @@ TEST(CompleteTest, ZonesAndInterfacesAreThoseOfTheRunningAgent) {
   EXPECT_THAT(at({"clear", "bsr", "239"}), ElementsAre("239.1.0.0/16"));
   EXPECT_THAT(at({"clear", "neighbors", ""}), ElementsAre("eth0", "eth1"));
   EXPECT_THAT(at({"clear", "drops", ""}), IsEmpty());
+  EXPECT_THAT(completed({"show", "--socket=" + agent.path(), "rp-set", "239"}), ElementsAre("239.1.0.0/16"));
   EXPECT_THAT(completed({"show", "--socket", "/nowhere", "rp-set", ""}), IsEmpty()) << "no agent answers";
+}
+
+TEST(CompleteTest, AnAgentThatDoesNotAnswerIsNotWaitedForLong) {
+  FakeAgent agent([](std::string const&) {
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    return std::string("{}\n");
+  });
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(completed({"show", "--socket", agent.path(), "rp-set", ""}), IsEmpty());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
 }
 
 TEST(CompleteTest, AnAnswerThatIsNotUnderstoodGivesNothing) {
