@@ -217,8 +217,8 @@ static void writeOnce(ShowOptions const& options, std::ostream& out) {
     return writeAll(options, out);
   }
   if (options.what == "tree") return showTree(options, out);
-  Json view = askReading(options.socket, requestOf(options),
-                         showErrorOf(options.what, options.subject));
+  std::string explanation = options.depth.empty() ? showErrorOf(options.what, options.subject) : "";
+  Json view = askReading(options.socket, requestOf(options), explanation);
   if (!options.json && options.what == "rp-set" && !options.subject.empty() && !hasRps(view)) {
     out << fmt::format(
         "No RP is known for {}: neither in a zone of that name nor in a range around or within it.\n",

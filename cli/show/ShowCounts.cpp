@@ -17,7 +17,7 @@ void writeShown(std::ostream& out, view::Filter const& view) {
   out << fmt::format("Sender lists: {}. Dropped since the last clear: {}.\n",
                      view::listsOf(view.lists, view.absentLists), countOf(view.dropped, "advertisement"));
   out << fmt::format(
-      "Bootstrap Messages are taken of {}.\nBSR lists: {}. Dropped since the last clear: {}.\n",
+      "Bootstrap Messages are taken from {}.\nBSR lists: {}. Dropped since the last clear: {}.\n",
       view.permitsAllBsrs ? "every BSR" : "the BSRs that these lists permit",
       view::listsOf(view.bsrLists, view.absentBsrLists), countOf(view.droppedBsms, "message"));
 }

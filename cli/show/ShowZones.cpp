@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <ostream>
 #include <utility>
 
@@ -59,10 +58,8 @@ static std::string sizeOf(view::BsrZone const& zone) {
 }
 
 void writeShown(std::ostream& out, view::Bsr const& view) {
-  bool isKnown = std::any_of(view.zones.begin(), view.zones.end(),
-                             [](auto const& zone) { return zone.bsr.has_value(); });
-  if (!isKnown) out << "No BSR is known in any zone.\n";
-  bool isFirst = isKnown;
+  if (view.zones.empty()) out << "No BSR is known in any zone.\n";
+  bool isFirst = true;
   for (view::BsrZone const& zone : view.zones) {
     if (!std::exchange(isFirst, false)) out << '\n';
     out << fmt::format("Zone {}, {}\n", cellOf(zone.zone, "-"), zone.scoped ? "scoped" : "global");

@@ -123,8 +123,6 @@ TEST(ShowTablesTest, NoBsrIsASentence) {
     "state": "Pending-BSR", "bsr": null, "bootstrapTimer": 5.0, "scopeZoneTimer": null, "nextMessage": null,
     "ranges": 0, "rps": 0}]})"),
             R"(
-No BSR is known in any zone.
-
 Zone 224.0.0.0/4, global
   BSR               none
   state             Pending-BSR
@@ -345,7 +343,7 @@ Candidate-RP-Advertisements are taken from senders in
   10.0.0.0/8
   192.0.2.0/24
 Sender lists: a (not there), b. Dropped since the last clear: 1 advertisement.
-Bootstrap Messages are taken of the BSRs that these lists permit.
+Bootstrap Messages are taken from the BSRs that these lists permit.
 BSR lists: c, d (not there). Dropped since the last clear: 2 messages.
 )");
   EXPECT_EQ(
@@ -353,7 +351,7 @@ BSR lists: c, d (not there). Dropped since the last clear: 2 messages.
     "dropped": 0, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true, "droppedBsms": 0})"),
       "\nCandidate-RP-Advertisements are taken from every sender.\n"
       "Sender lists: none. Dropped since the last clear: 0 advertisements.\n"
-      "Bootstrap Messages are taken of every BSR.\n"
+      "Bootstrap Messages are taken from every BSR.\n"
       "BSR lists: none. Dropped since the last clear: 0 messages.\n");
 }
 

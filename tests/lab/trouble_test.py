@@ -123,7 +123,7 @@ class TroubleTest(unittest.TestCase):
         r2.command("clear", "bsr")
         wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1")
         wait_until(lambda: drops_of(r2).get("bsr-filter"), "r2 drops what the rogue BSR announces")
-        self.assertIn("Bootstrap Messages are taken of the BSRs that these lists permit",
+        self.assertIn("Bootstrap Messages are taken from the BSRs that these lists permit",
                       r2.command("show", "filter"))
         self.assertEqual("10.255.0.1", bsr_of(r2))
 
