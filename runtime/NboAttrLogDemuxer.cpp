@@ -171,13 +171,22 @@ void Demuxer::reset() {
   }
 }
 
+/// Whether a message is whole, or known to be too long. The pieces of one that isn't are gathered without a
+/// look at those before, so that a message costs its bytes in however many pieces it comes.
+bool Demuxer::beginsWithMessage(std::span<U8 const> bytes) const {
+  In in(bytes);
+  if (in.left() < sizeof(U32)) return false;
+  U32 const length = get<U32>(in);
+  return length > maxMessage_ || in.left() >= length;
+}
+
 // A setter's handler may bring bytes while a message is applied: they wait in kept_, since the rest of the
 // present ones comes first. Whole messages are read where they are, and a rest alone is copied.
 void Demuxer::bytes(std::span<U8 const> bytes) {
   if (isBroken_) return;
   bool const isFirst = kept_.empty() && !hasNotificationActive();
   if (!isFirst) kept_.insert(kept_.end(), bytes.begin(), bytes.end());
-  if (hasNotificationActive()) return;
+  if (hasNotificationActive() || (!isFirst && !beginsWithMessage(kept_))) return;
   ClearIsActiveAnchor anchor(*this);
   if (isFirst && !keepRest(bytes)) return;
   bool isMore = true;

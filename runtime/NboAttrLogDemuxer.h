@@ -74,6 +74,7 @@ class PIMBSR_API Demuxer : public PtrInterface {
     bool isFailed = false;  ///< the last snapshot had an error
   };
 
+  bool beginsWithMessage(std::span<U8 const> bytes) const;
   bool keepRest(std::span<U8 const> bytes);
   std::size_t takeMessages(std::span<U8 const> bytes);
   void takeMessage(In in);
