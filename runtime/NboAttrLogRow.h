@@ -110,12 +110,45 @@ C& as(PtrInterface& object) {
   return static_cast<C&>(object);
 }
 
+/// Whether T is one number, of which all bytes are read before its range is tested.
+template <class T>
+constexpr bool isNumber() {
+  if constexpr (OwnForm<T>) {
+    return false;
+  } else if constexpr (FieldedValue<T>) {
+    return std::tuple_size_v<decltype(T::zetFields())> == 1;
+  } else {
+    return std::is_arithmetic_v<T> || std::is_enum_v<T>;
+  }
+}
+
+/// Reads what no original has out of its range, such as a key: MalformedException, with the fixed text.
+template <class T>
+T getSound(In& in) {
+  try {
+    return get<T>(in);
+  } catch (RangeException const& e) {
+    throwMalformed(e.what());
+  }
+}
+
+/// Reads a value that others follow. Where one that is no value ends is known of a number alone; so others
+/// are malformed, and nothing is read from their middle on.
+template <class T>
+T getNext(In& in) {
+  if constexpr (isNumber<T>()) {
+    return get<T>(in);
+  } else {
+    return getSound<T>(in);
+  }
+}
+
 /// The arguments of a maker, read in order.
 template <class Tuple>
 struct ArgumentsOf;
 template <class... P>
 struct ArgumentsOf<std::tuple<P...>> {
-  static std::tuple<P...> get(In& in) { return std::tuple<P...>{NboAttrLog::get<P>(in)...}; }
+  static std::tuple<P...> get(In& in) { return std::tuple<P...>{getSound<P>(in)...}; }
 };
 
 template <class Child>
@@ -143,7 +176,7 @@ RowForm valueForm() {
   using C = ClassOf<Get>;
   RowForm form{Shape::value};
   form.put = [](PtrInterface const& o, Out& out) { NboAttrLog::put(out, TypeOf<Get>((as<C>(o).*Get)())); };
-  form.take = [](PtrInterface& o, In& in) { (as<C>(o).*Set)(NboAttrLog::get<TypeOf<Get>>(in)); };
+  form.take = [](PtrInterface& o, In& in) { (as<C>(o).*Set)(getNext<TypeOf<Get>>(in)); };
   return form;
 }
 
@@ -154,8 +187,8 @@ void addKeys(RowForm& form) {
     for (auto at = (as<C>(o).*Map).iterator(); at; ++at) visitor.onKey(&at.key());
   };
   form.putKey = [](void const* key, Out& out) { NboAttrLog::put(out, *static_cast<K const*>(key)); };
-  form.skipKey = [](In& in) { NboAttrLog::get<K>(in); };
-  form.takeDel = [](PtrInterface& o, In& in) { (as<C>(o).*Del)(NboAttrLog::get<K>(in)); };
+  form.skipKey = [](In& in) { getSound<K>(in); };
+  form.takeDel = [](PtrInterface& o, In& in) { (as<C>(o).*Del)(getSound<K>(in)); };
 }
 
 template <class V, class K, auto Map, auto Set, auto Del>
@@ -169,8 +202,8 @@ RowForm valuesForm() {
     return member != nullptr;
   };
   form.takeMember = [](PtrInterface& o, In& in) {
-    K const key = NboAttrLog::get<K>(in);
-    (as<C>(o).*Set)(key, NboAttrLog::get<V>(in));
+    K const key = getSound<K>(in);
+    (as<C>(o).*Set)(key, getNext<V>(in));
   };
   return form;
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -183,6 +184,11 @@ TEST_F(AttrLogAttack, AChangeThatIsNoneOfItsObjectIsRejectedByItsTextAndASnapsho
       {"no bool", Op::member, 1, Status::attrCrpPermit, values(zone, U8{2}), "no bool"},
       {"a string without end", Op::member, 1, Status::attrZoneAcl, values(most, String8("x")), "truncated"},
       {"a list of numbers without end", Op::del, 1, Status::attrCbsr, values(most, U32{2}), "truncated"},
+      {"a key that is none", Op::del, 1, Status::attrCbsr, values(U32{0}, U32{9}), "AddressFamily"},
+      {"a key with bits beyond its length", Op::member, 1, Status::attrCrpPermit,
+       values(addr("239.1.0.0"), U32{8}, true), "prefix with host bits"},
+      {"an address that is none", Op::value, 2, Bsr::BsrCandidate::attrAddress,
+       values(U32{3}, Lanet::Ip6Addr()), "AddressFamily"},
       {"a number used twice", Op::object, 1, Status::attrCbsr, values(U32{0}, prefix("239.1.0.0/16"), U32{2}),
        "number of an object used twice"},
       {"the root as a member", Op::object, 1, Status::attrCbsr,
@@ -285,6 +291,25 @@ TEST_F(AttrLogAttack, AValueOutOfItsRangeIsCountedAndAsksNothing) {
   EXPECT_EQ(configs.demuxer->outOfRange(), 3u);
   EXPECT_EQ(configs.demuxer->rejected(), 0u);
   EXPECT_TRUE(configs.demuxer->asked.empty());
+}
+
+TEST_F(AttrLogAttack, ASnapshotEndsAtAValueThatIsNoneAndTakesNothingFromItsMiddle) {
+  auto original = Bsr::bsrCandidateFactory(zone);
+  original->addressIs(addr("10.1.2.3"));
+  original->priorityIs(77);
+  Mirror<Bsr::BsrCandidate> candidates(original, Bsr::bsrCandidateFactory(zone));
+  candidates.out->flush();
+  Bytes bytes = candidates.tape->bytes;
+  // The address is the first value of a candidate; a family that isn't one has no known end.
+  Out address;
+  put(address, original->address());
+  auto const found = std::search(bytes.begin(), bytes.end(), address.bytes().begin(), address.bytes().end());
+  ASSERT_NE(found, bytes.end());
+  found[3] = 9;
+  candidates.demuxer->bytes(bytes);
+  EXPECT_EQ(candidates.demuxer->lastError(), "AddressFamily");
+  EXPECT_EQ(candidates.demuxer->rejected(), 1u);
+  EXPECT_EQ(candidates.copy->priority(), Bsr::BsrCandidate::priorityUnknown());
 }
 
 }  // namespace
