@@ -27,14 +27,15 @@ std::string textOf(String8 const& text) { return std::string(text.view()); }
 
 constexpr char const* hexDigits = "0123456789abcdef";
 
-bool isPlain(char c) { return c >= ' ' && c <= '~' && c != '%'; }
+bool isPrintable(char c) { return c >= ' ' && c <= '~'; }
 
-/// A text as it is in paths and values.
-std::string plain(String8 const& text) {
+/// A text with the bytes for which `isKept` is false as a percent sign and digits.
+template <class IsKept>
+std::string escaped(std::string_view text, IsKept const& isKept) {
   std::string written;
-  for (char c : text.view()) {
+  for (char c : text) {
     auto const byte = static_cast<unsigned char>(c);
-    if (isPlain(c)) {
+    if (isKept(c)) {
       written += c;
     } else {
       written.append({'%', hexDigits[byte >> 4], hexDigits[byte & 15]});
@@ -43,11 +44,25 @@ std::string plain(String8 const& text) {
   return written;
 }
 
+/// A text as it is in paths and values.
+std::string plain(String8 const& text) {
+  return escaped(text.view(), [](char c) { return isPrintable(c) && c != '%'; });
+}
+
+/// A path that was given, in plain ASCII, with the same meaning.
+std::string plainPath(std::string_view given) { return escaped(given, isPrintable); }
+
 /// The text holds parts of a path that may have any bytes, and goes to terminals.
-[[noreturn]] void fail(std::size_t column, std::string text) {
+std::string printable(std::string text) {
+  constexpr std::size_t maxLength = 1000;
+  if (text.size() > maxLength) text = text.substr(0, maxLength) + "...";
   std::replace_if(
-      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
-  throw PathError("column " + std::to_string(column) + ": " + text);
+      text.begin(), text.end(), [](char c) { return !isPrintable(c); }, '?');
+  return text;
+}
+
+[[noreturn]] void fail(std::size_t column, std::string const& text) {
+  throw PathError("column " + std::to_string(column) + ": " + printable(text));
 }
 
 /// The text of which plain() is `written`, which begins at a column.
@@ -316,7 +331,7 @@ bool isWithin(std::string_view path, std::string_view tree) {
 }
 
 [[noreturn]] void failGone(std::string const& path) {
-  throw PathError(path + " is not in the tree any more; ask for it from its beginning");
+  throw PathError(printable(path) + " is not in the tree any more; ask for it from its beginning");
 }
 
 /// Gathers what is at a place and in it, from an entry on.
@@ -427,20 +442,22 @@ std::vector<ModelRoot> modelRoots(Router const& router) {
 }
 
 ModelEntry readPath(std::span<ModelRoot const> roots, std::string_view path) {
-  return entryOf(std::string(path), resolve(roots, path));
+  std::string const ascii = plainPath(path);
+  return entryOf(ascii, resolve(roots, ascii));
 }
 
-ModelPage readTree(std::span<ModelRoot const> roots, std::string_view path, TreeBounds const& bounds) {
+ModelPage readTree(std::span<ModelRoot const> roots, std::string_view given, TreeBounds const& bounds) {
+  std::string const path = plainPath(given), first = plainPath(bounds.from);
   std::vector<std::string> from;
-  if (!bounds.from.empty()) {
-    if (!isWithin(bounds.from, path)) failGone(bounds.from);
-    from = partsAfter(bounds.from, path.size());
+  if (!first.empty()) {
+    if (!isWithin(first, path)) failGone(first);
+    from = partsAfter(first, path.size());
   }
   Tree tree(bounds.maxEntries);
   if (path.empty()) {
     addRoots(tree, roots, bounds.depth, from);
   } else {
-    tree.add(std::string(path), resolve(roots, path), bounds.depth, from);
+    tree.add(path, resolve(roots, path), bounds.depth, from);
   }
   return std::move(tree.page);
 }

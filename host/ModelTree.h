@@ -21,7 +21,8 @@ class Router;
 /// text form of its type: numbers as they are; addresses, prefixes, interfaces and strings in single quotes,
 /// in which a backslash precedes a quote or a backslash. Within quotes, slashes and brackets are part of the
 /// key. A byte that is no printable ASCII, and a percent sign, is a percent sign and two hexadecimal digits,
-/// so that a path is one line of ASCII whatever a key holds. Values are written in the same way.
+/// so that a path is one line of ASCII whatever a key holds. Values are written in the same way. A path that
+/// is given may have such bytes as they are; the entries have it in ASCII.
 
 /// Objects in objects end here; the declarations nest less deep.
 inline constexpr int maxTreeDepth = 24;
@@ -40,7 +41,8 @@ struct ModelEntry {
   std::string unit;   ///< empty if it has none
 };
 
-/// A path that names nothing. The text says at which column, counted from 1, and what is nearest to it there.
+/// A path that names nothing. The text says at which column of it in ASCII, counted from 1, and what is
+/// nearest to it there. It is printable ASCII, and of a long name or key it has a part.
 class PIMBSR_API PathError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };

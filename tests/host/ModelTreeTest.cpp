@@ -35,6 +35,15 @@ class ModelTree : public EngineTest {
       return e.what();
     }
   }
+  /// Of a page that begins at a path.
+  std::string errorFrom(std::string const& from) {
+    try {
+      readTree(roots, "status", {.from = from});
+      return "no error";
+    } catch (PathError const& e) {
+      return e.what();
+    }
+  }
 
   std::vector<ModelRoot> roots{
       {"status", engine.status}, {"root", engine.root}, {"gate", engine.gate}, {"bsm", engine.bsmStatus}};
@@ -73,7 +82,18 @@ TEST_F(ModelTree, APathThatNamesNothingIsAnErrorThatSaysWhereAndWhatIsNearest) {
       {"status/zoneAcl[x]/y", "column 16: zoneAcl takes no such key: "},
       {"status/zoneAcl['%4']", "column 17: a % without two hexadecimal digits after it"},
       {"status/zoneAcl['%-1']", "column 17: a % without two hexadecimal digits after it"},
-      {"status/\x1b(0m\xff", "column 8: Routing::Pim::Bsr::Status has no attribute ?(0m?; nearest: "},
+      {"status/\x1b(0m\xff", "column 8: Routing::Pim::Bsr::Status has no attribute %1b(0m%ff; nearest: "},
+      {"/status", "column 1: an empty name is no root"},
+      {"status//af", "column 8: Routing::Pim::Bsr::Status has no attribute "},
+      {"status[", "column 8: a key without ] after it"},
+      {"status/cbsr[]", "column 13: cbsr takes no such key: "},
+      {"status/cbsr['239.0.0.0/8']['239.0.0.0/8']", "column 27: no / before ["},
+      {"status/cbsr['239.0.0.0/8'x]", "column 13: cbsr takes no such key: "},
+      {"status/cbsr['239.0.0.0/8\\']", "column 13: a key without ] after it"},
+      {"status/cbsr['999.0.0.0/8']", "column 13: cbsr takes no such key: "},
+      {"status/cbsr['\xff\n']", "column 13: cbsr takes no such key: "},
+      {"status/cbsr['239.0.0.0/8']/zone/zone", "column 33: zone has no attributes"},
+      {"bsm/bsmStatus", "column 5: Routing::Pim::Bsr::PimBsmStatus has no attribute bsmStatus"},
   };
   engine.status->cbsrIs(prefix("10.0.0.0/8"));
   for (Case const& c : cases) EXPECT_THAT(error(c.path), testing::StartsWith(c.text)) << c.path;
@@ -104,6 +124,28 @@ TEST_F(ModelTree, AnyByteOfAKeyIsInAPathOfPlainAscii) {
   }
   EXPECT_EQ(found, 1u);
   EXPECT_EQ(read("status/zoneAcl['it%5c%27s [a/b]%5C%5C']"), "'eth0'");
+}
+
+TEST_F(ModelTree, APathGivenWithAnyByteIsInAsciiInItsEntries) {
+  std::string const raw = "status/zoneAcl['a\xff\n\x1b']", ascii = "status/zoneAcl['a%ff%0a%1b']";
+  engine.status->zoneAclIs("a\xff\n\x1b", intf("eth1"));
+  EXPECT_EQ(readPath(roots, raw).path, ascii);
+  EXPECT_EQ(read(raw), "'eth1'");
+  EXPECT_EQ(readTree(roots, raw).entries.front().path, ascii);
+  EXPECT_EQ(readTree(roots, raw, {.from = ascii}).entries.front().path, ascii);
+  EXPECT_EQ(readTree(roots, "status/zoneAcl", {.from = raw}).entries.front().path, ascii);
+}
+
+TEST_F(ModelTree, AnErrorIsPrintableAsciiAndHasAPartOfALongPath) {
+  std::string const names(4000, 'x'), bytes(4000, '\xff');
+  for (std::string const& path :
+       {names, "status/" + names, "status/cbsr['" + names + "']", "status/zoneAcl['" + names, bytes,
+        "status/" + bytes, "status/cbsr['" + bytes + "']", "status/cbsr['" + bytes, "status" + bytes}) {
+    for (std::string const& text : {error(path), errorFrom(path), errorFrom("status/" + path)}) {
+      EXPECT_LE(text.size(), 1200u);
+      EXPECT_TRUE(std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; })) << text;
+    }
+  }
 }
 
 TEST_F(ModelTree, EveryPathOfTheTreeIsTakenAndReadsTheSame) {
