@@ -144,8 +144,11 @@ if(TARGET pimbsr-command)
     $<TARGET_FILE:pimbsr-command>)
   add_test(NAME prometheus COMMAND ${Python3_EXECUTABLE} -B
     ${PROJECT_SOURCE_DIR}/tests/prometheus/prometheus_test.py $<TARGET_FILE:test-agent>)
-  set_tests_properties(web-server web-live prometheus PROPERTIES LABELS web TIMEOUT 600 SKIP_RETURN_CODE 77)
-  set_tests_properties(web-live PROPERTIES ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+  add_test(NAME prometheus-scrape COMMAND ${Python3_EXECUTABLE} -B
+    ${PROJECT_SOURCE_DIR}/tests/prometheus/scrape_test.py $<TARGET_FILE:pimbsr-command>)
+  set_tests_properties(web-server web-live prometheus prometheus-scrape PROPERTIES
+    LABELS web TIMEOUT 600 SKIP_RETURN_CODE 77)
+  set_tests_properties(web-live prometheus-scrape PROPERTIES ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
 endif()
 
 # What simulated routers send, read by an independent dissector; and random networks that must agree.

@@ -74,7 +74,7 @@ class PrometheusTest(unittest.TestCase):
             with self.subTest(where=where):
                 self.assertTrue(names_in(query))
                 self.assertEqual(names_in(query) - set(series) - OTHERS, set())
-                scrape = {"job", "instance"}
+                scrape = {"job", "instance", "agent"}  # the last by pimbsr web
                 self.assertEqual({(name, label) for name, label in matchers_in(query)
                                   if name in series and label not in series[name] | scrape}, set())
 
