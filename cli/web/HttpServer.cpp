@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdarg>
 #include <cstring>
 #include <map>
@@ -31,6 +32,17 @@ struct HttpServer::Callbacks {
     *state = nullptr;
     if (exchange) static_cast<HttpServer*>(server)->complete(*exchange);
   }
+  static MHD_Result accept(void* server, sockaddr const* client, socklen_t) {
+    return static_cast<HttpServer*>(server)->connections_.isWelcome(client) ? MHD_YES : MHD_NO;
+  }
+  static void notify(void* server, MHD_Connection* connection, void**, MHD_ConnectionNotificationCode code) {
+    auto& that = *static_cast<HttpServer*>(server);
+    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+      that.open(connection);
+    } else {
+      that.connections_.remove(connection);
+    }
+  }
   static ssize_t read(void* exchange, std::uint64_t, char* bytes, std::size_t size) {
     auto& stream = *static_cast<HttpExchange*>(exchange);
     return stream.server_->readStream(stream, bytes, size);
@@ -44,13 +56,14 @@ struct HttpServer::Callbacks {
 HttpServer::HttpServer(agent::Loop& loop, int socket, HttpRouter& router, HttpLimits const& limits)
     : limits_(limits),
       router_(router),
+      connections_(limits.perAddress, limits.requestTime),
       timer_(loop, [this] { serve(); }),
       heartbeat_(loop, [this] { handleHeartbeat(); }) {
   daemon_ = MHD_start_daemon(
-      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, nullptr, nullptr, &Callbacks::handle,
-      this, MHD_OPTION_EXTERNAL_LOGGER, &Callbacks::log, nullptr, MHD_OPTION_LISTEN_SOCKET, socket,
-      MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::complete, this, MHD_OPTION_CONNECTION_LIMIT,
-      limits.connections, MHD_OPTION_PER_IP_CONNECTION_LIMIT, limits.addressConnections,
+      MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME | MHD_USE_ERROR_LOG, 0, &Callbacks::accept, this,
+      &Callbacks::handle, this, MHD_OPTION_EXTERNAL_LOGGER, &Callbacks::log, nullptr,
+      MHD_OPTION_LISTEN_SOCKET, socket, MHD_OPTION_NOTIFY_COMPLETED, &Callbacks::complete, this,
+      MHD_OPTION_NOTIFY_CONNECTION, &Callbacks::notify, this, MHD_OPTION_CONNECTION_LIMIT, limits.connections,
       MHD_OPTION_CONNECTION_TIMEOUT, limits.idleTime, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
       limits.requestMemory, MHD_OPTION_STRICT_FOR_CLIENT, 1, MHD_OPTION_END);
   if (daemon_ == nullptr) throw std::system_error(errno, std::generic_category(), "HTTP server");
@@ -77,20 +90,32 @@ HttpServer::~HttpServer() {
 }
 
 void HttpServer::serve() {
+  connections_.shutDownLate(clock_.now());
   MHD_run(daemon_);
-  armTimer();
+  armTimer(std::exchange(peak_, connections_.size()) >= limits_.connections);
 }
 
 void HttpServer::serveSoon() { timer_.startIn(0); }
 
-/// The library closes idle connections, and may have more to do at once.
-void HttpServer::armTimer() {
+/// The library closes idle connections, and may have more to do at once. At its limit it stops to listen, and
+/// begins again in a run of its own, which no event of its sockets announces.
+void HttpServer::armTimer(bool wasFull) {
+  static constexpr double checkTime = 1;  // seconds; of late requests, and of a limit that is still reached
   MHD_UNSIGNED_LONG_LONG milliseconds = 0;
-  if (MHD_get_timeout(daemon_, &milliseconds) == MHD_YES) {
-    timer_.startIn(static_cast<double>(milliseconds) / 1000);
+  double wait = HUGE_VAL;
+  if (MHD_get_timeout(daemon_, &milliseconds) == MHD_YES) wait = static_cast<double>(milliseconds) / 1000;
+  if (wasFull || connections_.expected() > 0) wait = std::min(wait, checkTime);
+  if (wasFull && connections_.size() < limits_.connections) wait = 0;
+  if (wait < HUGE_VAL) {
+    timer_.startIn(wait);
   } else {
     timer_.stop();
   }
+}
+
+void HttpServer::open(MHD_Connection* connection) {
+  connections_.add(connection, clock_.now());
+  peak_ = std::max(peak_, connections_.size());
 }
 
 void HttpServer::suspend(HttpExchange& exchange) {
@@ -139,6 +164,13 @@ static std::string clientOf(MHD_Connection* connection) {
   return {reinterpret_cast<char const*>(&four), sizeof four};
 }
 
+/// A body is rejected with the headers, so that nothing waits for it.
+static bool hasBody(MHD_Connection* connection) {
+  std::string length = headerOf(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
+  return (!length.empty() && length != "0") ||
+         !headerOf(connection, MHD_HTTP_HEADER_TRANSFER_ENCODING).empty();
+}
+
 /// A response to a request that is not to be routed; status 0 for one that is.
 HttpResponse HttpServer::checked(MHD_Connection* connection, std::string const& method) const {
   if (!router_.hasHost(headerOf(connection, MHD_HTTP_HEADER_HOST)))
@@ -146,6 +178,7 @@ HttpResponse HttpServer::checked(MHD_Connection* connection, std::string const& 
   if (!router_.isAllowed(tokenOf(connection)))
     return textResponse(MHD_HTTP_UNAUTHORIZED, "a token is needed, as password of any user or as bearer");
   if (method != MHD_HTTP_METHOD_GET) return textResponse(MHD_HTTP_METHOD_NOT_ALLOWED, "GET alone is served");
+  if (hasBody(connection)) return textResponse(MHD_HTTP_BAD_REQUEST, "a GET has no body here");
   return {.status = 0};
 }
 
@@ -157,6 +190,7 @@ int HttpServer::handle(MHD_Connection* connection, char const* path, char const*
     exchange->client_ = clientOf(connection);
     *state = new Exchange(exchange);
     exchanges_.insert(exchange);
+    connections_.receivedRequest(connection);
     HttpResponse rejection = checked(connection, method);
     if (rejection.status == 0) return MHD_YES;
     exchange->isRouted_ = true;
@@ -193,7 +227,7 @@ int HttpServer::queue(HttpExchange& exchange) {
 }
 
 void HttpServer::complete(Exchange const& exchange) {
-  exchange->connection_ = nullptr;
+  connections_.expectRequest(std::exchange(exchange->connection_, nullptr), clock_.now());
   if (exchange->response_.body) bodies_ -= exchange->response_.body->size();
   bool wasStream = streams_.erase(exchange.get()) != 0;
   exchanges_.erase(exchange);
@@ -304,9 +338,11 @@ void HttpServer::publish(std::string const& event) {
   for (HttpExchange* stream : streams_) push(*stream, shared);
 }
 
-/// A comment, which the page ignores: a client that is gone does not take it.
+/// A comment, which the page ignores: a client that is gone does not take it. The run lets the library listen
+/// again where it had no descriptor left for a client.
 void HttpServer::handleHeartbeat() {
   publish(":\n\n");
+  serve();
   heartbeat_.startIn(limits_.heartbeat);
 }
 

@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "agent/base/Clock.h"
 #include "agent/base/Loop.h"
+#include "cli/web/HttpConnections.h"
 
 struct MHD_Connection;
 struct MHD_Daemon;
@@ -30,8 +32,9 @@ HttpResponse textResponse(unsigned status, std::string text);
 /// with the most gives way to one of a client with two fewer at least.
 struct HttpLimits {
   unsigned connections = 256;              ///< at a time; further ones wait in the kernel
-  unsigned addressConnections = 128;       ///< from one address at a time; further ones are closed
   unsigned idleTime = 15;                  ///< seconds without progress until a connection ends
+  double requestTime = 10;                 ///< seconds for the headers of a request, however they arrive
+  std::size_t perAddress = 32;             ///< connections of one client address that is not loopback
   std::size_t requestMemory = 16 * 1024;   ///< of one connection: request line, headers and buffers
   std::size_t bodies = 64 * 1024 * 1024;   ///< bytes of responses that wait to be read
   std::size_t streams = 100;               ///< event streams at a time
@@ -110,7 +113,8 @@ class HttpServer {
 
   void serve();
   void serveSoon();
-  void armTimer();
+  /// `wasFull`: the connections were at their limit since the last run.
+  void armTimer(bool wasFull);
   void handleHeartbeat();
   void suspend(HttpExchange& exchange);
   void resume(HttpExchange& exchange);
@@ -120,6 +124,7 @@ class HttpServer {
   int queueStream(HttpExchange& exchange);
   long readStream(HttpExchange& exchange, char* bytes, std::size_t size);
   void complete(Exchange const& exchange);
+  void open(MHD_Connection* connection);
   void push(HttpExchange& exchange, std::shared_ptr<std::string const> const& event);
   bool makeRoomFor(std::string const& client);
   void endStream(HttpExchange& exchange);
@@ -127,6 +132,9 @@ class HttpServer {
   HttpLimits const limits_;
   HttpRouter& router_;
   MHD_Daemon* daemon_ = nullptr;
+  agent::Clock const clock_;
+  HttpConnections connections_;
+  std::size_t peak_ = 0;  ///< of the connections since the last run
   std::unique_ptr<agent::LoopReader> reader_;
   agent::LoopTimer timer_;      ///< of the connections
   agent::LoopTimer heartbeat_;  ///< of the streams
