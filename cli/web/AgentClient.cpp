@@ -18,6 +18,8 @@ namespace pimbsr::cli {
 /// Of an answer; the RP sets of a large domain take some megabytes.
 static constexpr std::size_t maxLine = 64 * 1024 * 1024;
 
+static constexpr char const* late = "it did not answer in time";
+
 // A connection ----------------------------------------------------------------------------------------
 
 AgentConnection::AgentConnection(agent::Loop& loop, std::string const& path, std::string const& request,
@@ -26,8 +28,7 @@ AgentConnection::AgentConnection(agent::Loop& loop, std::string const& path, std
       lines_(maxLine),
       take_(std::move(take)),
       end_(std::move(whenOver)),
-      seconds_(seconds),
-      timer_(loop, [this] { this->end(failure_.empty() ? "it did not answer in time" : failure_); }) {
+      timer_(loop, [this] { this->end(failure_.empty() ? late : failure_); }) {
   std::string const line = request + '\n';
   if (!socket_) {
     failure_ = std::strerror(errno);
@@ -45,7 +46,6 @@ void AgentConnection::read() {
   ssize_t count = recv(socket_.get(), chunk.data(), chunk.size(), 0);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count <= 0) return end("it ended the connection");
-  if (timer_.isRunning()) timer_.startIn(seconds_);
   lines_.add({chunk.data(), static_cast<std::size_t>(count)});
   try {
     if (!lines_.isReady()) return;
@@ -83,16 +83,38 @@ static AgentAnswer answerOf(std::string const& line) {
   }
 }
 
-void AgentClient::ask(std::string const& request, Done done) {
+void AgentClient::ask(std::string const& request, Done done) { add(request, std::move(done), false); }
+
+void AgentClient::askMetrics(Done done) { add(R"({"command":"metrics"})", std::move(done), true); }
+
+void AgentClient::add(std::string const& request, Done done, bool isMetrics) {
   auto known = queries_.find(request);
   if (known != queries_.end()) {
     known->second.waiting.push_back(std::move(done));
     return;
   }
-  if (next_.size() >= maxWaiting) return done({.error = "too many requests wait for it"});
-  queries_[request].waiting.push_back(std::move(done));
+  if (clock_.now() < hangsUntil_) return done({.error = late});
+  if (!isMetrics && next_.size() >= maxWaiting) return done({.error = "too many requests wait for it"});
+  Query& query = queries_[request];
+  query.waiting.push_back(std::move(done));
+  query.asked = clock_.now();
+  query.isMetrics = isMetrics;
+  query.timer = std::make_unique<agent::LoopTimer>(loop_, [this, request] { expire(request); });
+  query.timer->startIn(patience);
+  if (isMetrics) return start(request);
   next_.push_back(request);
   startNext();
+}
+
+void AgentClient::start(std::string const& request) {
+  auto take = [this, request, isAnswered = false](std::string const& line) mutable {
+    if (std::exchange(isAnswered, true)) return;
+    answered_ = clock_.now();
+    finish(request, answerOf(line));
+  };
+  auto end = [this, request](std::string const& why) { finish(request, {.error = why}); };
+  queries_.at(request).connection =
+      std::make_unique<AgentConnection>(loop_, agent_.path, request, 0, take, end);
 }
 
 void AgentClient::startNext() {
@@ -100,22 +122,37 @@ void AgentClient::startNext() {
     std::string request = std::move(next_.front());
     next_.pop_front();
     ++active_;
-    auto take = [this, request, isAnswered = false](std::string const& line) mutable {
-      if (!std::exchange(isAnswered, true)) finish(request, answerOf(line));
-    };
-    auto end = [this, request](std::string const& why) { finish(request, {.error = why}); };
-    queries_.at(request).connection =
-        std::make_unique<AgentConnection>(loop_, agent_.path, request, patience, take, end);
+    start(request);
   }
 }
 
+/// `request` may be a part of a handler that is destroyed with the query.
 void AgentClient::finish(std::string const& request, AgentAnswer const& answer) {
   auto found = queries_.find(request);
-  Query query = std::move(found->second);
+  Query const query = std::move(found->second);
+  if (query.connection == nullptr) {
+    std::erase(next_, request);
+  } else if (!query.isMetrics) {
+    --active_;
+  }
   queries_.erase(found);
-  --active_;
   for (Done const& done : query.waiting) done(answer);
   startNext();
+}
+
+void AgentClient::expire(std::string const& request) {
+  bool isAlive = answered_ > queries_.at(request).asked;
+  if (isAlive) return finish(request, {.error = late});
+  failAll();
+}
+
+void AgentClient::failAll() {
+  hangsUntil_ = clock_.now() + retryTime;
+  next_.clear();
+  active_ = 0;
+  std::map<std::string, Query> queries = std::exchange(queries_, {});
+  for (auto const& [request, query] : queries)
+    for (Done const& done : query.waiting) done({.error = late});
 }
 
 // Watching --------------------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/base/Clock.h"
 #include "agent/base/FileDescriptor.h"
 #include "agent/base/Loop.h"
 #include "agent/control/ControlProtocol.h"
@@ -25,7 +26,7 @@ class AgentConnection {
   using End = std::function<void(std::string const& why)>;
 
   /// Connects and sends the request, without a newline. Both handlers are called later, in turns of the loop,
-  /// and may destroy this object. Without a whole line for `seconds`, it ends; 0 is no limit.
+  /// and may destroy this object. Without a line after `seconds`, it ends; 0 is no limit.
   AgentConnection(agent::Loop& loop, std::string const& path, std::string const& request, double seconds,
                   TakeLine take, End whenOver);
   /// From now on, waits for the next line for as long as it takes.
@@ -39,7 +40,6 @@ class AgentConnection {
   agent::LineBuffer lines_;
   TakeLine take_;
   End end_;
-  double seconds_;
   std::string failure_;  ///< why it could not connect
   agent::LoopTimer timer_;
   std::unique_ptr<agent::LoopReader> reader_;  ///< closed before its socket
@@ -54,14 +54,16 @@ struct AgentAnswer {
 
 /// Asks one agent over its control socket, without ever waiting for it.
 ///
-/// Equal requests that wait at the same time are asked once, and two connections at most are open, so that
-/// many clients cost the agent what a few do. A request has an answer or an error after `patience` seconds at
-/// most in each of the turns ahead of it.
+/// Equal requests that wait at the same time are asked once, and few connections are open, so that many
+/// clients cost the agent what a few do. A request has an answer or an error `patience` seconds after it was
+/// asked at most. If the agent answered nothing in that time, all that wait fail too, and others at once
+/// until `retryTime` is over: an agent that hangs delays a client once and not in each of its requests.
 class AgentClient {
  public:
   using Done = std::function<void(AgentAnswer const&)>;
   static constexpr double patience = 5;          ///< seconds
-  static constexpr std::size_t maxActive = 2;    ///< connections at a time
+  static constexpr double retryTime = 5;         ///< seconds
+  static constexpr std::size_t maxActive = 2;    ///< connections at a time, and one for metrics
   static constexpr std::size_t maxWaiting = 64;  ///< different requests that wait for a connection
 
   AgentClient(agent::Loop& loop, NamedSocket agent) : loop_(loop), agent_(std::move(agent)) {}
@@ -70,16 +72,25 @@ class AgentClient {
 
   std::string const& name() const { return agent_.name; }
   std::string const& path() const { return agent_.path; }
-  /// Calls `done` in a later turn of the loop, or at once where too many requests wait.
+  /// Calls `done` in a later turn of the loop, or at once where too many requests wait or the agent hangs.
   void ask(std::string const& request, Done done);
+  /// The same for its metrics, which wait for no other request.
+  void askMetrics(Done done);
 
  private:
   struct Query {
     std::vector<Done> waiting;
     std::unique_ptr<AgentConnection> connection;  ///< null while it waits for its turn
+    std::unique_ptr<agent::LoopTimer> timer;
+    double asked = 0;
+    bool isMetrics = false;  ///< needs none of maxActive
   };
 
+  void add(std::string const& request, Done done, bool isMetrics);
+  void start(std::string const& request);
   void startNext();
+  void expire(std::string const& request);
+  void failAll();
   void finish(std::string const& request, AgentAnswer const& answer);
 
   agent::Loop& loop_;
@@ -87,6 +98,9 @@ class AgentClient {
   std::map<std::string, Query> queries_;  ///< by request
   std::deque<std::string> next_;
   std::size_t active_ = 0;
+  agent::Clock const clock_;
+  double answered_ = 0;    ///< when it last answered
+  double hangsUntil_ = 0;  ///< no request is sent before
 };
 
 /// Follows the changes of one agent while it is wanted, and connects again when the agent is back.

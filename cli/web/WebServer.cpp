@@ -19,7 +19,8 @@ namespace pimbsr::cli {
 
 using Json = nlohmann::ordered_json;
 
-static constexpr char const* metricsRequest = R"({"command":"metrics"})";
+static constexpr char const* metricsRequest = "metrics";  // among the requests of a gathering
+static constexpr double gatherTime = 3;  // seconds for all agents; a scrape has 10 s by default
 static constexpr char const* jsonType = "application/json";
 static constexpr char const* metricsType = "text/plain; version=0.0.4; charset=utf-8";
 
@@ -132,7 +133,7 @@ void WebServer::serveMetrics(Exchange const& exchange) {
 void WebServer::serveMetricsOf(Exchange const& exchange, std::string const& name) {
   Upstream* upstream = find(name);
   if (upstream == nullptr) return exchange->respond(textResponse(404, "there is no agent of this name"));
-  upstream->client->ask(metricsRequest, [exchange](AgentAnswer const& answer) {
+  upstream->client->askMetrics([exchange](AgentAnswer const& answer) {
     std::optional<std::string> text = textOf(answer);
     exchange->respond(text ? made(metricsType, *text) : textResponse(503, "no answer: " + answer.error));
   });
@@ -162,22 +163,43 @@ void WebServer::serveView(Exchange const& exchange, std::string const& name, std
   });
 }
 
-/// Asks each agent each request, and calls `done` with the answers by agent and request once all are there.
-void WebServer::askAll(std::vector<std::string> const& requests,
-                       std::function<void(std::map<std::string, Results> const&)> done) {
-  struct Gathered {
-    std::map<std::string, Results> results;
-    std::size_t missing;
-  };
-  auto gathered = std::make_shared<Gathered>();
-  gathered->missing = upstreams_.size() * requests.size();
+void WebServer::Gathering::add(std::string const& agent, std::string const& request,
+                               AgentAnswer const& answer) {
+  if (!done) return;
+  results[agent][request] = answer;
+  if (--missing == 0) finish();
+}
+
+void WebServer::Gathering::finish() {
+  timer.reset();
+  Done const whenDone = std::exchange(done, nullptr);
+  whenDone(results);
+}
+
+/// Asks each agent each request, and calls `done` with the answers by agent and request once all are there,
+/// or with errors for those that are not after the time for all.
+void WebServer::askAll(std::vector<std::string> const& requests, Gathering::Done done) {
+  auto gathering = std::make_shared<Gathering>();
+  gathering->done = std::move(done);
+  gathering->missing = upstreams_.size() * requests.size();
+  std::weak_ptr<Gathering> weak = gathering;  // the questions own it
+  gathering->timer = std::make_unique<agent::LoopTimer>(loop_, [weak] {
+    if (auto waiting = weak.lock()) waiting->finish();
+  });
+  gathering->timer->startIn(gatherTime);
+  for (Upstream const& upstream : upstreams_)
+    for (std::string const& request : requests)
+      gathering->results[upstream.client->name()][request] = {.error = "it did not answer in time"};
   for (Upstream const& upstream : upstreams_) {
     for (std::string const& request : requests) {
-      upstream.client->ask(
-          request, [gathered, request, done, name = upstream.client->name()](AgentAnswer const& answer) {
-            gathered->results[name][request] = answer;
-            if (--gathered->missing == 0) done(gathered->results);
-          });
+      auto take = [gathering, request, name = upstream.client->name()](AgentAnswer const& answer) {
+        gathering->add(name, request, answer);
+      };
+      if (request == metricsRequest) {
+        upstream.client->askMetrics(take);
+      } else {
+        upstream.client->ask(request, take);
+      }
     }
   }
 }

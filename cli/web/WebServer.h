@@ -35,6 +35,18 @@ class WebServer final : private HttpRouter, private AgentWatch::Listener {
     std::unique_ptr<AgentWatch> watch;
   };
   using Results = std::map<std::string, AgentAnswer>;
+  /// The answers of all agents to some requests.
+  struct Gathering {
+    using Done = std::function<void(std::map<std::string, Results> const&)>;
+
+    std::map<std::string, Results> results;  ///< by agent and request
+    std::size_t missing = 0;
+    Done done;  ///< null once it was called
+    std::unique_ptr<agent::LoopTimer> timer;
+
+    void add(std::string const& agent, std::string const& request, AgentAnswer const& answer);
+    void finish();
+  };
 
   bool hasHost(std::string const& host) const override;
   bool isAllowed(std::string const& token) const override;
@@ -49,8 +61,7 @@ class WebServer final : private HttpRouter, private AgentWatch::Listener {
   void serveView(Exchange const& exchange, std::string const& name, std::string const& what);
   void serveComparison(Exchange const& exchange);
   void serveStream(Exchange const& exchange);
-  void askAll(std::vector<std::string> const& requests,
-              std::function<void(std::map<std::string, Results> const&)> done);
+  void askAll(std::vector<std::string> const& requests, Gathering::Done done);
   Upstream* find(std::string const& name);
   void restartIdle();
 

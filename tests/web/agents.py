@@ -5,6 +5,7 @@ import os
 import pathlib
 import socket
 import threading
+import time
 
 GLOBAL = "224.0.0.0/4"
 
@@ -33,6 +34,7 @@ class FakeAgent:
                      "pimbsr_uptime_seconds 7\n# HELP pimbsr_neighbors Neighbors.\n"
                      '# TYPE pimbsr_neighbors gauge\npimbsr_neighbors{interface="eth0"} 2\n')
         self.asked, self.watchers, self.clients, self.listener = [], [], [], None
+        self.slow = set()  # views that are not answered while they are in it
         self.delay = threading.Event()
         self.delay.set()
         self.start()
@@ -69,6 +71,8 @@ class FakeAgent:
                 for line in lines:
                     self.asked.append(line)
                     self.delay.wait(20)
+                    while json.loads(line).get("what") in self.slow:
+                        time.sleep(0.02)
                     client.sendall(self.answer(json.loads(line)) + b"\n")
                     if json.loads(line)["command"] == "watch":
                         self.watchers.append(client)

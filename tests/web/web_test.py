@@ -204,6 +204,43 @@ class WebTest(unittest.TestCase):
             self.assertLess(time.monotonic() - start, 2)
             self.assertEqual(hung.result(), 503)
 
+    def timed(self, path):
+        start = time.monotonic()
+        status, body, _ = self.get(path)
+        return time.monotonic() - start, status, body
+
+    def test_views_of_an_agent_that_hangs_delay_no_metrics(self):
+        self.serve()
+        self.agents[0].delay.clear()
+        with concurrent.futures.ThreadPoolExecutor(20) as pool:
+            views = [pool.submit(self.timed, f"/api/r1/{view}") for view in self.agents[0].answers]
+            time.sleep(0.5)
+            for path in ("/metrics", "/api/compare", "/metrics"):
+                seconds, status, body = self.timed(path)
+                self.assertLess(seconds, 4, path)
+                self.assertEqual(status, 200)
+                self.assertTrue('pimbsr_up{agent="r1"} 0' in body or '"silent":[{"router":"r1"' in body, body)
+                self.assertTrue('pimbsr_up{agent="r2"} 1' in body or '"agree":' in body, body)
+            for seconds, status, body in (view.result() for view in views):
+                self.assertEqual(status, 503)
+                self.assertIn("in time", body)
+                self.assertLess(seconds, 6.5)
+        # It is known to hang now, and is asked again after some seconds.
+        self.assertLess(self.timed("/api/r1/bsr")[0], 1)
+        self.agents[0].delay.set()
+        wait_until(lambda: self.status("/api/r1/bsr") == 200)
+
+    def test_metrics_wait_for_no_view(self):
+        self.serve()
+        self.agents[0].slow = {"bsr", "rp-set", "neighbors", "interfaces"}
+        with concurrent.futures.ThreadPoolExecutor(20) as pool:
+            views = [pool.submit(self.status, f"/api/r1/{view}") for view in sorted(self.agents[0].slow)]
+            wait_until(lambda: self.agents[0].asked)
+            self.assertEqual(self.timed("/metrics?agent=r1")[1], 200)
+            self.assertFalse(any(view.done() for view in views))
+            self.agents[0].slow = set()
+            self.assertEqual({view.result() for view in views}, {200})
+
     # Requests that are not served ------------------------------------------------------------------------
 
     def test_methods_but_get_are_rejected(self):
