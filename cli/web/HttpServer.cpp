@@ -14,6 +14,8 @@
 #include <system_error>
 #include <utility>
 
+#include "cli/web/HostName.h"
+
 namespace pimbsr::cli {
 
 HttpResponse textResponse(unsigned status, std::string text) {
@@ -173,7 +175,9 @@ static bool hasBody(MHD_Connection* connection) {
 
 /// A response to a request that is not to be routed; status 0 for one that is.
 HttpResponse HttpServer::checked(MHD_Connection* connection, std::string const& method) const {
-  if (!router_.hasHost(headerOf(connection, MHD_HTTP_HEADER_HOST)))
+  auto const* socket = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+  std::string const host = nameOfHost(headerOf(connection, MHD_HTTP_HEADER_HOST));
+  if (!router_.hasHost(host, localAddress(socket->connect_fd)))
     return textResponse(MHD_HTTP_MISDIRECTED_REQUEST, "the header Host names another server; see --host");
   if (!router_.isAllowed(tokenOf(connection)))
     return textResponse(MHD_HTTP_UNAUTHORIZED, "a token is needed, as password of any user or as bearer");

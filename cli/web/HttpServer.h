@@ -83,8 +83,10 @@ using Exchange = std::shared_ptr<HttpExchange>;
 class HttpRouter {
  public:
   virtual ~HttpRouter() = default;
-  /// Whether this server has the name that the header Host gives.
-  virtual bool hasHost(std::string const& host) const = 0;
+  /// Whether a name of the header Host is one of this server's: in lower case, without a port, an address of
+  /// IPv6 with its brackets. `local` is the address of the connection's own end in the same form; empty for a
+  /// Unix socket.
+  virtual bool hasHost(std::string const& name, std::string const& local) const = 0;
   /// Whether a password, or bearer token, grants access; called with an empty one where there is none.
   virtual bool isAllowed(std::string const& token) const = 0;
   /// A GET; the answer may come later.

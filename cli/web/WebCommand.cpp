@@ -12,6 +12,7 @@
 #include "agent/base/Loop.h"
 #include "agent/config/Settings.h"
 #include "agent/process/Privileges.h"
+#include "cli/web/HostName.h"
 #include "cli/web/WebServer.h"
 #include "cli/web/WebSocket.h"
 
@@ -52,8 +53,9 @@ static WebSocket socketOf(WebOptions const& options) {
 }
 
 static WebSettings settingsOf(WebOptions const& options, WebSocket const& socket) {
-  WebSettings settings{.agents = agentsOf(options), .hosts = socket.hosts()};
-  settings.hosts.insert(options.hosts.begin(), options.hosts.end());
+  // A tunnel leads from localhost on another system to any address of this one.
+  WebSettings settings{.agents = agentsOf(options), .hosts = {"localhost", "127.0.0.1", "[::1]"}};
+  for (std::string const& host : options.hosts) settings.hosts.insert(nameOfHost(host));
   settings.metricsOnly = options.metricsOnly;
   settings.idleExit = options.idleExit;
   if (!options.tokenFile.empty()) settings.token = readToken(options.tokenFile);
@@ -133,8 +135,8 @@ CLI::App& addWeb(CLI::App& app, WebOptions& options) {
                   "A file with the token that clients must have, of 16 characters at least")
       ->type_name("FILE");
   addMany("--host", options.hosts, "NAME",
-          "A further value of the header Host that names this server, as a proxy passes it on;\n"
-          "may be repeated");
+          "A further name of this server in the header Host, with any port, such as that of a\n"
+          "proxy; may be repeated (always: localhost, and the address that was reached)");
   command.add_flag("--metrics-only", options.metricsOnly, "Serve /metrics and nothing else");
   command
       .add_option("--idle-exit", options.idleExit,

@@ -75,7 +75,10 @@ void WebServer::restartIdle() {
 
 // Requests --------------------------------------------------------------------------------------------
 
-bool WebServer::hasHost(std::string const& host) const { return settings_.hosts.contains(host); }
+/// The address that a client has reached can't be a name that another's DNS has rebound to it.
+bool WebServer::hasHost(std::string const& name, std::string const& local) const {
+  return settings_.hosts.contains(name) || (!name.empty() && name == local);
+}
 
 /// Takes as long for any text of the same length, so that the time shows nothing of the token.
 bool WebServer::isAllowed(std::string const& token) const {

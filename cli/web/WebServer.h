@@ -15,7 +15,7 @@ namespace pimbsr::cli {
 /// What a web server serves, and to whom.
 struct WebSettings {
   std::vector<NamedSocket> agents;
-  std::set<std::string> hosts;  ///< values of the header Host that are this server's
+  std::set<std::string> hosts;  ///< names of this server in the header Host, as nameOfHost() has them
   std::string token;            ///< empty for none
   bool metricsOnly = false;
   double idleExit = 0;  ///< seconds without a request after which the loop is stopped; 0 for never
@@ -48,7 +48,7 @@ class WebServer final : private HttpRouter, private AgentWatch::Listener {
     void finish();
   };
 
-  bool hasHost(std::string const& host) const override;
+  bool hasHost(std::string const& name, std::string const& local) const override;
   bool isAllowed(std::string const& token) const override;
   void route(Exchange const& exchange) override;
   void onAgent(std::string const& name, bool isUp) override;

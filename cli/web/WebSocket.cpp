@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "cli/base/Errors.h"
+#include "cli/web/HostName.h"
 
 namespace pimbsr::cli {
 
@@ -109,15 +110,13 @@ void WebSocket::readName() {
   socklen_t size = sizeof name;
   if (getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&name), &size) != 0)
     throw failure("the address of the socket");
-  char text[INET6_ADDRSTRLEN] = "";
+  address_ = urlAddress(reinterpret_cast<sockaddr*>(&name));
   if (name.ss_family == AF_INET) {
     auto const& four = reinterpret_cast<sockaddr_in const&>(name);
-    address_ = inet_ntop(AF_INET, &four.sin_addr, text, sizeof text);
     port_ = ntohs(four.sin_port);
     isLocal_ = (ntohl(four.sin_addr.s_addr) >> 24) == 127;
   } else if (name.ss_family == AF_INET6) {
     auto const& six = reinterpret_cast<sockaddr_in6 const&>(name);
-    address_ = fmt::format("[{}]", inet_ntop(AF_INET6, &six.sin6_addr, text, sizeof text));
     port_ = ntohs(six.sin6_port);
     isLocal_ = IN6_IS_ADDR_LOOPBACK(&six.sin6_addr);
   } else {
@@ -128,16 +127,6 @@ void WebSocket::readName() {
 
 std::string WebSocket::place() const {
   return isUnix_ ? address_ : fmt::format("http://{}:{}/", address_, port_);
-}
-
-std::set<std::string> WebSocket::hosts() const {
-  std::set<std::string> hosts = {"localhost"};
-  if (isUnix_) return hosts;
-  for (std::string const& name : {std::string("localhost"), std::string("127.0.0.1"), address_}) {
-    if (!isLocal_ && name != address_) continue;
-    hosts.insert({name, fmt::format("{}:{}", name, port_)});
-  }
-  return hosts;
 }
 
 }  // namespace pimbsr::cli

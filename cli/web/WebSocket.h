@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <set>
 #include <string>
 
 #include "agent/base/FileDescriptor.h"
@@ -25,8 +24,6 @@ class WebSocket {
   bool isLocal() const { return isLocal_; }
   /// Where it listens, as "http://127.0.0.1:9743/" or "unix:/run/pimbsr/web.sock".
   std::string place() const;
-  /// The values of the header Host that name it, without those of options.
-  std::set<std::string> hosts() const;
 
  private:
   WebSocket() = default;

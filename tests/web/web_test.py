@@ -253,8 +253,23 @@ class WebTest(unittest.TestCase):
     def test_other_hosts_are_rejected(self):
         self.serve("--host", "bsr.example")
         for host, status in (("localhost", 200), (f"127.0.0.1:{self.port}", 200), ("bsr.example", 200),
-                             ("evil.example", 421), (f"localhost:{self.port + 1}", 421), ("", 400)):
+                             ("LOCALHOST", 200), ("[::1]:8080", 200), ("BSR.example:443", 200),
+                             (f"localhost:{self.port + 1}", 200), ("evil.example", 421),
+                             ("evil.example:localhost", 421), ("localhost:evil", 421), ("10.0.0.1", 421),
+                             ("localhost.evil.example", 421), ("[::1", 421), (":", 421), ("", 400)):
             self.assertEqual(self.status("/api", host=host), status, host)
+
+    def test_reached_address_is_a_host_of_a_wildcard(self):
+        token = self.folder / "token"
+        token.write_text("0123456789abcdef\n")
+        token.chmod(0o600)
+        self.serve("--token-file", token, listen="0.0.0.0:0")
+        for address in ("127.0.0.1", "127.0.0.7"):
+            for host, status in ((f"{address}:{self.port}", 200), ("127.0.0.9", 421), ("0.0.0.0", 421)):
+                with socket.create_connection((address, self.port), timeout=10) as client:
+                    client.sendall(f"GET /api HTTP/1.0\r\nHost: {host}\r\n"
+                                   "Authorization: Bearer 0123456789abcdef\r\n\r\n".encode())
+                    self.assertEqual(int(client.makefile("rb").readline().split()[1]), status, host)
 
     def test_garbage_ends_nothing(self):
         self.serve()
@@ -405,7 +420,7 @@ class WebTest(unittest.TestCase):
         token = self.folder / "token"
         token.write_text("0123456789abcdef\n")
         token.chmod(0o640)
-        self.serve("--token-file", token, "--host", "localhost", listen="0.0.0.0:0")
+        self.serve("--token-file", token, listen="0.0.0.0:0")
         self.assertEqual(self.status("/api"), 401)
         basic = base64.b64encode(b"anyone:0123456789abcdef").decode()
         for value, status in (("Bearer 0123456789abcdef", 200), (f"Basic {basic}", 200),
@@ -431,7 +446,7 @@ class WebTest(unittest.TestCase):
         self.assertEqual(path.stat().st_mode & 0o777, 0o660)
         with socket.socket(socket.AF_UNIX) as client:
             client.connect(str(path))
-            client.sendall(b"GET /api HTTP/1.0\r\nHost: localhost\r\n\r\n")
+            client.sendall(b"GET /api HTTP/1.0\r\nHost: localhost:8080\r\n\r\n")  # of 'ssh -L 8080:PATH'
             self.assertIn(b'"agents":["r1","r2"]', client.makefile("rb").read())
         self.end_and_expect("")
         self.assertFalse(path.exists())
