@@ -9,6 +9,7 @@
 #include "cli/base/Errors.h"
 #include "cli/page/Pack.h"
 #include "cli/page/PageText.h"
+#include "view/Json.h"
 #include "view/Replay.h"
 #include "view/Simulation.h"
 
@@ -63,14 +64,13 @@ bool isSavedDocument(std::string const& path) {
   return file >> first && first == '{';
 }
 
-/// Reads it as its view too, so that all members are there and of the right type.
+/// Reads it as its view, so that all members are there and of the right type, and no others, which could be
+/// nested deeper than a page can be written.
 template <class View>
 static Json savedDocument(std::string const& path, char const* command) {
   try {
     std::ifstream file(path, std::ios::binary);
-    Json document = Json::parse(file);
-    view::readView<View>(document);
-    return document;
+    return view::jsonOf(view::readView<View>(Json::parse(file)));
   } catch (nlohmann::json::exception const& error) {
     throw UsageError(fmt::format("{} is no document of {} --json: {}", path, command, error.what()));
   } catch (view::ReadError const& error) {
