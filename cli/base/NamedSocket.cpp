@@ -12,7 +12,7 @@ namespace pimbsr::cli {
 
 static constexpr std::size_t maxName = 64;
 
-static bool isName(std::string const& text) {
+bool isAgentName(std::string const& text) {
   static constexpr std::string_view allowed =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./";
   return !text.empty() && text.size() <= maxName && text.find_first_not_of(allowed) == text.npos;
@@ -25,7 +25,7 @@ NamedSocket parseNamedSocket(std::string const& text) {
     return {text, text};
   }
   NamedSocket named{text.substr(0, equals), text.substr(equals + 1)};
-  if (!isName(named.name) || named.path.empty())
+  if (!isAgentName(named.name) || named.path.empty())
     throw UsageError(
         fmt::format("'{}' is not NAME=SOCKET: a name has up to {} letters, digits, '-', '_', '.' and '/'",
                     text, maxName));

@@ -11,6 +11,9 @@ struct NamedSocket {
   std::string path;
 };
 
+/// Whether a text has the form of a name. A socket that was given without one has its path, which may be any.
+bool isAgentName(std::string const& text);
+
 /// Reads NAME=SOCKET, or SOCKET, which is its own name then. Throws UsageError for an empty part, or a name
 /// with other characters.
 NamedSocket parseNamedSocket(std::string const& text);

@@ -31,10 +31,16 @@ static std::string readToken(std::string const& path) {
   std::ifstream file(path);
   std::string token;
   std::getline(file, token);
+  if (token.ends_with('\r')) token.pop_back();
   if (token.size() < minToken)
     throw UsageError(
         fmt::format("--token-file: the first line of {} has less than {} characters", path, minToken));
   return token;
+}
+
+/// Browsers take "." and ".." out of a path.
+static bool isPathPart(std::string const& name) {
+  return isAgentName(name) && name.find('/') == name.npos && name != "." && name != "..";
 }
 
 /// An agent's name is a part of paths here.
@@ -42,7 +48,7 @@ static std::vector<NamedSocket> agentsOf(WebOptions const& options) {
   if (options.agents.empty()) return {{"local", agent::Settings().readOnlySocket}};
   std::vector<NamedSocket> agents = parseNamedSockets(options.agents);
   for (NamedSocket const& agent : agents)
-    if (agent.name.find('/') != std::string::npos || agent.name == "compare")
+    if (!isPathPart(agent.name) || agent.name == "compare")
       throw UsageError(fmt::format("--agent: '{}' is no name here; write NAME=SOCKET", agent.name));
   return agents;
 }

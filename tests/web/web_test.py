@@ -418,7 +418,7 @@ class WebTest(unittest.TestCase):
 
     def test_token_opens_the_server(self):
         token = self.folder / "token"
-        token.write_text("0123456789abcdef\n")
+        token.write_bytes(b"0123456789abcdef\r\n")  # of an editor of another system
         token.chmod(0o640)
         self.serve("--token-file", token, listen="0.0.0.0:0")
         self.assertEqual(self.status("/api"), 401)
@@ -469,6 +469,9 @@ class WebTest(unittest.TestCase):
         for options, text in ((["--listen", "here"], "neither ADDRESS:PORT"),
                               (["--listen", "127.0.0.1:70000"], "neither ADDRESS:PORT"),
                               (["--agent", "/run/x.sock"], "write NAME=SOCKET"),
+                              (["--agent", 'a"b'], "write NAME=SOCKET"),
+                              (["--agent", ".=/run/x.sock"], "is no name here"),
+                              (["--agent", "..=/run/x.sock"], "is no name here"),
                               (["--agent", "a=x", "--agent", "a=y"], "two agents are called"),
                               (["--token-file", "/nowhere"], "cannot read")):
             listen = [] if "--listen" in options else ["--listen", "127.0.0.1:0"]
