@@ -141,6 +141,20 @@ class PageTest(unittest.TestCase):
         self.browser.key("Enter")
         self.browser.until("document.body.dataset.router === 'r5'")
 
+    def test_set_of_many_rps_has_its_first_hundred(self):
+        lines = ["link l prefix 10.0.0.0/24", "router a loopback 172.16.0.1", "router b loopback 172.16.0.2",
+                 "interface a l 10.0.0.1", "interface b l 10.0.0.2", "candidate-bsr a global priority 10"]
+        lines += [f"candidate-rp b 239.{number >> 8}.{number & 255}.0/24" for number in range(600)]
+        scenario = self.path("ranges.sim")
+        scenario.write_text("\n".join([*lines, "run until 300", ""]))
+        self.open(self.page("sim", scenario), "#t=250&router=a")
+        panel = self.text("#panel")
+        self.assertIn("and 500 more RPs", panel)
+        self.assertIn("239.0.99.0/24", panel)
+        self.assertNotIn("239.0.100.0/24", panel)
+        self.assertEqual(self.browser.run("pimbsr.choices('a', '239.2.87.1', 250).map((rp) => rp.range)"),
+                         ["239.2.87.0/24"])
+
     # Saved documents, hostile names ----------------------------------------------------------------------
 
     def test_page_of_a_saved_document_is_the_same(self):

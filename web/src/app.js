@@ -7,7 +7,7 @@ import { element, fill } from "./dom.js";
 import { Graph } from "./graph.js";
 import { addKeys } from "./keys.js";
 import { crossingsOf } from "./layout.js";
-import { choicesOf, Lens } from "./lens.js";
+import { Lens, rangesAt } from "./lens.js";
 import { agentsOf, Live } from "./live.js";
 import { namesOf } from "./names.js";
 import { Panel } from "./panel.js";
@@ -239,7 +239,7 @@ function start(model) {
       return { ...app.state.values };
     },
     crossings: () => crossingsOf(app.graph.graph),
-    choices: (router, group, time) => choicesOf(app.routers.get(router), app.model, group, time),
+    choices: (router, group, time) => rangesAt(app.routers.get(router), app.model, time).choices(group),
     app,
   };
   return app;

@@ -1,7 +1,7 @@
 // What the colors show: the BSR that each router follows in a zone, or the RP that serves a group of a range.
 
 import { sampleGroup } from "./addresses.js";
-import { choicesAt, rpSpansOf, servingSpans } from "./rpset.js";
+import { hashMasksOf, RangeTable, rpSpansOf, servingSpans } from "./rpset.js";
 import { spanAt } from "./spans.js";
 
 const NO_SPANS = [];
@@ -90,7 +90,7 @@ export function rpSetOf(router, model) {
   return router.rpSpans;
 }
 
-/** The RPs of the range that serves a group at a router, the best first. */
-export function choicesOf(router, model, group, time) {
-  return choicesAt(rpSetOf(router, model), router.changes, group, time, model.end);
+/** The RPs of a router at a time, by range. */
+export function rangesAt(router, model, time) {
+  return new RangeTable(rpSetOf(router, model), hashMasksOf(router.changes), time, model.end);
 }

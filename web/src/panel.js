@@ -1,14 +1,15 @@
 // The panel: who is followed by how many routers at the cursor's time, and the selected router.
 
-import { GLOBAL_ZONE, sampleGroup } from "./addresses.js";
+import { comparePrefixes, GLOBAL_ZONE, sampleGroup } from "./addresses.js";
 import { timeText } from "./axis.js";
 import { badge, element, fill, table } from "./dom.js";
-import { choicesOf, rpSetOf } from "./lens.js";
+import { rangesAt } from "./lens.js";
 import { SHAPES } from "./names.js";
 import { sentenceOf } from "./sentences.js";
 import { countUntil, spanAt } from "./spans.js";
 
 const LAST_CHANGES = 12;
+const MAX_RPS = 100; // rows
 const MARKS = { simulation: "Statements", replay: "Capture", live: "Agents" };
 const NEIGHBORS = {
   replay: "sender of messages in the capture", live: "neighbor that is no agent of this page",
@@ -111,26 +112,33 @@ export class Panel {
   rpSetParts(router) {
     const heading = element("h3", {}, "RP set");
     if (!this.model.hasRpChanges) return [heading, this.finalRpSet(router)];
-    const live = rpSetOf(router, this.model).filter(
-      (span) => span.start <= this.time && (this.time < span.end || span.end === this.model.end));
-    if (live.length === 0) return [heading, element("p", {}, "no RPs")];
-    const serving = new Map();
-    for (const { range } of live) {
-      if (serving.has(range)) continue;
-      const best = choicesOf(router, this.model, sampleGroup(range), this.time)[0];
-      serving.set(range, best ? best.rp : "");
+    const shown = rangesAt(router, this.model, this.time);
+    if (shown.ranges.size === 0) return [heading, element("p", {}, "no RPs")];
+    const ranges = [...shown.ranges].sort(([a], [b]) => comparePrefixes(a, b));
+    const count = ranges.reduce((sum, [, spans]) => sum + spans.length, 0);
+    const rows = [];
+    for (const [range, spans] of ranges) {
+      if (rows.length >= MAX_RPS) break;
+      rows.push(...this.rangeRows(range, spans, shown));
     }
-    live.sort((a, b) => a.range.localeCompare(b.range) || a.priority - b.priority);
-    const rows = live.map((span) => {
+    const parts = [heading, table(["range", "RP", "priority", "holdtime", "serves"], rows.slice(0, MAX_RPS))];
+    if (count > MAX_RPS) parts.push(element("p", {}, `and ${count - MAX_RPS} more RPs`));
+    return parts;
+  }
+
+  /** A row for each RP of a range, with the group that it serves. */
+  rangeRows(range, spans, shown) {
+    const group = sampleGroup(range);
+    const best = shown.choices(group)[0];
+    return [...spans].sort((a, b) => a.priority - b.priority).map((span) => {
       const item = this.names.rps.get(span.rp);
-      const pick = { class: "link", click: () => this.actions.pickRange(span.zone, span.range) };
-      const zone = span.zone === span.range ? " scoped" : ` in ${span.zone}`;
+      const pick = { class: "link", click: () => this.actions.pickRange(span.zone, range) };
+      const zone = span.zone === range ? " scoped" : ` in ${span.zone}`;
       const scope = span.zone === GLOBAL_ZONE ? "" : zone;
-      return [element("span", {}, element("button", pick, span.range), scope),
+      return [element("span", {}, element("button", pick, range), scope),
         element("span", {}, badge(item), ` ${span.rp}`), span.priority, `${span.holdtime} s`,
-        serving.get(span.range) === span.rp ? sampleGroup(span.range) : ""];
+        best && best.range === range && best.rp === span.rp ? group : ""];
     });
-    return [heading, table(["range", "RP", "priority", "holdtime", "serves"], rows)];
   }
 
   finalRpSet(router) {

@@ -1,6 +1,7 @@
 // The RP set of one router in the course of time, and the RP that serves a group (RFC 7761 section 4.7).
 
 import { covers, numberOf, prefixOf } from "./addresses.js";
+import { countUntil } from "./spans.js";
 
 const ADDED = new Set(["rpAdded", "rpUpdated"]);
 const REMOVED = new Set(["rpRemoved", "rpExpired"]);
@@ -46,35 +47,59 @@ export function rpSpansOf(changes, end, upSpans) {
   return spans.sort((a, b) => a.start - b.start);
 }
 
-/** The last hash mask length that the BSR of a zone announced until a time; 30 if none did. */
-function hashMaskAt(changes, zone, time) {
-  let length = 30;
-  for (const change of changes) {
-    if (change.time > time) break;
-    if (change.zone === zone && BSR.has(change.event)) length = change.bsr.hashMaskLen;
+/** The hash mask lengths that the BSRs of each zone announced, as {time, length} in order of time. */
+export function hashMasksOf(changes) {
+  const masks = new Map();
+  for (const { event, zone, time, bsr } of changes) {
+    if (!BSR.has(event)) continue;
+    if (!masks.has(zone)) masks.set(zone, []);
+    masks.get(zone).push({ time, length: bsr.hashMaskLen });
   }
-  return length;
+  return masks;
+}
+
+/** The last length that the BSR of a zone announced until a time; 30 if none did. */
+function hashMaskAt(masks, zone, time) {
+  const announced = masks.get(zone) || [];
+  const count = countUntil(announced, time);
+  return count === 0 ? 30 : announced[count - 1].length;
 }
 
 function isBetter(a, b) {
   return a.priority - b.priority || b.hash - a.hash || b.number - a.number;
 }
 
-/** The RPs of the range that serves a group at a time, the best first; empty for none. */
-export function choicesAt(rpSpans, changes, group, time, end) {
-  const number = numberOf(group);
-  const live = rpSpans.filter(
-    (span) => span.start <= time && (time < span.end || (time === end && span.end === end)) &&
-      covers(prefixOf(span.range), number));
-  const length = Math.max(...live.map((span) => prefixOf(span.range).length));
-  return live
-    .filter((span) => prefixOf(span.range).length === length)
-    .map((span) => ({
+function keyOf(number, length) {
+  return `${length === 0 ? 0 : (number & (0xffffffff << (32 - length))) >>> 0}/${length}`;
+}
+
+/** The RPs of a router at one time by range, so that each range is read once for all groups. */
+export class RangeTable {
+  /** `rpSpans` and `masks` (of hashMasksOf) are those of the router, `end` is that of the run. */
+  constructor(rpSpans, masks, time, end) {
+    Object.assign(this, { time, masks, ranges: new Map() });
+    for (const span of rpSpans) {
+      const isLive = span.start <= time && (time < span.end || (time === end && span.end === end));
+      if (!isLive) continue;
+      if (!this.ranges.has(span.range)) this.ranges.set(span.range, []);
+      this.ranges.get(span.range).push(span);
+    }
+    const prefixes = [...this.ranges].map(([range, spans]) => [prefixOf(range), spans]);
+    this.byPrefix = new Map(prefixes.map(([prefix, spans]) => [keyOf(prefix.base, prefix.length), spans]));
+    this.lengths = [...new Set(prefixes.map(([prefix]) => prefix.length))].sort((a, b) => b - a);
+  }
+
+  /** The RPs of the longest range that has a group, the best first; empty for none. */
+  choices(group) {
+    const number = numberOf(group);
+    const length = this.lengths.find((one) => this.byPrefix.has(keyOf(number, one)));
+    if (length === undefined) return [];
+    return this.byPrefix.get(keyOf(number, length)).map((span) => ({
       ...span,
       number: numberOf(span.rp),
-      hash: rpHash(number, hashMaskAt(changes, span.zone, time), numberOf(span.rp)),
-    }))
-    .sort(isBetter);
+      hash: rpHash(number, hashMaskAt(this.masks, span.zone, this.time), numberOf(span.rp)),
+    })).sort(isBetter);
+  }
 }
 
 /** Spans {start, end, rp} of the RP that serves a group; a time without one has no span. */
@@ -83,10 +108,11 @@ export function servingSpans(rpSpans, changes, group, end) {
   const covering = rpSpans.filter((span) => covers(prefixOf(span.range), number));
   const times = new Set(covering.flatMap((span) => [span.start, span.end]));
   for (const change of changes) if (BSR.has(change.event)) times.add(change.time);
+  const masks = hashMasksOf(changes);
   const bounds = [...times].sort((a, b) => a - b);
   const spans = [];
   for (let i = 0; i + 1 < bounds.length; ++i) {
-    const best = choicesAt(covering, changes, group, bounds[i], end)[0];
+    const best = new RangeTable(covering, masks, bounds[i], end).choices(group)[0];
     if (!best) continue;
     const last = spans[spans.length - 1];
     if (last && last.rp === best.rp && last.end === bounds[i]) last.end = bounds[i + 1];
