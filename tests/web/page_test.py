@@ -155,6 +155,22 @@ class PageTest(unittest.TestCase):
         self.assertEqual(self.browser.run("pimbsr.choices('a', '239.2.87.1', 250).map((rp) => rp.range)"),
                          ["239.2.87.0/24"])
 
+    def test_what_does_not_change_keeps_its_place_focus_and_clicks(self):
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"), "#t=420&router=r3")
+        kept = """(() => {
+            const button = document.querySelector('#panel button');
+            const heading = document.querySelector('#panel h2');
+            button.focus();
+            pimbsr.show({ time: 421 });
+            return [document.activeElement === button, button.isConnected, heading.isConnected,
+              heading.innerText]; })()"""
+        self.assertEqual(self.browser.run(kept), [True, True, True, "r3 at 421 s"])
+        # The same text, but of another zone: the click is the new one.
+        self.show(router="r4", time=530)
+        self.browser.run("[...document.querySelectorAll('#panel button')].find("
+                         f"(one) => one.innerText === '{SCOPED}').click()")
+        self.browser.until(f"document.body.dataset.zone === '{SCOPED}'")
+
     # Saved documents, hostile names ----------------------------------------------------------------------
 
     def test_page_of_a_saved_document_is_the_same(self):

@@ -113,8 +113,9 @@ class App {
     const ranges = this.model.ranges.filter((range) => range.zone === this.state.get("zone"));
     fill(byId("range"), element("option", { value: "" }, "BSR"),
       ranges.map(({ range }) => element("option", { value: range }, `RP for ${range}`)));
-    byId("range").value = this.state.get("range");
-    byId("zone").value = this.state.get("zone");
+    for (const name of ["range", "zone"]) {
+      if (byId(name).value !== this.state.get(name)) byId(name).value = this.state.get(name);
+    }
   }
 
   setScheme(scheme) {

@@ -4,6 +4,7 @@ import { scaleLinear } from "d3-scale";
 
 export const GUTTER = 96; // for names, left of the axis
 const RIGHT = 20;
+const STEPS = [1, 2, 5, 10, 30, 60, 120, 300, 600, 1800, 3600, 7200, 21600]; // seconds between labels
 
 export class Axis {
   constructor(end) {
@@ -49,7 +50,35 @@ export class Axis {
   }
 }
 
-/** Seconds with at most three decimals, as 300 s or 409.004 s. */
+let wallClock = null; // of time 0, in seconds since 1970; null where times are those of a run
+
+/** Shows times as those of the wall clock from now on. */
+export function showWallClock(start) {
+  wallClock = start;
+}
+
+/** Seconds with at most three decimals, as 300 s or 409.004 s; of a live page the time of day. */
 export function timeText(time) {
-  return `${Math.round(time * 1000) / 1000} s`;
+  if (wallClock === null) return `${Math.round(time * 1000) / 1000} s`;
+  const date = new Date((wallClock + time) * 1000);
+  return [date.getHours(), date.getMinutes(), date.getSeconds()]
+    .map((part) => String(part).padStart(2, "0")).join(":");
+}
+
+/** The name of the axis, and its labels {time, text} for a scale. */
+export const axisName = () => (wallClock === null ? "seconds" : "time");
+
+export function ticksOf(scale) {
+  if (wallClock === null) {
+    const format = scale.tickFormat(10);
+    return scale.ticks(10).map((time) => ({ time, text: format(time) }));
+  }
+  const [start, stop] = scale.domain();
+  const step = STEPS.find((one) => (stop - start) / one <= 10) || STEPS[STEPS.length - 1];
+  const offset = (wallClock - 60 * new Date(wallClock * 1000).getTimezoneOffset()) % step;
+  const ticks = [];
+  for (let time = Math.ceil((start + offset) / step) * step - offset; time <= stop; time += step) {
+    ticks.push({ time, text: timeText(Math.round(time * 1000) / 1000) });
+  }
+  return ticks;
 }

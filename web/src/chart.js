@@ -1,12 +1,12 @@
 // Above the lanes: the time axis, a mark for each statement that changed the network, and packets by kind.
 
-import { GUTTER } from "./axis.js";
+import { axisName, GUTTER, ticksOf } from "./axis.js";
 import { fit, schemeColors } from "./canvas.js";
+import { WORDS } from "./words.js";
 
 const AXIS_HEIGHT = 18;
 const MARKS_HEIGHT = 16;
 const ROW_HEIGHT = 22;
-const MARKS = { simulation: "statements", replay: "capture", live: "agents" };
 
 export class Chart {
   constructor(canvas, model, axis) {
@@ -34,20 +34,19 @@ export class Chart {
   }
 
   drawTicks(context) {
-    this.label(context, "seconds", AXIS_HEIGHT / 2);
+    this.label(context, axisName(), AXIS_HEIGHT / 2);
     context.textAlign = "center";
-    const format = this.x.tickFormat(10);
-    for (const tick of this.x.ticks(10)) {
+    for (const { time, text } of ticksOf(this.x)) {
       context.fillStyle = this.colors.ink;
-      context.fillText(format(tick), this.x(tick), AXIS_HEIGHT / 2);
+      context.fillText(text, this.x(time), AXIS_HEIGHT / 2);
       context.fillStyle = this.colors.line;
-      context.fillRect(this.x(tick), AXIS_HEIGHT - 3, 1, 3);
+      context.fillRect(this.x(time), AXIS_HEIGHT - 3, 1, 3);
     }
   }
 
   drawMarks(context) {
     const y = AXIS_HEIGHT + MARKS_HEIGHT / 2;
-    this.label(context, MARKS[this.model.kind], y);
+    this.label(context, WORDS[this.model.kind].markRow, y);
     context.fillStyle = this.colors.accent;
     for (const mark of this.model.marks) {
       const x = this.x(mark.time);

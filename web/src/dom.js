@@ -4,7 +4,7 @@
 export function element(name, attributes, ...children) {
   const made = document.createElement(name);
   for (const [key, value] of Object.entries(attributes || {})) {
-    if (key === "click") made.addEventListener("click", value);
+    if (key === "click") made.onclick = value;
     else if (value !== undefined && value !== false) made.setAttribute(key, value);
   }
   made.append(...children.flat().filter((child) => child !== null && child !== undefined).map(
@@ -12,9 +12,37 @@ export function element(name, attributes, ...children) {
   return made;
 }
 
-/** Replaces the children of an element. */
+/** Whether an element keeps its place and its attributes, so that only its children differ. */
+function isAlike(shown, wanted) {
+  return shown.nodeType === Node.ELEMENT_NODE && shown.cloneNode(false).isEqualNode(wanted.cloneNode(false));
+}
+
+/** Gives an element that is equal to another what a click does there, with all within it. */
+function takeClicks(shown, wanted) {
+  if (shown.nodeType !== Node.ELEMENT_NODE) return;
+  const buttons = wanted.querySelectorAll("button");
+  shown.querySelectorAll("button").forEach((button, index) => (button.onclick = buttons[index].onclick));
+  shown.onclick = wanted.onclick;
+}
+
+/** Makes the children of an element equal to others, and leaves those alone that are, so that a selection of
+ *  text, the focus, and a click that has begun last. */
+function patch(parent, children) {
+  children.forEach((wanted, index) => {
+    const shown = parent.childNodes[index];
+    if (!shown) parent.append(wanted);
+    else if (shown.isEqualNode(wanted)) takeClicks(shown, wanted);
+    else if (isAlike(shown, wanted)) {
+      shown.onclick = wanted.onclick;
+      patch(shown, [...wanted.childNodes]);
+    } else parent.replaceChild(wanted, shown);
+  });
+  while (parent.childNodes.length > children.length) parent.lastChild.remove();
+}
+
+/** Replaces the children of an element by others, which are elements. */
 export function fill(parent, ...children) {
-  parent.replaceChildren(...children.flat().filter(Boolean));
+  patch(parent, children.flat().filter(Boolean));
 }
 
 /** Whether a cell is not to be broken into lines. */

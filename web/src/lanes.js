@@ -1,8 +1,9 @@
 // Lanes: a row for each router, time across. A lane has the color and the letter of the BSR, or of the RP.
 
-import { GUTTER } from "./axis.js";
+import { GUTTER, timeText } from "./axis.js";
 import { fit, hatching, schemeColors } from "./canvas.js";
 import { indexAt, spanAt } from "./spans.js";
+import { WORDS } from "./words.js";
 
 export const READABLE = 18; // height of a row with its name
 const AROUND = [[0, 0], [-6, -7], [6, -7], [-6, 7], [6, 7]]; // places that a letter covers, in pixels
@@ -202,13 +203,13 @@ export class Lanes {
     if (!router || !this.x || x < GUTTER) return router ? router.name : "";
     const time = this.x.invert(x);
     const status = this.lens.at(router, time);
-    if (status.stopped) return `${router.name}: stopped`;
+    if (status.stopped) return `${router.name}: ${WORDS[this.model.kind].stopped}`;
     const spans = this.lens.spansOf(router);
     const index = indexAt(spans, time, this.model.end);
     if (index < 0) return `${router.name}: no ${this.lens.range ? "RP" : "BSR"}`;
     const { item, start, end } = spans[index];
     const state = !this.lens.range && spanAt(this.lens.statesOf(router), time, this.model.end);
-    const span = `${start.toFixed(1)} s to ${end.toFixed(1)} s`;
+    const span = `${timeText(start)} to ${timeText(end)}`;
     return `${router.name}: ${item.letter} ${item.address}${item.owner ? ` (${item.owner})` : ""}, ${span}` +
       (state ? `; ${state.state}` : "");
   }

@@ -7,13 +7,10 @@ import { rangesAt } from "./lens.js";
 import { SHAPES } from "./names.js";
 import { sentenceOf } from "./sentences.js";
 import { countUntil, spanAt } from "./spans.js";
+import { WORDS } from "./words.js";
 
 const LAST_CHANGES = 12;
 const MAX_RPS = 100; // rows
-const MARKS = { simulation: "Statements", replay: "Capture", live: "Agents" };
-const NEIGHBORS = {
-  replay: "sender of messages in the capture", live: "neighbor that is no agent of this page",
-};
 
 function nameOf(item) {
   return ` ${item.address}${item.owner ? ` (${item.owner})` : ""}`;
@@ -21,7 +18,7 @@ function nameOf(item) {
 
 export class Panel {
   constructor(legend, details, model, lens, names, actions) {
-    Object.assign(this, { legend, details, model, lens, names, actions });
+    Object.assign(this, { legend, details, model, lens, names, actions, words: WORDS[model.kind] });
   }
 
   draw(time, router) {
@@ -41,7 +38,7 @@ export class Panel {
       counts.has(null) && element("span", { class: "entry" }, element("span", { class: "badge none" }, "–"),
         ` no ${what}: ${counts.get(null)}`),
       stopped !== 0 && element("span", { class: "entry" }, element("span", { class: "badge stopped" }, "×"),
-        ` stopped: ${stopped}`));
+        ` ${this.words.stopped}: ${stopped}`));
   }
 
   /** The shape of routers with an item, where the graph is too dense for letters. */
@@ -55,7 +52,7 @@ export class Panel {
         "or after, ↑ ↓ select a router, z the next zone, + − zoom the time, / searches, Esc deselects.")];
     if (this.model.kind === "live") parts.push(...this.comparisonParts());
     if (this.model.marks.length) {
-      parts.push(element("h3", {}, MARKS[this.model.kind]));
+      parts.push(element("h3", {}, this.words.marks));
       parts.push(this.timeTable(this.model.marks.map((mark) => [mark.time, mark.text])));
     }
     return parts;
@@ -81,10 +78,10 @@ export class Panel {
 
   routerParts(router) {
     const status = this.lens.at(router, this.time);
-    const state = status.stopped ? "stopped" : "running";
+    const state = status.stopped ? this.words.stopped : this.words.running;
     return [
       element("h2", {}, router.name, ` at ${timeText(this.time)}`),
-      element("p", {}, router.isNeighbor ? NEIGHBORS[this.model.kind] :
+      element("p", {}, router.isNeighbor ? this.words.neighbor :
         `${state}${router.addresses.length ? "; " : ""}${router.addresses.join(", ")}`),
       !router.isNeighbor && !status.stopped && this.zoneParts(router),
       !router.isNeighbor && !status.stopped && this.rpSetParts(router),
@@ -162,7 +159,7 @@ export class Panel {
 
   dropParts(router) {
     if (router.drops.length === 0) return [];
-    return [element("h3", {}, "Drops of the whole run"),
+    return [element("h3", {}, this.words.drops),
       table(["count", "reason"], router.drops.map((drop) => [
         drop.count, element("span", { title: drop.reason }, drop.sentence)]))];
   }

@@ -1,0 +1,12 @@
+// Words that differ between a run that is over and agents that are running.
+
+const RUN = { running: "running", stopped: "stopped", drops: "Drops of the whole run" };
+
+export const WORDS = {
+  simulation: { ...RUN, marks: "Statements", markRow: "statements", neighbor: "" },
+  replay: { ...RUN, marks: "Capture", markRow: "capture", neighbor: "sender of messages in the capture" },
+  live: {
+    running: "answers", stopped: "does not answer", drops: "Drops since the last clear", marks: "Agents",
+    markRow: "agents", neighbor: "neighbor that is no agent of this page",
+  },
+};
