@@ -5,10 +5,14 @@ Chromium is not installed or no lab can run, unless PIMBSR_WEB_REQUIRED or PIMBS
 
 import os
 import pathlib
+import socket
 import subprocess
 import sys
+import tempfile
+import time
 import unittest
 
+from agents import GLOBAL, FakeAgent, bsr_view
 from browser import Browser, find_chromium
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "lab"))
@@ -23,6 +27,106 @@ RP = '[[candidate-rp]]\ninterface = "lo"\npriority = {}\n'
 def rps_of(router):
     zones = router.show("bsr")["zones"]
     return zones[0]["rps"] if zones and zones[0]["bsr"] else None
+
+
+class PageOfAgentsTest(unittest.TestCase):
+    """The page over agents that only answer."""
+
+    def start(self, count):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        paths = [pathlib.Path(folder.name) / f"r{number}.sock" for number in range(1, count + 1)]
+        self.agents = [FakeAgent(path) for path in paths]
+        words = [word for path in paths for word in ("--agent", f"{path.stem}={path}")]
+        self.server = subprocess.Popen([PIMBSR, "web", "--listen", "127.0.0.1:0", *words],
+                                       stdout=subprocess.PIPE, text=True)
+        self.addCleanup(self.end_server)
+        self.url = self.server.stdout.readline().split()[1]
+        self.browser = Browser().__enter__()
+        self.addCleanup(self.browser.__exit__)
+
+    def end_server(self):
+        for agent in self.agents:
+            agent.delay.set()
+        self.server.terminate()
+        self.server.wait(10)
+        self.server.stdout.close()
+
+    def until_legend(self, text, seconds=10):
+        legend = "document.getElementById('legend').innerText.replace(/\\n/g, '')"
+        self.browser.until(f"{legend}.includes('{text}')", seconds)
+
+    def test_agent_that_hangs_delays_no_other(self):
+        self.start(8)
+        for agent in self.agents[2:]:
+            agent.delay.clear()
+        self.browser.expected = "503"
+        start = time.monotonic()
+        self.browser.visit(self.url)
+        self.until_legend("10.0.0.1: 2")
+        self.assertLess(time.monotonic() - start, 5)
+        start = time.monotonic()
+        self.agents[0].answers["bsr"] = bsr_view("10.0.0.9")
+        self.agents[0].publish({"event": "bsrChanged", "zone": GLOBAL, "time": 1.0,
+                                "bsr": {"address": "10.0.0.9", "priority": 1, "hashMaskLen": 30}})
+        self.until_legend("10.0.0.9: 1")
+        self.assertLess(time.monotonic() - start, 7)
+        for agent in self.agents:
+            agent.delay.set()
+        self.until_legend("10.0.0.1: 7", 40)
+
+    def test_comparison_is_asked_once_for_all_agents(self):
+        self.start(12)
+        self.browser.visit(self.url)
+        self.until_legend("10.0.0.1: 12", 20)
+        time.sleep(15)
+        self.browser.run("1")
+        asked = [url for url in self.browser.requests if url.endswith("api/compare")]
+        views = [url for url in self.browser.requests if url.endswith("/bsr")]
+        self.assertTrue(1 <= len(asked) <= 8, len(asked))
+        # Without a change only what no change reports is asked for again.
+        self.assertLessEqual(len(views), 2 * 12)
+
+    def test_hidden_page_has_no_stream(self):
+        self.start(1)
+        self.browser.visit(self.url)
+        self.until_legend("10.0.0.1: 1")
+        wait_until(lambda: self.agents[0].watchers, "a watch")
+        see = """Object.defineProperty(document, 'hidden', {{ value: {}, configurable: true }});
+            document.dispatchEvent(new Event('visibilitychange'));"""
+        self.browser.run(see.format("true"))
+        wait_until(lambda: not self.agents[0].watchers, "no watch", 40)
+        self.agents[0].answers["bsr"] = bsr_view("10.0.0.9")
+        self.browser.run(see.format("false"))
+        self.until_legend("10.0.0.9: 1")
+        wait_until(lambda: self.agents[0].watchers, "a watch")
+
+    def test_rejected_stream_is_asked_for_again(self):
+        self.start(1)
+        self.browser.expected = "503"
+        port = int(self.url.split(":")[2].strip("/"))
+        streams = [socket.create_connection(("127.0.0.1", port), timeout=10) for _ in range(100)]
+        for stream in streams:
+            stream.sendall(b"GET /events HTTP/1.1\r\nHost: localhost\r\n\r\n")
+            self.assertIn(b" 200 ", stream.recv(100))
+        self.browser.visit(self.url)
+        clock = "getComputedStyle(document.getElementById('clock'), '::after').content"
+        self.browser.until(f"{clock}.includes('disconnected')")
+        for stream in streams:
+            stream.close()
+        self.browser.until(f"!{clock}.includes('disconnected')", 40)
+
+    def test_times_are_those_of_the_day_and_packets_are_counted(self):
+        self.start(1)
+        self.agents[0].answers["interfaces"] = {"interfaces": [
+            {"interface": "eth0", "addresses": ["10.0.0.1/24"], "traffic": {"bsm": {"received": 5}}}]}
+        self.browser.visit(self.url)
+        self.until_legend("10.0.0.1: 1")
+        self.assertRegex(self.browser.run("document.getElementById('panel').innerText"),
+                         r"\d\d:\d\d:\d\d\s+this page was opened")
+        self.agents[0].answers["interfaces"]["interfaces"][0]["traffic"]["bsm"]["received"] = 12
+        counts = "pimbsr.app.model.load.series.find((one) => one.key === 'bsm').counts"
+        self.browser.until(f"{counts}.includes(7)", 20)
 
 
 class LiveTest(unittest.TestCase):
@@ -93,10 +197,10 @@ class LiveTest(unittest.TestCase):
         self.link.set(self.r1, "up")
         self.until_text("#comparison", "All agree", 60)
         self.r2.stop()
-        self.until_text("#legend", "stopped: 1")
+        self.until_text("#legend", "does not answer: 1")
         self.shot("gone")
         self.r2.start()
-        self.browser.until("!document.getElementById('legend').innerText.includes('stopped')", 60)
+        self.browser.until("!document.getElementById('legend').innerText.includes('does not answer')", 60)
         self.expect_quiet()
 
 

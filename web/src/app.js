@@ -1,7 +1,7 @@
 // The page: a graph, lanes, a chart and a panel over one model, of an embedded document or of live agents.
 
 import { GLOBAL_ZONE } from "./addresses.js";
-import { timeText } from "./axis.js";
+import { showWallClock, timeText } from "./axis.js";
 import { embeddedDocument } from "./data.js";
 import { element, fill } from "./dom.js";
 import { Graph } from "./graph.js";
@@ -44,7 +44,8 @@ class App {
 
   start() {
     this.setScheme(matchMedia("(prefers-color-scheme: dark)").matches ? "dark" : "light");
-    this.state.set(this.valid(readFragment(location.hash)));
+    this.linked = readFragment(location.hash);
+    this.state.set(this.valid(this.linked));
     this.lens.select(this.state.get("zone"), this.state.get("range"));
     this.makeViews();
     this.makeControls();
@@ -188,13 +189,22 @@ class App {
     this.timeline.axis.extend(this.model.end);
     this.timeline.lanes.takeRows();
     if (isOther) this.graph.place();
-    if (!this.state.get("zone") && this.model.zones.length) this.state.set({ zone: this.model.zones[0] });
+    this.takeZone();
     this.lens.forget();
     this.timeline.lanes.sort(byId("alike").checked);
     this.fillZones();
     this.fillRanges();
     if (isAtEnd) this.state.set({ time: this.model.end });
     this.drawAll();
+  }
+
+  /** Live agents answer one after the other: selects the first zone, then that of a deep link. */
+  takeZone() {
+    const { zones } = this.model;
+    const { zone } = this.linked;
+    if (this.state.get("zone") && this.state.get("zone") !== this.first) return;
+    if (zones.includes(zone)) this.state.set(this.valid(this.linked));
+    else if (!this.state.get("zone") && zones.length) this.state.set({ zone: (this.first = zones[0]) });
   }
 
   drawAll() {
@@ -250,8 +260,9 @@ async function startLive() {
   let app = null;
   const live = new Live(await agentsOf(), (isOther) => app && app.update(isOther));
   document.body.dataset.live = "true";
-  await live.start();
+  showWallClock(live.base);
   app = start(live.model);
+  live.start();
 }
 
 const read = embeddedDocument();

@@ -60,7 +60,7 @@ export class Chart {
   }
 
   drawSeries(context, series, top) {
-    const most = Math.max(...series.counts);
+    const most = series.counts.reduce((a, b) => Math.max(a, b), 0);
     const { binLength } = this.model.load;
     this.label(context, `${series.label} ≤${most}`, top + ROW_HEIGHT / 2);
     context.fillStyle = this.colors.faint;

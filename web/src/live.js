@@ -2,13 +2,19 @@
 // What changed is asked for again, so that a lost event loses nothing.
 
 import { comparePrefixes, covers, numberOf, prefixOf } from "./addresses.js";
-import { rangesOf } from "./simulation.js";
+import { KINDS, rangesOf } from "./simulation.js";
 import { extend, follow, Tracker } from "./tracker.js";
 
 const PAST = 600; // seconds of the history that the page shows at first
 const GATHER = 250; // milliseconds for which changes are gathered before the views are asked for
-const POLL = 10000; // milliseconds after which they are asked for without a change, for drops and timers
-const VIEWS = ["bsr", "rp-set", "neighbors", "interfaces", "borders", "drops", "history"];
+const POLL = 10000; // milliseconds after which POLLED are asked for, of which the agent reports no change
+const FULL_POLLS = 6; // after so many of these all are asked for, so that a lost event loses nothing
+const COMPARE = 500; // milliseconds for which changes are gathered before the comparison is asked for
+const RETRY = 5000; // milliseconds until a stream that was rejected is asked for again
+const MAX_MARKS = 500;
+const POLLED = ["neighbors", "interfaces", "borders", "drops"];
+const CHANGING = ["bsr", "rp-set", "neighbors", "borders"];
+const VIEWS = ["bsr", "rp-set", ...POLLED];
 
 async function ask(path) {
   const answer = await fetch(path);
@@ -29,6 +35,13 @@ function neighborNode(address) {
   return node;
 }
 
+/** The packets that an agent has received, by kind. */
+function receivedOf({ interfaces }) {
+  const sumOf = (key) => interfaces.interfaces.reduce(
+    (sum, { traffic }) => sum + ((traffic && traffic[key] && traffic[key].received) || 0), 0);
+  return Object.fromEntries(KINDS.map(({ key }) => [key, sumOf(key)]));
+}
+
 export class Live {
   /** `onUpdate(isOther)` is called after each change of the model; isOther if routers or links are others. */
   constructor(agents, onUpdate) {
@@ -38,12 +51,14 @@ export class Live {
     this.neighbors = new Map(agents.map((name) => [name, []]));
     this.links = new Map();
     this.others = new Map();
-    this.timers = new Map();
+    this.jobs = new Map(agents.map((name) => [name, { wanted: new Set(), views: null, isBusy: false }]));
     this.gone = new Set();
+    this.received = new Map(); // by agent, as in receivedOf
     this.shape = "";
     this.model = { kind: "live", title: `${agents.length} agent${agents.length === 1 ? "" : "s"}, live`,
       end: PAST, routers: this.trackers, links: [], zones: [], ranges: [], marks: [],
-      load: { binLength: 1, binCount: 0, series: [] }, hasRpChanges: true, comparison: null };
+      load: { binLength: POLL / 1000, series: KINDS.map(({ key, label }) => ({ key, label, counts: [] })) },
+      hasRpChanges: true, comparison: null };
     this.update();
   }
 
@@ -51,18 +66,51 @@ export class Live {
     return Date.now() / 1000 - this.base;
   }
 
-  /** Asks for all, then follows the stream. */
-  async start() {
-    await Promise.all(this.trackers.map((tracker) => this.refresh(tracker.name)));
-    this.model.marks.push({ time: this.now(), text: "this page was opened" });
-    const source = new EventSource("events");
-    source.addEventListener("agents", () => this.trackers.forEach((one) => this.refreshSoon(one.name)));
+  /** Follows the stream and asks for all, as long as the page is seen: a browser has few connections. */
+  start() {
+    this.mark("this page was opened");
+    document.addEventListener("visibilitychange", () => (document.hidden ? this.pause() : this.resume()));
+    if (!document.hidden) this.resume();
+  }
+
+  resume() {
+    this.connect();
+    this.polls = 0;
+    this.intervals = [setInterval(() => this.tick(), 1000), setInterval(() => this.poll(), POLL)];
+    this.refreshAll(VIEWS);
+  }
+
+  pause() {
+    this.source.close();
+    clearTimeout(this.retry);
+    this.intervals.forEach(clearInterval);
+  }
+
+  /** The browser connects again by itself unless the server has rejected the stream. */
+  connect() {
+    const source = (this.source = new EventSource("events"));
+    source.addEventListener("agents", () => this.refreshAll(VIEWS));
     source.addEventListener("agent", (event) => this.onAgent(JSON.parse(event.data)));
     source.addEventListener("change", (event) => this.onChange(JSON.parse(event.data)));
-    source.addEventListener("error", () => document.body.classList.add("disconnected"));
     source.addEventListener("open", () => document.body.classList.remove("disconnected"));
-    setInterval(() => this.tick(), 1000);
-    setInterval(() => this.trackers.forEach((one) => this.refreshSoon(one.name)), POLL);
+    source.addEventListener("error", () => {
+      document.body.classList.add("disconnected");
+      if (source.readyState === EventSource.CLOSED) this.retry = setTimeout(() => this.connect(), RETRY);
+    });
+  }
+
+  poll() {
+    this.polls += 1;
+    this.refreshAll(this.polls % FULL_POLLS === 0 ? VIEWS : POLLED);
+  }
+
+  refreshAll(views) {
+    for (const { name } of this.trackers) this.refreshSoon(name, views);
+  }
+
+  mark(text) {
+    this.model.marks.push({ time: this.now(), text });
+    if (this.model.marks.length > MAX_MARKS) this.model.marks.splice(0, MAX_MARKS / 2);
   }
 
   find(name) {
@@ -72,46 +120,77 @@ export class Live {
   onAgent({ agent, up }) {
     if (up) this.gone.delete(agent);
     else this.gone.add(agent);
-    this.model.marks.push({ time: this.now(), text: `${agent} ${up ? "answers" : "does not answer"}` });
-    this.refreshSoon(agent);
+    this.mark(`${agent} ${up ? "answers" : "does not answer"}`);
+    this.refreshSoon(agent, VIEWS);
   }
 
   onChange({ agent, change }) {
     const tracker = this.find(agent);
     if (tracker) tracker.note(change, this.now());
-    this.refreshSoon(agent);
+    this.refreshSoon(agent, CHANGING);
   }
 
-  /** Once for all changes within a short time. */
-  refreshSoon(name) {
-    if (this.timers.has(name)) return;
-    this.timers.set(name, setTimeout(() => {
-      this.timers.delete(name);
-      this.refresh(name);
-    }, GATHER));
+  /** Once for all changes within a short time, and never twice at a time. */
+  refreshSoon(name, views) {
+    const job = this.jobs.get(name);
+    for (const view of views) job.wanted.add(view);
+    if (job.isBusy) return;
+    job.isBusy = true;
+    setTimeout(() => this.refresh(name, job), GATHER);
   }
 
-  /** The views of an agent by name; null if it does not answer. */
-  async viewsOf(name) {
+  async refresh(name, job) {
+    const known = job.views || {};
+    const wanted = job.views ? [...job.wanted] : [...VIEWS, "history"];
+    job.wanted.clear();
+    job.views = await this.viewsOf(name, wanted, known);
+    job.isBusy = false;
+    if (job.wanted.size) this.refreshSoon(name, []);
+    if (job.views) this.find(name).take(job.views, this.now());
+    else this.find(name).lose(this.now());
+    if (wanted.includes("interfaces")) this.countPackets(name, job.views);
+    this.neighbors.set(name, job.views ? job.views.neighbors.neighbors : []);
+    this.update();
+    this.compareSoon();
+  }
+
+  /** Adds what an agent has received since it was last asked; nothing after it began to count anew. */
+  countPackets(name, views) {
+    const { load } = this.model;
+    const bin = Math.floor(this.now() / load.binLength);
+    const former = this.received.get(name);
+    this.received.set(name, views && receivedOf(views));
+    for (const { key, counts } of load.series) {
+      while (counts.length <= bin) counts.push(0);
+      if (former && views) counts[bin] += Math.max(0, this.received.get(name)[key] - former[key]);
+    }
+  }
+
+  /** Known views with those wanted; null if the agent does not answer. They are asked for one after the
+   *  other, so that an agent that hangs has one of the few connections that the browser makes. */
+  async viewsOf(name, wanted, known) {
     if (this.gone.has(name)) return null;
     try {
-      const answers = await Promise.all(VIEWS.map((view) => ask(`api/${encodeURIComponent(name)}/${view}`)));
-      return Object.fromEntries(VIEWS.map((view, i) => [view, answers[i]]));
+      const views = { ...known };
+      for (const view of wanted) views[view] = await ask(`api/${encodeURIComponent(name)}/${view}`);
+      return views;
     } catch {
       return null;
     }
   }
 
-  async refresh(name) {
-    const views = await this.viewsOf(name);
-    if (views) this.find(name).take(views, this.now());
-    else this.find(name).lose(this.now());
-    this.neighbors.set(name, views ? views.neighbors.neighbors : []);
+  /** Once for all agents that were asked within a short time. */
+  compareSoon() {
+    if (!this.comparing) this.comparing = setTimeout(() => this.compare(), COMPARE);
+  }
+
+  async compare() {
     try {
       this.model.comparison = await ask("api/compare");
     } catch {
       this.model.comparison = null;
     }
+    this.comparing = 0;
     this.update();
   }
 

@@ -3,6 +3,7 @@
 
 const BSR_EVENTS = new Set(["bsrElected", "bsrChanged", "bsrLost", "zoneForgotten"]);
 const MAX_EVENTS = 5000;
+const MAX_CHANGES = 20000; // of RPs, after which the older half is reduced
 
 /** Ends the open span of a list and begins one with these values, unless it has them; null for none. */
 export function follow(spans, values, time) {
@@ -40,6 +41,17 @@ function sameTerms(a, b) {
   return a.priority === b.priority && a.holdtime === b.holdtime && a.bidirectional === b.bidirectional;
 }
 
+/** The changes with the first `count` of them reduced to what was in effect after them. */
+export function reduced(changes, count) {
+  const effective = new Map();
+  for (const change of changes.slice(0, count)) {
+    const key = change.rp ? `${change.zone} ${change.rp.range} ${change.rp.address}` : change.zone;
+    effective.delete(key);
+    if (change.event !== "rpRemoved") effective.set(key, change);
+  }
+  return [...effective.values(), ...changes.slice(count)];
+}
+
 export class Tracker {
   constructor(name) {
     Object.assign(this, { name, loopback: null, addresses: [], interfaces: [], candidateBsrs: [],
@@ -60,6 +72,7 @@ export class Tracker {
     this.takeZones(views.bsr, time);
     this.takeRps(views["rp-set"], time);
     this.takeInterfaces(views);
+    if (this.changes.length > MAX_CHANGES) this.changes = reduced(this.changes, MAX_CHANGES / 2);
     this.drops = views.drops.drops.map(({ reason, sentence, count }) => ({ reason, sentence, count }));
   }
 
