@@ -77,7 +77,7 @@ class App {
     this.fillZones();
     byId("zone").addEventListener("change", () => this.actions.pickZone(byId("zone").value));
     byId("range").addEventListener("change", () => this.state.set({ range: byId("range").value }));
-    addSearch(byId("search"), byId("found"), this.model, (router) => this.pick(router));
+    addSearch(byId("search"), byId("found"), this.model, this.actions);
     byId("scheme").addEventListener("click", () => {
       this.setScheme(document.documentElement.dataset.scheme === "dark" ? "light" : "dark");
       this.drawAll();

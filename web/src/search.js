@@ -4,18 +4,36 @@ import { element, fill } from "./dom.js";
 
 const MAX_FOUND = 8;
 
-/** Texts with the router that each selects; made once. */
-function entriesOf(model) {
-  const routers = model.routers.flatMap((router) => [
-    { text: router.name, label: router.name, router },
-    ...router.addresses.map((address) => ({ text: address, label: `${address} (${router.name})`, router })),
-  ]);
+/** Addresses of BSRs and RPs that no router of the page has, with the zone or range that each selects. */
+function strangersOf(model, actions) {
+  const owned = new Set(model.routers.flatMap((router) => router.addresses));
+  const found = new Map();
+  const add = (address, what, act) => {
+    const key = `${address} ${what}`;
+    if (owned.has(address) || found.has(key)) return;
+    found.set(key, { text: address, label: `${address} (${what})`, act });
+  };
+  for (const router of model.routers) {
+    for (const { zone, bsr } of router.zones.values()) {
+      for (const span of bsr) add(span.bsr, `BSR of ${zone}`, () => actions.pickZone(zone));
+    }
+    for (const { zone, rp } of router.changes) {
+      if (rp) add(rp.address, `RP for ${rp.range}`, () => actions.pickRange(zone, rp.range));
+    }
+  }
+  return [...found.values()];
+}
+
+/** Texts with what each selects, as the model is now. */
+function entriesOf(model, actions) {
+  const routers = model.routers.flatMap((router) => [router.name, ...router.addresses].map((text, index) => ({
+    text, label: index === 0 ? text : `${text} (${router.name})`, act: () => actions.pick(router) })));
   const links = model.links.filter((link) => link.ends.length).map((link) => ({
     text: link.name,
     label: `link ${link.name} ${link.prefix}`,
-    router: model.routers[link.ends[0].router],
+    act: () => actions.pick(model.routers[link.ends[0].router]),
   }));
-  return [...routers, ...links];
+  return [...routers, ...links, ...strangersOf(model, actions)];
 }
 
 function rank(text, wish) {
@@ -31,13 +49,13 @@ export function find(entries, wish) {
     .slice(0, MAX_FOUND);
 }
 
-export function addSearch(input, list, model, pick) {
-  const entries = entriesOf(model);
+export function addSearch(input, list, model, actions) {
+  let entries = [];
   const choose = (entry) => {
     list.hidden = true;
     input.value = "";
     input.blur();
-    pick(entry.router);
+    entry.act();
   };
   const show = () => {
     const found = find(entries, input.value);
@@ -46,6 +64,7 @@ export function addSearch(input, list, model, pick) {
       element("li", {}, element("button", { type: "button", click: () => choose(entry) }, entry.label))));
     return found;
   };
+  input.addEventListener("focus", () => (entries = entriesOf(model, actions)));
   input.addEventListener("input", show);
   input.addEventListener("keydown", (event) => {
     event.stopPropagation();
