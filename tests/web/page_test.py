@@ -21,6 +21,17 @@ GLOBAL, SCOPED = "224.0.0.0/4", "239.1.0.0/16"
 HOSTILE = "</script><img src=x onerror=alert(1)>"
 
 
+def contrast(*colors):
+    """The contrast of two colors such as #0072b2, from 1 to 21."""
+    def luminance(color):
+        parts = [int(color[at:at + 2], 16) / 255 for at in (1, 3, 5)]
+        parts = [part / 12.92 if part <= 0.04045 else ((part + 0.055) / 1.055) ** 2.4 for part in parts]
+        return sum(part * weight for part, weight in zip(parts, (0.2126, 0.7152, 0.0722)))
+
+    dark, light = sorted(luminance(color) for color in colors)
+    return (light + 0.05) / (dark + 0.05)
+
+
 class PageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -170,6 +181,28 @@ class PageTest(unittest.TestCase):
         self.browser.run("[...document.querySelectorAll('#panel button')].find("
                          f"(one) => one.innerText === '{SCOPED}').click()")
         self.browser.until(f"document.body.dataset.zone === '{SCOPED}'")
+
+    def test_colors_that_repeat_have_another_shape_and_letters_are_readable(self):
+        lines = []
+        for number in range(20):
+            lines += [f"link l{number} prefix 10.0.{number}.0/24",
+                      f"router r{number} loopback 172.16.0.{number + 1}",
+                      f"interface r{number} l{number} 10.0.{number}.1",
+                      f"candidate-bsr r{number} global priority 10"]
+        scenario = self.path("islands.sim")
+        scenario.write_text("\n".join([*lines, "run until 300", ""]))
+        self.open(self.page("sim", scenario))
+        items = self.browser.run("[...pimbsr.app.names.bsrs.values()]")
+        self.assertEqual(len({(item["color"], item["shape"]) for item in items}), 20)
+        for item in items:
+            self.assertGreater(contrast(item["color"], item["ink"]), 4.5, item)
+        for scheme in ("light", "dark"):
+            ink, faint, paper = self.browser.run(f"""(() => {{ pimbsr.app.setScheme('{scheme}');
+                const style = getComputedStyle(document.documentElement);
+                return ['ink', 'faint', 'paper']
+                  .map((name) => style.getPropertyValue('--' + name).trim()); }})()""")
+            self.assertGreater(contrast(ink, paper), 4.5)
+            self.assertGreater(contrast(faint, paper), 4.5)
 
     # Saved documents, hostile names ----------------------------------------------------------------------
 

@@ -39,6 +39,7 @@ class App {
       play: () => this.player.toggle(),
       zoom: (factor) => this.timeline.zoom(factor),
       search: () => byId("search").focus(),
+      hasShapes: () => this.graph.hasShapes(),
     };
   }
 

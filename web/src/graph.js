@@ -152,6 +152,11 @@ export class Graph {
     context.stroke();
   }
 
+  /** Whether routers are too small for letters. */
+  hasShapes() {
+    return this.radius < LETTERS;
+  }
+
   drawHubs(context) {
     const half = Math.max(1.5, this.radius * 0.45);
     context.fillStyle = this.colors.faint;
@@ -164,11 +169,11 @@ export class Graph {
     context.textAlign = "center";
     context.textBaseline = "middle";
     context.font = `bold ${Math.round(this.radius * 1.25)}px sans-serif`;
-    if (this.radius < LETTERS) this.drawSmall(context);
+    if (this.hasShapes()) this.drawSmall(context);
     const statuses = this.lens.allAt(this.time);
     for (const node of this.graph.nodes) {
       if (!node.router || !node.seen) continue;
-      const isDrawn = this.radius < LETTERS && !statuses[node.router.index].own;
+      const isDrawn = this.hasShapes() && !statuses[node.router.index].own;
       if (!isDrawn) this.drawRouter(context, node);
     }
   }

@@ -4,7 +4,7 @@
 // Colors that remain different with the common kinds of color blindness.
 const PALETTE = ["#0072b2", "#e69f00", "#009e73", "#cc79a7", "#56b4e9", "#d55e00", "#f0e442", "#7a5195"];
 
-/** Signs of the shapes, for the legend; shapes repeat after these. */
+/** Signs of the shapes, for the legend. A color has another one each time that it repeats. */
 export const SHAPES = ["●", "■", "◆", "▲"];
 
 function letterOf(index, first) {
@@ -12,10 +12,18 @@ function letterOf(index, first) {
   return index < 26 ? letter : letter + Math.floor(index / 26);
 }
 
-/** Black or white, whichever is readable on a color such as #0072b2. */
+/** The relative luminance of a color such as #0072b2, from 0 to 1. */
+function luminanceOf(color) {
+  const [red, green, blue] = [1, 3, 5].map((at) => {
+    const part = parseInt(color.slice(at, at + 2), 16) / 255;
+    return part <= 0.04045 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4;
+  });
+  return 0.2126 * red + 0.7152 * green + 0.0722 * blue;
+}
+
+/** Black or white, whichever has more contrast on a color; they have the same on a luminance of 0.179. */
 function inkOn(color) {
-  const [red, green, blue] = [1, 3, 5].map((at) => parseInt(color.slice(at, at + 2), 16));
-  return 0.299 * red + 0.587 * green + 0.114 * blue > 140 ? "#000000" : "#ffffff";
+  return luminanceOf(color) > 0.179 ? "#000000" : "#ffffff";
 }
 
 /** A map from address to {address, letter, color, ink, owner}; owner is the name of a router or "". */
@@ -23,7 +31,8 @@ function named(addresses, owners, first) {
   return new Map(addresses.map((address, index) => {
     const color = PALETTE[index % PALETTE.length];
     return [address, { address, letter: letterOf(index, first), color, ink: inkOn(color),
-      shape: index % SHAPES.length, owner: owners.get(address) || "" }];
+      shape: (index + Math.floor(index / PALETTE.length)) % SHAPES.length,
+      owner: owners.get(address) || "" }];
   }));
 }
 

@@ -43,7 +43,7 @@ export class Panel {
 
   /** The shape of routers with an item, where the graph is too dense for letters. */
   shapeOf(item) {
-    return this.model.routers.length > 40 ? ` ${SHAPES[item.shape]}` : "";
+    return this.actions.hasShapes() ? ` ${SHAPES[item.shape]}` : "";
   }
 
   hintParts() {
