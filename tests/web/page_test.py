@@ -204,6 +204,14 @@ class PageTest(unittest.TestCase):
             self.assertGreater(contrast(ink, paper), 4.5)
             self.assertGreater(contrast(faint, paper), 4.5)
 
+    def test_keys_work_after_a_click_on_a_button(self):
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"), "#t=300")
+        self.browser.run("document.getElementById('scheme').focus()")
+        self.browser.key("ArrowRight")
+        self.browser.until("document.body.dataset.time > 390 && document.body.dataset.time < 392")
+        self.browser.key("Home")
+        self.browser.until("document.body.dataset.time == 0")
+
     # Saved documents, hostile names ----------------------------------------------------------------------
 
     def test_page_of_a_saved_document_is_the_same(self):

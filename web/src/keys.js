@@ -1,4 +1,4 @@
-// Keys of the page. Fields for input keep theirs.
+// Keys of the page.
 
 const KEYS = {
   " ": (actions) => actions.play(),
@@ -14,10 +14,15 @@ const KEYS = {
   Escape: (actions) => actions.pick(null),
 };
 
+/** Whether a key belongs to what has the focus: all to a field, and those that press a button to it. */
+function isOwn({ key, target }) {
+  if (target.tagName === "BUTTON" || target.type === "checkbox") return key === " " || key === "Enter";
+  return /^(INPUT|SELECT)$/.test(target.tagName) && key !== "Escape";
+}
+
 export function addKeys(actions) {
   document.addEventListener("keydown", (event) => {
-    const isField = /^(INPUT|SELECT|BUTTON)$/.test(event.target.tagName);
-    if (event.ctrlKey || event.altKey || event.metaKey || (isField && event.key !== "Escape")) return;
+    if (event.ctrlKey || event.altKey || event.metaKey || isOwn(event)) return;
     const act = KEYS[event.key];
     if (!act) return;
     event.preventDefault();
