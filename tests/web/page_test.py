@@ -212,6 +212,21 @@ class PageTest(unittest.TestCase):
         self.browser.key("Home")
         self.browser.until("document.body.dataset.time == 0")
 
+    def test_narrow_window_has_the_panel_below_the_graph(self):
+        self.browser.call("Emulation.setDeviceMetricsOverride", width=390, height=800, deviceScaleFactor=1,
+                          mobile=False)
+        self.addCleanup(self.browser.call, "Emulation.clearDeviceMetricsOverride")
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"), "#t=420&router=r3")
+        graph, panel, timeline, width = self.browser.run("""[
+            ...['graph', 'panel', 'timeline'].map((id) => document.getElementById(id).getBoundingClientRect())
+              .map(({ top, bottom, width }) => ({ top, bottom, width })),
+            document.documentElement.scrollWidth]""")
+        self.assertLessEqual(width, 390)
+        self.assertEqual([graph["width"], panel["width"]], [390, 390])
+        self.assertLessEqual(graph["bottom"], panel["top"])
+        self.assertLessEqual(panel["bottom"], timeline["top"])
+        self.shot("narrow")
+
     # Saved documents, hostile names ----------------------------------------------------------------------
 
     def test_page_of_a_saved_document_is_the_same(self):
