@@ -270,6 +270,8 @@ class PageTest(unittest.TestCase):
         self.show(router=HOSTILE)
         self.assertIn(HOSTILE, self.text("#panel"))
         self.assertEqual(self.browser.run("document.querySelectorAll('img').length"), 0)
+        # The direction of writing of a name ends with it.
+        self.assertEqual(self.browser.run("document.querySelector('#panel h2 bdi').innerText"), HOSTILE)
 
     def test_policy_allows_the_script_and_the_style_of_the_page_alone(self):
         page = self.page("sim", ROOT / "examples/five-routers.sim").read_text()

@@ -15,6 +15,15 @@ export function fit(canvas) {
   return { context, width, height };
 }
 
+/** A text for a canvas, without characters that only change how others are shown, cut to a width. */
+export function clipped(context, text, width) {
+  const plain = text.replace(/[\p{Cc}\p{Cf}]/gu, "");
+  if (context.measureText(plain).width <= width) return plain;
+  let length = Math.min(plain.length, 60);
+  while (length > 0 && context.measureText(`${plain.slice(0, length)}…`).width > width) --length;
+  return `${plain.slice(0, length)}…`;
+}
+
 /** The colors that the style sheet sets for the scheme. */
 export function schemeColors() {
   const style = getComputedStyle(document.documentElement);

@@ -58,6 +58,11 @@ export function table(head, rows) {
     element("tbody", {}, rows.map((row) => element("tr", {}, row.map(cellOf)))));
 }
 
+/** A name that others have chosen: its direction of writing ends with it. */
+export function name(text) {
+  return element("bdi", {}, text);
+}
+
 /** A colored square with a letter. */
 export function badge(item) {
   const made = element("span", { class: "badge" }, item.letter);

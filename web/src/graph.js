@@ -3,11 +3,12 @@
 import { select } from "d3-selection";
 import { zoom, zoomIdentity, zoomTransform } from "d3-zoom";
 
-import { fit, schemeColors } from "./canvas.js";
+import { clipped, fit, schemeColors } from "./canvas.js";
 import { graphOf, layOut } from "./layout.js";
 import { spanAt } from "./spans.js";
 
 const MARGIN = 40;
+const NAME = 160; // the greatest width of a name, in pixels
 const LETTERS = 5; // the smallest radius at which a router has a letter
 const BORDER_AT = 7; // of the mark of a border, in pixels from the circle of the router
 
@@ -231,8 +232,9 @@ export class Graph {
     const shift = this.radius * 1.3 + 8;
     for (const node of this.graph.nodes) {
       if (!node.seen) continue;
-      if (node.router) context.fillText(node.router.name, node.px, node.py + shift);
-      else context.fillText(node.link.name, node.px, node.py + shift - 4);
+      const below = node.router && node.router === this.selected ? shift + 6 : shift;
+      const [name, y] = node.router ? [node.router.name, below] : [node.link.name, shift - 4];
+      context.fillText(clipped(context, name, NAME), node.px, node.py + y);
     }
   }
 
@@ -246,6 +248,9 @@ export class Graph {
     if (this.radius >= 8) return;
     context.font = "bold 12px sans-serif";
     context.fillStyle = this.colors.ink;
-    context.fillText(node.router.name, node.px, node.py + this.radius + 16);
+    const name = clipped(context, node.router.name, NAME);
+    context.strokeStyle = this.colors.paper;
+    context.strokeText(name, node.px, node.py + this.radius + 16);
+    context.fillText(name, node.px, node.py + this.radius + 16);
   }
 }

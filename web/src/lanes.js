@@ -1,7 +1,7 @@
 // Lanes: a row for each router, time across. A lane has the color and the letter of the BSR, or of the RP.
 
 import { GUTTER, timeText } from "./axis.js";
-import { fit, hatching, schemeColors } from "./canvas.js";
+import { clipped, fit, hatching, schemeColors } from "./canvas.js";
 import { indexAt, spanAt } from "./spans.js";
 import { WORDS } from "./words.js";
 
@@ -162,7 +162,7 @@ export class Lanes {
     for (let row = first; row < last; ++row) {
       const router = this.rows[row];
       context.fillStyle = this.colors.ink;
-      context.fillText(router.name, 6, this.top(row, height) + height / 2, GUTTER - 10);
+      context.fillText(clipped(context, router.name, GUTTER - 10), 6, this.top(row, height) + height / 2);
     }
   }
 
@@ -174,7 +174,7 @@ export class Lanes {
     const step = Math.max(1, Math.ceil(40 / height));
     for (let row = first; row < last; row += step) {
       const y = this.top(row, height) + 7;
-      context.fillText(this.rows[row].name, 6, y, GUTTER - 10);
+      context.fillText(clipped(context, this.rows[row].name, GUTTER - 10), 6, y);
     }
   }
 

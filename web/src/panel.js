@@ -2,7 +2,7 @@
 
 import { comparePrefixes, GLOBAL_ZONE, sampleGroup } from "./addresses.js";
 import { timeText } from "./axis.js";
-import { badge, element, fill, table } from "./dom.js";
+import { badge, element, fill, name, table } from "./dom.js";
 import { rangesAt } from "./lens.js";
 import { SHAPES } from "./names.js";
 import { sentenceOf } from "./sentences.js";
@@ -12,8 +12,10 @@ import { WORDS } from "./words.js";
 const LAST_CHANGES = 12;
 const MAX_RPS = 100; // rows
 
+/** The address of a BSR or RP, with the router that has it. */
 function nameOf(item) {
-  return ` ${item.address}${item.owner ? ` (${item.owner})` : ""}`;
+  const owner = item.owner ? [" (", name(item.owner), ")"] : [];
+  return element("span", { class: "name", title: item.owner }, item.address, owner);
 }
 
 export class Panel {
@@ -33,7 +35,7 @@ export class Panel {
     const what = this.lens.range ? `RP for ${this.lens.group}` : "BSR";
     const used = [...items.values()].filter((item) => counts.has(item));
     fill(this.legend,
-      used.map((item) => element("span", { class: "entry" }, badge(item), this.shapeOf(item),
+      used.map((item) => element("span", { class: "entry" }, badge(item), this.shapeOf(item), " ",
         nameOf(item), `: ${counts.get(item)}`)),
       counts.has(null) && element("span", { class: "entry" }, element("span", { class: "badge none" }, "–"),
         ` no ${what}: ${counts.get(null)}`),
@@ -64,8 +66,8 @@ export class Panel {
     const zone = comparison && comparison.zones.find((one) => one.zone === this.lens.zone);
     if (!zone) return [];
     const agree = zone.agree && comparison.silent.length === 0;
-    const rows = [...zone.routers.map((one) => [one.router, one.digest || "–", one.group, one.why]),
-      ...comparison.silent.map((one) => [one.router, "–", "–", `does not answer: ${one.error}`])];
+    const rows = [...zone.routers.map((one) => [name(one.router), one.digest || "–", one.group, one.why]),
+      ...comparison.silent.map((one) => [name(one.router), "–", "–", `does not answer: ${one.error}`])];
     const heading = `${agree ? "All agree" : "Not all agree"} on ${zone.zone} now`;
     return [element("h3", { id: "comparison" }, heading),
       table(["router", "digest", "agrees", "why not"], rows)];
@@ -73,14 +75,15 @@ export class Panel {
 
   timeTable(rows) {
     return table(["time", "event"], rows.map(([time, text]) => [
-      element("button", { class: "time", click: () => this.actions.goTo(time) }, timeText(time)), text]));
+      element("button", { class: "time", click: () => this.actions.goTo(time) }, timeText(time)),
+      name(text)]));
   }
 
   routerParts(router) {
     const status = this.lens.at(router, this.time);
     const state = status.stopped ? this.words.stopped : this.words.running;
     return [
-      element("h2", {}, router.name, ` at ${timeText(this.time)}`),
+      element("h2", {}, name(router.name), ` at ${timeText(this.time)}`),
       element("p", {}, router.isNeighbor ? this.words.neighbor :
         `${state}${router.addresses.length ? "; " : ""}${router.addresses.join(", ")}`),
       !router.isNeighbor && !status.stopped && this.zoneParts(router),
@@ -99,7 +102,7 @@ export class Panel {
       const item = bsr && this.names.bsrs.get(bsr.bsr);
       const pick = { class: "link", click: () => this.actions.pickZone(zone.zone) };
       return [element("button", pick, zone.zone),
-        item ? element("span", {}, badge(item), nameOf(item)) : "no BSR",
+        item ? element("span", {}, badge(item), " ", nameOf(item)) : "no BSR",
         bsr ? timeText(bsr.start) : "", ...(isLive ? [zone.digest] : []), state ? state.state : ""];
     });
     const head = ["zone", "BSR", "since", ...(isLive ? ["digest"] : []), "candidacy"];
@@ -151,7 +154,8 @@ export class Panel {
       ...router.candidateBsrs.map((bsr) => ["candidate BSR", bsr.zone || `list ${bsr.list}`, bsr.priority]),
       ...router.candidateRps.map((rp) => ["candidate RP", rp.range || `list ${rp.list}`, rp.priority]),
       ...router.interfaces.flatMap((intf) =>
-        [...intf.borders, ...(intf.borderLists || [])].map((zone) => [`border on ${intf.link}`, zone, ""])),
+        [...intf.borders, ...(intf.borderLists || [])].map(
+          (zone) => [["border on ", name(intf.link)], zone, ""])),
     ];
     if (rows.length === 0) return [];
     return [element("h3", {}, "Configured"), table(["role", "zone or range", "priority"], rows)];

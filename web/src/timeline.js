@@ -108,7 +108,8 @@ export class Timeline {
     context.clip();
     context.strokeStyle = colors.accent;
     context.lineWidth = 2;
-    context.strokeRect(1, chartHeight + place.top - 1, width - 2, Math.max(4, place.height));
+    const left = GUTTER - 3; // the names are left of it
+    context.strokeRect(left, chartHeight + place.top - 1, width - left - 1, Math.max(4, place.height));
     context.restore();
   }
 }
