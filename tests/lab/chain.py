@@ -1,9 +1,10 @@
 """Three routers in a chain: r1 and r2 are candidate BSRs, r2 and r3 candidate RPs.
 
-Usage: chain.py PIMBSR [--web]. Prints each router's `show bsr` and `show rp-set`; with --web it shows them
-live in a browser until it is interrupted."""
+Usage: chain.py PIMBSR [--web [OPTION...]]. Prints each router's `show bsr` and `show rp-set`; with --web it
+shows them live in a browser until it is interrupted, with further options of `pimbsr web`."""
 
 import pathlib
+import signal
 import subprocess
 import sys
 
@@ -25,13 +26,13 @@ def show(routers):
             print(f"\n{router.name}$ pimbsr show {what}\n{router.command('show', what)}", end="")
 
 
-def show_live(command, routers):
+def show_live(command, routers, options):
     agents = [word for router in routers for word in ("--agent", f"{router.name}={router.socket}")]
     print("Open the page in a browser; stop or change something with `ip netns exec`. Ctrl-C ends all:")
     for router in routers:
         print(f"  {router.name} is in the namespace {router.namespace}", flush=True)
     try:
-        subprocess.run([command, "web", *agents], check=False)
+        subprocess.run([command, "web", *agents, *options], check=False)
     except KeyboardInterrupt:
         pass
 
@@ -47,8 +48,8 @@ def main(command, *options):
         lab.start()
         for router in (r1, r2, r3):
             wait_until(lambda: knows_all(router), f"{router.name} knows the BSR and {RPS} RPs")
-        if "--web" in options:
-            show_live(lab.command, (r1, r2, r3))
+        if options[:1] == ("--web",):
+            show_live(lab.command, (r1, r2, r3), options[1:])
         else:
             show((r1, r2, r3))
 
@@ -56,6 +57,9 @@ def main(command, *options):
 if __name__ == "__main__":
     if reason := why_not():
         sys.exit(f"scripts/lab: {reason}; it needs root and network namespaces")
+    # The end of a session removes the namespaces too.
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, lambda received, _: sys.exit(128 + received))
     try:
         main(*sys.argv[1:])
     except LabError as error:

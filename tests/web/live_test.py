@@ -5,6 +5,7 @@ Chromium is not installed or no lab can run, unless PIMBSR_WEB_REQUIRED or PIMBS
 
 import os
 import pathlib
+import signal
 import socket
 import subprocess
 import sys
@@ -202,6 +203,30 @@ class LiveTest(unittest.TestCase):
         self.r2.start()
         self.browser.until("!document.getElementById('legend').innerText.includes('does not answer')", 60)
         self.expect_quiet()
+
+
+class ChainTest(unittest.TestCase):
+    """What scripts/lab runs."""
+
+    def test_namespaces_are_removed_however_it_is_ended(self):
+        chain = pathlib.Path(__file__).resolve().parents[1] / "lab/chain.py"
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            lab = subprocess.Popen([sys.executable, "-B", chain, PIMBSR, "--web", "--listen", "127.0.0.1:0"],
+                                   stdout=subprocess.PIPE, text=True, start_new_session=True)
+            lines = []
+            while not lines or not lines[-1].startswith("Serving"):
+                lines.append(lab.stdout.readline())
+                self.assertTrue(lines[-1], lines)
+            names = [line.split()[-1] for line in lines if "is in the namespace" in line]
+            self.assertEqual(len(names), 3)
+            if number == signal.SIGINT:  # of a terminal, to all that run in it
+                os.killpg(lab.pid, number)
+            else:
+                lab.send_signal(number)
+            lab.wait(60)
+            lab.stdout.close()
+            namespaces = subprocess.run(["ip", "netns"], capture_output=True, text=True, check=True).stdout
+            self.assertEqual([name for name in names if name in namespaces], [], number)
 
 
 if __name__ == "__main__":
