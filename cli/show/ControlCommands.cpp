@@ -276,7 +276,7 @@ ExitCode watch(PathOptions const& options, std::ostream& out, std::ostream& err)
     auto write = [&](std::string_view line) {
       return (out << (isText ? textOfValue(line) : std::string(line)) << std::endl).good();
     };
-    if (!options.path.empty()) check({{"command", "watch"}, {"path", options.path}});
+    if (!options.path.empty()) check({{"command", "watch"}, {"path", options.path}}, "");
     agent::tryInTurn(readingSockets(options.socket),
                      [&](std::string const& path) { agent::watch(path, write, options.path); });
     return true;
