@@ -118,6 +118,24 @@ T getNumber(In& in) {
   return networkOrder(number);
 }
 
+/// A bool, a number or an enumeration.
+template <class T>
+concept PlainNumber = std::is_arithmetic_v<T> || std::is_enum_v<T>;
+
+/// The number that is the form of a plain one.
+template <PlainNumber T>
+auto formNumber(T value) {
+  if constexpr (std::same_as<T, bool>) {
+    return static_cast<U8>(value);
+  } else if constexpr (std::same_as<T, double>) {
+    return std::bit_cast<U64>(value);
+  } else if constexpr (std::is_enum_v<T>) {
+    return static_cast<U32>(value);
+  } else {
+    return static_cast<std::make_unsigned_t<T>>(value);
+  }
+}
+
 /// Bytes without their length, and with it.
 PIMBSR_API void putRaw(Out& out, std::string_view bytes);
 PIMBSR_API void putBytes(Out& out, std::string_view bytes);
@@ -129,14 +147,8 @@ template <class T>
 void put(Out& out, T const& value) {
   if constexpr (OwnForm<T>) {
     value.zetPut(out);
-  } else if constexpr (std::same_as<T, bool>) {
-    putNumber(out, static_cast<U8>(value));
-  } else if constexpr (std::same_as<T, double>) {
-    putNumber(out, std::bit_cast<U64>(value));
-  } else if constexpr (std::integral<T>) {
-    putNumber(out, static_cast<std::make_unsigned_t<T>>(value));
-  } else if constexpr (std::is_enum_v<T>) {
-    putNumber(out, static_cast<U32>(value));
+  } else if constexpr (PlainNumber<T>) {
+    putNumber(out, formNumber(value));
   } else if constexpr (std::derived_from<T, String8>) {
     putBytes(out, value.view());
   } else {

@@ -104,13 +104,25 @@ class PIMBSR_API FlowOut : public PtrInterface {
   /// Starts a message; the end() that follows fills in its length.
   Out& begin(Op op, U32 object, AttributeId attribute) {
     begun_ = out_->size();
-    U32 const header[] = {0, networkOrder(number_)};
+    putHeader(out_->add(headerSize), 0, op, object, attribute);
+    return *out_;
+  }
+  /// A whole message with one number, whose length is known before.
+  template <std::unsigned_integral T>
+  void putValue(U32 object, AttributeId attribute, T number) {
+    constexpr std::size_t size = headerSize + sizeof number;
+    U8* to = out_->add(size);
+    putHeader(to, size - 4, Op::value, object, attribute);
+    number = networkOrder(number);
+    std::memcpy(to + headerSize, &number, sizeof number);
+    if (out_->size() > maxPending_) throwFull();
+  }
+  void putHeader(U8* to, U32 length, Op op, U32 object, AttributeId attribute) const {
+    U32 const header[] = {networkOrder(length), networkOrder(number_)};
     U32 const names[] = {networkOrder(object), networkOrder(static_cast<U32>(attribute))};
-    U8* to = out_->add(headerSize);
     std::memcpy(to, header, sizeof header);
     to[8] = static_cast<U8>(op);
     std::memcpy(to + 9, names, sizeof names);
-    return *out_;
   }
   void end() {
     std::size_t const size = out_->size();
@@ -164,8 +176,12 @@ class PIMBSR_API Sa {
   void sendValue(AttributeId attribute, T const& value) {
     if (flow_->needsSnapshot_) return;  // which will have it
     try {
-      put(flow_->begin(Op::value, id_, attribute), value);
-      flow_->end();
+      if constexpr (PlainNumber<T>) {
+        flow_->putValue(id_, attribute, formNumber(value));
+      } else {
+        put(flow_->begin(Op::value, id_, attribute), value);
+        flow_->end();
+      }
     } catch (...) {
       flow_->fail();
     }
