@@ -77,11 +77,10 @@ def answers_of_web(pimbsr, root, change):
     sys.path.insert(0, str(root / "tests/web"))
     agents = __import__("agents")
     with tempfile.TemporaryDirectory() as folder:
-        # A name with a quote, so that JSON has to escape it.
-        agent = agents.FakeAgent(f'{folder}/a"b.sock')
+        agent = agents.FakeAgent(f"{folder}/r1.sock")
         agent.answers["drops"] = {"drops": [], "lastMessages": []}
-        server = subprocess.Popen([pimbsr, "web", "--listen", "127.0.0.1:0", "--agent", agent.path],
-                                  stdout=subprocess.PIPE, text=True)
+        words = [pimbsr, "web", "--listen", "127.0.0.1:0", "--agent", f"r1={agent.path}"]
+        server = subprocess.Popen(words, stdout=subprocess.PIPE, text=True)
         try:
             port = int(re.search(r":(\d+)/", server.stdout.readline())[1])
             for schema, path in (("web", "/api"), ("web-error", "/api/none/bsr"),
@@ -100,8 +99,8 @@ def events(port, agent, change):
     """(schema, event) of a stream until it has the change."""
     connection = http.client.HTTPConnection("localhost", port, timeout=20)
     connection.request("GET", "/events")
-    lines, name = connection.getresponse(), ""
-    while name != "change":
+    lines, name, event = connection.getresponse(), "", {}
+    while "change" not in event:
         word, _, text = lines.readline().decode().rstrip("\n").partition(": ")
         name = text if word == "event" else name
         if word == "data":
