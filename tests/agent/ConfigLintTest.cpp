@@ -127,10 +127,10 @@ Unwise const unwise[] = {
      {"f:3:14: filter.bsr-lists: these lists permit no unicast address, so that the messages of every BSR "
       "are "
       "dropped",
-      "f:5:10: access-list.a: rule 10: it permits no unicast address, as filter.bsr-lists needs"}},
+      "f:5:10: access-list.a.rules: seq 10: it permits no unicast address, as filter.bsr-lists needs"}},
     {"RuleOfGroupsForRps",
      PIM "[filter]\nrp-lists = [\"a\"]\n" LIST("a", PERMIT("10.0.0.0/8") ", " PERMIT("224.0.0.0/4")),
-     {"f:5:57: access-list.a: rule 20: it permits no unicast address, as filter.rp-lists needs"}},
+     {"f:5:54: access-list.a.rules: seq 20: it permits no unicast address, as filter.rp-lists needs"}},
     {"ListOfAllAddressesForBsrs",
      PIM "[filter]\nbsr-lists = [\"a\"]\n" LIST("a", "{action = \"permit\"}"),
      {}},

@@ -312,7 +312,8 @@ TEST_F(MetricsTest, HistoryFileAndChangeCommandAreCountedIfThereAreAny) {
        {"pimbsr_history_unsaved_total 3", "pimbsr_history_complete 0", "pimbsr_state_writer_restarts_total 2",
         "pimbsr_change_command_runs_total{outcome=\"failed\"} 2",
         "pimbsr_change_command_runs_total{outcome=\"timedOut\"} 1",
-        "pimbsr_change_command_running_seconds 1.5"})
+        "pimbsr_change_command_running_seconds 1.5", "pimbsr_change_command_helper_restarts_total 0",
+        "pimbsr_change_command_ready 1"})
     EXPECT_NE(text.find(line), text.npos) << line;
 }
 

@@ -270,13 +270,17 @@ TEST(ShowTablesTest, InterfacesAreShownWithTheirPackets) {
        "hello": {"received": 10, "dropped": 0, "sent": 5, "sendFailed": 0}}},
     {"interface": "eth7", "state": "missing", "address": null, "addresses": [], "mtu": null, "drPriority": 1,
      "helloInterval": 30, "dr": null, "ownDr": false, "neighbors": 0, "nextHello": null, "generationId": null,
-     "bsm": false, "traffic": {}}]})"),
+     "bsm": false, "traffic": {}, "duplicates": 12}]})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
-  interface  state    address     MTU  DR                       own DR priority  neighbors  next Hello  BSM
-  eth0       up       192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s  on
-  eth7       missing  -             -  -                                      1          0           -  off
-
+)"
+            "  interface  state    address     MTU  DR                   "
+            "    own DR priority  neighbors  next Hello  BSM  duplicates\n"
+            "  eth0       up       192.0.2.9  1500  192.0.2.9 (this route"
+            "r)                1          1      18.0 s  on            0\n"
+            "  eth7       missing  -             -  -                    "
+            "                  1          0           -  off          12\n"
+            R"(
 Packets
   interface  received  dropped  sent  not sent
   eth0             13        1    12         2
@@ -297,9 +301,12 @@ TEST(ShowTablesTest, InterfacesShowTheirReceiveQueuesAndWhatCouldNotBeSent) {
      "lastSendError": null}})"),
             R"(
 Interfaces that speak PIM (the highest DR priority wins, then the highest address)
-  interface  state  address     MTU  DR                       own DR priority  neighbors  next Hello  BSM
-  eth0       up     192.0.2.9  1500  192.0.2.9 (this router)                1          1      18.0 s  on
-
+)"
+            "  interface  state  address     MTU  DR                     "
+            "  own DR priority  neighbors  next Hello  BSM  duplicates\n"
+            "  eth0       up     192.0.2.9  1500  192.0.2.9 (this router)"
+            "                1          1      18.0 s  on            0\n"
+            R"(
 Packets
   interface  received  dropped  sent  not sent
   eth0              0        0     0         0
@@ -510,6 +517,15 @@ Change command: install
 The last run ended 7.0 s ago after 30.0 s: timed out, by signal 15.
 A run has lasted for 2.0 s.
 A change waits to be handed to it.
+)");
+  EXPECT_EQ(
+      shown("on-change", R"({"command": "install", "timeLimit": 30, "runningFor": null, "waiting": false,
+    "succeeded": 2, "failed": 0, "timedOut": 1, "lastRun": null, "helperRestarts": 1, "helperEnded": true})"),
+      R"(
+Change command: install
+2 runs succeeded, 0 failed, 1 took longer than 30.0 s and was ended.
+Its helper process has died and was started again: 1 time.
+Its helper process has ended: it does not run any more; restart the agent.
 )");
 }
 
