@@ -287,8 +287,9 @@ class ShortBuffer : public std::streambuf {
 
 TEST(ControlCommandsTest, AllHasEachViewThatNeedsNothingMore) {
   view::All given{.version = {.version = "1.2.3"}, .config = {.settings = Json::object()}};
+  Json const all = jsonOf(given);
   std::map<std::string, Json> answers;
-  for (auto const& [member, view] : jsonOf(given).items()) {
+  for (auto const& [member, view] : all.items()) {
     std::string what;  // the member with hyphens
     for (char c : member) what += std::isupper(c) == 0 ? std::string(1, c) : std::string("-") + char(c + 32);
     answers[what] = view;
