@@ -56,14 +56,14 @@ class Stream:
         return self.text
 
     def has_ended(self):
-        """Whether the server has ended it; what it sent before is read."""
+        """Whether the server has ended it, by a last chunk (RFC 9112 section 7.1) or with its connection."""
         self.socket.settimeout(0.01)
         try:
-            while self.socket.recv(65536):
-                pass
+            while data := self.socket.recv(65536):
+                self.text += data
             return True
         except TimeoutError:
-            return False
+            return self.text.endswith(b"\r\n0\r\n\r\n")
 
     def close(self):
         self.socket.close()
