@@ -27,22 +27,39 @@ void RpSweep::onCrpSet(IpGenPrefix const&) {
   if (timer_->timeMin() == Kiv::never) timer_->timeMinIs(Zet::now() + period);
 }
 
-/// What the sets of all zones hold. It is gathered with the first question, so that a walk that finds nothing
-/// to take out costs nothing more; a question is O(log n), however many zones hold a range.
+/// What the sets of all zones hold. The first questions are asked of each zone, since most walks have few or
+/// none. With more of them all is gathered once, and each is O(log n), however many zones hold a range.
 class RpSweep::Held {
  public:
   explicit Held(Routing::Pim::Bsr::Status const& status) : status_(status) {}
 
   bool contains(IpGenPrefix const& range) {
+    if (isAmongFirst()) return isInAny([&](auto const& sets) { return sets.crpSet(range) != nullptr; });
     gather();
     return std::binary_search(ranges_.begin(), ranges_.end(), range, Zet::Meter::Less());
   }
   bool contains(IpGenPrefix const& range, IpGenAddr const& rp) {
+    if (isAmongFirst()) {
+      return isInAny([&](auto const& sets) {
+        Ptr<RpCandidateSet> set = sets.crpSet(range);
+        return set && set->rp(rp);
+      });
+    }
     gather();
     return std::binary_search(rps_.begin(), rps_.end(), std::pair(range, rp), Zet::Meter::Less());
   }
 
  private:
+  static constexpr int firstQuestions = 16;
+
+  bool isAmongFirst() { return asked_++ < firstQuestions; }
+  template <class Holds>
+  bool isInAny(Holds const& holds) const {
+    for (auto zone = status_.crpStatusIterator(); zone; ++zone) {
+      if (zone->status() && holds(*zone->status())) return true;
+    }
+    return false;
+  }
   void gather() {
     if (std::exchange(isGathered_, true)) return;
     for (auto zone = status_.crpStatusIterator(); zone; ++zone) {
@@ -59,6 +76,7 @@ class RpSweep::Held {
   }
 
   Routing::Pim::Bsr::Status const& status_;
+  int asked_ = 0;
   bool isGathered_ = false;
   std::vector<IpGenPrefix> ranges_;
   std::vector<std::pair<IpGenPrefix, IpGenAddr>> rps_;
