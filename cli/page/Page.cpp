@@ -9,7 +9,6 @@
 #include "cli/base/Errors.h"
 #include "cli/page/Pack.h"
 #include "cli/page/PageText.h"
-#include "view/Json.h"
 #include "view/Replay.h"
 #include "view/Simulation.h"
 
@@ -64,13 +63,21 @@ bool isSavedDocument(std::string const& path) {
   return file >> first && first == '{';
 }
 
-/// Reads it as its view, so that all members are there and of the right type, and no others, which could be
-/// nested deeper than a page can be written.
+/// A document of ours is nested ten deep at most; one nested deeply would end the process where it is copied.
+static bool checkDepth(int depth, Json::parse_event_t, Json const&) {
+  static constexpr int maxDepth = 64;
+  if (depth > maxDepth) throw view::ReadError(fmt::format("it is nested deeper than {}", maxDepth));
+  return true;
+}
+
+/// Reads it as its view too, so that all members are there and of the right type.
 template <class View>
 static Json savedDocument(std::string const& path, char const* command) {
   try {
     std::ifstream file(path, std::ios::binary);
-    return view::jsonOf(view::readView<View>(Json::parse(file)));
+    Json document = Json::parse(file, checkDepth);
+    view::readView<View>(document);
+    return document;
   } catch (nlohmann::json::exception const& error) {
     throw UsageError(fmt::format("{} is no document of {} --json: {}", path, command, error.what()));
   } catch (view::ReadError const& error) {
