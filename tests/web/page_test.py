@@ -354,12 +354,13 @@ class PageTest(unittest.TestCase):
         self.browser.run("pimbsr.app.setScheme('dark'); pimbsr.app.drawAll()")
         self.shot("replay")
         # An RP that is no router of the capture.
+        zone = self.shown()["zone"]
         self.browser.key("/")
         self.browser.until("document.activeElement.id === 'search'")
         self.browser.call("Input.insertText", text="203.0.113.5")
         self.browser.key("Enter")
         self.browser.until("document.body.dataset.range !== ''")
-        self.show(range="")
+        self.show(range="", zone=zone)
         self.show(time=1200)
         self.assertIn("no BSR: 1", self.text("#legend").replace("\n", ""))
 
