@@ -65,13 +65,13 @@ class PageOfAgentsTest(unittest.TestCase):
         start = time.monotonic()
         self.browser.visit(self.url)
         self.until_legend("10.0.0.1: 2")
-        self.assertLess(time.monotonic() - start, 5)
+        self.assertLess(time.monotonic() - start, 8)
         start = time.monotonic()
         self.agents[0].answers["bsr"] = bsr_view("10.0.0.9")
         self.agents[0].publish({"event": "bsrChanged", "zone": GLOBAL, "time": 1.0,
                                 "bsr": {"address": "10.0.0.9", "priority": 1, "hashMaskLen": 30}})
         self.until_legend("10.0.0.9: 1")
-        self.assertLess(time.monotonic() - start, 7)
+        self.assertLess(time.monotonic() - start, 8)
         for agent in self.agents:
             agent.delay.set()
         self.until_legend("10.0.0.1: 7", 40)
@@ -120,7 +120,7 @@ class PageOfAgentsTest(unittest.TestCase):
     def test_times_are_those_of_the_day_and_packets_are_counted(self):
         self.start(1)
         self.agents[0].answers["interfaces"] = {"interfaces": [
-            {"interface": "eth0", "addresses": ["10.0.0.1/24"], "traffic": {"bsm": {"received": 5}}}]}
+            {"interface": "eth0", "addresses": ["10.0.0.2/24"], "traffic": {"bsm": {"received": 5}}}]}
         self.browser.visit(self.url)
         self.until_legend("10.0.0.1: 1")
         self.assertRegex(self.browser.run("document.getElementById('panel').innerText"),
@@ -159,7 +159,7 @@ class LiveTest(unittest.TestCase):
             self.browser.screenshot(SHOTS / f"{name}.png")
 
     def until_text(self, selector, wanted, seconds=30):
-        text = f"document.querySelector('{selector}').innerText"
+        text = f"(document.querySelector('{selector}') || {{ innerText: '' }}).innerText"
         self.browser.until(f"{text}.includes('{wanted}')", seconds)
 
     def show(self, router):

@@ -189,9 +189,9 @@ class App {
     this.moments.clear();
     this.timeline.axis.extend(this.model.end);
     this.timeline.lanes.takeRows();
+    this.lens.forget();
     if (isOther) this.graph.place();
     this.takeZone();
-    this.lens.forget();
     this.timeline.lanes.sort(byId("alike").checked);
     this.fillZones();
     this.fillRanges();

@@ -11,13 +11,17 @@ const POLL = 10000; // milliseconds after which POLLED are asked for, of which t
 const FULL_POLLS = 6; // after so many of these all are asked for, so that a lost event loses nothing
 const COMPARE = 500; // milliseconds for which changes are gathered before the comparison is asked for
 const RETRY = 5000; // milliseconds until a stream that was rejected is asked for again
+const PATIENCE = 2000; // milliseconds for the first view of an agent
 const MAX_MARKS = 500;
 const POLLED = ["neighbors", "interfaces", "borders", "drops"];
 const CHANGING = ["bsr", "rp-set", "neighbors", "borders"];
 const VIEWS = ["bsr", "rp-set", ...POLLED];
 
-async function ask(path) {
-  const answer = await fetch(path);
+/** The JSON of a path; fails if there is no answer after some milliseconds, unless they are 0. */
+async function ask(path, patience = 0) {
+  const control = new AbortController();
+  const timer = patience && setTimeout(() => control.abort(), patience);
+  const answer = await fetch(path, { signal: control.signal }).finally(() => clearTimeout(timer));
   if (!answer.ok) throw new Error(`${path}: ${answer.status}`);
   return answer.json();
 }
@@ -167,12 +171,16 @@ export class Live {
   }
 
   /** Known views with those wanted; null if the agent does not answer. They are asked for one after the
-   *  other, so that an agent that hangs has one of the few connections that the browser makes. */
+   *  other, so that an agent that hangs has one of the few connections that the browser makes, and not for
+   *  long. */
   async viewsOf(name, wanted, known) {
     if (this.gone.has(name)) return null;
     try {
       const views = { ...known };
-      for (const view of wanted) views[view] = await ask(`api/${encodeURIComponent(name)}/${view}`);
+      for (const view of wanted) {
+        const patience = view === wanted[0] ? PATIENCE : 0;
+        views[view] = await ask(`api/${encodeURIComponent(name)}/${view}`, patience);
+      }
       return views;
     } catch {
       return null;
