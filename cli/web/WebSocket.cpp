@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -34,6 +35,13 @@ struct Address {
   sockaddr_storage storage{};
   socklen_t size = 0;
 };
+
+/// Connections that a socket accepts end when a client acknowledges nothing for 30 seconds, since its network
+/// may be lost. Has no effect on a Unix socket.
+void endUnreachable(int socket) {
+  unsigned milliseconds = 30'000;
+  setsockopt(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, &milliseconds, sizeof milliseconds);
+}
 
 unsigned portOf(std::string const& text, std::string const& place) {
   bool isNumber = !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == text.npos;
@@ -81,6 +89,7 @@ WebSocket::WebSocket(std::string const& place) {
   if (!socket_) throw failure("socket");
   int on = 1;
   setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  endUnreachable(socket_.get());
   if (bind(socket_.get(), reinterpret_cast<sockaddr*>(&address.storage), address.size) != 0 ||
       listen(socket_.get(), SOMAXCONN) != 0)
     throw failure("cannot listen at " + place);
@@ -101,6 +110,7 @@ WebSocket WebSocket::passed() {
   if (flags < 0 || fcntl(firstPassed, F_SETFL, flags | O_NONBLOCK) < 0)
     throw failure("the socket of the service manager");
   fcntl(firstPassed, F_SETFD, FD_CLOEXEC);
+  endUnreachable(firstPassed);
   made.readName();
   return made;
 }

@@ -17,7 +17,7 @@ from agents import GLOBAL, FakeAgent, bsr_view
 from browser import Browser, find_chromium
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "lab"))
-from lab import Lab, wait_until, why_not  # noqa: E402  found by the line before
+from lab import Lab, run, wait_until, why_not  # noqa: E402  found by the line before
 
 PIMBSR = pathlib.Path(sys.argv[1]).resolve()
 SHOTS = pathlib.Path(sys.argv[2]) if len(sys.argv) > 2 else None
@@ -203,6 +203,73 @@ class LiveTest(unittest.TestCase):
         self.r2.start()
         self.browser.until("!document.getElementById('legend').innerText.includes('does not answer')", 60)
         self.expect_quiet()
+
+
+CLIENT = """import socket, sys
+clients = []
+for _ in range({count}):
+    client = socket.create_connection(("10.9.9.1", 80), timeout=10)
+    clients.append(client)
+    client.sendall(b"GET {path} HTTP/1.1\\r\\nHost: 10.9.9.1\\r\\n"
+                   b"Authorization: Bearer 0123456789abcdef\\r\\n\\r\\n")
+    try:
+        print(len(client.recv(100)) > 0, flush=True)
+    except OSError:
+        print(False, flush=True)
+sys.stdin.read()
+"""
+
+
+class FarClientTest(unittest.TestCase):
+    """A client on another system, which a link connects."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.agent = FakeAgent(pathlib.Path(folder.name) / "r1.sock")
+        token = pathlib.Path(folder.name) / "token"
+        token.write_text("0123456789abcdef\n")
+        token.chmod(0o600)
+        self.spaces = [f"pimbsr-web-{os.getpid()}-{end}" for end in "ab"]
+        for space in self.spaces:
+            run("ip", "netns", "add", space)
+            self.addCleanup(run, "ip", "netns", "del", space)
+        run("ip", "link", "add", "v0", "netns", self.spaces[0], "type", "veth", "peer", "name", "v1",
+            "netns", self.spaces[1])
+        for space, link, address in zip(self.spaces, ("v0", "v1"), ("10.9.9.1/24", "10.9.9.2/24")):
+            run("ip", "-n", space, "addr", "add", address, "dev", link)
+            run("ip", "-n", space, "link", "set", link, "up")
+        server = self.start(self.spaces[0], PIMBSR, "web", "--listen", "10.9.9.1:80", "--token-file", token,
+                            "--agent", f"r1={self.agent.path}")
+        self.assertIn("Serving", server.stdout.readline())
+
+    def start(self, space, *words):
+        process = subprocess.Popen(["ip", "netns", "exec", space, *map(str, words)], text=True,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+
+        def end():
+            process.kill()
+            process.wait()
+            process.stdin.close()
+            process.stdout.close()
+
+        self.addCleanup(end)
+        return process
+
+    def client(self, path, count):
+        """The answers, as True or False, of a client that keeps its connections."""
+        process = self.start(self.spaces[1], sys.executable, "-c", CLIENT.format(path=path, count=count))
+        return [process.stdout.readline().strip() == "True" for _ in range(count)]
+
+    def test_one_address_has_a_part_of_the_connections(self):
+        self.assertEqual(self.client("/api", 40), [True] * 32 + [False] * 8)
+
+    def test_stream_of_a_client_that_vanished_ends(self):
+        self.assertEqual(self.client("/events", 1), [True])
+        wait_until(lambda: self.agent.watchers, "a watch")
+        run("ip", "-n", self.spaces[1], "link", "set", "v1", "down")
+        # A heartbeat after 15 s at most, and 30 s without an acknowledgment of it.
+        wait_until(lambda: not self.agent.watchers, "no watch", 70)
 
 
 class ChainTest(unittest.TestCase):
