@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "host/RpMap.h"
 #include "wire/Wire.h"
 
 template <>
@@ -105,10 +106,23 @@ ZoneParts const* Expectation::zoneFor(U32 node, IpGenPrefix const& range) const 
   return best;
 }
 
+bool Expectation::hasBsr(U32 node, IpGenPrefix const& zone) const {
+  auto isZone = [&](ZoneParts const& at) { return at.zone() == zone; };
+  auto at = std::find_if(zones_.begin(), zones_.end(), isZone);
+  return at != zones_.end() && at->bsrOf(node) != nullptr;
+}
+
 bool Expectation::permits(U32 bsr, IpGenAddr const& sender) const {
   auto const& permits = network_.node(bsr).config().permits;
   auto covers = [&sender](IpGenPrefix const& senders) { return senders.contains(sender); };
   return permits.empty() || std::any_of(permits.begin(), permits.end(), covers);
+}
+
+/// Three times the interval of its advertisements, and three times the BSR's where that is less than two and
+/// a half of those.
+static U32 holdtimeOf(host::RpCandidacy const& rp, host::BsrCandidacy const& bsr) {
+  U32 holdtime = U32{3} * rp.interval;
+  return 2 * holdtime > 5 * bsr.interval ? holdtime : 3 * bsr.interval;
 }
 
 /// A candidate RP advertises a range to the BSR of the longest zone that it knows itself. The BSR takes it
@@ -125,8 +139,9 @@ void Expectation::findRps() {
       ZoneParts const* taken = zoneFor(bsr, range);
       bool isForIt =
           taken->bsrNodeOf(bsr) == bsr && taken->bsrOf(bsr)->address == zone->bsrOf(number)->address;
-      if (isForIt && permits(bsr, address))
-        rps_[{taken->zone(), bsr}].insert({range, address, candidacy.priority});
+      if (!isForIt || !permits(bsr, address)) continue;
+      U32 holdtime = holdtimeOf(candidacy, *taken->bsrOf(bsr));
+      rps_[{taken->zone(), bsr}].insert({range, address, candidacy.priority, holdtime});
     }
   }
 }
@@ -139,14 +154,15 @@ static std::set<KnownRp> rpsOf(Node const& node, IpGenPrefix const& zone) {
   if (!held || !held->status()) return rps;
   for (auto set = held->status()->crpSetIterator(); set; ++set) {
     for (auto rp = set->rpIterator(); rp; ++rp) {
-      rps.insert({set->prefix(), rp->address(), rp->priority().value()});
+      rps.insert({set->prefix(), rp->address(), rp->priority().value(), rp->holdTime().value()});
     }
   }
   return rps;
 }
 
 static std::string textOf(KnownRp const& rp) {
-  return fmt::format("RP {} for {} with priority {}", std::get<1>(rp), std::get<0>(rp), std::get<2>(rp));
+  return fmt::format("RP {} for {} with priority {} and holdtime {} s", std::get<1>(rp), std::get<0>(rp),
+                     std::get<2>(rp), std::get<3>(rp));
 }
 
 void Expectation::checkRouter(ZoneParts const& zone, U32 number, Findings& findings) const {
@@ -188,6 +204,23 @@ void Expectation::checkHash(ZoneParts const& zone, U32 number, Findings& finding
       if (length == bsr->hashMaskLen) continue;
       findings.push_back(fmt::format("{} has hash mask length {} for RP {} of zone {}, and its BSR has {}",
                                      node.name(), length, rp->address(), zone.zone(), bsr->hashMaskLen));
+    }
+  }
+}
+
+/// No RP stays for longer than its holdtime.
+void Expectation::checkExpiry(ZoneParts const& zone, U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  auto held = node.router()->status()->crpStatus(zone.zone());
+  if (!held || !held->status()) return;
+  double now = node.localTime(network_.now());
+  for (auto set = held->status()->crpSetIterator(); set; ++set) {
+    for (auto rp = set->rpIterator(); rp; ++rp) {
+      double left = rp->expires() - now;
+      if (left >= 0 && left <= rp->holdTime().value()) continue;
+      findings.push_back(fmt::format("{} has RP {} for {} for {:.3f} s, and its holdtime is {} s",
+                                     node.name(), rp->address(), set->prefix(), left,
+                                     rp->holdTime().value()));
     }
   }
 }
@@ -263,6 +296,7 @@ Findings Expectation::check() const {
       for (U32 node : part) {
         checkRouter(zone, node, findings);
         checkHash(zone, node, findings);
+        checkExpiry(zone, node, findings);
       }
     }
   }
@@ -270,6 +304,52 @@ Findings Expectation::check() const {
     if (network_.node(node).isRunning()) checkRead(node, findings);
   }
   return findings;
+}
+
+// Which RP serves a group -----------------------------------------------------------------------------
+
+/// By a computation of its own, from the RPs that are expected: of the longest range that covers the group,
+/// the lowest priority, then the highest hash, then the highest address.
+IpGenAddr Expectation::rpOf(U32 node, Lanet::IpAddr group) const {
+  std::tuple<U32, U32, U32, U32> best{};
+  IpGenAddr found;
+  for (ZoneParts const& zone : zones_) {
+    host::BsrCandidacy const* bsr = zone.bsrOf(node);
+    auto at = bsr == nullptr ? rps_.end() : rps_.find({zone.zone(), zone.bsrNodeOf(node)});
+    if (at == rps_.end()) continue;
+    U32 mask = bsr->hashMaskLen == 0 ? 0 : ~U32{0} << (32 - bsr->hashMaskLen);
+    for (auto const& [range, address, priority, holdtime] : at->second) {
+      if (!range.contains(IpGenAddr(group)) || zoneFor(node, range) != &zone) continue;
+      U32 rp = address.v4Addr().hostWord();
+      U32 hash = (1103515245 * ((1103515245 * (group.hostWord() & mask) + 12345) ^ rp) + 12345) & 0x7fffffff;
+      std::tuple rank(range.length(), ~priority, hash, rp);
+      if (!found.isEmpty() && rank <= best) continue;
+      best = rank;
+      found = address;
+    }
+  }
+  return found;
+}
+
+Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups) const {
+  Findings findings;
+  auto text = [](IpGenAddr const& rp) { return rp.isEmpty() ? "no RP" : fmt::format("{}", rp); };
+  for (U32 number = 0; number < network_.nodeCount(); ++number) {
+    Node const& node = network_.node(number);
+    if (!node.isRunning()) continue;
+    for (Lanet::IpAddr group : groups) {
+      IpGenAddr used = servingRp(network_, node, group);
+      IpGenAddr expected = rpOf(number, group);
+      if (used == expected) continue;
+      findings.push_back(fmt::format("{} uses {} for group {}, and must use {}", node.name(), text(used),
+                                     IpGenAddr(group), text(expected)));
+    }
+  }
+  return findings;
+}
+
+IpGenAddr servingRp(Network const& network, Node const& node, Lanet::IpAddr group) {
+  return host::RpMap(node.router()->rpCandidateStatus()).lookup(group, node.localTime(network.now())).rp;
 }
 
 // Learning at a restart -------------------------------------------------------------------------------
@@ -304,7 +384,9 @@ std::vector<IpGenPrefix> zonesToLearn(Expectation const& expectation, Network co
 // Packets ---------------------------------------------------------------------------------------------
 
 void SizeWatch::onLoss(Network const& network, Node const* node, Loss loss, Bytes packet) {
-  if (loss != Loss::tooBig || node == nullptr) return;
+  auto ip = wire::parseIpv4(packet);
+  bool isOwn = node != nullptr && (!ip || node->isOwnAddress(ip->source));
+  if (loss != Loss::tooBig || !isOwn) return;
   findings_.push_back(fmt::format("{} sends {} bytes, more than the MTU of the link, at {:.3f} s",
                                   node->name(), packet.size(), network.now()));
 }
@@ -322,11 +404,9 @@ void BorderWatch::validate(Network const& network, Node const& node, NodeInterfa
                                   verb, first->prefix(), intf.intfId.stringValue().view(), network.now()));
 }
 
-void BorderWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf, Bytes packet) {
-  if (kindOf(packet) != PacketKind::bootstrap) return;
-  auto ip = wire::parseIpv4(packet);
-  auto message = wire::decodeBootstrap(ip->payload, ip->source, ip->destination);
-  if (message) validate(network, node, intf, **message, "sends");
+void BorderWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf,
+                         BootstrapMessage const& message) {
+  validate(network, node, intf, message, "sends");
 }
 
 void BorderWatch::onReception(Network const& network, Node const& node, NodeInterface const& intf,

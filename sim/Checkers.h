@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <span>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -15,8 +16,8 @@ namespace pimbsr::sim {
 /// Deviations from the expected state, each as one human-readable sentence.
 using Findings = std::vector<std::string>;
 
-/// An RP of a zone as all routers of a part must know it: range, address, priority.
-using KnownRp = std::tuple<Lanet::IpGenPrefix, Lanet::IpGenAddr, U32>;
+/// An RP of a zone as all routers of a part must know it: range, address, priority, holdtime in seconds.
+using KnownRp = std::tuple<Lanet::IpGenPrefix, Lanet::IpGenAddr, U32, U32>;
 
 /// The running routers of a network that flood one zone's messages to each other, over links that are up and
 /// interfaces that are no border of exactly that zone (RFC 5059 section 1.3).
@@ -59,7 +60,14 @@ class Expectation {
   /// set everywhere, that of the candidate RPs that run, with the BSR's hash mask length; and PIM reads of
   /// each group range what its longest zone with a BSR has.
   Findings check() const;
+  /// Compares the RP that every running router uses for these groups with the one that the hash of the
+  /// expected RPs gives (RFC 7761 section 4.7).
+  Findings checkServed(std::span<Lanet::IpAddr const> groups) const;
   std::vector<ZoneParts> const& zones() const { return zones_; }
+  /// Whether a router must have a BSR of a zone.
+  bool hasBsr(U32 node, Lanet::IpGenPrefix const& zone) const;
+  /// The RP that a router must use for a group; empty for none.
+  Lanet::IpGenAddr rpOf(U32 node, Lanet::IpAddr group) const;
 
  private:
   void findZones();
@@ -68,6 +76,7 @@ class Expectation {
   bool permits(U32 bsr, Lanet::IpGenAddr const& sender) const;
   void checkRouter(ZoneParts const& zone, U32 node, Findings& findings) const;
   void checkHash(ZoneParts const& zone, U32 node, Findings& findings) const;
+  void checkExpiry(ZoneParts const& zone, U32 node, Findings& findings) const;
   void checkRead(U32 node, Findings& findings) const;
   void checkElected(ZoneParts const& zone, Findings& findings) const;
 
@@ -77,13 +86,16 @@ class Expectation {
   std::map<std::pair<Lanet::IpGenPrefix, U32>, std::set<KnownRp>> rps_;
 };
 
+/// The RP that a running router uses for a group; empty for none.
+Lanet::IpGenAddr servingRp(Network const& network, Node const& node, Lanet::IpAddr group);
+
 /// Zones of which a router must know the BSR right after its restart: those of which a neighbor that is DR
 /// of a shared link holds a message, where no border lies between them (RFC 5059 section 3.5). Zones for
 /// which it is a candidate itself are left out. To be asked before the restart.
 std::vector<Lanet::IpGenPrefix> zonesToLearn(Expectation const& expectation, Network const& network,
                                              U32 node);
 
-/// Watches that no router sends a packet that is longer than its link's MTU.
+/// Watches that no router sends a packet of its own that is longer than its link's MTU.
 class SizeWatch {
  public:
   void onLoss(Network const& network, Node const* node, Loss loss, Bytes packet);
@@ -96,7 +108,8 @@ class SizeWatch {
 /// Watches that no message is sent over a border of its exact zone, nor accepted there.
 class BorderWatch {
  public:
-  void onSent(Network const& network, Node const& node, NodeInterface const& intf, Bytes packet);
+  void onSent(Network const& network, Node const& node, NodeInterface const& intf,
+              Routing::Pim::Packet::BootstrapMessage const& message);
   void onReception(Network const& network, Node const& node, NodeInterface const& intf,
                    host::Reception const& reception);
   Findings const& findings() const { return findings_; }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "sim/RandomScenario.h"
+#include "sim/TrialReport.h"
 
 namespace pimbsr::sim {
 
@@ -13,48 +14,6 @@ using Lanet::IpGenPrefix;
 static constexpr U32 learningTime = 12;
 /// Packets on one link within a second that no random network needs.
 static constexpr U32 maxPackets = 500;
-
-namespace {
-
-/// Watches the borders and passes events on to another report, if there is one.
-class TrialReport final : public Report {
- public:
-  explicit TrialReport(Report* other) : other_(other) {}
-  void networkIs(Network const& network) { network_ = &network; }
-  Findings findings() const {
-    Findings all = borders_.findings();
-    all.insert(all.end(), sizes_.findings().begin(), sizes_.findings().end());
-    return all;
-  }
-
-  void onSent(Node const& node, NodeInterface const& intf, Bytes packet) override {
-    borders_.onSent(*network_, node, intf, packet);
-  }
-  void onReception(Node const& node, NodeInterface const& intf, host::Reception const& reception) override {
-    borders_.onReception(*network_, node, intf, reception);
-    if (other_ != nullptr && !reception.accepted()) other_->onReception(node, intf, reception);
-  }
-  void onLoss(Network const& network, Link const*, Node const* node, Loss loss, Bytes packet) override {
-    sizes_.onLoss(network, node, loss, packet);
-  }
-  void onChanges(Node const& node, std::span<host::Change const> changes) override {
-    if (other_ != nullptr) other_->onChanges(node, changes);
-  }
-  void onCommand(Network const& network, Statement const& statement) override {
-    if (other_ != nullptr) other_->onCommand(network, statement);
-  }
-  void onEnd(Network const& network) override {
-    if (other_ != nullptr) other_->onEnd(network);
-  }
-
- private:
-  Network const* network_ = nullptr;
-  Report* other_;
-  BorderWatch borders_;
-  SizeWatch sizes_;
-};
-
-}  // namespace
 
 static void append(Findings& findings, Findings const& more) {
   findings.insert(findings.end(), more.begin(), more.end());
@@ -94,7 +53,7 @@ static void play(RandomScenario const& random, Simulation& simulation, TrialRepo
 TrialResult runTrial(U64 seed, U32 routers, TrialSettings const& settings, Report* report) {
   RandomScenario random(seed, routers);
   TrialReport watch(report);
-  Simulation simulation(seed, watch, usualKinds | repeats | sent | received | losses);
+  Simulation simulation(seed, watch, usualKinds | repeats | sent | received | losses | availability);
   simulation.network().ingressIs(settings.ingress);
   simulation.network().correctionsAre(settings.corrections);
   Network const& network = simulation.network();

@@ -1,0 +1,104 @@
+#include "sim/MessageWatches.h"
+
+#include <fmt/format.h>
+
+#include <numeric>
+
+#include "host/Zones.h"
+
+namespace pimbsr::sim {
+
+using Lanet::IpGenAddr;
+using Lanet::IpGenPrefix;
+
+/// Seconds after which no copy of a message is on the way any more.
+static constexpr double floodTime = 10;
+static constexpr double minInterval = 10;  // BS_Min_Interval
+
+static std::string textOf(IpGenPrefix const& zone) { return std::string(zone.stringValue().view()); }
+
+// Copies ----------------------------------------------------------------------------------------------
+
+/// Packets that a router may send for one that came: each repeats headers, and fills at least half of the
+/// MTU.
+static std::size_t piecesOf(std::size_t size, U32 mtu) {
+  return size <= mtu ? 1 : (2 * size + mtu - 1) / mtu;
+}
+
+void FloodWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf,
+                        BsmPacket const& packet) {
+  BootstrapMessage const& message = packet.message;
+  if (!message.forward()) return;
+  prune(network.now());
+  auto note = [&](Flooded& flooded, std::string const& what) {
+    if (std::exchange(flooded.isReported, true)) return;
+    findings_.push_back(fmt::format("{} sends {} of zone {} on link {} at {:.3f} s", node.name(), what,
+                                    textOf(host::zoneOf(message)), network.link(intf.link).options.name,
+                                    network.now()));
+  };
+  Key key(node.id(), host::zoneOf(message), message.bsrAddress(), message.fragmentTag());
+  Flooded& flooded = flooded_[key];
+  bool isOther = flooded.at + floodTime <= network.now();  // a tag has 16 bits and comes again
+  if (isOther) flooded = {};
+  std::size_t sent = ++flooded.sent[intf.link];
+  if (node.isOwnAddress(message.bsrAddress())) {
+    if (flooded.at == 0) flooded.at = network.now();
+    if (flooded.at != network.now()) note(flooded, "its own message again");
+    return;
+  }
+  U32 mtu = network.link(intf.link).options.mtu;
+  auto add = [mtu](std::size_t sum, std::size_t size) { return sum + piecesOf(size, mtu); };
+  std::size_t most = std::accumulate(flooded.sizes.begin(), flooded.sizes.end(), std::size_t{0}, add);
+  if (sent > most) note(flooded, fmt::format("{} packets for {} of a message", sent, flooded.sizes.size()));
+}
+
+void FloodWatch::onAccepted(Network const& network, Node const& node, BsmPacket const& packet) {
+  if (!packet.message.forward()) return;
+  Key key(node.id(), host::zoneOf(packet.message), packet.message.bsrAddress(), packet.message.fragmentTag());
+  Flooded& flooded = flooded_[key];
+  flooded.at = network.now();
+  flooded.sizes.push_back(packet.size);
+}
+
+void FloodWatch::onRunning(Node const& node) {
+  auto first = flooded_.lower_bound({node.id(), {}, {}, 0});
+  auto last = flooded_.lower_bound({node.id() + 1, {}, {}, 0});
+  flooded_.erase(first, last);
+}
+
+/// Looks at all entries once they have doubled since the last time.
+void FloodWatch::prune(double now) {
+  if (flooded_.size() < pruneAt_) return;
+  std::erase_if(flooded_, [now](auto const& entry) { return entry.second.at + floodTime < now; });
+  pruneAt_ = std::max<std::size_t>(1024, 2 * flooded_.size());
+}
+
+// Intervals -------------------------------------------------------------------------------------------
+
+void PaceWatch::onSent(Network const& network, Node const& node, BootstrapMessage const& message) {
+  if (!message.forward() || !node.isOwnAddress(message.bsrAddress())) return;
+  IpGenPrefix zone = host::zoneOf(message);
+  double now = node.localTime(network.now());
+  auto [at, isFirst] = sent_.try_emplace({node.id(), zone}, Sent{message.fragmentTag(), now});
+  Sent& sent = at->second;
+  if (isFirst || sent.tag == message.fragmentTag()) return;
+  double gap = now - std::exchange(sent.at, now);
+  sent.tag = message.fragmentTag();
+  bool isCaused = sent.answeredAt == network.now() || commandAt_ == network.now();
+  if (gap > minInterval - 0.001 || isCaused) return;
+  findings_.push_back(fmt::format("{} sends messages of zone {} {:.3f} s apart, at {:.3f} s", node.name(),
+                                  textOf(zone), gap, network.now()));
+}
+
+void PaceWatch::onReceived(Network const& network, Node const& node, BootstrapMessage const& message) {
+  auto at = sent_.find({node.id(), host::zoneOf(message)});
+  if (at != sent_.end() && !node.isOwnAddress(message.bsrAddress())) at->second.answeredAt = network.now();
+}
+
+void PaceWatch::onRunning(Node const& node) {
+  auto first = sent_.lower_bound({node.id(), {}});
+  auto last = sent_.lower_bound({node.id() + 1, {}});
+  sent_.erase(first, last);
+}
+
+}  // namespace pimbsr::sim

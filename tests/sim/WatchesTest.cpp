@@ -1,0 +1,230 @@
+// What is watched while random networks run: each finds the fault that is planted, and nothing else.
+#include <gmock/gmock.h>
+
+#include "sim/MessageWatches.h"
+#include "sim/OutageWatch.h"
+#include "tests/sim/SimSupport.h"
+#include "tests/support/Messages.h"
+
+namespace test {
+namespace {
+
+using Lanet::IpAddr;
+using pimbsr::sim::BorderWatch;
+using pimbsr::sim::Expectation;
+using pimbsr::sim::Findings;
+using pimbsr::sim::FloodWatch;
+using pimbsr::sim::OutageWatch;
+using pimbsr::sim::PaceWatch;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// Three routers in a row: r1 is the BSR, r3 the RP, r2 between them. Link l2 has an MTU of 600 bytes.
+class WatchesTest : public testing::Test {
+ protected:
+  pimbsr::sim::Network const& network() const { return script.simulation.network(); }
+  pimbsr::sim::NodeInterface const& intf(Zet::U32 router, Zet::U32 number) const {
+    return script.node(router).interfaces()[number];
+  }
+  static Bsm messageOf(char const* bsr, Zet::U16 tag) { return {.bsr = bsr, .tag = tag}; }
+
+  Script script{
+      "link l1 prefix 10.1.0.0/24\nlink l2 prefix 10.2.0.0/24 mtu 600\n"
+      "router r1\nrouter r2\nrouter r3\ninterface r1 l1 10.1.0.1\ninterface r2 l1 10.1.0.2\n"
+      "interface r2 l2 10.2.0.2\ninterface r3 l2 10.2.0.3\n"
+      "candidate-bsr r1 global\ncandidate-rp r3 239.1.0.0/16\nrun 100\n"};
+  std::vector<IpAddr> const groups{IpAddr::parse("239.1.2.3"), IpAddr::parse("225.1.1.1")};
+};
+
+// Flooding --------------------------------------------------------------------------------------------
+
+class FloodWatchTest : public WatchesTest {
+ protected:
+  void accept(Bsm const& message, std::size_t size = 500) {
+    watch.onAccepted(network(), script.node(1), {*make(message), size});
+  }
+  void send(Bsm const& message, Zet::U32 router = 1, Zet::U32 number = 1) {
+    watch.onSent(network(), script.node(router), intf(router, number), {*make(message), 500});
+  }
+  FloodWatch watch;
+  Bsm const bsm = messageOf("10.1.0.1", 7);
+};
+
+TEST_F(FloodWatchTest, EachPacketThatCameMayLeaveOnceOnALink) {
+  accept(bsm);
+  send(bsm);
+  send(bsm, 1, 0);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  send(bsm);
+  EXPECT_THAT(
+      watch.findings(),
+      ElementsAre("r2 sends 2 packets for 1 of a message of zone 224.0.0.0/4 on link l2 at 100.000 s"));
+}
+
+TEST_F(FloodWatchTest, OnALinkOfASmallerMtuItMayBeCut) {
+  accept(bsm, 1200);
+  for (int i = 0; i < 4; ++i) send(bsm);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  send(bsm);
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("5 packets for 1")));
+}
+
+TEST_F(FloodWatchTest, WhatDidNotComeIsNotPassedOn) {
+  accept(bsm);
+  send(messageOf("10.1.0.1", 8));
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("1 packets for 0")));
+}
+
+TEST_F(FloodWatchTest, TheBsrSendsItsMessageAtOneTime) {
+  send(bsm, 0, 0);
+  send(bsm, 0, 0);
+  EXPECT_THAT(watch.findings(), IsEmpty()) << "fragments";
+  script.play("run 1\n");
+  send(bsm, 0, 0);
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("r1 sends its own message again")));
+}
+
+TEST_F(FloodWatchTest, ARouterThatStartsAgainKnowsNoMessage) {
+  accept(bsm);
+  watch.onRunning(script.node(1));
+  send(bsm);
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("1 packets for 0")));
+}
+
+TEST_F(FloodWatchTest, AnswersToNewNeighborsAreNotFlooded) {
+  Bsm answer = bsm;
+  answer.forward = false;
+  send(answer);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+}
+
+TEST_F(FloodWatchTest, OldMessagesAreForgotten) {
+  for (Zet::U16 tag = 1; tag <= 5000; ++tag) {
+    if (tag % 1000 == 0) script.play("run 20\n");
+    accept(messageOf("10.1.0.1", tag));
+    send(messageOf("10.1.0.1", tag));
+  }
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  EXPECT_LE(watch.count(), 2048u);
+}
+
+// Intervals -------------------------------------------------------------------------------------------
+
+TEST_F(WatchesTest, ABsrWaitsBetweenItsMessages) {
+  PaceWatch watch;
+  auto send = [&](Zet::U16 tag) {
+    watch.onSent(network(), script.node(0), *make(messageOf("10.1.0.1", tag)));
+  };
+  send(1);
+  send(1);
+  script.play("run 10\n");
+  send(2);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  script.play("run 9.5\n");
+  send(3);
+  EXPECT_THAT(watch.findings(),
+              ElementsAre("r1 sends messages of zone 224.0.0.0/4 9.500 s apart, at 119.500 s"));
+}
+
+TEST_F(WatchesTest, AnswersAndChangesOfAnOperatorHaveNoPace) {
+  PaceWatch watch;
+  auto send = [&](Zet::U16 tag) {
+    watch.onSent(network(), script.node(0), *make(messageOf("10.1.0.1", tag)));
+  };
+  send(1);
+  watch.onReceived(network(), script.node(0), *make(messageOf("10.1.0.2", 9)));
+  send(2);
+  script.play("run 1\n");
+  watch.onCommand(network());
+  send(3);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  script.play("run 1\n");
+  watch.onReceived(network(), script.node(0), *make(messageOf("10.1.0.1", 3)));
+  send(4);
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("1.000 s apart"))) << "its own message is no cause";
+}
+
+TEST_F(WatchesTest, MessagesOfOthersHaveNoPace) {
+  PaceWatch watch;
+  for (Zet::U16 tag = 1; tag < 4; ++tag)
+    watch.onSent(network(), script.node(1), *make(messageOf("10.1.0.1", tag)));
+  EXPECT_THAT(watch.findings(), IsEmpty());
+}
+
+// Borders ---------------------------------------------------------------------------------------------
+
+TEST_F(WatchesTest, AMessageOfAZoneMustNotCrossItsBorder) {
+  script.play("border r2 l2 239.1.0.0/16\n");
+  BorderWatch watch;
+  auto zone = make({.bsr = "10.1.0.1", .groups = {{"239.1.0.0/16", {}, scopedFlag}}});
+  watch.onSent(network(), script.node(1), intf(1, 0), *zone);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  watch.onSent(network(), script.node(1), intf(1, 1), *zone);
+  EXPECT_THAT(watch.findings(),
+              ElementsAre(HasSubstr("r2 sends a message of zone 239.1.0.0/16 over its border")));
+}
+
+// Outages ---------------------------------------------------------------------------------------------
+
+TEST_F(WatchesTest, RoutersWithoutBsrAndRpAreCountedBySecond) {
+  OutageWatch watch(network(), groups);
+  script.play("crash r1\nstart r1\n");
+  watch.leaveOut(0);
+  watch.expect(Expectation(network()));
+  for (int second = 0; second < 3; ++second) {
+    script.play("run 1\n");
+    watch.sample();
+  }
+  EXPECT_THAT(watch.longerThan({}), IsEmpty()) << "followers notice nothing";
+  script.play("crash r1\nrun 128\n");
+  for (int second = 0; second < 60; ++second) {
+    script.play("run 1\n");
+    watch.sample();
+  }
+  EXPECT_THAT(watch.longerThan({.bsr = 200, .rp = 200}), IsEmpty());
+  EXPECT_THAT(watch.longerThan({.bsr = 5, .rp = 200}),
+              testing::Contains(HasSubstr("r2 has no BSR of zone 224.0.0.0/4 for ")));
+  script.node(1).router()->rpCandidateStatus()->crpSetDelAll();
+  watch.sample();
+  EXPECT_THAT(watch.longerThan({.bsr = 200, .rp = 0}),
+              testing::Contains(HasSubstr("r2 has no RP for group 239.1.2.3 for ")));
+}
+
+TEST_F(WatchesTest, WhatIsNotToComeBackIsNotMissed) {
+  OutageWatch watch(network(), groups);
+  script.play("no candidate-bsr r1 global\ncrash r3\n");
+  watch.expect(Expectation(network()));
+  for (int second = 0; second < 30; ++second) {
+    script.play("run 1\n");
+    watch.sample();
+  }
+  EXPECT_THAT(watch.longerThan({}), IsEmpty());
+}
+
+// Which RP serves a group -----------------------------------------------------------------------------
+
+TEST_F(WatchesTest, EachRouterUsesTheRpOfTheHash) {
+  script.play("candidate-rp r1 239.1.0.0/16\ncandidate-rp r2 239.1.0.0/16\nrun 130\n");
+  std::vector<IpAddr> many;
+  for (Zet::U32 i = 0; i < 64; ++i) many.push_back(IpAddr::fromHost(0xef010000 + 256 * i));
+  Expectation expected(network());
+  EXPECT_THAT(expected.checkServed(many), IsEmpty());
+  std::set<Lanet::IpGenAddr> used;
+  for (IpAddr group : many) used.insert(expected.rpOf(1, group));
+  EXPECT_EQ(used.size(), 3u) << "the groups are spread";
+  auto read = script.node(1).router()->rpCandidateStatus()->crpSet(prefix("239.1.0.0/16"));
+  read->rp(addr("10.1.0.1"))->hashMaskLenIs(Zet::U32{8});
+  EXPECT_THAT(expected.checkServed(many), testing::Contains(HasSubstr("r2 uses ")));
+}
+
+TEST_F(WatchesTest, AGroupWithoutRpIsFound) {
+  Expectation expected(network());
+  EXPECT_THAT(expected.checkServed(groups), IsEmpty()) << "225.1.1.1 must have none";
+  script.node(2).router()->rpCandidateStatus()->crpSetDelAll();
+  EXPECT_THAT(expected.checkServed(groups),
+              ElementsAre("r3 uses no RP for group 239.1.2.3, and must use 10.2.0.3"));
+}
+
+}  // namespace
+}  // namespace test
