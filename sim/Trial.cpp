@@ -2,11 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+
+#include "sim/OutageWatch.h"
 #include "sim/RandomScenario.h"
 #include "sim/TrialReport.h"
 
 namespace pimbsr::sim {
 
+using Lanet::IpAddr;
 using Lanet::IpGenPrefix;
 
 /// Seconds within which a restarted router has sent its Hellos, and has got the No-Forward BSM of the DR (RFC
@@ -14,9 +18,34 @@ using Lanet::IpGenPrefix;
 static constexpr U32 learningTime = 12;
 /// Packets on one link within a second that no random network needs.
 static constexpr U32 maxPackets = 500;
+/// Seconds from a change until all routers follow the new BSR: BS_Timeout, the longest override delay, and a
+/// BS_Period each for the advertisements to the new BSR and for its message.
+static constexpr U32 changeTime = 130 + 24 + 60 + 60 + 30;
+/// Seconds without a BSR where its power is lost: the longest override delay (RFC 5059 section 5), and the
+/// flooding.
+static constexpr U32 overrideTime = 25;
+/// Where it ends in order, followers don't take a weaker one until BS_Timeout, and then at its next message;
+/// RPs may end before that.
+static constexpr OutageWatch::Bounds orderlyEnd = {.bsr = overrideTime + 60, .rp = 90};
+
+/// Groups of all ranges that random networks have.
+static std::vector<IpAddr> const& sampledGroups() {
+  static std::vector<IpAddr> const groups = [] {
+    std::vector<IpAddr> parsed;
+    for (char const* text : {"224.1.1.1", "225.1.1.1", "226.1.1.1", "226.1.2.200", "232.1.1.1", "239.1.1.1",
+                             "239.64.3.1", "239.255.1.1", "239.255.130.1"})
+      parsed.push_back(IpAddr::parse(text));
+    return parsed;
+  }();
+  return groups;
+}
 
 static void append(Findings& findings, Findings const& more) {
   findings.insert(findings.end(), more.begin(), more.end());
+}
+
+static void append(Findings& findings, Findings const& more, char const* when) {
+  for (std::string const& finding : more) findings.push_back(fmt::format("{}: {}", when, finding));
 }
 
 /// What a restarted router does not know that its neighbors do.
@@ -31,45 +60,142 @@ static Findings missed(Network const& network, U32 router, std::vector<IpGenPref
   return findings;
 }
 
-/// Plays the scenario; throws ScenarioError where a storm ends it.
-static void play(RandomScenario const& random, Simulation& simulation, TrialReport const& watch,
-                 TrialResult& result) {
-  Network const& network = simulation.network();
-  auto play = [&](std::string const& text) {
-    result.scenario += text;
-    simulation.execute(text, "random");
-  };
-  play(fmt::format("storm-limit {}\n", maxPackets) + random.network() + random.faults() + random.healing());
-  play(fmt::format("run until {}\n", RandomScenario::healedAt + settling));
-  Expectation settled(network);
-  append(result.findings, settled.check());
+namespace {
 
-  std::vector<IpGenPrefix> zones = zonesToLearn(settled, network, random.restarted());
-  play(fmt::format("crash r{0}\nstart r{0}\nrun {1}\n", random.restarted(), learningTime));
-  append(result.findings, missed(network, random.restarted(), zones));
-  append(result.findings, watch.findings());
+/// One change of a settled network, and how long routers that keep running may be without BSR.
+struct Change {
+  std::string text;
+  OutageWatch::Bounds bounds;
+  std::optional<U32> stopped;  ///< the router that does not keep running
+};
+
+/// Plays one seed.
+class Trial {
+ public:
+  Trial(U64 seed, U32 routers, Domain domain, TrialSettings const& settings, Report* report)
+      : random_(seed, routers, domain),
+        domain_(domain),
+        routers_(routers),
+        watch_(report),
+        simulation_(seed, watch_, usualKinds | repeats | sent | received | losses | availability) {
+    watch_.networkIs(network());
+    simulation_.network().ingressIs(settings.ingress);
+    simulation_.network().correctionsAre(settings.corrections);
+  }
+
+  TrialResult run() {
+    try {
+      play();
+    } catch (ScenarioError const& storm) {
+      result_.findings.emplace_back(storm.what());
+    }
+    append(result_.findings, watch_.findings());
+    if (network().exceptions() != 0)
+      result_.findings.push_back(
+          fmt::format("{} exceptions were caught in the engine", network().exceptions()));
+    simulation_.end();
+    result_.events = network().events();
+    return result_;
+  }
+
+ private:
+  Network const& network() const { return simulation_.network(); }
+  void play(std::string const& text) {
+    result_.scenario += text;
+    simulation_.execute(text, "random");
+  }
+  void play();
+  void compare(char const* when);
+  Change drawChange();
+  void playChange();
+  void playRestart();
+
+  RandomScenario random_;
+  Domain domain_;
+  U32 routers_;
+  TrialReport watch_;
+  Simulation simulation_;
+  TrialResult result_;
+};
+
+}  // namespace
+
+void Trial::play() {
+  play(fmt::format("storm-limit {}\n", maxPackets) + random_.network() +
+       fmt::format("run until {}\n", RandomScenario::faultsFrom));
+  append(result_.findings, Expectation(network()).checkServed(sampledGroups()), "before the faults");
+  play(random_.faults() + random_.healing());
+  play(fmt::format("run until {}\n", RandomScenario::healedAt + settling));
+  compare("healed");
+  if (domain_ == Domain::corrected) playChange();
+  playRestart();
+}
+
+void Trial::compare(char const* when) {
+  Expectation expected(network());
+  append(result_.findings, expected.check(), when);
+  append(result_.findings, expected.checkServed(sampledGroups()), when);
+}
+
+// One change ------------------------------------------------------------------------------------------
+
+/// One of the elected BSR of all groups, or of the candidates beside it.
+Change Trial::drawChange() {
+  ZoneParts global(network(), Lanet::allGroups());
+  Rng& rng = random_.rng();
+  U32 router = rng.below(routers_);
+  if (global.bsrOf(router) == nullptr) return {fmt::format("crash r{}\n", router), {}, router};
+  U32 elected = global.bsrNodeOf(router);
+  std::string bsr = network().node(elected).name();
+  switch (rng.below(6)) {
+    case 0:
+      return {fmt::format("crash {}\n", bsr), {.bsr = overrideTime}, elected};
+    case 1:
+      return {fmt::format("stop {}\n", bsr), orderlyEnd, elected};
+    case 2:
+      return {fmt::format("no candidate-bsr {} {}\n", bsr, RandomNetwork::global), orderlyEnd, elected};
+    case 3:
+      return {fmt::format("crash {0}\nstart {0}\n", bsr), {}, elected};
+    case 4:
+      return {fmt::format("restart {} keeping state\n", bsr), {}, elected};
+    default:
+      return {fmt::format("candidate-bsr r{} {} address {} priority 200\n", router, RandomNetwork::global,
+                          RandomNetwork::loopback(router)),
+              {},
+              {}};
+  }
+}
+
+void Trial::playChange() {
+  Change change = drawChange();
+  OutageWatch outages(network(), sampledGroups());
+  play(change.text);
+  if (change.stopped) outages.leaveOut(*change.stopped);
+  outages.expect(Expectation(network()));
+  result_.scenario += fmt::format("run {}\n", changeTime);
+  for (U32 second = 0; second < changeTime; ++second) {
+    simulation_.execute("run 1\n", "random");
+    outages.sample();
+  }
+  append(result_.findings, outages.longerThan(change.bounds), "during one change");
+}
+
+void Trial::playRestart() {
+  U32 router = random_.rng().below(routers_);
+  play(fmt::format("start r{}\nrun 12\n", router));
+  std::vector<IpGenPrefix> zones = zonesToLearn(Expectation(network()), network(), router);
+  play(fmt::format("crash r{0}\nstart r{0}\nrun {1}\n", router, learningTime));
+  append(result_.findings, missed(network(), router, zones));
+}
+
+/// A fifth of the networks of corrected routers are mixed ones.
+static Domain domainOf(U64 seed, TrialSettings const& settings) {
+  if (!(settings.corrections == host::allCorrections)) return Domain::exact;
+  return spread(~seed) % 5 == 0 ? Domain::mixed : Domain::corrected;
 }
 
 TrialResult runTrial(U64 seed, U32 routers, TrialSettings const& settings, Report* report) {
-  RandomScenario random(seed, routers);
-  TrialReport watch(report);
-  Simulation simulation(seed, watch, usualKinds | repeats | sent | received | losses | availability);
-  simulation.network().ingressIs(settings.ingress);
-  simulation.network().correctionsAre(settings.corrections);
-  Network const& network = simulation.network();
-  watch.networkIs(network);
-  TrialResult result;
-  try {
-    play(random, simulation, watch, result);
-  } catch (ScenarioError const& storm) {
-    result.findings.emplace_back(storm.what());
-  }
-  if (network.exceptions() != 0) {
-    result.findings.push_back(fmt::format("{} exceptions were caught in the engine", network.exceptions()));
-  }
-  simulation.end();
-  result.events = network.events();
-  return result;
+  return Trial(seed, routers, domainOf(seed, settings), settings, report).run();
 }
 
 }  // namespace pimbsr::sim

@@ -125,7 +125,7 @@ TEST(SimJsonTest, LoadOfALongRunHasAtMost360Bins) {
 
 /// A random network until its faults have come and gone.
 std::string randomNetwork(Zet::U32 routers) {
-  RandomScenario random(1, routers);
+  RandomScenario random(1, routers, sim::Domain::exact);
   return random.network() + random.faults() + random.healing() + "run until 620\n";
 }
 

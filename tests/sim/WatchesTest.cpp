@@ -3,6 +3,8 @@
 
 #include "sim/MessageWatches.h"
 #include "sim/OutageWatch.h"
+#include "sim/RandomScenario.h"
+#include "sim/Trial.h"
 #include "tests/sim/SimSupport.h"
 #include "tests/support/Messages.h"
 
@@ -224,6 +226,44 @@ TEST_F(WatchesTest, AGroupWithoutRpIsFound) {
   script.node(2).router()->rpCandidateStatus()->crpSetDelAll();
   EXPECT_THAT(expected.checkServed(groups),
               ElementsAre("r3 uses no RP for group 239.1.2.3, and must use 10.2.0.3"));
+}
+
+// Random networks -------------------------------------------------------------------------------------
+
+TEST(TrialTest, WithoutElectedOnlyManyCandidatesAreNotDrawn) {
+  pimbsr::sim::RandomScenario exact(3, 20, pimbsr::sim::Domain::exact);
+  for (char const* no : {"keeping state", "corrupt", " bsm from", "mtu 576", "drift"})
+    EXPECT_EQ((exact.network() + exact.faults()).find(no), std::string::npos) << no;
+}
+
+TEST(TrialTest, CorrectedNetworksHaveAllFaults) {
+  std::string all;
+  for (Zet::U64 seed = 1; seed <= 60; ++seed) {
+    pimbsr::sim::RandomScenario random(seed, 20);
+    all += random.network() + random.faults() + random.healing();
+  }
+  for (char const* fault : {" down l",
+                            " crash r",
+                            " stop r",
+                            " partition r",
+                            " keeping state",
+                            " no candidate-rp r",
+                            " no candidate-bsr r",
+                            " border r",
+                            " no border r",
+                            " route r",
+                            "no route r",
+                            " bsm from ",
+                            " rp-count 3",
+                            " crp-adv from ",
+                            " raw from ",
+                            " permit r",
+                            " corrupt ",
+                            " mtu 576",
+                            " mtu 9000",
+                            " drift -",
+                            " skew "})
+    EXPECT_NE(all.find(fault), std::string::npos) << fault;
 }
 
 }  // namespace
