@@ -13,8 +13,9 @@ using namespace bench;
 constexpr U32 rpsPerMessage = 100;
 
 /// Per RP record.
-void path(benchmark::State& state) {
+void path(benchmark::State& state, pimbsr::host::CorrectionSettings const& corrections) {
   Station station(static_cast<int>(state.range(0)));
+  station.router.correctionsAre(corrections);
   std::vector<U8> const packet = packetsOf(rpsPerMessage, 10).front();
   for (auto _ : state) {
     if (!station.receive(packet)) state.SkipWithError("dropped");
@@ -43,7 +44,11 @@ void codec(benchmark::State& state) {
   }
 }
 
-BENCHMARK(path)->Name("path/pimbsr")->RangeMultiplier(2)->Range(1, 32);
+BENCHMARK_CAPTURE(path, exact, {})->Name("path/pimbsr")->RangeMultiplier(2)->Range(1, 32);
+BENCHMARK_CAPTURE(path, corrected, pimbsr::host::allCorrections)
+    ->Name("path/corrected")
+    ->RangeMultiplier(2)
+    ->Range(1, 32);
 BENCHMARK(codec)->Name("path/codec")->RangeMultiplier(2)->Range(1, 32);
 
 // The receive path of an advertisement ----------------------------------------------------------------

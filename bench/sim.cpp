@@ -1,5 +1,6 @@
 // A simulated hour of a large domain: routers of degree 3 (a ring and random chords), 20 candidate BSRs and
-// 50 candidate RPs, with all their Hellos, Bootstrap Messages and advertisements.
+// 50 candidate RPs, with all their Hellos, Bootstrap Messages and advertisements; with the engine alone and
+// with all corrections.
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
@@ -60,11 +61,12 @@ class Domain {
   std::string text_;
 };
 
-void hour(benchmark::State& state) {
+void hour(benchmark::State& state, pimbsr::host::CorrectionSettings const& corrections) {
   Domain const domain(static_cast<U32>(state.range(0)));
   pimbsr::sim::Report silent;
   for (auto _ : state) {
     pimbsr::sim::Simulation simulation(1, silent, 0);
+    simulation.network().correctionsAre(corrections);
     simulation.execute(domain.text());
     simulation.execute("run 3600");
     state.counters["events"] = static_cast<double>(simulation.network().events());
@@ -74,12 +76,19 @@ void hour(benchmark::State& state) {
   state.counters["MiB"] = static_cast<double>(usage.ru_maxrss) / 1024;
 }
 
-BENCHMARK(hour)
+BENCHMARK_CAPTURE(hour, exact, {})
     ->Name("simulated-hour/pimbsr")
     ->Arg(100)
     ->Arg(300)
     ->Arg(1000)
     ->Arg(3000)
+    ->Unit(benchmark::kSecond)
+    ->Iterations(1);
+
+BENCHMARK_CAPTURE(hour, corrected, pimbsr::host::allCorrections)
+    ->Name("simulated-hour/corrected")
+    ->Arg(100)
+    ->Arg(300)
     ->Unit(benchmark::kSecond)
     ->Iterations(1);
 
