@@ -67,9 +67,13 @@ TEST_F(ViewsTest, ReloadOfAFileWithAnErrorAppliesNothing) {
   expect(reload("[checks]\non-subnet = 1"), R"({"applied": false,
     "errors": ["f:2:13: error: checks.on-subnet: read 1; valid is true or false"], "warnings": [],
     "needsRestart": []})");
-  expect(reload("[state]\ndirectory = '/var/lib/x'\n[checks]\non-subnet = false"), R"({"applied": true,
+  expect(reload("[state]\ndirectory = '/var/lib/x'\n[checks]\non-subnet = false"),
+         R"({"applied": true,
     "errors": [],
-    "warnings": ["f:4:13: warning: checks.on-subnet: off"],
+    "warnings": [
+      "f: warning: no interface speaks PIM, so that nothing is heard )"
+         R"(and nothing sent; [interface.NAME] makes one",
+      "f:4:13: warning: checks.on-subnet: off, messages can be forged from farther away"],
     "needsRestart": ["state.directory"]})");
 }
 
