@@ -1,6 +1,7 @@
 #include "sim/RandomFaults.h"
 
 #include <algorithm>
+#include <span>
 
 namespace pimbsr::sim {
 
@@ -32,9 +33,9 @@ void RandomFaults::draw(U32 time) {
                                        &RandomFaults::rogueBsr,  &RandomFaults::rogueRp,
                                        &RandomFaults::garbage,   &RandomFaults::permit};
   bool isCommon = network_.domain() != Domain::corrected || rng_.hits(0.4);
-  U32 count = static_cast<U32>(isCommon ? std::size(everywhere) : std::size(corrected));
-  U32 number = rng_.below(count);
-  (this->*(isCommon ? everywhere[number] : corrected[number]))(time);
+  std::span<Draw const> draws = isCommon ? std::span<Draw const>(everywhere) : corrected;
+  Draw draw = draws[rng_.below(static_cast<U32>(draws.size()))];
+  (this->*draw)(time);
 }
 
 // In every domain -------------------------------------------------------------------------------------
