@@ -34,8 +34,8 @@ void RandomFaults::draw(U32 time) {
                                        &RandomFaults::garbage,   &RandomFaults::permit};
   bool isCommon = network_.domain() != Domain::corrected || rng_.hits(0.4);
   std::span<Draw const> draws = isCommon ? std::span<Draw const>(everywhere) : corrected;
-  Draw draw = draws[rng_.below(static_cast<U32>(draws.size()))];
-  (this->*draw)(time);
+  Draw chosen = draws[rng_.below(static_cast<U32>(draws.size()))];
+  (this->*chosen)(time);
 }
 
 // In every domain -------------------------------------------------------------------------------------

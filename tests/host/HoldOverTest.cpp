@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "host/Observer.h"
 #include "host/RouterParts.h"
 #include "tests/host/IngressSupport.h"
 
