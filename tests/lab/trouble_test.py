@@ -155,6 +155,8 @@ class TroubleTest(unittest.TestCase):
         r1.ip("address", "flush", "dev", "eth-r2")
         r1.ip("address", "add", "10.0.1.2/24", "dev", "eth-r2")
         r1.ip("link", "set", "eth-r2", "address", "02:00:00:00:00:09")
+        r1.config()
+        r1.amend("eth-r2", "hello-interval = 1")  # the first one may come before r2 listens
         lab.start()
         wait_until(lambda: r2.show("interfaces")["interfaces"][0]["duplicates"] > 0, "it is counted")
         text = ("interface eth-r1: 10.0.1.2 is also the address of another system with hardware address "
