@@ -369,7 +369,7 @@ TEST_F(ViewsTest, InterfaceIsShownWithItsLinkAndItsPackets) {
           R"(, "bsm": true, "traffic": {"hello": {"received": 1, "dropped": 0, "sent": 0, "sendFailed": 0}},
     "queues": [{"kind": "neighbor", "queues": 1, "received": 1, "lost": 2},
                {"kind": "shared", "queues": 0, "received": 0, "lost": 0}],
-    "lastSendError": "Network is down"})");
+    "lastSendError": "Network is down", "duplicates": 0})");
 }
 
 TEST_F(ViewsTest, QueueOfPacketsToSingleAddressesBelongsToNoInterface) {
@@ -550,7 +550,7 @@ TEST_F(ViewsTest, ChangeCommandShowsItsRunsAndHowTheLastOneEnded) {
   expect(kept("on-change", pimbsr::agent::show(seen, "on-change")),
          R"({"command": "install", "timeLimit": 30.0,
     "runningFor": 1.5, "waiting": true, "succeeded": 4, "failed": 2, "timedOut": 1, "lastRun": {"ago": 7.0,
-    "duration": 0.25, "outcome": "failed", "status": 3, "signal": null}})");
+    "duration": 0.25, "outcome": "failed", "status": 3, "signal": null}, "helperRestarts": 0, "helperEnded": false})");
   seen.changeRuns.last = {.ago = 7, .duration = 30, .status = 15, .timedOut = true};
   expect(pimbsr::agent::show(seen, "on-change")["lastRun"], R"({"ago": 7.0, "duration": 30.0,
     "outcome": "timedOut", "status": null, "signal": 15})");

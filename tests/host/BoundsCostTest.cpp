@@ -105,19 +105,16 @@ U64 newcomerOfFullRange(U32 n) {
   return worstOf(n, ask);
 }
 
-SenderLedger::Addition additionOf(IpGenAddr const& sender, IpGenAddr const& rp, IpGenPrefix const& range) {
-  return {sender, rp, range};
-}
-
 /// A sender adds an RP while n are recorded and held. A few steps of the sweep are among it.
 U64 additionOfSender(U32 n) {
   Sets sets;
   IngressSettings const settings{.rpsPerSender = 1'000'000, .rangesPerSender = 1'000'000};
   SenderLedger ledger(*sets.engine.root, settings);
   auto add = [&](U32 number) {
+    IpGenAddr const sender = address(number % 16);
     IpGenAddr const rp = address(number);
     IpGenPrefix const its = range(number);
-    auto addition = additionOf(address(number % 16), rp, its);
+    SenderLedger::Addition const addition{sender, rp, its};
     ledger.prepare(addition, 1);
     EXPECT_EQ(ledger.check(addition), pimbsr::DropReason::none);
     ledger.record(addition);
