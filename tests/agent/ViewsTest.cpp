@@ -550,7 +550,8 @@ TEST_F(ViewsTest, ChangeCommandShowsItsRunsAndHowTheLastOneEnded) {
   expect(kept("on-change", pimbsr::agent::show(seen, "on-change")),
          R"({"command": "install", "timeLimit": 30.0,
     "runningFor": 1.5, "waiting": true, "succeeded": 4, "failed": 2, "timedOut": 1, "lastRun": {"ago": 7.0,
-    "duration": 0.25, "outcome": "failed", "status": 3, "signal": null}, "helperRestarts": 0, "helperEnded": false})");
+    "duration": 0.25, "outcome": "failed", "status": 3, "signal": null}, "helperRestarts": 0,
+    "helperEnded": false})");
   seen.changeRuns.last = {.ago = 7, .duration = 30, .status = 15, .timedOut = true};
   expect(pimbsr::agent::show(seen, "on-change")["lastRun"], R"({"ago": 7.0, "duration": 30.0,
     "outcome": "timedOut", "status": null, "signal": 15})");

@@ -45,7 +45,8 @@ TEST(CommandTest, EveryOptionReachesTheReplay) {
   options.file = example;
   options.delivery.json = true;
   options.until = 60.5;
-  options.router = {.bsTimeout = 40, .szTimeout = 120};
+  options.router.bsTimeout = 40;
+  options.router.szTimeout = 120;
   parseRpf("198.51.100.1=192.0.2.2", options);
   parseRpf("198.51.100.3=192.0.2.2", options);
   options.traces = {parseTraceRequest("Pim::Bsr::IO:1"), parseTraceRequest("Pim::Bsr::NonCandidateSm:8")};

@@ -141,8 +141,8 @@ TEST(SimJsonTest, DocumentGrowsInProportionToTheRouters) {
     std::size_t document, topology, spans, load;
   };
   for (auto const& [routers, whole, topology, spans, load] :
-       {Case{10, 9900, 1300, 1210, 1590}, Case{50, 10500, 1310, 970, 560},
-        Case{500, 7100, 1320, 1120, 330}}) {
+       {Case{10, 24000, 1450, 1460, 1590}, Case{50, 10100, 1310, 1560, 560},
+        Case{500, 9100, 1320, 1040, 330}}) {
     std::string text = textOf(randomNetwork(routers));
     json document = json::parse(text);
     EXPECT_EQ(document["routers"].size(), routers);

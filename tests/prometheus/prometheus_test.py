@@ -32,7 +32,7 @@ def exposed(text):
 
 
 def names_in(query):
-    return set(re.findall(r"\b(?:pimbsr_\w+|up)\b(?!\s*=)", re.sub(r'"[^"]*"', "", query)))
+    return set(re.findall(r"\b(?:pimbsr_\w+|up)\b(?!\s*=[^=])", re.sub(r'"[^"]*"', "", query)))
 
 
 def matchers_in(query):
