@@ -516,7 +516,7 @@ constexpr Reader readers[] = {
       "sends a PIM message byte by byte; its checksum may be filled in"},
      readInject},
     {{"at", "at T STATEMENT",
-      "carries out a statement at a time; any but link, router, interface, at and run"},
+      "carries out a statement at a time: any but link, router, interface, at and run"},
      nullptr,
      false},
     {{"run", "run T", "lets time pass"}, readRun, false},

@@ -84,12 +84,12 @@ class TroubleTest(unittest.TestCase):
         r1.config(candidate_bsr())
         lab.start()
         wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1")
-        for _ in range(3):
+        for _ in range(2):  # further lines about the interface are limited
             links[0].set(r2, "down")
             wait_until(lambda: not neighbors_of(r2), "r2 has no neighbor")
             links[0].set(r2, "up")
             wait_until(lambda: neighbors_of(r2), "r2 has a neighbor")
-        wait_until(lambda: r2.log.read_text().count("interface eth-r1: down: the link is down") == 3,
+        wait_until(lambda: r2.log.read_text().count("interface eth-r1: down: the link is down") == 2,
                    "the log has each time")
         self.assertIn("interface eth-r1: up, with 10.0.1.2", r2.log.read_text())
 

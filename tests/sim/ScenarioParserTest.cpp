@@ -274,7 +274,7 @@ InvalidLine const invalidLines[] = {
     {"border r3 l2 global", "there is no interface of r3 to link 'l2'; none has been made yet"},
     {"route r1 0.0.0.0/0 10.1.0.2", "'via ADDRESS' must follow"},
     {"route r1 0.0.0.0/0 via 10.2.0.2", "10.2.0.2 is on no link of r1"},
-    {"faults", "'none', 'loss', 'duplicate' or 'reorder' is missing"},
+    {"faults", "'none', 'loss', 'duplicate', 'reorder' or 'corrupt' is missing"},
     {"faults none loss 1", "there is no option 'loss'; valid are on"},
     {"inject l1 join from 10.1.0.9", "there is no kind of message 'join'; valid are bsm, crp-adv, hello"},
     {"inject l1 bsm", "'from ADDRESS' must follow"},

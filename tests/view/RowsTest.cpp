@@ -32,7 +32,7 @@ TEST(RowsTest, ViewIsReadBackAsItWasWritten) {
       R"("helloInterval":30,"dr":null,"ownDr":false,"neighbors":0,"nextHello":null,"generationId":null,)"
       R"("bsm":true,)"
       R"("traffic":{"hello":{"received":18446744073709551615,"dropped":0,"sent":0,"sendFailed":0}},)"
-      R"("queues":[{"kind":"hello","queues":1,"received":2,"lost":3}],"lastSendError":"down"})";
+      R"("queues":[{"kind":"hello","queues":1,"received":2,"lost":3}],"lastSendError":"down","duplicates":0})";
   EXPECT_EQ(again<Interface>(traffic), traffic);
 }
 
@@ -103,9 +103,9 @@ TEST(RowsTest, UnsetAddressIsNull) { EXPECT_TRUE(jsonOf(Neighbor{})["address"].i
 
 TEST(RowsTest, ColumnsAreInTheirDeclaredOrder) {
   EXPECT_EQ(headOf<Interface>(), (Cells{"interface", "state", "address", "MTU", "DR", "own DR priority",
-                                        "neighbors", "next Hello", "BSM"}));
+                                        "neighbors", "next Hello", "BSM", "duplicates"}));
   Interface view{.interface = "eth0", .state = "no address", .mtu = 1500, .drPriority = 7};
-  EXPECT_EQ(cellsOf(view), (Cells{"eth0", "no address", "-", "1500", "-", "7", "0", "-", "off"}));
+  EXPECT_EQ(cellsOf(view), (Cells{"eth0", "no address", "-", "1500", "-", "7", "0", "-", "off", "0"}));
 }
 
 TEST(RowsTest, CellOfNothingHasItsOwnText) {
