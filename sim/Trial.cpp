@@ -24,6 +24,9 @@ static constexpr U32 changeTime = 130 + 24 + 60 + 60 + 30;
 /// Seconds without a BSR where its power is lost: the longest override delay (RFC 5059 section 5), and the
 /// flooding.
 static constexpr U32 overrideTime = 25;
+/// Seconds without an RP where the BSR is silent for BS_Timeout: the RPs that it announced last may end
+/// before a new one, or the same with what it knew, has announced them.
+static constexpr U32 learnedAgain = 30;
 /// Where it ends in order, followers don't take a weaker one until BS_Timeout, and then at its next message;
 /// RPs may end before that.
 static constexpr OutageWatch::Bounds orderlyEnd = {.bsr = overrideTime + 60, .rp = 90};
@@ -149,7 +152,7 @@ Change Trial::drawChange() {
   std::string bsr = network().node(elected).name();
   switch (rng.below(6)) {
     case 0:
-      return {fmt::format("crash {}\n", bsr), {.bsr = overrideTime}, elected};
+      return {fmt::format("crash {}\n", bsr), {.bsr = overrideTime, .rp = learnedAgain}, elected};
     case 1:
       return {fmt::format("stop {}\n", bsr), orderlyEnd, elected};
     case 2:
@@ -157,7 +160,7 @@ Change Trial::drawChange() {
     case 3:
       return {fmt::format("crash {0}\nstart {0}\n", bsr), {}, elected};
     case 4:
-      return {fmt::format("restart {} keeping state\n", bsr), {}, elected};
+      return {fmt::format("restart {} keeping state\n", bsr), {.rp = learnedAgain}, elected};
     default:
       return {fmt::format("candidate-bsr r{} {} address {} priority 200\n", router, RandomNetwork::global,
                           RandomNetwork::loopback(router)),
