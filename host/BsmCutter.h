@@ -18,7 +18,7 @@ inline constexpr U32 bsmRpSize = 10;
 inline constexpr U32 ipHeaderSize = 20;
 
 /// Bytes that a message takes once it is encoded, without the IP header.
-PIMBSR_INTERNAL U32 encodedSize(Routing::Pim::Packet::BootstrapMessage const& message);
+PIMBSR_API U32 encodedSize(Routing::Pim::Packet::BootstrapMessage const& message);
 
 /// Cuts a message that is too large into fragments of at most so many bytes each (RFC 5059 section 4.1.1):
 /// between ranges, and within a range where it fits into no fragment. The fragments of a scoped zone begin

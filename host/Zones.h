@@ -6,7 +6,7 @@
 namespace pimbsr::host {
 
 /// The zone of a message: that of its first record, if it is scoped, else the global one.
-PIMBSR_INTERNAL Lanet::IpGenPrefix zoneOf(Routing::Pim::Packet::BootstrapMessage const& message);
+PIMBSR_API Lanet::IpGenPrefix zoneOf(Routing::Pim::Packet::BootstrapMessage const& message);
 
 /// The RP sets of a zone; null if it has none.
 PIMBSR_INTERNAL Zet::Ptr<Routing::Pim::RpCandidateStatus> rpSetsOf(Routing::Pim::Bsr::Status const& status,
