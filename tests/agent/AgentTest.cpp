@@ -186,7 +186,7 @@ TEST_F(AgentTest, SettingsOfAnInterfaceAreFollowedWithoutLosingItsNeighbors) {
   pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
   settings.interfaces["eth0"] = {.drPriority = 7, .helloInterval = 10};
   follow();
-  auto const& options = agent.router().helloState(intf("eth0"))->options;
+  auto const options = agent.router().helloState(intf("eth0"))->options;
   EXPECT_EQ(options.drPriority, 7u);
   EXPECT_EQ(options.period, 10);
   EXPECT_EQ(options.holdtime, 35);
