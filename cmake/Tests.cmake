@@ -156,7 +156,7 @@ if(TARGET pimbsr-command)
   add_test(NAME sim-dissector COMMAND
     ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/sim/dissector_test.py $<TARGET_FILE:pimbsr-command>
     ${PROJECT_SOURCE_DIR}/examples/five-routers.sim)
-  add_test(NAME sim-random COMMAND pimbsr-command sim --random 100 --routers 10-50 --seed 1)
+  add_test(NAME sim-random COMMAND pimbsr-command sim --random 200 --routers 5-10 --seed 1)
   set_tests_properties(sim-dissector sim-random PROPERTIES LABELS sim TIMEOUT 600)
 endif()
 
