@@ -229,7 +229,8 @@ void Demuxer::takeMessage(In in) {
     U32 const id = get<U32>(in);
     auto const attribute = get<AttributeId>(in);
     auto at = copies_.find(flow);
-    if (at == copies_.end()) throwMalformed("unknown flow");
+    bool const isFed = at != copies_.end() && (at->second.object || at->second.readOnly);
+    if (!isFed) throwMalformed("unknown flow");
     apply(at->second, op, id, attribute, in);
   } catch (RangeException const& e) {
     ++outOfRange_;
@@ -261,11 +262,12 @@ void Demuxer::apply(Copy& copy, Op op, U32 id, AttributeId attribute, In in) {
 // nothing.
 void Demuxer::takeSnapshot(Copy& copy, In in) {
   if (get<U32>(in) != modelFingerprint()) throwMalformed("log of another model");
-  if (!(get<String8>(in) == copy.object->fwkType().name)) throwTypeException(copy.object->fwkType().name);
+  Ptr<PtrInterface> root = copy.object;  // a handler may let the flow feed another copy
+  if (!(get<String8>(in) == root->fwkType().name)) throwTypeException(root->fwkType().name);
   copy.objects.clear();
-  copy.objects.emplace(rootId, copy.object);
+  copy.objects.emplace(rootId, root);
   takeAll(copy.objects, in, [&](Applier& applier) {
-    applier.takeContent(*copy.object, in);
+    applier.takeContent(*root, in);
     in.needEnd();
     copy.isAsked = copy.isFailed = false;
   });
@@ -274,7 +276,7 @@ void Demuxer::takeSnapshot(Copy& copy, In in) {
 // Asks once, since each change fails until the snapshot comes; and not after a snapshot that failed, since
 // the next one would fail as well and the two would go on for ever.
 void Demuxer::ask(U32 flow, Copy& copy, Op op) {
-  if (copy.readOnly || copy.isAsked || copy.isFailed) return;
+  if (!copy.object || copy.isAsked || copy.isFailed) return;
   copy.isAsked = true;
   copy.isFailed = op == Op::snapshot;
   if (!copy.isFailed) onSnapshotNeeded(flow);

@@ -315,6 +315,18 @@ TEST_F(AttrLog, ASnapshotWithAnErrorIsNotAskedForAgain) {
   EXPECT_EQ(other.demuxer->lastError(), "not an object of type Routing::Pim::Bsr::Status");
 }
 
+TEST_F(AttrLog, AFlowWhoseCopyHasEndedIsUnknown) {
+  mirror.demuxer->copyIs(mirror.flow, nullptr);
+  status->bsTimeoutIs(6);
+  mirror.sync();
+  mirror.out->snapshotIs();
+  mirror.sync();
+  EXPECT_EQ(mirror.demuxer->rejected(), 2u);
+  EXPECT_EQ(mirror.demuxer->lastError(), "unknown flow");
+  EXPECT_TRUE(mirror.demuxer->asked.empty());
+  EXPECT_EQ(copy.bsTimeout(), 0u);
+}
+
 TEST_F(AttrLog, AMessageThatIsTooLongBreaksTheChannelUntilItIsReset) {
   Zet::U8 const bytes[] = {0xff, 0xff, 0xff, 0xff, 0};
   mirror.demuxer->bytes(bytes);
