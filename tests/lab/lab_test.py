@@ -488,11 +488,7 @@ class LabTest(unittest.TestCase):
             entries = json.loads(router.command("show", "tree", "--json"))["entries"]
             if router is r1:
                 self.assertEqual(set(), classes_of_model() - classes_in(entries))
-            requests = [{"command": "get", "path": entry["path"]} for entry in entries]
-            for entry, answer in zip(entries, router.answers(requests), strict=True):
-                self.assertTrue(answer["ok"], answer)
-                same = ("path", "type", "unit")
-                self.assertEqual([entry[key] for key in same], [answer["result"][key] for key in same])
+            wait_until(lambda router=router: get_takes_each_path(router), "get takes each path of the tree")
         path = f"status/bootstrapRouter['{GLOBAL}']/priority"
         self.assertEqual("100\n", r2.command("get", path))
         self.assertIn(f"{path} = 100\n", r2.command("show", "tree", "status/bootstrapRouter"))
@@ -548,6 +544,14 @@ class LabTest(unittest.TestCase):
                    "--unprivileged-check")
         self.assertIn("net_raw", held)
         self.assertNotIn("net_admin", held)
+
+
+def get_takes_each_path(router):
+    """Whether get answers each path of the tree alike; packets may change some in between."""
+    entries = json.loads(router.command("show", "tree", "--json"))["entries"]
+    answers = router.answers([{"command": "get", "path": entry["path"]} for entry in entries])
+    return all(answer["ok"] and all(answer["result"][key] == entry[key] for key in ("path", "type", "unit"))
+               for entry, answer in zip(entries, answers, strict=True))
 
 
 def classes_of_model():
