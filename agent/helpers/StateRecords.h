@@ -38,7 +38,7 @@ struct StateReport {
 
   Kind kind = Kind::ready;
   U32 file = 0;    ///< with failed, synced and replaced
-  S32 error = 0;   ///< with failed and unusable: the system's error number
+  S64 error = 0;   ///< with failed and unusable: the system's error number
   U64 number = 0;  ///< with failed, synced and replaced: of the last record
 };
 
