@@ -14,8 +14,6 @@ using Lanet::IpGenPrefix;
 using Zet::Ptr;
 using Zet::U64;
 
-/// The longest interval of which three times, the holdtime, still fits what receivers take.
-static constexpr U64 maxInterval = 13652;
 static constexpr char const* excessiveHoldtime = "three times that is a holdtime that receivers reject";
 
 namespace {
@@ -176,7 +174,7 @@ void Checker::checkBsr(ConfigPlace const& place, BsrTerms const& terms) {
   if (!isUnknown) checkAtMost(where, terms.hashMaskLen, 32, "IPv4 has no more bits");
   where = place.at(BsrTermsKeys::bsPeriod.name);
   tryValue<U32>(where, terms.bsPeriod, [&](U32 value) { group->intervalIs(value); });
-  checkAtMost(where, terms.bsPeriod, maxInterval, excessiveHoldtime);
+  checkAtMost(where, terms.bsPeriod, BsrTermsKeys::bsPeriod.most, excessiveHoldtime);
 }
 
 void Checker::checkRps() {
@@ -186,7 +184,7 @@ void Checker::checkRps() {
                 [&](auto const& where, std::optional<U64> const& priority) { checkRp(where, priority); });
     ConfigPlace where = place.at(RpAdvertisingKeys::cRpAdvPeriod.name);
     tryValue<U32>(where, terms.cRpAdvPeriod, [](U32 value) { Bsr::CrpAdvInterval interval(value); });
-    checkAtMost(where, terms.cRpAdvPeriod, maxInterval, excessiveHoldtime);
+    checkAtMost(where, terms.cRpAdvPeriod, RpAdvertisingKeys::cRpAdvPeriod.most, excessiveHoldtime);
   }
 }
 

@@ -17,8 +17,6 @@ using host::TimeoutsKeys;
 using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 
-static constexpr U64 maxSeconds = 536870906;
-
 static std::string textOf(IpGenAddr const& address) { return std::string(address.stringValue().view()); }
 
 static std::string textOf(Lanet::IntfId const& intfId) { return std::string(intfId.stringValue().view()); }
@@ -151,8 +149,7 @@ static Action readCandidateBsr(ScenarioLine& line) {
       set.candidacy.priority = static_cast<U16>(numberOf(line, BsrTermsKeys::priority));
     if (key == BsrTermsKeys::hashMaskLen.name)
       set.candidacy.hashMaskLen = numberOf(line, BsrTermsKeys::hashMaskLen);
-    if (key == BsrTermsKeys::bsPeriod.name)
-      set.candidacy.interval = static_cast<U32>(line.number(key, 10, maxSeconds));
+    if (key == BsrTermsKeys::bsPeriod.name) set.candidacy.interval = numberOf(line, BsrTermsKeys::bsPeriod);
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;
@@ -178,7 +175,7 @@ static Action readCandidateRp(ScenarioLine& line) {
     if (key == "address") set.candidacy.address = line.address(key);
     if (key == "priority") set.candidacy.priority = static_cast<U32>(line.number(key, 0, 255));
     if (key == RpAdvertisingKeys::cRpAdvPeriod.name)
-      set.candidacy.interval = static_cast<U16>(line.number(key, 1, 16383));
+      set.candidacy.interval = static_cast<U16>(numberOf(line, RpAdvertisingKeys::cRpAdvPeriod));
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;

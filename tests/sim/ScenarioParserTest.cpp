@@ -260,7 +260,7 @@ InvalidLine const invalidLines[] = {
     {"candidate-bsr r1 10.0.0.0/8", "is no range of multicast groups such as 239.1.0.0/16"},
     {"candidate-bsr r1 global priority 256", "priority: '256' is no whole number from 0 to 255"},
     {"candidate-bsr r1 global hash-mask-length 33", "no whole number from 0 to 32"},
-    {"candidate-bsr r1 global bs-period 9", "no whole number from 10 to 536870906"},
+    {"candidate-bsr r1 global bs-period 9", "no whole number from 10 to 13652"},
     {"candidate-bsr r1 global address 10.1.0.2",
      "there is no address of r1 '10.1.0.2'; valid are 10.0.0.1, 10.1.0.1"},
     {"candidate-rp r3 global", "r3 has no address yet; give it an interface first"},
