@@ -7,7 +7,7 @@
 /// What an agent and the writer of its state files send each other over their socket.
 namespace pimbsr::agent {
 
-using Zet::S32;
+using Zet::S64;
 using Zet::U32;
 using Zet::U64;
 

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <grp.h>
+#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -100,11 +101,19 @@ TEST(ControlClientTest, AnAgentThatIsNotThereIsExplained) {
   EXPECT_THAT(errorOf(std::string(200, 'x')), HasSubstr("name too long"));
 }
 
-/// The error of user 65534, who has no rights and is named nobody.
+/// A user without rights.
+constexpr uid_t powerless = 65534;
+
+std::string nameOfPowerless() {
+  passwd const* user = getpwuid(powerless);
+  return user == nullptr ? "" : user->pw_name;
+}
+
+/// The error of that user.
 std::string errorWithoutRights(std::string const& path) {
   return test::inChild([&]() -> std::string {
-    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)
-      return "user 65534 can't be set";
+    if (setgroups(0, nullptr) != 0 || setgid(powerless) != 0 || setuid(powerless) != 0)
+      return "the user can't be set";
     return errorOf(path);
   });
 }
@@ -113,11 +122,12 @@ TEST(ControlClientTest, ErrorOfADeniedUserNamesThePermittedOnes) {
   NEEDS_ROOT();
   ScratchFolder folder;
   ControlSocket socket(folder.file("control.sock"));
-  EXPECT_THAT(errorWithoutRights(socket.path()), HasSubstr("nobody may not look for " + socket.path()));
+  EXPECT_THAT(errorWithoutRights(socket.path()),
+              HasSubstr(nameOfPowerless() + " may not look for " + socket.path()));
   ASSERT_EQ(chmod(folder.file(".").c_str(), 0755), 0);
   EXPECT_THAT(errorWithoutRights(socket.path()),
               AllOf(HasSubstr("root and the members of group root may use " + socket.path()),
-                    HasSubstr("nobody is not among them")));
+                    HasSubstr(nameOfPowerless() + " is not among them")));
 }
 
 TEST(ControlClientTest, TheNextSocketIsTriedOnlyWithoutPermissionForTheFirst) {

@@ -60,15 +60,6 @@ class HoldOverTest : public FilteredRouterTest {
     run(seconds);
     observer.flush();
   }
-  /// The RPs that PIM reads of a range.
-  std::vector<std::string> read(std::string const& range = "239.1.0.0/16") const {
-    std::vector<std::string> found;
-    auto set = router.rpCandidateStatus()->crpSet(prefix(range));
-    if (!set) return found;
-    for (auto rp = set->rpIterator(); rp; ++rp) found.emplace_back(rp->address().stringValue().view());
-    std::sort(found.begin(), found.end());
-    return found;
-  }
   HoldOver const& kept() const { return partsOf(router).correctors->holdOver(); }
 
   Group const twoRps{"239.1.0.0/16", {{"203.0.113.1", 100}, {"203.0.113.2", 60}}};

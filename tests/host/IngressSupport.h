@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -101,6 +102,15 @@ class FilteredRouterTest : public testing::Test {
     context.nowIs(end);
   }
   U32 neighbors() const { return router.pimStatus()->pimIntf(intf("eth0"))->neighborCount(); }
+  /// The RPs that PIM reads of a range.
+  std::vector<std::string> read(std::string const& range = "239.1.0.0/16") const {
+    std::vector<std::string> found;
+    auto set = router.rpCandidateStatus()->crpSet(prefix(range));
+    if (!set) return found;
+    for (auto rp = set->rpIterator(); rp; ++rp) found.emplace_back(rp->address().stringValue().view());
+    std::sort(found.begin(), found.end());
+    return found;
+  }
   void lead() {
     router.routeIs(prefix("192.0.2.9/32").v4Prefix(), {.type = Slosh::Fib::RouteType::local});
     router.candidateBsrIs(prefix("224.0.0.0/4"), {.address = addr("192.0.2.9"), .intfId = intf("eth0")});

@@ -42,14 +42,6 @@ class MessageFitTest : public FilteredRouterTest {
     receiveHello("192.0.2.1");
   }
   Reception take(std::vector<U8> const& pim) { return router.receive(intf("eth0"), packetOf(pim, {})); }
-  std::vector<std::string> read(std::string const& range = "239.1.0.0/16") const {
-    std::vector<std::string> found;
-    auto set = router.rpCandidateStatus()->crpSet(prefix(range));
-    if (!set) return found;
-    for (auto rp = set->rpIterator(); rp; ++rp) found.emplace_back(rp->address().stringValue().view());
-    std::sort(found.begin(), found.end());
-    return found;
-  }
   U32 holdtime(std::string const& rp) const {
     auto set = router.rpCandidateStatus()->crpSet(prefix("239.1.0.0/16"));
     return set->rp(addr(rp))->holdTime().value();

@@ -167,17 +167,22 @@ class OperatorTest(unittest.TestCase):
         r2.ip("-batch", batch)
         self.assertLess(resident_of(r2), before + 6144, "KiB: 100,000 routes take more")
 
-    def test_second_agent(self):
-        """A second agent on an interface of the first does not start, names it, and says nothing else."""
+    def beside_an_agent(self):
+        """Starts r1; returns it, the file and the socket of a second agent on its host, and its words."""
         lab = self.lab(records=False)
-        (r1, r2), links = lab.chain("r1", "r2")
+        (r1, _), _ = lab.chain("r1", "r2")
         r1.config()
         r1.start()
-        first = process_of_agent(r1)
         file, socket = r1.folder / "second.toml", r1.folder / "second.sock"
-        file.write_text(f'[interface.eth-r2]\n[control]\nsocket = "{socket}"\n[state]\ndirectory = ""\n')
         words = ["ip", "netns", "exec", r1.namespace, str(lab.command), "run", "--config", str(file)]
-        second = subprocess.run([*words, *lab.run_options], capture_output=True, text=True, timeout=60)
+        return r1, file, socket, [*words, *lab.run_options]
+
+    def test_second_agent(self):
+        """A second agent on an interface of the first does not start, names it, and says nothing else."""
+        r1, file, socket, words = self.beside_an_agent()
+        file.write_text(f'[interface.eth-r2]\n[control]\nsocket = "{socket}"\n[state]\ndirectory = ""\n')
+        first = process_of_agent(r1)
+        second = subprocess.run(words, capture_output=True, text=True, timeout=60)
         self.assertEqual(1, second.returncode)
         self.assertIn(f"interface eth-r2: process {first} is an agent that speaks PIM there", second.stderr)
         self.assertNotIn("the history is not kept", second.stderr)
@@ -186,26 +191,21 @@ class OperatorTest(unittest.TestCase):
 
     def test_reload_adds_interface_of_another_agent(self):
         """A reload that adds an interface of another agent is rejected, and changes nothing."""
-        lab = self.lab(records=False)
-        (r1, r2), links = lab.chain("r1", "r2")
-        r1.config()
-        r1.start()
+        r1, file, socket, words = self.beside_an_agent()
         first = process_of_agent(r1)
-        file, socket = r1.folder / "second.toml", r1.folder / "second.sock"
         tail = f'[control]\nsocket = "{socket}"\n[state]\ndirectory = ""\n'
         file.write_text("[interface.other]\n" + tail)
-        words = ["ip", "netns", "exec", r1.namespace, str(lab.command), "run", "--config", str(file)]
         with (r1.folder / "second.log").open("wb") as log:
-            second = subprocess.Popen([*words, *lab.run_options], stdout=log, stderr=log)
+            second = subprocess.Popen(words, stdout=log, stderr=log)
         self.addCleanup(second.wait)
         self.addCleanup(second.kill)
         wait_until(socket.exists, "the second agent serves")
         file.write_text("[interface.other]\n[interface.eth-r2]\n" + tail)
-        command = [str(lab.command), "reload", "--socket", str(socket)]
+        command = [str(r1.lab.command), "reload", "--socket", str(socket)]
         done = subprocess.run(command, capture_output=True, text=True, timeout=60)
         self.assertEqual(1, done.returncode)
         self.assertIn(f"interface eth-r2: process {first} is an agent that speaks PIM there", done.stderr)
-        shown = subprocess.run([str(lab.command), "show", "interfaces", "--json", "--socket", str(socket)],
+        shown = subprocess.run([str(r1.lab.command), "show", "interfaces", "--json", "--socket", str(socket)],
                                capture_output=True, text=True, timeout=60, check=True)
         names = [one["interface"] for one in json.loads(shown.stdout)["interfaces"]]
         self.assertEqual(["other"], names)
