@@ -127,9 +127,15 @@ IpAddr IpAddr::parse(String8 const& text) {
 
 U32 IpAddr::hash() const { return Zet::mixHash(hostWord()); }
 
+/// Views of thousands of RPs are made of such texts, so no format is read.
 String8 IpAddr::stringValue() const {
-  U32 word = hostWord();
-  return Zet::format("%u.%u.%u.%u", word >> 24, (word >> 16) & 0xff, (word >> 8) & 0xff, word & 0xff);
+  std::array<char, 15> text{};
+  char* end = text.data();
+  for (U32 shift = 32; shift > 0; shift -= 8) {
+    if (shift < 32) *end++ = '.';
+    end = std::to_chars(end, text.data() + text.size(), (hostWord() >> (shift - 8)) & 0xff).ptr;
+  }
+  return String8(std::string_view(text.data(), static_cast<std::size_t>(end - text.data())));
 }
 
 Ip6Addr::Ip6Addr(Pos& cur, Pos end) : Ip6Addr(parse(Zet::readQuoted(cur, end))) {}
