@@ -45,5 +45,5 @@ foreach(source ${bench_sources})
   get_filename_component(name ${source} NAME_WE)
   add_executable(bench-${name} ${source})
   target_link_libraries(bench-${name} PRIVATE
-    pimbsr-sim pimbsr-host bench-peers benchmark::benchmark_main benchmark::benchmark)
+    pimbsr-view pimbsr-sim pimbsr-host bench-peers benchmark::benchmark_main benchmark::benchmark)
 endforeach()
