@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <limits>
 #include <system_error>
@@ -15,6 +16,8 @@ namespace pimbsr::agent {
 
 /// Packets that are taken before the loop looks at its timers and its other readers again.
 static constexpr int packetsAtOnce = 64;
+/// For how long they are taken: some change a thousand RPs each, and timers wait meanwhile.
+static constexpr std::chrono::milliseconds timeAtOnce(2);
 /// Queues that one turn looks at; epoll begins with others the next time.
 static constexpr std::size_t queuesAtOnce = 128;
 /// Seconds for which a queue rests at most.
@@ -83,12 +86,13 @@ U64 QueueSet::oldestTime() {
 void QueueSet::serve() {
   std::array<epoll_event, queuesAtOnce> ready;
   U64 start = wallClock();
+  auto const end = std::chrono::steady_clock::now() + timeAtOnce;
   int count = epoll_wait(epoll_.get(), ready.data(), ready.size(), 0);
   heads_.clear();
   for (int i = 0; i < count; ++i)
     addHead(*static_cast<ReceiveQueue*>(ready[static_cast<unsigned>(i)].data.ptr));
   for (int i = 0; i < packetsAtOnce && !heads_.empty(); ++i) {
-    if (i > 0 && heads_.front().time > start) break;
+    if (i > 0 && (heads_.front().time > start || std::chrono::steady_clock::now() > end)) break;
     serveOldest();
   }
   if (start - lossesNotedAt_ > lossesEach) noteLosses();

@@ -1,9 +1,13 @@
 #include "agent/queues/ReceiveQueues.h"
 
+#include <algorithm>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <random>
 #include <set>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/agent/QueueLab.h"
@@ -173,6 +177,24 @@ TEST_F(ReceiveQueuesTest, QueueBeyondItsBudgetRestsWhileOthersAreServed) {
   onPacket = nullptr;
   run(0.1);
   EXPECT_EQ(taken.size(), 400u) << "what waits is served once the budget allows it";
+}
+
+TEST_F(ReceiveQueuesTest, TimersAreServedBetweenPacketsThatTakeLong) {
+  meet({address(1)});
+  std::size_t before = 0, most = 0;
+  onPacket = [](U32) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return true;
+  };
+  agent::LoopTimer tick(loop, [&] {
+    most = std::max(most, taken.size() - std::exchange(before, taken.size()));
+    tick.startIn(0.001);
+  });
+  tick.startIn(0.001);
+  for (U32 i = 0; i < 200; ++i) send(address(1), bootstrap, i);
+  run(0.5);
+  EXPECT_EQ(taken.size(), 200u);
+  EXPECT_LE(most, 4u) << "packets of 1 ms in one turn of 2 ms";
 }
 
 TEST_F(ReceiveQueuesTest, NeighborsBeyondTheBoundShareAQueueAndStrangersHaveNoPartInIt) {
