@@ -28,7 +28,7 @@ struct ByRange {
 
 /// The candidate RP with one interface's address.
 struct RpTerms : RpAdvertising {
-  /// Priority by range, 0 to 255, lower wins; a range without one, or with 256, is not advertised.
+  /// Priority by range, as in RpRangeTerms; a range without one, or with 256, is not advertised.
   ByRange<std::optional<Zet::U64>> ranges;
 
   bool operator==(RpTerms const&) const = default;
@@ -70,9 +70,9 @@ struct ConfigError {
 
 /// Finds all that would be rejected by a setter, end the process or be of no use: values out of their range,
 /// a range or list claimed by the candidate BSRs of two interfaces, a zone that a list of one interface
-/// permits and another one claims, ranges that are not of IPv4 multicast groups, and intervals above 13652,
-/// which make holdtimes that every receiver rejects. A list may be named before it exists: who names it waits
-/// for it. Empty if the configuration may be applied. In the order of the configuration.
+/// permits and another one claims, ranges that are not of IPv4 multicast groups, and periods that make
+/// holdtimes which every receiver rejects. A list may be named before it exists: who names it waits for it.
+/// Empty if the configuration may be applied. In the order of the configuration.
 PIMBSR_API std::vector<ConfigError> check(Configuration const& configuration);
 
 }  // namespace pimbsr::host

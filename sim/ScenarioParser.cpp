@@ -13,6 +13,7 @@ namespace pimbsr::sim {
 
 using host::BsrTermsKeys;
 using host::RpAdvertisingKeys;
+using host::RpRangeTermsKeys;
 using host::TimeoutsKeys;
 using Lanet::IpAddr;
 using Lanet::IpGenAddr;
@@ -171,9 +172,11 @@ static Action readCandidateRp(ScenarioLine& line) {
   std::string list = takeList(line);
   if (list.empty()) set.ranges = readRanges(line);
   while (!line.atEnd()) {
-    std::string_view key = line.option({"address", "priority", RpAdvertisingKeys::cRpAdvPeriod.name});
+    std::string_view key =
+        line.option({"address", RpRangeTermsKeys::priority.name, RpAdvertisingKeys::cRpAdvPeriod.name});
     if (key == "address") set.candidacy.address = line.address(key);
-    if (key == "priority") set.candidacy.priority = static_cast<U32>(line.number(key, 0, 255));
+    if (key == RpRangeTermsKeys::priority.name)
+      set.candidacy.priority = numberOf(line, RpRangeTermsKeys::priority);
     if (key == RpAdvertisingKeys::cRpAdvPeriod.name)
       set.candidacy.interval = static_cast<U16>(numberOf(line, RpAdvertisingKeys::cRpAdvPeriod));
   }

@@ -10,6 +10,7 @@
 #include "agent/config/ConfigTable.h"
 #include "agent/config/ConfigText.h"
 #include "agent/config/Settings.keys.h"
+#include "host/Configuration.keys.h"
 #include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 
@@ -56,12 +57,14 @@ using RpPriorities = ByRange<std::optional<U64>>;
 /// A range without a priority, or with the unset one, is not advertised.
 std::vector<NamedBlock<std::optional<U64>>> blocksOf(host::RpTerms const& terms) {
   RpPriorities said;
-  auto isSaid = [](auto const& entry) { return entry.second && *entry.second <= 255; };
+  auto isSaid = [](auto const& entry) {
+    return entry.second && *entry.second <= host::RpRangeTermsKeys::priority.most;
+  };
   std::copy_if(terms.ranges.groups.begin(), terms.ranges.groups.end(),
                std::inserter(said.groups, said.groups.end()), isSaid);
   std::copy_if(terms.ranges.lists.begin(), terms.ranges.lists.end(),
                std::inserter(said.lists, said.lists.end()), isSaid);
-  return blocksOf(said, std::optional<U64>(file::CandidateRp().priority));
+  return blocksOf(said, std::optional<U64>(host::RpRangeTerms().priority));
 }
 
 // Settings as tables of the file ----------------------------------------------------------------------
@@ -94,7 +97,7 @@ std::vector<file::CandidateRp> candidateRpsOf(host::Configuration const& router)
   std::vector<file::CandidateRp> tables;
   for (auto const& [intf, terms] : router.candidateRps) {
     for (auto const& [priority, groups, lists] : blocksOf(terms))
-      tables.push_back({{terms.cRpAdvPeriod}, intf, groups, lists, *priority});
+      tables.push_back({{*priority}, {terms.cRpAdvPeriod}, intf, groups, lists});
   }
   return tables;
 }
