@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <iostream>
@@ -17,6 +19,7 @@
 #include "cli/sim/RandomCommand.h"
 #include "cli/sim/SimCommand.h"
 #include "cli/web/WebCommand.h"
+#include "host/Configuration.keys.h"
 
 namespace pimbsr::cli {
 
@@ -103,6 +106,11 @@ static void addPage(CLI::App& command, Delivery& delivery, char const* source) {
   command.add_option("--html", delivery.page, help)->type_name("PAGE");
 }
 
+/// The range and the default of a key, as a help text shows them.
+static std::string rangeText(host::ConfigKey const& key) {
+  return fmt::format("{} to {}\n(default {})", key.least, key.most, key.fallback);
+}
+
 static void addReplay(CLI::App& app, ReplayOptions& options) {
   CLI::App& command = *app.add_subcommand("replay", aboutReplay);
   command.footer(footReplay);
@@ -111,17 +119,18 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
                    "Print one JSON document: the messages with their verdicts and contents, and\n"
                    "the learned state at the end");
   addPage(command, options.delivery, "FILE");
-  auto addTime = [&](char const* name, char const* help,
+  auto addTime = [&](std::string const& name, std::string const& help,
                      std::function<void(std::string const&)> const& take) {
     command.add_option_function<std::string>(name, take, help)->type_name("SECONDS");
   };
-  addTime("--until", "Run the clock on for so long after the last packet: 0 to 4294967295\n(default 0)",
+  addTime("--until",
+          fmt::format("Run the clock on for so long after the last packet: 0 to {}\n(default 0)", maxUntil),
           [&](auto& text) { options.until = parseUntil(text); });
   addTime("--bs-timeout",
-          "Give up a BSR that has not been heard for so long: 12 to 1073741823\n(default 130)",
+          "Give up a BSR that has not been heard for so long: " + rangeText(host::TimeoutsKeys::bsTimeout),
           [&](auto& text) { options.router.bsTimeout = parseBsTimeout(text); });
   addTime("--sz-timeout",
-          "Forget a scoped zone that has had no BSR for so long: 120 to 4294967295\n(default 1300)",
+          "Forget a scoped zone that has had no BSR for so long: " + rangeText(host::TimeoutsKeys::szTimeout),
           [&](auto& text) { options.router.szTimeout = parseSzTimeout(text); });
   addFormer(command, "--hold-time", "--bs-timeout");
   addFormer(command, "--zone-timeout", "--sz-timeout");

@@ -7,7 +7,6 @@
 
 #include "cli/base/Errors.h"
 #include "cli/base/Numbers.h"
-#include "host/Configuration.keys.h"
 
 namespace pimbsr::cli {
 
@@ -15,15 +14,11 @@ using Lanet::IpGenAddr;
 using Zet::U32;
 using Zet::U64;
 
-static U32 parseSeconds(std::string_view option, std::string const& text, U64 least, U64 most) {
-  std::optional<U64> seconds = numberOf<U64>(text);
-  if (seconds && *seconds >= least && *seconds <= most) return static_cast<U32>(*seconds);
-  throw UsageError(
-      fmt::format("{}: '{}' is no whole number of seconds from {} to {}", option, text, least, most));
-}
-
 static U32 parseSeconds(host::ConfigKey const& key, std::string const& text) {
-  return parseSeconds(fmt::format("--{}", key.name), text, key.least, key.most);
+  std::optional<U64> seconds = numberOf<U64>(text);
+  if (seconds && *seconds >= key.least && *seconds <= key.most) return static_cast<U32>(*seconds);
+  throw UsageError(fmt::format("--{}: '{}' is no whole number of seconds from {} to {}", key.name, text,
+                               key.least, key.most));
 }
 
 U32 parseBsTimeout(std::string const& text) { return parseSeconds(host::TimeoutsKeys::bsTimeout, text); }
@@ -32,8 +27,8 @@ U32 parseSzTimeout(std::string const& text) { return parseSeconds(host::Timeouts
 
 double parseUntil(std::string const& text) {
   std::optional<double> seconds = numberOf<double>(text);
-  if (seconds && *seconds >= 0 && *seconds <= 4294967295.0) return *seconds;
-  throw UsageError(fmt::format("--until: '{}' is no number of seconds from 0 to 4294967295", text));
+  if (seconds && *seconds >= 0 && *seconds <= static_cast<double>(maxUntil)) return *seconds;
+  throw UsageError(fmt::format("--until: '{}' is no number of seconds from 0 to {}", text, maxUntil));
 }
 
 static std::optional<IpGenAddr> unicastOf(std::string const& text) {

@@ -6,6 +6,7 @@
 
 #include "cli/base/Tracing.h"
 #include "cli/page/Page.h"
+#include "host/Configuration.keys.h"
 #include "host/Router.h"
 #include "model/Lanet.h"
 
@@ -30,13 +31,16 @@ struct ReplayOptions {
   std::map<Lanet::IpGenAddr, Lanet::IpGenAddr> rpf;
 };
 
+/// The longest --until in seconds: whatever was learned expires within the longest SZ_Timeout.
+inline constexpr Zet::U64 maxUntil = host::TimeoutsKeys::szTimeout.most;
+
 // Each reads the value of one option and throws UsageError, with what would be valid, for another one.
 
-/// --until: a number of seconds, with a fraction if need be, from 0 to 4294967295.
+/// --until: a number of seconds, with a fraction if need be, from 0 to `maxUntil`.
 double parseUntil(std::string const& text);
-/// --bs-timeout: whole seconds from 12 to 1073741823.
+/// --bs-timeout: whole seconds in the range of TimeoutsKeys::bsTimeout.
 Zet::U32 parseBsTimeout(std::string const& text);
-/// --sz-timeout: whole seconds from 120 to 4294967295.
+/// --sz-timeout: whole seconds in the range of TimeoutsKeys::szTimeout.
 Zet::U32 parseSzTimeout(std::string const& text);
 /// --rpf: "BSR=NEIGHBOR", two IPv4 unicast addresses. A second one for the same BSR is rejected.
 void parseRpf(std::string const& text, ReplayOptions& options);

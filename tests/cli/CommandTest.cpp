@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 
@@ -5,6 +6,7 @@
 #include <string>
 
 #include "agent/base/Version.h"
+#include "host/Configuration.keys.h"
 #include "tests/cli/CliSupport.h"
 
 namespace pimbsr::cli {
@@ -31,6 +33,15 @@ TEST(CommandTest, HelpNamesEveryOption) {
        {"FILE", "--json", "--until", "--bs-timeout", "--sz-timeout", "--rpf", "--trace", "Exit status"}) {
     EXPECT_THAT(run.out, HasSubstr(option));
   }
+}
+
+TEST(CommandTest, HelpHasTheDeclaredRangesAndDefaults) {
+  std::string help = test::command("replay --help").out;
+  for (host::ConfigKey const& key : {host::TimeoutsKeys::bsTimeout, host::TimeoutsKeys::szTimeout}) {
+    EXPECT_THAT(help, HasSubstr(fmt::format("{} to {}", key.least, key.most)));
+    EXPECT_THAT(help, HasSubstr(fmt::format("(default {})", key.fallback)));
+  }
+  EXPECT_THAT(help, HasSubstr(fmt::format("0 to {}", maxUntil)));
 }
 
 TEST(CommandTest, ReplayPrintsWhatItDoesInProcess) {
