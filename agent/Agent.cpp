@@ -9,6 +9,7 @@
 #include "agent/EventLog.h"
 #include "agent/base/Log.h"
 #include "agent/base/TraceLevel.h"
+#include "host/Mtus.h"
 #include "host/PreferredRps.h"
 #include "runtime/Log.h"
 
@@ -247,9 +248,6 @@ void Agent::applyAddress(KernelLink const& link, Applied& applied) {
   router_->handleAddressChange(intfId);
 }
 
-/// Every IPv4 link carries packets of this length, bytes (RFC 791).
-static constexpr U32 minMtu = 68;
-
 static pim::HelloOptions helloOptions(InterfaceSettings const& settings) {
   double period = settings.helloInterval;
   return {.period = period,
@@ -264,7 +262,7 @@ void Agent::bringUp(KernelLink const& link, Applied& applied) {
   pim::HelloOptions hello = helloOptions(settings_.interfaces.at(link.name));
   if (!applied.speaksPim && !open(link, applied)) return;
   if (!std::exchange(applied.speaksPim, true)) logInterfaceUp(link.name, applied.primary);
-  router_->interfaceIs(IntfId(link.name.c_str()), std::max(link.mtu, minMtu), hello);
+  router_->interfaceIs(IntfId(link.name.c_str()), std::max(link.mtu, host::Mtus::minimum), hello);
 }
 
 /// A reason is logged once, however often it is tried.

@@ -8,6 +8,7 @@
 #include "host/Fragment.h"
 #include "host/KeptFragments.h"
 #include "runtime/Meter.h"
+#include "wire/Wire.h"
 
 namespace pimbsr::host {
 
@@ -73,7 +74,7 @@ class Named {
    private:
     std::vector<IpGenAddr> addresses_;
     size_t rpCount_ = 0;
-    U8 announced_ = 255;
+    U8 announced_ = wire::maxRpCount;
   };
 
   void addStored(Ptr<Routing::Pim::Bsr::PimBsrRxFragments> const& stored) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "wire/Wire.h"
+
 namespace pimbsr::host {
 
 namespace Bsr = Routing::Pim::Bsr;
@@ -21,9 +23,10 @@ void Advertisements::stop() {
   root_ = nullptr;
 }
 
-/// Prefix Count has 8 bits; the IP header takes 20 bytes, the message 14 and each range 8 (RFC 5059 section
-/// 4.2).
-U32 Advertisements::maxRanges() const { return std::min<U32>(255, (mtus_.least() - 20 - 14) / 8); }
+/// The IP header takes 20 bytes, the message 14 and each range 8 (RFC 5059 section 4.2).
+U32 Advertisements::maxRanges() const {
+  return std::min(wire::maxPrefixCount, (mtus_.least() - 20 - 14) / 8);
+}
 
 static void fill(CrpAdvMessage& message, std::span<IpGenPrefix const> ranges, Packet::GroupFlags flags) {
   auto groups = Zet::make<Packet::CrpGroupData>();

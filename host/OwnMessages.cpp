@@ -7,6 +7,7 @@
 
 #include "host/BsmCutter.h"
 #include "host/Zones.h"
+#include "wire/Wire.h"
 
 namespace pimbsr::host {
 
@@ -78,13 +79,13 @@ OwnMessages::Message OwnMessages::announceFewer(Message const& message) {
   Ptr<Packet::BootstrapOptionalData> groups = message->groupRpData();
   U32 overfull = 0;
   for (auto group = groups->groupDataIterator(); group; ++group)
-    overfull += group->rpListCount() > maxRps ? 1 : 0;
+    overfull += group->rpListCount() > wire::maxRpCount ? 1 : 0;
   if (overfull == 0) return message;
   rangeFull_.noteAct();
   Message fewer = headerOf(*message);
   for (auto group = groups->groupDataIterator(); group; ++group) {
-    bool isOverfull = group->rpListCount() > maxRps;
-    fewer->groupRpData()->groupDataEnq(isOverfull ? bestOf(*group, maxRps) : group.ptr());
+    bool isOverfull = group->rpListCount() > wire::maxRpCount;
+    fewer->groupRpData()->groupDataEnq(isOverfull ? bestOf(*group, wire::maxRpCount) : group.ptr());
   }
   return fewer;
 }
@@ -119,7 +120,7 @@ class Repeating {
     auto at = records_.find(range);
     Ptr<BootstrapGroupData> record =
         at == records_.end() ? add(Zet::make<BootstrapGroupData>(range)) : at->second;
-    if (record->rpListCount() >= OwnMessages::maxRps) return;
+    if (record->rpListCount() >= wire::maxRpCount) return;
     record->rpListIs(rp);
     countsAre(*record);
   }

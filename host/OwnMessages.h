@@ -10,13 +10,12 @@
 
 namespace pimbsr::host {
 
-/// Corrects what a router says as BSR: at most 255 RPs of a range are announced, since RP Count has 8 bits,
-/// and a withdrawn RP is named in two further messages, since one may be lost.
+/// Corrects what a router says as BSR: at most wire::maxRpCount RPs of a range are announced, and a
+/// withdrawn RP is named in two further messages, since one may be lost.
 class PIMBSR_INTERNAL OwnMessages {
  public:
   using Message = Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>;
 
-  static constexpr U32 maxRps = 255;     ///< of a range (RFC 5059 section 4.1)
   static constexpr U32 repetitions = 2;  ///< of a withdrawal
 
   /// Both outlive this object.

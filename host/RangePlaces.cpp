@@ -7,6 +7,7 @@
 #include "protocol/BsrCandidateSm.h"
 #include "runtime/Context.h"
 #include "runtime/Log.h"
+#include "wire/Wire.h"
 
 namespace pimbsr::host {
 
@@ -198,7 +199,7 @@ bool RangePlaces::requestOwn(Request const& request) {
 /// though no second one in a BS_Period. Returns whether it may enter at once, since none can be displaced.
 bool RangePlaces::displaceForOwn(Request const& request, Full& full) const {
   Worst worst = worstOf(*request.set, preferredRank);
-  if (!worst.rp) return request.set->rpCount() < maxRps;
+  if (!worst.rp) return request.set->rpCount() < wire::maxRpCount;
   if (Zet::now() < full.nextDisplacement) {
     reserve(request, full);
   } else {

@@ -52,13 +52,12 @@ class PIMBSR_INTERNAL RangePlaces {
   DropReason request(Request const& request);
   /// Asks for a place for this router's own candidate RP in a range that has a set without it; false if it
   /// has to wait. Displaces the worst RP of a full range, whatever its priority; a range with preferred RPs
-  /// and this router's own alone takes these up to `maxRps`.
+  /// and this router's own alone takes these up to wire::maxRpCount.
   bool requestOwn(Request const& request);
   /// Number of ranges of which something is kept.
   std::size_t size() const { return ranges_.size(); }
 
  private:
-  static constexpr U32 maxRps = 255;  ///< RP Count has 8 bits (RFC 5059 section 4.1)
   static constexpr double never = -std::numeric_limits<double>::infinity();
   static constexpr std::size_t minSize = 64;  ///< ranges below which those without effect are not dropped
   /// Priority that counts for a preferred newcomer; all others are worse.

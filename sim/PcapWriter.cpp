@@ -7,16 +7,16 @@
 #include <cstdio>
 #include <filesystem>
 
-namespace pimbsr::sim {
+#include "wire/Wire.h"
 
-static constexpr int maxPacketLength = 65535;
+namespace pimbsr::sim {
 
 void PcapWriter::Close::operator()(pcap* handle) const { pcap_close(handle); }
 
 void PcapWriter::Close::operator()(pcap_dumper* file) const { pcap_dump_close(file); }
 
 PcapWriter::PcapWriter(std::string const& folder, Network const& network)
-    : folder_(folder), network_(network), handle_(pcap_open_dead(DLT_RAW, maxPacketLength)) {
+    : folder_(folder), network_(network), handle_(pcap_open_dead(DLT_RAW, wire::maxPacketLength)) {
   std::error_code error;
   std::filesystem::create_directories(folder_, error);
   if (error) throw PcapError(fmt::format("cannot make the folder {}: {}", folder_, error.message()));

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <limits>
+
 #include "wire/Checksum.h"
 #include "wire/Wire.h"
 
@@ -27,6 +29,12 @@ static Inject injectOf(ScenarioLine& line, U32 link, IpAddr from, IpAddr to, std
   return inject;
 }
 
+/// A field of a message, with any value that has room in it.
+template <class Field>
+static Field fieldOf(ScenarioLine& line, std::string_view key) {
+  return static_cast<Field>(line.number(key, 0, std::numeric_limits<Field>::max()));
+}
+
 // Bootstrap Messages ----------------------------------------------------------------------------------
 
 static void readRp(ScenarioLine& line, Packet::BootstrapGroupData& group) {
@@ -38,9 +46,9 @@ static void readRp(ScenarioLine& line, Packet::BootstrapGroupData& group) {
   rp->rpPriorityIs(192);
   while (!line.atEnd()) {
     if (line.take("priority")) {
-      rp->rpPriorityIs(static_cast<U8>(line.number("priority", 0, 255)));
+      rp->rpPriorityIs(fieldOf<U8>(line, "priority"));
     } else if (line.take("holdtime")) {
-      rp->rpHoldtimeIs(static_cast<U16>(line.number("holdtime", 0, 65535)));
+      rp->rpHoldtimeIs(fieldOf<U16>(line, "holdtime"));
     } else {
       return;
     }
@@ -57,7 +65,7 @@ static Ptr<Packet::BootstrapGroupData> readGroup(ScenarioLine& line) {
     } else if (line.take("bidir")) {
       flags |= bidirFlag;
     } else if (line.take("rp-count")) {
-      rpCount = line.number("rp-count", 0, 255);
+      rpCount = fieldOf<U8>(line, "rp-count");
     } else if (line.take("rp")) {
       readRp(line, *group);
     } else {
@@ -66,7 +74,7 @@ static Ptr<Packet::BootstrapGroupData> readGroup(ScenarioLine& line) {
     }
   }
   U64 listed = group->rpListCount();
-  if (listed > 255) line.fail("a range holds at most 255 RPs");
+  if (listed > wire::maxRpCount) line.fail(fmt::format("a range holds at most {} RPs", wire::maxRpCount));
   if (rpCount && *rpCount < listed) {
     line.fail(fmt::format("rp-count {} is less than the {} RPs that follow", *rpCount, listed));
   }
@@ -89,9 +97,9 @@ static Action readBsm(ScenarioLine& line, U32 link, IpAddr from) {
         line.option({"to", "bsr", "priority", "hash-mask-length", "tag", "no-forward", "group"});
     if (key == "to") to = line.anyAddress(key);
     if (key == "bsr") bsm->bsrAddressIs(line.address(key));
-    if (key == "priority") bsm->bsrPriorityIs(static_cast<U8>(line.number(key, 0, 255)));
-    if (key == "hash-mask-length") bsm->hashMaskLenIs(static_cast<U8>(line.number(key, 0, 255)));
-    if (key == "tag") bsm->fragmentTagIs(static_cast<U16>(line.number(key, 0, 65535)));
+    if (key == "priority") bsm->bsrPriorityIs(fieldOf<U8>(line, key));
+    if (key == "hash-mask-length") bsm->hashMaskLenIs(fieldOf<U8>(line, key));
+    if (key == "tag") bsm->fragmentTagIs(fieldOf<U16>(line, key));
     if (key == "no-forward") bsm->forwardIs(false);
   }
   while (line.take("group")) bsm->groupRpData()->groupDataEnq(readGroup(line));
@@ -128,12 +136,13 @@ static Action readCrpAdv(ScenarioLine& line, U32 link, IpAddr from) {
   while (!line.atEnd() && line.peek() != "group") {
     std::string_view key = line.option({"rp", "priority", "holdtime", "group"});
     if (key == "rp") adv->rpAddressIs(line.address(key));
-    if (key == "priority") adv->priorityIs(static_cast<U8>(line.number(key, 0, 255)));
-    if (key == "holdtime") adv->holdtimeIs(static_cast<U16>(line.number(key, 0, 65535)));
+    if (key == "priority") adv->priorityIs(fieldOf<U8>(line, key));
+    if (key == "holdtime") adv->holdtimeIs(fieldOf<U16>(line, key));
   }
   while (line.take("group")) readAdvRange(line, *adv->groupData());
   U32 prefixes = adv->groupData()->groupInfoCount();
-  if (prefixes > 255) line.fail("an advertisement holds at most 255 ranges");
+  if (prefixes > wire::maxPrefixCount)
+    line.fail(fmt::format("an advertisement holds at most {} ranges", wire::maxPrefixCount));
   adv->prefixCountIs(static_cast<U8>(prefixes));
   std::vector<U8> pim;
   if (!wire::encodeCrpAdv(*adv, pim)) line.fail("the message can't be sent");
@@ -146,9 +155,9 @@ static Action readHello(ScenarioLine& line, U32 link, IpAddr from) {
   while (!line.atEnd()) {
     std::string_view key = line.option({"to", "holdtime", "dr-priority", "generation"});
     if (key == "to") to = line.anyAddress(key);
-    if (key == "holdtime") hello.holdtime = static_cast<U16>(line.number(key, 0, 65535));
-    if (key == "dr-priority") hello.drPriority = static_cast<U32>(line.number(key, 0, 0xffffffff));
-    if (key == "generation") hello.generationId = static_cast<U32>(line.number(key, 0, 0xffffffff));
+    if (key == "holdtime") hello.holdtime = fieldOf<U16>(line, key);
+    if (key == "dr-priority") hello.drPriority = fieldOf<U32>(line, key);
+    if (key == "generation") hello.generationId = fieldOf<U32>(line, key);
   }
   std::vector<U8> pim;
   wire::encodeHello(hello, pim);

@@ -3,11 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "host/Configuration.keys.h"
+#include "host/Mtus.h"
 #include "sim/ScenarioInject.h"
 #include "sim/ScenarioLine.h"
 #include "sim/ScenarioSwitches.h"
+#include "wire/Wire.h"
 
 namespace pimbsr::sim {
 
@@ -56,7 +59,8 @@ static Action readLink(ScenarioLine& line) {
   link.prefix = line.prefix("prefix");
   while (!line.atEnd()) {
     std::string_view key = line.option({"mtu", "delay", "jitter", "loss", "duplicate", "reorder", "corrupt"});
-    if (key == "mtu") link.mtu = static_cast<U32>(line.number(key, 68, 65535));
+    if (key == "mtu")
+      link.mtu = static_cast<U32>(line.number(key, host::Mtus::minimum, wire::maxPacketLength));
     if (key == "delay") link.delay = line.seconds(key);
     if (key == "jitter") link.jitter = line.seconds(key);
     link.faults = readFaults(line, key, link.faults);
@@ -65,9 +69,10 @@ static Action readLink(ScenarioLine& line) {
   return AddLink{link};
 }
 
-/// A number with the range that it has in a configuration file.
-static U32 numberOf(ScenarioLine& line, host::ConfigKey const& key) {
-  return static_cast<U32>(line.number(key.name, key.least, key.most));
+/// Reads the number of an option if that is the key, with the range that it has in a configuration file.
+template <class Number>
+static void readTerm(ScenarioLine& line, std::string_view option, host::ConfigKey const& key, Number& into) {
+  if (option == key.name) into = static_cast<Number>(line.number(option, key.least, key.most));
 }
 
 static Action readRouter(ScenarioLine& line) {
@@ -78,8 +83,8 @@ static Action readRouter(ScenarioLine& line) {
     std::string_view key = line.option(
         {"loopback", TimeoutsKeys::bsTimeout.name, TimeoutsKeys::szTimeout.name, "skew", "drift", "stopped"});
     if (key == "loopback") router.loopback = line.address(key);
-    if (key == TimeoutsKeys::bsTimeout.name) router.bsTimeout = numberOf(line, TimeoutsKeys::bsTimeout);
-    if (key == TimeoutsKeys::szTimeout.name) router.szTimeout = numberOf(line, TimeoutsKeys::szTimeout);
+    readTerm(line, key, TimeoutsKeys::bsTimeout, router.bsTimeout);
+    readTerm(line, key, TimeoutsKeys::szTimeout, router.szTimeout);
     if (key == "skew") router.skew = line.signedSeconds(key);
     if (key == "drift") router.drift = line.share(key);
     if (key == "stopped") add.stopped = true;
@@ -146,11 +151,9 @@ static Action readCandidateBsr(ScenarioLine& line) {
     std::string_view key = line.option({"address", BsrTermsKeys::priority.name,
                                         BsrTermsKeys::hashMaskLen.name, BsrTermsKeys::bsPeriod.name});
     if (key == "address") set.candidacy.address = line.address(key);
-    if (key == BsrTermsKeys::priority.name)
-      set.candidacy.priority = static_cast<U16>(numberOf(line, BsrTermsKeys::priority));
-    if (key == BsrTermsKeys::hashMaskLen.name)
-      set.candidacy.hashMaskLen = numberOf(line, BsrTermsKeys::hashMaskLen);
-    if (key == BsrTermsKeys::bsPeriod.name) set.candidacy.interval = numberOf(line, BsrTermsKeys::bsPeriod);
+    readTerm(line, key, BsrTermsKeys::priority, set.candidacy.priority);
+    readTerm(line, key, BsrTermsKeys::hashMaskLen, set.candidacy.hashMaskLen);
+    readTerm(line, key, BsrTermsKeys::bsPeriod, set.candidacy.interval);
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;
@@ -175,10 +178,8 @@ static Action readCandidateRp(ScenarioLine& line) {
     std::string_view key =
         line.option({"address", RpRangeTermsKeys::priority.name, RpAdvertisingKeys::cRpAdvPeriod.name});
     if (key == "address") set.candidacy.address = line.address(key);
-    if (key == RpRangeTermsKeys::priority.name)
-      set.candidacy.priority = numberOf(line, RpRangeTermsKeys::priority);
-    if (key == RpAdvertisingKeys::cRpAdvPeriod.name)
-      set.candidacy.interval = static_cast<U16>(numberOf(line, RpAdvertisingKeys::cRpAdvPeriod));
+    readTerm(line, key, RpRangeTermsKeys::priority, set.candidacy.priority);
+    readTerm(line, key, RpAdvertisingKeys::cRpAdvPeriod, set.candidacy.interval);
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;
@@ -283,11 +284,12 @@ static Action readAddress(ScenarioLine& line) {
   return set;
 }
 
+/// A value beyond the range of the file is taken: a scenario shows what the engine does with it.
 static Action readTimers(ScenarioLine& line) {
   SetTimers set{.router = line.router()};
   do {
     std::string_view key = line.option({TimeoutsKeys::bsTimeout.name, TimeoutsKeys::szTimeout.name});
-    U64 value = line.number(key, 0, 4294967295);
+    U64 value = line.number(key, 0, std::numeric_limits<U32>::max());
     (key == TimeoutsKeys::bsTimeout.name ? set.bsTimeout : set.szTimeout) = value;
   } while (!line.atEnd());
   return set;

@@ -2,6 +2,7 @@
 //
 //     Option Type (2)   Option Length (2)   Option Value (Option Length)
 #include <algorithm>
+#include <limits>
 
 #include "wire/Address.h"
 #include "wire/Message.h"
@@ -14,7 +15,8 @@ namespace {
 enum class Option : U16 { holdtime = 1, drPriority = 19, generationId = 20, addressList = 24 };
 
 constexpr std::size_t optionHeaderSize = 4;
-constexpr std::size_t maxAddresses = 65535 / unicastSize;
+/// OptionLength has 16 bits (RFC 7761 section 4.9.2).
+constexpr std::size_t maxAddresses = std::numeric_limits<U16>::max() / unicastSize;
 
 bool isIpv4List(Bytes value) { return !value.empty() && value.front() == 1; }
 

@@ -9,7 +9,6 @@ namespace pimbsr::wire {
 namespace {
 
 constexpr std::size_t minHeaderSize = 20;
-constexpr std::size_t maxPacketSize = 65535;
 constexpr std::size_t checksumAt = 10;
 constexpr U8 versionAndMinLength = 0x45;
 constexpr U8 protocolPim = 103;
@@ -67,7 +66,7 @@ Outcome<Ipv4Packet> parseIpv4(Bytes packet) {
 bool encodeIpv4(Ipv4Header const& header, Bytes payload, std::vector<U8>& out) {
   out.clear();
   std::size_t size = minHeaderSize + payload.size();
-  if (size > maxPacketSize) return false;
+  if (size > maxPacketLength) return false;
   Writer writer(out);
   writer.u8(versionAndMinLength);
   writer.u8(header.tos);

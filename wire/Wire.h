@@ -52,8 +52,15 @@ struct Ipv4Header {
   U16 identification = 0;
 };
 
+/// The longest IPv4 packet in bytes, its header included (RFC 791 section 3.1).
+inline constexpr U32 maxPacketLength = 65535;
+/// RPs of a range in a Bootstrap Message, whose RP Count has 8 bits (RFC 5059 section 4.1).
+inline constexpr U32 maxRpCount = 255;
+/// Ranges of an advertisement, whose Prefix Count has 8 bits (RFC 5059 section 4.2).
+inline constexpr U32 maxPrefixCount = 255;
+
 /// Replaces `out` by a header of 20 bytes for PIM, with its checksum, and the payload, which must not lie in
-/// `out`. False, with `out` empty, if the packet would be longer than the 65535 bytes that IPv4 allows.
+/// `out`. False, with `out` empty, if the packet would be longer than maxPacketLength.
 [[nodiscard]] PIMBSR_API bool encodeIpv4(Ipv4Header const& header, Bytes payload, std::vector<U8>& out);
 
 // PIM messages ----------------------------------------------------------------------------------------
