@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/Configuration.h"
 #include "host/Corrections.h"
 #include "host/IngressSettings.h"
 #include "host/Reception.h"
@@ -13,8 +14,8 @@ namespace pimbsr::host {
 
 /// What a router is given by its host.
 struct RouterOptions {
-  U32 bsTimeout = 130;   ///< seconds without a message after which the BSR of a zone is given up
-  U32 szTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
+  U32 bsTimeout = Timeouts().bsTimeout;  ///< seconds until the BSR of a zone is given up
+  U32 szTimeout = Timeouts().szTimeout;  ///< seconds until a scope zone without a BSR is forgotten
   /// The configuration to follow, all three or none. With it the two numbers above don't count, and the calls
   /// for candidacies, borders and permits are not to be made. ConfigTree makes and writes these.
   Zet::Ptr<Routing::Pim::Bsr::Config> config = nullptr;

@@ -27,11 +27,11 @@ class Network;
 /// What a router of a network is given when it is made.
 struct NodeOptions {
   std::string name;
-  U32 bsTimeout = 130;        ///< seconds without a message after which a BSR is given up
-  U32 szTimeout = 1300;       ///< seconds without a BSR after which a scope zone is forgotten
-  Lanet::IpGenAddr loopback;  ///< an address that lies on no link; unset for none
-  double skew = 0;            ///< seconds by which its clock is ahead
-  double drift = 0;           ///< seconds that its clock gains in each second
+  U32 bsTimeout = host::Timeouts().bsTimeout;  ///< seconds until a silent BSR is given up
+  U32 szTimeout = host::Timeouts().szTimeout;  ///< seconds until a scope zone without a BSR is forgotten
+  Lanet::IpGenAddr loopback;                   ///< an address that lies on no link; unset for none
+  double skew = 0;                             ///< seconds by which its clock is ahead
+  double drift = 0;                            ///< seconds that its clock gains in each second
 };
 
 struct InterfaceOptions {
@@ -65,8 +65,8 @@ using ListUse = std::pair<std::string, std::string>;
 
 /// What a router is configured to do; it survives a stop and a crash.
 struct NodeConfig {
-  U64 bsTimeout = 130;   ///< seconds without a message after which a BSR is given up
-  U64 szTimeout = 1300;  ///< seconds without a BSR after which a scope zone is forgotten
+  U64 bsTimeout = host::Timeouts().bsTimeout;  ///< seconds until a silent BSR is given up
+  U64 szTimeout = host::Timeouts().szTimeout;  ///< seconds until a scope zone without a BSR is forgotten
   std::map<Lanet::IpGenPrefix, host::BsrCandidacy> candidateBsrs;  ///< by zone
   std::map<RpKey, host::RpCandidacy> candidateRps;
   std::set<std::pair<Lanet::IpGenPrefix, U32>> borders;  ///< zone and number of the interface
