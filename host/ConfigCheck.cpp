@@ -212,7 +212,8 @@ void Checker::checkRange(ConfigPlace const& place, IpGenPrefix const& range) {
   if (range.af() != Lanet::AddressFamily::ipv4) {
     error(place, "not of IPv4, which alone is served");
   } else if (!Lanet::allGroups().contains(range)) {
-    error(place, "no range of multicast groups; a part of 224.0.0.0/4 is valid");
+    error(place, join("no range of multicast groups; a part of ", Lanet::allGroups().stringValue().view(),
+                      " is valid"));
   }
 }
 

@@ -31,7 +31,7 @@ ReadError readKind(Reader& in) {
 bool isRouterAddress(Lanet::IpGenAddr const& address) {
   if (!isIpv4(address.af())) return false;
   U32 host = address.v4Addr().hostWord();
-  return host != 0 && host >> 24 != 127 && host >> 28 < 0xe;
+  return host != 0 && host >> 24 != 127 && host < Lanet::firstGroup.hostWord();
 }
 
 bool isGroupRange(Lanet::IpGenPrefix const& range) {

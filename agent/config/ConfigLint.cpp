@@ -150,7 +150,7 @@ std::vector<ConfigFinding> Linter::run() {
 // Timers ----------------------------------------------------------------------------------------------
 
 void Linter::lintTimers() {
-  static constexpr U64 defaultPeriod = 60;
+  U64 const defaultPeriod = BsrTerms().bsPeriod;
   ConfigPlace const timers{.part = ConfigPart::timers};
   ConfigPlace const bsTimeoutAt = timers.at(TimeoutsKeys::bsTimeout.name);
   ConfigPlace const szTimeoutAt = timers.at(TimeoutsKeys::szTimeout.name);
@@ -428,7 +428,7 @@ static bool isUnicast(Lanet::IpAddr address) { return address < Lanet::firstGrou
 
 /// Whether a rule matches no address below the groups: those begin with 1110, and none is used above them.
 static bool matchesNoUnicast(Acl::IpRuleConfig const& rule) {
-  static constexpr U32 highBits = 0xe0000000;
+  static constexpr U32 highBits = Lanet::firstGroup.hostWord();
   return (rule.filter.sourceMask.hostWord() & rule.filter.source.hostWord() & highBits) == highBits;
 }
 

@@ -22,6 +22,11 @@ static constexpr U32 destinationOffset = 16;
 static constexpr U32 helloByte = 0x20;
 static constexpr U32 bootstrapByte = 0x24;
 static constexpr U32 crpAdvByte = 0x28;
+static constexpr U32 versionMask = 0xf0;
+
+// The bits that the first bytes of all groups have, as in 224.0.0.0/4.
+static constexpr U32 groupByte = Lanet::firstGroup.hostWord() >> 24;
+static constexpr U32 groupMask = 0xff & ~(groupByte ^ (Lanet::lastGroup.hostWord() >> 24));
 
 // Steps -------------------------------------------------------------------------------------------------
 
@@ -48,8 +53,8 @@ static FilterProgram loadType() {
 static FilterProgram checkType() {
   FilterProgram program = loadType();
   append(program, {branch(BPF_JEQ, helloByte, 5, 0), branch(BPF_JEQ, bootstrapByte, 4, 0),
-                   branch(BPF_JEQ, crpAdvByte, 3, 0), step(BPF_ALU | BPF_AND | BPF_K, 0xf0),
-                   branch(BPF_JEQ, 0x20, 0, 1), verdict(nothing)});
+                   branch(BPF_JEQ, crpAdvByte, 3, 0), step(BPF_ALU | BPF_AND | BPF_K, versionMask),
+                   branch(BPF_JEQ, helloByte & versionMask, 0, 1), verdict(nothing)});
   return program;
 }
 
@@ -118,7 +123,7 @@ FilterProgram passNothing() { return {verdict(nothing)}; }
 /// Ends with `nothing` for packets to groups and for PIM messages of other types, and else goes on.
 static FilterProgram checkUnicast() {
   FilterProgram program = {step(BPF_LD | BPF_B | BPF_ABS, destinationOffset),
-                           step(BPF_ALU | BPF_AND | BPF_K, 0xf0), branch(BPF_JEQ, 0xe0, 0, 1),
+                           step(BPF_ALU | BPF_AND | BPF_K, groupMask), branch(BPF_JEQ, groupByte, 0, 1),
                            verdict(nothing)};
   append(program, checkType());
   return program;
