@@ -11,8 +11,8 @@
 
 namespace pimbsr::host {
 
-/// Sends what the candidate RPs' machines leave out: they put up to 255 group ranges of a zone into one
-/// advertisement and no more.
+/// Sends what the candidate RPs' machines leave out: they put up to wire::maxPrefixCount group ranges of a
+/// zone into one advertisement and no more.
 ///
 /// An advertisement of a machine is cut to what its message may hold, and the machine's other ranges of the
 /// zone follow in messages of their own, whether it advertises or withdraws.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <span>
 
+#include "host/Configuration.keys.h"
+
 namespace pimbsr::sim {
 
 /// An address that no router of a network has.
@@ -132,9 +134,10 @@ void RandomFaults::rogueBsr(U32 time) {
   static constexpr char const* zones[] = {"global", "239.255.0.0/16 scoped", "225.1.0.0/16"};
   U32 link = network_.anyLink();
   RandomNetwork::Attached const& speaker = anyOf(network_.links()[link]);
+  static constexpr U64 weak = host::BsrTermsKeys::priority.least, strong = host::BsrTermsKeys::priority.most;
   std::string bsr = RandomNetwork::loopback(rng_.hits(0.5) ? speaker.router : anyOf(network_.bsrs()).router);
   addLine(text_, "at {} inject l{} bsm from {} bsr {} priority {} tag {} group {}{} rp {} holdtime {}", time,
-          link, speaker.address, bsr, rng_.hits(0.5) ? 255 : 0, rng_.below(65536),
+          link, speaker.address, bsr, rng_.hits(0.5) ? strong : weak, rng_.below(65536),
           zones[rng_.below(std::size(zones))], rng_.hits(0.3) ? " rp-count 3" : "", stranger,
           75 * rng_.below(3));
 }

@@ -22,7 +22,7 @@ struct LogEvent {
 /// One line of the log.
 struct LogRecord {
   LogEvent event;
-  /// What it is about, such as {"ZONE", "224.0.0.0/4"}: fields of the journal without their "PIMBSR_". With
+  /// What it is about, such as {"ZONE", "239.1.0.0/16"}: fields of the journal without their "PIMBSR_". With
   /// the kind they are what limits are kept for; the text is, if there are none.
   std::vector<std::pair<std::string_view, std::string>> subject;
   std::string text;

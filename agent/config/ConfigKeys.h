@@ -19,7 +19,7 @@ std::span<ConfigKey const> configKeys();
 /// A declared key; asserts that there is one.
 ConfigKey const& configKey(std::string_view section, std::string_view name);
 
-/// Description of the valid values of a key: "a whole number from 0 to 255".
+/// Description of the valid values of a key: "a whole number from 0 to 9".
 std::string validText(ConfigKey const& key);
 /// Description of the valid items of a key's list; of the key's values if it takes no list.
 std::string validItemText(ConfigKey const& key);

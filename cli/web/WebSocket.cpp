@@ -9,11 +9,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <system_error>
 
 #include "cli/base/Errors.h"
+#include "cli/base/Numbers.h"
 #include "cli/web/HostName.h"
 
 namespace pimbsr::cli {
@@ -44,10 +47,9 @@ void endUnreachable(int socket) {
 }
 
 unsigned portOf(std::string const& text, std::string const& place) {
-  bool isNumber = !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == text.npos;
-  unsigned long port = isNumber ? std::stoul(text) : 65536;
-  if (port > 65535) throw wrongPlace(place);
-  return static_cast<unsigned>(port);
+  std::optional<std::uint16_t> port = numberOf<std::uint16_t>(text);
+  if (!port) throw wrongPlace(place);
+  return *port;
 }
 
 Address addressOf(std::string const& place) {

@@ -11,6 +11,7 @@ import subprocess
 import sys
 
 import graph
+import ranges
 import words
 from graph import line_of
 
@@ -231,7 +232,8 @@ def errors(root):
         for check in (check_includes, check_lengths, check_members, check_words, words.check):
             found += [f"{path}:{line}: {error}" for line, error in check(path, text)]
     found += check_folders(texts)
-    return found + [f"{path}:{line}: {error}" for path, line, error in graph.check(texts, module_of)]
+    over_all = [*graph.check(texts, module_of), *ranges.check(texts)]
+    return found + [f"{path}:{line}: {error}" for path, line, error in over_all]
 
 
 if __name__ == "__main__":
