@@ -36,6 +36,12 @@ struct UnwiseValue {
   std::string_view reason;  ///< why; empty if no value is unwise
 };
 
+/// Why access lists are unwise that are read over addresses, by what they permit together.
+struct UnwiseLists {
+  std::string_view none;    ///< nothing; empty if that isn't unwise
+  std::string_view groups;  ///< group addresses alone, which no sender has; empty if that isn't unwise
+};
+
 /// A key of the file, as it is declared. All texts are literals.
 struct ConfigKey {
   std::string_view section;  ///< name of its table; empty in a list of keys that tables include
@@ -49,6 +55,7 @@ struct ConfigKey {
   std::string_view former;       ///< name that it had before, which is rejected; may be empty
   bool needsRestart = false;     ///< whether a change is applied at the next start only
   UnwiseValue unwise = {};
+  UnwiseLists unwiseLists = {};  ///< of a key that takes lists of addresses
 };
 
 }  // namespace pimbsr::host

@@ -28,9 +28,8 @@ ConfigPlace ConfigPlace::at(std::string_view keyOfIt) const {
 }
 
 /// "" for the timers, which are called by their keys alone.
-static constexpr std::array partNames = {
-    "",     "interface",   "border", "candidate-bsr", "candidate-rp", "senders", "preferred-rps",
-    "bsrs", "access-list", "checks", "limits",        "corrections"};
+static constexpr std::array partNames = {"",       "interface",   "border", "candidate-bsr", "candidate-rp",
+                                         "filter", "access-list", "checks", "limits",        "corrections"};
 static constexpr std::array kindNames = {"", "group ", "access list ", "rule "};
 
 std::string textOf(ConfigPlace const& place) {

@@ -15,10 +15,8 @@ enum class ConfigPart {
   border,        ///< the borders of an interface
   candidateBsr,  ///< the candidate BSR with an interface's address
   candidateRp,
-  senders,       ///< the lists that permit senders of advertisements
-  preferredRps,  ///< the lists that permit preferred RPs
-  bsrs,          ///< the lists that permit BSRs
-  accessList,    ///< named by itself
+  filter,      ///< lists of addresses, named by the key that takes them: "sender-lists"
+  accessList,  ///< named by itself
   checks,
   limits,
   corrections,
@@ -38,7 +36,7 @@ struct ConfigItem {
 /// of the whole item.
 struct ConfigPlace {
   ConfigPart part = ConfigPart::timers;
-  std::string name;  ///< of the interface or access list
+  std::string name;  ///< of the interface or access list, or of the key of the filter
   ConfigItem entry;
   std::string key;  ///< as the configuration file calls it: "hash-mask-length"
 

@@ -41,20 +41,13 @@ struct Present {
 
 /// All that an operator configures of one router, as data. Interfaces are known by their names. Numbers are
 /// as they were read, in range or not.
-struct Configuration : Timeouts {
+struct Configuration : Timeouts, FilterLists {
   std::map<std::string, ByRange<BsrTerms>> candidateBsrs;  ///< by interface
   std::map<std::string, RpTerms> candidateRps;             ///< by interface
   std::map<std::string, ByRange<Present>> borders;         ///< by interface
   /// Interfaces whose borders close exactly their zones and none within. The engine knows nothing of them:
   /// who applies the configuration hands them to the router.
   std::set<std::string> exactBorders;
-  /// Names of the lists that permit senders of advertisements; with none all are permitted.
-  std::set<std::string> senderLists;
-  /// Names of the lists that permit preferred RPs. The engine knows nothing of them: who applies the
-  /// configuration hands PreferredRps of it to the router.
-  std::set<std::string> rpLists;
-  /// Names of the lists that permit BSRs, of which the engine knows nothing either; they go into a BsmPolicy.
-  std::set<std::string> bsrLists;
   std::map<std::string, AccessList> accessLists;  ///< by name
 
   bool operator==(Configuration const&) const = default;

@@ -15,6 +15,7 @@
 #include "agent/config/ConfigBlock.h"
 #include "agent/config/ConfigTable.h"
 #include "agent/config/Settings.keys.h"
+#include "host/Configuration.keys.h"
 #include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 
@@ -134,7 +135,7 @@ void Reader::read(ConfigValue const& root) {
   static constexpr Table tables[] = {{file::InterfaceKeys::sectionRow, &Reader::readInterfaces},
                                      {file::CandidateBsrKeys::sectionRow, &Reader::readCandidateBsrs},
                                      {file::CandidateRpKeys::sectionRow, &Reader::readCandidateRps},
-                                     {file::FilterKeys::sectionRow, &Reader::readFilter},
+                                     {host::FilterListsKeys::sectionRow, &Reader::readFilter},
                                      {file::AccessListKeys::sectionRow, &Reader::readLists},
                                      {file::TimersKeys::sectionRow, &Reader::readTimers},
                                      {host::ChecksKeys::sectionRow, &Reader::readChecks},
@@ -302,20 +303,16 @@ void Reader::readAdvPeriod(ConfigBlock& block, ConfigPlace const& place, file::C
 // Lists -----------------------------------------------------------------------------------------------
 
 void Reader::readFilter(ConfigValue const& value) {
-  using Keys = file::FilterKeys;
-  ConfigBlock block = this->block(value, Keys::sectionRow);
-  file::Filter table;
-  readKeys<Keys>(block, table);
-  auto add = [&](file::ListNames const& names, ConfigKey const& key, ConfigPart part,
-                 std::set<std::string>& into) {
+  ConfigBlock block = this->block(value, host::FilterListsKeys::sectionRow);
+  host::FilterListsKeys::forEach([&](ConfigKey const& key, auto member) {
+    ConfigPlace const place{.part = ConfigPart::filter, .name = std::string(key.name)};
+    file::ListNames names;
+    block.take(key, names);
     for (auto const& name : names) {
-      isFirst(block, key, ConfigPlace{.part = part}.list(name.value), name);
-      into.insert(name.value);
+      isFirst(block, key, place.list(name.value), name);
+      (router().*member).insert(name.value);
     }
-  };
-  add(table.senderLists, Keys::senderLists, ConfigPart::senders, router().senderLists);
-  add(table.rpLists, Keys::rpLists, ConfigPart::preferredRps, router().rpLists);
-  add(table.bsrLists, Keys::bsrLists, ConfigPart::bsrs, router().bsrLists);
+  });
 }
 
 void Reader::readLists(ConfigValue const& value) {

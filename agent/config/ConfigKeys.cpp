@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "agent/config/Settings.keys.h"
+#include "host/Configuration.keys.h"
 #include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 #include "host/NearestNames.h"
@@ -21,7 +22,7 @@ using Zet::U64;
 template <class Call>
 static void forEachTable(Call const& call) {
   auto callAll = [&](auto... keys) { (call(keys), ...); };
-  callAll(file::InterfaceKeys(), file::CandidateBsrKeys(), file::CandidateRpKeys(), file::FilterKeys(),
+  callAll(file::InterfaceKeys(), file::CandidateBsrKeys(), file::CandidateRpKeys(), host::FilterListsKeys(),
           file::AccessListKeys(), file::AccessRuleKeys(), file::TimersKeys(), host::ChecksKeys(),
           host::LimitsKeys(), host::CorrectionsKeys(), file::ControlKeys(), file::StateKeys(),
           file::TraceKeys());

@@ -63,10 +63,9 @@ class Linter {
                    ConfigPlace const& place);
   void lintBorders();
   void lintInterfaces();
-  void lintSenders();
   void lintNeighbors();
-  void lintAddressLists(ConfigPart part, ConfigKey const& key, std::set<std::string> const& lists,
-                        char const* ifEmpty, char const* ifNoUnicast);
+  void lintAddressLists(ConfigKey const& key, std::set<std::string> const& lists);
+  std::string_view uselessReason(ConfigKey const& key, std::set<std::string> const& lists) const;
   void lintLists();
   template <class Keys, class Struct>
   void lintKeys(Struct const& values, ConfigPlace const& place);
@@ -83,8 +82,8 @@ class Linter {
 
   /// What the rules of a list permit: group ranges, or with `unicast` any addresses.
   static IpGenPrefixSet prefixesOf(host::AccessList const& list, bool unicast);
-  /// The group ranges that a list permits; with `senders`, the senders.
-  IpGenPrefixSet permitted(std::string const& name, bool senders) const;
+  /// The group ranges that a list permits; none of a list that is read over senders.
+  IpGenPrefixSet permitted(std::string const& name) const;
   bool isThere(std::string const& list) const { return router_.accessLists.contains(list); }
   /// Whether the value at a place is invalid.
   bool isInvalid(ConfigPlace const& place) const { return invalid_.contains(reading_.places.find(place)); }
@@ -126,13 +125,8 @@ std::vector<ConfigFinding> Linter::run() {
   lintRps();
   lintBorders();
   lintInterfaces();
-  lintSenders();
-  lintAddressLists(ConfigPart::preferredRps, file::FilterKeys::rpLists, router_.rpLists,
-                   "these lists permit no RP, so that none is preferred",
-                   "these lists permit no unicast address, so that no RP is preferred");
-  lintAddressLists(ConfigPart::bsrs, file::FilterKeys::bsrLists, router_.bsrLists,
-                   "these lists permit no BSR; while that is so, all BSRs are permitted",
-                   "these lists permit no unicast address, so that the messages of every BSR are dropped");
+  host::FilterListsKeys::forEach(
+      [&](ConfigKey const& key, auto member) { lintAddressLists(key, router_.*member); });
   lintLists();
   lintNeighbors();
   lintKeys<host::ChecksKeys>(reading_.settings.ingress, {.part = ConfigPart::checks});
@@ -236,7 +230,7 @@ void Linter::lintZones() {
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
     ConfigPlace place{.part = ConfigPart::candidateBsr, .name = intf};
     for (auto const& [name, terms] : ranges.lists) {
-      for (IpGenPrefix const& zone : permitted(name, false)) lintZone(zone, intf, terms, place.list(name));
+      for (IpGenPrefix const& zone : permitted(name)) lintZone(zone, intf, terms, place.list(name));
     }
   }
 }
@@ -266,7 +260,7 @@ void Linter::lintRps() {
       lintRpRange(range, intf, priority, place.group(range));
     }
     for (auto const& [name, priority] : terms.ranges.lists) {
-      for (IpGenPrefix const& range : permitted(name, false)) {
+      for (IpGenPrefix const& range : permitted(name)) {
         lintRpRange(range, intf, priority, place.list(name));
       }
     }
@@ -313,7 +307,7 @@ void Linter::lintRanges(ConfigPlace const& place, host::ByRange<Terms> const& ra
     if (router_.senderLists.contains(name)) {
       report(where,
              "it is one of filter.sender-lists, and so read over senders; it gives no group ranges here");
-    } else if (permitted(name, false).empty()) {
+    } else if (permitted(name).empty()) {
       reportMissing(where, "it permits no groups, so that it has no effect");
     }
   }
@@ -343,10 +337,10 @@ IpGenPrefixSet Linter::prefixesOf(host::AccessList const& list, bool unicast) {
   return prefixes;
 }
 
-IpGenPrefixSet Linter::permitted(std::string const& name, bool senders) const {
+IpGenPrefixSet Linter::permitted(std::string const& name) const {
   auto list = router_.accessLists.find(name);
-  if (list == router_.accessLists.end() || senders != router_.senderLists.contains(name)) return {};
-  return prefixesOf(list->second, senders);
+  if (list == router_.accessLists.end() || router_.senderLists.contains(name)) return {};
+  return prefixesOf(list->second, false);
 }
 
 // Interfaces ------------------------------------------------------------------------------------------
@@ -395,33 +389,23 @@ void Linter::lintInterfaces() {
 
 // Lists -----------------------------------------------------------------------------------------------
 
-void Linter::lintSenders() {
-  ConfigPlace const senders{.part = ConfigPart::senders};
-  bool permitsAny = false;
-  for (std::string const& name : router_.senderLists) {
-    named_.insert(name);
-    lintList(senders.list(name), name);
-    permitsAny = permitsAny || !permitted(name, true).empty();
-  }
-  if (permitsAny || router_.senderLists.empty() || !reading_.isSound()) return;
-  reportAt(reading_.places.find(senders.list(*router_.senderLists.begin())),
-           keyOf(senders.at(file::FilterKeys::senderLists.name)) +
-               ": these lists permit no sender; while that is so, all senders are permitted");
+/// Why lists of a key have no use; empty if they have one.
+std::string_view Linter::uselessReason(ConfigKey const& key, std::set<std::string> const& lists) const {
+  if (lists.empty() || !reading_.isSound()) return {};
+  if (host::AddressLists(router_, lists).isEmpty()) return key.unwiseLists.none;
+  return permitsUnicast(lists) ? std::string_view() : key.unwiseLists.groups;
 }
 
-void Linter::lintAddressLists(ConfigPart part, ConfigKey const& key, std::set<std::string> const& lists,
-                              char const* ifEmpty, char const* ifNoUnicast) {
-  ConfigPlace const place{.part = part};
+void Linter::lintAddressLists(ConfigKey const& key, std::set<std::string> const& lists) {
+  ConfigPlace const place{.part = ConfigPart::filter, .name = std::string(key.name)};
   std::string const user = keyOf(place.at(key.name));
   for (std::string const& name : lists) {
     named_.insert(name);
     lintList(place.list(name), name);
-    lintUnicastRules(name, user);
+    if (!key.unwiseLists.groups.empty()) lintUnicastRules(name, user);
   }
-  if (permitsUnicast(lists) || lists.empty() || !reading_.isSound()) return;
-  bool permitsNone = host::AddressLists(router_, lists).isEmpty();
-  reportAt(reading_.places.find(place.list(*lists.begin())),
-           fmt::format("{}: {}", user, permitsNone ? ifEmpty : ifNoUnicast));
+  if (std::string_view reason = uselessReason(key, lists); !reason.empty())
+    reportAt(reading_.places.find(place.list(*lists.begin())), fmt::format("{}: {}", user, reason));
 }
 
 static bool isUnicast(Lanet::IpAddr address) { return address < Lanet::firstGroup; }

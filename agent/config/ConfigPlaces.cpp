@@ -8,6 +8,7 @@
 
 #include "agent/config/Settings.keys.h"
 #include "host/ConfigKey.h"
+#include "host/Configuration.keys.h"
 #include "host/Corrections.keys.h"
 #include "host/IngressSettings.keys.h"
 
@@ -50,9 +51,7 @@ constexpr PartForm partForms[] = {
      CandidateBsrKeys::lists.name},
     {ConfigPart::candidateRp, CandidateRpKeys::sectionRow.name, CandidateRpKeys::groups.name,
      CandidateRpKeys::lists.name},
-    {ConfigPart::senders, FilterKeys::sectionRow.name, "", FilterKeys::senderLists.name},
-    {ConfigPart::preferredRps, FilterKeys::sectionRow.name, "", FilterKeys::rpLists.name},
-    {ConfigPart::bsrs, FilterKeys::sectionRow.name, "", FilterKeys::bsrLists.name},
+    {ConfigPart::filter, host::FilterListsKeys::sectionRow.name},
     {ConfigPart::accessList, AccessListKeys::sectionRow.name},
     {ConfigPart::checks, host::ChecksKeys::sectionRow.name},
     {ConfigPart::limits, host::LimitsKeys::sectionRow.name},
@@ -65,9 +64,11 @@ PartForm const& formOf(ConfigPart part) {
 }
 
 /// The key of an item, and the text of the item.
-std::pair<std::string_view, std::string> keyOfItem(PartForm const& form, ConfigItem const& item) {
+std::pair<std::string_view, std::string> keyOfItem(PartForm const& form, ConfigPlace const& place) {
+  ConfigItem const& item = place.entry;
   if (item.kind == ConfigItem::Kind::rule) return {AccessListKeys::rules.name, ": seq " + item.name};
-  return {item.kind == ConfigItem::Kind::group ? form.groups : form.lists, ": " + item.name};
+  std::string_view lists = place.part == ConfigPart::filter ? std::string_view(place.name) : form.lists;
+  return {item.kind == ConfigItem::Kind::group ? form.groups : lists, ": " + item.name};
 }
 
 }  // namespace
@@ -79,7 +80,7 @@ std::string keyOf(ConfigPlace const& place) {
   std::size_t dot = form.section.find('.');
   std::string text(form.section.substr(0, dot));
   if (dot != form.section.npos) text += '.' + tomlKey(place.name);
-  auto [itemKey, name] = keyOfItem(form, place.entry);
+  auto [itemKey, name] = keyOfItem(form, place);
   bool namesItem = place.entry.kind != ConfigItem::Kind::none && place.key.empty();
   if (namesItem || isRule) text += fmt::format(".{}", itemKey);
   if (namesItem) return text + name;

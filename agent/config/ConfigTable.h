@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -49,6 +50,8 @@ OrderedJson jsonOfValue(std::vector<Placed<Value>> const& list) {
   for (Placed<Value> const& item : list) json.push_back(jsonOfValue(item.value));
   return json;
 }
+
+inline OrderedJson jsonOfValue(std::set<std::string> const& names) { return names; }
 
 /// null where a key is absent.
 template <class Value>

@@ -125,14 +125,6 @@ std::vector<file::AccessRule> rulesOf(host::AccessList const& list) {
   return tables;
 }
 
-file::Filter filterOf(host::Configuration const& router) {
-  file::Filter table;
-  for (std::string const& name : router.senderLists) table.senderLists.push_back({{}, name});
-  for (std::string const& name : router.rpLists) table.rpLists.push_back({{}, name});
-  for (std::string const& name : router.bsrLists) table.bsrLists.push_back({{}, name});
-  return table;
-}
-
 // TOML ------------------------------------------------------------------------------------------------
 
 std::string tableText(std::string const& header, std::vector<std::string> const& lines) {
@@ -171,7 +163,7 @@ std::string candidatesText(host::Configuration const& router) {
 }
 
 std::string listsText(host::Configuration const& router) {
-  std::string out = tableText<file::FilterKeys>(filterOf(router));
+  std::string out = tableText<host::FilterListsKeys>(router);
   for (auto const& [name, list] : router.accessLists) {
     std::vector<std::string> lines = {fmt::format("{} = [", file::AccessListKeys::rules.name)};
     for (file::AccessRule const& rule : rulesOf(list))
@@ -298,7 +290,7 @@ std::vector<WrittenTable> sectionsOf(Settings const& settings) {
   addInterfaces(sections, settings);
   for (auto const& table : candidateBsrsOf(router)) addCandidate<file::CandidateBsrKeys>(sections, table);
   for (auto const& table : candidateRpsOf(router)) addCandidate<file::CandidateRpKeys>(sections, table);
-  sections.push_back(sectionOf<file::FilterKeys>(filterOf(router)));
+  sections.push_back(sectionOf<host::FilterListsKeys>(router));
   addLists(sections, router);
   sections.push_back(sectionOf<file::TimersKeys>(router));
   sections.push_back(sectionOf<host::ChecksKeys>(settings.ingress));
@@ -316,7 +308,7 @@ Json writeJson(Settings const& settings) {
   out[memberOf<file::InterfaceKeys>()] = interfacesJson(settings);
   out[memberOf<file::CandidateBsrKeys>()] = jsonOfTables<file::CandidateBsrKeys>(candidateBsrsOf(router));
   out[memberOf<file::CandidateRpKeys>()] = jsonOfTables<file::CandidateRpKeys>(candidateRpsOf(router));
-  out.update(jsonOf<file::FilterKeys>(filterOf(router)));
+  out.update(jsonOf<host::FilterListsKeys>(router));
   out[memberOf<file::AccessListKeys>()] = accessListsJson(router);
   out.update(jsonOf<file::TimersKeys>(router));
   out[memberOf<host::ChecksKeys>()] = jsonOf<host::ChecksKeys>(settings.ingress);

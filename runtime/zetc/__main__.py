@@ -6,6 +6,7 @@ import sys
 from pathlib import Path
 
 import config
+import config_emit
 import reasons
 from check import Model
 from emit import emit_file, emit_reference, in_namespaces
@@ -33,7 +34,7 @@ def main():
     views = ViewEmitter(Views(files), tables)
     for file in files:
         if config.is_declared_in(file):
-            made = config.emit_file(tables, file, in_namespaces)
+            made = config_emit.emit_file(tables, file, in_namespaces)
         elif reasons.is_declared_in(file):
             made = reasons.emit_file(file, in_namespaces)
         elif views.is_declared_in(file):

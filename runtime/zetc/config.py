@@ -1,8 +1,7 @@
-"""Keys of the configuration file: reads and checks their declarations, and emits structs and rows of facts.
+"""Keys of the configuration file: reads and checks their declarations.
 
 A `config` is a table of the file, `keys` are a list that tables include, and a `text` is one that several
-keys share. The struct goes into FILE.zet.h, which needs nothing else; the rows, with all texts, into
-FILE.keys.h."""
+keys share."""
 
 import re
 
@@ -14,8 +13,13 @@ commas = ", ".join
 NUMBERS = {"U32": ("integer", "Zet::U32"), "U64": ("integer", "Zet::U64")}
 TEXTS = ("InterfaceName", "GroupRanges", "ListNames", "Prefix", "Address", "Action", "Path", "SocketPath",
          "GroupName", "Rules")
-TYPES = NUMBERS | {"Flag": ("boolean", "bool")} | {t: (t[0].lower() + t[1:], t) for t in TEXTS}
-LISTS = ("GroupRanges", "ListNames", "Rules")
+# Access lists that are read over addresses, for a struct that knows nothing of the file.
+ADDRESS_LISTS = "AddressLists"
+TYPES = NUMBERS | {"Flag": ("boolean", "bool")} | {t: (t[0].lower() + t[1:], t) for t in TEXTS} | {
+    ADDRESS_LISTS: ("listNames", "std::set<std::string>")}
+LISTS = ("GroupRanges", "ListNames", ADDRESS_LISTS, "Rules")
+# What address lists may permit to be unwise: nothing at all, or groups alone.
+PERMITTED = ("none", "groups")
 LARGEST = 2 ** 32 - 1
 
 
@@ -26,6 +30,7 @@ class Key:
         self.type = self.start = self.library = self.otherwise = self.range = self.unwise = None
         self.unit = self.former = ""
         self.needed = self.restart = False
+        self.unwise_lists = {}  # reason by what they permit
 
 
 class Include:
@@ -143,6 +148,10 @@ def option(p, made):
     elif p.accept("range"):
         made.range = (number(p), number(p))
     elif p.accept("unwise"):
+        if p.peek().text in PERMITTED:
+            permitted = p.take().text
+            made.unwise_lists[permitted] = reason(p)
+            return
         made.unwise = (p.start(), p.take() if p.peek().kind == "name" else reason(p))
     else:
         p.fail("=, library, unit, range, called, former, otherwise, needed, restart, unwise or a sentence in "
@@ -230,6 +239,8 @@ class Tables:
             raise ZetError(made.type.place, f"{kind} is no type of a key", commas(TYPES))
         if made.range and kind not in NUMBERS:
             raise ZetError(made.place, f"{made.name} of type {kind} can't have a range", "U32 or U64")
+        if made.unwise_lists and kind != ADDRESS_LISTS:
+            raise ZetError(made.place, f"{made.name} of type {kind} permits nothing", ADDRESS_LISTS)
         low, high = made.range or (0, LARGEST)
         values = [v for v in (made.start, made.library, made.unwise and made.unwise[0]) if v is not None]
         for value in values if kind in NUMBERS else []:
@@ -242,85 +253,6 @@ class Tables:
         name = made.unwise and made.unwise[1]
         if name and not isinstance(name, str) and name.text not in self.texts:
             raise ZetError(name.place, f"{name.text} is no declared text", commas(self.texts) or "text NAME")
-
-
-# Emission
-
-def doc(text, indent=""):
-    return f"{indent}/// {text}".replace('\\"', '"')
-
-
-def member(made, value):
-    """The declaration of a member; a number without a default may be absent."""
-    kind, cpp = made.type.text, TYPES[made.type.text][1]
-    if kind in NUMBERS and value is None:
-        return f"std::optional<{cpp}> {made.name};"
-    plain = kind in NUMBERS or kind == "Flag" or (kind in TEXTS and cpp.endswith(("Path", "Name")))
-    return f"{cpp} {made.name}{f' = {value}' if value is not None and plain else ''};"
-
-
-def struct(tables, table):
-    """The lines of the struct of a table, with the members of the tables that are `of` it."""
-    owned = [t for t in tables.all.values() if t.owner and tables.owner(t) is table]
-    bases = commas(t.qualified for t in tables.included(table))
-    lines = [doc(table.doc), f"struct {table.name}{f' : {bases}' if bases else ''} {{"]
-    for made in table.keys + [k for t in owned for k in t.keys]:
-        lines += [doc(made.doc, "  "), "  " + member(made, made.library or made.start)]
-    gap = [""] if len(lines) > 2 else []
-    lines += [*gap, f"  bool operator==({table.name} const&) const = default;", "};", ""]
-    for one in owned:
-        lines += [doc(f"Sets what {one.header} is where the configuration file doesn't say it."),
-                  f"constexpr void default{one.name}Is({table.name}& to) {{",
-                  *(f"  to.{made.name} = {made.start};" for made in one.keys), "}", ""]
-    return lines
-
-
-def row(tables, table, made):
-    low, high = made.range or (0, LARGEST)
-    is_number, is_unwise = made.type.text in NUMBERS, made.unwise is not None
-    fallback = made.otherwise or made.start or ("[]" if made.type.text in LISTS and not made.needed else "")
-    if made.start and made.start.startswith('"') and not made.otherwise:
-        fallback = made.start.replace('"', '\\"')
-    fields = {"section": f'"{tables.section(table)}"' if table.header else "", "name": f'"{made.called}"',
-              "member": f'"{made.name}"', "type": f"host::KeyType::{TYPES[made.type.text][0]}",
-              "unit": f'"{made.unit}"' if made.unit else "", "least": str(low) if is_number else "",
-              "most": str(high) if is_number else "", "fallback": f'"{fallback}"',
-              "sentence": f'"{made.doc}"',
-              "former": f'"{made.former}"' if made.former else "", "needsRestart": "true" * made.restart,
-              "unwise": f'{{{made.unwise[0]}, "{tables.reason(made)}"}}' if is_unwise else ""}
-    written = commas(f".{field} = {value}" for field, value in fields.items() if value)
-    return f"  static constexpr host::ConfigKey {made.name}{{{written}}};"
-
-
-def rows(tables, table):
-    """The lines of the rows of a table."""
-    lines = [doc(f"The keys of {table.header or table.name}."), f"struct {table.name}Keys {{"]
-    if table.header:
-        texts = (tables.section(table), table.header, table.doc, *([table.shown] if table.shown else []))
-        facts = commas(f'"{text}"' for text in texts)
-        lines.append(f"  static constexpr host::ConfigSection sectionRow{{{facts}}};")
-    members = list(tables.members(table))
-    lines += [row(tables, table, made) for made, _ in members]
-    each = "Calls each(row, pointer to member) for each key, in the order of the reference page."
-    lines += ["", doc(each, "  "), "  template <class Each>",
-              "  static constexpr void forEach(Each const& each) {",
-              *(f"    each({made.name}, &{owner.qualified}::{made.name});" for made, owner in members),
-              "  }", "};", ""]
-    return lines
-
-
-def emit_file(tables, file, in_namespaces):
-    """The structs, the rows and a source that compiles both, by the ending of their files."""
-    made, declared = f"// Made from {file.path}.zet.", [d for d in file.others if isinstance(d, Table)]
-    uses = [f'#include "{path}.h"' for path in file.uses]
-    structs = [("", [made, "#pragma once", "", "#include <optional>", "#include <string>", "",
-                     '#include "runtime/Types.h"', *uses, ""])]
-    structs += [(t.namespace, struct(tables, t)) for t in declared if not t.owner]
-    facts = [("", [made, "#pragma once", "", '#include "host/ConfigKey.h"', f'#include "{file.path}.h"', ""])]
-    facts += [(t.namespace, rows(tables, t)) for t in declared if list(tables.members(t))]
-    source = [("", [made, f'#include "{file.path}.keys.h"'])]
-    return {ending: in_namespaces(lots)
-            for ending, lots in ((".zet.h", structs), (".keys.h", facts), (".zet.cpp", source))}
 
 
 def is_declared_in(file):

@@ -15,7 +15,7 @@ def of_key(tables, table, made, texts):
         return texts[NETWORK[kind]]
     if kind == "GroupRanges":
         return {"type": "array", "items": texts["Prefix"]}
-    if kind == "ListNames":
+    if kind in ("ListNames", "AddressLists"):
         return {"type": "array", "items": {"type": "string"}}
     if kind == "Rules":
         (rule,) = [one for one in tables.all.values() if one.parent and tables.parent(one) is table]
