@@ -1,9 +1,9 @@
 """Ranges are written once: a bound that a declaration has is no number of another source of the edges.
 
-A range is declared by a key of the configuration file or by an attribute of the model (*.zet). What reads,
-writes, describes or sends such a value takes the bound from there. Bounds up to 128 and powers of two are
-too usual as numbers for this: nothing shows what such a number means. The modules below the edges hold the
-ranges of their own attributes."""
+A range is declared by a key of the configuration file or by an attribute of the model (*.zet). The code that
+reads, writes, describes or sends such a value takes the bound from there. Bounds up to 128 and powers of two
+are too usual for this: nothing shows what such a number means. The modules below the edges hold the ranges
+of their own attributes."""
 
 import re
 
