@@ -14,8 +14,8 @@ namespace pimbsr::agent {
 /// Keeps a history in its file, by the writer of the state directory.
 ///
 /// A new entry, and each election, is handed to the writer before the next event is served; a repetition of
-/// other changes within a second. What the writer could not take or write is in the snapshot that is tried
-/// again every few seconds. A writer that has not synced a record for some seconds is an error, too.
+/// other changes within a second. An entry that the writer could not take or write is in the snapshot that is
+/// tried again every few seconds. A writer that has not synced a record for some seconds is an error, too.
 class HistoryKeeper {
  public:
   /// The file's place among those of the writer.

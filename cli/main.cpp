@@ -32,7 +32,7 @@ static constexpr char const* about =
 static constexpr char const* aboutReplay = "Play a capture and print what a router learned, and when";
 
 static constexpr char const* footReplay =
-    "The capture is played through a router that is no candidate anywhere. Printed are each\n"
+    "The capture is played through a router that is no candidate anywhere. The output has each\n"
     "Bootstrap Message, accepted or dropped, each change of a zone's BSR, each RP added,\n"
     "updated, removed or expired, and at the end the BSR and the RP set of each zone and the\n"
     "counters. Hellos and other PIM messages are counted and not listed.\n"
@@ -147,8 +147,8 @@ static void addReplay(CLI::App& app, ReplayOptions& options) {
 static constexpr char const* aboutSim = "Play a scenario of many routers in virtual time";
 
 static constexpr char const* footSim =
-    "Printed are a line for each event, tables where the scenario asks for them, and at the\n"
-    "end the learned state of each router. The statements of a scenario are in docs/scenarios.md.\n"
+    "The output has a line for each event, tables where the scenario asks for them, and at\n"
+    "the end the learned state of each router. The statements of a scenario are in docs/scenarios.md.\n"
     "The same scenario with the same seed prints the same, byte for byte.\n"
     "\n"
     "Examples:\n"

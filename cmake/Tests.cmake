@@ -10,7 +10,7 @@ set(test_libraries
   $<TARGET_NAME_IF_EXISTS:pimbsr-host> $<TARGET_NAME_IF_EXISTS:pimbsr> GTest::gmock GTest::gtest)
 
 # The tests themselves are compiled without optimization and without those checks of pointers that
-# AddressSanitizer makes as well: that is 2.5 times faster. What they test keeps all.
+# AddressSanitizer makes as well: that is 2.5 times faster. The tested code keeps all.
 set(test_options "")
 if(CMAKE_BUILD_TYPE STREQUAL "Debug")
   list(APPEND test_options -O0)

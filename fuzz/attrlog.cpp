@@ -1,5 +1,5 @@
-// Bytes -> the reader of an attribute log -> a copy of the status tree. Whatever the bytes are, the process
-// goes on, and a snapshot that follows makes the copy equal to its original.
+// Bytes -> the reader of an attribute log -> a copy of the status tree. The process goes on, and a snapshot
+// that follows makes the copy equal to its original.
 //
 // The first byte of the input is the size of the pieces in which the rest is fed. With its high bit the rest
 // is the content of a snapshot, to which the header is added here, since it holds the fingerprint of the

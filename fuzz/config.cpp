@@ -1,4 +1,4 @@
-// Reads any bytes as a configuration file. Whatever they are, the reading and the lints end; what has no
+// Reads any bytes as a configuration file. The reading and the lints end for all of them; what has no
 // error must be written, read again and equal, and then be written alike.
 #include <cstdint>
 #include <string>

@@ -1,5 +1,5 @@
 // Reads any bytes as an IPv4 packet and as a PIM message, as they come and with the checksum put right, since
-// no fuzzer finds one. What is accepted must be written, read again and equal, and then be written alike.
+// no fuzzer finds one. An accepted one must be written, read again and equal, and then be written alike.
 #include <cstdint>
 #include <variant>
 #include <vector>

@@ -22,7 +22,7 @@ class PIMBSR_INTERNAL BsmPieces {
   /// and again.
   static constexpr size_t maxPieces = 512;
 
-  /// Both are read for as long as this object is. What is kept is bounded by IngressSettings::rps for all
+  /// Both are read for as long as this object is. IngressSettings::rps bounds the RPs that are kept for all
   /// zones together.
   BsmPieces(Routing::Pim::Bsr::PimBsrSm const& root, IngressSettings const& settings)
       : root_(root), settings_(settings) {}

@@ -32,8 +32,8 @@ struct ConfigItem {
   auto operator<=>(ConfigItem const&) const = default;
 };
 
-/// Where something is in a configuration. What is empty is not narrowed down: a place without a key is that
-/// of the whole item.
+/// Where something is in a configuration. An empty member narrows nothing down: a place without a key is
+/// that of the whole item.
 struct ConfigPlace {
   ConfigPart part = ConfigPart::timers;
   std::string name;  ///< of the interface or access list, or of the key of the filter

@@ -36,7 +36,7 @@ class PIMBSR_API CorrectionSwitches {
   CorrectionSwitches(CorrectionSwitches const&) = delete;
   CorrectionSwitches& operator=(CorrectionSwitches const&) = delete;
 
-  /// Turns each on or off. What a correction has done stays.
+  /// Turns each on or off. The effects of a correction stay.
   void settingsAre(CorrectionSettings const& settings);
   /// The switch of one correction.
   CorrectionSwitch& of(bool CorrectionSettings::*isOn);

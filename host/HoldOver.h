@@ -32,7 +32,7 @@ class PIMBSR_INTERNAL HoldOver final : public KeptRps {
   /// Ends it; what is kept stays where it is. To be called before the machines end.
   void stop();
 
-  // Events. What was not kept by then stays as it is.
+  // Events. RPs that were not kept by then stay as they are.
 
   /// To be called before an election clears a zone's RP set.
   void handleElection(Lanet::IpGenPrefix const& zone);

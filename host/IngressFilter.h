@@ -29,7 +29,7 @@ class PIMBSR_INTERNAL IngressFilter {
   IngressFilter(IngressFilter const&) = delete;
   IngressFilter& operator=(IngressFilter const&) = delete;
 
-  /// Replaces the settings. What is beyond a lowered bound stays until it ends by itself.
+  /// Replaces the settings. Entries beyond a lowered bound stay until they end by themselves.
   void settingsIs(IngressSettings const& settings);
   IngressSettings const& settings() const { return settings_; }
 

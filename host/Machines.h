@@ -14,7 +14,7 @@ namespace pimbsr::host {
 /// What a router's machine of one zone says.
 struct MachineView {
   std::string_view state = "-";          ///< as RFC 5059 names it; "-" where the zone has no machine
-  bool candidate = false;                ///< this router stands for election there
+  bool candidate = false;                ///< this router is a candidate BSR there
   bool elected = false;                  ///< it is the elected BSR there
   std::optional<double> bootstrapTimer;  ///< seconds left; nothing if it doesn't run
   std::optional<double> scopeZoneTimer;

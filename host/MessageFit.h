@@ -19,8 +19,9 @@ namespace pimbsr::host {
 ///
 /// A range that comes in fragments is complete when as many RPs have come as it announces. The machines would
 /// wait for those that were left out, so the range is collected here as well: once an RP of it is left out,
-/// the machines get no further fragment of it, and with the last one the whole range as one record. What is
-/// collected is bounded by IngressSettings::fragmentRps and kept as long as the machines keep fragments.
+/// the machines get no further fragment of it, and with the last one the whole range as one record.
+/// IngressSettings::fragmentRps bounds the collected RPs, which are kept as long as the machines keep
+/// fragments.
 class PIMBSR_INTERNAL MessageFit {
  public:
   using Message = Routing::Pim::Packet::BootstrapMessage;

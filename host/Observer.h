@@ -70,8 +70,8 @@ class PIMBSR_API ChangeSink {
 /// Watches a status tree and reports each change once it is complete.
 ///
 /// The machines write an entry attribute by attribute and its expiry last, so a change is reported when the
-/// expiry is written, or at the latest by flush(). What is there when the observer is made is taken as known
-/// and not reported. The observer writes nothing.
+/// expiry is written, or at the latest by flush(). It takes entries that exist when it is made as known, and
+/// doesn't report them. The observer writes nothing.
 ///
 /// An RP that goes while a message is in hand, or before its time, was removed; one that goes otherwise has
 /// expired. One that an election removes and that stays in use is kept, and its end is reported apart. Time

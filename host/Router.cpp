@@ -18,7 +18,7 @@ using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Zet::Ptr;
 
-// Birth and end ---------------------------------------------------------------------------------------
+// Construction and end --------------------------------------------------------------------------------
 
 static IpGenPrefix everySender() { return IpGenPrefix(Lanet::IpGenAddr(Lanet::IpAddr::fromHost(0)), 0); }
 

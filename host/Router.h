@@ -36,7 +36,7 @@ struct RouterParts;
 /// and the path of a packet from its bytes to the gates.
 ///
 /// The host sets the context's clock to the time of an event and then makes one call; each call enters the
-/// context by itself. Whoever watches the status tree hears of changes inside that call, and must not call
+/// context by itself. A watcher of the status tree hears of changes inside that call, and must not call
 /// back in. Advertisements are taken from every sender as long as no sender has been permitted by name.
 class PIMBSR_API Router : private DropListener {
  public:
@@ -52,8 +52,8 @@ class PIMBSR_API Router : private DropListener {
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu);
   /// Adds an interface that speaks Hello too, or changes its MTU and options.
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& hello);
-  /// Takes an interface away with its neighbors; no Hello is sent. What address it has still is the port's
-  /// to say. An unknown one is left alone.
+  /// Takes an interface away with its neighbors; no Hello is sent. The port says
+  /// which address it still has. An unknown one is left alone.
   void interfaceDel(Lanet::IntfId const& intfId);
   /// To be called when the port answers with another primary address of an interface. For an interface that
   /// speaks no PIM but lends its address to a candidate, such as a loopback, this is all that a host says.
@@ -80,8 +80,8 @@ class PIMBSR_API Router : private DropListener {
   void permitIs(Lanet::IpGenPrefix const& senders);
   void permitDel(Lanet::IpGenPrefix const& senders);
 
-  /// Checks packets by other settings from now on. What is beyond a lowered bound stays until it ends by
-  /// itself.
+  /// Checks packets by other settings from now on. Entries beyond a lowered bound stay until they end by
+  /// themselves.
   void ingressSettingsIs(IngressSettings const& ingress);
 
   /// Uses these corrections from now on, and no others.
@@ -94,8 +94,8 @@ class PIMBSR_API Router : private DropListener {
   /// Replaces the RPs that are never displaced from a full group range; none at first.
   void preferredRpsIs(PreferredRps const& preferred);
 
-  /// Admits other Bootstrap Messages from now on; all at first. What was learned over an interface that is
-  /// closed is forgotten; of a BSR that is permitted no more it stays until it is not heard.
+  /// Admits other Bootstrap Messages from now on; all at first. A closed interface loses what was learned
+  /// over it; the state of a BSR that is permitted no more stays until it expires.
   void bsmPolicyIs(BsmPolicy const& policy);
   BsmPolicy const& bsmPolicy() const;
 

@@ -36,8 +36,8 @@ class PIMBSR_INTERNAL RpBounds : public Routing::Pim::Bsr::PimCrpMsgStatus::Noti
   /// Replaces the RPs that are never displaced.
   void preferredIs(PreferredRps const& preferred) { places_.preferredIs(preferred); }
 
-  /// Checks an advertisement that was sent to this router. What the engine drops by itself passes. Displaces
-  /// RPs and records what passes, so that no later check may drop the message.
+  /// Checks an advertisement that was sent to this router. One that the engine drops by itself passes.
+  /// Displaces RPs and records what passes, so that no later check may drop the message.
   Verdict check(Routing::Pim::Packet::CrpAdvMessage& message);
 
   RangePlaces const& places() const { return places_; }

@@ -21,8 +21,8 @@ class Out;
 /// The network values: addresses, prefixes and interface identifiers, all small and copied by value.
 ///
 /// Each is written by valueToStrep as its quoted stringValue, '' when empty, and reads that back; streaming
-/// writes the bare stringValue. What isn't a value of the type raises RangeException. Addresses are held in
-/// network byte order and ordered by number.
+/// writes the bare stringValue. A text that is no value of the type raises RangeException. Addresses are held
+/// in network byte order and ordered by number.
 ///
 /// In the attribute log an IPv4 address is its 4 bytes and an IPv6 address its 16; an address of either
 /// family is the U32 of its family and all 16 bytes, of which the last 12 are zero for IPv4; a prefix is its

@@ -17,7 +17,7 @@ struct BsmPacket {
 
 /// Watches that routers pass Bootstrap Messages on once (RFC 5059 section 3.4): for each packet that a router
 /// accepts it sends one on each link, or as many as a link of a smaller MTU needs; and a BSR sends each of
-/// its own messages at one time. What answers a new neighbor is left out.
+/// its own messages at one time. Messages to new neighbors are left out.
 class FloodWatch {
  public:
   void onSent(Network const& network, Node const& node, NodeInterface const& intf, BsmPacket const& packet);

@@ -66,8 +66,8 @@ class Network final : public Medium {
   /// Which link has had more than that, and when; empty for none. Time doesn't advance from then on.
   std::string const& storm() const { return storm_; }
 
-  /// Seconds until unicast routing notices that a link or a router came or went; 1 at first. What is built
-  /// before the clock runs is noticed at once.
+  /// Seconds until unicast routing notices that a link or a router came or went; 1 at first. Links and
+  /// routers that are made before the clock runs are noticed at once.
   void convergenceIs(double seconds) { convergence_ = seconds; }
 
   /// When the next event is due; Kiv::never if nothing will ever happen again.

@@ -19,8 +19,8 @@
 ///
 /// Reading checks everything that a record cannot hold or a router must not accept, whatever the bytes are,
 /// and never reads past their end. Bits without a meaning are ignored, and so are trailing bytes after a
-/// complete message whose checksum, which covers them too, is right: equipment sends both. What writing
-/// produces is always accepted by reading, with bits without a meaning sent as 0; for every message p that is
+/// complete message whose checksum, which covers them too, is right: equipment sends both. Reading
+/// always accepts what writing produces, with bits without a meaning sent as 0; for every message p that is
 /// accepted, decode(encode(decode(p))) equals decode(p).
 namespace pimbsr::wire {
 

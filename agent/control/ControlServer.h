@@ -56,8 +56,8 @@ class ControlServer final : private ConnectionOwner {
   /// Sends a line of JSON, which has no newline, to all watchers of changes.
   void publish(std::string_view jsonLine);
   bool hasWatchers() const;
-  /// An event has ended that may have changed the model. Whoever watches a path of it is sent the value if
-  /// that is another one than before; what happens while watched values rest is compared once, after that.
+  /// An event has ended that may have changed the model. A client that watches a path of it is sent the value
+  /// if that is another one than before; what happens while watched values rest is compared once, after that.
   void modelChanged();
   ControlCounts counts() const;
   ControlStatus status() const;

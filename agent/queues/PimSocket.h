@@ -26,7 +26,7 @@ struct Received {
   std::unique_ptr<std::array<U8, maxLength>> buffer = std::make_unique<std::array<U8, maxLength>>();
 };
 
-/// A raw IPv4 socket of protocol 103 (PIM) that never blocks. What the kinds of it below share.
+/// A raw IPv4 socket of protocol 103 (PIM) that never blocks. The base of those below.
 class PimSocketBase {
  public:
   virtual ~PimSocketBase() = default;

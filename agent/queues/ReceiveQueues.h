@@ -31,8 +31,8 @@ struct NeighborQueueBudget {
 /// Neighbors come and go, and with them sockets and filters, without a packet lost or taken twice. The kernel
 /// can't exchange several filters at once, so each change takes steps: a neighbor's own queue is open before
 /// the others leave its packets out, and they take them again before it closes. A packet that the kernel is
-/// just handing to its sockets has reached the last of them before the next step. What is copied meanwhile is
-/// taken once.
+/// just handing to its sockets has reached the last of them before the next step. A packet of which two
+/// sockets have a copy meanwhile is taken once.
 ///
 /// A change of neighbors costs O(1); the first step after it walks them once for all changes.
 class ReceiveQueues {

@@ -19,7 +19,7 @@ namespace pimbsr::agent {
 ///
 /// Senders come and go without a packet lost or taken twice, as with ReceiveQueues: each change takes two
 /// steps. In the first both queues take the packets of the senders that come or go; in the second one of them
-/// leaves these out. What both hold meanwhile is taken once.
+/// leaves these out. A packet that both hold meanwhile is taken once.
 ///
 /// A change of senders costs O(1); the first step after it reads them once for all changes, O(n) of those
 /// that a filter holds.

@@ -13,8 +13,8 @@
 
 namespace pimbsr::agent {
 
-/// How many series a label may make, so that an agent has at most 2,000, whatever its peers send. What is
-/// beyond is summed up under the label value "other".
+/// How many series a label may make, so that an agent has at most 2,000, whatever its peers send. Further
+/// series are summed up under the label value "other".
 struct SeriesLimits {
   static constexpr std::size_t zones = 32;
   static constexpr std::size_t ranges = 600;         ///< of all zones together, each with an equal share

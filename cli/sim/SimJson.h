@@ -11,8 +11,8 @@
 
 namespace pimbsr::cli {
 
-/// Makes a simulation one JSON document at its end: the events, and the learned state of each router. What a
-/// scenario asks to be shown on the way is left out.
+/// Makes a simulation one JSON document at its end: the events, and the learned state of each router. It
+/// leaves out the tables that a scenario asks for on the way.
 class SimJson final : public sim::Report {
  public:
   /// Gets the document at the end.

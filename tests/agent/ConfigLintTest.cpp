@@ -68,28 +68,28 @@ Unwise const unwise[] = {
      {"f:5:20: candidate-bsr.hash-mask-length: with 0 all groups have one hash, so that of several RPs of "
       "equal "
       "priority one serves them all"}},
-    {"HoldTimeOfAnInterval",
+    {"BsTimeoutOfABsPeriod",
      BSR "bs-period = 130",
      {"f:5:13: candidate-bsr.bs-period: 130 is not below timers.bs-timeout, 130: the BSR would be given up "
       "between two "
       "of "
       "its messages"}},
-    {"HoldTimeThatNoLossMayMeet",
+    {"BsTimeoutThatNoLossMayMeet",
      BSR "bs-period = 61",
      {"f:5:13: candidate-bsr.bs-period: timers.bs-timeout, 130, is below two intervals of 61 s and 10 s (RFC "
       "5059 "
       "section "
       "5): one lost message ends the BSR"}},
-    {"HoldTimeBelowTheUsualInterval",
+    {"BsTimeoutBelowTheUsualBsPeriod",
      PIM "[timers]\nbs-timeout = 60",
      {"f:3:14: timers.bs-timeout: 60 is not above 60 s, the default BS_Period: the BSR "
       "would be given up between two messages"}},
-    {"HoldTimeAboveTheUsualInterval", PIM "[timers]\nbs-timeout = 61", {}},
-    {"ZoneTimeoutBelowTenHoldTimes",
+    {"BsTimeoutAboveTheUsualBsPeriod", PIM "[timers]\nbs-timeout = 61", {}},
+    {"SzTimeoutBelowTenBsTimeouts",
      PIM "[timers]\nbs-timeout = 130\nsz-timeout = 1299",
      {"f:4:14: timers.sz-timeout: 1299 is below 1300, ten times timers.bs-timeout, which is used in its "
       "place"}},
-    {"HoldTimeAboveATenthOfTheZoneTimeout",
+    {"BsTimeoutAboveATenthOfTheSzTimeout",
      PIM "[timers]\nbs-timeout = 131",
      {"f:3:14: timers.sz-timeout: 1300 is below 1310, ten times timers.bs-timeout, which is used in its "
       "place"}},
@@ -315,7 +315,7 @@ Invalid const invalidTexts[] = {
     {"Lists", RP "groups = [\"239.1.0.0/16\"]\nlists = \"a\"\n" LIST("a", PERMIT("239.1.0.0/16"))},
     {"PriorityOfABsr", PIM "[[candidate-bsr]]\ninterface = \"eth0\"\nprioritty = 5"},
     {"PriorityOfAnRp", RP "[[candidate-rp]]\ninterface = \"lo\"\npriority = -1"},
-    {"HoldTime", BSR "bs-period = 70\n[timers]\nbs-timeout = -1\nsz-timeout = 700"},
+    {"BsTimeout", BSR "bs-period = 70\n[timers]\nbs-timeout = -1\nsz-timeout = 700"},
     {"RuleOfAList", "[interface.eth0]\nborder-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
     {"RuleOfAListOfSenders", PIM "[filter]\nsender-lists = [\"a\"]\n" LIST("a", "{action = 1}")},
     {"TableOfLists", "[interface.eth0]\nborder-lists = [\"a\"]\n[acces-list.a]\n"},

@@ -25,8 +25,8 @@ class NetworkNamespace {
   pimbsr::agent::FileDescriptor fd_;
 };
 
-/// The process is in a namespace as long as this object lives, and then where it was. What is opened
-/// meanwhile stays there.
+/// The process is in a namespace as long as this object lives, and then where it was. Sockets
+/// that are opened meanwhile stay there.
 class Inside {
  public:
   explicit Inside(NetworkNamespace const& network);

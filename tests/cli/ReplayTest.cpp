@@ -176,7 +176,7 @@ TEST(ReplayTest, ClockRunsOnAfterTheLastPacketForAsLongAsAsked) {
   EXPECT_THAT(test::replay(options).out, HasSubstr("1430.000 s after the last packet"));
 }
 
-TEST(ReplayTest, HoldTimeAndZoneTimeoutAreThoseAsked) {
+TEST(ReplayTest, BsTimeoutAndSzTimeoutAreThoseAsked) {
   CaptureFile file;
   file.add(0, scoped());
   ReplayOptions options = optionsFor(file);

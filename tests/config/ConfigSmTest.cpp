@@ -138,7 +138,7 @@ TEST_F(ConfigSmDeathTest, ASourceAddressIsUnsetOrZeroOrSetAndNeverIpv6) {
 
 // Timeouts --------------------------------------------------------------------------------------------
 
-TEST_F(ConfigSmTest, TheHoldTimeIsCopied) {
+TEST_F(ConfigSmTest, TheBsTimeoutIsCopied) {
   engine.start();
   EXPECT_EQ(engine.status->bsTimeout(), 130u);
   engine.config->holdTimeIs(200);

@@ -122,7 +122,7 @@ TEST_F(CrpGate, LeavesTheCountersUnchangedWhenItOpens) {
   EXPECT_EQ(engine.status->counters()->rx(), 7u);
 }
 
-TEST_F(CrpGate, AFreshExchangePointReadsPriority256AndHoldTime150) {
+TEST_F(CrpGate, AFreshExchangePointReadsPriority256AndHoldtime150) {
   EXPECT_EQ(engine.crpMsgStatus->priority().value(), 256u);
   EXPECT_EQ(engine.crpMsgStatus->holdTime().value(), 150u);
   EXPECT_TRUE(engine.crpMsgStatus->bsrIp().isEmpty());

@@ -324,7 +324,7 @@ TEST_F(RpTree, EachNewExpiryArmsTheTimerAnew) {
   EXPECT_EQ(engine.wheel->armed(), 0u);
 }
 
-TEST_F(RpTree, TheTimerFollowsExpiresAndNotTheHoldTime) {
+TEST_F(RpTree, TheTimerFollowsExpiresAndNotTheHoldtime) {
   elect(global);
   auto rp = addUntil(100);
   rp->holdTimeIs(10u);

@@ -69,9 +69,9 @@ void rule(Configuration& c, void (Acl::IpFilterBase::*set)(Zet::U32)) {
 #define RP_PLACE "candidate-rp eth1, group 239.1.0.0/16"
 
 InvalidCase const invalidCases[] = {
-    {"HoldTimeTooShort", [](auto& c) { c.bsTimeout = 11; }, "bs-timeout",
+    {"BsTimeoutTooShort", [](auto& c) { c.bsTimeout = 11; }, "bs-timeout",
      "11: Config::holdTime < 12 or > 1073741823 not allowed"},
-    {"HoldTimeTooLong", [](auto& c) { c.bsTimeout = 1073741824; }, "bs-timeout",
+    {"BsTimeoutTooLong", [](auto& c) { c.bsTimeout = 1073741824; }, "bs-timeout",
      "1073741824: Config::holdTime < 12 or > 1073741823 not allowed"},
     {"SzTimeoutTooShort", [](auto& c) { c.szTimeout = 119; }, "sz-timeout",
      "119: Config::szTimeout < 120 or > 0xFFFFFFFF not allowed"},

@@ -104,8 +104,8 @@ def events_until(stream, wanted, seconds=20):
 
 
 def members_until(stream, name, wanted, seconds=20):
-    """Reads lines of JSON until one has a member; returns that member of all. What has come is looked at
-    before more is waited for: several lines may come at once."""
+    """Reads lines of JSON until one has a member; returns that member of all. It reads the received lines
+    before it waits for more: several lines may come at once."""
     text = b""
     while True:
         events = [json.loads(line)[name] for line in text.split(b"\n")[:-1]]
@@ -118,7 +118,7 @@ def members_until(stream, name, wanted, seconds=20):
 
 class LabTest(unittest.TestCase):
     def lab(self, records=True, **options):
-        """A lab that ends with its scenario. What its links carry is recorded from the first start of a
+        """A lab that ends with its scenario. Its packets are recorded from the first start of a
         router on and checked in the end, unless a scenario sends malformed packets itself."""
         lab = Lab(COMMAND, records=records, **options)
         self.addCleanup(self.end, lab)

@@ -120,7 +120,7 @@ TEST_F(ConfigTree, FactoriesMakeEntitiesByTheirConstructorArguments) {
 
 // Ranges ----------------------------------------------------------------------------------------------
 
-TEST_F(ConfigTree, HoldTimeIsFrom12To1073741823) {
+TEST_F(ConfigTree, BsTimeoutIsFrom12To1073741823) {
   config->holdTimeIs(12);
   config->holdTimeIs(1073741823);
   char const* rejected = "Config::holdTime < 12 or > 1073741823 not allowed";

@@ -1,5 +1,5 @@
-// The life of the root machine, and which zone machine gets a message. What the machines themselves do with
-// it is in their own tests.
+// The life of the root machine, and which zone machine gets a message. The effects of the machines on it are
+// in their own tests.
 
 #include <algorithm>
 #include <cmath>

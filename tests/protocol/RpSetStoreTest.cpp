@@ -354,7 +354,7 @@ struct Broken {
   Zet::U16 holdtime;
   Zet::U8 hashMaskLen;
   std::string error;
-  Zet::U32 holdTimeWritten;
+  Zet::U32 holdtimeWritten;
 };
 
 Broken const brokenHoldtime{40959, 30, "CrpHoldTime::value < 0 or > 40958 not allowed", 0};

@@ -9,10 +9,18 @@ import re
 from collections import namedtuple
 
 # What a rule looks at: the words of a line; a name that begins with the word, as in mostX; a line that has
-# nothing but the word, such as the heading of a section; a name as it is written.
+# nothing but the word or ends as the heading of a section does; a name as it is written; the first words of a
+# sentence that follows another one, and of any sentence.
 WORDS, FIRST_OF_NAME, HEADING, NAME = "words", "first of a name", "heading", "name"
+SUBJECT, OPENING = "subject", "opening"
 
-# words: a pattern, of words in lower case with one blank between them except for NAME. use: what to write.
+# Where a sentence begins: after another one or in a list, since "What a key is." alone is a phrase; or also
+# at the beginning of a comment, a message or a paragraph.
+WITHIN = r"(?:(?<=[a-z0-9)`'\"][.!?] )|(?<=^- ))"
+ANYWHERE = rf"(?:{WITHIN}|(?<=^)|(?<=[/#*] )|(?<=\"))"
+
+# words: a pattern, of words in lower case with one blank between them except for NAME and sentences. use: the
+# words in their place.
 # senses: patterns of the same words in a sense that stays. paths: where the rule applies.
 Rule = namedtuple("Rule", "words use kind senses paths", defaults=(WORDS, (), "*"))
 
@@ -21,6 +29,8 @@ RULES = [
     Rule("fault|faults|faulty", "error", WORDS, ("page faults?",)),
     Rule("believe|believes|believed|belief|beliefs", "learned state, current RP set, elected BSR"),
     Rule("stand|stands|stood|standing", "is, appears, may be repeated", WORDS, ("(stands?|standing) for",)),
+    Rule("(stand|stands|stood|standing) for (election|the election|a zone|the zone|the global zone)",
+         "is a candidate"),
     Rule("behind", "after, following; trailing bytes", WORDS, ("behind an? (nat|firewall)",)),
     Rule("(come|comes|came) of it", "has no effect"),
     Rule("nobody", "is not referenced; no router"),
@@ -48,11 +58,19 @@ RULES = [
     Rule("neighbours?|neighbouring", "neighbor"),
     Rule("hold times?", "BS_Timeout (bs-timeout) of a BSR; holdtime of an RP and a neighbor"),
     Rule("zone timeouts?", "SZ_Timeout (sz-timeout)"),
+    Rule("What|Whatever|Whoever", "a noun as subject", SUBJECT),
+    Rule("(Printed|Built|Chosen|Found|Given|Gone|Held|Kept|Known|Left|Made|Sent|Shown|Taken|"
+         "Written|[A-Z][a-z]+ed) (is|are|was|were)", "subject, verb, object", OPENING,
+         ("(Indeed|Speed|Seed|Need) ", )),
 ]
 
 # Names and texts that are fixed, as patterns: (pattern, paths, reason).
 ALLOWED = [
-    (r"\w*[hH]oldTime\w*", "*", "Config.holdTime and CrpHoldTime are declared names of the model"),
+    (r"\b(holdTime|holdTimeIs|holdTime_|holdTimeDefault|onHoldTime|attrHoldTime|handleBsrHoldTime)\b", "*",
+     "Config.holdTime and RpCandidate.holdTime are attributes of the model, with accessors and handlers"),
+    (r"\bCrpHoldTime(Range)?\b", "*", "a type of the model, with its range"),
+    (r"^(Entity|Machine|Record)\. What", "docs/model.md", "a kind and a phrase for the class"),
+    (r"^(Entity|Machine|Record)\. What", "tests/zetc/golden/*", "a kind and a phrase for the class"),
     (r"BSR Hold Time is", "*", "text of a trace"),
     (r"Scoped Zone timeout", "*", "text of a trace"),
     (r"to house prefix", "*", "text of a trace"),
@@ -92,8 +110,8 @@ def matches_any(path, patterns):
 
 
 def split_names(text):
-    """The text in lower case, names split at capitals, hyphens and underscores."""
-    text = re.sub(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])", " ", text)
+    """The text in lower case, names split at capitals, numbers, hyphens and underscores."""
+    text = re.sub(r"(?<=[a-z0-9])(?=[A-Z])|(?<=[A-Z])(?=[A-Z][a-z])|(?<=[a-z])(?=[0-9])", " ", text)
     return re.sub(r"[ _-]+", " ", text).lower()
 
 
@@ -101,6 +119,14 @@ def blanked(text, patterns):
     for pattern in patterns:
         text = re.sub(pattern, lambda match: " " * len(match[0]), text)
     return text
+
+
+# The kinds that look at sentences, with the place where one begins.
+SENTENCES = {SUBJECT: WITHIN, OPENING: ANYWHERE}
+
+
+def opening(rule):
+    return rf"{SENTENCES[rule.kind]}({rule.words}) (?=[a-z])"
 
 
 def find(rule, line):
@@ -111,7 +137,10 @@ def find(rule, line):
         names = (n for n in re.findall(r"[a-z]+(?:[A-Z_-]\w+)+", line) if split_names(n) not in rule.senses)
         match = next(filter(None, (re.match(rf"({rule.words})\b", split_names(n)) for n in names)), None)
     elif rule.kind == HEADING:
-        match = re.fullmatch(rf"[/#*\s-]*({rule.words})[-*\s]*", line.lower())
+        match = re.fullmatch(rf"[/#*\s-]*({rule.words})[-*\s]*", line.lower()) or re.fullmatch(
+            rf"[/#*\s]+(?:.* )?({rule.words})(?: .*)?-{{3,}}", line.lower())
+    elif rule.kind in SENTENCES:
+        match = re.search(opening(rule), blanked(line, rule.senses))
     else:
         senses = (rf"\b({sense})\b" for sense in rule.senses)
         match = re.search(rf"\b({rule.words})\b", blanked(split_names(line), senses))
@@ -119,7 +148,9 @@ def find(rule, line):
 
 
 # Any word of any rule, to pass over most lines at once.
-ANY = re.compile(rf"(?i)(?<![a-z])({'|'.join(rule.words.replace(' ', '[ _-]*') for rule in RULES)})(?![a-z])")
+ALL = "|".join(rule.words.replace(" ", "[ _-]*") for rule in RULES if rule.kind not in SENTENCES)
+ANY = re.compile(rf"(?i)(?<![a-z])({ALL})(?![a-z])")
+ANY_OPENING = re.compile("|".join(opening(rule) for rule in RULES if rule.kind in SENTENCES))
 
 
 # Where a comment of a fenced block begins, by the language of the block.
@@ -146,7 +177,7 @@ def check(path, text):
     allowed = [pattern for pattern, paths, _ in ALLOWED if fnmatch.fnmatch(path, paths)]
     rules = [rule for rule in RULES if fnmatch.fnmatch(path, rule.paths)]
     for number, line in enumerate([path, *own_lines(path, text.split("\n"))]):
-        if not ANY.search(line) and not ANY.search(split_names(line)):
+        if not (ANY.search(line) or ANY.search(split_names(line)) or ANY_OPENING.search(line)):
             continue
         line = blanked(line, allowed)
         for rule in rules:

@@ -22,13 +22,18 @@ class WordsTest(unittest.TestCase):
                                  ("the hold time", "model/A.zet", "hold time"),
                                  ("zone-timeout = 1", "docs/a.md", "zone timeout"),
                                  ("// Birth -------", "crp/A.cpp", "birth"),
+                                 ("// Birth and end -------", "crp/A.cpp", "birth"),
+                                 ("this router stands for election", "host/A.h", "stands for election"),
+                                 ("# r1 and r2 stand for the global zone", "examples/a.sim",
+                                  "stand for the global zone"),
                                  ("## Arrival", "docs/a.md", "arrival"),
                                  ("for people", "docs/a.md", "people")]:
             with self.subTest(line):
                 self.assertEqual([word], self.found(line, path))
 
     def test_every_rule_fires_on_one_of_its_words(self):
-        plants = {words.WORDS: "a {} b", words.FIRST_OF_NAME: "{}Value", words.HEADING: "// {} ---",
+        plants = {words.SUBJECT: "An end. {} a thing", words.OPENING: "{} a thing",
+                  words.WORDS: "a {} b", words.FIRST_OF_NAME: "{}Value", words.HEADING: "// {} ---",
                   words.NAME: "a {} b"}
         for rule in words.RULES:
             first = re.sub(r"\(([^|)]*)[^)]*\)\??", r"\1", rule.words).split("|")[0].replace("?", "")
@@ -50,15 +55,33 @@ class WordsTest(unittest.TestCase):
                      "history", "recommend", "screenplay", "agreeting", "dicey", "adjudge", "refuser"]:
             self.assertEqual([], self.found(line), line)
 
+    def test_a_sentence_begins_with_its_subject(self):
+        for line, word in [("It has a bound. What is beyond is dropped.", "What"),
+                           ("(see there). Whatever goes wrong is repaired.", "Whatever"),
+                           ("- What fits none is in a heap.", "What"),
+                           ("It ends. Whoever asks waits.", "Whoever"),
+                           ('"Printed are a line and a table"', "Printed are"),
+                           ("It plays it. Printed are the changes", "Printed are"),
+                           ("/// Kept is the last one.", "Kept is"), ("Sent were two.", "Sent were")]:
+            self.assertEqual([word], self.found(line), line)
+        for line in ["What made a change.", "| `a` | What it is. |", "## What a change touches",
+                     "It is what a host asks.", "Indeed is one of them.", "Printed text is long.",
+                     "a key; what it has is kept", "a file. What?", "Speed is measured."]:
+            self.assertEqual([], self.found(line), line)
+
     def test_senses_outside_the_rule_stay(self):
         for line in ["a page fault", "BSR stands for Bootstrap Router", "the kernel refused the connection",
                      "connection refused", "a refused configuration", "make room for it", "there is no room"]:
             self.assertEqual([], self.found(line), line)
 
     def test_fixed_names_and_texts_stay(self):
-        for line in ["config->holdTimeIs(5);", "CrpHoldTime", '"BSR Hold Time is 130"',
+        for line in ["config->holdTimeIs(5);", "CrpHoldTime", '"BSR Hold Time is 130"', "void onHoldTime()",
                      '"Scoped Zone timeout is "', '"Fragment 0 to house prefix 239.0.0.0/8"']:
             self.assertEqual([], self.found(line, "config/A.cpp"), line)
+
+    def test_only_the_fixed_names_of_holdtimes_stay(self):
+        for name in ["maxHoldTime", "holdTimeOf", "HoldTime", "HoldTime150", "rpHoldTime", "CrpHoldTimes"]:
+            self.assertEqual(1, len(self.found(name, "config/A.cpp")), name)
 
     def test_each_allowance_has_a_reason(self):
         for pattern, paths, reason in words.ALLOWED:
