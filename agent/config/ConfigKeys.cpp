@@ -50,13 +50,6 @@ std::span<ConfigKey const> configKeys() {
   return keys;
 }
 
-ConfigKey const& configKey(std::string_view section, std::string_view name) {
-  auto matches = [&](ConfigKey const& key) { return key.section == section && key.name == name; };
-  auto found = std::find_if(configKeys().begin(), configKeys().end(), matches);
-  ZET_ASSERT(found != configKeys().end(), "a key of the file is declared");
-  return *found;
-}
-
 // Descriptions ----------------------------------------------------------------------------------------
 
 namespace {
@@ -66,30 +59,26 @@ struct TypeText {
   KeyType type;
   std::string_view valid;  ///< of a key's value
   std::string_view item;   ///< of an item of its list; empty if it is no list
-  std::string_view page;   ///< on the reference page
 };
 
 }  // namespace
 
 static constexpr TypeText typeTexts[] = {
-    {KeyType::boolean, "true or false", "", "`true`, `false`"},
-    {KeyType::interfaceName, "an interface's name of 1 to 15 bytes, such as \"eth0\"", "",
-     "name of an interface"},
+    {KeyType::boolean, "true or false", ""},
+    {KeyType::interfaceName, "an interface's name of 1 to 15 bytes, such as \"eth0\"", ""},
     {KeyType::groupRanges, "a list of group ranges, [\"239.1.0.0/16\"]",
-     "a group range such as \"239.1.0.0/16\"", "list of group ranges"},
+     "a group range such as \"239.1.0.0/16\""},
     {KeyType::listNames, "a list of names of access lists, [\"inner\"]",
-     "a name of 1 to 64 letters, digits, '-', '_', '.' and ':'", "list of access lists"},
-    {KeyType::prefix, "an IPv4 prefix such as \"10.1.0.0/16\"", "", "IPv4 prefix"},
-    {KeyType::address, "an IPv4 address such as \"10.1.2.3\"", "", "IPv4 address"},
-    {KeyType::action, "\"permit\" or \"deny\"", "", "`\"permit\"`, `\"deny\"`"},
-    {KeyType::path, "an absolute path without control characters, or \"\" for none", "", "absolute path"},
+     "a name of 1 to 64 letters, digits, '-', '_', '.' and ':'"},
+    {KeyType::prefix, "an IPv4 prefix such as \"10.1.0.0/16\"", ""},
+    {KeyType::address, "an IPv4 address such as \"10.1.2.3\"", ""},
+    {KeyType::action, "\"permit\" or \"deny\"", ""},
+    {KeyType::path, "an absolute path without control characters, or \"\" for none", ""},
     {KeyType::socketPath,
-     "an absolute path of at most 107 bytes without control characters, or \"\" for none", "",
-     "absolute path of at most 107 bytes"},
-    {KeyType::groupName, "a group's name of 1 to 32 letters, digits, '-', '_' and '.', or \"\" for none", "",
-     "name of a group of users"},
+     "an absolute path of at most 107 bytes without control characters, or \"\" for none", ""},
+    {KeyType::groupName, "a group's name of 1 to 32 letters, digits, '-', '_' and '.', or \"\" for none", ""},
     {KeyType::rules, "a list of rules, [{action = \"permit\", prefix = \"239.1.0.0/16\"}]",
-     "a rule such as {action = \"permit\", prefix = \"239.1.0.0/16\"}", "list of tables"},
+     "a rule such as {action = \"permit\", prefix = \"239.1.0.0/16\"}"},
 };
 
 static TypeText const& textOf(KeyType type) {
@@ -148,41 +137,6 @@ std::string unknownKeyText(std::string_view section, std::string_view name) {
   }
   return fmt::format("no such key; valid here {} {}", names.size() == 1 ? "is" : "are",
                      fmt::join(names, ", "));
-}
-
-// The reference page ----------------------------------------------------------------------------------
-
-static std::string rangeText(ConfigKey const& key) {
-  if (key.type != KeyType::integer) return std::string(textOf(key.type).page);
-  return fmt::format("{} to {}", key.least, key.most);
-}
-
-static constexpr char const* referenceHead = R"(# The configuration file
-
-`pimbsr run --config FILE` reads it, `pimbsr check FILE` says what is wrong or unwise in it, and
-`pimbsr reload` applies what has changed. It is written in TOML (version 1.0), in UTF-8, and has at most
-1 MiB, with at most 512 dots in a line. Every key may be left out unless it is said to be needed; without
-any, no interface speaks PIM and this router is no candidate for anything. Times are whole seconds.
-[An example](../examples/pimbsr.toml) is a place to begin.
-
-A file with an error changes nothing. Every error is reported with its line and column, what was read, and
-what would be valid. A key by a name that it had in a former version is an error that names the new one;
-`pimbsr check --rewrite FILE` renames such keys in the file and leaves all else as it is.
-)";
-
-std::string configReference() {
-  std::string page = referenceHead;
-  for (ConfigSection const& section : configSections()) {
-    page += fmt::format(
-        "\n## `{}`\n\n{}\n\n| key | valid | unit | default | what it does |\n|---|---|---|---|---|\n",
-        section.header, section.sentence);
-    for (ConfigKey const& key : configKeys()) {
-      if (key.section != section.name) continue;
-      page += fmt::format("| `{}` | {} | {} | {} | {} |\n", key.name, rangeText(key), key.unit,
-                          key.fallback.empty() ? "needed" : key.fallback, key.sentence);
-    }
-  }
-  return page;
 }
 
 }  // namespace pimbsr::agent

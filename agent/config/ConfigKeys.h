@@ -16,8 +16,6 @@ using host::KeyType;
 std::span<ConfigSection const> configSections();
 /// All keys, by table in that order.
 std::span<ConfigKey const> configKeys();
-/// A declared key; asserts that there is one.
-ConfigKey const& configKey(std::string_view section, std::string_view name);
 
 /// Description of the valid values of a key: "a whole number from 0 to 9".
 std::string validText(ConfigKey const& key);
@@ -27,8 +25,5 @@ std::string validItemText(ConfigKey const& key);
 std::string unknownKeyText(std::string_view section, std::string_view name);
 /// The one of `names` with the smallest edit distance, or empty if none is close.
 std::string_view closest(std::string_view name, std::span<std::string_view const> names);
-
-/// The reference page of the file in Markdown.
-std::string configReference();
 
 }  // namespace pimbsr::agent

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "agent/config/ConfigFile.h"
+#include "tests/agent/ConfigReference.h"
 
 namespace test {
 namespace {
@@ -17,7 +18,6 @@ namespace {
 using pimbsr::agent::closest;
 using pimbsr::agent::ConfigKey;
 using pimbsr::agent::configKeys;
-using pimbsr::agent::configReference;
 using pimbsr::agent::configSections;
 using pimbsr::agent::KeyType;
 using pimbsr::agent::readConfig;
@@ -158,6 +158,13 @@ TEST(ConfigKeysTest, ReferencePageIsThatOfTheTable) {
 
 // The table against what a setter takes ---------------------------------------------------------------
 
+ConfigKey const& keyOf(std::string_view section, std::string_view name) {
+  auto matches = [&](ConfigKey const& key) { return key.section == section && key.name == name; };
+  auto found = std::find_if(configKeys().begin(), configKeys().end(), matches);
+  EXPECT_NE(found, configKeys().end()) << section << '.' << name;
+  return *found;
+}
+
 TEST(ConfigKeysTest, RangesAreThoseOfTheConfiguration) {
   using pimbsr::host::Configuration;
   struct Row {
@@ -176,7 +183,7 @@ TEST(ConfigKeysTest, RangesAreThoseOfTheConfiguration) {
       {"candidate-rp", "c-rp-adv-period",
        [](auto& c, auto value) { c.candidateRps["eth0"].cRpAdvPeriod = value; }}};
   for (auto const& [section, name, set] : rows) {
-    ConfigKey const& key = pimbsr::agent::configKey(section, name);
+    ConfigKey const& key = keyOf(section, name);
     auto errors = [&](Zet::U64 value) {
       Configuration configuration;
       set(configuration, value);

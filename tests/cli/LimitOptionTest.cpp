@@ -37,7 +37,7 @@ TEST(LimitOptionTest, EveryLimitOfTheFileCanBeSet) {
 
 TEST(LimitOptionTest, StandardLimitsAreTheDefaultsOfTheFileAndOfEveryProgram) {
   for (host::Limit const& limit : host::limits())
-    EXPECT_EQ(std::to_string(standardLimits.*limit.value), agent::configKey("limits", limit.name).fallback);
+    EXPECT_EQ(std::to_string(standardLimits.*limit.value), limit.key->fallback);
   IngressSettings limits;
   copyLimits(SimOptions().ingress, limits);
   EXPECT_EQ(limits, standardLimits);

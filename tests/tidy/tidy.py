@@ -12,6 +12,7 @@ import sys
 
 import graph
 import ranges
+import uses
 import words
 from graph import line_of
 
@@ -232,7 +233,7 @@ def errors(root):
         for check in (check_includes, check_lengths, check_members, check_words, words.check):
             found += [f"{path}:{line}: {error}" for line, error in check(path, text)]
     found += check_folders(texts)
-    over_all = [*graph.check(texts, module_of), *ranges.check(texts)]
+    over_all = [*graph.check(texts, module_of), *ranges.check(texts), *uses.check(texts)]
     return found + [f"{path}:{line}: {error}" for path, line, error in over_all]
 
 
