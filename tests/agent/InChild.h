@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace test {
 
@@ -40,12 +41,16 @@ inline std::string inChild(std::function<std::string()> const& act) {
   return text;
 }
 
+/// Whether the environment says that tests must run that need root and network namespaces, as for those in
+/// Python (tests/support/needs.py).
+inline bool isLabRequired() {
+  char const* value = std::getenv("PIMBSR_LAB_REQUIRED");
+  return value != nullptr && *value != '\0' && std::string_view(value) != "0";
+}
+
 /// Whether this process may do what needs root: if not, the test is to be skipped, unless the environment
 /// says that it must run.
-inline bool isRoot() {
-  char const* required = std::getenv("PIMBSR_LAB_REQUIRED");
-  return geteuid() == 0 || (required != nullptr && std::string(required) == "1");
-}
+inline bool isRoot() { return geteuid() == 0 || isLabRequired(); }
 
 }  // namespace test
 

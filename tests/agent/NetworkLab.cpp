@@ -17,6 +17,8 @@
 #include <system_error>
 #include <utility>
 
+#include "tests/agent/InChild.h"
+
 namespace test {
 
 using pimbsr::agent::FileDescriptor;
@@ -114,8 +116,7 @@ static std::optional<std::string> obstacle() {
 void NetworkTest::SetUp() {
   static std::optional<std::string> const why = obstacle();
   if (!why) return;
-  char const* required = std::getenv("PIMBSR_LAB_REQUIRED");
-  if (required != nullptr && std::string(required) == "1") FAIL() << *why;
+  if (isLabRequired()) FAIL() << *why;
   GTEST_SKIP() << *why;
 }
 

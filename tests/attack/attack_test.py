@@ -3,7 +3,7 @@ the BSR and a member of the control group can send, and what must hold meanwhile
 
 Usage: attack_test.py PIMBSR FLOOD [ATTACK...]. PIMBSR_ATTACK=full plays each at full length. Each prints a
 row of what it cost the router, and appends it as JSON to the file PIMBSR_ATTACK_ROWS. Where no lab can run it
-exits with 77, or, if PIMBSR_LAB_REQUIRED is set, with 1."""
+exits with 77, or, if PIMBSR_LAB_REQUIRED is 1, with 1."""
 
 import json
 import os
@@ -23,7 +23,8 @@ from plans import (BAD, EFFECTS, FAST, HONEST, HONEST_ZONE, LENGTHS, LISTED, MAX
                    MUTATOR_COUNT, MUTATORS, NEWCOMER, NEWCOMER_HELLOS, NOWHERE, OTHER_FLOODS, RANGE,
                    STRANGER, is_full, seconds_of)
 
-from lab import SKIPPED, Lab, wait_until, why_not  # attack.py has set the path
+from lab import Lab, wait_until, why_not  # attack.py has set the path
+from needs import end_without
 from lab_test import (GLOBAL, bsr_of, candidate_bsr, candidate_rp, drops_of, end_for, neighbors_of, rps_of,
                       wait_all, zone)
 
@@ -556,8 +557,7 @@ if __name__ == "__main__":
     signal.signal(signal.SIGTERM, end_for)
     COMMAND, Flood.program = sys.argv[1], sys.argv[2]
     if reason := why_not():
-        print(f"skipped: {reason}")
-        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
+        end_without(reason, "PIMBSR_LAB_REQUIRED")
     tests = ["other_floods" if attack in OTHER_FLOODS else attack for attack in sys.argv[3:]]
     attacks = [f"AttackTest.test_{test}" for test in dict.fromkeys(tests)]
     unittest.main(argv=[sys.argv[0], *attacks], verbosity=2)

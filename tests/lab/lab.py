@@ -14,7 +14,6 @@ import subprocess
 import tempfile
 import time
 
-SKIPPED = 77
 CLOCK_RATE = 50
 TYPES = {"0": "Hello", "4": "Bootstrap", "8": "Candidate-RP-Advertisement"}
 

@@ -1,7 +1,7 @@
 """Scenario tests of routers on the real kernel, each in namespaces of its own.
 
-Usage: lab_test.py PIMBSR [SCENARIO...]. Where no lab can run it exits with 77, or, if PIMBSR_LAB_REQUIRED is
-set, with 1."""
+Usage: lab_test.py PIMBSR [SCENARIO...]. Where no lab can run it exits with 77, or, where
+PIMBSR_LAB_REQUIRED requires it (tests/support/needs.py), with 1."""
 
 import json
 import os
@@ -13,11 +13,13 @@ import subprocess
 import sys
 import unittest
 
-from lab import SKIPPED, TYPES, Lab, LabError, run, wait_until, why_not
+from lab import TYPES, Lab, LabError, run, wait_until, why_not
 from relay import Relay, flood
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "view"))
-from schema_test import validators  # noqa: E402  found by the line before
+for _folder in ("support", "view"):
+    sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / _folder))
+from needs import end_without  # noqa: E402  found by the lines before
+from schema_test import validators  # noqa: E402
 
 GLOBAL = "224.0.0.0/4"
 SCOPED = "239.1.0.0/16"
@@ -589,9 +591,7 @@ def play(tests):
     signal.signal(signal.SIGTERM, end_for)
     COMMAND = sys.argv[1]
     if reason := why_not():
-        required = os.environ.get("PIMBSR_LAB_REQUIRED")
-        print(f"{'failed, since PIMBSR_LAB_REQUIRED is set' if required else 'skipped'}: {reason}")
-        sys.exit(1 if required else SKIPPED)
+        end_without(reason, "PIMBSR_LAB_REQUIRED")
     scenarios = [f"{tests}.test_{scenario}" for scenario in sys.argv[2:]]
     unittest.main(argv=[sys.argv[0], *scenarios], verbosity=2)
 

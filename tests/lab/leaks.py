@@ -1,13 +1,15 @@
 """A lab under valgrind: routers that live through elections, a reload, requests and an orderly end.
 
 Usage: leaks.py PIMBSR, of a build without sanitizers. Exits with 77 where no lab can run, unless
-PIMBSR_LAB_REQUIRED is set."""
+PIMBSR_LAB_REQUIRED is 1."""
 
-import os
 import pathlib
 import sys
 
-from lab import SKIPPED, Lab, LabError, wait_until, why_not
+from lab import Lab, LabError, wait_until, why_not
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from needs import end_without  # noqa: E402  found by the line before
 
 VALGRIND = ["valgrind", "--quiet", "--leak-check=full", "--errors-for-leak-kinds=definite,indirect,possible",
             "--show-leak-kinds=definite,indirect,possible", "--error-exitcode=9"]
@@ -51,8 +53,7 @@ def live(lab):
 
 if __name__ == "__main__":
     if reason := why_not():
-        print(f"skipped: {reason}")
-        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else SKIPPED)
+        end_without(reason, "PIMBSR_LAB_REQUIRED")
     try:
         with Lab(pathlib.Path(sys.argv[1]).absolute(), VALGRIND, 10, ["--without-sandbox"]) as lab:
             live(lab)

@@ -1,7 +1,7 @@
 """Tests of what operators see of an agent on the real kernel: its log, its history, its change command.
 
 Usage: operator_test.py PIMBSR [SCENARIO...]. Where no lab can run it exits with 77, or, if
-PIMBSR_LAB_REQUIRED is set, with 1."""
+PIMBSR_LAB_REQUIRED is 1, with 1."""
 
 import json
 import os

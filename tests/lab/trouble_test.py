@@ -2,7 +2,7 @@
 `pimbsr check` and the log alone, as docs/troubles.md describes.
 
 Usage: trouble_test.py PIMBSR [SCENARIO...]. Where no lab can run it exits with 77, or, if
-PIMBSR_LAB_REQUIRED is set, with 1."""
+PIMBSR_LAB_REQUIRED is 1, with 1."""
 
 import subprocess
 import time

@@ -2,7 +2,7 @@
 is held against the text that an agent exposes.
 
 Usage: prometheus_test.py TEST_AGENT: the built tests of the agent, which keep the text that they compare.
-Without promtool it ends with 77, for skipped, unless PIMBSR_WEB_REQUIRED is set."""
+Without promtool it ends with 77, for skipped, unless PIMBSR_WEB_REQUIRED is 1."""
 
 import json
 import os
@@ -13,6 +13,9 @@ import subprocess
 import sys
 import tempfile
 import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from needs import end_without  # noqa: E402  found by the line before
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 RULES = ROOT / "packaging/prometheus/pimbsr.rules.yml"
@@ -99,7 +102,6 @@ class PrometheusTest(unittest.TestCase):
 
 if __name__ == "__main__":
     if not shutil.which("promtool"):
-        print("promtool is not installed: not run")
-        sys.exit(1 if os.environ.get("PIMBSR_WEB_REQUIRED") else 77)
+        end_without("promtool is not installed; scripts/setup --tests installs it", "PIMBSR_WEB_REQUIRED")
     PrometheusTest.metrics = text_of_agent(sys.argv[1])
     unittest.main(argv=sys.argv[:1])

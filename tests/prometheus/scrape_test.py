@@ -2,10 +2,9 @@
 returns data, and the alert for an agent that is gone fires.
 
 Usage: scrape_test.py PIMBSR: the built command. Exits with 77 where Prometheus is not installed or no lab can
-run, unless PIMBSR_WEB_REQUIRED or PIMBSR_LAB_REQUIRED is set."""
+run, unless PIMBSR_WEB_REQUIRED or PIMBSR_LAB_REQUIRED is 1."""
 
 import json
-import os
 import pathlib
 import shutil
 import signal
@@ -20,7 +19,9 @@ import urllib.request
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tests/lab"))
-from lab import Lab, wait_until, why_not  # noqa: E402  found by the line before
+sys.path.insert(0, str(ROOT / "tests/support"))
+from lab import Lab, wait_until, why_not  # noqa: E402  found by the lines before
+from needs import end_without  # noqa: E402
 
 PIMBSR = pathlib.Path(sys.argv[1]).resolve()
 PACKAGING = ROOT / "packaging/prometheus"
@@ -134,9 +135,7 @@ class ScrapeTest(unittest.TestCase):
 
 if __name__ == "__main__":
     if not shutil.which("prometheus"):
-        print("prometheus is not installed; scripts/setup --tests installs it")
-        sys.exit(1 if os.environ.get("PIMBSR_WEB_REQUIRED") else 77)
+        end_without("prometheus is not installed; scripts/setup --tests installs it", "PIMBSR_WEB_REQUIRED")
     if reason := why_not():
-        print(f"skipped: {reason}")
-        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else 77)
+        end_without(reason, "PIMBSR_LAB_REQUIRED")
     unittest.main(argv=sys.argv[:1])

@@ -1,7 +1,7 @@
 """The live page of `pimbsr web` in a headless Chromium, over routers in network namespaces.
 
 Usage: live_test.py PIMBSR [FOLDER]: the built command, and a folder for screenshots. Exits with 77 where
-Chromium is not installed or no lab can run, unless PIMBSR_WEB_REQUIRED or PIMBSR_LAB_REQUIRED is set."""
+Chromium is not installed or no lab can run, unless PIMBSR_WEB_REQUIRED or PIMBSR_LAB_REQUIRED is 1."""
 
 import os
 import pathlib
@@ -17,7 +17,9 @@ from agents import GLOBAL, FakeAgent, bsr_view
 from browser import Browser, find_chromium
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "lab"))
-from lab import Lab, run, wait_until, why_not  # noqa: E402  found by the line before
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from lab import Lab, run, wait_until, why_not  # noqa: E402  found by the lines before
+from needs import end_without  # noqa: E402
 
 PIMBSR = pathlib.Path(sys.argv[1]).resolve()
 SHOTS = pathlib.Path(sys.argv[2]) if len(sys.argv) > 2 else None
@@ -298,9 +300,7 @@ class ChainTest(unittest.TestCase):
 
 if __name__ == "__main__":
     if not find_chromium():
-        print("chromium is not installed; scripts/setup --tests installs it")
-        sys.exit(1 if os.environ.get("PIMBSR_WEB_REQUIRED") else 77)
+        end_without("chromium is not installed; scripts/setup --tests installs it", "PIMBSR_WEB_REQUIRED")
     if reason := why_not():
-        print(f"skipped: {reason}")
-        sys.exit(1 if os.environ.get("PIMBSR_LAB_REQUIRED") else 77)
+        end_without(reason, "PIMBSR_LAB_REQUIRED")
     unittest.main(argv=sys.argv[:1])

@@ -1,10 +1,9 @@
 """The page of `pimbsr sim --html` and `replay --html` in a headless Chromium.
 
 Usage: page_test.py PIMBSR ROOT [FOLDER]: the built command, the source tree, and a folder for screenshots.
-Exits with 77 if Chromium is not installed, unless PIMBSR_WEB_REQUIRED is set."""
+Exits with 77 if Chromium is not installed, unless PIMBSR_WEB_REQUIRED is 1."""
 
 import json
-import os
 import pathlib
 import re
 import subprocess
@@ -14,6 +13,9 @@ import unittest
 
 import networks
 from browser import Browser, find_chromium
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from needs import end_without  # noqa: E402  found by the line before
 
 PIMBSR, ROOT = (pathlib.Path(one).resolve() for one in sys.argv[1:3])
 SHOTS = pathlib.Path(sys.argv[3]) if len(sys.argv) > 3 else None
@@ -367,6 +369,5 @@ class PageTest(unittest.TestCase):
 
 if __name__ == "__main__":
     if not find_chromium():
-        print("chromium is not installed; scripts/setup --tests installs it")
-        sys.exit(1 if os.environ.get("PIMBSR_WEB_REQUIRED") else 77)
+        end_without("chromium is not installed; scripts/setup --tests installs it", "PIMBSR_WEB_REQUIRED")
     unittest.main(argv=sys.argv[:1])
