@@ -72,6 +72,9 @@ OUTER_HEADER = re.compile(
     r"|(pcap|unistd|fcntl|uv|cap-ng|seccomp|microhttpd)\.h$"
     r"|(fstream|filesystem|thread|mutex)$")
 
+# The version of the program; the list of changes has former ones too.
+VERSION_FILE = "agent/base/Version.h"
+
 # A member of a JSON document is read by its name in a declared view (view/*.zet), and not by a text.
 BY_TEXT = re.compile(r'\.(at|value)\("')
 BY_TEXT_ALLOWED = {"agent/EventLog.cpp": "reads JSON Patches, whose members RFC 6902 names"}
@@ -212,6 +215,17 @@ def check_folders(paths):
             yield f"{folder}/: {count} sources, at most {MAX_FOLDER}; split it by what its files are for"
 
 
+def check_version(texts):
+    """The version in another file than the one that defines it."""
+    found = re.search(r'version = "([^"]+)"', texts.get(VERSION_FILE, ""))
+    version = re.compile(rf"(?<![\d.]){re.escape(found[1])}(?![\d.])") if found else None
+    for path, text in texts.items() if version else ():
+        if path not in (VERSION_FILE, "CHANGELOG.md"):
+            for match in version.finditer(text):
+                line = line_of(text, match.start())
+                yield path, line, f"{match[0]} is the version: {VERSION_FILE} alone has it"
+
+
 def check_words(path, text):
     for pattern, meaning in FORBIDDEN:
         if match := pattern.search(path):
@@ -233,7 +247,8 @@ def errors(root):
         for check in (check_includes, check_lengths, check_members, check_words, words.check):
             found += [f"{path}:{line}: {error}" for line, error in check(path, text)]
     found += check_folders(texts)
-    over_all = [*graph.check(texts, module_of), *ranges.check(texts), *uses.check(texts)]
+    over_all = [*graph.check(texts, module_of), *check_version(texts), *ranges.check(texts),
+                *uses.check(texts)]
     return found + [f"{path}:{line}: {error}" for path, line, error in over_all]
 
 

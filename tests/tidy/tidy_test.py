@@ -169,6 +169,14 @@ class TidyTest(unittest.TestCase):
                 self.assert_tidy(path, f"auto a = {line};\n")
         self.assert_tidy("cli/A.cpp", "auto a = places.at(name); b.value(); c.at(0);\n")
 
+    def test_the_version_is_in_one_file(self):
+        version = {"agent/base/Version.h": 'inline constexpr char const* version = "1.2.3";\n'}
+        for text in ["a_1.2.3_b.deb", "1.2.3"]:
+            self.assertEqual(["docs/a.md:2: 1.2.3 is the version: agent/base/Version.h alone has it"],
+                             self.errors({**version, "docs/a.md": "\n" + text}))
+        for path, text in [("CHANGELOG.md", "1.2.3"), ("docs/a.md", "11.2.3 10.1.2.3/8 1.2.3.4 1.2")]:
+            self.assertEqual([], self.errors({**version, path: text}))
+
     def test_a_long_line_is_found(self):
         for path in ["model/A.h", "model/A.zet", "a.py", "cmake/A.cmake", "CMakeLists.txt"]:
             self.assert_tidy(path, "#" + "ä" * 109 + "\n")
