@@ -43,7 +43,7 @@ static void readRp(ScenarioLine& line, Packet::BootstrapGroupData& group) {
   if (group.rpList(address)) line.fail(fmt::format("RP {} is given twice in one range", text));
   Ptr<Packet::BootstrapRpData> rp = group.rpListIs(address);
   rp->rpHoldtimeIs(150);
-  rp->rpPriorityIs(192);
+  rp->rpPriorityIs(host::RpRangeTerms().priority);
   while (!line.atEnd()) {
     if (line.take("priority")) {
       rp->rpPriorityIs(fieldOf<U8>(line, "priority"));
@@ -87,8 +87,8 @@ static Ptr<Packet::BootstrapGroupData> readGroup(ScenarioLine& line) {
 static Action readBsm(ScenarioLine& line, U32 link, IpAddr from) {
   auto bsm = Zet::make<Packet::BootstrapMessage>();
   bsm->bsrAddressIs(from);
-  bsm->bsrPriorityIs(64);
-  bsm->hashMaskLenIs(30);
+  bsm->bsrPriorityIs(host::BsrTerms().priority);
+  bsm->hashMaskLenIs(host::BsrTerms().hashMaskLen);
   bsm->fragmentTagIs(1);
   bsm->groupRpDataIs(Zet::make<Packet::BootstrapOptionalData>());
   IpAddr to = Lanet::allPimRouters;
@@ -128,7 +128,7 @@ static void readAdvRange(ScenarioLine& line, Packet::CrpGroupData& data) {
 static Action readCrpAdv(ScenarioLine& line, U32 link, IpAddr from) {
   auto adv = Zet::make<Packet::CrpAdvMessage>();
   adv->rpAddressIs(from);
-  adv->priorityIs(192);
+  adv->priorityIs(host::RpRangeTerms().priority);
   adv->holdtimeIs(150);
   adv->groupDataIs(Zet::make<Packet::CrpGroupData>());
   if (!line.take("to")) line.fail("'to ADDRESS' must follow 'from ADDRESS'");
