@@ -106,10 +106,10 @@ add_test(NAME docs-language COMMAND ${Python3_EXECUTABLE} -B
   ${PROJECT_SOURCE_DIR}/tests/docs/language_test.py ${zet_dir} ${CMAKE_CXX_COMPILER})
 set_tests_properties(docs-language PROPERTIES LABELS script TIMEOUT 300)
 
-# The site of headers and pages has no warning.
-add_test(NAME docs-site COMMAND ${PROJECT_SOURCE_DIR}/scripts/docs)
-set_tests_properties(docs-site PROPERTIES LABELS script TIMEOUT 300
-  ENVIRONMENT DOCS_OUT=${PROJECT_BINARY_DIR}/docs)
+# The site of headers, pages and examples has no warning, and has them all.
+add_test(NAME docs-site COMMAND ${Python3_EXECUTABLE} -B
+  ${PROJECT_SOURCE_DIR}/tests/docs/site_test.py ${PROJECT_BINARY_DIR}/docs)
+set_tests_properties(docs-site PROPERTIES LABELS script TIMEOUT 300)
 
 # What gdb shows, of a program that is built with all of its types.
 if(TARGET pimbsr)

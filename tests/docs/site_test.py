@@ -1,0 +1,68 @@
+"""The site that scripts/docs builds: without a warning, and with each page, installed header and example.
+
+Usage: site_test.py OUT [TEST...]: the folder for the site."""
+
+import html
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+PAGES = [ROOT / "README.md", ROOT / "CONTRIBUTING.md", ROOT / "CHANGELOG.md", ROOT / "examples/README.md",
+         *(ROOT / "docs").glob("*.md")]
+EXAMPLES = [path for path in (ROOT / "examples").rglob("*")
+            if path.is_file() and path.suffix in (".cpp", ".h", ".txt", ".toml", ".sim", ".py")]
+MODULES = ("runtime", "model", "protocol", "crp", "config", "wire", "pim", "host")
+
+
+def text_of(page):
+    """The text of an HTML page, without tags, blanks and line numbers."""
+    text = re.sub(r'<a id="l\d+".*?</span>|<[^>]*>', "", page.read_text(encoding="utf-8"))
+    return re.sub(r"\s", "", html.unescape(text))
+
+
+class SiteTest(unittest.TestCase):
+    out = pathlib.Path()
+
+    @classmethod
+    def setUpClass(cls):
+        done = subprocess.run([ROOT / "scripts/docs"], env=dict(os.environ, DOCS_OUT=str(cls.out)),
+                              capture_output=True, text=True, check=False)
+        if done.returncode:
+            raise AssertionError(done.stdout + done.stderr)
+        cls.said = done.stdout
+        cls.texts = {page.name: text_of(page) for page in cls.out.glob("*.html")}
+
+    def test_the_first_page_is_printed_and_is_the_readme(self):
+        self.assertEqual(self.said.splitlines()[-1], str(self.out / "index.html"))
+        self.assertIn("BootstrapRouter", self.texts["index.html"])
+
+    def test_each_page_is_there_by_its_first_heading(self):
+        for page in PAGES:
+            with self.subTest(page.name):
+                heading = page.read_text(encoding="utf-8").splitlines()[0].lstrip("# ")
+                words = re.sub(r"[\s`]", "", heading)
+                self.assertTrue(any(words in text for text in self.texts.values()))
+
+    def test_each_example_is_there_line_by_line(self):
+        self.assertIn("embed.cpp", [path.name for path in EXAMPLES])
+        shown = [text for name, text in self.texts.items() if name.endswith("-example.html")]
+        for path in EXAMPLES:
+            lines = [re.sub(r"\s", "", line) for line in path.read_text(encoding="utf-8").splitlines()]
+            with self.subTest(path.name):
+                self.assertTrue(any(all(line in text for line in lines) for text in shown))
+
+    def test_each_header_has_a_page(self):
+        for path in (path for module in MODULES for path in (ROOT / module).glob("*.h")):
+            with self.subTest(str(path.relative_to(ROOT))):
+                title = f"{path.relative_to(ROOT)}FileReference"
+                self.assertTrue(any(title in text for text in self.texts.values()))
+
+
+if __name__ == "__main__":
+    SiteTest.out = pathlib.Path(sys.argv[1]).resolve()
+    del sys.argv[1]
+    unittest.main()
