@@ -136,10 +136,9 @@ class PIMBSR_API GenericIf {
   /// for an operation that the kind doesn't support; UnknownArgException for a missing index or wrong
   /// arguments; the exceptions of the setter itself.
   void attributeOp(PtrInterface& object, AttributeId id, AttributeOp op, AttributeOpArgs& args) const;
-  /// The same on a constant object, of which nothing can be changed, while methods that change nothing can be
-  /// called: a change that the attribute's kind knows
-  /// raises "attempting to modify a const instance", and an update of a mirrored object "write-update from
-  /// readonly proxy: " with the attribute's name.
+  /// The same on a constant object: it can be read and walked, and methods that change nothing can be called.
+  /// A change that the attribute's kind supports raises "attempting to modify a const instance", and an
+  /// update of a mirrored object "write-update from readonly proxy: " with the attribute's name.
   void attributeOp(PtrInterface const& object, AttributeId id, AttributeOp op, AttributeOpArgs& args) const;
 
   String8 read(PtrInterface const& object, String8 const& attribute) const;
