@@ -1,24 +1,53 @@
 #include "runtime/NboAttrLogSa.h"
 
+#include <string_view>
+
 #include "runtime/Reflection.h"
 
 namespace Zet::NboAttrLog {
 
-// Messages have numbers of attributes and no names: a copy of another model would take one for another. Types
-// come in the order of their names, so that two programs that link them in another order agree.
-U32 modelFingerprint() {
-  static U32 const made = [] {
-    U32 hash = 0;
-    auto add = [&hash](char const* text) { hash = mixHash(hash ^ String8(text).hash()); };
-    for (ZetType const* type : zetTypes()) {
-      add(type->name);
-      for (AttributeRow const& row : type->rows) {
-        if (row.log == nullptr) continue;
-        for (char const* text : {row.name, row.type, row.keyType}) add(text);
-      }
+namespace {
+
+/// Hashes what gives the bytes of messages their meaning.
+class Fingerprint {
+ public:
+  void add(ZetType const& type) {
+    for (char const* text : {type.name, type.kind, type.base != nullptr ? type.base->name : ""}) add(text);
+    bool const isEnumeration = std::string_view(type.kind) == "enumeration";
+    for (AttributeRow const& row : type.rows) {
+      bool const isCarried = row.log != nullptr || row.kind == AttributeKind::field;
+      if (isCarried || isEnumeration) add(row);
+      if (isEnumeration) add(row.start);
     }
-    return hash;
-  }();
+  }
+  U32 hash() const { return hash_; }
+
+ private:
+  void add(AttributeRow const& row) {
+    add(static_cast<U32>(row.id));
+    add(static_cast<U32>(row.kind));
+    for (char const* text : {row.name, row.type, row.keyType, row.maker}) add(text);
+    if (row.log != nullptr) add(static_cast<U32>(row.log->shape));
+  }
+  void add(char const* text) { add(String8(text).hash()); }
+  void add(U32 number) { hash_ = mixHash(hash_ ^ number); }
+
+  U32 hash_ = 0;
+};
+
+}  // namespace
+
+// Messages have numbers of attributes and no names, and values have no types: a copy of another model would
+// take one for another.
+U32 modelFingerprint(std::span<ZetType const* const> types) {
+  Fingerprint made;
+  for (ZetType const* type : types) made.add(*type);
+  return made.hash();
+}
+
+// Types come in the order of their names, so that two programs that link them in another order agree.
+U32 modelFingerprint() {
+  static U32 const made = modelFingerprint(zetTypes());
   return made;
 }
 

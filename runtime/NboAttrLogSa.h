@@ -58,9 +58,13 @@ enum class Op : U8 { snapshot = 1, value = 2, member = 3, object = 4, del = 5 };
 
 inline constexpr U32 rootId = 1;
 
-/// A number that depends on the names and types of all attributes that the log carries: two programs with the
-/// same number understand each other.
+/// A number that depends on all that gives the bytes of a message their meaning: two programs with the same
+/// number understand each other. It depends on the types with their bases; on the attributes that the log
+/// carries, with number, name, kind, shape, type, key and the parameters of makers; on the fields of value
+/// types; and on the enumerators with their numbers.
 PIMBSR_API U32 modelFingerprint();
+/// That of certain types, in their order.
+PIMBSR_API U32 modelFingerprint(std::span<ZetType const* const> types);
 
 /// The log of one tree of entities: watches it and sends each change. It counts the root, and no other object
 /// of the tree.

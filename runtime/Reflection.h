@@ -57,6 +57,7 @@ struct AttributeRow {
   AttributeKind kind;
   char const* type = "";     ///< of the value or member
   char const* keyType = "";  ///< empty if the attribute isn't indexed
+  char const* maker = "";    ///< parameters of the maker of an owned object, apart from its key
   char const* start = "";    ///< start value as declared; empty is the type's own
   char const* unit = "";     ///< empty if it has none
   char const* range = "";    ///< the text raised for a value out of range; empty if there is no range
