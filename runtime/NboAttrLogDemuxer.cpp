@@ -1,6 +1,7 @@
 #include "runtime/NboAttrLogDemuxer.h"
 
 #include <exception>
+#include <new>
 
 #include "runtime/Reflection.h"
 
@@ -167,8 +168,25 @@ void Demuxer::reset() {
   kept_.clear();
   for (auto& [flow, copy] : copies_) {
     copy.objects.clear();
-    copy.isAsked = copy.isFailed = false;
+    copy.repair = Repair::none;
   }
+}
+
+static constexpr char const* unknownException = "an exception of unknown type";
+
+// The memory for a text may be missing, which must not end the reading.
+void Demuxer::noteError(char const* error) noexcept {
+  try {
+    lastError_ = error;
+  } catch (...) {
+    lastError_.clear();
+  }
+}
+
+void Demuxer::breakChannel(char const* error) noexcept {
+  isBroken_ = true;
+  ++rejected_;
+  noteError(error);
 }
 
 /// Whether a message is whole, or known to be too long. The pieces of one that isn't are gathered without a
@@ -180,10 +198,19 @@ bool Demuxer::beginsWithMessage(std::span<U8 const> bytes) const {
   return length > maxMessage_ || in.left() >= length;
 }
 
-// A setter's handler may bring bytes while a message is applied: they wait in kept_, since the rest of the
-// present ones comes first. Whole messages are read where they are, and a rest alone is copied.
+// Nothing but the memory for bytes can be missing here: what they were is lost then, and with it the framing.
 void Demuxer::bytes(std::span<U8 const> bytes) {
   if (isBroken_) return;
+  try {
+    take(bytes);
+  } catch (std::exception const& e) {
+    breakChannel(e.what());
+  }
+}
+
+// A setter's handler may bring bytes while a message is applied: they wait in kept_, since the rest of the
+// present ones comes first. Whole messages are read where they are, and a rest alone is copied.
+void Demuxer::take(std::span<U8 const> bytes) {
   bool const isFirst = kept_.empty() && !hasNotificationActive();
   if (!isFirst) kept_.insert(kept_.end(), bytes.begin(), bytes.end());
   if (hasNotificationActive() || (!isFirst && !beginsWithMessage(kept_))) return;
@@ -208,9 +235,7 @@ std::size_t Demuxer::takeMessages(std::span<U8 const> bytes) {
     std::size_t const place = in.place();
     U32 const length = get<U32>(in);
     if (length > maxMessage_) {  // no original sends it: where the next message begins is unknown
-      isBroken_ = true;
-      ++rejected_;
-      lastError_ = "message too long";
+      breakChannel("message too long");
       return bytes.size();
     }
     if (in.left() < length) return place;
@@ -219,6 +244,9 @@ std::size_t Demuxer::takeMessages(std::span<U8 const> bytes) {
   return in.place();
 }
 
+// Whatever a message does, those after it are read. A snapshot with an error is not asked for again, since
+// the next one would have it too and the two would go on for ever; one without memory is, but only with a
+// change, so that two programs that lack memory don't keep each other busy.
 void Demuxer::takeMessage(In in) {
   ++messages_;
   U32 flow = 0;
@@ -226,21 +254,28 @@ void Demuxer::takeMessage(In in) {
   try {
     flow = get<U32>(in);
     op = static_cast<Op>(get<U8>(in));
-    U32 const id = get<U32>(in);
-    auto const attribute = get<AttributeId>(in);
-    auto at = copies_.find(flow);
-    bool const isFed = at != copies_.end() && (at->second.object || at->second.readOnly);
-    if (!isFed) throwMalformed("unknown flow");
-    apply(at->second, op, id, attribute, in);
+    takeBody(flow, op, in);
   } catch (RangeException const& e) {
     ++outOfRange_;
-    lastError_ = e.what();
+    noteError(e.what());
+  } catch (std::bad_alloc const& e) {
+    reject(flow, op, e.what(), false);
   } catch (std::exception const& e) {
-    ++rejected_;
-    lastError_ = e.what();
-    auto at = copies_.find(flow);
-    if (at != copies_.end()) ask(flow, at->second, op);
+    reject(flow, op, e.what(), true);
+  } catch (...) {
+    reject(flow, op, unknownException, true);
   }
+}
+
+// Until the snapshot comes that repairs a copy, changes may name objects that are not known here.
+void Demuxer::takeBody(U32 flow, Op op, In in) {
+  U32 const id = get<U32>(in);
+  auto const attribute = get<AttributeId>(in);
+  auto at = copies_.find(flow);
+  bool const isFed = at != copies_.end() && (at->second.object || at->second.readOnly);
+  if (!isFed) throwMalformed("unknown flow");
+  bool const isApplied = op == Op::snapshot || at->second.repair == Repair::none;
+  isApplied ? apply(at->second, op, id, attribute, in) : askIfDue(flow, at->second);
 }
 
 void Demuxer::apply(Copy& copy, Op op, U32 id, AttributeId attribute, In in) {
@@ -249,8 +284,6 @@ void Demuxer::apply(Copy& copy, Op op, U32 id, AttributeId attribute, In in) {
     deserializeAttr(*copy.readOnly, update);
   }
   if (op == Op::snapshot) return takeSnapshot(copy, in);
-  // Until the snapshot comes that was asked for, changes may name objects that are not known here.
-  if (copy.isAsked) return;
   auto at = copy.objects.find(id);
   if (at == copy.objects.end()) throwMalformed("unknown object");
   Ptr<PtrInterface> object = at->second;
@@ -269,17 +302,36 @@ void Demuxer::takeSnapshot(Copy& copy, In in) {
   takeAll(copy.objects, in, [&](Applier& applier) {
     applier.takeContent(*root, in);
     in.needEnd();
-    copy.isAsked = copy.isFailed = false;
+    copy.repair = Repair::none;
   });
 }
 
-// Asks once, since each change fails until the snapshot comes; and not after a snapshot that failed, since
-// the next one would fail as well and the two would go on for ever.
-void Demuxer::ask(U32 flow, Copy& copy, Op op) {
-  if (!copy.object || copy.isAsked || copy.isFailed) return;
-  copy.isAsked = true;
-  copy.isFailed = op == Op::snapshot;
-  if (!copy.isFailed) onSnapshotNeeded(flow);
+// An error before a snapshot comes is of what the snapshot repairs.
+void Demuxer::reject(U32 flow, Op op, char const* error, bool isForGood) noexcept {
+  ++rejected_;
+  noteError(error);
+  auto at = copies_.find(flow);
+  if (at == copies_.end() || !at->second.object) return;
+  Repair& repair = at->second.repair;
+  bool const isSnapshot = op == Op::snapshot;
+  if (isSnapshot || repair == Repair::none) repair = isSnapshot && isForGood ? Repair::failed : Repair::due;
+  if (!isSnapshot) askIfDue(flow, at->second);
+}
+
+// Asks once, since each change fails until the snapshot comes. A host that could not ask is called again with
+// the next change: its exception reaches neither the changes that follow nor who brought the bytes.
+void Demuxer::askIfDue(U32 flow, Copy& copy) noexcept {
+  if (copy.repair != Repair::due) return;
+  copy.repair = Repair::asked;  // before the call, in which the host may let the flow feed another copy
+  try {
+    onSnapshotNeeded(flow);
+    return;
+  } catch (std::exception const& e) {
+    noteError(e.what());
+  } catch (...) {
+    noteError(unknownException);
+  }
+  if (copy.repair == Repair::asked) copy.repair = Repair::due;
 }
 
 }  // namespace Zet::NboAttrLog

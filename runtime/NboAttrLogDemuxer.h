@@ -46,7 +46,7 @@ class PIMBSR_API Demuxer : public PtrInterface {
   void readOnlyIs(U32 flow, Ptr<PtrInterface const> const& object);
 
   /// Takes the next bytes of the channel. From within itself, such as from a handler of a copy, it keeps them
-  /// for the call that is under way.
+  /// for the call that is under way. It raises nothing: a message that can't be kept breaks the channel.
   void bytes(std::span<U8 const> bytes);
   /// Forgets a part of a message and that the channel is broken: for a new one.
   void reset();
@@ -62,25 +62,38 @@ class PIMBSR_API Demuxer : public PtrInterface {
   std::string const& lastError() const { return lastError_; }
 
   /// A copy may differ from its original until a snapshot comes. It is called once until then, and not again
-  /// because of an error in that snapshot.
+  /// because of an error in that snapshot. One that raises is called again with the next change of the flow,
+  /// as is one after a snapshot for which there was no memory.
   virtual void onSnapshotNeeded(U32) {}
 
  private:
+  /// What is done about a copy that may differ from its original. All but `none` ignore changes.
+  enum class Repair : U8 {
+    none,   ///< nothing, it is equal
+    due,    ///< a snapshot is to be asked for with the next change
+    asked,  ///< a snapshot was asked for
+    failed  ///< the last snapshot had an error; none is asked for
+  };
+
   struct Copy {
     Ptr<PtrInterface> object;
     Ptr<PtrInterface const> readOnly;
     Objects objects;
-    bool isAsked = false;   ///< a snapshot is asked for
-    bool isFailed = false;  ///< the last snapshot had an error
+    Repair repair = Repair::none;
   };
 
+  void take(std::span<U8 const> bytes);
   bool beginsWithMessage(std::span<U8 const> bytes) const;
   bool keepRest(std::span<U8 const> bytes);
   std::size_t takeMessages(std::span<U8 const> bytes);
   void takeMessage(In in);
+  void takeBody(U32 flow, Op op, In in);
   void apply(Copy& copy, Op op, U32 id, AttributeId attribute, In in);
   void takeSnapshot(Copy& copy, In in);
-  void ask(U32 flow, Copy& copy, Op op);
+  void reject(U32 flow, Op op, char const* error, bool isForGood) noexcept;
+  void askIfDue(U32 flow, Copy& copy) noexcept;
+  void breakChannel(char const* error) noexcept;
+  void noteError(char const* error) noexcept;
 
   std::size_t maxMessage_;
   std::map<U32, Copy> copies_;

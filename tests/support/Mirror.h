@@ -24,12 +24,16 @@ class Tape : public Zet::MsgChannel {
   std::function<void()> onSend;
 };
 
-/// A demuxer that notes the flows of which it asks a snapshot.
+/// A demuxer that notes the flows of which it asks a snapshot, and then runs a function.
 class AskingDemuxer : public Zet::NboAttrLog::Demuxer {
  public:
   using Demuxer::Demuxer;
-  void onSnapshotNeeded(Zet::U32 flow) override { asked.push_back(flow); }
+  void onSnapshotNeeded(Zet::U32 flow) override {
+    asked.push_back(flow);
+    if (onAsk) onAsk();
+  }
   std::vector<Zet::U32> asked;
+  std::function<void()> onAsk;
 };
 
 /// An entity and its copy, with a log between them.
