@@ -19,21 +19,11 @@ Zet::EnumText const& enumText(RpType) {
   return text;
 }
 
-Zet::ZetType const& RpPriorityRange::fwkType() {
-  return Zet::valueType<RpPriority>("Routing::Pim::RpPriority",
-                                    "Priority of a candidate RP, lower is preferred; 256 means none was set");
-}
+Zet::ZetType const& RpPriorityRange::fwkType() { return Zet::valueType<RpPriority>(name, sentence); }
 
-Zet::ZetType const& RpHashMaskLenRange::fwkType() {
-  return Zet::valueType<RpHashMaskLen>(
-      "Routing::Pim::RpHashMaskLen",
-      "Bits of a group address that go into the choice of an RP; 128 means unknown");
-}
+Zet::ZetType const& RpHashMaskLenRange::fwkType() { return Zet::valueType<RpHashMaskLen>(name, sentence); }
 
-Zet::ZetType const& CrpHoldTimeRange::fwkType() {
-  return Zet::valueType<CrpHoldTime>("Routing::Pim::CrpHoldTime",
-                                     "Seconds for which a candidate RP is kept without a new advertisement");
-}
+Zet::ZetType const& CrpHoldTimeRange::fwkType() { return Zet::valueType<CrpHoldTime>(name, sentence); }
 
 [[maybe_unused]] static bool const areTypesKnown =
     Zet::zetTypeIs(_fwkType(Mode{})) && Zet::zetTypeIs(_fwkType(RpType{})) &&
@@ -182,16 +172,15 @@ std::ostream& operator<<(std::ostream& out, CrpOptions const& options) {
 U32 rhash(CrpOptions const& key) { return Zet::bitReverse(key.hash()); }
 
 Zet::ZetType const& CrpAdvIntervalRange::fwkType() {
-  static constexpr Zet::AttributeRow initial{.id = 1,
-                                             .name = "intervalDefault",
-                                             .kind = Zet::AttributeKind::constant,
-                                             .type = "U32",
-                                             .start = "60",
-                                             .unit = "s",
-                                             .sentence = "The number that it starts with"};
+  static constexpr Zet::AttributeRow initialRow{.id = 1,
+                                                .name = "intervalDefault",
+                                                .kind = Zet::AttributeKind::constant,
+                                                .type = "U32",
+                                                .start = "60",
+                                                .unit = unit,
+                                                .sentence = "The number that it starts with"};
   static_assert(CrpAdvInterval::intervalDefault() == 60);
-  return Zet::valueType<CrpAdvInterval>("Routing::Pim::Bsr::CrpAdvInterval",
-                                        "Seconds between two advertisements of a candidate RP", initial);
+  return Zet::valueType<CrpAdvInterval>(name, sentence, initialRow);
 }
 
 Zet::ZetType const& PimBsrWeight::_fwkType() {

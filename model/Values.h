@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "model/Lanet.h"
+#include "model/Values.zet.h"
 #include "runtime/EnumText.h"
 #include "runtime/Exceptions.h"
 #include "runtime/Export.h"
@@ -17,9 +18,9 @@
 
 namespace Routing::Pim {
 
-/// A whole number with a range, which raises when it is made from a number outside. `Range` gives its bounds,
-/// the number it starts with the text that it raises and its
-/// descriptor. The text form is the decimal number.
+/// A whole number with a range, which raises when it is made from a number outside. `Range`, made from its
+/// declaration, gives its bounds, the number that it starts with, the text that it raises and its descriptor.
+/// The text form is the decimal number.
 template <class Range>
 class Bounded {
  public:
@@ -54,33 +55,12 @@ class Bounded {
   Rep value_ = Range::initial;
 };
 
-struct RpPriorityRange {
-  using Rep = U32;
-  static constexpr S64 low = 0, high = 256;
-  static constexpr Rep initial = 256;
-  static constexpr char const* rangeError = "RpPriority::value < 0 or > 256 not allowed";
-  static PIMBSR_API Zet::ZetType const& fwkType();
-};
 /// Priority of a candidate RP, lower is preferred. 256, above what a message can carry, means none was set.
 using RpPriority = Bounded<RpPriorityRange>;
 
-struct RpHashMaskLenRange {
-  using Rep = U32;
-  static constexpr S64 low = 0, high = 128;
-  static constexpr Rep initial = 0;
-  static constexpr char const* rangeError = "RpHashMaskLen::value < 0 or > 128 not allowed";
-  static PIMBSR_API Zet::ZetType const& fwkType();
-};
 /// Bits of a group address that go into the choice of an RP (RFC 5059 section 4.1). 128 means unknown.
 using RpHashMaskLen = Bounded<RpHashMaskLenRange>;
 
-struct CrpHoldTimeRange {
-  using Rep = U16;
-  static constexpr S64 low = 0, high = 40958;
-  static constexpr Rep initial = 0;
-  static constexpr char const* rangeError = "CrpHoldTime::value < 0 or > 40958 not allowed";
-  static PIMBSR_API Zet::ZetType const& fwkType();
-};
 /// Seconds for which a candidate RP is kept without a new advertisement; 0 withdraws it.
 using CrpHoldTime = Bounded<CrpHoldTimeRange>;
 
@@ -138,13 +118,6 @@ ZET_ENUM_TEXT(BsrCandidateState)
 enum class BsrNonCandidateState : U32 { noInfo = 0, acceptAny = 1, acceptPreferred = 2 };
 ZET_ENUM_TEXT(BsrNonCandidateState)
 
-struct CrpAdvIntervalRange {
-  using Rep = U32;
-  static constexpr S64 low = 1, high = 16383;
-  static constexpr Rep initial = 60;
-  static constexpr char const* rangeError = "CrpAdvInterval::value < 1 or > 16383 not allowed";
-  static PIMBSR_API Zet::ZetType const& fwkType();
-};
 /// Seconds between two advertisements of a candidate RP.
 class PIMBSR_API CrpAdvInterval : public Bounded<CrpAdvIntervalRange> {
  public:

@@ -5,12 +5,14 @@ import os
 import sys
 from pathlib import Path
 
+import bounded
 import config
 import config_emit
 import reasons
 from check import Model
-from emit import emit_file, emit_reference, in_namespaces
+from emit import emit_file, in_namespaces
 from parse import ZetError, parse
+from reference import emit_reference
 from view import Views
 from view_emit import ViewEmitter
 
@@ -37,6 +39,8 @@ def main():
             made = config_emit.emit_file(tables, file, in_namespaces)
         elif reasons.is_declared_in(file):
             made = reasons.emit_file(file, in_namespaces)
+        elif bounded.is_declared_in(file):
+            made = bounded.emit_file(file, in_namespaces)
         elif views.is_declared_in(file):
             made = views.emit_file(file)
         else:

@@ -1,5 +1,6 @@
 """Finds what a declaration refers to, and reports what does not fit together."""
 
+import bounded
 from parse import ZetError
 
 TIMER = "Kiv::TimerWheel"
@@ -12,6 +13,7 @@ class Model:
 
     def __init__(self, files):
         self.files = files
+        self.bounded = bounded.all_of(files)
         self.classes = {}
         for made in (c for file in files for c in file.classes):
             one = self.classes.setdefault(made.qualified, made)
@@ -22,10 +24,20 @@ class Model:
 
     # Questions
 
-    def find(self, name, namespace):
-        """The class that a name means inside a namespace, or None."""
-        found = self.classes.get(f"{namespace}::{name}" if namespace else name)
-        return found if found or not namespace else self.find(name, namespace.rpartition("::")[0])
+    def find(self, name, namespace, among=None):
+        """The class that a name means inside a namespace, or None. `among` are others than the classes."""
+        among = self.classes if among is None else among
+        found = among.get(f"{namespace}::{name}" if namespace else name)
+        return found if found or not namespace else self.find(name, namespace.rpartition("::")[0], among)
+
+    def facts(self, a, made):
+        """Default, range and unit of an attribute, those of its type where it declares none. The range is
+        least, most and text, or empty."""
+        of_type = self.find(a.type.name, made.namespace, self.bounded)
+        if not of_type:
+            return a.start, a.range, a.unit
+        start = a.start or (of_type.start if a.kind in ("value", "counter") else "")
+        return start, a.range or (of_type.low, of_type.high, of_type.text), a.unit or of_type.unit
 
     def base(self, made):
         return self.find(made.base, made.namespace) if made.base else None

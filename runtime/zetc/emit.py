@@ -3,7 +3,7 @@
 import re
 from string import Template
 
-from check import NOTIFYING, INDEXED
+from check import NOTIFYING
 from names import by_ref, commas, cpp, upper
 from rows import rows
 
@@ -510,35 +510,3 @@ def emit_file(model, file):
         header.append((made.namespace, declared))
         source.append((made.namespace, defined))
     return in_namespaces(header), in_namespaces(source)
-
-
-def reference_row(name, kind, type_, start="", range_="", unit="", doc=""):
-    return f"| `{name}` | {kind} | {type_} | {start} | {range_} | {unit} | {doc} |"
-
-
-def reference_rows(model, made):
-    """A line for each attribute of a class, in the order of their numbers."""
-    for a in made.attributes:
-        shown = f"`{a.type.name}`" + (f" by `{a.key.name}`" if a.key else "")
-        bounds = " to ".join(a.range[:2])
-        start = f"`{a.start}`" if a.start else ""
-        yield reference_row(a.name, a.kind, shown, start, bounds, a.unit, a.doc)
-        if a.reflected:
-            doc = f"What follows a write of {a.name} by name"
-            yield reference_row(a.reflected, "method", "`void`", doc=doc)
-    for r in model.reactor_rows(made):
-        yield reference_row(r.name, r.kind, f"`{r.type.name}`", doc=r.doc)
-
-
-def emit_reference(model):
-    """One page that lists every class with its attributes."""
-    lines = ["# The model", "", "Every declared class and its attributes, made from the declarations. All "
-             "entities have `isNondestructing`", "too, those with a key `fwkKey`, and all machines "
-             "`zetFwkActivity`.", ""]
-    for made in sorted(model.classes.values(), key=lambda c: c.qualified):
-        lines += [f"## {made.qualified}", "", f"{made.kind.capitalize()}. {made.doc}", ""]
-        rows_ = list(reference_rows(model, made))
-        if rows_:
-            lines += ["| attribute | kind | type | default | range | unit | meaning |",
-                      "|---|---|---|---|---|---|---|", *rows_, ""]
-    return "\n".join(lines)

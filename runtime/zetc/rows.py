@@ -85,10 +85,11 @@ def row(model, made, a):
     key = model.key_type(a, made)
     indexed = cpp(key) if key else "Zet::U32" if a.kind in ("queue", "array") else ""
     parameters = model.parameters(a, made) if a.kind in ("single", "members") else []
+    start, range_, unit = model.facts(a, made)
     texts = {"type": a.type.name, "keyType": indexed,
              "maker": commas(f"{p.name} : {p.type.name}" for p in parameters),
-             "start": a.start.strip('"'), "unit": a.unit,
-             "range": a.range[2].strip('"') if a.range else "", "sentence": a.doc}
+             "start": start.strip('"'), "unit": unit,
+             "range": range_[2].strip('"') if range_ else "", "sentence": a.doc}
     return fields_of(f"attr{upper(a.name)}", a.name, KINDS.get(a.kind, a.kind), texts,
                      operations(model, made, a, key), log_form(model, made, a, key))
 

@@ -102,7 +102,7 @@ def has_name(path, name):
         suite, test = (re.escape(part) for part in name.split("."))
         pattern = rf"^TEST(_F|_P)?\({suite},\s*{test}\)"
     elif path.suffix == ".zet":
-        pattern = rf"^ *(const|counter|members|method|pointer|value|values|watch) {word}\b"
+        pattern = rf"^ *(bounded|const|counter|members|method|pointer|value|values|watch) {word}\b"
     else:
         pattern = rf"\b{word}\(|\b(class|struct) (PIMBSR_API )?{word}\b"
     return re.search(pattern, path.read_text(), re.M) is not None

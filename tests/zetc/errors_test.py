@@ -12,7 +12,8 @@ import unittest
 
 import support
 
-import check  # noqa: E402  found by support
+import bounded  # noqa: E402  found by support
+import check
 import config
 import parse
 import reasons
@@ -44,7 +45,7 @@ def error_of(text):
 
 def places_of_errors():
     """(file, first line, last line) of each call in the generator that can raise an error."""
-    for module in (parse, check, config, reasons, view):
+    for module in (parse, bounded, check, config, reasons, view):
         for node in ast.walk(ast.parse(pathlib.Path(module.__file__).read_text(encoding="utf-8"))):
             if isinstance(node, ast.Call):
                 called = getattr(node.func, "attr", None) or getattr(node.func, "id", None)

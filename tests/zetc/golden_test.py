@@ -11,7 +11,7 @@ import unittest
 import support
 
 GOLDEN = support.HERE / "golden"
-SAMPLES = ("Lamp", "Dimmer", "House", "Settings", "Darkness", "Bill")
+SAMPLES = ("Lamp", "Dimmer", "House", "Settings", "Darkness", "Bill", "Percent", "Scale")
 
 
 def generated():
