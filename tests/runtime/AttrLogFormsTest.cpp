@@ -141,6 +141,12 @@ TEST(AttrLogForms, EveryPrefixOfAFormIsRejectedAndNothingIsReadPastTheEnd) {
   roundTrip(Bsr::PimBsrErrorCounters());
   roundTrip(Bsr::CrpOptions(addr("10.0.0.1"), 256));
   roundTrip(Pim::CrpHoldTime(150));
+  roundTrip(Pim::RpPriority(256));
+  roundTrip(Pim::RpHashMaskLen(128));
+  roundTrip(Lanet::IpAddr::fromHost(0x0a000001));
+  roundTrip(Lanet::IpGenAddr());
+  roundTrip(addr("10.1.2.3"));
+  roundTrip(Acl::UniqueId(7));
   roundTrip(Lanet::Prefix::parse("10.0.0.0/8"));
   roundTrip(Lanet::Ip6Addr::parse("::1"));
   roundTrip(prefix("2001:db8::/32"));
@@ -176,6 +182,60 @@ TEST(AttrLogForms, EveryValueOfASmallTypeReadsBack) {
     ASSERT_EQ(rangeError([&] { read<Bsr::Scope>(form(number)); }),
               number < 2 ? "no RangeException" : "Scope");
   }
+}
+
+/// Each enumerator has the form of its number, of which every prefix is rejected; no other number is one.
+template <class E>
+void expectEnumerators(char const* name) {
+  auto const count = static_cast<U32>(enumText(E{}).names.size());
+  for (U32 number = 0; number < count; ++number) {
+    EXPECT_EQ(read<E>(form(number)), static_cast<E>(number)) << name;
+    roundTrip(static_cast<E>(number));
+  }
+  for (U32 number : {count, count + 1, 0xffu, 0x100u, 0x01000000u, 0x7fffffffu, 0x80000000u, 0xffffffffu}) {
+    EXPECT_EQ(rangeError([&] { read<E>(form(number)); }), name) << number;
+  }
+}
+
+TEST(AttrLogForms, EveryEnumeratorIsReadAndNoOtherNumber) {
+  expectEnumerators<Pim::Mode>("Mode");
+  expectEnumerators<Pim::RpType>("RpType");
+  expectEnumerators<Bsr::Scope>("Scope");
+  expectEnumerators<Bsr::BsrCandidateState>("BsrCandidateState");
+  expectEnumerators<Bsr::BsrNonCandidateState>("BsrNonCandidateState");
+  expectEnumerators<Lanet::AddressFamily>("AddressFamily");
+  expectEnumerators<Acl::Action>("Action");
+}
+
+TEST(AttrLogForms, EveryValueOfOneByteIsReadAndEveryPrefixOfItRejected) {
+  for (U32 byte = 0; byte < 0x100; ++byte) {
+    roundTrip(static_cast<U8>(byte));
+    roundTrip(Pim::Packet::GroupFlags(static_cast<U8>(byte)));
+    EXPECT_EQ(form(Pim::Packet::GroupFlags(static_cast<U8>(byte))), Bytes{static_cast<U8>(byte)});
+  }
+}
+
+/// Each value of a number with a range reads back, and the next numbers and the ends of its width don't.
+template <class T, class Range>
+void expectRange() {
+  for (Zet::S64 number = Range::low; number <= Range::high; ++number) {
+    ASSERT_EQ(read<T>(form(T(static_cast<U32>(number)))), T(static_cast<U32>(number)));
+  }
+  roundTrip(T(static_cast<U32>(Range::low)));
+  roundTrip(T(static_cast<U32>(Range::high)));
+  using Rep = typename Range::Rep;
+  std::vector<Rep> outside{static_cast<Rep>(Range::high + 1), std::numeric_limits<Rep>::max()};
+  if (Range::low > 0) outside.push_back(static_cast<Rep>(Range::low - 1));
+  for (Rep number : outside) {
+    EXPECT_EQ(rangeError([&] { read<T>(form(number)); }), Range::rangeError) << number;
+  }
+}
+
+TEST(AttrLogForms, EveryNumberOfARangeIsReadAndTheNextOnesAreNot) {
+  expectRange<Pim::RpPriority, Pim::RpPriorityRange>();
+  expectRange<Pim::RpHashMaskLen, Pim::RpHashMaskLenRange>();
+  expectRange<Pim::CrpHoldTime, Pim::CrpHoldTimeRange>();
+  expectRange<Bsr::CrpAdvInterval, Bsr::CrpAdvIntervalRange>();
 }
 
 TEST(AttrLogForms, BothEndsOfARangeAreTakenAndTheNextNumberIsNot) {

@@ -219,6 +219,36 @@ TEST_F(AttrLog, ARejectedValueThatStaysStoredComesWithTheNextSnapshotAndIsNoGap)
   EXPECT_EQ(configs.copy->szTimeout(), 500u) << "what follows in the snapshot is taken";
 }
 
+TEST_F(AttrLog, IsNondestructingNotifiesNoOneAndComesWithTheNextSnapshot) {
+  auto candidate = status->cbsrIs(zone);
+  mirror.sync();
+  status->isNondestructingIs(true);
+  candidate->isNondestructingIs(true);
+  mirror.sync();
+  EXPECT_EQ(mirror.messages(), 0u);
+  EXPECT_FALSE(copy.isNondestructing());
+  for (int snapshot = 1; snapshot <= 2; ++snapshot) {
+    mirror.out->snapshotIs();
+    mirror.sync();
+    EXPECT_TRUE(copy.isNondestructing()) << snapshot;
+    EXPECT_TRUE(copy.cbsr(zone)->isNondestructing()) << snapshot;
+  }
+  status->isNondestructingIs(false);
+  mirror.out->snapshotIs();
+  mirror.sync();
+  EXPECT_FALSE(copy.isNondestructing());
+  EXPECT_TRUE(copy.cbsr(zone)->isNondestructing());
+}
+
+TEST_F(AttrLog, IsNondestructingOfANewMemberComesWithIt) {
+  auto watcher = watch();
+  logLast();
+  watcher->onCandidate = [&] { status->cbsr(zone)->isNondestructingIs(true); };
+  status->cbsrIs(zone);
+  mirror.sync();
+  EXPECT_TRUE(copy.cbsr(zone)->isNondestructing());
+}
+
 TEST_F(AttrLog, TheLogOfAMemberThatHasGoneSendsNothing) {
   auto candidate = status->cbsrIs(zone);
   mirror.sync();
