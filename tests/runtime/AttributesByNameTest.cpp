@@ -1,19 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <limits>
 #include <map>
-#include <regex>
 #include <set>
 #include <string>
-#include <vector>
 
-#include "config/ConfigRecords.h"
-#include "model/Acl.h"
-#include "model/MessageCounters.h"
-#include "model/TrieGen.h"
-#include "protocol/Fragments.h"
+#include "model/AclValues.h"
 #include "runtime/Reflection.h"
+#include "tests/runtime/ModelSamples.h"
 #include "tests/support/ConfigEngine.h"
 #include "tests/support/CrpEngine.h"
 #include "tests/support/RangeError.h"
@@ -36,158 +30,6 @@ using Zet::U32;
 using Zet::U64;
 using Zet::U8;
 using Zet::ZetType;
-using Objects = std::vector<Ptr<PtrInterface>>;
-using Texts = std::vector<String8>;
-
-// Values ----------------------------------------------------------------------------------------------
-
-template <class T>
-Texts textsOf(std::vector<T> const& values) {
-  Texts texts;
-  for (T const& value : values) texts.push_back(Zet::strep(value));
-  return texts;
-}
-template <class T>
-Texts ends() {
-  return textsOf<T>({0, std::numeric_limits<T>::max()});
-}
-
-/// A name without its namespaces.
-std::string bareName(std::string const& type) { return type.substr(type.find_last_of(':') + 1); }
-
-/// Texts of values of each type, both ends of its range among them.
-std::map<std::string, Texts> const& sampleTexts() {
-  using Lanet::IpGenAddr, Lanet::IpGenPrefix, Lanet::IntfId;
-  Bsr::PimBsrErrorCounters most;
-  most.rxFilter = most.rxNbrRpfCheck = most.rxNoForwardBsm = most.rxUnicastBsm = 0xffffffff;
-  most.rxScopeMismatch = most.rxInvalid = 0xffffffff;
-  String8 const odd("it's [a/b]\\\n\xff");
-  static std::map<std::string, Texts> const samples{
-      {"bool", {"True", "False"}},
-      {"U8", ends<U8>()},
-      {"U16", ends<U16>()},
-      {"U32", ends<U32>()},
-      {"U64", ends<U64>()},
-      {"double", textsOf<double>({0, 0.1, -2.5, std::numeric_limits<double>::max(),
-                                  std::numeric_limits<double>::infinity()})},
-      {"String8", textsOf<String8>({"", odd})},
-      {"Name", textsOf<String8>({"", odd})},
-      {"IpAddr", textsOf<Lanet::IpAddr>({{}, Lanet::IpAddr::fromHost(0xffffffff)})},
-      {"IpGenAddr", textsOf<IpGenAddr>({{}, addr("10.1.2.3"), addr("2001:db8::ff")})},
-      {"IpGenPrefix", textsOf<IpGenPrefix>({{}, prefix("0.0.0.0/0"), prefix("239.1.2.3/32")})},
-      {"IntfId", textsOf<IntfId>({{}, IntfId(odd)})},
-      {"RpPriority", textsOf<Routing::Pim::RpPriority>({0, 256})},
-      {"RpHashMaskLen", textsOf<Routing::Pim::RpHashMaskLen>({0, 128})},
-      {"CrpHoldTime", textsOf<Routing::Pim::CrpHoldTime>({0, 40958})},
-      {"CrpAdvInterval", textsOf<Bsr::CrpAdvInterval>({1, 16383})},
-      {"GroupFlags", textsOf<Packet::GroupFlags>({0, 0xff})},
-      {"PimBsrErrorCounters", textsOf<Bsr::PimBsrErrorCounters>({{}, most})},
-      {"UniqueId", textsOf<Acl::UniqueId>({Acl::UniqueId(0), Acl::UniqueId(~U64{0})})},
-      {"IpFilter", textsOf<Acl::IpFilter>({{}, aclRule("permit 10.0.0.0/8").filter})},
-      {"IpRuleConfig",
-       textsOf<Acl::IpRuleConfig>({aclRule("permit 10.0.0.0/8"), aclRule("deny 0.0.0.0/0")})}};
-  return samples;
-}
-
-/// Texts of values of a type; of an enumeration every name.
-Texts samplesOf(std::string const& type) {
-  auto found = sampleTexts().find(bareName(type));
-  if (found != sampleTexts().end()) return found->second;
-  Texts names;
-  for (ZetType const* each : Zet::zetTypes()) {
-    if (std::string(each->kind) != "enumeration" || bareName(each->name) != bareName(type)) continue;
-    for (AttributeRow const& row : each->rows) names.push_back(Zet::strep(String8(row.name)));
-  }
-  EXPECT_FALSE(names.empty()) << "no value of " << type;
-  return names;
-}
-
-// Objects ---------------------------------------------------------------------------------------------
-
-/// One object of each entity and record.
-Objects everyRecord() {
-  namespace IO = Routing::Pim::IO;
-  auto const zone = prefix("239.0.0.0/8");
-  auto const host = addr("10.0.0.1");
-  auto const eth = intf("eth0");
-  return {Acl::aclSubConfigFactory(),
-          Acl::aclConfigFactory("a"),
-          Acl::aclTypeConfigFactory("ip"),
-          Bsr::intfConfigFactory("eth0"),
-          Bsr::bsrCandidateGroupFactory(zone),
-          Bsr::bsrCandidateAclFactory("a"),
-          Bsr::bsrCandidateConfigFactory("eth0", eth),
-          Bsr::rpCandidateAclEntryOptionsFactory("a"),
-          Bsr::rpCandidateConfigFactory("eth0", eth),
-          Bsr::configFactory("bsr"),
-          Bsr::clearConfigFactory("bsr"),
-          Bsr::pimBsrCountersFactory("bsr"),
-          IO::messageInfoFactory(),
-          IO::pamCounterFactory(),
-          IO::pamManagerFactory(),
-          Interface::intfStatusFactory(eth),
-          Interface::allIntfStatusDirFactory("all"),
-          Routing::Pim::Slosh::messageCountersFactory("pim"),
-          Bsr::pimBsmStatusFactory(),
-          Bsr::pimCrpMsgStatusFactory(),
-          Packet::messageFactory(),
-          Packet::bootstrapRpDataFactory(host),
-          Packet::bootstrapGroupDataFactory(zone),
-          Packet::bootstrapOptionalDataFactory(),
-          Packet::bootstrapMessageFactory(),
-          Packet::crpGroupInfoFactory(zone),
-          Packet::crpGroupDataFactory(),
-          Packet::crpAdvMessageFactory(),
-          Routing::Pim::neighborFactory(host),
-          Routing::Pim::intfFactory(eth),
-          Routing::Pim::statusFactory("pim"),
-          Routing::Pim::rpCandidateFactory(host),
-          Routing::Pim::rpCandidateSetFactory(zone),
-          Routing::Pim::rpCandidateStatusFactory("set"),
-          Ip::SourceIntf::sourceIntfFactory(eth),
-          Ip::SourceIntf::sourceIntfSmFactory(),
-          Bsr::bsrCandidateFactory(zone),
-          Bsr::rpCandidateGroupEntryOptionsFactory(zone),
-          Bsr::rpCandidateFactory(host),
-          Bsr::electedBsrStatusFactory(zone),
-          Bsr::pimBsrBorderFactory("239.0.0.0/8", zone),
-          Bsr::pimBsrRpCandidateStatusFactory("zone", zone),
-          Bsr::rpCandidatePrefixSetFactory(zone),
-          Bsr::statusFactory("bsr"),
-          Routing::trieGenFactory("trie", Lanet::AddressFamily::ipv4),
-          Bsr::bsrConfigAclFactory("a"),
-          Bsr::bsrBorderPrefixRefCountFactory(eth),
-          Bsr::bsrCandidatePrefixRefCountFactory(eth),
-          Bsr::rpCandidatePrefixRefCountFactory(eth),
-          Bsr::pimBsrRxFragmentFactory(zone),
-          Bsr::pimBsrRxFragmentsFactory(7),
-          Bsr::pimBsrTxFragmentFactory(),
-          Bsr::pimBsrTxFragmentsFactory(1500)};
-}
-
-bool isOfKind(ZetType const& type, std::string const& kind) {
-  return type.kind == kind && bareName(type.name) != "Entity" && bareName(type.name) != "Machine";
-}
-
-std::set<std::string> namesOfKind(std::string const& kind) {
-  std::set<std::string> names;
-  for (ZetType const* type : Zet::zetTypes()) {
-    if (isOfKind(*type, kind)) names.insert(type->name);
-  }
-  return names;
-}
-
-/// The rows of an object, those of its bases first.
-void addRows(ZetType const& type, std::vector<AttributeRow const*>& rows) {
-  if (type.base != nullptr) addRows(*type.base, rows);
-  for (AttributeRow const& row : type.rows) rows.push_back(&row);
-}
-std::vector<AttributeRow const*> rowsOf(PtrInterface const& object) {
-  std::vector<AttributeRow const*> rows;
-  addRows(object.fwkType(), rows);
-  return rows;
-}
-
 // Writing ---------------------------------------------------------------------------------------------
 
 bool isValue(AttributeRow const& row) {
@@ -201,19 +43,10 @@ void expectReadsBack(PtrInterface& object, AttributeRow const& row, String8 cons
   EXPECT_EQ(byName.read(object, row.name), text) << object.fwkType().name << "::" << row.name;
 }
 
-/// The bound in the text of a range: a number, or a constant of the class by its name.
-U64 boundOf(PtrInterface const& object, std::string const& text) {
-  if (std::isdigit(static_cast<unsigned char>(text[0])) != 0) return std::stoull(text, nullptr, 0);
-  String8 const number = GenericIf(object.fwkType()).read(object, String8(bareName(text)));
-  return std::stoull(std::string(number.view()));
-}
-
 /// Both ends of a range are taken; the next numbers are not, with the text of the range.
 void expectRange(PtrInterface& object, AttributeRow const& row) {
-  std::smatch parts;
   std::string const text = row.range;
-  ASSERT_TRUE(std::regex_search(text, parts, std::regex("< (\\S+) or > (\\w+) not allowed"))) << text;
-  U64 const low = boundOf(object, parts[1]), high = boundOf(object, parts[2]);
+  auto const [low, high] = rangeOf(object, row);
   GenericIf const byName(object.fwkType());
   auto write = [&](U64 number) { byName.write(object, row.name, Zet::strep(number)); };
   for (U64 end : {low, high}) expectReadsBack(object, row, Zet::strep(end));
@@ -357,30 +190,65 @@ void MachinesByName::gatherMembers(PtrInterface const& object, AttributeRow cons
   for (auto const& [key, text] : membersOf(object, row)) gather(row.member(object, String8(key)));
 }
 
-TEST_F(MachinesByName, EveryValueOfAMachineIsWrittenAsItReadsAndReadsTheSame) {
+/// Another value of a type than one.
+String8 otherThan(String8 const& value, std::string const& type) {
+  SampleTexts const samples = samplesOf(type);
+  auto const found =
+      std::find_if(samples.begin(), samples.end(), [&](auto& text) { return !(text == value); });
+  EXPECT_NE(found, samples.end()) << type;
+  return *found;
+}
+
+/// A value reads as it was written: as it is, as another one, and as it was. Returns whether it was written.
+bool expectReadsBackChanged(PtrInterface& machine, AttributeRow const& row) {
+  String8 const before = GenericIf(machine.fwkType()).read(machine, row.name);
+  for (String8 const& text : {before, otherThan(before, row.type), before}) {
+    expectReadsBack(machine, row, text);
+  }
+  return true;
+}
+
+/// The same of the value under each key. Returns how many there are.
+int expectMembersReadBackChanged(PtrInterface& machine, AttributeRow const& row) {
+  GenericIf const byName(machine.fwkType());
+  auto const members = membersOf(machine, row);
+  for (auto const& [key, before] : members) {
+    for (String8 const& text : {before, otherThan(before, row.type), before}) {
+      byName.write(machine, row.name, String8(key), text);
+      EXPECT_EQ(byName.read(machine, row.name, String8(key)), text) << row.name;
+    }
+  }
+  return static_cast<int>(members.size());
+}
+
+TEST_F(MachinesByName, EveryValueOfAMachineReadsAsItWasWrittenAlsoWhereItIsAnother) {
   for (Ptr<PtrInterface> const& root : Objects{engine.root, engine.gate, engine.crpGate, config.machine})
     gather(root);
   std::set<std::string> seen;
-  std::size_t written = 0;
+  int written = 0;
   for (Ptr<PtrInterface> const& machine : machines) {
     seen.insert(machine->fwkType().name);
-    GenericIf const byName(machine->fwkType());
     for (AttributeRow const* row : rowsOf(*machine)) {
       if (row->write == nullptr || row->read == nullptr) continue;
-      if (isValue(*row)) {
-        expectReadsBack(*machine, *row, byName.read(*machine, row->name));
-        ++written;
-      } else if (row->kind == AttributeKind::values) {
-        for (auto const& [key, text] : membersOf(*machine, *row)) {
-          byName.write(*machine, row->name, String8(key), text);
-          EXPECT_EQ(byName.read(*machine, row->name, String8(key)), text) << row->name;
-          ++written;
-        }
-      }
+      if (isValue(*row)) written += expectReadsBackChanged(*machine, *row);
+      if (row->kind == AttributeKind::values) written += expectMembersReadBackChanged(*machine, *row);
     }
   }
   EXPECT_EQ(seen, namesOfKind("machine"));
-  EXPECT_GT(written, 20u);
+  EXPECT_GT(written, 20);
+}
+
+TEST_F(MachinesByName, AValueThatAMachineHasChangedReadsAsTheAccessorGivesIt) {
+  Bsr::PimBsrSm::GenericIf_ const rootIf;
+  EXPECT_EQ(rootIf.read(*engine.root, "initialized"), "True");
+  engine.root->fragmentIntervalIs(33);
+  EXPECT_EQ(rootIf.read(*engine.root, "fragmentInterval"), "33");
+  auto machine = engine.root->candidateSm(prefix("239.0.0.0/8"));
+  ASSERT_TRUE(machine);
+  Bsr::BsrCandidateSm::GenericIf_ const candidateIf;
+  EXPECT_EQ(candidateIf.read(*machine, "state"), "'eBsr'");
+  machine->stateIs(Bsr::BsrCandidateState::cBsr);
+  EXPECT_EQ(candidateIf.read(*machine, "state"), "'cBsr'");
 }
 
 // Value types -----------------------------------------------------------------------------------------
