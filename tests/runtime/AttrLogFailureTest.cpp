@@ -5,6 +5,7 @@
 
 #include "model/Config.h"
 #include "model/Status.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Messages.h"
 #include "tests/support/Mirror.h"
 #include "tests/support/TestContext.h"
@@ -17,6 +18,7 @@ namespace Bsr = Routing::Pim::Bsr;
 using Bsr::Status;
 using Zet::Ptr;
 using Zet::U32;
+using Zet::U64;
 using Bytes = std::vector<Zet::U8>;
 using Flows = std::vector<U32>;
 
@@ -135,6 +137,130 @@ TEST_F(AttrLogFailure, AHostThatRaisesInTheSettersCallReachesNeitherTheSetterNor
   EXPECT_EQ(Zet::Context::current().notificationExceptions(), 0u);
   EXPECT_EQ(mirror.out->failures(), 0u) << "the channel has taken the bytes";
   EXPECT_EQ(mirror.demuxer->asked.size(), 1u);
+}
+
+// Memory is missing -------------------------------------------------------------------------------------
+
+/// Counts what a watcher beside the log hears.
+class Hearing : public Status::NotifieeConst {
+ public:
+  void onBsTimeout() override { ++heard; }
+  void onCbsr(Lanet::IpGenPrefix const&) override { ++heard; }
+  int heard = 0;
+};
+
+/// Carries out an attempt with each number of a failing allocation, until none fails any more.
+int forEachFailure(std::function<bool(int)> const& attempt) {
+  int number = 1;
+  while (attempt(number)) {
+    if (++number < 1000) continue;
+    ADD_FAILURE() << "allocations go on failing";
+    break;
+  }
+  return number - 1;
+}
+
+TEST_F(AttrLogFailure, ALogWithoutMemoryReachesNeitherTheSetterNorOtherWatchers) {
+  auto hearing = Zet::make<Hearing>();
+  hearing->notifierIs(Ptr<Status const>(status));
+  int const failed = forEachFailure([&](int number) {
+    // A second log, whose buffers are empty: there is one before the other watcher and one after it.
+    Mirror<Status> fresh(status, Bsr::statusFactory("bsr"));
+    status->cbsrIs(zone);
+    fresh.sync();
+    hearing->heard = 0;
+    U64 const before = mirror.out->failures() + fresh.out->failures();
+    bool hasFailed = false;
+    {
+      FailingAllocation failing(number);
+      for (U32 i = 1; i <= 100; ++i)
+        EXPECT_NO_THROW(status->bsTimeoutIs(1000 * static_cast<U32>(number) + i));
+      EXPECT_NO_THROW(status->cbsrDel(zone));
+      hasFailed = failing.hasFailed();
+    }
+    EXPECT_EQ(hearing->heard, 101);
+    EXPECT_EQ(Zet::Context::current().notificationExceptions(), 0u);
+    EXPECT_EQ(mirror.out->failures() + fresh.out->failures(), before + hasFailed);
+    fresh.sync();
+    mirror.sync();
+    EXPECT_TRUE(fresh.isEqual() && mirror.isEqual()) << number;
+    return hasFailed;
+  });
+  EXPECT_GT(failed, 3);
+}
+
+TEST_F(AttrLogFailure, AFlushWithoutMemoryIsMadeGoodByASnapshot) {
+  for (bool isWhole : {false, true}) {
+    int const failed = forEachFailure([&](int number) {
+      status->cbsrIs(zone)->priorityIs(static_cast<Zet::U16>(number));
+      status->zoneAclIs("acl", intf("eth0"));
+      if (isWhole) mirror.out->snapshotIs();
+      bool hasFailed = false;
+      {
+        FailingAllocation failing(number);
+        EXPECT_NO_THROW(mirror.out->flush());
+        hasFailed = failing.hasFailed();
+      }
+      mirror.demuxer->bytes(std::exchange(mirror.tape->bytes, {}));
+      mirror.sync();
+      EXPECT_TRUE(mirror.isEqual()) << number;
+      mirror.tape->bytes.clear();
+      status->cbsrDel(zone);
+      return hasFailed;
+    });
+    EXPECT_GT(failed, 0) << isWhole;
+  }
+  EXPECT_TRUE(mirror.demuxer->asked.empty());
+}
+
+/// Brings bytes of which one allocation fails; then a change, and the snapshot if it is asked for. Returns
+/// whether one has failed.
+bool bringAndRepair(Mirror<Status>& mirror, Bytes const& bytes, int number) {
+  bool hasFailed = false;
+  {
+    FailingAllocation failing(number);
+    EXPECT_NO_THROW(mirror.demuxer->bytes(bytes));
+    hasFailed = failing.hasFailed();
+  }
+  if (mirror.demuxer->isBroken()) {
+    mirror.demuxer->reset();
+    mirror.out->snapshotIs();
+  }
+  mirror.source->bsTimeoutIs(mirror.source->bsTimeout() + 1);
+  mirror.sync();
+  if (!mirror.demuxer->asked.empty()) mirror.out->snapshotIs();
+  mirror.demuxer->asked.clear();
+  mirror.sync();
+  return hasFailed;
+}
+
+TEST_F(AttrLogFailure, AReaderWithoutMemoryIsMadeGoodByASnapshotForWhichTheNextChangeAsks) {
+  for (bool isWhole : {false, true}) {
+    for (bool isCut : {false, true}) {
+      int const failed = forEachFailure([&](int number) {
+        status->cbsrIs(prefix("239.1.0.0/16"))->priorityIs(static_cast<Zet::U16>(number));
+        status->zoneAclIs("acl", intf("eth" + std::to_string(number)));
+        status->countersIs("a name that needs memory of its own")->rxInc(1);
+        if (isWhole) mirror.out->snapshotIs();
+        mirror.tape->bytes.clear();
+        mirror.out->flush();
+        Bytes bytes = mirror.tape->bytes;
+        if (isCut) bytes.resize(bytes.size() - 3);  // the rest is lost
+        bool const hasFailed = bringAndRepair(mirror, bytes, number);
+        if (isCut) {
+          mirror.demuxer->reset();
+          mirror.out->snapshotIs();
+          mirror.sync();
+        }
+        EXPECT_TRUE(mirror.isEqual()) << number << "\n" << logged(*mirror.copy);
+        status->cbsrDelAll();
+        status->countersDel();
+        mirror.sync();
+        return hasFailed;
+      });
+      EXPECT_GT(failed, isCut ? 0 : 3) << isWhole << isCut;
+    }
+  }
 }
 
 }  // namespace

@@ -13,4 +13,16 @@ int allocationsOf(Action const& action) {
   return allocationCount() - before;
 }
 
+/// Lets one allocation by operator new fail in the lifetime of this object: the one of this number, counted
+/// from 1.
+class FailingAllocation {
+ public:
+  explicit FailingAllocation(int number);
+  ~FailingAllocation();
+  FailingAllocation(FailingAllocation const&) = delete;
+  FailingAllocation& operator=(FailingAllocation const&) = delete;
+  /// Whether it has failed.
+  bool hasFailed() const;
+};
+
 }  // namespace test
