@@ -1,4 +1,5 @@
-// What the attribute log costs: a setter with a log beside one with a plain reactor and one with none; and a
+// What the attribute log costs: a setter with a log beside one with a plain reactor and one with none; a
+// setter of a class that has a log, but none attached, beside one of a class for which none is made; and a
 // change that is encoded, and one that is applied, beside the same fields written and parsed by Protocol
 // Buffers, and beside a copy of its bytes. Ours pay for the setter too, theirs for the message alone.
 
@@ -8,6 +9,7 @@
 #include <span>
 #include <vector>
 
+#include "model/IO.h"
 #include "model/Status.h"
 #include "runtime/NboAttrLogDemuxer.h"
 
@@ -52,6 +54,53 @@ void setterWithReactor(benchmark::State& state) {
   reactor->notifierIs(status);
   U32 value = 0;
   for (auto _ : state) status->bsTimeoutIs(++value);
+  benchmark::DoNotOptimize(sum);
+}
+
+using Routing::Pim::IO::MessageInfo;
+static_assert(Status::zetHasAttrLogInterface());
+template <class C>
+concept Logged = requires {
+  C::zetHasAttrLogInterface();
+};
+static_assert(!Logged<MessageInfo>);
+
+/// A value of 32 bits of a class that has a log.
+struct WithLog {
+  using Class = Status;
+  class Reactor : public Status::NotifieeConst {
+   public:
+    void onBsTimeout() override { sum += notifier()->bsTimeout(); }
+  };
+  static void set(Status& object, U32 value) { object.bsTimeoutIs(value); }
+  static Ptr<Status> make() { return Routing::Pim::Bsr::statusFactory("bsr"); }
+};
+
+/// The same of a class for which the generator makes nothing of a log, as it made all before there was one.
+struct WithoutLog {
+  using Class = MessageInfo;
+  class Reactor : public MessageInfo::NotifieeConst {
+   public:
+    void onCount() override { sum += notifier()->count(); }
+  };
+  static void set(MessageInfo& object, U32 value) { object.countIs(value); }
+  static Ptr<MessageInfo> make() { return Routing::Pim::IO::messageInfoFactory(); }
+};
+
+/// A setter with no log attached, and with so many reactors.
+template <class Kind>
+void setterUnlogged(benchmark::State& state) {
+  Ptr<typename Kind::Class> object = Kind::make();
+  std::vector<Ptr<typename Kind::Reactor>> reactors;
+  for (int64_t i = 0; i < state.range(0); ++i) {
+    reactors.push_back(Zet::make<typename Kind::Reactor>());
+    reactors.back()->notifierIs(Ptr<typename Kind::Class const>(object));
+  }
+  U32 value = 0;
+  for (auto _ : state) {
+    Kind::set(*object, ++value);
+    benchmark::ClobberMemory();
+  }
   benchmark::DoNotOptimize(sum);
 }
 
@@ -152,6 +201,8 @@ BENCHMARK(protobufParse)->Name("change-applied/protobuf");
 BENCHMARK(setterAlone)->Name("log-setter/alone");
 BENCHMARK(setterWithReactor)->Name("log-setter/reactor");
 BENCHMARK(setterWithLog)->Name("log-setter/pimbsr");
+BENCHMARK(setterUnlogged<WithLog>)->Name("no-log-setter/pimbsr")->Arg(0)->Arg(1);
+BENCHMARK(setterUnlogged<WithoutLog>)->Name("no-log-setter/class-without-log")->Arg(0)->Arg(1);
 BENCHMARK(setterWithLog)->Name("change-encoded/pimbsr");
 BENCHMARK(bytesAlone)->Name("change-encoded/memcpy");
 BENCHMARK(apply)->Name("change-applied/pimbsr");
