@@ -2,9 +2,11 @@
 
 Usage: clients.py SOCKET KIND COUNT SECONDS [UID]. Keeps COUNT connections of that user and connects again
 where one was ended. KIND is idle (sends nothing), half (sends half a request), unread (asks and reads no
-answer), watch (watches and reads nothing), connect (connects and closes at once, as fast as it can), ask or
-views: over one connection after the other it asks, for a short view or for the RP sets, and reads the answer,
-and in the end prints as JSON how many were `asked`, the `failures`, and the seconds of the `worst`."""
+answer), watch (watches and reads nothing), count (the same with a number of the model), connect (connects
+and closes at once, as fast as it can), ask, views, tree or odd. These ask over one connection after the other
+for a short view, for the RP sets, for pages of the model's tree or for paths that name nothing, and read the
+answers; in the end they print as JSON how many were `asked`, the `failures`, and the seconds of the
+`worst`."""
 
 import json
 import os
@@ -15,10 +17,23 @@ import sys
 import time
 
 SHOW = b'{"command":"show","what":"config"}\n'
+RPS = "status/crpStatus['224.0.0.0/4']/status/crpSet['224.0.0.0/4']/rp"  # of which there are many
+LATE = RPS + "['10.9.62.1']"  # one of the last
+
+
+def request(**words):
+    return json.dumps(words).encode() + b"\n"
+
+
 SENT = {"idle": b"", "half": b'{"command":"show"', "unread": SHOW * 50, "watch": b'{"command":"watch"}\n',
-        "connect": b""}
+        "count": request(command="watch", path=RPS), "connect": b""}
 TURN = 0.02  # seconds between two looks at the connections
-ASKED = {"ask": b'{"command":"show","what":"bsr"}\n', "views": b'{"command":"show","what":"rp-set"}\n'}
+ODD = ("status/" + "x" * 3900, RPS + "['10.255.255.255']", RPS + "['" + "\\'" * 900 + "']", RPS + "[",
+       RPS + "['%zz']", "/" * 3000, "[" * 3000, "'", "status//", "\u0000", "root/" * 600, "\ufffd" * 500)
+ASKED = {"ask": [request(command="show", what="bsr")], "views": [request(command="show", what="rp-set")],
+         "tree": [request(command="show", what="tree", **more) for more in (
+             {"path": RPS}, {}, {"path": RPS, "from": LATE}, {"path": "status"}, {"path": "root"})],
+         "odd": [request(command="get", path=path) for path in ODD]}
 PATIENCE = 5  # seconds after which an answer counts as failed
 
 
@@ -54,21 +69,22 @@ def keep(path, kind, count, end):
             time.sleep(TURN)
 
 
-def failure_of(path, request):
-    """Why a request gets no answer; None if it gets one."""
+def failure_of(path, kind, line):
+    """Why a request gets no answer; None if it gets one. That of an odd path is an error."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
         # Timeouts of the system, not of Python: a connection waits until there is room for it.
         for direction in (socket.SO_SNDTIMEO, socket.SO_RCVTIMEO):
             client.setsockopt(socket.SOL_SOCKET, direction, struct.pack("@ll", PATIENCE, 0))
         try:
             client.connect(path)
-            client.sendall(request)
+            client.sendall(line)
             parts = [b""]
             while not parts[-1].endswith(b"\n"):
                 parts.append(client.recv(1 << 20))
                 if not parts[-1]:
                     return "the connection ended"
-            return json.loads(b"".join(parts)).get("error")
+            error = json.loads(b"".join(parts)).get("error")
+            return error if kind != "odd" else None if error else "an odd path names something"
         except OSError as error:
             return str(error)
 
@@ -77,7 +93,7 @@ def ask(path, kind, end):
     asked, failures, worst = 0, [], 0
     while time.monotonic() < end:
         start = time.monotonic()
-        if failure := failure_of(path, ASKED[kind]):
+        if failure := failure_of(path, kind, ASKED[kind][asked % len(ASKED[kind])]):
             failures.append(failure)
         asked += 1
         worst = max(worst, time.monotonic() - start)

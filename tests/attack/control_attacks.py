@@ -67,19 +67,8 @@ class ControlAttacks:
         """Clients of one user ask for views of 16,000 RPs, one after the other: others get their answers, and
         timers are late by the time of one such answer at most. The memory that the first answer takes stays
         with the allocator, and all further ones use it again."""
-        lab, seconds, count = self.lab(), seconds_of("control_views"), 16000
-        (r1, r2), _ = lab.chain("r1", "r2")
-        r1.config()
-        r2.config()
-        r2.amend("eth-r1", "hello-interval = 1")
-        lab.start()
-        self.neighbor(r1, "eth-r2", BAD, seconds + 60)
-        wait_until(lambda: BAD in neighbors_of(r2), "the attacker is a neighbor")
-        self.flood(r1, "eth-r2", "ordinary-rps", source=BAD, bsr=BAD, priority=200, count=count,
-                   holdtime=40000, rate=100, seconds=3).result()
-        wait_until(lambda: zone(r2) and zone(r2)["rps"] == count, "all RPs are held")
-        for folder in (lab.folder, r2.folder):
-            folder.chmod(0o755)
+        seconds = seconds_of("control_views")
+        _, r2 = self.routers_of_many_rps(seconds)
         before = rss_of(r2.agent.process.pid)
         r2.show("rp-set")
         answer = rss_of(r2.agent.process.pid) - before
@@ -93,6 +82,46 @@ class ControlAttacks:
         self.assertEqual([], other["failures"], "requests of another user that were not answered")
         self.assertGreater(views_read, 0)
         self.assertLess(other["worst"], 10 * self.bounds.view)
+
+    def test_control_paths(self):
+        """Clients read the model over the read-only socket: two of one user pages of the tree of 16,000 RPs,
+        one of another paths that name nothing, as long as a request may be. Others watch the number of these
+        RPs, for which each look walks over all, while every packet is an event. All get their answers, a
+        third user in time, and timers are late by the time of one page at most."""
+        seconds = seconds_of("control_paths")
+        r1, r2 = self.routers_of_many_rps(seconds)
+        socket = r2.socket.with_name("control-read-only.sock")
+        self.clients(socket, "count", 8, seconds + 15, user=5001)
+        wait_until(lambda: sum(one["watchers"] for one in r2.show("control")["sockets"]) > 0, "it is watched")
+        self.flood(r1, "eth-r2", "garbage", rate=1000, count=8000, seconds=seconds)
+        meter = self.meter(r2, seconds)
+        readers = [self.clients(socket, kind, 1, seconds, user=user)
+                   for kind, user in (("tree", 5001), ("tree", 5001), ("odd", 5003))]
+        other = self.clients(socket, "ask", 1, seconds, user=5002).result()
+        found = [one.result() for one in readers]
+        asked = sum(one["asked"] for one in found)
+        note = f"{asked} answers, others waited for {other['worst']:.3f} s"
+        self.report(meter.row("control_paths", note=note), self.bounds.view)
+        self.assertEqual([], sum((one["failures"] for one in [other, *found]), []), "unexpected answers")
+        self.assertTrue(all(one["asked"] > 0 for one in found), found)
+        self.assertLess(other["worst"], 10 * self.bounds.view)
+
+    def routers_of_many_rps(self, seconds):
+        """Two routers; the second holds 16,000 RPs of one range, and users can enter its folders."""
+        lab, count = self.lab(), 16000
+        (r1, r2), _ = lab.chain("r1", "r2")
+        r1.config()
+        r2.config()
+        r2.amend("eth-r1", "hello-interval = 1")
+        lab.start()
+        self.neighbor(r1, "eth-r2", BAD, seconds + 60)
+        wait_until(lambda: BAD in neighbors_of(r2), "the attacker is a neighbor")
+        self.flood(r1, "eth-r2", "ordinary-rps", source=BAD, bsr=BAD, priority=200, count=count,
+                   holdtime=40000, rate=100, seconds=3).result()
+        wait_until(lambda: zone(r2) and zone(r2)["rps"] == count, "all RPs are held")
+        for folder in (lab.folder, r2.folder):
+            folder.chmod(0o755)
+        return r1, r2
 
     def test_read_only_socket(self):
         """A client of the read-only socket reads, and can neither clear, reload nor trace."""

@@ -9,10 +9,10 @@ LENGTHS = {"chosen_rps": (4, 120), "chosen_ranges": (3, 120), "advertisements_wo
            "hello_newcomer": (3, 60), "full_table": (2, 60), "forged_goodbye": (3, 60),
            "unicast_flood": (2, 60), "control_idle": (1, 60), "control_half": (1, 60),
            "control_unread": (1, 60), "control_watch": (1, 60), "control_connect": (1, 60),
-           "control_views": (3, 60), "zones": (1, 60),
+           "control_views": (2, 60), "control_paths": (2, 60), "zones": (1, 60),
            "fragments": (1, 60), "rp_churn": (1, 60), "restarts": (1, 60), "goodbyes": (1, 60),
            "repeats": (1, 60), "pieces": (1, 60), "mutations": (2, 60), "garbage": (1, 60),
-           "mixed": (7, 1200)}
+           "mixed": (6, 1200)}
 RANGE = "239.1.0.0/16"
 LISTED = """[filter]
 rp-lists = ["listed"]
