@@ -20,7 +20,7 @@ static constexpr double endWait = 0.5;
 
 StateWriter::StateWriter(StateWriterOptions const& options)
     : options_(options),
-      link_(startHelper("pimbsr-state", [&options](int socket) { serveState(socket, options); })) {
+      link_(startHelper("pimbsr-starter", [&options](int socket) { serveState(socket, options); })) {
   awaitLock();
 }
 

@@ -23,7 +23,7 @@ class StateWriter {
     Zet::U64 records = 0;   ///< handed over
     Zet::U64 lost = 0;      ///< not handed over: the socket was full, or the writer has gone
     Zet::U64 failures = 0;  ///< writes and syncs that failed
-    Zet::U64 restarts = 0;  ///< deaths of the process that writes, after which another was started
+    Zet::U64 restarts = 0;  ///< deaths of a process of the writer, after which another was started
 
     bool operator==(Counts const&) const = default;
   };

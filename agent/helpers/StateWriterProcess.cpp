@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,8 +41,10 @@ constexpr std::chrono::milliseconds syncDelay{500};
 /// Time for which a former writer may go on with what its agent has left.
 constexpr std::chrono::milliseconds lockPatience{2000};
 constexpr std::chrono::milliseconds lockRetry{10};
-/// Time between the death of a process that writes and the next one.
+/// Time between the death of a process that writes and the next one; between writers at first.
 constexpr std::chrono::milliseconds restartDelay{500};
+/// The same between writers at most. One that lived for longer begins with restartDelay again.
+constexpr std::chrono::milliseconds maxRestartDelay{60000};
 /// The longest text of a replace, in bytes.
 constexpr std::size_t maxReplace = std::size_t{256} << 20;
 
@@ -244,10 +247,9 @@ bool isAgentAlive(int lock) {
   return agent <= 0 || kill(agent, 0) == 0 || errno != ESRCH;
 }
 
-/// This process is a child of its agent. On a full disk the name of the former agent stays, which is none, or
-/// one that has ended.
-void nameAgent(int lock) {
-  std::string text = fmt::format("{:<14}\n", getppid());
+/// On a full disk the name of the former agent stays, which is none, or one that has ended.
+void nameAgent(int lock, pid_t agent) {
+  std::string text = fmt::format("{:<14}\n", agent);
   [[maybe_unused]] ssize_t written = pwrite(lock, text.data(), text.size(), 0);
 }
 
@@ -260,7 +262,7 @@ bool isAgentThereFor(int socket, std::chrono::milliseconds time) {
 /// Waits for a lock. Throws std::system_error with EWOULDBLOCK if the writer of a living agent holds it for
 /// longer than lockPatience. That of a dead one may wait for its disk, for as long as that takes. Returns
 /// false if the agent at the other end has gone.
-bool awaitLock(int lock, int socket) {
+bool awaitLock(int lock, int socket, pid_t agent) {
   auto end = Clock::now() + lockPatience;
   bool isReported = false;
   while (flock(lock, LOCK_EX | LOCK_NB) != 0) {
@@ -271,17 +273,17 @@ bool awaitLock(int lock, int socket) {
       report(socket, {.kind = StateReport::Kind::waiting});
     if (!isAgentThereFor(socket, lockRetry)) return false;
   }
-  nameAgent(lock);
+  nameAgent(lock, agent);
   return true;
 }
 
 /// A file of the directory that is locked against other writers; nothing if the agent has gone meanwhile.
 /// Throws std::system_error. The lock of the directory itself is that of a control socket in it.
-FileDescriptor lockFolder(std::string const& path, int socket) {
+FileDescriptor lockFolder(std::string const& path, int socket, pid_t agent) {
   std::filesystem::create_directories(path);
   std::string file = path + "/state.lock";
   FileDescriptor lock(check(open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640), "open"));
-  return awaitLock(lock.get(), socket) ? std::move(lock) : FileDescriptor();
+  return awaitLock(lock.get(), socket, agent) ? std::move(lock) : FileDescriptor();
 }
 
 [[noreturn]] void work(int socket, StateWriterOptions const& options) noexcept {
@@ -304,21 +306,71 @@ bool runWork(int socket, StateWriterOptions const& options) {
   return status == 0;
 }
 
-}  // namespace
+/// What every writer of an agent has.
+struct WriterTask {
+  int socket = -1;
+  StateWriterOptions const& options;
+  pid_t agent = -1;
+};
 
-void serveState(int socket, StateWriterOptions const& options) {
+/// The writer: locks the directory, reports that as `start`, and starts the process that writes again and
+/// again until all is done.
+void keepWriting(WriterTask const& task, StateReport::Kind start) {
   FileDescriptor lock;
   try {
-    lock = lockFolder(options.folder, socket);
+    lock = lockFolder(task.options.folder, task.socket, task.agent);
   } catch (std::system_error const& error) {
-    report(socket, {.kind = StateReport::Kind::unusable, .error = error.code().value()});
+    report(task.socket, {.kind = StateReport::Kind::unusable, .error = error.code().value()});
     return;
   }
   if (!lock) return;
-  report(socket, {.kind = StateReport::Kind::ready});
-  while (!runWork(socket, options)) {
+  report(task.socket, {.kind = start});
+  while (!runWork(task.socket, task.options)) {
     std::this_thread::sleep_for(restartDelay);
-    if (!report(socket, {.kind = StateReport::Kind::restarted})) return;
+    if (!report(task.socket, {.kind = StateReport::Kind::restarted})) return;
+  }
+}
+
+/// Waits for the end of all processes below this one: the one that writes may outlive the one that started
+/// it. Returns whether the last of them has done all.
+bool awaitWriters() {
+  int last = -1;
+  while (true) {
+    int status = 0;
+    if (waitpid(-1, &status, 0) > 0) {
+      last = status;
+    } else if (errno != EINTR) {
+      return last == 0;
+    }
+  }
+}
+
+/// Returns whether all is done.
+bool runWriter(WriterTask const& task, StateReport::Kind start) {
+  pid_t child = _Fork();
+  if (child == 0) {
+    prctl(PR_SET_NAME, "pimbsr-state");
+    keepWriting(task, start);
+    _exit(0);
+  }
+  return child > 0 && awaitWriters();
+}
+
+}  // namespace
+
+/// What the agent has left is written also if its last writer died just before: one more gets it.
+void serveState(int socket, StateWriterOptions const& options) {
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  WriterTask const task{.socket = socket, .options = options, .agent = getppid()};
+  auto delay = restartDelay;
+  auto begin = Clock::now();
+  bool hasAgent = true;
+  for (auto start = StateReport::Kind::ready; !runWriter(task, start) && hasAgent;) {
+    if (Clock::now() - begin > maxRestartDelay) delay = restartDelay;
+    hasAgent = isAgentThereFor(socket, delay);
+    delay = std::min(2 * delay, maxRestartDelay);
+    begin = Clock::now();
+    start = StateReport::Kind::restarted;
   }
 }
 

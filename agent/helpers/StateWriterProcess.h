@@ -12,11 +12,13 @@ struct StateWriterOptions {
   bool sandbox = true;             ///< it gives up its privileges and filters its system calls
 };
 
-/// The life of a writer, in a process of its own: it takes records from the socket and writes each before it
-/// takes the next, and syncs a file within a second after that. It locks `state.lock` in the directory
-/// against other writers, and waits for a lock that the writer of an agent holds which has ended. The process
-/// that writes is a child of this one and has no privileges; if it dies, another is started. Returns when the
-/// other end has closed the socket and all that was sent is written.
+/// Takes records from the socket and writes each before it takes the next, and syncs a file within a second
+/// after that. Returns when the other end has closed the socket and all that was sent is written.
+///
+/// Three processes do that. This one only starts the writer. The writer locks `state.lock` in the directory
+/// against other writers, and waits for a lock that the writer of an agent holds which has ended. Its child
+/// writes, and has no privileges. Whichever of the two dies is started again: the child after half a second,
+/// the writer after half a second at first and a minute at most. The socket keeps the records meanwhile.
 void serveState(int socket, StateWriterOptions const& options);
 
 }  // namespace pimbsr::agent

@@ -44,14 +44,15 @@ class HistoryKeeperTest : public testing::Test {
     agent::HistoryKeeper keeper;
   };
 
-  /// The process that writes, a child of the helper.
-  static pid_t writingProcess(Run const& run) {
+  static pid_t childOf(pid_t process) {
     pid_t child = 0;
-    std::string pid = std::to_string(run.writer.process());
+    std::string pid = std::to_string(process);
     std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> child;
     EXPECT_GT(child, 0);
     return child;
   }
+  /// The process that holds the lock is the child of the one that starts it, and the one that writes is its.
+  static pid_t writingProcess(Run const& run) { return childOf(childOf(run.writer.process())); }
   void start() { run = std::make_unique<Run>(folder.path()); }
   /// Ends a run without an end in order.
   void end() { run = nullptr; }
@@ -166,6 +167,24 @@ TEST_F(HistoryKeeperTest, HungWriterDelaysNothingAndTheSnapshotFollows) {
   end();
   start();
   EXPECT_EQ(run->history.entries().size(), entries + 1);
+}
+
+TEST_F(HistoryKeeperTest, HistoryIsCompleteAgainAfterBothProcessesOfTheWriterDied) {
+  start();
+  serveUntil([&] { return !text().empty(); });
+  RecordingLog log;
+  pid_t const both[] = {childOf(run->writer.process()), writingProcess(*run)};
+  for (pid_t one : both) kill(one, SIGKILL);
+  elect("10.0.0.1");
+  serveUntil([&] { return run->keeper.state().writerRestarts == 1; });
+  EXPECT_EQ(run->keeper.state().error, "the process that writes it has died; another goes on");
+  elect("10.0.0.2");
+  serveUntil([&] { return run->keeper.state().error.empty(); });
+  EXPECT_EQ(log.records.size(), 2u) << "one line for the death, one for the end of it";
+  end();
+  start();
+  EXPECT_THAT(kinds(), ElementsAre(HistoryKind::agentStarted, HistoryKind::bsrElected,
+                                   HistoryKind::bsrElected, HistoryKind::agentStarted));
 }
 
 TEST_F(HistoryKeeperTest, DiskThatDoesNotAnswerIsShownAfterSomeSeconds) {

@@ -60,15 +60,22 @@ class StateWriterTest : public testing::Test {
     while (report.kind == Kind::synced) report = nextReport();
     return report;
   }
-  /// The children of the writer: the process that writes.
-  pid_t worker() const {
-    std::string pid = std::to_string(writer->process());
+  /// The process that a process has started, once there is one.
+  static pid_t childOf(pid_t process) {
+    std::string pid = std::to_string(process);
     pid_t child = 0;
     for (int i = 0; i < 1000 && child == 0; ++i) {
       std::ifstream in("/proc/" + pid + "/task/" + pid + "/children");
       if (!(in >> child)) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return child;
+  }
+  /// The process that holds the lock, and its child, which writes.
+  pid_t holder() const { return childOf(writer->process()); }
+  pid_t worker() const { return childOf(holder()); }
+  void killBoth() const {
+    pid_t const both[] = {holder(), worker()};
+    for (pid_t one : both) kill(one, SIGKILL);
   }
 
   ScratchFolder folder;
@@ -208,11 +215,57 @@ TEST_F(StateWriterTest, ProcessThatWritesIsRestartedAndCountedIfItDies) {
   EXPECT_EQ(textOnce("one", "before\nmeanwhile\nafter\n"), "before\nmeanwhile\nafter\n");
 }
 
-TEST_F(StateWriterTest, WriterThatHasGoneIsReportedOnceAndCounted) {
+TEST_F(StateWriterTest, WriterWhoseProcessesBothDieIsStartedAndMissesNothing) {
+  start();
+  writer->append(0, "before\n");
+  EXPECT_EQ(textOnce("one", "before\n"), "before\n");
+  killBoth();
+  writer->append(0, "meanwhile\n");
+  EXPECT_EQ(report().kind, Kind::restarted);
+  EXPECT_EQ(writer->counts().restarts, 1u);
+  writer->append(0, "after\n");
+  stop();
+  EXPECT_EQ(textOnce("one", "before\nmeanwhile\nafter\n"), "before\nmeanwhile\nafter\n");
+}
+
+TEST_F(StateWriterTest, WriterThatDiesAgainAndAgainIsStartedLaterEachTime) {
+  using Seconds = std::chrono::duration<double>;
+  start();
+  for (double delay : {0.5, 1.0, 2.0}) {
+    auto begin = std::chrono::steady_clock::now();
+    killBoth();
+    EXPECT_EQ(report().kind, Kind::restarted);
+    EXPECT_GE(Seconds(std::chrono::steady_clock::now() - begin).count(), delay);
+  }
+  EXPECT_EQ(writer->counts().restarts, 3u);
+}
+
+TEST_F(StateWriterTest, WhatAnAgentHandedOverAfterItsWriterDiedIsWrittenAfterItsEnd) {
+  start();
+  killBoth();
+  writer->append(0, "last\n");
+  stop();
+  EXPECT_EQ(textOnce("one", "last\n"), "last\n");
+}
+
+TEST_F(StateWriterTest, ProcessThatWritesOutlivesTheHolderOfTheLockAndIsReplacedOnce) {
   start();
   pid_t child = worker();
-  kill(writer->process(), SIGKILL);
+  kill(holder(), SIGKILL);
+  writer->append(0, "orphan\n");
+  EXPECT_EQ(textOnce("one", "orphan\n"), "orphan\n");
+  EXPECT_EQ(writer->counts().restarts, 0u);
   kill(child, SIGKILL);
+  EXPECT_EQ(report().kind, Kind::restarted);
+  writer->append(0, "next\n");
+  stop();
+  EXPECT_EQ(textOnce("one", "orphan\nnext\n"), "orphan\nnext\n");
+}
+
+TEST_F(StateWriterTest, WriterThatHasGoneIsReportedOnceAndCounted) {
+  start();
+  pid_t const all[] = {writer->process(), holder(), worker()};
+  for (pid_t one : all) kill(one, SIGKILL);
   StateReport gone = report();
   EXPECT_EQ(gone.kind, Kind::unusable);
   EXPECT_LT(writer->fd(), 0);
@@ -240,8 +293,7 @@ TEST_F(StateWriterTest, DirectoryThatCannotBeMadeIsRejected) {
 TEST_F(StateWriterTest, SignalsThatEndAnAgentLeaveTheWriter) {
   start();
   for (int number : {SIGHUP, SIGINT, SIGTERM}) {
-    kill(writer->process(), number);
-    kill(worker(), number);
+    for (pid_t one : {writer->process(), holder(), worker()}) kill(one, number);
   }
   writer->append(0, "after\n");
   stop();
