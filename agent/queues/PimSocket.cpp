@@ -33,6 +33,9 @@ static sockaddr_in socketAddress(Lanet::IpAddr address) {
   return end;
 }
 
+/// The kernel adds its interface to a packet before it asks the filter, and does so only once IP_PKTINFO is
+/// set. So a packet that found no filter has none, also if it is stored later than all that follows here.
+///
 /// IP_TRANSPARENT lets a goodbye Hello leave from an address that the interface has just lost.
 PimSocketBase::PimSocketBase() : fd_(socket(AF_INET, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_PIM)) {
   if (!fd_) fail("opening a raw socket for PIM, which needs root or CAP_NET_RAW");

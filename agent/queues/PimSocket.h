@@ -20,7 +20,9 @@ using Zet::U8;
 struct Received {
   static constexpr std::size_t maxLength = 65536;
 
-  int interfaceIndex = 0;        ///< of the incoming interface
+  /// Of the incoming interface. 0 for a packet that came while the socket was opened and had no filter yet:
+  /// it may be of any sender and interface, and isn't meant for this socket.
+  int interfaceIndex = 0;
   U64 time = 0;                  ///< when the kernel received it: nanoseconds since 1970
   std::span<U8 const> packet{};  ///< from the IP header on, within `buffer`; valid until the next one
   std::unique_ptr<std::array<U8, maxLength>> buffer = std::make_unique<std::array<U8, maxLength>>();

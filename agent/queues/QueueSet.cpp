@@ -111,12 +111,14 @@ void QueueSet::addHead(ReceiveQueue& queue) {
   std::push_heap(heads_.begin(), heads_.end(), isLater<Head, Head>);
 }
 
+/// A packet without an interface was on its way to the socket while that was opened. Other queues have it, if
+/// it is for this agent.
 void QueueSet::serveOldest() {
   std::pop_heap(heads_.begin(), heads_.end(), isLater<Head, Head>);
   ReceiveQueue& queue = *heads_.back().queue;
   heads_.pop_back();
   if (!queue.socket->receive(received_)) return;
-  Taken taken = take_(received_);
+  Taken taken = received_.interfaceIndex == 0 ? Taken::duplicate : take_(received_);
   if (taken != Taken::duplicate) ++queue.received;
   if (taken == Taken::overBudget) {
     rest(queue);

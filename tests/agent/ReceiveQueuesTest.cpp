@@ -1,5 +1,7 @@
 #include "agent/queues/ReceiveQueues.h"
 
+#include <netinet/in.h>
+
 #include <algorithm>
 #include <chrono>
 #include <functional>
@@ -288,6 +290,38 @@ TEST_F(ReceiveQueuesTest, ChangesThatComeFastAreMadeTogether) {
   send(address(4999 % 200), bootstrap, 1);
   run(0.1);
   EXPECT_EQ(queues->counts()[QueueKind::neighbor], (agent::QueueCounts{.queues = 1, .received = 1}));
+}
+
+/// Opens as other sockets do, but stays for a while between the creation and the filter.
+class SlowSocket final : public agent::PimSocketBase {
+ public:
+  SlowSocket() {
+    option(IPPROTO_IP, IP_PKTINFO, 0, "as it is at first");
+    filterIs(agent::passUnicast());
+  }
+  void finish() { option(IPPROTO_IP, IP_PKTINFO, 1, "as it is in the end"); }
+};
+
+TEST_F(ReceiveQueuesTest, PacketThatCameBeforeItsSocketHadAFilterIsNotTaken) {
+  Inside inside(*near);
+  auto send = [&](U32 number) {
+    pimbsr::wire::Ipv4Header header{
+        .source = address(1), .destination = IpAddr::parse("10.0.1.254"), .ttl = 1};
+    ASSERT_TRUE(sender->send(numberedPacket(header, bootstrap, number)));
+  };
+  auto socket = std::make_unique<SlowSocket>();
+  send(1);
+  ASSERT_TRUE(becomesReadable(socket->fd(), 5));
+  socket->finish();
+  agent::QueueSet set(loop, [this](agent::Received const& received) {
+    taken.push_back(numberOf(received.packet));
+    return agent::QueueSet::Taken::delivered;
+  });
+  set.add(QueueKind::unicast, std::move(socket));
+  send(2);
+  run(0.2);
+  EXPECT_THAT(taken, ElementsAre(2));
+  EXPECT_EQ(set.counts()[QueueKind::unicast].received, 1u);
 }
 
 /// Sends numbered packets of many senders as fast as they are taken; no more wait than a buffer holds.
