@@ -11,7 +11,8 @@ set(unity_alone
   agent/helpers/HelperProcess.cpp agent/process/Privileges.cpp agent/helpers/StateWriterProcess.cpp
   agent/config/ConfigChanges.cpp agent/queues/OwnAddressWatch.cpp cli/show/SubjectErrors.cpp
   agent/queues/PacketFilter.cpp agent/queues/PimSocket.cpp
-  tests/agent/ConfigLintTest.cpp tests/agent/ControlProtocolTest.cpp tests/agent/KernelTablesTest.cpp
+  tests/agent/ConfigLintTest.cpp tests/agent/ControlProtocolTest.cpp
+  tests/agent/KernelAnswerTest.cpp tests/agent/KernelTablesTest.cpp
   tests/agent/LogTest.cpp tests/agent/PimSocketTest.cpp tests/agent/ReceiveQueuesTest.cpp
   tests/cli/LinkLayerTest.cpp
   tests/crp/RootRpCandidateTest.cpp tests/crp/RpCandidateTest.cpp tests/crp/RpTreeTest.cpp

@@ -19,6 +19,12 @@ using Slosh::Fib::RouteType;
 
 using Bytes = std::span<U8 const>;
 
+void forEachMessage(Bytes datagram, std::function<void(nlmsghdr const&)> const& handle) {
+  int left = static_cast<int>(datagram.size());
+  auto const* message = reinterpret_cast<nlmsghdr const*>(datagram.data());
+  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) handle(*message);
+}
+
 /// The attributes of a message by type. Truncated attributes, and those of unknown types, are ignored.
 class Attributes {
  public:

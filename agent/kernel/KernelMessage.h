@@ -2,7 +2,9 @@
 
 #include <linux/netlink.h>
 
+#include <functional>
 #include <optional>
+#include <span>
 
 #include "agent/kernel/KernelView.h"
 #include "model/Slosh.h"
@@ -15,6 +17,9 @@ namespace pimbsr::agent {
 
 using Zet::U32;
 using Zet::U8;
+
+/// Calls `handle` with each whole message of a datagram.
+void forEachMessage(std::span<U8 const> datagram, std::function<void(nlmsghdr const&)> const& handle);
 
 /// A link, with further state on which its routes depend.
 struct LinkRecord {

@@ -16,13 +16,14 @@ void KernelRecords::add(nlmsghdr const& message) {
 
 /// An address of an unknown link is of one just added or deleted, whose notice follows.
 bool KernelTables::replace(KernelRecords records) {
-  records_ = std::move(records);
+  links_ = std::move(records.links);
   names_.clear();
   KernelView after;
-  for (auto const& [index, record] : records_.links) {
+  for (auto const& [index, record] : links_) {
     names_[index] = Lanet::IntfId(record.link.name.c_str());
     KernelLink& link = after.links[record.link.name] = record.link;
-    if (auto at = records_.addresses.find(index); at != records_.addresses.end()) link.addresses = at->second;
+    auto at = records.addresses.find(index);
+    if (at != records.addresses.end()) link.addresses = std::move(at->second);
   }
   bool isOther = after != view_;
   view_ = std::move(after);
@@ -34,11 +35,11 @@ Lanet::IntfId KernelTables::nameOf(int index) const {
   return name == names_.end() ? Lanet::IntfId() : name->second;
 }
 
-bool KernelTables::isChangedBy(nlmsghdr const& message) const {
+bool KernelTables::mayBeChangedBy(nlmsghdr const& message) {
   switch (message.nlmsg_type) {
     case RTM_NEWLINK:
     case RTM_DELLINK:
-      return isLinkChangedBy(message);
+      return readLink(message).has_value();
     case RTM_NEWADDR:
     case RTM_DELADDR:
       return readAddress(message).has_value();
@@ -47,12 +48,17 @@ bool KernelTables::isChangedBy(nlmsghdr const& message) const {
   }
 }
 
+bool KernelTables::isChangedBy(nlmsghdr const& message) const {
+  bool isLink = message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK;
+  return isLink ? isLinkChangedBy(message) : mayBeChangedBy(message);
+}
+
 /// Many notices of links change nothing relevant, such as promiscuous mode.
 bool KernelTables::isLinkChangedBy(nlmsghdr const& message) const {
   auto link = readLink(message);
   if (!link) return false;
-  auto known = records_.links.find(link->link.index);
-  bool isKnown = known != records_.links.end();
+  auto known = links_.find(link->link.index);
+  bool isKnown = known != links_.end();
   if (message.nlmsg_type == RTM_DELLINK) return isKnown;
   return !isKnown || known->second != *link;
 }

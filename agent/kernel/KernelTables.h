@@ -28,6 +28,9 @@ class KernelTables {
   bool replace(KernelRecords records);
   /// Whether a notice may mean that the tables are others: they must be requested again.
   bool isChangedBy(nlmsghdr const& message) const;
+  /// The same whatever the tables hold: for a notice that comes while another answer is being read, which may
+  /// be older or newer than parts of it.
+  static bool mayBeChangedBy(nlmsghdr const& message);
 
   KernelView const& view() const { return view_; }
   /// The name of a link, empty for an unknown one.
@@ -36,7 +39,7 @@ class KernelTables {
  private:
   bool isLinkChangedBy(nlmsghdr const& message) const;
 
-  KernelRecords records_;
+  std::map<int, LinkRecord> links_;     ///< by index
   std::map<int, Lanet::IntfId> names_;  ///< by index
   KernelView view_;
 };

@@ -8,9 +8,6 @@ namespace pimbsr::agent {
 using Lanet::IntfId;
 using Lanet::IpGenAddr;
 
-/// Seconds until the next request after a kernel didn't answer completely.
-static constexpr double retryDelay = 1;
-
 LinuxPlatform::LinuxPlatform(Loop& loop, Traffic& traffic, PlatformListener& listener)
     : loop_(loop),
       traffic_(traffic),
@@ -19,16 +16,12 @@ LinuxPlatform::LinuxPlatform(Loop& loop, Traffic& traffic, PlatformListener& lis
       unicast_(
           loop, [this](Received const& received) { takeUnicast(received); },
           [this] { return listener_.advertisers(); }),
-      ownAddressWatch_(loop, [this](OwnAddressUse const& use) { takeOwnAddress(use); }),
-      retry_(loop, [this] { readKernel(); }) {
+      ownAddressWatch_(loop, [this](OwnAddressUse const& use) { takeOwnAddress(use); }) {
   indexKernel();
-  if (netlink_.isStale()) retry_.startIn(retryDelay);
 }
 
 void LinuxPlatform::readKernel() {
-  bool isChanged = netlink_.read();
-  if (netlink_.isStale()) retry_.startIn(retryDelay);
-  if (!isChanged) return;
+  if (!netlink_.read()) return;
   indexKernel();
   followSubnets();
   listener_.onKernelChange();

@@ -78,7 +78,6 @@ class LinuxPlatform final : public Platform {
   LoopReader netlinkReader_;
   UnicastQueues unicast_;
   OwnAddressWatch ownAddressWatch_;
-  LoopTimer retry_;
   NeighborQueueBudget neighborQueues_;
   std::map<std::string, std::unique_ptr<ReceiveQueues>> opened_;
   LinkReports closed_;  ///< of links that were open before, by name; those that are gone have none

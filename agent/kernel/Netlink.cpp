@@ -3,11 +3,14 @@
 #include <libmnl/libmnl.h>
 #include <linux/rtnetlink.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <system_error>
 #include <utility>
 
@@ -19,12 +22,14 @@ using Clock = std::chrono::steady_clock;
 /// Twice the length of the kernel's longest datagram.
 static constexpr std::size_t maxDatagramLength = 65536;
 /// Maximum number of notices applied in one read(), so that a flood of them doesn't block the loop.
-static constexpr int noticesAtOnce = 10000;
-/// Maximum number of requests while the tables keep changing during the answers.
+static constexpr int noticesAtOnce = 500;
+/// Maximum number of requests in a row while the tables keep changing during the answers.
 static constexpr int attempts = 5;
-/// The kernel answers within the request's call; a longer delay must not block the timers.
+/// The kernel has an answer ready when it gets the request, and the next part when one is taken.
 static constexpr std::chrono::seconds patience{2};
-/// The same for one route.
+/// Time until the next request after the kernel didn't answer.
+static constexpr std::chrono::seconds retryDelay{1};
+/// Time for the answer for one route.
 static constexpr std::chrono::milliseconds routePatience{10};
 
 void CloseNetlink::operator()(mnl_socket* socket) const { mnl_socket_close(socket); }
@@ -33,29 +38,43 @@ void CloseNetlink::operator()(mnl_socket* socket) const { mnl_socket_close(socke
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-static mnl_socket* openSocket() {
+static mnl_socket* openSocket(unsigned groups) {
   mnl_socket* socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | SOCK_NONBLOCK);
   if (socket == nullptr) fail("opening netlink, for the kernel's interfaces and routes");
-  return socket;
+  if (mnl_socket_bind(socket, groups, MNL_SOCKET_AUTOPID) >= 0) return socket;
+  int error = errno;
+  mnl_socket_close(socket);
+  errno = error;
+  fail("binding netlink, for the kernel's interfaces and routes");
 }
 
 /// Joins the groups of notices before the first request, so that no change is missed.
-Netlink::Netlink(int receiveBuffer)
-    : notices_(openSocket()), answers_(openSocket()), buffer_(maxDatagramLength) {
-  setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);  // less will do
-  unsigned groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR;
-  if (mnl_socket_bind(notices_.get(), groups, MNL_SOCKET_AUTOPID) < 0 ||
-      mnl_socket_bind(answers_.get(), 0, MNL_SOCKET_AUTOPID) < 0) {
-    fail("binding netlink, for the kernel's interfaces and routes");
-  }
-  if (!askAnew()) fail("asking the kernel for its interfaces and addresses");
+Netlink::Netlink(int receiveBuffer, Duration piece)
+    : notices_(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR)),
+      answers_(openSocket(0)),
+      routes_(openSocket(0)),
+      timer_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)),
+      epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      piece_(piece),
+      buffer_(maxDatagramLength) {
+  if (!timer_ || !epoll_) fail("waiting for the kernel's interfaces");
+  int notices = mnl_socket_get_fd(notices_.get());
+  setsockopt(notices, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);  // less will do
+  for (int fd : {notices, mnl_socket_get_fd(answers_.get()), timer_.get()}) watch(fd);
+  if (!readAtOnce()) fail("asking the kernel for its interfaces and addresses");
 }
 
-int Netlink::fd() const { return mnl_socket_get_fd(notices_.get()); }
+void Netlink::watch(int fd) {
+  epoll_event wanted{.events = EPOLLIN, .data = {.fd = fd}};
+  if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &wanted) < 0) fail("waiting for the kernel's interfaces");
+}
 
 bool Netlink::read() {
   followNotices();
-  return isStale_ && askAnew().value_or(false);
+  if (isDue()) startReading(1);
+  bool isChanged = reading_ && readPiece();
+  armTimer();
+  return isChanged;
 }
 
 // Datagrams ---------------------------------------------------------------------------------------------
@@ -76,77 +95,76 @@ static std::optional<Bytes> receive(mnl_socket const* socket, std::vector<U8>& b
   }
 }
 
-/// Calls `handle` with each whole message of a datagram.
-template <class Handle>
-static void forEachMessage(Bytes datagram, Handle handle) {
-  int left = static_cast<int>(datagram.size());
-  auto const* message = reinterpret_cast<nlmsghdr const*>(datagram.data());
-  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) handle(*message);
+/// Waits for one. False, with errno, if the time is over.
+static bool awaitDatagram(mnl_socket const* socket, Clock::time_point until) {
+  using Milliseconds = std::chrono::duration<int, std::milli>;
+  auto left = std::chrono::duration_cast<Milliseconds>(until - Clock::now());
+  pollfd waiting{.fd = mnl_socket_get_fd(socket), .events = POLLIN, .revents = 0};
+  int ready = poll(&waiting, 1, std::max(left.count(), 0));
+  if (ready == 0) errno = ETIMEDOUT;
+  return ready > 0 || (ready < 0 && errno == EINTR);
 }
 
-/// After an overrun the kernel sends no notices until all waiting ones are read; so these are finite, and are
-/// read to the last one before the next request. Their contents are in its answer.
+/// Takes what waits: the rest of an answer that was given up would keep the kernel from sending another one.
+static void discardDatagrams(mnl_socket const* socket, std::vector<U8>& buffer, Clock::time_point until) {
+  while (receive(socket, buffer) && Clock::now() < until) {
+  }
+}
+
+// Notices -----------------------------------------------------------------------------------------------
+
+/// After an overrun the kernel sends no notices until all waiting ones are taken; so these are finite, and
+/// are taken to the last one before the next request. What they say is in its answer.
 void Netlink::followNotices() {
-  bool isOverrun = false;
-  for (int i = 0; i < noticesAtOnce || isOverrun; ++i) {
+  for (int i = 0; i < noticesAtOnce; ++i) {
     std::optional<Bytes> datagram = receive(notices_.get(), buffer_);
     if (datagram && !isStale_) follow(*datagram);
     if (datagram) continue;
-    if (errno != ENOBUFS) break;
-    isOverrun = isStale_ = true;
+    if (errno != ENOBUFS) {
+      isOverrun_ = false;
+      return;
+    }
+    isOverrun_ = isStale_ = true;
   }
 }
 
+/// While an answer is read, its parts are from before the change or from after it: nothing is compared.
 void Netlink::follow(Bytes datagram) {
   forEachMessage(datagram, [&](nlmsghdr const& message) {
-    if (tables_.isChangedBy(message)) isStale_ = true;
+    bool isChange = reading_ ? KernelTables::mayBeChangedBy(message) : tables_.isChangedBy(message);
+    isStale_ = isStale_ || isChange;
   });
 }
 
-// Questions and answers ---------------------------------------------------------------------------------
+// Answers -----------------------------------------------------------------------------------------------
 
-/// Requests links first: of an address that is added meanwhile the notice follows. Returns whether the view
-/// has changed, and nothing if the kernel failed to answer.
-std::optional<bool> Netlink::askAnew() {
-  Answer answer = Answer::interrupted;
-  KernelRecords records;
-  auto until = Clock::now() + patience;
-  for (int i = 0; i < attempts && answer == Answer::interrupted; ++i) {
-    records = {};
-    answer = Answer::complete;
-    for (U16 type : {RTM_GETLINK, RTM_GETADDR}) {
-      Answer one = ask(type, records, until);
-      if (one == Answer::failed) return {};
-      if (one == Answer::interrupted) answer = one;
-    }
-  }
-  // Tables that kept changing are nearly up to date, which is better than the former view.
-  isStale_ = answer != Answer::complete;
-  return tables_.replace(std::move(records));
+/// Whoever makes this object has nothing else to serve yet. There always is a link, the loopback.
+bool Netlink::readAtOnce() {
+  startReading(1);
+  bool isChanged = false;
+  while (reading_ && awaitDatagram(answers_.get(), reading_->until)) isChanged = readPiece();
+  armTimer();
+  return isChanged;
 }
 
-void Netlink::discardAnswers(Clock::time_point until) const {
-  while (receive(answers_.get(), buffer_) && Clock::now() < until) {
-    // The rest of an answer that timed out would keep the kernel from sending another one.
-  }
+bool Netlink::isDue() const { return isStale_ && !isOverrun_ && !reading_ && Clock::now() >= restUntil_; }
+
+/// Requests links first: of an address that is added meanwhile the notice follows.
+void Netlink::startReading(int attempt) {
+  Clock::time_point now = Clock::now();
+  isStale_ = isOverrun_;
+  reading_.emplace(Reading{.begin = now, .until = now + patience, .attempt = attempt});
+  discardDatagrams(answers_.get(), buffer_, now + piece_);
+  request(RTM_GETLINK);
 }
 
-Netlink::Answer Netlink::ask(U16 type, KernelRecords& records, Clock::time_point until) {
-  discardAnswers(until);
-  if (!sendRequest(type)) return Answer::failed;
-  Answer answer = Answer::complete;
-  for (bool isDone = false; !isDone && answer != Answer::failed;) {
-    if (!waitForAnswer(until)) return Answer::failed;
-    if (auto datagram = receive(answers_.get(), buffer_)) {
-      isDone = takeAnswer(*datagram, records, answer);
-    } else if (errno != EAGAIN) {
-      return Answer::failed;
-    }
-  }
-  return answer;
+void Netlink::request(Zet::U16 table) {
+  reading_->table = table;
+  reading_->answer = KernelAnswer(sequence_ + 1);
+  if (!sendRequest(table)) giveUp();
 }
 
-bool Netlink::sendRequest(U16 type) {
+bool Netlink::sendRequest(Zet::U16 type) {
   alignas(nlmsghdr) std::array<char, 128> buffer{};
   nlmsghdr* request = mnl_nlmsg_put_header(buffer.data());
   request->nlmsg_type = type;
@@ -162,38 +180,72 @@ bool Netlink::sendRequest(U16 type) {
   return mnl_socket_sendto(answers_.get(), request, request->nlmsg_len) >= 0;
 }
 
-/// False, with errno, if the time is over.
-bool Netlink::waitForAnswer(Clock::time_point until) const {
-  using Milliseconds = std::chrono::duration<int, std::milli>;
-  auto left = std::chrono::duration_cast<Milliseconds>(until - Clock::now());
-  pollfd waiting{.fd = mnl_socket_get_fd(answers_.get()), .events = POLLIN, .revents = 0};
-  int ready = poll(&waiting, 1, std::max(left.count(), 0));
-  if (ready == 0) errno = ETIMEDOUT;
-  return ready > 0 || (ready < 0 && errno == EINTR);
-}
-
-/// The result that the kernel reports: 0, or a negated errno.
-static int resultIn(nlmsghdr const& message) {
-  int result = 0;
-  if (mnl_nlmsg_get_payload_len(&message) < sizeof result) return 0;
-  std::memcpy(&result, mnl_nlmsg_get_payload(&message), sizeof result);
-  return result;
-}
-
-/// Returns whether the answer ends here.
-bool Netlink::takeAnswer(Bytes datagram, KernelRecords& records, Answer& answer) const {
-  bool isDone = false;
-  forEachMessage(datagram, [&](nlmsghdr const& message) {
-    if (message.nlmsg_seq != sequence_ || isDone) return;
-    if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) answer = Answer::interrupted;
-    isDone = message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR;
-    if (!isDone) return records.add(message);
-    if (int result = resultIn(message); result < 0) {
-      errno = -result;
-      answer = Answer::failed;
+/// Returns whether the view has changed.
+bool Netlink::readPiece() {
+  Clock::time_point end = Clock::now() + piece_;
+  do {
+    std::optional<Bytes> datagram = receive(answers_.get(), buffer_);
+    if (!datagram) {
+      if (errno != EAGAIN || Clock::now() >= reading_->until) giveUp();
+      return false;
     }
-  });
-  return isDone;
+    if (take(*datagram)) return true;
+  } while (reading_ && Clock::now() < end);
+  return false;
+}
+
+/// Returns whether the view has changed.
+bool Netlink::take(Bytes datagram) {
+  switch (reading_->answer.take(datagram, reading_->records)) {
+    case KernelAnswer::State::complete:
+      return finishTable();
+    case KernelAnswer::State::failed:
+      errno = reading_->answer.error();
+      giveUp();
+      return false;
+    default:
+      return false;
+  }
+}
+
+bool Netlink::finishTable() {
+  reading_->isInterrupted = reading_->isInterrupted || reading_->answer.isInterrupted();
+  if (reading_->table == RTM_GETADDR) return finishReading();
+  request(RTM_GETADDR);
+  return false;
+}
+
+/// Tables that kept changing are nearly up to date, which is better than the former view.
+bool Netlink::finishReading() {
+  if (reading_->isInterrupted && reading_->attempt < attempts) {
+    startReading(reading_->attempt + 1);
+    return false;
+  }
+  Clock::time_point now = Clock::now();
+  restUntil_ = now + std::min<Duration>(now - reading_->begin, maxRest);
+  isStale_ = isStale_ || reading_->isInterrupted;
+  KernelRecords records = std::move(reading_->records);
+  reading_.reset();
+  return tables_.replace(std::move(records));
+}
+
+/// The kernel has not answered, and is asked again later.
+void Netlink::giveUp() {
+  reading_.reset();
+  isStale_ = true;
+  restUntil_ = Clock::now() + retryDelay;
+}
+
+/// For the time that the kernel has for its answer, or that of the next request.
+void Netlink::armTimer() {
+  Clock::time_point wanted{};
+  if (isStale_) wanted = restUntil_;
+  if (reading_) wanted = reading_->until;
+  if (std::exchange(timerAt_, wanted) == wanted) return;
+  auto since = std::chrono::duration_cast<std::chrono::nanoseconds>(wanted.time_since_epoch()).count();
+  itimerspec time{};
+  time.it_value = {.tv_sec = since / 1'000'000'000, .tv_nsec = since % 1'000'000'000};
+  timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &time, nullptr);
 }
 
 // One route ---------------------------------------------------------------------------------------------
@@ -208,7 +260,7 @@ bool Netlink::sendRouteRequest(Lanet::IpAddr address) const {
   fixed->rtm_family = AF_INET;
   fixed->rtm_dst_len = 32;
   mnl_attr_put_u32(request, RTA_DST, address.netWord());
-  return mnl_socket_sendto(answers_.get(), request, request->nlmsg_len) >= 0;
+  return mnl_socket_sendto(routes_.get(), request, request->nlmsg_len) >= 0;
 }
 
 /// The answer to the last request; a record without a route if it is that there is none. Nothing if the
@@ -225,10 +277,10 @@ std::optional<RouteRecord> Netlink::routeIn(Bytes datagram) const {
 
 ::Slosh::Fib::Route Netlink::routeTo(Lanet::IpAddr address) const {
   auto until = Clock::now() + routePatience;
-  discardAnswers(until);
+  discardDatagrams(routes_.get(), buffer_, until);
   if (!sendRouteRequest(address)) return {};
-  while (waitForAnswer(until)) {
-    std::optional<Bytes> datagram = receive(answers_.get(), buffer_);
+  while (awaitDatagram(routes_.get(), until)) {
+    std::optional<Bytes> datagram = receive(routes_.get(), buffer_);
     if (!datagram) continue;
     std::optional<RouteRecord> record = routeIn(*datagram);
     if (!record) continue;

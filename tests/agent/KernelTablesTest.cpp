@@ -137,6 +137,15 @@ TEST_F(KernelTablesTest, ChangeOfALinkIsAskedFor) {
   EXPECT_FALSE(isChangedBy(link(7, "c", 0, RTM_DELLINK))) << "come and gone";
 }
 
+TEST_F(KernelTablesTest, NoticeOfALinkOrAnAddressMayBeAChangeWhateverTheTablesHold) {
+  EXPECT_TRUE(KernelTables::mayBeChangedBy(*link(5, "a"))) << "as it is";
+  EXPECT_TRUE(KernelTables::mayBeChangedBy(*link(7, "c", 0, RTM_DELLINK)));
+  EXPECT_TRUE(KernelTables::mayBeChangedBy(*addressOf(5, "10.0.0.9", 24)));
+  ifinfomsg port{.ifi_family = AF_BRIDGE, .ifi_index = 5};
+  EXPECT_FALSE(KernelTables::mayBeChangedBy(*Message(RTM_DELLINK, port).with(IFLA_IFNAME, "a")));
+  EXPECT_FALSE(KernelTables::mayBeChangedBy(*Message(NLMSG_NOOP, Zet::U32{0})));
+}
+
 TEST_F(KernelTablesTest, EachStepOfALinkThatLosesItsCarrierIsAskedFor) {
   replace({link(7, "c", IFF_UP | IFF_RUNNING)});
   EXPECT_TRUE(isChangedBy(link(7, "c", IFF_UP))) << "only now the routes have heard";

@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <ctime>
+#include <limits>
 #include <memory>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "agent/base/Loop.h"
 #include "tests/agent/NetworkLab.h"
@@ -80,7 +83,19 @@ class NetlinkTest : public NetworkTest {
     if (!netlink) return;
     EXPECT_TRUE(becomes([this] { return netlink->view() == Netlink().view(); }))
         << difference(netlink->view(), Netlink().view());
+    EXPECT_TRUE(becomes([this] { return !netlink->isStale(); }));
+  }
+
+  /// Follows what the kernel has reported so far; returns whether the view has changed.
+  bool follow() {
+    auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    bool isChanged = netlink->read();
+    while (netlink->isStale() && std::chrono::steady_clock::now() < until) {
+      becomesReadable(netlink->fd(), 0.01);
+      isChanged = netlink->read() || isChanged;
+    }
     EXPECT_FALSE(netlink->isStale());
+    return isChanged;
   }
 
   /// Follows until something is so.
@@ -140,7 +155,7 @@ TEST_F(NetlinkTest, LinkThatGoesDownTakesItsRoutesAlong) {
   EXPECT_EQ(route("10.7.0.1"), "remote via 10.0.0.9 dev v5");
   ip("link set v5 down");
   EXPECT_EQ(route("10.7.0.1"), "nowhere") << "before the notice is read";
-  EXPECT_TRUE(netlink->read());
+  EXPECT_TRUE(follow());
   EXPECT_FALSE(isUp("v5"));
   EXPECT_EQ(route("10.0.0.9"), "nowhere");
   ip("link set v5 up");
@@ -167,7 +182,7 @@ TEST_F(NetlinkTest, RenamedLinkTakesItsAddressesAndRoutesToItsNewName) {
 TEST_F(NetlinkTest, LinksThatSwapTheirNamesKeepTheirIndexes) {
   ipAll({"link set v5 down", "link set v6 down", "link set v5 name v9", "link set v6 name v5",
          "link set v9 name v6"});
-  netlink->read();
+  follow();
   EXPECT_EQ(netlink->view().links.at("v5").index, 6);
   EXPECT_EQ(netlink->view().links.at("v6").index, 5);
   EXPECT_THAT(addresses("v6"), ElementsAre("10.0.0.1/24"));
@@ -175,34 +190,34 @@ TEST_F(NetlinkTest, LinksThatSwapTheirNamesKeepTheirIndexes) {
 
 TEST_F(NetlinkTest, DeletedLinkIsGoneWithAllThatItHad) {
   ip("link del v5");
-  EXPECT_TRUE(netlink->read());
+  EXPECT_TRUE(follow());
   EXPECT_EQ(text(netlink->view()), "1 lo down loopback mtu 65536\n");
 }
 
 TEST_F(NetlinkTest, LinkThatComesAgainIsAnotherOne) {
   ipAll({"link del v5", "link add name v5 index 9 mtu 1400 type veth peer name v6"});
-  netlink->read();
+  follow();
   EXPECT_EQ(netlink->view().links.at("v5").index, 9);
   EXPECT_THAT(addresses("v5"), IsEmpty());
 }
 
 TEST_F(NetlinkTest, MtuIsFollowed) {
   ip("link set v5 mtu 576");
-  EXPECT_TRUE(netlink->read());
+  EXPECT_TRUE(follow());
   EXPECT_EQ(netlink->view().links.at("v5").mtu, 576U);
 }
 
 TEST_F(NetlinkTest, WhatDoesNotConcernRoutingChangesNothing) {
   ipAll({"link set v5 promisc on", "link set v5 txqueuelen 77", "link set v5 promisc off"});
   EXPECT_TRUE(becomesReadable(netlink->fd(), 0));
-  EXPECT_FALSE(netlink->read());
+  EXPECT_FALSE(follow());
 }
 
 TEST_F(NetlinkTest, PortThatLeavesItsBridgeStays) {
   ipAll({"link add name br0 type bridge", "link set v6 master br0"});
-  netlink->read();
+  follow();
   ip("link set v6 nomaster");
-  netlink->read();
+  follow();
   EXPECT_TRUE(netlink->view().links.contains("v6"));
 }
 
@@ -211,7 +226,7 @@ TEST_F(NetlinkTest, PortThatLeavesItsBridgeStays) {
 TEST_F(NetlinkTest, AddressesAreInTheKernelsOrder) {
   ipAll(
       {"address add 10.0.0.2/24 dev v5", "address add 10.1.0.1/16 dev v5", "address add 10.0.0.3/24 dev v5"});
-  EXPECT_TRUE(netlink->read());
+  EXPECT_TRUE(follow());
   EXPECT_THAT(addresses("v5"),
               ElementsAre("10.0.0.1/24", "10.1.0.1/16", "10.0.0.2/24 secondary", "10.0.0.3/24 secondary"));
   EXPECT_EQ(route("10.1.0.9"), "connected dev v5");
@@ -220,19 +235,19 @@ TEST_F(NetlinkTest, AddressesAreInTheKernelsOrder) {
 TEST_F(NetlinkTest, SecondaryAddressGoesWithItsPrimaryOneOrFollowsIt) {
   setting("ipv4/conf/v5/promote_secondaries", "0");
   ipAll({"address add 10.0.0.2/24 dev v5", "address del 10.0.0.1/24 dev v5"});
-  netlink->read();
+  follow();
   EXPECT_THAT(addresses("v5"), IsEmpty());
   EXPECT_EQ(route("10.0.0.9"), "nowhere");
   setting("ipv4/conf/v5/promote_secondaries", "1");
   ipAll(
       {"address add 10.0.0.1/24 dev v5", "address add 10.0.0.2/24 dev v5", "address del 10.0.0.1/24 dev v5"});
-  netlink->read();
+  follow();
   EXPECT_THAT(addresses("v5"), ElementsAre("10.0.0.2/24"));
 }
 
 TEST_F(NetlinkTest, OwnAddressCountsWhereTheFarEndHasOneToo) {
   ip("address add 10.3.0.1 peer 10.3.0.2/32 dev v5");
-  netlink->read();
+  follow();
   EXPECT_THAT(addresses("v5"), ElementsAre("10.0.0.1/24", "10.3.0.1/32"));
   auto const& all = netlink->view().links.at("v5").addresses;
   EXPECT_EQ(all[0].peer, Lanet::IpAddr()) << "a subnet has no far end";
@@ -242,7 +257,7 @@ TEST_F(NetlinkTest, OwnAddressCountsWhereTheFarEndHasOneToo) {
 
 TEST_F(NetlinkTest, LoopbackLendsItsAddresses) {
   ipAll({"link set lo up", "address add 192.0.2.1/32 dev lo"});
-  netlink->read();
+  follow();
   EXPECT_TRUE(netlink->view().links.at("lo").loopback);
   EXPECT_TRUE(isUp("lo"));
   EXPECT_THAT(addresses("lo"), ElementsAre("127.0.0.1/8", "192.0.2.1/32"));
@@ -260,14 +275,14 @@ TEST_F(NetlinkTest, RouteIsThatOfTheKernelAtTheTimeOfTheLookup) {
   EXPECT_EQ(routeAfter("route del 10.7.0.0/16 metric 50", "10.7.0.1"), "remote via 10.0.0.9 dev v5");
   EXPECT_EQ(routeAfter("route replace default via 10.0.0.6", "10.8.0.1"), "remote via 10.0.0.6 dev v5");
   EXPECT_EQ(routeAfter("route replace default dev v6", "10.8.0.1"), "connected dev v6");
-  EXPECT_FALSE(netlink->read()) << "no notice of a route is asked for";
+  EXPECT_FALSE(follow()) << "no notice of a route is asked for";
 }
 
 TEST_F(NetlinkTest, OfSeveralNextHopsOneThatLivesCounts) {
   ipAll({"link add name v7 type veth peer name v8", "link set v7 up", "link set v8 up",
          "address add 10.2.0.1/24 dev v7",
          "route add 10.7.0.0/16 nexthop via 10.2.0.9 nexthop via 10.0.0.9"});
-  netlink->read();
+  follow();
   EXPECT_THAT(route("10.7.0.1"), testing::StartsWith("remote via 10."));
   EXPECT_EQ(routeAfter("link set v7 down", "10.7.0.1"), "remote via 10.0.0.9 dev v5");
 }
@@ -319,10 +334,10 @@ std::vector<std::string> manyLinks(int count) {
 TEST_F(NetlinkTest, LostNoticesAreMadeGoodFor) {
   netlink = std::make_unique<Netlink>(1);
   ipAll(manyLinks(100));
-  EXPECT_TRUE(netlink->read());
+  EXPECT_TRUE(follow());
   EXPECT_EQ(netlink->view().links.size(), 103U);
   ip("link set v5 mtu 1400");
-  EXPECT_TRUE(netlink->read()) << "one notice fits";
+  EXPECT_TRUE(follow()) << "one notice fits";
 }
 
 TEST_F(NetlinkTest, LostNoticesDoNotDeafenTheEventLoop) {
@@ -359,9 +374,9 @@ TEST_F(NetlinkTest, HowManyRoutesThereAreDoesNotMatter) {
   };
   auto flap = [&] {
     ip("link set v6 mtu 1400");
-    netlink->read();
+    follow();
     ip("link set v6 mtu 1500");
-    netlink->read();
+    follow();
   };
   auto lookup = [&] { route("20.1.7.1"); };
   auto fewLookups = timeOf(lookup), fewFlaps = timeOf(flap);
@@ -371,6 +386,127 @@ TEST_F(NetlinkTest, HowManyRoutesThereAreDoesNotMatter) {
   auto manyLookups = timeOf(lookup), manyFlaps = timeOf(flap);
   EXPECT_LT(manyLookups, fewLookups * 10);
   EXPECT_LT(manyFlaps, fewFlaps * 10);
+}
+
+// Pieces ----------------------------------------------------------------------------------------------------
+
+/// Follows many addresses, whose table takes many datagrams, one with each read().
+class NetlinkPiecesTest : public NetlinkTest {
+ protected:
+  static constexpr int count = 3000;
+
+  void SetUp() override {
+    NetlinkTest::SetUp();
+    if (HasFatalFailure() || IsSkipped()) return;
+    std::vector<std::string> commands;
+    for (int i = 0; i < count; ++i) commands.push_back("address add " + address(i) + " dev v6");
+    ipAll(commands);
+    netlink = std::make_unique<Netlink>(Netlink::usualBuffer, Netlink::Duration(0));
+  }
+
+  static std::string address(int number) {
+    return "20." + std::to_string(number / 250) + "." + std::to_string(number % 250) + ".1/32";
+  }
+  /// Begins to read an answer, and takes all links of it and some of the addresses.
+  void readSome() {
+    for (int i = 0; i < 4; ++i) EXPECT_FALSE(netlink->read());
+    EXPECT_TRUE(netlink->isStale());
+  }
+  Zet::U32 mtu(std::string const& name) { return netlink->view().links.at(name).mtu; }
+};
+
+TEST_F(NetlinkPiecesTest, ViewIsExchangedOnceWhenAllPiecesAreRead) {
+  ip("link set v5 mtu 1400");
+  int pieces = 0;
+  do {
+    EXPECT_EQ(mtu("v5"), 1500U);
+    EXPECT_EQ(addresses("v6").size(), static_cast<unsigned>(count));
+    ++pieces;
+  } while (!netlink->read() && pieces < 1000);
+  EXPECT_GE(pieces, 8);
+  EXPECT_EQ(mtu("v5"), 1400U);
+  EXPECT_EQ(addresses("v6").size(), static_cast<unsigned>(count));
+}
+
+TEST_F(NetlinkPiecesTest, ChangeBackToTheFormerTablesWhileTheyAreReadIsNoticed) {
+  ip("link set v5 mtu 1400");
+  readSome();
+  ip("link set v5 mtu 1500");
+  follow();
+  EXPECT_EQ(mtu("v5"), 1500U);
+}
+
+TEST_F(NetlinkPiecesTest, AddressesThatComeAndGoWhileTheyAreReadAreNeitherMissedNorKept) {
+  ip("link set v5 mtu 1400");
+  readSome();
+  ipAll({"address del " + address(0) + " dev v6", "address del " + address(count - 1) + " dev v6",
+         "address add 20.99.0.1/32 dev v6"});
+  follow();
+  std::vector<std::string> all = addresses("v6");
+  EXPECT_EQ(all.size(), count - 1U);
+  EXPECT_THAT(all, testing::Contains("20.99.0.1/32"));
+  EXPECT_THAT(all, testing::Not(testing::Contains(address(0))));
+}
+
+TEST_F(NetlinkPiecesTest, NoticesLostWhileTablesAreReadAreMadeGoodFor) {
+  netlink = std::make_unique<Netlink>(1, Netlink::Duration(0));
+  ip("link set v5 mtu 1400");
+  readSome();
+  ipAll(manyLinks(100));
+  follow();
+  EXPECT_EQ(netlink->view().links.size(), 103U);
+}
+
+TEST_F(NetlinkPiecesTest, RoutesAreFoundWhileTablesAreRead) {
+  ip("link set v5 mtu 1400");
+  readSome();
+  EXPECT_EQ(route("10.0.0.9"), "connected dev v5");
+  EXPECT_EQ(route("20.0.7.1"), "local dev lo");
+  follow();
+  EXPECT_EQ(mtu("v5"), 1400U);
+}
+
+TEST_F(NetlinkPiecesTest, ManyChangesAreReadTogetherAndAfterARest) {
+  ip("link set v5 mtu 1400");
+  readSome();
+  std::this_thread::sleep_for(std::chrono::milliseconds(900));
+  while (!netlink->read()) {
+  }
+  auto begin = std::chrono::steady_clock::now();
+  std::vector<std::string> changes;
+  for (int i = 0; i < 20; ++i) changes.push_back("link set v5 mtu " + std::to_string(1300 + i));
+  ipAll(changes);
+  EXPECT_FALSE(netlink->read());
+  EXPECT_FALSE(becomesReadable(netlink->fd(), 0.05)) << "nothing is to be done before the rest is over";
+  int exchanges = 0;
+  while (netlink->isStale()) {
+    becomesReadable(netlink->fd(), 0.1);
+    exchanges += netlink->read() ? 1 : 0;
+  }
+  EXPECT_EQ(exchanges, 1);
+  EXPECT_EQ(mtu("v5"), 1319U);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(850));
+}
+
+/// In time of the processor, the longest read() of a change; of several changes the one that cost least.
+TEST_F(NetlinkPiecesTest, LongTablesHoldTheCallerUpForAPieceOnly) {
+  auto maxReadTime = [&](Netlink::Duration piece) {
+    netlink = std::make_unique<Netlink>(Netlink::usualBuffer, piece);
+    std::clock_t least = std::numeric_limits<std::clock_t>::max();
+    for (int i = 0; i < 8; ++i) {
+      std::clock_t maxOfChange = 0;
+      ip("link set v5 mtu " + std::to_string(1400 + i));
+      do {
+        becomesReadable(netlink->fd(), 0.1);
+        std::clock_t start = std::clock();
+        netlink->read();
+        maxOfChange = std::max(maxOfChange, std::clock() - start);
+      } while (netlink->isStale());
+      least = std::min(least, maxOfChange);
+    }
+    return least;
+  };
+  EXPECT_LT(maxReadTime(Netlink::Duration(0)) * 2, maxReadTime(std::chrono::hours(1)));
 }
 
 TEST_F(NetlinkTest, WhateverHappensTheViewIsWhatTheKernelHas) {
