@@ -166,6 +166,24 @@ class OperatorTest(unittest.TestCase):
         r2.ip("-batch", batch)
         self.assertLess(resident_of(r2), before + 6144, "KiB: 100,000 routes take more")
 
+    def test_many_links_and_addresses(self):
+        """A link that flaps delays no timer more, however many links and addresses there are."""
+        lab = self.lab(records=False)
+        (r1, r2, r3), links = lab.chain("r1", "r2", "r3")
+        r1.config(candidate_bsr() + candidate_rp())
+        lab.start()
+        wait_all((r2, r3), bsr_of, "10.255.0.1", "all follow r1")
+        few = lateness_of_flaps(r2, links[1])
+        batch = r2.folder / "links"
+        names = [f"extra{i}" for i in range(300)]
+        batch.write_text("".join(f"link add {name} type bridge\n" for name in names) +
+                         "".join(f"address add 172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32 "
+                                 f"dev {names[i % 300]}\n" for i in range(6000)))
+        r2.ip("-batch", batch)
+        many = lateness_of_flaps(r2, links[1])
+        self.assertLess(many, max(0.02, 2 * few))
+        wait_all((r2, r3), bsr_of, "10.255.0.1", "all still follow r1")
+
     def beside_an_agent(self):
         """Starts r1; returns it, the file and the socket of a second agent on its host, and its words."""
         lab = self.lab(records=False)
