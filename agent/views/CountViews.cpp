@@ -26,6 +26,25 @@ static U64 droppedFor(Drops const& drops, DropReason reason) {
   return count;
 }
 
+static void fillBsmFilter(view::Filter& shown, Observed const& observed) {
+  std::set<std::string> const& lists = observed.settings.router.bsrLists;
+  std::set<std::string> absent = absentOf(observed, lists);
+  shown.bsrLists.assign(lists.begin(), lists.end());
+  shown.absentBsrLists.assign(absent.begin(), absent.end());
+  shown.permitsAllBsrs = observed.router.bsmPolicy().bsrs.isEmpty();
+  shown.droppedBsms = droppedFor(observed.drops, DropReason::bsrFilter);
+}
+
+/// The interfaces that Bootstrap Messages don't cross, whoever the BSR is.
+static void fillClosed(view::Filter& shown, Observed const& observed) {
+  for (auto const& [name, intf] : observed.settings.interfaces) {
+    if (!intf.bsm) shown.closed.push_back(name);
+  }
+  for (auto const& [name, border] : observed.settings.router.borders) shown.borders.push_back(name);
+  shown.droppedAtClosed = droppedFor(observed.drops, DropReason::bsmOff);
+  shown.droppedAtBorders = droppedFor(observed.drops, DropReason::border);
+}
+
 view::Filter showFilter(Observed const& observed) {
   std::set<Lanet::IpGenPrefix> permitted;
   for (auto at = observed.router.status()->crpPermitIterator(); at; ++at) {
@@ -40,12 +59,8 @@ view::Filter showFilter(Observed const& observed) {
   shown.permitsAll =
       std::any_of(permitted.begin(), permitted.end(), [](auto& senders) { return senders.length() == 0; });
   shown.dropped = droppedFor(observed.drops, DropReason::senderFilter);
-  std::set<std::string> const& bsrLists = observed.settings.router.bsrLists;
-  std::set<std::string> absentBsrLists = absentOf(observed, bsrLists);
-  shown.bsrLists.assign(bsrLists.begin(), bsrLists.end());
-  shown.absentBsrLists.assign(absentBsrLists.begin(), absentBsrLists.end());
-  shown.permitsAllBsrs = observed.router.bsmPolicy().bsrs.isEmpty();
-  shown.droppedBsms = droppedFor(observed.drops, DropReason::bsrFilter);
+  fillBsmFilter(shown, observed);
+  fillClosed(shown, observed);
   return shown;
 }
 

@@ -8,6 +8,16 @@ namespace pimbsr::cli {
 
 // The filter ------------------------------------------------------------------------------------------
 
+static void writeClosed(std::ostream& out, view::Filter const& view) {
+  if (!view.closed.empty()) {
+    out << fmt::format("Closed to Bootstrap Messages (bsm = false): {}. Dropped since the last clear: {}.\n",
+                       view::cellOf(view.closed, "-"), countOf(view.droppedAtClosed, "message"));
+  }
+  if (view.borders.empty()) return;
+  out << fmt::format("Borders, which 'pimbsr show borders' lists: {}. Dropped since the last clear: {}.\n",
+                     view::cellOf(view.borders, "-"), countOf(view.droppedAtBorders, "message"));
+}
+
 void writeShown(std::ostream& out, view::Filter const& view) {
   out << "Candidate-RP-Advertisements are taken from "
       << (view.permitsAll ? "every sender.\n" : "senders in\n");
@@ -20,6 +30,7 @@ void writeShown(std::ostream& out, view::Filter const& view) {
       "Bootstrap Messages are taken from {}.\nBSR lists: {}. Dropped since the last clear: {}.\n",
       view.permitsAllBsrs ? "every BSR" : "the BSRs that these lists permit",
       view::listsOf(view.bsrLists, view.absentBsrLists), countOf(view.droppedBsms, "message"));
+  writeClosed(out, view);
 }
 
 // Counters --------------------------------------------------------------------------------------------

@@ -407,7 +407,7 @@ TEST_F(ViewsTest, BordersOfRangesAndListsAreShown) {
 TEST_F(ViewsTest, FilterShowsPermittedSendersAndCountsDrops) {
   expect(view("filter"), R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"],
     "permitsAll": true, "dropped": 0, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true,
-    "droppedBsms": 0})");
+    "droppedBsms": 0, "closed": [], "droppedAtClosed": 0, "borders": [], "droppedAtBorders": 0})");
   settings.router.accessLists["senders"][10] = {Acl::Action::permit, {}};
   settings.router.accessLists["senders"][10].filter.source = addr("10.0.0.0").v4Addr();
   settings.router.accessLists["senders"][10].filter.sourceMask = addr("255.0.0.0").v4Addr();
@@ -417,7 +417,7 @@ TEST_F(ViewsTest, FilterShowsPermittedSendersAndCountsDrops) {
   expect(view("filter"),
          R"({"lists": ["nolist", "senders"], "absentLists": ["nolist"], "permitted": ["10.0.0.0/8"],
     "permitsAll": false, "dropped": 1, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true,
-    "droppedBsms": 0})");
+    "droppedBsms": 0, "closed": [], "droppedAtClosed": 0, "borders": [], "droppedAtBorders": 0})");
 }
 
 TEST_F(ViewsTest, FilterShowsTheListsOfBsrsAndCountsTheirDrops) {
@@ -433,6 +433,23 @@ TEST_F(ViewsTest, FilterShowsTheListsOfBsrsAndCountsTheirDrops) {
   EXPECT_EQ(shown["absentBsrLists"].dump(), R"(["nolist"])");
   EXPECT_EQ(shown["permitsAllBsrs"], false);
   EXPECT_EQ(shown["droppedBsms"], 1);
+}
+
+TEST_F(ViewsTest, FilterNamesInterfacesThatBootstrapMessagesDoNotCross) {
+  settings.router.borders["eth0"].groups[prefix("239.255.0.0/16")] = {};
+  configure();
+  helloFromNeighbor();
+  Bsm scoped{.bsr = "10.0.0.7", .groups = {{"239.255.0.0/16", {}, scopedFlag}}};
+  EXPECT_EQ(receive(packetOf(scoped)).reason, "border");
+  settings.interfaces["eth0"].bsm = false;
+  router->bsmPolicyIs({.closed = {intf("eth0")}});
+  EXPECT_EQ(receive(packetOf(scoped)).reason, "bsm-off");
+  EXPECT_EQ(receive(packetOf(Bsm{})).reason, "bsm-off");
+  Json shown = view("filter");
+  EXPECT_EQ(shown["closed"].dump(), R"(["eth0"])");
+  EXPECT_EQ(shown["droppedAtClosed"], 2);
+  EXPECT_EQ(shown["borders"].dump(), R"(["eth0"])");
+  EXPECT_EQ(shown["droppedAtBorders"], 1);
 }
 
 // Counts ----------------------------------------------------------------------------------------------

@@ -344,7 +344,8 @@ TEST(ShowTablesTest, FilterNamesWhoIsPermitted) {
   EXPECT_EQ(shown("filter",
                   R"({"lists": ["a", "b"], "absentLists": ["a"], "permitted": ["10.0.0.0/8", "192.0.2.0/24"],
     "permitsAll": false, "dropped": 1, "bsrLists": ["c", "d"], "absentBsrLists": ["d"],
-    "permitsAllBsrs": false, "droppedBsms": 2})"),
+    "permitsAllBsrs": false, "droppedBsms": 2, "closed": ["eth1", "eth2"], "droppedAtClosed": 3,
+    "borders": ["eth3"], "droppedAtBorders": 1})"),
             R"(
 Candidate-RP-Advertisements are taken from senders in
   10.0.0.0/8
@@ -352,6 +353,8 @@ Candidate-RP-Advertisements are taken from senders in
 Sender lists: a (not there), b. Dropped since the last clear: 1 advertisement.
 Bootstrap Messages are taken from the BSRs that these lists permit.
 BSR lists: c, d (not there). Dropped since the last clear: 2 messages.
+Closed to Bootstrap Messages (bsm = false): eth1, eth2. Dropped since the last clear: 3 messages.
+Borders, which 'pimbsr show borders' lists: eth3. Dropped since the last clear: 1 message.
 )");
   EXPECT_EQ(
       shown("filter", R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"], "permitsAll": true,
