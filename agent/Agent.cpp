@@ -52,6 +52,14 @@ Agent::~Agent() {
   for (auto const& [handle, level] : settings_.traces) traceLevelIs(handle, traceOff);
 }
 
+/// What went by a command was cleared.
+static void logNeighbors(std::vector<NeighborChange> changes, CauseKind cause) {
+  for (NeighborChange& change : changes) {
+    change.isCleared = !change.isThere && cause == CauseKind::command;
+    logNeighbor(change);
+  }
+}
+
 /// Makes a call at the present time; then publishes its changes.
 template <class Act>
 void Agent::call(Cause const& cause, Act const& act) {
@@ -61,6 +69,7 @@ void Agent::call(Cause const& cause, Act const& act) {
   history_.causeIs(cause, context_.now());
   act();
   publishChanges();
+  logNeighbors(neighbors_->takeNeighborChanges(), cause.kind);
   followSenders();
 }
 
@@ -68,7 +77,6 @@ void Agent::callFor(Cause const& cause, std::function<void()> const& act) { call
 
 /// The platform receives packets of known senders in queues of their own.
 void Agent::followSenders() {
-  for (NeighborChange const& change : neighbors_->takeNeighborChanges()) logNeighbor(change);
   for (IntfId const& intfId : neighbors_->takeChanged())
     platform_.neighborsChanged(std::string(intfId.stringValue().view()));
   if (router_->takeAdvertisersChanged()) platform_.advertisersChanged();

@@ -78,6 +78,7 @@ void logNeighbor(NeighborChange const& change) {
   std::string intf = std::string(change.intfId.stringValue().view());
   std::string address = view::cellOf(change.address, "-");
   std::string how = change.isThere      ? "up"
+                    : change.isCleared  ? "down: it was cleared"
                     : change.hasExpired ? "down: its holdtime is over"
                                         : "down: it sent a Hello with zero holdtime";
   log({.event = change.isThere ? logEvents::neighborUp : logEvents::neighborDown,

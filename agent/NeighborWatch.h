@@ -15,6 +15,7 @@ struct NeighborChange {
   Lanet::IpGenAddr address;  ///< its primary address
   bool isThere = false;      ///< it came
   bool hasExpired = false;   ///< it went since its holdtime was over
+  bool isCleared = false;    ///< it went since an operator cleared it; the watch leaves this false
 };
 
 /// Follows the neighbors on the interfaces of PIM's status tree. A change costs O(its addresses); without a

@@ -273,6 +273,15 @@ TEST_F(AgentTest, PacketIsCountedAndADroppedOneNoted) {
   EXPECT_TRUE(observed.drops.rows().empty());
 }
 
+TEST_F(AgentTest, ClearedNeighborIsLoggedAsSuch) {
+  pimIntf("eth0")->neighborIs(addr("192.0.2.1"));
+  follow();
+  RecordingLog sink;
+  agent.clearNeighbors("eth0");
+  ASSERT_EQ(sink.records.size(), 1u);
+  EXPECT_EQ(sink.records[0].text, "interface eth0: neighbor 192.0.2.1 is down: it was cleared");
+}
+
 TEST_F(AgentTest, ClearedStateIsPublishedAndWhatCannotBeClearedIsExplained) {
   auto errorOf = [&](auto const& clear) -> std::string {
     try {
