@@ -48,6 +48,7 @@ class TroubleTest(unittest.TestCase):
         wait_until(lambda: drops_of(r2).get("border"), "r2 drops at its border")
         self.assertIsNone(bsr_of(r2, "239.1.0.0/16"))
         self.assertRegex(r2.command("show", "borders"), r"eth-r1 +239\.0\.0\.0/8")
+        self.assertRegex(r2.command("show", "filter"), r"Borders, .*: eth-r1\. Dropped .*: [1-9]")
 
     def test_trouble_filter(self):
         """A BSR that does not permit a candidate RP counts its advertisements and shows the sender."""
