@@ -1,6 +1,9 @@
-"""Scenarios for the tests of the page: networks of any size, in two regions that are partitioned."""
+"""Scenarios for the tests of the page: networks of any size, in two regions that are partitioned.
+
+Usage: networks.py ROUTERS: prints one of so many routers."""
 
 import random
+import sys
 
 
 class Network:
@@ -50,3 +53,7 @@ class Network:
                   "at 300 partition " + " ".join(f"r{router}" for router in range(half, self.routers)),
                   "at 700 heal", "at 800 crash r0", "run until 1100", ""]
         return "\n".join(lines)
+
+
+if __name__ == "__main__":
+    print(Network(int(sys.argv[1])).scenario(), end="")

@@ -235,6 +235,65 @@ class PageTest(unittest.TestCase):
         self.assertLessEqual(panel["bottom"], timeline["top"])
         self.shot("narrow")
 
+    # The example of the document --------------------------------------------------------------------------
+
+    def open_complaint(self, title):
+        """Opens the page of the example where docs/see.md says that it shows a complaint."""
+        text = (ROOT / "docs/see.md").read_text()
+        fragment = re.search(rf"\*\*{title}\*\*: `(#[^`]+)`", text)[1]
+        self.open(self.page("sim", ROOT / "examples/two-regions.sim"), fragment)
+
+    def items(self):
+        """The letter of the BSR or RP of each router at the cursor."""
+        return self.browser.run("""Object.fromEntries(pimbsr.app.model.routers.map((router) => {
+            const { stopped, item } = pimbsr.app.lens.at(router, pimbsr.app.state.get('time'));
+            return [router.name, stopped ? 'x' : item ? item.letter : '-']; }))""")
+
+    def links_that_are_down(self):
+        return self.browser.run("""pimbsr.app.model.links.filter(({ up }) => {
+            const time = pimbsr.app.state.get('time');
+            return !up.some((span) => span.up && span.start <= time && time < span.end);
+          }).map((link) => link.name)""")
+
+    def test_documented_router_without_a_bsr_is_cut_off(self):
+        self.open_complaint("A router has no BSR")
+        self.assertEqual({name for name, letter in self.items().items() if letter == "-"}, {"b1", "b2"})
+        self.assertEqual(self.links_that_are_down(), ["uplink"])
+        self.browser.key("ArrowLeft")
+        self.browser.until("document.body.dataset.time == 996.017")
+        self.browser.key("ArrowLeft")
+        self.browser.until("document.body.dataset.time == 900")
+        self.assertIn("down uplink", self.browser.run(
+            "pimbsr.app.model.marks.find((mark) => mark.time === 900).text"))
+        self.shot("complaint-none")
+
+    def test_documented_bsr_that_is_gone_is_followed_until_its_timeout(self):
+        self.open_complaint("Routers follow a BSR that is gone")
+        others = {"w2": "A", "w3": "A", "e1": "A", "e2": "A", "e3": "A", "b1": "A", "b2": "A"}
+        self.assertEqual(self.items(), {"w1": "x", **others})
+        self.shot("complaint-gone")
+        spans = self.browser.run("pimbsr.app.lens.spansOf(pimbsr.app.selected()).slice(-2)")
+        expired, followed = spans[0]["end"], spans[1]["start"]
+        self.assertEqual([round(expired - 1200), round(followed - expired)], [96, 18])
+        self.assertEqual([span["item"]["letter"] for span in spans], ["A", "B"])
+        self.assertEqual(self.browser.run("pimbsr.app.names.bsrs.get('10.0.0.5').owner"), "e2")
+        states = self.browser.run(
+            "pimbsr.app.lens.statesOf(pimbsr.app.routers.get('e2')).map((one) => one.state)")
+        self.assertEqual(states[-2:], ["Pending-BSR", "Elected-BSR"])
+
+    def test_documented_regions_use_different_rps(self):
+        self.open_complaint("Two routers use different RPs")
+        west, east = {name: "b" for name in ("w1", "w2", "w3")}, {name: "a" for name in ("e1", "e2", "e3")}
+        self.assertEqual(self.items(), {**west, **east, "b1": "a", "b2": "a"})
+        owners = self.browser.run(
+            "[...pimbsr.app.names.rps.values()].map((item) => [item.letter, item.owner])")
+        self.assertEqual(owners, [["a", "e3"], ["b", "w2"]])
+        self.shot("complaint-rps")
+        self.show(range="")
+        self.show(zone=GLOBAL)
+        self.assertEqual(set(self.items().values()), {"A", "B"})
+        self.assertEqual(self.links_that_are_down(), ["wan"])
+
     # Saved documents, hostile names ----------------------------------------------------------------------
 
     def test_page_of_a_saved_document_is_the_same(self):
