@@ -46,6 +46,7 @@ class PageTest(unittest.TestCase):
         cls.folder = tempfile.TemporaryDirectory()
         cls.pages = {}
         cls.browser = Browser().__enter__()
+        cls.browser.expected = "willReadFrequently"  # of tests that look at pixels
 
     @classmethod
     def tearDownClass(cls):
@@ -219,6 +220,126 @@ class PageTest(unittest.TestCase):
         self.browser.until("document.body.dataset.time > 390 && document.body.dataset.time < 392")
         self.browser.key("Home")
         self.browser.until("document.body.dataset.time == 0")
+
+    # The area of the lanes -------------------------------------------------------------------------------
+
+    def drawn(self, canvas, left, right, top=0):
+        """How many pixels of a canvas are drawn on from a column to another, and a sum over their colors."""
+        return self.browser.run(f"""(() => {{
+            const canvas = document.getElementById('{canvas}');
+            const image = canvas.getContext('2d')
+              .getImageData({left}, {top}, {right} - {left}, canvas.height - {top});
+            return [image.data.filter((value, at) => at % 4 === 3 && value !== 0).length,
+              image.data.reduce((sum, value) => (sum * 31 + value) % 4294967296, 0)]; }})()""")
+
+    def area(self):
+        """The first column right of the names, the last one of the lanes, and the width of the canvas."""
+        return self.browser.run("""[...pimbsr.app.timeline.lanes.x.range(),
+            document.getElementById('lanes').width]""")
+
+    def zoom(self, factor, time):
+        """Zooms around a time, which may leave the cursor out of view."""
+        self.browser.run(f"""(() => {{ const {{ timeline, state }} = pimbsr.app;
+            timeline.axis.zoom({factor}, {time}); timeline.drawAll(state.get('time'), null); }})()""")
+
+    def expect_nothing_outside(self):
+        axis = 18  # height of the labels of times, which may be wider than the lanes
+        left, right, width = self.area()
+        names = self.drawn("lanes", 0, left), self.drawn("chart", 0, left - 6, axis)
+        end = self.browser.run("pimbsr.app.model.end")
+        for time in (0, end / 3, end / 2, end):
+            with self.subTest(time=time):
+                self.show(time=end / 3)
+                self.zoom(0.1, time)
+                self.assertEqual((self.drawn("lanes", 0, left), self.drawn("chart", 0, left - 6, axis)),
+                                 names)
+                self.assertGreater(self.drawn("lanes", left, right)[0], 0)
+                self.assertEqual(self.drawn("lanes", right, width)[0], 0)
+                # The mark of a statement is a triangle around its time.
+                self.assertEqual(self.drawn("chart", right + 7, width, axis)[0], 0)
+                self.assertEqual(self.drawn("cursor", right + 4, width)[0], 0)
+                self.zoom(100, time)
+
+    def test_zoomed_time_draws_nothing_outside_lanes_with_names(self):
+        self.open(self.page("sim", ROOT / "examples/two-regions.sim"))
+        self.expect_nothing_outside()
+
+    def test_zoomed_time_draws_nothing_outside_lanes_of_few_pixels(self):
+        self.open(self.network(200))
+        self.expect_nothing_outside()
+
+    def test_mark_and_cursor_right_of_the_zoomed_time_are_not_drawn(self):
+        self.open(self.page("sim", ROOT / "examples/two-regions.sim"), "#t=300")
+        left, right, width = self.area()
+        # The statement at 300 s and the cursor are 10 pixels right of the lanes, on their canvases.
+        self.browser.run(f"""(() => {{ const {{ timeline, state }} = pimbsr.app;
+            timeline.axis.moveTo(200 - 1000 / ({right} - {left}), 100);
+            timeline.drawAll(state.get('time'), null); }})()""")
+        self.assertAlmostEqual(self.browser.run("pimbsr.app.timeline.lanes.x(300)"), right + 10, delta=0.1)
+        for canvas in ("chart", "cursor"):
+            self.assertEqual(self.drawn(canvas, right + 2, width, 18)[0], 0, canvas)
+
+    def test_span_that_ended_before_the_zoomed_time_leaves_no_mark(self):
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"))
+        self.zoom(0.01, 529)
+        colors = self.browser.run("""(() => { const { lanes } = pimbsr.app.timeline;
+            const { top, height } = lanes.placeOf(pimbsr.app.routers.get('r5'));
+            const [left] = lanes.x.range();
+            return [0, 1].map((right) => [...lanes.canvas.getContext('2d')
+              .getImageData(left + right, top + height / 2, 1, 1).data]); })()""")
+        self.assertEqual(colors[0], colors[1], "r5 was stopped until 520 s")
+
+    def test_cursor_that_leaves_the_zoomed_time_takes_it_along(self):
+        self.open(self.page("sim", ROOT / "examples/five-routers.sim"), "#t=300")
+        self.zoom(0.1, 300)
+        shown = "pimbsr.app.timeline.lanes.x.domain()"
+        before = self.browser.run(shown)
+        self.browser.key("ArrowRight")
+        self.browser.until("document.body.dataset.time > 390")
+        lanes, axis = self.browser.run(
+            f"[{shown}, [pimbsr.app.timeline.axis.start, pimbsr.app.timeline.axis.stop]]")
+        self.assertNotEqual(lanes, before)
+        self.assertEqual(lanes, axis, "the lanes show what the cursor is drawn over")
+        left, right, _ = self.area()
+        self.assertGreater(self.drawn("cursor", left, right)[0], 0)
+
+    def frame(self):
+        """The first and the last row of pixels of the frame, the cursor apart; None without one."""
+        return self.browser.run("""(() => {
+            const { lanes, axis, time } = pimbsr.app.timeline;
+            const canvas = document.getElementById('cursor');
+            const x = Math.round(lanes.x(time));
+            const { data } = canvas.getContext('2d').getImageData(0, 0, x - 8, canvas.height);
+            const rows = [];
+            const rowOf = (at) => Math.floor(at / 4 / (x - 8));
+            data.forEach((value, at) => { if (at % 4 === 3 && value) rows.push(rowOf(at)); });
+            return rows.length ? [rows[0], rows[rows.length - 1]] : null; })()""")
+
+    def test_frame_is_around_the_lane_of_the_selected_router(self):
+        self.open(self.network(60))
+        self.assertIsNone(self.frame())
+        self.browser.run("document.getElementById('overview').click()")
+        place = """(() => { const { lanes } = pimbsr.app.timeline;
+            const { top, height } = lanes.placeOf(pimbsr.app.selected());
+            const chart = document.getElementById('chart').clientHeight;
+            return [chart + top, chart + top + height, chart]; })()"""
+        for row in (10, 30, 59):
+            self.browser.run(f"""(() => {{ const {{ app, show }} = pimbsr;
+                app.pick(app.timeline.lanes.rows[{row}]); show({{}}); }})()""")
+            top, bottom, _ = self.browser.run(place)
+            # Two pixels before the lane and two after what it draws, which are the gaps between lanes.
+            self.assertEqual(self.frame(), [top - 2, bottom - 1], row)
+        self.shot("frame")
+        scroll = """document.getElementById('pane').scrollTop += {};
+            new Promise((next) => requestAnimationFrame(() => requestAnimationFrame(next)))"""
+        self.browser.run("pimbsr.app.pick(pimbsr.app.timeline.lanes.rows[20]); pimbsr.show({})")
+        top, _, chart = self.browser.run(place)
+        self.browser.run(scroll.format(top - chart + 9))
+        top, bottom, _ = self.browser.run(place)
+        self.assertLess(top, chart)
+        self.assertEqual(self.frame(), [chart, bottom - 1], "the chart covers a part of the lane")
+        self.browser.run(scroll.format(40))
+        self.assertIsNone(self.frame())
 
     def test_narrow_window_has_the_panel_below_the_graph(self):
         self.browser.call("Emulation.setDeviceMetricsOverride", width=390, height=800, deviceScaleFactor=1,

@@ -54,7 +54,7 @@ class App {
     this.state.flush();
     this.drawAll();
     addKeys(this.actions);
-    addEventListener("hashchange", () => this.state.set(this.valid(readFragment(location.hash))));
+    addEventListener("hashchange", () => this.follow(readFragment(location.hash)));
     addEventListener("resize", () => this.drawAll());
   }
 
@@ -66,9 +66,8 @@ class App {
     document.documentElement.style.setProperty("--timeline", `${this.timeline.height()}px`);
     this.graph = new Graph(byId("graph"), this.model, this.lens, (router) => this.pick(router));
     this.panel = new Panel(byId("legend"), byId("panel"), this.model, this.lens, this.names, this.actions);
-    this.player = new Player(this.model, this.state, () => Number(byId("speed").value), () => {
-      byId("play").textContent = this.player.isPlaying ? "❚❚ pause" : "▶ play";
-    });
+    this.player = new Player(this.model, this.state, this.actions.goTo, () => Number(byId("speed").value));
+    this.player.onChange = (isPlaying) => (byId("play").textContent = isPlaying ? "❚❚ pause" : "▶ play");
   }
 
   makeControls() {
@@ -140,9 +139,17 @@ class App {
     return this.routers.get(this.state.get("router")) || null;
   }
 
+  /** Moves the cursor, and the time axis with it where that shows another part of the run. */
   goTo(time) {
-    this.timeline.axis.reveal(time);
+    if (this.timeline.axis.reveal(time)) this.timeline.drawAll(time, this.selected());
     this.state.set({ time });
+  }
+
+  /** Shows what a deep link names. */
+  follow(values) {
+    const { time, ...others } = this.valid(values);
+    if (time !== undefined) this.goTo(time);
+    this.state.set(others);
   }
 
   pick(router) {
@@ -246,7 +253,7 @@ function start(model) {
   // For tests: sets what is shown at once and returns it, with the number of links that cross.
   window.pimbsr = {
     show(values) {
-      app.state.set(app.valid(values));
+      app.follow(values);
       app.state.flush();
       return { ...app.state.values };
     },

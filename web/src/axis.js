@@ -43,10 +43,12 @@ export class Axis {
     this.stop = this.start + length;
   }
 
-  /** Moves so that a time is in view. */
+  /** Moves so that a time is in view; returns whether it has moved. */
   reveal(time) {
+    if (time >= this.start && time <= this.stop) return false;
     const length = this.stop - this.start;
-    if (time < this.start || time > this.stop) this.moveTo(time - length / 2, length);
+    this.moveTo(time - length / 2, length);
+    return true;
   }
 }
 

@@ -50,7 +50,7 @@ export class Chart {
     context.fillStyle = this.colors.accent;
     for (const mark of this.model.marks) {
       const x = this.x(mark.time);
-      if (x < GUTTER - 1) continue;
+      if (x < GUTTER - 1 || x > this.x.range()[1] + 1) continue;
       context.beginPath();
       context.moveTo(x, y + 6);
       context.lineTo(x - 5, y - 5);

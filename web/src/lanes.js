@@ -96,6 +96,7 @@ export class Lanes {
   }
 
   fillSpan(context, start, end, top, size) {
+    if (end < this.axis.start || start > this.axis.stop) return;
     const left = Math.max(this.x(start), GUTTER);
     context.fillRect(left, top, Math.max(0.7, this.x(end) - left), size);
   }

@@ -5,15 +5,16 @@ import { indexAt } from "./spans.js";
 const WHOLE_RUN = 24; // seconds for which a run is played at speed 1
 
 export class Player {
-  constructor(model, state, speed, onChange) {
-    Object.assign(this, { model, state, speed, onChange, isPlaying: false });
+  /** `goTo` moves the cursor; `onChange` is called when it begins or ends to play. */
+  constructor(model, state, goTo, speed) {
+    Object.assign(this, { model, state, goTo, speed, onChange: () => {}, isPlaying: false });
   }
 
   toggle() {
     this.isPlaying = !this.isPlaying;
-    if (this.isPlaying && this.state.get("time") >= this.model.end) this.state.set({ time: 0 });
+    if (this.isPlaying && this.state.get("time") >= this.model.end) this.goTo(0);
     this.last = undefined;
-    this.onChange();
+    this.onChange(this.isPlaying);
     if (this.isPlaying) requestAnimationFrame((now) => this.step(now));
   }
 
@@ -22,7 +23,7 @@ export class Player {
     const passed = this.last === undefined ? 0 : (now - this.last) / 1000;
     this.last = now;
     const time = this.state.get("time") + (passed * this.speed() * this.model.end) / WHOLE_RUN;
-    this.state.set({ time: Math.min(this.model.end, time) });
+    this.goTo(Math.min(this.model.end, time));
     if (time >= this.model.end) this.toggle();
     else requestAnimationFrame((next) => this.step(next));
   }

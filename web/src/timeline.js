@@ -89,8 +89,9 @@ export class Timeline {
     const { context, height } = fit(this.parts.cursor);
     const width = this.parts.lanes.clientWidth;
     const colors = schemeColors();
-    const x = this.axis.scale(width)(time);
-    if (x >= GUTTER - 1) {
+    const scale = this.axis.scale(width);
+    const x = scale(time);
+    if (x >= GUTTER - 1 && x <= scale.range()[1] + 1) {
       context.fillStyle = colors.paper;
       context.fillRect(x - 2, 0, 4, height);
       context.fillStyle = colors.accent;
