@@ -341,6 +341,11 @@ class PageTest(unittest.TestCase):
         self.browser.run(scroll.format(40))
         self.assertIsNone(self.frame())
 
+    def expect_tables_to_fit(self):
+        wide = self.browser.run("""(() => { const panel = document.getElementById('panel');
+            return [panel.scrollWidth, panel.clientWidth]; })()""")
+        self.assertLessEqual(wide[0], wide[1])
+
     def test_narrow_window_has_the_panel_below_the_graph(self):
         self.browser.call("Emulation.setDeviceMetricsOverride", width=390, height=800, deviceScaleFactor=1,
                           mobile=False)
@@ -354,6 +359,7 @@ class PageTest(unittest.TestCase):
         self.assertEqual([graph["width"], panel["width"]], [390, 390])
         self.assertLessEqual(graph["bottom"], panel["top"])
         self.assertLessEqual(panel["bottom"], timeline["top"])
+        self.expect_tables_to_fit()
         self.shot("narrow")
 
     # The example of the document --------------------------------------------------------------------------
@@ -474,6 +480,9 @@ class PageTest(unittest.TestCase):
         legend = self.text("#legend").replace("\n", "")
         self.assertIn("172.16.0.1 (r0): 100", legend)
         self.assertIn("172.16.101.1 (r101): 100", legend)
+        # The statement names half of the routers, and the controls are in one row.
+        self.assertRegex(self.text("#panel"), r"partition r100 r101 .* … and \d\d more\n")
+        self.assertLess(self.browser.run("document.querySelector('header').clientHeight"), 45)
         self.shot("partition")
         # Rows of one course are next to each other, so that each region is one block.
         runs = self.browser.run("""(() => { const { lanes } = pimbsr.app.timeline;
@@ -533,6 +542,7 @@ class PageTest(unittest.TestCase):
         for part in ("239.192.0.0/14", "203.0.113.5", "BSM from 192.0.2.1 accepted",
                      "Drops of the whole run"):
             self.assertIn(part, self.text("#panel"))
+        self.expect_tables_to_fit()
         self.browser.run("pimbsr.app.setScheme('dark'); pimbsr.app.drawAll()")
         self.shot("replay")
         # An RP that is no router of the capture.

@@ -47,7 +47,7 @@ export function fill(parent, ...children) {
 
 /** Whether a cell is not to be broken into lines. */
 function isShort(cell) {
-  return cell instanceof Node ? cell.textContent.length <= 30 : String(cell).length <= 16;
+  return cell instanceof Node ? cell.textContent.length <= 20 : String(cell).length <= 16;
 }
 
 /** A table of texts or elements. */

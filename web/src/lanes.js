@@ -175,6 +175,7 @@ export class Lanes {
     const step = Math.max(1, Math.ceil(40 / height));
     for (let row = first; row < last; row += step) {
       const y = this.top(row, height) + 7;
+      if (y + 5 > this.canvas.clientHeight) break;
       context.fillText(clipped(context, this.rows[row].name, GUTTER - 10), 6, y);
     }
   }

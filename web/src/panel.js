@@ -5,7 +5,7 @@ import { timeText } from "./axis.js";
 import { badge, element, fill, name, table } from "./dom.js";
 import { rangesAt } from "./lens.js";
 import { SHAPES } from "./names.js";
-import { sentenceOf } from "./sentences.js";
+import { sentenceOf, shortened } from "./sentences.js";
 import { countUntil, spanAt } from "./spans.js";
 import { WORDS } from "./words.js";
 
@@ -55,7 +55,7 @@ export class Panel {
     if (this.model.kind === "live") parts.push(...this.comparisonParts());
     if (this.model.marks.length) {
       parts.push(element("h3", {}, this.words.marks));
-      parts.push(this.timeTable(this.model.marks.map((mark) => [mark.time, mark.text])));
+      parts.push(this.timeTable(this.model.marks.map((mark) => [mark.time, shortened(mark.text)])));
     }
     return parts;
   }
@@ -133,7 +133,7 @@ export class Panel {
     return [...spans].sort((a, b) => a.priority - b.priority).map((span) => {
       const item = this.names.rps.get(span.rp);
       const pick = { class: "link", click: () => this.actions.pickRange(span.zone, range) };
-      const zone = span.zone === range ? " scoped" : ` in ${span.zone}`;
+      const zone = span.zone === range ? " scoped" : ` in\u00a0${span.zone}`;
       const scope = span.zone === GLOBAL_ZONE ? "" : zone;
       return [element("span", {}, element("button", pick, range), scope),
         element("span", {}, badge(item), ` ${span.rp}`), span.priority, `${span.holdtime} s`,

@@ -46,6 +46,16 @@ export function sentenceOf(event) {
   return sentence ? sentence(event) : event.event;
 }
 
+const MAX_STATEMENT = 160; // characters; a partition names hundreds of routers
+
+/** A statement without the rest of a long list. */
+export function shortened(text) {
+  if (text.length <= MAX_STATEMENT) return text;
+  const words = text.split(" ");
+  const kept = text.slice(0, MAX_STATEMENT).split(" ").length - 1;
+  return `${words.slice(0, kept).join(" ")} … and ${words.length - kept} more`;
+}
+
 export function timedSentence(event) {
   return `${timeText(event.time)}: ${sentenceOf(event)}`;
 }

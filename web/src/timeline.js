@@ -4,6 +4,7 @@ import { Axis, GUTTER, timeText } from "./axis.js";
 import { fit, schemeColors } from "./canvas.js";
 import { Chart } from "./chart.js";
 import { Lanes, READABLE } from "./lanes.js";
+import { shortened } from "./sentences.js";
 
 export class Timeline {
   /** `parts`: the elements section, chart, pane, lanes, spacer, cursor and hint. `actions`: goTo, pick. */
@@ -43,7 +44,7 @@ export class Timeline {
   move(canvas, event) {
     if (event.buttons & 1 && event.offsetX >= GUTTER - 4) this.actions.goTo(this.timeAt(event));
     const marks = canvas === this.parts.chart ? this.chart.marksAt(event.offsetX) : [];
-    const textOf = (mark) => `${timeText(mark.time)}: ${mark.text}`;
+    const textOf = (mark) => `${timeText(mark.time)}: ${shortened(mark.text)}`;
     const text = canvas === this.parts.chart ? marks.map(textOf).join("\n")
       : this.lanes.textAt(event.offsetX, event.offsetY);
     this.showHint(canvas, event, text);
