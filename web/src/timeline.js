@@ -6,6 +6,8 @@ import { Chart } from "./chart.js";
 import { Lanes, READABLE } from "./lanes.js";
 import { shortened } from "./sentences.js";
 
+const FRAME = 2; // width of the frame; the chart ends so far above the first lane
+
 export class Timeline {
   /** `parts`: the elements section, chart, pane, lanes, spacer, cursor and hint. `actions`: goTo, pick. */
   constructor(parts, model, lens, actions) {
@@ -106,10 +108,10 @@ export class Timeline {
     const chartHeight = this.parts.chart.clientHeight;
     context.save();
     context.beginPath();
-    context.rect(0, chartHeight, width, this.parts.pane.clientHeight);
+    context.rect(0, chartHeight - FRAME, width, this.parts.pane.clientHeight + FRAME);
     context.clip();
     context.strokeStyle = colors.accent;
-    context.lineWidth = 2;
+    context.lineWidth = FRAME;
     const left = GUTTER - 3; // the names are left of it
     context.strokeRect(left, chartHeight + place.top - 1, width - left - 1, Math.max(4, place.height));
     context.restore();
