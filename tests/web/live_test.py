@@ -78,6 +78,25 @@ class PageOfAgentsTest(unittest.TestCase):
             agent.delay.set()
         self.until_legend("10.0.0.1: 7", 40)
 
+    def test_agent_without_a_first_answer_is_asked(self):
+        self.start(2)
+        for agent in self.agents:
+            agent.delay.clear()
+        self.browser.expected = "503"
+        self.browser.visit(self.url)
+        self.until_legend("asked: 2")
+        status = "pimbsr.app.lens.at(pimbsr.app.routers.get('r1'), pimbsr.app.model.end)"
+        self.assertEqual(self.browser.run(status),
+                         {"stopped": True, "asked": True, "item": None, "own": False})
+        self.browser.run("pimbsr.show({router: 'r1'})")
+        self.assertIn("asked", self.browser.run("document.querySelector('#panel p').innerText"))
+        self.until_legend("does not answer: 2", 20)
+        legend = self.browser.run("document.getElementById('legend').innerText")
+        self.assertNotIn("asked", legend)
+        for agent in self.agents:
+            agent.delay.set()
+        self.until_legend("10.0.0.1: 2", 40)
+
     def test_comparison_is_asked_once_for_all_agents(self):
         self.start(12)
         self.browser.visit(self.url)

@@ -33,6 +33,13 @@ function trace(context, { px, py }, shape, radius) {
   context.closePath();
 }
 
+/** What a circle has in it. */
+function letterOf(router, { asked, stopped, item }) {
+  if (asked) return "…";
+  if (stopped) return "×";
+  return item ? item.letter : router.isNeighbor ? "" : "–";
+}
+
 export class Graph {
   constructor(canvas, model, lens, onPick) {
     Object.assign(this, { canvas, model, lens });
@@ -211,7 +218,7 @@ export class Graph {
     context.beginPath();
     context.arc(node.px, node.py, radius, 0, 2 * Math.PI);
     context.fillStyle = status.item ? status.item.color : this.colors.paper;
-    if (status.stopped) context.fillStyle = this.colors.stopped;
+    if (status.stopped && !status.asked) context.fillStyle = this.colors.stopped;
     context.fill();
     const isEmpty = !status.item && !status.stopped && !node.router.isNeighbor;
     context.strokeStyle = isEmpty ? this.colors.warn : this.colors.ink;
@@ -222,8 +229,7 @@ export class Graph {
 
   drawLetter(context, node, status) {
     context.fillStyle = status.item ? status.item.ink : this.colors.ink;
-    const text = status.stopped ? "×" : status.item ? status.item.letter : node.router.isNeighbor ? "" : "–";
-    context.fillText(text, node.px, node.py + 0.5);
+    context.fillText(letterOf(node.router, status), node.px, node.py + 0.5);
   }
 
   drawNames(context) {

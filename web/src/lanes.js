@@ -76,6 +76,7 @@ export class Lanes {
 
   drawRow(context, row, height, stride) {
     const router = this.rows[row];
+    if (router.isAsked) return;
     const top = this.top(row, height);
     const gap = height >= 9 ? 2 : 0;
     const size = Math.max(1, this.top(row + stride, height) - top - gap);
@@ -205,7 +206,8 @@ export class Lanes {
     if (!router || !this.x || x < GUTTER) return router ? router.name : "";
     const time = this.x.invert(x);
     const status = this.lens.at(router, time);
-    if (status.stopped) return `${router.name}: ${WORDS[this.model.kind].stopped}`;
+    const words = WORDS[this.model.kind];
+    if (status.stopped) return `${router.name}: ${status.asked ? words.asked : words.stopped}`;
     const spans = this.lens.spansOf(router);
     const index = indexAt(spans, time, this.model.end);
     if (index < 0) return `${router.name}: no ${this.lens.range ? "RP" : "BSR"}`;

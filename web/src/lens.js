@@ -47,12 +47,14 @@ export class Lens {
     return zone ? zone.bsr.map((span) => ({ ...span, item: this.names.bsrs.get(span.bsr) })) : NO_SPANS;
   }
 
-  /** {stopped}, or {item, own}; item is null without a BSR or RP. */
+  /** {stopped, asked, item, own}; item is null without a BSR or RP. An agent that is asked for the first time
+   *  is stopped too: nothing is known of it. */
   at(router, time) {
+    if (router.isAsked) return { stopped: true, asked: true, item: null, own: false };
     const up = spanAt(router.up, time, this.model.end);
-    if (!up || !up.up) return { stopped: true, item: null, own: false };
+    if (!up || !up.up) return { stopped: true, asked: false, item: null, own: false };
     const span = spanAt(this.spansOf(router), time, this.model.end);
-    return { stopped: false, item: span ? span.item : null, own: Boolean(span && span.own) };
+    return { stopped: false, asked: false, item: span ? span.item : null, own: Boolean(span && span.own) };
   }
 
   /** What at() returns for all routers at a time, by index; kept for the last time. */
@@ -70,17 +72,19 @@ export class Lens {
     return zone ? zone.states : NO_SPANS;
   }
 
-  /** How many running routers have each item at a time, as a map; null is for those without one. */
+  /** How many running routers have each item at a time, as a map; null is for those without one. With the
+   *  numbers of those that are stopped, and of those that are asked for the first time. */
   countsAt(time) {
     const counts = new Map();
-    let stopped = 0;
+    let [stopped, asked] = [0, 0];
     for (const router of this.model.routers) {
       if (router.isNeighbor) continue;
       const status = this.allAt(time)[router.index];
-      if (status.stopped) ++stopped;
+      if (status.asked) ++asked;
+      else if (status.stopped) ++stopped;
       else counts.set(status.item, (counts.get(status.item) || 0) + 1);
     }
-    return { counts, stopped };
+    return { counts, stopped, asked };
   }
 }
 

@@ -30,7 +30,7 @@ export class Panel {
   }
 
   drawLegend() {
-    const { counts, stopped } = this.lens.countsAt(this.time);
+    const { counts, stopped, asked } = this.lens.countsAt(this.time);
     const items = this.lens.range ? this.names.rps : this.names.bsrs;
     const what = this.lens.range ? `RP for ${this.lens.group}` : "BSR";
     const used = [...items.values()].filter((item) => counts.has(item));
@@ -40,7 +40,9 @@ export class Panel {
       counts.has(null) && element("span", { class: "entry" }, element("span", { class: "badge none" }, "–"),
         ` no ${what}: ${counts.get(null)}`),
       stopped !== 0 && element("span", { class: "entry" }, element("span", { class: "badge stopped" }, "×"),
-        ` ${this.words.stopped}: ${stopped}`));
+        ` ${this.words.stopped}: ${stopped}`),
+      asked !== 0 && element("span", { class: "entry" }, element("span", { class: "badge" }, "…"),
+        ` ${this.words.asked}: ${asked}`));
   }
 
   /** The shape of routers with an item, where the graph is too dense for letters. */
@@ -81,7 +83,7 @@ export class Panel {
 
   routerParts(router) {
     const status = this.lens.at(router, this.time);
-    const state = status.stopped ? this.words.stopped : this.words.running;
+    const state = this.stateOf(status);
     return [
       element("h2", {}, name(router.name), ` at ${timeText(this.time)}`),
       element("p", {}, router.isNeighbor ? this.words.neighbor :
@@ -92,6 +94,10 @@ export class Panel {
       this.dropParts(router),
       this.changeParts(router),
     ].flat();
+  }
+
+  stateOf({ asked, stopped }) {
+    return asked ? this.words.asked : stopped ? this.words.stopped : this.words.running;
   }
 
   zoneParts(router) {

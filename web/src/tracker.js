@@ -59,6 +59,11 @@ export class Tracker {
       rps: new Map(), masks: new Map(), isKnown: false });
   }
 
+  /** Whether the agent is asked for the first time, and neither answered nor failed to. */
+  get isAsked() {
+    return this.up.length === 0;
+  }
+
   zoneOf(zone) {
     if (!this.zones.has(zone)) this.zones.set(zone, { zone, bsr: [], states: [], digest: "" });
     return this.zones.get(zone);

@@ -6,7 +6,7 @@ export const WORDS = {
   simulation: { ...RUN, marks: "Statements", markRow: "statements", neighbor: "" },
   replay: { ...RUN, marks: "Capture", markRow: "capture", neighbor: "sender of messages in the capture" },
   live: {
-    running: "answers", stopped: "does not answer", drops: "Drops since the last clear", marks: "Agents",
-    markRow: "agents", neighbor: "neighbor that is no agent of this page",
+    running: "answers", stopped: "does not answer", asked: "asked", drops: "Drops since the last clear",
+    marks: "Agents", markRow: "agents", neighbor: "neighbor that is no agent of this page",
   },
 };
