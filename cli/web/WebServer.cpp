@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "agent/base/Version.h"
+#include "cli/base/Numbers.h"
 #include "cli/page/Page.h"
 #include "cli/web/MetricsText.h"
 #include "view/Answers.h"
@@ -29,9 +30,19 @@ static std::string dumped(Json const& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-static std::string requestOf(std::string const& what, std::string const& group = "") {
+static std::string requestOf(std::string const& what) {
+  return Json{{"command", "show"}, {"what", what}}.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+/// With the members that a query has. A depth that is no number stays a text, which the parser rejects.
+static std::string requestOf(std::string const& what, HttpExchange const& exchange) {
   Json request = {{"command", "show"}, {"what", what}};
-  if (!group.empty()) request["group"] = group;
+  for (char const* name : {"group", "prefix", "path", "from"})
+    if (std::string value = exchange.argument(name); !value.empty()) request[name] = value;
+  if (std::string depth = exchange.argument("depth"); !depth.empty()) {
+    std::optional<unsigned> number = numberOf<unsigned>(depth);
+    request["depth"] = number ? Json(*number) : Json(depth);
+  }
   return request.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
@@ -154,7 +165,8 @@ void WebServer::serveAgents(Exchange const& exchange) const {
 void WebServer::serveView(Exchange const& exchange, std::string const& name, std::string const& what) {
   Upstream* upstream = find(name);
   if (upstream == nullptr) return exchange->respond(jsonError(404, "there is no agent of this name"));
-  std::string request = requestOf(what, exchange->argument("group"));
+  std::string request = requestOf(what, *exchange);
+  if (request.size() >= agent::maxRequest) return exchange->respond(jsonError(400, "the query is too long"));
   try {
     agent::parseRequest(request);
   } catch (agent::RequestError const& error) {

@@ -25,7 +25,7 @@ def views(address="10.0.0.1"):
 
 
 class FakeAgent:
-    """Listens at a path; `answers` has a view by name, and `text` the metrics."""
+    """Listens at a path; `answers` has a view by name, or what makes it of a request; `text` the metrics."""
 
     def __init__(self, path):
         self.path = pathlib.Path(path)
@@ -86,8 +86,9 @@ class FakeAgent:
     def answer(self, request):
         if request["command"] == "show" and request["what"] not in self.answers:
             return b'{"ok":false,"error":"no such view"}'
-        result = {"watch": lambda: {}, "metrics": lambda: {"text": self.text},
-                  "show": lambda: self.answers[request["what"]]}[request["command"]]()
+        view = self.answers.get(request.get("what"))
+        result = {"watch": {}, "metrics": {"text": self.text},
+                  "show": view(request) if callable(view) else view}[request["command"]]
         return json.dumps({"ok": True, "result": result}, separators=(",", ":")).encode()
 
     def publish(self, event):

@@ -3,6 +3,7 @@
 Usage: live_test.py PIMBSR [FOLDER]: the built command, and a folder for screenshots. Exits with 77 where
 Chromium is not installed or no lab can run, unless PIMBSR_WEB_REQUIRED or PIMBSR_LAB_REQUIRED is 1."""
 
+import json
 import os
 import pathlib
 import signal
@@ -12,6 +13,8 @@ import sys
 import tempfile
 import time
 import unittest
+import urllib.parse
+import urllib.request
 
 from agents import GLOBAL, FakeAgent, bsr_view
 from browser import Browser, find_chromium
@@ -207,6 +210,26 @@ class LiveTest(unittest.TestCase):
         self.browser.until("!pimbsr.app.routers.get('r1').rps.has('224.0.0.0/4 224.0.0.0/4 10.255.0.2')")
         self.shot("withdrawn")
         self.expect_quiet()
+
+    def test_tree_is_read_page_by_page(self):
+        def paths(query):
+            found, pages = [], 0
+            while True:
+                address = f"{self.url}api/r1/tree?{urllib.parse.urlencode(query)}"
+                with urllib.request.urlopen(address) as answer:
+                    page = json.load(answer)
+                found += [entry["path"] for entry in page["entries"]]
+                pages += 1
+                if page["next"] is None:
+                    return found, pages
+                query = {**query, "from": page["next"]}
+
+        for path, query in ((), {}), (("status",), {"path": "status"}):
+            shown = json.loads(self.r1.command("show", "tree", *path, "--json"))["entries"]
+            found, pages = paths(query)
+            self.assertEqual(found, [entry["path"] for entry in shown])
+            self.assertEqual(pages, (len(found) + 999) // 1000)
+        self.assertEqual(paths({"path": "status", "depth": "0"}), (["status"], 1))
 
     def test_agents_that_differ_or_are_gone_are_seen(self):
         self.browser.expected = "503"  # of a view of an agent that is about to go

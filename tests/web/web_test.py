@@ -18,6 +18,7 @@ import sys
 import tempfile
 import time
 import unittest
+import urllib.parse
 
 from agents import GLOBAL, FakeAgent, bsr_view, memory_of
 
@@ -145,6 +146,25 @@ class WebTest(unittest.TestCase):
         for path, status in (("/api/r3/bsr", 404), ("/api/r1/moods", 400), ("/api/r1/rp", 400),
                              ("/api/r1/config", 400), ("/api/r1", 404), ("/nothing", 404)):
             self.assertEqual(self.status(path), status, path)
+
+    def test_part_of_a_view_is_asked_with_the_words_of_the_protocol(self):
+        self.serve()
+        for view in ("tree", "rp", "rp-set"):
+            self.agents[0].answers[view] = lambda request: {"asked": request}
+        key = "status/bootstrapRouter['224.0.0.0/4']"
+        for query, members in (
+                ({}, {}), ({"path": key, "depth": "2"}, {"path": key, "depth": 2}),
+                ({"depth": "0", "from": f"{key}/a&b=c"}, {"depth": 0, "from": f"{key}/a&b=c"})):
+            asked = self.json(f"/api/r1/tree?{urllib.parse.urlencode(query)}")["asked"]
+            self.assertEqual(asked, {"command": "show", "what": "tree", **members})
+        asked = self.json("/api/r1/rp-set?prefix=239.1.0.0/16")["asked"]
+        self.assertEqual(asked["prefix"], "239.1.0.0/16")
+        count = len(self.agents[0].asked)
+        for query in ("tree?depth=25", "tree?depth=-1", "tree?depth=x", "tree?group=239.1.1.1",
+                      "bsr?path=status", "rp-set?prefix=10.0.0.0/8", f"tree?path={'a' * 5000}"):
+            status, body, _ = self.get(f"/api/r1/{query}")
+            self.assertEqual(status, 400, body)
+        self.assertEqual(len(self.agents[0].asked), count, "what is wrong never reaches the agent")
 
     def test_comparison_has_both(self):
         self.serve()
