@@ -1,4 +1,4 @@
-#include "cli/show/Complete.h"
+#include "cli/complete/Complete.h"
 
 #include <gmock/gmock.h>
 

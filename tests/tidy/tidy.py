@@ -54,9 +54,10 @@ ARROWS = {
     "cli/replay": ["cli/capture", "cli/page"],
     "cli/run": ["cli/base", "agent"],
     "cli/show": ["cli/base", "agent/config", "agent/control"],
+    "cli/complete": ["cli/show"],
     "cli/sim": ["cli/page", "sim"],
     "cli/web": ["cli/page", "agent/control", "agent/process"],
-    "cli": ["cli/replay", "cli/run", "cli/show", "cli/sim", "cli/web"],
+    "cli": ["cli/complete", "cli/replay", "cli/run", "cli/show", "cli/sim", "cli/web"],
 }
 # Machines of these two modules own each other: their sources may include across, their headers may not.
 KNOWN_PAIR = {"protocol", "crp"}
