@@ -91,7 +91,7 @@ endif()
 if(TARGET pimbsr-command)
   add_test(NAME shell-completion COMMAND ${Python3_EXECUTABLE} -B
     ${PROJECT_SOURCE_DIR}/tests/shell/completion_test.py $<TARGET_FILE:pimbsr-command>)
-  set_tests_properties(shell-completion PROPERTIES LABELS script TIMEOUT 120)
+  set_tests_properties(shell-completion PROPERTIES LABELS script TIMEOUT 300)
 endif()
 
 # What the documents name is looked up, and what they show is run.

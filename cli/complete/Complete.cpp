@@ -10,6 +10,7 @@
 #include "agent/base/TraceLevel.h"
 #include "agent/control/ControlClient.h"
 #include "agent/control/ControlProtocol.h"
+#include "cli/complete/CompletePath.h"
 #include "cli/show/ControlCommands.h"
 #include "view/Interfaces.h"
 #include "view/Zones.h"
@@ -26,6 +27,7 @@ struct Line {
   Words positionals;
   std::string socket;
   std::string option;  ///< the last word, if it is an option that takes a value; else empty
+  std::string begun;   ///< the word that is completed; perhaps empty
 };
 
 bool isHidden(CLI::Option const& option) { return option.get_group().empty(); }
@@ -87,6 +89,8 @@ Words wordsOf(Names const& names) {
   return Words(names.begin(), names.end());
 }
 
+Words pathsOf(Line const& line) { return pathsFrom(readingSockets(line.socket), line.begun, patience); }
+
 Words subjectsOf(Line const& line) {
   std::string const& name = line.command->get_name();
   std::string const& what = line.positionals.front();
@@ -94,6 +98,7 @@ Words subjectsOf(Line const& line) {
   if (name == "clear" && what == "neighbors") return interfacesOf(line);
   if (name == "clear" && (what == "bsr" || what == "rp-set")) return zonesOf(line);
   if (name == "show" && what == "rp-set") return zonesOf(line);
+  if (name == "show" && what == "tree") return pathsOf(line);
   return {};
 }
 
@@ -103,6 +108,7 @@ Words positionalsOf(Line const& line) {
   if (!line.positionals.empty()) return {};
   if (name == "trace") return agent::traceHandles();
   if (name == "clear") return wordsOf(agent::clearNames());
+  if (name == "get" || name == "watch") return pathsOf(line);
   if (name != "show") return {};
   Words views = wordsOf(agent::viewNames());
   views.emplace_back("all");
@@ -130,6 +136,7 @@ Words subcommandsOf(CLI::App const& app) {
 Words completionsOf(CLI::App const& app, Words const& words) {
   std::string const begun = words.empty() ? "" : words.back();
   Line line = lineOf(app, std::span(words).first(words.empty() ? 0 : words.size() - 1));
+  line.begun = begun;
   Words found;
   if (!line.option.empty()) return found;
   if (begun.starts_with("-")) {
