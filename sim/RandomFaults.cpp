@@ -116,13 +116,17 @@ void RandomFaults::leak(U32 time) {
   addLine(text_, "at {} border r{} l{} {}", soonAfter(time), top, top - 1, RandomNetwork::scopedZone);
 }
 
-/// A static route to a candidate BSR, through a neighbor that may not be on the way.
+/// A static route to a candidate BSR, through a neighbor that may not be on the shortest way. It makes no
+/// loop: a message goes round a loop of routes for as long as that lasts (RFC 5059 section 3.4 has it
+/// forwarded each time), and any that is doubled there adds another.
 void RandomFaults::wrongRoute(U32 time) {
   std::vector<RandomNetwork::Attached> const& attached = anyOf(network_.links());
   RandomNetwork::Attached const& router = anyOf(attached);
   RandomNetwork::Attached const& via = anyOf(attached);
   U32 to = anyOf(network_.bsrs()).router;
   if (router.router == via.router || router.router == to) return restart(time);
+  std::vector<U32> hops = network_.hopsTo(to);
+  if (hops[via.router] > hops[router.router]) return restart(time);
   std::string bsr = RandomNetwork::loopback(to);
   addLine(text_, "at {} route r{} {}/32 via {}", time, router.router, bsr, via.address);
   addLine(healing_, "no route r{} {}/32", router.router, bsr);

@@ -98,6 +98,26 @@ void RandomNetwork::attachMore() {
   }
 }
 
+std::vector<U32> RandomNetwork::hopsTo(U32 router) const {
+  std::vector<std::vector<U32>> linksOf(routers_);
+  for (U32 link = 0; link < links_.size(); ++link) {
+    for (Attached const& at : links_[link]) linksOf[at.router].push_back(link);
+  }
+  std::vector<U32> hops(routers_, routers_);
+  std::vector<U32> reached = {router};
+  hops[router] = 0;
+  for (std::size_t next = 0; next < reached.size(); ++next) {
+    for (U32 link : linksOf[reached[next]]) {
+      for (Attached const& at : links_[link]) {
+        if (hops[at.router] != routers_) continue;
+        hops[at.router] = hops[reached[next]] + 1;
+        reached.push_back(at.router);
+      }
+    }
+  }
+  return hops;
+}
+
 // Candidates ------------------------------------------------------------------------------------------
 
 void RandomNetwork::drawCandidates() {

@@ -63,6 +63,8 @@ class RandomNetwork {
 
   /// The address of a router that doesn't depend on its links.
   static std::string loopback(U32 router);
+  /// The least number of links from each router to one of them, where all are up; by router.
+  std::vector<U32> hopsTo(U32 router) const;
   U32 anyRouter() { return rng_.below(routers_); }
   U32 anyLink() { return rng_.below(static_cast<U32>(links_.size())); }
 
