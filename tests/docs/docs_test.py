@@ -162,6 +162,31 @@ def check_map(page):
             yield page.error(number, "a row without test and without deviation")
 
 
+def check_corrections(page, tree):
+    """Each correction has one row in the table, with scenarios and suites of tests that are there."""
+    declared = re.findall(r"^  key (\w+) :", (tree.root / "host/Corrections.zet").read_text(), re.M)
+    missing = {re.sub(r"[A-Z]", lambda letter: "-" + letter[0].lower(), name) for name in declared}
+    suites = set()
+    for path in (tree.root / "tests").glob("*/*.cpp"):
+        suites |= set(re.findall(r"^TEST(?:_F|_P)?\((\w+),", path.read_text(), re.M))
+    for number, line in enumerate(page.prose, 1):
+        cells = [cell.strip() for cell in line.strip("|").split("|")]
+        if len(cells) != 5 or not (name := re.fullmatch(r"`([\w-]+)`", cells[0])):
+            continue
+        if name[1] not in missing:
+            yield page.error(number, f"{name[1]} is no correction, or has a row before this one")
+        missing.discard(name[1])
+        tests = re.findall(r"`([\w-]+)`", cells[4])
+        scenarios = {test for test in tests
+                     if (tree.root / f"tests/scenarios/corrected/{test}.txt").is_file()}
+        if not tests:
+            yield page.error(number, f"{name[1]} has no test")
+        for test in sorted(set(tests) - scenarios - suites):
+            yield page.error(number, f"{test} is neither a scenario of a correction nor a suite of tests")
+    for name in sorted(missing):
+        yield page.error(1, f"{name} has no row")
+
+
 def commands(language, text):
     """The commands of a block, each with the output that is shown, or None where none is."""
     if language == "sh":
@@ -224,6 +249,8 @@ def errors(pimbsr, root):
         yield from check_blocks(page, tree, pimbsr)
         if page.name == "docs/rfc5059.md":
             yield from check_map(page)
+        if page.name == "docs/corrections.md":
+            yield from check_corrections(page, tree)
     version = re.search(r'version = "([0-9.]+)"', (root / "agent/base/Version.h").read_text())[1]
     newest = re.search(r"^## (.*)", (root / "CHANGELOG.md").read_text(), re.M)[1]
     if newest != version:
