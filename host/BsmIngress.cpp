@@ -2,6 +2,7 @@
 
 #include "host/Zones.h"
 #include "protocol/BsrCandidateSm.h"
+#include "protocol/BsrNonCandidateSm.h"
 #include "runtime/Context.h"
 
 namespace pimbsr::host {
@@ -21,6 +22,7 @@ BsmIngress::BsmIngress(Bsr::PimBsrSm const& root, Bsr::BootstrapMessageSm& gate,
       borders_(borders),
       cutBySize_(switches.of(&CorrectionSettings::cutBySize)),
       electedOnly_(switches.of(&CorrectionSettings::electedOnly)),
+      loweredBsr_(switches.of(&CorrectionSettings::loweredBsr)),
       coveringBorder_(switches.of(&CorrectionSettings::coveringBorder)),
       withdrawalsLast_(switches.of(&CorrectionSettings::withdrawalsLast)),
       repeatWithdrawal_(switches.of(&CorrectionSettings::repeatWithdrawal)) {}
@@ -75,14 +77,53 @@ void BsmIngress::prepare(BootstrapMessage const& message) {
   if (isFragment && gate_.lastBsm(zone)) gate_.lastBsmDel(zone);
 }
 
-void BsmIngress::handleAccepted(BootstrapMessage const& message) {
+void BsmIngress::handleAccepted(Ptr<BootstrapMessage> const& message) {
+  if (loweredBsr_.isOn()) followLowered(message);
+  noteNoForward(*message);
+  if (repeatWithdrawal_.isOn()) removeEmpty(*message);
+}
+
+/// The follower compares a message with the weight that its BSR had before, and has ignored this one: it
+/// takes it with the weight that the BSR has now. A BSR that has ended has the lowest priority, and any other
+/// of that priority comes after it, also one of a lower address.
+void BsmIngress::followLowered(Ptr<BootstrapMessage> const& message) {
+  IpGenPrefix zone = zoneOf(*message);
+  Ptr<Bsr::BsrNonCandidateSm> follower = root_.nonCandidateSm(zone);
+  Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
+  if (!follower || !elected) return;
+  if (elected->ipAddr() != message->bsrAddress()) {
+    auto ended = ended_.find(zone);
+    bool isNext = ended != ended_.end() && ended->second == elected->ipAddr() && elected->priority() == 0;
+    if (!isNext) return;
+    ended_.erase(ended);
+    root_.bsrStatus()->bootstrapRouterDel(zone);
+  } else {
+    if (message->bsrPriority() >= elected->priority()) return;
+    if (message->bsrPriority() == 0) noteEnded(zone, elected->ipAddr());
+    elected->priorityIs(message->bsrPriority());
+  }
+  follower->bsmIs(nullptr);
+  follower->bsmIs(message);
+  loweredBsr_.noteAct();
+}
+
+/// Few zones have a BSR, and those alone are kept.
+void BsmIngress::noteEnded(IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr) {
+  std::erase_if(ended_,
+                [this](auto const& entry) { return !root_.bsrStatus()->bootstrapRouter(entry.first); });
+  ended_[zone] = bsr;
+}
+
+void BsmIngress::noteNoForward(BootstrapMessage const& message) {
   bool isAtStart = Zet::now() <= gate_.startupTime() + Bsr::BootstrapMessageSm::bsPeriodDefault();
   if (!isAtStart) {
     firstNoForward_.clear();
   } else if (!message.forward()) {
     firstNoForward_.try_emplace(zoneOf(message), message.fragmentTag(), message.bsrAddress());
   }
-  if (!repeatWithdrawal_.isOn()) return;
+}
+
+void BsmIngress::removeEmpty(BootstrapMessage const& message) {
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   for (auto group = groups->groupDataIterator(); group; ++group) {
     if (!withdrawsAll(*group)) continue;

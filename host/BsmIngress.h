@@ -27,9 +27,10 @@ class PIMBSR_INTERNAL BsmIngress {
   /// To be called before the gate gets a Bootstrap Message: further fragments of the zone's first No-Forward
   /// message pass as the first one did.
   void prepare(Routing::Pim::Packet::BootstrapMessage const& message);
-  /// To be called for a Bootstrap Message that the gate has accepted: takes out the empty ranges that
-  /// withdrawals of RPs leave which were not there.
-  void handleAccepted(Routing::Pim::Packet::BootstrapMessage const& message);
+  /// To be called for a Bootstrap Message that the gate has accepted: a follower takes the one of its BSR
+  /// that has lowered its priority, and the empty ranges are taken out that withdrawals of RPs leave which
+  /// were not there.
+  void handleAccepted(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
   /// To be called before the gate gets an advertisement: a sparse RP that becomes bidirectional keeps its
   /// place.
   void prepare(Routing::Pim::Packet::CrpAdvMessage const& message);
@@ -39,6 +40,10 @@ class PIMBSR_INTERNAL BsmIngress {
   using MessageId = std::pair<Zet::U16, Lanet::IpGenAddr>;  ///< fragment tag and BSR
 
   bool isFromOtherBsr(Routing::Pim::Packet::BootstrapMessage const& message) const;
+  void followLowered(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+  void noteEnded(Lanet::IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr);
+  void noteNoForward(Routing::Pim::Packet::BootstrapMessage const& message);
+  void removeEmpty(Routing::Pim::Packet::BootstrapMessage const& message);
   void changeMode(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
@@ -46,8 +51,10 @@ class PIMBSR_INTERNAL BsmIngress {
   Routing::Pim::Bsr::CrpMessageSm const& crpGate_;
   Borders const& borders_;
   std::map<Lanet::IpGenPrefix, MessageId> firstNoForward_;  ///< by zone, soon after the start
+  std::map<Lanet::IpGenPrefix, Lanet::IpGenAddr> ended_;  ///< by zone, the BSR that lowered its priority to 0
   CorrectionSwitch& cutBySize_;
   CorrectionSwitch& electedOnly_;
+  CorrectionSwitch& loweredBsr_;
   CorrectionSwitch& coveringBorder_;
   CorrectionSwitch& withdrawalsLast_;
   CorrectionSwitch& repeatWithdrawal_;

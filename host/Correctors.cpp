@@ -90,7 +90,7 @@ void Correctors::prepare(Routing::Pim::Packet::BootstrapMessage const& message) 
 
 void Correctors::handleAccepted(Ptr<Routing::Pim::Packet::BootstrapMessage> const& message) {
   fit_.handleAccepted();
-  ingress_.handleAccepted(*message);
+  ingress_.handleAccepted(message);
   holdOver_.handleAccepted(*message);
   if (cutBySize_.isOn()) pieces_.handleAccepted(message);
 }

@@ -18,18 +18,22 @@ using Lanet::IpGenPrefix;
 static constexpr U32 learningTime = 12;
 /// Packets on one link within a second that no random network needs.
 static constexpr U32 maxPackets = 500;
+static constexpr U32 bsTimeout = 130;
 /// Seconds from a change until all routers follow the new BSR: BS_Timeout, the longest override delay, and a
 /// BS_Period each for the advertisements to the new BSR and for its message.
-static constexpr U32 changeTime = 130 + 24 + 60 + 60 + 30;
+static constexpr U32 changeTime = bsTimeout + 24 + 60 + 60 + 30;
 /// Seconds without a BSR where its power is lost: the longest override delay (RFC 5059 section 5), and the
 /// flooding.
 static constexpr U32 overrideTime = 25;
 /// Seconds without an RP where the BSR is silent for BS_Timeout: the RPs that it announced last may end
 /// before a new one, or the same with what it knew, has announced them.
 static constexpr U32 learnedAgain = 30;
-/// Where it ends in order, followers don't take a weaker one until BS_Timeout, and then at its next message;
-/// RPs may end before that.
-static constexpr OutageWatch::Bounds orderlyEnd = {.bsr = overrideTime + 60, .rp = 90};
+/// Seconds from a BSR's first message until it names the RPs: they advertise within 3 s, and the next message
+/// comes BS_Min_Interval later.
+static constexpr U32 namesRps = 13;
+/// Seconds for which RPs of a BSR last at least: their holdtime is three BS_Periods, and an advertisement may
+/// be 60 s old.
+static constexpr U32 rpsLast = 180 - 60;
 
 /// Groups of all ranges that random networks have.
 static std::vector<IpAddr> const& sampledGroups() {
@@ -41,6 +45,14 @@ static std::vector<IpAddr> const& sampledGroups() {
     return parsed;
   }();
   return groups;
+}
+
+/// Where a BSR ends in order its last message, of priority 0, has the next one elected, and RPs stay in use.
+/// One of priority 0 can't lower it: the others elect the next one after BS_Timeout; until then the former
+/// BSR knows none, and its RPs are not renewed.
+static OutageWatch::Bounds orderlyEnd(host::BsrCandidacy const& ends) {
+  if (ends.priority != 0) return {.bsr = overrideTime};
+  return {.bsr = bsTimeout + overrideTime, .rp = bsTimeout + overrideTime + namesRps - rpsLast};
 }
 
 static void append(Findings& findings, Findings const& more) {
@@ -150,14 +162,15 @@ Change Trial::drawChange() {
   U32 router = rng.below(routers_);
   if (global.bsrOf(router) == nullptr) return {fmt::format("crash r{}\n", router), {}, router};
   U32 elected = global.bsrNodeOf(router);
+  OutageWatch::Bounds orderly = orderlyEnd(*global.bsrOf(router));
   std::string bsr = network().node(elected).name();
   switch (rng.below(6)) {
     case 0:
       return {fmt::format("crash {}\n", bsr), {.bsr = overrideTime, .rp = learnedAgain}, elected};
     case 1:
-      return {fmt::format("stop {}\n", bsr), orderlyEnd, elected};
+      return {fmt::format("stop {}\n", bsr), orderly, elected};
     case 2:
-      return {fmt::format("no candidate-bsr {} {}\n", bsr, RandomNetwork::global), orderlyEnd, elected};
+      return {fmt::format("no candidate-bsr {} {}\n", bsr, RandomNetwork::global), orderly, {}};
     case 3:
       return {fmt::format("crash {0}\nstart {0}\n", bsr), {}, elected};
     case 4:

@@ -317,6 +317,75 @@ TEST_F(CorrectedRouterTest, ASparseRpThatBecomesBidirectionalStays) {
   EXPECT_EQ(rp->pimMode(), Routing::Pim::Mode::bidir);
 }
 
+/// A message of priority `priority` of the BSR with the last byte `bsr`.
+Bsm ofBsr(int bsr, U8 priority) {
+  return {
+      .bsr = numbered("10.0.0.", bsr), .priority = priority, .groups = {{"239.1.0.0/16", {{"10.1.0.1"}}}}};
+}
+
+/// A follower with a neighbor, which is the way to the BSRs 10.0.0.1 and 10.0.0.2.
+class ElectionTest : public CorrectedRouterTest {
+ protected:
+  ElectionTest() {
+    rpf->neighbors[addr("10.0.0.2")] = addr("192.0.2.1");
+    router.routeIs(prefix("192.0.2.9/32").v4Prefix(), {.type = Slosh::Fib::RouteType::local});
+    receiveHello("192.0.2.1");
+  }
+  /// "BSR/priority" of all groups, or "none".
+  std::string elected() const {
+    Ptr<Bsr::ElectedBsrStatus> entry = router.status()->bootstrapRouter(allGroups);
+    if (!entry) return "none";
+    return std::string(entry->ipAddr().stringValue().view()) + "/" + std::to_string(entry->priority());
+  }
+  void candidateIs(U16 priority) {
+    router.candidateBsrIs(allGroups,
+                          {.address = addr("192.0.2.9"), .intfId = intf("eth0"), .priority = priority});
+  }
+
+  Lanet::IpGenPrefix const allGroups = prefix("224.0.0.0/4");
+};
+
+TEST_F(ElectionTest, AFollowerTakesTheMessageOfItsBsrWhosePriorityIsLower) {
+  offer(ofBsr(1, 100));
+  int sends = port.sends;
+  offer(ofBsr(1, 0));
+  EXPECT_EQ(elected(), "10.0.0.1/0");
+  EXPECT_GT(port.sends, sends) << "it is forwarded";
+  EXPECT_TRUE(range("239.1.0.0/16"));
+  EXPECT_EQ(acts(&CorrectionSettings::loweredBsr), 1u);
+  offer(ofBsr(1, 0));
+  EXPECT_EQ(acts(&CorrectionSettings::loweredBsr), 1u) << "an equal weight is the machine's own task";
+  offer(ofBsr(2, 10));
+  EXPECT_EQ(elected(), "10.0.0.2/10");
+}
+
+TEST_F(ElectionTest, AfterABsrThatHasEndedAnyOtherIsFollowed) {
+  offer(ofBsr(2, 100));
+  offer(ofBsr(2, 0));
+  offer(ofBsr(1, 0));
+  EXPECT_EQ(elected(), "10.0.0.1/0") << "of the same priority, and of a lower address";
+  EXPECT_TRUE(range("239.1.0.0/16"));
+  offer(ofBsr(2, 0));
+  EXPECT_EQ(elected(), "10.0.0.2/0");
+  offer(ofBsr(1, 0));
+  EXPECT_EQ(elected(), "10.0.0.2/0") << "which has not ended";
+}
+
+TEST_F(ElectionTest, AFollowerIgnoresALowerMessageOfAnotherBsr) {
+  offer(ofBsr(1, 100));
+  offer(ofBsr(2, 10));
+  EXPECT_EQ(elected(), "10.0.0.1/100");
+  EXPECT_EQ(acts(&CorrectionSettings::loweredBsr), 0u);
+}
+
+TEST_F(ElectionTest, TurnedOffAFollowerIgnoresTheLowerMessageOfItsBsr) {
+  router.correctionsAre({});
+  offer(ofBsr(1, 100));
+  offer(ofBsr(1, 0));
+  offer(ofBsr(2, 10));
+  EXPECT_EQ(elected(), "10.0.0.1/100");
+}
+
 /// A router over a tree that a former one has left.
 TEST_F(CorrectedRouterTest, RpsOfAFormerRunAge) {
   offer(Bsm{.groups = {{"239.1.0.0/16", {{"10.1.0.1", 100, 7}}}}});
