@@ -48,6 +48,10 @@ static constexpr Description descriptions[] = {
     {&CorrectionSettings::loweredBsr,
      "A follower ignores its elected BSR once that lowers its priority or ends, until BS_Timeout is over.",
      "RFC 5059 section 3.1.4"},
+    {&CorrectionSettings::candidacyChanges,
+     "A candidate without a BSR compares messages with the terms that it started with; where a candidacy "
+     "ends, the BSR that was followed stays until the zone's next message.",
+     "RFC 5059 sections 2 and 3.1.4"},
     {&CorrectionSettings::repeatWithdrawal,
      "A withdrawn RP is named in one message; a router that misses it keeps the RP until its holdtime ends.",
      "Bootstrap Messages are not acknowledged"},

@@ -55,7 +55,9 @@ Correctors::Correctors(Machines const& machines)
       withdrawal_(Zet::make<RangeWithdrawal>(root_, *advertisements_,
                                              machines.switches.of(&CorrectionSettings::withdrawRange))),
       leaked_(Zet::make<LeakedZones>(root_, borders_, machines.lastMessages, holdOver_,
-                                     machines.switches.of(&CorrectionSettings::forgetLeak))) {
+                                     machines.switches.of(&CorrectionSettings::forgetLeak))),
+      candidacies_(
+          Zet::make<CandidacyChanges>(root_, machines.switches.of(&CorrectionSettings::candidacyChanges))) {
   root_->storeRulesIs(Zet::make<StoreCorrections>(machines.switches, holdOver_));
   io_.rewriterIs(&egress_);
   handleSwitches();
@@ -65,6 +67,7 @@ Correctors::~Correctors() {
   io_.rewriterIs(nullptr);
   root_->storeRulesIs(nullptr);
   leaked_->stop();
+  candidacies_->stop();
   withdrawal_->stop();
   advertisements_->stop();
   holdOver_.stop();

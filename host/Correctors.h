@@ -6,6 +6,7 @@
 #include "host/BsmEgress.h"
 #include "host/BsmIngress.h"
 #include "host/BsmPieces.h"
+#include "host/CandidacyChanges.h"
 #include "host/Corrections.h"
 #include "host/HoldOver.h"
 #include "host/LastMessages.h"
@@ -73,6 +74,7 @@ class PIMBSR_INTERNAL Correctors {
   Zet::Ptr<Advertisements> advertisements_;
   Zet::Ptr<RangeWithdrawal> withdrawal_;
   Zet::Ptr<LeakedZones> leaked_;
+  Zet::Ptr<CandidacyChanges> candidacies_;
 };
 
 /// Has the RPs of a kept status tree age: their timers are armed, and what PIM reads is written from them.

@@ -386,6 +386,38 @@ TEST_F(ElectionTest, TurnedOffAFollowerIgnoresTheLowerMessageOfItsBsr) {
   EXPECT_EQ(elected(), "10.0.0.1/100");
 }
 
+TEST_F(ElectionTest, ACandidateWithoutABsrComparesWithItsPresentPriority) {
+  for (bool isOn : {true, false}) {
+    router.correctionsAre({.candidacyChanges = isOn});
+    candidateIs(10);
+    run(1);
+    candidateIs(200);
+    run(0);
+    offer(ofBsr(1, 100));
+    EXPECT_EQ(elected(), isOn ? "none" : "10.0.0.1/100");
+    run(30);
+    EXPECT_EQ(elected(), isOn ? "192.0.2.9/200" : "10.0.0.1/100");
+    router.candidateBsrDel(allGroups);
+    run(200);
+  }
+  EXPECT_EQ(acts(&CorrectionSettings::candidacyChanges), 1u);
+}
+
+TEST_F(ElectionTest, TheBsrThatACandidateFollowedIsGivenUpAfterItsCandidacy) {
+  for (bool isOn : {false, true}) {
+    router.correctionsAre({.candidacyChanges = isOn});
+    candidateIs(10);
+    run(1);
+    offer(ofBsr(1, 100));
+    router.candidateBsrDel(allGroups);
+    run(129);
+    EXPECT_EQ(elected(), "10.0.0.1/100");
+    run(2);
+    EXPECT_EQ(elected(), isOn ? "none" : "10.0.0.1/100");
+  }
+  EXPECT_EQ(acts(&CorrectionSettings::candidacyChanges), 1u);
+}
+
 /// A router over a tree that a former one has left.
 TEST_F(CorrectedRouterTest, RpsOfAFormerRunAge) {
   offer(Bsm{.groups = {{"239.1.0.0/16", {{"10.1.0.1", 100, 7}}}}});
