@@ -5,27 +5,41 @@
 
 namespace pimbsr::host {
 
-BsmEgress::BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,
-                     BsmPolicy const& policy, CorrectionSwitches& switches)
-    : port_(port),
+namespace Bsr = Routing::Pim::Bsr;
+
+BsmEgress::BsmEgress(Bsr::Status const& status, pim::Port const& port, Mtus const& mtus,
+                     Borders const& borders, BsmPieces const& pieces, BsmPolicy const& policy,
+                     CorrectionSwitches& switches)
+    : status_(status),
+      port_(port),
       mtus_(mtus),
       borders_(borders),
       pieces_(pieces),
       policy_(policy),
       own_(switches.of(&CorrectionSettings::rangeFull), switches.of(&CorrectionSettings::repeatWithdrawal)),
       coveringBorder_(switches.of(&CorrectionSettings::coveringBorder)),
-      cutBySize_(switches.of(&CorrectionSettings::cutBySize)) {}
+      cutBySize_(switches.of(&CorrectionSettings::cutBySize)),
+      expiredBsr_(switches.of(&CorrectionSettings::expiredBsr)) {}
+
+/// The machine of a zone keeps its last message when BS_Timeout ends (RFC 5059 section 3.1.2), until another
+/// BSR's message comes or SZ_Timeout ends.
+bool BsmEgress::isKeptBack(Lanet::IntfId const& intfId, Message const& message) {
+  Lanet::IpGenPrefix zone = zoneOf(*message);
+  if (borders_.isCovered(zone, intfId)) {
+    coveringBorder_.noteAct();
+    return true;
+  }
+  if (!expiredBsr_.isOn() || message->forward() || status_.bootstrapRouter(zone)) return false;
+  expiredBsr_.noteAct();
+  return true;
+}
 
 /// Only whole messages are corrected, and without cut-by-size the machines cut them before. A No-Forward
 /// message is what a new neighbor gets of a zone, whose fragments it needs all.
 std::span<BsmEgress::Message const> BsmEgress::messagesFor(Lanet::IntfId const& intfId,
                                                            Message const& message) {
   messages_.clear();
-  if (policy_.closed.contains(intfId)) return {};
-  if (borders_.isCovered(zoneOf(*message), intfId)) {
-    coveringBorder_.noteAct();
-    return {};
-  }
+  if (policy_.closed.contains(intfId) || isKeptBack(intfId, message)) return {};
   U32 mtu = mtus_.of(intfId);
   if (cutBySize_.isOn() && port_.isOwnAddress(message->bsrAddress())) {
     add(own_.correct(message), mtu);

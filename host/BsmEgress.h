@@ -8,6 +8,7 @@
 #include "host/Corrections.h"
 #include "host/Mtus.h"
 #include "host/OwnMessages.h"
+#include "model/Status.h"
 #include "pim/IoManager.h"
 #include "pim/Port.h"
 
@@ -17,8 +18,9 @@ namespace pimbsr::host {
 class PIMBSR_INTERNAL BsmEgress final : public pim::BsmRewriter {
  public:
   /// All are used for as long as this object is.
-  BsmEgress(pim::Port const& port, Mtus const& mtus, Borders const& borders, BsmPieces const& pieces,
-            BsmPolicy const& policy, CorrectionSwitches& switches);
+  BsmEgress(Routing::Pim::Bsr::Status const& status, pim::Port const& port, Mtus const& mtus,
+            Borders const& borders, BsmPieces const& pieces, BsmPolicy const& policy,
+            CorrectionSwitches& switches);
 
   /// Has this router's next messages as BSR of the zone name an RP that is withdrawn.
   void repeatWithdrawal(Lanet::IpGenPrefix const& zone, Lanet::IpGenPrefix const& range,
@@ -28,8 +30,10 @@ class PIMBSR_INTERNAL BsmEgress final : public pim::BsmRewriter {
   std::span<Message const> messagesFor(Lanet::IntfId const& intfId, Message const& message) override;
 
  private:
+  bool isKeptBack(Lanet::IntfId const& intfId, Message const& message);
   void add(Message const& message, U32 mtu);
 
+  Routing::Pim::Bsr::Status const& status_;
   pim::Port const& port_;
   Mtus const& mtus_;
   Borders const& borders_;
@@ -38,6 +42,7 @@ class PIMBSR_INTERNAL BsmEgress final : public pim::BsmRewriter {
   OwnMessages own_;
   CorrectionSwitch& coveringBorder_;
   CorrectionSwitch& cutBySize_;
+  CorrectionSwitch& expiredBsr_;
   std::vector<Message> messages_;  ///< of the last call
 };
 

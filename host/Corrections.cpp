@@ -52,6 +52,10 @@ static constexpr Description descriptions[] = {
      "A candidate without a BSR compares messages with the terms that it started with; where a candidacy "
      "ends, the BSR that was followed stays until the zone's next message.",
      "RFC 5059 sections 2 and 3.1.4"},
+    {&CorrectionSettings::expiredBsr,
+     "The message kept for new neighbors is sent to them after its BSR has expired; they follow that BSR for "
+     "BS_Timeout.",
+     "RFC 5059 section 3.5"},
     {&CorrectionSettings::repeatWithdrawal,
      "A withdrawn RP is named in one message; a router that misses it keeps the RP until its holdtime ends.",
      "Bootstrap Messages are not acknowledged"},

@@ -49,7 +49,8 @@ Correctors::Correctors(Machines const& machines)
       fit_(*root_, machines.switches.of(&CorrectionSettings::fit), machines.ingress),
       pieces_(*root_, machines.ingress),
       ingress_(*root_, *machines.gate, *machines.crpGate, borders_, machines.switches),
-      egress_(machines.port, mtus_, borders_, pieces_, machines.policy, machines.switches),
+      egress_(*root_->bsrStatus(), machines.port, mtus_, borders_, pieces_, machines.policy,
+              machines.switches),
       advertisements_(
           Zet::make<Advertisements>(root_, mtus_, machines.switches.of(&CorrectionSettings::allRanges))),
       withdrawal_(Zet::make<RangeWithdrawal>(root_, *advertisements_,
@@ -66,8 +67,8 @@ Correctors::Correctors(Machines const& machines)
 Correctors::~Correctors() {
   io_.rewriterIs(nullptr);
   root_->storeRulesIs(nullptr);
-  leaked_->stop();
   candidacies_->stop();
+  leaked_->stop();
   withdrawal_->stop();
   advertisements_->stop();
   holdOver_.stop();
