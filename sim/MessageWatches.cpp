@@ -90,9 +90,18 @@ void PaceWatch::onSent(Network const& network, Node const& node, BootstrapMessag
                                   textOf(zone), gap, network.now()));
 }
 
+/// Whether a message is this router's own, of before its priority was raised.
+static bool isFormer(Node const& node, BootstrapMessage const& message) {
+  auto const& candidacies = node.config().candidateBsrs;
+  auto at = candidacies.find(host::zoneOf(message));
+  return at != candidacies.end() && at->second.address == message.bsrAddress() &&
+         message.bsrPriority() < at->second.priority;
+}
+
 void PaceWatch::onReceived(Network const& network, Node const& node, BootstrapMessage const& message) {
   auto at = sent_.find({node.id(), host::zoneOf(message)});
-  if (at != sent_.end() && !node.isOwnAddress(message.bsrAddress())) at->second.answeredAt = network.now();
+  bool isAnswered = !node.isOwnAddress(message.bsrAddress()) || isFormer(node, message);
+  if (at != sent_.end() && isAnswered) at->second.answeredAt = network.now();
 }
 
 void PaceWatch::onRunning(Node const& node) {

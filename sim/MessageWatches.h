@@ -47,7 +47,8 @@ class FloodWatch {
 
 /// Watches that a BSR sends no two messages of a zone within BS_Min_Interval (RFC 5059 section 5), by its own
 /// clock. The answer to a weaker candidate is left out (section 3.1.1), and a message that an operator
-/// causes.
+/// causes. A router without the check not-own-bsr answers its own message of before its priority was
+/// raised too.
 class PaceWatch {
  public:
   void onSent(Network const& network, Node const& node, BootstrapMessage const& message);
@@ -63,7 +64,7 @@ class PaceWatch {
   struct Sent {
     U16 tag = 0;
     double at = 0;           ///< by the router's clock
-    double answeredAt = -1;  ///< when a message of another BSR came last, by that of the network
+    double answeredAt = -1;  ///< when a message came last that it may answer, by that of the network
   };
 
   std::map<std::pair<U32, Lanet::IpGenPrefix>, Sent> sent_;  ///< by router and zone

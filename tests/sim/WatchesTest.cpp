@@ -142,9 +142,13 @@ TEST_F(WatchesTest, AnswersAndChangesOfAnOperatorHaveNoPace) {
   send(3);
   EXPECT_THAT(watch.findings(), IsEmpty());
   script.play("run 1\n");
-  watch.onReceived(network(), script.node(0), *make(messageOf("10.1.0.1", 3)));
+  watch.onReceived(network(), script.node(0), *make({.bsr = "10.1.0.1", .priority = 64, .tag = 3}));
   send(4);
   EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("1.000 s apart"))) << "its own message is no cause";
+  script.play("run 1\n");
+  watch.onReceived(network(), script.node(0), *make({.bsr = "10.1.0.1", .priority = 10, .tag = 4}));
+  send(5);
+  EXPECT_EQ(watch.findings().size(), 1u) << "but one of before its priority was raised is";
 }
 
 TEST_F(WatchesTest, MessagesOfOthersHaveNoPace) {
