@@ -86,8 +86,7 @@ void RandomFaults::removeRange(U32 time) {
           RandomNetwork::loopback(rp.router));
 }
 
-/// The first candidate of a zone stays: a candidate that ends while it follows a BSR keeps that BSR until
-/// another message comes.
+/// The first candidate of a zone stays, so that there is one to elect.
 void RandomFaults::removeBsr(U32 time) {
   std::vector<RandomNetwork::Bsr> const& bsrs = network_.bsrs();
   RandomNetwork::Bsr const& bsr = anyOf(bsrs);
