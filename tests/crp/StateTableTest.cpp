@@ -138,5 +138,13 @@ TEST(StateTableTest, EachDeclaredReactionOfACandidateRpIsAnEvent) {
   EXPECT_EQ(attributes, declaredReactions("crp/RpCandidateSm.zet"));
 }
 
+TEST(StateTableTest, EachStateOfACandidateRpIsAStart) {
+  std::set<std::string> names;
+  for (Start const& start : starts) names.insert(start.name);
+  std::set<std::string> const all = {"periodic, no BSR", "periodic, BSR", "quick repetitions, no BSR",
+                                     "quick repetitions, BSR"};
+  EXPECT_EQ(names, all);
+}
+
 }  // namespace
 }  // namespace test
