@@ -32,6 +32,8 @@ TEST_F(KindAttributes, EveryMachineHasItsActivity) {
   Zet::AttributeRow const& row = *Bsr::PimBsrSm::_fwkType().row("zetFwkActivity");
   EXPECT_EQ(row.kind, AttributeKind::constructor);
   EXPECT_EQ(row.member(*engine.root, ""), engine.root->zetFwkActivity());
+  EXPECT_EQ(rootIf.read(*engine.root, "zetFwkActivity"),
+            Zet::strepOfObject(engine.root->zetFwkActivity().ptr()));
   EXPECT_THROW(rootIf.write(*engine.root, "zetFwkActivity", ""), Zet::OpNotSupportedException);
 }
 
