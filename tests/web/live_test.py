@@ -243,6 +243,7 @@ class LiveTest(unittest.TestCase):
         self.until_text("#comparison", "All agree", 60)
         self.r2.stop()
         self.until_text("#legend", "does not answer: 1")
+        self.assertIn("Not all agree", self.browser.run("document.getElementById('comparison').innerText"))
         self.shot("gone")
         self.r2.start()
         self.browser.until("!document.getElementById('legend').innerText.includes('does not answer')", 60)

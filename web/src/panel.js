@@ -62,13 +62,22 @@ export class Panel {
     return parts;
   }
 
+  /** Whether an agent has ceased to answer; a comparison is some seconds old. */
+  isGone(agent) {
+    const router = this.model.routers.find((one) => one.name === agent);
+    return Boolean(router) && this.lens.at(router, this.model.end).stopped;
+  }
+
   /** Which agents agree on the zone, as they are now. */
   comparisonParts() {
     const { comparison } = this.model;
     const zone = comparison && comparison.zones.find((one) => one.zone === this.lens.zone);
     if (!zone) return [];
-    const agree = zone.agree && comparison.silent.length === 0;
-    const rows = [...zone.routers.map((one) => [name(one.router), one.digest || "–", one.group, one.why]),
+    const isGone = zone.routers.map((one) => this.isGone(one.router));
+    const agree = zone.agree && comparison.silent.length === 0 && !isGone.includes(true);
+    const rows = [...zone.routers.map((one, index) => (isGone[index]
+      ? [name(one.router), "–", "–", this.words.stopped]
+      : [name(one.router), one.digest || "–", one.group, one.why])),
       ...comparison.silent.map((one) => [name(one.router), "–", "–", `does not answer: ${one.error}`])];
     const heading = `${agree ? "All agree" : "Not all agree"} on ${zone.zone} now`;
     return [element("h3", { id: "comparison" }, heading),
