@@ -1,6 +1,7 @@
 #include "model/Lanet.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstring>
 #include <optional>
@@ -300,7 +301,8 @@ String8 IpGenPrefix::stringValue() const {
 IntfId::IntfId(Pos& cur, Pos end) : name_(Zet::readQuoted(cur, end)) {}
 
 IpGenPrefix const& allGroups() {
-  static IpGenPrefix const groups = Prefix(firstGroup, 4);
+  static IpGenPrefix const groups =
+      Prefix(firstGroup, std::countl_zero(firstGroup.hostWord() ^ lastGroup.hostWord()));
   return groups;
 }
 

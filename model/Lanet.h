@@ -55,7 +55,7 @@ class PIMBSR_API IpAddr {
   constexpr U32 hostWord() const { return networkOrder(net_); }
   constexpr U32 netWord() const { return net_; }
   /// Whether it is a multicast group.
-  constexpr bool isMulticast() const { return hostWord() >> 28 == 0xe; }
+  constexpr bool isMulticast() const;
   /// Maps the addresses to the 32-bit numbers one to one, so that no two addresses collide.
   U32 hash() const;
   Zet::String8 stringValue() const;
@@ -266,6 +266,9 @@ inline constexpr IpAddr allPimRouters = IpAddr::fromHost(0xe000000d);
 /// The bounds of all IPv4 multicast groups.
 inline constexpr IpAddr firstGroup = IpAddr::fromHost(0xe0000000);
 inline constexpr IpAddr lastGroup = IpAddr::fromHost(0xefffffff);
+
+constexpr bool IpAddr::isMulticast() const { return firstGroup <= *this && *this <= lastGroup; }
+
 /// All IPv4 multicast groups, 224.0.0.0/4, which is the range of the global zone.
 PIMBSR_API IpGenPrefix const& allGroups();
 
