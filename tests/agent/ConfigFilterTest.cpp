@@ -11,7 +11,12 @@
 namespace test {
 namespace {
 
-using namespace pimbsr::agent;
+using pimbsr::agent::ConfigFinding;
+using pimbsr::agent::ConfigReading;
+using pimbsr::agent::lint;
+using pimbsr::agent::readConfig;
+using pimbsr::agent::writeJson;
+using pimbsr::agent::writeToml;
 using pimbsr::host::ConfigKey;
 using pimbsr::host::FilterListsKeys;
 using testing::Contains;
