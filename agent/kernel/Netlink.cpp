@@ -114,7 +114,7 @@ static void discardDatagrams(mnl_socket const* socket, std::vector<U8>& buffer, 
 // Notices -----------------------------------------------------------------------------------------------
 
 /// After an overrun the kernel sends no notices until all waiting ones are taken; so these are finite, and
-/// are taken to the last one before the next request. What they say is in its answer.
+/// are taken to the last one before the next request. Its answer has all that they say.
 void Netlink::followNotices() {
   for (int i = 0; i < noticesAtOnce; ++i) {
     std::optional<Bytes> datagram = receive(notices_.get(), buffer_);

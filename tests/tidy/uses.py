@@ -17,6 +17,7 @@ USERS = CHECKED + ("bench/", "config/", "crp/", "examples/", "fuzz/", "model/", 
 # Why a name is there that tests alone use.
 ALLOWED = {
     "accountCount": "a test bounds the memory of the ledger by it",
+    "isStale": "a test waits for the end of a reading by it",
     "logSinkIs": "tests of the process read its log",
     "statementForms": "a test holds the table of docs/scenarios.md against the statements of the parser",
 }
