@@ -17,7 +17,6 @@ namespace pimbsr::agent {
 using host::MessageKind;
 using prometheus::MetricType;
 using view::keyOf;
-using view::messageKinds;
 
 namespace {
 

@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdarg>
-#include <cstring>
 #include <map>
 #include <system_error>
 #include <utility>
@@ -319,7 +318,7 @@ long HttpServer::readStream(HttpExchange& exchange, char* bytes, std::size_t siz
   }
   std::string const& event = *exchange.events_.front();
   std::size_t count = std::min(size, event.size() - exchange.sent_);
-  std::memcpy(bytes, event.data() + exchange.sent_, count);
+  std::copy_n(event.data() + exchange.sent_, count, bytes);
   exchange.sent_ += count;
   exchange.waiting_ -= count;
   if (exchange.sent_ == event.size()) {
