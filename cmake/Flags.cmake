@@ -16,6 +16,12 @@ set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")  # lines for stack traces; variables would 
 # A library whose sources change makes no program anew that uses it.
 set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
 
+# A compiler cache is used where there is one, unless the caller names a launcher.
+find_program(PIMBSR_CCACHE ccache)
+if(PIMBSR_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER AND NOT DEFINED ENV{CMAKE_CXX_COMPILER_LAUNCHER})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${PIMBSR_CCACHE})
+endif()
+
 # Calls within a library bind to the library itself, so that they can be inlined and need no table.
 add_compile_options(-fno-semantic-interposition)
 string(APPEND CMAKE_SHARED_LINKER_FLAGS " -Wl,-Bsymbolic-functions")
