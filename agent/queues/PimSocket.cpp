@@ -180,7 +180,8 @@ std::optional<U64> PimSocketBase::nextTime() {
   return Details::time(message);
 }
 
-/// Without an answer the last count stays: a lower one would count as almost 2^32 further losses.
+/// Asked of the socket, since SO_RXQ_OVFL comes with the next packet alone, and there may be none. Without an
+/// answer the last count stays: a lower one would count as almost 2^32 further losses.
 U32 PimSocketBase::lost() {
   std::array<U32, SK_MEMINFO_VARS> counts{};
   socklen_t size = sizeof counts;
