@@ -3,13 +3,16 @@
 what is not reached with the list of docs/coverage.md: fails if the list lacks a line or branch, or has one
 that is reached.
 
-Usage: coverage-modules.py [--sums] ROOT BUILD MODULE...; --sums compares nothing.
+Usage: coverage-modules.py [--sums] [--least PERCENT] ROOT BUILD MODULE...
+
+--sums compares nothing. --least is how many of the branches of each module must be reached, 0 unless given.
 
 A branch is a way out of a condition. These are none: the edges of exceptions, the choice of a handler, the
 code that only exceptions reach on a line with other code (destructors), the failure of a ZET_ASSERT, the
 guard of a static variable, whether a ZET_TRACE is written, lines of braces, and functions that the compiler
 writes. A line or branch of a template is reached if an instantiation reaches it."""
 
+import argparse
 import collections
 import os
 import pathlib
@@ -252,7 +255,9 @@ def share(reached, all_):
     return f"{reached:6}/{all_:<6}{100 * reached / max(all_, 1):6.1f} %"
 
 
-def print_sums(sources, modules):
+def print_sums(sources, modules, least):
+    """Prints a row for each module; returns whether so many percent of the branches of each are reached."""
+    enough = True
     print(f"{'module':12}{'lines':^22}{'branches':^22}")
     for module in modules:
         lines, branches = [], []
@@ -261,6 +266,8 @@ def print_sums(sources, modules):
                 lines += [count > 0 for line, count in source.lines.items() if source.has_code(line)]
                 branches += [taken for _, taken in source.all_branches()]
         print(f"{module:12}{share(sum(lines), len(lines))} {share(sum(branches), len(branches))}")
+        enough = enough and 100 * sum(branches) >= least * len(branches)
+    return enough
 
 
 def listed(page, modules):
@@ -282,14 +289,22 @@ def is_as_listed(root, sources, modules):
     return found == known
 
 
-def main(arguments):
-    sums_alone = arguments[0] == "--sums"
-    root, build, *modules = arguments[sums_alone:]
-    root = pathlib.Path(root).resolve()
-    sources = read(root, pathlib.Path(build), modules)
-    print_sums(sources, modules)
-    return sums_alone or is_as_listed(root, sources, modules)
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--sums", action="store_true", help="compare nothing")
+    parser.add_argument("--least", type=float, default=0, metavar="PERCENT",
+                        help="branches of each module that must be reached")
+    parser.add_argument("root", type=pathlib.Path)
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("modules", nargs="+")
+    arguments = parser.parse_args()
+    root = arguments.root.resolve()
+    sources = read(root, arguments.build, arguments.modules)
+    enough = print_sums(sources, arguments.modules, arguments.least)
+    if not enough:
+        print(f"a module has less than {arguments.least:g} % of its branches reached")
+    return (arguments.sums or is_as_listed(root, sources, arguments.modules)) and enough
 
 
 if __name__ == "__main__":
-    sys.exit(0 if main(sys.argv[1:]) else 1)
+    sys.exit(0 if main() else 1)

@@ -106,6 +106,12 @@ class CoverageModulesTest(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         self.assertRegex(done.stdout, r"m +20/23 +87\.0 % +8/14 +57\.1 %")
 
+    def test_fewer_branches_than_required_are_an_error(self):
+        self.assertEqual(self.run_script("--sums", "--least", "57").returncode, 0)
+        done = self.run_script("--sums", "--least", "95")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("a module has less than 95 % of its branches reached", done.stdout)
+
     def test_counts_of_another_build_are_an_error(self):
         self.compile(SOURCE.replace("if (isLong)", "while (isLong)"))
         done = self.run_script("--sums")
