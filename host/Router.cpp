@@ -232,7 +232,7 @@ void Router::candidateBsrIs(IpGenPrefix const& zone, BsrCandidacy const& candida
   entry->intfIdIs(candidacy.intfId);
   entry->priorityIs(candidacy.priority);
   entry->hashMaskLenIs(candidacy.hashMaskLen);
-  entry->bsPeriodIs(candidacy.interval);
+  entry->bsPeriodIs(candidacy.bsPeriod);
 }
 
 void Router::candidateBsrDel(IpGenPrefix const& zone) {
@@ -246,7 +246,7 @@ void Router::candidateRpIs(IpGenPrefix const& range, RpCandidacy const& candidac
   Call call(*this);
   Ptr<Bsr::RpCandidate> entry = parts_->status->crpIs(candidacy.address);
   entry->intfIdIs(candidacy.intfId);
-  entry->intervalIs(candidacy.interval);
+  entry->intervalIs(candidacy.cRpAdvPeriod);
   entry->prefixSetIs(range, true);
   entry->prefixOptionsIs(range)->priorityIs(candidacy.priority);
 }

@@ -121,8 +121,8 @@ bool Expectation::permits(U32 bsr, IpGenAddr const& sender) const {
 /// Three times the interval of its advertisements, and three times the BSR's where that is less than two and
 /// a half of those.
 static U32 holdtimeOf(host::RpCandidacy const& rp, host::BsrCandidacy const& bsr) {
-  U32 holdtime = U32{3} * rp.interval;
-  return 2 * holdtime > 5 * bsr.interval ? holdtime : 3 * bsr.interval;
+  U32 holdtime = U32{3} * rp.cRpAdvPeriod;
+  return 2 * holdtime > 5 * bsr.bsPeriod ? holdtime : 3 * bsr.bsPeriod;
 }
 
 /// A candidate RP advertises a range to the BSR of the longest zone that it knows itself. The BSR takes it

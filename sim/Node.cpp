@@ -379,17 +379,17 @@ host::Configuration Node::configurationOf(NodeConfig const& config) const {
   wanted.accessLists = config.accessLists;
   wanted.senderLists = config.senderLists;
   for (auto const& [zone, c] : config.candidateBsrs)
-    wanted.candidateBsrs[textOf(c.intfId)].groups[zone] = {c.priority, c.hashMaskLen, c.interval};
+    wanted.candidateBsrs[textOf(c.intfId)].groups[zone] = {c.priority, c.hashMaskLen, c.bsPeriod};
   for (auto const& [use, terms] : config.bsrLists) wanted.candidateBsrs[use.first].lists[use.second] = terms;
   for (auto const& [key, c] : config.candidateRps) {
     host::RpTerms& terms = wanted.candidateRps[textOf(c.intfId)];
     terms.ranges.groups[key.first] = c.priority;
-    terms.cRpAdvPeriod = c.interval;
+    terms.cRpAdvPeriod = c.cRpAdvPeriod;
   }
   for (auto const& [use, c] : config.rpLists) {
     host::RpTerms& terms = wanted.candidateRps[use.first];
     terms.ranges.lists[use.second] = c.priority;
-    terms.cRpAdvPeriod = c.interval;
+    terms.cRpAdvPeriod = c.cRpAdvPeriod;
   }
   for (auto const& [zone, intf] : config.borders)
     wanted.borders[textOf(interfaces_[intf].intfId)].groups[zone] = {};
@@ -426,12 +426,12 @@ void Node::candidateBsrDel(IpGenPrefix const& zone) {
   configIs(wanted);
 }
 
-/// The interval is that of the address.
+/// C_RP_Adv_Period is that of the address.
 void Node::candidateRpIs(IpGenPrefix const& range, host::RpCandidacy const& candidacy) {
   NodeConfig wanted = config_;
   wanted.candidateRps[{range, candidacy.address}] = candidacy;
   for (auto& [key, other] : wanted.candidateRps) {
-    if (key.second == candidacy.address) other.interval = candidacy.interval;
+    if (key.second == candidacy.address) other.cRpAdvPeriod = candidacy.cRpAdvPeriod;
   }
   configIs(wanted);
 }

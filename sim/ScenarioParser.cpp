@@ -153,7 +153,7 @@ static Action readCandidateBsr(ScenarioLine& line) {
     if (key == "address") set.candidacy.address = line.address(key);
     readTerm(line, key, BsrTermsKeys::priority, set.candidacy.priority);
     readTerm(line, key, BsrTermsKeys::hashMaskLen, set.candidacy.hashMaskLen);
-    readTerm(line, key, BsrTermsKeys::bsPeriod, set.candidacy.interval);
+    readTerm(line, key, BsrTermsKeys::bsPeriod, set.candidacy.bsPeriod);
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;
@@ -179,7 +179,7 @@ static Action readCandidateRp(ScenarioLine& line) {
         line.option({"address", RpRangeTermsKeys::priority.name, RpAdvertisingKeys::cRpAdvPeriod.name});
     if (key == "address") set.candidacy.address = line.address(key);
     readTerm(line, key, RpRangeTermsKeys::priority, set.candidacy.priority);
-    readTerm(line, key, RpAdvertisingKeys::cRpAdvPeriod, set.candidacy.interval);
+    readTerm(line, key, RpAdvertisingKeys::cRpAdvPeriod, set.candidacy.cRpAdvPeriod);
   }
   settleAddress(line, set.router, set.candidacy);
   if (list.empty()) return set;

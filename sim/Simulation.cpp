@@ -130,7 +130,7 @@ class Simulation::Executor {
   }
   static void useList(NodeConfig& config, SetListUse const& set) {
     ListUse use(set.intf, set.list);
-    host::BsrTerms terms{set.bsr.priority, set.bsr.hashMaskLen, set.bsr.interval};
+    host::BsrTerms terms{set.bsr.priority, set.bsr.hashMaskLen, set.bsr.bsPeriod};
     if (set.role == ListRole::bsr) put(config.bsrLists, use, terms, set.on);
     if (set.role == ListRole::rp) put(config.rpLists, use, set.rp, set.on);
     if (set.role == ListRole::border) put(config.borderLists, use, set.on);

@@ -44,7 +44,7 @@ static std::vector<view::TopologyCandidateBsr> candidateBsrsOf(sim::Node const& 
                     .address = node.primaryAddress(bsr.intfId),
                     .priority = bsr.priority,
                     .hashMaskLen = bsr.hashMaskLen,
-                    .bsPeriod = bsr.interval});
+                    .bsPeriod = bsr.bsPeriod});
   }
   for (auto const& [use, terms] : node.config().bsrLists) {
     made.push_back({.list = use.second,
@@ -64,14 +64,14 @@ static std::vector<view::TopologyCandidateRp> candidateRpsOf(sim::Node const& no
                     .interface = nameOf(rp.intfId),
                     .address = node.primaryAddress(rp.intfId),
                     .priority = rp.priority,
-                    .cRpAdvPeriod = rp.interval});
+                    .cRpAdvPeriod = rp.cRpAdvPeriod});
   }
   for (auto const& [use, rp] : node.config().rpLists) {
     made.push_back({.list = use.second,
                     .interface = use.first,
                     .address = node.primaryAddress(Lanet::IntfId(use.first.c_str())),
                     .priority = rp.priority,
-                    .cRpAdvPeriod = rp.interval});
+                    .cRpAdvPeriod = rp.cRpAdvPeriod});
   }
   return made;
 }

@@ -127,7 +127,7 @@ TEST(ScenarioParserTest, DefaultsAreThoseOfTheManual) {
   auto bsr = parseAs<SetCandidateBsr>("candidate-bsr r1 global").candidacy;
   EXPECT_EQ(bsr.priority, 64);
   EXPECT_EQ(bsr.hashMaskLen, 30u);
-  EXPECT_EQ(bsr.interval, 60u);
+  EXPECT_EQ(bsr.bsPeriod, 60u);
   EXPECT_EQ(parseAs<SetCandidateRp>("candidate-rp r1 global").candidacy.priority, 192u);
 }
 
@@ -161,7 +161,7 @@ TEST(ScenarioParserTest, AListIsReadInPlaceOfARange) {
   auto rp = parseAs<SetListUse>("candidate-rp r1 list scopes address 10.1.0.1 c-rp-adv-period 30");
   EXPECT_EQ(rp.role, ListRole::rp);
   EXPECT_EQ(rp.intf, "eth0");
-  EXPECT_EQ(rp.rp.interval, 30);
+  EXPECT_EQ(rp.rp.cRpAdvPeriod, 30);
   auto border = parseAs<SetListUse>("no border r1 l1 list scopes");
   EXPECT_EQ(border.role, ListRole::border);
   EXPECT_EQ(border.intf, "eth0");

@@ -58,6 +58,8 @@ RULES = [
     Rule("neighbours?|neighbouring", "neighbor"),
     Rule("hold times?", "BS_Timeout (bs-timeout) of a BSR; holdtime of an RP and a neighbor"),
     Rule("zone timeouts?", "SZ_Timeout (sz-timeout)"),
+    *(Rule(r"U32 interval|U16 interval|(?<=[.>])interval(?!\()", "bsPeriod, cRpAdvPeriod", NAME, (), paths)
+      for paths in ("agent/*", "cli/*", "host/*", "sim/*")),
     Rule("What|Whatever|Whoever", "a noun as subject", SUBJECT),
     Rule("(Printed|Built|Chosen|Found|Given|Gone|Held|Kept|Known|Left|Made|Sent|Shown|Taken|"
          "Written|[A-Z][a-z]+ed) (is|are|was|were)", "subject, verb, object", OPENING,

@@ -50,6 +50,16 @@ class WordsTest(unittest.TestCase):
                      "almostAll", "T most;"]:
             self.assertEqual([], self.found(line, "model/A.h"))
 
+    def test_the_period_of_a_candidacy_has_the_name_of_the_rfc(self):
+        for line in ["  U32 interval = 60;", "U16 interval;", "rp.interval * 3", "bsr->interval;",
+                     ".interval = 5"]:
+            for path in ["agent/views/A.cpp", "cli/sim/A.cpp", "host/A.h", "sim/A.cpp"]:
+                with self.subTest(line, path=path):
+                    self.assertEqual(["interval"], [word.split(" ")[-1] for word in self.found(line, path)])
+        for line, path in [("candidate.interval()", "agent/A.cpp"), ('former "interval"', "host/A.zet"),
+                           ("double interval = 10;", "agent/A.h"), ("U32 interval;", "model/A.h")]:
+            self.assertEqual([], self.found(line, path), line)
+
     def test_words_are_found_whole_only(self):
         for line in ["default", "standard", "understand", "standalone", "broad", "household", "mushroom",
                      "history", "recommend", "screenplay", "agreeting", "dicey", "adjudge", "refuser"]:
