@@ -52,7 +52,7 @@ Agent::~Agent() {
   for (auto const& [handle, level] : settings_.traces) traceLevelIs(handle, traceOff);
 }
 
-/// What went by a command was cleared.
+/// A neighbor that a command removed was cleared.
 static void logNeighbors(std::vector<NeighborChange> changes, CauseKind cause) {
   for (NeighborChange& change : changes) {
     change.isCleared = !change.isThere && cause == CauseKind::command;

@@ -18,8 +18,8 @@ static double secondsFrom(Clock::time_point from, Clock::time_point to) {
   return std::chrono::duration<double>(to - from).count();
 }
 
-/// What was set up before this start may be out of date, and perhaps nothing changes from here on. Neighbors
-/// send what they know first.
+/// The command runs once after the start too: its last run may be of an older state, and perhaps nothing
+/// changes from here on. It waits until neighbors have sent what they know.
 ChangeRunner::ChangeRunner(Loop& loop, ChangeCommand* command, std::function<std::string()> text)
     : loop_(loop), command_(command), text_(std::move(text)), timer_(loop, [this] { run(); }) {
   if (command_ == nullptr) return;

@@ -82,7 +82,7 @@ void HistoryKeeper::restore(std::string const& text) {
   if (lines.damaged != 0) moveAside(fmt::format("{} of {} lines can't be read", lines.damaged, lines.all));
 }
 
-/// What was moved aside before stays, up to a bound: the file is not damaged again and again unnoticed.
+/// Files that were moved aside before stay, up to a bound: the file is not damaged again and again unnoticed.
 static std::string freeName(std::string const& path) {
   static constexpr int maxKept = 9;
   std::string name = path;

@@ -149,7 +149,7 @@ void ConfigSm::ZetBsrConfigAclSm::handleInitialize() {
   }
 }
 
-/// What a user does may change who uses the list, the user itself included.
+/// A handler of a user may change who uses the list, the user itself included.
 void ConfigSm::ZetBsrConfigAclSm::handlePrefix(IpGenPrefix const& prefix) {
   ConfigSm& machine = *configSm();
   Ptr<BsrConfigAcl> record = notifier();

@@ -124,7 +124,7 @@ static void removeAll(CandidateSm const& sm) {
   }
 }
 
-/// What still waits for its priority or hash mask length has no entry to move.
+/// A candidacy that still waits for its priority or hash mask length has no entry to move.
 void CandidateSm::handleIpAddress() {
   ZET_TRACE_ENTRY(trace);
   if (!initialized()) {

@@ -219,7 +219,7 @@ class Account {
   }
   /// Lets timers look at all that is kept once more.
   void sweepIs(U64 kept) { sweep_ = perSwept * kept; }
-  /// What was spent since the last call is no router's: messages were made.
+  /// No router is charged for the work since the last call: messages were made.
   void skip() { settledAt_ = Zet::Meter::visited; }
   /// Charges what a packet spent since the last call.
   void settle(U64 kept) {
@@ -338,8 +338,8 @@ class Play {
     context_.nowIs(end);
   }
 
-  /// What a packet or a timer makes the router send is paid for too: a candidate BSR answers a message of
-  /// lower priority with its own (RFC 5059 section 3.1.1), and a new neighbor gets the RP set.
+  /// Packets that a packet or a timer causes are paid for too: a candidate BSR answers a message of lower
+  /// priority with its own (RFC 5059 section 3.1.1), and a new neighbor gets the RP set.
   void settle(U64 kept) {
     if (std::size_t const sent = port_.takeSentBytes()) account_.earnBytes(sent, kept);
     account_.settle(kept);

@@ -20,7 +20,7 @@ using Zet::U64;
 /// BSR's message names the range with an RP, so that all routers switch by the same message, or until their
 /// holdtime ends.
 ///
-/// What is removed by its BSR, an operator or a border is not kept. Kept RPs are few: they count in the bound
+/// An RP that its BSR, an operator or a border removes is not kept. Kept RPs are few: they count in the bound
 /// of RPs, and make room for RPs of the new BSR. Each change of one costs O(log n) of the kept RPs and a look
 /// into each zone.
 class PIMBSR_INTERNAL HoldOver final : public KeptRps {

@@ -68,7 +68,7 @@ class PIMBSR_INTERNAL Tally {
 /// Keeps messages from making the router keep more than its IngressSettings grants: scope zones, group ranges
 /// of a zone, RPs in the fragment stores, RPs in the RP sets.
 ///
-/// What is known may always be renewed or withdrawn, whatever the bounds. A Bootstrap Message beyond a bound
+/// Known entries may always be renewed or withdrawn, whatever the bounds. A Bootstrap Message beyond a bound
 /// of RPs or ranges passes with its header, which renews the BSR, and with what it renews: a record that
 /// would add too much is cut to the RPs that its set holds. The store takes a message as a change and not as
 /// the whole set, so no range is emptied by it. This router's own candidate RPs are no peer's and come on top

@@ -25,7 +25,7 @@ using Zet::U64;
 /// have not advertised themselves yet; one that finds a full range displaces an RP in the same way, also one
 /// in a BS_Period, and enters with its next advertisement after that has left.
 ///
-/// What is kept of a range is dropped once it has no effect any more: there are never more than twice the
+/// The record of a range is dropped once it has no effect any more: there are never more than twice the
 /// ranges that were full in the last three BS_Periods, and a constant.
 class PIMBSR_INTERNAL RangePlaces {
  public:

@@ -161,7 +161,7 @@ void BootstrapMessageSm::handleV4BSM() {
   if (!check.border()) return;
   ZET_TRACE(trace, 4, "RX - Accepted BSM from " << message->srcAddr());
 
-  // What is kept for the zone is the message accepted before this one, of whatever zone; null at the very
+  // The message kept for the zone is the one accepted before this one, of whatever zone; null at the very
   // first.
   lastBsmIs(zone, bsmStatus()->rxBsm());
   bsmStatus()->iifIntfIdIs(bsmInfo()->intfId());

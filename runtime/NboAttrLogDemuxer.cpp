@@ -69,7 +69,7 @@ void Applier::takeRow(PtrInterface& object, AttributeRow const& row, In& in) {
   form.takeDel(object, in);
 }
 
-// What the content doesn't name goes, so that a copy with another past ends equal.
+// Members that the content doesn't name are removed, so that a copy with another past ends equal.
 void Applier::takeMembers(PtrInterface& object, RowForm const& form, In& in) {
   KeyTexts before(form);
   form.walk(object, before);
@@ -244,7 +244,7 @@ std::size_t Demuxer::takeMessages(std::span<U8 const> bytes) {
   return in.place();
 }
 
-// Whatever a message does, those after it are read. A snapshot with an error is not asked for again, since
+// After an error in a message the next ones are read. A snapshot with an error is not asked for again, since
 // the next one would have it too and the two would go on for ever; one without memory is, but only with a
 // change, so that two programs that lack memory don't keep each other busy.
 void Demuxer::takeMessage(In in) {

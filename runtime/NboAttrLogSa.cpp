@@ -86,7 +86,7 @@ void FlowOut::putSnapshot() {
   needsSnapshot_ = false;  // only now the adapters report
 }
 
-// Whatever fails, the copy lacks a change from then on, and a snapshot repairs any lack.
+// After any failure the copy lacks a change, and a snapshot repairs any lack.
 void FlowOut::flush() {
   if (!root_ || hasNotificationActive()) return;
   ClearIsActiveAnchor anchor(*this);

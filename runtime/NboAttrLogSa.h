@@ -190,7 +190,7 @@ class PIMBSR_API Sa {
       flow_->fail();
     }
   }
-  /// What is under a key has come, changed or gone; without keys the key is null.
+  /// The member of a key was added, changed or removed; without keys the key is null.
   void sendMember(AttributeId attribute, void const* key);
 
  private:

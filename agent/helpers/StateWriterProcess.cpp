@@ -358,7 +358,7 @@ bool runWriter(WriterTask const& task, StateReport::Kind start) {
 
 }  // namespace
 
-/// What the agent has left is written also if its last writer died just before: one more gets it.
+/// The last text of the agent is written even if a writer died just before: one more writer gets it.
 void serveState(int socket, StateWriterOptions const& options) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   WriterTask const task{.socket = socket, .options = options, .agent = getppid()};

@@ -138,7 +138,8 @@ void Netlink::follow(Bytes datagram) {
 
 // Answers -----------------------------------------------------------------------------------------------
 
-/// Whoever makes this object has nothing else to serve yet. There always is a link, the loopback.
+/// May wait: the caller has just made this object and serves nothing else yet. There always is a link, the
+/// loopback.
 bool Netlink::readAtOnce() {
   startReading(1);
   bool isChanged = false;

@@ -87,7 +87,7 @@ static constexpr char const* footClear =
     "               new election; an elected BSR denies it\n"
     "  rp-set       the RP set of ZONE, or of all; the BSR stays\n"
     "  neighbors    the PIM neighbors on INTERFACE, or on all, those that never expire too\n"
-    "What was cleared is learned again from the next messages: set a filter before, where that\n"
+    "Cleared entries are learned again from the next messages: set a filter before, where that\n"
     "is not to happen.\n"
     "\n"
     "Examples:\n"

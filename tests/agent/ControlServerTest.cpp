@@ -76,7 +76,7 @@ TEST_F(ControlServerTest, ARequestThatIsTooLongIsAnsweredAndEndsTheConnection) {
   EXPECT_EQ(server_->counts().clients, 0u);
 }
 
-TEST_F(ControlServerTest, WhoeverSendsWithoutEndIsHeardNoLonger) {
+TEST_F(ControlServerTest, ClientThatSendsWithoutEndIsReadNoLonger) {
   start();
   ControlPeer peer = connected();
   std::string const flood(1'000'000, 'x');
@@ -113,7 +113,7 @@ TEST_F(ControlServerTest, LastRequestWithoutNewlineIsAnError) {
   EXPECT_EQ(handler_.asked, 1);
 }
 
-TEST_F(ControlServerTest, WhoeverLeavesWithoutAnAnswerIsServedAllTheSame) {
+TEST_F(ControlServerTest, RequestOfAClientThatLeavesIsServed) {
   start();
   for (std::string const& request : {askVersion, large}) {
     ControlPeer peer = connected();
@@ -123,7 +123,7 @@ TEST_F(ControlServerTest, WhoeverLeavesWithoutAnAnswerIsServedAllTheSame) {
   runUntil([&] { return handler_.asked == 2 && server_->counts().clients == 0; });
 }
 
-TEST_F(ControlServerTest, WhoeverLeavesInTheMiddleOfAnAnswerIsForgotten) {
+TEST_F(ControlServerTest, ClientThatLeavesInTheMiddleOfAnAnswerIsRemoved) {
   start();
   ControlPeer peer = connected();
   peer.send(large);
@@ -188,7 +188,7 @@ TEST_F(ControlServerTest, AClientIsAnsweredOnceInATurnSoThatOthersGetTheirs) {
   readUntilLines(peer, 100);
 }
 
-TEST_F(ControlServerTest, WhoeverDoesNotReadAnAnswerInTimeIsDropped) {
+TEST_F(ControlServerTest, ClientThatDoesNotReadAnAnswerInTimeIsDropped) {
   start({.answerTime = milliseconds(20)});
   ControlPeer peer = connected();
   peer.send(large);
@@ -198,7 +198,7 @@ TEST_F(ControlServerTest, WhoeverDoesNotReadAnAnswerInTimeIsDropped) {
   EXPECT_EQ(peer.lines(), 0u);
 }
 
-TEST_F(ControlServerTest, WhoeverSendsNoWholeRequestInTimeIsDropped) {
+TEST_F(ControlServerTest, ClientThatSendsNoWholeRequestInTimeIsDropped) {
   start({.silence = milliseconds(20)});
   ControlPeer silent = connected();
   ControlPeer beginner = connected();
@@ -325,7 +325,7 @@ TEST_F(ControlServerTest, AWatcherThatDoesNotReadIsDroppedAndTheOthersGoOn) {
   EXPECT_LT(slow.lines(), quick.lines());
 }
 
-TEST_F(ControlServerTest, OneLineAboveTheBoundIsSentToWhoeverReads) {
+TEST_F(ControlServerTest, OneLineAboveTheBoundIsSentToAWatcherThatReads) {
   start({.watchBacklog = 10});
   ControlPeer peer = watcher();
   std::string line = "\"" + std::string(largeSize, 'x') + "\"";
@@ -372,7 +372,7 @@ TEST_F(ControlServerTest, OneThatCannotListenLeavesTheLoopAsItWas) {
   EXPECT_THROW(ControlServer(&loop_, {.path = path_}, handler_), ControlError);
 }
 
-TEST_F(ControlServerTest, TheClientOfThisRoomIsServed) {
+TEST_F(ControlServerTest, ControlClientGetsAnswersAndChanges) {
   start();
   Json answer;
   std::string change;

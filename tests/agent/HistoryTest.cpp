@@ -82,7 +82,7 @@ TEST_F(HistoryTest, LearnedBsrNamesTheMessageThatBroughtIt) {
   EXPECT_EQ(elected.cause, (Cause{CauseKind::message, "eth0", MessageKind::bootstrap, addr("192.0.2.1")}));
 }
 
-TEST_F(HistoryTest, OwnElectionIsATimersDoing) {
+TEST_F(HistoryTest, OwnElectionHasTheTimerAsItsCause) {
   lead();
   auto elected = std::find_if(history.entries().begin(), history.entries().end(),
                               [](auto& entry) { return entry.kind == HistoryKind::bsrElected; });

@@ -509,7 +509,7 @@ TEST_F(NetlinkPiecesTest, LongTablesHoldTheCallerUpForAPieceOnly) {
   EXPECT_LT(maxReadTime(Netlink::Duration(0)) * 2, maxReadTime(std::chrono::hours(1)));
 }
 
-TEST_F(NetlinkTest, WhateverHappensTheViewIsWhatTheKernelHas) {
+TEST_F(NetlinkTest, ViewIsThatOfTheKernelAfterAnyChange) {
   std::mt19937 random(20);
   auto one = [&](std::vector<std::string> const& of) { return of[random() % of.size()]; };
   auto address = [&] {

@@ -192,7 +192,7 @@ TEST_F(PimSocketTest, MessagesOfOtherTypesDoNotWakeTheReceiver) {
   EXPECT_EQ(arrivalsUntil(*addresses, 0x13), (std::vector{0x20, 0x24, 0x28, 0x13}));
 }
 
-TEST_F(PimSocketTest, WhatIsSentToAllPimRoutersIsNotHeardAtHome) {
+TEST_F(PimSocketTest, PacketToAllPimRoutersIsNotReceivedByItsSender) {
   auto a = in<PimSocket>(*left, "left", 8);
   auto sibling = in<PimSocket>(*left, "left", 8);
   auto b = in<PimSocket>(*middle, "m1", 7);

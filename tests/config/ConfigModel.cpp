@@ -483,7 +483,7 @@ void ConfigModel::address(Name const& intf, Name const& address) {
 
 void ConfigModel::restart() {
   szTimeoutInStatus_ = std::max(szTimeout_, 10 * holdTime_);
-  // What a group range explains stays.
+  // Entries that a group range explains stay.
   std::erase_if(cbsr_, [&](auto const& at) { return !bsr_[at.second.intf].ranges.contains(at.first); });
   std::erase_if(crp_, [&](auto const& at) {
     for (Name const& range : rpEntry_[at.second->intf].ranges) {

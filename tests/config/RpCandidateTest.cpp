@@ -365,7 +365,7 @@ std::pair<std::string, std::string> namesInWalkOrder() {
   return {first, std::string(at.key().view())};
 }
 
-TEST_F(RpConfig, ANewRuleTakesTheOptionsOfTheFirstRecordThatPermitsItWhoeverUsesThat) {
+TEST_F(RpConfig, ANewRuleTakesTheOptionsOfTheFirstRecordOfAnyUserThatPermitsIt) {
   auto [first, second] = namesInWalkOrder();
   up();
   engine.rules(first, {"permit 239.5.0.0/16"});

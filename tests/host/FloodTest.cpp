@@ -125,7 +125,7 @@ class FloodedRouter : public FilteredRouterTest, public testing::WithParamInterf
     bool global = pimbsr::host::partsOf(router).root->nonCandidateSm(prefix("224.0.0.0/4")) != nullptr;
     return pimbsr::host::partsOf(router).root->nonCandidateSmCount() - (global ? 1 : 0);
   }
-  /// What waits may be more where Bootstrap Timers have read the kept fragment of each zone again.
+  /// More RPs may wait where Bootstrap Timers have read the kept fragment of each zone again.
   void expectWithinBounds() const {
     ASSERT_LE(addresses(), bounds.neighborsPerInterface);
     ASSERT_LE(zones(), bounds.learnedZones);

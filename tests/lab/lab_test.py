@@ -446,7 +446,7 @@ class LabTest(unittest.TestCase):
             self.assertLess(router.stop(), 1)
 
     def test_watch(self):
-        """Whoever watches gets a line of JSON for each change, and traces and counters obey."""
+        """A watcher gets a line of JSON for each change, and traces and counters obey."""
         lab = self.lab()
         (r1, r2), links = lab.chain("r1", "r2")
         r1.config(candidate_bsr() + candidate_rp())

@@ -166,7 +166,7 @@ TEST(UnicastTest, WithoutARouteAPacketIsLost) {
               ElementsAre("0.001 r1 loss: no route"));
 }
 
-TEST(UnicastTest, AStaticRouteLeadsToWhoeverHasTheAddress) {
+TEST(UnicastTest, AStaticRouteLeadsToTheRouterThatHasTheAddress) {
   Script script(row(3) + "route r1 203.0.113.0/24 via 10.1.0.2\nroute r2 203.0.113.0/24 via 10.2.0.99\nrun 1",
                 1, losses);
   EXPECT_THAT(script.play("inject l1 crp-adv from 10.1.0.99 to 203.0.113.1\nrun 0.5"),

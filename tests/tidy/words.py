@@ -48,11 +48,11 @@ RULES = [
     Rule("punctuality", "timer latency"),
     Rule("computers?", "host, system"),
     Rule(r"(Linux|Fake|Test)?Machine", "Platform", NAME, (), "agent/*"),
-    Rule(r"Doing|writtens|isIt|ofNobody|isAtHome|theOnly|TraceWish",
+    Rule(r"Doing|\w+Doing|writtens|isIt|ofNobody|\w+AtHome|theOnly|TraceWish",
          "Executor, keyMappings, matches, discarded, isOnLink, onlyKey, TraceRequest", NAME),
     Rule("people|in words", "human-readable, description", WORDS, (r"for \w+ in words",)),
     Rule("story|stories", "scenario test"),
-    Rule("rooms?", "module", WORDS, ("(make|makes|made|making|no|more|enough|has) room", "room (for|is)")),
+    Rule("rooms?", "module", WORDS, ("(make|makes|made|making|no|more|enough|has|there is) room", )),
     Rule("houses?", "project"),
     Rule("mend|mends|mended|mending|truly", "fix, correct"),
     Rule("neighbours?|neighbouring", "neighbor"),
@@ -60,7 +60,11 @@ RULES = [
     Rule("zone timeouts?", "SZ_Timeout (sz-timeout)"),
     *(Rule(r"U32 interval|U16 interval|(?<=[.>])interval(?!\()", "bsPeriod, cRpAdvPeriod", NAME, (), paths)
       for paths in ("agent/*", "cli/*", "host/*", "sim/*")),
-    Rule("What|Whatever|Whoever", "a noun as subject", SUBJECT),
+    Rule("What", "a noun as subject", SUBJECT),
+    Rule(r"What is kept is|What (?:is|was|were|went|still)\b"
+         r"(?:(?! (?:what|when|while|that|which|who|where)\b)[^.,;:])* (?:is|are|was|were|may|must|has|have)",
+         "a noun as subject", OPENING),
+    Rule(r"Whatever\w*|\w*Whoever\w*", "a noun as subject", NAME),
     Rule("(Printed|Built|Chosen|Found|Given|Gone|Held|Kept|Known|Left|Made|Sent|Shown|Taken|"
          "Written|[A-Z][a-z]+ed) (is|are|was|were)", "subject, verb, object", OPENING,
          ("(Indeed|Speed|Seed|Need) ", )),

@@ -66,7 +66,7 @@ class WordsTest(unittest.TestCase):
             self.assertEqual([], self.found(line), line)
 
     def test_a_sentence_begins_with_its_subject(self):
-        for line, word in [("It has a bound. What is beyond is dropped.", "What"),
+        for line, word in [("It has a bound. What exceeds it is dropped.", "What"),
                            ("(see there). Whatever goes wrong is repaired.", "Whatever"),
                            ("- What fits none is in a heap.", "What"),
                            ("It ends. Whoever asks waits.", "Whoever"),
@@ -79,9 +79,42 @@ class WordsTest(unittest.TestCase):
                      "a key; what it has is kept", "a file. What?", "Speed is measured."]:
             self.assertEqual([], self.found(line), line)
 
+    def test_a_free_relative_is_found_wherever_it_begins(self):
+        for line, path, word in [("/// Whoever makes this object has nothing", "agent/A.cpp", "Whoever"),
+                                 ("// Whatever fails, a change lacks", "runtime/A.cpp", "Whatever"),
+                                 ('"""Whoever watches gets a line."""', "tests/lab/a.py", "Whoever"),
+                                 ("| Whatever is well-formed is taken. |", "docs/a.md", "Whatever"),
+                                 ("TEST_F(A, WhoeverLeavesIsServed) {", "tests/agent/A.cpp",
+                                  "WhoeverLeavesIsServed"),
+                                 ("TEST(A, SentToWhoeverReads) {", "tests/agent/A.cpp", "SentToWhoeverReads"),
+                                 ("TEST(A, WhateverIsReadIsKept) {", "tests/wire/A.cpp",
+                                  "WhateverIsReadIsKept"),
+                                 ("/// What is removed by a BSR is not kept.", "host/A.h",
+                                  "What is removed by a BSR is"),
+                                 ("/// What went by a command was cleared.", "agent/A.cpp",
+                                  "What went by a command was"),
+                                 ("// What was set up before may be old.", "agent/A.cpp",
+                                  "What was set up before may")]:
+            with self.subTest(line):
+                self.assertEqual([word], self.found(line, path))
+        for line in ["may be renewed, whatever the bounds", "TEST(A, MayUseItWhateverTheMask) {",
+                     "/// What is wrong with what was read; nothing",
+                     "/// What is kept of a user while it has one",
+                     "/// What is done when a reactor is bound",
+                     "/// What is done about a copy that may differ", "/// What was changed, and is sent"]:
+            self.assertEqual([], self.found(line, "agent/A.h"), line)
+
+    def test_fixed_names_of_tests_have_no_word_for_a_place(self):
+        for line, word in [("TEST_F(A, WhatIsSentIsNotHeardAtHome) {", "WhatIsSentIsNotHeardAtHome"),
+                           ("bool isAtHome();", "isAtHome"), ("TEST(A, ElectionIsATimersDoing) {",
+                                                              "ElectionIsATimersDoing"),
+                           ("TEST_F(A, TheClientOfThisRoomIsServed) {", "room"), ("the room for it", "room")]:
+            self.assertEqual([word], self.found(line, "tests/agent/A.cpp"), line)
+
     def test_senses_outside_the_rule_stay(self):
         for line in ["a page fault", "BSR stands for Bootstrap Router", "the kernel refused the connection",
-                     "connection refused", "a refused configuration", "make room for it", "there is no room"]:
+                     "connection refused", "a refused configuration", "make room for it", "there is no room",
+                     "there is room for it", "makeRoom(1)"]:
             self.assertEqual([], self.found(line), line)
 
     def test_fixed_names_and_texts_stay(self):

@@ -192,7 +192,7 @@ int acceptedAfterDamage(Generator& random, Buffer bytes, Read read, Record recor
   return 1;
 }
 
-TEST(RoundTrip, WhateverIsAcceptedComesBackAsItWasRead) {
+TEST(RoundTrip, EveryAcceptedPacketIsWrittenAsItWasRead) {
   Generator random(5);
   auto record = [](auto const& outcome) -> auto const& { return **outcome; };
   int accepted = 0;

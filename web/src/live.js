@@ -1,5 +1,5 @@
 // The live page: one model over the agents of a server, which reports their changes as a stream of events.
-// What changed is asked for again, so that a lost event loses nothing.
+// Views that changed are asked for again, so that a lost event loses nothing.
 
 import { comparePrefixes, covers, numberOf, prefixOf } from "./addresses.js";
 import { KINDS, rangesOf } from "./simulation.js";
