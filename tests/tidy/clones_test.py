@@ -45,8 +45,13 @@ class ClonesTest(unittest.TestCase):
         self.assertEqual([], self.found({"tests/model/A.cpp": copy, "tests/wire/B.cpp": copy}))
         self.assertEqual([], self.found({"tests/model/A.cpp": copy, "wire/B.cpp": copy}))
 
-    def test_each_allowed_pair_has_a_reason(self):
-        self.assertTrue(all(clones.ALLOWED.values()))
+    def test_declarations_of_overrides_stay_and_their_bodies_do_not(self):
+        declared = "".join(f"  // an event\n  void on{n}(Node const& node, int value) override;\n"
+                           for n in "ABCDEFGH")
+        body = f"  void onBody() override {{\n{LINE * 5}  }}\n"
+        for members, found in [(declared, 0), (declared.replace(" override", ""), 1), (declared + body, 1)]:
+            files = {f"cli/{name}.h": f"class {name} : Base {{\n{members}}};\n" for name in "AB"}
+            self.assertEqual(found, len(self.found(files)), members)
 
 
 if __name__ == "__main__":
