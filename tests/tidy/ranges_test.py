@@ -19,9 +19,19 @@ class RangesTest(unittest.TestCase):
         for line, bound in [("line.number(key, 10, 13652);", "13652"), ("/// 10 to 13652 seconds", "13652"),
                             ('"from 3 to 700\\n(default 5)"', "700"),
                             ("value <= 4294967295.0", "4294967295"),
-                            ('parse("224.0.0.0/4")', '"224.0.0.0/4"'), ("0xe000000d", "0xe000000d")]:
+                            ('parse("224.0.0.0/4")', "224.0.0.0/4"), ("0xe000000d", "0xe000000d")]:
             with self.subTest(line):
                 self.assertEqual([bound], self.found(line))
+
+    def test_a_planted_group_is_found_in_declarations_and_scripts_too(self):
+        for line, path in [('key groups otherwise "[\\"224.0.0.0/4\\"], or []"', "agent/config/A.zet"),
+                           ('const ALL = "224.0.0.0/4";', "web/src/a.js"),
+                           ('field zone = "224.0.0.0/4"', "view/A.zet")]:
+            with self.subTest(path):
+                self.assertEqual(["224.0.0.0/4"], self.found(line, path))
+        for line, path in [("a zone; 224.0.0.0/4 is the global one", "view/A.zet"), ("13652", "web/src/a.js"),
+                           ("range 10 13652", "agent/config/A.zet"), ('"224.0.0.0/4"', "tests/web/a.js")]:
+            self.assertEqual([], self.found(line, path), path)
 
     def test_other_numbers_stay(self):
         for line in ["10", "1700", "7000", "239.700.1.2", "700.1.1.0", "4096", "0x700", "x700", "700u8"]:
