@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import tempfile
 import unittest
@@ -62,6 +63,23 @@ class Output(unittest.TestCase):
         house = self.root / "golden/House.zet"
         house.write_text("# A remark.\n" + house.read_text(encoding="utf-8"), encoding="utf-8")
         self.assertEqual(self.written(), [])
+
+    def test_a_value_adds_one_function_to_those_that_a_library_exports(self):
+        """All others are inline, so cmake/symbols gains one name (docs/architecture.md)."""
+        def functions():
+            made = self.generate()
+            return (set(re.findall(r"^(?:\w.* )?([\w:~]+)\(.*[{}]$", made["golden/Lamp.zet.cpp"], re.M)),
+                    set(re.findall(r"^ +(\S.*\));$", made["golden/Lamp.zet.h"], re.M)))
+
+        defined, declared = functions()
+        lamp = self.root / "golden/Lamp.zet"
+        watts, volts = "  value watts", '  value volts : U8 = 3 range 1 6 "bad volts" "Its voltage"\n'
+        text = lamp.read_text(encoding="utf-8")
+        lamp.write_text(text.replace(watts, volts + watts), encoding="utf-8")
+        more_defined, more_declared = functions()
+        self.assertIn("Bulb::ZetNboAttrLogSa::onWatts", defined)
+        self.assertEqual({"Bulb::ZetNboAttrLogSa::onVolts"}, more_defined ^ defined)
+        self.assertEqual(set(), more_declared ^ declared)
 
     def test_an_error_is_reported_with_its_place_and_nothing_is_written(self):
         (self.root / "golden/House.zet").write_text("namespace Sample\nmachine {", encoding="utf-8")
