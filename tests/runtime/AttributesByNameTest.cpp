@@ -238,6 +238,57 @@ TEST_F(MachinesByName, EveryValueOfAMachineReadsAsItWasWrittenAlsoWhereItIsAnoth
   EXPECT_GT(written, 20);
 }
 
+// Constants -------------------------------------------------------------------------------------------
+
+/// The constants of objects, read by name.
+void addConstants(Objects const& objects, std::map<std::string, std::string>& read) {
+  for (Ptr<PtrInterface> const& object : objects) {
+    GenericIf const byName(object->fwkType());
+    for (AttributeRow const* row : rowsOf(*object)) {
+      if (row->kind != AttributeKind::constant) continue;
+      std::string const name = std::string(object->fwkType().name) + "::" + row->name;
+      read[name] = std::string(row->type) + " " + byName.read(*object, row->name).charPtr();
+      EXPECT_THROW(byName.write(*object, row->name, "1"), Zet::OpNotSupportedException) << name;
+    }
+  }
+}
+
+TEST_F(MachinesByName, EveryConstantReadsAsItIsDeclaredAndIsNotWritten) {
+  for (Ptr<PtrInterface> const& root : Objects{engine.root, engine.gate, engine.crpGate, config.machine})
+    gather(root);
+  std::map<std::string, std::string> read;
+  addConstants(everyRecord(), read);
+  addConstants(machines, read);
+  addConstants({Zet::make<Zet::ValueObject<Bsr::CrpAdvInterval>>(Bsr::CrpAdvInterval())}, read);
+  std::map<std::string, std::string> const declared{
+      {"Interface::AllIntfStatusDir::mtuDefault", "U32 1500"},
+      {"Routing::Pim::Bsr::BootstrapMessageSm::bsPeriodDefault", "U32 60"},
+      {"Routing::Pim::Bsr::BsrCandidate::bsPeriodUnknown", "U32 0"},
+      {"Routing::Pim::Bsr::BsrCandidate::hashMaskLenUnknown", "U32 128"},
+      {"Routing::Pim::Bsr::BsrCandidate::priorityUnknown", "U16 256"},
+      {"Routing::Pim::Bsr::BsrCandidateAcl::hashMaskLenDefault", "U32 30"},
+      {"Routing::Pim::Bsr::BsrCandidateAcl::hashMaskLenUnknown", "U32 128"},
+      {"Routing::Pim::Bsr::BsrCandidateAcl::intervalDefault", "U32 60"},
+      {"Routing::Pim::Bsr::BsrCandidateAcl::minInterval", "U32 10"},
+      {"Routing::Pim::Bsr::BsrCandidateAcl::priorityDefault", "U16 64"},
+      {"Routing::Pim::Bsr::BsrCandidateAcl::priorityUnknown", "U16 256"},
+      {"Routing::Pim::Bsr::BsrCandidateGroup::hashMaskLenDefault", "U32 30"},
+      {"Routing::Pim::Bsr::BsrCandidateGroup::hashMaskLenUnknown", "U32 128"},
+      {"Routing::Pim::Bsr::BsrCandidateGroup::intervalDefault", "U32 60"},
+      {"Routing::Pim::Bsr::BsrCandidateGroup::minInterval", "U32 10"},
+      {"Routing::Pim::Bsr::BsrCandidateGroup::priorityDefault", "U16 64"},
+      {"Routing::Pim::Bsr::BsrCandidateGroup::priorityUnknown", "U16 256"},
+      {"Routing::Pim::Bsr::BsrCandidateSm::bsMinInterval", "U32 10"},
+      {"Routing::Pim::Bsr::BsrCandidateSm::bsMinPriority", "U8 0"},
+      {"Routing::Pim::Bsr::Config::holdTimeDefault", "U32 130"},
+      {"Routing::Pim::Bsr::Config::szTimeoutDefault", "U32 1300"},
+      {"Routing::Pim::Bsr::CrpAdvInterval::intervalDefault", "U32 60"},
+      {"Routing::Pim::Bsr::ElectedBsrStatus::hashMaskLenUnknown", "U32 128"},
+      {"Routing::Pim::Bsr::ElectedBsrStatus::priorityUnknown", "U16 256"},
+      {"Routing::Pim::Bsr::RpCandidateSm::maxPrefixs", "U8 255"}};
+  EXPECT_EQ(read, declared);
+}
+
 TEST_F(MachinesByName, AValueThatAMachineHasChangedReadsAsTheAccessorGivesIt) {
   Bsr::PimBsrSm::GenericIf_ const rootIf;
   EXPECT_EQ(rootIf.read(*engine.root, "initialized"), "True");
