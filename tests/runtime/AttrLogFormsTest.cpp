@@ -3,12 +3,16 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <regex>
+#include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "model/AclValues.h"
 #include "model/Values.h"
-#include "runtime/NboAttrLog.h"
+#include "runtime/NboAttrLogRow.h"
+#include "tests/runtime/ModelSamples.h"
 #include "tests/support/Messages.h"
 #include "tests/support/RangeError.h"
 
@@ -125,37 +129,88 @@ TEST(AttrLogForms, EachTypeThatAnEntityHoldsHasOne) {
             "0000");
 }
 
+/// A type's name as the rows of reflection show it, without namespaces.
+template <class T>
+std::string rowName() {
+  if constexpr (std::is_same_v<T, bool>) {
+    return "bool";
+  } else if constexpr (std::is_same_v<T, double>) {
+    return "double";
+  } else if constexpr (std::is_same_v<T, Zet::S64>) {
+    return "S64";
+  } else if constexpr (std::is_same_v<T, Zet::Name>) {
+    return "Name";
+  } else {
+    return bareName(Zet::typeName<T>());
+  }
+}
+
+/// The types of the values, keys and makers' parameters of an attribute that the log carries.
+void addCarried(Zet::AttributeRow const& row, std::set<std::string>& types) {
+  using Zet::NboAttrLog::Shape;
+  if (row.log->shape == Shape::value || row.log->shape == Shape::values) types.insert(bareName(row.type));
+  if (row.isIndexed()) types.insert(bareName(row.keyType));
+  std::regex const parameter(": (\\S+?)(,|$)");
+  std::string const maker = row.maker;
+  for (std::sregex_iterator at(maker.begin(), maker.end(), parameter), none; at != none; ++at)
+    types.insert(bareName((*at)[1]));
+}
+
+/// The same of all classes that have a log.
+std::set<std::string> carriedTypes() {
+  std::set<std::string> types;
+  for (Zet::ZetType const* type : Zet::zetTypes())
+    Zet::NboAttrLog::forLogged(*type, [&](Zet::AttributeRow const& row) { addCarried(row, types); });
+  return types;
+}
+
 TEST(AttrLogForms, EveryPrefixOfAFormIsRejectedAndNothingIsReadPastTheEnd) {
-  roundTrip(true);
-  roundTrip(U8{7});
-  roundTrip(U16{0x1234});
-  roundTrip(U32{0x12345678});
-  roundTrip(U64{0x123456789abcdef0});
-  roundTrip(Zet::S64{-1});
-  roundTrip(2.5);
-  roundTrip(String8("some text"));
-  roundTrip(String8(std::string_view("\0a\0", 3)));
-  roundTrip(Bsr::BsrNonCandidateState::acceptPreferred);
-  roundTrip(Bsr::CrpAdvInterval(77));
-  roundTrip(Bsr::PimBsrWeight(9, addr("2001:db8::1")));
-  roundTrip(Bsr::PimBsrErrorCounters());
-  roundTrip(Bsr::CrpOptions(addr("10.0.0.1"), 256));
-  roundTrip(Pim::CrpHoldTime(150));
-  roundTrip(Pim::RpPriority(256));
-  roundTrip(Pim::RpHashMaskLen(128));
-  roundTrip(Lanet::IpAddr::fromHost(0x0a000001));
-  roundTrip(Lanet::IpGenAddr());
-  roundTrip(addr("10.1.2.3"));
-  roundTrip(Acl::UniqueId(7));
-  roundTrip(Lanet::Prefix::parse("10.0.0.0/8"));
-  roundTrip(Lanet::Ip6Addr::parse("::1"));
-  roundTrip(prefix("2001:db8::/32"));
-  roundTrip(Lanet::IpGenPrefix());
-  roundTrip(intf("eth0.100"));
+  std::set<std::string> tried;
+  auto expectRoundTrip = [&]<class T>(T const& value) {
+    roundTrip(value);
+    tried.insert(rowName<T>());
+  };
+  expectRoundTrip(true);
+  expectRoundTrip(U8{7});
+  expectRoundTrip(U16{0x1234});
+  expectRoundTrip(U32{0x12345678});
+  expectRoundTrip(U64{0x123456789abcdef0});
+  expectRoundTrip(Zet::S64{-1});
+  expectRoundTrip(2.5);
+  expectRoundTrip(String8("some text"));
+  expectRoundTrip(String8(std::string_view("\0a\0", 3)));
+  expectRoundTrip(Bsr::BsrNonCandidateState::acceptPreferred);
+  expectRoundTrip(Bsr::CrpAdvInterval(77));
+  expectRoundTrip(Bsr::PimBsrWeight(9, addr("2001:db8::1")));
+  expectRoundTrip(Bsr::PimBsrErrorCounters());
+  expectRoundTrip(Bsr::CrpOptions(addr("10.0.0.1"), 256));
+  expectRoundTrip(Pim::CrpHoldTime(150));
+  expectRoundTrip(Pim::RpPriority(256));
+  expectRoundTrip(Pim::RpHashMaskLen(128));
+  expectRoundTrip(Lanet::IpAddr::fromHost(0x0a000001));
+  expectRoundTrip(Lanet::IpGenAddr());
+  expectRoundTrip(addr("10.1.2.3"));
+  expectRoundTrip(Acl::UniqueId(7));
+  expectRoundTrip(Lanet::Prefix::parse("10.0.0.0/8"));
+  expectRoundTrip(Lanet::Ip6Addr::parse("::1"));
+  expectRoundTrip(prefix("2001:db8::/32"));
+  expectRoundTrip(Lanet::IpGenPrefix());
+  expectRoundTrip(intf("eth0.100"));
   Acl::IpFilter filter;
   filter.tniIs(16777215);
   filter.sourcePort = 65535;
-  roundTrip(Acl::IpRuleConfig(Acl::Action::permit, filter));
+  expectRoundTrip(Acl::IpRuleConfig(Acl::Action::permit, filter));
+  expectRoundTrip(Zet::Name("eth0"));
+  expectRoundTrip(Pim::Mode::bidir);
+  expectRoundTrip(Pim::RpType::bsr);
+  expectRoundTrip(Bsr::BsrCandidateState::eBsr);
+  expectRoundTrip(Bsr::Scope::admin);
+  expectRoundTrip(Lanet::AddressFamily::ipv6);
+  expectRoundTrip(Acl::Action::deny);
+  expectRoundTrip(Pim::Packet::GroupFlags(0x81));
+  std::set<std::string> const carried = carriedTypes();
+  EXPECT_GT(carried.size(), 10u);
+  for (std::string const& type : carried) EXPECT_TRUE(tried.contains(type)) << "no value of " << type;
 }
 
 TEST(AttrLogForms, EveryValueOfASmallTypeReadsBack) {

@@ -50,8 +50,6 @@ SampleTexts ends() {
   return textsOf<T>({0, std::numeric_limits<T>::max()});
 }
 
-std::string bareName(std::string const& type) { return type.substr(type.find_last_of(':') + 1); }
-
 /// SampleTexts of values of each type, both ends of its range among them.
 std::map<std::string, SampleTexts> const& sampleTexts() {
   using Lanet::IpGenAddr, Lanet::IpGenPrefix, Lanet::IntfId;
@@ -99,6 +97,8 @@ U64 boundOf(PtrInterface const& object, std::string const& text) {
 }
 
 }  // namespace
+
+std::string bareName(std::string const& type) { return type.substr(type.find_last_of(':') + 1); }
 
 SampleTexts samplesOf(std::string const& type) {
   auto found = sampleTexts().find(bareName(type));

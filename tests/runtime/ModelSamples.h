@@ -16,6 +16,9 @@ using SampleTexts = std::vector<Zet::String8>;
 /// SampleTexts of values of a type, both ends of its range among them; of an enumeration every name.
 SampleTexts samplesOf(std::string const& type);
 
+/// The name of a type without its namespaces.
+std::string bareName(std::string const& type);
+
 /// One new object of each entity and record.
 Objects everyRecord();
 
