@@ -358,6 +358,8 @@ class ClassEmitter:
         self.emit_ids()
         if made.kind != "record":
             self.emit_notifiees()
+        has_log = "true" if self.model.is_logged(made) else "false"
+        body.public.append(f"static constexpr bool zetHasAttrLogInterface() {{ return {has_log}; }}")
         attributes = Attributes(self.model, made, body, heard=made.kind != "record")
         for a in made.attributes:
             attributes.emit(a)
@@ -466,8 +468,7 @@ class ClassEmitter:
             inner.define(f"static void handleAttrDeserialization({given})", apply)
         head = "ZetNboAttrLogSa final : public Zet::NboAttrLog::SaOf<NotifieeConst>"
         doc = f"Sends the changes of a {made.name} to an attribute log, and applies those that arrive."
-        self.body.public += ["static constexpr bool zetHasAttrLogInterface() { return true; }",
-                             *inner.block(head, doc)]
+        self.body.public += inner.block(head, doc)
         self.body.source += inner.source
 
     def emit_rows(self):

@@ -4,14 +4,27 @@
 #include <string>
 
 #include "config/ConfigRecords.h"
+#include "config/ConfigSm.h"
+#include "crp/CrpMessageSm.h"
+#include "crp/PimBsrCrpPermitTrieBuilderSm.h"
+#include "crp/PimBsrTrieBuilder.h"
+#include "crp/RpCandidateSm.h"
 #include "model/Acl.h"
 #include "model/Config.h"
 #include "model/IO.h"
 #include "model/Interface.h"
 #include "model/MessageCounters.h"
+#include "model/MsgStatus.h"
+#include "model/Packet.h"
 #include "model/Pim.h"
 #include "model/SourceIntf.h"
 #include "model/Status.h"
+#include "model/TrieGen.h"
+#include "protocol/BootstrapMessageSm.h"
+#include "protocol/BsrCandidateSm.h"
+#include "protocol/BsrNonCandidateSm.h"
+#include "protocol/Fragments.h"
+#include "protocol/PimBsrSm.h"
 #include "tests/runtime/ModelSamples.h"
 #include "tests/support/Mirror.h"
 #include "tests/support/TestContext.h"
@@ -51,6 +64,16 @@ using Logged =
             Bsr::RpCandidatePrefixSet, Bsr::Status, Pim::Intf, Pim::IO::PamCounter, Pim::Neighbor,
             Pim::RpCandidate, Pim::RpCandidateSet, Pim::RpCandidateStatus, Pim::Slosh::MessageCounters,
             Pim::Status>;
+
+/// Machines, records, and entities that hold what the log doesn't carry.
+using Unlogged =
+    Classes<Bsr::BootstrapMessageSm, Bsr::BsrCandidateSm, Bsr::BsrNonCandidateSm, Bsr::ConfigSm,
+            Bsr::CrpMessageSm, Bsr::PimBsmStatus, Bsr::PimBsrCrpPermitTrieBuilderSm, Bsr::PimBsrRxFragment,
+            Bsr::PimBsrRxFragments, Bsr::PimBsrSm, Bsr::PimBsrTrieBuilderSm, Bsr::PimBsrTxFragment,
+            Bsr::PimBsrTxFragments, Bsr::PimCrpMsgStatus, Bsr::RpCandidateSm, Pim::IO::MessageInfo,
+            Pim::IO::PamManager, Pim::Packet::BootstrapGroupData, Pim::Packet::BootstrapMessage,
+            Pim::Packet::BootstrapOptionalData, Pim::Packet::BootstrapRpData, Pim::Packet::CrpAdvMessage,
+            Pim::Packet::CrpGroupData, Pim::Packet::CrpGroupInfo, Pim::Packet::Message, Routing::TrieGen>;
 
 /// Whether a row is of a class itself, and carried.
 bool isCarried(AttributeRow const& row) {
@@ -172,6 +195,17 @@ TEST_F(AttrLogClasses, AreAllClassesWithAnAttributeThatTheLogCarries) {
     if (isLogged) carried.insert(type->name);
   }
   EXPECT_EQ(listed, carried);
+}
+
+TEST_F(AttrLogClasses, EveryDeclaredClassIsListedWithOrWithoutALog) {
+  std::set<std::string> listed, declared;
+  Logged::forEach([&]<class C>() { listed.insert(C::_fwkType().name); });
+  Unlogged::forEach([&]<class C>() {
+    static_assert(!C::zetHasAttrLogInterface());
+    listed.insert(C::_fwkType().name);
+  });
+  for (char const* kind : {"entity", "machine", "record"}) declared.merge(namesOfKind(kind));
+  EXPECT_EQ(listed, declared);
 }
 
 TEST_F(AttrLogClasses, EachIsMirroredAsARoot) {
