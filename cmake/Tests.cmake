@@ -200,6 +200,14 @@ if(TARGET pimbsr-command)
   endforeach()
 endif()
 
+# The service units, with the users, capabilities and filters that they set.
+if(TARGET pimbsr-command)
+  add_test(NAME install-units COMMAND ${Python3_EXECUTABLE} -B
+    ${PROJECT_SOURCE_DIR}/tests/install/units_test.py $<TARGET_FILE:pimbsr-command>)
+  set_tests_properties(install-units PROPERTIES LABELS install TIMEOUT 300 SKIP_RETURN_CODE 77
+    ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
+endif()
+
 # An embedder's program, built and run against the installed tree.
 if(EXISTS ${PROJECT_SOURCE_DIR}/examples/embed AND TARGET pimbsr-host)
   list(JOIN sanitize_flags " " embed_flags)

@@ -34,6 +34,7 @@ static void readCapabilities() {
 void dropPrivileges(RawSockets kept) {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) fail("giving up new privileges");
   readCapabilities();
+  bool holdsAny = capng_have_capabilities(CAPNG_SELECT_CAPS) != CAPNG_NONE;
   bool opensRaw = kept == RawSockets::kept && capng_have_capability(CAPNG_PERMITTED, CAP_NET_RAW) == 1;
   bool cutsBounds = capng_have_capability(CAPNG_EFFECTIVE, CAP_SETPCAP) == 1;
   capng_clear(CAPNG_SELECT_ALL);
@@ -44,7 +45,8 @@ void dropPrivileges(RawSockets kept) {
   // The bounding set first, since cutting it takes a capability that goes with the others.
   if (cutsBounds && capng_apply(CAPNG_SELECT_BOUNDS) != 0) fail("cutting the bounding set");
   if (prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0) != 0) fail("emptying the ambient set");
-  if (capng_apply(CAPNG_SELECT_CAPS) != 0) fail("giving up capabilities");
+  // A process that holds none needs no capset(2), for which the filter of its service may end it.
+  if (holdsAny && capng_apply(CAPNG_SELECT_CAPS) != 0) fail("giving up capabilities");
 }
 
 // Report --------------------------------------------------------------------------------------------------

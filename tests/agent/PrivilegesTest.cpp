@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <linux/capability.h>
+#include <seccomp.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -10,6 +11,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <memory>
 #include <string>
 
 #include "agent/process/Sandbox.h"
@@ -21,6 +23,7 @@ namespace {
 using pimbsr::agent::dropPrivileges;
 using pimbsr::agent::enterSandbox;
 using pimbsr::agent::privilegesHeld;
+using pimbsr::agent::RawSockets;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
@@ -80,6 +83,26 @@ TEST(PrivilegesTest, ProcessWithoutPrivilegesGivesUpTheWayToNewOnes) {
   std::string sets = inChild([] {
     if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return std::string("setuid failed");
     dropPrivileges();
+    return capabilitySets();
+  });
+  EXPECT_THAT(sets, ContainsRegex("^0 0 0 [0-9]+ 0 1$"));
+}
+
+/// Ends the process that calls capset(2), as the filters of services do.
+void forbidCapset() {
+  std::unique_ptr<void, decltype(&seccomp_release)> filter(seccomp_init(SCMP_ACT_ALLOW), &seccomp_release);
+  if (seccomp_rule_add(filter.get(), SCMP_ACT_KILL_PROCESS, SCMP_SYS(capset), 0) != 0 ||
+      seccomp_load(filter.get()) != 0)
+    throw std::runtime_error("filter");
+}
+
+TEST(PrivilegesTest, ProcessWithoutCapabilitiesCallsNoCapset) {
+  NEEDS_ROOT();
+  std::string sets = inChild([] {
+    if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)
+      return std::string("setuid failed");
+    forbidCapset();
+    dropPrivileges(RawSockets::none);
     return capabilitySets();
   });
   EXPECT_THAT(sets, ContainsRegex("^0 0 0 [0-9]+ 0 1$"));

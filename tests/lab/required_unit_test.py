@@ -14,10 +14,12 @@ LAB, WEB = "PIMBSR_LAB_REQUIRED", "PIMBSR_WEB_REQUIRED"
 # In place of the system's: no namespace can be entered, and the rest is there.
 NO_ENTRY = '#!/bin/sh\ncase "$*" in "netns exec"*) echo "mount of /sys failed" >&2; exit 1 ;; esac\n'
 PROGRAMS = {"ip": NO_ENTRY,
-            "unshare": "#!/bin/sh\nexit 1\n", "prometheus": "#!/bin/sh\n", "chromium": "#!/bin/sh\n"}
+            "unshare": "#!/bin/sh\nexit 1\n", "prometheus": "#!/bin/sh\n", "chromium": "#!/bin/sh\n",
+            "systemd-analyze": "#!/bin/sh\n"}
 NO_LAB = "no network namespaces: .*mount of /sys failed|not root|no namespaces or no overlay"
-LABS = ("attack/attack_test.py", "install/package.sh", "lab/lab_test.py", "lab/leaks.py",
-        "lab/operator_test.py", "lab/trouble_test.py", "prometheus/scrape_test.py", "web/live_test.py")
+LABS = ("attack/attack_test.py", "install/package.sh", "install/units_test.py", "lab/lab_test.py",
+        "lab/leaks.py", "lab/operator_test.py", "lab/trouble_test.py", "prometheus/scrape_test.py",
+        "web/live_test.py")
 # What a script lacks.
 OTHERS = {"prometheus/prometheus_test.py": "promtool", "prometheus/scrape_test.py": "prometheus",
           "web/live_test.py": "chromium", "web/page_test.py": "chromium"}
@@ -67,6 +69,7 @@ class RequiredTest(unittest.TestCase):
     def test_a_program_that_is_not_installed_skips_or_fails(self):
         for script, program in OTHERS.items():
             self.check(script, WEB, str(self.folder), f"{program} is not installed")
+        self.check("install/units_test.py", LAB, str(self.folder), "systemd-analyze is not installed")
 
     def test_a_variable_requires_its_own_tests_alone(self):
         for name, text in PROGRAMS.items():
