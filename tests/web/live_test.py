@@ -90,7 +90,8 @@ class PageOfAgentsTest(unittest.TestCase):
         self.until_legend("asked: 2")
         status = "pimbsr.app.lens.at(pimbsr.app.routers.get('r1'), pimbsr.app.model.end)"
         self.assertEqual(self.browser.run(status),
-                         {"stopped": True, "asked": True, "item": None, "own": False})
+                         {"stopped": True, "asked": True, "unknown": False, "item": None, "own": False,
+                          "kept": False})
         self.browser.run("pimbsr.show({router: 'r1'})")
         self.assertIn("asked", self.browser.run("document.querySelector('#panel p').innerText"))
         self.until_legend("does not answer: 2", 20)
@@ -99,6 +100,19 @@ class PageOfAgentsTest(unittest.TestCase):
         for agent in self.agents:
             agent.delay.set()
         self.until_legend("10.0.0.1: 2", 40)
+
+    def test_rp_that_an_agent_keeps_is_marked(self):
+        self.start(1)
+        rp = {"address": "10.0.0.4", "priority": 10, "holdtime": 180, "bidirectional": False,
+              "expiresIn": 90.0, "kept": True}
+        self.agents[0].answers["rp-set"] = {
+            "zones": [{"zone": GLOBAL, "rpSet": [{"range": GLOBAL, "rps": [rp]}]}]}
+        self.browser.visit(self.url)
+        self.until_legend("10.0.0.1: 1")
+        self.browser.run("pimbsr.show({router: 'r1'})")
+        self.browser.until("document.getElementById('panel').innerText.includes('180 s, kept')", 10)
+        self.browser.run(f"pimbsr.show({{range: '{GLOBAL}'}})")
+        self.until_legend("kept of a former BSR: 1")
 
     def test_comparison_is_asked_once_for_all_agents(self):
         self.start(12)

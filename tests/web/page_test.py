@@ -13,13 +13,13 @@ import unittest
 
 import networks
 from browser import Browser, find_chromium
+from lane_marks import GLOBAL, SCOPED, LaneMarks
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 from needs import end_without  # noqa: E402  found by the line before
 
 PIMBSR, ROOT = (pathlib.Path(one).resolve() for one in sys.argv[1:3])
 SHOTS = pathlib.Path(sys.argv[3]) if len(sys.argv) > 3 else None
-GLOBAL, SCOPED = "224.0.0.0/4", "239.1.0.0/16"
 HOSTILE = "</script><img src=x onerror=alert(1)>"
 
 
@@ -40,7 +40,7 @@ def busy_time(browser):
     return next(one["value"] for one in metrics if one["name"] == "TaskDuration")
 
 
-class PageTest(unittest.TestCase):
+class PageTest(LaneMarks, unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()

@@ -34,10 +34,10 @@ function trace(context, { px, py }, shape, radius) {
 }
 
 /** What a circle has in it. */
-function letterOf(router, { asked, stopped, item }) {
+function letterOf(router, { asked, stopped, unknown, item }) {
   if (asked) return "…";
   if (stopped) return "×";
-  return item ? item.letter : router.isNeighbor ? "" : "–";
+  return item ? item.letter : router.isNeighbor || unknown ? "" : "–";
 }
 
 export class Graph {
@@ -193,7 +193,7 @@ export class Graph {
     for (const node of this.graph.nodes) {
       if (!node.router || !node.seen) continue;
       const status = statuses[node.router.index];
-      const group = status.stopped ? "stopped" : status.item;
+      const group = status.stopped ? "stopped" : status.unknown ? "unknown" : status.item;
       if (!groups.has(group)) groups.set(group, []);
       groups.get(group).push(node);
     }
@@ -202,14 +202,16 @@ export class Graph {
 
   drawGroup(context, group, nodes) {
     const isEmpty = group === null;
-    const isStopped = group === "stopped";
+    const isUnknown = group === "unknown";
+    const fills = { null: this.colors.paper, unknown: this.colors.paper, stopped: this.colors.stopped };
+    const fill = fills[group];
     context.beginPath();
-    for (const node of nodes) trace(context, node, isEmpty || isStopped ? 0 : group.shape, this.radius);
-    context.fillStyle = isEmpty ? this.colors.paper : isStopped ? this.colors.stopped : group.color;
+    for (const node of nodes) trace(context, node, fill ? 0 : group.shape, this.radius);
+    context.fillStyle = fill || group.color;
     context.fill();
-    context.strokeStyle = isEmpty ? this.colors.warn : this.colors.ink;
+    context.strokeStyle = isEmpty ? this.colors.warn : isUnknown ? this.colors.line : this.colors.ink;
     context.lineWidth = isEmpty ? 1.6 : 0.6;
-    if (isEmpty || this.radius > 2.5) context.stroke();
+    if (isEmpty || isUnknown || this.radius > 2.5) context.stroke();
   }
 
   drawRouter(context, node) {
@@ -220,10 +222,10 @@ export class Graph {
     context.fillStyle = status.item ? status.item.color : this.colors.paper;
     if (status.stopped && !status.asked) context.fillStyle = this.colors.stopped;
     context.fill();
-    const isEmpty = !status.item && !status.stopped && !node.router.isNeighbor;
-    context.strokeStyle = isEmpty ? this.colors.warn : this.colors.ink;
+    const isEmpty = !status.item && !status.stopped && !status.unknown && !node.router.isNeighbor;
+    context.strokeStyle = isEmpty ? this.colors.warn : status.unknown ? this.colors.line : this.colors.ink;
     context.lineWidth = status.own ? Math.max(2, radius * 0.28) : isEmpty ? 2 : 0.8;
-    if (this.radius > 2.5 || status.own || isEmpty) context.stroke();
+    if (this.radius > 2.5 || status.own || isEmpty || status.unknown) context.stroke();
     if (this.radius >= LETTERS) this.drawLetter(context, node, status);
   }
 

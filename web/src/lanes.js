@@ -3,11 +3,16 @@
 import { GUTTER, timeText } from "./axis.js";
 import { clipped, fit, hatching, schemeColors } from "./canvas.js";
 import { indexAt, spanAt } from "./spans.js";
-import { WORDS } from "./words.js";
+import { KEPT, UNKNOWN, WORDS } from "./words.js";
 
 export const READABLE = 18; // height of a row with its name
 const AROUND = [[0, 0], [-6, -7], [6, -7], [-6, 7], [6, 7]]; // places that a letter covers, in pixels
 const STATE_DASHES = { "Elected-BSR": [], "Pending-BSR": [4, 3], "Candidate-BSR": [1, 3] };
+
+/** What stands for the state of a router in its course. */
+function letterOf({ stopped, unknown, item }) {
+  return stopped ? "~" : unknown ? " " : item ? item.letter : "}";
+}
 
 export class Lanes {
   /** `pane` scrolls; `canvas` stays at its top; `spacer` is as high as all rows. */
@@ -42,7 +47,7 @@ export class Lanes {
     let course = "";
     for (let step = 48; step >= 1; --step) {
       const status = this.lens.at(router, (this.model.end * step) / 48);
-      course += status.stopped ? "~" : status.item ? status.item.letter : "}";
+      course += letterOf(status);
     }
     return course;
   }
@@ -53,6 +58,7 @@ export class Lanes {
     const { context, width, height: seen } = fit(this.canvas);
     this.colors = schemeColors();
     this.empty = hatching(context, this.colors.warn, 6);
+    this.keptFills = new Map();
     this.x = this.axis.scale(width);
     const first = Math.floor(this.pane.scrollTop / height);
     const last = Math.min(this.rows.length, Math.ceil((this.pane.scrollTop + seen) / height));
@@ -80,12 +86,16 @@ export class Lanes {
     const top = this.top(row, height);
     const gap = height >= 9 ? 2 : 0;
     const size = Math.max(1, this.top(row + stride, height) - top - gap);
+    const learned = this.lens.learnedAt(router);
     context.fillStyle = this.empty;
-    this.fillSpan(context, this.axis.start, this.axis.stop, top, size);
+    this.fillSpan(context, Math.max(this.axis.start, learned), this.axis.stop, top, size);
+    context.fillStyle = this.colors.line;
+    if (learned > 0) this.fillSpan(context, 0, Math.min(learned, this.axis.stop), top + size / 2, 1);
     for (const span of this.lens.spansOf(router)) {
       if (span.end < this.axis.start || span.start > this.axis.stop) continue;
       context.fillStyle = span.item.color;
       this.fillSpan(context, span.start, span.end, top, size);
+      if (span.kept) this.markKept(context, span, top, size);
       if (height >= 9) this.drawSpanLetters(context, span, top + size / 2);
     }
     context.fillStyle = this.colors.stopped;
@@ -102,15 +112,27 @@ export class Lanes {
     context.fillRect(left, top, Math.max(0.7, this.x(end) - left), size);
   }
 
+  /** Thin lines across the color of an RP that is a former BSR's. */
+  markKept(context, span, top, size) {
+    const { ink } = span.item;
+    if (!this.keptFills.has(ink)) this.keptFills.set(ink, hatching(context, ink, 8));
+    context.fillStyle = this.keptFills.get(ink);
+    this.fillSpan(context, span.start, span.end, top, size);
+  }
+
   drawSpanLetters(context, span, middle) {
     const left = Math.max(this.x(span.start), GUTTER);
     const right = Math.min(this.x(span.end), this.x.range()[1]);
     if (right - left < 9) return;
-    context.fillStyle = span.item.ink;
     context.font = "bold 11px sans-serif";
     context.textAlign = "left";
     context.textBaseline = "middle";
-    for (let x = left + 3; x < right - 8; x += 160) context.fillText(span.item.letter, x, middle + 0.5);
+    for (let x = left + 3; x < right - 8; x += 160) {
+      context.fillStyle = span.item.color;
+      if (span.kept) context.fillRect(x - 2, middle - 6, context.measureText(span.item.letter).width + 4, 12);
+      context.fillStyle = span.item.ink;
+      context.fillText(span.item.letter, x, middle + 0.5);
+    }
   }
 
   /** States of the candidacy as a line at the foot of the lane, drops as ticks at its top. */
@@ -208,13 +230,14 @@ export class Lanes {
     const status = this.lens.at(router, time);
     const words = WORDS[this.model.kind];
     if (status.stopped) return `${router.name}: ${status.asked ? words.asked : words.stopped}`;
+    if (status.unknown) return `${router.name}: ${UNKNOWN}`;
     const spans = this.lens.spansOf(router);
     const index = indexAt(spans, time, this.model.end);
     if (index < 0) return `${router.name}: no ${this.lens.range ? "RP" : "BSR"}`;
-    const { item, start, end } = spans[index];
+    const { item, start, end, kept } = spans[index];
     const state = !this.lens.range && spanAt(this.lens.statesOf(router), time, this.model.end);
     const span = `${timeText(start)} to ${timeText(end)}`;
     return `${router.name}: ${item.letter} ${item.address}${item.owner ? ` (${item.owner})` : ""}, ${span}` +
-      (state ? `; ${state.state}` : "");
+      (kept ? `; ${KEPT}` : "") + (state ? `; ${state.state}` : "");
   }
 }

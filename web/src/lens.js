@@ -1,10 +1,11 @@
 // What the colors show: the BSR that each router follows in a zone, or the RP that serves a group of a range.
 
-import { sampleGroup } from "./addresses.js";
+import { GLOBAL_ZONE, sampleGroup } from "./addresses.js";
 import { hashMasksOf, RangeTable, rpSpansOf, servingSpans } from "./rpset.js";
 import { spanAt } from "./spans.js";
 
 const NO_SPANS = [];
+const NOTHING = { stopped: false, asked: false, unknown: false, item: null, own: false, kept: false };
 
 export class Lens {
   constructor(model, names) {
@@ -30,7 +31,7 @@ export class Lens {
     this.select(this.zone, this.range);
   }
 
-  /** Spans {start, end, item, own} of a router. */
+  /** Spans {start, end, item, own, kept} of a router; only RPs are kept. */
   spansOf(router) {
     if (!this.current[router.index]) this.current[router.index] = this.make(router);
     return this.current[router.index];
@@ -47,14 +48,26 @@ export class Lens {
     return zone ? zone.bsr.map((span) => ({ ...span, item: this.names.bsrs.get(span.bsr) })) : NO_SPANS;
   }
 
-  /** {stopped, asked, item, own}; item is null without a BSR or RP. An agent that is asked for the first time
-   *  is stopped too: nothing is known of it. */
+  /** When a router first had the zone that is selected, Infinity for never. RPs are of all zones, and each
+   *  router has the zone of all groups. */
+  learnedAt(router) {
+    if (this.range || router.isNeighbor || this.zone === GLOBAL_ZONE) return 0;
+    const zone = router.zones.get(this.zone);
+    if (!zone) return Infinity;
+    if (zone.since !== undefined) return zone.since;
+    return Math.min(...[zone.bsr, zone.states].map((spans) => (spans.length ? spans[0].start : Infinity)));
+  }
+
+  /** {stopped, asked, unknown, item, own, kept}; item is null without a BSR or RP, and `unknown` before the
+   *  router has learned the zone. An agent that is asked for the first time is stopped too: nothing is known
+   *  of it. */
   at(router, time) {
-    if (router.isAsked) return { stopped: true, asked: true, item: null, own: false };
+    if (router.isAsked) return { ...NOTHING, stopped: true, asked: true };
     const up = spanAt(router.up, time, this.model.end);
-    if (!up || !up.up) return { stopped: true, asked: false, item: null, own: false };
+    if (!up || !up.up) return { ...NOTHING, stopped: true };
     const span = spanAt(this.spansOf(router), time, this.model.end);
-    return { stopped: false, asked: false, item: span ? span.item : null, own: Boolean(span && span.own) };
+    if (!span) return time < this.learnedAt(router) ? { ...NOTHING, unknown: true } : NOTHING;
+    return { ...NOTHING, item: span.item, own: Boolean(span.own), kept: Boolean(span.kept) };
   }
 
   /** What at() returns for all routers at a time, by index; kept for the last time. */
@@ -73,18 +86,21 @@ export class Lens {
   }
 
   /** How many running routers have each item at a time, as a map; null is for those without one. With the
-   *  numbers of those that are stopped, and of those that are asked for the first time. */
+   *  numbers of those that are stopped, of those that are asked for the first time, of those that have not
+   *  learned the zone, and of those with an RP that is kept. */
   countsAt(time) {
     const counts = new Map();
-    let [stopped, asked] = [0, 0];
+    let [stopped, asked, unknown, kept] = [0, 0, 0, 0];
     for (const router of this.model.routers) {
       if (router.isNeighbor) continue;
       const status = this.allAt(time)[router.index];
+      if (status.kept) ++kept;
       if (status.asked) ++asked;
       else if (status.stopped) ++stopped;
+      else if (status.unknown) ++unknown;
       else counts.set(status.item, (counts.get(status.item) || 0) + 1);
     }
-    return { counts, stopped, asked };
+    return { counts, stopped, asked, unknown, kept };
   }
 }
 

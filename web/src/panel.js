@@ -7,7 +7,7 @@ import { rangesAt } from "./lens.js";
 import { SHAPES } from "./names.js";
 import { sentenceOf, shortened } from "./sentences.js";
 import { countUntil, spanAt } from "./spans.js";
-import { WORDS } from "./words.js";
+import { KEPT, UNKNOWN, WORDS } from "./words.js";
 
 const LAST_CHANGES = 12;
 const MAX_RPS = 100; // rows
@@ -16,6 +16,11 @@ const MAX_RPS = 100; // rows
 function nameOf(item) {
   const owner = item.owner ? [" (", name(item.owner), ")"] : [];
   return element("span", { class: "name", title: item.owner }, item.address, owner);
+}
+
+/** The holdtime of an RP, and whether it is kept. */
+function termOf({ holdtime, kept }) {
+  return kept ? element("span", { title: KEPT }, `${holdtime} s, kept`) : `${holdtime} s`;
 }
 
 export class Panel {
@@ -30,7 +35,7 @@ export class Panel {
   }
 
   drawLegend() {
-    const { counts, stopped, asked } = this.lens.countsAt(this.time);
+    const { counts, stopped, asked, unknown, kept } = this.lens.countsAt(this.time);
     const items = this.lens.range ? this.names.rps : this.names.bsrs;
     const what = this.lens.range ? `RP for ${this.lens.group}` : "BSR";
     const used = [...items.values()].filter((item) => counts.has(item));
@@ -39,6 +44,10 @@ export class Panel {
         nameOf(item), `: ${counts.get(item)}`)),
       counts.has(null) && element("span", { class: "entry" }, element("span", { class: "badge none" }, "–"),
         ` no ${what}: ${counts.get(null)}`),
+      unknown !== 0 && element("span", { class: "entry" },
+        element("span", { class: "badge unknown" }, "\u00a0"), ` ${UNKNOWN}: ${unknown}`),
+      kept !== 0 && element("span", { class: "entry" }, element("span", { class: "badge kept" }, "\u00a0"),
+        ` ${KEPT}: ${kept}`),
       stopped !== 0 && element("span", { class: "entry" }, element("span", { class: "badge stopped" }, "×"),
         ` ${this.words.stopped}: ${stopped}`),
       asked !== 0 && element("span", { class: "entry" }, element("span", { class: "badge" }, "…"),
@@ -151,14 +160,14 @@ export class Panel {
       const zone = span.zone === range ? " scoped" : ` in\u00a0${span.zone}`;
       const scope = span.zone === GLOBAL_ZONE ? "" : zone;
       return [element("span", {}, element("button", pick, range), scope),
-        element("span", {}, badge(item), ` ${span.rp}`), span.priority, `${span.holdtime} s`,
+        element("span", {}, badge(item), ` ${span.rp}`), span.priority, termOf(span),
         best && best.range === range && best.rp === span.rp ? group : ""];
     });
   }
 
   finalRpSet(router) {
     const rows = router.atEnd.flatMap((zone) => zone.rpSet.flatMap((range) =>
-      range.rps.map((rp) => [range.range, rp.address, rp.priority, `${rp.holdtime} s`])));
+      range.rps.map((rp) => [range.range, rp.address, rp.priority, termOf(rp)])));
     return element("div", {},
       element("p", {}, "The scenario doesn't report changes of RPs (quiet rps); this is the set at the end."),
       table(["range", "RP", "priority", "holdtime"], rows));

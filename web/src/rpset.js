@@ -3,7 +3,7 @@
 import { covers, numberOf, prefixOf } from "./addresses.js";
 import { countUntil } from "./spans.js";
 
-const ADDED = new Set(["rpAdded", "rpUpdated"]);
+const ADDED = new Set(["rpAdded", "rpUpdated", "rpKept"]); // after which an RP is in the set
 const REMOVED = new Set(["rpRemoved", "rpExpired"]);
 const BSR = new Set(["bsrElected", "bsrChanged"]);
 
@@ -21,8 +21,9 @@ function stopAfter(upSpans, time, end) {
 }
 
 /**
- * Spans {start, end, zone, range, rp, priority, holdtime, bidirectional} from the changes of one router, in
- * order of time. A router that stops loses its RP set; `upSpans` is null for one that always runs.
+ * Spans {start, end, zone, range, rp, priority, holdtime, bidirectional, kept} from the changes of one
+ * router, in order of time. An RP of a former BSR is `kept` until the present one names its range, when it
+ * is added again. A router that stops loses its RP set; `upSpans` is null for one that always runs.
  */
 export function rpSpansOf(changes, end, upSpans) {
   const open = new Map();
@@ -40,7 +41,8 @@ export function rpSpansOf(changes, end, upSpans) {
     const key = `${change.zone} ${range} ${address}`;
     if (ADDED.has(change.event) || REMOVED.has(change.event)) close(key, change.time);
     if (!ADDED.has(change.event)) continue;
-    const terms = { zone: change.zone, range, rp: address, priority, holdtime, bidirectional };
+    const kept = change.event === "rpKept" || Boolean(change.rp.kept);
+    const terms = { zone: change.zone, range, rp: address, priority, holdtime, bidirectional, kept };
     open.set(key, { start: change.time, ...terms });
   }
   for (const key of [...open.keys()]) close(key, end);
@@ -102,7 +104,7 @@ export class RangeTable {
   }
 }
 
-/** Spans {start, end, rp} of the RP that serves a group; a time without one has no span. */
+/** Spans {start, end, rp, kept} of the RP that serves a group; a time without one has no span. */
 export function servingSpans(rpSpans, changes, group, end) {
   const number = numberOf(group);
   const covering = rpSpans.filter((span) => covers(prefixOf(span.range), number));
@@ -115,8 +117,10 @@ export function servingSpans(rpSpans, changes, group, end) {
     const best = new RangeTable(covering, masks, bounds[i], end).choices(group)[0];
     if (!best) continue;
     const last = spans[spans.length - 1];
-    if (last && last.rp === best.rp && last.end === bounds[i]) last.end = bounds[i + 1];
-    else spans.push({ start: bounds[i], end: bounds[i + 1], rp: best.rp });
+    const { rp, kept } = best;
+    const isSame = last && last.rp === rp && last.kept === kept && last.end === bounds[i];
+    if (isSame) last.end = bounds[i + 1];
+    else spans.push({ start: bounds[i], end: bounds[i + 1], rp, kept });
   }
   return spans;
 }

@@ -27,10 +27,10 @@ function keysOf(rpSet) {
   const found = new Map();
   for (const zone of rpSet.zones) {
     for (const { range, rps } of zone.rpSet) {
-      for (const { address, priority, holdtime, bidirectional } of rps) {
+      for (const { address, priority, holdtime, bidirectional, kept = false } of rps) {
         if (holdtime === 0) continue;
         found.set(`${zone.zone} ${range} ${address}`,
-          { zone: zone.zone, rp: { address, range, priority, holdtime, bidirectional } });
+          { zone: zone.zone, rp: { address, range, priority, holdtime, bidirectional, kept } });
       }
     }
   }
@@ -38,7 +38,7 @@ function keysOf(rpSet) {
 }
 
 function sameTerms(a, b) {
-  return a.priority === b.priority && a.holdtime === b.holdtime && a.bidirectional === b.bidirectional;
+  return ["priority", "holdtime", "bidirectional", "kept"].every((key) => a[key] === b[key]);
 }
 
 /** The changes with the first `count` of them reduced to what was in effect after them. */
@@ -64,8 +64,9 @@ export class Tracker {
     return this.up.length === 0;
   }
 
-  zoneOf(zone) {
-    if (!this.zones.has(zone)) this.zones.set(zone, { zone, bsr: [], states: [], digest: "" });
+  /** What is known of a zone; `since` is when it was first seen. */
+  zoneOf(zone, since) {
+    if (!this.zones.has(zone)) this.zones.set(zone, { zone, since, bsr: [], states: [], digest: "" });
     return this.zones.get(zone);
   }
 
@@ -104,7 +105,7 @@ export class Tracker {
   }
 
   recallZone(zone, entries, start) {
-    const { bsr } = this.zoneOf(zone.zone);
+    const { bsr } = this.zoneOf(zone.zone, start);
     const own = entries.filter((entry) => entry.zone === zone.zone && BSR_EVENTS.has(entry.event));
     const before = own.length ? own[0] : null;
     const first = !before ? zone.bsr && { bsr: zone.bsr.address, own: zone.bsr.own }
@@ -121,7 +122,7 @@ export class Tracker {
   takeZones({ zones }, time) {
     const seen = new Set(zones.map((zone) => zone.zone));
     for (const zone of zones) {
-      const track = this.zoneOf(zone.zone);
+      const track = this.zoneOf(zone.zone, time);
       track.digest = zone.digest || "";
       follow(track.bsr, zone.bsr && { bsr: zone.bsr.address, own: zone.bsr.own }, time);
       follow(track.states, zone.candidate && zone.state ? { state: zone.state } : null, time);
