@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "agent/base/Log.h"
+#include "agent/process/ServiceNotify.h"
 
 namespace pimbsr::agent {
 
@@ -51,6 +52,7 @@ void ChangeRunner::handOver() {
 void ChangeRunner::finish() {
   if (command_ == nullptr || !command_->isBusy()) return;
   logLine("waits for the change command");
+  extendServiceTimeout(command_->maxFinishTime());
   logFailure(command_->finish());
 }
 

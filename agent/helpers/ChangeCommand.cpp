@@ -99,6 +99,10 @@ std::string ChangeCommand::handleLoss() {
   return "the helper of the change command has ended; the command doesn't run any more";
 }
 
+double ChangeCommand::maxFinishTime() const {
+  return (started_ + (isWaiting() ? 1 : 0)) * maxRunTime(options_);
+}
+
 std::string ChangeCommand::finish() {
   std::string text = next_ ? start() : std::string();
   while (isBusy()) {

@@ -54,6 +54,9 @@ class ChangeCommand {
   /// Returns a line to log, as handleReport() does.
   std::string finish();
 
+  /// Seconds that finish() takes at most: those of the present run, and of the one that waits.
+  double maxFinishTime() const;
+
   /// Whether the command is running.
   bool isBusy() const { return started_ > 0; }
   /// Whether a text waits for the end of a run.

@@ -31,6 +31,8 @@ using Clock = std::chrono::steady_clock;
 
 /// Seconds from SIGTERM to SIGKILL.
 constexpr double grace = 2;
+/// Seconds in which the system starts a run, ends its processes, and starts another runner for one that died.
+constexpr double overhead = 1;
 /// Time between the death of a process that makes the runs and the next one.
 constexpr std::chrono::milliseconds restartDelay{500};
 /// The status of a shell that can't start its command, for where there is no process to be had.
@@ -202,6 +204,8 @@ bool makeRuns(int socket, ChangeOptions const& options, Shared& shared) {
 }
 
 }  // namespace
+
+double maxRunTime(ChangeOptions const& options) { return options.timeLimit + grace + overhead; }
 
 void serveChanges(int socket, ChangeOptions const& options) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);

@@ -18,6 +18,10 @@ struct ChangeEnd {
   double duration = 0;  ///< seconds
 };
 
+/// Seconds that a run takes at most: its limit, the time in which it may clean up after SIGTERM, and what the
+/// system needs to start and to end its processes.
+double maxRunTime(ChangeOptions const& options);
+
 /// The life of the helper process that runs a shell command for each file that comes over the socket, and
 /// answers each with a ChangeEnd. A run that exceeds its time gets SIGTERM, and SIGKILL two seconds later,
 /// with all processes that it has started, those that left its process group or session too. So does a run

@@ -1,5 +1,6 @@
 #include "agent/process/ServiceNotify.h"
 
+#include <fmt/format.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -44,6 +45,10 @@ bool notifyService(std::string_view state) {
                         reinterpret_cast<sockaddr const*>(&target->address), target->length);
   close(fd);
   return sent == static_cast<ssize_t>(state.size());
+}
+
+bool extendServiceTimeout(double seconds) {
+  return notifyService(fmt::format("EXTEND_TIMEOUT_USEC={:.0f}", seconds * 1e6));
 }
 
 }  // namespace pimbsr::agent

@@ -11,4 +11,9 @@ namespace pimbsr::agent {
 /// Returns whether it was sent: false without NOTIFY_SOCKET, and if it would block.
 bool notifyService(std::string_view state);
 
+/// Asks the service manager to wait so many seconds from now on before it ends this process by force. A time
+/// above the manager's own has effect, a shorter one none. Returns whether it was sent, as notifyService()
+/// does.
+bool extendServiceTimeout(double seconds);
+
 }  // namespace pimbsr::agent

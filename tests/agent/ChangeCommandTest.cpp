@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <iterator>
@@ -268,6 +269,24 @@ TEST_F(ChangeCommandTest, TextThatWaitsAtTheEndIsRun) {
   EXPECT_FALSE(command->isBusy());
   EXPECT_EQ(text("got"), "first\nthird\n");
   EXPECT_EQ(command->counts().succeeded, 2u);
+}
+
+/// A run that ignores SIGTERM takes its limit and the grace, and the one that waits is made after it.
+TEST_F(ChangeCommandTest, EndTakesNoLongerThanTheRunsThatAreLeftMayTake) {
+  start("read word; [ $word = hang ] || { echo $word > got; exit 0; }; trap '' TERM; sleep 300 & sleep 300",
+        0.5);
+  EXPECT_EQ(command->maxFinishTime(), 0);
+  command->notify("hang\n");
+  EXPECT_EQ(command->maxFinishTime(), 3.5);
+  command->notify("next\n");
+  EXPECT_EQ(command->maxFinishTime(), 7);
+  auto begin = ChangeCommand::Clock::now();
+  command->finish();
+  std::chrono::duration<double> const taken = ChangeCommand::Clock::now() - begin;
+  EXPECT_GE(taken.count(), 2.5);
+  EXPECT_LT(taken.count(), 7);
+  EXPECT_EQ(text("got"), "next\n");
+  EXPECT_EQ(command->maxFinishTime(), 0);
 }
 
 TEST_F(ChangeCommandTest, EndOfTheHelperIsReportedOnceAndLaterTextsHaveNoEffect) {

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <string>
 
+#include "agent/ChangeRunner.h"
+
 namespace test {
 namespace {
 
@@ -60,6 +62,28 @@ TEST(ServiceNotifyTest, AbstractNameFollowsAnAtSign) {
   Manager manager(uniqueName("@pimbsr-notify-"));
   EXPECT_TRUE(notifyService("RELOADING=1"));
   EXPECT_EQ(manager.next(), "RELOADING=1");
+}
+
+TEST(ServiceNotifyTest, TimeToStopIsAskedForInMicroseconds) {
+  Manager manager(uniqueName("@pimbsr-notify-"));
+  EXPECT_TRUE(pimbsr::agent::extendServiceTimeout(66));
+  EXPECT_TRUE(pimbsr::agent::extendServiceTimeout(7206.5));
+  EXPECT_EQ(manager.next(), "EXTEND_TIMEOUT_USEC=66000000");
+  EXPECT_EQ(manager.next(), "EXTEND_TIMEOUT_USEC=7206500000");
+}
+
+TEST(ServiceNotifyTest, EndAsksForTheTimeOfTheRunsThatItWaitsFor) {
+  pimbsr::agent::Loop loop;
+  pimbsr::agent::ChangeCommand command({.command = "sleep 0.2", .timeLimit = 30});
+  pimbsr::agent::ChangeRunner runner(loop, &command, [] { return std::string(); });
+  Manager manager(uniqueName("@pimbsr-notify-"));
+  runner.finish();
+  EXPECT_EQ(manager.next(), "nothing") << "no run is left";
+  command.notify("first");
+  command.notify("second");
+  runner.finish();
+  EXPECT_EQ(manager.next(), "EXTEND_TIMEOUT_USEC=66000000");
+  EXPECT_EQ(command.counts().succeeded, 2u);
 }
 
 TEST(ServiceNotifyTest, WithoutAManagerNothingIsSent) {
