@@ -67,7 +67,7 @@ if(TARGET pimbsr-view)
     FILES_MATCHING PATTERN "*.json")
 endif()
 if(TARGET pimbsr-zet)
-  install(FILES ${zet_dir}/reference.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+  install(FILES docs/model.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME reference.md)
 endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/pimbsr)

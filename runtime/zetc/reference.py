@@ -11,10 +11,15 @@ def reference_row(name, kind, type_, start="", range_="", unit="", doc=""):
     return f"| `{name}` | {kind} | {type_} | {start} | {range_} | {unit} | {doc} |"
 
 
+def typed(name, key):
+    """A type, with that of the key by which a path names one of its values."""
+    return f"`{name}`" + (f" by `{key.name}`" if key else "")
+
+
 def reference_rows(model, made):
     """A line for each attribute of a class, in the order of their numbers."""
     for a in made.attributes:
-        shown = f"`{a.type.name}`" + (f" by `{a.key.name}`" if a.key else "")
+        shown = typed(a.type.name, model.key_type(a, made))
         start, range_, unit = model.facts(a, made)
         initial = INITIAL.get(a.type.name, "empty") if a.kind in ("value", "counter") else ""
         start = f"`{start}`" if start else initial
@@ -24,7 +29,9 @@ def reference_rows(model, made):
             yield reference_row(a.reflected, "method", "`void`", doc=doc)
     for r in model.reactor_rows(made):
         unit = "s" if r.type.name == TIMER else ""
-        yield reference_row(r.name, r.kind, f"`{r.type.name}`", unit=unit, doc=r.doc)
+        target = model.find(r.type.name, made.namespace) if r.kind == "reactors" else None
+        shown = typed(r.type.name, model.key(target).type if target else None)
+        yield reference_row(r.name, r.kind, shown, unit=unit, doc=r.doc)
 
 
 def emit_reference(model):

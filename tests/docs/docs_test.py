@@ -9,6 +9,9 @@ import re
 import subprocess
 import sys
 
+# Heading of the part of docs/model.md that test-runtime makes, of types that are declared in C++ headers.
+VALUE_TYPES = "\n# Value types and enumerations\n"
+
 # Commands that are not run here: each by its pattern, with the test that runs it or the reason.
 ELSEWHERE = [
     (r"(sudo )?scripts/setup\b.*", "reason: installs packages of the system"),
@@ -257,7 +260,8 @@ def errors(pimbsr, root):
         yield f"CHANGELOG.md:1: the newest version is {newest}, that of agent/base/Version.h is {version}"
     for name, page in (("views.md", "views.md"), ("reference.md", "model.md")):
         made = pimbsr.parent / "zet" / name
-        if made.read_text() != (root / "docs" / page).read_text():
+        text = (root / "docs" / page).read_text()
+        if made.read_text() != (text.partition(VALUE_TYPES)[0] if page == "model.md" else text):
             yield f"docs/{page}:1: differs from the declarations; {made} is the page"
 
 

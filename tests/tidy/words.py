@@ -75,7 +75,7 @@ ALLOWED = [
     (r"\b(holdTime|holdTimeIs|holdTime_|holdTimeDefault|onHoldTime|attrHoldTime|handleBsrHoldTime)\b", "*",
      "Config.holdTime and RpCandidate.holdTime are attributes of the model, with accessors and handlers"),
     (r"\bCrpHoldTime(Range)?\b", "*", "a type of the model, with its range"),
-    (r"^(Entity|Machine|Record)\. What", "docs/model.md", "a kind and a phrase for the class"),
+    (r"^(Entity|Machine|Record|Enumeration)\. What", "docs/model.md", "a kind and a phrase for the class"),
     (r"^(Entity|Machine|Record)\. What", "tests/zetc/golden/*", "a kind and a phrase for the class"),
     (r"BSR Hold Time is", "*", "text of a trace"),
     (r"Scoped Zone timeout", "*", "text of a trace"),
