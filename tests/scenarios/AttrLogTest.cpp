@@ -14,6 +14,7 @@
 #include "model/Interface.h"
 #include "model/MessageCounters.h"
 #include "model/SourceIntf.h"
+#include "runtime/Context.h"
 #include "runtime/Trace.h"
 #include "tests/scenarios/ScenarioFile.h"
 #include "tests/support/Mirror.h"
@@ -139,10 +140,43 @@ class Packets : public pimbsr::sim::Tap {
   std::vector<Sent> all;
 };
 
+/// Counts packets that don't arrive.
+class LossCounter : public pimbsr::sim::Listener {
+ public:
+  void onLoss(pimbsr::sim::Network const&, pimbsr::sim::Link const*, pimbsr::sim::Node const*,
+              pimbsr::sim::Loss, Bytes) override {
+    ++count;
+  }
+  int count = 0;
+};
+
+/// The next random numbers: one of each router, then those of the network, which are seen by the packets that
+/// it drops of many on a link that loses half of them.
+std::vector<int> nextDraws(Simulation& simulation) {
+  auto& network = simulation.network();
+  std::vector<int> draws;
+  for (Zet::U32 i = 0; i < network.nodeCount(); ++i)
+    draws.push_back(const_cast<Zet::Context&>(network.node(i).context()).rand());
+  if (network.linkCount() == 0) return draws;
+  LossCounter losses;
+  simulation.recorderIs(&losses, pimbsr::sim::losses);
+  network.linkUpIs(0, true);
+  simulation.execute("faults loss 50%", "draws");
+  std::vector<Zet::U8> const packet{0x45, 0, 0, 20, 0, 0, 0, 0, 1, 103, 0, 0, 10, 0, 0, 99, 224, 0, 0, 13};
+  for (int i = 0; i < 64; ++i) {
+    int const before = losses.count;
+    network.inject(0, packet);
+    draws.push_back(losses.count - before);
+  }
+  simulation.recorderIs(nullptr, 0);
+  return draws;
+}
+
 /// What a play shows to the outside.
 struct Played {
   std::vector<Block> blocks;
   std::vector<Packets::Sent> packets;
+  std::vector<int> draws;         ///< the random numbers that would follow
   std::set<std::string> classes;  ///< of the roots that had a log
 };
 
@@ -150,16 +184,18 @@ Played played(std::vector<Block> const& blocks, bool hasLogs) {
   Played result{.blocks = blocks};
   Packets packets;
   std::unique_ptr<Logs> logs;
-  bool isTapped = false;
+  std::size_t calls = 0;  // before the first block and after each
   play(result.blocks, [&](Simulation& simulation) {
-    if (!isTapped) simulation.network().tapAdd(&packets);
-    isTapped = true;
+    if (calls == 0) simulation.network().tapAdd(&packets);
     if (hasLogs && !logs) logs = std::make_unique<Logs>(simulation);
-    if (!logs) return;
-    logs->follow();
-    result.classes = logs->check();
+    if (logs) {
+      logs->follow();
+      result.classes = logs->check();
+    }
+    if (calls++ < blocks.size()) return;
+    result.packets = packets.all;
+    result.draws = nextDraws(simulation);
   });
-  result.packets = std::move(packets.all);
   return result;
 }
 
@@ -177,6 +213,8 @@ class AttrLogs : public testing::Test {
       EXPECT_TRUE(plain.blocks[i].output == logged.blocks[i].output) << name << ":" << blocks[i].line;
     }
     EXPECT_TRUE(plain.packets == logged.packets) << name;
+    EXPECT_TRUE(plain.draws == logged.draws) << name;
+    drawn.insert(logged.draws.begin(), logged.draws.end());
     classes.insert(logged.classes.begin(), logged.classes.end());
     packets += logged.packets.size();
     for (Block const& block : logged.blocks) traced |= block.output.find("PimBsrSm") != std::string::npos;
@@ -185,9 +223,11 @@ class AttrLogs : public testing::Test {
     EXPECT_EQ(classes.size(), 9u) << "each root that a log can follow has had one";
     EXPECT_GT(packets, 500u);
     EXPECT_TRUE(traced) << "traces are compared too";
+    EXPECT_GT(drawn.size(), 20u) << "random numbers are compared too";
   }
 
   std::set<std::string> classes;
+  std::set<int> drawn;
   std::size_t packets = 0;
   bool traced = false;
 };
