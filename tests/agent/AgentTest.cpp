@@ -124,6 +124,14 @@ class AgentTest : public testing::Test, public agent::AgentListener {
     return packet;
   }
 
+  Zet::U64 dropsFor(std::string_view reason) {
+    Zet::U64 count = 0;
+    for (auto const& [key, row] : agent.observed().drops.rows()) {
+      if (key.reason == reason) count += row.count;
+    }
+    return count;
+  }
+
   FakePlatform platform;
   agent::Clock clock{1000};
   agent::Traffic traffic;
@@ -344,6 +352,32 @@ TEST_F(AgentTest, AddressesOfNeighborsReachTheSystemOnceTheyChange) {
   platform.link("eth0").index = 99;
   agent.kernelChanged();
   EXPECT_THAT(neighborsOf("eth0"), IsEmpty()) << "an interface that is opened anew has no neighbors yet";
+}
+
+TEST_F(AgentTest, InterfaceOnceClosedToBootstrapMessagesDropsWhatItTookBefore) {
+  std::vector<Zet::U8> payload;
+  std::vector<Zet::U8> bytes;
+  pimbsr::wire::encodeHello({.holdtime = 105, .generationId = 7}, payload);
+  auto const header = pimbsr::wire::Ipv4Header{addr("192.0.2.1").v4Addr(), addr("224.0.0.13").v4Addr()};
+  ASSERT_TRUE(pimbsr::wire::encodeIpv4(header, payload, bytes));
+  agent.receive("eth0", bytes);
+  payload.clear();
+  bytes.clear();
+  ASSERT_TRUE(pimbsr::wire::encodeBootstrap(*make(Bsm{}), payload));
+  ASSERT_TRUE(pimbsr::wire::encodeIpv4(header, payload, bytes));
+  platform.routes[addr("10.0.0.1")] = {
+      .type = RouteType::remote, .intfId = intf("eth0"), .nextHop = addr("192.0.2.1")};
+  agent.receive("eth0", bytes);
+  auto elected = [this] { return agent.router().status()->bootstrapRouter(prefix("224.0.0.0/4")); };
+  ASSERT_TRUE(elected());
+  settings.interfaces["eth0"].bsm = false;
+  follow();
+  while (elected()) {
+    if (agent.nextExpiry() <= clock.now()) agent.advance();
+  }
+  agent.receive("eth0", bytes);
+  EXPECT_FALSE(elected());
+  EXPECT_EQ(dropsFor("bsm-off"), 1u);
 }
 
 TEST_F(AgentTest, SendersOfAcceptedAdvertisementsReachTheSystemOnceTheyChange) {
