@@ -9,9 +9,11 @@
 #include "agent/EventLog.h"
 #include "agent/base/Log.h"
 #include "agent/base/TraceLevel.h"
+#include "host/LogFlags.h"
 #include "host/Mtus.h"
 #include "host/PreferredRps.h"
 #include "runtime/Log.h"
+#include "wire/Wire.h"
 
 namespace pimbsr::agent {
 
@@ -26,12 +28,30 @@ void Agent::AgentContext::trace(Zet::TraceLine const& line) {
   logTrace(fmt::format("trace {} {} {}: {}", line.handle, line.level, line.function, line.text));
 }
 
-/// The text has what a sender chose; only the interface is not the sender's choice.
+/// The group range at the begin of the argument of a line.
+static std::string rangeOf(Zet::LogHandle const& handle, std::string const& text) {
+  std::size_t begin = std::string_view(handle.format()).find("%s");
+  return text.substr(begin, text.find_first_of(" ,", begin) - begin);
+}
+
+static std::string senderOf(std::span<Zet::U8 const> packet) {
+  auto ip = wire::parseIpv4(packet);
+  return ip ? std::string(Lanet::IpGenAddr(ip->source).stringValue().view()) : std::string();
+}
+
+/// A line is about a range or else about the sender, who may name any number of RPs: with a limit by RP, one
+/// sender could write as much as all of them may.
 void Agent::AgentContext::log(Zet::LogHandle const& handle, std::string const& text) {
-  agent::log(
-      {.event = {handle.name(), static_cast<LogPriority>(handle.severity()), logEvents::engineMessageId},
-       .subject = {{"INTERFACE", std::string(receiving_)}},
-       .text = text});
+  LogRecord record{
+      .event = {handle.name(), static_cast<LogPriority>(handle.severity()), logEvents::engineMessageId},
+      .subject = {{"INTERFACE", std::string(receiving_)}},
+      .text = text};
+  if (handle.rateFlags() == host::limitedByRange) {
+    record.subject.emplace_back("RANGE", rangeOf(handle, text));
+  } else {
+    record.subject.emplace_back("SENDER", senderOf(packet_));
+  }
+  agent::log(record);
 }
 
 // Construction ------------------------------------------------------------------------------------------
@@ -97,7 +117,7 @@ void Agent::publishChanges() {
 
 bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
   bool goesOn = true;
-  context_.receivingIs(intf);
+  context_.receivingIs(intf, packet);
   call({.kind = CauseKind::message, .intf = intf}, [&] {
     observer_->messageInHand();
     Reception reception = router_->receive(IntfId(intf.c_str()), packet);
@@ -106,7 +126,7 @@ bool Agent::receive(std::string const& intf, std::span<Zet::U8 const> packet) {
     if (!reception.accepted()) drops_.note(intf, reception, context_.now());
     goesOn = !reception.overBudget();
   });
-  context_.receivingIs("");
+  context_.receivingIs("", {});
   return goesOn;
 }
 

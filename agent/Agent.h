@@ -99,11 +99,15 @@ class Agent : private host::OwnDropSink {
     void srand(unsigned) override {}
     void trace(Zet::TraceLine const& line) override;
     void log(Zet::LogHandle const& handle, std::string const& text) override;
-    /// The interface whose packet is served; empty for none.
-    void receivingIs(std::string_view intf) { receiving_ = intf; }
+    /// The interface whose packet is served, and the packet; empty for none.
+    void receivingIs(std::string_view intf, std::span<Zet::U8 const> packet) {
+      receiving_ = intf;
+      packet_ = packet;
+    }
 
    private:
     std::string_view receiving_;
+    std::span<Zet::U8 const> packet_;
     std::mt19937 rng_{std::random_device{}()};
     std::uniform_int_distribution<int> draw_{0, RAND_MAX};
   };

@@ -4,6 +4,7 @@
 #include <string>
 #include <tuple>
 
+#include "host/LogFlags.h"
 #include "protocol/BsrCandidateSm.h"
 #include "runtime/Context.h"
 #include "runtime/Log.h"
@@ -21,12 +22,12 @@ using Zet::Ptr;
 static Zet::LogHandle const fullLog(
     "PIMBSR_RANGE_FULL", Zet::LogSeverity::warning, "Group range %s has reached limits.rps-per-range.",
     "The range holds as many RPs as it may. Further candidate RPs are dropped unless they are better.",
-    "See who advertises them, and set filter.sender-lists and filter.rp-lists.", 60.0, 10.0, 0);
+    "See who advertises them, and set filter.sender-lists and filter.rp-lists.", 0.0, 1.0, limitedByRange);
 
 static Zet::LogHandle const displacedLog(
-    "PIMBSR_RP_DISPLACED", Zet::LogSeverity::warning, "RP %s in a full group range.",
+    "PIMBSR_RP_DISPLACED", Zet::LogSeverity::warning, "Group range %s, since the range is full.",
     "The RP leaves the RP set with the next Bootstrap Message, and the better one enters after it.",
-    "List the RPs of the domain in filter.rp-lists, so that they stay.", 60.0, 10.0, 0);
+    "List the RPs of the domain in filter.rp-lists, so that they stay.", 0.0, 1.0, limitedByRange);
 
 void RangePlaces::preferredIs(PreferredRps const& preferred) {
   preferred_ = preferred;
@@ -120,8 +121,9 @@ void RangePlaces::displaceFor(Request const& request, Full& full) {
 /// Withdraws an RP as its own advertisement with holdtime 0 would, but leaves the Bootstrap Timer alone: a
 /// stranger must not make this router send more messages.
 void RangePlaces::displace(RpCandidate& rp, Request const& request, Full& full) const {
-  std::string text(rp.address().stringValue().view());
-  text += " is displaced by " + std::string(request.rp.stringValue().view());
+  std::string text(request.range.stringValue().view());
+  text += " loses RP " + std::string(rp.address().stringValue().view());
+  text += " to " + std::string(request.rp.stringValue().view());
   Zet::log(displacedLog, Zet::String8(text.c_str()));
   if (rp.holdTime().value() != 0) {
     rp.expiresIs(Zet::now() + rp.holdTime().value());

@@ -131,6 +131,10 @@ class AgentTest : public testing::Test, public agent::AgentListener {
     }
     return count;
   }
+  static auto linesOf(RecordingLog const& sink, std::string_view event) {
+    return std::count_if(sink.records.begin(), sink.records.end(),
+                         [&](agent::LogRecord const& record) { return record.event.name == event; });
+  }
 
   FakePlatform platform;
   agent::Clock clock{1000};
@@ -406,7 +410,53 @@ TEST_F(AgentTest, AdvertisementsWithTheZoneBitAreAFewLinesWhateverRpTheyName) {
   ASSERT_THAT(sink.records, testing::SizeIs(testing::AllOf(testing::Ge(1u), testing::Le(6u))));
   EXPECT_EQ(sink.records[0].event.name, "PIMBSR_MESSAGE_CRP_ZONE");
   EXPECT_EQ(sink.records[0].text, "C-RP advertisement received from 203.0.0.1 with Zone bit set.");
-  EXPECT_THAT(sink.records[0].subject, ElementsAre(testing::Pair("INTERFACE", "eth0")));
+  EXPECT_THAT(sink.records[0].subject,
+              ElementsAre(testing::Pair("INTERFACE", "eth0"), testing::Pair("SENDER", "203.0.113.1")));
+}
+
+TEST_F(AgentTest, SenderOfAdvertisementsWithTheZoneBitHidesNoOtherSender) {
+  RecordingLog sink;
+  becomeBsr();
+  sink.records.clear();
+  Adv adv{.groups = {{"224.0.0.0/4", scopedFlag}}, .source = "203.0.113.7"};
+  for (int i = 0; i < 100; ++i) agent.receive("eth0", advertisement(adv));
+  adv.source = adv.rp = "203.0.113.8";
+  agent.receive("eth0", advertisement(adv));
+  ASSERT_FALSE(sink.records.empty());
+  EXPECT_EQ(sink.records.back().text, "C-RP advertisement received from 203.0.113.8 with Zone bit set.");
+}
+
+/// The time of the log runs by the real clock, so that a second may go by.
+TEST_F(AgentTest, AdvertisementsWithTheZoneBitFromManySendersAreBoundedTogether) {
+  RecordingLog sink;
+  becomeBsr();
+  sink.records.clear();
+  for (int i = 0; i < 1000; ++i) {
+    std::string const source = "203.0." + std::to_string(i / 250) + "." + std::to_string(1 + i % 250);
+    agent.receive("eth0", advertisement({.groups = {{"224.0.0.0/4", scopedFlag}}, .source = source}));
+  }
+  EXPECT_THAT(sink.records, testing::SizeIs(testing::AllOf(testing::Ge(20u), testing::Le(80u))));
+}
+
+TEST_F(AgentTest, FullRangesHideNoOtherRange) {
+  RecordingLog sink;
+  settings.ingress.rpsPerRange = 1;
+  becomeBsr();
+  sink.records.clear();
+  for (int i = 0; i < 12; ++i) {
+    std::string const range = "239." + std::to_string(i) + ".0.0/16";
+    for (auto const& [rp, priority] : {std::pair("203.0.113.1", 9), {"203.0.113.2", 5}}) {
+      Adv adv{.groups = {{range}}, .rp = rp};
+      adv.priority = static_cast<Zet::U8>(priority);
+      agent.receive("eth0", advertisement(adv));
+    }
+  }
+  EXPECT_EQ(linesOf(sink, "PIMBSR_RANGE_FULL"), 12);
+  EXPECT_EQ(linesOf(sink, "PIMBSR_RP_DISPLACED"), 12);
+  EXPECT_EQ(sink.records.back().text,
+            "Group range 239.11.0.0/16 loses RP 203.0.113.1 to 203.0.113.2, since the range is full.");
+  EXPECT_THAT(sink.records.back().subject,
+              ElementsAre(testing::Pair("INTERFACE", "eth0"), testing::Pair("RANGE", "239.11.0.0/16")));
 }
 
 TEST_F(AgentTest, DuplicateAddressIsCountedAndLoggedOnceInAMinute) {
