@@ -1,7 +1,11 @@
 #include "agent/kernel/LinuxPlatform.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
+
+#include "agent/base/Log.h"
 
 namespace pimbsr::agent {
 
@@ -194,8 +198,17 @@ bool LinuxPlatform::isOnSubnet(IntfId const& intfId, IpGenAddr const& address) c
   });
 }
 
+/// A lookup without an answer has the effect of no route; the log distinguishes both.
+static void logRouteUnknown(IpGenAddr const& address) {
+  logLine(fmt::format(
+      "the kernel has not answered for the route to {}, which counts as none until the next lookup",
+      address.stringValue().view()));
+}
+
 std::optional<::Slosh::Fib::Route> LinuxPlatform::routeTo(IpGenAddr const& address) const {
-  return netlink_.routeTo(address.v4Addr());
+  std::optional<::Slosh::Fib::Route> route = netlink_.routeTo(address.v4Addr());
+  if (!route) logRouteUnknown(address);
+  return route.value_or(::Slosh::Fib::Route());
 }
 
 }  // namespace pimbsr::agent

@@ -276,10 +276,10 @@ std::optional<RouteRecord> Netlink::routeIn(Bytes datagram) const {
   return found;
 }
 
-::Slosh::Fib::Route Netlink::routeTo(Lanet::IpAddr address) const {
+std::optional<::Slosh::Fib::Route> Netlink::routeTo(Lanet::IpAddr address) const {
   auto until = Clock::now() + routePatience;
   discardDatagrams(routes_.get(), buffer_, until);
-  if (!sendRouteRequest(address)) return {};
+  if (!sendRouteRequest(address)) return std::nullopt;
   while (awaitDatagram(routes_.get(), until)) {
     std::optional<Bytes> datagram = receive(routes_.get(), buffer_);
     if (!datagram) continue;
@@ -290,7 +290,7 @@ std::optional<RouteRecord> Netlink::routeIn(Bytes datagram) const {
     if (record->nextHop != Lanet::IpAddr()) route.nextHop = Lanet::IpGenAddr(record->nextHop);
     return route;
   }
-  return {};
+  return std::nullopt;
 }
 
 }  // namespace pimbsr::agent

@@ -55,8 +55,8 @@ class Netlink {
 
   KernelView const& view() const { return tables_.view(); }
   /// The route of a packet from this system to an address, as the kernel has it now, its policy rules
-  /// included; the default value if there is none, or the kernel doesn't answer.
-  ::Slosh::Fib::Route routeTo(Lanet::IpAddr address) const;
+  /// included; the default value if there is none. Nothing if the kernel doesn't answer in time.
+  std::optional<::Slosh::Fib::Route> routeTo(Lanet::IpAddr address) const;
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -1,21 +1,28 @@
 #include "agent/kernel/Netlink.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
 #include <limits>
 #include <memory>
 #include <random>
+#include <set>
 #include <sstream>
 #include <thread>
 
+#include "agent/base/FileDescriptor.h"
 #include "agent/base/Loop.h"
 #include "tests/agent/NetworkLab.h"
 
 namespace test {
 namespace {
 
+using pimbsr::agent::FileDescriptor;
 using pimbsr::agent::KernelLink;
 using pimbsr::agent::KernelView;
 using pimbsr::agent::Netlink;
@@ -60,6 +67,15 @@ std::string difference(KernelView const& followed, KernelView const& answered) {
   compare(text(followed), text(answered), "followed: ");
   compare(text(answered), text(followed), "answered: ");
   return out.str();
+}
+
+std::set<int> socketsOfThisProcess() {
+  std::set<int> found;
+  for (int fd = 0; fd < 1024; ++fd) {
+    struct stat status {};
+    if (fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode)) found.insert(fd);
+  }
+  return found;
 }
 
 /// Follows a namespace of its own. Link v5, of index 5, is up with 10.0.0.1/24; its other end is v6.
@@ -110,7 +126,8 @@ class NetlinkTest : public NetworkTest {
   }
 
   std::string route(std::string const& address) {
-    return text(netlink->routeTo(Lanet::IpAddr::parse(address.c_str())));
+    auto found = netlink->routeTo(Lanet::IpAddr::parse(address.c_str()));
+    return found ? text(*found) : "no answer";
   }
 
   /// The route to an address after a command.
@@ -285,6 +302,20 @@ TEST_F(NetlinkTest, OfSeveralNextHopsOneThatLivesCounts) {
   follow();
   EXPECT_THAT(route("10.7.0.1"), testing::StartsWith("remote via 10."));
   EXPECT_EQ(routeAfter("link set v7 down", "10.7.0.1"), "remote via 10.0.0.9 dev v5");
+}
+
+/// The sockets of the lookups are replaced by one that reaches no kernel table.
+TEST_F(NetlinkTest, LookupWithoutAnAnswerIsNotOneWithoutARoute) {
+  EXPECT_EQ(route("10.9.9.9"), "nowhere");
+  std::set<int> const before = socketsOfThisProcess();
+  Netlink cut;
+  FileDescriptor other(socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+  for (int fd : socketsOfThisProcess()) {
+    if (before.contains(fd) || fd == other.get()) continue;
+    ASSERT_EQ(dup3(other.get(), fd, O_CLOEXEC), fd);
+  }
+  EXPECT_FALSE(cut.routeTo(Lanet::IpAddr::parse("10.9.9.9")).has_value());
+  EXPECT_EQ(route("10.9.9.9"), "nowhere");
 }
 
 TEST_F(NetlinkTest, RouteThatLeadsNowhereHidesShorterOnes) {
