@@ -131,7 +131,8 @@ class ControlAttacks:
         r1.start()
         socket = r1.socket.with_name("control-read-only.sock")
         cases = ((["show", "bsr"], 0), (["metrics"], 0), (["show", "tree", "--depth", "1"], 0),
-                 (["get", "status/bsTimeout"], 0), (["clear", "drops"], 1), (["reload"], 1),
+                 (["get", "status/bsTimeout"], 0), (["clear", "drops"], 1), (["clear", "bsr"], 1),
+                 (["clear", "rp-set"], 1), (["clear", "neighbors"], 1), (["reload"], 1),
                  (["trace", "Zet", "9"], 1))
         for words, status in cases:
             done = subprocess.run([self.command, *words, "--socket", socket], capture_output=True, text=True)
