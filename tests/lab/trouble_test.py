@@ -81,18 +81,23 @@ class TroubleTest(unittest.TestCase):
 
     def test_trouble_flapping_link(self):
         """A link that flaps is in the log with its cause, and in the history as entries with counts."""
-        lab, (r1, r2), links = self.chain_of("r1", "r2")
-        r1.config(candidate_bsr())
+        lab, (r1, r2), links = self.chain_of("r1", "r2", clock_rate=20)
+        r1.config(candidate_bsr(bs_period=10))
+        r2.config("[timers]\nbs-timeout = 25\n")
         lab.start()
         wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1")
         for _ in range(2):  # further lines about the interface are limited
             links[0].set(r2, "down")
+            wait_until(lambda: not bsr_of(r2), "r2 has no BSR")
             wait_until(lambda: not neighbors_of(r2), "r2 has no neighbor")
             links[0].set(r2, "up")
             wait_until(lambda: neighbors_of(r2), "r2 has a neighbor")
+            wait_all((r2,), bsr_of, "10.255.0.1", "r2 follows r1 again")
         wait_until(lambda: r2.log.read_text().count("interface eth-r1: down: the link is down") == 2,
                    "the log has each time")
         self.assertIn("interface eth-r1: up, with 10.0.1.2", r2.log.read_text())
+        counts = {one["event"]: one["count"] for one in r2.show("history")["entries"] if "count" in one}
+        self.assertEqual({"bsrLost": 2, "bsrElected": 3}, counts)
 
     def test_trouble_two_bsrs(self):
         """Two routers with two BSRs: a border lies between them, and the path on each side shows it."""
