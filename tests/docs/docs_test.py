@@ -49,6 +49,13 @@ ELSEWHERE = [
 ]
 # Code that is in a page and in a file, the same in both.
 COPIES = [("README.md", "cpp", "examples/embed/embed.cpp")]
+# Numbers of the code that a page has: the page with the words around one, and the file with those there.
+NUMBERS = [
+    ("docs/security.md", r"(\d+) connections, ", "cli/web/HttpServer.h", r"connections = (\d+);"),
+    ("docs/security.md", r" connections, (\d+) of an", "cli/web/HttpServer.h", r"perAddress = (\d+);"),
+    ("docs/security.md", r"(\d+) streams, ", "cli/web/HttpServer.h", r"streams = (\d+);"),
+    ("docs/see.md", r"(\d+) from one address", "cli/web/HttpServer.h", r"perAddress = (\d+);"),
+]
 SOURCES = (".h", ".cpp", ".zet", ".py", ".cmake", ".txt", ".in", ".sh", ".js")
 LANGUAGES = {"sh", "console", "cpp", "cmake", "text", "zet"}
 
@@ -190,6 +197,21 @@ def check_corrections(page, tree):
         yield page.error(1, f"{name} has no row")
 
 
+def check_numbers(page, tree):
+    """Limits are those of the code."""
+    for name, words, source, declared in NUMBERS:
+        if name != page.name:
+            continue
+        expected = re.search(declared, (tree.root / source).read_text())[1]
+        found = [(number, match[1]) for number, line in enumerate(page.prose, 1)
+                 if (match := re.search(words, line))]
+        if len(found) != 1:
+            yield page.error(1, f"{words} is on {len(found)} lines")
+        for number, shown in found:
+            if shown != expected:
+                yield page.error(number, f"{shown} is {expected} in {source}")
+
+
 def commands(language, text):
     """The commands of a block, each with the output that is shown, or None where none is."""
     if language == "sh":
@@ -250,6 +272,7 @@ def errors(pimbsr, root):
         page = Page(root, path)
         yield from check_names(page, tree)
         yield from check_blocks(page, tree, pimbsr)
+        yield from check_numbers(page, tree)
         if page.name == "docs/rfc5059.md":
             yield from check_map(page)
         if page.name == "docs/corrections.md":
