@@ -55,6 +55,8 @@ NUMBERS = [
     ("docs/security.md", r" connections, (\d+) of an", "cli/web/HttpServer.h", r"perAddress = (\d+);"),
     ("docs/security.md", r"(\d+) streams, ", "cli/web/HttpServer.h", r"streams = (\d+);"),
     ("docs/see.md", r"(\d+) from one address", "cli/web/HttpServer.h", r"perAddress = (\d+);"),
+    ("docs/performance.md", r"at most (\d+) s at 200,", "bench/page.py", r"LIMITS = {200: (\d+),"),
+    ("docs/performance.md", r"(\d+) s at 2,000 ", "bench/page.py", r"LIMITS = {.*2000: (\d+)}"),
 ]
 SOURCES = (".h", ".cpp", ".zet", ".py", ".cmake", ".txt", ".in", ".sh", ".js")
 LANGUAGES = {"sh", "console", "cpp", "cmake", "text", "zet"}
