@@ -35,6 +35,15 @@ in_root() { chroot $root /usr/bin/env PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"; }
 # A former installation of this machine is not what is tested.
 in_root dpkg --purge pimbsr >/dev/null 2>&1 || true
 
+# The service manager that the scripts of the package find writes down what it is asked.
+mkdir -p $root/run/systemd/system
+calls=$root/tmp/systemctl.log
+rm -f $root/usr/bin/systemctl
+printf '#!/bin/sh\necho "$*" >>/tmp/systemctl.log\n' >$root/usr/bin/systemctl
+chmod 755 $root/usr/bin/systemctl
+# was_asked VERB UNIT: whether one of the calls begins with the verb and has the unit.
+was_asked() { grep -E "^$1 .*\b$2( |\$)" "$calls" >/dev/null; }
+
 # Installing -----------------------------------------------------------------------------------------------
 in_root dpkg --install /tmp/pimbsr.deb >$root/tmp/dpkg.log || fail "dpkg: $(cat $root/tmp/dpkg.log)"
 for file in usr/bin/pimbsr etc/pimbsr/pimbsr.toml usr/lib/systemd/system/pimbsr.service \
@@ -55,6 +64,13 @@ if command -v systemd-analyze >/dev/null; then
   in_root systemd-analyze verify --man=no pimbsr.service pimbsr-web.service pimbsr-metrics.socket ||
     fail "the service files have errors"
 fi
+
+if was_asked "(start|enable|try-restart)" "pimbsr.*"; then fail "a first installation starts services"; fi
+in_root dpkg --install /tmp/pimbsr.deb >$root/tmp/dpkg.log || fail "dpkg: $(cat $root/tmp/dpkg.log)"
+for unit in pimbsr.service pimbsr-web.service pimbsr-metrics.socket; do
+  was_asked try-restart $unit || fail "an upgrade does not restart $unit"
+done
+was_asked stop pimbsr-metrics.service || fail "an upgrade leaves an old pimbsr-metrics.service"
 
 # Running, as the service does -----------------------------------------------------------------------------
 ip link set lo up
@@ -112,7 +128,12 @@ for socket in control control-read-only; do
 done
 
 # Removing -------------------------------------------------------------------------------------------------
+: >"$calls"
 in_root dpkg --remove pimbsr >/dev/null
+for unit in pimbsr.service pimbsr-web.service pimbsr-metrics.socket; do
+  was_asked "disable --now" $unit || fail "removal leaves $unit"
+done
+was_asked stop pimbsr-metrics.service || fail "removal leaves pimbsr-metrics.service"
 [[ -e $root/etc/pimbsr/pimbsr.toml ]] || fail "removal took the configuration"
 [[ ! -e $root/usr/bin/pimbsr ]] || fail "removal left the command"
 in_root dpkg --purge pimbsr >/dev/null
