@@ -23,7 +23,7 @@ class ChangeRunner {
   void changed();
   /// Hands over a change that waits, since the agent ends.
   void handOver();
-  /// Waits until all runs have ended, each bounded by its limit. The service manager is asked to wait as long.
+  /// Waits until all runs have ended, each bounded by its limit. The service manager is to wait as long.
   void finish();
 
   ChangeRuns state() const;
