@@ -7,12 +7,16 @@ import json
 import os
 import signal
 import subprocess
+import threading
 import time
 import unittest
 
 import lab_test
 from lab import run, wait_until
 from lab_test import GLOBAL, bsr_of, candidate_bsr, candidate_rp, events_until, rps_of, wait_all
+
+# scripts/soak gives the number of routes, with a release build.
+IS_RELEASE = "PIMBSR_LAB_ROUTES" in os.environ
 
 
 def events_of(router):
@@ -144,6 +148,13 @@ class OperatorTest(unittest.TestCase):
 
     # Routes and other agents -------------------------------------------------------------------------
 
+    def check_lateness(self, name, few, measured):
+        """Timers are at most 20 ms late beside what the system itself is late. A build for tests, which is
+        slower, may be twice as late as with few routes and links."""
+        late, system = measured
+        print(f"{name}: timers {1e3 * late:.1f} ms late, the system {1e3 * system:.1f} ms", flush=True)
+        self.assertLess(late, system + (0.02 if IS_RELEASE else max(0.02, 2 * few)), name)
+
     def test_many_routes(self):
         """A link that flaps delays no timer more, and memory does not grow, however many routes there are."""
         count = int(os.environ.get("PIMBSR_LAB_ROUTES", "100000"))
@@ -152,13 +163,12 @@ class OperatorTest(unittest.TestCase):
         r1.config(candidate_bsr() + candidate_rp())
         lab.start()
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all follow r1")
-        few, before = lateness_of_flaps(r2, links[1]), resident_of(r2)
+        few, before = lateness_of_flaps(r2, links[1])[0], resident_of(r2)
         batch = r2.folder / "routes"
         prefixes = [f"172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32" for i in range(count)]
         batch.write_text("".join(f"route add {prefix} via 10.0.1.1\n" for prefix in prefixes))
-        r2.ip("-batch", batch)
-        many = lateness_of_flaps(r2, links[1])
-        self.assertLess(many, max(0.02, 2 * few))
+        self.check_lateness("the batch", few, lateness_across(r2, lambda: r2.ip("-batch", batch)))
+        self.check_lateness("the flaps", few, lateness_of_flaps(r2, links[1]))
         self.assertLess(slowest_query_of_flaps(r2, links[1]), 1, "seconds")
         self.assertLess(resident_of(r2), before + 6144, "KiB: 100,000 routes take more")
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all still follow r1")
@@ -173,15 +183,14 @@ class OperatorTest(unittest.TestCase):
         r1.config(candidate_bsr() + candidate_rp())
         lab.start()
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all follow r1")
-        few = lateness_of_flaps(r2, links[1])
+        few = lateness_of_flaps(r2, links[1])[0]
         batch = r2.folder / "links"
         names = [f"extra{i}" for i in range(300)]
         batch.write_text("".join(f"link add {name} type bridge\n" for name in names) +
                          "".join(f"address add 172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32 "
                                  f"dev {names[i % 300]}\n" for i in range(6000)))
         r2.ip("-batch", batch)
-        many = lateness_of_flaps(r2, links[1])
-        self.assertLess(many, max(0.02, 2 * few))
+        self.check_lateness("the flaps", few, lateness_of_flaps(r2, links[1]))
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all still follow r1")
 
     def beside_an_agent(self):
@@ -262,14 +271,45 @@ class OperatorTest(unittest.TestCase):
         self.assertEqual("10.255.0.1", last["zones"][0]["rpSet"][0]["rps"][0]["address"])
 
 
-def lateness_of_flaps(router, link):
-    """How late the latest timer of a router was served, in seconds, while a link flapped."""
+class SystemLateness(threading.Thread):
+    """Measures how late the system wakes a thread that sleeps, while it is entered."""
+
+    def __init__(self):
+        super().__init__(daemon=True)
+        self.worst, self.ended = 0, threading.Event()
+
+    def run(self):
+        while not self.ended.is_set():
+            due = time.monotonic() + 0.005
+            time.sleep(0.005)
+            self.worst = max(self.worst, time.monotonic() - due)
+
+    def __enter__(self):
+        self.start()
+        return self
+
+    def __exit__(self, *_):
+        self.ended.set()
+        self.join()
+
+
+def lateness_across(router, act):
+    """How late the latest timer of a router was served while something was done, and how late the system
+    itself woke a thread meanwhile, in seconds."""
     router.command("clear", "counters")
-    for _ in range(10):
-        link.set(router, "down")
-        link.set(router, "up")
-    time.sleep(1)
-    return router.show("counters")["timers"]["worstLateness"]
+    with SystemLateness() as system:
+        act()
+        time.sleep(1)
+    return router.show("counters")["timers"]["worstLateness"], system.worst
+
+
+def lateness_of_flaps(router, link):
+    """The same while a link flapped."""
+    def flap():
+        for _ in range(10):
+            link.set(router, "down")
+            link.set(router, "up")
+    return lateness_across(router, flap)
 
 
 def slowest_query_of_flaps(router, link):
