@@ -33,7 +33,6 @@ CandidacyChanges::CandidacyChanges(Ptr<Bsr::PimBsrSm> const& root, CorrectionSwi
 
 void CandidacyChanges::stop() {
   timer_->notifierIs(nullptr);
-  for (auto& [zone, watcher] : watchers_) watcher->notifierIs(nullptr);
   watchers_.clear();
   notifierIs(nullptr);
   root_ = nullptr;
@@ -41,16 +40,7 @@ void CandidacyChanges::stop() {
 
 void CandidacyChanges::onCbsr(IpGenPrefix const& zone) {
   note(zone);
-  if (Ptr<Bsr::BsrCandidate const> candidate = notifier()->cbsr(zone)) {
-    Ptr<Watcher>& watcher = watchers_[zone];
-    if (!watcher) watcher = Zet::make<Watcher>(*this);
-    watcher->notifierIs(candidate);
-    return;
-  }
-  auto at = watchers_.find(zone);
-  if (at == watchers_.end()) return;
-  at->second->notifierIs(nullptr);
-  watchers_.erase(at);
+  watchers_.follow(zone, notifier()->cbsr(zone), [this] { return Zet::make<Watcher>(*this); });
 }
 
 void CandidacyChanges::note(IpGenPrefix const& zone) {

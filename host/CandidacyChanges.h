@@ -1,9 +1,9 @@
 #pragma once
 
-#include <map>
 #include <set>
 
 #include "host/Corrections.h"
+#include "host/MemberWatchers.h"
 #include "pim/Timer.h"
 #include "protocol/PimBsrSm.h"
 
@@ -34,8 +34,8 @@ class PIMBSR_INTERNAL CandidacyChanges : public Routing::Pim::Bsr::Status::Notif
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
   CorrectionSwitch& correction_;
   Zet::Ptr<pim::Timer> timer_;
-  std::map<Lanet::IpGenPrefix, Zet::Ptr<Watcher>> watchers_;  ///< by zone of the candidacy
-  std::set<Lanet::IpGenPrefix> noted_;                        ///< zones whose candidacy changed in this event
+  MemberWatchers<Lanet::IpGenPrefix, Watcher> watchers_;  ///< by zone of the candidacy
+  std::set<Lanet::IpGenPrefix> noted_;                    ///< zones whose candidacy changed in this event
 };
 
 }  // namespace pimbsr::host

@@ -36,7 +36,6 @@ LeakedZones::LeakedZones(Ptr<Bsr::PimBsrSm> const& root, Borders const& borders,
 
 void LeakedZones::stop() {
   timer_->notifierIs(nullptr);
-  for (auto& [zone, watcher] : watchers_) watcher->notifierIs(nullptr);
   watchers_.clear();
   notifierIs(nullptr);
   root_ = nullptr;
@@ -44,17 +43,8 @@ void LeakedZones::stop() {
 
 void LeakedZones::onBsBorder(IpGenPrefix const& zone) {
   Ptr<Bsr::PimBsrBorder const> border = notifier()->bsBorder(zone);
-  if (!border) {
-    auto at = watchers_.find(zone);
-    if (at == watchers_.end()) return;
-    at->second->notifierIs(nullptr);
-    watchers_.erase(at);
-    return;
-  }
-  Ptr<Watcher>& watcher = watchers_[zone];
-  if (!watcher) watcher = Zet::make<Watcher>(*timer_);
-  watcher->notifierIs(border);
-  timer_->timeMinIs(Zet::now());
+  watchers_.follow(zone, border, [this] { return Zet::make<Watcher>(*timer_); });
+  if (border) timer_->timeMinIs(Zet::now());
 }
 
 void LeakedZones::check() {

@@ -1,11 +1,10 @@
 #pragma once
 
-#include <map>
-
 #include "host/Borders.h"
 #include "host/Corrections.h"
 #include "host/HoldOver.h"
 #include "host/LastMessages.h"
+#include "host/MemberWatchers.h"
 #include "pim/Timer.h"
 #include "protocol/PimBsrSm.h"
 
@@ -36,7 +35,7 @@ class PIMBSR_INTERNAL LeakedZones : public Routing::Pim::Bsr::Status::NotifieeCo
   HoldOver& holdOver_;
   CorrectionSwitch& correction_;
   Zet::Ptr<pim::Timer> timer_;
-  std::map<Lanet::IpGenPrefix, Zet::Ptr<Watcher>> watchers_;  ///< by zone of the border
+  MemberWatchers<Lanet::IpGenPrefix, Watcher> watchers_;  ///< by zone of the border
 };
 
 }  // namespace pimbsr::host

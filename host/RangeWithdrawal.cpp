@@ -36,24 +36,13 @@ RangeWithdrawal::RangeWithdrawal(Ptr<Bsr::PimBsrSm> const& root, Advertisements&
 
 void RangeWithdrawal::stop() {
   timer_->notifierIs(nullptr);
-  for (auto& [address, candidate] : candidates_) candidate->notifierIs(nullptr);
   candidates_.clear();
   notifierIs(nullptr);
   root_ = nullptr;
 }
 
 void RangeWithdrawal::onCrp(IpGenAddr const& address) {
-  Ptr<Bsr::RpCandidate> candidate = notifier()->crp(address);
-  if (!candidate) {
-    auto at = candidates_.find(address);
-    if (at == candidates_.end()) return;
-    at->second->notifierIs(nullptr);
-    candidates_.erase(at);
-    return;
-  }
-  Ptr<Candidate>& watcher = candidates_[address];
-  if (!watcher) watcher = Zet::make<Candidate>(*this);
-  watcher->notifierIs(candidate);
+  candidates_.follow(address, notifier()->crp(address), [this] { return Zet::make<Candidate>(*this); });
 }
 
 void RangeWithdrawal::note(IpGenAddr const& address, IpGenPrefix const& range) {

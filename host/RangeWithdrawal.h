@@ -6,6 +6,7 @@
 #include "crp/RpCandidateSm.h"
 #include "host/Advertisements.h"
 #include "host/Corrections.h"
+#include "host/MemberWatchers.h"
 #include "pim/Timer.h"
 #include "protocol/PimBsrSm.h"
 
@@ -39,7 +40,7 @@ class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifi
   Advertisements& advertisements_;
   CorrectionSwitch& correction_;
   Zet::Ptr<pim::Timer> timer_;
-  std::map<Lanet::IpGenAddr, Zet::Ptr<Candidate>> candidates_;
+  MemberWatchers<Lanet::IpGenAddr, Candidate> candidates_;
   std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> noted_;  ///< ranges taken in this event
 };
 
