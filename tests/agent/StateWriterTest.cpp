@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <system_error>
@@ -76,6 +77,19 @@ class StateWriterTest : public testing::Test {
   void killBoth() const {
     pid_t const both[] = {holder(), worker()};
     for (pid_t one : both) kill(one, SIGKILL);
+  }
+  /// The records before an end of processes, after it and after the restart are written, each once.
+  void expectNothingMissedIf(std::function<void()> const& end) {
+    start();
+    writer->append(0, "before\n");
+    EXPECT_EQ(textOnce("one", "before\n"), "before\n");
+    end();
+    writer->append(0, "meanwhile\n");
+    EXPECT_EQ(report().kind, Kind::restarted);
+    EXPECT_EQ(writer->counts().restarts, 1u);
+    writer->append(0, "after\n");
+    stop();
+    EXPECT_EQ(textOnce("one", "before\nmeanwhile\nafter\n"), "before\nmeanwhile\nafter\n");
   }
 
   ScratchFolder folder;
@@ -202,30 +216,11 @@ TEST_F(StateWriterTest, FullDiskIsReportedAndLeavesNoPartOfAText) {
 }
 
 TEST_F(StateWriterTest, ProcessThatWritesIsRestartedAndCountedIfItDies) {
-  start();
-  writer->append(0, "before\n");
-  for (int i = 0; i < 5000 && text("one").empty(); ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  kill(worker(), SIGKILL);
-  writer->append(0, "meanwhile\n");
-  EXPECT_EQ(report().kind, Kind::restarted);
-  EXPECT_EQ(writer->counts().restarts, 1u);
-  writer->append(0, "after\n");
-  stop();
-  EXPECT_EQ(textOnce("one", "before\nmeanwhile\nafter\n"), "before\nmeanwhile\nafter\n");
+  expectNothingMissedIf([this] { kill(worker(), SIGKILL); });
 }
 
 TEST_F(StateWriterTest, WriterWhoseProcessesBothDieIsStartedAndMissesNothing) {
-  start();
-  writer->append(0, "before\n");
-  EXPECT_EQ(textOnce("one", "before\n"), "before\n");
-  killBoth();
-  writer->append(0, "meanwhile\n");
-  EXPECT_EQ(report().kind, Kind::restarted);
-  EXPECT_EQ(writer->counts().restarts, 1u);
-  writer->append(0, "after\n");
-  stop();
-  EXPECT_EQ(textOnce("one", "before\nmeanwhile\nafter\n"), "before\nmeanwhile\nafter\n");
+  expectNothingMissedIf([this] { killBoth(); });
 }
 
 TEST_F(StateWriterTest, WriterThatDiesAgainAndAgainIsStartedLaterEachTime) {
