@@ -1,4 +1,5 @@
 # One GoogleTest executable, run as one test, for each folder tests/<module>; each Python test is one test.
+# Tests of more than some 30 seconds have a COST, by which they start first: none is left alone in the end.
 find_package(GTest REQUIRED)
 find_package(rapidcheck REQUIRED)
 
@@ -67,7 +68,7 @@ foreach(module ${test_modules})
   endif()
   add_test(NAME test-${module} COMMAND test-${module})
   set_tests_properties(test-${module} PROPERTIES
-    LABELS unit TIMEOUT 600 ENVIRONMENT RC_PARAMS=max_success=500)
+    LABELS unit TIMEOUT 600 COST 50 ENVIRONMENT RC_PARAMS=max_success=500)
 endforeach()
 
 file(GLOB python_tests RELATIVE ${PROJECT_SOURCE_DIR}/tests CONFIGURE_DEPENDS
@@ -84,7 +85,7 @@ endforeach()
 if(TARGET pimbsr-command)
   add_test(NAME headers-alone COMMAND ${Python3_EXECUTABLE} -B
     ${PROJECT_SOURCE_DIR}/tests/tidy/headers_alone.py ${PROJECT_BINARY_DIR}/compile_commands.json)
-  set_tests_properties(headers-alone PROPERTIES LABELS script TIMEOUT 600)
+  set_tests_properties(headers-alone PROPERTIES LABELS script TIMEOUT 600 COST 140)
 endif()
 
 # Each shell completes command lines of the built command.
@@ -98,7 +99,7 @@ endif()
 if(TARGET pimbsr-command)
   add_test(NAME docs COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/docs/docs_test.py
     $<TARGET_FILE:pimbsr-command> ${PROJECT_SOURCE_DIR})
-  set_tests_properties(docs PROPERTIES LABELS script TIMEOUT 300)
+  set_tests_properties(docs PROPERTIES LABELS script TIMEOUT 300 COST 80)
 endif()
 
 # The examples of the declaration language are generated and compiled.
@@ -133,7 +134,7 @@ endif()
 if(TARGET pimbsr-command)
   add_test(NAME web-page COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/web/page_test.py
     $<TARGET_FILE:pimbsr-command> ${PROJECT_SOURCE_DIR})
-  set_tests_properties(web-page PROPERTIES LABELS web TIMEOUT 600 SKIP_RETURN_CODE 77)
+  set_tests_properties(web-page PROPERTIES LABELS web TIMEOUT 600 COST 150 SKIP_RETURN_CODE 77)
 endif()
 
 # Agents over HTTP; alert rules and dashboard, for what the tests of the agent expose.
@@ -147,7 +148,7 @@ if(TARGET pimbsr-command)
   add_test(NAME prometheus-scrape COMMAND ${Python3_EXECUTABLE} -B
     ${PROJECT_SOURCE_DIR}/tests/prometheus/scrape_test.py $<TARGET_FILE:pimbsr-command>)
   set_tests_properties(web-server web-live prometheus prometheus-scrape PROPERTIES
-    LABELS web TIMEOUT 600 SKIP_RETURN_CODE 77)
+    LABELS web TIMEOUT 600 COST 150 SKIP_RETURN_CODE 77)
   set_tests_properties(web-live prometheus-scrape PROPERTIES ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
 endif()
 
