@@ -331,13 +331,20 @@ IpGenAddr Expectation::rpOf(U32 node, Lanet::IpAddr group) const {
   return found;
 }
 
-Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups) const {
+bool Expectation::isOutside(U32 node, Lanet::IpAddr group) const {
+  return std::any_of(zones_.begin(), zones_.end(), [&](ZoneParts const& zone) {
+    return zone.zone().contains(IpGenAddr(group)) && zone.bsrOf(node) == nullptr;
+  });
+}
+
+Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups, Outside outside) const {
   Findings findings;
   auto text = [](IpGenAddr const& rp) { return rp.isEmpty() ? "no RP" : fmt::format("{}", rp); };
   for (U32 number = 0; number < network_.nodeCount(); ++number) {
     Node const& node = network_.node(number);
     if (!node.isRunning()) continue;
     for (Lanet::IpAddr group : groups) {
+      if (outside == Outside::leftOut && isOutside(number, group)) continue;
       IpGenAddr used = servingRp(network_, node, group);
       IpGenAddr expected = rpOf(number, group);
       if (used == expected) continue;

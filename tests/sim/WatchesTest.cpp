@@ -17,6 +17,7 @@ using pimbsr::sim::Expectation;
 using pimbsr::sim::Findings;
 using pimbsr::sim::FloodWatch;
 using pimbsr::sim::OutageWatch;
+using pimbsr::sim::Outside;
 using pimbsr::sim::PaceWatch;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -230,6 +231,17 @@ TEST_F(WatchesTest, AGroupWithoutRpIsFound) {
   script.node(2).router()->rpCandidateStatus()->crpSetDelAll();
   EXPECT_THAT(expected.checkServed(groups),
               ElementsAre("r3 uses no RP for group 239.1.2.3, and must use 10.2.0.3"));
+}
+
+TEST_F(WatchesTest, GroupsOfAZoneCanBeLeftOutBeyondItsBorder) {
+  script.play(
+      "border r2 l2 239.1.0.0/16\nborder r3 l2 239.1.0.0/16\n"
+      "candidate-bsr r1 239.1.0.0/16\nrun 30\n");
+  Expectation expected(network());
+  EXPECT_THAT(expected.checkServed(groups),
+              testing::Contains("r3 uses 10.2.0.3 for group 239.1.2.3, and must use no RP"))
+      << "it was advertised before the zone was known";
+  EXPECT_THAT(expected.checkServed(groups, Outside::leftOut), IsEmpty());
 }
 
 // Random networks -------------------------------------------------------------------------------------
