@@ -38,7 +38,7 @@ void MessageFit::clamp(Packet::CrpAdvMessage& message) {
 
 // Ranges in fragments -------------------------------------------------------------------------------------
 
-void MessageFit::drop(std::map<Key, Range>::iterator at) {
+void MessageFit::drop(std::map<Key, Range, Less>::iterator at) {
   count_ -= at->second.size();
   byAge_.erase(at->second.place);
   ranges_.erase(at);
@@ -59,39 +59,67 @@ void MessageFit::handleSwitch() {
   count_ = 0;
 }
 
-bool MessageFit::isLeftOutOf(std::size_t record) const {
-  return std::any_of(leftOut_.begin(), leftOut_.end(),
-                     [&](wire::LeftOutRp const& rp) { return rp.record == record; });
+/// They are kept in the order of their records.
+MessageFit::LeftOutOfRecord MessageFit::leftOutOf(std::size_t record) const {
+  auto isBefore = [](wire::LeftOutRp const& rp, std::size_t number) { return rp.record < number; };
+  auto begin = std::lower_bound(leftOut_.begin(), leftOut_.end(), record, isBefore);
+  return {begin, std::lower_bound(begin, leftOut_.end(), record + 1, isBefore)};
 }
 
-/// What is known of a range together with a record; alone with the record where that announces another
-/// number.
-MessageFit::Range MessageFit::collected(Key const& key, Group const& group, std::size_t record) const {
-  Range range{.announced = group.rpCount(), .startedAt = Zet::now()};
-  if (auto pending = pending_.find(key); pending != pending_.end()) {
-    range = pending->second;
-  } else if (auto at = ranges_.find(key); at != ranges_.end() && at->second.announced == group.rpCount()) {
-    range = at->second;
-  }
-  for (auto rp = group.rpListIterator(); rp; ++rp)
-    range.rps[rp->rpAddress()] = {rp->rpHoldtime(), rp->rpPriority()};
-  for (wire::LeftOutRp const& rp : leftOut_) {
-    if (rp.record == record) range.leftOut.emplace(rp.address, rp.repetition);
-  }
-  return range;
+/// That of the message so far; where it names the range for the first time, one without RPs. It is alone
+/// where former messages announced another number.
+MessageFit::Addition& MessageFit::additionOf(Key const& key, Group const& group) {
+  auto [at, isFirst] = pending_.try_emplace(key);
+  Addition& addition = at->second;
+  if (!isFirst) return addition;
+  addition.announced = group.rpCount();
+  auto range = ranges_.find(key);
+  if (range != ranges_.end() && range->second.announced == group.rpCount())
+    addition.collected = &range->second;
+  return addition;
 }
 
-/// The whole range as one record; one without RPs before it is complete, which changes nothing.
-Ptr<MessageFit::Group> MessageFit::recordOf(Group const& group, Range const& range) const {
+/// Adds the RPs of a record.
+void MessageFit::add(Addition& addition, Group const& group, std::size_t record) const {
+  Range const* collected = addition.collected;
+  for (auto rp = group.rpListIterator(); rp; ++rp) {
+    Terms const terms{rp->rpHoldtime(), rp->rpPriority()};
+    bool isNew = addition.taken.insert_or_assign(rp->rpAddress(), terms).second;
+    if (isNew && (collected == nullptr || !collected->taken.contains(rp->rpAddress()))) ++addition.fresh;
+  }
+  auto [at, end] = leftOutOf(record);
+  for (; at != end; ++at) {
+    std::pair const rp(at->address, at->repetition);
+    bool isNew = addition.leftOut.insert(rp).second;
+    if (isNew && (collected == nullptr || !collected->leftOut.contains(rp))) ++addition.fresh;
+  }
+}
+
+static void put(Packet::BootstrapGroupData& record, Lanet::IpGenAddr const& address, U16 holdtime,
+                U8 priority) {
+  Ptr<Packet::BootstrapRpData> rp = record.rpListIs(address);
+  rp->rpHoldtimeIs(holdtime);
+  rp->rpPriorityIs(priority);
+}
+
+/// The whole range as one record, once: one without RPs before it is complete, which changes nothing, and one
+/// with the RPs of this record alone after it was.
+Ptr<MessageFit::Group> MessageFit::recordOf(Group const& group, Addition const& addition,
+                                            bool wasComplete) const {
   auto record = Zet::make<Group>(group.prefix());
   record->groupFlagsIs(group.groupFlags());
-  if (!range.isComplete()) return record;
-  for (auto const& [address, terms] : range.rps) {
-    Ptr<Packet::BootstrapRpData> rp = record->rpListIs(address);
-    rp->rpHoldtimeIs(terms.holdtime);
-    rp->rpPriorityIs(terms.priority);
+  if (!addition.isComplete()) return record;
+  if (wasComplete) {
+    for (auto rp = group.rpListIterator(); rp; ++rp)
+      put(*record, rp->rpAddress(), rp->rpHoldtime(), rp->rpPriority());
+  } else {
+    if (addition.collected != nullptr) {
+      for (auto const& [rp, terms] : addition.collected->taken)
+        put(*record, rp, terms.holdtime, terms.priority);
+    }
+    for (auto const& [rp, terms] : addition.taken) put(*record, rp, terms.holdtime, terms.priority);
   }
-  record->rpCountIs(static_cast<U8>(range.rps.size()));
+  record->rpCountIs(static_cast<U8>(record->rpListCount()));
   record->fragRpCountIs(record->rpCount());
   return record;
 }
@@ -108,7 +136,8 @@ void MessageFit::forgetFragments(Key const& key) {
 
 /// Whether a record, as it was before RPs were left out of it, names a part of its range.
 bool MessageFit::isPart(Group const& group, std::size_t record) const {
-  bool namesRps = group.fragRpCount() != 0 || isLeftOutOf(record);
+  auto [begin, end] = leftOutOf(record);
+  bool namesRps = group.fragRpCount() != 0 || begin != end;
   return namesRps && group.fragRpCount() != group.rpCount();
 }
 
@@ -133,10 +162,11 @@ MessageFit::Verdict MessageFit::prepare(Message& message) {
     Ptr<Group> given = group.ptr();
     if (isPart(*group, record)) {
       Key key(message.srcAddr(), message.fragmentTag(), group->prefix());
-      Range range = collected(key, *group, record);
-      if (range.size() > range.announced) return {.reason = DropReason::fragmentOverflow};
-      if (!range.leftOut.empty()) given = recordOf(*group, range);
-      pending_[key] = range;
+      Addition& addition = additionOf(key, *group);
+      bool wasComplete = addition.isComplete();
+      add(addition, *group, record);
+      if (addition.total() > addition.announced) return {.reason = DropReason::fragmentOverflow};
+      if (addition.lacksRps()) given = recordOf(*group, addition, wasComplete);
     }
     passed->groupRpData()->groupDataEnq(given);
   }
@@ -148,29 +178,39 @@ MessageFit::Verdict MessageFit::prepare(Message& message) {
 /// whether there are any of the former.
 bool MessageFit::withhold() {
   bool isWithheld = false;
-  for (auto const& [key, range] : pending_) {
-    auto at = ranges_.find(key);
-    bool isRestarted = at != ranges_.end() && at->second.announced != range.announced;
-    if (isRestarted || !range.leftOut.empty()) forgetFragments(key);
-    isWithheld = isWithheld || !range.leftOut.empty();
+  for (auto const& [key, addition] : pending_) {
+    bool isRestarted = addition.collected == nullptr && ranges_.contains(key);
+    if (isRestarted || addition.lacksRps()) forgetFragments(key);
+    isWithheld = isWithheld || addition.lacksRps();
   }
   return isWithheld;
 }
 
-/// A range that is complete without a missing RP is the machines' own business again.
-void MessageFit::handleAccepted() {
-  for (auto& [key, range] : pending_) {
-    auto at = ranges_.find(key);
-    auto place = at == ranges_.end() ? byAge_.insert(byAge_.end(), key) : at->second.place;
-    if (at != ranges_.end()) count_ -= at->second.size();
-    count_ += range.size();
-    range.place = place;
-    ranges_[key] = std::move(range);
-    at = ranges_.find(key);
-    bool isDone = at->second.isComplete() && at->second.leftOut.empty();
-    bool hasRoom = settings_.fragmentRps == 0 || count_ <= settings_.fragmentRps;
-    if (isDone || !hasRoom) drop(at);
+/// Adds to what is collected of a range, or begins it anew. A range that is complete without a missing RP is
+/// the machines' own business again.
+void MessageFit::collect(Key const& key, Addition& addition) {
+  auto at = ranges_.find(key);
+  if (at != ranges_.end() && addition.collected == nullptr) {
+    drop(at);
+    at = ranges_.end();
   }
+  if (at == ranges_.end()) {
+    at = ranges_.try_emplace(key).first;
+    at->second.announced = addition.announced;
+    at->second.startedAt = Zet::now();
+    at->second.place = byAge_.insert(byAge_.end(), key);
+  }
+  Range& range = at->second;
+  for (auto const& [rp, terms] : addition.taken) range.taken.insert_or_assign(rp, terms);
+  range.leftOut.merge(addition.leftOut);
+  count_ += addition.fresh;
+  bool isDone = range.size() == range.announced && range.leftOut.empty();
+  bool hasRoom = settings_.fragmentRps == 0 || count_ <= settings_.fragmentRps;
+  if (isDone || !hasRoom) drop(at);
+}
+
+void MessageFit::handleAccepted() {
+  for (auto& [key, addition] : pending_) collect(key, addition);
   pending_.clear();
 }
 

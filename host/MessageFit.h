@@ -10,6 +10,7 @@
 #include "host/IngressSettings.h"
 #include "model/DropReason.h"
 #include "protocol/PimBsrSm.h"
+#include "runtime/MeteredLess.h"
 #include "wire/Wire.h"
 
 namespace pimbsr::host {
@@ -53,39 +54,57 @@ class PIMBSR_INTERNAL MessageFit {
 
  private:
   using Group = Routing::Pim::Packet::BootstrapGroupData;
+  using Less = Zet::Meter::Less;
   using Key = std::tuple<Lanet::IpGenAddr, Zet::U16, Lanet::IpGenPrefix>;  ///< sender, fragment tag, range
   struct Terms {
     U16 holdtime = 0;
     U8 priority = 0;
   };
-  struct Range {
+  struct Rps {
+    std::map<Lanet::IpGenAddr, Terms, Less> taken;
+    std::set<std::pair<Lanet::IpGenAddr, U32>, Less> leftOut;  ///< with how often its record named it before
+
+    U32 size() const { return static_cast<U32>(taken.size() + leftOut.size()); }
+  };
+  /// What messages have named of a range.
+  struct Range : Rps {
     U8 announced = 0;
-    std::map<Lanet::IpGenAddr, Terms> rps;
-    std::set<std::pair<Lanet::IpGenAddr, U32>> leftOut;  ///< with how often its record named it before
     double startedAt = 0;
     std::list<Key>::iterator place;
-
-    U32 size() const { return static_cast<U32>(rps.size() + leftOut.size()); }
-    bool isComplete() const { return size() == announced; }
   };
+  /// What the message at hand names of a range: it costs what it names, however much is collected.
+  struct Addition : Rps {
+    U8 announced = 0;
+    Range const* collected = nullptr;  ///< by former messages that announced as many; null for none
+    U32 fresh = 0;                     ///< RPs that are not collected yet
+
+    U32 total() const { return fresh + (collected == nullptr ? 0 : collected->size()); }
+    bool isComplete() const { return total() == announced; }
+    bool lacksRps() const {
+      return !leftOut.empty() || (collected != nullptr && !collected->leftOut.empty());
+    }
+  };
+  using LeftOutOfRecord = std::pair<wire::LeftOutRps::const_iterator, wire::LeftOutRps::const_iterator>;
 
   void dropOld();
-  void drop(std::map<Key, Range>::iterator at);
-  Range collected(Key const& key, Group const& group, std::size_t record) const;
-  bool isLeftOutOf(std::size_t record) const;
+  void drop(std::map<Key, Range, Less>::iterator at);
+  Addition& additionOf(Key const& key, Group const& group);
+  void add(Addition& addition, Group const& group, std::size_t record) const;
+  LeftOutOfRecord leftOutOf(std::size_t record) const;
   bool isPart(Group const& group, std::size_t record) const;
   bool withhold();
-  Zet::Ptr<Group> recordOf(Group const& group, Range const& range) const;
+  Zet::Ptr<Group> recordOf(Group const& group, Addition const& addition, bool wasComplete) const;
   void forgetFragments(Key const& key);
+  void collect(Key const& key, Addition& addition);
 
   Routing::Pim::Bsr::PimBsrSm& root_;
   CorrectionSwitch& correction_;
   IngressSettings const& settings_;
   wire::LeftOutRps leftOut_;
-  std::map<Key, Range> ranges_;
+  std::map<Key, Range, Less> ranges_;
   std::list<Key> byAge_;  ///< the keys, the oldest first
   U32 count_ = 0;
-  std::map<Key, Range> pending_;  ///< of the message at hand
+  std::map<Key, Addition, Less> pending_;  ///< of the message at hand
 };
 
 }  // namespace pimbsr::host
