@@ -48,7 +48,7 @@ class Quotas::Cut {
       }
     }
     quotas_.waiting_.charge(waiting_);
-    quotas_.rps_.charge(rps_);
+    quotas_.charge(zone_, rps_);
     return verdict_;
   }
 
@@ -70,12 +70,13 @@ class Quotas::Cut {
   DropReason check(BootstrapGroupData const& group) {
     if (group.fragRpCount() == 0) return DropReason::none;
     U64 waiting = fits_.fragments ? 0 : quotas_.newWaiting(message_, group);
-    U64 fresh = fits_.rps ? 0 : quotas_.newRps(zone_, message_, group);
+    U64 fresh = fits_.rps ? 0 : quotas_.newRps(zone_, message_, group, named_);
     if (waiting != 0 && !quotas_.hasRoomToWait(waiting_ + waiting)) return DropReason::fragmentQuota;
     if (!fits_.ranges && !hasRoom(group.prefix())) return DropReason::zoneRanges;
-    if (fresh != 0 && !quotas_.hasRoomForRps(rps_ + fresh)) return DropReason::rpQuota;
+    if (fresh != 0 && !quotas_.hasRoomForRps(zone_, rps_ + fresh)) return DropReason::rpQuota;
     waiting_ += waiting;
     rps_ += fresh;
+    if (!fits_.rps) named_[group.prefix()].isCharged = true;
     return DropReason::none;
   }
 
@@ -116,6 +117,7 @@ class Quotas::Cut {
   U64 waiting_ = 0;              ///< RPs that the message adds to the fragment stores
   U64 rps_ = 0;                  ///< RPs that it adds to the sets
   std::set<IpGenPrefix> added_;  ///< ranges that the message adds
+  NamedRanges named_;
   Verdict verdict_;
 };
 
@@ -134,11 +136,11 @@ Quotas::Fits Quotas::fit(IpGenPrefix const& zone, BootstrapMessage const& messag
   auto count = [this](Tally& tally) { countWaiting(tally); };
   fits.fragments = waiting == 0 || waiting_.add(waiting, settings_.fragmentRps, count);
   fits.ranges = settings_.rangesPerZone == 0 || !areRangesTooMany(zone, message);
-  if (settings_.rps == 0 || takesRps(namedRps(message), settings_.rps)) return fits;
+  if (settings_.rps == 0 || takesRps(zone, namedRps(message))) return fits;
   U64 fresh = newRps(zone, message);
   // Kept RPs that had to go may be among those that the message names.
   if (fresh != 0 && makeRoom(fresh, settings_.rps)) fresh = newRps(zone, message);
-  fits.rps = fresh == 0 || takesRps(fresh, settings_.rps);
+  fits.rps = fresh == 0 || takesRps(zone, fresh);
   return fits;
 }
 
@@ -247,10 +249,12 @@ Ptr<RpCandidateSet> Quotas::known(IpGenPrefix const& zone, IpGenPrefix const& ra
   return sets ? sets->crpSet(range) : nullptr;
 }
 
+static U64 halfOf(U32 bound) { return (U64{bound} + 1) / 2; }
+
 /// RPs that may be in the sets once an advertisement of `rp` has passed.
 U64 Quotas::rpBound(Lanet::IpGenAddr const& rp, PreferredRps const& preferred) const {
   bool isWhole = preferred.isEmpty() || preferred.contains(rp);
-  return isWhole ? settings_.rps : (U64{settings_.rps} + 1) / 2;
+  return isWhole ? settings_.rps : halfOf(settings_.rps);
 }
 
 /// Removes kept RPs where so many new ones have no room, and returns whether it did. The RPs of a new BSR are
@@ -266,17 +270,38 @@ bool Quotas::takesRps(U64 rps, U64 bound) {
   return rps_.add(rps, bound, [this](Tally& tally) { countRps(tally); });
 }
 
-bool Quotas::hasRoomForRps(U64 rps) {
+/// Takes RPs that a zone's message names, if they are within the bounds.
+bool Quotas::takesRps(IpGenPrefix const& zone, U64 rps) {
+  if (isScoped(zone) && !hasRoomForScopedRps(rps)) return false;
+  if (!takesRps(rps, settings_.rps)) return false;
+  if (isScoped(zone)) scopedRps_.charge(rps);
+  return true;
+}
+
+bool Quotas::hasRoomForRps(IpGenPrefix const& zone, U64 rps) {
+  if (isScoped(zone) && !hasRoomForScopedRps(rps)) return false;
   return rps_.hasRoom(rps, settings_.rps, [this](Tally& tally) { countRps(tally); });
 }
 
-/// All RPs that a message could add, known or not; with those of its fragments that came before.
+bool Quotas::hasRoomForScopedRps(U64 rps) {
+  return scopedRps_.hasRoom(rps, halfOf(settings_.rps), [this](Tally& tally) { countScopedRps(tally); });
+}
+
+void Quotas::charge(IpGenPrefix const& zone, U64 rps) {
+  rps_.charge(rps);
+  if (isScoped(zone)) scopedRps_.charge(rps);
+}
+
+/// All RPs that a message could add, known or not; with those of its fragments that came before, once for
+/// each range.
 U64 Quotas::namedRps(BootstrapMessage const& message) const {
   U64 named = 0;
+  std::set<IpGenPrefix, Zet::Meter::Less> held;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
   for (auto group = groups->groupDataIterator(); group; ++group) {
     named += group->fragRpCount();
-    if (Ptr<Bsr::PimBsrRxFragment> held = waiting(message, *group)) named += held->rps();
+    Ptr<Bsr::PimBsrRxFragment> fragment = waiting(message, *group);
+    if (fragment && held.insert(group->prefix()).second) named += fragment->rps();
   }
   return named;
 }
@@ -293,23 +318,29 @@ static U64 countNew(RpWalk rps, Ptr<RpCandidateSet> const& set, Known const& isK
 }
 
 /// A range without a set costs one at least: withdrawing RPs that never were makes an empty set of it.
-U64 Quotas::newRps(IpGenPrefix const& zone, BootstrapMessage const& message,
-                   BootstrapGroupData const& group) const {
+U64 Quotas::newRps(IpGenPrefix const& zone, BootstrapMessage const& message, BootstrapGroupData const& group,
+                   NamedRanges& named) const {
   if (group.fragRpCount() == 0) return 0;
   Ptr<RpCandidateSet> set = known(zone, group.prefix());
   Ptr<Bsr::PimBsrRxFragment> held = waiting(message, group);
-  U64 fresh = countNew(group.rpListIterator(), set, [&](auto const& address) {
-    return (held && held->rp(address)) || isKept(group.prefix(), address);
-  });
-  auto isKnown = [&](auto const& address) { return isKept(group.prefix(), address); };
-  if (held) fresh += countNew(held->rpIterator(), set, isKnown);
+  auto isKeptRp = [&](auto const& address) { return isKept(group.prefix(), address); };
+  U64 fresh = countNew(group.rpListIterator(), set,
+                       [&](auto const& address) { return (held && held->rp(address)) || isKeptRp(address); });
+  auto [at, isFirst] = named.try_emplace(group.prefix());
+  if (at->second.isCharged) return fresh;
+  if (isFirst && held) at->second.earlierRps = countNew(held->rpIterator(), set, isKeptRp);
+  fresh += at->second.earlierRps;
   return set ? fresh : std::max<U64>(fresh, 1);
 }
 
 U64 Quotas::newRps(IpGenPrefix const& zone, BootstrapMessage const& message) const {
   U64 all = 0;
+  NamedRanges named;
   Ptr<Packet::BootstrapOptionalData> groups = message.groupRpData();
-  for (auto group = groups->groupDataIterator(); group; ++group) all += newRps(zone, message, *group);
+  for (auto group = groups->groupDataIterator(); group; ++group) {
+    all += newRps(zone, message, *group, named);
+    if (group->fragRpCount() != 0) named[group->prefix()].isCharged = true;
+  }
   return all;
 }
 
@@ -330,13 +361,21 @@ U64 Quotas::newRps(Packet::CrpAdvMessage const& message) const {
   return fresh;
 }
 
+static void countSets(Tally& tally, Bsr::PimBsrRpCandidateStatus const& zone) {
+  Ptr<Routing::Pim::RpCandidateStatus> sets = zone.status();
+  if (!sets) return;
+  for (auto set = sets->crpSetIterator(); set; ++set) tally.counted(std::max<U64>(set->rpCount(), 1));
+}
+
 void Quotas::countRps(Tally& tally) const {
-  for (auto zone = root_.bsrStatus()->crpStatusIterator(); zone; ++zone) {
-    Ptr<Routing::Pim::RpCandidateStatus> sets = zone->status();
-    if (!sets) continue;
-    for (auto set = sets->crpSetIterator(); set; ++set) tally.counted(std::max<U64>(set->rpCount(), 1));
-  }
+  for (auto zone = root_.bsrStatus()->crpStatusIterator(); zone; ++zone) countSets(tally, *zone);
   if (holdOver_ != nullptr && holdOver_->count() != 0) tally.counted(holdOver_->count());
+}
+
+void Quotas::countScopedRps(Tally& tally) const {
+  for (auto zone = root_.bsrStatus()->crpStatusIterator(); zone; ++zone) {
+    if (isScoped(zone.key())) countSets(tally, *zone);
+  }
 }
 
 }  // namespace pimbsr::host

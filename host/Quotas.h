@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <map>
 
 #include "host/HoldOver.h"
 #include "host/IngressSettings.h"
@@ -9,6 +10,7 @@
 #include "model/Status.h"
 #include "protocol/BootstrapMessageSm.h"
 #include "protocol/PimBsrSm.h"
+#include "runtime/MeteredLess.h"
 
 namespace pimbsr::host {
 
@@ -73,7 +75,8 @@ class PIMBSR_INTERNAL Tally {
 /// would add too much is cut to the RPs that its set holds. The store takes a message as a change and not as
 /// the whole set, so no range is emptied by it. This router's own candidate RPs are no peer's and come on top
 /// of the bound for RPs. RPs that are kept of a former BSR count in that bound, and give way to RPs of the
-/// present one.
+/// present one. Scoped zones together add no more than half of IngressSettings::rps: any neighbor can claim
+/// to be BSR of one, and must not keep the RPs of the global zone out.
 class PIMBSR_INTERNAL Quotas {
  public:
   /// What becomes of a Bootstrap Message.
@@ -100,6 +103,7 @@ class PIMBSR_INTERNAL Quotas {
   /// To be called after the settings have changed.
   void handleSettings() {
     rps_ = {};
+    scopedRps_ = {};
     waiting_ = {};
   }
 
@@ -126,8 +130,14 @@ class PIMBSR_INTERNAL Quotas {
       Routing::Pim::Packet::BootstrapMessage const& message,
       Routing::Pim::Packet::BootstrapGroupData const& group) const;
   U64 namedRps(Routing::Pim::Packet::BootstrapMessage const& message) const;
+  /// A range that a message names: what is charged for it once, however many records name it.
+  struct Named {
+    U64 earlierRps = 0;  ///< new RPs of its fragments that came before
+    bool isCharged = false;
+  };
+  using NamedRanges = std::map<Lanet::IpGenPrefix, Named, Zet::Meter::Less>;
   U64 newRps(Lanet::IpGenPrefix const& zone, Routing::Pim::Packet::BootstrapMessage const& message,
-             Routing::Pim::Packet::BootstrapGroupData const& group) const;
+             Routing::Pim::Packet::BootstrapGroupData const& group, NamedRanges& named) const;
   U64 newRps(Lanet::IpGenPrefix const& zone, Routing::Pim::Packet::BootstrapMessage const& message) const;
   U64 newRps(Routing::Pim::Packet::CrpAdvMessage const& message) const;
   Zet::Ptr<Routing::Pim::RpCandidateStatus> setsOf(Lanet::IpGenPrefix const& zone) const;
@@ -139,15 +149,21 @@ class PIMBSR_INTERNAL Quotas {
     return holdOver_ != nullptr && holdOver_->keeps(range, rp);
   }
   bool takesRps(U64 rps, U64 bound);
-  bool hasRoomForRps(U64 rps);
+  bool takesRps(Lanet::IpGenPrefix const& zone, U64 rps);
+  bool hasRoomForRps(Lanet::IpGenPrefix const& zone, U64 rps);
+  bool hasRoomForScopedRps(U64 rps);
+  void charge(Lanet::IpGenPrefix const& zone, U64 rps);
   void countRps(Tally& tally) const;
+  void countScopedRps(Tally& tally) const;
+  bool isScoped(Lanet::IpGenPrefix const& zone) const { return zone != root_.globalOrNonScopeZone(); }
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
   Routing::Pim::Bsr::BootstrapMessageSm& gate_;
   IngressSettings const& settings_;
   HoldOver* holdOver_ = nullptr;
-  Tally rps_;      ///< RPs in the sets of all zones, and kept ones
-  Tally waiting_;  ///< RPs in the fragment stores of all tags
+  Tally rps_;        ///< RPs in the sets of all zones, and kept ones
+  Tally scopedRps_;  ///< RPs in the sets of scoped zones
+  Tally waiting_;    ///< RPs in the fragment stores of all tags
 };
 
 }  // namespace pimbsr::host

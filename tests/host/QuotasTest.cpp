@@ -284,14 +284,52 @@ TEST_F(QuotasTest, FragmentThatCompletesARangeBringsItsWholeRange) {
   EXPECT_EQ(reasonFor(fragment(3, someRps(4, 2), 5)), "");
 }
 
+TEST_F(QuotasTest, StoredFragmentsCountOnceHoweverManyRecordsNameTheirRange) {
+  router.ingressSettingsIs({.rps = 12});
+  EXPECT_EQ(reasonFor(fragment(1, someRps(1, 4), 6)), "");
+  Bsm again = fragment(1, someRps(1, 1), 6);
+  for (int i = 0; i < 4; ++i) again.groups.push_back(again.groups.front());
+  EXPECT_EQ(reasonFor(again), "");
+  EXPECT_EQ(reasonFor(fragment(1, someRps(5, 2), 6)), "");
+  EXPECT_EQ(router.rpCandidateStatus()->crpSet(prefix("224.0.0.0/4"))->rpCount(), 6u);
+}
+
+/// RPs of a range of a scoped zone.
+Bsm inZone(std::string const& zone, std::vector<Rp> const& rps) {
+  return {.groups = {{zone + ".0.0.0/8", {}, scopedFlag}, {zone + ".1.0.0/16", rps}}};
+}
+
 TEST_F(QuotasTest, AllZonesShareTheQuotaOfRps) {
   router.ingressSettingsIs({.rps = 3});
   EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 2)}}}), "");
-  auto inZone = [](std::vector<Rp> const& rps) {
-    return Bsm{.groups = {{"239.0.0.0/8", {}, scopedFlag}, {"239.1.0.0/16", rps}}};
-  };
-  EXPECT_EQ(reasonFor(inZone(someRps(1, 2))), "rp-quota");
-  EXPECT_EQ(reasonFor(inZone(someRps(1, 1))), "");
+  EXPECT_EQ(reasonFor(inZone("239", someRps(1, 2))), "rp-quota");
+  EXPECT_EQ(reasonFor(inZone("239", someRps(1, 1))), "");
+}
+
+TEST_F(QuotasTest, ScopedZonesTogetherFillHalfOfTheQuotaOfRps) {
+  router.ingressSettingsIs({.rps = 7});
+  EXPECT_EQ(reasonFor(inZone("238", someRps(1, 5))), "rp-quota");
+  EXPECT_EQ(reasonFor(inZone("238", someRps(1, 3))), "");
+  EXPECT_EQ(reasonFor(inZone("239", someRps(1, 2))), "rp-quota");
+  EXPECT_EQ(reasonFor(inZone("239", someRps(1, 1))), "");
+  EXPECT_EQ(reasonFor(inZone("238", someRps(1, 3))), "") << "known RPs are renewed";
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 3)}}}), "") << "the global zone has its half";
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 4)}}}), "rp-quota");
+}
+
+TEST_F(QuotasTest, GlobalZoneMayFillTheWholeQuotaOfRps) {
+  router.ingressSettingsIs({.rps = 4});
+  EXPECT_EQ(reasonFor(Bsm{.groups = {{"224.0.0.0/4", someRps(1, 4)}}}), "");
+  EXPECT_EQ(reasonFor(inZone("239", someRps(1, 1))), "rp-quota");
+}
+
+TEST_F(QuotasTest, RpsThatLeaveScopedZonesGiveTheirPlacesBack) {
+  router.ingressSettingsIs({.rps = 4});
+  EXPECT_EQ(reasonFor(inZone("239", someRps(1, 2))), "");
+  EXPECT_EQ(reasonFor(inZone("239", someRps(3, 2))), "rp-quota");
+  EXPECT_EQ(reasonFor(inZone("239", {{"203.0.113.1", 0}, {"203.0.113.2", 0}})), "");
+  run(2);
+  EXPECT_EQ(reasonFor(inZone("239", someRps(3, 2))), "");
 }
 
 TEST_F(QuotasTest, AdvertisementsToTheElectedBsrCountToo) {
