@@ -11,7 +11,7 @@ namespace pimbsr::agent {
 class TimerLatency {
  public:
   /// Upper bounds of the histogram's buckets, seconds; a greater latency is in none.
-  static constexpr std::array<double, 5> bounds = {0.001, 0.01, 0.1, 1, 10};
+  static constexpr std::array<double, 6> bounds = {0.001, 0.01, 0.02, 0.1, 1, 10};
 
   /// Counts timers served `late` seconds after they were due; less than 0 counts as 0.
   void note(double late) {

@@ -293,6 +293,7 @@ TEST_F(MetricsTest, TimersAndTheProcessAreReported) {
   EXPECT_EQ(sample("pimbsr_timers_armed"), std::to_string(router->armedTimers()));
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="0.001"})"), "0");
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="0.01"})"), "1");
+  EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="0.02"})"), "1");
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="10"})"), "1");
   EXPECT_EQ(sample(R"(pimbsr_timer_lateness_seconds_bucket{le="+Inf"})"), "2");
   EXPECT_EQ(sample("pimbsr_timer_lateness_seconds_count"), "2");

@@ -5,6 +5,7 @@ Run as a program, it prints the table of the rows in a file: attack.py ROWS."""
 import json
 import os
 import pathlib
+import re
 import subprocess
 import sys
 import time
@@ -18,6 +19,7 @@ CLIENTS = pathlib.Path(__file__).with_name("clients.py")
 FORWARDED = pathlib.Path(__file__).with_name("forwarded.py")
 COLUMNS = (("attack", "attack", "{}"), ("rate", "packets/s", "{:,.0f}"), ("megabytes", "MB", "{:,.1f}"),
            ("cpu", "CPU %", "{:.0f}"), ("rss", "RSS +MiB", "{:.1f}"), ("late", "timers late ms", "{:.1f}"),
+           ("over", "by over 20 ms", "{}"),
            ("systemLate", "system late ms", "{:.1f}"), ("backlog", "backlog drops", "{:,}"),
            ("lost", "honest lost", "{}"), ("note", "note", "{}"))
 
@@ -128,6 +130,14 @@ def backlog_drops():
     return sum(int(line.split()[1], 16) for line in text.splitlines())
 
 
+def timers_late(router):
+    """How many of the timers served since the counters were cleared were more than 20 ms late."""
+    text = router.command("metrics")
+    within = int(re.search(r'^pimbsr_timer_lateness_seconds_bucket\{le="0.02"\} (\d+)$', text, re.M)[1])
+    served = int(re.search(r"^pimbsr_timer_lateness_seconds_count (\d+)$", text, re.M)[1])
+    return f"{served - within:,} of {served:,}"
+
+
 class Meter:
     """What an attack costs a router, from the construction to `row`. A sender that sends nothing measures how
     late the system itself wakes a process meanwhile."""
@@ -147,6 +157,7 @@ class Meter:
         return {"attack": name, "rate": sum(one["packets"] / one["seconds"] for one in sent),
                 "megabytes": sum(one["bytes"] for one in sent) / 1e6, "cpu": 100 * cpu / took,
                 "rss": rss / (1 << 20), "late": 1e3 * late,
+                "over": timers_late(self.router),
                 "systemLate": 1e3 * self.idle.result()["worstLateness"],
                 "backlog": backlog_drops() - self.backlog, "lost": "" if lost is None else lost, "note": note}
 

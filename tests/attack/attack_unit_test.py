@@ -73,10 +73,11 @@ class AttackUnitTest(unittest.TestCase):
 
     def test_a_table_has_a_line_for_each_row(self):
         row = {"attack": "slow_flood", "rate": 2000.4, "megabytes": 1.25, "cpu": 3.0, "rss": 0.0, "late": 1.0,
-               "systemLate": 0.5, "backlog": 12, "lost": "0 of 50", "note": ""}
+               "over": "0 of 70", "systemLate": 0.5, "backlog": 12, "lost": "0 of 50", "note": ""}
         lines = attack.table_of([row, row]).split("\n")
         self.assertEqual(3, len(lines))
-        cells = ["slow_flood", "2,000", "1.2", "3", "0.0", "1.0", "0.5", "12", "0", "of", "50"]
+        cells = ["slow_flood", "2,000", "1.2", "3", "0.0", "1.0", "0", "of", "70", "0.5", "12", "0", "of",
+                 "50"]
         self.assertEqual(cells, lines[1].split())
 
     def test_a_forwarded_message_is_one_of_the_bsr_from_the_router_without_the_no_forward_bit(self):
