@@ -89,7 +89,7 @@ TEST(Frames, NameAsManyRpsAndRangesAsThePlanAsksFor) {
   EXPECT_EQ(namedBy(framesOf("zones", somePlan())), (std::pair<U32, U32>{300, 300}));
   EXPECT_EQ(namedBy(framesOf("fragments", somePlan())), (std::pair<U32, U32>{30000, 300}));
   EXPECT_EQ(namedBy(framesOf("pieces", somePlan())), (std::pair<U32, U32>{300, 300}));
-  EXPECT_EQ(namedBy(framesOf("repeats", somePlan())), (std::pair<U32, U32>{65 * 300, 65 * 300}));
+  EXPECT_EQ(namedBy(framesOf("repeats", somePlan())), (std::pair<U32, U32>{3 * 84 + 65 * 297, 3 + 65 * 297}));
 }
 
 TEST(Frames, UseTheSourcesInTurn) {

@@ -223,15 +223,22 @@ std::vector<Frame> fragments(Plan const& plan) {
   return frames;
 }
 
-/// Messages of a few zones, each of which names a fragment of one range and RP as often as it has room.
+/// Messages of a few zones. The first ones bring 252 of 255 RPs of a range, and the others name the first of
+/// these as often as an MTU holds.
 std::vector<Frame> repeats(Plan const& plan) {
-  constexpr U32 records = 65;
+  constexpr U32 brought = 84, records = 65;
+  constexpr U8 announced = 255;
   std::vector<Frame> frames;
   for (U32 n = 0; n < plan.count; ++n) {
     Message message = bootstrapOf(plan, 7);
     message.group(zoneNumber(n % fewZones), scopedFlag).u8(0).u8(0).u16(0);
-    for (U32 i = 0; i < records; ++i)
-      message.group(plan.range, 0).u8(2).u8(1).u16(0).rp(plan.rp, plan.holdtime, 192);
+    if (n < 3) {
+      message.group(plan.range, 0).u8(announced).u8(brought).u16(0);
+      for (U32 i = 0; i < brought; ++i) message.rp(after(plan.rp, n * brought + i), plan.holdtime, 192);
+    } else {
+      for (U32 i = 0; i < records; ++i)
+        message.group(plan.range, 0).u8(announced).u8(1).u16(0).rp(plan.rp, plan.holdtime, 192);
+    }
     frames.push_back(frameOf(plan, n, message));
   }
   return frames;
