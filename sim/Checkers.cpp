@@ -331,23 +331,17 @@ IpGenAddr Expectation::rpOf(U32 node, Lanet::IpAddr group) const {
   return found;
 }
 
-bool Expectation::isOutside(U32 node, Lanet::IpAddr group) const {
-  return std::any_of(zones_.begin(), zones_.end(), [&](ZoneParts const& zone) {
-    return zone.zone().contains(IpGenAddr(group)) && zone.bsrOf(node) == nullptr;
-  });
-}
-
-Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups, Outside outside) const {
+Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups, Unserved unserved) const {
   Findings findings;
   auto text = [](IpGenAddr const& rp) { return rp.isEmpty() ? "no RP" : fmt::format("{}", rp); };
   for (U32 number = 0; number < network_.nodeCount(); ++number) {
     Node const& node = network_.node(number);
     if (!node.isRunning()) continue;
     for (Lanet::IpAddr group : groups) {
-      if (outside == Outside::leftOut && isOutside(number, group)) continue;
       IpGenAddr used = servingRp(network_, node, group);
       IpGenAddr expected = rpOf(number, group);
-      if (used == expected) continue;
+      bool isLeftOut = expected.isEmpty() && unserved == Unserved::leftOut;
+      if (used == expected || isLeftOut) continue;
       findings.push_back(fmt::format("{} uses {} for group {}, and must use {}", node.name(), text(used),
                                      IpGenAddr(group), text(expected)));
     }

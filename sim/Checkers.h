@@ -50,8 +50,8 @@ class ZoneParts {
   std::vector<Leader> leaders_;  ///< by part
 };
 
-/// Groups of a zone at routers that have no BSR of it.
-enum class Outside { compared, leftOut };
+/// Groups for which a router must use no RP.
+enum class Unserved { compared, leftOut };
 
 /// The BSR and the RP set that every router must have learned once nothing has changed for BS_Timeout and
 /// three holdtimes of RPs.
@@ -64,9 +64,8 @@ class Expectation {
   /// each group range what its longest zone with a BSR has.
   Findings check() const;
   /// Compares the RP that every running router uses for these groups with the one that the hash of the
-  /// expected RPs gives (RFC 7761 section 4.7). Groups of a zone of which a router has no BSR, such as beyond
-  /// its border, can be left out there.
-  Findings checkServed(std::span<Lanet::IpAddr const> groups, Outside outside = Outside::compared) const;
+  /// expected RPs gives (RFC 7761 section 4.7). Groups that must have none can be left out.
+  Findings checkServed(std::span<Lanet::IpAddr const> groups, Unserved unserved = Unserved::compared) const;
   std::vector<ZoneParts> const& zones() const { return zones_; }
   /// Whether a router must have a BSR of a zone.
   bool hasBsr(U32 node, Lanet::IpGenPrefix const& zone) const;
@@ -78,7 +77,6 @@ class Expectation {
   void findRps();
   ZoneParts const* zoneFor(U32 node, Lanet::IpGenPrefix const& range) const;
   bool permits(U32 bsr, Lanet::IpGenAddr const& sender) const;
-  bool isOutside(U32 node, Lanet::IpAddr group) const;
   void checkRouter(ZoneParts const& zone, U32 node, Findings& findings) const;
   void checkHash(ZoneParts const& zone, U32 node, Findings& findings) const;
   void checkExpiry(ZoneParts const& zone, U32 node, Findings& findings) const;

@@ -78,6 +78,10 @@ void FloodWatch::prune(double now) {
 void PaceWatch::onSent(Network const& network, Node const& node, BootstrapMessage const& message) {
   if (!message.forward() || !node.isOwnAddress(message.bsrAddress())) return;
   IpGenPrefix zone = host::zoneOf(message);
+  if (!node.config().candidateBsrs.contains(zone)) {
+    sent_.erase({node.id(), zone});
+    return;
+  }
   double now = node.localTime(network.now());
   auto [at, isFirst] = sent_.try_emplace({node.id(), zone}, Sent{message.fragmentTag(), now});
   Sent& sent = at->second;

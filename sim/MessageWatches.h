@@ -48,7 +48,7 @@ class FloodWatch {
 /// Watches that a BSR sends no two messages of a zone within BS_Min_Interval (RFC 5059 section 5), by its own
 /// clock. The answer to a weaker candidate is left out (section 3.1.1), and a message that an operator
 /// causes. A router without the check not-own-bsr answers its own message of before its priority was
-/// raised too.
+/// raised too. A candidacy ends with a message; one that begins after it sends its first at any time.
 class PaceWatch {
  public:
   void onSent(Network const& network, Node const& node, BootstrapMessage const& message);

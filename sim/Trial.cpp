@@ -138,8 +138,8 @@ class Trial {
 void Trial::play() {
   play(fmt::format("storm-limit {}\n", maxPackets) + random_.network() +
        fmt::format("run until {}\n", RandomScenario::faultsFrom));
-  // A range that was advertised before its zone was known may be served beyond the border still.
-  Findings early = Expectation(network()).checkServed(sampledGroups(), Outside::leftOut);
+  // A range that was advertised before its zone was known may still be served where it must not be.
+  Findings early = Expectation(network()).checkServed(sampledGroups(), Unserved::leftOut);
   if (domain_ == Domain::corrected) append(result_.findings, early, "before the faults");
   play(random_.faults() + random_.healing());
   play(fmt::format("run until {}\n", RandomScenario::healedAt + settling));

@@ -17,8 +17,8 @@ using pimbsr::sim::Expectation;
 using pimbsr::sim::Findings;
 using pimbsr::sim::FloodWatch;
 using pimbsr::sim::OutageWatch;
-using pimbsr::sim::Outside;
 using pimbsr::sim::PaceWatch;
+using pimbsr::sim::Unserved;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -152,6 +152,22 @@ TEST_F(WatchesTest, AnswersAndChangesOfAnOperatorHaveNoPace) {
   EXPECT_EQ(watch.findings().size(), 1u) << "but one of before its priority was raised is";
 }
 
+TEST_F(WatchesTest, ACandidacyThatBeginsAfterAnotherEndedHasAPaceOfItsOwn) {
+  PaceWatch watch;
+  auto send = [&](Zet::U16 tag) {
+    watch.onSent(network(), script.node(0), *make(messageOf("10.1.0.1", tag)));
+  };
+  send(1);
+  script.play("no candidate-bsr r1 global\n");
+  send(2);
+  script.play("run 4\ncandidate-bsr r1 global\nrun 5\n");
+  send(3);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  script.play("run 5\n");
+  send(4);
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("5.000 s apart")));
+}
+
 TEST_F(WatchesTest, MessagesOfOthersHaveNoPace) {
   PaceWatch watch;
   for (Zet::U16 tag = 1; tag < 4; ++tag)
@@ -233,7 +249,7 @@ TEST_F(WatchesTest, AGroupWithoutRpIsFound) {
               ElementsAre("r3 uses no RP for group 239.1.2.3, and must use 10.2.0.3"));
 }
 
-TEST_F(WatchesTest, GroupsOfAZoneCanBeLeftOutBeyondItsBorder) {
+TEST_F(WatchesTest, GroupsThatMustHaveNoRpCanBeLeftOut) {
   script.play(
       "border r2 l2 239.1.0.0/16\nborder r3 l2 239.1.0.0/16\n"
       "candidate-bsr r1 239.1.0.0/16\nrun 30\n");
@@ -241,7 +257,7 @@ TEST_F(WatchesTest, GroupsOfAZoneCanBeLeftOutBeyondItsBorder) {
   EXPECT_THAT(expected.checkServed(groups),
               testing::Contains("r3 uses 10.2.0.3 for group 239.1.2.3, and must use no RP"))
       << "it was advertised before the zone was known";
-  EXPECT_THAT(expected.checkServed(groups, Outside::leftOut), IsEmpty());
+  EXPECT_THAT(expected.checkServed(groups, Unserved::leftOut), IsEmpty());
 }
 
 // Random networks -------------------------------------------------------------------------------------
