@@ -123,7 +123,7 @@ class AttackTest(ControlAttacks, unittest.TestCase):
 
     # Chosen keys -------------------------------------------------------------------------------------
 
-    def play_chosen(self, attack, kind, count, bits):
+    def play_chosen(self, attack, kind, count, bits, limits=""):
         """A BSR names so many keys that share a bucket; timers stay on time, and when it ends another router
         is elected, while all those RPs stay in use, since it names none of their ranges. They leave at once
         when an operator clears them. The clock runs ten times as fast."""
@@ -131,8 +131,8 @@ class AttackTest(ControlAttacks, unittest.TestCase):
         (r1, r2), _ = lab.chain("r1", "r2")
         r1.config("[interface.eth-r2]\nhello-interval = 1\n")
         timers = "[timers]\nbs-timeout = 30\n"
-        r1.config(candidate_bsr(priority=50, bs_period=10) + timers)
-        r2.config(timers)
+        r1.config(candidate_bsr(priority=50, bs_period=10) + timers + limits)
+        r2.config(timers + limits)
         for router, interface in ((r1, "eth-r2"), (r2, "eth-r1")):
             router.amend(interface, "hello-interval = 1")
         lab.start()
@@ -169,8 +169,13 @@ class AttackTest(ControlAttacks, unittest.TestCase):
         self.play_chosen("chosen_rps", "chosen-rps", 16000, 14)
 
     def test_chosen_ranges(self):
-        """4,000 ranges whose keys share a bucket."""
-        self.play_chosen("chosen_ranges", "chosen-ranges", 4000, 12)
+        """4,000 ranges whose keys share a bucket, as the bounds permit; three times as many in the full form,
+        with a higher bound."""
+        if is_full():
+            limits = "[limits]\nranges-per-zone = 12000\n"
+            self.play_chosen("chosen_ranges", "chosen-ranges", 12000, 14, limits)
+        else:
+            self.play_chosen("chosen_ranges", "chosen-ranges", 4000, 12)
 
     # Forged advertisements ---------------------------------------------------------------------------
 
