@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import re
 import socket
 import subprocess
 import sys
@@ -15,6 +16,7 @@ import attack_test
 import forwarded
 
 SHORT_TOTAL = 60  # seconds of attack in one run of all tests
+SECURITY = pathlib.Path(__file__).resolve().parents[2] / "docs/security.md"
 
 
 class Server:
@@ -70,6 +72,19 @@ class AttackUnitTest(unittest.TestCase):
         names = unittest.TestLoader().getTestCaseNames(attack_test.AttackTest)
         tests = {name.removeprefix("test_") for name in names} - {"other_floods", "read_only_socket"}
         self.assertEqual(set(attack_test.LENGTHS), tests | set(attack_test.OTHER_FLOODS))
+
+    def test_both_tables_of_the_documentation_name_each_attack_and_a_length_that_it_has(self):
+        section = SECURITY.read_text().split("\n## Attacks and their costs\n")[1].split("\n## ")[0]
+        tables = section.split("| attack |")[1:]
+        self.assertEqual(2, len(tables))
+        for table in tables:
+            cells = [line.split("|")[1] for line in table.splitlines() if line.startswith("| ")]
+            names = [re.findall(r"`([a-z_]+)`", cell) for cell in cells]
+            self.assertEqual(set(attack_test.LENGTHS), {name for row in names for name in row})
+            for cell, row in zip(cells, names):
+                for seconds in re.findall(r"`, ([\d,]+) s\b", cell):
+                    lengths = {length for name in row for length in attack_test.LENGTHS[name]}
+                    self.assertIn(int(seconds.replace(",", "")), lengths, cell)
 
     def test_a_table_has_a_line_for_each_row(self):
         row = {"attack": "slow_flood", "rate": 2000.4, "megabytes": 1.25, "cpu": 3.0, "rss": 0.0, "late": 1.0,
