@@ -1,6 +1,6 @@
-// Plays a corpus through a fuzz target where there is no libFuzzer: every file of the folders given as
-// arguments, and of each file FUZZ_MUTATIONS mutations (100 unless set) that are the same in every run. The
-// files must reach the goals of the target; mutations don't count.
+// Plays a corpus through a fuzz target where there is no libFuzzer: every file given as an argument or in a
+// folder given, and of each file FUZZ_MUTATIONS mutations (100 unless set) that are the same in every run.
+// The files must reach the goals of the target; mutations don't count.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -27,9 +27,11 @@ size_t mutationsPerFile() {
   return wanted == nullptr ? 100 : std::strtoul(wanted, nullptr, 10);
 }
 
-std::vector<std::filesystem::path> filesIn(std::filesystem::path const& folder) {
+/// The files of a folder, or the file itself.
+std::vector<std::filesystem::path> filesOf(std::filesystem::path const& path) {
+  if (std::filesystem::is_regular_file(path)) return {path};
   std::vector<std::filesystem::path> files;
-  for (auto const& entry : std::filesystem::directory_iterator(folder)) {
+  for (auto const& entry : std::filesystem::directory_iterator(path)) {
     if (entry.is_regular_file()) files.push_back(entry.path());
   }
   std::sort(files.begin(), files.end());
@@ -111,9 +113,9 @@ class Mutator {
 int main(int argc, char** argv) try {
   std::vector<Bytes> inputs;
   for (int i = 1; i < argc; ++i) {
-    for (auto const& file : filesIn(argv[i])) inputs.push_back(read(file));
+    for (auto const& file : filesOf(argv[i])) inputs.push_back(read(file));
   }
-  if (inputs.empty()) throw std::runtime_error("no input: give folders that hold files");
+  if (inputs.empty()) throw std::runtime_error("no input: give files, or folders that hold some");
   for (Bytes const& input : inputs) run(input);
   if (!checkGoals()) return 1;
   Mutator mutator;

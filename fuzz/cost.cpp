@@ -26,6 +26,7 @@
 
 #include "agent/config/Settings.h"
 #include "fuzz/Goal.h"
+#include "fuzz/PlantedWork.h"
 #include "host/Router.h"
 #include "runtime/Assert.h"
 #include "runtime/Bits.h"
@@ -130,8 +131,8 @@ IpGenAddr chosenAddress(U32 number) { return chosenAddresses[number % chosenKeys
 IpGenPrefix chosenRange(U32 number) { return chosenRanges[number % chosenKeys]; }
 
 /// Five bytes that stand for messages with chosen keys. The highest bit of the first makes advertised ranges
-/// bidirectional, the next two name the kind, and the lowest three and the second byte are the number of the
-/// first key.
+/// bidirectional, and puts each key of a Bootstrap Message into a message of its own. The next two name the
+/// kind, and the lowest three and the second byte are the number of the first key.
 struct ShortForm {
   enum Kind : U8 { rps, ranges, advertisements, hello };
 
@@ -142,6 +143,14 @@ struct ShortForm {
         count(bytes[2]),
         number(bytes[3]),
         holdtime(bytes[4]) {}
+
+  /// The same for one of its keys alone.
+  ShortForm only(U32 key) const {
+    ShortForm one = *this;
+    one.first += key;
+    one.count = 1;
+    return one;
+  }
 
   Packet::GroupFlags flags;  ///< of advertised ranges
   Kind kind;
@@ -206,14 +215,20 @@ std::vector<U8> helloOf(ShortForm const& form) {
 /// What a router has earned and not spent.
 class Account {
  public:
-  /// Records of 8 bytes at least, each of which is looked for, stored, mirrored, timed and forwarded.
-  void earnBytes(std::size_t bytes, U64 kept) {
-    named_ += bytes / 8 + 1;
-    earn(bytes / 8 + 1, kept);
+  /// A packet: its records of 8 bytes at least, each of which is looked for, stored, mirrored and timed.
+  void earnReceived(std::size_t bytes, U64 kept) {
+    U64 const records = recordsOf(bytes);
+    named_ += records;
+    credit_ += fixed + records * (perRecord + perRecordAndLevel * levels(kept + records));
   }
-  void earn(U64 operations, U64 kept) {
-    U64 const depth = static_cast<U64>(std::bit_width(kept + operations));
-    credit_ += fixed + operations * (perRecord + perRecordAndLevel * depth);
+  /// Packets that were sent, each record of which is written, and mirrored where it is this BSR's own.
+  void earnSent(std::size_t bytes, U64 kept) {
+    U64 const records = recordsOf(bytes);
+    credit_ += fixed + records * (perSent + perSentAndLevel * levels(kept + records));
+  }
+  /// RPs and ranges that end, by a timer or since their BSR is another one.
+  void earnEnded(U64 count, U64 kept) {
+    credit_ += fixed + count * (perEnded + perEndedAndLevel * levels(kept));
   }
   /// Resizes of tables are paid by what is kept and never was before.
   void earnGrowth(U64 kept) {
@@ -221,7 +236,7 @@ class Account {
     credit_ += perGrown * (kept - highest_);
     highest_ = kept;
   }
-  /// Lets timers look at all that is kept once more.
+  /// Lets timers look at all that is kept once more, and remove it.
   void sweepIs(U64 kept) { sweep_ = perSwept * kept; }
   /// No router is charged for the work since the last call: messages were made.
   void skip() { settledAt_ = Zet::Meter::visited; }
@@ -244,26 +259,37 @@ class Account {
   }
 
  private:
+  static constexpr std::size_t headerBytes = 34;  ///< of a packet before its first range
+  static U64 recordsOf(std::size_t bytes) { return (bytes - std::min(bytes, headerBytes)) / 8 + 1; }
+  static U64 levels(U64 count) { return static_cast<U64>(std::bit_width(count)); }
+
   static constexpr U64 fixed = 650;  ///< of a packet without records, its zone and its forwarding
   /// Of an advertised range: the checks, the zone's set and the set that PIM reads look for it and its RP.
   /// With chosen keys it costs most, once more where the RP is removed and added again since it becomes
   /// bidirectional, and no more with 16,000 RPs kept than with 4,000.
   static constexpr U64 perRecord = 300;
   static constexpr U64 perRecordAndLevel = 16;  ///< times the logarithm of what may be kept afterwards
-  static constexpr U64 perGrown = 40;           ///< in all tables that hold an RP, over all their sizes
-  static constexpr U64 perSwept = 200;          ///< of an RP or range that is looked at and removed
+  /// Of a record that is written, and looked for where the BSR repeats its own set.
+  static constexpr U64 perSent = 40;
+  static constexpr U64 perSentAndLevel = 10;
+  /// Of what ends in the sets of its zone and of PIM. It costs most where a message of another BSR ends a set
+  /// with chosen keys, and half of that by a timer.
+  static constexpr U64 perEnded = 100;
+  static constexpr U64 perEndedAndLevel = 12;
+  static constexpr U64 perGrown = 40;   ///< in all tables that hold an RP, over all their sizes
+  static constexpr U64 perSwept = 100;  ///< of an RP or range that is looked at and removed
   static constexpr U64 bankedBase = 2000;
-  static constexpr U64 bankedPerKept = 40;  ///< nodes and buckets of all tables that hold an RP
+  static constexpr U64 bankedPerKept = 20;  ///< nodes and buckets of all tables that hold an RP
   /// The last message of a zone is kept with the other pieces of its tag, all of which may be released with
   /// the next one.
-  static constexpr U64 bankedPerRecord = 50;
+  static constexpr U64 bankedPerRecord = 40;
   static constexpr U64 maxPieces = pimbsr::host::standardLimits.rps;  ///< records of them, of all zones
 
   U64 settledAt_ = Zet::Meter::visited;
   U64 credit_ = 20'000;  ///< of making the router
   U64 sweep_ = 0;
   U64 highest_ = 0;  ///< number of what was kept
-  U64 named_ = 0;    ///< records of all messages
+  U64 named_ = 0;    ///< records of all packets received
 };
 
 fuzz::Goal followed("a follower accepts a Bootstrap Message");
@@ -272,6 +298,8 @@ fuzz::Goal led("a leader is the elected BSR of both zones");
 fuzz::Goal advertised("a leader accepts an advertisement");
 fuzz::Goal filled("a leader drops an advertisement for a full range");
 fuzz::Goal knewNeighbor("a neighbor is known by its Hello");
+
+auto const planted = fuzz::PlantedWork::fromEnvironment();
 
 enum class Role { follower, leader };
 
@@ -287,32 +315,46 @@ class Play {
     runTo(context_.now() + seconds);
     U64 const before = kept();
     peak_ = std::max(peak_, before);  // what the packet ends is swept, though no timer has seen it
-    account_.earnBytes(packet.size(), before);
+    account_.earnReceived(packet.size(), before);
     auto const reception = router_.receive(eth0_, packet);
+    if (reception.accepted()) planted.afterPacket(router_, packet);
     account_.earnGrowth(kept());
-    if (kept() < before) account_.earn(before - kept(), before);  // a new BSR ends the RP set of the former
+    // A new BSR ends the RP set of the former one.
+    if (kept() < before) account_.earnEnded(before - kept(), before);
     settle(before);
     note(reception, before);
   }
 
-  /// Plays no more records than an input may have.
+  /// Plays no more messages and records than an input may have.
   void step(double seconds, ShortForm const& form) {
-    if (form.kind != ShortForm::advertisements) {
-      bool const isHello = form.kind == ShortForm::hello;
-      return step(seconds, isHello ? helloOf(form) : bootstrapOf(form));
-    }
+    if (form.kind == ShortForm::hello) return step(seconds, helloOf(form));
+    if (form.kind != ShortForm::advertisements && form.flags == 0) return step(seconds, bootstrapOf(form));
     runTo(context_.now() + seconds);
-    for (U32 i = 0; i < form.count && advertisedRanges_ < maxAdvertisedRanges; ++i) {
-      advertisedRanges_ += 1U + form.number;
-      step(0, advertisementOf(form, i));
-    }
+    for (U32 i = 0; i < form.count; ++i) stepOfKey(form, i);
   }
 
   /// Long enough for all that a follower keeps to run out; a leader goes on for ever.
   void finish() { runTo(context_.now() + (role_ == Role::leader ? 400 : 3000)); }
 
  private:
-  static constexpr U32 maxAdvertisedRanges = 1500;  ///< of an input, so that it ends in time
+  // Of an input, so that it ends in time.
+  static constexpr U32 maxAdvertisedRanges = 1500;
+  static constexpr U32 maxSingleKeys = 1500;  ///< Bootstrap Messages of one key each
+  /// Seconds between two of them. All are within the budget of their sender, and each key has a timer that is
+  /// due at a time of its own.
+  static constexpr double singleKeyDelay = 0.004;
+
+  /// The message of one key of a short form whose keys have a message each.
+  void stepOfKey(ShortForm const& form, U32 key) {
+    if (form.kind == ShortForm::advertisements) {
+      if (advertisedRanges_ >= maxAdvertisedRanges) return;
+      advertisedRanges_ += 1U + form.number;
+      return step(0, advertisementOf(form, key));
+    }
+    if (singleKeys_ >= maxSingleKeys) return;
+    ++singleKeys_;
+    step(singleKeyDelay, bootstrapOf(form.only(key)));
+  }
 
   void lead() {
     IpGenAddr const address = IpAddr::fromHost(own);
@@ -334,9 +376,10 @@ class Play {
       context_.nowIs(router_.nextExpiry());
       U64 const before = kept(), banked = account_.credit();
       router_.advance();
-      account_.earn(before - std::min(before, kept()) + 1, before);
+      planted.afterTimers(router_);
+      account_.earnEnded(before - std::min(before, kept()), before);
       allowSweep(before);
-      if (std::size_t const sent = port_.takeSentBytes()) account_.earnBytes(sent, before);
+      if (std::size_t const sent = port_.takeSentBytes()) account_.earnSent(sent, before);
       account_.settleTimer(before, banked);
     }
     context_.nowIs(end);
@@ -345,7 +388,7 @@ class Play {
   /// Packets that a packet or a timer causes are paid for too: a candidate BSR answers a message of lower
   /// priority with its own (RFC 5059 section 3.1.1), and a new neighbor gets the RP set.
   void settle(U64 kept) {
-    if (std::size_t const sent = port_.takeSentBytes()) account_.earnBytes(sent, kept);
+    if (std::size_t const sent = port_.takeSentBytes()) account_.earnSent(sent, kept);
     account_.settle(kept);
   }
 
@@ -390,6 +433,7 @@ class Play {
   U64 peak_ = 0;        ///< of what is kept, since the last sweep was allowed
   U64 formerPeak_ = 0;  ///< in the minute before
   U32 advertisedRanges_ = 0;
+  U32 singleKeys_ = 0;
 };
 
 void play(std::span<U8 const> rest, Role role) {
