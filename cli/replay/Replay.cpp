@@ -72,13 +72,29 @@ void Replay::runTo(double time) {
 
 void Replay::playFrame(Frame const& frame) {
   if (!router_) start(&frame);
-  runTo(std::max(world_->context.now(), startTime_ + frame.time.since(first_)));
+  double time = std::max(world_->context.now(), startTime_ + frame.time.since(first_));
+  dropIncomplete(time);
+  runTo(time);
   if (!isPim(frame.packet)) return;
+  if (frame.packet.version == 4) return playIpv4(frame.packet.bytes);
   ++messages_.pim;
-  if (frame.packet.version == 4) {
-    playIpv4(frame.packet);
-  } else {
-    ++messages_.other;
+  ++messages_.other;
+}
+
+void Replay::playIpv4(wire::Bytes packet) {
+  auto ip = wire::parseIpv4(packet);
+  if (ip || ip.reason() != DropReason::ipFragment) return receive(packet);
+  double now = world_->context.now();
+  std::vector<Zet::U8> whole = reassembly_.add(now, packet);
+  if (!whole.empty()) receive(whole);
+  dropIncomplete(now);
+}
+
+/// Plays a fragment of each packet whose time to become complete is over: the router drops it.
+void Replay::dropIncomplete(double time) {
+  while (auto lost = reassembly_.takeLost(time)) {
+    runTo(lost->time);
+    receive(lost->fragment);
   }
 }
 
@@ -88,11 +104,12 @@ static Packet::BootstrapMessage const* bsmOf(Reception const& reception) {
   return static_cast<Packet::BootstrapMessage const*>(reception.message.ptr());
 }
 
-void Replay::playIpv4(IpPacket const& packet) {
-  if (auto ip = wire::parseIpv4(packet.bytes)) world_->rpf->sourceIs(ip->source);
+void Replay::receive(wire::Bytes packet) {
+  ++messages_.pim;
+  if (auto ip = wire::parseIpv4(packet)) world_->rpf->sourceIs(ip->source);
   Zet::U32 before = router_->status()->counters()->rxBsm();
   observer_->messageInHand();
-  Reception reception = router_->receive(world_->intfId, packet.bytes);
+  Reception reception = router_->receive(world_->intfId, packet);
   observer_->flush();
   count(reception);
   bool reachedGate = router_->status()->counters()->rxBsm() != before;
@@ -101,7 +118,7 @@ void Replay::playIpv4(IpPacket const& packet) {
   if (reachedGate && bsm->forward()) world_->rpf->heard(bsm->bsrAddress(), reception.source);
   std::vector<Change> changes = recorder_->take();
   PlayedMessage played = describe(reception);
-  played.packet = packet.bytes;
+  played.packet = packet;
   report_.onMessage(played, changes);
 }
 
@@ -161,6 +178,7 @@ void Replay::play(Capture& capture) {
 
 void Replay::end(bool complete, U64 frames, double runOn) {
   if (!router_) start(nullptr);
+  while (auto fragment = reassembly_.takeOldest()) receive(*fragment);
   ReplayResult result{.complete = complete, .frames = frames, .lastPacket = elapsed()};
   runTo(world_->context.now() + runOn);
   result.end = elapsed();

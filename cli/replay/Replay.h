@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/capture/Capture.h"
+#include "cli/replay/Reassembly.h"
 #include "cli/replay/ReplayOptions.h"
 #include "host/Observer.h"
 #include "host/Reception.h"
@@ -16,7 +17,8 @@
 
 namespace pimbsr::cli {
 
-/// The PIM messages of a capture: `pim` is the sum of the others. A malformed message counts as that alone.
+/// The PIM messages of a capture: `pim` is the sum of the others. A malformed message counts as that alone,
+/// and a packet that came in fragments as one.
 struct MessageCounts {
   U64 pim = 0;
   U64 bsm = 0;
@@ -70,8 +72,10 @@ class ReplayWorld;
 ///
 /// The clock follows the packets' stamps: it starts at the first packet's time if that is a real date, else
 /// at a time of its own, and never runs back. Before each packet the timers run from expiry to expiry.
-/// Nothing is ever sent. The RPF neighbor towards a BSR is the one that the options name, else the source of
-/// the first message from that BSR with the No-Forward bit clear that reaches the gate.
+/// Nothing is ever sent. A fragmented IPv4 packet is played when the last of its fragments arrives; one that
+/// doesn't become complete is dropped as ip-fragment when its time is over or the capture ends (see
+/// Reassembly). The RPF neighbor towards a BSR is the one that the options name, else the source of the first
+/// message from that BSR with the No-Forward bit clear that reaches the gate.
 class Replay {
  public:
   /// All outlive the replay. Lines of trace go to `traceOut`.
@@ -89,7 +93,9 @@ class Replay {
 
   void start(Frame const* first);
   void playFrame(Frame const& frame);
-  void playIpv4(IpPacket const& packet);
+  void playIpv4(wire::Bytes packet);
+  void receive(wire::Bytes packet);
+  void dropIncomplete(double time);
   void count(host::Reception const& reception);
   PlayedMessage describe(host::Reception const& reception) const;
   void runTo(double time);
@@ -105,6 +111,7 @@ class Replay {
   CaptureTime first_;
   double startTime_ = 0;
   MessageCounts messages_;
+  Reassembly reassembly_;
 };
 
 }  // namespace pimbsr::cli

@@ -11,10 +11,12 @@
 #include <sstream>
 
 #include "cli/replay/ReplayCommand.h"
+#include "wire/Checksum.h"
 #include "wire/Wire.h"
 
 namespace test {
 
+using Zet::U16;
 using Zet::U32;
 using Zet::U8;
 
@@ -81,11 +83,34 @@ void expectGolden(std::string const& name, std::string const& text) {
 
 // Captures --------------------------------------------------------------------------------------------
 
-Bytes ipv4Of(Bytes const& pim, std::string const& source, std::string const& destination) {
+Bytes ipv4Of(Bytes const& pim, std::string const& source, std::string const& destination,
+             U16 identification) {
   Bytes packet;
-  pimbsr::wire::Ipv4Header header{.source = addr(source).v4Addr(), .destination = addr(destination).v4Addr()};
+  pimbsr::wire::Ipv4Header header{.source = addr(source).v4Addr(),
+                                  .destination = addr(destination).v4Addr(),
+                                  .identification = identification};
   EXPECT_TRUE(pimbsr::wire::encodeIpv4(header, pim, packet));
   return packet;
+}
+
+Bytes fragmentOf(Bytes const& packet, Part const& part) {
+  constexpr std::ptrdiff_t headerSize = 20;
+  constexpr int moreFragments = 0x2000;
+  auto data = packet.begin() + headerSize + static_cast<std::ptrdiff_t>(part.from);
+  Bytes fragment(packet.begin(), packet.begin() + headerSize);
+  fragment.insert(fragment.end(), data, data + static_cast<std::ptrdiff_t>(part.size));
+  int offset = part.offset < 0 ? static_cast<int>(part.from) : part.offset;
+  int fields[] = {static_cast<int>(fragment.size()), offset / 8 | (part.more ? moreFragments : 0)};
+  int places[] = {2, 6};
+  for (int i = 0; i < 2; ++i) {
+    fragment[places[i]] = static_cast<U8>(fields[i] >> 8);
+    fragment[places[i] + 1] = static_cast<U8>(fields[i]);
+  }
+  fragment[10] = fragment[11] = 0;
+  U16 sum = pimbsr::wire::checksum(pimbsr::wire::Bytes(fragment).first(headerSize));
+  fragment[10] = static_cast<U8>(sum >> 8);
+  fragment[11] = static_cast<U8>(sum);
+  return fragment;
 }
 
 Bytes packetOf(Bsm const& bsm) {

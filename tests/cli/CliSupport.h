@@ -36,7 +36,17 @@ void expectGolden(std::string const& name, std::string const& text);
 Bytes packetOf(Bsm const& bsm);
 /// An IPv4 packet that carries PIM bytes.
 Bytes ipv4Of(Bytes const& pim, std::string const& source = "192.0.2.1",
-             std::string const& destination = "224.0.0.13");
+             std::string const& destination = "224.0.0.13", Zet::U16 identification = 0);
+
+/// A part of a packet's payload, in bytes.
+struct Part {
+  std::size_t from = 0;
+  std::size_t size = 0;
+  bool more = true;  ///< whether the fragment says that another one follows
+  int offset = -1;   ///< that the fragment says; -1: `from`
+};
+/// The fragment of a packet without IP options that carries a part of it.
+Bytes fragmentOf(Bytes const& packet, Part const& part);
 
 /// Builds a capture file of raw IP packets, which is removed with this object.
 class CaptureFile {

@@ -11,6 +11,7 @@
 #include "cli/replay/ReplayCommand.h"
 #include "model/Counters.h"
 #include "tests/cli/CliSupport.h"
+#include "wire/Wire.h"
 
 namespace pimbsr::cli {
 namespace {
@@ -120,6 +121,72 @@ TEST(ReplayTest, CutPacketsCountAsMalformed) {
   EXPECT_EQ(messages["malformed"], 4);
   EXPECT_EQ(dropsOf(document), json({{"truncated", 4}}));
   EXPECT_EQ(messages["bsm"], 0) << "a malformed message counts as that alone";
+}
+
+// Fragments -------------------------------------------------------------------------------------------
+
+/// An advertisement with so many ranges, as a packet for the BSR.
+test::Bytes advertisementOf(int ranges) {
+  Routing::Pim::Packet::CrpAdvMessage adv;
+  adv.rpAddressIs(addr("203.0.113.1"));
+  adv.holdtimeIs(150);
+  adv.prefixCountIs(static_cast<Zet::U8>(ranges));
+  adv.groupDataIs(Zet::make<Routing::Pim::Packet::CrpGroupData>());
+  for (int i = 0; i < ranges; ++i)
+    adv.groupData()->groupInfoIs(test::prefix("239.1." + std::to_string(i) + ".0/24"));
+  test::Bytes pim;
+  EXPECT_TRUE(wire::encodeCrpAdv(adv, pim));
+  return test::ipv4Of(pim, "203.0.113.1", "198.51.100.1");
+}
+
+class ReplayOfFragments : public testing::Test {
+ protected:
+  test::Bytes whole = advertisementOf(200);
+  test::Bytes first = test::fragmentOf(whole, {0, 1480});
+  test::Bytes second = test::fragmentOf(whole, {1480, whole.size() - 1500, false});
+  CaptureFile file;
+};
+
+TEST_F(ReplayOfFragments, PacketIsPlayedWhenItsLastFragmentArrives) {
+  file.add(0, second).add(0.5, first);
+  json document = documentOf(optionsFor(file));
+  EXPECT_EQ(document["messages"]["crpAdv"], 1);
+  EXPECT_EQ(document["messages"]["pim"], 1);
+  EXPECT_EQ(dropsOf(document), json::object());
+  json event = document["timeline"][0];
+  EXPECT_EQ(event["time"], 0.5);
+  EXPECT_EQ(event["received"]["sender"], "203.0.113.1");
+  EXPECT_EQ(event["received"]["crpAdv"]["ranges"].size(), 200u);
+}
+
+TEST_F(ReplayOfFragments, IncompletePacketIsDroppedOnceWhenItsTimeIsOver) {
+  file.add(0, first).add(1, first).add(31, global());
+  EXPECT_THAT(
+      timelineOf(optionsFor(file)),
+      testing::IsSupersetOf({"30.000 PIM malformed -", "31.000 BSM accepted 192.0.2.1 198.51.100.1"}));
+  json document = documentOf(optionsFor(file));
+  EXPECT_EQ(dropsOf(document), json({{"ip-fragment", 1}}));
+  EXPECT_EQ(document["messages"]["malformed"], 1);
+  EXPECT_EQ(document["messages"]["pim"], 2);
+}
+
+TEST_F(ReplayOfFragments, PacketThatIsIncompleteAtTheEndIsDroppedThen) {
+  file.add(0, second).add(2, test::Bytes());
+  ReplayOptions options = optionsFor(file);
+  options.until = 100;
+  EXPECT_THAT(timelineOf(options), ElementsAre("2.000 PIM malformed -", "102.000 end"));
+}
+
+TEST_F(ReplayOfFragments, OldestOfTooManyIncompletePacketsIsDroppedAtOnce) {
+  for (std::size_t i = 0; i <= Reassembly::maxPackets; ++i) {
+    test::Bytes other = test::ipv4Of(test::Bytes(3000), "192.0.2.1", "224.0.0.13", static_cast<Zet::U16>(i));
+    file.add(1, test::fragmentOf(other, {0, 1480}));
+  }
+  file.add(2, test::Bytes());
+  json document = documentOf(optionsFor(file));
+  EXPECT_EQ(document["timeline"][0]["time"], 0);
+  EXPECT_EQ(document["timeline"][1]["time"], 1);
+  EXPECT_EQ(dropsOf(document), json({{"ip-fragment", Reassembly::maxPackets + 1}}));
 }
 
 // Time ------------------------------------------------------------------------------------------------
