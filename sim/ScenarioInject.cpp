@@ -2,22 +2,26 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <limits>
+#include <vector>
 
 #include "wire/Checksum.h"
 #include "wire/Wire.h"
+#include "wire/Writer.h"
 
 namespace pimbsr::sim {
 
 namespace Packet = Routing::Pim::Packet;
 using Lanet::IpAddr;
-using Lanet::IpGenAddr;
 using Zet::Ptr;
 
 static constexpr U8 scopedFlag = 0x01;
 static constexpr U8 bidirFlag = 0x80;
 static constexpr U8 unicastTtl = 64;
 static constexpr std::size_t pimHeaderSize = 4;
+static constexpr std::size_t pimChecksumAt = 2;
+static constexpr U16 nativeIpv4 = 0x0100;  // address family and encoding type
 
 /// Wraps a message into a packet; the destination is that of PIM routers unless another was given.
 static Inject injectOf(ScenarioLine& line, U32 link, IpAddr from, IpAddr to, std::vector<U8> const& pim) {
@@ -29,6 +33,12 @@ static Inject injectOf(ScenarioLine& line, U32 link, IpAddr from, IpAddr to, std
   return inject;
 }
 
+static void fillChecksum(std::vector<U8>& pim) {
+  wire::Writer out(pim);
+  out.u16At(pimChecksumAt, 0);
+  out.u16At(pimChecksumAt, wire::checksum(pim));
+}
+
 /// A field of a message, with any value that has room in it.
 template <class Field>
 static Field fieldOf(ScenarioLine& line, std::string_view key) {
@@ -37,51 +47,82 @@ static Field fieldOf(ScenarioLine& line, std::string_view key) {
 
 // Bootstrap Messages ----------------------------------------------------------------------------------
 
-static void readRp(ScenarioLine& line, Packet::BootstrapGroupData& group) {
+/// An RP as a group names it, also one that no router may send: the encoder of messages leaves such RPs out.
+struct InjectedRp {
+  IpAddr address;
+  U16 holdtime = 150;
+  U8 priority = host::RpRangeTerms().priority;
+};
+
+/// A group of a Bootstrap Message.
+struct InjectedGroup {
+  Lanet::Prefix range;
+  U8 flags = 0;
+  U8 rpCount = 0;
+  std::vector<InjectedRp> rps;
+};
+
+static void readRp(ScenarioLine& line, InjectedGroup& group) {
   std::string_view text = line.peek();
-  IpGenAddr address(line.address("rp"));
-  if (group.rpList(address)) line.fail(fmt::format("RP {} is given twice in one range", text));
-  Ptr<Packet::BootstrapRpData> rp = group.rpListIs(address);
-  rp->rpHoldtimeIs(150);
-  rp->rpPriorityIs(host::RpRangeTerms().priority);
+  InjectedRp rp{.address = line.address("rp")};
+  auto isSame = [&](InjectedRp const& other) { return other.address == rp.address; };
+  if (std::any_of(group.rps.begin(), group.rps.end(), isSame)) {
+    line.fail(fmt::format("RP {} is given twice in one range; 'inject LINK raw' can send that", text));
+  }
   while (!line.atEnd()) {
     if (line.take("priority")) {
-      rp->rpPriorityIs(fieldOf<U8>(line, "priority"));
+      rp.priority = fieldOf<U8>(line, "priority");
     } else if (line.take("holdtime")) {
-      rp->rpHoldtimeIs(fieldOf<U16>(line, "holdtime"));
+      rp.holdtime = fieldOf<U16>(line, "holdtime");
     } else {
-      return;
+      break;
     }
   }
+  group.rps.push_back(rp);
 }
 
-static Ptr<Packet::BootstrapGroupData> readGroup(ScenarioLine& line) {
-  auto group = Zet::make<Packet::BootstrapGroupData>(line.range("group"));
-  U8 flags = 0;
+static InjectedGroup readGroup(ScenarioLine& line) {
+  InjectedGroup group{.range = line.range("group").v4Prefix()};
   std::optional<U64> rpCount;
   while (!line.atEnd() && line.peek() != "group") {
     if (line.take("scoped")) {
-      flags |= scopedFlag;
+      group.flags |= scopedFlag;
     } else if (line.take("bidir")) {
-      flags |= bidirFlag;
+      group.flags |= bidirFlag;
     } else if (line.take("rp-count")) {
       rpCount = fieldOf<U8>(line, "rp-count");
     } else if (line.take("rp")) {
-      readRp(line, *group);
+      readRp(line, group);
     } else {
       line.failUnknown(line.peek(), "option of a group",
                        {"scoped", "bidir", "rp-count", "rp ADDRESS [priority N] [holdtime S]", "group"});
     }
   }
-  U64 listed = group->rpListCount();
+  U64 listed = group.rps.size();
   if (listed > wire::maxRpCount) line.fail(fmt::format("a range holds at most {} RPs", wire::maxRpCount));
   if (rpCount && *rpCount < listed) {
     line.fail(fmt::format("rp-count {} is less than the {} RPs that follow", *rpCount, listed));
   }
-  group->groupFlagsIs(flags);
-  group->rpCountIs(static_cast<U8>(rpCount.value_or(listed)));
-  group->fragRpCountIs(static_cast<U8>(listed));
+  group.rpCount = static_cast<U8>(rpCount.value_or(listed));
   return group;
+}
+
+/// Appends a group in the form of RFC 5059 section 4.1, with encoded addresses of RFC 7761 section 4.9.1.
+static void writeGroup(InjectedGroup const& group, wire::Writer& out) {
+  out.u16(nativeIpv4);
+  out.u8(group.flags);
+  out.u8(static_cast<U8>(group.range.length()));
+  out.u32(group.range.address().hostWord());
+  out.u8(group.rpCount);
+  out.u8(static_cast<U8>(group.rps.size()));
+  out.u16(0);
+  for (InjectedRp const& rp : group.rps) {
+    out.u16(nativeIpv4);
+    out.u32(rp.address.hostWord());
+    out.u16(rp.holdtime);
+    out.u8(rp.priority);
+    out.u8(0);
+  }
 }
 
 static Action readBsm(ScenarioLine& line, U32 link, IpAddr from) {
@@ -102,9 +143,11 @@ static Action readBsm(ScenarioLine& line, U32 link, IpAddr from) {
     if (key == "tag") bsm->fragmentTagIs(fieldOf<U16>(line, key));
     if (key == "no-forward") bsm->forwardIs(false);
   }
-  while (line.take("group")) bsm->groupRpData()->groupDataEnq(readGroup(line));
   std::vector<U8> pim;
   if (!wire::encodeBootstrap(*bsm, pim)) line.fail("the message can't be sent");
+  wire::Writer out(pim);
+  while (line.take("group")) writeGroup(readGroup(line), out);
+  fillChecksum(pim);
   return injectOf(line, link, from, to, pim);
 }
 
@@ -190,10 +233,7 @@ static Action readRaw(ScenarioLine& line, U32 link, IpAddr from) {
   } while (!line.atEnd());
   if (!sums) return injectOf(line, link, from, to, pim);
   if (pim.size() < pimHeaderSize) line.fail("a message with a checksum has four bytes at least");
-  pim[2] = pim[3] = 0;
-  U16 sum = wire::checksum(pim);
-  pim[2] = static_cast<U8>(sum >> 8);
-  pim[3] = static_cast<U8>(sum);
+  fillChecksum(pim);
   return injectOf(line, link, from, to, pim);
 }
 
