@@ -27,14 +27,14 @@ static constexpr std::size_t maxAppended = std::size_t{1} << 20;
 static constexpr std::size_t maxFile = std::size_t{8} << 20;
 
 HistoryKeeper::HistoryKeeper(Loop& loop, Clock const& clock, History& history, StateWriter* writer,
-                             std::string problem)
+                             std::string const& problem)
     : clock_(clock),
       history_(history),
       writer_(writer),
       repeatTimer_(loop, [this] { saveRepeated(); }),
       retryTimer_(loop, [this] { saveAll(); }),
       answerTimer_(loop, [this] { checkAnswer(); }) {
-  errorIs(std::move(problem));
+  errorIs(problem);
   if (writer_ == nullptr) return;
   path_ = std::filesystem::path(writer_->options().folder) / fileName;
   reader_ = std::make_unique<LoopReader>(loop, writer_->fd(), [this] { handleReports(); });

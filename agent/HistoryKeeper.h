@@ -23,7 +23,8 @@ class HistoryKeeper {
   static constexpr char const* fileName = "history.jsonl";
 
   /// The writer is null where no state is kept; `problem` says why if it should be. All outlive the keeper.
-  HistoryKeeper(Loop& loop, Clock const& clock, History& history, StateWriter* writer, std::string problem);
+  HistoryKeeper(Loop& loop, Clock const& clock, History& history, StateWriter* writer,
+                std::string const& problem);
   HistoryKeeper(HistoryKeeper const&) = delete;
   HistoryKeeper& operator=(HistoryKeeper const&) = delete;
 

@@ -167,6 +167,7 @@ void HistoryStore::clear() {
 
 std::vector<HistoryEntry> HistoryStore::taken(std::set<U64>& ids) {
   std::vector<HistoryEntry> entries;
+  entries.reserve(ids.size());
   for (U64 id : ids) entries.push_back(*byId_.at(id));
   ids.clear();
   return entries;

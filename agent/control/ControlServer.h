@@ -46,7 +46,7 @@ class ControlServer final : private ConnectionOwner {
   ControlServer(uv_loop_t* loop, ControlEndpoint endpoint, RequestHandler& handler,
                 ControlLimits const& limits = {});
   /// Closes.
-  ~ControlServer();
+  ~ControlServer() override;
 
   /// Ends all connections, with what they have not read yet, and removes the socket. The loop lets go of what
   /// is left of them in its next turn, also when the server is gone by then: run it until idle before closing
