@@ -11,6 +11,7 @@ namespace {
 
 using pimbsr::sim::Expectation;
 using pimbsr::sim::Findings;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -19,9 +20,15 @@ using testing::IsEmpty;
 class CheckersTest : public testing::Test {
  protected:
   Findings check() const { return Expectation(script.simulation.network()).check(); }
+  Zet::Ptr<Routing::Pim::Bsr::Status> status(Zet::U32 router) const {
+    return script.node(router).router()->status();
+  }
+  Zet::Ptr<Routing::Pim::RpCandidateSet> heldSet(Zet::U32 router) const {
+    auto zone = status(router)->crpStatus(prefix("224.0.0.0/4"));
+    return zone->status()->crpSet(prefix("239.1.0.0/16"));
+  }
   Zet::Ptr<Routing::Pim::RpCandidate> heldRp(Zet::U32 router) const {
-    auto zone = script.node(router).router()->status()->crpStatus(prefix("224.0.0.0/4"));
-    return zone->status()->crpSet(prefix("239.1.0.0/16"))->rp(addr("10.1.0.2"));
+    return heldSet(router)->rp(addr("10.1.0.2"));
   }
   Zet::Ptr<Routing::Pim::RpCandidateSet> readSet(Zet::U32 router) const {
     return script.node(router).router()->rpCandidateStatus()->crpSetIs(prefix("239.1.0.0/16"));
@@ -33,6 +40,56 @@ class CheckersTest : public testing::Test {
 };
 
 TEST_F(CheckersTest, ASoundNetworkHasNoFindings) { EXPECT_THAT(check(), IsEmpty()); }
+
+TEST_F(CheckersTest, TheBsrMustBeTheBestCandidate) {
+  status(1)->bootstrapRouter(prefix("224.0.0.0/4"))->ipAddrIs(addr("10.1.0.77"));
+  EXPECT_THAT(check(),
+              Contains("r2 takes 10.1.0.77 for the BSR of zone 224.0.0.0/4, and must take 10.1.0.1"));
+}
+
+TEST_F(CheckersTest, EachRouterOfAPartWithACandidateMustHaveABsr) {
+  status(1)->bootstrapRouterDel(prefix("224.0.0.0/4"));
+  EXPECT_THAT(check(),
+              Contains("r2 takes no router for the BSR of zone 224.0.0.0/4, and must take 10.1.0.1"));
+}
+
+TEST_F(CheckersTest, APartWithoutCandidatesMustHaveNoBsr) {
+  script.play("crash r1\n");
+  EXPECT_THAT(check(),
+              Contains("r2 takes 10.1.0.1 for the BSR of zone 224.0.0.0/4, and must take no router"));
+}
+
+TEST_F(CheckersTest, OneRouterOfAPartIsElected) {
+  script.play("candidate-bsr r2 global priority 10\nrun 200\n");
+  EXPECT_THAT(check(), IsEmpty());
+  status(1)->cbsr(prefix("224.0.0.0/4"))->electedIs(true);
+  EXPECT_THAT(check(), Contains("2 are all elected in one part of zone 224.0.0.0/4: r1, r2"));
+  script.play("down l1\n");
+  EXPECT_THAT(check(), testing::Not(Contains(HasSubstr("are all elected")))) << "in two parts";
+}
+
+TEST_F(CheckersTest, AnRpThatIsGoneMustNotBeHeld) {
+  heldSet(1)->rpIs(addr("10.1.0.77"));
+  EXPECT_THAT(check(), Contains(HasSubstr("r2 still holds RP 10.1.0.77 for 239.1.0.0/16 with priority")));
+}
+
+TEST_F(CheckersTest, EachRpThatTheBsrMustAnnounceIsHeld) {
+  heldSet(1)->rpDel(addr("10.1.0.2"));
+  EXPECT_THAT(check(), Contains("r2 misses RP 10.1.0.2 for 239.1.0.0/16 with priority 192 and holdtime "
+                                "180 s in zone 224.0.0.0/4"));
+}
+
+TEST_F(CheckersTest, NoRpStaysForLongerThanItsHoldtime) {
+  heldRp(1)->expiresIs(script.node(1).localTime(100 + 180));
+  EXPECT_THAT(check(), IsEmpty());
+  heldRp(1)->expiresIs(script.node(1).localTime(100 + 181));
+  EXPECT_THAT(check(),
+              ElementsAre("r2 has RP 10.1.0.2 for 239.1.0.0/16 for 181.000 s, and its holdtime is 180 s"));
+  heldRp(1)->expiresIs(script.node(1).localTime(100 - 1));
+  EXPECT_THAT(check(), Contains(HasSubstr("r2 has RP 10.1.0.2 for 239.1.0.0/16 for -1.000 s")));
+}
+
+// The RPs that PIM reads ------------------------------------------------------------------------------
 
 TEST_F(CheckersTest, AnRpThatNoZoneHasMustNotBeRead) {
   auto rp = readSet(1)->rpIs(addr("10.1.0.77"));
@@ -59,8 +116,29 @@ TEST_F(CheckersTest, TheHashMaskLengthMustBeThatOfTheBsr) {
 
 TEST_F(CheckersTest, ThePriorityMustBeThatOfTheCandidateRp) {
   heldRp(1)->priorityIs(Zet::U32{3});
-  EXPECT_THAT(check(), testing::Contains(HasSubstr("r2 misses RP 10.1.0.2")));
+  EXPECT_THAT(check(), Contains(HasSubstr("r2 misses RP 10.1.0.2")));
 }
+
+// Learning at a restart -------------------------------------------------------------------------------
+
+TEST_F(CheckersTest, ARestartedRouterLearnsTheZonesOfANeighborThatIsDr) {
+  script.play("router r3\ninterface r3 l1 10.1.0.3 dr-priority 0\nrun 70\n");
+  auto toLearn = [&](Zet::U32 router) {
+    pimbsr::sim::Network const& network = script.simulation.network();
+    return zonesToLearn(Expectation(network), network, router);
+  };
+  EXPECT_THAT(toLearn(0), IsEmpty()) << "r1 is a candidate";
+  EXPECT_THAT(toLearn(1), IsEmpty()) << "r2 is DR itself";
+  EXPECT_THAT(toLearn(2), ElementsAre(prefix("224.0.0.0/4")));
+  script.play("border r2 l1 global\n");
+  EXPECT_THAT(toLearn(2), IsEmpty()) << "over a border";
+  script.play("no border r2 l1 global\n");
+  EXPECT_THAT(toLearn(2), ElementsAre(prefix("224.0.0.0/4")));
+  status(1)->bootstrapRouterDel(prefix("224.0.0.0/4"));
+  EXPECT_THAT(toLearn(2), IsEmpty()) << "of which the DR knows no BSR";
+}
+
+// Packets ---------------------------------------------------------------------------------------------
 
 TEST_F(CheckersTest, APacketLongerThanTheMtuIsFound) {
   pimbsr::sim::SizeWatch watch;

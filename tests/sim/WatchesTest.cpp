@@ -188,6 +188,28 @@ TEST_F(WatchesTest, AMessageOfAZoneMustNotCrossItsBorder) {
               ElementsAre(HasSubstr("r2 sends a message of zone 239.1.0.0/16 over its border")));
 }
 
+TEST_F(WatchesTest, AMessageOfAZoneMustNotBeAcceptedAtItsBorder) {
+  script.play("border r2 l2 239.1.0.0/16\n");
+  BorderWatch watch;
+  auto receive = [&](Zet::U32 number, pimbsr::host::Reception const& reception) {
+    watch.onReception(network(), script.node(1), intf(1, number), reception);
+  };
+  pimbsr::host::Reception reception{.kind = pimbsr::host::MessageKind::bootstrap};
+  reception.message = make({.bsr = "10.1.0.1", .groups = {{"239.2.0.0/16", {}, scopedFlag}}});
+  receive(1, reception);
+  EXPECT_THAT(watch.findings(), IsEmpty()) << "of another zone";
+  reception.message = make({.bsr = "10.1.0.1", .groups = {{"239.1.0.0/16", {}, scopedFlag}}});
+  receive(0, reception);
+  EXPECT_THAT(watch.findings(), IsEmpty()) << "at another interface";
+  reception.reason = "border";
+  receive(1, reception);
+  EXPECT_THAT(watch.findings(), IsEmpty()) << "dropped";
+  reception.reason = {};
+  receive(1, reception);
+  EXPECT_THAT(watch.findings(),
+              ElementsAre(HasSubstr("r2 accepts a message of zone 239.1.0.0/16 over its border")));
+}
+
 // Outages ---------------------------------------------------------------------------------------------
 
 TEST_F(WatchesTest, RoutersWithoutBsrAndRpAreCountedBySecond) {
