@@ -306,6 +306,35 @@ Findings Expectation::check() const {
   return findings;
 }
 
+// Group ranges without an RP --------------------------------------------------------------------------
+
+static std::vector<IpGenPrefix> emptyRanges(Routing::Pim::RpCandidateStatus const& rps) {
+  std::vector<IpGenPrefix> ranges;
+  for (auto set = rps.crpSetIterator(); set; ++set) {
+    if (set->rpCount() == 0) ranges.push_back(set->prefix());
+  }
+  return ranges;
+}
+
+static void checkEmpty(Node const& node, Findings& findings) {
+  for (auto zone = node.router()->status()->crpStatusIterator(); zone; ++zone) {
+    if (!zone->status()) continue;
+    for (IpGenPrefix const& range : emptyRanges(*zone->status()))
+      findings.push_back(
+          fmt::format("{} holds range {} without an RP in zone {}", node.name(), range, zone->zone()));
+  }
+  for (IpGenPrefix const& range : emptyRanges(*node.router()->rpCandidateStatus()))
+    findings.push_back(fmt::format("{} lets PIM read range {} without an RP", node.name(), range));
+}
+
+Findings Expectation::checkRanges() const {
+  Findings findings;
+  for (U32 node = 0; node < network_.nodeCount(); ++node) {
+    if (network_.node(node).isRunning()) checkEmpty(network_.node(node), findings);
+  }
+  return findings;
+}
+
 // Which RP serves a group -----------------------------------------------------------------------------
 
 /// By a computation of its own, from the RPs that are expected: of the longest range that covers the group,

@@ -66,6 +66,9 @@ class Expectation {
   /// Compares the RP that every running router uses for these groups with the one that the hash of the
   /// expected RPs gives (RFC 7761 section 4.7). Groups that must have none can be left out.
   Findings checkServed(std::span<Lanet::IpAddr const> groups, Unserved unserved = Unserved::compared) const;
+  /// Group ranges that a running router holds without an RP. Where all routers are corrected there are none
+  /// (docs/corrections.md: withdrawals-last, repeat-withdrawal).
+  Findings checkRanges() const;
   std::vector<ZoneParts> const& zones() const { return zones_; }
   /// Whether a router must have a BSR of a zone.
   bool hasBsr(U32 node, Lanet::IpGenPrefix const& zone) const;

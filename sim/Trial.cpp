@@ -152,6 +152,7 @@ void Trial::compare(char const* when) {
   Expectation expected(network());
   append(result_.findings, expected.check(), when);
   append(result_.findings, expected.checkServed(sampledGroups()), when);
+  if (domain_ == Domain::corrected) append(result_.findings, expected.checkRanges(), when);
 }
 
 // One change ------------------------------------------------------------------------------------------

@@ -89,6 +89,15 @@ TEST_F(CheckersTest, NoRpStaysForLongerThanItsHoldtime) {
   EXPECT_THAT(check(), Contains(HasSubstr("r2 has RP 10.1.0.2 for 239.1.0.0/16 for -1.000 s")));
 }
 
+TEST_F(CheckersTest, NoRangeStaysWithoutAnRp) {
+  auto ranges = [&] { return Expectation(script.simulation.network()).checkRanges(); };
+  EXPECT_THAT(ranges(), IsEmpty());
+  readSet(0)->rpDelAll();
+  EXPECT_THAT(ranges(), ElementsAre("r1 lets PIM read range 239.1.0.0/16 without an RP"));
+  status(1)->crpStatus(prefix("224.0.0.0/4"))->status()->crpSetIs(prefix("239.9.0.0/16"));
+  EXPECT_THAT(ranges(), Contains("r2 holds range 239.9.0.0/16 without an RP in zone 224.0.0.0/4"));
+}
+
 // The RPs that PIM reads ------------------------------------------------------------------------------
 
 TEST_F(CheckersTest, AnRpThatNoZoneHasMustNotBeRead) {
