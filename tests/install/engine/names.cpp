@@ -1,5 +1,6 @@
-// Names every function that the engine offers beside its attributes, nested reactors included: a program that
-// links against what is installed reaches each of them. It prints how many there are.
+// Names the factories, handlers and other functions of the engine beside its attributes, nested reactors
+// included, but for helpers that only these call: a program that links against what is installed reaches each
+// of them. It prints how many there are.
 
 #include <config/AclToPrefix.h>
 #include <config/ConfigSm.h>
@@ -53,7 +54,7 @@ static U32 rootMachine() {
          named(static_cast<void (P::*)()>(&P::handleBsrCandidate),
                static_cast<void (P::*)(Lanet::IpGenPrefix const&)>(&P::handleBsrCandidate)) +
          named(&P::ZetPimIntf::handleDrChange, &P::ZetPimIntf::handleTriggeredHelloSent,
-               &P::ZetPimIntf::doSendNoFwdBsm, &P::ZetPimIntf::wasDrIs);
+               &P::ZetPimIntf::doSendNoFwdBsm, &P::ZetPimIntf::wasDrIs, &P::ZetBsrStatus::onBootstrapRouter);
 }
 
 static U32 messageGate() {
@@ -100,9 +101,11 @@ static U32 trieBuilders() {
   using T = PimBsrTrieBuilderSm;
   using B = PimBsrCrpPermitTrieBuilderSm;
   return named(static_cast<void (T::*)()>(&T::handleBsr),
-               static_cast<void (T::*)(Lanet::IpGenPrefix const&)>(&T::handleBsr), &T::ZetBsr::handleBsrIp) +
+               static_cast<void (T::*)(Lanet::IpGenPrefix const&)>(&T::handleBsr), &T::ZetBsr::handleBsrIp,
+               &T::ZetBsrStatus::onBootstrapRouter) +
          named(static_cast<void (B::*)()>(&B::handleCrpPermit),
-               static_cast<void (B::*)(Lanet::IpGenPrefix const&)>(&B::handleCrpPermit));
+               static_cast<void (B::*)(Lanet::IpGenPrefix const&)>(&B::handleCrpPermit),
+               &B::ZetBsrStatus::onCrpPermit);
 }
 
 static U32 configMachine() {
@@ -123,7 +126,10 @@ static U32 configMachine() {
 static U32 activeConfig() {
   using A = ConfigSm::ZetActiveConfig;
   return named(static_cast<void (A::*)()>(&A::handleBsrBorderGrp),
-               static_cast<void (A::*)(Lanet::IpGenPrefix const&)>(&A::handleBsrBorderGrp));
+               static_cast<void (A::*)(Lanet::IpGenPrefix const&)>(&A::handleBsrBorderGrp),
+               static_cast<void (A::*)()>(&A::handleBsrBorderAcl),
+               static_cast<void (A::*)(Zet::String8 const&)>(&A::handleBsrBorderAcl)) +
+         named(&A::doGroupAdd, &A::doGroupRemove, &A::doAclAdd, &A::doAclRemove);
 }
 
 static U32 bsrCandidateConfig() {
@@ -131,13 +137,15 @@ static U32 bsrCandidateConfig() {
   return named(&D::onGroup, &D::onAcl, &D::groupIs, &D::groupDel, &D::aclIs, &D::aclDel,
                &D::ZetIntf::onIpAddr, &D::ZetGroup::onPriority, &D::ZetGroup::handlePriority,
                &D::ZetGroup::handleHashMaskLen, &D::ZetGroup::handleInterval, &D::ZetAcl::handlePriority,
-               &D::ZetAcl::handleHashMaskLen, &D::ZetAcl::handleInterval, &D::handleIpAddress);
+               &D::ZetAcl::handleHashMaskLen, &D::ZetAcl::handleInterval, &D::handleIpAddress, &D::doGroupAdd,
+               &D::doGroupRemove, &D::doAclAdd, &D::doAclRemove);
 }
 
 static U32 rpCandidateConfig() {
   using E = ConfigSm::ZetRpCandidateConfig;
   return named(&E::handleAdvInterval, &E::ZetGroupRangeOptions::handlePriority,
-               &E::ZetAclOptions::handlePriority, &E::ZetIntf::onIpAddr, &E::handleIpAddress) +
+               &E::ZetAclOptions::handlePriority, &E::ZetIntf::onIpAddr, &E::handleIpAddress, &E::doGroupAdd,
+               &E::doGroupRemove, &E::doAclAdd, &E::doAclRemove) +
          named(static_cast<void (E::*)(Lanet::IpGenPrefix const&)>(&E::handleGroupRange),
                static_cast<void (E::*)()>(&E::handleGroupRange),
                static_cast<void (E::*)(Zet::String8 const&)>(&E::handleAcl),
