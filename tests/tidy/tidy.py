@@ -10,6 +10,7 @@ import re
 import subprocess
 import sys
 
+import face
 import graph
 import ranges
 import uses
@@ -249,7 +250,7 @@ def errors(root):
             found += [f"{path}:{line}: {error}" for line, error in check(path, text)]
     found += check_folders(texts)
     over_all = [*graph.check(texts, module_of), *check_version(texts), *ranges.check(texts),
-                *uses.check(texts)]
+                *uses.check(texts), *face.check(texts)]
     return found + [f"{path}:{line}: {error}" for path, line, error in over_all]
 
 
