@@ -127,6 +127,41 @@ TEST(ConfigKeysTest, EveryKeyIsInOneTableOnce) {
   }
 }
 
+using pimbsr::agent::ConfigValue;
+using Values = std::vector<ConfigValue const*>;
+
+bool isOperatorsWord(std::string_view name) {
+  return std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isupper(c) != 0; });
+}
+
+/// The values of a key in some tables, the items of a list each; a word in capitals stands for each key.
+Values valuesOf(Values const& tables, std::string_view name) {
+  Values found;
+  for (ConfigValue const* table : tables) {
+    for (pimbsr::agent::ConfigEntry const& entry : table->entries) {
+      if (entry.key != name && !isOperatorsWord(name)) continue;
+      found.push_back(&entry.value);
+      for (ConfigValue const& item : entry.value.items) found.push_back(&item);
+    }
+  }
+  return found;
+}
+
+bool hasKey(ConfigValue const& file, ConfigKey const& key) {
+  Values tables{&file};
+  std::istringstream path{std::string(key.section)};
+  for (std::string part; std::getline(path, part, '.');) tables = valuesOf(tables, part);
+  return !valuesOf(tables, key.name).empty();
+}
+
+TEST(ConfigKeysTest, TheFuzzerStartsFromASoundFileThatNamesEachKey) {
+  std::ostringstream text;
+  text << std::ifstream(PIMBSR_SOURCE_DIR "/fuzz/corpus/config/everything.toml", std::ios::binary).rdbuf();
+  EXPECT_TRUE(readConfig(text.str(), "everything.toml").isSound());
+  ConfigValue const file = pimbsr::agent::parseConfigText(text.str()).root;
+  for (ConfigKey const& key : configKeys()) EXPECT_TRUE(hasKey(file, key)) << key.section << ' ' << key.name;
+}
+
 TEST(ConfigKeysTest, AMistypedNameIsSuggested) {
   std::string_view const names[] = {"priority", "interval", "interface"};
   EXPECT_EQ(closest("prioritty", names), "priority");
