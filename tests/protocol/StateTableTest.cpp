@@ -1,6 +1,7 @@
 #include "tests/support/StateTable.h"
 
 #include <algorithm>
+#include <map>
 #include <sstream>
 
 #include "tests/protocol/CandidateSupport.h"
@@ -53,13 +54,51 @@ std::string bsrOf(Ptr<Bsr::ElectedBsrStatus> const& bsr) {
          textOf(bsr->hashMaskLen());
 }
 
-/// The messages that left since the position `from`: how many of this router as BSR, and of others.
-Description sentSince(Engine const& engine, std::size_t from, std::string const& own) {
+/// The messages that left since the position `from`: those whose text has `received` were forwarded.
+Description sentSince(Engine const& engine, std::size_t from, std::string const& received) {
   int originated = 0, forwarded = 0;
   for (std::size_t i = from; i < engine.outbox->sent.size(); ++i) {
-    ++(engine.outbox->sent[i].text.find(own) == std::string::npos ? forwarded : originated);
+    ++(engine.outbox->sent[i].text.find(received) == std::string::npos ? originated : forwarded);
   }
   return {{"messages originated:", textOf(originated)}, {"messages forwarded:", textOf(forwarded)}};
+}
+
+// Kinds of messages -----------------------------------------------------------------------------------
+
+Bsm with(Bsm given, bool forward) {
+  given.forward = forward;
+  return given;
+}
+
+std::set<std::string> bothForwardings(std::vector<std::string> const& kinds) {
+  std::set<std::string> all;
+  for (std::string const& kind : kinds) all.insert({kind, kind + ", No-Forward"});
+  return all;
+}
+
+/// The kinds that a machine distinguishes: by weight and sender if it knows a BSR. RFC 5059 section 3.1.1
+/// has a transition for a non-preferred message of the elected BSR alone.
+std::set<std::string> kindsOfMessages(bool knowsBsr) {
+  if (!knowsBsr) return bothForwardings({"message"});
+  return bothForwardings({"preferred, known BSR", "preferred, another BSR", "non-preferred, known BSR",
+                          "non-preferred, another BSR"});
+}
+
+std::string kindOf(Bsm const& given, Ptr<Bsr::ElectedBsrStatus> const& known) {
+  std::string const forwarding = given.forward ? "" : ", No-Forward";
+  if (!known) return "message" + forwarding;
+  bool const isKnown = addr(given.bsr) == known->ipAddr();
+  Bsr::PimBsrWeight const weight(static_cast<Zet::U8>(known->priority()), known->ipAddr());
+  bool const isPreferred = !(Bsr::PimBsrWeight(given.priority, addr(given.bsr)) < weight);
+  return std::string(isPreferred ? "preferred" : "non-preferred") + (isKnown ? ", known" : ", another") +
+         " BSR" + forwarding;
+}
+
+/// The kinds of messages that came, by the state in which they came.
+using Heard = std::map<std::string, std::set<std::string>>;
+
+void note(Heard& heard, std::string const& state, std::string const& kind) {
+  if (!kind.empty()) heard[state].insert(kind);
 }
 
 // A candidate BSR -------------------------------------------------------------------------------------
@@ -69,22 +108,38 @@ char const* const rpRange = "224.1.0.0/16";
 
 class CandidateTable : public CandidateTest {
  public:
+  std::string kind;  ///< of the message that came as the event
+
+  void hear(Bsm const& message) {
+    kind = kindOf(message, machine()->storedBsr());
+    received_ = " tag " + textOf(message.tag) + " ";
+    CandidateTest::hear(message);
+  }
+  std::string stateName() const { return machine() ? textOf(machine()->state()) : "the machine ends"; }
   Description describe(std::size_t sentBefore) const {
     Ptr<Bsr::BsrCandidateSm> m = machine();
-    Ptr<Bsr::ElectedBsrStatus> stored = m->storedBsr();
-    Description text = sentSince(engine, sentBefore, ownAddress);
-    text.push_back({"Bootstrap Timer", timerOf(engine, m->zetBsTimer())});
+    Description text = sentSince(engine, sentBefore, received_);
+    text.push_back({"Bootstrap Timer", m ? timerOf(engine, m->zetBsTimer()) : "ends"});
     text.push_back({"elected BSR", bsrOf(engine.elected(globalZone))});
-    text.push_back({"known BSR", bsrOf(stored)});
+    text.push_back({"known BSR", m ? bsrOf(m->storedBsr()) : "none"});
     text.push_back({"RP set", engine.rpSet(globalZone).empty() ? "cleared" : engine.rpSet(globalZone)});
-    text.push_back({"timeout", textOf(m->bsTimeout()) + " s"});
-    text.push_back({"kept message of", m->lastBsm() ? textOf(m->lastBsm()->bsrAddress()) : "none"});
+    text.push_back({"timeout", m ? textOf(m->bsTimeout()) + " s" : "none"});
+    text.push_back({"kept message of", m && m->lastBsm() ? textOf(m->lastBsm()->bsrAddress()) : "none"});
     return text;
   }
+
+ private:
+  std::string received_ = "no message came";  ///< the tag of the event's message, as a sent one shows it
 };
 
-Bsm with(Bsm given, bool forward) {
-  given.forward = forward;
+Bsm const highest = {.bsr = "10.0.0.12", .priority = 25, .tag = 700, .hashMaskLen = 20};
+
+/// A message of the BSR that the machine knows, of the same weight or of priority 1. A pending or elected
+/// candidate knows itself, and so does one whose machine waits for the address.
+Bsm ofKnownBsr(CandidateTable const& test, bool isPreferred) {
+  bool const isOther = test.machine()->state() == BsrCandidateState::cBsr;
+  Bsm given = isOther ? superior() : Bsm{.bsr = ownAddress, .priority = 10, .tag = 800, .hashMaskLen = 30};
+  if (!isPreferred) given.priority = 1;
   return given;
 }
 
@@ -111,11 +166,19 @@ Start<CandidateTable> const candidateStarts[] = {
 };
 
 Event<CandidateTable> const candidateEvents[] = {
-    {"preferred message", "bsm", [](CandidateTable& test) { test.hear(superior()); }},
-    {"preferred message, No-Forward", "bsm",
-     [](CandidateTable& test) { test.hear(with(superior(), false)); }},
-    {"non-preferred message", "bsm", [](CandidateTable& test) { test.hear(inferior()); }},
-    {"non-preferred message, No-Forward", "bsm",
+    {"preferred message of the known BSR", "bsm",
+     [](CandidateTable& test) { test.hear(ofKnownBsr(test, true)); }},
+    {"preferred message of the known BSR, No-Forward", "bsm",
+     [](CandidateTable& test) { test.hear(with(ofKnownBsr(test, true), false)); }},
+    {"preferred message of another BSR", "bsm", [](CandidateTable& test) { test.hear(highest); }},
+    {"preferred message of another BSR, No-Forward", "bsm",
+     [](CandidateTable& test) { test.hear(with(highest, false)); }},
+    {"non-preferred message of the known BSR", "bsm",
+     [](CandidateTable& test) { test.hear(ofKnownBsr(test, false)); }},
+    {"non-preferred message of the known BSR, No-Forward", "bsm",
+     [](CandidateTable& test) { test.hear(with(ofKnownBsr(test, false), false)); }},
+    {"non-preferred message of another BSR", "bsm", [](CandidateTable& test) { test.hear(inferior()); }},
+    {"non-preferred message of another BSR, No-Forward", "bsm",
      [](CandidateTable& test) { test.hear(with(inferior(), false)); }},
     {"Bootstrap Timer expires", "time",
      [](CandidateTable& test) { expire(test.engine, test.machine()->zetBsTimer()); }},
@@ -138,10 +201,12 @@ Event<CandidateTable> const candidateEvents[] = {
      [](CandidateTable& test) { test.candidate()->bsPeriodIs(200); }},
     {"address set or changed to 10.0.0.7", "address",
      [](CandidateTable& test) { test.candidate()->addressIs(addr("10.0.0.7")); }},
+    {"the candidacy ends", "", [](CandidateTable& test) { test.engine.status->cbsrDel(prefix(globalZone)); }},
 };
 
 TEST(StateTableTest, ACandidateBsrReactsInEachStateToEachEventAsItsTableSays) {
   std::vector<StateRow> rows;
+  Heard heard;
   for (Start<CandidateTable> const& start : candidateStarts) {
     for (Event<CandidateTable> const& event : candidateEvents) {
       struct Case final : CandidateTable {
@@ -150,11 +215,12 @@ TEST(StateTableTest, ACandidateBsrReactsInEachStateToEachEventAsItsTableSays) {
       start.lead(test);
       std::size_t const sent = test.sent();
       Description const before = test.describe(sent);
-      EXPECT_EQ(textOf(test.machine()->state()), start.name);
+      EXPECT_EQ(test.stateName(), start.name);
       event.happen(test);
-      rows.push_back(
-          {start.name, event.name, textOf(test.machine()->state()), changesOf(before, test.describe(sent))});
+      note(heard, start.name, test.kind);
+      rows.push_back({start.name, event.name, test.stateName(), changesOf(before, test.describe(sent))});
     }
+    EXPECT_EQ(heard[start.name], kindsOfMessages(std::string("noInfoBsr") != start.name)) << start.name;
   }
   expectSection("Candidate BSR", rows);
 }
@@ -164,8 +230,10 @@ TEST(StateTableTest, ACandidateBsrReactsInEachStateToEachEventAsItsTableSays) {
 class FollowerTable : public NonCandidate {
  public:
   std::string zone = scoped;
+  std::string kind;  ///< of the last message that came
 
   void hear(Bsm given) {
+    kind = kindOf(given, engine.elected(zone));
     given.groups = {{zone, {{"203.0.113.2"}}, zone == scoped ? scopedFlag : Zet::U8{0}}};
     engine.receive(given);
   }
@@ -173,7 +241,7 @@ class FollowerTable : public NonCandidate {
   std::string stateName() const { return machine() ? textOf(machine()->state()) : "the machine ends"; }
   Description describe(std::size_t sentBefore) const {
     Ptr<Bsr::BsrNonCandidateSm> m = machine();
-    Description text = {sentSince(engine, sentBefore, "nothing is originated")[1]};
+    Description text = {sentSince(engine, sentBefore, "")[1]};
     text.push_back({"Bootstrap Timer", m ? timerOf(engine, m->zetBsTimer()) : "ends"});
     text.push_back({"Scope Zone Timer", m ? timerOf(engine, m->zetSzTimer()) : "ends"});
     text.push_back({"elected BSR", bsrOf(engine.elected(zone))});
@@ -186,6 +254,7 @@ class FollowerTable : public NonCandidate {
 };
 
 Bsm const known = {.bsr = "10.0.0.5", .priority = 10, .tag = 400};
+Bsm const lowered = {.bsr = "10.0.0.5", .priority = 5, .tag = 401};
 
 void toFollowing(FollowerTable& test, std::string const& zone) {
   test.zone = zone;
@@ -211,10 +280,17 @@ void changeSzTimeout(FollowerTable& test, Zet::U32 seconds) { test.engine.status
 
 Event<FollowerTable> const followerEvents[] = {
     {"message of 10.0.0.5", "bsm", [](FollowerTable& test) { test.hear(known); }},
+    {"message of 10.0.0.5, No-Forward", "bsm", [](FollowerTable& test) { test.hear(with(known, false)); }},
+    {"message of 10.0.0.5 with its priority lowered to 5", "bsm",
+     [](FollowerTable& test) { test.hear(lowered); }},
+    {"message of 10.0.0.5 with its priority lowered to 5, No-Forward", "bsm",
+     [](FollowerTable& test) { test.hear(with(lowered, false)); }},
     {"message of a preferred BSR", "bsm", [](FollowerTable& test) { test.hear(superior()); }},
     {"message of a preferred BSR, No-Forward", "bsm",
      [](FollowerTable& test) { test.hear(with(superior(), false)); }},
     {"message of a non-preferred BSR", "bsm", [](FollowerTable& test) { test.hear(inferior()); }},
+    {"message of a non-preferred BSR, No-Forward", "bsm",
+     [](FollowerTable& test) { test.hear(with(inferior(), false)); }},
     {"Bootstrap Timer expires", "time",
      [](FollowerTable& test) { expire(test.engine, test.machine()->zetBsTimer()); }},
     {"Scope Zone Timer expires", "time",
@@ -228,6 +304,7 @@ Event<FollowerTable> const followerEvents[] = {
 
 TEST(StateTableTest, ARouterThatIsNoCandidateReactsInEachStateToEachEventAsItsTableSays) {
   std::vector<StateRow> rows;
+  Heard heard;
   for (Start<FollowerTable> const& start : followerStarts) {
     for (Event<FollowerTable> const& event : followerEvents) {
       struct Case final : FollowerTable {
@@ -238,9 +315,13 @@ TEST(StateTableTest, ARouterThatIsNoCandidateReactsInEachStateToEachEventAsItsTa
       std::size_t const sent = test.engine.outbox->sent.size();
       Description const before = test.describe(sent);
       EXPECT_TRUE(std::string(start.name).starts_with(test.stateName() + ",")) << test.stateName();
+      test.kind.clear();
       event.happen(test);
+      note(heard, start.name, test.kind);
       rows.push_back({start.name, event.name, test.stateName(), changesOf(before, test.describe(sent))});
     }
+    bool const knowsBsr = std::string(start.name).starts_with("acceptPreferred");
+    EXPECT_EQ(heard[start.name], kindsOfMessages(knowsBsr)) << start.name;
   }
   expectSection("No candidate BSR", rows);
 }
@@ -251,6 +332,7 @@ template <class Events>
 std::set<std::string> attributesOf(Events const& events) {
   std::set<std::string> found;
   for (auto const& event : events) found.insert(event.attribute);
+  found.erase("");
   return found;
 }
 
