@@ -386,6 +386,7 @@ TEST(Prefix, ContainsWhatLiesWithin) {
   EXPECT_FALSE(ten.contains(v4("11.0.0.0")));
   EXPECT_TRUE(ten.contains(ten));
   EXPECT_TRUE(ten.contains(Prefix::parse("10.1.0.0/16")));
+  EXPECT_FALSE(ten.contains(Prefix::parse("11.0.0.0/8")));
   EXPECT_FALSE(ten.contains(Prefix()));
   EXPECT_TRUE(Prefix().contains(ten));
 }

@@ -145,6 +145,11 @@ TEST_F(Fragmenting, TheRpsOfASplitRecordKeepTheirOrderAndValues) {
   EXPECT_EQ(parts, whole);
 }
 
+TEST_F(Fragmenting, ASplitRecordThatHoldsFewerRpsThanItAnnouncesCarriesThoseThatItHas) {
+  Group given{"239.1.0.0/16", someRps(9), 0, 12, 12};
+  EXPECT_THAT(cut(132, {given}), ElementsAre("239.1.0.0/16 12/7(7)", "239.1.0.0/16 12/5(2)"));
+}
+
 TEST_F(Fragmenting, RecordsThatFitWholeGoFirstAndThoseToSplitFillWhatIsLeft) {
   EXPECT_THAT(cut(132, {someGroup(1, 10), someGroup(2, 2)}),
               ElementsAre("239.2.0.0/16 2/2(2) | 239.1.0.0/16 10/4(4)", "239.1.0.0/16 10/6(6)"));
@@ -254,6 +259,10 @@ TEST_F(Fragmenting, EachFragmentOfAScopedZoneBeginsWithTheZonesRecord) {
   EXPECT_THAT(
       cut(132, {zoneRecord(2), someGroup(1, 5), someGroup(2, 4)}, scoped),
       ElementsAre("239.0.0.0/8 2/2(2) | 239.2.0.0/16 4/4(4)", "239.0.0.0/8 2/0(0) | 239.1.0.0/16 5/5(5)"));
+}
+
+TEST_F(Fragmenting, AMessageOfAScopedZoneWithoutRecordsLeavesInFragmentsWithoutRecords) {
+  EXPECT_THAT(cut(35, {}, scoped), ElementsAre("", ""));
 }
 
 TEST_F(Fragmenting, TheInsertedRecordHasTheScopedFlagAlone) {

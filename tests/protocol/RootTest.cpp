@@ -169,6 +169,16 @@ TEST_F(RootStart, AKeptElectedBsrIsFollowedWhereThisRouterIsNoCandidate) {
   EXPECT_EQ(context.tracedAs("Created Non Candidate SM for zone 224.0.0.0/4"), "Pim::Bsr::Sm 8 PimBsrSm");
 }
 
+TEST_F(RootStart, AnElectedBsrThatIsFollowedAlreadyKeepsItsFollower) {
+  engine.status->bootstrapRouterIs(prefix(global));
+  engine.start();
+  auto follower = engine.follower(global);
+  ASSERT_TRUE(follower);
+  engine.root->maybeInitNonCandidateSm();
+  EXPECT_EQ(engine.follower(global), follower);
+  EXPECT_EQ(context.traced("Created Non Candidate SM for zone 224.0.0.0/4"), 1);
+}
+
 TEST_F(RootStart, AMessageThatWaitedBeforeItsStartIsNotRead) {
   engine.bsmStatus->rxBsmIs(make(Bsm{}));
   engine.start();
