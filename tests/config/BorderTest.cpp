@@ -91,6 +91,15 @@ TEST_F(Border, ARangeHeldAsFalseFromTheBeginningWrapsItsCount) {
   EXPECT_EQ(engine.borders(), "");
 }
 
+TEST_F(Border, AnEntryThatHasLeftStatusIsCountedDownAllTheSame) {
+  engine.border("eth0")->bsrBorderGrpIs(range, true);
+  engine.status->bsBorderDel(range);
+  engine.border("eth0")->bsrBorderGrpDel(range);
+  EXPECT_EQ(engine.borderCount("eth0", "239.1.0.0/16"), 0u);
+  engine.border("eth0")->bsrBorderGrpIs(range, true);
+  EXPECT_EQ(engine.borders(), "239.1.0.0/16: eth0");
+}
+
 TEST_F(Border, ARemovedInterfaceComesBackWithItsListAsItIsThen) {
   engine.border("eth0")->bsrBorderAclIs("list", true);
   engine.config->intfConfigDel("eth0");

@@ -174,11 +174,15 @@ TEST_F(BsrConfig, AValueThatBecomesUnknownAgainIsWrittenAndEndsNothing) {
 TEST_F(BsrConfig, AChangedValueWhileTheAddressIsLostMakesNoEntry) {
   up();
   auto group = engine.bsrGroup("eth0", "239.9.0.0/16");
+  auto list = engine.bsrList("eth0", "list");
   down();
   group->priorityIs(9);
+  list->priorityIs(8);
   EXPECT_EQ(engine.cbsr(), "");
   up();
-  EXPECT_EQ(engine.cbsr(), "239.9.0.0/16 eth0 10.0.0.1 9/30/60");
+  EXPECT_EQ(engine.cbsr(),
+            "239.1.0.0/16 eth0 10.0.0.1 8/30/60; 239.3.0.0/16 eth0 10.0.0.1 8/30/60; "
+            "239.9.0.0/16 eth0 10.0.0.1 9/30/60");
 }
 
 // Several sources of one zone -------------------------------------------------------------------------

@@ -169,6 +169,19 @@ TEST_F(SharedFilter, ItsSendersDoNotChangeOnceItFiltersNoMoreAndCountAgainWhenIt
   EXPECT_TRUE(tracedOnce("Added prefix 10.0.0.0/8 to status"));
 }
 
+TEST_F(SharedFilter, ItsFormerSendersAreCountedBesideThoseOfAnotherList) {
+  filter("a");
+  engine.rules("a", {"permit 10.0.0.0/8"});
+  unfilter("a");
+  engine.rules("b", {"permit 10.0.0.0/8"});
+  filter("b");
+  EXPECT_EQ(engine.filterCount("10.0.0.0/8"), 1u);
+  filter("a");
+  EXPECT_EQ(engine.filterCount("10.0.0.0/8"), 2u);
+  unfilter("b");
+  EXPECT_EQ(engine.permits(), "10.0.0.0/8");
+}
+
 // Counts ----------------------------------------------------------------------------------------------
 
 TEST_F(Filter, ACountThatNeverWasWrapsBelowZeroAndItsPrefixStays) {

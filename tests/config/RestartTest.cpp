@@ -232,6 +232,13 @@ TEST_F(LateScrub, KeepsTheCandidateBsrsThatAListExplains) {
   EXPECT_EQ(before, "239.1.0.0/16 eth0 10.0.0.1 64/30/60; 239.3.0.0/16 eth0 10.0.0.1 64/30/60");
 }
 
+TEST_F(LateScrub, TakesACandidateBsrOfAListThatStillWaitsAndHasNoRecord) {
+  engine.bsrList("eth0", "list", 256, 30);
+  leaveCandidate("239.1.0.0/16", "eth0");
+  scrub();
+  EXPECT_EQ(engine.cbsr(), "");
+}
+
 TEST_F(LateScrub, TakesACandidateBsrOfAListThatItsInterfaceDoesntUse) {
   engine.bsrList("eth0", "list");
   engine.machine->bsrConfigAcl("list")->cbsrIntfDel(intf("eth0"));

@@ -226,6 +226,14 @@ TEST_F(RpCandidate, TheRangesOfALostZoneMoveToTheZoneThatCoversThemNow) {
   EXPECT_EQ(sets(), "");
 }
 
+TEST_F(RpCandidate, AZoneKeepsItsRangesBesideACoveringOneThatHasNone) {
+  engine.electOther(globalZone, "10.0.0.1");
+  engine.electOther("239.0.0.0/8", "10.0.0.2");
+  addUs({"239.1.0.0/16"});
+  engine.electOther("239.0.0.0/8", "10.0.0.3");
+  EXPECT_EQ(sets(), "239.0.0.0/8: 239.1.0.0/16");
+}
+
 TEST_F(RpCandidate, ALostZoneTakesOnlyItsOwnSet) {
   engine.electOther("238.0.0.0/8", "10.0.0.1");
   engine.electOther("239.0.0.0/8", "10.0.0.2");
@@ -464,6 +472,7 @@ TEST_F(RpCandidate, BeforeItIsInitializedItDoesNothing) {
   engine.status->crp(addr(us))->intervalIs(1);
   machine->doSendCrpAdv(true);
   machine->handleCrpAdvTimerExpiry();
+  machine->doUpdateCrpAdvSet(prefix(""));
   EXPECT_EQ(sets(), "224.0.0.0/4: 239.1.0.0/16");
   EXPECT_EQ(nextAdv(), next);
   EXPECT_TRUE(engine.takeAdvs().empty());
