@@ -176,6 +176,9 @@ TEST_F(Activity, ATimerIsServedByItsOnTime) {
   handOn(*timer, Zet::allAttributes);
   sm->serve(config.ptr());
   EXPECT_EQ(timer->calls, 2);
+  handOn(*timer, Kiv::TimerWheel::attrTime + 1);
+  sm->serve(config.ptr());
+  EXPECT_EQ(timer->calls, 2) << "it has no other attribute";
 }
 
 }  // namespace

@@ -263,5 +263,31 @@ TEST_F(AttrLogFailure, AReaderWithoutMemoryIsMadeGoodByASnapshotForWhichTheNextC
   }
 }
 
+TEST_F(AttrLogFailure, BytesThatAHandlerBringsWithoutMemoryBreakTheChannelBeforeTheNextMessage) {
+  class Watcher : public Status::Notifiee {
+   public:
+    void onBsTimeout() override {
+      FailingAllocation failing(1);
+      demuxer->bytes(more);
+    }
+    Zet::NboAttrLog::Demuxer* demuxer = nullptr;
+    Bytes more = Bytes(1000, 0);
+  };
+  auto watcher = Zet::make<Watcher>();
+  watcher->demuxer = mirror.demuxer.ptr();
+  watcher->notifierIs(mirror.copy);
+  status->bsTimeoutIs(6);
+  status->szTimeoutIs(7);
+  mirror.sync();
+  EXPECT_TRUE(mirror.demuxer->isBroken());
+  EXPECT_EQ(mirror.copy->bsTimeout(), 6u);
+  EXPECT_EQ(mirror.copy->szTimeout(), 0u);
+  mirror.demuxer->reset();
+  mirror.out->snapshotIs();
+  watcher->notifierIs(nullptr);
+  mirror.sync();
+  EXPECT_TRUE(mirror.isEqual());
+}
+
 }  // namespace
 }  // namespace test

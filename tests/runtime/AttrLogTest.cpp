@@ -133,6 +133,22 @@ TEST_F(AttrLog, APointerIsCopiedWithItsObject) {
   EXPECT_TRUE(acls.demuxer->asked.empty());
 }
 
+TEST_F(AttrLog, TheObjectOfAPointerStaysInASnapshotAndIsMadeAnewWhenAnotherIsSet) {
+  auto lists = Acl::aclTypeConfigFactory("ip");
+  Mirror<Acl::AclTypeConfig> acls(lists, Acl::aclTypeConfigFactory("ip"));
+  auto list = lists->aclIs("a");
+  list->currCfgIs(Zet::make<Acl::AclSubConfig>());
+  acls.sync();
+  auto held = acls.copy->acl("a")->currCfg();
+  acls.out->snapshotIs();
+  acls.sync();
+  EXPECT_EQ(acls.copy->acl("a")->currCfg(), held);
+  list->currCfgIs(Zet::make<Acl::AclSubConfig>());
+  acls.sync();
+  EXPECT_NE(acls.copy->acl("a")->currCfg(), held);
+  EXPECT_TRUE(acls.isEqual());
+}
+
 // Cases that decide whether a copy is right -------------------------------------------------------------
 
 TEST_F(AttrLog, AMemberMadeAgainBeforeAFlushHasItsStartValues) {
@@ -217,6 +233,17 @@ TEST_F(AttrLog, ARejectedValueThatStaysStoredComesWithTheNextSnapshotAndIsNoGap)
   EXPECT_EQ(configs.demuxer->outOfRange(), 1u) << "only a changed value is set";
   EXPECT_EQ(configs.demuxer->lastError(), "Config::holdTime < 12 or > 1073741823 not allowed");
   EXPECT_EQ(configs.copy->szTimeout(), 500u) << "what follows in the snapshot is taken";
+}
+
+TEST_F(AttrLog, OfTwoRejectedValuesInOneSnapshotBothAreStoredAndTheFirstIsReported) {
+  auto config = Bsr::configFactory("bsr");
+  Mirror<Bsr::Config> configs(config, Bsr::configFactory("bsr"));
+  EXPECT_THROW(config->holdTimeIs(5), Zet::RangeException);
+  EXPECT_THROW(config->szTimeoutIs(7), Zet::RangeException);
+  configs.sync();
+  EXPECT_TRUE(configs.isEqual());
+  EXPECT_EQ(configs.demuxer->outOfRange(), 1u) << "counted by messages";
+  EXPECT_EQ(configs.demuxer->lastError(), "Config::holdTime < 12 or > 1073741823 not allowed");
 }
 
 TEST_F(AttrLog, IsNondestructingNotifiesNoOneAndComesWithTheNextSnapshot) {
@@ -319,6 +346,14 @@ TEST_F(AttrLog, AHandlerInTheChannelMayChangeTheTreeAndFlush) {
   EXPECT_TRUE(mirror.isEqual());
 }
 
+TEST_F(AttrLog, AFlowWithoutARootSendsNothing) {
+  auto flow = Zet::make<Zet::NboAttrLog::FlowOut>(8, mirror.tape);
+  int const before = mirror.tape->sends;
+  flow->flush();
+  EXPECT_EQ(mirror.tape->sends, before);
+  EXPECT_EQ(flow->failures(), 0u);
+}
+
 TEST_F(AttrLog, LostBytesAreAskedForOnceAndRepaired) {
   status->cbsrIs(zone);
   mirror.out->flush();  // to no reader
@@ -370,6 +405,26 @@ TEST_F(AttrLog, AMessageThatIsTooLongBreaksTheChannelUntilItIsReset) {
   EXPECT_EQ(copy.bsTimeout(), 6u);
 }
 
+TEST_F(AttrLog, BytesThatAHandlerBringsAreLostWithAChannelThatBreaksAfterItsMessage) {
+  auto watcher = Zet::make<Watcher>();
+  watcher->notifierIs(mirror.copy);
+  mirror.tape->bytes.clear();
+  status->bsTimeoutIs(6);
+  mirror.out->flush();
+  std::vector<Zet::U8> const change = std::exchange(mirror.tape->bytes, {});
+  status->szTimeoutIs(7);
+  mirror.out->flush();
+  std::vector<Zet::U8> const next = std::exchange(mirror.tape->bytes, {});
+  watcher->onTimeout = [&] { mirror.demuxer->bytes(next); };
+  std::vector<Zet::U8> bytes = change;
+  bytes.insert(bytes.end(), 4, 0xff);  // the length of the next message
+  mirror.demuxer->bytes(bytes);
+  EXPECT_TRUE(mirror.demuxer->isBroken());
+  EXPECT_EQ(copy.bsTimeout(), 6u);
+  EXPECT_EQ(copy.szTimeout(), 0u);
+  EXPECT_EQ(mirror.demuxer->messages(), 2u) << "the snapshot and the change";
+}
+
 // The copy ----------------------------------------------------------------------------------------------
 
 TEST_F(AttrLog, AnUpdateThatArrivesAtAReadOnlyCopyRaisesItsTextAndChangesNothing) {
@@ -382,6 +437,16 @@ TEST_F(AttrLog, AnUpdateThatArrivesAtAReadOnlyCopyRaisesItsTextAndChangesNothing
   copy.bsTimeoutIs(56);
   back.sync();
   EXPECT_EQ(back.demuxer->lastError(), "write-update from readonly proxy: bsTimeout");
+  Zet::NboAttrLog::Objects objects;
+  Zet::NboAttrLog::In const nothing{std::span<Zet::U8 const>()};
+  Zet::NboAttrLog::Update const unknown{Zet::NboAttrLog::Op::value, 1000, nothing, objects};
+  Status const& constant = *status;
+  try {
+    deserializeAttr(constant, unknown);
+    ADD_FAILURE() << "no exception";
+  } catch (Zet::InternalException const& e) {
+    EXPECT_STREQ(e.what(), "write-update from readonly proxy: Routing::Pim::Bsr::Status");
+  }
   EXPECT_EQ(status->bsTimeout(), 0u);
   EXPECT_TRUE(back.demuxer->asked.empty());
 }

@@ -76,6 +76,7 @@ TEST(LinkQueue, AKeyHoldsOneMember) {
   EXPECT_EQ(names(queue), "b");
   EXPECT_EQ(queue.member(5)->name, 'b');
   EXPECT_FALSE(queue.member(4));
+  EXPECT_FALSE(queue.del(4));
   EXPECT_TRUE(queue.del(5));
   EXPECT_FALSE(queue.del(5));
   EXPECT_TRUE(queue.empty());

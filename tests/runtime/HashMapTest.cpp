@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <random>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "runtime/String8.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 
@@ -132,6 +134,23 @@ TEST(HashMap, CanBeFilledAgainAfterItWasCleared) {
   Numbers map;
   filled(map, numbers(50)).clear();
   EXPECT_EQ(walk(filled(map, {3, 1, 2})), inOrder({1, 2, 3}));
+}
+
+TEST(HashMap, ARemovalWithoutMemoryForASmallerTableIsDoneAndTheMapCanBeClearedAndFilledAgain) {
+  Numbers map;
+  std::vector<U32> const keys = numbers(5);
+  for (U32 key : keys) add(map, key);
+  map.remove(keys[4]);
+  map.remove(keys[3]);
+  {
+    test::FailingAllocation failing(1);
+    EXPECT_THROW(map.remove(keys[2]), std::bad_alloc);
+  }
+  EXPECT_EQ(walk(map), inOrder({keys[0], keys[1]}));
+  map.clear();
+  EXPECT_TRUE(map.empty());
+  for (U32 key : keys) add(map, key);
+  EXPECT_EQ(walk(map), inOrder(keys));
 }
 
 TEST(HashMap, FindsByHashFirstAndKeyNext) {

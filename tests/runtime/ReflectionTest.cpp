@@ -101,6 +101,18 @@ TEST_F(Reflection, TheNumbersOfATypeAreItsOwnInTheOrderOfDeclaration) {
   }
 }
 
+TEST_F(Reflection, ANumberIsFoundAtWhateverPlaceItsRowIs) {
+  AttributeRow const rows[] = {
+      {.id = 5, .name = "first"}, {.id = 8, .name = "second"}, {.id = 6, .name = "third"}};
+  Zet::ZetType const type{"test::Type", "entity", nullptr, rows};
+  Zet::ZetType const derived{"test::Derived", "entity", &type, {}};
+  for (AttributeRow const& row : rows) {
+    EXPECT_EQ(type.row(row.id), &row);
+    EXPECT_EQ(derived.row(row.id), &row);
+  }
+  for (Zet::AttributeId id : {4, 7, 9}) EXPECT_EQ(derived.row(id), nullptr) << id;
+}
+
 TEST_F(Reflection, ARowReportsWhatWasDeclared) {
   AttributeRow const& row = *ElectedBsrStatus::_fwkType().row("setupTime");
   EXPECT_EQ(row.id, ElectedBsrStatus::attrSetupTime);
@@ -268,8 +280,23 @@ TEST_F(Calls, PassesObjects) {
             Zet::valueToStrep(engine.root->doComputeBsmLength(message)));
 }
 
+TEST_F(Calls, ANullObjectIsPassedOnAsNull) {
+  EXPECT_EQ(call(*engine.root, Bsr::PimBsrSm::attrRefreshRpSet, {{.text = strep(zone)}, {}}), "");
+  EXPECT_FALSE(engine.status->crpStatus(zone)) << "a null message refreshes nothing";
+}
+
 TEST_F(Calls, ACallWithoutAResultGivesTheEmptyText) {
   EXPECT_EQ(call(*engine.root, Bsr::PimBsrSm::attrHandleRpCandidate, {}), "");
+}
+
+TEST_F(Calls, AMethodIsNotRead) {
+  using Interface::AllIntfStatusDir;
+  AttributeOpArgs args;
+  EXPECT_EQ(raised<Zet::OpNotSupportedException>([&] {
+              AllIntfStatusDir::GenericIf_().attributeOp(*engine.interfaces, AllIntfStatusDir::attrMtu,
+                                                         AttributeOp::read, args);
+            }),
+            "attribute mtu does not support read");
 }
 
 TEST_F(Calls, RejectsAnotherNumberOfArguments) {

@@ -46,6 +46,15 @@ TEST(Strep, WhiteSpaceIsSkippedOfEveryKind) {
   EXPECT_TRUE(cur == blank.end());
 }
 
+TEST(Strep, OtherControlCharactersAreNoWhiteSpace) {
+  for (char const* text : {"\b", "\x0e", "\x1f"}) {
+    String8 control(text);
+    StrepPos cur = control.begin();
+    skipWhiteSpace(cur, control.end());
+    EXPECT_EQ(cur.column(), 0) << static_cast<int>(*text);
+  }
+}
+
 TEST(NeedString, ABlankInATokenMeansOptionalWhiteSpace) {
   EXPECT_EQ(columnAfter("Value(", " Value"), 5);
   EXPECT_EQ(columnAfter(" \n Value(", " Value"), 8);
@@ -110,7 +119,7 @@ TEST(Strep, ASignMayPrecedeDigits) {
 }
 
 TEST(Strep, WhatIsNoNumberIsRejected) {
-  for (char const* text : {"", "-", "+", "+-5", "-+5", "x", " 5", "'5'"}) {
+  for (char const* text : {"", "-", "+", "+-5", "-+5", "+x", "x", " 5", "'5'"}) {
     EXPECT_EQ(rangeErrorOf<S64>(text), "needed a number at column 0") << text;
   }
   EXPECT_EQ(rangeErrorOf<U64>("-5"), "needed a number at column 0");

@@ -309,6 +309,22 @@ TEST_F(Wheel, OneArmedMeanwhileTwiceFiresOnceAtTheLastTime) {
   EXPECT_EQ(advance(40), "a");
 }
 
+TEST_F(Wheel, OneArmedMeanwhileAndThenMovedToAnotherWheelFiresThereAlone) {
+  auto other = Zet::make<TimerWheel>();
+  auto a = timer('a', 10), b = timer('b', 11);
+  a->action = [&] { a->timeMinIs(1); };
+  b->action = [&] {
+    a->action = nullptr;
+    a->notifierIs(other);
+    a->timeMinIs(5);
+  };
+  EXPECT_EQ(advance(20), "ab");
+  EXPECT_EQ(wheel->nextExpiry(), never);
+  EXPECT_EQ(advance(20), "");
+  EXPECT_EQ(other->advance(5), 1u);
+  EXPECT_EQ(heard, "a");
+}
+
 TEST_F(Wheel, ATimerThatDestroysItselfFinishesItsCall) {
   auto a = timer('a', 10), b = timer('b', 10);
   a->action = [&] {

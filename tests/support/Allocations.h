@@ -13,8 +13,8 @@ int allocationsOf(Action const& action) {
   return allocationCount() - before;
 }
 
-/// Lets one allocation by operator new fail in the lifetime of this object: the one of this number, counted
-/// from 1.
+/// Lets one allocation by operator new or new[] fail in the lifetime of this object: the one of this number,
+/// counted from 1.
 class FailingAllocation {
  public:
   explicit FailingAllocation(int number);
