@@ -112,6 +112,36 @@ TEST_F(AttrLogFailure, AHostThatSendsTheSnapshotAndRaisesThenHasARepairedCopy) {
   EXPECT_TRUE(mirror.isEqual());
 }
 
+TEST_F(AttrLogFailure, AHostThatResetsTheReaderAndRaisesIsAskedByEachFlowWhoseNextChangeFails) {
+  loseMember();
+  mirror.demuxer->onAsk = [&] {
+    mirror.demuxer->reset();
+    throw std::runtime_error("no connection");
+  };
+  mirror.demuxer->bytes(changes(1, 200));
+  EXPECT_EQ(mirror.demuxer->asked, (Flows{mirror.flow, 8}));
+  mirror.demuxer->bytes(changes(2, 201));
+  EXPECT_EQ(mirror.demuxer->asked, (Flows{mirror.flow, 8, mirror.flow, 8}));
+  EXPECT_EQ(mirror.demuxer->rejected(), 4u) << "no change is ignored";
+}
+
+TEST_F(AttrLogFailure, APartOfAHeaderLeavesASnapshotAskedFor) {
+  loseMember();
+  mirror.demuxer->bytes(changes(1, 200));
+  EXPECT_EQ(mirror.demuxer->asked, Flows{mirror.flow});
+  Zet::NboAttrLog::Out part;
+  put(part, U32{5});
+  put(part, mirror.flow);
+  put(part, static_cast<Zet::U8>(Zet::NboAttrLog::Op::value));
+  U64 const before = mirror.demuxer->rejected();
+  mirror.demuxer->bytes(part.bytes());
+  EXPECT_EQ(mirror.demuxer->rejected(), before + 1);
+  EXPECT_EQ(mirror.demuxer->asked, Flows{mirror.flow});
+  mirror.out->snapshotIs();
+  mirror.sync();
+  EXPECT_TRUE(mirror.isEqual());
+}
+
 TEST_F(AttrLogFailure, AHostThatRaisesInTheSettersCallReachesNeitherTheSetterNorItsWatchers) {
   class Watcher : public Bsr::BsrCandidate::NotifieeConst {
    public:
