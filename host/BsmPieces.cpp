@@ -77,22 +77,34 @@ void BsmPieces::handleAccepted(Message const& message) {
 
 void BsmPieces::add(Kept& kept, Message const& piece) {
   kept.fragments.push_back(piece);
-  kept.byContent.insert(piece);
+  if (spare_.empty()) {
+    kept.byContent.insert(piece);
+  } else {
+    spare_.back().value() = piece;
+    kept.byContent.insert(std::move(spare_.back()));
+    spare_.pop_back();
+  }
   records_ += recordsOf(*piece);
   ++pieces_;
+}
+
+/// There are no more nodes than pieces were kept at once, so that maxPieces bounds the spare ones too.
+void BsmPieces::recycle(Pieces::node_type node) {
+  node.value() = nullptr;
+  spare_.push_back(std::move(node));
 }
 
 void BsmPieces::remove(Kept& kept, Message const& piece) {
   records_ -= recordsOf(*piece);
   --pieces_;
-  kept.byContent.erase(piece);
+  recycle(kept.byContent.extract(piece));
   std::erase(kept.fragments, piece);
 }
 
 void BsmPieces::removeAll(Kept& kept) {
   for (Message const& piece : kept.fragments) records_ -= recordsOf(*piece);
   pieces_ -= kept.fragments.size();
-  kept.byContent.clear();
+  while (!kept.byContent.empty()) recycle(kept.byContent.extract(kept.byContent.begin()));
   kept.fragments.clear();
 }
 
@@ -105,6 +117,7 @@ void BsmPieces::forget(Lanet::IpGenPrefix const& zone) {
 
 void BsmPieces::clear() {
   kept_.clear();
+  spare_.clear();
   records_ = 0;
   pieces_ = 0;
 }

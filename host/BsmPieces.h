@@ -42,9 +42,10 @@ class PIMBSR_INTERNAL BsmPieces {
   struct ByContent {
     bool operator()(Message const& a, Message const& b) const;
   };
+  using Pieces = std::set<Message, ByContent>;
   struct Kept {
-    std::vector<Message> fragments;          ///< in the order of their arrival
-    std::set<Message, ByContent> byContent;  ///< the same
+    std::vector<Message> fragments;  ///< in the order of their arrival
+    Pieces byContent;                ///< the same
     double lastAt = 0;
   };
 
@@ -53,6 +54,7 @@ class PIMBSR_INTERNAL BsmPieces {
   void removeAll(Kept& kept);
   void remove(Kept& kept, Message const& piece);
   void add(Kept& kept, Message const& piece);
+  void recycle(Pieces::node_type node);
   static bool continues(Kept const& kept, Message const& message);
 
   Routing::Pim::Bsr::PimBsrSm const& root_;
@@ -60,6 +62,7 @@ class PIMBSR_INTERNAL BsmPieces {
   std::map<Lanet::IpGenPrefix, Kept> kept_;  ///< by zone
   Zet::U64 records_ = 0;                     ///< group records and RPs in them, of all zones
   size_t pieces_ = 0;                        ///< of all zones
+  std::vector<Pieces::node_type> spare_;     ///< empty nodes, so that a repeated message allocates none
 };
 
 }  // namespace pimbsr::host
