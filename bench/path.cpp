@@ -57,7 +57,7 @@ BENCHMARK(codec)->Name("path/codec")->RangeMultiplier(2)->Range(1, 32);
 std::vector<U8> advertisementOf(U32 ranges, U32 rp = neighborAddress) {
   std::vector<IpGenPrefix> all;
   for (U32 i = 0; i < ranges; ++i) all.push_back(rangeNumber(i));
-  return advertisementOf(all, rp);
+  return bench::advertisementOf(all, rp);
 }
 
 /// Per range, at the elected BSR: read, admitted, checked by the gate, matched to its zone, stored.
