@@ -27,6 +27,8 @@ class PIMBSR_INTERNAL BsmEgress final : public pim::BsmRewriter {
                         Lanet::IpGenAddr const& rp) {
     own_.repeatWithdrawal(zone, range, rp);
   }
+  /// Has them name none that was withdrawn before now.
+  void forgetWithdrawals(Lanet::IpGenPrefix const& zone) { own_.forgetWithdrawals(zone); }
   std::span<Message const> messagesFor(Lanet::IntfId const& intfId, Message const& message) override;
 
  private:

@@ -14,12 +14,17 @@ namespace {
 /// What the engine is asked to do in the RP-set store.
 class StoreCorrections final : public Bsr::StoreRules {
  public:
-  StoreCorrections(CorrectionSwitches& switches, HoldOver& holdOver)
-      : withdrawalsLast_(switches.of(&CorrectionSettings::withdrawalsLast)), holdOver_(holdOver) {}
+  StoreCorrections(CorrectionSwitches& switches, HoldOver& holdOver, BsmEgress& egress)
+      : withdrawalsLast_(switches.of(&CorrectionSettings::withdrawalsLast)),
+        holdOver_(holdOver),
+        egress_(egress) {}
 
   bool takesWithdrawalsLast() const override { return withdrawalsLast_.isOn(); }
   void handleWithdrawnLast() override { withdrawalsLast_.noteAct(); }
-  void handleElection(Lanet::IpGenPrefix const& zone) override { holdOver_.handleElection(zone); }
+  void handleElection(Lanet::IpGenPrefix const& zone) override {
+    holdOver_.handleElection(zone);
+    egress_.forgetWithdrawals(zone);
+  }
   bool keeps(Lanet::IpGenPrefix const& range) const override { return holdOver_.keeps(range); }
   bool keeps(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const override {
     return holdOver_.keeps(range, rp);
@@ -35,6 +40,7 @@ class StoreCorrections final : public Bsr::StoreRules {
  private:
   CorrectionSwitch& withdrawalsLast_;
   HoldOver& holdOver_;
+  BsmEgress& egress_;
 };
 
 }  // namespace
@@ -59,7 +65,7 @@ Correctors::Correctors(Machines const& machines)
                                      machines.switches.of(&CorrectionSettings::forgetLeak))),
       candidacies_(
           Zet::make<CandidacyChanges>(root_, machines.switches.of(&CorrectionSettings::candidacyChanges))) {
-  root_->storeRulesIs(Zet::make<StoreCorrections>(machines.switches, holdOver_));
+  root_->storeRulesIs(Zet::make<StoreCorrections>(machines.switches, holdOver_, egress_));
   io_.rewriterIs(&egress_);
   handleSwitches();
 }

@@ -35,6 +35,11 @@ void OwnMessages::repeatWithdrawal(Lanet::IpGenPrefix const& zone, Lanet::IpGenP
   if (repeatWithdrawal_.isOn()) zones_[zone].withdrawn[{range, rp}] = repetitions;
 }
 
+void OwnMessages::forgetWithdrawals(Lanet::IpGenPrefix const& zone) {
+  auto at = zones_.find(zone);
+  if (at != zones_.end()) at->second.withdrawn.clear();
+}
+
 static void copyRp(BootstrapGroupData& to, BootstrapRpData const& rp) {
   Zet::Meter::visit();
   Ptr<BootstrapRpData> copy = to.rpListIs(rp.rpAddress());

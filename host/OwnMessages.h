@@ -28,6 +28,8 @@ class PIMBSR_INTERNAL OwnMessages {
   /// Has the next messages of a zone name a withdrawn RP that its set doesn't have, unless it is back.
   void repeatWithdrawal(Lanet::IpGenPrefix const& zone, Lanet::IpGenPrefix const& range,
                         Lanet::IpGenAddr const& rp);
+  /// Repeats no withdrawal of a zone that was named before now: the RP may be back under another BSR.
+  void forgetWithdrawals(Lanet::IpGenPrefix const& zone);
 
  private:
   using RpKey = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;  ///< group range and RP

@@ -58,6 +58,20 @@ TEST(CorrectionsTest, AStatementTurnsThemOnForSomeRoutersAndSurvivesARestart) {
   EXPECT_TRUE(isOn(0));
 }
 
+/// r1 withdraws an RP as BSR, which is back under the next BSR, r3, before r1 is elected again.
+TEST(CorrectionsTest, ABsrThatIsElectedAgainRepeatsNoFormerWithdrawal) {
+  Script script(row(3));
+  script.play(
+      "corrections all\ncandidate-bsr r1 global\ncandidate-rp r2 239.1.0.0/16\nrun 60\n"
+      "no candidate-rp r2 239.1.0.0/16\nrun 12\ncandidate-bsr r3 global priority 200\nrun 20\n"
+      "candidate-rp r2 239.1.0.0/16\nrun 60\nno candidate-bsr r3 global\n");
+  for (int second = 0; second < 60; ++second) {
+    ASSERT_EQ(rps(script, 1), 1u) << second;
+    script.play("run 1\n");
+  }
+  EXPECT_EQ(script.bsr(1), "10.0.0.1");
+}
+
 /// A row of routers in which every second is exact.
 TEST(CorrectionsTest, CorrectedAndExactRoutersLearnTheSameTogether) {
   Script script(row(6, " mtu 576"));
