@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,15 +21,6 @@ struct StatementForm {
 
 /// All statements, in the manual's order.
 std::vector<StatementForm> statementForms();
-
-/// The kinds of events by name, in the order of their bits.
-struct KindName {
-  Kind kind;
-  std::string_view name;
-  std::string_view sentence;
-  std::string_view former = {};  ///< a former name, which is rejected with the present one; may be empty
-};
-std::span<KindName const> kindNames();
 
 /// Reads statements, one to a line, and checks them against those read before: a name must have been made,
 /// and what has a range must be in it. Text may come in pieces; the names and the time go on.

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "sim/ScenarioOutput.h"
 #include "sim/ScenarioParser.h"
 #include "wire/Wire.h"
 

@@ -96,7 +96,7 @@ ALLOWED = [
     (r"\w*[fF]aults?\w*", "sim/*", "faults that the simulator injects"),
     (r"\w*[fF]aults?\w*", "tests/sim/*", "faults that the simulator injects"),
     (r"there is no statement 'reuter'.*", "tests/scenarios/mistakes.txt", "the names of the statements"),
-    (r"refusals", "sim/ScenarioParser.cpp", "a former name of a kind of events"),
+    (r"refusals", "sim/ScenarioOutput.cpp", "a former name of a kind of events"),
     (r"refusals", "tests/scenarios/mistakes.txt", "a former name of a kind of events"),
     (r"hold-time", "tests/scenarios/mistakes.txt", "a former name of an option"),
     (r"hold-time|zone-timeout", "tests/agent/ConfigFileTest.cpp", "former names of keys"),
