@@ -72,6 +72,11 @@ void Network::checksAre(host::IngressSettings const& checks) {
   for (Node& node : nodes_) node.checksAre(checks);
 }
 
+void Network::limitIs(U32 host::IngressSettings::*limit, U32 value) {
+  ingress_.*limit = value;
+  for (Node& node : nodes_) node.limitIs(limit, value);
+}
+
 void Network::correctionsAre(host::CorrectionSettings const& settings) {
   corrections_ = settings;
   for (Node& node : nodes_) node.correctionsAre(settings);

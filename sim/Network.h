@@ -46,6 +46,8 @@ class Network final : public Medium {
   void ingressIs(host::IngressSettings const& ingress);
   /// Sets the checks of all routers, and leaves the bounds.
   void checksAre(host::IngressSettings const& checks);
+  /// Sets one bound of all routers, those to come included; 0 for none.
+  void limitIs(U32 host::IngressSettings::*limit, U32 value);
   /// Sets the corrections of all routers, those to come included.
   void correctionsAre(host::CorrectionSettings const& settings);
 

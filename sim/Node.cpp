@@ -244,6 +244,12 @@ void Node::checksAre(host::IngressSettings const& checks) {
   ingressIs(ingress);
 }
 
+void Node::limitIs(U32 host::IngressSettings::*limit, U32 value) {
+  host::IngressSettings ingress = ingress_;
+  ingress.*limit = value;
+  ingressIs(ingress);
+}
+
 void Node::correctionsAre(host::CorrectionSettings const& settings) {
   corrections_ = settings;
   if (router_) call([&] { router_->correctionsAre(settings); });

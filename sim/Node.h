@@ -140,6 +140,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   void ingressIs(host::IngressSettings const& ingress);
   /// Replaces the checks alone.
   void checksAre(host::IngressSettings const& checks);
+  /// Sets one bound alone; 0 for none.
+  void limitIs(U32 host::IngressSettings::*limit, U32 value);
   void correctionsAre(host::CorrectionSettings const& settings);
 
   /// Starts afresh with what is configured; nothing if it runs already.

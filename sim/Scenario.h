@@ -174,11 +174,21 @@ struct SetChecks {
   host::IngressSettings checks;  ///< without bounds
 };
 
+/// Sets bounds of routers from now on, one after the other; the other bounds stay.
+struct SetLimits {
+  struct Value {
+    U32 host::IngressSettings::*limit;
+    U32 value;  ///< 0 for no bound
+  };
+  std::vector<U32> routers;  ///< empty for all, those to come included
+  std::vector<Value> values;
+};
+
 using Action =
     std::variant<AddLink, AddRouter, AddInterface, SetCandidateBsr, EndCandidateBsr, SetCandidateRp,
                  EndCandidateRp, SetBorder, SetPermit, SetAccessList, SetListUse, SetAddress, SetTimers,
                  SetRoute, SetLink, SetLife, Partition, Heal, SetFaults, SetConvergence, SetStormLimit,
-                 Inject, LetRun, Show, ShowRp, SetReport, SetCorrections, SetChecks>;
+                 Inject, LetRun, Show, ShowRp, SetReport, SetCorrections, SetChecks, SetLimits>;
 
 struct Statement {
   Action action;

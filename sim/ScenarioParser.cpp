@@ -447,6 +447,9 @@ constexpr Reader readers[] = {
     {{"checks", "checks all|none|NAME... [on ROUTER...]",
       "sets which checks of the configuration file are on, of all routers or of some; the others are off"},
      readChecks},
+    {{"limits", "limits none|KEY N... [on ROUTER...]",
+      "sets limits of the configuration file, of all routers or of some; the others stay, and 0 is no bound"},
+     readLimits},
     {{"inject",
       "inject LINK bsm from A [bsr A] [priority N] [hash-mask-length N] [tag N] [no-forward] [to A] "
       "[group RANGE [scoped] [bidir] [rp-count N] [rp A [priority N] [holdtime N]]...]...",

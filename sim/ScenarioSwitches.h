@@ -10,4 +10,8 @@ namespace pimbsr::sim {
 Action readCorrections(ScenarioLine& line);
 Action readChecks(ScenarioLine& line);
 
+/// Reads what follows `limits`: none, or the names of bounds with their values; then the routers after `on`,
+/// if not all.
+Action readLimits(ScenarioLine& line);
+
 }  // namespace pimbsr::sim

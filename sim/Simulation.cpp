@@ -116,6 +116,12 @@ class Simulation::Executor {
     if (set.routers.empty()) network_.checksAre(set.checks);
     for (U32 router : set.routers) network_.node(router).checksAre(set.checks);
   }
+  void operator()(SetLimits const& set) {
+    for (auto const& [limit, value] : set.values) {
+      if (set.routers.empty()) network_.limitIs(limit, value);
+      for (U32 router : set.routers) network_.node(router).limitIs(limit, value);
+    }
+  }
   void operator()(SetReport const& set) {
     simulation_.kindsIs(set.on ? simulation_.kinds_ | set.kinds : simulation_.kinds_ & ~set.kinds);
   }

@@ -58,6 +58,23 @@ TEST(CorrectionsTest, AStatementTurnsThemOnForSomeRoutersAndSurvivesARestart) {
   EXPECT_TRUE(isOn(0));
 }
 
+TEST(CorrectionsTest, LimitsOfAStatementHoldForItsRoutersAndSurviveARestart) {
+  struct Case {
+    char const* statements;
+    Zet::U32 rps;  ///< of r1
+  };
+  Script script(pair);
+  for (Case const& c : {Case{"limits rps-per-range 3 on r1\n", 3},
+                        {"crash r1\nstart r1\nrun 20\n", 3},
+                        {"limits rps-per-range 5 on r2\n", 3},
+                        {"limits rps-per-range 4 rps 100\n", 4},
+                        {"limits none\n", 6},
+                        {"limits none rps-per-range 5\ncrash r1\nstart r1\nrun 20\n", 5}}) {
+    script.play(c.statements + advertisements(6) + "run 1\n");
+    EXPECT_EQ(rps(script, 0), c.rps) << c.statements;
+  }
+}
+
 /// r1 withdraws an RP as BSR, which is back under the next BSR, r3, before r1 is elected again.
 TEST(CorrectionsTest, ABsrThatIsElectedAgainRepeatsNoFormerWithdrawal) {
   Script script(row(3));
