@@ -25,15 +25,23 @@ static constexpr U32 changeTime = bsTimeout + 24 + 60 + 60 + 30;
 /// Seconds without a BSR where its power is lost: the longest override delay (RFC 5059 section 5), and the
 /// flooding.
 static constexpr U32 overrideTime = 25;
-/// Seconds without an RP where the BSR is silent for BS_Timeout: the RPs that it announced last may end
-/// before a new one, or the same with what it knew, has announced them.
-static constexpr U32 learnedAgain = 30;
+static constexpr U32 bsPeriod = 60;
+static constexpr U32 bsMinInterval = 10;
+/// The longest C_RP_Adv_Period of random networks.
+static constexpr U32 crpAdvPeriod = 60;
+/// The least holdtime that a BSR announces: three BS_Periods.
+static constexpr U32 holdtime = 3 * bsPeriod;
 /// Seconds from a BSR's first message until it names the RPs: they advertise within 3 s, and the next message
 /// comes BS_Min_Interval later.
-static constexpr U32 namesRps = 13;
-/// Seconds for which RPs of a BSR last at least: their holdtime is three BS_Periods, and an advertisement may
-/// be 60 s old.
-static constexpr U32 rpsLast = 180 - 60;
+static constexpr U32 namesRps = 3 + bsMinInterval;
+/// Seconds without an RP where the BSR is silent. In its zone there are none: after its last message the next
+/// BSR names the RPs before they end. But where the router was the way to the BSR of a scoped zone, those cut
+/// off give the zone up after BS_Timeout, their RPs are advertised to the BSR of the wider zone within a
+/// C_RP_Adv_Period, and its message comes BS_Min_Interval later, or twice that if a further RP defers it.
+static constexpr U32 learnedAgain = bsTimeout + crpAdvPeriod + 2 * bsMinInterval - holdtime;
+static_assert(bsTimeout + overrideTime + namesRps < holdtime);
+/// Seconds for which RPs of a BSR last at least: their last advertisement may be a C_RP_Adv_Period old.
+static constexpr U32 rpsLast = holdtime - crpAdvPeriod;
 
 /// Groups of all ranges that random networks have.
 static std::vector<IpAddr> const& sampledGroups() {
