@@ -15,6 +15,7 @@ using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Zet::Ptr;
+using Zet::U16;
 using Zet::U32;
 using Zet::U64;
 using Zet::U8;
@@ -39,11 +40,13 @@ struct NamedRange {
   std::vector<U32> rps;
 };
 
-/// A message of the BSR with those ranges, as an IPv4 packet from the neighbor.
-inline std::vector<U8> packetOf(std::vector<NamedRange> const& ranges) {
+/// A message of the BSR with those ranges, as an IPv4 packet from the neighbor; a BSR draws another tag for
+/// each message.
+inline std::vector<U8> packetOf(std::vector<NamedRange> const& ranges, U16 tag = 0) {
   namespace Packet = Routing::Pim::Packet;
   auto message = Zet::make<Packet::BootstrapMessage>();
   message->forwardIs(true);
+  message->fragmentTagIs(tag);
   message->hashMaskLenIs(30);
   message->bsrPriorityIs(10);
   message->bsrAddressIs(IpAddr::fromHost(bsrAddress));
@@ -65,18 +68,18 @@ inline std::vector<U8> packetOf(std::vector<NamedRange> const& ranges) {
 }
 
 /// The same with the RPs of each range by number.
-inline std::vector<U8> packetOf(std::vector<Range> const& ranges) {
+inline std::vector<U8> packetOf(std::vector<Range> const& ranges, U16 tag = 0) {
   std::vector<NamedRange> named;
   for (Range const& range : ranges) {
     NamedRange& last = named.emplace_back(NamedRange{range.prefix, {}});
     for (U32 i = 0; i < range.rps; ++i) last.rps.push_back(0x0a000001 + range.firstRp + i);
   }
-  return packetOf(named);
+  return packetOf(named, tag);
 }
 
 /// Packets of at most 100 RPs each that together name `count` RPs, so many to a range, from range and RP
 /// number 0 on.
-inline std::vector<std::vector<U8>> packetsOf(U32 count, U32 rpsPerRange) {
+inline std::vector<std::vector<U8>> packetsOf(U32 count, U32 rpsPerRange, U16 tag = 0) {
   std::vector<std::vector<U8>> packets;
   std::vector<Range> ranges;
   U32 inPacket = 0;
@@ -84,7 +87,7 @@ inline std::vector<std::vector<U8>> packetsOf(U32 count, U32 rpsPerRange) {
     ranges.push_back({rangeNumber(rp / rpsPerRange), rp, static_cast<U8>(rpsPerRange)});
     inPacket += rpsPerRange;
     if (inPacket + rpsPerRange <= 100 && rp + rpsPerRange < count) continue;
-    packets.push_back(packetOf(ranges));
+    packets.push_back(packetOf(ranges, tag));
     ranges.clear();
     inPacket = 0;
   }

@@ -16,9 +16,12 @@ constexpr U32 rpsPerMessage = 100;
 void path(benchmark::State& state, pimbsr::host::CorrectionSettings const& corrections) {
   Station station(static_cast<int>(state.range(0)));
   station.router.correctionsAre(corrections);
-  std::vector<U8> const packet = packetsOf(rpsPerMessage, 10).front();
+  // One after the other: a message with the tag of the last one would be a fragment of it.
+  std::vector<U8> const packets[] = {packetsOf(rpsPerMessage, 10, 1).front(),
+                                     packetsOf(rpsPerMessage, 10, 2).front()};
+  U32 round = 0;
   for (auto _ : state) {
-    if (!station.receive(packet)) state.SkipWithError("dropped");
+    if (!station.receive(packets[round++ % 2])) state.SkipWithError("dropped");
   }
   if (station.sink.packets != static_cast<U64>(state.iterations() * state.range(0)))
     state.SkipWithError("not sent on");
