@@ -19,7 +19,7 @@ set(unity_alone
   tests/crp/RootRpCandidateTest.cpp tests/crp/RpCandidateTest.cpp tests/crp/RpTreeTest.cpp
   tests/crp/StateTableTest.cpp
   tests/host/MessageFitTest.cpp tests/host/QuickRelearnTest.cpp tests/host/QuotasTest.cpp
-  tests/host/RpBoundsTest.cpp
+  tests/host/RpBoundsTest.cpp tests/host/SteadyCorrectionsTest.cpp
   tests/runtime/AttrLogAttackTest.cpp
   tests/view/DigestTest.cpp tests/wire/CrpAdvTest.cpp tests/wire/HelloTest.cpp)
 
