@@ -34,11 +34,14 @@ static constexpr U32 holdtime = 3 * bsPeriod;
 /// Seconds from a BSR's first message until it names the RPs: they advertise within 3 s, and the next message
 /// comes BS_Min_Interval later.
 static constexpr U32 namesRps = 3 + bsMinInterval;
-/// Seconds without an RP where the BSR is silent. In its zone there are none: after its last message the next
-/// BSR names the RPs before they end. But where the router was the way to the BSR of a scoped zone, those cut
-/// off give the zone up after BS_Timeout, their RPs are advertised to the BSR of the wider zone within a
-/// C_RP_Adv_Period, and its message comes BS_Min_Interval later, or twice that if a further RP defers it.
-static constexpr U32 learnedAgain = bsTimeout + crpAdvPeriod + 2 * bsMinInterval - holdtime;
+/// Seconds without an RP where the BSR is silent. After its last message the next BSR names the RPs before
+/// they end, but for those of two kinds. A candidate takes no message of a weaker BSR than the silent one; it
+/// claims to be BSR itself, and its own RPs are advertised to the next BSR as it hears of that a BS_Period
+/// later. Where the router was the way to the BSR of a scoped zone, those cut off give the zone up after
+/// BS_Timeout, and their RPs are advertised to the BSR of the wider zone within a C_RP_Adv_Period, which is
+/// no longer.
+static constexpr U32 learnedAgain = bsTimeout + overrideTime + bsPeriod + bsMinInterval - holdtime;
+static_assert(learnedAgain >= bsTimeout + crpAdvPeriod + 2 * bsMinInterval - holdtime);
 static_assert(bsTimeout + overrideTime + namesRps < holdtime);
 /// Seconds for which RPs of a BSR last at least: their last advertisement may be a C_RP_Adv_Period old.
 static constexpr U32 rpsLast = holdtime - crpAdvPeriod;
