@@ -136,8 +136,8 @@ bool isSettled(Network const& network) {
   return network.now() >= sim::RandomScenario::healedAt + sim::settling;
 }
 
-/// The findings of the first of some seeds that has one with a text; empty if none has. What an error changes
-/// depends on the network that is drawn. `Planted` is the report that plants it.
+/// The findings of the first of some seeds that has one with a text; empty if none has. The effect of an
+/// error depends on the network that is drawn. `Planted` is the report that plants it.
 template <class Planted>
 sim::Findings findingsWith(std::string_view text, sim::TrialSettings const& settings = {}) {
   constexpr U64 seeds = 10;
