@@ -273,12 +273,12 @@ TEST_F(ControlServerTest, WatchersGetEachLineAndOthersNone) {
 }
 
 TEST_F(ControlServerTest, AWatcherIsNotListenedToAndMayBeSilent) {
-  start({.silence = milliseconds(10), .answerTime = milliseconds(10)});
+  start({.silence = milliseconds(300), .answerTime = milliseconds(300)});
   ControlPeer peer = connected();
   peer.send(askVersion + watching + askVersion);
   readUntilLines(peer, 2);
   peer.send(askVersion + std::string(10000, 'x'));
-  std::this_thread::sleep_for(milliseconds(15));
+  std::this_thread::sleep_for(milliseconds(320));
   for (int n = 0; n < 20; ++n) turn();
   server_->publish("{\"n\":1}");
   readUntilLines(peer, 3);
