@@ -24,7 +24,6 @@ namespace pimbsr::agent {
 using host::ConfigPart;
 using host::ConfigPlace;
 using Lanet::IpAddr;
-using Lanet::IpGenPrefix;
 using Sort = ConfigValue::Sort;
 
 // The reader ------------------------------------------------------------------------------------------

@@ -224,7 +224,7 @@ void Linter::lintZones() {
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
     ConfigPlace place{.part = ConfigPart::candidateBsr, .name = intf};
     for (auto const& [range, terms] : ranges.groups) {
-      if (!hasInvalidTerms(place.group(range))) zones_.try_emplace(range, intf, terms);
+      if (!hasInvalidTerms(place.group(range))) zones_.try_emplace(range, Claim<BsrTerms>{intf, terms});
     }
   }
   for (auto const& [intf, ranges] : router_.candidateBsrs) {
@@ -238,7 +238,7 @@ void Linter::lintZones() {
 void Linter::lintZone(IpGenPrefix const& zone, std::string const& intf, BsrTerms const& terms,
                       ConfigPlace const& place) {
   if (hasInvalidTerms(place)) return;
-  auto [claim, isFirst] = zones_.try_emplace(zone, intf, terms);
+  auto [claim, isFirst] = zones_.try_emplace(zone, Claim<BsrTerms>{intf, terms});
   bool isOthers = claim->second.intf != intf;
   if (isFirst || isOthers || claim->second.terms == terms) return;
   report(place,

@@ -251,7 +251,9 @@ void addTraces(std::vector<WrittenTable>& sections, Settings const& settings) {
 Json interfacesJson(Settings const& settings) {
   Json out = Json::object();
   for (auto const& [name, table] : interfacesOf(settings)) {
-    auto isWritten = [&](ConfigKey const& key) { return table.pim || !isKeyOf<InterfaceSettingsKeys>(key); };
+    auto isWritten = [pim = table.pim](ConfigKey const& key) {
+      return pim || !isKeyOf<InterfaceSettingsKeys>(key);
+    };
     out[name] = jsonOf<file::InterfaceKeys>(table, isWritten);
   }
   return out;
