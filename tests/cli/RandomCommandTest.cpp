@@ -26,6 +26,20 @@ TEST(RandomCommandTest, LastLineSumsUp) {
                                     "all agreed.\n"));
 }
 
+TEST(RandomCommandTest, TheFirstOfAllFailuresIsExplainedAndTheCommandFails) {
+  RandomOptions options{.trials = 6, .fewest = 5, .most = 5};
+  options.ingress.rps = 1;  // fewer than most of these networks have
+  RunResult run = random(options);
+  EXPECT_EQ(run.code, exitFailed);
+  EXPECT_THAT(run.out, testing::ContainsRegex("^Seed [1-6] with 5 routers is not as it must be:\n  "));
+  EXPECT_THAT(run.out, testing::ContainsRegex("\n  healed: r[0-4] misses RP "));
+  EXPECT_THAT(run.out, testing::HasSubstr("\nIts scenario\nstorm-limit "));
+  EXPECT_THAT(run.out, testing::HasSubstr("\nIts course\n"));
+  EXPECT_EQ(run.out.find("Seed "), run.out.rfind("Seed ")) << "one is explained";
+  EXPECT_THAT(run.out, testing::ContainsRegex(" events: [2-6] failed, of seed [1-6](, [1-6])+\\.\n$"))
+      << "all are listed";
+}
+
 TEST(RandomCommandTest, SameSeedsGiveTheSameCourse) {
   RandomOptions options{.trials = 2, .fewest = 4, .most = 6};
   EXPECT_EQ(random(options).out, random(options).out);
