@@ -17,8 +17,8 @@ namespace {
 using Zet::Name;
 using Zet::String8;
 
-static_assert(sizeof(String8) == 8);
-static_assert(sizeof(Name) == 8);
+static_assert(sizeof(String8) == sizeof(void*));
+static_assert(sizeof(Name) == sizeof(void*));
 static_assert(std::is_same_v<String8, Zet::StringN<unsigned char>>);
 static_assert(std::is_base_of_v<String8, Name>);
 
