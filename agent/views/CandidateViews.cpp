@@ -7,7 +7,6 @@ namespace pimbsr::agent {
 
 namespace Bsr = Routing::Pim::Bsr;
 using Lanet::IpGenPrefix;
-using Zet::Ptr;
 
 // Configured candidacies without effect -----------------------------------------------------------------
 
@@ -88,6 +87,7 @@ static std::vector<view::CandidateBsr> bsrCandidates(Observed const& observed) {
     byZone[at->zone()] = viewOf(observed, *at);
   }
   std::vector<view::CandidateBsr> candidates;
+  candidates.reserve(byZone.size());
   for (auto& [zone, candidate] : byZone) candidates.push_back(std::move(candidate));
   return candidates;
 }
@@ -131,6 +131,7 @@ static std::vector<view::CandidateRp> rpCandidates(Observed const& observed) {
     byAddress[at->address()] = viewOf(observed, *at);
   }
   std::vector<view::CandidateRp> candidates;
+  candidates.reserve(byAddress.size());
   for (auto& [address, candidate] : byAddress) candidates.push_back(std::move(candidate));
   return candidates;
 }

@@ -8,6 +8,7 @@ namespace pimbsr::agent {
 static std::vector<std::string> textsOf(std::string const& file, char const* kind,
                                         std::vector<ConfigFinding> const& findings) {
   std::vector<std::string> texts;
+  texts.reserve(findings.size());
   for (ConfigFinding const& finding : findings)
     texts.push_back(fmt::format("{}: {}: {}", textOf(file, finding.at), kind, finding.text));
   return texts;

@@ -11,7 +11,6 @@ namespace pimbsr::cli {
 
 namespace Packet = Routing::Pim::Packet;
 using host::Change;
-using host::ChangeKind;
 using host::MessageKind;
 using host::Reception;
 using Lanet::IpGenPrefix;

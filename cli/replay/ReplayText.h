@@ -16,7 +16,7 @@ class ReplayText final : public ReplayReport {
   ReplayText(std::ostream& out, std::string const& file) : out_(out), file_(file) {}
 
   void onStart(CaptureTime const& first) override;
-  void onMessage(PlayedMessage const& message, std::span<host::Change const> changes) override;
+  void onMessage(PlayedMessage const& played, std::span<host::Change const> changes) override;
   void onTimers(double time, std::span<host::Change const> changes) override;
   void onEnd(ReplayResult const& result) override;
 
