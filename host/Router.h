@@ -38,7 +38,7 @@ struct RouterParts;
 /// The host sets the context's clock to the time of an event and then makes one call; each call enters the
 /// context by itself. A watcher of the status tree hears of changes inside that call, and must not call
 /// back in. Advertisements are taken from every sender as long as no sender has been permitted by name.
-class PIMBSR_API Router : private DropListener {
+class PIMBSR_API Router final : private DropListener {
  public:
   /// The context and the port outlive the router.
   Router(Zet::Context& context, pim::Port& port, RouterOptions const& options = {});
