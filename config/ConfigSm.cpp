@@ -5,7 +5,6 @@
 
 namespace Routing::Pim::Bsr {
 
-using Lanet::IpGenPrefix;
 using Zet::Ptr;
 using Zet::String8;
 

@@ -14,7 +14,6 @@ namespace Bsr = Routing::Pim::Bsr;
 namespace Packet = Routing::Pim::Packet;
 using Packet::BootstrapGroupData;
 using Packet::BootstrapMessage;
-using Zet::Ptr;
 
 /// Below 0, 0 and above 0 as the content of the first record comes before that of the second, is the same and
 /// comes after it. The RPs of a record are walked in an order that depends on them alone.

@@ -139,6 +139,7 @@ void WebServer::serveMetrics(Exchange const& exchange) {
   if (!name.empty()) return serveMetricsOf(exchange, name);
   askAll({metricsRequest}, [exchange](auto const& results) {
     std::vector<AgentMetrics> all;
+    all.reserve(results.size());
     for (auto const& [agent, answers] : results) all.emplace_back(agent, textOf(answers.begin()->second));
     exchange->respond(made(metricsType, mergedMetrics(all)));
   });
