@@ -18,7 +18,6 @@ constexpr U32 rpsOfMessage = 130;    // RPs of one range that an Ethernet frame 
 constexpr U32 fewZones = 32;         // that a router follows beside others
 constexpr U32 rangesOfMessage = 60;  // ranges with one RP each that it holds
 constexpr U8 scopedFlag = 0x01;      // RFC 5059 section 4.1: an admin scope zone
-constexpr U8 noForwardFlag = 0x80;   // RFC 5059 section 4.1
 enum Type : U8 { hello = 0x20, bootstrap = 0x24, advertisement = 0x28 };
 
 /// A PIM message that is being written.
