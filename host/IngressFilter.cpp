@@ -6,7 +6,6 @@ namespace pimbsr::host {
 
 using Lanet::allPimRouters;
 using Lanet::IntfId;
-using Lanet::IpAddr;
 using Lanet::IpGenAddr;
 using Zet::Ptr;
 

@@ -10,7 +10,6 @@ namespace pimbsr::host {
 namespace Packet = Routing::Pim::Packet;
 using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
-using Zet::Ptr;
 using Zet::U16;
 
 /// Takes one from the count of a key, and the key away with the last.

@@ -228,6 +228,7 @@ std::vector<std::string> nearestKeys(PtrInterface const& object, AttributeRow co
     if (best.size() > maxNearest) best.pop_back();
   });
   std::vector<std::string> keys;
+  keys.reserve(best.size());
   for (Ranked& ranked : best) keys.push_back(std::move(ranked.second));
   return keys;
 }
@@ -251,7 +252,7 @@ Place follow(Object const& object, Step const& step) {
   AttributeRow const& row = rowOf(*object, step);
   if (step.key && !row.isIndexed()) fail(step.keyColumn, step.name + " takes no key");
   if (row.isIndexed() && !step.key) return {.object = object, .row = &row};
-  Place const place{object, &row, step.key ? String8(*step.key) : String8(), step.key.has_value()};
+  Place place{object, &row, step.key ? String8(*step.key) : String8(), step.key.has_value()};
   if (!holdsObjects(row)) {
     if (place.hasKey && row.read != nullptr) row.read(*object, place.key);  // raises for a key that isn't one
     return place;

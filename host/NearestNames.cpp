@@ -24,6 +24,7 @@ std::vector<std::string_view> nearestNames(std::string_view name, std::vector<st
   static constexpr std::size_t maxLength = 64;
   if (name.size() > maxLength) return {};
   std::vector<std::pair<std::size_t, std::string_view>> ranked;
+  ranked.reserve(names.size());
   for (std::string_view other : names) ranked.emplace_back(editDistance(name, other), other);
   auto isNearer = [](auto const& a, auto const& b) { return a.first < b.first; };
   std::stable_sort(ranked.begin(), ranked.end(), isNearer);

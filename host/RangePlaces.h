@@ -81,7 +81,7 @@ class PIMBSR_INTERNAL RangePlaces {
   Full* find(Lanet::IpGenPrefix const& range);
   Full& add(Lanet::IpGenPrefix const& range);
   void dropIdle();
-  bool isFull(Request const& request, Full const* full) const;
+  bool isFull(Request const& request, Full const* reserved) const;
   void takeOver(Request const& request, Full& full) const;
   bool mayDisplace(Request const& request, Full const& full) const;
   void displaceFor(Request const& request, Full& full);

@@ -51,7 +51,7 @@ class PIMBSR_API Router final : private DropListener {
   /// counts as 1500).
   void interfaceIs(Lanet::IntfId const& intfId, U32 mtu);
   /// Adds an interface that speaks Hello too, or changes its MTU and options.
-  void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& hello);
+  void interfaceIs(Lanet::IntfId const& intfId, U32 mtu, pim::HelloOptions const& options);
   /// Takes an interface away with its neighbors; no Hello is sent. The port says
   /// which address it still has. An unknown one is left alone.
   void interfaceDel(Lanet::IntfId const& intfId);

@@ -9,7 +9,6 @@
 namespace pimbsr::host {
 
 namespace Bsr = Routing::Pim::Bsr;
-using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Routing::Pim::RpCandidateSet;
 using Zet::Ptr;

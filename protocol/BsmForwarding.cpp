@@ -13,7 +13,6 @@ namespace Routing::Pim::Bsr {
 
 using Lanet::IntfId;
 using Lanet::IpGenPrefix;
-using Packet::BootstrapGroupData;
 using Packet::BootstrapMessage;
 using Zet::Ptr;
 

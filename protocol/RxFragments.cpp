@@ -9,8 +9,6 @@
 
 namespace Routing::Pim::Bsr {
 
-using Zet::Ptr;
-
 static Zet::TraceSource const trace("Pim::Bsr::Sm", "PimBsrSm");
 
 /// Runs after a tag has come or gone: the first tag starts the timer, further ones leave its phase alone, and
