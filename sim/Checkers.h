@@ -80,10 +80,10 @@ class Expectation {
   void findRps();
   ZoneParts const* zoneFor(U32 node, Lanet::IpGenPrefix const& range) const;
   bool permits(U32 bsr, Lanet::IpGenAddr const& sender) const;
-  void checkRouter(ZoneParts const& zone, U32 node, Findings& findings) const;
-  void checkHash(ZoneParts const& zone, U32 node, Findings& findings) const;
-  void checkExpiry(ZoneParts const& zone, U32 node, Findings& findings) const;
-  void checkRead(U32 node, Findings& findings) const;
+  void checkRouter(ZoneParts const& zone, U32 number, Findings& findings) const;
+  void checkHash(ZoneParts const& zone, U32 number, Findings& findings) const;
+  void checkExpiry(ZoneParts const& zone, U32 number, Findings& findings) const;
+  void checkRead(U32 number, Findings& findings) const;
   void checkElected(ZoneParts const& zone, Findings& findings) const;
 
   Network const& network_;

@@ -8,7 +8,6 @@
 
 namespace pimbsr::sim {
 
-using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 
 /// Seconds after which no copy of a message is on the way any more.

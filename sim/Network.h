@@ -52,7 +52,7 @@ class Network final : public Medium {
   void correctionsAre(host::CorrectionSettings const& settings);
 
   /// Takes a link down for all that are attached, or up again: their interfaces come and go with it.
-  void linkUpIs(U32 link, bool up);
+  void linkUpIs(U32 number, bool up);
   void faultsIs(U32 link, Faults const& faults) { links_[link].options.faults = faults; }
   /// Takes down every link that joins a router of the set to one that is not in it.
   void partition(std::set<U32> const& nodes);
@@ -61,7 +61,7 @@ class Network final : public Medium {
 
   /// Puts a packet on a link, as a host does that is no router of this network. A packet for a single
   /// address goes to its owner on the link, else to the first running router there.
-  void inject(U32 link, Bytes packet);
+  void inject(U32 number, Bytes packet);
 
   /// Bounds the packets that may be put on one link within a second; 0, as at first, for no bound.
   void stormLimitIs(U32 packets) { stormLimit_ = packets; }
@@ -112,8 +112,8 @@ class Network final : public Medium {
   bool route(Node& node, Bytes packet);
   bool putOnLink(Node& node, U32 intf, Bytes packet, Lanet::IpAddr nextHop);
   void countForStorm(Link& link);
-  void deliver(U32 link, Bytes packet, Lanet::IpAddr nextHop, U32 sender);
-  void handOver(U32 link, U32 place, PacketPool::Handle packet);
+  void deliver(U32 number, Bytes packet, Lanet::IpAddr nextHop, U32 sender);
+  void handOver(U32 number, U32 place, PacketPool::Handle packet);
   void schedule(Link& link, U32 place, PacketPool::Handle packet);
   PacketPool::Handle damagedCopy(PacketPool::Handle packet);
   void arrive(Arrival const& arrival);

@@ -8,7 +8,6 @@
 namespace pimbsr::sim {
 
 namespace Bsr = Routing::Pim::Bsr;
-using host::Change;
 using host::Reception;
 using Lanet::IntfId;
 using Lanet::IpGenAddr;

@@ -7,7 +7,6 @@
 namespace pimbsr::sim {
 
 using Lanet::IpAddr;
-using Slosh::Fib::RouteType;
 
 static constexpr U32 unreached = ~U32{0};
 

@@ -51,6 +51,7 @@ static Counter viewOf(host::CounterView const& counter) {
 
 std::vector<Counter> viewOf(std::vector<host::CounterView> const& counters) {
   std::vector<Counter> shown;
+  shown.reserve(counters.size());
   for (host::CounterView const& counter : counters) shown.push_back(viewOf(counter));
   return shown;
 }
