@@ -8,7 +8,7 @@ set(unity_alone
   wire/Ipv4.cpp host/Observer.cpp
   agent/ChangeRunner.cpp agent/EventLog.cpp agent/NeighborWatch.cpp agent/config/ConfigLint.cpp
   agent/views/Metrics.cpp
-  sim/Trial.cpp
+  sim/trial/Trial.cpp
   agent/helpers/HelperProcess.cpp agent/process/Privileges.cpp agent/helpers/StateWriterProcess.cpp
   agent/config/ConfigChanges.cpp agent/queues/OwnAddressWatch.cpp cli/show/SubjectErrors.cpp
   agent/queues/PacketFilter.cpp agent/queues/PimSocket.cpp

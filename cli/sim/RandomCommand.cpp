@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "cli/sim/SimText.h"
-#include "sim/RandomScenario.h"
-#include "sim/Trial.h"
+#include "sim/trial/RandomScenario.h"
+#include "sim/trial/Trial.h"
 
 namespace pimbsr::cli {
 

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "sim/RandomScenario.h"
+#include "sim/trial/RandomScenario.h"
 #include "tests/cli/CliSupport.h"
 
 namespace pimbsr::cli {

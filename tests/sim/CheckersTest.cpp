@@ -1,5 +1,5 @@
 // Each check of a network finds the error that is put in its way, and nothing in a sound network.
-#include "sim/Checkers.h"
+#include "sim/trial/Checkers.h"
 
 #include <gmock/gmock.h>
 

@@ -1,10 +1,10 @@
 // Faults that are planted in random networks: each finding of each check is in the result of the trial.
-#include "sim/Trial.h"
+#include "sim/trial/Trial.h"
 
 #include <gmock/gmock.h>
 
-#include "sim/RandomScenario.h"
-#include "sim/TrialReport.h"
+#include "sim/trial/RandomScenario.h"
+#include "sim/trial/TrialReport.h"
 #include "tests/sim/SimSupport.h"
 #include "tests/support/Messages.h"
 

@@ -1,10 +1,10 @@
 // What is watched while random networks run: each finds the fault that is planted, and nothing else.
 #include <gmock/gmock.h>
 
-#include "sim/MessageWatches.h"
-#include "sim/OutageWatch.h"
-#include "sim/RandomScenario.h"
-#include "sim/Trial.h"
+#include "sim/trial/MessageWatches.h"
+#include "sim/trial/OutageWatch.h"
+#include "sim/trial/RandomScenario.h"
+#include "sim/trial/Trial.h"
 #include "tests/sim/SimSupport.h"
 #include "tests/support/Messages.h"
 

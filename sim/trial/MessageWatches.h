@@ -3,7 +3,7 @@
 #include <map>
 #include <tuple>
 
-#include "sim/Checkers.h"
+#include "sim/trial/Checkers.h"
 
 namespace pimbsr::sim {
 

@@ -1,4 +1,4 @@
-#include "sim/Checkers.h"
+#include "sim/trial/Checkers.h"
 
 #include <fmt/format.h>
 #include <fmt/ostream.h>

@@ -1,4 +1,4 @@
-#include "sim/MessageWatches.h"
+#include "sim/trial/MessageWatches.h"
 
 #include <fmt/format.h>
 

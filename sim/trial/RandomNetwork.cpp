@@ -1,4 +1,4 @@
-#include "sim/RandomNetwork.h"
+#include "sim/trial/RandomNetwork.h"
 
 #include <algorithm>
 

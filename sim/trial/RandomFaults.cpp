@@ -1,4 +1,4 @@
-#include "sim/RandomFaults.h"
+#include "sim/trial/RandomFaults.h"
 
 #include <algorithm>
 #include <span>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "sim/MessageWatches.h"
+#include "sim/trial/MessageWatches.h"
 
 namespace pimbsr::sim {
 

@@ -1,4 +1,4 @@
-#include "sim/OutageWatch.h"
+#include "sim/trial/OutageWatch.h"
 
 #include <fmt/format.h>
 

@@ -3,7 +3,7 @@
 #include <span>
 #include <vector>
 
-#include "sim/Checkers.h"
+#include "sim/trial/Checkers.h"
 
 namespace pimbsr::sim {
 

@@ -1,12 +1,12 @@
-#include "sim/Trial.h"
+#include "sim/trial/Trial.h"
 
 #include <fmt/format.h>
 
 #include <optional>
 
-#include "sim/OutageWatch.h"
-#include "sim/RandomScenario.h"
-#include "sim/TrialReport.h"
+#include "sim/trial/OutageWatch.h"
+#include "sim/trial/RandomScenario.h"
+#include "sim/trial/TrialReport.h"
 
 namespace pimbsr::sim {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "sim/RandomFaults.h"
+#include "sim/trial/RandomFaults.h"
 
 namespace pimbsr::sim {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "sim/RandomNetwork.h"
+#include "sim/trial/RandomNetwork.h"
 
 namespace pimbsr::sim {
 

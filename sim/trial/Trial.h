@@ -4,7 +4,7 @@
 
 #include "host/Corrections.h"
 #include "host/IngressSettings.h"
-#include "sim/Checkers.h"
+#include "sim/trial/Checkers.h"
 
 namespace pimbsr::sim {
 

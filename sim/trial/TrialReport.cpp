@@ -1,4 +1,4 @@
-#include "sim/TrialReport.h"
+#include "sim/trial/TrialReport.h"
 
 #include "host/BsmCutter.h"
 #include "wire/Wire.h"
