@@ -19,8 +19,8 @@ wire::LeftOutRps* MessageFit::leftOut() {
   return correction_.isOn() ? &leftOut_ : nullptr;
 }
 
-void MessageFit::clamp(Message& message) {
-  if (!correction_.isOn()) return;
+bool MessageFit::clamp(Message& message) {
+  if (!correction_.isOn()) return false;
   for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
     for (auto rp = group->rpListIterator(); rp; ++rp) {
       if (rp->rpHoldtime() <= maxHoldtime) continue;
@@ -28,12 +28,14 @@ void MessageFit::clamp(Message& message) {
       correction_.noteAct();
     }
   }
+  return true;
 }
 
-void MessageFit::clamp(Packet::CrpAdvMessage& message) {
-  if (!correction_.isOn() || message.holdtime() <= maxHoldtime) return;
+bool MessageFit::clamp(Packet::CrpAdvMessage& message) {
+  if (!correction_.isOn()) return false;
   message.holdtimeIs(maxHoldtime);
   correction_.noteAct();
+  return true;
 }
 
 // Ranges in fragments -------------------------------------------------------------------------------------

@@ -37,9 +37,10 @@ class PIMBSR_INTERNAL MessageFit {
 
   /// Where reading is to put the RPs that it leaves out; null to drop their messages.
   wire::LeftOutRps* leftOut();
-  /// Sets holdtimes that are above their range to its end, in place.
-  void clamp(Message& message);
-  void clamp(Routing::Pim::Packet::CrpAdvMessage& message);
+  /// Sets holdtimes that are above their range to its end, in place; false if the correction is off. To be
+  /// called where there are any: a message is not walked for it.
+  bool clamp(Message& message);
+  bool clamp(Routing::Pim::Packet::CrpAdvMessage& message);
   /// Whether a message that was read last has a record that names a part of its range.
   bool hasParts(Message const& message) const;
   /// To be called with a message that was read last, before the gate gets it. One with such a record must

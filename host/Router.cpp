@@ -430,11 +430,18 @@ void Router::onDrop(DropReason reason) {
   parts_->ownDrops->onOwnDrop(reception);
 }
 
+/// Admission comes upon the holdtimes that are to be clamped: what has none is walked once.
+template <class Message>
+DropReason Router::admit(Message& message) {
+  DropReason reason = parts_->admission->validate(message);
+  bool isClamped = reason == DropReason::holdtime && parts_->correctors->fit().clamp(message);
+  return isClamped ? parts_->admission->validate(message) : reason;
+}
+
 void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, Reception& reception) {
   if (dropped(parts_->ingressFilter->validateSender(intfId, message), reception)) return;
   if (dropped(parts_->policy.validate(intfId, message), reception)) return;
-  parts_->correctors->fit().clamp(message);
-  if (dropped(parts_->admission->validate(message), reception)) return;
+  if (dropped(admit(message), reception)) return;
   if (dropped(parts_->correctors->ingress().validate(intfId, message), reception)) return;
   MessageFit::Verdict fitting = parts_->correctors->fit(message);
   if (dropped(fitting.reason, reception)) return;
@@ -450,8 +457,7 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
 }
 
 void Router::crpAdv(IntfId const& intfId, Packet::CrpAdvMessage& message, Reception& reception) {
-  parts_->correctors->fit().clamp(message);
-  if (dropped(parts_->admission->validate(message), reception)) return;
+  if (dropped(admit(message), reception)) return;
   if (!parts_->port.isOwnAddress(message.dstAddr())) return;
   if (dropped(parts_->ingressFilter->validateCost(message, parts_->bounds->places().preferred()), reception))
     return;

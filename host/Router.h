@@ -199,6 +199,8 @@ class PIMBSR_API Router final : private DropListener {
   };
 
   void onDrop(DropReason reason) override;
+  template <class Message>
+  DropReason admit(Message& message);
   DropReason throughGate(Routing::Pim::IO::MessageInfo& info, Lanet::IntfId const& intfId,
                          Zet::Ptr<Routing::Pim::Packet::Message> const& message);
   void configure(RouterOptions const& options);

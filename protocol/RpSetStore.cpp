@@ -126,16 +126,18 @@ void Store::applyWithdrawalsLast(RpCandidateSet& set, RpWalk const& rps, bool bi
   U32 staying = 0;
   U32 withdrawn = 0;
   for (RpWalk at = rps; at; ++at) {
-    if (at->rpHoldtime() == 0) continue;
-    rp(set, *at, bidir);
-    ++staying;
+    if (at->rpHoldtime() == 0) {
+      ++withdrawn;
+    } else {
+      rp(set, *at, bidir);
+      ++staying;
+    }
   }
+  if (withdrawn == 0) return;
   for (RpWalk at = rps; at; ++at) {
-    if (at->rpHoldtime() != 0) continue;
-    rp(set, *at, bidir);
-    ++withdrawn;
+    if (at->rpHoldtime() == 0) rp(set, *at, bidir);
   }
-  if (staying != 0 && withdrawn != 0) machine_.storeRules()->handleWithdrawnLast();
+  if (staying != 0) machine_.storeRules()->handleWithdrawnLast();
 }
 
 /// The zone's RP set; null if there is none and nothing may be made.
