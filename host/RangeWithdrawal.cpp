@@ -16,9 +16,7 @@ class RangeWithdrawal::Candidate final : public Bsr::RpCandidate::NotifieeConst 
  public:
   explicit Candidate(RangeWithdrawal& withdrawal) : withdrawal_(withdrawal) {}
 
-  void onPrefixSet(IpGenPrefix const& range) override {
-    if (!notifier()->prefixSet(range)) withdrawal_.note(notifier()->address(), range);
-  }
+  void onPrefixSet(IpGenPrefix const& range) override { withdrawal_.note(notifier()->address(), range); }
 
  private:
   RangeWithdrawal& withdrawal_;
@@ -29,7 +27,7 @@ RangeWithdrawal::RangeWithdrawal(Ptr<Bsr::PimBsrSm> const& root, Advertisements&
     : root_(root),
       advertisements_(advertisements),
       correction_(correction),
-      timer_(Zet::make<pim::Timer>(root->timerWheel(), [this] { withdrawNoted(); })) {
+      timer_(Zet::make<pim::Timer>(root->timerWheel(), [this] { handleNoted(); })) {
   notifierIs(root->bsrStatus());
   for (auto at = notifier()->crpIterator(); at; ++at) onCrp(at->address());
 }
@@ -51,19 +49,37 @@ void RangeWithdrawal::note(IpGenAddr const& address, IpGenPrefix const& range) {
   timer_->timeMinIs(Zet::now());
 }
 
-void RangeWithdrawal::withdrawNoted() {
+void RangeWithdrawal::handleNoted() {
   for (auto const& [address, ranges] : std::exchange(noted_, {})) {
-    if (Ptr<Bsr::RpCandidate> candidate = notifier()->crp(address)) withdraw(*candidate, ranges);
+    if (Ptr<Bsr::RpCandidate> candidate = notifier()->crp(address)) handle(*candidate, ranges);
   }
 }
 
-void RangeWithdrawal::withdraw(Bsr::RpCandidate const& candidate, std::set<IpGenPrefix> const& ranges) {
+void RangeWithdrawal::handle(Bsr::RpCandidate const& candidate, std::set<IpGenPrefix> const& ranges) {
+  std::set<IpGenPrefix> there;
   std::set<IpGenPrefix> gone;
-  for (IpGenPrefix const& range : ranges) {
-    if (!candidate.prefixSet(range)) gone.insert(range);
-  }
+  for (IpGenPrefix const& range : ranges) (candidate.prefixSet(range) ? there : gone).insert(range);
   for (auto at = root_->rpCandidateSmIterator(); at; ++at) {
-    if (at->crpOptions().rpAddress() == candidate.address()) withdraw(*at, gone);
+    if (at->crpOptions().rpAddress() != candidate.address()) continue;
+    restore(*at, there);
+    withdraw(*at, gone);
+  }
+}
+
+static bool isAdvertised(Bsr::RpCandidateSm const& machine, IpGenPrefix const& range) {
+  for (auto set = machine.crpAdvSetIterator(); set; ++set) {
+    if (set->prefixSet(range)) return true;
+  }
+  return false;
+}
+
+/// A machine takes up a range as its priority is written. That of a list stays after the list has gone, and
+/// is no news when it comes back.
+void RangeWithdrawal::restore(Bsr::RpCandidateSm& machine, std::set<IpGenPrefix> const& ranges) {
+  for (IpGenPrefix const& range : ranges) {
+    if (isAdvertised(machine, range)) continue;
+    machine.doUpdateCrpAdvSetPrefix(range);
+    if (isAdvertised(machine, range)) correction_.noteAct();
   }
 }
 

@@ -17,7 +17,8 @@ namespace pimbsr::host {
 /// advertisement of it with holdtime 0 to the BSR that was sent it before.
 ///
 /// It acts once the event that changed the candidacy is over, so that a range that only changes its priority,
-/// or comes back at once, isn't withdrawn. An RP that loses all ranges of a priority is left to its machine.
+/// or comes back at once, isn't withdrawn. A range that was withdrawn and comes back later is advertised
+/// again. An RP that loses all ranges of a priority is left to its machine.
 class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifiee {
  public:
   /// All are used until it is stopped.
@@ -32,8 +33,9 @@ class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifi
   class Candidate;
 
   void note(Lanet::IpGenAddr const& address, Lanet::IpGenPrefix const& range);
-  void withdrawNoted();
-  void withdraw(Routing::Pim::Bsr::RpCandidate const& candidate, std::set<Lanet::IpGenPrefix> const& ranges);
+  void handleNoted();
+  void handle(Routing::Pim::Bsr::RpCandidate const& candidate, std::set<Lanet::IpGenPrefix> const& ranges);
+  void restore(Routing::Pim::Bsr::RpCandidateSm& machine, std::set<Lanet::IpGenPrefix> const& ranges);
   void withdraw(Routing::Pim::Bsr::RpCandidateSm& machine, std::set<Lanet::IpGenPrefix> const& ranges);
 
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
@@ -41,7 +43,7 @@ class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifi
   CorrectionSwitch& correction_;
   Zet::Ptr<pim::Timer> timer_;
   MemberWatchers<Lanet::IpGenAddr, Candidate> candidates_;
-  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> noted_;  ///< ranges taken in this event
+  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> noted_;  ///< that came or went in this event
 };
 
 }  // namespace pimbsr::host
