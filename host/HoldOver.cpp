@@ -68,11 +68,10 @@ bool HoldOver::isHeldByOther(IpGenPrefix const& zone, Key const& key) const {
   return false;
 }
 
+/// PIM reads a range of the longest zone that covers it, and not that of a wider one.
 bool HoldOver::isHeld(IpGenPrefix const& range) const {
-  for (auto zone = root_->bsrStatus()->crpStatusIterator(); zone; ++zone) {
-    if (zone->status() && zone->status()->crpSet(range)) return true;
-  }
-  return false;
+  auto zone = root_->bsrStatus()->crpStatus(root_->bsrTrie()->longestMatch(range));
+  return zone && zone->status() && zone->status()->crpSet(range);
 }
 
 /// An RP that PIM doesn't read, or that is another zone's too, needs no keeping.

@@ -108,6 +108,17 @@ TEST_F(HoldOverTest, AKeptRpEndsWithItsHoldtime) {
   EXPECT_THAT(changes.take(), ElementsAre("expired 203.0.113.2", "expired 203.0.113.1"));
 }
 
+TEST_F(HoldOverTest, ARangeWithoutKeptRpsGoesThoughAWiderZoneHasIt) {
+  Group const zone{"239.0.0.0/8", {}, scopedFlag};
+  take(of(1, {zone, twoRps}));
+  take(of(1, {{"239.1.0.0/16", {{"203.0.113.9", 1000}}}}));
+  take(of(2, {zone}));
+  EXPECT_THAT(read(), ElementsAre("203.0.113.1", "203.0.113.2"));
+  pass(101);
+  EXPECT_FALSE(router.rpCandidateStatus()->crpSet(prefix("239.1.0.0/16")))
+      << "the zone has a BSR, so that PIM doesn't read the range of the wider one";
+}
+
 TEST_F(HoldOverTest, AKeptRpThatIsWithdrawnGoesAtOnceAndTheOthersStay) {
   take(of(1, {twoRps}));
   take(of(2, {}));
