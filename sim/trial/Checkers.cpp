@@ -1,18 +1,11 @@
 #include "sim/trial/Checkers.h"
 
-#include <fmt/format.h>
-#include <fmt/ostream.h>
-
 #include <algorithm>
 #include <numeric>
 
 #include "host/RpMap.h"
+#include "sim/trial/StatusChecks.h"
 #include "wire/Wire.h"
-
-template <>
-struct fmt::formatter<Lanet::IpGenAddr> : fmt::ostream_formatter {};
-template <>
-struct fmt::formatter<Lanet::IpGenPrefix> : fmt::ostream_formatter {};
 
 namespace pimbsr::sim {
 
@@ -21,20 +14,17 @@ using Lanet::IpGenPrefix;
 using Routing::Pim::Packet::BootstrapMessage;
 using Zet::Ptr;
 
-static bool isBorder(Node const& node, IpGenPrefix const& zone, U32 intf) {
-  return node.config().borders.contains({zone, intf});
-}
-
 // Parts of a zone -------------------------------------------------------------------------------------
 
-ZoneParts::ZoneParts(Network const& network, IpGenPrefix const& zone)
+ZoneParts::ZoneParts(Network const& network, std::vector<Configured> const& configured,
+                     IpGenPrefix const& zone)
     : zone_(zone), partOf_(network.nodeCount(), none) {
-  join(network);
-  elect(network);
+  join(network, configured);
+  elect(configured);
 }
 
 /// Joins the routers of each link, by union and find over routers and then links.
-void ZoneParts::join(Network const& network) {
+void ZoneParts::join(Network const& network, std::vector<Configured> const& configured) {
   std::vector<U32> root(network.nodeCount() + network.linkCount());
   std::iota(root.begin(), root.end(), 0);
   auto find = [&root](U32 at) {
@@ -45,7 +35,7 @@ void ZoneParts::join(Network const& network) {
     if (!network.link(link).up) continue;
     for (Attachment const& at : network.link(link).attached) {
       Node const& node = network.node(at.node);
-      if (node.isRunning() && !isBorder(node, zone_, at.intf))
+      if (node.isRunning() && !configured[at.node].borders.contains({zone_, at.intf}))
         root[find(at.node)] = find(network.nodeCount() + link);
     }
   }
@@ -58,12 +48,12 @@ void ZoneParts::join(Network const& network) {
   }
 }
 
-void ZoneParts::elect(Network const& network) {
+void ZoneParts::elect(std::vector<Configured> const& configured) {
   auto rank = [](host::BsrCandidacy const& c) { return std::pair(c.priority, c.address); };
   leaders_.resize(parts_.size());
   for (U32 part = 0; part < parts_.size(); ++part) {
     for (U32 node : parts_[part]) {
-      auto const& candidacies = network.node(node).config().candidateBsrs;
+      auto const& candidacies = configured[node].candidateBsrs;
       auto at = candidacies.find(zone_);
       if (at == candidacies.end()) continue;
       host::BsrCandidacy const*& best = leaders_[part].candidacy;
@@ -81,6 +71,7 @@ U32 ZoneParts::bsrNodeOf(U32 node) const { return leaders_[partOf_[node]].node; 
 // Expected state --------------------------------------------------------------------------------------
 
 Expectation::Expectation(Network const& network) : network_(network) {
+  for (U32 node = 0; node < network.nodeCount(); ++node) configured_.emplace_back(network.node(node));
   findZones();
   findRps();
 }
@@ -89,11 +80,17 @@ void Expectation::findZones() {
   std::set<IpGenPrefix> zones;
   for (U32 number = 0; number < network_.nodeCount(); ++number) {
     Node const& node = network_.node(number);
-    for (auto const& [zone, candidacy] : node.config().candidateBsrs) zones.insert(zone);
+    for (auto const& [zone, candidacy] : configured_[number].candidateBsrs) zones.insert(zone);
     if (!node.isRunning()) continue;
     for (auto at = node.router()->status()->bootstrapRouterIterator(); at; ++at) zones.insert(at->zone());
   }
-  for (IpGenPrefix const& zone : zones) zones_.emplace_back(network_, zone);
+  for (IpGenPrefix const& zone : zones) zones_.emplace_back(network_, configured_, zone);
+}
+
+ZoneParts const* Expectation::partsOf(IpGenPrefix const& zone) const {
+  auto isZone = [&](ZoneParts const& at) { return at.zone() == zone; };
+  auto at = std::find_if(zones_.begin(), zones_.end(), isZone);
+  return at == zones_.end() ? nullptr : &*at;
 }
 
 /// The longest zone with a BSR in a router's part that covers a range; null if there is none.
@@ -107,15 +104,8 @@ ZoneParts const* Expectation::zoneFor(U32 node, IpGenPrefix const& range) const 
 }
 
 bool Expectation::hasBsr(U32 node, IpGenPrefix const& zone) const {
-  auto isZone = [&](ZoneParts const& at) { return at.zone() == zone; };
-  auto at = std::find_if(zones_.begin(), zones_.end(), isZone);
-  return at != zones_.end() && at->bsrOf(node) != nullptr;
-}
-
-bool Expectation::permits(U32 bsr, IpGenAddr const& sender) const {
-  auto const& permits = network_.node(bsr).config().permits;
-  auto covers = [&sender](IpGenPrefix const& senders) { return senders.contains(sender); };
-  return permits.empty() || std::any_of(permits.begin(), permits.end(), covers);
+  ZoneParts const* parts = partsOf(zone);
+  return parts != nullptr && parts->bsrOf(node) != nullptr;
 }
 
 /// Three times the interval of its advertisements, and three times the BSR's where that is less than two and
@@ -131,7 +121,7 @@ void Expectation::findRps() {
   for (U32 number = 0; number < network_.nodeCount(); ++number) {
     Node const& node = network_.node(number);
     if (!node.isRunning()) continue;
-    for (auto const& [key, candidacy] : node.config().candidateRps) {
+    for (auto const& [key, candidacy] : configured_[number].candidateRps) {
       auto const& [range, address] = key;
       ZoneParts const* zone = zoneFor(number, range);
       if (zone == nullptr) continue;
@@ -139,7 +129,7 @@ void Expectation::findRps() {
       ZoneParts const* taken = zoneFor(bsr, range);
       bool isForIt =
           taken->bsrNodeOf(bsr) == bsr && taken->bsrOf(bsr)->address == zone->bsrOf(number)->address;
-      if (!isForIt || !permits(bsr, address)) continue;
+      if (!isForIt || !configured_[bsr].permitsSender(address)) continue;
       U32 holdtime = holdtimeOf(candidacy, *taken->bsrOf(bsr));
       rps_[{taken->zone(), bsr}].insert({range, address, candidacy.priority, holdtime});
     }
@@ -148,7 +138,7 @@ void Expectation::findRps() {
 
 // Learned state ---------------------------------------------------------------------------------------
 
-static std::set<KnownRp> rpsOf(Node const& node, IpGenPrefix const& zone) {
+static std::set<KnownRp> knownRps(Node const& node, IpGenPrefix const& zone) {
   std::set<KnownRp> rps;
   auto held = node.router()->status()->crpStatus(zone);
   if (!held || !held->status()) return rps;
@@ -165,27 +155,38 @@ static std::string textOf(KnownRp const& rp) {
                      std::get<2>(rp), std::get<3>(rp));
 }
 
-void Expectation::checkRouter(ZoneParts const& zone, U32 number, Findings& findings) const {
+/// False if the router has another BSR than it must have: then its RP set is another one too.
+bool Expectation::checkBsr(ZoneParts const& zone, U32 number, Findings& findings) const {
   Node const& node = network_.node(number);
   auto entry = node.router()->status()->bootstrapRouter(zone.zone());
   host::BsrCandidacy const* bsr = zone.bsrOf(number);
   IpGenAddr learned = entry ? entry->ipAddr() : IpGenAddr();
   IpGenAddr wanted = bsr != nullptr ? bsr->address : IpGenAddr();
-  if (learned != wanted) {
-    auto text = [](IpGenAddr const& a) { return a.isEmpty() ? "no router" : fmt::format("{}", a); };
-    findings.push_back(fmt::format("{} takes {} for the BSR of zone {}, and must take {}", node.name(),
-                                   text(learned), zone.zone(), text(wanted)));
-    return;
-  }
-  std::set<KnownRp> none;
-  auto at = bsr == nullptr ? rps_.end() : rps_.find({zone.zone(), zone.bsrNodeOf(number)});
-  std::set<KnownRp> const& expected = at == rps_.end() ? none : at->second;
-  std::set<KnownRp> known = rpsOf(node, zone.zone());
-  for (KnownRp const& rp : expected) {
+  if (learned == wanted) return true;
+  auto text = [](IpGenAddr const& a) { return a.isEmpty() ? "no router" : fmt::format("{}", a); };
+  findings.push_back(fmt::format("{} takes {} for the BSR of zone {}, and must take {}", node.name(),
+                                 text(learned), zone.zone(), text(wanted)));
+  return false;
+}
+
+std::set<KnownRp> Expectation::rpsOf(ZoneParts const& zone, U32 node) const {
+  auto at = zone.bsrOf(node) == nullptr ? rps_.end() : rps_.find({zone.zone(), zone.bsrNodeOf(node)});
+  return at == rps_.end() ? std::set<KnownRp>() : at->second;
+}
+
+void Expectation::checkMissing(ZoneParts const& zone, U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  std::set<KnownRp> known = knownRps(node, zone.zone());
+  for (KnownRp const& rp : rpsOf(zone, number)) {
     if (!known.contains(rp))
       findings.push_back(fmt::format("{} misses {} in zone {}", node.name(), textOf(rp), zone.zone()));
   }
-  for (KnownRp const& rp : known) {
+}
+
+void Expectation::checkLeftOver(ZoneParts const& zone, U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  std::set<KnownRp> expected = rpsOf(zone, number);
+  for (KnownRp const& rp : knownRps(node, zone.zone())) {
     if (!expected.contains(rp))
       findings.push_back(fmt::format("{} still holds {} in zone {}", node.name(), textOf(rp), zone.zone()));
   }
@@ -206,6 +207,33 @@ void Expectation::checkHash(ZoneParts const& zone, U32 number, Findings& finding
                                      node.name(), length, rp->address(), zone.zone(), bsr->hashMaskLen));
     }
   }
+}
+
+/// What is known of the BSR beside its address. The Bootstrap Timer runs for BS_Timeout at most, at the BSR
+/// itself for BS_Period (RFC 5059 section 5).
+void Expectation::checkBsrTerms(ZoneParts const& zone, U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  auto bsr = node.router()->status()->bootstrapRouter(zone.zone());
+  host::BsrCandidacy const* wanted = zone.bsrOf(number);
+  if (!bsr || wanted == nullptr) return;
+  if (bsr->priority() != wanted->priority || bsr->hashMaskLen() != wanted->hashMaskLen) {
+    findings.push_back(
+        fmt::format("{} has priority {} and hash mask length {} of the BSR of zone {}, which "
+                    "has {} and {}",
+                    node.name(), bsr->priority(), bsr->hashMaskLen(), zone.zone(), wanted->priority,
+                    wanted->hashMaskLen));
+  }
+  double now = node.localTime(network_.now());
+  double left = bsr->expiryTime() - now;
+  bool isOwn = zone.bsrNodeOf(number) == number;
+  double most = isOwn ? wanted->bsPeriod : static_cast<double>(node.config().bsTimeout);
+  if (left < 0 || left > most) {
+    findings.push_back(fmt::format("{} has {:.3f} s left on the Bootstrap Timer of zone {}, of {} s",
+                                   node.name(), left, zone.zone(), most));
+  }
+  double since = now - bsr->setupTime();
+  if (since >= 0 && since <= network_.now() * 1.01) return;
+  findings.push_back(fmt::format("{} has the BSR of zone {} for {:.3f} s", node.name(), zone.zone(), since));
 }
 
 /// No RP stays for longer than its holdtime.
@@ -294,14 +322,34 @@ Findings Expectation::check() const {
     checkElected(zone, findings);
     for (std::vector<U32> const& part : zone.parts()) {
       for (U32 node : part) {
-        checkRouter(zone, node, findings);
+        if (checkBsr(zone, node, findings)) {
+          checkMissing(zone, node, findings);
+          checkLeftOver(zone, node, findings);
+        }
         checkHash(zone, node, findings);
+        checkBsrTerms(zone, node, findings);
         checkExpiry(zone, node, findings);
       }
     }
   }
   for (U32 node = 0; node < network_.nodeCount(); ++node) {
-    if (network_.node(node).isRunning()) checkRead(node, findings);
+    if (network_.node(node).isRunning()) checkStatus(node, findings);
+  }
+  return findings;
+}
+
+void Expectation::checkStatus(U32 number, Findings& findings) const {
+  Node const& node = network_.node(number);
+  checkRead(number, findings);
+  for (Findings const& more : {checkConfigured(node, configured_[number]), checkCounters(node)})
+    findings.insert(findings.end(), more.begin(), more.end());
+}
+
+Findings Expectation::checkLearned(U32 node, std::span<IpGenPrefix const> zones) const {
+  Findings findings;
+  for (IpGenPrefix const& zone : zones) {
+    ZoneParts const* parts = partsOf(zone);
+    if (parts != nullptr && checkBsr(*parts, node, findings)) checkMissing(*parts, node, findings);
   }
   return findings;
 }
@@ -360,7 +408,7 @@ IpGenAddr Expectation::rpOf(U32 node, Lanet::IpAddr group) const {
   return found;
 }
 
-Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups, Unserved unserved) const {
+Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups) const {
   Findings findings;
   auto text = [](IpGenAddr const& rp) { return rp.isEmpty() ? "no RP" : fmt::format("{}", rp); };
   for (U32 number = 0; number < network_.nodeCount(); ++number) {
@@ -369,8 +417,7 @@ Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups, Unserve
     for (Lanet::IpAddr group : groups) {
       IpGenAddr used = servingRp(network_, node, group);
       IpGenAddr expected = rpOf(number, group);
-      bool isLeftOut = expected.isEmpty() && unserved == Unserved::leftOut;
-      if (used == expected || isLeftOut) continue;
+      if (used == expected) continue;
       findings.push_back(fmt::format("{} uses {} for group {}, and must use {}", node.name(), text(used),
                                      IpGenAddr(group), text(expected)));
     }
@@ -401,7 +448,7 @@ static bool canLearnFrom(Network const& network, Link const& link, IpGenPrefix c
 std::vector<IpGenPrefix> zonesToLearn(Expectation const& expectation, Network const& network, U32 node) {
   std::vector<IpGenPrefix> zones;
   for (ZoneParts const& zone : expectation.zones()) {
-    if (network.node(node).config().candidateBsrs.contains(zone.zone())) continue;
+    if (expectation.configured(node).candidateBsrs.contains(zone.zone())) continue;
     for (U32 link = 0; link < network.linkCount(); ++link) {
       if (!canLearnFrom(network, network.link(link), zone.zone(), node)) continue;
       zones.push_back(zone.zone());

@@ -8,13 +8,12 @@
 
 #include "sim/Network.h"
 #include "sim/Simulation.h"
+#include "sim/trial/Configured.h"
+#include "sim/trial/Findings.h"
 
 /// Checks of the state of a network. The expected state follows from the configuration and from what is up,
 /// not from the state machines.
 namespace pimbsr::sim {
-
-/// Deviations from the expected state, each as one human-readable sentence.
-using Findings = std::vector<std::string>;
 
 /// An RP of a zone as all routers of a part must know it: range, address, priority, holdtime in seconds.
 using KnownRp = std::tuple<Lanet::IpGenPrefix, Lanet::IpGenAddr, U32, U32>;
@@ -23,7 +22,9 @@ using KnownRp = std::tuple<Lanet::IpGenPrefix, Lanet::IpGenAddr, U32, U32>;
 /// interfaces that are no border of exactly that zone (RFC 5059 section 1.3).
 class ZoneParts {
  public:
-  ZoneParts(Network const& network, Lanet::IpGenPrefix const& zone);
+  /// What the routers are configured to do, by number, outlives it.
+  ZoneParts(Network const& network, std::vector<Configured> const& configured,
+            Lanet::IpGenPrefix const& zone);
 
   Lanet::IpGenPrefix const& zone() const { return zone_; }
   /// The parts, each as the ascending numbers of its routers.
@@ -41,8 +42,8 @@ class ZoneParts {
     host::BsrCandidacy const* candidacy = nullptr;
   };
 
-  void join(Network const& network);
-  void elect(Network const& network);
+  void join(Network const& network, std::vector<Configured> const& configured);
+  void elect(std::vector<Configured> const& configured);
 
   Lanet::IpGenPrefix zone_;
   std::vector<U32> partOf_;  ///< by router
@@ -50,26 +51,31 @@ class ZoneParts {
   std::vector<Leader> leaders_;  ///< by part
 };
 
-/// Groups for which a router must use no RP.
-enum class Unserved { compared, leftOut };
-
 /// The BSR and the RP set that every router must have learned once nothing has changed for BS_Timeout and
 /// three holdtimes of RPs.
 class Expectation {
  public:
   explicit Expectation(Network const& network);
+  Expectation(Expectation const&) = delete;
+  Expectation& operator=(Expectation const&) = delete;
 
   /// Compares every running router with it: in each part one elected BSR, the best candidate, and the same RP
   /// set everywhere, that of the candidate RPs that run, with the BSR's hash mask length; and PIM reads of
   /// each group range what its longest zone with a BSR has.
   Findings check() const;
   /// Compares the RP that every running router uses for these groups with the one that the hash of the
-  /// expected RPs gives (RFC 7761 section 4.7). Groups that must have none can be left out.
-  Findings checkServed(std::span<Lanet::IpAddr const> groups, Unserved unserved = Unserved::compared) const;
+  /// expected RPs gives (RFC 7761 section 4.7).
+  Findings checkServed(std::span<Lanet::IpAddr const> groups) const;
   /// Group ranges that a running router holds without an RP. Where all routers are corrected there are none
   /// (docs/corrections.md: withdrawals-last, repeat-withdrawal).
   Findings checkRanges() const;
+  /// Whether one running router has the BSR of some zones, and all RPs that the zones must have. It may have
+  /// more: one that starts advertises its ranges to the BSR of a wider zone until it knows theirs.
+  Findings checkLearned(U32 node, std::span<Lanet::IpGenPrefix const> zones) const;
   std::vector<ZoneParts> const& zones() const { return zones_; }
+  /// The parts of a zone; null if none is configured or learned.
+  ZoneParts const* partsOf(Lanet::IpGenPrefix const& zone) const;
+  Configured const& configured(U32 node) const { return configured_[node]; }
   /// Whether a router must have a BSR of a zone.
   bool hasBsr(U32 node, Lanet::IpGenPrefix const& zone) const;
   /// The RP that a router must use for a group; empty for none.
@@ -79,14 +85,19 @@ class Expectation {
   void findZones();
   void findRps();
   ZoneParts const* zoneFor(U32 node, Lanet::IpGenPrefix const& range) const;
-  bool permits(U32 bsr, Lanet::IpGenAddr const& sender) const;
-  void checkRouter(ZoneParts const& zone, U32 number, Findings& findings) const;
+  bool checkBsr(ZoneParts const& zone, U32 number, Findings& findings) const;
+  std::set<KnownRp> rpsOf(ZoneParts const& zone, U32 node) const;
+  void checkMissing(ZoneParts const& zone, U32 number, Findings& findings) const;
+  void checkLeftOver(ZoneParts const& zone, U32 number, Findings& findings) const;
   void checkHash(ZoneParts const& zone, U32 number, Findings& findings) const;
   void checkExpiry(ZoneParts const& zone, U32 number, Findings& findings) const;
+  void checkBsrTerms(ZoneParts const& zone, U32 number, Findings& findings) const;
+  void checkStatus(U32 number, Findings& findings) const;
   void checkRead(U32 number, Findings& findings) const;
   void checkElected(ZoneParts const& zone, Findings& findings) const;
 
   Network const& network_;
+  std::vector<Configured> configured_;  ///< by router
   std::vector<ZoneParts> zones_;
   /// The RPs that a BSR must announce, by zone and the BSR's router.
   std::map<std::pair<Lanet::IpGenPrefix, U32>, std::set<KnownRp>> rps_;

@@ -24,6 +24,13 @@ static std::size_t piecesOf(std::size_t size, U32 mtu) {
   return size <= mtu ? 1 : (2 * size + mtu - 1) / mtu;
 }
 
+/// The last message of a BSR that loses its address leaves after that.
+bool FloodWatch::isOwn(Node const& node, BootstrapMessage const& message) {
+  std::pair const sender(node.id(), message.bsrAddress());
+  if (node.isOwnAddress(message.bsrAddress())) bsrs_.insert(sender);
+  return bsrs_.contains(sender);
+}
+
 void FloodWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf,
                         BsmPacket const& packet) {
   BootstrapMessage const& message = packet.message;
@@ -40,7 +47,7 @@ void FloodWatch::onSent(Network const& network, Node const& node, NodeInterface 
   bool isOther = flooded.at + floodTime <= network.now();  // a tag has 16 bits and comes again
   if (isOther) flooded = {};
   std::size_t sent = ++flooded.sent[intf.link];
-  if (node.isOwnAddress(message.bsrAddress())) {
+  if (isOwn(node, message)) {
     if (flooded.at == 0) flooded.at = network.now();
     if (flooded.at != network.now()) note(flooded, "its own message again");
     return;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <tuple>
 
 #include "sim/trial/Checkers.h"
@@ -38,10 +39,12 @@ class FloodWatch {
     bool isReported = false;
   };
 
+  bool isOwn(Node const& node, BootstrapMessage const& message);
   void prune(double now);
 
   std::map<Key, Flooded> flooded_;
-  std::size_t pruneAt_ = 1024;  ///< entries
+  std::set<std::pair<U32, Lanet::IpGenAddr>> bsrs_;  ///< router and address of those that have sent their own
+  std::size_t pruneAt_ = 1024;                       ///< entries
   Findings findings_;
 };
 

@@ -12,6 +12,15 @@ using Lanet::IpGenAddr;
 /// Routers that are looked at, of a larger network.
 static constexpr U32 maxWatched = 200;
 
+static std::set<IpGenAddr> knownRps(Node const& node, IpAddr group) {
+  std::set<IpGenAddr> rps;
+  for (auto set = node.router()->rpCandidateStatus()->crpSetIterator(); set; ++set) {
+    if (!set->prefix().contains(IpGenAddr(group))) continue;
+    for (auto rp = set->rpIterator(); rp; ++rp) rps.insert(rp->address());
+  }
+  return rps;
+}
+
 OutageWatch::OutageWatch(Network const& network, std::span<IpAddr const> groups) : network_(network) {
   U32 step = 1 + network.nodeCount() / maxWatched;
   for (U32 number = 0; number < network.nodeCount(); number += step) {
@@ -20,7 +29,8 @@ OutageWatch::OutageWatch(Network const& network, std::span<IpAddr const> groups)
     for (auto at = node.router()->status()->bootstrapRouterIterator(); at; ++at)
       watched_.push_back({.node = number, .zone = at->zone()});
     for (IpAddr group : groups) {
-      if (!servingRp(network, node, group).isEmpty()) watched_.push_back({.node = number, .group = group});
+      if (!servingRp(network, node, group).isEmpty())
+        watched_.push_back({.node = number, .group = group, .rps = knownRps(node, group)});
     }
   }
 }
@@ -32,9 +42,8 @@ void OutageWatch::leaveOut(U32 node) {
 void OutageWatch::expect(Expectation const& after) {
   std::erase_if(watched_, [&](Watched const& watched) {
     if (!network_.node(watched.node).isRunning()) return true;
-    bool isExpected = watched.zone.isEmpty() ? !after.rpOf(watched.node, watched.group).isEmpty()
-                                             : after.hasBsr(watched.node, watched.zone);
-    return !isExpected;
+    if (!watched.zone.isEmpty()) return !after.hasBsr(watched.node, watched.zone);
+    return !watched.rps.contains(after.rpOf(watched.node, watched.group));
   });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <span>
 #include <vector>
 
@@ -9,7 +10,8 @@ namespace pimbsr::sim {
 
 /// Seconds for which routers that keep running are without the BSR of a zone, or without an RP for a group,
 /// while the network goes from one state to another. A router is looked at for what it has before that and
-/// is to have afterwards.
+/// is to have afterwards; for a group, where it knows the RP of afterwards before. Another BSR may permit an
+/// RP that the former one did not.
 class OutageWatch {
  public:
   struct Bounds {
@@ -33,7 +35,8 @@ class OutageWatch {
     U32 node = 0;
     Lanet::IpGenPrefix zone;  ///< empty for a group
     Lanet::IpAddr group;
-    U32 seconds = 0;  ///< of the outage that goes on
+    std::set<Lanet::IpGenAddr> rps;  ///< of all ranges that cover the group, as they are known before
+    U32 seconds = 0;                 ///< of the outage that goes on
     U32 most = 0;
   };
 

@@ -8,7 +8,8 @@ namespace pimbsr::sim {
 
 /// The faults of a random network, within one phase: packets are lost, doubled, overtaken and changed;
 /// links and routers go and come, with what they knew or without; operators change candidacies, borders,
-/// routes and permits; and senders that are no router of the network claim to be BSRs and RPs.
+/// routes, permits, access lists, addresses and timers; and senders that are no router of the network claim
+/// to be BSRs and RPs.
 ///
 /// Faults that a domain of exact routers does not recover from are drawn for corrected ones alone.
 class RandomFaults {
@@ -43,6 +44,12 @@ class RandomFaults {
   void restart(U32 time);
   void removeRange(U32 time);
   void removeBsr(U32 time);
+  void moveList(U32 time);
+  void changeList(U32 time);
+  void moveAddress(U32 time);
+  void changeTimers(U32 time);
+  void changeTerms(U32 time);
+  void changeRp(U32 time);
   void wrongBorder(U32 time);
   void leak(U32 time);
   void wrongRoute(U32 time);

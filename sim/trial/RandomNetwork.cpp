@@ -67,7 +67,12 @@ void RandomNetwork::drawLinks() {
     attach(anyRouter());
     attachMore();
   }
-  if (zoneTop_ != 0) addLine(text_, "border r{} l{} {}", zoneTop_, zoneTop_ - 1, scopedZone);
+  if (zoneTop_ == 0) return;
+  if (isCorrected() && rng_.hits(0.3)) {
+    lists_.push_back({.router = zoneTop_, .use = Use::border});
+    text_ += listLine(lists_.back());
+  }
+  addLine(text_, "border r{} l{} {}", zoneTop_, zoneTop_ - 1, zoneBorder());
 }
 
 void RandomNetwork::addLink() {
@@ -134,6 +139,25 @@ void RandomNetwork::drawCandidates() {
   if (rng_.hits(0.2)) drawManyRanges();
   if (rng_.hits(0.2)) drawManyRps();
   if (rng_.hits(0.15)) drawPermit();
+  drawLists();
+}
+
+/// The loopback, which is up with any of its router's links, or the address of a link.
+std::string RandomNetwork::drawAddress(U32 router) {
+  if (!isCorrected() || !rng_.hits(0.25)) return loopback(router);
+  std::vector<std::string> addresses;
+  for (std::vector<Attached> const& link : links_) {
+    for (Attached const& at : link) {
+      if (at.router == router) addresses.push_back(at.address);
+    }
+  }
+  return addresses[rng_.below(static_cast<U32>(addresses.size()))];
+}
+
+std::string RandomNetwork::bsrAddress(U32 router, std::string_view zone) const {
+  auto isThis = [&](Bsr const& bsr) { return bsr.router == router && bsr.zone == zone; };
+  auto at = std::find_if(bsrs_.begin(), bsrs_.end(), isThis);
+  return at == bsrs_.end() ? loopback(router) : at->address;
 }
 
 /// With `elected-only` up to six routers become candidate BSRs of a zone. Without it, from three on a claim
@@ -144,9 +168,9 @@ void RandomNetwork::drawBsrs(char const* zone, std::vector<U32> const& among) {
     U32 router = among[rng_.below(static_cast<U32>(among.size()))];
     auto isThis = [&](Bsr const& bsr) { return bsr.router == router && bsr.zone == zone; };
     if (std::any_of(bsrs_.begin(), bsrs_.end(), isThis)) continue;
+    bsrs_.push_back({router, zone, drawAddress(router)});
     addLine(text_, "candidate-bsr r{} {} address {} priority {} hash-mask-length {}", router, zone,
-            loopback(router), rng_.below(4) * 10, 28 + rng_.below(5));
-    bsrs_.push_back({router, zone});
+            bsrs_.back().address, rng_.below(4) * 10, 28 + rng_.below(5));
   }
 }
 
@@ -155,9 +179,9 @@ void RandomNetwork::drawRps() {
                                            "239.255.0.0/17"};
   for (U32 count = rng_.below(8); count > 0; --count) {
     U32 router = anyRouter();
-    rps_.push_back({router, ranges[rng_.below(std::size(ranges))]});
+    rps_.push_back({router, ranges[rng_.below(std::size(ranges))], drawAddress(router)});
     addLine(text_, "candidate-rp r{} {} address {} priority {} c-rp-adv-period {}", router, rps_.back().range,
-            loopback(router), rng_.below(3), 20 + 20 * rng_.below(3));
+            rps_.back().address, rng_.below(3), 20 + 20 * rng_.below(3));
   }
 }
 
@@ -168,7 +192,7 @@ void RandomNetwork::drawManyRanges() {
   U32 router = anyRouter();
   std::string ranges;
   for (U32 count = 20 + rng_.below(most - 20), i = 0; i < count; ++i) {
-    rps_.push_back({router, fmt::format("239.{}.{}.0/24", 64 + i / 250, i % 250)});
+    rps_.push_back({router, fmt::format("239.{}.{}.0/24", 64 + i / 250, i % 250), loopback(router)});
     ranges += ' ' + rps_.back().range;
   }
   addLine(text_, "candidate-rp r{}{} address {} c-rp-adv-period 40", router, ranges, loopback(router));
@@ -177,7 +201,7 @@ void RandomNetwork::drawManyRanges() {
 /// So many RPs of one range that its record needs fragments where the MTU is small.
 void RandomNetwork::drawManyRps() {
   for (U32 router = 0; router < std::min<U32>(routers_, 120); ++router) {
-    rps_.push_back({router, "226.1.0.0/16"});
+    rps_.push_back({router, "226.1.0.0/16", loopback(router)});
     addLine(text_, "candidate-rp r{} 226.1.0.0/16 address {} priority {} c-rp-adv-period {}", router,
             loopback(router), rng_.below(2), 20 + 20 * rng_.below(3));
   }
@@ -187,6 +211,79 @@ void RandomNetwork::drawManyRps() {
 void RandomNetwork::drawPermit() {
   Bsr const& bsr = bsrs_[rng_.below(static_cast<U32>(bsrs_.size()))];
   addLine(text_, "permit r{} 172.16.0.0/{}", bsr.router, 26 + rng_.below(3));
+}
+
+std::string RandomNetwork::removalOfRange() {
+  if (rps_.empty()) return "";
+  Rp const& rp = rps_[rng_.below(static_cast<U32>(rps_.size()))];
+  return fmt::format("no candidate-rp r{} {} address {}\n", rp.router, rp.range, rp.address);
+}
+
+// Access lists ----------------------------------------------------------------------------------------
+
+char const* RandomNetwork::nameOf(Use use) {
+  static constexpr char const* names[] = {"zones", "ranges", "senders", "border"};
+  return names[static_cast<U32>(use)];
+}
+
+std::string RandomNetwork::zoneBorder() const {
+  auto isOfBorder = [](List const& list) { return list.use == Use::border; };
+  return std::any_of(lists_.begin(), lists_.end(), isOfBorder) ? "list border" : scopedZone;
+}
+
+/// Rules that permit parts of what others deny, adjacent prefixes that are one, and prefixes that rules
+/// before have taken. Zones and ranges of lists are none of others; the list of a border always permits its
+/// zone.
+std::string RandomNetwork::listLine(List const& list) {
+  std::string line = fmt::format("access-list r{} {}", list.router, nameOf(list.use));
+  U32 drawn = rng_.below(4);
+  switch (list.use) {
+    case Use::zones:
+      line += fmt::format(" deny 239.{}.0.0/16 permit 239.128.0.0/15 permit 239.{}.0.0/16", 129 + drawn / 2,
+                          130 + drawn);
+      break;
+    case Use::ranges:
+      line += fmt::format(" deny 228.1.{0}.0/24 permit 228.1.0.0/21 permit 228.{0}.0.0/16", drawn);
+      line += " permit 228.9.2.0/24 permit 228.9.3.0/24 deny 228.0.0.0/8 permit 228.77.0.0/16";
+      break;
+    case Use::senders:
+      line += fmt::format(" deny 172.16.0.{}/32 permit 172.16.0.0/{}", 1 + drawn, 24 + drawn);
+      if (rng_.hits(0.7)) line += " permit 10.0.0.0/8 permit 172.16.0.128/25";
+      break;
+    case Use::border:
+      line += fmt::format(" deny 239.254.{0}.0/24 permit {1} permit 239.192.{0}.0/24", drawn, scopedZone);
+      break;
+  }
+  return line + '\n';
+}
+
+void RandomNetwork::drawList(List const& list) {
+  auto isThere = [&](List const& other) { return other.router == list.router && other.use == list.use; };
+  if (std::any_of(lists_.begin(), lists_.end(), isThere)) return;
+  lists_.push_back(list);
+  text_ += listLine(list);
+  addLine(text_, "{}", list.statement);
+}
+
+void RandomNetwork::drawLists() {
+  for (U32 count = rng_.hits(0.4) ? 1 + rng_.below(2) : 0; count > 0; --count) {
+    U32 router = anyRouter();
+    std::string removal = fmt::format("candidate-rp r{} list ranges address {}", router, loopback(router));
+    std::string terms =
+        fmt::format(" priority {} c-rp-adv-period {}", rng_.below(3), 20 + 20 * rng_.below(3));
+    drawList({router, Use::ranges, removal + terms, removal});
+  }
+  for (U32 count = rng_.hits(0.3) ? 1 + rng_.below(2) : 0; count > 0; --count) {
+    U32 router = anyRouter();
+    std::string removal = fmt::format("candidate-bsr r{} list zones address {}", router, drawAddress(router));
+    std::string terms =
+        fmt::format(" priority {} hash-mask-length {}", 10 * rng_.below(4), 28 + rng_.below(5));
+    drawList({router, Use::zones, removal + terms, removal});
+  }
+  if (!rng_.hits(0.2)) return;
+  U32 router = bsrs_[rng_.below(static_cast<U32>(bsrs_.size()))].router;
+  std::string permit = fmt::format("permit r{} list senders", router);
+  drawList({router, Use::senders, permit, permit});
 }
 
 }  // namespace pimbsr::sim

@@ -28,6 +28,12 @@ class RandomScenario {
   std::string const& faults() const { return faults_.text(); }
   /// All links up and perfect, all routers running, and the mistakes of operators corrected.
   std::string const& healing() const { return faults_.healing(); }
+  /// The address with which a router is a candidate BSR of a zone or, if it is none, would be.
+  std::string bsrAddress(U32 router, std::string_view zone) const {
+    return network_.bsrAddress(router, zone);
+  }
+  /// The statement that takes a range from a candidate RP; nothing where no RP is drawn.
+  std::string removalOfRange() { return network_.removalOfRange(); }
   /// The RNG, for what follows.
   Rng& rng() { return rng_; }
 

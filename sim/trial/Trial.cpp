@@ -50,8 +50,9 @@ static constexpr U32 rpsLast = holdtime - crpAdvPeriod;
 static std::vector<IpAddr> const& sampledGroups() {
   static std::vector<IpAddr> const groups = [] {
     std::vector<IpAddr> parsed;
-    for (char const* text : {"224.1.1.1", "225.1.1.1", "226.1.1.1", "226.1.2.200", "232.1.1.1", "239.1.1.1",
-                             "239.64.3.1", "239.255.1.1", "239.255.130.1"})
+    for (char const* text :
+         {"224.1.1.1", "225.1.1.1", "226.1.1.1", "226.1.2.200", "232.1.1.1", "239.1.1.1", "239.64.3.1",
+          "239.255.1.1", "239.255.130.1", "228.1.2.3", "228.77.1.1", "239.128.1.1"})
       parsed.push_back(IpAddr::parse(text));
     return parsed;
   }();
@@ -131,7 +132,9 @@ class Trial {
     simulation_.execute(text, "random");
   }
   void play();
+  void compareEarly();
   void compare(char const* when);
+  char const* drawZone(Expectation const& expected);
   Change drawChange();
   void playChange();
   void playRestart();
@@ -149,14 +152,24 @@ class Trial {
 void Trial::play() {
   play(fmt::format("storm-limit {}\n", maxPackets) + random_.network() +
        fmt::format("run until {}\n", RandomScenario::faultsFrom));
-  // A range that was advertised before its zone was known may still be served where it must not be.
-  Findings early = Expectation(network()).checkServed(sampledGroups(), Unserved::leftOut);
-  if (domain_ == Domain::corrected) append(result_.findings, early, "before the faults");
+  if (domain_ == Domain::corrected) compareEarly();
   play(random_.faults() + random_.healing());
   play(fmt::format("run until {}\n", RandomScenario::healedAt + settling));
   compare("healed");
   if (domain_ == Domain::corrected) playChange();
   playRestart();
+}
+
+/// A range that is advertised before its scoped zone is known is served by the BSR of a wider one until its
+/// holdtime ends, so that groups of scoped zones are left out.
+void Trial::compareEarly() {
+  Expectation expected(network());
+  std::vector<IpAddr> groups = sampledGroups();
+  for (ZoneParts const& zone : expected.zones()) {
+    if (zone.zone() == Lanet::allGroups()) continue;
+    std::erase_if(groups, [&](IpAddr group) { return zone.zone().contains(Lanet::IpGenAddr(group)); });
+  }
+  append(result_.findings, expected.checkServed(groups), "before the faults");
 }
 
 void Trial::compare(char const* when) {
@@ -168,29 +181,42 @@ void Trial::compare(char const* when) {
 
 // One change ------------------------------------------------------------------------------------------
 
-/// One of the elected BSR of all groups, or of the candidates beside it.
+/// The zone whose BSR is changed: the scoped zone where the network has one, or all groups.
+char const* Trial::drawZone(Expectation const& expected) {
+  bool hasScoped = expected.partsOf(IpGenPrefix::parse(RandomNetwork::scopedZone)) != nullptr;
+  return random_.rng().hits(0.3) && hasScoped ? RandomNetwork::scopedZone : RandomNetwork::global;
+}
+
+/// One of a zone's elected BSR, of a candidate beside it, or of an RP.
 Change Trial::drawChange() {
-  ZoneParts global(network(), Lanet::allGroups());
+  Expectation expected(network());
+  std::string const zone = drawZone(expected);
+  bool isGlobal = zone == RandomNetwork::global;
+  ZoneParts const& parts =
+      *expected.partsOf(isGlobal ? IpGenPrefix(Lanet::allGroups()) : IpGenPrefix::parse(zone.c_str()));
   Rng& rng = random_.rng();
   U32 router = rng.below(routers_);
-  if (global.bsrOf(router) == nullptr) return {fmt::format("crash r{}\n", router), {}, router};
-  U32 elected = global.bsrNodeOf(router);
-  OutageWatch::Bounds orderly = orderlyEnd(*global.bsrOf(router));
+  OutageWatch::Bounds lost{.bsr = overrideTime, .rp = learnedAgain};
+  if (parts.bsrOf(router) == nullptr) return {fmt::format("crash r{}\n", router), lost, router};
+  U32 elected = parts.bsrNodeOf(router);
+  OutageWatch::Bounds orderly = orderlyEnd(*parts.bsrOf(router));
   std::string bsr = network().node(elected).name();
-  switch (rng.below(6)) {
+  switch (rng.below(7)) {
     case 0:
-      return {fmt::format("crash {}\n", bsr), {.bsr = overrideTime, .rp = learnedAgain}, elected};
+      return {fmt::format("crash {}\n", bsr), lost, elected};
     case 1:
       return {fmt::format("stop {}\n", bsr), orderly, elected};
     case 2:
-      return {fmt::format("no candidate-bsr {} {}\n", bsr, RandomNetwork::global), orderly, {}};
+      return {fmt::format("no candidate-bsr {} {}\n", bsr, zone), orderly, {}};
     case 3:
       return {fmt::format("crash {0}\nstart {0}\n", bsr), {}, elected};
     case 4:
       return {fmt::format("restart {} keeping state\n", bsr), {.rp = learnedAgain}, elected};
+    case 5:
+      return {random_.removalOfRange(), {}, {}};
     default:
-      return {fmt::format("candidate-bsr r{} {} address {} priority 200\n", router, RandomNetwork::global,
-                          RandomNetwork::loopback(router)),
+      return {fmt::format("candidate-bsr r{} {} address {} priority 200\n", router, zone,
+                          random_.bsrAddress(router, zone)),
               {},
               {}};
   }
@@ -208,6 +234,8 @@ void Trial::playChange() {
     outages.sample();
   }
   append(result_.findings, outages.longerThan(change.bounds), "during one change");
+  play(fmt::format("run {}\n", settling - changeTime));
+  compare("after the change");
 }
 
 void Trial::playRestart() {
@@ -216,6 +244,8 @@ void Trial::playRestart() {
   std::vector<IpGenPrefix> zones = zonesToLearn(Expectation(network()), network(), router);
   play(fmt::format("crash r{0}\nstart r{0}\nrun {1}\n", router, learningTime));
   append(result_.findings, missed(network(), router, zones));
+  if (domain_ == Domain::corrected)
+    append(result_.findings, Expectation(network()).checkLearned(router, zones), "after the restart");
 }
 
 /// A fifth of the networks of corrected routers are mixed ones.

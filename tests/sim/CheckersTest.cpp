@@ -89,6 +89,56 @@ TEST_F(CheckersTest, NoRpStaysForLongerThanItsHoldtime) {
   EXPECT_THAT(check(), Contains(HasSubstr("r2 has RP 10.1.0.2 for 239.1.0.0/16 for -1.000 s")));
 }
 
+TEST_F(CheckersTest, TheBootstrapTimerRunsForBsTimeoutAtMostAndAtTheBsrForBsPeriod) {
+  auto timerIs = [&](Zet::U32 router, double left) {
+    auto bsr = status(router)->bootstrapRouter(prefix("224.0.0.0/4"));
+    bsr->expiryTimeIs(script.node(router).localTime(100 + left));
+  };
+  timerIs(0, 60);
+  timerIs(1, 130);
+  EXPECT_THAT(check(), IsEmpty());
+  timerIs(0, 61);
+  timerIs(1, 131);
+  EXPECT_THAT(check(),
+              ElementsAre("r1 has 61.000 s left on the Bootstrap Timer of zone 224.0.0.0/4, of 60 s",
+                          "r2 has 131.000 s left on the Bootstrap Timer of zone 224.0.0.0/4, of 130 s"));
+  timerIs(0, 1);
+  timerIs(1, -1);
+  EXPECT_THAT(check(), ElementsAre(HasSubstr("r2 has -1.000 s left on the Bootstrap Timer")));
+}
+
+TEST_F(CheckersTest, TheTermsOfTheBsrAreThoseOfItsCandidacy) {
+  status(1)->bootstrapRouter(prefix("224.0.0.0/4"))->hashMaskLenIs(Zet::U32{7});
+  EXPECT_THAT(check(),
+              ElementsAre("r2 has priority 64 and hash mask length 7 of the BSR of zone 224.0.0.0/4, "
+                          "which has 64 and 30"));
+}
+
+TEST_F(CheckersTest, ABsrIsKnownSinceATimeOfTheRun) {
+  status(1)->bootstrapRouter(prefix("224.0.0.0/4"))->setupTimeIs(0);
+  EXPECT_THAT(check(), ElementsAre(HasSubstr("r2 has the BSR of zone 224.0.0.0/4 for ")));
+}
+
+TEST_F(CheckersTest, WhatIsConfiguredAndCountedIsCheckedToo) {
+  status(1)->crpPermitDelAll();
+  EXPECT_THAT(check(), ElementsAre("r2 has not its permit of 0.0.0.0/0"));
+  status(0)->counters()->rxBsmInc(1);
+  EXPECT_THAT(check(),
+              Contains(HasSubstr("r1 counts 4 Bootstrap Messages received, and by their outcome 3 to 3")));
+}
+
+TEST_F(CheckersTest, ARestartedRouterMustHaveLearnedTheBsrAndItsRps) {
+  std::vector const zones = {prefix("224.0.0.0/4")};
+  auto learned = [&] { return Expectation(script.simulation.network()).checkLearned(0, zones); };
+  EXPECT_THAT(learned(), IsEmpty());
+  heldSet(0)->rpIs(addr("10.1.0.77"));
+  EXPECT_THAT(learned(), IsEmpty()) << "one more is no error";
+  heldSet(0)->rpDel(addr("10.1.0.2"));
+  EXPECT_THAT(learned(), ElementsAre(HasSubstr("r1 misses RP 10.1.0.2 for 239.1.0.0/16")));
+  status(0)->bootstrapRouterDel(zones.front());
+  EXPECT_THAT(learned(), ElementsAre(HasSubstr("r1 takes no router for the BSR")));
+}
+
 TEST_F(CheckersTest, NoRangeStaysWithoutAnRp) {
   auto ranges = [&] { return Expectation(script.simulation.network()).checkRanges(); };
   EXPECT_THAT(ranges(), IsEmpty());

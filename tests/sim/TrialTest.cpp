@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <set>
+
 #include "sim/trial/RandomScenario.h"
 #include "sim/trial/TrialReport.h"
 #include "tests/sim/SimSupport.h"
@@ -96,6 +98,13 @@ TEST_F(TrialReportTest, AMessageOfBeforeARestartIsNotForwarded) {
   EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("r2 sends 1 packets for 0")));
 }
 
+TEST_F(TrialReportTest, ABsrThatHasLostItsAddressForwardsNothing) {
+  sends(0, 0, messageOf(7));
+  script.play("address r1 l1 none\n");
+  sends(0, 0, messageOf(8));
+  EXPECT_THAT(watch.findings(), IsEmpty()) << "its last message is its own";
+}
+
 TEST_F(TrialReportTest, TwoMessagesWithinTheMinimumIntervalAreAFinding) {
   sends(0, 0, messageOf(1));
   waitFor("10");
@@ -179,6 +188,47 @@ class RpRemoval final : public sim::Report {
 TEST(PlantedTrialTest, AnOutageThatLastsIsAFindingOfTheChange) {
   EXPECT_THAT(findingsWith<RpRemoval>("during one change: "),
               Contains(testing::ContainsRegex("^during one change: r[0-4] has no RP for group ")));
+}
+
+/// Adds a range without RPs when an operator changes the settled network.
+class EmptyRange final : public sim::Report {
+ public:
+  void onCommand(Network const& network, sim::Statement const&) override {
+    if (!isSettled(network)) return;
+    for (U32 number = 0; number < network.nodeCount(); ++number) {
+      if (network.node(number).isRunning())
+        network.node(number).router()->rpCandidateStatus()->crpSetIs(prefix("226.9.0.0/16"));
+    }
+  }
+};
+
+TEST(PlantedTrialTest, TheNetworkIsComparedAfterTheChangeToo) {
+  EXPECT_THAT(findingsWith<EmptyRange>("after the change: "),
+              Contains(testing::MatchesRegex(
+                  "after the change: r[0-4] lets PIM read range 226.9.0.0/16 without an RP")));
+}
+
+/// Clears what a router that is restarted in the settled network learns of RPs.
+class RpsNotLearned final : public sim::Report {
+ public:
+  void onCommand(Network const& network, sim::Statement const& statement) override {
+    auto const* life = std::get_if<sim::SetLife>(&statement.action);
+    if (life != nullptr && life->life == sim::Life::start && isSettled(network))
+      restarted_.insert(life->router);
+  }
+  void onChanges(Node const& node, std::span<host::Change const>) override {
+    if (!restarted_.contains(node.id())) return;
+    for (auto zone = node.router()->status()->crpStatusIterator(); zone; ++zone)
+      if (zone->status()) zone->status()->crpSetDelAll();
+  }
+
+ private:
+  std::set<U32> restarted_;
+};
+
+TEST(PlantedTrialTest, ARestartedRouterThatLearnsNoRpsIsAFinding) {
+  EXPECT_THAT(findingsWith<RpsNotLearned>("after the restart: "),
+              Contains(testing::ContainsRegex("^after the restart: r[0-4] misses RP ")));
 }
 
 /// Removes the BSR that a router learns in the settled network.
