@@ -48,7 +48,8 @@ ELSEWHERE = [
     (r"pkg-config --cflags --libs pimbsr(-host|-engine)?", "test: install-embed"),
 ]
 # Code that is in a page and in a file, the same in both.
-COPIES = [("README.md", "cpp", "examples/embed/embed.cpp")]
+COPIES = [("README.md", "cpp", "examples/embed/embed.cpp"),
+          ("docs/corrections.md", "text", "examples/exact-borders.toml")]
 # Numbers of the code that a page has: the page with the words around one, and the file with those there.
 NUMBERS = [
     ("docs/security.md", r"(\d+) connections, ", "cli/web/HttpServer.h", r"connections = (\d+);"),
