@@ -200,10 +200,10 @@ void Node::crash() {
   medium_.topologyChanged();
 }
 
-void Node::restart(bool keepsState) {
+void Node::restart(Kept kept) {
   if (!router_) return start();
-  auto status = keepsState ? router_->status() : nullptr;
-  auto rpSet = keepsState ? router_->rpCandidateStatus() : nullptr;
+  auto status = kept == Kept::nothing ? nullptr : router_->status();
+  auto rpSet = kept == Kept::state ? router_->rpCandidateStatus() : nullptr;
   end();
   startWith(status, rpSet);
 }

@@ -79,6 +79,10 @@ struct NodeConfig {
   std::map<Lanet::Prefix, Lanet::IpAddr> routes;  ///< static routes: next hop by prefix
 };
 
+/// What a router that starts again has of the former one: nothing, all of its state, or its zones alone. Of
+/// those it makes the RP set that PIM reads anew.
+enum class Kept : U8 { nothing, state, zones };
+
 /// The rule of an access list that permits a prefix.
 Acl::IpRuleConfig permitting(Lanet::Prefix const& prefix);
 
@@ -150,8 +154,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   void stop();
   /// Ends at once, without a word.
   void crash();
-  /// Ends at once and starts again, with what the former router knew or with nothing.
-  void restart(bool keepsState);
+  /// Ends at once and starts again, with what is kept of the former router.
+  void restart(Kept kept);
 
   bool send(Lanet::IntfId const& intfId, Bytes packet) override;
   Lanet::IpGenAddr primaryAddress(Lanet::IntfId const& intfId) const override;

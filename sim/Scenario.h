@@ -109,7 +109,7 @@ struct SetLink {
   bool up = true;
 };
 
-enum class Life : U8 { stop, crash, start, restart, restartKeeping };
+enum class Life : U8 { stop, crash, start, restart, restartKeeping, restartKeepingZones };
 
 struct SetLife {
   U32 router = 0;

@@ -325,8 +325,10 @@ static Action readStart(ScenarioLine& line) { return SetLife{line.router(), Life
 static Action readRestart(ScenarioLine& line) {
   U32 router = line.router();
   if (line.atEnd()) return SetLife{router, Life::restart};
-  if (!line.take("keeping") || !line.take("state")) line.fail("'keeping state' may follow the router");
-  return SetLife{router, Life::restartKeeping};
+  bool isKeeping = line.take("keeping");
+  if (isKeeping && line.take("state")) return SetLife{router, Life::restartKeeping};
+  if (isKeeping && line.take("zones")) return SetLife{router, Life::restartKeepingZones};
+  line.fail("'keeping state' or 'keeping zones' may follow the router");
 }
 
 static Action readPartition(ScenarioLine& line) {
@@ -426,7 +428,7 @@ constexpr Reader readers[] = {
     {{"stop", "stop ROUTER", "ends a router in order: it sends a goodbye Hello"}, readStop},
     {{"crash", "crash ROUTER", "takes a router's power away"}, readCrash},
     {{"start", "start ROUTER", "starts a router afresh, with its configuration"}, readStart},
-    {{"restart", "restart ROUTER [keeping state]",
+    {{"restart", "restart ROUTER [keeping state|zones]",
       "takes a router's power away for a moment; the new one may start with what the former knew"},
      readRestart},
     {{"partition", "partition ROUTER...", "takes down all links between these routers and the others"},

@@ -90,8 +90,9 @@ class Simulation::Executor {
     if (set.life == Life::start) node.start();
     if (set.life == Life::stop) node.stop();
     if (set.life == Life::crash) node.crash();
-    if (set.life == Life::restart) node.restart(false);
-    if (set.life == Life::restartKeeping) node.restart(true);
+    if (set.life == Life::restart) node.restart(Kept::nothing);
+    if (set.life == Life::restartKeeping) node.restart(Kept::state);
+    if (set.life == Life::restartKeepingZones) node.restart(Kept::zones);
   }
   void operator()(Partition const& partition) { network_.partition(partition.routers); }
   void operator()(Heal const&) { network_.heal(); }
