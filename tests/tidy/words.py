@@ -85,7 +85,7 @@ ALLOWED = [
     (r"fragments that have room", "protocol/BsmFragmenting.h", "space"),
     (r"(?i)\bfaults?\b", "docs/scenarios.md", "faults that the simulator injects"),
     (r"\bfaults\b", "tests/scenarios/*", "the statement of a scenario"),
-    (r"\bfaults\b", "scripts/outages", "the statement of a scenario"),
+    (r"\bfaults\b", "scripts/outage_events.py", "the statement of a scenario"),
     (r"(?i)\bfaults\b", "cli/main.cpp", "faults that the simulator injects"),
     (r"(?i)\bfaults\b", "tests/cli/Sim*Test.cpp", "faults that the simulator injects"),
     (r"hold-time|zone-timeout", "cli/main.cpp", "former names of options"),
