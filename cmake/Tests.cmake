@@ -102,6 +102,13 @@ if(TARGET pimbsr-command)
   set_tests_properties(docs PROPERTIES LABELS script TIMEOUT 300 COST 80)
 endif()
 
+# What is counted after events of a network, of some of them.
+if(TARGET pimbsr-command)
+  add_test(NAME outages COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/docs/outages_test.py
+    $<TARGET_FILE:pimbsr-command>)
+  set_tests_properties(outages PROPERTIES LABELS script TIMEOUT 300)
+endif()
+
 # The examples of the declaration language are generated and compiled.
 add_test(NAME docs-language COMMAND ${Python3_EXECUTABLE} -B
   ${PROJECT_SOURCE_DIR}/tests/docs/language_test.py ${zet_dir} ${CMAKE_CXX_COMPILER})
