@@ -238,12 +238,15 @@ def read(root, build, modules):
     """The sources of the modules, by path."""
     sources = {}
     for counts in sorted(build.rglob("*.gcda")):
-        folder, functions = read_graphs(counts.with_suffix(".gcno"))
+        notes = counts.with_suffix(".gcno")
+        folder, functions = read_graphs(notes)
         read_counts(counts, functions)
         for function in functions.values():
             path = os.path.relpath(os.path.join(folder, function.file), root)
             if function.is_artificial or path.split("/")[0] not in modules:
                 continue
+            if (root / path).stat().st_mtime > notes.stat().st_mtime:
+                raise SystemExit(f"{path} was changed after it was built: build it anew")
             if path not in sources:
                 sources[path] = Source((root / path).read_text(encoding="utf-8"))
             function.solve()

@@ -118,6 +118,16 @@ class CoverageModulesTest(unittest.TestCase):
         self.assertEqual(done.returncode, 1)
         self.assertIn("is of another build", done.stderr)
 
+    def test_source_that_was_changed_after_its_build_is_an_error(self):
+        for name, text in (("m/main.cpp", SOURCE), ("m/sign.h", HEADER)):
+            with self.subTest(name):
+                (self.root / name).write_text(text[:len(text) // 2], encoding="utf-8")
+                done = self.run_script("--sums")
+                self.assertEqual(done.returncode, 1)
+                self.assertEqual(done.stderr, f"{name} was changed after it was built: build it anew\n")
+                (self.root / name).write_text(text, encoding="utf-8")
+                self.compile(SOURCE)
+
 
 if __name__ == "__main__":
     unittest.main()
