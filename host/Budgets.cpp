@@ -1,5 +1,6 @@
 #include "host/Budgets.h"
 
+#include "host/Limits.h"
 #include "runtime/Context.h"
 #include "wire/Message.h"
 
@@ -18,14 +19,9 @@ static bool isHello(wire::Bytes pim) {
   return !pim.empty() && pim[0] == (0x20 | static_cast<U8>(wire::MessageType::hello));
 }
 
-static bool isBounded(IngressSettings const& settings) {
-  return settings.packetsPerSecond != 0 || settings.hellosPerSecond != 0 ||
-         settings.advertisementsPerSecond != 0;
-}
-
 /// The class is not looked for where nothing is charged.
 SenderClass Budgets::classOf(IntfId const& intfId, wire::Ipv4Packet const& packet) const {
-  if (!isBounded(settings_)) return SenderClass::rest;
+  if (!hasLimits(settings_)) return SenderClass::rest;
   if (!packet.destination.isMulticast()) return SenderClass::advertiser;
   if (!neighbors_.owner(intfId, packet.source).isEmpty()) return SenderClass::neighbor;
   return isHello(packet.payload) ? SenderClass::unknownHello : SenderClass::rest;
@@ -36,7 +32,7 @@ Budgets::Link& Budgets::link(IntfId const& intfId) {
 }
 
 DropReason Budgets::charge(IntfId const& intfId, SenderClass senderClass, Lanet::IpAddr source, U32 cost) {
-  if (!isBounded(settings_)) return DropReason::none;
+  if (!hasLimits(settings_)) return DropReason::none;
   switch (senderClass) {
     case SenderClass::neighbor:
       return chargeNeighbor(intfId, source, cost);

@@ -21,4 +21,10 @@ void copyLimits(IngressSettings const& from, IngressSettings& to) {
   LimitsKeys::forEach([&](ConfigKey const&, auto member) { to.*member = from.*member; });
 }
 
+bool hasLimits(IngressSettings const& settings) {
+  bool has = false;
+  LimitsKeys::forEach([&](ConfigKey const&, auto member) { has = has || settings.*member != 0; });
+  return has;
+}
+
 }  // namespace pimbsr::host

@@ -22,4 +22,7 @@ PIMBSR_API std::span<Limit const> limits();
 /// Copies the bounds of `from` and leaves the checks of `to` as they are.
 PIMBSR_API void copyLimits(IngressSettings const& from, IngressSettings& to);
 
+/// Whether any bound is set. While none is, nothing is counted for one.
+PIMBSR_API bool hasLimits(IngressSettings const& settings);
+
 }  // namespace pimbsr::host

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "host/Limits.h"
+
 namespace pimbsr::host {
 
 namespace Bsr = Routing::Pim::Bsr;
@@ -27,11 +29,6 @@ void RpBounds::stop() {
 }
 
 // An advertisement ----------------------------------------------------------------------------------------
-
-static bool hasBound(IngressSettings const& settings) {
-  return settings.rangesPerZone != 0 || settings.rpsPerRange != 0 || settings.rpsPerSender != 0 ||
-         settings.rangesPerSender != 0;
-}
 
 static bool hasRanges(CrpAdvMessage const& message) {
   return message.groupData() && message.groupData()->groupInfoCount() != 0;
@@ -90,7 +87,7 @@ class Reduced {
 /// A withdrawal adds nothing, and a message of a sender that isn't permitted is dropped by the gate.
 RpBounds::Verdict RpBounds::check(CrpAdvMessage& message) {
   Verdict verdict{.passed = Ptr<CrpAdvMessage>(&message)};
-  if (!hasBound(settings_) || message.holdtime() == 0 || !isPermitted(message.srcAddr())) return verdict;
+  if (!hasLimits(settings_) || message.holdtime() == 0 || !isPermitted(message.srcAddr())) return verdict;
   isPrepared_ = false;
   newRanges_ = 0;
   auto note = [&](DropReason reason) {
