@@ -29,6 +29,10 @@ static constexpr char const* about =
     "Bootstrap Routers inform every PIM router of a domain which rendezvous points (RPs)\n"
     "serve which multicast groups.";
 
+static constexpr char const* foot =
+    "docs/operations.md walks through set-up and tables, docs/troubles.md through troubles, from\n"
+    "the first look to the cause. The package has both in /usr/share/doc/pimbsr.\n";
+
 static constexpr char const* aboutReplay = "Play a capture and print what a router learned, and when";
 
 static constexpr char const* footReplay =
@@ -225,6 +229,7 @@ static int run(int argc, char** argv) {
   app.set_version_flag("--version", std::string("pimbsr ") + agent::version, "Print the version");
   app.set_help_flag("-h,--help", "Print this help");
   app.require_subcommand(0, 1);  // the parser accepts none, so that the message names a wrong one
+  app.footer(foot);
   RunChoice runChoice;
   addRunCommands(app, runChoice);
   ControlOptions control;

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "agent/base/Version.h"
@@ -32,6 +33,14 @@ TEST(CommandTest, HelpNamesEveryOption) {
   for (char const* option :
        {"FILE", "--json", "--until", "--bs-timeout", "--sz-timeout", "--rpf", "--trace", "Exit status"}) {
     EXPECT_THAT(run.out, HasSubstr(option));
+  }
+}
+
+TEST(CommandTest, HelpNamesThePagesForOperators) {
+  std::string const help = test::command("--help").out;
+  for (std::string const page : {"docs/operations.md", "docs/troubles.md"}) {
+    EXPECT_THAT(help, HasSubstr(page));
+    EXPECT_TRUE(std::filesystem::exists(test::sourceFile(page))) << page;
   }
 }
 
