@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 
+#include "model/DropReason.h"
 #include "view/View.h"
 
 namespace pimbsr::view {
@@ -39,11 +39,13 @@ std::string borderOf(AgentState const& agent, IpGenPrefix const& zone) {
 }
 
 /// Reasons that leave a router without a message that another has.
+constexpr DropReason losing[] = {DropReason::foreignSubnet, DropReason::ttl,       DropReason::notNeighbor,
+                                 DropReason::bsmTooLong,    DropReason::zoneQuota, DropReason::fragmentQuota,
+                                 DropReason::noRpfNeighbor, DropReason::rpQuota,   DropReason::zoneRanges,
+                                 DropReason::weakerBsr,     DropReason::bsmOff,    DropReason::bsrFilter};
+
 bool losesMessages(std::string const& reason) {
-  static std::set<std::string, std::less<>> const reasons = {
-      "foreign-subnet",  "ttl",      "not-neighbor", "bsm-too-long", "zone-quota", "fragment-quota",
-      "no-rpf-neighbor", "rp-quota", "zone-ranges",  "weaker-bsr",   "bsm-off",    "bsr-filter"};
-  return reasons.contains(reason);
+  return std::ranges::count(losing, reason, [](DropReason one) { return pimbsr::name(one); }) != 0;
 }
 
 std::string filterOf(AgentState const& agent, IpGenPrefix const& zone) {
