@@ -78,7 +78,8 @@ void RandomFaults::addRp(U32 time) {
 // In corrected domains --------------------------------------------------------------------------------
 
 void RandomFaults::restart(U32 time) {
-  addLine(text_, "at {} restart r{}{}", time, network_.anyRouter(), rng_.hits(0.7) ? " keeping state" : "");
+  static constexpr char const* kept[] = {"", " keeping state", " keeping state", " keeping zones"};
+  addLine(text_, "at {} restart r{}{}", time, network_.anyRouter(), kept[rng_.below(std::size(kept))]);
 }
 
 void RandomFaults::removeRange(U32 time) {

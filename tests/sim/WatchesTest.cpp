@@ -314,6 +314,7 @@ TEST(TrialTest, CorrectedNetworksHaveAllFaults) {
                             " address r",
                             " timers r",
                             " bs-period ",
+                            " keeping zones",
                             " down l",
                             " crash r",
                             " stop r",
