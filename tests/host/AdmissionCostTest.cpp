@@ -3,6 +3,7 @@
 #include "host/Admission.h"
 #include "runtime/Meter.h"
 #include "tests/host/IngressSupport.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Engine.h"
 #include "tests/support/RecordingPort.h"
 
@@ -89,28 +90,34 @@ class WaitingRangeCostTest : public FilteredRouterTest {
     auto named = static_cast<Zet::U8>(rps.size());
     return {.groups = {{"239." + std::to_string(tag) + ".0.0/16", rps, 0, 255, named}}, .tag = tag};
   }
+  struct Cost {
+    U64 visits;
+    int allocations;  ///< a copy of what waits visits nothing
+  };
   /// Of a message that names an RP of a range again and again, while so many of its RPs wait for the others.
-  U64 visitsOfRepeats(Zet::U16 tag, int waiting) {
+  Cost costOfRepeats(Zet::U16 tag, int waiting) {
     EXPECT_EQ(reasonFor(fragment(tag, someRps(1, waiting))), "");
     Bsm message = fragment(tag, someRps(1, 1));
     for (int i = 1; i < repeats; ++i) message.groups.push_back(message.groups.front());
     U64 before = Zet::Meter::visited;
-    EXPECT_EQ(reasonFor(message), "");
-    return Zet::Meter::visited - before;
+    int allocations = allocationsOf([&] { EXPECT_EQ(reasonFor(message), ""); });
+    return {Zet::Meter::visited - before, allocations};
   }
   static constexpr int repeats = 60;
   static constexpr U64 levels = 4 * 12;  ///< visits that 16 times as many cost in all look-ups of a record
 };
 
 TEST_F(WaitingRangeCostTest, RecordCostsWhatItNamesHoweverManyRpsOfItsRangeWait) {
-  U64 const few = visitsOfRepeats(1, 15), many = visitsOfRepeats(2, 240);
-  EXPECT_LT(many, few + 8 * 240 + repeats * levels);
+  Cost const few = costOfRepeats(1, 15), many = costOfRepeats(2, 240);
+  EXPECT_LT(many.visits, few.visits + 8 * 240 + repeats * levels);
+  EXPECT_LT(many.allocations, few.allocations + 8 * 240);
 }
 
 TEST_F(WaitingRangeCostTest, RecordCostsWhatItNamesWhereTheQuotaIsFull) {
   router.ingressSettingsIs({.rps = 250});
-  U64 const few = visitsOfRepeats(1, 15), many = visitsOfRepeats(2, 240);
-  EXPECT_LT(many, few + 40 * 240 + repeats * levels);
+  Cost const few = costOfRepeats(1, 15), many = costOfRepeats(2, 240);
+  EXPECT_LT(many.visits, few.visits + 40 * 240 + repeats * levels);
+  EXPECT_LT(many.allocations, few.allocations + 8 * 240);
 }
 
 }  // namespace

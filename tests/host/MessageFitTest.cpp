@@ -15,6 +15,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Zet::Ptr;
 
 constexpr char const* placeholder = "203.0.113.200";
 
@@ -42,10 +43,11 @@ class MessageFitTest : public FilteredRouterTest {
     receiveHello("192.0.2.1");
   }
   Reception take(std::vector<U8> const& pim) { return router.receive(intf("eth0"), packetOf(pim, {})); }
-  U32 holdtime(std::string const& rp) const {
-    auto set = router.rpCandidateStatus()->crpSet(prefix("239.1.0.0/16"));
-    return set->rp(addr(rp))->holdTime().value();
+  Ptr<Routing::Pim::RpCandidate> rpOf(std::string const& rp) const {
+    return router.rpCandidateStatus()->crpSet(prefix("239.1.0.0/16"))->rp(addr(rp));
   }
+  U32 holdtime(std::string const& rp) const { return rpOf(rp)->holdTime().value(); }
+  double expires(std::string const& rp) const { return rpOf(rp)->expires(); }
 };
 
 TEST_F(MessageFitTest, AHoldtimeAboveItsRangeIsSetToTheEndOfIt) {
@@ -130,6 +132,21 @@ TEST_F(MessageFitTest, InEveryOrderOfFragmentsWithTheBadRecordInEachTheOthersAre
     }
   }
   EXPECT_EQ(context.notificationExceptions(), 0u);
+}
+
+TEST_F(MessageFitTest, AFragmentThatComesAfterItsRangeIsCompleteBringsItsOwnRpsAlone) {
+  std::vector<Bsm> const fragments = fragmentsWith(0, 1);
+  for (Bsm const& fragment : fragments) EXPECT_EQ(take(withAddress(fragment, "127.0.0.1")).reason, "");
+  std::vector<std::string> const rps = read();
+  ASSERT_EQ(rps.size(), 7u);
+  std::vector<double> former;
+  for (std::string const& rp : rps) former.push_back(expires(rp));
+  run(5);
+  EXPECT_EQ(take(withAddress(fragments[2], "127.0.0.1")).reason, "");
+  for (std::size_t i = 0; i < rps.size(); ++i) {
+    bool isRenewed = rps[i] == "203.0.113.5" || rps[i] == "203.0.113.6";
+    EXPECT_DOUBLE_EQ(expires(rps[i]), former[i] + (isRenewed ? 5 : 0)) << rps[i];
+  }
 }
 
 TEST_F(MessageFitTest, WhatIsCollectedIsBoundedAndEndsAfterTheTimeOfFragments) {
