@@ -176,10 +176,23 @@ def check_map(page):
             yield page.error(number, "a row without test and without deviation")
 
 
+def key_names(declarations):
+    """The names in the configuration file of the keys that a text declares."""
+    declared = re.findall(r"^  key (\w+) :", declarations, re.M)
+    return {re.sub(r"[A-Z]", lambda letter: "-" + letter[0].lower(), name) for name in declared}
+
+
+def check_limits(page, tree):
+    """Each key of [limits] is named where attacks and structures have their bounds."""
+    _, _, limits = (tree.root / "host/IngressSettings.zet").read_text().partition("config Limits ")
+    quoted = set(re.findall(r"`([a-z-]+)`", "\n".join(page.prose)))
+    for name in sorted(key_names(limits) - quoted):
+        yield page.error(1, f"the bound {name} of [limits] is not named")
+
+
 def check_corrections(page, tree):
     """Each correction has one row in the table, with scenarios and suites of tests that are there."""
-    declared = re.findall(r"^  key (\w+) :", (tree.root / "host/Corrections.zet").read_text(), re.M)
-    missing = {re.sub(r"[A-Z]", lambda letter: "-" + letter[0].lower(), name) for name in declared}
+    missing = key_names((tree.root / "host/Corrections.zet").read_text())
     suites = set()
     for path in (tree.root / "tests").glob("*/*.cpp"):
         suites |= set(re.findall(r"^TEST(?:_F|_P)?\((\w+),", path.read_text(), re.M))
@@ -279,6 +292,8 @@ def errors(pimbsr, root):
         yield from check_numbers(page, tree)
         if page.name == "docs/rfc5059.md":
             yield from check_map(page)
+        if page.name == "docs/security.md":
+            yield from check_limits(page, tree)
         if page.name == "docs/corrections.md":
             yield from check_corrections(page, tree)
     version = re.search(r'version = "([0-9.]+)"', (root / "agent/base/Version.h").read_text())[1]
