@@ -62,7 +62,7 @@ std::string cellOf(Number number, std::string_view, std::string_view unit = "") 
 
 template <Lanet::NetworkValue Value>
 std::string cellOf(Value const& value, std::string_view otherwise) {
-  Zet::String8 text = value.stringValue();
+  Zet::String8 const& text = value.stringValue();
   return std::string(text.empty() ? otherwise : text.view());
 }
 
