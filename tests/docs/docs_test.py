@@ -28,7 +28,7 @@ ELSEWHERE = [
     (r"scripts/demo", "reason: builds the release, and then runs what is run and compared here"),
     (r"pimbsr sim --random 1000 .*", "test: sim-random"),
     (r"scripts/outages\b.*", "test: outages"),
-    (r"scripts/random-networks\b.*", "reason: plays networks for many minutes"),
+    (r"scripts/(random-networks|mutants)\b.*", "reason: plays networks for many minutes"),
     (r"(sudo )?scripts/lab", "reason: builds the release, and then shows what lab-chain looks at"),
     (r"scripts/package\b.*", "reason: builds the release; scripts/test does, and tries the package"),
     (r"sudo (apt-get|systemctl) .*", "reason: changes the system; tests/install/package.sh does it"),
