@@ -60,6 +60,7 @@ static void addFilters(Bsr::Status const& status, Entries& entries) {
     if (at->value) entries.insert(permitText(at.key()));
   }
   for (auto at = status.bsBorderIterator(); at; ++at) {
+    if (at->intfIdCount() == 0) entries.insert(fmt::format("border of {} without interfaces", at->prefix()));
     for (auto intf = at->intfIdIterator(); intf; ++intf) {
       if (intf->value) entries.insert(borderText(at->prefix(), intf.key()));
     }

@@ -6,6 +6,7 @@
 
 #include "sim/trial/OutageWatch.h"
 #include "sim/trial/RandomScenario.h"
+#include "sim/trial/StatusChecks.h"
 #include "sim/trial/TrialReport.h"
 
 namespace pimbsr::sim {
@@ -133,6 +134,7 @@ class Trial {
   }
   void play();
   void compareEarly();
+  void compareConfigured();
   void compare(char const* when);
   char const* drawZone(Expectation const& expected);
   Change drawChange();
@@ -153,7 +155,9 @@ void Trial::play() {
   play(fmt::format("storm-limit {}\n", maxPackets) + random_.network() +
        fmt::format("run until {}\n", RandomScenario::faultsFrom));
   if (domain_ == Domain::corrected) compareEarly();
-  play(random_.faults() + random_.healing());
+  play(random_.faults());
+  compareConfigured();
+  play(random_.healing());
   play(fmt::format("run until {}\n", RandomScenario::healedAt + settling));
   compare("healed");
   if (domain_ == Domain::corrected) playChange();
@@ -170,6 +174,15 @@ void Trial::compareEarly() {
     std::erase_if(groups, [&](IpAddr group) { return zone.zone().contains(Lanet::IpGenAddr(group)); });
   }
   append(result_.findings, expected.checkServed(groups), "before the faults");
+}
+
+/// Routers follow their operators at any time.
+void Trial::compareConfigured() {
+  for (U32 number = 0; number < routers_; ++number) {
+    Node const& node = network().node(number);
+    if (node.isRunning())
+      append(result_.findings, checkConfigured(node, Configured(node)), "among the faults");
+  }
 }
 
 void Trial::compare(char const* when) {

@@ -120,6 +120,8 @@ TEST_F(ConfiguredTest, EachDifferenceOfTheStatusTreeIsFound) {
   EXPECT_THAT(check(), Contains("r1 has candidate RP 10.9.9.9 without ranges, which is not configured"));
   status()->crpPermitDel(prefix("10.0.0.0/8"));
   EXPECT_THAT(check(), Contains("r1 has not its permit of 10.0.0.0/8"));
+  status()->bsBorderIs(prefix("239.9.0.0/16"));
+  EXPECT_THAT(check(), Contains("r1 has border of 239.9.0.0/16 without interfaces, which is not configured"));
   status()->bsBorder(prefix("239.4.0.0/16"))->intfIdDelAll();
   EXPECT_THAT(check(), Contains("r1 has not its border of 239.4.0.0/16 at eth0"));
   status()->bsTimeoutIs(7);

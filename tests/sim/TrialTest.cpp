@@ -173,6 +173,21 @@ TEST(PlantedTrialTest, RpsThatABoundDropsAreMissedBeforeTheFaultsAndOnceHealed) 
   EXPECT_THAT(findings, Contains(testing::ContainsRegex("^healed: r[0-4] uses ")));
 }
 
+/// Takes the permitted senders out of the status trees at each statement.
+class PermitRemoval final : public sim::Report {
+ public:
+  void onCommand(Network const& network, sim::Statement const&) override {
+    for (U32 number = 0; number < network.nodeCount(); ++number) {
+      if (network.node(number).isRunning()) network.node(number).router()->status()->crpPermitDelAll();
+    }
+  }
+};
+
+TEST(PlantedTrialTest, RoutersAreComparedWithTheirConfigurationAmongTheFaultsToo) {
+  EXPECT_THAT(findingsWith<PermitRemoval>("among the faults: "),
+              Contains(testing::ContainsRegex("^among the faults: r[0-4] has not its permit of ")));
+}
+
 /// Removes all RPs from what PIM reads when an operator changes the settled network.
 class RpRemoval final : public sim::Report {
  public:
