@@ -436,8 +436,10 @@ TEST_F(CorrectedRouterTest, RpsOfAFormerRunAge) {
         context, port,
         {.status = kept, .rpCandidateStatus = pimSet, .rpf = rpf, .corrections = {.keptStatus = isOn}});
     ASSERT_TRUE(pimSet->crpSet(prefix("239.1.0.0/16")));
-    EXPECT_EQ(pimSet->crpSet(prefix("239.1.0.0/16"))->rp(addr("10.1.0.1"))->priority().value(),
-              isOn ? 7u : 256u);
+    Ptr<Routing::Pim::RpCandidate> read = pimSet->crpSet(prefix("239.1.0.0/16"))->rp(addr("10.1.0.1"));
+    EXPECT_EQ(read->priority().value(), isOn ? 7u : 256u);
+    EXPECT_EQ(read->holdTime().value() == 100, isOn);
+    EXPECT_EQ(read->expires() == context.now() + 40, isOn);
     context.nowIs(context.now() + 41);
     again.advance();
     EXPECT_EQ(kept->crpStatus(prefix("224.0.0.0/4")) == nullptr, isOn);
