@@ -50,9 +50,9 @@ class Body:
         self.source += [f"{head} {{", *indent(statements), "}", ""] if statements else [f"{head} {{}}", ""]
 
     def handler(self, name, key, origin):
-        """A function whose body is written by hand, and what runs it."""
+        """A function whose body is written by hand, which names its parameter, and what runs it."""
         if name:
-            line = f"void {name}({f'{cpp(key)} const& key' if key else ''});"
+            line = f"void {name}({f'{cpp(key)} const&' if key else ''});"
             self.handlers.setdefault(line, []).append(origin)
 
     def block(self, head, doc):
