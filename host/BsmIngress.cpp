@@ -90,7 +90,8 @@ void BsmIngress::followLowered(Ptr<BootstrapMessage> const& message) {
   IpGenPrefix zone = zoneOf(*message);
   Ptr<Bsr::BsrNonCandidateSm> follower = root_.nonCandidateSm(zone);
   Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
-  if (!follower || !elected) return;
+  if (!elected) return;
+  if (!follower) return refreshFromLowered(*elected, message);
   if (elected->ipAddr() != message->bsrAddress()) {
     auto ended = ended_.find(zone);
     bool isNext = ended != ended_.end() && ended->second == elected->ipAddr() && elected->priority() == 0;
@@ -104,6 +105,17 @@ void BsmIngress::followLowered(Ptr<BootstrapMessage> const& message) {
   }
   follower->bsmIs(nullptr);
   follower->bsmIs(message);
+  loweredBsr_.noteAct();
+}
+
+/// A candidate takes the message of its lowered BSR as a claim to answer, and leaves the RP set as it is: the
+/// RPs that a BSR withdraws as it ends would be kept until the end of their holdtimes.
+void BsmIngress::refreshFromLowered(Bsr::ElectedBsrStatus const& elected,
+                                    Ptr<BootstrapMessage> const& message) {
+  Ptr<Bsr::BsrCandidateSm> candidate = root_.candidateSm(elected.zone());
+  bool isLowered = elected.ipAddr() == message->bsrAddress() && message->bsrPriority() < elected.priority();
+  if (!isLowered || !candidate || candidate->state() == Bsr::BsrCandidateState::eBsr) return;
+  candidate->bsrSm()->storeRpSet(elected.zone(), message, true);
   loweredBsr_.noteAct();
 }
 

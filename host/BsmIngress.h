@@ -41,6 +41,8 @@ class PIMBSR_INTERNAL BsmIngress {
 
   bool isFromOtherBsr(Routing::Pim::Packet::BootstrapMessage const& message) const;
   void followLowered(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+  void refreshFromLowered(Routing::Pim::Bsr::ElectedBsrStatus const& elected,
+                          Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
   void noteEnded(Lanet::IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr);
   void noteNoForward(Routing::Pim::Packet::BootstrapMessage const& message);
   void removeEmpty(Routing::Pim::Packet::BootstrapMessage const& message);

@@ -157,6 +157,19 @@ TEST_F(HoldOverTest, ACandidateThatFollowsSwitchesAsAFollowerDoes) {
   EXPECT_THAT(read(), ElementsAre("203.0.113.3"));
 }
 
+TEST_F(HoldOverTest, ACandidateTakesTheWithdrawalsOfABsrThatEnds) {
+  router.correctionsAre({.holdOver = true, .loweredBsr = true});
+  router.candidateBsrIs(prefix("224.0.0.0/4"),
+                        {.address = addr("192.0.2.9"), .intfId = intf("eth0"), .priority = 1});
+  take(of(2, {twoRps}));
+  Bsm last = of(2, {{"239.1.0.0/16", {{"203.0.113.1", 0}}}});
+  last.priority = 0;
+  take(last);
+  EXPECT_THAT(read(), ElementsAre("203.0.113.2"));
+  run(30);
+  EXPECT_THAT(read(), ElementsAre("203.0.113.2")) << "kept once the candidate is elected";
+}
+
 TEST_F(HoldOverTest, ANewBsrItselfSwitchesWithItsOwnMessage) {
   receiveHello("192.0.2.1");
   take(of(1, {{"239.1.0.0/16", {{"203.0.113.1", 40000}}}}));
