@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "sim/trial/OutageWatch.h"
@@ -176,11 +177,17 @@ void Trial::compareEarly() {
   append(result_.findings, expected.checkServed(groups), "before the faults");
 }
 
-/// Routers follow their operators at any time.
+static bool hasAllLinks(Network const& network, Node const& node) {
+  return std::ranges::all_of(node.interfaces(),
+                             [&](NodeInterface const& intf) { return network.link(intf.link).up; });
+}
+
+/// Routers follow their operators at any time. One that starts while a link is down takes the link's address
+/// up with the link.
 void Trial::compareConfigured() {
   for (U32 number = 0; number < routers_; ++number) {
     Node const& node = network().node(number);
-    if (node.isRunning())
+    if (node.isRunning() && hasAllLinks(network(), node))
       append(result_.findings, checkConfigured(node, Configured(node)), "among the faults");
   }
 }
