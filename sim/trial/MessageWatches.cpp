@@ -12,6 +12,9 @@ using Lanet::IpGenPrefix;
 
 /// Seconds after which no copy of a message is on the way any more.
 static constexpr double floodTime = 10;
+/// Seconds after which a BSR sends another message, whose random tag may be that of the one before: while it
+/// has no RPs they are 5 s apart.
+static constexpr double sendTime = 1;
 static constexpr double minInterval = 10;  // BS_Min_Interval
 
 static std::string textOf(IpGenPrefix const& zone) { return std::string(zone.stringValue().view()); }
@@ -48,7 +51,7 @@ void FloodWatch::onSent(Network const& network, Node const& node, NodeInterface 
   if (isOther) flooded = {};
   std::size_t sent = ++flooded.sent[intf.link];
   if (isOwn(node, message)) {
-    if (flooded.at == 0) flooded.at = network.now();
+    if (flooded.at + sendTime <= network.now()) flooded.at = network.now();
     if (flooded.at != network.now()) note(flooded, "its own message again");
     return;
   }

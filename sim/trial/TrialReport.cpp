@@ -32,8 +32,10 @@ void TrialReport::onReception(Node const& node, NodeInterface const& intf, host:
   if (other_ != nullptr && !reception.accepted()) other_->onReception(node, intf, reception);
 }
 
-void TrialReport::onLoss(Network const& network, Link const*, Node const* node, Loss loss, Bytes packet) {
-  sizes_.onLoss(network, node, loss, packet);
+/// A link that is down takes no packet, and its MTU is not one of the router's.
+void TrialReport::onLoss(Network const& network, Link const* link, Node const* node, Loss loss,
+                         Bytes packet) {
+  if (link == nullptr || link->up) sizes_.onLoss(network, node, loss, packet);
 }
 
 void TrialReport::onRunning(Node const& node, bool) {

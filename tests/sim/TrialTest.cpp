@@ -77,6 +77,28 @@ TEST_F(TrialReportTest, APacketLongerThanTheMtuIsAFinding) {
   EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("r1 sends 1501 bytes")));
 }
 
+TEST_F(TrialReportTest, ALinkThatIsDownHasNoMtu) {
+  script.play("down l1\n");
+  std::vector<U8> const packet(1501);
+  Network const& network = script.simulation.network();
+  watch.onLoss(network, &network.link(0), &script.node(0), sim::Loss::tooBig, packet);
+  EXPECT_THAT(watch.findings(), IsEmpty());
+}
+
+TEST_F(TrialReportTest, AnOwnMessageThatIsSentAgainAtOnceIsAFinding) {
+  sends(0, 0, messageOf(7));
+  waitFor("0.5");
+  sends(0, 0, messageOf(7));
+  EXPECT_THAT(watch.findings(), Contains(HasSubstr("r1 sends its own message again")));
+}
+
+TEST_F(TrialReportTest, ABsrMaySendTheTagOfItsLastMessageAgain) {
+  sends(0, 0, messageOf(7));
+  waitFor("5");
+  sends(0, 0, messageOf(7));
+  EXPECT_THAT(watch.findings(), testing::Not(Contains(HasSubstr("its own message again"))));
+}
+
 TEST_F(TrialReportTest, AMessageForwardedTwiceIsAFinding) {
   receives(0, messageOf(7));
   sends(1, 1, messageOf(7));

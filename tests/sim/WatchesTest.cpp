@@ -82,7 +82,7 @@ TEST_F(FloodWatchTest, TheBsrSendsItsMessageAtOneTime) {
   send(bsm, 0, 0);
   send(bsm, 0, 0);
   EXPECT_THAT(watch.findings(), IsEmpty()) << "fragments";
-  script.play("run 1\n");
+  script.play("run 0.5\n");
   send(bsm, 0, 0);
   EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("r1 sends its own message again")));
 }
