@@ -169,27 +169,26 @@ bool Expectation::checkBsr(ZoneParts const& zone, U32 number, Findings& findings
   return false;
 }
 
-std::set<KnownRp> Expectation::rpsOf(ZoneParts const& zone, U32 node) const {
+std::set<KnownRp> const& Expectation::rpsOf(ZoneParts const& zone, U32 node) const {
+  static std::set<KnownRp> const none;
   auto at = zone.bsrOf(node) == nullptr ? rps_.end() : rps_.find({zone.zone(), zone.bsrNodeOf(node)});
-  return at == rps_.end() ? std::set<KnownRp>() : at->second;
+  return at == rps_.end() ? none : at->second;
 }
 
-void Expectation::checkMissing(ZoneParts const& zone, U32 number, Findings& findings) const {
+/// Notes what only the first of two RP sets has.
+static void noteDifference(std::set<KnownRp> const& first, std::set<KnownRp> const& second,
+                           std::string const& who, IpGenPrefix const& zone, Findings& findings) {
+  for (KnownRp const& rp : first) {
+    if (!second.contains(rp)) findings.push_back(fmt::format("{} {} in zone {}", who, textOf(rp), zone));
+  }
+}
+
+void Expectation::checkRps(ZoneParts const& zone, U32 number, Extra extra, Findings& findings) const {
   Node const& node = network_.node(number);
   std::set<KnownRp> known = knownRps(node, zone.zone());
-  for (KnownRp const& rp : rpsOf(zone, number)) {
-    if (!known.contains(rp))
-      findings.push_back(fmt::format("{} misses {} in zone {}", node.name(), textOf(rp), zone.zone()));
-  }
-}
-
-void Expectation::checkLeftOver(ZoneParts const& zone, U32 number, Findings& findings) const {
-  Node const& node = network_.node(number);
-  std::set<KnownRp> expected = rpsOf(zone, number);
-  for (KnownRp const& rp : knownRps(node, zone.zone())) {
-    if (!expected.contains(rp))
-      findings.push_back(fmt::format("{} still holds {} in zone {}", node.name(), textOf(rp), zone.zone()));
-  }
+  noteDifference(rpsOf(zone, number), known, node.name() + " misses", zone.zone(), findings);
+  if (extra == Extra::found)
+    noteDifference(known, rpsOf(zone, number), node.name() + " still holds", zone.zone(), findings);
 }
 
 // The RPs that PIM reads ------------------------------------------------------------------------------
@@ -322,10 +321,7 @@ Findings Expectation::check() const {
     checkElected(zone, findings);
     for (std::vector<U32> const& part : zone.parts()) {
       for (U32 node : part) {
-        if (checkBsr(zone, node, findings)) {
-          checkMissing(zone, node, findings);
-          checkLeftOver(zone, node, findings);
-        }
+        if (checkBsr(zone, node, findings)) checkRps(zone, node, Extra::found, findings);
         checkHash(zone, node, findings);
         checkBsrTerms(zone, node, findings);
         checkExpiry(zone, node, findings);
@@ -349,7 +345,8 @@ Findings Expectation::checkLearned(U32 node, std::span<IpGenPrefix const> zones)
   Findings findings;
   for (IpGenPrefix const& zone : zones) {
     ZoneParts const* parts = partsOf(zone);
-    if (parts != nullptr && checkBsr(*parts, node, findings)) checkMissing(*parts, node, findings);
+    if (parts != nullptr && checkBsr(*parts, node, findings))
+      checkRps(*parts, node, Extra::leftOut, findings);
   }
   return findings;
 }
@@ -392,10 +389,10 @@ IpGenAddr Expectation::rpOf(U32 node, Lanet::IpAddr group) const {
   IpGenAddr found;
   for (ZoneParts const& zone : zones_) {
     host::BsrCandidacy const* bsr = zone.bsrOf(node);
-    auto at = bsr == nullptr ? rps_.end() : rps_.find({zone.zone(), zone.bsrNodeOf(node)});
-    if (at == rps_.end()) continue;
+    std::set<KnownRp> const& rps = rpsOf(zone, node);
+    if (rps.empty()) continue;
     U32 mask = bsr->hashMaskLen == 0 ? 0 : ~U32{0} << (32 - bsr->hashMaskLen);
-    for (auto const& [range, address, priority, holdtime] : at->second) {
+    for (auto const& [range, address, priority, holdtime] : rps) {
       if (!range.contains(IpGenAddr(group)) || zoneFor(node, range) != &zone) continue;
       U32 rp = address.v4Addr().hostWord();
       U32 hash = (1103515245 * ((1103515245 * (group.hostWord() & mask) + 12345) ^ rp) + 12345) & 0x7fffffff;

@@ -86,9 +86,10 @@ class Expectation {
   void findRps();
   ZoneParts const* zoneFor(U32 node, Lanet::IpGenPrefix const& range) const;
   bool checkBsr(ZoneParts const& zone, U32 number, Findings& findings) const;
-  std::set<KnownRp> rpsOf(ZoneParts const& zone, U32 node) const;
-  void checkMissing(ZoneParts const& zone, U32 number, Findings& findings) const;
-  void checkLeftOver(ZoneParts const& zone, U32 number, Findings& findings) const;
+  /// RPs that a router has and must not have.
+  enum class Extra : U8 { found, leftOut };
+  std::set<KnownRp> const& rpsOf(ZoneParts const& zone, U32 node) const;
+  void checkRps(ZoneParts const& zone, U32 number, Extra extra, Findings& findings) const;
   void checkHash(ZoneParts const& zone, U32 number, Findings& findings) const;
   void checkExpiry(ZoneParts const& zone, U32 number, Findings& findings) const;
   void checkBsrTerms(ZoneParts const& zone, U32 number, Findings& findings) const;

@@ -167,6 +167,13 @@ bool isSettled(Network const& network) {
   return network.now() >= sim::RandomScenario::healedAt + sim::settling;
 }
 
+template <class Act>
+void eachRouter(Network const& network, Act const& act) {
+  for (U32 number = 0; number < network.nodeCount(); ++number) {
+    if (network.node(number).isRunning()) act(*network.node(number).router());
+  }
+}
+
 /// The findings of the first of some seeds that has one with a text; empty if none has. The effect of an
 /// error depends on the network that is drawn. `Planted` is the report that plants it.
 template <class Planted>
@@ -199,9 +206,7 @@ TEST(PlantedTrialTest, RpsThatABoundDropsAreMissedBeforeTheFaultsAndOnceHealed) 
 class PermitRemoval final : public sim::Report {
  public:
   void onCommand(Network const& network, sim::Statement const&) override {
-    for (U32 number = 0; number < network.nodeCount(); ++number) {
-      if (network.node(number).isRunning()) network.node(number).router()->status()->crpPermitDelAll();
-    }
+    eachRouter(network, [](host::Router const& router) { router.status()->crpPermitDelAll(); });
   }
 };
 
@@ -215,10 +220,7 @@ class RpRemoval final : public sim::Report {
  public:
   void onCommand(Network const& network, sim::Statement const&) override {
     if (!isSettled(network)) return;
-    for (U32 number = 0; number < network.nodeCount(); ++number) {
-      if (network.node(number).isRunning())
-        network.node(number).router()->rpCandidateStatus()->crpSetDelAll();
-    }
+    eachRouter(network, [](host::Router const& router) { router.rpCandidateStatus()->crpSetDelAll(); });
   }
 };
 
@@ -232,10 +234,9 @@ class EmptyRange final : public sim::Report {
  public:
   void onCommand(Network const& network, sim::Statement const&) override {
     if (!isSettled(network)) return;
-    for (U32 number = 0; number < network.nodeCount(); ++number) {
-      if (network.node(number).isRunning())
-        network.node(number).router()->rpCandidateStatus()->crpSetIs(prefix("226.9.0.0/16"));
-    }
+    eachRouter(network, [](host::Router const& router) {
+      router.rpCandidateStatus()->crpSetIs(prefix("226.9.0.0/16"));
+    });
   }
 };
 
@@ -288,9 +289,7 @@ TEST(PlantedTrialTest, ARestartedRouterThatDoesNotLearnIsAFinding) {
 class BorderRemoval final : public sim::Report {
  public:
   void onCommand(Network const& network, sim::Statement const&) override {
-    for (U32 number = 0; number < network.nodeCount(); ++number) {
-      if (network.node(number).isRunning()) network.node(number).router()->status()->bsBorderDelAll();
-    }
+    eachRouter(network, [](host::Router const& router) { router.status()->bsBorderDelAll(); });
   }
 };
 
