@@ -58,6 +58,10 @@ bool BsmIngress::isFromRpfNeighbor(BootstrapMessage const& message) const {
   return neighbor == message.srcAddr();
 }
 
+static Bsr::PimBsrWeight weightOf(Bsr::BsrCandidate const& candidacy) {
+  return Bsr::PimBsrWeight(static_cast<U8>(candidacy.priority()), candidacy.address());
+}
+
 static bool withdrawsAll(Packet::BootstrapGroupData const& group) {
   auto rp = group.rpListIterator();
   if (!rp) return false;
@@ -67,8 +71,39 @@ static bool withdrawsAll(Packet::BootstrapGroupData const& group) {
   return true;
 }
 
-/// The gate knows a zone's first message by what it keeps for the zone.
 void BsmIngress::prepare(BootstrapMessage const& message) {
+  forgetLost(message);
+  admitFragment(message);
+}
+
+/// A pending candidate compares a message with the BSR that it has lost: it would not follow one that is
+/// elected before its own claim, and no follower of that one passes the claim on, so that both would be BSR
+/// for a BS_Period.
+void BsmIngress::forgetLost(BootstrapMessage const& message) {
+  IpGenPrefix zone = zoneOf(message);
+  Ptr<Bsr::BsrCandidateSm> machine = root_.candidateSm(zone);
+  if (!machine || machine->state() != Bsr::BsrCandidateState::pBsr) return;
+  Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
+  CorrectionSwitch* lost = elected ? howLost(*elected, message) : nullptr;
+  Bsr::PimBsrWeight received(message.bsrPriority(), message.bsrAddress());
+  if (!lost || !(received < machine->stored()) || received < weightOf(*machine->candidate())) return;
+  if (!isFromRpfNeighbor(message)) return;
+  machine->storeCandidate();
+  lost->noteAct();
+}
+
+/// The correction by which a BSR counts as gone when a message comes; null if it doesn't. Further fragments
+/// of its last message are still its own.
+CorrectionSwitch* BsmIngress::howLost(Bsr::ElectedBsrStatus const& elected,
+                                      BootstrapMessage const& message) const {
+  if (electedOnly_.isOn() && elected.expiryTime() <= Zet::now()) return &electedOnly_;
+  auto ended = ended_.find(elected.zone());
+  bool hasEnded = ended != ended_.end() && ended->second == elected.ipAddr();
+  return loweredBsr_.isOn() && hasEnded && message.bsrAddress() != elected.ipAddr() ? &loweredBsr_ : nullptr;
+}
+
+/// The gate knows a zone's first message by what it keeps for the zone.
+void BsmIngress::admitFragment(BootstrapMessage const& message) {
   if (!cutBySize_.isOn() || message.forward() || firstNoForward_.empty()) return;
   IpGenPrefix zone = zoneOf(message);
   auto first = firstNoForward_.find(zone);
@@ -109,13 +144,21 @@ void BsmIngress::followLowered(Ptr<BootstrapMessage> const& message) {
 }
 
 /// A candidate takes the message of its lowered BSR as a claim to answer, and leaves the RP set as it is: the
-/// RPs that a BSR withdraws as it ends would be kept until the end of their holdtimes.
+/// RPs that a BSR withdraws as it ends would be kept until the end of their holdtimes. It would not follow
+/// another that is elected before its own claim either, since it compares with the former weight.
 void BsmIngress::refreshFromLowered(Bsr::ElectedBsrStatus const& elected,
                                     Ptr<BootstrapMessage> const& message) {
   Ptr<Bsr::BsrCandidateSm> candidate = root_.candidateSm(elected.zone());
-  bool isLowered = elected.ipAddr() == message->bsrAddress() && message->bsrPriority() < elected.priority();
+  bool isOwn = elected.ipAddr() == message->bsrAddress();
+  bool isLowered = isOwn && message->bsrPriority() < elected.priority();
+  if (isOwn && !isLowered) ended_.erase(elected.zone());
   if (!isLowered || !candidate || candidate->state() == Bsr::BsrCandidateState::eBsr) return;
   candidate->bsrSm()->storeRpSet(elected.zone(), message, true);
+  Bsr::PimBsrWeight now(message->bsrPriority(), message->bsrAddress());
+  if (message->bsrPriority() == 0 || now < weightOf(*candidate->candidate()))
+    noteEnded(elected.zone(), elected.ipAddr());
+  else
+    candidate->storedBsr()->priorityIs(message->bsrPriority());
   loweredBsr_.noteAct();
 }
 

@@ -24,8 +24,9 @@ class PIMBSR_INTERNAL BsmIngress {
   DropReason validate(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage const& message);
   /// Whether the gate takes a message by its sender.
   bool isFromRpfNeighbor(Routing::Pim::Packet::BootstrapMessage const& message) const;
-  /// To be called before the gate gets a Bootstrap Message: further fragments of the zone's first No-Forward
-  /// message pass as the first one did.
+  /// To be called before the gate gets a Bootstrap Message: a pending candidate that has lost its BSR takes a
+  /// message that outweighs itself, and further fragments of the zone's first No-Forward message pass as the
+  /// first one did.
   void prepare(Routing::Pim::Packet::BootstrapMessage const& message);
   /// To be called for a Bootstrap Message that the gate has accepted: a follower takes the one of its BSR
   /// that has lowered its priority, and the empty ranges are taken out that withdrawals of RPs leave which
@@ -40,6 +41,10 @@ class PIMBSR_INTERNAL BsmIngress {
   using MessageId = std::pair<Zet::U16, Lanet::IpGenAddr>;  ///< fragment tag and BSR
 
   bool isFromOtherBsr(Routing::Pim::Packet::BootstrapMessage const& message) const;
+  void forgetLost(Routing::Pim::Packet::BootstrapMessage const& message);
+  CorrectionSwitch* howLost(Routing::Pim::Bsr::ElectedBsrStatus const& elected,
+                            Routing::Pim::Packet::BootstrapMessage const& message) const;
+  void admitFragment(Routing::Pim::Packet::BootstrapMessage const& message);
   void followLowered(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
   void refreshFromLowered(Routing::Pim::Bsr::ElectedBsrStatus const& elected,
                           Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
@@ -53,7 +58,8 @@ class PIMBSR_INTERNAL BsmIngress {
   Routing::Pim::Bsr::CrpMessageSm const& crpGate_;
   Borders const& borders_;
   std::map<Lanet::IpGenPrefix, MessageId> firstNoForward_;  ///< by zone, soon after the start
-  std::map<Lanet::IpGenPrefix, Lanet::IpGenAddr> ended_;  ///< by zone, the BSR that lowered its priority to 0
+  /// By zone, the BSR that lowered its priority to 0, or at a candidate below the candidate's own.
+  std::map<Lanet::IpGenPrefix, Lanet::IpGenAddr> ended_;
   CorrectionSwitch& cutBySize_;
   CorrectionSwitch& electedOnly_;
   CorrectionSwitch& loweredBsr_;

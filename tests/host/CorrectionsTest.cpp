@@ -403,6 +403,91 @@ TEST_F(ElectionTest, ACandidateWithoutABsrComparesWithItsPresentPriority) {
   EXPECT_EQ(acts(&CorrectionSettings::candidacyChanges), 1u);
 }
 
+/// The candidate has priority 50, and its BSR 100 is gone or lives on.
+TEST_F(ElectionTest, APendingCandidateThatHasLostItsBsrFollowsWhoOutweighsIt) {
+  struct Case {
+    bool isOn;
+    int waits;  ///< seconds since the BSR's last message
+    U8 other;   ///< priority of the next claim
+    char const* follows;
+  };
+  for (Case const& c : std::initializer_list<Case>{{true, 131, 60, "10.0.0.2/60"},
+                                                   {true, 131, 40, "10.0.0.1/100"},
+                                                   {true, 100, 60, "10.0.0.1/100"},
+                                                   {false, 131, 60, "10.0.0.1/100"}}) {
+    SCOPED_TRACE(testing::Message() << c.isOn << " " << c.waits << " " << int{c.other});
+    router.correctionsAre({.electedOnly = c.isOn});
+    candidateIs(50);
+    run(1);
+    offer(ofBsr(1, 100));
+    run(c.waits);
+    auto before = acts(&CorrectionSettings::electedOnly);
+    offer(ofBsr(2, c.other));
+    EXPECT_EQ(elected(), c.follows);
+    bool isFollowed = std::string(c.follows) == "10.0.0.2/60";
+    EXPECT_EQ(acts(&CorrectionSettings::electedOnly) - before, isFollowed || c.waits == 100 ? 1u : 0u);
+    router.candidateBsrDel(allGroups);
+    run(300);
+  }
+}
+
+TEST_F(ElectionTest, ACandidateWithoutAnAddressTakesPartInNoElection) {
+  router.correctionsAre({.electedOnly = true, .loweredBsr = true});
+  offer(ofBsr(1, 100));
+  router.status()->cbsrIs(allGroups)->priorityIs(50);
+  ASSERT_TRUE(router.status()->cbsr(allGroups)->address().isEmpty());
+  for (U8 priority : {100, 0, 60}) {
+    run(131);
+    offer(ofBsr(priority == 60 ? 2 : 1, priority));
+  }
+  EXPECT_EQ(elected(), "10.0.0.1/100");
+}
+
+TEST_F(ElectionTest, ACandidateWhoseBsrHasEndedFollowsWhoOutweighsIt) {
+  for (bool isOn : {true, false}) {
+    router.correctionsAre({.loweredBsr = isOn});
+    candidateIs(50);
+    run(1);
+    offer(ofBsr(1, 100));
+    offer(ofBsr(1, 0));
+    offer(ofBsr(2, 40));
+    EXPECT_EQ(elected(), "10.0.0.1/100") << "not one that it outweighs";
+    offer(ofBsr(2, 60));
+    EXPECT_EQ(elected(), isOn ? "10.0.0.2/60" : "10.0.0.1/100");
+    router.candidateBsrDel(allGroups);
+    run(300);
+  }
+}
+
+/// A candidate of priority 0 whose address is lower than the BSR's.
+TEST_F(ElectionTest, ACandidateDoesNotFollowTheFurtherFragmentsOfABsrThatHasEnded) {
+  router.correctionsAre({.loweredBsr = true});
+  candidateIs(0);
+  run(1);
+  Bsm last = ofBsr(1, 0);
+  last.bsr = "192.0.2.20";
+  rpf->neighbors[addr(last.bsr)] = addr("192.0.2.1");
+  Bsm before = last;
+  before.priority = 100;
+  offer(before);
+  offer(last);
+  offer(last);
+  run(30);
+  EXPECT_EQ(elected(), "192.0.2.9/0");
+}
+
+TEST_F(ElectionTest, ACandidateFollowsALoweredBsrThatStillOutweighsIt) {
+  router.correctionsAre({.loweredBsr = true});
+  candidateIs(50);
+  run(1);
+  offer(ofBsr(1, 100));
+  offer(ofBsr(1, 70));
+  offer(ofBsr(2, 60));
+  EXPECT_EQ(elected(), "10.0.0.1/100") << "the lowered one is stronger than this";
+  offer(ofBsr(1, 70));
+  EXPECT_EQ(elected(), "10.0.0.1/70");
+}
+
 TEST_F(ElectionTest, TheBsrThatACandidateFollowedIsGivenUpAfterItsCandidacy) {
   for (bool isOn : {false, true}) {
     router.correctionsAre({.candidacyChanges = isOn});
