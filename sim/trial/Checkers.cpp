@@ -405,6 +405,15 @@ IpGenAddr Expectation::rpOf(U32 node, Lanet::IpAddr group) const {
   return found;
 }
 
+std::set<RangeRp> Expectation::rpsFor(U32 node, Lanet::IpAddr group) const {
+  std::set<RangeRp> found;
+  for (ZoneParts const& zone : zones_) {
+    for (auto const& [range, address, priority, holdtime] : rpsOf(zone, node))
+      if (range.contains(IpGenAddr(group)) && zoneFor(node, range) == &zone) found.emplace(range, address);
+  }
+  return found;
+}
+
 Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups) const {
   Findings findings;
   auto text = [](IpGenAddr const& rp) { return rp.isEmpty() ? "no RP" : fmt::format("{}", rp); };
@@ -422,8 +431,14 @@ Findings Expectation::checkServed(std::span<Lanet::IpAddr const> groups) const {
   return findings;
 }
 
+RangeRp usedRp(Network const& network, Node const& node, Lanet::IpAddr group) {
+  host::RpMap rps(node.router()->rpCandidateStatus());
+  host::RpAnswer answer = rps.lookup(group, node.localTime(network.now()));
+  return {answer.range, answer.rp};
+}
+
 IpGenAddr servingRp(Network const& network, Node const& node, Lanet::IpAddr group) {
-  return host::RpMap(node.router()->rpCandidateStatus()).lookup(group, node.localTime(network.now())).rp;
+  return usedRp(network, node, group).second;
 }
 
 // Learning at a restart -------------------------------------------------------------------------------

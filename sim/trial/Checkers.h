@@ -1,9 +1,11 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "sim/Network.h"
@@ -17,6 +19,9 @@ namespace pimbsr::sim {
 
 /// An RP of a zone as all routers of a part must know it: range, address, priority, holdtime in seconds.
 using KnownRp = std::tuple<Lanet::IpGenPrefix, Lanet::IpGenAddr, U32, U32>;
+
+/// An RP of a group range.
+using RangeRp = std::pair<Lanet::IpGenPrefix, Lanet::IpGenAddr>;
 
 /// The running routers of a network that flood one zone's messages to each other, over links that are up and
 /// interfaces that are no border of exactly that zone (RFC 5059 section 1.3).
@@ -80,6 +85,8 @@ class Expectation {
   bool hasBsr(U32 node, Lanet::IpGenPrefix const& zone) const;
   /// The RP that a router must use for a group; empty for none.
   Lanet::IpGenAddr rpOf(U32 node, Lanet::IpAddr group) const;
+  /// The RPs that a router must know of the ranges that cover a group.
+  std::set<RangeRp> rpsFor(U32 node, Lanet::IpAddr group) const;
 
  private:
   void findZones();
@@ -104,7 +111,9 @@ class Expectation {
   std::map<std::pair<Lanet::IpGenPrefix, U32>, std::set<KnownRp>> rps_;
 };
 
-/// The RP that a running router uses for a group; empty for none.
+/// The RP that a running router uses for a group, and its range; empty for none.
+RangeRp usedRp(Network const& network, Node const& node, Lanet::IpAddr group);
+/// The RP alone.
 Lanet::IpGenAddr servingRp(Network const& network, Node const& node, Lanet::IpAddr group);
 
 /// Zones of which a router must know the BSR right after its restart: those of which a neighbor that is DR

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "sim/trial/OutageWatch.h"
+#include "sim/trial/ChangeWatches.h"
 #include "sim/trial/RandomScenario.h"
 #include "sim/trial/StatusChecks.h"
 #include "sim/trial/TrialReport.h"
@@ -37,16 +37,17 @@ static constexpr U32 holdtime = 3 * bsPeriod;
 /// comes BS_Min_Interval later.
 static constexpr U32 namesRps = 3 + bsMinInterval;
 /// Seconds without an RP where the BSR is silent. After its last message the next BSR names the RPs before
-/// they end, but for those of two kinds. A candidate takes no message of a weaker BSR than the silent one; it
-/// claims to be BSR itself, and its own RPs are advertised to the next BSR as it hears of that a BS_Period
-/// later. Where the router was the way to the BSR of a scoped zone, those cut off give the zone up after
-/// BS_Timeout, and their RPs are advertised to the BSR of the wider zone within a C_RP_Adv_Period, which is
-/// no longer.
-static constexpr U32 learnedAgain = bsTimeout + overrideTime + bsPeriod + bsMinInterval - holdtime;
-static_assert(learnedAgain >= bsTimeout + crpAdvPeriod + 2 * bsMinInterval - holdtime);
+/// they end, but for those of one kind: where the router was the way to the BSR of a scoped zone, those cut
+/// off give the zone up after BS_Timeout, and their RPs are advertised to the BSR of the wider zone within a
+/// C_RP_Adv_Period.
+static constexpr U32 learnedAgain = bsTimeout + crpAdvPeriod + 2 * bsMinInterval - holdtime;
 static_assert(bsTimeout + overrideTime + namesRps < holdtime);
 /// Seconds for which RPs of a BSR last at least: their last advertisement may be a C_RP_Adv_Period old.
 static constexpr U32 rpsLast = holdtime - crpAdvPeriod;
+
+/// Seconds for which a new BSR may use other RPs than its followers: it uses what is advertised to it at
+/// once, they use it from its next message on. That comes after a BS_Period where the BSR changes its terms.
+static constexpr U32 announcedAfter = namesRps + 1;
 
 /// Groups of all ranges that random networks have.
 static std::vector<IpAddr> const& sampledGroups() {
@@ -95,7 +96,8 @@ namespace {
 struct Change {
   std::string text;
   OutageWatch::Bounds bounds;
-  std::optional<U32> stopped;  ///< the router that does not keep running
+  std::optional<U32> stopped;    ///< the router that does not keep running
+  U32 differs = announcedAfter;  ///< seconds for which routers may use different RPs that stay
 };
 
 /// Plays one seed.
@@ -238,7 +240,8 @@ Change Trial::drawChange() {
       return {fmt::format("candidate-bsr r{} {} address {} priority 200\n", router, zone,
                           random_.bsrAddress(router, zone)),
               {},
-              {}};
+              {},
+              router == elected ? bsPeriod + 1 : announcedAfter};
   }
 }
 
@@ -246,14 +249,22 @@ void Trial::playChange() {
   Change change = drawChange();
   OutageWatch outages(network(), sampledGroups());
   play(change.text);
-  if (change.stopped) outages.leaveOut(*change.stopped);
-  outages.expect(Expectation(network()));
+  Expectation const after(network());
+  outages.expect(after);
+  AgreementWatch agreement(network(), after, sampledGroups());
+  if (change.stopped) {
+    outages.leaveOut(*change.stopped);
+    agreement.leaveOut(*change.stopped);
+  }
   result_.scenario += fmt::format("run {}\n", changeTime);
   for (U32 second = 0; second < changeTime; ++second) {
     simulation_.execute("run 1\n", "random");
     outages.sample();
+    agreement.sample();
   }
   append(result_.findings, outages.longerThan(change.bounds), "during one change");
+  append(result_.findings, agreement.longerThan({.lasting = change.differs, .ending = holdtime}),
+         "during one change");
   play(fmt::format("run {}\n", settling - changeTime));
   compare("after the change");
 }

@@ -1,8 +1,10 @@
 // What is watched while random networks run: each finds the fault that is planted, and nothing else.
 #include <gmock/gmock.h>
 
+#include <optional>
+
+#include "sim/trial/ChangeWatches.h"
 #include "sim/trial/MessageWatches.h"
-#include "sim/trial/OutageWatch.h"
 #include "sim/trial/RandomScenario.h"
 #include "sim/trial/Trial.h"
 #include "tests/sim/SimSupport.h"
@@ -12,6 +14,7 @@ namespace test {
 namespace {
 
 using Lanet::IpAddr;
+using pimbsr::sim::AgreementWatch;
 using pimbsr::sim::BorderWatch;
 using pimbsr::sim::Expectation;
 using pimbsr::sim::Findings;
@@ -255,6 +258,70 @@ TEST_F(WatchesTest, AnRpThatWasNotKnownBeforeIsNotMissed) {
   script.node(1).router()->rpCandidateStatus()->crpSetDelAll();
   watch.sample();
   EXPECT_THAT(watch.longerThan({}), IsEmpty()) << "r1's RP is permitted now";
+}
+
+// Agreement -------------------------------------------------------------------------------------------
+
+class AgreementWatchTest : public WatchesTest {
+ protected:
+  void SetUp() override {
+    script.play("candidate-rp r1 239.1.0.0/16\nrun 130\n");
+    watch.emplace(network(), Expectation(network()), groups);
+  }
+  /// Takes an RP from what PIM reads at a router, for two seconds.
+  void differ(Zet::U32 router, char const* rp) {
+    auto read = script.node(router).router()->rpCandidateStatus()->crpSet(prefix("239.1.0.0/16"));
+    read->rpDel(addr(rp));
+    watch->sample();
+    watch->sample();
+  }
+  std::string usedBy(Zet::U32 router) const {
+    return std::string(servingRp(network(), script.node(router), groups[0]).stringValue().view());
+  }
+  std::optional<AgreementWatch> watch;
+};
+
+TEST_F(AgreementWatchTest, RoutersThatUseDifferentRpsAreCountedBySecond) {
+  watch->sample();
+  EXPECT_THAT(watch->longerThan({}), IsEmpty());
+  std::string const used = usedBy(1);
+  differ(1, used.c_str());
+  EXPECT_THAT(watch->longerThan({.lasting = 2, .ending = 2}), IsEmpty());
+  EXPECT_THAT(watch->longerThan({.lasting = 1, .ending = 2}),
+              ElementsAre("r1 uses " + used + " and r2 uses " + usedBy(1) + " for group 239.1.2.3, for 2 s"));
+}
+
+TEST_F(AgreementWatchTest, ARouterThatUsesNoneDoesNotDiffer) {
+  script.node(1).router()->rpCandidateStatus()->crpSetDelAll();
+  watch->sample();
+  EXPECT_THAT(watch->longerThan({}), IsEmpty());
+}
+
+TEST_F(AgreementWatchTest, ARouterThatDoesNotKeepRunningIsLeftOut) {
+  watch->leaveOut(1);
+  differ(1, usedBy(1).c_str());
+  EXPECT_THAT(watch->longerThan({}), IsEmpty());
+}
+
+TEST_F(AgreementWatchTest, AnRpThatIsNotToStayMayBeUsedForLonger) {
+  std::string const used = usedBy(1);
+  script.play("crash " + std::string(used == "10.1.0.1" ? "r1" : "r3") + "\n");
+  AgreementWatch ending(network(), Expectation(network()), groups);
+  auto read = script.node(1).router()->rpCandidateStatus()->crpSet(prefix("239.1.0.0/16"));
+  read->rpDel(addr(used.c_str()));
+  ending.sample();
+  EXPECT_THAT(ending.longerThan({.lasting = 0, .ending = 1}), IsEmpty());
+  EXPECT_THAT(ending.longerThan({.lasting = 9, .ending = 0}), testing::SizeIs(1));
+}
+
+TEST_F(AgreementWatchTest, RoutersOfDifferentBsrsMayDiffer) {
+  script.play("candidate-bsr r3 global\ncandidate-bsr r2 global priority 0\ndown l2\n");
+  AgreementWatch parted(network(), Expectation(network()), groups);
+  std::string const used = usedBy(2);
+  auto read = script.node(2).router()->rpCandidateStatus()->crpSet(prefix("239.1.0.0/16"));
+  read->rpDel(addr(used.c_str()));
+  parted.sample();
+  EXPECT_THAT(parted.longerThan({}), IsEmpty());
 }
 
 // Which RP serves a group -----------------------------------------------------------------------------
