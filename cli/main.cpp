@@ -180,7 +180,7 @@ static void addRandom(CLI::App& command, CLI::Option& scenario, RandomOptions& o
   command
       .add_option_function<std::string>(
           "--routers", [&](auto& text) { parseRouters(text, options); },
-          "Routers of a random network: 2 to 200, or a span (default 10-50)")
+          "Routers of a random network: 2 to 2000, or a span (default 10-50)")
       ->type_name("R")
       ->needs(random);
 }

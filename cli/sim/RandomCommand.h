@@ -22,7 +22,7 @@ struct RandomOptions {
 
 /// --random: a whole number from 1 to 1000000. Throws UsageError for anything else.
 Zet::U32 parseTrials(std::string const& text);
-/// --routers: a number or a span such as 10-50, from 2 to 200. Throws UsageError for anything else.
+/// --routers: a number or a span such as 10-50, from 2 to 2,000. Throws UsageError for anything else.
 void parseRouters(std::string const& text, RandomOptions& options);
 
 /// Plays random networks, one per seed: break, heal, settle, compare. Of the first one that is not as it must
