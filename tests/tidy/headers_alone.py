@@ -4,7 +4,7 @@ Usage: headers_alone.py COMPILE_COMMANDS. Takes the compiler, include paths and 
 of the build and checks the syntax of each header of the tree with these, as many at a time as there are
 processors. To be quick it parses the usual headers of the standard library once, ahead of all; so a second
 check compares each header with the library headers that it reaches: one that names std::string must reach
-<string>."""
+<string>. Where ccache is installed, what compiled before is not compiled again."""
 
 import concurrent.futures
 import json
@@ -12,9 +12,9 @@ import os
 import pathlib
 import re
 import shlex
+import shutil
 import subprocess
 import sys
-import tempfile
 
 import graph
 
@@ -88,39 +88,55 @@ def headers_of(folder):
             if (folder / name).is_file() and not name.startswith("build/")}
 
 
-def compile_ahead(command, folder):
-    """A compiled header of the library headers that are parsed once; its path."""
-    ahead = folder / "ahead.h"
-    ahead.write_text("".join(f"#include <{name}>\n" for name in AHEAD))
-    subprocess.run([*command, "-x", "c++-header", ahead, "-o", folder / "ahead.h.gch"], check=True)
-    return ahead
+class Compiler:
+    """Compiles headers, with a compiler's words, in a folder that has the same path each time: the cache
+    compares paths. A cache of compilations takes no check of syntax, so that objects are made for it."""
+
+    def __init__(self, command, folder, cache=shutil.which("ccache")):
+        self.command = [cache, *command] if cache else command
+        self.folder = folder
+        self.has_cache = bool(cache)
+        # The headers that are parsed ahead come from the same commands, and name no time of the day.
+        self.environment = os.environ | {"CCACHE_SLOPPINESS": "pch_defines,time_macros"}
+        self.ahead = folder / "ahead.h"
+
+    def run(self, words):
+        return subprocess.run([*self.command, *words], capture_output=True, text=True, env=self.environment)
+
+    def compile_ahead(self):
+        """Makes the compiled header of the library headers that are parsed once."""
+        self.folder.mkdir(exist_ok=True)
+        self.ahead.write_text("".join(f"#include <{name}>\n" for name in AHEAD))
+        self.run(["-x", "c++-header", "-c", self.ahead, "-o", f"{self.ahead}.gch"]).check_returncode()
+
+    def check(self, header):
+        """What the compiler says of a header; "" if it compiles."""
+        words = ["-x", "c++", "-include", self.ahead, "-c", header]
+        made = self.folder / (re.sub(r"\W", "-", str(header)) + ".o")
+        words += ["-fpch-preprocess", "-o", made] if self.has_cache else ["-fsyntax-only"]
+        done = self.run(words)
+        return done.stderr if done.returncode else ""
 
 
-def check(command, ahead, header):
-    """What the compiler says of a header; "" if it compiles."""
-    words = [*command, "-fsyntax-only", "-x", "c++", "-include", ahead, "-include", header, os.devnull]
-    done = subprocess.run(words, capture_output=True, text=True)
-    return done.stderr if done.returncode else ""
-
-
-def errors(root, made, command):
+def errors(root, made, compiler):
     """A text for each header that doesn't compile alone. The folders `made` have those that a build makes."""
     own = headers_of(root)
     texts = own | {name: text for folder in made for name, text in headers_of(folder).items()}
     for header in own:
         if place := missing(header, texts):
             yield f"{header}:1: reaches no <{place}>"
-    with tempfile.TemporaryDirectory() as folder:
-        ahead = compile_ahead(command, pathlib.Path(folder))
-        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            checks = pool.map(lambda header: check(command, ahead, root / header), own)
-            found = ((header, text) for header, text in zip(own, checks) if text)
-            yield from (f"{header}:1: doesn't compile alone\n{text}" for header, text in found)
+    compiler.compile_ahead()
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        checks = pool.map(lambda header: compiler.check(root / header), own)
+        found = ((header, text) for header, text in zip(own, checks) if text)
+        yield from (f"{header}:1: doesn't compile alone\n{text}" for header, text in found)
 
 
 if __name__ == "__main__":
-    compiler, flags = options(json.loads(pathlib.Path(sys.argv[1]).read_text()))
+    database = pathlib.Path(sys.argv[1])
+    name, flags = options(json.loads(database.read_text()))
     folders = [pathlib.Path(flag[2:]) for flag in flags if flag.startswith("-I") and flag.endswith("/zet")]
-    found = list(errors(ROOT, folders, [compiler, "-std=c++20", "-O0", *flags]))
+    alone = Compiler([name, "-std=c++20", "-O0", *flags], database.parent / "headers-alone")
+    found = list(errors(ROOT, folders, alone))
     print("\n".join(found) or "every header compiles alone")
     sys.exit(bool(found))

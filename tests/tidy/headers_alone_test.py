@@ -10,13 +10,15 @@ COMMAND = ["g++", "-std=c++20", "-O0"]
 
 
 class HeadersAloneTest(unittest.TestCase):
-    def errors(self, files):
-        with tempfile.TemporaryDirectory() as folder:
+    def errors(self, files, cache=None):
+        with tempfile.TemporaryDirectory() as folder, tempfile.TemporaryDirectory() as objects:
             root = pathlib.Path(folder)
             for name, text in files.items():
                 (root / name).parent.mkdir(parents=True, exist_ok=True)
                 (root / name).write_text("#pragma once\n" + text)
-            found = headers_alone.errors(root, [], [*COMMAND, f"-I{folder}"])
+            command = [*COMMAND, f"-I{folder}"]
+            compiler = headers_alone.Compiler(command, pathlib.Path(objects), cache)
+            found = headers_alone.errors(root, [], compiler)
             return [error.split("\n")[0] for error in found]
 
     def test_a_header_without_what_it_needs_is_found(self):
@@ -26,6 +28,18 @@ class HeadersAloneTest(unittest.TestCase):
                                       "a/Number.h": "using Number = int;\n",
                                       "a/Right.h": '#include "a/Number.h"\ninline Number n = 1;\n',
                                       "a/Use.h": pointer}))
+
+    def test_a_cache_finds_the_same(self):
+        with tempfile.TemporaryDirectory() as folder:
+            cache = pathlib.Path(folder) / "cache"
+            cache.write_text('#!/bin/sh\necho "$*" >>"$(dirname "$0")/calls"\nexec "$@"\n')
+            cache.chmod(0o755)
+            self.assertEqual(["a/Needs.h:1: doesn't compile alone"],
+                             self.errors({"a/Needs.h": "inline int twice(Number n) { return 2 * n; }\n",
+                                          "a/Number.h": "using Number = int;\n"}, str(cache)))
+            calls = (pathlib.Path(folder) / "calls").read_text().splitlines()
+            self.assertEqual(3, len(calls))
+            self.assertFalse([call for call in calls if "-fsyntax-only" in call])
 
     def test_a_library_header_must_be_reached(self):
         self.assertEqual(["a/A.h:1: reaches no <string>", "a/D.h:1: reaches no <map>"],
