@@ -292,10 +292,11 @@ class Observer::Tree final : public Bsr::Status::NotifieeConst {
 // The machines of the zones ---------------------------------------------------------------------------
 
 /// A zone that changes from one kind of machine to the other has none for a moment, so only the end of the
-/// event shows whether it is forgotten.
+/// event shows whether it is forgotten. Where a candidacy ends, the BSR that was followed stays known,
+/// and the zone is forgotten with it.
 class Observer::Machines final : public Bsr::PimBsrSm::NotifieeConst {
  public:
-  explicit Machines(ChangeSink& sink) : sink_(sink) {}
+  Machines(Ptr<Bsr::Status const> const& status, ChangeSink& sink) : status_(status), sink_(sink) {}
 
   void onNonCandidateSm(IpGenPrefix const& zone) override { touched_.insert(zone); }
   void onCandidateSm(IpGenPrefix const& zone) override { touched_.insert(zone); }
@@ -303,11 +304,16 @@ class Observer::Machines final : public Bsr::PimBsrSm::NotifieeConst {
   void flush() {
     for (IpGenPrefix const& zone : std::exchange(touched_, {})) {
       if (!notifier() || notifier()->nonCandidateSm(zone) || notifier()->candidateSm(zone)) continue;
+      if (status_->bootstrapRouter(zone)) {
+        touched_.insert(zone);
+        continue;
+      }
       sink_.onChange({.kind = ChangeKind::zoneForgotten, .zone = zone});
     }
   }
 
  private:
+  Ptr<Bsr::Status const> status_;
   ChangeSink& sink_;
   std::set<IpGenPrefix> touched_;
 };
@@ -317,7 +323,7 @@ Observer::Observer(Router& router, ChangeSink& sink)
 
 Observer::Observer(Ptr<Bsr::Status const> const& status, Ptr<Bsr::PimBsrSm const> const& root,
                    ChangeSink& sink, KeptRps* kept)
-    : tree_(Zet::make<Tree>(sink, kept)), machines_(Zet::make<Machines>(sink)) {
+    : tree_(Zet::make<Tree>(sink, kept)), machines_(Zet::make<Machines>(status, sink)) {
   tree_->notifierIs(status);
   tree_->takeUp();
   // The router decides when its machines end; a watcher must not keep them.

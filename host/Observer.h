@@ -40,7 +40,7 @@ enum class ChangeKind : U8 {
   rpKept,        ///< an election cleared the set of an RP, which stays in use (HoldOver)
   rpRemoved,     ///< an RP was withdrawn, or its set was cleared
   rpExpired,     ///< an RP was not named for its holdtime
-  zoneForgotten  ///< nothing follows the zone any more; RPs of it may remain until they expire
+  zoneForgotten  ///< the zone has no BSR and no machine any more; RPs of it may remain until they expire
 };
 
 /// One change of what a router has learned.

@@ -230,6 +230,19 @@ TEST_F(ObserverTest, ZoneThatGainsACandidateIsNotForgotten) {
   EXPECT_THAT(listener.take(), testing::Not(testing::Contains("forgotten 239.255.0.0/16")));
 }
 
+TEST_F(ObserverTest, ZoneThatLosesACandidateIsNotForgottenWhileItsBsrIsKnown) {
+  receive(scopedRp());
+  engine.status->cbsrIs(prefix("239.255.0.0/16"));
+  engine.status->cbsrDel(prefix("239.255.0.0/16"));
+  ASSERT_FALSE(engine.root->candidateSm(prefix("239.255.0.0/16")));
+  ASSERT_FALSE(engine.follower("239.255.0.0/16"));
+  observer->flush();
+  EXPECT_THAT(listener.take(), testing::Not(testing::Contains("forgotten 239.255.0.0/16")));
+  engine.status->bootstrapRouterDel(prefix("239.255.0.0/16"));
+  observer->flush();
+  EXPECT_THAT(listener.take(), testing::Contains(testing::StartsWith("lost 239.255.0.0/16")));
+}
+
 TEST_F(ObserverTest, EarlierStateIsKnownAndItsChangesAreReported) {
   observer = nullptr;
   engine.receive(oneRp());

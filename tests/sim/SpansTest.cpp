@@ -139,6 +139,14 @@ TEST_F(SpanRecorderTest, StateEndsWithTheCandidacy) {
   EXPECT_THAT(bsrs(0).back(), testing::EndsWith("-100.0 10.0.0.1 own"));
 }
 
+TEST_F(SpanRecorderTest, ABsrThatIsStillKnownGoesOnAfterTheCandidacy) {
+  play(test::row(2) +
+       "candidate-bsr r1 global priority 100\ncandidate-bsr r2 global priority 50\nrun 100\n"
+       "no candidate-bsr r2 global\nrun 100");
+  EXPECT_THAT(states(1).back(), testing::EndsWith("-100.0 Candidate-BSR"));
+  EXPECT_THAT(bsrs(1).back(), testing::EndsWith("-200.0 10.0.0.1"));
+}
+
 TEST_F(SpanRecorderTest, ScenarioThatReportsNothingIsRecordedAllTheSame) {
   play("quiet all\n" + test::row(1) + "candidate-bsr r1 239.1.0.0/16\nrun 100");
   EXPECT_THAT(script_.diary.lines, IsEmpty());
