@@ -148,6 +148,13 @@ def contend(net):
     return [f"candidate-bsr r{net.follower} global priority 50"]
 
 
+def crash_beside_two(net):
+    """The BSR of three candidates crashes, and the weakest one may be BSR beside the next."""
+    net.candidates.append((net.second, 20))
+    net.asked, net.wrong = [net.second], {loopback(net.second)}
+    return net.crash(net.bsr)
+
+
 def raise_priority(net):
     """In a new zone the backup's priority is raised above the other's before its first election."""
     net.zone, net.wrong = RANGE, {loopback(net.bsr)}
@@ -311,6 +318,7 @@ EVENTS = [
     Event("BSR and preferred RP crash", "hold-over", NO_LIVE_RP, crash_bsr_and_rp),
     Event("a holdtime of 65535 s", "fit", NO_RP, long_holdtime),
     Event("a fourth candidate BSR comes", "elected-only", CLAIMS, contend),
+    Event("the BSR of three candidates crashes", "elected-only", WRONG_BSR, crash_beside_two),
     Event("the BSR stops in order", "lowered-bsr", NO_BSR, stop_bsr),
     Event("a priority rises before the election", "candidacy-changes", WRONG_BSR, raise_priority),
     Event("a candidacy ends, then its BSR crashes", "candidacy-changes", WRONG_BSR, end_then_crash),
