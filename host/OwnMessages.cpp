@@ -64,13 +64,14 @@ static Ptr<BootstrapGroupData> copyOf(BootstrapGroupData const& group) {
 
 // Too many RPs --------------------------------------------------------------------------------------------
 
-/// The RPs that serve groups, before those that are withdrawn: the lowest priority value first, then the
-/// highest address, as the hash's tie-break has it (RFC 7761 section 4.7.2).
+/// RPs that are withdrawn, since this is the message that says so; then the lowest priority value, then the
+/// highest address, as the hash's tie-break has it (RFC 7761 section 4.7.2). An RP that is left out lives on
+/// at followers until its holdtime ends, three BS_Periods.
 static Ptr<BootstrapGroupData> bestOf(BootstrapGroupData const& group, U32 count) {
   std::vector<Ptr<BootstrapRpData>> rps;
   for (auto rp = group.rpListIterator(); rp; ++rp) rps.push_back(rp.ptr());
   auto rank = [](Ptr<BootstrapRpData> const& rp) {
-    return std::tuple(rp->rpHoldtime() == 0, rp->rpPriority(), ~rp->rpAddress().v4Addr().hostWord());
+    return std::tuple(rp->rpHoldtime() != 0, rp->rpPriority(), ~rp->rpAddress().v4Addr().hostWord());
   };
   std::sort(rps.begin(), rps.end(), [&](auto const& a, auto const& b) { return rank(a) < rank(b); });
   auto best = Zet::make<BootstrapGroupData>(group.prefix());

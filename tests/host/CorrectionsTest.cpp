@@ -231,6 +231,21 @@ TEST_F(OwnMessagesTest, OfTooManyRpsTheBestAreAnnounced) {
   EXPECT_EQ(rangeFull.acts(), 3u);
 }
 
+TEST_F(OwnMessagesTest, AnRpThatIsWithdrawnFromAFullRangeIsNamed) {
+  Group group{.prefix = "239.1.0.0/16"};
+  for (U32 i = 0; i < 255; ++i) group.rps.push_back({rpAddress(i), 150});
+  group.rps.push_back({"10.9.0.1", 0});
+  Message message = own.correct(make({.groups = {group}, .tag = ++tag}));
+  Ptr<Routing::Pim::Packet::BootstrapGroupData> sentGroup = message->groupRpData()->groupDataFirst();
+  EXPECT_EQ(sentGroup->rpListCount(), 255u);
+  ASSERT_TRUE(sentGroup->rpList(addr("10.9.0.1")));
+  EXPECT_EQ(sentGroup->rpList(addr("10.9.0.1"))->rpHoldtime(), 0);
+  group.rps.pop_back();
+  message = own.correct(make({.groups = {group}, .tag = ++tag}));
+  EXPECT_EQ(message->groupRpData()->groupDataFirst()->rpListCount(), 255u);
+  EXPECT_FALSE(message->groupRpData()->groupDataFirst()->rpList(addr("10.9.0.1"))) << "there is no room";
+}
+
 TEST_F(OwnMessagesTest, TwoHundredFiftyFiveRpsAreAllAnnounced) {
   Group group{.prefix = "239.1.0.0/16"};
   for (U32 i = 0; i < 255; ++i) group.rps.push_back({rpAddress(i)});
