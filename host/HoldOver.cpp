@@ -1,5 +1,6 @@
 #include "host/HoldOver.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "host/Zones.h"
@@ -14,6 +15,10 @@ using Lanet::IpGenAddr;
 using Lanet::IpGenPrefix;
 using Routing::Pim::RpCandidateSet;
 using Zet::Ptr;
+
+/// Seconds from the first message of a BSR until it has named the RPs that advertise to it at once: the
+/// second message comes BS_Min_Interval later, and may be lost.
+static constexpr double namingTime = 20;
 
 HoldOver::HoldOver(Ptr<Bsr::PimBsrSm> const& root, CorrectionSwitch& correction)
     : root_(root),
@@ -74,11 +79,21 @@ bool HoldOver::isHeld(IpGenPrefix const& range) const {
   return zone && zone->status() && zone->status()->crpSet(range);
 }
 
+/// A follower renews the RPs of a BSR that it has lost (RFC 5059 section 3.1.2). With the next BSR that ends:
+/// those that it doesn't name live as long as at a candidate, and until it can have named them.
+double HoldOver::endOf(IpGenPrefix const& zone, RpView const& view) const {
+  auto heard = heard_.find(zone);
+  if (heard == heard_.end()) return view.expires;
+  return std::min(view.expires, std::max(heard->second + view.holdTime, Zet::now() + namingTime));
+}
+
 /// An RP that PIM doesn't read, or that is another zone's too, needs no keeping.
 bool HoldOver::keep(IpGenPrefix const& zone, Key const& key) {
   auto const& [range, rp] = key;
   std::optional<RpView> view = viewOf(range, rp);
   if (!view || view->expires <= Zet::now() || isHeldByOther(zone, key)) return false;
+  view->expires = endOf(zone, *view);
+  mirror(range)->rp(rp)->expiresIs(view->expires);
   Range& kept = ranges_[range];
   kept.zone = zone;
   auto [at, isNew] = kept.rps.try_emplace(rp, *view);
@@ -153,6 +168,18 @@ void HoldOver::handleExpiry() {
 
 // Events --------------------------------------------------------------------------------------------------
 
+void HoldOver::takeUp() {
+  if (!correction_.isOn()) return;
+  for (auto set = root_->rpCandidateStatus()->crpSetIterator(); set; ++set) {
+    for (auto rp = set->rpIterator(); rp; ++rp) {
+      Key key(set->prefix(), rp->address());
+      IpGenPrefix zone = root_->bsrTrie()->longestMatch(set->prefix());
+      if (!isHeldByOther({}, key)) keep(zone.isEmpty() ? root_->globalOrNonScopeZone() : zone, key);
+    }
+  }
+  arm();
+}
+
 void HoldOver::handleElection(IpGenPrefix const& zone) {
   if (!correction_.isOn()) return;
   Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone);
@@ -191,6 +218,7 @@ void HoldOver::handleAccepted(Message const& message) {
   Ptr<Bsr::BsrCandidateSm> candidate = root_->candidateSm(zone);
   if (candidate && candidate->state() == Bsr::BsrCandidateState::eBsr) return;
   if (electedOf(*root_->bsrStatus(), zone) != message.bsrAddress()) return;
+  noteHeard(zone);
   if (candidate && bsrBefore_ != message.bsrAddress()) keepFormer(zone, message);
   if (ranges_.empty()) return;
   Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone);
@@ -230,7 +258,16 @@ void HoldOver::keepFormer(IpGenPrefix const& zone, Message const& message) {
   }
 }
 
+/// Zones that are gone are forgotten once there are as many of them as there are others.
+void HoldOver::noteHeard(IpGenPrefix const& zone) {
+  heard_[zone] = Zet::now();
+  Ptr<Bsr::Status> status = root_->bsrStatus();
+  if (heard_.size() <= 2 * status->crpStatusCount() + 1) return;
+  std::erase_if(heard_, [&](auto const& entry) { return !status->crpStatus(entry.first); });
+}
+
 void HoldOver::handleOriginated(IpGenPrefix const& zone, Message const& message) {
+  heard_.erase(zone);
   if (ranges_.empty()) return;
   for (auto group = message.groupRpData()->groupDataIterator(); group; ++group) {
     bool isNamed = false;

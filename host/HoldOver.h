@@ -29,6 +29,8 @@ class PIMBSR_INTERNAL HoldOver final : public KeptRps {
 
   /// Both are used until it is stopped. To be made after the root machine.
   HoldOver(Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> const& root, CorrectionSwitch& correction);
+  /// Keeps what a former run left in the set that PIM reads, and no zone has.
+  void takeUp();
   /// Ends it; what is kept stays where it is. To be called before the machines end.
   void stop();
 
@@ -89,6 +91,8 @@ class PIMBSR_INTERNAL HoldOver final : public KeptRps {
   void forget(Ranges::iterator range, Lanet::IpGenAddr const& rp);
   void remove(Key const& key, End end);
   void release(Lanet::IpGenPrefix const& zone, Lanet::IpGenPrefix const& range, End end);
+  void noteHeard(Lanet::IpGenPrefix const& zone);
+  double endOf(Lanet::IpGenPrefix const& zone, RpView const& view) const;
   void keepFormer(Lanet::IpGenPrefix const& zone, Message const& message);
   void handleExpiry();
   void arm();
@@ -99,6 +103,7 @@ class PIMBSR_INTERNAL HoldOver final : public KeptRps {
   Zet::Ptr<pim::Timer> timer_;
   Ranges ranges_;
   std::set<std::pair<double, Key>> byExpiry_;
+  std::map<Lanet::IpGenPrefix, double> heard_;  ///< when the BSR of a zone was heard last
   Lanet::IpGenAddr bsrBefore_;  ///< of the message in hand: the zone's BSR before the gate got it
 };
 

@@ -77,6 +77,7 @@ Router::Router(Zet::Context& context, pim::Port& port, RouterOptions const& opti
   parts_->clearing =
       std::make_unique<Clearing>(*parts_->root, *parts_->correctors, *parts_->lastMessages, *parts_->sweep);
   resumeKept(*parts_->status, parts_->switches.of(&CorrectionSettings::keptStatus));
+  parts_->correctors->holdOver().takeUp();
 }
 
 /// Claims of a former run are no part of what is kept: a range may have moved to another interface meanwhile.

@@ -146,6 +146,43 @@ TEST_F(HoldOverTest, TheBsrThatComesAfterALossOfTheFormerTakesOverAlike) {
   EXPECT_THAT(read(), ElementsAre("203.0.113.3")) << "no dead RP beside the new ones";
 }
 
+/// A follower renews the RPs of a BSR that it has lost, until the next one comes.
+TEST_F(HoldOverTest, AnRpOfALostBsrEndsByTheLastMessageThatNamedIt) {
+  struct Case {
+    U16 holdtime;
+    int comes, ends;  ///< seconds after that message: the next BSR's first one, and the end of the RP
+  };
+  for (Case const& c : std::initializer_list<Case>{{300, 140, 300}, {150, 140, 160}, {150, 200, 220}}) {
+    SCOPED_TRACE(c.comes);
+    take(of(1, {{"239.1.0.0/16", {{"203.0.113.1", c.holdtime}}}}));
+    pass(c.comes);
+    ASSERT_FALSE(router.status()->bootstrapRouter(prefix("224.0.0.0/4")));
+    take(of(2, {}));
+    pass(c.ends - c.comes - 1);
+    EXPECT_THAT(read(), ElementsAre("203.0.113.1"));
+    pass(2);
+    EXPECT_THAT(read(), IsEmpty());
+    pass(400);
+  }
+}
+
+TEST_F(HoldOverTest, KeptRpsOfAFormerRunAreKeptOn) {
+  for (bool isOn : {true, false}) {
+    Ptr<Bsr::Status> status = Bsr::statusFactory("bsr");
+    status->afIs(Lanet::AddressFamily::ipv4);
+    auto pimSet = Routing::Pim::rpCandidateStatusFactory("bsr");
+    Ptr<Routing::Pim::RpCandidate> rp = pimSet->crpSetIs(prefix("239.1.0.0/16"))->rpIs(addr("203.0.113.1"));
+    rp->expiresIs(context.now() + 40);
+    Router again(
+        context, port,
+        {.status = status, .rpCandidateStatus = pimSet, .rpf = rpf, .corrections = {.holdOver = isOn}});
+    EXPECT_EQ(partsOf(again).correctors->holdOver().keeps(prefix("239.1.0.0/16")), isOn);
+    context.nowIs(context.now() + 41);
+    again.advance();
+    EXPECT_EQ(pimSet->crpSet(prefix("239.1.0.0/16")) == nullptr, isOn) << "it is swept within a minute";
+  }
+}
+
 TEST_F(HoldOverTest, ACandidateThatFollowsSwitchesAsAFollowerDoes) {
   router.candidateBsrIs(prefix("224.0.0.0/4"),
                         {.address = addr("192.0.2.9"), .intfId = intf("eth0"), .priority = 1});
