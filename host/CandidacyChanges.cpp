@@ -72,10 +72,15 @@ void CandidacyChanges::compareWithPresent(Bsr::BsrCandidateSm& machine) {
   correction_.noteAct();
 }
 
+/// A follower's machine that starts beside a BSR waits for a whole BS_Timeout.
 void CandidacyChanges::followOn(IpGenPrefix const& zone) {
   Ptr<Bsr::Status> status = root_->bsrStatus();
-  if (!status->bootstrapRouter(zone) || root_->nonCandidateSm(zone)) return;
+  Ptr<Bsr::ElectedBsrStatus> elected = status->bootstrapRouter(zone);
+  if (!elected || root_->nonCandidateSm(zone)) return;
+  double expiry = elected->expiryTime();
   root_->nonCandidateSmIs(zone, status, root_->timerWheel(), root_->timerWheel());
+  elected->expiryTimeIs(expiry);
+  root_->nonCandidateSm(zone)->zetBsTimer()->timeMinIs(expiry);
   correction_.noteAct();
 }
 
