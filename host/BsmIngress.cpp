@@ -72,34 +72,50 @@ static bool withdrawsAll(Packet::BootstrapGroupData const& group) {
 }
 
 void BsmIngress::prepare(BootstrapMessage const& message) {
-  forgetLost(message);
+  former_.reset();
+  compareWithOwn(message);
   admitFragment(message);
 }
 
-/// A pending candidate compares a message with the BSR that it has lost: it would not follow one that is
-/// elected before its own claim, and no follower of that one passes the claim on, so that both would be BSR
-/// for a BS_Period.
-void BsmIngress::forgetLost(BootstrapMessage const& message) {
-  IpGenPrefix zone = zoneOf(message);
-  Ptr<Bsr::BsrCandidateSm> machine = root_.candidateSm(zone);
-  if (!machine || machine->state() != Bsr::BsrCandidateState::pBsr) return;
-  Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
-  CorrectionSwitch* lost = elected ? howLost(*elected, message) : nullptr;
-  Bsr::PimBsrWeight received(message.bsrPriority(), message.bsrAddress());
-  if (!lost || !(received < machine->stored()) || received < weightOf(*machine->candidate())) return;
-  if (!isFromRpfNeighbor(message)) return;
-  machine->storeCandidate();
-  lost->noteAct();
+void BsmIngress::handleDropped() {
+  Ptr<Bsr::BsrCandidateSm> machine = former_ ? root_.candidateSm(former_->zone) : nullptr;
+  if (!machine) return;
+  machine->storedBsr()->ipAddrIs(former_->bsr);
+  machine->storedBsr()->priorityIs(former_->priority);
+  machine->storedBsr()->hashMaskLenIs(former_->hashMaskLen);
 }
 
-/// The correction by which a BSR counts as gone when a message comes; null if it doesn't. Further fragments
-/// of its last message are still its own.
-CorrectionSwitch* BsmIngress::howLost(Bsr::ElectedBsrStatus const& elected,
-                                      BootstrapMessage const& message) const {
+/// A candidate compares messages with the weight that its BSR had, also once that is lost or lowered.
+/// Pending, it would not follow one that outweighs it, and no follower of that one passes the candidate's
+/// claim on, so that both would be BSR for a BS_Period.
+void BsmIngress::compareWithOwn(BootstrapMessage const& message) {
+  IpGenPrefix zone = zoneOf(message);
+  Ptr<Bsr::BsrCandidateSm> machine = root_.candidateSm(zone);
+  Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
+  bool isPending = machine && machine->state() == Bsr::BsrCandidateState::pBsr;
+  if (!elected || !(isPending || (machine && machine->state() == Bsr::BsrCandidateState::cBsr))) return;
+  Bsr::PimBsrWeight received(message.bsrPriority(), message.bsrAddress());
+  if (!(received < machine->stored()) || received < weightOf(*machine->candidate())) return;
+  bool isOwn = elected->ipAddr() == message.bsrAddress();
+  CorrectionSwitch* correction = isOwn ? lowered(message) : isPending ? lost(*elected) : nullptr;
+  if (correction == nullptr) return;
+  Ptr<Bsr::ElectedBsrStatus> stored = machine->storedBsr();
+  former_ = {zone, stored->ipAddr(), stored->priority(), stored->hashMaskLen(), correction};
+  machine->storeCandidate();
+}
+
+/// The correction by which a candidate follows its BSR with a lower weight; null if it doesn't. One of
+/// priority 0 has ended.
+CorrectionSwitch* BsmIngress::lowered(BootstrapMessage const& message) const {
+  return loweredBsr_.isOn() && message.bsrPriority() != 0 ? &loweredBsr_ : nullptr;
+}
+
+/// The correction by which a pending candidate has lost its BSR; null if it hasn't.
+CorrectionSwitch* BsmIngress::lost(Bsr::ElectedBsrStatus const& elected) const {
   if (electedOnly_.isOn() && elected.expiryTime() <= Zet::now()) return &electedOnly_;
   auto ended = ended_.find(elected.zone());
-  bool hasEnded = ended != ended_.end() && ended->second == elected.ipAddr();
-  return loweredBsr_.isOn() && hasEnded && message.bsrAddress() != elected.ipAddr() ? &loweredBsr_ : nullptr;
+  bool hasEnded = ended != ended_.end() && ended->second.bsr == elected.ipAddr();
+  return loweredBsr_.isOn() && hasEnded ? &loweredBsr_ : nullptr;
 }
 
 /// The gate knows a zone's first message by what it keeps for the zone.
@@ -113,6 +129,7 @@ void BsmIngress::admitFragment(BootstrapMessage const& message) {
 }
 
 void BsmIngress::handleAccepted(Ptr<BootstrapMessage> const& message) {
+  if (former_) former_->correction->noteAct();
   if (loweredBsr_.isOn()) followLowered(message);
   noteNoForward(*message);
   if (repeatWithdrawal_.isOn()) removeEmpty(*message);
@@ -126,47 +143,65 @@ void BsmIngress::followLowered(Ptr<BootstrapMessage> const& message) {
   Ptr<Bsr::BsrNonCandidateSm> follower = root_.nonCandidateSm(zone);
   Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
   if (!elected) return;
-  if (!follower) return refreshFromLowered(*elected, message);
+  if (!follower) return refreshFromIgnored(*elected, message);
   if (elected->ipAddr() != message->bsrAddress()) {
     auto ended = ended_.find(zone);
-    bool isNext = ended != ended_.end() && ended->second == elected->ipAddr() && elected->priority() == 0;
+    bool isNext = ended != ended_.end() && ended->second.bsr == elected->ipAddr() && elected->priority() == 0;
     if (!isNext) return;
     ended_.erase(ended);
     root_.bsrStatus()->bootstrapRouterDel(zone);
-  } else {
-    if (message->bsrPriority() >= elected->priority()) return;
-    if (message->bsrPriority() == 0) noteEnded(zone, elected->ipAddr());
+  } else if (message->bsrPriority() < elected->priority()) {
+    if (message->bsrPriority() == 0) noteEnded(*elected, *message);
     elected->priorityIs(message->bsrPriority());
+  } else {
+    return expireAsBefore(*follower, *elected, *message);
   }
   follower->bsmIs(nullptr);
   follower->bsmIs(message);
   loweredBsr_.noteAct();
+  expireAsBefore(*follower, *elected, *message);
 }
 
-/// A candidate takes the message of its lowered BSR as a claim to answer, and leaves the RP set as it is: the
-/// RPs that a BSR withdraws as it ends would be kept until the end of their holdtimes. It would not follow
-/// another that is elected before its own claim either, since it compares with the former weight.
-void BsmIngress::refreshFromLowered(Bsr::ElectedBsrStatus const& elected,
-                                    Ptr<BootstrapMessage> const& message) {
+/// The last message of a BSR, in as many fragments as it has, promises no further one: a zone that gets no
+/// other BSR ends as soon as without it. A BSR that sends another one has not ended.
+void BsmIngress::expireAsBefore(Bsr::BsrNonCandidateSm& follower, Bsr::ElectedBsrStatus& elected,
+                                BootstrapMessage const& message) {
+  auto at = ended_.find(elected.zone());
+  if (at == ended_.end()) return;
+  Ended const& ended = at->second;
+  bool isLast =
+      ended.last == MessageId(message.fragmentTag(), message.bsrAddress()) && Zet::now() < ended.lastUntil;
+  if (!isLast) {
+    ended_.erase(at);
+    return;
+  }
+  elected.expiryTimeIs(ended.expiry);
+  follower.zetBsTimer()->timeMinIs(ended.expiry);
+}
+
+/// A candidate becomes pending by its BSR's message of lower weight and ignores the RP set of that, so that
+/// RPs that it withdraws would be kept until the end of their holdtimes: what is known of it is renewed or
+/// withdrawn. A BSR that is lowered here has ended, or is one to be outweighed.
+void BsmIngress::refreshFromIgnored(Bsr::ElectedBsrStatus& elected, Ptr<BootstrapMessage> const& message) {
   Ptr<Bsr::BsrCandidateSm> candidate = root_.candidateSm(elected.zone());
-  bool isOwn = elected.ipAddr() == message->bsrAddress();
-  bool isLowered = isOwn && message->bsrPriority() < elected.priority();
-  if (isOwn && !isLowered) ended_.erase(elected.zone());
-  if (!isLowered || !candidate || candidate->state() == Bsr::BsrCandidateState::eBsr) return;
+  if (!candidate || elected.ipAddr() != message->bsrAddress()) return;
+  if (candidate->state() == Bsr::BsrCandidateState::cBsr) ended_.erase(elected.zone());
+  if (candidate->state() != Bsr::BsrCandidateState::pBsr) return;
   candidate->bsrSm()->storeRpSet(elected.zone(), message, true);
-  Bsr::PimBsrWeight now(message->bsrPriority(), message->bsrAddress());
-  if (message->bsrPriority() == 0 || now < weightOf(*candidate->candidate()))
-    noteEnded(elected.zone(), elected.ipAddr());
-  else
-    candidate->storedBsr()->priorityIs(message->bsrPriority());
+  if (message->bsrPriority() >= elected.priority()) return;
+  noteEnded(elected, *message);
+  elected.priorityIs(message->bsrPriority());
   loweredBsr_.noteAct();
 }
 
 /// Few zones have a BSR, and those alone are kept.
-void BsmIngress::noteEnded(IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr) {
+void BsmIngress::noteEnded(Bsr::ElectedBsrStatus const& elected, BootstrapMessage const& last) {
   std::erase_if(ended_,
                 [this](auto const& entry) { return !root_.bsrStatus()->bootstrapRouter(entry.first); });
-  ended_[zone] = bsr;
+  ended_[elected.zone()] = {.bsr = elected.ipAddr(),
+                            .last = MessageId(last.fragmentTag(), last.bsrAddress()),
+                            .lastUntil = Zet::now() + Bsr::BsrCandidateSm::bsMinInterval(),
+                            .expiry = elected.expiryTime()};
 }
 
 void BsmIngress::noteNoForward(BootstrapMessage const& message) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "crp/CrpMessageSm.h"
@@ -24,10 +25,12 @@ class PIMBSR_INTERNAL BsmIngress {
   DropReason validate(Lanet::IntfId const& intfId, Routing::Pim::Packet::BootstrapMessage const& message);
   /// Whether the gate takes a message by its sender.
   bool isFromRpfNeighbor(Routing::Pim::Packet::BootstrapMessage const& message) const;
-  /// To be called before the gate gets a Bootstrap Message: a pending candidate that has lost its BSR takes a
-  /// message that outweighs itself, and further fragments of the zone's first No-Forward message pass as the
-  /// first one did.
+  /// To be called before the gate gets a Bootstrap Message: a candidate whose BSR is lost or lowered follows
+  /// what outweighs it, and further fragments of the zone's first No-Forward message pass as the first one
+  /// did.
   void prepare(Routing::Pim::Packet::BootstrapMessage const& message);
+  /// To be called for a Bootstrap Message that the gate has dropped: nothing is changed by it.
+  void handleDropped();
   /// To be called for a Bootstrap Message that the gate has accepted: a follower takes the one of its BSR
   /// that has lowered its priority, and the empty ranges are taken out that withdrawals of RPs leave which
   /// were not there.
@@ -41,14 +44,18 @@ class PIMBSR_INTERNAL BsmIngress {
   using MessageId = std::pair<Zet::U16, Lanet::IpGenAddr>;  ///< fragment tag and BSR
 
   bool isFromOtherBsr(Routing::Pim::Packet::BootstrapMessage const& message) const;
-  void forgetLost(Routing::Pim::Packet::BootstrapMessage const& message);
-  CorrectionSwitch* howLost(Routing::Pim::Bsr::ElectedBsrStatus const& elected,
-                            Routing::Pim::Packet::BootstrapMessage const& message) const;
+  void compareWithOwn(Routing::Pim::Packet::BootstrapMessage const& message);
+  CorrectionSwitch* lowered(Routing::Pim::Packet::BootstrapMessage const& message) const;
+  CorrectionSwitch* lost(Routing::Pim::Bsr::ElectedBsrStatus const& elected) const;
   void admitFragment(Routing::Pim::Packet::BootstrapMessage const& message);
   void followLowered(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
-  void refreshFromLowered(Routing::Pim::Bsr::ElectedBsrStatus const& elected,
+  void expireAsBefore(Routing::Pim::Bsr::BsrNonCandidateSm& follower,
+                      Routing::Pim::Bsr::ElectedBsrStatus& elected,
+                      Routing::Pim::Packet::BootstrapMessage const& message);
+  void refreshFromIgnored(Routing::Pim::Bsr::ElectedBsrStatus& elected,
                           Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
-  void noteEnded(Lanet::IpGenPrefix const& zone, Lanet::IpGenAddr const& bsr);
+  void noteEnded(Routing::Pim::Bsr::ElectedBsrStatus const& elected,
+                 Routing::Pim::Packet::BootstrapMessage const& last);
   void noteNoForward(Routing::Pim::Packet::BootstrapMessage const& message);
   void removeEmpty(Routing::Pim::Packet::BootstrapMessage const& message);
   void changeMode(Routing::Pim::Packet::CrpAdvMessage const& message, Lanet::IpGenPrefix const& range);
@@ -58,8 +65,23 @@ class PIMBSR_INTERNAL BsmIngress {
   Routing::Pim::Bsr::CrpMessageSm const& crpGate_;
   Borders const& borders_;
   std::map<Lanet::IpGenPrefix, MessageId> firstNoForward_;  ///< by zone, soon after the start
-  /// By zone, the BSR that lowered its priority to 0, or at a candidate below the candidate's own.
-  std::map<Lanet::IpGenPrefix, Lanet::IpGenAddr> ended_;
+  /// A BSR that lowered its priority to 0, or at a candidate below the candidate's own.
+  struct Ended {
+    Lanet::IpGenAddr bsr;
+    MessageId last;        ///< the message that said so
+    double lastUntil = 0;  ///< when no fragment of that message comes any more
+    double expiry = 0;     ///< of the BSR, before that message
+  };
+  std::map<Lanet::IpGenPrefix, Ended> ended_;  ///< by zone
+  /// What a candidate compared with, before the message in hand.
+  struct Former {
+    Lanet::IpGenPrefix zone;
+    Lanet::IpGenAddr bsr;
+    Zet::U32 priority = 0;
+    Zet::U32 hashMaskLen = 0;
+    CorrectionSwitch* correction = nullptr;
+  };
+  std::optional<Former> former_;
   CorrectionSwitch& cutBySize_;
   CorrectionSwitch& electedOnly_;
   CorrectionSwitch& loweredBsr_;

@@ -452,7 +452,7 @@ void Router::bootstrap(IntfId const& intfId, Packet::BootstrapMessage& message, 
   parts_->correctors->prepare(*verdict.passed);
   bool isDropped = dropped(throughGate(*parts_->bsmInfo, intfId, verdict.passed), reception);
   reception.droppedRanges = isDropped ? 0 : verdict.dropped;
-  if (isDropped) return;
+  if (isDropped) return parts_->correctors->ingress().handleDropped();
   parts_->lastMessages->note(intfId, reception.source, *verdict.passed);
   parts_->correctors->handleAccepted(verdict.passed);
 }
