@@ -93,7 +93,8 @@ static void addCorrections(CLI::App& command, host::IngressSettings& ingress,
   command
       .add_flag_callback(
           "--exact", [&] { exactIs(ingress, corrections); },
-          "Play the machines as they are: no corrections, and no checks of packets")
+          "Play the machines without corrections and checks of packets. The bounds stay: with\n"
+          "\"--limit none\" too, the machines are as they are")
       ->excludes(list);
 }
 
