@@ -105,6 +105,8 @@ class Node final : public pim::Port, private host::OwnDropSink {
   std::string const& name() const { return options_.name; }
   NodeOptions const& options() const { return options_; }
   NodeConfig const& config() const { return config_; }
+  /// The corrections that it uses, now or from its next start on.
+  host::CorrectionSettings const& corrections() const { return corrections_; }
   std::vector<NodeInterface> const& interfaces() const { return interfaces_; }
   /// The number of an interface by its name; the number of interfaces if there is none.
   U32 interfaceNumber(Lanet::IntfId const& intfId) const;

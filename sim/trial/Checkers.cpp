@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "host/RpMap.h"
+#include "host/Zones.h"
 #include "sim/trial/StatusChecks.h"
 #include "wire/Wire.h"
 
@@ -484,13 +485,12 @@ void SizeWatch::onLoss(Network const& network, Node const* node, Loss loss, Byte
 
 void BorderWatch::validate(Network const& network, Node const& node, NodeInterface const& intf,
                            BootstrapMessage const& message, char const* verb) {
-  if (!message.groupRpData() || message.groupRpData()->groupDataCount() == 0) return;
-  auto first = message.groupRpData()->groupDataFirst();
-  if (!first->groupFlags().scoped()) return;
+  if (!message.groupRpData()) return;
+  IpGenPrefix zone = host::zoneOf(message);
   auto number = static_cast<U32>(&intf - node.interfaces().data());
-  if (!isBorder(node, first->prefix(), number)) return;
+  if (!isClosed(node, zone, number)) return;
   findings_.push_back(fmt::format("{} {} a message of zone {} over its border {} at {:.3f} s", node.name(),
-                                  verb, first->prefix(), intf.intfId.stringValue().view(), network.now()));
+                                  verb, zone, intf.intfId.stringValue().view(), network.now()));
 }
 
 void BorderWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf,

@@ -132,7 +132,7 @@ class SizeWatch {
   Findings findings_;
 };
 
-/// Watches that no message is sent over a border of its exact zone, nor accepted there.
+/// Watches that no message is sent over an interface that is closed for its zone, nor accepted there.
 class BorderWatch {
  public:
   void onSent(Network const& network, Node const& node, NodeInterface const& intf,

@@ -126,4 +126,13 @@ bool isBorder(Node const& node, IpGenPrefix const& zone, U32 intf) {
   return borders.contains({zone, intf});
 }
 
+bool isClosed(Node const& node, IpGenPrefix const& zone, U32 intf) {
+  if (isBorder(node, zone, intf)) return true;
+  if (!node.corrections().coveringBorder) return false;
+  std::set<std::pair<IpGenPrefix, U32>> borders;
+  addBorders(node, borders);
+  auto covers = [&](auto const& border) { return border.second == intf && border.first.contains(zone); };
+  return std::any_of(borders.begin(), borders.end(), covers);
+}
+
 }  // namespace pimbsr::sim

@@ -25,6 +25,9 @@ struct Configured {
 
 /// Whether an interface is a border of exactly that zone, named by itself or permitted by a list.
 bool isBorder(Node const& node, Lanet::IpGenPrefix const& zone, U32 intf);
+/// Whether a router lets no message of a zone pass an interface: a border of that zone, with covering-border
+/// also of one that it lies within.
+bool isClosed(Node const& node, Lanet::IpGenPrefix const& zone, U32 intf);
 
 /// The fewest prefixes that hold what a list permits within `all`. The first rule that matches an address
 /// decides on it; one that no rule matches is denied.

@@ -190,6 +190,32 @@ TEST_F(WatchesTest, AMessageOfAZoneMustNotCrossItsBorder) {
               ElementsAre(HasSubstr("r2 sends a message of zone 239.1.0.0/16 over its border")));
 }
 
+TEST_F(WatchesTest, ABorderClosesTheZonesWithinWhereThatIsCorrected) {
+  script.play("corrections all\nborder r2 l2 239.0.0.0/8\nborder r3 l2 global\n");
+  auto found = [&](Zet::U32 router, Zet::U32 number, Bsm const& message) {
+    BorderWatch watch;
+    watch.onSent(network(), script.node(router), intf(router, number), *make(message));
+    pimbsr::host::Reception reception{.kind = pimbsr::host::MessageKind::bootstrap};
+    reception.message = make(message);
+    watch.onReception(network(), script.node(router), intf(router, number), reception);
+    return watch.findings().size();
+  };
+  Bsm const unscoped = messageOf("10.1.0.1", 7);
+  Bsm within = unscoped, around = unscoped;
+  within.groups = {{"239.1.0.0/16", {}, scopedFlag}};
+  around.groups = {{"238.0.0.0/7", {}, scopedFlag}};
+  EXPECT_EQ(found(1, 1, within), 2u) << "sent and accepted";
+  EXPECT_EQ(found(1, 0, within), 0u) << "at another interface";
+  EXPECT_EQ(found(1, 1, around), 0u);
+  EXPECT_EQ(found(1, 1, unscoped), 0u);
+  EXPECT_EQ(found(2, 0, around), 2u);
+  EXPECT_EQ(found(2, 0, unscoped), 2u) << "that is of the zone of all groups";
+  script.play("corrections none on r2 r3\n");
+  EXPECT_EQ(found(1, 1, within), 0u);
+  EXPECT_EQ(found(2, 0, around), 0u);
+  EXPECT_EQ(found(2, 0, unscoped), 2u);
+}
+
 TEST_F(WatchesTest, AMessageOfAZoneMustNotBeAcceptedAtItsBorder) {
   script.play("border r2 l2 239.1.0.0/16\n");
   BorderWatch watch;
