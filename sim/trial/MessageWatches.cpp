@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "host/Zones.h"
+#include "pim/HelloOptions.h"
 
 namespace pimbsr::sim {
 
@@ -16,6 +17,8 @@ static constexpr double floodTime = 10;
 /// has no RPs they are 5 s apart.
 static constexpr double sendTime = 1;
 static constexpr double minInterval = 10;  // BS_Min_Interval
+/// By how much two times of one clock may be too near, for what is lost in computing them.
+static constexpr double slack = 0.001;
 
 static std::string textOf(IpGenPrefix const& zone) { return std::string(zone.stringValue().view()); }
 
@@ -32,6 +35,17 @@ bool FloodWatch::isOwn(Node const& node, BootstrapMessage const& message) {
   std::pair const sender(node.id(), message.bsrAddress());
   if (node.isOwnAddress(message.bsrAddress())) bsrs_.insert(sender);
   return bsrs_.contains(sender);
+}
+
+/// What is wrong with a packet of a BSR's own message; null for nothing.
+char const* FloodWatch::ownFault(Flooded& flooded, double now, U32 link, Bytes packet) {
+  if (flooded.at + sendTime <= now) {
+    flooded.at = now;
+    flooded.own.clear();
+  }
+  if (flooded.at != now) return "its own message again";
+  bool isNew = flooded.own.emplace(link, std::vector<U8>(packet.begin(), packet.end())).second;
+  return isNew ? nullptr : "a packet of its own message twice";
 }
 
 void FloodWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf,
@@ -51,8 +65,8 @@ void FloodWatch::onSent(Network const& network, Node const& node, NodeInterface 
   if (isOther) flooded = {};
   std::size_t sent = ++flooded.sent[intf.link];
   if (isOwn(node, message)) {
-    if (flooded.at + sendTime <= network.now()) flooded.at = network.now();
-    if (flooded.at != network.now()) note(flooded, "its own message again");
+    char const* fault = ownFault(flooded, network.now(), intf.link, packet.bytes);
+    if (fault != nullptr) note(flooded, fault);
     return;
   }
   U32 mtu = network.link(intf.link).options.mtu;
@@ -98,7 +112,7 @@ void PaceWatch::onSent(Network const& network, Node const& node, BootstrapMessag
   double gap = now - std::exchange(sent.at, now);
   sent.tag = message.fragmentTag();
   bool isCaused = sent.answeredAt == network.now() || commandAt_ == network.now();
-  if (gap > minInterval - 0.001 || isCaused) return;
+  if (gap > minInterval - slack || isCaused) return;
   findings_.push_back(fmt::format("{} sends messages of zone {} {:.3f} s apart, at {:.3f} s", node.name(),
                                   textOf(zone), gap, network.now()));
 }
@@ -121,6 +135,29 @@ void PaceWatch::onRunning(Node const& node) {
   auto first = sent_.lower_bound({node.id(), {}});
   auto last = sent_.lower_bound({node.id() + 1, {}});
   sent_.erase(first, last);
+}
+
+// New neighbors ---------------------------------------------------------------------------------------
+
+void AnswerWatch::onSent(Network const& network, Node const& node, NodeInterface const& intf,
+                         BootstrapMessage const& message) {
+  if (message.forward() || !node.corrections().quickRelearn) return;
+  static constexpr pim::HelloOptions hello;
+  double now = node.localTime(network.now());
+  auto [at, isFirst] = sent_.try_emplace({node.id(), intf.link}, now);
+  double gap = now - std::exchange(at->second, now);
+  if (isFirst || gap == 0 || gap > hello.triggeredDelay - slack) return;
+  findings_.push_back(
+      fmt::format("{} sends new neighbors what it knows {:.3f} s apart on link {}, at {:.3f} s", node.name(),
+                  gap, network.link(intf.link).options.name, network.now()));
+}
+
+void AnswerWatch::onRunning(Node const& node) {
+  std::erase_if(sent_, [&node](auto const& entry) { return entry.first.first == node.id(); });
+}
+
+void AnswerWatch::onLink(U32 link) {
+  std::erase_if(sent_, [link](auto const& entry) { return entry.first.second == link; });
 }
 
 }  // namespace pimbsr::sim

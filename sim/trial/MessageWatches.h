@@ -14,11 +14,12 @@ using Routing::Pim::Packet::BootstrapMessage;
 struct BsmPacket {
   BootstrapMessage const& message;
   std::size_t size = 0;  ///< bytes, the IPv4 header included
+  Bytes bytes = {};      ///< of a packet that was sent
 };
 
 /// Watches that routers pass Bootstrap Messages on once (RFC 5059 section 3.4): for each packet that a router
 /// accepts it sends one on each link, or as many as a link of a smaller MTU needs; and a BSR sends each of
-/// its own messages at one time. Messages to new neighbors are left out.
+/// its own messages at one time, no packet of it twice. Messages to new neighbors are left out.
 class FloodWatch {
  public:
   void onSent(Network const& network, Node const& node, NodeInterface const& intf, BsmPacket const& packet);
@@ -36,10 +37,12 @@ class FloodWatch {
     double at = 0;                    ///< when its last packet came, or its first was sent by the BSR
     std::vector<std::size_t> sizes;   ///< of the packets that came
     std::map<U32, std::size_t> sent;  ///< packets by link
+    std::set<std::pair<U32, std::vector<U8>>> own;  ///< link and bytes of those that the BSR sent
     bool isReported = false;
   };
 
   bool isOwn(Node const& node, BootstrapMessage const& message);
+  static char const* ownFault(Flooded& flooded, double now, U32 link, Bytes packet);
   void prune(double now);
 
   std::map<Key, Flooded> flooded_;
@@ -72,6 +75,23 @@ class PaceWatch {
 
   std::map<std::pair<U32, Lanet::IpGenPrefix>, Sent> sent_;  ///< by router and zone
   double commandAt_ = -1;
+  Findings findings_;
+};
+
+/// Watches that a router with quick-relearn sends new neighbors on a link what it knows at one time, and not
+/// again within Triggered_Hello_Delay (RFC 7761 section 4.11), by its own clock.
+class AnswerWatch {
+ public:
+  void onSent(Network const& network, Node const& node, NodeInterface const& intf,
+              BootstrapMessage const& message);
+  /// To be called for a router that starts or ends: its interfaces begin anew.
+  void onRunning(Node const& node);
+  /// To be called for a link that goes down or comes up: the interfaces on it begin anew.
+  void onLink(U32 link);
+  Findings const& findings() const { return findings_; }
+
+ private:
+  std::map<std::pair<U32, U32>, double> sent_;  ///< when a router sent last on a link, by its clock
   Findings findings_;
 };
 

@@ -7,7 +7,8 @@ namespace pimbsr::sim {
 
 Findings TrialReport::findings() const {
   Findings all = borders_.findings();
-  for (Findings const* more : {&sizes_.findings(), &floods_.findings(), &pace_.findings()})
+  for (Findings const* more :
+       {&sizes_.findings(), &floods_.findings(), &pace_.findings(), &answers_.findings()})
     all.insert(all.end(), more->begin(), more->end());
   return all;
 }
@@ -18,8 +19,9 @@ void TrialReport::onSent(Node const& node, NodeInterface const& intf, Bytes pack
   auto message = wire::decodeBootstrap(ip->payload, ip->source, ip->destination);
   if (!message) return;
   borders_.onSent(*network_, node, intf, **message);
-  floods_.onSent(*network_, node, intf, {**message, packet.size()});
+  floods_.onSent(*network_, node, intf, {**message, packet.size(), packet});
   pace_.onSent(*network_, node, **message);
+  answers_.onSent(*network_, node, intf, **message);
 }
 
 void TrialReport::onReception(Node const& node, NodeInterface const& intf, host::Reception const& reception) {
@@ -41,7 +43,10 @@ void TrialReport::onLoss(Network const& network, Link const* link, Node const* n
 void TrialReport::onRunning(Node const& node, bool) {
   floods_.onRunning(node);
   pace_.onRunning(node);
+  answers_.onRunning(node);
 }
+
+void TrialReport::onLink(Network const&, U32 link, bool) { answers_.onLink(link); }
 
 void TrialReport::onChanges(Node const& node, std::span<host::Change const> changes) {
   if (other_ != nullptr) other_->onChanges(node, changes);

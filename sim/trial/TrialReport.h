@@ -17,6 +17,7 @@ class TrialReport final : public Report {
   void onReception(Node const& node, NodeInterface const& intf, host::Reception const& reception) override;
   void onLoss(Network const& network, Link const* link, Node const* node, Loss loss, Bytes packet) override;
   void onRunning(Node const& node, bool running) override;
+  void onLink(Network const& network, U32 link, bool up) override;
   void onChanges(Node const& node, std::span<host::Change const> changes) override;
   void onCommand(Network const& network, Statement const& statement) override;
   void onEnd(Network const& network) override;
@@ -28,6 +29,7 @@ class TrialReport final : public Report {
   SizeWatch sizes_;
   FloodWatch floods_;
   PaceWatch pace_;
+  AnswerWatch answers_;
 };
 
 }  // namespace pimbsr::sim

@@ -15,6 +15,7 @@ namespace {
 
 using Lanet::IpAddr;
 using pimbsr::sim::AgreementWatch;
+using pimbsr::sim::AnswerWatch;
 using pimbsr::sim::BorderWatch;
 using pimbsr::sim::Expectation;
 using pimbsr::sim::Findings;
@@ -49,8 +50,9 @@ class FloodWatchTest : public WatchesTest {
   void accept(Bsm const& message, std::size_t size = 500) {
     watch.onAccepted(network(), script.node(1), {*make(message), size});
   }
-  void send(Bsm const& message, Zet::U32 router = 1, Zet::U32 number = 1) {
-    watch.onSent(network(), script.node(router), intf(router, number), {*make(message), 500});
+  void send(Bsm const& message, Zet::U32 router = 1, Zet::U32 number = 1, Zet::U8 byte = 0) {
+    std::vector<Zet::U8> bytes(500, byte);
+    watch.onSent(network(), script.node(router), intf(router, number), {*make(message), bytes.size(), bytes});
   }
   FloodWatch watch;
   Bsm const bsm = messageOf("10.1.0.1", 7);
@@ -82,12 +84,22 @@ TEST_F(FloodWatchTest, WhatDidNotComeIsNotPassedOn) {
 }
 
 TEST_F(FloodWatchTest, TheBsrSendsItsMessageAtOneTime) {
-  send(bsm, 0, 0);
-  send(bsm, 0, 0);
+  send(bsm, 0, 0, 'a');
+  send(bsm, 0, 0, 'b');
   EXPECT_THAT(watch.findings(), IsEmpty()) << "fragments";
   script.play("run 0.5\n");
-  send(bsm, 0, 0);
+  send(bsm, 0, 0, 'c');
   EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("r1 sends its own message again")));
+}
+
+TEST_F(FloodWatchTest, TheBsrSendsEachPacketOfItsMessageOnce) {
+  send(bsm, 0, 0, 'a');
+  send(bsm, 0, 0, 'b');
+  script.play("run 5\n");
+  send(bsm, 0, 0, 'a');
+  EXPECT_THAT(watch.findings(), IsEmpty()) << "a tag that is drawn again";
+  send(bsm, 0, 0, 'a');
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("r1 sends a packet of its own message twice")));
 }
 
 TEST_F(FloodWatchTest, ARouterThatStartsAgainKnowsNoMessage) {
@@ -175,6 +187,53 @@ TEST_F(WatchesTest, MessagesOfOthersHaveNoPace) {
   for (Zet::U16 tag = 1; tag < 4; ++tag)
     watch.onSent(network(), script.node(1), *make(messageOf("10.1.0.1", tag)));
   EXPECT_THAT(watch.findings(), IsEmpty());
+}
+
+// New neighbors ---------------------------------------------------------------------------------------
+
+class AnswerWatchTest : public WatchesTest {
+ protected:
+  void SetUp() override { script.play("corrections all\n"); }
+  void answer(Zet::U32 number = 1, char const* zone = nullptr) {
+    Bsm message{.bsr = "10.1.0.1", .forward = false};
+    if (zone != nullptr) message.groups = {{zone, {}, scopedFlag}};
+    watch.onSent(network(), script.node(1), intf(1, number), *make(message));
+  }
+  AnswerWatch watch;
+};
+
+TEST_F(AnswerWatchTest, NewNeighborsWaitForTheNextAnswer) {
+  answer();
+  answer(1, "239.1.0.0/16");
+  answer(0);
+  script.play("run 5\n");
+  answer();
+  watch.onSent(network(), script.node(1), intf(1, 1), *make(messageOf("10.1.0.1", 7)));
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  script.play("run 4.9\n");
+  answer();
+  EXPECT_THAT(watch.findings(),
+              ElementsAre("r2 sends new neighbors what it knows 4.900 s apart on link l2, at 109.900 s"));
+}
+
+TEST_F(AnswerWatchTest, InterfacesThatBeginAnewAnswerAtAnyTime) {
+  answer();
+  script.play("run 1\n");
+  watch.onRunning(script.node(1));
+  answer();
+  script.play("run 1\n");
+  watch.onLink(intf(1, 1).link);
+  answer();
+  EXPECT_THAT(watch.findings(), IsEmpty());
+  watch.onRunning(script.node(0));
+  watch.onLink(intf(1, 0).link);
+  script.play("run 1\ncorrections none on r2\n");
+  answer();
+  EXPECT_THAT(watch.findings(), IsEmpty()) << "without quick-relearn";
+  script.play("run 1\ncorrections all on r2\n");
+  answer();
+  EXPECT_THAT(watch.findings(), ElementsAre(HasSubstr("2.000 s apart")))
+      << "others that begin anew are no excuse";
 }
 
 // Borders ---------------------------------------------------------------------------------------------
