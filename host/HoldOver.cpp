@@ -64,19 +64,20 @@ std::optional<RpView> HoldOver::viewOf(IpGenPrefix const& range, IpGenAddr const
   return view;
 }
 
-bool HoldOver::isHeldByOther(IpGenPrefix const& zone, Key const& key) const {
+/// PIM reads nothing of a wider zone while this one has a BSR.
+bool HoldOver::isHeldByNarrower(IpGenPrefix const& zone, Key const& key) const {
   for (auto other = root_->bsrStatus()->crpStatusIterator(); other; ++other) {
-    if (other->zone() == zone || !other->status()) continue;
+    if (other->zone().length() <= zone.length() || !other->status()) continue;
     Ptr<RpCandidateSet const> set = other->status()->crpSet(key.first);
     if (set && set->rp(key.second)) return true;
   }
   return false;
 }
 
-/// PIM reads a range of the longest zone that covers it, and not that of a wider one.
-bool HoldOver::isHeld(IpGenPrefix const& range) const {
+/// PIM reads a range of the longest zone that covers it, and not that of a wider one. Null if that has none.
+Ptr<RpCandidateSet> HoldOver::setOfBestZone(IpGenPrefix const& range) const {
   auto zone = root_->bsrStatus()->crpStatus(root_->bsrTrie()->longestMatch(range));
-  return zone && zone->status() && zone->status()->crpSet(range);
+  return zone && zone->status() ? zone->status()->crpSet(range) : nullptr;
 }
 
 /// A follower renews the RPs of a BSR that it has lost (RFC 5059 section 3.1.2). With the next BSR that ends:
@@ -87,11 +88,11 @@ double HoldOver::endOf(IpGenPrefix const& zone, RpView const& view) const {
   return std::min(view.expires, std::max(heard->second + view.holdTime, Zet::now() + namingTime));
 }
 
-/// An RP that PIM doesn't read, or that is another zone's too, needs no keeping.
+/// An RP that PIM doesn't read, or that a narrower zone has too, needs no keeping.
 bool HoldOver::keep(IpGenPrefix const& zone, Key const& key) {
   auto const& [range, rp] = key;
   std::optional<RpView> view = viewOf(range, rp);
-  if (!view || view->expires <= Zet::now() || isHeldByOther(zone, key)) return false;
+  if (!view || view->expires <= Zet::now() || isHeldByNarrower(zone, key)) return false;
   view->expires = endOf(zone, *view);
   mirror(range)->rp(rp)->expiresIs(view->expires);
   Range& kept = ranges_[range];
@@ -120,8 +121,9 @@ void HoldOver::remove(Key const& key, End end) {
   RpView view = at->second.rps.at(rp);
   forget(at, rp);
   if (Ptr<RpCandidateSet> set = mirror(range)) {
-    set->rpDel(rp);
-    if (set->rpCount() == 0 && !isHeld(range)) root_->rpCandidateStatus()->crpSetDel(range);
+    Ptr<RpCandidateSet> held = setOfBestZone(range);
+    if (!held || !held->rp(rp)) set->rpDel(rp);
+    if (!held && set->rpCount() == 0) root_->rpCandidateStatus()->crpSetDel(range);
   }
   view.kept = false;
   if (sink_ != nullptr) sink_->onKeptGone(zone, view, end == End::expired);
@@ -174,7 +176,7 @@ void HoldOver::takeUp() {
     for (auto rp = set->rpIterator(); rp; ++rp) {
       Key key(set->prefix(), rp->address());
       IpGenPrefix zone = root_->bsrTrie()->longestMatch(set->prefix());
-      if (!isHeldByOther({}, key)) keep(zone.isEmpty() ? root_->globalOrNonScopeZone() : zone, key);
+      if (!isHeldByNarrower({}, key)) keep(zone.isEmpty() ? root_->globalOrNonScopeZone() : zone, key);
     }
   }
   arm();

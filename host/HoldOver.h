@@ -85,8 +85,8 @@ class PIMBSR_INTERNAL HoldOver final : public KeptRps {
 
   Zet::Ptr<Routing::Pim::RpCandidateSet> mirror(Lanet::IpGenPrefix const& range) const;
   std::optional<RpView> viewOf(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const;
-  bool isHeldByOther(Lanet::IpGenPrefix const& zone, Key const& key) const;
-  bool isHeld(Lanet::IpGenPrefix const& range) const;
+  bool isHeldByNarrower(Lanet::IpGenPrefix const& zone, Key const& key) const;
+  Zet::Ptr<Routing::Pim::RpCandidateSet> setOfBestZone(Lanet::IpGenPrefix const& range) const;
   bool keep(Lanet::IpGenPrefix const& zone, Key const& key);
   void forget(Ranges::iterator range, Lanet::IpGenAddr const& rp);
   void remove(Key const& key, End end);

@@ -119,6 +119,16 @@ TEST_F(HoldOverTest, ARangeWithoutKeptRpsGoesThoughAWiderZoneHasIt) {
       << "the zone has a BSR, so that PIM doesn't read the range of the wider one";
 }
 
+TEST_F(HoldOverTest, AnRpThatAWiderZoneHasTooIsKept) {
+  Group const zone{"239.0.0.0/8", {}, scopedFlag};
+  take(of(1, {zone, twoRps}));
+  take(of(1, {{"239.1.0.0/16", {{"203.0.113.1", 1000}}}}));
+  take(of(2, {zone}));
+  EXPECT_THAT(read(), ElementsAre("203.0.113.1", "203.0.113.2"));
+  take(of(2, {zone, otherRp}));
+  EXPECT_THAT(read(), ElementsAre("203.0.113.3"));
+}
+
 TEST_F(HoldOverTest, AKeptRpThatIsWithdrawnGoesAtOnceAndTheOthersStay) {
   take(of(1, {twoRps}));
   take(of(2, {}));
