@@ -11,7 +11,13 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # NDEBUG silences the assert() of libraries only: ZET_ASSERT does not look at it.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
-set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")  # lines for stack traces; variables would make builds far longer
+
+# Stack traces need lines alone; variables would make builds far longer.
+option(PIMBSR_DEBUG_VARIABLES "Add variables to the debug information of a Debug build, for gdb" OFF)
+set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")
+if(PIMBSR_DEBUG_VARIABLES)
+  set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g")
+endif()
 
 # A library whose sources change makes no program anew that uses it.
 set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
