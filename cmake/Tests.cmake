@@ -119,10 +119,11 @@ add_test(NAME docs-site COMMAND ${Python3_EXECUTABLE} -B
   ${PROJECT_SOURCE_DIR}/tests/docs/site_test.py ${PROJECT_BINARY_DIR}/docs)
 set_tests_properties(docs-site PROPERTIES LABELS script TIMEOUT 300)
 
-# What gdb shows, of a program that is built with all of its types.
+# What gdb shows, of a program that is built with all of its types, those of classes of the library too.
 if(TARGET pimbsr)
   add_executable(gdb-program tests/gdb/program/main.cpp)
-  target_compile_options(gdb-program PRIVATE -g -O0)
+  target_compile_options(gdb-program PRIVATE -g -O0
+    $<IF:$<CXX_COMPILER_ID:Clang>,-fstandalone-debug,-femit-class-debug-always>)
   target_link_libraries(gdb-program PRIVATE pimbsr)
   add_test(NAME gdb-printers COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/gdb/gdb_test.py
     $<TARGET_FILE:gdb-program>)

@@ -127,7 +127,7 @@ PRINTERS = {"Lanet::IpAddr": IpAddrPrinter, "Lanet::Ip6Addr": Ip6AddrPrinter,
             "Lanet::IpGenAddr": IpGenAddrPrinter, "Lanet::Prefix": PrefixPrinter,
             "Lanet::IpGenPrefix": PrefixPrinter, "Lanet::IntfId": IntfIdPrinter,
             "Zet::StringN<unsigned char>": StringPrinter, "Zet::Name": StringPrinter}
-TEMPLATES = {"Zet::Ptr<": PtrPrinter, "Zet::ValidPtr<": PtrPrinter, "Zet::HashMap<": HashMapPrinter}
+TEMPLATES = {"Zet::Ptr": PtrPrinter, "Zet::ValidPtr": PtrPrinter, "Zet::HashMap": HashMapPrinter}
 
 
 def lookup(value):
@@ -136,7 +136,8 @@ def lookup(value):
     if kind.code != gdb.TYPE_CODE_STRUCT or not kind.name:
         return None
     printer = PRINTERS.get(kind.name)
-    printer = printer or next((made for head, made in TEMPLATES.items() if kind.name.startswith(head)), None)
+    if kind.name.endswith(">"):  # a class within a template, such as an iterator, has a name after the `>`
+        printer = printer or TEMPLATES.get(kind.name.partition("<")[0])
     return printer(value) if printer else None
 
 

@@ -28,6 +28,14 @@ VALUES = [
     ("maps.empty", "0 members"),
     ("maps.few", "1 members = {[192.0.2.1] = 7}"),
 ]
+# Values with an address of the process.
+PATTERNS = [
+    ("object", r"\((.*::)?Derived \*\) 0x[0-9a-f]+"),
+    ("valid", r"\((.*::)?Derived \*\) 0x[0-9a-f]+"),
+    ("walk", r"\{map_ = 0x[0-9a-f]+, at_ = \(Zet::ValueMember<int, Lanet::IpGenAddr> \*\) 0x[0-9a-f]+\}"),
+    ("entity", r"\(Routing::Pim::Bsr::RpCandidate \*\) 0x[0-9a-f]+"),
+    ("entity.object_.prefixOptions_", r"1 members = \{\[239\.1\.0\.0/16\] = 0x[0-9a-f]+\}"),
+]
 
 
 class PrintersTest(unittest.TestCase):
@@ -35,7 +43,7 @@ class PrintersTest(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        names = [name for name, _ in VALUES] + ["object", "maps.many", "maps.chain"]
+        names = [name for name, _ in VALUES] + [name for name, _ in PATTERNS] + ["maps.many", "maps.chain"]
         outputs = [word for name in names for word in (f"echo \\n{name}:\\040", f"output {name}")]
         prints = [word for output in outputs for word in ("-ex", output)]
         command = ["gdb", "-nx", "-batch", "-ex", "set debuginfod enabled off", "-ex", f"source {PRINTERS}",
@@ -46,13 +54,18 @@ class PrintersTest(unittest.TestCase):
         cls.output = done.stdout + done.stderr
         cls.shown = dict(re.findall(r"^([\w.]+): (.*)$", done.stdout, re.M))
 
+    def test_no_printer_fails(self):
+        self.assertNotIn("Python Exception", self.output)
+
     def test_each_value_is_shown_by_value(self):
         for name, expected in VALUES:
             with self.subTest(name):
                 self.assertEqual(self.shown.get(name, self.output), expected)
 
-    def test_a_counted_pointer_shows_the_dynamic_type_and_the_address(self):
-        self.assertRegex(self.shown["object"], r"^\((.*::)?Derived \*\) 0x[0-9a-f]+$")
+    def test_pointers_walks_and_members_show_type_and_address(self):
+        for name, expected in PATTERNS:
+            with self.subTest(name):
+                self.assertRegex(self.shown.get(name, self.output), f"^{expected}$")
 
     def test_all_buckets_of_a_map_are_walked(self):
         self.assertTrue(self.shown["maps.many"].startswith("20 members = {["))

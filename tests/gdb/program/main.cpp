@@ -1,6 +1,7 @@
 // Values that scripts/gdb-printers.py shows; tests/gdb/gdb_test.py stops at `stop`.
 
 #include "model/Lanet.h"
+#include "model/Status.h"
 #include "runtime/Collections.h"
 #include "runtime/HashMap.h"
 
@@ -54,8 +55,13 @@ int main() {
   Lanet::IntfId intf(name), noIntf;
   Collections maps;
   fill(maps);
-  void const* const used[] = {&object,   &null,  &text,   &emptyText, &name, &v4,     &v6,     &general,
-                              &general6, &unset, &prefix, &zone,      &intf, &noZone, &noIntf, &maps};
+  Zet::ValueMap<int, IpGenAddr>::Iterator walk = maps.few.iterator();
+  Zet::ValidPtr<Base> valid(object);
+  auto entity = Routing::Pim::Bsr::rpCandidateFactory(general);
+  entity->prefixOptionsIs(zone);
+  void const* const used[] = {&object,  &null,     &text,  &emptyText, &name,  &v4,   &v6,
+                              &general, &general6, &unset, &prefix,    &zone,  &intf, &noZone,
+                              &noIntf,  &maps,     &walk,  &valid,     &entity};
   stop(used);
   return 0;
 }
