@@ -1,4 +1,5 @@
 """Prints a page with an anchor at each heading, and with links to these: doxygen makes none of the headings.
+A link to an example is one to its page of the site.
 
 Usage: docs-anchors.py PAGE. The name of the page is a part of each anchor, since doxygen wants each once."""
 
@@ -19,6 +20,13 @@ def linked(line, page):
     return re.sub(r"\]\(([^)\s:#]*)#([^)\s]+)\)", replaced, line)
 
 
+def to_examples(line):
+    def replaced(match):
+        name = match[1] if "." in match[1] else f"{match[1]}/{match[1]}.cpp"  # of a folder its program
+        return f"]({name.replace('/', '_2').replace('.', '_8')}-example.html)"
+    return re.sub(r"\]\((?:\.\./)?examples/((?!README)[^)\s]+)\)", replaced, line)
+
+
 def main(path):
     is_code = False
     for line in path.read_text(encoding="utf-8").split("\n"):
@@ -28,7 +36,7 @@ def main(path):
         elif heading and not is_code:
             line += f" {{#{anchor(path, heading[2])}}}"
         elif not is_code:
-            line = linked(line, path)
+            line = to_examples(linked(line, path))
         print(line)
 
 

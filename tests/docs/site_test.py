@@ -1,4 +1,5 @@
-"""The site that scripts/docs builds: without a warning, and with each page, installed header and example.
+"""The site that scripts/docs builds: without a warning, with each page, installed header and example, and
+with all that it links to.
 
 Usage: site_test.py OUT [TEST...]: the folder for the site."""
 
@@ -60,6 +61,14 @@ class SiteTest(unittest.TestCase):
             with self.subTest(str(path.relative_to(ROOT))):
                 title = f"{path.relative_to(ROOT)}FileReference"
                 self.assertTrue(any(title in text for text in self.texts.values()))
+
+    def test_each_local_link_and_image_has_its_file(self):
+        links = {(page.name, link) for page in self.out.glob("*.html")
+                 for link in re.findall(r'\b(?:src|href|data)="([^"#]+)', page.read_text(encoding="utf-8"))
+                 if ":" not in link}
+        missing = [pair for pair in links if not (self.out / html.unescape(pair[1])).exists()]
+        self.assertEqual(sorted(missing), [])
+        self.assertIn(("index.html", "see.png"), links)
 
 
 if __name__ == "__main__":
