@@ -76,7 +76,7 @@ fi
 
 # With the machines beside it, pimbsr::host still doesn't reach them.
 rm -rf "$work/names"
-"$cmake" --install "$build" --prefix "$work/moved" >>"$work/install.log"
+"$cmake" --install "$build" --component engine --prefix "$work/moved" >>"$work/install.log"
 by_cmake "$here/engine" names
 by_pkg_config "$here/engine" pimbsr-engine
 flags_of pimbsr-host
