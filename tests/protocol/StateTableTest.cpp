@@ -278,6 +278,14 @@ Start<FollowerTable> const followerStarts[] = {
 void changeBsTimeout(FollowerTable& test, Zet::U32 seconds) { test.engine.status->bsTimeoutIs(seconds); }
 void changeSzTimeout(FollowerTable& test, Zet::U32 seconds) { test.engine.status->szTimeoutIs(seconds); }
 
+void beginCandidacy(FollowerTable& test) {
+  Ptr<Bsr::BsrCandidate> candidate = test.engine.status->cbsrIs(prefix(test.zone));
+  candidate->priorityIs(10);
+  candidate->hashMaskLenIs(30);
+  candidate->bsPeriodIs(60);
+  candidate->addressIs(addr("10.0.0.7"));
+}
+
 Event<FollowerTable> const followerEvents[] = {
     {"message of 10.0.0.5", "bsm", [](FollowerTable& test) { test.hear(known); }},
     {"message of 10.0.0.5, No-Forward", "bsm", [](FollowerTable& test) { test.hear(with(known, false)); }},
@@ -300,6 +308,7 @@ Event<FollowerTable> const followerEvents[] = {
     {"SZ_Timeout shortened to 300 s", "szTimeout", [](FollowerTable& test) { changeSzTimeout(test, 300); }},
     {"SZ_Timeout lengthened to 2000 s", "szTimeout",
      [](FollowerTable& test) { changeSzTimeout(test, 2000); }},
+    {"a candidacy of the zone begins", "", beginCandidacy},
 };
 
 TEST(StateTableTest, ARouterThatIsNoCandidateReactsInEachStateToEachEventAsItsTableSays) {
