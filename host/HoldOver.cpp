@@ -16,9 +16,11 @@ using Lanet::IpGenPrefix;
 using Routing::Pim::RpCandidateSet;
 using Zet::Ptr;
 
-/// Seconds from the first message of a BSR until it has named the RPs that advertise to it at once: the
-/// second message comes BS_Min_Interval later, and may be lost.
+/// Seconds from the first message of a BSR until it has named the RPs that advertise to it at once: they do
+/// so within 3 s, and its second message comes BS_Min_Interval later.
 static constexpr double namingTime = 20;
+/// Where that message or an advertisement is lost, the next one comes a BS_Period later.
+static constexpr double lossTime = namingTime + 65;
 
 HoldOver::HoldOver(Ptr<Bsr::PimBsrSm> const& root, CorrectionSwitch& correction)
     : root_(root),
@@ -81,24 +83,34 @@ Ptr<RpCandidateSet> HoldOver::setOfBestZone(IpGenPrefix const& range) const {
 }
 
 /// A follower renews the RPs of a BSR that it has lost (RFC 5059 section 3.1.2). With the next BSR that ends:
-/// those that it doesn't name live as long as at a candidate, and until it can have named them.
+/// those that it doesn't name live as long as at a candidate. Those whose time is over before it can have
+/// named them, since it came late, live until it has.
 double HoldOver::endOf(IpGenPrefix const& zone, RpView const& view) const {
   auto heard = heard_.find(zone);
   if (heard == heard_.end()) return view.expires;
-  return std::min(view.expires, std::max(heard->second + view.holdTime, Zet::now() + namingTime));
+  double end = heard->second + view.holdTime;
+  bool isTooSoon = end < Zet::now() + namingTime;
+  return std::min(view.expires, isTooSoon ? Zet::now() + lossTime : end);
+}
+
+/// Whether a range is kept for a narrower zone, which PIM reads, or one of its RPs is kept already.
+bool HoldOver::isKept(IpGenPrefix const& zone, Key const& key) const {
+  auto at = ranges_.find(key.first);
+  if (at == ranges_.end()) return false;
+  return at->second.zone.length() > zone.length() || at->second.rps.contains(key.second);
 }
 
 /// An RP that PIM doesn't read, or that a narrower zone has too, needs no keeping.
 bool HoldOver::keep(IpGenPrefix const& zone, Key const& key) {
   auto const& [range, rp] = key;
   std::optional<RpView> view = viewOf(range, rp);
-  if (!view || view->expires <= Zet::now() || isHeldByNarrower(zone, key)) return false;
+  if (!view || view->expires <= Zet::now() || isHeldByNarrower(zone, key) || isKept(zone, key)) return false;
   view->expires = endOf(zone, *view);
   mirror(range)->rp(rp)->expiresIs(view->expires);
   Range& kept = ranges_[range];
   kept.zone = zone;
-  auto [at, isNew] = kept.rps.try_emplace(rp, *view);
-  if (isNew) byExpiry_.emplace(view->expires, key);
+  kept.rps.emplace(rp, *view);
+  byExpiry_.emplace(view->expires, key);
   return true;
 }
 
@@ -129,8 +141,9 @@ void HoldOver::remove(Key const& key, End end) {
   if (sink_ != nullptr) sink_->onKeptGone(zone, view, end == End::expired);
 }
 
+/// Also where the range is kept for a wider zone, of which PIM reads nothing any more.
 void HoldOver::release(IpGenPrefix const& zone, IpGenPrefix const& range, End end) {
-  for (auto at = ranges_.find(range); at != ranges_.end() && at->second.zone == zone;
+  for (auto at = ranges_.find(range); at != ranges_.end() && at->second.zone.length() <= zone.length();
        at = ranges_.find(range))
     remove({range, at->second.rps.begin()->first}, end);
 }
@@ -151,7 +164,9 @@ void HoldOver::drop(IpGenPrefix const& zone) {
 }
 
 void HoldOver::handleSwitch() {
-  if (!correction_.isOn()) makeRoom(count());
+  if (correction_.isOn()) return;
+  makeRoom(count());
+  heard_.clear();
 }
 
 U64 HoldOver::makeRoom(U64 count) {
@@ -170,13 +185,24 @@ void HoldOver::handleExpiry() {
 
 // Events --------------------------------------------------------------------------------------------------
 
+/// The narrowest zone that has RPs and covers a range, with or without a BSR; all groups if there is none.
+IpGenPrefix HoldOver::narrowestZone(IpGenPrefix const& range) const {
+  IpGenPrefix narrowest = root_->globalOrNonScopeZone();
+  for (auto other = root_->bsrStatus()->crpStatusIterator(); other; ++other) {
+    bool isNarrower = other->zone().length() > narrowest.length();
+    if (isNarrower && other->zone().contains(range)) narrowest = other->zone();
+  }
+  return narrowest;
+}
+
 void HoldOver::takeUp() {
   if (!correction_.isOn()) return;
   for (auto set = root_->rpCandidateStatus()->crpSetIterator(); set; ++set) {
+    IpGenPrefix zone = narrowestZone(set->prefix());
+    Ptr<Routing::Pim::RpCandidateStatus> sets = rpSetsOf(*root_->bsrStatus(), zone);
+    Ptr<RpCandidateSet const> held = sets ? sets->crpSet(set->prefix()) : nullptr;
     for (auto rp = set->rpIterator(); rp; ++rp) {
-      Key key(set->prefix(), rp->address());
-      IpGenPrefix zone = root_->bsrTrie()->longestMatch(set->prefix());
-      if (!isHeldByNarrower({}, key)) keep(zone.isEmpty() ? root_->globalOrNonScopeZone() : zone, key);
+      if (!held || !held->rp(rp->address())) keep(zone, {set->prefix(), rp->address()});
     }
   }
   arm();

@@ -87,10 +87,12 @@ class PIMBSR_INTERNAL HoldOver final : public KeptRps {
   std::optional<RpView> viewOf(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& rp) const;
   bool isHeldByNarrower(Lanet::IpGenPrefix const& zone, Key const& key) const;
   Zet::Ptr<Routing::Pim::RpCandidateSet> setOfBestZone(Lanet::IpGenPrefix const& range) const;
+  bool isKept(Lanet::IpGenPrefix const& zone, Key const& key) const;
   bool keep(Lanet::IpGenPrefix const& zone, Key const& key);
   void forget(Ranges::iterator range, Lanet::IpGenAddr const& rp);
   void remove(Key const& key, End end);
   void release(Lanet::IpGenPrefix const& zone, Lanet::IpGenPrefix const& range, End end);
+  Lanet::IpGenPrefix narrowestZone(Lanet::IpGenPrefix const& range) const;
   void noteHeard(Lanet::IpGenPrefix const& zone);
   double endOf(Lanet::IpGenPrefix const& zone, RpView const& view) const;
   void keepFormer(Lanet::IpGenPrefix const& zone, Message const& message);

@@ -129,6 +129,29 @@ TEST_F(HoldOverTest, AnRpThatAWiderZoneHasTooIsKept) {
   EXPECT_THAT(read(), ElementsAre("203.0.113.3"));
 }
 
+TEST_F(HoldOverTest, AnElectionOfAWiderZoneTakesNoKeptRpOfANarrowerOne) {
+  Group const zone{"239.0.0.0/8", {}, scopedFlag};
+  take(of(1, {zone, twoRps}));
+  take(of(2, {zone}));
+  take(of(1, {{"239.1.0.0/16", {{"203.0.113.1", 1000}}}}));
+  take(of(2, {}));
+  EXPECT_EQ(kept().keptZone(prefix("239.1.0.0/16")), prefix("239.0.0.0/8"));
+  take(of(2, {zone, otherRp}));
+  EXPECT_THAT(read(), ElementsAre("203.0.113.3"));
+  EXPECT_EQ(kept().count(), 0u);
+}
+
+TEST_F(HoldOverTest, TurnedOffAndOnItDoesNotCountFromFormerMessages) {
+  take(of(1, {{"239.1.0.0/16", {{"203.0.113.1", 150}}}}));
+  router.correctionsAre({});
+  run(100);
+  take(of(1, {{"239.1.0.0/16", {{"203.0.113.1", 150}}}}));
+  router.correctionsAre({.holdOver = true});
+  take(of(2, {}));
+  pass(120);
+  EXPECT_THAT(read(), ElementsAre("203.0.113.1"));
+}
+
 TEST_F(HoldOverTest, AKeptRpThatIsWithdrawnGoesAtOnceAndTheOthersStay) {
   take(of(1, {twoRps}));
   take(of(2, {}));
@@ -162,7 +185,7 @@ TEST_F(HoldOverTest, AnRpOfALostBsrEndsByTheLastMessageThatNamedIt) {
     U16 holdtime;
     int comes, ends;  ///< seconds after that message: the next BSR's first one, and the end of the RP
   };
-  for (Case const& c : std::initializer_list<Case>{{300, 140, 300}, {150, 140, 160}, {150, 200, 220}}) {
+  for (Case const& c : std::initializer_list<Case>{{300, 140, 300}, {150, 140, 225}, {200, 200, 285}}) {
     SCOPED_TRACE(c.comes);
     take(of(1, {{"239.1.0.0/16", {{"203.0.113.1", c.holdtime}}}}));
     pass(c.comes);
