@@ -48,6 +48,9 @@ static constexpr U32 rpsLast = holdtime - crpAdvPeriod;
 /// Seconds for which a new BSR may use other RPs than its followers: it uses what is advertised to it at
 /// once, they use it from its next message on. That comes after a BS_Period where the BSR changes its terms.
 static constexpr U32 announcedAfter = namesRps + 1;
+/// The same where a scoped zone ends: the router whose candidacy ended has forgotten it and keeps its RPs,
+/// which are advertised to the BSR of the wider zone within a C_RP_Adv_Period.
+static constexpr U32 announcedWider = crpAdvPeriod + 2 * bsMinInterval;
 
 /// Groups of all ranges that random networks have.
 static std::vector<IpAddr> const& sampledGroups() {
@@ -229,7 +232,10 @@ Change Trial::drawChange() {
     case 1:
       return {fmt::format("stop {}\n", bsr), orderly, elected};
     case 2:
-      return {fmt::format("no candidate-bsr {} {}\n", bsr, zone), orderly, {}};
+      return {fmt::format("no candidate-bsr {} {}\n", bsr, zone),
+              orderly,
+              {},
+              isGlobal ? announcedAfter : announcedWider};
     case 3:
       return {fmt::format("crash {0}\nstart {0}\n", bsr), {}, elected};
     case 4:
