@@ -92,8 +92,9 @@ void BsmIngress::compareWithOwn(BootstrapMessage const& message) {
   IpGenPrefix zone = zoneOf(message);
   Ptr<Bsr::BsrCandidateSm> machine = root_.candidateSm(zone);
   Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
-  bool isPending = machine && machine->state() == Bsr::BsrCandidateState::pBsr;
-  if (!elected || !(isPending || (machine && machine->state() == Bsr::BsrCandidateState::cBsr))) return;
+  if (!machine || !elected) return;
+  bool isPending = machine->state() == Bsr::BsrCandidateState::pBsr;
+  if (!isPending && machine->state() != Bsr::BsrCandidateState::cBsr) return;
   Bsr::PimBsrWeight received(message.bsrPriority(), message.bsrAddress());
   if (!(received < machine->stored()) || received < weightOf(*machine->candidate())) return;
   bool isOwn = elected->ipAddr() == message.bsrAddress();
