@@ -276,13 +276,16 @@ class Observer::Tree final : public Bsr::Status::NotifieeConst {
     hub.isReporting = true;
   }
   void onBootstrapRouter(IpGenPrefix const& zone) override {
-    follow(bsrs_, zone, notifier()->bootstrapRouter(zone), hub);
+    Ptr<Bsr::ElectedBsrStatus const> bsr = notifier()->bootstrapRouter(zone);
+    if (!bsr) lost.insert(zone);
+    follow(bsrs_, zone, bsr, hub);
   }
   void onCrpStatus(IpGenPrefix const& zone) override {
     follow(zones_, zone, notifier()->crpStatus(zone), hub);
   }
 
   Hub hub;
+  std::set<IpGenPrefix> lost;  ///< zones that lost their BSR in this event
 
  private:
   std::map<IpGenPrefix, Ptr<BsrWatcher>> bsrs_;
@@ -301,11 +304,15 @@ class Observer::Machines final : public Bsr::PimBsrSm::NotifieeConst {
   void onNonCandidateSm(IpGenPrefix const& zone) override { touched_.insert(zone); }
   void onCandidateSm(IpGenPrefix const& zone) override { touched_.insert(zone); }
 
-  void flush() {
+  /// Takes the zones that lost their BSR.
+  void flush(std::set<IpGenPrefix> const& lost) {
+    for (IpGenPrefix const& zone : lost)
+      if (known_.contains(zone)) touched_.insert(zone);
     for (IpGenPrefix const& zone : std::exchange(touched_, {})) {
+      known_.erase(zone);
       if (!notifier() || notifier()->nonCandidateSm(zone) || notifier()->candidateSm(zone)) continue;
       if (status_->bootstrapRouter(zone)) {
-        touched_.insert(zone);
+        known_.insert(zone);
         continue;
       }
       sink_.onChange({.kind = ChangeKind::zoneForgotten, .zone = zone});
@@ -316,6 +323,7 @@ class Observer::Machines final : public Bsr::PimBsrSm::NotifieeConst {
   Ptr<Bsr::Status const> status_;
   ChangeSink& sink_;
   std::set<IpGenPrefix> touched_;
+  std::set<IpGenPrefix> known_;  ///< zones with a BSR and without a machine
 };
 
 Observer::Observer(Router& router, ChangeSink& sink)
@@ -337,7 +345,7 @@ void Observer::messageInHand() { tree_->hub.messageInHand = true; }
 
 void Observer::flush() {
   tree_->hub.flush();
-  machines_->flush();
+  machines_->flush(std::exchange(tree_->lost, {}));
 }
 
 // The order of changes --------------------------------------------------------------------------------
