@@ -11,57 +11,15 @@ if(TARGET pimbsr-command)
   install(TARGETS pimbsr-command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
-# The public face beside runtime/ and model/; what else is in these modules stays in the library.
-set(host_face BsmPolicy Candidacy ConfigKey ConfigPlace ConfigTree Configuration Corrections IngressSettings
-  LastMessages Limits Machines ModelTree NearestNames Observer PreferredRps Reception Router RouterOptions
-  RpMap RpView Views)
-set(pim_face HelloOptions Port)
-set(wire_face Checksum Outcome Reader Wire)
-# What machines alone exchange, and what a host without host::Router asks before the gates.
-set(engine_model IO Interface MessageCounters MsgStatus SourceIntf TrieGen UcastRoute)
+include(${CMAKE_CURRENT_LIST_DIR}/Face.cmake)
 
-# Installs headers of MODULE for a component, those that are made from declarations too. Headers keep their
-# modules, so that "model/Status.h" means the same here and in the installed tree.
-function(pimbsr_install_headers component folder module)
-  set(headers)
-  foreach(name ${ARGN})
-    set(header ${PROJECT_SOURCE_DIR}/${module}/${name}.h)
-    if(EXISTS ${header})
-      list(APPEND headers ${header})
-    endif()
-    if(EXISTS ${PROJECT_SOURCE_DIR}/${module}/${name}.zet)
-      list(APPEND headers ${zet_dir}/${module}/${name}.zet.h)
-      if(module STREQUAL host)
-        list(APPEND headers ${zet_dir}/${module}/${name}.keys.h)
-      endif()
-    endif()
-  endforeach()
-  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder}/${module} COMPONENT ${component})
-endfunction()
-
-# The names of a module's headers and declarations, without what they end in.
-function(pimbsr_names out module)
-  file(GLOB files RELATIVE ${PROJECT_SOURCE_DIR}/${module} CONFIGURE_DEPENDS
-    ${PROJECT_SOURCE_DIR}/${module}/*.h ${PROJECT_SOURCE_DIR}/${module}/*.zet)
-  list(TRANSFORM files REPLACE "\\.(h|zet)$" "")
-  list(REMOVE_DUPLICATES files)
-  set(${out} ${files} PARENT_SCOPE)
-endfunction()
-
-foreach(module runtime model)
-  pimbsr_names(names ${module})
-  list(REMOVE_ITEM names ${engine_model})
-  pimbsr_install_headers(host pimbsr ${module} ${names})
+# Headers keep their modules, so that "model/Status.h" means the same here and in the installed tree.
+foreach(module ${face_modules})
+  pimbsr_face(headers host ${module} ${zet_dir})
+  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pimbsr/${module} COMPONENT host)
+  pimbsr_face(headers engine ${module} ${zet_dir})
+  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pimbsr-engine/${module} COMPONENT engine)
 endforeach()
-pimbsr_install_headers(engine pimbsr-engine model ${engine_model})
-foreach(module wire pim host)
-  pimbsr_install_headers(host pimbsr ${module} ${${module}_face})
-endforeach()
-foreach(module protocol crp config)
-  pimbsr_names(names ${module})
-  pimbsr_install_headers(engine pimbsr-engine ${module} ${names})
-endforeach()
-pimbsr_install_headers(engine pimbsr-engine host Admission)
 if(TARGET pimbsr-view)
   install(DIRECTORY ${zet_dir}/schema DESTINATION ${CMAKE_INSTALL_DATADIR}/pimbsr
     FILES_MATCHING PATTERN "*.json")

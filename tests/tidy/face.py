@@ -1,19 +1,19 @@
 """The installed headers of component host reach no header of a machine, and none that is not installed. Which
-headers these are is in cmake/Install.cmake."""
+headers these are is in cmake/Face.cmake."""
 
 import re
 
 import graph
 
-INSTALL = "cmake/Install.cmake"
-FACE = re.compile(r"^set\((host|pim|wire)_face\s([^)]*)\)", re.M)
+FACES = "cmake/Face.cmake"
+FACE = re.compile(r"^set\(host_face_(host|pim|wire)\s([^)]*)\)", re.M)
 MACHINES = ("protocol", "crp", "config")
 
 
-def faces(install):
+def faces(text):
     """The installed headers of each module that installs some of its headers."""
     return {module: {f"{module}/{name}.h" for name in names.split()}
-            for module, names in FACE.findall(install)}
+            for module, names in FACE.findall(text)}
 
 
 def reached(starts, includes):
@@ -28,7 +28,7 @@ def reached(starts, includes):
 
 def check(texts):
     """Errors of the files `texts` (path to text): (path, line, text)."""
-    installed = faces(texts.get(INSTALL, ""))
+    installed = faces(texts.get(FACES, ""))
     includes = {}
     for path, text in texts.items():
         for edge in graph.edges(path, text):
@@ -40,4 +40,4 @@ def check(texts):
             if module in MACHINES:
                 yield header, edge.line, f"{reach}, a header of the machines"
             elif edge.target not in installed.get(module, {edge.target}):
-                yield header, edge.line, f"{reach}, which {INSTALL} doesn't install"
+                yield header, edge.line, f"{reach}, which {FACES} doesn't name"

@@ -4,7 +4,7 @@ import unittest
 
 import face
 
-INSTALL = "set(host_face Router\n  View)\nset(pim_face Port)\n"
+FACES = "set(host_face_host Router\n  View)\nset(host_face_pim Port)\n"
 
 
 MACHINES_OWN = "component host reaches crp/GateSm.h, a header of the machines"
@@ -13,7 +13,7 @@ MACHINES_OWN = "component host reaches crp/GateSm.h, a header of the machines"
 class FaceTest(unittest.TestCase):
     def found(self, **texts):
         named = {path.replace("_", "/", 1) + ".h": text for path, text in texts.items()}
-        return list(face.check({"cmake/Install.cmake": INSTALL, **named}))
+        return list(face.check({"cmake/Face.cmake": FACES, **named}))
 
     def test_a_header_of_a_machine_is_found_where_it_is_included(self):
         for machine in ("protocol/RootSm.h", "crp/GateSm.h", "config/ConfigSm.h"):
@@ -25,11 +25,11 @@ class FaceTest(unittest.TestCase):
                          self.found(pim_Port='#include "model/A.h"\n', model_A='#include "crp/GateSm.h"\n'))
 
     def test_a_declaration_reaches_what_its_header_includes(self):
-        texts = {"cmake/Install.cmake": INSTALL, "host/View.zet": "use crp/GateSm\nlater protocol/RootSm\n"}
+        texts = {"cmake/Face.cmake": FACES, "host/View.zet": "use crp/GateSm\nlater protocol/RootSm\n"}
         self.assertEqual([("host/View.h", 1, MACHINES_OWN)], list(face.check(texts)))
 
     def test_a_header_that_is_not_installed_is_found(self):
-        text = "component host reaches host/Inner.h, which cmake/Install.cmake doesn't install"
+        text = "component host reaches host/Inner.h, which cmake/Face.cmake doesn't name"
         self.assertEqual([("host/Router.h", 1, text)], self.found(host_Router='#include "host/Inner.h"\n'))
 
     def test_other_headers_may_include_machines(self):
