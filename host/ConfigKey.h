@@ -44,18 +44,19 @@ struct UnwiseLists {
 
 /// A key of the file, as it is declared. All texts are literals.
 struct ConfigKey {
-  std::string_view section;  ///< name of its table; empty in a list of keys that tables include
-  std::string_view name;     ///< in the file; "HANDLE" is any trace handle
-  std::string_view member;   ///< in JSON
-  KeyType type = KeyType::integer;
-  std::string_view unit;         ///< of an integer; may be empty
-  Zet::U64 least = 0, most = 0;  ///< of an integer
-  std::string_view fallback;     ///< its default as TOML, or a description; empty if the key is needed
-  std::string_view sentence;     ///< what it does
-  std::string_view former;       ///< name that it had before, which is rejected; may be empty
-  bool needsRestart = false;     ///< whether a change is applied at the next start only
-  UnwiseValue unwise = {};
-  UnwiseLists unwiseLists = {};  ///< of a key that takes lists of addresses
+  std::string_view section;         ///< name of its table; empty in a list of keys that tables include
+  std::string_view name;            ///< in the file; "HANDLE" is any trace handle
+  std::string_view member;          ///< in JSON
+  KeyType type = KeyType::integer;  ///< what it takes
+  std::string_view unit;            ///< of an integer; may be empty
+  Zet::U64 least = 0;               ///< the lowest legal integer
+  Zet::U64 most = 0;                ///< the highest legal integer
+  std::string_view fallback;        ///< its default as TOML, or a description; empty if the key is needed
+  std::string_view sentence;        ///< what it does
+  std::string_view former;          ///< name that it had before, which is rejected; may be empty
+  bool needsRestart = false;        ///< whether a change is applied at the next start only
+  UnwiseValue unwise = {};          ///< a legal value to warn of
+  UnwiseLists unwiseLists = {};     ///< of a key that takes lists of addresses
 };
 
 }  // namespace pimbsr::host

@@ -12,10 +12,14 @@ namespace pimbsr::host {
 /// The configuration entities that a router's configuration machine reads, and what was last applied to them.
 class PIMBSR_API ConfigTree {
  public:
+  /// Entities with all defaults.
   ConfigTree();
 
+  /// What RouterOptions::config takes; never null.
   Zet::Ptr<Routing::Pim::Bsr::Config> config() const { return config_; }
+  /// What RouterOptions::clearConfig takes; never null.
   Zet::Ptr<Routing::Pim::Bsr::ClearConfig> clearConfig() const { return clearConfig_; }
+  /// What RouterOptions::accessLists takes; never null.
   Zet::Ptr<Acl::AclTypeConfig> accessLists() const { return accessLists_; }
   /// What is applied; at first all defaults.
   Configuration const& applied() const { return applied_; }

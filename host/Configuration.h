@@ -20,8 +20,8 @@ using AccessList = std::map<U32, Acl::IpRuleConfig>;
 /// What is configured for group ranges: by the range itself, or by an access list that permits ranges.
 template <class Terms>
 struct ByRange {
-  std::map<Lanet::IpGenPrefix, Terms> groups;
-  std::map<std::string, Terms> lists;  ///< by the list's name
+  std::map<Lanet::IpGenPrefix, Terms> groups;  ///< by the range
+  std::map<std::string, Terms> lists;          ///< by the list's name
 
   bool operator==(ByRange const&) const = default;
 };
@@ -55,8 +55,8 @@ struct Configuration : Timeouts, FilterLists {
 
 /// One thing in a configuration that can't be applied.
 struct ConfigError {
-  ConfigPlace place;
-  std::string text;  ///< what was read, and what would be valid
+  ConfigPlace place;  ///< where it is
+  std::string text;   ///< what was read, and what would be valid
 
   bool operator==(ConfigError const&) const = default;
 };

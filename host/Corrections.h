@@ -20,10 +20,10 @@ inline constexpr CorrectionSettings allCorrections = [] {
 
 /// One correction under the name that operators use. All texts are literals.
 struct Correction {
-  ConfigKey const* key;  ///< its name, and what is done with it; never null
-  bool CorrectionSettings::*isOn;
-  std::string_view engine;  ///< what the machines do by themselves
-  std::string_view source;  ///< the section of RFC 5059, or the reason
+  ConfigKey const* key;            ///< its name, and what is done with it; never null
+  bool CorrectionSettings::*isOn;  ///< its switch
+  std::string_view engine;         ///< what the machines do by themselves
+  std::string_view source;         ///< the section of RFC 5059, or the reason
 };
 
 /// All corrections, in the order in which they are documented.
@@ -32,6 +32,7 @@ PIMBSR_API std::span<Correction const> corrections();
 /// The switches of one router, one for each correction; all off at first. A reference to one stays valid.
 class PIMBSR_API CorrectionSwitches {
  public:
+  /// All off, none has acted.
   CorrectionSwitches();
   CorrectionSwitches(CorrectionSwitches const&) = delete;
   CorrectionSwitches& operator=(CorrectionSwitches const&) = delete;
@@ -40,6 +41,7 @@ class PIMBSR_API CorrectionSwitches {
   void settingsAre(CorrectionSettings const& settings);
   /// The switch of one correction.
   CorrectionSwitch& of(bool CorrectionSettings::*isOn);
+  /// The same, to read.
   CorrectionSwitch const& of(bool CorrectionSettings::*isOn) const;
 
  private:

@@ -9,11 +9,11 @@
 
 namespace pimbsr::host {
 
-/// One bound of a IngressSettings under the name that operators use.
+/// One bound of IngressSettings under the name that operators use.
 struct Limit {
-  std::string_view name;  ///< such as "rps-per-range"
-  U32 IngressSettings::*value;
-  ConfigKey const* key;  ///< its facts; never null
+  std::string_view name;        ///< such as "rps-per-range"
+  U32 IngressSettings::*value;  ///< the bound; 0 is none
+  ConfigKey const* key;         ///< its facts; never null
 };
 
 /// All bounds, in the order in which they are documented.

@@ -17,7 +17,7 @@ struct MachineView {
   bool candidate = false;                ///< this router is a candidate BSR there
   bool elected = false;                  ///< it is the elected BSR there
   std::optional<double> bootstrapTimer;  ///< seconds left; nothing if it doesn't run
-  std::optional<double> scopeZoneTimer;
+  std::optional<double> scopeZoneTimer;  ///< seconds left; nothing if it doesn't run
 };
 
 /// The machine of a zone, with its timers at a time in seconds on the router's clock.

@@ -29,13 +29,13 @@ inline constexpr int maxTreeDepth = 24;
 
 /// An object from which paths begin.
 struct ModelRoot {
-  std::string name;
-  Zet::Ptr<Zet::PtrInterface const> object;
+  std::string name;                          ///< with which paths begin, such as "status"
+  Zet::Ptr<Zet::PtrInterface const> object;  ///< never null
 };
 
 /// What a path names.
 struct ModelEntry {
-  std::string path;
+  std::string path;   ///< from the name of a root on, in ASCII
   std::string type;   ///< of the value, the object or the members
   std::string value;  ///< text form; of a collection the number of its members
   std::string unit;   ///< empty if it has none
@@ -64,8 +64,8 @@ struct TreeBounds {
 
 /// A part of a tree, and where the next part begins.
 struct ModelPage {
-  std::vector<ModelEntry> entries;
-  std::string next;  ///< path of the first entry that isn't here; empty at the end
+  std::vector<ModelEntry> entries;  ///< in the order of the rows and of the collections
+  std::string next;                 ///< path of the first entry that isn't here; empty at the end
 };
 
 /// What a path names and all that is in it, in the order of the rows and of the collections; of all roots for

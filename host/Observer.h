@@ -18,10 +18,10 @@ class Router;
 
 /// The BSR of a zone, as a value that outlives its entry.
 struct BsrView {
-  Lanet::IpGenAddr address;
-  U16 priority = 0;  ///< higher wins
-  U32 hashMaskLen = 0;
-  double expiryTime = 0;  ///< when it is given up unless it is heard again, on the clock of Zet::now()
+  Lanet::IpGenAddr address;  ///< which the BSR claims
+  U16 priority = 0;          ///< higher wins
+  U32 hashMaskLen = 0;       ///< bits of a group address that the hash is made of (RFC 7761 section 4.7.2)
+  double expiryTime = 0;     ///< when it is given up unless it is heard again, on the clock of Zet::now()
 
   /// Whether both say the same of the election; the expiry time is no part of that.
   bool sameElection(BsrView const& other) const {
@@ -29,13 +29,15 @@ struct BsrView {
   }
 };
 
+/// The values of an entry as they are now.
 PIMBSR_API BsrView viewOf(Routing::Pim::Bsr::ElectedBsrStatus const& entry);
 
+/// What has changed.
 enum class ChangeKind : U8 {
-  bsrElected,  ///< a zone has a BSR and had none
-  bsrChanged,  ///< the BSR of a zone is another, or announces another priority or hash mask length
-  bsrLost,     ///< a zone has no BSR any more
-  rpAdded,
+  bsrElected,    ///< a zone has a BSR and had none
+  bsrChanged,    ///< the BSR of a zone is another, or announces another priority or hash mask length
+  bsrLost,       ///< a zone has no BSR any more
+  rpAdded,       ///< an RP has come into the set of a zone
   rpUpdated,     ///< an RP has another priority, holdtime or mode
   rpKept,        ///< an election cleared the set of an RP, which stays in use (HoldOver)
   rpRemoved,     ///< an RP was withdrawn, or its set was cleared
@@ -45,8 +47,8 @@ enum class ChangeKind : U8 {
 
 /// One change of what a router has learned.
 struct Change {
-  ChangeKind kind = ChangeKind::zoneForgotten;
-  Lanet::IpGenPrefix zone;
+  ChangeKind kind = ChangeKind::zoneForgotten;  ///< which of the members below hold something
+  Lanet::IpGenPrefix zone;                      ///< where it has changed
   BsrView bsr;        ///< with the kinds of the BSR; as it was last where it was lost
   BsrView formerBsr;  ///< with bsrChanged
   RpView rp;          ///< with the kinds of RPs; as it was last where it went
@@ -64,6 +66,7 @@ class KeptRps;
 class PIMBSR_API ChangeSink {
  public:
   virtual ~ChangeSink() = default;
+  /// One change; the reference is valid within the call.
   virtual void onChange(Change const& change) = 0;
 };
 

@@ -17,7 +17,9 @@ class PIMBSR_API PreferredRps {
   /// Reads the lists of `configuration` with these names; one that doesn't exist permits nothing.
   PreferredRps(Configuration const& configuration, std::set<std::string> const& lists);
 
+  /// Whether one of the lists permits the address.
   bool contains(Lanet::IpGenAddr const& address) const;
+  /// Whether no address is permitted.
   bool isEmpty() const { return prefixes_.size() == 0; }
 
  private:

@@ -21,14 +21,14 @@ enum class MessageKind : U8 {
 
 /// What became of one received packet.
 struct Reception {
-  MessageKind kind = MessageKind::notPim;
+  MessageKind kind = MessageKind::notPim;  ///< what it turned out to be
   /// Why it was dropped, a stable name such as "checksum", "holdtime" or "border"; empty if it was
   /// accepted. For a message that lost some of its group ranges, why the first of them was dropped.
   std::string_view reason;
   /// The description of the reason; empty if it was accepted.
   std::string_view sentence;
-  Lanet::IpGenAddr source;  ///< unset where the IP header couldn't be read
-  Lanet::IpGenAddr destination;
+  Lanet::IpGenAddr source;       ///< unset where the IP header couldn't be read
+  Lanet::IpGenAddr destination;  ///< unset where the IP header couldn't be read
   /// The decoded message, also where it was dropped after decoding; null for other kinds. A Bootstrap Message
   /// that was forwarded has lost its source by now.
   Zet::Ptr<Routing::Pim::Packet::Message> message;
@@ -46,7 +46,7 @@ struct Reception {
 
 /// How often messages were dropped for one reason.
 struct DropCount {
-  U64 count = 0;
+  U64 count = 0;              ///< how often
   std::string_view sentence;  ///< the description of the reason; empty while the count is 0
 
   /// Counts a message that was dropped for that reason.
@@ -60,6 +60,7 @@ struct DropCount {
 /// that no other Reception reports them.
 class OwnDropSink {
  public:
+  /// An advertisement was dropped; the reference is valid within the call.
   virtual void onOwnDrop(Reception const& reception) = 0;
 
  protected:

@@ -59,9 +59,10 @@ class PIMBSR_API Router final : private DropListener {
   /// speaks no PIM but lends its address to a candidate, such as a loopback, this is all that a host says.
   void handleAddressChange(Lanet::IntfId const& intfId);
 
-  /// Adds or replaces a unicast route, or removes it. An address of this router needs a route of type local,
-  /// which is how an elected BSR finds that its own candidate RPs advertise to itself.
+  /// Adds or replaces a unicast route. An address of this router needs a route of type local, which is how an
+  /// elected BSR finds that its own candidate RPs advertise to itself.
   void routeIs(Lanet::Prefix const& prefix, Slosh::Fib::Route const& route);
+  /// Removes the unicast route to exactly this prefix, if there is one.
   void routeDel(Lanet::Prefix const& prefix);
 
   /// Makes this router a candidate BSR of a zone, or changes the candidacy.
@@ -75,9 +76,10 @@ class PIMBSR_API Router final : private DropListener {
   void candidateRpDel(Lanet::IpGenPrefix const& range, Lanet::IpGenAddr const& address);
   /// Makes an interface a border of a scope zone, or makes it one no more (RFC 5059 section 3.1.3).
   void borderIs(Lanet::IpGenPrefix const& zone, Lanet::IntfId const& intfId, bool border);
-  /// Permits advertisements of senders by their addresses, or withdraws that. Once a prefix is given, all
-  /// others are dropped; without any all are taken.
+  /// Permits advertisements of senders by their addresses. Once a prefix is given, those of all others are
+  /// dropped; without any all are taken.
   void permitIs(Lanet::IpGenPrefix const& senders);
+  /// Takes back what permitIs() permits by exactly this prefix.
   void permitDel(Lanet::IpGenPrefix const& senders);
 
   /// Checks packets by other settings from now on. Entries beyond a lowered bound stay until they end by
@@ -97,11 +99,13 @@ class PIMBSR_API Router final : private DropListener {
   /// Admits other Bootstrap Messages from now on; all at first. A closed interface loses what was learned
   /// over it; the state of a BSR that is permitted no more stays until it expires.
   void bsmPolicyIs(BsmPolicy const& policy);
+  /// Which Bootstrap Messages are admitted.
   BsmPolicy const& bsmPolicy() const;
 
-  /// Forgets what was learned of a zone on an operator's command, as Clearing does. False, with nothing
-  /// changed, where this router is the elected BSR of the zone.
+  /// Forgets the BSR of a zone on an operator's command, as Clearing does. False, with nothing changed, where
+  /// this router is the elected BSR of the zone.
   bool clearBsr(Lanet::IpGenPrefix const& zone);
+  /// Forgets the RP set of a zone on an operator's command, as Clearing does.
   void clearRpSet(Lanet::IpGenPrefix const& zone);
   /// Forgets, after all zones were cleared, the RPs that zones forgotten before have left to PIM.
   void clearLeftoverRps();
@@ -139,19 +143,23 @@ class PIMBSR_API Router final : private DropListener {
   /// Runs the timers that are due at the context's time.
   void advance();
 
-  /// The path to an address: the best unicast route, which is the default value if there is none, and the
-  /// neighbor from which messages of a BSR with this address must come; unset if there is none.
+  /// The best unicast route to an address, and the neighbor from which messages of a BSR with this address
+  /// must come (RFC 5059 section 3.1.3).
   struct RpfPath {
-    Slosh::Fib::Route route;
-    Lanet::IpGenAddr neighbor;
+    Slosh::Fib::Route route;    ///< the best one; the default value if there is none
+    Lanet::IpGenAddr neighbor;  ///< unset if there is none
   };
+  /// The path to an address, as the machines see it now.
   RpfPath rpfPath(Lanet::IpGenAddr const& address) const;
 
+  /// The context that the router was given.
   Zet::Context& context() const;
   /// Receives what the gates drop. A host that changes the configuration makes it the current listener of the
   /// thread, as it makes the context the current one; the calls above do both by themselves.
   DropListener& dropListener() { return *this; }
+  /// What the router has learned: BSRs and RP sets of its zones; never null.
   Zet::Ptr<Routing::Pim::Bsr::Status> status() const;
+  /// Interfaces, neighbors and paths that the machines read; never null.
   Zet::Ptr<Routing::Pim::Status> pimStatus() const;
   /// The RP set that PIM reads. An RP whose time is over is out of use, and is swept from it within a minute
   /// where no zone's set holds it any more.
@@ -180,9 +188,9 @@ class PIMBSR_API Router final : private DropListener {
   std::size_t armedTimers() const;
   /// The Hellos that this router sends on an interface (RFC 7761 section 4.3.1).
   struct HelloState {
-    U32 generationId;
-    double next;  ///< when the next is due, on the context's clock
-    pim::HelloOptions options;
+    U32 generationId;           ///< another one after each start (RFC 7761 section 4.3.1)
+    double next;                ///< when the next is due, on the context's clock
+    pim::HelloOptions options;  ///< timers and DR priority in use
   };
   /// Unset for an interface that speaks no Hello.
   std::optional<HelloState> helloState(Lanet::IntfId const& intfId) const;

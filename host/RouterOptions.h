@@ -19,11 +19,11 @@ struct RouterOptions {
   /// The configuration to follow, all three or none. With it the two numbers above don't count, and the calls
   /// for candidacies, borders and permits are not to be made. ConfigTree makes and writes these.
   Zet::Ptr<Routing::Pim::Bsr::Config> config = nullptr;
-  Zet::Ptr<Routing::Pim::Bsr::ClearConfig> clearConfig = nullptr;
-  Zet::Ptr<Acl::AclTypeConfig> accessLists = nullptr;
+  Zet::Ptr<Routing::Pim::Bsr::ClearConfig> clearConfig = nullptr;  ///< with config: commands that clear
+  Zet::Ptr<Acl::AclTypeConfig> accessLists = nullptr;              ///< with config: the lists that it names
   /// What a former router knew, to start from; null to start with nothing. Both or none.
   Zet::Ptr<Routing::Pim::Bsr::Status> status = nullptr;
-  Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus = nullptr;
+  Zet::Ptr<Routing::Pim::RpCandidateStatus> rpCandidateStatus = nullptr;  ///< with status: what PIM reads
   /// Answers for the neighbors towards BSRs; where it is null, the router's own routes and Hellos do.
   Zet::Ptr<Routing::Pim::PimRpfTable> rpf = nullptr;
   /// What is checked in packets of a real network; nothing by default.

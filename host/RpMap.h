@@ -8,10 +8,10 @@ namespace pimbsr::host {
 
 /// One RP that was looked at for a group.
 struct RpChoice {
-  Lanet::IpGenAddr address;
-  U32 priority = 0;     ///< lower wins
-  U32 hashMaskLen = 0;  ///< mask length for the hash
-  U32 hash = 0;         ///< hash value for the group, higher wins
+  Lanet::IpGenAddr address;  ///< of the RP
+  U32 priority = 0;          ///< lower wins
+  U32 hashMaskLen = 0;       ///< mask length for the hash
+  U32 hash = 0;              ///< hash value for the group, higher wins
 };
 
 /// What decided between the RPs of a range.
@@ -25,9 +25,9 @@ enum class RpTieBreak : U8 {
 
 /// Which RP serves a group, and why.
 struct RpAnswer {
-  Lanet::IpGenAddr rp;       ///< unset if no RP serves the group
-  Lanet::IpGenPrefix range;  ///< the range that it was taken from
-  RpTieBreak tieBreak = RpTieBreak::noRp;
+  Lanet::IpGenAddr rp;                     ///< unset if no RP serves the group
+  Lanet::IpGenPrefix range;                ///< the range that it was taken from
+  RpTieBreak tieBreak = RpTieBreak::noRp;  ///< what decided
   std::vector<RpChoice> choices;           ///< the live RPs of that range, the best first
   std::vector<Lanet::IpGenPrefix> ranges;  ///< all ranges that cover the group, the longest first
 };
@@ -44,6 +44,7 @@ PIMBSR_API U32 rpHash(Lanet::IpAddr group, U32 hashMaskLen, Lanet::IpAddr rp);
 /// counts as absent, and a range without a live RP as well.
 class PIMBSR_API RpMap {
  public:
+  /// Answers from this RP set, which is read at each question and must not be null.
   explicit RpMap(Zet::Ptr<Routing::Pim::RpCandidateStatus const> const& rpSet) : rpSet_(rpSet) {}
 
   /// The RP of an IPv4 group at a time, in seconds on the clock of Zet::now().

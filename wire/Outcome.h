@@ -12,7 +12,9 @@ namespace pimbsr::wire {
 template <class T>
 class [[nodiscard]] Outcome {
  public:
+  /// A value that was read.
   Outcome(T value) : either_(std::in_place_index<0>, std::move(value)) {}
+  /// A packet that was dropped.
   Outcome(DropReason reason) : either_(std::in_place_index<1>, reason) {}
 
   /// True if there is a value.
@@ -23,6 +25,7 @@ class [[nodiscard]] Outcome {
     ZET_ASSERT(*this, "the packet was accepted");
     return *std::get_if<0>(&either_);
   }
+  /// A member of the value; only if there is one.
   T const* operator->() const { return &**this; }
 
   /// The drop reason; only if there is no value.

@@ -28,10 +28,10 @@ namespace pimbsr::wire {
 
 /// An IPv4 packet that carries PIM, its payload still a view of the bytes given.
 struct Ipv4Packet {
-  Lanet::IpAddr source;
-  Lanet::IpAddr destination;
-  U8 ttl = 0;
-  U8 tos = 0;
+  Lanet::IpAddr source;       ///< of the IP header
+  Lanet::IpAddr destination;  ///< of the IP header
+  U8 ttl = 0;                 ///< Time to Live
+  U8 tos = 0;                 ///< Type of Service
   /// What the total length covers after the header. The link's padding, which follows it, is left out.
   Bytes payload;
 };
@@ -42,14 +42,13 @@ struct Ipv4Packet {
 /// dropped: PIM messages are made to fit, and packets aren't reassembled here.
 PIMBSR_API Outcome<Ipv4Packet> parseIpv4(Bytes packet);
 
-/// What an outgoing packet's header says. The type of service starts as that of routing traffic (RFC 2474:
-/// CS6).
+/// What an outgoing packet's header says.
 struct Ipv4Header {
-  Lanet::IpAddr source{};
-  Lanet::IpAddr destination{};
-  U8 ttl = 1;
-  U8 tos = 0xc0;
-  U16 identification = 0;
+  Lanet::IpAddr source{};       ///< any address; it isn't checked
+  Lanet::IpAddr destination{};  ///< any address; it isn't checked
+  U8 ttl = 1;                   ///< Time to Live; 1 keeps the packet on its link
+  U8 tos = 0xc0;                ///< Type of Service; that of routing traffic (RFC 2474: CS6)
+  U16 identification = 0;       ///< what fragments are joined by; 0 where none is needed (RFC 6864)
 };
 
 /// The longest IPv4 packet in bytes, its header included (RFC 791 section 3.1).
@@ -68,13 +67,13 @@ inline constexpr U32 maxPrefixCount = 255;
 /// What a Hello says (RFC 7761 section 4.9.2). Options that are not here are ignored when read. Where an
 /// option comes twice, the last one is used, and address lists add up.
 struct HelloMessage {
-  Lanet::IpGenAddr srcAddr{};
-  Lanet::IpGenAddr dstAddr{};
+  Lanet::IpGenAddr srcAddr{};  ///< of the IP header
+  Lanet::IpGenAddr dstAddr{};  ///< of the IP header
   /// Seconds for which the sender is to be kept as a neighbor; 0 is a goodbye, 0xffff is for ever.
   /// A Hello without the option means 3.5 times the usual period of 30 seconds.
   U16 holdtime = 105;
-  std::optional<U32> drPriority{};
-  std::optional<U32> generationId{};
+  std::optional<U32> drPriority{};    ///< higher wins; unset without the option
+  std::optional<U32> generationId{};  ///< another one after each start; unset without the option
   /// The sender's further addresses on the link. A list in another address family counts as not there.
   std::vector<Lanet::IpGenAddr> addressList{};
 
@@ -83,7 +82,7 @@ struct HelloMessage {
 
 /// A PIM message of version 2 that is none of the three read here: Join/Prune, Register and so on.
 struct OtherMessage {
-  U8 type = 0;
+  U8 type = 0;  ///< of its PIM header
 };
 
 /// An RP of a Bootstrap message that was left out of its record.
@@ -96,6 +95,7 @@ struct LeftOutRp {
 /// The RPs that reading has left out, in the order of the message.
 using LeftOutRps = std::vector<LeftOutRp>;
 
+/// A PIM message that was read.
 using DecodedMessage =
     std::variant<OtherMessage, HelloMessage, Zet::Ptr<Routing::Pim::Packet::BootstrapMessage>,
                  Zet::Ptr<Routing::Pim::Packet::CrpAdvMessage>>;
@@ -150,6 +150,7 @@ PIMBSR_API void encodeHello(HelloMessage const& message, std::vector<U8>& out);
 /// equals group data without groups, since both are sent alike.
 PIMBSR_API bool equal(Routing::Pim::Packet::BootstrapMessage const& a,
                       Routing::Pim::Packet::BootstrapMessage const& b);
+/// The same for advertisements.
 PIMBSR_API bool equal(Routing::Pim::Packet::CrpAdvMessage const& a,
                       Routing::Pim::Packet::CrpAdvMessage const& b);
 

@@ -54,7 +54,8 @@ def row(tables, table, made):
               "unwise": f'{{{made.unwise[0]}, "{tables.reason(made)}"}}' if is_unwise else "",
               "unwiseLists": f"{{{unwise_lists(made)}}}" if made.unwise_lists else ""}
     written = commas(f".{field} = {value}" for field, value in fields.items() if value)
-    return f"  static constexpr host::ConfigKey {made.name}{{{written}}};"
+    return [doc(f"The key {made.called}.", "  "),
+            f"  static constexpr host::ConfigKey {made.name}{{{written}}};"]
 
 
 def rows(tables, table):
@@ -63,9 +64,11 @@ def rows(tables, table):
     if table.header:
         texts = (tables.section(table), table.header, table.doc, *([table.shown] if table.shown else []))
         facts = commas(f'"{text}"' for text in texts)
-        lines.append(f"  static constexpr host::ConfigSection sectionRow{{{facts}}};")
+        lines += [doc("The table itself.", "  "),
+                  f"  static constexpr host::ConfigSection sectionRow{{{facts}}};"]
     members = list(tables.members(table))
-    lines += [row(tables, table, made) for made, _ in members]
+    for made, _ in members:
+        lines += row(tables, table, made)
     each = "Calls each(row, pointer to member) for each key, in the order of the reference page."
     lines += ["", doc(each, "  "), "  template <class Each>",
               "  static constexpr void forEach(Each const& each) {",
