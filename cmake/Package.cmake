@@ -29,8 +29,9 @@ read-only-group = \"pimbsr-read\"
 file(CONFIGURE OUTPUT ${service_config} CONTENT "${service_text}" @ONLY)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/examples/pimbsr.toml)
 install(FILES ${service_config} DESTINATION /etc/pimbsr)
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md" PATTERN "*.png"
+# The pages keep their places to each other, so that their links hold.
+install(FILES README.md CONTRIBUTING.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md" PATTERN "*.png"
         PATTERN "*.svg")
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 

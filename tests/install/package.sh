@@ -54,6 +54,15 @@ for file in usr/bin/pimbsr etc/pimbsr/pimbsr.toml usr/lib/systemd/system/pimbsr.
   usr/share/man/man8/pimbsr.8.gz usr/share/doc/pimbsr/README.md usr/include/pimbsr/host/Router.h; do
   [[ -e $root/$file ]] || fail "/$file is not installed"
 done
+# Each page's links to files, as in [text](../docs/see.md#part).
+pages=$root/usr/share/doc/pimbsr
+while IFS=: read -r page link; do
+  link=${link#*\(}
+  [[ -e ${page%/*}/$link ]] || fail "${page#"$root"} links to $link, which is not installed"
+done < <(grep -roE --include='*.md' '\]\([[:alnum:]_./-]+\.[a-z]+' "$pages")
+while read -r page; do
+  [[ -e $root/$page ]] || fail "the manual names $page, which is not installed"
+done < <(zgrep -oE '/usr/share/doc/pimbsr/[a-z/]+\.md' $root/usr/share/man/man8/pimbsr.8.gz)
 in_root getent passwd pimbsr >/dev/null || fail "no user pimbsr"
 in_root getent group pimbsr-read >/dev/null || fail "no group pimbsr-read"
 in_root dpkg-query --show --showformat='${Conffiles}' pimbsr | grep /etc/pimbsr/pimbsr.toml >/dev/null ||
