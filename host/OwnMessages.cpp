@@ -66,7 +66,8 @@ static Ptr<BootstrapGroupData> copyOf(BootstrapGroupData const& group) {
 
 /// RPs that are withdrawn, since this is the message that says so; then the lowest priority value, then the
 /// highest address, as the hash's tie-break has it (RFC 7761 section 4.7.2). An RP that is left out lives on
-/// at followers until its holdtime ends, three BS_Periods.
+/// at followers until its holdtime ends, three BS_Periods. One place is kept for an RP that stays, since a
+/// range of withdrawn RPs alone is lost.
 static Ptr<BootstrapGroupData> bestOf(BootstrapGroupData const& group, U32 count) {
   std::vector<Ptr<BootstrapRpData>> rps;
   for (auto rp = group.rpListIterator(); rp; ++rp) rps.push_back(rp.ptr());
@@ -74,6 +75,8 @@ static Ptr<BootstrapGroupData> bestOf(BootstrapGroupData const& group, U32 count
     return std::tuple(rp->rpHoldtime() != 0, rp->rpPriority(), ~rp->rpAddress().v4Addr().hostWord());
   };
   std::sort(rps.begin(), rps.end(), [&](auto const& a, auto const& b) { return rank(a) < rank(b); });
+  auto stays = std::find_if(rps.begin(), rps.end(), [](auto const& rp) { return rp->rpHoldtime() != 0; });
+  if (stays != rps.end() && stays >= rps.begin() + count) std::swap(rps[count - 1], *stays);
   auto best = Zet::make<BootstrapGroupData>(group.prefix());
   best->groupFlagsIs(group.groupFlags());
   for (U32 i = 0; i < count; ++i) copyRp(*best, *rps[i]);

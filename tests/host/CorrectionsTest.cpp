@@ -193,6 +193,20 @@ TEST_F(OwnMessagesTest, AWithdrawnRpIsNamedInTwoFurtherMessages) {
   EXPECT_EQ(repeats.acts(), 2u);
 }
 
+/// A range of withdrawn RPs alone would be lost at followers.
+TEST_F(OwnMessagesTest, AmongMoreWithdrawnRpsThanFitTheBestOneThatStaysIsNamed) {
+  for (int withdrawn : {254, 255, 256, 300}) {
+    std::vector<Rp> rps = {{"10.2.0.1", 150, 8}, {"10.2.0.2", 150, 7}, {"10.2.0.3", 150, 9}};
+    for (int i = 0; i < withdrawn; ++i)
+      rps.push_back(
+          {.address = numbered("10.1." + std::to_string(i / 250) + ".", 1 + i % 250), .holdtime = 0});
+    std::string const text = sent({{"239.1.0.0/16", rps}});
+    EXPECT_EQ(std::count(text.begin(), text.end(), '='), 255);
+    EXPECT_THAT(text, testing::HasSubstr(" 10.2.0.2=150"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr(" 10.2.0.1=")));
+  }
+}
+
 TEST_F(OwnMessagesTest, ARangeThatHasGoneIsNamedForItsWithdrawnRp) {
   sent({{"239.1.0.0/16", {{"10.1.0.1", 0}}}});
   EXPECT_EQ(sent({}), "239.1.0.0/16 10.1.0.1=0");
