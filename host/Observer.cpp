@@ -277,17 +277,20 @@ class Observer::Tree final : public Bsr::Status::NotifieeConst {
   }
   void onBootstrapRouter(IpGenPrefix const& zone) override {
     Ptr<Bsr::ElectedBsrStatus const> bsr = notifier()->bootstrapRouter(zone);
-    if (!bsr) lost.insert(zone);
+    if (!bsr) lost_.insert(zone);
     follow(bsrs_, zone, bsr, hub);
   }
   void onCrpStatus(IpGenPrefix const& zone) override {
     follow(zones_, zone, notifier()->crpStatus(zone), hub);
   }
 
+  /// The zones that have lost their BSR since the last call.
+  std::set<IpGenPrefix> takeLost() { return std::exchange(lost_, {}); }
+
   Hub hub;
-  std::set<IpGenPrefix> lost;  ///< zones that lost their BSR in this event
 
  private:
+  std::set<IpGenPrefix> lost_;
   std::map<IpGenPrefix, Ptr<BsrWatcher>> bsrs_;
   std::map<IpGenPrefix, Ptr<ZoneWatcher>> zones_;
 };
@@ -345,7 +348,7 @@ void Observer::messageInHand() { tree_->hub.messageInHand = true; }
 
 void Observer::flush() {
   tree_->hub.flush();
-  machines_->flush(std::exchange(tree_->lost, {}));
+  machines_->flush(tree_->takeLost());
 }
 
 // The order of changes --------------------------------------------------------------------------------
