@@ -85,9 +85,9 @@ void BsmIngress::handleDropped() {
   machine->storedBsr()->hashMaskLenIs(former_->hashMaskLen);
 }
 
-/// A candidate compares messages with the weight that its BSR had, also once that is lost or lowered.
-/// Pending, it would not follow one that outweighs it, and no follower of that one passes the candidate's
-/// claim on, so that both would be BSR for a BS_Period.
+/// The machine of a candidate compares messages with the weight that its BSR had, also once that is lost or
+/// lowered. Pending, it does not follow one that outweighs the candidate, and no follower of that one passes
+/// the candidate's claim on, so that both are BSR for a BS_Period: here it compares with its own weight.
 void BsmIngress::compareWithOwn(BootstrapMessage const& message) {
   IpGenPrefix zone = zoneOf(message);
   Ptr<Bsr::BsrCandidateSm> machine = root_.candidateSm(zone);
@@ -98,25 +98,28 @@ void BsmIngress::compareWithOwn(BootstrapMessage const& message) {
   Bsr::PimBsrWeight received(message.bsrPriority(), message.bsrAddress());
   if (!(received < machine->stored()) || received < weightOf(*machine->candidate())) return;
   bool isOwn = elected->ipAddr() == message.bsrAddress();
-  CorrectionSwitch* correction = isOwn ? lowered(message) : isPending ? lost(*elected) : nullptr;
+  if (isOwn && message.bsrPriority() == 0) return;  // it has ended
+  CorrectionSwitch* correction = nullptr;
+  if (isOwn && loweredBsr_.isOn()) {
+    correction = &loweredBsr_;
+  } else if (isPending) {
+    correction = correctionOfLost(*elected);
+  }
   if (correction == nullptr) return;
   Ptr<Bsr::ElectedBsrStatus> stored = machine->storedBsr();
   former_ = {zone, stored->ipAddr(), stored->priority(), stored->hashMaskLen(), correction};
   machine->storeCandidate();
 }
 
-/// The correction by which a candidate follows its BSR with a lower weight; null if it doesn't. One of
-/// priority 0 has ended.
-CorrectionSwitch* BsmIngress::lowered(BootstrapMessage const& message) const {
-  return loweredBsr_.isOn() && message.bsrPriority() != 0 ? &loweredBsr_ : nullptr;
+/// The correction for a pending candidate that has lost its BSR; null if it hasn't, or none is on.
+CorrectionSwitch* BsmIngress::correctionOfLost(Bsr::ElectedBsrStatus const& elected) const {
+  if (electedOnly_.isOn() && elected.expiryTime() <= Zet::now()) return &electedOnly_;
+  return loweredBsr_.isOn() && hasEnded(elected) ? &loweredBsr_ : nullptr;
 }
 
-/// The correction by which a pending candidate has lost its BSR; null if it hasn't.
-CorrectionSwitch* BsmIngress::lost(Bsr::ElectedBsrStatus const& elected) const {
-  if (electedOnly_.isOn() && elected.expiryTime() <= Zet::now()) return &electedOnly_;
+bool BsmIngress::hasEnded(Bsr::ElectedBsrStatus const& elected) const {
   auto ended = ended_.find(elected.zone());
-  bool hasEnded = ended != ended_.end() && ended->second.bsr == elected.ipAddr();
-  return loweredBsr_.isOn() && hasEnded ? &loweredBsr_ : nullptr;
+  return ended != ended_.end() && ended->second.bsr == elected.ipAddr();
 }
 
 /// The gate knows a zone's first message by what it keeps for the zone.
@@ -131,36 +134,40 @@ void BsmIngress::admitFragment(BootstrapMessage const& message) {
 
 void BsmIngress::handleAccepted(Ptr<BootstrapMessage> const& message) {
   if (former_) former_->correction->noteAct();
-  if (loweredBsr_.isOn()) followLowered(message);
+  if (loweredBsr_.isOn()) handleLowered(message);
   noteNoForward(*message);
   if (repeatWithdrawal_.isOn()) removeEmpty(*message);
 }
 
-/// The follower compares a message with the weight that its BSR had before, and has ignored this one: it
-/// takes it with the weight that the BSR has now. A BSR that has ended has the lowest priority, and any other
-/// of that priority comes after it, also one of a lower address.
-void BsmIngress::followLowered(Ptr<BootstrapMessage> const& message) {
+void BsmIngress::handleLowered(Ptr<BootstrapMessage> const& message) {
   IpGenPrefix zone = zoneOf(*message);
-  Ptr<Bsr::BsrNonCandidateSm> follower = root_.nonCandidateSm(zone);
   Ptr<Bsr::ElectedBsrStatus> elected = root_.bsrStatus()->bootstrapRouter(zone);
   if (!elected) return;
-  if (!follower) return refreshFromIgnored(*elected, message);
-  if (elected->ipAddr() != message->bsrAddress()) {
-    auto ended = ended_.find(zone);
-    bool isNext = ended != ended_.end() && ended->second.bsr == elected->ipAddr() && elected->priority() == 0;
-    if (!isNext) return;
-    ended_.erase(ended);
-    root_.bsrStatus()->bootstrapRouterDel(zone);
-  } else if (message->bsrPriority() < elected->priority()) {
-    if (message->bsrPriority() == 0) noteEnded(*elected, *message);
-    elected->priorityIs(message->bsrPriority());
+  if (Ptr<Bsr::BsrNonCandidateSm> follower = root_.nonCandidateSm(zone)) {
+    followLowered(*follower, *elected, message);
+    expireAsBefore(*follower, *elected, *message);
   } else {
-    return expireAsBefore(*follower, *elected, *message);
+    refreshFromIgnored(*elected, message);
   }
-  follower->bsmIs(nullptr);
-  follower->bsmIs(message);
+}
+
+/// The follower compares a message with the weight that its BSR had before, and has ignored one of a lower
+/// weight: it takes it with the weight that the BSR has now. A BSR that has ended has the lowest priority,
+/// and any other of that priority comes after it, also one of a lower address.
+void BsmIngress::followLowered(Bsr::BsrNonCandidateSm& follower, Bsr::ElectedBsrStatus& elected,
+                               Ptr<BootstrapMessage> const& message) {
+  if (elected.ipAddr() != message->bsrAddress()) {
+    if (!hasEnded(elected) || elected.priority() != 0) return;
+    ended_.erase(elected.zone());
+    root_.bsrStatus()->bootstrapRouterDel(IpGenPrefix(elected.zone()));
+  } else {
+    if (message->bsrPriority() >= elected.priority()) return;
+    if (message->bsrPriority() == 0) noteEnded(elected, *message);
+    elected.priorityIs(message->bsrPriority());
+  }
+  follower.bsmIs(nullptr);
+  follower.bsmIs(message);
   loweredBsr_.noteAct();
-  expireAsBefore(*follower, *elected, *message);
 }
 
 /// The last message of a BSR, in as many fragments as it has, promises no further one: a zone that gets no
@@ -170,8 +177,8 @@ void BsmIngress::expireAsBefore(Bsr::BsrNonCandidateSm& follower, Bsr::ElectedBs
   auto at = ended_.find(elected.zone());
   if (at == ended_.end()) return;
   Ended const& ended = at->second;
-  bool isLast =
-      ended.last == MessageId(message.fragmentTag(), message.bsrAddress()) && Zet::now() < ended.lastUntil;
+  bool isLast = message.bsrPriority() == 0 && Zet::now() < ended.lastUntil &&
+                ended.last == MessageId(message.fragmentTag(), message.bsrAddress());
   if (!isLast) {
     ended_.erase(at);
     return;
@@ -195,10 +202,14 @@ void BsmIngress::refreshFromIgnored(Bsr::ElectedBsrStatus& elected, Ptr<Bootstra
   loweredBsr_.noteAct();
 }
 
-/// Few zones have a BSR, and those alone are kept.
+/// More zones than machines show that a zone has ended.
 void BsmIngress::noteEnded(Bsr::ElectedBsrStatus const& elected, BootstrapMessage const& last) {
-  std::erase_if(ended_,
-                [this](auto const& entry) { return !root_.bsrStatus()->bootstrapRouter(entry.first); });
+  if (ended_.size() > root_.candidateSmCount() + root_.nonCandidateSmCount()) {
+    std::erase_if(ended_, [this](auto const& entry) {
+      Zet::Meter::visit();
+      return !root_.bsrStatus()->bootstrapRouter(entry.first);
+    });
+  }
   ended_[elected.zone()] = {.bsr = elected.ipAddr(),
                             .last = MessageId(last.fragmentTag(), last.bsrAddress()),
                             .lastUntil = Zet::now() + Bsr::BsrCandidateSm::bsMinInterval(),

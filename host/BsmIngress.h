@@ -10,6 +10,7 @@
 #include "model/DropReason.h"
 #include "protocol/BootstrapMessageSm.h"
 #include "protocol/PimBsrSm.h"
+#include "runtime/MeteredLess.h"
 
 namespace pimbsr::host {
 
@@ -29,7 +30,7 @@ class PIMBSR_INTERNAL BsmIngress {
   /// what outweighs it, and further fragments of the zone's first No-Forward message pass as the first one
   /// did.
   void prepare(Routing::Pim::Packet::BootstrapMessage const& message);
-  /// To be called for a Bootstrap Message that the gate has dropped: nothing is changed by it.
+  /// To be called for a Bootstrap Message that the gate has dropped: the candidate compares as before.
   void handleDropped();
   /// To be called for a Bootstrap Message that the gate has accepted: a follower takes the one of its BSR
   /// that has lowered its priority, and the empty ranges are taken out that withdrawals of RPs leave which
@@ -42,13 +43,32 @@ class PIMBSR_INTERNAL BsmIngress {
  private:
   /// What fragments of one message have in common.
   using MessageId = std::pair<Zet::U16, Lanet::IpGenAddr>;  ///< fragment tag and BSR
+  /// A BSR that lowered its priority to 0; at a candidate also one that lowered it below the candidate's own,
+  /// of which nothing but its address counts.
+  struct Ended {
+    Lanet::IpGenAddr bsr;
+    MessageId last;        ///< the message that said so
+    double lastUntil = 0;  ///< when no fragment of that message comes any more
+    double expiry = 0;     ///< of the BSR, before that message
+  };
+  /// What a candidate compared with, before the message in hand.
+  struct Former {
+    Lanet::IpGenPrefix zone;
+    Lanet::IpGenAddr bsr;
+    Zet::U32 priority = 0;
+    Zet::U32 hashMaskLen = 0;
+    CorrectionSwitch* correction = nullptr;
+  };
 
   bool isFromOtherBsr(Routing::Pim::Packet::BootstrapMessage const& message) const;
   void compareWithOwn(Routing::Pim::Packet::BootstrapMessage const& message);
-  CorrectionSwitch* lowered(Routing::Pim::Packet::BootstrapMessage const& message) const;
-  CorrectionSwitch* lost(Routing::Pim::Bsr::ElectedBsrStatus const& elected) const;
+  CorrectionSwitch* correctionOfLost(Routing::Pim::Bsr::ElectedBsrStatus const& elected) const;
+  bool hasEnded(Routing::Pim::Bsr::ElectedBsrStatus const& elected) const;
   void admitFragment(Routing::Pim::Packet::BootstrapMessage const& message);
-  void followLowered(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+  void handleLowered(Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
+  void followLowered(Routing::Pim::Bsr::BsrNonCandidateSm& follower,
+                     Routing::Pim::Bsr::ElectedBsrStatus& elected,
+                     Zet::Ptr<Routing::Pim::Packet::BootstrapMessage> const& message);
   void expireAsBefore(Routing::Pim::Bsr::BsrNonCandidateSm& follower,
                       Routing::Pim::Bsr::ElectedBsrStatus& elected,
                       Routing::Pim::Packet::BootstrapMessage const& message);
@@ -64,23 +84,8 @@ class PIMBSR_INTERNAL BsmIngress {
   Routing::Pim::Bsr::BootstrapMessageSm& gate_;
   Routing::Pim::Bsr::CrpMessageSm const& crpGate_;
   Borders const& borders_;
-  std::map<Lanet::IpGenPrefix, MessageId> firstNoForward_;  ///< by zone, soon after the start
-  /// A BSR that lowered its priority to 0, or at a candidate below the candidate's own.
-  struct Ended {
-    Lanet::IpGenAddr bsr;
-    MessageId last;        ///< the message that said so
-    double lastUntil = 0;  ///< when no fragment of that message comes any more
-    double expiry = 0;     ///< of the BSR, before that message
-  };
-  std::map<Lanet::IpGenPrefix, Ended> ended_;  ///< by zone
-  /// What a candidate compared with, before the message in hand.
-  struct Former {
-    Lanet::IpGenPrefix zone;
-    Lanet::IpGenAddr bsr;
-    Zet::U32 priority = 0;
-    Zet::U32 hashMaskLen = 0;
-    CorrectionSwitch* correction = nullptr;
-  };
+  std::map<Lanet::IpGenPrefix, MessageId> firstNoForward_;       ///< by zone, soon after the start
+  std::map<Lanet::IpGenPrefix, Ended, Zet::Meter::Less> ended_;  ///< by zone
   std::optional<Former> former_;
   CorrectionSwitch& cutBySize_;
   CorrectionSwitch& electedOnly_;

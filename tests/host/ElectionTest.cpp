@@ -163,6 +163,19 @@ TEST_F(ElectionTest, ABsrThatHasEndedAndReturnsIsRenewedByEachOfItsMessages) {
   }
 }
 
+/// Its message may look like a fragment of the last one.
+TEST_F(ElectionTest, ABsrThatReturnsAtOnceIsRenewedByItsMessage) {
+  offer(ofBsr(1, 100));
+  run(100);
+  offer(ofBsr(1, 0));
+  run(5);
+  offer(ofBsr(1, 100));
+  run(129);
+  EXPECT_EQ(elected(), "10.0.0.1/100");
+  run(2);
+  EXPECT_EQ(elected(), "none");
+}
+
 // Candidates ------------------------------------------------------------------------------------------
 
 /// The candidate has priority 50, and its BSR 100 is gone or lives on.
@@ -249,6 +262,36 @@ TEST_F(ElectionTest, ACandidateFollowsALoweredBsrThatStillOutweighsIt) {
   EXPECT_EQ(elected(), "10.0.0.1/70") << "the lowered one is stronger than this";
   run(30);
   EXPECT_EQ(elected(), "10.0.0.1/70") << "it does not claim";
+}
+
+TEST_F(ElectionTest, APendingCandidateFollowsItsLostBsrThatReturnsWithALowerPriority) {
+  struct Case {
+    U8 priority;
+    char const* follows;
+  };
+  for (Case const& c : {Case{60, "10.0.0.1/60"}, Case{40, "192.0.2.9/50"}, Case{0, "192.0.2.9/50"}}) {
+    router.correctionsAre({.electedOnly = true});
+    candidateIs(50);
+    run(1);
+    offer(ofBsr(1, 100));
+    run(131);
+    offer(ofBsr(1, c.priority));
+    run(30);
+    EXPECT_EQ(elected(), c.follows);
+    router.candidateBsrDel(allGroups);
+    run(300);
+  }
+}
+
+TEST_F(ElectionTest, ACandidateWhoseBsrReturnsHasNotLostIt) {
+  router.correctionsAre({.loweredBsr = true});
+  candidateIs(50);
+  run(1);
+  for (U8 priority : {100, 0, 100}) offer(ofBsr(1, priority));
+  offer(ofBsr(2, 40));
+  ASSERT_EQ(partsOf(router).root->candidateSm(allGroups)->state(), Bsr::BsrCandidateState::pBsr);
+  offer(ofBsr(2, 60));
+  EXPECT_EQ(elected(), "10.0.0.1/100");
 }
 
 TEST_F(ElectionTest, ACandidateThatIsRaisedAboveALoweredBsrIsElected) {
