@@ -399,7 +399,7 @@ TEST_F(AgreementWatchTest, AnRpThatIsNotToStayMayBeUsedForLonger) {
   EXPECT_THAT(ending.longerThan({.lasting = 9, .ending = 0}), testing::SizeIs(1));
 }
 
-TEST_F(AgreementWatchTest, RoutersOfDifferentBsrsMayDiffer) {
+TEST_F(AgreementWatchTest, RoutersThatAreToHaveDifferentBsrsMayDiffer) {
   script.play("candidate-bsr r3 global\ncandidate-bsr r2 global priority 0\ndown l2\n");
   AgreementWatch parted(network(), Expectation(network()), groups);
   std::string const used = usedBy(2);
@@ -407,6 +407,15 @@ TEST_F(AgreementWatchTest, RoutersOfDifferentBsrsMayDiffer) {
   read->rpDel(addr(used.c_str()));
   parted.sample();
   EXPECT_THAT(parted.longerThan({}), IsEmpty());
+}
+
+/// Parts of a network that are joined have different BSRs at first.
+TEST_F(AgreementWatchTest, RoutersThatKnowDifferentBsrsMayDiffer) {
+  script.play("down l2\ncandidate-bsr r3 global\nrun 400\nup l2\n");
+  AgreementWatch joined(network(), Expectation(network()), groups);
+  ASSERT_NE(usedBy(1), usedBy(2));
+  joined.sample();
+  EXPECT_THAT(joined.longerThan({}), IsEmpty());
 }
 
 // Which RP serves a group -----------------------------------------------------------------------------
