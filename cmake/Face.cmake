@@ -14,7 +14,7 @@ set(host_face_host BsmPolicy Candidacy ConfigKey ConfigPlace ConfigTree Configur
   RouterOptions RpMap RpView Views)
 set(host_face_pim HelloOptions Port)
 set(host_face_wire Checksum Outcome Reader Wire)
-set(engine_face_host Admission)
+set(engine_face_host Admission KeptRps)
 # What machines alone exchange, and what a host without host::Router asks before the gates.
 set(engine_face_model IO Interface MessageCounters MsgStatus SourceIntf TrieGen UcastRoute)
 

@@ -9,6 +9,7 @@
 #include <crp/PimBsrTrieBuilder.h>
 #include <crp/RpCandidateSm.h>
 #include <host/Admission.h>
+#include <host/KeptRps.h>
 #include <model/MessageCounters.h>
 #include <model/Values.h>
 #include <protocol/BootstrapMessageSm.h>
@@ -21,6 +22,7 @@
 #include <runtime/NboAttrLogDemuxer.h>
 #include <runtime/Reflection.h>
 #include <runtime/Trace.h>
+#include <wire/Wire.h>
 
 #include <cstdio>
 
@@ -161,6 +163,14 @@ static U32 values() {
                static_cast<Zet::String8 (*)(Scope)>(&valueToStrep));
 }
 
+/// What a host asks between its sockets and the gates.
+static U32 wayToTheGates() {
+  using pimbsr::host::Admission;
+  return named(&pimbsr::wire::decodeMessage,
+               static_cast<pimbsr::DropReason (Admission::*)(Routing::Pim::Packet::BootstrapMessage const&)>(
+                   &Admission::validate));
+}
+
 static U32 runtime() {
   return named(&Routing::Pim::IO::clearMessageCounters, &Zet::throwRangeException,
                &Zet::throwInternalException, &Zet::throwNameInUseException, &Zet::traceHelper,
@@ -170,6 +180,6 @@ static U32 runtime() {
 int main() {
   U32 count = factories() + rootMachine() + messageGate() + nonCandidate() + candidate() +
               advertisementGate() + rpCandidate() + trieBuilders() + configMachine() + activeConfig() +
-              bsrCandidateConfig() + rpCandidateConfig() + values() + runtime();
+              bsrCandidateConfig() + rpCandidateConfig() + values() + runtime() + wayToTheGates();
   std::printf("%u functions\n", count);
 }
