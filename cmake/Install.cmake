@@ -32,7 +32,11 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/pimbsr)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/pimbsrConfig.cmake.in pimbsrConfig.cmake
   INSTALL_DESTINATION ${package_dir})
 # Before 1.0 each minor version may change the interface.
-write_basic_package_version_file(pimbsrConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+set(compatibility SameMajorVersion)
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(compatibility SameMinorVersion)
+endif()
+write_basic_package_version_file(pimbsrConfigVersion.cmake COMPATIBILITY ${compatibility})
 install(EXPORT pimbsrTargets NAMESPACE pimbsr:: DESTINATION ${package_dir} COMPONENT host)
 install(EXPORT pimbsrEngineTargets NAMESPACE pimbsr:: DESTINATION ${package_dir} COMPONENT engine)
 install(FILES ${PROJECT_BINARY_DIR}/pimbsrConfig.cmake ${PROJECT_BINARY_DIR}/pimbsrConfigVersion.cmake
