@@ -7,6 +7,7 @@ import graph
 
 FACES = "cmake/Face.cmake"
 FACE = re.compile(r"^set\(host_face_(host|pim|wire)\s([^)]*)\)", re.M)
+PARTLY = ("host", "pim", "wire")
 MACHINES = ("protocol", "crp", "config")
 
 
@@ -29,6 +30,10 @@ def reached(starts, includes):
 def check(texts):
     """Errors of the files `texts` (path to text): (path, line, text)."""
     installed = faces(texts.get(FACES, ""))
+    present = {path.split("/")[0] for path in texts}
+    for module in PARTLY:
+        if module in present and module not in installed:
+            yield FACES, 1, f"names no header of {module}/"
     includes = {}
     for path, text in texts.items():
         for edge in graph.edges(path, text):

@@ -4,8 +4,7 @@ import unittest
 
 import face
 
-FACES = "set(host_face_host Router\n  View)\nset(host_face_pim Port)\n"
-
+FACES = "set(host_face_host Router\n  View)\nset(host_face_pim Port)\nset(host_face_wire Wire)\n"
 
 MACHINES_OWN = "component host reaches crp/GateSm.h, a header of the machines"
 
@@ -31,6 +30,11 @@ class FaceTest(unittest.TestCase):
     def test_a_header_that_is_not_installed_is_found(self):
         text = "component host reaches host/Inner.h, which cmake/Face.cmake doesn't name"
         self.assertEqual([("host/Router.h", 1, text)], self.found(host_Router='#include "host/Inner.h"\n'))
+
+    def test_a_module_whose_headers_are_not_found_is_found(self):
+        for module in face.PARTLY:
+            self.assertEqual([("cmake/Face.cmake", 1, f"names no header of {module}/")],
+                             list(face.check({f"{module}/A.h": "", "cmake/Face.cmake": ""})))
 
     def test_other_headers_may_include_machines(self):
         self.assertEqual([], self.found(host_Inner='#include "protocol/RootSm.h"\n',

@@ -10,6 +10,7 @@ import graph
 import tidy
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+FACES = "set(host_face_host Router)\nset(host_face_pim Port)\nset(host_face_wire Wire)\n"
 
 
 def lines(count, line="x();\n"):
@@ -20,7 +21,7 @@ class TidyTest(unittest.TestCase):
     def errors(self, files, executable=()):
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder)
-            for name, content in files.items():
+            for name, content in {"cmake/Face.cmake": FACES, **files}.items():
                 file = root / name
                 file.parent.mkdir(parents=True, exist_ok=True)
                 file.write_bytes(content if isinstance(content, bytes) else content.encode())
