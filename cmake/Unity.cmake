@@ -1,5 +1,5 @@
-# Several sources in one compilation, so that the headers which they share are parsed once: half the time of a
-# whole build, with and without sanitizers.
+# Several sources in one compilation, so that the headers which they share are parsed once: 60 % of the
+# time of a whole build, with and without sanitizers.
 option(PIMBSR_UNITY "Compile several sources at once" OFF)
 
 # Sources whose names of their own file would meet those of another: they are compiled alone, as are the tests
