@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prints for each module the lines and branches that tests reached, from the counts of gcov, and compares
-what is not reached with the list of docs/coverage.md: fails if the list lacks a line or branch, or has one
-that is reached.
+both with docs/coverage.md: fails if its list lacks a line or branch that is not reached or has one that is,
+or if its table has other shares.
 
 Usage: coverage-modules.py [--sums] [--least PERCENT] ROOT BUILD MODULE...
 
@@ -254,22 +254,38 @@ def read(root, build, modules):
     return sources
 
 
-def share(reached, all_):
-    return f"{reached:6}/{all_:<6}{100 * reached / max(all_, 1):6.1f} %"
+class Share:
+    """How many of some lines or branches are reached."""
+
+    def __init__(self, reached):
+        self.reached, self.all = sum(reached), len(reached)
+        self.percent = f"{100 * self.reached / max(self.all, 1):.1f} %"
+
+    def __str__(self):
+        return f"{self.reached:6}/{self.all:<6}{self.percent:>8}"
 
 
-def print_sums(sources, modules, least):
-    """Prints a row for each module; returns whether so many percent of the branches of each are reached."""
-    enough = True
-    print(f"{'module':12}{'lines':^22}{'branches':^22}")
+def sums(sources, modules):
+    """The shares of lines and of branches that are reached, by module."""
+    found = {}
     for module in modules:
         lines, branches = [], []
         for path, source in sources.items():
             if path.split("/")[0] == module:
                 lines += [count > 0 for line, count in source.lines.items() if source.has_code(line)]
                 branches += [taken for _, taken in source.all_branches()]
-        print(f"{module:12}{share(sum(lines), len(lines))} {share(sum(branches), len(branches))}")
-        enough = enough and 100 * sum(branches) >= least * len(branches)
+        found[module] = (Share(lines), Share(branches))
+    return found
+
+
+def print_sums(found, least):
+    """Prints a row for each module; returns whether so many percent of the branches of each are reached."""
+    print(f"{'module':12}{'lines':^22}{'branches':^22}")
+    for module, (lines, branches) in found.items():
+        print(f"{module:12}{lines} {branches}")
+    enough = all(100 * branches.reached >= least * branches.all for _, branches in found.values())
+    if not enough:
+        print(f"a module has less than {least:g} % of its branches reached")
     return enough
 
 
@@ -280,11 +296,21 @@ def listed(page, modules):
                                if line.split("/")[0] in modules)
 
 
-def is_as_listed(root, sources, modules):
+def is_as_shown(page, found):
+    """Whether the table of the page has the shares that were found."""
+    shown = {row[0]: row[1:] for row in re.findall(r"^\| `(\w+)` \| (.*?) \| (.*?) \|$", page, re.M)}
+    same = True
+    for module, shares in found.items():
+        if shown.get(module) != tuple(share.percent for share in shares):
+            print(f"not the row of {PAGE}: | `{module}` | {shares[0].percent} | {shares[1].percent} |")
+            same = False
+    return same
+
+
+def is_as_listed(page, sources, modules):
     found = collections.Counter(f"{path}: {text}" for path, source in sorted(sources.items())
                                 for text in source.missing())
-    page = root / PAGE
-    known = listed(page.read_text(encoding="utf-8") if page.exists() else "", modules)
+    known = listed(page, modules)
     for line in (found - known).elements():
         print(f"not reached, and not in {PAGE}: {line}")
     for line in (known - found).elements():
@@ -303,10 +329,12 @@ def main():
     arguments = parser.parse_args()
     root = arguments.root.resolve()
     sources = read(root, arguments.build, arguments.modules)
-    enough = print_sums(sources, arguments.modules, arguments.least)
-    if not enough:
-        print(f"a module has less than {arguments.least:g} % of its branches reached")
-    return (arguments.sums or is_as_listed(root, sources, arguments.modules)) and enough
+    found = sums(sources, arguments.modules)
+    passes = [print_sums(found, arguments.least)]
+    if not arguments.sums:
+        page = (root / PAGE).read_text(encoding="utf-8")
+        passes += [is_as_listed(page, sources, arguments.modules), is_as_shown(page, found)]
+    return all(passes)
 
 
 if __name__ == "__main__":

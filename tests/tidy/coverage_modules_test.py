@@ -83,11 +83,13 @@ class CoverageModulesTest(unittest.TestCase):
         command = [sys.executable, "-B", SCRIPT, *options, self.root, self.root, "m"]
         return subprocess.run(command, capture_output=True, text=True, check=False)
 
-    def list_is(self, lines):
-        text = "# Coverage\n\n```text\n" + "\n".join([*lines, "other/x.cpp: line: return;"]) + "\n```\n"
+    def list_is(self, lines, row="| `m` | 87.0 % | 57.1 % |"):
+        listed = "\n".join([*lines, "other/x.cpp: line: return;"])
+        text = f"# Coverage\n\n{row}\n\n```text\n{listed}\n```\n"
         (self.root / "docs/coverage.md").write_text(text, encoding="utf-8")
 
     def test_what_is_not_reached_is_in_the_list_or_an_error(self):
+        self.list_is([])
         done = self.run_script()
         self.assertEqual(done.returncode, 1, done.stderr)
         found = re.findall(r"^not reached, and not in docs/coverage.md: (.*)$", done.stdout, re.M)
@@ -100,6 +102,13 @@ class CoverageModulesTest(unittest.TestCase):
         done = self.run_script()
         self.assertEqual(done.returncode, 1)
         self.assertIn("in docs/coverage.md, and reached: m/main.cpp: line: return text + end;", done.stdout)
+
+    def test_other_shares_than_those_shown_are_an_error(self):
+        for row in ("| `m` | 87.0 % | 57.2 % |", "| `m` | 86.9 % | 57.1 % |", ""):
+            self.list_is(MISSING, row)
+            done = self.run_script()
+            self.assertEqual(done.returncode, 1)
+            self.assertIn("not the row of docs/coverage.md: | `m` | 87.0 % | 57.1 % |\n", done.stdout)
 
     def test_sums_are_printed_by_module(self):
         done = self.run_script("--sums")
