@@ -55,7 +55,7 @@ struct Start {
 
 struct Event {
   char const* name;
-  char const* attribute;  ///< whose handler runs
+  char const* handler;  ///< that runs
   void (*happen)(AdvertiserTable& test);
 };
 
@@ -89,26 +89,26 @@ Start const starts[] = {
 };
 
 Event const events[] = {
-    {"a BSR is elected in the zone", "changedRoute",
+    {"a BSR is elected in the zone", "handleBsr",
      [](AdvertiserTable& test) { test.engine.electOther(globalZone, bsr); }},
-    {"a BSR is elected in a zone within", "changedRoute",
+    {"a BSR is elected in a zone within", "handleBsr",
      [](AdvertiserTable& test) { test.engine.electOther(orgZone, bsr); }},
-    {"another BSR is elected", "changedRoute",
+    {"another BSR is elected", "handleBsr",
      [](AdvertiserTable& test) { test.engine.electOther(globalZone, "10.0.0.10"); }},
-    {"the BSR expires", "changedRoute",
+    {"the BSR expires", "handleBsr",
      [](AdvertiserTable& test) { test.engine.status->bootstrapRouterDel(prefix(globalZone)); }},
-    {"the timer expires", "time",
+    {"the timer expires", "handleCrpAdvTimerExpiry",
      [](AdvertiserTable& test) {
        test.engine.advertiser(us)->zetCrpAdvTimer()->timeMinIs(Zet::now() + 1);
        test.engine.runTo(test.engine.elapsed() + 1);
      }},
-    {"C_RP_Adv_Period shortened to 5 s", "interval",
+    {"C_RP_Adv_Period shortened to 5 s", "handleInterval",
      [](AdvertiserTable& test) { test.engine.addCrp(us, 5); }},
-    {"C_RP_Adv_Period lengthened to 200 s", "interval",
+    {"C_RP_Adv_Period lengthened to 200 s", "handleInterval",
      [](AdvertiserTable& test) { test.engine.addCrp(us, 200); }},
-    {"a group range is added", "priority",
+    {"a group range is added", "handlePriority",
      [](AdvertiserTable& test) { test.engine.addRange(us, "225.0.0.0/8"); }},
-    {"the only range gets another priority", "priority",
+    {"the only range gets another priority", "handlePriority",
      [](AdvertiserTable& test) { test.engine.addRange(us, globalZone, 20); }},
     {"the only range is removed", "", [](AdvertiserTable& test) { test.engine.delRange(us, globalZone); }},
 };
@@ -132,10 +132,10 @@ TEST(StateTableTest, ACandidateRpReactsInEachStateToEachEventAsItsTableSays) {
 }
 
 TEST(StateTableTest, EachDeclaredReactionOfACandidateRpIsAnEvent) {
-  std::set<std::string> attributes;
-  for (Event const& event : events) attributes.insert(event.attribute);
-  attributes.erase("");
-  EXPECT_EQ(attributes, declaredReactions("crp/RpCandidateSm.zet"));
+  std::set<std::string> handlers;
+  for (Event const& event : events) handlers.insert(event.handler);
+  handlers.erase("");
+  EXPECT_EQ(handlers, declaredHandlers("crp/RpCandidateSm.zet"));
 }
 
 TEST(StateTableTest, EachStateOfACandidateRpIsAStart) {

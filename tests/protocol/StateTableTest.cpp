@@ -30,11 +30,11 @@ struct Start {
   void (*lead)(Test& test);
 };
 
-/// An event, and the attribute whose handler it runs; empty for one from outside the machine.
+/// An event, and the handler that it runs; empty for one from outside the machine.
 template <class Test>
 struct Event {
   char const* name;
-  char const* attribute;
+  char const* handler;
   void (*happen)(Test& test);
 };
 
@@ -166,40 +166,44 @@ Start<CandidateTable> const candidateStarts[] = {
 };
 
 Event<CandidateTable> const candidateEvents[] = {
-    {"preferred message of the known BSR", "bsm",
+    {"preferred message of the known BSR", "handleBsm",
      [](CandidateTable& test) { test.hear(ofKnownBsr(test, true)); }},
-    {"preferred message of the known BSR, No-Forward", "bsm",
+    {"preferred message of the known BSR, No-Forward", "handleBsm",
      [](CandidateTable& test) { test.hear(with(ofKnownBsr(test, true), false)); }},
-    {"preferred message of another BSR", "bsm", [](CandidateTable& test) { test.hear(highest); }},
-    {"preferred message of another BSR, No-Forward", "bsm",
+    {"preferred message of another BSR", "handleBsm", [](CandidateTable& test) { test.hear(highest); }},
+    {"preferred message of another BSR, No-Forward", "handleBsm",
      [](CandidateTable& test) { test.hear(with(highest, false)); }},
-    {"non-preferred message of the known BSR", "bsm",
+    {"non-preferred message of the known BSR", "handleBsm",
      [](CandidateTable& test) { test.hear(ofKnownBsr(test, false)); }},
-    {"non-preferred message of the known BSR, No-Forward", "bsm",
+    {"non-preferred message of the known BSR, No-Forward", "handleBsm",
      [](CandidateTable& test) { test.hear(with(ofKnownBsr(test, false), false)); }},
-    {"non-preferred message of another BSR", "bsm", [](CandidateTable& test) { test.hear(inferior()); }},
-    {"non-preferred message of another BSR, No-Forward", "bsm",
+    {"non-preferred message of another BSR", "handleBsm",
+     [](CandidateTable& test) { test.hear(inferior()); }},
+    {"non-preferred message of another BSR, No-Forward", "handleBsm",
      [](CandidateTable& test) { test.hear(with(inferior(), false)); }},
-    {"Bootstrap Timer expires", "time",
+    {"Bootstrap Timer expires", "handleBsrTimerExpiry",
      [](CandidateTable& test) { expire(test.engine, test.machine()->zetBsTimer()); }},
-    {"BS_Timeout shortened to 100 s", "bsTimeout",
+    {"BS_Timeout shortened to 100 s", "handleBsTimeout",
      [](CandidateTable& test) { test.engine.status->bsTimeoutIs(100); }},
-    {"BS_Timeout shortened to 50 s, below BS_Period", "bsTimeout",
+    {"BS_Timeout shortened to 50 s, below BS_Period", "handleBsTimeout",
      [](CandidateTable& test) { test.engine.status->bsTimeoutIs(50); }},
-    {"BS_Timeout lengthened to 200 s", "bsTimeout",
+    {"BS_Timeout lengthened to 200 s", "handleBsTimeout",
      [](CandidateTable& test) { test.engine.status->bsTimeoutIs(200); }},
-    {"candidate's elected is set", "elected",
+    {"candidate's elected is set", "handleElected",
      [](CandidateTable& test) { test.candidate()->electedIs(true); }},
-    {"candidate's elected is cleared", "elected",
+    {"candidate's elected is cleared", "handleElected",
      [](CandidateTable& test) { test.candidate()->electedIs(false); }},
-    {"priority raised to 30", "priority", [](CandidateTable& test) { test.candidate()->priorityIs(30); }},
-    {"priority lowered to 5", "priority", [](CandidateTable& test) { test.candidate()->priorityIs(5); }},
-    {"hash mask length changed", "hashMaskLen",
+    {"priority raised to 30", "handlePriority",
+     [](CandidateTable& test) { test.candidate()->priorityIs(30); }},
+    {"priority lowered to 5", "handlePriority",
+     [](CandidateTable& test) { test.candidate()->priorityIs(5); }},
+    {"hash mask length changed", "handleHashMaskLen",
      [](CandidateTable& test) { test.candidate()->hashMaskLenIs(20); }},
-    {"BS_Period shortened to 2 s", "bsPeriod", [](CandidateTable& test) { test.candidate()->bsPeriodIs(2); }},
-    {"BS_Period lengthened to 200 s", "bsPeriod",
+    {"BS_Period shortened to 2 s", "handleBsPeriod",
+     [](CandidateTable& test) { test.candidate()->bsPeriodIs(2); }},
+    {"BS_Period lengthened to 200 s", "handleBsPeriod",
      [](CandidateTable& test) { test.candidate()->bsPeriodIs(200); }},
-    {"address set or changed to 10.0.0.7", "address",
+    {"address set or changed to 10.0.0.7", "handleIpChange",
      [](CandidateTable& test) { test.candidate()->addressIs(addr("10.0.0.7")); }},
     {"the candidacy ends", "", [](CandidateTable& test) { test.engine.status->cbsrDel(prefix(globalZone)); }},
 };
@@ -287,26 +291,30 @@ void beginCandidacy(FollowerTable& test) {
 }
 
 Event<FollowerTable> const followerEvents[] = {
-    {"message of 10.0.0.5", "bsm", [](FollowerTable& test) { test.hear(known); }},
-    {"message of 10.0.0.5, No-Forward", "bsm", [](FollowerTable& test) { test.hear(with(known, false)); }},
-    {"message of 10.0.0.5 with its priority lowered to 5", "bsm",
+    {"message of 10.0.0.5", "handleBsm", [](FollowerTable& test) { test.hear(known); }},
+    {"message of 10.0.0.5, No-Forward", "handleBsm",
+     [](FollowerTable& test) { test.hear(with(known, false)); }},
+    {"message of 10.0.0.5 with its priority lowered to 5", "handleBsm",
      [](FollowerTable& test) { test.hear(lowered); }},
-    {"message of 10.0.0.5 with its priority lowered to 5, No-Forward", "bsm",
+    {"message of 10.0.0.5 with its priority lowered to 5, No-Forward", "handleBsm",
      [](FollowerTable& test) { test.hear(with(lowered, false)); }},
-    {"message of a preferred BSR", "bsm", [](FollowerTable& test) { test.hear(superior()); }},
-    {"message of a preferred BSR, No-Forward", "bsm",
+    {"message of a preferred BSR", "handleBsm", [](FollowerTable& test) { test.hear(superior()); }},
+    {"message of a preferred BSR, No-Forward", "handleBsm",
      [](FollowerTable& test) { test.hear(with(superior(), false)); }},
-    {"message of a non-preferred BSR", "bsm", [](FollowerTable& test) { test.hear(inferior()); }},
-    {"message of a non-preferred BSR, No-Forward", "bsm",
+    {"message of a non-preferred BSR", "handleBsm", [](FollowerTable& test) { test.hear(inferior()); }},
+    {"message of a non-preferred BSR, No-Forward", "handleBsm",
      [](FollowerTable& test) { test.hear(with(inferior(), false)); }},
-    {"Bootstrap Timer expires", "time",
+    {"Bootstrap Timer expires", "handleBsrTimerExpiry",
      [](FollowerTable& test) { expire(test.engine, test.machine()->zetBsTimer()); }},
-    {"Scope Zone Timer expires", "time",
+    {"Scope Zone Timer expires", "handleSzTimerExpiry",
      [](FollowerTable& test) { expire(test.engine, test.machine()->zetSzTimer()); }},
-    {"BS_Timeout shortened to 50 s", "bsTimeout", [](FollowerTable& test) { changeBsTimeout(test, 50); }},
-    {"BS_Timeout lengthened to 200 s", "bsTimeout", [](FollowerTable& test) { changeBsTimeout(test, 200); }},
-    {"SZ_Timeout shortened to 300 s", "szTimeout", [](FollowerTable& test) { changeSzTimeout(test, 300); }},
-    {"SZ_Timeout lengthened to 2000 s", "szTimeout",
+    {"BS_Timeout shortened to 50 s", "handleBsTimeout",
+     [](FollowerTable& test) { changeBsTimeout(test, 50); }},
+    {"BS_Timeout lengthened to 200 s", "handleBsTimeout",
+     [](FollowerTable& test) { changeBsTimeout(test, 200); }},
+    {"SZ_Timeout shortened to 300 s", "handleSzTimeout",
+     [](FollowerTable& test) { changeSzTimeout(test, 300); }},
+    {"SZ_Timeout lengthened to 2000 s", "handleSzTimeout",
      [](FollowerTable& test) { changeSzTimeout(test, 2000); }},
     {"a candidacy of the zone begins", "", beginCandidacy},
 };
@@ -338,9 +346,9 @@ TEST(StateTableTest, ARouterThatIsNoCandidateReactsInEachStateToEachEventAsItsTa
 // The tables are complete -----------------------------------------------------------------------------
 
 template <class Events>
-std::set<std::string> attributesOf(Events const& events) {
+std::set<std::string> handlersOf(Events const& events) {
   std::set<std::string> found;
-  for (auto const& event : events) found.insert(event.attribute);
+  for (auto const& event : events) found.insert(event.handler);
   found.erase("");
   return found;
 }
@@ -352,8 +360,8 @@ bool hasStart(Starts const& starts, std::string const& state) {
 }
 
 TEST(StateTableTest, EachDeclaredReactionIsAnEvent) {
-  EXPECT_EQ(attributesOf(candidateEvents), declaredReactions("protocol/BsrCandidateSm.zet"));
-  EXPECT_EQ(attributesOf(followerEvents), declaredReactions("protocol/BsrNonCandidateSm.zet"));
+  EXPECT_EQ(handlersOf(candidateEvents), declaredHandlers("protocol/BsrCandidateSm.zet"));
+  EXPECT_EQ(handlersOf(followerEvents), declaredHandlers("protocol/BsrNonCandidateSm.zet"));
 }
 
 TEST(StateTableTest, EachStateIsAStart) {

@@ -42,14 +42,13 @@ void expectSection(std::string const& heading, std::vector<StateRow> const& rows
       << "read the difference; PIMBSR_REWRITE=1 in the environment takes it over";
 }
 
-std::set<std::string> declaredReactions(std::string const& path) {
+std::set<std::string> declaredHandlers(std::string const& path) {
   std::string text = read(PIMBSR_SOURCE_DIR "/" + path);
   std::set<std::string> found;
-  std::regex const reaction(R"((?:on (\w+) runs \w+)|(?:^  \w+ (\w+) : [^"\n]* runs \w+))",
+  std::regex const reaction(R"((?:on \w+|^  \w+ \w+ : [^"\n]*) runs (\w+))",
                             std::regex::ECMAScript | std::regex::multiline);
-  for (std::sregex_iterator at(text.begin(), text.end(), reaction), none; at != none; ++at) {
-    found.insert((*at)[1].matched ? (*at)[1] : (*at)[2]);
-  }
+  for (std::sregex_iterator at(text.begin(), text.end(), reaction), none; at != none; ++at)
+    found.insert((*at)[1]);
   return found;
 }
 

@@ -20,9 +20,9 @@ struct StateRow {
 /// error.
 void expectSection(std::string const& heading, std::vector<StateRow> const& rows);
 
-/// The attributes on which the declaration of a machine, such as "protocol/BsrCandidateSm.zet", runs a
-/// handler: "on NAME runs" of what it watches, and "runs" of its own attributes.
-std::set<std::string> declaredReactions(std::string const& path);
+/// The handlers that the declaration of a machine, such as "protocol/BsrCandidateSm.zet", runs: "on NAME runs
+/// HANDLER" of what it watches, and "runs HANDLER" of its own attributes.
+std::set<std::string> declaredHandlers(std::string const& path);
 
 /// What differs between two descriptions of the same parts, as "name value" of the later one.
 using Description = std::vector<std::pair<std::string, std::string>>;
