@@ -13,7 +13,9 @@ class ActivitySm;
 
 /// Stable number of an attribute within its class; -1 means all attributes.
 using AttributeId = S32;
+/// Stands for all attributes of an object.
 inline constexpr AttributeId allAttributes = -1;
+/// Stands for no attribute; 0 is a number like others.
 inline constexpr AttributeId noAttribute = std::numeric_limits<AttributeId>::min();
 
 /// The context on which a reactor runs. Every machine is given one; all machines of one router share it.

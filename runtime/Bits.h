@@ -27,9 +27,13 @@ constexpr U32 mixHash(U32 x) {
 /// The bit-reversed hash by which a HashMap orders its members. Types of other modules have theirs beside
 /// them, found by argument-dependent lookup.
 constexpr U32 rhash(U32 key) { return bitReverse(key); }
+/// That of a 16-bit number, equal to that of the same number in 32 bits.
 constexpr U32 rhash(U16 key) { return bitReverse(key); }
+/// That of an 8-bit number, equal to that of the same number in 32 bits.
 constexpr U32 rhash(U8 key) { return bitReverse(key); }
+/// That of a string, from its bytes alone.
 inline U32 rhash(String8 const& key) { return bitReverse(key.hash()); }
+/// That of a name, equal to that of the same string.
 inline U32 rhash(Name const& key) { return bitReverse(key.hash()); }
 
 }  // namespace Zet

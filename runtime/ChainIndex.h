@@ -13,7 +13,8 @@ class PIMBSR_API ChainIndex {
  public:
   /// A place in the order: that of a hash and a key.
   struct Place {
-    U32 hash;
+    U32 hash;  ///< that of the key, bit-reversed
+    /// Of the members' key type; only isBefore looks at it, and it may be null where isBefore doesn't.
     void const* key;
     /// Whether a member with this hash comes before the key.
     bool (*isBefore)(void const* member, void const* key);
@@ -31,10 +32,13 @@ class PIMBSR_API ChainIndex {
   ChainIndex(ChainIndex const&) = delete;
   ChainIndex& operator=(ChainIndex const&) = delete;
 
+  /// Number of members.
   U32 size() const { return size_; }
-  /// The first and the last member; not for an empty index.
+  /// The first member; not for an empty index.
   void* first() const;
+  /// The last member; not for an empty index.
   void* last() const;
+  /// The members on both sides of a place, whether a member is at it or not.
   Neighbors find(Place const& place) const;
 
   /// Adds a member that comes after all others.

@@ -27,7 +27,9 @@ class LinkQueue {
   };
 
  public:
+  /// Whether it has no members.
   bool empty() const { return members_.empty(); }
+  /// Number of members.
   U32 size() const { return static_cast<U32>(members_.size()); }
 
   /// Appends and returns the key given.
@@ -45,6 +47,7 @@ class LinkQueue {
       members_.insert(at, {key, member});
     }
   }
+  /// The member with that key; null if there is none.
   Ptr<T> member(U32 key) const {
     auto at = const_cast<LinkQueue*>(this)->place(key);
     return at != members_.end() && at->key == key ? at->member : Ptr<T>();
@@ -58,17 +61,21 @@ class LinkQueue {
     members_.erase(at);
     return true;
   }
+  /// Removes all members; the next key that enq() gives is 0.
   void clear() { members_.clear(); }
 
   /// A walk in order of the keys that holds its present member as a bookmark: members may be enqueued or
   /// removed meanwhile. The queue itself must outlive it.
   class Iterator {
    public:
+    /// Begins at the member with the lowest key; at the end for an empty queue.
     explicit Iterator(LinkQueue const* queue) : queue_(queue) { moveTo(queue->members_.begin()); }
     explicit operator bool() const { return static_cast<bool>(at_.member); }
     T* operator->() const { return at_.member.ptr(); }
     T& operator*() const { return *at_.member; }
+    /// The present member; null at the end.
     Ptr<T> const& ptr() const { return at_.member; }
+    /// The present member's key; 0 at the end.
     U32 key() const { return at_.key; }
     Iterator& operator++() {
       moveTo(std::upper_bound(queue_->members_.begin(), queue_->members_.end(), at_.key,
@@ -84,6 +91,7 @@ class LinkQueue {
     LinkQueue const* queue_;
     Member at_;
   };
+  /// A walk from the lowest key on.
   Iterator iterator() const { return Iterator(this); }
 
  private:

@@ -13,14 +13,14 @@ class LogHandle;
 
 /// One line of trace as it leaves the engine.
 struct TraceLine {
-  char const* handle;     ///< name of the TraceHandle
-  char const* traceName;  ///< kind of trace, "entry" or "trace"
-  int level;              ///< 0 to 9
-  bool coverage;          ///< built for coverageStream_ alone, the handle's level being off
-  char const* function;   ///< where it was written
-  int line;
+  char const* handle;       ///< name of the TraceHandle
+  char const* traceName;    ///< kind of trace, "entry" or "trace"
+  int level;                ///< 0 to 9
+  bool coverage;            ///< built for coverageStream_ alone, the handle's level being off
+  char const* function;     ///< where it was written
+  int line;                 ///< line of the source file
   char const* sourceBlock;  ///< the machine that wrote it
-  std::string text;
+  std::string text;         ///< without a line end
 };
 
 /// What surrounds one router: its clock, its RNG, and where its trace and log lines go. A host derives
@@ -45,6 +45,7 @@ class PIMBSR_API Context {
 
   /// The engine's RNG: a number from 0 to RAND_MAX. By default the C library's sequence.
   virtual int rand();
+  /// Seeds rand(). By default it seeds the C library's sequence, which the whole process shares.
   virtual void srand(unsigned seed);
 
   /// Takes a line of trace; by default it is written to the standard error stream.
@@ -58,6 +59,7 @@ class PIMBSR_API Context {
   /// Number of exceptions that were caught from notifiees since the start. A rise shows a value that a setter
   /// rejected after it was stored, or a bug.
   U64 notificationExceptions() const { return notificationExceptions_; }
+  /// Counts one more; the runtime does it for each exception that it catches.
   void notificationExceptionsInc() { ++notificationExceptions_; }
 
   /// The context of this thread; a plain one of its own until a Scope enters another.
@@ -66,6 +68,8 @@ class PIMBSR_API Context {
   /// Makes a context current for as long as the scope exists.
   class PIMBSR_API Scope {
    public:
+    /// Makes `context`, which must outlive the scope, current on this thread. The end of the scope puts the
+    /// former one back, so scopes must nest.
     explicit Scope(Context& context);
     ~Scope();
     Scope(Scope const&) = delete;

@@ -11,12 +11,14 @@ class PIMBSR_API Entity : public Notifier {
   /// The name given at construction; the text of its key for a keyed entity without one; else empty.
   virtual Name name() const { return Name(); }
 
+  /// Number of the attribute isNondestructing.
   enum : AttributeId { attrIsNondestructing = -2 };
   /// The descriptor of what every entity has.
   static ZetType const& _fwkType();
 
-  /// Carried for management; nothing here reads it, and a change isn't notified.
+  /// Carried for management, false at first; nothing here reads it.
   bool isNondestructing() const { return isNondestructing_; }
+  /// A change isn't notified.
   void isNondestructingIs(bool on) { isNondestructing_ = on; }
 
  protected:

@@ -17,10 +17,10 @@ class GenericIfOf;
 
 /// The texts of an enumeration that numbers its names from 0.
 struct EnumText {
-  char const* typeName;  ///< bare name of the type
-  std::span<char const* const> names;
-  char const* space;     ///< the namespaces around it, without :: at the end
-  char const* sentence;  ///< what it says
+  char const* typeName;                ///< bare name of the type
+  std::span<char const* const> names;  ///< by number
+  char const* space;                   ///< the namespaces around it, without :: at the end
+  char const* sentence;                ///< what it says
 };
 
 /// The descriptor of an enumeration: its names as constant attributes. `text` must live as long as the
@@ -30,9 +30,9 @@ PIMBSR_API ZetType const& enumType(EnumText const& text);
 /// The name of `number`, or "Type(number)" if it has none.
 PIMBSR_API String8 enumStringValue(EnumText const& text, U32 number);
 
-/// The number itself or that of the name; raises RangeException with the bare name of the type if there is
-/// none.
+/// The number itself; raises RangeException with the bare name of the type if no name has it.
 PIMBSR_API U32 enumInstance(EnumText const& text, U32 number);
+/// The number of a name, whose case counts; raises the same if there is none.
 PIMBSR_API U32 enumInstance(EnumText const& text, String8 const& name);
 
 /// An enumeration whose texts were declared by ZET_ENUM_TEXT.

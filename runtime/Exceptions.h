@@ -11,7 +11,9 @@ namespace Zet {
 /// Base of everything that the model raises. what() is the literal text of the failure.
 class PIMBSR_API Exception : public std::exception {
  public:
+  /// Copies the text.
   explicit Exception(std::string_view text) : text_(text) {}
+  /// The text; good while the exception lives.
   char const* what() const noexcept override { return text_.c_str(); }
 
  private:
@@ -58,14 +60,22 @@ class PIMBSR_API OpNotSupportedException : public Exception {
   using Exception::Exception;
 };
 
+/// Raises RangeException with that text.
 [[noreturn]] PIMBSR_API void throwRangeException(std::string_view text);
+/// Raises InternalException with that text.
 [[noreturn]] PIMBSR_API void throwInternalException(std::string_view text);
+/// Raises NameInUseException with that text.
 [[noreturn]] PIMBSR_API void throwNameInUseException(std::string_view text);
+/// Raises TypeException that an object isn't of the expected type, given by its name.
 [[noreturn]] PIMBSR_API void throwTypeException(std::string_view expected);
+/// Raises UnknownArgException with what is wrong about an argument.
 [[noreturn]] PIMBSR_API void throwUnknownArgException(std::string_view argument);
+/// Raises UnknownAttrException with an attribute's name, or its number as text.
 [[noreturn]] PIMBSR_API void throwUnknownAttrException(std::string_view attribute);
+/// Raises BadIndexAttrException that the attribute, given by its name, takes no index.
 [[noreturn]] PIMBSR_API void throwBadIndexAttrException(std::string_view attribute);
-/// `isConst` says that the object is constant; else the attribute's kind doesn't support the operation.
+/// Raises OpNotSupportedException. `isConst` says that the object is constant; else the attribute's kind
+/// doesn't support the operation.
 [[noreturn]] PIMBSR_API void throwOpNotSupportedException(std::string_view attribute, std::string_view op,
                                                           bool isConst);
 

@@ -21,13 +21,14 @@ class HashMap;
 template <class K, class Base>
 class Keyed : public Base {
  public:
-  using Key = K;
-  using ZetBase = Base;
+  using Key = K;         ///< type of the key
+  using ZetBase = Base;  ///< what the object is besides
 
   /// The key, fixed for the object's life.
   K const& fwkKey() const { return zetKey_; }
 
  protected:
+  /// Fixes the key; the other arguments go to Base. The object is in no map yet.
   template <class... Args>
   explicit Keyed(K const& key, Args&&... args)
       : Base(std::forward<Args>(args)...), zetNext_(this), zetHash_(rhash(key)), zetKey_(key) {}
@@ -62,7 +63,9 @@ class HashMap {
   HashMap& operator=(HashMap const&) = delete;
   ~HashMap() { clear(); }
 
+  /// Number of members.
   U32 size() const { return size_; }
+  /// Whether it has no members.
   bool empty() const { return size_ == 0; }
 
   /// The member with that key, or null. It stays the map's; hold it by Ptr over anything that may remove it.
@@ -137,11 +140,14 @@ class HashMap {
   class Iterator {
    public:
     Iterator() = default;
+    /// Begins at a member of the map; null is the end.
     Iterator(HashMap const* map, V* at) : map_(map), at_(at) {}
     explicit operator bool() const { return static_cast<bool>(at_); }
     V* operator->() const { return at_.ptr(); }
     V& operator*() const { return *at_; }
+    /// The present member; null at the end.
     Ptr<V> const& ptr() const { return at_; }
+    /// The present member's key; not to be asked at the end.
     K const& key() const { return at_->fwkKey(); }
     Iterator& operator++() {
       at_ = Ptr<V>(map_->after(at_.ptr()));
@@ -153,7 +159,9 @@ class HashMap {
     Ptr<V> at_;
   };
 
+  /// A walk over all members.
   Iterator iterator() const { return Iterator(this, first()); }
+  /// A walk from the place of `key` on, whether a member has that key or not.
   Iterator iteratorFrom(K const& key) const { return Iterator(this, firstNotBefore(key)); }
 
  private:
@@ -447,10 +455,12 @@ class HashMap {
 template <class V, class K>
 class ValueMember final : public Keyed<K, PtrInterface> {
  public:
+  /// Copies key and value.
   ValueMember(K const& key, V const& v) : Keyed<K, PtrInterface>(key), value(v) {}
-  V value;
+  V value;  ///< may be changed in place
 };
 
+/// A collection of plain values V by key K.
 template <class V, class K>
 using ValueMap = HashMap<ValueMember<V, K>, K>;
 

@@ -10,8 +10,8 @@ namespace Zet {
 /// Link of an object that is in at most one ListRaw.
 template <class T>
 struct ListRawLink {
-  T* next = nullptr;
-  T* previous = nullptr;
+  T* next = nullptr;      ///< null in the last entry
+  T* previous = nullptr;  ///< in the first entry it is the last one; null outside of a list
 };
 
 /// Plain list of the notifiees of one notifier, in order of insertion. It holds no references, one pointer is
@@ -23,7 +23,9 @@ class ListRaw {
   ListRaw(ListRaw const&) = delete;
   ListRaw& operator=(ListRaw const&) = delete;
 
+  /// Whether it has no entries.
   bool empty() const { return head_ == nullptr; }
+  /// The first entry; null when empty.
   T* front() const { return head_; }
   /// The entry after `entry`, null after the last.
   T* after(T const* entry) const {
@@ -37,6 +39,7 @@ class ListRaw {
     return n;
   }
 
+  /// Appends an entry, which must be in no list.
   void insert(T* entry) {
     ListRawLink<T>& link = *entry;
     link.next = nullptr;
@@ -51,6 +54,7 @@ class ListRaw {
     linkOf(head_).previous = entry;
   }
 
+  /// Removes an entry, which must be in this list.
   void remove(T* entry) {
     ListRawLink<T>& link = *entry;
     T* next = link.next;
@@ -75,9 +79,11 @@ class ListRaw {
 template <class L>
 class SnapshotIterator;
 
+/// The walk over a ListRaw.
 template <class T>
 class SnapshotIterator<ListRaw<T>> {
  public:
+  /// Copies the list and begins at its first entry.
   explicit SnapshotIterator(ListRaw<T> const& list) {
     for (T* at = list.front(); at != nullptr; at = list.after(at)) add(at);
   }

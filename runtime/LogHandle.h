@@ -7,14 +7,14 @@ namespace Zet {
 
 /// Severity of a log message, by the numbers of RFC 5424: lower is more severe.
 enum class LogSeverity : U8 {
-  emergency = 0,
-  alert = 1,
-  critical = 2,
-  error = 3,
-  warning = 4,
-  notice = 5,
-  informational = 6,
-  debug = 7
+  emergency = 0,      ///< nothing works any more
+  alert = 1,          ///< an operator must act at once
+  critical = 2,       ///< a main function has failed
+  error = 3,          ///< an operation has failed
+  warning = 4,        ///< an error may follow
+  notice = 5,         ///< normal, but rare
+  informational = 6,  ///< normal
+  debug = 7           ///< of use to a developer alone
 };
 
 /// One message of the system log, made once at start and of static life.
@@ -36,13 +36,21 @@ class PIMBSR_API LogHandle {
   LogHandle(LogHandle const&) = delete;
   LogHandle& operator=(LogHandle const&) = delete;
 
+  /// Name of the message, for the host's own log.
   char const* name() const { return name_; }
+  /// How severe it is.
   LogSeverity severity() const { return severity_; }
+  /// The text, with one %s for the argument.
   char const* format() const { return format_; }
+  /// What has happened, for an operator.
   char const* explanation() const { return explanation_; }
+  /// What an operator may do about it.
   char const* recommendedAction() const { return recommendedAction_; }
+  /// Seconds after which one more message may pass; 0 is no limit.
   double interval() const { return interval_; }
+  /// Messages that pass at once; without meaning if there is no limit.
   double burst() const { return burst_; }
+  /// The host's own flags; the runtime doesn't read them.
   U8 rateFlags() const { return rateFlags_; }
 
  private:

@@ -9,6 +9,7 @@ namespace Zet {
 /// Base of every state machine: an object that can be watched, on an activity.
 class PIMBSR_API Machine : public Notifier {
  public:
+  /// Number of the attribute zetFwkActivity.
   enum : AttributeId { attrZetFwkActivity = -2 };
   /// The descriptor of what every machine has.
   static ZetType const& _fwkType();
@@ -49,10 +50,12 @@ auto watchedBy(Ptr<R> const& reactor) -> decltype(reactor->notifier()) {
 
 // What a holder of nested reactors does with them. R has zetStart(object), which binds it, and zetEnd().
 
+/// Takes the reactor of a key out of its collection and ends it; an absent key does nothing.
 template <class R, class K>
 void delReactor(HashMap<R, K>& reactors, K const& key) {
   if (Ptr<R> gone = reactors.remove(key); gone) gone->zetEnd();
 }
+/// Ends the only reactor and leaves null; null does nothing.
 template <class R>
 void delReactor(Ptr<R>& reactor) {
   if (Ptr<R> gone = std::move(reactor); gone) gone->zetEnd();

@@ -9,12 +9,16 @@
 namespace Zet::Meter {
 
 #if PIMBSR_METER
+/// This build counts visits.
 inline constexpr bool isOn = true;
 /// Visits since the start of the process; the process has one count.
 PIMBSR_API extern U64 visited;
+/// Counts so many visits.
 inline void visit(U64 nodes = 1) { visited += nodes; }
 #else
+/// This build counts no visits.
 inline constexpr bool isOn = false;
+/// Does nothing in this build.
 inline void visit(U64 = 1) {}
 #endif
 

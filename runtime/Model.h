@@ -16,9 +16,10 @@ namespace Zet {
 /// The range of an attribute, and the text that a value outside it raises.
 template <class T>
 struct Range {
-  T min;
-  T max;
-  char const* text;
+  T min;             ///< the lowest value allowed
+  T max;             ///< the highest value allowed
+  char const* text;  ///< that of the exception
+  /// Raises RangeException with the text for a value outside.
   void check(T const& value) const {
     if (value < min || max < value) throwRangeException(text);
   }
@@ -63,6 +64,7 @@ V delMember(ValueMap<V, K>& map, K const& key, Change const& change) {
   return removed->value;
 }
 
+/// The value under a key; the default for an absent one.
 template <class V, class K>
 V memberValue(ValueMap<V, K> const& map, K const& key) {
   ValueMember<V, K>* member = map.find(key);

@@ -31,6 +31,7 @@ namespace Zet::NboAttrLog {
 class PIMBSR_API MalformedException : public Exception {
   using Exception::Exception;
 };
+/// Raises MalformedException with that text.
 [[noreturn]] PIMBSR_API void throwMalformed(std::string_view text);
 
 /// Takes the form of values, one after the other.
@@ -45,7 +46,9 @@ class PIMBSR_API Out : public PtrInterface {
     at_ += size;
     return place;
   }
+  /// All bytes so far; good until more are added.
   std::span<U8 const> bytes() const { return {start(), size()}; }
+  /// Number of bytes so far.
   std::size_t size() const { return static_cast<std::size_t>(at_ - start()); }
   /// Cuts off what follows the first `size` bytes. The memory stays for what comes next.
   void sizeIs(std::size_t size) { at_ = start() + size; }
@@ -65,14 +68,18 @@ class PIMBSR_API Out : public PtrInterface {
 /// MalformedException.
 class PIMBSR_API In {
  public:
+  /// Begins at the first byte.
   explicit In(std::span<U8 const> bytes) : bytes_(bytes) {}
 
+  /// The next `size` bytes.
   std::span<U8 const> take(std::size_t size) {
     if (size > left()) throwMalformed("truncated");
     at_ += size;
     return bytes_.subspan(at_ - size, size);
   }
+  /// Number of bytes not read yet.
   std::size_t left() const { return bytes_.size() - at_; }
+  /// Number of bytes read.
   std::size_t place() const { return at_; }
   /// Goes back to a former place.
   void placeIs(std::size_t place) { at_ = place; }
@@ -106,11 +113,13 @@ T networkOrder(T number) {
   if constexpr (sizeof(T) == 8) return __builtin_bswap64(number);
 }
 
+/// Writes a number by its width.
 template <std::unsigned_integral T>
 void putNumber(Out& out, T number) {
   number = networkOrder(number);
   std::memcpy(out.add(sizeof number), &number, sizeof number);
 }
+/// Reads what putNumber() wrote.
 template <std::unsigned_integral T>
 T getNumber(In& in) {
   T number;
@@ -136,10 +145,13 @@ auto formNumber(T value) {
   }
 }
 
-/// Bytes without their length, and with it.
+/// Writes bytes without their length.
 PIMBSR_API void putRaw(Out& out, std::string_view bytes);
+/// Writes the length of the bytes, which must fit 32 bits, and the bytes.
 PIMBSR_API void putBytes(Out& out, std::string_view bytes);
+/// Reads what putBytes() wrote; they stay where `in` has them.
 PIMBSR_API std::string_view getBytes(In& in);
+/// Reads a byte; one that is neither 0 nor 1 raises MalformedException.
 PIMBSR_API bool getBool(In& in);
 
 /// Writes a value of any type that an entity holds.
@@ -165,6 +177,7 @@ void put(Out& out, T const& value) {
 template <class T>
 T get(In& in);
 
+/// Reads a value field by field. Raises what get() of a field raises, and what its setter does.
 template <class T>
 T getFields(In& in) {
   T value;

@@ -17,10 +17,10 @@ using Objects = std::map<U32, Ptr<PtrInterface>>;
 
 /// What one message changes in one attribute.
 struct Update {
-  Op op;
-  AttributeId attribute;
-  In in;  ///< what follows the header
-  Objects& objects;
+  Op op;                  ///< what the message does
+  AttributeId attribute;  ///< which one of the object
+  In in;                  ///< what follows the header
+  Objects& objects;       ///< of the copy; gains what is made and loses what has ended
 };
 
 /// Carries out an update of an object. Raises: RangeException, once all else of the update is done, for a
@@ -53,6 +53,7 @@ class PIMBSR_API Demuxer : public PtrInterface {
 
   /// The framing is lost; bytes are ignored until reset().
   bool isBroken() const { return isBroken_; }
+  /// Messages that came whole, those included that were ignored or could not be applied.
   U64 messages() const { return messages_; }
   /// Values that their setters rejected, and hold as the original does.
   U64 outOfRange() const { return outOfRange_; }

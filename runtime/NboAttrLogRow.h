@@ -23,25 +23,30 @@ enum class Shape : U8 {
 
 /// An adapter with its reference.
 struct Attached {
-  Ptr<PtrInterface> held;
-  Sa* sa = nullptr;
+  Ptr<PtrInterface> held;  ///< counts the adapter
+  Sa* sa = nullptr;        ///< the adapter itself; null for none
 };
 
 /// Receives a walk over the keys of a collection.
 class PIMBSR_API KeyVisitor {
  public:
   virtual ~KeyVisitor() = default;
+  /// Takes one key by its address, which is good for this call alone.
   virtual void onKey(void const* key) = 0;
 };
 
 /// The functions of one attribute; those that its shape doesn't need are null. A key is given by its address.
 struct RowForm {
-  Shape shape;
+  Shape shape;  ///< how the attribute is carried
+  /// Writes the present value.
   void (*put)(PtrInterface const& object, Out& out) = nullptr;
   /// Reads a value and gives it to the setter, whose exceptions it raises.
   void (*take)(PtrInterface& object, In& in) = nullptr;
+  /// Calls back for each key of the collection.
   void (*walk)(PtrInterface const& object, KeyVisitor& visitor) = nullptr;
+  /// Writes a key.
   void (*putKey)(void const* key, Out& out) = nullptr;
+  /// Reads over a key.
   void (*skipKey)(In& in) = nullptr;
   /// Writes the plain value under a key; false if there is none.
   bool (*putMember)(PtrInterface const& object, void const* key, Out& out) = nullptr;
@@ -77,6 +82,10 @@ void forLogged(ZetType const& type, Call const& call) {
   }
 }
 
+// From here on: what descriptors build their forms of. The runtime and the sources made from declarations
+// alone name it, so that it is no part of the face.
+/// \cond
+
 /// The class and the result of a pointer to a member.
 template <class M>
 struct MemberOf;
@@ -96,15 +105,19 @@ struct MemberOf<T (C::*)() const> {
   using Type = std::decay_t<T>;
 };
 
+/// The class that has a member.
 template <auto M>
 using ClassOf = typename MemberOf<decltype(M)>::Class;
+/// What a data member holds, or an accessor gives.
 template <auto M>
 using TypeOf = typename MemberOf<decltype(M)>::Type;
 
+/// The object as the class that its row is of, which isn't tested.
 template <class C>
 C const& as(PtrInterface const& object) {
   return static_cast<C const&>(object);
 }
+/// The same of an object that may change.
 template <class C>
 C& as(PtrInterface& object) {
   return static_cast<C&>(object);
@@ -151,6 +164,7 @@ struct ArgumentsOf<std::tuple<P...>> {
   static std::tuple<P...> get(In& in) { return std::tuple<P...>{getSound<P>(in)...}; }
 };
 
+/// Makes the adapter of an object of class Child.
 template <class Child>
 Attached adaptChild(FlowOut& flow, PtrInterface const& child) {
   auto made = make<typename Child::ZetNboAttrLogSa>(flow, as<Child>(child));
@@ -171,6 +185,7 @@ Ptr<PtrInterface> makeChild(C& object, In& in, bool anew, Del const& del) {
   }
 }
 
+/// The form of a plain value.
 template <auto Get, auto Set>
 RowForm valueForm() {
   using C = ClassOf<Get>;
@@ -180,6 +195,7 @@ RowForm valueForm() {
   return form;
 }
 
+/// Adds what all collections by key have.
 template <class K, auto Map, auto Del>
 void addKeys(RowForm& form) {
   using C = ClassOf<Map>;
@@ -191,6 +207,7 @@ void addKeys(RowForm& form) {
   form.takeDel = [](PtrInterface& o, In& in) { (as<C>(o).*Del)(getSound<K>(in)); };
 }
 
+/// The form of plain values V by key K.
 template <class V, class K, auto Map, auto Set, auto Del>
 RowForm valuesForm() {
   using C = ClassOf<Map>;
@@ -208,6 +225,7 @@ RowForm valuesForm() {
   return form;
 }
 
+/// Adds what all owners of objects T have.
 template <class T, auto... Parameters>
 void addChild(RowForm& form) {
   form.putMake = []([[maybe_unused]] PtrInterface const& child, [[maybe_unused]] Out& out) {
@@ -216,7 +234,8 @@ void addChild(RowForm& form) {
   form.adapt = adaptChild<T>;
 }
 
-/// Parameters are the accessors of what the maker is given, apart from the key.
+/// The form of owned objects T by key K. Parameters are the accessors of what the maker is given, apart from
+/// the key.
 template <class T, class K, auto Map, auto Make, auto Del, auto... Parameters>
 RowForm membersForm() {
   using C = ClassOf<Map>;
@@ -233,6 +252,7 @@ RowForm membersForm() {
   return form;
 }
 
+/// The form of one owned object; Parameters as for members.
 template <class T, auto Held, auto Make, auto Del, auto... Parameters>
 RowForm singleForm() {
   using C = ClassOf<Held>;
@@ -249,6 +269,7 @@ RowForm singleForm() {
   return form;
 }
 
+/// The form of a pointer to a T that needs no arguments to be made.
 template <class T, auto Held, auto Set, auto Del>
 RowForm pointerForm() {
   using C = ClassOf<Held>;
@@ -265,5 +286,7 @@ RowForm pointerForm() {
   form.takeDel = [](PtrInterface& o, In&) { (as<C>(o).*Del)(); };
   return form;
 }
+
+/// \endcond
 
 }  // namespace Zet::NboAttrLog

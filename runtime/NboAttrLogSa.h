@@ -24,6 +24,7 @@ class PIMBSR_API MsgChannel : public PtrInterface {
 /// on the same stack. The end of the scope clears the mark, also when an exception leaves it.
 class PIMBSR_API ClearIsActiveAnchor {
  public:
+  /// Sets the object's mark and holds the object.
   explicit ClearIsActiveAnchor(PtrInterface& object) : object_(&object) {
     object.hasNotificationActiveIs(true);
   }
@@ -54,9 +55,16 @@ class PIMBSR_API ClearIsActiveAnchor {
 /// ended is preceded by its U32 count.
 namespace Zet::NboAttrLog {
 
-enum class Op : U8 { snapshot = 1, value = 2, member = 3, object = 4, del = 5 };
+/// What a message does, as its byte.
+enum class Op : U8 {
+  snapshot = 1,  ///< gives the whole tree
+  value = 2,     ///< changes a plain value
+  member = 3,    ///< adds or changes a plain value under a key
+  object = 4,    ///< makes or replaces an object
+  del = 5        ///< removes what is under a key, or the only object
+};
 
-inline constexpr U32 rootId = 1;
+inline constexpr U32 rootId = 1;  ///< number of the root's object
 
 /// A number that depends on all that gives the bytes of a message their meaning: two programs with the same
 /// number understand each other. It depends on the types with their bases; on the attributes that the log
@@ -86,6 +94,7 @@ class PIMBSR_API FlowOut : public PtrInterface {
   }
   /// The next flush() sends the whole tree: for a copy that is new, or that asks for it.
   void snapshotIs() { needsSnapshot_ = true; }
+  /// Whether the next flush() sends the whole tree; true at first.
   bool needsSnapshot() const { return needsSnapshot_; }
   /// Hands all messages to the channel. It may be called at any time, also from a handler; from within itself
   /// it does nothing.
@@ -160,14 +169,17 @@ class PIMBSR_API Sa {
  public:
   Sa(Sa const&) = delete;
   Sa& operator=(Sa const&) = delete;
+  /// The object's number in messages.
   U32 id() const { return id_; }
   /// Writes all that the log carries of the object, and gives each object in it an adapter.
   void putContent(Out& out);
+  /// Whether it is attached to that object; for null, whether it is to none.
   bool isOf(PtrInterface const* object) const { return attachedTo() == object; }
   /// Ends this adapter and those in it: they hear nothing more and forget the log.
   void end();
 
  protected:
+  /// Takes the next number of the flow; raises InternalException if all 32-bit ones are used up.
   Sa(FlowOut& flow, Notifier const& object);
   virtual ~Sa() = default;
   /// Detaches from the object.
@@ -212,12 +224,15 @@ class PIMBSR_API Sa {
 template <class N>
 class SaOf : public N, public Sa {
  protected:
+  /// Attaches to an object of class C, without a reference to it.
   template <class C>
   SaOf(FlowOut& flow, C const& object) : Sa(flow, object) {
     this->isWeakReferenceIs(true);
     this->notifierIs(Ptr<C const>(&object));
   }
+  /// Detaches from the object; twice is as once.
   void detach() override { this->attach(nullptr); }
+  /// The object; null if it has gone.
   PtrInterface const* attachedTo() const override { return this->attached(); }
   /// Its parent reports that the object has gone.
   void onZeroReferences() override { detach(); }

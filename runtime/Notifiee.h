@@ -11,6 +11,7 @@ namespace Zet {
 class Notifier;
 
 class Reactor;
+/// What is called with each nested reactor.
 using NestedCall = std::function<void(Reactor&)>;
 
 /// Base of everything that reacts: the notifiees of entities and of timers.
@@ -33,6 +34,7 @@ class PIMBSR_API Reactor : public PtrInterface {
   /// Hands the notification that is being delivered on to an activity: this reactor hears of the same
   /// attribute again when that serves. Outside of any notification it stands for all attributes.
   void redispatch(ActivitySm* activity);
+  /// What redispatch() has left to serve: an attribute, allAttributes where it is several, or noAttribute.
   AttributeId pendingAttribute() const { return pending_; }
 
  protected:
@@ -48,12 +50,15 @@ class PIMBSR_API Reactor : public PtrInterface {
 /// Marks that a named failure is expected here: it wraps each call of a notifiee.
 class PIMBSR_API Expect {
  public:
+  /// Becomes the innermost scope of this thread, for the delivery of that attribute.
   explicit Expect(AttributeId id) : id_(id), outer_(innermost_) { innermost_ = this; }
   ~Expect() { innermost_ = outer_; }
   Expect(Expect const&) = delete;
   Expect& operator=(Expect const&) = delete;
 
+  /// The attribute that is being delivered.
   AttributeId id() const { return id_; }
+  /// The scope around this one; null for none.
   Expect const* outer() const { return outer_; }
   /// The innermost scope that exists now, or null outside any notification.
   static Expect const* innermost() { return innermost_; }
@@ -85,12 +90,15 @@ class PIMBSR_API NotifieeBase : public Reactor, public ListRawLink<NotifieeBase>
  public:
   /// Whether it is in its notifier's list, and so is notified of changes.
   bool isRegisteredNotifiee() const { return registered_; }
+  /// Whether it is in the list of that notifier.
   bool isRegisteredWith(Notifier const& notifier) const { return registered_ && notifier_ == &notifier; }
   /// Takes the notifiee out of the notifier's list or puts it back at its end; it stays attached meanwhile.
   /// One that is both weak and out of the list doesn't learn of its notifier's end, and must be detached by
   /// its owner.
   void isRegisteredNotifieeIs(bool on);
+  /// Whether it doesn't count its notifier; false at first.
   bool isWeakReference() const { return weak_; }
+  /// Takes or drops the reference to the present notifier, which ends if that was the last one.
   void isWeakReferenceIs(bool weak);
 
   /// The notifier is at its end and goes on being readable for the length of this call. Only weak notifiees
@@ -103,6 +111,7 @@ class PIMBSR_API NotifieeBase : public Reactor, public ListRawLink<NotifieeBase>
 
   /// Detaches from the former notifier and attaches to `notifier`, which may be null.
   void attach(Notifier const* notifier);
+  /// What it is attached to; null for nothing.
   Notifier const* attached() const { return notifier_; }
 
  private:
@@ -116,6 +125,7 @@ class PIMBSR_API NotifieeBase : public Reactor, public ListRawLink<NotifieeBase>
 /// Base of everything that can be watched.
 class PIMBSR_API Notifier : public PtrInterface {
  public:
+  /// Those that watch one notifier, in order of attachment.
   using Notifiees = ListRaw<NotifieeBase>;
   Notifiees const& zetNotifiees() const { return notifiees_; }
 
@@ -156,7 +166,10 @@ void notify(Notifier const& notifier, AttributeId attribute, Args const&... args
 template <class C>
 class NotifieeConstOf : public NotifieeBase {
  public:
+  /// What it watches; null for nothing.
   Ptr<C const> notifier() const { return static_cast<C const*>(attached()); }
+  /// Watches another object, at the end of its list, and leaves the former one; null is none, and the present
+  /// one no change.
   virtual void notifierIs(Ptr<C const> const& notifier) { attach(notifier.ptr()); }
 };
 
@@ -164,7 +177,9 @@ class NotifieeConstOf : public NotifieeBase {
 template <class C, class NotifieeConst>
 class NotifieeOf : public NotifieeConst {
  public:
+  /// What it watches, to be written; null for nothing.
   Ptr<C> notifier() const { return const_cast<C*>(NotifieeConst::notifier().ptr()); }
+  /// Watches another object, as the same of NotifieeConst does.
   void notifierIs(Ptr<C> const& notifier) {
     NotifieeConst& self = *this;  // a reactor with nested ones does more than attach
     self.notifierIs(notifier);

@@ -14,7 +14,7 @@ namespace Zet {
 /// It is a view: the words are the table's, all zero or filled at first.
 class Occupancy {
  public:
-  static constexpr U32 none = ~U32{0};
+  static constexpr U32 none = ~U32{0};  ///< no bucket
 
   /// A table of 2 to the power of `bits` buckets, bits at most 31; `words` are words(bits) of them.
   Occupancy(U64* words, U32 bits) : words_(words), bits_(bits) {}

@@ -15,15 +15,20 @@ namespace Zet {
 template <class T>
 class Ptr {
  public:
-  using Target = T;
+  using Target = T;  ///< type of the object
 
   Ptr() = default;
+  /// Null.
   Ptr(std::nullptr_t) {}
+  /// Takes a reference; null gives a null pointer. The object ends with its last reference.
   Ptr(T* object) : object_(object) {
     if (object_ != nullptr) object_->newRef();
   }
+  /// Takes a reference of its own.
   Ptr(Ptr const& other) : Ptr(other.object_) {}
+  /// Takes the reference over and leaves null.
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  /// From a pointer to a derived type, or to one that isn't constant.
   template <class U>
   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& other) : Ptr(other.ptr()) {}
   ~Ptr() {
@@ -36,6 +41,7 @@ class Ptr {
     return *this;
   }
 
+  /// The object, without a reference; null if there is none.
   T* ptr() const { return object_; }
   T* operator->() const { return object_; }
   T& operator*() const { return *object_; }
@@ -63,7 +69,9 @@ Ptr<T> make(Args&&... args) {
 template <class T>
 class ValidPtr : public Ptr<T> {
  public:
+  /// Takes a reference.
   ValidPtr(T* object) : Ptr<T>(object) { check(); }
+  /// The same of a pointer to T or to a derived type.
   template <class U>
   requires std::is_convertible_v<U*, T*> ValidPtr(Ptr<U> const& object) : Ptr<T>(object) { check(); }
 
@@ -75,6 +83,7 @@ class ValidPtr : public Ptr<T> {
 
 }  // namespace Zet
 
+/// Hashes the address, by which pointers are compared.
 template <class T>
 struct std::hash<Zet::Ptr<T>> {
   std::size_t operator()(Zet::Ptr<T> const& p) const { return std::hash<T*>()(p.ptr()); }

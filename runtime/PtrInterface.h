@@ -22,12 +22,12 @@ struct ZetType;
 /// dropped elsewhere.
 class PIMBSR_API PtrInterface {
  public:
-  static constexpr U32 countMask = 0x1fffffff;
-  static constexpr U32 zeroTestMask = 0x5fffffff;
-  static constexpr U32 notificationActiveBit = 1u << 29;
-  static constexpr U32 heldBit = 1u << 30;
-  static constexpr U32 zombieBit = 1u << 31;
-  static constexpr U32 immortalWord = 0x1f000000;
+  static constexpr U32 countMask = 0x1fffffff;     ///< the reference count
+  static constexpr U32 zeroTestMask = 0x5fffffff;  ///< what is 0 when the object may go: count and held bit
+  static constexpr U32 notificationActiveBit = 1u << 29;  ///< set by hasNotificationActiveIs()
+  static constexpr U32 heldBit = 1u << 30;                ///< counts as a reference for the test against zero
+  static constexpr U32 zombieBit = 1u << 31;              ///< set by zetMarkedForDeletionIs()
+  static constexpr U32 immortalWord = 0x1f000000;         ///< the word of an immortal object
 
   PtrInterface(PtrInterface const&) = delete;
   PtrInterface& operator=(PtrInterface const&) = delete;
@@ -43,8 +43,11 @@ class PIMBSR_API PtrInterface {
     if ((word & zeroTestMask) == 0) const_cast<PtrInterface*>(this)->handleZeroRef();
   }
 
+  /// The word with count and marks.
   U32 countWord() const { return word_.load(std::memory_order_relaxed); }
+  /// The reference count; without meaning for an immortal object.
   U32 references() const { return countWord() & countMask; }
+  /// Whether counting leaves the object alone.
   bool isImmortal() const { return (countWord() >> 24) == (immortalWord >> 24); }
   /// Makes the object immortal, for objects of static life. It can't be taken back.
   void immortalIs() { word_.store(immortalWord, std::memory_order_relaxed); }
@@ -52,7 +55,9 @@ class PIMBSR_API PtrInterface {
   /// The descriptor of the object's own type; one without attributes unless the model declares the class.
   virtual ZetType const& fwkType() const;
 
+  /// Whether the object is marked as at work, as ClearIsActiveAnchor does; counting ignores it.
   bool hasNotificationActive() const { return (countWord() & notificationActiveBit) != 0; }
+  /// Sets or clears that mark.
   virtual void hasNotificationActiveIs(bool on) { mark(notificationActiveBit, on); }
 
   bool zetMarkedForDeletion() const { return (countWord() & zombieBit) != 0; }
@@ -69,6 +74,7 @@ class PIMBSR_API PtrInterface {
   /// Keeps a half-made object alive while its constructor hands out references to it.
   class ConstructionGuard {
    public:
+    /// Sets the object's held bit, until the guard ends.
     explicit ConstructionGuard(PtrInterface& object) : object_(object) { object_.mark(heldBit, true); }
     ~ConstructionGuard() { object_.mark(heldBit, false); }
     ConstructionGuard(ConstructionGuard const&) = delete;
@@ -78,6 +84,7 @@ class PIMBSR_API PtrInterface {
     PtrInterface& object_;
   };
 
+  /// Sets or clears bits of the word above the count. An immortal object with such a bit is counted.
   void mark(U32 bit, bool on) const {
     if (on) {
       word_.fetch_or(bit, std::memory_order_relaxed);

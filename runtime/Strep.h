@@ -18,6 +18,7 @@ namespace Zet {
 /// it needs.
 using StrepPos = String8::IteratorConst;
 
+/// Moves `cur` past blanks, tabs and line ends, if there are any.
 PIMBSR_API void skipWhiteSpace(StrepPos& cur, StrepPos end);
 
 /// Reads a token; a blank in `token` means optional white space.
@@ -28,6 +29,7 @@ PIMBSR_API String8 readQuoted(StrepPos& cur, StrepPos end);
 
 /// Reads decimal digits, with a sign before them if any; raises on what 64 bits cannot hold.
 PIMBSR_API S64 readInteger(StrepPos& cur, StrepPos end);
+/// The same of a number without a minus sign; raises on one that has it.
 PIMBSR_API U64 readUnsigned(StrepPos& cur, StrepPos end);
 
 /// Reads "True" or "False".
@@ -38,11 +40,17 @@ PIMBSR_API double readDouble(StrepPos& cur, StrepPos end);
 
 /// "True" or "False". For bool alone, since every pointer would convert to it.
 String8 valueToStrep(std::same_as<bool> auto value) { return value ? "True" : "False"; }
+/// Decimal digits.
 PIMBSR_API String8 valueToStrep(U8 value);
+/// Decimal digits.
 PIMBSR_API String8 valueToStrep(U16 value);
+/// Decimal digits.
 PIMBSR_API String8 valueToStrep(U32 value);
+/// Decimal digits.
 PIMBSR_API String8 valueToStrep(U64 value);
+/// Decimal digits, after a minus sign if negative.
 PIMBSR_API String8 valueToStrep(S32 value);
+/// Decimal digits, after a minus sign if negative.
 PIMBSR_API String8 valueToStrep(S64 value);
 /// The shortest decimal form that reads back as the same number.
 PIMBSR_API String8 valueToStrep(double value);
@@ -113,9 +121,11 @@ PIMBSR_API void readStructured(StrepPos& cur, StrepPos end, char const* typeName
 /// Builds the text that readStructured reads.
 class PIMBSR_API StructuredText {
  public:
+  /// Begins a value without attributes, of the type with that full name.
   explicit StructuredText(char const* typeName);
   /// Appends an attribute, given the text form of its value.
   StructuredText& attr(char const* name, String8 const& value);
+  /// The whole text; more attributes may follow and change it.
   String8 text() const;
 
  private:

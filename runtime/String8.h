@@ -24,11 +24,11 @@ class PIMBSR_API StringN {
   /// A position in a string, good while the string lives. It also knows its distance from the start.
   class IteratorConst {
    public:
-    using iterator_category = std::forward_iterator_tag;
-    using value_type = C;
-    using difference_type = std::ptrdiff_t;
-    using pointer = C const*;
-    using reference = C const&;
+    using iterator_category = std::forward_iterator_tag;  ///< moves forward alone
+    using value_type = C;                                 ///< a byte
+    using difference_type = std::ptrdiff_t;               ///< bytes between positions
+    using pointer = C const*;                             ///< to a byte
+    using reference = C const&;                           ///< to a byte
 
     IteratorConst() = default;
     C const& operator*() const { return *at_; }
@@ -58,8 +58,11 @@ class PIMBSR_API StringN {
   StringN() = default;
   /// Copies up to the terminating zero; null gives the empty string.
   StringN(char const* text) : StringN(viewOf(text)) {}
+  /// Copies the bytes; more than 4294967295 of them raise RangeException.
   StringN(std::string_view text);
+  /// Shares the bytes.
   StringN(StringN const& other) noexcept : data_(other.data_) { hold(); }
+  /// Takes the bytes over and leaves the empty string.
   StringN(StringN&& other) noexcept : data_(std::exchange(other.data_, nullptr)) {}
   StringN& operator=(StringN other) noexcept {
     std::swap(data_, other.data_);
@@ -67,12 +70,17 @@ class PIMBSR_API StringN {
   }
   ~StringN() { release(); }
 
+  /// Number of bytes.
   U32 length() const { return data_ == nullptr ? 0 : data_->length; }
+  /// Whether it has no bytes.
   bool empty() const { return data_ == nullptr; }
   /// The bytes, followed by a zero; never null, good while this string or a copy lives.
   char const* charPtr() const { return data_ == nullptr ? "" : bytes(data_); }
+  /// The bytes, zeros included; good while this string or a copy lives.
   std::string_view view() const { return {charPtr(), length()}; }
+  /// The position of the first byte; end() for the empty string.
   IteratorConst begin() const { return {start(), start()}; }
+  /// The position after the last byte.
   IteratorConst end() const { return {start(), start() + length()}; }
 
   StringN& operator+=(StringN const& tail) { return *this = *this + tail; }
@@ -112,6 +120,7 @@ class PIMBSR_API StringN {
 };
 
 extern template class StringN<unsigned char>;
+/// The string of the engine, whose bytes a walk gives as unsigned numbers.
 using String8 = StringN<unsigned char>;
 
 /// A string used as the name of an entity.
@@ -119,6 +128,7 @@ class Name : public String8 {
  public:
   using String8::String8;
   Name() = default;
+  /// Shares the bytes of a string; any will do.
   Name(String8 const& text) : String8(text) {}
 };
 

@@ -7,6 +7,7 @@
 
 namespace Kiv {
 
+/// The time of what doesn't happen, such as the expiry of a stopped timer.
 inline constexpr double never = std::numeric_limits<double>::infinity();
 
 /// Whether a time is that of a timer that is set: neither 0 nor above the largest finite double.
@@ -22,6 +23,7 @@ inline bool isTimeSet(double timeMin) {
 /// Runs are few, one for each usual holdtime; a timer that fits none goes into a heap.
 class PIMBSR_API TimerWheel : public Zet::PtrInterface {
  public:
+  /// Number of the only thing that a timer is notified of: its time.
   enum : Zet::AttributeId { attrTime = 0 };
 
   /// One timer: a reactor whose onTime() runs at its expiry.
@@ -29,6 +31,7 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
    public:
     /// Attaches to a wheel, stopped; detaches from a former one. Null detaches.
     void notifierIs(Zet::Ptr<TimerWheel const> const& wheel);
+    /// The wheel that it is attached to; null if it is detached.
     Zet::Ptr<TimerWheel const> const& notifier() const { return wheel_; }
 
     /// Arms the timer for the absolute time `seconds` on the clock of Zet::now(), replacing what was set
@@ -40,6 +43,8 @@ class PIMBSR_API TimerWheel : public Zet::PtrInterface {
     /// Whether it will fire.
     bool isArmed() const { return armed_; }
 
+    /// The timer has expired, and is armed no more unless this arms it again. An exception is reported as
+    /// that of any notifiee.
     virtual void onTime() {}
 
    protected:

@@ -18,16 +18,20 @@ PIMBSR_API extern std::ostream* coverageStream_;
 /// at first. Level 9 is a function's entry, 8 a change done, 4 an accepted message, 1 a dropped one.
 class PIMBSR_API TraceHandle {
  public:
-  static constexpr int levels = 10;
+  static constexpr int levels = 10;  ///< number of levels, which count from 0
 
   /// The handle of that name, made on first use and of static life.
   static TraceHandle& handle(std::string_view name);
   /// All handles made so far, by name.
   static std::vector<TraceHandle*> handles();
 
+  /// Its name, of static life.
   char const* name() const { return name_; }
+  /// The master enable.
   bool enabled() const { return enabled_; }
+  /// Switches the master enable; the levels stay as they are.
   void enabledIs(bool on) { enabled_ = on; }
+  /// The enable of level `n`, which must be 0 to 9; that isn't tested here.
   bool level(int n) const { return (levels_ >> n & 1u) != 0; }
   /// A level outside 0 to 9 raises RangeException.
   void levelIs(int n, bool on);
@@ -47,12 +51,14 @@ class PIMBSR_API TraceHandle {
 
 /// A handle as one machine writes to it.
 struct TraceSource {
+  /// Writes under the handle of that name, which is made if there is none. `block` must outlive the source.
   TraceSource(char const* handleName, char const* block)
       : handle(TraceHandle::handle(handleName)), sourceBlock(block) {}
+  /// As of the handle.
   bool wants(int level) const { return handle.wants(level); }
 
-  TraceHandle& handle;
-  char const* sourceBlock;
+  TraceHandle& handle;      ///< the switch of what is written
+  char const* sourceBlock;  ///< name of the machine, as lines show it
 };
 
 /// Emits a line whose text is in `stream` to the current context, and to coverageStream_ if that is set.

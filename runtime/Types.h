@@ -4,12 +4,12 @@
 
 namespace Zet {
 
-using U8 = std::uint8_t;
-using U16 = std::uint16_t;
-using U32 = std::uint32_t;
-using U64 = std::uint64_t;
-using S32 = std::int32_t;
-using S64 = std::int64_t;
+using U8 = std::uint8_t;    ///< unsigned, 8 bits
+using U16 = std::uint16_t;  ///< unsigned, 16 bits
+using U32 = std::uint32_t;  ///< unsigned, 32 bits
+using U64 = std::uint64_t;  ///< unsigned, 64 bits
+using S32 = std::int32_t;   ///< signed, 32 bits
+using S64 = std::int64_t;   ///< signed, 64 bits
 
 }  // namespace Zet
 

@@ -16,16 +16,19 @@ namespace Zet {
 /// the data member itself is written or the field can't be written alone.
 template <class Get, class Set>
 struct Field {
-  char const* name;
-  char const* sentence;
-  Get get;
-  Set set = nullptr;
+  char const* name;      ///< as rows show it
+  char const* sentence;  ///< what it says
+  Get get;               ///< how it is read
+  Set set = nullptr;     ///< how it is written; may be null
 
+  /// Whether the field can be written alone.
   static constexpr bool isWritable =
       std::is_member_object_pointer_v<Get> || std::is_member_function_pointer_v<Set>;
 };
+/// A field with its own setter, or with null for one.
 template <class Get, class Set>
 Field(char const*, char const*, Get, Set) -> Field<Get, Set>;
+/// A field without a setter of its own.
 template <class Get>
 Field(char const*, char const*, Get) -> Field<Get, std::nullptr_t>;
 
@@ -35,6 +38,7 @@ concept FieldedValue = requires {
   T::zetFields();
 };
 
+/// The type of a field's value: F is a Field of T.
 template <class T, class F>
 using FieldType = std::remove_cvref_t<std::invoke_result_t<decltype(F::get), T const&>>;
 
@@ -66,6 +70,7 @@ char const* typeName() {
   }
 }
 
+/// The row of the field of T at place I of its list, from 0.
 template <class T, std::size_t I>
 AttributeRow fieldRow() {
   static constexpr auto field = std::get<I>(T::zetFields());
