@@ -14,6 +14,7 @@ class PIMBSR_API DropListener {
   /// Makes a listener the current one of the thread, and at the end the former one again.
   class PIMBSR_API Scope {
    public:
+    /// The listener must outlive the scope. Scopes of a thread nest: the last one made ends first.
     explicit Scope(DropListener& listener);
     ~Scope();
     Scope(Scope const&) = delete;

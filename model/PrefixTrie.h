@@ -15,19 +15,21 @@ namespace Routing {
 /// prefix.
 class PIMBSR_API PrefixTrie {
  public:
+  /// A prefix; 0.0.0.0/0 by default.
   struct Prefix {
-    U32 bits = 0;
-    U8 length = 0;
+    U32 bits = 0;   ///< the address in host byte order, zero beyond the length
+    U8 length = 0;  ///< number of leading bits that count, 0 to 32
     bool operator==(Prefix const&) const = default;
   };
   /// What a lookup found.
   struct Match {
-    bool found = false;
-    Prefix prefix;
+    bool found = false;  ///< whether there is such a member
+    Prefix prefix;       ///< that member; the default where none was found
   };
 
   PrefixTrie() = default;
 
+  /// Number of members.
   U32 size() const { return size_; }
   /// Nodes in use: the members and the branches between them, so fewer than twice size().
   U32 nodes() const { return static_cast<U32>(nodes_.size() - free_.size()); }
@@ -35,6 +37,7 @@ class PIMBSR_API PrefixTrie {
   bool insert(Prefix prefix);
   /// Removes a prefix; false if it wasn't there.
   bool erase(Prefix prefix);
+  /// Whether exactly this prefix is a member.
   bool contains(Prefix prefix) const;
   /// The longest member that covers `prefix`, itself included.
   Match longestMatch(Prefix prefix) const { return cover(prefix, prefix.length); }
