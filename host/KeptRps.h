@@ -9,6 +9,7 @@ struct RpView;
 /// Receives RPs of former BSRs that PIM reads no longer, inside the call into the router that removed them.
 class KeptRpSink {
  public:
+  /// An RP of a zone is kept no longer. `expired` says that its time is over; else it was removed or named.
   virtual void onKeptGone(Lanet::IpGenPrefix const& zone, RpView const& rp, bool expired) = 0;
 
  protected:
