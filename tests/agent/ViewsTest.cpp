@@ -7,7 +7,7 @@
 #include "agent/account/HistoryJson.h"
 #include "agent/base/RequestError.h"
 #include "agent/control/ControlProtocol.h"
-#include "tests/agent/ObservedRouter.h"
+#include "tests/agent/ShownRouter.h"
 #include "tests/support/Answers.h"
 #include "view/Json.h"
 
@@ -15,22 +15,8 @@ namespace test {
 namespace {
 
 using pimbsr::agent::RequestError;
-using Json = nlohmann::ordered_json;
-
-class ViewsTest : public ObservedRouter {
+class ViewsTest : public ShownRouter {
  protected:
-  Json view(std::string const& what) { return kept(what, pimbsr::agent::show(observed(), what)); }
-  Json viewOfGroup(std::string const& group) {
-    return kept("rp", pimbsr::agent::show(observed(), "rp", addr(group).v4Addr()));
-  }
-  static Json kept(std::string const& what, Json answer) {
-    keepAnswer("show-" + what, answer);
-    return answer;
-  }
-  /// Expects a view as it is written here; the order of members counts.
-  void expect(Json const& shown, std::string const& written) {
-    EXPECT_EQ(shown.dump(1), Json::parse(written).dump(1));
-  }
   /// The BSR 10.0.0.1 of the global zone with two RPs for a range, and 10.0.0.7 of a scoped zone.
   void learn() {
     helloFromNeighbor();
@@ -331,125 +317,6 @@ TEST_F(ViewsTest, CandidacyNamesListsThatDoNotExist) {
     "because": "its lists permit no group range: empty, nolist (not there)"}])x");
   EXPECT_EQ(shown["rp"][0]["ranges"].size(), 1u);
   expect(shown["idleRp"], R"x([{"interface": "eth0", "because": "list later (not there)"}])x");
-}
-
-// Interfaces ------------------------------------------------------------------------------------------
-
-TEST_F(ViewsTest, NeighborsAreShownByInterfaceAndAddress) {
-  receive("eth1", helloFrom("198.51.100.200", 0xabcdef12, 0xffff));
-  receive(helloFrom("192.0.2.20", 8));
-  helloFromNeighbor();
-  run(5);
-  expect(view("neighbors"), R"({"neighbors": [
-    {"interface": "eth0", "address": "192.0.2.1", "drPriority": 1, "dr": false, "generationId": 7,
-     "expiresIn": 100.0, "secondaryAddresses": []},
-    {"interface": "eth0", "address": "192.0.2.20", "drPriority": 1, "dr": true, "generationId": 8,
-     "expiresIn": 100.0, "secondaryAddresses": []},
-    {"interface": "eth1", "address": "198.51.100.200", "drPriority": 1, "dr": false,
-     "generationId": 2882400018, "expiresIn": null, "secondaryAddresses": []}]})");
-}
-
-TEST_F(ViewsTest, InterfaceIsShownWithItsLinkAndItsPackets) {
-  using pimbsr::agent::QueueKind;
-  receive("eth1", helloFrom("198.51.100.200", 1));
-  run(6);
-  links["eth1"] = {
-      .queues = {{QueueKind::neighbor, {.queues = 1, .received = 1, .lost = 2}}, {QueueKind::shared, {}}},
-      .sendError = "Network is down"};
-  Json eth1 = view("interfaces")["interfaces"][1];
-  Zet::U32 generation = router->helloState(intf("eth1"))->generationId;
-  EXPECT_GT(eth1["nextHello"], 0.0);
-  eth1.erase("nextHello");
-  expect(
-      eth1,
-      R"({"interface": "eth1", "state": "up", "address": "198.51.100.9",
-    "addresses": ["198.51.100.9/24", "198.51.100.10/24"], "mtu": 9000, "drPriority": 7, "helloInterval": 30,
-    "dr": "198.51.100.9", "ownDr": true, "neighbors": 1, "generationId": )" +
-          std::to_string(generation) +
-          R"(, "bsm": true, "traffic": {"hello": {"received": 1, "dropped": 0, "sent": 0, "sendFailed": 0}},
-    "queues": [{"kind": "neighbor", "queues": 1, "received": 1, "lost": 2},
-               {"kind": "shared", "queues": 0, "received": 0, "lost": 0}],
-    "lastSendError": "Network is down", "duplicates": 0})");
-}
-
-TEST_F(ViewsTest, QueueOfPacketsToSingleAddressesBelongsToNoInterface) {
-  using pimbsr::agent::QueueKind;
-  links[""].queues[QueueKind::unicast] = {.queues = 1, .received = 3, .lost = 4};
-  links["eth0"].queues[QueueKind::other] = {.queues = 1, .lost = 5};
-  expect(view("interfaces")["unicast"], R"({"queues": [{"kind": "unicast", "queues": 1, "received": 3,
-    "lost": 4}], "lastSendError": null})");
-  EXPECT_EQ(view("drops")["kernelLost"], 9);
-}
-
-TEST_F(ViewsTest, InterfaceThatIsNotThereIsMissingAndOneWithoutCarrierIsDown) {
-  settings.interfaces["eth7"];
-  kernel.links["eth1"].up = false;
-  kernel.links["eth0"].addresses.clear();
-  Json shown = view("interfaces")["interfaces"];
-  EXPECT_EQ(shown[0]["state"], "no address");
-  EXPECT_EQ(shown[0]["nextHello"], nullptr);
-  EXPECT_EQ(shown[1]["state"], "down");
-  EXPECT_EQ(shown[2]["state"], "missing");
-}
-
-TEST_F(ViewsTest, BordersOfRangesAndListsAreShown) {
-  settings.router.accessLists["sites"][10] = {Acl::Action::permit, {}};
-  settings.router.accessLists["sites"][10].filter.source = addr("239.5.0.0").v4Addr();
-  settings.router.accessLists["sites"][10].filter.sourceMask = addr("255.255.0.0").v4Addr();
-  settings.router.borders["eth1"].groups[prefix("239.255.0.0/16")] = {};
-  settings.router.borders["eth1"].lists = {{"sites", {}}, {"nolist", {}}};
-  configure();
-  expect(view("borders"),
-         R"({"borders": [{"interface": "eth1", "ranges": ["239.255.0.0/16"], "lists": ["nolist", "sites"],
-    "absentLists": ["nolist"], "blocked": ["239.5.0.0/16", "239.255.0.0/16"]}]})");
-}
-
-TEST_F(ViewsTest, FilterShowsPermittedSendersAndCountsDrops) {
-  expect(view("filter"), R"({"lists": [], "absentLists": [], "permitted": ["0.0.0.0/0"],
-    "permitsAll": true, "dropped": 0, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true,
-    "droppedBsms": 0, "closed": [], "droppedAtClosed": 0, "borders": [], "droppedAtBorders": 0})");
-  settings.router.accessLists["senders"][10] = {Acl::Action::permit, {}};
-  settings.router.accessLists["senders"][10].filter.source = addr("10.0.0.0").v4Addr();
-  settings.router.accessLists["senders"][10].filter.sourceMask = addr("255.0.0.0").v4Addr();
-  settings.router.senderLists = {"nolist", "senders"};
-  lead();
-  EXPECT_EQ(receive(packetOf(Adv{.bsr = "192.0.2.9"})).reason, "sender-filter");
-  expect(view("filter"),
-         R"({"lists": ["nolist", "senders"], "absentLists": ["nolist"], "permitted": ["10.0.0.0/8"],
-    "permitsAll": false, "dropped": 1, "bsrLists": [], "absentBsrLists": [], "permitsAllBsrs": true,
-    "droppedBsms": 0, "closed": [], "droppedAtClosed": 0, "borders": [], "droppedAtBorders": 0})");
-}
-
-TEST_F(ViewsTest, FilterShowsTheListsOfBsrsAndCountsTheirDrops) {
-  settings.router.accessLists["bsrs"][10] = {Acl::Action::permit, {}};
-  settings.router.accessLists["bsrs"][10].filter.source = addr("10.9.0.0").v4Addr();
-  settings.router.accessLists["bsrs"][10].filter.sourceMask = addr("255.255.0.0").v4Addr();
-  settings.router.bsrLists = {"bsrs", "nolist"};
-  router->bsmPolicyIs({.bsrs = pimbsr::host::AddressLists(settings.router, settings.router.bsrLists)});
-  helloFromNeighbor();
-  EXPECT_EQ(receive(packetOf(Bsm{})).reason, "bsr-filter");
-  Json shown = view("filter");
-  EXPECT_EQ(shown["bsrLists"].dump(), R"(["bsrs","nolist"])");
-  EXPECT_EQ(shown["absentBsrLists"].dump(), R"(["nolist"])");
-  EXPECT_EQ(shown["permitsAllBsrs"], false);
-  EXPECT_EQ(shown["droppedBsms"], 1);
-}
-
-TEST_F(ViewsTest, FilterNamesInterfacesThatBootstrapMessagesDoNotCross) {
-  settings.router.borders["eth0"].groups[prefix("239.255.0.0/16")] = {};
-  configure();
-  helloFromNeighbor();
-  Bsm scoped{.bsr = "10.0.0.7", .groups = {{"239.255.0.0/16", {}, scopedFlag}}};
-  EXPECT_EQ(receive(packetOf(scoped)).reason, "border");
-  settings.interfaces["eth0"].bsm = false;
-  router->bsmPolicyIs({.closed = {intf("eth0")}});
-  EXPECT_EQ(receive(packetOf(scoped)).reason, "bsm-off");
-  EXPECT_EQ(receive(packetOf(Bsm{})).reason, "bsm-off");
-  Json shown = view("filter");
-  EXPECT_EQ(shown["closed"].dump(), R"(["eth0"])");
-  EXPECT_EQ(shown["droppedAtClosed"], 2);
-  EXPECT_EQ(shown["borders"].dump(), R"(["eth0"])");
-  EXPECT_EQ(shown["droppedAtBorders"], 1);
 }
 
 // Counts ----------------------------------------------------------------------------------------------

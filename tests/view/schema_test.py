@@ -17,8 +17,8 @@ import time
 import jsonschema
 
 # The tests that keep answers (tests/support/Answers.h).
-KEEPING = ("ViewsTest.*:HistoryTest.*:MetricsTest.*:ModelViewsTest.*:ControlProtocolTest.*:"
-           "ControlCommandsTest.*")
+KEEPING = ("ViewsTest.*:InterfaceViewsTest.*:HistoryTest.*:MetricsTest.*:ModelViewsTest.*:"
+           "ControlProtocolTest.*:ControlCommandsTest.*")
 
 
 def strict(schema):
