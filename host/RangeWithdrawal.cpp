@@ -41,6 +41,7 @@ void RangeWithdrawal::stop() {
 
 void RangeWithdrawal::onCrp(IpGenAddr const& address) {
   candidates_.follow(address, notifier()->crp(address), [this] { return Zet::make<Candidate>(*this); });
+  if (!notifier()->crp(address)) withdrawn_.erase(address);
 }
 
 void RangeWithdrawal::note(IpGenAddr const& address, IpGenPrefix const& range) {
@@ -59,11 +60,21 @@ void RangeWithdrawal::handle(Bsr::RpCandidate const& candidate, std::set<IpGenPr
   std::set<IpGenPrefix> there;
   std::set<IpGenPrefix> gone;
   for (IpGenPrefix const& range : ranges) (candidate.prefixSet(range) ? there : gone).insert(range);
+  bool isBack = takeReturned(candidate.address(), there);
   for (auto at = root_->rpCandidateSmIterator(); at; ++at) {
     if (at->crpOptions().rpAddress() != candidate.address()) continue;
     restore(*at, there);
+    if (isBack) at->doSendCrpAdv(false);
     withdraw(*at, gone);
   }
+}
+
+/// Whether ranges that were withdrawn are back.
+bool RangeWithdrawal::takeReturned(IpGenAddr const& address, std::set<IpGenPrefix> const& ranges) {
+  auto withdrawn = withdrawn_.find(address);
+  if (withdrawn == withdrawn_.end()) return false;
+  return std::erase_if(withdrawn->second, [&](IpGenPrefix const& range) { return ranges.contains(range); }) !=
+         0;
 }
 
 static bool isAdvertised(Bsr::RpCandidateSm const& machine, IpGenPrefix const& range) {
@@ -89,7 +100,9 @@ void RangeWithdrawal::withdraw(Bsr::RpCandidateSm& machine, std::set<IpGenPrefix
   std::map<IpGenPrefix, std::vector<IpGenPrefix>> gone;  // by zone
   for (auto set = machine.crpAdvSetIterator(); set; ++set) {
     for (IpGenPrefix const& range : ranges) {
-      if (set->prefixSet(range)) gone[set->zone()].push_back(range);
+      if (!set->prefixSet(range)) continue;
+      gone[set->zone()].push_back(range);
+      withdrawn_[machine.crpOptions().rpAddress()].insert(range);
     }
     for (IpGenPrefix const& range : gone[set->zone()]) set->prefixSetDel(range);
   }

@@ -18,7 +18,8 @@ namespace pimbsr::host {
 ///
 /// It acts once the event that changed the candidacy is over, so that a range that only changes its priority,
 /// or comes back at once, isn't withdrawn. A range that was withdrawn and comes back later is advertised
-/// again. An RP that loses all ranges of a priority is left to its machine.
+/// again, at once: a BSR that hasn't announced the withdrawal yet never announces it. An RP that loses all
+/// ranges of a priority is left to its machine.
 class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifiee {
  public:
   /// All are used until it is stopped.
@@ -36,6 +37,7 @@ class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifi
   void handleNoted();
   void handle(Routing::Pim::Bsr::RpCandidate const& candidate, std::set<Lanet::IpGenPrefix> const& ranges);
   void restore(Routing::Pim::Bsr::RpCandidateSm& machine, std::set<Lanet::IpGenPrefix> const& ranges);
+  bool takeReturned(Lanet::IpGenAddr const& address, std::set<Lanet::IpGenPrefix> const& ranges);
   void withdraw(Routing::Pim::Bsr::RpCandidateSm& machine, std::set<Lanet::IpGenPrefix> const& ranges);
 
   Zet::Ptr<Routing::Pim::Bsr::PimBsrSm> root_;
@@ -43,7 +45,8 @@ class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifi
   CorrectionSwitch& correction_;
   Zet::Ptr<pim::Timer> timer_;
   MemberWatchers<Lanet::IpGenAddr, Candidate> candidates_;
-  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> noted_;  ///< that came or went in this event
+  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> noted_;      ///< that came or went in this event
+  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> withdrawn_;  ///< and not back yet
 };
 
 }  // namespace pimbsr::host
