@@ -173,7 +173,8 @@ static void addRandom(CLI::App& command, CLI::Option& scenario, RandomOptions& o
           .add_option_function<std::string>(
               "--random", [&](auto& text) { options.trials = parseTrials(text); },
               "Play N random networks with faults, one per seed from that of --seed on, and\n"
-              "check that all routers of each agree once it has healed")
+              "check packets all the time, that all routers agree once all has healed, and\n"
+              "the outages of one change after that")
           ->type_name("N")
           ->excludes(&scenario);
   for (char const* other : {"--html", "--json", "--limit", "--load", "--pcap", "--trace"})

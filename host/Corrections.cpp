@@ -43,7 +43,8 @@ static constexpr Description descriptions[] = {
      "A holdtime above 40958 s, an RP that is named twice or one that no router can be drops its message.",
      "RFC 5059 section 4.1"},
     {&CorrectionSettings::electedOnly,
-     "A candidate that follows a BSR becomes pending at any message of lower weight.",
+     "A candidate that follows a BSR becomes pending at any message of lower weight; one that has lost its "
+     "BSR compares with that BSR's weight.",
      "RFC 5059 section 3.1.1"},
     {&CorrectionSettings::loweredBsr,
      "A follower ignores its elected BSR once that lowers its priority or ends, until BS_Timeout is over.",
