@@ -149,6 +149,21 @@ TEST_F(TrialReportTest, ARestartOrAnOperatorMayCauseAMessageAtOnce) {
   EXPECT_THAT(watch.findings(), IsEmpty());
 }
 
+TEST_F(TrialReportTest, TwoSetsForNewNeighborsWithinTheTriggeredDelayAreAFinding) {
+  script.play("corrections all\n");
+  Bsm answer = messageOf(7);
+  answer.forward = false;
+  sends(0, 0, answer);
+  for (int restart : {0, 1, 2}) {
+    waitFor("1");
+    if (restart == 0) watch.onRunning(script.node(0), true);
+    if (restart == 1) watch.onLink(script.simulation.network(), 0, true);
+    EXPECT_THAT(watch.findings(), testing::Not(Contains(HasSubstr("sends new neighbors"))));
+    sends(0, 0, answer);
+  }
+  EXPECT_THAT(watch.findings(), Contains(HasSubstr("r1 sends new neighbors what it knows 1.000 s apart")));
+}
+
 TEST_F(TrialReportTest, ReportsReceiveCommandsDropsChangesAndTheEnd) {
   watch.onCommand(script.simulation.network(), {.text = "crash r1"});
   receives(0, messageOf(7));
@@ -227,6 +242,22 @@ class RpRemoval final : public sim::Report {
 TEST(PlantedTrialTest, AnOutageThatLastsIsAFindingOfTheChange) {
   EXPECT_THAT(findingsWith<RpRemoval>("during one change: "),
               Contains(testing::ContainsRegex("^during one change: r[0-4] has no RP for group ")));
+}
+
+/// Removes one of several RPs of each range from what PIM reads at one router, when an operator changes the
+/// settled network.
+class RpRemovalAtOne final : public sim::Report {
+ public:
+  void onCommand(Network const& network, sim::Statement const&) override {
+    if (!isSettled(network) || !network.node(0).isRunning()) return;
+    for (auto set = network.node(0).router()->rpCandidateStatus()->crpSetIterator(); set; ++set)
+      if (set->rpCount() > 1) set->rpDel(Lanet::IpGenAddr(set->rpIterator()->address()));
+  }
+};
+
+TEST(PlantedTrialTest, RoutersThatUseDifferentRpsDuringTheChangeAreAFinding) {
+  EXPECT_THAT(findingsWith<RpRemovalAtOne>(" for group "),
+              Contains(testing::ContainsRegex("^during one change: r[0-4] uses [^ ]+ and r[0-4] uses ")));
 }
 
 /// Adds a range without RPs when an operator changes the settled network.
