@@ -61,6 +61,7 @@ void RangeWithdrawal::handle(Bsr::RpCandidate const& candidate, std::set<IpGenPr
   std::set<IpGenPrefix> gone;
   for (IpGenPrefix const& range : ranges) (candidate.prefixSet(range) ? there : gone).insert(range);
   bool isBack = takeReturned(candidate.address(), there);
+  if (!gone.empty()) withdrawn_.erase(candidate.address());
   for (auto at = root_->rpCandidateSmIterator(); at; ++at) {
     if (at->crpOptions().rpAddress() != candidate.address()) continue;
     restore(*at, there);

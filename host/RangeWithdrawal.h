@@ -46,7 +46,7 @@ class PIMBSR_INTERNAL RangeWithdrawal : public Routing::Pim::Bsr::Status::Notifi
   Zet::Ptr<pim::Timer> timer_;
   MemberWatchers<Lanet::IpGenAddr, Candidate> candidates_;
   std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> noted_;      ///< that came or went in this event
-  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> withdrawn_;  ///< and not back yet
+  std::map<Lanet::IpGenAddr, std::set<Lanet::IpGenPrefix>> withdrawn_;  ///< by its last event, and not back
 };
 
 }  // namespace pimbsr::host
