@@ -97,9 +97,10 @@ class Forwarded:
         if not self.process.stdout.readline():
             raise LabError(f"{' '.join(words)} ended with {self.process.wait()}")
 
-    def result(self):
-        """Ends it once the router forwards no more; returns how many were forwarded."""
-        output, _ = self.process.communicate("")
+    def result(self, sent):
+        """Ends it once the router has forwarded so many, or forwards no more; returns how many it has
+        forwarded."""
+        output, _ = self.process.communicate(f"{sent}\n")
         return json.loads(output)["forwarded"]
 
     def close(self):

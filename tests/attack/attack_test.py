@@ -110,7 +110,7 @@ class AttackTest(ControlAttacks, unittest.TestCase):
         """Of those, how many were lost, and how many were sent."""
         flood, forwarded = honest
         sent = flood.result()["packets"]
-        return sent - forwarded.result(), sent
+        return sent - forwarded.result(sent), sent
 
     def report_losses(self, row, losses):
         """Reports a row with the losses of honest messages. There are none, unless the kernel dropped

@@ -2,11 +2,13 @@
 it once more (RFC 5059 section 3.4).
 
 Usage: forwarded.py INTERFACE ROUTER BSR SECONDS, in the namespace of a neighbor. ROUTER is the address of
-the router on the link of INTERFACE. Counts until its standard input has ended and no message came for QUIET
-seconds, for SECONDS at most, and then prints as JSON how many were `forwarded`. No-Forward messages are left
-out: these repeat what the router holds."""
+the router on the link of INTERFACE. A line of its standard input has the number of messages that were sent.
+Counts until as many were forwarded, or none for QUIET seconds after that line, for SECONDS at most, and then
+prints as JSON how many were `forwarded`. No-Forward messages are left out: these repeat what the router
+holds."""
 
 import json
+import math
 import select
 import socket
 import sys
@@ -36,13 +38,14 @@ def count(interface, router, bsr, end):
         link.setsockopt(socket.SOL_SOCKET, SO_RCVBUFFORCE, BUFFER)
         link.bind((interface, ETHERNET_IPV4))
         print("ready", flush=True)
-        found, readers = 0, [link, sys.stdin]
-        while time.monotonic() < end:
+        found, sent, readers = 0, math.inf, [link, sys.stdin]
+        while found < sent and time.monotonic() < end:
             ready, _, _ = select.select(readers, [], [], 0.2)
             forwarded = link in ready and is_forwarded(link.recv(2048), router, bsr)
             found += forwarded
             if sys.stdin in ready:
                 readers.remove(sys.stdin)
+                sent = int(sys.stdin.readline())
             if sys.stdin in ready or (forwarded and sys.stdin not in readers):
                 end = min(end, time.monotonic()) + QUIET
         return found
