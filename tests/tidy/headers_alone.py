@@ -4,7 +4,8 @@ Usage: headers_alone.py COMPILE_COMMANDS. Takes the compiler, include paths and 
 of the build and checks the syntax of each header of the tree with these, as many at a time as there are
 processors. To be quick it parses the usual headers of the standard library once, ahead of all; so a second
 check compares each header with the library headers that it reaches: one that names std::string must reach
-<string>. Where ccache is installed, what compiled before is not compiled again."""
+<string>. A header and one that it includes are one compilation. Where ccache is installed, what compiled
+before is not compiled again."""
 
 import concurrent.futures
 import json
@@ -51,7 +52,8 @@ def options(database):
 
 
 def reached(header, texts):
-    """The library headers that a header includes, itself or over others of the tree."""
+    """The headers that a header includes, itself or over others: those of the tree, with itself, and those of
+    libraries."""
     seen, outer, waiting = {header}, set(), [header]
     while waiting:
         text = texts.get(waiting.pop(), "")
@@ -62,13 +64,28 @@ def reached(header, texts):
             if target not in seen:
                 seen.add(target)
                 waiting.append(target)
-    return outer
+    return seen, outer
+
+
+def chains(own, texts):
+    """All headers, in lists of which each is one compilation. A header reaches the one before it in its list,
+    so it finds nothing there that it would not find alone, as its includes come first."""
+    reach = {header: reached(header, texts)[0] & set(own) for header in own}
+    left = set(own)
+    for header in sorted(own, key=lambda one: (-len(reach[one]), one)):
+        chain = []
+        while header in left:
+            chain.insert(0, header)
+            left.remove(header)
+            header = max(reach[header] & left, key=lambda one: (len(reach[one]), one), default=None)
+        if chain:
+            yield chain
 
 
 def missing(header, texts):
     """The first library header that a header names something of and doesn't reach; "" if it reaches all."""
     code = re.sub(r"//[^\n]*|/\*.*?\*/", "", texts[header], flags=re.S)
-    outer = reached(header, texts)
+    _, outer = reached(header, texts)
     for name, places in DECLARED_IN.items():
         named = re.search(rf"\b{name}" + ("" if name.endswith(":") else r"\b(?!::)"), code)
         if named and not outer & set(places):
@@ -109,10 +126,12 @@ class Compiler:
         self.ahead.write_text("".join(f"#include <{name}>\n" for name in AHEAD))
         self.run(["-x", "c++-header", "-c", self.ahead, "-o", f"{self.ahead}.gch"]).check_returncode()
 
-    def check(self, header):
-        """What the compiler says of a header; "" if it compiles."""
-        words = ["-x", "c++", "-include", self.ahead, "-c", header]
-        made = self.folder / (re.sub(r"\W", "-", str(header)) + ".o")
+    def check(self, headers):
+        """What the compiler says of headers, one after the other; "" if they compile."""
+        source = self.folder / (re.sub(r"\W", "-", str(headers[-1])) + f"-{len(headers)}.cpp")
+        source.write_text("".join(f'#include "{header}"\n' for header in headers))
+        words = ["-include", self.ahead, "-c", source]
+        made = source.with_suffix(".o")
         words += ["-fpch-preprocess", "-o", made] if self.has_cache else ["-fsyntax-only"]
         done = self.run(words)
         return done.stderr if done.returncode else ""
@@ -126,10 +145,15 @@ def errors(root, made, compiler):
         if place := missing(header, texts):
             yield f"{header}:1: reaches no <{place}>"
     compiler.compile_ahead()
+
+    def wrong(chain):
+        """What is wrong with each header of a chain: they are compiled one by one if not together."""
+        if compiler.check([root / header for header in chain]):
+            return [(header, text) for header in chain if (text := compiler.check([root / header]))]
+        return []
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        checks = pool.map(lambda header: compiler.check(root / header), own)
-        found = ((header, text) for header, text in zip(own, checks) if text)
-        yield from (f"{header}:1: doesn't compile alone\n{text}" for header, text in found)
+        found = sorted(sum(pool.map(wrong, chains(own, texts)), []))
+    yield from (f"{header}:1: doesn't compile alone\n{text}" for header, text in found)
 
 
 if __name__ == "__main__":

@@ -38,8 +38,19 @@ class HeadersAloneTest(unittest.TestCase):
                              self.errors({"a/Needs.h": "inline int twice(Number n) { return 2 * n; }\n",
                                           "a/Number.h": "using Number = int;\n"}, str(cache)))
             calls = (pathlib.Path(folder) / "calls").read_text().splitlines()
-            self.assertEqual(3, len(calls))
+            self.assertEqual(4, len(calls))  # both together, then one by one
             self.assertFalse([call for call in calls if "-fsyntax-only" in call])
+
+    def test_headers_share_a_compilation_if_each_reaches_the_one_before(self):
+        self.assertEqual(["a/Other.h:1: doesn't compile alone"],
+                         self.errors({"a/First.h": "struct First {};\n",
+                                      "a/Last.h": '#include "a/Middle.h"\ninline Middle last;\n',
+                                      "a/Middle.h": '#include "a/First.h"\nstruct Middle : First {};\n',
+                                      "a/Other.h": "inline First other;\n"}))
+        texts = {"a": '#include "b"\n#include "c"\n', "b": '#include "d"\n', "c": "",
+                 "d": '#include "made"\n', "e": '#include "d"\n', "made": '#include "f"\n', "f": ""}
+        own = [name for name in texts if name != "made"]
+        self.assertEqual([["f", "d", "b", "a"], ["e"], ["c"]], list(headers_alone.chains(own, texts)))
 
     def test_a_library_header_must_be_reached(self):
         self.assertEqual(["a/A.h:1: reaches no <string>", "a/D.h:1: reaches no <map>"],
