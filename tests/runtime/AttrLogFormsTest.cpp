@@ -219,11 +219,17 @@ TEST(AttrLogForms, EveryValueOfASmallTypeReadsBack) {
       ASSERT_EQ(read<U8>(form(static_cast<U8>(number))), number);
     }
     ASSERT_EQ(read<U16>(form(static_cast<U16>(number))), number);
-    bool const isInterval = number >= 1 && number <= 16383;
-    ASSERT_EQ(rangeError([&] { read<Bsr::CrpAdvInterval>(form(number)); }),
-              isInterval ? "no RangeException" : "CrpAdvInterval::value < 1 or > 16383 not allowed");
-    ASSERT_EQ(rangeError([&] { read<Pim::CrpHoldTime>(form(static_cast<U16>(number))); }),
-              number <= 40958 ? "no RangeException" : "CrpHoldTime::value < 0 or > 40958 not allowed");
+    bool const isInterval = number >= 1 && number <= 16383, isHoldtime = number <= 40958;
+    // Exceptions are slow with sanitizers: of the rejected values, those at the range and each 85th.
+    bool const isSample = number % 85 == 0;
+    if (number < 16500 || isSample) {
+      ASSERT_EQ(rangeError([&] { read<Bsr::CrpAdvInterval>(form(number)); }),
+                isInterval ? "no RangeException" : "CrpAdvInterval::value < 1 or > 16383 not allowed");
+    }
+    if (number < 41000 || isSample) {
+      ASSERT_EQ(rangeError([&] { read<Pim::CrpHoldTime>(form(static_cast<U16>(number))); }),
+                isHoldtime ? "no RangeException" : "CrpHoldTime::value < 0 or > 40958 not allowed");
+    }
   }
   for (U32 byte = 0; byte < 256; ++byte) {
     Bytes const bytes{static_cast<U8>(byte)};
