@@ -2,8 +2,8 @@
 # time of a whole build, with and without sanitizers.
 option(PIMBSR_UNITY "Compile several sources at once" OFF)
 
-# Sources whose names of their own file would meet those of another: they are compiled alone, as are the tests
-# of protocol/, which share a vocabulary, and each source that defines a `trace`.
+# Sources whose names of their own file would meet those of another: they are compiled alone, as is each
+# source that defines a `trace`.
 set(unity_alone
   wire/Ipv4.cpp host/Observer.cpp
   agent/ChangeRunner.cpp agent/EventLog.cpp agent/NeighborWatch.cpp agent/config/ConfigLint.cpp
@@ -20,6 +20,8 @@ set(unity_alone
   tests/crp/StateTableTest.cpp
   tests/host/MessageFitTest.cpp tests/host/QuickRelearnTest.cpp tests/host/QuotasTest.cpp
   tests/host/RpBoundsTest.cpp tests/host/SteadyCorrectionsTest.cpp
+  tests/protocol/GateTest.cpp tests/protocol/OriginationTest.cpp tests/protocol/RxFragmentsTest.cpp
+  tests/protocol/RootTest.cpp tests/protocol/SteadyStateTest.cpp
   tests/runtime/AttrLogAttackTest.cpp
   tests/view/DigestTest.cpp tests/wire/CrpAdvTest.cpp tests/wire/HelloTest.cpp)
 
@@ -32,7 +34,7 @@ function(pimbsr_unity target)
   foreach(source ${sources})
     string(REPLACE "${PROJECT_SOURCE_DIR}/" "" name ${source})
     set(alone FALSE)
-    if(name IN_LIST unity_alone OR name MATCHES "^tests/protocol/")
+    if(name IN_LIST unity_alone)
       set(alone TRUE)
     elseif(EXISTS ${source})
       file(STRINGS ${source} traces REGEX "^static .*TraceSource const trace" LIMIT_COUNT 1)
