@@ -11,7 +11,8 @@ set(test_libraries
   $<TARGET_NAME_IF_EXISTS:pimbsr-host> $<TARGET_NAME_IF_EXISTS:pimbsr> GTest::gmock GTest::gtest)
 
 # The tests themselves are compiled without optimization and without those checks of pointers that
-# AddressSanitizer makes as well: that is 2.5 times faster. The tested code keeps all.
+# AddressSanitizer makes as well: that is 2.5 times faster. They call AddressSanitizer where the tested code
+# has its checks inline, and use after the end of a scope is checked in the tested code alone: a quarter less.
 set(test_options "")
 if(CMAKE_BUILD_TYPE STREQUAL "Debug")
   list(APPEND test_options -O0)
@@ -21,6 +22,10 @@ if(PIMBSR_UNITY)
 endif()
 if(PIMBSR_SANITIZE)
   list(APPEND test_options -fno-sanitize=null,alignment,object-size)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    list(APPEND test_options -fno-sanitize-address-use-after-scope
+      --param=asan-instrumentation-with-call-threshold=0)
+  endif()
 endif()
 
 # tests/support: what the tests of several modules share.
