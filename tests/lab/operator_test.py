@@ -148,12 +148,16 @@ class OperatorTest(unittest.TestCase):
 
     # Routes and other agents -------------------------------------------------------------------------
 
-    def check_lateness(self, name, few, measured):
+    def check_lateness(self, name, few, measure):
         """Timers are at most 20 ms late beside what the system itself is late. A build for tests, which is
-        slower, may be twice as late as with few routes and links."""
-        late, system = measured
-        print(f"{name}: timers {1e3 * late:.1f} ms late, the system {1e3 * system:.1f} ms", flush=True)
-        self.assertLess(late, system + (0.02 if IS_RELEASE else max(0.02, 2 * few)), name)
+        slower, may be twice as late as with few routes and links. Other processes add to some measurements
+        and not to others: one of three must hold."""
+        for _ in range(3):
+            late, system = measure()
+            print(f"{name}: timers {1e3 * late:.1f} ms late, the system {1e3 * system:.1f} ms", flush=True)
+            if late < system + (0.02 if IS_RELEASE else max(0.02, 2 * few)):
+                return
+        self.fail(f"{name}: timers are late")
 
     def test_many_routes(self):
         """A link that flaps delays no timer more, and memory does not grow, however many routes there are."""
@@ -166,13 +170,13 @@ class OperatorTest(unittest.TestCase):
         few, before = lateness_of_flaps(r2, links[1])[0], resident_of(r2)
         batch = r2.folder / "routes"
         prefixes = [f"172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32" for i in range(count)]
-        batch.write_text("".join(f"route add {prefix} via 10.0.1.1\n" for prefix in prefixes))
-        self.check_lateness("the batch", few, lateness_across(r2, lambda: r2.ip("-batch", batch)))
-        self.check_lateness("the flaps", few, lateness_of_flaps(r2, links[1]))
+        batch.write_text("".join(f"route replace {prefix} via 10.0.1.1\n" for prefix in prefixes))
+        self.check_lateness("the batch", few, lambda: lateness_across(r2, lambda: r2.ip("-batch", batch)))
+        self.check_lateness("the flaps", few, lambda: lateness_of_flaps(r2, links[1]))
         self.assertLess(slowest_query_of_flaps(r2, links[1]), 1, "seconds")
         self.assertLess(resident_of(r2), before + 6144, "KiB: 100,000 routes take more")
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all still follow r1")
-        batch.write_text(batch.read_text().replace("route add", "route del"))
+        batch.write_text(batch.read_text().replace("route replace", "route del"))
         r2.ip("-batch", batch)
         self.assertLess(resident_of(r2), before + 6144, "KiB: 100,000 routes take more")
 
@@ -190,7 +194,7 @@ class OperatorTest(unittest.TestCase):
                          "".join(f"address add 172.{16 + i // 65536}.{i // 256 % 256}.{i % 256}/32 "
                                  f"dev {names[i % 300]}\n" for i in range(6000)))
         r2.ip("-batch", batch)
-        self.check_lateness("the flaps", few, lateness_of_flaps(r2, links[1]))
+        self.check_lateness("the flaps", few, lambda: lateness_of_flaps(r2, links[1]))
         wait_all((r2, r3), bsr_of, "10.255.0.1", "all still follow r1")
 
     def beside_an_agent(self):
