@@ -171,7 +171,7 @@ if(TARGET pimbsr-command)
   add_test(NAME sim-dissector COMMAND
     ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/sim/dissector_test.py $<TARGET_FILE:pimbsr-command>
     ${PROJECT_SOURCE_DIR}/examples/five-routers.sim)
-  add_test(NAME sim-random COMMAND pimbsr-command sim --random 40 --routers 5-10 --seed 1)
+  add_test(NAME sim-random COMMAND pimbsr-command sim --random 20 --routers 5-10 --seed 1)
   set_tests_properties(sim-dissector sim-random PROPERTIES LABELS sim TIMEOUT 600)
 endif()
 
@@ -192,8 +192,8 @@ if(TARGET pimbsr-command)
   endforeach()
 endif()
 
-# Attacks on a router on the real kernel, one after the other, since they measure; so freed memory must not
-# wait long for the sanitizer. `attack-flood` sends.
+# Attacks on a router on the real kernel, one at a time, since they measure; beside other tests they come
+# first. Freed memory must not wait long for the sanitizer. `attack-flood` sends.
 if(TARGET pimbsr-command)
   file(GLOB flood_sources CONFIGURE_DEPENDS tests/attack/*.cpp)
   list(FILTER flood_sources EXCLUDE REGEX "Test\\.cpp$")
@@ -211,7 +211,8 @@ if(TARGET pimbsr-command)
       COMMAND ${Python3_EXECUTABLE} -B ${PROJECT_SOURCE_DIR}/tests/attack/attack_test.py
       $<TARGET_FILE:pimbsr-command> $<TARGET_FILE:attack-flood> ${attack})
     set_tests_properties(attack-${attack} PROPERTIES LABELS attack TIMEOUT 300 SKIP_RETURN_CODE 77
-      RUN_SERIAL ON ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=32")
+      COST 160 RESOURCE_LOCK attack
+      ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0:quarantine_size_mb=32")
   endforeach()
 endif()
 
