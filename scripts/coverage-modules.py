@@ -223,15 +223,19 @@ class Source:
             for conditions in shapes.values():
                 yield from ((line, taken) for condition in conditions for taken in condition)
 
+    def code(self, line):
+        """The text of a line without the comment that follows it, which may change and the code not."""
+        return re.sub(r"\s+//.*", "", self.text[line]).strip()
+
     def missing(self):
         """Each line and branch that was not reached, as the list has it."""
         for line, count in sorted(self.lines.items()):
             if count == 0 and self.has_code(line):
-                yield f"line: {self.text[line].strip()}"
+                yield f"line: {self.code(line)}"
         branches = collections.Counter(line for line, taken in self.all_branches() if not taken)
         for line, count in sorted(branches.items()):
             if self.lines[line]:
-                yield f"branches {count}: {self.text[line].strip()}"
+                yield f"branches {count}: {self.code(line)}"
 
 
 def read(root, build, modules):

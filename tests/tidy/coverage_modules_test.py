@@ -30,7 +30,7 @@ std::string joined(std::string const& one, bool isLong) {
 }
 
 int unused(int value) {
-  return value + 1;
+  return value + 1;  // a comment may change
 }
 
 int caught(std::string const& text) {
