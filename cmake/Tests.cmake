@@ -190,6 +190,8 @@ if(TARGET pimbsr-command)
         ENVIRONMENT "ASAN_OPTIONS=detect_leaks=0")
     endforeach()
   endforeach()
+  # These measure how late timers are: no attack runs beside them.
+  set_tests_properties(lab-many_routes lab-many_links_and_addresses PROPERTIES RESOURCE_LOCK attack)
 endif()
 
 # Attacks on a router on the real kernel, one at a time, since they measure; beside other tests they come
