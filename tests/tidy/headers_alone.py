@@ -69,7 +69,7 @@ def reached(header, texts):
 
 def chains(own, texts):
     """All headers, in lists of which each is one compilation. A header reaches the one before it in its list,
-    so it finds nothing there that it would not find alone, as its includes come first."""
+    so it finds nothing there that it would not find alone, as its includes come first (`late_include`)."""
     reach = {header: reached(header, texts)[0] & set(own) for header in own}
     left = set(own)
     for header in sorted(own, key=lambda one: (-len(reach[one]), one)):
@@ -80,6 +80,14 @@ def chains(own, texts):
             header = max(reach[header] & left, key=lambda one: (len(reach[one]), one), default=None)
         if chain:
             yield chain
+
+
+def late_include(text):
+    """The line of the first include after code; 0 if there is none."""
+    code = re.sub(r"//[^\n]*|/\*.*?\*/", lambda comment: "\n" * comment[0].count("\n"), text, flags=re.S)
+    first = re.search(r"^[ \t]*[^#\s]", code, re.M)
+    late = first and re.compile(r"^[ \t]*#[ \t]*include\b", re.M).search(code, first.end())
+    return graph.line_of(code, late.start()) if late else 0
 
 
 def missing(header, texts):
@@ -144,6 +152,9 @@ def errors(root, made, compiler):
     for header in own:
         if place := missing(header, texts):
             yield f"{header}:1: reaches no <{place}>"
+    for header in texts:
+        if line := late_include(texts[header]):
+            yield f"{header}:{line}: an include comes after code"
     compiler.compile_ahead()
 
     def wrong(chain):

@@ -52,6 +52,11 @@ class HeadersAloneTest(unittest.TestCase):
         own = [name for name in texts if name != "made"]
         self.assertEqual([["f", "d", "b", "a"], ["e"], ["c"]], list(headers_alone.chains(own, texts)))
 
+    def test_an_include_after_code_is_found(self):
+        self.assertEqual(["a/Late.h:5: an include comes after code"],
+                         self.errors({"a/First.h": "/* int a;\n#include */\n#if 1\n#include <map>\n#endif\n",
+                                      "a/Late.h": "// int a;\nint b();\n#define C\n#include <map>\n"}))
+
     def test_a_library_header_must_be_reached(self):
         self.assertEqual(["a/A.h:1: reaches no <string>", "a/D.h:1: reaches no <map>"],
                          self.errors({"a/A.h": "inline std::string a;\n",
