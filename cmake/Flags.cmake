@@ -12,7 +12,8 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 # NDEBUG silences the assert() of libraries only: ZET_ASSERT does not look at it.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
-# Stack traces need lines alone; variables would make builds far longer.
+# Sanitized code compiles in half the time with -Og, and runs as fast as with -O1. Stack traces need lines
+# alone; variables would make builds far longer.
 option(PIMBSR_DEBUG_VARIABLES "Add variables to the debug information of a Debug build, for gdb" OFF)
 set(CMAKE_CXX_FLAGS_DEBUG "-Og -g1")
 if(PIMBSR_DEBUG_VARIABLES)
@@ -51,8 +52,8 @@ if(PIMBSR_FUZZ)
   set(sanitize_flags -fsanitize=fuzzer-no-link,address,undefined)
 elseif(PIMBSR_SANITIZE)
   set(sanitize_flags -fsanitize=address,undefined)
-  # AddressSanitizer sees a wrong pointer as it is used; g++ takes a third longer to check each one besides.
-  # Builds with clang keep these checks.
+  # AddressSanitizer stops at a null or wild pointer that is used; g++ takes a third longer to check each one
+  # besides. The fuzz targets, which clang compiles, check alignment too.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     list(APPEND sanitize_flags -fno-sanitize=null,alignment,object-size)
   endif()
