@@ -47,14 +47,15 @@ by_cmake() {
     run "$work/$2/$2" "$2, found by CMake"
 }
 
-# flags_of PACKAGE: sets `flags` to what a program needs that uses a package of pkg-config.
+# flags_of PACKAGE OPTION...: sets `flags` to what pkg-config answers of a package: with --cflags what the
+# compiler needs, with --libs the linker.
 flags_of() {
-  read -ra flags <<<"${CXXFLAGS:-} $(PKG_CONFIG_PATH=$lib/pkgconfig pkg-config --cflags --libs "$1")"
+  read -ra flags <<<"${CXXFLAGS:-} $(PKG_CONFIG_PATH=$lib/pkgconfig pkg-config "${@:2}" "$1")"
 }
 
 # by_pkg_config SOURCE PACKAGE
 by_pkg_config() {
-  flags_of "$2"
+  flags_of "$2" --cflags --libs
   "$cxx" -std=c++20 "$1"/*.cpp "${flags[@]}" -o "$work/program"
   run "$work/program" "$2, found by pkg-config"
 }
@@ -68,7 +69,7 @@ done
 include=$work/moved/include/pimbsr
 (cd "$include" && find . -name '*.h' -printf '#include <%P>\n') | sort >"$work/all.cpp"
 [[ -s $work/all.cpp ]] || fail "component host has no header"
-flags_of pimbsr-host
+flags_of pimbsr-host --cflags
 "$cxx" -std=c++20 -fsyntax-only -Wall -Werror "${flags[@]}" "$work/all.cpp"
 if by_cmake "$here/engine" names >"$work/absent.log" 2>&1; then
   fail "component engine is found where it is not installed"
@@ -79,7 +80,7 @@ rm -rf "$work/names"
 "$cmake" --install "$build" --component engine --prefix "$work/moved" >>"$work/install.log"
 by_cmake "$here/engine" names
 by_pkg_config "$here/engine" pimbsr-engine
-flags_of pimbsr-host
+flags_of pimbsr-host --cflags
 echo '#include <protocol/PimBsrSm.h>' >"$work/machine.cpp"
 if "$cxx" -std=c++20 -fsyntax-only "${flags[@]}" "$work/machine.cpp" 2>"$work/absent.log"; then
   fail "pimbsr-host reaches the headers of machines"
